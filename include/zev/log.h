@@ -1,0 +1,23 @@
+// Log: one line to the console and to the log file of its level.
+#ifndef ZEV_LOG_H
+#define ZEV_LOG_H
+
+#include "zev/base.h"
+
+ZEV_BEGIN
+
+// zLogReport writes one line, cut at 1024 characters, control characters escaped.
+//
+// Levels 0 emerg, 1 alert, 2 critical, 3 error and 4 warning go to stderr and error.log and name
+// `path` and `line`; 5 notice and 6 info go to stdout and message.log, 8 access to stdout and
+// access.log, 7 debug and all others to stdout only. Facilities: 0 sys, 1 std, 2 vcs, 3 net,
+// 4 zev, 5 srv, 6 usr, others unknown. The files lie in logs below the application data; one
+// above 32 MiB becomes <name>.old first. A null format logs "Unknown Error".
+//
+// False, with the standard error raised, if the file can't be opened; the console has the line
+// all the same. Otherwise errno is left as it was.
+ZEV_API bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
+                        const zwchar *format, ...);
+
+ZEV_END
+#endif

@@ -1,0 +1,79 @@
+// Table: the LevelDB database behind a drawing, one block a key, held by one opener at a time.
+//
+// A table lies in tables/<2 hex>/<38 hex> of its repository. Rows have 16-byte keys: the tag,
+// a generation counter, and the object's number, big-endian (zDrawingKey..., zev/drawing.h). All
+// bits zero is the path of the drawing that the table serves, all bits set the table's tag. Open
+// a table for one operation and free it at once: nobody else, in this process or another, can
+// open it meanwhile.
+//
+// What LevelDB refuses is the store error, class 13, with LevelDB's text as message. Writes reach
+// the disk with the next commit of the repository.
+#ifndef ZEV_TABLE_H
+#define ZEV_TABLE_H
+
+#include "zev/base.h"
+
+ZEV_BEGIN
+
+// Opens the database in a directory. With `create` it is made when it is missing, with its
+// parents; without, a directory that holds none is the store error. Null when somebody else
+// holds it: class 13 from LevelDB, or class 7 after half a second.
+ZEV_API Table *zTableOpen(const zwchar *path, bool create);
+
+// A new table with a random id, and the table of an id, which is made when it is missing.
+ZEV_API Table *zTableRand(Repository *repository);
+ZEV_API Table *zTableByid(Repository *repository, const Oid *id);
+// The same in the repository found from `start` upwards, not beyond a directory of `ceilings`
+// (separated by ;). The repository is closed again, so this table has no owner.
+ZEV_API Table *zTableDiscover(const zwchar *start, const zwchar *ceilings, const Oid *id);
+// Free the table's iterators first.
+ZEV_API void zTableFree(Table *table);
+
+// Lent. The id is all zero and the owner null after zTableOpen.
+ZEV_API const Oid *zTableId(const Table *table);
+ZEV_API Repository *zTableOwner(const Table *table);
+ZEV_API const zwchar *zTablePath(const Table *table);
+
+// One row, by a key of any length. The value comes in a block that the caller frees with free;
+// a missing key is the store error without text. zTableDel tells nothing of what LevelDB says.
+ZEV_API bool zTableGet(void **value, uint64_t *length, Table *table, const void *key,
+                       uint64_t key_length);
+ZEV_API bool zTablePut(Table *table, const void *key, uint64_t key_length, const void *value,
+                       uint64_t value_length);
+ZEV_API bool zTableDel(Table *table, const void *key, uint64_t key_length);
+
+// The tag that new keys are stamped with, 1 in a new table and when it can't be read. Incrementing
+// fails rather than start over when it can't be read.
+ZEV_API uint64_t zTableTagGet(Table *table);
+ZEV_API bool zTableTagSet(Table *table, uint64_t value);
+ZEV_API bool zTableTagIncrement(Table *table);
+
+// A walk over the rows in key order, as they stood when the iterator was made; seek first. Done
+// holds before the first seek, beyond either end, and for null. Key and value are lent until the
+// iterator moves. Seek goes to the first key not below the given one. Moving on from, or asking,
+// an iterator that is done is a bad argument.
+ZEV_API TableIter *zTableIterNew(Table *table);
+ZEV_API void zTableIterFree(TableIter *iter);
+ZEV_API bool zTableIterDone(const TableIter *iter);
+ZEV_API bool zTableIterSeekToFirst(TableIter *iter);
+ZEV_API bool zTableIterSeekToLast(TableIter *iter);
+ZEV_API bool zTableIterNext(TableIter *iter);
+ZEV_API bool zTableIterPrev(TableIter *iter);
+ZEV_API bool zTableIterSeek(TableIter *iter, const void *key, uint64_t key_length);
+ZEV_API bool zTableIterKey(const void **key, uint64_t *length, const TableIter *iter);
+ZEV_API bool zTableIterValue(const void **value, uint64_t *length, const TableIter *iter);
+
+// A new table in the same repository with every row of this one; still open. Needs an owner.
+ZEV_API Table *zTableDuplicate(Table *table);
+
+// Rows as a pair stream: key length u32, key, value length u32, value, big-endian, ended by a key
+// length of 0. In a temporary file, at its start. Of the keys asked for, those that the table
+// lacks are left out and raise the store error; the whole table comes whole or not at all (null).
+ZEV_API Stream *zTableWriteOut(Table *table);
+ZEV_API Stream *zTablePartialWriteOut(Table *table, const Vector *keys);
+// Stores the rows of a pair stream, in large batches: the fast way to put many. A stream that
+// breaks off ends there, which is no failure; false when the store refused rows.
+ZEV_API bool zTableReadStream(Table *table, Stream *stream);
+
+ZEV_END
+#endif

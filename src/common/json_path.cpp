@@ -1,0 +1,152 @@
+// Dotted paths: names separated by dots, each a step into a member. Empty names don't count, and
+// `$` stands for the place reached so far. Arrays have no steps.
+#include "common/json.hpp"
+
+#include "common/failure.hpp"
+
+#include "zev/error.h"
+
+using namespace zev;
+
+namespace {
+
+class Names {
+  public:
+    explicit Names(const zwchar *path) : rest_(path) {}
+
+    // The next name, or an empty one at the end.
+    WideView next() {
+        while (!rest_.empty()) {
+            const WideView name = rest_.substr(0, rest_.find(u'.'));
+            rest_.remove_prefix(std::min(name.size() + 1, rest_.size()));
+            if (!name.empty() && name != u"$") return name;
+        }
+        return {};
+    }
+
+  private:
+    WideView rest_;
+};
+
+Json *step(const Json *node, WideView name, Here at = {}) {
+    if (node->type != Z_JSON_OBJECT) return fail_args(at);
+    return members(node)->find(name);
+}
+
+struct Place {
+    Json *object = nullptr;
+    WideView name;
+};
+
+// The object and the name that a path ends in; makes the objects on the way.
+bool descend(Json *root, const zwchar *path, Place *place) {
+    Names names(path);
+    *place = {root, names.next()};
+    if (place->name.empty()) return zRaiseNotFound(nullptr), false;
+    for (WideView name = names.next(); !name.empty(); name = names.next()) {
+        if (place->object->type != Z_JSON_OBJECT) return fail_args();
+        Json *below = members(place->object)->find(place->name);
+        if (!below) {
+            JsonGuard made(zJsonNew(Z_JSON_OBJECT));
+            if (!made || !json_put(place->object, place->name, made.get())) return false;
+            below = made.release();
+        }
+        *place = {below, name};
+    }
+    return place->object->type == Z_JSON_OBJECT || fail_args();
+}
+
+// The node at a path, made as null if it is missing.
+Json *reach(Json *root, const zwchar *path) {
+    if (!root || !path) return fail_args();
+    Place place;
+    if (!descend(root, path, &place)) return nullptr;
+    if (Json *node = members(place.object)->find(place.name)) return node;
+    JsonGuard made(zJsonNewNull());
+    if (!made || !json_put(place.object, place.name, made.get())) return nullptr;
+    return made.release();
+}
+
+// The node at a path; class 3 if there is none.
+Json *need(Json *root, const zwchar *path) {
+    if (!root || !path) return fail_args();
+    Json *node = zJsonPathGet(root, path);
+    if (!node) zRaiseNotFound(u"%s", path);
+    return node;
+}
+
+} // namespace
+
+Json *zJsonNewPath(const zwchar *path, Json *node) {
+    if (!path || !node) return fail_args();
+    if (node->parent) return fail_raised();
+    JsonGuard root(zJsonNew(Z_JSON_OBJECT));
+    Place place;
+    if (!root || !descend(root.get(), path, &place)) return nullptr;
+    return json_put(place.object, place.name, node) ? root.release() : nullptr;
+}
+
+Json *zJsonPathGet(Json *root, const zwchar *path) {
+    if (!root || !path) return fail_args();
+    Names names(path);
+    Json *node = nullptr;
+    for (WideView name = names.next(); !name.empty(); name = names.next()) {
+        node = step(node ? node : root, name);
+        if (!node) return nullptr;
+    }
+    return node;
+}
+
+bool zJsonPathExists(Json *root, const zwchar *path) { return zJsonPathGet(root, path); }
+
+bool zJsonPathRemove(Json *root, const zwchar *path) {
+    zJsonFree(zJsonPathGet(root, path));
+    return true;
+}
+
+bool zJsonPathGetBool(Json *root, const zwchar *path) {
+    const Json *node = need(root, path);
+    return node && zJsonGetBoolean(node);
+}
+
+int64_t zJsonPathGetInt(Json *root, const zwchar *path) {
+    const Json *node = need(root, path);
+    return node ? zJsonGetInt(node) : 0;
+}
+
+int64_t zJsonPathGetLarge(Json *root, const zwchar *path) { return zJsonPathGetInt(root, path); }
+
+const zwchar *zJsonPathGetString(Json *root, const zwchar *path) {
+    const Json *node = zJsonPathGet(root, path);
+    return node ? zJsonGetString(node) : nullptr;
+}
+
+bool zJsonPathGetId(Oid *id, Json *root, const zwchar *path) {
+    const Json *node = zJsonPathGet(root, path);
+    return node && zJsonGetId(id, node);
+}
+
+bool zJsonPathSetBool(Json *root, const zwchar *path, bool value) {
+    Json *node = reach(root, path);
+    return node && zJsonSetBoolean(node, value);
+}
+
+bool zJsonPathSetInt(Json *root, const zwchar *path, int32_t value) {
+    return zJsonPathSetLarge(root, path, value);
+}
+
+bool zJsonPathSetLarge(Json *root, const zwchar *path, int64_t value) {
+    Json *node = reach(root, path);
+    return node && zJsonSetInt(node, value);
+}
+
+bool zJsonPathSetString(Json *root, const zwchar *path, const zwchar *text) {
+    Json *node = reach(root, path);
+    return node && zJsonSetString(node, text);
+}
+
+bool zJsonPathSetId(Json *root, const zwchar *path, const Oid *id) {
+    if (!id) return fail_args();
+    Json *node = reach(root, path);
+    return node && zJsonSetId(node, id);
+}

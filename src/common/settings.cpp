@@ -1,0 +1,58 @@
+#include "common/settings.hpp"
+
+#include "common/failure.hpp"
+#include "common/guard.hpp"
+#include "system/errno.hpp"
+#include "system/path.hpp"
+#include "zev/dir.h"
+#include "zev/json.h"
+#include "zev/path.h"
+
+namespace zev {
+
+namespace {
+
+// Without a directory of its own the library reads no file: a bare name would mean whatever
+// lies in the process's current directory.
+Owned<Json, zJsonFree> read_conf(const zwchar *module) {
+    zwchar path[Z_PATH_MAX];
+    if (!module[0] || !path_join(path, module, u"zev.conf")) return nullptr;
+    return Owned<Json, zJsonFree>(zJsonReadFile(path));
+}
+
+bool need_conf() {
+    zwchar conf[Z_PATH_MAX];
+    zPathGetConf(conf);
+    if (zPathDirExists(conf)) return true;
+    return zRaiseNotFound(u"%s", conf), false;
+}
+
+bool make_logs() {
+    zwchar logs[Z_PATH_MAX];
+    zPathGetLog(logs);
+    if (!zDirMake(logs, true)) return zSetErrorMsg(u"%s", logs), false;
+    if (zPathDirExists(logs)) return true; // a file of that name passes for made
+    return zRaiseStdErr(static_cast<int32_t>(Err::notdir), u"%s", logs), false;
+}
+
+} // namespace
+
+bool settings_appdata(zwchar *out, Json *conf) {
+    Json *node = conf && zJsonIsObject(conf) ? zJsonObjectAt(conf, u"appdata") : nullptr;
+    const bool given = node && zJsonIsString(node);
+    const zwchar *text = given ? zJsonGetString(node) : u"..";
+    if (zStrlenW(text) < Z_PATH_MAX && zPathReplaceBackslash(out, text) &&
+        zPathExpandEnvStrings(out, out))
+        return true;
+    return zRaiseStdErr(static_cast<int32_t>(Err::nametoolong), u"appdata"), false;
+}
+
+bool settings_load() {
+    zwchar module[Z_PATH_MAX] = {}, appdata[Z_PATH_MAX];
+    if (!zPathGetBin(module)) module[0] = 0;
+    Owned<Json, zJsonFree> conf = read_conf(module);
+    return settings_appdata(appdata, conf.get()) && zPathSetAppData(appdata, module) &&
+           need_conf() && make_logs();
+}
+
+} // namespace zev

@@ -1,0 +1,9 @@
+#include "common/text.hpp"
+
+#include <string_view>
+
+void zev::blank_controls(zwchar *text) {
+    constexpr std::u16string_view kept = u"\b\t\n\f\r";
+    for (; *text; ++text)
+        if (*text < u' ' && kept.find(*text) == kept.npos) *text = u' ';
+}

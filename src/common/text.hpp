@@ -1,0 +1,12 @@
+// Small work on texts that come from users.
+#pragma once
+
+#include "zev/base.h"
+
+namespace zev {
+
+// A blank for each control character that JSON text could not carry back: all below 32 but
+// backspace, tab, line feed, form feed and carriage return. For messages, authors and names.
+void blank_controls(zwchar *text);
+
+} // namespace zev

@@ -1,0 +1,16 @@
+// The one check of paths that are to enter an index or a tree, whoever names them.
+#pragma once
+
+#include <string_view>
+
+namespace zev {
+
+// Whether an index may hold a path (UTF-8): relative, parts split by single forward slashes, none
+// of them `.`, `..` or a spelling of `.git` on any file system, no control characters, and well
+// formed. What only Windows can't hold passes: the file exists here and must not be lost.
+bool path_can_enter(std::string_view path);
+
+// The same, raising invalid arguments with the path.
+bool check_path(std::string_view path);
+
+} // namespace zev

@@ -1,0 +1,40 @@
+#include "zev/workdir.h"
+
+#include "common/failure.hpp"
+#include "system/os.hpp"
+#include "zev/dir.h"
+#include "zev/path.h"
+
+#include <cerrno>
+
+using namespace zev;
+
+namespace {
+
+bool make_parents(const zwchar *path) {
+    zwchar parent[Z_PATH_MAX];
+    return zPathRemoveName(parent, path) && zDirMake(parent, true);
+}
+
+// Takes away what stands where a file or directory is to go.
+bool clear_target(const zwchar *target, bool replace) {
+    struct stat status;
+    if (!os::lstat(target, &status)) return errno == ENOENT || fail_std(errno);
+    if (S_ISDIR(status.st_mode) && zDirRemove(target, true, false)) return true;
+    if (!replace || S_ISDIR(status.st_mode)) return fail_std(EEXIST);
+    return os::unlink(target) || fail_std(errno);
+}
+
+} // namespace
+
+bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to, bool replace) {
+    if (!workdir || !from || !to) return fail_args();
+    zwchar source[Z_PATH_MAX], target[Z_PATH_MAX];
+    if (!zPathMakeAbsolute(source, from, workdir) || !zPathMakeAbsolute(target, to, workdir))
+        return false;
+    struct stat status;
+    if (!os::lstat(source, &status)) return fail_std(errno);
+    if (zPathIsSame(source, target)) return false;
+    if (!make_parents(target) || !clear_target(target, replace)) return false;
+    return os::move(source, target, false) || fail_std(errno);
+}

@@ -1,0 +1,115 @@
+// The file kind: a stream over a FILE, which it owns or borrows.
+#include "stream/stream.hpp"
+
+#include "common/failure.hpp"
+#include "system/os.hpp"
+
+#include "zev/file.h"
+
+#include <cerrno>
+#include <new>
+
+using namespace zev;
+
+namespace {
+
+struct FileStream {
+    Stream head;
+    FILE *file;
+    bool owned;
+};
+
+constexpr Stream kFileHead = {.read = zFileStreamRead,
+                              .write = zFileStreamWrite,
+                              .free = zFileStreamFree,
+                              .flush = zFileStreamFlush,
+                              .eof = zFileStreamEOF,
+                              .error = zFileStreamError,
+                              .tell = zFileStreamTell,
+                              .seek = zFileStreamSeek,
+                              .rewind = zFileStreamRewind,
+                              .size = zFileStreamSize};
+
+// A stream over an open file; an owned one is closed if there is no memory for the record.
+Stream *over(FILE *file, bool owned) {
+    auto *stream = new (std::nothrow) FileStream{kFileHead, file, owned};
+    if (stream) return &stream->head;
+    fail_memory();
+    if (owned) zFileClose(file);
+    return nullptr;
+}
+
+FILE *file_of(Stream *stream, Here at = {}) {
+    if (!stream) return fail_args(at);
+    return reinterpret_cast<FileStream *>(stream)->file;
+}
+
+} // namespace
+
+Stream *zFileStream(const zwchar *path, const zwchar *mode) {
+    if (!path || !mode) return fail_args();
+    FILE *file = zFileOpen(path, mode);
+    return file ? over(file, true) : nullptr;
+}
+
+Stream *zStdioStream(FILE *file) { return file ? over(file, false) : fail_args(); }
+
+Stream *zTempStream(void) {
+    FILE *file = zFileTemp();
+    return file ? over(file, true) : nullptr;
+}
+
+Stream *zev::temp_stream() {
+    FILE *file = os::temp_file();
+    return file ? over(file, true) : fail_std(errno);
+}
+
+uint64_t zFileStreamRead(Stream *stream, void *buffer, uint64_t count) {
+    FILE *file = file_of(stream);
+    return file ? zFileRead(file, buffer, count) : 0;
+}
+
+uint64_t zFileStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
+    FILE *file = file_of(stream);
+    return file ? zFileWrite(file, buffer, count) : 0;
+}
+
+void zFileStreamFree(Stream *stream) {
+    std::unique_ptr<FileStream> record(reinterpret_cast<FileStream *>(stream));
+    if (record && record->owned) zFileClose(record->file);
+}
+
+bool zFileStreamFlush(Stream *stream) {
+    FILE *file = file_of(stream);
+    return file && zFileFlush(file);
+}
+
+bool zFileStreamEOF(Stream *stream) {
+    FILE *file = file_of(stream);
+    return !file || zFileEOF(file);
+}
+
+bool zFileStreamError(Stream *stream) {
+    FILE *file = file_of(stream);
+    return !file || zFileError(file);
+}
+
+int64_t zFileStreamTell(Stream *stream) {
+    FILE *file = file_of(stream);
+    return file ? zFileTell(file) : -1;
+}
+
+bool zFileStreamSeek(Stream *stream, int64_t offset, int32_t whence) {
+    FILE *file = file_of(stream);
+    return file && zFileSeek(file, offset, whence);
+}
+
+bool zFileStreamRewind(Stream *stream) {
+    FILE *file = file_of(stream);
+    return file && zFileRewind(file);
+}
+
+uint64_t zFileStreamSize(Stream *stream) {
+    FILE *file = file_of(stream);
+    return file ? zFileSize(file) : 0;
+}

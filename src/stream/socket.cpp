@@ -1,0 +1,112 @@
+// The socket kind: waits up to a second for the descriptor, then transfers whatever the wait gave.
+#include "zev/stream.h"
+
+#include "common/failure.hpp"
+#include "common/guard.hpp"
+#include "system/errno.hpp"
+
+#include "zev/error.h"
+
+#include <atomic>
+#include <cerrno>
+#include <new>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace zev;
+
+namespace {
+
+constexpr int kWaitMs = 1000;
+
+struct SocketStream {
+    Stream head;
+    Socket *socket;
+    bool owned;
+};
+
+// A socket has no position and no size.
+constexpr Stream kSocketHead = {.read = zSocketStreamRead,
+                                .write = zSocketStreamWrite,
+                                .free = zSocketStreamFree,
+                                .flush = zSocketStreamFlush,
+                                .eof = zSocketStreamEOF,
+                                .error = zSocketStreamError,
+                                .tell = nullptr,
+                                .seek = nullptr,
+                                .rewind = nullptr,
+                                .size = nullptr};
+
+Socket *socket_of(Stream *stream, Here at = {}) {
+    if (!stream) return fail_args(at);
+    return reinterpret_cast<SocketStream *>(stream)->socket;
+}
+
+template <class Transfer> int64_t transfer(int descriptor, short events, Transfer move) {
+    pollfd wait{descriptor, static_cast<short>(events | POLLPRI), 0};
+    while (poll(&wait, 1, kWaitMs) < 0 && errno == EINTR) {
+    }
+    int64_t count;
+    do count = move();
+    while (count < 0 && errno == EINTR);
+    return count;
+}
+
+// What a failed transfer leaves in the record and in the log.
+int32_t fail_socket(Here at = {}) {
+    const auto code = static_cast<int32_t>(err_from_host(errno));
+    zRaiseWsaErr(code, nullptr);
+    fail_raised(at);
+    return code;
+}
+
+void release(Socket *socket) {
+    if (std::atomic_ref(socket->references).fetch_sub(1) != 1) return;
+    Malloced<Socket> record(socket);
+    Malloced<void> block(socket->block);
+    close(socket->descriptor);
+}
+
+} // namespace
+
+Stream *zSocketStream(Socket *socket, bool owned) {
+    if (!socket) return fail_args();
+    auto *stream = new (std::nothrow) SocketStream{kSocketHead, socket, owned};
+    return stream ? &stream->head : fail_memory();
+}
+
+uint64_t zSocketStreamRead(Stream *stream, void *buffer, uint64_t count) {
+    Socket *socket = socket_of(stream);
+    if (!socket) return 0;
+    const int64_t got = transfer(socket->descriptor, POLLIN,
+                                 [&] { return recv(socket->descriptor, buffer, count, 0); });
+    socket->last_error = got < 0 ? fail_socket() : 0;
+    return got < 0 ? 0 : static_cast<uint64_t>(got);
+}
+
+// A peer that went away is a failure of this call, never a signal to the host. It doesn't put the
+// stream into a failed state: what the peer sent before can still be read.
+uint64_t zSocketStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
+    Socket *socket = socket_of(stream);
+    if (!socket) return 0;
+    const int64_t sent = transfer(socket->descriptor, POLLOUT, [&] {
+        return send(socket->descriptor, buffer, count, MSG_NOSIGNAL);
+    });
+    socket->last_error = 0;
+    return sent < 0 ? (fail_socket(), 0) : static_cast<uint64_t>(sent);
+}
+
+void zSocketStreamFree(Stream *stream) {
+    std::unique_ptr<SocketStream> record(reinterpret_cast<SocketStream *>(stream));
+    if (record && record->owned) release(record->socket);
+}
+
+bool zSocketStreamFlush(Stream *stream) { return socket_of(stream); }
+
+bool zSocketStreamEOF(Stream *) { return false; }
+
+bool zSocketStreamError(Stream *stream) {
+    const Socket *socket = socket_of(stream);
+    return !socket || socket->last_error != 0;
+}

@@ -1,0 +1,118 @@
+#include "zev/thread.h"
+
+#include "common/failure.hpp"
+#include "system/os.hpp"
+
+#include <map>
+#include <type_traits>
+
+#include <uv.h>
+
+using namespace zev;
+
+static_assert(std::is_same_v<Threadkey, uv_key_t>);
+static_assert(std::is_same_v<Threadonce, uv_once_t>);
+static_assert(sizeof(uv_thread_t) == sizeof(int64_t));
+
+namespace {
+
+// Keys with their destructors, in key order. It lives as long as the process: threads end, and
+// take their values to it, when the library has long been stopped.
+struct Registry {
+    uv_mutex_t mutex;
+    std::map<Threadkey, ReleaseFn> destructors;
+};
+
+Registry *registry() {
+    static uv_once_t once = UV_ONCE_INIT;
+    static Registry *only;
+    uv_once(&once, [] {
+        only = new Registry;
+        uv_mutex_init(&only->mutex);
+    });
+    return only;
+}
+
+struct Locked {
+    Registry *const all = registry();
+    Locked() { uv_mutex_lock(&all->mutex); }
+    ~Locked() { uv_mutex_unlock(&all->mutex); }
+};
+
+// The keys below have no destructors of their own, so a thread that set a value and ends without
+// zThreadCleanup is cleaned up here.
+struct ThreadEnd {
+    bool armed = false;
+    ~ThreadEnd() {
+        if (armed) zThreadCleanup();
+    }
+};
+thread_local ThreadEnd thread_end;
+
+bool uv_failed(int code) {
+    zRaiseUvErr(code, nullptr);
+    return false;
+}
+
+} // namespace
+
+int64_t zThreadCreate(ThreadFn function, void *argument) {
+    if (!function) return fail_args(), -1;
+    uv_thread_t thread;
+    if (int code = uv_thread_create(&thread, function, argument); code < 0)
+        return uv_failed(code), -1;
+    return static_cast<int64_t>(thread);
+}
+
+bool zThreadJoin(int64_t handle) {
+    auto thread = static_cast<uv_thread_t>(handle);
+    const int code = uv_thread_join(&thread);
+    return code == 0 || uv_failed(code);
+}
+
+int64_t zThreadSelf() { return static_cast<int64_t>(uv_thread_self()); }
+
+void zThreadonceRun(Threadonce *once, void (*function)(void)) { uv_once(once, function); }
+
+bool zThreadInit() { return true; }
+bool zThreadAtexit() { return false; }
+
+bool zThreadCleanup() {
+    const Locked locked;
+    for (const auto &[registered, destructor] : locked.all->destructors) {
+        Threadkey key = registered;
+        void *value = uv_key_get(&key);
+        if (!value) continue;
+        uv_key_set(&key, nullptr);
+        if (destructor) destructor(value);
+    }
+    return true;
+}
+
+bool zThreadkeyCreate(Threadkey *key, ReleaseFn destructor) try {
+    if (!key) return fail_args();
+    if (int code = uv_key_create(key); code < 0) return uv_failed(code);
+    const Locked locked;
+    locked.all->destructors[*key] = destructor;
+    return true;
+} catch (...) {
+    uv_key_delete(key);
+    return fail_thrown();
+}
+
+void zThreadkeyDelete(Threadkey *key) {
+    if (!key) return;
+    const Locked locked;
+    locked.all->destructors.erase(*key);
+    uv_key_delete(key);
+}
+
+void *zThreadkeyGet(Threadkey *key) { return key ? uv_key_get(key) : nullptr; }
+
+void zThreadkeySet(Threadkey *key, void *value) {
+    if (!key) return;
+    thread_end.armed = true;
+    uv_key_set(key, value);
+}
+
+void zMilliSleep(uint32_t milliseconds) { os::sleep(milliseconds); }

@@ -1,0 +1,324 @@
+// Error record, ring and start: what a thread reads after a failure, and what a start makes of
+// the files beside the library.
+#include "library_file.hpp"
+#include "support.hpp"
+
+#include "system/errno.hpp"
+
+#include <cerrno>
+#include <thread>
+#include <vector>
+
+#include <git2.h>
+#include <netdb.h>
+#include <uv.h>
+
+using namespace test;
+
+namespace {
+
+template <class F> void on_thread(F work) { std::thread(work).join(); }
+
+TEST(Error, ThreadWithoutFailureReadsEmpty) {
+    zRaiseNotFound(u"elsewhere");
+    on_thread([] {
+        EXPECT_EQ(zErrorClass(), 0);
+        EXPECT_EQ(zErrorCode(), 0);
+        EXPECT_EQ(narrow(zErrorMsg()), "");
+        EXPECT_EQ(narrow(zErrorDetail()), "Unknown error");
+        zRaiseLocked(nullptr);
+        EXPECT_EQ(zErrorClass(), 7);
+    });
+    EXPECT_EQ(zErrorClass(), 3);
+}
+
+TEST(Error, PlainClasses) {
+    using Raiser = int32_t (*)(const zwchar *, ...);
+    const struct {
+        Raiser raise;
+        int32_t number;
+        int host; // whose text is the reason
+    } kRows[] = {
+        {zRaiseNoMemory, 1, ENOMEM},   {zRaiseInvalidArgs, 2, EINVAL},
+        {zRaiseNotFound, 3, ENOENT},   {zRaiseAlreadyExists, 4, EEXIST},
+        {zRaiseOutOfRange, 5, EINVAL}, {zRaiseCanceled, 6, ECANCELED},
+        {zRaiseLocked, 7, EACCES},
+    };
+    for (const auto &row : kRows) {
+        EXPECT_EQ(row.raise(u"%s %d", u"text", 7), row.number);
+        EXPECT_EQ(zErrorClass(), row.number);
+        EXPECT_EQ(zErrorCode(), row.number);
+        const std::string reason = strerrordesc_np(row.host);
+        EXPECT_EQ(narrow(zErrorDetail()), "text 7: " + reason);
+        row.raise(nullptr);
+        EXPECT_EQ(narrow(zErrorDetail()), reason) << "class " << row.number;
+    }
+    EXPECT_EQ(zRaiseKvdbErr(nullptr), 13);
+    EXPECT_EQ(narrow(zErrorDetail()), "An error occurred in the KV storage module");
+    EXPECT_EQ(zRaiseOtherErr(u"why", u"what"), -1);
+    EXPECT_EQ(zErrorCode(), -1);
+    EXPECT_EQ(zRaiseNetErr(-3, u"why", nullptr), 15);
+    EXPECT_EQ(zErrorCode(), -3);
+}
+
+TEST(Error, ClassByCode) {
+    using Raiser = int32_t (*)(int32_t, const zwchar *, ...);
+    const struct {
+        Raiser raise;
+        int32_t code, stored;
+    } kRows[] = {
+        {zRaiseStdErr, 2, 3},
+        {zRaiseStdErr, 11, 7},
+        {zRaiseStdErr, 140, 7}, // would block
+        {zRaiseStdErr, 12, 1},
+        {zRaiseStdErr, 22, 2},
+        {zRaiseStdErr, 34, 5},
+        {zRaiseStdErr, 103, 4},
+        {zRaiseStdErr, 17, 10}, // exists has no class of its own
+        {zRaiseStdErr, 105, 6},
+        {zRaiseStdErr, 13, 10},
+        {zRaiseGitErr, GIT_ENOTFOUND, 3},
+        {zRaiseGitErr, GIT_EEXISTS, 4},
+        {zRaiseGitErr, GIT_ELOCKED, 7},
+        {zRaiseGitErr, GIT_EINVALID, 2},
+        {zRaiseGitErr, GIT_ECONFLICT, 11},
+        {zRaiseUvErr, UV_ENOENT, 3},
+        {zRaiseUvErr, UV_ENOMEM, 1},
+        {zRaiseUvErr, UV_EINVAL, 2},
+        {zRaiseUvErr, UV_EALREADY, 4},
+        {zRaiseUvErr, UV_EEXIST, 12},
+        {zRaiseWinErr, 2, 9},
+        {zRaiseWsaErr, EAI_NONAME, 9},
+    };
+    for (const auto &row : kRows) {
+        EXPECT_EQ(row.raise(row.code, nullptr), row.stored) << "code " << row.code;
+        EXPECT_EQ(zErrorClass(), row.stored);
+        EXPECT_EQ(zErrorCode(), row.code);
+    }
+    EXPECT_EQ(narrow(zErrorReason()), gai_strerror(EAI_NONAME));
+    EXPECT_EQ(narrow(zUvErrReason(UV_EALREADY)), uv_strerror(UV_EALREADY));
+}
+
+TEST(Error, StandardErrorLeavesTheHostsErrno) {
+    zRaiseStdErr(38, nullptr);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(narrow(zErrorReason()), strerrordesc_np(ENAMETOOLONG));
+    errno = ENOMEDIUM; // has no number of its own, its text is kept all the same
+    zev::raise_errno(nullptr);
+    EXPECT_EQ(zErrorCode(), 131);
+    EXPECT_EQ(errno, ENOMEDIUM);
+    EXPECT_EQ(narrow(zErrorReason()), strerrordesc_np(ENOMEDIUM));
+    errno = 0;
+    EXPECT_EQ(narrow(zStdErrReason(131)), strerrordesc_np(EIO));
+    EXPECT_EQ(narrow(zStdErrReason(98765)), "");
+    zRaiseWinErr(17, nullptr);
+    EXPECT_EQ(errno, EEXIST);
+}
+
+TEST(Error, DetailIsComposedOncePerRaise) {
+    zRaiseError(99, 5, u"what", u"why");
+    EXPECT_EQ(narrow(zErrorDetail()), "what: why");
+    zSetErrorMsg(u"%d", 12);
+    EXPECT_EQ(narrow(zErrorMsg()), "12");
+    EXPECT_EQ(narrow(zErrorDetail()), "what: why");
+    EXPECT_EQ(zSetErrorReason(nullptr), zErrorReason());
+    EXPECT_EQ(narrow(zErrorReason()), "why");
+    zRaiseError(99, 5, u"what", nullptr);
+    EXPECT_EQ(narrow(zErrorDetail()), "what");
+}
+
+// Arguments that point into the record are read before it is written.
+TEST(Error, RaisesFromItsOwnTexts) {
+    zRaiseError(1, 1, u"first", u"second");
+    zRaiseError(2, 2, zErrorReason(), zErrorMsg());
+    EXPECT_EQ(narrow(zErrorDetail()), "second: first");
+    zRaiseOtherErr(zErrorMsg(), u"[%s]", zErrorDetail());
+    EXPECT_EQ(narrow(zErrorDetail()), "[second: first]: second");
+    zSetErrorMsg(u"%s, %s", zErrorReason(), zErrorMsg());
+    EXPECT_EQ(narrow(zErrorMsg()), "second, [second: first]");
+}
+
+TEST(Error, LongTextsAreCut) {
+    const std::u16string text(3000, u'x');
+    zRaiseOtherErr(text.c_str(), u"<%s>", text.c_str());
+    EXPECT_EQ(std::u16string(zErrorMsg()), u"<" + text.substr(0, 1022));
+    EXPECT_EQ(std::u16string(zErrorReason()), text.substr(0, 1023));
+    EXPECT_EQ(std::u16string(zErrorDetail()), zErrorMsg());
+}
+
+TEST(Error, GitTextIsTrimmed) {
+    git_error_set_str(GIT_ERROR_INVALID, "\t no sch\xC3\xB6ner object \r\n");
+    zRaiseGitErr(-1, u"cat");
+    EXPECT_EQ(narrow(zErrorDetail()), "cat: no sch\xC3\xB6ner object");
+    EXPECT_EQ(narrow(zGitErrLast()), "\t no sch\xC3\xB6ner object \r\n");
+    std::string longer; // more bytes than the record has characters, fewer characters
+    for (int i = 0; i < 1000; ++i) longer += "\xE2\x82\xAC";
+    git_error_set_str(GIT_ERROR_INVALID, longer.c_str());
+    zRaiseGitErr(-1, nullptr);
+    EXPECT_EQ(narrow(zErrorReason()), longer);
+}
+
+TEST(Error, ServerStatusHasItsTextFromTheCatalogue) {
+    EXPECT_EQ(zRaiseSrvErr(404, nullptr, u"get"), 16);
+    EXPECT_EQ(zErrorCode(), 404);
+    EXPECT_EQ(narrow(zErrorReason()), narrow(zI18nTextLookup(zI18nCurrentLang(), u"http.404")));
+    zRaiseSrvErr(999, nullptr, u"get");
+    EXPECT_EQ(narrow(zErrorDetail()), "get");
+    zRaiseSrvErr(404, u"gone fishing", nullptr);
+    EXPECT_EQ(narrow(zErrorDetail()), "gone fishing");
+}
+
+TEST(Ring, ReleasesAtThe1024thFurtherParkingAndAtTheThreadsEnd) {
+    static int released;
+    released = 0;
+    on_thread([] {
+        auto count = [](void *) { ++released; };
+        char things[1025];
+        EXPECT_TRUE(zGlobalRecyclePut(nullptr, count));
+        for (int i = 0; i < 1024; ++i) zGlobalRecyclePut(&things[i], count);
+        EXPECT_EQ(released, 0);
+        zGlobalRecyclePut(&things[1024], count);
+        EXPECT_EQ(released, 1);
+    });
+    EXPECT_EQ(released, 1025);
+}
+
+// The test program holds one start of its own.
+TEST(Global, StartsNestAndStopOnlyAtTheLast) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            for (int n = 0; n < 50; ++n)
+                EXPECT_TRUE(zGlobalInit(u"de-DE", nullptr) && zGlobalCleanup());
+        });
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(narrow(zI18nTextLookup(zI18nCurrentLang(), u"action.sDone")), "Done");
+
+    zRaiseLocked(nullptr);
+    EXPECT_TRUE(zGlobalCleanup());
+    EXPECT_EQ(zI18nCurrentLang(), nullptr);
+    EXPECT_EQ(zErrorClass(), 0);
+    EXPECT_TRUE(zGlobalCleanup()); // one too many does no harm
+    ASSERT_OK(zGlobalInit(u"de-DE", u"xx-NONE"));
+    EXPECT_EQ(narrow(zI18nTextLookup(zI18nCurrentLang(), u"action.sDone")), "Fertig");
+    zGlobalCleanup();
+    ASSERT_OK(zGlobalInit(u"en-US", nullptr));
+}
+
+// Runs in a copy of this program that stands in a directory of its own, started anew in the
+// product's language.
+TEST(Installed, DISABLED_Report) {
+    zGlobalCleanup();
+    ASSERT_OK(zGlobalInit(nullptr, nullptr));
+    zwchar appdata[Z_PATH_MAX];
+    zPathGetAppData(appdata);
+    printf("appdata=%s\n", narrow(appdata).c_str());
+    printf("local=%s\n", narrow(zLangLocal()).c_str());
+    printf("done=%s\n", narrow(zI18nTextLookup(zI18nCurrentLang(), u"action.sDone")).c_str());
+}
+
+class Start : public testing::Test {
+  protected:
+    TempDir dir;
+    std::filesystem::path root = std::filesystem::canonical(dir.path());
+
+    std::string command;
+
+    // The program stands in app/bin, and the library too where it is a file of its own.
+    void SetUp() override {
+        const auto self = std::filesystem::canonical("/proc/self/exe"), library = library_file();
+        command = "'" + place(self).string() + "'";
+        if (library != self) command = "LD_PRELOAD='" + place(library).string() + "' " + command;
+    }
+    std::filesystem::path place(const std::filesystem::path &file) {
+        const auto to = root / "app/bin" / file.filename();
+        std::filesystem::create_directories(to.parent_path());
+        std::error_code other_device;
+        create_hard_link(file, to, other_device);
+        if (other_device) copy_file(file, to);
+        return to;
+    }
+    // What the program in app/bin says when it is started; the value of one of its lines.
+    std::string start(const std::string &environment = {}) {
+        return run(environment + " " + command +
+                   " --gtest_also_run_disabled_tests --gtest_filter=Installed.* 2>&1");
+    }
+    static std::string value(const std::string &said, const std::string &name) {
+        const size_t at = said.find("\n" + name + "=");
+        if (at == said.npos) return said;
+        const size_t from = at + name.size() + 2;
+        return said.substr(from, said.find('\n', from) - from);
+    }
+    static std::string done_at(const std::string &said) {
+        return value(said, "done") + " @ " + value(said, "appdata");
+    }
+    void conf_at(const std::string &place, const char *language = nullptr) {
+        std::filesystem::create_directories(root / place / "conf");
+        if (language) write(root / place / "conf/lang.conf", language);
+        write(root / place / "conf/locales/en-US.lang", R"({"action":{"sDone":"Ready"}})");
+        write(root / place / "conf/locales/de-DE.lang", R"({"action":{"sDone":"Bereit"}})");
+    }
+};
+
+TEST_F(Start, FindsItsApplicationData) {
+    std::filesystem::create_directories(root / "app/conf");
+    EXPECT_EQ(done_at(start()), "action.sDone @ " + (root / "app").string()); // no catalogue at all
+    EXPECT_TRUE(is_directory(root / "app/logs"));
+    conf_at("data", R"({"language":"de-DE"})");
+    const std::string data = (root / "data").string();
+    const struct {
+        std::string conf, expected;
+        const char *reason;
+    } kRows[] = {
+        {R"({"appdata":")" + data + R"("})", "Bereit @ " + data, "absolute"},
+        {R"({"appdata":"..\\../data"})", "Bereit @ " + data, "relative, with either slash"},
+        {R"({"appdata":"%ZEV_TEST_DATA%"})", "Bereit @ " + data, "absolute once expanded"},
+        {R"({"appdata":7})", "action.sDone @ " + (root / "app").string(), "no string"},
+        {R"({"appdata":)", "action.sDone @ " + (root / "app").string(), "no JSON"},
+    };
+    for (const auto &row : kRows) {
+        write(root / "app/bin/zev.conf", row.conf);
+        EXPECT_EQ(done_at(start("ZEV_TEST_DATA='" + data + "'")), row.expected) << row.reason;
+    }
+}
+
+TEST_F(Start, ProductLanguage) {
+    const struct {
+        const char *conf, *done, *reason;
+    } kRows[] = {
+        {R"({"language":"de-DE"})", "Bereit", "its own catalogue"},
+        {R"({"language":"fr-FR"})", "Ready", "no such file"},
+        {R"({"language":"../../data/de-DE"})", "Ready", "no language name"},
+        {R"({})", "Ready", "no key"},
+    };
+    for (const auto &row : kRows) {
+        conf_at("app", row.conf);
+        EXPECT_EQ(value(start(), "done"), row.done) << row.reason;
+    }
+}
+
+TEST_F(Start, LocalLanguageFollowsTheEnvironment) {
+    conf_at("app");
+    const struct {
+        const char *environment, *name;
+    } kRows[] = {
+        {"LC_ALL=de_DE.UTF-8@euro LANG=fr_FR", "de-DE"},
+        {"LC_ALL= LC_MESSAGES=sr_RS@latin LANG=fr_FR", "sr-RS"},
+        {"LC_ALL= LC_MESSAGES= LANG=fr_FR.UTF-8", "fr-FR"},
+        {"LC_ALL=C LANG=fr_FR", "en-US"},
+        {"LC_ALL=C.UTF-8", "en-US"},
+        {"LC_ALL= LC_MESSAGES= LANG=", "en-US"},
+        {"LC_ALL=/usr/share/x", "en-US"},
+    };
+    for (const auto &row : kRows)
+        EXPECT_EQ(value(start(row.environment), "local"), row.name) << row.environment;
+}
+
+TEST_F(Start, SaysWhyItFailed) {
+    EXPECT_NE(start().find((root / "app/conf").string() + ": No such file"), std::string::npos);
+    conf_at("app");
+    write(root / "app/logs", "a file in the way");
+    EXPECT_NE(start().find((root / "app/logs").string()), std::string::npos);
+}
+
+} // namespace

@@ -1,0 +1,305 @@
+// The JSON tree: values, ownership, members, elements, paths.
+#include "support.hpp"
+
+#include "common/text.hpp"
+
+#include <cmath>
+
+namespace {
+
+using test::guard;
+using Tree = test::Guard<Json>;
+
+Tree tree(const zwchar *text) { return guard(zJsonReadTextual(text), zJsonFree); }
+
+std::string text(const Json *node) {
+    auto written = guard(zJsonWriteTextual(node), zStrfreeW);
+    return test::narrow(written.get());
+}
+
+std::u16string numbered(int i) { return test::wide("n" + std::to_string(i)); }
+
+TEST(Json, Conversions) {
+    auto object = tree(u"{\"a\":1,\"b\":2,\"c\":3}");
+    auto array = tree(u"[1,2]");
+    const struct {
+        Json *node; // owned by the row
+        int64_t integer;
+        double real;
+        bool boolean;
+        const char *text;
+    } rows[] = {
+        {zJsonNewNull(), 0, 0.0, false, "null"},
+        {zJsonNewString(u""), 0, 0.0, false, ""},
+        {zJsonNewString(nullptr), 0, 0.0, false, ""},
+        {zJsonNewString(u"0"), 0, 0.0, true, "0"},
+        {zJsonNewString(u" 0x10z"), 16, 16.0, true, " 0x10z"}, // base 0
+        {zJsonNewString(u"010"), 8, 10.0, true, "010"},
+        {zJsonNewString(u"99999999999999999999"), INT64_MAX, 1e20, true, "99999999999999999999"},
+        {zJsonNewString(u"5000000000"), 5000000000, 5e9, true, "5000000000"},
+        {zJsonNewInt(-7), -7, -7.0, true, "-7"},
+        {zJsonNewInt(0), 0, 0.0, false, "0"},
+        {zJsonNewReal(-2.75), -2, -2.75, true, "-2.75"},
+        {zJsonNewReal(1e300), INT64_MAX, 1e300, true, "1e+300"},
+        {zJsonNewBoolean(true), 1, 1.0, true, "true"},
+        {zJsonNewBoolean(false), 0, 0.0, false, "false"},
+        {zJsonNew(Z_JSON_OBJECT), 0, 0.0, false, ""},
+        {zJsonDup(object.get()), 3, 3.0, true, ""},
+        {zJsonDup(array.get()), 2, 2.0, true, ""},
+    };
+    for (const auto &row : rows) {
+        Tree node = guard(row.node, zJsonFree);
+        ASSERT_TRUE(node);
+        EXPECT_EQ(zJsonGetInt(node.get()), row.integer) << row.text;
+        EXPECT_EQ(zJsonGetReal(node.get()), row.real) << row.text;
+        EXPECT_EQ(zJsonGetBoolean(node.get()), row.boolean) << row.text;
+        EXPECT_EQ(test::narrow(zJsonGetString(node.get())), row.text);
+    }
+    EXPECT_FALSE(zJsonNew(7));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zJsonAttachString(nullptr));
+}
+
+TEST(Json, ChangesOfTypeReleaseTheOldValue) {
+    auto node = tree(u"{\"a\":[1,{\"b\":\"x\"}]}");
+    ASSERT_OK(zJsonSetType(node.get(), Z_JSON_OBJECT)); // of that type already: left alone
+    EXPECT_EQ(zJsonGetInt(node.get()), 1);
+    ASSERT_OK(zJsonSetType(node.get(), Z_JSON_ARRAY));
+    EXPECT_EQ(zJsonArraySize(node.get()), 0u);
+    ASSERT_OK(zJsonSetString(node.get(), u"text"));
+    ASSERT_OK(zJsonSetString(node.get(), zJsonGetString(node.get()) + 1)); // its own text
+    EXPECT_EQ(test::narrow(zJsonGetString(node.get())), "ext");
+    ASSERT_OK(zJsonSetReal(node.get(), 0.5));
+    EXPECT_TRUE(zJsonIsReal(node.get()));
+    ASSERT_OK(zJsonSetNull(node.get()));
+    EXPECT_TRUE(zJsonIsNull(node.get()));
+
+    Json own; // in the caller's memory
+    ASSERT_OK(zJsonInit(&own, Z_JSON_ARRAY));
+    ASSERT_OK(zJsonArrayPush(&own, zJsonNewInt(1)));
+    zJsonCleanup(&own);
+    EXPECT_TRUE(zJsonIsNull(&own));
+}
+
+TEST(Json, Ids) {
+    Oid id, back = {};
+    for (uint8_t i = 0; i < sizeof id.id; ++i) id.id[i] = static_cast<uint8_t>(i * 13);
+    auto node = guard(zJsonNewId(&id), zJsonFree);
+    ASSERT_TRUE(node);
+    EXPECT_EQ(test::narrow(zJsonGetString(node.get())), "000d1a2734414e5b6875828f9ca9b6c3d0ddeaf7");
+    ASSERT_OK(zJsonGetId(&back, node.get()));
+    EXPECT_TRUE(zOidIsEqual(&id, &back));
+    zJsonSetInt(node.get(), 1);
+    EXPECT_FALSE(zJsonGetId(&back, node.get()));
+    EXPECT_EQ(zErrorClass(), 2);
+    ASSERT_OK(zJsonSetId(node.get(), &id));
+    EXPECT_TRUE(zJsonIsString(node.get()));
+}
+
+TEST(Json, ANodeHasOneParent) {
+    auto a = tree(u"{}"), b = tree(u"[]");
+    Json *node = zJsonNewInt(1);
+    ASSERT_OK(zJsonObjectPut(a.get(), u"x", node));
+    EXPECT_FALSE(zJsonObjectPut(a.get(), u"y", node));
+    EXPECT_FALSE(zJsonArrayPush(b.get(), node));
+    EXPECT_EQ(text(a.get()) + text(b.get()), "{\"x\":1}[]");
+    EXPECT_EQ(zJsonParent(node), a.get());
+    EXPECT_FALSE(zJsonIsRoot(node));
+    EXPECT_FALSE(zJsonObjectPut(b.get(), u"x", a.get())); // no object
+
+    Json *out = zJsonObjectDetach(a.get(), u"x");
+    ASSERT_EQ(out, node);
+    EXPECT_TRUE(zJsonIsRoot(node));
+    ASSERT_OK(zJsonArrayPush(b.get(), node));
+    EXPECT_FALSE(zJsonObjectDetach(a.get(), u"x"));
+    EXPECT_FALSE(zJsonObjectRemove(a.get(), u"x"));
+}
+
+TEST(Json, ANodeNeverGoesBelowItself) {
+    auto top = tree(u"{\"a\":{\"b\":[]}}");
+    Json *low = zJsonPathGet(top.get(), u"a.b");
+    EXPECT_FALSE(zJsonArrayPush(low, top.get()));
+    EXPECT_FALSE(zJsonObjectPut(top.get(), u"me", top.get()));
+    EXPECT_EQ(zJsonRoot(low), top.get());
+    EXPECT_EQ(text(top.get()), "{\"a\":{\"b\":[]}}");
+}
+
+TEST(Json, VariableLists) {
+    auto object =
+        guard(zJsonNewObject(u"b", zJsonNewInt(1), u"a", zJsonNewNull(), nullptr), zJsonFree);
+    EXPECT_EQ(text(object.get()), "{\"a\":null,\"b\":1}");
+    auto array = guard(zJsonNewArray(zJsonNewInt(1), zJsonNewString(u"x"), nullptr), zJsonFree);
+    EXPECT_EQ(text(array.get()), "[1,\"x\"]");
+    auto empty = guard(zJsonNewObject(nullptr), zJsonFree);
+    EXPECT_EQ(text(empty.get()), "{}");
+    // All nodes of a list that failed are gone: those before and behind the fault.
+    EXPECT_FALSE(
+        zJsonNewObject(u"a", zJsonNewInt(1), u"b", nullptr, u"c", zJsonNewInt(2), nullptr));
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST(Json, Elements) {
+    auto array = tree(u"[0,1,2,3]");
+    EXPECT_FALSE(zJsonArrayAt(array.get(), 4));
+    EXPECT_EQ(zErrorClass(), 5);
+    Json *late = zJsonNewInt(9);
+    EXPECT_FALSE(zJsonArraySet(array.get(), 4, late));
+    ASSERT_OK(zJsonArraySet(array.get(), 1, late));
+    ASSERT_OK(zJsonArrayRemove(array.get(), 0));
+    EXPECT_FALSE(zJsonArrayRemove(array.get(), 3));
+    zJsonFree(zJsonArrayAt(array.get(), 1)); // takes itself out
+    EXPECT_EQ(text(array.get()), "[9,3]");
+
+    auto object = tree(u"{}");
+    zRaiseCanceled(nullptr);
+    EXPECT_FALSE(zJsonArrayAt(object.get(), 0));
+    EXPECT_FALSE(zJsonArrayRemove(object.get(), 0));
+    EXPECT_EQ(zErrorClass(), 6); // raises nothing of its own
+    EXPECT_EQ(zJsonArraySize(object.get()), 0u);
+}
+
+// Puts, replaces, removes and looks up in an order without pattern, against a plain map.
+TEST(Json, MembersKeepTheirOrder) {
+    auto object = tree(u"{}");
+    std::map<std::u16string, int> expected;
+    uint32_t random = 1;
+    for (int i = 0; i < 20000; ++i) {
+        random = random * 1664525 + 1013904223;
+        const std::u16string name = numbered(static_cast<int>(random >> 8) % 700) +
+                                    (random & 64 ? u" and more than fits in place" : u"");
+        Json *found = zJsonObjectAt(object.get(), name.c_str());
+        ASSERT_EQ(found != nullptr, expected.contains(name));
+        ASSERT_TRUE(!found || zJsonGetInt(found) == expected[name]);
+        if (found && random >> 30 == 0) {
+            zJsonFree(found);
+            expected.erase(name);
+        } else if (found && random >> 30 == 1) {
+            ASSERT_OK(zJsonObjectRemove(object.get(), name.c_str()));
+            expected.erase(name);
+        } else {
+            ASSERT_OK(zJsonObjectPut(object.get(), name.c_str(), zJsonNewInt(i)));
+            expected[name] = i;
+        }
+    }
+    ASSERT_EQ(zJsonGetInt(object.get()), static_cast<int64_t>(expected.size()));
+    auto iter = guard(
+        zJsonObjectNewiter(object.get()), +[](HashmapIter *it) { it->free(it); });
+    auto at = expected.begin();
+    for (iter->first(iter.get()); !iter->done(iter.get()); iter->next(iter.get()), ++at) {
+        ASSERT_NE(at, expected.end());
+        Variant *name = iter->current(iter.get());
+        EXPECT_EQ(std::u16string(*static_cast<zwchar **>(zVariantValue(name))), at->first);
+        EXPECT_EQ(zJsonGetInt(*static_cast<Json **>(zVariantValue(zVariantNext(name)))),
+                  at->second);
+    }
+    EXPECT_EQ(at, expected.end());
+}
+
+TEST(Json, AWalkSurvivesPuts) {
+    auto object = tree(u"{\"b\":1,\"d\":2,\"f\":3}");
+    auto iter = guard(
+        zJsonObjectNewiter(object.get()), +[](HashmapIter *it) { it->free(it); });
+    std::u16string walked;
+    for (iter->first(iter.get()); !iter->done(iter.get()); iter->next(iter.get())) {
+        const std::u16string name =
+            *static_cast<zwchar **>(zVariantValue(iter->current(iter.get())));
+        walked += name;
+        if (name != u"d") continue;
+        for (const zwchar *other : {u"a", u"c", u"e"})
+            ASSERT_OK(zJsonObjectPut(object.get(), other, zJsonNewNull()));
+    }
+    EXPECT_EQ(walked, u"bdef");
+}
+
+// Filling and emptying large containers in every order, and freeing a tree deeper than the stack:
+// seconds or a crash if one step cost what the whole costs.
+TEST(Json, LargeAndDeep) {
+    constexpr int kMany = 30000;
+    for (int order : {1, kMany - 1, 7919}) { // forwards, backwards, without pattern
+        auto object = tree(u"{}");
+        for (int64_t i = 0; i < kMany; ++i)
+            ASSERT_OK(zJsonObjectPut(object.get(),
+                                     numbered(static_cast<int>(i * order % kMany)).c_str(),
+                                     zJsonNewInt(i)));
+        ASSERT_EQ(zJsonGetInt(object.get()), kMany);
+        for (int64_t i = 0; i < kMany; ++i)
+            ASSERT_OK(zJsonPathRemove(object.get(), numbered(static_cast<int>(i)).c_str()));
+        EXPECT_EQ(zJsonGetInt(object.get()), 0);
+    }
+    auto deep = guard(zJsonNew(Z_JSON_ARRAY), zJsonFree);
+    for (int i = 0; i < 200000; ++i) {
+        Json *outer = zJsonNewArray(deep.release(), nullptr);
+        deep.reset(outer);
+    }
+    auto copy = guard(zJsonDup(deep.get()), zJsonFree);
+    auto written = guard(zJsonWriteTextual(copy.get()), zStrfreeW);
+    EXPECT_EQ(zStrlenW(written.get()), 400002u);
+}
+
+TEST(Json, CopiesAreDeep) {
+    const char *form = "{\"a\":[1,{\"b\":\"x\"},true,null],\"c\":2.5}";
+    auto original = tree(test::wide(form).c_str());
+    auto copy = guard(zJsonDup(zJsonPathGet(original.get(), u"a")), zJsonFree);
+    ASSERT_TRUE(copy);
+    EXPECT_TRUE(zJsonIsRoot(copy.get()));
+    original.reset();
+    EXPECT_EQ(text(copy.get()), "[1,{\"b\":\"x\"},true,null]");
+}
+
+TEST(Json, Paths) {
+    auto root = tree(u"{\"a\":{\"b\":1,\"list[0]\":\"x\"},\"s\":\"text\"}");
+    const struct {
+        const zwchar *path;
+        const char *found; // null: missing
+        int error;         // what the missing one raises
+    } rows[] = {
+        {u"a.b", "1", 0},       {u"$.a.b", "1", 0},   {u".a..b.", "1", 0},  {u"a.$.b", "1", 0},
+        {u"a.list[0]", "x", 0}, // an ordinary name
+        {u"a.$b", nullptr, 6},  {u"a.c", nullptr, 6}, {u"x.y", nullptr, 6}, {u"$", nullptr, 6},
+        {u"", nullptr, 6},      {u"s.t", nullptr, 2}, // a step through what is no object
+    };
+    for (const auto &row : rows) {
+        zRaiseCanceled(nullptr);
+        const zwchar *found = zJsonPathGetString(root.get(), row.path);
+        EXPECT_EQ(found ? test::narrow(found) : "-", row.found ? row.found : "-")
+            << test::narrow(row.path);
+        EXPECT_EQ(zErrorClass(), row.found ? 6 : row.error) << test::narrow(row.path);
+        EXPECT_EQ(zJsonPathExists(root.get(), row.path), row.found != nullptr);
+    }
+    zRaiseCanceled(nullptr);
+    EXPECT_EQ(zJsonPathGetInt(root.get(), u"no.such"), 0);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_FALSE(zJsonPathGetBool(root.get(), u"no"));
+    Oid id = {};
+    zRaiseCanceled(nullptr);
+    EXPECT_FALSE(zJsonPathGetId(&id, root.get(), u"no"));
+    EXPECT_EQ(zErrorClass(), 6);
+}
+
+TEST(Json, PathsAreMadeOnTheWay) {
+    auto root = tree(u"{}");
+    Oid id = {};
+    ASSERT_OK(zJsonPathSetInt(root.get(), u"x.y", -5));
+    ASSERT_OK(zJsonPathSetLarge(root.get(), u"$.x.z", 1LL << 40));
+    ASSERT_OK(zJsonPathSetString(root.get(), u"x.y", u"now a text"));
+    ASSERT_OK(zJsonPathSetBool(root.get(), u"b", true));
+    ASSERT_OK(zJsonPathSetId(root.get(), u"i", &id));
+    EXPECT_FALSE(zJsonPathSetInt(root.get(), u"$", 1));
+    EXPECT_EQ(zErrorClass(), 3);
+    ASSERT_OK(zJsonPathRemove(root.get(), u"i"));
+    EXPECT_TRUE(zJsonPathRemove(root.get(), u"not.there"));
+    EXPECT_EQ(text(root.get()), "{\"b\":true,\"x\":{\"y\":\"now a text\",\"z\":1099511627776}}");
+
+    auto path = guard(zJsonNewPath(u"a.b.c", zJsonNewNull()), zJsonFree);
+    EXPECT_EQ(text(path.get()), "{\"a\":{\"b\":{\"c\":null}}}");
+    EXPECT_FALSE(zJsonNewPath(nullptr, nullptr));
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST(Text, ControlsBecomeBlanks) {
+    std::u16string text = u"a\x01\b\t\n\v\f\r\x1f\x7f\x20ac";
+    zev::blank_controls(text.data());
+    EXPECT_EQ(text, u"a \b\t\n \f\r \x7f\x20ac");
+}
+
+} // namespace

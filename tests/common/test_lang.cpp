@@ -1,0 +1,227 @@
+// Catalogues: which texts a key gives, which texts are refused, and what is shipped.
+#include "library_file.hpp"
+#include "support.hpp"
+
+#include "common/catalogue.hpp"
+
+#include <cerrno>
+#include <map>
+#include <regex>
+#include <set>
+
+using namespace test;
+
+namespace {
+
+std::string text(Json *catalogue, const zwchar *key) {
+    return narrow(zI18nTextLookup(catalogue, key));
+}
+
+// The catalogues of a directory of the test's own in place of the process's.
+class Lang : public testing::Test {
+  protected:
+    TempDir dir;
+    std::u16string former;
+
+    void SetUp() override {
+        zwchar appdata[Z_PATH_MAX];
+        zPathGetAppData(appdata);
+        former = appdata;
+        restart(dir.path().u16string());
+    }
+    void TearDown() override {
+        restart(former);
+        zI18nSetCurrentLang(u"en-US");
+    }
+    void restart(const std::u16string &appdata) {
+        zI18nDeinit();
+        zPathSetAppData(appdata.c_str(), nullptr);
+        zI18nInit();
+    }
+    void catalogue(const char *language, const char *json) {
+        write(dir.path() / "conf/locales" / (std::string(language) + ".lang"), json);
+    }
+};
+
+TEST_F(Lang, AKeyGivesItsTextOrItself) {
+    catalogue("en-US", R"({"a":{"sOne":"one","sSub":{"b":"c"},"n":7,"x.y":"no"},"title":"top"})");
+    Json *root = zI18nLangLookup(u"en-US");
+    ASSERT_OK(root);
+    EXPECT_EQ(text(root, u"a.sOne"), "one");
+    EXPECT_EQ(text(root, u"a.sSub"), ""); // an object is a node, and its text is empty
+    EXPECT_EQ(text(root, u"a.n"), "7");
+    EXPECT_EQ(text(zI18nNodeLookup(root, u"a.sSub"), u"b"), "c");
+    const zwchar *missing = u"a.x.y";
+    EXPECT_EQ(zI18nTextLookup(root, missing), missing);
+    EXPECT_TRUE(zI18nNodeExists(root, u"title"));
+    EXPECT_FALSE(zI18nNodeExists(root, u"a.sTwo"));
+    errno = ERANGE;
+    EXPECT_EQ(zI18nTextLookup(nullptr, missing), missing);
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_EQ(errno, ERANGE); // which the raise around the text is to report
+}
+
+TEST_F(Lang, MissingLanguagesShareTheFallback) {
+    EXPECT_EQ(zI18nLangLookup(u"fr-FR"), nullptr); // not even en-US
+    catalogue("en-US", R"({"a":"english"})");
+    write(dir.path() / "conf/secret.lang", R"({"a":"secret"})");
+    Json *french = zI18nLangLookup(u"fr-FR");
+    ASSERT_OK(french);
+    EXPECT_EQ(text(french, u"a"), "english");
+    EXPECT_EQ(zI18nLangLookup(u"fr-FR"), french);
+    EXPECT_EQ(zI18nLangLookup(u"it-IT"), french);
+    EXPECT_EQ(zI18nLangLookup(u"../secret"), french);
+    EXPECT_EQ(zI18nLangLookup(u""), french);
+    EXPECT_EQ(zI18nLangLookup(std::u16string(600, u'a').c_str()), french);
+    EXPECT_NE(zI18nLangLookup(u"en-US"), french); // asked for by name it is read as itself
+    catalogue("it-IT", R"({"a":"italian"})");     // fallbacks are not kept under the name
+    EXPECT_EQ(text(zI18nLangLookup(u"it-IT"), u"a"), "italian");
+}
+
+TEST_F(Lang, TheFirstSelectionStays) {
+    catalogue("en-US", R"({"a":"english"})");
+    catalogue("de-DE", "\xEF\xBB\xBF{\"a\":\"deutsch\"}");
+    EXPECT_TRUE(zI18nSetCurrentLang(u"de-DE"));
+    EXPECT_TRUE(zI18nSetCurrentLang(u"en-US"));
+    EXPECT_EQ(text(zI18nCurrentLang(), u"a"), "deutsch");
+    zI18nDeinit();
+    EXPECT_EQ(zI18nCurrentLang(), nullptr);
+    EXPECT_FALSE(zI18nSetCurrentLang(u"en-US"));
+}
+
+TEST_F(Lang, Formats) {
+    catalogue("en-US", R"({"a":{"two_s_d":"%s has %d","plain":"100 %%"}})");
+    Json *root = zI18nLangLookup(u"en-US");
+    EXPECT_EQ(narrow(zI18nTextFormat(root, u"a.two_s_d", u"böse", 3)), "b\xC3\xB6se has 3");
+    EXPECT_EQ(narrow(zI18nTextFormat(root, u"a.plain")), "100 %");
+    EXPECT_EQ(narrow(zI18nTextFormat(root, u"a.missing_s", u"x")), "a.missing_s");
+    const std::u16string longer(5000, u'x');
+    EXPECT_EQ(std::u16string(zI18nTextFormat(root, u"a.two_s_d", longer.c_str(), 1)),
+              longer + u" has 1");
+    EXPECT_EQ(zI18nTextFormat(root, nullptr), nullptr);
+}
+
+// A text is given the arguments that its key's tail names; others would read foreign memory.
+TEST(Catalogue, ConversionsFitTheTail) {
+    const struct {
+        const zwchar *name, *text;
+        bool fits;
+    } kRows[] = {
+        {u"sDone", u"Done", true},
+        {u"sDone", u"100 %%", true},
+        {u"sDone", u"100 %", false},
+        {u"sDone", u"%s", false},
+        {u"e_s", u"no %s", true},
+        {u"e_s", u"no %-20.20s!", true},
+        {u"e_s", u"no", false},
+        {u"e_s", u"%d", false},
+        {u"e_s", u"%S", false},  // narrow
+        {u"e_s", u"%hs", false}, // narrow
+        {u"e_s", u"%*s", false}, // takes a width too
+        {u"e_s", u"%n", false},
+        {u"e_s_d", u"%s, port %d", true},
+        {u"e_s_d", u"port %d of %s", false},
+        {u"e_d", u"%lld", false},
+        {u"e_d", u"%u", true},
+        {u"s_4d", u"%d %d %d %d", true},
+        {u"s_4d", u"%d %d %d", false},
+        {u"s_2s_d", u"%s %s %d", true},
+        {u"s_4d", u"%d %d %d %d %d", false},
+        {u"some_name", u"text", true}, // no tail
+        {u"some_name_s", u"%s", true},
+        {u"s_99999999999d", u"text", true}, // no tail either
+    };
+    for (const auto &row : kRows)
+        EXPECT_EQ(zev::catalogue_fits(row.name, row.text), row.fits)
+            << narrow(row.name) << " " << narrow(row.text);
+}
+
+TEST_F(Lang, ATextThatDoesNotFitCountsAsMissing) {
+    catalogue("en-US", R"({"a":{"bad_s":"%d","good_s":"%s","deep":{"bad":"%n"}}})");
+    testing::internal::CaptureStderr();
+    Json *root = zI18nLangLookup(u"en-US");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("\"bad_s\""), std::string::npos);
+    EXPECT_EQ(text(root, u"a.bad_s"), "a.bad_s");
+    EXPECT_EQ(text(root, u"a.deep.bad"), "a.deep.bad");
+    EXPECT_EQ(text(root, u"a.good_s"), "%s");
+}
+
+// ---- What is shipped
+
+void collect(Json *object, const std::u16string &prefix,
+             std::map<std::u16string, std::u16string> &all) {
+    HashmapIter *iter = zJsonObjectNewiter(object);
+    ASSERT_OK(iter);
+    for (iter->first(iter); !iter->done(iter); iter->next(iter)) {
+        Variant *entry = iter->current(iter);
+        Json *node = static_cast<Json *>(entry->next->value.pointer);
+        const std::u16string name = prefix + entry->value.wide;
+        if (zJsonIsObject(node))
+            collect(node, name + u".", all);
+        else
+            all[name] = zJsonGetString(node);
+    }
+    iter->free(iter);
+}
+
+std::map<std::u16string, std::u16string> shipped(const zwchar *language) {
+    std::map<std::u16string, std::u16string> all;
+    zwchar path[Z_PATH_MAX];
+    zPathGetConf(path);
+    zPathAppend(path, u"locales");
+    zPathAppend(path, language);
+    zPathAppendExt(path, path, u".lang");
+    auto root = guard(zJsonReadFile(path), zJsonFree); // as it stands, nothing left out
+    if (root) collect(root.get(), u"", all);
+    return all;
+}
+
+TEST(Shipped, LanguagesHaveTheSameKeysAndFittingTexts) {
+    const auto english = shipped(u"en-US"), german = shipped(u"de-DE");
+    ASSERT_GT(english.size(), 200u);
+    for (const auto &[key, value] : english) {
+        EXPECT_TRUE(german.contains(key)) << "no German " << narrow(key.c_str());
+        EXPECT_FALSE(value.empty()) << narrow(key.c_str());
+        EXPECT_TRUE(zev::catalogue_fits(key.substr(key.rfind(u'.') + 1), value))
+            << narrow(key.c_str());
+    }
+    for (const auto &[key, value] : german) {
+        EXPECT_TRUE(english.contains(key)) << "no English " << narrow(key.c_str());
+        EXPECT_TRUE(zev::catalogue_fits(key.substr(key.rfind(u'.') + 1), value))
+            << narrow(key.c_str());
+    }
+}
+
+// Keys that the library's code names stand in its file as 16-bit text.
+TEST(Shipped, EveryKeyOfTheCodeHasAText) {
+    const auto english = shipped(u"en-US");
+    const std::regex key(
+        "(action|admin|buttons|conflict|datetime|dialog|zev|http|net|odb|srv|status|sys)"
+        "\\.[a-zA-Z0-9_]+");
+    const std::string program = read(library_file());
+    std::set<std::string> named;
+    std::string run;
+    for (size_t i = 0; i + 1 < program.size(); i += 2) {
+        const char unit = program[i];
+        if (!program[i + 1] && (isalnum(unit) || unit == '.' || unit == '_')) {
+            run += unit;
+            continue;
+        }
+        const bool ended = !unit && !program[i + 1] && run.find('.') != run.npos;
+        if (ended && std::regex_match(run, key)) named.insert(run);
+        run.clear();
+    }
+    named.erase("zev.conf");
+    named.erase("zev.id");
+    named.erase("zev.simple");
+    ASSERT_TRUE(named.contains("datetime.seconds"));
+    auto has = [&](const std::string &name) {
+        auto at = english.lower_bound(wide(name)); // a text, or a dialog with texts below
+        return at != english.end() && at->first.starts_with(wide(name));
+    };
+    for (const std::string &name : named) EXPECT_TRUE(has(name)) << name;
+    for (int status : {100, 200, 226, 304, 308, 400, 417, 421, 431, 451, 500, 508, 510, 511})
+        EXPECT_TRUE(has("http." + std::to_string(status))) << status;
+}
+
+} // namespace

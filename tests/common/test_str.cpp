@@ -1,0 +1,196 @@
+#include "support.hpp"
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+struct Owned {
+    zwchar *text = nullptr;
+    ~Owned() { zStrfreeW(text); }
+};
+
+TEST(Str, CopiesParts) {
+    const struct {
+        uint64_t count;
+        const zwchar *copy;
+    } rows[] = {{0, u"text"}, {2, u"te"}, {4, u"text"}, {99, u"text"}};
+    for (auto [count, copy] : rows) {
+        Owned wide{zStrndupW(u"text", count)};
+        EXPECT_EQ(std::u16string(wide.text), copy) << count;
+    }
+    EXPECT_FALSE(zStrdupA(nullptr) || zStrndupW(nullptr, 3) || zStrnewA(UINT64_MAX) ||
+                 zStrnewW(UINT64_MAX / 2));
+    Owned zeroed{zStrnewW(3)};
+    EXPECT_EQ(std::u16string(zeroed.text, 4), std::u16string(4, u'\0'));
+}
+
+TEST(Str, UpdatesWhatItHolds) {
+    Owned held;
+    ASSERT_TRUE(zStrupdW(&held.text, u"first text"));
+    EXPECT_EQ(zStrupdW(&held.text, held.text + 6), held.text); // a part of itself
+    EXPECT_EQ(std::u16string(held.text), u"text");
+    EXPECT_FALSE(zStrnupdW(&held.text, nullptr, 2)); // never stores null
+    ASSERT_TRUE(zStrnupdW(&held.text, u"abc", 2));
+    EXPECT_EQ(std::u16string(held.text), u"ab");
+    EXPECT_FALSE(zStrupdW(&held.text, nullptr));
+    EXPECT_FALSE(held.text);
+}
+
+TEST(Str, ComparesUnsignedAndFolds) {
+    EXPECT_EQ(zStrcmpW(u"a", u"ab"), -1);
+    EXPECT_EQ(zStrcmpW(u"\xFF00", u"a"), 1);
+    EXPECT_EQ(zStrcmpA("\xFF", "a"), 1);
+    EXPECT_EQ(zStrncmpA("abc", "abd", 2), 0);
+    EXPECT_TRUE(zStrnsameW(u"abc", u"abd", 2) && !zStrnsameW(u"abc", u"abd", 3));
+    EXPECT_TRUE(zStrcasesameW(u"\u00C9T\u00C9", u"\u00E9t\u00E9"));
+    EXPECT_TRUE(zStrcasesameA("ABC", "abc") && !zStrcasesameA("\xC3\x89", "\xC3\xA9"));
+    EXPECT_TRUE(zStrncasesameA("ABc", "abX", 2));
+    EXPECT_EQ(zStrcasecmpW(u"_", u"A"), -1); // by what they fold to: lower case
+    EXPECT_EQ(zStrncasecmpW(u"B", u"a", 1), 1);
+    EXPECT_TRUE(zStrvalidW(u"a") && !zStrvalidW(u"") && !zStrvalidA(nullptr));
+    EXPECT_STREQ(zStrsafeA(nullptr), "");
+}
+
+TEST(Str, CollatesForPeople) {
+    const struct {
+        const zwchar *a, *b;
+        int32_t order;
+    } rows[] = {
+        {nullptr, u"", 0},  {u"a", nullptr, 1},        {nullptr, u"a", -1}, {u"", u"", 0},
+        {u"a", u"A", 0},    {u"\u00E9", u"E", 0},      {u"B", u"a", 1},     {u"z", u"\u00E4", 1},
+        {u"a1", u"a2", -1}, {u"\u3042", u"\u30A2", 0}, // kana types are one
+    };
+    for (auto [a, b, order] : rows) {
+        EXPECT_EQ(zStricollW(a, b), order) << test::narrow(a) << " " << test::narrow(b);
+        const std::string narrow_a = test::narrow(zStrsafeW(a)),
+                          narrow_b = test::narrow(zStrsafeW(b));
+        EXPECT_EQ(zStricollA(narrow_a.c_str(), narrow_b.c_str()), order);
+    }
+}
+
+TEST(Str, ChangesInPlace) {
+    const struct {
+        const zwchar *text, *set, *start, *end;
+    } rows[] = {
+        {u" \t\r\n", nullptr, u"", u""},
+        {u" a b ", nullptr, u"a b ", u" a b"},
+        {u"//a//", u"/", u"a//", u"//a"},
+        {u"", nullptr, u"", u""},
+    };
+    for (const auto &row : rows) {
+        Owned start{zStrdupW(row.text)}, end{zStrdupW(row.text)};
+        EXPECT_EQ(std::u16string(zStrtrimW(start.text, row.set)), row.start);
+        EXPECT_EQ(std::u16string(zStrrtrimW(end.text, row.set)), row.end);
+    }
+    zwchar text[] = u"\u00C4b1";
+    EXPECT_EQ(std::u16string(zStrlwrW(text)), u"\u00E4b1");
+    EXPECT_EQ(std::u16string(zStruprW(text)), u"\u00C4B1");
+    EXPECT_EQ(std::u16string(zStrrevW(text)), u"1B\u00C4");
+    char bytes[8] = "#######";
+    EXPECT_STREQ(zStrncpyA(bytes, "ab", 6), "ab");
+    EXPECT_EQ(memcmp(bytes, "ab\0\0\0\0#", 7), 0);
+    EXPECT_STREQ(zStrncatA(bytes, "cdef", 2), "abcd");
+    EXPECT_STREQ(zStrcatA(zStrcpyA(bytes, "x"), "y"), "xy");
+}
+
+TEST(Str, Finds) {
+    const zwchar *text = u"abcabc";
+    EXPECT_EQ(zStrchrW(text, u'b'), text + 1);
+    EXPECT_EQ(zStrrchrW(text, u'b'), text + 4);
+    EXPECT_EQ(zStrchrW(text, 0), text + 6);
+    EXPECT_EQ(zStrrchrW(text, 0), text + 6);
+    EXPECT_FALSE(zStrchrW(text, u'x') || zStrrchrW(text, u'x') || zStrrchrW(u"", u'x'));
+    EXPECT_EQ(zStrstrW(text, u"ca"), text + 2);
+    EXPECT_EQ(zStrcasestrW(text, u"CAB"), text + 2);
+    EXPECT_EQ(zStrcasestrW(text, u""), text);
+    EXPECT_FALSE(zStrstrW(text, u"cb") || zStrcasestrW(text, u"bcabcd"));
+    EXPECT_EQ(zStrpbrkW(text, u"xc"), text + 2);
+
+    zwchar list[] = u",,a,b;;c;";
+    zwchar *context = nullptr;
+    std::u16string tokens;
+    for (zwchar *token = zStrtokW(list, u",;", &context); token;
+         token = zStrtokW(nullptr, u",;", &context))
+        tokens.append(token).append(u"|");
+    EXPECT_EQ(tokens, u"a|b|c|");
+    EXPECT_FALSE(zStrtokW(nullptr, u",;", &context));
+}
+
+TEST(Str, ReadsNumbers) {
+    const struct {
+        const zwchar *text;
+        int32_t base;
+        int64_t value;
+        int used;
+    } rows[] = {
+        {u" \t-42x", 10, -42, 5},
+        {u"0x1Fg", 0, 31, 4},
+        {u"0x", 16, 0, 1}, // no digit behind the prefix
+        {u"017", 0, 15, 3},
+        {u"zz", 36, 1295, 2},
+        {u"9223372036854775807", 10, INT64_MAX, 19},
+        {u"9223372036854775808", 10, INT64_MAX, 19},
+        {u"-9223372036854775808", 10, INT64_MIN, 20},
+        {u"-99999999999999999999", 10, INT64_MIN, 21},
+        {u"- 1", 10, 0, 0},
+        {u"+", 10, 0, 0},
+    };
+    for (const auto &row : rows) {
+        zwchar *end = nullptr;
+        EXPECT_EQ(zStrtollW(row.text, &end, row.base), row.value) << test::narrow(row.text);
+        EXPECT_EQ(end - row.text, row.used) << test::narrow(row.text);
+    }
+    EXPECT_EQ(zStrtolA("2147483648", nullptr, 10), INT32_MAX);
+    EXPECT_EQ(zStrtolW(u"-2147483649", nullptr, 10), INT32_MIN);
+
+    const std::u16string zeros = std::u16string(5000, u'0') + u"1.5e1z";
+    zwchar *end = nullptr;
+    EXPECT_EQ(zStrtodW(zeros.c_str(), &end), 15);
+    EXPECT_EQ(end, &zeros[5005]);
+    const zwchar *other = u" \u00E91";
+    EXPECT_EQ(zStrtodW(other, &end), 0);
+    EXPECT_EQ(end, other);
+    EXPECT_EQ(zStrtodA("-1e-2,", nullptr), -0.01);
+    EXPECT_TRUE(std::isinf(zStrtodW(u"-inf", nullptr)));
+}
+
+TEST(Scan, StoresConversions) {
+    int day = 0, month = 0, year = 0, used = 0;
+    EXPECT_EQ(zSscanfW(u"2024-02-29T", u"%4d-%2d-%2d%n", &year, &month, &day, &used), 3);
+    EXPECT_EQ(year * 10000 + month * 100 + day, 20240229);
+    EXPECT_EQ(used, 10);
+
+    unsigned long long big = 0;
+    short small = 0;
+    double real = 0;
+    EXPECT_EQ(zSscanfA("ffffffffffffffff -7 1.25e2", "%llx %hd %lf", &big, &small, &real), 3);
+    EXPECT_EQ(big, UINT64_MAX);
+    EXPECT_EQ(small, -7);
+    EXPECT_EQ(real, 125);
+
+    zwchar wide[8] = {}, rest[8] = {};
+    char narrow[8] = {};
+    EXPECT_EQ(zSscanfW(u"\u00E9a key=v;x", u"%hs %[^=]=%*[a-u]%2c", narrow, wide, rest), 2);
+    EXPECT_STREQ(narrow, "\xC3\xA9"
+                         "a");
+    EXPECT_EQ(std::u16string(wide), u"key");
+    EXPECT_EQ(zSscanfW(u"\u00E9\u00E9\u00E9", u"%3hs", narrow), 1); // a bound on what is stored
+    EXPECT_STREQ(narrow, "\xC3\xA9");
+    EXPECT_EQ(zSscanfA("]a", "%[]a]", narrow), 1);
+    EXPECT_STREQ(narrow, "]a");
+}
+
+TEST(Scan, StopsAtTheFirstMismatch) {
+    int a = 0, b = 0;
+    EXPECT_EQ(zSscanfA("", "%d", &a), -1);
+    EXPECT_EQ(zSscanfA("  ", "%d", &a), -1);
+    EXPECT_EQ(zSscanfA("x", "%d", &a), 0);
+    EXPECT_EQ(zSscanfA("1", "%d %d", &a, &b), 1);
+    EXPECT_EQ(zSscanfA("1;2", "%d,%d", &a, &b), 1);
+    EXPECT_EQ(zSscanfW(u"50%7", u"%d%%%d", &a, &b), 2);
+    EXPECT_EQ(b, 7);
+    EXPECT_EQ(zSscanfW(u"1", u"%y", &a), 0);
+}
+
+} // namespace

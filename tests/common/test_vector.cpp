@@ -1,0 +1,226 @@
+#include "support.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <numeric>
+#include <random>
+#include <vector>
+
+namespace {
+
+using test::guard;
+using Vec = test::Guard<Vector>;
+
+Vec prim(int32_t type) { return guard(zVectorNewPrim(type, 0), zVectorFree); }
+
+struct Pair {
+    uint64_t key, value;
+};
+int32_t by_key(const void *a, const void *b) {
+    const auto *left = static_cast<const Pair *>(a), *right = static_cast<const Pair *>(b);
+    return left->key < right->key ? -1 : left->key > right->key;
+}
+
+std::u16string string_at(const Vector *vector, uint64_t index) {
+    zwchar *text = nullptr;
+    EXPECT_TRUE(zVectorAt(vector, index, &text));
+    return text;
+}
+
+TEST(Vector, GrowsByItsSize) {
+    Vec vector = prim(Z_TYPE_INT32);
+    EXPECT_EQ(zVectorCapacity(vector.get()), 8u);
+    std::vector<uint64_t> steps;
+    for (int i = 0; i < 30; ++i) {
+        ASSERT_TRUE(zVectorPush(vector.get(), i));
+        if (steps.empty() || steps.back() != zVectorCapacity(vector.get()))
+            steps.push_back(zVectorCapacity(vector.get()));
+    }
+    EXPECT_EQ(steps, (std::vector<uint64_t>{8, 12, 18, 27, 40}));
+    ASSERT_TRUE(zVectorGrow(vector.get(), 10)); // still free
+    EXPECT_EQ(zVectorCapacity(vector.get()), 40u);
+    ASSERT_TRUE(zVectorGrow(vector.get(), 11)); // 30 * 1.5 is more than 41
+    EXPECT_EQ(zVectorCapacity(vector.get()), 45u);
+    EXPECT_FALSE(zVectorGrow(vector.get(), UINT64_MAX));
+    EXPECT_FALSE(zVectorReserve(vector.get(), UINT64_MAX / 4));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zVectorNewPrim(0, UINT64_MAX));
+    EXPECT_EQ(zErrorClass(), 1);
+    EXPECT_EQ(zVectorSize(vector.get()), 30u);
+    ASSERT_TRUE(zVectorRemoveAll(vector.get()));
+    EXPECT_EQ(zVectorAvailable(vector.get()), 45u);
+}
+
+// Width and sign of each code: the greatest and the least value sort in their places.
+TEST(Vector, TypeCodesHaveTheirWidthAndSign) {
+    struct Row {
+        int32_t type;
+        uint64_t size;
+        bool is_signed;
+    };
+    for (auto [type, size, is_signed] : {Row{0, 1, false},
+                                         {1, 1, true},
+                                         {2, 1, false},
+                                         {3, 2, true},
+                                         {4, 2, false},
+                                         {5, 4, true},
+                                         {6, 4, false},
+                                         {7, 4, true},
+                                         {8, 4, false},
+                                         {10, 8, true},
+                                         {11, 8, false},
+                                         {13, 1, true},
+                                         {14, 2, false},
+                                         {15, 8, false},
+                                         {16, 8, true}}) {
+        Vec vector = prim(type);
+        ASSERT_TRUE(zVectorPush(vector.get(), int64_t{-1}) &&
+                    zVectorPush(vector.get(), int64_t{1}));
+        const auto *first = static_cast<uint8_t *>(zVectorAddrAt(vector.get(), 0));
+        EXPECT_EQ(static_cast<uint8_t *>(zVectorAddrAt(vector.get(), 1)) - first, (int64_t)size);
+        ASSERT_TRUE(zVectorSort(vector.get()));
+        EXPECT_EQ(zVectorSearch(vector.get(), int64_t{-1}), is_signed ? 0 : 1) << type;
+    }
+    Vec reals = prim(Z_TYPE_FLOAT);
+    for (double value : {2.5, -1.0, 0.25}) ASSERT_TRUE(zVectorPush(reals.get(), value));
+    float out = 0;
+    EXPECT_EQ(zVectorSearch(reals.get(), 2.5), 2);
+    EXPECT_TRUE(zVectorAt(reals.get(), 0, &out));
+    EXPECT_EQ(out, -1.0f);
+    for (int32_t bad : {-1, 20, 21}) EXPECT_FALSE(zVectorNewPrim(bad, 0)) << bad;
+}
+
+TEST(Vector, InsertSetRemoveKeepTheRest) {
+    Vec vector = prim(Z_TYPE_STRINGW);
+    zwchar text[] = u"b";
+    ASSERT_TRUE(zVectorPush(vector.get(), text));
+    text[0] = u'x'; // a copy was taken
+    ASSERT_TRUE(zVectorInsert(vector.get(), uint64_t{1000}, u"d"));
+    ASSERT_TRUE(zVectorInsert(vector.get(), uint64_t{1}, u"c"));
+    ASSERT_TRUE(zVectorInsert(vector.get(), uint64_t{0}, u"a"));
+    ASSERT_TRUE(zVectorSet(vector.get(), uint64_t{3}, string_at(vector.get(), 0).c_str()));
+    ASSERT_TRUE(zVectorRemove(vector.get(), 1));
+    EXPECT_EQ(string_at(vector.get(), 0) + string_at(vector.get(), 1) + string_at(vector.get(), 2),
+              u"aca");
+    ASSERT_TRUE(zVectorPop(vector.get()));
+    zwchar *last = nullptr;
+    ASSERT_TRUE(zVectorLast(vector.get(), &last) && zVectorLast(vector.get(), nullptr));
+    EXPECT_EQ(std::u16string(last), u"c");
+    ASSERT_TRUE(zVectorPush(vector.get(), nullptr)); // null stays null and sorts as empty
+    EXPECT_EQ(zVectorSearch(vector.get(), u""), 0);
+    EXPECT_EQ(zVectorSearch(vector.get(), u"c"), 2);
+    EXPECT_EQ(zVectorSearch(vector.get(), u"b"), -1);
+}
+
+// Growing and moving up must not lose sight of the element that was handed in.
+TEST(Vector, TakesItsOwnElements) {
+    Vec pairs = guard(zVectorNewStru(0, sizeof(Pair), by_key, nullptr), zVectorFree);
+    for (uint64_t i = 0; i < 8; ++i) {
+        Pair pair{i, 10 * i};
+        ASSERT_TRUE(zVectorPush(pairs.get(), &pair));
+    }
+    auto value = [&](uint64_t index) {
+        Pair *pair = nullptr;
+        EXPECT_TRUE(zVectorAt(pairs.get(), index, &pair));
+        return pair->value;
+    };
+    ASSERT_TRUE(zVectorPush(pairs.get(), zVectorAddrAt(pairs.get(), 7))); // full: the block moves
+    EXPECT_EQ(value(8), 70u);
+    ASSERT_TRUE(zVectorInsert(pairs.get(), uint64_t{2}, zVectorAddrAt(pairs.get(), 5)));
+    EXPECT_EQ(value(2), 50u);
+    EXPECT_EQ(value(6), 50u);
+    Pair none{9, 0};
+    ASSERT_TRUE(zVectorInsert(pairs.get(), uint64_t{0}, &none)); // unsorted from here
+    EXPECT_GT(zVectorSearch(pairs.get(), zVectorAddrAt(pairs.get(), 0)), 0);
+
+    Vec texts = prim(Z_TYPE_STRINGA);
+    ASSERT_TRUE(zVectorPush(texts.get(), "kept"));
+    char *own = nullptr;
+    ASSERT_TRUE(zVectorAt(texts.get(), 0, &own));
+    ASSERT_TRUE(zVectorSet(texts.get(), uint64_t{0}, own));
+    ASSERT_TRUE(zVectorAt(texts.get(), 0, &own));
+    EXPECT_STREQ(own, "kept");
+}
+
+int released;
+void release(void *pointer) { released += *static_cast<int *>(pointer); }
+
+TEST(Vector, ReleasesEachElementOnce) {
+    int one = 1, ten = 10, hundred = 100;
+    Vec pointers = guard(zVectorNewPtr(0, nullptr, release), zVectorFree);
+    released = 0;
+    for (int *number : {&one, &ten, &hundred}) ASSERT_TRUE(zVectorPush(pointers.get(), number));
+    ASSERT_TRUE(zVectorSet(pointers.get(), uint64_t{0}, &one)); // set to itself: still in use
+    EXPECT_EQ(released, 0);
+    ASSERT_TRUE(zVectorSet(pointers.get(), uint64_t{0}, &hundred));
+    EXPECT_EQ(released, 1);
+    ASSERT_TRUE(zVectorRemoveAll(pointers.get()));
+    EXPECT_EQ(released, 211);
+
+    released = 0;
+    Vector numbers; // structures hand over their address
+    ASSERT_TRUE(zVectorInitStru(&numbers, 0, sizeof(int), nullptr, release));
+    ASSERT_TRUE(zVectorPush(&numbers, &ten) && zVectorPush(&numbers, &one));
+    ASSERT_TRUE(zVectorPop(&numbers));
+    zVectorCleanup(&numbers);
+    EXPECT_EQ(released, 11);
+    EXPECT_FALSE(zVectorIsValid(&numbers));
+    zVectorCleanup(&numbers);
+    zVectorFree(&numbers); // no vector: neither released nor freed
+}
+
+int32_t by_first_half(const void *a, const void *b) {
+    const auto *left = static_cast<const int32_t *>(a), *right = static_cast<const int32_t *>(b);
+    return *left < *right ? -1 : *left > *right;
+}
+
+TEST(Vector, SortsLikeTheStandardLibrary) {
+    std::mt19937_64 random(7);
+    for (uint64_t size : {4u, 8u, 16u, 24u}) { // each has its own way of being sorted
+        const VectorComp compare = size == 4 ? by_first_half : by_key;
+        Vec vector = guard(zVectorNewStru(0, size, compare, nullptr), zVectorFree);
+        std::vector<uint64_t> keys;
+        for (int i = 0; i < 1000; ++i) {
+            uint64_t element[3] = {random() % 500, 0, 0};
+            keys.push_back(element[0]);
+            ASSERT_TRUE(zVectorPush(vector.get(), element));
+        }
+        ASSERT_TRUE(zVectorSort(vector.get()));
+        std::sort(keys.begin(), keys.end());
+        for (uint64_t i = 0; i < keys.size(); ++i) {
+            uint64_t key = 0;
+            memcpy(&key, zVectorAddrAt(vector.get(), i), std::min<uint64_t>(size, 8));
+            ASSERT_EQ(key, keys[i]) << "size " << size << " at " << i;
+        }
+        uint64_t wanted[3] = {keys[500], 0, 0}, missing[3] = {1000, 0, 0};
+        const int64_t found = zVectorSearch(vector.get(), wanted);
+        ASSERT_GE(found, 0);
+        EXPECT_EQ(keys[static_cast<uint64_t>(found)], keys[500]);
+        EXPECT_EQ(zVectorSearch(vector.get(), missing), -1);
+    }
+}
+
+TEST(Vector, Refuses) {
+    Vector zeroed = {};
+    int out = 7;
+    EXPECT_FALSE(zVectorPush(&zeroed, 1));
+    EXPECT_EQ(zVectorType(nullptr), -1);
+    EXPECT_TRUE(zVectorIsEmpty(&zeroed));
+    EXPECT_EQ(zErrorClass(), 2);
+
+    Vec vector = prim(Z_TYPE_INT32);
+    EXPECT_FALSE(zVectorPop(vector.get()) || zVectorLast(vector.get(), &out));
+    EXPECT_FALSE(zVectorSet(vector.get(), uint64_t{0}, 1) || zVectorRemove(vector.get(), 0));
+    EXPECT_FALSE(zVectorAt(vector.get(), 0, &out));
+    EXPECT_EQ(out, 7);
+    EXPECT_FALSE(zVectorSetComp(vector.get(), by_key)); // the shared descriptor
+
+    Vec pointers = guard(zVectorNewPtr(0, nullptr, nullptr), zVectorFree);
+    EXPECT_EQ(zVectorSearch(pointers.get(), &out), -1);
+    EXPECT_EQ(zErrorClass(), 10);
+    EXPECT_FALSE(zVectorSort(pointers.get()));
+    EXPECT_TRUE(zVectorSetComp(pointers.get(), by_key));
+    EXPECT_TRUE(zVectorSort(pointers.get()));
+}
+
+} // namespace

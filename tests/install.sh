@@ -1,0 +1,43 @@
+#!/bin/sh
+# Installs the build into a directory of its own and uses it from there: pkg-config, the CMake
+# package, each header alone, the symbols that are visible.
+set -eu
+build=$1
+source=$(cd "$(dirname "$0")/.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$build" --prefix "$work/root" >/dev/null
+lib=$(dirname "$(find "$work/root" -name libzev.so.1)")
+
+# pkg-config, a C compiler, and the examples as a user would build them.
+export PKG_CONFIG_PATH="$lib/pkgconfig"
+flags=$(pkg-config --define-prefix --cflags --libs zev)
+for example in list drawing; do
+  # shellcheck disable=SC2086
+  cc -std=c11 -Wall -Wextra -Werror "$source/examples/$example.c" $flags -o "$work/$example"
+  LD_LIBRARY_PATH=$lib "$work/$example" "$work/copy-$example"
+done | tee "$work/out"
+grep -q '1 file(s) in the commit' "$work/out"
+grep -qx '102: an arc' "$work/out"
+git -C "$work/copy-list" fsck --strict
+
+# The CMake package.
+cmake -G Ninja -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/root" \
+  -DEXAMPLE="$source/examples/list.c" >/dev/null
+cmake --build "$work/consumer" >/dev/null
+"$work/consumer/consumer" "$work/copy-cmake"
+
+# Every installed header stands alone, in both languages.
+for header in "$work"/root/include/zev/*.h; do
+  echo "#include \"$header\"" >"$work/alone.c"
+  cc -std=c11 -Wall -Wextra -Wpedantic -Werror -I"$work/root/include" -fsyntax-only "$work/alone.c"
+  c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -I"$work/root/include" -fsyntax-only -x c++ "$work/alone.c"
+done
+
+# What the headers declare is there, and only names with a z are visible.
+nm -D --defined-only "$lib/libzev.so.1" | awk '{print $3}' | sort >"$work/visible"
+if grep -v '^z' "$work/visible"; then echo "visible without a z" >&2; exit 1; fi
+echo '#include <zev/zev.h>' | cc -E -P -I"$work/root/include" -x c - |
+  grep -oE '\bz[A-Z][A-Za-z0-9]*\(' | tr -d '(' | sort -u >"$work/declared"
+if comm -13 "$work/visible" "$work/declared" | grep .; then echo "declared, not there" >&2; exit 1; fi
+if comm -23 "$work/visible" "$work/declared" | grep .; then echo "there, not declared" >&2; exit 1; fi

@@ -1,0 +1,100 @@
+// A working copy with files in it, worked on through an index, and what it reported.
+#pragma once
+
+#include "repo_fixture.hpp"
+
+#include <map>
+#include <vector>
+
+namespace test {
+
+using IndexPtr = Held<Index, zIndexFree>;
+using SpecPtr = Held<PathSpec, zPathSpecFree>;
+using StatusPtr = Held<StatusList, zStatusListFree>;
+using EntryPtr = Held<IndexEntry, zIndexEntryFree>;
+
+// Writes down what a host is told: "start:", "done:" ..., and "word path" for an action.
+struct Report : Notify {
+    std::vector<std::string> lines;
+    bool stop = false;
+
+    Report() : Notify{} {
+        start = [](auto *n, auto *heading, auto *text) {
+            of(n).push_back("start: " + narrow(heading) + " " + narrow(text));
+        };
+        done = [](auto *n, auto *text) { of(n).push_back("done: " + narrow(text)); };
+        cancel = [](auto *n, auto *text) { of(n).push_back("cancel: " + narrow(text)); };
+        abort = [](auto *n, auto *text) { of(n).push_back("abort: " + narrow(text)); };
+        action = [](auto *n, auto *word, auto *text) {
+            of(n).push_back(narrow(word) + " " + narrow(text));
+        };
+        usrbrk = [](auto *n) { return static_cast<const Report *>(n)->stop; };
+    }
+    bool told(const std::string &line) const {
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+
+  private:
+    static std::vector<std::string> &of(const Notify *notify) {
+        return const_cast<Report *>(static_cast<const Report *>(notify))->lines;
+    }
+};
+
+inline std::string text(const zwchar *key) {
+    return narrow(zI18nTextLookup(zI18nCurrentLang(), key));
+}
+
+class WorkingCopyTest : public RepositoryTest {
+  protected:
+    static constexpr uint32_t kLiteral = Z_SPEC_LITERAL;
+
+    void put(const std::string &path, std::string_view bytes) { write(place / path, bytes); }
+
+    static SpecPtr spec(std::vector<std::u16string> patterns, uint32_t options = 0,
+                        const Notify *notify = nullptr) {
+        SpecPtr made(zPathSpecNew(nullptr, options));
+        for (const auto &pattern : patterns) zPathSpecAdd(made.get(), pattern.c_str());
+        zPathSpecSetNotify(made.get(), notify);
+        return made;
+    }
+
+    IndexPtr lock() { return IndexPtr(zIndexHead(repository.get(), true)); }
+
+    void add(std::vector<std::u16string> patterns, uint32_t options = 0) {
+        IndexPtr index = lock();
+        ASSERT_OK(index);
+        ASSERT_OK(zIndexAdd(index.get(), spec(patterns, options).get()));
+        ASSERT_OK(zIndexWrite(index.get()));
+    }
+
+    void commit_all(const zwchar *message = u"base") {
+        add({u"*"});
+        IndexPtr index = lock();
+        CommitPtr made(zIndexCommit(index.get(), nullptr, u"HEAD", u"Ada", message));
+        ASSERT_OK(made);
+    }
+
+    // Path to kind, as a status without a lock sees it.
+    std::map<std::string, int> status(PathSpec *wanted = nullptr) {
+        IndexPtr index(zIndexHead(repository.get(), false));
+        StatusPtr list(zStatusListBuild(index.get(), wanted));
+        EXPECT_OK(list);
+        std::map<std::string, int> kinds;
+        for (uint64_t i = 0; list && i < zStatusListLength(list.get()); ++i) {
+            StatusEntry *entry = zStatusListEntry(list.get(), i);
+            kinds[narrow(zStatusEntryPath(entry))] = zStatusEntryStatus(entry);
+        }
+        return kinds;
+    }
+
+    // Paths in the index, by git.
+    std::vector<std::string> tracked() {
+        std::vector<std::string> paths;
+        std::string names = git(place, "ls-files -z");
+        for (size_t at = 0, end; (end = names.find('\0', at)) != names.npos; at = end + 1)
+            paths.push_back(names.substr(at, end - at));
+        return paths;
+    }
+};
+
+} // namespace test

@@ -1,0 +1,117 @@
+#include "repo_fixture.hpp"
+
+#include "objects/bulk.hpp"
+
+using namespace test;
+using zev::BulkWriter;
+
+namespace {
+
+struct BulkTest : RepositoryTest {
+    git_odb *odb = nullptr;
+
+    void SetUp() override {
+        RepositoryTest::SetUp();
+        ASSERT_EQ(git_repository_odb(&odb, repository->handle.get()), 0);
+    }
+    void TearDown() override { git_odb_free(odb); }
+
+    static std::string content(int n) {
+        return std::string(static_cast<size_t>(n * 7 % 5000), static_cast<char>('a' + n % 26)) +
+               std::to_string(n);
+    }
+    Oid write(int n) {
+        Oid id{};
+        const std::string bytes = content(n);
+        EXPECT_EQ(zev::write_blob(zev::git::oid(&id), odb, bytes.data(), bytes.size()), 0);
+        return id;
+    }
+    bool holds(const Oid &id, int n) {
+        zev::git::OdbObject object;
+        if (git_odb_read(zev::out(object), odb, zev::git::oid(&id)) < 0) return false;
+        return std::string(static_cast<const char *>(git_odb_object_data(object.get())),
+                           git_odb_object_size(object.get())) == content(n);
+    }
+    std::string count(const char *what) { // of git's own count
+        std::string text = git(place, "count-objects -v");
+        const size_t at = text.find(std::string(what) + ": ");
+        return text.substr(at, text.find('\n', at) - at);
+    }
+    size_t files_in_packs() {
+        size_t files = 0;
+        for (auto &entry : std::filesystem::directory_iterator(place / ".git/objects/pack"))
+            files += entry.is_regular_file();
+        return files;
+    }
+};
+
+} // namespace
+
+TEST_F(BulkTest, ManyBecomeOnePackThatGitTrusts) {
+    constexpr int kCount = 700;
+    write(3); // there already
+    std::vector<Oid> ids;
+    auto bulk = BulkWriter::begin(repository.get());
+    ASSERT_OK(bulk);
+    for (int n = 0; n < kCount; ++n) {
+        ids.push_back(write(n));
+        EXPECT_TRUE(holds(ids[static_cast<size_t>(n / 2)], n / 2)) << n; // while others come
+    }
+    write(5); // twice
+    BuilderPtr builder(zTreeBuilderNew(repository.get(), nullptr));
+    for (int n = 0; n < kCount; ++n)
+        zTreeBuilderInsert(builder.get(), wide("d/" + std::to_string(n)).c_str(),
+                           &ids[static_cast<size_t>(n)]);
+    TreePtr root(zTreeBuilderWrite(builder.get(), repository.get()));
+    ASSERT_OK(root);
+    EXPECT_EQ(count("in-pack"), "in-pack: 0");
+    ASSERT_OK(bulk->finish());
+
+    EXPECT_EQ(count("in-pack"), "in-pack: " + std::to_string(kCount - 1 + 2)); // and two trees
+    EXPECT_EQ(count("garbage"), "garbage: 0");
+    EXPECT_EQ(files_in_packs(), 2u);
+    CommitPtr made(zCommitCreate(u"HEAD", u"Ada", u"bulk", root.get()));
+    ASSERT_OK(made);
+    expect_sound();
+    int status = -1;
+    run("git verify-pack '" + place.string() + "'/.git/objects/pack/*.idx", &status);
+    EXPECT_EQ(status, 0);
+    for (int n = 0; n < kCount; n += 97) {
+        EXPECT_EQ(git(place, "cat-file blob " + hex(&ids[static_cast<size_t>(n)])), content(n));
+        EXPECT_TRUE(holds(ids[static_cast<size_t>(n)], n));
+    }
+    write(kCount); // afterwards objects are loose again
+    EXPECT_EQ(count("count"), "count: 3");
+}
+
+TEST_F(BulkTest, FewBecomeLoose) {
+    auto bulk = BulkWriter::begin(repository.get());
+    Oid id = write(1);
+    {
+        auto inner = BulkWriter::begin(repository.get()); // adds to the outer one
+        write(2);
+        ASSERT_OK(inner->finish());
+        EXPECT_EQ(count("count"), "count: 0");
+    }
+    EXPECT_TRUE(holds(id, 1));
+    ASSERT_OK(bulk->finish());
+    EXPECT_EQ(count("count"), "count: 2");
+    EXPECT_EQ(files_in_packs(), 0u);
+    expect_sound();
+}
+
+TEST_F(BulkTest, UnfinishedLeavesNothing) {
+    Oid first{}, last{};
+    {
+        auto bulk = BulkWriter::begin(repository.get());
+        first = write(0);
+        for (int n = 1; n < 200; ++n) last = write(n);
+        EXPECT_EQ(files_in_packs(), 1u);
+    }
+    EXPECT_EQ(files_in_packs(), 0u);
+    EXPECT_EQ(git_odb_exists(odb, zev::git::oid(&first)), 0);
+    EXPECT_EQ(git_odb_exists(odb, zev::git::oid(&last)), 0);
+    const Oid again = write(0);
+    EXPECT_TRUE(holds(again, 0));
+    EXPECT_EQ(count("count"), "count: 1"); // the repository works on
+}

@@ -1,0 +1,187 @@
+#include "repo_fixture.hpp"
+#include "system/os.hpp"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace test;
+
+namespace {
+
+using CommitTest = RepositoryTest;
+using DiffPtr = Held<DiffList, zDiffListFree>;
+
+// Counts the syncs of the file system, and looks at the reference when the first one is due.
+struct Syncs {
+    static inline int count;
+    static inline std::string at_first;
+    static inline std::filesystem::path reference;
+    decltype(zev::os::calls.syncfs) before = zev::os::calls.syncfs;
+
+    explicit Syncs(std::filesystem::path watched) {
+        count = 0;
+        reference = std::move(watched);
+        zev::os::calls.syncfs = [](int) {
+            if (++count == 1) at_first = read(reference);
+            return 0;
+        };
+    }
+    ~Syncs() { zev::os::calls.syncfs = before; }
+};
+
+} // namespace
+
+TEST_F(CommitTest, FirstIsARootAndTheNextFollowIt) {
+    CommitPtr first = commit({{u"a.txt", "1"}}, u"first\n\nwith a body");
+    ASSERT_OK(first);
+    EXPECT_FALSE(zRepositoryHeadUnborn(repository.get()));
+    EXPECT_EQ(zCommitParent(first.get()), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(zCommitParentId(first.get()), nullptr);
+    CommitPtr second = commit({{u"a.txt", "2"}}, u"second");
+    ASSERT_OK(second);
+    EXPECT_EQ(hex(zCommitParentId(second.get())), hex(zCommitId(first.get())));
+    CommitPtr parent(zCommitParent(second.get()));
+    ASSERT_OK(parent);
+    EXPECT_EQ(narrow(zCommitMessage(parent.get())), "first\n\nwith a body");
+    EXPECT_EQ(git(place, "log --format=%an:%ae:%cn:%ce:%s"),
+              "Ada:Ada:Ada:Ada:second\nAda:Ada:Ada:Ada:first");
+    EXPECT_EQ(git(place, "log -g --format=%gs HEAD"), "commit: second\ncommit (initial): first");
+    EXPECT_EQ(git(place, "rev-parse HEAD"), hex(zCommitId(second.get())));
+    Time time{0, 1};
+    ASSERT_EQ(zCommitTime(&time, second.get()), &time);
+    EXPECT_EQ(time.nanoseconds, 0);
+    EXPECT_EQ(git(place, "log -1 --format=%ct"), std::to_string(time.seconds));
+    expect_sound();
+}
+
+TEST_F(CommitTest, MovesTheReferenceThatItWasGiven) {
+    CommitPtr base = commit({{u"a", "1"}});
+    git(place, "branch topic");
+    CommitPtr topic = commit({{u"a", "2"}}, u"on topic", u"topic"); // a short name is enough
+    ASSERT_OK(topic);
+    CommitPtr fresh = commit({{u"a", "3"}}, u"new line", u"refs/heads/fresh");
+    ASSERT_OK(fresh);
+    CommitPtr loose = commit({{u"a", "4"}}, u"nowhere", nullptr);
+    ASSERT_OK(loose);
+    EXPECT_EQ(git(place, "rev-parse topic"), hex(zCommitId(topic.get())));
+    EXPECT_EQ(hex(zCommitParentId(topic.get())), hex(zCommitId(base.get())));
+    EXPECT_EQ(git(place, "rev-parse fresh"), hex(zCommitId(fresh.get())));
+    EXPECT_EQ(zCommitParentId(fresh.get()), nullptr);
+    EXPECT_EQ(zCommitParentId(loose.get()), nullptr);
+    EXPECT_EQ(git(place, "rev-parse HEAD"), hex(zCommitId(base.get())));
+    git(place, "checkout -q --detach");
+    CommitPtr detached = commit({{u"a", "5"}}, u"detached");
+    ASSERT_OK(detached);
+    EXPECT_EQ(git(place, "rev-parse HEAD"), hex(zCommitId(detached.get())));
+    EXPECT_EQ(git(place, "rev-parse master"), hex(zCommitId(base.get())));
+    expect_sound();
+}
+
+TEST_F(CommitTest, TextsFromUsers) {
+    TreePtr root = tree({{u"a", "1"}});
+    for (const zwchar *author : {u"", u"  ", u"Ada <ada@x>", u"a>b", u"\n"}) {
+        EXPECT_EQ(zCommitCreate(u"HEAD", author, u"m", root.get()), nullptr) << narrow(author);
+        EXPECT_EQ(zErrorClass(), 2);
+        EXPECT_GT(zStrlenW(zErrorMsg()), 0u);
+    }
+    EXPECT_TRUE(zRepositoryHeadUnborn(repository.get()));
+    CommitPtr made(
+        zCommitCreate(u"HEAD", u"Zoë\nparent x", u"\u00fcber\x01\ttab\nline", root.get()));
+    ASSERT_OK(made);
+    EXPECT_EQ(narrow(zCommitAuthor(made.get())), "Zoë parent x"); // no header of its own
+    EXPECT_EQ(narrow(zCommitMessage(made.get())), "über \ttab\nline");
+    expect_sound();
+}
+
+TEST_F(CommitTest, IsSyncedBeforeTheReferenceMovesAndAfter) {
+    CommitPtr first = commit({{u"a", "1"}});
+    TreePtr root = tree({{u"a", "2"}});
+    Syncs syncs(place / ".git/refs/heads/master");
+    CommitPtr second(zCommitCreate(u"HEAD", u"Ada", u"second", root.get()));
+    ASSERT_OK(second);
+    EXPECT_EQ(Syncs::count, 2);
+    EXPECT_EQ(Syncs::at_first, hex(zCommitId(first.get())) + "\n");
+}
+
+TEST_F(CommitTest, AFailedSyncMovesNothing) {
+    CommitPtr first = commit({{u"a", "1"}});
+    TreePtr root = tree({{u"a", "2"}});
+    {
+        Syncs syncs(place / ".git/refs/heads/master");
+        zev::os::calls.syncfs = [](int) { return errno = EIO, -1; };
+        EXPECT_EQ(zCommitCreate(u"HEAD", u"Ada", u"second", root.get()), nullptr);
+        EXPECT_EQ(zErrorCode(), 5);
+    }
+    EXPECT_EQ(git(place, "rev-parse HEAD"), hex(zCommitId(first.get())));
+}
+
+// Somebody else commits between the reading of the tip and the moving of the reference.
+TEST_F(CommitTest, NeverDropsACommitThatCameInBetween) {
+    CommitPtr first = commit({{u"a", "1"}});
+    TreePtr root = tree({{u"a", "2"}});
+    static std::filesystem::path where;
+    where = place;
+    {
+        Syncs syncs(place / "none");
+        zev::os::calls.syncfs = [](int) {
+            git(where, "-c user.name=Bob -c user.email=b@x commit -q --allow-empty -m between");
+            return 0;
+        };
+        EXPECT_EQ(zCommitCreate(u"HEAD", u"Ada", u"lost?", root.get()), nullptr);
+    }
+    EXPECT_EQ(git(place, "log -1 --format=%s"), "between");
+    EXPECT_OK(commit({{u"a", "2"}}, u"again"));
+    expect_sound();
+}
+
+TEST_F(CommitTest, WalksMasterFromItsTip) {
+    auto step = [](Commit *commit, void *context) -> int32_t {
+        CommitPtr owned(commit);
+        auto *text = static_cast<std::string *>(context);
+        *text += narrow(zCommitMessage(commit)) + ";";
+        return text->starts_with("stop");
+    };
+    std::string seen;
+    EXPECT_FALSE(zCommitWalk(repository.get(), step, &seen)); // no such branch yet
+    EXPECT_EQ(zErrorClass(), 3);
+    ASSERT_OK(commit({{u"a", "1"}}, u"one"));
+    ASSERT_OK(commit({{u"a", "2"}}, u"two"));
+    EXPECT_OK(zCommitWalk(repository.get(), step, &seen));
+    EXPECT_EQ(seen, "two;one;");
+    ASSERT_OK(commit({{u"a", "3"}}, u"stop"));
+    seen.clear();
+    EXPECT_OK(zCommitWalk(repository.get(), step, &seen));
+    EXPECT_EQ(seen, "stop;");
+}
+
+TEST_F(CommitTest, Changes) {
+    CommitPtr first = commit({{u"a", "1"}, {u"b", "2"}});
+    CommitPtr second = commit({{u"a", "1"}, {u"b", "3"}});
+    DiffPtr root(zCommitChanges(first.get(), nullptr, nullptr)); // beside the empty tree
+    ASSERT_OK(root);
+    EXPECT_EQ(zDiffListLength(root.get()), 2u);
+    EXPECT_EQ(zDiffEntryStatus(zDiffListEntry(root.get(), 0)), Z_KIND_ADDED);
+    DiffPtr change(zCommitChanges(second.get(), nullptr, nullptr));
+    ASSERT_OK(change);
+    ASSERT_EQ(zDiffListLength(change.get()), 1u);
+    EXPECT_EQ(zDiffEntryStatus(zDiffListEntry(change.get(), 0)), Z_KIND_MODIFIED);
+    DiffPtr gone(zCommitDiff(second.get(), nullptr, nullptr, nullptr));
+    ASSERT_OK(gone);
+    EXPECT_EQ(zDiffEntryStatus(zDiffListEntry(gone.get(), 0)), Z_KIND_DELETED);
+    EXPECT_EQ(zCommitDiff(nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST_F(CommitTest, LookUps) {
+    CommitPtr made = commit({{u"a", "1"}});
+    CommitPtr head(zCommitHead(repository.get())), named(zCommitByref(repository.get(), u"master")),
+        prefixed(zCommitByprefix(repository.get(), zCommitId(made.get()), 8));
+    for (auto *found : {head.get(), named.get(), prefixed.get()}) {
+        ASSERT_OK(found);
+        EXPECT_EQ(hex(zCommitId(found)), hex(zCommitId(made.get())));
+    }
+    EXPECT_EQ(zCommitByref(repository.get(), u"nowhere"), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(zCommitByid(repository.get(), zCommitTreeId(made.get())), nullptr);
+}

@@ -1,0 +1,132 @@
+#include "copy_fixture.hpp"
+
+#include "objects/diff.hpp"
+
+using namespace test;
+
+namespace {
+
+using DiffListTest = WorkingCopyTest;
+using DiffPtr = Held<DiffList, zDiffListFree>;
+
+std::string told(const DiffList *list) {
+    std::string text;
+    for (uint64_t i = 0; list && i < zDiffListLength(list); ++i) {
+        DiffEntry *entry = zDiffListEntry(list, i);
+        text += std::to_string(zDiffEntryStatus(entry)) + " " + narrow(zDiffEntryOldPath(entry)) +
+                ">" + narrow(zDiffEntryNewPath(entry)) + ";";
+    }
+    return text;
+}
+
+int g_calls, g_stop_at; // of the cancel function, which has no context of its own
+
+bool cancel(const void *, const void *, const char *, void *self) {
+    EXPECT_EQ(self, reinterpret_cast<void *>(cancel));
+    return ++g_calls == g_stop_at;
+}
+
+} // namespace
+
+TEST_F(DiffListTest, TreesByRecord) {
+    TreePtr from = tree({{u"a", "1"}, {u"docs/b", "1"}, {u"gone", "1"}, {u"same", "1"}});
+    TreePtr to = tree({{u"a", "22"}, {u"docs/b", "1"}, {u"new", "333"}, {u"same", "1"}});
+    DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
+    ASSERT_OK(list);
+    EXPECT_EQ(told(list.get()), "3 a>a;2 gone>gone;1 new>new;");
+    DiffEntry *added = zDiffListLookup(list.get(), u"new");
+    ASSERT_OK(added);
+    EXPECT_EQ(hex(zDiffEntryOldId(added)), hex(zDiffEntryNewId(added))); // the only side
+    EXPECT_EQ(zDiffEntryNewMode(added), 0100644);
+    EXPECT_EQ(zDiffListLookup(list.get(), u"none"), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(zDiffListEntry(list.get(), 3), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+
+    DiffPtr all(zDiffTreeToTree(from.get(), to.get(), spec({u"same"}, Z_SPEC_NO_ADDED).get(),
+                                nullptr)); // any option off the default asks for unchanged ones
+    EXPECT_EQ(told(all.get()), "0 same>same;");
+    DiffPtr root(zDiffTreeToTree(nullptr, to.get(), spec({u"DOCS"}).get(), nullptr));
+    EXPECT_EQ(told(root.get()), "1 docs/b>docs/b;");
+    EXPECT_EQ(zDiffTreeToTree(nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_EQ(zDiffTreeToTree(to.get(), to.get(),
+                              spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_MUST_MATCH).get(), nullptr),
+              nullptr);
+}
+
+TEST_F(DiffListTest, OnlyIdenticalContentIsARename) {
+    TreePtr from = tree({{u"a", "moved as it is"}, {u"b", "moved and changed"}, {u"c", "twice"}});
+    TreePtr to = tree({{u"a2", "moved as it is"},
+                       {u"b2", "moved and changed!"},
+                       {u"c2", "twice"},
+                       {u"c3", "twice"}});
+    DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
+    EXPECT_EQ(told(list.get()), "4 a>a2;2 b>b;1 b2>b2;4 c>c2;1 c3>c3;");
+    DiffPtr plain(zDiffTreeToTree(
+        from.get(), to.get(), spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED).get(), nullptr));
+    EXPECT_EQ(told(plain.get()), "2 a>a;1 a2>a2;2 b>b;1 b2>b2;2 c>c;1 c2>c2;1 c3>c3;");
+    // The other half of a rename lies outside: then it is none.
+    DiffPtr half(zDiffTreeToTree(from.get(), to.get(), spec({u"a2"}).get(), nullptr));
+    EXPECT_EQ(told(half.get()), "1 a2>a2;");
+}
+
+TEST_F(DiffListTest, CaseAside) {
+    TreePtr from = tree({{u"Docs/Plan.dwx", "1"}, {u"größe", "1"}});
+    TreePtr to = tree({{u"docs/plan.dwx", "1"}, {u"größe", "22"}});
+    DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
+    EXPECT_EQ(told(list.get()), "3 größe>größe;");
+    for (uint32_t options : {0u, kLiteral}) {
+        DiffPtr by_spec(zDiffTreeToTree(
+            from.get(), to.get(), spec({u"GRÖßE"}, options | Z_SPEC_NO_UNCHANGED).get(), nullptr));
+        EXPECT_EQ(told(by_spec.get()), "3 größe>größe;") << options;
+    }
+}
+
+TEST_F(DiffListTest, CancelEndsIt) {
+    TreePtr to = tree({{u"a", "1"}, {u"b", "1"}, {u"c", "1"}});
+    for (int stop = 1; stop <= 4; ++stop) {
+        g_calls = 0, g_stop_at = stop;
+        DiffPtr list(zDiffTreeToTree(nullptr, to.get(), spec({u"a", u"b"}).get(), cancel));
+        EXPECT_EQ(list != nullptr, stop > 2) << stop; // what is not selected isn't asked for
+        EXPECT_EQ(list || zErrorClass() == 11, true);
+    }
+}
+
+TEST_F(DiffListTest, TreeAgainstIndex) {
+    put("a", "1");
+    put("b", "1");
+    commit_all();
+    put("b", "22");
+    add({u"*"});
+    IndexPtr index(zIndexHead(repository.get(), false));
+    TreePtr head(zTreeHead(repository.get()));
+    DiffPtr list(zDiffTreeToIndex(repository.get(), head.get(), index.get(), nullptr, nullptr));
+    EXPECT_EQ(told(list.get()), "3 b>b;");
+    DiffPtr own(zDiffTreeToIndex(repository.get(), head.get(), nullptr, nullptr, nullptr));
+    EXPECT_EQ(told(own.get()), "3 b>b;");
+    DiffPtr none(zDiffTreeToIndex(nullptr, nullptr, index.get(), nullptr, nullptr));
+    EXPECT_EQ(told(none.get()), "1 a>a;1 b>b;");
+}
+
+TEST_F(DiffListTest, ListsAreCopiedAndFiltered) {
+    TreePtr from = tree({{u"old/a", "moved"}, {u"b", "1"}});
+    TreePtr to = tree({{u"new/a", "moved"}, {u"b", "22"}, {u"c", "1"}});
+    DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
+    ASSERT_EQ(told(list.get()), "3 b>b;1 c>c;4 old/a>new/a;");
+    auto filtered = [&](std::vector<std::u16string> patterns, uint32_t options) {
+        SpecPtr wanted = spec(patterns, options);
+        auto copy = zev::diff_list_filtered(list.get(), wanted.get());
+        EXPECT_EQ(zev::diff_list_any(list.get(), wanted.get()),
+                  copy && zDiffListLength(copy.get()) > 0);
+        return copy ? told(copy.get()) : "(null)";
+    };
+    EXPECT_EQ(filtered({}, Z_SPEC_NO_RENAMED), "3 b>b;1 c>c;1 new/a>new/a;2 old/a>old/a;");
+    EXPECT_EQ(filtered({u"old"}, Z_SPEC_NO_RENAMED), "2 old/a>old/a;");
+    EXPECT_EQ(filtered({u"old"}, Z_SPEC_NO_RENAMED | Z_SPEC_NO_DELETED), "");
+    EXPECT_EQ(filtered({u"old"}, 0), ""); // a rename counts by its new path
+    EXPECT_EQ(filtered({u"none"}, Z_SPEC_MUST_MATCH), "(null)");
+    auto copy = zev::diff_list_dup(list.get());
+    list.reset();
+    EXPECT_EQ(told(copy.get()), "3 b>b;1 c>c;4 old/a>new/a;");
+}

@@ -1,0 +1,303 @@
+// Drawing files byte by byte, and what a reader makes of files that are not as written.
+#include "objects/drawing.hpp"
+#include "support.hpp"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace zev;
+using namespace std::string_literals;
+using test::TempDir;
+
+namespace {
+
+using StreamPtr = Owned<Stream, zStreamFree>;
+using RepositoryPtr = Owned<Repository, zRepositoryFree>;
+
+constexpr uint32_t kCheck = 0xD2FD1072;
+constexpr uint64_t minus(uint64_t n) { return 0 - n; }
+
+std::string be32(uint64_t value) {
+    std::string text(4, 0);
+    for (size_t i = 4; i--; value >>= 8) text[i] = char(value & 255);
+    return text;
+}
+std::string key(uint64_t tag, uint64_t object) {
+    const KeyBytes bytes = key_bytes({tag, object});
+    return {bytes.begin(), bytes.end()};
+}
+
+using Sections = std::vector<std::pair<std::string, std::string>>; // name, body
+
+std::string file(const Sections &sections, uint32_t major = 1, uint32_t minor = 1,
+                 uint32_t check = kCheck) {
+    std::string head = "VANE ZEV\0"s + be32(major) + be32(minor) + be32(check);
+    head += be32(sections.size());
+    size_t offset = head.size();
+    for (auto &[name, body] : sections) offset += 8 + name.size();
+    std::string bodies;
+    for (auto &[name, body] : sections) {
+        head += be32(name.size()) + name + be32(offset + bodies.size());
+        bodies += body;
+    }
+    return head + bodies;
+}
+
+const std::string kId = "abcdefghijklmnopqrst";
+const std::string kHeader = kId + key(1, minus(1)) + key(2, minus(2)) + key(3, minus(3));
+
+Sections five() {
+    return {{"DWXHEADER", kHeader + key(4, minus(4))},
+            {"CLASSES", be32(1) + key(5, minus(101))},
+            {"OBJECTS", be32(3) + key(1, 16) + key(1, 17) + key(2, 18)},
+            {"THUMBNAIL", be32(5) + "thumb"},
+            {"REFERENCE", be32(3) + "ref"}};
+}
+
+StreamPtr stream_of(const std::string &bytes) {
+    StreamPtr stream{zMemStream(0, 0)};
+    zStreamWrite(stream.get(), bytes.data(), bytes.size());
+    zStreamRewind(stream.get());
+    return stream;
+}
+
+DrawingPtr decode(const std::string &bytes) { return read_drawing(stream_of(bytes).get()); }
+
+std::string rest_of(Stream *stream) {
+    std::string text(1 << 20, 0);
+    text.resize(zStreamRead(stream, text.data(), text.size()));
+    return text;
+}
+
+struct DrawingTest : testing::Test {
+    TempDir dir;
+    std::u16string path = dir / u"a.dwx";
+    void save(const std::string &bytes) { test::write(path, bytes); }
+    DrawingPtr load(const std::string &bytes) {
+        save(bytes);
+        return DrawingPtr{zDrawingRead(path.c_str())};
+    }
+};
+
+} // namespace
+
+TEST_F(DrawingTest, EmptyDrawingHas206Bytes) {
+    DrawingPtr drawing{zDrawingNew(nullptr, nullptr)};
+    ASSERT_OK(zDrawingWrite(drawing.get(), path.c_str()));
+    const std::string bytes = test::read(path);
+    EXPECT_EQ(bytes.size(), 206u);
+    EXPECT_TRUE(bytes == file({{"DWXHEADER", std::string(84, 0)},
+                               {"CLASSES", be32(0)},
+                               {"OBJECTS", be32(0)},
+                               {"THUMBNAIL", be32(0)},
+                               {"REFERENCE", be32(0)}}));
+}
+
+TEST_F(DrawingTest, BlocksAreStampedWithTheTableTag) {
+    RepositoryPtr repository{zRepositoryInit((dir / u"copy").c_str(), false)};
+    TablePtr table{zTableRand(repository.get())};
+    ASSERT_OK(table);
+    const uint32_t none = 0;
+    DrawingPtr drawing{zDrawingNew(nullptr, &none)};
+    Drawing *d = drawing.get();
+    Table *t = table.get();
+    ASSERT_OK(zDrawingTableIdSet(d, reinterpret_cast<const Oid *>(kId.data())));
+    EXPECT_FALSE(zDrawingHasVba(d));
+
+    ASSERT_OK(zDrawingHeaderSet(d, t) && zDrawingObjectAdd(d, t, 16));
+    ASSERT_OK(zDrawingObjectAdd(d, t, 99) && zDrawingObjectAdd(d, t, 17));
+    ASSERT_OK(zDrawingObjectAdd(d, t, 18) && zTableTagIncrement(t));
+    ASSERT_OK(zDrawingSummarySet(d, t) && zDrawingObjectModify(d, 3, t, 18));
+    ASSERT_OK(zTableTagIncrement(t) && zDrawingDSSet(d, t));
+    ASSERT_OK(zTableTagIncrement(t) && zDrawingVbaProjectSet(d, t, "vba", 3));
+    ASSERT_OK(zTableTagIncrement(t));
+    ASSERT_OK(zDrawingObjectRemove(d, 1));
+    ASSERT_OK(zDrawingClassAdd(d, t));
+    ASSERT_OK(zDrawingSetThumbnail(d, 5, "thumb"));
+    ASSERT_EQ(zStreamWrite(zDrawingReference(d, nullptr, nullptr), "ref", 3), 3u);
+    EXPECT_TRUE(zDrawingHasVba(d));
+    void *vba;
+    uint64_t length;
+    ASSERT_OK(zDrawingKeyGetData(t, zDrawingVbaProject(d), &vba, &length));
+    EXPECT_EQ(std::string(Malloced<char>(static_cast<char *>(vba)).get(), length), "vba");
+
+    ASSERT_OK(zDrawingWrite(d, path.c_str()));
+    EXPECT_TRUE(test::read(path) == file(five())) << "always as version 1.1";
+
+    ASSERT_OK(zTableTagSet(t, 8));
+    ASSERT_OK(zDrawingClassAdd(d, t) && zDrawingClassModify(d, 0, t));
+    EXPECT_TRUE(same_key(*zDrawingClassGetAt(d, 0), {8, minus(101)}));
+    EXPECT_TRUE(same_key(*zDrawingClassGetAt(d, 1), {8, minus(102)}));
+    EXPECT_FALSE(zDrawingVbaProjectSet(d, t, nullptr, 0));
+    EXPECT_TRUE(same_key(*zDrawingVbaProject(d), {0xFFFFFFFF, minus(4)}));
+    EXPECT_FALSE(zDrawingHasVba(d));
+    EXPECT_FALSE(zDrawingClassModify(d, 2, t) || zDrawingObjectModify(d, 3, t, 1) ||
+                 zDrawingObjectRemove(d, 3) || zDrawingObjectGetAt(d, 3));
+}
+
+TEST_F(DrawingTest, ReadsBackWhatStandsThere) {
+    DrawingPtr drawing = load(file(five()));
+    ASSERT_OK(drawing);
+    Drawing *d = drawing.get();
+    EXPECT_EQ(memcmp(zDrawingTableId(d), kId.data(), kId.size()), 0);
+    EXPECT_TRUE(same_key(*zDrawingSummary(d), {2, minus(2)}));
+    ASSERT_EQ(zDrawingObjectCount(d), 3u);
+    EXPECT_TRUE(same_key(*zDrawingObjectGetAt(d, 2), {2, 18}));
+    uint32_t size = 0, major = 0, minor = 0;
+    const char *thumbnail = static_cast<const char *>(zDrawingThumbnail(d, &size));
+    EXPECT_EQ(std::string(thumbnail, size), "thumb");
+    EXPECT_EQ(rest_of(zDrawingReference(d, &major, &minor)), "ref");
+    EXPECT_EQ(major * 10 + minor, 11u);
+
+    Malloced<char> alone{static_cast<char *>(zDrawingFileThumbnail(path.c_str(), &size))};
+    EXPECT_EQ(std::string(alone.get(), size), "thumb");
+    StreamPtr reference{zReadReferenceData(path.c_str(), nullptr, nullptr)};
+    EXPECT_EQ(rest_of(reference.get()), "ref");
+    save(file({{"THUMBNAIL", be32(0)}}, 1, 0));
+    EXPECT_FALSE(zDrawingFileThumbnail(path.c_str(), &size));
+    EXPECT_EQ(size, 0u);
+    EXPECT_FALSE(zReadReferenceData(path.c_str(), &major, &minor));
+    EXPECT_EQ(major * 10 + minor, 10u);
+}
+
+TEST_F(DrawingTest, VersionsAndCheckWords) {
+    const struct {
+        uint32_t major, minor, check;
+        bool detected, read, vba;
+    } kRows[] = {
+        {1, 1, kCheck, true, true, true},    {1, 0, kCheck, true, true, false},
+        {0, 5, kCheck, true, true, true},    {1, 2, kCheck, false, false, false},
+        {2, 0, kCheck, false, false, false}, {1, 1, 0, true, true, true},
+        {1, 1, 1, true, false, true},
+    };
+    for (auto &row : kRows) {
+        SCOPED_TRACE(row.major * 10 + row.minor);
+        Sections sections = five();
+        if (!row.vba) sections[0].second = kHeader;
+        DrawingPtr drawing = load(file(sections, row.major, row.minor, row.check));
+        EXPECT_EQ(drawing != nullptr, row.read);
+        EXPECT_EQ(zDrawingDetect(nullptr, path.c_str()), row.detected);
+        if (!drawing) continue;
+        EXPECT_EQ(zDrawingHasVba(drawing.get()), row.vba);
+    }
+}
+
+TEST_F(DrawingTest, SectionsStandWhereAndHowTheyLike) {
+    Sections mixed = five();
+    std::swap(mixed[0], mixed[4]);
+    mixed[4].first = "dwxHeader";
+    mixed.push_back({"Objects", be32(1) + key(7, 19)}); // lists are joined
+    mixed.push_back({"THUMBNAIL", be32(3) + "new"});    // single values: the last one
+    mixed.push_back({"DWXHEADER", "ABCDEFGHIJKLMNOPQRST" + (kHeader + key(4, 4)).substr(20)});
+    DrawingPtr drawing = load(file(mixed));
+    ASSERT_TRUE(drawing);
+    EXPECT_EQ(zDrawingObjectCount(drawing.get()), 4u);
+    uint32_t size = 0;
+    EXPECT_EQ(memcmp(zDrawingThumbnail(drawing.get(), &size), "new", 3), 0);
+    EXPECT_EQ(size, 3u);
+    Oid id;
+    ASSERT_TRUE(zDrawingDetect(&id, path.c_str()));
+    EXPECT_EQ(memcmp(&id, "ABCDEFGHIJKLMNOPQRST", 20), 0);
+    EXPECT_FALSE(zDrawingHasVba(drawing.get()));
+}
+
+// Damage ends with null: no crash, no long run, no memory beyond the file's size.
+TEST_F(DrawingTest, DamageIsRefused) {
+    const std::string whole = file(five());
+    const auto start = std::chrono::steady_clock::now();
+    for (size_t cut = 0; cut < whole.size(); ++cut)
+        EXPECT_FALSE(decode(whole.substr(0, cut))) << "cut at " << cut;
+    std::vector<size_t> counts{21}; // where counts, lengths and offsets stand
+    for (auto &[name, body] : five()) {
+        const size_t entry = whole.find(be32(name.size()) + name);
+        counts.insert(counts.end(), {entry, entry + 4 + name.size()});
+        if (name != "DWXHEADER") counts.push_back(whole.find(body));
+    }
+    for (size_t at : counts) {
+        std::string bad = whole;
+        bad.replace(at, 4, be32(0xFFFFFFFF));
+        EXPECT_FALSE(decode(bad)) << "at " << at;
+        StreamPtr forward = stream_of(bad); // the size is not known beforehand
+        forward->size = nullptr;
+        EXPECT_FALSE(read_drawing(forward.get())) << "at " << at;
+    }
+    for (auto &[name, body] :
+         Sections{{"UNKNOWN", ""}, {std::string(257, 'n'), ""}, {"OBJECTS\0"s, be32(0)}}) {
+        Sections sections = five();
+        sections.push_back({name, body});
+        EXPECT_FALSE(decode(file(sections))) << name;
+    }
+    // One list named again and again.
+    std::string list = be32(60000);
+    for (uint64_t i = 0; i < 60000; ++i) list += key(1, i);
+    std::string many = "VANE ZEV\0"s + be32(1) + be32(1) + be32(kCheck) + be32(60);
+    for (int i = 0; i < 60; ++i) many += be32(7) + "OBJECTS" + be32(25 + 60 * 15);
+    EXPECT_FALSE(decode(many + list));
+    EXPECT_TRUE(decode(file({{"OBJECTS", list}})));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+TEST_F(DrawingTest, IsToldByNameAndContent) {
+    const struct {
+        const zwchar *name;
+        bool drawing;
+    } kNames[] = {{u"a.dwx", true},         {u"b.DWX", true},        {u"a.dwx.bak", false},
+                  {u"dir.dwx/file", false}, {u"dir.dwx/.dwx", true}, {u"dwx", false}};
+    for (auto &row : kNames) {
+        test::write(dir / row.name, file(five()));
+        zRaiseNotFound(nullptr);
+        EXPECT_EQ(zDrawingDetect(nullptr, (dir / row.name).c_str()), row.drawing);
+        EXPECT_EQ(zErrorClass(), 3) << "nothing raised";
+    }
+    zRaiseInvalidArgs(nullptr);
+    EXPECT_FALSE(zDrawingDetect(nullptr, (dir / u"missing.dwx").c_str()));
+    EXPECT_EQ(zErrorCode(), 2) << "no such file";
+    Oid id{};
+    save(file({{"CLASSES", be32(0)}}));
+    EXPECT_TRUE(zDrawingDetect(nullptr, path.c_str()));
+    EXPECT_FALSE(zDrawingDetect(&id, path.c_str())) << "names no table";
+    EXPECT_TRUE(zOidIsZero(&id));
+
+    StreamPtr a = stream_of(file(five())), b = stream_of(file({five()[0]}));
+    StreamPtr c = stream_of(file({{"DWXHEADER", std::string(84, 0)}}));
+    zStreamSeek(a.get(), 9, 0);
+    EXPECT_TRUE(zDrawingTableSame(a.get(), b.get()));
+    EXPECT_EQ(zStreamTell(a.get()), 0) << "left at its start";
+    EXPECT_FALSE(zDrawingTableSame(a.get(), c.get()));
+    EXPECT_FALSE(zDrawingTableSame(a.get(), stream_of("no drawing").get()));
+}
+
+// A stream that only goes forward raises "not supported" and is read where it stands.
+TEST_F(DrawingTest, ForwardStreamIsReadInOrder) {
+    StreamPtr stream = stream_of(file(five()));
+    stream->seek = nullptr;
+    stream->rewind = nullptr;
+    Oid id;
+    EXPECT_TRUE(zDrawingDetectStream(&id, stream.get()));
+    EXPECT_EQ(zErrorCode(), 129);
+    EXPECT_EQ(memcmp(&id, kId.data(), 20), 0);
+    StreamPtr whole = stream_of(file(five()));
+    whole->seek = nullptr;
+    whole->size = nullptr;
+    EXPECT_TRUE(read_drawing(whole.get()));
+}
+
+TEST_F(DrawingTest, WritingKeepsTheOldFileOrItsRights) {
+    DrawingPtr drawing{zDrawingNew(nullptr, nullptr)};
+    save("old");
+    chmod(std::filesystem::path(path).c_str(), 0444);
+    EXPECT_FALSE(zDrawingWrite(drawing.get(), path.c_str()));
+    EXPECT_EQ(zErrorCode(), 13);
+    EXPECT_EQ(test::read(path), "old");
+    chmod(std::filesystem::path(path).c_str(), 0640);
+    ASSERT_OK(zDrawingWrite(drawing.get(), path.c_str()));
+    struct stat info;
+    ASSERT_EQ(stat(std::filesystem::path(path).c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+    EXPECT_FALSE(zDrawingWrite(drawing.get(), (dir / u"none/a.dwx").c_str()));
+    EXPECT_EQ(zErrorCode(), 2);
+}

@@ -1,0 +1,283 @@
+// Versions of a drawing compared by their keys, and the tie between a table and its file.
+#include "objects/drawing.hpp"
+#include "support.hpp"
+
+#include <algorithm>
+#include <ctime>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace zev;
+using test::TempDir;
+
+namespace {
+
+using StreamPtr = Owned<Stream, zStreamFree>;
+using VectorPtr = Owned<Vector, zVectorFree>;
+using RepositoryPtr = Owned<Repository, zRepositoryFree>;
+using Keys = std::vector<DrawingKey>;
+using Numbers = std::vector<uint64_t>;
+
+struct Outcome {
+    Numbers added, modified, removed;
+    bool operator==(const Outcome &) const = default;
+};
+
+// The rule as it is told, one search and one removal an object.
+Outcome model(const Keys &from, const Keys &to) {
+    Outcome outcome;
+    Keys left = from;
+    std::ranges::stable_sort(left, {}, &DrawingKey::object);
+    for (const DrawingKey &key : to) {
+        auto found = std::ranges::find(left, key.object, &DrawingKey::object);
+        if (found == left.end()) {
+            outcome.added.push_back(key.object);
+            continue;
+        }
+        if (found->tag != key.tag) outcome.modified.push_back(key.object);
+        left.erase(found);
+    }
+    for (const DrawingKey &key : left) outcome.removed.push_back(key.object);
+    return outcome;
+}
+
+Numbers numbers(Vector *vector) {
+    VectorPtr owned{vector};
+    const auto *data = static_cast<const uint64_t *>(zVectorDataConst(vector));
+    return Numbers(data, data + zVectorSize(vector));
+}
+
+struct DiffTest : testing::Test {
+    TempDir dir;
+    std::u16string from = dir / u"from.dwx", to = dir / u"to.dwx";
+
+    static DrawingPtr make(const Keys &objects) {
+        DrawingPtr drawing{zDrawingNew(nullptr, nullptr)};
+        for (const DrawingKey &key : objects) zVectorPush(drawing->objects.get(), &key);
+        return drawing;
+    }
+    Outcome differences(const Keys &before, const Keys &after) {
+        zDrawingWrite(make(before).get(), from.c_str());
+        zDrawingWrite(make(after).get(), to.c_str());
+        return differences();
+    }
+    Outcome differences() {
+        Vector *added = nullptr, *modified = nullptr, *removed = nullptr;
+        EXPECT_OK(zDrawingGetDifference(from.c_str(), to.c_str(), &added, &modified, &removed));
+        return {numbers(added), numbers(modified), numbers(removed)};
+    }
+};
+
+} // namespace
+
+TEST_F(DiffTest, FollowsTheOrderOfTheNewerVersion) {
+    EXPECT_EQ(
+        differences({{1, 30}, {1, 10}, {1, 20}, {1, 5}}, {{1, 50}, {2, 20}, {1, 30}, {1, 40}}),
+        (Outcome{{50, 40}, {20}, {5, 10}}));
+    EXPECT_EQ(differences({{1, 1}, {1, UINT64_MAX}, {1, 2}}, {}),
+              (Outcome{{}, {}, {1, 2, UINT64_MAX}}));
+    // One that stands twice is paired one by one.
+    EXPECT_EQ(differences({{1, 7}, {1, 7}, {1, 8}}, {{1, 8}, {2, 7}}), (Outcome{{}, {7}, {7}}));
+    EXPECT_EQ(differences({{1, 7}}, {{1, 9}, {1, 7}, {1, 7}}), (Outcome{{9, 7}, {}, {}}));
+
+    std::mt19937 random(7);
+    for (int round = 0; round < 16; ++round) {
+        Keys before, after;
+        for (uint64_t object = 0; object < 60; ++object) {
+            if (random() % 4) before.push_back({1, object});
+            if (random() % 4) after.push_back({1 + random() % 2, object});
+        }
+        if (round & 1) std::ranges::shuffle(before, random);
+        if (round & 2) std::ranges::shuffle(after, random);
+        EXPECT_EQ(differences(before, after), model(before, after)) << "round " << round;
+    }
+}
+
+TEST_F(DiffTest, ReversedListsCompareFast) {
+    Keys up;
+    for (uint64_t i = 0; i < 200000; ++i) up.push_back({1, i});
+    ASSERT_OK(zDrawingWrite(make(up).get(), from.c_str()));
+    std::ranges::reverse(up);
+    ASSERT_OK(zDrawingWrite(make(up).get(), to.c_str()));
+    const std::clock_t start = std::clock();
+    EXPECT_EQ(differences(), Outcome{});
+    StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
+    Vector *keys = nullptr;
+    ASSERT_OK(zDrawingIncrements(a.get(), b.get(), &keys));
+    EXPECT_TRUE(zVectorIsEmpty(VectorPtr{keys}.get()));
+    EXPECT_LT(std::clock() - start, 4 * CLOCKS_PER_SEC) << "a quadratic walk takes minutes";
+}
+
+TEST_F(DiffTest, RefusesOtherTablesAndFullOuts) {
+    DrawingPtr drawing = make({{1, 1}});
+    ASSERT_OK(zDrawingWrite(drawing.get(), from.c_str()));
+    drawing->table.id[19] = 1;
+    ASSERT_OK(zDrawingWrite(drawing.get(), to.c_str()));
+    Vector *added = nullptr, *modified = nullptr, *removed = nullptr;
+    EXPECT_FALSE(zDrawingGetDifference(from.c_str(), to.c_str(), &added, &modified, &removed));
+    StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
+    EXPECT_FALSE(zDrawingIncrements(a.get(), b.get(), &added));
+    VectorPtr full{zVectorNewPrim(Z_TYPE_UINT64, 0)};
+    modified = full.get();
+    EXPECT_FALSE(zDrawingGetDifference(from.c_str(), from.c_str(), &added, &modified, &removed));
+    EXPECT_TRUE(!added && !removed);
+}
+
+TEST_F(DiffTest, IncrementsAreTheNewKeysInWireForm) {
+    DrawingPtr before = make({{1, 5}, {1, 3}, {1, 9}}),
+               after = make({{1, 9}, {2, 3}, {1, 4}, {1, 5}});
+    before->header = after->header = {1, ~0ull};
+    after->summary = {2, ~1ull};
+    after->vba = {0xFFFFFFFF, ~3ull}; // says that there is no project
+    const DrawingKey kClass{2, ~100ull};
+    zVectorPush(after->classes.get(), &kClass);
+    ASSERT_OK(zDrawingWrite(before.get(), from.c_str()));
+    ASSERT_OK(zDrawingWrite(after.get(), to.c_str()));
+    StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
+    zStreamSeek(b.get(), 50, 0);
+    Vector *keys = nullptr;
+    ASSERT_OK(zDrawingIncrements(a.get(), b.get(), &keys));
+    const VectorPtr owned{keys};
+    const Keys expected{kClass, {2, ~1ull}, {2, 3}, {1, 4}};
+    ASSERT_EQ(zVectorSize(keys), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(memcmp(zVectorAddrAt(keys, i), key_bytes(expected[i]).data(), 16), 0) << i;
+    Vector *none = nullptr;
+    ASSERT_OK(zDrawingIncrements(b.get(), b.get(), &none));
+    EXPECT_TRUE(zVectorIsEmpty(VectorPtr{none}.get()));
+}
+
+namespace {
+
+// A working copy with a drawing docs/a.dwx whose table holds its rows and one more.
+struct IdentityTest : testing::Test {
+    TempDir dir;
+    std::u16string work = dir / u"copy", source = work + u"/docs/a.dwx";
+    RepositoryPtr repository{zRepositoryInit(work.c_str(), false)};
+    Oid id{};
+
+    void SetUp() override {
+        ASSERT_OK(repository);
+        std::filesystem::create_directories(work + u"/docs/sub");
+        TablePtr table{zTableRand(repository.get())};
+        ASSERT_OK(table);
+        id = *zTableId(table.get());
+        DrawingPtr drawing{zDrawingNew(nullptr, nullptr)};
+        zDrawingTableIdSet(drawing.get(), &id);
+        Table *t = table.get();
+        zTableTagSet(t, 6);
+        for (const DrawingKey *key :
+             {zDrawingHeaderSet(drawing.get(), t), zDrawingSummarySet(drawing.get(), t),
+              zDrawingDSSet(drawing.get(), t)})
+            ASSERT_OK(zDrawingKeyPutData(t, key, "block", 5));
+        for (uint64_t n : {30, 10, 20})
+            ASSERT_OK(zDrawingKeyPutData(t, zDrawingObjectAdd(drawing.get(), t, n), "object", 6));
+        ASSERT_OK(zDrawingKeyPutData(t, zDrawingClassAdd(drawing.get(), t), "class", 5));
+        const DrawingKey other{5, 77};
+        ASSERT_OK(zDrawingKeyPutData(t, &other, "older", 5));
+        ASSERT_OK(zDrawingTableBackwardRefSet(t, work.c_str(), source.c_str()));
+        ASSERT_OK(zDrawingWrite(drawing.get(), source.c_str()));
+    }
+    TablePtr open(const Oid &which) { return TablePtr{zTableByid(repository.get(), &which)}; }
+    Oid table_of(const std::u16string &path) {
+        Oid found{};
+        zDrawingDetect(&found, path.c_str());
+        return found;
+    }
+    std::u16string copy(std::u16string_view name) {
+        const std::u16string path = work + u"/docs/" + std::u16string(name);
+        std::filesystem::copy_file(source, path);
+        return path;
+    }
+    void set_reference(const std::string &value) {
+        ASSERT_OK(zDrawingKeyPutData(open(id).get(), &kReferenceKey, value.data(), value.size()));
+    }
+    static std::string reference(Table *table) {
+        void *value = nullptr;
+        uint64_t length = 0;
+        if (!zDrawingKeyGetData(table, &kReferenceKey, &value, &length)) return "(none)";
+        return {Malloced<char>(static_cast<char *>(value)).get(), length};
+    }
+};
+
+std::string utf16le(std::string_view text) {
+    std::string wide;
+    for (char c : text) wide += {c, 0};
+    return wide + std::string(2, 0);
+}
+
+} // namespace
+
+TEST_F(IdentityTest, CopyGetsATableOfItsOwn) {
+    EXPECT_EQ(reference(open(id).get()), utf16le("./docs/a.dwx"));
+    const std::u16string path = copy(u"sub/b.dwx");
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    const Oid own = table_of(path);
+    EXPECT_FALSE(zOidIsEqual(&own, &id)) << test::narrow(zErrorDetail());
+    EXPECT_TRUE(zOidIsEqual(&(const Oid &)table_of(source), &id));
+
+    TablePtr table = open(own);
+    ASSERT_OK(table);
+    EXPECT_EQ(reference(table.get()), utf16le("./docs/sub/b.dwx"));
+    EXPECT_EQ(zTableTagGet(table.get()), 1u);
+    const DrawingKey older{5, 77};
+    void *value;
+    uint64_t length;
+    EXPECT_FALSE(zDrawingKeyGetData(table.get(), &older, &value, &length)) << "not this drawing's";
+    DrawingPtr drawing{zDrawingRead(path.c_str())};
+    ASSERT_OK(drawing);
+    EXPECT_TRUE(drawing_is_complete(table.get(), drawing.get(), path.c_str()));
+    EXPECT_OK(zDrawingKeyGetData(table.get(), zDrawingDS(drawing.get()), &value, &length));
+    free(value);
+    table.reset();
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    EXPECT_TRUE(zOidIsEqual(&(const Oid &)table_of(path), &own)) << "confirmed once and for all";
+}
+
+TEST_F(IdentityTest, SameFileKeepsItsTable) {
+    const struct {
+        std::string value;
+        bool kept;
+        const char *why;
+    } kRows[] = {
+        {utf16le("./docs/a.dwx"), true, "as it was set"},
+        {utf16le("DOCS/A.dwx"), true, "case and the dot aside"},
+        {utf16le("docs/b.dwx"), false, "another file"},
+        {utf16le("docs/a.dwx").substr(0, 20), false, "without its zero"},
+        {utf16le("docs/a.dwx") + "x", false, "of odd length"},
+        {"", false, "no text at all"},
+    };
+    const std::string original = test::read(source);
+    for (auto &row : kRows) {
+        test::write(source, original);
+        set_reference(row.value);
+        zDrawingConfirmTableBackwardRef(source.c_str());
+        EXPECT_EQ(test::read(source) == original, row.kept) << row.why;
+    }
+}
+
+TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
+    const std::u16string path = copy(u"b.dwx");
+    const std::string original = test::read(path);
+    DrawingPtr drawing{zDrawingRead(path.c_str())};
+    EXPECT_OK(zDrawingDataPrepare(path.c_str(), drawing.get()));
+
+    const std::string row((const char *)key_bytes({6, 20}).data(), 16);
+    ASSERT_OK(zTableDel(open(id).get(), row.data(), row.size()));
+    EXPECT_FALSE(zDrawingDataPrepare(path.c_str(), drawing.get())) << "an object is missing";
+    EXPECT_EQ(zErrorClass(), 3);
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    EXPECT_EQ(test::read(path), original);
+
+    const std::string zero(16, 0);
+    ASSERT_OK(zTableDel(open(id).get(), zero.data(), zero.size()));
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    EXPECT_EQ(zErrorClass(), 13) << "a table without a reference is never split";
+    EXPECT_EQ(test::read(path), original);
+    size_t tables = 0;
+    for (auto &group :
+         std::filesystem::directory_iterator(std::filesystem::path(work) / ".git/tables"))
+        for (auto &each : std::filesystem::directory_iterator(group)) tables += each.is_directory();
+    EXPECT_EQ(tables, 1u) << "nothing left behind";
+}

@@ -1,0 +1,321 @@
+#include "copy_fixture.hpp"
+
+#include "system/os.hpp"
+
+#include <filesystem>
+#include <unistd.h>
+
+using namespace test;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using IndexTest = WorkingCopyTest;
+
+const std::vector<std::string> kNames = { // in the order of an index
+    "!x.dwx",   "#1.dwx",         "100%s%n.dwx", "Zeichnung Größe.dwx",
+    "a[1].dwx", "cafe\u0301.dwx", "end ",        std::string(200, 'n') + ".dwx",
+    "st*r.dwx", "图面/平面 1.dwx"};
+
+std::string entry_line(const std::string &text, const std::string &path) {
+    const size_t at = text.find("\t" + path);
+    return text.substr(0, at).substr(text.rfind('\n', at) + 1);
+}
+
+} // namespace
+
+TEST_F(IndexTest, OddNamesGoInWhole) {
+    for (const auto &name : kNames) put(name, "bytes of " + name);
+    add({u"*"});
+    EXPECT_EQ(tracked(), kNames);
+    expect_sound();
+    for (const auto &[path, kind] : status()) EXPECT_EQ(kind, Z_KIND_ADDED) << path;
+}
+
+TEST_F(IndexTest, LiteralNamesTakeExactlyTheirFile) {
+    for (const auto &name : kNames) {
+        for (const auto &other : kNames) put(other, "x");
+        put("other.dwx", "x");
+        add({wide(name)}, kLiteral);
+        EXPECT_EQ(tracked(), std::vector{name});
+        git(place, "read-tree --empty");
+    }
+}
+
+TEST_F(IndexTest, AddReportsFileByFile) {
+    put("a.dwx", "1");
+    put("b.txt", "1");
+    put("gone.dwx", "1");
+    commit_all();
+    put("a.dwx", "22");
+    put("new.dwx", "1");
+    put("skip.log", "1");
+    put(".gitignore", "*.log\n");
+    fs::remove(place / "gone.dwx");
+    Report report;
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));
+    const std::string added = text(u"action.sAdded"), skipped = text(u"action.sSkipped");
+    EXPECT_EQ(report.lines, (std::vector<std::string>{
+                                "start: " + text(u"action.sCommand") + " " + text(u"action.sAdd"),
+                                added + " .gitignore", added + " a.dwx", skipped + " gone.dwx",
+                                added + " new.dwx", "done: " + text(u"action.sDone")}));
+    EXPECT_EQ(git(place, "diff --cached --name-only"), ""); // nothing written yet
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(git(place, "diff --cached --name-status"), "A\t.gitignore\nM\ta.dwx\nA\tnew.dwx");
+    EXPECT_EQ(git(place, "status --porcelain"), "A  .gitignore\nM  a.dwx\n D gone.dwx\nA  new.dwx");
+
+    EXPECT_FALSE(zIndexAdd(index.get(), spec({}).get()));
+    EXPECT_EQ(zErrorClass(), 3);
+}
+
+TEST_F(IndexTest, BreakEndsAnAdd) {
+    put("a.dwx", "1");
+    Report report;
+    report.stop = true;
+    IndexPtr index = lock();
+    EXPECT_FALSE(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));
+    EXPECT_EQ(zErrorClass(), 6);
+    EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled")));
+}
+
+TEST_F(IndexTest, PathsThatNoIndexMayHold) {
+    IndexPtr index = lock();
+    for (const zwchar *path :
+         {u"", u".", u"..", u"../out.dwx", u"/etc/passwd", u"C:/a.dwx", u"a//b", u"a/", u"a\\b",
+          u"a/../b", u".git", u".GIT/config", u"a/.Git/x", u".git./config", u".git /config",
+          u"git~1/config", u".git::$INDEX_ALLOCATION/x", u".g\u200cit/config", u"a\nb"}) {
+        EXPECT_FALSE(zIndexAddBypath(index.get(), path)) << narrow(path);
+        EXPECT_EQ(zErrorClass(), 2) << narrow(path);
+    }
+    put(".gitty", "1");
+    put("x.git", "1");
+    ASSERT_OK(zIndexAddBypath(index.get(), u".gitty"));
+    ASSERT_OK(zIndexAddBypath(index.get(), u"x.git"));
+    EXPECT_FALSE(zIndexAddBypath(index.get(), u"missing.dwx"));
+    EXPECT_EQ(zErrorClass(), 3);
+}
+
+TEST_F(IndexTest, NamesThatDifferInCaseOnly) {
+    put("Größe.dwx", "1");
+    add({u"*"});
+    put("GRÖßE.dwx", "2");
+    put("A.dwx", "1");
+    put("a.dwx", "1");
+    write(place / "bad\xFF.dwx", "no UTF-8");
+    Report report;
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));
+    const std::string skipped = text(u"action.sSkipped");
+    EXPECT_TRUE(report.told(skipped + " GRÖßE.dwx"));
+    EXPECT_TRUE(report.told(text(u"action.sAdded") + " A.dwx"));
+    EXPECT_TRUE(report.told(skipped + " a.dwx"));
+    EXPECT_TRUE(report.told(skipped + " bad\uFFFD.dwx"));
+    EXPECT_FALSE(zIndexAddBypath(index.get(), u"GRÖßE.dwx"));
+    EXPECT_EQ(zErrorClass(), 4);
+    ASSERT_OK(zIndexRemoveEntry(index.get(), u"Größe.dwx"));
+    EXPECT_OK(zIndexAddBypath(index.get(), u"GRÖßE.dwx")); // the other one is gone
+}
+
+TEST_F(IndexTest, LinksAreEnteredAndNotFollowed) {
+    write(dir.path() / "outside.dwx", "secret");
+    fs::create_symlink(dir.path() / "outside.dwx", place / "link.dwx");
+    fs::create_directory_symlink(dir.path(), place / "up");
+    put("run.sh", "x");
+    fs::permissions(place / "run.sh", fs::perms::owner_all);
+    add({u"*"});
+    const std::string lines = git(place, "ls-files -s");
+    EXPECT_TRUE(entry_line(lines, "link.dwx").starts_with("120000"));
+    EXPECT_TRUE(entry_line(lines, "run.sh").starts_with("100644")); // bits are not recorded
+    EXPECT_TRUE(entry_line(lines, "up").starts_with("120000"));
+    EXPECT_EQ(git(place, "cat-file blob :link.dwx"), (dir.path() / "outside.dwx").string());
+    EXPECT_EQ(git(place, "status --porcelain --ignored").find("secret"), std::string::npos);
+    EXPECT_EQ(status()["link.dwx"], Z_KIND_ADDED);
+}
+
+TEST_F(IndexTest, FiltersOfAttributesAreHonoured) {
+    put("sub/.gitattributes", "*.txt text eol=crlf\n");
+    put("sub/deep/a.txt", "one\r\ntwo\r\n");
+    put("b.txt", "one\r\n");
+    add({u"*"});
+    EXPECT_EQ(git(place, "cat-file -s :sub/deep/a.txt"), "8");
+    EXPECT_EQ(git(place, "cat-file -s :b.txt"), "5");
+    EXPECT_EQ(git(place, "diff --name-only"), "");
+}
+
+TEST_F(IndexTest, LargeFilesGoInBlocks) {
+    std::string bytes(5 << 20, '\0');
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * i >> 7);
+    put("large.dwx", bytes);
+    add({u"*"});
+    EXPECT_EQ(git(place, "hash-object large.dwx"), git(place, "rev-parse :large.dwx"));
+    fs::last_write_time(place / "large.dwx",
+                        fs::file_time_type::clock::now() - std::chrono::hours(1));
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexAddBypath(index.get(), u"large.dwx")); // touched: same blob, new times
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(git(place, "diff-files"), "");
+    expect_sound();
+}
+
+TEST_F(IndexTest, LockKeepsOthersOutAndDropsWhatFailed) {
+    put("a.dwx", "1");
+    {
+        IndexPtr index = lock();
+        ASSERT_OK(index);
+        EXPECT_EQ(zIndexHead(repository.get(), true), nullptr);
+        EXPECT_EQ(zErrorClass(), 7);
+        ASSERT_OK(zIndexAddBypath(index.get(), u"a.dwx"));
+    } // not written
+    EXPECT_EQ(status()["a.dwx"], Z_KIND_UNTRACKED);
+    IndexPtr index = lock();
+    EXPECT_EQ(zIndexEntryCount(index.get()), 0u);
+    ASSERT_OK(zIndexWrite(index.get()));
+    index.reset();
+    EXPECT_FALSE(fs::exists(place / ".git/.index.zlck"));
+    EXPECT_EQ(git(place, "status --porcelain"), "?? a.dwx");
+}
+
+TEST_F(IndexTest, RefreshTakesChangesAndLosses) {
+    put("a.dwx", "1");
+    put("gone.dwx", "1");
+    put("docs/kept.dwx", "1");
+    commit_all();
+    put("a.dwx", "22");
+    put("docs/kept.dwx", "22");
+    put("new.dwx", "1");
+    fs::remove(place / "gone.dwx");
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexRefresh(index.get(), spec({u"*.dwx"}).get()));
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(git(place, "status --porcelain"),
+              "M  a.dwx\nM  docs/kept.dwx\nD  gone.dwx\n?? new.dwx");
+}
+
+TEST_F(IndexTest, RenameMovesWhatIsTracked) {
+    put("docs/a.dwx", "1");
+    put("docs/deep/b.dwx", "1");
+    put("docs2/c.dwx", "1");
+    commit_all();
+    put("docs/deep/b.dwx", "changed");
+    put("docs/new.dwx", "1");
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexRename(index.get(), u"docs", u"plans/2026"));
+    ASSERT_OK(zIndexRename(index.get(), u"docs2/c.dwx", u"c.dwx"));
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(tracked(),
+              (std::vector<std::string>{"c.dwx", "plans/2026/a.dwx", "plans/2026/deep/b.dwx"}));
+    EXPECT_EQ(git(place, "diff --name-only"), "");
+    EXPECT_TRUE(fs::exists(place / "plans/2026/new.dwx"));
+    EXPECT_EQ(git(place, "cat-file blob :plans/2026/deep/b.dwx"), "changed");
+
+    EXPECT_FALSE(zIndexRename(index.get(), u"c.dwx", u"plans/2026/A.dwx")); // a twin
+    EXPECT_EQ(zErrorClass(), 4);
+    EXPECT_FALSE(zIndexRename(index.get(), u"c.dwx", u"plans/2026/new.dwx")); // in the way
+    EXPECT_EQ(zErrorCode(), 17);
+    EXPECT_FALSE(zIndexRename(index.get(), u"c.dwx", u"c.dwx"));
+    EXPECT_FALSE(zIndexRename(index.get(), u"c.dwx", u"../c.dwx"));
+    EXPECT_FALSE(zIndexRename(index.get(), u"none.dwx", u"d.dwx"));
+    EXPECT_TRUE(fs::exists(place / "c.dwx"));
+}
+
+TEST_F(IndexTest, KeepFilesForADirectoryAndThoseAbove) {
+    fs::create_directories(place / "a/b/c/d");
+    put("a/b/file.dwx", "1");
+    put("root.dwx", "1");
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexFixupGitkeep(index.get(), u"root.dwx"));
+    EXPECT_EQ(zIndexEntryCount(index.get()), 0u);
+    ASSERT_OK(zIndexFixupGitkeep(index.get(), u"a/b/c"));
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"a/.gitkeep", "a/b/.gitkeep", "a/b/c/.gitkeep",
+                                                   "a/b/c/d/.gitkeep"}));
+    ASSERT_OK(zIndexRemoveDirectory(index.get(), u"a/b/c"));
+    EXPECT_EQ(zIndexEntryCount(index.get()), 2u);
+    EXPECT_FALSE(fs::exists(place / ".gitkeep"));
+}
+
+TEST_F(IndexTest, EntriesByHand) {
+    put("docs/a.dwx", "12345");
+    IndexPtr index = lock();
+    EntryPtr entry(zIndexEntryStat(index.get(), u"docs/a.dwx"));
+    ASSERT_OK(entry);
+    struct stat status;
+    ASSERT_EQ(lstat((place / "docs/a.dwx").c_str(), &status), 0);
+    Time time;
+    ASSERT_EQ(zIndexEntryMTime(&time, entry.get()), &time);
+    EXPECT_EQ(time.seconds, status.st_mtim.tv_sec);
+    EXPECT_EQ(time.nanoseconds, status.st_mtim.tv_nsec);
+    EXPECT_EQ(zIndexEntrySize(entry.get()), 5u);
+    EXPECT_EQ(zIndexEntryMode(entry.get()), 0100644u);
+    EXPECT_EQ(zIndexEntryDev(entry.get()), 0u); // of the device that it is, not on which
+    EXPECT_EQ(narrow(zIndexEntryPath(entry.get())), "docs/a.dwx");
+    ASSERT_OK(zIndexEntrySetStage(entry.get(), 2));
+    EXPECT_FALSE(zIndexEntrySetStage(entry.get(), 4));
+    EXPECT_EQ(zIndexEntryStage(entry.get()), 2);
+    EXPECT_TRUE(zIndexEntryIsConflict(entry.get()));
+    ASSERT_OK(zIndexEntryAdd(IndexPtr(zIndexNew(repository.get())).get(), entry.get()));
+
+    EXPECT_EQ(zIndexEntryStat(index.get(), u"docs"), nullptr);
+    EXPECT_EQ(zErrorCode(), 21);
+    EXPECT_EQ(zIndexEntryStat(index.get(), u"docs/none"), nullptr);
+    EXPECT_EQ(zErrorCode(), 2);
+    EXPECT_EQ(zIndexEntryBypath(index.get(), u"docs/a.dwx"), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    ASSERT_OK(zIndexAddBypath(index.get(), u"docs/a.dwx"));
+    EXPECT_EQ(hex(zIndexEntryID(zIndexEntryBypath(index.get(), u"docs/a.dwx"))),
+              git(place, "hash-object docs/a.dwx"));
+    EXPECT_TRUE(zIndexIsStaged(index.get(), u"docs/a.dwx"));
+    EXPECT_FALSE(zIndexIsStaged(index.get(), u"docs/none"));
+    uint64_t at = 9;
+    EXPECT_FALSE(zIndexFindPrefix(&at, index.get(), u"x"));
+    ASSERT_OK(zIndexFindPrefix(&at, index.get(), u"docs/"));
+    EXPECT_EQ(at, 0u);
+}
+
+TEST_F(IndexTest, ConflictsAreFoundAndResolvedByAdding) {
+    put("a.dwx", "base");
+    commit_all();
+    git(place, "checkout -q -b other");
+    put("a.dwx", "theirs");
+    git(place, "-c user.name=x -c user.email=x commit -qam theirs");
+    git(place, "checkout -q master");
+    put("a.dwx", "ours");
+    git(place, "-c user.name=x -c user.email=x commit -qam ours");
+    git(place, "-c user.name=x -c user.email=x merge -q other");
+    IndexPtr index = lock();
+    EXPECT_TRUE(zIndexHasConflicts(index.get()));
+    EXPECT_TRUE(zIndexPathIsConflict(index.get(), u"a.dwx"));
+    EXPECT_EQ(zIndexEntryStage(zIndexEntryBypath(index.get(), u"a.dwx")), 2);
+    EXPECT_EQ(status()["a.dwx"], Z_KIND_CONFLICTED);
+    auto list = guard(zIndexMatch(index.get(), nullptr), zPathListFree);
+    EXPECT_EQ(zPathListLength(list.get()), 0u);
+    put("a.dwx", "both");
+    ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}).get()));
+    EXPECT_FALSE(zIndexHasConflicts(index.get()));
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(git(place, "status --porcelain"), "M  a.dwx");
+}
+
+TEST_F(IndexTest, MatchesAndCopies) {
+    put("Docs/a.dwx", "1");
+    put("b.dwx", "1");
+    commit_all();
+    IndexPtr head(zIndexByref(repository.get(), nullptr));
+    ASSERT_OK(head);
+    IndexPtr copy(zIndexDup(head.get()));
+    EXPECT_EQ(zIndexEntryCount(copy.get()), 2u);
+    auto list = guard(zIndexMatch(copy.get(), spec({u"docs"}).get()), zPathListFree);
+    ASSERT_EQ(zPathListLength(list.get()), 1u);
+    EXPECT_EQ(narrow(zPathListEntry(list.get(), 0)), "Docs/a.dwx");
+    EXPECT_EQ(zIndexMatch(copy.get(), spec({u"x"}, Z_SPEC_MUST_MATCH).get()), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    TreePtr tree(zIndexWriteTree(copy.get()));
+    ASSERT_OK(tree);
+    EXPECT_EQ(hex(zTreeId(tree.get())), git(place, "rev-parse HEAD^{tree}"));
+    int seen = 0;
+    auto once = [](const IndexEntry *, void *count) { return -++*static_cast<int *>(count); };
+    EXPECT_FALSE(zIndexWalk(copy.get(), once, &seen));
+    EXPECT_EQ(seen, 1);
+}

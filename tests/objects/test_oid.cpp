@@ -1,0 +1,78 @@
+#include "repo_fixture.hpp"
+
+using namespace test;
+
+namespace {
+
+constexpr char kHex[] = "00ff10a5b7c9d3e100112233445566778899aabb";
+
+Oid parsed(const std::string &text) {
+    Oid id{};
+    EXPECT_OK(zOidFromStr(&id, wide(text).c_str()));
+    return id;
+}
+
+} // namespace
+
+TEST(Oid, TextForms) {
+    const Oid id = parsed(kHex);
+    zwchar text[42];
+    ASSERT_OK(zOidFormat(text, &id));
+    EXPECT_EQ(narrow(text), kHex);
+    ASSERT_OK(zOidPathFormat(text, &id));
+    EXPECT_EQ(narrow(text), std::string(kHex).insert(2, "/"));
+    constexpr struct {
+        uint64_t count, length;
+    } kShort[] = {{0, 0}, {1, 1}, {7, 7}, {40, 40}, {50, 40}};
+    for (auto &row : kShort) {
+        ASSERT_OK(zOidNFormat(text, row.count, &id));
+        EXPECT_EQ(narrow(text), std::string(kHex, row.length)) << row.count;
+    }
+    zwchar path[Z_PATH_MAX] = u"tables";
+    ASSERT_OK(zOidPathAppend(path, &id));
+    EXPECT_EQ(narrow(path), "tables/" + std::string(kHex).insert(2, "/"));
+}
+
+TEST(Oid, RefusesTextThatIsNoIdAndLeavesTheTarget) {
+    Oid id = parsed(kHex);
+    for (const zwchar *text :
+         {u"", u"12345", u"zz", u"00ff10a5b7c9d3e100112233445566778899aab\u00e9"}) {
+        EXPECT_FALSE(zOidFromStr(&id, text));
+        EXPECT_EQ(hex(&id), kHex);
+    }
+    EXPECT_FALSE(zOidFromStr(&id, nullptr));
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST(Oid, OrderAndNull) {
+    const Oid low = parsed(std::string(39, '0') + "1"), high = parsed("ff" + std::string(38, '0'));
+    EXPECT_EQ(zOidCompare(&low, &high), -1); // bytes are unsigned
+    EXPECT_EQ(zOidCompare(&high, &low), 1);
+    EXPECT_EQ(zOidCompare(&low, &low), 0);
+    EXPECT_EQ(zOidCompare(nullptr, &low), -1);
+    EXPECT_EQ(zOidCompare(&low, nullptr), 1);
+    EXPECT_TRUE(zOidIsEqual(nullptr, nullptr));
+    EXPECT_FALSE(zOidIsEqual(nullptr, zOidIdentity())); // null is no id, not even the zero one
+    EXPECT_TRUE(zOidIsZero(nullptr));
+    EXPECT_TRUE(zOidIsZero(zOidIdentity()));
+    EXPECT_FALSE(zOidIsZero(&low));
+}
+
+TEST(Oid, RandomOnesDiffer) {
+    Oid a{}, b{};
+    ASSERT_OK(zOidRand(&a));
+    ASSERT_OK(zOidRand(&b));
+    EXPECT_FALSE(zOidIsZero(&a));
+    EXPECT_FALSE(zOidIsEqual(&a, &b));
+}
+
+TEST(Oid, OfBytesAndOfAFile) {
+    TempDir dir;
+    write(dir.path() / "file", "hello\n");
+    Oid file{}, bytes{};
+    ASSERT_OK(zOidFromFile(&file, (dir / u"file").c_str()));
+    ASSERT_OK(zOidFromBuffer(&bytes, "hello\n", 6));
+    EXPECT_EQ(hex(&file), git(dir.path(), "hash-object file"));
+    EXPECT_EQ(hex(&bytes), run("printf 'hello\\n' | sha1sum").substr(0, 40));
+    EXPECT_FALSE(zOidFromFile(&file, (dir / u"missing").c_str()));
+}

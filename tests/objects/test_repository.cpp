@@ -1,0 +1,240 @@
+#include "repo_fixture.hpp"
+
+#include "objects/sweep.hpp"
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace test;
+
+namespace {
+
+RepositoryPtr open(const std::filesystem::path &path) {
+    return RepositoryPtr(zRepositoryOpen(path.u16string().c_str()));
+}
+
+} // namespace
+
+using RepositoryRecord = RepositoryTest;
+
+TEST_F(RepositoryRecord, NewOneIsGitsToo) {
+    EXPECT_EQ(git(place, "symbolic-ref HEAD"), "refs/heads/master");
+    EXPECT_EQ(narrow(zRepositoryPath(repository.get())), (place / ".git/").string());
+    EXPECT_EQ(narrow(zRepositoryWorkdir(repository.get())), place.string() + "/");
+    EXPECT_EQ(narrow(zRepositoryTrash(repository.get())), (place / ".git/trash").string());
+    EXPECT_TRUE(zRepositoryHeadUnborn(repository.get()));
+    EXPECT_EQ(zRepositoryHead(repository.get()), nullptr);
+    EXPECT_NE(zErrorClass(), 0);
+    EXPECT_FALSE(zRepositoryIsBare(repository.get()));
+    EXPECT_FALSE(zRepositoryIsWorktree(repository.get()));
+    expect_sound();
+
+    write(dir.path() / "full/file", "x");
+    EXPECT_EQ(zRepositoryInit((dir / u"full").c_str(), false), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "full/.git"));
+}
+
+TEST_F(RepositoryRecord, HeadIsMasterWhateverTheUsersDefault) {
+    write(dir.path() / "home/.gitconfig", "[init]\n\tdefaultBranch = trunk\n");
+    git_buf before{};
+    git_libgit2_opts(GIT_OPT_GET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, &before);
+    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL,
+                     (dir.path() / "home").c_str());
+    RepositoryPtr made(zRepositoryInit((dir / u"made").c_str(), false));
+    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
+    git_buf_dispose(&before);
+    ASSERT_OK(made);
+    EXPECT_EQ(git(dir.path() / "made", "symbolic-ref HEAD"), "refs/heads/master");
+}
+
+TEST_F(RepositoryRecord, BareHasNoWorkTree) {
+    RepositoryPtr bare(zRepositoryInit((dir / u"bare.git").c_str(), true));
+    ASSERT_OK(bare);
+    EXPECT_TRUE(zRepositoryIsBare(bare.get()));
+    EXPECT_EQ(zRepositoryWorkdir(bare.get()), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_EQ(zRepositoryTrash(bare.get()), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+    RepositoryPtr again(zRepositoryOpenBare((dir / u"bare.git").c_str()));
+    EXPECT_OK(again);
+}
+
+TEST_F(RepositoryRecord, SwitchesAreWrittenOnlyWhereTheyDiffer) {
+    git(place, "config core.autocrlf true");
+    ASSERT_OK(open(place));
+    EXPECT_EQ(git(place, "config --local core.autocrlf"), "false");
+    EXPECT_EQ(git(place, "config --local core.filemode"), "false");
+    const auto file = place / ".git/config";
+    const auto before = std::filesystem::last_write_time(file);
+    write(place / ".git/config.lock", ""); // a write would stumble over it
+    ASSERT_OK(open(place));
+    EXPECT_EQ(std::filesystem::last_write_time(file), before);
+}
+
+TEST_F(RepositoryRecord, DiscoversUpwardToACeiling) {
+    std::filesystem::create_directories(place / "a/b");
+    RepositoryPtr found(zRepositoryDiscover((place / "a/b").u16string().c_str(), nullptr));
+    ASSERT_OK(found);
+    EXPECT_EQ(narrow(zRepositoryPath(found.get())), (place / ".git/").string());
+    const std::u16string ceilings = u"/nowhere;" + (place / "a").u16string();
+    EXPECT_EQ(zRepositoryDiscover((place / "a/b").u16string().c_str(), ceilings.c_str()), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(zRepositoryOpen((place / "a").u16string().c_str()), nullptr); // exactly the place
+}
+
+TEST_F(RepositoryRecord, Clones) {
+    ASSERT_OK(commit({{u"docs/a.txt", "one\n"}}));
+    RepositoryPtr copy(
+        zRepositoryClone(place.u16string().c_str(), (dir / u"clone").c_str(), false));
+    ASSERT_OK(copy);
+    EXPECT_EQ(read(dir.path() / "clone/docs/a.txt"), "one\n");
+    EXPECT_EQ(git(dir.path() / "clone", "status --porcelain"), "");
+}
+
+TEST_F(RepositoryRecord, IdIsDrawnOnceAndKept) {
+    ASSERT_TRUE(zRepositoryId(repository.get(), false));
+    EXPECT_TRUE(zOidIsZero(zRepositoryId(repository.get(), false)));
+    EXPECT_EQ(git(place, "config zev.id"), ""); // looking writes nothing
+    for (const char *malformed : {"abc", "0123456789012345678901234567890123456789ff", "zz"}) {
+        git(place, std::string("config zev.id ") + malformed);
+        EXPECT_TRUE(zOidIsZero(zRepositoryId(open(place).get(), false))) << malformed;
+    }
+    const std::string id = hex(zRepositoryId(repository.get(), true));
+    EXPECT_EQ(git(place, "config zev.id"), id);
+    EXPECT_EQ(hex(zRepositoryId(repository.get(), true)), id);
+    EXPECT_EQ(hex(zRepositoryId(open(place).get(), true)), id);
+    Oid other{};
+    ASSERT_OK(zOidRand(&other));
+    ASSERT_OK(zRepositorySetId(repository.get(), &other));
+    EXPECT_EQ(hex(zRepositoryId(open(place).get(), false)), hex(&other));
+}
+
+TEST_F(RepositoryRecord, NamesOfTheProject) {
+    EXPECT_EQ(narrow(zRepositoryOwner(repository.get())), "");
+    ASSERT_OK(zRepositorySetOwner(repository.get(), u"ada"));
+    ASSERT_OK(zRepositorySetOwner(repository.get(), u"bob"));
+    ASSERT_OK(zRepositorySetUrl(repository.get(), u"http://x"));
+    EXPECT_EQ(narrow(zRepositoryOwner(repository.get())), "bob");
+    EXPECT_EQ(narrow(zRepositoryName(repository.get())), "");
+    EXPECT_EQ(narrow(zRepositoryUrl(repository.get())), "http://x");
+    EXPECT_FALSE(zRepositorySetName(repository.get(), nullptr));
+    EXPECT_EQ(zRepositoryOwner(nullptr), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST_F(RepositoryRecord, DestroyTakesEverything) {
+    ASSERT_OK(commit({{u"a", "1"}}));
+    repository.reset();
+    write(place / "sub/file", "x");
+    std::filesystem::permissions(place / "sub/file", std::filesystem::perms::owner_read);
+    ASSERT_OK(zRepositoryDestroy(place.u16string().c_str()));
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    EXPECT_FALSE(zRepositoryDestroy(dir.path().u16string().c_str()));
+    EXPECT_EQ(zErrorClass(), 3);
+}
+
+TEST_F(RepositoryRecord, AnotherUsersIsRefused) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs to give a repository away";
+    repository.reset();
+    for (const char *name : {"copy", "copy/.git"})
+        ASSERT_EQ(chown((dir.path() / name).c_str(), 12345, 12345), 0);
+    EXPECT_EQ(open(place), nullptr);
+    EXPECT_EQ(zErrorCode(), -36);
+    EXPECT_EQ(narrow(zErrorReason()),
+              "repository path '" + place.string() + "' is not owned by current user");
+}
+
+TEST_F(RepositoryRecord, StartsFromATemplate) {
+    ASSERT_OK(commit({{u".gitkeep", ""}, {u"docs/.gitkeep", ""}, {u"docs/a.dwx", "drawing"}}));
+    write(place / ".git/AUTHZ", "rights");
+    RepositoryPtr made(zRepositoryInit((dir / u"new").c_str(), true));
+    ASSERT_OK(zRepositoryInitFrom(made.get(), repository.get()));
+    const auto bare = dir.path() / "new";
+    EXPECT_EQ(git(bare, "ls-tree -r --name-only HEAD"), ".gitkeep\ndocs/.gitkeep");
+    EXPECT_EQ(git(bare, "log --format=%an:%P"), "admin:");
+    EXPECT_EQ(read(bare / "AUTHZ"), "rights");
+    RepositoryPtr empty(zRepositoryInit((dir / u"empty").c_str(), true));
+    EXPECT_FALSE(zRepositoryInitFrom(made.get(), empty.get())); // no HEAD to start from
+}
+
+// ---- What a killed writer leaves
+
+namespace {
+
+struct SweepTest : RepositoryTest {
+    // Kills a process that holds the lock on a file of the Git directory, with these files made
+    // under it.
+    void crash(const char *guarded, std::initializer_list<const char *> files) {
+        pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (!child) {
+            const auto target = (place / ".git" / guarded).u16string();
+            if (!zFlockOpen(target.c_str(), true)) _exit(1);
+            for (const char *file : files) write(place / ".git" / file, "");
+            kill(getpid(), SIGKILL);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status));
+    }
+    bool there(const char *file) { return std::filesystem::exists(place / ".git" / file); }
+};
+
+} // namespace
+
+TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
+    ASSERT_OK(commit({{u"a", "1"}}));
+    constexpr const char *kFiles[] = {"index.lock",
+                                      "HEAD.lock",
+                                      "refs/heads/master.lock",
+                                      "refs/heads/deep/er.lock",
+                                      "packed-refs.lock",
+                                      "objects/tmp_object_git2_abc",
+                                      "objects/pack/pack_git2_abc"};
+    crash("index", {kFiles[0], kFiles[1], kFiles[2], kFiles[3], kFiles[4], kFiles[5], kFiles[6],
+                    "refs/heads/other"});
+    ASSERT_OK(zev::sweep_stale(repository.get()));
+    for (const char *file : kFiles) EXPECT_FALSE(there(file)) << file;
+    EXPECT_TRUE(there("refs/heads/other"));
+    std::filesystem::remove(place / ".git/refs/heads/other");
+    ASSERT_OK(commit({{u"a", "2"}}, u"after the crash"));
+    expect_sound();
+}
+
+TEST_F(SweepTest, LeavesTheLocksOfTheLiving) {
+    write(place / ".git/index.lock", "git's"); // nobody of ours crashed
+    ASSERT_OK(zev::sweep_stale(repository.get()));
+    EXPECT_TRUE(there("index.lock"));
+
+    // It was there before the killed writer began.
+    const auto past = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    std::filesystem::last_write_time(place / ".git/index.lock", past);
+    crash("index", {"HEAD.lock"});
+    ASSERT_OK(zev::sweep_stale(repository.get()));
+    EXPECT_TRUE(there("index.lock"));
+    EXPECT_FALSE(there("HEAD.lock"));
+
+    // Somebody writes at this moment.
+    std::ofstream held(place / ".git/index.lock");
+    ASSERT_OK(zev::sweep_stale(repository.get()));
+    EXPECT_TRUE(there("index.lock"));
+    held.close();
+
+    // Our own lock is held.
+    auto lock = guard(zFlockOpen((place / ".git/index").u16string().c_str(), false), zFlockClose);
+    ASSERT_OK(lock);
+    ASSERT_OK(zev::sweep_stale(repository.get()));
+    EXPECT_TRUE(there("index.lock"));
+}
+
+TEST_F(SweepTest, ConfigurationIsWrittenAfterACrash) {
+    crash("config", {"config.lock"});
+    EXPECT_TRUE(there("config.lock"));
+    Oid id{};
+    ASSERT_OK(zOidRand(&id));
+    ASSERT_OK(zRepositorySetId(repository.get(), &id));
+    EXPECT_FALSE(there("config.lock"));
+    EXPECT_FALSE(there(".config.zlck"));
+}

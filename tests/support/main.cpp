@@ -1,0 +1,53 @@
+#include "support.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <sys/wait.h>
+
+namespace test {
+
+TempDir::TempDir() {
+    std::string name = (std::filesystem::temp_directory_path() / "zev-test-XXXXXX").string();
+    if (!mkdtemp(name.data())) throw std::runtime_error("no temporary directory");
+    path_ = name;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+void write(const std::filesystem::path &path, std::string_view bytes) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::string read(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string run(const std::string &command, int *status) {
+    FILE *pipe = popen(command.c_str(), "r");
+    if (!pipe) return {};
+    std::string text;
+    char block[4096];
+    while (size_t count = fread(block, 1, sizeof block, pipe)) text.append(block, count);
+    int result = pclose(pipe);
+    if (status) *status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
+    return text;
+}
+
+} // namespace test
+
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (!zGlobalInit(u"en-US", nullptr)) {
+        fprintf(stderr, "zGlobalInit: %s\n", test::narrow(zErrorDetail()).c_str());
+        return 1;
+    }
+    int result = RUN_ALL_TESTS();
+    zGlobalCleanup();
+    return result;
+}

@@ -1,0 +1,393 @@
+#include "child.hpp"
+#include "support.hpp"
+
+#include "system/os.hpp"
+
+#include <cerrno>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using test::narrow, test::TempDir;
+namespace fs = std::filesystem;
+namespace os = zev::os;
+
+namespace {
+
+template <class T> struct Swap { // a call of the system, replaced for a scope
+    T &slot;
+    T before;
+    Swap(T &target, T with) : slot(target), before(target) { slot = with; }
+    ~Swap() { slot = before; }
+};
+
+constexpr struct {
+    const zwchar *mode;
+    const char *before, *after; // what "abc" written leaves; null: refused
+} kModes[] = {
+    {u"r", "123456", nullptr},
+    {u"r+b", "123456", "abc456"},
+    {u"wb", "123456", "abc"},
+    {u"w, ccs=UTF-8", "123456", "abc"}, // text stays bytes
+    {u"a+t", "123456", "123456abc"},
+    {u"wbSTDc", "123456", "(gone)"}, // D: the name goes
+    {u"wx", "123456", nullptr},
+    {u"", "1", nullptr},
+    {u"b", "1", nullptr},
+    {u"rq", "1", nullptr},
+};
+
+TEST(File, Modes) {
+    TempDir dir;
+    for (auto [mode, before, after] : kModes) {
+        test::write(dir.path() / "f", before);
+        const auto file = test::guard(
+            zFileOpen((dir / u"f").c_str(), mode), +[](FILE *open) { zFileClose(open); });
+        const bool written =
+            file && zFileWrite(file.get(), "abc", 3) == 3 && zFileFlush(file.get());
+        EXPECT_EQ(written, after != nullptr) << narrow(mode);
+        const bool there = fs::exists(dir.path() / "f");
+        EXPECT_EQ(there ? test::read(dir.path() / "f") : "(gone)", after ? after : before)
+            << narrow(mode);
+    }
+}
+
+TEST(File, OpenFailures) {
+    TempDir dir;
+    test::write(dir.path() / "f", "");
+    const struct {
+        std::u16string path;
+        int code;
+    } cases[] = {
+        {dir / u"missing", 2},
+        {dir / u"f/below", 2}, // below a file is missing, too
+        {dir / u"", 13},       // a directory
+        {u"C:/f", 2},
+    };
+    for (const auto &row : cases) {
+        EXPECT_EQ(zFileOpen(row.path.c_str(), u"rb"), nullptr);
+        EXPECT_EQ(zErrorCode(), row.code) << narrow(row.path.c_str());
+    }
+    EXPECT_EQ(zFileOpen((dir / u"").c_str(), u"r+"), nullptr);
+    EXPECT_EQ(errno, EACCES);
+}
+
+TEST(File, SizeTruncateAndText) {
+    FILE *file = zFileTemp();
+    ASSERT_OK(file);
+    EXPECT_EQ(zFilePrintfA(file, "%s %d\n", "a", 7), 4);
+    EXPECT_EQ(zFilePrintfW(file, u"%s\n", u"\u00E4\u5716"), 3); // characters, not bytes
+    EXPECT_EQ(zFilePrintfW(file, u"%y"), -1);
+    EXPECT_EQ(zFileSize(file), 10u); // counts what is still buffered
+    char bytes[16] = {};
+    zFileRewind(file);
+    EXPECT_EQ(zFileRead(file, bytes, sizeof bytes), 10u);
+    EXPECT_STREQ(bytes, "a 7\n\xC3\xA4\xE5\x9C\x96\n");
+    EXPECT_TRUE(zFileEOF(file));
+    EXPECT_OK(zFileTruncate(file, 2));
+    EXPECT_EQ(zFileSize(file), 2u);
+    EXPECT_FALSE(zFileTruncate(file, -1));
+    EXPECT_EQ(zErrorClass(), 2);
+    const std::string path = "/proc/self/fd/" + std::to_string(fileno(file));
+    const fs::path name = fs::read_symlink(path);
+    EXPECT_TRUE(zFileClose(file));
+    EXPECT_TRUE(fs::remove(name)); // it stayed
+    EXPECT_TRUE(zFileClose(nullptr));
+}
+
+TEST(File, FullDisk) {
+    FILE *full = zFileOpen(u"/dev/full", u"wb");
+    ASSERT_OK(full);
+    EXPECT_EQ(zFilePrintfA(full, "x"), 1);
+    EXPECT_FALSE(zFileFlush(full));
+    EXPECT_EQ(zErrorCode(), 28);
+    zFileClose(full);
+}
+
+TEST(File, MoveKeepsWhatIsThere) {
+    TempDir dir;
+    test::write(dir.path() / "a", "a");
+    test::write(dir.path() / "b", "b");
+    fs::create_directory(dir.path() / "empty");
+    const std::u16string a = dir / u"a", b = dir / u"b", empty = dir / u"empty";
+    const auto refused = [&](const std::u16string &to, bool replace) {
+        return !zMove(a.c_str(), to.c_str(), replace) && zErrorClass() == 9;
+    };
+    EXPECT_TRUE(refused(b, false));
+    EXPECT_EQ(zErrorCode(), 17);
+    EXPECT_TRUE(refused(empty, true));
+    EXPECT_FALSE(zMove(empty.c_str(), b.c_str(), false));
+    { // a file system that can't refuse by itself
+        Swap swap(
+            os::calls.rename, +[](const char *from, const char *to, unsigned flags) {
+                return flags ? (errno = EINVAL, -1) : rename(from, to);
+            });
+        EXPECT_TRUE(refused(b, false));
+        EXPECT_TRUE(refused(empty, false));
+        EXPECT_OK(zMove(empty.c_str(), (dir / u"other").c_str(), false));
+        EXPECT_OK(zMove(a.c_str(), (dir / u"c").c_str(), false));
+    }
+    EXPECT_OK(zMove((dir / u"c").c_str(), b.c_str(), true));
+    EXPECT_EQ(test::read(dir.path() / "b"), "a");
+    EXPECT_FALSE(fs::exists(dir.path() / "a"));
+    EXPECT_FALSE(zMove(a.c_str(), b.c_str(), true));
+    EXPECT_EQ(zErrorCode(), 2);
+}
+
+// A tree with what is easily lost: modes, times, links, names beyond a path buffer.
+void make_tree(const fs::path &top) {
+    test::write(top / "sub/file", std::string(300'000, 'x'));
+    test::write(top / std::string(200, 'l') / std::string(200, 'm') / std::string(200, 'n'), "n");
+    fs::create_symlink("nowhere", top / "link");
+    chmod((top / "sub/file").c_str(), 0440);
+    chmod((top / "sub").c_str(), 0750);
+    fs::last_write_time(top / "sub/file", fs::file_time_type::clock::now() - std::chrono::years(3));
+}
+
+void expect_same(const fs::path &copy, const fs::path &model) {
+    EXPECT_EQ(
+        test::run("diff -r --no-dereference " + copy.string() + " " + model.string() + " 2>&1"),
+        "");
+    EXPECT_EQ(fs::last_write_time(copy / "sub/file"), fs::last_write_time(model / "sub/file"));
+    EXPECT_EQ(fs::status(copy / "sub/file").permissions(),
+              fs::status(model / "sub/file").permissions());
+    EXPECT_EQ(fs::status(copy / "sub").permissions(), fs::status(model / "sub").permissions());
+}
+
+TEST(File, MoveAcrossDevices) {
+    TempDir dir;
+    make_tree(dir.path() / "tree");
+    make_tree(dir.path() / "model");
+    const auto time = fs::last_write_time(dir.path() / "model/sub/file");
+    fs::last_write_time(dir.path() / "tree/sub/file", time);
+    const fs::path other = "/dev/shm/zev-test-" + std::to_string(getpid());
+    struct stat here, there;
+    stat(dir.path().c_str(), &here);
+    if (stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+        GTEST_SKIP() << "one device only";
+    fs::create_directory(other);
+    const std::u16string to = other.u16string() + u"/tree";
+    EXPECT_OK(zMove((dir / u"tree").c_str(), to.c_str(), false));
+    expect_same(other / "tree", dir.path() / "model");
+    EXPECT_FALSE(fs::exists(dir.path() / "tree"));
+    EXPECT_FALSE(zMove((dir / u"model").c_str(), to.c_str(), false));
+    EXPECT_TRUE(fs::exists(dir.path() / "model/sub/file"));
+    { // the source stays until the copy is safe
+        Swap swap(
+            os::calls.syncfs, +[](int) { return errno = EIO, -1; });
+        EXPECT_FALSE(zMove((dir / u"model").c_str(), (to + u"2").c_str(), false));
+    }
+    EXPECT_TRUE(fs::exists(dir.path() / "model/sub/file"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(other), {}), 1); // and nothing is left over
+    fs::remove_all(other);
+}
+
+TEST(File, Copy) {
+    TempDir dir;
+    make_tree(dir.path() / "tree");
+    EXPECT_OK(zCopy((dir / u"tree").c_str(), (dir / u"new/parent/copy").c_str()));
+    expect_same(dir.path() / "new/parent/copy", dir.path() / "tree");
+    fs::create_directory(dir.path() / "there"); // takes it in
+    EXPECT_OK(zCopy((dir / u"tree/").c_str(), (dir / u"there").c_str()));
+    expect_same(dir.path() / "there/tree", dir.path() / "tree");
+    test::write(dir.path() / "there/tree/sub/more", "kept");
+    EXPECT_OK(zCopy((dir / u"tree").c_str(), (dir / u"there").c_str())); // filled up
+    EXPECT_EQ(test::read(dir.path() / "there/tree/sub/more"), "kept");
+    EXPECT_FALSE(zCopy((dir / u"tree").c_str(), (dir / u"tree/sub/tree").c_str()));
+    EXPECT_FALSE(fs::exists(dir.path() / "tree/sub/tree"));
+    EXPECT_FALSE(zCopy((dir / u"missing").c_str(), (dir / u"x").c_str()));
+    EXPECT_EQ(zErrorClass(), 9);
+    EXPECT_EQ(zErrorCode(), 2);
+    test::write(dir.path() / "file", "new");
+    test::write(dir.path() / "old", "old");
+    EXPECT_OK(zCopy((dir / u"file").c_str(), (dir / u"old").c_str()));
+    EXPECT_EQ(test::read(dir.path() / "old"), "new");
+    EXPECT_FALSE(zCopy((dir / u"file").c_str(), (dir / u"file").c_str()));
+    EXPECT_EQ(test::read(dir.path() / "file"), "new");
+}
+
+TEST(File, ReadOnlyTouchesOnlyWhatDiffers) {
+    TempDir dir;
+    const std::u16string file = dir / u"f";
+    test::write(dir.path() / "f", "");
+    struct stat first, second;
+    chmod((dir.path() / "f").c_str(), 0755);
+    EXPECT_OK(zChread(file.c_str(), true));
+    ASSERT_OK(zFileStatW(file.c_str(), &first));
+    EXPECT_EQ(first.st_mode & 0777, 0555u); // still readable
+    EXPECT_OK(zChread(file.c_str(), true));
+    ASSERT_OK(zFileStatA((dir.path() / "f").c_str(), &second));
+    EXPECT_EQ(first.st_ctim.tv_nsec, second.st_ctim.tv_nsec);
+    EXPECT_OK(zChread(file.c_str(), false));
+    ASSERT_OK(zFileStatW(file.c_str(), &first));
+    EXPECT_EQ(first.st_mode & 0777, 0755u);
+    EXPECT_FALSE(zChread((dir / u"missing").c_str(), true));
+    EXPECT_EQ(zErrorClass(), 3);
+}
+
+// ---- Replacement
+
+int syncs;
+int count_sync(int) { return ++syncs, 0; }
+
+TEST(Replace, OldOrNewAtEveryFailure) {
+    TempDir dir;
+    const std::u16string path = dir / u"f";
+    test::write(dir.path() / "f", "old");
+    chmod((dir.path() / "f").c_str(), 0640);
+    const auto before = os::calls;
+    int failures = 0;
+    void (*const arm[])() = {
+        [] { os::calls.open = [](const char *, int, mode_t) { return errno = EMFILE, -1; }; },
+        [] {
+            os::calls.write = [](int, const void *, size_t) { return errno = ENOSPC, ssize_t{-1}; };
+        },
+        [] { os::calls.fsync = [](int) { return errno = EIO, -1; }; },
+        [] {
+            os::calls.rename = [](const char *, const char *, unsigned) {
+                return errno = EACCES, -1;
+            };
+        },
+    };
+    for (auto fail : arm) {
+        fail();
+        failures += !os::replace_file(path.c_str(), "new", 3);
+        os::calls = before;
+        EXPECT_EQ(test::read(dir.path() / "f"), "old");
+        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 1) << "left over";
+    }
+    EXPECT_EQ(failures, 4);
+    syncs = 0;
+    os::calls.fsync = count_sync;
+    EXPECT_TRUE(os::replace_file(path.c_str(), "new", 3));
+    os::calls = before;
+    EXPECT_EQ(syncs, 2); // the file, then its directory
+    EXPECT_EQ(test::read(dir.path() / "f"), "new");
+    EXPECT_EQ(fs::status(dir.path() / "f").permissions(), fs::perms{0640});
+}
+
+TEST(Replace, Streamed) {
+    TempDir dir;
+    const std::u16string path = dir / u"f";
+    {
+        os::Replacement dropped(path.c_str());
+        ASSERT_TRUE(dropped);
+        fputs("half", dropped.file());
+    }
+    EXPECT_TRUE(fs::is_empty(dir.path()));
+    {
+        os::Replacement kept(path.c_str(), 0600);
+        ASSERT_TRUE(kept);
+        fputs("whole", kept.file());
+        EXPECT_TRUE(kept.commit(false));
+        EXPECT_FALSE(kept.commit());
+    }
+    EXPECT_EQ(test::read(dir.path() / "f"), "whole");
+    EXPECT_FALSE(os::Replacement(dir.path().u16string().c_str())); // a directory stays
+    EXPECT_EQ(errno, EACCES);
+    fs::create_symlink("f", dir.path() / "link"); // the link is replaced, not what it names
+    EXPECT_TRUE(os::replace_file((dir / u"link").c_str(), "other", 5));
+    EXPECT_EQ(test::read(dir.path() / "f"), "whole");
+}
+
+// A write that failed somewhere in the middle is no file.
+TEST(Replace, WriteBeyondTheLimit) {
+    TempDir dir;
+    test::Child child([&] {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit = {8192, 8192};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        os::Replacement big((dir / u"f").c_str());
+        const std::string block(5000, 'x');
+        for (int n = 0; n < 4; ++n) fwrite(block.data(), 1, block.size(), big.file());
+        return big.commit() ? 1 : 0;
+    });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_TRUE(fs::is_empty(dir.path()));
+}
+
+// ---- Trash
+
+struct Trash : testing::Test {
+    TempDir dir;
+    fs::path trash = dir.path() / "data/Trash";
+    void SetUp() override { setenv("XDG_DATA_HOME", (dir.path() / "data").c_str(), 1); }
+    void TearDown() override { unsetenv("XDG_DATA_HOME"); }
+    bool drop(const char16_t *name) { return zDrop((dir / name).c_str()); }
+};
+
+TEST_F(Trash, KeepsEveryVersion) {
+    for (const char *content : {"one", "two"}) {
+        test::write(dir.path() / "a b\xC3\xA4.dwx", content);
+        EXPECT_TRUE(drop(u"a b\u00E4.dwx"));
+    }
+    test::write(dir.path() / "tree/sub/file", "1");
+    EXPECT_TRUE(drop(u"tree\\"));
+    fs::create_symlink("data", dir.path() / "link");
+    EXPECT_TRUE(drop(u"link")); // itself
+    EXPECT_TRUE(fs::exists(dir.path() / "data"));
+    EXPECT_EQ(test::read(trash / "files/a b\xC3\xA4.dwx"), "one");
+    EXPECT_EQ(test::read(trash / "files/a b\xC3\xA4.2.dwx"), "two");
+    EXPECT_EQ(test::read(trash / "files/tree/sub/file"), "1");
+    EXPECT_TRUE(fs::is_symlink(trash / "files/link"));
+    const std::string info = test::read(trash / "info/a b\xC3\xA4.2.dwx.trashinfo");
+    EXPECT_EQ(info.find("[Trash Info]\nPath=" + dir.path().string() +
+                        "/a%20b%C3%A4.dwx\nDeletionDate=20"),
+              0u)
+        << info;
+    EXPECT_EQ(fs::status(trash).permissions(), fs::perms{0700});
+}
+
+TEST_F(Trash, Failures) {
+    EXPECT_FALSE(drop(u"missing"));
+    EXPECT_EQ(errno, ENOENT);
+    test::write(dir.path() / "closed/f", "1");
+    chmod((dir.path() / "closed").c_str(), 0555);
+    test::Child child([&] {
+        if (!test::unprivileged()) return 1;
+        return !drop(u"closed/f") && errno == EACCES ? 0 : 2;
+    });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_TRUE(fs::exists(dir.path() / "closed/f"));
+    // Trash that can't take it is no reason to destroy it.
+    const auto before = os::calls;
+    test::write(dir.path() / "f", "1");
+    os::calls.write = [](int, const void *, size_t) { return errno = ENOSPC, ssize_t{-1}; };
+    EXPECT_FALSE(drop(u"f"));
+    os::calls = before;
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(test::read(dir.path() / "f"), "1");
+    EXPECT_TRUE(fs::is_empty(trash / "info"));
+}
+
+TEST(Environment, EmptyRemoves) {
+    EXPECT_EQ(zSetenv(u"ZEV_TEST_A", u"\u00E4=b"), 0);
+    EXPECT_EQ(narrow(zGetenv(u"ZEV_TEST_A")), "\xC3\xA4=b");
+    EXPECT_EQ(zSetenv(u"ZEV_TEST_A", u""), 0);
+    EXPECT_EQ(zGetenv(u"ZEV_TEST_A"), nullptr);
+    EXPECT_EQ(zPutenv(u"ZEV_TEST_B=x"), 0);
+    EXPECT_EQ(narrow(zGetenv(u"ZEV_TEST_B")), "x");
+    EXPECT_EQ(zPutenv(u"ZEV_TEST_B="), 0);
+    EXPECT_EQ(zGetenv(u"ZEV_TEST_B"), nullptr);
+    EXPECT_EQ(zPutenv(u"ZEV_TEST_B"), -1);
+    EXPECT_EQ(zSetenv(u"A=B", u"c"), 22);
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST(Dll, Failures) {
+    TempDir dir;
+    test::write(dir.path() / "bad.so", "no library");
+    EXPECT_EQ(zDllOpen((dir / u"bad.so").c_str()), nullptr);
+    EXPECT_EQ(zErrorClass(), 9);
+    EXPECT_EQ(zErrorCode(), 8);
+    EXPECT_NE(narrow(zErrorReason()), "");
+    EXPECT_EQ(zDllOpen((dir / u"missing.so").c_str()), nullptr);
+    EXPECT_EQ(zErrorCode(), 2);
+    void *library = zDllOpen(u"libz.so.1");
+    ASSERT_OK(library);
+    EXPECT_NE(zDllSym(library, "zlibVersion"), nullptr);
+    EXPECT_EQ(zDllSym(library, "no_such_thing"), nullptr);
+    EXPECT_TRUE(zDllClose(library));
+}
+
+} // namespace

@@ -1,0 +1,310 @@
+#include "child.hpp"
+#include "support.hpp"
+
+#include "system/flock.hpp"
+#include "system/os.hpp"
+
+#include <atomic>
+#include <cerrno>
+#include <random>
+
+#include <sys/stat.h>
+
+using test::narrow, test::TempDir;
+namespace fs = std::filesystem;
+namespace os = zev::os;
+
+namespace {
+
+using Lock = test::Guard<Flock>;
+
+struct Flocks : testing::Test {
+    TempDir dir;
+    const std::u16string target = dir / u"a.b.dwx";
+    const fs::path file = dir.path() / "a.b.dwx", lock_file = dir.path() / ".a.b.dwx.zlck";
+    const os::Calls calls = os::calls;
+
+    void TearDown() override { os::calls = calls; }
+    Lock lock(bool save) { return Lock(zFlockOpen(target.c_str(), save), zFlockClose); }
+    size_t files() {
+        return static_cast<size_t>(std::distance(fs::directory_iterator(dir.path()), {}));
+    }
+    void leave(const std::string &saved, mode_t mode) {
+        test::write(lock_file, saved);
+        chmod(lock_file.c_str(), mode);
+    }
+    ino_t inode(const fs::path &path) {
+        struct stat info = {};
+        stat(path.c_str(), &info);
+        return info.st_ino;
+    }
+};
+
+TEST_F(Flocks, SavesAndPutsBack) {
+    test::write(file, "old");
+    chmod(file.c_str(), 0754);
+    const Lock held = lock(true);
+    ASSERT_OK(held);
+    EXPECT_EQ(test::read(lock_file), "old");
+    EXPECT_EQ(fs::status(lock_file).permissions(), fs::perms{0600}); // complete
+    for (int round = 0; round < 2; ++round) { // written in place, the second time into the saved
+        test::write(file, "new and longer");
+        chmod(file.c_str(), 0600);
+        EXPECT_OK(zFlockUndo(held.get()));
+        EXPECT_EQ(test::read(file), "old");
+        EXPECT_EQ(test::read(lock_file), "old");
+        EXPECT_EQ(fs::status(file).permissions(), fs::perms{0754});
+        EXPECT_NE(inode(file), inode(lock_file));
+    }
+    EXPECT_EQ(lock(false), nullptr); // still held
+    EXPECT_EQ(zErrorClass(), 7);
+    EXPECT_TRUE(fs::exists(lock_file)); // a refused lock deletes nobody's file
+}
+
+TEST_F(Flocks, CloseLeavesOnlyTheTarget) {
+    test::write(file, "old");
+    for (bool undo : {false, true}) {
+        const Lock held = lock(true);
+        test::write(file, "new");
+        EXPECT_TRUE(!undo || zFlockUndo(held.get()));
+    }
+    EXPECT_EQ(test::read(file), "new");
+    EXPECT_EQ(files(), 1u);
+    EXPECT_EQ(zFlockOpen(nullptr, true), nullptr);
+    EXPECT_EQ(zFlockOpen((dir / u"no/f").c_str(), true), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    const std::u16string cut = dir / std::u16string(505 - dir.path().u16string().size(), u'x');
+    EXPECT_EQ(zFlockOpen(cut.c_str(), true), nullptr); // its lock file's path would be cut
+    EXPECT_EQ(zErrorCode(), 38);
+}
+
+TEST_F(Flocks, NothingSavedIsUndoneByDeleting) {
+    for (const char *before : {(const char *)nullptr, ""}) {
+        if (before) test::write(file, before);
+        const Lock held = lock(true);
+        EXPECT_EQ(fs::file_size(lock_file), 0u);
+        test::write(file, "new");
+        EXPECT_OK(zFlockUndo(held.get()));
+        EXPECT_FALSE(fs::exists(file));
+        EXPECT_OK(zFlockUndo(held.get())); // gone already
+        fs::create_directory(file);
+        EXPECT_FALSE(zFlockUndo(held.get()));
+        EXPECT_EQ(narrow(zErrorMsg()), narrow(target.c_str()));
+        fs::remove(file);
+    }
+}
+
+TEST_F(Flocks, HeldTargetIsNotReplaced) {
+    test::write(file, "old");
+    const Lock held = lock(true);
+    {
+        const auto reader = test::guard(zShareOpen(target.c_str(), u"rb", 3), zShareClose);
+        EXPECT_FALSE(zFlockUndo(held.get()));
+        EXPECT_EQ(zErrorClass(), 7);
+        EXPECT_EQ(lock(true), nullptr);
+    }
+    EXPECT_OK(zFlockUndo(held.get()));
+}
+
+int data_syncs;
+
+TEST_F(Flocks, LateSaving) {
+    test::write(file, "old");
+    data_syncs = 0;
+    os::calls.fdatasync = [](int) { return ++data_syncs, 0; };
+    const Lock held(zev::flock_open_lazy(target.c_str()), zFlockClose);
+    ASSERT_OK(held);
+    EXPECT_OK(zFlockUndo(held.get())); // nothing has changed yet
+    EXPECT_EQ(test::read(file), "old");
+    EXPECT_EQ(data_syncs, 0);
+    EXPECT_OK(zev::flock_complete(held.get()) && zev::flock_complete(held.get()));
+    EXPECT_EQ(data_syncs, 1);
+    test::write(file, "new");
+    EXPECT_OK(zFlockUndo(held.get()));
+    EXPECT_EQ(test::read(file), "old");
+}
+
+TEST_F(Flocks, FailedSavingGivesTheLockUp) {
+    test::write(file, "old");
+    os::calls.fdatasync = [](int) { return errno = EIO, -1; };
+    EXPECT_EQ(lock(true), nullptr);
+    EXPECT_EQ(zErrorCode(), 5);
+    EXPECT_EQ(files(), 1u);
+}
+
+// ---- A full disk, and every other failure
+
+void fill_disk() {
+    os::calls.copy_range = [](int, int, size_t) { return errno = ENOSPC, int64_t{-1}; };
+    os::calls.write = [](int, const void *, size_t) { return errno = ENOSPC, ssize_t{-1}; };
+}
+
+TEST_F(Flocks, UndoNeedsNoSpace) {
+    test::write(file, "old");
+    test::Child child([&] { // is killed after its undo, with target and lock file still one
+        const Lock held = lock(true);
+        test::write(file, "new");
+        fill_disk();
+        if (!zFlockUndo(held.get()) || test::read(file) != "old") return 1;
+        fs::rename(file, dir.path() / "moved"); // as who replaces the target does
+        test::write(file, "newer");
+        if (!zFlockUndo(held.get()) || test::read(file) != "old") return 2;
+        ::kill(getpid(), SIGKILL);
+        return 3;
+    });
+    EXPECT_EQ(child.wait(), 256 + SIGKILL);
+    EXPECT_EQ(inode(file), inode(lock_file));
+    EXPECT_TRUE(zFlockRecover(target.c_str()));
+    EXPECT_EQ(test::read(file), "old");
+    EXPECT_NE(inode(file), inode(lock_file)); // there is space now
+}
+
+TEST_F(Flocks, LeftOverOfOneFileWithTheTarget) {
+    test::write(file, "old");
+    fs::create_hard_link(file, lock_file);
+    const Lock held = lock(true); // must not truncate the target through its other name
+    ASSERT_OK(held);
+    EXPECT_EQ(test::read(file), "old");
+    EXPECT_NE(inode(file), inode(lock_file));
+}
+
+int calls_left; // until one fails
+
+bool due() { return calls_left >= 0 && calls_left-- == 0 && (errno = EIO, true); }
+
+void arm(int n) {
+    static const os::Calls real = os::calls;
+    calls_left = n;
+    os::calls.open = [](const char *path, int flags, mode_t mode) {
+        return due() ? -1 : real.open(path, flags, mode);
+    };
+    os::calls.ftruncate = [](int fd, off_t size) { return due() ? -1 : real.ftruncate(fd, size); };
+    os::calls.copy_range = [](int from, int to, size_t size) {
+        return due() ? int64_t{-1} : real.copy_range(from, to, size);
+    };
+    os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+        return due() ? -1 : real.rename(from, to, flags);
+    };
+    os::calls.link = [](const char *from, const char *to) {
+        return due() ? -1 : real.link(from, to);
+    };
+    os::calls.unlink = [](const char *path) { return due() ? -1 : real.unlink(path); };
+    os::calls.fsync = [](int fd) { return due() ? -1 : real.fsync(fd); };
+    os::calls.fdatasync = [](int fd) { return due() ? -1 : real.fdatasync(fd); };
+}
+
+TEST_F(Flocks, EveryFailureLeavesAWholeTarget) {
+    int n = 0;
+    for (bool hit = true; hit; ++n) {
+        test::write(file, "old");
+        arm(n);
+        if (const Lock held = lock(true)) {
+            test::write(file, "new");
+            const bool undone = zFlockUndo(held.get());
+            hit = calls_left < 0;
+            calls_left = -1;
+            EXPECT_TRUE(test::read(file) == "old" || (!undone && test::read(file) == "new")) << n;
+            EXPECT_OK(zFlockUndo(held.get())) << n;
+        }
+        calls_left = -1;
+        EXPECT_EQ(test::read(file), "old") << n;
+    }
+    EXPECT_GT(n, 10);
+    os::calls = calls;
+    lock(true);
+    EXPECT_EQ(files(), 1u);
+}
+
+// ---- Recovery
+
+TEST_F(Flocks, Recovery) {
+    const struct {
+        const char *target, *saved, *after; // null: missing
+        mode_t mode;
+    } cases[] = {
+        {"new", "old", "old", 0600},
+        {nullptr, "old", "old", 0600}, // `.X.zlck` alone names the target X
+        {"new", "", nullptr, 0600},    // there was no target
+        {nullptr, "", nullptr, 0644},
+        {"new", "ol", "new", 0700}, // incomplete: its holder died while saving
+        {"new", "", "new", 0700},
+        {"new", nullptr, "new", 0}, // nothing left behind
+    };
+    for (auto [before, saved, after, mode] : cases) {
+        fs::remove(file);
+        fs::remove(lock_file);
+        if (before) test::write(file, before);
+        if (saved) leave(saved, mode);
+        for (int again = 0; again < 2; ++again) {
+            EXPECT_TRUE(zFlockRecover(target.c_str()));
+            EXPECT_EQ(fs::exists(file), after != nullptr);
+            EXPECT_EQ(fs::exists(file) ? test::read(file) : "", after ? after : "");
+            EXPECT_EQ(fs::exists(lock_file), saved != nullptr);
+        }
+        EXPECT_TRUE(zFlockPurge(target.c_str()));
+        EXPECT_FALSE(fs::exists(lock_file));
+    }
+    EXPECT_EQ(zErrorClass(), 3); // nothing to purge was raised
+    EXPECT_FALSE(zFlockRecover(nullptr) || zFlockPurge(nullptr));
+}
+
+TEST_F(Flocks, RecoveryLeavesLiveLocksAlone) {
+    test::write(file, "old");
+    const Lock held = lock(true);
+    test::write(file, "new");
+    EXPECT_TRUE(zFlockRecover(target.c_str()));
+    EXPECT_EQ(zErrorClass(), 7);
+    EXPECT_EQ(narrow(zErrorMsg()), narrow(target.c_str()));
+    EXPECT_TRUE(zFlockPurge(target.c_str()));
+    EXPECT_EQ(test::read(file), "new");
+    EXPECT_TRUE(fs::exists(lock_file));
+}
+
+TEST_F(Flocks, RecoveryWaitsForNoReader) {
+    test::write(file, "new");
+    leave("old", 0600);
+    const auto reader = test::guard(zShareOpen(target.c_str(), u"rb", 3), zShareClose);
+    EXPECT_TRUE(zFlockRecover(target.c_str()));
+    EXPECT_EQ(test::read(file), "new");
+}
+
+// ---- Killed at any time
+
+std::string version(char mark) { return std::string(200'000, mark); }
+
+// Changes the target in place, in steps, and takes every other change back.
+int change_for_ever(const std::u16string &target, const fs::path &file) {
+    for (char mark = 'a';; mark = mark == 'z' ? 'a' : static_cast<char>(mark + 1)) {
+        const Lock held(zFlockOpen(target.c_str(), true), zFlockClose);
+        if (!held) return 1;
+        FILE *out = fopen(file.c_str(), "wb");
+        fwrite(version(mark).data(), 1, 100'000, out);
+        fflush(out);
+        fwrite(version(mark).data(), 1, 100'000, out);
+        fclose(out);
+        if (mark % 2 && !zFlockUndo(held.get())) return 2;
+    }
+}
+
+TEST_F(Flocks, KilledHolderLosesNoVersion) {
+    std::mt19937 random(20240703);
+    test::write(file, version('0'));
+    for (int round = 0; round < 60; ++round) {
+        test::Signal started;
+        test::Child child([&] {
+            started.send();
+            return change_for_ever(target, file);
+        });
+        started.receive();
+        usleep(static_cast<useconds_t>(random() % 6000));
+        child.kill();
+        ASSERT_EQ(child.wait(), 256 + SIGKILL);
+        ASSERT_TRUE(zFlockRecover(target.c_str()) && zFlockPurge(target.c_str()));
+        const std::string content = test::read(file);
+        ASSERT_FALSE(content.empty()) << "round " << round;
+        ASSERT_TRUE(content == version(content[0])) << "round " << round;
+        ASSERT_LE(files(), 2u);
+    }
+}
+
+} // namespace

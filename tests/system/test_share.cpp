@@ -1,0 +1,258 @@
+#include "child.hpp"
+#include "support.hpp"
+
+#include "system/os.hpp"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+using test::narrow, test::TempDir;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Open = test::Guard<Share>;
+
+Open open_share(const std::u16string &path, const zwchar *mode, uint32_t flags) {
+    return Open(zShareOpen(path.c_str(), mode, flags), zShareClose);
+}
+
+// ---- Who gets in beside whom
+
+struct Opener {
+    unsigned access; // 1 reads, 2 writes
+    uint32_t share;  // what others may do, in the same bits
+};
+
+std::vector<Opener> openers() {
+    std::vector<Opener> all;
+    for (unsigned access = 1; access <= 3; ++access)
+        for (uint32_t share = 0; share <= 3; ++share) all.push_back({access, share});
+    return all;
+}
+
+Open open_as(const std::u16string &path, Opener opener) {
+    constexpr const zwchar *kModes[] = {nullptr, u"rb", u"ab", u"r+b"};
+    return open_share(path, kModes[opener.access], opener.share);
+}
+
+bool both_in(Opener first, Opener second) {
+    return !(first.access & ~second.share) && !(second.access & ~first.share);
+}
+
+void expect_pair(const std::u16string &path, Opener first, Opener second) {
+    const Open open = open_as(path, second);
+    EXPECT_EQ(open != nullptr, both_in(first, second))
+        << first.access << first.share << " then " << second.access << second.share;
+    if (open) return;
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(zErrorClass(), 7);
+    EXPECT_EQ(zErrorCode(), 7);
+    EXPECT_EQ(narrow(zErrorMsg()), narrow(path.c_str()));
+}
+
+TEST(Share, AllPairsInOneProcess) {
+    TempDir dir;
+    test::write(dir.path() / "f", "content");
+    for (Opener first : openers()) {
+        const Open held = open_as(dir / u"f", first);
+        ASSERT_OK(held);
+        for (Opener second : openers()) expect_pair(dir / u"f", first, second);
+    }
+    EXPECT_EQ(test::read(dir.path() / "f"), "content");
+}
+
+TEST(Share, AllPairsInTwoProcesses) {
+    TempDir dir;
+    test::write(dir.path() / "f", "content");
+    test::Signal held, next;
+    test::Child holder([&] {
+        for (Opener first : openers()) {
+            const Open open = open_as(dir / u"f", first);
+            held.send(open ? 1 : 2);
+            next.receive();
+        }
+        return 0;
+    });
+    for (Opener first : openers()) {
+        ASSERT_EQ(held.receive(), 1);
+        for (Opener second : openers()) expect_pair(dir / u"f", first, second);
+        next.send();
+    }
+    EXPECT_EQ(holder.wait(), 0);
+}
+
+// ---- What opening does to the file
+
+TEST(Share, RefusedOpenChangesNothing) {
+    TempDir dir;
+    test::write(dir.path() / "f", "content");
+    const Open reader = open_share(dir / u"f", u"rb", Z_SHARE_READ);
+    EXPECT_EQ(open_share(dir / u"f", u"w+b", Z_SHARE_READ), nullptr);
+    EXPECT_EQ(test::read(dir.path() / "f"), "content");
+    EXPECT_EQ(open_share(dir / u"f", u"wx", 3), nullptr); // exists: counts as locked
+    EXPECT_EQ(zErrorClass(), 7);
+    EXPECT_EQ(open_share(dir / u"missing", u"rb", 3), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(errno, ENOENT);
+    // Another descriptor of this process that comes and goes takes no grant along.
+    close(open((dir.path() / "f").c_str(), O_RDONLY));
+    EXPECT_EQ(open_share(dir / u"f", u"r+b", 3), nullptr);
+}
+
+// "w+bSTD", none to share: by this a drawing table is held.
+TEST(Share, DeletedOnClose) {
+    TempDir dir;
+    {
+        const Open held = open_share(dir / u"LOCK", u"w+bSTD", Z_SHARE_NONE);
+        ASSERT_OK(held);
+        EXPECT_TRUE(fs::exists(dir.path() / "LOCK"));
+        EXPECT_EQ(open_share(dir / u"LOCK", u"w+bSTD", Z_SHARE_NONE), nullptr);
+        EXPECT_TRUE(fs::exists(dir.path() / "LOCK")); // the refused one has no say
+    }
+    EXPECT_FALSE(fs::exists(dir.path() / "LOCK"));
+}
+
+TEST(Share, ForeignProgramsCountForUpdate) {
+    TempDir dir;
+    test::write(dir.path() / "f", "content");
+    test::Signal opened, done;
+    test::Child other([&] {
+        const int fd = open((dir.path() / "f").c_str(), O_RDONLY);
+        opened.send();
+        done.receive();
+        close(fd);
+        return 0;
+    });
+    opened.receive();
+    EXPECT_EQ(open_share(dir / u"f", u"r+b", Z_SHARE_NONE), nullptr);
+    EXPECT_EQ(zErrorClass(), 7);
+    EXPECT_OK(open_share(dir / u"f", u"w+b", Z_SHARE_NONE)); // only updating asks for it
+    done.send();
+    EXPECT_EQ(other.wait(), 0);
+    EXPECT_OK(open_share(dir / u"f", u"r+b", Z_SHARE_NONE));
+}
+
+TEST(Share, ReadOnlyFileByItsReader) {
+    TempDir dir;
+    test::write(dir.path() / "f", "content");
+    chmod(dir.path().c_str(), 0755);
+    chmod((dir.path() / "f").c_str(), 0444);
+    test::Child child([&] {
+        if (!test::unprivileged()) return 1;
+        const Open alone = open_share(dir / u"f", u"rb", Z_SHARE_NONE);
+        if (!alone || open_share(dir / u"f", u"rb", 3)) return 2;
+        if (open_share(dir / u"f", u"r+b", 3) || zErrorClass() != 7) return 3;
+        char text[8] = {};
+        return zShareRead(alone.get(), text, 7) == 7 && std::string(text) == "content" ? 0 : 4;
+    });
+    EXPECT_EQ(child.wait(), 0);
+}
+
+TEST(Share, WaitEndsWithTheHolder) {
+    TempDir dir;
+    using Clock = std::chrono::steady_clock;
+    const std::u16string path = dir / u"f";
+    Open held = open_share(path, u"w+b", Z_SHARE_NONE);
+    const auto start = Clock::now();
+    EXPECT_EQ(zShareWait(path.c_str(), u"w+b", Z_SHARE_NONE), nullptr);
+    EXPECT_EQ(zErrorClass(), 7);
+    const auto waited = Clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(450));
+    EXPECT_LT(waited, std::chrono::seconds(1));
+    std::thread release([&] { held.reset(); });
+    const Open next(zShareWait(path.c_str(), u"w+b", Z_SHARE_NONE), zShareClose);
+    release.join();
+    EXPECT_OK(next);
+    const auto before = Clock::now();
+    EXPECT_EQ(zShareWait((dir / u"no/f").c_str(), u"w+b", 0), nullptr); // no lock, no waiting
+    EXPECT_LT(Clock::now() - before, std::chrono::milliseconds(100));
+}
+
+TEST(Share, TransferAndNull) {
+    TempDir dir;
+    const Open share = open_share(dir / u"f", u"w+b", Z_SHARE_READ);
+    EXPECT_EQ(zSharePrintfA(share.get(), "%d;", 12), 3);
+    EXPECT_EQ(zSharePrintfW(share.get(), u"%s", u"\u00E4"), 1);
+    EXPECT_EQ(zShareSize(share.get()), 5u);
+    EXPECT_EQ(zShareTell(share.get()), 5);
+    EXPECT_TRUE(zShareSeek(share.get(), 3, SEEK_SET));
+    char text[8] = {};
+    EXPECT_EQ(zShareRead(share.get(), text, 8), 2u);
+    EXPECT_STREQ(text, "\xC3\xA4");
+    EXPECT_TRUE(zShareEOF(share.get()));
+    EXPECT_OK(zShareTruncate(share.get(), 1));
+    EXPECT_EQ(test::read(dir.path() / "f"), "1");
+    EXPECT_FALSE(zShareTruncate(share.get(), -1));
+    EXPECT_EQ(zErrorCode(), 22);
+    EXPECT_TRUE(zShareEOF(nullptr) && zShareError(nullptr) && zShareTell(nullptr) == -1);
+    EXPECT_FALSE(zShareRewind(nullptr) || zShareFlush(nullptr) || zShareSize(nullptr));
+}
+
+// ---- One at a time, whoever is killed
+
+struct Arena {               // in memory that the processes share
+    std::atomic<int> inside; // number of the process in the section, 0 for none
+    std::atomic<int> entries, doubles, errors;
+    std::atomic<bool> stop;
+    std::atomic<bool> doomed[256]; // may be dead inside
+};
+
+void enter_and_leave(Arena &arena, const std::u16string &path, int number) {
+    while (!arena.stop) {
+        const Open held = open_share(path, u"w+bD", Z_SHARE_NONE);
+        if (!held) {
+            if (errno != EACCES) ++arena.errors;
+            continue;
+        }
+        const int before = arena.inside.exchange(number);
+        if (before && !arena.doomed[before]) ++arena.doubles;
+        for (int spin = 0; spin < 20'000; ++spin)
+            if (arena.inside != number) ++arena.doubles;
+        arena.inside = 0;
+        ++arena.entries;
+    }
+}
+
+TEST(Share, ExclusiveWhileHoldersAreKilled) {
+    TempDir dir;
+    void *memory =
+        mmap(nullptr, sizeof(Arena), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    Arena &arena = *new (memory) Arena{};
+    int number = 0;
+    const auto start = [&] {
+        const int own = ++number;
+        return std::make_unique<test::Child>([&, own] {
+            const auto work = [&] { enter_and_leave(arena, dir / u"f", own); };
+            std::thread second(work);
+            work();
+            second.join();
+            return 0;
+        });
+    };
+    std::vector<std::unique_ptr<test::Child>> children;
+    for (int n = 0; n < 3; ++n) children.push_back(start());
+    for (int kill = 0; kill < 30; ++kill) {
+        const int goal = arena.entries + 40;
+        for (int wait = 0; wait < 2000 && arena.entries < goal; ++wait) zMilliSleep(1);
+        auto &child = children[static_cast<size_t>(kill % 3)];
+        arena.doomed[number - 2] = true; // the oldest
+        child->kill();
+        child->wait();
+        child = start();
+    }
+    arena.stop = true;
+    for (auto &child : children) EXPECT_EQ(child->wait(), 0);
+    EXPECT_GT(arena.entries, 30 * 40);
+    EXPECT_EQ(arena.doubles, 0);
+    EXPECT_EQ(arena.errors, 0);
+    munmap(memory, sizeof(Arena));
+}
+
+} // namespace

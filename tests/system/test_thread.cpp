@@ -1,0 +1,70 @@
+#include "support.hpp"
+
+#include <atomic>
+#include <functional>
+
+#include <pthread.h>
+
+namespace {
+
+std::vector<std::pair<char, char>> released; // key's mark, value's mark
+char values[] = "abc";
+
+void release_x(void *value) { released.emplace_back('x', *static_cast<char *>(value)); }
+void release_y(void *value) { released.emplace_back('y', *static_cast<char *>(value)); }
+
+void on_thread(std::function<void()> work) {
+    const int64_t thread = zThreadCreate(
+        [](void *argument) { (*static_cast<std::function<void()> *>(argument))(); }, &work);
+    ASSERT_NE(thread, -1);
+    EXPECT_TRUE(zThreadJoin(thread));
+}
+
+TEST(Thread, DestructorsInKeyOrder) {
+    using Released = std::vector<std::pair<char, char>>;
+    Threadkey first, second, plain;
+    ASSERT_OK(zThreadkeyCreate(&first, release_x));
+    ASSERT_OK(zThreadkeyCreate(&second, release_y));
+    ASSERT_OK(zThreadkeyCreate(&plain, nullptr));
+    zThreadkeySet(&first, values + 2);
+
+    on_thread([&] {
+        EXPECT_EQ(zThreadkeyGet(&first), nullptr); // each thread has its own
+        EXPECT_TRUE(zThreadCleanup());
+        EXPECT_EQ(released, Released{});
+        zThreadkeySet(&second, values + 1);
+        zThreadkeySet(&first, values);
+        zThreadkeySet(&plain, values);
+        EXPECT_TRUE(zThreadCleanup());
+        EXPECT_EQ(released, (Released{{'x', 'a'}, {'y', 'b'}}));
+        EXPECT_EQ(zThreadkeyGet(&first), nullptr);
+    });
+    released.clear();
+    on_thread([&] { // without zThreadCleanup, and by the short way out
+        zThreadkeySet(&second, values + 1);
+        pthread_exit(nullptr);
+    });
+    EXPECT_EQ(released, (Released{{'y', 'b'}}));
+    EXPECT_EQ(zThreadkeyGet(&first), values + 2);
+    released.clear();
+    zThreadkeyDelete(&first);
+    zThreadkeyDelete(&second);
+    zThreadkeyDelete(&plain);
+    on_thread([] { zThreadCleanup(); });
+    EXPECT_EQ(released, Released{});
+}
+
+TEST(Thread, OnceAndFailures) {
+    static Threadonce once = Z_THREADONCE_INIT;
+    static std::atomic<int> runs;
+    std::vector<int64_t> threads(4);
+    for (int64_t &thread : threads)
+        thread = zThreadCreate([](void *) { zThreadonceRun(&once, [] { ++runs; }); }, nullptr);
+    for (int64_t thread : threads) EXPECT_TRUE(zThreadJoin(thread));
+    EXPECT_EQ(runs, 1);
+    EXPECT_FALSE(zThreadJoin(zThreadSelf()));
+    EXPECT_EQ(zErrorClass(), 12);
+    EXPECT_EQ(zThreadCreate(nullptr, nullptr), -1);
+}
+
+} // namespace

@@ -1,0 +1,97 @@
+#include "support.hpp"
+
+#include "system/os.hpp"
+
+#include <clocale>
+#include <ctime>
+
+using test::narrow;
+
+namespace {
+
+struct Sum {
+    Time a, b, sum, difference;
+};
+constexpr Sum kSums[] = {
+    {{1, 900'000'000}, {0, 200'000'000}, {2, 100'000'000}, {1, 700'000'000}},
+    {{1, 0}, {0, 1}, {1, 1}, {1, -1}}, // a negative part within bounds stays
+    {{0, 500'000'000}, {0, 500'000'000}, {0, 1'000'000'000}, {0, 0}}, // so does one second
+    {{0, -900'000'000}, {5, 2'000'000'001}, {6, 100'000'001}, {-7, -900'000'001}},
+    {{INT64_MAX, 0}, {1, 0}, {INT64_MIN, 0}, {INT64_MAX - 1, 0}},
+};
+
+TEST(Time, Sums) {
+    for (const auto &[a, b, sum, difference] : kSums) {
+        Time out;
+        zTimeAdd(&out, &a, &b);
+        EXPECT_TRUE(zTimeIsEqual(&out, &sum)) << out.seconds << ' ' << out.nanoseconds;
+        zTimeSub(&out, &a, &b);
+        EXPECT_TRUE(zTimeIsEqual(&out, &difference)) << out.seconds << ' ' << out.nanoseconds;
+    }
+    Time time = {1, -3'500'000'000}, out;
+    EXPECT_EQ(zTimeNormal(&out, &time), &out);
+    EXPECT_EQ(time.seconds, -2); // the argument, too
+    EXPECT_EQ(time.nanoseconds, -500'000'000);
+    EXPECT_TRUE(zTimeInc(&time, &time));
+    EXPECT_EQ(time.seconds, -4);
+    EXPECT_FALSE(zTimeDec(nullptr, &time));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_DOUBLE_EQ(zTimeDiff(&time, &out), -2.5);
+    EXPECT_TRUE(zTimeIsZero(zTimeZero(&time)));
+}
+
+TEST(Time, ClockAndZones) {
+    const auto now = zev::os::calls.now;
+    zev::os::calls.now = [] { return int64_t{1'720'000'000'123'456'789}; };
+    const struct {
+        const char *zone;
+        int64_t west;
+    } zones[] = {{"UTC", 0},
+                 {"EST5EDT", 5 * 3600},
+                 {"IST-1GMT0,M10.5.0,M3.5.0/1", 0},                 // summer is the rule by law
+                 {"<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", -37800}}; // January is summer
+    for (auto [zone, west] : zones) {
+        setenv("TZ", zone, 1);
+        EXPECT_EQ(zTimeZone(), west) << zone;
+        Time global, local, back;
+        zTimeGlobal(&global);
+        zTimeLocal(&local);
+        EXPECT_EQ(local.seconds, 1'720'000'000 - west) << zone;
+        EXPECT_TRUE(zTimeIsEqual(zTimeGlobalize(&back, &local), &global));
+        EXPECT_TRUE(zTimeIsEqual(zTimeLocalize(&back, &global), &local));
+        EXPECT_EQ(global.nanoseconds, 123'456'700); // steps of 100
+
+        zwchar text[64];
+        for (const zwchar *format : {u"%Y-%m-%dT%H:%M:%SZ", u"%Y-%m-%d %H:%M:%S"}) {
+            ASSERT_TRUE(zTimeFormatGlobal(text, 64, format, 1'720'000'000));
+            EXPECT_EQ(narrow(text).substr(0, 10), "2024-07-03");
+            EXPECT_EQ(narrow(text).substr(11, 8), "09:46:40");
+            ASSERT_OK(zTimeParseGlobal(&back, text, format));
+            EXPECT_EQ(back.seconds, 1'720'000'000) << zone;
+            ASSERT_OK(zTimeParseLocal(&back, text, format));
+            EXPECT_EQ(back.seconds, 1'720'000'000) << zone;
+        }
+    }
+    unsetenv("TZ");
+    tzset();
+    zev::os::calls.now = now;
+}
+
+TEST(Time, TextLimits) {
+    zwchar text[32] = u"kept";
+    EXPECT_TRUE(zTimeFormatGlobal(text, 5, u"%Y", 0));
+    EXPECT_FALSE(zTimeFormatGlobal(text, 4, u"%Y", 0)); // no room for the terminator
+    EXPECT_FALSE(zTimeFormatGlobal(text, 32, u"", 0));
+    EXPECT_EQ(narrow(text), "1970");
+    EXPECT_FALSE(zTimeFormatGlobal(text, 32, u"%Y", INT64_MAX));
+    EXPECT_TRUE(zTimeFormatGlobal(text, 32, u"%a %b \u00E4", -1));
+    EXPECT_EQ(narrow(text), "Wed Dec \xC3\xA4");
+    EXPECT_TRUE(zTimeFormatLocal(text, 32, u"%H", 3600));
+    EXPECT_EQ(narrow(text), "01");
+    Time time = {7, 7};
+    EXPECT_FALSE(zTimeParseGlobal(&time, u"2024-13-01", u"%Y-%m-%d"));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_EQ(time.seconds, 7);
+}
+
+} // namespace
