@@ -1,0 +1,348 @@
+// The tag rule: rows are only ever added, under a tag above that of every row which the table
+// holds and of every key which the drawing's manifests name, at work and at HEAD. So no row that
+// any commit on any branch names, or the work file that is to be replaced, is written over, and
+// an import that fails half-way leaves nothing but rows that nobody names.
+
+#include "dxf/drawing.hpp"
+#include "dxf/layout.hpp"
+#include "dxf/rows.hpp"
+#include "dxf/summary.hpp"
+
+#include <algorithm>
+#include <array>
+#include <unordered_map>
+
+namespace dxf {
+
+namespace {
+
+constexpr uint64_t kHeader = static_cast<uint64_t>(-1); // object numbers of the blocks
+constexpr uint64_t kSummary = static_cast<uint64_t>(-2);
+constexpr uint64_t kLayout = static_cast<uint64_t>(-3);
+constexpr uint64_t class_number(uint64_t place) { return static_cast<uint64_t>(-101) - place; }
+
+// A block of the new version, in search of its key.
+struct Item {
+    std::string_view value;
+    DrawingKey key{};     // tag 0 until the former key or a new tag is found
+    bool known = false;   // the former version has an object of this handle
+    Item *same = nullptr; // next one without handle and with the same content
+    bool kept() const { return key.tag != 0; }
+};
+
+// A key of the former version and the item that takes it over if the content is the same; none
+// for a record without handle, whose item is found by content.
+struct Former {
+    DrawingKey key;
+    Item *item;
+};
+
+bool same_key(const DrawingKey &a, const DrawingKey &b) {
+    return a.tag == b.tag && a.object == b.object;
+}
+
+class Importer {
+  public:
+    explicit Importer(const Import &request) : request_(request) {}
+    ~Importer() {
+        if (fresh_) drop_table();
+    }
+
+    ImportResult run() {
+        read_source();
+        open_drawing();
+        name_objects();
+        keep_unchanged();
+        stamp_others();
+        write_rows(table_.get(), rows_, request_.notify);
+        write_manifest();
+        fresh_ = false;
+        return result_;
+    }
+
+  private:
+    // The file
+
+    void read_source() {
+        host::OwnedFile file(host::check(zFileOpen(request_.source.c_str(), u"rb"), request_.name));
+        uint64_t size = zFileSize(file.get());
+        buffer_.reset(new char[size + 1]);
+        size = zFileRead(file.get(), buffer_.get(), size);
+        if (zFileError(file.get())) host::fail_raised(request_.name);
+        document_ = split({buffer_.get(), size}, request_.name);
+        summary_ = summarize(document_);
+        layout_ = write_layout(document_.parts);
+        blocks_[1].value = summary_;
+        blocks_[2].value = layout_;
+        for (const Part &part : document_.parts) {
+            if (part.kind == Kind::header) blocks_[0].value = part.bytes;
+            if (part.kind == Kind::symbol) symbols_.push_back({part.bytes});
+            if (part.kind == Kind::object) objects_.push_back({part.bytes});
+        }
+    }
+
+    // The drawing and its table
+
+    void open_drawing() {
+        const zwchar *path = request_.drawing.c_str();
+        if (!zPathFileExists(path)) {
+            table_.reset(host::check(zTableRand(request_.repository)));
+            fresh_ = true;
+            return own_table();
+        }
+        read_former();
+        bool there =
+            zPathDirExists(table_path(request_.repository, zDrawingTableId(former_.get())).c_str());
+        if (there) {
+            // A copied drawing still names the table of its source.
+            zDrawingConfirmTableBackwardRef(path);
+            read_former();
+        }
+        const Oid *id = zDrawingTableId(former_.get());
+        table_.reset(host::check(zTableByid(request_.repository, id)));
+        if (!there) own_table();
+    }
+
+    void read_former() {
+        former_.reset(zDrawingRead(request_.drawing.c_str()));
+        if (former_) return;
+        std::string name = host::narrow(request_.drawing.c_str());
+        throw host::Failed(host::kExists, name + ": the file is there and is no drawing");
+    }
+
+    void own_table() {
+        const zwchar *base = host::check(zRepositoryWorkdir(request_.repository));
+        host::check(zDrawingTableBackwardRefSet(table_.get(), base, request_.drawing.c_str()));
+    }
+
+    // Undoes zTableRand; the directory above goes if it was made for this table.
+    void drop_table() {
+        std::u16string path = table_path(request_.repository, zTableId(table_.get()));
+        table_.reset();
+        zDirRemove(path.c_str(), true, true);
+        path.resize(path.rfind(u'/'));
+        zDirRemove(path.c_str(), false, false);
+    }
+
+    // Numbers
+
+    // Of several records with one handle the first has it. All others without are chained by
+    // content, in file order.
+    void name_objects() {
+        size_t next = 0;
+        std::vector<Item *> nameless;
+        for (const Part &part : document_.parts) {
+            if (part.kind != Kind::object) continue;
+            Item *item = &objects_[next++];
+            item->key.object = part.handle;
+            if (part.handle)
+                named_.push_back(item);
+            else
+                nameless.push_back(item);
+        }
+        auto by_handle = [](Item *a, Item *b) { return a->key.object < b->key.object; };
+        std::stable_sort(named_.begin(), named_.end(), by_handle);
+        auto same = [](Item *a, Item *b) { return a->key.object == b->key.object; };
+        for (size_t i = 1; i < named_.size(); ++i)
+            if (same(named_[i - 1], named_[i])) nameless.push_back(named_[i]);
+        named_.erase(std::unique(named_.begin(), named_.end(), same), named_.end());
+        std::sort(nameless.begin(), nameless.end());
+        chain(nameless);
+    }
+
+    void chain(const std::vector<Item *> &nameless) {
+        for (auto at = nameless.rbegin(); at != nameless.rend(); ++at) {
+            (*at)->key.object = 0;
+            Item *&first = by_content_[(*at)->value];
+            (*at)->same = first;
+            first = *at;
+        }
+    }
+
+    Item *by_handle(uint64_t handle) {
+        auto below = [](Item *item, uint64_t number) { return item->key.object < number; };
+        auto at = std::lower_bound(named_.begin(), named_.end(), handle, below);
+        return at != named_.end() && (*at)->key.object == handle ? *at : nullptr;
+    }
+
+    // Keys of the former version
+
+    // One pass over the former rows in table order decides every key.
+    void keep_unchanged() {
+        if (!former_) return;
+        std::vector<Former> formers = list_formers();
+        std::sort(formers.begin(), formers.end(),
+                  [](const Former &a, const Former &b) { return before(a.key, b.key); });
+        std::vector<DrawingKey> keys;
+        keys.reserve(formers.size());
+        for (const Former &former : formers) keys.push_back(former.key);
+        read_rows(table_.get(), keys, request_.notify,
+                  [&](size_t place, std::string_view value) { compare(formers[place], value); });
+    }
+
+    std::vector<Former> list_formers() {
+        Drawing *drawing = former_.get();
+        std::vector<Former> formers = {{*zDrawingHeader(drawing), &blocks_[0]},
+                                       {*zDrawingSummary(drawing), &blocks_[1]},
+                                       {*zDrawingDS(drawing), &blocks_[2]}};
+        uint64_t classes = std::min<uint64_t>(zDrawingClassCount(drawing), symbols_.size());
+        for (uint64_t i = 0; i < classes; ++i)
+            formers.push_back({*zDrawingClassGetAt(drawing, i), &symbols_[i]});
+        former_objects_ = zDrawingObjectCount(drawing);
+        formers.reserve(formers.size() + former_objects_);
+        for (uint64_t i = 0; i < former_objects_; ++i) {
+            DrawingKey key = *zDrawingObjectGetAt(drawing, i);
+            Item *item = key.object < kFirstNumber ? by_handle(key.object) : nullptr;
+            if (item) item->known = true;
+            if (key.object >= kFirstNumber && key.object < 2 * kFirstNumber)
+                next_number_ = std::max(next_number_, key.object + 1);
+            if (item || key.object >= kFirstNumber) formers.push_back({key, item});
+        }
+        return formers;
+    }
+
+    void compare(const Former &former, std::string_view value) {
+        Item *item = former.item;
+        if (!item) {
+            auto at = by_content_.find(value);
+            if (at == by_content_.end() || !at->second) return;
+            item = at->second;
+            at->second = item->same;
+            item->known = true;
+        }
+        if (item->value == value) item->key = former.key;
+    }
+
+    // New keys
+
+    void stamp_others() {
+        uint64_t numbers[] = {kHeader, kSummary, kLayout};
+        for (size_t i = 0; i < blocks_.size(); ++i) blocks_[i].key.object = numbers[i];
+        for (size_t i = 0; i < symbols_.size(); ++i) symbols_[i].key.object = class_number(i);
+        for (Item &item : objects_)
+            if (!item.kept() && !item.key.object) item.key.object = next_number_++;
+        count_objects();
+        bool all_kept = true;
+        for_all([&](Item &item) { all_kept &= item.kept(); });
+        if (all_kept) return;
+        uint64_t tag = raise_tag();
+        rows_.reserve(objects_.size() - result_.unchanged + symbols_.size() + blocks_.size());
+        for_all([&](Item &item) {
+            if (item.kept()) return;
+            item.key.tag = tag;
+            rows_.push_back({item.key, item.value});
+            result_.bytes += item.value.size();
+        });
+        result_.rows = rows_.size();
+    }
+
+    template <class F> void for_all(F visit) {
+        for (Item &item : objects_) visit(item);
+        for (Item &item : symbols_) visit(item);
+        for (Item &item : blocks_) visit(item);
+    }
+
+    void count_objects() {
+        result_.objects = objects_.size();
+        for (Item &item : objects_) {
+            if (item.kept())
+                ++result_.unchanged;
+            else if (item.known)
+                ++result_.modified;
+            else
+                ++result_.added;
+        }
+        uint64_t matched = result_.unchanged + result_.modified;
+        result_.removed = former_objects_ - std::min(former_objects_, matched);
+    }
+
+    uint64_t raise_tag() {
+        uint64_t tag = zTableTagGet(table_.get());
+        if (fresh_) return tag;
+        uint64_t used = std::max({highest_tag(table_.get()), highest_named(former_.get()),
+                                  highest_named(request_.committed)});
+        if (used < tag) return tag;
+        if (used == UINT64_MAX) throw host::Failed(host::kOther, "the drawing's tags are used up");
+        host::check(zTableTagSet(table_.get(), used + 1));
+        return used + 1;
+    }
+
+    // Highest tag that a manifest of this table names.
+    uint64_t highest_named(Drawing *drawing) {
+        if (!drawing || !zOidIsEqual(zDrawingTableId(drawing), zTableId(table_.get()))) return 0;
+        uint64_t tag = std::max({zDrawingHeader(drawing)->tag, zDrawingSummary(drawing)->tag,
+                                 zDrawingDS(drawing)->tag});
+        if (zDrawingHasVba(drawing)) tag = std::max(tag, zDrawingVbaProject(drawing)->tag);
+        for (uint64_t i = 0, n = zDrawingClassCount(drawing); i < n; ++i)
+            tag = std::max(tag, zDrawingClassGetAt(drawing, i)->tag);
+        for (uint64_t i = 0, n = zDrawingObjectCount(drawing); i < n; ++i)
+            tag = std::max(tag, zDrawingObjectGetAt(drawing, i)->tag);
+        return tag;
+    }
+
+    // The manifest
+
+    void write_manifest() {
+        if (former_ && rows_.empty() && is_former()) return;
+        host::OwnedDrawing drawing(host::check(zDrawingNew(nullptr, nullptr)));
+        host::check(zDrawingTableIdSet(drawing.get(), zTableId(table_.get())));
+        *host::check(zDrawingHeader(drawing.get())) = blocks_[0].key;
+        *host::check(zDrawingSummary(drawing.get())) = blocks_[1].key;
+        *host::check(zDrawingDS(drawing.get())) = blocks_[2].key;
+        zDrawingVbaProjectSet(drawing.get(), table_.get(), nullptr, 0);
+        for (Item &item : symbols_)
+            *host::check(zDrawingClassAdd(drawing.get(), table_.get())) = item.key;
+        for (Item &item : objects_)
+            *host::check(zDrawingObjectAdd(drawing.get(), table_.get(), item.key.object)) =
+                item.key;
+        if (former_) carry_over(drawing.get());
+        host::check(zDrawingWrite(drawing.get(), request_.drawing.c_str()));
+        result_.written = true;
+    }
+
+    bool is_former() {
+        Drawing *drawing = former_.get();
+        if (former_objects_ != objects_.size() || zDrawingClassCount(drawing) != symbols_.size())
+            return false;
+        for (uint64_t i = 0; i < objects_.size(); ++i)
+            if (!same_key(*zDrawingObjectGetAt(drawing, i), objects_[i].key)) return false;
+        return true; // blocks and classes were compared by place
+    }
+
+    // What a DXF file doesn't hold and a host may have put into the drawing.
+    void carry_over(Drawing *drawing) {
+        uint32_t size = 0;
+        if (const void *data = zDrawingThumbnail(former_.get(), &size); data && size)
+            host::check(zDrawingSetThumbnail(drawing, size, data));
+        if (zDrawingHasVba(former_.get()))
+            *host::check(zDrawingVbaProject(drawing)) = *zDrawingVbaProject(former_.get());
+        Stream *from = host::check(zDrawingReference(former_.get(), nullptr, nullptr));
+        Stream *to = host::check(zDrawingReference(drawing, nullptr, nullptr));
+        char block[4096];
+        while (uint64_t count = zStreamRead(from, block, sizeof block))
+            if (zStreamWrite(to, block, count) != count) host::fail_raised();
+    }
+
+    const Import &request_;
+    ImportResult result_;
+    std::unique_ptr<char[]> buffer_; // the file; parts, items and rows lend from it
+    Document document_;
+    std::string summary_, layout_;
+    std::array<Item, 3> blocks_; // header, summary, layout
+    std::vector<Item> symbols_, objects_;
+    std::vector<Item *> named_; // by handle
+    std::unordered_map<std::string_view, Item *> by_content_;
+    uint64_t next_number_ = kFirstNumber;
+
+    host::OwnedDrawing former_; // as it stands in the work directory
+    uint64_t former_objects_ = 0;
+    host::OwnedTable table_;
+    bool fresh_ = false; // the table was made here and nothing names it yet
+    std::vector<Row> rows_;
+};
+
+} // namespace
+
+ImportResult import_drawing(const Import &request) { return Importer(request).run(); }
+
+} // namespace dxf

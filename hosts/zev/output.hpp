@@ -1,0 +1,74 @@
+// Output: what a verb says, as text for people or as one JSON object a line.
+//
+// Results go to stdout; in text, warnings, errors and progress go to stderr. With --json
+// everything but progress is on stdout, each object with a member "type".
+#pragma once
+
+#include "host.hpp"
+
+#include <chrono>
+#include <string>
+
+namespace host {
+
+enum class Colour { plain, bold, dim, red, green, yellow, cyan };
+enum class ColourMode { automatic, always, never };
+
+// What is below a blank and no white space becomes a blank: no JSON text and no commit holds it,
+// and no terminal should.
+std::string clean(std::string text);
+
+// A path for people: a keep-file stands for its directory.
+std::string shown_path(const zwchar *path);
+
+// One JSON object under way. Its texts are cleaned.
+class Record {
+  public:
+    explicit Record(const char *type);
+    Record &set(const zwchar *name, const std::string &text);
+    Record &set(const zwchar *name, const char *text) { return set(name, std::string(text)); }
+    Record &set(const zwchar *name, const zwchar *text) { return set(name, narrow(text)); }
+    Record &set(const zwchar *name, const Oid *id) { return put(name, zJsonNewId(id)); }
+    Record &set(const zwchar *name, int64_t value) { return put(name, zJsonNewInt(value)); }
+    Record &set(const zwchar *name, int value) { return put(name, zJsonNewInt(value)); }
+    Record &set(const zwchar *name, uint64_t value) {
+        return put(name, zJsonNewInt(static_cast<int64_t>(value)));
+    }
+    Record &set(const zwchar *name, bool value) { return put(name, zJsonNewBoolean(value)); }
+    std::string text() const;
+
+  private:
+    Record &put(const zwchar *name, Json *value);
+    OwnedJson object_;
+};
+
+class Output {
+  public:
+    // Chooses by mode, terminal and NO_COLOR.
+    void setup(bool as_json, ColourMode mode);
+
+    bool json() const { return json_; }
+    std::string paint(Colour colour, const std::string &text) const;
+
+    void line(const std::string &text); // text mode: stdout
+    void record(const Record &record);  // JSON mode: stdout
+    void warn(const std::string &text); // either mode
+    void fail(const Failed &failed, int exit_code);
+
+    // A line on the terminal that the next one replaces; at most ten a second, else nothing.
+    void progress(const std::string &text);
+    void clear_progress();
+
+    // False when stdout took less than it was given.
+    bool finish();
+
+  private:
+    bool json_ = false;
+    bool colour_ = false;
+    bool colour_errors_ = false;
+    bool terminal_ = false; // stderr is one
+    bool progress_shown_ = false;
+    std::chrono::steady_clock::time_point progress_time_{};
+};
+
+} // namespace host

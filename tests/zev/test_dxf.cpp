@@ -1,0 +1,189 @@
+// The splitter and the layout: every byte of a file has its part, every record its handle.
+#include "dxf/layout.hpp"
+#include "dxf/reader.hpp"
+#include "dxf/summary.hpp"
+#include "host.hpp"
+#include "support.hpp"
+#include "zev_program.hpp"
+
+namespace {
+
+using dxf::Document;
+using dxf::Kind;
+using dxf::Part;
+
+std::string parts_of(const Document &document) {
+    std::string out;
+    for (const Part &part : document.parts) {
+        if (!out.empty()) out += ' ';
+        if (part.kind == Kind::literal) out += '.';
+        if (part.kind == Kind::header) out += 'H';
+        if (part.kind == Kind::symbol) out += 'C';
+        if (part.kind != Kind::object) continue;
+        char handle[20];
+        snprintf(handle, sizeof handle, "%llX", static_cast<unsigned long long>(part.handle));
+        out.append(part.type).append("=").append(handle);
+    }
+    return out;
+}
+
+// Puts the parts together again as their layout says.
+std::string rebuild(const Document &document) {
+    std::vector<std::string_view> header, symbols, objects;
+    for (const Part &part : document.parts) {
+        if (part.kind == Kind::header) header.push_back(part.bytes);
+        if (part.kind == Kind::symbol) symbols.push_back(part.bytes);
+        if (part.kind == Kind::object) objects.push_back(part.bytes);
+    }
+    std::string out;
+    size_t symbol = 0, object = 0;
+    dxf::LayoutVisitor visitor;
+    visitor.literal = [&](std::string_view text) { out += text; };
+    visitor.header = [&] { out += header.at(0); };
+    visitor.symbols = [&](uint64_t n) {
+        while (n--) out += symbols.at(symbol++);
+    };
+    visitor.objects = [&](uint64_t n) {
+        while (n--) out += objects.at(object++);
+    };
+    std::string layout = dxf::write_layout(document.parts);
+    EXPECT_TRUE(dxf::read_layout(layout, symbols.size(), objects.size(), visitor));
+    return out;
+}
+
+std::string entities(const std::string &records) {
+    return "0\nSECTION\n2\nENTITIES\n" + records + "0\nENDSEC\n0\nEOF\n";
+}
+
+TEST(DxfSplit, CutsAtRecordsAndFindsTheirHandles) {
+    const struct {
+        std::string bytes;
+        const char *parts;
+    } cases[] = {
+        {"0\nEOF\n", "."},
+        {"0\nSECTION\n2\nHEADER\n0\nENDSEC\n0\nEOF\n", ". H ."}, // empty, but it is there
+        {"0\nSECTION\n2\nHEADER\n9\n$A\n1\nx\n0\nENDSEC\n"
+         "0\nSECTION\n2\nHEADER\n9\n$B\n0\nENDSEC\n0\nEOF",
+         ". H ."}, // the second is no block
+        {"0\nSECTION\n2\nCLASSES\n0\nCLASS\n1\nA\n0\nOTHER\n1\nB\n0\nCLASS\n1\nC\n"
+         "0\nENDSEC\n0\nEOF\n",
+         ". C . C ."},
+        {entities("0\nLINE\n5\n1f\n0\nARC\n5\n 2A \n"), ". LINE=1F ARC=2A ."},
+        {entities("999\nremark\n0\nLINE\n5\nA\n999\nremark\n"), ". LINE=A ."},
+        {entities("0\nLINE\n102\n{LIST\n5\nFF\n102\n}\n5\nA\n"), ". LINE=A ."},
+        {entities("0\nLINE\n1001\nAPP\n5\nFF\n"), ". LINE=0 ."}, // application data
+        {entities("0\nLINE\n5\nA\n5\nB\n"), ". LINE=A ."},       // the first counts
+        {entities("0\nDIMSTYLE\n5\nBLOCKNAME\n105\nC\n"), ". DIMSTYLE=C ."},
+        {entities("0\nLINE\n105\nC\n"), ". LINE=0 ."}, // of dimension styles alone
+        {entities("0\nLINE\n5\n0\n0\nLINE\n5\nxyz\n0\nLINE\n5\n\n"), ". LINE=0 LINE=0 LINE=0 ."},
+        {entities("0\nLINE\n5\n3FFFFFFFFFFFFFFF\n0\nLINE\n5\n4000000000000000\n"
+                  "0\nLINE\n5\n10000000000000001\n"),
+         ". LINE=3FFFFFFFFFFFFFFF LINE=0 LINE=0 ."}, // our own numbers begin at 2^62
+        {"0\nSECTION\n2\nOTHER\n0\nLINE\n5\nA\n0\nENDSEC\n0\nEOF\n", "."},
+        {"0\nSECTION\n2\nTABLES\n0\nTABLE\n2\nDIMSTYLE\n5\n7\n0\nENDTAB\n0\nEOF\n",
+         ". TABLE=7 ENDTAB=0 ."}, // ENDSEC is missing, nothing else
+    };
+    for (const auto &test : cases) {
+        Document document = dxf::split(test.bytes, "t.dxf");
+        EXPECT_EQ(parts_of(document), test.parts) << test.bytes;
+        EXPECT_EQ(rebuild(document), test.bytes);
+    }
+}
+
+TEST(DxfSplit, KeepsEveryByte) {
+    std::string huge(3 << 20, 'x');
+    const std::string cases[] = {
+        std::string("\xEF\xBB\xBF") +
+            "999\r\nby hand\n  0\r\nSECTION\n 2\nENTITIES\n0\nTEXT\r\n1\n" +
+            std::string("a\0b\x81\xFF\r", 7) + "\n  0  \nENDSEC\r\n0\nEOF\n\x1a\nno group",
+        entities("0\nTEXT\n1\n" + huge + "\n0\nTEXT\n1\n\n"),
+        test_data("plan.dxf"),
+        test_data("site.dxf"),
+        test_data("sketch.dxf"),
+    };
+    for (const std::string &bytes : cases) {
+        Document document = dxf::split(bytes, "t.dxf");
+        std::string joined;
+        for (const Part &part : document.parts) joined += part.bytes;
+        EXPECT_TRUE(joined == bytes) << "parts of " << bytes.substr(0, 60);
+        EXPECT_TRUE(rebuild(document) == bytes) << "layout of " << bytes.substr(0, 60);
+    }
+}
+
+TEST(DxfSplit, SaysWhereAFileIsNoDxf) {
+    const struct {
+        std::string bytes;
+        const char *message;
+    } cases[] = {
+        {"", "t.dxf:1: this is no DXF file: it is empty"},
+        {"%PDF-1.4\n%\n", "t.dxf:1: this is no DXF file: a group code is expected here"},
+        {"1\nx\n", "t.dxf:2: this is no DXF file: a section is expected here, not \"x\""},
+        {"999\nonly remarks\n", "t.dxf:2: this is no DXF file"},
+        {std::string("Any Binary DXF\r\n\x1a\0\0SECTION", 26), "t.dxf:1: this is binary DXF"},
+        {entities("0\nLINE\n5\nA\nten\n1.0\n"),
+         "t.dxf:9: a group code is expected here, not \"ten\""},
+        {"0\nSECTION\n2\nENTITIES\n0\nLINE\n", "t.dxf:6: the file is cut: its EOF mark is missing"},
+        {"0\nSECTION\n2\nENTITIES\n0\n", "t.dxf:5: the file is cut in the middle of a group"},
+    };
+    for (const auto &test : cases) {
+        try {
+            dxf::split(test.bytes, "t.dxf");
+            ADD_FAILURE() << "accepted: " << test.bytes;
+        } catch (const host::Failed &failed) {
+            EXPECT_EQ(std::string(failed.what()).find(test.message), 0u) << failed.what();
+        }
+    }
+}
+
+TEST(DxfSplit, RefusesEveryTruncation) {
+    const std::string bytes = test_data("plan.dxf");
+    size_t complete = bytes.rfind("EOF") + 3;
+    for (size_t length = 0; length < complete; ++length)
+        EXPECT_THROW(dxf::split(std::string_view(bytes).substr(0, length), "t"), host::Failed)
+            << length;
+    EXPECT_NO_THROW(dxf::split(std::string_view(bytes).substr(0, complete), "t"));
+}
+
+TEST(DxfLayout, RefusesWhatDoesNotFit) {
+    Document document = dxf::split("0\nSECTION\n2\nCLASSES\n0\nCLASS\n1\nA\n0\nENDSEC\n0\nSECTION\n"
+                                   "2\nENTITIES\n0\nLINE\n0\nLINE\n0\nENDSEC\n0\nEOF\n",
+                                   "t");
+    const std::string good = dxf::write_layout(document.parts);
+    uint64_t symbols = 0, objects = 0;
+    dxf::LayoutVisitor visitor;
+    visitor.literal = [](std::string_view) {};
+    visitor.header = [] {};
+    visitor.symbols = [&](uint64_t n) { symbols += n; };
+    visitor.objects = [&](uint64_t n) { objects += n; };
+    EXPECT_TRUE(dxf::read_layout(good, 1, 2, visitor));
+    for (auto [classes, entities] : {std::pair{0, 2}, {2, 2}, {1, 1}, {1, 3}})
+        EXPECT_FALSE(dxf::read_layout(good, static_cast<uint64_t>(classes),
+                                      static_cast<uint64_t>(entities), visitor));
+    for (size_t length = 0; length < good.size(); ++length)
+        EXPECT_FALSE(dxf::read_layout(good.substr(0, length), 1, 2, visitor)) << length;
+    EXPECT_FALSE(dxf::read_layout(good + '\0', 1, 2, visitor));
+    // A length that ends nowhere, one beyond the block, a step that isn't one.
+    for (std::string step : {std::string("\x01") + std::string(12, '\xFF'),
+                             std::string("\x01\xFF\xFF\xFF\x7Fx"), std::string("\x09\x01")})
+        EXPECT_FALSE(dxf::read_layout("ZDXF\x01" + step + '\0', 0, 0, visitor));
+}
+
+TEST(DxfSummary, CountsKindsAndLayers) {
+    const std::string bytes = test_data("plan.dxf");
+    std::string text = dxf::summarize(dxf::split(bytes, "t"));
+    auto json = test::guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree);
+    ASSERT_TRUE(json) << text;
+    EXPECT_EQ(zJsonPathGetInt(json.get(), u"objects"), 15);
+    EXPECT_EQ(zJsonPathGetInt(json.get(), u"kinds.LINE"), 2);
+    EXPECT_EQ(zJsonPathGetInt(json.get(), u"kinds.ENDTAB"), 2);
+    EXPECT_EQ(zJsonPathGetInt(json.get(), u"layers.WALLS"), 3);
+    EXPECT_EQ(test::narrow(zJsonPathGetString(json.get(), u"title")), "A small plan");
+    EXPECT_EQ(zJsonGetReal(zJsonArrayAt(zJsonPathGet(json.get(), u"extents.max"), 0)), 420.0);
+    // Names that are no text must still give JSON.
+    std::string odd = entities("0\nA\x01\xFF\n8\nL\x02\t\n");
+    std::string summary = dxf::summarize(dxf::split(odd, "t"));
+    auto second = test::guard(zJsonReadTextual(test::wide(summary).c_str()), zJsonFree);
+    EXPECT_TRUE(second) << summary;
+}
+
+} // namespace

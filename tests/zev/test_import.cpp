@@ -1,0 +1,193 @@
+// Import into a drawing and its table: which keys stay, which rows are written, what a failure
+// leaves behind.
+#include "dxf/drawing.hpp"
+#include "dxf/reader.hpp"
+#include "dxf/rows.hpp"
+#include "support.hpp"
+#include "zev_program.hpp"
+
+#include <map>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string entities(const std::string &records) {
+    return "0\nSECTION\n2\nENTITIES\n" + records + "0\nENDSEC\n0\nEOF\n";
+}
+std::string line(const std::string &handle, const std::string &x) {
+    return "0\nLINE\n" + (handle.empty() ? "" : "5\n" + handle + "\n") + "10\n" + x + "\n";
+}
+
+struct Import : testing::Test {
+    test::TempDir dir;
+    std::string root = (dir.path() / "copy").string();
+    host::OwnedRepository repository{zRepositoryInit((dir / u"copy").c_str(), false)};
+    std::u16string drawing = dir / u"copy/a.dwx";
+
+    dxf::ImportResult import(const std::string &bytes, Drawing *committed = nullptr) {
+        test::write(dir.path() / "in.dxf", bytes);
+        return dxf::import_drawing(
+            {repository.get(), dir / u"in.dxf", "in.dxf", drawing, committed, zNotifyNull()});
+    }
+    std::string exported(const std::u16string &file) {
+        host::OwnedDrawing read(zDrawingRead(file.c_str()));
+        std::string out;
+        dxf::export_drawing(repository.get(), read.get(), "a", zNotifyNull(),
+                            [&](std::string_view bytes) { out += bytes; });
+        return out;
+    }
+    // Tags by object number.
+    std::map<uint64_t, uint64_t> keys() {
+        host::OwnedDrawing read(zDrawingRead(drawing.c_str()));
+        std::map<uint64_t, uint64_t> out;
+        for (uint64_t i = 0; i < zDrawingObjectCount(read.get()); ++i) {
+            DrawingKey key = *zDrawingObjectGetAt(read.get(), i);
+            EXPECT_TRUE(out.emplace(key.object, key.tag).second) << key.object;
+        }
+        out[static_cast<uint64_t>(-3)] = zDrawingDS(read.get())->tag;
+        return out;
+    }
+    host::OwnedTable table() {
+        host::OwnedDrawing read(zDrawingRead(drawing.c_str()));
+        return dxf::open_table(repository.get(), zDrawingTableId(read.get()), "a");
+    }
+    size_t tables() {
+        fs::path path = root + "/.git/tables";
+        if (!fs::exists(path)) return 0;
+        return static_cast<size_t>(std::distance(fs::directory_iterator(path), {}));
+    }
+};
+
+TEST_F(Import, KeepsKeysOfWhatIsTheSame) {
+    constexpr uint64_t own = dxf::kFirstNumber, layout = static_cast<uint64_t>(-3);
+    import(
+        entities(line("A", "1") + line("B", "2") + line("A", "3") + line("", "4") + line("", "4")));
+    EXPECT_EQ(keys(), (std::map<uint64_t, uint64_t>{
+                          {0xA, 1}, {0xB, 1}, {own, 1}, {own + 1, 1}, {own + 2, 1}, {layout, 1}}));
+
+    // B changes, a record without handle goes, another one comes: the number of objects and with
+    // it the layout are the same.
+    auto result = import(
+        entities(line("", "5") + line("B", "9") + line("A", "1") + line("A", "3") + line("", "4")));
+    EXPECT_EQ(keys(), (std::map<uint64_t, uint64_t>{
+                          {0xA, 1}, {0xB, 2}, {own, 1}, {own + 1, 1}, {own + 3, 2}, {layout, 1}}));
+    EXPECT_EQ(result.unchanged, 3u);
+    EXPECT_EQ(result.modified, 1u);
+    EXPECT_EQ(result.added, 1u);
+    EXPECT_EQ(result.removed, 1u);
+    EXPECT_EQ(result.rows, 2u);
+
+    // The same file again writes nothing, not even the manifest.
+    auto time = fs::last_write_time(fs::path(drawing));
+    EXPECT_FALSE(import(exported(drawing)).written);
+    EXPECT_EQ(fs::last_write_time(fs::path(drawing)), time);
+    EXPECT_EQ(zTableTagGet(table().get()), 2u);
+}
+
+TEST_F(Import, OrderAloneIsAChangeOfTheManifest) {
+    import(entities(line("A", "1") + line("B", "2")));
+    const std::string turned = entities(line("B", "2") + line("A", "1"));
+    auto result = import(turned);
+    EXPECT_EQ(result.rows, 0u);
+    EXPECT_TRUE(result.written);
+    EXPECT_EQ(exported(drawing), turned);
+}
+
+// Whatever is restored into the work directory, the next import writes over no older row.
+TEST_F(Import, NeverWritesOverARow) {
+    std::vector<std::string> versions;
+    std::vector<std::u16string> manifests;
+    for (int i = 0; i < 6; ++i) {
+        versions.push_back(entities(line("A", std::to_string(i)) + line("B", "0")));
+        import(versions.back());
+        manifests.push_back(dir / (u"m" + std::u16string(1, char16_t(u'0' + i)) + u".dwx"));
+        fs::copy_file(fs::path(drawing), fs::path(manifests.back()));
+        if (i % 2) // back to an old state, as a checkout of an older commit leaves it
+            fs::copy_file(fs::path(manifests[0]), fs::path(drawing),
+                          fs::copy_options::overwrite_existing);
+    }
+    for (size_t i = 0; i < versions.size(); ++i) EXPECT_EQ(exported(manifests[i]), versions[i]);
+}
+
+TEST_F(Import, StampsAboveACommittedManifestWhoseRowsAreNotHere) {
+    import(entities(line("A", "1")));
+    host::OwnedDrawing committed(zDrawingRead(drawing.c_str()));
+    zDrawingObjectGetAt(committed.get(), 0)->tag = 40; // as a server had handed it out
+    import(entities(line("A", "2")), committed.get());
+    EXPECT_EQ(keys()[0xA], 41u);
+    EXPECT_EQ(zTableTagGet(table().get()), 41u);
+}
+
+TEST_F(Import, ACopyGetsATableOfItsOwn) {
+    import(entities(line("A", "1") + line("B", "2")));
+    fs::copy_file(fs::path(drawing), root + "/b.dwx");
+    const std::u16string first = drawing;
+    drawing = dir / u"copy/b.dwx";
+    auto result = import(entities(line("A", "7") + line("B", "2")));
+    EXPECT_EQ(result.unchanged, 1u);
+    EXPECT_EQ(result.modified, 1u);
+    Oid a, b;
+    ASSERT_OK(zDrawingDetect(&a, first.c_str()) && zDrawingDetect(&b, drawing.c_str()));
+    EXPECT_FALSE(zOidIsEqual(&a, &b));
+    EXPECT_EQ(exported(first), entities(line("A", "1") + line("B", "2")));
+    EXPECT_EQ(exported(drawing), entities(line("A", "7") + line("B", "2")));
+}
+
+TEST_F(Import, LosesNoBlockOfAnotherHost) {
+    import(entities(line("A", "1")));
+    {
+        host::OwnedDrawing read(zDrawingRead(drawing.c_str()));
+        ASSERT_OK(zDrawingSetThumbnail(read.get(), 5, "thumb"));
+        ASSERT_OK(zStreamWrite(zDrawingReference(read.get(), nullptr, nullptr), "refs", 4) == 4);
+        ASSERT_OK(zDrawingVbaProjectSet(read.get(), table().get(), "macro", 5));
+        ASSERT_OK(zDrawingWrite(read.get(), drawing.c_str()));
+    }
+    import(entities(line("A", "2") + line("B", "1")));
+    host::OwnedDrawing read(zDrawingRead(drawing.c_str()));
+    uint32_t size = 0;
+    auto *thumbnail = static_cast<const char *>(zDrawingThumbnail(read.get(), &size));
+    EXPECT_EQ(std::string(thumbnail, size), "thumb");
+    char reference[8] = "";
+    zStreamRead(zDrawingReference(read.get(), nullptr, nullptr), reference, sizeof reference);
+    EXPECT_STREQ(reference, "refs");
+    EXPECT_TRUE(zDrawingHasVba(read.get()));
+}
+
+TEST_F(Import, AFailureLeavesNothing) {
+    EXPECT_THROW(import("0\nSECTION\n2\nENTITIES\n0\nLINE\n"), host::Failed);
+    EXPECT_FALSE(fs::exists(fs::path(drawing)));
+    EXPECT_EQ(tables(), 0u);
+    // A break while the rows go in, and a directory that isn't there when the manifest is to be
+    // written: the table made for it goes again.
+    Notify broken{};
+    broken.usrbrk = [](const Notify *) { return true; };
+    test::write(dir.path() / "in.dxf", entities(line("A", "1")));
+    dxf::Import request{repository.get(), dir / u"in.dxf", "in.dxf", drawing, nullptr, &broken};
+    EXPECT_THROW(dxf::import_drawing(request), host::Failed);
+    drawing = dir / u"copy/none/a.dwx";
+    EXPECT_THROW(import(entities(line("A", "1"))), host::Failed);
+    EXPECT_EQ(tables(), 0u);
+    // What stands at the name and is no drawing stays.
+    test::write(root + "/text.dwx", "my notes");
+    drawing = dir / u"copy/text.dwx";
+    EXPECT_THROW(import(entities(line("A", "1"))), host::Failed);
+    EXPECT_EQ(test::read(root + "/text.dwx"), "my notes");
+}
+
+TEST_F(Import, AMissingRowIsNamedNotInvented) {
+    import(entities(line("A", "1") + line("B", "2")));
+    const uint8_t key[16] = {0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0xB};
+    ASSERT_OK(zTableDel(table().get(), key, sizeof key));
+    try {
+        exported(drawing);
+        ADD_FAILURE();
+    } catch (const host::Failed &failed) {
+        EXPECT_STREQ(failed.what(), "a: 1 of its blocks are missing from the table");
+    }
+    // Importing the file again heals it.
+    import(entities(line("A", "1") + line("B", "2")));
+    EXPECT_EQ(exported(drawing), entities(line("A", "1") + line("B", "2")));
+}
+
+} // namespace

@@ -1,0 +1,211 @@
+// The program as a user and as a script meet it.
+#include "support.hpp"
+#include "zev_program.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Zev : testing::Test {
+    test::TempDir dir;
+    std::string home = dir.path().string(), root = home + "/copy";
+    std::string plan = test_data("plan.dxf");
+    std::string changed = plan;
+
+    void SetUp() override {
+        changed.replace(changed.find("12.5"), 4, "13.5");
+        ASSERT_EQ(zev(home, "init copy").code, 0);
+        test::write(home + "/plan.dxf", plan);
+    }
+    std::string ok(const std::string &arguments) { return ok_in(root, arguments); }
+    std::string ok_in(const std::string &directory, const std::string &arguments) {
+        Outcome outcome = zev(directory, arguments + " 2>&1");
+        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
+        return outcome.out;
+    }
+    void commit_two_versions() {
+        ok("import ../plan.dxf && echo");
+        ok("add plan.dwx");
+        ok("commit -m First");
+        test::write(home + "/plan.dxf", changed);
+        ok("import ../plan.dxf");
+    }
+    static std::string field(const std::string &line, const char16_t *path) {
+        auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
+        if (!json) return "no JSON: " + line;
+        return test::narrow(zJsonPathGetString(json.get(), path));
+    }
+    static std::vector<std::string> lines(const std::string &text) {
+        std::vector<std::string> out;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) out.push_back(line);
+        return out;
+    }
+};
+
+TEST_F(Zev, AWorkingDay) {
+    commit_two_versions();
+    EXPECT_EQ(
+        lines(ok("diff plan.dwx")),
+        (std::vector<std::string>{"modified  32        CIRCLE", "0 added, 1 modified, 0 removed"}));
+    ok("commit -m Second plan.dwx");
+    EXPECT_EQ(ok("diff plan.dwx"), "0 added, 0 modified, 0 removed\n");
+    EXPECT_EQ(field(lines(ok("diff plan.dwx HEAD~1 HEAD --json"))[0], u"handle"), "32");
+
+    // The first commit still holds the first file, the second the second.
+    ok("cat HEAD~1:plan.dwx > old.dwx");
+    ok("export old.dwx old.dxf");
+    EXPECT_EQ(test::read(root + "/old.dxf"), plan);
+    ok("export plan.dwx first.dxf --rev HEAD~1");
+    EXPECT_EQ(test::read(root + "/first.dxf"), plan);
+    EXPECT_EQ(ok("export plan.dwx -"), changed);
+
+    // Others read the same repository.
+    int status = -1;
+    test::run("git -C " + root + " fsck --strict 2>&1", &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(test::run("git -C " + root + " log --format=%an:%s"), "Ada:Second\nAda:First\n");
+    EXPECT_EQ(test::run("git -C " + root + " status --short plan.dwx"), "");
+    EXPECT_EQ(zev(root, "verify").code, 0);
+}
+
+TEST_F(Zev, PathsAreTakenFromTheCurrentDirectory) {
+    ok("mkdir plans/ground");
+    ok_in(root + "/plans/ground", "import ../../../plan.dxf");
+    ok_in(root + "/plans", "add ground");
+    EXPECT_EQ(ok_in(home, "-C copy/plans status ground/plan.dwx"),
+              "+ added       plans/ground/plan.dwx\n");
+    ok("commit -m all");
+    EXPECT_EQ(test::run("git -C " + root + " ls-files"),
+              "plans/.gitkeep\nplans/ground/.gitkeep\nplans/ground/plan.dwx\n");
+    EXPECT_EQ(zev(root + "/plans", "add ../../plan.dxf 2>/dev/null").code, 2); // outside
+    // By way of a link to the copy it is the same place.
+    fs::create_directory_symlink(root, home + "/link");
+    EXPECT_EQ(ok_in(home + "/link/plans", "status"), "nothing has changed\n");
+}
+
+TEST_F(Zev, AMovedDrawingKeepsItsTable) {
+    commit_two_versions();
+    ok("commit -m Second plan.dwx");
+    ok("mkdir docs");
+    ok("mv plan.dwx docs");
+    ok("add docs");
+    ok("commit -m Moved");
+    EXPECT_NE(ok("show HEAD").find("plan.dwx -> docs/plan.dwx"), std::string::npos);
+    EXPECT_NE(ok("import ../plan.dxf docs/plan.dwx").find("nothing has changed"),
+              std::string::npos);
+    EXPECT_EQ(test::run("ls " + root + "/.git/tables/*/ | grep -c ."), "1\n"); // not split
+    EXPECT_EQ(zev(root, "mv docs docs/inner 2>/dev/null").code, 2);
+    EXPECT_EQ(zev(root, "mv nothing docs 2>/dev/null").code, 3);
+}
+
+TEST_F(Zev, ScriptsGetCodesAndOneObjectALine) {
+    commit_two_versions();
+    const struct {
+        const char *arguments;
+        int code;
+    } cases[] = {
+        {"", 2},
+        {"--json frobnicate", 2},
+        {"commit --json", 2}, // -m is missing
+        {"--json add nowhere.dwx", 3},
+        {"--json log no-such-branch", 3},
+        {"--json cat HEAD:nothing", 3},
+        {"--json cat HEAD", 2},
+        {"--json show HEAD~9", 3},
+        {"--json show HEAD~x", 2},
+        {"--json commit -m again plan.dxf", 3},
+        {"--json import ../none.dxf", 3},
+        {"--json import ../plan.dxf plan.txt", 2},
+        {"--json import ../copy/.git/HEAD head.dwx", 1},
+        {"--json -C / status", 3},
+        {"--json init .", 2},
+    };
+    for (const auto &test : cases) {
+        Outcome outcome = zev(root, std::string(test.arguments) + " 2>/dev/null");
+        EXPECT_EQ(outcome.code, test.code) << test.arguments;
+        if (std::string(test.arguments).find("--json") == std::string::npos) continue;
+        EXPECT_EQ(field(outcome.out, u"type"), "error") << test.arguments << ": " << outcome.out;
+        EXPECT_EQ(field(outcome.out, u"exit"), std::to_string(test.code)) << test.arguments;
+    }
+    for (const char *arguments :
+         {"status", "log", "show HEAD", "cat HEAD:plan.dwx", "diff plan.dwx", "verify",
+          "export plan.dwx x.dxf", "import ../plan.dxf", "add plan.dwx", "mkdir d", "mv d e",
+          "commit -m more"})
+        for (const std::string &line : lines(ok(arguments + std::string(" --json"))))
+            EXPECT_NE(field(line, u"type"), "") << arguments << ": " << line;
+    EXPECT_NE(ok("--color always log").find("\033["), std::string::npos);
+    EXPECT_EQ(ok("log").find("\033["), std::string::npos); // no terminal
+}
+
+TEST_F(Zev, RevisionsByNameAndPrefix) {
+    commit_two_versions();
+    ok("commit -m 'Second\nwith a second line' plan.dwx");
+    std::string head = field(ok("log -n 1 --json"), u"id");
+    std::string first = field(lines(ok("log --json"))[1], u"id");
+    EXPECT_EQ(head.size(), 40u);
+    for (const std::string &name : {head, head.substr(0, 7), std::string("HEAD"),
+                                    std::string("master"), std::string("heads/master")})
+        EXPECT_EQ(field(lines(ok("show --json " + name))[0], u"id"), head) << name;
+    for (const char *name : {"HEAD~1", "HEAD^", "HEAD~", "master~1", "HEAD~0^"})
+        EXPECT_EQ(field(lines(ok("show --json " + std::string(name)))[0], u"id"), first) << name;
+    EXPECT_EQ(zev(root, "show " + head.substr(0, 3) + " 2>/dev/null").code, 3);
+}
+
+TEST_F(Zev, VerifyNamesTheFileAndTheCommit) {
+    commit_two_versions();
+    ok("commit -m Second plan.dwx");
+    std::string first = field(lines(ok("log --json"))[1], u"id");
+    // The row of the circle in its first state goes.
+    auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
+    Oid id;
+    ASSERT_OK(zDrawingDetect(&id, (dir / u"copy/plan.dwx").c_str()));
+    {
+        auto table = test::guard(zTableByid(repository.get(), &id), zTableFree);
+        const uint8_t key[16] = {0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0x32};
+        ASSERT_OK(zTableDel(table.get(), key, sizeof key));
+    }
+    Outcome outcome = zev(root, "verify --json");
+    EXPECT_EQ(outcome.code, 1);
+    auto found = lines(outcome.out);
+    ASSERT_EQ(found.size(), 2u) << outcome.out;
+    EXPECT_EQ(field(found[0], u"path"), "plan.dwx");
+    EXPECT_EQ(field(found[0], u"commit"), first);
+    // A damaged object is found too.
+    std::string blob = test::run("git -C " + root + " rev-parse HEAD:plan.dwx");
+    blob.pop_back();
+    fs::path file = root + "/.git/objects/" + blob.substr(0, 2) + "/" + blob.substr(2);
+    if (fs::exists(file)) { // else it went into a pack
+        fs::permissions(file, fs::perms::owner_write, fs::perm_options::add);
+        test::write(file, "rubbish");
+        outcome = zev(root, "verify");
+        EXPECT_EQ(outcome.code, 1);
+        EXPECT_NE(outcome.out.find("2 problems"), std::string::npos) << outcome.out;
+    }
+}
+
+TEST_F(Zev, ExportSparesFilesThatWereNotNamed) {
+    ok("import ../plan.dxf");
+    test::write(root + "/plan.dxf", "precious");
+    EXPECT_EQ(zev(root, "export plan.dwx 2>/dev/null").code, 1);
+    EXPECT_EQ(test::read(root + "/plan.dxf"), "precious");
+    ok("export plan.dwx --force");
+    EXPECT_EQ(test::read(root + "/plan.dxf"), plan);
+    for (const auto &entry : fs::directory_iterator(root))
+        EXPECT_NE(entry.path().extension(), ".tmp") << entry.path();
+}
+
+TEST_F(Zev, AHeldCopyIsLeftAlone) {
+    ok("import ../plan.dxf");
+    auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
+    auto index = test::guard(zIndexHead(repository.get(), true), zIndexFree);
+    ASSERT_OK(index != nullptr);
+    EXPECT_EQ(zev(root, "add plan.dwx 2>/dev/null").code, 7);
+    EXPECT_EQ(zev(root, "status 2>/dev/null").code, 0); // does without the lock
+    Oid id;
+    ASSERT_OK(zDrawingDetect(&id, (dir / u"copy/plan.dwx").c_str()));
+    auto table = test::guard(zTableByid(repository.get(), &id), zTableFree);
+    EXPECT_EQ(zev(root, "export plan.dwx - 2>/dev/null").code, 7);
+}
+
+} // namespace
