@@ -13,9 +13,26 @@ inline constexpr uint32_t string_bytes = 0x4000000;
 inline constexpr uint32_t section_name = 256;
 // Sections of a drawing file: five are written, more can only be a damaged count.
 inline constexpr uint32_t section_count = 64;
+// Description of an item in the trash: two paths with every character escaped, and some room.
+inline constexpr uint32_t trash_info = 0x4000;
 // What is allocated at once for data whose true size is not yet known.
 inline constexpr uint64_t step = 1u << 20;
 // Bytes put into one LevelDB batch: a larger one is replayed whole by the next open.
 inline constexpr uint64_t batch_bytes = 1u << 20;
+// A revision record, which is held in memory: a commit of a million files has half of it.
+inline constexpr uint64_t record_bytes = 1u << 30;
+// An escaped URI: the longest text, of 2,047 units, each of which can take nine bytes.
+inline constexpr uint32_t uri_bytes = 9 * 2047;
+// Regular expressions. A pattern is typed by a person; the longest text is some URIs long.
+inline constexpr uint32_t regex_pattern = 1024;
+inline constexpr uint32_t regex_text = 0x8000;
+// Steps of a match, about 50 ns each; and steps times bytes of the text, since a step may run
+// through all of it: a second or two. The longest text still has two steps for each byte.
+inline constexpr uint64_t regex_steps = 1'000'000;
+inline constexpr uint64_t regex_work = 1ull << 31;
+// Choices that a match can go back to: four for each byte of the longest text. Each takes a frame
+// of some 150 bytes, and 16 more for each group: the bytes hold the frames of a dozen groups.
+inline constexpr uint32_t regex_depth = 4 * regex_text;
+inline constexpr uint32_t regex_heap = 64u << 20;
 
 } // namespace zev::limits
