@@ -5,7 +5,8 @@
 int main(int argc, char **argv) {
     git_repository *repository = NULL;
     git_status_list *list = NULL;
-    git_status_options options = GIT_STATUS_OPTIONS_INIT;
+    git_status_options options;
+    git_status_options_init(&options, GIT_STATUS_OPTIONS_VERSION);
     options.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RECURSE_UNTRACKED_DIRS |
                     GIT_STATUS_OPT_INCLUDE_UNMODIFIED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX;
     git_libgit2_init();

@@ -1,6 +1,8 @@
-// JSON text of a listing of files: parsed into a tree (and the tree freed), printed from it.
-// Beside nlohmann's tree and RapidJSON's with 16-bit text, which holds what ours holds.
-// Lines: scenario peer metric value. ZEV_BENCH_FILES sets the number of files.
+// JSON text of a listing of files: parsed into a tree (and the tree freed again), printed from it.
+// Beside nlohmann's tree, and RapidJSON's with 16-bit text, which holds what ours holds. Rates in
+// MB of text a second; the rounds of all take turns, so that a busy machine is one for all.
+#include "bench.hpp"
+
 #include "zev/zev.h"
 
 #include <nlohmann/json.hpp>
@@ -8,104 +10,121 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <random>
 #include <string>
 
 namespace {
 
-std::string listing(int files) {
-    std::mt19937 random(7);
+constexpr int kRounds = 15;
+
+std::string listing(uint64_t files) {
+    bench::Random random(7);
     const char *kinds[] = {"unchanged", "added", "modified", "renamed"};
     std::string text = "{\"entries\":[";
-    for (int i = 0; i < files; ++i) {
-        char id[41], row[400];
-        for (char &digit : id) digit = "0123456789abcdef"[random() % 16];
+    for (uint64_t i = 0; i < files; ++i) {
+        char id[41] = {}, row[400];
+        for (char &digit : id) digit = "0123456789abcdef"[random.below(16)];
         id[40] = 0;
-        snprintf(
-            row, sizeof row,
-            "{\"path\":\"Werk %d/Gewerk %d/Geschoss %d/Grundri\xc3\x9f %05d.dwx\",\"id\":\"%s\","
-            "\"size\":%u,\"time\":%u,\"kind\":\"%s\",\"locked\":%s,\"scale\":%u.5,"
-            "\"author\":\"M. Muster <muster@example.com>\",\"message\":\"Achsen \\\"A\\\" bis "
-            "\\\"%c\\\" verschoben\"},",
-            i % 7, i % 13, i % 29, i, id, static_cast<unsigned>(random() % 100000000),
-            1700000000 + static_cast<unsigned>(random() % 10000000), kinds[random() % 4],
-            random() % 2 ? "true" : "false", static_cast<unsigned>(random() % 500),
-            static_cast<char>('B' + random() % 20));
+        snprintf(row, sizeof row,
+                 "{\"path\":\"Werk %u/Gewerk %u/Geschoss %u/Grundri\xc3\x9f %05u.dwx\","
+                 "\"id\":\"%s\",\"size\":%u,\"time\":%u,\"kind\":\"%s\",\"locked\":%s,"
+                 "\"scale\":%u.5,\"author\":\"M. Muster <muster@example.com>\","
+                 "\"message\":\"Achsen \\\"A\\\" bis \\\"%c\\\" verschoben\"},",
+                 static_cast<unsigned>(i % 7), static_cast<unsigned>(i % 13),
+                 static_cast<unsigned>(i % 29), static_cast<unsigned>(i), id,
+                 static_cast<unsigned>(random.below(100000000)),
+                 1700000000 + static_cast<unsigned>(random.below(10000000)), kinds[random.below(4)],
+                 random.below(2) ? "true" : "false", static_cast<unsigned>(random.below(500)),
+                 static_cast<char>('B' + random.below(20)));
         text += row;
     }
     text.back() = ']';
     return text + "}";
 }
 
-// The best of several rounds, so that other work on the machine counts least.
-template <class Work> void report(const char *scenario, const char *peer, size_t bytes, Work work) {
-    using Clock = std::chrono::steady_clock;
-    double best = 1e9;
-    for (int round = 0; round < 15; ++round) {
-        const auto start = Clock::now();
-        work();
-        best = std::min(best, std::chrono::duration<double>(Clock::now() - start).count());
-    }
-    printf("%s %s MB/s %.0f\n", scenario, peer, static_cast<double>(bytes) / best / 1e6);
-}
+struct Zev {
+    Stream *input;
+    Json *tree;
 
-void bench_zev(const std::string &text) {
-    Stream *input = zMemStream(1, text.size());
-    zStreamWrite(input, text.data(), text.size());
-    report("json-parse", "zev", text.size(), [&] {
+    explicit Zev(const std::string &text) : input(zMemStream(1, text.size())) {
+        zStreamWrite(input, text.data(), text.size());
+        zStreamRewind(input);
+        tree = zJsonReadStream(input);
+    }
+    ~Zev() {
+        zJsonFree(tree);
+        zStreamFree(input);
+    }
+    Zev(const Zev &) = delete;
+    void parse() {
         zStreamRewind(input);
         zJsonFree(zJsonReadStream(input));
-    });
-    zStreamRewind(input);
-    Json *tree = zJsonReadStream(input);
-    report("json-print", "zev", text.size(), [&] {
+    }
+    void print() {
         Stream *output = zMemStream(1, 0);
         zJsonWriteStream(tree, output);
         zStreamFree(output);
-    });
-    report("json-print-wide", "zev", text.size(), [&] { zStrfreeW(zJsonWriteTextual(tree)); });
-    zJsonFree(tree);
-    zStreamFree(input);
-}
+    }
+};
 
-void bench_nlohmann(const std::string &text) {
-    report("json-parse", "nlohmann", text.size(), [&] { auto tree = nlohmann::json::parse(text); });
-    const auto tree = nlohmann::json::parse(text);
-    report("json-print", "nlohmann", text.size(), [&] { auto printed = tree.dump(); });
-}
+struct Nlohmann {
+    const std::string &text;
+    nlohmann::json tree;
 
-void bench_rapidjson(const std::string &text) {
+    explicit Nlohmann(const std::string &listing)
+        : text(listing), tree(nlohmann::json::parse(listing)) {}
+    void parse() { auto parsed = nlohmann::json::parse(text); }
+    void print() { auto printed = tree.dump(); }
+};
+
+struct Rapidjson {
     using Wide = rapidjson::UTF16<char16_t>;
     using Document = rapidjson::GenericDocument<Wide>;
-    const auto parse = [&](Document &tree) {
-        rapidjson::StringStream input(text.c_str());
-        tree.ParseStream<rapidjson::kParseDefaultFlags, rapidjson::UTF8<>>(input);
-    };
-    report("json-parse", "rapidjson", text.size(), [&] {
-        Document tree;
-        parse(tree);
-    });
+    const std::string &text;
     Document tree;
-    parse(tree);
-    report("json-print", "rapidjson", text.size(), [&] {
+
+    explicit Rapidjson(const std::string &listing) : text(listing) { parse_into(tree); }
+    void parse_into(Document &document) {
+        rapidjson::StringStream input(text.c_str());
+        document.ParseStream<rapidjson::kParseDefaultFlags, rapidjson::UTF8<>>(input);
+    }
+    void parse() {
+        Document document;
+        parse_into(document);
+    }
+    void print() {
         rapidjson::StringBuffer output;
         rapidjson::Writer<rapidjson::StringBuffer, Wide> writer(output);
         tree.Accept(writer);
-    });
+    }
+};
+
+void report(const char *scenario, uint64_t bytes, const double (&best)[3]) {
+    double rate[3];
+    for (int i = 0; i < 3; ++i) rate[i] = static_cast<double>(bytes) / best[i] / 1000;
+    bench::compare(scenario, "nlohmann", "MB/s", rate[0], rate[1]);
+    bench::line(scenario, "rapidjson", "MB/s", rate[2]);
 }
 
 } // namespace
 
 int main() {
-    const char *files = getenv("ZEV_BENCH_FILES");
-    const std::string text = listing(files ? atoi(files) : 10000);
-    printf("json listing bytes %zu\n", text.size());
+    const std::string text = listing(bench::size("ZEV_BENCH_FILES", 10000));
     if (!zGlobalInit(u"en-US", nullptr)) return 1;
-    bench_zev(text);
-    bench_nlohmann(text);
-    bench_rapidjson(text);
+    {
+        Zev zev(text);
+        Nlohmann nlohmann(text);
+        Rapidjson rapidjson(text);
+        double parse[3] = {1e9, 1e9, 1e9}, print[3] = {1e9, 1e9, 1e9};
+        for (int round = 0; round < kRounds; ++round) {
+            parse[0] = std::min(parse[0], bench::once([&] { zev.parse(); }));
+            parse[1] = std::min(parse[1], bench::once([&] { nlohmann.parse(); }));
+            parse[2] = std::min(parse[2], bench::once([&] { rapidjson.parse(); }));
+            print[0] = std::min(print[0], bench::once([&] { zev.print(); }));
+            print[1] = std::min(print[1], bench::once([&] { nlohmann.print(); }));
+            print[2] = std::min(print[2], bench::once([&] { rapidjson.print(); }));
+        }
+        report("json-parse", text.size(), parse);
+        report("json-print", text.size(), print);
+    }
     zGlobalCleanup();
 }

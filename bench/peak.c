@@ -23,7 +23,8 @@ int main(int argc, char **argv) {
     struct rusage usage;
     wait4(child, &status, 0, &usage);
     clock_gettime(CLOCK_MONOTONIC, &end);
-    double ms = (double)(end.tv_sec - start.tv_sec) * 1e3 + (double)(end.tv_nsec - start.tv_nsec) / 1e6;
+    double ms =
+        (double)(end.tv_sec - start.tv_sec) * 1e3 + (double)(end.tv_nsec - start.tv_nsec) / 1e6;
     printf("%.1f %ld\n", ms, usage.ru_maxrss);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }

@@ -36,7 +36,8 @@ static bool load(Repository *repository, const zwchar *path) {
         void *value = NULL;
         uint64_t length = 0;
         done = zDrawingKeyGetData(table, key, &value, &length);
-        if (done) printf("%llx: %.*s\n", (unsigned long long)key->object, (int)length, (char *)value);
+        if (done)
+            printf("%llx: %.*s\n", (unsigned long long)key->object, (int)length, (char *)value);
         zStrfreeA(value);
     }
     zTableFree(table);

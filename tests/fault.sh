@@ -4,7 +4,7 @@
 # nothing is damaged or missing, and the next import, add and commit work without a hand.
 #   fault.sh BUILD_DIR [POINTS]   points a command and mode; "all" for every call
 set -eu
-build=$1
+build=$(cd "$1" && pwd)
 points=${2:-all}
 source=$(cd "$(dirname "$0")" && pwd)
 zev=$build/bin/zev
@@ -14,9 +14,13 @@ trap 'rm -rf "$work"' EXIT
 export ZEV_AUTHOR=tester
 cd "$work"
 
+first=$source/zev/plan.dxf
+second=$work/second.dxf
+sed 's/^100\.0$/101.5/' "$first" >"$second"
+
 base=$work/base
 "$zev" init "$base" >/dev/null
-"$zev" -C "$base" import "$source/zev/house.dxf" plan.dwx >/dev/null 2>&1
+"$zev" -C "$base" import "$first" plan.dwx >/dev/null 2>&1
 mkdir "$base/docs"
 echo first >"$base/docs/note.txt"
 "$zev" -C "$base" add . >/dev/null 2>&1
@@ -30,16 +34,18 @@ prepare() { # command
   cd "$work/copy"
   echo second >docs/note.txt
   echo new >docs/new.txt
-  [ "$1" = import ] || "$zev" import "$source/zev/house-changed.dxf" plan.dwx >/dev/null 2>&1
+  [ "$1" = import ] || "$zev" import "$second" plan.dwx >/dev/null 2>&1
   [ "$1" != commit ] || "$zev" add . >/dev/null 2>&1
 }
 
-verb() { # command
+verb() { # command setting...
   case $1 in
-  import) "$zev" import "$source/zev/house-changed.dxf" plan.dwx ;;
-  add) "$zev" add . ;;
-  commit) "$zev" commit -m second ;;
+  import) set -- "$@" "$zev" import "$second" plan.dwx ;;
+  add) set -- "$@" "$zev" add . ;;
+  commit) set -- "$@" "$zev" commit -m second ;;
   esac
+  shift
+  env LD_PRELOAD="$preload" "$@" >/dev/null 2>&1
 }
 
 fail() {
@@ -56,21 +62,21 @@ judge() {
   [ "$(cat docs/note.txt docs/new.txt)" = "second
 new" ] || fail "a file of the user is changed"
   # The next day's work.
-  "$zev" import "$source/zev/house-changed.dxf" plan.dwx >"$work/next" 2>&1 || fail "import: $(cat "$work/next")"
-  "$zev" add . >"$work/next" 2>&1 || fail "add: $(cat "$work/next")"
+  "$zev" import "$second" plan.dwx >"$work/next" 2>&1 || fail "import: $(cat "$work/next")"
   echo third >docs/note.txt
+  "$zev" add . >"$work/next" 2>&1 || fail "add: $(cat "$work/next")"
   "$zev" commit -m third >"$work/next" 2>&1 || fail "commit: $(cat "$work/next")"
   [ -z "$(git status --porcelain)" ] || fail "not clean after the commit: $(git status --porcelain)"
-  "$zev" export plan.dwx "$work/out.dxf" >/dev/null 2>&1 && cmp -s "$work/out.dxf" "$source/zev/house-changed.dxf" ||
+  "$zev" export plan.dwx "$work/out.dxf" >/dev/null 2>&1 && cmp -s "$work/out.dxf" "$second" ||
     fail "the drawing differs"
   "$zev" cat "$old:plan.dwx" >old.dwx && "$zev" export old.dwx "$work/out.dxf" >/dev/null 2>&1 &&
-    cmp -s "$work/out.dxf" "$source/zev/house.dxf" || fail "the first drawing differs"
+    cmp -s "$work/out.dxf" "$first" || fail "the first drawing differs"
 }
 
 total=0
 for command in import add commit; do
   prepare $command
-  ZEV_FAULT_COUNT=$work/count LD_PRELOAD=$preload verb $command >/dev/null 2>&1
+  verb $command ZEV_FAULT_COUNT="$work/count"
   calls=$(cat "$work/count")
   for mode in fail full kill; do
     step=1
@@ -78,7 +84,7 @@ for command in import add commit; do
     n=1
     while [ "$n" -le "$calls" ]; do
       prepare $command
-      ZEV_FAULT_AT=$n ZEV_FAULT_MODE=$mode LD_PRELOAD=$preload verb $command >/dev/null 2>&1 || true
+      verb $command ZEV_FAULT_AT="$n" ZEV_FAULT_MODE="$mode" || true
       judge
       total=$((total + 1))
       n=$((n + step))

@@ -2,7 +2,7 @@
 # Installs the build into a directory of its own and uses it from there: pkg-config, the CMake
 # package, each header alone, the symbols that are visible.
 set -eu
-build=$1
+build=$(cd "$1" && pwd)
 source=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

@@ -1,7 +1,10 @@
 #include "copy.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
+#include <unistd.h>
 
 namespace host {
 
@@ -22,9 +25,28 @@ Oid padded(std::string digits) {
     return id;
 }
 
+// Does a step of the path lead into a repository? The library disregards case there.
+bool enters_repository(const std::string &path) {
+    fs::path steps(path);
+    return std::any_of(steps.begin(), steps.end(), [](const fs::path &step) {
+        return zStrcasesameA(step.string().c_str(), ".git");
+    });
+}
+
+// The path as a pattern that stands for nothing else.
+std::string escaped(const std::string &path) {
+    std::string out;
+    for (char c : path) {
+        if (c == '*' || c == '?') out += '\\';
+        out += c;
+    }
+    return out;
+}
+
 // The directory of a path is taken as it really is, the last name as it stands: links inside the
 // work directory are files of it.
 fs::path resolve(const std::string &path) {
+    if (path.empty()) throw Failed(kInvalid, "an empty name is no path");
     fs::path full = fs::absolute(path).lexically_normal();
     if (!full.has_filename()) full = full.parent_path(); // "docs/"
     if (!full.has_filename()) return full;
@@ -59,7 +81,18 @@ std::string WorkingCopy::relative(const std::string &path) const {
     std::string below = full == root_ ? "." : full.lexically_relative(root_).generic_string();
     if (below.empty() || below == ".." || below.starts_with("../"))
         throw Failed(kInvalid, path + ": lies outside of the working copy " + root_.string());
+    if (!is_text(below) || below.find('\\') != below.npos)
+        throw Failed(kInvalid, path + ": a name must be UTF-8 without a backslash");
+    if (enters_repository(below))
+        throw Failed(kInvalid, path + ": belongs to the repository, not to your files");
     return below == "." ? "" : below;
+}
+
+bool WorkingCopy::in_repository(const std::string &path) const {
+    const zwchar *own = check(zRepositoryPath(repository_.get()));
+    fs::path top = fs::weakly_canonical(fs::path(std::u16string(own)) / ".");
+    if (!top.has_filename()) top = top.parent_path();
+    return same_or_below(resolve(path).string(), top.string());
 }
 
 fs::path WorkingCopy::absolute(const std::string &relative_path) const {
@@ -69,18 +102,39 @@ fs::path WorkingCopy::absolute(const std::string &relative_path) const {
 OwnedSpec WorkingCopy::spec(const Paths &paths, uint32_t options, const Notify *notify) const {
     OwnedSpec spec(check(zPathSpecNew(nullptr, options)));
     check(zPathSpecSetNotify(spec.get(), notify));
-    bool files_only = !paths.empty();
-    for (const std::string &path : paths) {
-        std::string pattern = relative(path);
-        files_only &= !pattern.empty() && fs::is_regular_file(absolute(pattern));
-        check(zPathSpecAdd(spec.get(), pattern.empty() ? u"*" : wide(pattern).c_str()));
-    }
+    Paths patterns;
+    for (const std::string &path : paths) patterns.push_back(relative(path));
+    bool files_only =
+        !paths.empty() && std::all_of(patterns.begin(), patterns.end(), [&](auto &pattern) {
+            return !pattern.empty() && fs::is_regular_file(absolute(pattern));
+        });
     if (files_only) check(zPathSpecSetOn(spec.get(), Z_SPEC_LITERAL));
+    for (std::string &pattern : patterns) {
+        if (pattern.empty())
+            pattern = "*";
+        else if (!files_only && is_wild(pattern) && is_name(pattern))
+            pattern = escaped(pattern);
+        check(zPathSpecAdd(spec.get(), wide(pattern).c_str()));
+    }
     return spec;
 }
 
+// Something has this very name, on disk or, if it is gone from there, in the index.
+bool WorkingCopy::is_name(const std::string &relative_path) const {
+    if (fs::exists(fs::symlink_status(absolute(relative_path)))) return true;
+    OwnedIndex index(check(zIndexHead(repository_.get(), false)));
+    return zIndexEntryBypath(index.get(), wide(relative_path).c_str());
+}
+
 OwnedIndex WorkingCopy::lock_index() const {
-    return OwnedIndex(check(zIndexHead(repository_.get(), true)));
+    OwnedIndex index(zIndexHead(repository_.get(), true));
+    if (index) return index;
+    // A lock that can't be made is told like one that is held.
+    if (zErrorClass() == kLocked &&
+        access(fs::path(zRepositoryPath(repository_.get())).c_str(), W_OK))
+        throw Failed(kSystem, errno, root_.string() + ": can't be written: " + strerror(errno));
+    if (zErrorClass() == kLocked) throw Failed(kLocked, root_.string() + ": locked");
+    fail_raised();
 }
 
 OwnedCommit WorkingCopy::commit(const std::string &revision) const {
@@ -150,6 +204,15 @@ RevisionPath parse_revision_path(const std::string &text) {
 
 bool same_or_below(const std::string &path, const std::string &directory) {
     return directory.empty() || path == directory || path.starts_with(directory + "/");
+}
+
+bool is_text(const std::string &bytes) { return narrow(wide(bytes).c_str()) == bytes; }
+
+bool is_wild(const std::string &path) { return path.find_first_of("*?") != std::string::npos; }
+
+std::u16string wide_path(const std::string &path) {
+    if (!is_text(path)) throw Failed(kInvalid, path + ": a name must be UTF-8");
+    return wide(path);
 }
 
 bool is_drawing_name(const std::string &path) {

@@ -38,9 +38,12 @@ class WorkingCopy {
     const std::filesystem::path &root() const { return root_; }
 
     // The user's path, taken from the current directory: relative to the work directory, with
-    // forward slashes, "" for the work directory itself. Throws for what lies outside of it.
+    // forward slashes, "" for the work directory itself. Throws for what lies outside of it or
+    // in the repository, and for names that no commit can hold.
     std::string relative(const std::string &path) const;
     std::filesystem::path absolute(const std::string &relative_path) const;
+    // Does the path lie in the repository itself, where no file of the user's belongs?
+    bool in_repository(const std::string &path) const;
 
     // The user's paths and patterns; `*` and `?` are wild in a path that names nothing. No paths
     // give a spec without patterns; the work directory itself becomes "*".
@@ -62,6 +65,7 @@ class WorkingCopy {
     void save(const TreeEntry *entry, const std::u16string &file) const;
 
   private:
+    bool is_name(const std::string &relative_path) const;
     OwnedCommit named_commit(const std::string &name) const;
 
     OwnedRepository repository_;
@@ -72,6 +76,9 @@ class WorkingCopy {
 RevisionPath parse_revision_path(const std::string &text);
 
 bool same_or_below(const std::string &path, const std::string &directory);
+bool is_text(const std::string &bytes);            // UTF-8 without a zero byte
+bool is_wild(const std::string &path);             // a pattern, unless something has that name
+std::u16string wide_path(const std::string &path); // throws when it is no UTF-8
 bool is_drawing_name(const std::string &path);
 std::string hex(const Oid *id);
 

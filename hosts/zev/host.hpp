@@ -62,10 +62,11 @@ struct Failed : std::runtime_error {
     int code;
 };
 
-// Throws what the thread's error record holds, behind `what` if that is given.
+// Throws what the thread's error record holds, behind `what` unless the detail names it already.
 [[noreturn]] inline void fail_raised(const std::string &what = {}) {
     std::string detail = narrow(zErrorDetail());
-    throw Failed(zErrorClass(), zErrorCode(), what.empty() ? detail : what + ": " + detail);
+    bool named = what.empty() || detail.find(what + ": ") != detail.npos;
+    throw Failed(zErrorClass(), zErrorCode(), named ? detail : what + ": " + detail);
 }
 
 // Passes a result on, or throws the failure that the library left.

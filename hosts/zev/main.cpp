@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 
 namespace host {
@@ -47,6 +49,7 @@ int exit_code(const Failed &failed) {
     constexpr int kAccess = 13, kPermission = 1;                          // system
     constexpr int kNotOwner = -36, kUnmerged = -10, kMergeConflict = -13; // objects
     constexpr int kUnauthorized = 401, kForbidden = 403, kNoSuch = 404;
+    const bool denied = strstr(failed.what(), strerror(EACCES)); // below, only the text tells
     switch (failed.error_class) {
     case kInvalid:
         return kUsage;
@@ -62,12 +65,13 @@ int exit_code(const Failed &failed) {
         return failed.code == kAccess || failed.code == kPermission ? kRights : kFailed;
     case kGit:
         if (failed.code == kUnmerged || failed.code == kMergeConflict) return kConflicts;
-        return failed.code == kNotOwner ? kRights : kFailed;
+        return failed.code == kNotOwner || denied ? kRights : kFailed;
     case kServer:
         if (failed.code == kUnauthorized || failed.code == kForbidden) return kRights;
         return failed.code == kNoSuch ? kMissing : kServerRefused;
     case kStore: // a table that another process has open
-        return strstr(failed.what(), "LOCK") ? kHeld : kFailed;
+        if (denied) return kRights;
+        return strstr(failed.what(), "/LOCK: ") ? kHeld : kFailed;
     default:
         return kFailed;
     }
@@ -170,7 +174,10 @@ class CommandLine {
                              "Examples:\n  zev log\n  zev log -n 3 HEAD~2",
                              [this](Host &host) { return host::log(host, log_); });
         log->add_option("revision", log_.revision, "Where to begin")->type_name("REV");
-        log->add_option("-n,--max-count", log_.count, "So many commits at most");
+        log->add_option("-n,--max-count", log_.count, "So many commits at most")
+            ->check([](const std::string &text) {
+                return text.starts_with('-') ? "a count can't be negative" : "";
+            });
 
         CLI::App *show = verb("show", "Show a commit and the paths that it changed",
                               "Examples:\n  zev show HEAD\n  zev show 1a2b3c4d",
@@ -245,24 +252,37 @@ struct Library {
     ~Library() { zGlobalCleanup(); }
 };
 
+void enter(const std::string &directory) {
+    std::error_code error;
+    if (!directory.empty()) std::filesystem::current_path(directory, error);
+    if (error) throw std::filesystem::filesystem_error({}, directory, error);
+}
+
+// What the system says of a path, in the form of the library's own messages.
+Failed failed_at(const std::filesystem::filesystem_error &error) {
+    const bool missing = error.code() == std::errc::no_such_file_or_directory;
+    const std::string path = error.path1().string();
+    return Failed(missing ? kNotFound : kSystem, error.code().value(),
+                  (path.empty() ? "" : path + ": ") + error.code().message());
+}
+
 int run(const CommandLine &line, Output &out) try {
     Library library;
     try {
-        if (!line.globals().directory.empty())
-            std::filesystem::current_path(line.globals().directory);
+        enter(line.globals().directory);
         HostNotify notify(out);
         Host host{out, &notify};
         catch_break();
         return line.run(host);
     } catch (const Failed &failed) {
+        const int code = exit_code(failed);
+        const char *help = code == kHeld ? "; another process is at work there" : "";
+        out.fail(Failed(failed.error_class, failed.code, failed.what() + std::string(help)), code);
+        return code;
+    } catch (const std::filesystem::filesystem_error &error) {
+        const Failed failed = failed_at(error);
         out.fail(failed, exit_code(failed));
         return exit_code(failed);
-    } catch (const std::filesystem::filesystem_error &error) {
-        Failed failed(kSystem, error.code().value(), error.what());
-        int code =
-            error.code() == std::errc::no_such_file_or_directory ? kMissing : exit_code(failed);
-        out.fail(failed, code);
-        return code;
     } catch (const std::exception &error) {
         out.fail(Failed(kOther, error.what()), kFailed);
         return kFailed;

@@ -34,6 +34,21 @@ bool no_colour() {
     return value && *value;
 }
 
+// Names and messages of others reach the terminal: of control characters only line feeds, tabs
+// and, where there is colour, the colours stay.
+std::string printable(std::string text, bool colour) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if ((byte >= 32 && byte != 127) || byte == '\n' || byte == '\t') continue;
+        size_t end = text.find_first_not_of("0123456789", i + 2);
+        if (colour && text.compare(i, 2, "\033[") == 0 && end != text.npos && text[end] == 'm')
+            i = end;
+        else
+            text[i] = '?';
+    }
+    return text;
+}
+
 void put_line(FILE *file, std::string text) {
     text += '\n';
     fwrite(text.data(), 1, text.size(), file);
@@ -89,7 +104,7 @@ std::string Output::paint(Colour colour, const std::string &text) const {
 void Output::line(const std::string &text) {
     if (json_) return;
     clear_progress();
-    put_line(stdout, text);
+    put_line(stdout, printable(text, colour_));
 }
 
 void Output::record(const Record &record) {

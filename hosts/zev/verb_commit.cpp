@@ -18,9 +18,11 @@ std::string default_author() {
 
 // Without paths the commit takes the index as it is: does it differ from HEAD at all?
 void require_changes(const WorkingCopy &copy, Index *index) {
-    OwnedTree tree(check(zIndexWriteTree(index)));
-    bool same = copy.born() ? zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()))
-                            : zIndexEntryCount(index) == 0;
+    bool same = zIndexEntryCount(index) == 0;
+    if (copy.born()) {
+        OwnedTree tree(check(zIndexWriteTree(index)));
+        same = zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()));
+    }
     if (same) throw Failed(kNotFound, "nothing to commit; \"zev add\" files or name them");
 }
 
@@ -61,11 +63,25 @@ void print_entry(Host &host, const StatusEntry *entry) {
                   (from != path ? from + " -> " + path : path));
 }
 
+// A path without changes is there, or at least committed; else its name is wrong.
+void require_known(const WorkingCopy &copy, Index *index, const Paths &paths,
+                   const Notify *notify) {
+    for (const std::string &path : paths) {
+        if (is_wild(path) || std::filesystem::exists(copy.absolute(copy.relative(path)))) continue;
+        OwnedSpec spec = copy.spec({path}, 0, notify);
+        OwnedStatus list(check(zStatusListBuild(index, spec.get())));
+        if (!zStatusListLength(list.get()))
+            throw Failed(kNotFound, path + ": no such file or directory");
+    }
+}
+
 } // namespace
 
 int commit(Host &host, const CommitOptions &options) {
     WorkingCopy copy;
     std::string message = clean(options.message);
+    if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
+        throw Failed(kInvalid, "the message is empty; say what was done");
     std::string author = clean(options.author.empty() ? default_author() : options.author);
     OwnedIndex index = copy.lock_index();
     if (zIndexHasConflicts(index.get())) {
@@ -76,12 +92,15 @@ int commit(Host &host, const CommitOptions &options) {
     if (options.paths.empty()) {
         require_changes(copy, index.get());
     } else {
-        spec = copy.spec(options.paths, 0, host.notify);
+        spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
         keep_named(copy, index.get(), options.paths);
     }
     stop_on_break(host.notify);
-    OwnedCommit made(check(zIndexCommit(index.get(), spec.get(), u"HEAD", wide(author).c_str(),
-                                        wide(message).c_str())));
+    OwnedCommit made(zIndexCommit(index.get(), spec.get(), u"HEAD", wide(author).c_str(),
+                                  wide(message).c_str()));
+    if (!made && spec && zErrorClass() == kNotFound)
+        throw Failed(kNotFound, narrow(zErrorMsg())); // nothing changed at these paths
+    check(!!made);
     std::string id = hex(zCommitId(made.get()));
     host.out.line(host.out.paint(Colour::yellow, id.substr(0, 8)) + " " + first_line(message));
     host.out.record(Record("commit")
@@ -105,6 +124,7 @@ int status(Host &host, const Paths &paths) {
         stop_on_break(host.notify);
         print_entry(host, zStatusListEntry(list.get(), i));
     }
+    if (!count) require_known(copy, index.get(), paths, host.notify);
     host.out.record(Record("summary").set(u"changes", count));
     if (!count) host.out.line("nothing has changed");
     return kDone;

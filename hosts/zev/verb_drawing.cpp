@@ -73,8 +73,9 @@ class Target {
     explicit Target(const std::string &path) : path_(path) {
         bool direct = fs::exists(path) && !fs::is_regular_file(path);
         if (!direct) temporary_ = sibling();
-        std::u16string name = direct ? fs::path(path).u16string() : temporary_.u16string();
-        file_.reset(check(zFileOpen(name.c_str(), direct ? u"wb" : u"wbx"), path));
+        std::u16string name = wide_path(direct ? path : temporary_.string());
+        file_.reset(zFileOpen(name.c_str(), direct ? u"wb" : u"wbx"));
+        if (!file_) throw Failed(zErrorClass(), zErrorCode(), path + ": " + narrow(zErrorReason()));
     }
     ~Target() {
         std::error_code ignored;
@@ -88,15 +89,13 @@ class Target {
     void finish() {
         if (!zFileClose(file_.release())) fail();
         if (temporary_.empty()) return;
-        check(zMove(temporary_.u16string().c_str(), fs::path(path_).u16string().c_str(), true));
+        check(zMove(wide(temporary_.string()).c_str(), wide(path_).c_str(), true));
         temporary_.clear();
     }
 
   private:
     fs::path sibling() const {
-        fs::path name = fs::path(path_).filename();
-        return fs::path(path_).replace_filename("." + name.string() + "." +
-                                                std::to_string(getpid()) + ".tmp");
+        return fs::path(path_).replace_filename(".zev-" + std::to_string(getpid()) + ".tmp");
     }
     [[noreturn]] void fail() const { throw Failed(kSystem, path_ + ": can't be written"); }
 
@@ -278,10 +277,16 @@ int import_drawing(Host &host, const ImportOptions &options) {
     fs::path file = copy.absolute(path);
     if (!fs::is_directory(file.parent_path()))
         throw Failed(kNotFound, target + ": there is no such directory; \"zev mkdir\" makes one");
+    if (fs::exists(options.source) && !fs::is_regular_file(options.source))
+        throw Failed(kInvalid, options.source + ": is no regular file");
     OwnedDrawing head = committed(copy, path);
-    dxf::Import request{copy.repository(), fs::path(options.source).u16string(),
-                        options.source,    file.u16string(),
-                        head.get(),        host.notify};
+    dxf::Import request{.repository = copy.repository(),
+                        .source = wide_path(options.source),
+                        .name = options.source,
+                        .drawing = file.u16string(),
+                        .path = path,
+                        .committed = head.get(),
+                        .notify = host.notify};
     report_import(host, path, dxf::import_drawing(request));
     return kDone;
 }
@@ -294,6 +299,12 @@ int export_drawing(Host &host, const ExportOptions &options) {
         if (!options.force && fs::exists(target))
             throw Failed(kExists, target + ": is there already; name it, or give --force");
     }
+    if (target == "-" && host.out.json())
+        throw Failed(kInvalid, "a DXF file on stdout can't go with --json");
+    if (target != "-" && fs::is_directory(target))
+        throw Failed(kInvalid, target + ": is a directory; name the file");
+    if (target != "-" && copy.in_repository(target))
+        throw Failed(kInvalid, target + ": lies in the repository");
     Version version(copy, path, options.revision);
     export_to(host, copy, version.drawing(), options, target);
     return kDone;

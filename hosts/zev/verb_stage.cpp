@@ -12,7 +12,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool is_wild(const std::string &path) { return path.find_first_of("*?") != std::string::npos; }
+// What helps with a file that isn't there any more.
+std::string hint(const WorkingCopy &copy, const std::string &path) {
+    OwnedIndex index(zIndexHead(copy.repository(), false));
+    bool tracked = index && zIndexEntryBypath(index.get(), wide(path).c_str());
+    return tracked ? "; \"zev commit\" with its name keeps that it is gone" : "";
+}
 
 // Git keeps no directories, so that each tracked one holds a keep-file: those below and above
 // the paths get theirs.
@@ -22,9 +27,9 @@ void keep_directories(const WorkingCopy &copy, Index *index,
     for (const std::string &path : paths) {
         if (path.empty()) {
             for (const auto &entry : fs::directory_iterator(copy.root()))
-                if (entry.is_directory() && !entry.is_symlink() &&
-                    entry.path().filename() != ".git")
-                    check(zIndexFixupGitkeep(index, entry.path().filename().u16string().c_str()));
+                if (std::string name = entry.path().filename();
+                    entry.is_directory() && !entry.is_symlink() && name != ".git" && is_text(name))
+                    check(zIndexFixupGitkeep(index, wide(name).c_str()));
         } else if (fs::is_directory(copy.absolute(path)) ||
                    parents.insert(fs::path(path).parent_path()).second) {
             check(zIndexFixupGitkeep(index, wide(path).c_str()));
@@ -70,22 +75,9 @@ class TableMover {
         if (!zPathDirExists(dxf::table_path(copy_.repository(), &id).c_str())) return;
         OwnedTable table(check(zTableByid(copy_.repository(), &id), path));
         std::string before = from_ + path.substr(to_.size());
-        if (!zStrcasesameA(owner(table.get()).c_str(), before.c_str())) return;
+        if (!zStrcasesameA(dxf::table_owner(table.get()).c_str(), before.c_str())) return;
         check(zDrawingTableBackwardRefSet(table.get(), copy_.root().u16string().c_str(),
                                           file.c_str()));
-    }
-
-    // The path that the table serves: UTF-16 through its zero under the key of all zeros.
-    static std::string owner(Table *table) {
-        void *value = nullptr;
-        uint64_t length = 0;
-        const DrawingKey zero{0, 0};
-        if (!zDrawingKeyGetData(table, &zero, &value, &length)) return {};
-        Owned<void, std::free> bytes(value);
-        auto *text = static_cast<const zwchar *>(value);
-        if (length < 2 || length % 2 || text[length / 2 - 1]) return {};
-        std::string path = narrow(text);
-        return path.starts_with("./") ? path.substr(2) : path;
     }
 
     const WorkingCopy &copy_;
@@ -96,9 +88,12 @@ class TableMover {
 } // namespace
 
 int init(Host &host, const std::string &directory) {
-    std::string path = fs::absolute(directory).lexically_normal().string();
-    OwnedRepository repository(check(zRepositoryInit(wide(path).c_str(), false),
-                                     path + ": a working copy needs a new or an empty directory"));
+    fs::path full = fs::absolute(directory).lexically_normal();
+    if (!full.has_filename()) full = full.parent_path();
+    const std::string path = full.string();
+    if (fs::exists(full) && !(fs::is_directory(full) && fs::is_empty(full)))
+        throw Failed(kInvalid, path + ": a working copy needs a new or an empty directory");
+    OwnedRepository repository(check(zRepositoryInit(wide(path).c_str(), false), path));
     host.out.line("a new working copy in " + path);
     host.out.record(Record("init").set(u"path", path));
     return kDone;
@@ -112,7 +107,7 @@ int add(Host &host, const Paths &paths) {
         if (fs::exists(fs::symlink_status(copy.absolute(below))))
             present.push_back(below);
         else if (!is_wild(path))
-            throw Failed(kNotFound, path + ": no such file or directory");
+            throw Failed(kNotFound, path + ": no such file or directory" + hint(copy, below));
     }
     OwnedSpec spec = copy.spec(paths, 0, host.notify);
     OwnedIndex index = copy.lock_index();
@@ -128,8 +123,10 @@ int make_directories(Host &host, const Paths &paths) {
     std::vector<std::string> made;
     for (const std::string &path : paths) made.push_back(copy.relative(path));
     OwnedIndex index = copy.lock_index();
+    for (const std::string &path : made)
+        if (fs::exists(fs::symlink_status(copy.absolute(path))))
+            throw Failed(kExists, path + ": is there already");
     for (const std::string &path : made) {
-        if (fs::exists(copy.absolute(path))) throw Failed(kExists, path + ": is there already");
         check(zDirMake(copy.absolute(path).u16string().c_str(), true), path);
     }
     keep_directories(copy, index.get(), made);

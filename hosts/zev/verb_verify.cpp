@@ -85,7 +85,7 @@ class Verifier {
 
   private:
     void start() {
-        zReferenceForeach(
+        bool all = zReferenceForeach(
             copy_.repository(),
             [](Reference *reference, void *context) {
                 try {
@@ -96,6 +96,7 @@ class Verifier {
                 }
             },
             this);
+        if (!all) problem("refs", {}, "the references can't all be read");
         // HEAD may stand beside all branches.
         if (copy_.born()) push(*zCommitId(copy_.head().get()), {}, {});
     }
@@ -250,9 +251,10 @@ class Verifier {
     void problem(const std::string &path, const Oid &commit, const std::string &what) {
         ++problems_;
         bool known = !zOidIsZero(&commit);
-        std::string place = path.empty() ? "" : path + " ";
-        if (known) place += "in commit " + hex(&commit).substr(0, 8);
-        host_.out.line(host_.out.paint(Colour::red, "damaged") + "  " + place + ": " + what);
+        std::string place = path;
+        if (known) place += (path.empty() ? "commit " : " in commit ") + hex(&commit).substr(0, 8);
+        host_.out.line(host_.out.paint(Colour::red, "damaged") + "  " +
+                       (place.empty() ? "" : place + ": ") + what);
         Record record("problem");
         record.set(u"path", path).set(u"message", what);
         if (known) record.set(u"commit", &commit);

@@ -18,6 +18,7 @@ ZEV_API void zFlockClose(Flock *flock);
 // Puts the saved contents back, in one step and without free space; the lock stands. Saved was
 // nothing, be it that the target was missing or empty or that the lock saves nothing: then the
 // target is deleted. False if somebody holds the target (class 7) or it can't be replaced.
+// A target that is a link stays one; what it names is put back.
 ZEV_API bool zFlockUndo(Flock *flock);
 // Puts the target back from a lock file that was left behind, or deletes it if nothing was saved;
 // a lock file that was never completed, or is held, changes nothing. Purge deletes the lock file.

@@ -27,6 +27,7 @@ ZEV_API Repository *zRepositoryClone(const zwchar *url, const zwchar *path, bool
 // Takes over a git_repository, which stays the caller's on failure.
 ZEV_API Repository *zRepositoryNew(void *handle);
 ZEV_API void zRepositoryFree(Repository *repository);
+ZEV_API void zShellFree(Repository *repository); // the same by the shell's name
 
 // Removes a repository with all its files. It is moved aside first: a removal that is cut short
 // leaves no half of one at the path. No repository there is class 3.

@@ -55,8 +55,9 @@ uint64_t buffer_room(const Buffer *buffer) {
 
 bool buffer_reserve(Buffer *buffer, uint64_t count) {
     if (!buffer) return fail_args();
-    if (count <= buffer_room(buffer)) return true;
+    // The cursor may stand one behind the end, which a full block has no room for.
     const uint64_t offset = position(buffer);
+    if (offset <= buffer->capacity && count <= buffer->capacity - offset) return true;
     if (count > INT64_MAX - offset - kStep - buffer->terminator) return fail_memory();
     const uint64_t capacity = offset + count + kStep;
     void *data = realloc(buffer->data, capacity + buffer->terminator);

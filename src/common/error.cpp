@@ -387,7 +387,7 @@ const zwchar *zStdErrReason(int32_t code) { return park(std_reason(code)); }
 
 const zwchar *zGitErrLast() {
     const git_error *last = git_error_last();
-    return last && last->message ? zStrfromutf8(last->message) : u"";
+    return zStrsafeW(last ? zStrfromutf8(last->message) : nullptr);
 }
 
 const zwchar *zUvErrReason(int32_t code) { return park(uv_reason(code)); }

@@ -48,11 +48,12 @@ bool start_catalogues(const zwchar *lang) {
 
 bool start(const zwchar *lang, const zwchar *locale) {
     if (locale) set_locale(locale);
-    if (int code = git_libgit2_init(); code <= 0) return fail_git(code);
-    if (settings_load() && start_catalogues(lang)) return true;
+    const int code = git_libgit2_init();
+    if (code > 0 && settings_load() && start_catalogues(lang)) return true;
+    if (code <= 0) fail_git(code);
     zI18nDeinit();
-    git_libgit2_shutdown();
-    return false; // the thread's error record tells why and is kept
+    git_libgit2_shutdown(); // a failed start of libgit2 counts too, the next one would do nothing
+    return false;           // the thread's error record tells why and is kept
 }
 
 constexpr uint64_t kRing = 1024; // parkings that a temporary result outlives

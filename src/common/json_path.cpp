@@ -100,7 +100,15 @@ Json *zJsonPathGet(Json *root, const zwchar *path) {
 bool zJsonPathExists(Json *root, const zwchar *path) { return zJsonPathGet(root, path); }
 
 bool zJsonPathRemove(Json *root, const zwchar *path) {
-    zJsonFree(zJsonPathGet(root, path));
+    Json *node = zJsonPathGet(root, path);
+    if (!node) return true;
+    // By its name: a node alone would have to be searched for in its object.
+    WideView last;
+    Names names(path);
+    for (WideView name = names.next(); !name.empty(); name = names.next()) last = name;
+    Members *object = members(node->parent);
+    object->remove(object->slot(last));
+    json_drop(node);
     return true;
 }
 

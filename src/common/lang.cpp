@@ -86,7 +86,8 @@ Json *load(const zwchar *file, const zwchar *asked) {
 Json *lookup(const zwchar *language) {
     if (Json *known = zJsonObjectAt(catalogues->languages.get(), language)) return known;
     if (Json *loaded = load(language, language)) return loaded;
-    if (!catalogues->fallback) catalogues->fallback = load(kGlobal, language);
+    if (!catalogues->fallback && !zStrsameW(language, kGlobal))
+        catalogues->fallback = load(kGlobal, language);
     return catalogues->fallback;
 }
 

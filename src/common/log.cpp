@@ -136,14 +136,24 @@ void rotate(const zwchar *path) {
     os::move(path, archive, false);
 }
 
+// A new file is as open to others as its directory: where every user's programs log, none may
+// be refused because of who came first.
+void open_to_others(FILE *file, const zwchar *directory) {
+    struct stat own, above;
+    if (!os::fd_stat(fileno(file), &own) || own.st_size || !os::stat(directory, &above)) return;
+    const mode_t mode = (own.st_mode & 0777) | (above.st_mode & 0066);
+    if (mode != (own.st_mode & 0777)) os::fd_mode(fileno(file), mode);
+}
+
 bool append_to_file(const zwchar *name, const char *bytes, size_t count) {
-    zwchar path[Z_PATH_MAX];
-    zPathGetLog(path);
-    zDirMake(path, true);
-    if (!path_join(path, path, name)) return false;
+    zwchar directory[Z_PATH_MAX], path[Z_PATH_MAX];
+    zPathGetLog(directory);
+    zDirMake(directory, true);
+    if (!path_join(path, directory, name)) return false;
     rotate(path);
     FILE *file = zFileOpen(path, u"a");
     if (!file) return false;
+    open_to_others(file, directory);
     fwrite(bytes, 1, count, file); // buffered whole: closing makes it one write
     zFileClose(file);
     return true;

@@ -42,9 +42,12 @@ template <class C> struct Set {
     bool inverted;
 
     bool contains(C unit) const {
+        using Unit = std::make_unsigned_t<C>; // ranges of bytes go on beyond ASCII
+        const auto value = static_cast<Unit>(unit);
         for (const C *at = first; at < last; ++at) {
             if (at + 2 < last && at[1] == '-') {
-                if (unit >= at[0] && unit <= at[2]) return !inverted;
+                if (value >= static_cast<Unit>(at[0]) && value <= static_cast<Unit>(at[2]))
+                    return !inverted;
                 at += 2;
             } else if (*at == unit)
                 return !inverted;

@@ -30,7 +30,7 @@ bool need_conf() {
 bool make_logs() {
     zwchar logs[Z_PATH_MAX];
     zPathGetLog(logs);
-    if (!zDirMake(logs, true)) return zSetErrorMsg(u"%s", logs), false;
+    if (!zDirMake(logs, true)) return false;
     if (zPathDirExists(logs)) return true; // a file of that name passes for made
     return zRaiseStdErr(static_cast<int32_t>(Err::notdir), u"%s", logs), false;
 }

@@ -41,8 +41,11 @@ bool write_blob(FILE *file, const Blob *blob, git_filter_list *filters) {
 }
 
 // Puts the blob in place of the file at the path. What stands there is replaced, a symbolic link
-// too, never followed.
+// too, never followed; a file that refuses writing is left alone.
 bool replace_with(const Blob *blob, const zwchar *path, git_filter_list *filters) {
+    struct stat status;
+    if (os::lstat(path, &status) && S_ISREG(status.st_mode) && !os::writable(path))
+        return fail_errno(path);
     os::Replacement aside(path);
     FILE *file = aside ? aside.file() : nullptr;
     if (!file) return fail_errno(path);

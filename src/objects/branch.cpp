@@ -13,7 +13,6 @@
 #include <string>
 #include <string_view>
 
-
 using namespace zev;
 
 namespace {

@@ -104,7 +104,7 @@ class Deflater {
 };
 
 void put_object_header(std::string &target, git_object_t type, size_t size) {
-    auto byte = static_cast<unsigned char>(type << 4 | (size & 15));
+    auto byte = static_cast<unsigned char>(static_cast<unsigned>(type) << 4 | (size & 15));
     for (size >>= 4; size; size >>= 7) {
         target += static_cast<char>(byte | 0x80);
         byte = size & 0x7F;
@@ -201,6 +201,7 @@ class Bulk : public git_odb_backend {
     bool close_pack(Digest &digest);
     bool install(const Digest &digest);
     bool inflate_at(char *target, const Entry &entry);
+    bool seek(uint64_t offset);
 
     std::u16string directory_; // with a last slash
     bool on_ = false;
@@ -211,7 +212,7 @@ class Bulk : public git_odb_backend {
     std::u16string path_; // of the growing pack
     File file_;
     uint64_t end_ = 0; // where the next object goes
-    int broken_ = 0;   // errno of a write that failed: what follows would lie at wrong offsets
+    int broken_ = 0;   // errno of what failed half-way: the rest must not count as whole
     std::string scratch_;
     std::unique_ptr<Deflater> deflater_;
 };
@@ -300,6 +301,8 @@ const Entry *Bulk::find(const git_oid *id) const {
 
 int Bulk::add(const git_oid *id, const void *bytes, size_t size, git_object_t type) {
     if (find(id)) return 0;
+    // libgit2 turns to its own backend when this one fails, and its caller never hears of it.
+    Finally half([&] { broken_ = broken_ ? broken_ : ENOMEM; });
     if (!file_ && (entries_.size() >= kFewObjects || held_bytes_ + size > kFewBytes) &&
         !open_pack())
         return GIT_ERROR;
@@ -311,6 +314,7 @@ int Bulk::add(const git_oid *id, const void *bytes, size_t size, git_object_t ty
     }
     entries_.push_back(entry);
     places_.emplace(*id, entries_.size() - 1);
+    half.cancel();
     return 0;
 }
 
@@ -323,7 +327,8 @@ bool Bulk::open_pack() {
     path_ = directory_ + u"tmp_pack_" + digits;
     deflater_ = std::make_unique<Deflater>();
     file_.reset(os::open(path_.c_str(), u"w+bx"));
-    if (!file_) return git_error_set_str(GIT_ERROR_OS, strerrordesc_np(errno)), false;
+    if (!file_) broken_ = errno;
+    if (broken_) return git_error_set_str(GIT_ERROR_OS, strerrordesc_np(broken_)), false;
     setvbuf(file_.get(), nullptr, _IOFBF, 1 << 18);
     end_ = fwrite("PACK\0\0\0\2\0\0\0\0", 1, kHeaderBytes, file_.get());
     for (size_t n = 0; n < held_.size(); ++n)
@@ -354,12 +359,19 @@ bool Bulk::load(char *target, const Entry &entry) {
     return true;
 }
 
+// A stream whose seek fails has dropped what it was to write before.
+bool Bulk::seek(uint64_t offset) {
+    if (os::seek(file_.get(), static_cast<int64_t>(offset), SEEK_SET)) return true;
+    broken_ = errno;
+    return false;
+}
+
 // The cursor goes back to the end: the next object is appended there.
 bool Bulk::inflate_at(char *target, const Entry &entry) {
-    if (!os::seek(file_.get(), static_cast<int64_t>(entry.offset), SEEK_SET)) return false;
-    Finally back([&] { os::seek(file_.get(), static_cast<int64_t>(end_), SEEK_SET); });
-    while (fgetc(file_.get()) & 0x80 && !feof(file_.get())) {
-    }
+    if (broken_ || !seek(entry.offset)) return false;
+    Finally back([&] { seek(end_); });
+    for (int byte = 0x80; byte & 0x80;)
+        if ((byte = fgetc(file_.get())) == EOF) return false;
     z_stream state{};
     if (inflateInit(&state) != Z_OK) return false;
     Finally end([&] { inflateEnd(&state); });
@@ -423,14 +435,19 @@ bool Bulk::install(const Digest &digest) {
     const std::u16string name = directory_ + u"pack-" + hex;
     const std::string index = pack_index(entries_, digest);
     errno = 0;
-    return !index.empty() && os::move(path_.c_str(), (name + u".pack").c_str(), true) &&
-           os::replace_file((name + u".idx").c_str(), index.data(), index.size(), 0444);
+    struct stat status;
+    const std::u16string pack_name = name + u".pack", index_name = name + u".idx";
+    if (index.empty() || !os::move(path_.c_str(), pack_name.c_str(), true)) return false;
+    if (os::replace_file(index_name.c_str(), index.data(), index.size(), 0444)) return true;
+    const int kept = errno; // a pack without an index would lie there for ever
+    if (!os::lstat(index_name.c_str(), &status) && errno == ENOENT) os::unlink(pack_name.c_str());
+    return errno = kept, false;
 }
 
 bool Bulk::finish(git_odb *odb) {
     Finally dropped([&] { drop(); });
-    if (!file_) return write_loose(odb);
     if (broken_) return errno = broken_, fail_pack(path_);
+    if (!file_) return write_loose(odb);
     Digest digest{};
     if (!close_pack(digest) || !install(digest)) return fail_pack(path_);
     int code = git_odb_refresh(odb);
@@ -451,10 +468,11 @@ std::unique_ptr<BulkWriter> BulkWriter::begin(Repository *repository) try {
             return fail_git(code), nullptr;
         bulk = made.release();
     }
-    const bool inner = bulk->on();
-    if (!inner && !bulk->begin(odb.get())) return nullptr;
-    auto *writer = new BulkWriter(std::move(odb), inner ? nullptr : bulk);
-    return std::unique_ptr<BulkWriter>(writer);
+    std::unique_ptr<BulkWriter> writer(new BulkWriter(std::move(odb)));
+    if (bulk->on()) return writer;
+    if (!bulk->begin(writer->odb_.get())) return nullptr;
+    writer->bulk_ = bulk;
+    return writer;
 } catch (...) {
     return fail_thrown(), nullptr;
 }

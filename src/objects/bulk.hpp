@@ -23,9 +23,9 @@ class BulkWriter {
     bool finish();
 
   private:
-    BulkWriter(git::Odb odb, Bulk *bulk) : odb_(std::move(odb)), bulk_(bulk) {}
-    git::Odb odb_; // keeps the bulk, which is one of its backends
-    Bulk *bulk_;   // null when done, or inside of another one
+    explicit BulkWriter(git::Odb odb) : odb_(std::move(odb)) {}
+    git::Odb odb_;         // keeps the bulk, which is one of its backends
+    Bulk *bulk_ = nullptr; // null when done, or inside of another one
 };
 
 // git_odb_write for a blob, without the look around the disk that libgit2 does for each object.

@@ -147,15 +147,15 @@ Failure fail_walk(Here at = {}) {
 namespace zev {
 
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
-                      Tree *tree, bool sync_after) try {
+                      Tree *tree, const std::function<bool()> &before_move) try {
     NewCommit commit{.repository = tree->owner, .tree = tree};
     commit.author = user_text(author);
     commit.message = user_text(message);
     if (!commit.sign() || !commit.find_reference(reference) || !commit.write() || !commit.sync() ||
-        !commit.move_reference())
+        (before_move && !before_move()) || !commit.move_reference())
         return nullptr;
     // The commit stands whether or not this succeeds; all that it needs is on the disk.
-    if (commit.moves && sync_after && !commit.sync()) log_raised(kWarning);
+    if (commit.moves && !commit.sync()) log_raised(kWarning);
     return wrap<Commit>(git::Object(reinterpret_cast<git_object *>(commit.made.release())),
                         tree->owner);
 } catch (...) {
@@ -167,7 +167,7 @@ Commit *commit_create(const zwchar *reference, const zwchar *author, const zwcha
 Commit *zCommitCreate(const zwchar *reference, const zwchar *author, const zwchar *message,
                       Tree *tree) {
     if (!author || !message || !tree) return fail_args();
-    return commit_create(reference, author, message, tree, true);
+    return commit_create(reference, author, message, tree);
 }
 
 Commit *zCommitByid(Repository *repository, const Oid *id) {

@@ -2,11 +2,13 @@
 
 #include "objects/records.hpp"
 
+#include <functional>
+
 namespace zev {
 
-// zCommitCreate for a caller that has more to write: without `sync_after` he syncs the tree
-// himself once index and reference are on their way. Arguments are checked.
+// zCommitCreate for a caller with work of his own between the first sync and the move of the
+// reference: false from `before_move` ends it there. Arguments are checked.
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
-                      Tree *tree, bool sync_after);
+                      Tree *tree, const std::function<bool()> &before_move = {});
 
 } // namespace zev

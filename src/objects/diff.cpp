@@ -1,3 +1,5 @@
+// Comparing trees, or a tree and an index. The comparison is libgit2's; paths are selected by our
+// own matcher, and renames found here, since only identical content counts as one.
 #include "objects/diff.hpp"
 
 #include "common/utf.hpp"
@@ -58,6 +60,7 @@ std::unique_ptr<DiffEntry> make_entry(const git_diff_delta &delta) {
 
 // ---- One comparison, step by step
 
+// A spec without options asks for changes only; one with options names what is left out in full.
 uint32_t comparison_flags(uint32_t options) {
     if (!options) options = Z_SPEC_NO_UNCHANGED;
     uint32_t flags = GIT_DIFF_IGNORE_CASE;
@@ -127,6 +130,7 @@ class Renames {
     std::vector<const git_diff_delta *> from_;
 };
 
+// Of the added file's entry, to which the side comes that libgit2 filed as deleted.
 std::unique_ptr<DiffEntry> make_rename(const git_diff_delta &from, const git_diff_delta &to) {
     auto entry = make_entry(to);
     entry->status = Z_KIND_RENAMED;
@@ -152,14 +156,15 @@ DiffListPtr copy_deltas(const git_diff *diff, bool renames, const Cancel &cancel
     return list;
 }
 
-// A comparison by `run`, which gets options and gives a git_diff.
-template <class F> DiffList *compare(PathSpec *spec, DiffCancel wanted, F run) {
+// A comparison by `run`, which gets options and gives a git_diff. Whether libgit2 disregards case
+// there, as it does between trees, decides whether it can be told names.
+template <class F> DiffList *compare(PathSpec *spec, DiffCancel wanted, bool caseless, F run) {
     const uint32_t options = spec_options(spec);
     git_diff_options how;
     git_diff_options_init(&how, GIT_DIFF_OPTIONS_VERSION);
     how.flags = comparison_flags(options);
     DiffLimit limit(spec, how);
-    limit.narrow_caseless();
+    if (caseless) limit.narrow_caseless();
     Cancel cancel{wanted};
     cancel.install(how);
     git::Diff diff;
@@ -180,7 +185,7 @@ git_tree *handle_of(Tree *tree) { return tree ? tree->handle.get() : nullptr; }
 DiffList *zDiffTreeToTree(Tree *old_tree, Tree *new_tree, PathSpec *spec, DiffCancel cancel) try {
     if (!old_tree && !new_tree) return fail_args();
     git_repository *repository = (old_tree ? old_tree : new_tree)->owner->handle.get();
-    return compare(spec, cancel, [&](git_diff **diff, const git_diff_options *how) {
+    return compare(spec, cancel, true, [&](git_diff **diff, const git_diff_options *how) {
         return git_diff_tree_to_tree(diff, repository, handle_of(old_tree), handle_of(new_tree),
                                      how);
     });
@@ -192,7 +197,7 @@ DiffList *zDiffTreeToIndex(Repository *repository, Tree *tree, Index *index, Pat
                            DiffCancel cancel) try {
     if (!repository && !tree && !index) return fail_args();
     if (!repository) repository = tree ? tree->owner : index->owner;
-    return compare(spec, cancel, [&](git_diff **diff, const git_diff_options *how) {
+    return compare(spec, cancel, false, [&](git_diff **diff, const git_diff_options *how) {
         return git_diff_tree_to_index(diff, repository->handle.get(), handle_of(tree),
                                       index ? index->handle.get() : nullptr, how);
     });

@@ -28,7 +28,9 @@ std::unique_ptr<DiffFile> dup_file(const DiffFile *file) {
 const DiffFile *file_of(const DiffEntry *entry, bool old_side) {
     const auto &own = old_side ? entry->old_file : entry->new_file;
     const auto &other = old_side ? entry->new_file : entry->old_file;
-    return own ? own.get() : other.get();
+    if (own || other) return own ? own.get() : other.get();
+    static const DiffFile none{{}, Wide(zStrdupW(u"")), 0, 0, 0, 0};
+    return &none; // a record of history may hold a change without sides
 }
 
 const DiffEntry *entry_at(const DiffList *list, uint64_t position) {
@@ -93,6 +95,7 @@ void diff_list_append(DiffList *list, std::unique_ptr<DiffEntry> entry) {
     list->by_path.reset();
 }
 
+// A deleted file has no new side: its old path counts.
 bool diff_entry_passes(const DiffEntry &entry, PathSpec *spec) {
     if (!spec) return true;
     return !spec_leaves_out(spec, entry.status) && selects(spec, file_of(&entry, false));

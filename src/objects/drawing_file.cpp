@@ -344,11 +344,19 @@ Drawing *zDrawingRead(const zwchar *path) try {
 }
 
 // A file that refuses writing is left alone: it would not be opened either, only be replaced.
+// Rows that a manifest names are on the disk before it is.
+static bool sync_rows(const zwchar *path) {
+    zwchar directory[Z_PATH_MAX];
+    const bool below = zPathRemoveLast(directory, path);
+    return os::sync_tree(below ? directory : u".") || fail_errno(path);
+}
+
 bool zDrawingWrite(Drawing *drawing, const zwchar *path) try {
     if (!drawing || !path) return fail_args();
     std::vector<uint8_t> bytes;
     if (!encode_drawing(*drawing, bytes)) return false;
     if (zPathExists(path) && !zPathFileWritable(path)) return errno = EACCES, fail_errno(path);
+    if (!sync_rows(path)) return false;
     return os::replace_file(path, bytes.data(), bytes.size()) || fail_errno(path);
 } catch (...) {
     return fail_thrown();

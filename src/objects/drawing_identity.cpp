@@ -6,10 +6,12 @@
 #include "system/errno.hpp"
 #include "system/os.hpp"
 
+#include "zev/oid.h"
 #include "zev/path.h"
 #include "zev/repository.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <numeric>
 #include <string>
 #include <tuple>
@@ -124,17 +126,21 @@ class Confirmation {
             else
                 lookup.fail(); // raised, and the key stays behind
         }
-        if (batch.flush() && zDrawingTableBackwardRefSet(own_.get(), nullptr, relative_) &&
-            (os::sync_tree(own_->path.get()) || fail_errno(own_->path.get())))
+        if (batch.flush() && zDrawingTableBackwardRefSet(own_.get(), nullptr, relative_))
             return true;
         discard_table(std::move(own_));
         return false;
     }
 
+    // A file that refuses the new table leaves nobody who names it. One that can't be read now may
+    // name it.
     bool rebind() {
         drawing_->table = own_->id;
-        own_.reset();
-        return zDrawingWrite(drawing_.get(), path_);
+        if (zDrawingWrite(drawing_.get(), path_)) return true;
+        Oid named;
+        if (zDrawingDetect(&named, path_) && !zOidIsEqual(&named, &own_->id))
+            discard_table(std::move(own_));
+        return false;
     }
 
     const zwchar *path_;
@@ -163,6 +169,7 @@ using namespace zev;
 
 bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path) try {
     if (!table || !path) return fail_args();
+    if (zStrlenW(path) >= Z_PATH_MAX) return fail_std(ENAMETOOLONG); // never cut
     zwchar stored[Z_PATH_MAX];
     if (!(base ? relative_to(stored, path, base) : zPathReplaceBackslash(stored, path)))
         return false;

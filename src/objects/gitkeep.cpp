@@ -47,8 +47,9 @@ class Keeping {
                !os::lstat(full_path(index_->owner, directory + "/.git").c_str(), &status);
     }
 
+    // Only where there is nothing: through a link it would empty another file.
     static void make(const std::u16string &full) {
-        Owned<FILE, fclose> file(os::open(full.c_str(), u"w+"));
+        Owned<FILE, fclose> file(os::open(full.c_str(), u"w+x"));
         if (!file) fail_errno(full.c_str());
     }
 
@@ -62,7 +63,7 @@ bool zIndexFixupGitkeep(Index *index, const zwchar *path) try {
     if (!index || !path) return fail_args();
     std::string name = to_utf8(path);
     while (!name.empty() && name.back() == '/') name.pop_back();
-    if (!check_path(name)) return false;
+    if (!check_path(name) || !check_above(index, to_wide(name).c_str())) return false;
     Keeping keeping(index);
     struct stat status;
     const bool is_dir =

@@ -6,7 +6,9 @@
 #include "objects/pathspec.hpp"
 #include "objects/strict.hpp"
 #include "objects/sweep.hpp"
+#include "system/errno.hpp"
 #include "system/flock.hpp"
+#include "system/os.hpp"
 #include "zev/path.h"
 #include "zev/repository.h"
 #include "zev/status.h"
@@ -37,6 +39,7 @@ Lock lock_index(Repository *repository) {
 
 namespace zev {
 
+// A file that can't be read now leaves what is in memory, as a status always did.
 void index_refresh(Index *index) {
     if (index->lock || index->dirty || !git_index_path(index->handle.get())) return;
     if (git_index_read(index->handle.get(), false) < 0) git_error_clear();
@@ -48,7 +51,7 @@ bool index_write(Index *index) {
     int code = git_index_write(index->handle.get());
     if (code < 0) return fail_git(code);
     index->dirty = false;
-    return true;
+    return index->written = true;
 }
 
 } // namespace zev
@@ -83,6 +86,7 @@ Index *zIndexHead(Repository *repository, bool lock) {
     return index.release();
 }
 
+// An unborn head has no tree, and its index no entries.
 Index *zIndexByref(Repository *repository, const zwchar *reference) {
     if (!repository) return fail_args();
     const bool head = !reference || std::u16string_view(reference) == u"HEAD";
@@ -139,8 +143,11 @@ bool zIndexRead(Index *index, bool force) {
     return true;
 }
 
+// What the index names is on the disk before it is; a later commit trusts its entries.
 bool zIndexWrite(Index *index) {
     if (!index) return fail_args();
+    const zwchar *path = zRepositoryPath(index->owner);
+    if (index->dirty && !(path && (os::sync_tree(path) || fail_errno(path)))) return false;
     return index_write(index);
 }
 
@@ -173,6 +180,7 @@ bool zIndexWalk(Index *index, IndexCallback callback, void *context) {
     return true;
 }
 
+// A client that holds part of a project writes trees of blobs that it lacks: no questions asked.
 Tree *zIndexWriteTree(Index *index) {
     if (!index) return fail_args();
     git_oid id;
@@ -189,13 +197,14 @@ Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *a
                           const zwchar *message) {
     if (!index || !author || !message) return fail_args();
     Owned<Tree, zTreeFree> tree(zIndexWriteTree(index));
-    return tree ? commit_create(reference, author, message, tree.get(), true) : nullptr;
+    return tree ? commit_create(reference, author, message, tree.get()) : nullptr;
 }
 
 // ---- Asking
 
 StatusList *zIndexStatus(Index *index, PathSpec *spec) { return zStatusListBuild(index, spec); }
 
+// Unchanged files are part of a status, so a tracked one counts.
 bool zIndexIsStaged(Index *index, const zwchar *path) {
     if (!index || !path) return fail_args();
     Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(path, Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED));

@@ -41,20 +41,20 @@ std::u16string full_path(const Repository *repository, std::string_view path);
 
 // ---- Names that differ in case only
 //
-// One Windows machine in a team can't hold both, so the second is kept out. The set of folded
-// names is built when the first new name comes; hash collisions and names that went since are
-// told apart by a look at the entries.
+// One Windows machine in a team can't hold both, so the second is kept out. The hashes of folded
+// names, one an entry, are gathered when the first new name comes; a look at the entries tells
+// collisions apart.
 class CaseNames {
   public:
     bool has_twin(git_index *index, std::string_view path);
-    void entered(git_index *index, std::string_view path); // a new entry
-    void left(git_index *index);                           // an entry went
+    void entered(git_index *index, std::string_view path);           // a new entry
+    void left(git_index *index, std::string_view path, size_t gone); // its entries went
 
   private:
     void build(git_index *index);
     uint64_t hash(std::string_view path);
 
-    std::unordered_set<uint64_t> hashes_;
+    std::unordered_multiset<uint64_t> hashes_;
     size_t count_ = SIZE_MAX; // of entries when last looked at: others may change the index too
     std::u16string scratch_;
 };
@@ -128,7 +128,11 @@ class Stager {
 // By a path that the caller named: false unless staged, with the reason raised.
 bool stage_named(Index *index, Stager &stager, const char *path);
 
-// Folds the content of a directory's entries away: all below `path`, at every stage.
+// Whether a path that a caller named lies in the work directory itself, not behind a link: what is
+// there is not ours, and entering it would put the link's own entry out. Raises class 2.
+bool check_above(const Index *index, const zwchar *path); // may throw
+
+// Drops the entries of a directory: all below `path`, at every stage.
 bool index_drop_below(Index *index, std::string_view path);
 
 } // namespace zev

@@ -2,6 +2,7 @@
 #include "objects/index.hpp"
 
 #include "common/utf.hpp"
+#include "objects/bulk.hpp"
 #include "objects/notify.hpp"
 #include "objects/status.hpp"
 #include "system/os.hpp"
@@ -31,10 +32,13 @@ class Adding {
         : index_(index), spec_(spec), notify_(notify), stager_(index, notify) {}
 
     bool compare(uint32_t flags);
-    bool add();     // with reports
-    bool refresh(); // tracked files only
+    bool add(); // with reports
+    bool refresh();
 
   private:
+    template <class F> bool in_bulk(F work);
+    bool add_all();
+    bool refresh_all(); // tracked files only
     size_t count() const { return git_diff_num_deltas(diff_.get()); }
     bool add_one(const char *path);
 
@@ -59,7 +63,19 @@ bool Adding::compare(uint32_t flags) {
     return code < 0 ? fail_git(code) : true;
 }
 
+// Whatever was entered must be in the store, even if the operation fails later on.
+template <class F> bool Adding::in_bulk(F work) {
+    auto bulk = BulkWriter::begin(index_->owner);
+    if (!bulk) return false;
+    const bool done = work();
+    return bulk->finish() && done;
+}
+
 bool Adding::add() {
+    return in_bulk([this] { return add_all(); });
+}
+
+bool Adding::add_all() {
     for (size_t i = 0; i < count(); ++i) {
         if (zNotifyIsUsrbrk(notify_)) return zRaiseCanceled(nullptr), false;
         if (!add_one(git_diff_get_delta(diff_.get(), i)->new_file.path)) return false;
@@ -84,6 +100,10 @@ bool Adding::add_one(const char *path) {
 }
 
 bool Adding::refresh() {
+    return in_bulk([this] { return refresh_all(); });
+}
+
+bool Adding::refresh_all() {
     for (size_t i = 0; i < count(); ++i) {
         const char *path = git_diff_get_delta(diff_.get(), i)->new_file.path;
         const Staging done = stager_.stage(path);
@@ -99,6 +119,7 @@ bool Adding::refresh() {
     return true;
 }
 
+// The matcher is made here, before anybody is told of a start.
 bool has_patterns(PathSpec *spec) {
     if (zPathSpecCount(spec) == 0) return zRaiseNotFound(nullptr), false;
     spec_matcher(spec);

@@ -1,13 +1,22 @@
 // Commit: the whole index, or head with what a spec selects, whatever else is staged.
+//
+// The order in which things reach the disk, for a crash at any point:
+//   1. blobs and trees, in one pack if they are many, and the commit; then all of it is synced
+//   2. the index: what is to be committed shows as staged
+//   3. the index's saved copy expires: recovery no longer puts the old index back
+//   4. the reference moves, and the commit stands; then index and reference are synced
+// So an index names only what is on the disk, and is never older than head. If it were, the files
+// of the commit would show as staged back to what they were, and the next commit of the whole
+// would undo this one. A crash between 2 and 4 leaves them staged, to be committed again.
 #include "objects/index.hpp"
 
 #include "common/utf.hpp"
+#include "objects/bulk.hpp"
 #include "objects/commit.hpp"
 #include "objects/notify.hpp"
 #include "objects/status.hpp"
 #include "objects/strict.hpp"
-#include "system/errno.hpp"
-#include "system/os.hpp"
+#include "system/flock.hpp"
 #include "zev/commit.h"
 #include "zev/repository.h"
 #include "zev/tree.h"
@@ -22,11 +31,13 @@ namespace {
 using TreePtr = Owned<Tree, zTreeFree>;
 using CommitPtr = Owned<Commit, zCommitFree>;
 
+constexpr int kWarning = 4; // of the log
+
 // A path that the commit changes, and how its file stood.
 struct Change {
     std::string path;
     int32_t kind;
-    bool staged; // the index already holds what the file holds
+    uint32_t word;
 };
 
 class PartialCommit {
@@ -34,6 +45,7 @@ class PartialCommit {
     PartialCommit(Index *index, PathSpec *spec) : index_(index), spec_(spec), stager_(index) {}
 
     bool find_changes();
+    bool check_kinds() const;
     bool drop_deleted();
     bool stage_changed();
     TreePtr build_tree();
@@ -52,6 +64,7 @@ class PartialCommit {
     std::vector<Change> changes_;
 };
 
+// The index already holds what the file holds: it need not be read and stored once more.
 bool is_staged(uint32_t word) {
     constexpr uint32_t kIndex = GIT_STATUS_INDEX_NEW | GIT_STATUS_INDEX_MODIFIED;
     return word != 0 && (word & ~kIndex) == 0;
@@ -66,7 +79,7 @@ bool PartialCommit::find_changes() {
     StatusScan scan(index_, wanted.get());
     if (scan.run())
         scan.each([&](const StatusItem &item) {
-            changes_.push_back({item.path, item.kind, is_staged(item.word)});
+            changes_.push_back({item.path, item.kind, item.word});
             return 0;
         });
     if (!changes_.empty()) return true;
@@ -74,6 +87,28 @@ bool PartialCommit::find_changes() {
     return false;
 }
 
+// What a change is called to the user. A state without a kind is one of the disk alone.
+const zwchar *name_of(const Change &change) {
+    if (change.word & GIT_STATUS_WT_TYPECHANGE) return zStatusName(Z_KIND_TYPECHANGE);
+    if (change.word & GIT_STATUS_WT_UNREADABLE) return zStatusName(Z_KIND_UNREADABLE);
+    return zStatusName(change.kind);
+}
+
+// A conflict, and a file that became a link or can't be read, is for the user to decide on: by
+// adding it he says that it is meant.
+bool PartialCommit::check_kinds() const {
+    for (const Change &change : changes_) {
+        const bool known = is_gone(change) || change.kind == Z_KIND_ADDED ||
+                           change.kind == Z_KIND_MODIFIED || change.kind == Z_KIND_IGNORED ||
+                           change.kind == Z_KIND_UNTRACKED;
+        if (!known)
+            return zRaiseInvalidArgs(u"%hs (%s)", change.path.c_str(), name_of(change)), false;
+    }
+    return true;
+}
+
+// Before anything is staged: a file may take the name of a directory that goes, or the other
+// way round.
 bool PartialCommit::drop_deleted() {
     for (auto change = changes_.rbegin(); change != changes_.rend(); ++change)
         if (is_gone(*change) && !index_drop(index_, change->path.c_str())) return false;
@@ -81,16 +116,14 @@ bool PartialCommit::drop_deleted() {
 }
 
 bool PartialCommit::stage_changed() {
-    for (const Change &change : changes_) {
-        if (is_gone(change)) continue;
-        const bool known = change.kind == Z_KIND_ADDED || change.kind == Z_KIND_MODIFIED ||
-                           change.kind == Z_KIND_IGNORED || change.kind == Z_KIND_UNTRACKED;
-        if (!known) return zRaiseInvalidArgs(u"%hs", change.path.c_str()), false;
-        if (!change.staged && !stage_named(index_, stager_, change.path.c_str())) return false;
-    }
+    for (const Change &change : changes_)
+        if (!is_gone(change) && !is_staged(change.word) &&
+            !stage_named(index_, stager_, change.path.c_str()))
+            return false;
     return true;
 }
 
+// What to do to head's tree, by entries that the index holds by now.
 std::vector<git_tree_update> PartialCommit::updates() const {
     std::vector<git_tree_update> updates;
     for (const Change &change : changes_) {
@@ -147,30 +180,54 @@ TreePtr PartialCommit::build_tree() {
     return tree ? std::move(tree) : rebuild();
 }
 
-// Reference first, then the index: until the reference moved, a failure leaves both as they were.
+// The index's file as it was; the failure that led here stays the one that is told. Freeing the
+// index reads what then stands there.
+void put_back(Index *index) {
+    const int32_t error_class = zErrorClass(), code = zErrorCode();
+    const std::u16string message = zErrorMsg(), reason = zErrorReason();
+    const bool undone = zFlockUndo(index->lock.get());
+    if (!undone) log_raised(kWarning);
+    zRaiseError(error_class, code, message.c_str(), reason.c_str());
+    index->written = !undone;
+    index->dirty = true;
+}
+
+// The commit, and the index before its reference moves. The saved copy is that of the lock's first
+// write. If the caller has written since, going back to it would take his work too; then what was
+// staged on the way stays staged.
 CommitPtr finish(Index *index, const zwchar *reference, const zwchar *author, const zwchar *message,
                  Tree *tree, bool writes) {
-    CommitPtr commit(commit_create(reference, author, message, tree, false));
-    if (!commit || (writes && !index_write(index))) return nullptr;
-    const zwchar *path = zRepositoryPath(index->owner);
-    if (!path || !os::sync_tree(path)) return CommitPtr(fail_errno(path));
+    Flock *lock = index->lock.get();
+    const bool can_go_back = lock && !index->written;
+    CommitPtr commit(commit_create(reference, author, message, tree, [&] {
+        return (!writes || index_write(index)) && (!lock || flock_expire(lock));
+    }));
+    if (!commit && can_go_back && index->written) put_back(index);
     return commit;
 }
 
 } // namespace
 
+// The tree to commit, in the store with all that it names.
+static TreePtr tree_to_commit(Index *index, PathSpec *spec) {
+    auto bulk = BulkWriter::begin(index->owner);
+    if (!bulk) return nullptr;
+    TreePtr tree;
+    if (!spec) {
+        tree.reset(zIndexWriteTree(index));
+    } else {
+        PartialCommit commit(index, spec);
+        if (commit.find_changes() && commit.check_kinds() && commit.drop_deleted() &&
+            commit.stage_changed())
+            tree = commit.build_tree();
+    }
+    return bulk->finish() ? std::move(tree) : nullptr;
+}
+
 Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *reference, const zwchar *author,
                      const zwchar *message) try {
     if (!index || !author || !message) return fail_args();
-    TreePtr tree;
-    if (spec) {
-        PartialCommit commit(index, spec);
-        if (!commit.find_changes() || !commit.drop_deleted() || !commit.stage_changed())
-            return nullptr;
-        tree = commit.build_tree();
-    } else {
-        tree.reset(zIndexWriteTree(index));
-    }
+    TreePtr tree = tree_to_commit(index, spec);
     if (!tree) return nullptr;
     // Writing the whole also keeps what the index has learned of its trees.
     const bool writes = !spec || index->dirty;

@@ -25,6 +25,7 @@ IndexEntry *make_entry(const git_index_entry &entry, const char *path) {
     return reinterpret_cast<IndexEntry *>(copy);
 }
 
+// A regular file is never executable here: bits on disk differ between the systems of a team.
 uint32_t mode_of(const struct stat &status) {
     if (S_ISREG(status.st_mode)) return GIT_FILEMODE_BLOB;
     if (S_ISLNK(status.st_mode)) return GIT_FILEMODE_LINK;
@@ -44,10 +45,10 @@ template <class T> T read_field(const IndexEntry *entry, T git_index_entry::*fie
     return git_entry(entry)->*field;
 }
 
+// Not by git_index_has_conflicts, which looks at every entry.
 bool is_conflicted(git_index *index, const char *path) {
     const git_index_entry *ancestor, *ours, *theirs;
-    return git_index_has_conflicts(index) &&
-           !git_index_conflict_get(&ancestor, &ours, &theirs, index, path);
+    return !git_index_conflict_get(&ancestor, &ours, &theirs, index, path);
 }
 
 } // namespace
@@ -103,9 +104,14 @@ void CaseNames::build(git_index *index) {
     for (size_t i = 0; i < count_; ++i) hashes_.insert(hash(git_index_get_byindex(index, i)->path));
 }
 
+// A hash beyond those of the path's own entries, which a conflict has, is only a hint.
 bool CaseNames::has_twin(git_index *index, std::string_view path) {
     if (count_ != git_index_entrycount(index)) build(index);
-    if (!hashes_.contains(hash(path))) return false;
+    size_t others = hashes_.count(hash(path));
+    const std::string name(path);
+    for (int stage = 0; others && stage < 4; ++stage)
+        if (git_index_get_bypath(index, name.c_str(), stage)) --others;
+    if (!others) return false;
     const std::u16string wanted = scratch_;
     for (size_t i = 0; i < count_; ++i) {
         const char *other = git_index_get_byindex(index, i)->path;
@@ -116,6 +122,7 @@ bool CaseNames::has_twin(git_index *index, std::string_view path) {
     return false;
 }
 
+// Keep the count in step with changes of our own; after those of others the set is built anew.
 void CaseNames::entered(git_index *index, std::string_view path) {
     if (count_ + 1 == git_index_entrycount(index)) {
         hashes_.insert(hash(path));
@@ -123,8 +130,12 @@ void CaseNames::entered(git_index *index, std::string_view path) {
     }
 }
 
-void CaseNames::left(git_index *index) {
-    if (count_ == git_index_entrycount(index) + 1) --count_;
+// Hashes go too: a name that comes back would be searched for among all entries.
+void CaseNames::left(git_index *index, std::string_view path, size_t gone) {
+    if (count_ != git_index_entrycount(index) + gone) return;
+    count_ -= gone;
+    for (const uint64_t name = hash(path); gone > 0; --gone)
+        if (auto known = hashes_.find(name); known != hashes_.end()) hashes_.erase(known);
 }
 
 bool index_has_twin(Index *index, std::string_view path) {
@@ -136,22 +147,23 @@ bool index_has_twin(Index *index, std::string_view path) {
 
 bool index_enter(Index *index, const git_index_entry &entry) {
     git_index *handle = index->handle.get();
-    int code = 0;
-    if (git_index_entry_stage(&entry) == 0 && is_conflicted(handle, entry.path))
-        code = git_index_remove_bypath(handle, entry.path);
-    if (!code) code = git_index_add(handle, &entry);
+    if (git_index_entry_stage(&entry) == 0 && is_conflicted(handle, entry.path) &&
+        !index_drop(index, entry.path))
+        return false;
+    int code = git_index_add(handle, &entry);
     if (code < 0) return fail_git(code);
     if (index->names) index->names->entered(handle, entry.path);
     return index->dirty = true;
 }
 
+// libgit2 does not tell whether there was an entry; the count does.
 bool index_drop(Index *index, const char *path) {
     git_index *handle = index->handle.get();
     const size_t count = git_index_entrycount(handle);
     int code = git_index_remove_bypath(handle, path);
     if (code < 0) return fail_git(code);
     if (count == git_index_entrycount(handle)) return true;
-    if (index->names) index->names->left(handle);
+    if (index->names) index->names->left(handle, path, count - git_index_entrycount(handle));
     return index->dirty = true;
 }
 
@@ -214,6 +226,7 @@ bool zIndexEntrySetStage(IndexEntry *entry, int32_t stage) {
 
 // ---- In an index
 
+// Under the path that it has already an entry may always be replaced: the twin came first then.
 bool zIndexEntryAdd(Index *index, const IndexEntry *entry) try {
     if (!index || !entry || !git_entry(entry)->path) return fail_args();
     const git_index_entry &added = *git_entry(entry);
@@ -258,7 +271,8 @@ bool zIndexRemoveEntry(Index *index, const zwchar *path) try {
 
 bool zIndexRemoveDirectory(Index *index, const zwchar *path) try {
     if (!index || !path) return fail_args();
-    const std::string name = to_utf8(path);
+    std::string name = to_utf8(path);
+    while (name.ends_with('/')) name.pop_back();
     if (!git_index_find(nullptr, index->handle.get(), name.c_str())) return true;
     return index_drop_below(index, name);
 } catch (...) {

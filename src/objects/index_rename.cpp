@@ -1,3 +1,5 @@
+// Moving what is tracked. All that can be refused is refused before the disk is touched; after
+// that the old entries go first, since the new paths may lie where old ones did.
 #include "objects/index.hpp"
 
 #include "common/utf.hpp"
@@ -40,6 +42,7 @@ class Renaming {
 
     Index *index_;
     std::string from_, to_;
+    std::string conflict_; // a path in conflict that would have to move
     Stager stager_;
     std::vector<Moved> moved_;
 };
@@ -61,6 +64,7 @@ bool Renaming::find() {
                                   GIT_STATUS_WT_UNREADABLE;
     scan.each([&](const StatusItem &item) {
         const auto *entry = git_index_get_bypath(index_->handle.get(), item.path, 0);
+        if (item.kind == Z_KIND_CONFLICTED) conflict_ = item.path;
         if (entry && item.kind != Z_KIND_MISSING)
             moved_.push_back({item.path, *entry, (item.word & kWorkdir) == 0});
         return 0;
@@ -68,8 +72,12 @@ bool Renaming::find() {
     return true;
 }
 
-// Before anything moves.
+// Before anything moves. To move a conflict would be to resolve it: nobody has looked at the other
+// side yet.
 bool Renaming::can_enter() {
+    if (!conflict_.empty())
+        return zRaiseInvalidArgs(u"%hs (%s)", conflict_.c_str(), zStatusName(Z_KIND_CONFLICTED)),
+               false;
     for (const Moved &moved : moved_) {
         const std::string path = target(moved);
         if (!check_path(path)) return false;
@@ -78,12 +86,14 @@ bool Renaming::can_enter() {
     return true;
 }
 
+// From the end: what lies behind an entry moves when it goes.
 bool Renaming::drop_old() {
     for (auto moved = moved_.rbegin(); moved != moved_.rend(); ++moved)
         if (!index_drop(index_, moved->from.c_str())) return false;
     return true;
 }
 
+// In the order of paths, so that each lies behind the one before.
 bool Renaming::enter_new() {
     for (const Moved &moved : moved_)
         if (!enter(moved)) return false;

@@ -7,10 +7,13 @@
 
 #include "common/limits.hpp"
 #include "common/utf.hpp"
+#include "objects/bulk.hpp"
 #include "objects/pathname.hpp"
+#include "objects/workdir.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/notify.h"
+#include "zev/repository.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -77,7 +80,8 @@ bool Filters::may_apply(std::string_view path) {
     return in_directory(slash == path.npos ? "" : path.substr(0, slash + 1));
 }
 
-// `directory` is empty or ends in a slash.
+// Attributes of a directory hold for all below it, and count from the index where the work
+// directory lacks the file. `directory` is empty or ends in a slash.
 bool Filters::in_directory(std::string_view directory) {
     std::string key(directory);
     if (auto known = directories_.find(key); known != directories_.end()) return known->second;
@@ -95,6 +99,7 @@ bool Filters::in_directory(std::string_view directory) {
 
 // ---- Staging one file
 
+// A path that is tracked keeps its place; only a new one can be somebody's twin.
 Staging Stager::stage(const char *path) {
     if (!path_can_enter(path)) return Staging::refused;
     const git_index_entry *known = git_index_get_bypath(index_->handle.get(), path, 0);
@@ -170,7 +175,7 @@ Stager::Read Stager::store_whole(git_oid *id, FILE *file, size_t size) {
     const size_t count = fread(block_.data(), 1, size + 1, file);
     if (ferror(file)) return fail_errno(), Read::failed;
     if (count != size) return Read::changed;
-    int code = git_odb_write(id, odb_.get(), block_.data(), size, GIT_OBJECT_BLOB);
+    int code = write_blob(id, odb_.get(), block_.data(), size);
     return code < 0 ? (fail_git(code), Read::failed) : Read::done;
 }
 
@@ -189,6 +194,11 @@ Stager::Read Stager::store_blocks(git_oid *id, FILE *file, uint64_t size) {
     }
     if (!code) code = git_odb_stream_finalize_write(id, stream.get());
     return code < 0 ? (fail_git(code), Read::failed) : Read::done;
+}
+
+bool check_above(const Index *index, const zwchar *path) {
+    const zwchar *workdir = zRepositoryWorkdir(index->owner);
+    return workdir && check_links(workdir, path);
 }
 
 bool stage_named(Index *index, Stager &stager, const char *path) {
@@ -216,6 +226,7 @@ bool stage_named(Index *index, Stager &stager, const char *path) {
 
 bool zIndexAddBypath(Index *index, const zwchar *path) try {
     if (!index || !path) return fail_args();
+    if (!check_above(index, path)) return false;
     Stager stager(index);
     return stage_named(index, stager, to_utf8(path).c_str());
 } catch (...) {

@@ -63,6 +63,7 @@ const zwchar *pattern_at(const Vector *patterns, uint64_t index) {
 
 } // namespace
 
+// Most paths are ASCII and need no conversion.
 void fold_path(std::u16string &out, std::string_view path) {
     out.resize(path.size());
     size_t count = 0;
@@ -75,6 +76,7 @@ void fold_path(std::u16string &out, std::string_view path) {
     for (zwchar &unit : out) unit = folded(unit);
 }
 
+// Names go into one table, so that many of them cost a path one look-up a directory level.
 Matcher::Matcher(const Vector *patterns, bool literal) : patterns_(zVectorSize(patterns)) {
     for (uint64_t i = 0; i < patterns_; ++i) {
         const zwchar *pattern = pattern_at(patterns, i);
@@ -96,6 +98,7 @@ void Matcher::add_literal(std::u16string_view pattern) {
     add_name(without_slashes(pattern), below ? kBelow : kItself);
 }
 
+// A name without wildcards is kept as text too: libgit2 can be told it, a glob not.
 void Matcher::add_pattern(std::u16string_view pattern) {
     if (pattern.front() == u'/') pattern.remove_prefix(1);
     pattern = without_slashes(pattern);

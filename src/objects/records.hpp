@@ -72,7 +72,8 @@ struct Index { // destroyed from below: lock file first
     zev::git::Index handle;
     Repository *owner;
     zev::Owned<Flock, zFlockClose> lock{};
-    bool dirty = false; // holds changes that the file does not
+    bool dirty = false;                      // holds changes that the file does not
+    bool written = false;                    // to its file, since the lock was taken
     std::shared_ptr<zev::CaseNames> names{}; // of its entries, once a new name was entered
 };
 
@@ -80,7 +81,7 @@ struct PathSpec {
     Vector patterns; // of owned wide strings; first, so that vector calls work on the record
     uint32_t options;
     std::shared_ptr<zev::Matcher> matcher; // made at first use, dropped by every change
-    const Notify *notify; // lent
+    const Notify *notify;                  // lent
 };
 
 struct StatusEntry {

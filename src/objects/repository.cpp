@@ -22,7 +22,6 @@
 #include <cstring>
 #include <new>
 
-
 using namespace zev;
 
 namespace zev {
@@ -83,6 +82,15 @@ Failure fail_open(int code, const char *path) {
     std::string text = std::string("repository path '") + path + "' is not owned by current user";
     git_error_set_str(GIT_ERROR_CONFIG, text.c_str());
     return fail_git(GIT_EOWNER);
+}
+
+// The switches are off before files are checked out: the user's own setting must not touch them.
+int init_for_clone(git_repository **handle, const char *path, int bare, void *) {
+    git::Repository made;
+    int code = git_repository_init(out(made), path, static_cast<unsigned>(bare));
+    if (!code && !switch_off(made.get())) code = GIT_ERROR;
+    if (!code) *handle = made.release();
+    return code;
 }
 
 // Wraps what `open` makes of the path; the handle is given back on failure.
@@ -210,7 +218,8 @@ Repository *zRepositoryDiscover(const zwchar *start, const zwchar *ceilings) try
 Repository *zRepositoryInit(const zwchar *path, bool bare) {
     if (!path || !zPathDirEmpty(path)) return fail_args();
     return opened(path, [&](git_repository **handle, const char *text) {
-        git_repository_init_options options = GIT_REPOSITORY_INIT_OPTIONS_INIT;
+        git_repository_init_options options;
+        git_repository_init_options_init(&options, GIT_REPOSITORY_INIT_OPTIONS_VERSION);
         options.flags = GIT_REPOSITORY_INIT_MKPATH;
         if (bare) options.flags |= GIT_REPOSITORY_INIT_BARE;
         options.initial_head = "master"; // whatever the user's init.defaultBranch says
@@ -222,8 +231,10 @@ Repository *zRepositoryClone(const zwchar *url, const zwchar *path, bool bare) t
     if (!url) return fail_args();
     std::string from = to_utf8(url);
     return opened(path, [&](git_repository **handle, const char *text) {
-        git_clone_options options = GIT_CLONE_OPTIONS_INIT;
+        git_clone_options options;
+        git_clone_options_init(&options, GIT_CLONE_OPTIONS_VERSION);
         options.bare = bare;
+        options.repository_cb = init_for_clone;
         return git_clone(handle, from.c_str(), text, &options);
     });
 } catch (...) {
@@ -241,8 +252,10 @@ Repository *zRepositoryNew(void *handle) {
 }
 
 void zRepositoryFree(Repository *repository) { delete repository; }
+void zShellFree(Repository *repository) { zRepositoryFree(repository); }
 
 bool zRepositoryDestroy(const zwchar *path) try {
+    if (!path) return fail_args();
     auto repository = Owned<Repository, zRepositoryFree>(zRepositoryOpen(path));
     if (!repository) return zRaiseNotFound(nullptr), false;
     const zwchar *files = zRepositoryIsBare(repository.get())

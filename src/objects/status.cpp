@@ -50,6 +50,7 @@ int32_t side_kind(uint32_t word, uint32_t type, uint32_t made, uint32_t deleted,
 
 } // namespace
 
+// The list takes copies: libgit2's records end with the scan.
 StatusList *zStatusListBuild(Index *index, PathSpec *spec) try {
     if (!index) return fail_args();
     StatusScan scan(index, spec);
@@ -80,6 +81,7 @@ bool zStatusForeach(Index *index, PathSpec *spec, StatusCallback callback, void 
     return fail_thrown();
 }
 
+// Asks libgit2 itself: of one path there is nothing to save, and no index is needed.
 int32_t zStatusFile(Repository *repository, const zwchar *path) try {
     if (!repository || !path) return fail_args(), -1;
     unsigned word = 0;

@@ -5,9 +5,12 @@
 #include "objects/records.hpp"
 #include "zev/status.h"
 
+#include <ctime>
 #include <vector>
 
 namespace zev {
+
+class Filters; // objects/index.hpp
 
 // Tells libgit2 what a spec selects. If every pattern is the exact name of something, these names
 // go to libgit2, whose walk then touches nothing else; if not, the walk takes in everything and
@@ -73,7 +76,7 @@ class StatusScan {
     void add(const git_diff_delta *staged, const git_diff_delta *worked);
     void add_unchanged(const std::vector<const git_index_entry *> &entries);
     void save_stat(const DiffLimit &limit);
-    bool refresh_stat(const git_index_entry &entry, const struct timespec &locked);
+    bool refresh_stat(const git_index_entry &entry, const timespec &locked, Filters &filters);
 
     Index *index_;
     PathSpec *spec_;

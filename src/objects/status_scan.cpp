@@ -1,3 +1,11 @@
+// One status: two comparisons by libgit2, head with index and index with work directory, merged by
+// path into one kind a file.
+//
+// Two things make it fast. libgit2 is asked for differences only, and what is unchanged is read
+// off the index: otherwise it makes a record of each file in both comparisons. And a spec of
+// exact names is given to libgit2 as such, so that a status of ten files in a project of a
+// hundred thousand looks at ten. What the spec leaves open is decided by our own matcher while
+// the comparison runs, before renames are looked for: a rename needs both its ends selected.
 #include "objects/index.hpp"
 #include "objects/status.hpp"
 
@@ -69,6 +77,7 @@ uint32_t workdir_word(const git_diff_delta *delta) {
     }
 }
 
+// What is left out is not looked for: an ignored directory may be a large one.
 uint32_t comparison_flags(uint32_t options) {
     uint32_t flags = GIT_DIFF_INCLUDE_TYPECHANGE;
     if (!(options & Z_SPEC_NO_UNTRACKED))
@@ -137,7 +146,9 @@ int DiffLimit::selects(const git_diff *, const git_diff_delta *delta, const char
 
 namespace {
 
-// Whether a name is spelled like a file, or like a directory, that index, disk or head have.
+// Only then may the walk be left to libgit2, which tells upper case from lower: under another
+// spelling the file must be looked for. Whether a name is spelled like a file, or like a directory,
+// that index, disk or head have.
 bool is_spelled(const Matcher::Name &name, const Index *index, git_tree *head) {
     git_index *entries = index->handle.get();
     struct stat status;
@@ -165,8 +176,11 @@ void DiffLimit::narrow(const Index *index, git_tree *head) {
     for (const Matcher::Name &name : *names)
         if (name.path.empty() || !is_spelled(name, index, head)) return;
     use_names();
+    options_.notify_cb = nullptr; // none of them names more than it should
 }
 
+// A name may be that of a directory here, of which libgit2 takes all below: the matcher is still
+// asked.
 void DiffLimit::narrow_caseless() {
     const auto *names = matcher_ ? matcher_->names() : nullptr;
     if (!names) return;
@@ -184,7 +198,6 @@ void DiffLimit::use_names() {
     for (std::string &name : names_) pointers_.push_back(name.data());
     options_.flags |= GIT_DIFF_DISABLE_PATHSPEC_MATCH;
     options_.pathspec = {pointers_.data(), pointers_.size()};
-    options_.notify_cb = nullptr;
 }
 
 // Entries at stage 0 in the order of their paths, each once.
@@ -268,6 +281,7 @@ bool StatusScan::compare_workdir(git_diff_options &how) {
     return code < 0 ? fail_git(code) : true;
 }
 
+// Where the first comparison has nothing to say, head holds what the index holds.
 void StatusScan::add(const git_diff_delta *staged, const git_diff_delta *worked) {
     StatusItem item{};
     item.path = path_of(staged ? staged : worked);
@@ -316,10 +330,20 @@ void StatusScan::add_unchanged(const std::vector<const git_index_entry *> &entri
 // ---- Times of files that were touched but not changed
 //
 // libgit2 reads such a file at every status. Under the index's lock its new times go into the
-// entry, so that it is read once. The comparison has read the file a moment ago; only times from
-// before the lock was taken prove that it is still what was read.
+// entry, so that it is read once. The comparison has read the file a moment ago, but only times
+// from before the lock was taken prove that it is still what was read; a file with newer ones is
+// read again.
 
 namespace {
+
+bool is_unchanged(const git_index_entry &entry, const zwchar *full, const struct stat &status,
+                  Filters &filters) {
+    if (!S_ISREG(status.st_mode) || filters.may_apply(entry.path)) return false;
+    git_oid id;
+    struct stat after;
+    return !git_odb_hashfile(&id, to_utf8(full).c_str(), GIT_OBJECT_BLOB) &&
+           git_oid_equal(&id, &entry.id) && os::lstat(full, &after) && same_stat(status, after);
+}
 
 // Files that were read though they turned out to be unchanged?
 bool has_touched(const git_diff *worked) {
@@ -342,25 +366,30 @@ void StatusScan::save_stat(const DiffLimit &limit) {
     lock.insert(lock.rfind(u'/') + 1, u".").append(u".zlck");
     struct stat taken;
     if (!os::lstat(lock.c_str(), &taken)) return;
+    Filters filters(index_);
     const auto worked = deltas_of(worked_.get());
     auto delta = worked.begin();
     bool changed = false;
     for (const git_index_entry *entry : limit.entries(index_->handle.get())) {
         while (delta != worked.end() && before(path_of(*delta), entry->path)) ++delta;
         if (delta != worked.end() && strcmp(path_of(*delta), entry->path) == 0) continue;
-        changed |= refresh_stat(*entry, taken.st_mtim);
+        changed |= refresh_stat(*entry, taken.st_mtim, filters);
     }
+    // Without completing the lock's copy: old and new file say the same of every entry. A file
+    // system that takes no writes just goes without.
     if (changed && git_index_write(index_->handle.get()) < 0) git_error_clear();
 }
 
 // In place: the id stays, and with it what the index knows of its trees, which entering the file
 // anew would throw away.
-bool StatusScan::refresh_stat(const git_index_entry &entry, const timespec &locked) {
+bool StatusScan::refresh_stat(const git_index_entry &entry, const timespec &locked,
+                              Filters &filters) {
+    const std::u16string full = full_path(index_->owner, entry.path);
     struct stat status;
-    if (!os::lstat(full_path(index_->owner, entry.path).c_str(), &status)) return false;
-    if (entry_has_stat(entry, status) || (status.st_mode & S_IFMT) != (entry.mode & S_IFMT))
-        return false;
-    if (!is_before(status.st_mtim, locked) || !is_before(status.st_ctim, locked)) return false;
+    if (!os::lstat(full.c_str(), &status) || entry_has_stat(entry, status)) return false;
+    if ((status.st_mode & S_IFMT) != (entry.mode & S_IFMT)) return false;
+    const bool old = is_before(status.st_mtim, locked) && is_before(status.st_ctim, locked);
+    if (!old && !is_unchanged(entry, full.c_str(), status, filters)) return false;
     auto &mine = const_cast<git_index_entry &>(entry);
     entry_set_stat(mine, status);
     mine.flags_extended |= GIT_INDEX_ENTRY_UPTODATE; // else writing the index reads it once more

@@ -21,7 +21,10 @@
 #include "zev/path.h"
 #include "zev/repository.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <iterator>
 #include <string>
 
 namespace zev {
@@ -42,6 +45,8 @@ constexpr uint64_t kFirstTag = 1;
 // "/tables/", two digits, a slash and 38 digits.
 constexpr uint64_t kTablePathTail = 8 + 41;
 constexpr uint64_t kUtf8PathMax = 512;
+// What a batch adds to a pair at least; also tells a pair of nothing from no pair.
+constexpr uint64_t kPairBytes = 3;
 // Steps that cost less than a seek.
 constexpr int kLookupSteps = 8;
 // Keys in a row that make a list count as ordered; at random one list in 24 has four.
@@ -131,7 +136,7 @@ void discard_table(TablePtr table) {
 bool TableBatch::put(Bytes key, Bytes value) {
     leveldb_writebatch_put(batch_.get(), ldb::chars(key.data()), key.size(),
                            ldb::chars(value.data()), value.size());
-    held_ += key.size() + value.size();
+    held_ += key.size() + value.size() + kPairBytes;
     return held_ < limits::batch_bytes || flush();
 }
 

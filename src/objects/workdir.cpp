@@ -1,6 +1,10 @@
+// Moving within the work directory.
 #include "zev/workdir.h"
 
 #include "common/failure.hpp"
+#include "common/utf.hpp"
+#include "objects/pathname.hpp"
+#include "objects/workdir.hpp"
 #include "system/os.hpp"
 #include "zev/dir.h"
 #include "zev/path.h"
@@ -11,12 +15,19 @@ using namespace zev;
 
 namespace {
 
+// Neither by `..` nor through a link may a move take from elsewhere, or put there.
+bool is_inside(const zwchar *workdir, const zwchar *path) {
+    const std::u16string relative = tidy_path(path);
+    return check_path(to_utf8(relative)) && check_links(workdir, relative);
+}
+
 bool make_parents(const zwchar *path) {
     zwchar parent[Z_PATH_MAX];
     return zPathRemoveName(parent, path) && zDirMake(parent, true);
 }
 
-// Takes away what stands where a file or directory is to go.
+// Takes away what stands where a file or directory is to go: a directory only if no file is below
+// it, even with `replace`.
 bool clear_target(const zwchar *target, bool replace) {
     struct stat status;
     if (!os::lstat(target, &status)) return errno == ENOENT || fail_std(errno);
@@ -27,8 +38,9 @@ bool clear_target(const zwchar *target, bool replace) {
 
 } // namespace
 
-bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to, bool replace) {
+bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to, bool replace) try {
     if (!workdir || !from || !to) return fail_args();
+    if (!is_inside(workdir, from) || !is_inside(workdir, to)) return false;
     zwchar source[Z_PATH_MAX], target[Z_PATH_MAX];
     if (!zPathMakeAbsolute(source, from, workdir) || !zPathMakeAbsolute(target, to, workdir))
         return false;
@@ -37,4 +49,6 @@ bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to,
     if (zPathIsSame(source, target)) return false;
     if (!make_parents(target) || !clear_target(target, replace)) return false;
     return os::move(source, target, false) || fail_std(errno);
+} catch (...) {
+    return fail_thrown();
 }

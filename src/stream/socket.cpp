@@ -4,15 +4,13 @@
 #include "common/failure.hpp"
 #include "common/guard.hpp"
 #include "system/errno.hpp"
+#include "system/os.hpp"
 
 #include "zev/error.h"
 
 #include <atomic>
 #include <cerrno>
 #include <new>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace zev;
 
@@ -43,16 +41,6 @@ Socket *socket_of(Stream *stream, Here at = {}) {
     return reinterpret_cast<SocketStream *>(stream)->socket;
 }
 
-template <class Transfer> int64_t transfer(int descriptor, short events, Transfer move) {
-    pollfd wait{descriptor, static_cast<short>(events | POLLPRI), 0};
-    while (poll(&wait, 1, kWaitMs) < 0 && errno == EINTR) {
-    }
-    int64_t count;
-    do count = move();
-    while (count < 0 && errno == EINTR);
-    return count;
-}
-
 // What a failed transfer leaves in the record and in the log.
 int32_t fail_socket(Here at = {}) {
     const auto code = static_cast<int32_t>(err_from_host(errno));
@@ -65,7 +53,7 @@ void release(Socket *socket) {
     if (std::atomic_ref(socket->references).fetch_sub(1) != 1) return;
     Malloced<Socket> record(socket);
     Malloced<void> block(socket->block);
-    close(socket->descriptor);
+    os::socket_close(socket->descriptor);
 }
 
 } // namespace
@@ -79,8 +67,8 @@ Stream *zSocketStream(Socket *socket, bool owned) {
 uint64_t zSocketStreamRead(Stream *stream, void *buffer, uint64_t count) {
     Socket *socket = socket_of(stream);
     if (!socket) return 0;
-    const int64_t got = transfer(socket->descriptor, POLLIN,
-                                 [&] { return recv(socket->descriptor, buffer, count, 0); });
+    os::socket_wait(socket->descriptor, false, kWaitMs);
+    const int64_t got = os::socket_receive(socket->descriptor, buffer, count);
     socket->last_error = got < 0 ? fail_socket() : 0;
     return got < 0 ? 0 : static_cast<uint64_t>(got);
 }
@@ -90,9 +78,8 @@ uint64_t zSocketStreamRead(Stream *stream, void *buffer, uint64_t count) {
 uint64_t zSocketStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
     Socket *socket = socket_of(stream);
     if (!socket) return 0;
-    const int64_t sent = transfer(socket->descriptor, POLLOUT, [&] {
-        return send(socket->descriptor, buffer, count, MSG_NOSIGNAL);
-    });
+    os::socket_wait(socket->descriptor, true, kWaitMs);
+    const int64_t sent = os::socket_send(socket->descriptor, buffer, count);
     socket->last_error = 0;
     return sent < 0 ? (fail_socket(), 0) : static_cast<uint64_t>(sent);
 }

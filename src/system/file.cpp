@@ -60,12 +60,14 @@ FILE *zFileOpen(const zwchar *path, const zwchar *mode) {
 
 bool zFileClose(FILE *file) { return !file || fclose(file) == 0 || fail_errno(); }
 
-FILE *zFileTemp() {
+FILE *zFileTemp() try {
     zwchar path[Z_PATH_MAX];
     const int fd = os::temp_named(path, path_remembered_temp(), nullptr);
     FILE *file = fd < 0 ? nullptr : os::adopt(fd, "w+b");
     if (!file) return fail_errno();
     return file;
+} catch (...) {
+    return fail_thrown();
 }
 
 uint64_t zFileRead(FILE *file, void *buffer, uint64_t count) {

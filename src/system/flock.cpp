@@ -16,6 +16,8 @@
 //    refused meanwhile, and whoever finds a left-over that has a second name drops its name
 //    instead of truncating it.
 // 4. The lock file's name goes before the lock does, see posix/share.cpp.
+// 5. A target that is a symbolic link stays one: what it names is put back. A lock file is never
+//    one, or taking the lock would empty what it names.
 //
 // A crash leaves at most a file <dir>/.<name>.zlck.new besides, which the next undo or purge
 // removes.
@@ -35,7 +37,8 @@ namespace {
 
 constexpr mode_t kIncomplete = 0700, kComplete = 0600, kOwnerExecute = 0100;
 constexpr mode_t kNewTarget = 0644; // of a target that recovery finds gone
-constexpr os::Mode kUpdate = {.read = true, .write = true, .create = true};
+constexpr os::Mode kUpdate = {.read = true, .write = true, .create = true, .no_link = true};
+constexpr os::Mode kLeftOver = {.read = true, .no_link = true};
 constexpr os::Mode kRead = {.read = true};
 
 // The two files of a lock, and the lock.
@@ -55,6 +58,7 @@ struct Lock {
     bool stat(struct stat *info) const { return os::fd_stat(fd(), info); }
 
   private:
+    bool follow_link();
     bool is_target() const;
     bool link_back(mode_t mode);
     bool copy_back(mode_t mode);
@@ -67,7 +71,7 @@ bool fail_target(const Lock &lock) { return fail_errno(lock.target); }
 bool Lock::name(const zwchar *target_path) {
     const std::u16string file = u"." + std::u16string(zPathFindName(target_path)) + u".zlck";
     zwchar directory[Z_PATH_MAX];
-    zPathCopy(target, target_path);
+    if (!path_join(target, target_path, u"")) return false; // cut, it names another file
     zPathRemoveName(directory, target);
     if (!path_join(path, directory, file.c_str())) return false;
     aside = std::u16string(path) + u".new";
@@ -103,6 +107,15 @@ bool Lock::save(int target_fd) {
 
 bool Lock::remove_target() const {
     return os::unlink(target) || errno == ENOENT || fail_target(*this);
+}
+
+// From here on the target is what its link names.
+bool Lock::follow_link() {
+    struct stat info;
+    std::u16string real;
+    if (!os::lstat(target, &info) || !S_ISLNK(info.st_mode)) return true;
+    if (!os::real_path(target, &real)) return errno == ENOENT || fail_target(*this);
+    return path_join(target, real.c_str(), u"");
 }
 
 bool Lock::is_target() const {
@@ -146,6 +159,7 @@ bool Lock::separate(mode_t mode) {
 
 // The target becomes the saved one, unless somebody holds it or it is that already.
 bool Lock::put_back(mode_t mode) {
+    if (!follow_link()) return false;
     if (!is_target()) {
         const ShareGuard held(share_open(target, kRead, Z_SHARE_NONE, 0, target));
         if (!held && errno != ENOENT) return false;
@@ -166,7 +180,7 @@ std::unique_ptr<Lock> named(const zwchar *target) {
 // The lock of a left-over lock file, if there is one that nobody holds; its target's name is
 // told in a refusal.
 bool take_left_over(Lock &lock) {
-    lock.share.reset(share_open(lock.path, kRead, Z_SHARE_NONE, 0, lock.target));
+    lock.share.reset(share_open(lock.path, kLeftOver, Z_SHARE_NONE, 0, lock.target));
     return lock.share != nullptr;
 }
 
@@ -211,6 +225,11 @@ bool flock_complete(Flock *flock) try {
     return fail_thrown();
 }
 
+bool flock_expire(Flock *flock) {
+    if (!flock) return fail_args();
+    return os::fd_mode(flock->lock.fd(), kIncomplete) || fail_target(flock->lock);
+}
+
 } // namespace zev
 
 Flock *zFlockOpen(const zwchar *path, bool save) {
@@ -223,8 +242,10 @@ Flock *zFlockOpen(const zwchar *path, bool save) {
 
 void zFlockClose(Flock *flock) {
     if (!flock) return;
+    const int kept = errno; // why a lock that is given up could not be had
     if (flock->lock.share) os::share_remove(flock->lock.fd(), flock->lock.path);
     delete flock;
+    errno = kept;
 }
 
 bool zFlockUndo(Flock *flock) try {

@@ -10,4 +10,7 @@ namespace zev {
 Flock *flock_open_lazy(const zwchar *path);
 bool flock_complete(Flock *flock); // saves unless that is done
 
+// From now on only we can undo: what a crash leaves of the saved copy is too old to be put back.
+bool flock_expire(Flock *flock);
+
 } // namespace zev

@@ -46,7 +46,8 @@ struct Mode {
     bool exclusive = false;  // fail if it exists
     bool sequential = false; // hints for the page cache
     bool random = false;
-    bool remove = false; // the name goes with the file's closing
+    bool remove = false;  // the name goes with the file's closing
+    bool no_link = false; // a symbolic link is refused, ELOOP
 
     static bool parse(const char16_t *letters, Mode *mode); // as for fopen; EINVAL
     const char *stdio() const;                              // what fdopen is told
@@ -78,7 +79,6 @@ int64_t tell(FILE *file);
 // ---- Files by name
 bool stat(const char16_t *path, struct stat *out);
 bool lstat(const char16_t *path, struct stat *out);
-bool is_dir(const char16_t *path); // through links
 bool readable(const char16_t *path);
 bool writable(const char16_t *path); // by rights, and has a write bit, which root would not need
 bool set_readonly(const char16_t *path, bool readonly); // write bits only, only if they differ
@@ -99,6 +99,7 @@ bool make_dirs(const char16_t *path);  // with its parents; what exists is no er
 bool remove_dir(const char16_t *path); // empty
 bool read_dir(const char16_t *path, std::vector<Name> *names); // with . and .., unsorted
 int dir_empty(const char16_t *path);                           // 0, 1 or -1
+int holds_file(const char16_t *path); // anything but directories, at any depth; 0, 1 or -1
 // Subdirectories with `recursive`, all else with `force`, then the directory itself. Never goes
 // through a link.
 bool remove_dir(const char16_t *path, bool recursive, bool force);
@@ -138,14 +139,15 @@ bool replace_file(const char16_t *path, const void *bytes, size_t size, mode_t m
 // `flags` says what others may do, 1 read, 2 write. A refusal is EACCES.
 int share_open(const char16_t *path, const Mode &mode, unsigned flags, mode_t create = 0666);
 bool share_remove(int fd, const char16_t *path); // unlink while the grant is held, before close
-int open_elsewhere(int fd);                      // 0 no, 1 yes, -1 cannot tell
+// Nobody denies reading. For files that are only ever replaced whole; no grant is taken.
+bool share_readable(int fd);
+int open_elsewhere(int fd); // 0 no, 1 yes, -1 cannot tell
 
 // ---- Program and places; false when the text doesn't fit `size` units
 bool own_file(char16_t *out, size_t size);                     // this library, or who holds it
 bool program(char16_t *out, size_t size);                      // running program
 bool expand(char16_t *out, size_t size, const char16_t *text); // %NAME%
 bool temp_dir(char16_t *out, size_t size);                     // with a last slash
-std::string get_env(const char *name);                         // "" when unset
 bool set_env(const char *name, const char *value);             // "" removes it
 std::string locale_name(const char *category);                 // LC_ALL, `category`, LANG
 void *module_open(const char16_t *path, std::string *reason);  // null: reason, errno

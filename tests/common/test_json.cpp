@@ -223,7 +223,8 @@ TEST(Json, LargeAndDeep) {
                                      zJsonNewInt(i)));
         ASSERT_EQ(zJsonGetInt(object.get()), kMany);
         for (int64_t i = 0; i < kMany; ++i)
-            ASSERT_OK(zJsonPathRemove(object.get(), numbered(static_cast<int>(i)).c_str()));
+            ASSERT_OK(zJsonPathRemove(object.get(),
+                                      numbered(static_cast<int>(i * 7907 % kMany)).c_str()));
         EXPECT_EQ(zJsonGetInt(object.get()), 0);
     }
     auto deep = guard(zJsonNew(Z_JSON_ARRAY), zJsonFree);
@@ -244,6 +245,18 @@ TEST(Json, CopiesAreDeep) {
     EXPECT_TRUE(zJsonIsRoot(copy.get()));
     original.reset();
     EXPECT_EQ(text(copy.get()), "[1,{\"b\":\"x\"},true,null]");
+}
+
+// What a text was read into is shared among its nodes; one that is taken out outlives the rest.
+TEST(Json, APartOutlivesItsTree) {
+    auto whole = tree(u"{\"a\":\"first\",\"b\":{\"c\":\"second\"},\"d\":[1,2.5]}");
+    auto part = guard(zJsonObjectDetach(whole.get(), u"b"), zJsonFree);
+    ASSERT_OK(zJsonPathSetString(whole.get(), u"a", u"a text that is longer than the first was"));
+    ASSERT_OK(zJsonPathSetInt(whole.get(), u"a", 3));
+    EXPECT_EQ(text(whole.get()), "{\"a\":3,\"d\":[1,2.5]}");
+    whole.reset();
+    ASSERT_OK(zJsonPathSetString(part.get(), u"d", zJsonPathGetString(part.get(), u"c")));
+    EXPECT_EQ(text(part.get()), "{\"c\":\"second\",\"d\":\"second\"}");
 }
 
 TEST(Json, Paths) {

@@ -203,17 +203,13 @@ TEST(JsonText, WhatCannotBeWritten) {
 }
 
 TEST(JsonText, NumbersIgnoreTheHostsLocale) {
-    const std::string before = setlocale(LC_ALL, nullptr);
-    // Any locale with a decimal comma that this machine has.
-    for (const char *name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE"})
-        if (setlocale(LC_ALL, name)) break;
+    test::CommaLocale comma;
     auto tree = guard(read_bytes("[1.5,2.25e0]"), zJsonFree);
     ASSERT_TRUE(tree);
     EXPECT_EQ(written(tree.get()), "[1.5,2.25]");
     EXPECT_EQ(test::narrow(zJsonGetString(zJsonArrayAt(tree.get(), 0))), "1.5");
     auto text = guard(zJsonNewString(u"3.5"), zJsonFree);
     EXPECT_EQ(zJsonGetReal(text.get()), 3.5);
-    setlocale(LC_ALL, before.c_str());
 }
 
 TEST(JsonText, Files) {

@@ -179,6 +179,9 @@ TEST(Scan, StoresConversions) {
     EXPECT_STREQ(narrow, "\xC3\xA9");
     EXPECT_EQ(zSscanfA("]a", "%[]a]", narrow), 1);
     EXPECT_STREQ(narrow, "]a");
+    EXPECT_EQ(zSscanfA("\xC3\xA9;", "%[^;-\xFF]", narrow), 0); // bytes are unsigned
+    EXPECT_EQ(zSscanfA("\xC3\xA9;", "%[\x80-\xFF]", narrow), 1);
+    EXPECT_STREQ(narrow, "\xC3\xA9");
 }
 
 TEST(Scan, StopsAtTheFirstMismatch) {

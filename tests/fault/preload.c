@@ -46,7 +46,7 @@ __attribute__((destructor)) static void report(void) {
 }
 
 #define REAL(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
-#define HOOK(type, failure, name, parameters, arguments)                                            \
+#define HOOK(type, failure, name, parameters, arguments)                                           \
     type name parameters {                                                                         \
         if (hit()) return failure;                                                                 \
         return REAL(name) arguments;                                                               \

@@ -1,6 +1,10 @@
 #include "repo_fixture.hpp"
 
 #include "objects/bulk.hpp"
+#include "system/os.hpp"
+
+#include <csignal>
+#include <sys/resource.h>
 
 using namespace test;
 using zev::BulkWriter;
@@ -25,6 +29,11 @@ struct BulkTest : RepositoryTest {
         const std::string bytes = content(n);
         EXPECT_EQ(zev::write_blob(zev::git::oid(&id), odb, bytes.data(), bytes.size()), 0);
         return id;
+    }
+    void write_if_it_can(int n) {
+        git_oid id;
+        const std::string bytes = content(n);
+        zev::write_blob(&id, odb, bytes.data(), bytes.size());
     }
     bool holds(const Oid &id, int n) {
         zev::git::OdbObject object;
@@ -106,6 +115,7 @@ TEST_F(BulkTest, UnfinishedLeavesNothing) {
         auto bulk = BulkWriter::begin(repository.get());
         first = write(0);
         for (int n = 1; n < 200; ++n) last = write(n);
+        EXPECT_TRUE(holds(write(500), 500)); // now libgit2 has it in its cache
         EXPECT_EQ(files_in_packs(), 1u);
     }
     EXPECT_EQ(files_in_packs(), 0u);
@@ -113,5 +123,51 @@ TEST_F(BulkTest, UnfinishedLeavesNothing) {
     EXPECT_EQ(git_odb_exists(odb, zev::git::oid(&last)), 0);
     const Oid again = write(0);
     EXPECT_TRUE(holds(again, 0));
-    EXPECT_EQ(count("count"), "count: 1"); // the repository works on
+    write(500);                            // whatever the cache says
+    EXPECT_EQ(count("count"), "count: 2"); // the repository works on
+}
+
+// libgit2 writes elsewhere what the bulk refuses, so its caller goes on: finish must not.
+TEST_F(BulkTest, AWriteThatFailedOnTheWayFailsTheWhole) {
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit none{0, before.rlim_max};
+    const auto no_open = [](const char *, int, mode_t) { return errno = EMFILE, -1; };
+    int first = 1000;
+    for (const std::string fault : {"none", "read", "open"}) {
+        auto bulk = BulkWriter::begin(repository.get());
+        const Oid oldest = write(first);
+        for (int n = 1; n < 63; ++n) write(first + n);
+        for (char c : {'a', 'b', 'c'}) { // the second one begins the pack
+            const auto calls = zev::os::calls;
+            if (fault == "open" && c == 'b') zev::os::calls.open = no_open;
+            const std::string bytes = fault + c;
+            git_oid id;
+            EXPECT_EQ(git_odb_write(&id, odb, bytes.data(), bytes.size(), GIT_OBJECT_BLOB), 0);
+            zev::os::calls = calls;
+        }
+        if (fault == "read") { // what is still in the buffer goes out before, and can't
+            setrlimit(RLIMIT_FSIZE, &none);
+            EXPECT_FALSE(holds(oldest, first));
+            setrlimit(RLIMIT_FSIZE, &before);
+        }
+        for (int n = 63; n < 99; ++n) write_if_it_can(first + n);
+        EXPECT_EQ(bulk->finish(), fault == "none") << fault;
+        EXPECT_EQ(files_in_packs(), 2u) << fault;
+        expect_sound();
+        first += 1000;
+    }
+}
+
+// The index of the pack can't be put in its place.
+TEST_F(BulkTest, APackWithoutIndexDoesNotStay) {
+    const auto calls = zev::os::calls;
+    auto bulk = BulkWriter::begin(repository.get());
+    for (int n = 1; n < 100; ++n) write(n);
+    zev::os::calls.fsync = [](int) { return errno = EIO, -1; };
+    EXPECT_FALSE(bulk->finish());
+    zev::os::calls = calls;
+    EXPECT_EQ(zErrorCode(), 5);
+    EXPECT_EQ(files_in_packs(), 0u);
 }

@@ -2,7 +2,11 @@
 
 #include "system/os.hpp"
 
+#include <csignal>
 #include <filesystem>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace test;
 
@@ -108,6 +112,127 @@ TEST_F(PartialCommitTest, TypeChangesAreNotTakenAndConflictsStopIt) {
     EXPECT_EQ(zErrorClass(), 2);
     EXPECT_EQ(git(place, "rev-parse HEAD"), head);
     EXPECT_EQ(git(place, "ls-files -u | wc -l"), "3"); // nothing reached the disk
+}
+
+TEST_F(PartialCommitTest, FileThatBecameALinkWaitsForTheCommitOfTheWhole) {
+    put("docs/a", "1");
+    put("docs/b", "1");
+    commit_all();
+    put("docs/b", "22");
+    fs::remove(place / "docs/a");
+    fs::create_symlink("b", place / "docs/a");
+    ASSERT_OK(commit_only({u"docs"}));
+    EXPECT_EQ(git(place, "status --porcelain"), " T docs/a");
+    commit_all();
+    EXPECT_EQ(git(place, "ls-tree HEAD docs/a").substr(0, 6), "120000");
+}
+
+// Somebody holds the reference's lock.
+class StuckReferenceTest : public PartialCommitTest {
+  protected:
+    fs::path held = place / ".git/refs/heads/master.lock", file = place / ".git/index";
+
+    void expect_locked(Index *index, PathSpec *wanted) {
+        EXPECT_FALSE(CommitPtr(zIndexCommit(index, wanted, u"HEAD", u"Ada", u"stuck")));
+        EXPECT_EQ(zErrorClass(), 7) << narrow(zErrorDetail()); // not what undoing ran into
+    }
+};
+
+TEST_F(StuckReferenceTest, IndexFileStaysAsItWas) {
+    put("a", "1");
+    write(held, "");
+    {
+        IndexPtr index = lock();
+        expect_locked(index.get(), spec({u"a"}).get());
+        EXPECT_FALSE(fs::exists(file)); // there was none
+        expect_locked(index.get(), spec({u"a"}).get());
+        EXPECT_FALSE(fs::exists(file));
+    }
+    fs::remove(held);
+    commit_all();
+    put("a", "22");
+    put("b", "1");
+    write(held, "");
+    const std::string before = read(file);
+    {
+        IndexPtr index = lock();
+        expect_locked(index.get(), spec({u"a"}).get());
+        EXPECT_EQ(read(file), before);
+        ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}).get()));
+        expect_locked(index.get(), nullptr);
+        EXPECT_EQ(read(file), before);
+    }
+    EXPECT_EQ(status(),
+              (std::map<std::string, int>{{"a", Z_KIND_MODIFIED}, {"b", Z_KIND_UNTRACKED}}));
+    fs::remove(held);
+    ASSERT_OK(commit_only({u"a"}));
+    EXPECT_EQ(git(place, "status --porcelain"), "?? b");
+}
+
+TEST_F(StuckReferenceTest, WhatTheCallerHasWrittenIsNotTakenBack) {
+    put("a", "1");
+    commit_all();
+    put("a", "22");
+    put("b", "1");
+    write(held, "");
+    {
+        IndexPtr index = lock();
+        ASSERT_OK(zIndexAddBypath(index.get(), u"a"));
+        ASSERT_OK(zIndexWrite(index.get()));
+        expect_locked(index.get(), spec({u"b"}).get());
+    }
+    EXPECT_EQ(git(place, "diff --cached --name-only a"), "a");
+}
+
+// The signal that ends another process.
+template <class F> int ended_by(F work) {
+    const pid_t child = fork();
+    if (!child) work(), _exit(0);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+}
+
+void die_after_syncs(int count) {
+    static int left;
+    left = count;
+    zev::os::calls.syncfs = [](int) { return left-- ? 0 : raise(SIGKILL); };
+}
+
+// Killed in the first sync, before index and reference, or in the second one, behind both.
+// Recovery puts index and head on the same side, and takes nothing of the commit back.
+TEST_F(PartialCommitTest, KilledInASync) {
+    put("a", "1");
+    put("b", "1");
+    commit_all();
+    int round = 1;
+    for (bool written : {false, true}) // the index, by the caller
+        for (int left : {0, 1}) {      // syncs that come to their end
+            const std::string bytes = std::string(static_cast<size_t>(++round), '2');
+            const std::string head = git(place, "rev-parse HEAD");
+            put("a", bytes);
+            put("b", bytes);
+            const int signal = ended_by([&] {
+                IndexPtr index = lock();
+                if (written) zIndexAddBypath(index.get(), u"a"), zIndexWrite(index.get());
+                die_after_syncs(left);
+                zIndexCommit(index.get(), spec({u"a"}).get(), u"HEAD", u"Ada", u"killed");
+            });
+            EXPECT_EQ(signal, SIGKILL);
+            ASSERT_TRUE(fs::exists(place / ".git/.index.zlck"));
+            EXPECT_EQ(git(place, "rev-parse HEAD") == head, left == 0);
+            ASSERT_OK(zFlockRecover((place / ".git/index").u16string().c_str()));
+            EXPECT_EQ(git(place, "status --porcelain"), left ? " M b" : " M a\n M b");
+            IndexPtr index = lock();
+            ASSERT_OK(zIndexAddBypath(index.get(), u"b"));
+            if (!left) zIndexAddBypath(index.get(), u"a");
+            CommitPtr made(zIndexCommit(index.get(), nullptr, u"HEAD", u"Ada", u"next"));
+            ASSERT_OK(made);
+            EXPECT_EQ(git(place, "cat-file blob HEAD:a"), bytes) << written << left;
+            index.reset();
+            EXPECT_EQ(git(place, "status --porcelain"), "");
+            expect_sound();
+        }
 }
 
 TEST_F(PartialCommitTest, TwoSyncsEach) {

@@ -83,6 +83,36 @@ TEST_F(DiffListTest, CaseAside) {
     }
 }
 
+// Between trees libgit2 disregards case, against an index it doesn't: one answer all the same.
+TEST_F(DiffListTest, SpecsSelectAlikeInTreesAndIndex) {
+    put("Docs/b", "1");
+    put("other", "1");
+    commit_all();
+    TreePtr from(zTreeHead(repository.get()));
+    put("Docs/b", "22");
+    put("other", "22");
+    add({u"*"});
+    IndexPtr index(zIndexHead(repository.get(), false));
+    TreePtr to(zIndexWriteTree(index.get()));
+    constexpr struct {
+        const zwchar *pattern;
+        uint32_t options;
+        bool selects;
+    } kRows[] = {{u"docs/B", 0, true},        {u"DOCS", 0, true},
+                 {u"docs/B", kLiteral, true}, {u"docs/", kLiteral, true},
+                 {u"Docs", kLiteral, false}, // a directory is no file
+                 {u"docs", kLiteral, false}};
+    for (const auto &row : kRows) {
+        SpecPtr wanted = spec({row.pattern}, row.options | Z_SPEC_NO_UNCHANGED);
+        DiffPtr trees(zDiffTreeToTree(from.get(), to.get(), wanted.get(), nullptr));
+        DiffPtr staged(
+            zDiffTreeToIndex(repository.get(), from.get(), index.get(), wanted.get(), nullptr));
+        const char *expected = row.selects ? "3 Docs/b>Docs/b;" : "";
+        EXPECT_EQ(told(trees.get()), expected) << narrow(row.pattern) << row.options;
+        EXPECT_EQ(told(staged.get()), expected) << narrow(row.pattern) << row.options;
+    }
+}
+
 TEST_F(DiffListTest, CancelEndsIt) {
     TreePtr to = tree({{u"a", "1"}, {u"b", "1"}, {u"c", "1"}});
     for (int stop = 1; stop <= 4; ++stop) {

@@ -1,8 +1,10 @@
 // Versions of a drawing compared by their keys, and the tie between a table and its file.
 #include "objects/drawing.hpp"
 #include "support.hpp"
+#include "system/os.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <random>
 #include <string>
@@ -193,6 +195,14 @@ struct IdentityTest : testing::Test {
     void set_reference(const std::string &value) {
         ASSERT_OK(zDrawingKeyPutData(open(id).get(), &kReferenceKey, value.data(), value.size()));
     }
+    size_t tables() {
+        size_t count = 0;
+        const auto root = std::filesystem::path(work) / ".git/tables";
+        for (auto &group : std::filesystem::directory_iterator(root))
+            for (auto &each : std::filesystem::directory_iterator(group))
+                count += each.is_directory();
+        return count;
+    }
     static std::string reference(Table *table) {
         void *value = nullptr;
         uint64_t length = 0;
@@ -249,6 +259,9 @@ TEST_F(IdentityTest, SameFileKeepsItsTable) {
         {"", false, "no text at all"},
     };
     const std::string original = test::read(source);
+    std::filesystem::create_directory_symlink("copy", dir / u"link");
+    zDrawingConfirmTableBackwardRef((dir / u"link/docs/a.dwx").c_str());
+    EXPECT_EQ(test::read(source), original) << "the same file by another way";
     for (auto &row : kRows) {
         test::write(source, original);
         set_reference(row.value);
@@ -263,6 +276,19 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     DrawingPtr drawing{zDrawingRead(path.c_str())};
     EXPECT_OK(zDrawingDataPrepare(path.c_str(), drawing.get()));
 
+    const auto calls = os::calls; // the rows can't be brought to the disk
+    os::calls.syncfs = [](int) { return errno = EIO, -1; };
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    os::calls = calls;
+    EXPECT_EQ(zErrorCode(), 5);
+    EXPECT_EQ(test::read(path), original);
+
+    std::filesystem::permissions(path, std::filesystem::perms::owner_read);
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    EXPECT_EQ(zErrorCode(), 13) << "a read-only file keeps its table";
+    EXPECT_EQ(tables(), 1u) << "and the new one has gone again";
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+
     const std::string row((const char *)key_bytes({6, 20}).data(), 16);
     ASSERT_OK(zTableDel(open(id).get(), row.data(), row.size()));
     EXPECT_FALSE(zDrawingDataPrepare(path.c_str(), drawing.get())) << "an object is missing";
@@ -275,9 +301,5 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     zDrawingConfirmTableBackwardRef(path.c_str());
     EXPECT_EQ(zErrorClass(), 13) << "a table without a reference is never split";
     EXPECT_EQ(test::read(path), original);
-    size_t tables = 0;
-    for (auto &group :
-         std::filesystem::directory_iterator(std::filesystem::path(work) / ".git/tables"))
-        for (auto &each : std::filesystem::directory_iterator(group)) tables += each.is_directory();
-    EXPECT_EQ(tables, 1u) << "nothing left behind";
+    EXPECT_EQ(tables(), 1u) << "nothing left behind";
 }

@@ -132,6 +132,17 @@ TEST_F(IndexTest, LinksAreEnteredAndNotFollowed) {
     EXPECT_EQ(git(place, "cat-file blob :link.dwx"), (dir.path() / "outside.dwx").string());
     EXPECT_EQ(git(place, "status --porcelain --ignored").find("secret"), std::string::npos);
     EXPECT_EQ(status()["link.dwx"], Z_KIND_ADDED);
+
+    // What lies behind a link belongs to somebody else.
+    IndexPtr index = lock();
+    EXPECT_FALSE(zIndexAddBypath(index.get(), u"up/outside.dwx"));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zIndexFixupGitkeep(index.get(), u"up/outside.dwx"));
+    EXPECT_FALSE(fs::exists(dir.path() / ".gitkeep"));
+    EXPECT_FALSE(zIndexRename(index.get(), u"up/outside.dwx", u"mine.dwx"));
+    EXPECT_FALSE(zIndexRename(index.get(), u"run.sh", u"up/run.sh"));
+    EXPECT_TRUE(fs::exists(dir.path() / "outside.dwx") && fs::exists(place / "run.sh"));
+    EXPECT_NE(zIndexEntryBypath(index.get(), u"up"), nullptr);
 }
 
 TEST_F(IndexTest, FiltersOfAttributesAreHonoured) {
@@ -141,6 +152,29 @@ TEST_F(IndexTest, FiltersOfAttributesAreHonoured) {
     add({u"*"});
     EXPECT_EQ(git(place, "cat-file -s :sub/deep/a.txt"), "8");
     EXPECT_EQ(git(place, "cat-file -s :b.txt"), "5");
+    EXPECT_EQ(git(place, "diff --name-only"), "");
+}
+
+// Else two drawings would write their changes into one table.
+TEST_F(IndexTest, CopiedDrawingGetsItsOwnTable) {
+    const fs::path first = place / "a.dwx", second = place / "copy.dwx";
+    {
+        auto table = guard(zTableRand(repository.get()), zTableFree);
+        auto drawing = guard(zDrawingNew(nullptr, nullptr), zDrawingFree);
+        ASSERT_OK(table && drawing);
+        ASSERT_OK(zDrawingTableIdSet(drawing.get(), zTableId(table.get())));
+        ASSERT_OK(zDrawingTableBackwardRefSet(table.get(), zTablePath(table.get()),
+                                              first.u16string().c_str()));
+        ASSERT_OK(zDrawingWrite(drawing.get(), first.u16string().c_str()));
+    }
+    add({u"*"});
+    fs::copy_file(first, second);
+    add({u"*"});
+    Oid of_first, of_second;
+    ASSERT_OK(zDrawingDetect(&of_first, first.u16string().c_str()));
+    ASSERT_OK(zDrawingDetect(&of_second, second.u16string().c_str()));
+    EXPECT_NE(hex(&of_first), hex(&of_second));
+    EXPECT_EQ(git(place, "rev-parse :copy.dwx"), git(place, "hash-object copy.dwx"));
     EXPECT_EQ(git(place, "diff --name-only"), "");
 }
 
@@ -231,9 +265,20 @@ TEST_F(IndexTest, KeepFilesForADirectoryAndThoseAbove) {
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(tracked(), (std::vector<std::string>{"a/.gitkeep", "a/b/.gitkeep", "a/b/c/.gitkeep",
                                                    "a/b/c/d/.gitkeep"}));
-    ASSERT_OK(zIndexRemoveDirectory(index.get(), u"a/b/c"));
+    ASSERT_OK(zIndexRemoveDirectory(index.get(), u"a/b/c/"));
     EXPECT_EQ(zIndexEntryCount(index.get()), 2u);
     EXPECT_FALSE(fs::exists(place / ".gitkeep"));
+}
+
+// What a link in its place names is the user's.
+TEST_F(IndexTest, KeepFileThatIsALinkIsNotWrittenThrough) {
+    write(dir.path() / "outside", "precious");
+    fs::create_directories(place / "a");
+    fs::create_symlink(dir.path() / "outside", place / "a/.gitkeep");
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexFixupGitkeep(index.get(), u"a"));
+    EXPECT_EQ(read(dir.path() / "outside"), "precious");
+    EXPECT_NE(zIndexEntryBypath(index.get(), u"a/.gitkeep"), nullptr); // as the link that it is
 }
 
 TEST_F(IndexTest, EntriesByHand) {
@@ -291,6 +336,9 @@ TEST_F(IndexTest, ConflictsAreFoundAndResolvedByAdding) {
     EXPECT_EQ(status()["a.dwx"], Z_KIND_CONFLICTED);
     auto list = guard(zIndexMatch(index.get(), nullptr), zPathListFree);
     EXPECT_EQ(zPathListLength(list.get()), 0u);
+    EXPECT_FALSE(zIndexRename(index.get(), u"a.dwx", u"b.dwx")); // would resolve it unseen
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_TRUE(fs::exists(place / "a.dwx"));
     put("a.dwx", "both");
     ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}).get()));
     EXPECT_FALSE(zIndexHasConflicts(index.get()));

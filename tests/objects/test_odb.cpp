@@ -189,6 +189,11 @@ TEST_F(OdbTest, ExportsRawBytes) {
     ASSERT_OK(zBlobExport(file.get(), (place / "out").u16string().c_str(), u"ab"));
     EXPECT_EQ(read(place / "out"), "line\r\nline\nline\r\nline\n");
 
+    std::filesystem::permissions(place / "out", std::filesystem::perms::owner_read);
+    EXPECT_FALSE(zBlobExport(file.get(), (place / "out").u16string().c_str(), u"wb"));
+    EXPECT_EQ(zErrorCode(), 13);
+    EXPECT_FALSE(zBlobCheckout(file.get(), u"out")) << "read-only";
+    EXPECT_EQ(read(place / "out"), "line\r\nline\nline\r\nline\n");
     EXPECT_FALSE(zBlobExport(file.get(), (place / "no/such/out").u16string().c_str(), u"wb"));
     EXPECT_EQ(zErrorCode(), 2);
     EXPECT_FALSE(zBlobExport(file.get(), (place / "out").u16string().c_str(), u"zz"));

@@ -36,19 +36,6 @@ TEST_F(RepositoryRecord, NewOneIsGitsToo) {
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "full/.git"));
 }
 
-TEST_F(RepositoryRecord, HeadIsMasterWhateverTheUsersDefault) {
-    write(dir.path() / "home/.gitconfig", "[init]\n\tdefaultBranch = trunk\n");
-    git_buf before{};
-    git_libgit2_opts(GIT_OPT_GET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, &before);
-    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL,
-                     (dir.path() / "home").c_str());
-    RepositoryPtr made(zRepositoryInit((dir / u"made").c_str(), false));
-    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
-    git_buf_dispose(&before);
-    ASSERT_OK(made);
-    EXPECT_EQ(git(dir.path() / "made", "symbolic-ref HEAD"), "refs/heads/master");
-}
-
 TEST_F(RepositoryRecord, BareHasNoWorkTree) {
     RepositoryPtr bare(zRepositoryInit((dir / u"bare.git").c_str(), true));
     ASSERT_OK(bare);
@@ -84,11 +71,22 @@ TEST_F(RepositoryRecord, DiscoversUpwardToACeiling) {
     EXPECT_EQ(zRepositoryOpen((place / "a").u16string().c_str()), nullptr); // exactly the place
 }
 
-TEST_F(RepositoryRecord, Clones) {
+TEST_F(RepositoryRecord, UsersSettingsDontCount) {
     ASSERT_OK(commit({{u"docs/a.txt", "one\n"}}));
+    write(dir.path() / "home/.gitconfig",
+          "[init]\n\tdefaultBranch = trunk\n[core]\n\tautocrlf = true\n");
+    git_buf before{};
+    git_libgit2_opts(GIT_OPT_GET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, &before);
+    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL,
+                     (dir.path() / "home").c_str());
+    RepositoryPtr made(zRepositoryInit((dir / u"made").c_str(), false));
     RepositoryPtr copy(
         zRepositoryClone(place.u16string().c_str(), (dir / u"clone").c_str(), false));
+    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
+    git_buf_dispose(&before);
+    ASSERT_OK(made);
     ASSERT_OK(copy);
+    EXPECT_EQ(git(dir.path() / "made", "symbolic-ref HEAD"), "refs/heads/master");
     EXPECT_EQ(read(dir.path() / "clone/docs/a.txt"), "one\n");
     EXPECT_EQ(git(dir.path() / "clone", "status --porcelain"), "");
 }

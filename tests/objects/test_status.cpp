@@ -53,7 +53,7 @@ TEST_F(StatusTest, OneKindAFile) {
                           {"new", Z_KIND_UNTRACKED},
                           {"same", Z_KIND_UNCHANGED},
                           {"staged", Z_KIND_MODIFIED},
-                          {"type", Z_KIND_TYPECHANGE},
+                          {"type", Z_KIND_TYPECHANGE}, // of the disk alone
                           {"x.log", Z_KIND_IGNORED}}));
     for (uint32_t kind = 0; kind < 12; ++kind) { // each bit leaves out its kind
         Kinds left = all;

@@ -1,7 +1,9 @@
 #include "support.hpp"
 
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <sys/wait.h>
 
 namespace test {
@@ -37,6 +39,22 @@ std::string run(const std::string &command, int *status) {
     int result = pclose(pipe);
     if (status) *status = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
     return text;
+}
+
+CommaLocale::CommaLocale() : before_(setlocale(LC_NUMERIC, nullptr)) {
+    write(dir_.path() / "source", "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
+                                  "grouping 3\nEND LC_NUMERIC\n");
+    run("cd " + dir_.path().string() + " && localedef -c -i source ./comma 2>&1");
+    setenv("LOCPATH", dir_.path().c_str(), 1);
+    char text[8];
+    if (!setlocale(LC_NUMERIC, "comma") || snprintf(text, sizeof text, "%.1f", 1.5) != 3 ||
+        text[1] != ',')
+        throw std::runtime_error("no locale with a decimal comma");
+}
+
+CommaLocale::~CommaLocale() {
+    unsetenv("LOCPATH");
+    setlocale(LC_NUMERIC, before_.c_str());
 }
 
 } // namespace test

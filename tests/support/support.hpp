@@ -46,6 +46,20 @@ std::string read(const std::filesystem::path &path);
 // What a shell command printed; its exit status in `status` if that is given.
 std::string run(const std::string &command, int *status = nullptr);
 
+// While it lives the process counts with a decimal comma, as a host may; the locale is made on the
+// spot, since few machines have one installed.
+class CommaLocale {
+  public:
+    CommaLocale();
+    ~CommaLocale();
+    CommaLocale(const CommaLocale &) = delete;
+    CommaLocale &operator=(const CommaLocale &) = delete;
+
+  private:
+    TempDir dir_;
+    std::string before_;
+};
+
 // Gives what a function of the library returned back at scope's end.
 template <class T> using Guard = std::unique_ptr<T, void (*)(T *)>;
 template <class T> Guard<T> guard(T *pointer, void (*release)(T *)) {

@@ -157,12 +157,14 @@ TEST(Dir, Make) {
     EXPECT_FALSE(zDirMake((dir / u"f/g/h").c_str(), true));
     EXPECT_FALSE(zDirMake(u"C:\\x", true)); // no directory "C:" here
     EXPECT_FALSE(fs::exists("C:"));
+    chmod(dir.path().c_str(), 0555);
     test::Child child([&] { // on the way to a refused place nothing counts as made
         return test::unprivileged() && !zDirMake((dir / u"q/r").c_str(), true) && zErrorCode() == 13
                    ? 0
                    : 1;
     });
     EXPECT_EQ(child.wait(), 0);
+    chmod(dir.path().c_str(), 0755);
 }
 
 TEST(Dir, EmptyAndSign) {

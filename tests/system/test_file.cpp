@@ -195,6 +195,8 @@ TEST(File, Copy) {
     EXPECT_EQ(test::read(dir.path() / "there/tree/sub/more"), "kept");
     EXPECT_FALSE(zCopy((dir / u"tree").c_str(), (dir / u"tree/sub/tree").c_str()));
     EXPECT_FALSE(fs::exists(dir.path() / "tree/sub/tree"));
+    EXPECT_FALSE(zCopy((dir / u"tree").c_str(), (dir / u"tree/new/parent/copy").c_str()));
+    EXPECT_FALSE(fs::exists(dir.path() / "tree/new"));
     EXPECT_FALSE(zCopy((dir / u"missing").c_str(), (dir / u"x").c_str()));
     EXPECT_EQ(zErrorClass(), 9);
     EXPECT_EQ(zErrorCode(), 2);
@@ -204,6 +206,19 @@ TEST(File, Copy) {
     EXPECT_EQ(test::read(dir.path() / "old"), "new");
     EXPECT_FALSE(zCopy((dir / u"file").c_str(), (dir / u"file").c_str()));
     EXPECT_EQ(test::read(dir.path() / "file"), "new");
+}
+
+TEST(File, RootsCopyRunsWithNobodysRights) {
+    TempDir dir;
+    const fs::path file = dir.path() / "f";
+    struct stat info;
+    test::write(file, "");
+    if (geteuid() != 0 || chown(file.c_str(), 65534, 65534) != 0) GTEST_SKIP() << "not root";
+    chmod(file.c_str(), 06755);
+    EXPECT_OK(zCopy((dir / u"f").c_str(), (dir / u"copy").c_str()));
+    ASSERT_OK(zFileStatW((dir / u"copy").c_str(), &info));
+    EXPECT_EQ(info.st_uid, 0u);
+    EXPECT_EQ(info.st_mode & 07777, 0755u);
 }
 
 TEST(File, ReadOnlyTouchesOnlyWhatDiffers) {

@@ -132,6 +132,33 @@ TEST_F(Flocks, FailedSavingGivesTheLockUp) {
     EXPECT_EQ(files(), 1u);
 }
 
+TEST_F(Flocks, Links) {
+    test::write(dir.path() / "real/index", "old");
+    fs::create_symlink("real/index", file);
+    {
+        const Lock held = lock(true);
+        ASSERT_OK(held);
+        test::write(file, "new"); // through the link
+        EXPECT_OK(zFlockUndo(held.get()));
+        EXPECT_TRUE(fs::is_symlink(file));
+        EXPECT_EQ(test::read(dir.path() / "real/index"), "old");
+    }
+    fs::create_symlink("real/index", lock_file);
+    EXPECT_EQ(lock(true), nullptr);
+    EXPECT_TRUE(zFlockRecover(target.c_str()) && zFlockPurge(target.c_str()));
+    EXPECT_EQ(test::read(dir.path() / "real/index"), "old");
+}
+
+// What would be locked is another file in another directory.
+TEST_F(Flocks, CutTargetIsRefused) {
+    const std::u16string inner = dir / std::u16string(200, u'd') + u'/';
+    const std::u16string cut = inner + std::u16string(512 - inner.size(), u'x') + u"/f";
+    fs::create_directory(inner);
+    EXPECT_EQ(zFlockOpen(cut.c_str(), false), nullptr);
+    EXPECT_EQ(zErrorCode(), 38);
+    EXPECT_TRUE(fs::is_empty(inner));
+}
+
 // ---- A full disk, and every other failure
 
 void fill_disk() {

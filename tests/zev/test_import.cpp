@@ -25,10 +25,20 @@ struct Import : testing::Test {
     host::OwnedRepository repository{zRepositoryInit((dir / u"copy").c_str(), false)};
     std::u16string drawing = dir / u"copy/a.dwx";
 
+    dxf::Import request_for(const Notify *notify) {
+        return {repository.get(),
+                dir / u"in.dxf",
+                "in.dxf",
+                drawing,
+                fs::path(drawing).lexically_relative(root).string(),
+                nullptr,
+                notify};
+    }
     dxf::ImportResult import(const std::string &bytes, Drawing *committed = nullptr) {
         test::write(dir.path() / "in.dxf", bytes);
-        return dxf::import_drawing(
-            {repository.get(), dir / u"in.dxf", "in.dxf", drawing, committed, zNotifyNull()});
+        dxf::Import request = request_for(zNotifyNull());
+        request.committed = committed;
+        return dxf::import_drawing(request);
     }
     std::string exported(const std::u16string &file) {
         host::OwnedDrawing read(zDrawingRead(file.c_str()));
@@ -163,8 +173,7 @@ TEST_F(Import, AFailureLeavesNothing) {
     Notify broken{};
     broken.usrbrk = [](const Notify *) { return true; };
     test::write(dir.path() / "in.dxf", entities(line("A", "1")));
-    dxf::Import request{repository.get(), dir / u"in.dxf", "in.dxf", drawing, nullptr, &broken};
-    EXPECT_THROW(dxf::import_drawing(request), host::Failed);
+    EXPECT_THROW(dxf::import_drawing(request_for(&broken)), host::Failed);
     drawing = dir / u"copy/none/a.dwx";
     EXPECT_THROW(import(entities(line("A", "1"))), host::Failed);
     EXPECT_EQ(tables(), 0u);

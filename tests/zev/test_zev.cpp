@@ -84,6 +84,46 @@ TEST_F(Zev, PathsAreTakenFromTheCurrentDirectory) {
     EXPECT_EQ(ok_in(home + "/link/plans", "status"), "nothing has changed\n");
 }
 
+// What would be a pattern, an option or a comment elsewhere is a name where something bears it.
+TEST_F(Zev, OddNamesAreNames) {
+    const std::vector<std::string> names = {"#1",
+                                            "!x",
+                                            "a[1]",
+                                            "st*r",
+                                            "wh?t",
+                                            "100%s%n",
+                                            "tr ",
+                                            "q\"q ",
+                                            "Gr\xc3\xb6\xc3\x9f"
+                                            "e"};
+    for (const std::string &name : names) test::write(root + "/" + name, name);
+    for (const char *name : {"1", "x", "a1", "star", "what", "tr"})
+        test::write(root + "/" + name, name);
+    fs::create_directory(root + "/d");
+    ok("add d 'st*r' 'wh?t'"); // with a directory among them these are no patterns either
+    EXPECT_EQ(test::run("git -C " + root + " ls-files"), "d/.gitkeep\nst*r\nwh?t\n");
+    ok("add .");
+    ok("commit -m all");
+    for (const std::string &name : names) {
+        for (const auto &file : fs::directory_iterator(root))
+            if (file.is_regular_file()) test::write(file.path(), "gone " + name);
+        fs::remove(root + "/" + name);
+        ok("commit -m gone '" + name + "'");
+        EXPECT_EQ(test::run("git -C " + root +
+                            " -c core.quotepath=off show -z --name-status "
+                            "--format= HEAD"),
+                  std::string("D\0", 2) + name + '\0');
+    }
+    for (const char *path : {"''", ".git/x", "sub/.GIT/x", "'a\\b'", "$(printf 'x\\377')"})
+        EXPECT_EQ(zev(root, "mkdir " + std::string(path) + " 2>/dev/null").code, 2) << path;
+    // A name that no commit can hold stops neither the others nor the terminal.
+    fs::create_directory(root + "/gr\xf6\xdf");
+    test::write(root + "/\033[2Jx", "x");
+    test::write(root + "/new", "x");
+    EXPECT_NE(ok("add .").find("new"), std::string::npos);
+    EXPECT_EQ(ok("status --color always").find("\033[2J"), std::string::npos);
+}
+
 TEST_F(Zev, AMovedDrawingKeepsItsTable) {
     commit_two_versions();
     ok("commit -m Second plan.dwx");
@@ -120,6 +160,15 @@ TEST_F(Zev, ScriptsGetCodesAndOneObjectALine) {
         {"--json import ../copy/.git/HEAD head.dwx", 1},
         {"--json -C / status", 3},
         {"--json init .", 2},
+        {"--json -C nowhere status", 3},
+        {"--json status nowhere.dwx", 3},
+        {"--json log -n -1", 2},
+        {"--json commit -m ' ' plan.dwx", 2},
+        {"--json import ..", 2},
+        {"--json export plan.dwx -", 2},
+        {"--json export plan.dwx ..", 2},
+        {"--json export plan.dwx .git/index", 2},
+        {"--json export plan.dwx nowhere/x.dxf", 3},
     };
     for (const auto &test : cases) {
         Outcome outcome = zev(root, std::string(test.arguments) + " 2>/dev/null");
@@ -182,6 +231,9 @@ TEST_F(Zev, VerifyNamesTheFileAndTheCommit) {
         EXPECT_EQ(outcome.code, 1);
         EXPECT_NE(outcome.out.find("2 problems"), std::string::npos) << outcome.out;
     }
+    // A walk over the references that breaks off has not seen everything.
+    test::write(root + "/.git/packed-refs", "rubbish\n");
+    EXPECT_NE(zev(root, "verify").out.find("damaged  refs: "), std::string::npos);
 }
 
 TEST_F(Zev, ExportSparesFilesThatWereNotNamed) {

@@ -13,6 +13,7 @@ struct Import {
     std::u16string source;  // the DXF file
     std::string name;       // how messages call it
     std::u16string drawing; // the .dwx file, an absolute path in the work directory
+    std::string path;       // the same, relative to it
     Drawing *committed;     // the version of it that HEAD holds, may be null
     const Notify *notify;
 };

@@ -67,8 +67,7 @@ class Exporter {
         visitor.symbols = [&](uint64_t count) { run(symbol, count); };
         visitor.objects = [&](uint64_t count) { run(object, count); };
         if (!read_layout(value(0), symbols_, objects_, visitor))
-            throw host::Failed(host::kOther,
-                               name_ + ": the drawing doesn't come from a DXF file");
+            throw host::Failed(host::kOther, name_ + ": the drawing doesn't come from a DXF file");
     }
 
     std::string_view value(uint64_t place) const {

@@ -10,15 +10,16 @@
 
 #include <algorithm>
 #include <array>
+#include <future>
 #include <unordered_map>
 
 namespace dxf {
 
 namespace {
 
-constexpr uint64_t kHeader = static_cast<uint64_t>(-1); // object numbers of the blocks
-constexpr uint64_t kSummary = static_cast<uint64_t>(-2);
-constexpr uint64_t kLayout = static_cast<uint64_t>(-3);
+// Object numbers of the header, the summary and the layout.
+constexpr uint64_t kBlocks[] = {static_cast<uint64_t>(-1), static_cast<uint64_t>(-2),
+                                static_cast<uint64_t>(-3)};
 constexpr uint64_t class_number(uint64_t place) { return static_cast<uint64_t>(-101) - place; }
 
 // A block of the new version, in search of its key.
@@ -30,12 +31,15 @@ struct Item {
     bool kept() const { return key.tag != 0; }
 };
 
-// A key of the former version and the item that takes it over if the content is the same; none
-// for a record without handle, whose item is found by content.
+// A key of the former version; the place of its class or object in the list.
 struct Former {
     DrawingKey key;
-    Item *item;
+    uint64_t place;
+    Item *item = nullptr; // that takes the key over if its content is the same
 };
+
+// A number that was given to a record without handle.
+bool is_own(uint64_t number) { return number >= kFirstNumber && number < 2 * kFirstNumber; }
 
 bool same_key(const DrawingKey &a, const DrawingKey &b) {
     return a.tag == b.tag && a.object == b.object;
@@ -48,10 +52,16 @@ class Importer {
         if (fresh_) drop_table();
     }
 
+    // The file is cut while the table opens, each about a third of the time. Nothing is written
+    // before the whole file has proved to be DXF.
     ImportResult run() {
-        read_source();
-        open_drawing();
-        name_objects();
+        auto reading = std::async(std::launch::async, [this] {
+            read_source();
+            name_objects();
+        });
+        read_former();
+        reading.get();
+        own_table();
         keep_unchanged();
         stamp_others();
         write_rows(table_.get(), rows_, request_.notify);
@@ -74,6 +84,7 @@ class Importer {
         layout_ = write_layout(document_.parts);
         blocks_[1].value = summary_;
         blocks_[2].value = layout_;
+        objects_.reserve(document_.parts.size());
         for (const Part &part : document_.parts) {
             if (part.kind == Kind::header) blocks_[0].value = part.bytes;
             if (part.kind == Kind::symbol) symbols_.push_back({part.bytes});
@@ -83,36 +94,51 @@ class Importer {
 
     // The drawing and its table
 
-    void open_drawing() {
+    void read_former() {
         const zwchar *path = request_.drawing.c_str();
-        if (!zPathFileExists(path)) {
+        if (!zPathFileExists(path)) return;
+        zRaiseError(0, 0, nullptr, nullptr); // a bad format raises nothing
+        former_.reset(zDrawingRead(path));
+        if (!former_ && zErrorClass()) host::fail_raised(request_.path);
+        if (!former_)
+            throw host::Failed(host::kExists,
+                               request_.path + ": the file is there and is no drawing");
+        const Oid *id = zDrawingTableId(former_.get());
+        if (zPathDirExists(table_path(request_.repository, id).c_str())) open_table();
+        list_formers();
+    }
+
+    void open_table() {
+        const Oid *id = zDrawingTableId(former_.get());
+        table_.reset(host::check(zTableByid(request_.repository, id), request_.path));
+    }
+
+    // Makes the table if it isn't there. A copied drawing still names the table of its source,
+    // and gets one of its own.
+    void own_table() {
+        if (table_) {
+            if (is_owner()) return;
+            table_.reset();
+            zRaiseError(0, 0, nullptr, nullptr);
+            zDrawingConfirmTableBackwardRef(request_.drawing.c_str());
+            const host::Failed failed(zErrorClass(), zErrorCode(), host::narrow(zErrorDetail()));
+            read_former();
+            if (!table_) open_table();
+            if (failed.error_class && !is_owner()) throw failed;
+            return;
+        }
+        if (former_) {
+            open_table();
+        } else {
             table_.reset(host::check(zTableRand(request_.repository)));
             fresh_ = true;
-            return own_table();
         }
-        read_former();
-        bool there =
-            zPathDirExists(table_path(request_.repository, zDrawingTableId(former_.get())).c_str());
-        if (there) {
-            // A copied drawing still names the table of its source.
-            zDrawingConfirmTableBackwardRef(path);
-            read_former();
-        }
-        const Oid *id = zDrawingTableId(former_.get());
-        table_.reset(host::check(zTableByid(request_.repository, id)));
-        if (!there) own_table();
-    }
-
-    void read_former() {
-        former_.reset(zDrawingRead(request_.drawing.c_str()));
-        if (former_) return;
-        std::string name = host::narrow(request_.drawing.c_str());
-        throw host::Failed(host::kExists, name + ": the file is there and is no drawing");
-    }
-
-    void own_table() {
         const zwchar *base = host::check(zRepositoryWorkdir(request_.repository));
         host::check(zDrawingTableBackwardRefSet(table_.get(), base, request_.drawing.c_str()));
+    }
+
+    bool is_owner() {
+        return zStrcasesameA(table_owner(table_.get()).c_str(), request_.path.c_str());
     }
 
     // Undoes zTableRand; the directory above goes if it was made for this table.
@@ -167,57 +193,65 @@ class Importer {
 
     // Keys of the former version
 
-    // One pass over the former rows in table order decides every key.
-    void keep_unchanged() {
-        if (!former_) return;
-        std::vector<Former> formers = list_formers();
-        std::sort(formers.begin(), formers.end(),
-                  [](const Former &a, const Former &b) { return before(a.key, b.key); });
-        std::vector<DrawingKey> keys;
-        keys.reserve(formers.size());
-        for (const Former &former : formers) keys.push_back(former.key);
-        read_rows(table_.get(), keys, request_.notify,
-                  [&](size_t place, std::string_view value) { compare(formers[place], value); });
-    }
-
-    std::vector<Former> list_formers() {
+    // In table order.
+    void list_formers() {
         Drawing *drawing = former_.get();
-        std::vector<Former> formers = {{*zDrawingHeader(drawing), &blocks_[0]},
-                                       {*zDrawingSummary(drawing), &blocks_[1]},
-                                       {*zDrawingDS(drawing), &blocks_[2]}};
-        uint64_t classes = std::min<uint64_t>(zDrawingClassCount(drawing), symbols_.size());
-        for (uint64_t i = 0; i < classes; ++i)
-            formers.push_back({*zDrawingClassGetAt(drawing, i), &symbols_[i]});
+        formers_ = {{*zDrawingHeader(drawing), 0, nullptr},
+                    {*zDrawingSummary(drawing), 0, nullptr},
+                    {*zDrawingDS(drawing), 0, nullptr}};
+        uint64_t classes = zDrawingClassCount(drawing);
         former_objects_ = zDrawingObjectCount(drawing);
-        formers.reserve(formers.size() + former_objects_);
-        for (uint64_t i = 0; i < former_objects_; ++i) {
-            DrawingKey key = *zDrawingObjectGetAt(drawing, i);
-            Item *item = key.object < kFirstNumber ? by_handle(key.object) : nullptr;
-            if (item) item->known = true;
-            if (key.object >= kFirstNumber && key.object < 2 * kFirstNumber)
-                next_number_ = std::max(next_number_, key.object + 1);
-            if (item || key.object >= kFirstNumber) formers.push_back({key, item});
-        }
-        return formers;
+        formers_.reserve(formers_.size() + classes + former_objects_);
+        for (uint64_t i = 0; i < classes; ++i)
+            formers_.push_back({*zDrawingClassGetAt(drawing, i), i, nullptr});
+        for (uint64_t i = 0; i < former_objects_; ++i)
+            formers_.push_back({*zDrawingObjectGetAt(drawing, i), i, nullptr});
+        auto order = [](const Former &a, const Former &b) { return before(a.key, b.key); };
+        std::sort(formers_.begin(), formers_.end(), order);
     }
 
-    void compare(const Former &former, std::string_view value) {
-        Item *item = former.item;
-        if (!item) {
-            auto at = by_content_.find(value);
-            if (at == by_content_.end() || !at->second) return;
-            item = at->second;
-            at->second = item->same;
-            item->known = true;
+    // One pass over the former rows decides every key. Which object is meant is known ahead, so
+    // that one whose row is gone counts as modified.
+    void keep_unchanged() {
+        std::vector<DrawingKey> keys;
+        keys.reserve(formers_.size());
+        for (Former &former : formers_) {
+            keys.push_back(former.key);
+            uint64_t number = former.key.object;
+            if (is_own(number)) next_number_ = std::max(next_number_, number + 1);
+            former.item = item_of(former);
+            if (former.item) former.item->known = true;
         }
-        if (item->value == value) item->key = former.key;
+        read_rows(table_.get(), keys, request_.notify, [&](size_t i, std::string_view value) {
+            Item *item = is_own(formers_[i].key.object) ? take_same(value) : formers_[i].item;
+            if (item && item->value == value) item->key = formers_[i].key;
+        });
+    }
+
+    // Nothing for a record without handle, which is found by content.
+    Item *item_of(const Former &former) {
+        uint64_t number = former.key.object;
+        if (number < kFirstNumber) return by_handle(number);
+        for (size_t i = 0; i < blocks_.size(); ++i)
+            if (number == kBlocks[i]) return &blocks_[i];
+        bool is_class = former.place < symbols_.size() && number == class_number(former.place);
+        return is_class ? &symbols_[former.place] : nullptr;
+    }
+
+    // The next record without handle and with this content.
+    Item *take_same(std::string_view value) {
+        auto at = by_content_.find(value);
+        if (at == by_content_.end() || !at->second) return nullptr;
+        Item *item = at->second;
+        at->second = item->same;
+        item->known = true;
+        return item;
     }
 
     // New keys
 
     void stamp_others() {
-        uint64_t numbers[] = {kHeader, kSummary, kLayout};
-        for (size_t i = 0; i < blocks_.size(); ++i) blocks_[i].key.object = numbers[i];
+        for (size_t i = 0; i < blocks_.size(); ++i) blocks_[i].key.object = kBlocks[i];
         for (size_t i = 0; i < symbols_.size(); ++i) symbols_[i].key.object = class_number(i);
         for (Item &item : objects_)
             if (!item.kept() && !item.key.object) item.key.object = next_number_++;
@@ -234,6 +268,10 @@ class Importer {
             result_.bytes += item.value.size();
         });
         result_.rows = rows_.size();
+        // In key order the store's files do not overlap, and it never has to merge them.
+        const auto order = [](const Row &a, const Row &b) { return before(a.key, b.key); };
+        if (!std::is_sorted(rows_.begin(), rows_.end(), order))
+            std::sort(rows_.begin(), rows_.end(), order);
     }
 
     template <class F> void for_all(F visit) {
@@ -336,6 +374,7 @@ class Importer {
 
     host::OwnedDrawing former_; // as it stands in the work directory
     uint64_t former_objects_ = 0;
+    std::vector<Former> formers_;
     host::OwnedTable table_;
     bool fresh_ = false; // the table was made here and nothing names it yet
     std::vector<Row> rows_;

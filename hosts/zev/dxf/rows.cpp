@@ -18,6 +18,13 @@ using KeyBytes = std::array<uint8_t, 16>;
 constexpr uint64_t kMaxValue = 0x7FFFFFFF; // the top bit of a length ends a pair stream
 constexpr int kNearby = 8;                 // rows stepped over before a seek is the better way
 
+constexpr size_t kPoll = 1024; // rows between two looks at the user's break
+
+void show_progress(const Notify *notify, const char *what, size_t done, size_t all) {
+    zNotifyProgress(notify, u"%hs %llu of %llu blocks", what, static_cast<unsigned long long>(done),
+                    static_cast<unsigned long long>(all));
+}
+
 void put_number(uint8_t *out, uint64_t value, int bytes) {
     for (int i = bytes - 1; i >= 0; --i, value >>= 8) out[i] = static_cast<uint8_t>(value);
 }
@@ -83,7 +90,7 @@ struct PairStream : Stream {
         uint64_t done = 0;
         while (done < count && (!left.empty() || next_piece())) {
             uint64_t part = std::min<uint64_t>(count - done, left.size());
-            memcpy(buffer + done, left.data(), part);
+            left.copy(buffer + done, part);
             left.remove_prefix(part);
             done += part;
         }
@@ -98,7 +105,10 @@ struct PairStream : Stream {
             left = rows[next++].value;
             return true;
         }
-        if (next % 1024 == 0 && zNotifyIsUsrbrk(notify)) stopped = true;
+        if (next % kPoll == 0) {
+            stopped = zNotifyIsUsrbrk(notify);
+            show_progress(notify, "storing", next, rows.size());
+        }
         if (stopped) return false;
         if (next == rows.size()) return finish();
         piece = Piece::head;
@@ -141,6 +151,19 @@ host::OwnedTable open_table(Repository *repository, const Oid *id, const std::st
     return host::OwnedTable(host::check(zTableByid(repository, id), name));
 }
 
+// The zero key's value: UTF-16 through its zero, perhaps with "./" ahead.
+std::string table_owner(Table *table) {
+    void *value = nullptr;
+    uint64_t length = 0;
+    const DrawingKey zero{0, 0};
+    if (!zDrawingKeyGetData(table, &zero, &value, &length)) return {};
+    host::Owned<void, std::free> bytes(value);
+    auto *text = static_cast<const zwchar *>(value);
+    if (length < 2 || length % 2 || text[length / 2 - 1]) return {};
+    std::string path = host::narrow(text);
+    return path.starts_with("./") ? path.substr(2) : path;
+}
+
 uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Notify *notify,
                    const std::function<void(size_t place, std::string_view value)> &visit) {
     if (keys.empty()) return 0;
@@ -149,7 +172,10 @@ uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Noti
     DrawingKey at{};
     bool more = seek(iter.get(), keys.front(), at);
     for (size_t place = 0; more && place < keys.size(); ++place) {
-        if (place % 1024 == 0) host::stop_on_break(notify);
+        if (place % kPoll == 0) {
+            host::stop_on_break(notify);
+            show_progress(notify, "reading", place, keys.size());
+        }
         more = advance(iter.get(), keys[place], at);
         if (!more || before(keys[place], at)) continue;
         const void *value = nullptr;

@@ -24,6 +24,9 @@ std::u16string table_path(Repository *repository, const Oid *id);
 // Opens the drawing's table, never makes one. Throws when it isn't there, `name` in the message.
 host::OwnedTable open_table(Repository *repository, const Oid *id, const std::string &name);
 
+// The work file that the table serves, relative to the work directory; "" when none is named.
+std::string table_owner(Table *table);
+
 // Visits the rows of `keys`, which stand in table order, with their places in `keys`. A key that
 // the table lacks is passed over; the number of rows found comes back. The value is good during
 // the call.

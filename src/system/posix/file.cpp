@@ -172,7 +172,7 @@ const char *Mode::stdio() const {
 int open_fd(const char16_t *path, const Mode &mode, mode_t create) {
     const Native name(path);
     if (!name) return -1;
-    int flags = O_CLOEXEC | O_NOCTTY;
+    int flags = O_CLOEXEC | O_NOCTTY | (mode.no_link ? O_NOFOLLOW : 0);
     flags |= mode.write ? (mode.read ? O_RDWR : O_WRONLY) : O_RDONLY;
     if (mode.append) flags |= O_APPEND;
     if (mode.create) flags |= O_CREAT | (mode.exclusive ? O_EXCL : 0);
@@ -301,11 +301,6 @@ bool lstat(const char16_t *path, struct stat *out) {
     return name && (::lstat(name, out) == 0 || normalised());
 }
 
-bool is_dir(const char16_t *path) {
-    struct stat info;
-    return os::stat(path, &info) && S_ISDIR(info.st_mode);
-}
-
 bool readable(const char16_t *path) {
     const Native name(path);
     return name && (eaccess(name, R_OK) == 0 || normalised());
@@ -419,9 +414,11 @@ int dir_empty(const char16_t *path) {
     DIR *dir = name ? opendir(name) : nullptr;
     if (!dir) return -1;
     bool empty = true;
+    errno = 0;
     while (dirent *entry = empty ? readdir(dir) : nullptr) empty = is_dot(entry->d_name);
+    const int kept = errno;
     closedir(dir);
-    return empty;
+    return kept ? failed(kept), -1 : empty;
 }
 
 } // namespace zev::os

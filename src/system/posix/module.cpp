@@ -38,6 +38,11 @@ std::string mapped_file(const void *address) {
     return path;
 }
 
+std::string get_env(const char *name) {
+    const char *value = getenv(name);
+    return value ? value : "";
+}
+
 std::string home() {
     std::string path = get_env("HOME");
     if (!path.empty()) return path;
@@ -123,11 +128,6 @@ bool temp_dir(char16_t *out, size_t size) {
         if (path.back() != '/') path += '/';
         return put_wide(path, out, size);
     });
-}
-
-std::string get_env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
 }
 
 bool set_env(const char *name, const char *value) {

@@ -3,6 +3,8 @@
 // somebody puts a link in place meanwhile; and there is no limit on the length of a path.
 #include "system/posix/native.hpp"
 
+#include "common/guard.hpp"
+
 #include <cstring>
 #include <vector>
 
@@ -19,11 +21,11 @@ bool names_in(int fd, std::vector<std::string> *names) {
     const int copy = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR *dir = copy < 0 ? nullptr : fdopendir(copy);
     if (!dir) return Fd(copy), false;
+    const Finally close([=] { closedir(dir); });
     dirent *entry;
     while (errno = 0, (entry = readdir(dir)))
         if (!is_dot(entry->d_name)) names->emplace_back(entry->d_name);
     const int kept = errno;
-    closedir(dir);
     return !kept || failed(kept);
 }
 
@@ -122,11 +124,16 @@ struct Copying {
     bool dress(int fd, const struct stat &info) const;
 };
 
-// Owner, mode and time of what was copied.
+// Owner, mode and time of what was copied. A copy that runs with its owner's rights only stays so
+// if he is the same one: else root's copy of a user's file would give him root's.
 bool Copying::dress(int fd, const struct stat &info) const {
     if (owner) (void)!fchown(fd, info.st_uid, info.st_gid);
+    struct stat own;
+    if (fstat(fd, &own) != 0) return false;
+    const bool same = own.st_uid == info.st_uid && own.st_gid == info.st_gid;
+    const mode_t mode = info.st_mode & (same ? 07777u : 01777u);
     const timespec times[] = {info.st_atim, info.st_mtim};
-    return fchmod(fd, info.st_mode & 07777) == 0 && futimens(fd, times) == 0;
+    return fchmod(fd, mode) == 0 && futimens(fd, times) == 0;
 }
 
 bool Copying::file(int from_dir, const char *from, int to_dir, const char *to,
@@ -187,16 +194,18 @@ bool Copying::node(int from_dir, const char *from, int to_dir, const char *to) c
     }
 }
 
-// True if `path`, which need not exist, lies in the directory `tree` or is it.
-bool lies_in(const std::string &path, const std::string &tree) {
+// True if `path` lies in the directory `tree` or is it. As much of it as exists tells, since the
+// rest is made: a tree that takes its own copy in would never end.
+bool lies_in(std::string path, const std::string &tree) {
     const auto real = [](const std::string &name) {
-        char *text = realpath(name.c_str(), nullptr);
-        std::string copy(text ? text : "");
-        free(text);
-        return copy + '/';
+        const Malloced<char> text(realpath(name.c_str(), nullptr));
+        std::string copy(text ? text.get() : "");
+        return copy.ends_with('/') || copy.empty() ? copy : copy + '/';
     };
     const std::string top = real(tree);
-    return real(path).starts_with(top) || real(parent(path)).starts_with(top);
+    std::string there;
+    while ((there = real(path)).empty() && parent(path) != path) path = parent(path);
+    return !top.empty() && there.starts_with(top);
 }
 
 bool same_file(const char *a, const char *b) {
@@ -208,6 +217,9 @@ bool same_file(const char *a, const char *b) {
 } // namespace
 
 bool copy_tree(const std::string &from, const std::string &to, bool owner) {
+    struct stat info;
+    if (::lstat(from.c_str(), &info) != 0) return false;
+    if (S_ISDIR(info.st_mode) && lies_in(to, from)) return failed(EINVAL);
     return Copying{owner}.node(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str());
 }
 

@@ -1,0 +1,380 @@
+#include "conflict_fixture.hpp"
+
+#include "zev/workdir.h"
+
+#include <algorithm>
+
+using namespace test;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ConflictNodes : public ConflictFixture {
+  protected:
+    AnalysisPtr analyze(Index *index, PathSpec *wanted = nullptr) {
+        AnalysisPtr made(zConflictAnalyze(index, wanted));
+        EXPECT_OK(made);
+        return made;
+    }
+
+    // Analyses under the lock, as a host does; resolves under another one.
+    AnalysisPtr analyze() { return analyze(lock().get()); }
+    bool resolve(ConflictAnalysis *analysis) {
+        IndexPtr index = lock();
+        return zConflictResolve(index.get(), analysis);
+    }
+    static void choose(ConflictAnalysis *analysis, uint32_t solution, uint32_t options = 0) {
+        for (uint64_t i = 0; i < zConflictAnalysisLength(analysis); ++i) {
+            zConflictNodeSetSolution(zConflictAnalysisEntry(analysis, i), solution);
+            zConflictNodeSetOptions(zConflictAnalysisEntry(analysis, i), options);
+        }
+    }
+
+    // A conflict as a checkout records it: in the index, while the files stay as they are.
+    void record(Index *index, const char *path, const char *ancestor, const char *ours,
+                const char *theirs) {
+        auto made = [&](const char *text) { return text ? entry(path, text) : EntryPtr(); };
+        ASSERT_OK(zConflictAdd(index, made(ancestor).get(), made(ours).get(), made(theirs).get()));
+    }
+
+    // What lies in the trash, "name=content;", sorted.
+    std::string trashed() {
+        std::vector<std::string> found;
+        const fs::path trash = place / ".git/trash";
+        if (!fs::exists(trash)) return "";
+        for (auto &file : fs::recursive_directory_iterator(trash))
+            if (file.is_regular_file() && file.path().filename() != "info.$$$")
+                found.push_back(file.path().filename().string() + "=" +
+                                read(file.path()).substr(1) + ";");
+        std::ranges::sort(found);
+        std::string text;
+        for (const std::string &line : found) text += line;
+        return text;
+    }
+
+    void use_theirs(uint32_t options) {
+        AnalysisPtr analysis = analyze();
+        choose(analysis.get(), Z_CONFLICT_USE_THEIRS, options);
+        ASSERT_OK(resolve(analysis.get()));
+        EXPECT_EQ(unmerged(), "");
+        EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\nA  gone-here\nD  gone-there\nM  new");
+        for (auto *path : {"d/both", "gone-here", "new"}) EXPECT_EQ(at(path), "theirs") << path;
+        EXPECT_EQ(at("gone-there"), "(none)");
+    }
+
+    void merge_all_kinds() {
+        for (auto *path : {"d/both", "gone-here", "gone-there", "same"}) put(path, "base");
+        commit("base");
+        merge(
+            [&] {
+                put("d/both", "theirs"), put("gone-here", "theirs"), put("new", "theirs"),
+                    take("gone-there");
+            },
+            [&] {
+                put("d/both", "ours"), put("gone-there", "ours"), put("new", "ours"),
+                    take("gone-here");
+            });
+    }
+};
+
+} // namespace
+
+// ---- Grouping
+
+TEST_F(ConflictNodes, AFileOfOursStandsAboveTheirs) {
+    put("a", "1"), put("d", "1"), put("e/f", "1");
+    commit("base");
+    put("untracked", "1");
+    IndexPtr index = lock();
+    record(index.get(), "a/b", nullptr, nullptr, "2");
+    for (auto *path : {"d/1", "d/x/2", "D/3"}) record(index.get(), path, nullptr, nullptr, "2");
+    record(index.get(), "e/f/g/h", nullptr, nullptr, "2");
+    record(index.get(), "untracked/1", nullptr, nullptr, "2");
+    AnalysisPtr analysis = analyze(index.get());
+    // The first of d, by the order of bytes, is the one in upper case, which is no file's name.
+    EXPECT_EQ(told(analysis.get()),
+              "D/3: ours, theirs D/3=1;a: ours a=0, theirs a/b=1;"
+              "d: ours d=0, theirs d/1=1 d/x/2=1;e/f: ours e/f=0, theirs e/f/g/h=1;"
+              "untracked: ours untracked=7, theirs untracked/1=1;");
+    EXPECT_EQ(narrow(zConflictNodeType(zConflictAnalysisEntry(analysis.get(), 2))),
+              text(u"conflict.sDirectoryObstructed"));
+    EXPECT_EQ(zConflictAnalysisEntry(analysis.get(), 5), nullptr);
+    EXPECT_EQ(zErrorClass(), 2);
+    AnalysisPtr one = analyze(index.get(), spec({u"d/*"}).get()); // a path of them in any case
+    EXPECT_EQ(told(one.get()), "D/3: ours, theirs D/3=1;d: ours d=0, theirs d/1=1 d/x/2=1;");
+}
+
+TEST_F(ConflictNodes, ADirectoryOfOursStandsInPlaceOfTheirs) {
+    write(place / ".gitignore", "*.bak\n");
+    put("d/1", "1"), put("d/2", "base"), put("d.x", "1"), put("dd", "1");
+    commit("base");
+    put("d/2", "changed"), put("d/new", "1"), put("d/old.bak", "1");
+    fs::create_directories(place / "d/empty");
+    git(place, "init -q d/other");
+    IndexPtr index = lock();
+    record(index.get(), "d", nullptr, nullptr, "theirs");
+    AnalysisPtr analysis = analyze(index.get());
+    EXPECT_EQ(told(analysis.get()), "d: ours d/1=0 d/2=0 d/new=7 d/old.bak=7, theirs d=1;");
+    EXPECT_EQ(narrow(zConflictNodeType(zConflictAnalysisEntry(analysis.get(), 0))),
+              text(u"conflict.sFileObstructed"));
+
+    // One below is in conflict itself: it counts once, with the ancestor of the merge.
+    record(index.get(), "d/2", "other base", "changed", nullptr);
+    analysis = analyze(index.get());
+    EXPECT_EQ(told(analysis.get()), "d: ours d/1=0 d/2=3 d/new=7 d/old.bak=7, theirs d=1 d/2=2;");
+    AnalysisPtr only = analyze(index.get(), spec({u"d"}, kLiteral).get());
+    EXPECT_EQ(told(only.get()), "d: ours d/1=0 d/2=3 d/new=7 d/old.bak=7, theirs d=1;");
+}
+
+TEST_F(ConflictNodes, CaseIsDisregardedAmongPrefixes) {
+    IndexPtr index = lock();
+    AnalysisPtr analysis(zConflictAnalysisNew(index.get()));
+    for (auto *path : {"Größe/b", "GRÖSSE/b", "GRÖßE/B", "größe/B/c", "größe"}) {
+        ConflictPtr conflict(zConflictNew(nullptr, nullptr, entry(path, "1").get()));
+        ASSERT_OK(zConflictAnalysisInsert(analysis.get(), conflict.get()));
+    }
+    EXPECT_EQ(told(analysis.get()),
+              "Größe/b: ours, theirs Größe/b=1 GRÖßE/B=1 größe/B/c=1;"
+              "GRÖSSE/b: ours, theirs GRÖSSE/b=1;größe: ours, theirs größe=1;");
+}
+
+TEST_F(ConflictNodes, WhatIsHandedOutNeedsNoIndex) {
+    merge_all_kinds();
+    AnalysisPtr analysis = analyze();
+    EXPECT_EQ(told(analysis.get()),
+              "d/both: ours d/both=3, theirs d/both=3;gone-here: ours gone-here=2, "
+              "theirs gone-here=3;gone-there: ours gone-there=3, theirs gone-there=2;"
+              "new: ours new=1, theirs new=1;");
+    ConflictPtr more(zConflictNew(nullptr, nullptr, entry("more", "1").get()));
+    EXPECT_FALSE(zConflictAnalysisInsert(analysis.get(), more.get()));
+    EXPECT_EQ(zErrorClass(), 2);
+    IndexPtr index = lock();
+    EXPECT_EQ(zConflictAnalyze(index.get(), spec({u"same"}, Z_SPEC_MUST_MATCH).get()), nullptr);
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(told(analyze(index.get(), spec({u"same"}).get()).get()), "");
+}
+
+// ---- Carrying out
+
+// Where ours deleted and theirs changed, git has put theirs into the work directory.
+TEST_F(ConflictNodes, UseTheirs) {
+    merge_all_kinds();
+    use_theirs(0);
+    EXPECT_EQ(trashed(), "both=ours;gone-here=theirs;gone-there=ours;new=ours;");
+}
+
+TEST_F(ConflictNodes, UseTheirsWithoutTheTrash) {
+    merge_all_kinds();
+    use_theirs(Z_CONFLICT_NO_TRASH);
+    EXPECT_EQ(trashed(), "");
+}
+
+TEST_F(ConflictNodes, UseOurs) {
+    merge_all_kinds();
+    put("d/both", "ours, edited again");
+    take("new"); // by hand: ours comes back
+    Report report;
+    {
+        IndexPtr index = lock();
+        ASSERT_OK(zIndexResolve(index.get(), spec({}, 0, &report).get()));
+    }
+    EXPECT_EQ(unmerged(), "");
+    EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\n?? gone-here"); // theirs, by git
+    EXPECT_EQ(at("d/both"), "ours, edited again");
+    EXPECT_EQ(at("gone-there"), "ours");
+    EXPECT_EQ(at("new"), "ours");
+    EXPECT_EQ(report.lines,
+              (std::vector<std::string>{
+                  "start: " + text(u"action.sCommand") + " " + text(u"action.sResolveConflicts"),
+                  text(u"action.sResolved") + " d/both", text(u"action.sResolved") + " gone-here",
+                  text(u"action.sResolved") + " gone-there", text(u"action.sResolved") + " new",
+                  "done: " + text(u"action.sDone")}));
+}
+
+TEST_F(ConflictNodes, ADirectoryMakesWayAndComesBack) {
+    put("d/1", "1"), put("d/2", "2"), put("f", "file");
+    commit("base");
+    put("d/new", "3");
+    {
+        IndexPtr index = lock();
+        record(index.get(), "d", nullptr, nullptr, "theirs");
+        record(index.get(), "f/below/1", nullptr, nullptr, "theirs");
+        ASSERT_OK(zIndexWrite(index.get()));
+    }
+    AnalysisPtr ours = analyze();
+    choose(ours.get(), Z_CONFLICT_USE_OURS);
+    ASSERT_OK(resolve(ours.get()));
+    EXPECT_EQ(porcelain(), "?? d/new"); // as if nothing had been
+    {
+        IndexPtr index = lock();
+        record(index.get(), "d", nullptr, nullptr, "theirs");
+        record(index.get(), "f/below/1", nullptr, nullptr, "theirs");
+        ASSERT_OK(zIndexWrite(index.get()));
+    }
+    AnalysisPtr theirs = analyze();
+    ASSERT_OK(resolve(theirs.get()));
+    EXPECT_EQ(at("d"), "theirs");
+    EXPECT_EQ(at("f/below/1"), "theirs");
+    EXPECT_EQ(tracked(),
+              (std::vector<std::string>{"d", "f/.gitkeep", "f/below/.gitkeep", "f/below/1"}));
+    EXPECT_EQ(trashed(), "1=1;2=2;f=file;new=3;");
+}
+
+// Ours did not change and only theirs did, which a merge by hand may record: the file stays.
+TEST_F(ConflictNodes, AnUnchangedSideStaysTracked) {
+    put("a", "1"), put("b", "1");
+    commit("base");
+    fs::permissions(place / "b", fs::perms::owner_exec, fs::perm_options::add);
+    {
+        IndexPtr index = lock();
+        record(index.get(), "a", "1", "1", "2");
+        EntryPtr base = entry("b", "1"), ours = entry("b", "2", 0100755),
+                 theirs = entry("b", "3", 0100755);
+        ASSERT_OK(zConflictAdd(index.get(), base.get(), ours.get(), theirs.get()));
+        ASSERT_OK(zIndexResolve(index.get(), nullptr));
+    }
+    EXPECT_EQ(git(place, "ls-files -s b").substr(0, 6), "100755"); // a mode is not the disk's
+    EXPECT_EQ(git(place, "diff --cached --name-only"), "b");
+    EXPECT_EQ(git(place, "diff --name-only"), "");
+}
+
+// ---- Failures, and what is left for later
+
+struct Progress : Report {
+    Progress() {
+        progress = [](auto *n, auto *said) {
+            const_cast<Progress *>(static_cast<const Progress *>(n))->said.push_back(narrow(said));
+        };
+    }
+    std::vector<std::string> said;
+};
+
+TEST_F(ConflictNodes, WhatFailsOrWaitsStaysInConflict) {
+    for (auto *path : {"a", "b", "c"}) put(path, "base");
+    commit("base");
+    merge([&] { put("a", "theirs"), put("b", "theirs b"), put("c", "theirs"); },
+          [&] { put("a", "ours"), put("b", "ours"), put("c", "ours"); });
+    const std::string id = git(place, "rev-parse :3:b");
+    const fs::path object = place / ".git/objects" / id.substr(0, 2) / id.substr(2);
+    fs::rename(object, dir.path() / "away"); // as in a partial client
+    AnalysisPtr analysis = analyze();
+    Progress report;
+    zConflictAnalysisSetNotify(analysis.get(), &report);
+    zConflictNodeSetSolution(zConflictAnalysisEntry(analysis.get(), 0), Z_CONFLICT_UNDECIDED);
+    repository.reset(zRepositoryOpen(place.u16string().c_str()));
+    ASSERT_OK(resolve(analysis.get()));
+    EXPECT_EQ(unmerged(), "1 a;2 a;3 a;1 b;2 b;3 b;");
+    EXPECT_EQ(at("b"), "ours");
+    EXPECT_EQ(trashed(), "c=ours;");
+    zSetErrorMsg(zI18nTextLookup(zI18nCurrentLang(), u"conflict.eUnableToResolve_s"), u"b");
+    EXPECT_TRUE(report.told(text(u"action.sFailed") + " " + narrow(zErrorMsg())));
+    auto line = [](int32_t sum, int32_t total, int32_t done, int32_t failed) {
+        zwchar text[512];
+        zSnprintfW(text, 512, zI18nTextLookup(zI18nCurrentLang(), u"action.sResolveProgress_4d"),
+                   sum, total, done, failed);
+        return narrow(text);
+    };
+    EXPECT_EQ(report.said,
+              (std::vector<std::string>{line(1, 2, 0, 1), line(2, 2, 1, 1), line(2, 2, 1, 1)}));
+
+    // The second try takes up what is left.
+    fs::rename(dir.path() / "away", object);
+    zConflictNodeSetSolution(zConflictAnalysisEntry(analysis.get(), 0), Z_CONFLICT_USE_OURS);
+    repository.reset(zRepositoryOpen(place.u16string().c_str()));
+    ASSERT_OK(resolve(analysis.get()));
+    EXPECT_EQ(unmerged(), "");
+    EXPECT_EQ(porcelain(), "M  b\nM  c");
+    for (uint64_t i = 0; i < 3; ++i)
+        EXPECT_TRUE(zConflictNodeIsResolved(zConflictAnalysisEntry(analysis.get(), i)));
+}
+
+// The files changed after the conflict was shown: no entry is lost over it.
+TEST_F(ConflictNodes, AFailureInTheMiddleTakesNoEntries) {
+    put("a", "1"), put("z", "1");
+    commit("base");
+    IndexPtr index = lock();
+    record(index.get(), "a", "1", "2", "3");
+    record(index.get(), "z", "1", "2", "3");
+    AnalysisPtr analysis(zConflictAnalysisNew(index.get()));
+    NodePtr node(zConflictNodeNew(u"both"));
+    for (auto *path : {u"a", u"z"})
+        ASSERT_OK(zConflictNodeAddPair(node.get(), index.get(),
+                                       ConflictPtr(zConflictGet(index.get(), path)).get()));
+    take("z");
+    zConflictNodeSetSolution(node.get(), Z_CONFLICT_USE_OURS);
+    EXPECT_FALSE(zConflictNodeResolve(index.get(), node.get()));
+    EXPECT_EQ(zErrorClass(), 3);
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(unmerged(), "1 a;2 a;3 a;1 z;2 z;3 z;");
+    EXPECT_FALSE(zConflictNodeIsResolved(node.get()));
+}
+
+TEST_F(ConflictNodes, ATwinInCaseIsNotMade) {
+    put("Plan", "ours"), put("x", "1");
+    commit("base");
+    IndexPtr index = lock();
+    record(index.get(), "plan", "1", nullptr, "theirs");
+    AnalysisPtr analysis = analyze(index.get());
+    ConflictNode *node = zConflictAnalysisEntry(analysis.get(), 0);
+    EXPECT_FALSE(zConflictNodeResolve(index.get(), node));
+    EXPECT_EQ(zErrorClass(), 4);
+    EXPECT_EQ(at("plan"), "(none)");
+    // With the other spelling in the node it goes.
+    EntryPtr other(zIndexEntryDup(zIndexEntryBypath(index.get(), u"Plan")));
+    ASSERT_OK(zConflictNodeAddOurs(node, index.get(), other.get(), other.get()));
+    ASSERT_OK(zConflictNodeResolve(index.get(), node));
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"plan", "x"}));
+}
+
+// A directory that became a link leads out: nothing is written or taken behind it.
+TEST_F(ConflictNodes, NothingIsTouchedBehindALink) {
+    put("d/a", "base");
+    commit("base");
+    merge([&] { put("d/a", "theirs"); }, [&] { put("d/a", "ours"); });
+    take("d");
+    write(dir.path() / "outside/a", drawing("not ours"));
+    fs::create_directory_symlink(dir.path() / "outside", place / "d");
+    for (uint32_t solution : {Z_CONFLICT_USE_OURS, Z_CONFLICT_USE_THEIRS}) {
+        AnalysisPtr analysis = analyze();
+        EXPECT_EQ(told(analysis.get()), "d: ours d/a=11 d=7, theirs d/a=3;");
+        choose(analysis.get(), solution, Z_CONFLICT_NO_TRASH);
+        resolve(analysis.get());
+        EXPECT_EQ(read(dir.path() / "outside/a"), drawing("not ours"));
+    }
+}
+
+TEST_F(ConflictNodes, NamesAreNoPatterns) {
+    const std::vector<std::string> names = {"#1.dwx",
+                                            "!x.dwx",
+                                            "a[1].dwx",
+                                            "st*r.dwx",
+                                            "100%s%n.dwx",
+                                            "blank ",
+                                            "Zeichnung Größe.dwx",
+                                            "図面.dwx",
+                                            "[d]/*"};
+    for (const std::string &name : names) put(name, "base");
+    put("star.dwx", "base"), put("a1.dwx", "base"), put("d/x", "base");
+    commit("base");
+    merge(
+        [&] {
+            for (auto &name : names) put(name, "theirs");
+        },
+        [&] {
+            for (auto &name : names) put(name, "ours");
+        });
+    for (const std::string &name : names) {
+        IndexPtr index = lock();
+        AnalysisPtr analysis = analyze(index.get(), spec({wide(name)}, kLiteral).get());
+        ASSERT_EQ(zConflictAnalysisLength(analysis.get()), 1u) << name;
+        Report report;
+        zConflictAnalysisSetNotify(analysis.get(), &report);
+        ASSERT_OK(zConflictResolve(index.get(), analysis.get()));
+        EXPECT_TRUE(report.told(text(u"action.sResolved") + " " + name));
+        EXPECT_EQ(at(name), "theirs") << name;
+    }
+    EXPECT_EQ(unmerged(), "");
+    for (auto *path : {"star.dwx", "a1.dwx", "d/x"}) EXPECT_EQ(at(path), "base");
+}

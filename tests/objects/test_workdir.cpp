@@ -1,0 +1,178 @@
+#include "copy_fixture.hpp"
+
+#include "zev/workdir.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace test;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct WorkdirTest : WorkingCopyTest {
+    // What stands in the work directory, directories with a slash.
+    std::vector<std::string> tree() {
+        std::vector<std::string> names;
+        for (auto at = fs::recursive_directory_iterator(place); at != fs::end(at); ++at) {
+            const std::string name = at->path().lexically_relative(place).string();
+            if (name == ".git")
+                at.disable_recursion_pending();
+            else
+                names.push_back(name + (at->is_directory() && !at->is_symlink() ? "/" : ""));
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    using Names = std::vector<std::string>;
+};
+
+bool writable(const fs::path &path) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && status.st_mode & 0222;
+}
+
+} // namespace
+
+TEST_F(WorkdirTest, Questions) {
+    put("docs/a.dwx", "1234");
+    fs::create_symlink("a.dwx", place / "docs/link");
+    constexpr struct {
+        const zwchar *path;
+        bool path_there, file, directory;
+    } kRows[] = {
+        {u"docs/a.dwx", true, true, false},
+        {u"docs", true, false, true},
+        {u"", true, false, true},
+        {u"\\docs\\.\\a.dwx", true, true, false},
+        {u"docs/link", true, false, false}, // the link, not its target
+        {u"docs/b.dwx", false, false, false},
+        {u"docs/a.dwx/b", false, false, false},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(narrow(row.path));
+        EXPECT_EQ(zWorkdirPathExists(repository.get(), row.path), row.path_there);
+        EXPECT_EQ(zWorkdirFileExists(repository.get(), row.path), row.file);
+        EXPECT_EQ(zWorkdirDirExists(repository.get(), row.path), row.directory);
+    }
+    struct stat status {};
+    ASSERT_OK(zWorkdirStat(&status, repository.get(), u"docs/a.dwx"));
+    EXPECT_EQ(status.st_size, 4);
+    EXPECT_FALSE(zWorkdirStat(&status, repository.get(), u"docs/b.dwx"));
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(narrow(zErrorMsg()), "docs/b.dwx");
+}
+
+TEST_F(WorkdirTest, RemovalTakesEmptiedDirectoriesAlong) {
+    struct {
+        bool (*remove)(Repository *, const zwchar *);
+        const zwchar *path;
+        Names left;
+    } kRows[] = {
+        {zWorkdirUnlink, u"a/b/x", {"a/", "a/e/", "a/y", "top"}}, // a/e goes only with its parent
+        {zWorkdirUnlink, u"a/b/none", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
+        {zWorkdirRemove, u"a/b/", {"a/", "a/e/", "a/y", "top"}},
+        {zWorkdirRemove, u"a", {"top"}},
+        {zWorkdirRemove, u"none/at/all", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
+        {zWorkdirDrop, u"a/b/x", {"a/", "a/e/", "a/y", "top"}},
+        {zWorkdirDrop, u"top", {"a/", "a/b/", "a/b/x", "a/e/", "a/y"}},
+        {zWorkdirRmdirR, u"a/e", {"a/", "a/b/", "a/b/x", "a/y", "top"}},
+        {zWorkdirRmdirR, u"a", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
+        {zWorkdirRmdirR, u"", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
+    };
+    for (const auto &row : kRows) {
+        fs::remove_all(place / "a");
+        for (auto path : {"a/b/x", "a/y", "top"}) put(path, "1");
+        fs::create_directories(place / "a/e");
+        EXPECT_OK(row.remove(repository.get(), row.path)) << narrow(row.path);
+        EXPECT_EQ(tree(), row.left) << narrow(row.path);
+    }
+    fs::remove(place / "a/y");
+    EXPECT_OK(zWorkdirUnlink(repository.get(), u"a/b/x"));
+    EXPECT_EQ(tree(), Names{"top"}); // a/e held no file
+    put("d/f", "1");
+    EXPECT_FALSE(zWorkdirUnlink(repository.get(), u"d"));
+    EXPECT_TRUE(fs::exists(place / "d/f"));
+}
+
+TEST_F(WorkdirTest, NothingLeadsOut) {
+    const fs::path outside = fs::path(dir.path()) / "outside";
+    write(outside / "keep", "theirs");
+    fs::create_directory_symlink(outside, place / "out");
+    put("docs/a", "1");
+    const zwchar *kRefused[] = {u"out/keep", u"docs/../../outside/keep", u"..", u".git/config",
+                                u"docs/.GIT/x"};
+    for (const zwchar *path : kRefused) {
+        SCOPED_TRACE(narrow(path));
+        const auto refused = [](bool done) { return !done && zErrorClass() == 2; };
+        struct stat status {};
+        EXPECT_TRUE(refused(zWorkdirStat(&status, repository.get(), path)));
+        EXPECT_TRUE(refused(zWorkdirPathExists(repository.get(), path)));
+        EXPECT_TRUE(refused(zWorkdirChread(repository.get(), path, true)));
+        for (auto take : {zWorkdirUnlink, zWorkdirRemove, zWorkdirDrop, zWorkdirRmdirR})
+            EXPECT_TRUE(refused(take(repository.get(), path)));
+        EXPECT_TRUE(refused(zWorkdirRemoveObstacle(repository.get(), path, 0)));
+    }
+    for (const zwchar *path : {u"", u"/", u"./"})
+        for (auto take : {zWorkdirRemove, zWorkdirDrop})
+            EXPECT_FALSE(take(repository.get(), path)) << narrow(path);
+    EXPECT_OK(zWorkdirChread(repository.get(), u"out", true)); // a link has no mode of its own
+    EXPECT_OK(zWorkdirRmdirR(repository.get(), u"out"));
+    EXPECT_TRUE(writable(outside / "keep"));
+    EXPECT_OK(zWorkdirRemove(repository.get(), u"out")); // the link alone
+    EXPECT_EQ(tree(), (Names{"docs/", "docs/a"}));
+    EXPECT_EQ(read(outside / "keep"), "theirs");
+}
+
+TEST_F(WorkdirTest, KeepsTheGitDirectoryWhereverItLies) {
+    fs::create_directory(place / "in");
+    git(place, "init -q --separate-git-dir " + (place / "in/store").string() + " .");
+    repository.reset(zRepositoryOpen(place.u16string().c_str()));
+    ASSERT_OK(repository);
+    for (auto take : {zWorkdirRemove, zWorkdirDrop})
+        for (const zwchar *path : {u"in", u"in/store"}) EXPECT_FALSE(take(repository.get(), path));
+    EXPECT_TRUE(fs::exists(place / "in/store/HEAD"));
+}
+
+TEST_F(WorkdirTest, ReadOnlyIsForFiles) {
+    put("docs/a", "1");
+    put("docs/sub/b", "1");
+    put("c", "1");
+    fs::create_symlink("../c", place / "docs/link");
+    ASSERT_OK(zWorkdirChread(repository.get(), u"docs", true));
+    EXPECT_FALSE(writable(place / "docs/a") || writable(place / "docs/sub/b"));
+    EXPECT_TRUE(writable(place / "docs/sub") && writable(place / "c"));
+    ASSERT_OK(zWorkdirChread(repository.get(), u"docs/sub/b", false));
+    EXPECT_TRUE(writable(place / "docs/sub/b"));
+    EXPECT_OK(zWorkdirChread(repository.get(), u"none", true));
+}
+
+TEST_F(WorkdirTest, Obstacles) {
+    struct {
+        const zwchar *path;
+        int32_t trash;
+        Names left;
+        int slots;
+    } kRows[] = {
+        {u"a/b/c", 0, {"d/", "d/e"}, 0},      // the file `a`
+        {u"a/b/c", 0x101, {"d/", "d/e"}, 1},  // into the trash
+        {u"d", 0x100, {"a"}, 0},              // only the low byte counts
+        {u"d/x/y", 1, {"a", "d/", "d/e"}, 0}, // nothing in the way
+        {u"d/e", 1, {"a"}, 1},
+    };
+    for (const auto &row : kRows) {
+        put("a", "1");
+        put("d/e", "1");
+        EXPECT_OK(zWorkdirRemoveObstacle(repository.get(), row.path, row.trash));
+        EXPECT_EQ(tree(), row.left) << narrow(row.path);
+        int slots = 0;
+        for (const auto &at : fs::recursive_directory_iterator(place / ".git")) {
+            slots += at.path().filename() == "info.$$$";
+        }
+        EXPECT_EQ(slots, row.slots) << narrow(row.path);
+        fs::remove_all(place / ".git/trash");
+    }
+}

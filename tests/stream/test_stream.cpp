@@ -1,0 +1,377 @@
+// The stream kinds and the portable encoding, through the interface only.
+#include "support.hpp"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using test::guard;
+using StreamGuard = test::Guard<Stream>;
+
+constexpr uint64_t kLongest = 0x4000000;
+
+StreamGuard memory(uint32_t mode = 0, uint64_t capacity = 0) {
+    return guard(zMemStream(mode, capacity), zStreamFree);
+}
+
+std::string contents(Stream *stream) {
+    std::string bytes(zStreamSize(stream), '\0');
+    EXPECT_TRUE(zStreamRewind(stream));
+    EXPECT_EQ(zStreamRead(stream, bytes.data(), bytes.size()), bytes.size());
+    return bytes;
+}
+
+TEST(StreamEncoding, BigEndianOnEveryHost) {
+    auto stream = memory();
+    EXPECT_EQ(zStreamWrUInt8(stream.get(), 0x12), 1u);
+    EXPECT_EQ(zStreamWrInt16(stream.get(), -2), 2u);
+    EXPECT_EQ(zStreamWrUInt32(stream.get(), 0x01020304), 4u);
+    EXPECT_EQ(zStreamWrInt64(stream.get(), 0x0102030405060708), 8u);
+    EXPECT_EQ(zStreamWrFloat(stream.get(), 1.0f), 4u);
+    EXPECT_EQ(zStreamWrDouble(stream.get(), -2.0), 8u);
+    EXPECT_EQ(zStreamWrStringA(stream.get(), "ab"), 6u);
+    EXPECT_EQ(zStreamWrStringW(stream.get(), u"\xe4"), 6u);
+    using namespace std::string_literals;
+    EXPECT_EQ(contents(stream.get()), "\x12\xff\xfe\x01\x02\x03\x04\x01\x02\x03\x04\x05\x06\x07\x08"
+                                      "\x3f\x80\0\0\xc0\0\0\0\0\0\0\0\0\0\0\2ab\0\0\0\2\xc3\xa4"s);
+}
+
+template <class T>
+void there_and_back(T value, uint64_t (*write)(Stream *, T), uint64_t (*read)(Stream *, T *)) {
+    auto stream = memory();
+    EXPECT_EQ(write(stream.get(), value), sizeof value);
+    zStreamRewind(stream.get());
+    T back{};
+    EXPECT_EQ(read(stream.get(), &back), sizeof value);
+    EXPECT_EQ(memcmp(&back, &value, sizeof value), 0) << value;
+    // What is short leaves the value alone.
+    zStreamSeek(stream.get(), 1, 0);
+    EXPECT_EQ(read(stream.get(), &back), sizeof value - 1);
+    EXPECT_EQ(memcmp(&back, &value, sizeof value), 0) << value;
+}
+
+TEST(StreamEncoding, NumbersComeBack) {
+    there_and_back<int8_t>(-128, zStreamWrInt8, zStreamRdInt8);
+    there_and_back<uint8_t>(200, zStreamWrUInt8, zStreamRdUInt8);
+    there_and_back<int16_t>(INT16_MIN, zStreamWrInt16, zStreamRdInt16);
+    there_and_back<uint16_t>(0xfffe, zStreamWrUInt16, zStreamRdUInt16);
+    there_and_back<int32_t>(INT32_MIN + 1, zStreamWrInt32, zStreamRdInt32);
+    there_and_back<uint32_t>(0xfffefdfc, zStreamWrUInt32, zStreamRdUInt32);
+    there_and_back<int64_t>(INT64_MIN + 1, zStreamWrInt64, zStreamRdInt64);
+    there_and_back<uint64_t>(0xfffefdfcfbfaf9f8, zStreamWrUInt64, zStreamRdUInt64);
+    there_and_back<float>(-0.0f, zStreamWrFloat, zStreamRdFloat);
+    there_and_back<double>(std::numeric_limits<double>::denorm_min(), zStreamWrDouble,
+                           zStreamRdDouble);
+    there_and_back<double>(HUGE_VAL, zStreamWrDouble, zStreamRdDouble);
+}
+
+const struct {
+    std::string bytes;
+    uint64_t count; // what the read gives
+    const char *text;
+    int64_t position; // where the stream is left
+} kStrings[] = {
+    {{"\0\0\0\2ab\0\0\0\0", 10}, 6, "ab", 6},
+    {{"\0\0\0\0x", 5}, 4, "", 4},
+    {{"\0\0\0\0", 4}, 0, "", 4},     // the end already holds behind the prefix
+    {{"\0\0\0\5ab", 6}, 6, "ab", 6}, // short: padded with zeros
+    {{"\0\0\0", 3}, 0, "", 3},       // no whole length
+    {{"\4\0\0\1abc", 7}, 0, "", 4},  // longer than is allowed: left behind the prefix
+    {{"\xff\xff\xff\xff"
+      "abc",
+      7},
+     0,
+     "",
+     4},
+};
+
+TEST(StreamEncoding, StringsThatEndEarlyOrLie) {
+    for (const auto &row : kStrings) {
+        auto stream = memory();
+        zStreamWrite(stream.get(), row.bytes.data(), row.bytes.size());
+        zStreamRewind(stream.get());
+        char *text = nullptr;
+        EXPECT_EQ(zStreamRdStringA(stream.get(), &text), row.count);
+        ASSERT_TRUE(text);
+        EXPECT_STREQ(text, row.text);
+        EXPECT_EQ(zStreamTell(stream.get()), row.position);
+        zStrfreeA(text);
+        zStreamRewind(stream.get());
+        zwchar *wide = nullptr;
+        EXPECT_EQ(zStreamRdStringW(stream.get(), &wide), row.count);
+        EXPECT_EQ(test::narrow(wide), row.text);
+        zStrfreeW(wide);
+    }
+}
+
+TEST(StreamEncoding, LongestString) {
+    auto stream = memory(0, kLongest + 4);
+    std::string longest(kLongest, 'x');
+    ASSERT_EQ(zStreamWrStringA(stream.get(), longest.c_str()), kLongest + 4);
+    zStreamWrUInt8(stream.get(), 1);
+    zStreamRewind(stream.get());
+    char *back = nullptr;
+    EXPECT_EQ(zStreamRdStringA(stream.get(), &back), kLongest + 4);
+    EXPECT_TRUE(longest == back);
+    zStrfreeA(back);
+
+    longest += 'x';
+    auto other = memory();
+    EXPECT_EQ(zStreamWrStringA(other.get(), longest.c_str()), 0u);
+    EXPECT_EQ(zErrorClass(), 2);
+    // As wide text it is the length in UTF-8 that counts.
+    const std::u16string wide(kLongest / 2 + 1, u'\xe4');
+    EXPECT_EQ(zStreamWrStringW(other.get(), wide.c_str()), 0u);
+    EXPECT_EQ(zStreamSize(other.get()), 0u);
+}
+
+TEST(StreamEncoding, BrokenUtf8IsReplaced) {
+    auto stream = memory();
+    zStreamWrStringA(stream.get(), "a\xff\xc3");
+    zStreamWrUInt8(stream.get(), 0);
+    zStreamRewind(stream.get());
+    zwchar *text = nullptr;
+    EXPECT_EQ(zStreamRdStringW(stream.get(), &text), 7u);
+    EXPECT_EQ(std::u16string(text), u"a\xfffd\xfffd");
+    zStrfreeW(text);
+}
+
+TEST(MemStream, SeekStopsOneBehindTheEnd) {
+    auto stream = memory();
+    zStreamWrite(stream.get(), "0123456789", 10);
+    const struct {
+        int64_t offset;
+        int32_t whence;
+        int64_t tell;
+        bool eof;
+    } rows[] = {
+        {3, 0, 3, false}, {4, 1, 7, false},  {-2, 1, 5, false},        {-1, 2, 9, false},
+        {0, 2, 10, true}, {20, 0, 11, true}, {INT64_MAX, 1, 11, true}, {-5, 0, 0, false},
+        {5, 9, 0, false}, {1, 2, 11, true},  {INT64_MIN, 2, 0, false},
+    };
+    for (const auto &row : rows) {
+        EXPECT_TRUE(zStreamSeek(stream.get(), row.offset, row.whence));
+        EXPECT_EQ(zStreamTell(stream.get()), row.tell) << row.offset << " from " << row.whence;
+        EXPECT_EQ(zStreamEOF(stream.get()), row.eof) << row.offset << " from " << row.whence;
+        char byte;
+        if (row.eof) {
+            EXPECT_EQ(zStreamRead(stream.get(), &byte, 1), 0u);
+        }
+    }
+    EXPECT_EQ(contents(stream.get()), "0123456789");
+}
+
+TEST(MemStream, WritesGrowAndOverwrite) {
+    auto stream = memory();
+    std::string expected;
+    for (int i = 0; i < 500; ++i) {
+        zStreamWrite(stream.get(), "0123456789", 10);
+        expected += "0123456789";
+    }
+    EXPECT_EQ(zStreamSize(stream.get()), 5000u);
+    EXPECT_EQ(zStreamTell(stream.get()), 5000);
+    const Buffer &buffer = reinterpret_cast<MemStream *>(stream.get())->buffer;
+    EXPECT_STREQ(reinterpret_cast<const char *>(buffer.data), expected.c_str());
+
+    zStreamSeek(stream.get(), 2, 0);
+    zStreamWrite(stream.get(), "xy", 2);
+    EXPECT_EQ(zStreamSize(stream.get()), 5000u);
+    expected.replace(2, 2, "xy");
+    EXPECT_EQ(contents(stream.get()), expected);
+}
+
+// One behind the end of a full block lies outside of what the block promises to hold.
+TEST(MemStream, WriteBehindTheEndOfAFullBlock) {
+    for (uint32_t mode : {0u, 2u}) {
+        auto stream = memory(mode, 8);
+        zStreamWrite(stream.get(), "01234567", 8);
+        zStreamSeek(stream.get(), 100, 0);
+        EXPECT_EQ(zStreamWrite(stream.get(), "ab", 0), 0u);
+        EXPECT_EQ(zStreamSize(stream.get()), 9u);
+        EXPECT_EQ(zStreamWrite(stream.get(), "ab", 2), 2u);
+        EXPECT_EQ(contents(stream.get()), std::string("01234567\0ab", 11));
+    }
+}
+
+TEST(MemStream, Arguments) {
+    EXPECT_FALSE(zMemStream(3, 0));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zMemStreamInit(nullptr, 0, 0));
+    EXPECT_EQ(zErrorClass(), 1);
+    MemStream own;
+    ASSERT_OK(zMemStreamInit(&own, 1, 0));
+    EXPECT_EQ(zStreamWrite(&own.head, nullptr, 1), 0u);
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_EQ(zStreamRead(&own.head, nullptr, 1), 0u);
+    EXPECT_TRUE(zStreamFlush(&own.head)); // nothing to push out
+    zMemStreamCleanup(&own);
+    EXPECT_FALSE(own.buffer.data);
+    zStreamFree(nullptr);
+}
+
+// The same steps over every kind with a position.
+void write_and_read(Stream *stream) {
+    ASSERT_TRUE(stream) << test::narrow(zErrorDetail());
+    auto owner = guard(stream, zStreamFree);
+    EXPECT_EQ(zStreamWrite(stream, "0123456789", 10), 10u);
+    EXPECT_TRUE(zStreamFlush(stream));
+    EXPECT_EQ(zStreamSize(stream), 10u);
+    EXPECT_EQ(zStreamTell(stream), 10);
+    char bytes[20] = {};
+    EXPECT_TRUE(zStreamSeek(stream, -4, 2));
+    EXPECT_EQ(zStreamRead(stream, bytes, sizeof bytes), 4u);
+    EXPECT_STREQ(bytes, "6789");
+    EXPECT_TRUE(zStreamEOF(stream));
+    EXPECT_FALSE(zStreamError(stream));
+    EXPECT_TRUE(zStreamRewind(stream));
+    EXPECT_FALSE(zStreamEOF(stream));
+    EXPECT_EQ(zStreamTell(stream), 0);
+    // Positions are 64 bits wide.
+    EXPECT_TRUE(zStreamSeek(stream, 5LL << 30, 0));
+    EXPECT_EQ(zStreamTell(stream), 5LL << 30);
+}
+
+TEST(FileStream, WritesAndReads) {
+    test::TempDir dir;
+    write_and_read(zFileStream((dir / u"file").c_str(), u"w+b"));
+    write_and_read(zShareStream((dir / u"share").c_str(), u"w+b", Z_SHARE_NONE));
+    write_and_read(zTempStream());
+    EXPECT_EQ(test::read(dir.path() / "file"), "0123456789");
+    EXPECT_EQ(test::read(dir.path() / "share"), "0123456789");
+    // A stream over the caller's file leaves it open.
+    FILE *file = fopen((dir.path() / "mine").c_str(), "w+b");
+    write_and_read(zStdioStream(file));
+    EXPECT_EQ(fseek(file, 0, SEEK_SET), 0);
+    EXPECT_EQ(fgetc(file), '0');
+    fclose(file);
+}
+
+TEST(FileStream, Failures) {
+    test::TempDir dir;
+    EXPECT_FALSE(zFileStream((dir / u"none").c_str(), u"rb"));
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_FALSE(zStdioStream(nullptr));
+    EXPECT_EQ(zErrorClass(), 2);
+    test::write(dir.path() / "a", "text");
+    auto reader = guard(zFileStream((dir / u"a").c_str(), u"rb"), zStreamFree);
+    zRaiseCanceled(nullptr);
+    EXPECT_EQ(zStreamWrite(reader.get(), "x", 1), 0u);
+    EXPECT_EQ(zErrorCode(), EBADF);
+    EXPECT_TRUE(zStreamError(reader.get()));
+    reader.reset();
+    // The sharing mode lasts as long as the stream.
+    auto share = guard(zShareStream((dir / u"a").c_str(), u"r+b", Z_SHARE_NONE), zStreamFree);
+    ASSERT_TRUE(share);
+    EXPECT_FALSE(zShareStream((dir / u"a").c_str(), u"rb", Z_SHARE_NONE));
+    EXPECT_EQ(zErrorClass(), 7);
+    share.reset();
+    share.reset(zShareStream((dir / u"a").c_str(), u"rb", Z_SHARE_NONE));
+    EXPECT_TRUE(share);
+}
+
+TEST(JsonStream, ParsesOnce) {
+    auto stream = guard(zJsonStreamIn(), zStreamFree);
+    const std::string text = "{\"b\":[1,2],\"a\":\"\xc3\xa4\"}";
+    zStreamWrite(stream.get(), text.data(), text.size());
+    Json *tree = zJsonStreamData(stream.get());
+    ASSERT_TRUE(tree);
+    EXPECT_EQ(zJsonStreamData(stream.get()), tree);
+    auto copy = guard(zJsonStreamOut(tree), zStreamFree);
+    EXPECT_EQ(zStreamTell(copy.get()), 0);
+    EXPECT_EQ(contents(copy.get()), "{\"a\":\"\xc3\xa4\",\"b\":[1,2]}");
+    Json *parsed = zJsonStreamData(copy.get());
+    ASSERT_TRUE(parsed);
+    EXPECT_NE(parsed, tree); // its own, parsed from its text
+
+    auto broken = guard(zJsonStreamIn(), zStreamFree);
+    zStreamWrite(broken.get(), "[1", 2);
+    EXPECT_FALSE(zJsonStreamData(broken.get()));
+    zStreamWrite(broken.get(), "]", 1); // no tree was kept: asked again, it is parsed again
+    EXPECT_TRUE(zJsonStreamData(broken.get()));
+}
+
+TEST(JsonStream, Failures) {
+    EXPECT_FALSE(zJsonStreamOut(nullptr));
+    EXPECT_EQ(zErrorClass(), 2);
+    auto scalar = guard(zJsonNewInt(1), zJsonFree);
+    EXPECT_FALSE(zJsonStreamOut(scalar.get()));
+    auto plain = memory();
+    EXPECT_FALSE(zJsonStreamData(plain.get())); // no JSON stream
+}
+
+struct SocketPair : testing::Test {
+    int ends[2] = {-1, -1};
+
+    void SetUp() override { ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0); }
+    void TearDown() override { close(ends[1]); }
+    Socket *make(uint32_t references) {
+        auto *socket = static_cast<Socket *>(calloc(1, sizeof(Socket)));
+        *socket = {references, malloc(16), ends[0], 0};
+        return socket;
+    }
+};
+
+TEST_F(SocketPair, MovesBytesAndClosesWithTheLastOwner) {
+    Socket *socket = make(2);
+    auto first = guard(zSocketStream(socket, true), zStreamFree);
+    auto second = guard(zSocketStream(socket, true), zStreamFree);
+    auto borrowed = guard(zSocketStream(socket, false), zStreamFree);
+    EXPECT_EQ(zStreamWrite(first.get(), "ping", 4), 4u);
+    char bytes[8] = {};
+    EXPECT_EQ(read(ends[1], bytes, sizeof bytes), 4);
+    EXPECT_STREQ(bytes, "ping");
+    EXPECT_EQ(write(ends[1], "pong", 4), 4);
+    EXPECT_EQ(zStreamRead(second.get(), bytes, sizeof bytes), 4u);
+    EXPECT_STREQ(bytes, "pong");
+    EXPECT_FALSE(zStreamEOF(first.get()));
+    EXPECT_TRUE(zStreamFlush(first.get()));
+    EXPECT_EQ(zStreamSize(first.get()), 0u);
+    EXPECT_EQ(zErrorCode(), 129);
+    EXPECT_EQ(zStreamTell(first.get()), -1);
+    EXPECT_FALSE(zStreamSeek(first.get(), 0, 0));
+    EXPECT_FALSE(zStreamRewind(first.get()));
+
+    first.reset();
+    borrowed.reset();
+    EXPECT_EQ(zStreamWrite(second.get(), "still", 5), 5u);
+    second.reset();
+    EXPECT_EQ(read(ends[1], bytes, sizeof bytes), 5);
+    EXPECT_EQ(read(ends[1], bytes, sizeof bytes), 0); // closed
+}
+
+TEST_F(SocketPair, APeerThatWentAwayIsAFailureNotASignal) {
+    auto stream = guard(zSocketStream(make(1), true), zStreamFree);
+    close(ends[1]);
+    ends[1] = -1;
+    zRaiseCanceled(nullptr);
+    EXPECT_EQ(zStreamWrite(stream.get(), "x", 1), 0u);
+    EXPECT_EQ(zErrorClass(), 9);
+    EXPECT_EQ(zErrorCode(), EPIPE);
+    EXPECT_FALSE(zStreamError(stream.get())); // a failed write leaves the stream readable
+    char byte;
+    EXPECT_EQ(zStreamRead(stream.get(), &byte, 1), 0u);
+    EXPECT_FALSE(zStreamError(stream.get())); // the orderly end
+}
+
+TEST(SocketStream, AFailedReadIsRemembered) {
+    test::TempDir dir;
+    test::write(dir.path() / "a", "text");
+    FILE *file = fopen((dir.path() / "a").c_str(), "rb"); // no socket
+    Socket socket = {1, nullptr, fileno(file), 0};
+    auto stream = guard(zSocketStream(&socket, false), zStreamFree);
+    char byte;
+    EXPECT_EQ(zStreamRead(stream.get(), &byte, 1), 0u);
+    EXPECT_EQ(zErrorClass(), 9);
+    EXPECT_EQ(socket.last_error, 128);
+    EXPECT_TRUE(zStreamError(stream.get()));
+    zStreamWrite(stream.get(), "x", 1);
+    EXPECT_FALSE(zStreamError(stream.get())); // a write clears it, failed or not
+    fclose(file);
+}
+
+} // namespace
