@@ -18,17 +18,22 @@ using namespace zev;
 using RepositoryPtr = Owned<Repository, zRepositoryFree>;
 
 // One for the whole run; only the index in memory differs.
-Repository *repository() {
-    static RepositoryPtr made = [] {
-        zGlobalInit(u"en-US", nullptr);
+struct Place {
+    std::filesystem::path path;
+    RepositoryPtr repository;
+
+    Place() {
         char name[] = "/tmp/fuzz_conflict_XXXXXX";
-        if (!mkdtemp(name)) abort();
-        return RepositoryPtr(
-            zRepositoryInit(std::filesystem::path(name).u16string().c_str(), false));
-    }();
-    if (!made) abort();
-    return made.get();
-}
+        if (!zGlobalInit(nullptr, nullptr) || !mkdtemp(name)) abort();
+        path = name;
+        repository.reset(zRepositoryInit(path.u16string().c_str(), false));
+        if (!repository) abort();
+    }
+    ~Place() {
+        repository.reset();
+        std::filesystem::remove_all(path);
+    }
+};
 
 void enter(Index *index, std::string_view line) {
     if (line.size() < 3) return;
@@ -65,8 +70,9 @@ void check(const ConflictAnalysis *analysis, const ConflictList *list) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const Place place;
     if (size > 4096) return 0;
-    IndexPtr index(zIndexNew(repository()));
+    IndexPtr index(zIndexNew(place.repository.get()));
     std::string_view text(reinterpret_cast<const char *>(data), size);
     while (!text.empty()) {
         const size_t end = std::min(text.find('\n'), text.size());

@@ -1,10 +1,11 @@
-// A revision record: what is read once is written, and reads back as the same text. The list of
-// its changes takes every question.
+// A revision record: the quick way to read one gives what the long way gives; what is read once is
+// written, and reads back as the same text; the list of its changes takes every question.
 #include "objects/revision.hpp"
 
-#include "zev/stream.h"
+#include "common/utf.hpp"
 
 #include <cstdlib>
+#include <string_view>
 
 using namespace zev;
 
@@ -32,9 +33,13 @@ void ask(DiffList *list) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    const RevisionPtr first =
-        revision_from_text(nullptr, {reinterpret_cast<const char *>(data), size});
+    const std::string_view input(reinterpret_cast<const char *>(data), size);
+    const RevisionPtr first = revision_from_text(nullptr, input);
+    const JsonGuard tree(zJsonReadTextual(to_wide(input).c_str()));
+    const RevisionPtr slow = revision_from_json(nullptr, tree.get());
+    if (!first != !slow) abort();
     if (!first) return 0;
+    if (!zStrsameW(text_of(first.get()).get(), text_of(slow.get()).get())) abort();
     ask(first->changes.get());
     const Wide text = text_of(first.get());
     const JsonGuard json(zJsonReadTextual(text.get()));

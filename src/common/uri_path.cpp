@@ -1,8 +1,8 @@
 // Paths of URIs, and their match against the patterns of routes.
 #include "common/failure.hpp"
+#include "common/pathname.hpp"
 #include "common/uri.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 
 #include <vector>
 

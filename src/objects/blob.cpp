@@ -1,5 +1,5 @@
+#include "common/pathname.hpp"
 #include "objects/object.hpp"
-#include "objects/pathname.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"

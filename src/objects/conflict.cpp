@@ -2,8 +2,8 @@
 // and 3 (theirs), each of which may be missing.
 #include "objects/conflict.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/pathspec.hpp"
 #include "zev/status.h"
 

@@ -2,8 +2,8 @@
 // no conflict tells: files where theirs needs a directory, a directory where theirs has a file.
 #include "objects/conflict.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/pathspec.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"

@@ -4,9 +4,9 @@
 // was displaced lies in the trash unless the user wanted it gone.
 #include "objects/conflict.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/notify.hpp"
-#include "objects/pathname.hpp"
 #include "objects/pathspec.hpp"
 #include "objects/trash.hpp"
 #include "system/errno.hpp"

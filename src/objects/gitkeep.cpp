@@ -1,8 +1,8 @@
 // Keep-files: the store knows no directories, so each tracked one carries an empty `.gitkeep`.
 #include "objects/index.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 

@@ -1,8 +1,8 @@
 // Entries of an index: making, reading, entering and removing them; names that differ in case.
 #include "objects/index.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/pathspec.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"

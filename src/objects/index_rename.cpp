@@ -2,8 +2,8 @@
 // that the old entries go first, since the new paths may lie where old ones did.
 #include "objects/index.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/pathspec.hpp"
 #include "objects/status.hpp"
 #include "system/os.hpp"

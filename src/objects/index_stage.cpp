@@ -6,9 +6,9 @@
 #include "objects/index.hpp"
 
 #include "common/limits.hpp"
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/bulk.hpp"
-#include "objects/pathname.hpp"
 #include "objects/workdir.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"

@@ -5,11 +5,11 @@
 // comes after the move, tidying the slot and staging, may fail without losing it.
 #include "objects/trash.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/dialogs.hpp"
 #include "objects/index.hpp"
 #include "objects/notify.hpp"
-#include "objects/pathname.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/file.h"

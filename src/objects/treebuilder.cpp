@@ -1,6 +1,6 @@
 // A tree is put together as an index in memory and written in one step, at any depth.
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/strict.hpp"
 #include "objects/tree.hpp"
 #include "zev/tree.h"

@@ -2,8 +2,8 @@
 #include "zev/workdir.h"
 
 #include "common/failure.hpp"
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/workdir.hpp"
 #include "system/os.hpp"
 #include "zev/dir.h"

@@ -1,8 +1,8 @@
 // Questions about the files of a work directory, and ways of taking them out of it.
 #include "objects/workdir.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/pathname.hpp"
 #include "objects/trash.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"

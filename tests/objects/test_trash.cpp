@@ -52,7 +52,10 @@ class TrashTest : public WorkingCopyTest {
     const fs::path trash = place / ".git/trash";
     const os::Calls kept = os::calls;
 
-    void TearDown() override { os::calls = kept; }
+    void TearDown() override {
+        os::calls = kept;
+        unsetenv("XDG_DATA_HOME");
+    }
 
     // The desktop's trash of the test's own.
     void use_home(const fs::path &home) { setenv("XDG_DATA_HOME", home.c_str(), 1); }

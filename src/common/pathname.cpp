@@ -1,4 +1,4 @@
-#include "objects/pathname.hpp"
+#include "common/pathname.hpp"
 
 #include "common/utf.hpp"
 #include "zev/error.h"
