@@ -2,6 +2,7 @@
 
 #include "common/text.hpp"
 #include "objects/object.hpp"
+#include "objects/tree_changes.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/commit.h"
@@ -134,7 +135,7 @@ DiffList *tree_changes(Commit *old_commit, Commit *new_commit, PathSpec *spec, D
     Owned<Tree, zTreeFree> old_tree, new_tree;
     if (old_commit && !(old_tree.reset(zCommitTree(old_commit)), old_tree)) return nullptr;
     if (new_commit && !(new_tree.reset(zCommitTree(new_commit)), new_tree)) return nullptr;
-    return zDiffTreeToTree(old_tree.get(), new_tree.get(), spec, cancel);
+    return diff_trees(old_tree.get(), new_tree.get(), spec, cancel);
 }
 
 Failure fail_walk(Here at = {}) {
