@@ -3,15 +3,11 @@
 // copied or moved still names the table of its source; confirming gives it one of its own.
 #include "objects/drawing.hpp"
 
-#include "system/errno.hpp"
-#include "system/os.hpp"
-
 #include "zev/oid.h"
 #include "zev/path.h"
 #include "zev/repository.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <numeric>
 #include <string>
 #include <tuple>
