@@ -56,6 +56,7 @@ typedef struct Binary Binary;
 typedef struct Blob Blob;
 typedef struct Branch Branch;
 typedef struct Buffer Buffer;
+typedef struct CheckSpec CheckSpec;
 typedef struct Commit Commit;
 typedef struct Conflict Conflict;
 typedef struct ConflictAnalysis ConflictAnalysis;

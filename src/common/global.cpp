@@ -1,3 +1,5 @@
+#include "common/global.hpp"
+
 #include "common/failure.hpp"
 #include "common/per_thread.hpp"
 #include "common/settings.hpp"
@@ -19,6 +21,7 @@ namespace {
 
 constinit std::atomic<uint32_t> starting{0};   // spin flag
 constinit std::atomic<uint32_t> references{0}; // starts not yet matched by a stop
+constinit std::atomic<void (*)()> stop_first{nullptr};
 
 // Keeps start and stop apart, through the whole of the first start and the last stop.
 class Spin {
@@ -63,6 +66,12 @@ void free_ring(void *ring) { zRecyleFree(static_cast<Recycle *>(ring)); }
 
 } // namespace
 
+namespace zev {
+
+void at_stop(void (*release)()) { stop_first = release; }
+
+} // namespace zev
+
 bool zGlobalInit(const zwchar *lang, const zwchar *locale) try {
     Spin spin;
     if (references.load() == 0 && !start(lang, locale)) return false;
@@ -75,6 +84,7 @@ bool zGlobalInit(const zwchar *lang, const zwchar *locale) try {
 bool zGlobalCleanup() {
     Spin spin;
     if (references.load() == 0 || --references != 0) return true;
+    if (auto release = stop_first.exchange(nullptr)) release();
     zI18nDeinit();
     zThreadCleanup();
     git_libgit2_shutdown();

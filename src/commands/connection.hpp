@@ -1,0 +1,75 @@
+// Connections: the working copies that hosts have opened, and the tree of nodes of each.
+#pragma once
+
+#include "common/failure.hpp"
+#include "objects/records.hpp"
+#include "zev/command.h"
+#include "zev/repository.h"
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace zev {
+
+enum NodeFlags : uint32_t {
+    kDirectory = 1,
+    kAdded = 16,
+    kChanged = 32, // of a directory: something below it is
+    kRenamed = 64,
+    kConflicted = 128
+};
+
+} // namespace zev
+
+// One tracked file or directory. Prefix is the path of the directory that holds it, with its
+// slash, empty at the top; name is the last part of the path, of the root the working copy's.
+struct Node {
+    std::u16string prefix{};
+    std::u16string name;
+    std::u16string old_prefix{}; // of a renamed one
+    std::u16string old_name{};
+    uint32_t flags = 0;
+    std::vector<std::unique_ptr<Node>> children{}; // of a directory, in the host's order
+
+    bool is(uint32_t bits) const { return (flags & bits) != 0; }
+};
+
+struct Connection {
+    zev::Owned<Repository, zRepositoryFree> repository;
+    std::unique_ptr<Node> root;
+    std::set<std::u16string> deleted{}; // paths that HEAD has and the index has not
+};
+
+namespace zev {
+
+// The connection of that very text, null without one; raises nothing.
+Connection *find_connection(const zwchar *workdir);
+
+// Enters a connection for the path and loads its tree; one that is there already is left alone.
+bool connect(const zwchar *workdir);
+
+// Frees all connections, when the library stops.
+void drop_connections();
+
+// The node at a path, case aside: `start` for an empty one, null when there is none. A file ends
+// the walk, whatever is left of the path.
+Node *find_node(Node *start, std::u16string_view path);
+
+// Status for hosts, one of the kinds of zev/status.h.
+int32_t node_status(const Node &node);
+
+// "prefix/name" as it is, or as it was before a rename, with a slash behind a directory; empty for
+// a node that was not renamed.
+std::u16string node_path(const Node &node);
+std::u16string node_old_path(const Node &node);
+
+// Whether a text ends in ".gitkeep", in any case; the text without it.
+bool ends_in_keep(std::u16string_view path);
+std::u16string_view without_keep(std::u16string_view path);
+
+} // namespace zev
