@@ -2,7 +2,7 @@
 // written, and reads back as the same text; the list of its changes takes every question.
 #include "objects/revision.hpp"
 
-#include "common/utf.hpp"
+#include "zev/stream.h"
 
 #include <cstdlib>
 #include <string_view>
@@ -35,7 +35,10 @@ void ask(DiffList *list) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view input(reinterpret_cast<const char *>(data), size);
     const RevisionPtr first = revision_from_text(nullptr, input);
-    const JsonGuard tree(zJsonReadTextual(to_wide(input).c_str()));
+    const Owned<Stream, zStreamFree> stream(zMemStream(0, size));
+    zStreamWrite(stream.get(), data, size);
+    zStreamRewind(stream.get());
+    const JsonGuard tree(zJsonReadStream(stream.get()));
     const RevisionPtr slow = revision_from_json(nullptr, tree.get());
     if (!first != !slow) abort();
     if (!first) return 0;

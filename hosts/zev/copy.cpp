@@ -33,16 +33,6 @@ bool enters_repository(const std::string &path) {
     });
 }
 
-// The path as a pattern that stands for nothing else.
-std::string escaped(const std::string &path) {
-    std::string out;
-    for (char c : path) {
-        if (c == '*' || c == '?') out += '\\';
-        out += c;
-    }
-    return out;
-}
-
 // The directory of a path is taken as it really is, the last name as it stands: links inside the
 // work directory are files of it.
 fs::path resolve(const std::string &path) {
@@ -209,6 +199,15 @@ bool same_or_below(const std::string &path, const std::string &directory) {
 bool is_text(const std::string &bytes) { return narrow(wide(bytes).c_str()) == bytes; }
 
 bool is_wild(const std::string &path) { return path.find_first_of("*?") != std::string::npos; }
+
+std::string escaped(const std::string &path) {
+    std::string out;
+    for (char c : path) {
+        if (c == '*' || c == '?') out += '\\';
+        out += c;
+    }
+    return out;
+}
 
 std::u16string wide_path(const std::string &path) {
     if (!is_text(path)) throw Failed(kInvalid, path + ": a name must be UTF-8");

@@ -78,6 +78,7 @@ RevisionPath parse_revision_path(const std::string &text);
 bool same_or_below(const std::string &path, const std::string &directory);
 bool is_text(const std::string &bytes);            // UTF-8 without a zero byte
 bool is_wild(const std::string &path);             // a pattern, unless something has that name
+std::string escaped(const std::string &path);      // as a pattern that stands for nothing else
 std::u16string wide_path(const std::string &path); // throws when it is no UTF-8
 bool is_drawing_name(const std::string &path);
 std::string hex(const Oid *id);

@@ -1,5 +1,6 @@
 // zev, the command line: reads the arguments, runs one verb, turns its outcome into an exit code.
 
+#include "describe.hpp"
 #include "verbs.hpp"
 
 #include <CLI/CLI.hpp>
@@ -35,9 +36,17 @@ constexpr const char *kEpilogue =
 
 struct Globals {
     bool json = false;
+    bool no_pager = false;
     std::string colour = "auto";
     std::string directory;
+    Answers answers;
 };
+
+// Verbs that only show something, and much of it.
+bool is_paged(const std::string &verb) {
+    return verb == "log" || verb == "show" || verb == "diff" || verb == "blame" ||
+           verb == "status" || verb == "conflicts" || verb == "list" || verb == "find";
+}
 
 ColourMode colour_mode(const std::string &word) {
     if (word == "always") return ColourMode::always;
@@ -90,10 +99,16 @@ class CommandLine {
         add_staging_verbs();
         add_history_verbs();
         add_drawing_verbs();
+        add_rescue_verbs();
+        add_generator();
     }
 
     // False after help was shown, or when the arguments are no good; then `code` is the exit code.
     bool parse(int argc, char **argv, int &code) try {
+        char **mark = std::find_if(argv, argv + argc, [](const char *argument) {
+            return std::string_view(argument) == "--";
+        });
+        if (mark != argv + argc) behind_mark_ = static_cast<size_t>(argv + argc - mark - 1);
         app_.parse(argc, argv);
         return true;
     } catch (const CLI::CallForHelp &help) {
@@ -106,7 +121,10 @@ class CommandLine {
     }
 
     const Globals &globals() const { return globals_; }
-    int run(Host &host) const { return chosen_(host); }
+    int run(Host &host) const {
+        if (paged_) host.out.page();
+        return chosen_(host);
+    }
 
   private:
     void add_globals() {
@@ -116,13 +134,33 @@ class CommandLine {
         app_.add_option("--color", globals_.colour, "auto, always or never; NO_COLOR counts")
             ->check(CLI::IsMember({"auto", "always", "never"}))
             ->type_name("WHEN");
+        app_.add_flag("--no-pager", globals_.no_pager,
+                      "Show long output at once, not by $ZEV_PAGER, $PAGER or less");
+        CLI::Option *yes =
+            app_.add_flag("-y,--yes", globals_.answers.yes, "Agree to each question");
+        CLI::Option *no = app_.add_flag("--no", globals_.answers.no, "Say no to each question");
+        no->excludes(yes);
+        app_.add_option("--answer", globals_.answers.buttons,
+                        "Answer questions by a button's number or text; may be given again")
+            ->type_name("BUTTON")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->excludes(no);
     }
 
     CLI::App *verb(const char *name, const char *about, const char *examples, Work work) {
-        CLI::App *verb = app_.add_subcommand(name, about);
+        return verb_of(app_, name, about, examples, std::move(work));
+    }
+
+    CLI::App *verb_of(CLI::App &parent, const char *name, const char *about, const char *examples,
+                      Work work) {
+        CLI::App *verb = parent.add_subcommand(name, about);
         verb->footer(examples);
         verb->fallthrough();
-        verb->callback([this, work = std::move(work)] { chosen_ = work; });
+        verb->callback([this, work = std::move(work), paged = is_paged(name)] {
+            chosen_ = work;
+            paged_ = paged && !globals_.no_pager;
+        });
         return verb;
     }
 
@@ -150,6 +188,52 @@ class CommandLine {
         move->add_option("from", text_, "What to move")->required();
         move->add_option("to", second_, "New name, or a directory to move into")->required();
 
+        CLI::App *remove =
+            verb("rm", "Move files to the trash and out of the next commit",
+                 "Directories go with all they hold; * and ? are wild and take tracked files.\n"
+                 "\"zev trash\" brings back what was taken.\n"
+                 "Examples:\n  zev rm plan.dwx\n  zev rm details 'plans/*.dwx'",
+                 [this](Host &host) { return host::remove(host, paths_); });
+        remove->add_option("paths", paths_, "Files, directories, patterns")->required();
+
+        CLI::App *revert =
+            verb("revert", "Bring files back to the last commit",
+                 "What was never committed goes to the trash; untracked files stay as they are.\n"
+                 "A renamed file gets its old name back. Without paths it asks first.\n"
+                 "Examples:\n  zev revert plan.dwx\n  zev revert plans 'details/*.dwx'\n"
+                 "  zev revert --all",
+                 [this](Host &host) { return host::revert(host, revert_); });
+        revert->add_option("paths", revert_.paths, "Files, directories, patterns");
+        revert->add_flag("--all", revert_.all, "Everything, without a question")->excludes("paths");
+
+        CLI::App *changes = verb(
+            "changes", "Show what a commit of these paths would take",
+            "Tracked files only, with the new directories above them. A file that is gone from\n"
+            "the disk, and not by \"zev rm\", is brought back first.\n"
+            "Examples:\n  zev changes\n  zev changes plans",
+            [this](Host &host) { return host::changes(host, paths_); });
+        changes->add_option("paths", paths_, "Files, directories, patterns; else everything");
+
+        CLI::App *list = verb(
+            "ls", "List a directory with the state of each file",
+            "What is tracked there. A file that is gone from the disk, and not by \"zev rm\", is\n"
+            "brought back first.\n"
+            "Examples:\n  zev ls\n  zev ls plans",
+            [this](Host &host) { return host::list(host, text_); });
+        list->add_option("directory", text_, "A directory; else the current one")->type_name("DIR");
+
+        CLI::App *status = verb(
+            "status", "Show what differs from the last commit",
+            "+ marks what the next commit holds, ! what was changed again since. With --short one\n"
+            "line a file: what changed between commit and index, and between index and disk, by\n"
+            "the letters A added, M modified, D deleted, R renamed, T another type; ?? untracked,\n"
+            "!! ignored; in a conflict UU, AA, DD, UD, DU, AU, UA for ours and theirs.\n"
+            "Examples:\n  zev status\n  zev status plans --json\n  zev status --short --ignored",
+            [this](Host &host) { return host::status(host, status_); });
+        status->add_option("paths", status_.paths, "Only these files");
+        status->add_flag("-s,--short", status_.brief, "One line a file: XY path");
+        status->add_flag("--ignored", status_.ignored, "Ignored files, too");
+
         CLI::App *commit = verb(
             "commit", "Keep a state of the files for good",
             "Without paths the commit holds what was added; with paths it holds these as they\n"
@@ -163,26 +247,57 @@ class CommandLine {
     }
 
     void add_history_verbs() {
-        CLI::App *status =
-            verb("status", "Show what differs from the last commit",
-                 "+ marks what the next commit holds, ! what was changed again since.\n"
-                 "Examples:\n  zev status\n  zev status plans --json",
-                 [this](Host &host) { return host::status(host, paths_); });
-        status->add_option("paths", paths_, "Only these files");
-
-        CLI::App *log = verb("log", "Show the commits, newest first",
-                             "Examples:\n  zev log\n  zev log -n 3 HEAD~2",
-                             [this](Host &host) { return host::log(host, log_); });
-        log->add_option("revision", log_.revision, "Where to begin")->type_name("REV");
-        log->add_option("-n,--max-count", log_.count, "So many commits at most")
+        CLI::App *log =
+            verb("log", "Show the commits, newest first",
+                 "Words are a commit to begin with and paths; behind \"--\" all are paths. The "
+                 "names that\n"
+                 "they had before they were renamed are followed. An author is given as a whole, a "
+                 "part\n"
+                 "with wildcards; a text may stand anywhere in the message. A time is 2024-05-17,\n"
+                 "\"2024-05-17 09:30\", today, yesterday, or \"3 days ago\" (minutes to years).\n"
+                 "Examples:\n  zev log -n 3 HEAD~2\n  zev log --changes plans\n"
+                 "  zev log --author 'ann*' --since \"2 weeks ago\" --text door -- gone.dwx\n"
+                 "  zev log --object 3F plan.dwx",
+                 [this](Host &host) {
+                     log_.behind_mark = behind_mark_;
+                     return host::log(host, log_);
+                 });
+        log->add_option("revision", log_.words, "Where to begin")->type_name("REV");
+        // The one above takes paths, too, which only the verb can tell apart. This one is never
+        // filled: while it may be, "--" ends the options of the verb and not the verb itself.
+        log->add_option("paths", second_, "Only what changed these files")
+            ->type_name("[--] PATH ...");
+        for (const auto &[name, list, about] :
+             {std::tuple("--author", &log_.authors, "Only what this author did"),
+              std::tuple("--not-author", &log_.not_authors, "Not what this author did"),
+              std::tuple("--text", &log_.texts, "Only with this text in the message")})
+            log->add_option(name, *list, std::string(about) + "; may be given again")
+                ->type_name("TEXT")
+                ->allow_extra_args(false);
+        log->add_option("--since", log_.since, "Not before that")->type_name("TIME");
+        log->add_option("--until", log_.until, "Not after that")->type_name("TIME");
+        log->add_option("-n,--limit,--max-count", log_.count, "So many commits at most")
             ->check([](const std::string &text) {
                 return text.starts_with('-') ? "a count can't be negative" : "";
             });
+        log->add_flag("--changes", log_.changes, "With the paths that each commit changed");
+        log->add_option("--object", log_.object,
+                        "What happened to this object of a drawing, by its handle")
+            ->type_name("HANDLE");
 
         CLI::App *show = verb("show", "Show a commit and the paths that it changed",
-                              "Examples:\n  zev show HEAD\n  zev show 1a2b3c4d",
-                              [this](Host &host) { return host::show(host, text_); });
-        show->add_option("revision", text_, "A commit")->required()->type_name("REV");
+                              "Examples:\n  zev show HEAD\n  zev show 1a2b3c4d --stat",
+                              [this](Host &host) { return host::show(host, show_); });
+        show->add_option("revision", show_.revision, "A commit")->required()->type_name("REV");
+        show->add_flag("--stat", show_.stat, "Count the objects that it changed in each drawing");
+
+        CLI::App *blame = verb(
+            "blame", "Show for each object of a drawing the commit that changed it last",
+            "Columns: commit, author, time, handle, kind, layer; in the order of the drawing.\n"
+            "Examples:\n  zev blame plan.dwx\n  zev blame plan.dwx --rev HEAD~3 --json",
+            [this](Host &host) { return host::blame(host, blame_); });
+        blame->add_option("drawing", blame_.drawing, "A .dwx file")->required();
+        blame->add_option("--rev", blame_.revision, "As it was in this commit")->type_name("REV");
 
         CLI::App *cat = verb("cat", "Write a file of a commit to stdout",
                              "Example:\n  zev cat HEAD~1:plan.dwx > old.dwx",
@@ -218,12 +333,104 @@ class CommandLine {
 
         CLI::App *diff = verb("diff", "Show which objects of a drawing changed",
                               "Without a revision the work file is compared with HEAD, with one\n"
-                              "with that, with two the first with the second.\n"
-                              "Examples:\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD",
+                              "with that, with two the first with the second. A modified object\n"
+                              "shows the fields that changed, by group code, old and new.\n"
+                              "Examples:\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
+                              "  zev diff plan.dwx --stat",
                               [this](Host &host) { return host::diff(host, diff_); });
         diff->add_option("drawing", diff_.drawing, "A .dwx file")->required();
         diff->add_option("from", diff_.from, "Older version")->type_name("REV");
         diff->add_option("to", diff_.to, "Newer version")->type_name("REV");
+        CLI::Option *full =
+            diff->add_flag("--full", diff_.full, "All fields of added and removed objects, too");
+        CLI::Option *brief = diff->add_flag("--brief,--no-fields", diff_.brief,
+                                            "Only which objects, not what in them");
+        diff->add_flag("--stat", diff_.stat, "Totals by kind and by layer in place of objects")
+            ->excludes(full)
+            ->excludes(brief);
+        full->excludes(brief);
+    }
+
+    void add_rescue_verbs() {
+        CLI::App *conflicts =
+            verb("conflicts", "Show what a merge left to decide",
+                 "For each conflict what either side did, and the commit, time and author of it.\n"
+                 "Examples:\n  zev conflicts\n  zev conflicts plans --json",
+                 [this](Host &host) { return host::conflicts(host, paths_); });
+        conflicts->add_option("paths", paths_, "Only these");
+
+        CLI::App *resolve = verb(
+            "resolve", "Decide conflicts",
+            "--mine keeps what stands in the work directory. --theirs takes what came in; what it\n"
+            "displaces goes to the trash. --both keeps yours where it is and puts theirs beside\n"
+            "it, as \"plan (theirs).dwx\". \"zev commit\" keeps the result.\n"
+            "Examples:\n  zev resolve --theirs plan.dwx\n  zev resolve --both plans\n"
+            "  zev resolve --mine --all",
+            [this](Host &host) { return host::resolve(host, resolve_); });
+        resolve->add_flag("--mine", resolve_.mine, "Keep yours");
+        resolve->add_flag("--theirs", resolve_.theirs, "Take theirs");
+        resolve->add_flag("--both", resolve_.both, "Keep both");
+        resolve->add_flag("--all", resolve_.all, "All conflicts, in place of paths");
+        resolve->add_option("paths", resolve_.paths, "Files, directories, patterns");
+
+        add_trash_verbs();
+    }
+
+    void add_trash_verbs() {
+        CLI::App *trash = app_.add_subcommand(
+            "trash", "Look through what was taken out of the work directory, bring it back");
+        trash->require_subcommand(1);
+        trash->fallthrough();
+        trash->footer("Examples:\n  zev trash list\n  zev trash find door\n"
+                      "  zev trash restore plan.dwx\n  zev trash purge --older 90");
+
+        CLI::App *list = verb_of(*trash, "list", "Show what was taken, when, and its id",
+                                 "A pattern is a part of the path, or has * and ?.\n"
+                                 "Examples:\n  zev trash list\n  zev trash list 'plans/*.dwx'",
+                                 [this](Host &host) { return trash_list(host, pattern_); });
+        list->add_option("pattern", pattern_, "Only paths like this");
+
+        CLI::App *find = verb_of(*trash, "find", "Search it, inside of directories too",
+                                 "A pattern is a part of the path, or has * and ?.\n"
+                                 "Examples:\n  zev trash find door\n  zev trash find '*.dwx'",
+                                 [this](Host &host) { return trash_find(host, pattern_); });
+        find->add_option("pattern", pattern_, "Paths like this")->required();
+
+        CLI::App *restore = verb_of(
+            *trash, "restore", "Bring files back",
+            "By the path that they had, or by the first digits of an id from \"zev trash list\";\n"
+            "behind an id a slash and a path name what lies in a directory. What has the name by\n"
+            "now stays unless you say otherwise.\n"
+            "Examples:\n  zev trash restore plan.dwx\n  zev trash restore 1a2b3c4d --to old\n"
+            "  zev trash restore --newest 'plans/*.dwx'",
+            [this](Host &host) { return trash_restore(host, restore_); });
+        restore->add_option("entries", restore_.entries, "Paths, ids, patterns")->required();
+        restore->add_option("--to", restore_.target, "Into this directory")->type_name("DIR");
+        restore->add_flag("--newest", restore_.newest,
+                          "Of several that had the same path, the one taken last");
+
+        CLI::App *purge = verb_of(*trash, "purge", "Delete what was taken, for good",
+                                  "It asks first; --yes answers.\n"
+                                  "Examples:\n  zev trash purge --older 90\n"
+                                  "  zev trash purge --all --yes",
+                                  [this](Host &host) { return trash_purge(host, purge_); });
+        purge->add_option("--older", purge_.days, "What was taken at least so many days ago")
+            ->type_name("DAYS")
+            ->check(CLI::NonNegativeNumber);
+        purge->add_flag("--all", purge_.all, "Everything");
+    }
+
+    // For the build, which installs what comes out: not in any list.
+    void add_generator() {
+        CLI::App *generate =
+            verb("generate", "Write a manual page or a shell's completion", "", [this](Host &) {
+                const std::string text = describe(app_, text_, second_);
+                fputs(text.c_str(), stdout);
+                return text.empty() ? kUsage : kDone;
+            });
+        generate->group("");
+        generate->add_option("kind", text_, "man, bash, zsh or fish")->required();
+        generate->add_option("verb", second_, "The verb of a manual page; else the program's");
     }
 
     // The arguments may not have been read as far as --json.
@@ -237,13 +444,23 @@ class CommandLine {
     CLI::App app_{kAbout, "zev"};
     Globals globals_;
     Work chosen_;
+    bool paged_ = false;
     std::string text_, second_; // of verbs that take one or two words
     Paths paths_;
     CommitOptions commit_;
+    RevertOptions revert_;
+    StatusOptions status_;
     LogOptions log_;
+    ShowOptions show_;
+    BlameOptions blame_;
+    std::optional<size_t> behind_mark_; // so many words stand behind "--"
     ImportOptions import_;
     ExportOptions export_;
     DiffOptions diff_;
+    ResolveOptions resolve_;
+    RestoreOptions restore_;
+    PurgeOptions purge_;
+    std::string pattern_;
 };
 
 // The library for the length of the run.
@@ -270,11 +487,12 @@ int run(const CommandLine &line, Output &out) try {
     Library library;
     try {
         enter(line.globals().directory);
-        HostNotify notify(out);
+        HostNotify notify(out, line.globals().answers);
         Host host{out, &notify};
         catch_break();
         return line.run(host);
     } catch (const Failed &failed) {
+        if (out.unread()) return kDone; // left by the user, who has seen enough
         const int code = exit_code(failed);
         const char *help = code == kHeld ? "; another process is at work there" : "";
         out.fail(Failed(failed.error_class, failed.code, failed.what() + std::string(help)), code);

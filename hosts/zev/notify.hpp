@@ -1,7 +1,11 @@
-// Notify: what the library reports during an operation, handed to Output; and the user's break.
+// Notify: what the library reports during an operation, handed to Output; the user's break; and
+// questions, put to the user on the terminal or answered by an option.
 #pragma once
 
 #include "output.hpp"
+
+#include <string>
+#include <vector>
 
 namespace host {
 
@@ -9,16 +13,55 @@ namespace host {
 void catch_break();
 bool broken();
 
-// A table of callbacks that say what comes through `output`, which outlives it.
+// What answers questions in place of the user, for scripts.
+struct Answers {
+    bool yes = false;                 // the first button, which agrees
+    bool no = false;                  // none
+    std::vector<std::string> buttons; // the first of these that the question has, by number or text
+};
+
+// What an operation told by the way: the library's result alone doesn't always say it.
+struct Outcome {
+    uint64_t done = 0; // files that were handled
+    uint64_t failed = 0;
+    uint64_t skipped = 0;
+    bool aborted = false;
+    bool unanswered = false; // a question that nobody could answer
+};
+
+// All eleven callbacks; they say what comes through `output`, which outlives them.
 class HostNotify : public Notify {
   public:
-    explicit HostNotify(Output &output);
+    HostNotify(Output &output, Answers answers);
+
+    // Since the start, or since the last forget().
+    const Outcome &outcome() const { return outcome_; }
+    void forget() const { outcome_ = {}; }
 
   private:
-    static Output &output(const Notify *table);
-    static void on_action(const Notify *table, const zwchar *word, const zwchar *text);
+    static const HostNotify &of(const Notify *table);
+    void on_action(const zwchar *word, const zwchar *text) const;
+    void on_end(const char *result, const zwchar *text) const;
+    int32_t on_dialog(const TaskDialog *dialog) const;
+    int32_t answer(const TaskDialog *dialog) const;
 
     Output &output_;
+    Answers answers_;
+    mutable Outcome outcome_;
+    mutable std::string last_question_; // and how often it came in a row
+    mutable unsigned repeats_ = 0;
 };
+
+// A question of the host's own. The buttons have the ids 1, 2, ...; the first one agrees.
+struct Question {
+    const char *id; // by which scripts tell questions apart
+    std::string title;
+    std::string instruction;
+    std::string content;
+    std::vector<std::string> buttons;
+};
+
+// The id of the button that was chosen, -1 for none.
+int32_t ask(const Notify *notify, const Question &question);
 
 } // namespace host

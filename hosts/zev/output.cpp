@@ -49,6 +49,12 @@ std::string printable(std::string text, bool colour) {
     return text;
 }
 
+void push(Json *array, Json *value) {
+    OwnedJson node(check(value));
+    check(zJsonArrayPush(array, node.get()));
+    node.release();
+}
+
 void put_line(FILE *file, std::string text) {
     text += '\n';
     fwrite(text.data(), 1, text.size(), file);
@@ -71,7 +77,9 @@ std::string shown_path(const zwchar *path) {
     return shown;
 }
 
-Record::Record(const char *type) : object_(check(zJsonNew(Z_JSON_OBJECT))) { set(u"type", type); }
+Record::Record() : object_(check(zJsonNew(Z_JSON_OBJECT))) {}
+
+Record::Record(const char *type) : Record() { set(u"type", type); }
 
 Record &Record::put(const zwchar *name, Json *value) {
     OwnedJson node(check(value));
@@ -82,6 +90,19 @@ Record &Record::put(const zwchar *name, Json *value) {
 
 Record &Record::set(const zwchar *name, const std::string &text) {
     return put(name, zJsonNewString(zStrfromutf8(clean(text).c_str())));
+}
+
+Record &Record::set(const zwchar *name, const std::vector<std::string> &texts) {
+    OwnedJson array(check(zJsonNew(Z_JSON_ARRAY)));
+    for (const std::string &text : texts)
+        push(array.get(), zJsonNewString(zStrfromutf8(clean(text).c_str())));
+    return set(name, std::move(array));
+}
+
+Record &Record::set(const zwchar *name, std::vector<Record> &&members) {
+    OwnedJson array(check(zJsonNew(Z_JSON_ARRAY)));
+    for (Record &member : members) push(array.get(), member.object_.release());
+    return set(name, std::move(array));
 }
 
 std::string Record::text() const {
@@ -101,10 +122,16 @@ std::string Output::paint(Colour colour, const std::string &text) const {
     return colour_ && colour != Colour::plain ? code(colour) + text + "\033[0m" : text;
 }
 
+void Output::page() {
+    if (json_ || !isatty(STDOUT_FILENO) || !pager_.start()) return;
+    terminal_ = false; // no progress in between
+}
+
 void Output::line(const std::string &text) {
     if (json_) return;
     clear_progress();
     put_line(stdout, printable(text, colour_));
+    unread_ = pager_.running() && ferror(stdout);
 }
 
 void Output::record(const Record &record) {
@@ -150,6 +177,7 @@ void Output::clear_progress() {
 
 bool Output::finish() {
     clear_progress();
+    if (pager_.running()) return pager_.finish(), true;
     return fflush(stdout) == 0 && !ferror(stdout);
 }
 

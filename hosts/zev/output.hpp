@@ -5,9 +5,11 @@
 #pragma once
 
 #include "host.hpp"
+#include "pager.hpp"
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -24,6 +26,7 @@ std::string shown_path(const zwchar *path);
 // One JSON object under way. Its texts are cleaned.
 class Record {
   public:
+    Record(); // a member of another one
     explicit Record(const char *type);
     Record &set(const zwchar *name, const std::string &text);
     Record &set(const zwchar *name, const char *text) { return set(name, std::string(text)); }
@@ -35,6 +38,10 @@ class Record {
         return put(name, zJsonNewInt(static_cast<int64_t>(value)));
     }
     Record &set(const zwchar *name, bool value) { return put(name, zJsonNewBoolean(value)); }
+    // Takes the value over.
+    Record &set(const zwchar *name, OwnedJson value) { return put(name, value.release()); }
+    Record &set(const zwchar *name, const std::vector<std::string> &texts);
+    Record &set(const zwchar *name, std::vector<Record> &&members);
     std::string text() const;
 
   private:
@@ -46,6 +53,11 @@ class Output {
   public:
     // Chooses by mode, terminal and NO_COLOR.
     void setup(bool as_json, ColourMode mode);
+
+    // Text on a terminal goes through the pager from here on.
+    void page();
+    // The user has left the pager: nobody reads what else there is to say.
+    bool unread() const { return unread_; }
 
     bool json() const { return json_; }
     std::string paint(Colour colour, const std::string &text) const;
@@ -59,7 +71,7 @@ class Output {
     void progress(const std::string &text);
     void clear_progress();
 
-    // False when stdout took less than it was given.
+    // Waits for the pager. False when stdout took less than it was given.
     bool finish();
 
   private:
@@ -68,6 +80,8 @@ class Output {
     bool colour_errors_ = false;
     bool terminal_ = false; // stderr is one
     bool progress_shown_ = false;
+    bool unread_ = false;
+    Pager pager_;
     std::chrono::steady_clock::time_point progress_time_{};
 };
 

@@ -1,4 +1,4 @@
-// commit and status.
+// commit: a state of the files, kept for good.
 
 #include "verbs.hpp"
 
@@ -37,44 +37,6 @@ void keep_named(const WorkingCopy &copy, Index *index, const Paths &paths) {
 
 std::string first_line(const std::string &text) { return text.substr(0, text.find('\n')); }
 
-// Does a side's status say that something changed there? 7 stands for "nothing" as well as for
-// untracked.
-bool is_change(int32_t side) {
-    return side == Z_KIND_ADDED || side == Z_KIND_DELETED || side == Z_KIND_MODIFIED ||
-           side == Z_KIND_RENAMED || side == Z_KIND_TYPECHANGE;
-}
-
-void print_entry(Host &host, const StatusEntry *entry) {
-    int32_t kind = zStatusEntryStatus(entry);
-    bool known = kind != Z_KIND_UNTRACKED;
-    bool staged = known && is_change(zStatusEntryIndexStatus(entry));
-    bool unstaged = !known || kind == Z_KIND_MISSING || is_change(zStatusEntryWorkdirStatus(entry));
-    std::string path = shown_path(zStatusEntryPath(entry));
-    std::string from = shown_path(zStatusEntryFrom(entry));
-    if (host.out.json()) {
-        Record record("status");
-        record.set(u"path", path).set(u"status", kind_name(kind));
-        record.set(u"staged", staged).set(u"unstaged", unstaged);
-        if (from != path) record.set(u"from", from);
-        return host.out.record(record);
-    }
-    const char *mark = staged ? (unstaged ? "! " : "+ ") : "  ";
-    host.out.line(mark + host.out.paint(kind_colour(kind), padded(kind_name(kind), 12)) +
-                  (from != path ? from + " -> " + path : path));
-}
-
-// A path without changes is there, or at least committed; else its name is wrong.
-void require_known(const WorkingCopy &copy, Index *index, const Paths &paths,
-                   const Notify *notify) {
-    for (const std::string &path : paths) {
-        if (is_wild(path) || std::filesystem::exists(copy.absolute(copy.relative(path)))) continue;
-        OwnedSpec spec = copy.spec({path}, 0, notify);
-        OwnedStatus list(check(zStatusListBuild(index, spec.get())));
-        if (!zStatusListLength(list.get()))
-            throw Failed(kNotFound, path + ": no such file or directory");
-    }
-}
-
 } // namespace
 
 int commit(Host &host, const CommitOptions &options) {
@@ -108,25 +70,6 @@ int commit(Host &host, const CommitOptions &options) {
                         .set(u"tree", zCommitTreeId(made.get()))
                         .set(u"author", author)
                         .set(u"message", message));
-    return kDone;
-}
-
-int status(Host &host, const Paths &paths) {
-    WorkingCopy copy;
-    OwnedSpec spec = copy.spec(paths, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED, host.notify);
-    // With the lock the times of files that turned out unchanged are remembered; when another
-    // process holds it, or the copy can't be written, a look without it does.
-    OwnedIndex index(zIndexHead(copy.repository(), true));
-    if (!index) index.reset(check(zIndexHead(copy.repository(), false)));
-    OwnedStatus list(check(zStatusListBuild(index.get(), spec.get())));
-    uint64_t count = zStatusListLength(list.get());
-    for (uint64_t i = 0; i < count; ++i) {
-        stop_on_break(host.notify);
-        print_entry(host, zStatusListEntry(list.get(), i));
-    }
-    if (!count) require_known(copy, index.get(), paths, host.notify);
-    host.out.record(Record("summary").set(u"changes", count));
-    if (!count) host.out.line("nothing has changed");
     return kDone;
 }
 

@@ -1,13 +1,9 @@
-// import, export, diff: drawings and their DXF files.
+// import, export: drawings and their DXF files.
 
 #include "verbs.hpp"
 
 #include "dxf/drawing.hpp"
-#include "dxf/reader.hpp"
-#include "dxf/rows.hpp"
 
-#include <algorithm>
-#include <map>
 #include <unistd.h>
 
 namespace host {
@@ -142,127 +138,12 @@ class Version {
         }
         drawing_ = read_drawing(file_, revision.empty() ? path : revision + ":" + path);
     }
-    const std::u16string &file() const { return file_; }
     Drawing *drawing() const { return drawing_.get(); }
 
   private:
     std::unique_ptr<TempFile> temporary_;
     std::u16string file_;
     OwnedDrawing drawing_;
-};
-
-struct Change {
-    const char *name;
-    Colour colour;
-    uint64_t number;
-    DrawingKey key; // of the version that has the object
-    std::string kind;
-};
-
-class Difference {
-  public:
-    Difference(const WorkingCopy &copy, const Version &from, const Version &to)
-        : copy_(copy), from_(from), to_(to) {}
-
-    void run(Host &host, const std::string &name) {
-        Vector *added = nullptr, *modified = nullptr, *removed = nullptr;
-        bool same = zDrawingGetDifference(from_.file().c_str(), to_.file().c_str(), &added,
-                                          &modified, &removed);
-        OwnedVector owned[] = {OwnedVector(added), OwnedVector(modified), OwnedVector(removed)};
-        if (!same) throw Failed(kOther, name + ": the two versions are kept in different tables");
-        collect(added, "added", Colour::green);
-        collect(modified, "modified", Colour::yellow);
-        uint64_t newer = changes_.size();
-        collect(removed, "removed", Colour::red);
-        find_keys(to_.drawing(), 0, newer);
-        find_keys(from_.drawing(), newer, changes_.size());
-        read_kinds(host, name);
-        print(host, zVectorSize(added), zVectorSize(modified), zVectorSize(removed));
-    }
-
-  private:
-    void collect(const Vector *numbers, const char *name, Colour colour) {
-        for (uint64_t i = 0; i < zVectorSize(numbers); ++i) {
-            uint64_t number = 0;
-            check(zVectorAt(numbers, i, &number));
-            changes_.push_back({name, colour, number, {}, {}});
-        }
-    }
-
-    // Keys of the changes in a range, from the manifest that lists them.
-    void find_keys(Drawing *drawing, uint64_t begin, uint64_t end) {
-        std::map<uint64_t, Change *> wanted;
-        for (uint64_t i = begin; i < end; ++i) wanted[changes_[i].number] = &changes_[i];
-        if (wanted.empty()) return;
-        for (uint64_t i = 0, n = zDrawingObjectCount(drawing); i < n; ++i) {
-            DrawingKey key = *zDrawingObjectGetAt(drawing, i);
-            auto at = wanted.find(key.object);
-            if (at != wanted.end()) at->second->key = key;
-        }
-    }
-
-    void read_kinds(Host &host, const std::string &name) {
-        if (changes_.empty()) return;
-        std::vector<Change *> order;
-        for (Change &change : changes_) order.push_back(&change);
-        std::sort(order.begin(), order.end(),
-                  [](Change *a, Change *b) { return dxf::before(a->key, b->key); });
-        std::vector<DrawingKey> keys;
-        for (Change *change : order) keys.push_back(change->key);
-        OwnedTable table =
-            dxf::open_table(copy_.repository(), zDrawingTableId(to_.drawing()), name);
-        dxf::read_rows(table.get(), keys, host.notify, [&](size_t place, std::string_view value) {
-            order[place]->kind = dxf::record_type(value);
-        });
-    }
-
-    void print(Host &host, uint64_t added, uint64_t modified, uint64_t removed) {
-        for (const Change &change : changes_) print_change(host, change);
-        print_blocks(host);
-        host.out.line(std::to_string(added) + " added, " + std::to_string(modified) +
-                      " modified, " + std::to_string(removed) + " removed");
-        host.out.record(Record("summary")
-                            .set(u"added", added)
-                            .set(u"modified", modified)
-                            .set(u"removed", removed));
-    }
-
-    // An object without handle shows its number among those.
-    static void print_change(Host &host, const Change &change) {
-        char handle[24];
-        bool named = change.number < dxf::kFirstNumber;
-        snprintf(handle, sizeof handle, named ? "%llX" : "#%llu",
-                 static_cast<unsigned long long>(named ? change.number
-                                                       : change.number - dxf::kFirstNumber));
-        if (host.out.json())
-            return host.out.record(Record("object")
-                                       .set(u"change", change.name)
-                                       .set(u"handle", handle)
-                                       .set(u"kind", change.kind));
-        host.out.line(host.out.paint(change.colour, padded(change.name, 10)) + padded(handle, 10) +
-                      change.kind);
-    }
-
-    void print_blocks(Host &host) {
-        Drawing *from = from_.drawing(), *to = to_.drawing();
-        print_block(host, "header", *zDrawingHeader(from), *zDrawingHeader(to));
-        uint64_t old_count = zDrawingClassCount(from), count = zDrawingClassCount(to);
-        bool same = old_count == count;
-        for (uint64_t i = 0; same && i < count; ++i)
-            same = zDrawingKeyEqual(zDrawingClassGetAt(from, i), zDrawingClassGetAt(to, i));
-        print_block(host, "classes", {same, 0}, {true, 0});
-        print_block(host, "layout", *zDrawingDS(from), *zDrawingDS(to));
-    }
-
-    static void print_block(Host &host, const char *name, DrawingKey from, DrawingKey to) {
-        if (zDrawingKeyEqual(&from, &to)) return;
-        host.out.line(host.out.paint(Colour::yellow, padded("modified", 10)) + "the " + name);
-        host.out.record(Record("block").set(u"change", "modified").set(u"block", name));
-    }
-
-    const WorkingCopy &copy_;
-    const Version &from_, &to_;
-    std::vector<Change> changes_;
 };
 
 } // namespace
@@ -307,15 +188,6 @@ int export_drawing(Host &host, const ExportOptions &options) {
         throw Failed(kInvalid, target + ": lies in the repository");
     Version version(copy, path, options.revision);
     export_to(host, copy, version.drawing(), options, target);
-    return kDone;
-}
-
-int diff(Host &host, const DiffOptions &options) {
-    WorkingCopy copy;
-    std::string path = copy.relative(options.drawing);
-    Version from(copy, path, options.from.empty() ? "HEAD" : options.from);
-    Version to(copy, path, options.to);
-    Difference(copy, from, to).run(host, path);
     return kDone;
 }
 

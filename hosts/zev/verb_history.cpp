@@ -1,8 +1,9 @@
-// log, show, cat: what was committed.
+// show, cat: what was committed.
 
-#include "verbs.hpp"
-
-#include <ctime>
+#include "bytes.hpp"
+#include "dxf/history.hpp"
+#include "history.hpp"
+#include "when.hpp"
 
 namespace host {
 
@@ -18,16 +19,6 @@ constexpr struct {
     {"unreadable", Colour::red},  {"conflicted", Colour::red}, {"missing", Colour::red},
 };
 
-// Local time with its offset, as in 2024-05-17T09:30:00+02:00.
-std::string iso_time(int64_t seconds) {
-    time_t time = static_cast<time_t>(seconds);
-    tm local{};
-    char text[40] = "";
-    if (!localtime_r(&time, &local)) return std::to_string(seconds);
-    std::string stamp(text, strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local));
-    return stamp.size() > 2 ? stamp.insert(stamp.size() - 2, ":") : stamp;
-}
-
 std::string indented(const std::string &text) {
     std::string out;
     for (size_t at = 0; at < text.size();) {
@@ -38,11 +29,74 @@ std::string indented(const std::string &text) {
     return out;
 }
 
+std::string base64(const std::string &data) {
+    static constexpr char digits[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string out;
+    for (size_t i = 0; i < data.size(); i += 3) {
+        uint32_t bits = 0;
+        for (size_t j = i; j < i + 3; ++j)
+            bits = bits << 8 | (j < data.size() ? static_cast<uint8_t>(data[j]) : 0);
+        for (int shift = 18; shift >= 0; shift -= 6) out += digits[bits >> shift & 63];
+    }
+    size_t missing = (3 - data.size() % 3) % 3;
+    return out.replace(out.size() - missing, missing, missing, '=');
+}
+
+// Text that comes back from JSON as it was: UTF-8, nothing that cleaning would change.
+bool is_plain_text(const std::string &data) {
+    return data.find('\0') == std::string::npos && clean(data) == data &&
+           narrow(wide(data).c_str()) == data;
+}
+
+// How many objects of each drawing that a commit changed are not as before.
+class ObjectCounts {
+  public:
+    explicit ObjectCounts(const WorkingCopy &copy) : odb_(check(zOdbOpen(copy.repository()))) {}
+
+    void print(Host &host, const DiffEntry *entry) {
+        const std::string path = narrow(zDiffEntryNewPath(entry));
+        if (zDiffEntryStatus(entry) != Z_KIND_MODIFIED || !is_drawing_name(path)) return;
+        from_.load(odb_.get(), {{}, path, *zDiffEntryOldId(entry)});
+        to_.load(odb_.get(), {{}, path, *zDiffEntryNewId(entry)});
+        if (!from_.manifest || !to_.manifest ||
+            !zOidIsEqual(&from_.manifest->table, &to_.manifest->table))
+            return;
+        uint64_t counts[3] = {};
+        for (const auto &change : compare_objects(from_.manifest->objects, to_.manifest->objects))
+            ++counts[change.kind];
+        host.out.line(padded("", 12) + std::to_string(counts[0]) + " objects added, " +
+                      std::to_string(counts[1]) + " modified, " + std::to_string(counts[2]) +
+                      " removed");
+        host.out.record(Record("drawing")
+                            .set(u"path", path)
+                            .set(u"added", counts[0])
+                            .set(u"modified", counts[1])
+                            .set(u"removed", counts[2]));
+    }
+
+  private:
+    OwnedOdb odb_;
+    dxf::VersionFile from_, to_;
+};
+
+} // namespace
+
+const char *kind_name(int32_t kind) {
+    return kind >= 0 && kind < 12 ? kKinds[kind].name : "unknown";
+}
+
+Colour kind_colour(int32_t kind) {
+    return kind >= 0 && kind < 12 ? kKinds[kind].colour : Colour::plain;
+}
+
 int64_t seconds_of(const Commit *commit) {
     Time time{};
     check(zCommitTime(&time, commit));
     return time.seconds;
 }
+
+std::string short_id(const Oid *id) { return hex(id).substr(0, 8); }
 
 void print_commit(Host &host, const Commit *commit) {
     std::string id = hex(zCommitId(commit)), time = iso_time(seconds_of(commit));
@@ -74,79 +128,18 @@ void print_change(Host &host, const DiffEntry *entry) {
                   (kind == Z_KIND_RENAMED ? from + " -> " + path : path));
 }
 
-// Bytes as they come from the store.
-struct Bytes : Stream {
-    Bytes() : Stream{} {
-        read = [](Stream *, void *, uint64_t) -> uint64_t { return 0; };
-        write = [](Stream *stream, const void *data, uint64_t count) -> uint64_t {
-            try {
-                static_cast<Bytes *>(stream)->data.append(static_cast<const char *>(data), count);
-                return count;
-            } catch (...) {
-                return static_cast<Bytes *>(stream)->failed = true, 0;
-            }
-        };
-        free = [](Stream *) {};
-        eof = [](Stream *) { return true; };
-        error = [](Stream *stream) { return static_cast<Bytes *>(stream)->failed; };
-    }
-    std::string data;
-    bool failed = false;
-};
-
-std::string base64(const std::string &data) {
-    static constexpr char digits[] =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    for (size_t i = 0; i < data.size(); i += 3) {
-        uint32_t bits = 0;
-        for (size_t j = i; j < i + 3; ++j)
-            bits = bits << 8 | (j < data.size() ? static_cast<uint8_t>(data[j]) : 0);
-        for (int shift = 18; shift >= 0; shift -= 6) out += digits[bits >> shift & 63];
-    }
-    size_t missing = (3 - data.size() % 3) % 3;
-    return out.replace(out.size() - missing, missing, missing, '=');
-}
-
-// Text that comes back from JSON as it was: UTF-8, nothing that cleaning would change.
-bool is_plain_text(const std::string &data) {
-    return data.find('\0') == std::string::npos && clean(data) == data &&
-           narrow(wide(data).c_str()) == data;
-}
-
-} // namespace
-
-const char *kind_name(int32_t kind) {
-    return kind >= 0 && kind < 12 ? kKinds[kind].name : "unknown";
-}
-
-Colour kind_colour(int32_t kind) {
-    return kind >= 0 && kind < 12 ? kKinds[kind].colour : Colour::plain;
-}
-
-std::string padded(const std::string &text, size_t width) {
-    return text + std::string(text.size() < width ? width - text.size() : 1, ' ');
-}
-
-int log(Host &host, const LogOptions &options) {
+int show(Host &host, const ShowOptions &options) {
     WorkingCopy copy;
     OwnedCommit commit = copy.commit(options.revision);
-    for (uint64_t left = options.count; left && commit; --left) {
-        stop_on_break(host.notify);
-        print_commit(host, commit.get());
-        commit.reset(zCommitParent(commit.get()));
-        if (!commit && zErrorClass() != kNotFound) fail_raised();
-    }
-    return kDone;
-}
-
-int show(Host &host, const std::string &revision) {
-    WorkingCopy copy;
-    OwnedCommit commit = copy.commit(revision);
     print_commit(host, commit.get());
     OwnedDiff changes(check(zCommitChanges(commit.get(), nullptr, nullptr)));
-    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i)
-        print_change(host, zDiffListEntry(changes.get(), i));
+    ObjectCounts counts(copy);
+    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i) {
+        stop_on_break(host.notify);
+        const DiffEntry *entry = zDiffListEntry(changes.get(), i);
+        print_change(host, entry);
+        if (options.stat) counts.print(host, entry);
+    }
     return kDone;
 }
 
@@ -162,7 +155,7 @@ int cat(Host &host, const std::string &revision_path) {
         return kDone;
     }
     Bytes bytes;
-    check(zOdbRead(odb.get(), zTreeEntryId(entry.get()), &bytes));
+    read_object(odb.get(), zTreeEntryId(entry.get()), bytes);
     bool text = is_plain_text(bytes.data);
     host.out.record(Record("blob")
                         .set(u"path", name.path)

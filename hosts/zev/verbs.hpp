@@ -3,6 +3,9 @@
 
 #include "copy.hpp"
 #include "notify.hpp"
+#include "width.hpp"
+
+#include <optional>
 
 namespace host {
 
@@ -23,7 +26,7 @@ enum Exit : int {
 // What every verb gets.
 struct Host {
     Output &out;
-    const Notify *notify;
+    const HostNotify *notify;
 };
 
 struct CommitOptions {
@@ -31,9 +34,31 @@ struct CommitOptions {
     std::string author; // empty: ZEV_AUTHOR, else the login name
     Paths paths;        // none: what was added
 };
+struct RevertOptions {
+    Paths paths;      // none: everything, after a question
+    bool all = false; // without one
+};
+struct StatusOptions {
+    Paths paths; // none: everything
+    bool brief = false;
+    bool ignored = false;
+};
 struct LogOptions {
-    std::string revision = "HEAD";
+    Paths words;                       // a revision, paths
+    std::optional<size_t> behind_mark; // so many of them, all paths, stand behind a "--"
+    Paths authors, not_authors, texts;
+    std::string since, until;
+    std::string object; // handle of one in the drawing that is the only path
     uint64_t count = UINT64_MAX;
+    bool changes = false;
+};
+struct ShowOptions {
+    std::string revision;
+    bool stat = false;
+};
+struct BlameOptions {
+    std::string drawing;
+    std::string revision = "HEAD";
 };
 struct ImportOptions {
     std::string source;
@@ -48,25 +73,52 @@ struct ExportOptions {
 struct DiffOptions {
     std::string drawing;
     std::string from, to; // revisions; empty: HEAD, the work directory
+    bool stat = false;    // totals in place of the objects
+    bool brief = false;   // objects without their fields
+    bool full = false;    // the fields of added and removed objects, too
+};
+struct ResolveOptions {
+    bool mine = false, theirs = false, both = false; // one of them
+    bool all = false;                                // in place of paths
+    Paths paths;
+};
+struct RestoreOptions {
+    Paths entries;       // the paths that they had, digits of ids, or patterns
+    std::string target;  // a directory; empty: each to where it came from
+    bool newest = false; // of several with one path
+};
+struct PurgeOptions {
+    int32_t days = -1; // what is at least that old
+    bool all = false;  // or everything
 };
 
 int init(Host &host, const std::string &directory);
 int add(Host &host, const Paths &paths);
 int make_directories(Host &host, const Paths &paths);
 int move(Host &host, const std::string &from, const std::string &to);
+int remove(Host &host, const Paths &paths);
+int revert(Host &host, const RevertOptions &options);
+int changes(Host &host, const Paths &paths);
+int list(Host &host, const std::string &directory);
 int commit(Host &host, const CommitOptions &options);
-int status(Host &host, const Paths &paths);
+int status(Host &host, const StatusOptions &options);
 int log(Host &host, const LogOptions &options);
-int show(Host &host, const std::string &revision);
+int show(Host &host, const ShowOptions &options);
 int cat(Host &host, const std::string &revision_path);
 int import_drawing(Host &host, const ImportOptions &options);
 int export_drawing(Host &host, const ExportOptions &options);
 int diff(Host &host, const DiffOptions &options);
+int blame(Host &host, const BlameOptions &options);
 int verify(Host &host);
+int conflicts(Host &host, const Paths &paths);
+int resolve(Host &host, const ResolveOptions &options);
+int trash_list(Host &host, const std::string &pattern);
+int trash_find(Host &host, const std::string &pattern);
+int trash_restore(Host &host, const RestoreOptions &options);
+int trash_purge(Host &host, const PurgeOptions &options);
 
 // Names of entry kinds for programs, and their colours.
 const char *kind_name(int32_t kind);
 Colour kind_colour(int32_t kind);
-std::string padded(const std::string &text, size_t width);
 
 } // namespace host

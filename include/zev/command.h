@@ -81,9 +81,9 @@ ZEV_API bool zCommandCommit(const zwchar *workdir, const zwchar *author, const z
 ZEV_API int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwchar *path,
                                  const zwchar *target, const Notify *host);
 
-// zShellReset to a revision, of one path or of all, and a reload: 0 on success, else 1. zShellUpdate
-// of a path, exactly by name, or of all. Build makes a new working copy and connects it; no URL or
-// no path is class 2.
+// zShellReset to a revision, of one path or of all, and a reload: 0 on success, else 1.
+// zShellUpdate of a path, exactly by name, or of all. Build makes a new working copy and connects
+// it; no URL or no path is class 2.
 ZEV_API int32_t zCommandReset(const zwchar *workdir, const Oid *revision, const zwchar *path,
                               const Notify *host);
 ZEV_API bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host);

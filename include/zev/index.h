@@ -123,6 +123,22 @@ ZEV_API bool zIndexRefresh(Index *index, PathSpec *spec);
 // in the way (code 17), when a new path may not enter, or for a conflict (class 2).
 ZEV_API bool zIndexRename(Index *index, const zwchar *from, const zwchar *to);
 
+// Takes what the spec selects into the trash and out of the index, whose file follows on the way.
+// A literal spec names the paths themselves, directories too, which go as a whole; without
+// patterns it names none. Any other selects what a status lists, untracked files too unless it
+// leaves them out. Each is told as deleted, or skipped when it could not be taken and the user,
+// asked each time, doesn't retry. Told as aborted when he cancels there or an entry can't be
+// removed, as canceled after a user break. True all the same: write what was done. False only
+// for a null argument.
+ZEV_API bool zIndexRemove(Index *index, PathSpec *spec);
+
+// Gives what the spec selects the state that HEAD has; in a conflict, theirs is taken. Files that
+// were added, and what stands in the way or was changed, go to the trash; keep-files of
+// directories still in use stay. Each path is told as deleted, restored, reverted or failed; a
+// failure ends nothing. False when there is no status, told as done. A user break is told as
+// canceled and gives true: write what was done.
+ZEV_API bool zIndexRevert(Index *index, PathSpec *spec);
+
 // Commits the whole index, or with a spec HEAD and the selected changes alone, staging them on
 // the way; whatever else is staged stays so. Writes the index, syncs, moves the reference, and
 // syncs again. Null when it failed: class 3 without changes, class 2 with path and state for one

@@ -73,10 +73,11 @@ ZEV_API const zwchar *zUriStringfy(Uri *uri);
 // Matches the path, from its first token that equals the pattern's first literal on, token by
 // token and case aside; a token of the pattern such as ":name" captures. On success the captures
 // are in the query under their names with the colon, ":base" is the path before the match, "/" for
-// none, and ":other" what was left behind it, without leading slash. Captures that the path was
-// too short for are absent, whatever the query had under their names. Only what could be the name
-// of a file matches: no "..", no control characters, also after further unescaping. False, with
-// nothing raised and the record unchanged, where it doesn't match; a URI without a path is class 2.
+// none, and ":other" what was left behind it, without leading slash. Captures before that literal,
+// and those that the path was too short for, are absent, whatever the query had under their names.
+// Only what could be the name of a file matches: no "..", no control characters, also after further
+// unescaping. False, with nothing raised and the record unchanged, where it doesn't match; a URI
+// without a path is class 2.
 ZEV_API bool zUriCatchPath(Uri *uri, const zwchar *pattern);
 
 // Replace the text that the pointer owns. Escape leaves letters, digits and "/:.%?#&<>@=_-" and

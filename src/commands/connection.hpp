@@ -14,6 +14,8 @@
 #include <unordered_map>
 #include <vector>
 
+struct Node;
+
 namespace zev {
 
 enum NodeFlags : uint32_t {
@@ -24,17 +26,30 @@ enum NodeFlags : uint32_t {
     kConflicted = 128
 };
 
+// Names of one directory, case aside, as views of the nodes' own. A file and a directory may
+// share one.
+struct FoldedHash {
+    size_t operator()(std::u16string_view name) const;
+};
+struct FoldedEqual {
+    bool operator()(std::u16string_view a, std::u16string_view b) const;
+};
+using NodeNames = std::unordered_multimap<std::u16string_view, Node *, FoldedHash, FoldedEqual>;
+
 } // namespace zev
 
 // One tracked file or directory. Prefix is the path of the directory that holds it, with its
 // slash, empty at the top; name is the last part of the path, of the root the working copy's.
+// Trees are no deeper than limits::path_depth.
 struct Node {
     std::u16string prefix{};
     std::u16string name;
     std::u16string old_prefix{}; // of a renamed one
     std::u16string old_name{};
     uint32_t flags = 0;
+    uint32_t position = 0; // among the children that its directory was made with
     std::vector<std::unique_ptr<Node>> children{}; // of a directory, in the host's order
+    std::unique_ptr<zev::NodeNames> names{};       // of a directory: its children
 
     bool is(uint32_t bits) const { return (flags & bits) != 0; }
 };

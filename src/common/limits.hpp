@@ -15,6 +15,9 @@ inline constexpr uint32_t section_name = 256;
 inline constexpr uint32_t section_count = 64;
 // Description of an item in the trash: two paths with every character escaped, and some room.
 inline constexpr uint32_t trash_info = 0x4000;
+// Directories above a file in a node tree, each of which holds its path: no path of 511 units, the
+// longest that any operation takes, has more.
+inline constexpr uint32_t path_depth = 255;
 // What is allocated at once for data whose true size is not yet known.
 inline constexpr uint64_t step = 1u << 20;
 // Bytes put into one LevelDB batch: a larger one is replayed whole by the next open.
@@ -23,6 +26,13 @@ inline constexpr uint64_t batch_bytes = 1u << 20;
 inline constexpr uint64_t record_bytes = 1u << 30;
 // An escaped URI: the longest text, of 2,047 units, each of which can take nine bytes.
 inline constexpr uint32_t uri_bytes = 9 * 2047;
+// Objects of a received pack, for which memory is taken by what its header says: a project of a
+// million files with ten thousand commits has fewer.
+inline constexpr uint32_t pack_objects = 1u << 24;
+// Decompressed bytes that any input may give, and how many for each byte of input beyond: text and
+// drawing rows stay below it, a small body that was made to fill a disk does not.
+inline constexpr uint64_t inflated = 64u << 20;
+inline constexpr uint64_t inflation = 256;
 // Regular expressions. A pattern is typed by a person; the longest text is some URIs long.
 inline constexpr uint32_t regex_pattern = 1024;
 inline constexpr uint32_t regex_text = 0x8000;

@@ -49,11 +49,12 @@ class Route {
     std::vector<Capture> captures_;
 };
 
-// Steps both sides behind the pattern's first literal. Captures before it are skipped; in a pattern
+// Steps both sides behind the pattern's first literal. Captures before it stay unset; in a pattern
 // without literals the last capture stands for one.
 bool Route::enter() {
     UrlView literal = take_token(pattern_);
     while (is_capture(literal)) {
+        captures_.push_back({std::u16string(literal), {}});
         const UrlView step = take_token(pattern_);
         if (step.empty()) break;
         literal = step;

@@ -61,6 +61,15 @@ template <class F> bool each_conflict(git_index *index, F visit) {
     return true;
 }
 
+// Keeps the names of the index in step with a path whose conflict came or went; without, the next
+// new name would read them all again. May throw.
+void keep_names(Index *index, const char *path, size_t before) {
+    git_index *handle = index->handle.get();
+    const size_t count = git_index_entrycount(handle);
+    if (index->names && count >= before) index->names->entered(handle, path, count - before);
+    if (index->names && count < before) index->names->left(handle, path, before - count);
+}
+
 // Copies of what a spec selects; null with the reason raised.
 ListPtr read_conflicts(Index *index, PathSpec *spec) {
     ListPtr list(zConflictListNew());
@@ -145,16 +154,25 @@ const zwchar *zConflictTheirPath(const Conflict *conflict) {
 // ---- In an index
 
 bool zConflictAdd(Index *index, const IndexEntry *ancestor, const IndexEntry *ours,
-                  const IndexEntry *theirs) {
+                  const IndexEntry *theirs) try {
     if (!index || (!ancestor && !ours && !theirs)) return fail_args();
+    const char *path = nullptr;
     for (const IndexEntry *entry : {ancestor, ours, theirs}) {
-        if (entry && !git_entry(entry)->path) return fail_args();
-        if (entry && !check_path(git_entry(entry)->path)) return false;
+        if (!entry) continue;
+        const char *own = git_entry(entry)->path;
+        if (!own) return fail_args();
+        if (!check_path(own)) return false;
+        if (path && strcmp(path, own) != 0) index->names.reset(); // of several paths
+        path = own;
     }
+    const size_t before = git_index_entrycount(index->handle.get());
     int code = git_index_conflict_add(index->handle.get(), git_entry(ancestor), git_entry(ours),
                                       git_entry(theirs));
     index->dirty = true; // a part of it may have been entered
+    keep_names(index, path, before);
     return code < 0 ? fail_git(code) : true;
+} catch (...) {
+    return fail_thrown();
 }
 
 Conflict *zConflictGet(Index *index, const zwchar *path) try {
@@ -174,8 +192,10 @@ bool zConflictRemove(Index *index, const zwchar *path) try {
     const git_index_entry *ancestor, *ours, *theirs;
     int code = git_index_conflict_get(&ancestor, &ours, &theirs, index->handle.get(), name.c_str());
     if (code == GIT_ENOTFOUND || code == GIT_EEXISTS) return git_error_clear(), true;
+    const size_t before = git_index_entrycount(index->handle.get());
     if (!code) code = git_index_conflict_remove(index->handle.get(), name.c_str());
     if (code < 0) return fail_git(code);
+    keep_names(index, name.c_str(), before);
     return index->dirty = true;
 } catch (...) {
     return fail_thrown();
@@ -184,6 +204,7 @@ bool zConflictRemove(Index *index, const zwchar *path) try {
 bool zConflictRemoveAll(Index *index) {
     if (!index) return fail_args();
     int code = git_index_conflict_cleanup(index->handle.get());
+    index->names.reset();
     index->dirty = true;
     return code < 0 ? fail_git(code) : true;
 }

@@ -62,8 +62,9 @@ struct ConflictNode {
 struct ConflictAnalysis {
     const Notify *notify = nullptr;
     Index *index; // null once the analysis was handed out
-    zev::git::Tree head{};
-    bool head_known = false;                                      // null and known: not born
+    // Directories of HEAD as they were asked for, "" for the root; null where there is none. Each
+    // is read once: libgit2 keeps no large tree, and would unpack it for every file in it.
+    std::unordered_map<std::string, zev::git::Tree> head{};
     std::unordered_map<std::u16string, ConflictNode *> by_path{}; // of nodes, folded
     std::vector<std::unique_ptr<ConflictNode>> nodes{};
 };

@@ -57,7 +57,10 @@ class Inserting {
     bool is_tracked(const std::string &path) const;
     bool add_from_disk(const std::string &path);
     bool find_head(HeadEntry *out, const char *path);
-    bool open_head();
+    bool find_entry(const git_tree_entry **out, std::string_view path);
+    bool open_head(git_tree **out, const std::string &directory);
+    bool read_root(git::Tree *out);
+    bool read_below(git::Tree *out, const std::string &directory);
     bool keep();
 
     ConflictAnalysis *analysis_;
@@ -163,31 +166,59 @@ bool Inserting::is_tracked(const std::string &path) const {
     return !git_index_find(nullptr, index_->handle.get(), path.c_str());
 }
 
-// ---- HEAD, read when it is first asked for
+// ---- HEAD, read as far as it is asked for
 
 bool Inserting::find_head(HeadEntry *out, const char *path) {
-    if (!open_head()) return false;
-    git::Entry entry;
-    if (!analysis_->head) return true;
-    int code = git_tree_entry_bypath(zev::out(entry), analysis_->head.get(), path);
-    if (code == GIT_ENOTFOUND) return git_error_clear(), true;
-    if (code < 0) return fail_git(code);
-    out->found = git_tree_entry_type(entry.get()) != GIT_OBJECT_TREE;
-    out->entry.mode = static_cast<uint32_t>(git_tree_entry_filemode(entry.get()));
-    out->entry.id = *git_tree_entry_id(entry.get());
+    const git_tree_entry *entry;
+    if (!find_entry(&entry, path)) return false;
+    if (!entry || git_tree_entry_type(entry) == GIT_OBJECT_TREE) return true;
+    out->found = true;
+    out->entry.mode = static_cast<uint32_t>(git_tree_entry_filemode(entry));
+    out->entry.id = *git_tree_entry_id(entry);
     out->entry.path = path;
     return true;
 }
 
-bool Inserting::open_head() {
-    if (analysis_->head_known) return true;
+// Null for what HEAD does not have.
+bool Inserting::find_entry(const git_tree_entry **out, std::string_view path) {
+    const size_t name = path.rfind('/') + 1; // 0 without a slash
+    git_tree *tree;
+    if (!open_head(&tree, std::string(path.substr(0, name ? name - 1 : 0)))) return false;
+    *out = tree ? git_tree_entry_byname(tree, std::string(path.substr(name)).c_str()) : nullptr;
+    return true;
+}
+
+bool Inserting::open_head(git_tree **out, const std::string &directory) {
+    auto known = analysis_->head.find(directory);
+    if (known == analysis_->head.end()) {
+        git::Tree tree;
+        if (directory.empty() ? !read_root(&tree) : !read_below(&tree, directory)) return false;
+        known = analysis_->head.emplace(directory, std::move(tree)).first;
+    }
+    *out = known->second.get();
+    return true;
+}
+
+// An unborn head has none.
+bool Inserting::read_root(git::Tree *out) {
     git::Reference head;
     git::Object tree;
-    int code = git_repository_head(out(head), index_->owner->handle.get());
-    if (!code) code = git_reference_peel(out(tree), head.get(), GIT_OBJECT_TREE);
-    if (code < 0 && code != GIT_ENOTFOUND && code != GIT_EUNBORNBRANCH) return fail_git(code);
-    analysis_->head.reset(reinterpret_cast<git_tree *>(tree.release()));
-    return analysis_->head_known = true;
+    int code = git_repository_head(zev::out(head), index_->owner->handle.get());
+    if (code == GIT_ENOTFOUND || code == GIT_EUNBORNBRANCH) return git_error_clear(), true;
+    if (!code) code = git_reference_peel(zev::out(tree), head.get(), GIT_OBJECT_TREE);
+    if (code < 0) return fail_git(code);
+    out->reset(reinterpret_cast<git_tree *>(tree.release()));
+    return true;
+}
+
+bool Inserting::read_below(git::Tree *out, const std::string &directory) {
+    const git_tree_entry *entry;
+    if (!find_entry(&entry, directory)) return false;
+    if (!entry || git_tree_entry_type(entry) != GIT_OBJECT_TREE) return true;
+    int code =
+        git_tree_lookup(zev::out(*out), index_->owner->handle.get(), git_tree_entry_id(entry));
+    if (code == GIT_ENOTFOUND) return git_error_clear(), true;
+    return code < 0 ? fail_git(code) : true;
 }
 
 // ---- The end
@@ -249,5 +280,6 @@ ConflictAnalysis *zConflictAnalyze(Index *index, PathSpec *spec) {
         if (!zConflictAnalysisInsert(analysis.get(), zConflictListEntry(list.get(), i)))
             return nullptr;
     analysis->index = nullptr;
+    analysis->head.clear();
     return analysis.release();
 }

@@ -64,6 +64,7 @@ class Rollback {
         git_index *handle = index_->handle.get();
         for (const std::string &path : paths_) git_index_remove_bypath(handle, path.c_str());
         for (const EntryPtr &entry : entries_) git_index_add(handle, git_entry(entry.get()));
+        index_->names.reset();
     }
 
     Index *index_;

@@ -47,8 +47,8 @@ std::u16string full_path(const Repository *repository, std::string_view path);
 class CaseNames {
   public:
     bool has_twin(git_index *index, std::string_view path);
-    void entered(git_index *index, std::string_view path);           // a new entry
-    void left(git_index *index, std::string_view path, size_t gone); // its entries went
+    void entered(git_index *index, std::string_view path, size_t added = 1); // new entries
+    void left(git_index *index, std::string_view path, size_t gone);         // its entries went
 
   private:
     void build(git_index *index);

@@ -16,6 +16,7 @@
 #include "objects/notify.hpp"
 #include "objects/status.hpp"
 #include "objects/strict.hpp"
+#include "objects/transaction.hpp"
 #include "system/flock.hpp"
 #include "zev/commit.h"
 #include "zev/repository.h"
@@ -200,6 +201,7 @@ CommitPtr finish(Index *index, const zwchar *reference, const zwchar *author, co
     Flock *lock = index->lock.get();
     const bool can_go_back = lock && !index->written;
     CommitPtr commit(commit_create(reference, author, message, tree, [&] {
+        if (reference) drop_left_copy(index->owner, reference);
         return (!writes || index_write(index)) && (!lock || flock_expire(lock));
     }));
     if (!commit && can_go_back && index->written) put_back(index);

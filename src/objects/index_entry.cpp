@@ -123,11 +123,10 @@ bool CaseNames::has_twin(git_index *index, std::string_view path) {
 }
 
 // Keep the count in step with changes of our own; after those of others the set is built anew.
-void CaseNames::entered(git_index *index, std::string_view path) {
-    if (count_ + 1 == git_index_entrycount(index)) {
-        hashes_.insert(hash(path));
-        ++count_;
-    }
+void CaseNames::entered(git_index *index, std::string_view path, size_t added) {
+    if (count_ + added != git_index_entrycount(index)) return;
+    count_ += added;
+    for (const uint64_t name = hash(path); added > 0; --added) hashes_.insert(name);
 }
 
 // Hashes go too: a name that comes back would be searched for among all entries.

@@ -1,6 +1,7 @@
 // Words of the catalogue, as operations hand them to a Notify.
 #pragma once
 
+#include "zev/error.h"
 #include "zev/lang.h"
 #include "zev/notify.h"
 
@@ -26,6 +27,12 @@ inline void notify_abort(const Notify *notify) {
 }
 inline void notify_action(const Notify *notify, const zwchar *key, const zwchar *path) {
     zNotifyAction(notify, word(key), u"%s", path);
+}
+
+// A path that failed: the message, by a key that takes the path, goes before the raised reason.
+inline void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path) {
+    zSetErrorMsg(word(key), path);
+    notify_action(notify, u"action.sFailed", zErrorMsg());
 }
 
 } // namespace zev

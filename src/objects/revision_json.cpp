@@ -24,6 +24,7 @@
 #include "common/text.hpp"
 #include "common/utf.hpp"
 #include "zev/status.h"
+#include "zev/stream.h"
 
 #include <cctype>
 #include <charconv>
@@ -241,6 +242,14 @@ template <std::integral Number> bool RecordText::read(Number &number) {
     return error == std::errc();
 }
 
+JsonGuard tree_of(std::string_view utf8) {
+    const Owned<Stream, zStreamFree> stream(zMemStream(0, utf8.size()));
+    if (!stream || zStreamWrite(stream.get(), utf8.data(), utf8.size()) != utf8.size() ||
+        !zStreamRewind(stream.get()))
+        throw std::bad_alloc();
+    return JsonGuard(zJsonReadStream(stream.get()));
+}
+
 } // namespace
 
 JsonGuard diff_list_to_json(const DiffList *list) {
@@ -278,8 +287,7 @@ RevisionPtr revision_from_json(Repository *owner, const Json *object) {
 RevisionPtr revision_from_text(Repository *owner, std::string_view utf8) {
     RevisionPtr revision(new Revision{.owner = owner});
     if (RecordText(utf8).read(*revision)) return revision;
-    const JsonGuard json(zJsonReadTextual(to_wide(utf8).c_str()));
-    return revision_from_json(owner, json.get());
+    return revision_from_json(owner, tree_of(utf8).get());
 }
 
 } // namespace zev

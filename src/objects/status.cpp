@@ -38,11 +38,10 @@ ListPtr make_list(uint64_t capacity) {
 }
 
 // The kind of one side's change, by that side's flags of a status word.
-int32_t side_kind(uint32_t word, uint32_t type, uint32_t made, uint32_t deleted, uint32_t renamed,
+int32_t side_kind(uint32_t word, uint32_t type, uint32_t deleted, uint32_t renamed,
                   uint32_t modified) {
     if (!word) return Z_KIND_UNCHANGED;
     if (word & type) return Z_KIND_TYPECHANGE;
-    if (word & made) return Z_KIND_ADDED;
     if (word & deleted) return Z_KIND_DELETED;
     if (word & renamed) return Z_KIND_RENAMED;
     return word & modified ? Z_KIND_MODIFIED : Z_KIND_UNTRACKED;
@@ -137,14 +136,18 @@ const Oid *zStatusEntryNewId(const StatusEntry *entry) {
 
 int32_t zStatusEntryIndexStatus(const StatusEntry *entry) {
     if (!entry) return fail_args(), -1;
-    return side_kind(entry->word, GIT_STATUS_INDEX_TYPECHANGE, GIT_STATUS_INDEX_NEW,
-                     GIT_STATUS_INDEX_DELETED, GIT_STATUS_INDEX_RENAMED, GIT_STATUS_INDEX_MODIFIED);
+    if (entry->word & GIT_STATUS_INDEX_NEW && !(entry->word & GIT_STATUS_INDEX_TYPECHANGE))
+        return Z_KIND_ADDED;
+    return side_kind(entry->word, GIT_STATUS_INDEX_TYPECHANGE, GIT_STATUS_INDEX_DELETED,
+                     GIT_STATUS_INDEX_RENAMED, GIT_STATUS_INDEX_MODIFIED);
 }
 
 int32_t zStatusEntryWorkdirStatus(const StatusEntry *entry) {
     if (!entry) return fail_args(), -1;
-    return side_kind(entry->word, GIT_STATUS_WT_TYPECHANGE, GIT_STATUS_WT_NEW,
-                     GIT_STATUS_WT_DELETED, GIT_STATUS_WT_RENAMED, GIT_STATUS_WT_MODIFIED);
+    if (entry->word & GIT_STATUS_WT_NEW && !(entry->word & GIT_STATUS_WT_TYPECHANGE))
+        return Z_KIND_UNTRACKED;
+    return side_kind(entry->word, GIT_STATUS_WT_TYPECHANGE, GIT_STATUS_WT_DELETED,
+                     GIT_STATUS_WT_RENAMED, GIT_STATUS_WT_MODIFIED);
 }
 
 const zwchar *zStatusName(int32_t kind) {

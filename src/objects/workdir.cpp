@@ -26,14 +26,14 @@ bool make_parents(const zwchar *path) {
     return zPathRemoveName(parent, path) && zDirMake(parent, true);
 }
 
-// Takes away what stands where a file or directory is to go: a directory only if no file is below
-// it, even with `replace`.
-bool clear_target(const zwchar *target, bool replace) {
+// Takes away what stands where something is to go: a directory only if no file is below it, even
+// with `replace`. A file that a file replaces stays until the move puts the new one in its place.
+bool clear_target(const zwchar *target, bool replace, bool by_directory) {
     struct stat status;
     if (!os::lstat(target, &status)) return errno == ENOENT || fail_std(errno);
-    if (S_ISDIR(status.st_mode) && zDirRemove(target, true, false)) return true;
-    if (!replace || S_ISDIR(status.st_mode)) return fail_std(EEXIST);
-    return os::unlink(target) || fail_std(errno);
+    if (S_ISDIR(status.st_mode)) return remove_hollow(target) || fail_std(EEXIST);
+    if (!replace) return fail_std(EEXIST);
+    return !by_directory || os::unlink(target) || fail_std(errno);
 }
 
 } // namespace
@@ -47,8 +47,9 @@ bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to,
     struct stat status;
     if (!os::lstat(source, &status)) return fail_std(errno);
     if (zPathIsSame(source, target)) return false;
-    if (!make_parents(target) || !clear_target(target, replace)) return false;
-    return os::move(source, target, false) || fail_std(errno);
+    const bool is_dir = S_ISDIR(status.st_mode);
+    if (!make_parents(target) || !clear_target(target, replace, is_dir)) return false;
+    return os::move(source, target, replace && !is_dir) || fail_std(errno);
 } catch (...) {
     return fail_thrown();
 }

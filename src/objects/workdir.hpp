@@ -34,6 +34,10 @@ bool work_path(WorkPath *out, Repository *repository, const zwchar *path);
 // The same for what is to go: not the work directory, nor what holds the Git directory.
 bool work_path_to_take(WorkPath *out, Repository *repository, const zwchar *path);
 
+// What keeps a file from standing at a place: something there, or a regular file in place of a
+// directory above it. Empty if there is nothing.
+std::u16string find_obstacle(Repository *repository, const WorkPath &place);
+
 // Removes a directory that holds no files, its subdirectories too; a missing one counts as gone.
 // Nothing is touched when there is a file. Raises nothing.
 bool remove_hollow(const std::u16string &path);

@@ -131,8 +131,10 @@ bool remove_place(const WorkPath &place, bool directory) {
     return os::unlink(place.full.c_str()) || errno == ENOENT || fail_errno(place.full.c_str());
 }
 
-// What keeps a file from standing at a place: something there, or a file in place of a directory
-// above. Empty if there is nothing.
+} // namespace
+
+namespace zev {
+
 std::u16string find_obstacle(Repository *repository, const WorkPath &place) {
     struct stat status;
     if (is_there(place, &status)) return place.relative;
@@ -143,7 +145,7 @@ std::u16string find_obstacle(Repository *repository, const WorkPath &place) {
     return {};
 }
 
-} // namespace
+} // namespace zev
 
 // ---- Questions
 

@@ -84,6 +84,7 @@ bool writable(const char16_t *path); // by rights, and has a write bit, which ro
 bool set_readonly(const char16_t *path, bool readonly); // write bits only, only if they differ
 bool unlink(const char16_t *path);
 bool link(const char16_t *from, const char16_t *to);               // a second name
+bool make_link(const char16_t *path, const std::string &target);   // symbolic; replaces a file
 bool move(const char16_t *from, const char16_t *to, bool replace); // across devices too
 bool copy(const char16_t *from, const char16_t *to); // trees too; into `to` if that is a directory
 bool trash(const char16_t *path);                    // ENOENT, EACCES or EIO

@@ -105,9 +105,16 @@ TEST_F(ConflictRecord, InAndOutOfAnIndex) {
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(unmerged(), "2 a;3 a;1 b;");
     EXPECT_TRUE(zIndexPathIsConflict(index.get(), u"a"));
+    // Names that differ in case only are kept out while the other is there.
+    EXPECT_FALSE(zIndexEntryAdd(index.get(), entry("B", "1").get()));
+    EXPECT_EQ(zErrorClass(), 4);
+    ASSERT_OK(zConflictRemove(index.get(), u"b"));
+    EXPECT_OK(zIndexEntryAdd(index.get(), entry("B", "1").get()));
+    ASSERT_OK(zConflictAdd(index.get(), nullptr, entry("c", "1").get(), entry("c", "2").get()));
+    EXPECT_FALSE(zIndexEntryAdd(index.get(), entry("C", "1").get()));
     ASSERT_OK(zConflictRemoveAll(index.get()));
     ASSERT_OK(zIndexWrite(index.get()));
-    EXPECT_EQ(git(place, "ls-files -s"), "");
+    EXPECT_EQ(tracked(), std::vector<std::string>{"B"});
     EXPECT_EQ(zConflictNew(entry("a", "1").get(), nullptr, nullptr), nullptr);
     EXPECT_EQ(zErrorClass(), 2);
 }
@@ -137,27 +144,4 @@ TEST_F(ConflictRecord, NodeTellsItsKind) {
     EXPECT_EQ(narrow(zConflictNodeType(node.get())), text(u"conflict.sDirectoryObstructed"));
     EXPECT_EQ(told(node.get()), "a: ours a=11 a/b=2, theirs a=1 c=0;");
     EXPECT_FALSE(zConflictNodeAddTheirs(node.get(), nullptr, nullptr));
-}
-
-// A directory of the way may have become a link: what lies behind it is nobody's file.
-TEST_F(ConflictRecord, BehindALinkNothingIsThere) {
-    write(dir.path() / "outside/b", "x");
-    std::filesystem::create_directory_symlink(dir.path() / "outside", place / "a");
-    std::filesystem::create_symlink("nowhere", place / "link");
-    IndexPtr index(zIndexHead(repository.get(), false));
-    NodePtr node(zConflictNodeNew(u"a"));
-    for (auto [path, mode] : {std::pair{"a/b", 0100644u}, {"link", 0100644u}, {"link2", 0120000u}})
-        zConflictNodeAddOurs(node.get(), index.get(), entry(path, "1", mode).get(), nullptr);
-    EXPECT_EQ(told(node.get()), "a: ours a/b=11 link=11 link2=11, theirs;");
-    NodePtr link(zConflictNodeNew(u"link"));
-    zConflictNodeAddOurs(link.get(), index.get(), entry("link", "1", 0120000).get(), nullptr);
-    EXPECT_EQ(told(link.get()), "link: ours link=1, theirs;");
-}
-
-TEST_F(ConflictRecord, NamesOfWhatIsOffered) {
-    EXPECT_EQ(narrow(zResolveSolutionName(0)), text(u"conflict.sUsingTheirChanges"));
-    EXPECT_EQ(narrow(zResolveSolutionName(1)), text(u"conflict.sUsingOurChanges"));
-    EXPECT_EQ(narrow(zResolveSolutionName(2)), "*Invalid Solution*");
-    EXPECT_EQ(narrow(zResolveOptionName(1)), text(u"conflict.sDontUseTrash"));
-    EXPECT_EQ(narrow(zResolveOptionName(3)), "*Invalid Option*");
 }

@@ -43,15 +43,12 @@ TEST_F(WorkdirTest, Questions) {
     constexpr struct {
         const zwchar *path;
         bool path_there, file, directory;
-    } kRows[] = {
-        {u"docs/a.dwx", true, true, false},
-        {u"docs", true, false, true},
-        {u"", true, false, true},
-        {u"\\docs\\.\\a.dwx", true, true, false},
-        {u"docs/link", true, false, false}, // the link, not its target
-        {u"docs/b.dwx", false, false, false},
-        {u"docs/a.dwx/b", false, false, false},
-    };
+    } kRows[] = {{u"\\docs\\.\\a.dwx", true, true, false},
+                 {u"docs", true, false, true},
+                 {u"", true, false, true},
+                 {u"docs/link", true, false, false}, // the link, not its target
+                 {u"docs/b.dwx", false, false, false},
+                 {u"docs/a.dwx/b", false, false, false}};
     for (const auto &row : kRows) {
         SCOPED_TRACE(narrow(row.path));
         EXPECT_EQ(zWorkdirPathExists(repository.get(), row.path), row.path_there);
@@ -67,22 +64,21 @@ TEST_F(WorkdirTest, Questions) {
 }
 
 TEST_F(WorkdirTest, RemovalTakesEmptiedDirectoriesAlong) {
+    const Names all = {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"};
+    const Names no_b = {"a/", "a/e/", "a/y", "top"}; // a/e goes only with its parent
     struct {
         bool (*remove)(Repository *, const zwchar *);
         const zwchar *path;
         Names left;
-    } kRows[] = {
-        {zWorkdirUnlink, u"a/b/x", {"a/", "a/e/", "a/y", "top"}}, // a/e goes only with its parent
-        {zWorkdirUnlink, u"a/b/none", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
-        {zWorkdirRemove, u"a/b/", {"a/", "a/e/", "a/y", "top"}},
-        {zWorkdirRemove, u"a", {"top"}},
-        {zWorkdirRemove, u"none/at/all", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
-        {zWorkdirDrop, u"a/b/x", {"a/", "a/e/", "a/y", "top"}},
-        {zWorkdirDrop, u"top", {"a/", "a/b/", "a/b/x", "a/e/", "a/y"}},
-        {zWorkdirRmdirR, u"a/e", {"a/", "a/b/", "a/b/x", "a/y", "top"}},
-        {zWorkdirRmdirR, u"a", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
-        {zWorkdirRmdirR, u"", {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"}},
-    };
+    } kRows[] = {{zWorkdirUnlink, u"a/b/x", no_b},
+                 {zWorkdirUnlink, u"a/b/none", all},
+                 {zWorkdirRemove, u"a/b/", no_b},
+                 {zWorkdirRemove, u"a", {"top"}},
+                 {zWorkdirRemove, u"none/at/all", all},
+                 {zWorkdirDrop, u"a/b/x", no_b},
+                 {zWorkdirRmdirR, u"a/e", {"a/", "a/b/", "a/b/x", "a/y", "top"}},
+                 {zWorkdirRmdirR, u"a", all},
+                 {zWorkdirRmdirR, u"", all}};
     for (const auto &row : kRows) {
         fs::remove_all(place / "a");
         for (auto path : {"a/b/x", "a/y", "top"}) put(path, "1");
@@ -156,23 +152,43 @@ TEST_F(WorkdirTest, Obstacles) {
         int32_t trash;
         Names left;
         int slots;
-    } kRows[] = {
-        {u"a/b/c", 0, {"d/", "d/e"}, 0},      // the file `a`
-        {u"a/b/c", 0x101, {"d/", "d/e"}, 1},  // into the trash
-        {u"d", 0x100, {"a"}, 0},              // only the low byte counts
-        {u"d/x/y", 1, {"a", "d/", "d/e"}, 0}, // nothing in the way
-        {u"d/e", 1, {"a"}, 1},
-    };
+    } kRows[] = {{u"a/b/c", 0, {"d/", "d/e"}, 0},      // the file `a`
+                 {u"a/b/c", 0x101, {"d/", "d/e"}, 1},  // into the trash
+                 {u"d", 0x100, {"a"}, 0},              // only the low byte counts
+                 {u"d/x/y", 1, {"a", "d/", "d/e"}, 0}, // nothing in the way
+                 {u"d/e", 1, {"a"}, 1}};
     for (const auto &row : kRows) {
         put("a", "1");
         put("d/e", "1");
         EXPECT_OK(zWorkdirRemoveObstacle(repository.get(), row.path, row.trash));
         EXPECT_EQ(tree(), row.left) << narrow(row.path);
         int slots = 0;
-        for (const auto &at : fs::recursive_directory_iterator(place / ".git")) {
+        for (const auto &at : fs::recursive_directory_iterator(place / ".git"))
             slots += at.path().filename() == "info.$$$";
-        }
         EXPECT_EQ(slots, row.slots) << narrow(row.path);
         fs::remove_all(place / ".git/trash");
     }
+}
+
+TEST_F(WorkdirTest, RenameKeepsWhatStandsInTheWay) {
+    const auto rename = [&](const zwchar *from, const zwchar *to, bool replace) {
+        return zWorkdirRename(zRepositoryWorkdir(repository.get()), from, to, replace);
+    };
+    put("a", "new"), put("b", "old"), put("full/f", "1"), put("tree/f", "2");
+    for (auto path : {"hollow/x/y", "full/x/y"}) fs::create_directories(place / path);
+    const Names before = tree();
+    for (auto [to, replace] : {std::pair{u"b", false}, {u"full", false}, {u"full", true}}) {
+        EXPECT_FALSE(rename(u"a", to, replace));
+        EXPECT_EQ(zErrorCode(), 17);
+    }
+    EXPECT_FALSE(rename(u"a", u"a", true));
+    EXPECT_FALSE(rename(u"none", u"c", true));
+    EXPECT_FALSE(rename(u"a", u"../c", true));
+    EXPECT_EQ(tree(), before); // with the empty directories
+    EXPECT_OK(rename(u"a", u"b", true));
+    EXPECT_EQ(read(place / "b"), "new");
+    EXPECT_OK(rename(u"tree", u"b", true));
+    EXPECT_OK(rename(u"b", u"hollow", false));
+    EXPECT_OK(rename(u"hollow/f", u"deep/in/f", false));
+    EXPECT_EQ(read(place / "deep/in/f"), "2");
 }

@@ -46,7 +46,7 @@ struct Zev : testing::Test {
 TEST_F(Zev, AWorkingDay) {
     commit_two_versions();
     EXPECT_EQ(
-        lines(ok("diff plan.dwx")),
+        lines(ok("diff plan.dwx --brief")),
         (std::vector<std::string>{"modified  32        CIRCLE", "0 added, 1 modified, 0 removed"}));
     ok("commit -m Second plan.dwx");
     EXPECT_EQ(ok("diff plan.dwx"), "0 added, 0 modified, 0 removed\n");

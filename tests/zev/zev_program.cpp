@@ -2,7 +2,23 @@
 
 #include "support.hpp"
 
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace fs = std::filesystem;
+
+namespace {
+
+// A shell's command. Nobody is there to answer a question.
+std::string command(const std::string &directory, const std::string &arguments) {
+    const char *given = getenv("ZEV_BIN");
+    fs::path program = given ? given : fs::read_symlink("/proc/self/exe").parent_path() / "zev";
+    return "cd '" + directory + "' && env -u NO_COLOR ZEV_AUTHOR=Ada '" + program.string() + "' " +
+           arguments;
+}
+
+} // namespace
 
 std::string test_data(const std::string &name) {
     fs::path directory;
@@ -16,11 +32,28 @@ std::string test_data(const std::string &name) {
 }
 
 Outcome zev(const std::string &directory, const std::string &arguments) {
-    const char *given = getenv("ZEV_BIN");
-    fs::path program = given ? given : fs::read_symlink("/proc/self/exe").parent_path() / "zev";
     Outcome outcome{};
-    outcome.out = test::run("cd '" + directory + "' && env -u NO_COLOR ZEV_AUTHOR=Ada '" +
-                                program.string() + "' " + arguments,
-                            &outcome.code);
+    outcome.out = test::run("exec </dev/null; " + command(directory, arguments), &outcome.code);
+    return outcome;
+}
+
+Outcome zev_on_terminal(const std::string &directory, const std::string &arguments,
+                        const std::string &typed) {
+    const std::string line = command(directory, arguments);
+    int terminal = -1, status = 0;
+    const pid_t process = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (process == 0) {
+        execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+        _exit(127);
+    }
+    if (process < 0) throw std::runtime_error("no pseudo-terminal");
+    Outcome outcome{};
+    if (write(terminal, typed.data(), typed.size()) < 0) outcome.out = "can't type";
+    char block[4096];
+    for (ssize_t count; (count = read(terminal, block, sizeof block)) > 0;)
+        outcome.out.append(block, static_cast<size_t>(count));
+    waitpid(process, &status, 0);
+    close(terminal);
+    outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return outcome;
 }

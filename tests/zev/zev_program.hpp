@@ -16,3 +16,7 @@ struct Outcome {
 // Runs `zev ARGUMENTS` by a shell in `directory`; the program is ZEV_BIN, else beside the test.
 // What it says on stderr is in `out` too if the arguments send it there.
 Outcome zev(const std::string &directory, const std::string &arguments);
+
+// The same on a terminal of its own, on which `typed` was typed ahead; what comes on it is `out`.
+Outcome zev_on_terminal(const std::string &directory, const std::string &arguments,
+                        const std::string &typed);

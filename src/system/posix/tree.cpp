@@ -223,6 +223,17 @@ bool copy_tree(const std::string &from, const std::string &to, bool owner) {
     return Copying{owner}.node(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str());
 }
 
+bool make_link(const char16_t *path, const std::string &target) {
+    const Native name(path);
+    if (!name) return false;
+    const std::string to(name.view()), aside = aside_name(parent(to));
+    if (::symlink(target.c_str(), aside.c_str()) != 0) return false;
+    if (::rename(aside.c_str(), to.c_str()) == 0) return true;
+    const int kept = errno;
+    ::unlink(aside.c_str());
+    return failed(kept);
+}
+
 bool copy(const char16_t *from_path, const char16_t *to_path) {
     Native from(from_path), to(to_path);
     if (!from || !to) return false;

@@ -1,0 +1,75 @@
+// Manifest: the keys of a drawing, read in place from the bytes of its .dwx file. For those who
+// look at many versions of one drawing and would build a record of each for nothing.
+#pragma once
+
+#include "host.hpp"
+
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace dxf {
+
+// A key as it stands in the file. Its two numbers are compared as they are, and turned only for
+// whom they are shown to.
+struct RawKey {
+    uint64_t tag, object;
+    bool operator==(const RawKey &) const = default;
+};
+
+// A number between its form in the file, big-endian, and the machine's.
+uint64_t turned(uint64_t number);
+inline DrawingKey turned(const RawKey &key) { return {turned(key.tag), turned(key.object)}; }
+
+// Keys side by side in bytes that somebody else owns.
+class KeyList {
+  public:
+    KeyList() = default;
+    explicit KeyList(std::string_view bytes) : data_(bytes.data()), size_(bytes.size() / 16) {}
+    size_t size() const { return size_; }
+    RawKey operator[](size_t place) const {
+        RawKey key;
+        memcpy(&key, data_ + place * sizeof key, sizeof key);
+        return key;
+    }
+    uint64_t object(size_t place) const {
+        uint64_t number;
+        memcpy(&number, data_ + place * sizeof(RawKey) + sizeof number, sizeof number);
+        return number;
+    }
+
+  private:
+    const char *data_ = nullptr;
+    size_t size_ = 0;
+};
+
+class Manifest {
+  public:
+    Manifest() = default;
+    Manifest(Manifest &&) = default; // a copy's lists would point into this one
+    Manifest &operator=(Manifest &&) = default;
+    // Nothing when the bytes, which must outlive it, are no whole drawing.
+    static std::optional<Manifest> read(std::string_view bytes);
+
+    Oid table{};
+    RawKey header{}, summary{}, layout{}, vba{};
+    KeyList classes, objects;
+
+  private:
+    friend class ManifestReader;
+    std::vector<char> joined_classes_, joined_objects_; // of a file that has a list in pieces
+};
+
+// What became of one object from a version to a newer one. The key of a side that lacks it is zero.
+struct ObjectChange {
+    enum Kind : uint8_t { added, modified, removed };
+    Kind kind;
+    uint64_t number;
+    DrawingKey from, to;
+};
+
+// Added ones first, then modified, both in the order of the newer list; removed ones by number.
+std::vector<ObjectChange> compare_objects(const KeyList &from, const KeyList &to);
+
+} // namespace dxf

@@ -1,0 +1,46 @@
+#include "terminal.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace host {
+
+namespace {
+
+constexpr size_t kMaxLine = 4096;
+
+}
+
+// A process whose input and errors both go elsewhere has nobody watching, even if it was started
+// from a terminal.
+Terminal::Terminal() {
+    if (!isatty(STDIN_FILENO) && !isatty(STDERR_FILENO)) return;
+    input_ = output_ = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
+    own_ = input_ >= 0;
+    if (own_ || !isatty(STDIN_FILENO)) return;
+    input_ = STDIN_FILENO;
+    output_ = STDERR_FILENO;
+}
+
+Terminal::~Terminal() {
+    if (own_) close(input_);
+}
+
+void Terminal::write(const std::string &text) const {
+    for (size_t at = 0; at < text.size();) {
+        const ssize_t count = ::write(output_, text.data() + at, text.size() - at);
+        if (count <= 0) return;
+        at += static_cast<size_t>(count);
+    }
+}
+
+std::optional<std::string> Terminal::read_line() const {
+    std::string line;
+    for (char byte; line.size() < kMaxLine; line += byte) {
+        if (read(input_, &byte, 1) != 1) return {};
+        if (byte == '\n' || byte == '\r') break;
+    }
+    return line;
+}
+
+} // namespace host

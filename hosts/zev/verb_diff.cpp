@@ -1,0 +1,280 @@
+// diff: which objects of a drawing are not the same in two versions of it, and what in them.
+
+#include "bytes.hpp"
+#include "dxf/fields.hpp"
+#include "dxf/manifest.hpp"
+#include "dxf/reader.hpp"
+#include "dxf/rows.hpp"
+#include "history.hpp"
+
+#include <algorithm>
+#include <array>
+#include <map>
+
+namespace host {
+
+namespace {
+
+using dxf::ObjectChange;
+
+constexpr size_t kMaxShown = 160; // bytes of a value in text
+
+constexpr struct {
+    const char *name;
+    Colour colour;
+} kChanges[] = {{"added", Colour::green}, {"modified", Colour::yellow}, {"removed", Colour::red}};
+
+// A version of a drawing: from a commit, or the work file.
+struct Version {
+    Version(const WorkingCopy &copy, const std::string &path, const std::string &revision) {
+        std::string name = path;
+        if (revision.empty()) {
+            read_work_file(copy, path);
+        } else {
+            name = revision + ":" + path;
+            OwnedCommit commit = copy.commit(revision);
+            OwnedTreeEntry entry = copy.file(commit.get(), path);
+            OwnedOdb odb(check(zOdbOpen(copy.repository())));
+            read_object(odb.get(), zTreeEntryId(entry.get()), bytes, name);
+        }
+        auto read = dxf::Manifest::read(bytes.data);
+        if (!read) throw Failed(kOther, name + ": is no drawing");
+        manifest = std::move(*read);
+    }
+
+    void read_work_file(const WorkingCopy &copy, const std::string &path) {
+        const std::u16string file = copy.absolute(path).u16string();
+        if (!zPathFileExists(file.c_str()))
+            throw Failed(kNotFound, path + ": no such file in the work directory");
+        OwnedFile in(check(zFileOpen(file.c_str(), u"rb"), path));
+        char block[1 << 16];
+        while (size_t count = fread(block, 1, sizeof block, in.get()))
+            bytes.data.append(block, count);
+        if (ferror(in.get())) throw Failed(kSystem, path + ": can't be read");
+    }
+
+    Bytes bytes;
+    dxf::Manifest manifest;
+};
+
+// A value as people see it.
+std::string shown(std::string_view value) {
+    const size_t first = std::min(value.find_first_not_of(' '), value.size());
+    value.remove_prefix(first);
+    if (value.size() <= kMaxShown) return clean(std::string(value));
+    size_t cut = kMaxShown;
+    while (cut && (static_cast<unsigned char>(value[cut]) & 0xC0) == 0x80) --cut;
+    return clean(std::string(value.substr(0, cut))) + "...";
+}
+
+class Difference {
+  public:
+    Difference(Host &host, const WorkingCopy &copy, const DiffOptions &options,
+               const std::string &path)
+        : host_(host), copy_(copy), options_(options), path_(path),
+          from_(copy, path, options.from.empty() ? "HEAD" : options.from),
+          to_(copy, path, options.to) {}
+
+    void run() {
+        const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
+        if (!zOidIsEqual(&from.table, &to.table))
+            throw Failed(kOther, path_ + ": the two versions are kept in different tables");
+        for (const ObjectChange &change : dxf::compare_objects(from.objects, to.objects))
+            changes_.push_back({change, {}, {}, {}, {}});
+        read_rows();
+        if (options_.stat) {
+            print_totals("kind", &Change::kind);
+            print_totals("layer", &Change::layer);
+        } else {
+            for (const Change &change : changes_) {
+                stop_on_break(host_.notify);
+                print(change);
+            }
+        }
+        print_blocks();
+        print_summary();
+    }
+
+  private:
+    struct Change {
+        ObjectChange object;
+        std::string kind, layer;                // of the newer side that has the object
+        std::optional<std::string> before, now; // rows, as far as they are to be shown
+    };
+
+    bool wants_rows(const ObjectChange &change) const {
+        if (options_.stat || options_.brief) return false;
+        return options_.full || change.kind == ObjectChange::modified;
+    }
+
+    // Both sides of all changes in one walk over the table.
+    void read_rows() {
+        struct Side {
+            DrawingKey key;
+            Change *change;
+            bool now;
+        };
+        std::vector<Side> sides;
+        for (Change &change : changes_) {
+            const ObjectChange &object = change.object;
+            if (object.kind != ObjectChange::removed) sides.push_back({object.to, &change, true});
+            const bool wanted = object.kind == ObjectChange::removed || wants_rows(object);
+            if (wanted && object.kind != ObjectChange::added)
+                sides.push_back({object.from, &change, false});
+        }
+        if (sides.empty()) return;
+        std::sort(sides.begin(), sides.end(),
+                  [](const Side &a, const Side &b) { return dxf::before(a.key, b.key); });
+        std::vector<DrawingKey> keys;
+        for (const Side &side : sides) keys.push_back(side.key);
+        OwnedTable table = dxf::open_table(copy_.repository(), &to_.manifest.table, path_);
+        dxf::read_rows(table.get(), keys, host_.notify, [&](size_t place, std::string_view row) {
+            take(*sides[place].change, sides[place].now, row);
+        });
+    }
+
+    void take(Change &change, bool now, std::string_view row) const {
+        if (now || change.object.kind == ObjectChange::removed) {
+            change.kind = dxf::record_type(row);
+            change.layer = dxf::record_layer(row);
+        }
+        if (wants_rows(change.object)) (now ? change.now : change.before) = row;
+    }
+
+    // ---- One object
+
+    // They lend from the change. Without the row of a side that has the object there are none.
+    static std::vector<dxf::FieldChange> fields_of(const Change &change) {
+        const ObjectChange::Kind kind = change.object.kind;
+        if ((kind != ObjectChange::added && !change.before) ||
+            (kind != ObjectChange::removed && !change.now))
+            return {};
+        const auto row = [](const std::optional<std::string> &side) {
+            return side ? std::string_view(*side) : std::string_view();
+        };
+        return dxf::compare_fields(row(change.before), row(change.now));
+    }
+
+    void print(const Change &change) const {
+        const auto &how = kChanges[change.object.kind];
+        const std::string handle = object_name(change.object.number);
+        const bool with_fields = wants_rows(change.object);
+        const auto fields = with_fields ? fields_of(change) : std::vector<dxf::FieldChange>();
+        if (host_.out.json()) {
+            Record record("object");
+            record.set(u"change", how.name).set(u"handle", handle);
+            record.set(u"kind", change.kind).set(u"layer", change.layer);
+            if (with_fields) record.set(u"fields", members(change, fields));
+            return host_.out.record(record);
+        }
+        host_.out.line(host_.out.paint(how.colour, padded(how.name, 10)) + padded(handle, 10) +
+                       change.kind);
+        for (const dxf::FieldChange &field : fields) print_field(change, field);
+    }
+
+    static std::vector<Record> members(const Change &change,
+                                       const std::vector<dxf::FieldChange> &fields) {
+        std::vector<Record> out;
+        for (const dxf::FieldChange &field : fields) {
+            Record member;
+            member.set(u"code", field.code);
+            member.set(u"name", std::string(dxf::field_name(change.kind, field.code)));
+            if (field.from) member.set(u"old", std::string(*field.from));
+            if (field.to) member.set(u"new", std::string(*field.to));
+            out.push_back(std::move(member));
+        }
+        return out;
+    }
+
+    void print_field(const Change &change, const dxf::FieldChange &field) const {
+        const std::string code = std::to_string(field.code);
+        std::string line = std::string(code.size() < 8 ? 8 - code.size() : 1, ' ') + code + " " +
+                           padded(std::string(dxf::field_name(change.kind, field.code)), 14);
+        const auto side = [&](const std::optional<std::string_view> &value, Colour colour) {
+            return value ? host_.out.paint(colour, shown(*value)) : "(none)";
+        };
+        if (change.object.kind != ObjectChange::added) line += side(field.from, Colour::red);
+        if (change.object.kind == ObjectChange::modified) line += " -> ";
+        if (change.object.kind != ObjectChange::removed) line += side(field.to, Colour::green);
+        host_.out.line(line);
+    }
+
+    // ---- Totals
+
+    using Counts = std::array<uint64_t, 3>;
+
+    Counts totals() const {
+        Counts counts{};
+        for (const Change &change : changes_) ++counts[change.object.kind];
+        return counts;
+    }
+
+    void print_totals(const char *by, std::string Change::*name) {
+        std::map<std::string, Counts> rows;
+        for (const Change &change : changes_) ++rows[change.*name][change.object.kind];
+        if (rows.empty()) return;
+        host_.out.line(
+            host_.out.paint(Colour::bold, padded(by, 24) + "   added modified  removed"));
+        for (const auto &[what, counts] : rows) {
+            std::string line = padded(clean(what.empty() ? "(none)" : what), 24);
+            for (const uint64_t count : counts) {
+                const std::string number = std::to_string(count);
+                line += std::string(number.size() < 8 ? 8 - number.size() : 0, ' ') + number + " ";
+            }
+            line.pop_back();
+            host_.out.line(line);
+            host_.out.record(Record("total")
+                                 .set(u"by", by)
+                                 .set(u"name", what)
+                                 .set(u"added", counts[ObjectChange::added])
+                                 .set(u"modified", counts[ObjectChange::modified])
+                                 .set(u"removed", counts[ObjectChange::removed]));
+        }
+        host_.out.line("");
+    }
+
+    void print_summary() const {
+        const auto [added, modified, removed] = totals();
+        host_.out.line(std::to_string(added) + " added, " + std::to_string(modified) +
+                       " modified, " + std::to_string(removed) + " removed");
+        host_.out.record(Record("summary")
+                             .set(u"added", added)
+                             .set(u"modified", modified)
+                             .set(u"removed", removed));
+    }
+
+    // ---- What is no object
+
+    void print_blocks() const {
+        const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
+        print_block("header", from.header == to.header);
+        bool same = from.classes.size() == to.classes.size();
+        for (size_t i = 0; same && i < to.classes.size(); ++i)
+            same = from.classes[i] == to.classes[i];
+        print_block("classes", same);
+        print_block("layout", from.layout == to.layout);
+    }
+
+    void print_block(const char *name, bool same) const {
+        if (same) return;
+        host_.out.line(host_.out.paint(Colour::yellow, padded("modified", 10)) + "the " + name);
+        host_.out.record(Record("block").set(u"change", "modified").set(u"block", name));
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    const DiffOptions &options_;
+    const std::string path_;
+    Version from_, to_;
+    std::vector<Change> changes_;
+};
+
+} // namespace
+
+int diff(Host &host, const DiffOptions &options) {
+    WorkingCopy copy;
+    Difference(host, copy, options, copy.relative(options.drawing)).run();
+    return kDone;
+}
+
+} // namespace host

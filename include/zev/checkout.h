@@ -1,0 +1,20 @@
+// Checkout: brings a working copy from the state of a branch to that of a commit.
+//
+// It is a merge, file by file: what comes in lands in the work directory unless the user changed
+// that file, in which case the index keeps both as a conflict. The branch's own commit is what the
+// copy last agreed with; its tree with what came in is committed on it.
+#ifndef ZEV_CHECKOUT_H
+#define ZEV_CHECKOUT_H
+
+#include "zev/checkspec.h"
+
+ZEV_BEGIN
+
+// A null spec means HEAD to its own commit. True also when there was nothing to do, and when the
+// user broke off: what was done until then is committed and told as canceled. Files that can't be
+// handled, being in use for instance, are told as skipped, or failed, and stay as they are. On
+// failure, told as an error, branch and index are as before.
+ZEV_API bool zRepositoryCheckout(Repository *repository, CheckSpec *spec);
+
+ZEV_END
+#endif

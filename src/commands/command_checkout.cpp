@@ -1,0 +1,134 @@
+// Older states, and what comes from the server.
+#include "commands/adapter.hpp"
+#include "objects/shell.hpp"
+#include "objects/workdir.hpp"
+#include "system/errno.hpp"
+#include "zev/branch.h"
+#include "zev/commit.h"
+#include "zev/diff.h"
+#include "zev/object.h"
+#include "zev/oid.h"
+#include "zev/shell.h"
+#include "zev/tree.h"
+
+#include <cerrno>
+
+using namespace zev;
+
+namespace {
+
+using BlobPtr = Owned<Blob, zBlobFree>;
+using BranchPtr = Owned<Branch, zBranchFree>;
+using CommitPtr = Owned<Commit, zCommitFree>;
+using DiffListPtr = Owned<DiffList, zDiffListFree>;
+using TreeEntryPtr = Owned<TreeEntry, zTreeEntryFree>;
+using TreePtr = Owned<Tree, zTreeFree>;
+
+enum : int32_t { kDone = 0, kFailed = 1, kNoTree = -1 };
+
+// ---- One file of an older state
+
+// Where a host says "the commit before" in place of an id.
+bool is_previous(const Oid *revision) { return reinterpret_cast<uintptr_t>(revision) == 1; }
+
+// From the branch that the current one follows, along the first parents.
+CommitPtr find_published(Repository *repository, const Oid *id) {
+    const BranchPtr branch(zBranchHead(repository));
+    const BranchPtr upstream(branch ? zBranchUpstream(branch.get()) : nullptr);
+    CommitPtr commit(upstream ? zBranchCommit(upstream.get()) : nullptr);
+    while (commit && !zOidIsEqual(zCommitId(commit.get()), id))
+        commit.reset(zCommitParent(commit.get()));
+    return commit;
+}
+
+CommitPtr find_commit(Repository *repository, const Oid *revision) {
+    if (revision && !is_previous(revision)) return find_published(repository, revision);
+    CommitPtr commit(zCommitHead(repository));
+    if (commit && revision) commit.reset(zCommitParent(commit.get()));
+    return commit;
+}
+
+// It may name a link, which is replaced, but not lie behind one.
+bool find_target(WorkPath *out, Repository *repository, const zwchar *target) {
+    if (!work_path(out, repository, target)) return false;
+    if (out->relative.empty()) return zRaiseInvalidArgs(u"%s", target), fail_raised();
+    if (out->full.size() < Z_PATH_MAX) return true;
+    return errno = ENAMETOOLONG, fail_errno(target);
+}
+
+int32_t export_file(Repository *repository, const Oid *revision, const zwchar *path,
+                    const zwchar *target) {
+    const CommitPtr commit = find_commit(repository, revision);
+    if (!commit) return kFailed;
+    const TreePtr tree(zCommitTree(commit.get()));
+    if (!tree) return kNoTree;
+    const TreeEntryPtr entry(zTreeEntryBypath(tree.get(), path));
+    const BlobPtr blob(entry ? zBlobByid(repository, zTreeEntryId(entry.get())) : nullptr);
+    WorkPath place;
+    if (!blob || !find_target(&place, repository, target)) return kFailed;
+    return zBlobExport(blob.get(), place.full.c_str(), u"wb+") ? kDone : kFailed;
+}
+
+// A Notify of which only the question for a stop is filled, by a byte of the host's.
+struct StopByte {
+    Notify slots{};
+    const volatile uint8_t *byte;
+
+    explicit StopByte(const volatile uint8_t *stop) : byte(stop) {
+        slots.usrbrk = [](const Notify *notify) {
+            return *reinterpret_cast<const StopByte *>(notify)->byte != 0;
+        };
+    }
+    const Notify *get() const { return byte ? &slots : nullptr; }
+};
+
+} // namespace
+
+int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwchar *path,
+                         const zwchar *target, const Notify *) try {
+    Connection *connection = find_connection(workdir);
+    if (!connection) return kFailed;
+    Repository *repository = connection->repository.get();
+    if (target && *target) return export_file(repository, revision, path, target);
+    if (is_previous(revision)) return fail_args(), kFailed;
+    return open_remote(repository), kFailed;
+} catch (...) {
+    return fail_thrown(), kFailed;
+}
+
+// What follows is the server's part only.
+
+int32_t zCommandReset(const zwchar *workdir, const Oid *, const zwchar *, const Notify *) {
+    Connection *connection = find_connection(workdir);
+    if (connection) open_remote(connection->repository.get());
+    return kFailed;
+}
+
+bool zCommandFetch(const zwchar *workdir, const zwchar *, const Notify *) {
+    Connection *connection = find_connection(workdir);
+    return connection && open_remote(connection->repository.get());
+}
+
+// What was checked out is connected; whether that succeeds is not the question.
+bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *) try {
+    if (!zStrvalidW(url) || !zStrvalidW(workdir)) return fail_args();
+    if (!zShellCheckout(url, workdir, nullptr)) return false;
+    connect(workdir);
+    return true;
+} catch (...) {
+    return fail_thrown();
+}
+
+void zCommandRefresh(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
+                     const volatile uint8_t *stop, CommandListing callback, void *context) try {
+    Connection *connection = find_connection(workdir);
+    if (!connection) return;
+    if (!callback) return static_cast<void>(fail_args());
+    const StopByte asked(stop);
+    const PathSpecPtr spec = literal_spec(count, paths, asked.get());
+    const DiffListPtr list(spec ? zShellListUpdates(connection->repository.get(), spec.get(), true)
+                                : nullptr);
+    if (list) tell_changes(list.get(), callback, context, stop);
+} catch (...) {
+    fail_thrown();
+}

@@ -1,0 +1,284 @@
+// Reload: the tree of nodes anew from the index, with the state of each file against HEAD and the
+// disk. What is tracked and gone from the disk is brought back first.
+#include "commands/node.hpp"
+#include "common/utf.hpp"
+#include "objects/conflict.hpp"
+#include "objects/workdir.hpp"
+#include "zev/status.h"
+
+using namespace zev;
+
+namespace {
+
+using PathSpecPtr = Owned<PathSpec, zPathSpecFree>;
+
+constexpr std::u16string_view kKeepName = u".gitkeep";
+
+// Records where a node was.
+void set_old_path(Node *node, std::u16string_view path) {
+    const size_t name_at = path.rfind(u'/') + 1;
+    node->old_prefix = path.substr(0, name_at);
+    node->old_name = path.substr(name_at);
+    node->flags |= kRenamed;
+}
+
+class Reload {
+  public:
+    Reload(Connection *connection, Index *index) : connection_(connection), index_(index) {}
+
+    void run();
+
+  private:
+    using Lost = std::vector<std::u16string>;
+    using Sources = std::set<std::u16string>; // prefixes
+
+    void build_tree();
+    git::Status read_status();
+    Lost find_lost(git_status_list *list);
+    bool bring_back(const Lost &lost);
+    bool revert(Index *index, const Lost &lost);
+
+    void sweep(git_status_list *list);
+    void mark_added(std::u16string_view path);
+    void mark_deleted(std::u16string_view path);
+    void mark_changed(std::u16string_view path);
+    void mark_renamed(std::u16string_view from, std::u16string_view to);
+    void mark_directories();
+    void mark_directory(Node *keep, std::u16string_view origin);
+    static Sources sources_of(const Node &directory, const Node &keep);
+
+    void mark_conflicts();
+    void mark_conflict(std::u16string_view path);
+    std::u16string shown_path(const Conflict *conflict);
+
+    Node *root() { return connection_->root.get(); }
+    Node *find(std::u16string_view path) { return find_node(root(), path); }
+
+    Connection *connection_;
+    Index *index_; // lent
+    AnalysisPtr analysis_;
+    std::vector<std::u16string> moved_keeps_; // keep-files that were renamed, where they are now
+};
+
+// The status is asked for once more when something came back: for HEAD's file the index may hold
+// another entry now, or none.
+void Reload::run() {
+    git::Status list = read_status();
+    if (const Lost lost = find_lost(list.get()); !lost.empty() && bring_back(lost))
+        list = read_status();
+    build_tree();
+    if (list) sweep(list.get());
+    mark_conflicts();
+}
+
+// ---- The tree
+
+// A file in conflict is there once, by the entry of ours.
+void Reload::build_tree() {
+    constexpr int kOurs = 2;
+    NodeBuilder tree(root());
+    for (size_t i = 0, count = git_index_entrycount(index_->handle.get()); i < count; ++i) {
+        const git_index_entry *entry = git_index_get_byindex(index_->handle.get(), i);
+        const int stage = git_index_entry_stage(entry);
+        if (stage == 0 || stage == kOurs) tree.add(entry->path);
+    }
+    tree.finish();
+}
+
+// ---- Status
+
+git::Status Reload::read_status() {
+    git_status_options how = GIT_STATUS_OPTIONS_INIT;
+    how.show = GIT_STATUS_SHOW_INDEX_AND_WORKDIR;
+    how.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX |
+                GIT_STATUS_OPT_SORT_CASE_SENSITIVELY;
+    git::Status list;
+    int code = git_status_list_new(out(list), index_->owner->handle.get(), &how);
+    if (code < 0) fail_git(code), fail_raised();
+    return list;
+}
+
+template <class F> void each_status(git_status_list *list, F visit) {
+    const size_t count = list ? git_status_list_entrycount(list) : 0;
+    for (size_t i = 0; i < count; ++i) visit(*git_status_byindex(list, i));
+}
+
+std::u16string new_path(const git_diff_delta *delta) { return to_wide(delta->new_file.path); }
+std::u16string old_path(const git_diff_delta *delta) { return to_wide(delta->old_file.path); }
+
+// ---- What is gone from the disk
+
+Reload::Lost Reload::find_lost(git_status_list *list) {
+    Lost lost;
+    each_status(list, [&](const git_status_entry &entry) {
+        if (entry.status & GIT_STATUS_WT_DELETED) lost.push_back(new_path(entry.index_to_workdir));
+    });
+    return lost;
+}
+
+// All of them at once. Whether it came to writing the index.
+bool Reload::bring_back(const Lost &lost) {
+    if (index_->lock) return revert(index_, lost);
+    const IndexPtr locked(zIndexHead(index_->owner, true));
+    return locked && revert(locked.get(), lost);
+}
+
+// Only what is still missing: a file that has come back meanwhile holds what its user just saved.
+bool Reload::revert(Index *index, const Lost &lost) {
+    constexpr uint32_t kAllKinds = uint32_t{Z_SPEC_NO_MISSING} * 2 - Z_SPEC_NO_UNCHANGED;
+    constexpr uint32_t kMissing = Z_SPEC_LITERAL | (kAllKinds & ~uint32_t{Z_SPEC_NO_MISSING});
+    const PathSpecPtr spec(zPathSpecNew(nullptr, kMissing));
+    for (const std::u16string &path : lost)
+        if (!spec || !zPathSpecAdd(spec.get(), path.c_str())) return false;
+    return zIndexRevert(index, spec.get()) && (!index->dirty || zIndexWrite(index));
+}
+
+// ---- What differs
+
+void Reload::sweep(git_status_list *list) {
+    each_status(list, [&](const git_status_entry &entry) {
+        const git_diff_delta *staged = entry.head_to_index, *worked = entry.index_to_workdir;
+        if (entry.status & GIT_STATUS_INDEX_NEW) mark_added(new_path(staged));
+        if (entry.status & GIT_STATUS_INDEX_DELETED) mark_deleted(new_path(staged));
+        if (entry.status & (GIT_STATUS_INDEX_MODIFIED | GIT_STATUS_WT_MODIFIED))
+            mark_changed(new_path(entry.status & GIT_STATUS_INDEX_MODIFIED ? staged : worked));
+        if (entry.status & GIT_STATUS_INDEX_RENAMED)
+            mark_renamed(old_path(staged), new_path(staged));
+    });
+    mark_directories();
+}
+
+void Reload::mark_added(std::u16string_view path) {
+    Node *node = find(path);
+    if (!node) return;
+    node->flags |= kAdded;
+    mark_above(root(), path, kChanged);
+}
+
+// Another spelling of the name, which was added meanwhile, stays.
+void Reload::mark_deleted(std::u16string_view path) {
+    connection_->deleted.emplace(path);
+    mark_above(root(), path, kChanged);
+    const Node *node = find(path);
+    if (node && node_path(*node) == path) remove_file(root(), path);
+}
+
+void Reload::mark_changed(std::u16string_view path) {
+    Node *node = find(path);
+    if (node && !node->is(kDirectory)) node->flags |= kChanged;
+    mark_above(root(), path, kChanged);
+}
+
+// One that was changed as well is told as a delete and an add.
+void Reload::mark_renamed(std::u16string_view from, std::u16string_view to) {
+    mark_above(root(), to, kChanged);
+    Node *node = find(to);
+    if (!node || node->is(kDirectory)) return;
+    if (node->is(kChanged)) {
+        node->flags = kAdded;
+        return mark_deleted(from);
+    }
+    set_old_path(node, from);
+    if (node->name == kKeepName && path_name(from) == kKeepName) moved_keeps_.emplace_back(to);
+}
+
+// ---- Directories that were renamed, by their keep-files
+//
+// All keep-files are alike, so which of them is taken for which is a matter of chance where
+// several directories moved. Other files that came along know better; what they leave over is
+// shared out among directories that have none.
+
+void Reload::mark_directories() {
+    std::vector<Node *> keeps;
+    for (const std::u16string &path : moved_keeps_)
+        if (Node *keep = find(path); keep && keep->is(kRenamed)) keeps.push_back(keep);
+    std::set<std::u16string> origins;
+    for (const Node *keep : keeps) origins.insert(keep->old_prefix);
+    std::vector<Node *> alone;
+    for (Node *keep : keeps) {
+        const Node *directory = find(path_above(keep->prefix));
+        const Sources from = sources_of(*directory, *keep);
+        if (from.empty()) alone.push_back(keep);
+        if (from.size() == 1 && origins.erase(*from.begin())) mark_directory(keep, *from.begin());
+    }
+    for (Node *keep : alone) {
+        const auto own = origins.find(keep->old_prefix);
+        const auto origin = own != origins.end() ? own : origins.begin();
+        if (origin == origins.end()) return;
+        mark_directory(keep, *origin);
+        origins.erase(origin);
+    }
+}
+
+// The directories that the renamed files of one came from, its keep-file aside.
+Reload::Sources Reload::sources_of(const Node &directory, const Node &keep) {
+    Sources sources;
+    for (const auto &child : directory.children)
+        if (child.get() != &keep && !child->is(kDirectory) && child->is(kRenamed))
+            sources.insert(child->old_prefix);
+    return sources;
+}
+
+// The directory of a keep-file was renamed if nothing is left where it was. That says it all:
+// hosts see the keep-file by its directory's name.
+void Reload::mark_directory(Node *keep, std::u16string_view origin) {
+    Node *directory = find(path_above(keep->prefix));
+    origin = path_above(origin);
+    if (directory == root() || origin.empty() || find(origin)) return;
+    set_old_path(directory, origin);
+    keep->flags &= ~uint32_t{kRenamed};
+    keep->old_prefix.clear(), keep->old_name.clear();
+}
+
+// ---- Conflicts
+
+void Reload::mark_conflicts() {
+    const Owned<ConflictList, zConflictListFree> conflicts(zConflictMatch(index_, nullptr));
+    analysis_.reset(conflicts ? zConflictAnalysisNew(index_) : nullptr);
+    if (!analysis_) return;
+    for (uint64_t i = 0, count = zConflictListLength(conflicts.get()); i < count; ++i)
+        mark_conflict(shown_path(zConflictListEntry(conflicts.get(), i)));
+}
+
+void Reload::mark_conflict(std::u16string_view path) {
+    if (path.empty()) return; // it couldn't be analysed
+    if (Node *node = find(path)) node->flags |= kConflicted;
+    mark_above(root(), path, kConflicted);
+}
+
+// The path of ours, or what stands in the way of theirs. Each conflict is analysed by itself: in
+// an analysis of all, one node would stand for several.
+std::u16string Reload::shown_path(const Conflict *conflict) {
+    if (conflict->ours) return to_wide(git_entry(conflict->ours.get())->path);
+    analysis_->by_path.clear();
+    analysis_->nodes.clear();
+    if (!zConflictAnalysisInsert(analysis_.get(), conflict)) return {};
+    const ConflictNode &node = *analysis_->nodes.front();
+    for (const ConflictSides *sides : {&node.ours, &node.theirs})
+        if (const ConflictSide *side = sides->at(0); side && side->entry)
+            return to_wide(side->path());
+    return node.path;
+}
+
+} // namespace
+
+static void empty_tree(Connection *connection) {
+    Node &root = *connection->root;
+    root.names->clear();
+    root.children.clear();
+    connection->deleted.clear();
+}
+
+// Of a subpath only this is asked, whether it is there: the tree is always made whole.
+void zCommandReload(const zwchar *workdir, const zwchar *subpath, bool lock) try {
+    Connection *connection = find_connection(workdir);
+    if (!connection || !find_node(connection->root.get(), zStrsafeW(subpath))) return;
+    empty_tree(connection);
+    const IndexPtr index(zIndexHead(connection->repository.get(), lock));
+    if (!index) return;
+    Finally failed([&] { empty_tree(connection); });
+    Reload(connection, index.get()).run();
+    failed.cancel();
+} catch (...) {
+    fail_thrown();
+}

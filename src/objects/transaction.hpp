@@ -1,0 +1,22 @@
+// What a crash left locked.
+#pragma once
+
+#include "objects/records.hpp"
+#include "zev/transaction.h"
+
+#include <string>
+#include <vector>
+
+namespace zev {
+
+using TransactionPtr = Owned<Transaction, zTransactionFree>;
+
+// The files among index, HEAD and references beside which a lock file stands, be it held or left.
+// May throw.
+std::vector<std::u16string> left_locked(Repository *repository);
+
+// Deletes the copy of a reference (HEAD means its branch) that a process left which died: before
+// the reference moves, so that no recovery takes it back. One that is held stays. May throw.
+void drop_left_copy(Repository *repository, const zwchar *reference);
+
+} // namespace zev

@@ -1,0 +1,325 @@
+// The compressing and the decompressing kind, over zlib.
+#include "zev/zip.h"
+
+#include "common/failure.hpp"
+#include "common/guard.hpp"
+#include "common/limits.hpp"
+#include "stream/stream.hpp"
+#include "zev/lang.h"
+#include "zev/str.h"
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+#include <vector>
+
+#include <zlib.h>
+
+using namespace zev;
+
+namespace {
+
+constexpr uint32_t kBuffer = 0x40000;
+constexpr size_t kBlock = 0x10000;
+
+enum Mode : uint32_t { kCompress, kDecompress };
+
+struct ZipStream {
+    Stream head;
+    Stream *below;
+    z_stream z;
+    uint32_t mode;
+    uint32_t gzip;
+    bool owned;
+    bool ended;   // zlib saw the end of the data
+    bool pending; // the last inflate filled its output: there may be more without further input
+    bool failed;
+    uint32_t size;
+    unsigned char buffer[kBuffer];
+};
+
+constexpr Stream kZipHead = {.read = zZipStreamRead,
+                             .write = zZipStreamWrite,
+                             .free = zZipStreamFree,
+                             .flush = zZipStreamFlush,
+                             .eof = zZipStreamEOF,
+                             .error = zZipStreamError,
+                             .tell = zZipStreamTell,
+                             .seek = zZipStreamSeek,
+                             .rewind = zZipStreamRewind,
+                             .size = zZipStreamSize};
+
+using StreamPtr = Owned<Stream, zStreamFree>;
+
+ZipStream *record(Stream *stream, Here at = {}) {
+    if (!stream) return fail_args(at);
+    return reinterpret_cast<ZipStream *>(stream);
+}
+
+// 0 deflate, 1 gzip, -1 for another encoding.
+int format_of(const zwchar *encoding) {
+    if (!encoding) return -1;
+    if (zStrcasesameW(encoding, u"gzip")) return 1;
+    return zStrcasesameW(encoding, u"deflate") ? 0 : -1;
+}
+
+Failure fail_zlib(const z_stream &z, Here at = {}) {
+    const zwchar *reason = z.msg ? zStrfromutf8(z.msg) : nullptr;
+    zRaiseOtherErr(reason, u"%s",
+                   zI18nTextLookup(zI18nCurrentLang(), u"zev.eFailedToDecompressData"));
+    return fail_raised(at);
+}
+
+int start(ZipStream &zip) {
+    const int bits = zip.gzip ? 31 : 15;
+    constexpr int kLevel = 6, kMemory = 8;
+    if (zip.mode == kDecompress) return inflateInit2(&zip.z, bits);
+    return deflateInit2(&zip.z, kLevel, Z_DEFLATED, bits, kMemory, Z_DEFAULT_STRATEGY);
+}
+
+// Owns `below` from here on if `owned`, also when it fails.
+Stream *over(Stream *below, const zwchar *encoding, Mode mode, bool owned, Here at = {}) {
+    StreamPtr kept(owned ? below : nullptr);
+    const int format = format_of(encoding);
+    if (!below || format < 0) return fail_args(at);
+    std::unique_ptr<ZipStream> zip(new (std::nothrow) ZipStream);
+    if (!zip) return fail_memory(at);
+    zip->head = kZipHead;
+    zip->below = below;
+    zip->z = {};
+    zip->mode = mode;
+    zip->gzip = static_cast<uint32_t>(format);
+    zip->owned = owned;
+    zip->ended = zip->pending = zip->failed = false;
+    zip->size = kBuffer;
+    if (start(*zip) != Z_OK) return fail_zlib(zip->z, at);
+    kept.release();
+    return &zip.release()->head;
+}
+
+// A file is only opened, and cut, for an encoding that there is.
+Stream *over_file(const zwchar *path, const zwchar *mode, const zwchar *encoding, Mode direction,
+                  Here at = {}) {
+    if (!path || format_of(encoding) < 0) return fail_args(at);
+    Stream *file = zFileStream(path, mode);
+    return file ? over(file, encoding, direction, true, at) : nullptr;
+}
+
+// zlib counts in 32 bits.
+uInt step_of(uint64_t count) { return static_cast<uInt>(std::min<uint64_t>(count, UINT_MAX)); }
+
+// Runs what zlib has as input through it. False when something failed on the way.
+bool deflate_step(ZipStream &zip, int flush) {
+    do {
+        zip.z.next_out = zip.buffer;
+        zip.z.avail_out = zip.size;
+        const uInt before = zip.z.avail_in;
+        const int code = deflate(&zip.z, flush);
+        const uint64_t made = zip.size - zip.z.avail_out;
+        // The buffer was filled to the last byte the time before, and nothing was left.
+        if (code == Z_BUF_ERROR && !made && before == zip.z.avail_in)
+            return zip.z.msg = nullptr, true;
+        if (code != Z_OK && code != Z_STREAM_END) return !(zip.failed = true);
+        if (made && zStreamWrite(zip.below, zip.buffer, made) != made) return !(zip.failed = true);
+        if (zStreamError(zip.below)) return false;
+    } while (!zip.z.avail_out);
+    return true;
+}
+
+uint64_t deflate_all(ZipStream &zip, const void *data, uint64_t count) {
+    const auto *bytes = static_cast<const unsigned char *>(data);
+    uint64_t taken = 0;
+    while (taken < count) {
+        const uInt size = step_of(count - taken);
+        zip.z.next_in = const_cast<unsigned char *>(bytes + taken);
+        zip.z.avail_in = size;
+        const bool good = deflate_step(zip, Z_NO_FLUSH);
+        taken += size - zip.z.avail_in;
+        if (!good) break;
+    }
+    zip.z.next_in = nullptr;
+    zip.z.avail_in = 0;
+    return taken;
+}
+
+// What follows the end of the data can't belong to it.
+uint64_t behind_end(ZipStream &zip) {
+    unsigned char more;
+    if (zip.z.avail_in || (!zStreamEOF(zip.below) && zStreamRead(zip.below, &more, 1)))
+        zip.failed = true;
+    zip.z.avail_in = 0;
+    return 0;
+}
+
+uint64_t inflate_some(ZipStream &zip, void *buffer, uint64_t count) {
+    if (zip.ended) return behind_end(zip);
+    if (!zip.z.avail_in && !zip.pending) {
+        const uint64_t got = zStreamRead(zip.below, zip.buffer, zip.size);
+        if (!got) return 0;
+        zip.z.next_in = zip.buffer;
+        zip.z.avail_in = static_cast<uInt>(got);
+    }
+    const uInt wanted = step_of(count);
+    zip.z.next_out = static_cast<unsigned char *>(buffer);
+    zip.z.avail_out = wanted;
+    const int code = inflate(&zip.z, Z_NO_FLUSH);
+    const bool idle = code == Z_BUF_ERROR && zip.z.avail_out == wanted && zip.pending;
+    zip.pending = code == Z_OK && !zip.z.avail_out && wanted;
+    zip.ended = code == Z_STREAM_END;
+    if (idle) return 0; // it was all out already
+    if (code != Z_OK && code != Z_STREAM_END) return zip.failed = true, 0;
+    return wanted - zip.z.avail_out;
+}
+
+// How far what comes out of `taken` bytes may grow.
+bool is_out_of_proportion(uint64_t made, uint64_t taken) {
+    return made >
+           limits::inflated + std::min(taken, UINT64_MAX / limits::inflation) * limits::inflation;
+}
+
+// Until the source's end; false when it, or what is behind `write`, failed.
+template <class F> bool each_block(Stream *source, F write) {
+    std::vector<unsigned char> block(kBlock);
+    while (!zStreamEOF(source)) {
+        const uint64_t count = zStreamRead(source, block.data(), block.size());
+        if (zStreamError(source)) return false;
+        if (!count && !zStreamEOF(source)) return true; // it neither gives nor ends
+        if (!write(block.data(), count)) return false;
+    }
+    return true;
+}
+
+bool rewound(Stream *stream) {
+    return zStreamFlush(stream) && !zStreamError(stream) && zStreamRewind(stream);
+}
+
+} // namespace
+
+// ---- Making
+
+Stream *zZipStream(Stream *stream, const zwchar *encoding) {
+    return over(stream, encoding, kCompress, false);
+}
+Stream *zUnzipStream(Stream *stream, const zwchar *encoding) {
+    return over(stream, encoding, kDecompress, false);
+}
+Stream *zZipFile(const zwchar *path, const zwchar *encoding) {
+    return over_file(path, u"wb", encoding, kCompress);
+}
+Stream *zUnzipFile(const zwchar *path, const zwchar *encoding) {
+    return over_file(path, u"rb", encoding, kDecompress);
+}
+Stream *zZipTemp(const zwchar *encoding) {
+    if (format_of(encoding) < 0) return fail_args();
+    Stream *file = zTempStream();
+    return file ? over(file, encoding, kCompress, true) : nullptr;
+}
+
+bool zZipStreamFinish(Stream *stream) {
+    ZipStream *zip = record(stream);
+    if (!zip) return false;
+    if (zip->mode == kDecompress || !zip->below) return true;
+    deflate_step(*zip, Z_FINISH);
+    if (zip->below->rewind) zStreamRewind(zip->below);
+    return true;
+}
+
+// ---- Whole streams
+
+Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
+    if (!stream || format_of(encoding) < 0) return fail_args();
+    StreamPtr target(temp_stream());
+    StreamPtr zip(target ? over(target.get(), encoding, kCompress, false) : nullptr);
+    if (!zip) return nullptr;
+    const bool whole = each_block(stream, [&](const void *data, uint64_t count) {
+        return zStreamWrite(zip.get(), data, count) == count && !zStreamError(zip.get());
+    });
+    if (!whole) return nullptr;
+    zZipStreamFinish(zip.get());
+    if (zStreamError(zip.get())) return nullptr;
+    record(zip.get())->below = nullptr; // done: freeing it has nothing to finish
+    zip.reset();
+    return rewound(target.get()) ? target.release() : nullptr;
+} catch (...) {
+    return fail_thrown();
+}
+
+Stream *zStreamUncompress(Stream *stream, const zwchar *encoding) try {
+    if (!stream || format_of(encoding) < 0) return fail_args();
+    StreamPtr target(temp_stream());
+    StreamPtr zip(target ? over(stream, encoding, kDecompress, false) : nullptr);
+    if (!zip) return nullptr;
+    const ZipStream &state = *record(zip.get());
+    const bool whole = each_block(zip.get(), [&](const void *data, uint64_t count) {
+        return !is_out_of_proportion(state.z.total_out, state.z.total_in) &&
+               zStreamWrite(target.get(), data, count) == count && !zStreamError(target.get());
+    });
+    if (zStreamError(target.get()) || zStreamError(stream)) return nullptr;
+    if (!whole || !state.ended || state.failed) return fail_zlib(state.z);
+    return rewound(target.get()) ? target.release() : nullptr;
+} catch (...) {
+    return fail_thrown();
+}
+
+// ---- Slots
+
+uint64_t zZipStreamRead(Stream *stream, void *buffer, uint64_t count) {
+    ZipStream *zip = record(stream);
+    if (!zip) return 0;
+    if (!buffer) return fail_args(), 0;
+    if (zip->mode == kCompress) return zStreamRead(zip->below, buffer, count);
+    return inflate_some(*zip, buffer, count);
+}
+
+uint64_t zZipStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
+    ZipStream *zip = record(stream);
+    if (!zip) return 0;
+    if (!buffer && count) return fail_args(), 0;
+    return zip->mode == kCompress ? deflate_all(*zip, buffer, count) : 0;
+}
+
+void zZipStreamFree(Stream *stream) {
+    if (!stream) return;
+    const std::unique_ptr<ZipStream> zip(record(stream));
+    zZipStreamFinish(stream);
+    zip->mode == kDecompress ? inflateEnd(&zip->z) : deflateEnd(&zip->z);
+    if (zip->owned) zStreamFree(zip->below);
+}
+
+bool zZipStreamFlush(Stream *stream) {
+    ZipStream *zip = record(stream);
+    return zip && (zip->mode == kDecompress || zStreamFlush(zip->below));
+}
+
+bool zZipStreamEOF(Stream *stream) {
+    ZipStream *zip = record(stream);
+    if (!zip) return true;
+    const bool more = zip->mode == kDecompress && (zip->z.avail_in || zip->pending);
+    return !more && zStreamEOF(zip->below);
+}
+
+bool zZipStreamError(Stream *stream) {
+    ZipStream *zip = record(stream);
+    return !zip || zip->failed || zip->z.msg || zStreamError(zip->below);
+}
+
+int64_t zZipStreamTell(Stream *stream) {
+    ZipStream *zip = record(stream);
+    if (!zip) return -1;
+    return zip->mode == kDecompress ? 0 : zStreamTell(zip->below);
+}
+
+bool zZipStreamSeek(Stream *stream, int64_t offset, int32_t whence) {
+    ZipStream *zip = record(stream);
+    return zip && zip->mode == kCompress && zStreamSeek(zip->below, offset, whence);
+}
+
+bool zZipStreamRewind(Stream *stream) {
+    ZipStream *zip = record(stream);
+    return zip && zip->mode == kCompress && zStreamRewind(zip->below);
+}
+
+uint64_t zZipStreamSize(Stream *stream) {
+    ZipStream *zip = record(stream);
+    return zip ? zStreamSize(zip->below) : 0;
+}

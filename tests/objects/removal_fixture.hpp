@@ -1,0 +1,83 @@
+// A working copy whose files go to its trash, and a host that is asked about them.
+#pragma once
+
+#include "copy_fixture.hpp"
+
+#include "system/os.hpp"
+
+#include <cerrno>
+
+namespace test {
+
+struct Host : Report {
+    std::vector<int32_t> answers; // one a question; then nobody answers
+    size_t asked = 0;
+    size_t break_at; // lines told until the user breaks off
+
+    explicit Host(std::vector<int32_t> given = {}, size_t lines_told = SIZE_MAX)
+        : answers(std::move(given)), break_at(lines_told) {
+        usrbrk = [](auto *n) { return of(n).lines.size() >= of(n).break_at; };
+        error = [](auto *n, auto *) { of(n).lines.push_back("error"); };
+        dialog = [](auto *n, auto *) {
+            Host &host = of(n);
+            return host.asked < host.answers.size() ? host.answers[host.asked++] : -1;
+        };
+    }
+    // What was told after the start: "word path;" and the end, words as their keys.
+    std::string told() const {
+        std::string all;
+        for (size_t i = 1; i < lines.size(); ++i) all += by_key(lines[i]) + ";";
+        return all;
+    }
+
+  private:
+    static Host &of(const Notify *n) { return const_cast<Host &>(*static_cast<const Host *>(n)); }
+    static std::string by_key(const std::string &line) {
+        for (auto *key : {u"action.sDeleted", u"action.sSkipped", u"action.sReverted",
+                          u"action.sRestored", u"action.sFailed"})
+            if (line.starts_with(text(key) + " "))
+                return narrow(key).substr(8) + line.substr(text(key).size());
+        return line.substr(0, line.find(':'));
+    }
+};
+
+class RemovalTest : public WorkingCopyTest {
+  protected:
+    const zev::os::Calls kept = zev::os::calls;
+    void TearDown() override { zev::os::calls = kept; }
+
+    using Operation = bool (*)(Index *, PathSpec *);
+    std::string run(Operation operation, std::vector<std::u16string> patterns, uint32_t options,
+                    Host host = Host()) {
+        IndexPtr index = lock();
+        EXPECT_OK(operation(index.get(), spec(patterns, options, &host).get()));
+        EXPECT_OK(operation == zIndexRemove || zIndexWrite(index.get()));
+        return host.told();
+    }
+    static std::string failed(const zwchar *key, const std::string &path) {
+        return "Failed " + narrow(zI18nTextFormat(zI18nCurrentLang(), key, wide(path).c_str())) +
+               ";";
+    }
+
+    // "name=bytes;" of the files in the trash, in order.
+    std::string trashed() {
+        std::vector<std::string> found;
+        for (auto &at : std::filesystem::recursive_directory_iterator(place / ".git/trash"))
+            if (at.is_regular_file() && at.path().filename() != "info.$$$")
+                found.push_back(at.path().filename().string() + "=" + read(at.path()) + ";");
+        std::sort(found.begin(), found.end());
+        std::string all;
+        for (const std::string &file : found) all += file;
+        return all;
+    }
+    bool exists(const std::string &path) { return std::filesystem::exists(place / path); }
+    void take(const std::string &path) { std::filesystem::remove_all(place / path); }
+    void put_all(std::initializer_list<const char *> paths, const std::string &bytes = "1") {
+        for (auto *path : paths) put(path, bytes);
+    }
+    std::string porcelain(const char *more = "") {
+        return git(place, std::string("-c core.quotepath=off status --porcelain -uall ") + more);
+    }
+};
+
+} // namespace test

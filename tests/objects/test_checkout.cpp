@@ -1,0 +1,233 @@
+#include "copy_fixture.hpp"
+
+#include <zev/checkout.h>
+#include <zev/share.h>
+#include <zev/transaction.h>
+
+using namespace test;
+
+namespace {
+
+namespace fs = std::filesystem;
+using CheckPtr = Held<CheckSpec, zCheckSpecFree>;
+
+// A copy on master whose base is `first`; what comes in is on the branch side.
+class CheckoutTest : public WorkingCopyTest {
+  protected:
+    Report report;
+    CheckPtr spec{zCheckSpecNew()};
+
+    std::string git_as(const std::string &arguments) {
+        return git(place, "-c user.name=a -c user.email=b " + arguments);
+    }
+
+    void SetUp() override {
+        ASSERT_OK(repository);
+        for (const char *name : {"kept", "edited", "same", "gone", "gone-edited", "d/in", "d/two"})
+            put(name, std::string("first ") + name);
+        git_as("add -A");
+        git_as("commit -qm first");
+        git_as("checkout -qb side");
+        for (const char *name : {"kept", "edited", "same"}) put(name, std::string("side ") + name);
+        put("new/file", "side new");
+        put("untracked", "side untracked");
+        git_as("rm -q gone gone-edited");
+        git_as("add -A");
+        git_as("commit -qm side");
+        git_as("checkout -q master");
+        zCheckSpecSetNotify(spec.get(), &report);
+    }
+
+    bool checkout(const std::string &target = "side") {
+        Oid id{};
+        EXPECT_OK(zOidFromStr(&id, zStrfromutf8(git(place, "rev-parse " + target).c_str())));
+        zCheckSpecSetTarget(spec.get(), &id);
+        return zRepositoryCheckout(repository.get(), spec.get());
+    }
+
+    bool said(const zwchar *word, const std::string &path) {
+        return report.told(text(word) + " " + path);
+    }
+    std::string head() { return git(place, "rev-parse HEAD"); }
+    std::string porcelain() { return git(place, "status --porcelain -uall"); }
+};
+
+} // namespace
+
+TEST_F(CheckoutTest, TakesInWhatNobodyTouched) {
+    const std::string old = head();
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(git(place, "diff side --stat"), "");
+    EXPECT_EQ(git(place, "log -1 --format='%an %P %s'"),
+              "remote " + old + " MERGE: " + git(place, "rev-parse side").substr(0, 8));
+    EXPECT_EQ(read(place / "new/file"), "side new");
+    EXPECT_FALSE(fs::exists(place / "gone"));
+    EXPECT_TRUE(said(u"action.sAdded", "new/file"));
+    EXPECT_TRUE(said(u"action.sUpdated", "kept"));
+    EXPECT_TRUE(said(u"action.sDeleted", "gone"));
+    for (const char *left : {".git/.index.zlck", ".git/refs/heads/.master.zlck"})
+        EXPECT_FALSE(fs::exists(place / left));
+    // Nothing is left to do, and no commit is made for that.
+    const std::string now = head();
+    EXPECT_OK(checkout("HEAD"));
+    EXPECT_OK(zRepositoryCheckout(repository.get(), nullptr));
+    EXPECT_EQ(head(), now);
+}
+
+TEST_F(CheckoutTest, KeepsWhatTheUserChanged) {
+    put("edited", "mine");
+    put("same", "side same"); // as they did
+    put("gone-edited", "mine too");
+    put("untracked", "mine alone");
+    fs::remove(place / "kept"); // theirs takes its place
+    ASSERT_OK(checkout());
+    EXPECT_EQ(read(place / "edited"), "mine");
+    EXPECT_EQ(read(place / "gone-edited"), "mine too");
+    EXPECT_EQ(read(place / "untracked"), "mine alone");
+    EXPECT_EQ(read(place / "kept"), "side kept");
+    EXPECT_EQ(porcelain(), "UU edited\nUD gone-edited\nAA untracked");
+    for (const char *path : {"edited", "gone-edited", "untracked"})
+        EXPECT_TRUE(said(u"action.sConflicted", path)) << path;
+    EXPECT_TRUE(said(u"action.sUpdated", "same"));
+    EXPECT_EQ(git(place, "show :1:edited"), "first edited");
+    EXPECT_EQ(git(place, "show :2:edited"), "mine");
+    EXPECT_EQ(git(place, "show :3:edited"), "side edited");
+    EXPECT_EQ(git(place, "diff HEAD side --stat"), ""); // the commit is theirs
+    EXPECT_EQ(git(place, "fsck --strict"), "");
+
+    // Once more: there is nothing to do, and what is in conflict stays so.
+    EXPECT_OK(checkout());
+    EXPECT_EQ(porcelain(), "UU edited\nUD gone-edited\nAA untracked");
+    EXPECT_EQ(read(place / "edited"), "mine");
+}
+
+// A file stands where theirs needs a directory, a directory where it needs a file.
+TEST_F(CheckoutTest, WhatIsInTheWayIsAConflict) {
+    put("new", "a file of mine");
+    fs::create_directories(place / "untracked");
+    put("untracked/below", "mine");
+    ASSERT_OK(checkout());
+    EXPECT_EQ(read(place / "new"), "a file of mine");
+    EXPECT_EQ(read(place / "untracked/below"), "mine");
+    EXPECT_TRUE(said(u"action.sConflicted", "new/file"));
+    EXPECT_TRUE(said(u"action.sConflicted", "untracked"));
+    EXPECT_EQ(read(place / "kept"), "side kept");
+}
+
+TEST_F(CheckoutTest, LeavesAFileInUse) {
+    {
+        Held<Share, zShareClose> open(zShareOpen((place / "kept").u16string().c_str(), u"rb", 3));
+        ASSERT_OK(open);
+        ASSERT_OK(checkout());
+    }
+    EXPECT_TRUE(said(u"action.sSkipped", "kept"));
+    EXPECT_EQ(read(place / "kept"), "first kept");
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(git(place, "diff --name-only HEAD side"), "kept");
+}
+
+TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
+    report.stop = false;
+    static int calls;
+    calls = 0;
+    report.progress = [](const Notify *notify, const zwchar *) {
+        if (++calls == 3) const_cast<Report *>(static_cast<const Report *>(notify))->stop = true;
+    };
+    ASSERT_OK(checkout());
+    EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled")));
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(git(place, "log -1 --format=%an"), "remote");
+    EXPECT_EQ(git(place, "diff --name-only HEAD^ HEAD"), "edited\ngone\ngone-edited");
+}
+
+TEST_F(CheckoutTest, OnlyTheNamedPaths) {
+    zCheckSpecAddPath(spec.get(), u"new");
+    zCheckSpecAddPath(spec.get(), u"gone*");
+    put("edited", "mine");
+    ASSERT_OK(checkout());
+    EXPECT_EQ(git(place, "diff --name-status HEAD^ HEAD"), "D\tgone\nD\tgone-edited\nA\tnew/file");
+    EXPECT_EQ(porcelain(), " M edited");
+}
+
+TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {
+    put("edited", "mine");
+    put("d/in", "mine below");
+    put("added", "mine and staged");
+    put("untracked", "mine alone");
+    put("new", "in the way");
+    fs::remove(place / "d/two");
+    git_as("add added");
+    zCheckSpecSetOn(spec.get(), Z_CHECK_FORCE);
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(git(place, "diff side --stat"), "");
+    EXPECT_EQ(read(place / "d/in"), "first d/in");
+    EXPECT_EQ(read(place / "d/two"), "first d/two");
+    std::string trash;
+    for (const auto &item : fs::recursive_directory_iterator(place / ".git/trash"))
+        if (item.is_regular_file() && item.path().filename() != "info.$$$")
+            trash += read(item.path()) + ";";
+    for (const char *mine :
+         {"mine;", "mine below;", "mine and staged;", "mine alone;", "in the way;"})
+        EXPECT_NE(trash.find(mine), std::string::npos) << mine;
+    EXPECT_TRUE(said(u"action.sReverted", "edited"));
+    EXPECT_TRUE(said(u"action.sReverted", "added"));
+}
+
+// Branch and index are as before when a step fails: here the branch can't move.
+TEST_F(CheckoutTest, RollsBack) {
+    const std::string old = head(), index = read(place / ".git/index");
+    write(place / ".git/refs/heads/master.lock", "");
+    EXPECT_FALSE(checkout());
+    EXPECT_EQ(head(), old);
+    EXPECT_EQ(read(place / ".git/index"), index);
+    fs::remove(place / ".git/refs/heads/master.lock");
+    ASSERT_OK(checkout()); // what had come in already is the same on both sides
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(git(place, "diff side --stat"), "");
+
+    IndexPtr held = lock();
+    RepositoryPtr other(zRepositoryOpen(place.u16string().c_str()));
+    EXPECT_FALSE(zRepositoryCheckout(other.get(), spec.get()));
+    EXPECT_EQ(zErrorClass(), 7);
+}
+
+// A copy that a checkout left which was killed takes no later commit back.
+TEST_F(CheckoutTest, ALeftCopyIsTooOldAfterACommit) {
+    write(place / ".git/refs/heads/.master.zlck", head() + "\n");
+    put("kept", "mine");
+    commit_all(u"mine");
+    const std::string now = head();
+    ASSERT_OK(zTransactionRecover(repository.get()));
+    EXPECT_EQ(head(), now);
+    EXPECT_EQ(porcelain(), "");
+}
+
+// From nothing, with links, executables, odd names, and nothing written behind a link.
+TEST_F(CheckoutTest, FillsAnEmptyCopy) {
+    const fs::path source = dir.path() / "source", outside = dir.path() / "outside";
+    git(dir.path(), "init -q source");
+    for (const char *name : {"#1.dwx", "a[1].dwx", "st*r.dwx", "100%s%n.dwx", "Zeichnung Größe.dwx",
+                             "図面/一.dwx", "blank "})
+        write(source / name, name);
+    fs::create_symlink("#1.dwx", source / "link");
+    write(source / "run.sh", "#!/bin/sh\n");
+    fs::permissions(source / "run.sh", fs::perms::owner_all);
+    git(source, "add -A");
+    git(source, "-c user.name=a -c user.email=b commit -qm all");
+
+    place = dir.path() / "empty";
+    repository.reset(zRepositoryInit(place.u16string().c_str(), false));
+    git(place, "fetch -q '" + source.string() + "' HEAD:refs/heads/incoming");
+    fs::create_directories(outside);
+    fs::create_directory_symlink(outside, place / "図面");
+    ASSERT_OK(checkout("incoming"));
+    EXPECT_TRUE(fs::is_empty(outside));
+    EXPECT_TRUE(said(u"action.sConflicted", "図面/一.dwx"));
+    EXPECT_EQ(read(place / "st*r.dwx"), "st*r.dwx");
+    EXPECT_EQ(read(place / "blank "), "blank ");
+    EXPECT_EQ(fs::read_symlink(place / "link"), "#1.dwx");
+    EXPECT_NE(fs::status(place / "run.sh").permissions() & fs::perms::owner_exec, fs::perms::none);
+    EXPECT_EQ(git(place, "diff HEAD incoming --stat"), "");
+}

@@ -1,0 +1,71 @@
+#include "repo_fixture.hpp"
+
+#include <zev/config.h>
+
+using namespace test;
+
+namespace {
+
+using ConfigPtr = Held<Config, zConfigFree>;
+using ConfigTest = RepositoryTest;
+
+} // namespace
+
+TEST_F(ConfigTest, GivesBackWhatWasSet) {
+    const std::u16string file = (dir.path() / "settings").u16string();
+    ConfigPtr config(zConfigRead(file.c_str()));
+    ASSERT_OK(config);
+    ASSERT_OK(zConfigSetString(config.get(), u"zev.title", u"Größe \"図面\" ; # \\"));
+    ASSERT_OK(zConfigSetBool(config.get(), u"zev.on", true));
+    ASSERT_OK(zConfigSetInt(config.get(), u"zev.small", INT32_MIN));
+    ASSERT_OK(zConfigSetLarge(config.get(), u"zev.large", INT64_MAX));
+    ConfigPtr before(zConfigDup(config.get()));
+    ASSERT_OK(before);
+    ASSERT_OK(zConfigSetBool(config.get(), u"zev.on", false));
+
+    ConfigPtr again(zConfigRead(file.c_str()));
+    EXPECT_EQ(narrow(zConfigGetString(again.get(), u"zev.title")), "Größe \"図面\" ; # \\");
+    EXPECT_FALSE(zConfigGetBool(again.get(), u"zev.on"));
+    EXPECT_TRUE(zConfigGetBool(before.get(), u"zev.on"));
+    EXPECT_EQ(zConfigGetInt(again.get(), u"zev.small"), INT32_MIN);
+    EXPECT_EQ(zConfigGetLarge(again.get(), u"zev.large"), INT64_MAX);
+    EXPECT_EQ(zConfigGetInt(again.get(), u"zev.large"), 0);       // too large for it
+    EXPECT_FALSE(zConfigSetBool(before.get(), u"zev.on", false)); // read-only
+    ASSERT_OK(zConfigRemove(again.get(), u"zev.on"));
+    EXPECT_FALSE(zConfigExists(again.get(), u"zev.on"));
+}
+
+TEST_F(ConfigTest, MissingAndBadKeys) {
+    ConfigPtr config(zConfigRepo(repository.get()));
+    ASSERT_OK(config);
+    for (const zwchar *key : {u"zev.none", u"none.x.y"}) {
+        EXPECT_FALSE(zConfigExists(config.get(), key));
+        EXPECT_EQ(zErrorClass(), 3);
+        EXPECT_EQ(zConfigGetInt(config.get(), key), 0);
+        EXPECT_EQ(zConfigGetString(config.get(), key), nullptr);
+        EXPECT_FALSE(zConfigRemove(config.get(), key));
+        EXPECT_EQ(zErrorClass(), 3);
+    }
+    EXPECT_FALSE(zConfigSetInt(config.get(), u"no dots", 1));
+    EXPECT_FALSE(zConfigSetString(config.get(), u"zev.x", nullptr));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zConfigExists(nullptr, u"zev.x"));
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+// A lock file that a killed writer left stops nobody, and what stands is not written again.
+TEST_F(ConfigTest, WritesARepositoryUnderItsLock) {
+    ConfigPtr config(zConfigRepo(repository.get()));
+    ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"blue"));
+    EXPECT_EQ(git(place, "config --local zev.color"), "blue");
+    const auto time = std::filesystem::last_write_time(place / ".git/config");
+    const auto past = time - std::chrono::hours(1);
+    std::filesystem::last_write_time(place / ".git/config", past);
+    ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"blue"));
+    EXPECT_EQ(std::filesystem::last_write_time(place / ".git/config"), past);
+
+    write(place / ".git/.config.zlck", "");
+    write(place / ".git/config.lock", "half");
+    ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"red"));
+    EXPECT_EQ(git(place, "config --local zev.color"), "red");
+}

@@ -1,0 +1,168 @@
+#include "removal_fixture.hpp"
+
+#include <filesystem>
+#include <set>
+
+using namespace test;
+
+namespace fs = std::filesystem;
+namespace os = zev::os;
+
+namespace {
+
+int refusals = 0;
+
+class IndexRemove : public RemovalTest {
+  protected:
+    std::string remove(std::vector<std::u16string> patterns, uint32_t options = kLiteral,
+                       Host host = Host()) {
+        return run(zIndexRemove, patterns, options, host);
+    }
+
+    // The next moves are refused, as for a file that another program holds.
+    static void refuse(int count) {
+        static const auto real = os::calls.rename;
+        refusals = count;
+        os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+            return refusals-- > 0 ? (errno = EACCES, -1) : real(from, to, flags);
+        };
+    }
+};
+
+} // namespace
+
+TEST_F(IndexRemove, ExactlyTheNamedFileGoesAndComesBack) {
+    const std::vector<std::string> names = {
+        "!x.dwx",   "#1.dwx",         "100%s%n.dwx", "Zeichnung Größe.dwx",
+        "a[1].dwx", "cafe\u0301.dwx", "end ",        std::string(200, 'n') + ".dwx",
+        "st*r.dwx", "图面/平面 1.dwx"};
+    for (const auto &name : names) put(name, "1");
+    commit_all();
+    for (const auto &name : names) put(name, "changed " + name);
+    std::map<std::string, int> kinds = status();
+    for (const auto &name : names) {
+        EXPECT_EQ(remove({wide(name)}), "Deleted " + name + ";done;");
+        EXPECT_FALSE(exists(name));
+        EXPECT_NE(trashed().find("=changed " + name + ";"), std::string::npos) << name;
+        kinds[name] = Z_KIND_DELETED;
+        EXPECT_EQ(status(), kinds) << name;
+    }
+    EXPECT_TRUE(tracked().empty()); // written
+    for (const auto &name : names) {
+        EXPECT_EQ(run(zIndexRevert, {wide(name)}, kLiteral), "Restored " + name + ";done;");
+        kinds[name] = Z_KIND_UNCHANGED;
+        EXPECT_EQ(status(), kinds) << name;
+    }
+    EXPECT_EQ(porcelain(), "");
+}
+
+TEST_F(IndexRemove, DirectoriesGoAsAWhole) {
+    put_all({"docs/.gitkeep", "docs/a.dwx", "docs/deep/b.dwx", "docs2/c.dwx", "d.dwx"});
+    commit_all();
+    put("docs/notes.txt", "never added");
+    // Later paths are gone with the directory by then; to name what isn't there harms nothing.
+    EXPECT_EQ(remove({u"docs/", u"docs/deep", u"none.dwx"}),
+              "Deleted docs/;Deleted docs/deep;Deleted none.dwx;done;");
+    EXPECT_FALSE(exists("docs"));
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"d.dwx", "docs2/c.dwx"}));
+    EXPECT_EQ(trashed(), ".gitkeep=1;a.dwx=1;b.dwx=1;notes.txt=never added;");
+}
+
+TEST_F(IndexRemove, PatternsTakeWhatAStatusLists) {
+    put_all({"a.dwx", "b.dwx", "gone.dwx", "sub/c.dwx", "sub/keep.txt"});
+    commit_all();
+    put("new.dwx", "never added");
+    write(place / "bad\xFF.dwx", "no UTF-8");
+    take("gone.dwx");
+    EXPECT_EQ(remove({}), "done;");
+    EXPECT_EQ(remove({u"none*"}, Z_SPEC_MUST_MATCH), "done;");
+    EXPECT_EQ(remove({u"[ab].dwx"}, 0), "done;"); // no wildcard
+    EXPECT_EQ(remove({u"*.dwx"}, Z_SPEC_NO_UNTRACKED),
+              "Deleted a.dwx;Deleted b.dwx;Deleted gone.dwx;Deleted sub/c.dwx;done;");
+    EXPECT_EQ(remove({u"*.dwx"}, Z_SPEC_NO_DELETED), "Skipped bad\uFFFD.dwx;Deleted new.dwx;done;");
+    EXPECT_TRUE(exists("bad\xFF.dwx"));
+    EXPECT_EQ(tracked(), std::vector<std::string>{"sub/keep.txt"});
+    write(place / ".git/refs/heads/master", "damaged");
+    EXPECT_EQ(remove({u"sub"}, 0), "error;abort;");
+    EXPECT_TRUE(exists("sub/keep.txt"));
+}
+
+TEST_F(IndexRemove, WhatCannotBeTakenIsAskedFor) {
+    const struct {
+        std::vector<int32_t> answers;
+        size_t break_at;
+        std::string told;
+        std::vector<std::string> left;
+    } rows[] = {
+        {{1, 1}, 9, "Deleted a;Deleted b;done;", {}},
+        {{1, 2}, 9, "Skipped a;Deleted b;done;", {"a"}},
+        {{2, 3}, 9, "Skipped a;Skipped b;abort;", {"a", "b"}},
+        {{}, 9, "Skipped a;Skipped b;done;", {"a", "b"}}, // nobody answers
+        {{99, 1}, 9, "Skipped a;Deleted b;done;", {"a"}},
+        {{1, 1}, 2, "Deleted a;cancel;", {"b"}}, // what was done stays done
+    };
+    for (const auto &row : rows) {
+        put_all({"a", "b"});
+        add({u"*"});
+        refuse(2);
+        EXPECT_EQ(remove({u"a", u"b"}, kLiteral, Host(row.answers, row.break_at)), row.told);
+        os::calls = kept;
+        EXPECT_EQ(tracked(), row.left) << row.told;
+        for (const std::string &path : row.left) EXPECT_TRUE(exists(path)) << row.told;
+    }
+}
+
+TEST_F(IndexRemove, NothingBehindALinkIsTouched) {
+    write(dir.path() / "out/a.dwx", "somebody else's");
+    put("in/a.dwx", "1");
+    commit_all();
+    take("in");
+    fs::create_directory_symlink(dir.path() / "out", place / "in");
+    for (auto *path : {u"in/a.dwx", u"../out/a.dwx", u".git/config", u"."}) {
+        EXPECT_EQ(remove({path}), "Skipped " + narrow(path) + ";done;");
+        EXPECT_EQ(zErrorClass(), 2) << narrow(path);
+    }
+    EXPECT_EQ(tracked(), std::vector<std::string>{"in/a.dwx"});
+    EXPECT_EQ(remove({u"in"}), "Deleted in;done;"); // the link, and what was tracked below
+    EXPECT_TRUE(tracked().empty());
+    EXPECT_EQ(read(dir.path() / "out/a.dwx"), "somebody else's");
+}
+
+// The reports come from under the lock, and see what a reader would.
+TEST_F(IndexRemove, TheIndexIsWrittenInBatches) {
+    struct Watching : Report {
+        std::u16string index;
+        std::set<off_t> sizes;
+    } watching;
+    watching.index = (place / ".git/index").u16string();
+    watching.action = [](auto *n, auto *, auto *) {
+        auto &self = const_cast<Watching &>(*static_cast<const Watching *>(n));
+        struct stat status {};
+        EXPECT_TRUE(os::stat(self.index.c_str(), &status));
+        self.sizes.insert(status.st_size);
+    };
+    std::vector<std::u16string> paths;
+    for (int i = 0; i < 600; ++i) {
+        put("d/" + std::to_string(i), "x");
+        paths.push_back(wide("d/" + std::to_string(i)));
+    }
+    add({u"*"});
+    {
+        IndexPtr index = lock();
+        EXPECT_OK(zIndexRemove(index.get(), spec(paths, kLiteral, &watching).get()));
+    }
+    EXPECT_EQ(watching.sizes.size(), 4u); // as it was, after 256, after 512, at the end
+    EXPECT_TRUE(tracked().empty());
+    EXPECT_FALSE(exists("d"));
+}
+
+TEST_F(IndexRemove, AnIndexThatCannotBeWrittenEndsIt) {
+    put_all({"a", "b"});
+    commit_all();
+    os::calls.syncfs = [](int) { return errno = EIO, -1; };
+    EXPECT_EQ(remove({u"a", u"b"}),
+              "Deleted a;" + failed(u"odb.eFailedToRemoveEntry_s", "b") + "abort;");
+    os::calls = kept;
+    EXPECT_EQ(status()["a"], Z_KIND_MISSING); // the trash has it, the index still names it
+    EXPECT_EQ(trashed(), "a=1;b=1;");
+}

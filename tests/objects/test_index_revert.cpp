@@ -1,0 +1,151 @@
+#include "removal_fixture.hpp"
+
+#include <filesystem>
+
+using namespace test;
+
+namespace fs = std::filesystem;
+namespace os = zev::os;
+
+namespace {
+
+class IndexRevert : public RemovalTest {
+  protected:
+    std::string revert(std::vector<std::u16string> patterns = {}, uint32_t options = 0,
+                       Host host = Host()) {
+        return run(zIndexRevert, patterns, options, host);
+    }
+    void remove(std::vector<std::u16string> paths) { run(zIndexRemove, paths, kLiteral); }
+    static std::string failed(const std::string &path) {
+        return RemovalTest::failed(u"odb.eFailedToRevertEntry_s", path);
+    }
+    std::string as_ada(const std::string &arguments) {
+        return git(place, "-c user.name=Ada -c user.email=ada@example.com " + arguments);
+    }
+};
+
+} // namespace
+
+TEST_F(IndexRevert, EachKindComesBackAsHeadHasIt) {
+    put_all({"changed", "docs/gone", "docs/removed", "missing", "same", "staged"}, "head's");
+    put(".gitignore", "*.log\n");
+    commit_all();
+    put_all({"added", "added and changed", "added and gone", "staged"}, "new");
+    add({u"*"});
+    put_all({"added and changed", "changed", "untracked", "x.log"}, "my work");
+    take("added and gone"), take("missing"), take("docs/gone");
+    remove({u"docs/removed"});
+    EXPECT_EQ(revert({}, Z_SPEC_MUST_MATCH, Host({}, 4)), // the user breaks off, and comes again
+              "Deleted added and changed;Deleted added;Deleted added and gone;cancel;");
+    EXPECT_EQ(zErrorClass(), 6);
+    EXPECT_EQ(revert({}, Z_SPEC_MUST_MATCH), "Restored docs/removed;Reverted staged;"
+                                             "Reverted changed;Restored missing;"
+                                             "Restored docs/gone;done;");
+    EXPECT_EQ(revert({}, Z_SPEC_MUST_MATCH), "done;"); // clean
+    EXPECT_EQ(porcelain("--ignored"), "?? untracked\n!! x.log");
+    EXPECT_EQ(git(place, "diff-files"), ""); // entered with the times of the files
+    EXPECT_EQ(read(place / "changed") + read(place / "docs/removed"), "head'shead's");
+    EXPECT_EQ(trashed(), "added and changed=my work;added=new;changed=my work;removed=head's;"
+                         "staged=new;");
+}
+
+TEST_F(IndexRevert, KeepFilesStayWithTheirDirectory) {
+    put_all({"used/a", "old/.gitkeep", "used/c/b"}, "");
+    commit_all();
+    put_all({"used/.gitkeep", "used/c/.gitkeep", "old/new/.gitkeep", "old/new/-x/.gitkeep",
+             "mine/.gitkeep", "fresh/f", "fresh/.gitkeep", "x.gitkeep"},
+            "");
+    add({u"*"});
+    put("mine/kept.txt", "not tracked");
+    put("used/c/.gitkeep", "# changed");
+    take("used/.gitkeep"), take("fresh/.gitkeep");
+    EXPECT_EQ(revert(), "Deleted x.gitkeep;Deleted fresh/f;Deleted old/new/.gitkeep;"
+                        "Deleted old/new/-x/.gitkeep;Deleted mine/.gitkeep;"
+                        "Deleted fresh/.gitkeep;done;");
+    EXPECT_EQ(porcelain(), "A  used/.gitkeep\nA  used/c/.gitkeep\n?? mine/kept.txt");
+    EXPECT_FALSE(exists("old/new") || exists("fresh"));
+    EXPECT_NE(trashed().find(".gitkeep=# changed;"), std::string::npos);
+}
+
+TEST_F(IndexRevert, WhatObstructsGoesToTheTrash) {
+    put_all({"d/deep/a", "f"}, "head's");
+    commit_all();
+    take("d"), take("f");
+    put("d", "a file now"), put("f/mine.txt", "a directory now");
+    EXPECT_EQ(revert(), "Restored f;Restored d/deep/a;done;");
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(trashed(), "d=a file now;mine.txt=a directory now;");
+    remove({u"d"});
+    put("d", "a file now");
+    add({u"*"}); // staged so, the new path goes before the old one comes
+    EXPECT_EQ(revert(), "Deleted d;Restored d/deep/a;done;");
+    EXPECT_EQ(porcelain(), "");
+}
+
+TEST_F(IndexRevert, LinksModesAndLineEndsAreThoseOfHead) {
+    fs::create_symlink("nowhere", place / "link");
+    put("run.sh", "x");
+    put("sub/.gitattributes", "*.txt text eol=crlf\n"), put("sub/a.txt", "1\r\n");
+    commit_all();
+    git(place, "update-index --chmod=+x run.sh");
+    as_ada("commit -qm mode");
+    remove({u"link", u"run.sh", u"sub"});
+    EXPECT_EQ(revert(), "Restored sub/.gitattributes;Restored sub/a.txt;Restored run.sh;"
+                        "Restored link;done;");
+    EXPECT_EQ(fs::read_symlink(place / "link"), "nowhere");
+    EXPECT_EQ(read(place / "sub/a.txt"), "1\r\n");
+    EXPECT_EQ(porcelain(), "");
+}
+
+// Neither what a link leads to, nor a file that HEAD can't replace, is touched; the rest is done.
+TEST_F(IndexRevert, AFailureIsTheFilesOwn) {
+    write(dir.path() / "out/a", "somebody else's");
+    put_all({"in/a", "twin", "z"}), put("lost", "its blob is gone");
+    commit_all();
+    const std::string id = git(place, "rev-parse HEAD:lost");
+    put_all({"lost", "z", "held"}, "changed");
+    take("in");
+    fs::create_directory_symlink(dir.path() / "out", place / "in");
+    git(place, "mv twin TWIN");
+    git(place, "add held");
+    fs::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2));
+    repository.reset(zRepositoryOpen(place.u16string().c_str()));
+    static const auto real = kept.rename;
+    os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+        return std::string_view(to).ends_with("/held") ? (errno = EACCES, -1)
+                                                       : real(from, to, flags);
+    };
+    EXPECT_EQ(revert({u"z", u"twin", u"lost", u"in/a", u"held"}, kLiteral),
+              RemovalTest::failed(u"odb.eFailedToRemoveEntry_s", "held") + failed("twin") +
+                  "Reverted z;" + failed("lost") + failed("in/a") + "done;");
+    EXPECT_EQ(read(place / "lost") + read(place / "held"), "changedchanged");
+    EXPECT_EQ(status()["held"], Z_KIND_ADDED);
+    EXPECT_EQ(read(dir.path() / "out/a"), "somebody else's");
+
+    write(place / ".git/refs/heads/master", "damaged");
+    Host host;
+    IndexPtr index = lock();
+    EXPECT_FALSE(zIndexRevert(index.get(), spec({u"lost"}, kLiteral, &host).get()));
+    EXPECT_EQ(host.told(), "done;"); // no status, nothing touched
+    EXPECT_EQ(read(place / "lost"), "changed");
+}
+
+TEST_F(IndexRevert, InAConflictTheirsIsTaken) {
+    const std::string base(1, '\0');
+    put_all({"a", "b", "d/c", "e"}, base);
+    commit_all();
+    git(place, "checkout -qb theirs");
+    put_all({"a", "b", "d/c", "e"}, base + "theirs");
+    as_ada("commit -qam theirs");
+    git(place, "checkout -q master");
+    put_all({"a", "b", "d/c"}, base + "ours");
+    git(place, "rm -q e");
+    as_ada("commit -qam ours");
+    as_ada("merge -q theirs");
+    put("b", "edited since");
+    EXPECT_EQ(revert({u"a", u"d", u"e"}), "Reverted e;Reverted d/c;Reverted a;done;");
+    EXPECT_EQ(read(place / "a"), base + "theirs");
+    EXPECT_EQ(read(place / "b"), "edited since"); // not selected
+    EXPECT_EQ(porcelain(), "M  a\nUU b\nA  d/.gitkeep\nM  d/c\nA  e");
+    EXPECT_NE(trashed().find("a=" + base + "ours"), std::string::npos);
+}

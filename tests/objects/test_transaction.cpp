@@ -1,0 +1,84 @@
+#include "repo_fixture.hpp"
+
+#include <zev/transaction.h>
+
+using namespace test;
+
+namespace {
+
+using TransactionPtr = Held<Transaction, zTransactionFree>;
+namespace fs = std::filesystem;
+
+class TransactionTest : public RepositoryTest {
+  protected:
+    fs::path file(const char *name) const { return place / ".git" / name; }
+    void SetUp() override {
+        ASSERT_OK(repository);
+        write(file("index"), "old index");
+        write(file("refs/heads/master"), "old master");
+    }
+};
+
+constexpr const zwchar *kMaster = u"refs/heads/master", *kNew = u"refs/remotes/far/deep/new";
+
+} // namespace
+
+TEST_F(TransactionTest, RollsBackToTheByteOrStays) {
+    for (const bool undo : {true, false}) {
+        TransactionPtr transaction(zTransactionNew(repository.get()));
+        EXPECT_OK(zTransactionRollback(transaction.get())); // nothing is locked
+        ASSERT_OK(zTransactionLockIndex(transaction.get()));
+        ASSERT_OK(zTransactionLockRef(transaction.get(), kMaster));
+        ASSERT_OK(zTransactionLockRef(transaction.get(), kNew));
+        write(file("index"), "new");
+        write(file("refs/heads/master"), "new");
+        write(file("refs/remotes/far/deep/new"), "new");
+        TransactionPtr second(zTransactionNew(repository.get()));
+        EXPECT_FALSE(zTransactionLockRef(second.get(), kMaster));
+        EXPECT_EQ(zErrorClass(), 7);
+        if (undo) {
+            EXPECT_OK(zTransactionRollback(transaction.get()));
+        }
+        transaction.reset();
+        EXPECT_EQ(read(file("index")), undo ? "old index" : "new");
+        EXPECT_EQ(read(file("refs/heads/master")), undo ? "old master" : "new");
+        EXPECT_EQ(fs::exists(file("refs/remotes/far/deep/new")), !undo);
+        EXPECT_FALSE(fs::exists(file(".index.zlck")));
+        EXPECT_FALSE(fs::exists(file("refs/heads/.master.zlck")));
+    }
+}
+
+TEST_F(TransactionTest, RefusesWhatIsNoReference) {
+    TransactionPtr transaction(zTransactionNew(repository.get()));
+    for (const zwchar *name :
+         {u"", u"../x", u"refs/heads/../../x", u"/etc/x", u"refs/heads/a.lock"}) {
+        EXPECT_FALSE(zTransactionLockRef(transaction.get(), name));
+        EXPECT_EQ(zErrorClass(), 2);
+    }
+    EXPECT_EQ(zTransactionNew(nullptr), nullptr);
+    EXPECT_FALSE(zTransactionRollback(nullptr));
+    EXPECT_FALSE(zTransactionRecover(nullptr));
+}
+
+// What a process left that died after it had changed everything.
+TEST_F(TransactionTest, RecoversFromCompleteCopies) {
+    write(file(".index.zlck"), "index before");
+    write(file("refs/heads/.master.zlck"), "master before");
+    write(file("refs/heads/.gone.zlck"), "gone before"); // its file went
+    write(file("refs/heads/fresh"), "came with it");
+    write(file("refs/heads/.fresh.zlck"), "");
+    write(file(".HEAD.zlck"), "ref: refs/heads/half"); // never completed
+    fs::permissions(file(".HEAD.zlck"), fs::perms::owner_exec, fs::perm_options::add);
+    const std::string head = read(file("HEAD"));
+    write(file(".config.zlck"), "not of a transaction");
+    const std::string config = read(file("config"));
+    for (int times = 0; times < 2; ++times) { // the copies stay
+        EXPECT_OK(zTransactionRecover(repository.get()));
+        EXPECT_EQ(read(file("index")), "index before");
+        EXPECT_EQ(read(file("refs/heads/master")), "master before");
+        EXPECT_EQ(read(file("refs/heads/gone")), "gone before");
+        EXPECT_FALSE(fs::exists(file("refs/heads/fresh")));
+        EXPECT_EQ(read(file("HEAD")), head);
+        EXPECT_EQ(read(file("config")), config);
+    }
+}

@@ -1,0 +1,161 @@
+#include "support.hpp"
+
+#include <zev/zip.h>
+
+#include <zlib.h>
+
+using namespace test;
+
+namespace {
+
+struct Free {
+    void operator()(Stream *stream) const { zStreamFree(stream); }
+};
+using StreamPtr = std::unique_ptr<Stream, Free>;
+
+StreamPtr memory(const std::string &bytes) {
+    StreamPtr stream(zMemStream(0, bytes.size() + 1));
+    zStreamWrite(stream.get(), bytes.data(), bytes.size());
+    zStreamRewind(stream.get());
+    return stream;
+}
+
+std::string drain(Stream *stream, size_t step = 50000) {
+    std::string bytes, block(step, 0);
+    while (!zStreamEOF(stream) && !zStreamError(stream)) {
+        const uint64_t got = zStreamRead(stream, block.data(), block.size());
+        if (!got) break;
+        bytes.append(block.data(), got);
+    }
+    return bytes;
+}
+
+// Half of it noise, so that the compressed form passes the buffer's size too.
+std::string sample(size_t size) {
+    std::string bytes(size, 'x');
+    uint32_t state = 1;
+    for (size_t i = 0; i < size; i += 2)
+        bytes[i] = static_cast<char>((state = state * 69069 + 1) >> 24);
+    return bytes;
+}
+
+std::string compressed(const std::string &bytes, const zwchar *encoding) {
+    StreamPtr source = memory(bytes), target(zStreamCompress(source.get(), encoding));
+    return target ? drain(target.get()) : "(null)";
+}
+
+StreamPtr uncompressed(const std::string &bytes, const zwchar *encoding) {
+    StreamPtr source = memory(bytes);
+    return StreamPtr(zStreamUncompress(source.get(), encoding));
+}
+
+// What zlib itself makes of it.
+std::string bare_inflate(const std::string &bytes, int bits, size_t size) {
+    std::string out(size + 1, 0);
+    z_stream z{};
+    inflateInit2(&z, bits);
+    z.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(bytes.data()));
+    z.avail_in = static_cast<uInt>(bytes.size());
+    z.next_out = reinterpret_cast<Bytef *>(out.data());
+    z.avail_out = static_cast<uInt>(out.size());
+    const int code = inflate(&z, Z_FINISH);
+    out.resize(code == Z_STREAM_END ? z.total_out : 0);
+    inflateEnd(&z);
+    return out;
+}
+
+} // namespace
+
+TEST(ZipStream, GivesBackTheBytes) {
+    for (const size_t size : {size_t{0}, size_t{1}, size_t{262144}, size_t{1000000}}) {
+        for (const zwchar *encoding : {u"GZIP", u"deflate"}) {
+            const std::string bytes = sample(size), packed = compressed(bytes, encoding);
+            EXPECT_EQ(bare_inflate(packed, *encoding == u'G' ? 31 : 15, size), bytes);
+            StreamPtr back = uncompressed(packed, encoding);
+            ASSERT_OK(back);
+            EXPECT_TRUE(drain(back.get()) == bytes) << size;
+        }
+    }
+}
+
+// All of the input is taken long before a run of equal bytes is given.
+TEST(ZipStream, ReadsInSmallStepsToTheEnd) {
+    const std::string bytes(100000, 'a');
+    StreamPtr source = memory(compressed(bytes, u"gzip"));
+    StreamPtr zip(zUnzipStream(source.get(), u"gzip"));
+    EXPECT_TRUE(drain(zip.get(), 7) == bytes);
+    EXPECT_FALSE(zStreamError(zip.get()));
+    EXPECT_EQ(zStreamWrite(zip.get(), "x", 1), 0u);
+    EXPECT_FALSE(zStreamRewind(zip.get()));
+    EXPECT_EQ(zStreamTell(zip.get()), 0);
+}
+
+TEST(ZipStream, WritesThroughAndFinishes) {
+    const std::string bytes = sample(700000);
+    StreamPtr below = memory("");
+    {
+        StreamPtr zip(zZipStream(below.get(), u"deflate"));
+        for (size_t at = 0; at < bytes.size(); at += 70000)
+            EXPECT_EQ(zStreamWrite(zip.get(), bytes.data() + at, 70000), 70000u);
+        EXPECT_TRUE(zZipStreamFinish(zip.get()));
+        const std::string packed = drain(zip.get()); // reads what is below
+        EXPECT_TRUE(bare_inflate(packed, 15, bytes.size()) == bytes);
+        EXPECT_FALSE(zStreamError(zip.get()));
+    }
+    TempDir dir;
+    const std::u16string file = (dir.path() / "x.gz").u16string();
+    {
+        StreamPtr zip(zZipFile(file.c_str(), u"gzip"));
+        ASSERT_OK(zip);
+        EXPECT_EQ(zStreamWrite(zip.get(), bytes.data(), bytes.size()), bytes.size());
+    }
+    EXPECT_TRUE(run("gzip -dc '" + (dir.path() / "x.gz").string() + "'") == bytes);
+    StreamPtr back(zUnzipFile(file.c_str(), u"gzip"));
+    EXPECT_TRUE(drain(back.get()) == bytes);
+
+    StreamPtr full(zZipFile(u"/dev/full", u"gzip"));
+    zStreamWrite(full.get(), bytes.data(), bytes.size());
+    zZipStreamFinish(full.get());
+    EXPECT_TRUE(zStreamError(full.get()));
+}
+
+TEST(ZipStream, RefusesDamage) {
+    const std::string bytes = sample(300000), good = compressed(bytes, u"gzip");
+    std::string flipped = good;
+    flipped[good.size() / 2] ^= 1;
+    const std::string bad[] = {"",
+                               "no gzip at all",
+                               flipped,
+                               good + "x",
+                               good + good,
+                               good.substr(0, good.size() - 1),
+                               good.substr(0, 9)};
+    for (const std::string &input : bad) {
+        EXPECT_FALSE(uncompressed(input, u"gzip")) << input.size();
+        EXPECT_NE(zErrorClass(), 0);
+    }
+    // A preset dictionary is wanted.
+    EXPECT_FALSE(uncompressed(std::string("\x78\xbb\0\0\0\1\3\0\0\0\0\1", 12), u"deflate"));
+    // 200 MB of zeros in 200 KB.
+    StreamPtr bomb(zZipTemp(u"gzip"));
+    const std::string zeros(1 << 20, 0);
+    for (int i = 0; i < 200; ++i) zStreamWrite(bomb.get(), zeros.data(), zeros.size());
+    zZipStreamFinish(bomb.get());
+    StreamPtr source = memory(drain(bomb.get()));
+    EXPECT_FALSE(zStreamUncompress(source.get(), u"gzip"));
+}
+
+TEST(ZipStream, RefusesArguments) {
+    StreamPtr below = memory("x");
+    EXPECT_FALSE(zZipStream(below.get(), u"br"));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zUnzipStream(nullptr, u"gzip"));
+    EXPECT_FALSE(zStreamCompress(below.get(), nullptr));
+    TempDir dir;
+    const auto file = dir.path() / "kept";
+    write(file, "kept");
+    EXPECT_FALSE(zZipFile(file.u16string().c_str(), u"br"));
+    EXPECT_EQ(read(file), "kept");
+    EXPECT_FALSE(zUnzipFile((dir.path() / "none").u16string().c_str(), u"gzip"));
+    EXPECT_EQ(zErrorClass(), 3);
+}

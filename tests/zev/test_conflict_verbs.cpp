@@ -1,0 +1,252 @@
+// Conflicts that the system's git provoked, shown and resolved by the program.
+#include "support.hpp"
+#include "zev_program.hpp"
+
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Names that are patterns, options, comments or formats elsewhere.
+const std::vector<std::string> kOddNames = {"#1",      "!x",  "a[1]", "st*r",         "wh?t",
+                                            "100%s%n", "tr ", "図面", "a\xcc\x88.txt"};
+
+struct ConflictVerbs : testing::Test {
+    test::TempDir dir;
+    std::string home = dir.path().string(), root = home + "/copy";
+
+    void SetUp() override {
+        ASSERT_EQ(zev(home, "init copy").code, 0);
+        git("config core.quotepath off");
+        test::write(root + "/base", "base");
+    }
+    std::string git(const std::string &arguments) {
+        return test::run("git -C '" + root + "' -c user.email= " + arguments + " 2>&1");
+    }
+    void commit(const std::string &author, const std::string &message) {
+        git("-c user.name=" + author + " add -A");
+        git("-c user.name=" + author + " commit -qm " + message);
+    }
+    // Two lines of history: what `theirs` and `ours` do to the files, each followed by a commit
+    // that touches none of them. The merge stops at what they both changed.
+    template <class Base, class Theirs, class Ours>
+    void merge(Base base, Theirs theirs, Ours ours) {
+        base();
+        commit("Ada", "base");
+        git("checkout -qb other");
+        theirs();
+        commit("Ben", "theirs");
+        test::write(root + "/later", "later");
+        commit("Eve", "later");
+        git("checkout -q master");
+        ours();
+        commit("Cy", "ours");
+        test::write(root + "/base", "more");
+        commit("Eve", "more");
+        git("-c user.name=Cy merge other");
+        ASSERT_NE(git("ls-files -u"), "");
+    }
+    void merge_texts(const std::vector<std::string> &names) {
+        const auto write = [&](const char *content) {
+            return [this, names, content] {
+                // A zero byte: git puts no marks of both sides into it.
+                for (const std::string &name : names)
+                    test::write(root + "/" + name, content + std::string(1, '\0') + name);
+            };
+        };
+        merge(write("base"), write("theirs"), write("ours"));
+    }
+    void import(const std::string &radius) {
+        std::string plan = test_data("plan.dxf");
+        plan.replace(plan.find("12.5"), 4, radius);
+        test::write(home + "/" + radius + ".dxf", plan);
+        ASSERT_EQ(zev(root, "import ../" + radius + ".dxf plan.dwx").code, 0);
+    }
+    std::string exported(const std::string &drawing) {
+        EXPECT_EQ(zev(root, "export '" + drawing + "' ../out.dxf --force").code, 0) << drawing;
+        return test::read(home + "/out.dxf");
+    }
+    std::string content(const std::string &name) { return test::read(root + "/" + name); }
+    std::vector<std::string> unmerged() { return lines(git("diff --name-only --diff-filter=U")); }
+    std::string trashed() {
+        return test::run("cd '" + root + "/.git/trash' && ls */*/ | grep -v '[:$]' | grep .");
+    }
+    static std::vector<std::string> lines(const std::string &text) {
+        std::vector<std::string> out;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) out.push_back(line);
+        return out;
+    }
+};
+
+TEST_F(ConflictVerbs, TellWhoChangedWhatOnEachSide) {
+    merge([&] { test::write(root + "/a", "base"), test::write(root + "/b", "base"); },
+          [&] { test::write(root + "/a", "theirs"), test::write(root + "/b", "theirs"); },
+          [&] { test::write(root + "/a", "ours"), fs::remove(root + "/b"); });
+    const auto id = [&](const std::string &name) { return lines(git("rev-parse " + name))[0]; };
+    const auto side = [&](const char *author, const char *commit, const std::string &blob,
+                          const char *path, const char *side, const char *status) {
+        return std::string("{\"author\":\"") + author + "\",\"commit\":\"" + id(commit) +
+               (blob.empty() ? "" : "\",\"id\":\"" + id(blob)) + "\",\"path\":\"" + path +
+               "\",\"side\":\"" + side + "\",\"status\":\"" + status + "\"";
+    };
+    const auto found = lines(zev(root, "conflicts --json").out);
+    ASSERT_EQ(found.size(), 3u);
+    for (const auto &[line, part] :
+         {std::pair(0u, side("Cy", "HEAD~1", "HEAD:a", "a", "ours", "modified")),
+          std::pair(0u, side("Ben", "other~1", "other:a", "a", "theirs", "modified")),
+          std::pair(1u, side("Cy", "HEAD~1", "", "b", "ours", "deleted"))})
+        EXPECT_NE(found[line].find(part), std::string::npos) << part << "\n" << found[line];
+
+    const std::string text = zev(root, "conflicts b").out;
+    EXPECT_EQ(lines(text)[0], "b: deleted/modified");
+    EXPECT_NE(lines(text)[2].find(id("other~1").substr(0, 8)), std::string::npos) << text;
+    EXPECT_NE(lines(text)[2].find("Ben"), std::string::npos);
+    EXPECT_EQ(lines(text).size(), 3u);
+    EXPECT_EQ(zev(root, "conflicts base").out, "no conflicts\n");
+
+    // A commit that is picked has its own history; one that is taken back wants what was before.
+    git("merge --abort");
+    git("-c user.name=Cy cherry-pick other~1");
+    EXPECT_NE(lines(zev(root, "conflicts a").out)[2].find("Ben"), std::string::npos);
+    git("cherry-pick --abort");
+    test::write(root + "/a", "again");
+    commit("Fay", "again");
+    git("-c user.name=Cy revert HEAD~2");
+    EXPECT_NE(lines(zev(root, "conflicts a").out)[1].find("Fay"), std::string::npos);
+    EXPECT_NE(lines(zev(root, "conflicts a").out)[2].find("Ada"), std::string::npos);
+    EXPECT_NE(zev(root, "resolve --mine a 2>&1").out.find("a: has both sides"), std::string::npos);
+}
+
+TEST_F(ConflictVerbs, ANameIsThatFileOnly) {
+    std::vector<std::string> names = kOddNames;
+    for (const char *other : {"1", "x", "a1", "star", "what", "100", "tr", "d/in", "d/st*r"})
+        names.push_back(other);
+    fs::create_directory(root + "/d");
+    merge_texts(names);
+    size_t left = unmerged().size();
+    ASSERT_EQ(left, names.size());
+    for (const std::string &name : kOddNames) {
+        EXPECT_EQ(lines(zev(root, "conflicts '" + name + "'").out).size(), 3u) << name;
+        EXPECT_EQ(zev(root, "resolve --theirs '" + name + "'").code, 0) << name;
+        EXPECT_EQ(unmerged().size(), --left) << name;
+        EXPECT_EQ(content(name), std::string("theirs\0", 7) + name);
+        EXPECT_EQ(zev(root, "resolve --mine '" + name + "' 2>/dev/null").code, 3) << name;
+    }
+    // From a directory below, as a directory, and as a pattern where nothing has the name.
+    EXPECT_EQ(zev(root + "/d", "resolve --mine 'st*r'").code, 0);
+    EXPECT_EQ(zev(root, "resolve --mine d").code, 0);
+    EXPECT_EQ(unmerged(), (std::vector<std::string>{"1", "100", "a1", "star", "tr", "what", "x"}));
+    EXPECT_EQ(zev(root, "resolve --mine '1*'").code, 0);
+    EXPECT_EQ(unmerged(), (std::vector<std::string>{"a1", "star", "tr", "what", "x"}));
+    EXPECT_EQ(zev(root, "resolve --mine --all").code, 0);
+    EXPECT_EQ(git("ls-files -u"), "");
+}
+
+TEST_F(ConflictVerbs, WhatIsDisplacedGoesToTheTrash) {
+    merge_texts({"a", "b"});
+    const Outcome outcome = zev(root, "resolve --theirs a");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(lines(outcome.out),
+              (std::vector<std::string>{"Resolved   a", "In trash   a", "1 resolved, 1 remain"}));
+    EXPECT_EQ(content("a"), std::string("theirs\0a", 8));
+    EXPECT_EQ(trashed(), "a\n");
+    EXPECT_EQ(lines(zev(root, "resolve --mine b").out).back(), "1 resolved, 0 remain");
+    EXPECT_EQ(content("b"), std::string("ours\0b", 6));
+    EXPECT_EQ(trashed(), "a\n");
+    EXPECT_EQ(zev(root, "conflicts").out, "no conflicts\n");
+    EXPECT_EQ(git("status --short"), "M  a\nA  later\n");
+}
+
+TEST_F(ConflictVerbs, BothDrawingsStandSideBySide) {
+    merge([&] { import("12.5"); }, [&] { import("13.5"); }, [&] { import("14.5"); });
+    test::write(root + "/plan (theirs).dwx", "precious"); // somebody's, not tracked
+    const Outcome outcome = zev(root, "resolve --both plan.dwx");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(lines(outcome.out),
+              (std::vector<std::string>{"Resolved   plan.dwx", "Kept       plan (theirs 2).dwx",
+                                        "1 resolved, 0 remain"}));
+    EXPECT_EQ(content("plan (theirs).dwx"), "precious");
+    EXPECT_EQ(exported("plan.dwx"), test::read(home + "/14.5.dxf"));
+    EXPECT_EQ(exported("plan (theirs 2).dwx"), test::read(home + "/13.5.dxf"));
+    EXPECT_EQ(git("ls-files plan*"), "plan (theirs 2).dwx\nplan.dwx\n");
+    // Each has a table of its own; to change one leaves the other alone.
+    Oid ours{}, theirs{};
+    ASSERT_OK(zDrawingDetect(&ours, (dir / u"copy/plan.dwx").c_str()));
+    ASSERT_OK(zDrawingDetect(&theirs, (dir / u"copy/plan (theirs 2).dwx").c_str()));
+    EXPECT_FALSE(zOidIsEqual(&ours, &theirs));
+    git("-c user.name=Cy commit -qm merged");
+    import("15.5");
+    EXPECT_EQ(exported("plan (theirs 2).dwx"), test::read(home + "/13.5.dxf"));
+    int status = -1;
+    test::run("git -C '" + root + "' fsck --strict 2>&1", &status);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(zev(root, "verify").code, 0);
+}
+
+TEST_F(ConflictVerbs, BothIsTheOtherSideWhereOneWasDeleted) {
+    merge([&] { test::write(root + "/a", "base"), test::write(root + "/b", "base"); },
+          [&] { test::write(root + "/a", "theirs"), fs::remove(root + "/b"); },
+          [&] { fs::remove(root + "/a"), test::write(root + "/b", "ours"); });
+    EXPECT_EQ(zev(root, "resolve --both a b").code, 0);
+    EXPECT_EQ(content("a") + content("b"), "theirsours");
+    EXPECT_EQ(git("ls-files"), "a\nb\nbase\nlater\n");
+    EXPECT_FALSE(fs::exists(root + "/a (theirs)"));
+}
+
+// A file of ours where theirs has a directory; names without room for more.
+TEST_F(ConflictVerbs, BothKeepsTreesAndLongNames) {
+    const std::string long_name = std::string(120, 'x') + "ü" + std::string(125, 'y') + ".dwx";
+    merge_texts({long_name});
+    std::string blob = lines(git("rev-parse HEAD:base"))[0];
+    test::write(home + "/stages",
+                "100644 " + blob + " 3\tbase/in/a\n100644 " + blob + " 3\tbase/b\n");
+    test::run("git -C '" + root + "' update-index --index-info < '" + home + "/stages'");
+    const auto found = lines(zev(root, "conflicts base").out);
+    ASSERT_EQ(found.size(), 5u);
+    EXPECT_EQ(found[0].substr(0, 5), "base:");
+    EXPECT_EQ(found[2], "  theirs  2 added");
+    EXPECT_EQ(zev(root, "resolve --both --all").code, 0);
+    EXPECT_EQ(content("base"), "more");
+    EXPECT_EQ(content("base (theirs)/in/a") + content("base (theirs)/b"), "moremore");
+    const std::string cut = long_name.substr(0, 242) + " (theirs).dwx";
+    EXPECT_EQ(content(cut), std::string("theirs\0", 7) + long_name);
+    EXPECT_EQ(git("ls-files -u"), "");
+    EXPECT_NE(git("ls-files").find("base (theirs)/in/a\n"), std::string::npos);
+}
+
+TEST_F(ConflictVerbs, CodesSayWhatWentWrong) {
+    merge_texts({"a", "b"});
+    for (const char *arguments : {"resolve a", "resolve --mine --theirs a", "resolve --mine",
+                                  "resolve --both --all a", "resolve --mine ../copy/.git/HEAD"})
+        EXPECT_EQ(zev(root, arguments + std::string(" 2>/dev/null")).code, 2) << arguments;
+    for (const char *arguments :
+         {"resolve --mine a base", "resolve --mine nowhere", "conflicts nowhere"})
+        EXPECT_EQ(zev(root, arguments + std::string(" 2>/dev/null")).code, 3) << arguments;
+    EXPECT_EQ(unmerged().size(), 2u); // one wrong name and nothing is done
+
+    // Without their content the one can't be resolved; the other is, and ours stays.
+    const std::string id = lines(git("rev-parse other:a"))[0];
+    fs::remove(root + "/.git/objects/" + id.substr(0, 2) + "/" + id.substr(2));
+    for (const char *side : {"--theirs", "--both"}) {
+        const Outcome outcome = zev(root, "resolve --json " + std::string(side) + " --all");
+        EXPECT_EQ(outcome.code, 4) << side;
+        EXPECT_NE(outcome.out.find("{\"failed\":1,\"remain\":1,"), std::string::npos)
+            << outcome.out;
+        EXPECT_EQ(content("a"), std::string("ours\0a", 6));
+        EXPECT_EQ(unmerged(), std::vector<std::string>{"a"});
+    }
+    EXPECT_EQ(zev(root, "resolve --mine a").code, 0);
+}
+
+TEST_F(ConflictVerbs, LookingOnNeedsNoLock) {
+    merge_texts({"a"});
+    auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
+    auto index = test::guard(zIndexHead(repository.get(), true), zIndexFree);
+    ASSERT_OK(index != nullptr);
+    EXPECT_EQ(lines(zev(root, "conflicts").out)[0], "a: modified/modified");
+    EXPECT_EQ(zev(root, "resolve --mine a 2>/dev/null").code, 7);
+}
+
+} // namespace

@@ -1,0 +1,385 @@
+// The verbs of the working copy, as a user, a script and a program meet them: names that other
+// programs take for patterns, questions, and what git says of the same files.
+#include "support.hpp"
+#include "zev_program.hpp"
+
+#include "width.cpp" // the program's own, which no library has
+
+#include <algorithm>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::vector<std::string> kNames = {
+    "#1.dwx",
+    "!x.dwx",
+    "trailing.dwx ",
+    "a[1].dwx",
+    "st*r.dwx",
+    "100%s%n.dwx",
+    "Zeichnung Gr\xc3\xb6\xc3\x9f"
+    "e.dwx",
+    "\xe5\x9b\xb3\xe9\x9d\xa2\xef\xbc\x8d\xef\xbc\x91\xe9\x9a\x8e.dwx", // full width
+    "Gro\xcc\x88\xc3\x9f"
+    "e.dwx", // decomposed
+    std::string(196, 'l') + ".dwx",
+};
+// What the names above would match or be folded to elsewhere.
+const std::vector<std::string> kNeighbours = {
+    "1.dwx",
+    "x.dwx",
+    "trailing.dwx",
+    "a1.dwx",
+    "star.dwx",
+    "100.dwx",
+    "Gr\xc3\xb6\xc3\x9f"
+    "e.dwx",
+    std::string(195, 'l') + ".dwx",
+};
+
+struct Front : testing::Test {
+    test::TempDir dir;
+    std::string home = dir.path().string(), root = home + "/copy";
+
+    void SetUp() override { ASSERT_EQ(zev(home, "init copy").code, 0); }
+    Outcome both(const std::string &arguments) { return zev(root, arguments + " 2>&1"); }
+    std::string ok(const std::string &arguments) {
+        Outcome outcome = both(arguments);
+        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
+        return outcome.out;
+    }
+    std::string git(const std::string &arguments) {
+        return test::run("git -C " + root + " -c core.quotepath=off -c user.name=Ada " +
+                         "-c user.email=ada@example.org " + arguments + " 2>&1");
+    }
+    void write(const std::string &name, const std::string &text) {
+        test::write(root + "/" + name, text);
+    }
+    std::string read(const std::string &name) { return test::read(root + "/" + name); }
+    bool there(const std::string &name) {
+        return fs::exists(fs::symlink_status(root + "/" + name));
+    }
+    void commit_all(const std::vector<std::string> &names) {
+        for (const std::string &name : names) write(name, "first " + name);
+        ok("add .");
+        ok("commit -m first");
+    }
+    static std::string quoted(const std::string &name) { return "'" + name + "'"; }
+    static std::vector<std::string> sorted_lines(const std::string &text) {
+        std::vector<std::string> out;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) out.push_back(line);
+        std::sort(out.begin(), out.end());
+        return out;
+    }
+    std::string field(const std::string &line, const char16_t *path) {
+        auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
+        return json ? test::narrow(zJsonPathGetString(json.get(), path)) : "no JSON: " + line;
+    }
+};
+
+TEST_F(Front, EachVerbTouchesTheNamedFileAlone) {
+    commit_all(kNames);
+    commit_all(kNeighbours);
+    for (const std::string &name : kNames) {
+        const std::string path = quoted(name);
+        EXPECT_EQ(ok("rm " + path), "Deleted    " + name + "\n");
+        EXPECT_EQ(git("status --porcelain -z"), "D  " + name + '\0');
+        EXPECT_EQ(ok("changes " + path), "deleted     " + name + "\n");
+        EXPECT_EQ(ok("revert " + path), "Restored   " + name + "\n");
+        EXPECT_EQ(read(name), "first " + name);
+    }
+    EXPECT_EQ(git("status --porcelain"), "");
+    // Among others that are changed as well.
+    for (const auto *names : {&kNames, &kNeighbours})
+        for (const std::string &name : *names) write(name, "changed");
+    const std::string list = ok("ls");
+    for (const std::string &name : kNames) {
+        const std::string path = quoted(name);
+        EXPECT_NE(list.find("modified    " + name + "\n"), std::string::npos);
+        EXPECT_EQ(ok("status --short " + path), " M " + name + "\n");
+        EXPECT_EQ(ok("status " + path), "  modified    " + name + "\n");
+        EXPECT_EQ(ok("changes " + path), "modified    " + name + "\n");
+        EXPECT_EQ(ok("revert " + path), "Reverted   " + name + "\n");
+        for (const auto *names : {&kNames, &kNeighbours})
+            for (const std::string &other : *names)
+                EXPECT_EQ(read(other), other == name ? "first " + name : "changed") << name;
+        write(name, "changed");
+    }
+}
+
+TEST_F(Front, TwinsInCaseAreTwoFiles) {
+    write("plan.dwx", "lower");
+    write("PLAN.dwx", "upper");
+    git("add plan.dwx PLAN.dwx");
+    git("commit -m twins");
+    write("PLAN.dwx", "changed");
+    write("plan.dwx", "changed, too");
+    ok("revert plan.dwx");
+    EXPECT_EQ(git("status --porcelain"), " M PLAN.dwx\n");
+    EXPECT_EQ(read("plan.dwx"), "lower");
+    ok("rm plan.dwx");
+    EXPECT_EQ(git("status --porcelain"), " M PLAN.dwx\nD  plan.dwx\n");
+    // What is out may not come back beside the other one; it says so, and HEAD has it.
+    EXPECT_EQ(both("revert plan.dwx").code, 1);
+    EXPECT_EQ(read("PLAN.dwx"), "changed");
+}
+
+TEST_F(Front, RemoveTakesFilesDirectoriesAndPatterns) {
+    commit_all({"a.dwx", "b.txt", "d/a.dwx", "d/b.dwx", "d/e/c.dwx", "other/a.dwx"});
+    write("new.dwx", "untracked");
+    write("d/new.dwx", "untracked below");
+    EXPECT_EQ(both("rm a.dwx nowhere.dwx").code, 3);
+    EXPECT_EQ(both("rm 'none*'").code, 3);
+    EXPECT_EQ(both("rm .").code, 2);
+    EXPECT_EQ(both("rm ../copy/.git/config").code, 2);
+    EXPECT_EQ(git("status --porcelain -uall"), "?? d/new.dwx\n?? new.dwx\n"); // nothing was done
+    ok("rm d d/a.dwx new.dwx '*.dwx'");
+    EXPECT_FALSE(there("d") || there("a.dwx") || there("new.dwx") || there("other/a.dwx"));
+    EXPECT_TRUE(there("b.txt"));
+    EXPECT_TRUE(there("other/.gitkeep")); // a pattern leaves the directory
+    EXPECT_EQ(git("ls-files"), "b.txt\nother/.gitkeep\n");
+    // Everything is in the trash, or in the last commit.
+    const std::string trash = test::run("grep -rl 'untracked' " + root + "/.git/trash | grep -c .");
+    EXPECT_EQ(trash, "2\n");
+}
+
+TEST_F(Front, RevertTakesARenamedFileBack) {
+    commit_all({"a.dwx", "d/b.dwx", "d/c.dwx"});
+    ok("mv a.dwx z.dwx");
+    write("new.dwx", "untracked");
+    fs::remove(root + "/d/c.dwx");
+    const std::string out = ok("revert z.dwx");
+    EXPECT_NE(out.find("Restored   d/c.dwx\n"), std::string::npos)
+        << out; // told, since it came back
+    EXPECT_EQ(git("status --porcelain -uall"), "?? new.dwx\n");
+    EXPECT_EQ(read("a.dwx"), "first a.dwx");
+    EXPECT_EQ(ok("revert"), "nothing to revert\n");
+    EXPECT_EQ(both("revert nowhere").code, 3);
+}
+
+// Nobody is there: no question may end in a change.
+TEST_F(Front, QuestionsAreAnsweredByOptionsOnly) {
+    commit_all({"a.dwx"});
+    constexpr struct {
+        const char *options;
+        int code;
+    } kCases[] = {
+        {"", 2},
+        {"--json", 2},
+        {"--no", 6},
+        {"--answer 2", 6},
+        {"--answer 'keep MY changes'", 6},
+        {"--answer 7", 2}, // no such button
+        {"--yes --no", 2},
+        {"--all a.dwx", 2},
+        {"--yes", 0},
+        {"--all", 0},
+        {"--answer nothing --answer 1", 0},
+        {"--answer 'Revert everything'", 0},
+    };
+    for (const auto &test : kCases) {
+        write("a.dwx", "changed");
+        const Outcome outcome = both(std::string("revert ") + test.options);
+        EXPECT_EQ(outcome.code, test.code) << test.options << "\n" << outcome.out;
+        EXPECT_EQ(read("a.dwx"), test.code ? "changed" : "first a.dwx") << test.options;
+    }
+    write("a.dwx", "changed");
+    EXPECT_NE(both("revert").out.find("1 file differs"), std::string::npos);
+    const Outcome outcome = zev(root, "revert --json");
+    std::istringstream lines(outcome.out);
+    std::string line;
+    while (std::getline(lines, line) && field(line, u"type") != "question") continue;
+    EXPECT_EQ(field(line, u"id"), "revert-all") << outcome.out;
+    EXPECT_NE(line.find("\"Keep my changes\""), std::string::npos) << line;
+    auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
+    EXPECT_EQ(zJsonPathGetInt(json.get(), u"answer"), -1);
+}
+
+TEST_F(Front, QuestionsAreAskedOnTheTerminal) {
+    commit_all({"a.dwx"});
+    constexpr struct {
+        const char *typed;
+        int code;
+    } kCases[] = {
+        {"2\n", 6}, {"what?\n\n9\nkeep\n", 6}, // asked until it is a choice
+        {"\4", 6},                             // the end of input
+        {"1\n", 0}, {" revert EVERYTHING \n", 0},
+    };
+    for (const auto &test : kCases) {
+        write("a.dwx", "changed");
+        const Outcome outcome = zev_on_terminal(root, "revert", test.typed);
+        EXPECT_EQ(outcome.code, test.code) << test.typed << outcome.out;
+        EXPECT_NE(outcome.out.find("1) Revert everything"), std::string::npos) << outcome.out;
+        EXPECT_EQ(read("a.dwx"), test.code ? "changed" : "first a.dwx") << test.typed;
+    }
+}
+
+TEST_F(Front, LongOutputGoesToThePager) {
+    commit_all({"a.dwx"});
+    const auto paged = [&](const std::string &pager, const std::string &arguments) {
+        setenv("ZEV_PAGER", pager.c_str(), 1);
+        const Outcome outcome = zev_on_terminal(root, arguments, "");
+        unsetenv("ZEV_PAGER");
+        return outcome;
+    };
+    EXPECT_NE(paged("tr a-z A-Z", "log").out.find("FIRST"), std::string::npos);
+    EXPECT_NE(paged("tr a-z A-Z", "--no-pager log").out.find("first"), std::string::npos);
+    EXPECT_NE(paged("tr a-z A-Z", "ls").out.find("a.dwx"), std::string::npos); // is not long
+    EXPECT_NE(paged("tr a-z A-Z", "status --json").out.find("changes"), std::string::npos);
+    EXPECT_NE(paged("no-such-pager-here", "log").out.find("first"), std::string::npos);
+    const Outcome failed = paged("tr a-z A-Z", "log nowhere");
+    EXPECT_EQ(failed.code, 3);
+    EXPECT_NE(failed.out.find("NAMES NO COMMIT"), std::string::npos) << failed.out;
+    // Left early, with more to come than a pipe holds.
+    for (int i = 0; i < 2000; ++i) write(std::string(60, 'n') + std::to_string(i), "");
+    EXPECT_EQ(paged("head -n 1", "status").code, 0);
+    EXPECT_EQ(ok("status --short").find("\033"), std::string::npos); // no terminal, no pager
+}
+
+TEST_F(Front, ListsAndChanges) {
+    commit_all({"a.dwx", "d/b.dwx", "d/e/c.dwx"});
+    write("a.dwx", "changed");
+    write("d/new/f.dwx", "new");
+    ok("add d/new");
+    ok("mv d/b.dwx z.dwx");
+    ok("rm d/e/c.dwx");
+    EXPECT_EQ(ok("ls"), "modified    d/\nmodified    a.dwx\nrenamed     d/b.dwx -> z.dwx\n");
+    EXPECT_EQ(ok("ls d/new"), "added       d/new/f.dwx\n");
+    EXPECT_EQ(both("ls a.dwx").code, 2);
+    EXPECT_EQ(both("ls nowhere").code, 3);
+    EXPECT_EQ(ok("changes d/new/f.dwx"), "added       d/new/\nadded       d/new/f.dwx\n");
+    EXPECT_EQ(ok("changes 'a*' z.dwx"), "modified    a.dwx\nrenamed     d/b.dwx -> z.dwx\n");
+    EXPECT_EQ(ok("changes d/e"), "deleted     d/e/c.dwx\n");
+    EXPECT_EQ(sorted_lines(ok("changes")).size(), 5u);
+    EXPECT_EQ(both("changes nowhere").code, 3);
+    for (const char *arguments : {"ls --json", "changes --json", "status --json",
+                                  "status --short --ignored --json", "revert --all --json"})
+        for (const std::string &line : sorted_lines(zev(root, arguments).out))
+            EXPECT_EQ(field(line, u"type").find("JSON"), std::string::npos) << line;
+}
+
+// A trash that can't be filled: each answer ends, and the file stays.
+TEST_F(Front, WhatCantBeRemovedStays) {
+    commit_all({"a.dwx", "b.dwx"});
+    fs::remove_all(root + "/.git/trash");
+    write(".git/trash", "in the way");
+    for (const char *options : {"", "--yes", "--no", "--answer Skip", "--answer Cancel"}) {
+        const Outcome outcome = both(std::string("rm a.dwx b.dwx ") + options);
+        EXPECT_EQ(outcome.code, 1) << options << "\n" << outcome.out;
+        EXPECT_EQ(outcome.out.find("Skipped    b.dwx") != std::string::npos,
+                  std::string(options) != "--answer Cancel")
+            << outcome.out;
+    }
+    EXPECT_EQ(git("status --porcelain"), "");
+}
+
+// A connection brings back what is gone from the disk; a look doesn't.
+TEST_F(Front, LooksChangeNothing) {
+    commit_all({"a.dwx", "d/b.dwx"});
+    write("added.dwx", "new");
+    ok("add added.dwx");
+    const auto index = [&] { return test::read(root + "/.git/index"); };
+    for (const char *name : {"a.dwx", "added.dwx"}) fs::remove(root + "/" + name);
+    const std::string before = index();
+    for (const char *look : {"status", "status --short", "log", "show HEAD"}) ok(look);
+    EXPECT_FALSE(there("a.dwx"));
+    EXPECT_EQ(index(), before);
+    EXPECT_EQ(ok("rm a.dwx"), "Deleted    added.dwx\nDeleted    a.dwx\n");
+    EXPECT_EQ(git("status --porcelain"), "D  a.dwx\n");
+}
+
+// Behind a link that leads out nothing is read, written or removed.
+TEST_F(Front, LinksThatLeadOut) {
+    commit_all({"a.dwx", "d/b.dwx"});
+    test::write(home + "/outside/b.dwx", "precious");
+    fs::create_directory_symlink(home + "/outside", root + "/link");
+    fs::remove_all(root + "/d");
+    fs::create_directory_symlink(home + "/outside", root + "/d");
+    for (const char *verb : {"rm link/b.dwx", "revert link/b.dwx", "rm d/b.dwx", "revert d/b.dwx",
+                             "changes link/b.dwx", "ls link", "status d/b.dwx"})
+        EXPECT_NE(both(verb).code, 0) << verb;
+    for (const char *verb : {"ls", "changes", "status", "revert --all", "rm link"}) both(verb);
+    EXPECT_FALSE(there("link"));
+    EXPECT_EQ(test::read(home + "/outside/b.dwx"), "precious");
+    EXPECT_EQ(std::distance(fs::directory_iterator(home + "/outside"), fs::directory_iterator()),
+              1);
+}
+
+// ---- Letters
+
+// Each state that two sides can be in, made by git itself.
+TEST_F(Front, LettersAgreeWithGit) {
+    const std::vector<std::string> names = {"same", "wm",  "wd",  "sm",  "smm", "smd", "sd",
+                                            "sdk",  "ren", "rem", "red", "typ", "dir", "styp"};
+    for (const std::string &name : names) write(name, std::string(100, 'x') + name);
+    write(".gitignore", "*.tmp\n");
+    git("add .");
+    git("commit -m first");
+    for (const char *name : {"sm", "smm", "smd", "wm"}) write(name, "changed");
+    git("add sm smm smd");
+    write("smm", "again");
+    for (const char *name : {"wd", "smd", "dir"}) fs::remove(root + "/" + name);
+    git("rm -q sd");
+    git("rm -q --cached sdk");
+    for (const char *name : {"ren", "rem", "red"}) git(std::string("mv ") + name + " new-" + name);
+    write("new-rem", "changed");
+    fs::remove(root + "/new-red");
+    for (const char *name : {"typ", "styp"}) {
+        fs::remove(root + "/" + name);
+        fs::create_symlink("same", root + "/" + name);
+    }
+    git("add styp");
+    write("dir/inside", "a file became a directory");
+    for (const char *name : {"a", "am", "ad"}) write(name, std::string("new ") + name);
+    git("add a am ad");
+    write("am", "changed");
+    fs::remove(root + "/ad");
+    write("untracked/deep/file", "x");
+    write("ignored.tmp", "x");
+    write("other.tmp/file", "x");
+    // The seven conflicts: which stages there are.
+    std::string entries;
+    const std::string blob = git("hash-object -w same").substr(0, 40);
+    for (int stages = 1; stages < 8; ++stages)
+        for (int stage = 1; stage <= 3; ++stage)
+            if (stages >> (stage - 1) & 1)
+                entries += "100644 " + blob + " " + std::to_string(stage) + "\tc" +
+                           std::to_string(stages) + "\n";
+    test::write(home + "/entries", entries);
+    git("update-index --index-info < " + home + "/entries");
+
+    const auto theirs = sorted_lines(git("status --porcelain=v1 -uall --ignored"));
+    EXPECT_EQ(sorted_lines(ok("status --short --ignored")), theirs);
+    EXPECT_EQ(theirs.size(), 28u); // else git saw something else than was meant
+    EXPECT_EQ(sorted_lines(ok("status --short")), sorted_lines(git("status --porcelain=v1 -uall")));
+    const std::string shown = ok("status");
+    EXPECT_NE(shown.find("conflicted  c7  (both modified)"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("renamed     ren -> new-ren"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("zev resolve"), std::string::npos);
+}
+
+TEST_F(Front, ColumnsOfText) {
+    constexpr struct {
+        const char *text;
+        size_t columns;
+    } kTexts[] = {
+        {"", 0},
+        {"plan.dwx", 8},
+        {"Gr\xc3\xb6\xc3\x9f", 4},
+        {"Gro\xcc\x88\xc3\x9f", 4},                              // a combining mark
+        {"\xe5\x9b\xb3\xe9\x9d\xa2", 4},                         // Han
+        {"\xef\xbc\x91\xef\xbd\xb1", 3},                         // a wide digit, a narrow Kana
+        {"\xed\x95\x9c\xe1\x84\x92\xe1\x85\xa1\xe1\x86\xab", 4}, // one Hangul, whole and in parts
+        {"\xf0\xa0\x80\x8b\xf0\x9f\x98\x80", 4},                 // beyond 16 bits
+        {"a\xff\xe5z", 4},                                       // no UTF-8: a column a byte
+    };
+    for (const auto &test : kTexts) {
+        EXPECT_EQ(host::columns(test.text), test.columns) << test.text;
+        EXPECT_EQ(host::columns(host::padded(test.text, 12)), 12u) << test.text;
+    }
+    EXPECT_EQ(host::padded("longer than that", 4), "longer than that ");
+}
+
+} // namespace

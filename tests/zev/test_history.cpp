@@ -1,0 +1,374 @@
+// Who changed what in a drawing and when: manifests, the search for the version that changed an
+// object, fields, and the verbs that show them.
+#include "dxf/fields.hpp"
+#include "dxf/history.hpp"
+#include "support.hpp"
+#include "zev_program.hpp"
+
+#include <map>
+#include <random>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void put(std::string &out, uint64_t number, int bytes) {
+    for (int shift = bytes * 8 - 8; shift >= 0; shift -= 8)
+        out += static_cast<char>(number >> shift);
+}
+
+using Keys = std::vector<DrawingKey>;
+
+std::string key_bytes(const Keys &keys) {
+    std::string out;
+    for (const DrawingKey &key : keys) put(out, key.tag, 8), put(out, key.object, 8);
+    return out;
+}
+
+std::string counted(const std::string &bytes, uint64_t size = 1) {
+    std::string out;
+    put(out, bytes.size() / size, 4);
+    return out + bytes;
+}
+
+struct Section {
+    std::string name, body;
+};
+
+std::string dwx(const std::vector<Section> &sections, uint32_t minor = 1, uint32_t word = 0) {
+    std::string out("VANE ZEV\0", 9), bodies;
+    size_t offset = 25;
+    for (const Section &section : sections) offset += 8 + section.name.size();
+    for (uint32_t number : {uint32_t{1}, minor, word}) put(out, number, 4);
+    put(out, sections.size(), 4);
+    for (const Section &section : sections) {
+        put(out, section.name.size(), 4);
+        out += section.name;
+        put(out, offset + bodies.size(), 4);
+        bodies += section.body;
+    }
+    return out + bodies;
+}
+
+const Section kHead{"DWXHEADER",
+                    std::string(20, 'i') + key_bytes({{1, 2}, {3, 4}, {5, 6}, {7, 8}})};
+const Section kObjects{"Objects", counted(key_bytes({{9, 0x30}, {1, 0x31}}), 16)};
+
+// The library's own reader says what is a drawing.
+TEST(Manifest, AgreesWithTheLibraryOnAnyBytes) {
+    test::TempDir dir;
+    const std::u16string file = dir / u"a.dwx";
+    const std::string whole = dwx({kHead,
+                                   {"CLASSES", counted(key_bytes({{2, 3}}), 16)},
+                                   kObjects,
+                                   {"THUMBNAIL", counted("picture")},
+                                   {"objects", counted(key_bytes({{4, 0x32}}), 16)},
+                                   {"REFERENCE", counted("")}});
+    const auto compare = [&](const std::string &bytes, const std::string &what) {
+        test::write(fs::path(file), bytes);
+        const auto ours = dxf::Manifest::read(bytes);
+        const auto theirs = test::guard(zDrawingRead(file.c_str()), zDrawingFree);
+        ASSERT_EQ(ours.has_value(), theirs != nullptr) << what;
+        if (!ours) return;
+        ASSERT_TRUE(zOidIsEqual(&ours->table, zDrawingTableId(theirs.get()))) << what;
+        const DrawingKey header = turned(ours->header), vba = turned(ours->vba);
+        EXPECT_TRUE(zDrawingKeyEqual(&header, zDrawingHeader(theirs.get()))) << what;
+        EXPECT_TRUE(zDrawingKeyEqual(&vba, zDrawingVbaProject(theirs.get()))) << what;
+        ASSERT_EQ(ours->classes.size(), zDrawingClassCount(theirs.get())) << what;
+        ASSERT_EQ(ours->objects.size(), zDrawingObjectCount(theirs.get())) << what;
+        for (size_t i = 0; i < ours->objects.size(); ++i) {
+            const DrawingKey key = turned(ours->objects[i]);
+            EXPECT_TRUE(zDrawingKeyEqual(&key, zDrawingObjectGetAt(theirs.get(), i))) << what;
+        }
+    };
+    ASSERT_TRUE(dxf::Manifest::read(whole));
+    ASSERT_EQ(dxf::Manifest::read(whole)->objects.size(), 3u);
+    for (size_t size = 0; size < whole.size(); ++size)
+        compare(whole.substr(0, size), "cut at " + std::to_string(size));
+    for (const char byte : {'\0', '\x7f', '\xff'})
+        for (size_t at = 0; at < whole.size(); ++at) {
+            std::string bytes = whole;
+            bytes[at] = byte;
+            compare(bytes, std::to_string(byte) + " at " + std::to_string(at));
+        }
+    for (uint32_t minor : {0u, 1u, 2u}) compare(dwx({kHead, kObjects}, minor), "minor");
+    for (uint32_t word : {0xD2FD1072u, 1u}) compare(dwx({kHead, kObjects}, 1, word), "word");
+}
+
+// ---- Versions of a list of keys
+
+// Changes of every kind and size, so that places shift, and now and then another order.
+Keys edited(Keys keys, uint64_t tag, std::mt19937 &random) {
+    const auto below = [&](size_t limit) {
+        return std::uniform_int_distribution<size_t>(0, limit)(random);
+    };
+    for (size_t n = below(3); n && !keys.empty(); --n) keys[below(keys.size() - 1)].tag = tag;
+    const size_t gone = below(3) ? below(2) : below(600);
+    const size_t from = below(keys.size()), to = std::min(keys.size(), from + gone);
+    keys.erase(keys.begin() + static_cast<ptrdiff_t>(from),
+               keys.begin() + static_cast<ptrdiff_t>(to));
+    const size_t come = below(3) ? below(2) : below(600), place = below(keys.size());
+    for (size_t n = 0; n < come; ++n)
+        keys.insert(keys.begin() + static_cast<ptrdiff_t>(place), {tag, tag * 1000 + n});
+    if (!below(9)) std::shuffle(keys.begin(), keys.end(), random);
+    return keys;
+}
+
+TEST(Settler, FindsTheVersionThatAWholeSearchFinds) {
+    std::mt19937 random(11);
+    for (int round = 0; round < 8; ++round) {
+        std::vector<Keys> versions(1); // oldest first
+        for (uint64_t n = 0; n < 1500; ++n) versions[0].push_back({1, n + 1000000});
+        for (uint64_t tag = 2; tag < 15; ++tag)
+            versions.push_back(edited(versions.back(), tag, random));
+        std::reverse(versions.begin(), versions.end());
+        std::vector<std::string> bytes;
+        for (const Keys &keys : versions) bytes.push_back(key_bytes(keys));
+        dxf::Settler settler{dxf::KeyList(bytes[0])};
+        for (size_t i = 0; i < versions.size() && !settler.done(); ++i)
+            settler.compare(i + 1 < bytes.size() ? dxf::KeyList(bytes[i + 1]) : dxf::KeyList(),
+                            static_cast<uint32_t>(i));
+        ASSERT_TRUE(settler.done());
+        for (size_t i = 0; i < versions[0].size(); ++i) {
+            const auto has = [&](const Keys &keys) {
+                return std::any_of(keys.begin(), keys.end(), [&](const DrawingKey &key) {
+                    return zDrawingKeyEqual(&key, &versions[0][i]);
+                });
+            };
+            size_t version = 0;
+            while (version + 1 < versions.size() && has(versions[version + 1])) ++version;
+            ASSERT_EQ(settler.versions()[i], version) << "round " << round << " object " << i;
+        }
+    }
+}
+
+TEST(CompareObjects, PutsEachObjectInItsPlace) {
+    const std::string from = key_bytes({{1, 5}, {1, 7}, {1, 9}, {1, 2}, {1, 1}});
+    const std::string to = key_bytes({{2, 9}, {1, 2}, {3, 8}, {2, 5}, {3, 6}});
+    std::string text;
+    for (const auto &change : dxf::compare_objects(dxf::KeyList(from), dxf::KeyList(to)))
+        text += std::string(1, "+~-"[change.kind]) + std::to_string(change.number) + ":" +
+                std::to_string(change.from.tag) + ">" + std::to_string(change.to.tag) + " ";
+    EXPECT_EQ(text, "+8:0>3 +6:0>3 ~9:1>2 ~5:1>2 -1:1>0 -7:1>0 ");
+}
+
+// ---- Fields
+
+TEST(Fields, AsFewAsPossibleDiffer) {
+    constexpr struct {
+        const char *from, *to, *changes, *why;
+    } cases[] = {
+        {"0\nLINE\n8\nA\n10\n1\n", "0\nLINE\n8\nB\n10\n1\n", "8:A>B ", "one value"},
+        {"  0\r\nLINE\r\n8\nA\n", "0\nLINE\n 8\nA", "", "lines are spelled in other ways"},
+        {"0\nP\n10\n1\n20\n1\n10\n2\n20\n2\n", "0\nP\n10\n1\n20\n1\n10\n9\n20\n9\n10\n2\n20\n2\n",
+         "10:>9 20:>9 ", "a point between others"},
+        {"0\nP\n10\n1\n20\n1\n10\n2\n20\n2\n10\n3\n20\n3\n", "0\nP\n10\n1\n20\n1\n10\n3\n20\n4\n",
+         "10:2> 20:2> 20:3>4 ", "one is gone, its neighbour moved"},
+        {"0\nA\n", "0\nA\n62\n1\n", "62:>1 ", "a group at the end"},
+        {"0\nA\n62\n1\nx\n5\n", "0\nA\n62\n1", "", "what is no group ends the record"},
+        {"", "0\nA\n5\n1\n", "0:>A 5:>1 ", "nothing before"},
+    };
+    const auto side = [](const std::optional<std::string_view> &value) {
+        return std::string(value.value_or(""));
+    };
+    for (const auto &test : cases) {
+        std::string text;
+        for (const dxf::FieldChange &change : dxf::compare_fields(test.from, test.to))
+            text +=
+                std::to_string(change.code) + ":" + side(change.from) + ">" + side(change.to) + " ";
+        EXPECT_EQ(text, test.changes) << test.why;
+    }
+    // Too many for the best pairing: by their places, in no time.
+    std::string from = "0\nP\n", to = "0\nP\n";
+    for (int i = 0; i < 5000; ++i) {
+        from += "10\n" + std::to_string(i) + "\n";
+        to += "10\n" + std::to_string(i + 1) + "\n";
+    }
+    EXPECT_EQ(dxf::compare_fields(from, to).size(), 5000u);
+    EXPECT_EQ(dxf::record_layer("0\nX\n102\n{A\n8\nno\n102\n}\n8\n yes \n"), "yes");
+    EXPECT_EQ(dxf::record_layer("0\nX\n1001\nA\n8\nno\n"), "");
+    EXPECT_EQ(dxf::field_name("CIRCLE", 40), "radius");
+    EXPECT_EQ(dxf::field_name("TEXT", 40), "height");
+    EXPECT_EQ(dxf::field_name("LINE", 8), "layer");
+}
+
+// ---- The verbs
+
+struct HistoryVerbs : testing::Test {
+    test::TempDir dir;
+    std::string home = dir.path().string(), root = home + "/copy";
+    std::string plan = test_data("plan.dxf");
+
+    void SetUp() override {
+        setenv("TZ", "UTC", 1);
+        ASSERT_EQ(zev(home, "init copy").code, 0);
+    }
+    std::string ok(const std::string &arguments) {
+        Outcome outcome = zev(root, arguments + " 2>&1");
+        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
+        return outcome.out;
+    }
+    void replace(const std::string &what, const std::string &by) {
+        ASSERT_NE(plan.find(what), std::string::npos) << what;
+        plan.replace(plan.find(what), what.size(), by);
+    }
+    void keep(const std::string &drawing, const std::string &message, const std::string &author) {
+        test::write(home + "/plan.dxf", plan);
+        ok("import ../plan.dxf " + drawing);
+        ok("add " + drawing);
+        ok("commit -m '" + message + "' --author " + author);
+    }
+    // Commits without a drawing, by the system's git.
+    void git(const std::string &command) {
+        int status = -1;
+        const std::string out = test::run("cd " + root + " && { " + command + "; } 2>&1", &status);
+        EXPECT_EQ(status, 0) << command << out;
+    }
+    static std::vector<std::string> lines(const std::string &text) {
+        std::vector<std::string> out;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) out.push_back(line);
+        return out;
+    }
+    static std::string field(const std::string &line, const char16_t *path) {
+        auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
+        return json ? test::narrow(zJsonPathGetString(json.get(), path)) : "no JSON: " + line;
+    }
+    // One member of each record of a type, behind each other.
+    std::string all(const std::string &arguments, const std::string &type, const char16_t *path) {
+        std::string out;
+        for (const std::string &line : lines(ok("--json " + arguments)))
+            if (field(line, u"type") == type) out += lines(field(line, path) + "\n")[0] + " ";
+        return out;
+    }
+    std::string subjects(const std::string &arguments) {
+        return all("log " + arguments, "commit", u"message");
+    }
+};
+
+TEST_F(HistoryVerbs, EachObjectHasTheCommitThatChangedIt) {
+    keep("plan.dwx", "one", "Ada");
+    replace("12.5", "13.5"); // the circle 32
+    keep("plan.dwx", "two", "Bob");
+    ok("mkdir docs");
+    ok("mv plan.dwx docs/ground.dwx");
+    replace("Kitchen", "Bath"); // moved and changed in one commit
+    keep("docs/ground.dwx", "three", "Ann");
+    const auto blamed = [&](const std::string &handle) {
+        for (const std::string &line : lines(ok("blame docs/ground.dwx --json")))
+            if (field(line, u"handle") == handle)
+                return field(line, u"author") + " " + field(line, u"kind") + " " +
+                       field(line, u"layer");
+        return std::string("nobody");
+    };
+    EXPECT_EQ(blamed("32"), "Bob CIRCLE DOORS");
+    EXPECT_EQ(blamed("33"), "Ann TEXT WALLS");
+    EXPECT_EQ(blamed("30"), "Ada LINE WALLS");
+    EXPECT_EQ(blamed("#0"), "Ada ENDTAB ");
+    EXPECT_EQ(all("blame plan.dwx --rev HEAD~1", "blame", u"author").find("Ann"),
+              std::string::npos);
+
+    // The circle goes, with what was in between, and comes back as it was.
+    const size_t circle = plan.find("  0\nCIRCLE"), end = plan.find("  0\nTEXT");
+    ASSERT_LT(circle, end);
+    const std::string record = plan.substr(circle, end - circle);
+    replace(record, "");
+    keep("docs/ground.dwx", "four", "Eve");
+    plan.insert(circle, record);
+    keep("docs/ground.dwx", "five", "Eve");
+    const std::string events = "log docs/ground.dwx --object 32 ";
+    EXPECT_EQ(all(events, "event", u"message"), "five four two one ");
+    EXPECT_EQ(all(events, "event", u"change"), "added removed modified added ");
+    EXPECT_EQ(all(events + "--author bob", "event", u"path"), "plan.dwx ");
+    EXPECT_EQ(all("log HEAD~1 docs/ground.dwx --object 32 -n 1", "event", u"message"), "four ");
+
+    // Without its table it is known all the same who did it.
+    fs::remove_all(root + "/.git/tables");
+    const auto text = lines(ok("blame docs/ground.dwx"));
+    ASSERT_EQ(text.size(), 16u); // a warning and 15 objects
+    EXPECT_NE(text.back().find("Ada"), std::string::npos) << text.back();
+    for (const auto &[arguments, code] :
+         std::vector<std::pair<std::string, int>>{{"log --object 99 docs/ground.dwx", 3},
+                                                  {"log --object xyz docs/ground.dwx", 2},
+                                                  {"log --object 32", 2},
+                                                  {"blame nothing.dwx", 3},
+                                                  {"blame docs", 2},
+                                                  {"blame docs/ground.dwx --rev HEAD~9", 3}})
+        EXPECT_EQ(zev(root, arguments + " 2>/dev/null").code, code) << arguments;
+}
+
+TEST_F(HistoryVerbs, FieldsAndTotals) {
+    keep("plan.dwx", "one", "Ada");
+    replace("12.5", "13.5");
+    replace("  8\nDOORS", "  8\n\033[2JX");
+    replace("  0\nDICTIONARY\n  5\nD\n330\nC\n", "");
+    test::write(home + "/plan.dxf", plan);
+    ok("import ../plan.dxf plan.dwx");
+    EXPECT_EQ(lines(ok("diff plan.dwx --color always | sed 's/\033\\[[0-9]*m//g'")),
+              (std::vector<std::string>{
+                  "modified  32        CIRCLE", "       8 layer         DOORS ->  [2JX",
+                  "      40 radius        12.5 -> 13.5", "removed   D         DICTIONARY",
+                  "modified  the layout", "0 added, 1 modified, 1 removed"}));
+    EXPECT_EQ(lines(ok("diff plan.dwx --brief")).size(), 4u);
+    EXPECT_NE(ok("diff plan.dwx --full").find("     330 owner         C\n"), std::string::npos);
+    const auto records = lines(ok("diff plan.dwx --json"));
+    EXPECT_NE(records[0].find(R"({"code":40,"name":"radius","new":"13.5","old":"12.5"})"),
+              std::string::npos)
+        << records[0];
+    EXPECT_EQ(all("diff plan.dwx --stat", "total", u"name"), "CIRCLE DICTIONARY   [2JX ");
+    EXPECT_EQ(zev(root, "diff plan.dwx --stat --full 2>/dev/null").code, 2);
+    ok("commit -m two plan.dwx");
+    EXPECT_EQ(all("show HEAD --stat", "drawing", u"modified"), "1 ");
+}
+
+TEST_F(HistoryVerbs, LogTakesFiltersAndFollowsRenames) {
+    git("c() { git add -A && GIT_COMMITTER_DATE=\"$3 +0000\" git -c user.name=\"$2\" "
+        "-c user.email=x@y commit -qm \"$1\"; };"
+        "mkdir d e; echo 1 >a; echo 2 >d/x; echo 3 >e/y; c one Ann 2024-03-01T10:00:00;"
+        "git mv a b; c two Annie 2024-03-02T10:00:00;"
+        "echo 4 >a; c three 'Bob B' 2024-03-02T23:30:00;"
+        "git mv d f; echo 5 >>b; c four Bob 2024-03-03T00:00:00;"
+        "git mv e/y f/y; c 'fix the Door' Ann 2024-03-04T10:00:00;"
+        "git rm -q a; echo 6 >f/x; c six Bob 2024-03-05T10:00:00; echo n >master");
+    const struct {
+        const char *arguments, *subjects, *why;
+    } cases[] = {
+        {"", "six fix the Door four three two one ", "all"},
+        {"-n 2", "six fix the Door ", "the newest"},
+        {"HEAD~3", "three two one ", "from a commit on"},
+        {"--author ann", "fix the Door one ", "a whole name, case aside"},
+        {"--author 'ann*' --not-author ann", "two ", "wild, less one"},
+        {"--author ann --author 'bob b'", "fix the Door three one ", "either"},
+        {"--text doo", "fix the Door ", "a part of the message"},
+        {"--text T?O --text door", "fix the Door two ", "wild"},
+        {"--since 2024-03-03", "six fix the Door four ", "from midnight on"},
+        {"--until 2024-03-02", "three two one ", "through the whole day"},
+        {"--since '2024-03-02T23:30:00' --until '2024-03-03 01:00+01:00'", "four three ",
+         "both ends belong to it"},
+        {"--since yesterday --until today", "", "long ago"},
+        {"--until '2 weeks ago' -n 1", "six ", "back from now"},
+        {"b", "four two one ", "the file's former name, not what has that name later"},
+        {"-- a", "six three two one ", "a path that is gone"},
+        {"f", "six fix the Door four one ", "a directory that was moved, a file that came"},
+        {"f/y --changes", "fix the Door one ", "one file"},
+        {"'f/*' -n 2", "six fix the Door ", "a pattern"},
+        {"b --author ann", "one ", "others' renames count"},
+        {"-- master", "", "a path that looks like a branch"},
+        {"master -- b", "four two one ", "a branch that looks like a path"},
+        {"master~1 --", "fix the Door four three two one ", "no path"},
+    };
+    for (const auto &test : cases)
+        EXPECT_EQ(subjects(test.arguments), test.subjects) << test.arguments << ": " << test.why;
+    EXPECT_EQ(all("log f/y --changes", "change", u"path"), "f/y e/y ");
+    for (const auto &[arguments, code] :
+         std::vector<std::pair<std::string, int>>{{"log master", 2},
+                                                  {"log a", 3},
+                                                  {"log b HEAD", 2},
+                                                  {"log nothing -- b", 3},
+                                                  {"log --since 2024-02-30", 2},
+                                                  {"log --until '3 moons ago'", 2},
+                                                  {"log -- ../x", 2}})
+        EXPECT_EQ(zev(root, arguments + " 2>/dev/null").code, code) << arguments;
+}
+
+} // namespace
