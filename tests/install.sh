@@ -12,14 +12,16 @@ lib=$(dirname "$(find "$work/root" -name libzev.so.1)")
 # pkg-config, a C compiler, and the examples as a user would build them.
 export PKG_CONFIG_PATH="$lib/pkgconfig"
 flags=$(pkg-config --define-prefix --cflags --libs zev)
-for example in list drawing; do
+for example in list drawing host; do
   # shellcheck disable=SC2086
   cc -std=c11 -Wall -Wextra -Werror "$source/examples/$example.c" $flags -o "$work/$example"
   LD_LIBRARY_PATH=$lib "$work/$example" "$work/copy-$example"
 done | tee "$work/out"
 grep -q '1 file(s) in the commit' "$work/out"
 grep -qx '102: an arc' "$work/out"
+grep -qx '  Reverted note.txt' "$work/out"
 git -C "$work/copy-list" fsck --strict
+git -C "$work/copy-host" fsck --strict
 
 # The CMake package.
 cmake -G Ninja -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/root" \

@@ -15,8 +15,8 @@ rand() { # limit: R is below it
   state=$(((state * 1103515245 + 12345) % 2147483648))
   R=$(((state >> 8) % $1))
 }
-pick() { # list on stdin: P is one of its lines, empty for an empty list
-  cat >"$work/list"
+pick() { # command: P is one of the lines that it prints; false without any
+  "$@" >"$work/list"
   lines=$(wc -l <"$work/list")
   P=
   [ "$lines" -eq 0 ] && return 1
@@ -24,15 +24,16 @@ pick() { # list on stdin: P is one of its lines, empty for an empty list
   P=$(sed -n "$((R + 1))p" "$work/list")
 }
 tracked() { git -c core.quotepath=off ls-files -z | tr '\0' '\n' | sort -u; }
+drawings() { tracked | grep -v gitkeep; }
 files() { find . -name .git -prune -o -type f -printf '%P\n' | sort; }
 dirs() { find . -mindepth 1 -name .git -prune -o -type d -printf '%P\n' | sort; }
 
 serial=0 R=0 P= N=
-content() { # one that no other file has, so that renames are told alike
+# Each differs from all others in its bytes, so that renames are told alike, and in its length: git
+# itself takes a file of the same length and second for unchanged.
+content() {
   serial=$((serial + 1))
-  echo "$seed $serial"
-  rand 40
-  for line in $(seq "$R"); do echo "line $line of $serial"; done
+  printf "%0${serial}d %d\n" "$serial" "$seed"
 }
 name() { # N: a name that may be taken
   rand 14
@@ -47,53 +48,62 @@ name() { # N: a name that may be taken
   esac
 }
 conflict() { # two branches that changed one file
-  tracked | grep -v gitkeep | pick || return 1
-  [ -z "$(git status --porcelain)" ] || return 1
-  git checkout -q -b side$step && content >"$P" && git commit -qam side &&
+  pick drawings || return 1
+  [ -z "$(git ls-files -u)" ] || return 1
+  git add -A && git commit -qm "step $step"
+  [ -f "$P" ] && git checkout -q -b side$step && content >"$P" && git commit -qam side &&
     git checkout -q - && content >"$P" && git commit -qam main && git merge -q side$step
 }
 
 step_once() {
-  rand 32
+  rand 34
   op=$R
   case $op in
   0 | 1 | 2) name && mkdir -p "$(dirname "./$N")" && content >"$N" ;;
-  3 | 4) files | pick && content >"$P" ;;
-  5) files | pick && content >>"$P" ;;
-  6) files | pick && rm -- "$P" ;;
-  7) files | pick && name && from=$P && mkdir -p "$(dirname "./$N")" && mv -n -- "$from" "$N" ;;
-  8) dirs | pick && mv -n -- "$P" "$P-moved" ;;
-  9) files | pick && touch -- "$P" ;;
+  3 | 4) pick files && content >"$P" ;;
+  5) pick files && content >>"$P" ;;
+  6) pick files && rm -- "$P" ;;
+  7) pick files && name && from=$P && mkdir -p "$(dirname "./$N")" && mv -n -- "$from" "$N" ;;
+  8) pick dirs && mv -n -- "$P" "$P-moved" ;;
+  9) pick files && touch -- "$P" ;;
   10) rand 3 && ln -sfn /etc/hostname "link$R" ;;
-  11) files | pick && cp -p -- "$P" "$work/same" && cat "$work/same" >"$P" ;;
-  12 | 13) files | pick && "$zev" add -- "$P" ;;
+  11) pick files && cp -p -- "$P" "$work/same" && cat "$work/same" >"$P" ;;
+  12 | 13) pick files && "$zev" add -- "$P" ;;
   14) "$zev" add . ;;
-  15) tracked | pick && "$zev" rm -- "$P" ;;
-  16) dirs | pick && "$zev" rm -- "$P" ;;
-  17) tracked | pick && name && "$zev" mv -- "$P" "$N" ;;
+  15) pick tracked && "$zev" rm -- "$P" ;;
+  16) pick dirs && "$zev" rm -- "$P" ;;
+  17) pick tracked && name && "$zev" mv -- "$P" "$N" ;;
   18) rand 5 && "$zev" mkdir "made$R" ;;
-  19 | 20) tracked | pick && "$zev" revert -- "$P" ;;
+  19 | 20) pick tracked && "$zev" revert -- "$P" ;;
   21) "$zev" revert --yes ;;
   22 | 23) "$zev" add . ; "$zev" commit -m "step $step" ;;
-  24) tracked | pick && "$zev" commit -m "step $step" -- "$P" ;;
-  25) files | pick && git add -- "$P" ;;
-  26) tracked | pick && git rm -q --cached -- ":(literal)$P" ;;
-  27) tracked | pick && name && mkdir -p "$(dirname "./$N")" && git mv -- "$P" "$N" ;;
+  24) pick tracked && "$zev" commit -m "step $step" -- "$P" ;;
+  25) pick files && git add -- "$P" ;;
+  26) pick tracked && git rm -q --cached -- ":(literal)$P" ;;
+  27) pick tracked && name && mkdir -p "$(dirname "./$N")" && git mv -- "$P" "$N" ;;
   28) git commit -qam "step $step" ;;
-  29) tracked | pick && git reset -q -- ":(literal)$P" ;;
-  30) tracked | pick && git checkout -q -- ":(literal)$P" ;;
-  31) conflict ;;
+  29) pick tracked && git reset -q -- ":(literal)$P" ;;
+  30) pick tracked && git checkout -q -- ":(literal)$P" ;;
+  31 | 32 | 33) conflict ;;
   esac
-  if [ -n "$(git ls-files -u)" ] && rand 3 && [ "$R" -eq 0 ]; then
+  if [ -n "$(git ls-files -u)" ] && rand 6 && [ "$R" -eq 0 ]; then
     rand 2
     [ "$R" -eq 0 ] && "$zev" resolve --all --mine || "$zev" resolve --all --theirs
   fi
 }
 
-# A rename is what went and what came: which of two equal files went where is no kind.
+# A rename is what went and what came: which of two equal files went where is no kind. Where
+# another type of file came in the place of one that moved away, its type changed.
 ours() {
   "$zev" --color never status --short --ignored |
-    sed -e 's/^R\(.\) \(.*\) -> \(.*\)$/D  \2\nA\1 \3/' | sort
+    sed -e 's/^R\(.\) \(.*\) -> \(.*\)$/D  \2\nA\1 \3/' |
+    awk '{x = substr($0, 1, 1); y = substr($0, 2, 1); path = substr($0, 4)}
+      x == "D" && y == " " {gone[path] = 1; next}
+      x == "A" {came[path] = y; next}
+      {print}
+      END {for (path in gone) if (path in came) {print "T" came[path], path; delete came[path]}
+                              else print "D ", path
+           for (path in came) print "A" came[path], path}' | sort
 }
 theirs() {
   git status --porcelain=v1 -uall --ignored --no-renames -z | tr '\0' '\n' | sort

@@ -69,7 +69,7 @@ std::string joined(const std::vector<std::string> &words) {
 
 // scdoc reads `*` and `_` as marks, and others at the start of a line.
 std::string plain(const std::string &text) {
-    std::string out;
+    std::string out = text.starts_with('-') ? "\\" : "";
     for (char c : text) {
         if (strchr("\\*_`<>[]#", c)) out += '\\';
         out += c;

@@ -1,6 +1,8 @@
 // zev, the command line: reads the arguments, runs one verb, turns its outcome into an exit code.
 
 #include "describe.hpp"
+#include "session.hpp"
+#include "usage.hpp"
 #include "verbs.hpp"
 
 #include <CLI/CLI.hpp>
@@ -95,11 +97,19 @@ class CommandLine {
         app_.require_subcommand(1);
         app_.fallthrough();
         app_.footer(kEpilogue);
+        app_.get_formatter()->label("SUBCOMMAND", "VERB");
+        app_.get_formatter()->label("Positionals", "Arguments");
+        app_.get_formatter()->label("Excludes", "not with");
         add_globals();
+        group_ = "The work directory";
         add_staging_verbs();
+        group_ = "What was committed";
         add_history_verbs();
+        group_ = "Drawings";
         add_drawing_verbs();
+        group_ = "Conflicts and the trash";
         add_rescue_verbs();
+        add_branch_verbs();
         add_generator();
     }
 
@@ -109,20 +119,29 @@ class CommandLine {
             return std::string_view(argument) == "--";
         });
         if (mark != argv + argc) behind_mark_ = static_cast<size_t>(argv + argc - mark - 1);
-        app_.parse(argc, argv);
+        std::vector<const char *> words(argv, argv + argc);
+        if (argc > 1 && std::string_view(words[1]) == "help") { // "help VERB" is "VERB --help"
+            words.erase(words.begin() + 1);
+            words.push_back("--help");
+        }
+        app_.parse(static_cast<int>(words.size()), words.data());
         return true;
     } catch (const CLI::CallForHelp &help) {
         code = app_.exit(help);
         return false;
     } catch (const CLI::ParseError &error) {
-        report_usage(error.what(), argc, argv);
         code = kUsage;
+        if (argc == 1)
+            fputs(app_.help().c_str(), stdout);
+        else
+            report_usage(usage_problem(app_, error), argc, argv);
         return false;
     }
 
     const Globals &globals() const { return globals_; }
     int run(Host &host) const {
         if (paged_) host.out.page();
+        const Session session(host, verb_);
         return chosen_(host);
     }
 
@@ -155,10 +174,12 @@ class CommandLine {
     CLI::App *verb_of(CLI::App &parent, const char *name, const char *about, const char *examples,
                       Work work) {
         CLI::App *verb = parent.add_subcommand(name, about);
+        verb->group(&parent == &app_ ? group_ : "Verbs");
         verb->footer(examples);
         verb->fallthrough();
-        verb->callback([this, work = std::move(work), paged = is_paged(name)] {
+        verb->callback([this, name, work = std::move(work), paged = is_paged(name)] {
             chosen_ = work;
+            verb_ = name;
             paged_ = paged && !globals_.no_pager;
         });
         return verb;
@@ -286,9 +307,9 @@ class CommandLine {
             ->type_name("HANDLE");
 
         CLI::App *show = verb("show", "Show a commit and the paths that it changed",
-                              "Examples:\n  zev show HEAD\n  zev show 1a2b3c4d --stat",
+                              "Examples:\n  zev show\n  zev show 1a2b3c4d --stat",
                               [this](Host &host) { return host::show(host, show_); });
-        show->add_option("revision", show_.revision, "A commit")->required()->type_name("REV");
+        show->add_option("revision", show_.revision, "A commit; else the last")->type_name("REV");
         show->add_flag("--stat", show_.stat, "Count the objects that it changed in each drawing");
 
         CLI::App *blame = verb(
@@ -306,19 +327,29 @@ class CommandLine {
             ->required()
             ->type_name("REV:PATH");
 
-        verb("verify", "Read all that was ever committed and report what is damaged",
-             "Example:\n  zev verify", [](Host &host) { return host::verify(host); });
+        CLI::App *verify = verb(
+            "verify", "Read all that was ever committed and report what is damaged",
+            "Objects, references, index, the drawings with every block that they name, records of\n"
+            "history, locks that were left. With --quick files are looked for and not read, and\n"
+            "blocks by their keys.\n"
+            "Examples:\n  zev verify\n  zev verify --quick --json",
+            [this](Host &host) { return host::verify(host, verify_); });
+        verify->add_flag("--quick", verify_.quick, "Only that everything is there");
     }
 
     void add_drawing_verbs() {
         CLI::App *import =
-            verb("import", "Read a DXF file into a drawing",
+            verb("import", "Read DXF files into drawings",
                  "A drawing that exists is changed: objects that are the same keep their keys, so\n"
                  "that only the others are stored. The work file changes; add or commit keeps it.\n"
-                 "Examples:\n  zev import ~/plan.dxf\n  zev import ~/plan.dxf plans/ground.dwx",
+                 "Last comes the drawing for one file, or a directory for all; without it each\n"
+                 "drawing is named as its file.\n"
+                 "Examples:\n  zev import ~/plan.dxf\n  zev import ~/plan.dxf plans/ground.dwx\n"
+                 "  zev import ~/project/*.dxf plans",
                  [this](Host &host) { return host::import_drawing(host, import_); });
-        import->add_option("file", import_.source, "An ASCII DXF file")->required();
-        import->add_option("drawing", import_.drawing, "The .dwx file; else named as the DXF file");
+        import->add_option("files", import_.words, "ASCII DXF files")->required();
+        // The one above takes it, too, and the verb tells it apart.
+        import->add_option("target", second_, "A .dwx file, or a directory");
 
         CLI::App *exporting =
             verb("export", "Write a drawing as the DXF file that it came from",
@@ -379,6 +410,7 @@ class CommandLine {
     void add_trash_verbs() {
         CLI::App *trash = app_.add_subcommand(
             "trash", "Look through what was taken out of the work directory, bring it back");
+        trash->group(group_);
         trash->require_subcommand(1);
         trash->fallthrough();
         trash->footer("Examples:\n  zev trash list\n  zev trash find door\n"
@@ -420,6 +452,69 @@ class CommandLine {
         purge->add_flag("--all", purge_.all, "Everything");
     }
 
+    void add_branch_verbs() {
+        CLI::App *merge = verb(
+            "merge", "Bring what another branch did into the current one",
+            "The result is committed, unless both changed the same file: then \"zev conflicts\"\n"
+            "shows what there is to decide, \"zev resolve\" decides, and \"zev commit\" keeps it.\n"
+            "Files that the merge changes must have no changes of your own that aren't committed,\n"
+            "and nothing may be staged; --force moves them to the trash, and asks first.\n"
+            "Examples:\n  zev merge details\n  zev merge details --force --yes",
+            [this](Host &host) { return host::merge(host, merge_); });
+        merge->add_option("branch", merge_.branch, "A branch, or any commit")->required();
+        merge->add_flag("--force", merge_.force, "Local changes go to the trash");
+
+        CLI::App *change = verb(
+            "switch", "Go to another branch, or to the state of a commit",
+            "Changes that aren't committed come along; what both changed becomes a conflict. With\n"
+            "a commit that is no branch, its state becomes the newest commit of the current\n"
+            "branch: all that was committed stays in its history.\n"
+            "Examples:\n  zev switch details\n  zev switch -c details\n  zev switch HEAD~2\n"
+            "  zev switch details --force",
+            [this](Host &host) { return host::switch_to(host, switch_); });
+        change->add_option("target", switch_.target, "A branch, else a commit")->required();
+        CLI::Option *create =
+            change->add_flag("-c,--create", switch_.create, "Make the branch here, then go to it");
+        change->add_flag("--force", switch_.force, "Local changes go to the trash; it asks first")
+            ->excludes(create);
+
+        CLI::App *branch = verb(
+            "branch", "List, make and delete branches",
+            "Without a name all are listed, the current one marked. Deleting asks first when no\n"
+            "other branch has what is on this one.\n"
+            "Examples:\n  zev branch\n  zev branch details HEAD~1\n  zev branch --delete details",
+            [this](Host &host) { return host::branch(host, branch_); });
+        branch->add_option("name", branch_.name, "The branch to make, or to delete");
+        CLI::Option *start =
+            branch->add_option("revision", branch_.revision, "Where it begins; else at HEAD");
+        start->type_name("REV");
+        branch->add_flag("--delete", branch_.remove, "Delete it")->excludes(start);
+
+        CLI::App *config = verb("config", "Show or change a setting of this working copy",
+                                "Examples:\n  zev config zev.author\n  zev config zev.author Ada\n"
+                                "  zev config --unset zev.author",
+                                [this](Host &host) { return host::config(host, config_); });
+        config->add_option("key", config_.key, "As in section.name")->required();
+        config->add_option("value", config_.value, "What it is to be");
+        config->add_flag("--unset", config_.unset, "Take it away");
+
+        CLI::App *cleanup = verb(
+            "cleanup", "Put a working copy in order",
+            "Puts right what a crash left, and moves untracked files to the trash; ignored ones\n"
+            "stay. --purge deletes them for good, and all that is in the trash; it asks first.\n"
+            "Examples:\n  zev cleanup\n  zev cleanup --keep-untracked\n  zev cleanup --purge",
+            [this](Host &host) { return host::cleanup(host, cleanup_); });
+        cleanup->add_flag("--keep-untracked", cleanup_.keep_untracked,
+                          "Untracked files stay where they are");
+        cleanup->add_flag("--purge", cleanup_.purge, "Delete in place of the trash, and empty it");
+
+        verb("undo", "Bring back what the last command put into the trash",
+             "The last one of rm, revert, resolve, switch, merge and cleanup that put anything\n"
+             "there. What has the name by now stays unless you say otherwise.\n"
+             "Example:\n  zev rm plans && zev undo",
+             [](Host &host) { return host::undo(host); });
+    }
+
     // For the build, which installs what comes out: not in any list.
     void add_generator() {
         CLI::App *generate =
@@ -438,13 +533,15 @@ class CommandLine {
         Output out;
         auto is_json = [](const char *argument) { return std::string_view(argument) == "--json"; };
         out.setup(std::any_of(argv, argv + argc, is_json), ColourMode::automatic);
-        out.fail(Failed(kInvalid, what + " (\"zev --help\" tells more)"), kUsage);
+        out.fail(Failed(kInvalid, what), kUsage);
     }
 
     CLI::App app_{kAbout, "zev"};
     Globals globals_;
     Work chosen_;
+    std::string group_; // of the verbs that are declared, for the help
     bool paged_ = false;
+    std::string verb_;
     std::string text_, second_; // of verbs that take one or two words
     Paths paths_;
     CommitOptions commit_;
@@ -460,6 +557,12 @@ class CommandLine {
     ResolveOptions resolve_;
     RestoreOptions restore_;
     PurgeOptions purge_;
+    VerifyOptions verify_;
+    MergeOptions merge_;
+    SwitchOptions switch_;
+    BranchOptions branch_;
+    ConfigOptions config_;
+    CleanupOptions cleanup_;
     std::string pattern_;
 };
 

@@ -39,30 +39,39 @@ std::string first_line(const std::string &text) { return text.substr(0, text.fin
 
 } // namespace
 
+std::string author_of(const std::string &given) {
+    return clean(given.empty() ? default_author() : given);
+}
+
 int commit(Host &host, const CommitOptions &options) {
     WorkingCopy copy;
     std::string message = clean(options.message);
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
         throw Failed(kInvalid, "the message is empty; say what was done");
-    std::string author = clean(options.author.empty() ? default_author() : options.author);
+    std::string author = author_of(options.author);
     OwnedIndex index = copy.lock_index();
     if (zIndexHasConflicts(index.get())) {
-        host.out.fail(Failed(kOther, "conflicts remain; resolve them first"), kConflicts);
+        const char *what = "conflicts remain; \"zev conflicts\" lists them";
+        host.out.fail(Failed(kOther, what), kConflicts);
         return kConflicts;
     }
     OwnedSpec spec;
+    // Of paths only, it doesn't settle a merge.
+    const std::string note = options.paths.empty() ? unfinished_merge(copy) : "";
     if (options.paths.empty()) {
-        require_changes(copy, index.get());
+        if (note.empty()) require_changes(copy, index.get());
     } else {
         spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
         keep_named(copy, index.get(), options.paths);
     }
+    if (!note.empty()) message += "\n\n" + note;
     stop_on_break(host.notify);
     OwnedCommit made(zIndexCommit(index.get(), spec.get(), u"HEAD", wide(author).c_str(),
                                   wide(message).c_str()));
     if (!made && spec && zErrorClass() == kNotFound)
         throw Failed(kNotFound, narrow(zErrorMsg())); // nothing changed at these paths
     check(!!made);
+    if (!note.empty()) finish_merge(copy);
     std::string id = hex(zCommitId(made.get()));
     host.out.line(host.out.paint(Colour::yellow, id.substr(0, 8)) + " " + first_line(message));
     host.out.record(Record("commit")

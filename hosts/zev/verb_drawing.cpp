@@ -12,15 +12,22 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Beside the file if that lies in the working copy, else here.
-std::string drawing_of(const WorkingCopy &copy, const std::string &source) {
+// In the directory if one is given, else beside the file if that lies in the working copy, else
+// here.
+std::string drawing_of(const WorkingCopy &copy, const std::string &source,
+                       const std::string &directory) {
     fs::path name = fs::path(source).filename().replace_extension(".dwx");
+    if (!directory.empty()) return (fs::path(directory) / name).string();
     try {
         copy.relative(source);
         return (fs::path(source).parent_path() / name).string();
     } catch (const Failed &) {
         return name.string();
     }
+}
+
+bool is_dxf_name(const std::string &path) {
+    return zStrcasesameA(fs::path(path).extension().c_str(), ".dxf");
 }
 
 OwnedDrawing read_drawing(const std::u16string &file, const std::string &name) {
@@ -148,28 +155,66 @@ class Version {
 
 } // namespace
 
-int import_drawing(Host &host, const ImportOptions &options) {
-    WorkingCopy copy;
-    std::string target =
-        options.drawing.empty() ? drawing_of(copy, options.source) : options.drawing;
+namespace {
+
+void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
+                const std::string &target) {
     if (!is_drawing_name(target))
         throw Failed(kInvalid, target + ": a drawing's name ends in .dwx");
     std::string path = copy.relative(target);
     fs::path file = copy.absolute(path);
     if (!fs::is_directory(file.parent_path()))
         throw Failed(kNotFound, target + ": there is no such directory; \"zev mkdir\" makes one");
-    if (fs::exists(options.source) && !fs::is_regular_file(options.source))
-        throw Failed(kInvalid, options.source + ": is no regular file");
+    if (fs::exists(source) && !fs::is_regular_file(source))
+        throw Failed(kInvalid, source + ": is no regular file");
     OwnedDrawing head = committed(copy, path);
     dxf::Import request{.repository = copy.repository(),
-                        .source = wide_path(options.source),
-                        .name = options.source,
+                        .source = wide_path(source),
+                        .name = source,
                         .drawing = file.u16string(),
                         .path = path,
                         .committed = head.get(),
                         .notify = host.notify};
     report_import(host, path, dxf::import_drawing(request));
-    return kDone;
+}
+
+// One of several that fails holds the others up no more than it must.
+bool import_next(Host &host, const WorkingCopy &copy, const std::string &source,
+                 const std::string &target) try {
+    import_one(host, copy, source, target);
+    return true;
+} catch (const Failed &failed) {
+    if (failed.error_class == kCanceled) throw;
+    host.out.fail(failed, kFailed);
+    return false;
+}
+
+} // namespace
+
+int import_drawing(Host &host, const ImportOptions &options) {
+    WorkingCopy copy;
+    Paths sources = options.words;
+    std::string target, directory;
+    if (const std::string last = sources.back(); sources.size() > 1) {
+        if (fs::is_directory(last))
+            directory = last;
+        else if (is_drawing_name(last) || (sources.size() == 2 && !is_dxf_name(last)))
+            target = last;
+        if (!directory.empty() || !target.empty()) sources.pop_back();
+    }
+    if (sources.size() > 1 && !target.empty())
+        throw Failed(kInvalid, target + ": more than one file goes into a directory");
+    if (sources.size() == 1) {
+        if (target.empty()) target = drawing_of(copy, sources[0], directory);
+        import_one(host, copy, sources[0], target);
+        return kDone;
+    }
+    uint64_t failed = 0;
+    for (const std::string &source : sources) {
+        stop_on_break(host.notify);
+        failed += !import_next(host, copy, source, drawing_of(copy, source, directory));
+    }
+    return failed ? kFailed : kDone;
 }
 
 int export_drawing(Host &host, const ExportOptions &options) {

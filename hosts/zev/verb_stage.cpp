@@ -91,6 +91,7 @@ int init(Host &host, const std::string &directory) {
     fs::path full = fs::absolute(directory).lexically_normal();
     if (!full.has_filename()) full = full.parent_path();
     const std::string path = full.string();
+    if (fs::exists(full / ".git")) throw Failed(kInvalid, path + ": is a working copy already");
     if (fs::exists(full) && !(fs::is_directory(full) && fs::is_empty(full)))
         throw Failed(kInvalid, path + ": a working copy needs a new or an empty directory");
     OwnedRepository repository(check(zRepositoryInit(wide(path).c_str(), false), path));

@@ -180,14 +180,16 @@ int status(Host &host, const StatusOptions &options) {
         files.emplace_back(zStatusListEntry(list.get(), i), conflicts);
     if (files.empty()) require_known(copy, options.paths, host.notify);
     if (options.brief && !host.out.json()) return print_sections(host, files), kDone;
-    bool conflicted = false;
+    bool conflicted = false, missing = false;
     for (const File &file : files) {
         stop_on_break(host.notify);
         conflicted |= file.kind == Z_KIND_CONFLICTED;
+        missing |= file.kind == Z_KIND_MISSING;
         host.out.json() ? print_json(host, file) : print_long(host, file);
     }
     host.out.record(Record("summary").set(u"changes", uint64_t{files.size()}));
     if (files.empty()) host.out.line("nothing has changed");
+    if (missing) host.out.line("\"zev revert\" brings back what is missing, \"zev rm\" drops it");
     if (conflicted) host.out.line("\"zev conflicts\" tells more, \"zev resolve\" settles them");
     return kDone;
 }

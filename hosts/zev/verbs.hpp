@@ -38,6 +38,32 @@ struct RevertOptions {
     Paths paths;      // none: everything, after a question
     bool all = false; // without one
 };
+struct MergeOptions {
+    std::string branch; // or any commit
+    bool force = false; // local changes go to the trash, after a question
+};
+struct SwitchOptions {
+    std::string target; // a branch, else a commit
+    bool create = false;
+    bool force = false;
+};
+struct VerifyOptions {
+    bool quick = false; // that everything is there, without reading all of it
+};
+struct BranchOptions {
+    std::string name; // empty: list them
+    std::string revision;
+    bool remove = false;
+};
+struct ConfigOptions {
+    std::string key;
+    std::optional<std::string> value;
+    bool unset = false;
+};
+struct CleanupOptions {
+    bool keep_untracked = false;
+    bool purge = false; // deletes for good, after a question
+};
 struct StatusOptions {
     Paths paths; // none: everything
     bool brief = false;
@@ -53,7 +79,7 @@ struct LogOptions {
     bool changes = false;
 };
 struct ShowOptions {
-    std::string revision;
+    std::string revision = "HEAD";
     bool stat = false;
 };
 struct BlameOptions {
@@ -61,8 +87,7 @@ struct BlameOptions {
     std::string revision = "HEAD";
 };
 struct ImportOptions {
-    std::string source;
-    std::string drawing; // empty: the source's name with .dwx
+    Paths words; // DXF files; a .dwx file or a directory may come last
 };
 struct ExportOptions {
     std::string drawing;
@@ -109,13 +134,32 @@ int import_drawing(Host &host, const ImportOptions &options);
 int export_drawing(Host &host, const ExportOptions &options);
 int diff(Host &host, const DiffOptions &options);
 int blame(Host &host, const BlameOptions &options);
-int verify(Host &host);
+int verify(Host &host, const VerifyOptions &options);
+int merge(Host &host, const MergeOptions &options);
+int switch_to(Host &host, const SwitchOptions &options);
+int branch(Host &host, const BranchOptions &options);
+int config(Host &host, const ConfigOptions &options);
+int cleanup(Host &host, const CleanupOptions &options);
+int undo(Host &host);
 int conflicts(Host &host, const Paths &paths);
 int resolve(Host &host, const ResolveOptions &options);
 int trash_list(Host &host, const std::string &pattern);
 int trash_find(Host &host, const std::string &pattern);
 int trash_restore(Host &host, const RestoreOptions &options);
 int trash_purge(Host &host, const PurgeOptions &options);
+
+// Who a commit is by: the name given, else ZEV_AUTHOR, else the login name.
+std::string author_of(const std::string &given);
+
+// A merge that ended in conflicts: the line that the commit which settles it is to end with, empty
+// without one; and its end.
+std::string unfinished_merge(const WorkingCopy &copy);
+void finish_merge(const WorkingCopy &copy);
+void require_no_merge(const WorkingCopy &copy); // throws while there is one
+void forget_merge(const WorkingCopy &copy);     // if nothing is left of it
+
+// A new branch; replaces one of that name.
+void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit);
 
 // Names of entry kinds for programs, and their colours.
 const char *kind_name(int32_t kind);

@@ -15,8 +15,9 @@
 
 ZEV_BEGIN
 
-// True goes on. Status is a kind of zev/status.h, 0 to 4 or 10; the old path is empty or null
-// except for a rename, and a directory ends in a slash. Paths are lent for the call.
+// True goes on. Status is a kind of zev/status.h. The old path is that of a rename; for others it
+// is empty or null, or, from LogDiff and Refresh, the path. A directory ends in a slash. Paths are
+// lent for the call.
 typedef bool (*CommandListing)(int32_t status, const zwchar *old_path, const zwchar *path,
                                void *context);
 
@@ -44,15 +45,17 @@ ZEV_API void zCommandReload(const zwchar *workdir, const zwchar *subpath, bool l
 ZEV_API bool zCommandList(const zwchar *workdir, const zwchar *directory, CommandListing callback,
                           void *context);
 
-// The commits of the branch, newest first; of one file, its renames followed, if that isn't empty.
+// The commits of the branch, or of the one that it follows, newest first; if `file` isn't empty,
+// those that changed it under this name, or something below it. Renames are not followed.
 ZEV_API bool zCommandLog(const zwchar *workdir, const zwchar *file, const CommandLog *log);
 
 // The files that a commit changed.
 ZEV_API void zCommandLogDiff(const zwchar *workdir, const Oid *id, CommandListing callback,
                              void *context);
 
-// What a commit of the given paths would take, in the order of paths; with a new file also the
-// directories above it that are new. The callback's result is ignored.
+// What a commit of the given paths would take, in the order of paths. Where a new or moved file
+// lies in a directory that is new or moved itself, that is the topmost such one with all its
+// changes. The callback's result is ignored.
 ZEV_API bool zCommandChangelist(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                                 CommandListing callback, void *context);
 

@@ -140,7 +140,8 @@ ZEV_API bool zIndexRemove(Index *index, PathSpec *spec);
 ZEV_API bool zIndexRevert(Index *index, PathSpec *spec);
 
 // Commits the whole index, or with a spec HEAD and the selected changes alone, staging them on
-// the way; whatever else is staged stays so. Writes the index, syncs, moves the reference, and
+// the way; whatever else is staged stays so. Of two paths that differ in case only, that of the
+// index takes the place of HEAD's. Writes the index, syncs, moves the reference, and
 // syncs again. Null when it failed: class 3 without changes, class 2 with path and state for one
 // that can't be committed, such as a conflict. A locked index's file is then as it was, but for one
 // that was written under this lock before: there what was staged on the way stays so.

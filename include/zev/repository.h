@@ -53,6 +53,10 @@ ZEV_API bool zRepositorySetOwner(Repository *repository, const zwchar *text);
 ZEV_API bool zRepositorySetName(Repository *repository, const zwchar *text);
 ZEV_API bool zRepositorySetUrl(Repository *repository, const zwchar *text);
 
+// Where the server's repository is, of which this one is a working copy: a new text for the caller
+// to free. Null, with libgit2's error, for one without a server.
+ZEV_API zwchar *zRepositoryRemoteUrl(Repository *repository);
+
 ZEV_API bool zRepositoryIsBare(Repository *repository);
 ZEV_API bool zRepositoryIsWorktree(Repository *repository);
 

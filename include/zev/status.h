@@ -46,9 +46,9 @@ ZEV_API bool zStatusForeach(Index *index, PathSpec *spec, StatusCallback callbac
 ZEV_API int32_t zStatusFile(Repository *repository, const zwchar *path);
 
 // Of one entry. From is the old path of a rename between head and index, else the path. Status is
-// the kind. The ids are those in head and in the index, all zero
-// where there is none. IndexStatus and WorkdirStatus give the kind of one side's change alone;
-// where the other side is the only one that changed, 7.
+// the kind. The ids are those in head and in the index, all zero where there is none. IndexStatus
+// and WorkdirStatus give the kind of one side's change alone; where the other side is the only one
+// that changed, 7.
 ZEV_API const zwchar *zStatusEntryPath(const StatusEntry *entry);
 ZEV_API const zwchar *zStatusEntryFrom(const StatusEntry *entry);
 ZEV_API int32_t zStatusEntryStatus(const StatusEntry *entry);

@@ -28,6 +28,7 @@
 #include "zev/object.h"
 #include "zev/odb.h"
 #include "zev/oid.h"
+#include "zev/pack.h"
 #include "zev/path.h"
 #include "zev/pathspec.h"
 #include "zev/recycle.h"

@@ -1,6 +1,6 @@
 // Older states, and what comes from the server.
 #include "commands/adapter.hpp"
-#include "objects/shell.hpp"
+#include "objects/checkspec.hpp"
 #include "objects/workdir.hpp"
 #include "system/errno.hpp"
 #include "zev/branch.h"
@@ -69,6 +69,21 @@ int32_t export_file(Repository *repository, const Oid *revision, const zwchar *p
     return zBlobExport(blob.get(), place.full.c_str(), u"wb+") ? kDone : kFailed;
 }
 
+// ---- To a state of the server
+
+CheckSpecPtr check_spec(const Oid *revision, const zwchar *path, const Notify *notify) {
+    CheckSpecPtr spec(zCheckSpecNew());
+    const bool made = spec && zCheckSpecSetNotify(spec.get(), notify) &&
+                      zCheckSpecSetTarget(spec.get(), revision) &&
+                      (!path || !*path || zCheckSpecAddPath(spec.get(), path));
+    return made ? std::move(spec) : nullptr;
+}
+
+int32_t reloaded(const zwchar *workdir) {
+    zCommandReload(workdir, nullptr, false);
+    return kDone;
+}
+
 // A Notify of which only the question for a stop is filled, by a byte of the host's.
 struct StopByte {
     Notify slots{};
@@ -85,34 +100,49 @@ struct StopByte {
 } // namespace
 
 int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwchar *path,
-                         const zwchar *target, const Notify *) try {
+                         const zwchar *target, const Notify *host) try {
     Connection *connection = find_connection(workdir);
     if (!connection) return kFailed;
     Repository *repository = connection->repository.get();
     if (target && *target) return export_file(repository, revision, path, target);
     if (is_previous(revision)) return fail_args(), kFailed;
-    return open_remote(repository), kFailed;
+    const Adapter adapter(host);
+    const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
+    return spec && zShellUpdate(repository, spec.get()) ? reloaded(workdir) : kFailed;
 } catch (...) {
     return fail_thrown(), kFailed;
 }
 
-// What follows is the server's part only.
-
-int32_t zCommandReset(const zwchar *workdir, const Oid *, const zwchar *, const Notify *) {
+int32_t zCommandReset(const zwchar *workdir, const Oid *revision, const zwchar *path,
+                      const Notify *host) try {
     Connection *connection = find_connection(workdir);
-    if (connection) open_remote(connection->repository.get());
-    return kFailed;
+    if (!connection) return kFailed;
+    const Adapter adapter(host);
+    const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
+    const bool done = spec && zShellReset(connection->repository.get(), spec.get());
+    return done ? reloaded(workdir) : kFailed;
+} catch (...) {
+    return fail_thrown(), kFailed;
 }
 
-bool zCommandFetch(const zwchar *workdir, const zwchar *, const Notify *) {
+// The tree stays as it was.
+bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host) try {
     Connection *connection = find_connection(workdir);
-    return connection && open_remote(connection->repository.get());
+    if (!connection) return false;
+    const Adapter adapter(host);
+    const CheckSpecPtr spec = check_spec(nullptr, path, adapter.get());
+    if (!spec || (path && *path && !zCheckSpecUseGlob(spec.get(), false))) return false;
+    return zShellUpdate(connection->repository.get(), spec.get());
+} catch (...) {
+    return fail_thrown();
 }
 
 // What was checked out is connected; whether that succeeds is not the question.
-bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *) try {
+bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *host) try {
     if (!zStrvalidW(url) || !zStrvalidW(workdir)) return fail_args();
-    if (!zShellCheckout(url, workdir, nullptr)) return false;
+    const Adapter adapter(host);
+    const CheckSpecPtr spec = check_spec(nullptr, nullptr, adapter.get());
+    if (!spec || !zShellCheckout(url, workdir, spec.get())) return false;
     connect(workdir);
     return true;
 } catch (...) {

@@ -219,12 +219,13 @@ Reload::Sources Reload::sources_of(const Node &directory, const Node &keep) {
     return sources;
 }
 
-// The directory of a keep-file was renamed if nothing is left where it was. That says it all:
-// hosts see the keep-file by its directory's name.
+// The directory of a keep-file was renamed if nothing is left where it was, unless that is itself
+// under another spelling. That says it all: hosts see the keep-file by its directory's name.
 void Reload::mark_directory(Node *keep, std::u16string_view origin) {
-    Node *directory = find(path_above(keep->prefix));
+    Node *directory = find(path_above(keep->prefix)); // or a file that shares the name
     origin = path_above(origin);
-    if (directory == root() || origin.empty() || find(origin)) return;
+    const Node *left = find(origin);
+    if (directory == root() || !directory->is(kDirectory) || (left && left != directory)) return;
     set_old_path(directory, origin);
     keep->flags &= ~uint32_t{kRenamed};
     keep->old_prefix.clear(), keep->old_name.clear();

@@ -9,12 +9,9 @@
 
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/bulk.hpp"
 #include "objects/commit.hpp"
 #include "objects/notify.hpp"
 #include "objects/tree.hpp"
-#include "objects/tree_changes.hpp"
-#include "system/os.hpp"
 #include "zev/oid.h"
 #include "zev/pathspec.h"
 #include "zev/reference.h"
@@ -27,21 +24,11 @@ using namespace zev;
 
 namespace {
 
-git_index_entry entry_from(const DiffFile *file) {
-    git_index_entry entry{};
-    if (!file) return entry;
-    entry.id = *git::oid(&file->id);
-    entry.mode = file->mode;
-    return entry;
-}
-
-// Restoring index and branch after a failure leaves libgit2's own index, of which there is one for
-// a repository, as the operation had it.
-void forget_changes(Index *index) {
-    if (index) zIndexRead(index, true);
-}
+constexpr int kWarning = 4; // of the log
 
 } // namespace
+
+// namespace
 
 namespace zev {
 
@@ -55,6 +42,7 @@ Failure Checkout::tell(const zwchar *key, const zwchar *argument) {
 // ---- Preparing
 
 bool Checkout::prepare(const CheckSpec *spec) {
+    if (!zRepositoryWorkdir(repository_)) return tell(u"odb.eUnableToLockWorkingCopy");
     spec_.reset(spec ? zCheckSpecDup(spec) : zCheckSpecNew());
     PathSpec *paths = spec_ ? zCheckSpecPaths(spec_.get()) : nullptr;
     constexpr uint32_t kLeftOut = Z_SPEC_NO_RENAMED | Z_SPEC_NO_TYPECHANGE | Z_SPEC_NO_UNTRACKED;
@@ -97,9 +85,13 @@ bool Checkout::resolve_base() {
     return base_tree_ || tell(u"odb.eFailedToResolveTree_s", reference);
 }
 
+// Under a lock of our own nothing in memory counts that the file doesn't hold: it may be what an
+// operation without a lock left.
 bool Checkout::make_states() {
+    const bool locked = zCheckSpecIsOff(spec_.get(), Z_CHECK_NO_LOCKS);
     index_.reset(zIndexHead(repository_, false));
-    if (!index_) return tell(u"odb.eUnableToOpenIndex");
+    if (!index_ || (locked && !zIndexRead(index_.get(), true)))
+        return tell(u"odb.eUnableToOpenIndex");
     target_tree_.reset(zTreePeel(target_.get()));
     if (!target_tree_) return tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
     stager_.emplace(index_.get(), notify_);
@@ -107,112 +99,30 @@ bool Checkout::make_states() {
     return true;
 }
 
-// ---- Comparing
-
-bool Checkout::compare() {
-    const DiffListPtr list = compare_trees();
-    if (!list) return tell(u"odb.eFailedToMergeRemoteChanages");
-    add_steps(list.get());
-    if (!stage_local_work()) return tell(u"odb.eFailedToMergeRemoteChanages");
-    if (force() && !add_local_steps()) return tell(u"odb.eFailedToMergeRemoteChanages");
-    std::vector<std::u16string> announced;
-    if (force())
-        for (const CheckoutStep &step : steps_)
-            if (local_status(step)) announced.push_back(step.wide);
-    trash_.emplace(repository_, std::move(announced));
-    return true;
-}
-
-// With force also what the target leaves unchanged takes part.
-DiffListPtr Checkout::compare_trees() {
-    PathSpec *paths = zCheckSpecPaths(spec_.get());
-    Tree *from = base_tree_.get(), *to = target_tree_.get();
-    return DiffListPtr(force() ? zDiffTreeToTree(from, to, paths, nullptr)
-                               : diff_trees(from, to, paths, nullptr));
-}
-
-// Deletions first: a file may take the name of a directory that goes, or the other way round.
-void Checkout::add_steps(const DiffList *list) {
-    for (const bool going : {true, false}) {
-        for (uint64_t i = 0; i < zDiffListLength(list); ++i) {
-            const DiffEntry *entry = zDiffListEntry(list, i);
-            if ((entry->status == Z_KIND_DELETED) != going) continue;
-            const zwchar *path = zDiffEntryNewPath(entry);
-            steps_.push_back({to_utf8(path), path, entry->status, true,
-                              entry_from(entry->old_file.get()),
-                              entry_from(entry->new_file.get())});
-        }
-    }
-}
-
-// What was added here, and what the target doesn't know, has to go first of all.
-bool Checkout::add_local_steps() {
-    std::unordered_set<std::string_view> known;
-    for (const CheckoutStep &step : steps_) known.insert(step.path);
-    const DiffListPtr local(zDiffTreeToIndex(repository_, base_tree_.get(), index_.get(),
-                                             zCheckSpecPaths(spec_.get()), nullptr));
-    if (!local) return false;
-    std::vector<CheckoutStep> added;
-    for (uint64_t i = 0; i < zDiffListLength(local.get()); ++i) {
-        const DiffEntry *entry = zDiffListEntry(local.get(), i);
-        if (entry->status != Z_KIND_ADDED) continue;
-        const zwchar *path = zDiffEntryNewPath(entry);
-        if (!known.contains(to_utf8(path)))
-            added.push_back({to_utf8(path), path, Z_KIND_DELETED, false, {}, {}});
-    }
-    steps_.insert(steps_.begin(), std::make_move_iterator(added.begin()),
-                  std::make_move_iterator(added.end()));
-    return true;
-}
-
-// What the user did to files that the target changes, so that it is in the store before anything
-// is written over, and shows as a change beside the base.
-bool Checkout::stage_local_work() {
-    struct stat status;
-    const zwchar *path = zIndexPath(index_.get());
-    if (path && os::lstat(path, &status)) index_time_ = status.st_mtim;
-    const auto bulk = BulkWriter::begin(repository_);
-    if (!bulk) return false;
-    for (const CheckoutStep &step : steps_) {
-        if (zNotifyIsUsrbrk(notify_)) return zRaiseCanceled(nullptr), false;
-        if (!stage(step)) unreadable_.insert(step.path);
-    }
-    return bulk->finish();
-}
-
-// A conflict stays one until the user resolves it.
-bool Checkout::stage(const CheckoutStep &step) {
-    struct stat status;
-    const auto *known = git_index_get_bypath(index_->handle.get(), step.path.c_str(), 0);
-    if (!known && zIndexPathIsConflict(index_.get(), step.wide.c_str())) return true;
-    if (!os::lstat(full_path(repository_, step.path).c_str(), &status)) return true;
-    const bool young = known && (known->mtime.seconds > index_time_.tv_sec ||
-                                 (known->mtime.seconds == index_time_.tv_sec &&
-                                  known->mtime.nanoseconds >= index_time_.tv_nsec));
-    if (known && entry_has_stat(*known, status) && !young) return true;
-    if (S_ISDIR(status.st_mode) || !check_path(step.path)) return true;
-    return stager_->stage(step.path.c_str()) == Staging::staged;
-}
-
 // ---- Walking
 
 // The progress is of what is walked. A break keeps what was done.
 bool Checkout::walk() {
     const int total = static_cast<int>(steps_.size());
+    const zwchar *progress = word(u"action.sCheckoutProgress_d_d");
     int count = 0;
     for (CheckoutStep &step : steps_) {
         if (zNotifyIsUsrbrk(notify_)) return canceled_ = true;
         if (!force() && step.status != Z_KIND_ADDED && step.status != Z_KIND_MODIFIED &&
             step.status != Z_KIND_DELETED)
             return zRaiseInvalidArgs(u"%s", step.wide.c_str()), false;
-        if (const zwchar *told = apply(step)) notify_action(notify_, told, step.wide.c_str());
-        zNotifyProgress(notify_, word(u"action.sCheckoutProgress_d_d"), ++count, total);
+        const zwchar *told = apply(step);
+        if (!notify_) continue;
+        if (told) notify_action(notify_, told, step.wide.c_str());
+        zNotifyProgress(notify_, progress, ++count, total);
     }
     return true;
 }
 
 const zwchar *Checkout::apply(CheckoutStep &step) {
-    if (!check_path(step.path) || unreadable_.contains(step.path)) return u"action.sSkipped";
+    if (!check_path(step.path) || full_path(repository_, step.path).size() >= Z_PATH_MAX - 1)
+        return u"action.sSkipped";
+    if (!force() && unreadable_.contains(step.path)) return u"action.sSkipped";
     if (force()) return step.status == Z_KIND_DELETED ? forced_delete(step) : forced(step);
     if (step.status == Z_KIND_ADDED) return added(step);
     return step.status == Z_KIND_MODIFIED ? modified(step) : deleted(step);
@@ -255,17 +165,48 @@ std::u16string Checkout::name_of_target() const {
     return to_wide(git_oid_tostr_s(git_object_id(commit.get()))).substr(0, kDigits);
 }
 
+// Git itself doesn't know our locks: what it committed meanwhile is not in the tree, and would be
+// taken back.
+bool Checkout::base_stands() const {
+    git_oid tip;
+    const std::string name = to_utf8(zBranchMerge(branch_.get()));
+    const int code = git_reference_name_to_id(&tip, repository_->handle.get(), name.c_str());
+    if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code);
+    const bool same =
+        code == GIT_ENOTFOUND
+            ? !base_commit_
+            : base_commit_ && git_oid_equal(&tip, git::oid(zCommitId(base_commit_.get())));
+    if (same) return true;
+    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
+    return fail_git(GIT_EMODIFIED);
+}
+
 bool Checkout::commit(Tree *tree) {
     const std::u16string message = u"MERGE: " + name_of_target();
     bool saved = true;
-    const CommitPtr made(commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(),
-                                       tree, [&] { return saved = index_write(index_.get()); }));
+    const auto save = [&] {
+        if (!base_stands()) return false;
+        writer_->settle();
+        return saved = index_write(index_.get());
+    };
+    const CommitPtr made(
+        commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(), tree, save));
     return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
 }
 
+// Why it failed is told: what putting things back raises doesn't take its place.
 void Checkout::roll_back() {
-    if (transaction_) zTransactionRollback(transaction_.get());
-    forget_changes(index_.get());
+    const int32_t error_class = zErrorClass(), code = zErrorCode();
+    const std::u16string message = zErrorMsg(), reason = zErrorReason();
+    const bool undone = !transaction_ || zTransactionRollback(transaction_.get());
+    if (!undone) log_raised(kWarning);
+    forget();
+    zRaiseError(error_class, code, message.c_str(), reason.c_str());
+}
+
+// libgit2 has one index for a repository: what was staged and isn't written must not show in it.
+void Checkout::forget() {
+    if (index_ && index_->dirty) zIndexRead(index_.get(), true);
 }
 
 } // namespace zev
@@ -282,7 +223,10 @@ bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
         done = fail_thrown();
     }
     if (checkout.is_canceled()) notify_cancel(notify);
-    if (!done) checkout.roll_back();
+    if (!done)
+        checkout.roll_back();
+    else if (checkout.has_nothing_to_do())
+        checkout.forget();
     return done;
 } catch (...) {
     return fail_thrown();

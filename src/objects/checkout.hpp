@@ -2,7 +2,6 @@
 #pragma once
 
 #include "objects/checkspec.hpp"
-#include "objects/diff.hpp"
 #include "objects/index.hpp"
 #include "objects/transaction.hpp"
 #include "objects/trash.hpp"
@@ -32,6 +31,7 @@ struct CheckoutStep {
     bool in_target = true;    // false: added here, and the target knows nothing of it
     git_index_entry base{};   // of the branch's commit
     git_index_entry theirs{}; // of the target
+    bool absent = false;      // nothing stood there, and the index knows nothing of it
     git_index_entry *with_path(git_index_entry &entry) {
         entry.path = path.c_str();
         return entry.mode ? &entry : nullptr;
@@ -51,6 +51,7 @@ class Checkout {
     bool finish();
 
     void roll_back();
+    void forget(); // what was staged
     bool has_nothing_to_do() const { return steps_.empty(); }
     bool is_canceled() const { return canceled_; }
 
@@ -65,11 +66,12 @@ class Checkout {
     bool take_locks();
     bool find_target();
     bool resolve_base();
-    DiffListPtr compare_trees();
-    void add_steps(const DiffList *list);
-    bool add_local_steps();
+    void sort_steps();
+    void add_local_steps();
+    void announce_to_trash();
     bool stage_local_work();
-    bool stage(const CheckoutStep &step);
+    bool stage(CheckoutStep &step);
+    bool has_directory(const CheckoutStep &step);
 
     // ---- One path. Each gives the word to report, null for none.
     const zwchar *apply(CheckoutStep &step);
@@ -79,21 +81,26 @@ class Checkout {
     const zwchar *forced(CheckoutStep &step);
     const zwchar *forced_delete(CheckoutStep &step);
     int32_t local_status(const CheckoutStep &step) const;
+    const git_index_entry *staged(const CheckoutStep &step, int stage = 0) const;
     const git_index_entry *entry_of(const CheckoutStep &step) const;
-    FileState state_of(const CheckoutStep &step) const;
-    bool is_unchanged(const CheckoutStep &step) const;
+    bool in_conflict(const CheckoutStep &step) const;
+    bool holds_ours(const CheckoutStep &step) const;
+    bool is_hollow(const CheckoutStep &step) const;
+    FileState state_of(const CheckoutStep &step);
+    bool is_unchanged(const CheckoutStep &step, bool but_for_rights = false) const;
     void make_way(const CheckoutStep &step, FileState state);
     bool is_in_use(const CheckoutStep &step) const;
+    bool may_go(const CheckoutStep &step);
     bool ensure_entered(const CheckoutStep &step);
     bool conflicts(CheckoutStep &step);
-    bool clear_forced(CheckoutStep &step, int32_t local, FileState state);
     bool move_to_trash(const CheckoutStep &step);
     bool remove_file(const CheckoutStep &step);
-    bool drop_around(const CheckoutStep &step);
+    bool drop_above(const CheckoutStep &step);
 
     // ---- After
     TreePtr build_tree();
     std::u16string name_of_target() const;
+    bool base_stands() const;
     bool commit(Tree *tree);
 
     Repository *repository_;
@@ -107,6 +114,8 @@ class Checkout {
     CommitPtr base_commit_;
 
     std::vector<CheckoutStep> steps_;
+    std::string directory_; // asked for last
+    bool has_directory_ = true;
     std::unordered_set<std::string> unreadable_; // their files could not be staged
     std::vector<const CheckoutStep *> taken_;    // their target's state goes into the new tree
     std::optional<Stager> stager_;

@@ -19,32 +19,56 @@ namespace {
 
 constexpr const zwchar *kSkipped = u"action.sSkipped";
 
+// Of the bits of a mode only these mean something; old trees have others too.
 bool same(const git_index_entry &a, const git_index_entry &b) {
-    return git_oid_equal(&a.id, &b.id) && a.mode == b.mode;
+    constexpr uint32_t kCounts = S_IFMT | 0100;
+    return git_oid_equal(&a.id, &b.id) && (a.mode & kCounts) == (b.mode & kCounts);
+}
+
+// e69de29bb2d1d6434b8b29ae775ad8c2e48c5391, the id of no bytes
+bool is_empty_blob(const git_oid &id) {
+    git_oid empty;
+    return !git_odb_hash(&empty, "", 0, GIT_OBJECT_BLOB) && git_oid_equal(&id, &empty);
 }
 
 } // namespace
 
 // ---- What there is
 
-// Stage 0, of a conflict ours. Lent until the index changes.
+// Lent until the index changes.
+const git_index_entry *Checkout::staged(const CheckoutStep &step, int stage) const {
+    return git_index_get_bypath(index_->handle.get(), step.path.c_str(), stage);
+}
+
+// Stage 0, of a conflict ours.
 const git_index_entry *Checkout::entry_of(const CheckoutStep &step) const {
-    const auto *entry = git_index_get_bypath(index_->handle.get(), step.path.c_str(), 0);
-    return entry ? entry : git_index_get_bypath(index_->handle.get(), step.path.c_str(), 2);
+    const git_index_entry *entry = staged(step);
+    return entry ? entry : staged(step, 2);
+}
+
+bool Checkout::in_conflict(const CheckoutStep &step) const {
+    const git_index_entry *base, *ours, *theirs;
+    return !git_index_conflict_get(&base, &ours, &theirs, index_->handle.get(), step.path.c_str());
+}
+
+// A conflict of an earlier day keeps something of the user's, maybe nowhere else.
+bool Checkout::holds_ours(const CheckoutStep &step) const {
+    return !staged(step) && staged(step, 2);
 }
 
 // How the index differs from the base at this path.
 int32_t Checkout::local_status(const CheckoutStep &step) const {
-    const auto *entry = git_index_get_bypath(index_->handle.get(), step.path.c_str(), 0);
-    if (!entry && zIndexPathIsConflict(index_.get(), step.wide.c_str())) return Z_KIND_CONFLICTED;
+    const git_index_entry *entry = staged(step);
+    if (!entry && in_conflict(step)) return Z_KIND_CONFLICTED;
     if (!entry) return step.base.mode ? Z_KIND_DELETED : Z_KIND_UNCHANGED;
     if (!step.base.mode) return Z_KIND_ADDED;
     return same(*entry, step.base) ? Z_KIND_UNCHANGED : Z_KIND_MODIFIED;
 }
 
-// A link that is tracked as one counts as a file.
-FileState Checkout::state_of(const CheckoutStep &step) const {
+// A link that is tracked as one counts as a file; what is behind a link is none of ours.
+FileState Checkout::state_of(const CheckoutStep &step) {
     struct stat status;
+    if (writer_->is_behind_link(step.path)) return FileState::other;
     if (!os::lstat(full_path(repository_, step.path).c_str(), &status)) {
         if (errno == ENOENT) return FileState::missing;
         return errno == EACCES ? FileState::denied : FileState::failed;
@@ -55,12 +79,25 @@ FileState Checkout::state_of(const CheckoutStep &step) const {
     return S_ISREG(status.st_mode) || own_link ? FileState::file : FileState::other;
 }
 
-// The file is still the one that was compared: nobody saved it meanwhile.
-bool Checkout::is_unchanged(const CheckoutStep &step) const {
+// The file is still the one that was compared: nobody saved it meanwhile. Giving it its write bits
+// moves its change time.
+bool Checkout::is_unchanged(const CheckoutStep &step, bool but_for_rights) const {
     struct stat status;
     const git_index_entry *entry = entry_of(step);
-    return entry && os::lstat(full_path(repository_, step.path).c_str(), &status) &&
-           entry_has_stat(*entry, status);
+    if (!entry || unreadable_.contains(step.path) ||
+        !os::lstat(full_path(repository_, step.path).c_str(), &status))
+        return false;
+    if (but_for_rights)
+        status.st_ctim = {entry->ctime.seconds, static_cast<long>(entry->ctime.nanoseconds)};
+    return entry_has_stat(*entry, status);
+}
+
+// A new file without bytes, beside theirs with some: of a process that died before it wrote them,
+// mostly, and nothing is lost with it.
+bool Checkout::is_hollow(const CheckoutStep &step) const {
+    const git_index_entry *entry = staged(step);
+    return entry && S_ISREG(entry->mode) && entry->file_size == 0 && is_empty_blob(entry->id) &&
+           is_unchanged(step);
 }
 
 // Another program has the file open, or it can't be written.
@@ -84,10 +121,17 @@ void Checkout::make_way(const CheckoutStep &step, FileState state) {
     }
 }
 
+// Whether a file can be replaced or removed: it is as the base has it, and nobody has it open.
+// Makes it writable.
+bool Checkout::may_go(const CheckoutStep &step) {
+    if (!is_unchanged(step)) return false;
+    make_way(step, FileState::file);
+    return !is_in_use(step) && is_unchanged(step, true);
+}
+
 // The index has the file as it is.
 bool Checkout::ensure_entered(const CheckoutStep &step) {
-    const auto *entry = git_index_get_bypath(index_->handle.get(), step.path.c_str(), 0);
-    if (entry && is_unchanged(step)) return true;
+    if (staged(step) && is_unchanged(step)) return true;
     if (stage_named(index_.get(), *stager_, step.path.c_str())) return true;
     return index_drop_below(index_.get(), step.path) &&
            stage_named(index_.get(), *stager_, step.path.c_str());
@@ -102,18 +146,23 @@ bool Checkout::conflicts(CheckoutStep &step) {
     }
     EntryPtr copy(ours ? zIndexEntryDup(zev_entry(ours)) : nullptr);
     if (copy) zIndexEntrySetStage(copy.get(), 0);
+    index_drop(index_.get(), step.path.c_str()); // an earlier conflict, of another target
     const git_index_entry *base = step.with_path(step.base);
     zConflictAdd(index_.get(), base ? zev_entry(base) : nullptr, copy.get(),
                  theirs ? zev_entry(theirs) : nullptr);
     return true;
 }
 
+// What stands there; and what stands above it where a directory has to be, a link too.
 bool Checkout::move_to_trash(const CheckoutStep &step) {
-    WorkPath place;
-    if (!work_path_to_take(&place, repository_, step.wide.c_str())) return false;
-    const std::u16string obstacle = find_obstacle(repository_, place);
-    writer_->forget_directories();
-    return obstacle.empty() || trash_->drop(obstacle.c_str());
+    struct stat status;
+    for (size_t end = step.path.find('/');; end = step.path.find('/', end + 1)) {
+        const std::string path = step.path.substr(0, end);
+        if (!os::lstat(full_path(repository_, path).c_str(), &status)) return true;
+        if (end != std::string::npos && S_ISDIR(status.st_mode)) continue;
+        writer_->forget_directories();
+        return trash_->drop(to_wide(path).c_str());
+    }
 }
 
 // For good: what it holds is in the base's commit.
@@ -126,36 +175,37 @@ bool Checkout::remove_file(const CheckoutStep &step) {
 // ---- The target added it
 
 const zwchar *Checkout::added(CheckoutStep &step) {
+    if (step.absent && writer_->place(*step.with_path(step.theirs), false))
+        return taken_.push_back(&step), u"action.sAdded";
     make_way(step, state_of(step));
-    taken_.push_back(&step);
+    const bool hollow = is_hollow(step);
+    const bool free = hollow || (state_of(step) == FileState::missing && !holds_ours(step));
     // What stands in the way, of the path or of a directory above it, makes it a conflict.
-    if (state_of(step) == FileState::missing) {
-        git_index_entry theirs = *step.with_path(step.theirs);
-        if (writer_->place(theirs))
-            return conflicts(step) ? u"action.sConflicted" : u"action.sAdded";
-    }
-    if (state_of(step) == FileState::file && !ensure_entered(step)) return kSkipped;
+    const bool placed = free && writer_->place(*step.with_path(step.theirs), hollow);
+    const bool stands = !placed && state_of(step) == FileState::file;
+    if (stands && local_status(step) != Z_KIND_CONFLICTED && !ensure_entered(step)) return kSkipped;
+    taken_.push_back(&step);
     return conflicts(step) ? u"action.sConflicted" : u"action.sAdded";
 }
 
 // ---- The target modified it
 
 const zwchar *Checkout::modified(CheckoutStep &step) {
-    FileState state = state_of(step);
-    make_way(step, state);
     const int32_t local = local_status(step);
-    state = state_of(step);
-    const bool through =
-        local == Z_KIND_UNCHANGED || (local != Z_KIND_DELETED && state == FileState::missing);
-    if (through && state == FileState::file && (is_in_use(step) || !is_unchanged(step)))
-        return kSkipped;
-    taken_.push_back(&step);
-    if (through && !writer_->place(*step.with_path(step.theirs))) {
-        taken_.pop_back();
-        return kSkipped;
+    FileState state = state_of(step);
+    if (local == Z_KIND_UNCHANGED && state == FileState::file) {
+        if (!may_go(step)) return kSkipped;
+    } else {
+        make_way(step, state);
+        state = state_of(step);
     }
+    const bool gone = state == FileState::missing && local != Z_KIND_DELETED && !holds_ours(step);
+    const bool through = local == Z_KIND_UNCHANGED || gone;
+    if (through && !writer_->place(*step.with_path(step.theirs), state == FileState::file))
+        return kSkipped;
     if (!through && state == FileState::file && local != Z_KIND_CONFLICTED && !ensure_entered(step))
         return kSkipped;
+    taken_.push_back(&step);
     return conflicts(step) ? u"action.sConflicted" : u"action.sUpdated";
 }
 
@@ -163,16 +213,14 @@ const zwchar *Checkout::modified(CheckoutStep &step) {
 
 const zwchar *Checkout::deleted(CheckoutStep &step) {
     const int32_t local = local_status(step);
-    const FileState state = state_of(step);
-    if (local == Z_KIND_UNCHANGED && state == FileState::file &&
-        (is_in_use(step) || !is_unchanged(step) || !remove_file(step)))
+    if (local == Z_KIND_UNCHANGED && state_of(step) == FileState::file &&
+        (!may_go(step) || !remove_file(step)))
         return kSkipped;
     taken_.push_back(&step);
-    if (local == Z_KIND_UNCHANGED || local == Z_KIND_DELETED) {
-        index_drop(index_.get(), step.path.c_str());
-        return u"action.sDeleted";
-    }
-    return conflicts(step) ? u"action.sConflicted" : u"action.sDeleted";
+    if (local != Z_KIND_UNCHANGED && local != Z_KIND_DELETED && entry_of(step))
+        return conflicts(step) ? u"action.sConflicted" : u"action.sDeleted";
+    index_drop(index_.get(), step.path.c_str());
+    return u"action.sDeleted";
 }
 
 // ---- Force
@@ -182,41 +230,33 @@ const zwchar *Checkout::forced(CheckoutStep &step) {
     const FileState state = state_of(step);
     const bool is_new = !step.base.mode && !entry_of(step);
     const bool changes = step.status == Z_KIND_ADDED || step.status == Z_KIND_MODIFIED;
-    const bool rests = state == FileState::file && is_unchanged(step);
-    if (!changes && local == Z_KIND_UNCHANGED && rests) return taken_.push_back(&step), nullptr;
-    if (!clear_forced(step, local, state)) {
+    const bool rests = local == Z_KIND_UNCHANGED && state == FileState::file && is_unchanged(step);
+    if (!changes && rests) return taken_.push_back(&step), nullptr;
+    // An unchanged file is replaced in place; anything else goes to the trash first.
+    if (rests) make_way(step, state);
+    if ((!rests && !move_to_trash(step)) || !drop_above(step)) {
         tell(u"odb.eFailedToUpdateEntry_s", step.wide.c_str());
         return u"action.sFailed";
     }
-    if (!writer_->place(*step.with_path(step.theirs))) return u"action.sFailed";
+    if (!writer_->place(*step.with_path(step.theirs), rests)) return u"action.sFailed";
     taken_.push_back(&step);
     if (is_new || local == Z_KIND_DELETED) return u"action.sAdded";
-    return local == Z_KIND_UNCHANGED && rests ? u"action.sUpdated" : u"action.sReverted";
+    return rests ? u"action.sUpdated" : u"action.sReverted";
 }
 
-// An unchanged file is replaced in place; anything else goes to the trash first.
-bool Checkout::clear_forced(CheckoutStep &step, int32_t local, FileState state) {
-    if (local != Z_KIND_UNCHANGED || state != FileState::file || !is_unchanged(step)) {
-        if (!move_to_trash(step)) return false;
-    } else {
-        zWorkdirChread(repository_, step.wide.c_str(), false);
-    }
-    return drop_around(step);
-}
-
-// The path's entry, those below it, and those of files that stood for its directories.
-bool Checkout::drop_around(const CheckoutStep &step) {
+// The entries of files that stood for the directories above.
+bool Checkout::drop_above(const CheckoutStep &step) {
     for (size_t slash = step.path.find('/'); slash != std::string::npos;
          slash = step.path.find('/', slash + 1))
         if (!index_drop(index_.get(), step.path.substr(0, slash).c_str())) return false;
-    return index_drop(index_.get(), step.path.c_str()) && index_drop_below(index_.get(), step.path);
+    return true;
 }
 
 const zwchar *Checkout::forced_delete(CheckoutStep &step) {
     const int32_t local = local_status(step);
     const FileState state = state_of(step);
     const bool rests = local == Z_KIND_UNCHANGED && state == FileState::file && is_unchanged(step);
-    bool gone = state == FileState::missing;
+    bool gone = state == FileState::missing || writer_->is_behind_link(step.path);
     if (!gone && rests) gone = remove_file(step);
     if (!gone) {
         zWorkdirChread(repository_, step.wide.c_str(), false);
@@ -224,8 +264,9 @@ const zwchar *Checkout::forced_delete(CheckoutStep &step) {
     }
     if (!gone) return u"action.sFailed";
     if (step.in_target) taken_.push_back(&step);
-    if (!entry_of(step)) return nullptr;
-    return index_drop(index_.get(), step.path.c_str()) ? u"action.sReverted" : u"action.sFailed";
+    const bool known = entry_of(step);
+    if (!index_drop(index_.get(), step.path.c_str())) return u"action.sFailed";
+    return known ? u"action.sReverted" : nullptr;
 }
 
 } // namespace zev

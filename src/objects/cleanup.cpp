@@ -67,12 +67,14 @@ bool Cleanup::run() {
 }
 
 // The locks that libgit2 left go first, while our own still tells since when its holder worked.
-// What was put back is done with: an old copy must not undo a later commit.
+// What was put back is done with: an old copy must not undo a later commit. One that could not be
+// put back is all that there is, and stays.
 bool Cleanup::recover() {
     const std::vector<std::u16string> targets = left_locked(repository_);
     const bool swept = sweep_stale(repository_);
     zTransactionRecover(repository_);
-    for (const std::u16string &target : targets) zFlockPurge(target.c_str());
+    for (const std::u16string &target : targets)
+        if (is_put_back(target)) zFlockPurge(target.c_str());
     return swept || tell(notify_, u"odb.eUnableToLockWorkingCopy");
 }
 
@@ -200,7 +202,12 @@ bool zRepositoryCleanup(Repository *repository, CleanupSpec *spec) try {
     if (!paths) return spec ? fail_args() : Failure{};
     const Notify *notify = zPathSpecNotify(paths);
     notify_start(notify, u"action.sCleanup");
-    const bool done = Cleanup(repository, paths, spec ? spec->options : 0).run();
+    bool done = false;
+    try {
+        done = Cleanup(repository, paths, spec ? spec->options : 0).run();
+    } catch (...) {
+        fail_thrown();
+    }
     done ? notify_done(notify) : notify_abort(notify);
     return done;
 } catch (...) {

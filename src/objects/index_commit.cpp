@@ -22,7 +22,12 @@
 #include "zev/repository.h"
 #include "zev/tree.h"
 
+#include <algorithm>
+#include <iterator>
+#include <ranges>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 using namespace zev;
@@ -41,11 +46,76 @@ struct Change {
     uint32_t word;
 };
 
+// Files of HEAD whose paths differ from a new one in case only. Each directory is read once.
+class HeadTwins {
+  public:
+    explicit HeadTwins(const Tree *head) : head_(head) {}
+    std::vector<std::string> of(std::string_view path);
+
+  private:
+    struct Item {
+        std::string name;
+        git_oid id;
+        bool is_tree;
+    };
+    struct Place {
+        std::string path; // empty or with a slash at its end
+        git_oid id;
+    };
+    using Names = std::unordered_multimap<std::u16string, Item>; // folded
+
+    const Names &names_in(const Place &directory);
+
+    const Tree *head_;
+    std::unordered_map<std::string, Names> directories_;
+};
+
+// Directories may be spelled in several ways, too.
+std::vector<std::string> HeadTwins::of(std::string_view path) {
+    std::vector<std::string> twins;
+    std::vector<Place> above{{"", *git_tree_id(head_->handle.get())}};
+    std::u16string name;
+    for (size_t at = 0, end; at < path.size() && !above.empty(); at = end + 1) {
+        end = std::min(path.find('/', at), path.size());
+        fold_path(name, path.substr(at, end - at));
+        std::vector<Place> below;
+        for (const Place &directory : above) {
+            const auto [known, last] = names_in(directory).equal_range(name);
+            for (const auto &[folded, item] : std::ranges::subrange(known, last)) {
+                std::string spelled = directory.path + item.name;
+                if (item.is_tree)
+                    below.push_back({spelled + "/", item.id});
+                else if (end == path.size() && spelled != path)
+                    twins.push_back(std::move(spelled));
+            }
+        }
+        above = std::move(below);
+    }
+    return twins;
+}
+
+// None of a tree that a partial client lacks.
+const HeadTwins::Names &HeadTwins::names_in(const Place &directory) {
+    const auto [known, is_new] = directories_.try_emplace(directory.path);
+    git::Tree tree;
+    if (!is_new || git_tree_lookup(out(tree), head_->owner->handle.get(), &directory.id) < 0)
+        return known->second;
+    std::u16string folded;
+    for (size_t i = 0; i < git_tree_entrycount(tree.get()); ++i) {
+        const git_tree_entry *entry = git_tree_entry_byindex(tree.get(), i);
+        fold_path(folded, git_tree_entry_name(entry));
+        known->second.emplace(folded, Item{git_tree_entry_name(entry), *git_tree_entry_id(entry),
+                                           git_tree_entry_type(entry) == GIT_OBJECT_TREE});
+    }
+    return known->second;
+}
+
 class PartialCommit {
   public:
     PartialCommit(Index *index, PathSpec *spec) : index_(index), spec_(spec), stager_(index) {}
 
     bool find_changes();
+    bool drop_twins();
     bool check_kinds() const;
     bool drop_deleted();
     bool stage_changed();
@@ -86,6 +156,29 @@ bool PartialCommit::find_changes() {
     if (!changes_.empty()) return true;
     zRaiseNotFound(u"%s", word(u"odb.eNoChangesToCommit"));
     return false;
+}
+
+// Where a name was given another case, the index has the new one only, and HEAD still the old one,
+// which the spec may not select. It goes with this commit: no tree may hold both.
+bool PartialCommit::drop_twins() {
+    const auto is_new = [](const Change &change) {
+        return change.kind == Z_KIND_ADDED || change.kind == Z_KIND_UNTRACKED ||
+               change.kind == Z_KIND_IGNORED;
+    };
+    if (std::ranges::none_of(changes_, is_new) || zRepositoryHeadUnborn(index_->owner)) return true;
+    const TreePtr head(zTreeHead(index_->owner));
+    if (!head) return false;
+    HeadTwins twins(head.get());
+    std::vector<Change> gone;
+    for (const Change &change : changes_ | std::views::filter(is_new))
+        for (std::string &twin : twins.of(change.path))
+            if (git_index_find(nullptr, index_->handle.get(), twin.c_str()) < 0)
+                gone.push_back({std::move(twin), Z_KIND_DELETED, GIT_STATUS_INDEX_DELETED});
+    if (gone.empty()) return true;
+    std::ranges::move(gone, std::back_inserter(changes_));
+    std::ranges::sort(changes_, {}, &Change::path);
+    const auto again = std::ranges::unique(changes_, {}, &Change::path); // selected as well
+    return changes_.erase(again.begin(), again.end()), true;
 }
 
 // What a change is called to the user. A state without a kind is one of the disk alone.
@@ -219,8 +312,8 @@ static TreePtr tree_to_commit(Index *index, PathSpec *spec) {
         tree.reset(zIndexWriteTree(index));
     } else {
         PartialCommit commit(index, spec);
-        if (commit.find_changes() && commit.check_kinds() && commit.drop_deleted() &&
-            commit.stage_changed())
+        if (commit.find_changes() && commit.drop_twins() && commit.check_kinds() &&
+            commit.drop_deleted() && commit.stage_changed())
             tree = commit.build_tree();
     }
     return bulk->finish() ? std::move(tree) : nullptr;

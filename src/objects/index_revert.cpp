@@ -310,11 +310,13 @@ bool Reverting::put_back(const Keep &keep) {
 // From the top, as an analysis of the whole would come to them: a conflict below another's path
 // belongs to that one. Carried out in the order of the other steps.
 bool Reverting::resolve_conflicts() {
+    const auto is_conflict = [](const Item &item) { return item.kind == Z_KIND_CONFLICTED; };
+    if (std::ranges::none_of(items_, is_conflict)) return true;
     if (is_stopped()) return false;
     AnalysisPtr analysis(zConflictAnalysisNew(index_));
     std::unordered_map<std::string_view, const Item *> waiting;
     for (auto item = items_.rbegin(); item != items_.rend(); ++item) {
-        if (item->kind != Z_KIND_CONFLICTED) continue;
+        if (!is_conflict(*item)) continue;
         ConflictPtr conflict(analysis ? zConflictGet(index_, item->wide.c_str()) : nullptr);
         if (conflict && zConflictAnalysisInsert(analysis.get(), conflict.get()))
             waiting.emplace(item->path, &*item);

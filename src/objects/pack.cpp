@@ -12,6 +12,7 @@
 
 #include <git2/pack.h>
 #include <git2/sys/config.h>
+#include <git2/sys/repository.h>
 
 using namespace zev;
 
@@ -36,8 +37,9 @@ int on_get(git_config_backend *, const char *key, git_config_entry **entry) {
 }
 
 int new_backend(git_config_backend **out, git_config_backend *) {
-    auto *backend = new (std::nothrow) git_config_backend GIT_CONFIG_BACKEND_INIT;
+    auto *backend = new (std::nothrow) git_config_backend{};
     if (!backend) return git_error_set_oom(), GIT_ERROR;
+    backend->version = GIT_CONFIG_BACKEND_VERSION;
     backend->readonly = 1;
     backend->open = [](git_config_backend *, git_config_level_t, const git_repository *) {
         return 0;
@@ -108,11 +110,11 @@ namespace {
 
 bool insert(PackBuilder *builder, const Oid *id, How how, Here at = {}) try {
     if (!builder || !id) return fail_args(at);
-    builder->wanted.reserve(builder->wanted.size() + 1);
-    int code = how(builder->handle.get(), git::oid(id));
-    if (code < 0) return fail_git(code);
     builder->wanted.push_back({how, *git::oid(id)});
-    return true;
+    int code = how(builder->handle.get(), git::oid(id));
+    if (code >= 0) return true;
+    builder->wanted.pop_back();
+    return fail_git(code);
 } catch (...) {
     return fail_thrown(at);
 }
@@ -276,7 +278,7 @@ bool zPackWriterCommit(PackWriter *writer) try {
     if (!writer) return fail_args();
     const std::unique_ptr<PackFile> file = std::move(writer->file);
     if (!file) return fail_closed();
-    if (!file->commit()) return false;
+    if (!file->check() || !file->commit()) return false;
     int code = git_odb_refresh(writer->odb.get());
     return code < 0 ? fail_git(code) : true;
 } catch (...) {

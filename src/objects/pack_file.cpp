@@ -1,11 +1,14 @@
-// libgit2's indexer does the work; its input comes from others, so three things are kept from it:
+// libgit2's indexer does the work, but it takes some things on trust; its input comes from others.
 //
-//   - a count of objects in the header that no pack has: memory is taken for it at once;
-//   - an object database to look for missing bases of deltas in: with one, it goes round for ever
-//     over a delta that unfolds to an object which the pack holds already. What builds packs for
-//     a transfer puts the bases in;
-//   - deltas that unfold to more than the pack's size can stand for, and objects of another size
-//     than they say: memory is taken for what they say.
+//   - The header's count of objects, for which it takes memory at once: more than any pack has are
+//     refused.
+//   - The size that an object says it has: one with another size would get in and could never be
+//     read again. So a pack is read through before it counts.
+//   - The size that a delta says it unfolds to: one that the pack's own size can't stand for is
+//     refused.
+//   - Bases of deltas: given an object database to look for missing ones, it goes round for ever
+//     over a delta that unfolds to an object which the pack holds already. It is given none; what
+//     builds packs for a transfer puts the bases in.
 //
 // The bytes of a pack, all numbers big-endian:
 //   "PACK", version u32, count of objects u32
@@ -25,7 +28,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
 #include <vector>
 
 #include <zlib.h>
@@ -43,20 +45,20 @@ Failure refuse(const char *why) {
     return fail_git(GIT_ERROR);
 }
 
-// Reads through the objects of a pack that holds deltas, to learn what they unfold to.
-class Unfolding {
+// Reads through the objects of a pack: their sizes, and what deltas unfold to.
+class Survey {
   public:
-    explicit Unfolding(FILE *file) : file_(file) {
+    explicit Survey(FILE *file) : file_(file) {
         ready_ = inflateInit(&state_) == Z_OK;
         bound_ = limits::inflated;
         uint64_t size = 0;
         if (os::size(file, &size)) bound_ += std::min(size, kStep) * limits::inflation;
     }
-    ~Unfolding() {
+    ~Survey() {
         if (ready_) inflateEnd(&state_);
     }
-    Unfolding(const Unfolding &) = delete;
-    Unfolding &operator=(const Unfolding &) = delete;
+    Survey(const Survey &) = delete;
+    Survey &operator=(const Survey &) = delete;
 
     bool objects(uint64_t count) {
         if (!ready_ || !os::seek(file_, kHeaderBytes, SEEK_SET)) return false;
@@ -89,7 +91,8 @@ class Unfolding {
             size |= uint64_t{byte & 0x7Fu} << shift;
         }
         if (!base(type) || !stream() || state_.total_out != size) return false;
-        return (type != kOffsetDelta && type != kIdDelta) || result_in_bound();
+        const bool plain = type >= GIT_OBJECT_COMMIT && type <= GIT_OBJECT_TAG;
+        return plain || ((type == kOffsetDelta || type == kIdDelta) && result_in_bound());
     }
 
     // Passes over what names a delta's base.
@@ -196,22 +199,21 @@ bool PackFile::few_objects(const uint8_t *bytes, uint64_t size) {
     return objects <= limits::pack_objects;
 }
 
-// The indexer is given all, so its file is there whole; nothing else is in that directory.
-bool PackFile::unfolds() {
+// What the indexer was given is all in its file, the only one in that directory.
+bool PackFile::check() {
     std::vector<os::Name> names;
     if (!os::read_dir(aside_.c_str(), &names)) return fail_errno(aside_.c_str());
-    const auto found = std::ranges::find_if(names, [](const os::Name &name) {
-        return std::u16string_view(name.text).starts_with(u"pack_git2_");
-    });
+    const auto found = std::ranges::find_if(
+        names, [](const os::Name &name) { return name.text.starts_with(u"pack_git2_"); });
     if (found == names.end()) return refuse("the pack is gone");
     const Owned<FILE, fclose> file(os::open((aside_ + found->text).c_str(), u"rb"));
     if (!file) return fail_errno(aside_.c_str());
-    const auto unfolding = std::make_unique<Unfolding>(file.get());
-    return unfolding->objects(progress_.received_objects) || refuse("deltas out of proportion");
+    const auto survey = std::make_unique<Survey>(file.get());
+    return survey->objects(progress_.received_objects) ||
+           refuse("an object is damaged, or unfolds out of proportion");
 }
 
 bool PackFile::commit() {
-    if (progress_.received_objects > progress_.indexed_objects && !unfolds()) return false;
     int code = git_indexer_commit(indexer_.get(), &progress_);
     if (code < 0) return fail_git(code);
     name_ = to_wide(git_indexer_name(indexer_.get()));

@@ -22,6 +22,7 @@ class PackFile {
     PackFile &operator=(const PackFile &) = delete;
 
     bool append(const void *bytes, uint64_t size);
+    bool check(); // of bytes that others made: are the objects what they say? Ahead of commit
     bool commit();
     std::u16string path(const char16_t *extension) const; // once it is committed
 
@@ -29,7 +30,6 @@ class PackFile {
     explicit PackFile(std::u16string directory) : directory_(std::move(directory)) {}
     bool open();
     bool few_objects(const uint8_t *bytes, uint64_t size);
-    bool unfolds();
     bool install();
 
     std::u16string directory_; // with its last slash

@@ -330,6 +330,17 @@ bool zRepositorySetUrl(Repository *repository, const zwchar *text) {
     return store(repository, &Repository::url, text);
 }
 
+zwchar *zRepositoryRemoteUrl(Repository *repository) try {
+    if (!repository) return fail_args();
+    git::Remote remote;
+    const int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
+    if (code < 0) return fail_git(code);
+    const char *url = git_remote_url(remote.get());
+    return url ? zStrdupW(to_wide(url).c_str()) : (zRaiseNotFound(nullptr), nullptr);
+} catch (...) {
+    return fail_thrown();
+}
+
 bool zRepositoryIsBare(Repository *repository) {
     return repository ? git_repository_is_bare(repository->handle.get()) == 1 : fail_args();
 }

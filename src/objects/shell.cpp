@@ -2,7 +2,6 @@
 
 #include "common/failure.hpp"
 #include "objects/conflict.hpp"
-#include "objects/shell.hpp"
 #include "zev/commit.h"
 #include "zev/repository.h"
 #include "zev/revlist.h"
@@ -17,6 +16,18 @@ namespace {
 template <class F> bool change(Repository *repository, F operation) {
     const IndexPtr index(zIndexHead(repository, true));
     return index && operation(index.get()) && (!index->dirty || zIndexWrite(index.get()));
+}
+
+// A working copy without a server says so; where there is one, nobody is here to speak to it.
+Failure fail_no_client() {
+    zRaiseNetErr(-1, u"this library has no client for a server", nullptr);
+    return {};
+}
+
+bool open_remote(Repository *repository) {
+    git::Remote remote;
+    int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
+    return code < 0 ? fail_git(code) : fail_no_client();
 }
 
 } // namespace
@@ -91,19 +102,7 @@ bool zShellCommit(Repository *repository, PathSpec *spec, const zwchar *author,
     return commit != nullptr;
 }
 
-// ---- With the server. A working copy that has none says so; where there is one, nobody is here
-// to speak to it.
-
-static Failure fail_no_client() {
-    zRaiseNetErr(-1, u"this library has no client for a server", nullptr);
-    return {};
-}
-
-bool zev::open_remote(Repository *repository) {
-    git::Remote remote;
-    int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
-    return code < 0 ? fail_git(code) : fail_no_client();
-}
+// ---- With the server
 
 bool zShellUpdate(Repository *repository, CheckSpec *spec) {
     if (!repository || !spec) return fail_args();

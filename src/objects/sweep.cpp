@@ -17,6 +17,9 @@
 // A lock that was there before the killed writer began is not his and stays: he would have failed
 // on it. What remains is a git that began after the crash, closed its lock file, and waits; its
 // commit then fails for want of its lock, with nothing lost.
+//
+// The same goes for what a killed writer had beside the files of the user while it made them anew
+// (tmp_zev_ and 16 digits): else the next commit of everything would take it in.
 #include "objects/sweep.hpp"
 
 #include "common/utf.hpp"
@@ -43,6 +46,12 @@ bool is_temporary(u16string_view name) {
     return name.starts_with(u"tmp_") || name.starts_with(u"pack_git2_");
 }
 
+bool is_aside(u16string_view name) {
+    constexpr u16string_view kLead = u"tmp_zev_";
+    return name.starts_with(kLead) && name.size() == kLead.size() + 16 &&
+           name.find_first_not_of(u"0123456789abcdef", kLead.size()) == name.npos;
+}
+
 bool before(const timespec &a, const timespec &b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
 }
@@ -66,6 +75,12 @@ struct Sweep {
             clean = fail_errno(path.c_str());
     }
 
+    // The directory that a pack grew in; it stays while somebody still writes there.
+    void left_pack(const u16string &path) {
+        directory(path + u"/", [](u16string_view) { return true; });
+        os::remove_dir(path.c_str());
+    }
+
     // The files in a directory whose names say that they may be left-overs.
     void directory(const u16string &path, Name may_go, bool below = false) {
         std::vector<os::Name> names;
@@ -74,6 +89,20 @@ struct Sweep {
             if (name.text == u"." || name.text == u"..") continue;
             if (!name.directory && may_go(name.text)) remove(path + name.text);
             if (name.directory && below) directory(path + name.text + u"/", may_go, true);
+            if (name.directory && name.text.starts_with(u"tmp_pack_")) left_pack(path + name.text);
+        }
+    }
+
+    // The same among the files of the user, in directories that are no repositories.
+    void work_tree(const u16string &path) {
+        std::vector<os::Name> names;
+        if (!os::read_dir(path.c_str(), &names)) return;
+        for (const os::Name &name : names) {
+            if (name.text == u"." || name.text == u".." || name.text == u".git") continue;
+            if (name.directory)
+                work_tree(path + name.text + u"/");
+            else if (is_aside(name.text))
+                remove(path + name.text);
         }
     }
 };
@@ -97,11 +126,12 @@ namespace zev {
 bool sweep_stale(Repository *repository) try {
     const zwchar *root = zRepositoryPath(repository);
     if (!root) return false;
-    return swept(root, u"index", [](Sweep &sweep) {
+    return swept(root, u"index", [repository](Sweep &sweep) {
         sweep.directory(sweep.root, is_lock);
         sweep.directory(sweep.root + u"refs/", is_lock, true);
         sweep.directory(sweep.root + u"objects/", is_temporary);
         sweep.directory(sweep.root + u"objects/pack/", is_temporary);
+        if (const zwchar *work = zRepositoryWorkdir(repository)) sweep.work_tree(work);
     });
 } catch (...) {
     return fail_thrown();

@@ -64,11 +64,24 @@ bool table_path(zwchar *path, Repository *repository, const Oid *id) {
     return zPathBuild(path, root, u"tables", kEnd) && zOidPathAppend(path, id);
 }
 
+// Files that hold rows. Where they stand without a CURRENT, LevelDB would begin anew, and delete
+// them.
+bool holds_rows(const zwchar *path) {
+    std::vector<os::Name> names;
+    if (!os::read_dir(path, &names)) return false;
+    return std::ranges::any_of(names, [](const os::Name &name) {
+        const std::u16string_view text = name.text;
+        return text.ends_with(u".ldb") || text.ends_with(u".sst") || text.ends_with(u".log");
+    });
+}
+
 // LevelDB makes one directory level only, and leaves files behind even where it may not create.
 bool prepare_directory(const zwchar *path, const std::string &utf8, bool create) {
     zwchar current[Z_PATH_MAX];
     if (!zPathBuild(current, path, u"CURRENT", kEnd)) return false;
     if (zPathFileExists(current)) return true;
+    if (holds_rows(path))
+        return fail_store((utf8 + ": damaged, its file CURRENT is missing").c_str());
     if (create) return zDirMake(path, true);
     return fail_store((utf8 + ": does not exist (create_if_missing is false)").c_str());
 }

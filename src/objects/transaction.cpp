@@ -2,6 +2,7 @@
 // zev/flock.h. References lie where all worktrees of a repository share them.
 #include "objects/transaction.hpp"
 
+#include "common/limits.hpp"
 #include "common/utf.hpp"
 #include "objects/sweep.hpp"
 #include "system/os.hpp"
@@ -10,6 +11,9 @@
 #include "zev/path.h"
 #include "zev/repository.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <string_view>
 
 using namespace zev;
@@ -59,9 +63,36 @@ void collect(const u16string &directory, bool recursive, std::vector<u16string> 
     }
 }
 
+u16string copy_of(const u16string &target) {
+    const size_t name = target.rfind(u'/') + 1;
+    return target.substr(0, name) + u"." + target.substr(name) + u16string(kTail);
+}
+
+bool same_bytes(const u16string &a, const u16string &b) {
+    const Owned<FILE, fclose> first(os::open(a.c_str(), u"rb")), second(os::open(b.c_str(), u"rb"));
+    if (!first || !second) return false;
+    std::vector<char> left(limits::step), right(limits::step);
+    for (;;) {
+        const size_t count = fread(left.data(), 1, left.size(), first.get());
+        if (fread(right.data(), 1, right.size(), second.get()) != count ||
+            memcmp(left.data(), right.data(), count) != 0)
+            return false;
+        if (count < left.size()) return !ferror(first.get()) && !ferror(second.get());
+    }
+}
+
 } // namespace
 
 namespace zev {
+
+bool is_put_back(const u16string &target) {
+    const u16string copy = copy_of(target);
+    struct stat saved, present;
+    if (!os::lstat(copy.c_str(), &saved)) return false;
+    if (saved.st_mode & S_IXUSR) return true; // of one that was never completed
+    if (!saved.st_size) return !os::lstat(target.c_str(), &present) && errno == ENOENT;
+    return same_bytes(copy, target);
+}
 
 std::vector<u16string> left_locked(Repository *repository) {
     std::vector<u16string> found, targets;
@@ -73,18 +104,19 @@ std::vector<u16string> left_locked(Repository *repository) {
     return targets;
 }
 
+// The name as a commit resolves it: a short one too, and HEAD, whose branch may be still to come.
 void drop_left_copy(Repository *repository, const zwchar *reference) {
     git::Reference named;
     std::string name = to_utf8(reference);
-    const int code = git_reference_lookup(out(named), repository->handle.get(), name.c_str());
-    if (code < 0) git_error_clear();
-    if (!code && git_reference_type(named.get()) == GIT_REFERENCE_SYMBOLIC)
+    if (!git_reference_dwim(out(named), repository->handle.get(), name.c_str()))
+        name = git_reference_name(named.get());
+    else if (!git_reference_lookup(out(named), repository->handle.get(), name.c_str()) &&
+             git_reference_type(named.get()) == GIT_REFERENCE_SYMBOLIC)
         name = git_reference_symbolic_target(named.get());
     const u16string path = shared_directory(repository) + to_wide(name);
-    const size_t slash = path.rfind(u'/') + 1;
-    const u16string copy = path.substr(0, slash) + u"." + path.substr(slash) + u16string(kTail);
     struct stat status;
-    if (os::lstat(copy.c_str(), &status)) zFlockPurge(path.c_str());
+    if (os::lstat(copy_of(path).c_str(), &status)) zFlockPurge(path.c_str());
+    git_error_clear();
 }
 
 } // namespace zev

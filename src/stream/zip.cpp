@@ -21,6 +21,8 @@ namespace {
 
 constexpr uint32_t kBuffer = 0x40000;
 constexpr size_t kBlock = 0x10000;
+// inflate keeps 32 KiB of what each call gave, so larger steps copy less.
+constexpr size_t kInflatedBlock = kBuffer;
 
 enum Mode : uint32_t { kCompress, kDecompress };
 
@@ -151,22 +153,31 @@ uint64_t behind_end(ZipStream &zip) {
     return 0;
 }
 
+// Input for zlib, when it has none left; false at its end.
+bool refill(ZipStream &zip) {
+    if (zip.z.avail_in) return true;
+    const uint64_t got = zStreamRead(zip.below, zip.buffer, zip.size);
+    zip.z.next_in = zip.buffer;
+    zip.z.avail_in = static_cast<uInt>(got);
+    return got > 0;
+}
+
+// One inflate, but a second one where the first only finds that the output before it, which was
+// filled to the last byte, had been all of its input's.
 uint64_t inflate_some(ZipStream &zip, void *buffer, uint64_t count) {
     if (zip.ended) return behind_end(zip);
-    if (!zip.z.avail_in && !zip.pending) {
-        const uint64_t got = zStreamRead(zip.below, zip.buffer, zip.size);
-        if (!got) return 0;
-        zip.z.next_in = zip.buffer;
-        zip.z.avail_in = static_cast<uInt>(got);
-    }
+    if (!count || (!zip.pending && !refill(zip))) return 0;
     const uInt wanted = step_of(count);
     zip.z.next_out = static_cast<unsigned char *>(buffer);
     zip.z.avail_out = wanted;
-    const int code = inflate(&zip.z, Z_NO_FLUSH);
-    const bool idle = code == Z_BUF_ERROR && zip.z.avail_out == wanted && zip.pending;
-    zip.pending = code == Z_OK && !zip.z.avail_out && wanted;
+    int code = inflate(&zip.z, Z_NO_FLUSH);
+    if (code == Z_BUF_ERROR && zip.pending) {
+        zip.pending = false;
+        if (!refill(zip)) return 0;
+        code = inflate(&zip.z, Z_NO_FLUSH);
+    }
+    zip.pending = code == Z_OK && !zip.z.avail_out;
     zip.ended = code == Z_STREAM_END;
-    if (idle) return 0; // it was all out already
     if (code != Z_OK && code != Z_STREAM_END) return zip.failed = true, 0;
     return wanted - zip.z.avail_out;
 }
@@ -178,8 +189,8 @@ bool is_out_of_proportion(uint64_t made, uint64_t taken) {
 }
 
 // Until the source's end; false when it, or what is behind `write`, failed.
-template <class F> bool each_block(Stream *source, F write) {
-    std::vector<unsigned char> block(kBlock);
+template <class F> bool each_block(Stream *source, size_t size, F write) {
+    std::vector<unsigned char> block(size);
     while (!zStreamEOF(source)) {
         const uint64_t count = zStreamRead(source, block.data(), block.size());
         if (zStreamError(source)) return false;
@@ -231,7 +242,7 @@ Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
     StreamPtr target(temp_stream());
     StreamPtr zip(target ? over(target.get(), encoding, kCompress, false) : nullptr);
     if (!zip) return nullptr;
-    const bool whole = each_block(stream, [&](const void *data, uint64_t count) {
+    const bool whole = each_block(stream, kBlock, [&](const void *data, uint64_t count) {
         return zStreamWrite(zip.get(), data, count) == count && !zStreamError(zip.get());
     });
     if (!whole) return nullptr;
@@ -250,7 +261,7 @@ Stream *zStreamUncompress(Stream *stream, const zwchar *encoding) try {
     StreamPtr zip(target ? over(stream, encoding, kDecompress, false) : nullptr);
     if (!zip) return nullptr;
     const ZipStream &state = *record(zip.get());
-    const bool whole = each_block(zip.get(), [&](const void *data, uint64_t count) {
+    const bool whole = each_block(zip.get(), kInflatedBlock, [&](const void *data, uint64_t count) {
         return !is_out_of_proportion(state.z.total_out, state.z.total_in) &&
                zStreamWrite(target.get(), data, count) == count && !zStreamError(target.get());
     });

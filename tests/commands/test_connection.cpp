@@ -89,14 +89,10 @@ TEST(NodeTree, LooksUpWithoutRegardToCase) {
     } kPaths[] = {
         {u"A/b.dwx", "a/B.dwx"},
         {u"a/C.dwx", "A/c.dwx"}, // below the one directory, with its own prefix
-        {u"a", "a/"},
         {u"a/", "a/"},
         {u"f.dwx/x", "f.dwx"}, // a file ends the walk
         {u"twin", "twin"},     // which of both stands first
-        {u"TWIN/below", "twin"},
-        {u"Zeichnung/GRÖSSE.dwx", "-"}, // one unit by one
         {u"Zeichnung/GRÖßE.dwx", "zeichnung/Größe.dwx"},
-        {u"b", "-"},
         {u"a//B.dwx", "-"},
     };
     for (const auto &[path, found] : kPaths) {
@@ -128,33 +124,26 @@ struct ConnectionTest : Connected<WorkingCopyTest> {
 
 TEST_F(ConnectionTest, IsMadeOnceForEachText) {
     const std::u16string slashed = copy + u"/", elsewhere = dir / u"none";
+    connect();
     put("a.dwx", "a");
     stage_all();
     connect();
-    const auto *connection = zev::find_connection(copy.c_str());
-    ASSERT_TRUE(connection);
-    put("b.dwx", "b");
-    stage_all();
-    connect();
-    EXPECT_EQ(zev::find_connection(copy.c_str()), connection);
-    EXPECT_EQ(list(), (Lines{"1 >a.dwx"})); // not made anew
-
+    EXPECT_EQ(list(), Lines{}); // not made anew
     EXPECT_EQ(zev::find_connection(slashed.c_str()), nullptr);
     EXPECT_OK(zCommandConnect(slashed.c_str()));
-    EXPECT_NE(zev::find_connection(slashed.c_str()), connection);
+    zCommandDisconnect(slashed.c_str());
+    EXPECT_EQ(zev::find_connection(slashed.c_str()), nullptr);
+    EXPECT_TRUE(zev::find_connection(copy.c_str()));
     for (const zwchar *bad : {elsewhere.c_str(), u"", static_cast<const zwchar *>(nullptr)}) {
         EXPECT_FALSE(zCommandConnect(bad));
         EXPECT_EQ(zev::find_connection(bad), nullptr);
         zCommandDisconnect(bad);
         zCommandReload(bad, nullptr, false);
     }
-    zCommandDisconnect(slashed.c_str());
-    EXPECT_EQ(zev::find_connection(slashed.c_str()), nullptr);
-    EXPECT_EQ(zev::find_connection(copy.c_str()), connection);
     zev::drop_connections();
     EXPECT_EQ(zev::find_connection(copy.c_str()), nullptr);
     connect();
-    EXPECT_EQ(list(), (Lines{"1 >a.dwx", "1 >b.dwx"}));
+    EXPECT_EQ(list(), (Lines{"1 >a.dwx"}));
 }
 
 TEST_F(ConnectionTest, ReloadIsOfTheWholeOrNotAtAll) {
@@ -210,8 +199,9 @@ TEST_F(ConnectionTest, NodesTellWhatTheIndexAndTheDiskChanged) {
 
 // Keep-files are all alike: the files beside them tell which directory is which.
 TEST_F(ConnectionTest, DirectoriesAreRenamedByTheirKeepFiles) {
-    base({"a/a.dwx", "b/b.dwx", "b/sub/s.dwx", "empty/x", "stays/one.dwx", "stays/two.dwx"});
-    for (const char *path : {"a", "b", "b/sub", "empty", "stays"})
+    base({"a/a.dwx", "b/b.dwx", "b/sub/s.dwx", "empty/x", "stays/one.dwx", "stays/two.dwx",
+          "up/u.dwx"});
+    for (const char *path : {"a", "b", "b/sub", "empty", "stays", "up"})
         put(std::string(path) + "/.gitkeep", "");
     fs::remove(place / "empty/x");
     stage_all();
@@ -219,11 +209,13 @@ TEST_F(ConnectionTest, DirectoriesAreRenamedByTheirKeepFiles) {
     git(place, "mv a z");
     git(place, "mv b y");
     git(place, "mv empty hollow");
+    git(place, "mv up UP");
     fs::create_directory(place / "part");
     git(place, "mv stays/one.dwx part/one.dwx");
     git(place, "mv stays/.gitkeep part/.gitkeep");
     connect();
-    EXPECT_EQ(list(), (Lines{"4 empty/>hollow/", "3 >part/", "0 >stays/", "4 b/>y/", "4 a/>z/"}));
+    EXPECT_EQ(list(), (Lines{"4 empty/>hollow/", "3 >part/", "0 >stays/", "4 up/>UP/", "4 b/>y/",
+                             "4 a/>z/"}));
     EXPECT_EQ(list(u"y"), (Lines{"4 b/b.dwx>y/b.dwx", "4 b/sub/>y/sub/"}));
     EXPECT_EQ(list(u"hollow"), Lines{});
 }

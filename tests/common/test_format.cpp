@@ -3,7 +3,6 @@
 #include "support.hpp"
 
 #include <climits>
-#include <clocale>
 #include <cmath>
 
 namespace {

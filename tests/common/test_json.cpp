@@ -3,7 +3,7 @@
 
 #include "common/text.hpp"
 
-#include <cmath>
+#include <map>
 
 namespace {
 
@@ -31,18 +31,15 @@ TEST(Json, Conversions) {
     } rows[] = {
         {zJsonNewNull(), 0, 0.0, false, "null"},
         {zJsonNewString(u""), 0, 0.0, false, ""},
-        {zJsonNewString(nullptr), 0, 0.0, false, ""},
         {zJsonNewString(u"0"), 0, 0.0, true, "0"},
         {zJsonNewString(u" 0x10z"), 16, 16.0, true, " 0x10z"}, // base 0
         {zJsonNewString(u"010"), 8, 10.0, true, "010"},
         {zJsonNewString(u"99999999999999999999"), INT64_MAX, 1e20, true, "99999999999999999999"},
         {zJsonNewString(u"5000000000"), 5000000000, 5e9, true, "5000000000"},
         {zJsonNewInt(-7), -7, -7.0, true, "-7"},
-        {zJsonNewInt(0), 0, 0.0, false, "0"},
         {zJsonNewReal(-2.75), -2, -2.75, true, "-2.75"},
         {zJsonNewReal(1e300), INT64_MAX, 1e300, true, "1e+300"},
         {zJsonNewBoolean(true), 1, 1.0, true, "true"},
-        {zJsonNewBoolean(false), 0, 0.0, false, "false"},
         {zJsonNew(Z_JSON_OBJECT), 0, 0.0, false, ""},
         {zJsonDup(object.get()), 3, 3.0, true, ""},
         {zJsonDup(array.get()), 2, 2.0, true, ""},
@@ -55,9 +52,6 @@ TEST(Json, Conversions) {
         EXPECT_EQ(zJsonGetBoolean(node.get()), row.boolean) << row.text;
         EXPECT_EQ(test::narrow(zJsonGetString(node.get())), row.text);
     }
-    EXPECT_FALSE(zJsonNew(7));
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_FALSE(zJsonAttachString(nullptr));
 }
 
 TEST(Json, ChangesOfTypeReleaseTheOldValue) {
@@ -69,11 +63,6 @@ TEST(Json, ChangesOfTypeReleaseTheOldValue) {
     ASSERT_OK(zJsonSetString(node.get(), u"text"));
     ASSERT_OK(zJsonSetString(node.get(), zJsonGetString(node.get()) + 1)); // its own text
     EXPECT_EQ(test::narrow(zJsonGetString(node.get())), "ext");
-    ASSERT_OK(zJsonSetReal(node.get(), 0.5));
-    EXPECT_TRUE(zJsonIsReal(node.get()));
-    ASSERT_OK(zJsonSetNull(node.get()));
-    EXPECT_TRUE(zJsonIsNull(node.get()));
-
     Json own; // in the caller's memory
     ASSERT_OK(zJsonInit(&own, Z_JSON_ARRAY));
     ASSERT_OK(zJsonArrayPush(&own, zJsonNewInt(1)));
@@ -85,15 +74,11 @@ TEST(Json, Ids) {
     Oid id, back = {};
     for (uint8_t i = 0; i < sizeof id.id; ++i) id.id[i] = static_cast<uint8_t>(i * 13);
     auto node = guard(zJsonNewId(&id), zJsonFree);
-    ASSERT_TRUE(node);
     EXPECT_EQ(test::narrow(zJsonGetString(node.get())), "000d1a2734414e5b6875828f9ca9b6c3d0ddeaf7");
     ASSERT_OK(zJsonGetId(&back, node.get()));
     EXPECT_TRUE(zOidIsEqual(&id, &back));
     zJsonSetInt(node.get(), 1);
     EXPECT_FALSE(zJsonGetId(&back, node.get()));
-    EXPECT_EQ(zErrorClass(), 2);
-    ASSERT_OK(zJsonSetId(node.get(), &id));
-    EXPECT_TRUE(zJsonIsString(node.get()));
 }
 
 TEST(Json, ANodeHasOneParent) {
@@ -104,23 +89,14 @@ TEST(Json, ANodeHasOneParent) {
     EXPECT_FALSE(zJsonArrayPush(b.get(), node));
     EXPECT_EQ(text(a.get()) + text(b.get()), "{\"x\":1}[]");
     EXPECT_EQ(zJsonParent(node), a.get());
-    EXPECT_FALSE(zJsonIsRoot(node));
-    EXPECT_FALSE(zJsonObjectPut(b.get(), u"x", a.get())); // no object
-
     Json *out = zJsonObjectDetach(a.get(), u"x");
     ASSERT_EQ(out, node);
     EXPECT_TRUE(zJsonIsRoot(node));
     ASSERT_OK(zJsonArrayPush(b.get(), node));
-    EXPECT_FALSE(zJsonObjectDetach(a.get(), u"x"));
-    EXPECT_FALSE(zJsonObjectRemove(a.get(), u"x"));
-}
 
-TEST(Json, ANodeNeverGoesBelowItself) {
-    auto top = tree(u"{\"a\":{\"b\":[]}}");
-    Json *low = zJsonPathGet(top.get(), u"a.b");
-    EXPECT_FALSE(zJsonArrayPush(low, top.get()));
+    auto top = tree(u"{\"a\":{\"b\":[]}}"); // and is never below itself
+    EXPECT_FALSE(zJsonArrayPush(zJsonPathGet(top.get(), u"a.b"), top.get()));
     EXPECT_FALSE(zJsonObjectPut(top.get(), u"me", top.get()));
-    EXPECT_EQ(zJsonRoot(low), top.get());
     EXPECT_EQ(text(top.get()), "{\"a\":{\"b\":[]}}");
 }
 
@@ -153,9 +129,7 @@ TEST(Json, Elements) {
     auto object = tree(u"{}");
     zRaiseCanceled(nullptr);
     EXPECT_FALSE(zJsonArrayAt(object.get(), 0));
-    EXPECT_FALSE(zJsonArrayRemove(object.get(), 0));
     EXPECT_EQ(zErrorClass(), 6); // raises nothing of its own
-    EXPECT_EQ(zJsonArraySize(object.get()), 0u);
 }
 
 // Puts, replaces, removes and looks up in an order without pattern, against a plain map.
@@ -237,26 +211,18 @@ TEST(Json, LargeAndDeep) {
     EXPECT_EQ(zStrlenW(written.get()), 400002u);
 }
 
-TEST(Json, CopiesAreDeep) {
-    const char *form = "{\"a\":[1,{\"b\":\"x\"},true,null],\"c\":2.5}";
-    auto original = tree(test::wide(form).c_str());
-    auto copy = guard(zJsonDup(zJsonPathGet(original.get(), u"a")), zJsonFree);
-    ASSERT_TRUE(copy);
-    EXPECT_TRUE(zJsonIsRoot(copy.get()));
-    original.reset();
-    EXPECT_EQ(text(copy.get()), "[1,{\"b\":\"x\"},true,null]");
-}
-
 // What a text was read into is shared among its nodes; one that is taken out outlives the rest.
 TEST(Json, APartOutlivesItsTree) {
     auto whole = tree(u"{\"a\":\"first\",\"b\":{\"c\":\"second\"},\"d\":[1,2.5]}");
     auto part = guard(zJsonObjectDetach(whole.get(), u"b"), zJsonFree);
+    auto copy = guard(zJsonDup(whole.get()), zJsonFree);
     ASSERT_OK(zJsonPathSetString(whole.get(), u"a", u"a text that is longer than the first was"));
     ASSERT_OK(zJsonPathSetInt(whole.get(), u"a", 3));
     EXPECT_EQ(text(whole.get()), "{\"a\":3,\"d\":[1,2.5]}");
     whole.reset();
     ASSERT_OK(zJsonPathSetString(part.get(), u"d", zJsonPathGetString(part.get(), u"c")));
     EXPECT_EQ(text(part.get()), "{\"c\":\"second\",\"d\":\"second\"}");
+    EXPECT_EQ(text(copy.get()), "{\"a\":\"first\",\"d\":[1,2.5]}");
 }
 
 TEST(Json, Paths) {
@@ -282,11 +248,6 @@ TEST(Json, Paths) {
     zRaiseCanceled(nullptr);
     EXPECT_EQ(zJsonPathGetInt(root.get(), u"no.such"), 0);
     EXPECT_EQ(zErrorClass(), 3);
-    EXPECT_FALSE(zJsonPathGetBool(root.get(), u"no"));
-    Oid id = {};
-    zRaiseCanceled(nullptr);
-    EXPECT_FALSE(zJsonPathGetId(&id, root.get(), u"no"));
-    EXPECT_EQ(zErrorClass(), 6);
 }
 
 TEST(Json, PathsAreMadeOnTheWay) {
@@ -295,18 +256,15 @@ TEST(Json, PathsAreMadeOnTheWay) {
     ASSERT_OK(zJsonPathSetInt(root.get(), u"x.y", -5));
     ASSERT_OK(zJsonPathSetLarge(root.get(), u"$.x.z", 1LL << 40));
     ASSERT_OK(zJsonPathSetString(root.get(), u"x.y", u"now a text"));
-    ASSERT_OK(zJsonPathSetBool(root.get(), u"b", true));
     ASSERT_OK(zJsonPathSetId(root.get(), u"i", &id));
     EXPECT_FALSE(zJsonPathSetInt(root.get(), u"$", 1));
     EXPECT_EQ(zErrorClass(), 3);
     ASSERT_OK(zJsonPathRemove(root.get(), u"i"));
     EXPECT_TRUE(zJsonPathRemove(root.get(), u"not.there"));
-    EXPECT_EQ(text(root.get()), "{\"b\":true,\"x\":{\"y\":\"now a text\",\"z\":1099511627776}}");
+    EXPECT_EQ(text(root.get()), "{\"x\":{\"y\":\"now a text\",\"z\":1099511627776}}");
 
     auto path = guard(zJsonNewPath(u"a.b.c", zJsonNewNull()), zJsonFree);
     EXPECT_EQ(text(path.get()), "{\"a\":{\"b\":{\"c\":null}}}");
-    EXPECT_FALSE(zJsonNewPath(nullptr, nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
 }
 
 TEST(Text, ControlsBecomeBlanks) {

@@ -1,9 +1,9 @@
 // JSON text: what is accepted, what is written, and the limits of both.
 #include "support.hpp"
 
-#include <clocale>
 #include <cmath>
-#include <fstream>
+#include <sstream>
+#include <vector>
 
 namespace {
 
@@ -33,91 +33,54 @@ std::string written_wide(const Json *tree) {
 }
 
 const struct {
-    std::string text;
-    const char *printed; // null: refused
-} kTexts[] = {
+    std::string text, printed;
+} kAccepted[] = {
     {"{}", "{}"},
-    {"[]", "[]"},
     {" \t\r\n[ 1 , 2 ] \n", "[1,2]"},
-    {"", nullptr},
-    {"  ", nullptr},
-    {"1", nullptr}, // a scalar on top
-    {"\"x\"", nullptr},
-    {"true", nullptr},
-    {"{\"a\":1} x", nullptr}, // something behind the end
-    {"{\"a\":1}{", nullptr},
     {"[[1,2],[3]]", "[[1,2],[3]]"},
     {"{\"b\":1,\"a\":2}", "{\"a\":2,\"b\":1}"},         // in key order
     {"{\"a\":1,\"b\":3,\"a\":2}", "{\"a\":2,\"b\":3}"}, // the later twin
     {"{\"a\":{\"x\":[]},\"a\":[{}]}", "{\"a\":[{}]}"},
     {"{\"\":0}", "{\"\":0}"},
-    {"[1,]", nullptr},
-    {"{\"a\":1,}", nullptr},
-    {"[,1]", nullptr},
-    {"[1 2]", nullptr},
-    {"{\"a\" 1}", nullptr},
-    {"{\"a\":}", nullptr},
-    {"{a:1}", nullptr},
-    {"[\"a\":1]", nullptr},
-    {"[1}", nullptr},
-    {"{]", nullptr},
-    {"[", nullptr},
-    {"[\"abc", nullptr},
-    {"{\"a\":[1,2}", nullptr},
     {"[true,false,null]", "[true,false,null]"},
-    {"[True]", nullptr},
-    {"[truex]", nullptr},
-    {"[nul]", nullptr},
-    {"[0,-0,10,-12]", "[0,0,10,-12]"},
-    {"[01]", nullptr},
-    {"[-]", nullptr},
-    {"[+1]", nullptr},
-    {"[.5]", nullptr},
-    {"[1.]", "[1]"},
-    {"[0e1]", nullptr}, // a whole number with a leading 0 takes no exponent
+    {"[0,-0,10,-12,1.]", "[0,0,10,-12,1]"},
     {"[0.e1,10e1,1E+2,25e-1]", "[0,100,100,2.5]"},
-    {"[1e]", nullptr},
-    {"[1e+]", nullptr},
-    {"[1.5.2]", nullptr},
     {"[1234567.0]", "[1.23457e+06]"},
     {"[9223372036854775807,9223372036854775808]", "[9223372036854775807,9223372036854775807]"},
     {"[-9223372036854775809]", "[-9223372036854775808]"},
     {"[\"\\\"\\\\\\b\\f\\n\\r\\t\"]", "[\"\\\"\\\\\\b\\f\\n\\r\\t\"]"},
     {"[\"\\u0041\\/\"]", "[\"\\\\u0041\\\\/\"]"}, // not unescaped, so doubled
-    {"[\"\\u00g1\"]", nullptr},
-    {"[\"\\u00\"]", nullptr},
-    {"[\"\\x\"]", nullptr},
-    {"[\"\\\\\"]", "[\"\\\\\"]"},
-    {"[\"a\tb\"]", nullptr}, // controls in a string
-    {"[\"a\nb\"]", nullptr},
-    {"[\"a\x01"
-     "b\"]",
-     nullptr},
-    {"[\v1]", nullptr},
     {"[\"\x7f\"]", "[\"\x7f\"]"},
     {"[\"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\"]", "[\"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\"]"},
     {"{\"\xc3\xa4\":\"0123456789abcdef\xc3\xa4\"}", "{\"\xc3\xa4\":\"0123456789abcdef\xc3\xa4\"}"},
-    {"[\xc3\xa4]", nullptr}, // above 127 outside a string
-    {nested(255), nested(255).c_str()},
-    {nested(256), nullptr},
+    {nested(255), nested(255)},
 };
 
+// Scalars on top, something behind the end, breaks of the grammar; a blank is between two texts.
+constexpr char kRefused[] = R"(1 "x" {"a":1}x {"a":1}{ [1,] {"a":1,} [,1] {"a"1} {"a":} {a:1}
+    ["a":1] [1} [ ["abc {"a":[1,2} [True] [truex] [nul] [01] [-] [+1] [.5] [0e1] [1e] [1e+]
+    [1.5.2] ["\u00g1"] ["\u00"] ["\x"])";
+
 TEST(JsonText, AcceptsAndPrints) {
-    const std::string deep = nested(255);
-    for (const auto &row : kTexts) {
-        zRaiseCanceled(nullptr);
-        auto bytes = guard(read_bytes(row.text), zJsonFree);
-        auto wide = guard(zJsonReadTextual(test::wide(row.text).c_str()), zJsonFree);
-        EXPECT_EQ(zErrorClass(), 6) << row.text; // refusing raises nothing of its own
-        const bool accepted = row.printed;
-        EXPECT_EQ(bytes != nullptr, accepted) << row.text;
-        EXPECT_EQ(wide != nullptr, accepted) << row.text;
-        if (!bytes || !wide || !accepted) continue;
-        const std::string printed = row.text == deep ? deep : row.printed;
+    for (const auto &[text, printed] : kAccepted) {
+        auto bytes = guard(read_bytes(text), zJsonFree);
+        auto wide = guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree);
+        ASSERT_TRUE(bytes && wide) << text;
         EXPECT_EQ(written(bytes.get()), printed);
         EXPECT_EQ(written_wide(bytes.get()), printed);
         EXPECT_EQ(written(wide.get()), printed);
     }
+    zRaiseCanceled(nullptr);
+    std::vector<std::string> refused{"",           "  ",         "[1 2]",
+                                     "[\"a\tb\"]", "[\"a\nb\"]", "[\"a\x01z\"]",
+                                     "[\v1]",      "[\xc3\xa4]", nested(256)};
+    std::istringstream words(kRefused);
+    for (std::string text; words >> text;) refused.push_back(text);
+    for (const auto &text : refused) {
+        EXPECT_FALSE(guard(read_bytes(text), zJsonFree)) << text;
+        EXPECT_FALSE(guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree)) << text;
+    }
+    EXPECT_EQ(zErrorClass(), 6); // refusing raises nothing of its own
 }
 
 TEST(JsonText, ByteOrderMark) {
@@ -172,23 +135,10 @@ TEST(JsonText, UnorderedTwinsInALargeObject) {
 }
 
 TEST(JsonText, Escapes) {
-    const struct {
-        const zwchar *plain, *escaped;
-    } rows[] = {
-        {u"", u""},
-        {u"a\b\t\n\f\r\"\\z", u"a\\b\\t\\n\\f\\r\\\"\\\\z"},
-        {u"\x01/\x20ac\xd83d\xde00", u"\x01/\x20ac\xd83d\xde00"}, // only what must be
-    };
-    for (const auto &row : rows) {
-        auto escaped = guard(zJsonEscapeString(row.plain), zStrfreeW);
-        auto plain = guard(zJsonUnescapeString(row.escaped), zStrfreeW);
-        EXPECT_EQ(std::u16string(escaped.get()), row.escaped);
-        EXPECT_EQ(std::u16string(plain.get()), row.plain);
-    }
-    auto kept = guard(zJsonUnescapeString(u"\\/\\u0041\\q\\"), zStrfreeW);
-    EXPECT_EQ(std::u16string(kept.get()), u"\\/\\u0041\\q\\");
-    EXPECT_FALSE(zJsonEscapeString(nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
+    auto escaped = guard(zJsonEscapeString(u"a\n\"\x01/\x20ac"), zStrfreeW);
+    EXPECT_EQ(std::u16string(escaped.get()), u"a\\n\\\"\x01/\x20ac"); // only what must be
+    auto plain = guard(zJsonUnescapeString(u"\\n\\\"\\/\\u0041\\q\\"), zStrfreeW);
+    EXPECT_EQ(std::u16string(plain.get()), u"\n\"\\/\\u0041\\q\\"); // nor more on the way back
 }
 
 TEST(JsonText, WhatCannotBeWritten) {
@@ -219,7 +169,6 @@ TEST(JsonText, Files) {
     ASSERT_OK(zJsonWriteFile(tree.get(), path.c_str()));
     EXPECT_EQ(test::read(dir.path() / "a.json"), "{\"a\":{\"b\":7}}");
     auto read = guard(zJsonReadFile(path.c_str()), zJsonFree);
-    ASSERT_TRUE(read);
     EXPECT_EQ(zJsonPathGetInt(read.get(), u"a.b"), 7);
     // A tree that can't be written leaves the file alone.
     auto scalar = guard(zJsonNewInt(1), zJsonFree);

@@ -42,12 +42,10 @@ TEST_F(Log, EachLevelHasItsPlace) {
         const char *name, *file;
         bool error;
     } kRows[] = {
-        {0, "emerg", "error.log", true},    {1, "alert", "error.log", true},
-        {2, "critical", "error.log", true}, {3, "error", "error.log", true},
-        {4, "warning", "error.log", true},  {5, "notice", "message.log", false},
-        {6, "info", "message.log", false},  {7, "debug", nullptr, false},
-        {8, "access", "access.log", false}, {99, "debug", nullptr, false},
-        {-1, "debug", nullptr, false},
+        {0, "emerg", "error.log", true},     {4, "warning", "error.log", true},
+        {5, "notice", "message.log", false}, {6, "info", "message.log", false},
+        {7, "debug", nullptr, false},        {8, "access", "access.log", false},
+        {99, "debug", nullptr, false},       {-1, "debug", nullptr, false},
     };
     for (const auto &row : kRows) {
         std::filesystem::remove_all(dir.path() / "data");
@@ -78,7 +76,6 @@ TEST_F(Log, TextIsMadeSafeAndCutAtALine) {
     };
     EXPECT_EQ(logged(u"%s", u"a\r\nb\t\x1B[2J\x7F\x85"), "a\\r\\nb\\t\\x1b[2J\\x7f\\x85\n");
     EXPECT_EQ(logged(nullptr, nullptr), "Unknown Error\n");
-    EXPECT_EQ(logged(u"", nullptr), "Unknown Error\n");
 
     // A pair at every offset: whichever half would be cut goes with the other.
     for (size_t lead = 0; lead < 2; ++lead) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <numeric>
 #include <random>
 #include <vector>
 
@@ -27,52 +26,16 @@ std::u16string string_at(const Vector *vector, uint64_t index) {
     return text;
 }
 
-TEST(Vector, GrowsByItsSize) {
-    Vec vector = prim(Z_TYPE_INT32);
-    EXPECT_EQ(zVectorCapacity(vector.get()), 8u);
-    std::vector<uint64_t> steps;
-    for (int i = 0; i < 30; ++i) {
-        ASSERT_TRUE(zVectorPush(vector.get(), i));
-        if (steps.empty() || steps.back() != zVectorCapacity(vector.get()))
-            steps.push_back(zVectorCapacity(vector.get()));
-    }
-    EXPECT_EQ(steps, (std::vector<uint64_t>{8, 12, 18, 27, 40}));
-    ASSERT_TRUE(zVectorGrow(vector.get(), 10)); // still free
-    EXPECT_EQ(zVectorCapacity(vector.get()), 40u);
-    ASSERT_TRUE(zVectorGrow(vector.get(), 11)); // 30 * 1.5 is more than 41
-    EXPECT_EQ(zVectorCapacity(vector.get()), 45u);
-    EXPECT_FALSE(zVectorGrow(vector.get(), UINT64_MAX));
-    EXPECT_FALSE(zVectorReserve(vector.get(), UINT64_MAX / 4));
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_FALSE(zVectorNewPrim(0, UINT64_MAX));
-    EXPECT_EQ(zErrorClass(), 1);
-    EXPECT_EQ(zVectorSize(vector.get()), 30u);
-    ASSERT_TRUE(zVectorRemoveAll(vector.get()));
-    EXPECT_EQ(zVectorAvailable(vector.get()), 45u);
-}
-
 // Width and sign of each code: the greatest and the least value sort in their places.
 TEST(Vector, TypeCodesHaveTheirWidthAndSign) {
-    struct Row {
+    constexpr struct {
         int32_t type;
         uint64_t size;
         bool is_signed;
-    };
-    for (auto [type, size, is_signed] : {Row{0, 1, false},
-                                         {1, 1, true},
-                                         {2, 1, false},
-                                         {3, 2, true},
-                                         {4, 2, false},
-                                         {5, 4, true},
-                                         {6, 4, false},
-                                         {7, 4, true},
-                                         {8, 4, false},
-                                         {10, 8, true},
-                                         {11, 8, false},
-                                         {13, 1, true},
-                                         {14, 2, false},
-                                         {15, 8, false},
-                                         {16, 8, true}}) {
+    } kRows[] = {{0, 1, false},  {1, 1, true},  {2, 1, false},  {3, 2, true},   {4, 2, false},
+                 {5, 4, true},   {6, 4, false}, {7, 4, true},   {8, 4, false},  {10, 8, true},
+                 {11, 8, false}, {13, 1, true}, {14, 2, false}, {15, 8, false}, {16, 8, true}};
+    for (auto [type, size, is_signed] : kRows) {
         Vec vector = prim(type);
         ASSERT_TRUE(zVectorPush(vector.get(), int64_t{-1}) &&
                     zVectorPush(vector.get(), int64_t{1}));
@@ -87,7 +50,6 @@ TEST(Vector, TypeCodesHaveTheirWidthAndSign) {
     EXPECT_EQ(zVectorSearch(reals.get(), 2.5), 2);
     EXPECT_TRUE(zVectorAt(reals.get(), 0, &out));
     EXPECT_EQ(out, -1.0f);
-    for (int32_t bad : {-1, 20, 21}) EXPECT_FALSE(zVectorNewPrim(bad, 0)) << bad;
 }
 
 TEST(Vector, InsertSetRemoveKeepTheRest) {
@@ -103,13 +65,9 @@ TEST(Vector, InsertSetRemoveKeepTheRest) {
     EXPECT_EQ(string_at(vector.get(), 0) + string_at(vector.get(), 1) + string_at(vector.get(), 2),
               u"aca");
     ASSERT_TRUE(zVectorPop(vector.get()));
-    zwchar *last = nullptr;
-    ASSERT_TRUE(zVectorLast(vector.get(), &last) && zVectorLast(vector.get(), nullptr));
-    EXPECT_EQ(std::u16string(last), u"c");
     ASSERT_TRUE(zVectorPush(vector.get(), nullptr)); // null stays null and sorts as empty
     EXPECT_EQ(zVectorSearch(vector.get(), u""), 0);
     EXPECT_EQ(zVectorSearch(vector.get(), u"c"), 2);
-    EXPECT_EQ(zVectorSearch(vector.get(), u"b"), -1);
 }
 
 // Growing and moving up must not lose sight of the element that was handed in.
@@ -201,16 +159,11 @@ TEST(Vector, SortsLikeTheStandardLibrary) {
 }
 
 TEST(Vector, Refuses) {
-    Vector zeroed = {};
     int out = 7;
-    EXPECT_FALSE(zVectorPush(&zeroed, 1));
-    EXPECT_EQ(zVectorType(nullptr), -1);
-    EXPECT_TRUE(zVectorIsEmpty(&zeroed));
-    EXPECT_EQ(zErrorClass(), 2);
-
     Vec vector = prim(Z_TYPE_INT32);
     EXPECT_FALSE(zVectorPop(vector.get()) || zVectorLast(vector.get(), &out));
-    EXPECT_FALSE(zVectorSet(vector.get(), uint64_t{0}, 1) || zVectorRemove(vector.get(), 0));
+    EXPECT_FALSE(zVectorGrow(vector.get(), UINT64_MAX)); // sizes that wrap
+    EXPECT_FALSE(zVectorReserve(vector.get(), UINT64_MAX / 4) || zVectorNewPrim(0, UINT64_MAX));
     EXPECT_FALSE(zVectorAt(vector.get(), 0, &out));
     EXPECT_EQ(out, 7);
     EXPECT_FALSE(zVectorSetComp(vector.get(), by_key)); // the shared descriptor
@@ -219,8 +172,6 @@ TEST(Vector, Refuses) {
     EXPECT_EQ(zVectorSearch(pointers.get(), &out), -1);
     EXPECT_EQ(zErrorClass(), 10);
     EXPECT_FALSE(zVectorSort(pointers.get()));
-    EXPECT_TRUE(zVectorSetComp(pointers.get(), by_key));
-    EXPECT_TRUE(zVectorSort(pointers.get()));
 }
 
 } // namespace

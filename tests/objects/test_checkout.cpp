@@ -204,6 +204,100 @@ TEST_F(CheckoutTest, ALeftCopyIsTooOldAfterACommit) {
     EXPECT_EQ(porcelain(), "");
 }
 
+// A directory of ours is a link that leads out: nothing there is read, written or taken, and with
+// force the link goes.
+TEST_F(CheckoutTest, StaysBeforeALink) {
+    const fs::path outside = dir.path() / "outside";
+    write(outside / "file", "not ours");
+    write(outside / "in", "nor this");
+    fs::create_directory_symlink(outside, place / "new");
+    fs::remove_all(place / "d");
+    fs::create_directory_symlink(outside, place / "d");
+    ASSERT_OK(checkout());
+    EXPECT_TRUE(said(u"action.sConflicted", "new/file"));
+    EXPECT_NE(git(place, "ls-files -u new"), "");
+    EXPECT_EQ(git(place, "cat-file -e $(git hash-object " + (outside / "file").string() +
+                             ") 2>/dev/null && echo stored"),
+              "");
+    zCheckSpecSetOn(spec.get(), Z_CHECK_FORCE);
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(read(place / "new/file"), "side new");
+    EXPECT_EQ(read(outside / "file"), "not ours");
+    EXPECT_EQ(read(outside / "in"), "nor this");
+}
+
+// Write bits mean nothing for what a file holds, and names are what they are, by the byte.
+TEST_F(CheckoutTest, TakesReadOnlyFilesAndTwins) {
+    git_as("checkout -q side");
+    git_as("mv d/in D-in");
+    git_as("mv d/two d/TWO");
+    put("twin", "one");
+    put("Twin", "other");
+    git_as("add -A");
+    git_as("commit -qm twins");
+    git_as("branch -f twins");
+    git_as("checkout -q master");
+    git_as("branch -f side twins");
+    for (const char *name : {"kept", "gone"})
+        fs::permissions(place / name, fs::perms::owner_read | fs::perms::group_read);
+    git(place, "status");
+    ASSERT_OK(checkout("twins"));
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(read(place / "kept"), "side kept");
+    EXPECT_FALSE(fs::exists(place / "gone"));
+    EXPECT_FALSE(fs::exists(place / "d/two"));
+    EXPECT_EQ(read(place / "twin") + read(place / "Twin"), "oneother");
+    // The index is younger than every file: no status has to look into one.
+    const auto written = fs::last_write_time(place / ".git/index");
+    for (const char *name : {"kept", "twin", "Twin", "d/TWO"})
+        EXPECT_LT(fs::last_write_time(place / name), written) << name;
+}
+
+// A conflict from before whose file is gone: what the index keeps of it may be all there is. That
+// of a former target goes.
+TEST_F(CheckoutTest, KeepsOursOfAnEarlierConflict) {
+    put("edited", "mine");
+    put("same", "mine");
+    ASSERT_OK(checkout());
+    fs::remove(place / "edited");
+    git_as("branch -f later side");
+    git_as("-c core.bare=false worktree add -q '" + (dir.path() / "other").string() + "' later");
+    write(dir.path() / "other/edited", "later");
+    fs::remove(dir.path() / "other/same");
+    git(dir.path() / "other", "-c user.name=a -c user.email=b commit -qam later");
+    ASSERT_OK(checkout("later"));
+    EXPECT_EQ(git(place, "show :2:edited"), "mine");
+    EXPECT_EQ(git(place, "show :3:edited"), "later");
+    EXPECT_EQ(git(place, "ls-files -u same").find(" 3\t"), std::string::npos);
+    EXPECT_EQ(git(place, "show :2:same"), "mine");
+}
+
+// Git commits while we are at work, and knows no lock of ours: its commit stands.
+TEST_F(CheckoutTest, TakesNoOtherCommitBack) {
+    static std::function<void()> meanwhile;
+    meanwhile = [this] {
+        git_as("commit -q --allow-empty -m meanwhile");
+        meanwhile = [] {};
+    };
+    report.progress = [](const Notify *, const zwchar *) { meanwhile(); };
+    git_as("pack-refs --all");
+    EXPECT_FALSE(checkout());
+    EXPECT_EQ(git(place, "log -1 --format=%s --all --grep=MERGE"), "");
+    EXPECT_EQ(read(place / "edited"), "side edited");
+    meanwhile = [] {};
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "");
+}
+
+// An empty file is what a process leaves that dies before it writes.
+TEST_F(CheckoutTest, GoesOnWhereOneWasKilled) {
+    put("untracked", "");
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(read(place / "untracked"), "side untracked");
+}
+
 // From nothing, with links, executables, odd names, and nothing written behind a link.
 TEST_F(CheckoutTest, FillsAnEmptyCopy) {
     const fs::path source = dir.path() / "source", outside = dir.path() / "outside";

@@ -60,6 +60,24 @@ TEST_F(PartialCommitTest, TakesWhatIsSelectedAndNothingElse) {
     EXPECT_EQ(narrow(zErrorMsg()), text(u"odb.eNoChangesToCommit"));
 }
 
+// No tree may hold both: a Windows machine has place for one.
+TEST_F(PartialCommitTest, ANewCaseOfANameTakesThePlaceOfTheOld) {
+    for (auto name : {"Plan", "dir/Größe", "dir/stays"}) put(name, "1");
+    commit_all();
+    git(place, "mv Plan plan");
+    git(place, "mv dir/Größe DIR-");
+    fs::create_directory(place / "DIR");
+    fs::rename(place / "DIR-", place / "DIR/GRÖßE");
+    git(place, "rm -q --cached DIR-");
+    ASSERT_OK(commit_only({u"plan", u"DIR/GRÖßE"}, kLiteral));
+    EXPECT_EQ(git(place, "-c core.quotepath=off ls-tree -r --name-only HEAD"),
+              "DIR/GRÖßE\ndir/stays\nplan");
+    EXPECT_EQ(git(place, "status --porcelain"), "");
+    put("Plan", "2"); // both are there: nothing takes anything's place
+    EXPECT_FALSE(commit_only({u"Plan"}, kLiteral));
+    EXPECT_EQ(zErrorClass(), 4);
+}
+
 TEST_F(PartialCommitTest, LiteralNamesOfAFirstCommit) {
     for (auto name : {"#1.dwx", "st*r.dwx", "stair.dwx"}) put(name, "1");
     ASSERT_OK(commit_only({u"st*r.dwx", u"#1.dwx"}, kLiteral));

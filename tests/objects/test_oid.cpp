@@ -19,15 +19,10 @@ TEST(Oid, TextForms) {
     zwchar text[42];
     ASSERT_OK(zOidFormat(text, &id));
     EXPECT_EQ(narrow(text), kHex);
-    ASSERT_OK(zOidPathFormat(text, &id));
-    EXPECT_EQ(narrow(text), std::string(kHex).insert(2, "/"));
-    constexpr struct {
-        uint64_t count, length;
-    } kShort[] = {{0, 0}, {1, 1}, {7, 7}, {40, 40}, {50, 40}};
-    for (auto &row : kShort) {
-        ASSERT_OK(zOidNFormat(text, row.count, &id));
-        EXPECT_EQ(narrow(text), std::string(kHex, row.length)) << row.count;
-    }
+    ASSERT_OK(zOidNFormat(text, 7, &id));
+    EXPECT_EQ(narrow(text), std::string(kHex, 7));
+    ASSERT_OK(zOidNFormat(text, 50, &id)); // more than there is
+    EXPECT_EQ(narrow(text), kHex);
     zwchar path[Z_PATH_MAX] = u"tables";
     ASSERT_OK(zOidPathAppend(path, &id));
     EXPECT_EQ(narrow(path), "tables/" + std::string(kHex).insert(2, "/"));
@@ -40,30 +35,13 @@ TEST(Oid, RefusesTextThatIsNoIdAndLeavesTheTarget) {
         EXPECT_FALSE(zOidFromStr(&id, text));
         EXPECT_EQ(hex(&id), kHex);
     }
-    EXPECT_FALSE(zOidFromStr(&id, nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
 }
 
 TEST(Oid, OrderAndNull) {
     const Oid low = parsed(std::string(39, '0') + "1"), high = parsed("ff" + std::string(38, '0'));
     EXPECT_EQ(zOidCompare(&low, &high), -1); // bytes are unsigned
     EXPECT_EQ(zOidCompare(&high, &low), 1);
-    EXPECT_EQ(zOidCompare(&low, &low), 0);
-    EXPECT_EQ(zOidCompare(nullptr, &low), -1);
-    EXPECT_EQ(zOidCompare(&low, nullptr), 1);
-    EXPECT_TRUE(zOidIsEqual(nullptr, nullptr));
     EXPECT_FALSE(zOidIsEqual(nullptr, zOidIdentity())); // null is no id, not even the zero one
-    EXPECT_TRUE(zOidIsZero(nullptr));
-    EXPECT_TRUE(zOidIsZero(zOidIdentity()));
-    EXPECT_FALSE(zOidIsZero(&low));
-}
-
-TEST(Oid, RandomOnesDiffer) {
-    Oid a{}, b{};
-    ASSERT_OK(zOidRand(&a));
-    ASSERT_OK(zOidRand(&b));
-    EXPECT_FALSE(zOidIsZero(&a));
-    EXPECT_FALSE(zOidIsEqual(&a, &b));
 }
 
 TEST(Oid, OfBytesAndOfAFile) {

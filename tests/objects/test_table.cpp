@@ -121,7 +121,6 @@ TEST_F(TableTest, TagStartsAtOneAndIsStoredAsEightBytes) {
     EXPECT_EQ(zTableTagGet(table.get()), 9u);
     ASSERT_OK(zTableDel(table.get(), raw(kTagKey).data(), 16));
     EXPECT_EQ(zTableTagGet(table.get()), 1u);
-    EXPECT_EQ(zTableTagGet(nullptr), 1u);
 }
 
 TEST_F(TableTest, WalksInKeyOrder) {
@@ -136,7 +135,6 @@ TEST_F(TableTest, WalksInKeyOrder) {
         EXPECT_EQ(rows[i].second, std::to_string(i));
     }
 
-    EXPECT_TRUE(zTableIterDone(nullptr));
     IterPtr iter{zTableIterNew(table.get())};
     EXPECT_TRUE(zTableIterDone(iter.get()));
     EXPECT_FALSE(zTableIterNext(iter.get())) << "nowhere yet";
@@ -149,14 +147,10 @@ TEST_F(TableTest, WalksInKeyOrder) {
     zTableIterNext(iter.get());
     EXPECT_TRUE(zTableIterDone(iter.get()));
     EXPECT_FALSE(zTableIterKey(&value, &length, iter.get()));
-    zTableIterSeekToFirst(iter.get());
-    zTableIterPrev(iter.get());
-    EXPECT_TRUE(zTableIterDone(iter.get()));
 }
 
 TEST_F(TableTest, IsHeldByOneOpenerAndKeepsItsRows) {
     ASSERT_OK(put(table.get(), {1, 7}, ""));
-    EXPECT_EQ(zTableOwner(table.get()), repository.get());
     const std::u16string lock = std::u16string(zTablePath(table.get())) + u"/LOCK.zlck";
     EXPECT_TRUE(zPathFileExists(lock.c_str()));
     const Oid id = *zTableId(table.get());
@@ -168,12 +162,8 @@ TEST_F(TableTest, IsHeldByOneOpenerAndKeepsItsRows) {
     TablePtr again{zTableDiscover((dir / u"copy").c_str(), nullptr, &id)};
     ASSERT_OK(again);
     EXPECT_EQ(get(again.get(), {1, 7}), "") << "an empty value is a value";
-    EXPECT_EQ(zTableOwner(again.get()), nullptr);
-    EXPECT_FALSE(zTableDuplicate(again.get()));
-    EXPECT_EQ(zErrorClass(), 2);
     EXPECT_EQ(get(again.get(), {1, 8}), "(none)");
     EXPECT_EQ(zErrorClass(), 13);
-    EXPECT_EQ(test::narrow(zErrorMsg()), "An error occurred in the KV storage module");
 }
 
 TEST_F(TableTest, KilledHolderFreesAtOnceAndLosesNothing) {
@@ -206,27 +196,10 @@ TEST_F(TableTest, RefusesPathsThatItCanNotServe) {
     EXPECT_EQ(zErrorClass(), 13);
     EXPECT_FALSE(zPathExists(fresh.c_str())) << "looking for a table makes none";
     EXPECT_OK(TablePtr{zTableOpen(fresh.c_str(), true)});
-    TablePtr again{zTableOpen(fresh.c_str(), false)};
-    ASSERT_OK(again);
-    EXPECT_TRUE(zOidIsZero(zTableId(again.get())));
-
-    EXPECT_FALSE(zTableOpen(u"", true));
-    EXPECT_EQ(zErrorClass(), 2);
     for (const std::u16string &name : {std::u16string(500, 'a'), std::u16string(300, u'é')}) {
         EXPECT_FALSE(zTableOpen((dir / name).c_str(), true));
         EXPECT_EQ(zErrorCode(), 38) << "refused, not cut";
     }
-}
-
-TEST_F(TableTest, DuplicateHoldsEveryRow) {
-    ASSERT_OK(put(table.get(), kReferenceKey, "x"));
-    ASSERT_OK(zTableTagSet(table.get(), 5));
-    for (uint64_t i = 1; i <= 40; ++i) ASSERT_OK(put(table.get(), {1, i}, std::string(65536, 'v')));
-    TablePtr copy{zTableDuplicate(table.get())};
-    ASSERT_OK(copy);
-    EXPECT_FALSE(zOidIsEqual(zTableId(copy.get()), zTableId(table.get())));
-    EXPECT_EQ(rows_of(copy.get()), rows_of(table.get()));
-    EXPECT_EQ(zTableTagGet(copy.get()), 5u);
 }
 
 TEST_F(TableTest, WholeTableTravels) {
@@ -284,7 +257,6 @@ TEST_F(TableTest, PairsBeforeABreakAreStored) {
             EXPECT_EQ(rows_of(table.get()).size(), 3u);
         }
     }
-    EXPECT_FALSE(zTableReadStream(table.get(), nullptr));
 }
 
 TEST_F(TableTest, RowsInManyBatchesAllArrive) {
@@ -295,6 +267,10 @@ TEST_F(TableTest, RowsInManyBatchesAllArrive) {
     table = reopen();
     StreamPtr back{zTableWriteOut(table.get())};
     EXPECT_TRUE(rest_of(back.get()) == wire + be32(0));
+    TablePtr copy{zTableDuplicate(table.get())};
+    ASSERT_OK(copy);
+    EXPECT_FALSE(zOidIsEqual(zTableId(copy.get()), zTableId(table.get())));
+    EXPECT_EQ(rows_of(copy.get()), rows_of(table.get()));
 }
 
 // A flipped bit on the disk is an error, never another value and never a shorter table.
@@ -322,6 +298,14 @@ TEST_F(TableTest, DamageIsNoticed) {
     EXPECT_FALSE(TablePtr{zTableDuplicate(table.get())});
     StreamPtr part{zTablePartialWriteOut(table.get(), keys_from({{1, 0}}).get())};
     EXPECT_EQ(rest_of(part.get()), be32(0));
+
+    // Without its CURRENT the table isn't begun anew over its rows.
+    table.reset();
+    std::filesystem::remove(std::filesystem::path(path) / "CURRENT");
+    EXPECT_FALSE(TablePtr{zTableByid(repository.get(), &id)});
+    EXPECT_EQ(zErrorClass(), 13);
+    const auto is_row_file = [](auto &entry) { return entry.path().extension() == ".ldb"; };
+    EXPECT_TRUE(std::ranges::any_of(std::filesystem::directory_iterator(path), is_row_file));
 }
 
 TEST(KeyList, TravelsWholeOrInTrunks) {
@@ -336,7 +320,6 @@ TEST(KeyList, TravelsWholeOrInTrunks) {
     EXPECT_TRUE(std::ranges::equal(keys_of(back.get()), list, same_key));
     for (size_t cut = 0; cut < wire.size(); ++cut)
         EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(wire.substr(0, cut)).get())) << cut;
-    EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(be32(0)).get()));
     EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(be32(0xFFFFFFFF) + wire).get()));
 
     const struct {

@@ -1,7 +1,6 @@
 // The stream kinds and the portable encoding, through the interface only.
 #include "support.hpp"
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -57,17 +56,13 @@ void there_and_back(T value, uint64_t (*write)(Stream *, T), uint64_t (*read)(St
 
 TEST(StreamEncoding, NumbersComeBack) {
     there_and_back<int8_t>(-128, zStreamWrInt8, zStreamRdInt8);
-    there_and_back<uint8_t>(200, zStreamWrUInt8, zStreamRdUInt8);
     there_and_back<int16_t>(INT16_MIN, zStreamWrInt16, zStreamRdInt16);
-    there_and_back<uint16_t>(0xfffe, zStreamWrUInt16, zStreamRdUInt16);
     there_and_back<int32_t>(INT32_MIN + 1, zStreamWrInt32, zStreamRdInt32);
-    there_and_back<uint32_t>(0xfffefdfc, zStreamWrUInt32, zStreamRdUInt32);
     there_and_back<int64_t>(INT64_MIN + 1, zStreamWrInt64, zStreamRdInt64);
     there_and_back<uint64_t>(0xfffefdfcfbfaf9f8, zStreamWrUInt64, zStreamRdUInt64);
     there_and_back<float>(-0.0f, zStreamWrFloat, zStreamRdFloat);
     there_and_back<double>(std::numeric_limits<double>::denorm_min(), zStreamWrDouble,
                            zStreamRdDouble);
-    there_and_back<double>(HUGE_VAL, zStreamWrDouble, zStreamRdDouble);
 }
 
 const struct {
@@ -80,7 +75,6 @@ const struct {
     {{"\0\0\0\0x", 5}, 4, "", 4},
     {{"\0\0\0\0", 4}, 0, "", 4},     // the end already holds behind the prefix
     {{"\0\0\0\5ab", 6}, 6, "ab", 6}, // short: padded with zeros
-    {{"\0\0\0", 3}, 0, "", 3},       // no whole length
     {{"\4\0\0\1abc", 7}, 0, "", 4},  // longer than is allowed: left behind the prefix
     {{"\xff\xff\xff\xff"
       "abc",
@@ -130,17 +124,6 @@ TEST(StreamEncoding, LongestString) {
     EXPECT_EQ(zStreamSize(other.get()), 0u);
 }
 
-TEST(StreamEncoding, BrokenUtf8IsReplaced) {
-    auto stream = memory();
-    zStreamWrStringA(stream.get(), "a\xff\xc3");
-    zStreamWrUInt8(stream.get(), 0);
-    zStreamRewind(stream.get());
-    zwchar *text = nullptr;
-    EXPECT_EQ(zStreamRdStringW(stream.get(), &text), 7u);
-    EXPECT_EQ(std::u16string(text), u"a\xfffd\xfffd");
-    zStrfreeW(text);
-}
-
 TEST(MemStream, SeekStopsOneBehindTheEnd) {
     auto stream = memory();
     zStreamWrite(stream.get(), "0123456789", 10);
@@ -166,25 +149,6 @@ TEST(MemStream, SeekStopsOneBehindTheEnd) {
     EXPECT_EQ(contents(stream.get()), "0123456789");
 }
 
-TEST(MemStream, WritesGrowAndOverwrite) {
-    auto stream = memory();
-    std::string expected;
-    for (int i = 0; i < 500; ++i) {
-        zStreamWrite(stream.get(), "0123456789", 10);
-        expected += "0123456789";
-    }
-    EXPECT_EQ(zStreamSize(stream.get()), 5000u);
-    EXPECT_EQ(zStreamTell(stream.get()), 5000);
-    const Buffer &buffer = reinterpret_cast<MemStream *>(stream.get())->buffer;
-    EXPECT_STREQ(reinterpret_cast<const char *>(buffer.data), expected.c_str());
-
-    zStreamSeek(stream.get(), 2, 0);
-    zStreamWrite(stream.get(), "xy", 2);
-    EXPECT_EQ(zStreamSize(stream.get()), 5000u);
-    expected.replace(2, 2, "xy");
-    EXPECT_EQ(contents(stream.get()), expected);
-}
-
 // One behind the end of a full block lies outside of what the block promises to hold.
 TEST(MemStream, WriteBehindTheEndOfAFullBlock) {
     for (uint32_t mode : {0u, 2u}) {
@@ -196,22 +160,6 @@ TEST(MemStream, WriteBehindTheEndOfAFullBlock) {
         EXPECT_EQ(zStreamWrite(stream.get(), "ab", 2), 2u);
         EXPECT_EQ(contents(stream.get()), std::string("01234567\0ab", 11));
     }
-}
-
-TEST(MemStream, Arguments) {
-    EXPECT_FALSE(zMemStream(3, 0));
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_FALSE(zMemStreamInit(nullptr, 0, 0));
-    EXPECT_EQ(zErrorClass(), 1);
-    MemStream own;
-    ASSERT_OK(zMemStreamInit(&own, 1, 0));
-    EXPECT_EQ(zStreamWrite(&own.head, nullptr, 1), 0u);
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_EQ(zStreamRead(&own.head, nullptr, 1), 0u);
-    EXPECT_TRUE(zStreamFlush(&own.head)); // nothing to push out
-    zMemStreamCleanup(&own);
-    EXPECT_FALSE(own.buffer.data);
-    zStreamFree(nullptr);
 }
 
 // The same steps over every kind with a position.
@@ -253,25 +201,12 @@ TEST(FileStream, WritesAndReads) {
 
 TEST(FileStream, Failures) {
     test::TempDir dir;
-    EXPECT_FALSE(zFileStream((dir / u"none").c_str(), u"rb"));
-    EXPECT_EQ(zErrorClass(), 3);
-    EXPECT_FALSE(zStdioStream(nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
     test::write(dir.path() / "a", "text");
     auto reader = guard(zFileStream((dir / u"a").c_str(), u"rb"), zStreamFree);
     zRaiseCanceled(nullptr);
     EXPECT_EQ(zStreamWrite(reader.get(), "x", 1), 0u);
     EXPECT_EQ(zErrorCode(), EBADF);
     EXPECT_TRUE(zStreamError(reader.get()));
-    reader.reset();
-    // The sharing mode lasts as long as the stream.
-    auto share = guard(zShareStream((dir / u"a").c_str(), u"r+b", Z_SHARE_NONE), zStreamFree);
-    ASSERT_TRUE(share);
-    EXPECT_FALSE(zShareStream((dir / u"a").c_str(), u"rb", Z_SHARE_NONE));
-    EXPECT_EQ(zErrorClass(), 7);
-    share.reset();
-    share.reset(zShareStream((dir / u"a").c_str(), u"rb", Z_SHARE_NONE));
-    EXPECT_TRUE(share);
 }
 
 TEST(JsonStream, ParsesOnce) {
@@ -293,15 +228,6 @@ TEST(JsonStream, ParsesOnce) {
     EXPECT_FALSE(zJsonStreamData(broken.get()));
     zStreamWrite(broken.get(), "]", 1); // no tree was kept: asked again, it is parsed again
     EXPECT_TRUE(zJsonStreamData(broken.get()));
-}
-
-TEST(JsonStream, Failures) {
-    EXPECT_FALSE(zJsonStreamOut(nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
-    auto scalar = guard(zJsonNewInt(1), zJsonFree);
-    EXPECT_FALSE(zJsonStreamOut(scalar.get()));
-    auto plain = memory();
-    EXPECT_FALSE(zJsonStreamData(plain.get())); // no JSON stream
 }
 
 struct SocketPair : testing::Test {
@@ -328,13 +254,6 @@ TEST_F(SocketPair, MovesBytesAndClosesWithTheLastOwner) {
     EXPECT_EQ(write(ends[1], "pong", 4), 4);
     EXPECT_EQ(zStreamRead(second.get(), bytes, sizeof bytes), 4u);
     EXPECT_STREQ(bytes, "pong");
-    EXPECT_FALSE(zStreamEOF(first.get()));
-    EXPECT_TRUE(zStreamFlush(first.get()));
-    EXPECT_EQ(zStreamSize(first.get()), 0u);
-    EXPECT_EQ(zErrorCode(), 129);
-    EXPECT_EQ(zStreamTell(first.get()), -1);
-    EXPECT_FALSE(zStreamSeek(first.get(), 0, 0));
-    EXPECT_FALSE(zStreamRewind(first.get()));
 
     first.reset();
     borrowed.reset();

@@ -175,26 +175,6 @@ TEST(Share, WaitEndsWithTheHolder) {
     EXPECT_LT(Clock::now() - before, std::chrono::milliseconds(100));
 }
 
-TEST(Share, TransferAndNull) {
-    TempDir dir;
-    const Open share = open_share(dir / u"f", u"w+b", Z_SHARE_READ);
-    EXPECT_EQ(zSharePrintfA(share.get(), "%d;", 12), 3);
-    EXPECT_EQ(zSharePrintfW(share.get(), u"%s", u"\u00E4"), 1);
-    EXPECT_EQ(zShareSize(share.get()), 5u);
-    EXPECT_EQ(zShareTell(share.get()), 5);
-    EXPECT_TRUE(zShareSeek(share.get(), 3, SEEK_SET));
-    char text[8] = {};
-    EXPECT_EQ(zShareRead(share.get(), text, 8), 2u);
-    EXPECT_STREQ(text, "\xC3\xA4");
-    EXPECT_TRUE(zShareEOF(share.get()));
-    EXPECT_OK(zShareTruncate(share.get(), 1));
-    EXPECT_EQ(test::read(dir.path() / "f"), "1");
-    EXPECT_FALSE(zShareTruncate(share.get(), -1));
-    EXPECT_EQ(zErrorCode(), 22);
-    EXPECT_TRUE(zShareEOF(nullptr) && zShareError(nullptr) && zShareTell(nullptr) == -1);
-    EXPECT_FALSE(zShareRewind(nullptr) || zShareFlush(nullptr) || zShareSize(nullptr));
-}
-
 // ---- One at a time, whoever is killed
 
 struct Arena {               // in memory that the processes share

@@ -48,8 +48,9 @@ bool same_key(const DrawingKey &a, const DrawingKey &b) {
 class Importer {
   public:
     explicit Importer(const Import &request) : request_(request) {}
+    // A drawing may stand although writing it failed: at the very last, when its name is synced.
     ~Importer() {
-        if (fresh_) drop_table();
+        if (fresh_ && !zPathFileExists(request_.drawing.c_str())) drop_table();
     }
 
     // The file is cut while the table opens, each about a third of the time. Nothing is written

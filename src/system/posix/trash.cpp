@@ -7,7 +7,8 @@
 // NAME is the old name, with a number before its extension when it is taken. The info file comes
 // first and claims the name. The trash on the device of what goes is taken, so that nothing is
 // copied: that of the user's home, <mount>/.Trash/<uid> (a real directory with the sticky bit),
-// <mount>/.Trash-<uid>; and if none can be had a copy goes into the home trash.
+// <mount>/.Trash-<uid>; and if none can be had a copy goes into the home trash. Only where there
+// can be none at all is anything deleted: a full disk or one that fails is no such reason.
 #include "system/posix/native.hpp"
 
 #include <cctype>
@@ -44,11 +45,10 @@ bool own_directory(const std::string &path) {
 }
 
 bool usable(const std::string &trash) {
-    ::mkdir(trash.c_str(), 0700);
     for (const char *part : {"", "/files", "/info"}) {
         const std::string path = trash + part;
         if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return false;
-        if (!own_directory(path)) return false; // somebody else's, or a link
+        if (!own_directory(path)) return errno = EACCES, false; // somebody else's, or a link
     }
     return true;
 }
@@ -88,6 +88,12 @@ std::string numbered(const std::string &name, int number) {
 
 enum class Put { done, taken, other_device, failed, no_trash };
 
+// What a directory that can't be made says of the trash in it.
+Put no_directory() {
+    const bool broken = errno == ENOSPC || errno == EDQUOT || errno == EIO || errno == ENOMEM;
+    return broken ? Put::failed : Put::no_trash;
+}
+
 Put put_as(const std::string &path, const std::string &trash, const std::string &name,
            const std::string &info, bool copied) {
     const std::string info_path = trash + "/info/" + name + ".trashinfo";
@@ -113,7 +119,7 @@ Put put_as(const std::string &path, const std::string &trash, const std::string 
 // Moves into one trash; `top` is taken off the path that the info file tells.
 Put put_into(const std::string &path, const std::string &trash, const std::string &top,
              bool copied = false) {
-    if (!usable(trash)) return Put::no_trash;
+    if (!usable(trash)) return no_directory();
     const std::string told = top.empty() ? path : path.substr(top == "/" ? 1 : top.size() + 1);
     const std::string info = info_text(told), name = base_name(path);
     Put put = Put::taken;
@@ -130,7 +136,8 @@ Put into_any_trash(const std::string &path) {
     const std::string home = home_trash(), top = top_directory(path, device);
     const std::string user = std::to_string(getuid());
     const bool have_home = !home.empty() && make_dirs(parent(home));
-    Put put = Put::no_trash;
+    Put put = home.empty() || have_home ? Put::no_trash : no_directory();
+    if (put == Put::failed) return put;
     if (have_home && device_of(parent(home), &home_device) && home_device == device)
         if (put = put_into(path, home, ""); settled(put)) return put;
     struct stat shared;

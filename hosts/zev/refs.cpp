@@ -1,0 +1,124 @@
+#include "refs.hpp"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <unistd.h>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using OwnedReference = Owned<Reference, zReferenceFree>;
+
+constexpr const char *kTempPrefix = "refs/zev/checkout-";
+
+// Git's lock on a file: another file of its name with ".lock" behind, which is written and renamed.
+class GitLock {
+  public:
+    explicit GitLock(const fs::path &target) : target_(target), path_(target.string() + ".lock") {
+        file_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        if (file_ < 0 && errno == EEXIST) throw Failed(kLocked, target.string() + ": locked");
+        if (file_ < 0) throw fs::filesystem_error({}, path_, {errno, std::generic_category()});
+    }
+    ~GitLock() {
+        if (file_ < 0) return;
+        close(file_);
+        unlink(path_.c_str());
+    }
+    GitLock(const GitLock &) = delete;
+    GitLock &operator=(const GitLock &) = delete;
+
+    void replace(const std::string &text) {
+        const auto written = ::write(file_, text.data(), text.size());
+        if (written != static_cast<ssize_t>(text.size()) || fsync(file_) ||
+            rename(path_.c_str(), target_.c_str()))
+            throw fs::filesystem_error({}, target_, {errno, std::generic_category()});
+        close(file_);
+        file_ = -1;
+    }
+
+  private:
+    fs::path target_, path_;
+    int file_;
+};
+
+// packed-refs: lines "<hex> <name>", each perhaps followed by "^<hex>", of a tag.
+std::string without(const std::string &packed, const std::string &name) {
+    std::istringstream in(packed);
+    std::string kept;
+    bool skips = false;
+    for (std::string line; std::getline(in, line);) {
+        if (!line.starts_with('^')) skips = line.size() > 41 && line.substr(41) == name;
+        if (!skips) kept += line + "\n";
+    }
+    return kept;
+}
+
+void unpack(const fs::path &root, const std::string &name) {
+    const fs::path path = root / "packed-refs";
+    if (!fs::exists(path)) return;
+    GitLock lock(path);
+    std::ifstream in(path, std::ios::binary);
+    const std::string packed{std::istreambuf_iterator<char>(in), {}};
+    if (const std::string kept = without(packed, name); kept != packed) lock.replace(kept);
+}
+
+} // namespace
+
+fs::path own_directory(const WorkingCopy &copy) {
+    const fs::path path(std::u16string(check(zRepositoryPath(copy.repository()))));
+    return path.has_filename() ? path : path.parent_path();
+}
+
+fs::path shared_directory(const WorkingCopy &copy) {
+    const fs::path own = own_directory(copy);
+    std::ifstream in(own / "commondir");
+    std::string line;
+    return std::getline(in, line) ? (own / line).lexically_normal() : own;
+}
+
+std::string current_branch(const WorkingCopy &copy) {
+    OwnedReference head(check(zReferenceLookup(copy.repository(), u"HEAD")));
+    if (zReferenceType(head.get()) != 2) return {};
+    return narrow(check(zReferenceSymbolic(head.get())));
+}
+
+bool is_branch(const WorkingCopy &copy, const std::string &name) {
+    return zReferenceExists(copy.repository(), wide(full_branch(name)).c_str());
+}
+
+void delete_reference(const WorkingCopy &copy, const std::string &full_name) {
+    const fs::path root = shared_directory(copy), file = root / full_name;
+    unpack(root, full_name);
+    std::error_code ignored;
+    if (!fs::exists(fs::symlink_status(file, ignored))) return;
+    const GitLock lock(file);
+    fs::remove(file);
+    fs::remove(root / "logs" / full_name, ignored);
+}
+
+TempBranch::TempBranch(const WorkingCopy &copy, const Oid *id) : copy_(copy) {
+    Oid chance;
+    const fs::path directory = shared_directory(copy) / "refs/zev";
+    std::error_code ignored;
+    for (const auto &left : fs::directory_iterator(directory, ignored))
+        if (left.path().filename().string().starts_with("checkout-"))
+            fs::remove(left.path(), ignored);
+    check(zOidRand(&chance));
+    name_ = kTempPrefix + hex(&chance).substr(0, 16);
+    if (id) OwnedReference(check(zReferenceCreate(copy.repository(), wide(name_).c_str(), id)));
+}
+
+TempBranch::~TempBranch() {
+    try {
+        delete_reference(copy_, name_);
+    } catch (...) { // the next one removes it
+    }
+}
+
+} // namespace host

@@ -1,0 +1,40 @@
+// Refs: references of this host's own, and their removal, for which the library has no call.
+#pragma once
+
+#include "copy.hpp"
+
+namespace host {
+
+inline constexpr std::string_view kHeads = "refs/heads/";
+inline std::string full_branch(const std::string &name) { return std::string(kHeads) + name; }
+
+// The full name of the branch that HEAD leads to, born or not; empty where HEAD is none.
+std::string current_branch(const WorkingCopy &copy);
+
+// The Git directory, and the one that has the references, which may be that of another worktree.
+std::filesystem::path own_directory(const WorkingCopy &copy);
+std::filesystem::path shared_directory(const WorkingCopy &copy);
+
+bool is_branch(const WorkingCopy &copy, const std::string &name);
+
+// As git does it: under the locks of the packed references and of the reference, from the packed
+// ones first, so that no older state of it comes up in between. Its log goes along. One that isn't
+// there is no failure.
+void delete_reference(const WorkingCopy &copy, const std::string &full_name);
+
+// A reference for the length of one checkout, which makes its commit there. To be made under the
+// index lock: what a killed process left of its own is removed on the way.
+class TempBranch {
+  public:
+    TempBranch(const WorkingCopy &copy, const Oid *id); // null: not born
+    ~TempBranch();
+    TempBranch(const TempBranch &) = delete;
+    TempBranch &operator=(const TempBranch &) = delete;
+    const std::string &name() const { return name_; }
+
+  private:
+    const WorkingCopy &copy_;
+    std::string name_;
+};
+
+} // namespace host

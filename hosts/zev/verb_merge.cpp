@@ -1,0 +1,255 @@
+// merge: what another branch did, into the current one.
+//
+// A branch that the current commit leads to is one checkout. Of branches that went apart, the
+// checkout goes from their common commit to the other's tip on a reference of its own: it compares
+// the index with the common commit, so that what we did since counts as local work, and the index
+// comes out with both. That is committed on HEAD; the checkout's own commit goes with its
+// reference.
+//
+// The index lock is held from before the first look until the commit stands. A crash leaves the
+// old commit, and files or an index that have what came in: that is no obstacle to merging again.
+
+#include "graph.hpp"
+#include "refs.hpp"
+#include "transfer.hpp"
+
+#include <map>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const zwchar *kMergeHead = u"MERGE_HEAD"; // as git calls what is being merged
+
+// What comes in, by path; nothing for a file that they deleted.
+using Incoming = std::map<std::string, std::optional<Oid>>;
+
+Incoming incoming_files(const WorkingCopy &copy, const Oid &base, Commit *theirs) {
+    OwnedCommit from(check(zCommitByid(copy.repository(), &base)));
+    OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+    OwnedDiff changes(check(zCommitDiff(from.get(), theirs, spec.get(), nullptr)));
+    Incoming files;
+    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i) {
+        const DiffEntry *entry = zDiffListEntry(changes.get(), i);
+        std::optional<Oid> id;
+        if (zDiffEntryStatus(entry) != Z_KIND_DELETED) id = *zDiffEntryNewId(entry);
+        files[narrow(zDiffEntryNewPath(entry))] = id;
+    }
+    return files;
+}
+
+bool same(const std::optional<Oid> &a, const std::optional<Oid> &b) {
+    return a ? b && zOidIsEqual(&*a, &*b) : !b;
+}
+
+// The commit takes the whole index, and the checkout stages what the user did to files that come
+// in: both must be as in HEAD, or as what comes in.
+class LocalWork {
+  public:
+    LocalWork(const WorkingCopy &copy, Index *index, const Incoming &incoming)
+        : copy_(copy), index_(index), incoming_(incoming) {}
+
+    void require_none() {
+        look_at_index();
+        if (!found_.empty())
+            throw Failed(kOther, "these changes are staged: " + some_of(found_) +
+                                     "; commit or revert them before the merge");
+        look_at_files();
+        if (!found_.empty())
+            throw Failed(kOther, "the merge would change files that are not committed: " +
+                                     some_of(found_) + "; commit, revert or move them first");
+    }
+
+  private:
+    void look_at_index() {
+        OwnedTree head(check(zCommitTree(copy_.head().get())));
+        OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+        OwnedDiff staged(
+            check(zDiffTreeToIndex(copy_.repository(), head.get(), index_, spec.get(), nullptr)));
+        for (uint64_t i = 0; i < zDiffListLength(staged.get()); ++i) {
+            const DiffEntry *entry = zDiffListEntry(staged.get(), i);
+            std::optional<Oid> id;
+            if (zDiffEntryStatus(entry) != Z_KIND_DELETED) id = *zDiffEntryNewId(entry);
+            refuse_unless_same(narrow(zDiffEntryNewPath(entry)), id);
+        }
+    }
+
+    void refuse_unless_same(const std::string &path, const std::optional<Oid> &id) {
+        const auto file = incoming_.find(path);
+        if (file == incoming_.end() || !same(file->second, id)) found_.push_back(path);
+    }
+
+    // A file that is gone from the disk, but not from the index, has nothing to lose.
+    void look_at_files() {
+        if (incoming_.empty()) return;
+        OwnedSpec spec(
+            check(zPathSpecNew(nullptr, Z_SPEC_LITERAL | Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+        for (const auto &[path, id] : incoming_)
+            check(zPathSpecAdd(spec.get(), wide(path).c_str()));
+        OwnedStatus list(check(zStatusListBuild(index_, spec.get())));
+        for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+            const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
+            const fs::file_status status = fs::symlink_status(copy_.absolute(path));
+            if (!fs::exists(status)) continue;
+            Oid id{};
+            if (fs::is_regular_file(status))
+                check(zOidFromFile(&id, copy_.absolute(path).u16string().c_str()), path);
+            refuse_unless_same(path, id);
+        }
+    }
+
+    const WorkingCopy &copy_;
+    Index *index_;
+    const Incoming &incoming_;
+    std::vector<std::string> found_;
+};
+
+bool is_as_head(const WorkingCopy &copy, Index *index) {
+    const OwnedTree tree(check(zIndexWriteTree(index)));
+    return zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()));
+}
+
+class Merge {
+  public:
+    Merge(Host &host, const WorkingCopy &copy, const MergeOptions &options)
+        : host_(host), copy_(copy), options_(options) {}
+
+    int run() {
+        theirs_ = copy_.commit(options_.branch);
+        if (!copy_.born()) return take_over();
+        if (options_.force) clear_away();
+        require_settled(copy_);
+        require_no_merge(copy_);
+        Graph graph(copy_, host_.notify);
+        const Oid ours = *zCommitId(copy_.head().get()), theirs = *zCommitId(theirs_.get());
+        const std::optional<Oid> base = graph.common(ours, theirs);
+        if (!base) throw Failed(kOther, options_.branch + ": has no commit in common with HEAD");
+        if (zOidIsEqual(&*base, &theirs)) return nothing_to_do();
+        return zOidIsEqual(&*base, &ours) ? take_over() : bring_together(*base);
+    }
+
+  private:
+    int nothing_to_do() const {
+        host_.out.line("nothing to do; the branch is contained already");
+        return summary("nothing", {});
+    }
+
+    // With the question answered, HEAD's own state takes the place of the local work.
+    void clear_away() {
+        confirm_trash(host_, local_work(copy_));
+        const OwnedIndex lock = copy_.lock_index();
+        const OwnedCommit head = copy_.head();
+        const TempBranch temporary(copy_, zCommitId(head.get()));
+        const Transfer cleared = transfer(host_, copy_, wide(temporary.name()).c_str(),
+                                          zCommitId(head.get()), Z_CHECK_FORCE | Z_CHECK_NO_LOCKS);
+        if (!cleared.whole()) throw Failed(kOther, "not all local changes could be taken away");
+        finish_merge(copy_);
+    }
+
+    int take_over() {
+        const Transfer taken = transfer(host_, copy_, nullptr, zCommitId(theirs_.get()), 0);
+        const OwnedCommit head = copy_.head();
+        if (!taken.whole()) return incomplete(taken, zCommitId(head.get()));
+        return has_conflicts(copy_) ? conflicted() : done(head.get());
+    }
+
+    int bring_together(const Oid &base) {
+        const std::string author = author_of("");
+        const Incoming incoming = incoming_files(copy_, base, theirs_.get());
+        const OwnedIndex index = copy_.lock_index();
+        LocalWork(copy_, index.get(), incoming).require_none();
+        stop_on_break(host_.notify);
+        Transfer taken;
+        {
+            const TempBranch temporary(copy_, &base);
+            taken = transfer(host_, copy_, wide(temporary.name()).c_str(), zCommitId(theirs_.get()),
+                             Z_CHECK_NO_LOCKS);
+        }
+        if (zIndexHasConflicts(index.get())) {
+            // Whoever resolves them is told whose they are; the commit then notes it.
+            Owned<Reference, zReferenceFree>(
+                check(zReferenceCreate(copy_.repository(), kMergeHead, zCommitId(theirs_.get()))));
+            return conflicted();
+        }
+        if (taken.broken_off && is_as_head(copy_, index.get()))
+            throw Failed(kCanceled, "cancelled");
+        const Oid *id = zCommitId(theirs_.get());
+        const std::string message = taken.whole() ? merge_note(id) : part_note(id);
+        const OwnedCommit made(check(zIndexCommit(index.get(), nullptr, u"HEAD",
+                                                  wide(author).c_str(), wide(message).c_str())));
+        return taken.whole() ? done(made.get()) : incomplete(taken, zCommitId(made.get()));
+    }
+
+    int done(const Commit *commit) const {
+        const std::string digits = hex(zCommitId(commit)).substr(0, 8);
+        host_.out.line(host_.out.paint(Colour::yellow, digits) + " " +
+                       narrow(zCommitMessage(commit)));
+        return summary("merged", zCommitId(commit));
+    }
+
+    int conflicted() const {
+        summary("conflicts", {});
+        return tell_conflicts(host_);
+    }
+
+    int incomplete(const Transfer &taken, const Oid *commit) const {
+        summary("incomplete", commit);
+        if (taken.broken_off) throw Failed(kCanceled, "cancelled; merge again for the rest");
+        throw Failed(kOther, std::to_string(taken.missed) +
+                                 " files were left out; close what uses them, and merge again");
+    }
+
+    int summary(const char *result, const Oid *commit) const {
+        Record record("merge");
+        record.set(u"branch", options_.branch).set(u"result", result);
+        record.set(u"theirs", zCommitId(theirs_.get()));
+        if (commit) record.set(u"commit", commit);
+        host_.out.record(record);
+        return kDone;
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    const MergeOptions &options_;
+    OwnedCommit theirs_;
+};
+
+} // namespace
+
+std::string unfinished_merge(const WorkingCopy &copy) {
+    if (!zReferenceExists(copy.repository(), kMergeHead)) return {};
+    const OwnedCommit theirs(zCommitByref(copy.repository(), kMergeHead));
+    return theirs ? merge_note(zCommitId(theirs.get())) : "";
+}
+
+// With the texts that git keeps beside it.
+void finish_merge(const WorkingCopy &copy) {
+    if (!zReferenceExists(copy.repository(), kMergeHead)) return;
+    delete_reference(copy, narrow(kMergeHead));
+    for (const char *name : {"MERGE_MSG", "MERGE_MODE"}) {
+        std::error_code ignored;
+        fs::remove(own_directory(copy) / name, ignored);
+    }
+}
+
+void require_no_merge(const WorkingCopy &copy) {
+    if (!unfinished_merge(copy).empty())
+        throw Failed(kOther, "the last merge is not committed yet; commit it, or revert "
+                             "everything");
+}
+
+// What was reverted as a whole must not be noted as merged by a later commit.
+void forget_merge(const WorkingCopy &copy) {
+    if (unfinished_merge(copy).empty() || has_conflicts(copy) || !copy.born()) return;
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    if (is_as_head(copy, index.get())) finish_merge(copy);
+}
+
+int merge(Host &host, const MergeOptions &options) {
+    WorkingCopy copy;
+    return Merge(host, copy, options).run();
+}
+
+} // namespace host

@@ -1,0 +1,401 @@
+#include "judge.hpp"
+
+#include <git2.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+
+namespace torture {
+
+namespace {
+
+template <auto Fn> struct Free {
+    void operator()(auto *pointer) const noexcept { Fn(pointer); }
+};
+template <class T, auto Fn> using Owned = std::unique_ptr<T, Free<Fn>>;
+using Repo = Owned<git_repository, git_repository_free>;
+using Odb = Owned<git_odb, git_odb_free>;
+
+void check(int code) {
+    if (code < 0) throw std::runtime_error(git_error_last() ? git_error_last()->message : "git");
+}
+
+// Calls what gives its result through a first parameter.
+template <auto Fn, class T> Owned<T, Fn> take(int code, T *made) {
+    check(code);
+    return Owned<T, Fn>(made);
+}
+
+Repo open(const Play &play) {
+    git_repository *repo = nullptr;
+    const int code = git_repository_open(&repo, play.copy().c_str());
+    return take<git_repository_free>(code, repo);
+}
+
+std::string hex(const git_oid &id) { return git_oid_tostr_s(&id); }
+
+std::string content(const fs::path &path) {
+    const std::string bytes = read(path);
+    git_oid id;
+    check(git_odb_hash(&id, bytes.data(), bytes.size(), GIT_OBJECT_BLOB));
+    return hex(id);
+}
+
+// What a trash writes of its own.
+bool is_description(const fs::path &path) {
+    return path.filename() == "info.$$$" || path.extension() == ".trashinfo";
+}
+
+void look_at_files(State &state, const Play &play) {
+    const fs::path git = play.copy() / ".git";
+    for (auto at = fs::recursive_directory_iterator(play.copy()); at != end(at); ++at) {
+        if (at->path() == git) at.disable_recursion_pending();
+        if (at->is_regular_file() && !at->is_symlink())
+            state.work[at->path().lexically_relative(play.copy())] = content(at->path());
+    }
+    for (const fs::path &place : {git / "trash", play.root / "home"}) {
+        if (!fs::exists(place)) continue;
+        for (const auto &entry : fs::recursive_directory_iterator(place))
+            if (entry.is_regular_file() && !is_description(entry.path()))
+                state.kept.insert(content(entry.path()));
+    }
+}
+
+// Names and contents of what the store and the tables of the drawings hold.
+void look_at_store(State &state, const Play &play) {
+    for (const char *part : {"objects", "tables"})
+        for (const auto &entry : fs::recursive_directory_iterator(play.copy() / ".git" / part)) {
+            const std::string name = entry.path().filename();
+            if (entry.is_regular_file() && !name.starts_with("LOG"))
+                state.store.insert(entry.path().lexically_relative(play.copy()).string() + " " +
+                                   content(entry.path()));
+        }
+}
+
+int note_committed(const char *root, const git_tree_entry *entry, void *files) {
+    if (git_tree_entry_type(entry) == GIT_OBJECT_BLOB)
+        (*static_cast<Files *>(files))[std::string(root) + git_tree_entry_name(entry)] =
+            hex(*git_tree_entry_id(entry));
+    return 0;
+}
+
+void look_at_head(State &state, git_repository *repo, git_tree **tree) {
+    git_reference *name = nullptr;
+    check(git_reference_lookup(&name, repo, "HEAD"));
+    Owned<git_reference, git_reference_free> name_guard(name);
+    if (const char *branch = git_reference_symbolic_target(name)) state.branch = branch;
+    git_oid id;
+    check(git_reference_name_to_id(&id, repo, "HEAD"));
+    git_commit *commit = nullptr;
+    check(git_commit_lookup(&commit, repo, &id));
+    Owned<git_commit, git_commit_free> commit_guard(commit);
+    state.head = hex(id);
+    state.tree = hex(*git_commit_tree_id(commit));
+    for (unsigned i = 0; i < git_commit_parentcount(commit); ++i)
+        state.parents.insert(hex(*git_commit_parent_id(commit, i)));
+    check(git_commit_tree(tree, commit));
+    check(git_tree_walk(*tree, GIT_TREEWALK_PRE, note_committed, &state.committed));
+}
+
+void look_at_index(State &state, git_repository *repo, git_tree *tree) {
+    git_index *index = nullptr;
+    check(git_repository_index(&index, repo));
+    Owned<git_index, git_index_free> index_guard(index);
+    state.conflicts = git_index_has_conflicts(index);
+    for (size_t i = 0; i < git_index_entrycount(index); ++i) {
+        const git_index_entry *entry = git_index_get_byindex(index, i);
+        state.index[entry->path] = hex(entry->id);
+    }
+    git_diff *diff = nullptr;
+    check(git_diff_tree_to_index(&diff, repo, tree, index, nullptr));
+    Owned<git_diff, git_diff_free> diff_guard(diff);
+    for (size_t i = 0; i < git_diff_num_deltas(diff); ++i) {
+        const git_diff_delta *delta = git_diff_get_delta(diff, i);
+        state.staged[delta->new_file.path] = hex(delta->new_file.id);
+    }
+}
+
+// ---- The rules, each of which gives what is wrong or an empty text
+
+struct Case {
+    const Play &play;
+    const Expected &expected;
+    const Strike &strike;
+    State now;
+
+    bool killed() const {
+        return strike.mode == "kill" || strike.mode == "forget" || strike.mode == "hollow";
+    }
+    bool unpowered() const { return strike.mode == "forget" || strike.mode == "hollow"; }
+};
+
+bool is_old(const Case &at) {
+    return at.now.head == at.expected.before.head && at.now.branch == at.expected.before.branch;
+}
+
+bool is_new(const Case &at) {
+    const State &after = at.expected.after;
+    return at.now.branch == after.branch && at.now.tree == after.tree &&
+           (at.now.head == after.head || at.now.parents.contains(at.expected.before.head));
+}
+
+bool is_named(const Case &at, const std::string &path) {
+    return at.expected.before.work.contains(path) || at.expected.after.work.contains(path) ||
+           at.expected.before.index.contains(path);
+}
+
+bool has(const Files &files, const std::string &path, const std::string &content) {
+    const auto found = files.find(path);
+    return found != files.end() && found->second == content;
+}
+
+// A merge leaves out a file that can't be written, and fails; the next one brings the rest.
+bool is_part(const Case &at) {
+    if (at.killed() || at.strike.code == 0) return false;
+    if (!at.now.parents.contains(at.expected.before.head)) return false;
+    return std::ranges::all_of(at.now.committed, [&](auto &file) {
+        const auto &[path, content] = file;
+        return has(at.expected.before.committed, path, content) ||
+               has(at.expected.after.committed, path, content);
+    });
+}
+
+std::string head_is_old_or_new(const Case &at) {
+    if (!at.now.fault.empty()) return at.now.fault;
+    return is_old(at) || is_new(at) || is_part(at) ? "" : at.now.branch + " at " + at.now.head;
+}
+
+// The beginning of a program's output, in one line.
+std::string first_of(std::string text) {
+    text.resize(std::min<size_t>(text.size(), 200));
+    std::ranges::replace(text, '\n', ' ');
+    return text;
+}
+
+bool is_untouched(const Case &at) {
+    const State &before = at.expected.before;
+    return at.now.store == before.store && at.now.index == before.index && is_old(at);
+}
+
+std::string objects_are_whole(const Case &at) {
+    if (is_untouched(at)) return "";
+    const Outcome fsck = at.play.run({"git", "fsck", "--strict", "--no-dangling"});
+    const bool missing = fsck.text.find("missing") != std::string::npos;
+    return fsck.code == 0 && !missing ? "" : first_of(fsck.text);
+}
+
+// What a drawing of the copy comes out as, empty if it doesn't.
+std::string exported(const Case &at, const std::string &path) {
+    const fs::path out = at.play.root / "tmp" / "drawing.dxf";
+    return at.play.run({"zev", "export", path, out}).code == 0 ? read(out) : "";
+}
+
+// A drawing may be one of the known ones under a new key.
+bool is_known_drawing(const Case &at, const std::string &path) {
+    return path.ends_with(".dwx") &&
+           std::ranges::any_of(at.expected.drawings, [bytes = exported(at, path)](auto &known) {
+               return known.second == bytes;
+           });
+}
+
+// The same from the other side: a known one may be in the copy under a new key.
+bool has_new_key(const Case &at, const std::string &content) {
+    const auto known = at.expected.drawings.find(content);
+    return known != at.expected.drawings.end() && std::ranges::any_of(at.now.work, [&](auto &file) {
+               return file.first.ends_with(".dwx") && exported(at, file.first) == known->second;
+           });
+}
+
+// Reading an object compares its bytes with its name.
+bool in_store(git_odb *odb, const std::string &content) {
+    git_oid id;
+    git_odb_object *object = nullptr;
+    const bool found =
+        git_oid_fromstr(&id, content.c_str()) == 0 && git_odb_read(&object, odb, &id) == 0;
+    git_odb_object_free(object);
+    return found;
+}
+
+std::string no_byte_is_lost(const Case &at) {
+    const Repo repo = open(at.play);
+    git_odb *made = nullptr;
+    check(git_repository_odb(&made, repo.get()));
+    const Odb odb(made);
+    std::set<std::string> held = at.now.kept;
+    for (const auto &[path, content] : at.now.work) held.insert(content);
+    for (const auto &[path, content] : at.expected.before.work)
+        if (!held.contains(content) && !in_store(odb.get(), content) && !has_new_key(at, content))
+            return path;
+    for (const std::string &content : at.expected.before.kept)
+        if (!held.contains(content) && !in_store(odb.get(), content)) return "trash: " + content;
+    return "";
+}
+
+// A file of the user is as it was or as it was to become, never something in between. Without
+// power, what was only just brought out of the store may be anything.
+std::string no_file_is_torn(const Case &at) {
+    std::set<std::string> known;
+    const State &before = at.expected.before, &after = at.expected.after;
+    for (const Files *files : {&before.work, &before.index, &after.work, &after.index})
+        for (const auto &[path, content] : *files) known.insert(content);
+    for (const auto &[path, content] : at.now.work)
+        if (is_named(at, path) && !at.unpowered() && !known.contains(content) &&
+            !is_known_drawing(at, path))
+            return path;
+    return "";
+}
+
+// An index that is ahead of the head is what the killed writer would have committed.
+bool is_ahead(const Case &at, const std::string &path, const std::string &content) {
+    const State &before = at.expected.before, &after = at.expected.after;
+    if (path.ends_with(".dwx") && !has(before.index, path, content)) return true; // a new key
+    const bool gone = !at.now.index.contains(path) && !after.index.contains(path);
+    return is_old(at) &&
+           (gone || has(after.index, path, content) || has(before.work, path, content));
+}
+
+std::string index_is_no_older(const Case &at) {
+    const State &before = at.expected.before, &after = at.expected.after;
+    for (const auto &[path, content] : at.now.staged)
+        if (!has(before.staged, path, content) && !has(after.staged, path, content) &&
+            !is_ahead(at, path, content))
+            return path + " is " + content;
+    return "";
+}
+
+// Whether drawings are what they have to be is another rule's.
+std::string differing(const Files &a, const Files &b) {
+    for (const auto &[path, content] : a) {
+        const auto other = b.find(path);
+        if (other == b.end() || (content != other->second && !path.ends_with(".dwx"))) return path;
+    }
+    return a.size() == b.size() ? "" : a.size() < b.size() ? differing(b, a) : "";
+}
+
+std::string done_is_done(const Case &at) {
+    const State &after = at.expected.after;
+    const std::string text = first_of(at.strike.text);
+    if (at.strike.mode == "short" && at.strike.code != at.expected.code)
+        return "a short write: " + text;
+    if (at.strike.code == 124) return "hangs";
+    if (!at.killed() && at.strike.code > 128) return "signal: " + text;
+    if (at.killed())
+        return at.strike.at || !at.expected.durable || is_new(at) ? "" : "forgotten: " + text;
+    if (at.strike.code != at.expected.code) return "";
+    if (!is_new(at)) return "done, but the head is old: " + text;
+    const std::string staged = differing(at.now.staged, after.staged);
+    if (!staged.empty()) return "done, but the index has another " + staged + ": " + text;
+    const std::string file = differing(at.now.work, after.work);
+    // A file that somebody removed by hand may come back on the way, or not.
+    const bool lost =
+        at.expected.before.index.contains(file) && !at.expected.before.work.contains(file);
+    return file.empty() || lost ? "" : "done, but there is another " + file + ": " + text;
+}
+
+// ---- The next day's work
+
+std::string is_clean(const Play &play) {
+    const Outcome status = play.run({"git", "status", "--porcelain", "-uall"});
+    return status.code == 0 && status.text.empty() ? "" : first_of(status.text);
+}
+
+// A file that stands where its removal is staged: a commit of paths keeps the removal.
+bool is_beside_its_removal(const Case &at) {
+    return std::ranges::any_of(at.now.work, [&](auto &file) {
+        return at.now.committed.contains(file.first) && !at.now.index.contains(file.first);
+    });
+}
+
+std::string next_commit(const Case &at) {
+    write(at.play.copy() / "next.txt", "the next day\n");
+    std::vector<Words> steps;
+    if (at.expected.git) {
+        steps = {{"git", "add", "-A"}, {"git", "commit", "-qm", "next"}};
+    } else {
+        if (is_beside_its_removal(at)) steps.push_back({"zev", "add", "."});
+        steps.push_back({"zev", "commit", "-m", "next", "."});
+    }
+    // A resolution that was cut short may be taken back by the next command.
+    if (!at.expected.git && (at.now.conflicts || at.expected.before.conflicts))
+        at.play.run({"zev", "resolve", "--mine", "--all"});
+    for (const Words &step : steps)
+        if (const Outcome done = at.play.run(step); done.code != 0)
+            return step[1] + ": " + first_of(done.text);
+    if (const std::string rest = is_clean(at.play); !rest.empty()) return "not clean: " + rest;
+    const State then = look(at.play);
+    return then.work.contains("next.txt") ? "" : "next.txt is gone";
+}
+
+// The locks of whoever was killed are gone by now.
+std::string all_verifies(const Case &at) {
+    if (at.expected.git || is_untouched(at)) return "";
+    const Outcome verify = at.play.run({"zev", "verify"});
+    return verify.code == 0 ? "" : first_of(verify.text);
+}
+
+std::string drawings_come_out(const Case &at) {
+    const fs::path out = at.play.root / "tmp" / "out.dxf";
+    if (at.now.store == at.expected.before.store) return "";
+    for (const auto &[path, content] : at.now.work) {
+        const auto known = at.expected.drawings.find(content);
+        if (known == at.expected.drawings.end() || !is_named(at, path)) continue;
+        const Outcome done = at.play.run({"zev", "export", path, out});
+        if (done.code != 0) return path + ": " + first_of(done.text);
+        if (read(out) != known->second) return path + " comes out otherwise";
+    }
+    return "";
+}
+
+std::string nothing_is_left_about(const Case &at) {
+    for (const auto &[path, content] : look(at.play).work)
+        if (!at.expected.litters && !is_named(at, path) && path != "next.txt") return path;
+    return "";
+}
+
+std::string no_byte_is_lost_later(const Case &at) {
+    return no_byte_is_lost({at.play, at.expected, at.strike, look(at.play)});
+}
+
+constexpr struct {
+    const char *name;
+    std::string (*holds)(const Case &at);
+} kRules[] = {
+    {"head", head_is_old_or_new},   {"bytes", no_byte_is_lost},
+    {"torn", no_file_is_torn},      {"index", index_is_no_older},
+    {"claim", done_is_done},        {"whole", objects_are_whole},
+    {"next", next_commit}, // from here on the copy is another
+    {"verify", all_verifies},       {"litter", nothing_is_left_about},
+    {"drawing", drawings_come_out}, {"later", no_byte_is_lost_later},
+};
+
+} // namespace
+
+State look(const Play &play) {
+    State state;
+    try {
+        look_at_files(state, play);
+        look_at_store(state, play);
+        const Repo repo = open(play);
+        git_tree *tree = nullptr;
+        look_at_head(state, repo.get(), &tree);
+        Owned<git_tree, git_tree_free> guard(tree);
+        look_at_index(state, repo.get(), tree);
+    } catch (const std::exception &error) {
+        state.fault = error.what();
+    }
+    return state;
+}
+
+std::string judge(const Play &play, const Expected &expected, const Strike &strike) {
+    const Case at{play, expected, strike, look(play)};
+    for (const auto &rule : kRules) try {
+            if (const std::string what = rule.holds(at); !what.empty())
+                return std::string(rule.name) + ": " + what;
+        } catch (const std::exception &error) {
+            return std::string(rule.name) + ": " + error.what();
+        }
+    return "";
+}
+
+} // namespace torture

@@ -1,0 +1,48 @@
+// What a working copy is after something struck, and whether that can be stood by.
+#pragma once
+
+#include "play.hpp"
+
+#include <set>
+
+namespace torture {
+
+using Files = std::map<std::string, std::string>; // path and content
+
+// The parts of a working copy that are judged. Contents go by the hexadecimal id that they have
+// as blobs.
+struct State {
+    std::string branch, head, tree;
+    std::set<std::string> parents; // of the head
+    Files committed, index;
+    Files staged;                // where the index differs from the head
+    std::set<std::string> store; // files of the store and of the drawings' tables
+    Files work;                  // each file
+    std::set<std::string> kept;  // contents in the trash and in that of the desktop
+    bool conflicts = false;
+    std::string fault; // why it can't be read, else empty
+};
+
+State look(const Play &play);
+
+// What is known of an operation before it is struck.
+struct Expected {
+    State before, after;
+    bool git;                                    // the program is the system's git
+    bool litters;                                // may leave a temporary file when it is killed
+    int code;                                    // the program's exit code when it is done
+    bool durable;                                // done is done, whatever happens to the power
+    std::map<std::string, std::string> drawings; // content of a drawing, the file it came from
+};
+
+struct Strike {
+    std::string mode;
+    long at;  // 0: behind the last call
+    int code; // the program's exit code
+    std::string text;
+};
+
+// The first thing that is wrong, as "rule: what", or an empty text. Goes on to work in the copy.
+std::string judge(const Play &play, const Expected &expected, const Strike &strike);
+
+} // namespace torture

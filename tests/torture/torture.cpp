@@ -1,0 +1,391 @@
+// Strikes at every operation that changes a working copy, in each of the ways that preload.c knows,
+// and judges what is left.
+//   torture BUILD POINTS [OPERATION [MODE [CALL]]]
+//   torture BUILD four SECONDS
+// BUILD holds bin/zev and lib/libtorture.so, $ZEV_TEST_DATA the drawings. POINTS are spread over
+// the calls of each operation and mode; "all" is every call, and the mode "hollow" too, which else
+// has to be named: what was never synced may be hollow, and much isn't before the next commit.
+// OPERATION is how names in the table begin; those of git, which show the difference, run only when
+// they are named. A single point is left where it was played. "four" lets four work at once, see
+// four.cpp. Exits with 1 if anything was found.
+
+#include "four.hpp"
+#include "judge.hpp"
+
+#include <git2.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include <unistd.h>
+
+namespace torture {
+
+namespace {
+
+constexpr const char *kModes[] = {"fail", "dead", "full", "short", "kill", "forget", "hollow"};
+
+// ---- The operations
+
+const std::string kFirst = R"(
+"$ZEV" init .
+sed 's/^100\.0$/101.5/' "$DATA/plan.dxf" >../second.dxf
+cp "$DATA/plan.dxf" "$DATA/site.dxf" ..
+mkdir -p docs/old many plans
+"$ZEV" import ../plan.dxf plan.dwx
+"$ZEV" import ../site.dxf plans/site.dwx
+echo first >docs/note.txt
+echo old >docs/old/a.txt
+for i in 1 2 3 4 5 6; do echo "many $i" >many/$i.txt; done
+"$ZEV" add .
+"$ZEV" commit -m first
+)";
+
+const std::string kEdited = R"(
+echo second >docs/note.txt
+echo new >docs/new.txt
+rm docs/old/a.txt
+"$ZEV" import ../second.dxf plan.dwx
+)";
+const std::string kStaged = kEdited + R"(
+"$ZEV" add .
+"$ZEV" rm docs/old/a.txt
+)";
+const std::string kTwoCommits = kEdited + R"("$ZEV" commit -m second .)";
+
+const std::string kBranched = R"(
+git checkout -qb side
+echo theirs >docs/note.txt
+echo theirs >docs/theirs.txt
+"$ZEV" import ../second.dxf plan.dwx
+rm many/1.txt
+echo theirs >many/2.txt
+git add -A
+git commit -qm theirs
+git checkout -q -
+)";
+const std::string kBranchedAndEdited = kBranched + R"(
+echo mine >docs/note.txt
+echo new >docs/new.txt
+echo mine >many/3.txt
+)";
+const std::string kDiverged = kBranched + R"(
+echo ours >many/4.txt
+git commit -qam ours
+)";
+const std::string kContrary = kBranched + R"(
+echo ours >docs/note.txt
+"$ZEV" import ../site.dxf plan.dwx
+echo ours >many/1.txt
+rm many/2.txt
+git add -A
+git commit -qm ours
+)";
+const std::string kConflict = kContrary + "git merge -q side || true";
+
+const std::string kTaken = R"(
+echo second >docs/note.txt
+"$ZEV" rm docs/note.txt many
+)";
+const std::string kTakenAndReplaced = R"(
+echo second >docs/note.txt
+"$ZEV" rm docs/note.txt
+echo third >docs/note.txt
+)";
+
+constexpr int kConflicts = 4;
+
+struct Operation {
+    const char *name;
+    std::string ready; // makes a copy ready, after kFirst
+    Words words;
+    bool durable = false;
+    int code = 0; // what it gives when all is well
+    // Drawings are made without the lock, so nobody can tell what a killed one had beside its
+    // drawing from what another one still writes.
+    bool litters = false;
+};
+
+const Operation kOperations[] = {
+    {"import new", "", {"zev", "import", "../second.dxf", "plans/new.dwx"}, false, 0, true},
+    {"import changed", "", {"zev", "import", "../second.dxf", "plan.dwx"}, false, 0, true},
+    {"add", kEdited, {"zev", "add", "."}},
+    {"mkdir", "", {"zev", "mkdir", "plans/a/b"}},
+    {"commit", kStaged, {"zev", "commit", "-m", "second"}, true},
+    {"commit part", kStaged, {"zev", "commit", "-m", "second", "docs"}, true},
+    {"commit drawing", kEdited, {"zev", "commit", "-m", "second", "plan.dwx"}, true},
+    {"rm file", kEdited, {"zev", "rm", "docs/note.txt"}},
+    {"rm directory", kEdited, {"zev", "rm", "docs"}},
+    {"rm many", kEdited, {"zev", "rm", "many/*.txt", "plan.dwx", "docs/note.txt"}},
+    {"mv file", kEdited, {"zev", "mv", "plan.dwx", "plans/ground.dwx"}},
+    {"mv directory", kEdited, {"zev", "mv", "docs", "papers"}},
+    {"revert modified", kEdited, {"zev", "revert", "docs/note.txt", "plan.dwx"}},
+    {"revert missing", "rm -r many plan.dwx", {"zev", "revert", "many", "plan.dwx"}},
+    {"revert added", kStaged, {"zev", "revert", "docs/new.txt"}},
+    {"revert all", kStaged, {"zev", "revert", "--all"}},
+    {"revert conflict", kConflict, {"zev", "revert", "docs/note.txt", "plan.dwx"}},
+    {"resolve mine", kConflict, {"zev", "resolve", "--mine", "--all"}},
+    {"resolve theirs", kConflict, {"zev", "resolve", "--theirs", "--all"}},
+    {"resolve both", kConflict, {"zev", "resolve", "--both", "--all"}, false, 0, true},
+    {"restore", kTaken, {"zev", "trash", "restore", "docs/note.txt", "many"}},
+    {"switch", kBranched, {"zev", "switch", "side"}},
+    {"switch create", kEdited, {"zev", "switch", "-c", "other"}},
+    {"switch changed", kBranchedAndEdited, {"zev", "switch", "side"}, false, kConflicts},
+    {"switch force", kBranchedAndEdited, {"zev", "--yes", "switch", "--force", "side"}},
+    {"switch commit", kTwoCommits, {"zev", "switch", "HEAD~1"}, true},
+    {"merge forward", kBranched, {"zev", "merge", "side"}, true},
+    {"merge", kDiverged, {"zev", "merge", "side"}, true},
+    {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
+    {"cleanup", kStaged, {"zev", "cleanup"}},
+    {"restore replace",
+     kTakenAndReplaced,
+     {"zev", "--answer", "replace", "trash", "restore", "docs/note.txt", "--to", "docs"}},
+
+    {"git commit", kStaged, {"git", "commit", "-qm", "second"}, true},
+    {"git commit all", kEdited, {"git", "commit", "-qam", "second"}, true},
+    {"git merge forward", kBranched, {"git", "merge", "-q", "side"}, true},
+    {"git merge", kDiverged, {"git", "merge", "-q", "--no-edit", "side"}, true},
+    {"git checkout", kBranched, {"git", "checkout", "-q", "side"}},
+};
+
+// ---- An operation made ready
+
+struct Ready {
+    const Operation *operation;
+    Play play;
+    Expected expected;
+    long calls = 0, writes = 0;
+};
+
+void must(const Operation &operation, const Outcome &outcome, int code = 0) {
+    if (outcome.code != code)
+        throw std::runtime_error(std::string(operation.name) + ": " + outcome.text);
+}
+
+// What each drawing of a copy comes out as: one of the files that were read in.
+void note_drawings(Ready &ready, const Play &play, const State &state) {
+    const std::string out = ready.play.root / "tmp" / "drawing.dxf";
+    for (const auto &[path, content] : state.work) {
+        if (!path.ends_with(".dwx") || ready.expected.drawings.contains(content)) continue;
+        must(*ready.operation, play.run({"zev", "export", path, out}));
+        const std::string bytes = read(out);
+        const bool known =
+            std::ranges::any_of(Words{"plan.dxf", "second.dxf", "site.dxf"},
+                                [&](auto &name) { return read(play.root / name) == bytes; });
+        if (!known) throw std::runtime_error(path + " is no file that was read in");
+        ready.expected.drawings[content] = bytes;
+    }
+}
+
+Ready make_ready(const Operation &operation, const Play &first, const fs::path &root) {
+    Ready ready{&operation, duplicate(first, root), {}};
+    ready.expected.git = operation.words[0] == "git";
+    ready.expected.durable = operation.durable;
+    ready.expected.litters = operation.litters;
+    ready.expected.code = operation.code;
+    must(operation, ready.play.shell(operation.ready));
+    ready.expected.before = look(ready.play);
+
+    const Play done = duplicate(ready.play, root.string() + ".done");
+    const fs::path count = done.root / "count";
+    must(operation,
+         done.run(operation.words,
+                  {{"LD_PRELOAD", first.programs->preload}, {"ZEV_TORTURE_COUNT", count}}),
+         operation.code);
+    if (sscanf(read(count).c_str(), "%ld %ld", &ready.calls, &ready.writes) != 2)
+        throw std::runtime_error(std::string(operation.name) + ": calls aren't counted");
+    ready.expected.after = look(done);
+    note_drawings(ready, ready.play, ready.expected.before);
+    note_drawings(ready, done, ready.expected.after);
+    return ready;
+}
+
+// ---- Points
+
+struct Point {
+    const Ready *ready;
+    std::string mode;
+    long at; // 0: behind the last call
+    std::string finding;
+};
+
+std::string play_point(const Point &point, const fs::path &root) {
+    const Play play = duplicate(point.ready->play, root);
+    const Outcome outcome =
+        play.run(point.ready->operation->words,
+                 {{"LD_PRELOAD", play.programs->preload},
+                  {"ZEV_TORTURE_MODE", point.mode},
+                  {"ZEV_TORTURE_AT", point.at ? std::to_string(point.at) : "end"}});
+    return judge(play, point.ready->expected, {point.mode, point.at, outcome.code, outcome.text});
+}
+
+// Evenly spread; without power also the moment after the program's end.
+void spread(std::vector<Point> &points, const Ready &ready, const std::string &mode, long count) {
+    const long calls = mode == "short" ? ready.writes : ready.calls;
+    const long taken = count ? std::min(count, calls) : calls;
+    for (long i = 0; i < taken; ++i)
+        points.push_back({&ready, mode, 1 + (i * calls + calls / 2) / taken % calls, ""});
+    if (mode == "forget" || mode == "hollow") points.push_back({&ready, mode, 0, ""});
+}
+
+// Calls a function for each number below a count, on all cores.
+void in_parallel(size_t count, const std::function<void(size_t number, unsigned worker)> &work) {
+    std::atomic<size_t> next = 0;
+    std::mutex mutex;
+    std::string failure;
+    std::vector<std::thread> threads;
+    for (unsigned worker = 0; worker < std::max(2u, std::thread::hardware_concurrency()); ++worker)
+        threads.emplace_back([&, worker] {
+            try {
+                for (size_t i; (i = next++) < count;) work(i, worker);
+            } catch (const std::exception &error) {
+                std::lock_guard lock(mutex);
+                failure = error.what();
+            }
+        });
+    for (std::thread &thread : threads) thread.join();
+    if (!failure.empty()) throw std::runtime_error(failure);
+}
+
+// ---- The whole
+
+struct Options {
+    Programs programs;
+    long points = 0; // 0: all
+    std::string operation, mode;
+    long at = -1;
+};
+
+Play make_first(const Options &options, const fs::path &root) {
+    const Play first = fresh(options.programs, root / "first");
+    if (const Outcome made = first.shell(kFirst); made.code != 0)
+        throw std::runtime_error("the first commit: " + made.text);
+    if (const Outcome verify = first.run({"zev", "verify"}); verify.code != 0)
+        throw std::runtime_error("before anything struck: " + verify.text);
+    return first;
+}
+
+std::vector<Ready> make_all_ready(const Options &options, const fs::path &root) {
+    const Play first = make_first(options, root);
+    std::vector<const Operation *> chosen;
+    for (const Operation &operation : kOperations) {
+        const bool named = !options.operation.empty();
+        const std::string name = operation.name;
+        if (named ? name.starts_with(options.operation) : operation.words[0] == "zev")
+            chosen.push_back(&operation);
+    }
+    std::vector<Ready> all(chosen.size());
+    in_parallel(chosen.size(), [&](size_t i, unsigned) {
+        all[i] = make_ready(*chosen[i], first, root / ("ready" + std::to_string(i)));
+    });
+    return all;
+}
+
+std::vector<Point> choose(const Options &options, const std::vector<Ready> &all) {
+    std::vector<Point> points;
+    for (const Ready &ready : all)
+        for (const char *mode : kModes) {
+            const bool named = options.mode == mode, hollow = std::string(mode) == "hollow";
+            if (!named && (!options.mode.empty() || (hollow && options.points))) continue;
+            if (options.at < 0)
+                spread(points, ready, mode, options.points);
+            else
+                points.push_back({&ready, mode, options.at, ""});
+        }
+    return points;
+}
+
+void tell_findings(const std::vector<Point> &points) {
+    std::map<std::string, int> seen; // one of each kind
+    for (const Point &point : points) {
+        if (point.finding.empty()) continue;
+        const std::string name = point.ready->operation->name;
+        const std::string kind =
+            name + point.mode + point.finding.substr(0, point.finding.find(':'));
+        if (++seen[kind] > 1) continue;
+        printf("%s, %s at %ld: %s\n", name.c_str(), point.mode.c_str(), point.at,
+               point.finding.c_str());
+    }
+}
+
+// Findings and points, a line an operation, a column a mode.
+size_t tell_table(const std::vector<Ready> &all, const std::vector<Point> &points) {
+    printf("%-18s %6s", "", "calls");
+    for (const char *mode : kModes) printf(" %9s", mode);
+    size_t found = 0;
+    for (const Ready &ready : all) {
+        printf("\n%-18s %6ld", ready.operation->name, ready.calls);
+        for (const char *mode : kModes) {
+            size_t bad = 0, played = 0;
+            for (const Point &point : points) {
+                if (point.ready != &ready || point.mode != mode) continue;
+                ++played;
+                bad += !point.finding.empty();
+            }
+            found += bad;
+            printf(" %4zu/%-4zu", bad, played);
+        }
+    }
+    printf("\n%zu points, %zu findings\n", points.size(), found);
+    return found;
+}
+
+int run_four(const Options &options, const fs::path &root, int seconds) {
+    const bool well = four_at_work(make_first(options, root), seconds);
+    if (well)
+        fs::remove_all(root);
+    else
+        printf("played in %s\n", root.c_str());
+    return !well;
+}
+
+int run(const Options &options, const fs::path &root) {
+    const std::vector<Ready> all = make_all_ready(options, root);
+    std::vector<Point> points = choose(options, all);
+    in_parallel(points.size(), [&](size_t i, unsigned worker) {
+        points[i].finding = play_point(points[i], root / ("play" + std::to_string(worker)));
+    });
+    tell_findings(points);
+    const bool found = tell_table(all, points) > 0;
+    if (options.at < 0)
+        fs::remove_all(root);
+    else
+        printf("played in %s\n", root.c_str());
+    return found;
+}
+
+} // namespace
+
+} // namespace torture
+
+int main(int argc, char **argv) try {
+    using namespace torture;
+    const char *data = getenv("ZEV_TEST_DATA");
+    if (argc < 3 || !data) {
+        fputs("usage: ZEV_TEST_DATA=... torture BUILD POINTS [OPERATION [MODE [CALL]]]\n", stderr);
+        return 2;
+    }
+    const fs::path build = fs::canonical(argv[1]);
+    Options options;
+    options.programs = {build / "bin" / "zev", build / "lib" / "libtorture.so",
+                        fs::canonical(data)};
+    options.points = atol(argv[2]);
+    if (argc > 3) options.operation = argv[3];
+    if (argc > 4) options.mode = argv[4];
+    if (argc > 5) options.at = atol(argv[5]);
+    git_libgit2_init();
+    const fs::path room = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path();
+    const fs::path root = room / ("torture." + std::to_string(getpid()));
+    if (std::string(argv[2]) == "four")
+        return run_four(options, root, argc > 3 ? atoi(argv[3]) : 60);
+    return run(options, root);
+} catch (const std::exception &error) {
+    fprintf(stderr, "torture: %s\n", error.what());
+    return 2;
+}

@@ -1,0 +1,242 @@
+// Branches, merges, recovery and undo by the program, beside the system's git.
+#include "support.hpp"
+#include "zev_program.hpp"
+
+#include <sys/stat.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct BranchVerbs : testing::Test {
+    test::TempDir dir;
+    std::string home = dir.path().string(), root = home + "/copy";
+
+    void SetUp() override {
+        ASSERT_EQ(zev(home, "init copy").code, 0);
+        write("a", "a1");
+        write("b", "b1");
+        write("d/c", "c1");
+        ok("add .");
+        ok("commit -m first");
+    }
+    void write(const std::string &name, const std::string &content) {
+        test::write(root + "/" + name, content);
+    }
+    std::string content(const std::string &name) {
+        return fs::exists(root + "/" + name) ? test::read(root + "/" + name) : "(none)";
+    }
+    std::string ok(const std::string &arguments) {
+        Outcome outcome = zev(root, arguments + " 2>&1");
+        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
+        return outcome.out;
+    }
+    int code(const std::string &arguments) { return zev(root, arguments + " 2>/dev/null").code; }
+    std::string git(const std::string &arguments) {
+        return test::run("git -C '" + root + "' -c user.name=G -c user.email=g " + arguments +
+                         " 2>&1");
+    }
+    void commit(const std::string &name, const std::string &text) {
+        write(name, text);
+        ok("add " + name);
+        ok("commit -m '" + name + " " + text + "' " + name);
+    }
+    // What a killed command leaves: the copy of a file from before it began.
+    void leave_copy(const std::string &path, mode_t mode = 0600) {
+        const fs::path file = root + "/.git/" + path;
+        const fs::path copy = file.parent_path() / ("." + file.filename().string() + ".zlck");
+        fs::remove(copy);
+        fs::copy_file(file, copy);
+        chmod(copy.c_str(), mode);
+    }
+};
+
+TEST_F(BranchVerbs, SwitchTakesLocalWorkAlong) {
+    ok("switch -c side");
+    commit("a", "a2");
+    commit("n", "n1");
+    ok("switch master");
+    EXPECT_EQ(content("a") + content("n"), "a1(none)");
+    write("b", "mine"); // not staged
+    write("s", "staged");
+    ok("add s");
+    ok("switch side");
+    EXPECT_EQ(content("a") + content("n") + content("b"), "a2n1mine");
+    EXPECT_EQ(git("status --short"), " M b\nA  s\n");
+    // Changed on both sides: nothing is lost, HEAD moves, and it is to be decided.
+    write("a", "mine too");
+    EXPECT_EQ(code("switch master"), 4);
+    EXPECT_EQ(git("symbolic-ref HEAD"), "refs/heads/master\n");
+    EXPECT_EQ(content("a"), "mine too");
+    EXPECT_EQ(code("switch side"), 4); // not with conflicts
+    EXPECT_EQ(code("switch --force side"), 1);
+    EXPECT_EQ(content("a"), "mine too");
+    ok("--yes switch --force side");
+    EXPECT_EQ(content("a") + content("b") + content("s"), "a2b1(none)");
+    EXPECT_EQ(git("status --short"), "");
+    EXPECT_EQ(zev(root, "--yes undo 2>/dev/null").code, 0);
+    EXPECT_EQ(content("a") + content("b") + content("s"), "mine toominestaged");
+    EXPECT_EQ(code("undo"), 3);
+    EXPECT_EQ(git("for-each-ref refs/zev"), "");
+}
+
+TEST_F(BranchVerbs, SwitchToACommitKeepsTheHistory) {
+    commit("a", "a2");
+    commit("a", "a3");
+    ok("switch HEAD~2");
+    EXPECT_EQ(content("a"), "a1");
+    EXPECT_EQ(git("rev-list --count HEAD"), "4\n");
+    EXPECT_EQ(git("diff --stat HEAD HEAD~3"), "");
+}
+
+TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
+    ok("switch -c side");
+    commit("a", "a2");
+    commit("n", "n1");
+    ok("switch master");
+    commit("b", "b2");
+    write("d/c", "mine"); // of no concern to the merge
+    ok("merge side");
+    EXPECT_EQ(content("a") + content("b") + content("n"), "a2b2n1");
+    EXPECT_EQ(git("status --short"), " M d/c\n");
+    EXPECT_EQ(git("show --stat --format=%an:%s HEAD").substr(0, 11), "Ada:MERGE: ");
+    EXPECT_NE(ok("merge side").find("nothing to do"), std::string::npos);
+    // What was merged counts as common from then on, in both directions.
+    ok("revert d/c");
+    ok("switch side");
+    commit("a", "a3");
+    ok("switch master");
+    ok("merge side");
+    EXPECT_EQ(content("a"), "a3");
+    ok("switch side");
+    ok("merge master");
+    EXPECT_EQ(content("b"), "b2");
+    EXPECT_EQ(git("diff master side"), "");
+    EXPECT_EQ(git("fsck --strict --no-dangling"), "");
+}
+
+TEST_F(BranchVerbs, MergeRefusesWhatItWouldCommitAlong) {
+    ok("switch -c side");
+    commit("a", "a2");
+    commit("n", "n1");
+    ok("switch master");
+    commit("b", "b2");
+    const std::string head = git("rev-parse HEAD");
+    const auto refused = [&](const char *name, const char *text, bool add) {
+        write(name, text);
+        if (add) ok(std::string("add ") + name);
+        EXPECT_EQ(code("merge side"), 1) << name;
+        EXPECT_EQ(content(name), text);
+        EXPECT_EQ(git("rev-parse HEAD"), head);
+    };
+    refused("d/c", "staged", true);
+    ok("revert d/c");
+    refused("a", "mine", false);
+    ok("revert a");
+    refused("n", "in the way", false);
+    // What a merge that was killed left is no obstacle.
+    write("n", "n1");
+    write("a", "a2");
+    ok("add a");
+    ok("merge side");
+    EXPECT_EQ(git("status --short"), "");
+}
+
+TEST_F(BranchVerbs, AConflictIsNotedAsMergedOnceItIsSettled) {
+    ok("switch -c side");
+    commit("a", "theirs");
+    ok("switch master");
+    commit("a", "ours");
+    EXPECT_EQ(code("merge side"), 4);
+    EXPECT_EQ(code("merge side"), 4);
+    // Given up as a whole it isn't.
+    ok("resolve --mine a");
+    ok("revert --all");
+    EXPECT_EQ(code("merge side"), 4);
+    ok("resolve --mine a"); // nothing changes, and yet it is to be committed
+    EXPECT_EQ(code("switch side"), 1);
+    ok("commit -m settled");
+    EXPECT_FALSE(fs::exists(root + "/.git/MERGE_HEAD"));
+    EXPECT_NE(ok("merge side").find("nothing to do"), std::string::npos);
+    EXPECT_EQ(content("a"), "ours");
+}
+
+TEST_F(BranchVerbs, BranchesAndSettings) {
+    ok("branch side");
+    EXPECT_EQ(code("branch side"), 1);
+    EXPECT_EQ(code("branch 'no name'"), 1);
+    EXPECT_EQ(code("branch --delete master"), 2);
+    EXPECT_EQ(code("branch --delete nosuch"), 3);
+    git("pack-refs --all");
+    ok("branch --delete side"); // master has its commits
+    EXPECT_EQ(git("for-each-ref --format='%(refname)'"), "refs/heads/master\n");
+    ok("switch -c lone");
+    commit("a", "a2");
+    ok("switch master");
+    EXPECT_EQ(code("branch --delete lone"), 1);
+    ok("--yes branch --delete lone");
+    EXPECT_EQ(code("config zev.x"), 3);
+    ok("config zev.x 5");
+    EXPECT_EQ(ok("config zev.x"), "5\n");
+    EXPECT_EQ(git("config zev.x"), "5\n");
+    ok("config --unset zev.x");
+    EXPECT_EQ(code("config zev.x"), 3);
+}
+
+TEST_F(BranchVerbs, RecoveryGoesBackOnlyWhereNobodyHasGoneOn) {
+    const std::string index = test::read(root + "/.git/index");
+    write("x", "x");
+    leave_copy("index");
+    git("add x");
+    leave_copy("HEAD", 0700);
+    EXPECT_NE(ok("mkdir one").find("cut short"), std::string::npos);
+    EXPECT_EQ(git("status --short"), "A  one/.gitkeep\n?? x\n");
+    EXPECT_FALSE(fs::exists(root + "/.git/.index.zlck"));
+    ok("commit -m one");
+    // An incomplete copy tells nothing.
+    leave_copy("index", 0700);
+    git("add x");
+    ok("mkdir two");
+    EXPECT_EQ(git("status --short"), "A  two/.gitkeep\nA  x\n");
+    // Git has committed since.
+    leave_copy("index");
+    git("commit -qm by-git");
+    EXPECT_NE(ok("mkdir three").find("gone on"), std::string::npos);
+    EXPECT_EQ(git("status --short"), "A  three/.gitkeep\n");
+    // A killed checkout: index and branch go back together, unless git went on.
+    const std::string before = git("rev-parse HEAD");
+    for (const bool goes_on : {false, true}) {
+        ok("revert --all");
+        leave_copy("index");
+        leave_copy("refs/heads/master");
+        git("-c user.name=remote commit -q --allow-empty -m MERGE");
+        if (goes_on) git("commit -q --allow-empty -m more");
+        ok("mkdir four");
+        EXPECT_EQ(git("rev-parse HEAD") == before, !goes_on);
+        EXPECT_FALSE(fs::exists(root + "/.git/refs/heads/.master.zlck"));
+    }
+}
+
+TEST_F(BranchVerbs, CleanupAndUndo) {
+    write("u", "untracked");
+    write("e/v", "also");
+    write(".git/info/exclude", "*.bak\n");
+    write("i.bak", "ignored");
+    ok("cleanup --keep-untracked");
+    EXPECT_EQ(content("u"), "untracked");
+    ok("cleanup");
+    EXPECT_EQ(content("u") + content("e/v") + content("i.bak"), "(none)(none)ignored");
+    ok("rm a");
+    ok("undo"); // of rm alone
+    EXPECT_EQ(content("a") + content("u"), "a1(none)");
+    EXPECT_EQ(code("undo"), 3);
+    write("u", "again");
+    EXPECT_EQ(code("cleanup --purge"), 1);
+    EXPECT_EQ(content("u"), "again");
+    EXPECT_EQ(zev(root, "--no cleanup --purge 2>/dev/null").code, 6);
+    ok("--yes cleanup --purge");
+    EXPECT_EQ(content("u") + content("i.bak"), "(none)ignored");
+    EXPECT_EQ(ok("trash list"), "the trash is empty\n");
+}
+
+} // namespace
