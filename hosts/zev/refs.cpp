@@ -28,7 +28,7 @@ class GitLock {
     ~GitLock() {
         if (file_ < 0) return;
         close(file_);
-        unlink(path_.c_str());
+        if (unlink(path_.c_str())) unlink(path_.c_str()); // one that stays would lock for good
     }
     GitLock(const GitLock &) = delete;
     GitLock &operator=(const GitLock &) = delete;

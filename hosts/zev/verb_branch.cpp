@@ -38,9 +38,9 @@ int list(Host &host, const WorkingCopy &copy) {
     const std::string current = current_branch(copy);
     auto branches = references(copy);
     std::erase_if(branches, [](const auto &item) { return !item.first.starts_with(kHeads); });
-    int longest = 0;
+    size_t longest = 0;
     for (const auto &[name, id] : branches)
-        longest = std::max(longest, static_cast<int>(name.size() - kHeads.size()));
+        longest = std::max(longest, name.size() - kHeads.size());
     if (branches.empty()) host.out.line("there are no commits yet; HEAD is " + current);
     for (const auto &[name, id] : branches) {
         const std::string shown = name.substr(kHeads.size());
@@ -101,6 +101,7 @@ int make(Host &host, const WorkingCopy &copy, const BranchOptions &options) {
     if (is_branch(copy, options.name))
         throw Failed(kExists, options.name + ": there is a branch of that name");
     const OwnedCommit commit = copy.commit(options.revision.empty() ? "HEAD" : options.revision);
+    const OwnedIndex lock = copy.lock_index(); // what a kill leaves goes with the next one
     make_branch(copy, options.name, commit.get());
     host.out.line(options.name + " at " + short_id(zCommitId(commit.get())));
     host.out.record(Record("branch")

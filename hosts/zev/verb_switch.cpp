@@ -27,6 +27,7 @@ class Switch {
     int create() {
         if (is_branch(copy_, options_.target))
             throw Failed(kExists, options_.target + ": there is a branch of that name");
+        const OwnedIndex lock = copy_.lock_index(); // what a kill leaves goes with the next one
         if (copy_.born()) make_branch(copy_, options_.target, copy_.head().get());
         return move_head(false);
     }

@@ -18,6 +18,12 @@ struct Place {
     Oid commit{};
 };
 
+// A reference, and where it stands.
+struct Tip {
+    std::string name;
+    Oid id;
+};
+
 class Report {
   public:
     Report(Host &host, bool quick) : host(host), quick(quick) {}
@@ -31,6 +37,7 @@ class Report {
     const bool quick;
     uint64_t commits = 0, trees = 0, files = 0, objects = 0, versions = 0, keys = 0, rows = 0;
     uint64_t records = 0;
+    std::vector<Tip> begun;    // of which there is the log alone
     bool lost_objects = false; // what leans on them is no more to be asked
 
   private:
@@ -38,10 +45,6 @@ class Report {
 };
 
 // ---- References: what they say, whether it can be; then what they lead to is for the objects.
-struct Tip {
-    std::string name;
-    Oid id;
-};
 std::vector<Tip> check_references(Report &report, const WorkingCopy &copy);
 
 // ---- Objects

@@ -81,7 +81,8 @@ std::vector<std::string> HeadTwins::of(std::string_view path) {
         std::vector<Place> below;
         for (const Place &directory : above) {
             const auto [known, last] = names_in(directory).equal_range(name);
-            for (const auto &[folded, item] : std::ranges::subrange(known, last)) {
+            for (auto at_name = known; at_name != last; ++at_name) {
+                const Item &item = at_name->second;
                 std::string spelled = directory.path + item.name;
                 if (item.is_tree)
                     below.push_back({spelled + "/", item.id});
@@ -170,15 +171,18 @@ bool PartialCommit::drop_twins() {
     if (!head) return false;
     HeadTwins twins(head.get());
     std::vector<Change> gone;
-    for (const Change &change : changes_ | std::views::filter(is_new))
+    for (const Change &change : changes_) {
+        if (!is_new(change)) continue;
         for (std::string &twin : twins.of(change.path))
             if (git_index_find(nullptr, index_->handle.get(), twin.c_str()) < 0)
                 gone.push_back({std::move(twin), Z_KIND_DELETED, GIT_STATUS_INDEX_DELETED});
+    }
     if (gone.empty()) return true;
     std::ranges::move(gone, std::back_inserter(changes_));
     std::ranges::sort(changes_, {}, &Change::path);
-    const auto again = std::ranges::unique(changes_, {}, &Change::path); // selected as well
-    return changes_.erase(again.begin(), again.end()), true;
+    const auto same = [](const Change &a, const Change &b) { return a.path == b.path; };
+    const auto again = std::unique(changes_.begin(), changes_.end(), same); // selected as well
+    return changes_.erase(again, changes_.end()), true;
 }
 
 // What a change is called to the user. A state without a kind is one of the disk alone.

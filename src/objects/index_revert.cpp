@@ -13,6 +13,7 @@
 #include "objects/pathspec.hpp"
 #include "objects/status.hpp"
 #include "objects/trash.hpp"
+#include "objects/work_writer.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"
@@ -25,8 +26,6 @@
 using namespace zev;
 
 namespace {
-
-using BlobPtr = Owned<Blob, zBlobFree>;
 
 constexpr std::string_view kKeepFile = ".gitkeep", kAttributes = ".gitattributes";
 constexpr uint32_t kWorkdir = GIT_STATUS_WT_NEW | GIT_STATUS_WT_MODIFIED | GIT_STATUS_WT_DELETED |
@@ -41,7 +40,6 @@ class HeadTree {
     explicit HeadTree(Repository *owner) : owner_(owner) {}
 
     bool find(git_index_entry *entry); // id and mode of its path's blob
-    git_object *object() const { return reinterpret_cast<git_object *>(root_->handle.get()); }
 
   private:
     struct Directory {
@@ -134,7 +132,9 @@ struct Keep {
 class Reverting {
   public:
     Reverting(Index *index, const Notify *notify)
-        : index_(index), owner_(index->owner), notify_(notify), head_(index->owner) {}
+        : index_(index), owner_(index->owner), notify_(notify), head_(index->owner) {
+        writer_.emplace(index);
+    }
 
     bool find(const PathSpec *spec);
     // In this order; false when the user breaks off.
@@ -153,9 +153,7 @@ class Reverting {
     bool put_back(const Keep &keep);
     bool can_enter(const Item &item);
     bool restore(const Item &item);
-    bool check_out(const Item &item, git_index_entry entry);
-    bool write_file(Blob *blob, const WorkPath &place, const git_index_entry &entry);
-    bool write_link(const git_index_entry &entry);
+    bool check_out(const Item &item, const git_index_entry &entry);
     void told(const Item &item, bool done, const zwchar *action) {
         if (done)
             notify_action(notify_, action, item.wide.c_str());
@@ -175,7 +173,7 @@ class Reverting {
     std::vector<Item> items_;
     std::optional<TrashBatch> trash_;
     HeadTree head_;
-    std::optional<Filters> filters_; // once the attributes are there
+    std::optional<WorkWriter> writer_; // made anew once the attributes are there
 };
 
 bool Reverting::is_stopped() {
@@ -347,7 +345,7 @@ bool Reverting::restore() {
             const bool changed = item.kind == Z_KIND_MODIFIED;
             told(item, restore(item), changed ? u"action.sReverted" : u"action.sRestored");
         }
-        filters_.emplace(index_);
+        writer_.emplace(index_);
     }
     return true;
 }
@@ -365,42 +363,15 @@ bool Reverting::can_enter(const Item &item) {
     return zRaiseAlreadyExists(u"%hs", item.path.c_str()), false;
 }
 
-// The blob is at hand before anything makes way for it, and need not be read again from the file
-// to be entered.
-bool Reverting::check_out(const Item &item, git_index_entry entry) {
-    BlobPtr blob(zBlobByid(owner_, git::oid(&entry.id)));
+// The blob is in the store before anything makes way for it.
+bool Reverting::check_out(const Item &item, const git_index_entry &entry) {
     WorkPath place;
-    if (!blob || !work_path_to_take(&place, owner_, item.wide.c_str())) return false;
+    if (!writer_->has(entry.id) || !work_path_to_take(&place, owner_, item.wide.c_str()))
+        return false;
     const std::u16string obstacle = find_obstacle(owner_, place);
     if (!obstacle.empty() && !trash_->move_in(obstacle.c_str())) return false;
-    if (!write_file(blob.get(), place, entry)) return false;
-    struct stat status;
-    if (!os::lstat(place.full.c_str(), &status)) return fail_errno(item.wide.c_str());
-    entry_set_stat(entry, status);
-    return index_drop_below(index_, item.path) && index_enter(index_, entry);
-}
-
-// To ask libgit2 for a file's filters costs more than to write a small one.
-bool Reverting::write_file(Blob *blob, const WorkPath &place, const git_index_entry &entry) {
-    if (S_ISLNK(entry.mode)) return write_link(entry);
-    if (!filters_ || filters_->may_apply(entry.path))
-        return zBlobCheckout(blob, place.relative.c_str());
-    const std::u16string above(path_above(place.full));
-    if (!os::make_dirs(above.c_str())) return fail_errno(above.c_str());
-    return zBlobExport(blob, place.full.c_str(), u"wb");
-}
-
-// By libgit2, which knows whether this file system has links. It is the one path that it is told,
-// and the index is left to us.
-bool Reverting::write_link(const git_index_entry &entry) {
-    std::string path = entry.path;
-    char *paths[] = {path.data()};
-    git_checkout_options how = GIT_CHECKOUT_OPTIONS_INIT;
-    how.checkout_strategy = GIT_CHECKOUT_FORCE | GIT_CHECKOUT_DISABLE_PATHSPEC_MATCH |
-                            GIT_CHECKOUT_DONT_UPDATE_INDEX | GIT_CHECKOUT_NO_REFRESH;
-    how.paths = {paths, 1};
-    int code = git_checkout_tree(owner_->handle.get(), head_.object(), &how);
-    return code < 0 ? fail_git(code) : true;
+    if (!obstacle.empty() && obstacle != place.relative) writer_->forget_directories();
+    return writer_->place(entry, true);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "common/utf.hpp"
 #include "objects/object.hpp"
 #include "objects/strict.hpp"
+#include "system/os.hpp"
 #include "zev/oid.h"
 #include "zev/repository.h"
 
@@ -42,6 +43,43 @@ bool renewed(Reference *reference, int code, git::Reference handle) {
 
 const git_reference *handle_of(const Reference *reference) { return reference->handle.get(); }
 
+// libgit2 gives its lock file a second name, the reference's, and doesn't look whether the first
+// one went. A lock that is the reference is nobody's.
+void drop_lock(const std::u16string &path) {
+    const std::u16string lock = path + u".lock";
+    struct stat own, other;
+    if (os::lstat(lock.c_str(), &other) && os::lstat(path.c_str(), &own) &&
+        own.st_ino == other.st_ino && own.st_dev == other.st_dev)
+        os::unlink(lock.c_str());
+}
+
+// A reference that was just made is still there when the power fails: HEAD may be made to name it.
+void sync_file(const git_reference *reference, Repository *owner) {
+    git_repository *git = owner->handle.get();
+    const std::string name = git_reference_name(reference);
+    const bool shared = name.starts_with("refs/");
+    const std::u16string path =
+        to_wide((shared ? git_repository_commondir(git) : git_repository_path(git)) + name);
+    drop_lock(path);
+    os::Mode mode;
+    mode.read = true;
+    const int fd = os::open_fd(path.c_str(), mode);
+    if (fd < 0) return;
+    os::fd_sync(fd);
+    os::close_fd(fd);
+    os::sync_dir(path.substr(0, path.rfind(u'/')).c_str());
+}
+
+// The record of a reference that `make` writes.
+template <class F>
+Reference *made(Repository *repository, const zwchar *name, F make, Here at = {}) try {
+    Reference *reference = opened(repository, name, make, at);
+    if (reference) sync_file(reference->handle.get(), repository);
+    return reference;
+} catch (...) {
+    return fail_thrown(at);
+}
+
 bool is_valid_name(const git_reference *reference) {
     int valid = 0;
     return !git_reference_name_is_valid(&valid, git_reference_name(reference)) && valid;
@@ -71,7 +109,7 @@ Repository *zReferenceOwner(const Reference *reference) {
 
 Reference *zReferenceCreate(Repository *repository, const zwchar *name, const Oid *id) {
     if (!id) return fail_args();
-    return opened(repository, name, [&](git_reference **handle, git_repository *git, auto *text) {
+    return made(repository, name, [&](git_reference **handle, git_repository *git, auto *text) {
         StrictOff partial;
         return git_reference_create(handle, git, text, git::oid(id), 1, "");
     });
@@ -80,7 +118,7 @@ Reference *zReferenceCreate(Repository *repository, const zwchar *name, const Oi
 Reference *zReferenceSymlink(Repository *repository, const zwchar *name, const zwchar *target) try {
     if (!target) return fail_args();
     std::string to = to_utf8(target);
-    return opened(repository, name, [&](git_reference **handle, git_repository *git, auto *text) {
+    return made(repository, name, [&](git_reference **handle, git_repository *git, auto *text) {
         StrictOff partial;
         return git_reference_symbolic_create(handle, git, text, to.c_str(), 1, "");
     });

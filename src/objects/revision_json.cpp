@@ -217,7 +217,7 @@ bool RecordText::read(Wide &text) {
         if (static_cast<uint8_t>(*at_) < 32) return false;
         if (*at_ != '\\') continue;
         escaped = true;
-        if (++at_ == end_ || !strchr("\"\\bfnrt", *at_)) return false;
+        if (++at_ == end_ || !*at_ || !strchr("\"\\bfnrt", *at_)) return false;
     }
     text.reset(wide_dup(begin, static_cast<uint64_t>(at_ - begin)));
     if (!text) throw std::bad_alloc();

@@ -237,7 +237,8 @@ bool StatusScan::run() {
     index_refresh(index_);
     if (!find_head()) return false;
     const uint32_t options = spec_options(spec_);
-    git_diff_options how = GIT_DIFF_OPTIONS_INIT;
+    git_diff_options how;
+    git_diff_options_init(&how, GIT_DIFF_OPTIONS_VERSION);
     how.flags = comparison_flags(options);
     DiffLimit limit(spec_, how);
     limit.narrow(index_, head_.get());
@@ -268,7 +269,8 @@ bool StatusScan::compare_staged(git_diff_options &how) {
     int code =
         git_diff_tree_to_index(out(staged_), repository, head_.get(), index_->handle.get(), &how);
     if (!code && !(spec_options(spec_) & Z_SPEC_NO_RENAMED)) {
-        git_diff_find_options find = GIT_DIFF_FIND_OPTIONS_INIT;
+        git_diff_find_options find;
+        git_diff_find_options_init(&find, GIT_DIFF_FIND_OPTIONS_VERSION);
         find.flags = GIT_DIFF_FIND_FOR_UNTRACKED;
         code = git_diff_find_similar(staged_.get(), &find);
     }

@@ -93,6 +93,20 @@ struct Sweep {
         }
     }
 
+    // Objects that a loss of power left empty: they would count as being there.
+    void hollow_objects(const u16string &path) {
+        std::vector<os::Name> names;
+        struct stat status;
+        if (!os::read_dir(path.c_str(), &names)) return;
+        for (const os::Name &name : names) {
+            const u16string below = path + name.text;
+            if (name.directory && name.text.size() == 2 && name.text != u"..")
+                hollow_objects(below + u"/");
+            else if (name.text.size() == 38 && os::lstat(below.c_str(), &status) && !status.st_size)
+                remove(below);
+        }
+    }
+
     // The same among the files of the user, in directories that are no repositories.
     void work_tree(const u16string &path) {
         std::vector<os::Name> names;
@@ -131,6 +145,7 @@ bool sweep_stale(Repository *repository) try {
         sweep.directory(sweep.root + u"refs/", is_lock, true);
         sweep.directory(sweep.root + u"objects/", is_temporary);
         sweep.directory(sweep.root + u"objects/pack/", is_temporary);
+        sweep.hollow_objects(sweep.root + u"objects/");
         if (const zwchar *work = zRepositoryWorkdir(repository)) sweep.work_tree(work);
     });
 } catch (...) {

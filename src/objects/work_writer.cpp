@@ -37,12 +37,19 @@ struct StoredBlob {
     }
 };
 
+bool WorkWriter::open() {
+    if (odb_) return true;
+    const int code = git_repository_odb(out(odb_), index_->owner->handle.get());
+    return code < 0 ? fail_git(code) : true;
+}
+
+bool WorkWriter::has(const git_oid &id) {
+    if (!open()) return false;
+    return git_odb_exists(odb_.get(), &id) || fail_git(GIT_ENOTFOUND);
+}
+
 bool WorkWriter::place(git_index_entry entry, bool replaces) {
-    if (!check_path(entry.path)) return false;
-    if (!odb_) {
-        const int code = git_repository_odb(out(odb_), index_->owner->handle.get());
-        if (code < 0) return fail_git(code);
-    }
+    if (!check_path(entry.path) || !open()) return false;
     const std::u16string full = full_path(index_->owner, entry.path);
     if (full.size() >= Z_PATH_MAX - 1) return errno = ENAMETOOLONG, fail_errno(full.c_str());
     if (!make_way(entry.path) || !write(entry, full, replaces)) return false;

@@ -27,6 +27,9 @@ class WorkWriter {
     // stood there is still there. May throw.
     bool place(git_index_entry entry, bool replaces);
 
+    // Whether the store has a blob, to be asked before anything makes way for it. Else raised.
+    bool has(const git_oid &id);
+
     // Whether a directory above the path is a link: what is there is not of this work directory.
     bool is_behind_link(std::string_view path); // may throw
 
@@ -39,6 +42,7 @@ class WorkWriter {
     void forget_directories() { directories_.clear(); }
 
   private:
+    bool open();
     bool make_way(std::string_view path);
     bool make_directory(const std::string &path);
     bool write(const git_index_entry &entry, const std::u16string &full, bool replaces);

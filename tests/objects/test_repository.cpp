@@ -166,9 +166,10 @@ TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
                                       "refs/heads/deep/er.lock",
                                       "packed-refs.lock",
                                       "objects/tmp_object_git2_abc",
-                                      "objects/pack/pack_git2_abc"};
+                                      "objects/pack/pack_git2_abc",
+                                      "objects/cc/11111111111111111111111111111111111111"};
     crash("index", {kFiles[0], kFiles[1], kFiles[2], kFiles[3], kFiles[4], kFiles[5], kFiles[6],
-                    "refs/heads/other"});
+                    kFiles[7], "refs/heads/other"});
     ASSERT_OK(zev::sweep_stale(repository.get()));
     for (const char *file : kFiles) EXPECT_FALSE(there(file)) << file;
     EXPECT_TRUE(there("refs/heads/other"));

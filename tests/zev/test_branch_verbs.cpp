@@ -48,6 +48,10 @@ struct BranchVerbs : testing::Test {
         fs::remove(copy);
         fs::copy_file(file, copy);
         chmod(copy.c_str(), mode);
+        // HEAD came before, also where the clock of files has not moved on.
+        const auto before = fs::file_time_type::clock::now() - std::chrono::hours(1);
+        for (const char *head : {"/.git/HEAD", "/.git/refs/heads/master"})
+            if (fs::exists(root + head)) fs::last_write_time(root + head, before);
     }
 };
 
