@@ -37,7 +37,6 @@ class Report {
     const bool quick;
     uint64_t commits = 0, trees = 0, files = 0, objects = 0, versions = 0, keys = 0, rows = 0;
     uint64_t records = 0;
-    std::vector<Tip> begun;    // of which there is the log alone
     bool lost_objects = false; // what leans on them is no more to be asked
 
   private:

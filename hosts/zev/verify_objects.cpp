@@ -7,7 +7,6 @@
 #include "verify.hpp"
 
 #include "bytes.hpp"
-#include "history.hpp"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -68,7 +67,6 @@ class Objects {
             pending_.pop_back();
             visit(item);
         }
-        tell_begun();
         check_store();
         return collector_.take();
     }
@@ -214,16 +212,6 @@ class Objects {
             if (type_of(item.id) != Z_OBJECT_BLOB) unreadable(item);
         } else {
             read(item);
-        }
-    }
-
-    void tell_begun() {
-        for (const Tip &tip : report_.begun) {
-            const std::string what = "is gone; by its log it was at " + short_id(&tip.id);
-            if (seen_.contains(tip.id))
-                report_.note(tip.name + " " + what + ", which is still there");
-            else
-                report_.problem({.path = tip.name}, what);
         }
     }
 

@@ -140,22 +140,13 @@ class References {
         const auto [from, to] = last_of_log(log);
         if (to.empty() || to.find_first_not_of('0') == to.npos) return;
         const auto at = ids_.find(name);
-        if (at == ids_.end()) return tell_gone(name, from, to);
+        if (at == ids_.end()) {
+            if (from.find_first_not_of('0') == from.npos && links_.contains(name)) return;
+            return problem(name, "is gone; by its log it was at " + to.substr(0, 8));
+        }
         const std::string now = hex(&at->second);
         if (now != to && (now != from || !fs::exists(shared_ / name)))
             problem(name, "is at " + now.substr(0, 8) + ", by its log at " + to.substr(0, 8));
-    }
-
-    // The log is written before the branch: one that was just begun lost nothing if another one
-    // contains its commit, which the objects tell.
-    void tell_gone(const std::string &name, const std::string &from, const std::string &to) {
-        const bool begun = from.find_first_not_of('0') == from.npos;
-        Oid id;
-        if (begun && links_.contains(name)) return;
-        if (begun && zOidFromStr(&id, wide(to).c_str()))
-            report_.begun.push_back({name, id});
-        else
-            problem(name, "is gone; by its log it was at " + to.substr(0, 8));
     }
 
     Report &report_;

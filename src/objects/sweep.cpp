@@ -75,6 +75,23 @@ struct Sweep {
             clean = fail_errno(path.c_str());
     }
 
+    // The log of a reference is written before the reference: one that was only begun goes with the
+    // lock, which a branch of that name would else be taken to have been lost.
+    void begun_log(const u16string &lock) {
+        constexpr std::string_view kNothing = "0000000000000000000000000000000000000000 ";
+        const u16string target = lock.substr(0, lock.size() - u16string_view(u".lock").size());
+        const u16string log = root + u"logs/" + target.substr(root.size());
+        struct stat status;
+        if (os::lstat(lock.c_str(), &status) || os::lstat(target.c_str(), &status)) return;
+        char text[1024];
+        Owned<FILE, fclose> file(os::open(log.c_str(), u"rb"));
+        const size_t size = file ? fread(text, 1, sizeof text, file.get()) : 0;
+        file.reset(); // else it counts as open
+        const std::string_view line(text, size);
+        if (size < sizeof text && line.starts_with(kNothing) && line.find('\n') == size - 1)
+            remove(log);
+    }
+
     // The directory that a pack grew in; it stays while somebody still writes there.
     void left_pack(const u16string &path) {
         directory(path + u"/", [](u16string_view) { return true; });
@@ -88,6 +105,7 @@ struct Sweep {
         for (const os::Name &name : names) {
             if (name.text == u"." || name.text == u"..") continue;
             if (!name.directory && may_go(name.text)) remove(path + name.text);
+            if (!name.directory && below && may_go(name.text)) begun_log(path + name.text);
             if (name.directory && below) directory(path + name.text + u"/", may_go, true);
             if (name.directory && name.text.starts_with(u"tmp_pack_")) left_pack(path + name.text);
         }

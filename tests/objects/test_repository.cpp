@@ -173,6 +173,16 @@ TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
     ASSERT_OK(zev::sweep_stale(repository.get()));
     for (const char *file : kFiles) EXPECT_FALSE(there(file)) << file;
     EXPECT_TRUE(there("refs/heads/other"));
+    // A branch that was only begun leaves no log; the log of another one stays.
+    const std::string line =
+        std::string(40, '0') + " " + std::string(40, '1') + " a <b> 1 +0000\tx\n";
+    crash("index", {"refs/heads/begun.lock", "refs/heads/gone.lock"});
+    write(place / ".git/logs/refs/heads/begun", line);
+    write(place / ".git/logs/refs/heads/gone", line + line);
+    ASSERT_OK(zev::sweep_stale(repository.get()));
+    EXPECT_FALSE(there("logs/refs/heads/begun"));
+    EXPECT_TRUE(there("logs/refs/heads/gone"));
+    std::filesystem::remove(place / ".git/logs/refs/heads/gone");
     std::filesystem::remove(place / ".git/refs/heads/other");
     ASSERT_OK(commit({{u"a", "2"}}, u"after the crash"));
     expect_sound();
