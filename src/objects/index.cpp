@@ -35,14 +35,29 @@ Lock lock_index(Repository *repository) {
     return Lock(flock_open_lazy(path));
 }
 
+// libgit2 asks for a file's size by name and opens it after that. Without the lock a writer may
+// come in between: the size is the old file's then, the bytes are the new one's, and they make no
+// index. So does memory after that; reading once more, by force, puts it right.
+template <class F> int reading(bool locked, F read) {
+    constexpr int kTries = 5;
+    int code = read(locked);
+    for (int tries = 1; code < 0 && !locked && tries < kTries; ++tries) {
+        os::sleep(1);
+        code = read(true);
+    }
+    return code;
+}
+
 } // namespace
 
 namespace zev {
 
-// A file that can't be read now leaves what is in memory, as a status always did.
+// A file that can't be read is told by whoever has to change it.
 void index_refresh(Index *index) {
     if (index->lock || index->dirty || !git_index_path(index->handle.get())) return;
-    if (git_index_read(index->handle.get(), false) < 0) git_error_clear();
+    git_index *handle = index->handle.get();
+    if (reading(false, [=](bool force) { return git_index_read(handle, force); }) < 0)
+        git_error_clear();
 }
 
 // The saved copy waits for the first write: a mere status pays for none.
@@ -78,8 +93,10 @@ Index *zIndexHead(Repository *repository, bool lock) {
     Lock held;
     if (lock && !(held = lock_index(repository))) return nullptr;
     git::Index handle;
-    int code = git_repository_index(out(handle), repository->handle.get());
-    if (!code) code = git_index_read(handle.get(), lock);
+    const int code = reading(lock, [&](bool force) {
+        const int opened = git_repository_index(out(handle), repository->handle.get());
+        return opened ? opened : git_index_read(handle.get(), force);
+    });
     if (code < 0) return fail_git(code);
     IndexPtr index = wrap_index(std::move(handle), repository);
     if (index) index->lock = std::move(held);

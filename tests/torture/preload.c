@@ -28,6 +28,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <pthread.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -158,7 +159,7 @@ static void note_bytes(const char *path, const struct stat *at) {
     int fd = REAL(open)(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0 || read(fd, image->bytes, (size_t)at->st_size) != at->st_size)
         image->was.st_size = 0;
-    if (fd >= 0) close(fd);
+    if (fd >= 0) REAL(close)(fd);
 }
 
 static void note_bytes_at(int dir, const char *path) {
@@ -222,7 +223,7 @@ static void take_back_bytes(const struct image *image) {
     const struct timespec times[2] = {at.st_atim, at.st_mtim};
     futimens(fd, times);
     REAL(fchmod)(fd, at.st_mode & 07777);
-    close(fd);
+    REAL(close)(fd);
 }
 
 static void die(void) {
@@ -273,20 +274,45 @@ __attribute__((destructor)) static void report(void) {
     char text[64];
     int length = snprintf(text, sizeof text, "%ld %ld\n", calls, writes);
     if (REAL(write)(fd, text, (size_t)length) < 0) _exit(99);
-    close(fd);
+    REAL(close)(fd);
 }
 
 // ---- The witness
 //
 // The library's lock on the index is a lock on the file .index.zlck, which its holder removes
-// before he lets go. The witness never goes away, so that two holders can't miss each other.
+// before he lets go. The witness never goes away, so that two holders can't miss each other. Of one
+// who was killed the system closes file after file: his lock may be free a moment before his
+// witness is, which is no meeting. So the holder is written down, and only a living one counts.
 
-static int witness = -1;
+static int witness = -1, lock_fd = -1;
 static const char lock_name[] = "/.index.zlck";
 
 static int is_lock_file(const char *path) {
     const size_t length = strlen(path), tail = sizeof lock_name - 1;
     return length >= tail && !strcmp(path + length - tail, lock_name);
+}
+
+// The one who is written down, unless he is dead or about to be (PF_EXITING).
+static int is_alive(int fd) {
+    char path[64], text[512];
+    pid_t pid = 0;
+    unsigned flags = 0;
+    if (pread(fd, &pid, sizeof pid, 0) != sizeof pid) return 0;
+    snprintf(path, sizeof path, "/proc/%d/stat", (int)pid);
+    const int stat_fd = REAL(open)(path, O_RDONLY | O_CLOEXEC);
+    if (stat_fd < 0) return 0;
+    const ssize_t size = read(stat_fd, text, sizeof text - 1);
+    REAL(close)(stat_fd);
+    text[size < 0 ? 0 : size] = 0;
+    const char *behind = strrchr(text, ')'); // of the program's name
+    return behind && sscanf(behind + 1, " %*c %*d %*d %*d %*d %*d %u", &flags) == 1 && !(flags & 4);
+}
+
+static void met(const char *path) {
+    const char text[] = "two in the lock\n";
+    const int fd = REAL(open)(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (fd < 0 || REAL(write)(fd, text, sizeof text - 1) < 0) _exit(99);
+    REAL(close)(fd);
 }
 
 static void lock_taken(int fd) {
@@ -300,16 +326,32 @@ static void lock_taken(int fd) {
     // A file that was removed meanwhile is given up by the library too.
     if (!is_lock_file(name) || fstat(fd, &held) != 0 || stat(name, &there) != 0) return;
     if (!same(id_of(&held), id_of(&there))) return;
-    witness = REAL(open)(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    const char text[] = "two in the lock\n";
-    if (flock(witness, LOCK_EX | LOCK_NB) != 0 && REAL(write)(witness, text, sizeof text - 1) < 0)
-        _exit(99);
+    char holder[PATH_MAX];
+    snprintf(holder, sizeof holder, "%s.holder", path);
+    witness = REAL(open)(holder, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    while (flock(witness, LOCK_EX | LOCK_NB) != 0) {
+        if (is_alive(witness)) return met(path);
+        sched_yield();
+    }
+    lock_fd = fd;
+    const pid_t own = getpid();
+    if (REAL(pwrite)(witness, &own, sizeof own, 0) != sizeof own) _exit(99);
+}
+
+static void leave_witness(void) {
+    REAL(close)(witness);
+    witness = lock_fd = -1;
 }
 
 static void lock_given(const char *path) {
-    if (witness < 0 || !is_lock_file(path)) return;
-    close(witness);
-    witness = -1;
+    if (witness >= 0 && is_lock_file(path)) leave_witness();
+}
+
+// Who only looked whether a lock is held lets it go with its name still there.
+int close(int fd) {
+    LOCKED;
+    if (witness >= 0 && fd == lock_fd) leave_witness();
+    return REAL(close)(fd);
 }
 
 #define CONTROL(name)                                                                              \
@@ -540,6 +582,7 @@ int fflush(FILE *file) {
 
 int fclose(FILE *file) {
     LOCKED;
+    if (witness >= 0 && fileno(file) == lock_fd) leave_witness();
     if (!stream_fails(file, 0)) return REAL(fclose)(file);
     const int reason = errno;
     __fpurge(file);
