@@ -1,10 +1,11 @@
 // A designer's day on a copy of 10,000 files: connecting to it and making its tree of nodes anew,
 // beside the bare status that this needs; one directory listed; half of the files changed and
 // reverted, removed (beside `git rm`), looked for in the trash and brought back; 1,000 conflicts
-// analysed and resolved both ways.
+// analysed and resolved both ways; a commit beside the same one that syncs nothing.
 #include "bench.hpp"
 
 #include "objects/index.hpp"
+#include "system/os.hpp"
 
 #include "zev/zev.h"
 
@@ -61,15 +62,16 @@ class Day {
         report("revert", [&](Index *index, PathSpec *spec) { return zIndexRevert(index, spec); });
     }
 
+    // The trash then holds what was removed and no more.
     void remove() {
+        purge();
         report("remove", [&](Index *index, PathSpec *spec) { return zIndexRemove(index, spec); });
         double first = 0;
         const double all = bench::once([&] { first = search(u"*", SIZE_MAX); });
         bench::line("trash-search-first", "zev", "ms", first);
         bench::line("trash-search-all", "zev", "ms", all);
         restore(500);
-        bench::line("trash-purge", "zev", "ms",
-                    bench::once([&] { check(zTrashPurge(repository_.get(), 0)); }));
+        bench::line("trash-purge", "zev", "ms", purge());
     }
 
     // `git rm` of as many files; it keeps nothing.
@@ -111,7 +113,27 @@ class Day {
         }
     }
 
+    void durable() {
+        const auto call = os::calls.syncfs;
+        const double synced = commit_one();
+        os::calls.syncfs = [](int) { return 0; };
+        const double bare = commit_one();
+        os::calls.syncfs = call;
+        bench::compare("commit-durable", "no-sync", "ms", synced, bare);
+    }
+
   private:
+    double commit_one() {
+        const IndexPtr index(zIndexHead(repository_.get(), true));
+        const SpecPtr one(zPathSpecNew(zStrfromutf8(path_of(7).c_str()), Z_SPEC_LITERAL));
+        return bench::median(
+            [&] {
+                check(zIndexAdd(index.get(), one.get()) && zIndexWrite(index.get()));
+                commit(index.get());
+            },
+            [&, n = 0]() mutable { write(7, std::to_string(++n).c_str()); }, 25);
+    }
+
     void write(uint64_t file, const char *what) {
         const fs::path path = fs::path(root_) / path_of(file);
         if (file % 100 == 0) fs::create_directories(path.parent_path());
@@ -158,6 +180,10 @@ class Day {
         return first;
     }
 
+    double purge() {
+        return bench::once([&] { check(zTrashPurge(repository_.get(), 0)); });
+    }
+
     void restore(uint64_t count) {
         std::vector<TrashEntry *> entries;
         TrashFind *find = zTrashFindNew(repository_.get(), nullptr, nullptr, false);
@@ -202,6 +228,7 @@ int main() {
         day.remove_by_git();
         day.remove();
         day.conflicts(1000);
+        day.durable();
     }
     zGlobalCleanup();
 }
