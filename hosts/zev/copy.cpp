@@ -148,6 +148,9 @@ OwnedCommit WorkingCopy::commit(const std::string &revision) const {
     return commit;
 }
 
+// What was raised last is not that something is missing: it is there and can't be read.
+static bool is_damage() { return zErrorClass() == kGit && zErrorCode() == -1; }
+
 OwnedCommit WorkingCopy::named_commit(const std::string &name) const {
     Repository *repository = repository_.get();
     OwnedCommit commit;
@@ -158,6 +161,7 @@ OwnedCommit WorkingCopy::named_commit(const std::string &name) const {
     } else if (!name.empty()) {
         commit.reset(zCommitByref(repository, wide(name).c_str()));
     }
+    if (!commit && is_damage()) fail_raised(name);
     if (!commit && name.size() >= kMinPrefix && name.size() < 40 && is_hex(name)) {
         Oid prefix = padded(name);
         commit.reset(zCommitByprefix(repository, &prefix, name.size()));

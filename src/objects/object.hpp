@@ -34,14 +34,18 @@ Record *by_id(Repository *repository, const Oid *id, git_object_t type = ObjectK
     return wrap<Record>(std::move(handle), repository, at);
 }
 
-// `length` counts hexadecimal digits.
+// `length` counts hexadecimal digits. The whole id is looked up first: libgit2 reads by a prefix
+// past the guard of loose objects.
 template <class Record>
 Record *by_prefix(Repository *repository, const Oid *prefix, uint64_t length,
                   git_object_t type = ObjectKind<Record>::type, Here at = {}) {
     if (!repository || !prefix) return fail_args(at);
+    git::Odb odb;
     git::Object handle;
-    int code = git_object_lookup_prefix(out(handle), repository->handle.get(), git::oid(prefix),
-                                        length, type);
+    git_oid id;
+    int code = git_repository_odb(out(odb), repository->handle.get());
+    if (!code) code = git_odb_exists_prefix(&id, odb.get(), git::oid(prefix), length);
+    if (!code) code = git_object_lookup(out(handle), repository->handle.get(), &id, type);
     if (code < 0) return fail_git(code);
     return wrap<Record>(std::move(handle), repository, at);
 }

@@ -3,6 +3,7 @@
 #include "objects/repository.hpp"
 
 #include "common/utf.hpp"
+#include "objects/loose_object.hpp"
 #include "objects/sweep.hpp"
 #include "zev/commit.h"
 #include "zev/dir.h"
@@ -241,14 +242,17 @@ Repository *zRepositoryClone(const zwchar *url, const zwchar *path, bool bare) t
     return fail_thrown();
 }
 
-Repository *zRepositoryNew(void *handle) {
+Repository *zRepositoryNew(void *handle) try {
     if (!handle) return fail_args();
     auto *raw = static_cast<git_repository *>(handle);
     if (!switch_off(raw)) return nullptr;
+    guard_loose_objects(raw);
     auto *repository = new (std::nothrow) Repository();
     if (!repository) return fail_memory();
     repository->handle.reset(raw);
     return repository;
+} catch (...) {
+    return fail_thrown();
 }
 
 void zRepositoryFree(Repository *repository) { delete repository; }

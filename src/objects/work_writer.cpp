@@ -3,7 +3,7 @@
 #include "common/limits.hpp"
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/loose_blob.hpp"
+#include "objects/loose_object.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"
@@ -39,8 +39,10 @@ struct StoredBlob {
 
 bool WorkWriter::open() {
     if (odb_) return true;
-    const int code = git_repository_odb(out(odb_), index_->owner->handle.get());
-    return code < 0 ? fail_git(code) : true;
+    git_repository *handle = index_->owner->handle.get();
+    if (const int code = git_repository_odb(out(odb_), handle); code < 0) return fail_git(code);
+    objects_ = objects_directory(handle);
+    return true;
 }
 
 bool WorkWriter::has(const git_oid &id) {
@@ -58,13 +60,7 @@ bool WorkWriter::place(git_index_entry entry, bool replaces) {
     return index_drop_below(index_, entry.path) && index_enter(index_, entry);
 }
 
-// File systems stamp by a clock of their own, which stands still for up to 10 ms.
-void WorkWriter::settle() const {
-    constexpr int64_t kSecond = 1'000'000'000, kMillisecond = 1'000'000, kTick = 10 * kMillisecond;
-    const int64_t until = youngest_.tv_sec * kSecond + youngest_.tv_nsec + kTick;
-    const int64_t left = until - os::calls.now();
-    if (left > 0 && left <= kTick) os::sleep(static_cast<uint32_t>(left / kMillisecond + 1));
-}
+void WorkWriter::settle() const { os::wait_past(youngest_); }
 
 // ---- Directories on the way
 
@@ -150,26 +146,22 @@ bool WorkWriter::write_aside(const git_index_entry &entry, const std::u16string 
 
 bool WorkWriter::write_file(const git_index_entry &entry, const std::u16string &full,
                             bool replaces) {
-    LooseBlob from;
-    if (!is_large_loose(entry.id) || !from.open(index_->owner->handle.get(), entry.id))
-        return write_whole(entry, full, replaces);
+    LooseObject from;
+    if (!is_large_loose(from, entry.id)) return write_whole(entry, full, replaces);
     return write_aside(entry, full, replaces,
                        [&](int fd) { return stream(from, fd, entry.id, full.c_str()); });
 }
 
-// One that can be written block by block; what lies in packs can't.
-bool WorkWriter::is_large_loose(const git_oid &id) {
+// One that can be written block by block, then opened; what lies in packs can't. The first backend
+// that has an object is the one that would be asked.
+bool WorkWriter::is_large_loose(LooseObject &object, const git_oid &id) {
+    git_odb_backend *packs = nullptr;
     for (size_t n = 0; n < git_odb_num_backends(odb_.get()); ++n) {
-        git_odb_backend *backend = nullptr;
-        size_t size = 0;
-        git_object_t type = GIT_OBJECT_INVALID;
-        if (git_odb_get_backend(&backend, odb_.get(), n) || !backend->read) continue;
-        // The first that has it is the one that would be asked; only that of loose ones streams.
-        if (!backend->readstream && backend->exists && backend->exists(backend, &id)) return false;
-        if (backend->readstream && !backend->read_header(&size, &type, backend, &id))
-            return size > limits::step;
+        if (git_odb_get_backend(&packs, odb_.get(), n)) continue;
+        if (!packs->readstream && packs->exists && packs->exists(packs, &id)) return false;
     }
-    return false;
+    return object.open(objects_, id) == LooseObject::Found::sound &&
+           object.type() == GIT_OBJECT_BLOB && object.size() > limits::step;
 }
 
 bool WorkWriter::write_whole(const git_index_entry &entry, const std::u16string &full,
@@ -207,7 +199,7 @@ int WorkWriter::read(StoredBlob &blob, const git_oid &id) {
     return GIT_ENOTFOUND;
 }
 
-bool WorkWriter::stream(LooseBlob &from, int fd, const git_oid &id, const zwchar *full) {
+bool WorkWriter::stream(LooseObject &from, int fd, const git_oid &id, const zwchar *full) {
     if (!hash_begins(from.size())) return fail_memory();
     std::vector<char> block(limits::step);
     uint64_t left = from.size();

@@ -11,7 +11,7 @@
 
 namespace zev {
 
-class LooseBlob;
+class LooseObject;
 struct StoredBlob;
 
 // For one operation: what holds for all files is decided once, directories on the way are made
@@ -49,7 +49,7 @@ class WorkWriter {
     bool write_bytes(int fd, const void *bytes, size_t size, const zwchar *full);
     bool write_file(const git_index_entry &entry, const std::u16string &full, bool replaces);
     bool write_whole(const git_index_entry &entry, const std::u16string &full, bool replaces);
-    bool is_large_loose(const git_oid &id);
+    bool is_large_loose(LooseObject &object, const git_oid &id);
     int read(StoredBlob &blob, const git_oid &id);
     bool write_filtered(const git_index_entry &entry);
     bool write_link(const git_index_entry &entry, const std::u16string &full);
@@ -57,13 +57,14 @@ class WorkWriter {
     template <class F>
     bool write_aside(const git_index_entry &entry, const std::u16string &full, bool replaces,
                      F fill);
-    bool stream(LooseBlob &from, int fd, const git_oid &id, const zwchar *full);
+    bool stream(LooseObject &from, int fd, const git_oid &id, const zwchar *full);
     bool hash_begins(uint64_t size);
     bool hash_ends(const git_oid &id);
 
     Index *index_;
     Filters filters_;
     git::Odb odb_;
+    std::u16string objects_;                      // where the store has its files
     Owned<EVP_MD_CTX, EVP_MD_CTX_free> hash_;     // of the blob at hand
     std::unordered_set<std::string> directories_; // that are there, real ones
     struct stat status_ {};                       // of the file just written

@@ -157,6 +157,8 @@ void *module_symbol(void *module, const char *name);
 
 // ---- Time
 void sleep(uint32_t milliseconds); // 0 yields
+// Until what is written now is stamped later than `stamp`, which a file has: some milliseconds.
+void wait_past(const timespec &stamp);
 int64_t seconds_west();            // of UTC, without summer time
 // Text of a broken-down UTC time by strftime, UTF-8; local means by the user's language.
 std::string format_time(const char *format, int64_t seconds, bool local); // may throw

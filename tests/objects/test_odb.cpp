@@ -194,3 +194,38 @@ TEST_F(OdbTest, ChecksOutThroughFilters) {
     EXPECT_EQ(read(place / "deep/er/a.txt"), "one\r\ntwo\r\n");
     EXPECT_EQ(read(place / "deep/er/a.dwx"), "one\ntwo\n");
 }
+
+// What a loss of power leaves of an object's file, from nothing to all but a byte, and rubbish:
+// every road to it ends with an error, and soon.
+TEST_F(OdbTest, DamagedFilesOfObjectsAreRefused) {
+    std::string text;
+    for (int n = 0; n < 3000; ++n) text += std::to_string(n * 7919 % 1009);
+    const CommitPtr made = commit({{u"a.txt", text}});
+    ASSERT_OK(made);
+    const TreePtr root(zCommitTree(made.get()));
+    const Oid ids[] = {blob(text), *zTreeId(root.get()), *zCommitId(made.get())};
+    for (const Oid &id : ids) {
+        const std::string name = hex(&id);
+        const auto file = place / ".git/objects" / name.substr(0, 2) / name.substr(2);
+        const std::string whole = read(file), flipped = whole.substr(0, 9) + "?????" + whole;
+        const std::string endless = "\x78\x01" + std::string(100, '\0'); // empty blocks, no end
+        std::vector<std::string> damaged = {flipped, endless, "rubbish"};
+        for (const size_t size : {size_t{0}, size_t{1}, size_t{2}, size_t{12}, whole.size() / 2,
+                                  whole.size() - 5, whole.size() - 1})
+            damaged.push_back(whole.substr(0, size));
+        std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+        for (const std::string &bytes : damaged) {
+            write(file, bytes);
+            const RepositoryPtr again(zRepositoryOpen(place.u16string().c_str()));
+            const OdbPtr store(zOdbOpen(again.get()));
+            const StreamPtr target(zMemStream(0, 0));
+            EXPECT_FALSE(ObjectPtr(zObjectByid(again.get(), &id, Z_OBJECT_ANY))) << name;
+            EXPECT_NE(narrow(zErrorReason()).find(name + " is damaged"), std::string::npos);
+            EXPECT_FALSE(ObjectPtr(zObjectByprefix(again.get(), &id, 7, Z_OBJECT_ANY)));
+            EXPECT_FALSE(zOdbRead(store.get(), &id, target.get())) << name << " " << bytes.size();
+        }
+        write(file, whole);
+        EXPECT_OK(ObjectPtr(zObjectByid(repository.get(), &id, Z_OBJECT_ANY)));
+    }
+    expect_sound();
+}

@@ -20,6 +20,21 @@ void sleep(uint32_t milliseconds) {
     while (nanosleep(&left, &left) != 0 && errno == EINTR) continue;
 }
 
+// File systems stamp by the clock of the last tick, which stands still for 1 to 10 ms. A stamp of
+// another machine's clock may lie far ahead: it is not waited for longer than that.
+void wait_past(const timespec &stamp) {
+    constexpr long kStep = 500'000;
+    constexpr int kSteps = 20;
+    for (int n = 0; n < kSteps; ++n) {
+        timespec now;
+        clock_gettime(CLOCK_REALTIME_COARSE, &now);
+        if (now.tv_sec != stamp.tv_sec ? now.tv_sec > stamp.tv_sec : now.tv_nsec > stamp.tv_nsec)
+            return;
+        const timespec step = {0, kStep};
+        nanosleep(&step, nullptr);
+    }
+}
+
 // Without summer time, which north and south of the equator keep at opposite ends of a year;
 // glibc's own `timezone` is summer time where the law calls winter the exception.
 int64_t seconds_west() {
