@@ -113,7 +113,8 @@ class CommandLine {
         add_generator();
     }
 
-    // False after help was shown, or when the arguments are no good; then `code` is the exit code.
+    // False after help or the version was shown, or when the arguments are no good; then `code` is
+    // the exit code.
     bool parse(int argc, char **argv, int &code) try {
         char **mark = std::find_if(argv, argv + argc, [](const char *argument) {
             return std::string_view(argument) == "--";
@@ -126,8 +127,8 @@ class CommandLine {
         }
         app_.parse(static_cast<int>(words.size()), words.data());
         return true;
-    } catch (const CLI::CallForHelp &help) {
-        code = app_.exit(help);
+    } catch (const CLI::Success &told) {
+        code = app_.exit(told);
         return false;
     } catch (const CLI::ParseError &error) {
         code = kUsage;
@@ -147,6 +148,7 @@ class CommandLine {
 
   private:
     void add_globals() {
+        app_.set_version_flag("--version", "zev " ZEV_VERSION, "Print the version and exit");
         app_.add_option("-C", globals_.directory, "Work as if started in this directory")
             ->type_name("DIR");
         app_.add_flag("--json", globals_.json, "One JSON object a line on stdout, errors too");
@@ -362,14 +364,16 @@ class CommandLine {
             ->type_name("REV");
         exporting->add_flag("--force", export_.force, "Replace a file that was not named");
 
-        CLI::App *diff = verb("diff", "Show which objects of a drawing changed",
-                              "Without a revision the work file is compared with HEAD, with one\n"
-                              "with that, with two the first with the second. A modified object\n"
-                              "shows the fields that changed, by group code, old and new.\n"
-                              "Examples:\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
-                              "  zev diff plan.dwx --stat",
-                              [this](Host &host) { return host::diff(host, diff_); });
-        diff->add_option("drawing", diff_.drawing, "A .dwx file")->required();
+        CLI::App *diff =
+            verb("diff", "Show which objects of a drawing changed",
+                 "Without a drawing all are shown that were changed since HEAD.\n"
+                 "Without a revision the work file is compared with HEAD, with one\n"
+                 "with that, with two the first with the second. A modified object\n"
+                 "shows the fields that changed, by group code, old and new.\n"
+                 "Examples:\n  zev diff\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
+                 "  zev diff plan.dwx --stat",
+                 [this](Host &host) { return host::diff(host, diff_); });
+        diff->add_option("drawing", diff_.drawing, "A .dwx file");
         diff->add_option("from", diff_.from, "Older version")->type_name("REV");
         diff->add_option("to", diff_.to, "Newer version")->type_name("REV");
         CLI::Option *full =

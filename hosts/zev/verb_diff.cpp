@@ -73,15 +73,22 @@ class Difference {
                const std::string &path)
         : host_(host), copy_(copy), options_(options), path_(path),
           from_(copy, path, options.from.empty() ? "HEAD" : options.from),
-          to_(copy, path, options.to) {}
-
-    void run() {
-        const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
-        if (!zOidIsEqual(&from.table, &to.table))
+          to_(copy, path, options.to) {
+        const dxf::Manifest &older = from_.manifest, &newer = to_.manifest;
+        if (!zOidIsEqual(&older.table, &newer.table))
             throw Failed(kOther, path_ + ": the two versions are kept in different tables");
-        for (const ObjectChange &change : dxf::compare_objects(from.objects, to.objects))
+        for (const ObjectChange &change : dxf::compare_objects(older.objects, newer.objects)) {
             changes_.push_back({change, {}, {}, {}, {}});
+            ++totals_[change.kind];
+        }
         read_rows();
+    }
+
+    using Counts = std::array<uint64_t, 3>; // by kind of change
+
+    const Counts &totals() const { return totals_; }
+
+    void print() const {
         if (options_.stat) {
             print_totals("kind", &Change::kind);
             print_totals("layer", &Change::layer);
@@ -92,7 +99,6 @@ class Difference {
             }
         }
         print_blocks();
-        print_summary();
     }
 
   private:
@@ -201,15 +207,7 @@ class Difference {
 
     // ---- Totals
 
-    using Counts = std::array<uint64_t, 3>;
-
-    Counts totals() const {
-        Counts counts{};
-        for (const Change &change : changes_) ++counts[change.object.kind];
-        return counts;
-    }
-
-    void print_totals(const char *by, std::string Change::*name) {
+    void print_totals(const char *by, std::string Change::*name) const {
         std::map<std::string, Counts> rows;
         for (const Change &change : changes_) ++rows[change.*name][change.object.kind];
         if (rows.empty()) return;
@@ -231,16 +229,6 @@ class Difference {
                                  .set(u"removed", counts[ObjectChange::removed]));
         }
         host_.out.line("");
-    }
-
-    void print_summary() const {
-        const auto [added, modified, removed] = totals();
-        host_.out.line(std::to_string(added) + " added, " + std::to_string(modified) +
-                       " modified, " + std::to_string(removed) + " removed");
-        host_.out.record(Record("summary")
-                             .set(u"added", added)
-                             .set(u"modified", modified)
-                             .set(u"removed", removed));
     }
 
     // ---- What is no object
@@ -267,13 +255,63 @@ class Difference {
     const std::string path_;
     Version from_, to_;
     std::vector<Change> changes_;
+    Counts totals_{};
 };
+
+Record &set_counts(Record &record, const Difference::Counts &counts) {
+    return record.set(u"added", counts[ObjectChange::added])
+        .set(u"modified", counts[ObjectChange::modified])
+        .set(u"removed", counts[ObjectChange::removed]);
+}
+
+void print_summary(Host &host, const Difference::Counts &counts) {
+    host.out.line(std::to_string(counts[ObjectChange::added]) + " added, " +
+                  std::to_string(counts[ObjectChange::modified]) + " modified, " +
+                  std::to_string(counts[ObjectChange::removed]) + " removed");
+    Record record("summary");
+    host.out.record(set_counts(record, counts));
+}
+
+// The drawings that are in HEAD and whose work file is another one.
+Paths changed_drawings(const WorkingCopy &copy) {
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedStatus list(check(zStatusListBuild(index.get(), nullptr)));
+    Paths paths;
+    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+        const StatusEntry *entry = zStatusListEntry(list.get(), i);
+        std::string path = narrow(zStatusEntryPath(entry));
+        if (zStatusEntryStatus(entry) == Z_KIND_MODIFIED && path.ends_with(".dwx"))
+            paths.push_back(std::move(path));
+    }
+    return paths;
+}
+
+// A work file that is no drawing any more is told, and the others are shown.
+Difference::Counts diff_all(Host &host, const WorkingCopy &copy, const DiffOptions &options) {
+    Difference::Counts totals{};
+    for (const std::string &path : changed_drawings(copy)) try {
+            const Difference difference(host, copy, options, path);
+            host.out.line(host.out.paint(Colour::bold, clean(path)));
+            Record record("drawing");
+            record.set(u"path", path);
+            host.out.record(set_counts(record, difference.totals()));
+            difference.print();
+            for (size_t i = 0; i < totals.size(); ++i) totals[i] += difference.totals()[i];
+        } catch (const Failed &failed) {
+            if (failed.error_class == kCanceled) throw;
+            host.out.warn(failed.what());
+        }
+    return totals;
+}
 
 } // namespace
 
 int diff(Host &host, const DiffOptions &options) {
     WorkingCopy copy;
-    Difference(host, copy, options, copy.relative(options.drawing)).run();
+    if (options.drawing.empty()) return print_summary(host, diff_all(host, copy, options)), kDone;
+    const Difference difference(host, copy, options, copy.relative(options.drawing));
+    difference.print();
+    print_summary(host, difference.totals());
     return kDone;
 }
 

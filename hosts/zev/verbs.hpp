@@ -96,7 +96,7 @@ struct ExportOptions {
     bool force = false;   // a target that was not named may be replaced
 };
 struct DiffOptions {
-    std::string drawing;
+    std::string drawing;  // empty: all that were changed
     std::string from, to; // revisions; empty: HEAD, the work directory
     bool stat = false;    // totals in place of the objects
     bool brief = false;   // objects without their fields

@@ -316,9 +316,12 @@ TEST_F(HistoryVerbs, FieldsAndTotals) {
               std::string::npos)
         << records[0];
     EXPECT_EQ(all("diff plan.dwx --stat", "total", u"name"), "CIRCLE DICTIONARY   [2JX ");
+    EXPECT_EQ(lines(ok("diff --brief"))[0], "plan.dwx");
+    EXPECT_EQ(all("diff", "drawing", u"modified") + all("diff", "drawing", u"removed"), "1 1 ");
     EXPECT_EQ(zev(root, "diff plan.dwx --stat --full 2>/dev/null").code, 2);
     ok("commit -m two plan.dwx");
     EXPECT_EQ(all("show HEAD --stat", "drawing", u"modified"), "1 ");
+    EXPECT_EQ(ok("diff"), "0 added, 0 modified, 0 removed\n");
 }
 
 TEST_F(HistoryVerbs, LogTakesFiltersAndFollowsRenames) {

@@ -167,6 +167,7 @@ struct JsonDocument : testing::Test {
         draw("plan.dxf", "13.5", false);
         run("import ../plan.dxf");
         run("import ../plan.dxf ../none.dxf", 1);
+        run("diff");
         run("diff plan.dwx");
         run("diff plan.dwx --full");
         run("diff plan.dwx --stat");
