@@ -2,6 +2,7 @@
 
 #include "common/text.hpp"
 #include "objects/object.hpp"
+#include "objects/reference.hpp"
 #include "objects/tree_changes.hpp"
 #include "system/errno.hpp"
 #include "system/os.hpp"
@@ -126,7 +127,9 @@ bool NewCommit::move_reference() {
     int code = git_reference_create_matching(out(moved), repository->handle.get(), name.c_str(),
                                              git_commit_id(made.get()), born, born ? &tip : nullptr,
                                              log.c_str());
-    return code < 0 ? fail_git(code) : true;
+    if (code < 0) fail_git(code);
+    if (code < 0 && !born) drop_begun_log(repository->handle.get(), name.c_str());
+    return code >= 0;
 }
 
 // ---- Reading

@@ -1,9 +1,11 @@
-#include "zev/reference.h"
+#include "objects/reference.hpp"
+
 #include "common/utf.hpp"
 #include "objects/object.hpp"
 #include "objects/strict.hpp"
 #include "system/os.hpp"
 #include "zev/oid.h"
+#include "zev/reference.h"
 #include "zev/repository.h"
 
 #include <algorithm>
@@ -74,7 +76,10 @@ void sync_file(const git_reference *reference, Repository *owner) {
 template <class F>
 Reference *made(Repository *repository, const zwchar *name, F make, Here at = {}) try {
     Reference *reference = opened(repository, name, make, at);
-    if (reference) sync_file(reference->handle.get(), repository);
+    if (reference)
+        sync_file(reference->handle.get(), repository);
+    else if (repository && name)
+        drop_begun_log(repository->handle.get(), to_utf8(name).c_str());
     return reference;
 } catch (...) {
     return fail_thrown(at);
@@ -94,6 +99,23 @@ void copy_name(zwchar *buffer, uint64_t length, std::u16string_view name) {
 }
 
 } // namespace
+
+namespace zev {
+
+void drop_begun_log(git_repository *git, const char *name) {
+    using Log = Owned<git_reflog, git_reflog_free>;
+    const Finally clear([] { git_error_clear(); });
+    git_oid id;
+    Log log;
+    if (git_reference_name_to_id(&id, git, name) != GIT_ENOTFOUND) return;
+    // A log that isn't there would be made by the reading.
+    if (git_reference_has_log(git, name) != 1 || git_reflog_read(out(log), git, name)) return;
+    const git_reflog_entry *first = git_reflog_entry_byindex(log.get(), 0);
+    if (git_reflog_entrycount(log.get()) == 1 && git_oid_is_zero(git_reflog_entry_id_old(first)))
+        git_reflog_delete(git, name);
+}
+
+} // namespace zev
 
 Reference *zReferenceNew(void *handle, Repository *repository) {
     if (!handle || !repository) return fail_args();

@@ -15,7 +15,8 @@
 // happened since the last sync: names that were made, moved and taken away, and the bytes, mode and
 // times that a file had before its first write. It is undone from the end. What makes durable:
 //   syncfs, sync          everything
-//   fsync, fdatasync      the file's bytes, and its name if it is new, as Linux's file systems do;
+//   fsync, fdatasync      the file's bytes, and its name if it is new, as Linux's file systems do,
+//                         but none that it has had for a while only;
 //                         of a directory: what happened to names in it
 // A move counts as durable as soon as one of its two directories is. Where names reach the disk by
 // themselves ("hollow"), a move onto a name that stood flushes the bytes, as ext4 and btrfs do; one
@@ -188,14 +189,30 @@ static void forget_bytes(struct id self) {
         if (same(images[i].self, self)) images[i--] = images[--image_count];
 }
 
+// A new file's name, or the one that it was given since; nothing comes back under the first one.
+static void made_durable(size_t made) {
+    const char *path = names[made].path;
+    names[made].kind = DURABLE;
+    for (size_t i = made + 1; i < name_count; ++i) {
+        const int kind = names[i].kind;
+        if ((kind != GONE && kind != MOVED) || strcmp(names[i].path, path) != 0) continue;
+        names[i].kind = DURABLE;
+        if (kind == GONE) return;
+        path = names[i].to;
+        if (names[i - 1].kind == GONE && !strcmp(names[i - 1].path, path))
+            names[i - 1].kind = DURABLE; // what it replaced
+    }
+}
+
 static void synced(int fd) {
     struct stat at;
     if (fstat(fd, &at) != 0) return;
     const struct id self = id_of(&at);
+    const int directory = S_ISDIR(at.st_mode);
     for (size_t i = 0; i < name_count; ++i) {
         struct name *name = &names[i];
-        const int in = same(name->above, self) || same(name->above_to, self);
-        if (S_ISDIR(at.st_mode) ? in : name->kind == MADE && same(name->self, self))
+        if (!directory && name->kind == MADE && same(name->self, self)) made_durable(i);
+        if (directory && (same(name->above, self) || same(name->above_to, self)))
             name->kind = DURABLE;
     }
     forget_bytes(self);

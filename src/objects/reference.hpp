@@ -1,0 +1,11 @@
+#pragma once
+
+#include "objects/git.hpp"
+
+namespace zev {
+
+// For a reference that could not be made: the log that libgit2 wrote ahead of it goes, which else
+// tells of a branch that was lost. A log with more in it stays.
+void drop_begun_log(git_repository *git, const char *name);
+
+} // namespace zev
