@@ -1,6 +1,7 @@
 // An object file: what it gives is no longer than its head says, in pieces of any size, and its
 // reading ends.
 #include "objects/loose_object.hpp"
+#include "zev/error.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -36,6 +37,8 @@ void read_through(LooseObject &object, size_t step) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const bool started = zGlobalInit(nullptr, nullptr);
+    (void)started;
     static const std::filesystem::path directory = place();
     const std::string name = git_oid_tostr_s(&kId);
     std::ofstream(directory / "ab" / name.substr(2), std::ios::binary)

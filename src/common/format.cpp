@@ -84,6 +84,8 @@ uint64_t convert(const zwchar *text, uint64_t count, char *out) {
     return utf8_from_wide(text, count, out);
 }
 
+constexpr int kWidest = 1 << 20; // digits of a number
+
 template <class C> class Printer {
   public:
     Printer(C *buffer, uint64_t size, const C *format, va_list arguments)
@@ -281,8 +283,10 @@ template <class C> class Printer {
         return native(spec, "L", letter, va_arg(arguments_, long double));
     }
 
-    // A number by the C library; width and precision always go as arguments.
+    // A number by the C library; width and precision always go as arguments. A catalogue's text may
+    // ask for any, and all of it would be held in memory.
     template <class T> bool native(const Spec &spec, const char *size, char letter, T value) {
+        if (spec.width > kWidest || spec.precision > kWidest) return false;
         char format[16] = "%", local[128];
         strcat(strcat(strcat(format, spec.flags), "*.*"), size);
         format[strlen(format)] = letter;
