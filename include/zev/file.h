@@ -23,7 +23,8 @@ ZEV_API uint64_t zFileRead(FILE *file, void *buffer, uint64_t count);
 ZEV_API uint64_t zFileWrite(FILE *file, const void *buffer, uint64_t count);
 ZEV_API bool zFileFlush(FILE *file);
 
-// The runtime's own, which raise nothing. Null is at its end, in error, at -1.
+// The runtime's own, which raise nothing. Null is at its end, in error, at -1. A rewind fails, and
+// leaves the file in error, when what is still buffered can't be written.
 ZEV_API bool zFileEOF(FILE *file);
 ZEV_API bool zFileError(FILE *file);
 ZEV_API int64_t zFileTell(FILE *file);

@@ -188,13 +188,15 @@ bool is_out_of_proportion(uint64_t made, uint64_t taken) {
            limits::inflated + std::min(taken, UINT64_MAX / limits::inflation) * limits::inflation;
 }
 
-// Until the source's end; false when it, or what is behind `write`, failed.
-template <class F> bool each_block(Stream *source, size_t size, F write) {
+// Until the source's end; false when it, or what is behind `write`, failed. `taken` counts what
+// the source itself takes: it may do so for a while before it gives anything.
+template <class F> bool each_block(Stream *source, size_t size, const uLong &taken, F write) {
     std::vector<unsigned char> block(size);
     while (!zStreamEOF(source)) {
+        const uLong before = taken;
         const uint64_t count = zStreamRead(source, block.data(), block.size());
         if (zStreamError(source)) return false;
-        if (!count && !zStreamEOF(source)) return true; // it neither gives nor ends
+        if (!count && taken == before && !zStreamEOF(source)) return true; // it stands still
         if (!write(block.data(), count)) return false;
     }
     return true;
@@ -242,9 +244,10 @@ Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
     StreamPtr target(temp_stream());
     StreamPtr zip(target ? over(target.get(), encoding, kCompress, false) : nullptr);
     if (!zip) return nullptr;
-    const bool whole = each_block(stream, kBlock, [&](const void *data, uint64_t count) {
+    const auto pack = [&](const void *data, uint64_t count) {
         return zStreamWrite(zip.get(), data, count) == count && !zStreamError(zip.get());
-    });
+    };
+    const bool whole = each_block(stream, kBlock, 0, pack);
     if (!whole) return nullptr;
     zZipStreamFinish(zip.get());
     if (zStreamError(zip.get())) return nullptr;
@@ -261,10 +264,11 @@ Stream *zStreamUncompress(Stream *stream, const zwchar *encoding) try {
     StreamPtr zip(target ? over(stream, encoding, kDecompress, false) : nullptr);
     if (!zip) return nullptr;
     const ZipStream &state = *record(zip.get());
-    const bool whole = each_block(zip.get(), kInflatedBlock, [&](const void *data, uint64_t count) {
+    const auto unpack = [&](const void *data, uint64_t count) {
         return !is_out_of_proportion(state.z.total_out, state.z.total_in) &&
                zStreamWrite(target.get(), data, count) == count && !zStreamError(target.get());
-    });
+    };
+    const bool whole = each_block(zip.get(), kInflatedBlock, state.z.total_in, unpack);
     if (zStreamError(target.get()) || zStreamError(stream)) return nullptr;
     if (!whole || !state.ended || state.failed) return fail_zlib(state.z);
     return rewound(target.get()) ? target.release() : nullptr;

@@ -105,7 +105,7 @@ bool zDirentIsDotOrDotDot(const Dirent *entry) {
 const zwchar *zDirentName(const Dirent *entry) { return entry ? entry->name : nullptr; }
 
 bool zDirForeach(const zwchar *path, bool recursive, DirCallback callback, void *context) {
-    if (!path || !callback) return fail_args();
+    if (!callback) return fail_args();
     return Walk{recursive, callback, context}.directory(path) != kFailed;
 }
 

@@ -91,11 +91,7 @@ int64_t zFileTell(FILE *file) { return file ? os::tell(file) : -1; }
 bool zFileSeek(FILE *file, int64_t offset, int32_t whence) {
     return file && os::seek(file, offset, whence);
 }
-bool zFileRewind(FILE *file) {
-    if (!file) return false;
-    rewind(file);
-    return true;
-}
+bool zFileRewind(FILE *file) { return file && os::rewind(file); }
 
 bool zFileTruncate(FILE *file, int64_t size) {
     if (!file) return fail_args();

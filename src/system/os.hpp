@@ -74,6 +74,7 @@ bool copy_bytes(int from, int to); // from both cursors to the end of `from`
 bool truncate(FILE *file, int64_t size);
 bool size(FILE *file, uint64_t *size); // with what is still buffered
 bool seek(FILE *file, int64_t offset, int whence);
+bool rewind(FILE *file); // clears its error, unless buffered bytes can't be written
 int64_t tell(FILE *file);
 
 // ---- Files by name
@@ -159,7 +160,7 @@ void *module_symbol(void *module, const char *name);
 void sleep(uint32_t milliseconds); // 0 yields
 // Until what is written now is stamped later than `stamp`, which a file has: some milliseconds.
 void wait_past(const timespec &stamp);
-int64_t seconds_west();            // of UTC, without summer time
+int64_t seconds_west(); // of UTC, without summer time
 // Text of a broken-down UTC time by strftime, UTF-8; local means by the user's language.
 std::string format_time(const char *format, int64_t seconds, bool local); // may throw
 // The seconds of a wall clock reading as if it were UTC; false when it doesn't match.

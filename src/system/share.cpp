@@ -127,8 +127,7 @@ bool zShareSeek(Share *share, int64_t offset, int32_t whence) {
 
 bool zShareRewind(Share *share) {
     if (!share) return fail_args();
-    rewind(share->file);
-    return true;
+    return os::rewind(share->file);
 }
 
 bool zShareTruncate(Share *share, int64_t size) {

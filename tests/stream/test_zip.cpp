@@ -111,6 +111,29 @@ TEST(ZipStream, GoesOnWhereInputAndOutputEndTogether) {
     EXPECT_FALSE(zStreamError(zip.get()));
 }
 
+// A stream that gives a byte a time: the frame's ten are taken before anything can be given.
+TEST(ZipStream, GoesOnWhereNothingIsGivenYet) {
+    struct Slow {
+        Stream head;
+        std::string bytes;
+        size_t at;
+    } slow = {{}, compressed("some text", u"gzip"), 0};
+    slow.head.read = [](Stream *stream, void *buffer, uint64_t) -> uint64_t {
+        auto *source = reinterpret_cast<Slow *>(stream);
+        if (source->at == source->bytes.size()) return 0;
+        *static_cast<char *>(buffer) = source->bytes[source->at++];
+        return 1;
+    };
+    slow.head.eof = [](Stream *stream) {
+        auto *source = reinterpret_cast<Slow *>(stream);
+        return source->at == source->bytes.size();
+    };
+    slow.head.error = [](Stream *) { return false; };
+    StreamPtr back(zStreamUncompress(&slow.head, u"gzip"));
+    ASSERT_OK(back);
+    EXPECT_EQ(drain(back.get()), "some text");
+}
+
 TEST(ZipStream, WritesThroughAndFinishes) {
     const std::string bytes = sample(700000);
     StreamPtr below = memory("");
@@ -134,10 +157,12 @@ TEST(ZipStream, WritesThroughAndFinishes) {
     StreamPtr back(zUnzipFile(file.c_str(), u"gzip"));
     EXPECT_TRUE(drain(back.get()) == bytes);
 
-    StreamPtr full(zZipFile(u"/dev/full", u"gzip"));
-    zStreamWrite(full.get(), bytes.data(), bytes.size());
-    zZipStreamFinish(full.get());
-    EXPECT_TRUE(zStreamError(full.get()));
+    for (const size_t size : {size_t{1}, bytes.size()}) { // fails at the end, and before
+        StreamPtr full(zZipFile(u"/dev/full", u"gzip"));
+        zStreamWrite(full.get(), bytes.data(), size);
+        zZipStreamFinish(full.get());
+        EXPECT_TRUE(zStreamError(full.get())) << size;
+    }
 }
 
 TEST(ZipStream, RefusesDamage) {

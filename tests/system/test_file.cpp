@@ -335,6 +335,12 @@ TEST_F(Trash, KeepsEveryVersion) {
 TEST_F(Trash, Failures) {
     EXPECT_FALSE(drop(u"missing"));
     EXPECT_EQ(errno, ENOENT);
+    test::write(dir.path() / "sub/f", "1");
+    for (const std::u16string &path : {dir / u"sub/..", dir / u"sub/./"}) { // no names of their own
+        EXPECT_FALSE(zDrop(path.c_str()));
+        EXPECT_EQ(errno, EACCES);
+        EXPECT_TRUE(fs::exists(dir.path() / "sub/f"));
+    }
     test::write(dir.path() / "closed/f", "1");
     chmod((dir.path() / "closed").c_str(), 0555);
     test::Child child([&] {

@@ -289,6 +289,12 @@ bool size(FILE *file, uint64_t *size) {
 bool seek(FILE *file, int64_t offset, int whence) { return fseeko(file, offset, whence) == 0; }
 int64_t tell(FILE *file) { return ftello(file); }
 
+bool rewind(FILE *file) {
+    if (!seek(file, 0, SEEK_SET)) return false;
+    clearerr(file);
+    return true;
+}
+
 // ---- Files by name
 
 bool stat(const char16_t *path, struct stat *out) {

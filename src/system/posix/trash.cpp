@@ -102,7 +102,11 @@ Put put_as(const std::string &path, const std::string &trash, const std::string 
     if (!fd) return errno == EEXIST ? Put::taken : Put::failed;
     bool done = write_all(fd.get(), info.data(), info.size()) && calls.fsync(fd.get()) == 0;
     done = done && rename_new(path.c_str(), file_path.c_str());
-    if (!done && errno == EXDEV && copied) {
+    const bool across = !done && errno == EXDEV && copied;
+    dev_t any;
+    if (across && device_of(file_path, &any)) {
+        errno = EEXIST; // somebody's, although its info file is gone
+    } else if (across) {
         done = copy_tree(path, file_path, true) && calls.syncfs(fd.get()) == 0;
         if (done) return remove_path(path) ? Put::done : Put::failed;
         const int kept = errno;
@@ -167,6 +171,9 @@ bool trash(const char16_t *wide) {
     const bool done = guarded([&] {
         struct stat info;
         if (::lstat(name, &info) != 0) return normalised();
+        // Not by their own names: a directory that the caller is in, or the root.
+        const std::string last = base_name(name.view());
+        if (last.empty() || is_dot(last.c_str())) return failed(EACCES);
         const std::string path = absolute(name.view());
         if (path.empty()) return normalised();
         const Put put = into_any_trash(path);
