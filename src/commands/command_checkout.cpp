@@ -137,12 +137,13 @@ bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host
     return fail_thrown();
 }
 
-// What was checked out is connected; whether that succeeds is not the question.
+// What was checked out is connected, anew if it was; whether that succeeds is not the question.
 bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *host) try {
     if (!zStrvalidW(url) || !zStrvalidW(workdir)) return fail_args();
     const Adapter adapter(host);
     const CheckSpecPtr spec = check_spec(nullptr, nullptr, adapter.get());
     if (!spec || !zShellCheckout(url, workdir, spec.get())) return false;
+    zCommandDisconnect(workdir);
     connect(workdir);
     return true;
 } catch (...) {

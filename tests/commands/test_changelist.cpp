@@ -31,9 +31,13 @@ TEST_F(ChangelistTest, AFileTakesItsNewOrMovedDirectoryAlong) {
     EXPECT_EQ(changelist({u"new/f.dwx"}), fresh);
     EXPECT_EQ(changelist({u"NEW/", u"new/f.dwx"}), fresh);
     EXPECT_EQ(changelist({u"a/plain.dwx"}), Lines{"1 >a/plain.dwx"}); // whose directory is old
+    ASSERT_OK(zCommandMkdir(copy.c_str(), u"a2"));
+    put("a2/x.dwx", "an old file, in a directory that is new to git");
+    stage("add -A");
+    EXPECT_EQ(changelist({u"a2/x.dwx"}), Lines{"3 >a2/x.dwx"});
     stage("rm -qf a/plain.dwx a/g.dwx");
     stage("mv a b");
-    EXPECT_EQ(list(), (Lines{"0 >a2/", "4 a/>b/", "3 >new/", "0 >top.dwx"}));
+    EXPECT_EQ(list(), (Lines{"3 >a2/", "4 a/>b/", "3 >new/", "0 >top.dwx"}));
     EXPECT_EQ(changelist({u"b/f.dwx"}),
               (Lines{"2 (null)>a/g.dwx", "4 a/>b/", "4 a/f.dwx>b/f.dwx"}));
 }

@@ -1,5 +1,6 @@
 #include "conflict_fixture.hpp"
 
+#include "objects/conflict.hpp"
 #include "zev/revision.h"
 #include "zev/revlist.h"
 #include "zev/shell.h"
@@ -68,6 +69,7 @@ TEST_F(ShellTest, ConflictsAreDecidedWithoutTheLock) {
         EXPECT_EQ(zErrorClass(), 7);
     }
     EXPECT_OK(zShellResolve(shell, analysis.get())); // with theirs
+    EXPECT_EQ(analysis->index, nullptr);             // that one is gone
     EXPECT_EQ(at("a.dwx"), "theirs");
     EXPECT_EQ(unmerged(), "");
     EXPECT_OK(lock());
