@@ -1,5 +1,6 @@
 // Comparing trees, or a tree and an index. The comparison is libgit2's; paths are selected by our
-// own matcher, and renames found here, since only identical content counts as one.
+// own matcher, and renames found here, since only identical content counts as one. Where a file
+// became a link, or a link a file, libgit2 is left to say what that means for renames.
 #include "objects/diff.hpp"
 
 #include "common/utf.hpp"
@@ -130,6 +131,19 @@ class Renames {
     std::vector<const git_diff_delta *> from_;
 };
 
+bool has_type_change(const git_diff *diff) {
+    return git_diff_num_deltas_of_type(diff, GIT_DELTA_TYPECHANGE) > 0;
+}
+
+int find_identical(git_diff *diff) {
+    git_diff_find_options how;
+    git_diff_find_options_init(&how, GIT_DIFF_FIND_OPTIONS_VERSION);
+    how.flags = GIT_DIFF_FIND_RENAMES | GIT_DIFF_FIND_EXACT_MATCH_ONLY;
+    how.rename_threshold = 100;
+    how.rename_limit = SIZE_MAX;
+    return git_diff_find_similar(diff, &how);
+}
+
 // Of the added file's entry, to which the side comes that libgit2 filed as deleted.
 std::unique_ptr<DiffEntry> make_rename(const git_diff_delta &from, const git_diff_delta &to) {
     auto entry = make_entry(to);
@@ -150,7 +164,8 @@ DiffListPtr copy_deltas(const git_diff *diff, bool renames, const Cancel &cancel
         const git_diff_delta *delta = git_diff_get_delta(diff, i);
         const git_diff_delta *source = moved ? moved->source(i) : nullptr;
         if (source == delta) continue;
-        if (source && cancel.asked(diff, delta, nullptr)) return nullptr;
+        const bool renamed = source || delta->status == GIT_DELTA_RENAMED;
+        if (renamed && cancel.asked(diff, delta, nullptr)) return nullptr;
         diff_list_append(list.get(), source ? make_rename(*source, *delta) : make_entry(*delta));
     }
     return list;
@@ -168,10 +183,15 @@ template <class F> DiffList *compare(PathSpec *spec, DiffCancel wanted, bool cas
     Cancel cancel{wanted};
     cancel.install(how);
     git::Diff diff;
-    const int code = run(out(diff), &how);
+    int code = run(out(diff), &how);
     if (limit.thrown()) return fail_memory();
+    bool renames = !(options & Z_SPEC_NO_RENAMED);
+    if (!code && renames && has_type_change(diff.get())) {
+        code = find_identical(diff.get());
+        renames = false; // they are in
+    }
     if (code < 0) return fail_git(code);
-    DiffListPtr list = copy_deltas(diff.get(), !(options & Z_SPEC_NO_RENAMED), cancel);
+    DiffListPtr list = copy_deltas(diff.get(), renames, cancel);
     if (!list) return git_error_set_str(GIT_ERROR_CALLBACK, "canceled"), fail_git(GIT_ERROR);
     if (zVectorIsEmpty(&list->entries) && options & Z_SPEC_MUST_MATCH)
         return zRaiseNotFound(nullptr), nullptr;

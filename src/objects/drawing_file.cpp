@@ -343,7 +343,6 @@ Drawing *zDrawingRead(const zwchar *path) try {
     return fail_thrown();
 }
 
-// A file that refuses writing is left alone: it would not be opened either, only be replaced.
 // Rows that a manifest names are on the disk before it is.
 static bool sync_rows(const zwchar *path) {
     zwchar directory[Z_PATH_MAX];
@@ -351,6 +350,7 @@ static bool sync_rows(const zwchar *path) {
     return os::sync_tree(below ? directory : u".") || fail_errno(path);
 }
 
+// A file that refuses writing is left alone: it would not be opened, only be replaced.
 bool zDrawingWrite(Drawing *drawing, const zwchar *path) try {
     if (!drawing || !path) return fail_args();
     std::vector<uint8_t> bytes;

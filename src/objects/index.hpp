@@ -56,6 +56,7 @@ class CaseNames {
 
     std::unordered_multiset<uint64_t> hashes_;
     size_t count_ = SIZE_MAX; // of entries when last looked at: others may change the index too
+    size_t found_ = 0;        // where the last twin stood
     std::u16string scratch_;
 };
 

@@ -104,7 +104,8 @@ void CaseNames::build(git_index *index) {
     for (size_t i = 0; i < count_; ++i) hashes_.insert(hash(git_index_get_byindex(index, i)->path));
 }
 
-// A hash beyond those of the path's own entries, which a conflict has, is only a hint.
+// A hash beyond those of the path's own entries, which a conflict has, is only a hint. Paths come
+// in order, as those of a directory that was copied under another case: the next twin is near.
 bool CaseNames::has_twin(git_index *index, std::string_view path) {
     if (count_ != git_index_entrycount(index)) build(index);
     size_t others = hashes_.count(hash(path));
@@ -113,8 +114,9 @@ bool CaseNames::has_twin(git_index *index, std::string_view path) {
         if (git_index_get_bypath(index, name.c_str(), stage)) --others;
     if (!others) return false;
     const std::u16string wanted = scratch_;
-    for (size_t i = 0; i < count_; ++i) {
-        const char *other = git_index_get_byindex(index, i)->path;
+    for (size_t i = 0, first = found_; i < count_; ++i) {
+        found_ = (first + i) % count_;
+        const char *other = git_index_get_byindex(index, found_)->path;
         if (path == other) continue;
         fold_path(scratch_, other);
         if (scratch_ == wanted) return true;

@@ -21,6 +21,11 @@ bool is_inside(const zwchar *workdir, const zwchar *path) {
     return check_path(to_utf8(relative)) && check_links(workdir, relative);
 }
 
+// The directories above the target would be made within the source.
+bool is_within(std::u16string_view path, std::u16string_view directory) {
+    return path.starts_with(directory) && path.substr(directory.size()).starts_with(u'/');
+}
+
 bool make_parents(const zwchar *path) {
     zwchar parent[Z_PATH_MAX];
     return zPathRemoveName(parent, path) && zDirMake(parent, true);
@@ -47,6 +52,7 @@ bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to,
     struct stat status;
     if (!os::lstat(source, &status)) return fail_std(errno);
     if (zPathIsSame(source, target)) return false;
+    if (is_within(tidy_path(to), tidy_path(from))) return fail_std(EINVAL);
     const bool is_dir = S_ISDIR(status.st_mode);
     if (!make_parents(target) || !clear_target(target, replace, is_dir)) return false;
     return os::move(source, target, replace && !is_dir) || fail_std(errno);

@@ -115,7 +115,7 @@ TEST_F(PartialCommitTest, StagedAsItWasAddedUnlessTheFileChangedSince) {
     EXPECT_EQ(git(place, "status --porcelain"), "");
 }
 
-TEST_F(PartialCommitTest, TypeChangesAreNotTakenAndConflictsStopIt) {
+TEST_F(PartialCommitTest, AConflictStopsIt) {
     put("a", "base");
     commit_all();
     git(place, "checkout -q -b other");

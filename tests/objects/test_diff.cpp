@@ -2,6 +2,8 @@
 
 #include "objects/diff.hpp"
 
+#include <filesystem>
+
 using namespace test;
 
 namespace {
@@ -62,6 +64,23 @@ TEST_F(DiffListTest, OnlyIdenticalContentIsARename) {
     // The other half of a rename lies outside: then it is none.
     DiffPtr half(zDiffTreeToTree(from.get(), to.get(), spec({u"a2"}).get(), nullptr));
     EXPECT_EQ(told(half.get()), "1 a2>a2;");
+}
+
+TEST_F(DiffListTest, ALinkWhereTheFileWas) {
+    put("a", "moved");
+    commit_all();
+    const TreePtr from(zTreeHead(repository.get()));
+    git(place, "mv a b");
+    std::filesystem::create_symlink("b", place / "a");
+    git(place, "add a");
+    DiffPtr list(zDiffTreeToIndex(nullptr, from.get(), nullptr, nullptr, nullptr));
+    EXPECT_EQ(told(list.get()), "1 a>a;4 a>b;");
+    DiffEntry *added = zDiffListLookup(list.get(), u"a");
+    EXPECT_TRUE(zDiffEntryNewMode(added) == 0120000 && zDiffEntryOldMode(added) == 0120000);
+    DiffPtr plain(zDiffTreeToIndex(nullptr, from.get(), nullptr,
+                                   spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED).get(),
+                                   nullptr));
+    EXPECT_EQ(told(plain.get()), "8 a>a;1 b>b;");
 }
 
 TEST_F(DiffListTest, CaseAside) {

@@ -170,6 +170,9 @@ TEST_F(DrawingTest, VersionsAndCheckWords) {
         EXPECT_EQ(zDrawingDetect(nullptr, path.c_str()), row.detected);
         if (!drawing) continue;
         EXPECT_EQ(zDrawingHasVba(drawing.get()), row.vba);
+        uint32_t major = 9, minor = 9;
+        ASSERT_OK(zDrawingVersion(drawing.get(), &major, &minor));
+        EXPECT_TRUE(major == row.major && minor == row.minor);
     }
 }
 

@@ -1,6 +1,8 @@
 #include "copy_fixture.hpp"
 
 #include <filesystem>
+#include <git2.h>
+#include <sys/stat.h>
 
 using namespace test;
 
@@ -283,4 +285,67 @@ TEST_F(IndexTest, ConflictsAreFoundAndResolvedByAdding) {
     EXPECT_FALSE(zIndexHasConflicts(index.get()));
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(git(place, "status --porcelain"), "M  a.dwx");
+}
+
+// In memory, and entry by entry.
+TEST_F(IndexTest, WholesOfATreeAndTheirParts) {
+    const IndexPtr unborn(zIndexByref(repository.get(), nullptr));
+    EXPECT_EQ(zIndexEntryCount(unborn.get()), 0u);
+    for (auto path : {"a", "d/b", "d/c"}) put(path, "22");
+    fs::create_symlink("a", place / "link");
+    commit_all();
+    EXPECT_EQ(zIndexByref(repository.get(), u"none"), nullptr);
+    const IndexPtr head(zIndexByref(repository.get(), nullptr));
+    const TreePtr tree(zTreeHead(repository.get()));
+    const IndexPtr same(zIndexBytree(tree.get())), copy(zIndexDup(head.get()));
+    Index *index = copy.get();
+    for (Index *each : {head.get(), same.get(), index}) {
+        std::string paths;
+        const auto note = [](const IndexEntry *entry, void *text) -> int32_t {
+            static_cast<std::string *>(text)->append(narrow(zIndexEntryPath(entry)) + ";");
+            return zIndexEntryMode(entry) == 0120000 ? -1 : 0; // ends it there
+        };
+        EXPECT_FALSE(zIndexWalk(each, note, &paths));
+        EXPECT_EQ(paths, "a;d/b;d/c;link;");
+    }
+    uint64_t at = 0;
+    EXPECT_TRUE(zIndexFindPrefix(&at, index, u"d/") && at == 1);
+    EXPECT_FALSE(zIndexFindPrefix(&at, index, u"x/") || zErrorClass() != 3);
+
+    struct stat status;
+    ASSERT_EQ(::lstat((place / "d/b").c_str(), &status), 0);
+    const EntryPtr made(zIndexEntryStat(index, u"d/b"));
+    ASSERT_OK(made);
+    Time time{};
+    EXPECT_EQ(zIndexEntryMTime(&time, made.get())->seconds, status.st_mtim.tv_sec);
+    EXPECT_EQ(zIndexEntryCTime(&time, made.get())->nanoseconds, status.st_ctim.tv_nsec);
+    EXPECT_EQ(zIndexEntryIno(made.get()), static_cast<uint32_t>(status.st_ino));
+    EXPECT_EQ(zIndexEntryDev(made.get()), 0u); // that of a device file
+    EXPECT_EQ(zIndexEntryUID(made.get()) + zIndexEntryGID(made.get()),
+              status.st_uid + status.st_gid);
+    EXPECT_EQ(zIndexEntrySize(made.get()), 2u);
+    for (auto [path, code] : {std::pair{u"none", 2}, {u"a/none", 2}, {u"d", 21}})
+        EXPECT_TRUE(!zIndexEntryStat(index, path) && zErrorCode() == code) << narrow(path);
+
+    EXPECT_FALSE(zIndexEntrySetStage(made.get(), 4));
+    ASSERT_OK(zIndexEntrySetStage(made.get(), 2));
+    EXPECT_EQ(zIndexEntryFlags(made.get()) >> 12, 2);
+    ASSERT_OK(zIndexRemoveEntry(index, u"d/b") && zIndexEntryAdd(index, made.get()));
+    const IndexEntry *ours = zIndexEntryBypath(index, u"d/b");
+    EXPECT_TRUE(ours && zIndexEntryStage(ours) == 2 && zIndexEntryIsConflict(ours));
+    const auto match = [&](const zwchar *pattern) { // conflicts are none
+        Held<Vector, zPathListFree> list(
+            zIndexMatch(index, spec({pattern}, Z_SPEC_MUST_MATCH).get()));
+        return list ? narrow(zPathListEntry(list.get(), 0)) : std::to_string(zErrorClass());
+    };
+    EXPECT_EQ(match(u"D") + match(u"d/b"), "d/c3");
+
+    ASSERT_OK(zIndexRemoveDirectory(same.get(), u"d"));
+    const CommitPtr side(zIndexWriteCommit(same.get(), u"refs/heads/side", u"Ada", u"without d"));
+    ASSERT_OK(side);
+    EXPECT_EQ(git(place, "ls-tree -r --name-only side"), "a\nlink");
+    const IndexPtr own(zIndexHead(repository.get(), false));
+    EXPECT_TRUE(zIndexIsStaged(own.get(), u"a")); // tracked, if not changed
+    EXPECT_FALSE(zIndexIsStaged(own.get(), u"none"));
+    EXPECT_TRUE(zIndexClear(index) && !zIndexEntryByindex(index, 0) && zErrorClass() == 3);
 }

@@ -73,6 +73,7 @@ TEST_F(RevListTest, Bases) {
     const Oid tag = named("v1"), tree = named("HEAD^{tree}");
     ASSERT_OK(zRevBaseSetByid(b, &tag));
     EXPECT_EQ(zRevBaseRef(b), nullptr);
+    EXPECT_TRUE(zRevBaseType(b) == Z_REV_BY_ID && zOidIsEqual(zRevBaseId(b), &tag));
     EXPECT_EQ(narrow(zRevBaseStringfy(b)), hex(&tag).substr(0, 8));
     EXPECT_EQ(resolved(), git(place, "rev-parse HEAD~"));
     ASSERT_OK(zRevBaseSetByid(b, &tree));

@@ -144,6 +144,9 @@ TEST_F(TableTest, WalksInKeyOrder) {
     ASSERT_OK(zTableIterValue(&value, &length, iter.get()));
     EXPECT_EQ(std::string(static_cast<const char *>(value), length), "2");
     zTableIterSeekToLast(iter.get());
+    ASSERT_OK(zTableIterPrev(iter.get()) && zTableIterValue(&value, &length, iter.get()));
+    EXPECT_EQ(std::string(static_cast<const char *>(value), length), "5");
+    zTableIterNext(iter.get());
     zTableIterNext(iter.get());
     EXPECT_TRUE(zTableIterDone(iter.get()));
     EXPECT_FALSE(zTableIterKey(&value, &length, iter.get()));
@@ -161,6 +164,8 @@ TEST_F(TableTest, IsHeldByOneOpenerAndKeepsItsRows) {
     EXPECT_FALSE(zPathFileExists(lock.c_str()));
     TablePtr again{zTableDiscover((dir / u"copy").c_str(), nullptr, &id)};
     ASSERT_OK(again);
+    EXPECT_EQ(zTableOwner(again.get()), nullptr) << "it is closed by now";
+    EXPECT_FALSE(TablePtr{zTableDuplicate(again.get())});
     EXPECT_EQ(get(again.get(), {1, 7}), "") << "an empty value is a value";
     EXPECT_EQ(get(again.get(), {1, 8}), "(none)");
     EXPECT_EQ(zErrorClass(), 13);
@@ -318,6 +323,11 @@ TEST(KeyList, TravelsWholeOrInTrunks) {
     VectorPtr back{zDrawingKeyVectorRead(stream_of(wire).get())};
     ASSERT_OK(back);
     EXPECT_TRUE(std::ranges::equal(keys_of(back.get()), list, same_key));
+    StreamPtr single = stream_of("");
+    DrawingKey read{};
+    ASSERT_OK(zDrawingKeyWrite(single.get(), &list[1]) && zStreamRewind(single.get()));
+    EXPECT_TRUE(zDrawingKeyRead(single.get(), &read) && zDrawingKeyEqual(&read, &list[1]));
+    EXPECT_FALSE(zDrawingKeyRead(single.get(), &read)) << "a short read";
     for (size_t cut = 0; cut < wire.size(); ++cut)
         EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(wire.substr(0, cut)).get())) << cut;
     EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(be32(0xFFFFFFFF) + wire).get()));

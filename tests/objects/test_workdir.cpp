@@ -184,6 +184,7 @@ TEST_F(WorkdirTest, RenameKeepsWhatStandsInTheWay) {
     EXPECT_FALSE(rename(u"a", u"a", true));
     EXPECT_FALSE(rename(u"none", u"c", true));
     EXPECT_FALSE(rename(u"a", u"../c", true));
+    EXPECT_FALSE(rename(u"tree/", u"tree/below/it", false));
     EXPECT_EQ(tree(), before); // with the empty directories
     EXPECT_OK(rename(u"a", u"b", true));
     EXPECT_EQ(read(place / "b"), "new");
