@@ -77,7 +77,7 @@ template <class C> uint8_t next_weight(const C *&text) {
 template <class C> int32_t order_plain(const C *a, const C *b) {
     for (;;) {
         const int32_t left = next_weight(a), right = next_weight(b);
-        if (left != right || !left) return left - right;
+        if (left != right || !left) return (left > right) - (left < right);
     }
 }
 

@@ -34,11 +34,17 @@ uint64_t child_count(const Json *node) {
 
 Json **elements(const Json *array) { return static_cast<Json **>(zVectorData(array->value.array)); }
 
+// A copy of a text for a node, null counting as empty.
+zwchar *copy_text(const zwchar *text) {
+    zwchar *copy = zStrdupW(zStrsafeW(text));
+    return copy ? copy : fail_memory();
+}
+
 bool make_value(int32_t type, Value *value) {
     *value = {};
     switch (type) {
     case Z_JSON_STRING:
-        return (value->string = zStrdupW(u""));
+        return (value->string = copy_text(nullptr));
     case Z_JSON_OBJECT:
         return (value->object = Members::make());
     case Z_JSON_ARRAY:
@@ -180,15 +186,25 @@ bool zJsonInit(Json *node, int32_t type) {
     return true;
 }
 
+namespace {
+
+// A list takes its nodes over, and goes on after a failure so that none is lost.
+void drop_unplaced(Json *node) {
+    if (node && !node->parent) zJsonFree(node);
+}
+
+} // namespace
+
 Json *zJsonNewObject(const zwchar *name, ...) {
     JsonGuard object(zJsonNew(Z_JSON_OBJECT));
     bool complete = object != nullptr;
     va_list list;
     va_start(list, name);
-    // Goes on after a failure, so that the object takes all nodes with it.
-    for (; object && name; name = va_arg(list, const zwchar *)) {
+    for (; name; name = va_arg(list, const zwchar *)) {
         Json *node = va_arg(list, Json *);
-        if (!zJsonObjectPut(object.get(), name, node)) complete = false;
+        if (object && zJsonObjectPut(object.get(), name, node)) continue;
+        complete = false;
+        drop_unplaced(node);
     }
     va_end(list);
     return complete ? object.release() : nullptr;
@@ -199,18 +215,21 @@ Json *zJsonNewArray(Json *node, ...) {
     bool complete = array != nullptr;
     va_list list;
     va_start(list, node);
-    for (; array && node; node = va_arg(list, Json *))
-        if (!zJsonArrayPush(array.get(), node)) complete = false;
+    for (; node; node = va_arg(list, Json *)) {
+        if (array && zJsonArrayPush(array.get(), node)) continue;
+        complete = false;
+        drop_unplaced(node);
+    }
     va_end(list);
     return complete ? array.release() : nullptr;
 }
 
-Json *zJsonNewString(const zwchar *text) { return zJsonAttachString(zStrdupW(text ? text : u"")); }
+Json *zJsonNewString(const zwchar *text) { return zJsonAttachString(copy_text(text)); }
 
 Json *zJsonAttachString(zwchar *text) {
-    if (!text) return nullptr;
-    Json *node = json_node(Z_JSON_STRING);
-    if (node) node->value.string = text;
+    Wide owned(text);
+    Json *node = text ? json_node(Z_JSON_STRING) : nullptr;
+    if (node) node->value.string = owned.release();
     return node;
 }
 
@@ -320,11 +339,9 @@ int64_t truncate(double value) {
 const zwchar *number_text(const char *text, const char *end) {
     const auto length = static_cast<uint64_t>(end - text);
     Wide parked(zStrnewW(length));
-    if (!parked) return nullptr;
+    if (!parked) return fail_memory();
     *std::copy(text, end, parked.get()) = 0;
-    zwchar *result = parked.release();
-    zGlobalRecyclePut(result, std::free);
-    return result;
+    return zGlobalRecyclePut(parked.get(), nullptr) ? parked.release() : nullptr;
 }
 
 } // namespace
@@ -409,7 +426,7 @@ bool zJsonSetBoolean(Json *node, bool value) {
 
 bool zJsonSetString(Json *node, const zwchar *text) {
     if (!node) return fail_args();
-    zwchar *copy = zStrdupW(text ? text : u"");
+    zwchar *copy = copy_text(text);
     if (!copy) return false;
     return set_value(node, Z_JSON_STRING, {.string = copy}), true;
 }

@@ -495,6 +495,7 @@ uint64_t zev::json_unescape(zwchar *text, uint64_t units) {
 zwchar *zJsonUnescapeString(const zwchar *text) {
     if (!text) return fail_args();
     zwchar *copy = zStrdupW(text);
-    if (copy) copy[json_unescape(copy, zStrlenW(copy))] = 0;
+    if (!copy) return fail_memory();
+    copy[json_unescape(copy, zStrlenW(copy))] = 0;
     return copy;
 }

@@ -197,7 +197,7 @@ bool zJsonWriteFile(const Json *node, const zwchar *path) try {
 zwchar *zJsonEscapeString(const zwchar *text) {
     if (!text) return fail_args();
     Wide escaped(zStrnewW(2 * zStrlenW(text)));
-    if (!escaped) return nullptr;
+    if (!escaped) return fail_memory();
     *escape(text, escaped.get()) = 0;
     return escaped.release();
 }

@@ -8,6 +8,7 @@
 #include "zev/log.h"
 
 #include "common/format.hpp"
+#include "common/guard.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
@@ -159,13 +160,17 @@ bool append_to_file(const zwchar *name, const char *bytes, size_t count) {
     return true;
 }
 
-// What the line's own road raises and logs must not come back here.
-thread_local bool writing;
+// What the line's own road raises and logs must not come back here: without memory it would do so
+// until the stack is full.
+thread_local bool logging;
 
 } // namespace
 
 bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
                 const zwchar *format, ...) {
+    if (logging) return true;
+    logging = true;
+    Finally done([] { logging = false; });
     const int kept = errno;
     const Level &rank = kLevels[level >= 0 && level < std::ssize(kLevels) ? level : kDebug];
     const bool known = facility >= 0 && facility < kUnknown;
@@ -184,10 +189,7 @@ bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
     const size_t count = text.finish(bytes);
 
     fwrite(bytes, 1, count, rank.error ? stderr : stdout);
-    if (!rank.file || writing) return errno = kept, true;
-    writing = true;
-    const bool written = append_to_file(rank.file, bytes, count);
-    writing = false;
+    const bool written = !rank.file || append_to_file(rank.file, bytes, count);
     if (written) errno = kept;
     return written;
 }

@@ -127,6 +127,11 @@ TEST(Error, GitTextIsTrimmed) {
     EXPECT_EQ(narrow(zErrorReason()), longer);
 }
 
+TEST(Error, StoreFailureHasATextOfItsOwn) {
+    EXPECT_EQ(zRaiseKvdbErr(nullptr), 13);
+    EXPECT_EQ(narrow(zErrorDetail()), "An error occurred in the KV storage module");
+}
+
 TEST(Error, ServerStatusHasItsTextFromTheCatalogue) {
     EXPECT_EQ(zRaiseSrvErr(404, nullptr, u"get"), 16);
     EXPECT_EQ(narrow(zErrorReason()), narrow(zI18nTextLookup(zI18nCurrentLang(), u"http.404")));
@@ -149,6 +154,21 @@ TEST(Ring, ReleasesAtThe1024thFurtherParkingAndAtTheThreadsEnd) {
         EXPECT_EQ(released, 1);
     });
     EXPECT_EQ(released, 2);
+}
+
+TEST(Ring, ReleasesTheOldestAndAtTheEndTheRest) {
+    static int order;
+    order = 0;
+    int numbers[9] = {};
+    Recycle ring;
+    ASSERT_OK(zRecycleInit(&ring, 1)); // 8 slots at least
+    for (int &number : numbers) {
+        EXPECT_EQ(order, 0);
+        zRecyclePut(&ring, &number, [](void *slot) { *static_cast<int *>(slot) = ++order; });
+    }
+    EXPECT_EQ(numbers[0], 1);
+    ASSERT_OK(zRecycleCleanup(&ring));
+    EXPECT_EQ(order, 9);
 }
 
 // The test program holds one start of its own.

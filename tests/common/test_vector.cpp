@@ -84,6 +84,7 @@ TEST(Vector, TakesItsOwnElements) {
     };
     ASSERT_TRUE(zVectorPush(pairs.get(), zVectorAddrAt(pairs.get(), 7))); // full: the block moves
     EXPECT_EQ(value(8), 70u);
+    EXPECT_EQ(zVectorCapacity(pairs.get()), 12u); // half as much again
     ASSERT_TRUE(zVectorInsert(pairs.get(), uint64_t{2}, zVectorAddrAt(pairs.get(), 5)));
     EXPECT_EQ(value(2), 50u);
     EXPECT_EQ(value(6), 50u);
