@@ -39,6 +39,24 @@ struct Locked {
     ~Locked() { uv_mutex_unlock(&all->mutex); }
 };
 
+struct Value {
+    Threadkey key;
+    ReleaseFn destructor;
+    void *data;
+};
+
+// The thread's next value after that of a key, which it then has no more.
+Value take_value(const Threadkey *after) {
+    const Locked locked;
+    const auto &all = locked.all->destructors;
+    for (auto at = after ? all.upper_bound(*after) : all.begin(); at != all.end(); ++at) {
+        Threadkey key = at->first;
+        void *data = uv_key_get(&key);
+        if (data) return uv_key_set(&key, nullptr), Value{key, at->second, data};
+    }
+    return {};
+}
+
 // The keys below have no destructors of their own, so a thread that set a value and ends without
 // zThreadCleanup is cleaned up here.
 struct ThreadEnd {
@@ -77,15 +95,10 @@ void zThreadonceRun(Threadonce *once, void (*function)(void)) { uv_once(once, fu
 bool zThreadInit() { return true; }
 bool zThreadAtexit() { return false; }
 
+// Without the lock a destructor runs: it may raise, which can make a key.
 bool zThreadCleanup() {
-    const Locked locked;
-    for (const auto &[registered, destructor] : locked.all->destructors) {
-        Threadkey key = registered;
-        void *value = uv_key_get(&key);
-        if (!value) continue;
-        uv_key_set(&key, nullptr);
-        if (destructor) destructor(value);
-    }
+    for (Value next = take_value(nullptr); next.data; next = take_value(&next.key))
+        if (next.destructor) next.destructor(next.data);
     return true;
 }
 

@@ -22,7 +22,11 @@ void on_thread(std::function<void()> work) {
 
 TEST(Thread, DestructorsInKeyOrder) {
     using Released = std::vector<std::pair<char, char>>;
-    Threadkey first, second, plain;
+    Threadkey first, second, plain, maker;
+    ASSERT_OK(zThreadkeyCreate(&maker, [](void *) { // as one that raises first of all
+        Threadkey own;
+        if (zThreadkeyCreate(&own, nullptr)) zThreadkeyDelete(&own);
+    }));
     ASSERT_OK(zThreadkeyCreate(&first, release_x));
     ASSERT_OK(zThreadkeyCreate(&second, release_y));
     ASSERT_OK(zThreadkeyCreate(&plain, nullptr));
@@ -35,6 +39,7 @@ TEST(Thread, DestructorsInKeyOrder) {
         zThreadkeySet(&second, values + 1);
         zThreadkeySet(&first, values);
         zThreadkeySet(&plain, values);
+        zThreadkeySet(&maker, values);
         EXPECT_TRUE(zThreadCleanup());
         EXPECT_EQ(released, (Released{{'x', 'a'}, {'y', 'b'}}));
         EXPECT_EQ(zThreadkeyGet(&first), nullptr);
@@ -50,6 +55,7 @@ TEST(Thread, DestructorsInKeyOrder) {
     zThreadkeyDelete(&first);
     zThreadkeyDelete(&second);
     zThreadkeyDelete(&plain);
+    zThreadkeyDelete(&maker);
     on_thread([] { zThreadCleanup(); });
     EXPECT_EQ(released, Released{});
 }
