@@ -28,8 +28,6 @@ constexpr int kWarning = 4; // of the log
 
 } // namespace
 
-// namespace
-
 namespace zev {
 
 // The message goes before the reason that was raised.
@@ -225,7 +223,7 @@ bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
     if (checkout.is_canceled()) notify_cancel(notify);
     if (!done)
         checkout.roll_back();
-    else if (checkout.has_nothing_to_do())
+    else if (checkout.is_canceled() && checkout.has_nothing_to_do())
         checkout.forget();
     return done;
 } catch (...) {

@@ -131,11 +131,16 @@ bool Checkout::compare() {
     return true;
 }
 
-// Deletions first: a file may take the name of a directory that goes, or the other way round.
+// Deletions first: a file may take the name of a directory that goes, or the other way round. Then
+// the attributes, by which all others are written.
 void Checkout::sort_steps() {
-    std::ranges::sort(steps_, [](const CheckoutStep &a, const CheckoutStep &b) {
-        const bool a_stays = a.status != Z_KIND_DELETED, b_stays = b.status != Z_KIND_DELETED;
-        return a_stays != b_stays ? b_stays : sorts_before(a.path, b.path);
+    const auto rank = [](const CheckoutStep &step) {
+        if (step.status == Z_KIND_DELETED) return 0;
+        return step.path.ends_with(".gitattributes") ? 1 : 2;
+    };
+    std::ranges::sort(steps_, [&](const CheckoutStep &a, const CheckoutStep &b) {
+        const int a_rank = rank(a), b_rank = rank(b);
+        return a_rank != b_rank ? a_rank < b_rank : sorts_before(a.path, b.path);
     });
 }
 

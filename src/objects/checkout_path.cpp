@@ -232,6 +232,7 @@ const zwchar *Checkout::forced(CheckoutStep &step) {
     const bool changes = step.status == Z_KIND_ADDED || step.status == Z_KIND_MODIFIED;
     const bool rests = local == Z_KIND_UNCHANGED && state == FileState::file && is_unchanged(step);
     if (!changes && rests) return taken_.push_back(&step), nullptr;
+    if (!writer_->has(step.theirs.id)) return u"action.sFailed";
     // An unchanged file is replaced in place; anything else goes to the trash first.
     if (rests) make_way(step, state);
     if ((!rests && !move_to_trash(step)) || !drop_above(step)) {
@@ -241,7 +242,7 @@ const zwchar *Checkout::forced(CheckoutStep &step) {
     if (!writer_->place(*step.with_path(step.theirs), rests)) return u"action.sFailed";
     taken_.push_back(&step);
     if (is_new || local == Z_KIND_DELETED) return u"action.sAdded";
-    return rests ? u"action.sUpdated" : u"action.sReverted";
+    return local == Z_KIND_UNCHANGED ? u"action.sUpdated" : u"action.sReverted";
 }
 
 // The entries of files that stood for the directories above.

@@ -1,7 +1,7 @@
 // Carrying out what the user decided. A node is done in an order that loses nothing: first it is
-// made sure that it can be done, then files are displaced and checked out, and last its entries
-// change, all of them or, if one can't, none. So a node that fails is still in conflict, and what
-// was displaced lies in the trash unless the user wanted it gone.
+// made sure that it can be done, then files are displaced, and last others are checked out and its
+// entries change, all of them or, if one can't, none. So a node that fails is still in conflict,
+// and what was displaced lies in the trash unless the user wanted it gone.
 #include "objects/conflict.hpp"
 
 #include "common/pathname.hpp"
@@ -9,9 +9,8 @@
 #include "objects/notify.hpp"
 #include "objects/pathspec.hpp"
 #include "objects/trash.hpp"
-#include "system/errno.hpp"
+#include "objects/work_writer.hpp"
 #include "system/os.hpp"
-#include "zev/object.h"
 #include "zev/status.h"
 #include "zev/workdir.h"
 
@@ -20,8 +19,6 @@
 using namespace zev;
 
 namespace {
-
-using BlobPtr = Owned<Blob, zBlobFree>;
 
 bool is_open(const ConflictNode &node) {
     return !node.resolved && node.solution != Z_CONFLICT_UNDECIDED;
@@ -79,7 +76,8 @@ class Resolving {
   public:
     // `nodes` in the order in which they will come. May throw.
     Resolving(Index *index, const std::vector<ConflictNode *> &nodes)
-        : index_(index), owner_(index->owner), trash_(index->owner, displaced_by(nodes)) {}
+        : index_(index), owner_(index->owner), trash_(index->owner, displaced_by(nodes)),
+          writer_(index) {}
 
     bool node(ConflictNode &node); // may throw
     // Keep-files for the directories of what was resolved; one that fails is no failure of its
@@ -91,12 +89,10 @@ class Resolving {
     bool use_theirs(const ConflictNode &node);
     bool use_ours(const ConflictNode &node);
     bool can_check_out(const ConflictNode &node, const ConflictSide &side);
-    bool has_blob(const ConflictSide &side);
     bool is_free(const ConflictNode &node, const char *path);
     bool displace(const ConflictNode &node, const char *path);
     bool check_out(const ConflictNode &node, const ConflictSide &side);
-    bool enter_checked_out(const ConflictSide &side);
-    bool keep_ours(const ConflictSide &side);
+    bool keep_ours(const ConflictNode &node, const ConflictSide &side);
     bool stage_file(const ConflictSide &side);
     bool track_again(const ConflictSide &side);
     bool is_kept(std::string_view directory);
@@ -105,7 +101,7 @@ class Resolving {
     Index *index_;
     Repository *owner_;
     TrashBatch trash_;
-    git::Odb odb_;
+    WorkWriter writer_;
     std::optional<Stager> stager_;                             // costs more than a small node
     std::unordered_map<std::string, std::string> directories_; // with a path in each
 };
@@ -134,14 +130,12 @@ bool Resolving::use_theirs(const ConflictNode &node) {
         if (stays(side) && !can_check_out(node, side)) return false;
     for (const ConflictSide &side : node.ours.list)
         if (!displace(node, side.path())) return false;
-    for (const ConflictSide &side : node.theirs.list)
-        if (stays(side) && !check_out(node, side)) return false;
 
     Rollback rollback(index_, node);
     for (const ConflictSide &side : node.ours.list)
         if (!index_drop(index_, side.path())) return false;
     for (const ConflictSide &side : node.theirs.list)
-        if (stays(side) ? !enter_checked_out(side) : !index_drop(index_, side.path())) return false;
+        if (stays(side) ? !check_out(node, side) : !index_drop(index_, side.path())) return false;
     return rollback.commit();
 }
 
@@ -149,32 +143,22 @@ bool Resolving::use_ours(const ConflictNode &node) {
     const auto is_missing = [](const ConflictSide &side) { return side.status == Z_KIND_MISSING; };
     for (const ConflictSide &side : node.ours.list)
         if (is_missing(side) && !can_check_out(node, side)) return false;
-    for (const ConflictSide &side : node.ours.list)
-        if (is_missing(side) && !check_out(node, side)) return false;
 
     Rollback rollback(index_, node);
     for (const ConflictSide &side : node.theirs.list)
         if (!index_drop(index_, side.path())) return false;
     for (const ConflictSide &side : node.ours.list)
-        if (!keep_ours(side)) return false;
+        if (!keep_ours(node, side)) return false;
     return rollback.commit();
 }
 
 // ---- What can fail is asked before anything is displaced
 
+// A partial client may lack the blob, and a repository within the repository has none.
 bool Resolving::can_check_out(const ConflictNode &node, const ConflictSide &side) {
     if (!side.entry) return zRaiseNotFound(u"%hs", side.path()), false;
-    return check_path(side.path()) && has_blob(side) && is_free(node, side.path());
-}
-
-// A partial client may lack it, and a repository within the repository has none.
-bool Resolving::has_blob(const ConflictSide &side) {
-    if (!odb_) {
-        int code = git_repository_odb(out(odb_), owner_->handle.get());
-        if (code < 0) return fail_git(code);
-    }
-    if (git_odb_exists(odb_.get(), &git_entry(side.entry.get())->id)) return true;
-    return zRaiseNotFound(u"%hs", side.path()), false;
+    return check_path(side.path()) && writer_.has(git_entry(side.entry.get())->id) &&
+           is_free(node, side.path());
 }
 
 // No name may differ in case only from a tracked one, unless that is about to go with the node.
@@ -203,28 +187,16 @@ bool Resolving::check_out(const ConflictNode &node, const ConflictSide &side) {
     const std::u16string path = to_wide(side.path());
     if (!zWorkdirRemoveObstacle(owner_, path.c_str(), !(node.options & Z_CONFLICT_NO_TRASH)))
         return false;
-    BlobPtr blob(zBlobByid(owner_, git::oid(&git_entry(side.entry.get())->id)));
-    return blob && zBlobCheckout(blob.get(), path.c_str());
+    writer_.forget_directories();
+    git_index_entry entry = *git_entry(side.entry.get());
+    entry.flags = static_cast<uint16_t>(entry.flags & ~GIT_INDEX_ENTRY_STAGEMASK);
+    if (!writer_.place(entry, true)) return false;
+    return remember_directory(side.path()), true;
 }
 
 // ---- The index
 
-// The blob is known: the file need not be read again. A link was written as a file.
-bool Resolving::enter_checked_out(const ConflictSide &side) {
-    const git_index_entry &from = *git_entry(side.entry.get());
-    struct stat status;
-    if (!os::lstat(full_path(owner_, from.path).c_str(), &status))
-        return fail_errno(to_wide(from.path).c_str());
-    git_index_entry entry{};
-    entry.path = from.path;
-    entry.id = from.id;
-    entry.mode = S_ISREG(from.mode) ? from.mode : uint32_t{GIT_FILEMODE_BLOB};
-    entry_set_stat(entry, status);
-    if (!index_drop_below(index_, from.path) || !index_enter(index_, entry)) return false;
-    return remember_directory(from.path), true;
-}
-
-bool Resolving::keep_ours(const ConflictSide &side) {
+bool Resolving::keep_ours(const ConflictNode &node, const ConflictSide &side) {
     switch (side.status) {
     case Z_KIND_DELETED:
         return index_drop(index_, side.path());
@@ -232,7 +204,7 @@ bool Resolving::keep_ours(const ConflictSide &side) {
     case Z_KIND_MODIFIED:
         return stage_file(side);
     case Z_KIND_MISSING:
-        return enter_checked_out(side);
+        return check_out(node, side);
     case Z_KIND_UNCHANGED:
         return track_again(side);
     default:

@@ -57,7 +57,9 @@ bool WorkWriter::place(git_index_entry entry, bool replaces) {
     if (!make_way(entry.path) || !write(entry, full, replaces)) return false;
     entry_set_stat(entry, status_);
     youngest_ = status_.st_mtim;
-    return index_drop_below(index_, entry.path) && index_enter(index_, entry);
+    if (!index_drop_below(index_, entry.path) || !index_enter(index_, entry)) return false;
+    if (std::string_view(entry.path).ends_with(".gitattributes")) filters_ = Filters(index_);
+    return true;
 }
 
 void WorkWriter::settle() const { os::wait_past(youngest_); }
@@ -108,73 +110,101 @@ bool WorkWriter::write(const git_index_entry &entry, const std::u16string &full,
     if (!replaces && os::lstat(full.c_str(), &status_))
         return errno = EEXIST, fail_errno(full.c_str());
     if (S_ISLNK(entry.mode)) return write_link(entry, full);
-    return write_filtered(entry) && (os::lstat(full.c_str(), &status_) || fail_errno(full.c_str()));
+    return write_filtered(entry, full);
 }
 
-bool WorkWriter::write_filtered(const git_index_entry &entry) {
+bool WorkWriter::write_filtered(const git_index_entry &entry, const std::u16string &full) {
     const Owned<Blob, zBlobFree> blob(zBlobByid(index_->owner, git::oid(&entry.id)));
-    return blob && zBlobCheckout(blob.get(), to_wide(entry.path).c_str());
+    if (!blob || !zBlobCheckout(blob.get(), to_wide(entry.path).c_str())) return false;
+    os::Mode mode;
+    mode.read = mode.no_link = true;
+    const int fd = os::open_fd(full.c_str(), mode);
+    if (fd < 0) return fail_errno(full.c_str());
+    set_runnable(fd, entry);
+    const bool done = os::fd_stat(fd, &status_) || fail_errno(full.c_str());
+    os::close_fd(fd);
+    return done;
 }
 
-bool WorkWriter::write_bytes(int fd, const void *bytes, size_t size, const zwchar *full) {
-    return (os::write_all(fd, bytes, size) && os::fd_stat(fd, &status_)) || fail_errno(full);
+// Whoever may read it may run it, if the entry says so. A file system that can't tell is let be.
+void WorkWriter::set_runnable(int fd, const git_index_entry &entry) {
+    if (!os::fd_stat(fd, &status_)) return;
+    const mode_t bits = status_.st_mode & 0777, run = (bits & 0444) >> 2;
+    if (bool(bits & 0100) == bool(entry.mode & 0100)) return;
+    os::fd_mode(fd, entry.mode & 0100 ? bits | run : bits & ~mode_t{0111});
 }
 
 // A small file that nobody had goes under its own name; one that was not written whole goes again.
 // `fill` gets the descriptor, as below.
 template <class F> bool WorkWriter::write_new(int fd, const std::u16string &full, F fill) {
-    const bool whole = fill(fd);
+    const bool whole = fill(fd) && (os::fd_stat(fd, &status_) || fail_errno(full.c_str()));
     os::close_fd(fd);
     if (!whole) os::unlink(full.c_str());
     return whole;
 }
 
+// The status is that after the renaming, which moves the change time.
 template <class F>
 bool WorkWriter::write_aside(const git_index_entry &entry, const std::u16string &full,
                              bool replaces, F fill) {
     struct stat there;
-    const bool exists = os::lstat(full.c_str(), &there), regular = exists && S_ISREG(there.st_mode);
+    const bool exists = os::lstat(full.c_str(), &there);
     if (exists && !replaces) return errno = EEXIST, fail_errno(full.c_str());
-    if (regular && !os::writable(full.c_str())) return errno = EACCES, fail_errno(full.c_str());
-    os::Replacement aside(full.c_str(), regular ? 0 : mode_of(entry));
+    if (exists && S_ISREG(there.st_mode) && !os::writable(full.c_str()))
+        return errno = EACCES, fail_errno(full.c_str());
+    os::Replacement aside(full.c_str());
     if (!aside) return fail_errno(full.c_str());
     if (!fill(aside.fd())) return false;
+    set_runnable(aside.fd(), entry);
     if (!replaces && os::lstat(full.c_str(), &there))
         return errno = EEXIST, fail_errno(full.c_str());
-    return aside.commit(false) || fail_errno(full.c_str());
+    return (aside.commit(false) && os::fd_stat(aside.fd(), &status_)) || fail_errno(full.c_str());
 }
 
+// Large ones that are loose go block by block; the others are read whole.
 bool WorkWriter::write_file(const git_index_entry &entry, const std::u16string &full,
                             bool replaces) {
     LooseObject from;
-    if (!is_large_loose(from, entry.id)) return write_whole(entry, full, replaces);
-    return write_aside(entry, full, replaces,
-                       [&](int fd) { return stream(from, fd, entry.id, full.c_str()); });
+    if (!is_loose(from, entry.id)) return write_stored(entry, full, replaces);
+    if (!block_) block_.reset(new char[limits::step]);
+    if (from.size() > limits::step)
+        return write_aside(entry, full, replaces,
+                           [&](int fd) { return stream(from, fd, entry.id, full.c_str()); });
+    const int64_t got = from.read(block_.get(), from.size());
+    if (got != static_cast<int64_t>(from.size())) return write_stored(entry, full, replaces);
+    return write_whole(entry, full, replaces, block_.get(), from.size());
 }
 
-// One that can be written block by block, then opened; what lies in packs can't. The first backend
-// that has an object is the one that would be asked.
-bool WorkWriter::is_large_loose(LooseObject &object, const git_oid &id) {
+// One with a sound file of its own, then opened. The first backend that has an object is the one
+// that would be asked.
+bool WorkWriter::is_loose(LooseObject &object, const git_oid &id) {
     git_odb_backend *packs = nullptr;
     for (size_t n = 0; n < git_odb_num_backends(odb_.get()); ++n) {
         if (git_odb_get_backend(&packs, odb_.get(), n)) continue;
         if (!packs->readstream && packs->exists && packs->exists(packs, &id)) return false;
     }
     return object.open(objects_, id) == LooseObject::Found::sound &&
-           object.type() == GIT_OBJECT_BLOB && object.size() > limits::step;
+           object.type() == GIT_OBJECT_BLOB;
 }
 
-bool WorkWriter::write_whole(const git_index_entry &entry, const std::u16string &full,
-                             bool replaces) {
+bool WorkWriter::write_stored(const git_index_entry &entry, const std::u16string &full,
+                              bool replaces) {
     StoredBlob blob;
     int code = read(blob, entry.id);
     if (code == GIT_ENOTFOUND && !git_odb_refresh(odb_.get())) code = read(blob, entry.id);
     if (code < 0) return fail_git(code);
-    if (!hash_begins(blob.size) || EVP_DigestUpdate(hash_.get(), blob.bytes, blob.size) != 1)
-        return fail_memory();
+    return write_whole(entry, full, replaces, blob.bytes, blob.size);
+}
+
+// Its bytes are proven before a file is made.
+bool WorkWriter::write_whole(const git_index_entry &entry, const std::u16string &full,
+                             bool replaces, const void *bytes, size_t size) {
+    if (!hash_begins(size) || EVP_DigestUpdate(hash_.get(), bytes, size) != 1) return fail_memory();
     if (!hash_ends(entry.id)) return false;
-    const auto fill = [&](int fd) { return write_bytes(fd, blob.bytes, blob.size, full.c_str()); };
-    if (replaces) return write_aside(entry, full, true, fill);
+    const auto fill = [&](int fd) {
+        return os::write_all(fd, bytes, size) || fail_errno(full.c_str());
+    };
+    if (replaces || size > limits::step) return write_aside(entry, full, replaces, fill);
     os::Mode mode;
     mode.write = mode.create = mode.exclusive = mode.no_link = true;
     const int fd = os::open_fd(full.c_str(), mode, mode_of(entry));
@@ -201,14 +231,13 @@ int WorkWriter::read(StoredBlob &blob, const git_oid &id) {
 
 bool WorkWriter::stream(LooseObject &from, int fd, const git_oid &id, const zwchar *full) {
     if (!hash_begins(from.size())) return fail_memory();
-    std::vector<char> block(limits::step);
     uint64_t left = from.size();
-    for (int64_t got; (got = from.read(block.data(), block.size())) > 0;) {
+    for (int64_t got; (got = from.read(block_.get(), limits::step)) > 0;) {
         const auto count = static_cast<size_t>(got);
         if (count > left) break;
         left -= count;
-        if (!write_bytes(fd, block.data(), count, full)) return false;
-        if (EVP_DigestUpdate(hash_.get(), block.data(), count) != 1) return fail_memory();
+        if (!os::write_all(fd, block_.get(), count)) return fail_errno(full);
+        if (EVP_DigestUpdate(hash_.get(), block_.get(), count) != 1) return fail_memory();
     }
     return hash_ends(id); // of damaged bytes too
 }
@@ -230,11 +259,15 @@ bool WorkWriter::hash_ends(const git_oid &id) {
 
 bool WorkWriter::write_link(const git_index_entry &entry, const std::u16string &full) {
     git::OdbObject object;
-    const int code = git_odb_read(out(object), odb_.get(), &entry.id);
+    size_t size = 0;
+    git_object_t type;
+    int code = git_odb_read_header(&size, &type, odb_.get(), &entry.id);
+    if (!code && size >= kLongestTarget) return zRaiseInvalidArgs(u"%hs", entry.path), false;
+    if (!code) code = git_odb_read(out(object), odb_.get(), &entry.id);
     if (code < 0) return fail_git(code);
     const std::string target(static_cast<const char *>(git_odb_object_data(object.get())),
                              git_odb_object_size(object.get()));
-    if (target.empty() || target.size() >= kLongestTarget || target.find('\0') != target.npos)
+    if (target.empty() || target.find('\0') != target.npos)
         return zRaiseInvalidArgs(u"%hs", entry.path), false;
     return (os::make_link(full.c_str(), target) && os::lstat(full.c_str(), &status_)) ||
            fail_errno(full.c_str());

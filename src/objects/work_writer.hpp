@@ -3,6 +3,7 @@
 
 #include "objects/index.hpp"
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -46,12 +47,14 @@ class WorkWriter {
     bool make_way(std::string_view path);
     bool make_directory(const std::string &path);
     bool write(const git_index_entry &entry, const std::u16string &full, bool replaces);
-    bool write_bytes(int fd, const void *bytes, size_t size, const zwchar *full);
     bool write_file(const git_index_entry &entry, const std::u16string &full, bool replaces);
-    bool write_whole(const git_index_entry &entry, const std::u16string &full, bool replaces);
-    bool is_large_loose(LooseObject &object, const git_oid &id);
+    bool write_stored(const git_index_entry &entry, const std::u16string &full, bool replaces);
+    bool write_whole(const git_index_entry &entry, const std::u16string &full, bool replaces,
+                     const void *bytes, size_t size);
+    bool is_loose(LooseObject &object, const git_oid &id);
     int read(StoredBlob &blob, const git_oid &id);
-    bool write_filtered(const git_index_entry &entry);
+    bool write_filtered(const git_index_entry &entry, const std::u16string &full);
+    void set_runnable(int fd, const git_index_entry &entry);
     bool write_link(const git_index_entry &entry, const std::u16string &full);
     template <class F> bool write_new(int fd, const std::u16string &full, F fill);
     template <class F>
@@ -66,6 +69,7 @@ class WorkWriter {
     git::Odb odb_;
     std::u16string objects_;                      // where the store has its files
     Owned<EVP_MD_CTX, EVP_MD_CTX_free> hash_;     // of the blob at hand
+    std::unique_ptr<char[]> block_;               // of a loose one, once there is one
     std::unordered_set<std::string> directories_; // that are there, real ones
     struct stat status_ {};                       // of the file just written
     timespec youngest_{};                         // of those written

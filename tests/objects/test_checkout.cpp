@@ -4,6 +4,11 @@
 #include <zev/share.h>
 #include <zev/transaction.h>
 
+#include <cstring>
+#include <random>
+
+#include <sys/stat.h>
+
 using namespace test;
 
 namespace {
@@ -173,6 +178,19 @@ TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {
         EXPECT_NE(trash.find(mine), std::string::npos) << mine;
     EXPECT_TRUE(said(u"action.sReverted", "edited"));
     EXPECT_TRUE(said(u"action.sReverted", "added"));
+    EXPECT_TRUE(said(u"action.sUpdated", "d/two")); // was only gone from the disk
+}
+
+// For what the store lacks nothing goes.
+TEST_F(CheckoutTest, ForceTakesNothingForNothing) {
+    const std::string id = git(place, "rev-parse side:edited");
+    fs::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2));
+    put("edited", "mine");
+    zCheckSpecSetOn(spec.get(), Z_CHECK_FORCE);
+    ASSERT_OK(checkout());
+    EXPECT_TRUE(said(u"action.sFailed", "edited"));
+    EXPECT_EQ(read(place / "edited"), "mine");
+    EXPECT_EQ(read(place / "kept"), "side kept");
 }
 
 // Branch and index are as before when a step fails: here the branch can't move.
@@ -191,6 +209,41 @@ TEST_F(CheckoutTest, RollsBack) {
     RepositoryPtr other(zRepositoryOpen(place.u16string().c_str()));
     EXPECT_FALSE(zRepositoryCheckout(other.get(), spec.get()));
     EXPECT_EQ(zErrorClass(), 7);
+}
+
+// Attributes that come in hold for all that comes with them, a link goes whatever it leads to, and
+// the index knows each file as it stands after it was renamed into place.
+TEST_F(CheckoutTest, FilesAreAsTheTargetHasThem) {
+    fs::create_directory_symlink("d", place / "link");
+    git_as("add link");
+    git_as("commit -qm link");
+    git_as("checkout -qB side");
+    fs::remove(place / "link");
+    put("link", "a file\n");
+    put(".gitattributes", "*.txt text eol=crlf\n");
+    for (const char *name : {"!.txt", "text.txt"}) put(name, "1\r\n");
+    std::string noise(3u << 20, 0);
+    std::generate(noise.begin(), noise.end(), std::minstd_rand());
+    for (const char *name : {"kept", "large"}) put(name, noise);
+    git_as("add -A");
+    git_as("update-index --chmod=+x kept");
+    git_as("commit -qm more");
+    git_as("checkout -q master");
+    git(place, "status"); // else what git wrote may be too young
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(git(place, "diff side --stat"), "");
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(place / "link")));
+    EXPECT_EQ(read(place / "!.txt") + read(place / "text.txt"), "1\r\n1\r\n");
+    for (const char *name : {"kept", "large", "link", "text.txt"}) {
+        struct stat now;
+        ASSERT_EQ(lstat((place / name).c_str(), &now), 0);
+        EXPECT_EQ(now.st_mode & 0133, strcmp(name, "kept") ? 0u : 0111u) << name;
+        const std::string time = "ctime: " + std::to_string(now.st_ctim.tv_sec) + ":" +
+                                 std::to_string(now.st_ctim.tv_nsec) + "\n";
+        const std::string known = git(place, std::string("ls-files --debug ") + name);
+        EXPECT_NE(known.find(time), std::string::npos) << name << known;
+    }
 }
 
 // A copy that a checkout left which was killed takes no later commit back.

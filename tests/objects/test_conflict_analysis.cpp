@@ -319,6 +319,25 @@ TEST_F(ConflictNodes, ATwinInCaseIsNotMade) {
     EXPECT_EQ(tracked(), (std::vector<std::string>{"plan", "x"}));
 }
 
+TEST_F(ConflictNodes, LinksAndModesAreTheirs) {
+    const auto link = [&](const char *to) {
+        take("link");
+        fs::create_symlink(to, place / "link");
+    };
+    put("run", "base"), link("base");
+    commit("base");
+    git(place, "config core.filemode true"); // so that the merge knows of it
+    const auto theirs = [&] {
+        put("run", "theirs"), link("theirs");
+        fs::permissions(place / "run", fs::perms::owner_exec, fs::perm_options::add);
+    };
+    merge(theirs, [&] { put("run", "ours"), link("ours"); });
+    AnalysisPtr analysis = analyze();
+    ASSERT_OK(resolve(analysis.get()));
+    EXPECT_EQ(fs::read_symlink(place / "link"), "theirs");
+    EXPECT_EQ(git(place, "diff theirs"), "");
+}
+
 // A directory that became a link leads out: nothing is written or taken behind it.
 TEST_F(ConflictNodes, NothingIsTouchedBehindALink) {
     put("d/a", "base");

@@ -34,9 +34,9 @@ bool Replacement::open(const char16_t *path, mode_t mode) {
     path_ = name.view();
     directory_ = parent(path_);
     struct stat info;
-    const bool exists = ::stat(name, &info) == 0;
+    const bool exists = ::lstat(name, &info) == 0; // a link goes, whatever it leads to
     if (exists && S_ISDIR(info.st_mode)) return failed(EACCES);
-    if (!mode && exists) mode = info.st_mode & 0777;
+    if (!mode && exists && S_ISREG(info.st_mode)) mode = info.st_mode & 0777;
     std::string aside = aside_name(directory_);
     constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
     fd_ = retry([&] { return calls.open(aside.c_str(), kFlags, mode ? 0600 : 0666); });
