@@ -21,7 +21,8 @@ template <class T> using Malloced = Owned<T, std::free>;
 using Wide = Malloced<zwchar>;
 using Narrow = Malloced<char>;
 
-// Lends a guard as an out argument; what it held is given back first.
+// Lends a guard as an out argument; what it held is given back first. The guard has the new one
+// only after the whole statement: no `&&` behind the call may look into it.
 template <class Guard> class Out {
   public:
     explicit Out(Guard &guard) : guard_(guard) { guard_.reset(); }

@@ -37,7 +37,8 @@ template <class F> bool reads(const Config *config, const zwchar *key, F read, H
 bool stands(git_config *config, const std::string &key, const std::string &value) {
     git_config_entry *entry = nullptr;
     if (git_config_get_entry(&entry, config, key.c_str()) < 0) return git_error_clear(), false;
-    const bool same = entry->level >= GIT_CONFIG_LEVEL_LOCAL && entry->value == value;
+    const bool same = entry->value && entry->value == value && // a key alone has none
+                      entry->level >= GIT_CONFIG_LEVEL_LOCAL;
     git_config_entry_free(entry);
     return same;
 }
@@ -87,10 +88,10 @@ Config *zConfigRead(const zwchar *path) try {
 Config *zConfigUser() try {
     git::Config all;
     auto config = std::make_unique<Config>();
-    const bool found = git_config_open_default(out(all)) >= 0 &&
-                       git_config_open_global(out(config->handle), all.get()) >= 0;
-    if (!found) git_error_clear();
-    return found ? config.release() : nullptr;
+    int code = git_config_open_default(out(all));
+    if (code >= 0) code = git_config_open_global(out(config->handle), all.get());
+    if (code < 0) git_error_clear();
+    return code < 0 ? nullptr : config.release();
 } catch (...) {
     return fail_thrown();
 }

@@ -106,13 +106,13 @@ std::vector<u16string> left_locked(Repository *repository) {
 
 // The name as a commit resolves it: a short one too, and HEAD, whose branch may be still to come.
 void drop_left_copy(Repository *repository, const zwchar *reference) {
+    git_repository *git = repository->handle.get();
     git::Reference named;
     std::string name = to_utf8(reference);
-    if (!git_reference_dwim(out(named), repository->handle.get(), name.c_str()))
-        name = git_reference_name(named.get());
-    else if (!git_reference_lookup(out(named), repository->handle.get(), name.c_str()) &&
-             git_reference_type(named.get()) == GIT_REFERENCE_SYMBOLIC)
-        name = git_reference_symbolic_target(named.get());
+    if (git_reference_dwim(out(named), git, name.c_str()) < 0)
+        git_reference_lookup(out(named), git, name.c_str());
+    const char *next = named ? git_reference_symbolic_target(named.get()) : nullptr;
+    if (named) name = next ? next : git_reference_name(named.get());
     const u16string path = shared_directory(repository) + to_wide(name);
     struct stat status;
     if (os::lstat(copy_of(path).c_str(), &status)) zFlockPurge(path.c_str());

@@ -2,6 +2,8 @@
 
 #include <zev/config.h>
 
+#include <git2.h>
+
 using namespace test;
 
 namespace {
@@ -51,6 +53,32 @@ TEST_F(ConfigTest, MissingAndBadKeys) {
     EXPECT_EQ(zErrorClass(), 2);
     EXPECT_FALSE(zConfigExists(nullptr, u"zev.x"));
     EXPECT_EQ(zErrorClass(), 2);
+}
+
+// `on` alone is true; it has no value, not an empty one.
+TEST_F(ConfigTest, KeysWithoutAValue) {
+    write(dir.path() / "settings", "[zev]\n\ton\n\tempty =\n");
+    ConfigPtr config(zConfigRead((dir / u"settings").c_str()));
+    EXPECT_TRUE(zConfigGetBool(config.get(), u"zev.on"));
+    for (const zwchar *key : {u"zev.on", u"zev.empty"})
+        EXPECT_EQ(narrow(zConfigGetString(config.get(), key)), "") << narrow(key);
+    EXPECT_OK(zConfigSetString(config.get(), u"zev.on", u"true"));
+    EXPECT_EQ(read(dir.path() / "settings"), "[zev]\n\ton = true\n\tempty =\n");
+}
+
+TEST_F(ConfigTest, UsersOwn) {
+    write(dir.path() / "home/.gitconfig", "[user]\n\tname = Ada\n");
+    git_buf before{};
+    git_libgit2_opts(GIT_OPT_GET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, &before);
+    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL,
+                     (dir.path() / "home").c_str());
+    ConfigPtr config(zConfigUser());
+    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
+    git_buf_dispose(&before);
+    ASSERT_OK(config);
+    EXPECT_EQ(narrow(zConfigGetString(config.get(), u"user.name")), "Ada");
+    ASSERT_OK(zConfigSetString(config.get(), u"user.name", u"Bob"));
+    EXPECT_EQ(read(dir.path() / "home/.gitconfig"), "[user]\n\tname = Bob\n");
 }
 
 // A lock file that a killed writer left stops nobody, and what stands is not written again.

@@ -33,10 +33,10 @@ TEST_F(TransactionTest, RollsBackToTheByteOrStays) {
         write(file("index"), "new");
         write(file("refs/heads/master"), "new");
         write(file("refs/remotes/far/deep/new"), "new");
-        TransactionPtr second(zTransactionNew(repository.get()));
-        EXPECT_FALSE(zTransactionLockRef(second.get(), kMaster));
-        EXPECT_EQ(zErrorClass(), 7);
-        if (undo) {
+        if (undo) { // who is refused waits
+            TransactionPtr second(zTransactionNew(repository.get()));
+            EXPECT_FALSE(zTransactionLockRef(second.get(), kMaster));
+            EXPECT_EQ(zErrorClass(), 7);
             EXPECT_OK(zTransactionRollback(transaction.get()));
         }
         transaction.reset();
@@ -81,4 +81,17 @@ TEST_F(TransactionTest, RecoversFromCompleteCopies) {
         EXPECT_EQ(read(file("HEAD")), head);
         EXPECT_EQ(read(file("config")), config);
     }
+}
+
+// A first commit, over what a process left that died while it made one.
+TEST_F(TransactionTest, ACommitOutlivesTheCopyOfAnUnbornBranch) {
+    fs::remove(file("index"));
+    fs::remove(file("refs/heads/master"));
+    write(file("refs/heads/.master.zlck"), "");
+    {
+        const Held<Index, zIndexFree> index(zIndexHead(repository.get(), true));
+        ASSERT_OK(CommitPtr(zIndexCommit(index.get(), nullptr, u"HEAD", u"Ada", u"first")));
+    }
+    EXPECT_OK(zTransactionRecover(repository.get()));
+    EXPECT_FALSE(zRepositoryHeadUnborn(repository.get()));
 }
