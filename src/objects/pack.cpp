@@ -1,6 +1,6 @@
 #include "zev/pack.h"
 
-#include "common/utf.hpp"
+#include "objects/loose_object.hpp"
 #include "objects/pack_file.hpp"
 #include "objects/records.hpp"
 #include "system/os.hpp"
@@ -249,8 +249,7 @@ PackWriter *zPackWriterNew(Repository *repository) try {
     git::Odb odb;
     if (int code = git_repository_odb(out(odb), repository->handle.get()); code < 0)
         return fail_git(code);
-    std::u16string place = to_wide(git_repository_commondir(repository->handle.get()));
-    place += u"objects/pack/";
+    std::u16string place = objects_directory(repository->handle.get()) + u"pack/";
     os::make_dirs(place.c_str()); // a copy made by other means may lack it while it is empty
     auto file = PackFile::begin(std::move(place));
     if (!file) return nullptr;
