@@ -4,7 +4,7 @@
 
 #include "dxf/history.hpp"
 
-#include "objects/records.hpp"
+#include "objects/store/odb.hpp"
 
 #include "zev/zev.h"
 

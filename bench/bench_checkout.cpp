@@ -5,7 +5,7 @@
 // time with a sync behind it. Both take their objects from a pack.
 #include "bench.hpp"
 
-#include "objects/records.hpp"
+#include "objects/store/odb.hpp"
 
 #include "zev/zev.h"
 

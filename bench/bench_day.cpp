@@ -4,7 +4,7 @@
 // analysed and resolved both ways; a commit beside the same one that syncs nothing.
 #include "bench.hpp"
 
-#include "objects/index.hpp"
+#include "objects/work/index.hpp"
 #include "system/os.hpp"
 
 #include "zev/zev.h"

@@ -2,7 +2,7 @@
 // from two files that hold nothing else, and lying ready in memory.
 #include "bench.hpp"
 
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 
 #include "zev/zev.h"
 

@@ -4,8 +4,8 @@
 // projects of three sizes, beside libgit2's comparison and `git diff-tree`.
 #include "bench.hpp"
 
-#include "objects/revision.hpp"
-#include "objects/tree_changes.hpp"
+#include "objects/history/revision.hpp"
+#include "objects/store/tree_changes.hpp"
 
 #include "zev/zev.h"
 

@@ -5,7 +5,7 @@
 #include "bench.hpp"
 
 #include "common/utf.hpp"
-#include "objects/records.hpp"
+#include "objects/store/odb.hpp"
 #include "zev/pack.h"
 #include "zev/zev.h"
 

@@ -4,7 +4,7 @@
 #include "bench.hpp"
 
 #include "common/reader.hpp"
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 
 #include "zev/zev.h"
 

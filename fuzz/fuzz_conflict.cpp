@@ -3,7 +3,7 @@
 // a digit whose bits say which of ancestor, ours and theirs are there, 0 for a tracked file, and
 // one that tells the contents.
 #include "common/utf.hpp"
-#include "objects/conflict.hpp"
+#include "objects/conflict/conflict.hpp"
 #include "zev/error.h"
 #include "zev/repository.h"
 

@@ -1,6 +1,6 @@
 // A drawing file: what is read is no larger than the file and needs nothing beyond itself, also
 // from a stream that only goes forward and does not know its size.
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 
 #include "zev/error.h"
 

@@ -1,5 +1,5 @@
 // A key list: what is read comes back byte for byte.
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 
 #include "zev/error.h"
 

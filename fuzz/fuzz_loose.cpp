@@ -1,6 +1,6 @@
 // An object file: what it gives is no longer than its head says, in pieces of any size, and its
 // reading ends.
-#include "objects/loose_object.hpp"
+#include "objects/store/loose_object.hpp"
 #include "zev/error.h"
 
 #include <cstdlib>

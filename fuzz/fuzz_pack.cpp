@@ -2,7 +2,7 @@
 // objects of the others are readable. The first byte is the pieces' size; with its top bit the
 // digest at the end is made right, so that the objects before it are looked at.
 #include "common/sha1.hpp"
-#include "objects/records.hpp"
+#include "objects/store/odb.hpp"
 #include "zev/error.h"
 #include "zev/pack.h"
 #include "zev/repository.h"

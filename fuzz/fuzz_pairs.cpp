@@ -1,5 +1,5 @@
 // A pair stream: each pair handed over stands in the input, one behind the other.
-#include "objects/table.hpp"
+#include "objects/drawing/table.hpp"
 
 #include "common/reader.hpp"
 

@@ -1,6 +1,6 @@
 // A revision record: the quick way to read one gives what the long way gives; what is read once is
 // written, and reads back as the same text; the list of its changes takes every question.
-#include "objects/revision.hpp"
+#include "objects/history/revision.hpp"
 
 #include "zev/stream.h"
 

@@ -1,7 +1,7 @@
 // The description of an item in the trash and an entry path, a zero byte between them: whatever is
 // read as a name stays one name, and no path leads out of its slot.
 #include "common/utf.hpp"
-#include "objects/trash.hpp"
+#include "objects/trash/trash.hpp"
 #include "zev/error.h"
 
 #include <cstdlib>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "commands/connection.hpp"
-#include "objects/pathspec.hpp"
+#include "objects/store/pathspec.hpp"
 #include "zev/notify.h"
 
 namespace zev {

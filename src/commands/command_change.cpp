@@ -1,8 +1,8 @@
 // Changing what is tracked, and committing it. The node tree stays as it was until a reload.
 #include "commands/adapter.hpp"
-#include "objects/notify.hpp"
-#include "objects/workdir.hpp"
-#include "system/errno.hpp"
+#include "common/errno.hpp"
+#include "objects/notify/notify.hpp"
+#include "objects/work/workdir.hpp"
 #include "system/os.hpp"
 #include "zev/log.h"
 #include "zev/shell.h"

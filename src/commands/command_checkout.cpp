@@ -1,8 +1,8 @@
 // Older states, and what comes from the server.
 #include "commands/adapter.hpp"
-#include "objects/checkspec.hpp"
-#include "objects/workdir.hpp"
-#include "system/errno.hpp"
+#include "common/errno.hpp"
+#include "objects/operations/checkspec.hpp"
+#include "objects/work/workdir.hpp"
 #include "zev/branch.h"
 #include "zev/commit.h"
 #include "zev/diff.h"

@@ -1,6 +1,6 @@
 // Looking: a directory of the node tree, the commits of a branch, the changes of a commit.
 #include "commands/adapter.hpp"
-#include "objects/revision.hpp"
+#include "objects/history/revision.hpp"
 #include "zev/commit.h"
 #include "zev/status.h"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/failure.hpp"
-#include "objects/records.hpp"
+#include "objects/store/repository.hpp"
 #include "zev/command.h"
 #include "zev/repository.h"
 

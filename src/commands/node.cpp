@@ -4,7 +4,7 @@
 #include "common/fold.hpp"
 #include "common/limits.hpp"
 #include "common/utf.hpp"
-#include "objects/workdir.hpp"
+#include "objects/work/workdir.hpp"
 #include "zev/status.h"
 
 #include <algorithm>

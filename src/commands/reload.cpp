@@ -2,8 +2,9 @@
 // disk. What is tracked and gone from the disk is brought back first.
 #include "commands/node.hpp"
 #include "common/utf.hpp"
-#include "objects/conflict.hpp"
-#include "objects/workdir.hpp"
+#include "objects/conflict/conflict.hpp"
+#include "objects/work/workdir.hpp"
+#include "zev/pathspec.h"
 #include "zev/status.h"
 
 using namespace zev;

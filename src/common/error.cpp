@@ -1,10 +1,10 @@
 #include "zev/error.h"
 
+#include "common/errno.hpp"
 #include "common/format.hpp"
 #include "common/guard.hpp"
 #include "common/per_thread.hpp"
 #include "common/utf.hpp"
-#include "system/errno.hpp"
 #include "zev/json.h"
 #include "zev/lang.h"
 

@@ -1,6 +1,6 @@
 #include "common/failure.hpp"
 
-#include "system/errno.hpp"
+#include "common/errno.hpp"
 #include "zev/log.h"
 
 #include <exception>

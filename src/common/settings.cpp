@@ -1,8 +1,8 @@
 #include "common/settings.hpp"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/guard.hpp"
-#include "system/errno.hpp"
 #include "system/path.hpp"
 #include "zev/dir.h"
 #include "zev/json.h"

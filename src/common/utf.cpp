@@ -115,7 +115,7 @@ template <class Out, class In> Out *convert_dup(const In *text, uint64_t count) 
 }
 
 // Hands a temporary to the thread's ring, or back to the heap where that fails.
-template <class C> const C *park(C *text) {
+template <class C> const C *parked(C *text) {
     if (!text) return fail_memory();
     Malloced<C> owned(text);
     return zGlobalRecyclePut(text, nullptr) ? owned.release() : nullptr;
@@ -171,9 +171,9 @@ Utf8Path::Utf8Path(const zwchar *path) {
 } // namespace zev
 
 const char *zStrtoutf8(const zwchar *text) {
-    return text ? zev::park(zev::utf8_dup(text, zStrlenW(text))) : nullptr;
+    return text ? zev::parked(zev::utf8_dup(text, zStrlenW(text))) : nullptr;
 }
 
 const zwchar *zStrfromutf8(const char *text) {
-    return text ? zev::park(zev::wide_dup(text, strlen(text))) : nullptr;
+    return text ? zev::parked(zev::wide_dup(text, strlen(text))) : nullptr;
 }

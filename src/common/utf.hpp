@@ -2,7 +2,7 @@
 // never an error.
 #pragma once
 
-#include "zev/base.h"
+#include "zev/str.h"
 
 #include <string>
 #include <string_view>
@@ -24,6 +24,9 @@ zwchar *wide_dup(const char *text, uint64_t bytes);
 
 std::string to_utf8(std::u16string_view text);
 std::u16string to_wide(std::string_view text);
+
+// Wide text in the thread's ring; null stays null.
+inline const zwchar *park(const char *text) { return text ? zStrfromutf8(text) : nullptr; }
 
 // UTF-8 of a path of at most 511 units, on the stack; longer text is cut at a whole character.
 class Utf8Path {

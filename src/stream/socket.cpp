@@ -1,9 +1,9 @@
 // The socket kind: waits up to a second for the descriptor, then transfers whatever the wait gave.
 #include "zev/stream.h"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/guard.hpp"
-#include "system/errno.hpp"
 #include "system/os.hpp"
 
 #include "zev/error.h"

@@ -1,9 +1,9 @@
 #include "zev/dir.h"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/fold.hpp"
 #include "common/guard.hpp"
-#include "system/errno.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
 #include "zev/path.h"

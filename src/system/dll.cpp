@@ -1,6 +1,6 @@
+#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/utf.hpp"
-#include "system/errno.hpp"
 #include "system/os.hpp"
 #include "zev/file.h"
 

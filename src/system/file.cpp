@@ -1,10 +1,10 @@
 #include "zev/file.h"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/format.hpp"
 #include "common/guard.hpp"
 #include "common/utf.hpp"
-#include "system/errno.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
 #include "system/stdio.hpp"

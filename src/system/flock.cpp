@@ -23,8 +23,8 @@
 // removes.
 #include "system/flock.hpp"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
-#include "system/errno.hpp"
 #include "system/path.hpp"
 #include "system/share.hpp"
 #include "zev/path.h"

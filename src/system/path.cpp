@@ -1,8 +1,8 @@
 #include "zev/path.h"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/fold.hpp"
-#include "system/errno.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
 #include "zev/str.h"

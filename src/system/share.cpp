@@ -1,7 +1,7 @@
 #include "zev/share.h"
 
+#include "common/errno.hpp"
 #include "common/failure.hpp"
-#include "system/errno.hpp"
 #include "system/share.hpp"
 #include "system/stdio.hpp"
 #include "zev/error.h"

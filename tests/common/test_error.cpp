@@ -3,7 +3,7 @@
 #include "library_file.hpp"
 #include "support.hpp"
 
-#include "system/errno.hpp"
+#include "common/errno.hpp"
 
 #include <cerrno>
 #include <thread>

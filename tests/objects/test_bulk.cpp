@@ -1,6 +1,6 @@
 #include "repo_fixture.hpp"
 
-#include "objects/bulk.hpp"
+#include "objects/store/bulk.hpp"
 #include "system/os.hpp"
 
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "copy_fixture.hpp"
 
-#include "objects/diff.hpp"
+#include "objects/store/diff.hpp"
 
 #include <filesystem>
 

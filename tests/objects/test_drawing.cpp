@@ -1,5 +1,5 @@
 // Drawing files byte by byte, and what a reader makes of files that are not as written.
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 #include "support.hpp"
 
 #include <chrono>

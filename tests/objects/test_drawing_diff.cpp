@@ -1,5 +1,5 @@
 // Versions of a drawing compared by their keys, and the tie between a table and its file.
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 #include "support.hpp"
 #include "system/os.hpp"
 

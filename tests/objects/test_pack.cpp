@@ -2,8 +2,8 @@
 
 #include "common/limits.hpp"
 #include "common/sha1.hpp"
-#include "objects/records.hpp"
-#include "objects/sweep.hpp"
+#include "objects/store/odb.hpp"
+#include "objects/store/sweep.hpp"
 #include "system/os.hpp"
 
 #include <zev/pack.h>

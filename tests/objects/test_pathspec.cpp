@@ -1,6 +1,6 @@
 #include "support.hpp"
 
-#include "objects/pathspec.hpp"
+#include "objects/store/pathspec.hpp"
 
 #include <chrono>
 

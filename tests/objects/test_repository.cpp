@@ -1,6 +1,6 @@
 #include "repo_fixture.hpp"
 
-#include "objects/sweep.hpp"
+#include "objects/store/sweep.hpp"
 
 #include <csignal>
 #include <sys/wait.h>

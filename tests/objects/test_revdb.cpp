@@ -1,7 +1,7 @@
 #include "repo_fixture.hpp"
 
-#include "objects/revision.hpp"
-#include "objects/tree_changes.hpp"
+#include "objects/history/revision.hpp"
+#include "objects/store/tree_changes.hpp"
 #include "zev/revdb.h"
 #include "zev/revision.h"
 

@@ -1,6 +1,6 @@
 #include "copy_fixture.hpp"
 
-#include "objects/revision.hpp"
+#include "objects/history/revision.hpp"
 #include "zev/revdb.h"
 #include "zev/revlist.h"
 

@@ -1,6 +1,6 @@
 #include "conflict_fixture.hpp"
 
-#include "objects/conflict.hpp"
+#include "objects/conflict/conflict.hpp"
 #include "zev/revision.h"
 #include "zev/revlist.h"
 #include "zev/shell.h"

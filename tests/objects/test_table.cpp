@@ -1,6 +1,6 @@
 // Tables on real LevelDB databases in a real repository, and the forms in which rows travel.
 #include "common/limits.hpp"
-#include "objects/drawing.hpp"
+#include "objects/drawing/drawing.hpp"
 #include "support.hpp"
 
 #include <algorithm>

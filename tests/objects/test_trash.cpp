@@ -1,6 +1,6 @@
 #include "copy_fixture.hpp"
 
-#include "objects/trash.hpp"
+#include "objects/trash/trash.hpp"
 #include "system/os.hpp"
 #include "zev/dir.h"
 

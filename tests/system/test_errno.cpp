@@ -1,4 +1,4 @@
-#include "system/errno.hpp"
+#include "common/errno.hpp"
 
 #include "support.hpp"
 

@@ -1,7 +1,7 @@
 #include "child.hpp"
 #include "support.hpp"
 
-#include "system/errno.hpp"
+#include "common/errno.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
 

@@ -1,0 +1,362 @@
+// Carrying out what the user decided. A node is done in an order that loses nothing: first it is
+// made sure that it can be done, then files are displaced, and last others are checked out and its
+// entries change, all of them or, if one can't, none. So a node that fails is still in conflict,
+// and what was displaced lies in the trash unless the user wanted it gone.
+#include "objects/conflict/conflict.hpp"
+
+#include "common/pathname.hpp"
+#include "common/utf.hpp"
+#include "objects/notify/notify.hpp"
+#include "objects/store/pathspec.hpp"
+#include "objects/trash/trash.hpp"
+#include "objects/work/work_writer.hpp"
+#include "system/os.hpp"
+#include "zev/status.h"
+#include "zev/workdir.h"
+
+#include <optional>
+
+using namespace zev;
+
+namespace {
+
+bool is_open(const ConflictNode &node) {
+    return !node.resolved && node.solution != Z_CONFLICT_UNDECIDED;
+}
+
+// ---- Entries of a node's paths, put back unless the change came to its end
+
+class Rollback {
+  public:
+    Rollback(Index *index, const ConflictNode &node) : index_(index) {
+        for (const ConflictSides *sides : {&node.ours, &node.theirs})
+            for (const ConflictSide &side : sides->list) save(side.path());
+    }
+    Rollback(const Rollback &) = delete;
+    Rollback &operator=(const Rollback &) = delete;
+    ~Rollback() {
+        if (armed_) restore();
+    }
+    bool commit() {
+        armed_ = false;
+        return true;
+    }
+
+  private:
+    void save(const char *path) {
+        paths_.emplace_back(path);
+        for (int stage = 0; stage < 4; ++stage) {
+            const auto *entry = git_index_get_bypath(index_->handle.get(), path, stage);
+            if (entry) entries_.push_back(copy(entry));
+        }
+    }
+    static EntryPtr copy(const git_index_entry *entry) {
+        EntryPtr made(zIndexEntryNew(zev_entry(entry)));
+        if (!made) throw std::bad_alloc();
+        return made;
+    }
+    // In memory only, and with what was there before: there is no reason to fail, and nobody to
+    // tell, since the record holds the reason of the failure that led here.
+    void restore() {
+        git_index *handle = index_->handle.get();
+        for (const std::string &path : paths_) git_index_remove_bypath(handle, path.c_str());
+        for (const EntryPtr &entry : entries_) git_index_add(handle, git_entry(entry.get()));
+        index_->names.reset();
+    }
+
+    Index *index_;
+    std::vector<std::string> paths_;
+    std::vector<EntryPtr> entries_;
+    bool armed_ = true;
+};
+
+// ---- One node after the other
+
+class Resolving {
+  public:
+    // `nodes` in the order in which they will come. May throw.
+    Resolving(Index *index, const std::vector<ConflictNode *> &nodes)
+        : index_(index), owner_(index->owner), trash_(index->owner, displaced_by(nodes)),
+          writer_(index) {}
+
+    bool node(ConflictNode &node); // may throw
+    // Keep-files for the directories of what was resolved; one that fails is no failure of its
+    // node. Comes last, since a node may take away what another had needed.
+    void keep_directories();
+
+  private:
+    static std::vector<std::u16string> displaced_by(const std::vector<ConflictNode *> &nodes);
+    bool use_theirs(const ConflictNode &node);
+    bool use_ours(const ConflictNode &node);
+    bool can_check_out(const ConflictNode &node, const ConflictSide &side);
+    bool is_free(const ConflictNode &node, const char *path);
+    bool displace(const ConflictNode &node, const char *path);
+    bool check_out(const ConflictNode &node, const ConflictSide &side);
+    bool keep_ours(const ConflictNode &node, const ConflictSide &side);
+    bool stage_file(const ConflictSide &side);
+    bool track_again(const ConflictSide &side);
+    bool is_kept(std::string_view directory);
+    void remember_directory(std::string_view path);
+
+    Index *index_;
+    Repository *owner_;
+    TrashBatch trash_;
+    WorkWriter writer_;
+    std::optional<Stager> stager_;                             // costs more than a small node
+    std::unordered_map<std::string, std::string> directories_; // with a path in each
+};
+
+// What the trash is going to take; one path alone is as well taken by itself.
+std::vector<std::u16string> Resolving::displaced_by(const std::vector<ConflictNode *> &nodes) {
+    std::vector<std::u16string> paths;
+    for (const ConflictNode *node : nodes) {
+        if (!is_open(*node) || node->solution != Z_CONFLICT_USE_THEIRS) continue;
+        if (node->options & Z_CONFLICT_NO_TRASH) continue;
+        for (const ConflictSide &side : node->ours.list) paths.push_back(to_wide(side.path()));
+    }
+    if (paths.size() == 1) paths.clear();
+    return paths;
+}
+
+bool Resolving::node(ConflictNode &node) {
+    if (!is_open(node)) return true;
+    const bool theirs = node.solution == Z_CONFLICT_USE_THEIRS;
+    return node.resolved = theirs ? use_theirs(node) : use_ours(node);
+}
+
+bool Resolving::use_theirs(const ConflictNode &node) {
+    const auto stays = [](const ConflictSide &side) { return side.status != Z_KIND_DELETED; };
+    for (const ConflictSide &side : node.theirs.list)
+        if (stays(side) && !can_check_out(node, side)) return false;
+    for (const ConflictSide &side : node.ours.list)
+        if (!displace(node, side.path())) return false;
+
+    Rollback rollback(index_, node);
+    for (const ConflictSide &side : node.ours.list)
+        if (!index_drop(index_, side.path())) return false;
+    for (const ConflictSide &side : node.theirs.list)
+        if (stays(side) ? !check_out(node, side) : !index_drop(index_, side.path())) return false;
+    return rollback.commit();
+}
+
+bool Resolving::use_ours(const ConflictNode &node) {
+    const auto is_missing = [](const ConflictSide &side) { return side.status == Z_KIND_MISSING; };
+    for (const ConflictSide &side : node.ours.list)
+        if (is_missing(side) && !can_check_out(node, side)) return false;
+
+    Rollback rollback(index_, node);
+    for (const ConflictSide &side : node.theirs.list)
+        if (!index_drop(index_, side.path())) return false;
+    for (const ConflictSide &side : node.ours.list)
+        if (!keep_ours(node, side)) return false;
+    return rollback.commit();
+}
+
+// ---- What can fail is asked before anything is displaced
+
+// A partial client may lack the blob, and a repository within the repository has none.
+bool Resolving::can_check_out(const ConflictNode &node, const ConflictSide &side) {
+    if (!side.entry) return zRaiseNotFound(u"%hs", side.path()), false;
+    return check_path(side.path()) && writer_.has(git_entry(side.entry.get())->id) &&
+           is_free(node, side.path());
+}
+
+// No name may differ in case only from a tracked one, unless that is about to go with the node.
+bool Resolving::is_free(const ConflictNode &node, const char *path) {
+    if (!index_has_twin(index_, path)) return true;
+    std::u16string wanted, other;
+    fold_path(wanted, path);
+    for (size_t i = 0; i < git_index_entrycount(index_->handle.get()); ++i) {
+        const char *name = git_index_get_byindex(index_->handle.get(), i)->path;
+        fold_path(other, name);
+        if (other != wanted || std::string_view(name) == path || node.ours.find(name)) continue;
+        return zRaiseAlreadyExists(u"%hs", path), false;
+    }
+    return true;
+}
+
+// ---- The work directory
+
+bool Resolving::displace(const ConflictNode &node, const char *path) {
+    const std::u16string wide = to_wide(path);
+    return node.options & Z_CONFLICT_NO_TRASH ? zWorkdirRemove(owner_, wide.c_str())
+                                              : trash_.drop(wide.c_str());
+}
+
+bool Resolving::check_out(const ConflictNode &node, const ConflictSide &side) {
+    const std::u16string path = to_wide(side.path());
+    if (!zWorkdirRemoveObstacle(owner_, path.c_str(), !(node.options & Z_CONFLICT_NO_TRASH)))
+        return false;
+    writer_.forget_directories();
+    git_index_entry entry = *git_entry(side.entry.get());
+    entry.flags = static_cast<uint16_t>(entry.flags & ~GIT_INDEX_ENTRY_STAGEMASK);
+    if (!writer_.place(entry, true)) return false;
+    return remember_directory(side.path()), true;
+}
+
+// ---- The index
+
+bool Resolving::keep_ours(const ConflictNode &node, const ConflictSide &side) {
+    switch (side.status) {
+    case Z_KIND_DELETED:
+        return index_drop(index_, side.path());
+    case Z_KIND_ADDED:
+    case Z_KIND_MODIFIED:
+        return stage_file(side);
+    case Z_KIND_MISSING:
+        return check_out(node, side);
+    case Z_KIND_UNCHANGED:
+        return track_again(side);
+    default:
+        return true;
+    }
+}
+
+// The file as it is now, with the mode that ours had. It may have gone, or been put behind a
+// link, since the conflict was shown.
+bool Resolving::stage_file(const ConflictSide &side) {
+    const git_index_entry &ours = *git_entry(side.entry.get());
+    if (!entry_on_disk(index_, ours)) return zRaiseNotFound(u"%hs", ours.path), false;
+    if (!stager_) stager_.emplace(index_);
+    if (!stage_named(index_, *stager_, ours.path)) return false;
+    const auto *staged = git_index_get_bypath(index_->handle.get(), ours.path, 0);
+    if (staged && staged->mode != ours.mode && S_ISREG(staged->mode) && S_ISREG(ours.mode)) {
+        git_index_entry entry = *staged;
+        entry.mode = ours.mode;
+        entry.path = ours.path;
+        if (!index_enter(index_, entry)) return false;
+    }
+    return remember_directory(ours.path), true;
+}
+
+// What only theirs changed: to drop theirs took the whole conflict out of the index.
+bool Resolving::track_again(const ConflictSide &side) {
+    git_index_entry entry = *git_entry(side.entry.get());
+    if (git_index_get_bypath(index_->handle.get(), entry.path, 0)) return true;
+    entry.flags = static_cast<uint16_t>(entry.flags & ~GIT_INDEX_ENTRY_STAGEMASK);
+    return index_enter(index_, entry);
+}
+
+// ---- Keep-files
+
+void Resolving::remember_directory(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    if (slash != path.npos) directories_.try_emplace(std::string(path.substr(0, slash)), path);
+}
+
+bool Resolving::is_kept(std::string_view directory) {
+    const std::string name = std::string(directory) + "/.gitkeep";
+    struct stat status;
+    return git_index_get_bypath(index_->handle.get(), name.c_str(), 0) &&
+           os::lstat(full_path(owner_, name).c_str(), &status) && S_ISREG(status.st_mode);
+}
+
+void Resolving::keep_directories() {
+    for (const auto &[directory, path] : directories_) {
+        bool kept = true;
+        for (size_t end = directory.size(); kept && end != directory.npos && end > 0;
+             end = directory.rfind('/', end - 1))
+            kept = is_kept(std::string_view(directory).substr(0, end));
+        if (!kept) zIndexFixupGitkeep(index_, to_wide(path).c_str());
+    }
+    directories_.clear();
+}
+
+// ---- All nodes of an analysis, with reports
+
+class Reporting {
+  public:
+    Reporting(const Notify *notify, size_t total)
+        : notify_(notify), total_(static_cast<int32_t>(total)) {}
+
+    void node(const ConflictNode &node, bool done) {
+        const zwchar *path = node.path.c_str();
+        ++(done ? done_ : failed_);
+        if (done) {
+            notify_action(notify_, u"action.sResolved", path);
+        } else {
+            zSetErrorMsg(word(u"conflict.eUnableToResolve_s"), path);
+            notify_action(notify_, u"action.sFailed", zErrorMsg());
+        }
+        progress();
+    }
+    void progress() const {
+        zNotifyProgress(notify_, word(u"action.sResolveProgress_4d"), done_ + failed_, total_,
+                        done_, failed_);
+    }
+
+  private:
+    const Notify *notify_;
+    int32_t total_, done_ = 0, failed_ = 0;
+};
+
+std::vector<ConflictNode *> open_nodes(const ConflictAnalysis &analysis) {
+    std::vector<ConflictNode *> nodes;
+    for (const auto &node : analysis.nodes)
+        if (is_open(*node)) nodes.push_back(node.get());
+    return nodes;
+}
+
+// One node's failure, whatever it is, is no other's.
+bool resolve_one(Resolving &resolving, ConflictNode &node) try {
+    return resolving.node(node);
+} catch (...) {
+    return fail_thrown();
+}
+
+} // namespace
+
+namespace zev {
+
+void resolve_nodes(Index *index, const std::vector<ConflictNode *> &nodes,
+                   const std::function<void(ConflictNode &node, bool done)> &told) {
+    Resolving resolving(index, nodes);
+    for (ConflictNode *node : nodes) told(*node, resolve_one(resolving, *node));
+    resolving.keep_directories();
+}
+
+} // namespace zev
+
+bool zConflictNodeResolve(Index *index, ConflictNode *node) try {
+    if (!index || !node) return fail_args();
+    Resolving resolving(index, {node});
+    if (!resolving.node(*node)) return false;
+    return resolving.keep_directories(), true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
+    if (!index || !analysis) return fail_args();
+    analysis->index = index;
+    const Notify *notify = analysis->notify;
+    const auto nodes = open_nodes(*analysis);
+    Reporting reporting(notify, nodes.size());
+    notify_start(notify, u"action.sResolveConflicts");
+    try {
+        resolve_nodes(index, nodes, [&](auto &node, bool done) { reporting.node(node, done); });
+    } catch (...) {
+        return fail_thrown(), notify_abort(notify), false;
+    }
+    if (!zIndexWrite(index)) {
+        zNotifyError(notify, u"%s", word(u"odb.eFailedToSaveIndex"));
+        return notify_abort(notify), false;
+    }
+    reporting.progress();
+    return notify_done(notify), true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zIndexResolve(Index *index, PathSpec *spec) {
+    if (!index) return fail_args();
+    const Notify *notify = spec ? spec->notify : nullptr;
+    AnalysisPtr analysis(zConflictAnalyze(index, spec));
+    if (!analysis) {
+        if (spec_options(spec) & Z_SPEC_MUST_MATCH) zNotifyError(notify, u"%s", zErrorDetail());
+        return false;
+    }
+    for (const auto &node : analysis->nodes) node->solution = Z_CONFLICT_USE_OURS;
+    analysis->notify = notify;
+    return zConflictResolve(index, analysis.get());
+}

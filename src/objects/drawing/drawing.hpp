@@ -1,0 +1,79 @@
+// The manifest record, for the families of the drawing store, and the byte form of its keys.
+#pragma once
+
+#include "common/guard.hpp"
+#include "objects/drawing/table.hpp"
+#include "zev/drawing.h"
+#include "zev/stream.h"
+#include "zev/vector.h"
+
+struct Drawing {
+    uint32_t major = 1;
+    uint32_t minor = 1;
+    Oid table{};
+    DrawingKey header{};
+    DrawingKey summary{};
+    DrawingKey ds{};
+    DrawingKey vba{};
+    zev::Owned<Vector, zVectorFree> classes; // of DrawingKey
+    zev::Owned<Vector, zVectorFree> objects; // of DrawingKey
+    zev::Owned<Stream, zStreamFree> reference;
+    uint32_t thumbnail_size = 0;
+    zev::Malloced<uint8_t> thumbnail;
+};
+
+namespace zev {
+
+using DrawingPtr = Owned<Drawing, zDrawingFree>;
+
+// One expression, so that compilers make one load and a byte swap of it: keys come by the
+// hundred thousand.
+constexpr uint64_t load_u64(const uint8_t *in) {
+    return uint64_t{in[0]} << 56 | uint64_t{in[1]} << 48 | uint64_t{in[2]} << 40 |
+           uint64_t{in[3]} << 32 | uint64_t{in[4]} << 24 | uint64_t{in[5]} << 16 |
+           uint64_t{in[6]} << 8 | uint64_t{in[7]};
+}
+constexpr void store_u64(uint8_t *out, uint64_t value) {
+    out[0] = static_cast<uint8_t>(value >> 56), out[1] = static_cast<uint8_t>(value >> 48);
+    out[2] = static_cast<uint8_t>(value >> 40), out[3] = static_cast<uint8_t>(value >> 32);
+    out[4] = static_cast<uint8_t>(value >> 24), out[5] = static_cast<uint8_t>(value >> 16);
+    out[6] = static_cast<uint8_t>(value >> 8), out[7] = static_cast<uint8_t>(value);
+}
+constexpr uint32_t load_u32(const uint8_t *in) {
+    return uint32_t{in[0]} << 24 | uint32_t{in[1]} << 16 | uint32_t{in[2]} << 8 | in[3];
+}
+
+constexpr KeyBytes key_bytes(const DrawingKey &key) {
+    KeyBytes bytes{};
+    store_u64(bytes.data(), key.tag);
+    store_u64(bytes.data() + 8, key.object);
+    return bytes;
+}
+constexpr DrawingKey key_from(const uint8_t *bytes) {
+    return {load_u64(bytes), load_u64(bytes + 8)};
+}
+
+constexpr bool same_key(const DrawingKey &a, const DrawingKey &b) {
+    return a.tag == b.tag && a.object == b.object;
+}
+
+inline std::span<const DrawingKey> keys_of(const Vector *keys) {
+    return {static_cast<const DrawingKey *>(zVectorDataConst(keys)), zVectorSize(keys)};
+}
+
+// A new list of 16-byte keys.
+Owned<Vector, zVectorFree> new_keys(uint64_t capacity);
+// `count` further slots of a list, for the caller to fill; null when memory ran out.
+DrawingKey *extend_keys(Vector *keys, uint64_t count);
+// Turns keys that were read into the slots as bytes into numbers, in place.
+void decode_keys(DrawingKey *keys, uint64_t count);
+
+// The manifest at a stream's start, whatever its check word, which `check` gets; null if it is
+// none.
+DrawingPtr read_drawing(Stream *stream, uint32_t *check = nullptr);
+
+// Whether the table holds the reference, the classes and the objects of a drawing. What it lacks
+// can't be had here: false, and not found is raised with the path.
+bool drawing_is_complete(Table *table, const Drawing *drawing, const zwchar *path);
+
+} // namespace zev

@@ -1,0 +1,195 @@
+// One table serves one file of a working copy. The table's zero key says which: the path below
+// the work directory, "./" in front, forward slashes, UTF-16LE with its zero. A drawing that was
+// copied or moved still names the table of its source; confirming gives it one of its own.
+#include "objects/drawing/drawing.hpp"
+
+#include "zev/oid.h"
+#include "zev/path.h"
+#include "zev/repository.h"
+
+#include <algorithm>
+#include <numeric>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace zev {
+namespace {
+
+using RepositoryPtr = Owned<Repository, zRepositoryFree>;
+
+bool relative_to(zwchar *target, const zwchar *path, const zwchar *base) {
+    zwchar native[Z_PATH_MAX];
+    return zPathMakeRelative(native, path, base) && zPathReplaceBackslash(target, native);
+}
+
+std::vector<uint8_t> encode_reference(const zwchar *path) {
+    std::vector<uint8_t> bytes;
+    const uint64_t units = zStrlenW(path) + 1;
+    bytes.reserve(2 * units);
+    for (uint64_t i = 0; i < units; ++i) {
+        bytes.push_back(static_cast<uint8_t>(path[i]));
+        bytes.push_back(static_cast<uint8_t>(path[i] >> 8));
+    }
+    return bytes;
+}
+
+// False for a value that is no text: of odd length, or without its zero.
+bool decode_reference(Bytes bytes, std::u16string &path) {
+    if (bytes.size() < 2 || bytes.size() % 2) return false;
+    for (size_t i = 0; i < bytes.size(); i += 2)
+        path.push_back(static_cast<zwchar>(bytes[i] | bytes[i + 1] << 8));
+    const bool terminated = path.back() == 0;
+    path.resize(std::u16string_view(path.c_str()).size());
+    return terminated;
+}
+
+const zwchar *without_dot(const zwchar *path) {
+    return path[0] == '.' && path[1] == '/' ? path + 2 : path;
+}
+
+// Which of the keys, in their order, the table lacks. They are looked up in the table's order,
+// where one step mostly leads to the next.
+Owned<Vector, zVectorFree> missing_keys(Table *table, std::span<const DrawingKey> keys) {
+    const auto below = [&](size_t a, size_t b) {
+        return std::tie(keys[a].tag, keys[a].object) < std::tie(keys[b].tag, keys[b].object);
+    };
+    std::vector<size_t> order(keys.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    if (!std::ranges::is_sorted(order, below)) std::ranges::sort(order, below);
+
+    std::vector<uint8_t> missing(keys.size());
+    TableLookup lookup(table);
+    for (size_t i : order) missing[i] = !lookup.find(key_bytes(keys[i]));
+    auto list = new_keys(300);
+    for (size_t i = 0; list && i < keys.size(); ++i)
+        if (missing[i] && !zVectorPush(list.get(), &keys[i])) return nullptr;
+    return list;
+}
+
+void append(std::vector<DrawingKey> &keys, const Vector *list) {
+    const auto more = keys_of(list);
+    keys.insert(keys.end(), more.begin(), more.end());
+}
+
+// Gives a drawing file whose table serves another path a table of its own.
+class Confirmation {
+  public:
+    explicit Confirmation(const zwchar *path) : path_(path) {}
+    void run() { open() && belongs_elsewhere() && is_complete() && copy() && rebind(); }
+
+  private:
+    bool open() {
+        repository_.reset(zRepositoryDiscover(path_, nullptr));
+        if (!repository_) return false;
+        drawing_.reset(zDrawingRead(path_));
+        if (!drawing_) return false;
+        table_.reset(zTableByid(repository_.get(), &drawing_->table));
+        const zwchar *workdir = table_ ? zRepositoryWorkdir(repository_.get()) : nullptr;
+        return workdir && relative_to(relative_, path_, workdir);
+    }
+
+    // A table without a reference serves whoever names it.
+    bool belongs_elsewhere() {
+        TableLookup lookup(table_.get());
+        if (!lookup.find(key_bytes(kReferenceKey))) return lookup.fail();
+        std::u16string stored;
+        return !decode_reference(lookup.value(), stored) ||
+               !zStrcasesameW(without_dot(stored.c_str()), without_dot(relative_));
+    }
+
+    bool is_complete() { return drawing_is_complete(table_.get(), drawing_.get(), path_); }
+
+    std::vector<DrawingKey> keys() const {
+        std::vector<DrawingKey> keys{kReferenceKey, drawing_->header, drawing_->summary,
+                                     drawing_->ds};
+        if (zDrawingHasVba(drawing_.get())) keys.push_back(drawing_->vba);
+        append(keys, drawing_->classes.get());
+        append(keys, drawing_->objects.get());
+        return keys;
+    }
+
+    // The rows are on the disk before the drawing names their table.
+    bool copy() {
+        own_.reset(zTableRand(repository_.get()));
+        if (!own_) return false;
+        TableBatch batch(own_.get());
+        TableLookup lookup(table_.get());
+        for (const DrawingKey &key : keys()) {
+            const KeyBytes bytes = key_bytes(key);
+            if (lookup.find(bytes))
+                batch.put(bytes, lookup.value());
+            else
+                lookup.fail(); // raised, and the key stays behind
+        }
+        if (batch.flush() && zDrawingTableBackwardRefSet(own_.get(), nullptr, relative_))
+            return true;
+        discard_table(std::move(own_));
+        return false;
+    }
+
+    // A file that refuses the new table leaves nobody who names it. One that can't be read now may
+    // name it.
+    bool rebind() {
+        drawing_->table = own_->id;
+        if (zDrawingWrite(drawing_.get(), path_)) return true;
+        Oid named;
+        if (zDrawingDetect(&named, path_) && !zOidIsEqual(&named, &own_->id))
+            discard_table(std::move(own_));
+        return false;
+    }
+
+    const zwchar *path_;
+    RepositoryPtr repository_; // outlives the tables
+    DrawingPtr drawing_;
+    TablePtr table_; // which the drawing names
+    TablePtr own_;   // which it will name
+    zwchar relative_[Z_PATH_MAX];
+};
+
+} // namespace
+
+bool drawing_is_complete(Table *table, const Drawing *drawing, const zwchar *path) {
+    std::vector<DrawingKey> keys{kReferenceKey};
+    append(keys, drawing->classes.get());
+    append(keys, drawing->objects.get());
+    const auto missing = missing_keys(table, keys);
+    if (!missing) return false;
+    if (zVectorIsEmpty(missing.get())) return true;
+    return zRaiseNotFound(u"%s", path), false;
+}
+
+} // namespace zev
+
+using namespace zev;
+
+bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path) try {
+    if (!table || !path) return fail_args();
+    if (zStrlenW(path) >= Z_PATH_MAX) return fail_std(ENAMETOOLONG); // never cut
+    zwchar stored[Z_PATH_MAX];
+    if (!(base ? relative_to(stored, path, base) : zPathReplaceBackslash(stored, path)))
+        return false;
+    const std::vector<uint8_t> value = encode_reference(stored);
+    return zDrawingKeyPutData(table, &kReferenceKey, value.data(), value.size());
+} catch (...) {
+    return fail_thrown();
+}
+
+void zDrawingConfirmTableBackwardRef(const zwchar *path) try {
+    if (path)
+        Confirmation(path).run();
+    else
+        fail_args();
+} catch (...) {
+    fail_thrown();
+}
+
+bool zDrawingDataPrepare(const zwchar *path, Drawing *drawing) try {
+    if (!path || !drawing) return fail_args();
+    const RepositoryPtr repository{zRepositoryDiscover(path, nullptr)};
+    if (!repository) return false;
+    const TablePtr table{zTableByid(repository.get(), &drawing->table)};
+    return table && drawing_is_complete(table.get(), drawing, path);
+} catch (...) {
+    return fail_thrown();
+}

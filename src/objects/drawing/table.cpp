@@ -1,0 +1,387 @@
+// Drawing tables.
+//
+// <repository>/tables/<2 hex>/<38 hex>/    one LevelDB database per drawing
+//   key 16: tag u64, object u64, big-endian; bytewise order puts negative objects last in a tag
+//     all 00     backward reference: the drawing's path in UTF-16LE with its zero
+//     all FF     the table's tag u64, big-endian; any other length than 8 reads as 1
+//     object -1  header, -2 summary, -3 DS, -4 VBA project, -101-n class n, others the objects
+//   LOCK.zlck    held without sharing while the table is open, gone afterwards
+//
+// Writes are not synced here: whoever lets a file or a reference name a row syncs before.
+#include "objects/drawing/table.hpp"
+
+#include "common/limits.hpp"
+#include "common/reader.hpp"
+#include "common/utf.hpp"
+#include "objects/drawing/drawing.hpp"
+#include "system/os.hpp"
+
+#include "zev/dir.h"
+#include "zev/oid.h"
+#include "zev/path.h"
+#include "zev/repository.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <iterator>
+#include <string>
+
+namespace zev {
+
+Failure fail_store(const char *text) {
+    if (text)
+        zRaiseKvdbErr(u"%hs", text);
+    else
+        zRaiseKvdbErr(nullptr);
+    return {};
+}
+
+namespace {
+
+constexpr const zwchar *kEnd = nullptr; // of a list of path components
+constexpr zwchar kLockName[] = u"LOCK.zlck";
+constexpr uint64_t kFirstTag = 1;
+// "/tables/", two digits, a slash and 38 digits.
+constexpr uint64_t kTablePathTail = 8 + 41;
+constexpr uint64_t kUtf8PathMax = 512;
+// What a batch adds to a pair at least; also tells a pair of nothing from no pair.
+constexpr uint64_t kPairBytes = 3;
+// Steps that cost less than a seek.
+constexpr int kLookupSteps = 8;
+// Keys in a row that make a list count as ordered; at random one list in 24 has four.
+constexpr int kAscending = 4;
+
+bool is_tag_key(const void *key, uint64_t length) {
+    static constexpr KeyBytes tag_key = key_bytes(kTagKey);
+    return length == tag_key.size() && !memcmp(key, tag_key.data(), tag_key.size());
+}
+
+bool table_path(zwchar *path, Repository *repository, const Oid *id) {
+    const zwchar *root = zRepositoryPath(repository);
+    if (!root) return false;
+    if (zStrlenW(root) + kTablePathTail >= Z_PATH_MAX) return fail_std(ENAMETOOLONG);
+    return zPathBuild(path, root, u"tables", kEnd) && zOidPathAppend(path, id);
+}
+
+// Files that hold rows. Where they stand without a CURRENT, LevelDB would begin anew, and delete
+// them.
+bool holds_rows(const zwchar *path) {
+    std::vector<os::Name> names;
+    if (!os::read_dir(path, &names)) return false;
+    return std::ranges::any_of(names, [](const os::Name &name) {
+        const std::u16string_view text = name.text;
+        return text.ends_with(u".ldb") || text.ends_with(u".sst") || text.ends_with(u".log");
+    });
+}
+
+// LevelDB makes one directory level only, and leaves files behind even where it may not create.
+bool prepare_directory(const zwchar *path, const std::string &utf8, bool create) {
+    zwchar current[Z_PATH_MAX];
+    if (!zPathBuild(current, path, u"CURRENT", kEnd)) return false;
+    if (zPathFileExists(current)) return true;
+    if (holds_rows(path))
+        return fail_store((utf8 + ": damaged, its file CURRENT is missing").c_str());
+    if (create) return zDirMake(path, true);
+    return fail_store((utf8 + ": does not exist (create_if_missing is false)").c_str());
+}
+
+bool open_database(Table *table, const std::string &utf8, bool create) {
+    ldb::Options options{leveldb_options_create()};
+    leveldb_options_set_create_if_missing(options.get(), create);
+    ldb::Text error;
+    table->database.reset(leveldb_open(options.get(), utf8.c_str(), out(error)));
+    if (!table->database) return fail_store(error.get());
+    table->reading.reset(leveldb_readoptions_create());
+    leveldb_readoptions_set_verify_checksums(table->reading.get(), 1);
+    table->writing.reset(leveldb_writeoptions_create());
+    return true;
+}
+
+bool take_lock(Table *table) {
+    zwchar path[Z_PATH_MAX];
+    if (!zPathBuild(path, table->path.get(), kLockName, kEnd)) return false;
+    table->lock.reset(zShareWait(path, u"w+bSTD", Z_SHARE_NONE));
+    return table->lock != nullptr;
+}
+
+// A value on the C heap; null where the key is missing (no error) or the store failed.
+ldb::Text get_value(Table *table, const void *key, uint64_t key_length, size_t &length,
+                    ldb::Text &error) {
+    return ldb::Text{leveldb_get(table->database.get(), table->reading.get(), ldb::chars(key),
+                                 key_length, &length, out(error))};
+}
+
+bool read_tag(Table *table, uint64_t &tag) {
+    if (!table->tag) {
+        static constexpr KeyBytes key = key_bytes(kTagKey);
+        size_t length = 0;
+        ldb::Text error;
+        ldb::Text value = get_value(table, key.data(), key.size(), length, error);
+        if (error) return fail_store(error.get());
+        bool stored = value && length == sizeof(uint64_t);
+        table->tag = stored ? get_u64(reinterpret_cast<uint8_t *>(value.get())) : kFirstTag;
+    }
+    tag = *table->tag;
+    return true;
+}
+
+Table *open_in(Repository *repository, const Oid *id, const zwchar *path) {
+    Table *table = zTableOpen(path, true);
+    if (!table) return nullptr;
+    table->owner = repository;
+    table->id = *id;
+    return table;
+}
+
+bool valid(const TableIter *iter) {
+    return iter && iter->handle && leveldb_iter_valid(iter->handle.get());
+}
+
+} // namespace
+
+void discard_table(TablePtr table) {
+    const Wide path = std::move(table->path);
+    table.reset();
+    os::remove_tree(path.get(), false);
+}
+
+bool TableBatch::put(Bytes key, Bytes value) {
+    leveldb_writebatch_put(batch_.get(), ldb::chars(key.data()), key.size(),
+                           ldb::chars(value.data()), value.size());
+    held_ += key.size() + value.size() + kPairBytes;
+    return held_ < limits::batch_bytes || flush();
+}
+
+bool TableBatch::flush() {
+    if (!held_) return ok_;
+    held_ = 0;
+    table_->tag.reset(); // the batch may hold another one
+    ldb::Text error;
+    leveldb_write(table_->database.get(), table_->writing.get(), batch_.get(), out(error));
+    leveldb_writebatch_clear(batch_.get());
+    if (!error) return ok_;
+    ok_ = false;
+    return fail_store(error.get());
+}
+
+TableLookup::TableLookup(Table *table)
+    : table_(table), iter_(leveldb_create_iterator(table->database.get(), table->reading.get())),
+      ascending_(kAscending) {}
+
+int TableLookup::compare(const KeyBytes &key) const {
+    size_t length = 0;
+    const char *here = leveldb_iter_key(iter_.get(), &length);
+    int order = memcmp(here, key.data(), std::min(length, key.size()));
+    return order ? order : (length > key.size()) - (length < key.size());
+}
+
+// Steps to the first key not below the one asked for; false if that seems far away.
+bool TableLookup::step(const KeyBytes &key) {
+    if (!standing_ || key < placed_) return false;
+    for (int steps = 0; steps <= kLookupSteps; ++steps) {
+        if (!leveldb_iter_valid(iter_.get()) || compare(key) >= 0) return true;
+        leveldb_iter_next(iter_.get());
+    }
+    return false;
+}
+
+bool TableLookup::get(const KeyBytes &key) {
+    got_ = get_value(table_, key.data(), key.size(), got_length_, error_);
+    return got_ != nullptr;
+}
+
+bool TableLookup::find(const KeyBytes &key) {
+    ascending_ = key < asked_ ? 0 : ascending_ + 1;
+    asked_ = key;
+    stepped_ = ascending_ >= kAscending;
+    if (!stepped_) return get(key);
+    if (!step(key)) leveldb_iter_seek(iter_.get(), ldb::chars(key.data()), key.size());
+    standing_ = true;
+    placed_ = key;
+    return leveldb_iter_valid(iter_.get()) && compare(key) == 0;
+}
+
+Bytes TableLookup::value() const {
+    size_t length = got_length_;
+    const char *data = stepped_ ? leveldb_iter_value(iter_.get(), &length) : got_.get();
+    return {reinterpret_cast<const uint8_t *>(data), length};
+}
+
+Failure TableLookup::fail() const {
+    if (!stepped_) return fail_store(error_.get());
+    ldb::Text error;
+    leveldb_iter_get_error(iter_.get(), out(error));
+    return fail_store(error.get());
+}
+
+} // namespace zev
+
+using namespace zev;
+
+Table *zTableOpen(const zwchar *path, bool create) try {
+    if (!path || !*path) return fail_args();
+    const std::string utf8 = to_utf8(path);
+    if (zStrlenW(path) + std::size(kLockName) >= Z_PATH_MAX || utf8.size() >= kUtf8PathMax)
+        return fail_std(ENAMETOOLONG);
+    TablePtr table{new Table};
+    table->path.reset(zStrdupW(path));
+    if (!table->path || !prepare_directory(path, utf8, create)) return nullptr;
+    if (!open_database(table.get(), utf8, create) || !take_lock(table.get())) return nullptr;
+    return table.release();
+} catch (...) {
+    return fail_thrown();
+}
+
+Table *zTableRand(Repository *repository) {
+    if (!repository) return fail_args();
+    Oid id;
+    zwchar path[Z_PATH_MAX];
+    do {
+        if (!zOidRand(&id) || !table_path(path, repository, &id)) return nullptr;
+    } while (zPathExists(path));
+    return open_in(repository, &id, path);
+}
+
+Table *zTableByid(Repository *repository, const Oid *id) {
+    if (!repository || !id) return fail_args();
+    zwchar path[Z_PATH_MAX];
+    if (!table_path(path, repository, id)) return nullptr;
+    return open_in(repository, id, path);
+}
+
+Table *zTableDiscover(const zwchar *start, const zwchar *ceilings, const Oid *id) {
+    if (!start || !id) return fail_args();
+    Owned<Repository, zRepositoryFree> repository{zRepositoryDiscover(start, ceilings)};
+    if (!repository) return nullptr;
+    Table *table = zTableByid(repository.get(), id);
+    if (table) table->owner = nullptr;
+    return table;
+}
+
+void zTableFree(Table *table) { delete table; }
+
+const Oid *zTableId(const Table *table) {
+    if (!table) return fail_args();
+    return &table->id;
+}
+
+Repository *zTableOwner(const Table *table) {
+    if (!table) return fail_args();
+    return table->owner;
+}
+
+const zwchar *zTablePath(const Table *table) {
+    if (!table) return fail_args();
+    return table->path.get();
+}
+
+bool zTableGet(void **value, uint64_t *length, Table *table, const void *key, uint64_t key_length) {
+    if (!value || !length || !table || !key) return fail_args();
+    size_t size = 0;
+    ldb::Text error;
+    ldb::Text found = get_value(table, key, key_length, size, error);
+    if (!found) return fail_store(error.get());
+    *value = found.release();
+    *length = size;
+    return true;
+}
+
+bool zTablePut(Table *table, const void *key, uint64_t key_length, const void *value,
+               uint64_t value_length) {
+    if (!table || !key || (!value && value_length)) return fail_args();
+    if (is_tag_key(key, key_length)) table->tag.reset();
+    ldb::Text error;
+    leveldb_put(table->database.get(), table->writing.get(), ldb::chars(key), key_length,
+                ldb::chars(value ? value : ""), value_length, out(error));
+    if (error) return fail_store(error.get());
+    return true;
+}
+
+bool zTableDel(Table *table, const void *key, uint64_t key_length) {
+    if (!table || !key) return fail_args();
+    if (is_tag_key(key, key_length)) table->tag.reset();
+    ldb::Text dropped; // a row that could not be deleted does no harm
+    leveldb_delete(table->database.get(), table->writing.get(), ldb::chars(key), key_length,
+                   out(dropped));
+    return true;
+}
+
+uint64_t zTableTagGet(Table *table) {
+    uint64_t tag = kFirstTag;
+    if (!table) return fail_args(), kFirstTag;
+    return read_tag(table, tag) ? tag : kFirstTag;
+}
+
+bool zTableTagSet(Table *table, uint64_t value) {
+    if (!table) return fail_args();
+    uint8_t bytes[sizeof value];
+    put_u64(bytes, value);
+    return zDrawingKeyPutData(table, &kTagKey, bytes, sizeof bytes);
+}
+
+// A tag that can't be read is not taken for 1 here: going back would let old rows be overwritten.
+bool zTableTagIncrement(Table *table) {
+    if (!table) return fail_args();
+    uint64_t tag = 0;
+    return read_tag(table, tag) && zTableTagSet(table, tag + 1);
+}
+
+TableIter *zTableIterNew(Table *table) try {
+    if (!table) return fail_args();
+    ldb::Iterator handle{leveldb_create_iterator(table->database.get(), table->reading.get())};
+    if (!handle) return fail_store(nullptr);
+    return new TableIter{std::move(handle)};
+} catch (...) {
+    return fail_thrown();
+}
+
+void zTableIterFree(TableIter *iter) { delete iter; }
+
+bool zTableIterDone(const TableIter *iter) { return !valid(iter); }
+
+bool zTableIterSeekToFirst(TableIter *iter) {
+    if (!iter) return fail_args();
+    leveldb_iter_seek_to_first(iter->handle.get());
+    return true;
+}
+
+bool zTableIterSeekToLast(TableIter *iter) {
+    if (!iter) return fail_args();
+    leveldb_iter_seek_to_last(iter->handle.get());
+    return true;
+}
+
+bool zTableIterNext(TableIter *iter) {
+    if (!valid(iter)) return fail_args();
+    leveldb_iter_next(iter->handle.get());
+    return true;
+}
+
+bool zTableIterPrev(TableIter *iter) {
+    if (!valid(iter)) return fail_args();
+    leveldb_iter_prev(iter->handle.get());
+    return true;
+}
+
+bool zTableIterSeek(TableIter *iter, const void *key, uint64_t key_length) {
+    if (!iter || !key) return fail_args();
+    leveldb_iter_seek(iter->handle.get(), ldb::chars(key), key_length);
+    return true;
+}
+
+bool zTableIterKey(const void **key, uint64_t *length, const TableIter *iter) {
+    if (!key || !length || !valid(iter)) return fail_args();
+    size_t size = 0;
+    *key = leveldb_iter_key(iter->handle.get(), &size);
+    *length = size;
+    return true;
+}
+
+bool zTableIterValue(const void **value, uint64_t *length, const TableIter *iter) {
+    if (!value || !length || !valid(iter)) return fail_args();
+    size_t size = 0;
+    *value = leveldb_iter_value(iter->handle.get(), &size);
+    *length = size;
+    return true;
+}

@@ -1,0 +1,205 @@
+// Walking history. What is asked of a commit's own words (time, author, message) is asked first:
+// only a commit that passes there needs its record.
+#include "common/errno.hpp"
+#include "objects/history/revision.hpp"
+#include "objects/store/object.hpp"
+#include "zev/branch.h"
+#include "zev/notify.h"
+#include "zev/oid.h"
+#include "zev/time.h"
+
+#include <utility>
+
+using namespace zev;
+
+namespace {
+
+using SpecPtr = Owned<RevSpec, zRevSpecFree>;
+using BranchPtr = Owned<Branch, zBranchFree>;
+
+enum class Walk { on, enough, failed };
+
+class History {
+  public:
+    History(Repository *repository, RevSpec *spec) : repository_(repository), spec_(spec) {}
+
+    bool prepare();
+    // Hands the commits that pass to `take`, newest first, until it has enough.
+    template <class Take> bool walk(Take take);
+    // The revision of a commit, from its record or with a new one; null is a failure.
+    RevisionPtr revision(Commit &commit);
+    // Asks for the changes only if the spec has paths.
+    bool passes_paths(Revision &revision);
+    bool has_paths() const { return zPathSpecCount(spec_->paths.get()) > 0; }
+    // After an element was taken: only then the limit counts.
+    Walk taken(uint64_t count) const {
+        return spec_->limit > 0 && count >= static_cast<uint64_t>(spec_->limit) ? Walk::enough
+                                                                                : Walk::on;
+    }
+    // An empty result may count as a failure.
+    bool accept(bool empty) const {
+        if (!empty || !(spec_->options & Z_REV_MUST_MATCH)) return true;
+        return zRaiseNotFound(nullptr), false;
+    }
+
+  private:
+    bool follow(BranchPtr branch);
+    bool is_local(const Branch *branch) const;
+    bool load(git::Commit &commit, const git_oid *id) const;
+    bool passes(const git_commit *commit);
+    bool in_time(int64_t seconds) const;
+
+    Repository *repository_;
+    RevSpec *spec_; // lent
+    SpecPtr own_;   // in place of none
+    RevdbPtr db_;
+    std::optional<Oid> start_; // none: there is no commit yet
+};
+
+// ---- Where to start
+
+bool History::prepare() {
+    if (!spec_) own_.reset(spec_ = zRevSpecNew());
+    db_.reset(zRevdbOpen(repository_));
+    if (!spec_ || !db_) return false;
+    const RevBase &base = spec_->base;
+    if (base.kind == Z_REV_BY_ID) {
+        if (zOidIsZero(zRevBaseId(&base))) return fail_args();
+        start_ = base.id;
+        return true;
+    }
+    BranchPtr branch(base.kind == Z_REV_BY_HEAD ? zBranchHead(repository_)
+                                                : zBranchLookup(repository_, base.reference.get()));
+    return branch && follow(std::move(branch));
+}
+
+// From the branch, or from the one that it follows, to its commit.
+bool History::follow(BranchPtr branch) {
+    if (!(spec_->options & Z_REV_STAY))
+        if (BranchPtr upstream{zBranchUpstream(branch.get())}) branch = std::move(upstream);
+    if (!is_local(branch.get()))
+        return zRaiseStdErr(static_cast<int32_t>(Err::notsup), nullptr), false;
+    if (const Oid *id = zBranchResolve(branch.get()))
+        start_ = *id;
+    else if (!zBranchUnborn(branch.get()))
+        return false;
+    return true;
+}
+
+// What a remote's branch names may lie with the remote only.
+bool History::is_local(const Branch *branch) const {
+    return spec_->options & Z_REV_LOCAL || !zBranchIsRemote(branch);
+}
+
+// ---- From commit to commit
+
+// The first one may be named by a tag.
+bool History::load(git::Commit &commit, const git_oid *id) const {
+    git::Object found, peeled;
+    int code = git_object_lookup(out(found), repository_->handle.get(), id, GIT_OBJECT_ANY);
+    if (!code) code = git_object_peel(out(peeled), found.get(), GIT_OBJECT_COMMIT);
+    if (code < 0) return fail_git(code);
+    commit.reset(reinterpret_cast<git_commit *>(peeled.release()));
+    return true;
+}
+
+template <class Take> bool History::walk(Take take) {
+    if (!start_) return true;
+    git_oid id = *git::oid(&*start_);
+    for (Commit commit{nullptr, repository_};;) {
+        if (zNotifyIsUsrbrk(spec_->notify)) return zRaiseCanceled(nullptr), false;
+        if (!load(commit.handle, &id)) return false;
+        const git_oid *parent = git_commit_parent_id(commit.handle.get(), 0);
+        if (parent) id = *parent;
+        const Walk next = passes(commit.handle.get()) ? take(commit) : Walk::on;
+        if (next == Walk::failed) return false;
+        if (next == Walk::enough || !parent) return true;
+    }
+}
+
+bool History::in_time(int64_t seconds) const {
+    const Time time{seconds, 0};
+    if (!zTimeIsZero(&spec_->since) && zTimeDiff(&time, &spec_->since) < 0) return false;
+    return zTimeIsZero(&spec_->until) || zTimeDiff(&time, &spec_->until) <= 0;
+}
+
+bool included(PathSpec *list, const char *text) {
+    return !zPathSpecCount(list) || spec_matches(list, text);
+}
+bool excluded(PathSpec *list, const char *text) {
+    return zPathSpecCount(list) && spec_matches(list, text);
+}
+
+bool History::passes(const git_commit *commit) {
+    if (!in_time(git_commit_time(commit))) return false;
+    const char *author = git_commit_author(commit)->name, *message = git_commit_message(commit);
+    return included(spec_->include_authors.get(), author) &&
+           !excluded(spec_->exclude_authors.get(), author) &&
+           included(spec_->include_messages.get(), message) &&
+           !excluded(spec_->exclude_messages.get(), message);
+}
+
+// ---- Records
+
+RevisionPtr History::revision(Commit &commit) {
+    RevisionPtr found;
+    const Oid *id = git::oid(git_commit_id(commit.handle.get()));
+    const Lookup fate = find_record(db_.get(), id, found);
+    if (fate == Lookup::whole) return found;
+    found = revision_of(&commit);
+    if (fate == Lookup::damaged) zRevdbRemove(db_.get(), id);
+    if (found) zRevdbInsert(db_.get(), id, found.get());
+    return found;
+}
+
+bool History::passes_paths(Revision &revision) {
+    if (!has_paths()) return true;
+    const DiffList *changes = zRevisionChanges(&revision);
+    return changes && diff_list_any(changes, spec_->paths.get());
+}
+
+} // namespace
+
+bool zev::revision_ids(Repository *repository, RevSpec *spec, std::vector<Oid> &ids) {
+    History history(repository, spec);
+    if (!history.prepare()) return false;
+    const bool done = history.walk([&](Commit &commit) {
+        if (history.has_paths()) {
+            const RevisionPtr revision = history.revision(commit);
+            if (!revision) return Walk::failed;
+            if (!history.passes_paths(*revision)) return Walk::on;
+        }
+        ids.push_back(*git::oid(git_commit_id(commit.handle.get())));
+        return history.taken(ids.size());
+    });
+    return done && history.accept(ids.empty());
+}
+
+RevList *zRevListBuild(Repository *repository, RevSpec *spec) try {
+    if (!repository) return fail_args();
+    Owned<RevList, zRevListFree> list(new RevList());
+    History history(repository, spec);
+    if (!history.prepare()) return nullptr;
+    const bool done = history.walk([&](Commit &commit) {
+        RevisionPtr revision = history.revision(commit);
+        if (!revision) return Walk::failed;
+        if (!history.passes_paths(*revision)) return Walk::on;
+        list->entries.push_back(std::move(revision));
+        return history.taken(list->entries.size());
+    });
+    return done && history.accept(list->entries.empty()) ? list.release() : nullptr;
+} catch (...) {
+    return fail_thrown();
+}
+
+uint64_t zRevListLength(const RevList *list) {
+    if (!list) return fail_args(), 0;
+    return list->entries.size();
+}
+
+Revision *zRevListEntry(const RevList *list, uint64_t index) {
+    if (!list || index >= list->entries.size()) return fail_args();
+    return list->entries[index].get();
+}
+
+void zRevListFree(RevList *list) { delete list; }

@@ -1,0 +1,232 @@
+// The order in which things reach the disk, for a crash at any point:
+//   1. complete copies of index and branch, beside them, as their locks
+//   2. files of the work directory, path by path; what they held is in the base's commit, in the
+//      store, where it was staged before, or in the trash
+//   3. trees and commit, all of it synced; the index; the reference
+// A crash before the locks are let go leaves the copies, and recovery puts index and branch back.
+// Files that came in until then show as local changes that are equal to the target's.
+#include "objects/operations/checkout.hpp"
+
+#include "common/pathname.hpp"
+#include "common/utf.hpp"
+#include "objects/notify/notify.hpp"
+#include "objects/store/commit.hpp"
+#include "objects/store/tree.hpp"
+#include "objects/work/treebuilder.hpp"
+#include "zev/oid.h"
+#include "zev/pathspec.h"
+#include "zev/reference.h"
+#include "zev/repository.h"
+#include "zev/status.h"
+
+#include <algorithm>
+
+using namespace zev;
+
+namespace {
+
+constexpr int kWarning = 4; // of the log
+
+} // namespace
+
+namespace zev {
+
+// The message goes before the reason that was raised.
+Failure Checkout::tell(const zwchar *key, const zwchar *argument) {
+    argument ? zSetErrorMsg(word(key), argument) : zSetErrorMsg(u"%s", word(key));
+    zNotifyError(notify_, u"%s", zErrorDetail());
+    return {};
+}
+
+// ---- Preparing
+
+bool Checkout::prepare(const CheckSpec *spec) {
+    if (!zRepositoryWorkdir(repository_)) return tell(u"odb.eUnableToLockWorkingCopy");
+    spec_.reset(spec ? zCheckSpecDup(spec) : zCheckSpecNew());
+    PathSpec *paths = spec_ ? zCheckSpecPaths(spec_.get()) : nullptr;
+    constexpr uint32_t kLeftOut = Z_SPEC_NO_RENAMED | Z_SPEC_NO_TYPECHANGE | Z_SPEC_NO_UNTRACKED;
+    if (!paths || !zPathSpecSetOn(paths, kLeftOut) || !zPathSpecSetOff(paths, Z_SPEC_MUST_MATCH))
+        return tell(u"odb.eUnableToResolvePathspec");
+    force() ? zPathSpecSetOff(paths, Z_SPEC_NO_UNCHANGED)
+            : zPathSpecSetOn(paths, Z_SPEC_NO_UNCHANGED);
+    const zwchar *name = zCheckSpecBranch(spec_.get());
+    branch_.reset(zBranchLookup(repository_, name ? name : u"HEAD"));
+    if (!branch_) return tell(u"odb.eUnableToOpenHeadRef");
+    return take_locks() && find_target();
+}
+
+bool Checkout::take_locks() {
+    transaction_.reset(zTransactionNew(repository_));
+    if (!transaction_) return tell(u"odb.eUnableToCreateTransation");
+    if (zCheckSpecIsOn(spec_.get(), Z_CHECK_NO_LOCKS)) return true;
+    const zwchar *reference = zBranchMerge(branch_.get());
+    if (!zTransactionLockIndex(transaction_.get())) return tell(u"odb.eUnableToLockWorkingCopy");
+    if (!zTransactionLockRef(transaction_.get(), reference))
+        return tell(u"odb.eUnableToLockBranch_s", reference);
+    return true;
+}
+
+bool Checkout::find_target() {
+    if (!resolve_base()) return false;
+    const Oid *id = zCheckSpecTarget(spec_.get());
+    if (!id && base_commit_) id = zCommitId(base_commit_.get());
+    if (id) target_.reset(zObjectByid(repository_, id, Z_OBJECT_ANY));
+    if (!id) zRaiseNotFound(nullptr);
+    return target_ || tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
+}
+
+// A branch that is not born has neither commit nor tree; one that can't be read is a failure.
+bool Checkout::resolve_base() {
+    const zwchar *reference = zBranchMerge(branch_.get());
+    if (!zReferenceExists(repository_, reference)) return true;
+    base_commit_.reset(zCommitByref(repository_, reference));
+    if (base_commit_) base_tree_.reset(zCommitTree(base_commit_.get()));
+    return base_tree_ || tell(u"odb.eFailedToResolveTree_s", reference);
+}
+
+// Under a lock of our own nothing in memory counts that the file doesn't hold: it may be what an
+// operation without a lock left.
+bool Checkout::make_states() {
+    const bool locked = zCheckSpecIsOff(spec_.get(), Z_CHECK_NO_LOCKS);
+    index_.reset(zIndexHead(repository_, false));
+    if (!index_ || (locked && !zIndexRead(index_.get(), true)))
+        return tell(u"odb.eUnableToOpenIndex");
+    target_tree_.reset(zTreePeel(target_.get()));
+    if (!target_tree_) return tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
+    stager_.emplace(index_.get(), notify_);
+    writer_.emplace(index_.get());
+    return true;
+}
+
+// ---- Walking
+
+// The progress is of what is walked. A break keeps what was done.
+bool Checkout::walk() {
+    const int total = static_cast<int>(steps_.size());
+    const zwchar *progress = word(u"action.sCheckoutProgress_d_d");
+    int count = 0;
+    for (CheckoutStep &step : steps_) {
+        if (zNotifyIsUsrbrk(notify_)) return canceled_ = true;
+        if (!force() && step.status != Z_KIND_ADDED && step.status != Z_KIND_MODIFIED &&
+            step.status != Z_KIND_DELETED)
+            return zRaiseInvalidArgs(u"%s", step.wide.c_str()), false;
+        const zwchar *told = apply(step);
+        if (!notify_) continue;
+        if (told) notify_action(notify_, told, step.wide.c_str());
+        zNotifyProgress(notify_, progress, ++count, total);
+    }
+    return true;
+}
+
+const zwchar *Checkout::apply(CheckoutStep &step) {
+    if (!check_path(step.path) || full_path(repository_, step.path).size() >= Z_PATH_MAX - 1)
+        return u"action.sSkipped";
+    if (!force() && unreadable_.contains(step.path)) return u"action.sSkipped";
+    if (force()) return step.status == Z_KIND_DELETED ? forced_delete(step) : forced(step);
+    if (step.status == Z_KIND_ADDED) return added(step);
+    return step.status == Z_KIND_MODIFIED ? modified(step) : deleted(step);
+}
+
+// ---- Finishing
+
+bool Checkout::finish() {
+    const TreePtr tree = build_tree();
+    if (!tree) return tell(u"odb.eFailedToBuildTree");
+    return commit(tree.get());
+}
+
+// The target's own tree, if all of it was taken; else the base's with what was.
+Checkout::TreePtr Checkout::build_tree() {
+    const auto of_target = [](const CheckoutStep &step) { return step.in_target; };
+    const auto wanted = static_cast<size_t>(std::ranges::count_if(steps_, of_target));
+    const bool whole = !zPathSpecCount(zCheckSpecPaths(spec_.get())) && taken_.size() == wanted;
+    if (whole) return TreePtr(zTreeByid(repository_, zTreeId(target_tree_.get())));
+    const Owned<TreeBuilder, zTreeBuilderFree> builder(
+        zTreeBuilderNew(repository_, base_tree_.get()));
+    if (!builder) return nullptr;
+    for (const CheckoutStep *step : taken_) {
+        git_index_entry entry = step->theirs;
+        entry.path = step->path.c_str();
+        const bool done = entry.mode ? index_drop_below(builder->index.get(), step->path) &&
+                                           index_enter(builder->index.get(), entry)
+                                     : index_drop(builder->index.get(), step->path.c_str());
+        if (!done) return nullptr;
+    }
+    return TreePtr(zTreeBuilderWrite(builder.get(), repository_));
+}
+
+// The first digits of its commit.
+std::u16string Checkout::name_of_target() const {
+    git::Object commit;
+    if (git_object_peel(out(commit), target_->handle.get(), GIT_OBJECT_COMMIT) < 0)
+        return git_error_clear(), u"HEAD";
+    constexpr size_t kDigits = 8;
+    return to_wide(git_oid_tostr_s(git_object_id(commit.get()))).substr(0, kDigits);
+}
+
+// Git itself doesn't know our locks: what it committed meanwhile is not in the tree, and would be
+// taken back.
+bool Checkout::base_stands() const {
+    git_oid tip;
+    const std::string name = to_utf8(zBranchMerge(branch_.get()));
+    const int code = git_reference_name_to_id(&tip, repository_->handle.get(), name.c_str());
+    if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code);
+    const bool same =
+        code == GIT_ENOTFOUND
+            ? !base_commit_
+            : base_commit_ && git_oid_equal(&tip, git::oid(zCommitId(base_commit_.get())));
+    if (same) return true;
+    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
+    return fail_git(GIT_EMODIFIED);
+}
+
+bool Checkout::commit(Tree *tree) {
+    const std::u16string message = u"MERGE: " + name_of_target();
+    bool saved = true;
+    const auto save = [&] {
+        if (!base_stands()) return false;
+        writer_->settle();
+        return saved = index_write(index_.get());
+    };
+    const CommitPtr made(
+        commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(), tree, save));
+    return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
+}
+
+// Why it failed is told: what putting things back raises doesn't take its place.
+void Checkout::roll_back() {
+    const int32_t error_class = zErrorClass(), code = zErrorCode();
+    const std::u16string message = zErrorMsg(), reason = zErrorReason();
+    const bool undone = !transaction_ || zTransactionRollback(transaction_.get());
+    if (!undone) log_raised(kWarning);
+    forget();
+    zRaiseError(error_class, code, message.c_str(), reason.c_str());
+}
+
+// libgit2 has one index for a repository: what was staged and isn't written must not show in it.
+void Checkout::forget() {
+    if (index_ && index_->dirty) zIndexRead(index_.get(), true);
+}
+
+} // namespace zev
+
+bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
+    if (!repository) return fail_args();
+    const Notify *notify = spec ? zCheckSpecNotify(spec) : nullptr;
+    Checkout checkout(repository, notify);
+    bool done = false;
+    try {
+        done = checkout.prepare(spec) && checkout.make_states() && checkout.compare() &&
+               (checkout.has_nothing_to_do() || (checkout.walk() && checkout.finish()));
+    } catch (...) {
+        done = fail_thrown();
+    }
+    if (checkout.is_canceled()) notify_cancel(notify);
+    if (!done)
+        checkout.roll_back();
+    else if (checkout.is_canceled() && checkout.has_nothing_to_do())
+        checkout.forget();
+    return done;
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,128 @@
+// Checkout, for its own files: the operation's context and its steps.
+#pragma once
+
+#include "objects/operations/checkspec.hpp"
+#include "objects/trash/trash.hpp"
+#include "objects/work/index.hpp"
+#include "objects/work/transaction.hpp"
+#include "objects/work/work_writer.hpp"
+#include "zev/branch.h"
+#include "zev/checkout.h"
+#include "zev/commit.h"
+#include "zev/object.h"
+#include "zev/tree.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace zev {
+
+// What stands at a path, a link for itself.
+enum class FileState { denied, failed, missing, directory, file, other };
+
+// One path on its way. An entry whose mode is 0 stands for none.
+struct CheckoutStep {
+    std::string path;
+    std::u16string wide;
+    int32_t status;           // what the target did to it
+    bool in_target = true;    // false: added here, and the target knows nothing of it
+    git_index_entry base{};   // of the branch's commit
+    git_index_entry theirs{}; // of the target
+    bool absent = false;      // nothing stood there, and the index knows nothing of it
+    git_index_entry *with_path(git_index_entry &entry) {
+        entry.path = path.c_str();
+        return entry.mode ? &entry : nullptr;
+    }
+};
+
+class Checkout {
+  public:
+    Checkout(Repository *repository, const Notify *notify)
+        : repository_(repository), notify_(notify) {}
+
+    // In this order. False ends it; what failed was told.
+    bool prepare(const CheckSpec *spec);
+    bool make_states();
+    bool compare();
+    bool walk();
+    bool finish();
+
+    void roll_back();
+    void forget(); // what was staged
+    bool has_nothing_to_do() const { return steps_.empty(); }
+    bool is_canceled() const { return canceled_; }
+
+  private:
+    using TreePtr = Owned<Tree, zTreeFree>;
+    using CommitPtr = Owned<Commit, zCommitFree>;
+
+    bool force() const { return zCheckSpecIsOn(spec_.get(), Z_CHECK_FORCE); }
+    Failure tell(const zwchar *key, const zwchar *argument = nullptr);
+
+    // ---- Before
+    bool take_locks();
+    bool find_target();
+    bool resolve_base();
+    void sort_steps();
+    void add_local_steps();
+    void announce_to_trash();
+    bool stage_local_work();
+    bool stage(CheckoutStep &step);
+    bool has_directory(const CheckoutStep &step);
+
+    // ---- One path. Each gives the word to report, null for none.
+    const zwchar *apply(CheckoutStep &step);
+    const zwchar *added(CheckoutStep &step);
+    const zwchar *modified(CheckoutStep &step);
+    const zwchar *deleted(CheckoutStep &step);
+    const zwchar *forced(CheckoutStep &step);
+    const zwchar *forced_delete(CheckoutStep &step);
+    int32_t local_status(const CheckoutStep &step) const;
+    const git_index_entry *staged(const CheckoutStep &step, int stage = 0) const;
+    const git_index_entry *entry_of(const CheckoutStep &step) const;
+    bool in_conflict(const CheckoutStep &step) const;
+    bool holds_ours(const CheckoutStep &step) const;
+    bool is_hollow(const CheckoutStep &step) const;
+    FileState state_of(const CheckoutStep &step);
+    bool is_unchanged(const CheckoutStep &step, bool but_for_rights = false) const;
+    void make_way(const CheckoutStep &step, FileState state);
+    bool is_in_use(const CheckoutStep &step) const;
+    bool may_go(const CheckoutStep &step);
+    bool ensure_entered(const CheckoutStep &step);
+    bool conflicts(CheckoutStep &step);
+    bool move_to_trash(const CheckoutStep &step);
+    bool remove_file(const CheckoutStep &step);
+    bool drop_above(const CheckoutStep &step);
+
+    // ---- After
+    TreePtr build_tree();
+    std::u16string name_of_target() const;
+    bool base_stands() const;
+    bool commit(Tree *tree);
+
+    Repository *repository_;
+    const Notify *notify_;
+    CheckSpecPtr spec_;
+    TransactionPtr transaction_;
+    Owned<Branch, zBranchFree> branch_;
+    Owned<Object, zObjectFree> target_;
+    IndexPtr index_;
+    TreePtr target_tree_, base_tree_;
+    CommitPtr base_commit_;
+
+    std::vector<CheckoutStep> steps_;
+    std::string directory_; // asked for last
+    bool has_directory_ = true;
+    std::unordered_set<std::string> unreadable_; // their files could not be staged
+    std::vector<const CheckoutStep *> taken_;    // their target's state goes into the new tree
+    std::optional<Stager> stager_;
+    std::optional<WorkWriter> writer_;
+    std::optional<TrashBatch> trash_;
+    timespec index_time_{}; // of its file: entries that are as young may hide a change
+    bool canceled_ = false;
+};
+
+} // namespace zev

@@ -1,0 +1,215 @@
+#include "zev/cleanup.h"
+
+#include "objects/notify/notify.hpp"
+#include "objects/store/sweep.hpp"
+#include "objects/trash/trash.hpp"
+#include "objects/work/index.hpp"
+#include "objects/work/transaction.hpp"
+#include "system/os.hpp"
+#include "zev/pathspec.h"
+#include "zev/repository.h"
+#include "zev/status.h"
+#include "zev/workdir.h"
+
+#include <new>
+
+using namespace zev;
+
+struct CleanupSpec {
+    PathSpec *paths; // owned
+    uint32_t options;
+};
+
+namespace {
+
+using StatusPtr = Owned<StatusList, zStatusListFree>;
+using SpecPtr = Owned<PathSpec, zPathSpecFree>;
+
+constexpr uint32_t kUntrackedOnly = 0xFFFF0000u & ~uint32_t{Z_SPEC_NO_UNTRACKED};
+
+// A failure of a step: told with its reason.
+Failure tell(const Notify *notify, const zwchar *key) {
+    zSetErrorMsg(u"%s", word(key));
+    zNotifyError(notify, u"%s", zErrorDetail());
+    return {};
+}
+
+class Cleanup {
+  public:
+    Cleanup(Repository *repository, PathSpec *paths, uint32_t options)
+        : repository_(repository), paths_(paths), options_(options),
+          notify_(zPathSpecNotify(paths)) {}
+
+    bool run();
+
+  private:
+    bool is(uint32_t option) const { return options_ & option; }
+    bool recover();
+    bool remove_untracked();
+    bool remove(const StatusList *list);
+    bool take(TrashBatch &batch, const zwchar *path);
+    bool empty_trash();
+
+    Repository *repository_;
+    PathSpec *paths_;
+    uint32_t options_;
+    const Notify *notify_;
+    IndexPtr index_;
+};
+
+bool Cleanup::run() {
+    if (!is(Z_CLEANUP_NO_RECOVERY) && !recover()) return false;
+    if (zRepositoryIsBare(repository_)) return true;
+    index_.reset(zIndexHead(repository_, true));
+    if (!index_) return tell(notify_, u"odb.eUnableToLockWorkingCopy");
+    if (!is(Z_CLEANUP_KEEP_UNTRACKED) && !remove_untracked()) return false;
+    return is(Z_CLEANUP_USE_TRASH) || empty_trash();
+}
+
+// The locks that libgit2 left go first, while our own still tells since when its holder worked.
+// What was put back is done with: an old copy must not undo a later commit. One that could not be
+// put back is all that there is, and stays.
+bool Cleanup::recover() {
+    const std::vector<std::u16string> targets = left_locked(repository_);
+    const bool swept = sweep_stale(repository_);
+    zTransactionRecover(repository_);
+    for (const std::u16string &target : targets)
+        if (is_put_back(target)) zFlockPurge(target.c_str());
+    return swept || tell(notify_, u"odb.eUnableToLockWorkingCopy");
+}
+
+bool Cleanup::remove_untracked() {
+    const StatusPtr list(zStatusListBuild(index_.get(), paths_));
+    if (!list) return tell(notify_, u"odb.eFailedToCheckStatus");
+    return remove(list.get());
+}
+
+bool Cleanup::remove(const StatusList *list) {
+    std::vector<std::u16string> paths;
+    for (uint64_t i = 0; i < zStatusListLength(list); ++i) {
+        const StatusEntry *entry = zStatusListEntry(list, i);
+        if (zStatusEntryStatus(entry) == Z_KIND_UNTRACKED)
+            paths.emplace_back(zStatusEntryPath(entry));
+    }
+    TrashBatch batch(repository_, is(Z_CLEANUP_USE_TRASH) ? paths : std::vector<std::u16string>{});
+    for (const std::u16string &path : paths) {
+        if (zNotifyIsUsrbrk(notify_)) return zRaiseCanceled(nullptr), false;
+        if (take(batch, path.c_str())) {
+            notify_action(notify_, u"action.sDeleted", path.c_str());
+            continue;
+        }
+        zSetErrorMsg(word(u"sys.eFailedToRemoveFile_s"), path.c_str());
+        zNotifyError(notify_, u"%s", zErrorDetail());
+        notify_action(notify_, u"action.sFailed", path.c_str());
+    }
+    return true;
+}
+
+bool Cleanup::take(TrashBatch &batch, const zwchar *path) {
+    return is(Z_CLEANUP_USE_TRASH) ? batch.drop(path) : zWorkdirUnlink(repository_, path);
+}
+
+bool Cleanup::empty_trash() {
+    struct stat status;
+    const zwchar *root = zRepositoryTrash(repository_);
+    if (!root) return false;
+    return !os::lstat(root, &status) || zTrashCleanup(repository_);
+}
+
+bool set_option(CleanupSpec *spec, uint32_t options, Here at = {}) {
+    if (!spec) return fail_args(at);
+    spec->options = options;
+    return true;
+}
+
+} // namespace
+
+// ---- Spec
+
+CleanupSpec *zCleanupSpecNew() {
+    auto *spec = new (std::nothrow) CleanupSpec{};
+    if (!spec) return fail_memory();
+    if (zCleanupSpecInit(spec)) return spec;
+    delete spec;
+    return nullptr;
+}
+
+bool zCleanupSpecInit(CleanupSpec *spec) {
+    if (!spec) return fail_args();
+    *spec = {zPathSpecNew(nullptr, kUntrackedOnly), Z_CLEANUP_USE_TRASH};
+    return spec->paths != nullptr;
+}
+
+bool zCleanupSpecDeinit(CleanupSpec *spec) {
+    if (!spec) return fail_args();
+    zPathSpecFree(spec->paths);
+    *spec = {};
+    return true;
+}
+
+void zCleanupSpecFree(CleanupSpec *spec) {
+    if (!spec) return;
+    zPathSpecFree(spec->paths);
+    delete spec;
+}
+
+PathSpec *zCleanupSpecPaths(CleanupSpec *spec) { return spec ? spec->paths : fail_args(); }
+uint32_t zCleanupSpecOptions(const CleanupSpec *spec) {
+    if (!spec) return fail_args(), 0;
+    return spec->options;
+}
+bool zCleanupSpecSetOptions(CleanupSpec *spec, uint32_t options) {
+    return set_option(spec, options);
+}
+bool zCleanupSpecIsOn(const CleanupSpec *spec, uint32_t bits) {
+    if (!spec) return fail_args();
+    return (spec->options & bits) == bits;
+}
+bool zCleanupSpecIsOff(const CleanupSpec *spec, uint32_t bits) {
+    if (!spec) return fail_args();
+    return (spec->options & bits) == 0;
+}
+bool zCleanupSpecSetOn(CleanupSpec *spec, uint32_t bits) {
+    return set_option(spec, spec ? spec->options | bits : 0);
+}
+bool zCleanupSpecSetOff(CleanupSpec *spec, uint32_t bits) {
+    return set_option(spec, spec ? spec->options & ~bits : 0);
+}
+
+bool zCleanupSpecAdd(CleanupSpec *spec, const zwchar *path) {
+    return spec ? zPathSpecAdd(spec->paths, path) : fail_args();
+}
+uint64_t zCleanupSpecCount(const CleanupSpec *spec) {
+    if (!spec) return fail_args(), 0;
+    return zPathSpecCount(spec->paths);
+}
+const zwchar *zCleanupSpecEntry(const CleanupSpec *spec, uint64_t index) {
+    return spec ? zPathSpecEntry(spec->paths, index) : fail_args();
+}
+const Notify *zCleanupSpecNotify(const CleanupSpec *spec) {
+    return spec ? zPathSpecNotify(spec->paths) : fail_args();
+}
+bool zCleanupSpecSetNotify(CleanupSpec *spec, const Notify *notify) {
+    return spec ? zPathSpecSetNotify(spec->paths, notify) : fail_args();
+}
+
+// ---- Cleanup
+
+bool zRepositoryCleanup(Repository *repository, CleanupSpec *spec) try {
+    if (!repository) return fail_args();
+    const SpecPtr all(spec ? nullptr : zPathSpecNew(nullptr, kUntrackedOnly));
+    PathSpec *paths = spec ? spec->paths : all.get();
+    if (!paths) return spec ? fail_args() : Failure{};
+    const Notify *notify = zPathSpecNotify(paths);
+    notify_start(notify, u"action.sCleanup");
+    bool done = false;
+    try {
+        done = Cleanup(repository, paths, spec ? spec->options : 0).run();
+    } catch (...) {
+        fail_thrown();
+    }
+    done ? notify_done(notify) : notify_abort(notify);
+    return done;
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,176 @@
+// Removing: out of the work directory into the trash, then out of the index.
+//
+// Each file is in the trash before its entry goes. The index's file follows once for some hundreds
+// of paths, since each write takes its whole length: killed in between, it still names what is in
+// the trash, and a status shows that as missing.
+#include "objects/work/index.hpp"
+
+#include "common/utf.hpp"
+#include "objects/notify/dialogs.hpp"
+#include "objects/notify/notify.hpp"
+#include "objects/store/pathspec.hpp"
+#include "objects/trash/trash.hpp"
+#include "objects/work/status.hpp"
+
+#include <algorithm>
+#include <optional>
+
+using namespace zev;
+
+namespace {
+
+// Removed paths for one write of the index: as many as the trash syncs together, and more in a
+// large index, which is then written a few times at most.
+size_t paths_a_write(const Index *index) {
+    constexpr size_t kSynced = 256, kWrites = 16;
+    return std::max(kSynced, git_index_entrycount(index->handle.get()) / kWrites);
+}
+
+class Removing {
+  public:
+    Removing(Index *index, PathSpec *spec)
+        : index_(index), spec_(spec), notify_(spec->notify), batch_(paths_a_write(index)) {}
+
+    bool find();          // the list; may throw
+    bool run();           // whether all of it ran; may throw
+    void end(bool whole); // writes what is left to write
+
+  private:
+    enum class Drop { dropped, skipped, stopped };
+
+    void list_patterns();
+    bool list_status();
+    bool is_stopped();
+    bool remove(const std::u16string &path);
+    Drop drop(const std::u16string &path);
+    bool forget(const std::u16string &path);
+    bool save();
+
+    Index *index_;
+    PathSpec *spec_;
+    const Notify *notify_;
+    std::vector<std::u16string> paths_;
+    std::optional<TrashBatch> trash_;
+    const std::u16string *last_ = nullptr; // whose entries went last
+    size_t batch_;
+    size_t unsaved_ = 0; // paths since the index was written
+    bool canceled_ = false;
+};
+
+// ---- What is to go
+
+bool Removing::find() {
+    if (spec_options(spec_) & Z_SPEC_LITERAL)
+        list_patterns();
+    else if (!list_status())
+        return false;
+    // One alone is as well synced by itself.
+    trash_.emplace(index_->owner, paths_.size() > 1 ? paths_ : std::vector<std::u16string>());
+    return true;
+}
+
+// A directory that is named goes as a whole, so nothing need be looked for.
+void Removing::list_patterns() {
+    for (uint64_t i = 0; i < zPathSpecCount(spec_); ++i)
+        if (const zwchar *path = zPathSpecEntry(spec_, i); path && *path) paths_.emplace_back(path);
+}
+
+// A name that is no UTF-8 can't be handed on, and would be taken for a missing file.
+bool Removing::list_status() {
+    StatusScan scan(index_, spec_);
+    if (!scan.run()) {
+        if (spec_options(spec_) & Z_SPEC_MUST_MATCH) return true;
+        zNotifyError(notify_, u"%s", zErrorDetail());
+        return false;
+    }
+    scan.each([&](const StatusItem &item) {
+        std::u16string path = to_wide(item.path);
+        if (to_utf8(path) == item.path)
+            paths_.push_back(std::move(path));
+        else
+            notify_action(notify_, u"action.sSkipped", path.c_str());
+        return 0;
+    });
+    return true;
+}
+
+// ---- One after the other
+
+bool Removing::is_stopped() {
+    if (!zNotifyIsUsrbrk(notify_)) return false;
+    zRaiseCanceled(nullptr);
+    return canceled_ = true;
+}
+
+bool Removing::run() {
+    for (const std::u16string &path : paths_)
+        if (is_stopped() || !remove(path)) return false;
+    return true;
+}
+
+bool Removing::remove(const std::u16string &path) {
+    const Drop done = drop(path);
+    if (done != Drop::dropped) {
+        notify_action(notify_, u"action.sSkipped", path.c_str());
+        return done == Drop::skipped;
+    }
+    last_ = &path;
+    const bool due = ++unsaved_ >= batch_ || &path == &paths_.back();
+    if (!forget(path) || (due && !save())) {
+        notify_failed(notify_, u"odb.eFailedToRemoveEntry_s", path.c_str());
+        return false;
+    }
+    notify_action(notify_, u"action.sDeleted", path.c_str());
+    return true;
+}
+
+// A file that another program holds may be let go while the user looks.
+Removing::Drop Removing::drop(const std::u16string &path) {
+    while (!trash_->drop(path.c_str())) {
+        const int32_t answer = ask_retry_or_skip(notify_, path.c_str());
+        if (answer == kRetryCancel) return Drop::stopped;
+        if (answer != kRetry) return Drop::skipped;
+        if (is_stopped()) return Drop::stopped;
+    }
+    return Drop::dropped;
+}
+
+// Its own entries, and what was below a directory.
+bool Removing::forget(const std::u16string &path) {
+    const std::string name = to_utf8(tidy_path(path));
+    return index_drop(index_, name.c_str()) && index_drop_below(index_, name);
+}
+
+bool Removing::save() {
+    if (!unsaved_ || !index_->dirty) return true;
+    unsaved_ = 0; // also if it fails, which is told once
+    return zIndexWrite(index_);
+}
+
+void Removing::end(bool whole) {
+    if (!save()) {
+        notify_failed(notify_, u"odb.eFailedToRemoveEntry_s", last_->c_str());
+        return notify_abort(notify_);
+    }
+    if (canceled_) return notify_cancel(notify_);
+    whole ? notify_done(notify_) : notify_abort(notify_);
+}
+
+} // namespace
+
+// True also for a list that was stopped: the caller writes what was done.
+bool zIndexRemove(Index *index, PathSpec *spec) try {
+    if (!index || !spec) return fail_args();
+    Removing removing(index, spec);
+    notify_start(spec->notify, u"action.sDelete");
+    bool whole = false;
+    try {
+        whole = removing.find() && removing.run();
+    } catch (...) {
+        fail_thrown();
+    }
+    removing.end(whole);
+    return true;
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,126 @@
+#include "zev/shell.h"
+
+#include "common/failure.hpp"
+#include "objects/conflict/conflict.hpp"
+#include "zev/commit.h"
+#include "zev/repository.h"
+#include "zev/revlist.h"
+#include "zev/status.h"
+
+using namespace zev;
+
+namespace {
+
+// Under the lock, the index as its file has it now. What an operation that failed left in memory
+// goes with the lock; one that changed nothing has nothing to write.
+template <class F> bool change(Repository *repository, F operation) {
+    const IndexPtr index(zIndexHead(repository, true));
+    return index && operation(index.get()) && (!index->dirty || zIndexWrite(index.get()));
+}
+
+// A working copy without a server says so; where there is one, nobody is here to speak to it.
+Failure fail_no_client() {
+    zRaiseNetErr(-1, u"this library has no client for a server", nullptr);
+    return {};
+}
+
+bool open_remote(Repository *repository) {
+    git::Remote remote;
+    int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
+    return code < 0 ? fail_git(code) : fail_no_client();
+}
+
+} // namespace
+
+Repository *zShellOpen(const zwchar *path) { return zRepositoryOpen(path); }
+const zwchar *zShellPath(Repository *repository) { return zRepositoryWorkdir(repository); }
+
+// ---- On the index
+
+bool zShellAdd(Repository *repository, PathSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return change(repository, [=](Index *index) { return zIndexAdd(index, spec); });
+}
+
+bool zShellRm(Repository *repository, PathSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return change(repository, [=](Index *index) { return zIndexRemove(index, spec); });
+}
+
+bool zShellMv(Repository *repository, const zwchar *from, const zwchar *to) {
+    if (!repository || !from || !to) return fail_args();
+    return change(repository, [=](Index *index) { return zIndexRename(index, from, to); });
+}
+
+bool zShellRefresh(Repository *repository, PathSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return change(repository, [=](Index *index) { return zIndexRefresh(index, spec); });
+}
+
+bool zShellRevert(Repository *repository, PathSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return change(repository, [=](Index *index) { return zIndexRevert(index, spec); });
+}
+
+// ---- Without a change, or with one that is written by itself
+
+StatusList *zShellStatus(Repository *repository, PathSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    const IndexPtr index(zIndexHead(repository, true));
+    return index ? zStatusListBuild(index.get(), spec) : nullptr;
+}
+
+RevList *zShellLog(Repository *repository, RevSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return zRevListBuild(repository, spec);
+}
+
+ConflictAnalysis *zShellConflict(Repository *repository, PathSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    const IndexPtr index(zIndexHead(repository, true));
+    return index ? zConflictAnalyze(index.get(), spec) : nullptr;
+}
+
+bool zShellResolve(Repository *repository, ConflictAnalysis *analysis) {
+    if (!repository || !analysis) return fail_args();
+    const IndexPtr index(zIndexHead(repository, true));
+    if (!index) return false;
+    const bool done = zConflictResolve(index.get(), analysis);
+    analysis->index = nullptr; // it goes now, the analysis stays with the host
+    return done;
+}
+
+// ---- Commit. The index is written on the way, before the reference moves.
+
+bool zShellCommit(Repository *repository, PathSpec *spec, const zwchar *author,
+                  const zwchar *message) {
+    if (!repository || !author || !message) return fail_args();
+    const IndexPtr index(zIndexHead(repository, true));
+    if (!index) return false;
+    const Owned<Commit, zCommitFree> commit(
+        zIndexCommit(index.get(), spec, u"HEAD", author, message));
+    return commit != nullptr;
+}
+
+// ---- With the server
+
+bool zShellUpdate(Repository *repository, CheckSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return open_remote(repository);
+}
+
+bool zShellReset(Repository *repository, CheckSpec *spec) {
+    if (!repository || !spec) return fail_args();
+    return open_remote(repository);
+}
+
+DiffList *zShellListUpdates(Repository *repository, PathSpec *spec, bool) {
+    if (!repository || !spec) return fail_args();
+    open_remote(repository);
+    return nullptr;
+}
+
+bool zShellCheckout(const zwchar *url, const zwchar *path, CheckSpec *) {
+    if (!url || !path) return fail_args();
+    return fail_no_client();
+}

@@ -1,0 +1,133 @@
+#include "common/errno.hpp"
+#include "common/pathname.hpp"
+#include "objects/store/object.hpp"
+#include "system/os.hpp"
+#include "zev/object.h"
+#include "zev/repository.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+using namespace zev;
+
+namespace {
+
+using FilterList = Owned<git_filter_list, git_filter_list_free>;
+
+// Takes a blob's bytes, filtered or as they are, into an open file. libgit2 never calls `free` of
+// a writer: it lives on the stack and the file has its own owner.
+struct FileWriter : git_writestream {
+    FILE *file;
+    int error = 0; // errno of the write that failed
+
+    explicit FileWriter(FILE *target) : git_writestream{put, finish, nullptr}, file(target) {}
+
+    static int put(git_writestream *self, const char *bytes, size_t size) {
+        auto *writer = static_cast<FileWriter *>(self);
+        if (fwrite(bytes, 1, size, writer->file) == size) return 0;
+        writer->error = errno;
+        return -1;
+    }
+    static int finish(git_writestream *) { return 0; }
+};
+
+bool write_blob(FILE *file, const Blob *blob, git_filter_list *filters) {
+    FileWriter writer(file);
+    int code = git_filter_list_stream_blob(filters, blob->handle.get(), &writer);
+    if (writer.error) return fail_std(writer.error);
+    return code < 0 ? fail_git(code) : true;
+}
+
+// Puts the blob in place of the file at the path. What stands there is replaced, a symbolic link
+// too, never followed; a file that refuses writing is left alone.
+bool replace_with(const Blob *blob, const zwchar *path, git_filter_list *filters) {
+    struct stat status;
+    if (os::lstat(path, &status) && S_ISREG(status.st_mode) && !os::writable(path))
+        return fail_errno(path);
+    os::Replacement aside(path);
+    FILE *file = aside ? aside.file() : nullptr;
+    if (!file) return fail_errno(path);
+    if (!write_blob(file, blob, filters)) return false;
+    return aside.commit(false) ? true : fail_errno(path);
+}
+
+// The file as the mode says, for modes that keep what it holds.
+bool write_into(const Blob *blob, const zwchar *path, const zwchar *mode) {
+    struct stat status;
+    if (os::lstat(path, &status) && S_ISLNK(status.st_mode)) return errno = ELOOP, fail_errno(path);
+    Owned<FILE, fclose> file(os::open(path, mode));
+    if (!file) return fail_errno(path);
+    if (!write_blob(file.get(), blob, nullptr)) return false;
+    return fclose(file.release()) == 0 ? true : fail_errno(path);
+}
+
+// Makes the directories on the way to a file below the root, each a real one.
+bool make_way(std::u16string full, size_t root) {
+    for (size_t slash = full.find(u'/', root); slash != full.npos;
+         slash = full.find(u'/', slash + 1)) {
+        std::u16string directory = full.substr(0, slash);
+        struct stat status;
+        if (!os::lstat(directory.c_str(), &status)) {
+            if (!os::make_dir(directory.c_str()) && errno != EEXIST)
+                return fail_errno(directory.c_str());
+            if (!os::lstat(directory.c_str(), &status)) return fail_errno(directory.c_str());
+        }
+        if (!S_ISDIR(status.st_mode)) return errno = ENOTDIR, fail_errno(directory.c_str());
+    }
+    return true;
+}
+
+} // namespace
+
+Blob *zBlobByid(Repository *repository, const Oid *id) { return by_id<Blob>(repository, id); }
+Blob *zBlobByprefix(Repository *repository, const Oid *prefix, uint64_t length) {
+    return by_prefix<Blob>(repository, prefix, length);
+}
+Blob *zBlobBypath(Object *object, const zwchar *path) { return by_path<Blob>(object, path); }
+Blob *zBlobPeel(Object *object) { return peel<Blob>(object); }
+void zBlobFree(Blob *blob) { delete blob; }
+
+const Oid *zBlobId(const Blob *blob) {
+    return blob ? git::oid(git_blob_id(blob->handle.get())) : fail_args();
+}
+Repository *zBlobOwner(const Blob *blob) { return blob ? blob->owner : fail_args(); }
+uint64_t zBlobSize(const Blob *blob) {
+    if (!blob) return fail_args(), 0;
+    return static_cast<uint64_t>(git_blob_rawsize(blob->handle.get()));
+}
+const void *zBlobData(const Blob *blob, uint64_t *size) {
+    if (!blob) return fail_args();
+    if (size) *size = zBlobSize(blob);
+    return git_blob_rawcontent(blob->handle.get());
+}
+
+bool zBlobExport(Blob *blob, const zwchar *path, const zwchar *mode) {
+    if (!blob || !path || !mode) return fail_args();
+    os::Mode parsed;
+    if (!os::Mode::parse(mode, &parsed)) return fail_errno(path);
+    bool whole = parsed.truncate && !parsed.exclusive;
+    return whole ? replace_with(blob, path, nullptr) : write_into(blob, path, mode);
+}
+
+bool zBlobCheckout(Blob *blob, const zwchar *path) try {
+    if (!blob || !path) return fail_args();
+    const zwchar *root = zRepositoryWorkdir(blob->owner);
+    if (!root) return false;
+    std::u16string relative = path;
+    std::ranges::replace(relative, u'\\', u'/');
+    const std::string name = to_utf8(relative);
+    if (!check_path(name)) return false;
+    std::u16string full = std::u16string(root) + relative;
+    if (full.size() >= Z_PATH_MAX - 1) return errno = ENAMETOOLONG, fail_errno(full.c_str());
+    if (!make_way(full, zStrlenW(root))) return false;
+    FilterList filters;
+    int code =
+        git_filter_list_load(out(filters), git_blob_owner(blob->handle.get()), blob->handle.get(),
+                             name.c_str(), GIT_FILTER_TO_WORKTREE, GIT_FILTER_DEFAULT);
+    if (code < 0) return fail_git(code);
+    return replace_with(blob, full.c_str(), filters.get());
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,264 @@
+#include "objects/store/commit.hpp"
+
+#include "common/errno.hpp"
+#include "common/text.hpp"
+#include "objects/store/object.hpp"
+#include "objects/store/reference.hpp"
+#include "objects/store/tree_changes.hpp"
+#include "system/os.hpp"
+#include "zev/commit.h"
+#include "zev/lang.h"
+#include "zev/log.h"
+#include "zev/repository.h"
+#include "zev/tree.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+using namespace zev;
+
+namespace {
+
+enum { kError = 3, kWarning = 4, kFacilityVcs = 2 };
+
+// A chain of symbolic references longer than this is a circle.
+constexpr int kLinks = 10;
+
+// ---- A new commit, step by step
+
+struct NewCommit {
+    Repository *repository;
+    Tree *tree;
+    std::string author{}, message{};
+    std::string name{}; // of the reference that moves: the last of a symbolic chain
+    git_oid tip{};      // where that points, if `born`
+    bool born = false;
+    bool moves = false;
+    git::Signature signature{};
+    git::Commit parent{}, made{};
+
+    bool sign();
+    bool find_reference(const zwchar *reference);
+    bool find_unborn();
+    bool find_parent();
+    bool write();
+    bool sync();
+    bool move_reference();
+};
+
+std::string user_text(const zwchar *text) {
+    std::u16string copy = text;
+    blank_controls(copy.data());
+    return to_utf8(copy);
+}
+
+// Author and committer are one text, as name and as address.
+bool NewCommit::sign() {
+    auto ends_line = [](char c) { return c == '\n' || c == '\r'; };
+    std::ranges::replace_if(author, ends_line, ' '); // else the commit's header breaks there
+    if (author.find_first_of("<>") == std::string::npos &&
+        git_signature_now(out(signature), author.c_str(), author.c_str()) == 0)
+        return true;
+    zRaiseInvalidArgs(u"%s", zI18nTextLookup(zI18nCurrentLang(), u"odb.eInvalidAuthor"));
+    return fail_raised();
+}
+
+// A short name becomes the full one, and a symbolic reference the one that it leads to.
+bool NewCommit::find_reference(const zwchar *reference) {
+    if (!reference) return true;
+    moves = true;
+    name = to_utf8(reference);
+    git::Reference found;
+    int code = git_reference_dwim(out(found), repository->handle.get(), name.c_str());
+    if (code == GIT_ENOTFOUND) return find_unborn();
+    if (code < 0) return fail_git(code);
+    name = git_reference_name(found.get());
+    tip = *git_reference_target(found.get());
+    born = true;
+    return find_parent();
+}
+
+// There is no tip, but the name may be that of a symbolic reference to the one that is to be made.
+bool NewCommit::find_unborn() {
+    for (int links = 0; links < kLinks; ++links) {
+        git::Reference found;
+        int code = git_reference_lookup(out(found), repository->handle.get(), name.c_str());
+        if (code == GIT_ENOTFOUND) return true;
+        if (code < 0) return fail_git(code);
+        const char *next = git_reference_symbolic_target(found.get());
+        if (!next) break; // made since
+        name = next;
+    }
+    git_error_set_str(GIT_ERROR_REFERENCE, "reference changed or refers to itself");
+    return fail_git(GIT_EMODIFIED);
+}
+
+bool NewCommit::find_parent() {
+    int code = git_commit_lookup(out(parent), repository->handle.get(), &tip);
+    if (!code) return true;
+    // The tip may be an annotated tag, which no commit can follow.
+    git_error_set_str(GIT_ERROR_OBJECT, "current tip is not the first parent");
+    return fail_git(code == GIT_ENOTFOUND ? GIT_EMODIFIED : code);
+}
+
+// The object alone; no reference knows of it yet.
+bool NewCommit::write() {
+    git_oid id;
+    const git_commit *parents[] = {parent.get()};
+    int code =
+        git_commit_create(&id, repository->handle.get(), nullptr, signature.get(), signature.get(),
+                          nullptr, message.c_str(), tree->handle.get(), parent ? 1 : 0, parents);
+    if (!code) code = git_commit_lookup(out(made), repository->handle.get(), &id);
+    return code < 0 ? fail_git(code) : true;
+}
+
+bool NewCommit::sync() {
+    const zwchar *path = zRepositoryPath(repository);
+    return path && (os::sync_tree(path) ? true : fail_errno(path));
+}
+
+// Only from where it was read: a commit that came in between is never lost.
+bool NewCommit::move_reference() {
+    if (!moves) return true;
+    std::string log = parent ? "commit: " : "commit (initial): ";
+    if (const char *summary = git_commit_summary(made.get())) log += summary;
+    git::Reference moved;
+    int code = git_reference_create_matching(out(moved), repository->handle.get(), name.c_str(),
+                                             git_commit_id(made.get()), born, born ? &tip : nullptr,
+                                             log.c_str());
+    if (code < 0) fail_git(code);
+    if (code < 0 && !born) drop_begun_log(repository->handle.get(), name.c_str());
+    return code >= 0;
+}
+
+// ---- Reading
+
+DiffList *tree_changes(Commit *old_commit, Commit *new_commit, PathSpec *spec, DiffCancel cancel) {
+    Owned<Tree, zTreeFree> old_tree, new_tree;
+    if (old_commit && !(old_tree.reset(zCommitTree(old_commit)), old_tree)) return nullptr;
+    if (new_commit && !(new_tree.reset(zCommitTree(new_commit)), new_tree)) return nullptr;
+    return diff_trees(old_tree.get(), new_tree.get(), spec, cancel);
+}
+
+Failure fail_walk(Here at = {}) {
+    zLogReport(at.file, at.line, kError, kFacilityVcs, u"%s", zErrorDetail());
+    return {};
+}
+
+} // namespace
+
+namespace zev {
+
+Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
+                      Tree *tree, const std::function<bool()> &before_move) try {
+    NewCommit commit{.repository = tree->owner, .tree = tree};
+    commit.author = user_text(author);
+    commit.message = user_text(message);
+    if (!commit.sign() || !commit.find_reference(reference) || !commit.write() || !commit.sync() ||
+        (before_move && !before_move()) || !commit.move_reference())
+        return nullptr;
+    // The commit stands whether or not this succeeds; all that it needs is on the disk.
+    if (commit.moves && !commit.sync()) log_raised(kWarning);
+    return wrap<Commit>(git::Object(reinterpret_cast<git_object *>(commit.made.release())),
+                        tree->owner);
+} catch (...) {
+    return fail_thrown();
+}
+
+} // namespace zev
+
+Commit *zCommitCreate(const zwchar *reference, const zwchar *author, const zwchar *message,
+                      Tree *tree) {
+    if (!author || !message || !tree) return fail_args();
+    return commit_create(reference, author, message, tree);
+}
+
+Commit *zCommitByid(Repository *repository, const Oid *id) {
+    return by_peeled_id<Commit>(repository, id);
+}
+Commit *zCommitByprefix(Repository *repository, const Oid *prefix, uint64_t length) {
+    return by_prefix<Commit>(repository, prefix, length);
+}
+Commit *zCommitByref(Repository *repository, const zwchar *name) {
+    return by_reference<Commit>(repository, name);
+}
+Commit *zCommitHead(Repository *repository) { return by_reference<Commit>(repository, u"HEAD"); }
+void zCommitFree(Commit *commit) { delete commit; }
+
+const Oid *zCommitId(const Commit *commit) {
+    return commit ? git::oid(git_commit_id(commit->handle.get())) : fail_args();
+}
+Repository *zCommitOwner(const Commit *commit) { return commit ? commit->owner : fail_args(); }
+const Oid *zCommitTreeId(const Commit *commit) {
+    return commit ? git::oid(git_commit_tree_id(commit->handle.get())) : fail_args();
+}
+
+Tree *zCommitTree(const Commit *commit) {
+    if (!commit) return fail_args();
+    git::Tree tree;
+    if (int code = git_commit_tree(out(tree), commit->handle.get()); code < 0)
+        return fail_git(code);
+    return wrap<Tree>(git::Object(reinterpret_cast<git_object *>(tree.release())), commit->owner);
+}
+
+const zwchar *zCommitAuthor(const Commit *commit) {
+    return commit ? park(git_commit_author(commit->handle.get())->name) : fail_args();
+}
+const zwchar *zCommitMessage(const Commit *commit) {
+    return commit ? park(git_commit_message(commit->handle.get())) : fail_args();
+}
+
+Time *zCommitTime(Time *out_time, const Commit *commit) {
+    if (!out_time || !commit) return fail_args();
+    *out_time = {git_commit_time(commit->handle.get()), 0};
+    return out_time;
+}
+
+Commit *zCommitParent(const Commit *commit) {
+    if (!commit) return fail_args();
+    git::Commit parent;
+    if (int code = git_commit_parent(out(parent), commit->handle.get(), 0); code < 0)
+        return fail_git(code);
+    return wrap<Commit>(git::Object(reinterpret_cast<git_object *>(parent.release())),
+                        commit->owner);
+}
+
+const Oid *zCommitParentId(const Commit *commit) {
+    if (!commit) return fail_args();
+    const git_oid *id = git_commit_parent_id(commit->handle.get(), 0);
+    if (!id) return zRaiseNotFound(nullptr), nullptr;
+    return git::oid(id);
+}
+
+DiffList *zCommitChanges(Commit *commit, PathSpec *spec, DiffCancel cancel) {
+    if (!commit) return fail_args();
+    unsigned count = git_commit_parentcount(commit->handle.get());
+    if (!count) return tree_changes(nullptr, commit, spec, cancel);
+    Commit parent{nullptr, commit->owner};
+    int code = GIT_ENOTFOUND; // the first parent that this store holds
+    for (unsigned n = 0; n < count && code < 0; ++n)
+        code = git_commit_parent(out(parent.handle), commit->handle.get(), n);
+    return code < 0 ? fail_git(code) : tree_changes(&parent, commit, spec, cancel);
+}
+
+DiffList *zCommitDiff(Commit *old_commit, Commit *new_commit, PathSpec *spec, DiffCancel cancel) {
+    if (!old_commit && !new_commit) return fail_args();
+    return tree_changes(old_commit, new_commit, spec, cancel);
+}
+
+bool zCommitWalk(Repository *repository, CommitCallback callback, void *context) {
+    if (!repository || !callback) return fail_args();
+    git::Revwalk walk;
+    int code = git_revwalk_new(out(walk), repository->handle.get());
+    git_oid id;
+    if (!code) code = git_reference_name_to_id(&id, repository->handle.get(), "refs/heads/master");
+    if (!code) code = git_revwalk_push(walk.get(), &id);
+    while (!code && !(code = git_revwalk_next(&id, walk.get()))) {
+        Commit *commit = by_id<Commit>(repository, git::oid(&id));
+        if (!commit) return fail_walk();
+        if (callback(commit, context)) return true;
+    }
+    if (code == GIT_ITEROVER) return true;
+    return zRaiseGitErr(code, nullptr), fail_walk();
+}

@@ -1,0 +1,285 @@
+#include "zev/pack.h"
+
+#include "objects/store/loose_object.hpp"
+#include "objects/store/odb.hpp"
+#include "objects/store/pack_file.hpp"
+#include "system/os.hpp"
+
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <git2/pack.h>
+#include <git2/sys/config.h>
+#include <git2/sys/repository.h>
+
+using namespace zev;
+
+namespace {
+
+using Builder = Owned<git_packbuilder, git_packbuilder_free>;
+
+// ---- No search for deltas
+//
+// Drawings and their manifests hardly shrink by deltas, and the search for them takes longer than
+// all the rest of a pack. libgit2 leaves objects above core.bigFileThreshold out of it (1.5 asks
+// pack.deltaCacheSize for that number, by mistake), and reads this only once, when a builder is
+// made. So for that moment the repository's handle has a configuration, in memory, that says 0.
+
+int on_get(git_config_backend *, const char *key, git_config_entry **entry) {
+    static constexpr const char *kKeys[] = {"core.bigfilethreshold", "pack.deltacachesize"};
+    static const git_config_entry kNone = {
+        kKeys[0], "0", 0, GIT_CONFIG_LEVEL_APP, [](git_config_entry *) {}, nullptr};
+    for (const char *known : kKeys)
+        if (!strcmp(key, known)) return *entry = const_cast<git_config_entry *>(&kNone), 0;
+    return GIT_ENOTFOUND;
+}
+
+int new_backend(git_config_backend **out, git_config_backend *) {
+    auto *backend = new (std::nothrow) git_config_backend{};
+    if (!backend) return git_error_set_oom(), GIT_ERROR;
+    backend->version = GIT_CONFIG_BACKEND_VERSION;
+    backend->readonly = 1;
+    backend->open = [](git_config_backend *, git_config_level_t, const git_repository *) {
+        return 0;
+    };
+    backend->get = on_get;
+    backend->snapshot = new_backend;
+    backend->free = [](git_config_backend *self) { delete self; };
+    return *out = backend, 0;
+}
+
+int new_settings(git_config **settings) {
+    git_config_backend *backend = nullptr;
+    int code = git_config_new(settings);
+    if (code < 0 || (code = new_backend(&backend, nullptr)) < 0) return code;
+    code = git_config_add_backend(*settings, backend, GIT_CONFIG_LEVEL_APP, nullptr, 0);
+    if (code < 0) backend->free(backend);
+    return code;
+}
+
+// The object database is opened before, since it reads settings of its own when it is made.
+int new_builder(Builder &builder, git_repository *handle) {
+    git::Odb odb;
+    git::Config own, settings;
+    int code = git_repository_odb(out(odb), handle);
+    if (code >= 0) code = git_repository_config(out(own), handle);
+    if (code >= 0) code = new_settings(out(settings));
+    if (code < 0) return code;
+    git_repository_set_config(handle, settings.get());
+    code = git_packbuilder_new(out(builder), handle);
+    git_repository_set_config(handle, own.get());
+    if (code >= 0) git_packbuilder_set_threads(builder.get(), 0);
+    return code;
+}
+
+// ---- What is in a pack
+
+using How = int (*)(git_packbuilder *builder, const git_oid *id);
+
+struct Wanted {
+    How how;
+    git_oid id;
+};
+
+int insert_one(git_packbuilder *builder, const git_oid *id) {
+    return git_packbuilder_insert(builder, id, nullptr);
+}
+int insert_recur(git_packbuilder *builder, const git_oid *id) {
+    return git_packbuilder_insert_recur(builder, id, nullptr);
+}
+
+} // namespace
+
+struct PackBuilder {
+    Builder handle;
+    Repository *owner;
+    Wide idx, pack;
+    std::vector<Wanted> wanted; // as it was inserted
+    bool used = false;          // the handle has given out its objects, and never does so again
+};
+
+struct PackWriter {
+    std::unique_ptr<PackFile> file; // null once it is committed or refused
+    Repository *owner;
+    git::Odb odb;
+};
+
+namespace {
+
+bool insert(PackBuilder *builder, const Oid *id, How how, Here at = {}) try {
+    if (!builder || !id) return fail_args(at);
+    builder->wanted.push_back({how, *git::oid(id)});
+    int code = how(builder->handle.get(), git::oid(id));
+    if (code >= 0) return true;
+    builder->wanted.pop_back();
+    return fail_git(code);
+} catch (...) {
+    return fail_thrown(at);
+}
+
+// A handle that has given out nothing yet, with the same objects.
+int renew(PackBuilder *builder) {
+    Builder handle;
+    int code = new_builder(handle, builder->owner->handle.get());
+    for (const Wanted &wanted : builder->wanted) {
+        if (code < 0) return code;
+        code = wanted.how(handle.get(), &wanted.id);
+    }
+    if (code < 0) return code;
+    builder->handle = std::move(handle);
+    builder->used = false;
+    return 0;
+}
+
+// Calls `take` with each piece; another result than 0 ends it and is given back. libgit2 itself
+// goes on after a positive one.
+template <class F> int each_piece(PackBuilder *builder, F take) {
+    if (builder->used)
+        if (int code = renew(builder); code < 0) return code;
+    builder->used = true;
+    struct Walk {
+        F take;
+        int32_t result;
+    } walk{take, 0};
+    int code = git_packbuilder_foreach(
+        builder->handle.get(),
+        [](void *bytes, size_t size, void *context) {
+            auto *self = static_cast<Walk *>(context);
+            self->result = self->take(bytes, size);
+            return self->result ? GIT_EUSER : 0;
+        },
+        &walk);
+    return walk.result ? walk.result : code;
+}
+
+Failure fail_closed() {
+    git_error_set_str(GIT_ERROR_INDEXER, "the pack was committed or refused");
+    return fail_git(GIT_ERROR);
+}
+
+Wide copy(const std::u16string &text) {
+    Wide made(zStrdupW(text.c_str()));
+    if (!made) throw std::bad_alloc();
+    return made;
+}
+
+} // namespace
+
+// ---- Building
+
+PackBuilder *zPackBuilderNew(Repository *repository) try {
+    if (!repository) return fail_args();
+    Builder handle;
+    int code = new_builder(handle, repository->handle.get());
+    if (code < 0) return fail_git(code);
+    return new PackBuilder{std::move(handle), repository, {}, {}, {}};
+} catch (...) {
+    return fail_thrown();
+}
+
+void zPackBuilderFree(PackBuilder *builder) { delete builder; }
+
+bool zPackBuilderInsert(PackBuilder *builder, const Oid *id) {
+    return insert(builder, id, insert_one);
+}
+bool zPackBuilderInsertRecur(PackBuilder *builder, const Oid *id) {
+    return insert(builder, id, insert_recur);
+}
+bool zPackBuilderInsertTree(PackBuilder *builder, const Oid *id) {
+    return insert(builder, id, git_packbuilder_insert_tree);
+}
+bool zPackBuilderInsertCommit(PackBuilder *builder, const Oid *id) {
+    return insert(builder, id, git_packbuilder_insert_commit);
+}
+
+bool zPackBuilderWrite(PackBuilder *builder, const zwchar *directory) try {
+    if (!builder || !directory) return fail_args();
+    const auto file = PackFile::begin(directory);
+    if (!file) return false;
+    bool stored = true;
+    int code = each_piece(builder, [&](const void *bytes, size_t size) {
+        return (stored = file->append(bytes, size)) ? 0 : GIT_EUSER;
+    });
+    if (!stored) return false;
+    if (code < 0) return fail_git(code);
+    if (!file->commit()) return false;
+    Wide idx = copy(file->path(u".idx"));
+    builder->pack = copy(file->path(u".pack"));
+    builder->idx = std::move(idx);
+    return true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zPackBuilderForeach(PackBuilder *builder, PackCallback callback, void *context) try {
+    if (!builder || !callback) return fail_args();
+    git_error_clear(); // a callback's code has no text of libgit2's
+    int code = each_piece(
+        builder, [&](const void *bytes, size_t size) { return callback(bytes, size, context); });
+    if (code) return fail_git(code);
+    builder->idx.reset();
+    builder->pack.reset();
+    return true;
+} catch (...) {
+    return fail_thrown();
+}
+
+uint64_t zPackBuilderCount(const PackBuilder *builder) {
+    if (!builder) return fail_args(), 0;
+    return git_packbuilder_object_count(builder->handle.get());
+}
+uint64_t zPackBuilderWritten(const PackBuilder *builder) {
+    if (!builder) return fail_args(), 0;
+    return git_packbuilder_written(builder->handle.get());
+}
+
+const zwchar *zPackBuilderIdx(const PackBuilder *builder) {
+    return builder ? builder->idx.get() : fail_args();
+}
+const zwchar *zPackBuilderPack(const PackBuilder *builder) {
+    return builder ? builder->pack.get() : fail_args();
+}
+
+// ---- Taking in
+
+PackWriter *zPackWriterNew(Repository *repository) try {
+    if (!repository) return fail_args();
+    git::Odb odb;
+    if (int code = git_repository_odb(out(odb), repository->handle.get()); code < 0)
+        return fail_git(code);
+    std::u16string place = objects_directory(repository->handle.get()) + u"pack/";
+    os::make_dirs(place.c_str()); // a copy made by other means may lack it while it is empty
+    auto file = PackFile::begin(std::move(place));
+    if (!file) return nullptr;
+    return new PackWriter{std::move(file), repository, std::move(odb)};
+} catch (...) {
+    return fail_thrown();
+}
+
+void zPackWriterFree(PackWriter *writer) { delete writer; }
+Repository *zPackWriterOwner(const PackWriter *writer) {
+    return writer ? writer->owner : fail_args();
+}
+
+bool zPackWriterAppend(PackWriter *writer, const void *bytes, uint64_t size) try {
+    if (!writer || !bytes) return fail_args();
+    if (!writer->file) return fail_closed();
+    if (writer->file->append(bytes, size)) return true;
+    writer->file.reset();
+    return false;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zPackWriterCommit(PackWriter *writer) try {
+    if (!writer) return fail_args();
+    const std::unique_ptr<PackFile> file = std::move(writer->file);
+    if (!file) return fail_closed();
+    if (!file->check() || !file->commit()) return false;
+    int code = git_odb_refresh(writer->odb.get());
+    return code < 0 ? fail_git(code) : true;
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,298 @@
+#include "objects/store/reference.hpp"
+
+#include "common/utf.hpp"
+#include "objects/store/object.hpp"
+#include "objects/store/strict.hpp"
+#include "system/os.hpp"
+#include "zev/oid.h"
+#include "zev/reference.h"
+#include "zev/repository.h"
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include <git2/sys/refs.h>
+
+using namespace zev;
+
+namespace {
+
+Reference *wrap_reference(git::Reference handle, Repository *owner, Here at = {}) {
+    auto *reference = new (std::nothrow) Reference{std::move(handle), owner, nullptr};
+    return reference ? reference : fail_memory(at);
+}
+
+// The record of the handle that `open` gives for a name.
+template <class F>
+Reference *opened(Repository *repository, const zwchar *name, F open, Here at = {}) try {
+    if (!repository || !name || !*name) return fail_args(at);
+    git::Reference handle;
+    int code = open(out(handle), repository->handle.get(), to_utf8(name).c_str());
+    if (code < 0) return fail_git(code);
+    return wrap_reference(std::move(handle), repository, at);
+} catch (...) {
+    return fail_thrown(at);
+}
+
+// Takes the handle of the reference's new state.
+bool renewed(Reference *reference, int code, git::Reference handle) {
+    if (code < 0) return fail_git(code);
+    reference->handle = std::move(handle);
+    return true;
+}
+
+const git_reference *handle_of(const Reference *reference) { return reference->handle.get(); }
+
+// libgit2 gives its lock file a second name, the reference's, and doesn't look whether the first
+// one went. A lock that is the reference is nobody's.
+void drop_lock(const std::u16string &path) {
+    const std::u16string lock = path + u".lock";
+    struct stat own, other;
+    if (os::lstat(lock.c_str(), &other) && os::lstat(path.c_str(), &own) &&
+        own.st_ino == other.st_ino && own.st_dev == other.st_dev)
+        os::unlink(lock.c_str());
+}
+
+// A reference that was just made is still there when the power fails: HEAD may be made to name it.
+void sync_file(const git_reference *reference, Repository *owner) {
+    git_repository *git = owner->handle.get();
+    const std::string name = git_reference_name(reference);
+    const bool shared = name.starts_with("refs/");
+    const std::u16string path =
+        to_wide((shared ? git_repository_commondir(git) : git_repository_path(git)) + name);
+    drop_lock(path);
+    os::Mode mode;
+    mode.read = true;
+    const int fd = os::open_fd(path.c_str(), mode);
+    if (fd < 0) return;
+    os::fd_sync(fd);
+    os::close_fd(fd);
+    os::sync_dir(path.substr(0, path.rfind(u'/')).c_str());
+}
+
+// The record of a reference that `make` writes.
+template <class F>
+Reference *made(Repository *repository, const zwchar *name, F make, Here at = {}) try {
+    Reference *reference = opened(repository, name, make, at);
+    if (reference)
+        sync_file(reference->handle.get(), repository);
+    else if (repository && name)
+        drop_begun_log(repository->handle.get(), to_utf8(name).c_str());
+    return reference;
+} catch (...) {
+    return fail_thrown(at);
+}
+
+bool is_valid_name(const git_reference *reference) {
+    int valid = 0;
+    return !git_reference_name_is_valid(&valid, git_reference_name(reference)) && valid;
+}
+
+// Cuts at `length` characters with the terminator.
+void copy_name(zwchar *buffer, uint64_t length, std::u16string_view name) {
+    if (!length) return;
+    uint64_t count = std::min<uint64_t>(name.size(), length - 1);
+    std::copy_n(name.data(), count, buffer);
+    buffer[count] = 0;
+}
+
+} // namespace
+
+namespace zev {
+
+void drop_begun_log(git_repository *git, const char *name) {
+    using Log = Owned<git_reflog, git_reflog_free>;
+    const Finally clear([] { git_error_clear(); });
+    git_oid id;
+    Log log;
+    if (git_reference_name_to_id(&id, git, name) != GIT_ENOTFOUND) return;
+    // A log that isn't there would be made by the reading.
+    if (git_reference_has_log(git, name) != 1 || git_reflog_read(out(log), git, name)) return;
+    const git_reflog_entry *first = git_reflog_entry_byindex(log.get(), 0);
+    if (git_reflog_entrycount(log.get()) == 1 && git_oid_is_zero(git_reflog_entry_id_old(first)))
+        git_reflog_delete(git, name);
+}
+
+} // namespace zev
+
+Reference *zReferenceNew(void *handle, Repository *repository) {
+    if (!handle || !repository) return fail_args();
+    Reference *reference = wrap_reference(git::Reference(), repository);
+    if (reference) reference->handle.reset(static_cast<git_reference *>(handle));
+    return reference;
+}
+
+void zReferenceFree(Reference *reference) { delete reference; }
+Repository *zReferenceOwner(const Reference *reference) {
+    return reference ? reference->owner : fail_args();
+}
+
+Reference *zReferenceCreate(Repository *repository, const zwchar *name, const Oid *id) {
+    if (!id) return fail_args();
+    return made(repository, name, [&](git_reference **handle, git_repository *git, auto *text) {
+        StrictOff partial;
+        return git_reference_create(handle, git, text, git::oid(id), 1, "");
+    });
+}
+
+Reference *zReferenceSymlink(Repository *repository, const zwchar *name, const zwchar *target) try {
+    if (!target) return fail_args();
+    std::string to = to_utf8(target);
+    return made(repository, name, [&](git_reference **handle, git_repository *git, auto *text) {
+        StrictOff partial;
+        return git_reference_symbolic_create(handle, git, text, to.c_str(), 1, "");
+    });
+} catch (...) {
+    return fail_thrown();
+}
+
+Reference *zReferenceHead(Repository *repository) {
+    if (!repository) return fail_args();
+    git::Reference handle;
+    if (int code = git_repository_head(out(handle), repository->handle.get()); code < 0)
+        return fail_git(code);
+    return wrap_reference(std::move(handle), repository);
+}
+
+bool zReferenceSetHead(Repository *repository, const zwchar *name) try {
+    if (!repository || !name || !*name) return fail_args();
+    int code = git_repository_set_head(repository->handle.get(), to_utf8(name).c_str());
+    return code < 0 ? fail_git(code) : true;
+} catch (...) {
+    return fail_thrown();
+}
+
+Reference *zReferenceLookup(Repository *repository, const zwchar *name) {
+    return opened(repository, name, git_reference_lookup);
+}
+Reference *zReferenceDwim(Repository *repository, const zwchar *name) {
+    return opened(repository, name, git_reference_dwim);
+}
+
+bool zReferenceExists(Repository *repository, const zwchar *name) try {
+    if (!repository || !name) return fail_args();
+    git::Reference found;
+    return !git_reference_lookup(out(found), repository->handle.get(), to_utf8(name).c_str());
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zReferenceForeach(Repository *repository, ReferenceCallback callback, void *context) {
+    if (!repository || !callback) return fail_args();
+    Owned<git_reference_iterator, git_reference_iterator_free> names;
+    if (git_reference_iterator_new(out(names), repository->handle.get()) < 0) return false;
+    Reference lent{nullptr, repository, nullptr};
+    int code;
+    while (!(code = git_reference_next(out(lent.handle), names.get()))) {
+        if (!is_valid_name(lent.handle.get())) continue; // lock files are no references
+        lent.path.reset();
+        lent.id = {};
+        if (!callback(&lent, context)) return false;
+    }
+    return code == GIT_ITEROVER;
+}
+
+const zwchar *zReferencePath(Reference *reference) try {
+    if (!reference) return fail_args();
+    if (!reference->path) {
+        std::string path = git_repository_path(reference->owner->handle.get());
+        path += git_reference_name(handle_of(reference));
+        reference->path.reset(wide_dup(path.data(), path.size()));
+    }
+    return reference->path ? reference->path.get() : fail_memory();
+} catch (...) {
+    return fail_thrown();
+}
+
+const zwchar *zReferenceName(const Reference *reference) {
+    return reference ? park(git_reference_name(handle_of(reference))) : fail_args();
+}
+const zwchar *zReferenceShorthand(const Reference *reference) {
+    return reference ? park(git_reference_shorthand(handle_of(reference))) : fail_args();
+}
+int32_t zReferenceType(const Reference *reference) {
+    if (!reference) return fail_args(), GIT_REFERENCE_INVALID;
+    return git_reference_type(handle_of(reference));
+}
+
+const Oid *zReferenceTarget(const Reference *reference) {
+    const git_oid *target = reference ? git_reference_target(handle_of(reference)) : nullptr;
+    return target ? git::oid(target) : fail_args();
+}
+
+const zwchar *zReferenceSymbolic(const Reference *reference) {
+    const char *name = reference ? git_reference_symbolic_target(handle_of(reference)) : nullptr;
+    return name ? park(name) : fail_args();
+}
+
+const Oid *zReferenceResolve(Reference *reference) {
+    if (!reference) return fail_args();
+    git::Reference direct;
+    if (int code = git_reference_resolve(out(direct), handle_of(reference)); code < 0)
+        return fail_git(code);
+    reference->id = *git::oid(git_reference_target(direct.get()));
+    return &reference->id;
+}
+
+Object *zReferencePeel(Reference *reference, int32_t type) {
+    if (!reference) return fail_args();
+    git::Object object;
+    int code =
+        git_reference_peel(out(object), handle_of(reference), static_cast<git_object_t>(type));
+    if (code < 0) return fail_git(code);
+    return wrap<Object>(std::move(object), reference->owner);
+}
+
+bool zReferenceSetTarget(Reference *reference, const Oid *id) {
+    if (!reference || !id) return fail_args();
+    git::Reference handle;
+    int code = git_reference_set_target(out(handle), reference->handle.get(), git::oid(id), "");
+    return renewed(reference, code, std::move(handle));
+}
+
+bool zReferenceSetSymbolic(Reference *reference, const zwchar *name) try {
+    if (!reference || !name) return fail_args();
+    git::Reference handle;
+    int code = git_reference_symbolic_set_target(out(handle), reference->handle.get(),
+                                                 to_utf8(name).c_str(), "");
+    return renewed(reference, code, std::move(handle));
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zReferenceIsBranch(const Reference *reference) {
+    return reference ? git_reference_is_branch(handle_of(reference)) == 1 : fail_args();
+}
+bool zReferenceIsTag(const Reference *reference) {
+    return reference ? git_reference_is_tag(handle_of(reference)) == 1 : fail_args();
+}
+bool zReferenceIsNote(const Reference *reference) {
+    return reference ? git_reference_is_note(handle_of(reference)) == 1 : fail_args();
+}
+bool zReferenceIsRemote(const Reference *reference) {
+    return reference ? git_reference_is_remote(handle_of(reference)) == 1 : fail_args();
+}
+
+bool zReferenceXform(zwchar *buffer, uint64_t length, void *remote, const zwchar *name) try {
+    if (!buffer || !remote || !name) return fail_args();
+    std::u16string_view given = name;
+    bool tracking = given.starts_with(u"refs/remotes/");
+    if (!tracking && !given.starts_with(u"refs/heads/"))
+        return copy_name(buffer, length, given), true;
+    std::string text = to_utf8(given);
+    git_buf found = GIT_BUF_INIT;
+    Finally dispose([&] { git_buf_dispose(&found); });
+    auto *from = static_cast<git_remote *>(remote);
+    for (size_t n = 0; n < git_remote_refspec_count(from); ++n) {
+        auto map = tracking ? git_refspec_rtransform : git_refspec_transform;
+        if (map(&found, git_remote_get_refspec(from, n), text.c_str()) < 0) continue;
+        return copy_name(buffer, length, to_wide({found.ptr, found.size})), true;
+    }
+    return false;
+} catch (...) {
+    return fail_thrown();
+}
+
+void zRefdbFree(void *refdb) { git_refdb_free(static_cast<git_refdb *>(refdb)); }

@@ -1,0 +1,332 @@
+// Kept in the repository's configuration: core.autocrlf and core.filemode, false, since drawings
+// are bytes and modes follow rights; zev.id, 40 hexadecimal digits, any other text is no id.
+#include "objects/store/repository.hpp"
+
+#include "common/utf.hpp"
+#include "objects/store/loose_object.hpp"
+#include "objects/store/sweep.hpp"
+#include "zev/dir.h"
+#include "zev/file.h"
+#include "zev/odb.h"
+#include "zev/oid.h"
+#include "zev/path.h"
+#include "zev/reference.h"
+#include "zev/repository.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+using namespace zev;
+
+namespace zev {
+
+git::Config local_config(git_repository *handle) {
+    git::Config all, local;
+    int code = git_repository_config(out(all), handle);
+    if (!code) code = git_config_open_level(out(local), all.get(), GIT_CONFIG_LEVEL_LOCAL);
+    if (code < 0) fail_git(code);
+    return local;
+}
+
+bool config_text(git_config *config, const char *key, std::string &text) {
+    git_buf buffer = GIT_BUF_INIT;
+    Finally dispose([&] { git_buf_dispose(&buffer); });
+    if (git_config_get_string_buf(&buffer, config, key) < 0) return false;
+    text.assign(buffer.ptr, buffer.size);
+    return true;
+}
+
+std::u16string full_path(const Repository *repository, std::string_view path) {
+    const char *workdir = git_repository_workdir(repository->handle.get());
+    return workdir ? to_wide(std::string(workdir).append(path)) : std::u16string();
+}
+
+} // namespace zev
+
+namespace {
+
+constexpr const char *kOff[] = {"core.autocrlf", "core.filemode"};
+constexpr const char *kIdKey = "zev.id";
+
+bool is_off(git_config *config, const char *key) {
+    int value = 1;
+    return git_config_get_bool(&value, config, key) == 0 && !value;
+}
+
+// The switches that must be off. Nothing is written where they are already: a write at every
+// open would leave a stale lock behind when the process is killed.
+bool switch_off(git_repository *handle) {
+    git::Config local = local_config(handle);
+    if (!local) return false;
+    auto off = [&](const char *key) { return is_off(local.get(), key); };
+    if (std::ranges::all_of(kOff, off)) return true;
+    git::Config all; // through this one libgit2 forgets what it knew of the switches
+    if (int code = git_repository_config(out(all), handle); code < 0) return fail_git(code);
+    Lock lock = lock_config(handle);
+    if (!lock) return false;
+    for (const char *key : kOff) {
+        if (off(key)) continue;
+        if (int code = git_config_set_bool(all.get(), key, 0); code < 0) return fail_git(code);
+    }
+    return true;
+}
+
+// Another user's repository is refused. Where no safe.directory is configured at all libgit2
+// complains of that alone, which tells nobody what is wrong.
+Failure fail_open(int code, const char *path) {
+    const git_error *error = git_error_last();
+    bool unsafe = code == GIT_EOWNER || (code == GIT_ENOTFOUND && error && error->message &&
+                                         strstr(error->message, "safe.directory"));
+    if (!unsafe) return fail_git(code);
+    std::string text = std::string("repository path '") + path + "' is not owned by current user";
+    git_error_set_str(GIT_ERROR_CONFIG, text.c_str());
+    return fail_git(GIT_EOWNER);
+}
+
+// The switches are off before files are checked out: the user's own setting must not touch them.
+int init_for_clone(git_repository **handle, const char *path, int bare, void *) {
+    git::Repository made;
+    int code = git_repository_init(out(made), path, static_cast<unsigned>(bare));
+    if (!code && !switch_off(made.get())) code = GIT_ERROR;
+    if (!code) *handle = made.release();
+    return code;
+}
+
+// Wraps what `open` makes of the path; the handle is given back on failure.
+template <class F> Repository *opened(const zwchar *path, F open, Here at = {}) try {
+    if (!path) return fail_args(at);
+    std::string text = to_utf8(path);
+    git::Repository handle;
+    if (int code = open(out(handle), text.c_str()); code < 0) return fail_open(code, text.c_str());
+    Repository *repository = zRepositoryNew(handle.get());
+    if (repository) static_cast<void>(handle.release());
+    return repository;
+} catch (...) {
+    return fail_thrown(at);
+}
+
+// A path of libgit2, converted once and kept with the record.
+const zwchar *kept(Wide &field, const char *path) {
+    if (!field) field.reset(wide_dup(path, strlen(path)));
+    return field ? field.get() : fail_memory();
+}
+
+bool store(Repository *repository, Wide Repository::*field, const zwchar *text, Here at = {}) {
+    if (!repository || !text) return fail_args(at);
+    Wide copy(zStrdupW(text));
+    if (!copy) return false;
+    (repository->*field) = std::move(copy);
+    return true;
+}
+
+const zwchar *stored(const Repository *repository, Wide Repository::*field, Here at = {}) {
+    if (!repository) return fail_args(at);
+    const Wide &text = repository->*field;
+    return text ? text.get() : u"";
+}
+
+// The id that a configuration holds, zero if it holds none.
+Oid read_id(git_config *config) {
+    std::string text;
+    git_oid id{};
+    if (config_text(config, kIdKey, text) && text.size() == GIT_OID_HEXSZ)
+        if (git_oid_fromstr(&id, text.c_str()) < 0) id = {};
+    return *git::oid(&id);
+}
+
+bool write_id(git_config *config, const Oid &id) {
+    char text[GIT_OID_HEXSZ + 1];
+    git_oid_tostr(text, sizeof text, git::oid(&id));
+    int code = git_config_set_string(config, kIdKey, text);
+    return code < 0 ? fail_git(code) : true;
+}
+
+// Draws the id, unless another process did so since it was looked for.
+bool make_id(Repository *repository, git_config *config) {
+    Lock lock = lock_config(repository->handle.get());
+    if (!lock) return false;
+    Oid id = read_id(config);
+    if (zOidIsZero(&id) && (!zOidRand(&id) || !write_id(config, id))) return false;
+    repository->id = id;
+    return true;
+}
+
+// Where the files of a repository are moved before they are removed: a sibling, so that a
+// removal that is cut short leaves no half of a repository under its name.
+bool aside_name(zwchar *target, const zwchar *path) {
+    Oid id;
+    zwchar digits[9];
+    if (!zOidRand(&id) || !zOidNFormat(digits, 8, &id)) return false;
+    uint64_t length = zStrlenW(path);
+    while (length > 1 && path[length - 1] == u'/') --length;
+    std::u16string name(path, length);
+    name.append(u".").append(digits).append(u".removed");
+    if (name.size() >= Z_PATH_MAX) return fail_std(ENAMETOOLONG);
+    std::copy_n(name.c_str(), name.size() + 1, target);
+    return true;
+}
+
+} // namespace
+
+Repository *zRepositoryOpen(const zwchar *path) { return opened(path, git_repository_open); }
+Repository *zRepositoryOpenBare(const zwchar *path) {
+    return opened(path, git_repository_open_bare);
+}
+
+Repository *zRepositoryDiscover(const zwchar *start, const zwchar *ceilings) try {
+    std::string list = ceilings ? to_utf8(ceilings) : std::string();
+    std::ranges::replace(list, ';', GIT_PATH_LIST_SEPARATOR);
+    return opened(start, [&](git_repository **handle, const char *path) {
+        return git_repository_open_ext(handle, path, 0, ceilings ? list.c_str() : nullptr);
+    });
+} catch (...) {
+    return fail_thrown();
+}
+
+Repository *zRepositoryInit(const zwchar *path, bool bare) {
+    if (!path || !zPathDirEmpty(path)) return fail_args();
+    return opened(path, [&](git_repository **handle, const char *text) {
+        git_repository_init_options options;
+        git_repository_init_options_init(&options, GIT_REPOSITORY_INIT_OPTIONS_VERSION);
+        options.flags = GIT_REPOSITORY_INIT_MKPATH;
+        if (bare) options.flags |= GIT_REPOSITORY_INIT_BARE;
+        options.initial_head = "master"; // whatever the user's init.defaultBranch says
+        return git_repository_init_ext(handle, text, &options);
+    });
+}
+
+Repository *zRepositoryClone(const zwchar *url, const zwchar *path, bool bare) try {
+    if (!url) return fail_args();
+    std::string from = to_utf8(url);
+    return opened(path, [&](git_repository **handle, const char *text) {
+        git_clone_options options;
+        git_clone_options_init(&options, GIT_CLONE_OPTIONS_VERSION);
+        options.bare = bare;
+        options.repository_cb = init_for_clone;
+        return git_clone(handle, from.c_str(), text, &options);
+    });
+} catch (...) {
+    return fail_thrown();
+}
+
+Repository *zRepositoryNew(void *handle) try {
+    if (!handle) return fail_args();
+    auto *raw = static_cast<git_repository *>(handle);
+    if (!switch_off(raw)) return nullptr;
+    guard_loose_objects(raw);
+    auto *repository = new (std::nothrow) Repository();
+    if (!repository) return fail_memory();
+    repository->handle.reset(raw);
+    return repository;
+} catch (...) {
+    return fail_thrown();
+}
+
+void zRepositoryFree(Repository *repository) { delete repository; }
+void zShellFree(Repository *repository) { zRepositoryFree(repository); }
+
+bool zRepositoryDestroy(const zwchar *path) try {
+    if (!path) return fail_args();
+    auto repository = Owned<Repository, zRepositoryFree>(zRepositoryOpen(path));
+    if (!repository) return zRaiseNotFound(nullptr), false;
+    const zwchar *files = zRepositoryIsBare(repository.get())
+                              ? zRepositoryPath(repository.get())
+                              : zRepositoryWorkdir(repository.get());
+    if (!files) return false;
+    std::u16string place = files;
+    repository.reset();
+    zwchar aside[Z_PATH_MAX];
+    return aside_name(aside, place.c_str()) && zMove(place.c_str(), aside, false) &&
+           zDirRemove(aside, true, true);
+} catch (...) {
+    return fail_thrown();
+}
+
+const zwchar *zRepositoryPath(Repository *repository) {
+    if (!repository) return fail_args();
+    return kept(repository->path, git_repository_path(repository->handle.get()));
+}
+
+const zwchar *zRepositoryWorkdir(Repository *repository) {
+    const char *path = repository ? git_repository_workdir(repository->handle.get()) : nullptr;
+    if (!path) return fail_args();
+    return kept(repository->workdir, path);
+}
+
+const zwchar *zRepositoryTrash(Repository *repository) try {
+    if (!repository || zRepositoryIsBare(repository)) return fail_args();
+    std::string path = git_repository_path(repository->handle.get());
+    return kept(repository->trash, (path + "trash").c_str());
+} catch (...) {
+    return fail_thrown();
+}
+
+const Oid *zRepositoryId(Repository *repository, bool create) try {
+    if (!repository) return fail_args();
+    if (!zOidIsZero(&repository->id)) return &repository->id;
+    git::Config config = local_config(repository->handle.get());
+    if (!config) return nullptr;
+    repository->id = read_id(config.get());
+    if (!create || !zOidIsZero(&repository->id)) return &repository->id;
+    return make_id(repository, config.get()) ? &repository->id : nullptr;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zRepositorySetId(Repository *repository, const Oid *id) {
+    if (!repository || !id) return fail_args();
+    git::Config config = local_config(repository->handle.get());
+    if (!config) return false;
+    Lock lock = lock_config(repository->handle.get());
+    if (!lock || !write_id(config.get(), *id)) return false;
+    return zOidCopy(&repository->id, id);
+}
+
+const zwchar *zRepositoryOwner(Repository *repository) {
+    return stored(repository, &Repository::owner);
+}
+const zwchar *zRepositoryName(Repository *repository) {
+    return stored(repository, &Repository::name);
+}
+const zwchar *zRepositoryUrl(Repository *repository) {
+    return stored(repository, &Repository::url);
+}
+bool zRepositorySetOwner(Repository *repository, const zwchar *text) {
+    return store(repository, &Repository::owner, text);
+}
+bool zRepositorySetName(Repository *repository, const zwchar *text) {
+    return store(repository, &Repository::name, text);
+}
+bool zRepositorySetUrl(Repository *repository, const zwchar *text) {
+    return store(repository, &Repository::url, text);
+}
+
+zwchar *zRepositoryRemoteUrl(Repository *repository) try {
+    if (!repository) return fail_args();
+    git::Remote remote;
+    const int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
+    if (code < 0) return fail_git(code);
+    const char *url = git_remote_url(remote.get());
+    return url ? zStrdupW(to_wide(url).c_str()) : (zRaiseNotFound(nullptr), nullptr);
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zRepositoryIsBare(Repository *repository) {
+    return repository ? git_repository_is_bare(repository->handle.get()) == 1 : fail_args();
+}
+bool zRepositoryIsWorktree(Repository *repository) {
+    return repository ? git_repository_is_worktree(repository->handle.get()) == 1 : fail_args();
+}
+
+Reference *zRepositoryHead(Repository *repository) { return zReferenceHead(repository); }
+
+bool zRepositoryHeadUnborn(Repository *repository) {
+    if (!repository) return fail_args(), true;
+    int code = git_repository_head_unborn(repository->handle.get());
+    if (code < 0) fail_git(code);
+    return code != 0;
+}
+
+Odb *zRepositoryOdb(Repository *repository) { return zOdbOpen(repository); }

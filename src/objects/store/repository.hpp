@@ -1,0 +1,34 @@
+// The record of a repository, the root of every other record of the object store: pointers to it
+// are lent, it outlives what was opened through it.
+#pragma once
+
+#include "objects/store/git.hpp"
+#include "zev/repository.h"
+
+#include <string>
+#include <string_view>
+
+struct Repository {
+    zev::git::Repository handle;
+    zev::Wide path;    // Git directory, at the first zRepositoryPath
+    zev::Wide workdir; // work tree, at the first zRepositoryWorkdir
+    zev::Wide trash;   // at the first zRepositoryTrash
+    zev::Wide owner;   // of the project; set by a server, never stored
+    zev::Wide name;
+    zev::Wide url;
+    Oid id{}; // all zero until known
+};
+
+namespace zev {
+
+// The repository's own configuration file, without the user's and the system's settings. Null
+// with libgit2's error.
+git::Config local_config(git_repository *handle);
+
+// Where a path of an index lies: the work directory with the path behind it; empty for a bare one.
+std::u16string full_path(const Repository *repository, std::string_view path);
+
+// A text of a configuration. False, with nothing raised, when the key is missing.
+bool config_text(git_config *config, const char *key, std::string &text);
+
+} // namespace zev

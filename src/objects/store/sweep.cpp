@@ -1,0 +1,183 @@
+// Which left-overs may go.
+//
+// libgit2 and git lock a file X by creating X.lock, and write objects under temporary names. A
+// killed writer leaves those behind: its objects only cost space, but its locks stop every later
+// writer, and nothing in them tells a dead owner from a live one. Age tells nothing either: git
+// holds index.lock for as long as somebody writes a commit message.
+//
+// Our own lock tells more. All writers of this library hold the Flock on the file that they
+// change first (.index.zlck for a change of the working copy, .config.zlck for one of the
+// configuration) and take it away when they are done. So a lock file there that nobody holds was
+// left by a killed writer, and it was written when his work began. Hence the rule:
+//
+//   1. no left-over lock file of ours, or one that is held: nobody crashed, touch nothing;
+//   2. else, holding the left-over itself, so that no other writer of ours can begin: remove the
+//      locks and temporary files whose time is not before its own and that no process has open.
+//
+// A lock that was there before the killed writer began is not his and stays: he would have failed
+// on it. What remains is a git that began after the crash, closed its lock file, and waits; its
+// commit then fails for want of its lock, with nothing lost.
+//
+// The same goes for what a killed writer had beside the files of the user while it made them anew
+// (tmp_zev_ and 16 digits): else the next commit of everything would take it in.
+#include "objects/store/sweep.hpp"
+
+#include "common/errno.hpp"
+#include "common/utf.hpp"
+#include "system/os.hpp"
+#include "zev/repository.h"
+#include "zev/share.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+using namespace zev;
+
+namespace {
+
+using std::u16string;
+using std::u16string_view;
+using Name = bool (*)(u16string_view);
+
+bool is_lock(u16string_view name) { return name.ends_with(u".lock"); }
+bool is_temporary(u16string_view name) {
+    return name.starts_with(u"tmp_") || name.starts_with(u"pack_git2_");
+}
+
+bool is_aside(u16string_view name) {
+    constexpr u16string_view kLead = u"tmp_zev_";
+    return name.starts_with(kLead) && name.size() == kLead.size() + 16 &&
+           name.find_first_not_of(u"0123456789abcdef", kLead.size()) == name.npos;
+}
+
+bool before(const timespec &a, const timespec &b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
+struct Sweep {
+    u16string root;   // Git directory, with its last slash
+    timespec since{}; // when the killed writer began
+    bool clean = true;
+
+    // Is it a left-over by the rule above?
+    bool left(const u16string &path) const {
+        struct stat status;
+        if (!os::lstat(path.c_str(), &status) || !S_ISREG(status.st_mode)) return false;
+        if (before(status.st_mtim, since)) return false;
+        Owned<FILE, fclose> file(os::open(path.c_str(), u"rb"));
+        return file && os::open_elsewhere(fileno(file.get())) != 1;
+    }
+
+    void remove(const u16string &path) {
+        if (left(path) && !os::unlink(path.c_str()) && errno != ENOENT)
+            clean = fail_errno(path.c_str());
+    }
+
+    // The log of a reference is written before the reference: one that was only begun goes with the
+    // lock, which a branch of that name would else be taken to have been lost.
+    void begun_log(const u16string &lock) {
+        constexpr std::string_view kNothing = "0000000000000000000000000000000000000000 ";
+        const u16string target = lock.substr(0, lock.size() - u16string_view(u".lock").size());
+        const u16string log = root + u"logs/" + target.substr(root.size());
+        struct stat status;
+        if (os::lstat(lock.c_str(), &status) || os::lstat(target.c_str(), &status)) return;
+        char text[1024];
+        Owned<FILE, fclose> file(os::open(log.c_str(), u"rb"));
+        const size_t size = file ? fread(text, 1, sizeof text, file.get()) : 0;
+        file.reset(); // else it counts as open
+        const std::string_view line(text, size);
+        if (size < sizeof text && line.starts_with(kNothing) && line.find('\n') == size - 1)
+            remove(log);
+    }
+
+    // The directory that a pack grew in; it stays while somebody still writes there.
+    void left_pack(const u16string &path) {
+        directory(path + u"/", [](u16string_view) { return true; });
+        os::remove_dir(path.c_str());
+    }
+
+    // The files in a directory whose names say that they may be left-overs.
+    void directory(const u16string &path, Name may_go, bool below = false) {
+        std::vector<os::Name> names;
+        if (!os::read_dir(path.c_str(), &names)) return;
+        for (const os::Name &name : names) {
+            if (name.text == u"." || name.text == u"..") continue;
+            if (!name.directory && may_go(name.text)) remove(path + name.text);
+            if (!name.directory && below && may_go(name.text)) begun_log(path + name.text);
+            if (name.directory && below) directory(path + name.text + u"/", may_go, true);
+            if (name.directory && name.text.starts_with(u"tmp_pack_")) left_pack(path + name.text);
+        }
+    }
+
+    // Objects that a loss of power left empty: they would count as being there.
+    void hollow_objects(const u16string &path) {
+        std::vector<os::Name> names;
+        struct stat status;
+        if (!os::read_dir(path.c_str(), &names)) return;
+        for (const os::Name &name : names) {
+            const u16string below = path + name.text;
+            if (name.directory && name.text.size() == 2 && name.text != u"..")
+                hollow_objects(below + u"/");
+            else if (name.text.size() == 38 && os::lstat(below.c_str(), &status) && !status.st_size)
+                remove(below);
+        }
+    }
+
+    // The same among the files of the user, in directories that are no repositories.
+    void work_tree(const u16string &path) {
+        std::vector<os::Name> names;
+        if (!os::read_dir(path.c_str(), &names)) return;
+        for (const os::Name &name : names) {
+            if (name.text == u"." || name.text == u".." || name.text == u".git") continue;
+            if (name.directory)
+                work_tree(path + name.text + u"/");
+            else if (is_aside(name.text))
+                remove(path + name.text);
+        }
+    }
+};
+
+// Calls `work` with the sweep of a Git directory whose `guard` a killed writer left locked.
+template <class F> bool swept(u16string root, u16string_view guard, F work) {
+    u16string lock = root + u"." + u16string(guard) + u".zlck";
+    struct stat status;
+    if (!os::lstat(lock.c_str(), &status)) return true;
+    Owned<Share, zShareClose> held(zShareOpen(lock.c_str(), u"rb", Z_SHARE_NONE));
+    if (!held || !os::lstat(lock.c_str(), &status)) return true;
+    Sweep sweep{std::move(root), status.st_mtim};
+    work(sweep);
+    return sweep.clean;
+}
+
+} // namespace
+
+namespace zev {
+
+bool sweep_stale(Repository *repository) try {
+    const zwchar *root = zRepositoryPath(repository);
+    if (!root) return false;
+    return swept(root, u"index", [repository](Sweep &sweep) {
+        sweep.directory(sweep.root, is_lock);
+        sweep.directory(sweep.root + u"refs/", is_lock, true);
+        sweep.directory(sweep.root + u"objects/", is_temporary);
+        sweep.directory(sweep.root + u"objects/pack/", is_temporary);
+        sweep.hollow_objects(sweep.root + u"objects/");
+        if (const zwchar *work = zRepositoryWorkdir(repository)) sweep.work_tree(work);
+    });
+} catch (...) {
+    return fail_thrown();
+}
+
+Lock lock_config(git_repository *handle) try {
+    u16string root = to_wide(git_repository_path(handle));
+    bool clean = swept(root, u"config", [](Sweep &sweep) {
+        sweep.directory(sweep.root, [](u16string_view name) { return name == u"config.lock"; });
+    });
+    return Lock(clean ? zFlockOpen((root + u"config").c_str(), false) : nullptr);
+} catch (...) {
+    return Lock(fail_thrown());
+}
+
+} // namespace zev

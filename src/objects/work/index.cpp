@@ -1,0 +1,262 @@
+// Index: opening, its lock, its file, its tree.
+#include "objects/work/index.hpp"
+
+#include "common/errno.hpp"
+#include "common/utf.hpp"
+#include "objects/store/commit.hpp"
+#include "objects/store/pathspec.hpp"
+#include "objects/store/strict.hpp"
+#include "objects/store/sweep.hpp"
+#include "system/flock.hpp"
+#include "system/os.hpp"
+#include "zev/path.h"
+#include "zev/repository.h"
+#include "zev/status.h"
+#include "zev/tree.h"
+
+#include <new>
+
+using namespace zev;
+
+namespace {
+
+IndexPtr wrap_index(git::Index handle, Repository *owner) {
+    IndexPtr index(new (std::nothrow) Index{std::move(handle), owner});
+    if (!index) fail_memory();
+    return index;
+}
+
+// A left-over of a killed writer goes first: its index.lock would stop us once we hold ours.
+Lock lock_index(Repository *repository) {
+    if (!sweep_stale(repository)) return nullptr;
+    zwchar path[Z_PATH_MAX];
+    if (!zPathCopy(path, zRepositoryPath(repository)) || !zPathAppend(path, u"index"))
+        return nullptr;
+    return Lock(flock_open_lazy(path));
+}
+
+// libgit2 asks for a file's size by name and opens it after that. Without the lock a writer may
+// come in between: the size is the old file's then, the bytes are the new one's, and they make no
+// index. So does memory after that; reading once more, by force, puts it right.
+template <class F> int reading(bool locked, F read) {
+    constexpr int kTries = 5;
+    int code = read(locked);
+    for (int tries = 1; code < 0 && !locked && tries < kTries; ++tries) {
+        os::sleep(1);
+        code = read(true);
+    }
+    return code;
+}
+
+} // namespace
+
+namespace zev {
+
+// A file that can't be read is told by whoever has to change it.
+void index_refresh(Index *index) {
+    if (index->lock || index->dirty || !git_index_path(index->handle.get())) return;
+    git_index *handle = index->handle.get();
+    if (reading(false, [=](bool force) { return git_index_read(handle, force); }) < 0)
+        git_error_clear();
+}
+
+// The saved copy waits for the first write: a mere status pays for none.
+bool index_write(Index *index) {
+    if (index->lock && !flock_complete(index->lock.get())) return false;
+    int code = git_index_write(index->handle.get());
+    if (code < 0) return fail_git(code);
+    index->dirty = false;
+    return index->written = true;
+}
+
+} // namespace zev
+
+// ---- Making and freeing
+
+Index *zIndexAlloc(void *handle, Repository *repository) {
+    if (!handle || !repository) return fail_args();
+    return wrap_index(git::Index(static_cast<git_index *>(handle)), repository).release();
+}
+
+Index *zIndexNew(Repository *repository) {
+    if (!repository) return fail_args();
+    git::Index handle;
+    int code = git_index_new(out(handle));
+    if (code < 0) return fail_git(code);
+    return wrap_index(std::move(handle), repository).release();
+}
+
+// libgit2 has one index per repository. What an operation that failed left in its memory is
+// dropped by reading it by force; without the lock nothing is going to be written.
+Index *zIndexHead(Repository *repository, bool lock) {
+    if (!repository) return fail_args();
+    Lock held;
+    if (lock && !(held = lock_index(repository))) return nullptr;
+    git::Index handle;
+    const int code = reading(lock, [&](bool force) {
+        const int opened = git_repository_index(out(handle), repository->handle.get());
+        return opened ? opened : git_index_read(handle.get(), force);
+    });
+    if (code < 0) return fail_git(code);
+    IndexPtr index = wrap_index(std::move(handle), repository);
+    if (index) index->lock = std::move(held);
+    return index.release();
+}
+
+// An unborn head has no tree, and its index no entries.
+Index *zIndexByref(Repository *repository, const zwchar *reference) {
+    if (!repository) return fail_args();
+    const bool head = !reference || std::u16string_view(reference) == u"HEAD";
+    if (head && zRepositoryHeadUnborn(repository)) return zIndexNew(repository);
+    Owned<Tree, zTreeFree> tree(zTreeByref(repository, head ? u"HEAD" : reference));
+    return tree ? zIndexBytree(tree.get()) : nullptr;
+}
+
+Index *zIndexBytree(Tree *tree) {
+    if (!tree) return fail_args();
+    IndexPtr index(zIndexNew(tree->owner));
+    if (!index) return nullptr;
+    int code = git_index_read_tree(index->handle.get(), tree->handle.get());
+    if (code < 0) return fail_git(code);
+    return index.release();
+}
+
+Index *zIndexDup(Index *index) {
+    if (!index) return fail_args();
+    IndexPtr copy(zIndexNew(index->owner));
+    if (!copy) return nullptr;
+    for (size_t i = 0, count = git_index_entrycount(index->handle.get()); i < count; ++i) {
+        const git_index_entry *entry = git_index_get_byindex(index->handle.get(), i);
+        int code = git_index_add(copy->handle.get(), entry);
+        if (code < 0) return fail_git(code);
+    }
+    return copy.release();
+}
+
+void zIndexFree(Index *index) {
+    if (!index) return;
+    // Changes of an operation that did not come to its end must not show in the next one.
+    if (index->dirty && index->lock && git_index_read(index->handle.get(), true) < 0)
+        git_error_clear();
+    delete index;
+}
+
+// ---- The whole
+
+bool zIndexClear(Index *index) {
+    if (!index) return fail_args();
+    int code = git_index_clear(index->handle.get());
+    if (code < 0) return fail_git(code);
+    index->names.reset();
+    return index->dirty = true;
+}
+
+bool zIndexRead(Index *index, bool force) {
+    if (!index) return fail_args();
+    int code = git_index_read(index->handle.get(), force);
+    if (code < 0) return fail_git(code);
+    index->names.reset();
+    if (force) index->dirty = false;
+    return true;
+}
+
+// What the index names is on the disk before it is; a later commit trusts its entries.
+bool zIndexWrite(Index *index) {
+    if (!index) return fail_args();
+    const zwchar *path = zRepositoryPath(index->owner);
+    if (index->dirty && !(path && (os::sync_tree(path) || fail_errno(path)))) return false;
+    return index_write(index);
+}
+
+Repository *zIndexOwner(const Index *index) {
+    if (!index) return fail_args();
+    return index->owner;
+}
+
+const zwchar *zIndexPath(const Index *index) {
+    if (!index) return fail_args();
+    return park(git_index_path(index->handle.get()));
+}
+
+bool zIndexFindPrefix(uint64_t *position, Index *index, const zwchar *prefix) try {
+    if (!position || !index || !prefix) return fail_args();
+    size_t at = 0;
+    int code = git_index_find_prefix(&at, index->handle.get(), to_utf8(prefix).c_str());
+    if (code < 0) return fail_git(code);
+    *position = at;
+    return true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zIndexWalk(Index *index, IndexCallback callback, void *context) {
+    if (!index || !callback) return fail_args();
+    for (size_t i = 0; i < git_index_entrycount(index->handle.get()); ++i)
+        if (callback(zev_entry(git_index_get_byindex(index->handle.get(), i)), context) < 0)
+            return false;
+    return true;
+}
+
+// A client that holds part of a project writes trees of blobs that it lacks: no questions asked.
+Tree *zIndexWriteTree(Index *index) {
+    if (!index) return fail_args();
+    git_oid id;
+    int code = 0;
+    {
+        StrictOff off;
+        code = git_index_write_tree_to(&id, index->handle.get(), index->owner->handle.get());
+    }
+    if (code < 0) return fail_git(code);
+    return zTreeByid(index->owner, git::oid(&id));
+}
+
+Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *author,
+                          const zwchar *message) {
+    if (!index || !author || !message) return fail_args();
+    Owned<Tree, zTreeFree> tree(zIndexWriteTree(index));
+    return tree ? commit_create(reference, author, message, tree.get()) : nullptr;
+}
+
+// ---- Asking
+
+StatusList *zIndexStatus(Index *index, PathSpec *spec) { return zStatusListBuild(index, spec); }
+
+// Unchanged files are part of a status, so a tracked one counts.
+bool zIndexIsStaged(Index *index, const zwchar *path) {
+    if (!index || !path) return fail_args();
+    Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(path, Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED));
+    if (!spec) return false;
+    Owned<StatusList, zStatusListFree> list(zStatusListBuild(index, spec.get()));
+    return list && zStatusListLength(list.get()) > 0;
+}
+
+// Conflicts are no entries to match: their sides stand at stages above 0.
+Vector *zIndexMatch(Index *index, PathSpec *spec) try {
+    if (!index) return fail_args();
+    Owned<Vector, zVectorFree> list(zVectorNewPrim(Z_TYPE_STRINGW, 0));
+    if (!list) return nullptr;
+    for (size_t i = 0, count = git_index_entrycount(index->handle.get()); i < count; ++i) {
+        const git_index_entry *entry = git_index_get_byindex(index->handle.get(), i);
+        if (git_index_entry_stage(entry) || !spec_matches(spec, entry->path)) continue;
+        if (!zVectorPush(list.get(), to_wide(entry->path).c_str())) return nullptr;
+    }
+    if (zVectorIsEmpty(list.get()) && spec_options(spec) & Z_SPEC_MUST_MATCH)
+        return zRaiseNotFound(nullptr), nullptr;
+    return list.release();
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zIndexHasConflicts(const Index *index) {
+    if (!index) return fail_args();
+    return git_index_has_conflicts(index->handle.get()) != 0;
+}
+
+bool zIndexPathIsConflict(Index *index, const zwchar *path) try {
+    if (!index || !path) return fail_args();
+    const git_index_entry *ancestor, *ours, *theirs;
+    return git_index_conflict_get(&ancestor, &ours, &theirs, index->handle.get(),
+                                  to_utf8(path).c_str()) == 0;
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,163 @@
+// Staging what a spec selects: zIndexAdd with a report per file, zIndexRefresh without.
+#include "objects/work/index.hpp"
+
+#include "common/utf.hpp"
+#include "objects/notify/notify.hpp"
+#include "objects/store/bulk.hpp"
+#include "objects/work/status.hpp"
+#include "system/os.hpp"
+#include "zev/drawing.h"
+#include "zev/path.h"
+#include "zev/str.h"
+
+#include <string_view>
+
+using namespace zev;
+
+namespace {
+
+// A copied drawing is given a table of its own before it is staged; never through a link.
+void confirm_drawing(const Repository *repository, const char *path, const zwchar *wide) {
+    const zwchar *extension = zPathFindExt(wide);
+    struct stat status;
+    if (!extension || !zStrcasesameW(extension, u".dwx")) return;
+    const std::u16string full = full_path(repository, path);
+    if (!os::lstat(full.c_str(), &status) || !S_ISREG(status.st_mode)) return;
+    if (zDrawingDetect(nullptr, full.c_str())) zDrawingConfirmTableBackwardRef(full.c_str());
+}
+
+class Adding {
+  public:
+    Adding(Index *index, PathSpec *spec, const Notify *notify)
+        : index_(index), spec_(spec), notify_(notify), stager_(index, notify) {}
+
+    bool compare(uint32_t flags);
+    bool add(); // with reports
+    bool refresh();
+
+  private:
+    template <class F> bool in_bulk(F work);
+    bool add_all();
+    bool refresh_all(); // tracked files only
+    size_t count() const { return git_diff_num_deltas(diff_.get()); }
+    bool add_one(const char *path);
+
+    Index *index_;
+    PathSpec *spec_;
+    const Notify *notify_;
+    Stager stager_;
+    git::Diff diff_;
+};
+
+// What differs between index and work directory, in the order of paths: entering them so never
+// moves an entry that was entered before.
+bool Adding::compare(uint32_t flags) {
+    git_diff_options how;
+    git_diff_options_init(&how, GIT_DIFF_OPTIONS_VERSION);
+    how.flags = flags | GIT_DIFF_INCLUDE_TYPECHANGE;
+    DiffLimit limit(spec_, how);
+    limit.narrow(index_->owner, index_->handle.get(), nullptr);
+    int code = git_diff_index_to_workdir(out(diff_), index_->owner->handle.get(),
+                                         index_->handle.get(), &how);
+    if (limit.thrown()) return fail_memory();
+    return code < 0 ? fail_git(code) : true;
+}
+
+// Whatever was entered must be in the store, even if the operation fails later on.
+template <class F> bool Adding::in_bulk(F work) {
+    auto bulk = BulkWriter::begin(index_->owner);
+    if (!bulk) return false;
+    const bool done = work();
+    return bulk->finish() && done;
+}
+
+bool Adding::add() {
+    return in_bulk([this] { return add_all(); });
+}
+
+bool Adding::add_all() {
+    for (size_t i = 0; i < count(); ++i) {
+        if (zNotifyIsUsrbrk(notify_)) return zRaiseCanceled(nullptr), false;
+        if (!add_one(git_diff_get_delta(diff_.get(), i)->new_file.path)) return false;
+    }
+    return true;
+}
+
+bool Adding::add_one(const char *path) {
+    const std::u16string wide = to_wide(path);
+    confirm_drawing(index_->owner, path, wide.c_str());
+    Staging done = stager_.stage(path);
+    if (done == Staging::directory) {
+        // A submodule that is tracked follows its head; other repositories are not ours.
+        const auto *known = git_index_get_bypath(index_->handle.get(), path, 0);
+        if (known && known->mode == GIT_FILEMODE_COMMIT)
+            done = stage_named(index_, stager_, path) ? Staging::staged : Staging::failed;
+    }
+    if (done == Staging::failed) return false;
+    const bool added = done == Staging::staged;
+    notify_action(notify_, added ? u"action.sAdded" : u"action.sSkipped", wide.c_str());
+    return true;
+}
+
+bool Adding::refresh() {
+    return in_bulk([this] { return refresh_all(); });
+}
+
+bool Adding::refresh_all() {
+    for (size_t i = 0; i < count(); ++i) {
+        const char *path = git_diff_get_delta(diff_.get(), i)->new_file.path;
+        const Staging done = stager_.stage(path);
+        if (done == Staging::failed) return false;
+        if (done == Staging::missing && !index_drop(index_, path)) return false;
+        if (done == Staging::directory) {
+            const auto *known = git_index_get_bypath(index_->handle.get(), path, 0);
+            const bool link = known && known->mode == GIT_FILEMODE_COMMIT;
+            if (link ? !stage_named(index_, stager_, path) : !index_drop(index_, path))
+                return false;
+        }
+    }
+    return true;
+}
+
+// The matcher is made here, before anybody is told of a start.
+bool has_patterns(PathSpec *spec) {
+    if (zPathSpecCount(spec) == 0) return zRaiseNotFound(nullptr), false;
+    spec_matcher(spec);
+    return true;
+}
+
+// The reason of a failure stays; the operation's word goes before it unless a path does.
+bool end_failed(const Notify *notify) {
+    if (zErrorClass() == 6) return notify_cancel(notify), false;
+    if (!*zErrorMsg()) zSetErrorMsg(u"%s", word(u"action.sAborted"));
+    return notify_abort(notify), false;
+}
+
+} // namespace
+
+bool zIndexAdd(Index *index, PathSpec *spec) try {
+    if (!index || !spec) return fail_args();
+    if (!has_patterns(spec)) return false;
+    const Notify *notify = spec->notify;
+    notify_start(notify, u"action.sAdd");
+    try {
+        Adding adding(index, spec, notify);
+        if (!adding.compare(GIT_DIFF_INCLUDE_UNTRACKED | GIT_DIFF_RECURSE_UNTRACKED_DIRS) ||
+            !adding.add())
+            return end_failed(notify);
+    } catch (...) {
+        return fail_thrown(), end_failed(notify);
+    }
+    return notify_done(notify), true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zIndexRefresh(Index *index, PathSpec *spec) try {
+    if (!index || !spec) return fail_args();
+    if (!has_patterns(spec)) return false;
+    Adding refreshing(index, spec, nullptr);
+    return refreshing.compare(0) && refreshing.refresh();
+} catch (...) {
+    return fail_thrown();
+}

@@ -1,0 +1,25 @@
+// What a crash left locked.
+#pragma once
+
+#include "objects/store/repository.hpp"
+#include "zev/transaction.h"
+
+#include <string>
+#include <vector>
+
+namespace zev {
+
+using TransactionPtr = Owned<Transaction, zTransactionFree>;
+
+// The files among index, HEAD and references beside which a lock file stands, be it held or left.
+// May throw.
+std::vector<std::u16string> left_locked(Repository *repository);
+
+// Whether a file is what the lock file beside it keeps, or that keeps nothing. May throw.
+bool is_put_back(const std::u16string &target);
+
+// Deletes the copy of a reference (HEAD means its branch) that a process left which died: before
+// the reference moves, so that no recovery takes it back. One that is held stays. May throw.
+void drop_left_copy(Repository *repository, const zwchar *reference);
+
+} // namespace zev

@@ -1,0 +1,75 @@
+// A tree is put together as an index in memory and written in one step, at any depth.
+#include "objects/work/treebuilder.hpp"
+#include "common/pathname.hpp"
+#include "common/utf.hpp"
+#include "objects/store/strict.hpp"
+#include "objects/store/tree.hpp"
+#include "zev/tree.h"
+
+#include <new>
+#include <string>
+
+using namespace zev;
+
+TreeBuilder *zTreeBuilderNew(Repository *repository, Tree *base) {
+    if (!repository) return fail_args();
+    Owned<Index, zIndexFree> index(base ? zIndexBytree(base) : zIndexNew(repository));
+    if (!index) return nullptr;
+    auto *builder = new (std::nothrow) TreeBuilder{std::move(index), repository};
+    return builder ? builder : fail_memory();
+}
+
+void zTreeBuilderFree(TreeBuilder *builder) { delete builder; }
+
+bool zTreeBuilderExists(TreeBuilder *builder, const zwchar *path) try {
+    if (!builder || !path) return fail_args();
+    return git_index_get_bypath(builder->index->handle.get(), to_utf8(path).c_str(), 0) != nullptr;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zTreeBuilderInsert(TreeBuilder *builder, const zwchar *path, const Oid *id) try {
+    if (!builder || !path || !id) return fail_args();
+    std::string name = to_utf8(path);
+    if (!check_path(name)) return false;
+    git_index_entry entry{};
+    entry.mode = GIT_FILEMODE_BLOB;
+    entry.id = *git::oid(id);
+    entry.path = name.c_str();
+    int code = git_index_add(builder->index->handle.get(), &entry);
+    return code < 0 ? fail_git(code) : true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zTreeBuilderRemove(TreeBuilder *builder, const zwchar *path) try {
+    if (!builder || !path) return fail_args();
+    int code = git_index_remove_bypath(builder->index->handle.get(), to_utf8(path).c_str());
+    return code < 0 ? fail_git(code) : true;
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zTreeBuilderRmdir(TreeBuilder *builder, const zwchar *path) try {
+    if (!builder || !path) return fail_args();
+    int code = git_index_remove_directory(builder->index->handle.get(), to_utf8(path).c_str(), 0);
+    return code < 0 ? fail_git(code) : true;
+} catch (...) {
+    return fail_thrown();
+}
+
+uint64_t zTreeBuilderEntryCount(TreeBuilder *builder) {
+    if (!builder) return fail_args(), uint64_t{0};
+    return git_index_entrycount(builder->index->handle.get());
+}
+
+Tree *zTreeBuilderWrite(TreeBuilder *builder, Repository *repository) {
+    if (!builder || !repository) return fail_args();
+    git_oid id;
+    int code;
+    {
+        StrictOff partial;
+        code = git_index_write_tree_to(&id, builder->index->handle.get(), repository->handle.get());
+    }
+    return code < 0 ? fail_git(code) : zTreeByid(repository, git::oid(&id));
+}
