@@ -34,9 +34,9 @@ bool find_keep(WorkPath *out, Repository *repository, const zwchar *directory) {
     if (!directory) return fail_args();
     const std::u16string keep = std::u16string(directory).append(u"/").append(kKeepFile);
     if (!work_path(out, repository, keep.c_str())) return false;
-    if (out->relative == kKeepFile) return zRaiseInvalidArgs(u"%s", directory), fail_raised();
+    if (out->relative == kKeepFile) return logged(raise_args(directory));
     if (out->full.size() < Z_PATH_MAX - 1) return true;
-    return errno = ENAMETOOLONG, fail_errno(directory);
+    return fail_os(ENAMETOOLONG, directory);
 }
 
 // One level; what is there may be a directory.
@@ -69,7 +69,7 @@ bool add_to(PathSpec *spec, std::u16string_view path) {
     std::u16string name(path);
     if (name.back() == u'/') {
         name += kKeepFile;
-        if (name.size() >= Z_PATH_MAX) return zRaiseInvalidArgs(u"%s", name.c_str()), fail_raised();
+        if (name.size() >= Z_PATH_MAX) return logged(raise_args(name));
     }
     return zPathSpecAdd(spec, name.c_str());
 }

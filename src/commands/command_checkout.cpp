@@ -51,9 +51,9 @@ CommitPtr find_commit(Repository *repository, const Oid *revision) {
 // It may name a link, which is replaced, but not lie behind one.
 bool find_target(WorkPath *out, Repository *repository, const zwchar *target) {
     if (!work_path(out, repository, target)) return false;
-    if (out->relative.empty()) return zRaiseInvalidArgs(u"%s", target), fail_raised();
+    if (out->relative.empty()) return logged(raise_args(target));
     if (out->full.size() < Z_PATH_MAX) return true;
-    return errno = ENAMETOOLONG, fail_errno(target);
+    return fail_os(ENAMETOOLONG, target);
 }
 
 int32_t export_file(Repository *repository, const Oid *revision, const zwchar *path,

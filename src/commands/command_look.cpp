@@ -61,7 +61,7 @@ bool zCommandList(const zwchar *workdir, const zwchar *directory, CommandListing
     if (!connection) return false;
     if (!callback) return fail_args();
     const Node *node = find_node(connection->root.get(), zStrsafeW(directory));
-    if (!node || !node->is(kDirectory)) return zRaiseNotFound(u"%s", zStrsafeW(directory)), false;
+    if (!node || !node->is(kDirectory)) return raise_not_found(zStrsafeW(directory));
     for (const auto &child : node->children)
         if (!tell_node(*child, callback, context)) break;
     return true;

@@ -130,7 +130,6 @@ int32_t raise_system(const zwchar *format, ...) {
     return raised;
 }
 
-Failure fail_errno(const zwchar *path) { return as_failure(raise_errno, path); }
 Failure fail_system(const zwchar *path) { return as_failure(raise_system, path); }
 
 } // namespace zev

@@ -5,6 +5,8 @@
 
 #include "common/failure.hpp"
 
+#include <cerrno>
+
 namespace zev {
 
 enum class Err : int32_t {
@@ -80,7 +82,7 @@ int32_t raise_errno(const zwchar *format, ...);
 int32_t raise_system(const zwchar *format, ...);
 
 // The same with a path as message, as a failure value; not logged.
-Failure fail_errno(const zwchar *path = nullptr);
+inline Failure fail_errno(About path = {}) { return fail_os(errno, path); }
 Failure fail_system(const zwchar *path = nullptr);
 
 } // namespace zev

@@ -12,6 +12,17 @@ namespace {
 
 enum { kCritical = 2, kError = 3, kFacilityZev = 4 };
 
+template <class F> Failure raise(F raiser, About what) {
+    if (what.narrow) {
+        raiser(u"%hs", what.narrow);
+    } else if (what.wide) {
+        raiser(u"%s", what.wide);
+    } else {
+        raiser(nullptr);
+    }
+    return {};
+}
+
 } // namespace
 
 void log_raised(int level, Here at) {
@@ -39,10 +50,26 @@ Failure fail_raised(Here at) {
     return {};
 }
 
-Failure fail_std(int host_errno) {
-    zRaiseStdErr(static_cast<int32_t>(err_from_host(host_errno)), nullptr);
-    return {};
+Failure fail_os(int host_errno, About what) {
+    const auto code = static_cast<int32_t>(err_from_host(host_errno));
+    return raise([&](auto... text) { zRaiseStdErr(code, text...); }, what);
 }
+
+Failure raise_not_found(About what) { return raise(zRaiseNotFound, what); }
+Failure raise_exists(About what) { return raise(zRaiseAlreadyExists, what); }
+Failure raise_range(About what) { return raise(zRaiseOutOfRange, what); }
+Failure raise_canceled() { return raise(zRaiseCanceled, {}); }
+Failure raise_locked(About what) { return raise(zRaiseLocked, what); }
+Failure raise_kvdb(About what) { return raise(zRaiseKvdbErr, what); }
+Failure raise_uv(int code) { return zRaiseUvErr(code, nullptr), Failure{}; }
+Failure raise_net(int code, const zwchar *reason) {
+    return zRaiseNetErr(code, reason, nullptr), Failure{};
+}
+Failure raise_args(About what) { return raise(zRaiseInvalidArgs, what); }
+
+KeptFailure::KeptFailure()
+    : class_(zErrorClass()), code_(zErrorCode()), message_(zErrorMsg()), reason_(zErrorReason()) {}
+KeptFailure::~KeptFailure() { zRaiseError(class_, code_, message_.c_str(), reason_.c_str()); }
 
 Failure fail_thrown(Here at) {
     try {

@@ -524,7 +524,7 @@ bool zVectorRemoveAll(Vector *vector) {
 
 bool zVectorSort(Vector *vector) {
     if (!valid(vector)) return fail_args();
-    if (!vector->descriptor->compare) return fail_std(ENOTSUP);
+    if (!vector->descriptor->compare) return fail_os(ENOTSUP);
     sort(vector);
     vector->sorted = true;
     return true;
@@ -532,7 +532,7 @@ bool zVectorSort(Vector *vector) {
 
 int64_t zVectorSearch(Vector *vector, ...) {
     if (!valid(vector)) return fail_args(), -1;
-    if (!vector->descriptor->compare) return fail_std(ENOTSUP), -1;
+    if (!vector->descriptor->compare) return fail_os(ENOTSUP), -1;
     va_list arguments;
     va_start(arguments, vector);
     Value key = read_argument(vector, arguments);

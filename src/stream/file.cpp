@@ -61,7 +61,7 @@ Stream *zTempStream(void) {
 
 Stream *zev::temp_stream() {
     FILE *file = os::temp_file();
-    return file ? over(file, true) : fail_std(errno);
+    return file ? over(file, true) : fail_os(errno);
 }
 
 uint64_t zFileStreamRead(Stream *stream, void *buffer, uint64_t count) {

@@ -41,22 +41,22 @@ bool zStreamFlush(Stream *stream) {
 
 int64_t zStreamTell(Stream *stream) {
     if (!stream) return fail_args(), -1;
-    return stream->tell ? stream->tell(stream) : (fail_std(ENOTSUP), -1);
+    return stream->tell ? stream->tell(stream) : (fail_os(ENOTSUP), -1);
 }
 
 bool zStreamSeek(Stream *stream, int64_t offset, int32_t whence) {
     if (!stream) return fail_args();
-    return stream->seek ? stream->seek(stream, offset, whence) : fail_std(ENOTSUP);
+    return stream->seek ? stream->seek(stream, offset, whence) : fail_os(ENOTSUP);
 }
 
 bool zStreamRewind(Stream *stream) {
     if (!stream) return fail_args();
-    return stream->rewind ? stream->rewind(stream) : fail_std(ENOTSUP);
+    return stream->rewind ? stream->rewind(stream) : fail_os(ENOTSUP);
 }
 
 uint64_t zStreamSize(Stream *stream) {
     if (!stream) return fail_args(), 0;
-    return stream->size ? stream->size(stream) : (fail_std(ENOTSUP), 0);
+    return stream->size ? stream->size(stream) : (fail_os(ENOTSUP), 0);
 }
 
 namespace {

@@ -22,7 +22,7 @@ Share *fail_open(const zwchar *path) {
     const int kept = errno;
     const bool locked = kept == EAGAIN || kept == EACCES || kept == EEXIST;
     if (locked)
-        zRaiseLocked(u"%s", path);
+        raise_locked(path);
     else
         fail_errno(path);
     errno = kept;

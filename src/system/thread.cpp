@@ -67,10 +67,7 @@ struct ThreadEnd {
 };
 thread_local ThreadEnd thread_end;
 
-bool uv_failed(int code) {
-    zRaiseUvErr(code, nullptr);
-    return false;
-}
+bool uv_failed(int code) { return raise_uv(code); }
 
 } // namespace
 

@@ -128,7 +128,7 @@ bool zTimeParseGlobal(Time *out, const zwchar *text, const zwchar *format) try {
     int64_t seconds;
     if (os::parse_time(to_utf8(text), to_utf8(format).c_str(), &seconds))
         return zTimeMake(out, seconds, 0) != nullptr;
-    zRaiseInvalidArgs(nullptr);
+    raise_args();
     return false;
 } catch (...) {
     return fail_thrown();

@@ -213,7 +213,7 @@ ConflictList *zConflictMatch(Index *index, PathSpec *spec) try {
     if (!index) return fail_args();
     ListPtr list = read_conflicts(index, spec);
     if (list && zVectorIsEmpty(list.get()) && spec_options(spec) & Z_SPEC_MUST_MATCH)
-        return zRaiseNotFound(nullptr), nullptr;
+        return raise_not_found();
     return list.release();
 } catch (...) {
     return fail_thrown();

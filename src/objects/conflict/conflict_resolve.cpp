@@ -156,7 +156,7 @@ bool Resolving::use_ours(const ConflictNode &node) {
 
 // A partial client may lack the blob, and a repository within the repository has none.
 bool Resolving::can_check_out(const ConflictNode &node, const ConflictSide &side) {
-    if (!side.entry) return zRaiseNotFound(u"%hs", side.path()), false;
+    if (!side.entry) return raise_not_found(side.path());
     return check_path(side.path()) && writer_.has(git_entry(side.entry.get())->id) &&
            is_free(node, side.path());
 }
@@ -170,7 +170,7 @@ bool Resolving::is_free(const ConflictNode &node, const char *path) {
         const char *name = git_index_get_byindex(index_->handle.get(), i)->path;
         fold_path(other, name);
         if (other != wanted || std::string_view(name) == path || node.ours.find(name)) continue;
-        return zRaiseAlreadyExists(u"%hs", path), false;
+        return raise_exists(path);
     }
     return true;
 }
@@ -216,7 +216,7 @@ bool Resolving::keep_ours(const ConflictNode &node, const ConflictSide &side) {
 // link, since the conflict was shown.
 bool Resolving::stage_file(const ConflictSide &side) {
     const git_index_entry &ours = *git_entry(side.entry.get());
-    if (!entry_on_disk(index_, ours)) return zRaiseNotFound(u"%hs", ours.path), false;
+    if (!entry_on_disk(index_, ours)) return raise_not_found(ours.path);
     if (!stager_) stager_.emplace(index_);
     if (!stage_named(index_, *stager_, ours.path)) return false;
     const auto *staged = git_index_get_bypath(index_->handle.get(), ours.path, 0);

@@ -270,7 +270,7 @@ bool encode_drawing(const Drawing &drawing, std::vector<uint8_t> &bytes) {
     for (const char *name : kNames) offset += 8 + strlen(name);
     uint64_t total = offset;
     for (uint64_t size : sizes) total += size;
-    if (total > UINT32_MAX) return zRaiseOutOfRange(nullptr), false;
+    if (total > UINT32_MAX) return raise_range();
 
     Encoder out(total);
     out.raw(kMagic, sizeof kMagic);
@@ -355,7 +355,7 @@ bool zDrawingWrite(Drawing *drawing, const zwchar *path) try {
     if (!drawing || !path) return fail_args();
     std::vector<uint8_t> bytes;
     if (!encode_drawing(*drawing, bytes)) return false;
-    if (zPathExists(path) && !zPathFileWritable(path)) return errno = EACCES, fail_errno(path);
+    if (zPathExists(path) && !zPathFileWritable(path)) return fail_os(EACCES, path);
     if (!sync_rows(path)) return false;
     return os::replace_file(path, bytes.data(), bytes.size()) || fail_errno(path);
 } catch (...) {

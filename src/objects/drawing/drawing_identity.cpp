@@ -156,7 +156,7 @@ bool drawing_is_complete(Table *table, const Drawing *drawing, const zwchar *pat
     const auto missing = missing_keys(table, keys);
     if (!missing) return false;
     if (zVectorIsEmpty(missing.get())) return true;
-    return zRaiseNotFound(u"%s", path), false;
+    return raise_not_found(path);
 }
 
 } // namespace zev
@@ -165,7 +165,7 @@ using namespace zev;
 
 bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path) try {
     if (!table || !path) return fail_args();
-    if (zStrlenW(path) >= Z_PATH_MAX) return fail_std(ENAMETOOLONG); // never cut
+    if (zStrlenW(path) >= Z_PATH_MAX) return fail_os(ENAMETOOLONG); // never cut
     zwchar stored[Z_PATH_MAX];
     if (!(base ? relative_to(stored, path, base) : zPathReplaceBackslash(stored, path)))
         return false;

@@ -29,13 +29,7 @@
 
 namespace zev {
 
-Failure fail_store(const char *text) {
-    if (text)
-        zRaiseKvdbErr(u"%hs", text);
-    else
-        zRaiseKvdbErr(nullptr);
-    return {};
-}
+Failure fail_store(const char *text) { return raise_kvdb(text); }
 
 namespace {
 
@@ -60,7 +54,7 @@ bool is_tag_key(const void *key, uint64_t length) {
 bool table_path(zwchar *path, Repository *repository, const Oid *id) {
     const zwchar *root = zRepositoryPath(repository);
     if (!root) return false;
-    if (zStrlenW(root) + kTablePathTail >= Z_PATH_MAX) return fail_std(ENAMETOOLONG);
+    if (zStrlenW(root) + kTablePathTail >= Z_PATH_MAX) return fail_os(ENAMETOOLONG);
     return zPathBuild(path, root, u"tables", kEnd) && zOidPathAppend(path, id);
 }
 
@@ -223,7 +217,7 @@ Table *zTableOpen(const zwchar *path, bool create) try {
     if (!path || !*path) return fail_args();
     const std::string utf8 = to_utf8(path);
     if (zStrlenW(path) + std::size(kLockName) >= Z_PATH_MAX || utf8.size() >= kUtf8PathMax)
-        return fail_std(ENAMETOOLONG);
+        return fail_os(ENAMETOOLONG);
     TablePtr table{new Table};
     table->path.reset(zStrdupW(path));
     if (!table->path || !prepare_directory(path, utf8, create)) return nullptr;

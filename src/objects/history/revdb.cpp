@@ -43,9 +43,9 @@ using File = Owned<FILE, fclose>;
 
 Lookup refused(const zwchar *path) {
     if (errno == ENOENT || (errno == EACCES && !is_record(path))) // a directory can't be opened
-        return zRaiseNotFound(u"%s", path), Lookup::missing;
+        return raise_not_found(path), Lookup::missing;
     if (errno == EACCES)
-        zRaiseLocked(u"%s", path);
+        raise_locked(path);
     else
         fail_errno(path);
     return Lookup::failed;
@@ -57,7 +57,7 @@ Lookup read_record(const zwchar *path, std::string &bytes) {
     const File file(os::open(path, u"rb"));
     struct stat status;
     if (!file || !os::fd_stat(fileno(file.get()), &status)) return refused(path);
-    if (!S_ISREG(status.st_mode)) return zRaiseNotFound(u"%s", path), Lookup::missing;
+    if (!S_ISREG(status.st_mode)) return raise_not_found(path), Lookup::missing;
     if (!os::share_readable(fileno(file.get()))) return refused(path);
     const auto size = static_cast<uint64_t>(status.st_size);
     if (size > limits::record_bytes) return fail_args(), Lookup::damaged;

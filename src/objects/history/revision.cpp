@@ -38,8 +38,7 @@ void find_changes(Revision *revision) {
 // The entry of a name in a tree, loaded; null with libgit2's error.
 git::Object entry_object(const git::Object &tree, std::string_view name) {
     git::Object object;
-    if (git_object_type(tree.get()) != GIT_OBJECT_TREE)
-        return zRaiseNotFound(nullptr), git::Object();
+    if (git_object_type(tree.get()) != GIT_OBJECT_TREE) return raise_not_found(), git::Object();
     auto *handle = reinterpret_cast<git_tree *>(tree.get());
     const git_tree_entry *entry = git_tree_entry_byname(handle, std::string(name).c_str());
     if (!entry) return fail_git(GIT_ENOTFOUND), git::Object();
@@ -98,7 +97,7 @@ DiffList *zRevisionMatch(Revision *revision, PathSpec *paths) try {
     if (!changes) return nullptr;
     if (!paths) return diff_list_dup(changes).release();
     DiffListPtr list = diff_list_filtered(changes, paths);
-    if (!list) zRaiseNotFound(nullptr);
+    if (!list) raise_not_found();
     return list.release();
 } catch (...) {
     return fail_thrown();

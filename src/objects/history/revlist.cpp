@@ -39,7 +39,7 @@ class History {
     // An empty result may count as a failure.
     bool accept(bool empty) const {
         if (!empty || !(spec_->options & Z_REV_MUST_MATCH)) return true;
-        return zRaiseNotFound(nullptr), false;
+        return raise_not_found();
     }
 
   private:
@@ -77,8 +77,7 @@ bool History::prepare() {
 bool History::follow(BranchPtr branch) {
     if (!(spec_->options & Z_REV_STAY))
         if (BranchPtr upstream{zBranchUpstream(branch.get())}) branch = std::move(upstream);
-    if (!is_local(branch.get()))
-        return zRaiseStdErr(static_cast<int32_t>(Err::notsup), nullptr), false;
+    if (!is_local(branch.get())) return fail_os(ENOTSUP);
     if (const Oid *id = zBranchResolve(branch.get()))
         start_ = *id;
     else if (!zBranchUnborn(branch.get()))
@@ -107,7 +106,7 @@ template <class Take> bool History::walk(Take take) {
     if (!start_) return true;
     git_oid id = *git::oid(&*start_);
     for (Commit commit{nullptr, repository_};;) {
-        if (zNotifyIsUsrbrk(spec_->notify)) return zRaiseCanceled(nullptr), false;
+        if (zNotifyIsUsrbrk(spec_->notify)) return raise_canceled();
         if (!load(commit.handle, &id)) return false;
         const git_oid *parent = git_commit_parent_id(commit.handle.get(), 0);
         if (parent) id = *parent;

@@ -71,7 +71,7 @@ bool Checkout::find_target() {
     const Oid *id = zCheckSpecTarget(spec_.get());
     if (!id && base_commit_) id = zCommitId(base_commit_.get());
     if (id) target_.reset(zObjectByid(repository_, id, Z_OBJECT_ANY));
-    if (!id) zRaiseNotFound(nullptr);
+    if (!id) raise_not_found();
     return target_ || tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
 }
 
@@ -109,7 +109,7 @@ bool Checkout::walk() {
         if (zNotifyIsUsrbrk(notify_)) return canceled_ = true;
         if (!force() && step.status != Z_KIND_ADDED && step.status != Z_KIND_MODIFIED &&
             step.status != Z_KIND_DELETED)
-            return zRaiseInvalidArgs(u"%s", step.wide.c_str()), false;
+            return raise_args(step.wide);
         const zwchar *told = apply(step);
         if (!notify_) continue;
         if (told) notify_action(notify_, told, step.wide.c_str());
@@ -195,12 +195,10 @@ bool Checkout::commit(Tree *tree) {
 
 // Why it failed is told: what putting things back raises doesn't take its place.
 void Checkout::roll_back() {
-    const int32_t error_class = zErrorClass(), code = zErrorCode();
-    const std::u16string message = zErrorMsg(), reason = zErrorReason();
+    const KeptFailure kept;
     const bool undone = !transaction_ || zTransactionRollback(transaction_.get());
     if (!undone) log_raised(kWarning);
     forget();
-    zRaiseError(error_class, code, message.c_str(), reason.c_str());
 }
 
 // libgit2 has one index for a repository: what was staged and isn't written must not show in it.

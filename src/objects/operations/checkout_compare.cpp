@@ -87,7 +87,7 @@ bool TreePairs::meet(Entry base, Entry target, const std::string &directory) {
         if (spec_matches(spec_, path)) add(std::move(path), base, target);
         return true;
     }
-    if (path.size() > kLongestDirectory) return errno = ENAMETOOLONG, fail_errno();
+    if (path.size() > kLongestDirectory) return fail_os(ENAMETOOLONG);
     git::Tree base_tree, target_tree;
     return open(base_tree, base) && open(target_tree, target) &&
            walk(base_tree.get(), target_tree.get(), path + "/");

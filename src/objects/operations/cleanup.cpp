@@ -93,7 +93,7 @@ bool Cleanup::remove(const StatusList *list) {
     }
     TrashBatch batch(repository_, is(Z_CLEANUP_USE_TRASH) ? paths : std::vector<std::u16string>{});
     for (const std::u16string &path : paths) {
-        if (zNotifyIsUsrbrk(notify_)) return zRaiseCanceled(nullptr), false;
+        if (zNotifyIsUsrbrk(notify_)) return raise_canceled();
         if (take(batch, path.c_str())) {
             notify_action(notify_, u"action.sDeleted", path.c_str());
             continue;

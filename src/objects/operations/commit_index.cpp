@@ -155,7 +155,7 @@ bool PartialCommit::find_changes() {
             return 0;
         });
     if (!changes_.empty()) return true;
-    zRaiseNotFound(u"%s", word(u"odb.eNoChangesToCommit"));
+    raise_not_found(word(u"odb.eNoChangesToCommit"));
     return false;
 }
 
@@ -199,8 +199,7 @@ bool PartialCommit::check_kinds() const {
         const bool known = is_gone(change) || change.kind == Z_KIND_ADDED ||
                            change.kind == Z_KIND_MODIFIED || change.kind == Z_KIND_IGNORED ||
                            change.kind == Z_KIND_UNTRACKED;
-        if (!known)
-            return zRaiseInvalidArgs(u"%hs (%s)", change.path.c_str(), name_of(change)), false;
+        if (!known) return raise_args(to_wide(change.path) + u" (" + name_of(change) + u")");
     }
     return true;
 }
@@ -281,11 +280,9 @@ TreePtr PartialCommit::build_tree() {
 // The index's file as it was; the failure that led here stays the one that is told. Freeing the
 // index reads what then stands there.
 void put_back(Index *index) {
-    const int32_t error_class = zErrorClass(), code = zErrorCode();
-    const std::u16string message = zErrorMsg(), reason = zErrorReason();
+    const KeptFailure kept;
     const bool undone = zFlockUndo(index->lock.get());
     if (!undone) log_raised(kWarning);
-    zRaiseError(error_class, code, message.c_str(), reason.c_str());
     index->written = !undone;
     index->dirty = true;
 }

@@ -98,7 +98,7 @@ bool Removing::list_status() {
 
 bool Removing::is_stopped() {
     if (!zNotifyIsUsrbrk(notify_)) return false;
-    zRaiseCanceled(nullptr);
+    raise_canceled();
     return canceled_ = true;
 }
 

@@ -76,12 +76,11 @@ bool Renaming::find() {
 // side yet.
 bool Renaming::can_enter() {
     if (!conflict_.empty())
-        return zRaiseInvalidArgs(u"%hs (%s)", conflict_.c_str(), zStatusName(Z_KIND_CONFLICTED)),
-               false;
+        return raise_args(to_wide(conflict_) + u" (" + zStatusName(Z_KIND_CONFLICTED) + u")");
     for (const Moved &moved : moved_) {
         const std::string path = target(moved);
         if (!check_path(path)) return false;
-        if (index_has_twin(index_, path)) return zRaiseAlreadyExists(u"%hs", path.c_str()), false;
+        if (index_has_twin(index_, path)) return raise_exists(path);
     }
     return true;
 }

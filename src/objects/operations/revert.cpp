@@ -70,7 +70,7 @@ bool HeadTree::find(git_index_entry *entry) {
     const char *name = entry->path + (slash == path.npos ? 0 : slash + 1);
     const git_tree_entry *found = tree ? git_tree_entry_byname(tree, name) : nullptr;
     if (!found || git_tree_entry_type(found) != GIT_OBJECT_BLOB)
-        return zRaiseNotFound(u"%hs", entry->path), false;
+        return raise_not_found(entry->path);
     entry->id = *git_tree_entry_id(found);
     entry->mode = static_cast<uint32_t>(git_tree_entry_filemode(found));
     return true;
@@ -179,7 +179,7 @@ class Reverting {
 
 bool Reverting::is_stopped() {
     if (!zNotifyIsUsrbrk(notify_)) return false;
-    zRaiseCanceled(nullptr);
+    raise_canceled();
     return true;
 }
 
@@ -361,7 +361,7 @@ bool Reverting::restore(const Item &item) {
 bool Reverting::can_enter(const Item &item) {
     if (git_index_get_bypath(index_->handle.get(), item.path.c_str(), 0)) return true;
     if (!index_has_twin(index_, item.path)) return true;
-    return zRaiseAlreadyExists(u"%hs", item.path.c_str()), false;
+    return raise_exists(item.path);
 }
 
 // The blob is in the store before anything makes way for it.

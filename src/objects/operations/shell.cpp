@@ -19,10 +19,7 @@ template <class F> bool change(Repository *repository, F operation) {
 }
 
 // A working copy without a server says so; where there is one, nobody is here to speak to it.
-Failure fail_no_client() {
-    zRaiseNetErr(-1, u"this library has no client for a server", nullptr);
-    return {};
-}
+Failure fail_no_client() { return raise_net(-1, u"this library has no client for a server"); }
 
 bool open_remote(Repository *repository) {
     git::Remote remote;

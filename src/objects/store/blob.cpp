@@ -36,7 +36,7 @@ struct FileWriter : git_writestream {
 bool write_blob(FILE *file, const Blob *blob, git_filter_list *filters) {
     FileWriter writer(file);
     int code = git_filter_list_stream_blob(filters, blob->handle.get(), &writer);
-    if (writer.error) return fail_std(writer.error);
+    if (writer.error) return fail_os(writer.error);
     return code < 0 ? fail_git(code) : true;
 }
 
@@ -56,7 +56,7 @@ bool replace_with(const Blob *blob, const zwchar *path, git_filter_list *filters
 // The file as the mode says, for modes that keep what it holds.
 bool write_into(const Blob *blob, const zwchar *path, const zwchar *mode) {
     struct stat status;
-    if (os::lstat(path, &status) && S_ISLNK(status.st_mode)) return errno = ELOOP, fail_errno(path);
+    if (os::lstat(path, &status) && S_ISLNK(status.st_mode)) return fail_os(ELOOP, path);
     Owned<FILE, fclose> file(os::open(path, mode));
     if (!file) return fail_errno(path);
     if (!write_blob(file.get(), blob, nullptr)) return false;
@@ -74,7 +74,7 @@ bool make_way(std::u16string full, size_t root) {
                 return fail_errno(directory.c_str());
             if (!os::lstat(directory.c_str(), &status)) return fail_errno(directory.c_str());
         }
-        if (!S_ISDIR(status.st_mode)) return errno = ENOTDIR, fail_errno(directory.c_str());
+        if (!S_ISDIR(status.st_mode)) return fail_os(ENOTDIR, directory.c_str());
     }
     return true;
 }
@@ -120,7 +120,7 @@ bool zBlobCheckout(Blob *blob, const zwchar *path) try {
     const std::string name = to_utf8(relative);
     if (!check_path(name)) return false;
     std::u16string full = std::u16string(root) + relative;
-    if (full.size() >= Z_PATH_MAX - 1) return errno = ENAMETOOLONG, fail_errno(full.c_str());
+    if (full.size() >= Z_PATH_MAX - 1) return fail_os(ENAMETOOLONG, full.c_str());
     if (!make_way(full, zStrlenW(root))) return false;
     FilterList filters;
     int code =

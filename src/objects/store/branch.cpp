@@ -75,7 +75,7 @@ bool zBranchInit(Repository *repository, const zwchar *branch, const zwchar *rem
                  const zwchar *merge) try {
     if (!repository || !branch || !remote || !merge) return fail_args();
     git::Config config = local_config(repository->handle.get());
-    if (!config) return zRaiseNotFound(nullptr), false;
+    if (!config) return raise_not_found();
     Lock lock = lock_config(repository->handle.get());
     if (!lock) return true; // like a write that fails
     git_config_set_string(config.get(), key(branch, "remote").c_str(), to_utf8(remote).c_str());
@@ -94,8 +94,7 @@ Branch *zBranchLookup(Repository *repository, const zwchar *name) {
 Branch *zBranchHead(Repository *repository) {
     if (!repository) return fail_args();
     auto head = Owned<Reference, zReferenceFree>(zReferenceLookup(repository, u"HEAD"));
-    if (!head || zReferenceType(head.get()) != GIT_REFERENCE_SYMBOLIC)
-        return zRaiseNotFound(nullptr), nullptr;
+    if (!head || zReferenceType(head.get()) != GIT_REFERENCE_SYMBOLIC) return raise_not_found();
     const zwchar *target = zReferenceSymbolic(head.get());
     return target ? named(repository, target, nullptr) : nullptr;
 }
@@ -105,8 +104,7 @@ Branch *zBranchUpstream(Branch *branch) try {
     git::Remote remote = remote_of(branch);
     if (!remote) return nullptr;
     std::u16string upstream;
-    if (!track(remote.get(), to_utf8(branch->merge.get()), upstream))
-        return zRaiseNotFound(nullptr), nullptr;
+    if (!track(remote.get(), to_utf8(branch->merge.get()), upstream)) return raise_not_found();
     return named(branch->owner, upstream.c_str(), branch->merge.get());
 } catch (...) {
     return fail_thrown();

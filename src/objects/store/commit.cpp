@@ -60,7 +60,7 @@ bool NewCommit::sign() {
     if (author.find_first_of("<>") == std::string::npos &&
         git_signature_now(out(signature), author.c_str(), author.c_str()) == 0)
         return true;
-    zRaiseInvalidArgs(u"%s", zI18nTextLookup(zI18nCurrentLang(), u"odb.eInvalidAuthor"));
+    raise_args(zI18nTextLookup(zI18nCurrentLang(), u"odb.eInvalidAuthor"));
     return fail_raised();
 }
 
@@ -227,7 +227,7 @@ Commit *zCommitParent(const Commit *commit) {
 const Oid *zCommitParentId(const Commit *commit) {
     if (!commit) return fail_args();
     const git_oid *id = git_commit_parent_id(commit->handle.get(), 0);
-    if (!id) return zRaiseNotFound(nullptr), nullptr;
+    if (!id) return raise_not_found();
     return git::oid(id);
 }
 
@@ -260,5 +260,5 @@ bool zCommitWalk(Repository *repository, CommitCallback callback, void *context)
         if (callback(commit, context)) return true;
     }
     if (code == GIT_ITEROVER) return true;
-    return zRaiseGitErr(code, nullptr), fail_walk();
+    return fail_git(code), fail_walk();
 }

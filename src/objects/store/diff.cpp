@@ -195,8 +195,7 @@ template <class F> DiffList *compare(PathSpec *spec, DiffCancel wanted, bool cas
     if (code < 0) return fail_git(code);
     DiffListPtr list = copy_deltas(diff.get(), renames, cancel);
     if (!list) return git_error_set_str(GIT_ERROR_CALLBACK, "canceled"), fail_git(GIT_ERROR);
-    if (zVectorIsEmpty(&list->entries) && options & Z_SPEC_MUST_MATCH)
-        return zRaiseNotFound(nullptr), nullptr;
+    if (zVectorIsEmpty(&list->entries) && options & Z_SPEC_MUST_MATCH) return raise_not_found();
     return list.release();
 }
 

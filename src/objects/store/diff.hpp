@@ -58,7 +58,7 @@ Entry *look_up(List &list, const zwchar *path, Path path_of) {
         list.by_path = std::move(map);
     }
     auto *found = static_cast<Entry *>(zHashmapAt(list.by_path.get(), path));
-    if (!found) zRaiseNotFound(u"%s", path);
+    if (!found) raise_not_found(path);
     return found;
 }
 

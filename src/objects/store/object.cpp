@@ -89,7 +89,7 @@ const zwchar *zTagName(const Tag *tag) {
 const zwchar *zTagTagger(const Tag *tag) {
     if (!tag) return fail_args();
     const git_signature *tagger = git_tag_tagger(tag->handle.get());
-    if (!tagger) return zRaiseNotFound(nullptr), nullptr; // tags of old have none
+    if (!tagger) return raise_not_found(); // tags of old have none
     return park(tagger->name);
 }
 

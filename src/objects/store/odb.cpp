@@ -28,7 +28,7 @@ bool pour(git_odb_stream *target, Stream *source) {
     char block[kBlock];
     for (int idle = 0; idle < kIdleReads && !zStreamEOF(source);) {
         uint64_t count = zStreamRead(source, block, sizeof block);
-        if (zStreamError(source)) return fail_std(EIO);
+        if (zStreamError(source)) return fail_os(EIO);
         idle = count ? 0 : idle + 1;
         if (int code = git_odb_stream_write(target, block, count); code < 0) return fail_git(code);
     }

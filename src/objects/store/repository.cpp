@@ -162,7 +162,7 @@ bool aside_name(zwchar *target, const zwchar *path) {
     while (length > 1 && path[length - 1] == u'/') --length;
     std::u16string name(path, length);
     name.append(u".").append(digits).append(u".removed");
-    if (name.size() >= Z_PATH_MAX) return fail_std(ENAMETOOLONG);
+    if (name.size() >= Z_PATH_MAX) return fail_os(ENAMETOOLONG);
     std::copy_n(name.c_str(), name.size() + 1, target);
     return true;
 }
@@ -229,7 +229,7 @@ void zShellFree(Repository *repository) { zRepositoryFree(repository); }
 bool zRepositoryDestroy(const zwchar *path) try {
     if (!path) return fail_args();
     auto repository = Owned<Repository, zRepositoryFree>(zRepositoryOpen(path));
-    if (!repository) return zRaiseNotFound(nullptr), false;
+    if (!repository) return raise_not_found();
     const zwchar *files = zRepositoryIsBare(repository.get())
                               ? zRepositoryPath(repository.get())
                               : zRepositoryWorkdir(repository.get());
@@ -308,7 +308,7 @@ zwchar *zRepositoryRemoteUrl(Repository *repository) try {
     const int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
     if (code < 0) return fail_git(code);
     const char *url = git_remote_url(remote.get());
-    return url ? zStrdupW(to_wide(url).c_str()) : (zRaiseNotFound(nullptr), nullptr);
+    return url ? zStrdupW(to_wide(url).c_str()) : (raise_not_found(), nullptr);
 } catch (...) {
     return fail_thrown();
 }

@@ -28,7 +28,7 @@ uint32_t known_mode(git_filemode_t mode) {
 
 // A new entry of what a look-up in a tree found.
 TreeEntry *found(const git_tree_entry *entry, Here at = {}) {
-    if (!entry) return zRaiseNotFound(nullptr), fail_raised(at);
+    if (!entry) return logged(raise_not_found(), at);
     return zTreeEntryNew(entry);
 }
 
@@ -119,7 +119,7 @@ Vector *zTreeMatch(Tree *tree, PathSpec *spec) try {
     if (!list) return nullptr;
     Match match{spec_matcher(spec), list.get()};
     if (!match.run(tree->handle.get())) return nullptr;
-    if (!match.any && spec->options & Z_SPEC_MUST_MATCH) return zRaiseNotFound(nullptr), nullptr;
+    if (!match.any && spec->options & Z_SPEC_MUST_MATCH) return raise_not_found();
     return list.release();
 } catch (...) {
     return fail_thrown();

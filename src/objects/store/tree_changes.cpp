@@ -259,7 +259,7 @@ DiffList *zev::diff_trees(Tree *old_tree, Tree *new_tree, PathSpec *spec, DiffCa
     std::ranges::sort(walk.changes(), {}, &Change::key);
     DiffListPtr list = make_list(walk.changes(), !(spec_options(spec) & Z_SPEC_NO_RENAMED));
     if (zVectorIsEmpty(&list->entries) && spec_options(spec) & Z_SPEC_MUST_MATCH)
-        return zRaiseNotFound(nullptr), nullptr;
+        return raise_not_found();
     return list.release();
 } catch (...) {
     return fail_thrown();

@@ -158,7 +158,7 @@ TrashEntryPtr trash_discover(Repository *owner, const std::u16string &root,
         return nullptr;
     if (path.inner.empty()) path.inner = info.name;
     const std::u16string first = path.inner.substr(0, path.inner.find(u'/'));
-    if (!same_folded(first.c_str(), info.name.c_str())) return TrashEntryPtr(fail_std(EBADF));
+    if (!same_folded(first.c_str(), info.name.c_str())) return TrashEntryPtr(fail_os(EBADF));
     entry->owner = owner;
     entry->path = path_below(path.slot, path.inner);
     entry->name = path_name(path.inner);

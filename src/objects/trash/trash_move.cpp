@@ -29,7 +29,7 @@ bool is_there(const std::u16string &path) {
 // The description in a slot leaves no place for an item of its name.
 bool can_take(const WorkPath &place) {
     if (path_name(place.relative) != kTrashInfo) return true;
-    zRaiseInvalidArgs(u"%s", place.relative.c_str());
+    raise_args(place.relative);
     return false;
 }
 

@@ -109,7 +109,7 @@ bool Restore::clear_way() {
 
 // The file may be one that only the index knows, with a directory on disk, which then stays.
 bool Restore::remove_obstacle(const std::u16string &path) {
-    zRaiseAlreadyExists(u"%s", path.c_str());
+    raise_exists(path);
     if (ask_skip_or_delete(notify_, path.c_str(), directory_.c_str()) != kDelete) return false;
     struct stat status;
     const bool is_dir = os::lstat(in_workdir(path).c_str(), &status) && S_ISDIR(status.st_mode);
@@ -134,7 +134,7 @@ bool Restore::move() {
         fail_errno(target_.c_str());
         return told(u"sys.eFailedToAccess_s", target_);
     }
-    zRaiseAlreadyExists(u"%s", target_.c_str());
+    raise_exists(target_);
     switch (ask_skip_or_replace(notify_, entry_->name.c_str(), directory_.c_str())) {
     case kReplace:
         return replace() || told(u"sys.eFailedToReplace_s", target_);

@@ -241,7 +241,7 @@ Vector *zIndexMatch(Index *index, PathSpec *spec) try {
         if (!zVectorPush(list.get(), to_wide(entry->path).c_str())) return nullptr;
     }
     if (zVectorIsEmpty(list.get()) && spec_options(spec) & Z_SPEC_MUST_MATCH)
-        return zRaiseNotFound(nullptr), nullptr;
+        return raise_not_found();
     return list.release();
 } catch (...) {
     return fail_thrown();

@@ -77,7 +77,7 @@ bool Adding::add() {
 
 bool Adding::add_all() {
     for (size_t i = 0; i < count(); ++i) {
-        if (zNotifyIsUsrbrk(notify_)) return zRaiseCanceled(nullptr), false;
+        if (zNotifyIsUsrbrk(notify_)) return raise_canceled();
         if (!add_one(git_diff_get_delta(diff_.get(), i)->new_file.path)) return false;
     }
     return true;
@@ -121,7 +121,7 @@ bool Adding::refresh_all() {
 
 // The matcher is made here, before anybody is told of a start.
 bool has_patterns(PathSpec *spec) {
-    if (zPathSpecCount(spec) == 0) return zRaiseNotFound(nullptr), false;
+    if (zPathSpecCount(spec) == 0) return raise_not_found();
     spec_matcher(spec);
     return true;
 }

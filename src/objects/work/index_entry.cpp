@@ -204,7 +204,7 @@ IndexEntry *zIndexEntryStat(Index *index, const zwchar *path) try {
         if (errno == ENOENT) return fail_errno(path);
         return make_entry(entry, name.c_str());
     }
-    if (S_ISDIR(status.st_mode)) return errno = EISDIR, fail_errno(path);
+    if (S_ISDIR(status.st_mode)) return fail_os(EISDIR, path);
     entry_set_stat(entry, status);
     entry.mode = mode_of(status);
     return make_entry(entry, name.c_str());
@@ -228,8 +228,7 @@ bool zIndexEntryAdd(Index *index, const IndexEntry *entry) try {
     const git_index_entry &added = *git_entry(entry);
     if (!check_path(added.path)) return false;
     const bool known = git_index_get_bypath(index->handle.get(), added.path, 0);
-    if (!known && index_has_twin(index, added.path))
-        return zRaiseAlreadyExists(u"%hs", added.path), false;
+    if (!known && index_has_twin(index, added.path)) return raise_exists(added.path);
     return index_enter(index, added);
 } catch (...) {
     return fail_thrown();
@@ -243,7 +242,7 @@ uint64_t zIndexEntryCount(const Index *index) {
 const IndexEntry *zIndexEntryByindex(Index *index, uint64_t position) {
     if (!index) return fail_args();
     const git_index_entry *entry = git_index_get_byindex(index->handle.get(), position);
-    if (!entry) return zRaiseNotFound(nullptr), nullptr;
+    if (!entry) return raise_not_found();
     return zev_entry(entry);
 }
 
@@ -253,7 +252,7 @@ const IndexEntry *zIndexEntryBypath(Index *index, const zwchar *path) try {
     for (int stage : {0, 2})
         if (auto *entry = git_index_get_bypath(index->handle.get(), name.c_str(), stage))
             return zev_entry(entry);
-    return zRaiseNotFound(u"%s", path), nullptr;
+    return raise_not_found(path);
 } catch (...) {
     return fail_thrown();
 }

@@ -127,7 +127,7 @@ Staging Stager::stage_file(const char *path, const git_index_entry *known) {
         entry.mode = mode_for(before, known);
         const bool rests = os::lstat(full.c_str(), &after) && same_stat(before, after);
         if (read == Read::done && (rests || tries == kTries)) break;
-        if (tries == kTries) return errno = EBUSY, fail_errno(full.c_str()), Staging::failed;
+        if (tries == kTries) return fail_os(EBUSY, full.c_str()), Staging::failed;
     }
     entry.path = path;
     return index_enter(index_, entry) ? Staging::staged : Staging::failed;
@@ -141,7 +141,7 @@ bool Stager::open() {
 
 bool Stager::is_stopped() {
     if (!zNotifyIsUsrbrk(notify_)) return false;
-    zRaiseCanceled(nullptr);
+    raise_canceled();
     return true;
 }
 
@@ -206,11 +206,11 @@ bool stage_named(Index *index, Stager &stager, const char *path) {
     case Staging::staged:
         return true;
     case Staging::missing:
-        return errno = ENOENT, fail_errno(to_wide(path).c_str());
+        return fail_os(ENOENT, to_wide(path).c_str());
     case Staging::refused:
-        return zRaiseInvalidArgs(u"%hs", path), false;
+        return raise_args(path);
     case Staging::twin:
-        return zRaiseAlreadyExists(u"%hs", path), false;
+        return raise_exists(path);
     case Staging::failed:
         return false;
     case Staging::directory:

@@ -61,8 +61,7 @@ StatusList *zStatusListBuild(Index *index, PathSpec *spec) try {
         return zVectorPush(&list->entries, entry.get()) ? (entry.release(), 0) : -1;
     });
     if (failed) return nullptr;
-    if (scan.size() == 0 && spec_options(spec) & Z_SPEC_MUST_MATCH)
-        return zRaiseNotFound(nullptr), nullptr;
+    if (scan.size() == 0 && spec_options(spec) & Z_SPEC_MUST_MATCH) return raise_not_found();
     return list.release();
 } catch (...) {
     return fail_thrown();

@@ -53,7 +53,7 @@ bool WorkWriter::has(const git_oid &id) {
 bool WorkWriter::place(git_index_entry entry, bool replaces) {
     if (!check_path(entry.path) || !open()) return false;
     const std::u16string full = full_path(index_->owner, entry.path);
-    if (full.size() >= Z_PATH_MAX - 1) return errno = ENAMETOOLONG, fail_errno(full.c_str());
+    if (full.size() >= Z_PATH_MAX - 1) return fail_os(ENAMETOOLONG, full.c_str());
     if (!make_way(entry.path) || !write(entry, full, replaces)) return false;
     entry_set_stat(entry, status_);
     youngest_ = status_.st_mtim;
@@ -96,7 +96,7 @@ bool WorkWriter::make_directory(const std::string &path) {
     if (!os::make_dir(full.c_str())) {
         if (errno != EEXIST) return fail_errno(full.c_str());
         if (!os::lstat(full.c_str(), &status)) return fail_errno(full.c_str());
-        if (!S_ISDIR(status.st_mode)) return errno = ENOTDIR, fail_errno(full.c_str());
+        if (!S_ISDIR(status.st_mode)) return fail_os(ENOTDIR, full.c_str());
     }
     directories_.insert(path);
     return true;
@@ -107,8 +107,7 @@ bool WorkWriter::make_directory(const std::string &path) {
 bool WorkWriter::write(const git_index_entry &entry, const std::u16string &full, bool replaces) {
     if (!S_ISLNK(entry.mode) && !filters_.may_apply(entry.path))
         return write_file(entry, full, replaces);
-    if (!replaces && os::lstat(full.c_str(), &status_))
-        return errno = EEXIST, fail_errno(full.c_str());
+    if (!replaces && os::lstat(full.c_str(), &status_)) return fail_os(EEXIST, full.c_str());
     if (S_ISLNK(entry.mode)) return write_link(entry, full);
     return write_filtered(entry, full);
 }
@@ -149,15 +148,14 @@ bool WorkWriter::write_aside(const git_index_entry &entry, const std::u16string 
                              bool replaces, F fill) {
     struct stat there;
     const bool exists = os::lstat(full.c_str(), &there);
-    if (exists && !replaces) return errno = EEXIST, fail_errno(full.c_str());
+    if (exists && !replaces) return fail_os(EEXIST, full.c_str());
     if (exists && S_ISREG(there.st_mode) && !os::writable(full.c_str()))
-        return errno = EACCES, fail_errno(full.c_str());
+        return fail_os(EACCES, full.c_str());
     os::Replacement aside(full.c_str());
     if (!aside) return fail_errno(full.c_str());
     if (!fill(aside.fd())) return false;
     set_runnable(aside.fd(), entry);
-    if (!replaces && os::lstat(full.c_str(), &there))
-        return errno = EEXIST, fail_errno(full.c_str());
+    if (!replaces && os::lstat(full.c_str(), &there)) return fail_os(EEXIST, full.c_str());
     return (aside.commit(false) && os::fd_stat(aside.fd(), &status_)) || fail_errno(full.c_str());
 }
 
@@ -262,13 +260,12 @@ bool WorkWriter::write_link(const git_index_entry &entry, const std::u16string &
     size_t size = 0;
     git_object_t type;
     int code = git_odb_read_header(&size, &type, odb_.get(), &entry.id);
-    if (!code && size >= kLongestTarget) return zRaiseInvalidArgs(u"%hs", entry.path), false;
+    if (!code && size >= kLongestTarget) return raise_args(entry.path);
     if (!code) code = git_odb_read(out(object), odb_.get(), &entry.id);
     if (code < 0) return fail_git(code);
     const std::string target(static_cast<const char *>(git_odb_object_data(object.get())),
                              git_odb_object_size(object.get()));
-    if (target.empty() || target.find('\0') != target.npos)
-        return zRaiseInvalidArgs(u"%hs", entry.path), false;
+    if (target.empty() || target.find('\0') != target.npos) return raise_args(entry.path);
     return (os::make_link(full.c_str(), target) && os::lstat(full.c_str(), &status_)) ||
            fail_errno(full.c_str());
 }

@@ -35,10 +35,10 @@ bool make_parents(const zwchar *path) {
 // with `replace`. A file that a file replaces stays until the move puts the new one in its place.
 bool clear_target(const zwchar *target, bool replace, bool by_directory) {
     struct stat status;
-    if (!os::lstat(target, &status)) return errno == ENOENT || fail_std(errno);
-    if (S_ISDIR(status.st_mode)) return remove_hollow(target) || fail_std(EEXIST);
-    if (!replace) return fail_std(EEXIST);
-    return !by_directory || os::unlink(target) || fail_std(errno);
+    if (!os::lstat(target, &status)) return errno == ENOENT || fail_os(errno);
+    if (S_ISDIR(status.st_mode)) return remove_hollow(target) || fail_os(EEXIST);
+    if (!replace) return fail_os(EEXIST);
+    return !by_directory || os::unlink(target) || fail_os(errno);
 }
 
 } // namespace
@@ -50,12 +50,12 @@ bool zWorkdirRename(const zwchar *workdir, const zwchar *from, const zwchar *to,
     if (!zPathMakeAbsolute(source, from, workdir) || !zPathMakeAbsolute(target, to, workdir))
         return false;
     struct stat status;
-    if (!os::lstat(source, &status)) return fail_std(errno);
+    if (!os::lstat(source, &status)) return fail_os(errno);
     if (zPathIsSame(source, target)) return false;
-    if (is_within(tidy_path(to), tidy_path(from))) return fail_std(EINVAL);
+    if (is_within(tidy_path(to), tidy_path(from))) return fail_os(EINVAL);
     const bool is_dir = S_ISDIR(status.st_mode);
     if (!make_parents(target) || !clear_target(target, replace, is_dir)) return false;
-    return os::move(source, target, replace && !is_dir) || fail_std(errno);
+    return os::move(source, target, replace && !is_dir) || fail_os(errno);
 } catch (...) {
     return fail_thrown();
 }

@@ -54,7 +54,7 @@ bool check_links(std::u16string_view directory, std::u16string_view relative) {
         if (!os::lstat(path_below(directory, relative.substr(0, slash)).c_str(), &status))
             return true;
         if (S_ISLNK(status.st_mode)) {
-            zRaiseInvalidArgs(u"%s", std::u16string(relative).c_str());
+            raise_args(std::u16string(relative));
             return false;
         }
         if (!S_ISDIR(status.st_mode)) return true;
@@ -78,7 +78,7 @@ bool work_path_to_take(WorkPath *out, Repository *repository, const zwchar *path
     if (!git) return false;
     if (!out->relative.empty() && !std::u16string_view(git).starts_with(out->full + u'/'))
         return true;
-    zRaiseInvalidArgs(u"%s", path);
+    raise_args(path);
     return false;
 }
 
