@@ -1,5 +1,7 @@
 #include "support.hpp"
 
+#include "objects/notify/notify.hpp"
+
 using namespace test;
 
 namespace {
@@ -30,6 +32,21 @@ TEST(Notify, EachCallReachesItsOwnSlotOnly) {
     zNotifyStart(&host, u"100%s", u"%s", u"50%n");
     EXPECT_EQ(host.word, u"100%s"); // passed on untouched
     EXPECT_EQ(host.text, u"50%n");
+}
+
+// Also where a log line composed the detail before, and where the host raises on its own.
+TEST(Notify, AFailureIsToldByItsMessage) {
+    Host host{};
+    host.error = [](auto *n, auto *text) {
+        Host::of(n).text = text;
+        EXPECT_FALSE(zTaskButtonNew(0, u"raises", nullptr));
+    };
+    (void)zev::logged(zev::raise_exists("beneath"));
+    EXPECT_FALSE(zev::notify_error(&host, u"sys.eFailedToReplace_s", u"50%s"));
+    const std::u16string message =
+        zI18nTextFormat(zI18nCurrentLang(), u"sys.eFailedToReplace_s", u"50%s");
+    EXPECT_EQ(host.text, message);
+    EXPECT_EQ(zErrorDetail(), message + u": File exists");
 }
 
 TEST(Notify, QuestionsWithoutAHost) {

@@ -272,12 +272,10 @@ class Reporting {
     void node(const ConflictNode &node, bool done) {
         const zwchar *path = node.path.c_str();
         ++(done ? done_ : failed_);
-        if (done) {
+        if (done)
             notify_action(notify_, u"action.sResolved", path);
-        } else {
-            zSetErrorMsg(word(u"conflict.eUnableToResolve_s"), path);
-            notify_action(notify_, u"action.sFailed", zErrorMsg());
-        }
+        else
+            notify_failed(notify_, u"conflict.eUnableToResolve_s", path);
         progress();
     }
     void progress() const {
@@ -339,7 +337,7 @@ bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
         return fail_thrown(), notify_abort(notify), false;
     }
     if (!zIndexWrite(index)) {
-        zNotifyError(notify, u"%s", word(u"odb.eFailedToSaveIndex"));
+        notify_error(notify, u"odb.eFailedToSaveIndex");
         return notify_abort(notify), false;
     }
     reporting.progress();
@@ -353,7 +351,7 @@ bool zIndexResolve(Index *index, PathSpec *spec) {
     const Notify *notify = spec ? spec->notify : nullptr;
     AnalysisPtr analysis(zConflictAnalyze(index, spec));
     if (!analysis) {
-        if (spec_options(spec) & Z_SPEC_MUST_MATCH) zNotifyError(notify, u"%s", zErrorDetail());
+        if (spec_options(spec) & Z_SPEC_MUST_MATCH) notify_raised(notify);
         return false;
     }
     for (const auto &node : analysis->nodes) node->solution = Z_CONFLICT_USE_OURS;

@@ -1,6 +1,7 @@
-#include "zev/notify.h"
+// The wrappers of a host's table, each silent where the host has no slot for it, and how the
+// failure of an operation gets its message. A text is formatted for a slot that is there only.
+#include "objects/notify/notify.hpp"
 
-#include "common/failure.hpp"
 #include "common/format.hpp"
 
 #include <cstdarg>
@@ -133,3 +134,37 @@ int32_t zNotifyShowTaskDialog(const Notify *notify, const TaskDialog *dialog) {
     if (!dialog) return zev::fail_args(), 0;
     return notify && notify->dialog ? notify->dialog(notify, dialog) : -1;
 }
+
+namespace zev {
+
+namespace {
+
+const zwchar *set_message(const zwchar *key, const zwchar *argument) {
+    return argument ? zSetErrorMsg(word(key), argument) : zSetErrorMsg(u"%s", word(key));
+}
+
+} // namespace
+
+// In each of them the record is raised anew at the end: a log line may have composed its detail
+// before the message came, and the host's slot may have raised something else.
+
+Failure notify_error(const Notify *notify, const zwchar *key, const zwchar *argument) {
+    const zwchar *message = set_message(key, argument);
+    const KeptFailure kept;
+    zNotifyError(notify, u"%s", message);
+    return {};
+}
+
+void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path) {
+    const zwchar *message = set_message(key, path);
+    const KeptFailure kept;
+    notify_action(notify, u"action.sFailed", message);
+}
+
+Failure notify_raised(const Notify *notify) {
+    const KeptFailure kept;
+    zNotifyError(notify, u"%s", zErrorDetail());
+    return {};
+}
+
+} // namespace zev

@@ -1,7 +1,7 @@
-// Words of the catalogue, as operations hand them to a Notify.
+// What operations tell a Notify: words of the catalogue, and their failures.
 #pragma once
 
-#include "zev/error.h"
+#include "common/failure.hpp"
 #include "zev/lang.h"
 #include "zev/notify.h"
 
@@ -29,10 +29,13 @@ inline void notify_action(const Notify *notify, const zwchar *key, const zwchar 
     zNotifyAction(notify, word(key), u"%s", path);
 }
 
-// A path that failed: the message, by a key that takes the path, goes before the raised reason.
-inline void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path) {
-    zSetErrorMsg(word(key), path);
-    notify_action(notify, u"action.sFailed", zErrorMsg());
-}
+// What was raised gets the message of `key`, a format where `argument` is given, and the host is
+// told that message: the reason stays in the record, where it may be of no use to a user. Right
+// after the call that failed, since a message goes before the last reason, whoever raised it.
+Failure notify_error(const Notify *notify, const zwchar *key, const zwchar *argument = nullptr);
+// The same of a path among others, which `key` takes: as its action.
+void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path);
+// For a failure whose message is its own: message and reason as they were raised.
+Failure notify_raised(const Notify *notify);
 
 } // namespace zev

@@ -27,13 +27,6 @@ using SpecPtr = Owned<PathSpec, zPathSpecFree>;
 
 constexpr uint32_t kUntrackedOnly = 0xFFFF0000u & ~uint32_t{Z_SPEC_NO_UNTRACKED};
 
-// A failure of a step: told with its reason.
-Failure tell(const Notify *notify, const zwchar *key) {
-    zSetErrorMsg(u"%s", word(key));
-    zNotifyError(notify, u"%s", zErrorDetail());
-    return {};
-}
-
 class Cleanup {
   public:
     Cleanup(Repository *repository, PathSpec *paths, uint32_t options)
@@ -61,7 +54,7 @@ bool Cleanup::run() {
     if (!is(Z_CLEANUP_NO_RECOVERY) && !recover()) return false;
     if (zRepositoryIsBare(repository_)) return true;
     index_.reset(zIndexHead(repository_, true));
-    if (!index_) return tell(notify_, u"odb.eUnableToLockWorkingCopy");
+    if (!index_) return notify_error(notify_, u"odb.eUnableToLockWorkingCopy");
     if (!is(Z_CLEANUP_KEEP_UNTRACKED) && !remove_untracked()) return false;
     return is(Z_CLEANUP_USE_TRASH) || empty_trash();
 }
@@ -75,12 +68,12 @@ bool Cleanup::recover() {
     zTransactionRecover(repository_);
     for (const std::u16string &target : targets)
         if (is_put_back(target)) zFlockPurge(target.c_str());
-    return swept || tell(notify_, u"odb.eUnableToLockWorkingCopy");
+    return swept || notify_error(notify_, u"odb.eUnableToLockWorkingCopy");
 }
 
 bool Cleanup::remove_untracked() {
     const StatusPtr list(zStatusListBuild(index_.get(), paths_));
-    if (!list) return tell(notify_, u"odb.eFailedToCheckStatus");
+    if (!list) return notify_error(notify_, u"odb.eFailedToCheckStatus");
     return remove(list.get());
 }
 
@@ -98,8 +91,7 @@ bool Cleanup::remove(const StatusList *list) {
             notify_action(notify_, u"action.sDeleted", path.c_str());
             continue;
         }
-        zSetErrorMsg(word(u"sys.eFailedToRemoveFile_s"), path.c_str());
-        zNotifyError(notify_, u"%s", zErrorDetail());
+        notify_error(notify_, u"sys.eFailedToRemoveFile_s", path.c_str());
         notify_action(notify_, u"action.sFailed", path.c_str());
     }
     return true;

@@ -80,8 +80,7 @@ bool Removing::list_status() {
     StatusScan scan(index_, spec_);
     if (!scan.run()) {
         if (spec_options(spec_) & Z_SPEC_MUST_MATCH) return true;
-        zNotifyError(notify_, u"%s", zErrorDetail());
-        return false;
+        return notify_raised(notify_);
     }
     scan.each([&](const StatusItem &item) {
         std::u16string path = to_wide(item.path);

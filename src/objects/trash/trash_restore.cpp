@@ -47,8 +47,7 @@ class Restore {
     bool try_name(const std::u16string &tag);
 
     bool told(const zwchar *key, const std::u16string &path) const {
-        zNotifyError(notify_, u"%s", zI18nTextFormat(zI18nCurrentLang(), key, path.c_str()));
-        return false;
+        return notify_error(notify_, key, path.c_str());
     }
     std::u16string in_workdir(const std::u16string &path) const {
         return path_below(zRepositoryWorkdir(repository_), path);
@@ -85,9 +84,7 @@ bool Restore::place(const zwchar *directory) {
 
 bool Restore::lock() {
     index_.reset(zIndexHead(repository_, true));
-    if (index_) return true;
-    zNotifyError(notify_, u"%s", word(u"odb.eUnableToLockWorkingCopy"));
-    return false;
+    return index_ || notify_error(notify_, u"odb.eUnableToLockWorkingCopy");
 }
 
 // ---- A place for the directory
@@ -203,8 +200,7 @@ bool Restore::stage() {
     if (spec && zIndexAdd(index_.get(), spec.get()) &&
         zIndexFixupGitkeep(index_.get(), target_.c_str()) && zIndexWrite(index_.get()))
         return true;
-    zNotifyError(notify_, u"%s", zErrorDetail());
-    return false;
+    return notify_raised(notify_);
 }
 
 bool Restore::tell() {
