@@ -1,3 +1,5 @@
+// How a file of the store comes to stand in the work directory: its bytes proven, aside or under a
+// new name, and never in place of more than the caller knows of.
 #include "objects/work/work_writer.hpp"
 
 #include "common/errno.hpp"
@@ -47,7 +49,9 @@ bool WorkWriter::open() {
 
 bool WorkWriter::has(const git_oid &id) {
     if (!open()) return false;
-    return git_odb_exists(odb_.get(), &id) || fail_git(GIT_ENOTFOUND);
+    if (git_odb_exists(odb_.get(), &id)) return true;
+    git_error_set_str(GIT_ERROR_ODB, "object not found");
+    return fail_git(GIT_ENOTFOUND);
 }
 
 bool WorkWriter::place(git_index_entry entry, bool replaces) {
