@@ -1,3 +1,4 @@
+// What a checkout is to do, as a record that its setters keep whole: the paths are never null.
 #include "objects/operations/checkspec.hpp"
 
 #include "objects/store/pathspec.hpp"

@@ -108,10 +108,21 @@ bool WorkWriter::make_directory(const std::string &path) {
 
 // ---- Files
 
+// Whether a file may come to stand there: in place of a file that can be written, or of a link, if
+// it replaces one. A pipe or a device is nobody's version of a file.
+bool WorkWriter::can_replace(const std::u16string &full, bool replaces) {
+    struct stat there;
+    if (!os::lstat(full.c_str(), &there)) return true;
+    const bool is_file = S_ISREG(there.st_mode);
+    if (!replaces) return fail_os(EEXIST, full.c_str());
+    if (!is_file && !S_ISLNK(there.st_mode)) return fail_os(ENOTSUP, full.c_str());
+    return !is_file || os::writable(full.c_str()) || fail_os(EACCES, full.c_str());
+}
+
 bool WorkWriter::write(const git_index_entry &entry, const std::u16string &full, bool replaces) {
     if (!S_ISLNK(entry.mode) && !filters_.may_apply(entry.path))
         return write_file(entry, full, replaces);
-    if (!replaces && os::lstat(full.c_str(), &status_)) return fail_os(EEXIST, full.c_str());
+    if (!can_replace(full, replaces)) return false;
     if (S_ISLNK(entry.mode)) return write_link(entry, full);
     return write_filtered(entry, full);
 }
@@ -150,15 +161,12 @@ template <class F> bool WorkWriter::write_new(int fd, const std::u16string &full
 template <class F>
 bool WorkWriter::write_aside(const git_index_entry &entry, const std::u16string &full,
                              bool replaces, F fill) {
-    struct stat there;
-    const bool exists = os::lstat(full.c_str(), &there);
-    if (exists && !replaces) return fail_os(EEXIST, full.c_str());
-    if (exists && S_ISREG(there.st_mode) && !os::writable(full.c_str()))
-        return fail_os(EACCES, full.c_str());
+    if (!can_replace(full, replaces)) return false;
     os::Replacement aside(full.c_str());
     if (!aside) return fail_errno(full.c_str());
     if (!fill(aside.fd())) return false;
     set_runnable(aside.fd(), entry);
+    struct stat there;
     if (!replaces && os::lstat(full.c_str(), &there)) return fail_os(EEXIST, full.c_str());
     return (aside.commit(false) && os::fd_stat(aside.fd(), &status_)) || fail_errno(full.c_str());
 }
