@@ -1,5 +1,10 @@
 // A lock file ".<name>.zlck" beside a file is the lock and the file's copy in one, see
 // zev/flock.h. References lie where all worktrees of a repository share them.
+//
+// What a transaction is in, and what moves it on; its files change between the last lock and Free:
+//   collecting   LockIndex and LockRef take one more lock each, in the order of zev/transaction.h
+//     -Rollback-> undone     the files are as they were locked; the locks stand
+//     -Free->                the locks go, and what was changed stays
 #include "objects/work/transaction.hpp"
 
 #include "common/limits.hpp"
@@ -11,6 +16,8 @@
 #include "zev/path.h"
 #include "zev/repository.h"
 
+#include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,7 +28,16 @@ using namespace zev;
 struct Transaction {
     Repository *owner;
     std::vector<Lock> locks{}; // in the order of taking
+    size_t undone = 0;         // of them, from the first on; taking one more starts anew
+
+    void check_state() const;
 };
+
+void Transaction::check_state() const {
+    assert(owner);
+    assert(std::ranges::none_of(locks, [](const Lock &lock) { return !lock; }));
+    assert(undone <= locks.size());
+}
 
 namespace {
 
@@ -38,6 +54,8 @@ bool take(Transaction *transaction, const u16string &path) {
     Lock lock(zFlockOpen(path.c_str(), true));
     if (!lock) return false;
     transaction->locks.push_back(std::move(lock));
+    transaction->undone = 0;
+    transaction->check_state();
     return true;
 }
 
@@ -151,8 +169,13 @@ bool zTransactionLockRef(Transaction *transaction, const zwchar *reference) try 
 
 bool zTransactionRollback(Transaction *transaction) {
     if (!transaction) return fail_args();
-    for (const Lock &lock : transaction->locks)
+    transaction->check_state();
+    transaction->undone = 0;
+    for (const Lock &lock : transaction->locks) {
         if (!zFlockUndo(lock.get())) return false;
+        ++transaction->undone;
+    }
+    assert(transaction->undone == transaction->locks.size());
     return true;
 }
 
