@@ -10,10 +10,11 @@
 
 ZEV_BEGIN
 
-// A null spec means HEAD to its own commit. True also when there was nothing to do, and when the
-// user broke off: what was done until then is committed and told as canceled. Files that can't be
-// handled, being in use for instance, are told as skipped, or failed, and stay as they are. On
-// failure, told as an error, branch and index are as before.
+// A null spec means HEAD to its own commit. True also when there was nothing to do, and when the user broke off:
+// what was done until then is committed, and the break told as canceled.
+// What can't be handled is told as skipped, or failed with force, stays as it is, and is not in the
+// commit: a file in use, one that the store lacks or the disk has no room for. On failure, told as
+// an error, branch and index are as before.
 ZEV_API bool zRepositoryCheckout(Repository *repository, CheckSpec *spec);
 
 ZEV_END

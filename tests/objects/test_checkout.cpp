@@ -50,6 +50,18 @@ class CheckoutTest : public WorkingCopyTest {
         return zRepositoryCheckout(repository.get(), spec.get());
     }
 
+    // One more entry, or another one, in the top directory of the side's commit.
+    void plant(const std::string &entry, const std::string &path) {
+        const std::string tree =
+            git(place, "rev-parse; cd '" + place.string() +
+                           "'; { git ls-tree side | grep -v '[[:space:]]" + path + "$'; printf '" +
+                           entry + "\\t" + path + "\\n'; } | git mktree --missing");
+        git_as("update-ref refs/heads/side " + git_as("commit-tree -m more -p side " + tree));
+    }
+    void lose(const std::string &object) { // as a store that holds a part of the project
+        const std::string id = git(place, "rev-parse " + object);
+        fs::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2));
+    }
     bool said(const zwchar *word, const std::string &path) {
         return report.told(text(word) + " " + path);
     }
@@ -120,16 +132,19 @@ TEST_F(CheckoutTest, WhatIsInTheWayIsAConflict) {
     EXPECT_EQ(read(place / "kept"), "side kept");
 }
 
-TEST_F(CheckoutTest, LeavesAFileInUse) {
+// And what takes the place of one.
+TEST_F(CheckoutTest, LeavesFilesInUse) {
+    plant("100644 blob " + git(place, "rev-parse side:kept"), "d");
     {
-        Held<Share, zShareClose> open(zShareOpen((place / "kept").u16string().c_str(), u"rb", 3));
-        ASSERT_OK(open);
+        std::vector<Held<Share, zShareClose>> open;
+        for (const char *path : {"kept", "d/in"})
+            ASSERT_OK(open.emplace_back(zShareOpen((place / path).u16string().c_str(), u"rb", 3)));
         ASSERT_OK(checkout());
     }
-    EXPECT_TRUE(said(u"action.sSkipped", "kept"));
-    EXPECT_EQ(read(place / "kept"), "first kept");
+    for (const char *path : {"kept", "d/in", "d"}) EXPECT_TRUE(said(u"action.sSkipped", path));
+    EXPECT_EQ(read(place / "kept") + read(place / "d/in"), "first keptfirst d/in");
     EXPECT_EQ(porcelain(), "");
-    EXPECT_EQ(git(place, "diff --name-only HEAD side"), "kept");
+    EXPECT_EQ(git(place, "diff --name-only --no-renames HEAD side"), "d\nd/in\nkept");
 }
 
 TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
@@ -181,16 +196,28 @@ TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {
     EXPECT_TRUE(said(u"action.sUpdated", "d/two")); // was only gone from the disk
 }
 
-// For what the store lacks nothing goes.
-TEST_F(CheckoutTest, ForceTakesNothingForNothing) {
-    const std::string id = git(place, "rev-parse side:edited");
-    fs::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2));
+// What can't come in, since the store lacks it or no name is that long, stays as it was and is not
+// taken. A conflict takes no bytes of theirs. With force nothing goes for nothing.
+TEST_F(CheckoutTest, LeavesOutWhatCantComeIn) {
+    const std::string name(300, 'x');
+    plant("100644 blob " + git(place, "rev-parse side:kept"), name);
+    for (const char *lost : {"side:edited", "side:same", "side:new/file"}) lose(lost);
     put("edited", "mine");
-    zCheckSpecSetOn(spec.get(), Z_CHECK_FORCE);
     ASSERT_OK(checkout());
-    EXPECT_TRUE(said(u"action.sFailed", "edited"));
-    EXPECT_EQ(read(place / "edited"), "mine");
-    EXPECT_EQ(read(place / "kept"), "side kept");
+    EXPECT_TRUE(said(u"action.sConflicted", "edited"));
+    for (const std::string &path : {std::string("same"), std::string("new/file"), name})
+        EXPECT_TRUE(said(u"action.sSkipped", path)) << path;
+    EXPECT_EQ(porcelain(), "UU edited");
+    EXPECT_EQ(git(place, "diff --name-only --no-renames HEAD side"), "new/file\nsame\n" + name);
+
+    zCheckSpecSetOn(spec.get(), Z_CHECK_FORCE);
+    for (const char *path : {"edited", "same"}) {
+        zCheckSpecSetPaths(spec.get(), nullptr);
+        zCheckSpecAddPath(spec.get(), fs::path(path).u16string().c_str());
+        ASSERT_OK(checkout());
+        EXPECT_TRUE(said(u"action.sFailed", path));
+    }
+    EXPECT_EQ(read(place / "edited") + read(place / "same"), "minefirst same");
 }
 
 // Branch and index are as before when a step fails: here the branch can't move.

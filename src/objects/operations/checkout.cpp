@@ -5,12 +5,20 @@
 //   3. trees and commit, all of it synced; the index; the reference
 // A crash before the locks are let go leaves the copies, and recovery puts index and branch back.
 // Files that came in until then show as local changes that are equal to the target's.
+//
+// States, and the step that makes each move; a step that fails, whichever, leads to roll_back:
+//   fresh -prepare-> prepared      locks are taken, branch and target are found
+//         -make_states-> ready     index and target's tree are read
+//         -compare-> compared      steps stand; local work is in the store, and in the index
+//         -walk-> walked           files, and the index in memory, are as far as they get
+//         -finish-> finished       the branch has moved, or nothing had come of it
 #include "objects/operations/checkout.hpp"
 
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/store/commit.hpp"
+#include "objects/store/strict.hpp"
 #include "objects/store/tree.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "zev/oid.h"
@@ -20,6 +28,8 @@
 #include "zev/status.h"
 
 #include <algorithm>
+#include <cassert>
+#include <iterator>
 
 using namespace zev;
 
@@ -27,20 +37,43 @@ namespace {
 
 constexpr int kWarning = 4; // of the log
 
+// By Outcome; null is not told.
+constexpr const zwchar *kActions[] = {nullptr,
+                                      u"action.sAdded",
+                                      u"action.sUpdated",
+                                      u"action.sDeleted",
+                                      u"action.sReverted",
+                                      u"action.sConflicted",
+                                      u"action.sSkipped",
+                                      u"action.sFailed"};
+static_assert(std::size(kActions) == static_cast<size_t>(Outcome::failed) + 1);
+
 } // namespace
 
 namespace zev {
 
-// The message goes before the reason that was raised.
+void Checkout::check_state([[maybe_unused]] State expected) const {
+    assert(state_ == expected);
+    assert(state_ < State::prepared || (spec_ && branch_ && transaction_ && target_));
+    assert(!base_commit_ == !base_tree_);
+    assert(state_ < State::ready || (index_ && target_tree_ && stager_ && writer_));
+    assert(state_ < State::compared || trash_ || steps_.empty());
+    assert(taken_.size() + left_.size() <= steps_.size());
+}
+
+bool Checkout::enter(State state) {
+    state_ = state;
+    return true;
+}
+
 Failure Checkout::tell(const zwchar *key, const zwchar *argument) {
-    argument ? zSetErrorMsg(word(key), argument) : zSetErrorMsg(u"%s", word(key));
-    zNotifyError(notify_, u"%s", zErrorDetail());
-    return {};
+    return notify_error(notify_, key, argument);
 }
 
 // ---- Preparing
 
 bool Checkout::prepare(const CheckSpec *spec) {
+    check_state(State::fresh);
     if (!zRepositoryWorkdir(repository_)) return tell(u"odb.eUnableToLockWorkingCopy");
     spec_.reset(spec ? zCheckSpecDup(spec) : zCheckSpecNew());
     PathSpec *paths = spec_ ? zCheckSpecPaths(spec_.get()) : nullptr;
@@ -52,7 +85,7 @@ bool Checkout::prepare(const CheckSpec *spec) {
     const zwchar *name = zCheckSpecBranch(spec_.get());
     branch_.reset(zBranchLookup(repository_, name ? name : u"HEAD"));
     if (!branch_) return tell(u"odb.eUnableToOpenHeadRef");
-    return take_locks() && find_target();
+    return take_locks() && find_target() && enter(State::prepared);
 }
 
 bool Checkout::take_locks() {
@@ -87,6 +120,7 @@ bool Checkout::resolve_base() {
 // Under a lock of our own nothing in memory counts that the file doesn't hold: it may be what an
 // operation without a lock left.
 bool Checkout::make_states() {
+    check_state(State::prepared);
     const bool locked = zCheckSpecIsOff(spec_.get(), Z_CHECK_NO_LOCKS);
     index_.reset(zIndexHead(repository_, false));
     if (!index_ || (locked && !zIndexRead(index_.get(), true)))
@@ -95,44 +129,52 @@ bool Checkout::make_states() {
     if (!target_tree_) return tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
     stager_.emplace(index_.get(), notify_);
     writer_.emplace(index_.get());
-    return true;
+    return enter(State::ready);
 }
 
 // ---- Walking
 
 // The progress is of what is walked. A break keeps what was done.
 bool Checkout::walk() {
+    check_state(State::compared);
     const int total = static_cast<int>(steps_.size());
     const zwchar *progress = word(u"action.sCheckoutProgress_d_d");
     int count = 0;
     for (CheckoutStep &step : steps_) {
-        if (zNotifyIsUsrbrk(notify_)) return canceled_ = true;
-        if (!force() && step.status != Z_KIND_ADDED && step.status != Z_KIND_MODIFIED &&
-            step.status != Z_KIND_DELETED)
-            return raise_args(step.wide);
-        const zwchar *told = apply(step);
-        if (!notify_) continue;
-        if (told) notify_action(notify_, told, step.wide.c_str());
+        canceled_ = zNotifyIsUsrbrk(notify_);
+        if (canceled_) break;
+        note(step, apply(step));
         zNotifyProgress(notify_, progress, ++count, total);
     }
-    return true;
+    return enter(State::walked);
 }
 
-const zwchar *Checkout::apply(CheckoutStep &step) {
+Outcome Checkout::apply(CheckoutStep &step) {
     if (!check_path(step.path) || full_path(repository_, step.path).size() >= Z_PATH_MAX - 1)
-        return u"action.sSkipped";
-    if (!force() && unreadable_.contains(step.path)) return u"action.sSkipped";
-    if (force()) return step.status == Z_KIND_DELETED ? forced_delete(step) : forced(step);
-    if (step.status == Z_KIND_ADDED) return added(step);
-    return step.status == Z_KIND_MODIFIED ? modified(step) : deleted(step);
+        return Outcome::skipped;
+    if (force()) return step.status == Z_KIND_DELETED ? force_out(step) : force_in(step);
+    if (unreadable_.contains(step.path)) return Outcome::skipped;
+    if (step.status == Z_KIND_ADDED) return add(step);
+    assert(step.status == Z_KIND_MODIFIED || step.status == Z_KIND_DELETED);
+    return step.status == Z_KIND_MODIFIED ? modify(step) : remove(step);
+}
+
+void Checkout::note(CheckoutStep &step, Outcome outcome) {
+    const bool left = outcome == Outcome::skipped || outcome == Outcome::failed;
+    if (left) left_.insert(step.path);
+    if (!left && step.in_target) taken_.push_back(&step);
+    const zwchar *key = kActions[static_cast<size_t>(outcome)];
+    if (notify_ && key) notify_action(notify_, key, step.wide.c_str());
 }
 
 // ---- Finishing
 
 bool Checkout::finish() {
+    check_state(State::walked);
+    if (steps_.empty()) return forget(), enter(State::finished);
     const TreePtr tree = build_tree();
     if (!tree) return tell(u"odb.eFailedToBuildTree");
-    return commit(tree.get());
+    return commit(tree.get()) && enter(State::finished);
 }
 
 // The target's own tree, if all of it was taken; else the base's with what was.
@@ -144,6 +186,7 @@ Checkout::TreePtr Checkout::build_tree() {
     const Owned<TreeBuilder, zTreeBuilderFree> builder(
         zTreeBuilderNew(repository_, base_tree_.get()));
     if (!builder) return nullptr;
+    const StrictOff partial;
     for (const CheckoutStep *step : taken_) {
         git_index_entry entry = step->theirs;
         entry.path = step->path.c_str();
@@ -195,10 +238,12 @@ bool Checkout::commit(Tree *tree) {
 
 // Why it failed is told: what putting things back raises doesn't take its place.
 void Checkout::roll_back() {
+    assert(state_ != State::finished);
     const KeptFailure kept;
     const bool undone = !transaction_ || zTransactionRollback(transaction_.get());
     if (!undone) log_raised(kWarning);
     forget();
+    enter(State::rolled_back);
 }
 
 // libgit2 has one index for a repository: what was staged and isn't written must not show in it.
@@ -215,15 +260,12 @@ bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
     bool done = false;
     try {
         done = checkout.prepare(spec) && checkout.make_states() && checkout.compare() &&
-               (checkout.has_nothing_to_do() || (checkout.walk() && checkout.finish()));
+               checkout.walk() && checkout.finish();
     } catch (...) {
         done = fail_thrown();
     }
     if (checkout.is_canceled()) notify_cancel(notify);
-    if (!done)
-        checkout.roll_back();
-    else if (checkout.is_canceled() && checkout.has_nothing_to_do())
-        checkout.forget();
+    if (!done) checkout.roll_back();
     return done;
 } catch (...) {
     return fail_thrown();

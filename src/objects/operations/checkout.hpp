@@ -13,6 +13,7 @@
 #include "zev/tree.h"
 
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -22,6 +23,9 @@ namespace zev {
 
 // What stands at a path, a link for itself.
 enum class FileState { denied, failed, missing, directory, file, other };
+
+// What became of one path, in the order of the words that are reported.
+enum class Outcome { left_alone, added, updated, deleted, reverted, conflicted, skipped, failed };
 
 // One path on its way. An entry whose mode is 0 stands for none.
 struct CheckoutStep {
@@ -50,15 +54,17 @@ class Checkout {
     bool walk();
     bool finish();
 
-    void roll_back();
-    void forget(); // what was staged
-    bool has_nothing_to_do() const { return steps_.empty(); }
+    void roll_back(); // instead, when one of them failed
     bool is_canceled() const { return canceled_; }
 
   private:
+    enum class State { fresh, prepared, ready, compared, walked, finished, rolled_back };
+
     using TreePtr = Owned<Tree, zTreeFree>;
     using CommitPtr = Owned<Commit, zCommitFree>;
 
+    void check_state(State expected) const;
+    bool enter(State state);
     bool force() const { return zCheckSpecIsOn(spec_.get(), Z_CHECK_FORCE); }
     Failure tell(const zwchar *key, const zwchar *argument = nullptr);
 
@@ -73,26 +79,33 @@ class Checkout {
     bool stage(CheckoutStep &step);
     bool has_directory(const CheckoutStep &step);
 
-    // ---- One path. Each gives the word to report, null for none.
-    const zwchar *apply(CheckoutStep &step);
-    const zwchar *added(CheckoutStep &step);
-    const zwchar *modified(CheckoutStep &step);
-    const zwchar *deleted(CheckoutStep &step);
-    const zwchar *forced(CheckoutStep &step);
-    const zwchar *forced_delete(CheckoutStep &step);
+    // ---- One path
+    Outcome apply(CheckoutStep &step);
+    Outcome add(CheckoutStep &step);
+    Outcome modify(CheckoutStep &step);
+    Outcome remove(CheckoutStep &step);
+    Outcome force_in(CheckoutStep &step);
+    Outcome force_out(CheckoutStep &step);
+    void note(CheckoutStep &step, Outcome outcome);
+
     int32_t local_status(const CheckoutStep &step) const;
     const git_index_entry *staged(const CheckoutStep &step, int stage = 0) const;
     const git_index_entry *entry_of(const CheckoutStep &step) const;
-    bool in_conflict(const CheckoutStep &step) const;
+    bool is_in_conflict(const CheckoutStep &step) const;
     bool holds_ours(const CheckoutStep &step) const;
     bool is_hollow(const CheckoutStep &step) const;
-    FileState state_of(const CheckoutStep &step);
     bool is_unchanged(const CheckoutStep &step, bool but_for_rights = false) const;
-    void make_way(const CheckoutStep &step, FileState state);
     bool is_in_use(const CheckoutStep &step) const;
-    bool may_go(const CheckoutStep &step);
+    bool is_as_base(const CheckoutStep &step, FileState state) const;
+    bool is_held_up(const CheckoutStep &step) const;
+    FileState state_of(const CheckoutStep &step);
+    std::string find_obstacle(const CheckoutStep &step) const;
+
+    void make_way(const CheckoutStep &step, FileState state);
+    bool free_file(const CheckoutStep &step);
     bool ensure_entered(const CheckoutStep &step);
-    bool conflicts(CheckoutStep &step);
+    Outcome settle(CheckoutStep &step, Outcome agreed);
+    bool record_conflict(CheckoutStep &step);
     bool move_to_trash(const CheckoutStep &step);
     bool remove_file(const CheckoutStep &step);
     bool drop_above(const CheckoutStep &step);
@@ -102,6 +115,7 @@ class Checkout {
     std::u16string name_of_target() const;
     bool base_stands() const;
     bool commit(Tree *tree);
+    void forget(); // what was staged
 
     Repository *repository_;
     const Notify *notify_;
@@ -113,10 +127,12 @@ class Checkout {
     TreePtr target_tree_, base_tree_;
     CommitPtr base_commit_;
 
+    State state_ = State::fresh;
     std::vector<CheckoutStep> steps_;
     std::string directory_; // asked for last
     bool has_directory_ = true;
     std::unordered_set<std::string> unreadable_; // their files could not be staged
+    std::set<std::string> left_;                 // skipped or failed
     std::vector<const CheckoutStep *> taken_;    // their target's state goes into the new tree
     std::optional<Stager> stager_;
     std::optional<WorkWriter> writer_;

@@ -122,6 +122,7 @@ bool sorts_before(std::string_view a, std::string_view b) {
 
 // With force also what the target leaves unchanged takes part.
 bool Checkout::compare() {
+    check_state(State::ready);
     TreePairs pairs(repository_->handle.get(), zCheckSpecPaths(spec_.get()), force(), steps_);
     if (!pairs.walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
         return tell(u"odb.eFailedToMergeRemoteChanages");
@@ -129,7 +130,7 @@ bool Checkout::compare() {
     if (!stage_local_work()) return tell(u"odb.eFailedToMergeRemoteChanages");
     if (force()) add_local_steps();
     announce_to_trash();
-    return true;
+    return enter(State::compared);
 }
 
 // Deletions first: a file may take the name of a directory that goes, or the other way round. Then
@@ -204,7 +205,7 @@ bool Checkout::has_directory(const CheckoutStep &step) {
 bool Checkout::stage(CheckoutStep &step) {
     struct stat status;
     const git_index_entry *known = staged(step);
-    if (!known && in_conflict(step)) return true;
+    if (!known && is_in_conflict(step)) return true;
     if (!has_directory(step) || !os::lstat(full_path(repository_, step.path).c_str(), &status))
         return step.absent = !known, true;
     const bool young = known && (known->mtime.seconds > index_time_.tv_sec ||

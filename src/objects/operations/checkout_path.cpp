@@ -2,22 +2,24 @@
 // did, the index keeps base, ours and theirs. With force his work goes to the trash.
 #include "objects/operations/checkout.hpp"
 
+#include "common/errno.hpp"
 #include "common/utf.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "objects/notify/notify.hpp"
+#include "objects/store/strict.hpp"
 #include "system/os.hpp"
 #include "zev/repository.h"
 #include "zev/share.h"
 #include "zev/status.h"
 #include "zev/workdir.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <vector>
 
 namespace zev {
 
 namespace {
-
-constexpr const zwchar *kSkipped = u"action.sSkipped";
 
 // Of the bits of a mode only these mean something; old trees have others too.
 bool same(const git_index_entry &a, const git_index_entry &b) {
@@ -46,7 +48,7 @@ const git_index_entry *Checkout::entry_of(const CheckoutStep &step) const {
     return entry ? entry : staged(step, 2);
 }
 
-bool Checkout::in_conflict(const CheckoutStep &step) const {
+bool Checkout::is_in_conflict(const CheckoutStep &step) const {
     const git_index_entry *base, *ours, *theirs;
     return !git_index_conflict_get(&base, &ours, &theirs, index_->handle.get(), step.path.c_str());
 }
@@ -59,7 +61,7 @@ bool Checkout::holds_ours(const CheckoutStep &step) const {
 // How the index differs from the base at this path.
 int32_t Checkout::local_status(const CheckoutStep &step) const {
     const git_index_entry *entry = staged(step);
-    if (!entry && in_conflict(step)) return Z_KIND_CONFLICTED;
+    if (!entry && is_in_conflict(step)) return Z_KIND_CONFLICTED;
     if (!entry) return step.base.mode ? Z_KIND_DELETED : Z_KIND_UNCHANGED;
     if (!step.base.mode) return Z_KIND_ADDED;
     return same(*entry, step.base) ? Z_KIND_UNCHANGED : Z_KIND_MODIFIED;
@@ -92,6 +94,12 @@ bool Checkout::is_unchanged(const CheckoutStep &step, bool but_for_rights) const
     return entry_has_stat(*entry, status);
 }
 
+// Index and disk are as the base has them: what stands there is in the store.
+bool Checkout::is_as_base(const CheckoutStep &step, FileState state) const {
+    if (local_status(step) != Z_KIND_UNCHANGED) return false;
+    return state == FileState::file && is_unchanged(step);
+}
+
 // A new file without bytes, beside theirs with some: of a process that died before it wrote them,
 // mostly, and nothing is lost with it.
 bool Checkout::is_hollow(const CheckoutStep &step) const {
@@ -109,6 +117,28 @@ bool Checkout::is_in_use(const CheckoutStep &step) const {
     return !share;
 }
 
+// Whether what had to go first, a file above or below, was left.
+bool Checkout::is_held_up(const CheckoutStep &step) const {
+    if (left_.empty()) return false;
+    const auto below = left_.lower_bound(step.path + "/");
+    if (below != left_.end() && below->starts_with(step.path + "/")) return true;
+    for (size_t slash = step.path.find('/'); slash != std::string::npos;
+         slash = step.path.find('/', slash + 1))
+        if (left_.contains(step.path.substr(0, slash))) return true;
+    return false;
+}
+
+// What keeps a file from standing at the path: what stands there, or above it where a directory has
+// to be, a link too. Empty for nothing.
+std::string Checkout::find_obstacle(const CheckoutStep &step) const {
+    struct stat status;
+    for (size_t end = step.path.find('/');; end = step.path.find('/', end + 1)) {
+        std::string path = step.path.substr(0, end);
+        if (!os::lstat(full_path(repository_, path).c_str(), &status)) return {};
+        if (end == std::string::npos || !S_ISDIR(status.st_mode)) return path;
+    }
+}
+
 // ---- Parts of the steps
 
 // A directory without files goes; a file is made writable.
@@ -121,9 +151,9 @@ void Checkout::make_way(const CheckoutStep &step, FileState state) {
     }
 }
 
-// Whether a file can be replaced or removed: it is as the base has it, and nobody has it open.
-// Makes it writable.
-bool Checkout::may_go(const CheckoutStep &step) {
+// Makes a file that is as the base has it ready to be replaced or removed. Not one that another
+// program has open, or that can't be written.
+bool Checkout::free_file(const CheckoutStep &step) {
     if (!is_unchanged(step)) return false;
     make_way(step, FileState::file);
     return !is_in_use(step) && is_unchanged(step, true);
@@ -137,32 +167,47 @@ bool Checkout::ensure_entered(const CheckoutStep &step) {
            stage_named(index_.get(), *stager_, step.path.c_str());
 }
 
-// Whether the path is in conflict, which is written down: both sides have it and are equal, or not.
-bool Checkout::conflicts(CheckoutStep &step) {
+// Both sides have it and are equal, be it still a conflict of an earlier day; or it is one now.
+Outcome Checkout::settle(CheckoutStep &step, Outcome agreed) {
     const git_index_entry *ours = entry_of(step), *theirs = step.with_path(step.theirs);
-    if (ours && theirs && git_oid_equal(&ours->id, &theirs->id)) {
-        if (git_index_entry_stage(ours)) ensure_entered(step);
-        return false;
-    }
-    EntryPtr copy(ours ? zIndexEntryDup(zev_entry(ours)) : nullptr);
-    if (copy) zIndexEntrySetStage(copy.get(), 0);
-    index_drop(index_.get(), step.path.c_str()); // an earlier conflict, of another target
-    const git_index_entry *base = step.with_path(step.base);
-    zConflictAdd(index_.get(), base ? zev_entry(base) : nullptr, copy.get(),
-                 theirs ? zev_entry(theirs) : nullptr);
-    return true;
+    if (!ours || !theirs || !git_oid_equal(&ours->id, &theirs->id))
+        return record_conflict(step) ? Outcome::conflicted : Outcome::skipped;
+    const bool open = git_index_entry_stage(ours);
+    const StrictOff partial;
+    const bool closed = !open || ensure_entered(step) || index_enter(index_.get(), *theirs);
+    return closed ? agreed : Outcome::skipped;
 }
 
-// What stands there; and what stands above it where a directory has to be, a link too.
+// In place of ours, or of a conflict with an earlier target; these stay when it can't be. A partial
+// store may lack each of the three.
+bool Checkout::record_conflict(CheckoutStep &step) {
+    std::vector<EntryPtr> before;
+    for (int stage = 0; stage < 4; ++stage)
+        if (const git_index_entry *entry = staged(step, stage))
+            before.emplace_back(zIndexEntryDup(zev_entry(entry)));
+    const git_index_entry *known = entry_of(step), *base = step.with_path(step.base);
+    const git_index_entry *theirs = step.with_path(step.theirs);
+    const EntryPtr ours(known ? zIndexEntryDup(zev_entry(known)) : nullptr);
+    if (!std::ranges::all_of(before, [](const EntryPtr &copy) { return bool(copy); }) ||
+        !ours != !known)
+        return false;
+    if (ours) zIndexEntrySetStage(ours.get(), 0);
+    const StrictOff partial;
+    if (index_drop(index_.get(), step.path.c_str()) &&
+        zConflictAdd(index_.get(), base ? zev_entry(base) : nullptr, ours.get(),
+                     theirs ? zev_entry(theirs) : nullptr))
+        return true;
+    const KeptFailure kept;
+    index_drop(index_.get(), step.path.c_str());
+    for (const EntryPtr &entry : before) index_enter(index_.get(), *git_entry(entry.get()));
+    return false;
+}
+
 bool Checkout::move_to_trash(const CheckoutStep &step) {
-    struct stat status;
-    for (size_t end = step.path.find('/');; end = step.path.find('/', end + 1)) {
-        const std::string path = step.path.substr(0, end);
-        if (!os::lstat(full_path(repository_, path).c_str(), &status)) return true;
-        if (end != std::string::npos && S_ISDIR(status.st_mode)) continue;
-        writer_->forget_directories();
-        return trash_->drop(to_wide(path).c_str());
-    }
+    const std::string path = find_obstacle(step);
+    if (path.empty()) return true;
+    writer_->forget_directories();
+    return trash_->drop(to_wide(path).c_str());
 }
 
 // For good: what it holds is in the base's commit.
@@ -174,75 +219,79 @@ bool Checkout::remove_file(const CheckoutStep &step) {
 
 // ---- The target added it
 
-const zwchar *Checkout::added(CheckoutStep &step) {
-    if (step.absent && writer_->place(*step.with_path(step.theirs), false))
-        return taken_.push_back(&step), u"action.sAdded";
+Outcome Checkout::add(CheckoutStep &step) {
+    if (is_held_up(step)) return Outcome::skipped;
+    const git_index_entry &theirs = *step.with_path(step.theirs);
+    if (step.absent && writer_->place(theirs, false)) return Outcome::added;
     make_way(step, state_of(step));
+    const FileState state = state_of(step);
     const bool hollow = is_hollow(step);
-    const bool free = hollow || (state_of(step) == FileState::missing && !holds_ours(step));
-    // What stands in the way, of the path or of a directory above it, makes it a conflict.
-    const bool placed = free && writer_->place(*step.with_path(step.theirs), hollow);
-    const bool stands = !placed && state_of(step) == FileState::file;
-    if (stands && local_status(step) != Z_KIND_CONFLICTED && !ensure_entered(step)) return kSkipped;
-    taken_.push_back(&step);
-    return conflicts(step) ? u"action.sConflicted" : u"action.sAdded";
+    if (hollow || (state == FileState::missing && !holds_ours(step))) {
+        if (writer_->place(theirs, hollow)) return Outcome::added;
+        // What stands in the way makes it a conflict, else it just can't come in.
+        if (hollow || find_obstacle(step).empty()) return Outcome::skipped;
+    }
+    if (state == FileState::denied || state == FileState::failed) return Outcome::skipped;
+    if (state_of(step) == FileState::file && local_status(step) != Z_KIND_CONFLICTED &&
+        !ensure_entered(step))
+        return Outcome::skipped;
+    return settle(step, Outcome::added);
 }
 
 // ---- The target modified it
 
-const zwchar *Checkout::modified(CheckoutStep &step) {
+Outcome Checkout::modify(CheckoutStep &step) {
     const int32_t local = local_status(step);
     FileState state = state_of(step);
     if (local == Z_KIND_UNCHANGED && state == FileState::file) {
-        if (!may_go(step)) return kSkipped;
+        if (!free_file(step)) return Outcome::skipped;
     } else {
         make_way(step, state);
         state = state_of(step);
     }
     const bool gone = state == FileState::missing && local != Z_KIND_DELETED && !holds_ours(step);
-    const bool through = local == Z_KIND_UNCHANGED || gone;
-    if (through && !writer_->place(*step.with_path(step.theirs), state == FileState::file))
-        return kSkipped;
-    if (!through && state == FileState::file && local != Z_KIND_CONFLICTED && !ensure_entered(step))
-        return kSkipped;
-    taken_.push_back(&step);
-    return conflicts(step) ? u"action.sConflicted" : u"action.sUpdated";
+    if (local == Z_KIND_UNCHANGED || gone) {
+        const bool replaces = state == FileState::file;
+        const bool placed = writer_->place(*step.with_path(step.theirs), replaces);
+        return placed ? Outcome::updated : Outcome::skipped;
+    }
+    if (state == FileState::file && local != Z_KIND_CONFLICTED && !ensure_entered(step))
+        return Outcome::skipped;
+    return settle(step, Outcome::updated);
 }
 
 // ---- The target deleted it
 
-const zwchar *Checkout::deleted(CheckoutStep &step) {
+Outcome Checkout::remove(CheckoutStep &step) {
     const int32_t local = local_status(step);
-    if (local == Z_KIND_UNCHANGED && state_of(step) == FileState::file &&
-        (!may_go(step) || !remove_file(step)))
-        return kSkipped;
-    taken_.push_back(&step);
+    const FileState state = state_of(step);
     if (local != Z_KIND_UNCHANGED && local != Z_KIND_DELETED && entry_of(step))
-        return conflicts(step) ? u"action.sConflicted" : u"action.sDeleted";
-    index_drop(index_.get(), step.path.c_str());
-    return u"action.sDeleted";
+        return settle(step, Outcome::deleted);
+    if (local == Z_KIND_UNCHANGED && state == FileState::file &&
+        (!free_file(step) || !remove_file(step)))
+        return Outcome::skipped;
+    return index_drop(index_.get(), step.path.c_str()) ? Outcome::deleted : Outcome::skipped;
 }
 
 // ---- Force
 
-const zwchar *Checkout::forced(CheckoutStep &step) {
+Outcome Checkout::force_in(CheckoutStep &step) {
     const int32_t local = local_status(step);
     const FileState state = state_of(step);
     const bool is_new = !step.base.mode && !entry_of(step);
     const bool changes = step.status == Z_KIND_ADDED || step.status == Z_KIND_MODIFIED;
-    const bool rests = local == Z_KIND_UNCHANGED && state == FileState::file && is_unchanged(step);
-    if (!changes && rests) return taken_.push_back(&step), nullptr;
-    if (!writer_->has(step.theirs.id)) return u"action.sFailed";
+    const bool rests = is_as_base(step, state);
+    if (!changes && rests) return Outcome::left_alone;
+    if (!writer_->has(step.theirs.id)) return Outcome::failed;
     // An unchanged file is replaced in place; anything else goes to the trash first.
     if (rests) make_way(step, state);
     if ((!rests && !move_to_trash(step)) || !drop_above(step)) {
         tell(u"odb.eFailedToUpdateEntry_s", step.wide.c_str());
-        return u"action.sFailed";
+        return Outcome::failed;
     }
-    if (!writer_->place(*step.with_path(step.theirs), rests)) return u"action.sFailed";
-    taken_.push_back(&step);
-    if (is_new || local == Z_KIND_DELETED) return u"action.sAdded";
-    return local == Z_KIND_UNCHANGED ? u"action.sUpdated" : u"action.sReverted";
+    if (!writer_->place(*step.with_path(step.theirs), rests)) return Outcome::failed;
+    if (is_new || local == Z_KIND_DELETED) return Outcome::added;
+    return local == Z_KIND_UNCHANGED ? Outcome::updated : Outcome::reverted;
 }
 
 // The entries of files that stood for the directories above.
@@ -253,21 +302,18 @@ bool Checkout::drop_above(const CheckoutStep &step) {
     return true;
 }
 
-const zwchar *Checkout::forced_delete(CheckoutStep &step) {
-    const int32_t local = local_status(step);
+Outcome Checkout::force_out(CheckoutStep &step) {
     const FileState state = state_of(step);
-    const bool rests = local == Z_KIND_UNCHANGED && state == FileState::file && is_unchanged(step);
     bool gone = state == FileState::missing || writer_->is_behind_link(step.path);
-    if (!gone && rests) gone = remove_file(step);
+    if (!gone && is_as_base(step, state)) gone = remove_file(step);
     if (!gone) {
         zWorkdirChread(repository_, step.wide.c_str(), false);
         gone = move_to_trash(step);
     }
-    if (!gone) return u"action.sFailed";
-    if (step.in_target) taken_.push_back(&step);
+    if (!gone) return Outcome::failed;
     const bool known = entry_of(step);
-    if (!index_drop(index_.get(), step.path.c_str())) return u"action.sFailed";
-    return known ? u"action.sReverted" : nullptr;
+    if (!index_drop(index_.get(), step.path.c_str())) return Outcome::failed;
+    return known ? Outcome::reverted : Outcome::left_alone;
 }
 
 } // namespace zev
