@@ -147,18 +147,30 @@ TEST_F(CheckoutTest, LeavesFilesInUse) {
     EXPECT_EQ(git(place, "diff --name-only --no-renames HEAD side"), "d\nd/in\nkept");
 }
 
+// One during the last file is told too, and one before the first makes no commit, with force too.
 TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
-    report.stop = false;
     static int calls;
-    calls = 0;
+    const std::string old = head();
+    for (const uint32_t options : {uint32_t{Z_CHECK_FORCE}, 0u}) {
+        report.stop = true;
+        zCheckSpecSetOptions(spec.get(), options);
+        ASSERT_OK(checkout());
+        EXPECT_EQ(head() + porcelain(), old) << options;
+        EXPECT_TRUE(fs::exists(place / "d/in"));
+    }
     report.progress = [](const Notify *notify, const zwchar *) {
-        if (++calls == 3) const_cast<Report *>(static_cast<const Report *>(notify))->stop = true;
+        if (--calls == 0) const_cast<Report *>(static_cast<const Report *>(notify))->stop = true;
     };
-    ASSERT_OK(checkout());
-    EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled")));
-    EXPECT_EQ(porcelain(), "");
-    EXPECT_EQ(git(place, "log -1 --format=%an"), "remote");
-    EXPECT_EQ(git(place, "diff --name-only HEAD^ HEAD"), "edited\ngone\ngone-edited");
+    for (const char *done : {"edited\ngone\ngone-edited", "kept\nnew/file\nsame\nuntracked"}) {
+        calls = *done == 'e' ? 3 : 4;
+        report.stop = false;
+        report.lines.clear();
+        ASSERT_OK(checkout());
+        EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled"))) << done;
+        EXPECT_EQ(porcelain(), "");
+        EXPECT_EQ(git(place, "log -1 --format=%an"), "remote");
+        EXPECT_EQ(git(place, "diff --name-only HEAD^ HEAD"), done);
+    }
 }
 
 TEST_F(CheckoutTest, OnlyTheNamedPaths) {

@@ -141,10 +141,10 @@ bool Checkout::walk() {
     const zwchar *progress = word(u"action.sCheckoutProgress_d_d");
     int count = 0;
     for (CheckoutStep &step : steps_) {
-        canceled_ = zNotifyIsUsrbrk(notify_);
-        if (canceled_) break;
         note(step, apply(step));
         zNotifyProgress(notify_, progress, ++count, total);
+        canceled_ = zNotifyIsUsrbrk(notify_);
+        if (canceled_) break;
     }
     return enter(State::walked);
 }
@@ -163,15 +163,17 @@ void Checkout::note(CheckoutStep &step, Outcome outcome) {
     const bool left = outcome == Outcome::skipped || outcome == Outcome::failed;
     if (left) left_.insert(step.path);
     if (!left && step.in_target) taken_.push_back(&step);
+    if (!left && outcome != Outcome::left_alone) changed_ = true;
     const zwchar *key = kActions[static_cast<size_t>(outcome)];
     if (notify_ && key) notify_action(notify_, key, step.wide.c_str());
 }
 
 // ---- Finishing
 
+// Where a break came before anything was done, no commit tells of it.
 bool Checkout::finish() {
     check_state(State::walked);
-    if (steps_.empty()) return forget(), enter(State::finished);
+    if (steps_.empty() || (canceled_ && !changed_)) return forget(), enter(State::finished);
     const TreePtr tree = build_tree();
     if (!tree) return tell(u"odb.eFailedToBuildTree");
     return commit(tree.get()) && enter(State::finished);

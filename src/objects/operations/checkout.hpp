@@ -134,6 +134,7 @@ class Checkout {
     std::unordered_set<std::string> unreadable_; // their files could not be staged
     std::set<std::string> left_;                 // skipped or failed
     std::vector<const CheckoutStep *> taken_;    // their target's state goes into the new tree
+    bool changed_ = false;                       // something came of a step
     std::optional<Stager> stager_;
     std::optional<WorkWriter> writer_;
     std::optional<TrashBatch> trash_;

@@ -128,6 +128,7 @@ bool Checkout::compare() {
         return tell(u"odb.eFailedToMergeRemoteChanages");
     sort_steps();
     if (!stage_local_work()) return tell(u"odb.eFailedToMergeRemoteChanages");
+    if (canceled_) return steps_.clear(), enter(State::compared);
     if (force()) add_local_steps();
     announce_to_trash();
     return enter(State::compared);
@@ -172,7 +173,7 @@ void Checkout::announce_to_trash() {
 }
 
 // What the user did to files that the target changes, so that it is in the store before anything
-// is written over, and shows as a change beside the base. A break leaves nothing to do.
+// is written over, and shows as a change beside the base.
 bool Checkout::stage_local_work() {
     struct stat status;
     const zwchar *path = zIndexPath(index_.get());
@@ -185,7 +186,6 @@ bool Checkout::stage_local_work() {
         if (!stage(step)) unreadable_.insert(step.path);
     }
     canceled_ = canceled_ || zNotifyIsUsrbrk(notify_);
-    if (canceled_) steps_.clear();
     return bulk->finish();
 }
 
