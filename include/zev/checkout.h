@@ -10,7 +10,8 @@
 
 ZEV_BEGIN
 
-// A null spec means HEAD to its own commit. True also when there was nothing to do, and when the user broke off:
+// A null spec means HEAD to its own commit. Kinds that its paths leave out, as what the target did
+// to a file, are left alone. True also when there was nothing to do, and when the user broke off:
 // what was done until then is committed, and the break told as canceled.
 // What can't be handled is told as skipped, or failed with force, stays as it is, and is not in the
 // commit: a file in use, one that the store lacks or the disk has no room for. On failure, told as

@@ -173,13 +173,25 @@ TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
     }
 }
 
-TEST_F(CheckoutTest, OnlyTheNamedPaths) {
-    zCheckSpecAddPath(spec.get(), u"new");
-    zCheckSpecAddPath(spec.get(), u"gone*");
+TEST_F(CheckoutTest, OnlyTheNamedPathsAndKinds) {
+    constexpr struct {
+        const zwchar *pattern;
+        uint32_t kinds, options;
+        const char *changes;
+    } kRows[] = {
+        {u"new", 0, 0, "A\tnew/file"},
+        {u"*", Z_SPEC_NO_DELETED | Z_SPEC_NO_MODIFIED, Z_CHECK_FORCE, "A\tuntracked"},
+        {u"gone*", Z_SPEC_NO_MODIFIED, 0, "D\tgone\nD\tgone-edited"},
+    };
     put("edited", "mine");
-    ASSERT_OK(checkout());
-    EXPECT_EQ(git(place, "diff --name-status HEAD^ HEAD"), "D\tgone\nD\tgone-edited\nA\tnew/file");
-    EXPECT_EQ(porcelain(), " M edited");
+    for (const auto &[pattern, kinds, options, changes] : kRows) {
+        const SpecPtr paths = WorkingCopyTest::spec({pattern}, kinds);
+        zCheckSpecSetPaths(spec.get(), paths.get());
+        zCheckSpecSetOptions(spec.get(), options);
+        ASSERT_OK(checkout());
+        EXPECT_EQ(git(place, "diff --name-status HEAD^ HEAD"), changes);
+        EXPECT_EQ(porcelain(), " M edited") << changes;
+    }
 }
 
 TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {

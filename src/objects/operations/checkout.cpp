@@ -183,8 +183,8 @@ bool Checkout::finish() {
 Checkout::TreePtr Checkout::build_tree() {
     const auto of_target = [](const CheckoutStep &step) { return step.in_target; };
     const auto wanted = static_cast<size_t>(std::ranges::count_if(steps_, of_target));
-    const bool whole = !zPathSpecCount(zCheckSpecPaths(spec_.get())) && taken_.size() == wanted;
-    if (whole) return TreePtr(zTreeByid(repository_, zTreeId(target_tree_.get())));
+    if (selects_all_ && taken_.size() == wanted)
+        return TreePtr(zTreeByid(repository_, zTreeId(target_tree_.get())));
     const Owned<TreeBuilder, zTreeBuilderFree> builder(
         zTreeBuilderNew(repository_, base_tree_.get()));
     if (!builder) return nullptr;

@@ -74,6 +74,7 @@ class Checkout {
     bool resolve_base();
     void sort_steps();
     void add_local_steps();
+    bool is_in_base(const char *path) const;
     void announce_to_trash();
     bool stage_local_work();
     bool stage(CheckoutStep &step);
@@ -129,7 +130,8 @@ class Checkout {
 
     State state_ = State::fresh;
     std::vector<CheckoutStep> steps_;
-    std::string directory_; // asked for last
+    bool selects_all_ = true; // the steps are all that differs
+    std::string directory_;   // asked for last
     bool has_directory_ = true;
     std::unordered_set<std::string> unreadable_; // their files could not be staged
     std::set<std::string> left_;                 // skipped or failed

@@ -33,6 +33,7 @@ class TreePairs {
         : repository_(repository), spec_(spec), all_(all), steps_(steps) {}
 
     bool walk(git_tree *base, git_tree *target, const std::string &directory = {});
+    bool selects_all() const { return selects_all_; } // of what differs
 
   private:
     using Entry = const git_tree_entry *;
@@ -47,6 +48,7 @@ class TreePairs {
     git_repository *repository_;
     PathSpec *spec_;
     bool all_;
+    bool selects_all_ = true;
     std::vector<CheckoutStep> &steps_;
 };
 
@@ -84,8 +86,7 @@ bool TreePairs::meet(Entry base, Entry target, const std::string &directory) {
     if (equal(base, target) && !all_) return true;
     std::string path = directory + git_tree_entry_name(base ? base : target);
     if (!is_tree(base) && !is_tree(target)) {
-        if (spec_matches(spec_, path)) add(std::move(path), base, target);
-        return true;
+        return add(std::move(path), base, target), true;
     }
     if (path.size() > kLongestDirectory) return fail_os(ENAMETOOLONG);
     git::Tree base_tree, target_tree;
@@ -103,6 +104,10 @@ void TreePairs::add(std::string path, Entry base, Entry target) {
                            : !target             ? Z_KIND_DELETED
                            : equal(base, target) ? Z_KIND_UNCHANGED
                                                  : Z_KIND_MODIFIED;
+    if (spec_leaves_out(spec_, status) || !spec_matches(spec_, path)) {
+        selects_all_ = false;
+        return;
+    }
     std::u16string wide = to_wide(path);
     steps_.push_back(
         {std::move(path), std::move(wide), status, true, entry_from(base), entry_from(target)});
@@ -126,6 +131,7 @@ bool Checkout::compare() {
     TreePairs pairs(repository_->handle.get(), zCheckSpecPaths(spec_.get()), force(), steps_);
     if (!pairs.walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
         return tell(u"odb.eFailedToMergeRemoteChanages");
+    selects_all_ = pairs.selects_all();
     sort_steps();
     if (!stage_local_work()) return tell(u"odb.eFailedToMergeRemoteChanages");
     if (canceled_) return steps_.clear(), enter(State::compared);
@@ -147,8 +153,19 @@ void Checkout::sort_steps() {
     });
 }
 
-// What was added here, and what the target doesn't know, has to go first of all.
+bool Checkout::is_in_base(const char *path) const {
+    git::Entry entry;
+    const bool found =
+        base_tree_ && !git_tree_entry_bypath(out(entry), base_tree_->handle.get(), path);
+    git_error_clear();
+    return found;
+}
+
+// What was added here, and what the target doesn't know, has to go first of all. What both trees
+// have and no step is about was left out by its kind.
 void Checkout::add_local_steps() {
+    PathSpec *paths = zCheckSpecPaths(spec_.get());
+    if (spec_leaves_out(paths, Z_KIND_ADDED)) return;
     std::unordered_set<std::string_view> known;
     for (const CheckoutStep &step : steps_) known.insert(step.path);
     std::vector<CheckoutStep> added;
@@ -156,7 +173,7 @@ void Checkout::add_local_steps() {
     for (size_t i = 0, count = git_index_entrycount(index); i < count; ++i) {
         const std::string_view path = git_index_get_byindex(index, i)->path;
         const bool again = !added.empty() && added.back().path == path; // of a conflict
-        if (again || known.contains(path) || !spec_matches(zCheckSpecPaths(spec_.get()), path))
+        if (again || known.contains(path) || !spec_matches(paths, path) || is_in_base(path.data()))
             continue;
         added.push_back({std::string(path), to_wide(path), Z_KIND_DELETED, false, {}, {}});
     }
