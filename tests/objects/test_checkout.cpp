@@ -266,11 +266,12 @@ TEST_F(CheckoutTest, RollsBack) {
 // the index knows each file as it stands after it was renamed into place.
 TEST_F(CheckoutTest, FilesAreAsTheTargetHasThem) {
     fs::create_directory_symlink("d", place / "link");
-    git_as("add link");
+    for (const char *name : {"turns/deep/one", "turns/two", "goes/deep/three"}) put(name, name);
+    git_as("add link turns goes");
     git_as("commit -qm link");
     git_as("checkout -qB side");
-    fs::remove(place / "link");
-    put("link", "a file\n");
+    for (const char *name : {"link", "turns", "goes"}) fs::remove_all(place / name);
+    for (const char *name : {"link", "turns"}) put(name, "a file\n");
     put(".gitattributes", "*.txt text eol=crlf\n");
     for (const char *name : {"!.txt", "text.txt"}) put(name, "1\r\n");
     std::string noise(3u << 20, 0);
@@ -285,6 +286,7 @@ TEST_F(CheckoutTest, FilesAreAsTheTargetHasThem) {
     EXPECT_EQ(porcelain(), "");
     EXPECT_EQ(git(place, "diff side --stat"), "");
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(place / "link")));
+    EXPECT_FALSE(fs::exists(place / "goes"));
     EXPECT_EQ(read(place / "!.txt") + read(place / "text.txt"), "1\r\n1\r\n");
     for (const char *name : {"kept", "large", "link", "text.txt"}) {
         struct stat now;

@@ -59,6 +59,7 @@ void Checkout::check_state([[maybe_unused]] State expected) const {
     assert(state_ < State::ready || (index_ && target_tree_ && stager_ && writer_));
     assert(state_ < State::compared || trash_ || steps_.empty());
     assert(taken_.size() + left_.size() <= steps_.size());
+    assert(emptied_.empty() || state_ == State::compared); // pruned before the walk ends
 }
 
 bool Checkout::enter(State state) {
@@ -141,11 +142,13 @@ bool Checkout::walk() {
     const zwchar *progress = word(u"action.sCheckoutProgress_d_d");
     int count = 0;
     for (CheckoutStep &step : steps_) {
+        if (step.status != Z_KIND_DELETED) prune_emptied(); // it may need a directory's name
         note(step, apply(step));
         zNotifyProgress(notify_, progress, ++count, total);
         canceled_ = zNotifyIsUsrbrk(notify_);
         if (canceled_) break;
     }
+    prune_emptied();
     return enter(State::walked);
 }
 

@@ -12,6 +12,7 @@
 #include "zev/object.h"
 #include "zev/tree.h"
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -95,20 +96,22 @@ class Checkout {
     bool is_in_conflict(const CheckoutStep &step) const;
     bool holds_ours(const CheckoutStep &step) const;
     bool is_hollow(const CheckoutStep &step) const;
-    bool is_unchanged(const CheckoutStep &step, bool but_for_rights = false) const;
-    bool is_in_use(const CheckoutStep &step) const;
+    bool is_unchanged(const CheckoutStep &step, struct stat *found = nullptr,
+                      bool but_for_rights = false) const;
     bool is_as_base(const CheckoutStep &step, FileState state) const;
     bool is_held_up(const CheckoutStep &step) const;
     FileState state_of(const CheckoutStep &step);
     std::string find_obstacle(const CheckoutStep &step) const;
 
     void make_way(const CheckoutStep &step, FileState state);
+    void make_writable(const CheckoutStep &step);
     bool free_file(const CheckoutStep &step);
     bool ensure_entered(const CheckoutStep &step);
     Outcome settle(CheckoutStep &step, Outcome agreed);
     bool record_conflict(CheckoutStep &step);
     bool move_to_trash(const CheckoutStep &step);
     bool remove_file(const CheckoutStep &step);
+    void prune_emptied();
     bool drop_above(const CheckoutStep &step);
 
     // ---- After
@@ -133,10 +136,11 @@ class Checkout {
     bool selects_all_ = true; // the steps are all that differs
     std::string directory_;   // asked for last
     bool has_directory_ = true;
-    std::unordered_set<std::string> unreadable_; // their files could not be staged
-    std::set<std::string> left_;                 // skipped or failed
-    std::vector<const CheckoutStep *> taken_;    // their target's state goes into the new tree
-    bool changed_ = false;                       // something came of a step
+    std::unordered_set<std::string> unreadable_;    // their files could not be staged
+    std::set<std::string> left_;                    // skipped or failed
+    std::vector<const CheckoutStep *> taken_;       // their target's state goes into the new tree
+    bool changed_ = false;                          // something came of a step
+    std::set<std::string, std::greater<>> emptied_; // directories, each behind what is below it
     std::optional<Stager> stager_;
     std::optional<WorkWriter> writer_;
     std::optional<TrashBatch> trash_;

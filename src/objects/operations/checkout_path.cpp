@@ -83,7 +83,8 @@ FileState Checkout::state_of(const CheckoutStep &step) {
 
 // The file is still the one that was compared: nobody saved it meanwhile. Giving it its write bits
 // moves its change time.
-bool Checkout::is_unchanged(const CheckoutStep &step, bool but_for_rights) const {
+bool Checkout::is_unchanged(const CheckoutStep &step, struct stat *found,
+                            bool but_for_rights) const {
     struct stat status;
     const git_index_entry *entry = entry_of(step);
     if (!entry || unreadable_.contains(step.path) ||
@@ -91,6 +92,7 @@ bool Checkout::is_unchanged(const CheckoutStep &step, bool but_for_rights) const
         return false;
     if (but_for_rights)
         status.st_ctim = {entry->ctime.seconds, static_cast<long>(entry->ctime.nanoseconds)};
+    if (found) *found = status;
     return entry_has_stat(*entry, status);
 }
 
@@ -106,15 +108,6 @@ bool Checkout::is_hollow(const CheckoutStep &step) const {
     const git_index_entry *entry = staged(step);
     return entry && S_ISREG(entry->mode) && entry->file_size == 0 && is_empty_blob(entry->id) &&
            is_unchanged(step);
-}
-
-// Another program has the file open, or it can't be written.
-bool Checkout::is_in_use(const CheckoutStep &step) const {
-    const std::u16string full = full_path(repository_, step.path);
-    struct stat status;
-    if (os::lstat(full.c_str(), &status) && S_ISLNK(status.st_mode)) return false;
-    const Owned<Share, zShareClose> share(zShareOpen(full.c_str(), u"r+b", Z_SHARE_NONE));
-    return !share;
 }
 
 // Whether what had to go first, a file above or below, was left.
@@ -147,16 +140,29 @@ void Checkout::make_way(const CheckoutStep &step, FileState state) {
         zWorkdirRmdirR(repository_, step.wide.c_str());
         writer_->forget_directories();
     } else if (state == FileState::file) {
-        zWorkdirChread(repository_, step.wide.c_str(), false);
+        make_writable(step);
     }
+}
+
+// A link has no mode of its own. Where the mode can't be changed, what follows tells whether it
+// had to be.
+void Checkout::make_writable(const CheckoutStep &step) {
+    const std::u16string full = full_path(repository_, step.path);
+    struct stat status;
+    if (os::lstat(full.c_str(), &status) && S_ISREG(status.st_mode))
+        os::set_readonly(full.c_str(), false);
 }
 
 // Makes a file that is as the base has it ready to be replaced or removed. Not one that another
 // program has open, or that can't be written.
 bool Checkout::free_file(const CheckoutStep &step) {
-    if (!is_unchanged(step)) return false;
-    make_way(step, FileState::file);
-    return !is_in_use(step) && is_unchanged(step, true);
+    struct stat status;
+    if (!is_unchanged(step, &status)) return false;
+    if (S_ISLNK(status.st_mode)) return true;
+    const std::u16string full = full_path(repository_, step.path);
+    if ((status.st_mode & 0600) != 0600) os::set_readonly(full.c_str(), false);
+    const Owned<Share, zShareClose> share(zShareOpen(full.c_str(), u"r+b", Z_SHARE_NONE));
+    return share && is_unchanged(step, nullptr, true);
 }
 
 // The index has the file as it is.
@@ -212,9 +218,24 @@ bool Checkout::move_to_trash(const CheckoutStep &step) {
 
 // For good: what it holds is in the base's commit.
 bool Checkout::remove_file(const CheckoutStep &step) {
-    zWorkdirChread(repository_, step.wide.c_str(), false);
-    writer_->forget_directories(); // those that it leaves without files go too
-    return zWorkdirUnlink(repository_, step.wide.c_str());
+    const std::u16string full = full_path(repository_, step.path);
+    if (!os::unlink(full.c_str()) && errno != ENOENT) return fail_errno(full.c_str());
+    const size_t slash = step.path.rfind('/');
+    if (slash != std::string::npos) emptied_.insert(step.path.substr(0, slash));
+    return true;
+}
+
+// Directories that were left without files go. Each is looked at once, after all below it.
+void Checkout::prune_emptied() {
+    if (emptied_.empty()) return;
+    writer_->forget_directories();
+    while (!emptied_.empty()) {
+        const std::string directory = *emptied_.begin();
+        emptied_.erase(emptied_.begin());
+        const size_t slash = directory.rfind('/');
+        if (remove_hollow(full_path(repository_, directory)) && slash != std::string::npos)
+            emptied_.insert(directory.substr(0, slash));
+    }
 }
 
 // ---- The target added it
