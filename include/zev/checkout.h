@@ -14,8 +14,8 @@ ZEV_BEGIN
 // to a file, are left alone. True also when there was nothing to do, and when the user broke off:
 // what was done until then is committed, and the break told as canceled.
 // What can't be handled is told as skipped, or failed with force, stays as it is, and is not in the
-// commit: a file in use, one that the store lacks or the disk has no room for. On failure, told as
-// an error, branch and index are as before.
+// commit: a file in use, one that the store lacks or the disk has no room for, a name that differs
+// from one of ours in case only. On failure, told as an error, branch and index are as before.
 ZEV_API bool zRepositoryCheckout(Repository *repository, CheckSpec *spec);
 
 ZEV_END

@@ -244,6 +244,16 @@ TEST_F(CheckoutTest, LeavesOutWhatCantComeIn) {
     EXPECT_EQ(read(place / "edited") + read(place / "same"), "minefirst same");
 }
 
+// A tracked name of ours that differs in case only keeps theirs out.
+TEST_F(CheckoutTest, TakesNoTwinOfOurs) {
+    put("Untracked", "mine");
+    git_as("add Untracked");
+    ASSERT_OK(checkout());
+    EXPECT_TRUE(said(u"action.sSkipped", "untracked"));
+    EXPECT_EQ(porcelain(), "A  Untracked");
+    EXPECT_EQ(git(place, "diff --name-status HEAD side"), "A\tuntracked");
+}
+
 // Branch and index are as before when a step fails: here the branch can't move.
 TEST_F(CheckoutTest, RollsBack) {
     const std::string old = head(), index = read(place / ".git/index");

@@ -100,6 +100,7 @@ class Checkout {
                       bool but_for_rights = false) const;
     bool is_as_base(const CheckoutStep &step, FileState state) const;
     bool is_held_up(const CheckoutStep &step) const;
+    bool has_twin(const CheckoutStep &step);
     FileState state_of(const CheckoutStep &step);
     std::string find_obstacle(const CheckoutStep &step) const;
 
@@ -141,6 +142,7 @@ class Checkout {
     std::vector<const CheckoutStep *> taken_;       // their target's state goes into the new tree
     bool changed_ = false;                          // something came of a step
     std::set<std::string, std::greater<>> emptied_; // directories, each behind what is below it
+    std::optional<std::unordered_set<std::u16string>> own_names_; // folded; not the target's
     std::optional<Stager> stager_;
     std::optional<WorkWriter> writer_;
     std::optional<TrashBatch> trash_;

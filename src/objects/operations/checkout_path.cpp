@@ -6,6 +6,8 @@
 #include "common/utf.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "objects/notify/notify.hpp"
+#include "objects/store/object.hpp"
+#include "objects/store/pathspec.hpp"
 #include "objects/store/strict.hpp"
 #include "system/os.hpp"
 #include "zev/repository.h"
@@ -119,6 +121,30 @@ bool Checkout::is_held_up(const CheckoutStep &step) const {
          slash = step.path.find('/', slash + 1))
         if (left_.contains(step.path.substr(0, slash))) return true;
     return false;
+}
+
+// Whether a name that only we have differs from this one in case only: the next tree would hold
+// both. Twins that the target has itself are its own affair. Told.
+bool Checkout::has_twin(const CheckoutStep &step) {
+    if (entry_of(step) || !index_has_twin(index_.get(), step.path)) return false;
+    std::u16string folded;
+    if (!own_names_) {
+        own_names_.emplace();
+        git_index *index = index_->handle.get();
+        for (size_t i = 0, count = git_index_entrycount(index); i < count; ++i) {
+            const char *path = git_index_get_byindex(index, i)->path;
+            git::Entry theirs;
+            if (!git_tree_entry_bypath(out(theirs), target_tree_->handle.get(), path)) continue;
+            fold_path(folded, path);
+            own_names_->insert(folded);
+        }
+        git_error_clear();
+    }
+    fold_path(folded, step.path);
+    if (!own_names_->contains(folded)) return false;
+    raise_exists(step.wide);
+    zNotifyWarning(notify_, u"%s", zErrorDetail());
+    return true;
 }
 
 // What keeps a file from standing at the path: what stands there, or above it where a directory has
@@ -241,7 +267,7 @@ void Checkout::prune_emptied() {
 // ---- The target added it
 
 Outcome Checkout::add(CheckoutStep &step) {
-    if (is_held_up(step)) return Outcome::skipped;
+    if (is_held_up(step) || has_twin(step)) return Outcome::skipped;
     const git_index_entry &theirs = *step.with_path(step.theirs);
     if (step.absent && writer_->place(theirs, false)) return Outcome::added;
     make_way(step, state_of(step));
@@ -303,6 +329,7 @@ Outcome Checkout::force_in(CheckoutStep &step) {
     const bool changes = step.status == Z_KIND_ADDED || step.status == Z_KIND_MODIFIED;
     const bool rests = is_as_base(step, state);
     if (!changes && rests) return Outcome::left_alone;
+    if (has_twin(step)) return Outcome::skipped;
     if (!writer_->has(step.theirs.id)) return Outcome::failed;
     // An unchanged file is replaced in place; anything else goes to the trash first.
     if (rests) make_way(step, state);
