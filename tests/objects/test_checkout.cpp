@@ -254,6 +254,35 @@ TEST_F(CheckoutTest, TakesNoTwinOfOurs) {
     EXPECT_EQ(git(place, "diff --name-status HEAD side"), "A\tuntracked");
 }
 
+// The commit of a repository within: the index alone knows it, beside an empty directory.
+TEST_F(CheckoutTest, KeepsGitlinksInTheIndex) {
+    const std::string first = head(), link = git(place, "rev-parse side");
+    plant("160000 commit " + first, "lib");
+    const std::string with = git(place, "rev-parse side");
+    plant("160000 commit " + link, "lib");
+    for (const uint32_t options : {0u, uint32_t{Z_CHECK_FORCE}}) {
+        zCheckSpecSetOptions(spec.get(), options);
+        for (const auto &[target, word] :
+             {std::pair{with, u"action.sAdded"}, {std::string("side"), u"action.sUpdated"}}) {
+            report.lines.clear();
+            ASSERT_OK(checkout(target));
+            EXPECT_TRUE(said(word, "lib")) << options;
+            EXPECT_EQ(porcelain() + git(place, "diff --stat HEAD " + target), "");
+            EXPECT_TRUE(fs::is_directory(place / "lib"));
+        }
+        if (options) put("lib/file", "of the other repository");
+        ASSERT_OK(checkout(first));
+        EXPECT_EQ(git(place, "ls-files lib"), "");
+        EXPECT_EQ(fs::exists(place / "lib"), options != 0);
+    }
+    zCheckSpecSetOptions(spec.get(), 0);
+    ASSERT_OK(checkout(with));
+    git_as("update-index --cacheinfo 160000," + head() + ",lib");
+    ASSERT_OK(checkout("side"));
+    EXPECT_TRUE(said(u"action.sConflicted", "lib"));
+    EXPECT_EQ(porcelain(), "UU lib");
+}
+
 // Branch and index are as before when a step fails: here the branch can't move.
 TEST_F(CheckoutTest, RollsBack) {
     const std::string old = head(), index = read(place / ".git/index");

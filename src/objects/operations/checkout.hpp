@@ -107,6 +107,7 @@ class Checkout {
     void make_way(const CheckoutStep &step, FileState state);
     void make_writable(const CheckoutStep &step);
     bool free_file(const CheckoutStep &step);
+    bool can_place(const CheckoutStep &step, FileState state);
     bool ensure_entered(const CheckoutStep &step);
     Outcome settle(CheckoutStep &step, Outcome agreed);
     bool record_conflict(CheckoutStep &step);

@@ -29,6 +29,11 @@ bool same(const git_index_entry &a, const git_index_entry &b) {
     return git_oid_equal(&a.id, &b.id) && (a.mode & kCounts) == (b.mode & kCounts);
 }
 
+// The commit of a repository within this one. Its directory is that repository's.
+bool is_gitlink(const git_index_entry *entry) {
+    return entry && (entry->mode & S_IFMT) == GIT_FILEMODE_COMMIT;
+}
+
 // e69de29bb2d1d6434b8b29ae775ad8c2e48c5391, the id of no bytes
 bool is_empty_blob(const git_oid &id) {
     git_oid empty;
@@ -98,9 +103,10 @@ bool Checkout::is_unchanged(const CheckoutStep &step, struct stat *found,
     return entry_has_stat(*entry, status);
 }
 
-// Index and disk are as the base has them: what stands there is in the store.
+// Index and disk are as the base has them: what stands there is in the store, or none of ours.
 bool Checkout::is_as_base(const CheckoutStep &step, FileState state) const {
     if (local_status(step) != Z_KIND_UNCHANGED) return false;
+    if (is_gitlink(staged(step))) return state == FileState::directory;
     return state == FileState::file && is_unchanged(step);
 }
 
@@ -160,9 +166,9 @@ std::string Checkout::find_obstacle(const CheckoutStep &step) const {
 
 // ---- Parts of the steps
 
-// A directory without files goes; a file is made writable.
+// A directory without files goes, unless one is to be there; a file is made writable.
 void Checkout::make_way(const CheckoutStep &step, FileState state) {
-    if (state == FileState::directory) {
+    if (state == FileState::directory && !is_gitlink(&step.theirs)) {
         zWorkdirRmdirR(repository_, step.wide.c_str());
         writer_->forget_directories();
     } else if (state == FileState::file) {
@@ -189,6 +195,16 @@ bool Checkout::free_file(const CheckoutStep &step) {
     if ((status.st_mode & 0600) != 0600) os::set_readonly(full.c_str(), false);
     const Owned<Share, zShareClose> share(zShareOpen(full.c_str(), u"r+b", Z_SHARE_NONE));
     return share && is_unchanged(step, nullptr, true);
+}
+
+// A repository within may have its files already, as long as the index has none of them as ours,
+// and no commit of its own choice.
+bool Checkout::can_place(const CheckoutStep &step, FileState state) {
+    if (is_gitlink(staged(step))) return false;
+    if (state == FileState::missing) return true;
+    if (state != FileState::directory || !is_gitlink(&step.theirs)) return false;
+    size_t below;
+    return git_index_find_prefix(&below, index_->handle.get(), (step.path + "/").c_str()) < 0;
 }
 
 // The index has the file as it is.
@@ -273,7 +289,7 @@ Outcome Checkout::add(CheckoutStep &step) {
     make_way(step, state_of(step));
     const FileState state = state_of(step);
     const bool hollow = is_hollow(step);
-    if (hollow || (state == FileState::missing && !holds_ours(step))) {
+    if (hollow || (can_place(step, state) && !holds_ours(step))) {
         if (writer_->place(theirs, hollow)) return Outcome::added;
         // What stands in the way makes it a conflict, else it just can't come in.
         if (hollow || find_obstacle(step).empty()) return Outcome::skipped;
@@ -296,7 +312,8 @@ Outcome Checkout::modify(CheckoutStep &step) {
         make_way(step, state);
         state = state_of(step);
     }
-    const bool gone = state == FileState::missing && local != Z_KIND_DELETED && !holds_ours(step);
+    const bool gone = state == FileState::missing && local != Z_KIND_DELETED && !holds_ours(step) &&
+                      !is_gitlink(staged(step));
     if (local == Z_KIND_UNCHANGED || gone) {
         const bool replaces = state == FileState::file;
         const bool placed = writer_->place(*step.with_path(step.theirs), replaces);
@@ -317,6 +334,7 @@ Outcome Checkout::remove(CheckoutStep &step) {
     if (local == Z_KIND_UNCHANGED && state == FileState::file &&
         (!free_file(step) || !remove_file(step)))
         return Outcome::skipped;
+    if (is_gitlink(staged(step)) && state == FileState::directory) emptied_.insert(step.path);
     return index_drop(index_.get(), step.path.c_str()) ? Outcome::deleted : Outcome::skipped;
 }
 
@@ -327,17 +345,21 @@ Outcome Checkout::force_in(CheckoutStep &step) {
     const FileState state = state_of(step);
     const bool is_new = !step.base.mode && !entry_of(step);
     const bool changes = step.status == Z_KIND_ADDED || step.status == Z_KIND_MODIFIED;
+    const bool link = is_gitlink(&step.theirs);
     const bool rests = is_as_base(step, state);
     if (!changes && rests) return Outcome::left_alone;
     if (has_twin(step)) return Outcome::skipped;
-    if (!writer_->has(step.theirs.id)) return Outcome::failed;
-    // An unchanged file is replaced in place; anything else goes to the trash first.
+    if (!link && !writer_->has(step.theirs.id)) return Outcome::failed;
+    // An unchanged file is replaced in place, and the directory of a repository within stays;
+    // anything else goes to the trash first.
+    const bool replaces = rests && state == FileState::file;
     if (rests) make_way(step, state);
-    if ((!rests && !move_to_trash(step)) || !drop_above(step)) {
+    const bool stays = replaces || (link && state == FileState::directory);
+    if ((!stays && !move_to_trash(step)) || !drop_above(step)) {
         tell(u"odb.eFailedToUpdateEntry_s", step.wide.c_str());
         return Outcome::failed;
     }
-    if (!writer_->place(*step.with_path(step.theirs), rests)) return Outcome::failed;
+    if (!writer_->place(*step.with_path(step.theirs), replaces)) return Outcome::failed;
     if (is_new || local == Z_KIND_DELETED) return Outcome::added;
     return local == Z_KIND_UNCHANGED ? Outcome::updated : Outcome::reverted;
 }
@@ -352,7 +374,9 @@ bool Checkout::drop_above(const CheckoutStep &step) {
 
 Outcome Checkout::force_out(CheckoutStep &step) {
     const FileState state = state_of(step);
-    bool gone = state == FileState::missing || writer_->is_behind_link(step.path);
+    const bool link = is_gitlink(entry_of(step)) && state == FileState::directory;
+    bool gone = link || state == FileState::missing || writer_->is_behind_link(step.path);
+    if (link) emptied_.insert(step.path);
     if (!gone && is_as_base(step, state)) gone = remove_file(step);
     if (!gone) {
         zWorkdirChread(repository_, step.wide.c_str(), false);

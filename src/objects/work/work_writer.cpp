@@ -7,6 +7,7 @@
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/store/loose_object.hpp"
+#include "objects/store/strict.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"
 #include "zev/repository.h"
@@ -58,7 +59,9 @@ bool WorkWriter::place(git_index_entry entry, bool replaces) {
     if (!check_path(entry.path) || !open()) return false;
     const std::u16string full = full_path(index_->owner, entry.path);
     if (full.size() >= Z_PATH_MAX - 1) return fail_os(ENAMETOOLONG, full.c_str());
-    if (!make_way(entry.path) || !write(entry, full, replaces)) return false;
+    if (!make_way(entry.path)) return false;
+    if ((entry.mode & S_IFMT) == GIT_FILEMODE_COMMIT) return place_directory(entry, full, replaces);
+    if (!write(entry, full, replaces)) return false;
     entry_set_stat(entry, status_);
     youngest_ = status_.st_mtim;
     if (!index_drop_below(index_, entry.path) || !index_enter(index_, entry)) return false;
@@ -104,6 +107,19 @@ bool WorkWriter::make_directory(const std::string &path) {
     }
     directories_.insert(path);
     return true;
+}
+
+bool WorkWriter::place_directory(const git_index_entry &entry, const std::u16string &full,
+                                 bool replaces) {
+    struct stat there;
+    const bool exists = os::lstat(full.c_str(), &there);
+    if (!exists || !S_ISDIR(there.st_mode)) {
+        if (exists && !can_replace(full, replaces)) return false;
+        if (exists && !os::unlink(full.c_str())) return fail_errno(full.c_str());
+        if (!os::make_dir(full.c_str())) return fail_errno(full.c_str());
+    }
+    const StrictOff partial; // its commit is of another repository
+    return index_drop_below(index_, entry.path) && index_enter(index_, entry);
 }
 
 // ---- Files

@@ -24,8 +24,9 @@ class WorkWriter {
     explicit WorkWriter(Index *index) : index_(index), filters_(index) {}
 
     // Writes the blob of an entry, by its id, at its path, as a file or a link by its mode, and
-    // enters it. Without `replaces` nothing may stand there, with it a file or a link. False with
-    // the reason raised, and what stood there is still there. May throw.
+    // enters it; of a repository within there is only a directory, which may be there. Without
+    // `replaces` nothing else may stand there, with it a file or a link. False with the reason
+    // raised, and what stood there is still there. May throw.
     bool place(git_index_entry entry, bool replaces);
 
     // Whether the store has a blob, to be asked before anything makes way for it. Else raised.
@@ -46,6 +47,7 @@ class WorkWriter {
     bool open();
     bool make_way(std::string_view path);
     bool make_directory(const std::string &path);
+    bool place_directory(const git_index_entry &entry, const std::u16string &full, bool replaces);
     bool can_replace(const std::u16string &full, bool replaces);
     bool write(const git_index_entry &entry, const std::u16string &full, bool replaces);
     bool write_file(const git_index_entry &entry, const std::u16string &full, bool replaces);
