@@ -26,6 +26,7 @@ FLOORS = [
 UPWARD = {
     # The frame is at the bottom, yet its log and its settings are files.
     ("common/collate.cpp", "system/os.hpp"): "opens the collation library at its first use",
+    ("common/global.cpp", "system/os.hpp"): "keeps the console's descriptors from other files",
     ("common/lang.cpp", "system/os.hpp"): "asks for the user's language",
     ("common/lang.cpp", "system/path.hpp"): "finds the catalogues",
     ("common/log.cpp", "system/os.hpp"): "opens the log",

@@ -4,6 +4,7 @@
 #include "common/per_thread.hpp"
 #include "common/settings.hpp"
 #include "common/utf.hpp"
+#include "system/os.hpp"
 #include "zev/error.h"
 #include "zev/lang.h"
 #include "zev/recycle.h"
@@ -50,6 +51,7 @@ bool start_catalogues(const zwchar *lang) {
 }
 
 bool start(const zwchar *lang, const zwchar *locale) {
+    os::occupy_standard();
     if (locale) set_locale(locale);
     const int code = git_libgit2_init();
     if (code > 0 && settings_load() && start_catalogues(lang)) return true;

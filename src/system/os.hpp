@@ -166,6 +166,23 @@ std::string format_time(const char *format, int64_t seconds, bool local); // may
 // The seconds of a wall clock reading as if it were UTC; false when it doesn't match.
 bool parse_time(const std::string &text, const char *format, int64_t *seconds);
 
+// ---- Standard streams
+// What is opened later must not become the console: closed descriptors 0 to 2 get /dev/null.
+void occupy_standard();
+
+// While it lives, writing to a pipe or peer that is gone is EPIPE on this thread and no signal;
+// one that the host had blocked and pending stays so.
+class SigpipeGuard {
+  public:
+    SigpipeGuard();
+    ~SigpipeGuard();
+    SigpipeGuard(const SigpipeGuard &) = delete;
+    SigpipeGuard &operator=(const SigpipeGuard &) = delete;
+
+  private:
+    bool blocked_, pending_; // before
+};
+
 // ---- Sockets
 int socket_wait(int fd, bool for_write, int milliseconds); // 1 ready, 0 not in time, -1
 int64_t socket_receive(int fd, void *bytes, size_t size);

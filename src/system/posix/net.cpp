@@ -1,5 +1,8 @@
+// Sockets and standard streams: what they lead to may be gone or closed, which must neither end the
+// host by a signal nor put its console into a file of ours.
 #include "system/posix/native.hpp"
 
+#include <csignal>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -21,5 +24,43 @@ int64_t socket_send(int fd, const void *bytes, size_t size) {
 }
 
 void socket_close(int fd) { ::close(fd); }
+
+void occupy_standard() {
+    for (int fd = 0; fd <= 2; ++fd) {
+        if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF) continue;
+        const int opened = ::open("/dev/null", O_RDWR);
+        if (opened > 2) close(opened); // another thread was there first
+    }
+}
+
+namespace {
+
+sigset_t only_sigpipe() {
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, SIGPIPE);
+    return one;
+}
+
+} // namespace
+
+SigpipeGuard::SigpipeGuard() {
+    const sigset_t one = only_sigpipe();
+    sigset_t before, waiting;
+    sigemptyset(&waiting);
+    pthread_sigmask(SIG_BLOCK, &one, &before);
+    sigpending(&waiting);
+    blocked_ = sigismember(&before, SIGPIPE) == 1;
+    pending_ = sigismember(&waiting, SIGPIPE) == 1;
+}
+
+SigpipeGuard::~SigpipeGuard() {
+    const int kept = errno;
+    const sigset_t one = only_sigpipe();
+    constexpr timespec kNow = {0, 0};
+    if (!pending_) retry([&] { return sigtimedwait(&one, nullptr, &kNow); });
+    if (!blocked_) pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    errno = kept;
+}
 
 } // namespace zev::os

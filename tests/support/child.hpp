@@ -13,8 +13,14 @@ namespace test {
 
 class Child {
   public:
+    // What the work throws ends the child, too.
     explicit Child(const std::function<int()> &work) : pid_(fork()) {
-        if (pid_ == 0) _exit(work());
+        if (pid_ != 0) return;
+        try {
+            _exit(work());
+        } catch (...) {
+            _exit(99);
+        }
     }
     ~Child() {
         if (pid_ > 0) kill(), wait();
