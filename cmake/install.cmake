@@ -8,10 +8,9 @@ install(TARGETS zev EXPORT zev LIBRARY)
 install(DIRECTORY include/zev TYPE INCLUDE)
 install(FILES ${CMAKE_BINARY_DIR}/zev.conf DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY conf/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zev/conf PATTERN "*.in" EXCLUDE)
-# Every user's process logs here; the directory is as open as the temporary directory.
+# For the user that a server runs as; everybody else's programs log in their state directory.
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_DATADIR}/zev/logs DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_WRITE GROUP_EXECUTE
-  WORLD_READ WORLD_WRITE WORLD_EXECUTE)
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 install(FILES ${CMAKE_BINARY_DIR}/zev.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(EXPORT zev NAMESPACE zev:: FILE zev-config.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zev)
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/zev-config-version.cmake COMPATIBILITY SameMajorVersion)

@@ -30,7 +30,6 @@ UPWARD = {
     ("common/lang.cpp", "system/os.hpp"): "asks for the user's language",
     ("common/lang.cpp", "system/path.hpp"): "finds the catalogues",
     ("common/log.cpp", "system/os.hpp"): "opens the log",
-    ("common/log.cpp", "system/path.hpp"): "finds the log directory",
     ("common/settings.cpp", "system/path.hpp"): "finds zev.conf",
 }
 

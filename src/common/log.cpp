@@ -5,15 +5,18 @@
 // UTF-8 with line feeds, no byte order mark, at most 1024 characters a line. A file above 32 MiB
 // becomes <name>.old before the next line, in place of the former one. A line is one appended
 // write, so that threads and processes mix whole lines only.
+//
+// Others may write into the directory: a file there is only written to when it is this user's or
+// root's, and no link. A line that finds no place there goes to <name> in zev/logs of the user's
+// state directory, which nobody else writes.
 #include "zev/log.h"
 
+#include "common/errno.hpp"
+#include "common/failure.hpp"
 #include "common/format.hpp"
 #include "common/guard.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
-#include "system/path.hpp"
-#include "zev/dir.h"
-#include "zev/file.h"
 #include "zev/path.h"
 #include "zev/str.h"
 #include "zev/time.h"
@@ -130,34 +133,57 @@ void append_place(Line &line, Place place) {
 
 void rotate(const zwchar *path) {
     struct stat now, old;
-    if (!os::stat(path, &now) || now.st_size < kRotated) return;
+    if (!os::lstat(path, &now) || !S_ISREG(now.st_mode) || now.st_size < kRotated) return;
     zwchar archive[Z_PATH_MAX];
     zPathRenameExt(archive, path, u".old");
-    if (os::stat(archive, &old) && S_ISREG(old.st_mode)) os::unlink(archive);
+    if (os::lstat(archive, &old) && S_ISREG(old.st_mode)) os::unlink(archive);
     os::move(path, archive, false);
 }
 
-// A new file is as open to others as its directory: where every user's programs log, none may
-// be refused because of who came first.
-void open_to_others(FILE *file, const zwchar *directory) {
-    struct stat own, above;
-    if (!os::fd_stat(fileno(file), &own) || own.st_size || !os::stat(directory, &above)) return;
-    const mode_t mode = (own.st_mode & 0777) | (above.st_mode & 0066);
-    if (mode != (own.st_mode & 0777)) os::fd_mode(fileno(file), mode);
+struct Bytes {
+    const char *data;
+    size_t size;
+};
+
+// A new file is as open to others as its directory, so that one that root made serves all whose
+// programs log there. False leaves in errno why.
+bool append_at(const zwchar *directory, const zwchar *name, Bytes line) {
+    struct stat above;
+    zwchar path[Z_PATH_MAX];
+    zPathBuild(path, directory, name, nullptr);
+    if (!os::stat(directory, &above)) return false;
+    rotate(path);
+    const int fd = os::open_trusted(path, above.st_mode & 0066);
+    if (fd < 0) return false;
+    const bool written = os::write_all(fd, line.data, line.size);
+    const int kept = errno;
+    os::close_fd(fd);
+    errno = kept;
+    return written;
 }
 
-bool append_to_file(const zwchar *name, const char *bytes, size_t count) {
-    zwchar directory[Z_PATH_MAX], path[Z_PATH_MAX];
+bool append_own(const zwchar *name, Bytes line) {
+    zwchar directory[Z_PATH_MAX];
+    if (!os::state_dir(directory, std::size(directory))) return false;
+    zPathAppend(directory, u"zev");
+    if (!os::make_dirs(directory)) return false;
+    zPathAppend(directory, u"logs");
+    return (os::make_dir(directory, 0700) || errno == EEXIST) && append_at(directory, name, line);
+}
+
+// What is raised is why the shared file had no place; where the user's own has one, nothing is.
+bool append_to_file(const zwchar *name, Bytes line) {
+    zwchar directory[Z_PATH_MAX];
     zPathGetLog(directory);
-    zDirMake(directory, true);
-    if (!path_join(path, directory, name)) return false;
-    rotate(path);
-    FILE *file = zFileOpen(path, u"a");
-    if (!file) return false;
-    open_to_others(file, directory);
-    fwrite(bytes, 1, count, file); // buffered whole: closing makes it one write
-    zFileClose(file);
-    return true;
+    if (os::make_dirs(directory) && append_at(directory, name, line)) return true;
+    const int kept = errno;
+    return append_own(name, line) || (errno = kept, fail_errno(directory));
+}
+
+void print(FILE *console, Bytes line) {
+    const os::SigpipeGuard guard; // whoever read it may be gone
+    fwrite(line.data, 1, line.size, console);
+    fflush(console);
 }
 
 // What the line's own road raises and logs must not come back here: without memory it would do so
@@ -186,10 +212,10 @@ bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
     text.append_escaped(message[0] ? message : u"Unknown Error");
     if (rank.error) append_place(text, {path, line});
     char bytes[3 * kMost];
-    const size_t count = text.finish(bytes);
+    const Bytes finished = {bytes, text.finish(bytes)};
 
-    fwrite(bytes, 1, count, rank.error ? stderr : stdout);
-    const bool written = !rank.file || append_to_file(rank.file, bytes, count);
+    print(rank.error ? stderr : stdout, finished);
+    const bool written = !rank.file || append_to_file(rank.file, finished);
     if (written) errno = kept;
     return written;
 }

@@ -23,6 +23,7 @@ struct Calls {
     int (*open)(const char *path, int flags, mode_t mode);
     ssize_t (*write)(int fd, const void *bytes, size_t size);
     int (*ftruncate)(int fd, off_t size);
+    int (*fchmod)(int fd, mode_t mode);
     int64_t (*copy_range)(int from, int to, size_t size); // as copy_file_range at the cursors
     int (*rename)(const char *from, const char *to, unsigned flags); // as renameat2
     int (*link)(const char *from, const char *to);
@@ -54,6 +55,10 @@ struct Mode {
 };
 
 int open_fd(const char16_t *path, const Mode &mode, mode_t create = 0666);
+// For appending where others may write names: a regular file with this one name, of this user or
+// root, else EACCES. A new one has the bits `open_to` whatever the umask; no other's mode is
+// touched.
+int open_trusted(const char16_t *path, mode_t open_to);
 FILE *open(const char16_t *path, const char16_t *mode);
 FILE *adopt(int fd, const char *stdio); // as fdopen; a descriptor that can't be had is closed
 
@@ -66,6 +71,8 @@ int temp_named(char16_t *path, const char16_t *directory, const char16_t *prefix
 void close_fd(int fd);
 bool fd_stat(int fd, struct stat *out);
 bool fd_mode(int fd, mode_t mode);
+// The same where it matters little: true also if the file system keeps no such mode.
+bool fd_mode_if_kept(int fd, mode_t mode);
 bool fd_truncate(int fd, int64_t size); // with the cursor at its start
 bool fd_rewind(int fd);
 bool fd_sync(int fd); // its bytes, and of the rest what is needed to read them
@@ -150,9 +157,10 @@ bool own_file(char16_t *out, size_t size);                     // this library, 
 bool program(char16_t *out, size_t size);                      // running program
 bool expand(char16_t *out, size_t size, const char16_t *text); // %NAME%
 bool temp_dir(char16_t *out, size_t size);                     // with a last slash
-bool set_env(const char *name, const char *value);             // "" removes it
-std::string locale_name(const char *category);                 // LC_ALL, `category`, LANG
-void *module_open(const char16_t *path, std::string *reason);  // null: reason, errno
+bool state_dir(char16_t *out, size_t size); // of this user, for what programs note; none: ENOENT
+bool set_env(const char *name, const char *value);            // "" removes it
+std::string locale_name(const char *category);                // LC_ALL, `category`, LANG
+void *module_open(const char16_t *path, std::string *reason); // null: reason, errno
 bool module_close(void *module);
 void *module_symbol(void *module, const char *name);
 

@@ -1,3 +1,5 @@
+// Path: text work on paths, then questions about what they name and the known places. Text is of
+// any length while it is worked on and is cut to the caller's buffer of Z_PATH_MAX when it leaves.
 #include "zev/path.h"
 
 #include "common/errno.hpp"
@@ -386,8 +388,9 @@ bool zPathDirEmpty(const zwchar *path) {
 
 bool zPathGetHome(zwchar *dst) {
     if (!dst) return fail_args();
-    zwchar path[260];
-    return os::expand(path, std::size(path), u"%APPDATA%") && zPathCanonicalized(dst, path);
+    zwchar path[kShortPath];
+    return os::expand(path, std::size(path), u"%APPDATA%") && *path &&
+           zPathCanonicalized(dst, path);
 }
 
 bool zPathGetTemp(zwchar *dst) {

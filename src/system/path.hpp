@@ -3,7 +3,12 @@
 
 #include "zev/base.h"
 
+#include <cstddef>
+
 namespace zev {
+
+// Units with the zero of what the interface keeps short: the user's home, a name in a Dirent.
+constexpr size_t kShortPath = 260;
 
 // Joins like zPathBuild of two, for what opens, deletes or moves the result: a path that doesn't
 // fit names another file, so it gives false with standard error 38, not logged.

@@ -1,7 +1,9 @@
 // Log: which line goes where, and what keeps the files whole.
+#include "child.hpp"
 #include "support.hpp"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -10,7 +12,7 @@ using namespace test;
 
 namespace {
 
-// The library's log moved into a directory of the test's own.
+// The library's log, and this user's, moved into a directory of the test's own.
 class Log : public testing::Test {
   protected:
     TempDir dir;
@@ -21,10 +23,15 @@ class Log : public testing::Test {
         zPathGetAppData(appdata);
         former = appdata;
         ASSERT_TRUE(zPathSetAppData((dir / u"data").c_str(), nullptr));
+        setenv("XDG_STATE_HOME", (dir.path() / "state").c_str(), 1);
     }
-    void TearDown() override { zPathSetAppData(former.c_str(), nullptr); }
+    void TearDown() override {
+        zPathSetAppData(former.c_str(), nullptr);
+        unsetenv("XDG_STATE_HOME");
+    }
 
     std::filesystem::path file(const char *name) { return dir.path() / "data/logs" / name; }
+    std::filesystem::path own(const char *name) { return dir.path() / "state/zev/logs" / name; }
 
     template <class F> static std::string console(F work) {
         testing::internal::CaptureStderr();
@@ -111,13 +118,98 @@ TEST_F(Log, RotatesAbove32MiB) {
 }
 
 TEST_F(Log, AFileThatCannotBeOpenedIsRaisedAndTheConsoleHasTheLine) {
-    write(dir.path() / "data", "a file in the way");
+    for (const char *place : {"data", "state"}) write(dir.path() / place, "a file in the way");
     const std::string shown = console([&] {
         zRaiseLocked(nullptr);
         EXPECT_FALSE(zLogReport("a", 1, 3, 4, u"%s", zErrorDetail()));
     });
     EXPECT_NE(zErrorClass(), 7);
     EXPECT_NE(shown.find("Permission denied @a(1)"), std::string::npos) << shown;
+}
+
+// Where anybody may put a name, none may lead a line elsewhere, or hold it up.
+TEST_F(Log, WritesOnlyWhereItMay) {
+    const std::filesystem::path victim = dir.path() / "victim", log = file("error.log");
+    const struct {
+        const char *reason;
+        std::function<bool()> lay;
+    } kRows[] = {
+        {"a link", [&] { return symlink(victim.c_str(), log.c_str()) == 0; }},
+        {"one to nothing", [&] { return symlink((victim / "no").c_str(), log.c_str()) == 0; }},
+        {"a second name", [&] { return link(victim.c_str(), log.c_str()) == 0; }},
+        {"a pipe", [&] { return mkfifo(log.c_str(), 0666) == 0; }},
+        {"somebody's", [&] { return write(log, ""), chown(log.c_str(), 65534, 65534) == 0; }},
+    };
+    for (const auto &row : kRows) {
+        std::filesystem::remove_all(dir.path() / "state");
+        std::filesystem::remove_all(dir.path() / "data");
+        create_directories(log.parent_path());
+        write(victim, "kept");
+        if (!row.lay()) continue; // only root gives away
+        console([&] {
+            zRaiseLocked(nullptr);
+            EXPECT_TRUE(zLogReport("a", 1, 3, 4, u"line")) << row.reason;
+        });
+        EXPECT_EQ(zErrorClass(), 7) << row.reason; // what the caller reported stands
+        EXPECT_EQ(read(victim), "kept") << row.reason;
+        EXPECT_NE(read(own("error.log")).find("line"), std::string::npos) << row.reason;
+    }
+}
+
+TEST_F(Log, ModesOfNewFilesOnly) {
+    create_directories(file("").parent_path());
+    chmod(file("").parent_path().c_str(), 01777);
+    chmod(dir.path().c_str(), 0755);
+    write(file("access.log"), "");
+    chmod(file("access.log").c_str(), 0600);
+    console([] { EXPECT_TRUE(zLogReport("a", 1, 8, 4, u"x") && zLogReport("a", 1, 6, 4, u"x")); });
+    using std::filesystem::perms, std::filesystem::status;
+    EXPECT_EQ(status(file("access.log")).permissions(), perms{0600});
+    EXPECT_EQ(status(file("message.log")).permissions(), perms{0666}); // serves all
+    if (geteuid() != 0) return;
+    Child child([&] { // a plain user has the one, and a place of his own for the other
+        if (!unprivileged()) return 1;
+        setenv("XDG_STATE_HOME", ("/tmp/zev-state-" + std::to_string(getpid())).c_str(), 1);
+        const std::string state = getenv("XDG_STATE_HOME"), logs = state + "/zev/logs";
+        const bool both = zLogReport("a", 1, 8, 4, u"y") && zLogReport("a", 1, 6, 4, u"y");
+        const bool right = exists(std::filesystem::path(logs) / "access.log") &&
+                           status(logs).permissions() == perms{0700} &&
+                           !exists(std::filesystem::path(logs) / "message.log");
+        std::filesystem::remove_all(state);
+        return both && right ? 0 : 2;
+    });
+    EXPECT_EQ(child.wait(), 0);
+}
+
+// Neither a reader that is gone nor a closed console is the host's end, or a data file's.
+TEST_F(Log, LostConsoles) {
+    Child piped([] {
+        int ends[2];
+        if (pipe(ends) != 0) return 1;
+        close(ends[0]);
+        dup2(ends[1], 1);
+        dup2(ends[1], 2);
+        return zLogReport("a", 1, 3, 4, u"x") && zLogReport("a", 1, 6, 4, u"x") ? 0 : 2;
+    });
+    EXPECT_EQ(piped.wait(), 0);
+    Child closed([] {
+        zGlobalCleanup();
+        for (int fd = 0; fd <= 2; ++fd) close(fd);
+        return zGlobalInit(nullptr, nullptr) && open("/dev/null", O_RDONLY) > 2 ? 0 : 1;
+    });
+    EXPECT_EQ(closed.wait(), 0);
+    Child pending([] { // the host's own signal is not taken from him
+        sigset_t one, waiting;
+        sigemptyset(&one);
+        sigaddset(&one, SIGPIPE);
+        sigprocmask(SIG_BLOCK, &one, nullptr);
+        raise(SIGPIPE);
+        close(2);
+        zLogReport("a", 1, 3, 4, u"x");
+        sigpending(&waiting);
+        return sigismember(&waiting, SIGPIPE) ? 0 : 1;
+    });
+    EXPECT_EQ(pending.wait(), 0);
 }
 
 TEST_F(Log, LinesOfManyThreadsStayWhole) {

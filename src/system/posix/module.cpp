@@ -52,11 +52,6 @@ std::string home() {
     return found ? found->pw_dir : "";
 }
 
-std::string xdg(const char *name, const char *below_home) {
-    std::string path = get_env(name);
-    return path.starts_with('/') ? path : home() + below_home;
-}
-
 std::string temporary() {
     std::string path = get_env("TMPDIR");
     return path.empty() ? "/tmp" : path;
@@ -67,9 +62,9 @@ bool known(const std::string &name, std::string *value) {
     if (const char *set = getenv(name.c_str()))
         *value = set;
     else if (name == "APPDATA")
-        *value = xdg("XDG_CONFIG_HOME", "/.config");
+        *value = user_directory("XDG_CONFIG_HOME", "/.config");
     else if (name == "LOCALAPPDATA")
-        *value = xdg("XDG_DATA_HOME", "/.local/share");
+        *value = user_directory("XDG_DATA_HOME", "/.local/share");
     else if (name == "USERPROFILE")
         *value = home();
     else if (name == "TEMP" || name == "TMP")
@@ -100,6 +95,13 @@ std::string expanded(const std::string &text) {
 
 } // namespace
 
+std::string user_directory(const char *variable, const char *below_home) {
+    std::string path = get_env(variable);
+    if (path.starts_with('/')) return path;
+    path = home();
+    return path.starts_with('/') ? path + below_home : std::string();
+}
+
 bool own_file(char16_t *out, size_t size) {
     return guarded([&] {
         static const char here = 0;
@@ -127,6 +129,13 @@ bool temp_dir(char16_t *out, size_t size) {
         std::string path = temporary();
         if (path.back() != '/') path += '/';
         return put_wide(path, out, size);
+    });
+}
+
+bool state_dir(char16_t *out, size_t size) {
+    return guarded([&] {
+        const std::string path = user_directory("XDG_STATE_HOME", "/.local/state");
+        return path.empty() ? failed(ENOENT) : put_wide(path, out, size);
     });
 }
 

@@ -83,6 +83,10 @@ inline bool normalised() {
     return false;
 }
 
+// What errno of a refused mode, owner or time says of the file system: it has none, or none that
+// can be set, as on sticks for cameras and on shares.
+inline bool keeps_no_modes() { return errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS; }
+
 inline bool is_dot(const char *name) {
     return name[0] == '.' && (!name[1] || (name[1] == '.' && !name[2]));
 }
@@ -90,6 +94,9 @@ inline bool is_dot(const char *name) {
 bool put_wide(std::string_view text, char16_t *out, size_t size); // ERANGE when it doesn't fit
 std::string parent(std::string_view path);                        // "." when it names none
 std::string base_name(std::string_view path);
+std::string real(const std::string &path); // without links; empty when it can't be resolved
+// The user's directory of an XDG variable, else below his home; empty when he has none.
+std::string user_directory(const char *variable, const char *below_home);
 // A name in `directory` that nobody has, for what is renamed into place later. Clean-up knows
 // left-overs by their beginning.
 std::string aside_name(std::string_view directory);
