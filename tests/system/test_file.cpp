@@ -4,6 +4,7 @@
 #include "system/os.hpp"
 
 #include <cerrno>
+#include <functional>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -330,6 +331,64 @@ TEST_F(Trash, KeepsEveryVersion) {
               0u)
         << info;
     EXPECT_EQ(fs::status(trash).permissions(), fs::perms{0700});
+}
+
+TEST_F(Trash, LongNames) {
+    const std::string longest = std::string(240, 'n') + "\xC3\xA4\xC3\xA4\xC3\xA4.dwx"; // 250 bytes
+    for (int round = 0; round < 2; ++round) {
+        test::write(dir.path() / longest, "1");
+        EXPECT_TRUE(drop(fs::path(longest).u16string().c_str()));
+    }
+    const std::string info =
+        test::read(trash / "info" / (std::string(239, 'n') + ".2.dwx.trashinfo"));
+    EXPECT_NE(info.find("nn%C3%A4%C3%A4%C3%A4.dwx\n"), info.npos) << info; // the true one
+    EXPECT_TRUE(fs::exists(trash / "files" / (std::string(240, 'n') + ".dwx")) ||
+                fs::exists(trash / "files" / (std::string(240, 'n') + "\xC3\xA4.dwx")));
+}
+
+// What lies in the trash's place, and what becomes of a file that a plain user drops.
+TEST_F(Trash, OnlyWhereThereCanBeNoneIsAnythingDeleted) {
+    const fs::path real = dir.path() / "real", data = trash.parent_path();
+    const struct {
+        const char *reason;
+        std::function<void()> lay;
+        int error;        // 0: dropped
+        const char *kept; // where the file is afterwards
+    } rows[] = {
+        {"none yet", [] {}, 0, "data/Trash/files/f"},
+        {"a link", [&] { fs::create_directory_symlink(real, trash); }, 0, "real/files/f"},
+        {"a link above", [&] { fs::remove(data), fs::create_directory_symlink(real, data); }, 0,
+         "real/Trash/files/f"},
+        {"a link to nothing", [&] { fs::create_symlink("no", trash); }, EACCES, "f"},
+        {"one to nothing above", [&] { fs::remove(data), fs::create_symlink("no/data", data); },
+         EACCES, "f"},
+        {"a file", [&] { test::write(trash, ""); }, EACCES, "f"},
+        {"in parts a file", [&] { test::write(trash / "info", ""); }, EACCES, "f"},
+        {"a closed one", [&] { fs::create_directory(trash), chmod(trash.c_str(), 0); }, EACCES,
+         "f"},
+        {"in a closed place", [&] { chmod(data.c_str(), 0); }, EACCES, "f"},
+        {"where none can be made", [&] { chmod(data.c_str(), 0555); }, 0, ""},
+    };
+    chmod(dir.path().c_str(), 0777);
+    for (const auto &row : rows) {
+        test::Child child([&] {
+            if (!test::unprivileged()) return 1;
+            fs::create_directories(data);
+            fs::create_directory(real);
+            test::write(dir.path() / "f", "1");
+            row.lay();
+            const bool dropped = drop(u"f");
+            if (dropped == (row.error != 0) || (!dropped && errno != row.error)) return 2;
+            for (const fs::path &place : {data, trash}) chmod(place.c_str(), 0755);
+            std::string found;
+            for (const auto &entry : fs::recursive_directory_iterator(dir.path()))
+                if (entry.path().filename() == "f")
+                    found += entry.path().lexically_relative(dir.path()).string();
+            return found == row.kept ? 0 : 3;
+        });
+        EXPECT_EQ(child.wait(), 0) << row.reason;
+        for (const char *made : {"data", "real", "f"}) fs::remove_all(dir.path() / made);
+    }
 }
 
 TEST_F(Trash, Failures) {

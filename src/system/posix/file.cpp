@@ -2,6 +2,7 @@
 // A path reaches the system through Native only.
 #include "system/os.hpp"
 
+#include "common/guard.hpp"
 #include "system/posix/native.hpp"
 
 #include <cstdlib>
@@ -107,6 +108,11 @@ std::string parent(std::string_view path) {
 std::string base_name(std::string_view path) {
     path = without_slashes(path);
     return std::string(path.substr(path.rfind('/') + 1));
+}
+
+std::string real(const std::string &path) {
+    const Narrow text(realpath(path.c_str(), nullptr));
+    return text ? text.get() : "";
 }
 
 std::string aside_name(std::string_view directory) {
@@ -383,10 +389,8 @@ bool link(const char16_t *from, const char16_t *to) {
 
 bool real_path(const char16_t *path, std::u16string *out) {
     const Native name(path);
-    char *real = name ? realpath(name, nullptr) : nullptr;
-    if (!real) return normalised();
-    std::string text(real);
-    free(real);
+    const std::string text = name ? real(std::string(name.view())) : std::string();
+    if (text.empty()) return normalised();
     *out = to_wide(text);
     return true;
 }

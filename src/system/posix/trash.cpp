@@ -4,11 +4,13 @@
 //   <trash>/info/NAME.trashinfo   "[Trash Info]", "Path=" percent-encoded and relative to the top
 //                                 directory (absolute in the home trash), "DeletionDate=" local
 //
-// NAME is the old name, with a number before its extension when it is taken. The info file comes
-// first and claims the name. The trash on the device of what goes is taken, so that nothing is
-// copied: that of the user's home, <mount>/.Trash/<uid> (a real directory with the sticky bit),
-// <mount>/.Trash-<uid>; and if none can be had a copy goes into the home trash. Only where there
-// can be none at all is anything deleted: a full disk or one that fails is no such reason.
+// NAME is the old name, with a number before its extension when it is taken, and shortened so that
+// the name of its info file is none too long. The info file comes first and claims the name. The
+// trash on the device of what goes is taken, so that nothing is copied: that of the user's home,
+// <mount>/.Trash/<uid> (a real directory with the sticky bit), <mount>/.Trash-<uid>; and if none
+// can be had a copy goes into the home trash, which may be reached by links. Only where there can
+// be none at all is anything deleted: a trash that is there and can't be used, or may be there, is
+// no such reason, nor is a full disk or one that fails.
 #include "system/posix/native.hpp"
 
 #include <cctype>
@@ -18,13 +20,6 @@
 namespace zev::os {
 
 namespace {
-
-std::string home_trash() {
-    char16_t wide[Z_PATH_MAX];
-    if (!expand(wide, Z_PATH_MAX, u"%LOCALAPPDATA%/Trash")) return {};
-    std::string path = to_utf8(wide);
-    return path.starts_with('/') ? path : std::string();
-}
 
 bool device_of(const std::string &path, dev_t *device) {
     struct stat info;
@@ -42,15 +37,6 @@ std::string top_directory(std::string path, dev_t device) {
 bool own_directory(const std::string &path) {
     struct stat info;
     return ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid();
-}
-
-bool usable(const std::string &trash) {
-    for (const char *part : {"", "/files", "/info"}) {
-        const std::string path = trash + part;
-        if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return false;
-        if (!own_directory(path)) return errno = EACCES, false; // somebody else's, or a link
-    }
-    return true;
 }
 
 std::string percent_encoded(std::string_view path) {
@@ -79,24 +65,56 @@ std::string info_text(const std::string &path) {
     return "[Trash Info]\nPath=" + percent_encoded(path) + "\nDeletionDate=" + date + "\n";
 }
 
-std::string numbered(const std::string &name, int number) {
-    if (number == 1) return name;
-    const size_t dot = name.rfind('.');
-    const size_t end = dot == name.npos || dot == 0 ? name.size() : dot;
-    return name.substr(0, end) + '.' + std::to_string(number) + name.substr(end);
+// At most `size` bytes of a name, whole characters of them.
+std::string_view beginning(std::string_view name, size_t size) {
+    if (name.size() <= size) return name;
+    while (size && (static_cast<unsigned char>(name[size]) & 0xC0) == 0x80) --size;
+    return name.substr(0, size);
 }
 
-enum class Put { done, taken, other_device, failed, no_trash };
+constexpr std::string_view kInfo = ".trashinfo";
+constexpr size_t kLongest = NAME_MAX - kInfo.size();
+constexpr size_t kLongestExtension = 40; // what is longer is none
 
-// What a directory that can't be made says of the trash in it.
-Put no_directory() {
-    const bool broken = errno == ENOSPC || errno == EDQUOT || errno == EIO || errno == ENOMEM;
-    return broken ? Put::failed : Put::no_trash;
+std::string numbered(std::string_view name, int number) {
+    const size_t dot = name.rfind('.');
+    const bool extended = dot != name.npos && dot != 0 && name.size() - dot <= kLongestExtension;
+    const size_t end = extended ? dot : name.size();
+    std::string tail = number == 1 ? "" : '.' + std::to_string(number);
+    tail += name.substr(end);
+    return std::string(beginning(name.substr(0, end), kLongest - tail.size())) + tail;
+}
+
+enum class Put { done, taken, other_device, failed, unusable, none };
+
+bool is_missing(const std::string &path) {
+    struct stat info;
+    return ::lstat(path.c_str(), &info) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+// What errno of a directory that can't be made says of the trash in it.
+Put not_made(const std::string &trash) {
+    const int kept = errno;
+    const bool forbidden = kept == EACCES || kept == EPERM || kept == EROFS || kept == ENOTDIR;
+    if (forbidden && !is_missing(trash)) return Put::unusable;
+    return failed(kept), forbidden ? Put::none : Put::failed;
+}
+
+// Makes what is missing of a trash. Somebody else's, or a link, is not to be used.
+Put prepare(const std::string &trash) {
+    if (::mkdir(trash.c_str(), 0700) != 0 && errno != EEXIST) return not_made(trash);
+    for (const char *part : {"", "/files", "/info"}) {
+        const std::string path = trash + part;
+        const bool made = !*part || ::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
+        if (!made) return not_made(path) == Put::failed ? Put::failed : Put::unusable;
+        if (!own_directory(path)) return Put::unusable;
+    }
+    return Put::done;
 }
 
 Put put_as(const std::string &path, const std::string &trash, const std::string &name,
            const std::string &info, bool copied) {
-    const std::string info_path = trash + "/info/" + name + ".trashinfo";
+    const std::string info_path = trash + "/info/" + name + std::string(kInfo);
     const std::string file_path = trash + "/files/" + name;
     const Fd fd(::open(info_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!fd) return errno == EEXIST ? Put::taken : Put::failed;
@@ -123,7 +141,7 @@ Put put_as(const std::string &path, const std::string &trash, const std::string 
 // Moves into one trash; `top` is taken off the path that the info file tells.
 Put put_into(const std::string &path, const std::string &trash, const std::string &top,
              bool copied = false) {
-    if (!usable(trash)) return no_directory();
+    if (const Put ready = prepare(trash); ready != Put::done) return ready;
     const std::string told = top.empty() ? path : path.substr(top == "/" ? 1 : top.size() + 1);
     const std::string info = info_text(told), name = base_name(path);
     Put put = Put::taken;
@@ -132,34 +150,58 @@ Put put_into(const std::string &path, const std::string &trash, const std::strin
     return put;
 }
 
-bool settled(Put put) { return put == Put::done || put == Put::failed; }
+// Where the user's own trash is or would be, with links resolved.
+Put find_home(std::string *home) {
+    const std::string data = user_directory("XDG_DATA_HOME", "/.local/share");
+    if (data.empty()) return Put::none;
+    const std::string trash = data + "/Trash";
+    if (!make_dirs(data)) return not_made(trash);
+    if (is_missing(trash)) {
+        const std::string above = real(data);
+        if (!above.empty()) *home = above + "/Trash";
+    } else {
+        *home = real(trash);
+    }
+    return home->empty() ? Put::unusable : Put::done;
+}
 
-Put into_any_trash(const std::string &path) {
-    dev_t device, home_device;
-    if (!device_of(path, &device)) return Put::failed;
-    const std::string home = home_trash(), top = top_directory(path, device);
-    const std::string user = std::to_string(getuid());
-    const bool have_home = !home.empty() && make_dirs(parent(home));
-    Put put = home.empty() || have_home ? Put::no_trash : no_directory();
-    if (put == Put::failed) return put;
-    if (have_home && device_of(parent(home), &home_device) && home_device == device)
-        if (put = put_into(path, home, ""); settled(put)) return put;
+bool is_on(dev_t device, const std::string &trash) {
+    dev_t own;
+    return device_of(is_missing(trash) ? parent(trash) : trash, &own) && own == device;
+}
+
+// Into one of those at the top of the device; what can't be used there leaves the home's.
+Put into_top(const std::string &path, const std::string &top) {
+    const std::string user = std::to_string(getuid()), base = (top == "/" ? "" : top) + "/.Trash";
     struct stat shared;
-    const std::string base = (top == "/" ? "" : top) + "/.Trash";
+    Put put = Put::none;
     if (::lstat(base.c_str(), &shared) == 0 && S_ISDIR(shared.st_mode) &&
         (shared.st_mode & S_ISVTX))
-        if (put = put_into(path, base + '/' + user, top); settled(put)) return put;
-    if (put = put_into(path, base + '-' + user, top); settled(put)) return put;
-    return have_home ? put_into(path, home, "", true) : Put::no_trash;
+        put = put_into(path, base + '/' + user, top);
+    if (put == Put::done || put == Put::failed) return put;
+    const Put second = put_into(path, base + '-' + user, top);
+    return second == Put::none ? put : second;
+}
+
+Put into_any_trash(const std::string &path) {
+    dev_t device;
+    std::string home;
+    if (!device_of(path, &device)) return Put::failed;
+    const Put have = find_home(&home);
+    if (have != Put::done && have != Put::none) return have;
+    if (have == Put::done && is_on(device, home))
+        if (const Put put = put_into(path, home, ""); put != Put::other_device && put != Put::none)
+            return put;
+    const Put put = into_top(path, top_directory(path, device));
+    if (put == Put::done || put == Put::failed) return put;
+    const Put copied = have == Put::done ? put_into(path, home, "", true) : Put::none;
+    return copied == Put::none ? put : copied;
 }
 
 // Absolute, links resolved above the last component only: a link goes itself.
 std::string absolute(std::string_view path) {
-    char *above = realpath(parent(path).c_str(), nullptr);
-    std::string text(above ? above : "");
-    free(above);
-    if (text.empty()) return text;
-    return (text == "/" ? "" : text) + '/' + base_name(path);
+    const std::string above = real(parent(path));
+    return above.empty() ? above : (above == "/" ? "" : above) + '/' + base_name(path);
 }
 
 } // namespace
@@ -177,7 +219,8 @@ bool trash(const char16_t *wide) {
         const std::string path = absolute(name.view());
         if (path.empty()) return normalised();
         const Put put = into_any_trash(path);
-        return put == Put::no_trash ? remove_path(path) : put == Put::done;
+        if (put == Put::unusable) return failed(EACCES);
+        return put == Put::none ? remove_path(path) : put == Put::done;
     });
     if (done) return true;
     const bool refused = errno == EACCES || errno == EPERM || errno == EROFS;
