@@ -119,8 +119,9 @@ bool remove_tree(const char16_t *path, bool keep_top);
 bool sync_dir(const char16_t *directory);  // its names
 bool sync_tree(const char16_t *directory); // the whole file system it lies in
 
-// A file put in place of another, or of none: written aside in the same directory, synced and
-// renamed, so that the name always holds the old bytes or the new ones.
+// A file put in place of another or of a link, or of none: written aside in the same directory,
+// synced and renamed, so that the name always holds the old bytes or the new ones. What is neither
+// file nor link stays: a directory is refused (EACCES), a device, pipe or socket too (ENOTSUP).
 class Replacement {
   public:
     // Mode 0 means that of the replaced file, 0666 less the umask for a new one.

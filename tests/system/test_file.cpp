@@ -122,6 +122,41 @@ TEST(File, MoveKeepsWhatIsThere) {
     EXPECT_FALSE(fs::exists(dir.path() / "a"));
 }
 
+TEST(File, MoveOfOneFile) {
+    TempDir dir;
+    test::write(dir.path() / "a", "a");
+    const std::u16string a = dir / u"a", b = dir / u"b";
+    for (bool replace : {false, true}) { // onto itself there is nothing to do
+        EXPECT_OK(zMove(a.c_str(), (dir / u"./a").c_str(), replace));
+        EXPECT_FALSE(zMove(b.c_str(), b.c_str(), replace));
+    }
+    fs::create_hard_link(dir.path() / "a", dir.path() / "b");
+    EXPECT_FALSE(zMove(a.c_str(), b.c_str(), false));
+    EXPECT_OK(zMove(a.c_str(), b.c_str(), true));
+    EXPECT_EQ(test::read(dir.path() / "b"), "a");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 1);
+}
+
+// Neither a file nor a link: nothing takes its place.
+TEST(File, PipesAndDevicesStay) {
+    TempDir dir;
+    test::write(dir.path() / "f", "1");
+    ASSERT_EQ(mkfifo((dir.path() / "pipe").c_str(), 0600), 0);
+    const std::u16string file = dir / u"f", pipe = dir / u"pipe";
+    const std::function<bool()> writers[] = {
+        [&] { return os::replace_file(pipe.c_str(), "x", 1); },
+        [&] { return os::make_link(pipe.c_str(), "f"); },
+        [&] { return zCopy(file.c_str(), pipe.c_str()); },
+        [&] { return zMove(file.c_str(), pipe.c_str(), true); },
+    };
+    for (const auto &write : writers) {
+        EXPECT_FALSE(write());
+        EXPECT_EQ(errno, ENOTSUP);
+        EXPECT_TRUE(fs::is_fifo(dir.path() / "pipe"));
+        EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 2) << "left over";
+    }
+}
+
 // A tree with what is easily lost: modes, times, links, names beyond a path buffer.
 void make_tree(const fs::path &top) {
     test::write(top / "sub/file", std::string(300'000, 'x'));
@@ -189,6 +224,36 @@ TEST(File, Copy) {
     EXPECT_EQ(test::read(dir.path() / "old"), "new");
     EXPECT_FALSE(zCopy((dir / u"file").c_str(), (dir / u"file").c_str()));
     EXPECT_EQ(test::read(dir.path() / "file"), "new");
+}
+
+// Deeper than a process may have files open.
+TEST(File, DeepTrees) {
+    TempDir dir;
+    fs::path deep = dir.path() / "tree";
+    std::u16string below;
+    for (int level = 0; level < 150; ++level) below += u"/d";
+    deep += below;
+    test::write(deep / "file", "1");
+    test::Child child([&] {
+        const rlimit limit = {60, 60};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        chmod(deep.c_str(), 0555);
+        if (!zCopy((dir / u"tree").c_str(), (dir / u"copy").c_str())) return 1;
+        if (test::read(dir.path() / ("copy" + narrow(below.c_str())) / "file") != "1") return 2;
+        return zDirRemove((dir / u"tree").c_str(), true, true) && !fs::exists(deep) ? 0 : 3;
+    });
+    EXPECT_EQ(child.wait(), 0);
+}
+
+// A stick knows no modes: what is copied or replaced there does without.
+TEST(File, FileSystemWithoutModes) {
+    TempDir dir;
+    make_tree(dir.path() / "tree");
+    const Swap swap(
+        os::calls.fchmod, +[](int, mode_t) { return errno = EPERM, -1; });
+    EXPECT_OK(zCopy((dir / u"tree").c_str(), (dir / u"copy").c_str()));
+    EXPECT_EQ(fs::file_size(dir.path() / "copy/sub/file"), 300'000u);
+    EXPECT_TRUE(os::replace_file((dir / u"copy/sub/file").c_str(), "new", 3));
 }
 
 TEST(File, RootsCopyRunsWithNobodysRights) {

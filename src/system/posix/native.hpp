@@ -83,8 +83,8 @@ inline bool normalised() {
     return false;
 }
 
-// What errno of a refused mode, owner or time says of the file system: it has none, or none that
-// can be set, as on sticks for cameras and on shares.
+// Whether errno of a refused mode or time says that the file system keeps none, as a stick
+// or a share does.
 inline bool keeps_no_modes() { return errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS; }
 
 inline bool is_dot(const char *name) {
@@ -100,6 +100,9 @@ std::string user_directory(const char *variable, const char *below_home);
 // A name in `directory` that nobody has, for what is renamed into place later. Clean-up knows
 // left-overs by their beginning.
 std::string aside_name(std::string_view directory);
+// Whether a file may take the place of what is there: a file or a link. Else EACCES for a
+// directory, ENOTSUP for a device, pipe or socket.
+bool is_replaceable(const struct stat &there);
 bool make_dirs(std::string path);
 bool sync_dir(const char *directory);
 // Rename, and where the system can't refuse an existing name by itself, the nearest to it.

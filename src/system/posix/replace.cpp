@@ -1,4 +1,5 @@
-// Durability, and files put in place of others.
+// Durability, and files put in place of others: at every moment a name has the old bytes or the
+// new ones, and what counts as done is on the disk.
 #include "system/posix/native.hpp"
 
 namespace zev::os {
@@ -24,6 +25,11 @@ bool sync_tree(const char16_t *directory) {
     return name && sync_with(name, calls.syncfs);
 }
 
+bool is_replaceable(const struct stat &there) {
+    if (S_ISDIR(there.st_mode)) return failed(EACCES);
+    return S_ISREG(there.st_mode) || S_ISLNK(there.st_mode) || failed(ENOTSUP);
+}
+
 Replacement::Replacement(const char16_t *path, mode_t mode) {
     guarded([&] { return open(path, mode); });
 }
@@ -35,14 +41,14 @@ bool Replacement::open(const char16_t *path, mode_t mode) {
     directory_ = parent(path_);
     struct stat info;
     const bool exists = ::lstat(name, &info) == 0; // a link goes, whatever it leads to
-    if (exists && S_ISDIR(info.st_mode)) return failed(EACCES);
+    if (exists && !is_replaceable(info)) return false;
     if (!mode && exists && S_ISREG(info.st_mode)) mode = info.st_mode & 0777;
     std::string aside = aside_name(directory_);
     constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
     fd_ = retry([&] { return calls.open(aside.c_str(), kFlags, mode ? 0600 : 0666); });
     if (fd_ < 0) return normalised();
     aside_ = std::move(aside);
-    if (!mode || fchmod(fd_, mode) == 0) return true;
+    if (!mode || fd_mode_if_kept(fd_, mode)) return true;
     Fd(fd_).reset();
     fd_ = -1;
     return false;

@@ -1,6 +1,7 @@
 // Whole trees: removing, copying, moving. Everything below the top is reached from the open
 // directory above it and never through a link, so that nothing outside is touched even when
-// somebody puts a link in place meanwhile; and there is no limit on the length of a path.
+// somebody puts a link in place meanwhile; and there is no limit on the length of a path. A walk
+// has the same few directories open at any depth.
 #include "system/posix/native.hpp"
 
 #include "common/guard.hpp"
@@ -29,68 +30,112 @@ bool names_in(int fd, std::vector<std::string> *names) {
     return !kept || failed(kept);
 }
 
+// The directories from the top of a tree down to where a walk is. The last ones are open; another
+// one is opened again through "..", which must lead to the same.
+class Descent {
+  public:
+    int fd() const { return levels_.empty() ? AT_FDCWD : levels_.back().fd.get(); }
+    bool enter(Fd fd); // a directory in fd()
+    Fd leave();        // the directory left, none with errno if there is no way back
+
+  private:
+    static constexpr size_t kOpen = 16;
+    static constexpr size_t kDeepest = 4000; // a walk calls itself at each level
+    struct Level {
+        Fd fd;
+        dev_t device = 0;
+        ino_t inode = 0;
+    };
+    std::vector<Level> levels_;
+};
+
+bool Descent::enter(Fd fd) {
+    if (!fd) return false;
+    if (levels_.size() == kDeepest) return failed(ENAMETOOLONG);
+    if (levels_.size() >= kOpen) {
+        Level &level = levels_[levels_.size() - kOpen];
+        struct stat info;
+        if (fstat(level.fd.get(), &info) != 0) return false;
+        level = {Fd(), info.st_dev, info.st_ino};
+    }
+    levels_.push_back({std::move(fd)});
+    return true;
+}
+
+Fd Descent::leave() {
+    Fd left = std::move(levels_.back().fd);
+    levels_.pop_back();
+    if (levels_.empty() || levels_.back().fd) return left;
+    Level &level = levels_.back();
+    struct stat info;
+    level.fd = Fd(::openat(left.get(), "..", kOpenDir));
+    if (!level.fd || fstat(level.fd.get(), &info) != 0) return Fd();
+    if (info.st_dev == level.device && info.st_ino == level.inode) return left;
+    return failed(ENOENT), Fd(); // moved elsewhere meanwhile
+}
+
 // ---- Removal
 
 struct Removal {
     bool recursive; // directories
     bool force;     // all else, and without a look at modes
+    Descent at = {};
 
-    bool below(int dir) const;
-    bool directory(int dir, const char *name) const;
-    bool entry(int dir, const char *name) const;
-    Fd open(int dir, const char *name) const;
+    bool entry(const char *name);
+    bool below();
+    Fd open(const char *name) const;
+
+  private:
+    bool directory(const char *name);
 };
 
 // Opens a directory that is going; with force its owner may first give himself the right to.
-Fd Removal::open(int dir, const char *name) const {
-    Fd fd(::openat(dir, name, kOpenDir));
+Fd Removal::open(const char *name) const {
+    Fd fd(::openat(at.fd(), name, kOpenDir));
     struct stat info;
     if (!fd && errno == EACCES && force) {
-        const Fd handle(::openat(dir, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        const Fd handle(::openat(at.fd(), name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         const std::string path = "/proc/self/fd/" + std::to_string(handle.get());
-        if (handle && ::chmod(path.c_str(), 0700) == 0) fd = Fd(::openat(dir, name, kOpenDir));
+        if (handle && ::chmod(path.c_str(), 0700) == 0) fd = Fd(::openat(at.fd(), name, kOpenDir));
     }
     if (fd && force && fstat(fd.get(), &info) == 0 && (info.st_mode & 0300) != 0300)
-        (void)!fchmod(fd.get(), (info.st_mode & 07777) | 0700); // else removing below fails
+        fd_mode(fd.get(), (info.st_mode & 07777) | 0700); // else removing below fails
     return fd;
 }
 
-bool Removal::directory(int dir, const char *name) const {
-    const Fd fd = open(dir, name);
+bool Removal::directory(const char *name) {
+    Fd fd = open(name);
     if (!fd) return errno == ENOENT;
-    if (!below(fd.get())) return false;
-    return ::unlinkat(dir, name, AT_REMOVEDIR) == 0 || errno == ENOENT;
+    if (!at.enter(std::move(fd)) || !below() || !at.leave()) return false;
+    return ::unlinkat(at.fd(), name, AT_REMOVEDIR) == 0 || errno == ENOENT;
 }
 
-bool Removal::entry(int dir, const char *name) const {
+bool Removal::entry(const char *name) {
     struct stat info;
-    if (fstatat(dir, name, &info, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
-    if (S_ISDIR(info.st_mode)) return !recursive || directory(dir, name);
-    return !force || ::unlinkat(dir, name, 0) == 0 || errno == ENOENT;
+    if (fstatat(at.fd(), name, &info, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
+    if (S_ISDIR(info.st_mode)) return !recursive || directory(name);
+    return !force || ::unlinkat(at.fd(), name, 0) == 0 || errno == ENOENT;
 }
 
-bool Removal::below(int dir) const {
+bool Removal::below() {
     std::vector<std::string> names;
-    if (!names_in(dir, &names)) return false;
+    if (!names_in(at.fd(), &names)) return false;
     for (const std::string &name : names)
-        if (!entry(dir, name.c_str())) return false;
+        if (!entry(name.c_str())) return false;
     return true;
 }
 
 } // namespace
 
-bool remove_path(const std::string &path) {
-    return Removal{true, true}.entry(AT_FDCWD, path.c_str());
-}
+bool remove_path(const std::string &path) { return Removal{true, true}.entry(path.c_str()); }
 
 bool remove_dir(const char16_t *path, bool recursive, bool force) {
     Native name(path);
     if (!name) return false;
     name.drop_slashes();
     return guarded([&] {
-        const Removal removal{recursive, force};
-        const Fd fd = removal.open(AT_FDCWD, name);
-        return fd && removal.below(fd.get()) && ::rmdir(name) == 0;
+        Removal removal{recursive, force};
+        return removal.at.enter(removal.open(name)) && removal.below() && ::rmdir(name) == 0;
     });
 }
 
@@ -100,9 +145,8 @@ bool remove_tree(const char16_t *path, bool keep_top) {
     name.drop_slashes();
     return guarded([&] {
         if (!keep_top) return remove_path(std::string(name.view()));
-        const Removal removal{true, true};
-        const Fd fd = removal.open(AT_FDCWD, name);
-        return fd && removal.below(fd.get());
+        Removal removal{true, true};
+        return removal.at.enter(removal.open(name)) && removal.below();
     });
 }
 
@@ -110,22 +154,25 @@ bool remove_tree(const char16_t *path, bool keep_top) {
 
 namespace {
 
+// One name at a time, the same in both trees but for the tops, which are paths.
 struct Copying {
     bool owner; // goes along
+    Descent source = {}, target = {};
 
-    bool node(int from_dir, const char *from, int to_dir, const char *to) const;
+    bool node(const char *from, const char *to);
 
   private:
-    bool directory(int from_dir, const char *from, int to_dir, const char *to,
-                   const struct stat &info) const;
-    bool file(int from_dir, const char *from, int to_dir, const char *to,
-              const struct stat &info) const;
-    bool link(int from_dir, const char *from, int to_dir, const char *to) const;
+    bool directory(const char *from, const char *to, const struct stat &info);
+    bool names_below();
+    bool file(const char *from, const char *to, const struct stat &info) const;
+    bool link(const char *from, const char *to) const;
+    bool put(const std::string &aside, const char *to) const;
     bool dress(int fd, const struct stat &info) const;
 };
 
-// Owner, mode and time of what was copied. A copy that runs with its owner's rights only stays so
-// if he is the same one: else root's copy of a user's file would give him root's.
+// Owner, mode and time of what was copied, as far as the file system keeps them. A copy that runs
+// with its owner's rights only stays so if he is the same one: else root's copy of a user's file
+// would give him root's.
 bool Copying::dress(int fd, const struct stat &info) const {
     if (owner) (void)!fchown(fd, info.st_uid, info.st_gid);
     struct stat own;
@@ -133,62 +180,74 @@ bool Copying::dress(int fd, const struct stat &info) const {
     const bool same = own.st_uid == info.st_uid && own.st_gid == info.st_gid;
     const mode_t mode = info.st_mode & (same ? 07777u : 01777u);
     const timespec times[] = {info.st_atim, info.st_mtim};
-    return fchmod(fd, mode) == 0 && futimens(fd, times) == 0;
+    return fd_mode_if_kept(fd, mode) && (futimens(fd, times) == 0 || keeps_no_modes());
 }
 
-bool Copying::file(int from_dir, const char *from, int to_dir, const char *to,
-                   const struct stat &info) const {
-    const Fd source(::openat(from_dir, from, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!source) return false;
-    const std::string aside = aside_name(parent(to));
-    const Fd target(::openat(to_dir, aside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!target) return false;
-    if (copy_bytes(source.get(), target.get()) && dress(target.get(), info) &&
-        ::renameat(to_dir, aside.c_str(), to_dir, to) == 0)
+// What stands beside its place takes it, or goes.
+bool Copying::put(const std::string &aside, const char *to) const {
+    struct stat there;
+    const bool exists = fstatat(target.fd(), to, &there, AT_SYMLINK_NOFOLLOW) == 0;
+    if ((!exists || is_replaceable(there)) &&
+        ::renameat(target.fd(), aside.c_str(), target.fd(), to) == 0)
         return true;
     const int kept = errno;
-    ::unlinkat(to_dir, aside.c_str(), 0);
+    ::unlinkat(target.fd(), aside.c_str(), 0);
     return failed(kept);
 }
 
-bool Copying::link(int from_dir, const char *from, int to_dir, const char *to) const {
+bool Copying::file(const char *from, const char *to, const struct stat &info) const {
+    const Fd in(::openat(source.fd(), from, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!in) return false;
+    const std::string aside = aside_name(parent(to));
+    constexpr int kNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+    const Fd made(::openat(target.fd(), aside.c_str(), kNew, 0600));
+    if (!made) return false;
+    if (copy_bytes(in.get(), made.get()) && dress(made.get(), info)) return put(aside, to);
+    const int kept = errno;
+    ::unlinkat(target.fd(), aside.c_str(), 0);
+    return failed(kept);
+}
+
+bool Copying::link(const char *from, const char *to) const {
     char text[PATH_MAX];
-    const ssize_t length = ::readlinkat(from_dir, from, text, sizeof text - 1);
+    const ssize_t length = ::readlinkat(source.fd(), from, text, sizeof text - 1);
     if (length < 0) return false;
     text[length] = 0;
     const std::string aside = aside_name(parent(to));
-    if (::symlinkat(text, to_dir, aside.c_str()) != 0) return false;
-    if (::renameat(to_dir, aside.c_str(), to_dir, to) == 0) return true;
-    const int kept = errno;
-    ::unlinkat(to_dir, aside.c_str(), 0);
-    return failed(kept);
+    return ::symlinkat(text, target.fd(), aside.c_str()) == 0 && put(aside, to);
 }
 
-bool Copying::directory(int from_dir, const char *from, int to_dir, const char *to,
-                        const struct stat &info) const {
-    const bool made = ::mkdirat(to_dir, to, 0700) == 0;
-    if (!made && errno != EEXIST) return false;
-    const Fd source(::openat(from_dir, from, kOpenDir));
-    const Fd target(source ? ::openat(to_dir, to, kOpenDir) : -1);
+bool Copying::names_below() {
     std::vector<std::string> names;
-    if (!target || !names_in(source.get(), &names)) return false;
+    if (!names_in(source.fd(), &names)) return false;
     for (const std::string &name : names)
-        if (!node(source.get(), name.c_str(), target.get(), name.c_str())) return false;
-    return !made || dress(target.get(), info);
+        if (!node(name.c_str(), name.c_str())) return false;
+    return true;
 }
 
-bool Copying::node(int from_dir, const char *from, int to_dir, const char *to) const {
+// Rights come last: they may forbid what is done here, and going up.
+bool Copying::directory(const char *from, const char *to, const struct stat &info) {
+    const bool made = ::mkdirat(target.fd(), to, 0700) == 0;
+    if (!made && errno != EEXIST) return false;
+    if (!source.enter(Fd(::openat(source.fd(), from, kOpenDir))) ||
+        !target.enter(Fd(::openat(target.fd(), to, kOpenDir))) || !names_below())
+        return false;
+    const Fd copied = target.leave();
+    return copied && source.leave() && (!made || dress(copied.get(), info));
+}
+
+bool Copying::node(const char *from, const char *to) {
     struct stat info;
-    if (fstatat(from_dir, from, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
+    if (fstatat(source.fd(), from, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
     switch (info.st_mode & S_IFMT) {
     case S_IFDIR:
-        return directory(from_dir, from, to_dir, to, info);
+        return directory(from, to, info);
     case S_IFREG:
-        return file(from_dir, from, to_dir, to, info);
+        return file(from, to, info);
     case S_IFLNK:
-        return link(from_dir, from, to_dir, to);
+        return link(from, to);
     case S_IFIFO:
-        return ::mkfifoat(to_dir, to, info.st_mode & 07777) == 0;
+        return ::mkfifoat(target.fd(), to, info.st_mode & 07777) == 0;
     default:
         return failed(ENOTSUP); // devices and sockets hold no drawing
     }
@@ -197,20 +256,19 @@ bool Copying::node(int from_dir, const char *from, int to_dir, const char *to) c
 // True if `path` lies in the directory `tree` or is it. As much of it as exists tells, since the
 // rest is made: a tree that takes its own copy in would never end.
 bool lies_in(std::string path, const std::string &tree) {
-    const auto real = [](const std::string &name) {
-        const Malloced<char> text(realpath(name.c_str(), nullptr));
-        std::string copy(text ? text.get() : "");
-        return copy.ends_with('/') || copy.empty() ? copy : copy + '/';
+    const auto slashed = [](const std::string &name) {
+        const std::string text = real(name);
+        return text.ends_with('/') || text.empty() ? text : text + '/';
     };
-    const std::string top = real(tree);
+    const std::string top = slashed(tree);
     std::string there;
-    while ((there = real(path)).empty() && parent(path) != path) path = parent(path);
+    while ((there = slashed(path)).empty() && parent(path) != path) path = parent(path);
     return !top.empty() && there.starts_with(top);
 }
 
-bool same_file(const char *a, const char *b) {
+bool is_same_file(const char *a, const char *b, int (*look)(const char *, struct stat *)) {
     struct stat left, right;
-    return ::stat(a, &left) == 0 && ::stat(b, &right) == 0 && left.st_dev == right.st_dev &&
+    return look(a, &left) == 0 && look(b, &right) == 0 && left.st_dev == right.st_dev &&
            left.st_ino == right.st_ino;
 }
 
@@ -220,13 +278,15 @@ bool copy_tree(const std::string &from, const std::string &to, bool owner) {
     struct stat info;
     if (::lstat(from.c_str(), &info) != 0) return false;
     if (S_ISDIR(info.st_mode) && lies_in(to, from)) return failed(EINVAL);
-    return Copying{owner}.node(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str());
+    return Copying{owner}.node(from.c_str(), to.c_str());
 }
 
 bool make_link(const char16_t *path, const std::string &target) {
     const Native name(path);
     if (!name) return false;
     const std::string to(name.view()), aside = aside_name(parent(to));
+    struct stat there;
+    if (::lstat(name, &there) == 0 && !is_replaceable(there)) return false;
     if (::symlink(target.c_str(), aside.c_str()) != 0) return false;
     if (::rename(aside.c_str(), to.c_str()) == 0) return true;
     const int kept = errno;
@@ -246,7 +306,7 @@ bool copy(const char16_t *from_path, const char16_t *to_path) {
         if (::stat(to, &target) == 0 && S_ISDIR(target.st_mode))
             name += '/' + base_name(from.view());
         if (S_ISDIR(source.st_mode) ? lies_in(name, from.view().data())
-                                    : same_file(from, name.c_str()))
+                                    : is_same_file(from, name.c_str(), ::stat))
             return failed(EINVAL);
         return make_dirs(parent(name)) &&
                (copy_tree(from.view().data(), name, false) || normalised());
@@ -260,6 +320,24 @@ namespace {
 bool missing(const char *path) {
     struct stat info;
     return ::lstat(path, &info) != 0 && errno == ENOENT;
+}
+
+// One entry of one directory, however it is spelled.
+bool is_same_name(std::string_view a, std::string_view b) {
+    return base_name(a) == base_name(b) &&
+           is_same_file(parent(a).c_str(), parent(b).c_str(), ::stat);
+}
+
+// rename does nothing between two names of one file. By way of a third the first goes, and the
+// second is there all the while, or comes where the two differ only in case.
+bool join_names(const char *from, const char *to) {
+    const std::string aside = aside_name(parent(to));
+    if (calls.rename(from, aside.c_str(), 0) != 0) return false;
+    if (calls.rename(aside.c_str(), to, 0) == 0)
+        return calls.unlink(aside.c_str()) == 0 || errno == ENOENT;
+    const int kept = errno;
+    calls.rename(aside.c_str(), from, 0);
+    return failed(kept);
 }
 
 bool move_across(const std::string &from, const std::string &to, bool replace) {
@@ -295,12 +373,16 @@ bool move(const char16_t *from_path, const char16_t *to_path, bool replace) {
     if (!from || !to) return false;
     from.drop_slashes();
     to.drop_slashes();
-    struct stat info;
-    // rename would put a directory in place of an empty one.
-    if (replace && ::lstat(to, &info) == 0 && S_ISDIR(info.st_mode)) return failed(EACCES);
-    if (replace ? calls.rename(from, to, 0) == 0 : rename_new(from, to)) return true;
-    if (errno != EXDEV) return false;
-    return guarded([&] { return move_across(from.view().data(), to.view().data(), replace); });
+    return guarded([&] {
+        struct stat there;
+        if (is_same_name(from.view(), to.view())) return ::lstat(from, &there) == 0;
+        if (replace && ::lstat(to, &there) == 0) {
+            if (!is_replaceable(there)) return false;
+            if (there.st_nlink > 1 && is_same_file(from, to, ::lstat)) return join_names(from, to);
+        }
+        if (replace ? calls.rename(from, to, 0) == 0 : rename_new(from, to)) return true;
+        return errno == EXDEV && move_across(from.view().data(), to.view().data(), replace);
+    });
 }
 
 } // namespace zev::os
