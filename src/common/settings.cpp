@@ -41,9 +41,7 @@ bool settings_appdata(zwchar *out, Json *conf) {
     Json *node = conf && zJsonIsObject(conf) ? zJsonObjectAt(conf, u"appdata") : nullptr;
     const bool given = node && zJsonIsString(node);
     const zwchar *text = given ? zJsonGetString(node) : u"..";
-    if (zStrlenW(text) < Z_PATH_MAX && zPathReplaceBackslash(out, text) &&
-        zPathExpandEnvStrings(out, out))
-        return true;
+    if (zStrlenW(text) < Z_PATH_MAX) return zPathReplaceBackslash(out, text);
     return zRaiseStdErr(static_cast<int32_t>(Err::nametoolong), u"appdata"), false;
 }
 
@@ -51,8 +49,10 @@ bool settings_load() {
     zwchar module[Z_PATH_MAX] = {}, appdata[Z_PATH_MAX];
     if (!zPathGetBin(module)) module[0] = 0;
     Owned<Json, zJsonFree> conf = read_conf(module);
-    return settings_appdata(appdata, conf.get()) && zPathSetAppData(appdata, module) &&
-           need_conf() && make_logs();
+    if (!settings_appdata(appdata, conf.get())) return false;
+    if (!zPathSetAppData(appdata, module)) // expands it, once: a value may have the marks itself
+        return zRaiseStdErr(static_cast<int32_t>(Err::nametoolong), u"appdata"), false;
+    return need_conf() && make_logs();
 }
 
 } // namespace zev

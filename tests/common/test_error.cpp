@@ -253,7 +253,8 @@ TEST_F(Start, FindsItsApplicationData) {
     EXPECT_EQ(done_at(start()), "action.sDone @ " + (root / "app").string()); // no catalogue at all
     EXPECT_TRUE(is_directory(root / "app/logs"));
     conf_at("data", R"({"language":"de-DE"})");
-    const std::string data = (root / "data").string();
+    conf_at("%HOME%");
+    const std::string data = (root / "data").string(), odd = (root / "%HOME%").string();
     const struct {
         std::string conf, expected;
         const char *reason;
@@ -261,12 +262,15 @@ TEST_F(Start, FindsItsApplicationData) {
         {R"({"appdata":")" + data + R"("})", "Bereit @ " + data, "absolute"},
         {R"({"appdata":"..\\../data"})", "Bereit @ " + data, "relative, with either slash"},
         {R"({"appdata":"%ZEV_TEST_DATA%"})", "Bereit @ " + data, "absolute once expanded"},
+        {R"({"appdata":"%ZEV_TEST_ODD%"})", "Ready @ " + odd, "expanded once"},
         {R"({"appdata":7})", "action.sDone @ " + (root / "app").string(), "no string"},
         {R"({"appdata":)", "action.sDone @ " + (root / "app").string(), "no JSON"},
     };
     for (const auto &row : kRows) {
         write(root / "app/bin/zev.conf", row.conf);
-        EXPECT_EQ(done_at(start("ZEV_TEST_DATA='" + data + "'")), row.expected) << row.reason;
+        EXPECT_EQ(done_at(start("ZEV_TEST_DATA='" + data + "' ZEV_TEST_ODD='" + odd + "'")),
+                  row.expected)
+            << row.reason;
     }
 }
 
