@@ -174,6 +174,9 @@ TEST(Dir, EmptyAndSign) {
     EXPECT_EQ(std::string(first, 25), "d00000007        5F000000");
     EXPECT_EQ(std::string(second, 25), "_00000001        5F000000");
     EXPECT_STRNE(first + 25, second + 25);
+    zRaiseLocked(nullptr);
+    EXPECT_FALSE(zDirSign(nullptr, first));
+    EXPECT_EQ(zErrorClass(), 7); // raises nothing
     EXPECT_EQ(strlen(second), 33u);
 }
 
