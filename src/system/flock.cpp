@@ -21,6 +21,17 @@
 //
 // A crash leaves at most a file <dir>/.<name>.zlck.new besides, which the next undo or purge
 // removes.
+//
+// What a lock is in, and what moves it on:
+//
+//                       flock_complete              flock_expire
+//   flock_open_lazy --> pending --------> saved ------------------> expired
+//                          |               ^  `-- zFlockUndo --.       |
+//   zFlockOpen,            v               `-------------------'-------'
+//   saves nothing ------> bare
+//
+// pending and bare have the mark of an incomplete lock file, saved has not, expired has it until
+// an undo. zFlockClose ends each; without it the lock file is left behind as it is then.
 #include "system/flock.hpp"
 
 #include "common/errno.hpp"
@@ -29,13 +40,14 @@
 #include "system/share.hpp"
 #include "zev/path.h"
 
+#include <cassert>
 #include <cerrno>
 
 using namespace zev;
 
 namespace {
 
-constexpr mode_t kIncomplete = 0700, kComplete = 0600, kOwnerExecute = 0100;
+constexpr mode_t kIncomplete = 0700, kComplete = 0600;
 constexpr mode_t kNewTarget = 0644; // of a target that recovery finds gone
 constexpr os::Mode kUpdate = {.read = true, .write = true, .create = true, .no_link = true};
 constexpr os::Mode kLeftOver = {.read = true, .no_link = true};
@@ -67,9 +79,16 @@ struct Lock {
 
 bool fail_target(const Lock &lock) { return fail_errno(lock.target); }
 
+// Without modes a lock file that is whole can't be told from one cut short.
+bool fail_mark(const Lock &lock) {
+    if (errno != EPERM && errno != ENOTSUP && errno != ENOSYS) return fail_target(lock);
+    return fail_os(ENOTSUP, std::u16string(lock.target) +
+                                u": no lock on a file system that keeps no file modes");
+}
+
 // A path without a directory gives a lock file that can't be made: locks need one.
 bool Lock::name(const zwchar *target_path) {
-    const std::u16string file = u"." + std::u16string(zPathFindName(target_path)) + u".zlck";
+    const std::u16string file = lock_name(zPathFindName(target_path));
     zwchar directory[Z_PATH_MAX];
     if (!path_join(target, target_path, u"")) return false; // cut, it names another file
     zPathRemoveName(directory, target);
@@ -78,8 +97,18 @@ bool Lock::name(const zwchar *target_path) {
     return true;
 }
 
+// Some file systems take every mode and keep none.
+bool set_mark(int fd, mode_t mode) {
+    struct stat info;
+    if (!os::fd_mode(fd, mode) || !os::fd_stat(fd, &info)) return false;
+    if (is_incomplete(info) == bool(mode & S_IXUSR)) return true;
+    errno = ENOTSUP;
+    return false;
+}
+
 // Makes a lock file just locked, new or left over, an empty incomplete one. False with errno 0
-// when its name was dropped instead and the lock is to be taken anew.
+// when its name was dropped instead and the lock is to be taken anew. An empty one that can't be
+// marked goes: left behind it would say that there was no target.
 bool Lock::renew() {
     struct stat info;
     if (!stat(&info)) return false;
@@ -87,20 +116,24 @@ bool Lock::renew() {
         if (os::share_remove(fd(), path)) errno = 0;
         return false;
     }
-    const mode_t mode = info.st_mode & 07777;
-    return (mode == kIncomplete || os::fd_mode(fd(), kIncomplete)) &&
-           (info.st_size == 0 || os::fd_truncate(fd(), 0));
+    if ((info.st_mode & 07777) != kIncomplete && !set_mark(fd(), kIncomplete)) {
+        const int kept = errno;
+        if (info.st_size == 0) os::share_remove(fd(), path);
+        errno = kept;
+        return false;
+    }
+    return info.st_size == 0 || os::fd_truncate(fd(), 0);
 }
 
 // Fills an empty incomplete lock file from the target, or with nothing for -1, and completes it.
 bool fill(int lock_fd, int target_fd) {
     return (target_fd < 0 || (os::copy_bytes(target_fd, lock_fd) && os::fd_sync(lock_fd))) &&
-           os::fd_mode(lock_fd, kComplete);
+           set_mark(lock_fd, kComplete);
 }
 
 bool Lock::save(int target_fd) {
     if (fill(fd(), target_fd)) return true;
-    fail_target(*this);
+    fail_mark(*this);
     os::fd_truncate(fd(), 0);
     return false;
 }
@@ -127,7 +160,7 @@ bool Lock::is_target() const {
 bool Lock::link_back(mode_t mode) {
     os::unlink(aside.c_str());
     // Before it can be seen as the target, but never with the mark of an incomplete lock file.
-    if (!os::fd_mode(fd(), mode & ~kOwnerExecute)) return false;
+    if (!os::fd_mode(fd(), mode & ~mode_t{S_IXUSR})) return false;
     if (!os::link(path, aside.c_str())) return false;
     if (os::move(aside.c_str(), target, true)) return true;
     const int kept = errno;
@@ -152,7 +185,7 @@ bool Lock::separate(mode_t mode) {
         os::unlink(aside.c_str());
         return false;
     }
-    if (mode & kOwnerExecute) os::fd_mode(fd(), mode); // is only the target now
+    if (mode & S_IXUSR) os::fd_mode(fd(), mode); // is only the target now
     share = std::move(fresh);
     return true;
 }
@@ -186,11 +219,23 @@ bool take_left_over(Lock &lock) {
 
 } // namespace
 
+enum class State { pending, bare, saved, expired };
+
 struct Flock {
     Lock lock;
-    bool pending; // to be saved, and not yet
-    mode_t mode;  // of the target that was saved
+    State state = State::pending;
+    mode_t mode = kNewTarget; // of the target that was saved
+
+    bool check_state() const;
 };
+
+// While target and lock file are one, the mode is the target's.
+bool Flock::check_state() const {
+    struct stat info;
+    if (!lock.share || !lock.stat(&info)) return lock.share != nullptr;
+    if (info.st_nlink > 1 || state == State::expired) return true;
+    return is_incomplete(info) == (state != State::saved);
+}
 
 namespace zev {
 
@@ -199,42 +244,50 @@ Flock *flock_open_lazy(const zwchar *path) try {
     auto flock = std::make_unique<Flock>();
     Lock &lock = flock->lock;
     if (!lock.name(path)) return nullptr;
-    flock->pending = true;
-    flock->mode = kNewTarget;
     do {
         lock.share.reset(share_wait(lock.path, kUpdate, Z_SHARE_NONE, kIncomplete));
         if (!lock.share) return nullptr;
-        if (lock.renew()) return flock.release();
+        if (lock.renew()) {
+            assert(flock->check_state());
+            return flock.release();
+        }
     } while (errno == 0);
-    return fail_errno(path);
+    fail_mark(lock);
+    return nullptr;
 } catch (...) {
     return fail_thrown();
 }
 
 bool flock_complete(Flock *flock) try {
     if (!flock) return fail_args();
-    if (!flock->pending) return true;
+    assert(flock->check_state());
+    if (flock->state != State::pending) return true;
     Lock &lock = flock->lock;
     const ShareGuard target(share_open(lock.target, kRead, Z_SHARE_READ, 0, lock.target));
     if (!target && errno != ENOENT) return false;
     struct stat info;
     if (target && os::fd_stat(fd_of(target.get()), &info)) flock->mode = info.st_mode & 07777;
-    flock->pending = !lock.save(target ? fd_of(target.get()) : -1);
-    return !flock->pending;
+    if (!lock.save(target ? fd_of(target.get()) : -1)) return false;
+    flock->state = State::saved;
+    assert(flock->check_state());
+    return true;
 } catch (...) {
     return fail_thrown();
 }
 
 bool flock_expire(Flock *flock) {
     if (!flock) return fail_args();
-    return os::fd_mode(flock->lock.fd(), kIncomplete) || fail_target(flock->lock);
+    assert(flock->check_state());
+    if (!os::fd_mode(flock->lock.fd(), kIncomplete)) return fail_target(flock->lock);
+    if (flock->state == State::saved) flock->state = State::expired;
+    return true;
 }
 
 } // namespace zev
 
 Flock *zFlockOpen(const zwchar *path, bool save) {
     Flock *flock = flock_open_lazy(path);
-    if (flock && !save) flock->pending = false;
+    if (flock && !save) flock->state = State::bare;
     if (!flock || flock_complete(flock)) return flock;
     zFlockClose(flock);
     return nullptr;
@@ -251,9 +304,14 @@ void zFlockClose(Flock *flock) {
 bool zFlockUndo(Flock *flock) try {
     struct stat saved;
     if (!flock) return fail_args();
-    if (flock->pending) return true;
+    assert(flock->check_state());
+    if (flock->state == State::pending) return true;
     if (!flock->lock.stat(&saved)) return fail_target(flock->lock);
-    return saved.st_size ? flock->lock.put_back(flock->mode) : flock->lock.remove_target();
+    if (!saved.st_size) return flock->lock.remove_target();
+    if (!flock->lock.put_back(flock->mode)) return false;
+    flock->state = State::saved;
+    assert(flock->check_state());
+    return true;
 } catch (...) {
     return fail_thrown();
 }
@@ -263,7 +321,7 @@ bool zFlockRecover(const zwchar *path) try {
     const auto lock = named(path);
     struct stat saved, present;
     if (!lock || !take_left_over(*lock) || !lock->stat(&saved)) return true;
-    if (saved.st_mode & kOwnerExecute) return true;
+    if (is_incomplete(saved)) return true;
     const bool exists = os::stat(lock->target, &present);
     if (saved.st_size) {
         lock->put_back(exists ? present.st_mode & 07777 : kNewTarget);

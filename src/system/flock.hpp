@@ -1,9 +1,28 @@
-// Locks whose saved copy is made late: who only reads under the lock pays for no copy, no sync.
+// Lock files by name and mark, and locks whose saved copy is made late: who only reads under the
+// lock pays for no copy, no sync.
 #pragma once
 
 #include "zev/flock.h"
 
+#include <string>
+#include <string_view>
+
+#include <sys/stat.h>
+
 namespace zev {
+
+constexpr std::u16string_view kLockTail = u".zlck";
+
+inline std::u16string lock_name(std::u16string_view name) { // of the file that guards `name`
+    return u"." + std::u16string(name) + std::u16string(kLockTail);
+}
+// The reverse; empty for what is no lock file.
+inline std::u16string_view locked_name(std::u16string_view file) {
+    if (!file.starts_with(u'.') || !file.ends_with(kLockTail)) return {};
+    return file.substr(1, file.size() - 1 - kLockTail.size());
+}
+// Its holder died before the copy was whole, or saved nothing: not to be put back.
+inline bool is_incomplete(const struct stat &lock_file) { return lock_file.st_mode & S_IXUSR; }
 
 // Takes the lock as zFlockOpen. Nothing is saved yet, and nothing of the target may change
 // before flock_complete gave true; until then undo has nothing to do and gives true.

@@ -5,6 +5,7 @@
 #include "system/os.hpp"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <random>
 
 #include <sys/stat.h>
@@ -145,6 +146,27 @@ TEST_F(Flocks, CutTargetIsRefused) {
     const std::u16string tight = dir / std::u16string(505 - dir.path().u16string().size(), u'x');
     EXPECT_EQ(zFlockOpen(tight.c_str(), true), nullptr); // its lock file's path would be cut
     EXPECT_EQ(zErrorCode(), 38);
+}
+
+// Modes as a stick shows them to all, be they refused or taken and forgotten: without the mark of
+// an incomplete file no copy could be trusted later.
+TEST_F(Flocks, FileSystemWithoutModes) {
+    static mode_t shown;
+    test::write(file, "old");
+    for (mode_t mode : {0644, 0755, 0700}) {
+        for (bool refused : {false, true}) {
+            shown = mode;
+            os::calls.open = [](const char *path, int flags, mode_t) {
+                return ::open(path, flags, shown);
+            };
+            os::calls.fchmod = [](int, mode_t) { return 0; };
+            if (refused) os::calls.fchmod = [](int, mode_t) { return errno = EPERM, -1; };
+            EXPECT_EQ(lock(true), nullptr);
+            EXPECT_EQ(zErrorCode(), 129);
+            EXPECT_NE(narrow(zErrorMsg()).find("keeps no file modes"), std::string::npos);
+            EXPECT_EQ(files(), 1u) << "left over";
+        }
+    }
 }
 
 // ---- A full disk, and every other failure
