@@ -13,7 +13,7 @@ ZEV_BEGIN
 #include <stdio.h>
 
 // What others may do while the file is open.
-enum { Z_SHARE_NONE = 0, Z_SHARE_READ = 1, Z_SHARE_WRITE = 2 };
+enum { Z_SHARE_NONE = 0, Z_SHARE_READ = 1, Z_SHARE_WRITE = 2, Z_SHARE_ALL = 3 };
 
 // Opens with the letters of zFileOpen. Refused by other holders, or by rights: the locked error
 // (class 7) with the path; else the standard error. `errno` keeps the reason. With Z_SHARE_NONE

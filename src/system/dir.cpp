@@ -1,3 +1,5 @@
+// Dir: names are read whole and sorted at opening, so that a walk doesn't see what it changes
+// itself. Making and removing is the system's, see posix/tree.cpp.
 #include "zev/dir.h"
 
 #include "common/errno.hpp"
@@ -17,7 +19,7 @@ using namespace zev;
 
 struct Dirent {
     uint8_t type; // 1 directory, 2 anything else
-    zwchar name[260];
+    zwchar name[kShortPath];
 };
 
 struct Dir {

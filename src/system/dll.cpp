@@ -1,3 +1,4 @@
+// Shared objects of the host: opened and asked, with the loader's own words on failure.
 #include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/utf.hpp"

@@ -1,3 +1,4 @@
+// The environment in wide text. An empty value removes a variable.
 #include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/utf.hpp"

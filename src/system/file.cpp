@@ -1,3 +1,5 @@
+// File: FILE with the library's errors, and whole files and trees by name. Text leaves as UTF-8
+// with narrow stdio only: a stream that was used wide once would write nothing.
 #include "zev/file.h"
 
 #include "common/errno.hpp"

@@ -146,7 +146,7 @@ class Replacement {
 bool replace_file(const char16_t *path, const void *bytes, size_t size, mode_t mode = 0);
 
 // ---- Sharing: who holds a file open with which access, and what he leaves to others
-// `flags` says what others may do, 1 read, 2 write. A refusal is EACCES.
+// `flags` says what others may do, as Z_SHARE_... tells it. A refusal is EACCES.
 int share_open(const char16_t *path, const Mode &mode, unsigned flags, mode_t create = 0666);
 bool share_remove(int fd, const char16_t *path); // unlink while the grant is held, before close
 // Nobody denies reading. For files that are only ever replaced whole; no grant is taken.

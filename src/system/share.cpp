@@ -1,3 +1,5 @@
+// Share: the sharing modes of posix/share.cpp over a FILE. A refusal is the locked error and keeps
+// errno; what else fails is the standard error.
 #include "zev/share.h"
 
 #include "common/errno.hpp"

@@ -17,6 +17,9 @@ struct Share {
 
 namespace zev {
 
+// Mode letters of a file that is there to be held: empty, and gone with its holder.
+constexpr zwchar kGuardMode[] = u"w+bSTD";
+
 using ShareGuard = Owned<Share, zShareClose>;
 
 // Opens as zShareOpen. A refusal is the locked error for `told`.

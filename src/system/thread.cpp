@@ -1,3 +1,5 @@
+// Threads and per-thread values. libuv's keys know no destructors: the registry here has them, and
+// each thread that set a value runs them when it ends.
 #include "zev/thread.h"
 
 #include "common/failure.hpp"

@@ -1,3 +1,5 @@
+// Time: sums that wrap instead of trapping, since times come from files; the clock in steps of 100
+// nanoseconds; wall clock readings kept as if they were UTC.
 #include "zev/time.h"
 
 #include "common/failure.hpp"

@@ -2,6 +2,7 @@
 #include "support.hpp"
 
 #include "system/os.hpp"
+#include "system/share.hpp"
 
 #include <atomic>
 #include <cerrno>
@@ -9,7 +10,9 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 using test::narrow, test::TempDir;
@@ -106,14 +109,14 @@ TEST(Share, RefusedOpenChangesNothing) {
     EXPECT_EQ(open_share(dir / u"f", u"r+b", 3), nullptr);
 }
 
-// "w+bSTD", none to share: by this a drawing table is held.
+// None to share: by this a drawing table is held.
 TEST(Share, DeletedOnClose) {
     TempDir dir;
     {
-        const Open held = open_share(dir / u"LOCK", u"w+bSTD", Z_SHARE_NONE);
+        const Open held = open_share(dir / u"LOCK", zev::kGuardMode, Z_SHARE_NONE);
         ASSERT_OK(held);
         EXPECT_TRUE(fs::exists(dir.path() / "LOCK"));
-        EXPECT_EQ(open_share(dir / u"LOCK", u"w+bSTD", Z_SHARE_NONE), nullptr);
+        EXPECT_EQ(open_share(dir / u"LOCK", zev::kGuardMode, Z_SHARE_NONE), nullptr);
         EXPECT_TRUE(fs::exists(dir.path() / "LOCK")); // the refused one has no say
     }
     EXPECT_FALSE(fs::exists(dir.path() / "LOCK"));
@@ -153,6 +156,29 @@ TEST(Share, ReadOnlyFileByItsReader) {
         return zShareRead(alone.get(), text, 7) == 7 && std::string(text) == "content" ? 0 : 4;
     });
     EXPECT_EQ(child.wait(), 0);
+}
+
+TEST(Share, ReadOnlyDisk) {
+    TempDir dir;
+    test::write(dir.path() / "f", "content");
+    const std::string place = dir.path().string();
+    test::Child child([&] {
+        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0 ||
+            mount(place.c_str(), place.c_str(), "", MS_BIND, "") != 0 ||
+            mount("", place.c_str(), "", MS_REMOUNT | MS_BIND | MS_RDONLY, "") != 0)
+            return 77;
+        const std::u16string path = dir / u"f";
+        {
+            const Open one = open_share(path, u"rb", Z_SHARE_READ);
+            const Open two = open_share(path, u"rb", Z_SHARE_READ);
+            if (!one || !two || open_share(path, u"rb", Z_SHARE_NONE)) return 1;
+        }
+        if (!open_share(path, u"rb", Z_SHARE_NONE)) return 2;
+        return !zFlockOpen(path.c_str(), true) && zErrorCode() == 30 ? 0 : 3;
+    });
+    const int status = child.wait();
+    if (status == 77) GTEST_SKIP() << "not to be mounted here";
+    EXPECT_EQ(status, 0);
 }
 
 TEST(Share, WaitEndsWithTheHolder) {

@@ -1,3 +1,5 @@
+// Waiting, the time zone, and times as text. Nothing here depends on a locale that the host has
+// set.
 #include "system/posix/native.hpp"
 
 #include <iomanip>

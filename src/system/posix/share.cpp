@@ -15,6 +15,7 @@
 // 3. The file at the path is the one that was locked. A holder may delete the file, first the
 //    name, then the lock; who was waiting for that lock starts over with the new file.
 // 4. Without locks there is no opening: a file system that can't lock fails.
+#include "zev/share.h"
 #include "system/posix/native.hpp"
 
 #include <csignal>
@@ -120,13 +121,13 @@ int open_for(const char16_t *path, Mode mode, bool alone, mode_t create) {
 int share_open(const char16_t *path, const Mode &mode, unsigned flags, mode_t create) {
     const Native name(path);
     if (!name) return -1;
-    const bool alone = (flags & 3) == 0;
+    const bool alone = (flags & Z_SHARE_ALL) == Z_SHARE_NONE;
     for (int file = 0; file < kNewFiles; ++file) {
         Fd fd(open_for(path, mode, alone, create));
         if (!fd) return -1;
         const bool writable = (fcntl(fd.get(), F_GETFL) & O_ACCMODE) == O_RDWR;
-        const Claim wanted = {{mode.read, mode.write, !(flags & 1), !(flags & 2)},
-                              alone && writable};
+        const bool no_reads = !(flags & Z_SHARE_READ), no_writes = !(flags & Z_SHARE_WRITE);
+        const Claim wanted = {{mode.read, mode.write, no_reads, no_writes}, alone && writable};
         const bool updates = mode.read && mode.write && !mode.create;
         if (!claim(fd.get(), wanted, alone && updates)) return -1;
         if (!at_path(fd.get(), name)) continue;
