@@ -199,15 +199,13 @@ TEST_F(Log, LostConsoles) {
     });
     EXPECT_EQ(closed.wait(), 0);
     Child pending([] { // the host's own signal is not taken from him
-        sigset_t one, waiting;
+        sigset_t one;
         sigemptyset(&one);
         sigaddset(&one, SIGPIPE);
         sigprocmask(SIG_BLOCK, &one, nullptr);
         raise(SIGPIPE);
-        close(2);
         zLogReport("a", 1, 3, 4, u"x");
-        sigpending(&waiting);
-        return sigismember(&waiting, SIGPIPE) ? 0 : 1;
+        return sigpending(&one) == 0 && sigismember(&one, SIGPIPE) ? 0 : 1;
     });
     EXPECT_EQ(pending.wait(), 0);
 }

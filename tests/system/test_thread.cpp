@@ -1,6 +1,5 @@
 #include "support.hpp"
 
-#include <atomic>
 #include <functional>
 
 #include <pthread.h>
@@ -52,24 +51,14 @@ TEST(Thread, DestructorsInKeyOrder) {
     EXPECT_EQ(released, (Released{{'y', 'b'}}));
     EXPECT_EQ(zThreadkeyGet(&first), values + 2);
     released.clear();
+    EXPECT_FALSE(zThreadJoin(zThreadSelf()));
+    EXPECT_EQ(zErrorClass(), 12);
     zThreadkeyDelete(&first);
     zThreadkeyDelete(&second);
     zThreadkeyDelete(&plain);
     zThreadkeyDelete(&maker);
     on_thread([] { zThreadCleanup(); });
     EXPECT_EQ(released, Released{});
-}
-
-TEST(Thread, OnceAndFailures) {
-    static Threadonce once = Z_THREADONCE_INIT;
-    static std::atomic<int> runs;
-    std::vector<int64_t> threads(4);
-    for (int64_t &thread : threads)
-        thread = zThreadCreate([](void *) { zThreadonceRun(&once, [] { ++runs; }); }, nullptr);
-    for (int64_t thread : threads) EXPECT_TRUE(zThreadJoin(thread));
-    EXPECT_EQ(runs, 1);
-    EXPECT_FALSE(zThreadJoin(zThreadSelf()));
-    EXPECT_EQ(zErrorClass(), 12);
 }
 
 } // namespace
