@@ -84,6 +84,8 @@ TEST(File, SizeTruncateAndText) {
     EXPECT_EQ(zFilePrintfA(full, "x"), 1);
     EXPECT_FALSE(zFileFlush(full)); // what a full disk refuses shows here at the latest
     EXPECT_EQ(zErrorCode(), 28);
+    EXPECT_EQ(zFileRead(full, bytes, 1), 0u); // not open for that
+    EXPECT_EQ(zErrorCode(), 9);
     zFileClose(full);
     const std::string path = "/proc/self/fd/" + std::to_string(fileno(file));
     const fs::path name = fs::read_symlink(path);
@@ -417,6 +419,9 @@ TEST_F(Trash, OnlyWhereThereCanBeNoneIsAnythingDeleted) {
         {"a link", [&] { fs::create_directory_symlink(real, trash); }, 0, "real/files/f"},
         {"a link above", [&] { fs::remove(data), fs::create_directory_symlink(real, data); }, 0,
          "real/Trash/files/f"},
+        {"on another device",
+         [] { os::calls.rename = [](auto, auto, unsigned) { return errno = EXDEV, -1; }; }, 0,
+         "data/Trash/files/f"},
         {"a link to nothing", [&] { fs::create_symlink("no", trash); }, EACCES, "f"},
         {"one to nothing above", [&] { fs::remove(data), fs::create_symlink("no/data", data); },
          EACCES, "f"},
