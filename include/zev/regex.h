@@ -1,9 +1,9 @@
 // Regex: whether a text matches a pattern, and what its groups caught. Patterns are PCRE2's, over
 // Unicode characters; `\C` is refused, since it takes characters apart.
 //
-// Text and pattern may come from anywhere: a pattern above 1 KiB or a text above 32 KiB of UTF-8,
-// and a match that would take more than a bounded amount of work or memory, are no match. So is
-// a pattern that doesn't compile; nothing is raised for it. A null argument is class 2, logged.
+// Text and pattern may come from anywhere: a pattern above 1 KiB, one that doesn't compile, or a
+// text above 32 KiB of UTF-8 is no match, and nothing is raised for it. A search that would take
+// more than a bounded amount of work or memory is class 5. A null argument is class 2, logged.
 #ifndef ZEV_REGEX_H
 #define ZEV_REGEX_H
 

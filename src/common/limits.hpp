@@ -29,17 +29,18 @@ inline constexpr uint32_t uri_bytes = 9 * 2047;
 // Objects of a received pack, for which memory is taken by what its header says: a project of a
 // million files with ten thousand commits has fewer.
 inline constexpr uint32_t pack_objects = 1u << 24;
-// Decompressed bytes that any input may give, and how many for each byte of input beyond: text and
-// drawing rows stay below it, a small body that was made to fill a disk does not.
+// Decompressed bytes that any pack may give, and how many for each of its bytes beyond: text and
+// drawing rows stay below it, a small one that was made to fill a disk does not.
 inline constexpr uint64_t inflated = 64u << 20;
 inline constexpr uint64_t inflation = 256;
 // Regular expressions. A pattern is typed by a person; the longest text is some URIs long.
 inline constexpr uint32_t regex_pattern = 1024;
 inline constexpr uint32_t regex_text = 0x8000;
-// Steps of a match, about 50 ns each; and steps times bytes of the text, since a step may run
-// through all of it: a second or two. The longest text still has two steps for each byte.
-inline constexpr uint64_t regex_steps = 1'000'000;
-inline constexpr uint64_t regex_work = 1ull << 31;
+// Steps of a search, 10 to 50 ns each: enough to go from each place of 2,000 bytes to the end and
+// back. And steps times bytes of the text, since a step may run through all of it: some seconds at
+// worst. The longest text still has forty steps for each byte.
+inline constexpr uint64_t regex_steps = 30'000'000;
+inline constexpr uint64_t regex_work = 20ull << 31;
 // Choices that a match can go back to: four for each byte of the longest text. Each takes a frame
 // of some 150 bytes, and 16 more for each group: the bytes hold the frames of a dozen groups.
 inline constexpr uint32_t regex_depth = 4 * regex_text;

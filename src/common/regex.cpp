@@ -1,5 +1,5 @@
 // Regular expressions, compiled at each call. Patterns and texts are foreign, so that every match
-// has a budget, see limits.hpp; what exceeds it is no match.
+// has a budget, see limits.hpp; a search that spends it ends as no match, with class 5 raised.
 #include "zev/regex.h"
 
 #include "common/failure.hpp"
@@ -36,6 +36,13 @@ Code compile(const char *pattern) {
                               PCRE2_UTF | PCRE2_NEVER_BACKSLASH_C, &error, &offset, context.get()));
 }
 
+constexpr uint64_t kLeastShare = 16; // steps that a place may take before it is asked for more
+
+bool is_spent(int result) {
+    return result == PCRE2_ERROR_MATCHLIMIT || result == PCRE2_ERROR_DEPTHLIMIT ||
+           result == PCRE2_ERROR_HEAPLIMIT;
+}
+
 // One pattern over one text. Steps are what the library counts against its match limit, which
 // holds for each place where a match could begin, not for all of them; one step may look at all
 // of the text.
@@ -49,7 +56,8 @@ class Search {
 
   private:
     int match(uint64_t start, uint32_t options, uint64_t limit);
-    bool match_stepwise();
+    int match_at(uint64_t start, uint64_t &share);
+    int match_stepwise();
 
     std::string_view text_;
     Code code_;
@@ -67,8 +75,9 @@ bool Search::run(const char *pattern) {
     pcre2_set_heap_limit(context_.get(), limits::regex_heap / 1024);
     const uint64_t places = text_.size() + 1;
     steps_ = std::min<uint64_t>(limits::regex_steps, limits::regex_work / places);
-    const int result = match(0, 0, steps_ / places);
-    return result == PCRE2_ERROR_MATCHLIMIT ? match_stepwise() : result > 0;
+    int result = match(0, 0, steps_ / places);
+    if (result == PCRE2_ERROR_MATCHLIMIT) result = match_stepwise();
+    return result > 0 || (is_spent(result) && raise_range());
 }
 
 int Search::match(uint64_t start, uint32_t options, uint64_t limit) {
@@ -77,22 +86,31 @@ int Search::match(uint64_t start, uint32_t options, uint64_t limit) {
                        context_.get());
 }
 
-// An even share was too little for one of the places, as when the first of them has to go through
-// all of a long text. Each place in turn takes what it needs, found by growing its share.
-bool Search::match_stepwise() {
+// At one place, with growing shares until one suffices, which the next place begins with. It is
+// halved where it sufficed at once: one costly place must not make all behind it dear.
+int Search::match_at(uint64_t start, uint64_t &share) {
     constexpr uint32_t kOptions = PCRE2_ANCHORED | PCRE2_NO_UTF_CHECK; // checked the first time
+    for (bool at_once = true; steps_; at_once = false, share *= 2) {
+        share = std::min(share, steps_);
+        steps_ -= share;
+        const int result = match(start, kOptions, share);
+        if (result == PCRE2_ERROR_MATCHLIMIT) continue;
+        if (at_once) share = std::max(share / 2, kLeastShare);
+        return result;
+    }
+    return PCRE2_ERROR_MATCHLIMIT;
+}
+
+// An even share was too little for one of the places, as when the first of them has to go through
+// all of a long text. Each place in turn takes what it needs.
+int Search::match_stepwise() {
+    uint64_t share = kLeastShare;
     for (uint64_t start = 0; start <= text_.size(); ++start) {
         if (start < text_.size() && (text_[start] & 0xC0) == 0x80) continue; // in a character
-        int result = PCRE2_ERROR_MATCHLIMIT;
-        for (uint64_t share = 16; result == PCRE2_ERROR_MATCHLIMIT; share *= 4) {
-            if (!steps_) return false;
-            share = std::min(share, steps_);
-            steps_ -= share;
-            result = match(start, kOptions, share);
-        }
-        if (result != PCRE2_ERROR_NOMATCH) return result > 0;
+        const int result = match_at(start, share);
+        if (result != PCRE2_ERROR_NOMATCH) return result;
     }
-    return false;
+    return PCRE2_ERROR_NOMATCH;
 }
 
 // Both offsets of a group that took no part are the same. `\K` can put the start behind the end.
