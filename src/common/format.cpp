@@ -84,7 +84,9 @@ uint64_t convert(const zwchar *text, uint64_t count, char *out) {
     return utf8_from_wide(text, count, out);
 }
 
-constexpr int kWidest = 1 << 20; // digits of a number
+// Units of one conversion: a catalogue's text may ask for any width, and all of it would be held in
+// memory.
+constexpr int kWidest = 1 << 20;
 
 template <class C> class Printer {
   public:
@@ -151,8 +153,8 @@ template <class C> class Printer {
 
     bool width(Spec &spec) {
         if (!number(spec.width)) return false;
+        if (spec.width < -kWidest || spec.width > kWidest) return false;
         if (spec.width >= 0) return true;
-        if (spec.width == INT_MIN) return false;
         spec.width = -spec.width;
         if (!spec.left) spec.flags[strlen(spec.flags)] = '-';
         return spec.left = true;
@@ -283,10 +285,9 @@ template <class C> class Printer {
         return native(spec, "L", letter, va_arg(arguments_, long double));
     }
 
-    // A number by the C library; width and precision always go as arguments. A catalogue's text may
-    // ask for any, and all of it would be held in memory.
+    // A number by the C library; width and precision always go as arguments.
     template <class T> bool native(const Spec &spec, const char *size, char letter, T value) {
-        if (spec.width > kWidest || spec.precision > kWidest) return false;
+        if (spec.precision > kWidest) return false;
         char format[16] = "%", local[128];
         strcat(strcat(strcat(format, spec.flags), "*.*"), size);
         format[strlen(format)] = letter;
