@@ -20,7 +20,8 @@ ZEV_API void zI18nDeinit(void);
 ZEV_API Json *zI18nLangLookup(const zwchar *language);
 
 // The catalogue of the process; the product's language unless zI18nSetCurrentLang chose another
-// before. The first choice stays: later ones change nothing and give true.
+// before. The first choice stays: later ones change nothing and give true. Where no file is found
+// it is empty, and keys stand for themselves. Before zI18nInit null, and false.
 ZEV_API Json *zI18nCurrentLang(void);
 ZEV_API bool zI18nSetCurrentLang(const zwchar *language);
 

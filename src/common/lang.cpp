@@ -35,6 +35,7 @@ struct Catalogues {
     Owned<Json, zJsonFree> languages; // each catalogue under the name that it was asked for
     Json *current;                    // lent from languages
     Json *fallback;                   // en-US for languages without a file, lent
+    Owned<Json, zJsonFree> empty;     // current where there is no file: keys stand for themselves
 };
 
 Catalogues *catalogues;
@@ -131,9 +132,10 @@ Wide formatted(const zwchar *format, va_list arguments) {
 bool zI18nInit() {
     Lock lock(mutex);
     if (catalogues) return true;
-    Owned<Json, zJsonFree> languages(zJsonNewObject(nullptr));
-    if (!languages) return false;
-    catalogues = new (std::nothrow) Catalogues{std::move(languages), nullptr, nullptr};
+    Owned<Json, zJsonFree> languages(zJsonNewObject(nullptr)), empty(zJsonNewObject(nullptr));
+    if (!languages || !empty) return false;
+    catalogues =
+        new (std::nothrow) Catalogues{std::move(languages), nullptr, nullptr, std::move(empty)};
     return catalogues ? true : static_cast<bool>(fail_memory());
 }
 
@@ -160,7 +162,8 @@ bool zI18nSetCurrentLang(const zwchar *language) {
     Lock lock(mutex);
     if (!catalogues) return false;
     if (!catalogues->current) catalogues->current = zI18nLangLookup(language);
-    return catalogues->current;
+    if (!catalogues->current) catalogues->current = catalogues->empty.get();
+    return true;
 }
 
 Json *zI18nNodeLookup(Json *catalogue, const zwchar *key) {

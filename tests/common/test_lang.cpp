@@ -76,6 +76,16 @@ TEST_F(Lang, MissingLanguagesShareTheFallback) {
     EXPECT_EQ(text(zI18nLangLookup(u"it-IT"), u"a"), "italian");
 }
 
+// A text is looked up for a raise: no failure of its own may take the place of that.
+TEST_F(Lang, WithoutACatalogueKeysStandForThemselves) {
+    EXPECT_TRUE(zI18nSetCurrentLang(nullptr));
+    zRaiseNotFound(nullptr);
+    EXPECT_EQ(text(zI18nCurrentLang(), u"a.sOne"), "a.sOne");
+    catalogue("en-US", R"({"a":{"sOne":"one"}})"); // too late: nothing is read again
+    EXPECT_EQ(text(zI18nCurrentLang(), u"a.sOne"), "a.sOne");
+    EXPECT_EQ(zErrorClass(), 3);
+}
+
 // A text is given the arguments that its key's tail names; others would read foreign memory.
 TEST(Catalogue, ConversionsFitTheTail) {
     const struct {
