@@ -145,6 +145,7 @@ void uri_set_query(Uri *uri, const zwchar *key, const zwchar *value) {
     Wide copy(zStrvalidW(value) ? zStrdupW(value) : nullptr);
     if (zStrvalidW(value) && !copy) throw std::bad_alloc();
     const Wide old(static_cast<zwchar *>(zHashmapAt(uri->query, key)));
+    if (!copy && !old) return; // nothing changes, and the text that was lent stays
     if (!copy)
         zHashmapRemove(uri->query, key);
     else if (!zHashmapInsert(uri->query, key, copy.get()))

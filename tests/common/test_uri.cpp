@@ -64,6 +64,8 @@ TEST(Uri, SettersDropTheCachedText) {
         EXPECT_EQ(text_of(uri), text);
     };
     now(true, u"http://h/a?k=v");
+    const zwchar *lent = u->cached;
+    now(zUriRemoveQuery(u, u"absent") && u->cached == lent, u"http://h/a?k=v"); // still lent
     now(zUriSetHost(u, zUriStringfy(u) + 7), u"http://h/a?k=v/a?k=v"); // a part of what goes
     now(zUriSetHost(u, u"h") && zUriSetPort(u, 443), u"http://h:443/a?k=v");
     now(zUriSetSchema(u, u"https"), u"https://h/a?k=v");
