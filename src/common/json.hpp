@@ -44,10 +44,15 @@ class Member {
 static_assert(sizeof(Member) == 32);
 
 // The members of an object: an array in key order (16-bit unit by unit), then a tail of those that
-// came later and out of order. The tail stays short (about the square root of the whole), except
-// while a text is read, which sorts once at the closing bracket; only then can a name occur twice,
-// and the later one wins. A removed member leaves a hole until half of the array is holes. So
-// neither filling nor emptying an object in any order moves the array each time.
+// came later and out of order. What always holds:
+//   - put keeps the tail in runs, each in key order, as long as the powers of two that its length
+//     is made of, longest first: a new member is a run of its own, and runs of one length merge. A
+//     tail as long as the part before it joins that. So an object is filled in any order by
+//     n log n moves, and searched by one bisection a run.
+//   - append, by which a text is read, leaves runs aside, and names may occur twice, of which the
+//     later one wins; the reader settles each object at its closing bracket, before others see it.
+//   - a removed member leaves a hole, whose name still counts for the order, until half of the
+//     array is holes; then all is put in order without them.
 class Members {
   public:
     static Members *make(); // null when memory ran out, raised
@@ -76,7 +81,8 @@ class Members {
 
   private:
     Member *locate(WideView name) const; // holes too
-    void drop_holes();
+    void merge_runs();
+    void drop_holes(); // the tail has no runs then: settle
     void drop_twins();
 
     Member *data_;

@@ -1,8 +1,10 @@
+// The members of an object, in key order and yet cheap to fill and to empty in any order.
 #include "common/json.hpp"
 
 #include "common/failure.hpp"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
@@ -26,6 +28,14 @@ bool before(const Member &a, const Member &b) {
 
 bool same(const Member &a, const Member &b) { return !before(a, b) && !before(b, a); }
 
+// In a range in key order; null if it is not there.
+Member *find_in(Member *begin, Member *end, WideView name) {
+    Member *at = std::lower_bound(begin, end, name, [](const Member &member, WideView key) {
+        return compare(key, member.name()) > 0;
+    });
+    return at != end && compare(name, at->name()) == 0 ? at : nullptr;
+}
+
 } // namespace
 
 Members *Members::make() {
@@ -40,14 +50,23 @@ void Members::destroy() {
 }
 
 Member *Members::locate(WideView name) const {
-    Member *end = data_ + sorted_;
-    Member *at = std::lower_bound(data_, end, name, [](const Member &member, WideView key) {
-        return compare(key, member.name()) > 0;
-    });
-    if (at != end && compare(name, at->name()) == 0) return at;
-    for (at = end, end = data_ + size_; at != end; ++at)
-        if (compare(name, at->name()) == 0) return at;
+    if (Member *at = find_in(data_, data_ + sorted_, name)) return at;
+    Member *run = data_ + sorted_;
+    for (uint64_t left = size_ - sorted_; left;) {
+        const uint64_t length = std::bit_floor(left);
+        if (Member *at = find_in(run, run + length, name)) return at;
+        run += length;
+        left -= length;
+    }
     return nullptr;
+}
+
+// The tail has just grown by one: as in counting, each run that ends with it doubles.
+void Members::merge_runs() {
+    const uint64_t tail = size_ - sorted_;
+    Member *end = data_ + size_;
+    for (uint64_t length = 1; !(tail & length); length *= 2)
+        std::inplace_merge(end - 2 * length, end - length, end, before);
 }
 
 Member *Members::slot(WideView name) {
@@ -93,16 +112,18 @@ Member *Members::append(uint64_t units) {
 
 bool Members::put(WideView name, Json *node) {
     const bool last = sorted_ == size_ && (!size_ || compare(name, data_[size_ - 1].name()) > 0);
-    if (Member *hole = last ? nullptr : locate(name)) return fill(hole, node), true;
+    Member *hole = last || !holes_ ? nullptr : locate(name);
+    if (hole) return fill(hole, node), true;
     Member *member = append(name.size());
     if (!member) return false;
     *std::copy(name.begin(), name.end(), member->name()) = 0;
     fill(member, node);
-    const uint64_t tail = size_ - sorted_;
     if (last) {
         ++sorted_;
-    } else if (tail > 32 && tail * tail > size_) {
-        settle();
+    } else {
+        merge_runs();
+        ++generation_;
+        if (size_ - sorted_ > sorted_) settle();
     }
     return true;
 }
@@ -110,7 +131,7 @@ bool Members::put(WideView name, Json *node) {
 void Members::remove(Member *member) {
     member->node = nullptr;
     near_ = static_cast<uint64_t>(member - data_);
-    if (++holes_ > 32 && holes_ > size_ / 2) drop_holes();
+    if (++holes_ > 32 && holes_ > size_ / 2) settle();
 }
 
 Json *Members::take_last() {
@@ -154,8 +175,8 @@ void Members::drop_twins() {
 }
 
 void Members::settle() {
+    if (holes_ > size_ / 2 || (holes_ && sorted_ != size_)) drop_holes();
     if (sorted_ == size_) return;
-    if (holes_) drop_holes();
     Member *tail = data_ + sorted_, *end = data_ + size_;
     const auto greater_or_twin = [](const Member &a, const Member &b) { return !before(a, b); };
     if (std::adjacent_find(data_, end, greater_or_twin) != end) {
