@@ -1,4 +1,5 @@
 // Both formats, whole and in small steps: what comes out is bounded, and ends.
+#include "stream/stream.hpp"
 #include "zev/error.h"
 #include "zev/zip.h"
 
@@ -17,8 +18,9 @@ Stream *memory(const uint8_t *data, size_t size) {
 
 void whole(const uint8_t *data, size_t size, const zwchar *encoding) {
     Stream *source = memory(data, size);
-    Stream *target = zStreamUncompress(source, encoding);
-    if (target && zStreamSize(target) > (64u << 20) + 256 * size + (64u << 10)) abort();
+    constexpr uint64_t kMost = 1 << 20;
+    Stream *target = zev::uncompress_stream(source, encoding, kMost);
+    if (target && zStreamSize(target) > kMost) abort();
     zStreamFree(target);
     zStreamFree(source);
 }

@@ -21,8 +21,9 @@ ZEV_API Stream *zZipTemp(const zwchar *encoding);
 ZEV_API bool zZipStreamFinish(Stream *stream);
 
 // From the stream's position to its end, into a new temporary stream, rewound. Null when reading or
-// writing failed, and for input that is damaged, ends early, goes on behind its end, or grows out
-// of proportion: above 64 MiB and 256 times its size.
+// writing failed, and for input that is damaged, ends early or goes on behind its end. All that
+// comes out is written, and a small input can fill a disk: what a stranger sent is better read by
+// zUnzipStream, counted.
 ZEV_API Stream *zStreamCompress(Stream *stream, const zwchar *encoding);
 ZEV_API Stream *zStreamUncompress(Stream *stream, const zwchar *encoding);
 

@@ -9,4 +9,8 @@ namespace zev {
 // library itself puts aside; null with a standard error when there is no place for it.
 Stream *temp_stream();
 
+// zStreamUncompress with a bound, for what comes from a peer: more than `most` bytes are class 5,
+// logged. At most one block beyond the bound is made before that is seen.
+Stream *uncompress_stream(Stream *stream, const zwchar *encoding, uint64_t most);
+
 } // namespace zev

@@ -72,6 +72,11 @@ Failure fail_zlib(const z_stream &z, Here at = {}) {
     return fail_raised(at);
 }
 
+Failure fail_too_large(Here at = {}) {
+    return logged(raise_range(zI18nTextLookup(zI18nCurrentLang(), u"zev.eDecompressedTooLarge")),
+                  at);
+}
+
 int start(ZipStream &zip) {
     const int bits = zip.gzip ? 31 : 15;
     constexpr int kLevel = 6, kMemory = 8;
@@ -182,12 +187,6 @@ uint64_t inflate_some(ZipStream &zip, void *buffer, uint64_t count) {
     return wanted - zip.z.avail_out;
 }
 
-// How far what comes out of `taken` bytes may grow.
-bool is_out_of_proportion(uint64_t made, uint64_t taken) {
-    return made >
-           limits::inflated + std::min(taken, UINT64_MAX / limits::inflation) * limits::inflation;
-}
-
 // Until the source's end; false when it, or what is behind `write`, failed. `taken` counts what
 // the source itself takes: it may do so for a while before it gives anything.
 template <class F> bool each_block(Stream *source, size_t size, const uLong &taken, F write) {
@@ -258,22 +257,27 @@ Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
     return fail_thrown();
 }
 
-Stream *zStreamUncompress(Stream *stream, const zwchar *encoding) try {
+Stream *zev::uncompress_stream(Stream *stream, const zwchar *encoding, uint64_t most) try {
     if (!stream || format_of(encoding) < 0) return fail_args();
     StreamPtr target(temp_stream());
     StreamPtr zip(target ? over(stream, encoding, kDecompress, false) : nullptr);
     if (!zip) return nullptr;
     const ZipStream &state = *record(zip.get());
     const auto unpack = [&](const void *data, uint64_t count) {
-        return !is_out_of_proportion(state.z.total_out, state.z.total_in) &&
-               zStreamWrite(target.get(), data, count) == count && !zStreamError(target.get());
+        return state.z.total_out <= most && zStreamWrite(target.get(), data, count) == count &&
+               !zStreamError(target.get());
     };
     const bool whole = each_block(zip.get(), kInflatedBlock, state.z.total_in, unpack);
+    if (state.z.total_out > most) return fail_too_large();
     if (zStreamError(target.get()) || zStreamError(stream)) return nullptr;
     if (!whole || !state.ended || state.failed) return fail_zlib(state.z);
     return rewound(target.get()) ? target.release() : nullptr;
 } catch (...) {
     return fail_thrown();
+}
+
+Stream *zStreamUncompress(Stream *stream, const zwchar *encoding) {
+    return uncompress_stream(stream, encoding, UINT64_MAX);
 }
 
 // ---- Slots

@@ -1,4 +1,7 @@
+// Compressed streams: what zlib and gzip make of them, and what is refused.
 #include "support.hpp"
+
+#include "stream/stream.hpp"
 
 #include <zev/zip.h>
 
@@ -182,13 +185,26 @@ TEST(ZipStream, RefusesDamage) {
     }
     // A preset dictionary is wanted.
     EXPECT_FALSE(uncompressed(std::string("\x78\xbb\0\0\0\1\3\0\0\0\0\1", 12), u"deflate"));
-    // 200 MB of zeros in 200 KB.
-    StreamPtr bomb(zZipTemp(u"gzip"));
+}
+
+// 100 MB of zeros in 100 KB come back, unless the caller sets a bound.
+TEST(ZipStream, GrowsAsFarAsTheCallerAllows) {
+    constexpr uint64_t kAll = 100 << 20;
+    StreamPtr packed(zZipTemp(u"gzip"));
     const std::string zeros(1 << 20, 0);
-    for (int i = 0; i < 200; ++i) zStreamWrite(bomb.get(), zeros.data(), zeros.size());
-    zZipStreamFinish(bomb.get());
-    StreamPtr source = memory(drain(bomb.get()));
-    EXPECT_FALSE(zStreamUncompress(source.get(), u"gzip"));
+    for (uint64_t made = 0; made < kAll; made += zeros.size())
+        zStreamWrite(packed.get(), zeros.data(), zeros.size());
+    zZipStreamFinish(packed.get());
+    StreamPtr source = memory(drain(packed.get())), back(zStreamUncompress(source.get(), u"gzip"));
+    ASSERT_OK(back);
+    EXPECT_EQ(zStreamSize(back.get()), kAll);
+    zStreamRewind(source.get());
+    back.reset(zev::uncompress_stream(source.get(), u"gzip", kAll));
+    EXPECT_OK(back);
+    zStreamRewind(source.get());
+    EXPECT_FALSE(zev::uncompress_stream(source.get(), u"gzip", kAll - 1));
+    EXPECT_EQ(zErrorClass(), 5);
+    EXPECT_EQ(narrow(zErrorMsg()), "The data is larger than allowed once it is decompressed");
 }
 
 TEST(ZipStream, RefusesArguments) {
