@@ -2,6 +2,7 @@
 
 #include "common/errno.hpp"
 #include "common/format.hpp"
+#include "common/global.hpp"
 #include "common/guard.hpp"
 #include "common/per_thread.hpp"
 #include "common/utf.hpp"
@@ -59,7 +60,7 @@ constexpr ErrorRecord kNoRecord = {kNoMemory, kNoMemory, u"", u"Cannot allocate 
 
 ErrorRecord *make_record() { return static_cast<ErrorRecord *>(calloc(1, sizeof(ErrorRecord))); }
 
-ErrorRecord *record() { return per_thread<ErrorRecord, make_record, free>(); }
+ErrorRecord *record() { return PerThread<ErrorRecord, make_record, free>::get(); }
 
 const ErrorRecord &readable() {
     const ErrorRecord *own = record();
@@ -252,6 +253,8 @@ const zwchar *park(const Text &text) {
     va_start(text##_arguments, format);                                                            \
     const Text text(format, text##_arguments);                                                     \
     va_end(text##_arguments)
+
+bool zev::prepare_error_record() { return record(); }
 
 int32_t zErrorClass() { return readable().error_class; }
 int32_t zErrorCode() { return readable().code; }

@@ -22,7 +22,18 @@ namespace {
 
 constinit std::atomic<uint32_t> starting{0};   // spin flag
 constinit std::atomic<uint32_t> references{0}; // starts not yet matched by a stop
-constinit std::atomic<void (*)()> stop_first{nullptr};
+
+struct Stop {
+    void (*release)();
+    Stop *before; // registered before this one
+};
+constinit std::atomic<Stop *> stops{nullptr}; // the last to have asked, in front of the others
+
+constexpr uint64_t kRing = 1024; // parkings that a temporary result outlives
+
+Recycle *make_ring() { return zRecycleNew(kRing); }
+void free_ring(void *ring) { zRecyleFree(static_cast<Recycle *>(ring)); }
+Recycle *ring() { return PerThread<Recycle, make_ring, free_ring>::get(); }
 
 // Keeps start and stop apart, through the whole of the first start and the last stop.
 class Spin {
@@ -53,6 +64,7 @@ bool start_catalogues(const zwchar *lang) {
 bool start(const zwchar *lang, const zwchar *locale) {
     os::occupy_standard();
     if (locale) set_locale(locale);
+    if (!prepare_error_record() || !ring()) return false;
     const int code = git_libgit2_init();
     if (code > 0 && settings_load() && start_catalogues(lang)) return true;
     if (code <= 0) fail_git(code);
@@ -61,16 +73,23 @@ bool start(const zwchar *lang, const zwchar *locale) {
     return false;           // the thread's error record tells why and is kept
 }
 
-constexpr uint64_t kRing = 1024; // parkings that a temporary result outlives
-
-Recycle *make_ring() { return zRecycleNew(kRing); }
-void free_ring(void *ring) { zRecyleFree(static_cast<Recycle *>(ring)); }
+// A layer stops before those that it stands on.
+void run_stops() {
+    while (const std::unique_ptr<Stop> stop{stops.load()}) {
+        stops = stop->before;
+        stop->release();
+    }
+}
 
 } // namespace
 
 namespace zev {
 
-void at_stop(void (*release)()) { stop_first = release; }
+void at_stop(void (*release)()) {
+    auto *stop = new Stop{release, stops};
+    while (!stops.compare_exchange_weak(stop->before, stop)) {
+    }
+}
 
 } // namespace zev
 
@@ -86,7 +105,7 @@ bool zGlobalInit(const zwchar *lang, const zwchar *locale) try {
 bool zGlobalCleanup() {
     Spin spin;
     if (references.load() == 0 || --references != 0) return true;
-    if (auto release = stop_first.exchange(nullptr)) release();
+    run_stops();
     zI18nDeinit();
     zThreadCleanup();
     git_libgit2_shutdown();
@@ -95,6 +114,6 @@ bool zGlobalCleanup() {
 
 bool zGlobalRecyclePut(void *pointer, ReleaseFn release) {
     if (!pointer) return true;
-    Recycle *ring = per_thread<Recycle, make_ring, free_ring>();
-    return ring && zRecyclePut(ring, pointer, release);
+    Recycle *own = ring();
+    return own && zRecyclePut(own, pointer, release);
 }

@@ -4,6 +4,7 @@
 #include "support.hpp"
 
 #include "common/errno.hpp"
+#include "common/global.hpp"
 
 #include <cerrno>
 #include <thread>
@@ -11,6 +12,7 @@
 
 #include <git2.h>
 #include <netdb.h>
+#include <pthread.h>
 #include <uv.h>
 
 using namespace test;
@@ -29,6 +31,20 @@ TEST(Error, ThreadWithoutFailureReadsEmpty) {
         EXPECT_EQ(zErrorClass(), 7);
     });
     EXPECT_EQ(zErrorClass(), 3);
+}
+
+// In a process of its own, where nothing was raised before the host took all keys.
+TEST(Error, NeedsNoKeyAfterTheStart) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto raise = [] {
+        for (pthread_key_t key; pthread_key_create(&key, nullptr) == 0;) {
+        }
+        on_thread([] {
+            zRaiseLocked(nullptr);
+            exit(zErrorClass() == 7 && zStrtoutf8(u"x") ? 0 : 1);
+        });
+    };
+    EXPECT_EXIT(raise(), testing::ExitedWithCode(0), "");
 }
 
 TEST(Error, PlainClasses) {
@@ -182,8 +198,12 @@ TEST(Global, StartsNestAndStopOnlyAtTheLast) {
     for (std::thread &thread : threads) thread.join();
     EXPECT_EQ(narrow(zI18nTextLookup(zI18nCurrentLang(), u"action.sDone")), "Done");
 
+    static std::string stopped;
+    zev::at_stop([] { stopped += "lower "; });
+    zev::at_stop([] { stopped += "upper "; });
     zRaiseLocked(nullptr);
     EXPECT_TRUE(zGlobalCleanup());
+    EXPECT_EQ(stopped, "upper lower ");
     EXPECT_EQ(zI18nCurrentLang(), nullptr);
     EXPECT_EQ(zErrorClass(), 0);
     EXPECT_TRUE(zGlobalCleanup()); // one too many does no harm
