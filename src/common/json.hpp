@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 namespace zev {
@@ -165,6 +166,31 @@ void json_drop(Json *node); // frees a node that is in no container (any more)
 
 // A member put in place of one of that name. The node has no parent and is not above the object.
 bool json_put(Json *object, WideView name, Json *node);
+
+// Reads UTF-8 text block by block. `run` goes over a block, false for what is no JSON. A token that
+// the block doesn't end stands at token() and must be in front of the next block, from where
+// `resume` takes it. `finish` gives the tree, if the text was whole.
+class JsonBlocks {
+  public:
+    JsonBlocks();
+    JsonBlocks(const JsonBlocks &) = delete;
+    ~JsonBlocks();
+    bool run(const char *at, const char *end);
+    const char *token() const; // null between tokens
+    void resume(const char *token);
+    Json *finish();
+
+  private:
+    struct Reader;
+    std::unique_ptr<Reader> reader_;
+};
+
+// The text of a container as UTF-8, in a block of `length` bytes; null with the reason raised, or
+// nothing raised for what is no container.
+Narrow json_utf8(const Json *node, uint64_t *length);
+
+// As zJsonPathGet, but a path through what is no object finds nothing and raises nothing.
+Json *json_find(Json *root, const zwchar *path);
 
 // Takes the escapes of JSON text back in place, all but \/ and \u, which stay as they are; gives
 // the new length.

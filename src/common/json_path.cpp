@@ -33,6 +33,15 @@ Json *step(const Json *node, WideView name, Here at = {}) {
     return members(node)->find(name);
 }
 
+// The node that the steps along a path come to; null where one has none.
+template <class Step> Json *follow(Json *root, const zwchar *path, Step step) {
+    Names names(path);
+    Json *node = nullptr;
+    for (WideView name = names.next(); !name.empty(); name = names.next())
+        if (!(node = step(node ? node : root, name))) return nullptr;
+    return node;
+}
+
 struct Place {
     Json *object = nullptr;
     WideView name;
@@ -42,7 +51,7 @@ struct Place {
 bool descend(Json *root, const zwchar *path, Place *place) {
     Names names(path);
     *place = {root, names.next()};
-    if (place->name.empty()) return zRaiseNotFound(nullptr), false;
+    if (place->name.empty()) return raise_not_found();
     for (WideView name = names.next(); !name.empty(); name = names.next()) {
         if (place->object->type != Z_JSON_OBJECT) return fail_args();
         Json *below = members(place->object)->find(place->name);
@@ -71,8 +80,7 @@ Json *reach(Json *root, const zwchar *path) {
 Json *need(Json *root, const zwchar *path) {
     if (!root || !path) return fail_args();
     Json *node = zJsonPathGet(root, path);
-    if (!node) zRaiseNotFound(u"%s", path);
-    return node;
+    return node ? node : raise_not_found(path);
 }
 
 } // namespace
@@ -86,15 +94,15 @@ Json *zJsonNewPath(const zwchar *path, Json *node) {
     return json_put(place.object, place.name, node) ? root.release() : nullptr;
 }
 
+Json *zev::json_find(Json *root, const zwchar *path) {
+    return follow(root, path, [](const Json *node, WideView name) {
+        return node->type == Z_JSON_OBJECT ? members(node)->find(name) : nullptr;
+    });
+}
+
 Json *zJsonPathGet(Json *root, const zwchar *path) {
     if (!root || !path) return fail_args();
-    Names names(path);
-    Json *node = nullptr;
-    for (WideView name = names.next(); !name.empty(); name = names.next()) {
-        node = step(node ? node : root, name);
-        if (!node) return nullptr;
-    }
-    return node;
+    return follow(root, path, [](const Json *node, WideView name) { return step(node, name); });
 }
 
 bool zJsonPathExists(Json *root, const zwchar *path) { return zJsonPathGet(root, path); }

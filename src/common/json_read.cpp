@@ -6,15 +6,13 @@
 //   - characters below 32 are refused in strings; 128 and above stand in strings only
 //   - \u and its four digits, and \/, are accepted and stay as they are
 //   - of members with one name the last one counts
-// In a stream, malformed UTF-8 within a string becomes U+FFFD, and if the first byte is EF, three
-// bytes are dropped as a byte order mark, whatever they are.
+// Malformed UTF-8 within a string becomes U+FFFD.
 #include "common/json.hpp"
 
 #include "common/failure.hpp"
 #include "common/limits.hpp"
 #include "common/utf.hpp"
 
-#include "zev/stream.h"
 #include "zev/vector.h"
 
 #include <array>
@@ -257,8 +255,6 @@ template <class Unit> double to_real(const Unit *at, const Unit *end) {
 
 template <class Unit> class JsonReader {
   public:
-    // Goes over a block. A token that it doesn't end stands at token() and must be in front of
-    // the next block, from where `resume` takes it.
     bool run(const Unit *at, const Unit *end);
     const Unit *token() const { return token_; }
     void resume(const Unit *token) {
@@ -420,37 +416,6 @@ template <class Unit> bool JsonReader<Unit>::take(Json *node) {
     return true;
 }
 
-constexpr uint64_t kBlock = 65536;
-
-// Reads until `wanted` bytes are there or no more come: a socket gives them piece by piece.
-uint64_t read_fully(Stream *stream, char *at, uint64_t wanted) {
-    uint64_t count = 0, got = 1;
-    while (count < wanted && got) count += got = zStreamRead(stream, at + count, wanted - count);
-    return count;
-}
-
-// The stream's text in blocks, each behind what the one before left of its last token.
-Json *read_stream(Stream *stream) {
-    JsonReader<char> reader;
-    std::vector<char> block(kBlock);
-    uint64_t kept = 0, wanted = 3; // first what may be a byte order mark
-    for (bool first = true;; first = false) {
-        if (block.size() - kept < wanted) block.resize(2 * block.size());
-        char *at = block.data() + kept;
-        uint64_t got = read_fully(stream, at, wanted);
-        if (zStreamError(stream)) return nullptr;
-        if (!got) break;
-        if (first && static_cast<uint8_t>(*at) == 0xEF) got = 0;
-        reader.resume(block.data());
-        if (!reader.run(at, at + got)) return nullptr;
-        const char *token = reader.token();
-        kept = token ? static_cast<uint64_t>(at + got - token) : 0;
-        if (kept) memmove(block.data(), token, kept);
-        wanted = kBlock / 2;
-    }
-    return reader.finish();
-}
-
 } // namespace
 
 Json *zJsonReadTextual(const zwchar *text) try {
@@ -462,18 +427,14 @@ Json *zJsonReadTextual(const zwchar *text) try {
     return fail_thrown();
 }
 
-Json *zJsonReadStream(Stream *stream) try {
-    if (!stream) return fail_args();
-    Json *tree = read_stream(stream);
-    return tree ? tree : fail_raised();
-} catch (...) {
-    return fail_thrown();
-}
+struct JsonBlocks::Reader : JsonReader<char> {};
 
-Json *zJsonReadFile(const zwchar *path) {
-    Owned<Stream, zStreamFree> stream(zFileStream(path, u"rb"));
-    return stream ? zJsonReadStream(stream.get()) : nullptr;
-}
+JsonBlocks::JsonBlocks() : reader_(std::make_unique<Reader>()) {}
+JsonBlocks::~JsonBlocks() = default;
+bool JsonBlocks::run(const char *at, const char *end) { return reader_->run(at, end); }
+const char *JsonBlocks::token() const { return reader_->token(); }
+void JsonBlocks::resume(const char *token) { reader_->resume(token); }
+Json *JsonBlocks::finish() { return reader_->finish(); }
 
 uint64_t zev::json_unescape(zwchar *text, uint64_t units) {
     constexpr WideView escapes = u"\"\\bfnrt", characters = u"\"\\\b\f\n\r\t";

@@ -132,7 +132,7 @@ template <class Unit> bool JsonWriter<Unit>::scalar(const Json *node) {
     }
     case Z_JSON_REAL: {
         // JSON has no text for these, and what we write we must be able to read.
-        if (!std::isfinite(node->value.real)) return zRaiseOutOfRange(nullptr), false;
+        if (!std::isfinite(node->value.real)) return raise_range();
         const auto form = std::chars_format::general;
         const char *stop = std::to_chars(number, end, node->value.real, form, 6).ptr;
         return plain({number, static_cast<size_t>(stop - number)});
@@ -159,10 +159,6 @@ template <class Unit> bool JsonWriter<Unit>::plain(std::string_view text) {
     return true;
 }
 
-bool send(const Buffer &text, Stream *stream) {
-    return zStreamWrite(stream, text.data, text.size) == text.size;
-}
-
 } // namespace
 
 zwchar *zJsonWriteTextual(const Json *node) try {
@@ -173,25 +169,11 @@ zwchar *zJsonWriteTextual(const Json *node) try {
     return fail_thrown();
 }
 
-bool zJsonWriteStream(const Json *node, Stream *stream) try {
-    if (!node || !stream) return fail_args();
+Narrow zev::json_utf8(const Json *node, uint64_t *length) {
     JsonWriter<char> writer;
-    if (!writer.write(node)) return fail_raised();
-    return send(writer.text(), stream) || fail_raised();
-} catch (...) {
-    return fail_thrown();
-}
-
-// The file is opened only when the text is there: a tree that can't be written leaves it alone.
-bool zJsonWriteFile(const Json *node, const zwchar *path) try {
-    if (!node || !path) return fail_args();
-    JsonWriter<char> writer;
-    if (!writer.write(node)) return fail_raised();
-    Owned<Stream, zStreamFree> stream(zFileStream(path, u"w+b"));
-    if (!stream || !send(writer.text(), stream.get())) return fail_raised();
-    return zStreamFlush(stream.get()) || fail_raised();
-} catch (...) {
-    return fail_thrown();
+    if (!writer.write(node)) return nullptr;
+    *length = writer.text().size;
+    return Narrow(writer.release());
 }
 
 zwchar *zJsonEscapeString(const zwchar *text) {
