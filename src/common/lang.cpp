@@ -10,6 +10,7 @@
 #include "common/failure.hpp"
 #include "common/format.hpp"
 #include "common/guard.hpp"
+#include "common/json.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
@@ -67,7 +68,7 @@ bool is_language(std::u16string_view name) {
 
 Owned<Json, zJsonFree> read_catalogue(const zwchar *language) {
     zwchar path[Z_PATH_MAX];
-    if (!is_language(language)) return zRaiseInvalidArgs(nullptr), nullptr;
+    if (!is_language(language)) return raise_args(), nullptr;
     if (!zPathGetConf(path) || !path_join(path, path, u"locales") ||
         !path_join(path, path, language) || !zPathAppendExt(path, path, u".lang"))
         return nullptr;
@@ -120,7 +121,7 @@ Wide formatted(const zwchar *format, va_list arguments) {
     va_copy(measured, arguments);
     const int32_t length = format_wide(nullptr, 0, format, measured);
     va_end(measured);
-    if (length < 0) return zRaiseInvalidArgs(nullptr), nullptr;
+    if (length < 0) return raise_args(), nullptr;
     Wide text(static_cast<zwchar *>(calloc(static_cast<size_t>(length) + 1, sizeof(zwchar))));
     if (!text) return fail_memory(), nullptr;
     format_wide(text.get(), static_cast<uint64_t>(length) + 1, format, arguments);
@@ -168,7 +169,7 @@ bool zI18nSetCurrentLang(const zwchar *language) {
 
 Json *zI18nNodeLookup(Json *catalogue, const zwchar *key) {
     if (!catalogue || !key) return fail_args();
-    return zJsonPathGet(catalogue, key);
+    return json_find(catalogue, key);
 }
 
 bool zI18nNodeExists(Json *catalogue, const zwchar *key) { return zI18nNodeLookup(catalogue, key); }
