@@ -1,13 +1,9 @@
+// Buffer. What always holds: the block has `capacity` and `terminator` bytes, the terminator behind
+// `size` is zero, and the cursor stands at most one byte behind `size`.
 #include "common/buffer.hpp"
 
 #include "common/failure.hpp"
-#include "common/format.hpp"
-#include "common/guard.hpp"
-#include "common/utf.hpp"
 
-#include "zev/str.h"
-
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
@@ -15,7 +11,7 @@ namespace zev {
 namespace {
 
 constexpr uint64_t kStep = 4096;
-enum : uint32_t { kBytes, kNarrow, kWide };
+constexpr uint32_t kWide = 2; // the last of the kinds
 
 uint64_t position(const Buffer *buffer) {
     return static_cast<uint64_t>(buffer->cursor - buffer->data);
@@ -45,12 +41,6 @@ void buffer_cleanup(Buffer *buffer) {
     if (!buffer) return;
     free(buffer->data);
     *buffer = {};
-}
-
-uint64_t buffer_room(const Buffer *buffer) {
-    if (!buffer) return fail_args(), 0;
-    // The cursor of a buffer that was sought beyond its end may stand behind the capacity.
-    return position(buffer) < buffer->capacity ? buffer->capacity - position(buffer) : 0;
 }
 
 bool buffer_reserve(Buffer *buffer, uint64_t count) {
@@ -104,45 +94,6 @@ uint64_t buffer_write(Buffer *buffer, const void *source, uint64_t count) {
     memcpy(buffer->cursor, source, count);
     advance(buffer, count);
     return count;
-}
-
-uint64_t buffer_write_stream(Buffer *buffer, Stream *source, uint64_t count) {
-    if (!buffer || !source) return fail_args(), 0;
-    if (!buffer_reserve(buffer, count)) return 0;
-    uint64_t got = zStreamRead(source, buffer->cursor, count);
-    if (zStreamError(source)) got = 0;
-    advance(buffer, got); // with 0, too: the read may have gone over the terminator
-    return got;
-}
-
-bool buffer_add_narrow(Buffer *buffer, const char *text) {
-    if (!buffer || !text) return fail_args();
-    const uint64_t count = strlen(text);
-    if (buffer->kind != kWide) return buffer_write(buffer, text, count) == count;
-    // Not converted in place: after a seek the cursor may stand at an odd byte.
-    Wide wide(wide_dup(text, count));
-    if (!wide) return fail_memory();
-    return buffer_add_wide(buffer, wide.get());
-}
-
-bool buffer_add_wide(Buffer *buffer, const zwchar *text) {
-    if (!buffer || !text) return fail_args();
-    const uint64_t count = zStrlenW(text), bytes = count * sizeof(zwchar);
-    if (buffer->kind != kNarrow) return buffer_write(buffer, text, bytes) == bytes;
-    const uint64_t length = utf8_from_wide(text, count, nullptr);
-    if (!buffer_reserve(buffer, length)) return false;
-    advance(buffer, utf8_from_wide(text, count, reinterpret_cast<char *>(buffer->cursor)));
-    return true;
-}
-
-bool buffer_add_format(Buffer *buffer, const zwchar *format, ...) {
-    if (!buffer || !format) return fail_args();
-    va_list arguments;
-    va_start(arguments, format);
-    Wide text(format_wide_dup(format, arguments));
-    va_end(arguments);
-    if (!text) return fail_args();
-    return buffer_add_wide(buffer, text.get());
 }
 
 } // namespace zev

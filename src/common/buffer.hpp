@@ -8,15 +8,10 @@ namespace zev {
 
 bool buffer_init(Buffer *buffer, uint32_t kind, uint64_t capacity); // capacity 0 means 4096
 void buffer_cleanup(Buffer *buffer);
-uint64_t buffer_room(const Buffer *buffer);          // bytes behind the cursor
 bool buffer_reserve(Buffer *buffer, uint64_t count); // room for count bytes at the cursor
 int64_t buffer_tell(const Buffer *buffer);
 bool buffer_seek(Buffer *buffer, int64_t offset, int32_t whence);
 uint64_t buffer_read(Buffer *buffer, void *target, uint64_t count);
 uint64_t buffer_write(Buffer *buffer, const void *source, uint64_t count);
-uint64_t buffer_write_stream(Buffer *buffer, Stream *source, uint64_t count);
-bool buffer_add_narrow(Buffer *buffer, const char *text);
-bool buffer_add_wide(Buffer *buffer, const zwchar *text);
-bool buffer_add_format(Buffer *buffer, const zwchar *format, ...);
 
 } // namespace zev
