@@ -23,9 +23,8 @@ static_assert(kKeepText.size() == 68);
 // ---- A new directory
 
 Failure fail_directory(const zwchar *directory, Here at = {}) {
-    enum { kError = 3, kFacilityStd = 1 };
     raise_errno(word(u"sys.eCannotCreateDir_s"), directory);
-    zLogReport(at.file, at.line, kError, kFacilityStd, u"%s", zErrorDetail());
+    log_raised(kError, at, kFacilityStd);
     return {};
 }
 

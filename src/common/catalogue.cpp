@@ -1,3 +1,5 @@
+// The texts of a catalogue against their keys: a conversion that the key's tail doesn't name would
+// read an argument that isn't there.
 #include "common/catalogue.hpp"
 
 #include "common/failure.hpp"
@@ -14,7 +16,6 @@ namespace zev {
 
 namespace {
 
-enum { kWarning = 4, kFacilityZev = 4 };
 constexpr uint32_t kMostArguments = 16; // of one text; longer tails are no tails
 constexpr std::u16string_view kFlags = u"-+ #0";
 

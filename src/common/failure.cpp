@@ -1,3 +1,4 @@
+// Raise, log, return in one expression; what stands behind failure.hpp.
 #include "common/failure.hpp"
 
 #include "common/errno.hpp"
@@ -9,8 +10,6 @@
 namespace zev {
 
 namespace {
-
-enum { kCritical = 2, kError = 3, kFacilityZev = 4 };
 
 template <class F> Failure raise(F raiser, About what) {
     if (what.narrow) {
@@ -25,8 +24,8 @@ template <class F> Failure raise(F raiser, About what) {
 
 } // namespace
 
-void log_raised(int level, Here at) {
-    zLogReport(at.file, at.line, level, kFacilityZev, u"%s", zErrorDetail());
+void log_raised(LogLevel level, Here at, LogFacility facility) {
+    zLogReport(at.file, at.line, level, facility, u"%s", zErrorDetail());
 }
 
 Failure fail_args(Here at) {
@@ -64,6 +63,9 @@ Failure raise_kvdb(About what) { return raise(zRaiseKvdbErr, what); }
 Failure raise_uv(int code) { return zRaiseUvErr(code, nullptr), Failure{}; }
 Failure raise_net(int code, const zwchar *reason) {
     return zRaiseNetErr(code, reason, nullptr), Failure{};
+}
+Failure raise_other(const zwchar *reason, About what) {
+    return raise([&](auto... text) { zRaiseOtherErr(reason, text...); }, what);
 }
 Failure raise_args(About what) { return raise(zRaiseInvalidArgs, what); }
 

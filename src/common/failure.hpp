@@ -3,6 +3,7 @@
 // `return fail_args(), -1;`. Above this folder nothing raises in another way.
 #pragma once
 
+#include "common/log_level.hpp"
 #include "zev/error.h"
 
 #include <concepts>
@@ -36,15 +37,16 @@ struct About {
 };
 
 // raise_...: into the error record alone, the caller above may have an answer to it.
-Failure raise_not_found(About what = {});          // class 3
-Failure raise_exists(About what = {});             // class 4
-Failure raise_range(About what = {});              // class 5
-Failure raise_canceled();                          // class 6
-Failure raise_locked(About what);                  // class 7
-Failure raise_args(About what = {});               // class 2 about one of the arguments
-Failure raise_kvdb(About what = {});               // class 13, of a drawing's table
-Failure raise_net(int code, const zwchar *reason); // class 15, of a peer
-Failure raise_uv(int code);                        // libuv's code
+Failure raise_not_found(About what = {});              // class 3
+Failure raise_exists(About what = {});                 // class 4
+Failure raise_range(About what = {});                  // class 5
+Failure raise_canceled();                              // class 6
+Failure raise_locked(About what);                      // class 7
+Failure raise_args(About what = {});                   // class 2 about one of the arguments
+Failure raise_kvdb(About what = {});                   // class 13, of a drawing's table
+Failure raise_net(int code, const zwchar *reason);     // class 15, of a peer
+Failure raise_uv(int code);                            // libuv's code
+Failure raise_other(const zwchar *reason, About what); // class -1, of another library
 
 // fail_...: these are logged, but for the system's and libgit2's own.
 Failure fail_args(Here at = {});                  // bad argument: class 2, logged at level 3
@@ -52,8 +54,9 @@ Failure fail_memory(Here at = {});                // out of memory: class 1, log
 Failure fail_git(int code);                       // libgit2's code and text
 Failure fail_os(int host_errno, About what = {}); // class by errno
 Failure fail_raised(Here at = {});                // logs at level 3 what the record holds
-Failure fail_thrown(Here at = {});        // in a handler: bad_alloc is memory, others class -1
-void log_raised(int level, Here at = {}); // one log line of zErrorDetail, facility 4
+Failure fail_thrown(Here at = {}); // in a handler: bad_alloc is memory, others class -1
+// One log line of zErrorDetail.
+void log_raised(LogLevel level, Here at = {}, LogFacility facility = kFacilityZev);
 
 // What the record holds outlives a clean-up that may raise on its own: put back at the end.
 class KeptFailure {

@@ -35,7 +35,6 @@ using namespace zev;
 
 namespace {
 
-constexpr int kWarning = 4; // of the log
 
 // By Outcome; null is not told.
 constexpr const zwchar *kActions[] = {nullptr,

@@ -20,8 +20,6 @@ using namespace zev;
 
 namespace {
 
-enum { kError = 3, kWarning = 4, kFacilityVcs = 2 };
-
 // A chain of symbolic references longer than this is a circle.
 constexpr int kLinks = 10;
 
@@ -142,7 +140,7 @@ DiffList *tree_changes(Commit *old_commit, Commit *new_commit, PathSpec *spec, D
 }
 
 Failure fail_walk(Here at = {}) {
-    zLogReport(at.file, at.line, kError, kFacilityVcs, u"%s", zErrorDetail());
+    log_raised(kError, at, kFacilityVcs);
     return {};
 }
 
