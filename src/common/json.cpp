@@ -475,8 +475,7 @@ bool zJsonObjectClear(Json *object) {
 namespace {
 
 // Stands on a node, not only on a place: members may change places when others come or go.
-struct ObjectIter {
-    HashmapIter slots;
+struct ObjectIter : HashmapIter {
     Members *members;
     uint64_t index;
     uint64_t generation;
@@ -485,7 +484,7 @@ struct ObjectIter {
     Variant value;
 };
 
-ObjectIter *self(HashmapIter *iter) { return reinterpret_cast<ObjectIter *>(iter); }
+ObjectIter *self(HashmapIter *iter) { return static_cast<ObjectIter *>(iter); }
 
 // The member under the iterator, null when it was removed.
 const Member *iter_member(ObjectIter *iter) {
@@ -539,10 +538,11 @@ constexpr HashmapIter kIterSlots = {.first = iter_first,
 
 HashmapIter *zJsonObjectNewiter(Json *object) {
     if (!object || object->type != Z_JSON_OBJECT) return fail_args();
-    auto *iter = new (std::nothrow) ObjectIter{kIterSlots, members(object), 0, 0, nullptr, {}, {}};
+    auto *iter =
+        new (std::nothrow) ObjectIter{{kIterSlots}, members(object), 0, 0, nullptr, {}, {}};
     if (!iter) return fail_memory();
-    iter_first(&iter->slots);
-    return &iter->slots;
+    iter_first(iter);
+    return iter;
 }
 
 bool zJsonArrayPush(Json *array, Json *node) {
@@ -561,7 +561,7 @@ namespace {
 Json **element(const Json *array, uint64_t index, Here at = {}) {
     if (!array) return fail_args(at);
     if (array->type != Z_JSON_ARRAY) return fail_raised(at);
-    if (index >= zVectorSize(array->value.array)) return zRaiseOutOfRange(nullptr), nullptr;
+    if (index >= zVectorSize(array->value.array)) return raise_range();
     return elements(array) + index;
 }
 

@@ -13,8 +13,7 @@ using namespace zev;
 
 namespace {
 
-struct FileStream {
-    Stream head;
+struct FileStream : Stream {
     FILE *file;
     bool owned;
 };
@@ -32,8 +31,7 @@ constexpr Stream kFileHead = {.read = zFileStreamRead,
 
 // A stream over an open file; an owned one is closed if there is no memory for the record.
 Stream *over(FILE *file, bool owned) {
-    auto *stream = new (std::nothrow) FileStream{kFileHead, file, owned};
-    if (stream) return &stream->head;
+    if (auto *stream = new (std::nothrow) FileStream{{kFileHead}, file, owned}) return stream;
     fail_memory();
     if (owned) zFileClose(file);
     return nullptr;
@@ -41,7 +39,7 @@ Stream *over(FILE *file, bool owned) {
 
 FILE *file_of(Stream *stream, Here at = {}) {
     if (!stream) return fail_args(at);
-    return reinterpret_cast<FileStream *>(stream)->file;
+    return static_cast<FileStream *>(stream)->file;
 }
 
 } // namespace
@@ -75,7 +73,7 @@ uint64_t zFileStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
 }
 
 void zFileStreamFree(Stream *stream) {
-    std::unique_ptr<FileStream> record(reinterpret_cast<FileStream *>(stream));
+    std::unique_ptr<FileStream> record(static_cast<FileStream *>(stream));
     if (record && record->owned) zFileClose(record->file);
 }
 

@@ -3,8 +3,7 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
-
-#include "zev/stream.h"
+#include "stream/stream.hpp"
 
 #include <new>
 
@@ -12,8 +11,7 @@ using namespace zev;
 
 namespace {
 
-struct JsonStream {
-    MemStream memory;
+struct JsonStream : MemStream {
     Json *tree; // owned; null until it is asked for
 };
 
@@ -33,9 +31,9 @@ constexpr Stream kJsonHead = {.read = zJsonStreamRead,
 Stream *zJsonStreamIn(void) {
     std::unique_ptr<JsonStream> stream(new (std::nothrow) JsonStream{});
     if (!stream) return fail_memory();
-    if (!zMemStreamInit(&stream->memory, 1, 0)) return nullptr;
-    stream->memory.head = kJsonHead;
-    return &stream.release()->memory.head;
+    if (!zMemStreamInit(stream.get(), 1, 0)) return nullptr;
+    stream->head = kJsonHead;
+    return &stream.release()->head;
 }
 
 Stream *zJsonStreamOut(const Json *json) {
@@ -48,17 +46,17 @@ Stream *zJsonStreamOut(const Json *json) {
 
 Json *zJsonStreamData(Stream *stream) {
     if (!stream || stream->free != zJsonStreamFree) return fail_args();
-    auto *record = reinterpret_cast<JsonStream *>(stream);
+    auto *record = static_cast<JsonStream *>(memory_stream(stream));
     if (record->tree) return record->tree;
     zStreamRewind(stream);
     return record->tree = zJsonReadStream(stream);
 }
 
 void zJsonStreamFree(Stream *stream) {
-    std::unique_ptr<JsonStream> record(reinterpret_cast<JsonStream *>(stream));
+    std::unique_ptr<JsonStream> record(static_cast<JsonStream *>(memory_stream(stream)));
     if (!record) return;
     zJsonFree(record->tree);
-    zMemStreamCleanup(&record->memory);
+    zMemStreamCleanup(record.get());
 }
 
 uint64_t zJsonStreamRead(Stream *stream, void *buffer, uint64_t count) {

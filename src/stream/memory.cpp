@@ -2,16 +2,12 @@
 #include "common/buffer.hpp"
 
 #include "common/failure.hpp"
-
-#include "zev/stream.h"
+#include "stream/stream.hpp"
 
 #include <memory>
 #include <new>
-#include <type_traits>
 
 using namespace zev;
-
-static_assert(std::is_standard_layout_v<MemStream> && offsetof(MemStream, head) == 0);
 
 namespace {
 
@@ -29,7 +25,7 @@ constexpr Stream kMemHead = {.read = zMemStreamRead,
 
 Buffer *buffer_of(Stream *stream, Here at = {}) {
     if (!stream) return fail_args(at);
-    return &reinterpret_cast<MemStream *>(stream)->buffer;
+    return &memory_stream(stream)->buffer;
 }
 
 } // namespace
@@ -65,7 +61,7 @@ uint64_t zMemStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
 }
 
 void zMemStreamFree(Stream *stream) {
-    std::unique_ptr<MemStream> record(reinterpret_cast<MemStream *>(stream));
+    std::unique_ptr<MemStream> record(memory_stream(stream));
     zMemStreamCleanup(record.get());
 }
 

@@ -13,8 +13,7 @@ using namespace zev;
 
 namespace {
 
-struct ShareStream {
-    Stream head;
+struct ShareStream : Stream {
     Share *share;
 };
 
@@ -31,7 +30,7 @@ constexpr Stream kShareHead = {.read = zShareStreamRead,
 
 // Null without a stream, which the functions of the Share refuse.
 Share *share_of(Stream *stream) {
-    return stream ? reinterpret_cast<ShareStream *>(stream)->share : nullptr;
+    return stream ? static_cast<ShareStream *>(stream)->share : nullptr;
 }
 
 } // namespace
@@ -39,10 +38,10 @@ Share *share_of(Stream *stream) {
 Stream *zShareStream(const zwchar *path, const zwchar *mode, uint32_t share) {
     Owned<Share, zShareClose> opened(zShareOpen(path, mode, share));
     if (!opened) return nullptr;
-    auto *stream = new (std::nothrow) ShareStream{kShareHead, opened.get()};
+    auto *stream = new (std::nothrow) ShareStream{{kShareHead}, opened.get()};
     if (!stream) return fail_memory();
     opened.release();
-    return &stream->head;
+    return stream;
 }
 
 uint64_t zShareStreamRead(Stream *stream, void *buffer, uint64_t count) {
@@ -54,7 +53,7 @@ uint64_t zShareStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
 }
 
 void zShareStreamFree(Stream *stream) {
-    std::unique_ptr<ShareStream> record(reinterpret_cast<ShareStream *>(stream));
+    std::unique_ptr<ShareStream> record(static_cast<ShareStream *>(stream));
     if (record) zShareClose(record->share);
 }
 

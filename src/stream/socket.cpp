@@ -18,8 +18,7 @@ namespace {
 
 constexpr int kWaitMs = 1000;
 
-struct SocketStream {
-    Stream head;
+struct SocketStream : Stream {
     Socket *socket;
     bool owned;
 };
@@ -38,14 +37,13 @@ constexpr Stream kSocketHead = {.read = zSocketStreamRead,
 
 Socket *socket_of(Stream *stream, Here at = {}) {
     if (!stream) return fail_args(at);
-    return reinterpret_cast<SocketStream *>(stream)->socket;
+    return static_cast<SocketStream *>(stream)->socket;
 }
 
 // What a failed transfer leaves in the record and in the log.
 int32_t fail_socket(Here at = {}) {
     const auto code = static_cast<int32_t>(err_from_host(errno));
-    zRaiseWsaErr(code, nullptr);
-    fail_raised(at);
+    logged(fail_system(), at);
     return code;
 }
 
@@ -60,8 +58,8 @@ void release(Socket *socket) {
 
 Stream *zSocketStream(Socket *socket, bool owned) {
     if (!socket) return fail_args();
-    auto *stream = new (std::nothrow) SocketStream{kSocketHead, socket, owned};
-    return stream ? &stream->head : fail_memory();
+    auto *stream = new (std::nothrow) SocketStream{{kSocketHead}, socket, owned};
+    return stream ? stream : fail_memory();
 }
 
 uint64_t zSocketStreamRead(Stream *stream, void *buffer, uint64_t count) {
@@ -85,7 +83,7 @@ uint64_t zSocketStreamWrite(Stream *stream, const void *buffer, uint64_t count) 
 }
 
 void zSocketStreamFree(Stream *stream) {
-    std::unique_ptr<SocketStream> record(reinterpret_cast<SocketStream *>(stream));
+    std::unique_ptr<SocketStream> record(static_cast<SocketStream *>(stream));
     if (record && record->owned) release(record->socket);
 }
 

@@ -1,9 +1,16 @@
-// What the stream kinds offer to the library only.
+// What the stream kinds offer to the library only. A kind is a record that derives from Stream and
+// sets its slots.
 #pragma once
 
 #include "zev/stream.h"
 
+#include <type_traits>
+
 namespace zev {
+
+// The record of a memory stream, which C knows: its head stands in front instead of being its base.
+static_assert(std::is_standard_layout_v<MemStream> && offsetof(MemStream, head) == 0);
+inline MemStream *memory_stream(Stream *stream) { return reinterpret_cast<MemStream *>(stream); }
 
 // A temporary file without a name, "w+b": nothing stays behind, even after a crash. For what the
 // library itself puts aside; null with a standard error when there is no place for it.

@@ -26,8 +26,7 @@ constexpr size_t kInflatedBlock = kBuffer;
 
 enum Mode : uint32_t { kCompress, kDecompress };
 
-struct ZipStream {
-    Stream head;
+struct ZipStream : Stream {
     Stream *below;
     z_stream z;
     uint32_t mode;
@@ -55,7 +54,7 @@ using StreamPtr = Owned<Stream, zStreamFree>;
 
 ZipStream *record(Stream *stream, Here at = {}) {
     if (!stream) return fail_args(at);
-    return reinterpret_cast<ZipStream *>(stream);
+    return static_cast<ZipStream *>(stream);
 }
 
 // 0 deflate, 1 gzip, -1 for another encoding.
@@ -67,8 +66,7 @@ int format_of(const zwchar *encoding) {
 
 Failure fail_zlib(const z_stream &z, Here at = {}) {
     const zwchar *reason = z.msg ? zStrfromutf8(z.msg) : nullptr;
-    zRaiseOtherErr(reason, u"%s",
-                   zI18nTextLookup(zI18nCurrentLang(), u"zev.eFailedToDecompressData"));
+    raise_other(reason, zI18nTextLookup(zI18nCurrentLang(), u"zev.eFailedToDecompressData"));
     return fail_raised(at);
 }
 
@@ -91,7 +89,7 @@ Stream *over(Stream *below, const zwchar *encoding, Mode mode, bool owned, Here 
     if (!below || format < 0) return fail_args(at);
     std::unique_ptr<ZipStream> zip(new (std::nothrow) ZipStream);
     if (!zip) return fail_memory(at);
-    zip->head = kZipHead;
+    *static_cast<Stream *>(zip.get()) = kZipHead;
     zip->below = below;
     zip->z = {};
     zip->mode = mode;
@@ -101,7 +99,7 @@ Stream *over(Stream *below, const zwchar *encoding, Mode mode, bool owned, Here 
     zip->size = kBuffer;
     if (start(*zip) != Z_OK) return fail_zlib(zip->z, at);
     kept.release();
-    return &zip.release()->head;
+    return zip.release();
 }
 
 // A file is only opened, and cut, for an encoding that there is.
