@@ -1,3 +1,5 @@
+// The error record of each thread, and the raisers that fill it. The texts of a raise are made
+// before the record is touched, since its arguments may point into that.
 #include "zev/error.h"
 
 #include "common/errno.hpp"
@@ -69,10 +71,10 @@ const ErrorRecord &readable() {
 
 // A text of a record while it is made, outside the record because the arguments of a raise may
 // point into that. What doesn't fit is cut.
-class Text {
+class RecordText {
   public:
-    Text() = default;
-    Text(const zwchar *format, va_list arguments) {
+    RecordText() = default;
+    RecordText(const zwchar *format, va_list arguments) {
         if (!format) return;
         int32_t length = format_wide(units_, kText - 1, format, arguments);
         // -1 stands for a text that was cut, which fills the buffer, and for a format that can't
@@ -81,13 +83,13 @@ class Text {
         length_ = std::char_traits<zwchar>::length(units_);
     }
 
-    Text &append(const zwchar *text) {
+    RecordText &append(const zwchar *text) {
         while (text && *text && length_ < kText - 1) units_[length_++] = *text++;
         return *this;
     }
 
     // Text of a layer below: UTF-8 without the blanks and line ends around it.
-    Text &append_utf8(const char *text) {
+    RecordText &append_utf8(const char *text) {
         constexpr std::string_view kBlank = "\t\r\n ";
         std::string_view left = text ? text : "";
         left.remove_prefix(std::min(left.find_first_not_of(kBlank), left.size()));
@@ -106,7 +108,7 @@ class Text {
     size_t length_ = 0;
 };
 
-int32_t store(int32_t error_class, int32_t code, const Text &msg, const Text &reason) {
+int32_t store(int32_t error_class, int32_t code, const RecordText &msg, const RecordText &reason) {
     if (ErrorRecord *own = record()) {
         own->error_class = error_class;
         own->code = code;
@@ -117,10 +119,10 @@ int32_t store(int32_t error_class, int32_t code, const Text &msg, const Text &re
     return error_class;
 }
 
-Text plain(const zwchar *text) { return Text().append(text); }
+RecordText plain(const zwchar *text) { return RecordText().append(text); }
 
 // The system's text of a host errno; English and without a lock.
-Text host_reason(int host) { return Text().append_utf8(strerrordesc_np(host)); }
+RecordText host_reason(int host) { return RecordText().append_utf8(strerrordesc_np(host)); }
 
 // The host errno that an interface number stands for. A host errno without a number of its own
 // is 131 outside; right after its failure errno still tells which one it was.
@@ -131,25 +133,25 @@ int host_of(int32_t code) {
 }
 
 // Text of an interface number, empty for a number that stands for nothing.
-Text std_reason(int32_t code) {
+RecordText std_reason(int32_t code) {
     const int host = host_of(code);
     const bool known = host != EIO || code == EIO || code == static_cast<int32_t>(Err::other);
-    return known ? host_reason(host) : Text();
+    return known ? host_reason(host) : RecordText();
 }
 
-Text git_reason() {
+RecordText git_reason() {
     const git_error *last = git_error_last();
-    return Text().append_utf8(last ? last->message : nullptr);
+    return RecordText().append_utf8(last ? last->message : nullptr);
 }
 
-Text uv_reason(int32_t code) {
+RecordText uv_reason(int32_t code) {
     char text[256] = {};
-    return Text().append_utf8(uv_strerror_r(code, text, sizeof text));
+    return RecordText().append_utf8(uv_strerror_r(code, text, sizeof text));
 }
 
 // Codes of class 9 are interface numbers; the resolver's own are negative.
-Text system_reason(int32_t code) {
-    return code < 0 ? Text().append_utf8(gai_strerror(code)) : std_reason(code);
+RecordText system_reason(int32_t code) {
+    return code < 0 ? RecordText().append_utf8(gai_strerror(code)) : std_reason(code);
 }
 
 int nearest_errno(int32_t code) {
@@ -171,7 +173,7 @@ int nearest_errno(int32_t code) {
 
 // The catalogue's text of an HTTP status, its key where the node holds no text, nothing where
 // there is no node.
-Text status_reason(int32_t status) {
+RecordText status_reason(int32_t status) {
     Json *catalogue = zI18nCurrentLang();
     if (!catalogue) return {};
     zwchar key[24] = {};
@@ -237,12 +239,7 @@ int32_t class_of_uv(int32_t code) {
 }
 
 // A reason on its own, lent until the thread's ring comes round.
-const zwchar *park(const Text &text) {
-    Wide copy(zStrdupW(text));
-    if (!copy) return u"";
-    const zwchar *lent = copy.get();
-    return zGlobalRecyclePut(copy.release(), nullptr) ? lent : u"";
-}
+const zwchar *lent(const zwchar *reason) { return zStrsafeW(park(reason)); }
 
 } // namespace
 
@@ -251,7 +248,7 @@ const zwchar *park(const Text &text) {
 #define ZEV_FORMATTED(text, format)                                                                \
     va_list text##_arguments;                                                                      \
     va_start(text##_arguments, format);                                                            \
-    const Text text(format, text##_arguments);                                                     \
+    const RecordText text(format, text##_arguments);                                               \
     va_end(text##_arguments)
 
 bool zev::prepare_error_record() { return record(); }
@@ -265,7 +262,7 @@ const zwchar *zErrorDetail() {
     ErrorRecord *own = record();
     if (!own) return kNoRecord.detail;
     if (own->detail[0]) return own->detail;
-    Text detail = plain(own->msg);
+    RecordText detail = plain(own->msg);
     if (own->msg[0] && own->reason[0]) detail.append(u": ");
     detail.append(own->reason);
     if (!detail[0]) detail.append(u"Unknown error");
@@ -331,12 +328,12 @@ int32_t zRaiseLocked(const zwchar *format, ...) {
 int32_t zRaiseKvdbErr(const zwchar *format, ...) {
     ZEV_FORMATTED(msg, format);
     static constexpr zwchar kDefault[] = u"An error occurred in the KV storage module";
-    return store(kKvdb, kKvdb, format ? msg : plain(kDefault), Text());
+    return store(kKvdb, kKvdb, format ? msg : plain(kDefault), RecordText());
 }
 
 int32_t zRaiseStdErr(int32_t code, const zwchar *format, ...) {
     const int host = host_of(code); // before anything below can touch errno
-    const Text reason = std_reason(code);
+    const RecordText reason = std_reason(code);
     ZEV_FORMATTED(msg, format);
     store(class_of_std(code), code, msg, reason);
     errno = host;
@@ -355,7 +352,7 @@ int32_t zRaiseUvErr(int32_t code, const zwchar *format, ...) {
 
 int32_t zRaiseWinErr(int32_t code, const zwchar *format, ...) {
     const int host = nearest_errno(code);
-    const Text reason = system_reason(code);
+    const RecordText reason = system_reason(code);
     ZEV_FORMATTED(msg, format);
     store(kSystem, code, msg, reason);
     errno = host;
@@ -364,7 +361,7 @@ int32_t zRaiseWinErr(int32_t code, const zwchar *format, ...) {
 
 int32_t zRaiseWsaErr(int32_t code, const zwchar *format, ...) {
     const int host = nearest_errno(code);
-    const Text reason = system_reason(code);
+    const RecordText reason = system_reason(code);
     ZEV_FORMATTED(msg, format);
     store(kSystem, code, msg, reason);
     errno = host;
@@ -386,13 +383,13 @@ int32_t zRaiseOtherErr(const zwchar *reason, const zwchar *format, ...) {
     return store(kOther, kOther, msg, plain(reason));
 }
 
-const zwchar *zStdErrReason(int32_t code) { return park(std_reason(code)); }
+const zwchar *zStdErrReason(int32_t code) { return lent(std_reason(code)); }
 
 const zwchar *zGitErrLast() {
     const git_error *last = git_error_last();
     return zStrsafeW(last ? zStrfromutf8(last->message) : nullptr);
 }
 
-const zwchar *zUvErrReason(int32_t code) { return park(uv_reason(code)); }
-const zwchar *zWinErrStr(int32_t code) { return park(system_reason(code)); }
-const zwchar *zWsaErrStr(int32_t code) { return park(system_reason(code)); }
+const zwchar *zUvErrReason(int32_t code) { return lent(uv_reason(code)); }
+const zwchar *zWinErrStr(int32_t code) { return lent(system_reason(code)); }
+const zwchar *zWsaErrStr(int32_t code) { return lent(system_reason(code)); }

@@ -1,7 +1,8 @@
+// Numbers for people, in the words of the current catalogue; and sorting.
 #include "zev/number.h"
 
 #include "common/failure.hpp"
-#include "common/guard.hpp"
+#include "common/utf.hpp"
 
 #include "zev/lang.h"
 #include "zev/str.h"
@@ -16,13 +17,6 @@ using namespace zev;
 namespace {
 
 const zwchar *text_of(const zwchar *key) { return zI18nTextLookup(zI18nCurrentLang(), key); }
-
-// A copy for the thread's ring; null when there is no memory for it, which is raised.
-const zwchar *park(const zwchar *text) {
-    Wide copy(zStrdupW(text));
-    if (!copy) return fail_memory();
-    return zGlobalRecyclePut(copy.get(), nullptr) ? copy.release() : nullptr;
-}
 
 struct Part {
     uint64_t seconds;

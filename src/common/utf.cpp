@@ -1,3 +1,5 @@
+// Conversion between UTF-8 and UTF-16 in one pass, with a fast road for ASCII. It never fails: what
+// is malformed becomes U+FFFD, and a null target measures what the same call then writes.
 #include "common/utf.hpp"
 
 #include "common/failure.hpp"
@@ -146,6 +148,12 @@ uint64_t whole(const char *text, uint64_t bytes) {
     return bytes;
 }
 
+const zwchar *park(const char *text) {
+    return text ? parked(wide_dup(text, strlen(text))) : nullptr;
+}
+
+const zwchar *park(const zwchar *text) { return text ? parked(zStrdupW(text)) : nullptr; }
+
 char *utf8_dup(const zwchar *text, uint64_t count) { return convert_dup<char>(text, count); }
 
 zwchar *wide_dup(const char *text, uint64_t bytes) { return convert_dup<zwchar>(text, bytes); }
@@ -174,6 +182,4 @@ const char *zStrtoutf8(const zwchar *text) {
     return text ? zev::parked(zev::utf8_dup(text, zStrlenW(text))) : nullptr;
 }
 
-const zwchar *zStrfromutf8(const char *text) {
-    return text ? zev::parked(zev::wide_dup(text, strlen(text))) : nullptr;
-}
+const zwchar *zStrfromutf8(const char *text) { return zev::park(text); }

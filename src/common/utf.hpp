@@ -25,8 +25,10 @@ zwchar *wide_dup(const char *text, uint64_t bytes);
 std::string to_utf8(std::u16string_view text);
 std::u16string to_wide(std::string_view text);
 
-// Wide text in the thread's ring; null stays null.
-inline const zwchar *park(const char *text) { return text ? zStrfromutf8(text) : nullptr; }
+// A copy as wide text in the thread's ring, lent until that comes round. Null stays null, and
+// stands for memory that ran out, which is raised.
+const zwchar *park(const char *text);
+const zwchar *park(const zwchar *text);
 
 // UTF-8 of a path of at most 511 units, on the stack; longer text is cut at a whole character.
 class Utf8Path {
