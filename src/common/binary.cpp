@@ -1,3 +1,5 @@
+// Binary: a block of bytes on the C heap that its record owns. Setting copies first and frees the
+// old block last, so that a binary can be set from its own bytes.
 #include "zev/binary.h"
 
 #include "common/failure.hpp"

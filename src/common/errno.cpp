@@ -1,3 +1,4 @@
+// The table of the error numbers that differ between the interface and the host.
 #include "common/errno.hpp"
 
 #include "common/format.hpp"

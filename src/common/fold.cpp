@@ -1,3 +1,4 @@
+// Folding, lowering and uppering of single 16-bit units by tables that the compiler lays out.
 #include "common/fold.hpp"
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// Start and stop, and the ring of temporary results. The first zGlobalInit starts, the
+// zGlobalCleanup that matches it stops, both under one spin flag, which other threads wait for.
+// Keys and values of threads outlive a stop.
 #include "common/global.hpp"
 
 #include "common/failure.hpp"

@@ -1,3 +1,4 @@
+// Where the nodes of JSON trees lie: alone, or in the blocks of a reader, see json.hpp.
 #include "common/json.hpp"
 
 #include "common/failure.hpp"

@@ -1,7 +1,9 @@
+// Which paths may enter an index, a tree or a route: none that leads out of its root or means Git's
+// own directory on any file system.
 #include "common/pathname.hpp"
 
+#include "common/failure.hpp"
 #include "common/utf.hpp"
-#include "zev/error.h"
 
 #include <cstdint>
 #include <string>
@@ -87,10 +89,6 @@ bool path_can_enter(std::string_view path) {
     }
 }
 
-bool check_path(std::string_view path) {
-    if (path_can_enter(path)) return true;
-    zRaiseInvalidArgs(u"%s", to_wide(path).c_str());
-    return false;
-}
+bool check_path(std::string_view path) { return path_can_enter(path) || raise_args(to_wide(path)); }
 
 } // namespace zev

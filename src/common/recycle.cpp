@@ -1,3 +1,4 @@
+// A ring of pointers: each new one releases the oldest.
 #include "zev/recycle.h"
 
 #include "common/failure.hpp"

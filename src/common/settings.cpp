@@ -1,3 +1,5 @@
+// zev.conf beside the library, and the application data directory that it names. A file that is
+// missing or damaged leaves the default; a directory without conf fails the start.
 #include "common/settings.hpp"
 
 #include "common/errno.hpp"
@@ -23,16 +25,14 @@ Owned<Json, zJsonFree> read_conf(const zwchar *module) {
 bool need_conf() {
     zwchar conf[Z_PATH_MAX];
     zPathGetConf(conf);
-    if (zPathDirExists(conf)) return true;
-    return zRaiseNotFound(u"%s", conf), false;
+    return zPathDirExists(conf) || raise_not_found(conf);
 }
 
 bool make_logs() {
     zwchar logs[Z_PATH_MAX];
     zPathGetLog(logs);
     if (!zDirMake(logs, true)) return false;
-    if (zPathDirExists(logs)) return true; // a file of that name passes for made
-    return zRaiseStdErr(static_cast<int32_t>(Err::notdir), u"%s", logs), false;
+    return zPathDirExists(logs) || fail_os(ENOTDIR, logs); // a file of that name passes for made
 }
 
 } // namespace
@@ -42,7 +42,7 @@ bool settings_appdata(zwchar *out, Json *conf) {
     const bool given = node && zJsonIsString(node);
     const zwchar *text = given ? zJsonGetString(node) : u"..";
     if (zStrlenW(text) < Z_PATH_MAX) return zPathReplaceBackslash(out, text);
-    return zRaiseStdErr(static_cast<int32_t>(Err::nametoolong), u"appdata"), false;
+    return fail_os(ENAMETOOLONG, u"appdata");
 }
 
 bool settings_load() {
@@ -51,7 +51,7 @@ bool settings_load() {
     Owned<Json, zJsonFree> conf = read_conf(module);
     if (!settings_appdata(appdata, conf.get())) return false;
     if (!zPathSetAppData(appdata, module)) // expands it, once: a value may have the marks itself
-        return zRaiseStdErr(static_cast<int32_t>(Err::nametoolong), u"appdata"), false;
+        return fail_os(ENAMETOOLONG, u"appdata");
     return need_conf() && make_logs();
 }
 

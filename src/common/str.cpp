@@ -1,3 +1,5 @@
+// Text functions, narrow and wide: each pair is one template. Wide text is folded unit by unit,
+// narrow text within ASCII, and numbers are read as in the C locale.
 #include "zev/str.h"
 
 #include "common/c_locale.hpp"

@@ -1,3 +1,4 @@
+// Control characters of user texts.
 #include "common/text.hpp"
 
 #include <string_view>

@@ -1,3 +1,4 @@
+// Token: a copied text, cut in place. `rest` is null before the first token only.
 #include "zev/token.h"
 
 #include "common/failure.hpp"

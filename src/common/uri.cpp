@@ -115,7 +115,7 @@ bool UrlText::add(std::initializer_list<UrlView> parts) {
     uint64_t length = text_.size();
     for (UrlView part : parts) length += part.size();
     if (length >= Z_URL_MAX) {
-        zRaiseOutOfRange(nullptr);
+        raise_range();
         if (!std::exchange(logged_, true)) fail_raised();
         return false;
     }

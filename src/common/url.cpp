@@ -88,11 +88,6 @@ void put(zwchar *target, const std::u16string &text) {
     memcpy(target, text.c_str(), (text.size() + 1) * sizeof(zwchar));
 }
 
-bool fail_no_url(const zwchar *text) {
-    zRaiseInvalidArgs(u"%s", text);
-    return false;
-}
-
 bool replace_text(zwchar **text, std::string_view utf8) {
     Wide result(wide_dup(utf8.data(), utf8.size()));
     if (!result) return fail_memory();
@@ -127,8 +122,7 @@ std::string url_unescape(std::string_view text) {
     }
     if (!text.empty()) {
         result.resize(whole(result.data(), result.size()));
-        zRaiseOutOfRange(nullptr);
-        fail_raised();
+        logged(raise_range());
     }
     return result;
 }
@@ -173,7 +167,7 @@ bool zUriParse(Uri *uri, const zwchar *text) try {
     if (!uri || !text) return fail_args();
     ScopedUri fresh;
     const bool read = uri_read(&fresh, text);
-    if (!read) fail_no_url(text);
+    if (!read) raise_args(text);
     zUriCleanup(uri); // only now: the text may be one of its own
     if (read) std::swap<Uri>(*uri, fresh);
     return read;
@@ -185,7 +179,7 @@ bool zUriEscape(zwchar **text) try {
     if (!text || !*text) return fail_args();
     const auto escaped = url_escape(*text);
     if (escaped) return replace_text(text, *escaped);
-    zRaiseOutOfRange(nullptr);
+    raise_range();
     return fail_raised();
 } catch (...) {
     return fail_thrown();
@@ -217,7 +211,7 @@ bool zUrlAppend(zwchar *target, const zwchar *part) try {
         put(target, text.text());
         joined = normal(text.text());
     }
-    if (!joined) return fail_no_url(target);
+    if (!joined) return raise_args(target);
     put(target, *joined);
     return true;
 } catch (...) {

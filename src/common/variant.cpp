@@ -1,3 +1,5 @@
+// Variant: a value with its type, owning its texts and bytes. A new value is owned before the old
+// one goes, so that a failure changes nothing.
 #include "zev/variant.h"
 
 #include "common/failure.hpp"
@@ -118,7 +120,7 @@ Variant *zVariantNext(const Variant *variant) {
 
 bool zVariantSet(Variant *variant, uint32_t type, ...) {
     if (!variant) return fail_args();
-    if (type > kBinary) return zRaiseOutOfRange(nullptr), fail_raised();
+    if (type > kBinary) return logged(raise_range());
     va_list arguments;
     va_start(arguments, type);
     const Variant value = read_argument(type, arguments);

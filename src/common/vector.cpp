@@ -210,8 +210,6 @@ bool own(const Vector *vector, Value &value) {
 
 // ---- Elements
 
-bool fail_index() { return zRaiseInvalidArgs(nullptr), false; } // not logged
-
 void release_at(Vector *vector, uint64_t index) {
     const VectorDescriptor &descriptor = *vector->descriptor;
     if (descriptor.release) descriptor.release(element(descriptor, slot_at(vector, index)));
@@ -462,19 +460,19 @@ bool zVectorPush(Vector *vector, ...) {
 
 bool zVectorPop(Vector *vector) {
     if (!valid(vector)) return fail_args();
-    if (!vector->size) return fail_index();
+    if (!vector->size) return raise_args();
     return zVectorRemove(vector, vector->size - 1);
 }
 
 bool zVectorLast(const Vector *vector, void *out) {
     if (!valid(vector)) return fail_args();
-    if (!vector->size) return fail_index();
+    if (!vector->size) return raise_args();
     return zVectorAt(vector, vector->size - 1, out);
 }
 
 bool zVectorAt(const Vector *vector, uint64_t index, void *out) {
     if (!valid(vector) || (!out && vector->type < Z_TYPE_POINTER)) return fail_args();
-    if (index >= vector->size) return fail_index();
+    if (index >= vector->size) return raise_args();
     vector->descriptor->get(slot_at(vector, index), out);
     return true;
 }
@@ -490,7 +488,7 @@ bool zVectorInsert(Vector *vector, uint64_t index, ...) {
 
 bool zVectorSet(Vector *vector, uint64_t index, ...) {
     if (!valid(vector)) return fail_args();
-    if (index >= vector->size) return fail_index();
+    if (index >= vector->size) return raise_args();
     va_list arguments;
     va_start(arguments, index);
     Value value = read_argument(vector, arguments);
@@ -506,7 +504,7 @@ bool zVectorSet(Vector *vector, uint64_t index, ...) {
 
 bool zVectorRemove(Vector *vector, uint64_t index) {
     if (!valid(vector)) return fail_args();
-    if (index >= vector->size) return fail_index();
+    if (index >= vector->size) return raise_args();
     release_at(vector, index);
     const uint64_t size = vector->descriptor->element_size;
     if (uint64_t behind = --vector->size - index)
