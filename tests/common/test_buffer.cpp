@@ -1,3 +1,4 @@
+// Buffer: what is behind the end, and where it grows.
 #include "common/buffer.hpp"
 
 #include "support.hpp"

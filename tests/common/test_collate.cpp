@@ -1,3 +1,4 @@
+// Collation: the fast road for ASCII and the ranks order as ICU does.
 #include "support.hpp"
 
 #include "common/collate.hpp"

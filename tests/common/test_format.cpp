@@ -1,3 +1,4 @@
+// The printf engine, against the C library and by its own rules.
 #include "common/format.hpp"
 
 #include "support.hpp"

@@ -1,3 +1,4 @@
+// Hashmap: order of the walks, ownership.
 #include "support.hpp"
 
 namespace {

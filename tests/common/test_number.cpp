@@ -1,3 +1,4 @@
+// Numbers for people.
 #include "support.hpp"
 
 #include <cmath>
@@ -44,19 +45,6 @@ TEST(Number, HumanTime) {
         EXPECT_EQ(zErrorClass(), 2);
     }
     EXPECT_TRUE(zNumToHumanTime(HUGE_VAL));
-}
-
-TEST(Number, QuickSortHandsTheUserPointerOn) {
-    int numbers[] = {3, 1, 2}, calls = 0;
-    zQuickSort(
-        numbers, 3, sizeof(int),
-        [](const void *a, const void *b, void *user) {
-            ++*static_cast<int *>(user);
-            return *static_cast<const int *>(a) - *static_cast<const int *>(b);
-        },
-        &calls);
-    EXPECT_TRUE(numbers[0] == 1 && numbers[1] == 2 && numbers[2] == 3);
-    EXPECT_GT(calls, 1);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// Regular expressions: groups, what is no match, the bound on work.
 #include "support.hpp"
 
 #include "zev/regex.h"

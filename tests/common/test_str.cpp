@@ -1,3 +1,4 @@
+// Text functions and the scanf engine.
 #include "support.hpp"
 
 #include <cmath>

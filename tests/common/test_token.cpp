@@ -1,3 +1,4 @@
+// Token.
 #include "support.hpp"
 
 #include "zev/token.h"

@@ -1,3 +1,4 @@
+// URIs: text both ways, queries, escapes, routes, the limit.
 #include "support.hpp"
 
 #include "zev/hashmap.h"

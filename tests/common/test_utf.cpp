@@ -1,5 +1,5 @@
+// UTF-8 both ways, what is malformed, and folding.
 #include "common/fold.hpp"
-#include "common/sha1.hpp"
 #include "common/utf.hpp"
 
 #include "support.hpp"
@@ -82,14 +82,6 @@ TEST(Fold, MapsUnitsToUnits) {
         ASSERT_TRUE(c < 0xD800 || c >= 0xE000 || fold(c) == c) << unit;
     }
     EXPECT_EQ(lower(u'\u0130'), u'\u0130');
-}
-
-TEST(Sha1, OfPlainBytes) {
-    uint8_t digest[20];
-    ASSERT_TRUE(sha1("abc", 3, digest));
-    const uint8_t expected[] = {0xA9, 0x99, 0x3E, 0x36, 0x47, 0x06, 0x81, 0x6A, 0xBA, 0x3E,
-                                0x25, 0x71, 0x78, 0x50, 0xC2, 0x6C, 0x9C, 0xD0, 0xD8, 0x9D};
-    EXPECT_EQ(memcmp(digest, expected, 20), 0);
 }
 
 } // namespace

@@ -1,3 +1,4 @@
+// Binary and Variant own what they hold.
 #include "support.hpp"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// Vector: element types, ownership, its own elements as arguments, sorting.
 #include "support.hpp"
 
 #include <algorithm>
