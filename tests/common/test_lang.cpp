@@ -100,6 +100,7 @@ TEST(Catalogue, ConversionsFitTheTail) {
         {u"e_d", {u"%u"}, {u"%lld"}},
         {u"s_4d", {u"%d %d %d %d"}, {u"%d %d %d", u"%d %d %d %d %d"}},
         {u"s_2s_d", {u"%s %s %d"}, {}},
+        {u"s_16d", {u"%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d"}, {u"more are none"}},
         {u"some_name", {u"no tail"}, {}},
         {u"s_99999999999d", {u"no tail either"}, {}},
     };

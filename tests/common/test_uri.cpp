@@ -146,7 +146,8 @@ TEST(Uri, CapturesAreNames) {
     for (const zwchar *path :
          {u"/repos/../x", u"/repos/%252e%252e/x", u"/repos/%25252e%25252e/x", u"/repos/a/..%2fx",
           u"/repos/a/b/c/%2e%2e", u"/../repos/a/b", u"/%25252e%2e/repos/a", u"/repos/a/x%5c..",
-          u"/repos/.GIT/x", u"/repos/a%0d%0ab/x", u"/repos/%25252%2565/a", u"/repos/a/b/.git/x"}) {
+          u"/repos/.GIT/x", u"/repos/.g\u200Cit/x", u"/repos/.gi\u206Ft/x", u"/repos/.git\uFEFF/x",
+          u"/repos/a%0d%0ab/x", u"/repos/%25252%2565/a", u"/repos/a/b/.git/x"}) {
         const UriPtr uri = parsed(path);
         ASSERT_TRUE(uri && zUriSetQuery(uri.get(), u":name", u"old"));
         EXPECT_FALSE(zUriCatchPath(uri.get(), u"/repos/:owner/:name")) << test::narrow(path);

@@ -35,7 +35,6 @@ using namespace zev;
 
 namespace {
 
-
 // By Outcome; null is not told.
 constexpr const zwchar *kActions[] = {nullptr,
                                       u"action.sAdded",

@@ -37,7 +37,6 @@ namespace {
 using TreePtr = Owned<Tree, zTreeFree>;
 using CommitPtr = Owned<Commit, zCommitFree>;
 
-
 // A path that the commit changes, and how its file stood.
 struct Change {
     std::string path;
