@@ -47,6 +47,10 @@ constexpr struct {
     {u"docs/", u"Docs/a.dwx", kLiteral, true},
     {u"docs/", u"docs", kLiteral, false},
     {u"/etc", u"etc", kLiteral, false},
+    {u"./", u"any/thing", kLiteral, true},
+    {u"/", u"any/thing", 0, false}, // no path of ours
+    {u"//", u"any/thing", 0, false},
+    {u"/", u"any/thing", kLiteral, false},
 };
 
 } // namespace

@@ -97,6 +97,33 @@ TEST_F(TreeTest, ModesOfAllKinds) {
     }
 }
 
+// A client that holds a part: what a name can't lie in isn't opened.
+TEST_F(TreeTest, NamesOpenNothingButTheirDirectories) {
+    const std::string absent(40, 'a'), whole = hex(zTreeId(tree({{u"Sub/f", "1"}}).get()));
+    const std::string made =
+        run("printf '040000 tree " + absent + "\\tabsent\\n040000 tree " + whole +
+            "\\tdocs\\n' | git -C '" + place.string() + "' mktree --missing");
+    Oid id{};
+    ASSERT_OK(zOidFromStr(&id, wide(made.substr(0, 40)).c_str()));
+    TreePtr root(zTreeByid(repository.get(), &id));
+    ASSERT_OK(root);
+    const struct {
+        const zwchar *pattern;
+        uint32_t options;
+        bool there;
+    } kRows[] = {{u"docs/sub/F", Z_SPEC_LITERAL, true},
+                 {u"docs/Sub/", Z_SPEC_LITERAL, true},
+                 {u"docs", 0, true},
+                 {u"docs", Z_SPEC_LITERAL, false},
+                 {u"docs/Sub/f/g", 0, false}};
+    for (auto &row : kRows) {
+        SpecPtr spec(zPathSpecNew(row.pattern, row.options));
+        zSetErrorReason(u"%s", u"");
+        EXPECT_EQ(zTreeExists(root.get(), spec.get()), row.there) << narrow(row.pattern);
+        EXPECT_EQ(narrow(zErrorReason()), "") << narrow(row.pattern);
+    }
+}
+
 TEST_F(TreeTest, MatchDisregardsCaseAndTakesLiteralsExactly) {
     TreePtr root = tree({{u"Docs/A.dwx", "1"},
                          {u"Docs/sub/b.txt", "2"},

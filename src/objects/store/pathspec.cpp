@@ -81,19 +81,19 @@ Matcher::Matcher(const Vector *patterns, bool literal) : patterns_(zVectorSize(p
     for (uint64_t i = 0; i < patterns_; ++i) {
         const zwchar *pattern = pattern_at(patterns, i);
         if (!pattern || !*pattern) continue;
-        if (literal)
+        const std::u16string_view text(pattern);
+        if (text == u"." || text == u"./")
+            all_ = true;
+        else if (literal)
             add_literal(pattern);
         else
             add_pattern(pattern);
     }
-    if (names_.empty() && globs_.empty()) all_ = true;
+    if (names_.empty() && globs_.empty()) all_ = true; // no patterns
 }
 
+// Slashes alone end as an empty name, which no path has.
 void Matcher::add_literal(std::u16string_view pattern) {
-    if (pattern == u"." || pattern == u"./") {
-        all_ = true;
-        return;
-    }
     const bool below = pattern.back() == u'/';
     add_name(without_slashes(pattern), below ? kBelow : kItself);
 }
@@ -102,7 +102,7 @@ void Matcher::add_literal(std::u16string_view pattern) {
 void Matcher::add_pattern(std::u16string_view pattern) {
     if (pattern.front() == u'/') pattern.remove_prefix(1);
     pattern = without_slashes(pattern);
-    if (pattern.empty() || pattern == u"." || pattern == u"*") {
+    if (pattern == u"*") {
         all_ = true;
         return;
     }
@@ -129,19 +129,37 @@ void Matcher::add_pattern(std::u16string_view pattern) {
 void Matcher::add_name(std::u16string_view path, uint8_t how) {
     std::u16string key(path);
     for (zwchar &unit : key) unit = folded(unit);
+    for (size_t slash = key.find(u'/'); slash != key.npos; slash = key.find(u'/', slash + 1))
+        folded_[key.substr(0, slash)] |= kAbove;
     folded_[std::move(key)] |= how;
     names_.push_back({to_utf8(path), (how & kItself) != 0, (how & kBelow) != 0});
 }
 
+bool Matcher::is_marked(std::u16string_view path, unsigned how) const {
+    const auto found = folded_.find(path);
+    return found != folded_.end() && found->second & how;
+}
+
 // A path is named by itself or by one of the directories above it.
 bool Matcher::named(std::u16string_view path) const {
-    auto found = folded_.find(path);
-    if (found != folded_.end() && found->second & kItself) return true;
-    for (size_t slash = path.find(u'/'); slash != path.npos; slash = path.find(u'/', slash + 1)) {
-        found = folded_.find(path.substr(0, slash));
-        if (found != folded_.end() && found->second & kBelow) return true;
-    }
+    return is_marked(path, kItself) || is_below_named(path);
+}
+
+bool Matcher::is_below_named(std::u16string_view path) const {
+    for (size_t slash = path.find(u'/'); slash != path.npos; slash = path.find(u'/', slash + 1))
+        if (is_marked(path.substr(0, slash), kBelow)) return true;
     return false;
+}
+
+bool Matcher::names_itself(std::string_view path) {
+    fold_path(scratch_, path);
+    return is_marked(scratch_, kItself);
+}
+
+bool Matcher::may_match_below(std::string_view directory) {
+    if (all_ || !globs_.empty()) return true;
+    fold_path(scratch_, directory);
+    return is_marked(scratch_, kBelow | kAbove) || is_below_named(scratch_);
 }
 
 bool Matcher::matches(std::string_view path) {
@@ -175,7 +193,7 @@ PathSpec *zPathSpecNew(const zwchar *pattern, uint32_t options) {
 
 PathSpec *zPathSpecNewMulti(const zwchar *const *patterns, uint64_t count, uint32_t options) {
     if (!patterns && count) return fail_args();
-    Owned<PathSpec, zPathSpecFree> spec(new (std::nothrow) PathSpec{});
+    PathSpecPtr spec(new (std::nothrow) PathSpec{});
     if (!spec) return fail_memory();
     spec->options = options;
     if (!zVectorInitPrim(&spec->patterns, Z_TYPE_STRINGW, 0)) return nullptr;
@@ -186,7 +204,7 @@ PathSpec *zPathSpecNewMulti(const zwchar *const *patterns, uint64_t count, uint3
 
 PathSpec *zPathSpecDup(const PathSpec *spec) {
     if (!spec) return fail_args();
-    Owned<PathSpec, zPathSpecFree> copy(zPathSpecNewMulti(nullptr, 0, 0));
+    PathSpecPtr copy(zPathSpecNewMulti(nullptr, 0, 0));
     if (!copy || !zPathSpecCopy(copy.get(), spec)) return nullptr;
     return copy.release();
 }

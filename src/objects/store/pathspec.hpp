@@ -26,6 +26,8 @@ struct PathSpec {
 
 namespace zev {
 
+using PathSpecPtr = Owned<PathSpec, zPathSpecFree>;
+
 // UTF-8 text as folded wide text: paths that differ only in case give the same.
 void fold_path(std::u16string &out, std::string_view path);
 
@@ -33,7 +35,7 @@ void fold_path(std::u16string &out, std::string_view path);
 //   literal     exactly that path; one that ends in a slash, all that lies below it
 //   otherwise   `*` is any text, slashes too, `?` one character, `\` takes the next character
 //               as it stands; without wildcards the path itself and all that lies below it
-// No patterns, and `.`, select everything.
+// No patterns, `.` and `./` select everything, slashes alone nothing.
 class Matcher {
   public:
     // A pattern without wildcards.
@@ -46,7 +48,9 @@ class Matcher {
     Matcher(const Vector *patterns, bool literal);
 
     bool all() const { return all_; }
-    bool matches(std::string_view path); // UTF-8 with forward slashes
+    bool matches(std::string_view path);              // UTF-8 with forward slashes
+    bool names_itself(std::string_view path);         // by a pattern without wildcards
+    bool may_match_below(std::string_view directory); // false: a walk need not enter it
     // The patterns if none has a wildcard, else null.
     const std::vector<Name> *names() const { return all_ || !globs_.empty() ? nullptr : &names_; }
     uint64_t patterns() const { return patterns_; }
@@ -59,17 +63,20 @@ class Matcher {
             return std::hash<std::u16string_view>{}(text);
         }
     };
-    enum : uint8_t { kItself = 1, kBelow = 2 };
+    enum : uint8_t { kItself = 1, kBelow = 2, kAbove = 4 };
 
     void add_literal(std::u16string_view pattern);
     void add_pattern(std::u16string_view pattern);
     void add_name(std::u16string_view path, uint8_t how);
+    bool is_marked(std::u16string_view path, unsigned how) const;
     bool named(std::u16string_view path) const;
+    bool is_below_named(std::u16string_view path) const;
 
     bool all_ = false;
     uint64_t patterns_;
     std::vector<Name> names_;
-    std::unordered_map<std::u16string, uint8_t, Hash, std::equal_to<>> folded_; // of names_
+    // The names, and as kAbove the directories above them.
+    std::unordered_map<std::u16string, uint8_t, Hash, std::equal_to<>> folded_;
     std::vector<Glob> globs_;
     std::u16string scratch_; // the path at hand, folded
 };

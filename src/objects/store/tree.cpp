@@ -64,8 +64,9 @@ struct Match {
     std::string path{};
 
     int visit(const char *root, const git_tree_entry *entry) {
-        if (git_tree_entry_type(entry) == GIT_OBJECT_TREE) return 0;
         path.assign(root).append(git_tree_entry_name(entry));
+        if (git_tree_entry_type(entry) == GIT_OBJECT_TREE)
+            return matcher.may_match_below(path) ? 0 : 1; // 1 leaves it out
         if (!matcher.matches(path)) return 0;
         any = true;
         if (!list) return GIT_EUSER;
