@@ -148,6 +148,48 @@ TEST_F(StatusTest, WalkEndsWhereItsCallerWants) {
     EXPECT_EQ(seen, (std::vector<std::string>{"a", "b"}));
 }
 
+// More than libgit2 would compare with each other, and one that changed on the way.
+TEST_F(StatusTest, RenamesOfALargeDirectory) {
+    const std::string lines = "many\nlines\nthat\nstay\nas\nthey\nare\n";
+    for (int i = 10000; i < 11200; ++i) put("old/" + std::to_string(i), std::to_string(i));
+    put("old/edited", lines);
+    commit_all();
+    git(place, "mv old new");
+    put("new/edited", lines + "more\n");
+    git(place, "add new");
+    IndexPtr index(zIndexHead(repository.get(), false));
+    StatusPtr list(zStatusListBuild(index.get(), nullptr));
+    ASSERT_EQ(zStatusListLength(list.get()), 1201u);
+    for (uint64_t i = 0; i < 1201; ++i) {
+        auto *entry = zStatusListEntry(list.get(), i);
+        EXPECT_EQ(zStatusEntryStatus(entry), Z_KIND_RENAMED);
+        EXPECT_EQ(narrow(zStatusEntryFrom(entry)).substr(4),
+                  narrow(zStatusEntryPath(entry)).substr(4));
+    }
+    EXPECT_EQ(zStatusEntryIndexStatus(zStatusListLookup(list.get(), u"new/edited")),
+              Z_KIND_RENAMED);
+}
+
+// A clone has an empty directory in place of each submodule.
+TEST_F(StatusTest, SubmodulesThatAreNotHere) {
+    put("a", "1");
+    git(place, "update-index --add --cacheinfo 160000," + std::string(40, 'a') + ",sub/mod");
+    std::filesystem::create_directories(place / "sub/mod");
+    commit_all();
+    EXPECT_EQ(git(place, "ls-tree -r HEAD sub").substr(0, 6), "160000");
+    const Kinds clean{{"a", Z_KIND_UNCHANGED}, {"sub/mod", Z_KIND_UNCHANGED}};
+    EXPECT_EQ(status(), clean);
+    put("a", "22");
+    IndexPtr index = lock();
+    const SpecPtr all = spec({u"*"});
+    ASSERT_OK(zIndexRefresh(index.get(), all.get()));
+    ASSERT_OK(CommitPtr(zIndexCommit(index.get(), all.get(), u"HEAD", u"Ada", u"a")));
+    index.reset();
+    EXPECT_EQ(git(place, "ls-tree -r HEAD sub").substr(0, 6), "160000");
+    EXPECT_EQ(git(place, "status --porcelain"), "");
+    EXPECT_EQ(status(), clean);
+}
+
 // Files that were only touched are read once: a status under the lock keeps their new times.
 TEST_F(StatusTest, LockedStatusKeepsNewTimes) {
     for (int i = 0; i < 20; ++i) put("f" + std::to_string(i), "bytes");

@@ -6,12 +6,10 @@
 #include "common/utf.hpp"
 #include "objects/store/diff_limit.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/renames.hpp"
 #include "zev/status.h"
 
-#include <deque>
-#include <optional>
-#include <string_view>
-#include <unordered_map>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -100,38 +98,7 @@ struct Cancel {
     }
 };
 
-std::string_view key_of(const git_diff_file &file) {
-    return {reinterpret_cast<const char *>(file.id.id), sizeof file.id.id};
-}
 bool is_file(const git_diff_file &file) { return (file.mode & S_IFMT) == S_IFREG; }
-
-// Finds files that moved without a change: each added file takes the first deleted one of the
-// same content that is still free. libgit2 would compare every added with every deleted file.
-class Renames {
-  public:
-    explicit Renames(const git_diff *diff) : from_(git_diff_num_deltas(diff)) {
-        std::unordered_map<std::string_view, std::deque<size_t>> deleted;
-        for (size_t i = 0; i < from_.size(); ++i) {
-            const git_diff_delta *delta = git_diff_get_delta(diff, i);
-            if (delta->status == GIT_DELTA_DELETED && is_file(delta->old_file))
-                deleted[key_of(delta->old_file)].push_back(i);
-        }
-        for (size_t i = 0; i < from_.size() && !deleted.empty(); ++i) {
-            const git_diff_delta *delta = git_diff_get_delta(diff, i);
-            if (delta->status != GIT_DELTA_ADDED || !is_file(delta->new_file)) continue;
-            auto found = deleted.find(key_of(delta->new_file));
-            if (found == deleted.end() || found->second.empty()) continue;
-            const size_t source = found->second.front();
-            found->second.pop_front();
-            from_[i] = git_diff_get_delta(diff, source);
-            from_[source] = from_[i]; // marks it as gone
-        }
-    }
-    const git_diff_delta *source(size_t i) const { return from_[i]; }
-
-  private:
-    std::vector<const git_diff_delta *> from_;
-};
 
 bool has_type_change(const git_diff *diff) {
     return git_diff_num_deltas_of_type(diff, GIT_DELTA_TYPECHANGE) > 0;
@@ -160,12 +127,13 @@ std::unique_ptr<DiffEntry> make_rename(const git_diff_delta &from, const git_dif
 DiffListPtr copy_deltas(const git_diff *diff, bool renames, const Cancel &cancel) {
     const size_t count = git_diff_num_deltas(diff);
     DiffListPtr list = diff_list_new(count);
-    std::optional<Renames> moved;
-    if (renames) moved.emplace(diff);
+    std::vector<size_t> sources(count, kNoSource);
+    if (renames) sources = pair_identical(diff);
     for (size_t i = 0; i < count; ++i) {
+        if (sources[i] == i) continue; // its new place tells of it
         const git_diff_delta *delta = git_diff_get_delta(diff, i);
-        const git_diff_delta *source = moved ? moved->source(i) : nullptr;
-        if (source == delta) continue;
+        const auto *source =
+            sources[i] == kNoSource ? nullptr : git_diff_get_delta(diff, sources[i]);
         const bool renamed = source || delta->status == GIT_DELTA_RENAMED;
         if (renamed && cancel.asked(diff, delta, nullptr)) return nullptr;
         diff_list_append(list.get(), source ? make_rename(*source, *delta) : make_entry(*delta));
@@ -215,6 +183,17 @@ DiffList *zDiffTreeToTree(Tree *old_tree, Tree *new_tree, PathSpec *spec, DiffCa
 }
 
 namespace zev {
+
+std::vector<size_t> pair_identical(const git_diff *diff) {
+    const auto side = [&](size_t i, git_delta_t status, git_diff_file git_diff_delta::*file) {
+        const git_diff_delta *delta = git_diff_get_delta(diff, i);
+        return delta->status == status && is_file(delta->*file) ? &(delta->*file).id : nullptr;
+    };
+    return pair_identical(
+        git_diff_num_deltas(diff),
+        [&](size_t i) { return side(i, GIT_DELTA_DELETED, &git_diff_delta::old_file); },
+        [&](size_t i) { return side(i, GIT_DELTA_ADDED, &git_diff_delta::new_file); });
+}
 
 DiffList *diff_tree_to_index(git_repository *repository, git_tree *tree, git_index *index,
                              PathSpec *spec, DiffCancel cancel) {

@@ -13,14 +13,13 @@
 
 #include "common/utf.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/renames.hpp"
 #include "zev/status.h"
 
 #include <algorithm>
 #include <cstring>
-#include <deque>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -201,40 +200,27 @@ std::unique_ptr<DiffEntry> make_entry(const Change &change) {
     return entry;
 }
 
-std::string_view key_of(const git_oid &id) {
-    return {reinterpret_cast<const char *>(id.id), sizeof id.id};
-}
-
-// For each added file the first deleted one of the same content that is still free; each of those
-// stands for itself no longer. Null, or the change itself: none.
-std::vector<const Change *> find_renames(const std::vector<Change> &changes) {
-    std::unordered_map<std::string_view, std::deque<size_t>> deleted;
-    for (size_t i = 0; i < changes.size(); ++i)
-        if (kind_of(changes[i]) == Z_KIND_DELETED) deleted[key_of(changes[i].old_id)].push_back(i);
-    std::vector<const Change *> from(changes.size());
-    for (size_t i = 0; i < changes.size() && !deleted.empty(); ++i) {
-        if (kind_of(changes[i]) != Z_KIND_ADDED) continue;
-        const auto found = deleted.find(key_of(changes[i].new_id));
-        if (found == deleted.end() || found->second.empty()) continue;
-        const size_t source = found->second.front();
-        found->second.pop_front();
-        from[i] = from[source] = &changes[source];
-    }
-    return from;
+std::vector<size_t> find_renames(const std::vector<Change> &changes) {
+    const auto id_if = [&](size_t i, int32_t kind, git_oid Change::*id) {
+        return kind_of(changes[i]) == kind ? &(changes[i].*id) : nullptr;
+    };
+    return pair_identical(
+        changes.size(), [&](size_t i) { return id_if(i, Z_KIND_DELETED, &Change::old_id); },
+        [&](size_t i) { return id_if(i, Z_KIND_ADDED, &Change::new_id); });
 }
 
 DiffListPtr make_list(const std::vector<Change> &changes, bool renames) {
     DiffListPtr list = diff_list_new(changes.size());
-    std::vector<const Change *> from(changes.size());
+    std::vector<size_t> from(changes.size(), kNoSource);
     if (renames) from = find_renames(changes);
     for (size_t i = 0; i < changes.size(); ++i) {
-        if (from[i] == &changes[i]) continue; // its new place tells of it
+        if (from[i] == i) continue; // its new place tells of it
         auto entry = make_entry(changes[i]);
-        if (from[i]) {
+        if (from[i] != kNoSource) {
             entry->status = Z_KIND_RENAMED;
             entry->similarity = 100;
             entry->files = 2;
-            entry->old_file = make_file(*from[i], true);
+            entry->old_file = make_file(changes[from[i]], true);
         }
         diff_list_append(list.get(), std::move(entry));
     }

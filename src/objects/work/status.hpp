@@ -53,11 +53,21 @@ class StatusScan {
     size_t size() const { return items_.size(); }
 
   private:
+    // A change between head and index.
+    struct Staged {
+        const git_diff_delta *delta;
+        const git_diff_file *from; // of a rename, else null
+        uint32_t word;
+    };
+
     bool find_head();
     bool compare_staged(git_diff_options &how);
+    bool find_renames(const git_diff_options &how);
+    bool compare_rest(const std::vector<size_t> &sources, git_diff_options how);
     bool compare_workdir(git_diff_options &how);
+    void collect_staged(const git_diff *diff, const std::vector<size_t> &sources);
     void pair(const DiffLimit &limit);
-    void add(const git_diff_delta *staged, const git_diff_delta *worked);
+    void add(const Staged *staged, const git_diff_delta *worked);
     void add_unchanged(const std::vector<const git_index_entry *> &entries);
     void save_stat(const DiffLimit &limit);
     bool refresh_stat(const git_index_entry &entry, const timespec &locked, Filters &filters);
@@ -66,6 +76,8 @@ class StatusScan {
     PathSpec *spec_;
     git::Tree head_;
     git::Diff staged_, worked_;
+    git::Diff rest_;              // staged_ again, without the files that moved as they were
+    std::vector<Staged> changes_; // in the order of paths; deltas of both
     std::vector<StatusItem> items_;
 };
 

@@ -10,10 +10,14 @@
 #include "objects/work/status.hpp"
 
 #include "common/utf.hpp"
+#include "objects/store/renames.hpp"
 #include "system/os.hpp"
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
+#include <unordered_set>
+
 #include <git2/sys/diff.h>
 
 namespace zev {
@@ -23,12 +27,18 @@ namespace {
 bool before(const char *a, const char *b) { return strcmp(a, b) < 0; }
 const char *path_of(const git_diff_delta *delta) { return delta->new_file.path; }
 
+void sort_by_path(auto &changes, auto path_of) {
+    const auto by_path = [&](const auto &a, const auto &b) {
+        return before(path_of(a), path_of(b));
+    };
+    if (!std::ranges::is_sorted(changes, by_path)) std::ranges::sort(changes, by_path);
+}
+
 // The deltas of a comparison in the order of their paths.
 std::vector<const git_diff_delta *> deltas_of(const git_diff *diff) {
     std::vector<const git_diff_delta *> deltas(diff ? git_diff_num_deltas(diff) : 0);
     for (size_t i = 0; i < deltas.size(); ++i) deltas[i] = git_diff_get_delta(diff, i);
-    const auto by_path = [](auto *a, auto *b) { return before(path_of(a), path_of(b)); };
-    if (!std::ranges::is_sorted(deltas, by_path)) std::ranges::sort(deltas, by_path);
+    sort_by_path(deltas, path_of);
     return deltas;
 }
 
@@ -160,13 +170,93 @@ bool StatusScan::compare_staged(git_diff_options &how) {
     git_repository *repository = index_->owner->handle.get();
     int code =
         git_diff_tree_to_index(out(staged_), repository, head_.get(), index_->handle.get(), &how);
-    if (!code && !(spec_options(spec_) & Z_SPEC_NO_RENAMED)) {
-        git_diff_find_options find;
-        git_diff_find_options_init(&find, GIT_DIFF_FIND_OPTIONS_VERSION);
-        find.flags = GIT_DIFF_FIND_FOR_UNTRACKED;
-        code = git_diff_find_similar(staged_.get(), &find);
-    }
+    if (code < 0) return fail_git(code);
+    if (!(spec_options(spec_) & Z_SPEC_NO_RENAMED)) return find_renames(how);
+    collect_staged(staged_.get(), {});
+    return true;
+}
+
+namespace {
+
+bool find_similar(git_diff *diff) {
+    git_diff_find_options find;
+    git_diff_find_options_init(&find, GIT_DIFF_FIND_OPTIONS_VERSION);
+    find.flags = GIT_DIFF_FIND_FOR_UNTRACKED;
+    const int code = git_diff_find_similar(diff, &find);
     return code < 0 ? fail_git(code) : true;
+}
+
+// Whether there are changes without a pair that could be the two ends of a rename.
+bool may_hold_rename(const git_diff *diff, const std::vector<size_t> &sources) {
+    bool gone = false, come = false;
+    for (size_t i = 0; i < sources.size(); ++i) {
+        if (sources[i] != kNoSource) continue;
+        const git_delta_t status = git_diff_get_delta(diff, i)->status;
+        gone |= status == GIT_DELTA_DELETED || status == GIT_DELTA_TYPECHANGE;
+        come |= status == GIT_DELTA_ADDED || status == GIT_DELTA_TYPECHANGE;
+    }
+    return gone && come;
+}
+
+// Leaves paths out of a comparison, besides what the limit leaves out.
+struct LeftOut {
+    std::unordered_set<std::string_view> paths;
+    git_diff_notify_cb select;
+    void *payload;
+
+    static int asked(const git_diff *diff, const git_diff_delta *delta, const char *matched,
+                     void *self) {
+        const auto *mine = static_cast<const LeftOut *>(self);
+        if (mine->paths.contains(path_of(delta))) return 1;
+        return mine->select ? mine->select(diff, delta, matched, mine->payload) : 0;
+    }
+};
+
+} // namespace
+
+// Files that moved as they were are paired here, libgit2 looks for similar ones among the rest. It
+// can't be told to leave out what has a pair, so that the rest is compared once more.
+bool StatusScan::find_renames(const git_diff_options &how) {
+    const std::vector<size_t> sources = pair_identical(staged_.get());
+    const bool paired = std::ranges::any_of(sources, [](size_t at) { return at != kNoSource; });
+    const bool may_hold = may_hold_rename(staged_.get(), sources);
+    if (may_hold && !(paired ? compare_rest(sources, how) : find_similar(staged_.get())))
+        return false;
+    collect_staged(staged_.get(), paired ? sources : std::vector<size_t>());
+    return true;
+}
+
+bool StatusScan::compare_rest(const std::vector<size_t> &sources, git_diff_options how) {
+    LeftOut left_out{{}, how.notify_cb, how.payload};
+    for (size_t i = 0; i < sources.size(); ++i)
+        if (sources[i] != kNoSource)
+            left_out.paths.insert(path_of(git_diff_get_delta(staged_.get(), i)));
+    how.notify_cb = LeftOut::asked;
+    how.payload = &left_out;
+    const int code = git_diff_tree_to_index(out(rest_), index_->owner->handle.get(), head_.get(),
+                                            index_->handle.get(), &how);
+    return code < 0 ? fail_git(code) : find_similar(rest_.get());
+}
+
+// Without `sources` nothing was paired. Where the rest was compared, its deltas count.
+void StatusScan::collect_staged(const git_diff *diff, const std::vector<size_t> &sources) {
+    const auto add_delta = [&](const git_diff_delta *delta) {
+        const bool renamed = delta->status == GIT_DELTA_RENAMED;
+        changes_.push_back({delta, renamed ? &delta->old_file : nullptr, staged_word(delta)});
+    };
+    const size_t count = git_diff_num_deltas(diff);
+    changes_.reserve(count);
+    for (size_t i = 0; i < count; ++i) {
+        const git_diff_delta *delta = git_diff_get_delta(diff, i);
+        if (sources.empty() || (sources[i] == kNoSource && !rest_))
+            add_delta(delta);
+        else if (sources[i] != kNoSource && sources[i] != i)
+            changes_.push_back(
+                {delta, &git_diff_get_delta(diff, sources[i])->old_file, GIT_STATUS_INDEX_RENAMED});
+    }
+    for (size_t i = 0; rest_ && i < git_diff_num_deltas(rest_.get()); ++i)
+        add_delta(git_diff_get_delta(rest_.get(), i));
+    sort_by_path(changes_, [](const Staged &change) { return path_of(change.delta); });
 }
 
 bool StatusScan::compare_workdir(git_diff_options &how) {
@@ -176,15 +266,15 @@ bool StatusScan::compare_workdir(git_diff_options &how) {
 }
 
 // Where the first comparison has nothing to say, head holds what the index holds.
-void StatusScan::add(const git_diff_delta *staged, const git_diff_delta *worked) {
+void StatusScan::add(const Staged *staged, const git_diff_delta *worked) {
     StatusItem item{};
-    item.path = path_of(staged ? staged : worked);
-    item.word = (staged ? staged_word(staged) : 0) | (worked ? workdir_word(worked) : 0);
+    item.path = path_of(staged ? staged->delta : worked);
+    item.word = (staged ? staged->word : 0) | (worked ? workdir_word(worked) : 0);
     item.kind = kind_of(item.word);
     if (staged) {
-        if (item.word & GIT_STATUS_INDEX_RENAMED) item.from = staged->old_file.path;
-        item.old_id = &staged->old_file.id;
-        item.new_id = &staged->new_file.id;
+        if (staged->from) item.from = staged->from->path;
+        item.old_id = staged->from ? &staged->from->id : &staged->delta->old_file.id;
+        item.new_id = &staged->delta->new_file.id;
     } else if (const auto *entry = git_index_get_bypath(index_->handle.get(), item.path, 0)) {
         item.old_id = item.new_id = &entry->id;
     }
@@ -193,12 +283,12 @@ void StatusScan::add(const git_diff_delta *staged, const git_diff_delta *worked)
 
 // Both comparisons by one merge.
 void StatusScan::pair(const DiffLimit &limit) {
-    const auto staged = deltas_of(staged_.get()), worked = deltas_of(worked_.get());
-    items_.reserve(staged.size() + worked.size());
-    for (size_t s = 0, w = 0; s < staged.size() || w < worked.size();) {
-        int order = s == staged.size() ? 1 : w == worked.size() ? -1 : 0;
-        if (!order) order = strcmp(path_of(staged[s]), path_of(worked[w]));
-        add(order <= 0 ? staged[s] : nullptr, order >= 0 ? worked[w] : nullptr);
+    const auto worked = deltas_of(worked_.get());
+    items_.reserve(changes_.size() + worked.size());
+    for (size_t s = 0, w = 0; s < changes_.size() || w < worked.size();) {
+        int order = s == changes_.size() ? 1 : w == worked.size() ? -1 : 0;
+        if (!order) order = strcmp(path_of(changes_[s].delta), path_of(worked[w]));
+        add(order <= 0 ? &changes_[s] : nullptr, order >= 0 ? worked[w] : nullptr);
         if (order <= 0) ++s;
         if (order >= 0) ++w;
     }
