@@ -148,6 +148,27 @@ TEST_F(StatusTest, WalkEndsWhereItsCallerWants) {
     EXPECT_EQ(seen, (std::vector<std::string>{"a", "b"}));
 }
 
+// A callback may change the index that is walked.
+TEST_F(StatusTest, WalkKeepsItsPaths) {
+    for (auto name : {"first", "second", "third"}) put(name, "1");
+    commit_all();
+    struct Walked {
+        IndexPtr index;
+        std::string seen;
+    } walked{lock(), ""};
+    const auto clear = [](const zwchar *path, int32_t, void *context) -> int32_t {
+        auto *self = static_cast<Walked *>(context);
+        self->seen += narrow(path) + ";";
+        zIndexClear(self->index.get());
+        for (auto other : {u"OTHER", u"OTHERS"}) zIndexAddBypath(self->index.get(), other);
+        return 0;
+    };
+    put("OTHER", "1"), put("OTHERS", "1");
+    ASSERT_OK(
+        zStatusForeach(walked.index.get(), spec({}, Z_SPEC_NO_UNTRACKED).get(), clear, &walked));
+    EXPECT_EQ(walked.seen, "first;second;third;");
+}
+
 // More than libgit2 would compare with each other, and one that changed on the way.
 TEST_F(StatusTest, RenamesOfALargeDirectory) {
     const std::string lines = "many\nlines\nthat\nstay\nas\nthey\nare\n";

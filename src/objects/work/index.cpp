@@ -189,12 +189,15 @@ bool zIndexFindPrefix(uint64_t *position, Index *index, const zwchar *prefix) tr
     return fail_thrown();
 }
 
+// Over the entries as they were: the callback may change the index.
 bool zIndexWalk(Index *index, IndexCallback callback, void *context) {
     if (!index || !callback) return fail_args();
-    for (size_t i = 0; i < git_index_entrycount(index->handle.get()); ++i)
-        if (callback(zev_entry(git_index_get_byindex(index->handle.get(), i)), context) < 0)
-            return false;
-    return true;
+    Owned<git_index_iterator, git_index_iterator_free> entries;
+    int code = git_index_iterator_new(out(entries), index->handle.get());
+    const git_index_entry *entry = nullptr;
+    while (!code && !(code = git_index_iterator_next(&entry, entries.get())))
+        if (callback(zev_entry(entry), context) < 0) return false;
+    return code == GIT_ITEROVER ? true : fail_git(code);
 }
 
 // A client that holds part of a project writes trees of blobs that it lacks: no questions asked.

@@ -27,7 +27,8 @@ struct StatusList {
 
 namespace zev {
 
-// One path of a status, lent while the scan lives.
+// One path of a status. The paths live as long as the scan, whatever becomes of the index; the ids
+// no longer than the index stays as it is.
 struct StatusItem {
     const char *path;
     const char *from; // of a rename between head and index, else null
@@ -78,6 +79,7 @@ class StatusScan {
     git::Diff staged_, worked_;
     git::Diff rest_;              // staged_ again, without the files that moved as they were
     std::vector<Staged> changes_; // in the order of paths; deltas of both
+    std::vector<char> names_;     // paths that only the index has
     std::vector<StatusItem> items_;
 };
 

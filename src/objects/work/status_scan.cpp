@@ -297,15 +297,24 @@ void StatusScan::pair(const DiffLimit &limit) {
     std::erase_if(items_, [&](auto &item) { return spec_leaves_out(spec_, item.kind); });
 }
 
-// Entries of the index that no comparison named.
+// Entries of the index that no comparison named. Their paths are copied: who is told of them may
+// change the index.
 void StatusScan::add_unchanged(const std::vector<const git_index_entry *> &entries) {
     std::vector<StatusItem> all;
     all.reserve(items_.size() + entries.size());
+    size_t room = 0;
+    for (const git_index_entry *entry : entries) room += strlen(entry->path) + 1;
+    names_.reserve(room); // and so stays where it is
+    const auto keep = [&](const char *path) {
+        const size_t at = names_.size();
+        names_.insert(names_.end(), path, path + strlen(path) + 1);
+        return names_.data() + at;
+    };
     auto item = items_.begin();
     for (const git_index_entry *entry : entries) {
         while (item != items_.end() && before(item->path, entry->path)) all.push_back(*item++);
         if (item != items_.end() && strcmp(item->path, entry->path) == 0) continue;
-        all.push_back({entry->path, nullptr, Z_KIND_UNCHANGED, 0, &entry->id, &entry->id});
+        all.push_back({keep(entry->path), nullptr, Z_KIND_UNCHANGED, 0, &entry->id, &entry->id});
     }
     all.insert(all.end(), item, items_.end());
     items_ = std::move(all);
