@@ -127,6 +127,10 @@ TEST_F(StatusTest, SpecsSelect) {
     EXPECT_EQ(changed({u"#1.dwx", u"!x", u"end "}, 0), "!x;#1.dwx;end ;");
     EXPECT_EQ(changed({u"GRÖßE*"}, 0), "größe.dwx;");
     EXPECT_EQ(changed({u"none"}, kLiteral), "");
+    std::filesystem::remove_all(place / "docs2");
+    put("docs2", "mine"); // a file where the directory was
+    EXPECT_EQ(changed({u"docs2"}, kLiteral), "docs2;");
+    EXPECT_EQ(changed({u"docs2/"}, kLiteral), "docs2/b.dwx;");
     // Unchanged ones are selected just the same, on both roads.
     put("end ", "1");
     EXPECT_EQ(status(spec({u"end "}, kLiteral).get()), (Kinds{{"end ", Z_KIND_UNCHANGED}}));

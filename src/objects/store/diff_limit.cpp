@@ -61,11 +61,8 @@ void DiffLimit::narrow(const Repository *repository, git_index *index, git_tree 
     for (const Matcher::Name &name : *names)
         if (name.path.empty() || !is_spelled(name, repository, index, head)) return;
     use_names();
-    options_.notify_cb = nullptr; // none of them names more than it should
 }
 
-// A name may be that of a directory here, of which libgit2 takes all below: the matcher is still
-// asked.
 void DiffLimit::narrow_caseless() {
     const auto *names = matcher_ ? matcher_->names() : nullptr;
     if (!names) return;
@@ -74,7 +71,8 @@ void DiffLimit::narrow_caseless() {
     use_names();
 }
 
-// A slash at the end names a directory with all below it.
+// A slash at the end names a directory with all below it. The matcher is still asked: a name may be
+// that of a file on one side and of a directory on the other, of which libgit2 takes all below.
 void DiffLimit::use_names() {
     for (const Matcher::Name &name : *matcher_->names()) {
         if (name.itself) names_.push_back(name.path);
