@@ -71,6 +71,37 @@ TEST_F(IndexTest, AddReportsFileByFile) {
     EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled")));
 }
 
+// Entries are sorted: `plans.txt` stands between the file and what lay below it.
+TEST_F(IndexTest, AFileTakesThePlaceOfADirectory) {
+    for (auto path : {"a.txt", "plans.txt", "plans/a.txt", "plans/deep/b"}) put(path, "1");
+    commit_all();
+    fs::remove_all(place / "plans");
+    put("plans", "x");
+    add({u"plans", u"a.txt"});
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"a.txt", "plans", "plans.txt"}));
+    commit_all();
+    EXPECT_EQ(git(place, "status --porcelain"), "");
+    fs::remove(place / "plans");
+    put("plans/a.txt", "1");
+    add({u"plans/a.txt"}, kLiteral);
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"a.txt", "plans.txt", "plans/a.txt"}));
+    expect_sound();
+
+    git_index *broken = nullptr; // as an earlier version may have left it
+    ASSERT_EQ(git_index_new(&broken), 0);
+    for (const char *path : {"a.txt", "plans/a.txt", "plans"}) {
+        git_index_entry entry{};
+        entry.mode = GIT_FILEMODE_BLOB, entry.path = path;
+        git_index_add(broken, &entry);
+    }
+    IndexPtr index(zIndexAlloc(broken, repository.get()));
+    EXPECT_FALSE(TreePtr(zIndexWriteTree(index.get())));
+    EXPECT_EQ(narrow(zErrorMsg()), "plans/a.txt");
+    ASSERT_OK(zIndexRemoveEntry(index.get(), u"plans/a.txt"));
+    git_index_entry no_path{};
+    EXPECT_FALSE(EntryPtr(zIndexEntryNew(zIndexEntryAsZev(&no_path))));
+}
+
 TEST_F(IndexTest, PathsThatNoIndexMayHold) {
     IndexPtr index = lock();
     for (const zwchar *path :
@@ -310,7 +341,9 @@ TEST_F(IndexTest, WholesOfATreeAndTheirParts) {
     }
     uint64_t at = 0;
     EXPECT_TRUE(zIndexFindPrefix(&at, index, u"d/") && at == 1);
+    EXPECT_FALSE(zIndexByref(repository.get(), u"none"));
     EXPECT_FALSE(zIndexFindPrefix(&at, index, u"x/") || zErrorClass() != 3);
+    EXPECT_EQ(narrow(zErrorReason()).find("none"), std::string::npos); // its own reason
 
     struct stat status;
     ASSERT_EQ(::lstat((place / "d/b").c_str(), &status), 0);

@@ -48,6 +48,9 @@ TEST_F(TreeTest, BuilderWritesAtAnyDepth) {
     ASSERT_OK(zTreeBuilderRemove(next.get(), u"far.dwx"));
     TreePtr smaller(zTreeBuilderWrite(next.get(), repository.get()));
     EXPECT_EQ(git(place, "ls-tree -r --name-only " + hex(zTreeId(smaller.get()))), "a/b/c.txt");
+    for (const zwchar *path : {u"0", u"a"}) ASSERT_OK(zTreeBuilderInsert(next.get(), path, &one));
+    TreePtr flat(zTreeBuilderWrite(next.get(), repository.get()));
+    EXPECT_EQ(git(place, "ls-tree -r --name-only " + hex(zTreeId(flat.get()))), "0\na");
 }
 
 TEST_F(TreeTest, EntriesOutliveTheirTree) {

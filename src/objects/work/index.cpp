@@ -14,7 +14,10 @@
 #include "zev/status.h"
 #include "zev/tree.h"
 
+#include <algorithm>
 #include <new>
+#include <string>
+#include <string_view>
 
 using namespace zev;
 
@@ -46,6 +49,23 @@ template <class F> int reading(bool locked, F read) {
         code = read(true);
     }
     return code;
+}
+
+// Raises the first path that lies below another one. Entries of a directory stand together, so
+// that each directory is looked up once.
+bool check_places(git_index *index) {
+    std::string_view before;
+    for (size_t i = 0, count = git_index_entrycount(index); i < count; ++i) {
+        const std::string_view path = git_index_get_byindex(index, i)->path;
+        const auto differs = std::ranges::mismatch(path, before).in1;
+        const auto same = static_cast<size_t>(differs - path.begin());
+        size_t slash = path.find('/', path.substr(0, same).rfind('/') + 1); // npos + 1 is 0
+        for (; slash != path.npos; slash = path.find('/', slash + 1))
+            if (git_index_get_bypath(index, std::string(path.substr(0, slash)).c_str(), 0))
+                return raise_exists(std::string(path));
+        before = path;
+    }
+    return true;
 }
 
 } // namespace
@@ -203,6 +223,7 @@ bool zIndexWalk(Index *index, IndexCallback callback, void *context) {
 // A client that holds part of a project writes trees of blobs that it lacks: no questions asked.
 Tree *zIndexWriteTree(Index *index) {
     if (!index) return fail_args();
+    if (!check_places(index->handle.get())) return nullptr;
     git_oid id;
     int code = 0;
     {

@@ -76,7 +76,8 @@ bool index_has_twin(Index *index, std::string_view path); // may throw
 
 // ---- Changes of an index in memory; each raises its failure. `dirty` tells that it has some.
 
-// Enters or replaces. A conflict of the path at stages 1 to 3 counts as resolved.
+// Enters or replaces. A conflict of the path at stages 1 to 3 counts as resolved, and what lay
+// below the path, or at one of the directories above it, goes: no tree can hold both.
 bool index_enter(Index *index, const git_index_entry &entry);
 bool index_drop(Index *index, const char *path); // at every stage; no entry is no failure
 

@@ -36,8 +36,7 @@ bool zTreeBuilderInsert(TreeBuilder *builder, const zwchar *path, const Oid *id)
     entry.mode = GIT_FILEMODE_BLOB;
     entry.id = *git::oid(id);
     entry.path = name.c_str();
-    int code = git_index_add(builder->index->handle.get(), &entry);
-    return code < 0 ? fail_git(code) : true;
+    return index_enter(builder->index.get(), entry);
 } catch (...) {
     return fail_thrown();
 }
