@@ -201,8 +201,8 @@ const zwchar *zIndexPath(const Index *index) {
 bool zIndexFindPrefix(uint64_t *position, Index *index, const zwchar *prefix) try {
     if (!position || !index || !prefix) return fail_args();
     size_t at = 0;
-    int code = git_index_find_prefix(&at, index->handle.get(), to_utf8(prefix).c_str());
-    if (code < 0) return fail_git(code);
+    if (git_index_find_prefix(&at, index->handle.get(), to_utf8(prefix).c_str()) < 0)
+        return raise_not_found(prefix); // libgit2 gives no reason
     *position = at;
     return true;
 } catch (...) {

@@ -186,7 +186,7 @@ bool index_drop_below(Index *index, std::string_view path) {
 // ---- Making
 
 IndexEntry *zIndexEntryNew(const IndexEntry *entry) {
-    if (!entry) return fail_args();
+    if (!entry || !git_entry(entry)->path) return fail_args();
     return make_entry(*git_entry(entry), git_entry(entry)->path);
 }
 
@@ -316,7 +316,7 @@ const Oid *zIndexEntryID(const IndexEntry *entry) {
 }
 
 const zwchar *zIndexEntryPath(const IndexEntry *entry) {
-    if (!entry) return fail_args();
+    if (!entry || !git_entry(entry)->path) return fail_args();
     return park(git_entry(entry)->path);
 }
 
