@@ -102,6 +102,34 @@ TEST_F(IndexTest, AFileTakesThePlaceOfADirectory) {
     EXPECT_FALSE(EntryPtr(zIndexEntryNew(zIndexEntryAsZev(&no_path))));
 }
 
+// Another repository's files are its own, whether it is tracked as a submodule or not at all.
+TEST_F(IndexTest, RepositoriesWithinAreLeftAlone) {
+    put("a", "1");
+    put("inner/f", "1");
+    put("inner/deep/g", "1");
+    git(place, "init -q inner");
+    git(place / "inner", "add .");
+    git(place / "inner", "-c user.name=x -c user.email=x commit -qm inner");
+    Report report;
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));
+    EXPECT_TRUE(report.told(text(u"action.sSkipped") + " inner"));
+    EXPECT_EQ(report.lines.size(), 4u);
+    EXPECT_FALSE(zIndexAddBypath(index.get(), u"inner/deep/g"));
+    EXPECT_EQ(zErrorClass(), 2);
+    ASSERT_OK(zIndexFixupGitkeep(index.get(), u"inner/deep"));
+    EXPECT_FALSE(fs::exists(place / "inner/deep/.gitkeep") || fs::exists(place / "inner/.gitkeep"));
+    EXPECT_EQ(zIndexEntryCount(index.get()), 1u);
+    ASSERT_OK(zIndexAddBypath(index.get(), u"inner")); // said so, its commit enters
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_EQ(git(place, "ls-files -s inner").substr(0, 48),
+              "160000 " + git(place / "inner", "rev-parse HEAD") + " ");
+    fs::remove_all(place / "inner");
+    put("inner/mine", "1");
+    EXPECT_FALSE(zIndexAddBypath(index.get(), u"inner/mine")); // a submodule that is not here
+    EXPECT_EQ(zIndexEntryCount(index.get()), 2u);
+}
+
 TEST_F(IndexTest, PathsThatNoIndexMayHold) {
     IndexPtr index = lock();
     for (const zwchar *path :
@@ -281,7 +309,11 @@ TEST_F(IndexTest, RenameMovesWhatIsTracked) {
 
 TEST_F(IndexTest, KeepFilesForADirectoryAndThoseAbove) {
     fs::create_directories(place / "a/b/c/d");
+    for (auto left_out : {"a/build/x", "a/venv/bin", "a/inner/.git"})
+        fs::create_directories(place / left_out);
     put("a/b/file.dwx", "1");
+    put(".gitignore", "build/\n!.gitkeep\n");
+    put("a/venv/.gitignore", "*\n");
     put("root.dwx", "1");
     IndexPtr index = lock();
     ASSERT_OK(zIndexFixupGitkeep(index.get(), u"root.dwx"));

@@ -1,4 +1,6 @@
 // Keep-files: the store knows no directories, so each tracked one carries an empty `.gitkeep`.
+// Directories that are ignored, and those of other repositories, are not tracked and get none.
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/index.hpp"
 
 #include "common/errno.hpp"
@@ -13,49 +15,70 @@ using namespace zev;
 
 namespace {
 
-class Keeping {
+std::string keep_file_of(const std::string &directory) {
+    return (directory + "/").append(kKeepFile);
+}
+
+// Directories are relative, without a slash at their end.
+class KeepFiles {
   public:
-    explicit Keeping(Index *index) : index_(index), stager_(index) {}
+    explicit KeepFiles(Index *index) : index_(index), stager_(index), nested_(index) {}
 
-    // A keep-file in a directory (relative, without a slash at its end); failing to make one
-    // raises, and what stands there is added all the same.
-    bool ensure(const std::string &directory) {
-        const std::string path = directory + "/.gitkeep";
-        const std::u16string full = full_path(index_->owner, path);
-        struct stat status;
-        if (!os::lstat(full.c_str(), &status) || !S_ISREG(status.st_mode)) make(full);
-        return stage_named(index_, stager_, path.c_str());
-    }
-
-    bool ensure_below(const std::string &directory) {
-        std::vector<os::Name> names;
-        const std::u16string full = full_path(index_->owner, directory);
-        if (!os::read_dir(full.c_str(), &names)) return fail_errno(full.c_str());
-        std::ranges::sort(names, {}, &os::Name::text);
-        for (const os::Name &name : names) {
-            const std::string below = directory + "/" + to_utf8(name.text);
-            if (name.directory && is_ours(below) && !ensure_below(below)) return false;
-        }
-        return ensure(directory);
+    bool ensure(const std::string &directory);
+    bool ensure_below(const std::string &directory); // and in itself
+    bool is_ours(const std::string &directory) {
+        return path_can_enter(directory) && !nested_.hold(keep_file_of(directory)) &&
+               !is_ignored(directory);
     }
 
   private:
-    // A repository in the working copy keeps its own directories.
-    bool is_ours(const std::string &directory) const {
-        struct stat status;
-        return path_can_enter(directory) &&
-               !os::lstat(full_path(index_->owner, directory + "/.git").c_str(), &status);
-    }
-
-    // Only where there is nothing: through a link it would empty another file.
-    static void make(const std::u16string &full) {
-        Owned<FILE, fclose> file(os::open(full.c_str(), u"w+x"));
-        if (!file) fail_errno(full.c_str());
-    }
+    bool is_ignored(const std::string &directory) const;
+    static void make(const std::u16string &full);
 
     Index *index_;
     Stager stager_;
+    NestedRepositories nested_;
 };
+
+// What is tracked is not ignored, whatever rule there is. The directory is asked for too: a rule
+// for all keep-files doesn't bring it back.
+bool KeepFiles::is_ignored(const std::string &directory) const {
+    const std::string keep = keep_file_of(directory);
+    if (git_index_get_bypath(index_->handle.get(), keep.c_str(), 0)) return false;
+    for (const std::string &path : {directory + "/", keep}) {
+        int ignored = 0;
+        git_repository *repository = index_->owner->handle.get();
+        if (!git_ignore_path_is_ignored(&ignored, repository, path.c_str()) && ignored) return true;
+    }
+    return false;
+}
+
+// Failing to make one raises, and what stands there is added all the same.
+bool KeepFiles::ensure(const std::string &directory) {
+    const std::string path = keep_file_of(directory);
+    const std::u16string full = full_path(index_->owner, path);
+    struct stat status;
+    if (!os::lstat(full.c_str(), &status) || !S_ISREG(status.st_mode)) make(full);
+    return stage_named(index_, stager_, path.c_str());
+}
+
+bool KeepFiles::ensure_below(const std::string &directory) {
+    std::vector<os::Name> names;
+    const std::u16string full = full_path(index_->owner, directory);
+    if (!os::read_dir(full.c_str(), &names)) return fail_errno(full.c_str());
+    std::ranges::sort(names, {}, &os::Name::text);
+    for (const os::Name &name : names) {
+        const std::string below = directory + "/" + to_utf8(name.text);
+        if (name.directory && is_ours(below) && !ensure_below(below)) return false;
+    }
+    return ensure(directory);
+}
+
+// Only where there is nothing: through a link it would empty another file.
+void KeepFiles::make(const std::u16string &full) {
+    Owned<FILE, fclose> file(os::open(full.c_str(), u"w+x"));
+    if (!file) fail_errno(full.c_str());
+}
 
 } // namespace
 
@@ -64,14 +87,14 @@ bool zIndexFixupGitkeep(Index *index, const zwchar *path) try {
     std::string name = to_utf8(path);
     while (!name.empty() && name.back() == '/') name.pop_back();
     if (!check_path(name) || !check_above(index, to_wide(name).c_str())) return false;
-    Keeping keeping(index);
+    KeepFiles keep_files(index);
     struct stat status;
     const bool is_dir =
         os::lstat(full_path(index->owner, name).c_str(), &status) && S_ISDIR(status.st_mode);
-    if (is_dir && !keeping.ensure_below(name)) return false;
+    if (is_dir && keep_files.is_ours(name) && !keep_files.ensure_below(name)) return false;
     for (size_t slash = name.rfind('/'); slash != name.npos; slash = name.rfind('/')) {
         name.resize(slash);
-        if (!keeping.ensure(name)) return false;
+        if (keep_files.is_ours(name) && !keep_files.ensure(name)) return false;
     }
     return true;
 } catch (...) {

@@ -91,7 +91,7 @@ enum class Staging {
     staged,
     missing, // no such file
     directory,
-    refused, // a path that no index may hold, or no file at all: a pipe, a device
+    refused, // a path that no index may hold, one of another repository, or a pipe, a device
     twin,    // another entry's path differs in case only
     failed   // raised
 };
@@ -111,13 +111,27 @@ class Filters {
     std::unordered_map<std::string, bool> directories_;
 };
 
+// Whether a path lies below a directory that is another repository's: one with a `.git`, or that
+// the index has as a submodule. What is there is not ours to enter. For one operation; each
+// directory is looked at once.
+class NestedRepositories {
+  public:
+    explicit NestedRepositories(const Index *index) : index_(index) {}
+    bool hold(std::string_view path);
+    bool is_one(const std::string &directory) const; // itself
+
+  private:
+    const Index *index_;
+    std::unordered_map<std::string, bool> directories_; // that are one, or lie in one
+};
+
 // Stores files of the work directory and enters them, for one operation. Memory is bounded by
 // one block, whatever the size of a file.
 class Stager {
   public:
     // `notify` is asked for a user break between the blocks of a large file.
     explicit Stager(Index *index, const Notify *notify = nullptr)
-        : index_(index), notify_(notify), filters_(index) {}
+        : index_(index), notify_(notify), filters_(index), nested_(index) {}
     Staging stage(const char *path); // UTF-8; may throw
 
   private:
@@ -135,12 +149,15 @@ class Stager {
     Index *index_;
     const Notify *notify_;
     Filters filters_;
+    NestedRepositories nested_;
     git::Odb odb_;
     std::vector<char> block_;
 };
 
-// By a path that the caller named: false unless staged, with the reason raised.
+// By a path that the caller named: false unless staged, with the reason raised. Of a directory the
+// commit of a repository of its own enters.
 bool stage_named(Index *index, Stager &stager, const char *path);
+bool finish_named(Index *index, Staging done, const char *path); // what stage() has given
 
 // Whether a path that a caller named lies in the work directory itself, not behind a link: what is
 // there is not ours, and entering it would put the link's own entry out. Raises class 2.

@@ -26,9 +26,10 @@ void confirm_drawing(const Repository *repository, const char *path, const zwcha
     if (zDrawingDetect(nullptr, full.c_str())) zDrawingConfirmTableBackwardRef(full.c_str());
 }
 
-class Adding {
+// One comparison, and what of it enters: by zIndexAdd with reports, by zIndexRefresh without.
+class IndexUpdate {
   public:
-    Adding(Index *index, PathSpec *spec, const Notify *notify)
+    IndexUpdate(Index *index, PathSpec *spec, const Notify *notify)
         : index_(index), spec_(spec), notify_(notify), stager_(index, notify) {}
 
     bool compare(uint32_t flags);
@@ -51,7 +52,7 @@ class Adding {
 
 // What differs between index and work directory, in the order of paths: entering them so never
 // moves an entry that was entered before.
-bool Adding::compare(uint32_t flags) {
+bool IndexUpdate::compare(uint32_t flags) {
     git_diff_options how;
     git_diff_options_init(&how, GIT_DIFF_OPTIONS_VERSION);
     how.flags = flags | GIT_DIFF_INCLUDE_TYPECHANGE;
@@ -64,18 +65,18 @@ bool Adding::compare(uint32_t flags) {
 }
 
 // Whatever was entered must be in the store, even if the operation fails later on.
-template <class F> bool Adding::in_bulk(F work) {
+template <class F> bool IndexUpdate::in_bulk(F work) {
     auto bulk = BulkWriter::begin(index_->owner);
     if (!bulk) return false;
     const bool done = work();
     return bulk->finish() && done;
 }
 
-bool Adding::add() {
+bool IndexUpdate::add() {
     return in_bulk([this] { return add_all(); });
 }
 
-bool Adding::add_all() {
+bool IndexUpdate::add_all() {
     for (size_t i = 0; i < count(); ++i) {
         if (zNotifyIsUsrbrk(notify_)) return raise_canceled();
         if (!add_one(git_diff_get_delta(diff_.get(), i)->new_file.path)) return false;
@@ -83,8 +84,10 @@ bool Adding::add_all() {
     return true;
 }
 
-bool Adding::add_one(const char *path) {
-    const std::u16string wide = to_wide(path);
+// A repository within is one difference, whose path ends in a slash.
+bool IndexUpdate::add_one(const char *path) {
+    std::u16string wide = to_wide(path);
+    if (wide.ends_with(u'/')) wide.pop_back();
     confirm_drawing(index_->owner, path, wide.c_str());
     Staging done = stager_.stage(path);
     if (done == Staging::directory) {
@@ -99,11 +102,11 @@ bool Adding::add_one(const char *path) {
     return true;
 }
 
-bool Adding::refresh() {
+bool IndexUpdate::refresh() {
     return in_bulk([this] { return refresh_all(); });
 }
 
-bool Adding::refresh_all() {
+bool IndexUpdate::refresh_all() {
     for (size_t i = 0; i < count(); ++i) {
         const char *path = git_diff_get_delta(diff_.get(), i)->new_file.path;
         const Staging done = stager_.stage(path);
@@ -141,9 +144,9 @@ bool zIndexAdd(Index *index, PathSpec *spec) try {
     const Notify *notify = spec->notify;
     notify_start(notify, u"action.sAdd");
     try {
-        Adding adding(index, spec, notify);
-        if (!adding.compare(GIT_DIFF_INCLUDE_UNTRACKED | GIT_DIFF_RECURSE_UNTRACKED_DIRS) ||
-            !adding.add())
+        IndexUpdate update(index, spec, notify);
+        if (!update.compare(GIT_DIFF_INCLUDE_UNTRACKED | GIT_DIFF_RECURSE_UNTRACKED_DIRS) ||
+            !update.add())
             return end_failed(notify);
     } catch (...) {
         return fail_thrown(), end_failed(notify);
@@ -156,8 +159,8 @@ bool zIndexAdd(Index *index, PathSpec *spec) try {
 bool zIndexRefresh(Index *index, PathSpec *spec) try {
     if (!index || !spec) return fail_args();
     if (!has_patterns(spec)) return false;
-    Adding refreshing(index, spec, nullptr);
-    return refreshing.compare(0) && refreshing.refresh();
+    IndexUpdate update(index, spec, nullptr);
+    return update.compare(0) && update.refresh();
 } catch (...) {
     return fail_thrown();
 }

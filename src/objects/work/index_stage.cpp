@@ -65,6 +65,11 @@ uint32_t mode_for(const struct stat &status, const git_index_entry *known) {
     return known && S_ISREG(known->mode) ? known->mode : uint32_t{GIT_FILEMODE_BLOB};
 }
 
+// No call of the system layer reaches it.
+bool is_too_long(const Index *index, const char *path) {
+    return full_path(index->owner, path).size() >= Z_PATH_MAX - 1;
+}
+
 } // namespace
 
 namespace zev {
@@ -97,12 +102,33 @@ bool Filters::in_directory(std::string_view directory) {
     return directories_[std::move(key)] = found;
 }
 
+// ---- Other repositories
+
+bool NestedRepositories::is_one(const std::string &directory) const {
+    struct stat status;
+    const auto *known = git_index_get_bypath(index_->handle.get(), directory.c_str(), 0);
+    return (known && known->mode == GIT_FILEMODE_COMMIT) ||
+           os::lstat(full_path(index_->owner, directory + "/.git").c_str(), &status);
+}
+
+bool NestedRepositories::hold(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    if (slash == path.npos) return false;
+    std::string directory(path.substr(0, slash));
+    const auto known = directories_.find(directory);
+    if (known != directories_.end()) return known->second;
+    const bool nested = hold(directory) || is_one(directory);
+    return directories_[std::move(directory)] = nested;
+}
+
 // ---- Staging one file
 
-// A path that is tracked keeps its place; only a new one can be somebody's twin.
+// A path that is tracked keeps its place; only a new one can be somebody's twin, or lie in
+// another's repository.
 Staging Stager::stage(const char *path) {
-    if (!path_can_enter(path)) return Staging::refused;
+    if (!path_can_enter(path) || is_too_long(index_, path)) return Staging::refused;
     const git_index_entry *known = git_index_get_bypath(index_->handle.get(), path, 0);
+    if (!known && nested_.hold(path)) return Staging::refused;
     if (!known && index_has_twin(index_, path)) return Staging::twin;
     return stage_file(path, known);
 }
@@ -201,14 +227,14 @@ bool check_above(const Index *index, const zwchar *path) {
     return workdir && check_links(workdir, path);
 }
 
-bool stage_named(Index *index, Stager &stager, const char *path) {
-    switch (stager.stage(path)) {
+bool finish_named(Index *index, Staging done, const char *path) {
+    switch (done) {
     case Staging::staged:
         return true;
     case Staging::missing:
         return fail_os(ENOENT, to_wide(path).c_str());
     case Staging::refused:
-        return raise_args(path);
+        return is_too_long(index, path) ? fail_os(ENAMETOOLONG, path) : raise_args(path);
     case Staging::twin:
         return raise_exists(path);
     case Staging::failed:
@@ -216,10 +242,14 @@ bool stage_named(Index *index, Stager &stager, const char *path) {
     case Staging::directory:
         break;
     }
-    // A directory enters only as the commit of a repository of its own.
     int code = git_index_add_bypath(index->handle.get(), path);
     if (code < 0) return fail_git(code);
-    return index->dirty = true;
+    index->dirty = true;
+    return index_drop_below(index, path);
+}
+
+bool stage_named(Index *index, Stager &stager, const char *path) {
+    return finish_named(index, stager.stage(path), path);
 }
 
 } // namespace zev
