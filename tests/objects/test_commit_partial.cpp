@@ -28,10 +28,11 @@ struct SyncCount {
 
 class PartialCommitTest : public WorkingCopyTest {
   protected:
-    CommitPtr commit_only(std::vector<std::u16string> patterns, uint32_t options = 0) {
+    CommitPtr commit_only(std::vector<std::u16string> patterns, uint32_t options = 0,
+                          const Notify *notify = nullptr) {
         IndexPtr index = lock();
-        return CommitPtr(
-            zIndexCommit(index.get(), spec(patterns, options).get(), u"HEAD", u"Ada", u"part"));
+        return CommitPtr(zIndexCommit(index.get(), spec(patterns, options, notify).get(), u"HEAD",
+                                      u"Ada", u"part"));
     }
     std::string files(const char *revision = "HEAD") {
         return git(place, std::string("ls-tree -r --name-only ") + revision);
@@ -76,6 +77,32 @@ TEST_F(PartialCommitTest, ANewCaseOfANameTakesThePlaceOfTheOld) {
     put("Plan", "2"); // both are there: nothing takes anything's place
     EXPECT_FALSE(commit_only({u"Plan"}, kLiteral));
     EXPECT_EQ(zErrorClass(), 4);
+}
+
+// They would keep everybody else's files from being committed; whoever names one is told.
+TEST_F(PartialCommitTest, NewNamesThatCantEnterAreLeftOut) {
+    put("a", "1");
+    commit_all();
+    put("a", "22");
+    git(place, "init -q inner");
+    for (auto name : {"inner/f", "tab\there", "bad\xFF", "A", "new"}) put(name, "1");
+    const std::string deep = std::string(240, 'd') + "/" + std::string(250, 'd');
+    put(deep, "1");
+    Report report;
+    ASSERT_OK(commit_only({u"*"}, 0, &report));
+    EXPECT_EQ(changed(), "M\ta\nA\tnew");
+    std::string told;
+    for (auto name : {"A", "bad\uFFFD", deep.c_str(), "inner", "tab\there"})
+        told += text(u"action.sSkipped") + " " + name + "\n";
+    std::string lines;
+    for (const auto &line : report.lines) lines += line + "\n";
+    EXPECT_EQ(lines, told);
+    for (auto [name, failure] : {std::pair{u"A", 4}, {u"tab\there", 2}, {u"inner", 2}}) {
+        EXPECT_FALSE(commit_only({name}));
+        EXPECT_EQ(zErrorClass(), failure) << narrow(name);
+    }
+    EXPECT_FALSE(commit_only({u"ta*"})); // nothing is left
+    EXPECT_EQ(zErrorClass(), 3);
 }
 
 TEST_F(PartialCommitTest, LiteralNamesOfAFirstCommit) {

@@ -34,14 +34,15 @@ using namespace zev;
 
 namespace {
 
-using TreePtr = Owned<Tree, zTreeFree>;
-using CommitPtr = Owned<Commit, zCommitFree>;
-
 // A path that the commit changes, and how its file stood.
 struct Change {
     std::string path;
     int32_t kind;
     uint32_t word;
+
+    bool is_new() const { // to the index and HEAD
+        return kind == Z_KIND_UNTRACKED || kind == Z_KIND_IGNORED;
+    }
 };
 
 // Files of HEAD whose paths differ from a new one in case only. Each directory is read once.
@@ -121,6 +122,8 @@ class PartialCommit {
     TreePtr build_tree();
 
   private:
+    bool may_leave_out(const Change &change, Staging staging) const;
+    void tell_left_out(const Change &change) const;
     bool is_gone(const Change &change) const {
         return change.kind == Z_KIND_DELETED || change.kind == Z_KIND_MISSING;
     }
@@ -140,9 +143,18 @@ bool is_staged(uint32_t word) {
     return word != 0 && (word & ~kIndex) == 0;
 }
 
+Failure raise_unchanged() { return raise_not_found(word(u"odb.eNoChangesToCommit")); }
+
+// A repository within is one change, whose path ends in a slash.
+std::string_view bare_path(const Change &change) {
+    std::string_view path = change.path;
+    if (path.ends_with('/')) path.remove_suffix(1);
+    return path;
+}
+
 // Renames count as what they are to a tree: one path goes, another comes.
 bool PartialCommit::find_changes() {
-    Owned<PathSpec, zPathSpecFree> wanted(zPathSpecDup(spec_));
+    PathSpecPtr wanted(zPathSpecDup(spec_));
     if (!wanted || !zPathSpecSetOn(wanted.get(),
                                    Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED | Z_SPEC_NO_TYPECHANGE))
         return false;
@@ -152,17 +164,14 @@ bool PartialCommit::find_changes() {
             changes_.push_back({item.path, item.kind, item.word});
             return 0;
         });
-    if (!changes_.empty()) return true;
-    raise_not_found(word(u"odb.eNoChangesToCommit"));
-    return false;
+    return !changes_.empty() || raise_unchanged();
 }
 
 // Where a name was given another case, the index has the new one only, and HEAD still the old one,
 // which the spec may not select. It goes with this commit: no tree may hold both.
 bool PartialCommit::drop_twins() {
     const auto is_new = [](const Change &change) {
-        return change.kind == Z_KIND_ADDED || change.kind == Z_KIND_UNTRACKED ||
-               change.kind == Z_KIND_IGNORED;
+        return change.kind == Z_KIND_ADDED || change.is_new();
     };
     if (std::ranges::none_of(changes_, is_new) || zRepositoryHeadUnborn(index_->owner)) return true;
     const TreePtr head(zTreeHead(index_->owner));
@@ -211,11 +220,32 @@ bool PartialCommit::drop_deleted() {
 }
 
 bool PartialCommit::stage_changed() {
-    for (const Change &change : changes_)
-        if (!is_gone(change) && !is_staged(change.word) &&
-            !stage_named(index_, stager_, change.path.c_str()))
+    std::vector<Change> entered;
+    entered.reserve(changes_.size());
+    for (Change &change : changes_) {
+        const bool done = is_gone(change) || is_staged(change.word);
+        const Staging staging = done ? Staging::staged : stager_.stage(change.path.c_str());
+        if (may_leave_out(change, staging))
+            tell_left_out(change);
+        else if (finish_named(index_, staging, change.path.c_str()))
+            entered.push_back(std::move(change));
+        else
             return false;
-    return true;
+    }
+    changes_ = std::move(entered);
+    return !changes_.empty() || raise_unchanged();
+}
+
+// A new file whose name can't enter would keep everything else from being committed. Who names it
+// is told why.
+bool PartialCommit::may_leave_out(const Change &change, Staging staging) const {
+    if (!change.is_new() || (staging != Staging::refused && staging != Staging::twin)) return false;
+    return !spec_matcher(spec_).names_itself(bare_path(change));
+}
+
+void PartialCommit::tell_left_out(const Change &change) const {
+    const std::u16string path = to_wide(std::string(bare_path(change)));
+    notify_action(spec_->notify, u"action.sSkipped", path.c_str());
 }
 
 // What to do to head's tree, by entries that the index holds by now.

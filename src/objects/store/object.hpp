@@ -4,6 +4,8 @@
 
 #include "common/utf.hpp"
 #include "objects/store/repository.hpp"
+#include "zev/commit.h"
+#include "zev/tree.h"
 
 #include <new>
 
@@ -29,6 +31,9 @@ struct Tag {
 };
 
 namespace zev {
+
+using CommitPtr = Owned<Commit, zCommitFree>;
+using TreePtr = Owned<Tree, zTreeFree>;
 
 template <class Record> struct ObjectKind;
 template <> struct ObjectKind<Object> { static constexpr git_object_t type = GIT_OBJECT_ANY; };
