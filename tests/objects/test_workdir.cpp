@@ -1,8 +1,10 @@
 #include "copy_fixture.hpp"
+#include "system/os.hpp"
 
 #include "zev/workdir.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -188,6 +190,14 @@ TEST_F(WorkdirTest, RenameKeepsWhatStandsInTheWay) {
     EXPECT_EQ(tree(), before); // with the empty directories
     EXPECT_OK(rename(u"a", u"b", true));
     EXPECT_EQ(read(place / "b"), "new");
+    static const auto real = zev::os::calls.rename;
+    zev::os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+        const bool refused = std::string_view(from).ends_with("/tree");
+        return refused ? (errno = EACCES, -1) : real(from, to, flags);
+    };
+    EXPECT_FALSE(rename(u"tree", u"b", true));
+    zev::os::calls.rename = real;
+    EXPECT_EQ(read(place / "b"), "new"); // what was to make way is back
     EXPECT_OK(rename(u"tree", u"b", true));
     EXPECT_OK(rename(u"b", u"hollow", false));
     EXPECT_OK(rename(u"hollow/f", u"deep/in/f", false));
