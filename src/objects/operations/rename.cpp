@@ -21,9 +21,9 @@ struct Moved {
     bool rests;            // the file held what the entry names
 };
 
-class Renaming {
+class Rename {
   public:
-    Renaming(Index *index, const zwchar *from, const zwchar *to)
+    Rename(Index *index, const zwchar *from, const zwchar *to)
         : index_(index), from_(to_utf8(from)), to_(to_utf8(to)), stager_(index) {}
 
     bool check() { return trim(from_) && trim(to_); }
@@ -48,13 +48,13 @@ class Renaming {
 };
 
 // What is tracked at `from` or below; what is not only moves on disk.
-bool Renaming::find() {
+bool Rename::find() {
     struct stat status;
     std::u16string pattern = to_wide(from_);
     const bool is_dir =
         os::lstat(full_path(index_->owner, from_).c_str(), &status) && S_ISDIR(status.st_mode);
     if (is_dir) pattern += u'/';
-    Owned<PathSpec, zPathSpecFree> spec(
+    PathSpecPtr spec(
         zPathSpecNew(pattern.c_str(), Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED));
     if (!spec) return false;
     StatusScan scan(index_, spec.get());
@@ -74,7 +74,7 @@ bool Renaming::find() {
 
 // Before anything moves. To move a conflict would be to resolve it: nobody has looked at the other
 // side yet.
-bool Renaming::can_enter() {
+bool Rename::can_enter() {
     if (!conflict_.empty())
         return raise_args(to_wide(conflict_) + u" (" + zStatusName(Z_KIND_CONFLICTED) + u")");
     for (const Moved &moved : moved_) {
@@ -86,43 +86,45 @@ bool Renaming::can_enter() {
 }
 
 // From the end: what lies behind an entry moves when it goes.
-bool Renaming::drop_old() {
+bool Rename::drop_old() {
     for (auto moved = moved_.rbegin(); moved != moved_.rend(); ++moved)
         if (!index_drop(index_, moved->from.c_str())) return false;
     return true;
 }
 
 // In the order of paths, so that each lies behind the one before.
-bool Renaming::enter_new() {
+bool Rename::enter_new() {
     for (const Moved &moved : moved_)
         if (!enter(moved)) return false;
     return true;
 }
 
-// A file that nobody touched since it was compared need not be read again.
-bool Renaming::enter(const Moved &moved) {
+// A file that nobody touched since it was compared need not be read again. Another one enters as it
+// was first: what is tracked may stay so wherever it lies. A submodule's entry moves alone.
+bool Rename::enter(const Moved &moved) {
     const std::string path = target(moved);
     struct stat status;
     git_index_entry entry = moved.entry;
     entry.path = path.c_str();
-    if (!moved.rests || !os::lstat(full_path(index_->owner, path).c_str(), &status))
-        return stage_named(index_, stager_, path.c_str());
-    entry_set_stat(entry, status);
-    const auto same_time = entry.mtime.seconds == moved.entry.mtime.seconds &&
-                           entry.mtime.nanoseconds == moved.entry.mtime.nanoseconds;
-    if (!same_time || entry.file_size != moved.entry.file_size)
-        return stage_named(index_, stager_, path.c_str());
-    return index_enter(index_, entry);
+    if (entry.mode == GIT_FILEMODE_COMMIT) return index_enter(index_, entry);
+    bool rests = moved.rests && os::lstat(full_path(index_->owner, path).c_str(), &status);
+    if (rests) {
+        entry_set_stat(entry, status);
+        rests = entry.mtime.seconds == moved.entry.mtime.seconds &&
+                entry.mtime.nanoseconds == moved.entry.mtime.nanoseconds &&
+                entry.file_size == moved.entry.file_size;
+    }
+    return index_enter(index_, entry) && (rests || stage_named(index_, stager_, path.c_str()));
 }
 
 } // namespace
 
 bool zIndexRename(Index *index, const zwchar *from, const zwchar *to) try {
     if (!index || !from || !to) return fail_args();
-    Renaming renaming(index, from, to);
+    Rename rename(index, from, to);
     const zwchar *workdir = zRepositoryWorkdir(index->owner);
-    return workdir && renaming.check() && renaming.find() && renaming.can_enter() &&
-           zWorkdirRename(workdir, from, to, false) && renaming.drop_old() && renaming.enter_new();
+    return workdir && rename.check() && rename.find() && rename.can_enter() &&
+           zWorkdirRename(workdir, from, to, false) && rename.drop_old() && rename.enter_new();
 } catch (...) {
     return fail_thrown();
 }

@@ -128,7 +128,7 @@ Index *zIndexByref(Repository *repository, const zwchar *reference) {
     if (!repository) return fail_args();
     const bool head = !reference || std::u16string_view(reference) == u"HEAD";
     if (head && zRepositoryHeadUnborn(repository)) return zIndexNew(repository);
-    Owned<Tree, zTreeFree> tree(zTreeByref(repository, head ? u"HEAD" : reference));
+    TreePtr tree(zTreeByref(repository, head ? u"HEAD" : reference));
     return tree ? zIndexBytree(tree.get()) : nullptr;
 }
 
@@ -237,7 +237,7 @@ Tree *zIndexWriteTree(Index *index) {
 Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *author,
                           const zwchar *message) {
     if (!index || !author || !message) return fail_args();
-    Owned<Tree, zTreeFree> tree(zIndexWriteTree(index));
+    TreePtr tree(zIndexWriteTree(index));
     return tree ? commit_create(reference, author, message, tree.get()) : nullptr;
 }
 
@@ -248,7 +248,7 @@ StatusList *zIndexStatus(Index *index, PathSpec *spec) { return zStatusListBuild
 // Unchanged files are part of a status, so a tracked one counts.
 bool zIndexIsStaged(Index *index, const zwchar *path) {
     if (!index || !path) return fail_args();
-    Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(path, Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED));
+    PathSpecPtr spec(zPathSpecNew(path, Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED));
     if (!spec) return false;
     Owned<StatusList, zStatusListFree> list(zStatusListBuild(index, spec.get()));
     return list && zStatusListLength(list.get()) > 0;

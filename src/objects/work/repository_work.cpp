@@ -12,7 +12,9 @@
 #include "zev/stream.h"
 #include "zev/tree.h"
 
-#include "common/guard.hpp"
+#include "objects/store/object.hpp"
+#include "objects/store/pathspec.hpp"
+#include "objects/work/gitkeep.hpp"
 
 using namespace zev;
 
@@ -29,7 +31,8 @@ bool copy_blob(Odb *from, Odb *to, const TreeEntry *entry, Oid *id) {
 bool copy_skeleton(Tree *tree, Repository *from, Repository *to, TreeBuilder *builder) {
     auto source = Owned<Odb, zOdbFree>(zOdbOpen(from));
     auto target = Owned<Odb, zOdbFree>(zOdbOpen(to));
-    auto spec = Owned<PathSpec, zPathSpecFree>(zPathSpecNew(u"*.gitkeep", 0));
+    const std::u16string keep_files = std::u16string(u"*").append(kKeepFileWide);
+    auto spec = PathSpecPtr(zPathSpecNew(keep_files.c_str(), 0));
     if (!source || !target || !spec) return false;
     auto paths = Owned<Vector, zPathListFree>(zTreeMatch(tree, spec.get()));
     if (!paths) return false;
@@ -55,11 +58,11 @@ Index *zRepositoryIndex(Repository *repository, bool lock) { return zIndexHead(r
 
 bool zRepositoryInitFrom(Repository *repository, Repository *from) {
     if (!repository || !from) return false;
-    auto tree = Owned<Tree, zTreeFree>(zTreeHead(from));
+    auto tree = TreePtr(zTreeHead(from));
     auto builder = Owned<TreeBuilder, zTreeBuilderFree>(zTreeBuilderNew(repository, nullptr));
     if (!tree || !builder) return false;
     if (!copy_skeleton(tree.get(), from, repository, builder.get())) return false;
-    auto skeleton = Owned<Tree, zTreeFree>(zTreeBuilderWrite(builder.get(), repository));
+    auto skeleton = TreePtr(zTreeBuilderWrite(builder.get(), repository));
     if (!skeleton) return false;
     const zwchar *message = zI18nTextLookup(zI18nCurrentLang(), u"admin.sLogCreateFromTemplate");
     zCommitFree(zCommitCreate(u"HEAD", u"admin", message, skeleton.get()));
