@@ -51,16 +51,23 @@ TEST_F(DiffListTest, TreesByRecord) {
 }
 
 TEST_F(DiffListTest, OnlyIdenticalContentIsARename) {
-    TreePtr from = tree({{u"a", "moved as it is"}, {u"b", "moved and changed"}, {u"c", "twice"}});
-    TreePtr to = tree({{u"a2", "moved as it is"},
+    TreePtr from = tree({{u"0/empty", ""},
+                         {u"0/keep", ""},
+                         {u"a", "moved as it is"},
+                         {u"b", "moved and changed"},
+                         {u"c", "twice"}});
+    TreePtr to = tree({{u"1/keep", ""}, // of the same name, though another comes first
+                       {u"a2", "moved as it is"},
                        {u"b2", "moved and changed!"},
                        {u"c2", "twice"},
                        {u"c3", "twice"}});
     DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
-    EXPECT_EQ(told(list.get()), "4 a>a2;2 b>b;1 b2>b2;4 c>c2;1 c3>c3;");
+    EXPECT_EQ(told(list.get()),
+              "2 0/empty>0/empty;4 0/keep>1/keep;4 a>a2;2 b>b;1 b2>b2;4 c>c2;1 c3>c3;");
     DiffPtr plain(zDiffTreeToTree(
         from.get(), to.get(), spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED).get(), nullptr));
-    EXPECT_EQ(told(plain.get()), "2 a>a;1 a2>a2;2 b>b;1 b2>b2;2 c>c;1 c2>c2;1 c3>c3;");
+    EXPECT_EQ(told(plain.get()), "2 0/empty>0/empty;2 0/keep>0/keep;1 1/keep>1/keep;"
+                                 "2 a>a;1 a2>a2;2 b>b;1 b2>b2;2 c>c;1 c2>c2;1 c3>c3;");
     // The other half of a rename lies outside: then it is none.
     DiffPtr half(zDiffTreeToTree(from.get(), to.get(), spec({u"a2"}).get(), nullptr));
     EXPECT_EQ(told(half.get()), "1 a2>a2;");

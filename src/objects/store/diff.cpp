@@ -187,7 +187,8 @@ namespace zev {
 std::vector<size_t> pair_identical(const git_diff *diff) {
     const auto side = [&](size_t i, git_delta_t status, git_diff_file git_diff_delta::*file) {
         const git_diff_delta *delta = git_diff_get_delta(diff, i);
-        return delta->status == status && is_file(delta->*file) ? &(delta->*file).id : nullptr;
+        const git_diff_file &end = delta->*file;
+        return delta->status == status && is_file(end) ? Moved{&end.id, end.path} : Moved{};
     };
     return pair_identical(
         git_diff_num_deltas(diff),

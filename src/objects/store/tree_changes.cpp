@@ -201,12 +201,13 @@ std::unique_ptr<DiffEntry> make_entry(const Change &change) {
 }
 
 std::vector<size_t> find_renames(const std::vector<Change> &changes) {
-    const auto id_if = [&](size_t i, int32_t kind, git_oid Change::*id) {
-        return kind_of(changes[i]) == kind ? &(changes[i].*id) : nullptr;
+    const auto end_if = [&](size_t i, int32_t kind, git_oid Change::*id) {
+        const Change &change = changes[i];
+        return kind_of(change) == kind ? Moved{&(change.*id), change.path.c_str()} : Moved{};
     };
     return pair_identical(
-        changes.size(), [&](size_t i) { return id_if(i, Z_KIND_DELETED, &Change::old_id); },
-        [&](size_t i) { return id_if(i, Z_KIND_ADDED, &Change::new_id); });
+        changes.size(), [&](size_t i) { return end_if(i, Z_KIND_DELETED, &Change::old_id); },
+        [&](size_t i) { return end_if(i, Z_KIND_ADDED, &Change::new_id); });
 }
 
 DiffListPtr make_list(const std::vector<Change> &changes, bool renames) {
