@@ -195,22 +195,28 @@ TEST_F(StatusTest, RenamesOfALargeDirectory) {
               Z_KIND_RENAMED);
 }
 
-// A clone has an empty directory in place of each submodule.
-TEST_F(StatusTest, SubmodulesThatAreNotHere) {
-    put("a", "1");
+// A clone has an empty directory in place of each submodule, and of a sparse one only a part is
+// checked out.
+TEST_F(StatusTest, WhatTheWorkDirectoryNeedNotHold) {
+    for (auto path : {"a", "sparse"}) put(path, "1");
+    add({u"*"});
+    git(place, "update-index --skip-worktree sparse");
+    std::filesystem::remove(place / "sparse");
     git(place, "update-index --add --cacheinfo 160000," + std::string(40, 'a') + ",sub/mod");
     std::filesystem::create_directories(place / "sub/mod");
     commit_all();
     EXPECT_EQ(git(place, "ls-tree -r HEAD sub").substr(0, 6), "160000");
-    const Kinds clean{{"a", Z_KIND_UNCHANGED}, {"sub/mod", Z_KIND_UNCHANGED}};
+    const Kinds clean{
+        {"a", Z_KIND_UNCHANGED}, {"sparse", Z_KIND_UNCHANGED}, {"sub/mod", Z_KIND_UNCHANGED}};
     EXPECT_EQ(status(), clean);
+    EXPECT_EQ(zStatusFile(repository.get(), u"sparse"), Z_KIND_UNCHANGED);
     put("a", "22");
     IndexPtr index = lock();
     const SpecPtr all = spec({u"*"});
     ASSERT_OK(zIndexRefresh(index.get(), all.get()));
     ASSERT_OK(CommitPtr(zIndexCommit(index.get(), all.get(), u"HEAD", u"Ada", u"a")));
     index.reset();
-    EXPECT_EQ(git(place, "ls-tree -r HEAD sub").substr(0, 6), "160000");
+    EXPECT_EQ(git(place, "ls-tree -r --name-only HEAD"), "a\nsparse\nsub/mod");
     EXPECT_EQ(git(place, "status --porcelain"), "");
     EXPECT_EQ(status(), clean);
 }

@@ -10,10 +10,18 @@
 
 namespace zev {
 
+bool is_sparse(git_index *index, const char *path) {
+    const git_index_entry *entry = git_index_get_bypath(index, path, 0);
+    return entry && entry->flags_extended & GIT_INDEX_ENTRY_SKIP_WORKTREE;
+}
+
 DiffLimit::DiffLimit(PathSpec *spec, git_diff_options &options)
     : options_(options), matcher_(spec ? &spec_matcher(spec) : nullptr) {
     if (matcher_ && matcher_->all()) matcher_ = nullptr;
-    if (!matcher_) return;
+    if (matcher_) ask();
+}
+
+void DiffLimit::ask() {
     options_.notify_cb = selects;
     options_.payload = this;
 }
@@ -22,7 +30,9 @@ DiffLimit::DiffLimit(PathSpec *spec, git_diff_options &options)
 int DiffLimit::selects(const git_diff *, const git_diff_delta *delta, const char *, void *self) {
     auto *limit = static_cast<DiffLimit *>(self);
     try {
-        return limit->matcher_->matches(delta->new_file.path) ? 0 : 1;
+        if (limit->matcher_ && !limit->matcher_->matches(delta->new_file.path)) return 1;
+        const bool gone = delta->status == GIT_DELTA_DELETED;
+        return gone && limit->index_ && is_sparse(limit->index_, delta->old_file.path) ? 1 : 0;
     } catch (...) {
         limit->thrown_ = true;
         return -1;
@@ -56,6 +66,8 @@ bool is_ascii(const std::string &text) {
 } // namespace
 
 void DiffLimit::narrow(const Repository *repository, git_index *index, git_tree *head) {
+    index_ = index;
+    ask();
     const auto *names = matcher_ ? matcher_->names() : nullptr;
     if (!names) return;
     for (const Matcher::Name &name : *names)

@@ -83,8 +83,12 @@ bool zStatusForeach(Index *index, PathSpec *spec, StatusCallback callback, void 
 int32_t zStatusFile(Repository *repository, const zwchar *path) try {
     if (!repository || !path) return fail_args(), -1;
     unsigned word = 0;
-    int code = git_status_file(&word, repository->handle.get(), to_utf8(path).c_str());
+    const std::string name = to_utf8(path);
+    git::Index index;
+    int code = git_status_file(&word, repository->handle.get(), name.c_str());
+    if (!code) code = git_repository_index(out(index), repository->handle.get());
     if (code < 0) return fail_git(code), -1;
+    if (is_sparse(index.get(), name.c_str())) word &= ~unsigned{GIT_STATUS_WT_DELETED};
     return kind_of(word);
 } catch (...) {
     return fail_thrown(), -1;
