@@ -142,6 +142,23 @@ TEST_F(PartialCommitTest, StagedAsItWasAddedUnlessTheFileChangedSince) {
     EXPECT_EQ(git(place, "status --porcelain"), "");
 }
 
+// `git add -N`: named as to be added, without content.
+TEST_F(PartialCommitTest, PlannedFilesEnterWhenTheyAreStaged) {
+    for (auto name : {"a", "empty", "planned"}) put(name, name[0] == 'e' ? "" : "1");
+    git(place, "add a");
+    git(place, "add -N empty planned");
+    {
+        IndexPtr index = lock();
+        ASSERT_OK(CommitPtr(zIndexCommit(index.get(), nullptr, u"HEAD", u"Ada", u"whole")));
+    }
+    EXPECT_EQ(files(), "a");
+    EXPECT_EQ(git(place, "status --porcelain"), " A empty\n A planned");
+    ASSERT_OK(commit_only({u"empty", u"planned"}));
+    EXPECT_EQ(git(place, "status --porcelain"), "");
+    EXPECT_EQ(files(), "a\nempty\nplanned");
+    expect_sound();
+}
+
 TEST_F(PartialCommitTest, AConflictStopsIt) {
     put("a", "base");
     commit_all();

@@ -114,6 +114,7 @@ class PartialCommit {
   public:
     PartialCommit(Index *index, PathSpec *spec) : index_(index), spec_(spec), stager_(index) {}
 
+    bool find_head();
     bool find_changes();
     bool drop_twins();
     bool check_kinds() const;
@@ -122,6 +123,7 @@ class PartialCommit {
     TreePtr build_tree();
 
   private:
+    bool is_staged(const Change &change) const;
     bool may_leave_out(const Change &change, Staging staging) const;
     void tell_left_out(const Change &change) const;
     bool is_gone(const Change &change) const {
@@ -134,13 +136,17 @@ class PartialCommit {
     Index *index_;
     PathSpec *spec_;
     Stager stager_;
+    TreePtr head_; // null while it is not born
     std::vector<Change> changes_;
 };
 
-// The index already holds what the file holds: it need not be read and stored once more.
-bool is_staged(uint32_t word) {
+// The index already holds what the file holds: it need not be read and stored once more. An entry
+// that says no more than that the file is to be added holds nothing.
+bool PartialCommit::is_staged(const Change &change) const {
     constexpr uint32_t kIndex = GIT_STATUS_INDEX_NEW | GIT_STATUS_INDEX_MODIFIED;
-    return word != 0 && (word & ~kIndex) == 0;
+    if (change.word == 0 || (change.word & ~kIndex) != 0) return false;
+    const auto *entry = git_index_get_bypath(index_->handle.get(), change.path.c_str(), 0);
+    return !entry || !(entry->flags_extended & GIT_INDEX_ENTRY_INTENT_TO_ADD);
 }
 
 Failure raise_unchanged() { return raise_not_found(word(u"odb.eNoChangesToCommit")); }
@@ -150,6 +156,12 @@ std::string_view bare_path(const Change &change) {
     std::string_view path = change.path;
     if (path.ends_with('/')) path.remove_suffix(1);
     return path;
+}
+
+bool PartialCommit::find_head() {
+    if (zRepositoryHeadUnborn(index_->owner)) return true;
+    head_.reset(zTreeHead(index_->owner));
+    return head_ != nullptr;
 }
 
 // Renames count as what they are to a tree: one path goes, another comes.
@@ -173,10 +185,8 @@ bool PartialCommit::drop_twins() {
     const auto is_new = [](const Change &change) {
         return change.kind == Z_KIND_ADDED || change.is_new();
     };
-    if (std::ranges::none_of(changes_, is_new) || zRepositoryHeadUnborn(index_->owner)) return true;
-    const TreePtr head(zTreeHead(index_->owner));
-    if (!head) return false;
-    HeadTwins twins(head.get());
+    if (!head_ || std::ranges::none_of(changes_, is_new)) return true;
+    HeadTwins twins(head_.get());
     std::vector<Change> gone;
     for (const Change &change : changes_) {
         if (!is_new(change)) continue;
@@ -223,7 +233,7 @@ bool PartialCommit::stage_changed() {
     std::vector<Change> entered;
     entered.reserve(changes_.size());
     for (Change &change : changes_) {
-        const bool done = is_gone(change) || is_staged(change.word);
+        const bool done = is_gone(change) || is_staged(change);
         const Staging staging = done ? Staging::staged : stager_.stage(change.path.c_str());
         if (may_leave_out(change, staging))
             tell_left_out(change);
@@ -270,18 +280,16 @@ std::vector<git_tree_update> PartialCommit::updates() const {
 // Head's tree with the changes: only directories on the way to a change are read and written.
 // Null without a failure worth raising when a file stands where a directory was, or the like.
 TreePtr PartialCommit::update_head() {
-    if (zRepositoryHeadUnborn(index_->owner)) return nullptr;
-    TreePtr head(zTreeHead(index_->owner));
-    if (!head) return nullptr;
+    if (!head_) return nullptr;
     auto changes = updates();
     std::erase_if(changes, [&](const git_tree_update &change) { // staged, then deleted
         git::Entry entry;
         return change.action == GIT_TREE_UPDATE_REMOVE &&
-               git_tree_entry_bypath(out(entry), head->handle.get(), change.path) < 0;
+               git_tree_entry_bypath(out(entry), head_->handle.get(), change.path) < 0;
     });
     git_oid id;
     StrictOff off;
-    int code = git_tree_create_updated(&id, index_->owner->handle.get(), head->handle.get(),
+    int code = git_tree_create_updated(&id, index_->owner->handle.get(), head_->handle.get(),
                                        changes.size(), changes.data());
     return TreePtr(code < 0 ? nullptr : zTreeByid(index_->owner, git::oid(&id)));
 }
@@ -300,9 +308,14 @@ TreePtr PartialCommit::rebuild() {
     return TreePtr(zIndexWriteTree(whole.get()));
 }
 
+// What changed may come to nothing: a submodule's own files, line ends that a filter evens out.
 TreePtr PartialCommit::build_tree() {
     TreePtr tree = update_head();
-    return tree ? std::move(tree) : rebuild();
+    if (!tree) tree = rebuild();
+    if (!tree || !head_ ||
+        !git_oid_equal(git_tree_id(tree->handle.get()), git_tree_id(head_->handle.get())))
+        return tree;
+    return raise_unchanged(), nullptr;
 }
 
 // The index's file as it was; the failure that led here stays the one that is told. Freeing the
@@ -341,8 +354,8 @@ static TreePtr tree_to_commit(Index *index, PathSpec *spec) {
         tree.reset(zIndexWriteTree(index));
     } else {
         PartialCommit commit(index, spec);
-        if (commit.find_changes() && commit.drop_twins() && commit.check_kinds() &&
-            commit.drop_deleted() && commit.stage_changed())
+        if (commit.find_head() && commit.find_changes() && commit.drop_twins() &&
+            commit.check_kinds() && commit.drop_deleted() && commit.stage_changed())
             tree = commit.build_tree();
     }
     return bulk->finish() ? std::move(tree) : nullptr;

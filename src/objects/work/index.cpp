@@ -68,6 +68,27 @@ bool check_places(git_index *index) {
     return true;
 }
 
+bool is_planned(const git_index_entry *entry) {
+    return entry->flags_extended & GIT_INDEX_ENTRY_INTENT_TO_ADD;
+}
+
+bool has_planned(git_index *index) {
+    for (size_t i = 0, count = git_index_entrycount(index); i < count; ++i)
+        if (is_planned(git_index_get_byindex(index, i))) return true;
+    return false;
+}
+
+// Entries that only say that a file is to be added have no content to commit.
+IndexPtr without_planned(Index *index) {
+    IndexPtr copy(zIndexDup(index));
+    for (size_t i = copy ? git_index_entrycount(copy->handle.get()) : 0; i-- > 0;) {
+        const git_index_entry *entry = git_index_get_byindex(copy->handle.get(), i);
+        if (is_planned(entry) && !index_drop(copy.get(), std::string(entry->path).c_str()))
+            return nullptr;
+    }
+    return copy;
+}
+
 } // namespace
 
 namespace zev {
@@ -224,6 +245,10 @@ bool zIndexWalk(Index *index, IndexCallback callback, void *context) {
 Tree *zIndexWriteTree(Index *index) {
     if (!index) return fail_args();
     if (!check_places(index->handle.get())) return nullptr;
+    if (has_planned(index->handle.get())) {
+        const IndexPtr whole = without_planned(index);
+        return whole ? zIndexWriteTree(whole.get()) : nullptr;
+    }
     git_oid id;
     int code = 0;
     {
