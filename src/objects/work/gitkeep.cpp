@@ -26,10 +26,7 @@ class KeepFiles {
 
     bool ensure(const std::string &directory);
     bool ensure_below(const std::string &directory); // and in itself
-    bool is_ours(const std::string &directory) {
-        return path_can_enter(directory) && !nested_.hold(keep_file_of(directory)) &&
-               !is_ignored(directory);
-    }
+    bool is_ours(const std::string &directory);
 
   private:
     bool is_ignored(const std::string &directory) const;
@@ -40,12 +37,17 @@ class KeepFiles {
     NestedRepositories nested_;
 };
 
-// What is tracked is not ignored, whatever rule there is. The directory is asked for too: a rule
-// for all keep-files doesn't bring it back.
-bool KeepFiles::is_ignored(const std::string &directory) const {
+bool KeepFiles::is_ours(const std::string &directory) {
     const std::string keep = keep_file_of(directory);
-    if (git_index_get_bypath(index_->handle.get(), keep.c_str(), 0)) return false;
-    for (const std::string &path : {directory + "/", keep}) {
+    if (!path_can_enter(directory) || full_path(index_->owner, keep).size() >= Z_PATH_MAX - 1)
+        return false;
+    if (git_index_get_bypath(index_->handle.get(), keep.c_str(), 0)) return true;
+    return !nested_.hold(keep) && !is_ignored(directory);
+}
+
+// The directory is asked for too: a rule for all keep-files doesn't bring it back.
+bool KeepFiles::is_ignored(const std::string &directory) const {
+    for (const std::string &path : {directory + "/", keep_file_of(directory)}) {
         int ignored = 0;
         git_repository *repository = index_->owner->handle.get();
         if (!git_ignore_path_is_ignored(&ignored, repository, path.c_str()) && ignored) return true;
@@ -53,9 +55,12 @@ bool KeepFiles::is_ignored(const std::string &directory) const {
     return false;
 }
 
-// Failing to make one raises, and what stands there is added all the same.
+// Failing to make one raises, and what stands there is added all the same. One that differs from
+// a tracked one in case only is that one where case doesn't count.
 bool KeepFiles::ensure(const std::string &directory) {
     const std::string path = keep_file_of(directory);
+    const bool known = git_index_get_bypath(index_->handle.get(), path.c_str(), 0);
+    if (!known && index_has_twin(index_, path)) return true;
     const std::u16string full = full_path(index_->owner, path);
     struct stat status;
     if (!os::lstat(full.c_str(), &status) || !S_ISREG(status.st_mode)) make(full);

@@ -39,6 +39,7 @@ class IndexUpdate {
   private:
     template <class F> bool in_bulk(F work);
     bool add_all();
+    void tell_nested();
     bool refresh_all(); // tracked files only
     size_t count() const { return git_diff_num_deltas(diff_.get()); }
     bool add_one(const char *path);
@@ -76,7 +77,18 @@ bool IndexUpdate::add() {
     return in_bulk([this] { return add_all(); });
 }
 
+// Names of files that lie in another repository, of which the comparison says nothing.
+void IndexUpdate::tell_nested() {
+    const auto *names = spec_matcher(spec_).names();
+    if (!names) return;
+    NestedRepositories nested(index_);
+    for (const Matcher::Name &name : *names)
+        if (nested.hold(name.path))
+            notify_action(notify_, u"action.sSkipped", to_wide(name.path).c_str());
+}
+
 bool IndexUpdate::add_all() {
+    tell_nested();
     for (size_t i = 0; i < count(); ++i) {
         if (zNotifyIsUsrbrk(notify_)) return raise_canceled();
         if (!add_one(git_diff_get_delta(diff_.get(), i)->new_file.path)) return false;
