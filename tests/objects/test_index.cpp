@@ -126,6 +126,9 @@ TEST_F(IndexTest, RepositoriesWithinAreLeftAlone) {
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(git(place, "ls-files -s inner").substr(0, 48),
               "160000 " + git(place / "inner", "rev-parse HEAD") + " ");
+    for (auto [from, to] : {std::pair{u"inner", u"b"}, {u"a", u"inner/a"}})
+        EXPECT_TRUE(!zIndexRename(index.get(), from, to) && zErrorClass() == 2) << narrow(from);
+    EXPECT_TRUE(fs::exists(place / "inner/f") && fs::exists(place / "a"));
     fs::remove_all(place / "inner");
     put("inner/mine", "1");
     EXPECT_FALSE(zIndexAddBypath(index.get(), u"inner/mine")); // a submodule that is not here

@@ -28,7 +28,7 @@ class Rename {
 
     bool check() { return trim(from_) && trim(to_); }
     bool find();
-    bool can_enter();
+    bool can_move();
     bool drop_old();
     bool enter_new();
 
@@ -42,7 +42,8 @@ class Rename {
 
     Index *index_;
     std::string from_, to_;
-    std::string conflict_; // a path in conflict that would have to move
+    std::string conflict_;  // a path in conflict that would have to move
+    std::string submodule_; // one that would
     Stager stager_;
     std::vector<Moved> moved_;
 };
@@ -53,6 +54,8 @@ bool Rename::find() {
     std::u16string pattern = to_wide(from_);
     const bool is_dir =
         os::lstat(full_path(index_->owner, from_).c_str(), &status) && S_ISDIR(status.st_mode);
+    const auto *known = git_index_get_bypath(index_->handle.get(), from_.c_str(), 0);
+    if (known && known->mode == GIT_FILEMODE_COMMIT) submodule_ = from_;
     if (is_dir) pattern += u'/';
     PathSpecPtr spec(
         zPathSpecNew(pattern.c_str(), Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED));
@@ -65,6 +68,7 @@ bool Rename::find() {
     scan.each([&](const StatusItem &item) {
         const auto *entry = git_index_get_bypath(index_->handle.get(), item.path, 0);
         if (item.kind == Z_KIND_CONFLICTED) conflict_ = item.path;
+        if (entry && entry->mode == GIT_FILEMODE_COMMIT) submodule_ = item.path;
         if (entry && item.kind != Z_KIND_MISSING)
             moved_.push_back({item.path, *entry, (item.word & kWorkdir) == 0});
         return 0;
@@ -73,13 +77,16 @@ bool Rename::find() {
 }
 
 // Before anything moves. To move a conflict would be to resolve it: nobody has looked at the other
-// side yet.
-bool Rename::can_enter() {
+// side yet. A submodule's place is written down in its own settings and in ours.
+bool Rename::can_move() {
     if (!conflict_.empty())
         return raise_args(to_wide(conflict_) + u" (" + zStatusName(Z_KIND_CONFLICTED) + u")");
+    if (!submodule_.empty()) return raise_args(submodule_);
+    NestedRepositories nested(index_);
     for (const Moved &moved : moved_) {
         const std::string path = target(moved);
         if (!check_path(path)) return false;
+        if (nested.hold(path)) return raise_args(path);
         if (index_has_twin(index_, path)) return raise_exists(path);
     }
     return true;
@@ -100,13 +107,13 @@ bool Rename::enter_new() {
 }
 
 // A file that nobody touched since it was compared need not be read again. Another one enters as it
-// was first: what is tracked may stay so wherever it lies. A submodule's entry moves alone.
+// was first: what is tracked may stay so wherever it lies. What is not checked out has no file.
 bool Rename::enter(const Moved &moved) {
     const std::string path = target(moved);
     struct stat status;
     git_index_entry entry = moved.entry;
     entry.path = path.c_str();
-    if (entry.mode == GIT_FILEMODE_COMMIT) return index_enter(index_, entry);
+    if (entry.flags_extended & GIT_INDEX_ENTRY_SKIP_WORKTREE) return index_enter(index_, entry);
     bool rests = moved.rests && os::lstat(full_path(index_->owner, path).c_str(), &status);
     if (rests) {
         entry_set_stat(entry, status);
@@ -123,7 +130,7 @@ bool zIndexRename(Index *index, const zwchar *from, const zwchar *to) try {
     if (!index || !from || !to) return fail_args();
     Rename rename(index, from, to);
     const zwchar *workdir = zRepositoryWorkdir(index->owner);
-    return workdir && rename.check() && rename.find() && rename.can_enter() &&
+    return workdir && rename.check() && rename.find() && rename.can_move() &&
            zWorkdirRename(workdir, from, to, false) && rename.drop_old() && rename.enter_new();
 } catch (...) {
     return fail_thrown();
