@@ -35,13 +35,13 @@ void find_changes(Revision *revision) {
     if (revision->changes) zRevdbInsert(db.get(), &revision->id, revision);
 }
 
-// The entry of a name in a tree, loaded; null with libgit2's error.
+// The entry of a name in a tree, loaded; else null, with the reason raised.
 git::Object entry_object(const git::Object &tree, std::string_view name) {
     git::Object object;
     if (git_object_type(tree.get()) != GIT_OBJECT_TREE) return raise_not_found(), git::Object();
     auto *handle = reinterpret_cast<git_tree *>(tree.get());
     const git_tree_entry *entry = git_tree_entry_byname(handle, std::string(name).c_str());
-    if (!entry) return fail_git(GIT_ENOTFOUND), git::Object();
+    if (!entry) return raise_not_found(std::string(name)), git::Object(); // libgit2 gives no reason
     const int code = git_object_lookup(out(object), git_tree_owner(handle),
                                        git_tree_entry_id(entry), GIT_OBJECT_ANY);
     if (code < 0) fail_git(code);
