@@ -43,7 +43,8 @@ ZEV_API const zwchar *zIndexPath(const Index *index);
 ZEV_API bool zIndexFindPrefix(uint64_t *position, Index *index, const zwchar *prefix);
 ZEV_API bool zIndexWalk(Index *index, IndexCallback callback, void *context);
 
-// The index as a tree, and that as a commit on a reference (null for none), synced.
+// The index as a tree, without entries that are only planned; class 4 with the path for a file
+// below another one. That as a commit on a reference (null for none), synced.
 ZEV_API Tree *zIndexWriteTree(Index *index);
 ZEV_API Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *author,
                                   const zwchar *message);
@@ -109,9 +110,10 @@ ZEV_API bool zIndexRemoveDirectory(Index *index, const zwchar *path);
 
 // Adds what the spec selects and what differs from the index; untracked files that are ignored
 // stay out. Each file is told by the spec's notify: added, or skipped when it is gone, is no
-// file, or its path may not enter. A copied drawing is given a table of its own first. A file
-// that can't be read ends it: false, told as aborted. A user break: class 6, told as canceled.
-// No patterns: class 3.
+// file, or its path may not enter. A directory with a `.git` of its own, and one that is tracked as
+// a submodule, is another repository's: its files stay out, and it is told as skipped. A copied
+// drawing is given a table of its own first. A file that can't be read ends it: false, told as
+// aborted. A user break: class 6, told as canceled. No patterns: class 3.
 ZEV_API bool zIndexAdd(Index *index, PathSpec *spec);
 
 // Takes changes and losses of tracked files into the index, without telling. No patterns:
@@ -120,7 +122,7 @@ ZEV_API bool zIndexRefresh(Index *index, PathSpec *spec);
 
 // Moves a file or directory on disk, and the entries of what is tracked there. Untracked and
 // ignored files only move. False with nothing moved when there is no source, when the target is
-// in the way (code 17), when a new path may not enter, or for a conflict (class 2).
+// in the way (code 17), when a new path may not enter, or for a conflict or a submodule (class 2).
 ZEV_API bool zIndexRename(Index *index, const zwchar *from, const zwchar *to);
 
 // Takes what the spec selects into the trash and out of the index, whose file follows on the way.
@@ -141,7 +143,8 @@ ZEV_API bool zIndexRevert(Index *index, PathSpec *spec);
 
 // Commits the whole index, or with a spec HEAD and the selected changes alone, staging them on
 // the way; whatever else is staged stays so. Of two paths that differ in case only, that of the
-// index takes the place of HEAD's. Writes the index, syncs, moves the reference, and
+// index takes the place of HEAD's. New files whose names can't enter are told by the spec's notify
+// as skipped, unless a pattern names one exactly. Writes the index, syncs, moves the reference, and
 // syncs again. Null when it failed: class 3 without changes, class 2 with path and state for one
 // that can't be committed, such as a conflict. A locked index's file is then as it was, but for one
 // that was written under this lock before: there what was staged on the way stays so.
@@ -150,7 +153,7 @@ ZEV_API Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *referen
 
 // Makes and adds an empty `.gitkeep` in each directory below and at `path`, if that is one, and
 // in each above it, the work directory itself left out. What has that name already, a link too,
-// is added as it is.
+// is added as it is. Directories of other repositories get none, nor those that are ignored.
 ZEV_API bool zIndexFixupGitkeep(Index *index, const zwchar *path);
 
 ZEV_END

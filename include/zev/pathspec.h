@@ -1,7 +1,7 @@
 // PathSpec: which files an operation applies to, which kinds of change, and who is told.
 //
 // Patterns are paths below the work directory, with forward slashes. Case is disregarded, of all
-// scripts. Without patterns everything is selected.
+// scripts. Without patterns, and by `.` or `./`, everything is selected.
 //   as they are     `*` stands for any text, slashes too, `?` for one character; a backslash
 //                   takes the next character as it is. A pattern without wildcards selects the
 //                   file of that name, or the directory with all below it. All other characters,

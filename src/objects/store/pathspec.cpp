@@ -1,3 +1,5 @@
+// Path specs, and the matcher that is made of one at its first use. Whatever changes patterns or
+// options drops the matcher; names without wildcards cost a path one look-up a directory level.
 #include "objects/store/pathspec.hpp"
 
 #include "common/failure.hpp"

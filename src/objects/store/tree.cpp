@@ -1,3 +1,5 @@
+// Trees and their entries: looking up, walking, and finding what a spec selects. Entries are
+// copies; only directories that a walk needs are read, since a client may hold a part of the store.
 #include "objects/store/tree.hpp"
 
 #include "objects/store/object.hpp"

@@ -39,8 +39,7 @@ class KeepFiles {
 
 bool KeepFiles::is_ours(const std::string &directory) {
     const std::string keep = keep_file_of(directory);
-    if (!path_can_enter(directory) || full_path(index_->owner, keep).size() >= Z_PATH_MAX - 1)
-        return false;
+    if (!path_can_enter(directory) || is_too_long(index_, keep)) return false;
     if (git_index_get_bypath(index_->handle.get(), keep.c_str(), 0)) return true;
     return !nested_.hold(keep) && !is_ignored(directory);
 }

@@ -159,6 +159,9 @@ class Stager {
 bool stage_named(Index *index, Stager &stager, const char *path);
 bool finish_named(Index *index, Staging done, const char *path); // what stage() has given
 
+// Whether the full path has more units than the system layer takes.
+bool is_too_long(const Index *index, std::string_view path);
+
 // Whether a path that a caller named lies in the work directory itself, not behind a link: what is
 // there is not ours, and entering it would put the link's own entry out. Raises class 2.
 bool check_above(const Index *index, const zwchar *path); // may throw

@@ -65,11 +65,6 @@ uint32_t mode_for(const struct stat &status, const git_index_entry *known) {
     return known && S_ISREG(known->mode) ? known->mode : uint32_t{GIT_FILEMODE_BLOB};
 }
 
-// No call of the system layer reaches it.
-bool is_too_long(const Index *index, const char *path) {
-    return full_path(index->owner, path).size() >= Z_PATH_MAX - 1;
-}
-
 } // namespace
 
 namespace zev {
@@ -225,6 +220,10 @@ Stager::Read Stager::store_blocks(git_oid *id, FILE *file, uint64_t size) {
 bool check_above(const Index *index, const zwchar *path) {
     const zwchar *workdir = zRepositoryWorkdir(index->owner);
     return workdir && check_links(workdir, path);
+}
+
+bool is_too_long(const Index *index, std::string_view path) {
+    return full_path(index->owner, path).size() >= Z_PATH_MAX - 1;
 }
 
 bool finish_named(Index *index, Staging done, const char *path) {

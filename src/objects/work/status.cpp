@@ -1,3 +1,5 @@
+// A status as a list of records, or told one by one; the comparison itself is a StatusScan. The
+// list holds copies of all, so that it outlives scan and index.
 #include "objects/work/status.hpp"
 
 #include "common/failure.hpp"
