@@ -54,7 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     try {
         dxf::Document document = dxf::split(bytes, "fuzz.dxf");
         rebuild(document.parts, bytes);
-        std::string summary = dxf::summarize(document);
+        std::string summary = dxf::summary_text(dxf::summarize(document).get());
+        dxf::digest_in(bytes);
         host::OwnedJson json(zJsonReadTextual(zStrfromutf8(summary.c_str())));
         if (!json) abort();
     } catch (const host::Failed &failed) {

@@ -13,6 +13,7 @@
 #include "zev/config.h"
 #include "zev/conflict.h"
 #include "zev/diff.h"
+#include "zev/digest.h"
 #include "zev/dir.h"
 #include "zev/drawing.h"
 #include "zev/error.h"

@@ -170,7 +170,7 @@ TEST(DxfLayout, RefusesWhatDoesNotFit) {
 
 TEST(DxfSummary, CountsKindsAndLayers) {
     const std::string bytes = test_data("plan.dxf");
-    std::string text = dxf::summarize(dxf::split(bytes, "t"));
+    std::string text = dxf::summary_text(dxf::summarize(dxf::split(bytes, "t")).get());
     auto json = test::guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree);
     ASSERT_TRUE(json) << text;
     EXPECT_EQ(zJsonPathGetInt(json.get(), u"objects"), 15);
@@ -183,7 +183,7 @@ TEST(DxfSummary, CountsKindsAndLayers) {
     std::string odd = "0\nSECTION\n2\nHEADER\n9\n$EXTMIN\n10\ninf\n20\nnan\n30\n0\n"
                       "9\n$EXTMAX\n10\n-inf\n20\n1e999\n0\nENDSEC\n" +
                       entities("0\nA\x01\xFF\n8\nL\x02\t\n");
-    std::string summary = dxf::summarize(dxf::split(odd, "t"));
+    std::string summary = dxf::summary_text(dxf::summarize(dxf::split(odd, "t")).get());
     auto second = test::guard(zJsonReadTextual(test::wide(summary).c_str()), zJsonFree);
     EXPECT_TRUE(second) << summary;
 }

@@ -1,6 +1,9 @@
+// Export: the rows of a drawing, in the order of its layout, once they have proved to be those that
+// were imported.
 #include "dxf/drawing.hpp"
 #include "dxf/layout.hpp"
 #include "dxf/rows.hpp"
+#include "dxf/summary.hpp"
 
 #include <algorithm>
 #include <numeric>
@@ -27,12 +30,12 @@ class Exporter {
         uint64_t size = 0;
     };
 
-    // Layout, header, classes, objects.
+    // Layout, header, summary, classes, objects.
     void list_keys() {
         symbols_ = zDrawingClassCount(drawing_);
         objects_ = zDrawingObjectCount(drawing_);
         keys_.reserve(kFirstClass + symbols_ + objects_);
-        keys_ = {*zDrawingDS(drawing_), *zDrawingHeader(drawing_)};
+        keys_ = {*zDrawingDS(drawing_), *zDrawingHeader(drawing_), *zDrawingSummary(drawing_)};
         for (uint64_t i = 0; i < symbols_; ++i) keys_.push_back(*zDrawingClassGetAt(drawing_, i));
         for (uint64_t i = 0; i < objects_; ++i) keys_.push_back(*zDrawingObjectGetAt(drawing_, i));
         places_.resize(keys_.size());
@@ -48,12 +51,16 @@ class Exporter {
         for (uint64_t place : order) sorted.push_back(keys_[place]);
         uint64_t found = read_rows(table, sorted, notify_, [&](size_t i, std::string_view value) {
             places_[order[i]] = {bytes_.size(), value.size()};
+            if (order[i] != kSummary)
+                zDrawingDigestAddRow(&digest_, sorted[i].object, value.data(), value.size());
             bytes_ += value;
         });
         if (found < keys_.size())
             throw host::Failed(host::kNotFound, name_ + ": " +
                                                     std::to_string(keys_.size() - found) +
                                                     " of its blocks are missing from the table");
+        const auto imported = digest_in(value(kSummary));
+        if (imported && !same(*imported, digest_)) fail_mixed(name_);
     }
 
     void play(const std::function<void(std::string_view)> &write) {
@@ -74,7 +81,7 @@ class Exporter {
         return std::string_view(bytes_).substr(places_[place].offset, places_[place].size);
     }
 
-    static constexpr uint64_t kFirstClass = 2;
+    static constexpr uint64_t kSummary = 2, kFirstClass = 3;
     Drawing *drawing_;
     const std::string &name_;
     const Notify *notify_;
@@ -82,6 +89,7 @@ class Exporter {
     std::vector<DrawingKey> keys_;
     std::vector<Place> places_; // in bytes_, of each key's value
     std::string bytes_;
+    DrawingDigest digest_{}; // of all but the summary
 };
 
 } // namespace

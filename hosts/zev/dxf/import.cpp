@@ -1,7 +1,8 @@
 // The tag rule: rows are only ever added, under a tag above that of every row which the table
 // holds and of every key which the drawing's manifests name, at work and at HEAD. So no row that
 // any commit on any branch names, or the work file that is to be replaced, is written over, and
-// an import that fails half-way leaves nothing but rows that nobody names.
+// an import that fails half-way leaves nothing but rows that nobody names. The step above is drawn
+// by chance: two copies of one copy that go on apart would else give one key to different rows.
 
 #include "dxf/drawing.hpp"
 #include "dxf/layout.hpp"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <future>
 #include <unordered_map>
 
@@ -20,6 +22,9 @@ namespace {
 // Object numbers of the header, the summary and the layout.
 constexpr uint64_t kBlocks[] = {static_cast<uint64_t>(-1), static_cast<uint64_t>(-2),
                                 static_cast<uint64_t>(-3)};
+constexpr uint64_t kHighestTag = UINT64_MAX - 1; // the one above is of the table's own tag
+// Tags last for 2^25 imports, and two copies with a thousand each meet once in 2^29 cases.
+constexpr uint64_t kLargestStep = uint64_t{1} << 40;
 constexpr uint64_t class_number(uint64_t place) { return static_cast<uint64_t>(-101) - place; }
 
 // A block of the new version, in search of its key.
@@ -83,7 +88,6 @@ class Importer {
         document_ = split({buffer_.get(), size}, request_.name);
         summary_ = summarize(document_);
         layout_ = write_layout(document_.parts);
-        blocks_[1].value = summary_;
         blocks_[2].value = layout_;
         objects_.reserve(document_.parts.size());
         for (const Part &part : document_.parts) {
@@ -225,7 +229,10 @@ class Importer {
         }
         read_rows(table_.get(), keys, request_.notify, [&](size_t i, std::string_view value) {
             Item *item = is_own(formers_[i].key.object) ? take_same(value) : formers_[i].item;
-            if (item && item->value == value) item->key = formers_[i].key;
+            if (item == &blocks_[1])
+                former_summary_ = {formers_[i].key, std::string(value)};
+            else if (item && item->value == value)
+                item->key = formers_[i].key;
         });
     }
 
@@ -257,9 +264,7 @@ class Importer {
         for (Item &item : objects_)
             if (!item.kept() && !item.key.object) item.key.object = next_number_++;
         count_objects();
-        bool all_kept = true;
-        for_all([&](Item &item) { all_kept &= item.kept(); });
-        if (all_kept) return;
+        if (complete_summary()) return;
         uint64_t tag = raise_tag();
         rows_.reserve(objects_.size() - result_.unchanged + symbols_.size() + blocks_.size());
         for_all([&](Item &item) {
@@ -273,6 +278,27 @@ class Importer {
         const auto order = [](const Row &a, const Row &b) { return before(a.key, b.key); };
         if (!std::is_sorted(rows_.begin(), rows_.end(), order))
             std::sort(rows_.begin(), rows_.end(), order);
+    }
+
+    // The summary tells what all others come to. True if nothing has changed; a drawing without a
+    // digest does not get one for that.
+    bool complete_summary() {
+        DrawingDigest digest{};
+        bool kept = true;
+        for_all([&](Item &item) {
+            if (&item == &blocks_[1]) return;
+            kept &= item.kept();
+            zDrawingDigestAddRow(&digest, item.key.object, item.value.data(), item.value.size());
+        });
+        Item &summary = blocks_[1];
+        summary_text_ = summary_text(summary_.get());
+        if (!kept || summary_text_ != former_summary_.second) {
+            put_digest(summary_.get(), digest);
+            summary_text_ = summary_text(summary_.get());
+        }
+        summary.value = summary_text_;
+        if (summary.value == former_summary_.second) summary.key = former_summary_.first;
+        return kept && summary.kept();
     }
 
     template <class F> void for_all(F visit) {
@@ -298,12 +324,17 @@ class Importer {
     uint64_t raise_tag() {
         uint64_t tag = zTableTagGet(table_.get());
         if (fresh_) return tag;
-        uint64_t used = std::max({highest_tag(table_.get()), highest_named(former_.get()),
-                                  highest_named(request_.committed)});
-        if (used < tag) return tag;
-        if (used == UINT64_MAX) throw host::Failed(host::kOther, "the drawing's tags are used up");
-        host::check(zTableTagSet(table_.get(), used + 1));
-        return used + 1;
+        const uint64_t used =
+            std::max({tag, highest_tag(table_.get()), highest_named(former_.get()),
+                      highest_named(request_.committed)});
+        if (used >= kHighestTag) throw host::Failed(host::kOther, "the drawing's tags are used up");
+        Oid chance;
+        uint64_t step;
+        host::check(zOidRand(&chance));
+        memcpy(&step, chance.id, sizeof step);
+        tag = used + 1 + step % std::min(kLargestStep, kHighestTag - used);
+        host::check(zTableTagSet(table_.get(), tag));
+        return tag;
     }
 
     // Highest tag that a manifest of this table names.
@@ -366,7 +397,9 @@ class Importer {
     ImportResult result_;
     std::unique_ptr<char[]> buffer_; // the file; parts, items and rows lend from it
     Document document_;
-    std::string summary_, layout_;
+    std::string layout_, summary_text_;
+    host::OwnedJson summary_;
+    std::pair<DrawingKey, std::string> former_summary_;
     std::array<Item, 3> blocks_; // header, summary, layout
     std::vector<Item> symbols_, objects_;
     std::vector<Item *> named_; // by handle

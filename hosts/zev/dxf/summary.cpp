@@ -1,8 +1,8 @@
+// The digest stands in the summary as 32 hexadecimal digits, its high half first.
 #include "dxf/summary.hpp"
 
-#include "host.hpp"
-
 #include <algorithm>
+#include <cinttypes>
 #include <map>
 #include <unordered_map>
 
@@ -64,7 +64,7 @@ bool has_extents(const Document &document) {
 
 } // namespace
 
-std::string summarize(const Document &document) {
+host::OwnedJson summarize(const Document &document) {
     Counts kinds, layers;
     int64_t objects = 0;
     for (const Part &part : document.parts) {
@@ -85,8 +85,30 @@ std::string summarize(const Document &document) {
         put(extents.get(), u"max", point(document.maximum));
         put(root.get(), u"extents", extents.release());
     }
-    host::Owned<zwchar, zStrfreeW> written(host::check(zJsonWriteTextual(root.get())));
+    return root;
+}
+
+std::string summary_text(const Json *summary) {
+    host::Owned<zwchar, zStrfreeW> written(host::check(zJsonWriteTextual(summary)));
     return host::narrow(written.get());
+}
+
+void put_digest(Json *summary, const DrawingDigest &digest) {
+    char digits[33];
+    snprintf(digits, sizeof digits, "%016" PRIx64 "%016" PRIx64, digest.high, digest.low);
+    put(summary, u"digest", zJsonNewString(host::wide(digits).c_str()));
+}
+
+std::optional<DrawingDigest> digest_in(std::string_view summary) {
+    const std::string bytes(summary);
+    const host::OwnedJson json(zJsonReadTextual(zStrfromutf8(bytes.c_str())));
+    const std::string digits =
+        host::narrow(json ? zJsonPathGetString(json.get(), u"digest") : nullptr);
+    DrawingDigest digest{};
+    if (digits.size() != 32 || digits.find_first_not_of("0123456789abcdef") != digits.npos)
+        return {};
+    sscanf(digits.c_str(), "%16" SCNx64 "%16" SCNx64, &digest.high, &digest.low);
+    return digest;
 }
 
 } // namespace dxf

@@ -1,12 +1,25 @@
-// Summary: the digest of a drawing that is kept as its summary block.
+// Summary: what is told of a drawing without its rows, kept as its summary block.
 #pragma once
 
 #include "dxf/reader.hpp"
+#include "host.hpp"
+
+#include <optional>
 
 namespace dxf {
 
-// One JSON object in UTF-8: "objects", their number; "kinds" and "layers", objects by name; and,
-// where the header has them, "title" and "extents", {"min": [x, y, z], "max": ...}.
-std::string summarize(const Document &document);
+// One JSON object: "objects", their number; "kinds" and "layers", objects by name; and, where the
+// header has them, "title" and "extents", {"min": [x, y, z], "max": ...}.
+host::OwnedJson summarize(const Document &document);
+std::string summary_text(const Json *summary); // in UTF-8, as it is stored
+
+// What the header, the layout, the classes and the objects of the drawing come to, as "digest".
+// Drawings of older versions have none.
+void put_digest(Json *summary, const DrawingDigest &digest);
+std::optional<DrawingDigest> digest_in(std::string_view summary);
+
+inline bool same(const DrawingDigest &a, const DrawingDigest &b) {
+    return a.low == b.low && a.high == b.high;
+}
 
 } // namespace dxf
