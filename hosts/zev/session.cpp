@@ -4,25 +4,12 @@
 //   seconds  integer  when it began, since 1970
 //   slots    array of strings, "<2 digits>/<38 digits>" below the trash; after an undo those that
 //            the user left there
-//
-// Recovery. A process that was killed leaves ".<name>.zlck" beside the index, HEAD or a reference:
-// a copy of that file from before it began; complete if the owner may not execute it. Going back
-// to it is right as long as nobody has gone on from what the process left. Git doesn't know these
-// copies, and commits on top. So they are only followed
-//   - when the index has one: a copy of a branch alone is left by a process that was done;
-//   - for a branch that stands where it was, or one automatic merge, by "remote", further;
-//   - without one of the branch, when HEAD and its branch are older than the index's copy: our own
-//     commits make that incomplete before the branch moves.
-// Otherwise they are dropped, and index and branch stay as they are.
 #include "session.hpp"
 
 #include "refs.hpp"
 
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace host {
@@ -32,12 +19,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kJournal = "zev-journal";
-constexpr std::string_view kTail = ".zlck";
-
-std::string read_text(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // ---- Trash
 
@@ -60,83 +41,6 @@ std::set<std::string> slots_of(const WorkingCopy &copy) {
         for (const auto &slot : fs::directory_iterator(upper.path(), ignored))
             slots.insert(upper.path().filename().string() + "/" + slot.path().filename().string());
     return slots;
-}
-
-// ---- Recovery
-
-// A copy that was left behind.
-struct Left {
-    fs::path file, target;
-    timespec time{};
-    bool complete = false;
-};
-
-bool is_before(const timespec &a, const timespec &b) {
-    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
-}
-
-std::optional<Left> left_at(const fs::path &file) {
-    struct stat status;
-    if (lstat(file.c_str(), &status) || !S_ISREG(status.st_mode)) return {};
-    std::string name = file.filename().string();
-    name = name.substr(1, name.size() - 1 - kTail.size());
-    return Left{file, file.parent_path() / name, status.st_mtim, !(status.st_mode & S_IXUSR)};
-}
-
-bool is_held(const Left &left) {
-    const Owned<Share, zShareClose> share(
-        zShareOpen(left.file.u16string().c_str(), u"rb", Z_SHARE_NONE));
-    return !share && errno != ENOENT;
-}
-
-std::vector<Left> left_references(const fs::path &directory) {
-    std::vector<Left> found;
-    std::error_code ignored;
-    for (const auto &entry : fs::recursive_directory_iterator(directory / "refs", ignored)) {
-        const std::string name = entry.path().filename().string();
-        if (!name.starts_with('.') || !name.ends_with(kTail)) continue;
-        if (auto left = left_at(entry.path()); left && left->complete)
-            found.push_back(std::move(*left));
-    }
-    return found;
-}
-
-// Where the branch stood, and where it stands.
-bool can_go_back(const WorkingCopy &copy, const Left &left) {
-    const std::string before = read_text(left.file).substr(0, 40);
-    const std::string now = read_text(left.target).substr(0, 40);
-    Oid id;
-    if (before == now || now.empty()) return true;
-    if (!zOidFromStr(&id, wide(now).c_str())) return false;
-    const OwnedCommit tip(zCommitByid(copy.repository(), &id));
-    if (!tip || narrow(zCommitAuthor(tip.get())) != "remote") return false;
-    const Oid *parent = zCommitParentId(tip.get());
-    return before.empty() ? !parent : parent && hex(parent) == before;
-}
-
-// Nothing that tells where HEAD is has changed since.
-bool head_is_older(const WorkingCopy &copy, const fs::path &directory, const timespec &time) {
-    std::vector<fs::path> files{directory / "HEAD"};
-    const Owned<Reference, zReferenceFree> head(zReferenceHead(copy.repository()));
-    if (head) files.emplace_back(std::u16string(check(zReferencePath(head.get()))));
-    for (const fs::path &file : files) {
-        struct stat status;
-        if (!stat(file.c_str(), &status) && !is_before(status.st_mtim, time)) return false;
-    }
-    return true;
-}
-
-bool stands(const WorkingCopy &copy, const fs::path &directory, const Left &index,
-            const std::vector<Left> &references) {
-    for (const Left &left : references)
-        if (!can_go_back(copy, left)) return false;
-    return !references.empty() || head_is_older(copy, directory, index.time);
-}
-
-void go_back(const WorkingCopy &copy) {
-    Owned<CleanupSpec, zCleanupSpecFree> spec(check(zCleanupSpecNew()));
-    check(zCleanupSpecSetOptions(spec.get(), Z_CLEANUP_KEEP_UNTRACKED | Z_CLEANUP_USE_TRASH));
-    check(zRepositoryCleanup(copy.repository(), spec.get()));
 }
 
 } // namespace
@@ -175,22 +79,12 @@ void write_journal(const WorkingCopy &copy, const Journal &journal) {
 // ---- Recovery
 
 void recover(Host &host, const WorkingCopy &copy) {
-    const fs::path directory = own_directory(copy);
-    const auto index = left_at(directory / ".index.zlck");
-    const std::vector<Left> references = left_references(shared_directory(copy));
-    const bool whole = index && index->complete;
-    if (!whole && references.empty()) return;
-    if (index && is_held(*index)) return; // at work
-    for (const Left &left : references)
-        if (is_held(left)) return;
-    if (whole && stands(copy, directory, *index, references)) {
-        go_back(copy);
-        return host.out.warn("the last command was cut short; index and branch are back to what "
-                             "they were before it");
-    }
-    if (whole) zFlockPurge(index->target.u16string().c_str());
-    for (const Left &left : references) zFlockPurge(left.target.u16string().c_str());
-    if (whole)
+    int32_t outcome = Z_RECOVERY_NOTHING;
+    check(zRepositoryRecover(&outcome, copy.repository()));
+    if (outcome == Z_RECOVERY_PUT_BACK)
+        host.out.warn("the last command was cut short; index and branch are back to what they "
+                      "were before it");
+    if (outcome == Z_RECOVERY_GONE_ON)
         host.out.warn("a command was cut short, and somebody has gone on since; index and branch "
                       "stay as they are");
 }

@@ -32,6 +32,7 @@
 #include "zev/pack.h"
 #include "zev/path.h"
 #include "zev/pathspec.h"
+#include "zev/recovery.h"
 #include "zev/recycle.h"
 #include "zev/reference.h"
 #include "zev/regex.h"

@@ -1,10 +1,9 @@
 #include "zev/cleanup.h"
 
 #include "objects/notify/notify.hpp"
-#include "objects/store/sweep.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/index.hpp"
-#include "objects/work/transaction.hpp"
+#include "objects/work/recovery.hpp"
 #include "system/os.hpp"
 #include "zev/pathspec.h"
 #include "zev/repository.h"
@@ -59,16 +58,8 @@ bool Cleanup::run() {
     return is(Z_CLEANUP_USE_TRASH) || empty_trash();
 }
 
-// The locks that libgit2 left go first, while our own still tells since when its holder worked.
-// What was put back is done with: an old copy must not undo a later commit. One that could not be
-// put back is all that there is, and stays.
 bool Cleanup::recover() {
-    const std::vector<std::u16string> targets = left_locked(repository_);
-    const bool swept = sweep_stale(repository_);
-    zTransactionRecover(repository_);
-    for (const std::u16string &target : targets)
-        if (is_put_back(target)) zFlockPurge(target.c_str());
-    return swept || notify_error(notify_, u"odb.eUnableToLockWorkingCopy");
+    return put_back_left(repository_) || notify_error(notify_, u"odb.eUnableToLockWorkingCopy");
 }
 
 bool Cleanup::remove_untracked() {

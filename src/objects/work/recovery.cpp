@@ -1,0 +1,168 @@
+// A process that was killed leaves ".<name>.zlck" beside the index, HEAD or a reference: a copy of
+// that file from before it began; complete if the owner may not execute it. Going back to it is
+// right as long as nobody has gone on from what the process left. Git doesn't know these copies,
+// and commits on top. So they are only followed
+//   - when the index has one: a copy of a branch alone is left by a process that was done;
+//   - for a branch that stands where it was, or one automatic merge, by "remote", further;
+//   - without one of the branch, when HEAD and its branch are older than the index's copy: our own
+//     commits make that incomplete before the branch moves.
+// Otherwise they are dropped, and index and branch stay as they are.
+#include "objects/work/recovery.hpp"
+
+#include "common/utf.hpp"
+#include "objects/store/reference.hpp"
+#include "objects/store/sweep.hpp"
+#include "objects/work/transaction.hpp"
+#include "system/os.hpp"
+#include "system/share.hpp"
+#include "zev/commit.h"
+#include "zev/oid.h"
+#include "zev/reference.h"
+#include "zev/repository.h"
+#include "zev/str.h"
+
+#include <cerrno>
+#include <optional>
+
+using namespace zev;
+
+namespace {
+
+using std::u16string;
+
+constexpr zwchar kAutomatic[] = u"remote"; // author of a merge that nobody wrote
+
+// A whole copy that was left behind.
+struct Left {
+    u16string file, target;
+    timespec time;
+};
+
+bool is_before(const timespec &a, const timespec &b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
+std::optional<Left> left_of(const u16string &target) {
+    const size_t name = target.rfind(u'/') + 1;
+    const u16string file = target.substr(0, name) + lock_name(target.substr(name));
+    struct stat status;
+    if (!os::lstat(file.c_str(), &status) || !S_ISREG(status.st_mode) || is_incomplete(status))
+        return {};
+    return Left{file, target, status.st_mtim};
+}
+
+// The id in a reference's file, in digits; empty without one.
+std::string digits_in(const u16string &path) {
+    char text[40];
+    const Owned<FILE, fclose> file(os::open(path.c_str(), u"rb"));
+    return {text, file ? fread(text, 1, sizeof text, file.get()) : 0};
+}
+
+// Where the branch stood, and where it stands.
+bool can_go_back(Repository *repository, const Left &left) {
+    const std::string before = digits_in(left.file), now = digits_in(left.target);
+    Oid id;
+    if (before == now || now.empty()) return true;
+    if (git_oid_fromstrn(git::oid(&id), now.data(), now.size())) return false;
+    const Owned<Commit, zCommitFree> tip(zCommitByid(repository, &id));
+    if (!tip || !zStrsameW(zCommitAuthor(tip.get()), kAutomatic)) return false;
+    const Oid *parent = zCommitParentId(tip.get());
+    return before.empty() ? !parent : parent && before == git_oid_tostr_s(git::oid(parent));
+}
+
+class Recovery {
+  public:
+    explicit Recovery(Repository *repository) : repository_(repository) {}
+
+    bool run(int32_t &outcome) {
+        find();
+        if ((!index_ && references_.empty()) || is_at_work()) return true;
+        if (index_ && stands()) {
+            outcome = Z_RECOVERY_PUT_BACK;
+            return put_back_left(repository_);
+        }
+        if (index_) {
+            outcome = Z_RECOVERY_GONE_ON;
+            zFlockPurge(index_->target.c_str());
+        }
+        for (const Left &left : references_) zFlockPurge(left.target.c_str());
+        return true;
+    }
+
+  private:
+    void find() {
+        const u16string root = to_wide(git_repository_path(repository_->handle.get()));
+        for (const u16string &target : left_locked(repository_)) {
+            auto left = left_of(target);
+            if (target == root + u"index")
+                index_ = std::move(left);
+            else if (left && target != root + u"HEAD")
+                references_.push_back(std::move(*left));
+        }
+        head_ = root + u"HEAD";
+    }
+
+    bool is_at_work() const {
+        if (index_ && is_held(index_->file)) return true;
+        for (const Left &left : references_)
+            if (is_held(left.file)) return true;
+        return false;
+    }
+
+    bool stands() const {
+        for (const Left &left : references_)
+            if (!can_go_back(repository_, left)) return false;
+        return !references_.empty() || is_head_older();
+    }
+
+    // Nothing that tells where HEAD is has changed since.
+    bool is_head_older() const {
+        std::vector<u16string> files{head_};
+        const Owned<Reference, zReferenceFree> head(zReferenceHead(repository_));
+        if (const zwchar *path = head ? zReferencePath(head.get()) : nullptr)
+            files.emplace_back(path);
+        struct stat status;
+        for (const u16string &file : files)
+            if (os::stat(file.c_str(), &status) && !is_before(status.st_mtim, index_->time))
+                return false;
+        return true;
+    }
+
+    Repository *repository_;
+    u16string head_;
+    std::optional<Left> index_;
+    std::vector<Left> references_;
+};
+
+} // namespace
+
+namespace zev {
+
+bool is_held(const u16string &lock_file) {
+    const ShareGuard share(zShareOpen(lock_file.c_str(), u"rb", Z_SHARE_NONE));
+    return !share && errno != ENOENT;
+}
+
+// The locks that libgit2 left go first, while our own still tells since when its holder worked.
+// What was put back is done with: an old copy must not undo a later commit. One that could not be
+// put back is all that there is, and stays.
+bool put_back_left(Repository *repository) {
+    const std::vector<u16string> targets = left_locked(repository);
+    const bool swept = sweep_stale(repository);
+    zTransactionRecover(repository);
+    for (const u16string &target : targets)
+        if (is_put_back(target)) zFlockPurge(target.c_str());
+    return swept;
+}
+
+} // namespace zev
+
+bool zRepositoryRecover(int32_t *outcome, Repository *repository) try {
+    if (!outcome || !repository) return fail_args();
+    int32_t what = Z_RECOVERY_NOTHING;
+    const bool done = Recovery(repository).run(what);
+    *outcome = what;
+    return done;
+} catch (...) {
+    return fail_thrown();
+}
