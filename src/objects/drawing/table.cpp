@@ -10,6 +10,7 @@
 // Writes are not synced here: whoever lets a file or a reference name a row syncs before.
 #include "objects/drawing/table.hpp"
 
+#include "common/errno.hpp"
 #include "common/limits.hpp"
 #include "common/reader.hpp"
 #include "common/utf.hpp"
@@ -30,6 +31,10 @@
 namespace zev {
 
 Failure fail_store(const char *text) { return raise_kvdb(text); }
+
+bool can_write(const Table *table) {
+    return !table->shadow.is_made() || fail_os(EROFS, table->path.get());
+}
 
 namespace {
 
@@ -99,6 +104,14 @@ bool take_lock(Table *table) {
     return table->lock != nullptr;
 }
 
+// A table that can't be written needs no lock.
+bool open_files(Table *table, const std::string &utf8, bool create) {
+    const zwchar *path = table->path.get();
+    if (os::writable(path)) return open_database(table, utf8, create) && take_lock(table);
+    if (!table->shadow.make(path)) return fail_errno(path);
+    return open_database(table, to_utf8(table->shadow.path()), false);
+}
+
 // A value on the C heap; null where the key is missing (no error) or the store failed.
 ldb::Text get_value(Table *table, const void *key, uint64_t key_length, size_t &length,
                     ldb::Text &error) {
@@ -149,6 +162,7 @@ bool TableBatch::put(Bytes key, Bytes value) {
 
 bool TableBatch::flush() {
     if (!held_) return ok_;
+    if (!can_write(table_)) return ok_ = false;
     held_ = 0;
     table_->tag.reset(); // the batch may hold another one
     ldb::Text error;
@@ -221,8 +235,7 @@ Table *zTableOpen(const zwchar *path, bool create) try {
     TablePtr table{new Table};
     table->path.reset(zStrdupW(path));
     if (!table->path || !prepare_directory(path, utf8, create)) return nullptr;
-    if (!open_database(table.get(), utf8, create) || !take_lock(table.get())) return nullptr;
-    return table.release();
+    return open_files(table.get(), utf8, create) ? table.release() : nullptr;
 } catch (...) {
     return fail_thrown();
 }
@@ -284,6 +297,7 @@ bool zTableGet(void **value, uint64_t *length, Table *table, const void *key, ui
 bool zTablePut(Table *table, const void *key, uint64_t key_length, const void *value,
                uint64_t value_length) {
     if (!table || !key || (!value && value_length)) return fail_args();
+    if (!can_write(table)) return false;
     if (is_tag_key(key, key_length)) table->tag.reset();
     ldb::Text error;
     leveldb_put(table->database.get(), table->writing.get(), ldb::chars(key), key_length,
@@ -294,6 +308,7 @@ bool zTablePut(Table *table, const void *key, uint64_t key_length, const void *v
 
 bool zTableDel(Table *table, const void *key, uint64_t key_length) {
     if (!table || !key) return fail_args();
+    if (!can_write(table)) return false;
     if (is_tag_key(key, key_length)) table->tag.reset();
     ldb::Text dropped; // a row that could not be deleted does no harm
     leveldb_delete(table->database.get(), table->writing.get(), ldb::chars(key), key_length,

@@ -4,6 +4,7 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "objects/drawing/table_shadow.hpp"
 #include "zev/share.h"
 #include "zev/table.h"
 
@@ -32,6 +33,7 @@ struct Table {
     Repository *owner = nullptr; // lent; null unless opened through a repository
     Oid id{};                    // all zero after a direct open
     zev::Wide path;
+    zev::TableShadow shadow;             // what is open in its place, if it can't be written
     zev::Owned<Share, zShareClose> lock; // above the database: let go once that is closed
     zev::ldb::Database database;
     zev::ldb::ReadOptions reading; // checksums verified
@@ -54,6 +56,7 @@ inline constexpr DrawingKey kReferenceKey{0, 0};
 inline constexpr DrawingKey kTagKey{UINT64_MAX, UINT64_MAX};
 
 Failure fail_store(const char *text); // class 13 with LevelDB's text, which may be null
+bool can_write(const Table *table);   // false: it is read through a shadow, which is raised
 
 // Closes a table that was just made and takes it away again.
 void discard_table(TablePtr table);
