@@ -8,7 +8,8 @@ moves into the trash. A damage flips all bits of a byte, cuts a file off, or del
 packs, references, the index, manifests, the files of tables, records of commits. Not taken are
 files that hold nothing (logs of the database, locks), and what is no loss or leaves no trace:
 records deleted, which are made anew; objects deleted that git doesn't miss; references deleted
-that have no log; a table's log that ends early, as a killed writer may leave it."""
+that have no log; the end of a reference's line, which git doesn't ask for; a table's log that ends
+early, as a killed writer may leave it."""
 import os, random, shutil, subprocess, sys, tempfile
 from pathlib import Path
 
@@ -121,7 +122,7 @@ def damage(copy, path, kind):
     if how == "delete":
         path.unlink()
     elif how == "cut":
-        os.truncate(path, chance.randrange(size))
+        os.truncate(path, chance.randrange(size - (kind == "reference" and size > 1)))
     else:
         place = chance.randrange(size)
         with open(path, "r+b") as file:

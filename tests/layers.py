@@ -20,6 +20,7 @@ FLOORS = [
     "objects/trash",
     "objects/conflict",
     "objects/operations",
+    "verify",
     "commands",
 ]
 # file, header: why

@@ -1,51 +1,76 @@
-// verify: everything that a working copy keeps can be read, and is what it was.
-#include "verify.hpp"
+// verify: everything that a working copy keeps can be read, and is what it was. The library finds
+// what isn't; here it is said.
+#include "dxf/summary.hpp"
+#include "verbs.hpp"
 
 namespace host {
 
-void Report::problem(const Place &place, const std::string &what) {
-    ++problems_;
-    const bool known = !zOidIsZero(&place.commit);
-    std::string where = place.path;
-    if (known)
-        where += (where.empty() ? "commit " : " in commit ") + hex(&place.commit).substr(0, 8);
+namespace {
+
+void tell_damage(Host &host, const VerifyFinding &finding) {
+    const std::string path = narrow(finding.path), what = narrow(finding.reason);
+    std::string where = path;
+    if (finding.commit)
+        where += (where.empty() ? "commit " : " in commit ") + hex(finding.commit).substr(0, 8);
     host.out.line(host.out.paint(Colour::red, "damaged") + "  " +
                   (where.empty() ? "" : where + ": ") + what);
     Record record("problem");
-    record.set(u"path", place.path).set(u"message", what);
-    if (known) record.set(u"commit", &place.commit);
+    record.set(u"path", path).set(u"message", what);
+    if (finding.commit) record.set(u"commit", finding.commit);
     host.out.record(record);
 }
 
-int Report::finish() const {
-    const auto number = [](uint64_t value) { return std::to_string(value); };
-    host.out.line(number(commits) + " commits, " + number(trees) + " trees, " + number(files) +
-                  " files, " + number(versions) + " versions of drawings, " + number(keys) +
-                  " blocks: " + (problems_ ? number(problems_) + " problems" : "all well"));
-    host.out.record(Record("summary")
-                        .set(u"commits", commits)
-                        .set(u"trees", trees)
-                        .set(u"files", files)
-                        .set(u"objects", objects)
-                        .set(u"drawings", versions)
-                        .set(u"blocks", keys)
-                        .set(u"rows", rows)
-                        .set(u"records", records)
-                        .set(u"quick", quick)
-                        .set(u"problems", problems_));
-    return problems_ ? kFailed : kDone;
+void tell(const VerifyFinding *finding, void *context) {
+    Host &host = *static_cast<Host *>(context);
+    if (finding->kind == Z_FINDING_DAMAGE)
+        tell_damage(host, *finding);
+    else
+        host.out.warn(narrow(finding->reason));
 }
+
+bool find_digest(DrawingDigest *digest, const void *summary, uint64_t length, void *) {
+    const auto found = dxf::digest_in({static_cast<const char *>(summary), length});
+    if (found) *digest = *found;
+    return found.has_value();
+}
+
+int finish(Host &host, const VerifyCounts &counts, bool quick) {
+    const auto number = [](uint64_t value) { return std::to_string(value); };
+    const uint64_t problems = counts.damages;
+    host.out.line(number(counts.commits) + " commits, " + number(counts.trees) + " trees, " +
+                  number(counts.files) + " files, " + number(counts.drawings) +
+                  " versions of drawings, " + number(counts.blocks) +
+                  " blocks: " + (problems ? number(problems) + " problems" : "all well"));
+    host.out.record(Record("summary")
+                        .set(u"commits", counts.commits)
+                        .set(u"trees", counts.trees)
+                        .set(u"files", counts.files)
+                        .set(u"objects", counts.objects)
+                        .set(u"drawings", counts.drawings)
+                        .set(u"blocks", counts.blocks)
+                        .set(u"rows", counts.rows)
+                        .set(u"records", counts.records)
+                        .set(u"quick", quick)
+                        .set(u"problems", problems));
+    return problems ? kFailed : kDone;
+}
+
+} // namespace
 
 int verify(Host &host, const VerifyOptions &options) {
     WorkingCopy copy;
-    Report report(host, options.quick);
-    const std::vector<Tip> tips = check_references(report, copy);
-    const Tables tables = check_objects(report, copy, tips);
-    check_index(report, copy);
-    check_tables(report, copy, tables);
-    check_records(report, copy);
-    check_locks(report, copy);
-    return report.finish();
+    const VerifySpec spec{.parts = Z_VERIFY_ALL,
+                          .quick = options.quick,
+                          .notify = host.notify,
+                          .found = tell,
+                          .digest = find_digest,
+                          .context = &host};
+    VerifyCounts counts{};
+    if (!zVerify(&counts, copy.repository(), &spec)) {
+        stop_on_break(host.notify);
+        fail_raised();
+    }
+    return finish(host, counts, options.quick);
 }
 
 } // namespace host

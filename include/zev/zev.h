@@ -24,6 +24,7 @@
 #include "zev/json.h"
 #include "zev/lang.h"
 #include "zev/log.h"
+#include "zev/manifest.h"
 #include "zev/notify.h"
 #include "zev/number.h"
 #include "zev/object.h"
@@ -55,6 +56,7 @@
 #include "zev/uri.h"
 #include "zev/variant.h"
 #include "zev/vector.h"
+#include "zev/verify.h"
 #include "zev/workdir.h"
 #include "zev/zip.h"
 

@@ -1,5 +1,5 @@
-// Manifest: the keys of a drawing, read in place from the bytes of its .dwx file. For those who
-// look at many versions of one drawing and would build a record of each for nothing.
+// Manifest: the keys of a drawing in the bytes of its .dwx file, and what became of each from one
+// version to another.
 #pragma once
 
 #include "host.hpp"
@@ -21,6 +21,7 @@ struct RawKey {
 // A number between its form in the file, big-endian, and the machine's.
 uint64_t turned(uint64_t number);
 inline DrawingKey turned(const RawKey &key) { return {turned(key.tag), turned(key.object)}; }
+inline RawKey raw(const DrawingKey &key) { return {turned(key.tag), turned(key.object)}; }
 
 // Keys side by side in bytes that somebody else owns.
 class KeyList {
@@ -47,18 +48,18 @@ class KeyList {
 class Manifest {
   public:
     Manifest() = default;
-    Manifest(Manifest &&) = default; // a copy's lists would point into this one
-    Manifest &operator=(Manifest &&) = default;
     // Nothing when the bytes, which must outlive it, are no whole drawing.
     static std::optional<Manifest> read(std::string_view bytes);
 
     Oid table{};
-    RawKey header{}, summary{}, layout{}, vba{};
+    RawKey header{}, summary{}, layout{};
     KeyList classes, objects;
 
   private:
-    friend class ManifestReader;
-    std::vector<char> joined_classes_, joined_objects_; // of a file that has a list in pieces
+    struct Deinit {
+        void operator()(::Manifest *manifest) const;
+    };
+    std::unique_ptr<::Manifest, Deinit> lent_from_;
 };
 
 // What became of one object from a version to a newer one. The key of a side that lacks it is zero.

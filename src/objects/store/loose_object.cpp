@@ -73,6 +73,11 @@ int64_t LooseObject::read(void *bytes, uint64_t size) {
     return rest < 0 ? rest : rest + static_cast<int64_t>(ahead);
 }
 
+bool LooseObject::ends() {
+    char beyond = 0;
+    return !read(&beyond, 1) && !state_.avail_in && !fread(&beyond, 1, 1, file_.get());
+}
+
 // Fewer bytes than asked for only at the stream's end, which a file that was cut off never reaches.
 int64_t LooseObject::inflate_to(void *bytes, uint64_t size) {
     constexpr uint64_t kMost = 1u << 30; // the inflater counts with 32 bits

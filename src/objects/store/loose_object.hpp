@@ -32,6 +32,7 @@ class LooseObject {
     // The next bytes, as many as there are up to `size`; 0 at the end, -1 for a damaged file. That
     // they are those of the id is for the caller to check.
     int64_t read(void *bytes, uint64_t size);
+    bool ends(); // it was read whole, and nothing stands behind it in the file
 
   private:
     static constexpr size_t kHead = 32; // longer than any: a type, a blank and 20 digits

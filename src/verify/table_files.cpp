@@ -18,19 +18,20 @@
 //
 // A log may end within a record: its writer was killed, and nobody was told that it is stored.
 
-#include "dxf/table_files.hpp"
+#include "verify/table_files.hpp"
+
+#include "common/guard.hpp"
+#include "common/utf.hpp"
+#include "system/crc32c.hpp"
+#include "verify/files.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #include <string_view>
 
-namespace dxf {
-
-namespace fs = std::filesystem;
+namespace zev::verify {
 
 namespace {
 
@@ -41,22 +42,6 @@ constexpr size_t kLargest = 1u << 30; // of an index block, far beyond what any 
 
 // ---- Sums
 
-using Sums = std::array<std::array<uint32_t, 256>, 8>;
-
-constexpr Sums make_sums() {
-    Sums sums{};
-    for (uint32_t i = 0; i < 256; ++i) {
-        uint32_t value = i;
-        for (int bit = 0; bit < 8; ++bit) value = value >> 1 ^ (value & 1 ? 0x82F63B78u : 0);
-        sums[0][i] = value;
-    }
-    for (size_t i = 0; i < 256; ++i)
-        for (size_t n = 1; n < 8; ++n)
-            sums[n][i] = sums[n - 1][i] >> 8 ^ sums[0][sums[n - 1][i] & 255];
-    return sums;
-}
-constexpr Sums kSums = make_sums();
-
 uint32_t number(Bytes bytes, size_t at, size_t count = 4) {
     uint32_t value = 0;
     for (size_t i = 0; i < count; ++i)
@@ -64,40 +49,8 @@ uint32_t number(Bytes bytes, size_t at, size_t count = 4) {
     return value;
 }
 
-#if defined(__x86_64__)
-// The processor has an instruction for this sum.
-__attribute__((target("sse4.2"))) uint32_t crc_by_processor(Bytes bytes) {
-    uint64_t value = ~0u, eight = 0;
-    for (; bytes.size() >= sizeof eight; bytes.remove_prefix(sizeof eight)) {
-        memcpy(&eight, bytes.data(), sizeof eight);
-        value = __builtin_ia32_crc32di(value, eight);
-    }
-    auto rest = static_cast<uint32_t>(value);
-    for (char byte : bytes) rest = __builtin_ia32_crc32qi(rest, static_cast<uint8_t>(byte));
-    return ~rest;
-}
-#endif
-
-uint32_t crc(Bytes bytes) {
-#if defined(__x86_64__)
-    static const bool has_instruction = __builtin_cpu_supports("sse4.2");
-    if (has_instruction) return crc_by_processor(bytes);
-#endif
-    uint32_t value = ~0u;
-    while (bytes.size() >= 8) {
-        const uint32_t low = number(bytes, 0) ^ value, high = number(bytes, 4);
-        value = 0;
-        for (size_t i = 0; i < 4; ++i)
-            value ^= kSums[7 - i][low >> 8 * i & 255] ^ kSums[3 - i][high >> 8 * i & 255];
-        bytes.remove_prefix(8);
-    }
-    for (char byte : bytes)
-        value = value >> 8 ^ kSums[0][(value ^ static_cast<uint8_t>(byte)) & 255];
-    return ~value;
-}
-
 bool has_sum(Bytes bytes, uint32_t masked) {
-    const uint32_t value = crc(bytes);
+    const uint32_t value = crc32c(bytes.data(), bytes.size());
     return (value >> 15 | value << 17) + 0xA282EAD8u == masked;
 }
 
@@ -235,22 +188,26 @@ const char *fault_of_log(Bytes file, bool may_end_early) {
 
 // Files one after the other, in one buffer that grows to the largest. A file that can't be read
 // shows as one that is cut off.
-class Reader {
+class FileReader {
   public:
-    Bytes whole(const fs::path &path) { return last(path, UINT64_MAX); }
+    explicit FileReader(const std::u16string &directory) : directory_(directory) {}
+
+    Bytes whole(const std::string &name) { return last(name, UINT64_MAX); }
 
     // At most the last `count` bytes.
-    Bytes last(const fs::path &path, uint64_t count) {
-        std::ifstream in(path, std::ios::binary | std::ios::ate);
-        const auto end = in ? static_cast<uint64_t>(in.tellg()) : 0;
+    Bytes last(const std::string &name, uint64_t count) {
+        const Owned<FILE, fclose> file(os::open((directory_ + to_wide(name)).c_str(), u"rb"));
+        uint64_t end = 0;
+        if (!file || !os::size(file.get(), &end)) return {};
+        setvbuf(file.get(), nullptr, _IONBF, 0);
         const uint64_t size = std::min(end, count);
         if (bytes_.size() < size) bytes_.resize(size);
-        in.seekg(static_cast<std::streamoff>(end - size));
-        in.read(bytes_.data(), static_cast<std::streamsize>(size));
-        return Bytes(bytes_).substr(0, static_cast<size_t>(in.gcount()));
+        if (!os::seek(file.get(), static_cast<int64_t>(end - size), SEEK_SET)) return {};
+        return Bytes(bytes_).substr(0, fread(bytes_.data(), 1, size, file.get()));
     }
 
   private:
+    const std::u16string &directory_;
     std::string bytes_;
 };
 
@@ -258,38 +215,51 @@ bool is_number(Bytes text) {
     return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
 }
 
-} // namespace
+bool is_row_file(Bytes name) { return name.ends_with(".ldb") || name.ends_with(".sst"); }
 
-bool check_table_files(const fs::path &directory, bool sums,
-                       const std::function<void(const std::string &what)> &tell) {
-    Reader reader;
-    const std::string current(reader.whole(directory / "CURRENT"));
-    std::string manifest = current.substr(0, current.find('\n'));
-    const bool named = current.size() == manifest.size() + 1 && manifest.starts_with("MANIFEST-") &&
-                       is_number(manifest.substr(9));
-    if (!named) return tell(current.empty() ? "CURRENT is missing" : "CURRENT is damaged"), false;
-    if (!fs::exists(directory / manifest)) return tell(manifest + " is missing"), false;
-    if (const char *fault = fault_of_log(reader.whole(directory / manifest), false))
-        return tell(manifest + " " + fault), false;
-    bool sound = true, logged = false;
-    std::error_code ignored;
-    for (const auto &entry : fs::directory_iterator(directory, ignored)) {
-        const std::string name = entry.path().filename().string();
-        const std::string end = entry.path().extension().string();
-        const char *fault = nullptr;
-        if (!is_number(entry.path().stem().string())) continue;
-        logged |= end == ".log";
-        if (end == ".log") fault = fault_of_log(reader.whole(entry.path()), true);
-        if (end == ".ldb" || end == ".sst")
-            fault = sums ? fault_of_table(reader.whole(entry.path()), true)
-                         : fault_of_table(reader.last(entry.path(), kFooter), false);
-        if (!fault) continue;
-        tell(name + " " + fault);
-        sound = false;
-    }
-    // Opening makes one before anything names it, so that there always is one.
-    if (!logged) tell("its log is missing"), sound = false;
-    return sound;
+const char *fault_of_rows(FileReader &files, const std::string &name, bool sums) {
+    return sums ? fault_of_table(files.whole(name), true)
+                : fault_of_table(files.last(name, kFooter), false);
 }
 
-} // namespace dxf
+// What says which files count; empty if it is sound.
+std::vector<TableFault> faults_of_head(FileReader &files, const std::u16string &directory) {
+    const std::string current(files.whole("CURRENT"));
+    const std::string manifest = current.substr(0, current.find('\n'));
+    const bool named = current.size() == manifest.size() + 1 && manifest.starts_with("MANIFEST-") &&
+                       is_number(std::string_view(manifest).substr(9));
+    if (!named) return {{"CURRENT", current.empty() ? "is missing" : "is damaged", false}};
+    if (!exists(directory + to_wide(manifest))) return {{manifest, "is missing", false}};
+    if (const char *fault = fault_of_log(files.whole(manifest), false))
+        return {{manifest, fault, false}};
+    return {};
+}
+
+} // namespace
+
+std::vector<TableFault> find_table_faults(const std::u16string &directory, bool sums) {
+    FileReader files(directory);
+    std::vector<TableFault> faults = faults_of_head(files, directory);
+    if (!faults.empty()) return faults;
+    bool has_log = false;
+    visit_files(directory, false, [&](const std::u16string &, const std::u16string &wide) {
+        const std::string name = to_utf8(wide);
+        if (!is_number(name.substr(0, name.find('.')))) return;
+        const bool is_log = name.ends_with(".log"), is_rows = is_row_file(name);
+        has_log |= is_log;
+        const char *what = is_log    ? fault_of_log(files.whole(name), true)
+                           : is_rows ? fault_of_rows(files, name, sums)
+                                     : nullptr;
+        if (what) faults.push_back({name, what, is_rows});
+    });
+    // Opening makes one before anything names it, so that there always is one.
+    if (!has_log) faults.push_back({"its log", "is missing", false});
+    return faults;
+}
+
+bool still_at_fault(const std::u16string &directory, const TableFault &fault, bool sums) {
+    FileReader files(directory);
+    return exists(directory + to_wide(fault.file)) && fault_of_rows(files, fault.file, sums);
+}
+
+} // namespace zev::verify

@@ -1,0 +1,244 @@
+// Objects are read raw and once each, commits and trees in the form that git gives them:
+//   commit   lines "tree <hex>", "parent <hex>" (any number), others, an empty line, the message
+//   tree     entries of mode in octal digits, blank, name, zero byte, 20 bytes of id
+//   tag      "object <hex>" comes first
+//   shallow  in the Git directory, ids of commits, a line each, whose parents were never fetched
+// Reading compares an object with its name. Packs are also compared with their own sums, which
+// reaches what no reference does.
+#include "common/utf.hpp"
+#include "verify/files.hpp"
+#include "verify/object_reader.hpp"
+#include "verify/parts.hpp"
+#include "zev/str.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace zev::verify {
+
+namespace {
+
+constexpr uint64_t kPoll = 256; // objects between two looks at the user's break
+constexpr int32_t kUnknown = 0; // type of an object
+
+bool is_drawing_name(const std::string &path) {
+    return path.size() > 4 && zStrcasesameA(path.c_str() + path.size() - 4, ".dwx");
+}
+
+// An object to look at, and on whose behalf.
+struct Item {
+    Oid id;
+    int32_t type;
+    Place place;
+};
+
+class Objects {
+  public:
+    explicit Objects(Report &report)
+        : report_(report), reader_(report.repository->handle.get()),
+          shared_(shared_directory(report.repository->handle.get())), store_(shared_ + u"objects/"),
+          reads_all_(report.is_wanted(Z_VERIFY_OBJECTS)) {}
+
+    Tables run(const std::vector<Tip> &tips) {
+        read_shallow();
+        for (const Tip &tip : tips) push(tip.id, kUnknown, {.path = tip.name});
+        while (!pending_.empty() && counts_one()) {
+            const Item item = std::move(pending_.back());
+            pending_.pop_back();
+            visit(item);
+        }
+        if (reads_all_) check_store();
+        return collector_.take();
+    }
+
+  private:
+    // False when it is to end.
+    bool counts_one() {
+        const uint64_t count = ++report_.counts.objects;
+        if (count % kPoll == 1) report_.progress("verifying object", std::to_string(count));
+        return count % kPoll ? !report_.stopped() : !report_.broken();
+    }
+
+    void read_shallow() {
+        const std::string text = read_text(shared_ + u"shallow");
+        Oid id;
+        for (size_t at = 0; at + 40 <= text.size(); at = text.find('\n', at) + 1) {
+            if (parse_id(std::string_view(text).substr(at, 40), &id)) shallow_.insert(id);
+            if (text.find('\n', at) == text.npos) break;
+        }
+    }
+
+    void push(const Oid &id, int32_t type, const Place &place) {
+        if (seen_.insert(id).second) pending_.push_back({id, type, place});
+    }
+
+    void unreadable(const Item &item) {
+        report_.lost_objects = true;
+        report_.damage(item.place, "object " + hex(item.id) + ": " + reader_.reason());
+    }
+
+    bool read(const Item &item, bool keep) {
+        const bool sound = reader_.read(item.id, keep);
+        if (!sound) unreadable(item);
+        return sound;
+    }
+
+    void visit(const Item &item) {
+        const int32_t type = item.type ? item.type : reader_.type_of(item.id);
+        if (!type) return unreadable(item);
+        if (type == GIT_OBJECT_BLOB) return visit_file(item);
+        if (!read(item, true)) return;
+        if (type == GIT_OBJECT_COMMIT) visit_commit(item);
+        if (type == GIT_OBJECT_TREE) visit_tree(item);
+        if (type == GIT_OBJECT_TAG) push_named(reader_.content(), "object ", kUnknown, item.place);
+    }
+
+    void visit_commit(const Item &item) {
+        ++report_.counts.commits;
+        const Place own{{}, item.id};
+        std::string_view head = reader_.content();
+        head = head.substr(0, head.find("\n\n"));
+        if (!head.starts_with("tree ")) report_.damage(own, "is no commit");
+        const bool has_parents = !shallow_.contains(item.id);
+        while (!head.empty()) {
+            const std::string_view line = head.substr(0, head.find('\n'));
+            head.remove_prefix(std::min(line.size() + 1, head.size()));
+            if (has_parents) push_named(line, "parent ", GIT_OBJECT_COMMIT, own);
+            push_named(line, "tree ", GIT_OBJECT_TREE, own);
+        }
+    }
+
+    // An id in digits behind a word at the start of the text.
+    void push_named(std::string_view text, std::string_view word, int32_t type,
+                    const Place &place) {
+        Oid id;
+        if (text.starts_with(word) && parse_id(text.substr(word.size(), 40), &id))
+            push(id, type, place);
+    }
+
+    void visit_tree(const Item &item) {
+        ++report_.counts.trees;
+        std::string_view bytes = reader_.content();
+        while (!bytes.empty()) {
+            const size_t blank = bytes.find(' '), zero = bytes.find('\0');
+            if (blank > zero || zero == bytes.npos || bytes.size() - zero < 21)
+                return report_.damage(item.place, "damaged tree " + hex(item.id));
+            const std::string_view mode = bytes.substr(0, blank);
+            const std::string name(bytes.substr(blank + 1, zero - blank - 1));
+            Oid id;
+            memcpy(id.id, bytes.data() + zero + 1, sizeof id.id);
+            bytes.remove_prefix(zero + 21);
+            if (mode == "160000") continue; // a commit of another repository
+            const std::string &above = item.place.path;
+            push_entry(id, mode == "40000",
+                       {above.empty() ? name : above + "/" + name, item.place.commit});
+        }
+    }
+
+    // What was seen under another name may be a drawing under this one.
+    void push_entry(const Oid &id, bool is_tree, const Place &place) {
+        if (is_tree) return push(id, GIT_OBJECT_TREE, place);
+        if (!is_drawing_name(place.path)) return push(id, GIT_OBJECT_BLOB, place);
+        seen_.insert(id);
+        if (drawings_.insert(id).second) pending_.push_back({id, GIT_OBJECT_BLOB, place});
+    }
+
+    void visit_file(const Item &item) {
+        ++report_.counts.files;
+        if (is_drawing_name(item.place.path)) return visit_drawing(item);
+        if (!reads_all_) return;
+        if (!report_.quick())
+            read(item, false);
+        else if (reader_.type_of(item.id) != GIT_OBJECT_BLOB)
+            unreadable(item);
+    }
+
+    void visit_drawing(const Item &item) {
+        Manifest manifest{};
+        if (!read(item, true)) return;
+        const std::string_view bytes = reader_.content();
+        if (!zManifestRead(&manifest, bytes.data(), bytes.size())) return;
+        const Finally deinit([&manifest] { zManifestDeinit(&manifest); });
+        collector_.add(item.place, manifest);
+        ++report_.counts.drawings;
+    }
+
+    // ---- What no reference leads to
+
+    void check_store() {
+        std::vector<os::Name> names;
+        if (!os::read_dir(store_.c_str(), &names))
+            report_.damage({.path = "objects"}, std::generic_category().message(errno));
+        for (const os::Name &name : names) {
+            if (report_.broken()) return;
+            if (name.text == u"." || name.text == u".." || !name.directory) continue;
+            if (name.text.size() == 2) check_loose(name.text);
+            if (name.text == u"pack") check_packs(store_ + u"pack/");
+            if (name.text == u"info") check_sums(store_ + u"info/");
+        }
+    }
+
+    void check_loose(const std::u16string &prefix) {
+        std::vector<os::Name> names;
+        os::read_dir((store_ + prefix).c_str(), &names);
+        for (const os::Name &name : names) {
+            Oid id;
+            if (!parse_id(to_utf8(prefix + name.text), &id) || seen_.contains(id)) continue;
+            if (!counts_one()) return;
+            const Item item{id, kUnknown, {}};
+            if (!report_.quick())
+                read(item, false);
+            else if (!reader_.type_of(id))
+                unreadable(item);
+        }
+    }
+
+    void check_packs(const std::u16string &directory) {
+        visit_files(directory, false, [&](const std::u16string &path, const std::u16string &name) {
+            if (!name.ends_with(u".idx")) return;
+            if (!exists(path.substr(0, path.size() - 4) + u".pack"))
+                report_.damage({.path = to_utf8(name)}, "has no pack");
+        });
+        check_sums(directory);
+    }
+
+    static bool ends_in_sum(const std::u16string &path) {
+        const std::u16string_view name = std::u16string_view(path).substr(path.rfind(u'/') + 1);
+        if (name.starts_with(u"tmp_")) return false;
+        for (const std::u16string_view end :
+             {u".pack", u".idx", u".rev", u".bitmap", u".mtimes", u".graph"})
+            if (name.ends_with(end)) return true;
+        return name == u"commit-graph" || name == u"multi-pack-index";
+    }
+
+    bool has_sum(const std::u16string &path) const {
+        struct stat status;
+        if (!report_.quick()) return has_own_sum(path);
+        return os::stat(path.c_str(), &status) && status.st_size >= 20;
+    }
+
+    void check_sums(const std::u16string &directory) {
+        visit_files(directory, true, [this](const std::u16string &path, const std::u16string &) {
+            if (!ends_in_sum(path) || report_.broken() || has_sum(path)) return;
+            report_.damage({.path = to_utf8(path.substr(path.rfind(u'/') + 1))},
+                           "is damaged: it has another sum than it says");
+        });
+    }
+
+    Report &report_;
+    ObjectReader reader_;
+    const std::u16string shared_, store_;
+    const bool reads_all_;
+    std::vector<Item> pending_;
+    Ids seen_, drawings_, shallow_;
+    KeyCollector collector_;
+};
+
+} // namespace
+
+Tables check_objects(Report &report, const std::vector<Tip> &tips) {
+    if (!report.is_wanted(Z_VERIFY_OBJECTS | Z_VERIFY_TABLES)) return {};
+    return Objects(report).run(tips);
+}
+
+} // namespace zev::verify
