@@ -1,11 +1,11 @@
 // diff: which objects of a drawing are not the same in two versions of it, and what in them.
 
 #include "bytes.hpp"
+#include "dxf/check.hpp"
 #include "dxf/fields.hpp"
 #include "dxf/manifest.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
-#include "dxf/summary.hpp"
 #include "history.hpp"
 
 #include <algorithm>
@@ -116,67 +116,35 @@ class Difference {
 
     // A row to look at, for an object or, without one, for its share of the digest.
     struct Side {
-        DrawingKey key;
+        dxf::OtherKey key;
         Change *change;
-        bool now;
     };
 
     // Both sides of all changes in one walk over the table.
     void read_rows() {
-        std::vector<Side> sides = sides_of_objects();
-        add_blocks(sides);
-        if (sides.empty()) return;
-        std::sort(sides.begin(), sides.end(),
-                  [](const Side &a, const Side &b) { return dxf::before(a.key, b.key); });
-        std::vector<DrawingKey> keys;
-        for (const Side &side : sides) keys.push_back(side.key);
-        const DrawingKey summaries[] = {turned(from_.manifest.summary),
-                                        turned(to_.manifest.summary)};
-        DrawingDigest sums[2]{};
-        std::optional<DrawingDigest> wanted[2];
-        OwnedTable table = dxf::open_table(copy_.repository(), &to_.manifest.table, path_);
-        const uint64_t found = dxf::read_rows(
-            table.get(), keys, host_.notify, [&](size_t place, std::string_view row) {
-                const auto &[key, change, now] = sides[place];
-                if (change) take(*change, now, row);
-                if (zDrawingKeyEqual(&key, &summaries[now]))
-                    wanted[now] = dxf::digest_in(row);
-                else
-                    zDrawingDigestAddRow(&sums[now], key.object, row.data(), row.size());
-            });
-        if (found < keys.size() || !wanted[0] || !wanted[1]) return;
-        zDrawingDigestSubtract(&sums[1], &sums[0]);
-        zDrawingDigestSubtract(&*wanted[1], &*wanted[0]);
-        if (!dxf::same(sums[1], *wanted[1])) dxf::fail_mixed(path_);
-    }
-
-    std::vector<Side> sides_of_objects() {
         std::vector<Side> sides;
         for (Change &change : changes_) {
             const ObjectChange &object = change.object;
-            if (object.kind != ObjectChange::removed) sides.push_back({object.to, &change, true});
-            if (object.kind != ObjectChange::added) sides.push_back({object.from, &change, false});
+            if (object.kind != ObjectChange::removed) sides.push_back({{object.to, true}, &change});
+            if (object.kind != ObjectChange::added)
+                sides.push_back({{object.from, false}, &change});
         }
-        return sides;
-    }
-
-    // What else differs. The summaries, which have the digests, differ with anything.
-    void add_blocks(std::vector<Side> &sides) const {
-        const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
-        const auto add = [&sides](const dxf::RawKey &old, const dxf::RawKey &now) {
-            if (old == now) return;
-            sides.push_back({turned(old), nullptr, false});
-            sides.push_back({turned(now), nullptr, true});
-        };
-        add(from.header, to.header);
-        add(from.summary, to.summary);
-        add(from.layout, to.layout);
-        const size_t both = std::min(from.classes.size(), to.classes.size());
-        for (size_t i = 0; i < both; ++i) add(from.classes[i], to.classes[i]);
-        for (size_t i = both; i < from.classes.size(); ++i)
-            sides.push_back({turned(from.classes[i]), nullptr, false});
-        for (size_t i = both; i < to.classes.size(); ++i)
-            sides.push_back({turned(to.classes[i]), nullptr, true});
+        for (const dxf::OtherKey &key : dxf::other_blocks(from_.manifest, to_.manifest))
+            sides.push_back({key, nullptr});
+        if (sides.empty()) return;
+        std::sort(sides.begin(), sides.end(),
+                  [](const Side &a, const Side &b) { return dxf::before(a.key.key, b.key.key); });
+        std::vector<DrawingKey> keys;
+        for (const Side &side : sides) keys.push_back(side.key.key);
+        dxf::DigestCheck check(from_.manifest, to_.manifest);
+        OwnedTable table = dxf::open_table(copy_.repository(), &to_.manifest.table, path_);
+        const uint64_t found = dxf::read_rows(table.get(), keys, host_.notify,
+                                              [&](size_t place, std::string_view row) {
+                                                  const auto &[key, change] = sides[place];
+                                                  if (change) take(*change, key.is_newer, row);
+                                                  check.take(key, row);
+                                              });
+        if (found == keys.size() && check.is_mixed()) dxf::fail_mixed(path_);
     }
 
     void take(Change &change, bool now, std::string_view row) const {

@@ -9,6 +9,9 @@
 // The index lock is held from before the first look until the commit stands. A crash leaves the
 // old commit, and files or an index that have what came in: that is no obstacle to merging again.
 
+#include "bytes.hpp"
+#include "dxf/check.hpp"
+#include "dxf/rows.hpp"
 #include "graph.hpp"
 #include "refs.hpp"
 #include "transfer.hpp"
@@ -111,6 +114,25 @@ bool is_as_head(const WorkingCopy &copy, Index *index) {
     return zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()));
 }
 
+// Drawings that came in, and whose rows are not those that were imported: rows come by another way
+// than commits.
+void warn_of_mixed(Host &host, const WorkingCopy &copy, const Commit *ours,
+                   const Incoming &incoming) {
+    const OwnedOdb odb(check(zOdbOpen(copy.repository())));
+    Bytes older, newer;
+    for (const auto &[path, id] : incoming) {
+        if (!id || !is_drawing_name(path)) continue;
+        stop_on_break(host.notify);
+        read_object(odb.get(), &*id, newer, path);
+        const auto to = dxf::Manifest::read(newer.data);
+        const OwnedTreeEntry entry = copy.entry(ours, path);
+        if (entry) read_object(odb.get(), zTreeEntryId(entry.get()), older, path);
+        const auto from = entry ? dxf::Manifest::read(older.data) : std::nullopt;
+        if (to && dxf::is_mixed(copy.repository(), from ? &*from : nullptr, *to, host.notify))
+            host.out.warn(dxf::mixed_text(path));
+    }
+}
+
 class Merge {
   public:
     Merge(Host &host, const WorkingCopy &copy, const MergeOptions &options)
@@ -123,7 +145,8 @@ class Merge {
         require_settled(copy_);
         require_no_merge(copy_);
         Graph graph(copy_, host_.notify);
-        const Oid ours = *zCommitId(copy_.head().get()), theirs = *zCommitId(theirs_.get());
+        ours_ = copy_.head();
+        const Oid ours = *zCommitId(ours_.get()), theirs = *zCommitId(theirs_.get());
         const std::optional<Oid> base = graph.common(ours, theirs);
         if (!base) throw Failed(kOther, options_.branch + ": has no commit in common with HEAD");
         if (zOidIsEqual(&*base, &theirs)) return nothing_to_do();
@@ -151,6 +174,9 @@ class Merge {
     int take_over() {
         const Transfer taken = transfer(host_, copy_, nullptr, zCommitId(theirs_.get()), 0);
         const OwnedCommit head = copy_.head();
+        if (ours_)
+            warn_of_mixed(host_, copy_, ours_.get(),
+                          incoming_files(copy_, *zCommitId(ours_.get()), theirs_.get()));
         if (!taken.whole()) return incomplete(taken, zCommitId(head.get()));
         return has_conflicts(copy_) ? conflicted() : done(head.get());
     }
@@ -167,6 +193,7 @@ class Merge {
             taken = transfer(host_, copy_, wide(temporary.name()).c_str(), zCommitId(theirs_.get()),
                              Z_CHECK_NO_LOCKS);
         }
+        warn_of_mixed(host_, copy_, ours_.get(), incoming);
         if (zIndexHasConflicts(index.get())) {
             // Whoever resolves them is told whose they are; the commit then notes it.
             Owned<Reference, zReferenceFree>(
@@ -213,7 +240,7 @@ class Merge {
     Host &host_;
     const WorkingCopy &copy_;
     const MergeOptions &options_;
-    OwnedCommit theirs_;
+    OwnedCommit ours_, theirs_; // ours: null before the first commit
 };
 
 } // namespace

@@ -187,11 +187,12 @@ uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Noti
     return found;
 }
 
-void fail_mixed(const std::string &name) {
-    throw host::Failed(host::kOther,
-                       name + ": its table holds other blocks than were imported, as those of "
-                              "another copy of the project would be");
+std::string mixed_text(const std::string &name) {
+    return name + ": its table holds other blocks than were imported, as those of another copy of "
+                  "the project would be";
 }
+
+void fail_mixed(const std::string &name) { throw host::Failed(host::kOther, mixed_text(name)); }
 
 uint64_t highest_tag(Table *table) {
     OwnedIter iter(host::check(zTableIterNew(table)));

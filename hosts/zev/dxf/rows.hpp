@@ -33,7 +33,8 @@ std::string table_owner(Table *table);
 uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Notify *notify,
                    const std::function<void(size_t place, std::string_view value)> &visit);
 
-// Throws that a drawing's rows are not those that were imported.
+// That a drawing's rows are not those that were imported.
+std::string mixed_text(const std::string &name);
 [[noreturn]] void fail_mixed(const std::string &name);
 
 // Highest tag of any row, 0 for a table without rows of a drawing.
