@@ -1,6 +1,7 @@
 // Verify: what can be proven about a repository. Everything that the references lead to is read and
 // compared with its name; then what else the store holds, the index, each row of each drawing's
-// table, the records of history, and the locks that somebody left. Nothing is changed.
+// table, the records of history, and the locks that somebody left. Nothing is changed, but that a
+// table's database puts its own files in order whenever it is opened.
 //
 // Each fault is told by a callback as it is found; nothing is printed. A damage to one thing does
 // not end the look at the others.

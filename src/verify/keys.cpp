@@ -73,6 +73,7 @@ void KeyCollector::add(const Place &place, const Manifest &manifest) {
     const size_t counted = list_keys(manifest, keys);
     std::vector<uint32_t> numbers;
     numbers.reserve(keys.size());
+    if (known.numbers.empty()) known.numbers.reserve(keys.size());
     size_t at = 0; // in the version before
     const std::vector<RawKey> &last = known.last;
     for (const RawKey &key : keys) {

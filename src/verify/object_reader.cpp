@@ -14,6 +14,7 @@
 #include "objects/store/loose_object.hpp"
 #include "verify/files.hpp"
 
+#include <cassert>
 #include <cinttypes>
 #include <cstring>
 
@@ -37,7 +38,7 @@ bool read_at(FILE *file, int64_t offset, void *bytes, size_t size) {
 ObjectReader::ObjectReader(git_repository *repository)
     : directory_(objects_directory(repository)), block_(new uint8_t[kBlock]),
       inflated_(new uint8_t[kBlock]) {
-    if (git_repository_odb(out(odb_), repository) < 0) fail_git();
+    git_repository_odb(out(odb_), repository);
 }
 
 bool ObjectReader::fail(const char *why) {
@@ -75,6 +76,7 @@ int32_t ObjectReader::type_of(const Oid &id) {
 }
 
 bool ObjectReader::read(const Oid &id, bool keep) {
+    assert(is_open());
     content_ = {};
     packed_.reset();
     LooseObject loose;

@@ -21,6 +21,7 @@ namespace zev::verify {
 class ObjectReader {
   public:
     explicit ObjectReader(git_repository *repository); // may throw
+    bool is_open() const { return odb_ != nullptr; }   // false: libgit2 says why
 
     // The type alone, from the object's head; 0 and the reason for one that can't be had.
     int32_t type_of(const Oid &id);

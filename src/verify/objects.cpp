@@ -40,6 +40,11 @@ class Objects {
           reads_all_(report.is_wanted(Z_VERIFY_OBJECTS)) {}
 
     Tables run(const std::vector<Tip> &tips) {
+        if (!reader_.is_open()) {
+            fail_git(GIT_ERROR);
+            report_.stop();
+            return {};
+        }
         read_shallow();
         for (const Tip &tip : tips) push(tip.id, kUnknown, {.path = tip.name});
         while (!pending_.empty() && counts_one()) {

@@ -9,6 +9,7 @@
 #include "zev/repository.h"
 
 #include <algorithm>
+#include <cassert>
 
 namespace zev::verify {
 
@@ -79,7 +80,10 @@ class TableCheck {
         std::vector<std::pair<DrawingKey, uint32_t>> keys;
         keys.reserve(keys_.keys.size());
         for (uint32_t n = 0; n < keys_.keys.size(); ++n) keys.emplace_back(keys_.keys[n], n);
-        std::ranges::sort(keys, key_before, &std::pair<DrawingKey, uint32_t>::first);
+        const auto order = [](const auto &a, const auto &b) {
+            return key_before(a.first, b.first);
+        };
+        if (!std::ranges::is_sorted(keys, order)) std::ranges::sort(keys, order);
         rows_.resize(keys.size());
         report_.counts.blocks += keys.size();
         const IterPtr iter(zTableIterNew(table));
@@ -128,6 +132,7 @@ class TableCheck {
 
     // From version to version by what differs.
     void check_versions() {
+        assert(rows_.size() == keys_.keys.size() && rows_.size() == keys_.counted.size());
         DrawingDigest sum{};
         uint64_t lost = 0;
         for (const Version &version : keys_.versions) {

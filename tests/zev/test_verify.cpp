@@ -82,9 +82,31 @@ TEST_F(Verify, ComparesRowsWithWhatWasImported) {
     EXPECT_NE(found.out.find("1 problems"), std::string::npos) << found.out;
     EXPECT_EQ(zev(root, "diff plan.dwx HEAD~1 HEAD 2>/dev/null").code, 1);
     EXPECT_EQ(zev(root, "export plan.dwx - --rev HEAD 2>/dev/null").out, changed);
+    sh("$ZEV branch old HEAD~1 && $ZEV switch old");
+    EXPECT_NE(sh("$ZEV merge master").find("other blocks"), std::string::npos);
     put({1, UINT64_MAX - 1}, "{}");
     EXPECT_EQ(zev(root, "verify").code, 0);
     EXPECT_EQ(zev(root, "diff plan.dwx HEAD~1 HEAD 2>/dev/null").code, 0);
+}
+
+TEST_F(Verify, LooksAtWhatItIsAskedFor) {
+    auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
+    const auto damages = [&](uint32_t parts, const Notify *notify = nullptr) {
+        VerifySpec spec{};
+        spec.parts = parts;
+        spec.notify = notify;
+        VerifyCounts counts{};
+        return zVerify(&counts, repository.get(), &spec) ? static_cast<int>(counts.damages) : -1;
+    };
+    fs::remove_all(git + "tables");
+    EXPECT_EQ(damages(Z_VERIFY_ALL), 1);
+    EXPECT_EQ(damages(Z_VERIFY_TABLES), 1);
+    EXPECT_EQ(damages(Z_VERIFY_ALL & ~Z_VERIFY_TABLES), 0);
+    EXPECT_EQ(damages(0), -1);
+    Notify broken{};
+    broken.usrbrk = [](const Notify *) { return true; };
+    EXPECT_EQ(damages(Z_VERIFY_ALL, &broken), -1);
+    EXPECT_EQ(zErrorClass(), 6);
 }
 
 TEST_F(Verify, ReadsAnArchive) {
