@@ -15,6 +15,7 @@
 #include "common/failure.hpp"
 #include "common/format.hpp"
 #include "common/guard.hpp"
+#include "common/log_level.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
 #include "zev/path.h"
@@ -36,8 +37,6 @@ namespace {
 
 constexpr size_t kMost = 1024; // characters of a message, and of a line with its line feed
 constexpr int64_t kRotated = 0x2000001;
-constexpr int32_t kDebug = 7;
-constexpr int32_t kUnknown = 7;
 
 struct Level {
     const zwchar *name;
@@ -199,7 +198,7 @@ bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
     Finally done([] { logging = false; });
     const int kept = errno;
     const Level &rank = kLevels[level >= 0 && level < std::ssize(kLevels) ? level : kDebug];
-    const bool known = facility >= 0 && facility < kUnknown;
+    const bool known = facility >= 0 && facility < kFacilityUnknown;
 
     zwchar message[kMost + 1] = {};
     va_list arguments;
@@ -208,7 +207,7 @@ bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
     va_end(arguments);
 
     Line text;
-    append_head(text, rank, kFacilities[known ? facility : kUnknown]);
+    append_head(text, rank, kFacilities[known ? facility : kFacilityUnknown]);
     text.append_escaped(message[0] ? message : u"Unknown Error");
     if (rank.error) append_place(text, {path, line});
     char bytes[3 * kMost];
