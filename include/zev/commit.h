@@ -21,6 +21,13 @@ typedef int32_t (*CommitCallback)(Commit *commit, void *context);
 ZEV_API Commit *zCommitCreate(const zwchar *reference, const zwchar *author, const zwchar *message,
                               Tree *tree);
 
+// The same with further parents behind the reference's tip, for a merge: `count` ids of commits
+// that are here, else class 3. One that is a parent already is left out. What follows a history
+// follows the first parent alone.
+ZEV_API Commit *zCommitCreateWith(const zwchar *reference, const zwchar *author,
+                                  const zwchar *message, Tree *tree, const Oid *others,
+                                  uint64_t count);
+
 // Byid takes the id of anything that leads to a commit, of a tag too; Byref full and short names.
 ZEV_API Commit *zCommitByid(Repository *repository, const Oid *id);
 ZEV_API Commit *zCommitByprefix(Repository *repository, const Oid *prefix, uint64_t length);

@@ -1,3 +1,6 @@
+// A commit is made in steps: signature, tip of the reference, other parents, object, sync, move.
+// The reference moves last, only from the tip that was read, when all that it will name is on the
+// disk.
 #include "objects/store/commit.hpp"
 
 #include "common/errno.hpp"
@@ -15,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <string>
+#include <vector>
 
 using namespace zev;
 
@@ -28,18 +32,21 @@ constexpr int kLinks = 10;
 struct NewCommit {
     Repository *repository;
     Tree *tree;
+    std::span<const Oid> others; // further parents
     std::string author{}, message{};
     std::string name{}; // of the reference that moves: the last of a symbolic chain
     git_oid tip{};      // where that points, if `born`
     bool born = false;
     bool moves = false;
     git::Signature signature{};
-    git::Commit parent{}, made{};
+    std::vector<git::Commit> parents{}; // the tip comes first
+    git::Commit made{};
 
     bool sign();
     bool find_reference(const zwchar *reference);
     bool find_unborn();
     bool find_parent();
+    bool find_others();
     bool write();
     bool sync();
     bool move_reference();
@@ -93,20 +100,37 @@ bool NewCommit::find_unborn() {
 }
 
 bool NewCommit::find_parent() {
+    git::Commit parent;
     int code = git_commit_lookup(out(parent), repository->handle.get(), &tip);
-    if (!code) return true;
+    if (!code) return parents.push_back(std::move(parent)), true;
     // The tip may be an annotated tag, which no commit can follow.
     git_error_set_str(GIT_ERROR_OBJECT, "current tip is not the first parent");
     return fail_git(code == GIT_ENOTFOUND ? GIT_EMODIFIED : code);
 }
 
+// A commit that is a parent already is not named twice.
+bool NewCommit::find_others() {
+    for (const Oid &id : others) {
+        auto is_same = [&](const git::Commit &known) {
+            return git_oid_equal(git_commit_id(known.get()), git::oid(&id));
+        };
+        if (std::ranges::any_of(parents, is_same)) continue;
+        git::Commit parent;
+        int code = git_commit_lookup(out(parent), repository->handle.get(), git::oid(&id));
+        if (code < 0) return fail_git(code);
+        parents.push_back(std::move(parent));
+    }
+    return true;
+}
+
 // The object alone; no reference knows of it yet.
 bool NewCommit::write() {
     git_oid id;
-    const git_commit *parents[] = {parent.get()};
+    std::vector<const git_commit *> named;
+    for (const git::Commit &parent : parents) named.push_back(parent.get());
     int code =
         git_commit_create(&id, repository->handle.get(), nullptr, signature.get(), signature.get(),
-                          nullptr, message.c_str(), tree->handle.get(), parent ? 1 : 0, parents);
+                          nullptr, message.c_str(), tree->handle.get(), named.size(), named.data());
     if (!code) code = git_commit_lookup(out(made), repository->handle.get(), &id);
     return code < 0 ? fail_git(code) : true;
 }
@@ -119,7 +143,9 @@ bool NewCommit::sync() {
 // Only from where it was read: a commit that came in between is never lost.
 bool NewCommit::move_reference() {
     if (!moves) return true;
-    std::string log = parent ? "commit: " : "commit (initial): ";
+    std::string log = !born                ? "commit (initial): "
+                      : parents.size() > 1 ? "commit (merge): "
+                                           : "commit: ";
     if (const char *summary = git_commit_summary(made.get())) log += summary;
     git::Reference moved;
     int code = git_reference_create_matching(out(moved), repository->handle.get(), name.c_str(),
@@ -149,12 +175,14 @@ Failure fail_walk(Here at = {}) {
 namespace zev {
 
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
-                      Tree *tree, const std::function<bool()> &before_move) try {
-    NewCommit commit{.repository = tree->owner, .tree = tree};
+                      Tree *tree, const std::function<bool()> &before_move,
+                      std::span<const Oid> others) try {
+    NewCommit commit{.repository = tree->owner, .tree = tree, .others = others};
     commit.author = user_text(author);
     commit.message = user_text(message);
-    if (!commit.sign() || !commit.find_reference(reference) || !commit.write() || !commit.sync() ||
-        (before_move && !before_move()) || !commit.move_reference())
+    if (!commit.sign() || !commit.find_reference(reference) || !commit.find_others() ||
+        !commit.write() || !commit.sync() || (before_move && !before_move()) ||
+        !commit.move_reference())
         return nullptr;
     // The commit stands whether or not this succeeds; all that it needs is on the disk.
     if (commit.moves && !commit.sync()) log_raised(kWarning);
@@ -170,6 +198,12 @@ Commit *zCommitCreate(const zwchar *reference, const zwchar *author, const zwcha
                       Tree *tree) {
     if (!author || !message || !tree) return fail_args();
     return commit_create(reference, author, message, tree);
+}
+
+Commit *zCommitCreateWith(const zwchar *reference, const zwchar *author, const zwchar *message,
+                          Tree *tree, const Oid *others, uint64_t count) {
+    if (!author || !message || !tree || (count && !others)) return fail_args();
+    return commit_create(reference, author, message, tree, {}, {others, count});
 }
 
 Commit *zCommitByid(Repository *repository, const Oid *id) {

@@ -1,14 +1,17 @@
+// Making a commit, for the operations that have a step of their own in it.
 #pragma once
 
 #include "objects/store/object.hpp"
 
 #include <functional>
+#include <span>
 
 namespace zev {
 
-// zCommitCreate for a caller with work of his own between the first sync and the move of the
+// zCommitCreateWith for a caller with work of his own between the first sync and the move of the
 // reference: false from `before_move` ends it there. Arguments are checked.
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
-                      Tree *tree, const std::function<bool()> &before_move = {});
+                      Tree *tree, const std::function<bool()> &before_move = {},
+                      std::span<const Oid> others = {});
 
 } // namespace zev
