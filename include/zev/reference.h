@@ -49,9 +49,14 @@ ZEV_API const Oid *zReferenceResolve(Reference *reference);
 // The object of a type that the reference leads to.
 ZEV_API Object *zReferencePeel(Reference *reference, int32_t type);
 
-// Move the reference, from the state that the record holds only.
+// Move the reference, from the state that the record holds only, and have it on the disk: a branch
+// goes forward so. One that was moved meanwhile is libgit2's -15.
 ZEV_API bool zReferenceSetTarget(Reference *reference, const Oid *id);
 ZEV_API bool zReferenceSetSymbolic(Reference *reference, const zwchar *name);
+
+// Takes the reference away with its log, from the state that the record holds only; the record
+// stays to be freed. HEAD can't go.
+ZEV_API bool zReferenceDelete(Reference *reference);
 
 // By the name alone.
 ZEV_API bool zReferenceIsBranch(const Reference *reference);

@@ -97,3 +97,36 @@ TEST_F(ConfigTest, WritesARepositoryUnderItsLock) {
     ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"red"));
     EXPECT_EQ(git(place, "config --local zev.color"), "red");
 }
+
+// What the file was when it was read last says nothing of what it is.
+TEST_F(ConfigTest, WritesWhatWasPutBackFromOutside) {
+    ConfigPtr config(zConfigRepo(repository.get()));
+    const std::string before = read(place / ".git/config");
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"blue"));
+        EXPECT_EQ(git(place, "config --local zev.color"), "blue");
+        write(place / ".git/config", before);
+        EXPECT_EQ(zConfigGetString(config.get(), u"zev.color"), nullptr);
+    }
+}
+
+// Another one's lock is respected, rights are kept, and what a link names is written.
+TEST_F(ConfigTest, ChangesAFileAsGitDoes) {
+    const auto real = dir.path() / "dots/gitconfig", link = dir.path() / "settings";
+    write(real, "[user]\n\ttoken = x\n");
+    std::filesystem::permissions(real, std::filesystem::perms::owner_read |
+                                           std::filesystem::perms::owner_write);
+    std::filesystem::create_symlink(real, link);
+    ConfigPtr config(zConfigRead((dir.path().u16string() + u"\\settings").c_str()));
+    ASSERT_OK(config);
+    write(dir.path() / "dots/gitconfig.lock", "git's");
+    EXPECT_FALSE(zConfigSetInt(config.get(), u"zev.n", 1));
+    EXPECT_EQ(zErrorCode(), -14);
+    EXPECT_EQ(read(dir.path() / "dots/gitconfig.lock"), "git's");
+    std::filesystem::remove(dir.path() / "dots/gitconfig.lock");
+    ASSERT_OK(zConfigSetInt(config.get(), u"zev.n", 1));
+    EXPECT_EQ(read(real), "[user]\n\ttoken = x\n[zev]\n\tn = 1\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(real).permissions()), 0600);
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "dots/gitconfig.lock"));
+}

@@ -1,5 +1,7 @@
 #include "repo_fixture.hpp"
 
+#include "objects/store/strict.hpp"
+
 #include <git2.h>
 
 using namespace test;
@@ -38,6 +40,9 @@ TEST_F(ReferenceTest, CreatesAndResolves) {
     EXPECT_EQ(git(place, "rev-parse --verify refs/remotes/origin/master"), hex(&other));
     EXPECT_EQ(zReferenceLookup(repository.get(), u"refs/heads/none"), nullptr);
     EXPECT_EQ(zErrorClass(), 3);
+    const zev::StrictOff outer; // another one's, on whatever thread
+    ASSERT_OK(ReferencePtr(zReferenceCreate(repository.get(), u"refs/heads/x", &other)));
+    EXPECT_OK(zReferenceSetTarget(again.get(), &absent));
 }
 
 TEST_F(ReferenceTest, MovesItsHandleAlong) {
@@ -53,6 +58,19 @@ TEST_F(ReferenceTest, MovesItsHandleAlong) {
     EXPECT_EQ(hex(zObjectId(tip.get())), hex(zCommitTreeId(first.get())));
     ASSERT_OK(zReferenceSetHead(repository.get(), u"refs/heads/topic"));
     EXPECT_EQ(git(place, "symbolic-ref HEAD"), "refs/heads/topic");
+}
+
+TEST_F(ReferenceTest, GoesWithItsLogAndOnlyFromWhereItWasSeen) {
+    CommitPtr first = commit({{u"a", "1"}}, u"one", u"refs/heads/deep/topic");
+    ReferencePtr topic(zReferenceLookup(repository.get(), u"refs/heads/deep/topic"));
+    git(place, "pack-refs --all");
+    CommitPtr second = commit({{u"a", "2"}}, u"two", u"refs/heads/deep/topic");
+    EXPECT_FALSE(zReferenceDelete(topic.get())); // somebody moved it
+    EXPECT_EQ(zErrorCode(), -15);
+    topic.reset(zReferenceLookup(repository.get(), u"refs/heads/deep/topic"));
+    ASSERT_OK(zReferenceDelete(topic.get()));
+    EXPECT_EQ(git(place, "for-each-ref"), "");
+    EXPECT_FALSE(std::filesystem::exists(place / ".git/logs/refs/heads/deep/topic"));
 }
 
 TEST_F(ReferenceTest, WalkSkipsLockFiles) {

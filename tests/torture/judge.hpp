@@ -15,6 +15,7 @@ struct State {
     std::string branch, head, tree;
     std::set<std::string> parents; // of the head
     Files committed, index;
+    Files names;                 // references and settings, with what they say
     Files staged;                // where the index differs from the head
     std::set<std::string> store; // files of the store and of the drawings' tables
     Files work;                  // each file

@@ -99,6 +99,8 @@ echo second >docs/note.txt
 echo third >docs/note.txt
 )";
 
+const std::string kColored = R"("$ZEV" config zev.color blue)";
+
 constexpr int kConflicts = 4;
 
 struct Operation {
@@ -143,6 +145,9 @@ const Operation kOperations[] = {
     {"merge", kDiverged, {"zev", "merge", "side"}, true},
     {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
     {"cleanup", kStaged, {"zev", "cleanup"}},
+    {"config", "", {"zev", "config", "zev.color", "blue"}, true},
+    {"config unset", kColored, {"zev", "config", "--unset", "zev.color"}, true},
+    {"branch", "", {"zev", "branch", "other"}, true},
     {"restore replace",
      kTakenAndReplaced,
      {"zev", "--answer", "replace", "trash", "restore", "docs/note.txt", "--to", "docs"}},

@@ -4,9 +4,9 @@
 #include "zev/branch.h"
 
 #include "objects/store/branch.hpp"
+#include "objects/store/config.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/repository.hpp"
-#include "objects/store/sweep.hpp"
 #include "zev/oid.h"
 #include "zev/reference.h"
 
@@ -74,13 +74,13 @@ template <class Record> Record *tip(const Branch *branch, Here at = {}) {
 bool zBranchInit(Repository *repository, const zwchar *branch, const zwchar *remote,
                  const zwchar *merge) try {
     if (!repository || !branch || !remote || !merge) return fail_args();
-    git::Config config = local_config(repository->handle.get());
-    if (!config) return raise_not_found();
-    Lock lock = lock_config(repository->handle.get());
-    if (!lock) return true; // like a write that fails
-    git_config_set_string(config.get(), key(branch, "remote").c_str(), to_utf8(remote).c_str());
-    git_config_set_string(config.get(), key(branch, "merge").c_str(), to_utf8(merge).c_str());
-    return true;
+    return change_config(repository->handle.get(), [&](git_config *file) {
+        const int code =
+            git_config_set_string(file, key(branch, "remote").c_str(), to_utf8(remote).c_str());
+        return code < 0 ? code
+                        : git_config_set_string(file, key(branch, "merge").c_str(),
+                                                to_utf8(merge).c_str());
+    });
 } catch (...) {
     return fail_thrown();
 }

@@ -3,6 +3,10 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "common/utf.hpp"
+
+#include <algorithm>
+#include <string>
 
 #include <git2.h>
 
@@ -34,5 +38,11 @@ static_assert(sizeof(::Oid) == sizeof(git_oid));
 inline const git_oid *oid(const ::Oid *id) { return reinterpret_cast<const git_oid *>(id); }
 inline git_oid *oid(::Oid *id) { return reinterpret_cast<git_oid *>(id); }
 inline const ::Oid *oid(const git_oid *id) { return reinterpret_cast<const ::Oid *>(id); }
+
+// A path of the file system as libgit2 takes it; callers may give either slash.
+inline std::string path(std::u16string text) {
+    std::ranges::replace(text, u'\\', u'/');
+    return to_utf8(text);
+}
 
 } // namespace zev::git

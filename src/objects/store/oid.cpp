@@ -44,7 +44,7 @@ bool zOidRand(Oid *id) {
 bool zOidFromFile(Oid *id, const zwchar *path) try {
     if (!id || !path) return fail_args();
     git_oid found;
-    int code = git_odb_hashfile(&found, to_utf8(path).c_str(), GIT_OBJECT_BLOB);
+    int code = git_odb_hashfile(&found, git::path(path).c_str(), GIT_OBJECT_BLOB);
     if (code < 0) return fail_git(code);
     return zOidFromRaw(id, &found);
 } catch (...) {

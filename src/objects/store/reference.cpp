@@ -1,3 +1,5 @@
+// References, each a file below the Git directory or a line of packed-refs. libgit2 syncs each
+// before it takes its name, since repository.cpp asks it to.
 #include "objects/store/reference.hpp"
 
 #include "common/utf.hpp"
@@ -36,18 +38,15 @@ Reference *opened(Repository *repository, const zwchar *name, F open, Here at = 
     return fail_thrown(at);
 }
 
-// Takes the handle of the reference's new state.
-bool renewed(Reference *reference, int code, git::Reference handle) {
-    if (code < 0) return fail_git(code);
-    reference->handle = std::move(handle);
-    return true;
-}
-
 const git_reference *handle_of(const Reference *reference) { return reference->handle.get(); }
 
 // libgit2 gives its lock file a second name, the reference's, and doesn't look whether the first
 // one went. A lock that is the reference is nobody's.
-void drop_lock(const std::u16string &path) {
+void drop_lock(const git_reference *reference, git_repository *git) {
+    const std::string name = git_reference_name(reference);
+    const bool shared = name.starts_with("refs/");
+    const std::u16string path =
+        to_wide((shared ? git_repository_commondir(git) : git_repository_path(git)) + name);
     const std::u16string lock = path + u".lock";
     struct stat own, other;
     if (os::lstat(lock.c_str(), &other) && os::lstat(path.c_str(), &own) &&
@@ -55,34 +54,25 @@ void drop_lock(const std::u16string &path) {
         os::unlink(lock.c_str());
 }
 
-// A reference that was just made is still there when the power fails: HEAD may be made to name it.
-void sync_file(const git_reference *reference, Repository *owner) {
-    git_repository *git = owner->handle.get();
-    const std::string name = git_reference_name(reference);
-    const bool shared = name.starts_with("refs/");
-    const std::u16string path =
-        to_wide((shared ? git_repository_commondir(git) : git_repository_path(git)) + name);
-    drop_lock(path);
-    os::Mode mode;
-    mode.read = true;
-    const int fd = os::open_fd(path.c_str(), mode);
-    if (fd < 0) return;
-    os::fd_sync(fd);
-    os::close_fd(fd);
-    os::sync_dir(path.substr(0, path.rfind(u'/')).c_str());
-}
-
 // The record of a reference that `make` writes.
 template <class F>
 Reference *made(Repository *repository, const zwchar *name, F make, Here at = {}) try {
     Reference *reference = opened(repository, name, make, at);
     if (reference)
-        sync_file(reference->handle.get(), repository);
+        drop_lock(reference->handle.get(), repository->handle.get());
     else if (repository && name)
         drop_begun_log(repository->handle.get(), to_utf8(name).c_str());
     return reference;
 } catch (...) {
     return fail_thrown(at);
+}
+
+// Takes the handle of the reference's new state.
+bool renewed(Reference *reference, int code, git::Reference handle) {
+    if (code < 0) return fail_git(code);
+    reference->handle = std::move(handle);
+    drop_lock(reference->handle.get(), reference->owner->handle.get());
+    return true;
 }
 
 bool is_valid_name(const git_reference *reference) {
@@ -245,11 +235,13 @@ Object *zReferencePeel(Reference *reference, int32_t type) {
     return wrap<Object>(std::move(object), reference->owner);
 }
 
-bool zReferenceSetTarget(Reference *reference, const Oid *id) {
+bool zReferenceSetTarget(Reference *reference, const Oid *id) try {
     if (!reference || !id) return fail_args();
     git::Reference handle;
     int code = git_reference_set_target(out(handle), reference->handle.get(), git::oid(id), "");
     return renewed(reference, code, std::move(handle));
+} catch (...) {
+    return fail_thrown();
 }
 
 bool zReferenceSetSymbolic(Reference *reference, const zwchar *name) try {
@@ -258,6 +250,21 @@ bool zReferenceSetSymbolic(Reference *reference, const zwchar *name) try {
     int code = git_reference_symbolic_set_target(out(handle), reference->handle.get(),
                                                  to_utf8(name).c_str(), "");
     return renewed(reference, code, std::move(handle));
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zReferenceDelete(Reference *reference) try {
+    if (!reference) return fail_args();
+    git_repository *git = reference->owner->handle.get();
+    std::string name = git_reference_name(handle_of(reference));
+    if (int code = git_reference_delete(reference->handle.get()); code < 0) return fail_git(code);
+    // libgit2 takes away the directories that are empty now.
+    while (!name.empty()) {
+        name.resize(name.find_last_of('/') == name.npos ? 0 : name.find_last_of('/'));
+        if (os::sync_dir(to_wide(git_repository_commondir(git) + name).c_str())) break;
+    }
+    return true;
 } catch (...) {
     return fail_thrown();
 }

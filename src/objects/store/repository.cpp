@@ -3,8 +3,9 @@
 #include "objects/store/repository.hpp"
 
 #include "common/utf.hpp"
+#include "objects/store/config.hpp"
 #include "objects/store/loose_object.hpp"
-#include "objects/store/sweep.hpp"
+#include "system/os.hpp"
 #include "zev/dir.h"
 #include "zev/file.h"
 #include "zev/odb.h"
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <new>
 
 using namespace zev;
@@ -54,22 +56,44 @@ bool is_off(git_config *config, const char *key) {
     return git_config_get_bool(&value, config, key) == 0 && !value;
 }
 
+// libgit2 forgets what it knew of a switch when it sets it.
+int forget_switches(git_repository *handle) {
+    git::Config all;
+    int code = git_repository_config(out(all), handle);
+    for (const char *key : kOff)
+        if (code >= 0 && is_off(all.get(), key)) code = git_config_set_bool(all.get(), key, 0);
+    return code;
+}
+
 // The switches that must be off. Nothing is written where they are already: a write at every
-// open would leave a stale lock behind when the process is killed.
+// open would leave a stale lock behind when the process is killed. What nobody may write, an
+// archive, is read as it is.
 bool switch_off(git_repository *handle) {
     git::Config local = local_config(handle);
     if (!local) return false;
     auto off = [&](const char *key) { return is_off(local.get(), key); };
-    if (std::ranges::all_of(kOff, off)) return true;
-    git::Config all; // through this one libgit2 forgets what it knew of the switches
-    if (int code = git_repository_config(out(all), handle); code < 0) return fail_git(code);
-    Lock lock = lock_config(handle);
-    if (!lock) return false;
-    for (const char *key : kOff) {
-        if (off(key)) continue;
-        if (int code = git_config_set_bool(all.get(), key, 0); code < 0) return fail_git(code);
-    }
-    return true;
+    const std::u16string place = to_wide(git_repository_commondir(handle));
+    if (std::ranges::all_of(kOff, off) || !os::writable(place.c_str())) return true;
+    const bool written = change_config(handle, [](git_config *file) {
+        int code = 0;
+        for (const char *key : kOff)
+            if (code >= 0 && !is_off(file, key)) code = git_config_set_bool(file, key, 0);
+        return code;
+    });
+    if (!written) return false;
+    const int code = forget_switches(handle);
+    return code < 0 ? fail_git(code) : true;
+}
+
+// libgit2 asks when it opens the store of references, once for a repository, whether they are to
+// be synced: each is then on the disk before it takes its name, and the name when the call returns.
+void sync_references(git_repository *handle) {
+    static std::mutex mutex;
+    const std::lock_guard held(mutex);
+    git_libgit2_opts(GIT_OPT_ENABLE_FSYNC_GITDIR, 1);
+    const Finally off([] { git_libgit2_opts(GIT_OPT_ENABLE_FSYNC_GITDIR, 0); });
+    Owned<git_refdb, git_refdb_free> opened;
+    if (git_repository_refdb(out(opened), handle) < 0) git_error_clear();
 }
 
 // Another user's repository is refused. Where no safe.directory is configured at all libgit2
@@ -89,6 +113,7 @@ int init_for_clone(git_repository **handle, const char *path, int bare, void *) 
     git::Repository made;
     int code = git_repository_init(out(made), path, static_cast<unsigned>(bare));
     if (!code && !switch_off(made.get())) code = GIT_ERROR;
+    if (!code) sync_references(made.get());
     if (!code) *handle = made.release();
     return code;
 }
@@ -96,7 +121,7 @@ int init_for_clone(git_repository **handle, const char *path, int bare, void *) 
 // Wraps what `open` makes of the path; the handle is given back on failure.
 template <class F> Repository *opened(const zwchar *path, F open, Here at = {}) try {
     if (!path) return fail_args(at);
-    std::string text = to_utf8(path);
+    std::string text = git::path(path);
     git::Repository handle;
     if (int code = open(out(handle), text.c_str()); code < 0) return fail_open(code, text.c_str());
     Repository *repository = zRepositoryNew(handle.get());
@@ -135,21 +160,22 @@ Oid read_id(git_config *config) {
     return *git::oid(&id);
 }
 
-bool write_id(git_config *config, const Oid &id) {
+int write_id(git_config *file, const Oid &id) {
     char text[GIT_OID_HEXSZ + 1];
     git_oid_tostr(text, sizeof text, git::oid(&id));
-    int code = git_config_set_string(config, kIdKey, text);
-    return code < 0 ? fail_git(code) : true;
+    return git_config_set_string(file, kIdKey, text);
 }
 
 // Draws the id, unless another process did so since it was looked for.
-bool make_id(Repository *repository, git_config *config) {
-    Lock lock = lock_config(repository->handle.get());
-    if (!lock) return false;
-    Oid id = read_id(config);
-    if (zOidIsZero(&id) && (!zOidRand(&id) || !write_id(config, id))) return false;
-    repository->id = id;
-    return true;
+bool make_id(Repository *repository) {
+    Oid id;
+    const bool kept = change_config(repository->handle.get(), [&](git_config *file) {
+        id = read_id(file);
+        if (!zOidIsZero(&id)) return 0;
+        return zOidRand(&id) ? write_id(file, id) : GIT_ERROR;
+    });
+    if (kept) repository->id = id;
+    return kept;
 }
 
 // Where the files of a repository are moved before they are removed: a sibling, so that a
@@ -175,7 +201,7 @@ Repository *zRepositoryOpenBare(const zwchar *path) {
 }
 
 Repository *zRepositoryDiscover(const zwchar *start, const zwchar *ceilings) try {
-    std::string list = ceilings ? to_utf8(ceilings) : std::string();
+    std::string list = ceilings ? git::path(ceilings) : std::string();
     std::ranges::replace(list, ';', GIT_PATH_LIST_SEPARATOR);
     return opened(start, [&](git_repository **handle, const char *path) {
         return git_repository_open_ext(handle, path, 0, ceilings ? list.c_str() : nullptr);
@@ -214,6 +240,7 @@ Repository *zRepositoryNew(void *handle) try {
     if (!handle) return fail_args();
     auto *raw = static_cast<git_repository *>(handle);
     if (!switch_off(raw)) return nullptr;
+    sync_references(raw);
     guard_loose_objects(raw);
     auto *repository = new (std::nothrow) Repository();
     if (!repository) return fail_memory();
@@ -269,18 +296,18 @@ const Oid *zRepositoryId(Repository *repository, bool create) try {
     if (!config) return nullptr;
     repository->id = read_id(config.get());
     if (!create || !zOidIsZero(&repository->id)) return &repository->id;
-    return make_id(repository, config.get()) ? &repository->id : nullptr;
+    return make_id(repository) ? &repository->id : nullptr;
 } catch (...) {
     return fail_thrown();
 }
 
-bool zRepositorySetId(Repository *repository, const Oid *id) {
+bool zRepositorySetId(Repository *repository, const Oid *id) try {
     if (!repository || !id) return fail_args();
-    git::Config config = local_config(repository->handle.get());
-    if (!config) return false;
-    Lock lock = lock_config(repository->handle.get());
-    if (!lock || !write_id(config.get(), *id)) return false;
-    return zOidCopy(&repository->id, id);
+    return change_config(repository->handle.get(),
+                         [id](git_config *file) { return write_id(file, *id); }) &&
+           zOidCopy(&repository->id, id);
+} catch (...) {
+    return fail_thrown();
 }
 
 const zwchar *zRepositoryOwner(Repository *repository) {

@@ -22,6 +22,8 @@
 // (tmp_zev_ and 16 digits): else the next commit of everything would take it in.
 #include "objects/store/sweep.hpp"
 
+#include "objects/store/reference.hpp"
+
 #include "common/errno.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
@@ -75,23 +77,6 @@ struct Sweep {
             clean = fail_errno(path.c_str());
     }
 
-    // The log of a reference is written before the reference: one that was only begun goes with the
-    // lock, which a branch of that name would else be taken to have been lost.
-    void begun_log(const u16string &lock) {
-        constexpr std::string_view kNothing = "0000000000000000000000000000000000000000 ";
-        const u16string target = lock.substr(0, lock.size() - u16string_view(u".lock").size());
-        const u16string log = root + u"logs/" + target.substr(root.size());
-        struct stat status;
-        if (os::lstat(lock.c_str(), &status) || os::lstat(target.c_str(), &status)) return;
-        char text[1024];
-        Owned<FILE, fclose> file(os::open(log.c_str(), u"rb"));
-        const size_t size = file ? fread(text, 1, sizeof text, file.get()) : 0;
-        file.reset(); // else it counts as open
-        const std::string_view line(text, size);
-        if (size < sizeof text && line.starts_with(kNothing) && line.find('\n') == size - 1)
-            remove(log);
-    }
-
     // The directory that a pack grew in; it stays while somebody still writes there.
     void left_pack(const u16string &path) {
         directory(path + u"/", [](u16string_view) { return true; });
@@ -105,9 +90,24 @@ struct Sweep {
         for (const os::Name &name : names) {
             if (name.text == u"." || name.text == u"..") continue;
             if (!name.directory && may_go(name.text)) remove(path + name.text);
-            if (!name.directory && below && may_go(name.text)) begun_log(path + name.text);
             if (name.directory && below) directory(path + name.text + u"/", may_go, true);
             if (name.directory && name.text.starts_with(u"tmp_pack_")) left_pack(path + name.text);
+        }
+    }
+
+    // The log of a reference is written before the reference: one that was only begun would tell of
+    // a branch that was lost. `below` is a part of the reference's name.
+    void begun_logs(git_repository *git, const std::string &below) {
+        const u16string path = root + u"logs/" + to_wide(below);
+        std::vector<os::Name> names;
+        if (!os::read_dir(path.c_str(), &names)) return;
+        for (const os::Name &name : names) {
+            if (name.text == u"." || name.text == u"..") continue;
+            const std::string next = below + to_utf8(name.text);
+            if (name.directory)
+                begun_logs(git, next + "/");
+            else if (left(path + name.text))
+                drop_begun_log(git, next.c_str());
         }
     }
 
@@ -151,16 +151,30 @@ template <class F> bool swept(u16string root, u16string_view guard, F work) {
     return sweep.clean;
 }
 
+bool clear_config(git_repository *handle) {
+    const u16string root = to_wide(git_repository_commondir(handle));
+    const bool clean = swept(root, u"config", [](Sweep &sweep) {
+        sweep.directory(sweep.root,
+                        [](u16string_view name) { return name.starts_with(u"config.lock"); });
+    });
+    return clean && zFlockPurge((root + u"config").c_str());
+}
+
 } // namespace
 
 namespace zev {
 
 bool sweep_stale(Repository *repository) try {
     const zwchar *root = zRepositoryPath(repository);
-    if (!root) return false;
+    if (!root || !clear_config(repository->handle.get())) return false;
     return swept(root, u"index", [repository](Sweep &sweep) {
+        git_repository *git = repository->handle.get();
         sweep.directory(sweep.root, is_lock);
+        sweep.root = to_wide(git_repository_commondir(git));
+        sweep.directory(sweep.root,
+                        [](u16string_view name) { return name == u"packed-refs.lock"; });
         sweep.directory(sweep.root + u"refs/", is_lock, true);
+        sweep.begun_logs(git, "refs/");
         sweep.directory(sweep.root + u"objects/", is_temporary);
         sweep.directory(sweep.root + u"objects/pack/", is_temporary);
         sweep.hollow_objects(sweep.root + u"objects/");
@@ -171,11 +185,8 @@ bool sweep_stale(Repository *repository) try {
 }
 
 Lock lock_config(git_repository *handle) try {
-    u16string root = to_wide(git_repository_path(handle));
-    bool clean = swept(root, u"config", [](Sweep &sweep) {
-        sweep.directory(sweep.root, [](u16string_view name) { return name == u"config.lock"; });
-    });
-    return Lock(clean ? zFlockOpen((root + u"config").c_str(), false) : nullptr);
+    const u16string config = to_wide(git_repository_commondir(handle)) + u"config";
+    return Lock(clear_config(handle) ? zFlockOpen(config.c_str(), false) : nullptr);
 } catch (...) {
     return Lock(fail_thrown());
 }
