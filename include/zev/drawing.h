@@ -4,7 +4,8 @@
 // classes and objects of one drawing; the blocks' bytes are rows of the table (zev/table.h). To
 // set a block, stamp its key with the table's tag, then store its bytes under the key that you
 // got back by zDrawingKeyPutData. Rows of an older tag are never written over, so that older
-// versions of the file stay readable.
+// versions of the file stay readable; rows of the present one are. So after each commit the host
+// raises the tag (zTableTagIncrement), or its next change takes the committed rows away.
 //
 // Keys that are lent point into the record: those of a list until the list changes. An index
 // beyond the list is a bad argument. A file with bad content gives false or null and raises

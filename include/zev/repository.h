@@ -16,8 +16,8 @@ ZEV_BEGIN
 // refs/heads/master. Clone copies `url`, with all files unless `bare`.
 //
 // Every one of them switches core.autocrlf and core.filemode off in the repository's own
-// configuration, which is written only where it says otherwise. A repository of another user is
-// refused with libgit2's -36; only OpenBare does not ask.
+// configuration, which is written only where it says otherwise and may be. A repository of another
+// user is refused with libgit2's -36; only OpenBare does not ask.
 ZEV_API Repository *zRepositoryOpen(const zwchar *path);
 ZEV_API Repository *zRepositoryOpenBare(const zwchar *path);
 ZEV_API Repository *zRepositoryDiscover(const zwchar *start, const zwchar *ceilings);
@@ -33,7 +33,8 @@ ZEV_API void zShellFree(Repository *repository); // the same by the shell's name
 // leaves no half of one at the path. No repository there is class 3.
 ZEV_API bool zRepositoryDestroy(const zwchar *path);
 
-// Git directory, work tree, and `trash` in the Git directory. A bare repository has only the
+// Git directory, work tree, and `trash` in the Git directory, in that of the main repository for a
+// linked worktree. A bare repository has only the
 // first; the others are class 2 there.
 ZEV_API const zwchar *zRepositoryPath(Repository *repository);
 ZEV_API const zwchar *zRepositoryWorkdir(Repository *repository);

@@ -1,13 +1,21 @@
 // Table: the LevelDB database behind a drawing, one block a key, held by one opener at a time.
 //
-// A table lies in tables/<2 hex>/<38 hex> of its repository. Rows have 16-byte keys: the tag,
+// A table lies in tables/<2 hex>/<38 hex> of its repository, of the main one for a linked worktree.
+// Rows have 16-byte keys: the tag,
 // a generation counter, and the object's number, big-endian (zDrawingKey..., zev/drawing.h). All
 // bits zero is the path of the drawing that the table serves, all bits set the table's tag. Open
 // a table for one operation and free it at once: nobody else, in this process or another, can
 // open it meanwhile.
 //
-// What LevelDB refuses is the store error, class 13, with LevelDB's text as message. Writes reach
-// the disk with the next commit of the repository.
+// The tag rule. New keys are stamped with the table's tag, and a row under an existing key is
+// written over. What a commit names must never be: so after each commit of a drawing, and before
+// anything of it is changed again, the host raises the tag (zTableTagIncrement). Objects that are
+// changed then get new keys (zDrawingObjectModify), the committed rows stay, and every version can
+// be read back. The library does not raise it: it can't know which rows the host still means to
+// correct.
+//
+// What LevelDB refuses is the store error, class 13, with LevelDB's text as message. Rows reach the
+// disk with the next commit of the repository, a tag at once.
 #ifndef ZEV_TABLE_H
 #define ZEV_TABLE_H
 
@@ -16,8 +24,9 @@
 ZEV_BEGIN
 
 // Opens the database in a directory. With `create` it is made when it is missing, with its
-// parents; without, a directory that holds none is the store error. Null when somebody else
-// holds it: class 13 from LevelDB, or class 7 after half a second.
+// parents; without, a directory that holds none is the store error. Somebody else who holds it is
+// waited for, up to three seconds, then class 7. A directory that refuses writing, of an archive or
+// a read-only file system, is opened for reading: whatever would change the table is EROFS.
 ZEV_API Table *zTableOpen(const zwchar *path, bool create);
 
 // A new table with a random id, and the table of an id, which is made when it is missing.
@@ -42,8 +51,9 @@ ZEV_API bool zTablePut(Table *table, const void *key, uint64_t key_length, const
                        uint64_t value_length);
 ZEV_API bool zTableDel(Table *table, const void *key, uint64_t key_length);
 
-// The tag that new keys are stamped with, 1 in a new table and when it can't be read. Incrementing
-// fails rather than start over when it can't be read.
+// The tag that new keys are stamped with, 1 in a new table and when it can't be read; see the tag
+// rule above. Set and Increment have it on the disk when they return: one that was handed out is
+// not handed out again. Incrementing fails rather than start over when it can't be read.
 ZEV_API uint64_t zTableTagGet(Table *table);
 ZEV_API bool zTableTagSet(Table *table, uint64_t value);
 ZEV_API bool zTableTagIncrement(Table *table);

@@ -72,6 +72,8 @@ void append(std::vector<DrawingKey> &keys, const Vector *list) {
     keys.insert(keys.end(), more.begin(), more.end());
 }
 
+constexpr int kWarning = 4; // of the log
+
 // Gives a drawing file whose table serves another path a table of its own.
 class Confirmation {
   public:
@@ -84,9 +86,17 @@ class Confirmation {
         if (!repository_) return false;
         drawing_.reset(zDrawingRead(path_));
         if (!drawing_) return false;
+        if (!has_table(repository_.get(), drawing_->table)) return warn();
         table_.reset(zTableByid(repository_.get(), &drawing_->table));
         const zwchar *workdir = table_ ? zRepositoryWorkdir(repository_.get()) : nullptr;
         return workdir && relative_to(relative_, path_, workdir);
+    }
+
+    // A drawing that was copied from another project: what it names is not here.
+    bool warn() {
+        raise_not_found(std::u16string(path_) + u": its table is not in this repository");
+        log_raised(kWarning);
+        return false;
     }
 
     // A table without a reference serves whoever names it.

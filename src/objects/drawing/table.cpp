@@ -7,7 +7,12 @@
 //     object -1  header, -2 summary, -3 DS, -4 VBA project, -101-n class n, others the objects
 //   LOCK.zlck    held without sharing while the table is open, gone afterwards
 //
-// Writes are not synced here: whoever lets a file or a reference name a row syncs before.
+// The directory is that of the repository which all linked worktrees share; a table that a worktree
+// has in its own Git directory, where they were kept once, is used there.
+//
+// Rows are not synced here: whoever lets a file or a reference name a row syncs before. The tag is:
+// one that was handed out and forgotten would be handed out again, for other rows under the same
+// keys.
 #include "objects/drawing/table.hpp"
 
 #include "common/errno.hpp"
@@ -15,6 +20,7 @@
 #include "common/reader.hpp"
 #include "common/utf.hpp"
 #include "objects/drawing/drawing.hpp"
+#include "objects/store/repository.hpp"
 #include "system/os.hpp"
 
 #include "zev/dir.h"
@@ -32,14 +38,12 @@ namespace zev {
 
 Failure fail_store(const char *text) { return raise_kvdb(text); }
 
-bool can_write(const Table *table) {
-    return !table->shadow.is_made() || fail_os(EROFS, table->path.get());
-}
-
 namespace {
 
 constexpr const zwchar *kEnd = nullptr; // of a list of path components
 constexpr zwchar kLockName[] = u"LOCK.zlck";
+constexpr int kLockRounds = 6; // of half a second, for others who read or write
+constexpr int32_t kClassLocked = 7;
 constexpr uint64_t kFirstTag = 1;
 // "/tables/", two digits, a slash and 38 digits.
 constexpr uint64_t kTablePathTail = 8 + 41;
@@ -56,11 +60,17 @@ bool is_tag_key(const void *key, uint64_t length) {
     return length == tag_key.size() && !memcmp(key, tag_key.data(), tag_key.size());
 }
 
-bool table_path(zwchar *path, Repository *repository, const Oid *id) {
-    const zwchar *root = zRepositoryPath(repository);
-    if (!root) return false;
+bool table_below(zwchar *path, const zwchar *root, const Oid *id) {
     if (zStrlenW(root) + kTablePathTail >= Z_PATH_MAX) return fail_os(ENAMETOOLONG);
     return zPathBuild(path, root, u"tables", kEnd) && zOidPathAppend(path, id);
+}
+
+bool table_path(zwchar *path, Repository *repository, const Oid *id) {
+    const zwchar *own = zRepositoryPath(repository);
+    if (!own || !table_below(path, own, id)) return false;
+    if (!zRepositoryIsWorktree(repository) || zPathExists(path)) return true;
+    const std::string shared = git_repository_commondir(repository->handle.get());
+    return table_below(path, to_wide(shared).c_str(), id);
 }
 
 // Files that hold rows. Where they stand without a CURRENT, LevelDB would begin anew, and delete
@@ -85,6 +95,12 @@ bool prepare_directory(const zwchar *path, const std::string &utf8, bool create)
     return fail_store((utf8 + ": does not exist (create_if_missing is false)").c_str());
 }
 
+// Nobody can write there: a read-only file system, an archive.
+bool is_archive(const zwchar *path) {
+    struct stat status;
+    return os::stat(path, &status) && !os::writable(path);
+}
+
 bool open_database(Table *table, const std::string &utf8, bool create) {
     ldb::Options options{leveldb_options_create()};
     leveldb_options_set_create_if_missing(options.get(), create);
@@ -94,22 +110,38 @@ bool open_database(Table *table, const std::string &utf8, bool create) {
     table->reading.reset(leveldb_readoptions_create());
     leveldb_readoptions_set_verify_checksums(table->reading.get(), 1);
     table->writing.reset(leveldb_writeoptions_create());
+    table->synced.reset(leveldb_writeoptions_create());
+    leveldb_writeoptions_set_sync(table->synced.get(), 1);
     return true;
 }
 
+// Others of ours are waited for; LevelDB's own lock, beneath, refuses at once.
 bool take_lock(Table *table) {
     zwchar path[Z_PATH_MAX];
     if (!zPathBuild(path, table->path.get(), kLockName, kEnd)) return false;
-    table->lock.reset(zShareWait(path, u"w+bSTD", Z_SHARE_NONE));
+    for (int round = 0; round < kLockRounds && !table->lock; ++round) {
+        table->lock.reset(zShareWait(path, u"w+bSTD", Z_SHARE_NONE));
+        if (!table->lock && zErrorClass() != kClassLocked) break;
+    }
     return table->lock != nullptr;
 }
 
-// A table that can't be written needs no lock.
-bool open_files(Table *table, const std::string &utf8, bool create) {
-    const zwchar *path = table->path.get();
-    if (os::writable(path)) return open_database(table, utf8, create) && take_lock(table);
-    if (!table->shadow.make(path)) return fail_errno(path);
-    return open_database(table, to_utf8(table->shadow.path()), false);
+bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool create) {
+    if (is_archive(path))
+        return table->image.make(path) && open_database(table, to_utf8(table->image.path()), false);
+    return prepare_directory(path, utf8, create) && take_lock(table) &&
+           open_database(table, utf8, create);
+}
+
+bool put_row(Table *table, const void *key, uint64_t key_length, const void *value,
+             uint64_t value_length, bool is_synced) {
+    if (!check_writable(table)) return false;
+    if (is_tag_key(key, key_length)) table->tag.reset();
+    ldb::Text error;
+    leveldb_put(table->database.get(), (is_synced ? table->synced : table->writing).get(),
+                ldb::chars(key), key_length, ldb::chars(value ? value : ""), value_length,
+                out(error));
+    return error ? fail_store(error.get()) : true;
 }
 
 // A value on the C heap; null where the key is missing (no error) or the store failed.
@@ -147,6 +179,15 @@ bool valid(const TableIter *iter) {
 
 } // namespace
 
+bool check_writable(const Table *table) {
+    return table->image ? fail_os(EROFS, table->path.get()) : true;
+}
+
+bool has_table(Repository *repository, const Oid &id) {
+    zwchar path[Z_PATH_MAX];
+    return table_path(path, repository, &id) && zPathExists(path);
+}
+
 void discard_table(TablePtr table) {
     const Wide path = std::move(table->path);
     table.reset();
@@ -162,8 +203,8 @@ bool TableBatch::put(Bytes key, Bytes value) {
 
 bool TableBatch::flush() {
     if (!held_) return ok_;
-    if (!can_write(table_)) return ok_ = false;
     held_ = 0;
+    if (!check_writable(table_)) return ok_ = false;
     table_->tag.reset(); // the batch may hold another one
     ldb::Text error;
     leveldb_write(table_->database.get(), table_->writing.get(), batch_.get(), out(error));
@@ -234,8 +275,8 @@ Table *zTableOpen(const zwchar *path, bool create) try {
         return fail_os(ENAMETOOLONG);
     TablePtr table{new Table};
     table->path.reset(zStrdupW(path));
-    if (!table->path || !prepare_directory(path, utf8, create)) return nullptr;
-    return open_files(table.get(), utf8, create) ? table.release() : nullptr;
+    if (!table->path) return nullptr;
+    return open_table(table.get(), path, utf8, create) ? table.release() : nullptr;
 } catch (...) {
     return fail_thrown();
 }
@@ -297,18 +338,12 @@ bool zTableGet(void **value, uint64_t *length, Table *table, const void *key, ui
 bool zTablePut(Table *table, const void *key, uint64_t key_length, const void *value,
                uint64_t value_length) {
     if (!table || !key || (!value && value_length)) return fail_args();
-    if (!can_write(table)) return false;
-    if (is_tag_key(key, key_length)) table->tag.reset();
-    ldb::Text error;
-    leveldb_put(table->database.get(), table->writing.get(), ldb::chars(key), key_length,
-                ldb::chars(value ? value : ""), value_length, out(error));
-    if (error) return fail_store(error.get());
-    return true;
+    return put_row(table, key, key_length, value, value_length, false);
 }
 
 bool zTableDel(Table *table, const void *key, uint64_t key_length) {
     if (!table || !key) return fail_args();
-    if (!can_write(table)) return false;
+    if (!check_writable(table)) return false;
     if (is_tag_key(key, key_length)) table->tag.reset();
     ldb::Text dropped; // a row that could not be deleted does no harm
     leveldb_delete(table->database.get(), table->writing.get(), ldb::chars(key), key_length,
@@ -326,7 +361,8 @@ bool zTableTagSet(Table *table, uint64_t value) {
     if (!table) return fail_args();
     uint8_t bytes[sizeof value];
     put_u64(bytes, value);
-    return zDrawingKeyPutData(table, &kTagKey, bytes, sizeof bytes);
+    static constexpr KeyBytes key = key_bytes(kTagKey);
+    return put_row(table, key.data(), key.size(), bytes, sizeof bytes, true);
 }
 
 // A tag that can't be read is not taken for 1 here: going back would let old rows be overwritten.

@@ -4,7 +4,6 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
-#include "objects/drawing/table_shadow.hpp"
 #include "zev/share.h"
 #include "zev/table.h"
 
@@ -29,15 +28,36 @@ inline const char *chars(const void *bytes) { return static_cast<const char *>(b
 
 } // namespace zev::ldb
 
+namespace zev {
+
+// LevelDB writes whenever it opens: a new manifest, a log, a lock. Where nobody may write, it is
+// shown a directory of links to the table's files, which goes with the record.
+class TableImage {
+  public:
+    TableImage() = default;
+    ~TableImage();
+    TableImage(const TableImage &) = delete;
+    TableImage &operator=(const TableImage &) = delete;
+
+    explicit operator bool() const { return !path_.empty(); }
+    bool make(const zwchar *table);
+    const std::u16string &path() const { return path_; }
+
+  private:
+    std::u16string path_;
+};
+
+} // namespace zev
+
 struct Table {
     Repository *owner = nullptr; // lent; null unless opened through a repository
     Oid id{};                    // all zero after a direct open
     zev::Wide path;
-    zev::TableShadow shadow;             // what is open in its place, if it can't be written
+    zev::TableImage image;               // of a table that is only read
     zev::Owned<Share, zShareClose> lock; // above the database: let go once that is closed
     zev::ldb::Database database;
     zev::ldb::ReadOptions reading; // checksums verified
-    zev::ldb::WriteOptions writing;
+    zev::ldb::WriteOptions writing, synced;
     std::optional<uint64_t> tag; // as stored, once read; nobody else writes while we hold the lock
 };
 
@@ -56,7 +76,10 @@ inline constexpr DrawingKey kReferenceKey{0, 0};
 inline constexpr DrawingKey kTagKey{UINT64_MAX, UINT64_MAX};
 
 Failure fail_store(const char *text); // class 13 with LevelDB's text, which may be null
-bool can_write(const Table *table);   // false: it is read through a shadow, which is raised
+
+// False, with the reason raised, for a table that is only read.
+bool check_writable(const Table *table);
+bool has_table(Repository *repository, const Oid &id);
 
 // Closes a table that was just made and takes it away again.
 void discard_table(TablePtr table);

@@ -151,6 +151,19 @@ const zwchar *stored(const Repository *repository, Wide Repository::*field, Here
     return text ? text.get() : u"";
 }
 
+// A linked worktree had a trash of its own once, which its removal would destroy: what is in there
+// joins that of the repository.
+void share_trash(git_repository *git) {
+    const std::u16string own = to_wide(git_repository_path(git)) + u"trash";
+    const std::u16string shared = to_wide(git_repository_commondir(git)) + u"trash";
+    std::vector<os::Name> names;
+    if (!os::read_dir(own.c_str(), &names) || !os::make_dirs(shared.c_str())) return;
+    for (const os::Name &name : names)
+        if (name.text != u"." && name.text != u"..")
+            os::move((own + u"/" + name.text).c_str(), (shared + u"/" + name.text).c_str(), false);
+    os::remove_dir(own.c_str());
+}
+
 // The id that a configuration holds, zero if it holds none.
 Oid read_id(git_config *config) {
     std::string text;
@@ -283,7 +296,9 @@ const zwchar *zRepositoryWorkdir(Repository *repository) {
 
 const zwchar *zRepositoryTrash(Repository *repository) try {
     if (!repository || zRepositoryIsBare(repository)) return fail_args();
-    std::string path = git_repository_path(repository->handle.get());
+    if (repository->trash) return repository->trash.get();
+    std::string path = git_repository_commondir(repository->handle.get());
+    if (zRepositoryIsWorktree(repository)) share_trash(repository->handle.get());
     return kept(repository->trash, (path + "trash").c_str());
 } catch (...) {
     return fail_thrown();
