@@ -17,8 +17,9 @@ typedef int32_t (*PackCallback)(const void *bytes, uint64_t size, void *context)
 ZEV_API PackBuilder *zPackBuilderNew(Repository *repository);
 ZEV_API void zPackBuilderFree(PackBuilder *builder);
 
-// One object; the object and all that it refers to; a tree with all below it; a commit with its
-// tree. An object that is in already counts once. A missing one is class 3.
+// One object; the object and all below it, where a commit gives itself and its tree, no parents,
+// and a tag itself and what it names; a tree with all below it; a commit with its tree. An object
+// that is in already counts once. A missing one is class 3.
 ZEV_API bool zPackBuilderInsert(PackBuilder *builder, const Oid *id);
 ZEV_API bool zPackBuilderInsertRecur(PackBuilder *builder, const Oid *id);
 ZEV_API bool zPackBuilderInsertTree(PackBuilder *builder, const Oid *id);

@@ -2,6 +2,10 @@
 
 #include <sys/resource.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 using namespace test;
 
 namespace {
@@ -164,6 +168,17 @@ TEST_F(OdbTest, ExportsRawBytes) {
     EXPECT_EQ(zErrorCode(), 13);
     EXPECT_FALSE(zBlobCheckout(file.get(), u"out")) << "read-only";
     EXPECT_EQ(read(place / "out"), "line\r\nline\nline\r\nline\n");
+
+    // What is no file takes the bytes, by whatever name, or refuses them: it is never replaced.
+    ASSERT_EQ(mkfifo((place / "pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink("pipe", place / "name");
+    const int end = open((place / "pipe").c_str(), O_RDONLY | O_NONBLOCK);
+    EXPECT_OK(zBlobExport(file.get(), (place / "name").u16string().c_str(), u"wb"));
+    char bytes[64] = {};
+    EXPECT_EQ(::read(end, bytes, sizeof bytes), 11);
+    close(end);
+    EXPECT_FALSE(zBlobCheckout(file.get(), u"pipe"));
+    EXPECT_TRUE(std::filesystem::is_fifo(place / "pipe"));
 }
 
 TEST_F(OdbTest, NeverWritesThroughALink) {

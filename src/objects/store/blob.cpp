@@ -1,3 +1,5 @@
+// Blobs, and the ways of their bytes out of the store: written where the caller says, or put into
+// the work directory, filtered, never through a link.
 #include "common/errno.hpp"
 #include "common/pathname.hpp"
 #include "objects/store/object.hpp"
@@ -63,6 +65,19 @@ bool write_into(const Blob *blob, const zwchar *path, const zwchar *mode) {
     return fclose(file.release()) == 0 ? true : fail_errno(path);
 }
 
+// A pipe or a device, also by the name of a link, as /dev/stdout is one: it takes the bytes.
+bool takes_bytes(const zwchar *path) {
+    struct stat status;
+    return os::stat(path, &status) && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+bool write_through(const Blob *blob, const zwchar *path) {
+    Owned<FILE, fclose> file(os::open(path, u"wb"));
+    if (!file) return fail_errno(path);
+    if (!write_blob(file.get(), blob, nullptr)) return false;
+    return fclose(file.release()) == 0 ? true : fail_errno(path);
+}
+
 // Makes the directories on the way to a file below the root, each a real one.
 bool make_way(std::u16string full, size_t root) {
     for (size_t slash = full.find(u'/', root); slash != full.npos;
@@ -108,6 +123,7 @@ bool zBlobExport(Blob *blob, const zwchar *path, const zwchar *mode) {
     os::Mode parsed;
     if (!os::Mode::parse(mode, &parsed)) return fail_errno(path);
     bool whole = parsed.truncate && !parsed.exclusive;
+    if (whole && takes_bytes(path)) return write_through(blob, path);
     return whole ? replace_with(blob, path, nullptr) : write_into(blob, path, mode);
 }
 
@@ -122,6 +138,9 @@ bool zBlobCheckout(Blob *blob, const zwchar *path) try {
     std::u16string full = std::u16string(root) + relative;
     if (full.size() >= Z_PATH_MAX - 1) return fail_os(ENAMETOOLONG, full.c_str());
     if (!make_way(full, zStrlenW(root))) return false;
+    struct stat status;
+    if (os::lstat(full.c_str(), &status) && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
+        return fail_os(EEXIST, full.c_str());
     FilterList filters;
     int code =
         git_filter_list_load(out(filters), git_blob_owner(blob->handle.get()), blob->handle.get(),
