@@ -49,7 +49,8 @@ ZEV_API Time *zCommitTime(Time *out, const Commit *commit);
 ZEV_API Commit *zCommitParent(const Commit *commit);
 ZEV_API const Oid *zCommitParentId(const Commit *commit);
 
-// What a commit changed beside its first parent that is there, a root commit beside the empty tree;
+// What a commit changed beside its first parent that is there, a root commit beside the empty tree,
+// and so one where a shallow clone was cut;
 // and what differs between two, either of which may be null for the empty tree. `spec` and
 // `cancel` may be null, see zDiffTreeToTree.
 ZEV_API DiffList *zCommitChanges(Commit *commit, PathSpec *spec, DiffCancel cancel);

@@ -60,6 +60,22 @@ class RevListTest : public WorkingCopyTest {
 
 } // namespace
 
+// Where a shallow clone was cut, history begins, whatever the commit says.
+TEST_F(RevListTest, BeginsWhereAShallowCloneWasCut) {
+    commits(4);
+    const Oid cut = named("HEAD~2");
+    write(place / ".git/shallow", hex(&cut) + "\n");
+    EXPECT_EQ(list(), "m3 m2 m1 ");
+    CommitPtr first(zCommitByid(repository.get(), &cut));
+    Held<DiffList, zDiffListFree> changes(zCommitChanges(first.get(), nullptr, nullptr));
+    ASSERT_OK(changes);
+    EXPECT_EQ(zDiffEntryStatus(zDiffListEntry(changes.get(), 0)), Z_KIND_ADDED);
+    std::filesystem::remove(place / ".git/shallow");
+    const std::string gone = git(place, "rev-parse HEAD~3");
+    std::filesystem::remove(place / ".git/objects" / gone.substr(0, 2) / gone.substr(2));
+    EXPECT_EQ(list(), "m3 m2 m1 ") << "the rest is with the server";
+}
+
 TEST_F(RevListTest, Bases) {
     commits(2);
     git(place, "-c user.name=x -c user.email=x tag -a -m tagged v1 HEAD~");

@@ -108,7 +108,7 @@ Object *zRevisionEntry(const Revision *revision, const zwchar *path) try {
     const Owned<Tree, zTreeFree> root(by_peeled_id<Tree>(revision->owner, &revision->id));
     if (!root) return nullptr;
     git::Object object;
-    git_object_dup(out(object), reinterpret_cast<git_object *>(root->handle.get()));
+    git_object_dup(out(object), git::as<git_object>(root->handle.get()));
     const std::string names = to_utf8(path);
     constexpr std::string_view kSlashes = "/\\";
     for (size_t at = 0; (at = names.find_first_not_of(kSlashes, at)) != names.npos;) {

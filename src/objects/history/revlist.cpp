@@ -1,7 +1,9 @@
-// Walking history. What is asked of a commit's own words (time, author, message) is asked first:
-// only a commit that passes there needs its record.
+// Walking history along first parents, up to the first commit that is not here. What is asked of a
+// commit's own words (time, author, message) is asked first: only a commit that passes there needs
+// its record.
 #include "common/errno.hpp"
 #include "objects/history/revision.hpp"
+#include "objects/store/commit.hpp"
 #include "objects/store/object.hpp"
 #include "zev/branch.h"
 #include "zev/notify.h"
@@ -45,7 +47,7 @@ class History {
   private:
     bool follow(BranchPtr branch);
     bool is_local(const Branch *branch) const;
-    bool load(git::Commit &commit, const git_oid *id) const;
+    int load(git::Commit &commit, const git_oid *id) const; // libgit2's code
     bool passes(const git_commit *commit);
     bool in_time(int64_t seconds) const;
 
@@ -54,6 +56,7 @@ class History {
     SpecPtr own_;   // in place of none
     RevdbPtr db_;
     std::optional<Oid> start_; // none: there is no commit yet
+    std::vector<git_oid> cut_; // of a shallow clone
 };
 
 // ---- Where to start
@@ -62,6 +65,7 @@ bool History::prepare() {
     if (!spec_) own_.reset(spec_ = zRevSpecNew());
     db_.reset(zRevdbOpen(repository_));
     if (!spec_ || !db_) return false;
+    cut_ = shallow_commits(repository_->handle.get());
     const RevBase &base = spec_->base;
     if (base.kind == Z_REV_BY_ID) {
         if (zOidIsZero(zRevBaseId(&base))) return fail_args();
@@ -93,22 +97,25 @@ bool History::is_local(const Branch *branch) const {
 // ---- From commit to commit
 
 // The first one may be named by a tag.
-bool History::load(git::Commit &commit, const git_oid *id) const {
+int History::load(git::Commit &commit, const git_oid *id) const {
     git::Object found, peeled;
     int code = git_object_lookup(out(found), repository_->handle.get(), id, GIT_OBJECT_ANY);
     if (!code) code = git_object_peel(out(peeled), found.get(), GIT_OBJECT_COMMIT);
-    if (code < 0) return fail_git(code);
-    commit.reset(reinterpret_cast<git_commit *>(peeled.release()));
-    return true;
+    if (!code) commit.reset(git::as<git_commit>(peeled.release()));
+    return code;
 }
 
 template <class Take> bool History::walk(Take take) {
     if (!start_) return true;
     git_oid id = *git::oid(&*start_);
-    for (Commit commit{nullptr, repository_};;) {
+    bool is_first = true;
+    for (Commit commit{nullptr, repository_};; is_first = false) {
         if (zNotifyIsUsrbrk(spec_->notify)) return raise_canceled();
-        if (!load(commit.handle, &id)) return false;
+        const int code = load(commit.handle, &id);
+        if (code == GIT_ENOTFOUND && !is_first) return git_error_clear(), true;
+        if (code < 0) return fail_git(code);
         const git_oid *parent = git_commit_parent_id(commit.handle.get(), 0);
+        if (is_one_of(cut_, git_commit_id(commit.handle.get()))) parent = nullptr;
         if (parent) id = *parent;
         const Walk next = passes(commit.handle.get()) ? take(commit) : Walk::on;
         if (next == Walk::failed) return false;

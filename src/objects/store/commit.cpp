@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -165,6 +166,13 @@ DiffList *tree_changes(Commit *old_commit, Commit *new_commit, PathSpec *spec, D
     return diff_trees(old_tree.get(), new_tree.get(), spec, cancel);
 }
 
+// Where a shallow clone was cut, a commit has no parents.
+unsigned parent_count(const git_commit *commit) {
+    const unsigned count = git_commit_parentcount(commit);
+    const auto cut = count ? shallow_commits(git_commit_owner(commit)) : std::vector<git_oid>();
+    return is_one_of(cut, git_commit_id(commit)) ? 0 : count;
+}
+
 Failure fail_walk(Here at = {}) {
     log_raised(kError, at, kFacilityVcs);
     return {};
@@ -186,10 +194,22 @@ Commit *commit_create(const zwchar *reference, const zwchar *author, const zwcha
         return nullptr;
     // The commit stands whether or not this succeeds; all that it needs is on the disk.
     if (commit.moves && !commit.sync()) log_raised(kWarning);
-    return wrap<Commit>(git::Object(reinterpret_cast<git_object *>(commit.made.release())),
-                        tree->owner);
+    return wrap<Commit>(git::Object(git::as<git_object>(commit.made.release())), tree->owner);
 } catch (...) {
     return fail_thrown();
+}
+
+std::vector<git_oid> shallow_commits(git_repository *git) {
+    std::ifstream file(std::string(git_repository_commondir(git)) + "shallow");
+    std::vector<git_oid> found;
+    git_oid id;
+    for (std::string line; std::getline(file, line);)
+        if (git_oid_fromstr(&id, line.c_str()) == 0) found.push_back(id);
+    return found;
+}
+
+bool is_one_of(const std::vector<git_oid> &ids, const git_oid *id) {
+    return std::ranges::any_of(ids, [id](auto &each) { return git_oid_equal(&each, id); });
 }
 
 } // namespace zev
@@ -231,7 +251,7 @@ Tree *zCommitTree(const Commit *commit) {
     git::Tree tree;
     if (int code = git_commit_tree(out(tree), commit->handle.get()); code < 0)
         return fail_git(code);
-    return wrap<Tree>(git::Object(reinterpret_cast<git_object *>(tree.release())), commit->owner);
+    return wrap<Tree>(git::Object(git::as<git_object>(tree.release())), commit->owner);
 }
 
 const zwchar *zCommitAuthor(const Commit *commit) {
@@ -252,8 +272,7 @@ Commit *zCommitParent(const Commit *commit) {
     git::Commit parent;
     if (int code = git_commit_parent(out(parent), commit->handle.get(), 0); code < 0)
         return fail_git(code);
-    return wrap<Commit>(git::Object(reinterpret_cast<git_object *>(parent.release())),
-                        commit->owner);
+    return wrap<Commit>(git::Object(git::as<git_object>(parent.release())), commit->owner);
 }
 
 const Oid *zCommitParentId(const Commit *commit) {
@@ -263,15 +282,17 @@ const Oid *zCommitParentId(const Commit *commit) {
     return git::oid(id);
 }
 
-DiffList *zCommitChanges(Commit *commit, PathSpec *spec, DiffCancel cancel) {
+DiffList *zCommitChanges(Commit *commit, PathSpec *spec, DiffCancel cancel) try {
     if (!commit) return fail_args();
-    unsigned count = git_commit_parentcount(commit->handle.get());
+    const unsigned count = parent_count(commit->handle.get());
     if (!count) return tree_changes(nullptr, commit, spec, cancel);
     Commit parent{nullptr, commit->owner};
     int code = GIT_ENOTFOUND; // the first parent that this store holds
     for (unsigned n = 0; n < count && code < 0; ++n)
         code = git_commit_parent(out(parent.handle), commit->handle.get(), n);
     return code < 0 ? fail_git(code) : tree_changes(&parent, commit, spec, cancel);
+} catch (...) {
+    return fail_thrown();
 }
 
 DiffList *zCommitDiff(Commit *old_commit, Commit *new_commit, PathSpec *spec, DiffCancel cancel) {

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <span>
+#include <vector>
 
 namespace zev {
 
@@ -13,5 +14,9 @@ namespace zev {
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
                       Tree *tree, const std::function<bool()> &before_move = {},
                       std::span<const Oid> others = {});
+
+// Where the history of a shallow clone was cut: these have no parents here, whatever they say.
+std::vector<git_oid> shallow_commits(git_repository *git);
+bool is_one_of(const std::vector<git_oid> &ids, const git_oid *id);
 
 } // namespace zev

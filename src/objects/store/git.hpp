@@ -39,6 +39,9 @@ inline const git_oid *oid(const ::Oid *id) { return reinterpret_cast<const git_o
 inline git_oid *oid(::Oid *id) { return reinterpret_cast<git_oid *>(id); }
 inline const ::Oid *oid(const git_oid *id) { return reinterpret_cast<const ::Oid *>(id); }
 
+// A commit, tree, blob or tag as the object that it is, and back, when its type was looked at.
+template <class To, class From> To *as(From *handle) { return reinterpret_cast<To *>(handle); }
+
 // A path of the file system as libgit2 takes it; callers may give either slash.
 inline std::string path(std::u16string text) {
     std::ranges::replace(text, u'\\', u'/');

@@ -8,6 +8,7 @@
 #include "zev/tree.h"
 
 #include <new>
+#include <type_traits>
 
 struct Object {
     zev::git::Object handle;
@@ -45,7 +46,7 @@ template <> struct ObjectKind<Tag> { static constexpr git_object_t type = GIT_OB
 // The record of a handle of the record's type; the handle is given back on failure.
 template <class Record> Record *wrap(git::Object handle, Repository *owner, Here at = {}) {
     using Handle = decltype(Record::handle);
-    auto *raw = reinterpret_cast<typename Handle::pointer>(handle.release());
+    auto *raw = git::as<std::remove_pointer_t<typename Handle::pointer>>(handle.release());
     auto *record = new (std::nothrow) Record{Handle(raw), owner};
     return record ? record : fail_memory(at);
 }
