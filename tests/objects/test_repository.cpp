@@ -1,6 +1,7 @@
 #include "repo_fixture.hpp"
 
 #include "objects/store/sweep.hpp"
+#include "system/os.hpp"
 
 #include <csignal>
 #include <sys/wait.h>
@@ -51,7 +52,8 @@ TEST_F(RepositoryRecord, SwitchesAreWrittenOnlyWhereTheyDiffer) {
 
 TEST_F(RepositoryRecord, DiscoversUpwardToACeiling) {
     std::filesystem::create_directories(place / "a/b");
-    RepositoryPtr found(zRepositoryDiscover((place / "a/b").u16string().c_str(), nullptr));
+    const std::u16string below = place.u16string() + u"\\a\\b"; // with either slash
+    RepositoryPtr found(zRepositoryDiscover(below.c_str(), nullptr));
     ASSERT_OK(found);
     EXPECT_EQ(narrow(zRepositoryPath(found.get())), (place / ".git/").string());
     const std::u16string ceilings = u"/nowhere;" + (place / "a").u16string();
@@ -106,6 +108,29 @@ TEST_F(RepositoryRecord, DestroyTakesEverything) {
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
     EXPECT_FALSE(zRepositoryDestroy(dir.path().u16string().c_str()));
     EXPECT_EQ(zErrorClass(), 3);
+}
+
+// Killed on the way: nothing looks like a repository, and the next call ends what was begun.
+TEST_F(RepositoryRecord, DestroyIsEndedByTheNext) {
+    repository.reset();
+    const pid_t child = fork();
+    if (!child) {
+        static decltype(zev::os::calls.rename) real;
+        real = zev::os::calls.rename;
+        zev::os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+            return real(from, to, flags) ? -1 : kill(getpid(), SIGKILL);
+        };
+        zRepositoryDestroy(place.u16string().c_str());
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_FALSE(std::filesystem::exists(place));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+    EXPECT_EQ(zRepositoryOpen((dir / u".zev-removed").c_str()), nullptr);
+    ASSERT_OK(zRepositoryDestroy(place.u16string().c_str()));
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 TEST_F(RepositoryRecord, AnotherUsersIsRefused) {

@@ -5,6 +5,7 @@
 #include "common/utf.hpp"
 #include "objects/store/config.hpp"
 #include "objects/store/loose_object.hpp"
+#include "objects/store/sweep.hpp"
 #include "system/os.hpp"
 #include "zev/dir.h"
 #include "zev/file.h"
@@ -191,19 +192,73 @@ bool make_id(Repository *repository) {
     return kept;
 }
 
-// Where the files of a repository are moved before they are removed: a sibling, so that a
-// removal that is cut short leaves no half of a repository under its name.
-bool aside_name(zwchar *target, const zwchar *path) {
+// ---- Removal
+//
+// The files are first moved to <place>/../.zev-removed/<name>.<8 hex>, by one rename: no half of a
+// repository is left under its name, and no whole one where a list of repositories looks. What a
+// removal that was cut short left there goes with the next one beside it.
+
+struct Removed {
+    std::u16string parent, name;
+
+    explicit Removed(std::u16string place);
+    std::u16string room() const { return parent + u".zev-removed"; }
+    bool draw(std::u16string &aside) const;
+    bool sweep() const; // true if something of this name was there, and is gone
+};
+
+Removed::Removed(std::u16string place) {
+    std::ranges::replace(place, u'\\', u'/');
+    while (place.size() > 1 && place.back() == u'/') place.pop_back();
+    const size_t slash = place.rfind(u'/') + 1;
+    parent = place.substr(0, slash);
+    name = place.substr(slash);
+}
+
+bool Removed::draw(std::u16string &aside) const {
     Oid id;
     zwchar digits[9];
     if (!zOidRand(&id) || !zOidNFormat(digits, 8, &id)) return false;
-    uint64_t length = zStrlenW(path);
-    while (length > 1 && path[length - 1] == u'/') --length;
-    std::u16string name(path, length);
-    name.append(u".").append(digits).append(u".removed");
-    if (name.size() >= Z_PATH_MAX) return fail_os(ENAMETOOLONG);
-    std::copy_n(name.c_str(), name.size() + 1, target);
-    return true;
+    aside = room() + u"/" + name + u"." + digits;
+    return aside.size() < Z_PATH_MAX ? true : fail_os(ENAMETOOLONG, aside);
+}
+
+// Whoever else removes it holds a lock beside it.
+bool remove_aside(const std::u16string &aside) {
+    const Lock lock(zFlockOpen(aside.c_str(), false));
+    return lock && zDirRemove(aside.c_str(), true, true);
+}
+
+bool Removed::sweep() const {
+    std::vector<os::Name> names;
+    if (!os::read_dir(room().c_str(), &names)) return false;
+    bool found = false, done = true;
+    for (const os::Name &left : names) {
+        if (!left.directory || left.text == u"." || left.text == u"..") continue;
+        const bool is_own = left.text.starts_with(name + u".");
+        const bool gone = remove_aside(room() + u"/" + left.text);
+        found |= is_own;
+        done &= gone || !is_own;
+    }
+    os::remove_dir(room().c_str());
+    return found && done;
+}
+
+// What can't be removed goes back while it is still a repository; half of one stays for the sweep.
+bool destroy(const std::u16string &place) {
+    const Removed removed(place);
+    std::u16string aside;
+    if (!removed.draw(aside)) return false;
+    if (!os::make_dirs(removed.room().c_str())) return fail_os(errno, removed.room());
+    bool done = os::move(place.c_str(), aside.c_str(), false) || fail_os(errno, place);
+    if (done && !(done = remove_aside(aside))) {
+        const KeptFailure kept;
+        const Owned<Repository, zRepositoryFree> whole(zRepositoryOpen(aside.c_str()));
+        if (whole) os::move(aside.c_str(), place.c_str(), false);
+    }
+    const KeptFailure kept;
+    removed.sweep();
+    return done;
 }
 
 } // namespace
@@ -269,16 +324,15 @@ void zShellFree(Repository *repository) { zRepositoryFree(repository); }
 bool zRepositoryDestroy(const zwchar *path) try {
     if (!path) return fail_args();
     auto repository = Owned<Repository, zRepositoryFree>(zRepositoryOpen(path));
-    if (!repository) return raise_not_found();
+    if (!repository) return Removed(path).sweep() ? true : raise_not_found();
     const zwchar *files = zRepositoryIsBare(repository.get())
                               ? zRepositoryPath(repository.get())
                               : zRepositoryWorkdir(repository.get());
     if (!files) return false;
     std::u16string place = files;
+    while (place.size() > 1 && place.back() == u'/') place.pop_back();
     repository.reset();
-    zwchar aside[Z_PATH_MAX];
-    return aside_name(aside, place.c_str()) && zMove(place.c_str(), aside, false) &&
-           zDirRemove(aside, true, true);
+    return destroy(place);
 } catch (...) {
     return fail_thrown();
 }
