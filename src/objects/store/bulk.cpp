@@ -21,11 +21,13 @@
 #include "common/reader.hpp"
 #include "common/sha1.hpp"
 #include "common/utf.hpp"
+#include "objects/store/odb.hpp"
 #include "system/os.hpp"
 #include "zev/oid.h"
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -33,7 +35,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include <git2/sys/odb_backend.h>
 #include <openssl/evp.h>
 #include <zlib.h>
 
@@ -177,7 +178,14 @@ std::string pack_index(std::vector<Entry> &entries, const Digest &pack) {
 
 // ---- The backend
 
-// States: off (passes everything on), holding (few objects, in memory), packing (a file).
+// Off it passes everything on; holding, it has the objects in memory; packing, in a growing file.
+//
+//          begin            add: too many, or too much
+//   off ---------> holding ----------------------------> packing
+//    ^               |  finish: write_loose                 |  finish: close_pack, install
+//    +---------------+---------------- drop ----------------+
+//
+// A failure half-way sets broken_: nothing more is taken, and finish fails.
 class Bulk : public git_odb_backend {
   public:
     explicit Bulk(std::u16string directory);
@@ -188,6 +196,7 @@ class Bulk : public git_odb_backend {
     bool on() const { return on_; }
     bool begin(git_odb *odb);
     bool finish(git_odb *odb);
+    void check_state() const;
     void drop(); // what was collected, and ends the collecting
 
     const Entry *find(const git_oid *id) const;
@@ -279,16 +288,20 @@ Bulk::Bulk(std::u16string directory)
 }
 
 Bulk *Bulk::of(git_odb *odb) {
-    for (size_t n = 0; n < git_odb_num_backends(odb); ++n) {
-        git_odb_backend *backend = nullptr;
-        if (git_odb_get_backend(&backend, odb, n) == 0 && backend->free == on_free)
-            return of(backend);
-    }
-    return nullptr;
+    git_odb_backend *backend = find_backend(odb, on_free);
+    return backend ? of(backend) : nullptr;
+}
+
+void Bulk::check_state() const {
+    if (broken_) return; // whatever failed half-way, only drop follows
+    assert(places_.size() == entries_.size());
+    assert(on_ || (entries_.empty() && !file_));
+    assert(file_ ? held_.empty() : held_.size() == entries_.size());
 }
 
 // After this one look at the disk no object is looked for there twice.
 bool Bulk::begin(git_odb *odb) {
+    check_state();
     if (int code = git_odb_refresh(odb); code < 0) return fail_git(code);
     return on_ = true;
 }
@@ -315,6 +328,7 @@ int Bulk::add(const git_oid *id, const void *bytes, size_t size, git_object_t ty
     entries_.push_back(entry);
     places_.emplace(*id, entries_.size() - 1);
     half.cancel();
+    check_state();
     return 0;
 }
 
@@ -401,6 +415,7 @@ void Bulk::drop() {
     held_bytes_ = 0;
     broken_ = 0;
     deflater_.reset();
+    check_state();
 }
 
 // Few objects: libgit2's loose ones.
@@ -445,6 +460,7 @@ bool Bulk::install(const Digest &digest) {
 }
 
 bool Bulk::finish(git_odb *odb) {
+    check_state();
     Finally dropped([&] { drop(); });
     if (broken_) return errno = broken_, fail_pack(path_);
     if (!file_) return write_loose(odb);

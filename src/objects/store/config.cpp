@@ -86,6 +86,8 @@ bool put_in_place(const std::u16string &lock, const std::u16string &file) {
 bool change_file(const std::string &path, const ConfigChange &change) {
     std::u16string file = to_wide(path), real;
     if (os::real_path(file.c_str(), &real)) file = real; // what a link names is written
+    struct stat status;                                  // a device would be replaced
+    if (os::stat(file.c_str(), &status) && !S_ISREG(status.st_mode)) return fail_os(EACCES, file);
     const std::u16string lock = file + u".lock";
     if (!take_lock(lock)) return false;
     if (copy_text(file, lock) && apply(lock, change) && sync_lock(lock, file) &&

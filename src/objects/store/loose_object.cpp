@@ -3,14 +3,13 @@
 #include "objects/store/loose_object.hpp"
 
 #include "common/utf.hpp"
+#include "objects/store/odb.hpp"
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <new>
 #include <string_view>
-
-#include <git2/sys/odb_backend.h>
 
 namespace zev {
 
@@ -162,19 +161,12 @@ int backend_read_header(size_t *size, git_object_t *type, git_odb_backend *backe
 
 void backend_free(git_odb_backend *backend) { delete static_cast<Backend *>(backend); }
 
-bool is_guarded(git_odb *odb) {
-    git_odb_backend *backend = nullptr;
-    for (size_t n = 0; n < git_odb_num_backends(odb); ++n)
-        if (!git_odb_get_backend(&backend, odb, n) && backend->free == backend_free) return true;
-    return false;
-}
-
 } // namespace
 
 void guard_loose_objects(git_repository *repository) {
     git::Odb odb;
     if (git_repository_odb(out(odb), repository) < 0) return git_error_clear();
-    if (is_guarded(odb.get())) return;
+    if (find_backend(odb.get(), backend_free)) return;
     auto backend = std::make_unique<Backend>();
     git_odb_init_backend(backend.get(), GIT_ODB_BACKEND_VERSION);
     backend->directory = objects_directory(repository);

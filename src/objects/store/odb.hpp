@@ -3,7 +3,21 @@
 
 #include "objects/store/repository.hpp"
 
+#include <git2/sys/odb_backend.h>
+
 struct Odb {
     zev::git::Odb handle;
     Repository *owner;
 };
+
+namespace zev {
+
+// The backend of a store that `free` gives back: each of ours has one of its own. Null if none.
+inline git_odb_backend *find_backend(git_odb *odb, decltype(git_odb_backend::free) free) {
+    git_odb_backend *backend = nullptr;
+    for (size_t n = 0; n < git_odb_num_backends(odb); ++n)
+        if (!git_odb_get_backend(&backend, odb, n) && backend->free == free) return backend;
+    return nullptr;
+}
+
+} // namespace zev

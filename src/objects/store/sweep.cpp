@@ -18,6 +18,10 @@
 // on it. What remains is a git that began after the crash, closed its lock file, and waits; its
 // commit then fails for want of its lock, with nothing lost.
 //
+// The directory tmp_pack_ of a killed receiver of packs goes by the same rule only, with the next
+// left lock: a receiver holds no lock of ours, and what it has open tells of it only while it
+// writes. It costs space and stands in nobody's way.
+//
 // The same goes for what a killed writer had beside the files of the user while it made them anew
 // (tmp_zev_ and 16 digits): else the next commit of everything would take it in.
 #include "objects/store/sweep.hpp"
