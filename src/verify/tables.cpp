@@ -201,16 +201,21 @@ std::vector<Oid> tables_on_disk(const std::u16string &root) {
 
 void check_tables(Report &report, const Tables &tables) {
     if (!report.is_wanted(Z_VERIFY_TABLES)) return;
-    const std::u16string root = own_directory(report.repository->handle.get()) + u"tables/";
+    git_repository *git = report.repository->handle.get();
+    const std::u16string root = shared_directory(git) + u"tables/";
+    const std::u16string old_root = own_directory(git) + u"tables/"; // of a worktree, once
     const auto check = [&](const Oid &id, const TableKeys &keys) {
         zwchar digits[42];
         if (report.broken() || !zOidPathFormat(digits, &id)) return;
-        TableCheck(report, root + digits + u'/', id, keys).run();
+        const std::u16string own = old_root + digits + u'/';
+        TableCheck(report, exists(own) ? own : root + digits + u'/', id, keys).run();
     };
     for (const auto &[id, keys] : tables) check(id, keys);
     const TableKeys none;
-    for (const Oid &id : tables_on_disk(root))
-        if (!tables.contains(id)) check(id, none);
+    for (const std::u16string &place :
+         root == old_root ? std::vector{root} : std::vector{root, old_root})
+        for (const Oid &id : tables_on_disk(place))
+            if (!tables.contains(id)) check(id, none);
 }
 
 } // namespace zev::verify

@@ -72,8 +72,6 @@ void append(std::vector<DrawingKey> &keys, const Vector *list) {
     keys.insert(keys.end(), more.begin(), more.end());
 }
 
-constexpr int kWarning = 4; // of the log
-
 // Gives a drawing file whose table serves another path a table of its own.
 class Confirmation {
   public:

@@ -25,8 +25,6 @@ struct Config {
 
 namespace {
 
-constexpr int kWarning = 4; // of the log
-
 std::string own_path(git_repository *git) {
     return std::string(git_repository_commondir(git)) + "config";
 }
