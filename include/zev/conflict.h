@@ -50,8 +50,8 @@ ZEV_API const zwchar *zConflictOurPath(const Conflict *conflict);
 ZEV_API const zwchar *zConflictTheirPath(const Conflict *conflict);
 
 // ---- In an index. Add takes the place of the entries that their paths have; null for a side
-// that is not there, but not for all. Get gives a new conflict; no such one is libgit2's -3. To
-// remove what is not there is no failure.
+// that is not there, but not for all. Get gives a new conflict. To get or remove what is not there
+// is libgit2's -3, class 3.
 ZEV_API bool zConflictAdd(Index *index, const IndexEntry *ancestor, const IndexEntry *ours,
                           const IndexEntry *theirs);
 ZEV_API Conflict *zConflictGet(Index *index, const zwchar *path);

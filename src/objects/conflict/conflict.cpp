@@ -191,7 +191,7 @@ bool zConflictRemove(Index *index, const zwchar *path) try {
     const std::string name = to_utf8(path);
     const git_index_entry *ancestor, *ours, *theirs;
     int code = git_index_conflict_get(&ancestor, &ours, &theirs, index->handle.get(), name.c_str());
-    if (code == GIT_ENOTFOUND || code == GIT_EEXISTS) return git_error_clear(), true;
+    if (code == GIT_EEXISTS) return git_error_clear(), true;
     const size_t before = git_index_entrycount(index->handle.get());
     if (!code) code = git_index_conflict_remove(index->handle.get(), name.c_str());
     if (code < 0) return fail_git(code);
