@@ -145,8 +145,10 @@ ZEV_API bool zConflictAnalysisInsert(ConflictAnalysis *analysis, const Conflict 
 ZEV_API ConflictAnalysis *zConflictAnalyze(Index *index, PathSpec *spec);
 
 // Carries one node out, unless it is resolved or undecided: true then too. What is displaced goes
-// to the trash. A node that fails keeps its conflict in the index and can be tried again; what was
-// done in the work directory until then stays. The index is not written.
+// to the trash. Where the index no longer holds the node's conflict as it was, or tracks more in
+// its way, the node fails and nothing is touched. A node that fails keeps its conflict in the index
+// and can be tried again; what was done in the work directory until then stays. The index is not
+// written.
 ZEV_API bool zConflictNodeResolve(Index *index, ConflictNode *node);
 
 // All nodes, each told as resolved or failed; the index is written. False only if that failed: the

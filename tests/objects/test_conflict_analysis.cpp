@@ -280,6 +280,40 @@ TEST_F(ConflictNodes, WhatFailsOrWaitsStaysInConflict) {
         EXPECT_TRUE(zConflictNodeIsResolved(zConflictAnalysisEntry(analysis.get(), i)));
 }
 
+// Somebody else settles the conflict and works on while the user thinks: nothing of that is undone.
+TEST_F(ConflictNodes, WhatOthersDidMeanwhileStays) {
+    put("a", "base"), put("d/x", "base");
+    commit("base");
+    merge([&] { put("a", "theirs"); }, [&] { put("a", "ours"); });
+    {
+        IndexPtr index = lock();
+        record(index.get(), "d", nullptr, nullptr, "theirs");
+        ASSERT_OK(zIndexWrite(index.get()));
+    }
+    const auto others = [&](std::initializer_list<uint32_t> solutions, auto work) {
+        AnalysisPtr analysis = analyze();
+        work();
+        const std::string before = porcelain();
+        for (uint32_t solution : solutions)
+            for (uint32_t options : {0, int(Z_CONFLICT_NO_TRASH)}) {
+                choose(analysis.get(), Z_CONFLICT_UNDECIDED);
+                ConflictNode *node = zConflictAnalysisEntry(analysis.get(), 0);
+                zConflictNodeSetSolution(node, solution);
+                zConflictNodeSetOptions(node, options);
+                ASSERT_OK(resolve(analysis.get()));
+                EXPECT_FALSE(zConflictNodeIsResolved(node));
+                EXPECT_EQ(porcelain(), before);
+            }
+    };
+    others({Z_CONFLICT_USE_OURS, Z_CONFLICT_USE_THEIRS},
+           [&] { put("a", "settled"), git(place, "add a"), put("a", "settled, and edited"); });
+    EXPECT_EQ(at("a"), "settled, and edited");
+    others({Z_CONFLICT_USE_THEIRS},
+           [&] { put("d/new", "tracked since"), git(place, "add d/new"); });
+    EXPECT_EQ(at("d/new"), "tracked since");
+    EXPECT_EQ(trashed(), "");
+}
+
 // The files changed after the conflict was shown: no entry is lost over it.
 TEST_F(ConflictNodes, AFailureInTheMiddleTakesNoEntries) {
     put("a", "1"), put("z", "1");

@@ -28,9 +28,9 @@ struct HeadEntry {
 
 // Puts one conflict into an analysis. Where it belongs to no node yet a new one is made, step by
 // step, and kept once it is whole.
-class Inserting {
+class Insertion {
   public:
-    Inserting(ConflictAnalysis *analysis, const Conflict *conflict)
+    Insertion(ConflictAnalysis *analysis, const Conflict *conflict)
         : analysis_(analysis), index_(analysis->index), conflict_(conflict),
           path_(their_entry(conflict)->path) {}
 
@@ -72,7 +72,7 @@ class Inserting {
 
 // The node of the path or of the nearest to the top above it. Folding keeps the places of the
 // slashes.
-ConflictNode *Inserting::find_node() const {
+ConflictNode *Insertion::find_node() const {
     std::u16string folded;
     fold_path(folded, path_);
     for (size_t slash = folded.find(u'/');; slash = folded.find(u'/', slash + 1)) {
@@ -84,7 +84,7 @@ ConflictNode *Inserting::find_node() const {
 
 // ---- Files of ours where theirs needs a directory
 
-bool Inserting::add_above() {
+bool Insertion::add_above() {
     for (size_t slash = path_.find('/'); slash != path_.npos; slash = path_.find('/', slash + 1))
         if (!add_obstacle(path_.substr(0, slash))) return false;
     return true;
@@ -92,7 +92,7 @@ bool Inserting::add_above() {
 
 // What the index tracks there without a conflict, or else what merely lies on the disk. The node
 // moves up to it: the decision is about all that would lie below.
-bool Inserting::add_obstacle(const std::string &directory) {
+bool Insertion::add_obstacle(const std::string &directory) {
     const auto *tracked = git_index_get_bypath(index_->handle.get(), directory.c_str(), 0);
     if (tracked) {
         HeadEntry head;
@@ -110,7 +110,7 @@ bool Inserting::add_obstacle(const std::string &directory) {
 }
 
 // One that goes meanwhile is no side.
-bool Inserting::add_from_disk(const std::string &path) {
+bool Insertion::add_from_disk(const std::string &path) {
     struct stat status;
     if (!os::lstat(full_path(index_->owner, path).c_str(), &status) || S_ISDIR(status.st_mode))
         return true;
@@ -121,7 +121,7 @@ bool Inserting::add_from_disk(const std::string &path) {
 // ---- A directory of ours where theirs has a file
 
 // Not by a status: for many such directories that would look at the index as many times.
-bool Inserting::add_below() {
+bool Insertion::add_below() {
     struct stat status;
     if (!add_tracked_below()) return false;
     const bool is_dir =
@@ -130,7 +130,7 @@ bool Inserting::add_below() {
 }
 
 // Those of ours, as they are tracked or in conflict.
-bool Inserting::add_tracked_below() {
+bool Insertion::add_tracked_below() {
     const std::string prefix = path_ + "/";
     size_t at = 0;
     if (git_index_find_prefix(&at, index_->handle.get(), prefix.c_str()) < 0)
@@ -147,7 +147,7 @@ bool Inserting::add_tracked_below() {
 
 // All other files, ignored ones too. What no index could hold, and a repository of its own, is no
 // side; it makes way with the directory that holds it.
-bool Inserting::add_untracked_below(const std::string &directory) {
+bool Insertion::add_untracked_below(const std::string &directory) {
     std::vector<os::Name> names;
     const std::u16string full = full_path(index_->owner, directory);
     if (!os::read_dir(full.c_str(), &names)) return errno == ENOENT || fail_errno(full.c_str());
@@ -162,13 +162,13 @@ bool Inserting::add_untracked_below(const std::string &directory) {
     return true;
 }
 
-bool Inserting::is_tracked(const std::string &path) const {
+bool Insertion::is_tracked(const std::string &path) const {
     return !git_index_find(nullptr, index_->handle.get(), path.c_str());
 }
 
 // ---- HEAD, read as far as it is asked for
 
-bool Inserting::find_head(HeadEntry *out, const char *path) {
+bool Insertion::find_head(HeadEntry *out, const char *path) {
     const git_tree_entry *entry;
     if (!find_entry(&entry, path)) return false;
     if (!entry || git_tree_entry_type(entry) == GIT_OBJECT_TREE) return true;
@@ -180,7 +180,7 @@ bool Inserting::find_head(HeadEntry *out, const char *path) {
 }
 
 // Null for what HEAD does not have.
-bool Inserting::find_entry(const git_tree_entry **out, std::string_view path) {
+bool Insertion::find_entry(const git_tree_entry **out, std::string_view path) {
     const size_t name = path.rfind('/') + 1; // 0 without a slash
     git_tree *tree;
     if (!open_head(&tree, std::string(path.substr(0, name ? name - 1 : 0)))) return false;
@@ -188,7 +188,7 @@ bool Inserting::find_entry(const git_tree_entry **out, std::string_view path) {
     return true;
 }
 
-bool Inserting::open_head(git_tree **out, const std::string &directory) {
+bool Insertion::open_head(git_tree **out, const std::string &directory) {
     auto known = analysis_->head.find(directory);
     if (known == analysis_->head.end()) {
         git::Tree tree;
@@ -200,7 +200,7 @@ bool Inserting::open_head(git_tree **out, const std::string &directory) {
 }
 
 // An unborn head has none.
-bool Inserting::read_root(git::Tree *out) {
+bool Insertion::read_root(git::Tree *out) {
     git::Reference head;
     git::Object tree;
     int code = git_repository_head(zev::out(head), index_->owner->handle.get());
@@ -211,7 +211,7 @@ bool Inserting::read_root(git::Tree *out) {
     return true;
 }
 
-bool Inserting::read_below(git::Tree *out, const std::string &directory) {
+bool Insertion::read_below(git::Tree *out, const std::string &directory) {
     const git_tree_entry *entry;
     if (!find_entry(&entry, directory)) return false;
     if (!entry || git_tree_entry_type(entry) != GIT_OBJECT_TREE) return true;
@@ -223,7 +223,7 @@ bool Inserting::read_below(git::Tree *out, const std::string &directory) {
 
 // ---- The end
 
-bool Inserting::keep() {
+bool Insertion::keep() {
     std::u16string folded;
     fold_path(folded, to_utf8(node_->path));
     auto &nodes = analysis_->nodes;
@@ -266,7 +266,7 @@ bool zConflictAnalysisSetNotify(ConflictAnalysis *analysis, const Notify *notify
 
 bool zConflictAnalysisInsert(ConflictAnalysis *analysis, const Conflict *conflict) try {
     if (!analysis || !analysis->index || !conflict) return fail_args();
-    return Inserting(analysis, conflict).run();
+    return Insertion(analysis, conflict).run();
 } catch (...) {
     return fail_thrown();
 }

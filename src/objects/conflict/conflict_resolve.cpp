@@ -1,7 +1,8 @@
 // Carrying out what the user decided. A node is done in an order that loses nothing: first it is
-// made sure that it can be done, then files are displaced, and last others are checked out and its
-// entries change, all of them or, if one can't, none. So a node that fails is still in conflict,
-// and what was displaced lies in the trash unless the user wanted it gone.
+// made sure that the index still is as the user saw it and that it can be done, then files are
+// displaced, and last others are checked out and its entries change, all of them or, if one can't,
+// none. So a node that fails is still in conflict, and what was displaced lies in the trash unless
+// the user wanted it gone.
 #include "objects/conflict/conflict.hpp"
 
 #include "common/pathname.hpp"
@@ -22,6 +23,13 @@ namespace {
 
 bool is_open(const ConflictNode &node) {
     return !node.resolved && node.solution != Z_CONFLICT_UNDECIDED;
+}
+
+// A file that only the disk has is a side without an id, or with no entry yet in the index.
+bool is_same(const git_index_entry *now, const EntryPtr &then) {
+    const git_index_entry *seen = git_entry(then.get());
+    if (!now || !seen) return !now && (!seen || git_oid_is_zero(&seen->id));
+    return git_oid_equal(&now->id, &seen->id) && now->mode == seen->mode;
 }
 
 // ---- Entries of a node's paths, put back unless the change came to its end
@@ -72,10 +80,10 @@ class Rollback {
 
 // ---- One node after the other
 
-class Resolving {
+class Resolution {
   public:
     // `nodes` in the order in which they will come. May throw.
-    Resolving(Index *index, const std::vector<ConflictNode *> &nodes)
+    Resolution(Index *index, const std::vector<ConflictNode *> &nodes)
         : index_(index), owner_(index->owner), trash_(index->owner, displaced_by(nodes)),
           writer_(index) {}
 
@@ -86,6 +94,12 @@ class Resolving {
 
   private:
     static std::vector<std::u16string> displaced_by(const std::vector<ConflictNode *> &nodes);
+    const git_index_entry *entry(const char *path, int stage) const {
+        return git_index_get_bypath(index_->handle.get(), path, stage);
+    }
+    bool is_current(const ConflictNode &node) const;
+    bool is_current(const ConflictNode &node, const ConflictSide &theirs) const;
+    bool is_way_known(const ConflictNode &node, const std::string &path) const;
     bool use_theirs(const ConflictNode &node);
     bool use_ours(const ConflictNode &node);
     bool can_check_out(const ConflictNode &node, const ConflictSide &side);
@@ -107,7 +121,7 @@ class Resolving {
 };
 
 // What the trash is going to take; one path alone is as well taken by itself.
-std::vector<std::u16string> Resolving::displaced_by(const std::vector<ConflictNode *> &nodes) {
+std::vector<std::u16string> Resolution::displaced_by(const std::vector<ConflictNode *> &nodes) {
     std::vector<std::u16string> paths;
     for (const ConflictNode *node : nodes) {
         if (!is_open(*node) || node->solution != Z_CONFLICT_USE_THEIRS) continue;
@@ -118,16 +132,18 @@ std::vector<std::u16string> Resolving::displaced_by(const std::vector<ConflictNo
     return paths;
 }
 
-bool Resolving::node(ConflictNode &node) {
+bool Resolution::node(ConflictNode &node) {
     if (!is_open(node)) return true;
+    if (!is_current(node)) return raise_not_found(node.path);
     const bool theirs = node.solution == Z_CONFLICT_USE_THEIRS;
     return node.resolved = theirs ? use_theirs(node) : use_ours(node);
 }
 
-bool Resolving::use_theirs(const ConflictNode &node) {
+bool Resolution::use_theirs(const ConflictNode &node) {
     const auto stays = [](const ConflictSide &side) { return side.status != Z_KIND_DELETED; };
     for (const ConflictSide &side : node.theirs.list)
-        if (stays(side) && !can_check_out(node, side)) return false;
+        if (stays(side) && (!is_way_known(node, side.path()) || !can_check_out(node, side)))
+            return false;
     for (const ConflictSide &side : node.ours.list)
         if (!displace(node, side.path())) return false;
 
@@ -139,7 +155,7 @@ bool Resolving::use_theirs(const ConflictNode &node) {
     return rollback.commit();
 }
 
-bool Resolving::use_ours(const ConflictNode &node) {
+bool Resolution::use_ours(const ConflictNode &node) {
     const auto is_missing = [](const ConflictSide &side) { return side.status == Z_KIND_MISSING; };
     for (const ConflictSide &side : node.ours.list)
         if (is_missing(side) && !can_check_out(node, side)) return false;
@@ -152,17 +168,60 @@ bool Resolving::use_ours(const ConflictNode &node) {
     return rollback.commit();
 }
 
+// ---- Whether the index still holds what the user decided on. The lock may have been let go since:
+// who resolved the conflict meanwhile, and worked on, must not be undone.
+
+bool Resolution::is_current(const ConflictNode &node) const {
+    for (const ConflictSide &side : node.theirs.list)
+        if (!is_current(node, side)) return false;
+    for (const ConflictSide &side : node.ours.list) {
+        if (node.theirs.find(side.path())) continue;
+        const git_index_entry *now = entry(side.path(), 0);
+        if (!is_same(now ? now : entry(side.path(), 2), side.entry)) return false;
+    }
+    return true;
+}
+
+bool Resolution::is_current(const ConflictNode &node, const ConflictSide &theirs) const {
+    static const EntryPtr none;
+    const char *path = theirs.path();
+    const ConflictSide *ours = node.ours.find(path);
+    return !entry(path, 0) && is_same(entry(path, 1), theirs.ancestor) &&
+           is_same(entry(path, 2), ours ? ours->entry : none) &&
+           is_same(entry(path, 3), theirs.entry);
+}
+
+// What is tracked above or below the path goes for theirs, so it has to be one of the sides.
+bool Resolution::is_way_known(const ConflictNode &node, const std::string &path) const {
+    const auto is_side = [&](const std::string &tracked) {
+        return node.ours.find(tracked.c_str()) || raise_exists(tracked);
+    };
+    for (size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+        const std::string above = path.substr(0, slash);
+        if (entry(above.c_str(), 0) && !is_side(above)) return false;
+    }
+    git_index *handle = index_->handle.get();
+    const std::string below = path + "/";
+    size_t at = 0;
+    if (git_index_find_prefix(&at, handle, below.c_str()) < 0) return git_error_clear(), true;
+    while (const git_index_entry *tracked = git_index_get_byindex(handle, at++)) {
+        if (!std::string_view(tracked->path).starts_with(below)) break;
+        if (git_index_entry_stage(tracked) % 2 == 0 && !is_side(tracked->path)) return false;
+    }
+    return true;
+}
+
 // ---- What can fail is asked before anything is displaced
 
 // A partial client may lack the blob, and a repository within the repository has none.
-bool Resolving::can_check_out(const ConflictNode &node, const ConflictSide &side) {
+bool Resolution::can_check_out(const ConflictNode &node, const ConflictSide &side) {
     if (!side.entry) return raise_not_found(side.path());
     return check_path(side.path()) && writer_.has(git_entry(side.entry.get())->id) &&
            is_free(node, side.path());
 }
 
 // No name may differ in case only from a tracked one, unless that is about to go with the node.
-bool Resolving::is_free(const ConflictNode &node, const char *path) {
+bool Resolution::is_free(const ConflictNode &node, const char *path) {
     if (!index_has_twin(index_, path)) return true;
     std::u16string wanted, other;
     fold_path(wanted, path);
@@ -177,13 +236,13 @@ bool Resolving::is_free(const ConflictNode &node, const char *path) {
 
 // ---- The work directory
 
-bool Resolving::displace(const ConflictNode &node, const char *path) {
+bool Resolution::displace(const ConflictNode &node, const char *path) {
     const std::u16string wide = to_wide(path);
     return node.options & Z_CONFLICT_NO_TRASH ? zWorkdirRemove(owner_, wide.c_str())
                                               : trash_.drop(wide.c_str());
 }
 
-bool Resolving::check_out(const ConflictNode &node, const ConflictSide &side) {
+bool Resolution::check_out(const ConflictNode &node, const ConflictSide &side) {
     const std::u16string path = to_wide(side.path());
     if (!zWorkdirRemoveObstacle(owner_, path.c_str(), !(node.options & Z_CONFLICT_NO_TRASH)))
         return false;
@@ -196,7 +255,7 @@ bool Resolving::check_out(const ConflictNode &node, const ConflictSide &side) {
 
 // ---- The index
 
-bool Resolving::keep_ours(const ConflictNode &node, const ConflictSide &side) {
+bool Resolution::keep_ours(const ConflictNode &node, const ConflictSide &side) {
     switch (side.status) {
     case Z_KIND_DELETED:
         return index_drop(index_, side.path());
@@ -214,7 +273,7 @@ bool Resolving::keep_ours(const ConflictNode &node, const ConflictSide &side) {
 
 // The file as it is now, with the mode that ours had. It may have gone, or been put behind a
 // link, since the conflict was shown.
-bool Resolving::stage_file(const ConflictSide &side) {
+bool Resolution::stage_file(const ConflictSide &side) {
     const git_index_entry &ours = *git_entry(side.entry.get());
     if (!entry_on_disk(index_, ours)) return raise_not_found(ours.path);
     if (!stager_) stager_.emplace(index_);
@@ -230,7 +289,7 @@ bool Resolving::stage_file(const ConflictSide &side) {
 }
 
 // What only theirs changed: to drop theirs took the whole conflict out of the index.
-bool Resolving::track_again(const ConflictSide &side) {
+bool Resolution::track_again(const ConflictSide &side) {
     git_index_entry entry = *git_entry(side.entry.get());
     if (git_index_get_bypath(index_->handle.get(), entry.path, 0)) return true;
     entry.flags = static_cast<uint16_t>(entry.flags & ~GIT_INDEX_ENTRY_STAGEMASK);
@@ -239,19 +298,19 @@ bool Resolving::track_again(const ConflictSide &side) {
 
 // ---- Keep-files
 
-void Resolving::remember_directory(std::string_view path) {
+void Resolution::remember_directory(std::string_view path) {
     const size_t slash = path.rfind('/');
     if (slash != path.npos) directories_.try_emplace(std::string(path.substr(0, slash)), path);
 }
 
-bool Resolving::is_kept(std::string_view directory) {
+bool Resolution::is_kept(std::string_view directory) {
     const std::string name = std::string(directory) + "/.gitkeep";
     struct stat status;
     return git_index_get_bypath(index_->handle.get(), name.c_str(), 0) &&
            os::lstat(full_path(owner_, name).c_str(), &status) && S_ISREG(status.st_mode);
 }
 
-void Resolving::keep_directories() {
+void Resolution::keep_directories() {
     for (const auto &[directory, path] : directories_) {
         bool kept = true;
         for (size_t end = directory.size(); kept && end != directory.npos && end > 0;
@@ -264,9 +323,9 @@ void Resolving::keep_directories() {
 
 // ---- All nodes of an analysis, with reports
 
-class Reporting {
+class ResolutionReport {
   public:
-    Reporting(const Notify *notify, size_t total)
+    ResolutionReport(const Notify *notify, size_t total)
         : notify_(notify), total_(static_cast<int32_t>(total)) {}
 
     void node(const ConflictNode &node, bool done) {
@@ -296,8 +355,8 @@ std::vector<ConflictNode *> open_nodes(const ConflictAnalysis &analysis) {
 }
 
 // One node's failure, whatever it is, is no other's.
-bool resolve_one(Resolving &resolving, ConflictNode &node) try {
-    return resolving.node(node);
+bool resolve_one(Resolution &resolution, ConflictNode &node) try {
+    return resolution.node(node);
 } catch (...) {
     return fail_thrown();
 }
@@ -308,18 +367,18 @@ namespace zev {
 
 void resolve_nodes(Index *index, const std::vector<ConflictNode *> &nodes,
                    const std::function<void(ConflictNode &node, bool done)> &told) {
-    Resolving resolving(index, nodes);
-    for (ConflictNode *node : nodes) told(*node, resolve_one(resolving, *node));
-    resolving.keep_directories();
+    Resolution resolution(index, nodes);
+    for (ConflictNode *node : nodes) told(*node, resolve_one(resolution, *node));
+    resolution.keep_directories();
 }
 
 } // namespace zev
 
 bool zConflictNodeResolve(Index *index, ConflictNode *node) try {
     if (!index || !node) return fail_args();
-    Resolving resolving(index, {node});
-    if (!resolving.node(*node)) return false;
-    return resolving.keep_directories(), true;
+    Resolution resolution(index, {node});
+    if (!resolution.node(*node)) return false;
+    return resolution.keep_directories(), true;
 } catch (...) {
     return fail_thrown();
 }
@@ -329,10 +388,10 @@ bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
     analysis->index = index;
     const Notify *notify = analysis->notify;
     const auto nodes = open_nodes(*analysis);
-    Reporting reporting(notify, nodes.size());
+    ResolutionReport report(notify, nodes.size());
     notify_start(notify, u"action.sResolveConflicts");
     try {
-        resolve_nodes(index, nodes, [&](auto &node, bool done) { reporting.node(node, done); });
+        resolve_nodes(index, nodes, [&](auto &node, bool done) { report.node(node, done); });
     } catch (...) {
         return fail_thrown(), notify_abort(notify), false;
     }
@@ -340,7 +399,7 @@ bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
         notify_error(notify, u"odb.eFailedToSaveIndex");
         return notify_abort(notify), false;
     }
-    reporting.progress();
+    report.progress();
     return notify_done(notify), true;
 } catch (...) {
     return fail_thrown();
