@@ -375,6 +375,14 @@ TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     ASSERT_OK(back(entry("info.$$$")));
     EXPECT_EQ(read(place / "d/info.$$$"), "d/info.$$$");
     EXPECT_EQ(slots(), 1); // that of a file that nobody put there stays
+    // For good goes what is named: what it leaves empty, not what was empty beside it.
+    put("e/a", "1");
+    fs::create_directories(place / "e/empty");
+    take("e");
+    ASSERT_OK(zTrashRemove(repository.get(), entry("a").get()));
+    EXPECT_EQ(found(), (Names{"/e", "e/empty"}));
+    ASSERT_OK(zTrashRemove(repository.get(), entry("empty").get()));
+    EXPECT_EQ(slots(), 1);
 }
 
 TEST_F(TrashTest, ATakenPlaceIsAskedAbout) {

@@ -91,9 +91,9 @@ bool check_trash_entry(const std::u16string &root, const TrashEntry &entry);
 // Starts the thread of a search; an earlier run is stopped and its results go.
 bool trash_find_start(TrashFind *find);
 
-// Removes the directories above an entry that went, from the nearest up, as long as they hold no
-// files; the description goes with its slot.
-void prune_trash(const std::u16string &root, std::u16string_view path);
+// Removes the directories above an entry that went, from the nearest up, as long as they are empty
+// or, if `hollow`, hold no files; the description goes with its slot.
+void prune_trash(const std::u16string &root, std::u16string_view path, bool hollow);
 
 // ---- Into the trash
 

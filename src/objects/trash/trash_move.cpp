@@ -1,4 +1,5 @@
-// Into the trash, and out of it for good. The layout is told in trash_entry.cpp.
+// Into the trash, by path or many at a time, and out of it for good. The layout is told in
+// trash_entry.cpp. What the work directory's family drops goes through here too.
 //
 // Order on the way in: slot, description, sync, item. Killed in between, a slot is left that
 // shows nowhere, and the item stands where it was. On the way out the item goes first, and the
@@ -86,14 +87,15 @@ bool fill_slot(const TrashSlot &slot, const std::u16string &source) {
     return fail_system(source.c_str());
 }
 
-// A slot that holds its description and directories without files goes with them.
-bool remove_slot(const std::u16string &slot) {
+// A slot that holds its description alone goes, or, if `hollow`, directories without files too.
+bool remove_slot(const std::u16string &slot, bool hollow) {
     std::vector<os::Name> names;
     if (!os::read_dir(slot.c_str(), &names)) return errno == ENOENT;
     for (const os::Name &name : names) {
         if (name.text == u"." || name.text == u"..") continue;
-        if (name.directory ? !remove_hollow(path_below(slot, name.text)) : name.text != kTrashInfo)
-            return false;
+        const bool goes = name.directory ? hollow && remove_hollow(path_below(slot, name.text))
+                                         : name.text == kTrashInfo;
+        if (!goes) return false;
     }
     const std::u16string info = path_below(slot, kTrashInfo);
     return (os::unlink(info.c_str()) || errno == ENOENT) && os::remove_dir(slot.c_str());
@@ -101,11 +103,14 @@ bool remove_slot(const std::u16string &slot) {
 
 } // namespace
 
-void prune_trash(const std::u16string &root, std::u16string_view path) {
+// A file of the user's may have the description's name; below its slot it is no other.
+void prune_trash(const std::u16string &root, std::u16string_view path, bool hollow) {
     for (path = path_above(path); !path.empty(); path = path_above(path)) {
         const std::u16string directory = path_below(root, path);
-        // A file of the user's may have the description's name; below its slot it is no other.
-        if (path.size() == kTrashSlot ? !remove_slot(directory) : !remove_hollow(directory)) return;
+        const bool gone = path.size() == kTrashSlot ? remove_slot(directory, hollow)
+                          : hollow                  ? remove_hollow(directory)
+                                                    : os::remove_dir(directory.c_str());
+        if (!gone) return;
     }
 }
 
@@ -174,9 +179,29 @@ bool TrashBatch::drop(const zwchar *path) {
 
 using namespace zev;
 
+// ---- One at a time
+
 bool zTrashMoveInto(Repository *repository, const zwchar *path) try {
     TrashBatch one(repository);
     return one.move_in(path);
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zWorkdirDrop(Repository *repository, const zwchar *path) try {
+    TrashBatch one(repository);
+    return one.drop(path);
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zWorkdirRemoveObstacle(Repository *repository, const zwchar *path, int32_t trash) try {
+    WorkPath place;
+    if (!work_path_to_take(&place, repository, path)) return false;
+    const std::u16string obstacle = find_obstacle(repository, place);
+    if (obstacle.empty()) return true;
+    return (trash & 0xFF) ? zWorkdirDrop(repository, obstacle.c_str())
+                          : zWorkdirRemove(repository, obstacle.c_str());
 } catch (...) {
     return fail_thrown();
 }
@@ -190,7 +215,7 @@ bool zTrashRemove(Repository *repository, const TrashEntry *entry) try {
     const std::u16string item = path_below(root, entry->path);
     if (!is_there(item)) return errno == ENOENT || fail_errno(item.c_str());
     if (!os::remove_tree(item.c_str(), false)) return fail_errno(item.c_str());
-    return prune_trash(root, entry->path), true;
+    return prune_trash(root, entry->path, false), true;
 } catch (...) {
     return fail_thrown();
 }
@@ -212,24 +237,6 @@ bool zTrashPurge(Repository *repository, int32_t days) {
 bool zTrashCleanup(Repository *repository) try {
     std::u16string root;
     return trash_root(&root, repository) && zDirRemove(root.c_str(), true, true);
-} catch (...) {
-    return fail_thrown();
-}
-
-bool zWorkdirDrop(Repository *repository, const zwchar *path) try {
-    TrashBatch one(repository);
-    return one.drop(path);
-} catch (...) {
-    return fail_thrown();
-}
-
-bool zWorkdirRemoveObstacle(Repository *repository, const zwchar *path, int32_t trash) try {
-    WorkPath place;
-    if (!work_path_to_take(&place, repository, path)) return false;
-    const std::u16string obstacle = find_obstacle(repository, place);
-    if (obstacle.empty()) return true;
-    return (trash & 0xFF) ? zWorkdirDrop(repository, obstacle.c_str())
-                          : zWorkdirRemove(repository, obstacle.c_str());
 } catch (...) {
     return fail_thrown();
 }

@@ -189,7 +189,7 @@ bool Restore::try_name(const std::u16string &tag) {
 
 // ---- Afterwards
 
-bool Restore::tidy() { return prune_trash(root_, entry_->path), true; }
+bool Restore::tidy() { return prune_trash(root_, entry_->path, true), true; }
 
 // Exactly the item: a directory is named with a slash.
 bool Restore::stage() {
