@@ -61,6 +61,26 @@ TEST_F(CleanupTest, TakesUntrackedFilesIntoTheTrash) {
     ASSERT_OK(zRepositoryCleanup(repository.get(), nullptr)); // there is no trash
 }
 
+// A repository within is somebody's own, and so are the files of one that is damaged.
+TEST_F(CleanupTest, LeavesARepositoryWithinAlone) {
+    git(place, "init -q nested/whole");
+    write(place / "nested/whole/plan.dwx", "its own");
+    write(place / "nested/damaged/.git/HEAD", "");
+    write(place / "nested/damaged/below/plan.dwx", "its own");
+    write(place / "nested/new", "ours");
+    for (bool trash : {true, false}) {
+        Report report;
+        CleanupPtr spec(zCleanupSpecNew());
+        ASSERT_OK(zCleanupSpecSetOptions(spec.get(), trash ? Z_CLEANUP_USE_TRASH : 0));
+        ASSERT_OK(zCleanupSpecSetNotify(spec.get(), &report));
+        ASSERT_OK(zRepositoryCleanup(repository.get(), spec.get()));
+        EXPECT_TRUE(report.told(text(u"action.sSkipped") + " nested/whole/"));
+        EXPECT_TRUE(exists("nested/whole/.git/HEAD"));
+        EXPECT_EQ(read(place / "nested/damaged/below/plan.dwx"), "its own");
+        EXPECT_FALSE(exists("nested/new"));
+    }
+}
+
 // A process died in a change: what it left complete is put back and used up, its locks go.
 TEST_F(CleanupTest, RecoversAndNothingElse) {
     const std::string index = read(place / ".git/index");

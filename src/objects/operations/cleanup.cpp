@@ -1,5 +1,9 @@
+// Cleanup: what a crash left is put right, untracked files go, the trash is emptied, in this order
+// and each only if it is wanted. A repository that lies within the work directory is not ours: it
+// stays with all that it holds.
 #include "zev/cleanup.h"
 
+#include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/index.hpp"
@@ -11,6 +15,7 @@
 #include "zev/workdir.h"
 
 #include <new>
+#include <unordered_map>
 
 using namespace zev;
 
@@ -39,6 +44,8 @@ class Cleanup {
     bool recover();
     bool remove_untracked();
     bool remove(const StatusList *list);
+    void remove(TrashBatch &batch, const zwchar *path);
+    bool is_in_repository(std::u16string_view path);
     bool take(TrashBatch &batch, const zwchar *path);
     bool empty_trash();
 
@@ -47,6 +54,7 @@ class Cleanup {
     uint32_t options_;
     const Notify *notify_;
     IndexPtr index_;
+    std::unordered_map<std::u16string, bool> repositories_; // directories, with their slash
 };
 
 bool Cleanup::run() {
@@ -72,20 +80,39 @@ bool Cleanup::remove(const StatusList *list) {
     std::vector<std::u16string> paths;
     for (uint64_t i = 0; i < zStatusListLength(list); ++i) {
         const StatusEntry *entry = zStatusListEntry(list, i);
-        if (zStatusEntryStatus(entry) == Z_KIND_UNTRACKED)
-            paths.emplace_back(zStatusEntryPath(entry));
+        if (zStatusEntryStatus(entry) != Z_KIND_UNTRACKED) continue;
+        const zwchar *path = zStatusEntryPath(entry);
+        if (is_in_repository(path))
+            notify_action(notify_, u"action.sSkipped", path);
+        else
+            paths.emplace_back(path);
     }
     TrashBatch batch(repository_, is(Z_CLEANUP_USE_TRASH) ? paths : std::vector<std::u16string>{});
     for (const std::u16string &path : paths) {
         if (zNotifyIsUsrbrk(notify_)) return raise_canceled();
-        if (take(batch, path.c_str())) {
-            notify_action(notify_, u"action.sDeleted", path.c_str());
-            continue;
-        }
-        notify_error(notify_, u"sys.eFailedToRemoveFile_s", path.c_str());
-        notify_action(notify_, u"action.sFailed", path.c_str());
+        remove(batch, path.c_str());
     }
     return true;
+}
+
+void Cleanup::remove(TrashBatch &batch, const zwchar *path) {
+    if (take(batch, path)) return notify_action(notify_, u"action.sDeleted", path);
+    notify_error(notify_, u"sys.eFailedToRemoveFile_s", path);
+    notify_action(notify_, u"action.sFailed", path);
+}
+
+// A status lists a whole one by its directory, with a slash; of one that is damaged, the files.
+bool Cleanup::is_in_repository(std::u16string_view path) {
+    for (size_t slash = path.find(u'/'); slash != path.npos; slash = path.find(u'/', slash + 1)) {
+        const auto [known, is_new] = repositories_.try_emplace(std::u16string(path, 0, slash + 1));
+        if (is_new) {
+            struct stat status;
+            const std::string git = to_utf8(known->first) + ".git";
+            known->second = os::lstat(full_path(repository_, git).c_str(), &status);
+        }
+        if (known->second) return true;
+    }
+    return false;
 }
 
 bool Cleanup::take(TrashBatch &batch, const zwchar *path) {
