@@ -1,9 +1,12 @@
 #include "conflict_fixture.hpp"
 
 #include "objects/conflict/conflict.hpp"
+#include "system/os.hpp"
 #include "zev/revision.h"
 #include "zev/revlist.h"
 #include "zev/shell.h"
+
+#include <fcntl.h>
 
 using namespace test;
 namespace fs = std::filesystem;
@@ -96,6 +99,24 @@ TEST_F(ShellTest, RefusesNullsAndALockedIndex) {
         EXPECT_FALSE(call());
         EXPECT_EQ(zErrorClass(), error_class) << narrow(zErrorDetail());
     }
+}
+
+// Where no lock can be made, nothing can change either.
+TEST_F(ShellTest, AReadOnlyFileSystemCanBeLookedAt) {
+    put("a.dwx", "base");
+    commit("base");
+    put("a.dwx", "edited");
+    const zev::os::Calls kept = zev::os::calls;
+    zev::os::calls.open = [](const char *path, int flags, mode_t mode) {
+        return flags & O_CREAT ? (errno = EROFS, -1) : ::open(path, flags, mode);
+    };
+    const StatusPtr status(zShellStatus(shell, spec({}, Z_SPEC_NO_UNCHANGED).get()));
+    const AnalysisPtr analysis(zShellConflict(shell, spec({}).get()));
+    EXPECT_FALSE(zShellAdd(shell, spec({u"a.dwx"}).get()));
+    zev::os::calls = kept;
+    ASSERT_OK(status);
+    EXPECT_EQ(zStatusListLength(status.get()), 1u);
+    EXPECT_OK(analysis);
 }
 
 TEST_F(ShellTest, AFailureLeavesTheIndexFileAsItWas) {

@@ -1,3 +1,5 @@
+// The questions that operations put to the user, each built from its place in the catalogue, shown
+// once and freed. Where nobody can be asked the answer is -1, which every caller takes as a no.
 #include "objects/notify/dialogs.hpp"
 
 #include "common/failure.hpp"

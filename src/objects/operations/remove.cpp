@@ -1,4 +1,4 @@
-// Removing: out of the work directory into the trash, then out of the index.
+// Removal: out of the work directory into the trash, then out of the index.
 //
 // Each file is in the trash before its entry goes. The index's file follows once for some hundreds
 // of paths, since each write takes its whole length: killed in between, it still names what is in
@@ -26,9 +26,9 @@ size_t paths_a_write(const Index *index) {
     return std::max(kSynced, git_index_entrycount(index->handle.get()) / kWrites);
 }
 
-class Removing {
+class Removal {
   public:
-    Removing(Index *index, PathSpec *spec)
+    Removal(Index *index, PathSpec *spec)
         : index_(index), spec_(spec), notify_(spec->notify), batch_(paths_a_write(index)) {}
 
     bool find();          // the list; may throw
@@ -59,7 +59,7 @@ class Removing {
 
 // ---- What is to go
 
-bool Removing::find() {
+bool Removal::find() {
     if (spec_options(spec_) & Z_SPEC_LITERAL)
         list_patterns();
     else if (!list_status())
@@ -70,13 +70,13 @@ bool Removing::find() {
 }
 
 // A directory that is named goes as a whole, so nothing need be looked for.
-void Removing::list_patterns() {
+void Removal::list_patterns() {
     for (uint64_t i = 0; i < zPathSpecCount(spec_); ++i)
         if (const zwchar *path = zPathSpecEntry(spec_, i); path && *path) paths_.emplace_back(path);
 }
 
 // A name that is no UTF-8 can't be handed on, and would be taken for a missing file.
-bool Removing::list_status() {
+bool Removal::list_status() {
     StatusScan scan(index_, spec_);
     if (!scan.run()) {
         if (spec_options(spec_) & Z_SPEC_MUST_MATCH) return true;
@@ -95,19 +95,19 @@ bool Removing::list_status() {
 
 // ---- One after the other
 
-bool Removing::is_stopped() {
+bool Removal::is_stopped() {
     if (!zNotifyIsUsrbrk(notify_)) return false;
     raise_canceled();
     return canceled_ = true;
 }
 
-bool Removing::run() {
+bool Removal::run() {
     for (const std::u16string &path : paths_)
         if (is_stopped() || !remove(path)) return false;
     return true;
 }
 
-bool Removing::remove(const std::u16string &path) {
+bool Removal::remove(const std::u16string &path) {
     const Drop done = drop(path);
     if (done != Drop::dropped) {
         notify_action(notify_, u"action.sSkipped", path.c_str());
@@ -124,7 +124,7 @@ bool Removing::remove(const std::u16string &path) {
 }
 
 // A file that another program holds may be let go while the user looks.
-Removing::Drop Removing::drop(const std::u16string &path) {
+Removal::Drop Removal::drop(const std::u16string &path) {
     while (!trash_->drop(path.c_str())) {
         const int32_t answer = ask_retry_or_skip(notify_, path.c_str());
         if (answer == kRetryCancel) return Drop::stopped;
@@ -135,18 +135,18 @@ Removing::Drop Removing::drop(const std::u16string &path) {
 }
 
 // Its own entries, and what was below a directory.
-bool Removing::forget(const std::u16string &path) {
+bool Removal::forget(const std::u16string &path) {
     const std::string name = to_utf8(tidy_path(path));
     return index_drop(index_, name.c_str()) && index_drop_below(index_, name);
 }
 
-bool Removing::save() {
+bool Removal::save() {
     if (!unsaved_ || !index_->dirty) return true;
     unsaved_ = 0; // also if it fails, which is told once
     return zIndexWrite(index_);
 }
 
-void Removing::end(bool whole) {
+void Removal::end(bool whole) {
     if (!save()) {
         notify_failed(notify_, u"odb.eFailedToRemoveEntry_s", last_->c_str());
         return notify_abort(notify_);
@@ -160,15 +160,15 @@ void Removing::end(bool whole) {
 // True also for a list that was stopped: the caller writes what was done.
 bool zIndexRemove(Index *index, PathSpec *spec) try {
     if (!index || !spec) return fail_args();
-    Removing removing(index, spec);
+    Removal removal(index, spec);
     notify_start(spec->notify, u"action.sDelete");
     bool whole = false;
     try {
-        whole = removing.find() && removing.run();
+        whole = removal.find() && removal.run();
     } catch (...) {
         fail_thrown();
     }
-    removing.end(whole);
+    removal.end(whole);
     return true;
 } catch (...) {
     return fail_thrown();

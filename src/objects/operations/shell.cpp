@@ -1,3 +1,5 @@
+// The shell: what a user does to a working copy, one function each. It opens the index under its
+// lock, does the work and writes what changed; an operation that failed leaves the file as it was.
 #include "zev/shell.h"
 
 #include "common/failure.hpp"
@@ -6,6 +8,8 @@
 #include "zev/repository.h"
 #include "zev/revlist.h"
 #include "zev/status.h"
+
+#include <cerrno>
 
 using namespace zev;
 
@@ -16,6 +20,13 @@ namespace {
 template <class F> bool change(Repository *repository, F operation) {
     const IndexPtr index(zIndexHead(repository, true));
     return index && operation(index.get()) && (!index->dirty || zIndexWrite(index.get()));
+}
+
+// To look only: where nothing can be written there is no lock, and no need for one.
+IndexPtr open_to_look(Repository *repository) {
+    IndexPtr index(zIndexHead(repository, true));
+    if (!index && zErrorCode() == EROFS) index.reset(zIndexHead(repository, false));
+    return index;
 }
 
 // A working copy without a server says so; where there is one, nobody is here to speak to it.
@@ -63,7 +74,7 @@ bool zShellRevert(Repository *repository, PathSpec *spec) {
 
 StatusList *zShellStatus(Repository *repository, PathSpec *spec) {
     if (!repository || !spec) return fail_args();
-    const IndexPtr index(zIndexHead(repository, true));
+    const IndexPtr index = open_to_look(repository);
     return index ? zStatusListBuild(index.get(), spec) : nullptr;
 }
 
@@ -74,7 +85,7 @@ RevList *zShellLog(Repository *repository, RevSpec *spec) {
 
 ConflictAnalysis *zShellConflict(Repository *repository, PathSpec *spec) {
     if (!repository || !spec) return fail_args();
-    const IndexPtr index(zIndexHead(repository, true));
+    const IndexPtr index = open_to_look(repository);
     return index ? zConflictAnalyze(index.get(), spec) : nullptr;
 }
 
