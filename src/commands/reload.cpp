@@ -1,17 +1,16 @@
 // Reload: the tree of nodes anew from the index, with the state of each file against HEAD and the
-// disk. What is tracked and gone from the disk is brought back first.
+// disk. What is tracked and gone from the disk is brought back first, unless something else stands
+// in its place.
 #include "commands/node.hpp"
 #include "common/utf.hpp"
 #include "objects/conflict/conflict.hpp"
+#include "objects/operations/revert.hpp"
 #include "objects/work/workdir.hpp"
-#include "zev/pathspec.h"
 #include "zev/status.h"
 
 using namespace zev;
 
 namespace {
-
-using PathSpecPtr = Owned<PathSpec, zPathSpecFree>;
 
 constexpr std::u16string_view kKeepName = u".gitkeep";
 
@@ -88,13 +87,17 @@ void Reload::build_tree() {
 
 // ---- Status
 
+// A file that is saved while it is read fails the whole; a moment later it is there.
 git::Status Reload::read_status() {
+    constexpr int kTries = 3;
     git_status_options how = GIT_STATUS_OPTIONS_INIT;
     how.show = GIT_STATUS_SHOW_INDEX_AND_WORKDIR;
     how.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX |
                 GIT_STATUS_OPT_SORT_CASE_SENSITIVELY;
     git::Status list;
-    int code = git_status_list_new(out(list), index_->owner->handle.get(), &how);
+    int code = GIT_ERROR;
+    for (int tries = 0; code < 0 && tries < kTries; ++tries)
+        code = git_status_list_new(out(list), index_->owner->handle.get(), &how);
     if (code < 0) fail_git(code), fail_raised();
     return list;
 }
@@ -124,14 +127,8 @@ bool Reload::bring_back(const Lost &lost) {
     return locked && revert(locked.get(), lost);
 }
 
-// Only what is still missing: a file that has come back meanwhile holds what its user just saved.
 bool Reload::revert(Index *index, const Lost &lost) {
-    constexpr uint32_t kAllKinds = uint32_t{Z_SPEC_NO_MISSING} * 2 - Z_SPEC_NO_UNCHANGED;
-    constexpr uint32_t kMissing = Z_SPEC_LITERAL | (kAllKinds & ~uint32_t{Z_SPEC_NO_MISSING});
-    const PathSpecPtr spec(zPathSpecNew(nullptr, kMissing));
-    for (const std::u16string &path : lost)
-        if (!spec || !zPathSpecAdd(spec.get(), path.c_str())) return false;
-    return zIndexRevert(index, spec.get()) && (!index->dirty || zIndexWrite(index));
+    return revert_missing(index, lost) && (!index->dirty || zIndexWrite(index));
 }
 
 // ---- What differs

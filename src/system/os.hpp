@@ -133,8 +133,9 @@ class Replacement {
     explicit operator bool() const { return fd_ >= 0; } // false: errno says why
     int fd() const { return fd_; }
     FILE *file(); // for writing, lent; null when it can't be made
-    // Without `durable` nothing is synced: the caller syncs the tree afterwards.
-    bool commit(bool durable = true);
+    // Without `durable` nothing is synced: the caller syncs the tree afterwards. Without `replaces`
+    // it fails with EEXIST, in the same step, where something has the name by now.
+    bool commit(bool durable = true, bool replaces = true);
 
   private:
     std::string path_, aside_, directory_;

@@ -183,16 +183,18 @@ TEST_F(ConnectionTest, DirectoriesAreRenamedByTheirKeepFiles) {
 // ---- What is gone from the disk
 
 TEST_F(ConnectionTest, WhatIsGoneFromTheDiskComesBack) {
-    base({"a.dwx", "d/b.dwx", "d/c.dwx", "edited.dwx", "#1.dwx", "old.dwx", "saved.dwx"});
+    base({"a.dwx", "d/b.dwx", "d/c.dwx", "edited.dwx", "#1.dwx", "old.dwx", "saved.dwx", "file.dwx",
+          "was/1.dwx"});
     put("edited.dwx", "staged");
     put("added/new.dwx", "new");
     git(place, "mv old.dwx renamed.dwx");
     stage_all();
     put("d/c.dwx", "unsaved work");
-    for (const char *path :
-         {"a.dwx", "d/b.dwx", "#1.dwx", "added/new.dwx", "edited.dwx", "renamed.dwx", "saved.dwx"})
-        fs::remove(place / path);
-    put("#1.dwx/in the way", "mine");
+    for (const char *path : {"a.dwx", "d/b.dwx", "#1.dwx", "added/new.dwx", "edited.dwx",
+                             "renamed.dwx", "saved.dwx", "file.dwx", "was"})
+        fs::remove_all(place / path);
+    put("file.dwx/untracked", "mine");
+    put("was", "mine too");
     // Its user saves one after the status was read, before the index is locked.
     static fs::path saved;
     saved = place / "saved.dwx";
@@ -210,9 +212,13 @@ TEST_F(ConnectionTest, WhatIsGoneFromTheDiskComesBack) {
     EXPECT_EQ(read(place / "edited.dwx"), "content of edited.dwx\n");
     EXPECT_FALSE(fs::exists(place / "added/new.dwx"));
     EXPECT_EQ(git(place, "ls-files added"), "");
-    EXPECT_EQ(list(), (Lines{"0 >#1.dwx", "0 >a.dwx", "3 >d/", "0 >edited.dwx", "3 >saved.dwx"}));
-    // As if the move had been undone, and old.dwx removed.
-    EXPECT_EQ(git(place, "status --short -uall"), " M d/c.dwx\nD  old.dwx\n M saved.dwx");
+    EXPECT_EQ(list(), (Lines{"0 >#1.dwx", "0 >a.dwx", "3 >d/", "0 >edited.dwx", "0 >file.dwx",
+                             "3 >saved.dwx", "0 >was/"}));
+    // As if the move had been undone, and old.dwx removed. What stands elsewhere is left alone.
+    EXPECT_EQ(git(place, "status --short -uall"),
+              " M d/c.dwx\n D file.dwx\nD  old.dwx\n M saved.dwx\n D was/1.dwx\n"
+              "?? file.dwx/untracked\n?? was");
+    EXPECT_EQ(read(place / "was"), "mine too");
 }
 
 // ---- Conflicts

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include <fcntl.h>
+
 using namespace test;
 
 namespace fs = std::filesystem;
@@ -128,6 +130,23 @@ TEST_F(IndexRevert, AFailureIsTheFilesOwn) {
     EXPECT_FALSE(zIndexRevert(index.get(), spec({u"lost"}, kLiteral, &host).get()));
     EXPECT_EQ(host.told(), "done;"); // no status, nothing touched
     EXPECT_EQ(read(place / "lost"), "changed");
+}
+
+// Saved between the look at the place and the writing of HEAD's file.
+TEST_F(IndexRevert, WhatAppearsMeanwhileStays) {
+    put("a", "head");
+    commit_all();
+    take("a");
+    static fs::path saved;
+    saved = place / "a";
+    os::calls.open = [](const char *path, int flags, mode_t mode) {
+        if (flags & O_CREAT && std::string_view(path).find("/copy/.git/") == std::string_view::npos)
+            write(saved, "mine");
+        return ::open(path, flags, mode);
+    };
+    EXPECT_EQ(revert(), failed("a") + "done;");
+    os::calls = kept;
+    EXPECT_EQ(read(saved), "mine");
 }
 
 TEST_F(IndexRevert, InAConflictTheirsIsTaken) {

@@ -85,7 +85,7 @@ class Resolution {
     // `nodes` in the order in which they will come. May throw.
     Resolution(Index *index, const std::vector<ConflictNode *> &nodes)
         : index_(index), owner_(index->owner), trash_(index->owner, displaced_by(nodes)),
-          writer_(index) {}
+          writer_(index, true) {}
 
     bool node(ConflictNode &node); // may throw
     // Keep-files for the directories of what was resolved; one that fails is no failure of its
@@ -249,7 +249,7 @@ bool Resolution::check_out(const ConflictNode &node, const ConflictSide &side) {
     writer_.forget_directories();
     git_index_entry entry = *git_entry(side.entry.get());
     entry.flags = static_cast<uint16_t>(entry.flags & ~GIT_INDEX_ENTRY_STAGEMASK);
-    if (!writer_.place(entry, true)) return false;
+    if (!writer_.place(entry, false)) return false; // what appears meanwhile stays
     return remember_directory(side.path()), true;
 }
 

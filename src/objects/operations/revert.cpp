@@ -1,10 +1,11 @@
-// Reverting: tracked files, and their entries, as HEAD has them.
+// Revert: tracked files, and their entries, as HEAD has them.
 //
 // What is taken from the work directory on the way goes to the trash, and that a file can be had
 // back from HEAD is made sure of before. The index is changed in memory only. Killed at any point,
 // the disk holds for each path what was there, or HEAD's file with the former one in the trash,
-// or nothing with it in the trash; the next revert takes each of these for what it is.
-#include "objects/work/index.hpp"
+// or nothing with it in the trash; the next revert takes each of these for what it is. Other
+// programs may save files all the while: what appears at a path that was free stays.
+#include "objects/operations/revert.hpp"
 
 #include "common/errno.hpp"
 #include "common/pathname.hpp"
@@ -130,11 +131,14 @@ struct Keep {
     git_index_entry entry;
 };
 
-class Reverting {
+class Revert {
   public:
-    Reverting(Index *index, const Notify *notify)
-        : index_(index), owner_(index->owner), notify_(notify), head_(index->owner) {
-        writer_.emplace(index);
+    // What stands in the way of a file goes to the trash if it `displaces`, else the file does not
+    // come back.
+    Revert(Index *index, const Notify *notify, bool displaces = true)
+        : index_(index), owner_(index->owner), notify_(notify), displaces_(displaces),
+          head_(index->owner) {
+        writer_.emplace(index, true);
     }
 
     bool find(const PathSpec *spec);
@@ -145,6 +149,7 @@ class Reverting {
     bool restore();
 
   private:
+    bool is_displaced(const Item &item) const;
     void sort();
     void announce();
     bool is_stopped();
@@ -171,13 +176,14 @@ class Reverting {
     Index *index_;
     Repository *owner_;
     const Notify *notify_;
+    bool displaces_;
     std::vector<Item> items_;
     std::optional<TrashBatch> trash_;
     HeadTree head_;
     std::optional<WorkWriter> writer_; // made anew once the attributes are there
 };
 
-bool Reverting::is_stopped() {
+bool Revert::is_stopped() {
     if (!zNotifyIsUsrbrk(notify_)) return false;
     raise_canceled();
     return true;
@@ -185,7 +191,7 @@ bool Reverting::is_stopped() {
 
 // ---- What there is to revert
 
-bool Reverting::find(const PathSpec *spec) {
+bool Revert::find(const PathSpec *spec) {
     Owned<PathSpec, zPathSpecFree> wanted(zPathSpecDup(spec));
     if (!wanted || !zPathSpecSetOff(wanted.get(), Z_SPEC_MUST_MATCH) ||
         !zPathSpecSetOn(wanted.get(), Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_UNTRACKED |
@@ -199,12 +205,20 @@ bool Reverting::find(const PathSpec *spec) {
         items_.push_back({item.path, to_wide(item.path), {}, item.kind, item.word});
         return 0;
     });
+    if (!displaces_) std::erase_if(items_, [&](const Item &item) { return is_displaced(item); });
     return sort(), announce(), true;
+}
+
+// Whether something else than the file stands there, or above it.
+bool Revert::is_displaced(const Item &item) const {
+    WorkPath place;
+    return !work_path_to_take(&place, owner_, item.wide.c_str()) ||
+           !find_obstacle(owner_, place).empty();
 }
 
 // Added ones first, then conflicts; from the last path to the first, so that what is below a
 // directory comes before it.
-void Reverting::sort() {
+void Revert::sort() {
     const auto rank = [](const Item &item) {
         return item.kind == Z_KIND_ADDED ? -2 : item.kind == Z_KIND_CONFLICTED ? -1 : item.kind;
     };
@@ -216,7 +230,7 @@ void Reverting::sort() {
 }
 
 // What the trash may be given, in the order of the steps. One alone is as well synced by itself.
-void Reverting::announce() {
+void Revert::announce() {
     std::vector<std::u16string> paths;
     const auto add = [&](auto wanted) {
         for (const Item &item : items_)
@@ -231,7 +245,7 @@ void Reverting::announce() {
 
 // ---- Added files
 
-bool Reverting::drop_added() {
+bool Revert::drop_added() {
     for (const Item &item : items_) {
         if (!item.is_new() || item.is_keep_file()) continue;
         if (is_stopped()) return false;
@@ -242,7 +256,7 @@ bool Reverting::drop_added() {
 
 // Out of the work directory. Where the file is gone, and where a directory stands, which holds
 // other things than were added, there is nothing to take.
-bool Reverting::take(const Item &item) {
+bool Revert::take(const Item &item) {
     struct stat status;
     if (!check_path(item.path)) return false;
     if (item.word & GIT_STATUS_WT_DELETED) return true;
@@ -253,7 +267,7 @@ bool Reverting::take(const Item &item) {
 
 // ---- Added keep-files: one goes unless something else below its directory is tracked
 
-bool Reverting::settle_keep_files() {
+bool Revert::settle_keep_files() {
     for (const Keep &keep : drop_keep_entries()) {
         const Item &item = *keep.item;
         const std::string_view path = item.path;
@@ -269,7 +283,7 @@ bool Reverting::settle_keep_files() {
 }
 
 // All of them before any is decided on: none keeps the directory of another one.
-std::vector<Keep> Reverting::drop_keep_entries() {
+std::vector<Keep> Revert::drop_keep_entries() {
     std::vector<Keep> keeps;
     for (const Item &item : items_) {
         if (!item.is_new() || !item.is_keep_file()) continue;
@@ -283,7 +297,7 @@ std::vector<Keep> Reverting::drop_keep_entries() {
 }
 
 // `directory` is empty or ends in a slash. Of a conflict, ours counts.
-bool Reverting::is_tracked_below(std::string_view directory) {
+bool Revert::is_tracked_below(std::string_view directory) {
     git_index *handle = index_->handle.get();
     size_t at = 0;
     if (git_index_find_prefix(&at, handle, std::string(directory).c_str()) < 0)
@@ -296,7 +310,7 @@ bool Reverting::is_tracked_below(std::string_view directory) {
 }
 
 // From its blob, if the file is not as it was added. A link comes back as a file: it was to be one.
-bool Reverting::put_back(const Keep &keep) {
+bool Revert::put_back(const Keep &keep) {
     if (!index_enter(index_, keep.entry)) return false;
     if (!(keep.item->word & kWorkdir)) return true;
     git_index_entry entry = keep.entry;
@@ -308,7 +322,7 @@ bool Reverting::put_back(const Keep &keep) {
 
 // From the top, as an analysis of the whole would come to them: a conflict below another's path
 // belongs to that one. Carried out in the order of the other steps.
-bool Reverting::resolve_conflicts() {
+bool Revert::resolve_conflicts() {
     const auto is_conflict = [](const Item &item) { return item.kind == Z_KIND_CONFLICTED; };
     if (std::ranges::none_of(items_, is_conflict)) return true;
     if (is_stopped()) return false;
@@ -338,7 +352,7 @@ bool Reverting::resolve_conflicts() {
 // ---- Files that HEAD has
 
 // Attributes first: they say how the others are to be written.
-bool Reverting::restore() {
+bool Revert::restore() {
     for (const bool attributes : {true, false}) {
         for (const Item &item : items_) {
             if (!item.is_to_restore() || item.is_named(kAttributes) != attributes) continue;
@@ -346,36 +360,57 @@ bool Reverting::restore() {
             const bool changed = item.kind == Z_KIND_MODIFIED;
             told(item, restore(item), changed ? u"action.sReverted" : u"action.sRestored");
         }
-        writer_.emplace(index_);
+        writer_.emplace(index_, true);
     }
     return true;
 }
 
-bool Reverting::restore(const Item &item) {
+bool Revert::restore(const Item &item) {
     git_index_entry entry{};
     entry.path = item.path.c_str();
     return check_path(item.path) && head_.find(&entry) && can_enter(item) && check_out(item, entry);
 }
 
 // The name may be held by now, in another case, by a file that is not reverted.
-bool Reverting::can_enter(const Item &item) {
+bool Revert::can_enter(const Item &item) {
     if (git_index_get_bypath(index_->handle.get(), item.path.c_str(), 0)) return true;
     if (!index_has_twin(index_, item.path)) return true;
     return raise_exists(item.path);
 }
 
 // The blob is in the store before anything makes way for it.
-bool Reverting::check_out(const Item &item, const git_index_entry &entry) {
+bool Revert::check_out(const Item &item, const git_index_entry &entry) {
     WorkPath place;
     if (!writer_->has(entry.id) || !work_path_to_take(&place, owner_, item.wide.c_str()))
         return false;
     const std::u16string obstacle = find_obstacle(owner_, place);
+    if (!obstacle.empty() && !displaces_) return raise_exists(obstacle);
     if (!obstacle.empty() && !trash_->move_in(obstacle.c_str())) return false;
     if (!obstacle.empty() && obstacle != place.relative) writer_->forget_directories();
-    return writer_->place(entry, true);
+    return writer_->place(entry, false);
+}
+
+// False only when the user breaks off.
+bool run(Revert &revert) {
+    return revert.drop_added() && revert.settle_keep_files() && revert.resolve_conflicts() &&
+           revert.restore();
 }
 
 } // namespace
+
+namespace zev {
+
+bool revert_missing(Index *index, const std::vector<std::u16string> &paths) {
+    constexpr uint32_t kAllKinds = uint32_t{Z_SPEC_NO_MISSING} * 2 - Z_SPEC_NO_UNCHANGED;
+    constexpr uint32_t kMissing = Z_SPEC_LITERAL | (kAllKinds & ~uint32_t{Z_SPEC_NO_MISSING});
+    const Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(nullptr, kMissing));
+    for (const std::u16string &path : paths)
+        if (!spec || !zPathSpecAdd(spec.get(), path.c_str())) return false;
+    Revert revert(index, nullptr, false);
+    return revert.find(spec.get()) && run(revert);
+}
+
+} // namespace zev
 
 // True also when the user broke off: the caller writes what was done, as the disk has it.
 bool zIndexRevert(Index *index, PathSpec *spec) try {
@@ -383,11 +418,9 @@ bool zIndexRevert(Index *index, PathSpec *spec) try {
     const Notify *notify = spec->notify;
     notify_start(notify, u"action.sRevert");
     try {
-        Reverting reverting(index, notify);
-        if (!reverting.find(spec)) return notify_done(notify), false;
-        const bool whole = reverting.drop_added() && reverting.settle_keep_files() &&
-                           reverting.resolve_conflicts() && reverting.restore();
-        if (!whole) return notify_cancel(notify), true;
+        Revert revert(index, notify);
+        if (!revert.find(spec)) return notify_done(notify), false;
+        if (!run(revert)) return notify_cancel(notify), true;
     } catch (...) {
         return fail_thrown(), notify_abort(notify), false;
     }

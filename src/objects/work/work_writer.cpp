@@ -182,9 +182,8 @@ bool WorkWriter::write_aside(const git_index_entry &entry, const std::u16string 
     if (!aside) return fail_errno(full.c_str());
     if (!fill(aside.fd())) return false;
     set_runnable(aside.fd(), entry);
-    struct stat there;
-    if (!replaces && os::lstat(full.c_str(), &there)) return fail_os(EEXIST, full.c_str());
-    return (aside.commit(false) && os::fd_stat(aside.fd(), &status_)) || fail_errno(full.c_str());
+    return (aside.commit(false, replaces) && os::fd_stat(aside.fd(), &status_)) ||
+           fail_errno(full.c_str());
 }
 
 // Large ones that are loose go block by block; the others are read whole.
@@ -230,7 +229,7 @@ bool WorkWriter::write_whole(const git_index_entry &entry, const std::u16string 
     const auto fill = [&](int fd) {
         return os::write_all(fd, bytes, size) || fail_errno(full.c_str());
     };
-    if (replaces || size > limits::step) return write_aside(entry, full, replaces, fill);
+    if (replaces || aside_ || size > limits::step) return write_aside(entry, full, replaces, fill);
     os::Mode mode;
     mode.write = mode.create = mode.exclusive = mode.no_link = true;
     const int fd = os::open_fd(full.c_str(), mode, mode_of(entry));

@@ -21,7 +21,10 @@ struct StoredBlob;
 // Nothing is synced.
 class WorkWriter {
   public:
-    explicit WorkWriter(Index *index) : index_(index), filters_(index) {}
+    // `aside` lets a new file appear whole too: somebody else might write it at the same moment.
+    // Else a small one is begun under its name, which costs less.
+    explicit WorkWriter(Index *index, bool aside = false)
+        : index_(index), aside_(aside), filters_(index) {}
 
     // Writes the blob of an entry, by its id, at its path, as a file or a link by its mode, and
     // enters it; of a repository within there is only a directory, which may be there. Without
@@ -68,6 +71,7 @@ class WorkWriter {
     bool hash_ends(const git_oid &id);
 
     Index *index_;
+    bool aside_;
     Filters filters_;
     git::Odb odb_;
     std::u16string objects_;                      // where the store has its files

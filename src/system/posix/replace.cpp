@@ -76,11 +76,13 @@ bool Replacement::flush() {
     return fflush(file_) == 0;
 }
 
-bool Replacement::commit(bool durable) {
+bool Replacement::commit(bool durable, bool replaces) {
     if (aside_.empty()) return failed(EBADF);
     if (!flush()) return false;
     if (durable && retry([&] { return calls.fsync(fd_); }) != 0) return false;
-    if (calls.rename(aside_.c_str(), path_.c_str(), 0) != 0) return normalised();
+    if (replaces ? calls.rename(aside_.c_str(), path_.c_str(), 0) != 0
+                 : !rename_new(aside_.c_str(), path_.c_str()))
+        return normalised();
     aside_.clear();
     return !durable || sync_dir(directory_.c_str());
 }
