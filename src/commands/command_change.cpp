@@ -93,8 +93,7 @@ bool zCommandMkdir(const zwchar *workdir, const zwchar *directory) try {
     if (!find_keep(&keep, repository, directory)) return false;
     const std::u16string full(path_above(keep.full));
     if (!make_directory(full) || !write_keep(keep.full)) return fail_directory(directory);
-    // With its slash: a literal pattern without one names a file.
-    return add_path(repository, std::u16string(path_above(keep.relative)).append(u"/").c_str());
+    return add_path(repository, keep.relative.c_str()); // nothing else in the directory
 } catch (...) {
     return fail_thrown();
 }

@@ -134,12 +134,15 @@ TEST_F(CommandTest, MkdirMakesATrackedDirectory) {
     fs::create_directory_symlink(outside, place / "link");
     fs::remove(place / "linked/.gitkeep");
     fs::create_symlink(outside / "precious", place / "linked/.gitkeep");
+    put("there/untracked", "1"), put("there/below/untracked", "1"), put("there/x.bak", "1");
+    put(".gitignore", "*.bak\n");
     connect();
     for (const zwchar *good : {u"new", u"new/below/", u"there", u"#1"}) {
         EXPECT_OK(zCommandMkdir(copy.c_str(), good)) << narrow(good);
         EXPECT_EQ(read(place / good / ".gitkeep"),
                   "# Ignore everything in this directory\n*\n# Except this file !.gitkeep");
     }
+    // Nothing else below it comes in, ignored or not.
     const Lines made{"#1/.gitkeep", "new/.gitkeep", "new/below/.gitkeep", "there/.gitkeep"};
     EXPECT_EQ(staged(), made);
     const std::u16string long_one(490, u'x');
