@@ -6,8 +6,13 @@
 // A working copy that isn't connected, by exactly the text that connected it, gives the failure
 // value, and nothing is raised; otherwise the record holds what the layer below raised. Paths are
 // relative to the working copy, with forward slashes; a directory is tracked by a `.gitkeep` in
-// it, which hosts don't see: where it stands at the end of a path, it is cut. Nothing here is
-// locked against other threads of the host. Callbacks come on the calling thread.
+// it, which hosts don't see: where it stands at the end of a path, it is cut.
+//
+// Threads: one at a time works with a connection, which the host sees to; several threads may each
+// work with their own, and connect and disconnect as they like. Callbacks come on the calling
+// thread, and may call back into this family. What takes the ground from under the call that they
+// came from, though, does nothing then and is class 7: a Disconnect of its connection, a Reload,
+// and what reloads by itself: Checkout without a target, Reset and Build.
 #ifndef ZEV_COMMAND_H
 #define ZEV_COMMAND_H
 

@@ -1,3 +1,5 @@
+// What a host hands over, for the length of one call: its table stays the host's, and texts on the
+// way to it lose the keep-file at their end.
 #include "commands/adapter.hpp"
 
 #include "zev/diff.h"

@@ -86,9 +86,9 @@ PathSpecPtr keep_spec(uint64_t count, const zwchar *const *paths, const Notify *
 } // namespace
 
 bool zCommandMkdir(const zwchar *workdir, const zwchar *directory) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
-    Repository *repository = connection->repository.get();
+    Repository *repository = connection.repository();
     WorkPath keep;
     if (!find_keep(&keep, repository, directory)) return false;
     const std::u16string full(path_above(keep.full));
@@ -100,9 +100,9 @@ bool zCommandMkdir(const zwchar *workdir, const zwchar *directory) try {
 
 // A literal pattern names a directory by the slash at its end.
 bool zCommandAdd(const zwchar *workdir, const zwchar *path) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
-    Repository *repository = connection->repository.get();
+    Repository *repository = connection.repository();
     WorkPath place;
     struct stat status;
     if (!work_path(&place, repository, path)) return false;
@@ -115,39 +115,39 @@ bool zCommandAdd(const zwchar *workdir, const zwchar *path) try {
 }
 
 bool zCommandMove(const zwchar *workdir, const zwchar *from, const zwchar *to) {
-    Connection *connection = find_connection(workdir);
-    return connection && zShellMv(connection->repository.get(), from, to);
+    const ConnectionUse connection(workdir);
+    return connection && zShellMv(connection.repository(), from, to);
 }
 
 bool zCommandRm(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                 const Notify *host) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     const Adapter adapter(host);
     const PathSpecPtr spec = literal_spec(count, paths, adapter.get());
-    return spec && zShellRm(connection->repository.get(), spec.get());
+    return spec && zShellRm(connection.repository(), spec.get());
 } catch (...) {
     return fail_thrown();
 }
 
 bool zCommandRevert(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                     const Notify *host) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     const Adapter adapter(host);
     const PathSpecPtr spec = keep_spec(count, paths, adapter.get());
-    return spec && zShellRevert(connection->repository.get(), spec.get());
+    return spec && zShellRevert(connection.repository(), spec.get());
 } catch (...) {
     return fail_thrown();
 }
 
 bool zCommandCommit(const zwchar *workdir, const zwchar *author, const zwchar *message,
                     uint64_t count, const zwchar *const *paths, const Notify *host) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     const Adapter adapter(host);
     const PathSpecPtr spec = keep_spec(count, paths, adapter.get());
-    return spec && zShellCommit(connection->repository.get(), spec.get(), author, message);
+    return spec && zShellCommit(connection.repository(), spec.get(), author, message);
 } catch (...) {
     return fail_thrown();
 }

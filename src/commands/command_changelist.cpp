@@ -101,7 +101,7 @@ void Changelist::tell(CommandListing callback, void *context) const {
 
 bool zCommandChangelist(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                         CommandListing callback, void *context) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     if ((!paths && count) || !callback) return fail_args();
     Changelist list(*connection);

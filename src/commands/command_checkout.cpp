@@ -79,8 +79,8 @@ CheckSpecPtr check_spec(const Oid *revision, const zwchar *path, const Notify *n
     return made ? std::move(spec) : nullptr;
 }
 
-int32_t reloaded(const zwchar *workdir) {
-    zCommandReload(workdir, nullptr, false);
+int32_t reloaded(Connection &connection) {
+    reload(connection, false);
     return kDone;
 }
 
@@ -101,38 +101,41 @@ struct StopByte {
 
 int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwchar *path,
                          const zwchar *target, const Notify *host) try {
-    Connection *connection = find_connection(workdir);
+    const bool is_export = target && *target;
+    const ConnectionUse connection(workdir,
+                                   is_export ? ConnectionUse::shared : ConnectionUse::alone);
     if (!connection) return kFailed;
-    Repository *repository = connection->repository.get();
-    if (target && *target) return export_file(repository, revision, path, target);
+    Repository *repository = connection.repository();
+    if (is_export) return export_file(repository, revision, path, target);
     if (is_previous(revision)) return fail_args(), kFailed;
     const Adapter adapter(host);
     const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
-    return spec && zShellUpdate(repository, spec.get()) ? reloaded(workdir) : kFailed;
+    return spec && zShellUpdate(repository, spec.get()) ? reloaded(*connection) : kFailed;
 } catch (...) {
     return fail_thrown(), kFailed;
 }
 
 int32_t zCommandReset(const zwchar *workdir, const Oid *revision, const zwchar *path,
                       const Notify *host) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir, ConnectionUse::alone);
     if (!connection) return kFailed;
+    if (is_previous(revision)) return fail_args(), kFailed;
     const Adapter adapter(host);
     const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
-    const bool done = spec && zShellReset(connection->repository.get(), spec.get());
-    return done ? reloaded(workdir) : kFailed;
+    const bool done = spec && zShellReset(connection.repository(), spec.get());
+    return done ? reloaded(*connection) : kFailed;
 } catch (...) {
     return fail_thrown(), kFailed;
 }
 
 // The tree stays as it was.
 bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     const Adapter adapter(host);
     const CheckSpecPtr spec = check_spec(nullptr, path, adapter.get());
     if (!spec || (path && *path && !zCheckSpecUseGlob(spec.get(), false))) return false;
-    return zShellUpdate(connection->repository.get(), spec.get());
+    return zShellUpdate(connection.repository(), spec.get());
 } catch (...) {
     return fail_thrown();
 }
@@ -140,6 +143,7 @@ bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host
 // What was checked out is connected, anew if it was; whether that succeeds is not the question.
 bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *host) try {
     if (!zStrvalidW(url) || !zStrvalidW(workdir)) return fail_args();
+    if (find_connection(workdir) && !ConnectionUse(workdir, ConnectionUse::alone)) return false;
     const Adapter adapter(host);
     const CheckSpecPtr spec = check_spec(nullptr, nullptr, adapter.get());
     if (!spec || !zShellCheckout(url, workdir, spec.get())) return false;
@@ -152,12 +156,12 @@ bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *host)
 
 void zCommandRefresh(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                      const volatile uint8_t *stop, CommandListing callback, void *context) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return;
     if (!callback) return static_cast<void>(fail_args());
     const StopByte asked(stop);
     const PathSpecPtr spec = literal_spec(count, paths, asked.get());
-    const DiffListPtr list(spec ? zShellListUpdates(connection->repository.get(), spec.get(), true)
+    const DiffListPtr list(spec ? zShellListUpdates(connection.repository(), spec.get(), true)
                                 : nullptr);
     if (list) tell_changes(list.get(), callback, context, stop);
 } catch (...) {

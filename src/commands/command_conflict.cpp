@@ -5,15 +5,15 @@
 using namespace zev;
 
 ConflictAnalysis *zCommandConflictAnalyze(const zwchar *workdir, const zwchar *path) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return nullptr;
     const PathSpecPtr spec(zPathSpecNew(pattern_of(zStrsafeW(path)).c_str(), 0));
-    return spec ? zShellConflict(connection->repository.get(), spec.get()) : nullptr;
+    return spec ? zShellConflict(connection.repository(), spec.get()) : nullptr;
 } catch (...) {
     return fail_thrown();
 }
 
 bool zCommandConflictResolve(const zwchar *workdir, ConflictAnalysis *analysis) {
-    Connection *connection = find_connection(workdir);
-    return connection && zShellResolve(connection->repository.get(), analysis);
+    const ConnectionUse connection(workdir);
+    return connection && zShellResolve(connection.repository(), analysis);
 }

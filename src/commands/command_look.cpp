@@ -57,7 +57,7 @@ DiffListPtr changes_of(Repository *repository, const Oid *id) {
 
 bool zCommandList(const zwchar *workdir, const zwchar *directory, CommandListing callback,
                   void *context) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     if (!callback) return fail_args();
     const Node *node = find_node(connection->root.get(), zStrsafeW(directory));
@@ -70,10 +70,10 @@ bool zCommandList(const zwchar *workdir, const zwchar *directory, CommandListing
 }
 
 bool zCommandLog(const zwchar *workdir, const zwchar *file, const CommandLog *log) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return false;
     if (!log || !log->entry || !log->stop) return fail_args();
-    const RevListPtr list = history(connection->repository.get(), file);
+    const RevListPtr list = history(connection.repository(), file);
     if (!list) return false;
     const uint64_t count = zRevListLength(list.get());
     for (uint64_t i = 0; i < count && !log->stop(log); ++i)
@@ -85,10 +85,10 @@ bool zCommandLog(const zwchar *workdir, const zwchar *file, const CommandLog *lo
 
 void zCommandLogDiff(const zwchar *workdir, const Oid *id, CommandListing callback,
                      void *context) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir);
     if (!connection) return;
     if (!id || !callback) return static_cast<void>(fail_args());
-    if (DiffListPtr changes = changes_of(connection->repository.get(), id))
+    if (DiffListPtr changes = changes_of(connection.repository(), id))
         tell_changes(changes.get(), callback, context);
 } catch (...) {
     fail_thrown();

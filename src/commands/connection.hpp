@@ -58,6 +58,7 @@ struct Connection {
     zev::Owned<Repository, zRepositoryFree> repository;
     std::unique_ptr<Node> root;
     std::set<std::u16string> deleted{}; // paths that HEAD has and the index has not
+    uint32_t uses = 0;                  // calls that stand on it; the table's, under its mutex
 };
 
 namespace zev {
@@ -65,8 +66,32 @@ namespace zev {
 // The connection of that very text, null without one; raises nothing.
 Connection *find_connection(const zwchar *workdir);
 
+// A connection for the length of one call. Its host may call back into the front meanwhile: nothing
+// that would take the tree or the repository from under the call gets it `alone` then, which is
+// class 7. False also without such a connection; that raises nothing.
+class ConnectionUse {
+  public:
+    enum Kind { shared, alone };
+
+    explicit ConnectionUse(const zwchar *workdir, Kind kind = shared);
+    ~ConnectionUse();
+    ConnectionUse(const ConnectionUse &) = delete;
+    ConnectionUse &operator=(const ConnectionUse &) = delete;
+
+    explicit operator bool() const { return connection_; }
+    Connection *operator->() const { return connection_; }
+    Connection &operator*() const { return *connection_; }
+    Repository *repository() const { return connection_->repository.get(); }
+
+  private:
+    Connection *connection_;
+};
+
 // Enters a connection for the path and loads its tree; one that is there already is left alone.
 bool connect(const zwchar *workdir);
+
+// Makes the tree of a connection anew. May throw; it is empty then, as after any failure.
+void reload(Connection &connection, bool lock);
 
 // Frees all connections, when the library stops.
 void drop_connections();

@@ -1,3 +1,5 @@
+// The tree of nodes: looked up by path, case aside, and built from the paths of an index. A name
+// stands once among the children of its kind, and never deeper than limits::path_depth.
 #include "commands/node.hpp"
 
 #include "common/collate.hpp"

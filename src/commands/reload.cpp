@@ -259,25 +259,29 @@ std::u16string Reload::shown_path(const Conflict *conflict) {
     return node.path;
 }
 
-} // namespace
-
-static void empty_tree(Connection *connection) {
-    Node &root = *connection->root;
+void empty_tree(Connection &connection) {
+    Node &root = *connection.root;
     root.names->clear();
     root.children.clear();
-    connection->deleted.clear();
+    connection.deleted.clear();
+}
+
+} // namespace
+
+void zev::reload(Connection &connection, bool lock) {
+    empty_tree(connection);
+    const IndexPtr index(zIndexHead(connection.repository.get(), lock));
+    if (!index) return;
+    Finally failed([&] { empty_tree(connection); });
+    Reload(&connection, index.get()).run();
+    failed.cancel();
 }
 
 // Of a subpath only this is asked, whether it is there: the tree is always made whole.
 void zCommandReload(const zwchar *workdir, const zwchar *subpath, bool lock) try {
-    Connection *connection = find_connection(workdir);
+    const ConnectionUse connection(workdir, ConnectionUse::alone);
     if (!connection || !find_node(connection->root.get(), zStrsafeW(subpath))) return;
-    empty_tree(connection);
-    const IndexPtr index(zIndexHead(connection->repository.get(), lock));
-    if (!index) return;
-    Finally failed([&] { empty_tree(connection); });
-    Reload(connection, index.get()).run();
-    failed.cancel();
+    reload(*connection, lock);
 } catch (...) {
     fail_thrown();
 }

@@ -2,6 +2,9 @@
 
 #include "commands/adapter.hpp"
 
+#include <atomic>
+#include <thread>
+
 using namespace test;
 namespace fs = std::filesystem;
 
@@ -310,10 +313,106 @@ TEST_F(CheckoutTest, WhatNeedsTheServerFailsWithItsReason) {
     }
     EXPECT_FALSE(zCommandBuild((dir / u"fresh").c_str(), u"", nullptr));
     EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_EQ(zCommandReset(where, previous, path, nullptr), 1); // that means nothing there
+    EXPECT_EQ(zErrorClass(), 2);
     EXPECT_FALSE(zCommandBuild((dir / u"fresh").c_str(), u"http://127.0.0.1:1/a/b", nullptr));
     EXPECT_EQ(zErrorClass(), 15);
     EXPECT_EQ(checkout(previous, path, u""), 1); // that needs a target
     EXPECT_EQ(zErrorClass(), 2);
+}
+
+// ---- Calls from within callbacks
+
+// Each tries to take the connection away from under the call; its tree and repository stay.
+struct Reentry : Report {
+    std::u16string copy;
+    int refused = 0;
+
+    explicit Reentry(std::u16string of) : copy(std::move(of)) {
+        start = [](auto *n, auto *, auto *) { self(n).disturb(); };
+        action = start;
+        done = [](auto *n, auto *) { self(n).disturb(); };
+    }
+    void disturb() {
+        const zwchar *where = copy.c_str();
+        const std::function<bool()> kCalls[] = {
+            [&] { return zCommandReload(where, nullptr, false), false; },
+            [&] { return zCommandDisconnect(where), false; },
+            [&] { return zCommandCheckout(where, nullptr, nullptr, nullptr, nullptr) == 0; },
+            [&] { return zCommandReset(where, nullptr, nullptr, nullptr) == 0; },
+            [&] { return zCommandBuild(where, u"http://127.0.0.1:1/a/b", nullptr); }};
+        for (const auto &call : kCalls) {
+            zRaiseOutOfRange(nullptr);
+            EXPECT_FALSE(call());
+            refused += zErrorClass() == 7;
+        }
+        Listed inside;
+        EXPECT_OK(zCommandList(where, nullptr, Listed::take, &inside));
+        EXPECT_EQ(inside.lines.size(), 3u);
+    }
+    static Reentry &self(const Notify *n) {
+        return const_cast<Reentry &>(*static_cast<const Reentry *>(n));
+    }
+    static bool listed(int32_t, const zwchar *, const zwchar *, void *context) {
+        return static_cast<Reentry *>(context)->disturb(), true;
+    }
+};
+
+struct ReentryLog : CommandLog {
+    Reentry *host;
+};
+
+TEST_F(CommandTest, NothingGoesUnderACallThatIsOnItsWay) {
+    for (const char *path : {"a.dwx", "b.dwx", "d/c.dwx"}) put(path, path);
+    commit_all();
+    connect();
+    Reentry host(copy);
+    const zwchar *path = u"a.dwx";
+    put("a.dwx", "edited");
+    const auto disturbed = [&](int calls, bool done) {
+        EXPECT_TRUE(done);
+        EXPECT_EQ(std::exchange(host.refused, 0), 5 * calls);
+    };
+    disturbed(3, zCommandList(copy.c_str(), nullptr, Reentry::listed, &host));
+    disturbed(3, zCommandRevert(copy.c_str(), 1, &path, &host));
+    disturbed(3, zCommandRm(copy.c_str(), 1, &path, &host));
+    reload();
+    put("d/new.dwx", "1");
+    commit_all();
+    const ReentryLog log{
+        {[](auto *l, auto...) { return static_cast<const ReentryLog *>(l)->host->disturb(), true; },
+         [](auto *) { return false; }},
+        &host};
+    put("a.dwx", "again");
+    commit_all(), reload();
+    disturbed(3, zCommandLog(copy.c_str(), nullptr, &log));
+    put("a.dwx", "added"), git(place, "add a.dwx"), reload();
+    disturbed(1, zCommandChangelist(copy.c_str(), 1, &path, Reentry::listed, &host));
+    zCommandLogDiff(copy.c_str(), zCommitId(CommitPtr(zCommitHead(repository.get())).get()),
+                    Reentry::listed, &host);
+    disturbed(1, true);
+    zCommandDisconnect(copy.c_str());
+    EXPECT_EQ(zev::find_connection(copy.c_str()), nullptr);
+}
+
+// Each thread its own working copy; the table is for all.
+TEST_F(CommandTest, ThreadsConnectEachTheirOwn) {
+    put("a.dwx", "a");
+    commit_all();
+    std::atomic<int> listed = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, own = copy + std::u16string(size_t(i), u'/')] {
+            for (int n = 0; n < 20; ++n) {
+                Listed told;
+                listed += zCommandConnect(own.c_str()) &&
+                          zCommandList(own.c_str(), nullptr, Listed::take, &told) &&
+                          told.lines.size() == 1;
+                zCommandDisconnect(own.c_str());
+            }
+        });
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(listed, 80);
 }
 
 // ---- Conflicts
