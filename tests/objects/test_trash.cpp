@@ -506,6 +506,15 @@ TEST_F(TrashTest, FailuresAreTold) {
     EXPECT_EQ(host.lines, (Names{"error " + text(u"odb.eUnableToLockWorkingCopy"),
                                  "error " + with(u"sys.eFailedToAccess_s", u"plan.dwx"),
                                  "error " + with(u"sys.eCannotCreateDir_s", u"new")}));
+    static fs::path there, away;
+    there = trash / narrow(zTrashEntryPath(item.get())), away = dir.path() / "away";
+    os::calls.open = [](const char *path, int flags, mode_t mode) {
+        if (fs::exists(there)) fs::rename(there, away); // by another one, before the lock is taken
+        return ::open(path, flags, mode);
+    };
+    EXPECT_OK(back(item, &host));
+    os::calls = kept;
+    fs::rename(away, there);
     ASSERT_OK(back(item, &host));
     EXPECT_OK(back(item, &host)); // gone already
     EXPECT_OK(zTrashRemove(repository.get(), item.get()));

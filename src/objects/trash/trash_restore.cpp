@@ -216,9 +216,11 @@ bool zTrashMoveTo(Repository *repository, const TrashEntry *entry, const zwchar 
     Restore restore(repository, entry, notify);
     bool gone = false;
     if (!restore.find(&gone) || gone) return gone;
-    return restore.place(directory) && restore.lock() && restore.clear_way() &&
-           restore.make_directory() && restore.move() && restore.tidy() && restore.stage() &&
-           restore.tell();
+    if (!restore.place(directory) || !restore.lock()) return false;
+    // Somebody else may have given it back while this call waited for the lock.
+    if (!restore.find(&gone) || gone) return gone;
+    return restore.clear_way() && restore.make_directory() && restore.move() && restore.tidy() &&
+           restore.stage() && restore.tell();
 } catch (...) {
     return fail_thrown();
 }
