@@ -225,18 +225,23 @@ TEST(File, Copy) {
     EXPECT_EQ(test::read(dir.path() / "file"), "new");
 }
 
-// Deeper than a process may have files open.
+// Deeper than a process may have files open, and with more to do on the way back.
 TEST(File, DeepTrees) {
     TempDir dir;
-    std::string below;
-    for (int level = 0; level < 150; ++level) below += "/d";
-    test::write(dir.path() / ("tree" + below) / "file", "1");
+    const std::string wide(200, 'w'); // a few such names fill what is read at once
+    std::string above = "/d", below;
+    for (int level = 0; level < 50; ++level) above += "/d";
+    for (int level = 0; level < 20; ++level) below += "/d";
+    for (char n = 'a'; n < 'a' + 12; ++n)
+        fs::create_directories(dir.path().string() + "/tree" + above + "/" + n + wide + below);
+    const std::u16string tree = dir / u"tree", copy = dir / u"copy";
+    const fs::path file = dir.path().string() + "/copy" + above + "/h" + wide + below + "/file";
     test::Child child([&] {
         const rlimit limit = {60, 60};
         setrlimit(RLIMIT_NOFILE, &limit);
-        if (!zCopy((dir / u"tree").c_str(), (dir / u"copy").c_str())) return 1;
-        if (test::read(dir.path() / ("copy" + below) / "file") != "1") return 2;
-        return zDirClear((dir / u"tree").c_str()) && fs::is_empty(dir.path() / "tree") ? 0 : 3;
+        if (!zCopy(tree.c_str(), copy.c_str()) || !fs::is_directory(file.parent_path())) return 2;
+        test::write(file, "1");
+        return zDirClear(copy.c_str()) && fs::is_empty(dir.path() / "copy") ? 0 : 4;
     });
     EXPECT_EQ(child.wait(), 0);
 }

@@ -2,7 +2,7 @@
 // directory above it and never through a link, so that nothing outside is touched even when
 // somebody puts a link in place meanwhile; and there is no limit on the length of a path. A walk
 // has the same few directories open at any depth.
-#include "system/posix/native.hpp"
+#include "system/posix/descent.hpp"
 
 #include "common/guard.hpp"
 
@@ -15,8 +15,6 @@ namespace zev::os {
 
 namespace {
 
-constexpr int kOpenDir = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
 // The names in an open directory, without . and ..
 bool names_in(int fd, std::vector<std::string> *names) {
     const int copy = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -28,50 +26,6 @@ bool names_in(int fd, std::vector<std::string> *names) {
         if (!is_dot(entry->d_name)) names->emplace_back(entry->d_name);
     const int kept = errno;
     return !kept || failed(kept);
-}
-
-// The directories from the top of a tree down to where a walk is. The last ones are open; another
-// one is opened again through "..", which must lead to the same.
-class Descent {
-  public:
-    int fd() const { return levels_.empty() ? AT_FDCWD : levels_.back().fd.get(); }
-    bool enter(Fd fd); // a directory in fd()
-    Fd leave();        // the directory left, none with errno if there is no way back
-
-  private:
-    static constexpr size_t kOpen = 16;
-    static constexpr size_t kDeepest = 4000; // a walk calls itself at each level
-    struct Level {
-        Fd fd;
-        dev_t device = 0;
-        ino_t inode = 0;
-    };
-    std::vector<Level> levels_;
-};
-
-bool Descent::enter(Fd fd) {
-    if (!fd) return false;
-    if (levels_.size() == kDeepest) return failed(ENAMETOOLONG);
-    if (levels_.size() >= kOpen) {
-        Level &level = levels_[levels_.size() - kOpen];
-        struct stat info;
-        if (fstat(level.fd.get(), &info) != 0) return false;
-        level = {Fd(), info.st_dev, info.st_ino};
-    }
-    levels_.push_back({std::move(fd)});
-    return true;
-}
-
-Fd Descent::leave() {
-    Fd left = std::move(levels_.back().fd);
-    levels_.pop_back();
-    if (levels_.empty() || levels_.back().fd) return left;
-    Level &level = levels_.back();
-    struct stat info;
-    level.fd = Fd(::openat(left.get(), "..", kOpenDir));
-    if (!level.fd || fstat(level.fd.get(), &info) != 0) return Fd();
-    if (info.st_dev == level.device && info.st_ino == level.inode) return left;
-    return failed(ENOENT), Fd(); // moved elsewhere meanwhile
 }
 
 // ---- Removal
