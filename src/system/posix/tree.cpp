@@ -134,14 +134,18 @@ bool Copying::dress(int fd, const struct stat &info) const {
     const bool same = own.st_uid == info.st_uid && own.st_gid == info.st_gid;
     const mode_t mode = info.st_mode & (same ? 07777u : 01777u);
     const timespec times[] = {info.st_atim, info.st_mtim};
-    return fd_mode_if_kept(fd, mode) && (futimens(fd, times) == 0 || keeps_no_modes());
+    const bool dressed = (own.st_mode & 07777) == mode || fd_mode(fd, mode) || keeps_no_modes();
+    return dressed && (futimens(fd, times) == 0 || keeps_no_modes());
 }
 
 // What stands beside its place takes it, or goes.
 bool Copying::put(const std::string &aside, const char *to) const {
+    if (::renameat2(target.fd(), aside.c_str(), target.fd(), to, RENAME_NOREPLACE) == 0)
+        return true;
+    const bool unsure = errno == EEXIST || errno == EINVAL || errno == ENOSYS;
     struct stat there;
-    const bool exists = fstatat(target.fd(), to, &there, AT_SYMLINK_NOFOLLOW) == 0;
-    if ((!exists || is_replaceable(there)) &&
+    if (unsure &&
+        (fstatat(target.fd(), to, &there, AT_SYMLINK_NOFOLLOW) != 0 || is_replaceable(there)) &&
         ::renameat(target.fd(), aside.c_str(), target.fd(), to) == 0)
         return true;
     const int kept = errno;
@@ -329,12 +333,15 @@ bool move(const char16_t *from_path, const char16_t *to_path, bool replace) {
     to.drop_slashes();
     return guarded([&] {
         struct stat there;
-        if (is_same_name(from.view(), to.view())) return ::lstat(from, &there) == 0;
         if (replace && ::lstat(to, &there) == 0) {
+            const bool shared = S_ISDIR(there.st_mode) || there.st_nlink > 1;
+            const bool same = shared && is_same_file(from, to, ::lstat);
+            if (same && is_same_name(from.view(), to.view())) return true;
             if (!is_replaceable(there)) return false;
-            if (there.st_nlink > 1 && is_same_file(from, to, ::lstat)) return join_names(from, to);
+            if (same) return join_names(from, to);
         }
         if (replace ? calls.rename(from, to, 0) == 0 : rename_new(from, to)) return true;
+        if (errno == EEXIST) return is_same_name(from.view(), to.view()) || failed(EEXIST);
         return errno == EXDEV && move_across(from.view().data(), to.view().data(), replace);
     });
 }
