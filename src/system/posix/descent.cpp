@@ -11,12 +11,13 @@ bool Descent::close(Level &level) {
     return true;
 }
 
+// What was moved elsewhere or removed meanwhile is in use: a missing one would count as done.
 bool Descent::reopen(Level &level, int below) {
     struct stat info;
     level.fd = Fd(::openat(below, "..", kOpenDir));
-    if (!level.fd || fstat(level.fd.get(), &info) != 0) return false;
-    if (info.st_dev != level.device || info.st_ino != level.inode)
-        return failed(ENOENT); // moved elsewhere meanwhile
+    if (!level.fd) return failed(errno == ENOENT ? EBUSY : errno);
+    if (fstat(level.fd.get(), &info) != 0) return false;
+    if (info.st_dev != level.device || info.st_ino != level.inode) return failed(EBUSY);
     return !level.read_to || lseek(level.fd.get(), level.read_to, SEEK_SET) >= 0;
 }
 

@@ -73,7 +73,7 @@ bool Removal::entry(const char *name) {
 
 bool Removal::below() {
     std::vector<std::string> names;
-    if (!names_in(at.fd(), &names)) return false;
+    if (!names_in(at.fd(), &names)) return errno == ENOENT; // removed by another one meanwhile
     for (const std::string &name : names)
         if (!entry(name.c_str())) return false;
     return true;
