@@ -248,12 +248,19 @@ TEST(File, DeepTrees) {
     EXPECT_EQ(child.wait(), 0);
 }
 
-// A stick knows no modes: what is copied or replaced there does without.
+int sync_file(int fd) {
+    struct stat info;
+    return os::fd_stat(fd, &info) && S_ISREG(info.st_mode) ? 0 : (errno = EINVAL, -1);
+}
+
+// A stick knows no modes, a server no syncing of names: what is copied or replaced there does
+// without.
 TEST(File, FileSystemWithoutModes) {
     TempDir dir;
     make_tree(dir.path() / "tree");
     const Swap swap(
         os::calls.fchmod, +[](int, mode_t) { return errno = EPERM, -1; });
+    const Swap names(os::calls.fsync, sync_file);
     EXPECT_OK(zCopy((dir / u"tree").c_str(), (dir / u"copy").c_str()));
     EXPECT_EQ(fs::file_size(dir.path() / "copy/sub/file"), 300'000u);
     EXPECT_TRUE(os::replace_file((dir / u"copy/sub/file").c_str(), "new", 3));

@@ -13,7 +13,11 @@ bool sync_with(const char *directory, int (*sync)(int)) {
 
 } // namespace
 
-bool sync_dir(const char *directory) { return sync_with(directory, calls.fsync); }
+// Some file systems, a server's above all, have no such call for directories.
+bool sync_dir(const char *directory) {
+    return sync_with(directory,
+                     [](int fd) { return calls.fsync(fd) == 0 || errno == EINVAL ? 0 : -1; });
+}
 
 bool sync_dir(const char16_t *directory) {
     const Native name(directory);

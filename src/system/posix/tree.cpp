@@ -306,7 +306,7 @@ bool move_across(const std::string &from, const std::string &to, bool replace) {
     done = done && (replace ? calls.rename(aside.c_str(), to.c_str(), 0) == 0
                             : rename_new(aside.c_str(), to.c_str()));
     // The source goes only when the copy has its name for good.
-    if (done) return calls.fsync(fd.get()) == 0 && remove_path(from);
+    if (done) return sync_dir(directory.c_str()) && remove_path(from);
     const int kept = errno;
     remove_path(aside);
     return failed(kept);
