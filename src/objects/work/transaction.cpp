@@ -10,6 +10,7 @@
 #include "common/limits.hpp"
 #include "common/utf.hpp"
 #include "objects/store/sweep.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
 #include "zev/dir.h"
@@ -44,8 +45,6 @@ namespace {
 using std::u16string;
 using std::u16string_view;
 
-constexpr u16string_view kTail = u".zlck";
-
 u16string shared_directory(const Repository *repository) {
     return to_wide(git_repository_commondir(repository->handle.get()));
 }
@@ -64,12 +63,6 @@ bool is_reference(const std::string &name) {
     return !git_reference_name_is_valid(&valid, name.c_str()) && valid;
 }
 
-// The file that a lock file belongs to, empty for another file.
-u16string_view locked_name(u16string_view name) {
-    if (!name.starts_with(u".") || !name.ends_with(kTail)) return {};
-    return name.substr(1, name.size() - 1 - kTail.size());
-}
-
 void collect(const u16string &directory, bool recursive, std::vector<u16string> &targets) {
     std::vector<os::Name> names;
     if (!os::read_dir(directory.c_str(), &names)) return;
@@ -83,7 +76,7 @@ void collect(const u16string &directory, bool recursive, std::vector<u16string> 
 
 u16string copy_of(const u16string &target) {
     const size_t name = target.rfind(u'/') + 1;
-    return target.substr(0, name) + u"." + target.substr(name) + u16string(kTail);
+    return target.substr(0, name) + lock_name(u16string_view(target).substr(name));
 }
 
 bool same_bytes(const u16string &a, const u16string &b) {
@@ -107,7 +100,7 @@ bool is_put_back(const u16string &target) {
     const u16string copy = copy_of(target);
     struct stat saved, present;
     if (!os::lstat(copy.c_str(), &saved)) return false;
-    if (saved.st_mode & S_IXUSR) return true; // of one that was never completed
+    if (is_incomplete(saved)) return true;
     if (!saved.st_size) return !os::lstat(target.c_str(), &present) && errno == ENOENT;
     return same_bytes(copy, target);
 }
