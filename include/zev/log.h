@@ -12,9 +12,10 @@ ZEV_BEGIN
 // `path` and `line`; 5 notice and 6 info go to stdout and message.log, 8 access to stdout and
 // access.log, 7 debug and all others to stdout only. Facilities: 0 sys, 1 std, 2 vcs, 3 net,
 // 4 zev, 5 srv, 6 usr, others unknown. The files lie in logs below the application data; one
-// above 32 MiB becomes <name>.old first. A null format logs "Unknown Error".
+// above 32 MiB becomes <name>.old first. What can't be written there goes to zev/logs in the user's
+// state directory. A null format logs "Unknown Error".
 //
-// False, with the standard error raised, if the file can't be opened; the console has the line
+// False, with the standard error raised, if neither can be written to; the console has the line
 // all the same. Otherwise errno is left as it was.
 ZEV_API bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
                         const zwchar *format, ...);

@@ -7,8 +7,9 @@
 // write, so that threads and processes mix whole lines only.
 //
 // Others may write into the directory: a file there is only written to when it is this user's or
-// root's, and no link. A line that finds no place there goes to <name> in zev/logs of the user's
-// state directory, which nobody else writes.
+// root's, and no link; a new one is as open to others as the directory, so that one that root made
+// serves all whose programs log there. A line that finds no place there goes to <name> in zev/logs
+// of the user's state directory, which nobody else writes.
 #include "zev/log.h"
 
 #include "common/errno.hpp"
@@ -144,15 +145,12 @@ struct Bytes {
     size_t size;
 };
 
-// A new file is as open to others as its directory, so that one that root made serves all whose
-// programs log there. False leaves in errno why.
+// False leaves in errno why.
 bool append_at(const zwchar *directory, const zwchar *name, Bytes line) {
-    struct stat above;
     zwchar path[Z_PATH_MAX];
     zPathBuild(path, directory, name, nullptr);
-    if (!os::stat(directory, &above)) return false;
     rotate(path);
-    const int fd = os::open_trusted(path, above.st_mode & 0066);
+    const int fd = os::open_trusted(path);
     if (fd < 0) return false;
     const bool written = os::write_all(fd, line.data, line.size);
     const int kept = errno;
@@ -161,13 +159,15 @@ bool append_at(const zwchar *directory, const zwchar *name, Bytes line) {
     return written;
 }
 
+// Root may have another user's environment: in what that calls the user's own neither a line nor
+// a directory of root's has a place.
 bool append_own(const zwchar *name, Bytes line) {
-    zwchar directory[Z_PATH_MAX];
-    if (!os::state_dir(directory, std::size(directory))) return false;
-    zPathAppend(directory, u"zev");
-    if (!os::make_dirs(directory)) return false;
-    zPathAppend(directory, u"logs");
-    return (os::make_dir(directory, 0700) || errno == EEXIST) && append_at(directory, name, line);
+    zwchar above[Z_PATH_MAX], directory[Z_PATH_MAX];
+    if (!os::state_dir(above, std::size(above))) return false;
+    zPathAppend(above, u"zev");
+    zPathBuild(directory, above, u"logs", nullptr);
+    return os::is_trusted_way(directory) && os::make_dirs(above) &&
+           (os::make_dir(directory, 0700) || errno == EEXIST) && append_at(directory, name, line);
 }
 
 // What is raised is why the shared file had no place; where the user's own has one, nothing is.

@@ -7,7 +7,7 @@
 namespace zev {
 
 // The application data directory that a zev.conf asks for, as it is to be set: backslashes
-// turned, environment references expanded. A null tree and a missing key give "..".
+// turned, environment references as they stand. A null tree and a missing key give "..".
 bool settings_appdata(zwchar *out, Json *conf);
 
 // Reads zev.conf, sets the application data directory and sees to conf and logs in it.

@@ -56,9 +56,12 @@ struct Mode {
 
 int open_fd(const char16_t *path, const Mode &mode, mode_t create = 0666);
 // For appending where others may write names: a regular file with this one name, of this user or
-// root, else EACCES. A new one has the bits `open_to` whatever the umask; no other's mode is
-// touched.
-int open_trusted(const char16_t *path, mode_t open_to);
+// root, else EACCES. A new one may be read and written by whom its directory lets, whatever the
+// umask; no other's mode is touched.
+int open_trusted(const char16_t *path);
+// Whether a way that the environment names leads where its user says: for root every name on it,
+// as far as it exists, must be the system's, else EACCES. Others go where they please.
+bool is_trusted_way(const char16_t *path);
 FILE *open(const char16_t *path, const char16_t *mode);
 FILE *adopt(int fd, const char *stdio); // as fdopen; a descriptor that can't be had is closed
 

@@ -119,12 +119,21 @@ TEST_F(Log, RotatesAbove32MiB) {
 
 TEST_F(Log, AFileThatCannotBeOpenedIsRaisedAndTheConsoleHasTheLine) {
     for (const char *place : {"data", "state"}) write(dir.path() / place, "a file in the way");
-    const std::string shown = console([&] {
-        zRaiseLocked(nullptr);
-        EXPECT_FALSE(zLogReport("a", 1, 3, 4, u"%s", zErrorDetail()));
-    });
-    EXPECT_NE(zErrorClass(), 7);
-    EXPECT_NE(shown.find("Permission denied @a(1)"), std::string::npos) << shown;
+    auto refused = [&] {
+        const std::string shown = console([&] {
+            zRaiseLocked(nullptr);
+            EXPECT_FALSE(zLogReport("a", 1, 3, 4, u"%s", zErrorDetail()));
+        });
+        EXPECT_NE(zErrorClass(), 7);
+        EXPECT_NE(shown.find("Permission denied @a(1)"), std::string::npos) << shown;
+    };
+    refused();
+    const auto state = dir.path() / "state"; // another user's, who leads it elsewhere
+    remove(state);
+    create_directories(state);
+    create_directory_symlink(dir.path(), state / "zev");
+    if (chown(state.c_str(), 65534, 65534) == 0) refused();
+    EXPECT_FALSE(exists(dir.path() / "logs"));
 }
 
 // Where anybody may put a name, none may lead a line elsewhere, or hold it up.
@@ -138,6 +147,7 @@ TEST_F(Log, WritesOnlyWhereItMay) {
         {"one to nothing", [&] { return symlink((victim / "no").c_str(), log.c_str()) == 0; }},
         {"a second name", [&] { return link(victim.c_str(), log.c_str()) == 0; }},
         {"a pipe", [&] { return mkfifo(log.c_str(), 0666) == 0; }},
+        {"no room of ours", [&] { return chown(log.parent_path().c_str(), 65534, 65534) == 0; }},
         {"somebody's", [&] { return write(log, ""), chown(log.c_str(), 65534, 65534) == 0; }},
     };
     for (const auto &row : kRows) {

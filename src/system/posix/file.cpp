@@ -199,34 +199,60 @@ int open_fd(const char16_t *path, const Mode &mode, mode_t create) {
 
 namespace {
 
-bool is_trusted(int fd) {
+bool is_trusted_file(int fd) {
     struct stat info;
     if (fstat(fd, &info) != 0) return false;
     const bool own = info.st_uid == geteuid() || info.st_uid == 0;
     return (S_ISREG(info.st_mode) && info.st_nlink == 1 && own) || failed(EACCES);
 }
 
+constexpr int kTrusted = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+// Not in another user's directory, as root could: he is refused what isn't his.
+int make_trusted(const Native &name) {
+    struct stat above, made;
+    if (::stat(parent(name.view()).c_str(), &above) != 0) return -1;
+    if (above.st_uid != geteuid() && above.st_uid != 0) return failed(EACCES), -1;
+    Fd fd(retry([&] { return calls.open(name, kTrusted | O_CREAT | O_EXCL, 0666); }));
+    if (!fd || fstat(fd.get(), &made) != 0) return -1;
+    const mode_t mode = (made.st_mode & 0777) | (above.st_mode & 0066);
+    return fd_mode_if_kept(fd.get(), mode) ? fd.release() : -1;
+}
+
 } // namespace
 
 // What exists is never created, so that no link leads to a new file elsewhere, and nobody is waited
 // for, as the writer of a pipe would wait for its reader.
-int open_trusted(const char16_t *path, mode_t open_to) {
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+int open_trusted(const char16_t *path) {
     constexpr int kRounds = 10; // against others who make and remove it
     const Native name(path);
     if (!name) return -1;
     for (int round = 0; round < kRounds; ++round) {
-        Fd fd(retry([&] { return calls.open(name, kFlags, 0); }));
-        if (fd) return is_trusted(fd.get()) ? fd.release() : -1;
+        Fd fd(retry([&] { return calls.open(name, kTrusted, 0); }));
+        if (fd) return is_trusted_file(fd.get()) ? fd.release() : -1;
         if (errno == ELOOP || errno == ENXIO) return failed(EACCES), -1;
         if (errno != ENOENT) return normalised(), -1;
-        fd.reset(retry([&] { return calls.open(name, kFlags | O_CREAT | O_EXCL, 0666); }));
-        struct stat made;
-        if (fd && fstat(fd.get(), &made) == 0)
-            return fd_mode_if_kept(fd.get(), (made.st_mode & 0777) | open_to) ? fd.release() : -1;
+        guarded([&] { return fd.reset(make_trusted(name)), bool(fd); });
+        if (fd) return fd.release();
         if (errno != EEXIST) return normalised(), -1;
     }
     return failed(EACCES), -1;
+}
+
+bool is_trusted_way(const char16_t *path) {
+    const Native name(path);
+    struct stat info;
+    if (!name || ::lstat("/", &info) != 0) return false;
+    const uid_t system = info.st_uid; // root, by whatever number a namespace gives him
+    return geteuid() != 0 || guarded([&] {
+               const std::string way(name.view());
+               for (size_t end = 0; end != way.npos;) {
+                   end = way.find('/', end + 1);
+                   if (::lstat(way.substr(0, end).c_str(), &info) != 0) return errno == ENOENT;
+                   if (info.st_uid != 0 && info.st_uid != system) return failed(EACCES);
+               }
+               return true;
+           });
 }
 
 FILE *open(const char16_t *path, const char16_t *letters) {
