@@ -180,7 +180,7 @@ std::string format_time(const char *format, int64_t seconds, bool local); // may
 bool parse_time(const std::string &text, const char *format, int64_t *seconds);
 
 // ---- Standard streams
-// What is opened later must not become the console: closed descriptors 0 to 2 get /dev/null.
+// What is opened later must not become the console: closed descriptors 0 to 2 lead nowhere.
 void occupy_standard();
 
 // While it lives, writing to a pipe or peer that is gone is EPIPE on this thread and no signal;

@@ -1,6 +1,7 @@
 // Log: which line goes where, and what keeps the files whole.
 #include "child.hpp"
 #include "support.hpp"
+#include "system/os.hpp"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -208,6 +209,13 @@ TEST_F(Log, LostConsoles) {
         return zGlobalInit(nullptr, nullptr) && open("/dev/null", O_RDONLY) > 2 ? 0 : 1;
     });
     EXPECT_EQ(closed.wait(), 0);
+    Child bare([&] {                                   // where there is no /dev
+        if (chroot(dir.path().c_str()) != 0) return 0; // only root may
+        for (int fd = 0; fd <= 2; ++fd) close(fd);
+        zev::os::occupy_standard();
+        return open("/", O_RDONLY) > 2 ? 0 : 1;
+    });
+    EXPECT_EQ(bare.wait(), 0);
     Child pending([] { // the host's own signal is not taken from him
         sigset_t one;
         sigemptyset(&one);

@@ -28,8 +28,9 @@ void socket_close(int fd) { ::close(fd); }
 void occupy_standard() {
     for (int fd = 0; fd <= 2; ++fd) {
         if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF) continue;
-        const int opened = ::open("/dev/null", O_RDWR);
-        if (opened > 2) close(opened); // another thread was there first
+        int opened = ::open("/dev/null", O_RDWR);
+        if (opened < 0) opened = ::open("/", O_PATH); // takes nothing either
+        if (opened > 2) close(opened);                // another thread was there first
     }
 }
 
