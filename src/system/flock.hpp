@@ -16,7 +16,11 @@ constexpr std::u16string_view kLockTail = u".zlck";
 inline std::u16string lock_name(std::u16string_view name) { // of the file that guards `name`
     return u"." + std::u16string(name) + std::u16string(kLockTail);
 }
-// The reverse; empty for what is no lock file.
+inline std::u16string lock_path(std::u16string_view path) { // the same with the way to it
+    const size_t name = path.rfind(u'/') + 1;
+    return std::u16string(path.substr(0, name)) + lock_name(path.substr(name));
+}
+// The reverse of lock_name; empty for what is no lock file.
 inline std::u16string_view locked_name(std::u16string_view file) {
     if (!file.starts_with(u'.') || !file.ends_with(kLockTail)) return {};
     return file.substr(1, file.size() - 1 - kLockTail.size());

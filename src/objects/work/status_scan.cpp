@@ -11,6 +11,7 @@
 
 #include "common/utf.hpp"
 #include "objects/store/renames.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
 
 #include <algorithm>
@@ -355,8 +356,7 @@ bool has_touched(const git_diff *worked) {
 
 void StatusScan::save_stat(const DiffLimit &limit) {
     if (!index_->lock || index_->dirty || !worked_ || !has_touched(worked_.get())) return;
-    std::u16string lock = to_wide(git_index_path(index_->handle.get()));
-    lock.insert(lock.rfind(u'/') + 1, u".").append(u".zlck");
+    const std::u16string lock = lock_path(to_wide(git_index_path(index_->handle.get())));
     struct stat taken;
     if (!os::lstat(lock.c_str(), &taken)) return;
     Filters filters(index_);

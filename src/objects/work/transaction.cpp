@@ -74,11 +74,6 @@ void collect(const u16string &directory, bool recursive, std::vector<u16string> 
     }
 }
 
-u16string copy_of(const u16string &target) {
-    const size_t name = target.rfind(u'/') + 1;
-    return target.substr(0, name) + lock_name(u16string_view(target).substr(name));
-}
-
 bool same_bytes(const u16string &a, const u16string &b) {
     const Owned<FILE, fclose> first(os::open(a.c_str(), u"rb")), second(os::open(b.c_str(), u"rb"));
     if (!first || !second) return false;
@@ -97,7 +92,7 @@ bool same_bytes(const u16string &a, const u16string &b) {
 namespace zev {
 
 bool is_put_back(const u16string &target) {
-    const u16string copy = copy_of(target);
+    const u16string copy = lock_path(target);
     struct stat saved, present;
     if (!os::lstat(copy.c_str(), &saved)) return false;
     if (is_incomplete(saved)) return true;
@@ -126,7 +121,7 @@ void drop_left_copy(Repository *repository, const zwchar *reference) {
     if (named) name = next ? next : git_reference_name(named.get());
     const u16string path = shared_directory(repository) + to_wide(name);
     struct stat status;
-    if (os::lstat(copy_of(path).c_str(), &status)) zFlockPurge(path.c_str());
+    if (os::lstat(lock_path(path).c_str(), &status)) zFlockPurge(path.c_str());
     git_error_clear();
 }
 
