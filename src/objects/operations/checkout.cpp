@@ -239,19 +239,22 @@ bool Checkout::commit(Tree *tree) {
     return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
 }
 
-// Why it failed is told: what putting things back raises doesn't take its place.
+// Why it failed is told: what putting things back raises doesn't take its place. The branch moves
+// last, so that it is another's move that would be taken back.
 void Checkout::roll_back() {
     assert(state_ != State::finished);
     const KeptFailure kept;
-    const bool undone = !transaction_ || zTransactionRollback(transaction_.get());
+    const bool written = index_ && index_->written;
+    const bool undone = !written || roll_back_index(transaction_.get());
     if (!undone) log_raised(kWarning);
     forget();
     enter(State::rolled_back);
 }
 
-// libgit2 has one index for a repository: what was staged and isn't written must not show in it.
+// libgit2 has one index for a repository: what was staged and isn't in its file must not show in
+// it, nor what was and was put back.
 void Checkout::forget() {
-    if (index_ && index_->dirty) zIndexRead(index_.get(), true);
+    if (index_ && (index_->dirty || index_->written)) zIndexRead(index_.get(), true);
 }
 
 } // namespace zev

@@ -4,6 +4,7 @@
 // What a transaction is in, and what moves it on; its files change between the last lock and Free:
 //   collecting   LockIndex and LockRef take one more lock each, in the order of zev/transaction.h
 //     -Rollback-> undone     the files are as they were locked; the locks stand
+//     roll_back_index        the index is, and the state stays
 //     -Free->                the locks go, and what was changed stays
 #include "objects/work/transaction.hpp"
 
@@ -90,6 +91,11 @@ bool same_bytes(const u16string &a, const u16string &b) {
 } // namespace
 
 namespace zev {
+
+bool roll_back_index(Transaction *transaction) {
+    transaction->check_state();
+    return transaction->locks.empty() || zFlockUndo(transaction->locks.front().get());
+}
 
 bool is_put_back(const u16string &target) {
     const u16string copy = lock_path(target);

@@ -11,6 +11,9 @@ namespace zev {
 
 using TransactionPtr = Owned<Transaction, zTransactionFree>;
 
+// Puts the index back, if it is locked, and leaves the references to whoever moved them.
+bool roll_back_index(Transaction *transaction);
+
 // The files among index, HEAD and references beside which a lock file stands, be it held or left.
 // May throw.
 std::vector<std::u16string> left_locked(Repository *repository);
