@@ -147,7 +147,8 @@ ZEV_API bool zIndexRevert(Index *index, PathSpec *spec);
 // as skipped, unless a pattern names one exactly. Writes the index, syncs, moves the reference, and
 // syncs again. Null when it failed: class 3 without changes, class 2 with path and state for one
 // that can't be committed, such as a conflict. A locked index's file is then as it was, but for one
-// that was written under this lock before: there what was staged on the way stays so.
+// that was written under this lock before: there what was staged on the way stays so. Where HEAD
+// has moved since the index was read it fails as well: the commit would take back what came in.
 ZEV_API Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *reference,
                              const zwchar *author, const zwchar *message);
 

@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <random>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -418,19 +419,27 @@ TEST_F(CheckoutTest, KeepsOursOfAnEarlierConflict) {
     EXPECT_EQ(git(place, "show :2:same"), "mine");
 }
 
-// Git commits while we are at work, and knows no lock of ours: its commit stands.
+// Git commits while we are at work, and knows no lock of ours: its commit stands, and the index has
+// its file, whichever reference we are to move.
 TEST_F(CheckoutTest, TakesNoOtherCommitBack) {
     static std::function<void()> meanwhile;
-    meanwhile = [this] {
-        git_as("commit -q --allow-empty -m meanwhile");
-        meanwhile = [] {};
-    };
-    report.progress = [](const Notify *, const zwchar *) { meanwhile(); };
+    report.progress = [](const Notify *, const zwchar *) { std::exchange(meanwhile, [] {})(); };
+    git_as("branch aside");
     git_as("pack-refs --all");
-    EXPECT_FALSE(checkout());
-    EXPECT_EQ(git(place, "log -1 --format=%s --all --grep=MERGE"), "");
-    EXPECT_EQ(read(place / "edited"), "side edited");
-    meanwhile = [] {};
+    for (const zwchar *branch : {u"refs/heads/aside", u"HEAD"}) {
+        meanwhile = [this, branch] {
+            put("later", narrow(branch));
+            git_as("add later");
+            git_as("commit -qm meanwhile");
+        };
+        zCheckSpecSetBranch(spec.get(), branch);
+        EXPECT_FALSE(checkout()) << narrow(branch);
+        EXPECT_EQ(git(place, "log -1 --format=%s"), "meanwhile");
+        EXPECT_EQ(git(place, "log -1 --format=%s --all --grep=MERGE"), "");
+        EXPECT_EQ(git(place, "diff --name-only --cached"), "");
+        EXPECT_EQ(read(place / "edited"), "side edited");
+        git_as("reset -q --hard");
+    }
     ASSERT_OK(checkout());
     EXPECT_EQ(porcelain(), "");
 }

@@ -313,3 +313,28 @@ TEST_F(PartialCommitTest, TwoSyncsEach) {
     EXPECT_EQ(SyncCount::count, 2);
     EXPECT_EQ(git(place, "log --format=%s"), "part\nall");
 }
+
+// Git commits while an index is held, and knows no lock of ours: the index must not take that back.
+// Commits of its own are no hindrance.
+TEST_F(PartialCommitTest, TakesNoOtherCommitBack) {
+    put("a", "1");
+    commit_all();
+    const SpecPtr part = spec({u"a"});
+    for (PathSpec *wanted : {part.get(), static_cast<PathSpec *>(nullptr)}) {
+        IndexPtr index = lock();
+        put("theirs", wanted ? "1" : "2");
+        git(place, "add theirs");
+        git(place, "-c user.name=b -c user.email=b commit -qm theirs");
+        const auto commit = [&](const std::string &bytes) {
+            put("a", bytes);
+            EXPECT_OK(zIndexAddBypath(index.get(), u"a"));
+            return bool(CommitPtr(zIndexCommit(index.get(), wanted, u"HEAD", u"Ada", u"ours")));
+        };
+        EXPECT_FALSE(commit(wanted ? "one" : "two"));
+        EXPECT_EQ(git(place, "log -1 --format=%s"), "theirs");
+        EXPECT_EQ(git(place, "diff --name-only --cached"), "");
+        index.reset(), index = lock();
+        for (const char *bytes : {"three", "four"}) EXPECT_TRUE(commit(bytes + !wanted));
+        EXPECT_EQ(git(place, "diff --name-only HEAD~2"), "a");
+    }
+}

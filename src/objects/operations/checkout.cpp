@@ -230,12 +230,13 @@ bool Checkout::commit(Tree *tree) {
     const std::u16string message = u"MERGE: " + name_of_target();
     bool saved = true;
     const auto save = [&] {
-        if (!base_stands()) return false;
+        if (!base_stands() || !index_stands(index_.get())) return false;
         writer_->settle();
         return saved = index_write(index_.get());
     };
     const CommitPtr made(
         commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(), tree, save));
+    if (made) index_committed(index_.get(), zCommitId(made.get()));
     return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
 }
 

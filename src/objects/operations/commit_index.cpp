@@ -336,9 +336,11 @@ CommitPtr finish(Index *index, const zwchar *reference, const zwchar *author, co
     Flock *lock = index->lock.get();
     const bool can_go_back = lock && !index->written;
     CommitPtr commit(commit_create(reference, author, message, tree, [&] {
+        if (reference && !index_stands(index)) return false;
         if (reference) drop_left_copy(index->owner, reference);
         return (!writes || index_write(index)) && (!lock || flock_expire(lock));
     }));
+    if (commit) index_committed(index, zCommitId(commit.get()));
     if (!commit && can_go_back && index->written) put_back(index);
     return commit;
 }

@@ -5,6 +5,7 @@
 #include "objects/store/git.hpp"
 #include "zev/repository.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,7 +17,8 @@ struct Repository {
     zev::Wide owner;   // of the project; set by a server, never stored
     zev::Wide name;
     zev::Wide url;
-    Oid id{}; // all zero until known
+    Oid id{};                            // all zero until known
+    std::optional<git_oid> index_head{}; // HEAD when the index was read; zeros for none
 };
 
 namespace zev {

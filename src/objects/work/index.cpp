@@ -9,6 +9,7 @@
 #include "objects/store/sweep.hpp"
 #include "system/flock.hpp"
 #include "system/os.hpp"
+#include "zev/commit.h"
 #include "zev/path.h"
 #include "zev/repository.h"
 #include "zev/status.h"
@@ -89,16 +90,48 @@ IndexPtr without_planned(Index *index) {
     return copy;
 }
 
+git_oid head_of(const Repository *repository) {
+    git_oid id{};
+    if (git_reference_name_to_id(&id, repository->handle.get(), "HEAD") == 0) return id;
+    git_error_clear();
+    return {};
+}
+
+// HEAD is asked first: if it moves before the file is read, it counts as moved since.
+int read_file(git_index *handle, Repository *owner, bool force) {
+    const git_oid head = head_of(owner), before = *git_index_checksum(handle);
+    const int code = git_index_read(handle, force);
+    if (code < 0) return code;
+    if (force || !owner->index_head || !git_oid_equal(&before, git_index_checksum(handle)))
+        owner->index_head = head;
+    return 0;
+}
+
 } // namespace
 
 namespace zev {
 
+bool index_stands(const Index *index) {
+    const auto &known = index->owner->index_head;
+    if (!git_index_path(index->handle.get()) || !known) return true;
+    const git_oid head = head_of(index->owner);
+    if (git_oid_equal(&head, &*known)) return true;
+    git_error_set_str(GIT_ERROR_INDEX, "HEAD has moved since the index was read");
+    return fail_git(GIT_EMODIFIED);
+}
+
+void index_committed(Index *index, const Oid *commit) {
+    const git_oid head = head_of(index->owner);
+    if (git_oid_equal(&head, git::oid(commit))) index->owner->index_head = head;
+}
+
 // A file that can't be read is told by whoever has to change it.
 void index_refresh(Index *index) {
     if (index->lock || index->dirty || !git_index_path(index->handle.get())) return;
-    git_index *handle = index->handle.get();
-    if (reading(false, [=](bool force) { return git_index_read(handle, force); }) < 0)
-        git_error_clear();
+    const auto read = [=](bool force) {
+        return read_file(index->handle.get(), index->owner, force);
+    };
+    if (reading(false, read) < 0) git_error_clear();
 }
 
 // The saved copy waits for the first write: a mere status pays for none.
@@ -136,7 +169,7 @@ Index *zIndexHead(Repository *repository, bool lock) {
     git::Index handle;
     const int code = reading(lock, [&](bool force) {
         const int opened = git_repository_index(out(handle), repository->handle.get());
-        return opened ? opened : git_index_read(handle.get(), force);
+        return opened ? opened : read_file(handle.get(), repository, force);
     });
     if (code < 0) return fail_git(code);
     IndexPtr index = wrap_index(std::move(handle), repository);
@@ -177,7 +210,7 @@ Index *zIndexDup(Index *index) {
 void zIndexFree(Index *index) {
     if (!index) return;
     // Changes of an operation that did not come to its end must not show in the next one.
-    if (index->dirty && index->lock && git_index_read(index->handle.get(), true) < 0)
+    if (index->dirty && index->lock && read_file(index->handle.get(), index->owner, true) < 0)
         git_error_clear();
     delete index;
 }
@@ -194,7 +227,7 @@ bool zIndexClear(Index *index) {
 
 bool zIndexRead(Index *index, bool force) {
     if (!index) return fail_args();
-    int code = git_index_read(index->handle.get(), force);
+    int code = read_file(index->handle.get(), index->owner, force);
     if (code < 0) return fail_git(code);
     index->names.reset();
     if (force) index->dirty = false;
@@ -260,10 +293,16 @@ Tree *zIndexWriteTree(Index *index) {
 }
 
 Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *author,
-                          const zwchar *message) {
+                          const zwchar *message) try {
     if (!index || !author || !message) return fail_args();
     TreePtr tree(zIndexWriteTree(index));
-    return tree ? commit_create(reference, author, message, tree.get()) : nullptr;
+    if (!tree) return nullptr;
+    const auto stands = [&] { return !reference || index_stands(index); };
+    Commit *commit = commit_create(reference, author, message, tree.get(), stands);
+    if (commit) index_committed(index, zCommitId(commit));
+    return commit;
+} catch (...) {
+    return fail_thrown();
 }
 
 // ---- Asking

@@ -85,6 +85,11 @@ bool index_drop(Index *index, const char *path); // at every stage; no entry is 
 void index_refresh(Index *index);
 bool index_write(Index *index); // to its file
 
+// Whether HEAD is where it was when the repository's index was read. Git knows no lock of ours:
+// what it has committed since is not in the index, whose tree would take it back. Else raised.
+bool index_stands(const Index *index);
+void index_committed(Index *index, const Oid *commit); // of our own: HEAD may be there now
+
 // ---- Files into the index
 
 enum class Staging {
