@@ -103,8 +103,12 @@ TEST_F(ConflictRecord, InAndOutOfAnIndex) {
     EXPECT_EQ(zErrorClass(), 2);
     ASSERT_OK(zConflictAdd(index.get(), nullptr, entry("a", "1").get(), entry("a", "2").get()));
     ASSERT_OK(zConflictAdd(index.get(), entry("b", "1").get(), nullptr, nullptr));
+    const EntryPtr absent = entry("p", "of a store that has a part");
+    const std::string id = hex(zIndexEntryID(absent.get()));
+    std::filesystem::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2));
+    ASSERT_OK(zConflictAdd(index.get(), nullptr, entry("p", "1").get(), absent.get()));
     ASSERT_OK(zIndexWrite(index.get()));
-    EXPECT_EQ(unmerged(), "2 a;3 a;1 b;");
+    EXPECT_EQ(unmerged(), "2 a;3 a;1 b;2 p;3 p;");
     EXPECT_TRUE(zIndexPathIsConflict(index.get(), u"a"));
     // Names that differ in case only are kept out while the other is there.
     EXPECT_FALSE(zIndexEntryAdd(index.get(), entry("B", "1").get()));

@@ -5,6 +5,7 @@
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/store/pathspec.hpp"
+#include "objects/store/strict.hpp"
 #include "zev/status.h"
 
 #include <array>
@@ -153,6 +154,7 @@ const zwchar *zConflictTheirPath(const Conflict *conflict) {
 
 // ---- In an index
 
+// A partial client may lack the bytes of each side, and half a conflict would be none.
 bool zConflictAdd(Index *index, const IndexEntry *ancestor, const IndexEntry *ours,
                   const IndexEntry *theirs) try {
     if (!index || (!ancestor && !ours && !theirs)) return fail_args();
@@ -166,6 +168,7 @@ bool zConflictAdd(Index *index, const IndexEntry *ancestor, const IndexEntry *ou
         path = own;
     }
     const size_t before = git_index_entrycount(index->handle.get());
+    const StrictOff partial;
     int code = git_index_conflict_add(index->handle.get(), git_entry(ancestor), git_entry(ours),
                                       git_entry(theirs));
     index->dirty = true; // a part of it may have been entered

@@ -240,12 +240,12 @@ bool Checkout::record_conflict(CheckoutStep &step) {
         !ours != !known)
         return false;
     if (ours) zIndexEntrySetStage(ours.get(), 0);
-    const StrictOff partial;
     if (index_drop(index_.get(), step.path.c_str()) &&
         zConflictAdd(index_.get(), base ? zev_entry(base) : nullptr, ours.get(),
                      theirs ? zev_entry(theirs) : nullptr))
         return true;
     const KeptFailure kept;
+    const StrictOff partial;
     index_drop(index_.get(), step.path.c_str());
     for (const EntryPtr &entry : before) index_enter(index_.get(), *git_entry(entry.get()));
     return false;
