@@ -120,16 +120,22 @@ TEST_F(CheckoutTest, KeepsWhatTheUserChanged) {
     EXPECT_EQ(read(place / "edited"), "mine");
 }
 
-// A file stands where theirs needs a directory, a directory where it needs a file.
+// A file stands where theirs needs a directory, a directory where it needs a file, be it that the
+// index alone has it.
 TEST_F(CheckoutTest, WhatIsInTheWayIsAConflict) {
+    plant("100644 blob " + git(place, "rev-parse side:kept"), "d");
+    put("d/in", "mine, staged");
+    git_as("add d");
+    fs::remove_all(place / "d");
     put("new", "a file of mine");
     fs::create_directories(place / "untracked");
     put("untracked/below", "mine");
     ASSERT_OK(checkout());
     EXPECT_EQ(read(place / "new"), "a file of mine");
     EXPECT_EQ(read(place / "untracked/below"), "mine");
-    EXPECT_TRUE(said(u"action.sConflicted", "new/file"));
-    EXPECT_TRUE(said(u"action.sConflicted", "untracked"));
+    for (const char *path : {"new/file", "untracked", "d", "d/in"})
+        EXPECT_TRUE(said(u"action.sConflicted", path)) << path;
+    EXPECT_EQ(git(place, "show :2:d/in"), "mine, staged");
     EXPECT_EQ(read(place / "kept"), "side kept");
 }
 

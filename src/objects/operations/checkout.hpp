@@ -101,6 +101,7 @@ class Checkout {
     bool is_as_base(const CheckoutStep &step, FileState state) const;
     bool is_held_up(const CheckoutStep &step) const;
     bool has_twin(const CheckoutStep &step);
+    bool has_conflict_below(const CheckoutStep &step) const;
     FileState state_of(const CheckoutStep &step);
     std::string find_obstacle(const CheckoutStep &step) const;
 

@@ -197,6 +197,18 @@ bool Checkout::free_file(const CheckoutStep &step) {
     return share && is_unchanged(step, nullptr, true);
 }
 
+// What the user did below, where the file is to stand: only the index may have it by now.
+bool Checkout::has_conflict_below(const CheckoutStep &step) const {
+    const std::string prefix = step.path + "/";
+    size_t at = 0;
+    if (git_index_find_prefix(&at, index_->handle.get(), prefix.c_str()) < 0) return false;
+    while (const git_index_entry *entry = git_index_get_byindex(index_->handle.get(), at++)) {
+        if (!std::string_view(entry->path).starts_with(prefix)) return false;
+        if (git_index_entry_stage(entry)) return true;
+    }
+    return false;
+}
+
 // A repository within may have its files already, as long as the index has none of them as ours,
 // and no commit of its own choice.
 bool Checkout::can_place(const CheckoutStep &step, FileState state) {
@@ -284,6 +296,7 @@ void Checkout::prune_emptied() {
 
 Outcome Checkout::add(CheckoutStep &step) {
     if (is_held_up(step) || has_twin(step)) return Outcome::skipped;
+    if (has_conflict_below(step)) return settle(step, Outcome::added);
     const git_index_entry &theirs = *step.with_path(step.theirs);
     if (step.absent && writer_->place(theirs, false)) return Outcome::added;
     make_way(step, state_of(step));
