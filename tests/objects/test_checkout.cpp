@@ -201,7 +201,13 @@ TEST_F(CheckoutTest, OnlyTheNamedPathsAndKinds) {
     }
 }
 
+// A name that git alone takes, and that stays, is no failure.
 TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {
+    put("tab\t", "git's");
+    git_as("add -A");
+    git_as("commit -qm odd");
+    git_as("rebase -q master side");
+    git_as("checkout -q master");
     put("edited", "mine");
     put("d/in", "mine below");
     put("added", "mine and staged");
@@ -225,6 +231,8 @@ TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {
     EXPECT_TRUE(said(u"action.sReverted", "edited"));
     EXPECT_TRUE(said(u"action.sReverted", "added"));
     EXPECT_TRUE(said(u"action.sUpdated", "d/two")); // was only gone from the disk
+    for (const zwchar *word : {u"action.sSkipped", u"action.sFailed"})
+        EXPECT_FALSE(said(word, "tab\t"));
 }
 
 // What can't come in, since the store lacks it or no name is that long, stays as it was and is not

@@ -150,9 +150,12 @@ bool Checkout::walk() {
     return enter(State::walked);
 }
 
+// A name that can't come in may stand in both trees: git knows more of them than we do.
 Outcome Checkout::apply(CheckoutStep &step) {
-    if (!check_path(step.path) || full_path(repository_, step.path).size() >= Z_PATH_MAX - 1)
-        return Outcome::skipped;
+    if (!check_path(step.path) || full_path(repository_, step.path).size() >= Z_PATH_MAX - 1) {
+        const bool rests = step.status == Z_KIND_UNCHANGED && !local_status(step);
+        return rests ? Outcome::left_alone : force() ? Outcome::failed : Outcome::skipped;
+    }
     if (force()) return step.status == Z_KIND_DELETED ? force_out(step) : force_in(step);
     if (unreadable_.contains(step.path)) return Outcome::skipped;
     if (step.status == Z_KIND_ADDED) return add(step);
