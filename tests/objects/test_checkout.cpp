@@ -199,6 +199,15 @@ TEST_F(CheckoutTest, OnlyTheNamedPathsAndKinds) {
         EXPECT_EQ(git(place, "diff --name-status HEAD^ HEAD"), changes);
         EXPECT_EQ(porcelain(), " M edited") << changes;
     }
+    // Where the trees are alike there is nothing to do, whatever was added here.
+    put("own", "mine");
+    git_as("add own");
+    const std::string now = head();
+    zCheckSpecSetPaths(spec.get(), WorkingCopyTest::spec({u"own"}).get());
+    zCheckSpecSetOptions(spec.get(), Z_CHECK_FORCE);
+    ASSERT_OK(checkout());
+    EXPECT_EQ(head(), now);
+    EXPECT_EQ(read(place / "own"), "mine");
 }
 
 // A name that git alone takes, and that stays, is no failure.

@@ -131,6 +131,7 @@ bool Checkout::compare() {
     TreePairs pairs(repository_->handle.get(), zCheckSpecPaths(spec_.get()), force(), steps_);
     if (!pairs.walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
         return tell(u"odb.eFailedToMergeRemoteChanages");
+    if (steps_.empty()) return enter(State::compared);
     selects_all_ = pairs.selects_all();
     sort_steps();
     if (!stage_local_work()) return tell(u"odb.eFailedToMergeRemoteChanages");
