@@ -165,6 +165,16 @@ TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
         EXPECT_EQ(head() + porcelain(), old) << options;
         EXPECT_TRUE(fs::exists(place / "d/in"));
     }
+    // Asked for once, between the blocks of a large file.
+    put("d/in", std::string(3u << 20, 'x'));
+    calls = 4;
+    report.usrbrk = [](const Notify *) { return --calls == 0; };
+    zCheckSpecSetOptions(spec.get(), Z_CHECK_FORCE);
+    ASSERT_OK(checkout());
+    EXPECT_EQ(head() + porcelain(), old + " M d/in");
+    git_as("checkout -q d/in");
+    report.usrbrk = [](auto *n) { return static_cast<const Report *>(n)->stop; };
+    zCheckSpecSetOptions(spec.get(), 0);
     report.progress = [](const Notify *notify, const zwchar *) {
         if (--calls == 0) const_cast<Report *>(static_cast<const Report *>(notify))->stop = true;
     };

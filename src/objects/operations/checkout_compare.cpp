@@ -23,6 +23,8 @@ namespace {
 // to be deeper would cost us the stack.
 constexpr size_t kLongestDirectory = 3 * Z_PATH_MAX;
 
+constexpr int32_t kCanceled = 6; // class of a break
+
 // Two trees in step, directory by directory; those with the same id are opened only if all paths
 // are wanted. Names are compared byte by byte: libgit2 compares trees without regard to case, and
 // loses one of two twins.
@@ -199,7 +201,7 @@ bool Checkout::stage_local_work() {
     const auto bulk = BulkWriter::begin(repository_);
     if (!bulk) return false;
     for (CheckoutStep &step : steps_) {
-        canceled_ = zNotifyIsUsrbrk(notify_);
+        canceled_ = canceled_ || zNotifyIsUsrbrk(notify_);
         if (canceled_) break;
         if (!stage(step)) unreadable_.insert(step.path);
     }
@@ -219,7 +221,7 @@ bool Checkout::has_directory(const CheckoutStep &step) {
 }
 
 // False for what can't be read. A conflict stays one until the user resolves it, and what is
-// behind a link is not ours.
+// behind a link is not ours. A break between the blocks of a file counts as one of the checkout.
 bool Checkout::stage(CheckoutStep &step) {
     struct stat status;
     const git_index_entry *known = staged(step);
@@ -232,7 +234,9 @@ bool Checkout::stage(CheckoutStep &step) {
     if (known && entry_has_stat(*known, status) && !young) return true;
     if (S_ISDIR(status.st_mode) || !check_path(step.path)) return true;
     if (writer_->is_behind_link(step.path)) return true;
-    return stager_->stage(step.path.c_str()) == Staging::staged;
+    const Staging done = stager_->stage(step.path.c_str());
+    canceled_ = canceled_ || (done == Staging::failed && zErrorClass() == kCanceled);
+    return done == Staging::staged;
 }
 
 } // namespace zev
