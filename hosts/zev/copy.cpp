@@ -1,3 +1,5 @@
+// Where the user is and what he names: paths from the current directory, revisions, patterns. What
+// lies outside of the work directory, or in the repository, gets no further than here.
 #include "copy.hpp"
 
 #include <algorithm>
@@ -89,6 +91,10 @@ fs::path WorkingCopy::absolute(const std::string &relative_path) const {
     return relative_path.empty() ? root_ : root_ / relative_path;
 }
 
+bool WorkingCopy::is_on_disk(const std::string &relative_path) const {
+    return fs::exists(fs::symlink_status(absolute(relative_path)));
+}
+
 OwnedSpec WorkingCopy::spec(const Paths &paths, uint32_t options, const Notify *notify) const {
     OwnedSpec spec(check(zPathSpecNew(nullptr, options)));
     check(zPathSpecSetNotify(spec.get(), notify));
@@ -111,7 +117,7 @@ OwnedSpec WorkingCopy::spec(const Paths &paths, uint32_t options, const Notify *
 
 // Something has this very name, on disk or, if it is gone from there, in the index.
 bool WorkingCopy::is_name(const std::string &relative_path) const {
-    if (fs::exists(fs::symlink_status(absolute(relative_path)))) return true;
+    if (is_on_disk(relative_path)) return true;
     OwnedIndex index(check(zIndexHead(repository_.get(), false)));
     return zIndexEntryBypath(index.get(), wide(relative_path).c_str());
 }

@@ -42,6 +42,7 @@ class WorkingCopy {
     // in the repository, and for names that no commit can hold.
     std::string relative(const std::string &path) const;
     std::filesystem::path absolute(const std::string &relative_path) const;
+    bool is_on_disk(const std::string &relative_path) const; // whatever it is, also a link
     // Does the path lie in the repository itself, where no file of the user's belongs?
     bool in_repository(const std::string &path) const;
 

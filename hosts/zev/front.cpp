@@ -1,3 +1,5 @@
+// Connecting brings files back by itself; what it did is found by looking before and after, so that
+// no file comes or goes unsaid.
 #include "front.hpp"
 
 #include <algorithm>
@@ -90,8 +92,7 @@ Selection::Selection(const WorkingCopy &copy, const Paths &paths) : all_(paths.e
         const std::string path = copy.relative(given);
         if (path.empty()) {
             all_ = true;
-        } else if (fs::exists(fs::symlink_status(copy.absolute(path))) ||
-                   is_tracked(index.get(), path) ||
+        } else if (copy.is_on_disk(path) || is_tracked(index.get(), path) ||
                    (head && OwnedTreeEntry(zTreeEntryBypath(head.get(), wide(path).c_str())))) {
             names_.insert(path);
         } else if (is_wild(given)) {

@@ -2,7 +2,7 @@
 // or list its tree; and what of it the user's paths select.
 #pragma once
 
-#include "verbs.hpp"
+#include "verb.hpp"
 
 #include <set>
 #include <string>

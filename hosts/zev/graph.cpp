@@ -1,3 +1,5 @@
+// Commits are read as they lie in the store, since the library hands out first parents only. Each
+// is read once.
 #include "graph.hpp"
 
 #include <algorithm>

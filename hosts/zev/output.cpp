@@ -1,3 +1,5 @@
+// Every text that goes out passes here, and is rid of control characters that would reach the
+// terminal.
 #include "output.hpp"
 
 #include <algorithm>

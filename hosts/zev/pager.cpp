@@ -1,3 +1,5 @@
+// stdout is handed to another process and given back before this one ends; what is written behind a
+// pager that was left is lost on purpose.
 #include "pager.hpp"
 
 #include <cerrno>

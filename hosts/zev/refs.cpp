@@ -1,3 +1,4 @@
+// Git reads and writes the same files at any time: they change under its locks, by renaming.
 #include "refs.hpp"
 
 #include <cerrno>
@@ -90,6 +91,14 @@ std::string current_branch(const WorkingCopy &copy) {
 
 bool is_branch(const WorkingCopy &copy, const std::string &name) {
     return zReferenceExists(copy.repository(), wide(full_branch(name)).c_str());
+}
+
+void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit) {
+    if (name.empty() || name.starts_with('-') || name == "HEAD")
+        throw Failed(kInvalid, "\"" + name + "\": no name for a branch");
+    OwnedReference(check(
+        zReferenceCreate(copy.repository(), wide(full_branch(name)).c_str(), zCommitId(commit)),
+        name));
 }
 
 void delete_reference(const WorkingCopy &copy, const std::string &full_name) {

@@ -17,6 +17,9 @@ std::filesystem::path shared_directory(const WorkingCopy &copy);
 
 bool is_branch(const WorkingCopy &copy, const std::string &name);
 
+// A new branch; replaces one of that name.
+void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit);
+
 // As git does it: under the locks of the packed references and of the reference, from the packed
 // ones first, so that no older state of it comes up in between. Its log goes along. One that isn't
 // there is no failure.

@@ -6,6 +6,7 @@
 //            the user left there
 #include "session.hpp"
 
+#include "merge_state.hpp"
 #include "refs.hpp"
 
 #include <cerrno>
@@ -21,17 +22,6 @@ namespace {
 constexpr const char *kJournal = "zev-journal";
 
 // ---- Trash
-
-bool takes_things(const std::string &verb) {
-    return verb == "rm" || verb == "revert" || verb == "resolve" || verb == "switch" ||
-           verb == "merge" || verb == "cleanup";
-}
-
-bool changes_copy(const std::string &verb) {
-    return takes_things(verb) || verb == "add" || verb == "mkdir" || verb == "mv" ||
-           verb == "commit" || verb == "import" || verb == "undo" || verb == "restore" ||
-           verb == "purge";
-}
 
 std::set<std::string> slots_of(const WorkingCopy &copy) {
     std::set<std::string> slots;
@@ -91,13 +81,13 @@ void recover(Host &host, const WorkingCopy &copy) {
 
 // ---- Session
 
-Session::Session(Host &host, const std::string &verb) : host_(host), verb_(verb) {
-    if (!changes_copy(verb)) return;
+Session::Session(Host &host, const Verb &verb) : host_(host), verb_(verb) {
+    if (verb.nature != Nature::changes && verb.nature != Nature::displaces) return;
     const OwnedRepository there(zRepositoryDiscover(u".", nullptr));
     if (!there || zRepositoryIsBare(there.get())) return;
     copy_.emplace();
     recover(host, *copy_);
-    if (!takes_things(verb)) {
+    if (verb.nature != Nature::displaces) {
         copy_.reset();
         return;
     }
@@ -110,8 +100,8 @@ Session::Session(Host &host, const std::string &verb) : host_(host), verb_(verb)
 Session::~Session() {
     if (!copy_) return;
     try {
-        if (verb_ == "revert") forget_merge(*copy_);
-        Journal journal{verb_, began_, {}};
+        if (verb_.name == std::string_view("revert")) forget_merge(*copy_);
+        Journal journal{verb_.name, began_, {}};
         for (const std::string &slot : slots_of(*copy_))
             if (!before_.contains(slot)) journal.slots.push_back(slot);
         if (!journal.slots.empty()) write_journal(*copy_, journal);

@@ -2,7 +2,7 @@
 // left, before; noting what went to the trash, after.
 #pragma once
 
-#include "verbs.hpp"
+#include "verb.hpp"
 
 #include <optional>
 #include <set>
@@ -26,14 +26,14 @@ void recover(Host &host, const WorkingCopy &copy);
 class Session {
   public:
     // Without a working copy it does nothing; the verb says that there is none.
-    Session(Host &host, const std::string &verb);
+    Session(Host &host, const Verb &verb);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
   private:
     Host &host_;
-    std::string verb_;
+    const Verb &verb_;
     std::optional<WorkingCopy> copy_; // of verbs that may put something into the trash
     std::set<std::string> before_;    // the slots that there were
     int64_t began_ = 0;

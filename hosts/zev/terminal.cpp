@@ -1,3 +1,4 @@
+// Questions go to the terminal itself, so that stdin and stdout may be files.
 #include "terminal.hpp"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// A checkout's own result doesn't tell what it left out; the count of what it told does.
 #include "transfer.hpp"
 
 namespace host {
@@ -42,8 +43,7 @@ std::vector<std::string> local_work(const WorkingCopy &copy) {
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
         const StatusEntry *entry = zStatusListEntry(list.get(), i);
         std::string path = narrow(zStatusEntryPath(entry));
-        if (std::filesystem::exists(std::filesystem::symlink_status(copy.absolute(path))))
-            found.push_back(std::move(path));
+        if (copy.is_on_disk(path)) found.push_back(std::move(path));
     }
     return found;
 }

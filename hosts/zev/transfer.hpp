@@ -1,7 +1,7 @@
 // Transfer: what switch and merge share, bringing the files from one commit's state to another's.
 #pragma once
 
-#include "verbs.hpp"
+#include "verb.hpp"
 
 #include <optional>
 #include <string>

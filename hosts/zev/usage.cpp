@@ -1,3 +1,4 @@
+// The parser knows what is wrong, but not what the user meant; that is guessed from the spelling.
 #include "usage.hpp"
 
 #include <algorithm>

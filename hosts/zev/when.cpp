@@ -1,3 +1,4 @@
+// Times are local unless they say otherwise; a day has its two ends, for "since" and "until".
 #include "when.hpp"
 
 #include "host.hpp"

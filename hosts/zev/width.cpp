@@ -1,3 +1,4 @@
+// Columns that a text takes in a terminal: by the table, which tools/width.py makes.
 #include "width.hpp"
 
 #include <algorithm>

@@ -1,0 +1,247 @@
+// The library calls these from within its own frames: nothing may throw through them, and the
+// user's break is a flag that operations ask for.
+#include "host_notify.hpp"
+
+#include "terminal.hpp"
+#include "width.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+
+namespace host {
+
+namespace {
+
+constexpr int32_t kNobody = -1; // the answer that every operation takes for "no"
+// A question that comes again and again, such as whether to try once more, is answered by an
+// option so often.
+constexpr unsigned kMaxRepeats = 10;
+
+volatile sig_atomic_t user_break = 0;
+
+// Words of the library come in the user's language; programs get the name of the key.
+constexpr struct {
+    const zwchar *key;
+    const char *name;
+    Colour colour;
+} kActions[] = {
+    {u"action.sAdded", "added", Colour::green},
+    {u"action.sDeleted", "deleted", Colour::red},
+    {u"action.sModified", "modified", Colour::yellow},
+    {u"action.sUpdated", "updated", Colour::yellow},
+    {u"action.sReverted", "reverted", Colour::yellow},
+    {u"action.sRestored", "restored", Colour::green},
+    {u"action.sResolved", "resolved", Colour::green},
+    {u"action.sConflicted", "conflicted", Colour::red},
+    {u"action.sSkipped", "skipped", Colour::dim},
+    {u"action.sFailed", "failed", Colour::red},
+    {u"action.sUnauthorized", "unauthorized", Colour::red},
+};
+
+const auto *find_action(const zwchar *word) {
+    for (const auto &action : kActions)
+        if (zStrsameW(word, zI18nTextLookup(zI18nCurrentLang(), action.key))) return &action;
+    return static_cast<decltype(&kActions[0])>(nullptr);
+}
+
+// ---- Buttons
+
+struct Button {
+    int32_t id;
+    std::string text, description;
+};
+
+std::vector<Button> buttons_of(const TaskDialog *dialog) {
+    std::vector<Button> buttons;
+    for (uint64_t i = 0; i < zTaskDialogButtonCount(dialog); ++i) {
+        const TaskButton *button = zTaskDialogButtonAt(dialog, i);
+        buttons.push_back({zTaskButtonId(button), narrow(zTaskButtonText(button)),
+                           narrow(zTaskButtonDesc(button))});
+    }
+    return buttons;
+}
+
+bool same_text(const std::string &a, const std::string &b) {
+    return zStrcasesameW(wide(a).c_str(), wide(b).c_str());
+}
+
+// By number or text.
+int32_t named(const std::vector<Button> &buttons, const std::string &name) {
+    int32_t id = 0;
+    const char *end = name.data() + name.size();
+    const auto [after, error] = std::from_chars(name.data(), end, id);
+    const bool number = error == std::errc() && after == end;
+    for (const Button &button : buttons)
+        if (number ? button.id == id : same_text(button.text, name)) return button.id;
+    return kNobody;
+}
+
+// What the user typed: also as little of a text as only one button has.
+int32_t typed(const std::vector<Button> &buttons, const std::string &line) {
+    int32_t id = named(buttons, line), count = 0;
+    if (id != kNobody || line.empty()) return id;
+    for (const Button &button : buttons)
+        if (same_text(button.text.substr(0, line.size()), line)) ++count, id = button.id;
+    return count == 1 ? id : kNobody;
+}
+
+std::string trimmed(const std::string &text) {
+    const size_t begin = text.find_first_not_of(" \t");
+    return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
+}
+
+// ---- The question as text
+
+std::vector<std::string> texts_of(const TaskDialog *dialog) {
+    std::vector<std::string> texts;
+    for (const zwchar *text :
+         {zTaskDialogTitle(dialog), zTaskDialogInstruction(dialog), zTaskDialogContent(dialog)})
+        if (text && *text) texts.push_back(narrow(text));
+    return texts;
+}
+
+int32_t ask_on(const Terminal &terminal, const TaskDialog *dialog,
+               const std::vector<Button> &buttons) {
+    std::string shown = "\n";
+    for (const std::string &text : texts_of(dialog)) shown += clean(text) + "\n";
+    for (const Button &button : buttons)
+        shown += "  " + padded(std::to_string(button.id) + ")", 3) + clean(button.text) +
+                 (button.description.empty() ? "" : "  " + clean(button.description)) + "\n";
+    terminal.write(shown);
+    for (;;) {
+        terminal.write("Your choice, by number or name: ");
+        const std::optional<std::string> line = terminal.read_line();
+        if (!line) return terminal.write("\n"), kNobody;
+        if (int32_t id = typed(buttons, trimmed(*line)); id != kNobody) return id;
+    }
+}
+
+Record record_of(const TaskDialog *dialog, const std::vector<Button> &buttons, int32_t answer) {
+    std::vector<Record> members;
+    for (const Button &button : buttons)
+        members.push_back(std::move(Record().set(u"id", button.id).set(u"text", button.text)));
+    Record record("question");
+    record.set(u"id", zTaskDialogId(dialog)).set(u"title", zTaskDialogTitle(dialog));
+    record.set(u"instruction", zTaskDialogInstruction(dialog));
+    record.set(u"content", zTaskDialogContent(dialog)).set(u"buttons", std::move(members));
+    record.set(u"answer", answer);
+    return record;
+}
+
+std::string unanswered(const TaskDialog *dialog, const std::vector<Button> &buttons) {
+    std::string text;
+    for (const std::string &part : texts_of(dialog)) text += (text.empty() ? "" : " ") + part;
+    text += " (";
+    for (const Button &button : buttons)
+        text += (button.id == buttons.front().id ? "" : ", ") + button.text;
+    return text + "?) Nobody could answer, which counts as no; --yes, --no and --answer do it";
+}
+
+} // namespace
+
+void catch_break() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { user_break = 1; };
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGINT, &action, nullptr);
+}
+
+bool broken() { return user_break != 0; }
+
+HostNotify::HostNotify(Output &output, Answers answers)
+    : Notify{}, output_(output), answers_(std::move(answers)) {
+    start = [](const Notify *table, const zwchar *heading, const zwchar *text) {
+        Output &out = of(table).output_;
+        out.progress(narrow(text) + " ...");
+        out.record(Record("start").set(u"heading", heading).set(u"text", text));
+    };
+    done = [](const Notify *table, const zwchar *text) { of(table).on_end("done", text); };
+    cancel = [](const Notify *table, const zwchar *text) { of(table).on_end("cancelled", text); };
+    abort = [](const Notify *table, const zwchar *text) { of(table).on_end("aborted", text); };
+    warning = [](const Notify *table, const zwchar *text) { of(table).output_.warn(narrow(text)); };
+    error = warning;
+    info = [](const Notify *table, const zwchar *text) {
+        Output &out = of(table).output_;
+        out.line(narrow(text));
+        out.record(Record("info").set(u"message", text));
+    };
+    action = [](const Notify *table, const zwchar *word, const zwchar *text) {
+        of(table).on_action(word, text);
+    };
+    progress = [](const Notify *table, const zwchar *text) {
+        of(table).output_.progress(narrow(text));
+    };
+    usrbrk = [](const Notify *table) { return broken() || of(table).output_.unread(); };
+    dialog = [](const Notify *table, const TaskDialog *question) {
+        return of(table).on_dialog(question);
+    };
+}
+
+const HostNotify &HostNotify::of(const Notify *table) {
+    return *static_cast<const HostNotify *>(table);
+}
+
+void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
+    const auto *known = find_action(word);
+    const std::string name = known ? known->name : narrow(word), path = shown_path(text);
+    const bool failed = name == "failed"; // its text is a message
+    ++(failed ? outcome_.failed : name == "skipped" ? outcome_.skipped : outcome_.done);
+    if (output_.json())
+        return output_.record(
+            Record("action").set(u"action", name).set(failed ? u"message" : u"path", path));
+    output_.line(output_.paint(known ? known->colour : Colour::plain, padded(narrow(word), 11)) +
+                 path);
+}
+
+void HostNotify::on_end(const char *result, const zwchar *text) const {
+    if (std::string_view(result) != "done") outcome_.aborted = true;
+    output_.clear_progress();
+    output_.record(Record("end").set(u"result", result).set(u"text", text));
+}
+
+int32_t HostNotify::on_dialog(const TaskDialog *dialog) const {
+    const std::vector<Button> buttons = buttons_of(dialog);
+    const int32_t chosen = answer(dialog);
+    output_.record(record_of(dialog, buttons, chosen));
+    return chosen;
+}
+
+// Options come first; programs that read JSON are not asked on the terminal.
+int32_t HostNotify::answer(const TaskDialog *dialog) const {
+    const std::vector<Button> buttons = buttons_of(dialog);
+    std::string question;
+    for (const std::string &text : texts_of(dialog)) question += text + '\n';
+    repeats_ = question == last_question_ ? repeats_ + 1 : 0;
+    last_question_ = question;
+    if (answers_.no || buttons.empty()) return kNobody;
+    if (repeats_ < kMaxRepeats) {
+        for (const std::string &name : answers_.buttons)
+            if (int32_t id = named(buttons, name); id != kNobody) return id;
+        if (answers_.yes) return buttons.front().id;
+    }
+    output_.clear_progress();
+    if (!output_.json() && !broken())
+        if (const Terminal terminal; terminal) return ask_on(terminal, dialog, buttons);
+    outcome_.unanswered = true;
+    if (!output_.json()) output_.warn(unanswered(dialog, buttons));
+    return kNobody;
+}
+
+int32_t ask(const Notify *notify, const Question &question) {
+    Owned<TaskDialog, zTaskDialogFree> dialog(check(zTaskDialogNew()));
+    check(zTaskDialogSetId(dialog.get(), wide(question.id).c_str()));
+    check(zTaskDialogSetTitle(dialog.get(), wide(question.title).c_str()));
+    check(zTaskDialogSetInstruction(dialog.get(), wide(question.instruction).c_str()));
+    check(zTaskDialogSetContent(dialog.get(), wide(question.content).c_str()));
+    int32_t id = 0;
+    for (const std::string &text : question.buttons) {
+        Owned<TaskButton, zTaskButtonFree> button(
+            check(zTaskButtonNew(++id, wide(text).c_str(), nullptr)));
+        check(zTaskDialogAddButton(dialog.get(), button.get()));
+        button.release();
+    }
+    return zNotifyShowTaskDialog(notify, dialog.get());
+}
+
+} // namespace host

@@ -1,0 +1,304 @@
+// Each text is made from the options as they were declared; nothing is said twice.
+#include "manual.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <cstring>
+#include <functional>
+#include <string_view>
+#include <vector>
+
+namespace host {
+
+namespace {
+
+using Apps = std::vector<const CLI::App *>;
+using Options = std::vector<const CLI::Option *>;
+
+// Nothing that is hidden, having an empty group.
+Apps verbs_of(const CLI::App &app) {
+    return app.get_subcommands([](const CLI::App *verb) { return !verb->get_group().empty(); });
+}
+
+Options options_of(const CLI::App &app, bool positional) {
+    return app.get_options([positional](const CLI::Option *option) {
+        return !option->get_group().empty() && option->get_positional() == positional &&
+               option->nonpositional() != positional;
+    });
+}
+
+bool takes_value(const CLI::Option *option) { return option->get_items_expected_max() > 0; }
+
+std::string value_name(const CLI::Option *option) {
+    const std::string type = option->get_type_name();
+    return type.substr(0, type.find(':'));
+}
+
+// "-m, --message"
+std::string names_of(const CLI::Option *option) {
+    std::string names;
+    for (const std::string &name : option->get_snames())
+        names += (names.empty() ? "-" : ", -") + name;
+    for (const std::string &name : option->get_lnames())
+        names += (names.empty() ? "--" : ", --") + name;
+    return names;
+}
+
+// The verb and the verbs below it, as "trash" and "trash list".
+void each_verb(const CLI::App &app, const std::string &above,
+               const std::function<void(const std::string &name, const CLI::App &verb)> &visit) {
+    for (const CLI::App *verb : verbs_of(app)) {
+        const std::string name = (above.empty() ? "" : above + " ") + verb->get_name();
+        visit(name, *verb);
+        each_verb(*verb, name, visit);
+    }
+}
+
+std::string replaced(std::string text, char what, const char *by) {
+    for (size_t at = 0; (at = text.find(what, at)) != text.npos; at += strlen(by))
+        text.replace(at, 1, by);
+    return text;
+}
+
+std::string joined(const std::vector<std::string> &words) {
+    std::string text;
+    for (const std::string &word : words) text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
+// ---- Manual pages
+
+// scdoc reads `*` and `_` as marks, and others at the start of a line.
+std::string plain(const std::string &text) {
+    std::string out = text.starts_with('-') ? "\\" : "";
+    for (char c : text) {
+        if (strchr("\\*_`<>[]#", c)) out += '\\';
+        out += c;
+    }
+    return out;
+}
+
+std::string headline(const std::string &page) { return page + "(1) \"\" \"ZEV\"\n\n# NAME\n\n"; }
+
+std::string synopsis(const std::string &name, const CLI::App &verb) {
+    std::string text = "*zev " + plain(name) + "*";
+    if (!options_of(verb, false).empty()) text += " \\[_options_\\]";
+    if (!verbs_of(verb).empty()) text += " _command_";
+    for (const CLI::Option *argument : options_of(verb, true)) {
+        std::string word = "_" + plain(argument->get_name(true)) + "_";
+        if (argument->get_items_expected_max() > 1) word += "...";
+        text += argument->get_required() ? " " + word : " \\[" + word + "\\]";
+    }
+    return text + "\n\n";
+}
+
+std::string option_list(const CLI::App &app) {
+    std::string text;
+    for (bool positional : {true, false}) {
+        for (const CLI::Option *option : options_of(app, positional)) {
+            const std::string value = value_name(option);
+            if (positional) text += "_" + plain(option->get_name(true)) + "_";
+            if (!positional) text += "*" + plain(names_of(option)) + "*";
+            if (!positional && takes_value(option) && !value.empty())
+                text += " _" + plain(value) + "_";
+            text += "\n\t" + plain(option->get_description()) + "\n\n";
+        }
+    }
+    return text;
+}
+
+// Prose as it is, lines that begin with blanks as they stand.
+std::string prose(const std::string &text) {
+    std::string out;
+    bool literal = false;
+    size_t at = 0;
+    const auto fence = [&](bool on) {
+        if (literal != on) out += on ? "\n```\n" : "```\n\n";
+        literal = on;
+    };
+    while (at < text.size()) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        const std::string line = text.substr(at, end - at);
+        at = end + 1;
+        fence(line.starts_with("  "));
+        const bool examples = line == "Example:" || line == "Examples:";
+        out += examples ? "\n# EXAMPLES\n" : (literal ? line.substr(2) : plain(line)) + "\n";
+    }
+    fence(false);
+    return out + "\n";
+}
+
+std::string verb_page(const std::string &name, const CLI::App &verb) {
+    std::string text = headline("zev-" + replaced(name, ' ', "-"));
+    text +=
+        "zev-" + plain(replaced(name, ' ', "-")) + " - " + plain(verb.get_description()) + "\n\n";
+    text += "# SYNOPSIS\n\n" + synopsis(name, verb);
+    text +=
+        "# DESCRIPTION\n\n" + plain(verb.get_description()) + ".\n\n" + prose(verb.get_footer());
+    if (const std::string list = option_list(verb); !list.empty()) text += "# OPTIONS\n\n" + list;
+    for (const CLI::App *below : verbs_of(verb)) {
+        text += "# ZEV " + name + " " + below->get_name() + "\n\n";
+        text += synopsis(name + " " + below->get_name(), *below);
+        text += plain(below->get_description()) + ".\n\n" + option_list(*below);
+        text += prose(below->get_footer());
+    }
+    return text + "# SEE ALSO\n\n*zev*(1)\n";
+}
+
+std::string program_page(const CLI::App &app) {
+    const std::string about = app.get_description();
+    std::string text = headline("zev");
+    text += "zev - " + plain(about.substr(0, about.find(".\n"))) + "\n\n";
+    text += "# SYNOPSIS\n\n*zev* \\[_options_\\] _verb_ \\[_arguments_\\]\n\n";
+    text += "# DESCRIPTION\n\n" + prose(about) + "# VERBS\n\n";
+    for (const CLI::App *verb : verbs_of(app))
+        text += "*" + plain(verb->get_name()) + "*\n\t" + plain(verb->get_description()) + "\n\n";
+    return text + "# OPTIONS\n\n" + option_list(app) + "# NOTES\n\n" + prose(app.get_footer());
+}
+
+std::string manual(const CLI::App &app, const std::string &wanted) {
+    if (wanted.empty()) return program_page(app);
+    std::string text;
+    for (const CLI::App *verb : verbs_of(app))
+        if (verb->get_name() == wanted) text = verb_page(wanted, *verb);
+    return text;
+}
+
+// ---- Completion
+
+std::vector<std::string> verb_names(const CLI::App &app) {
+    std::vector<std::string> names;
+    for (const CLI::App *verb : verbs_of(app)) names.push_back(verb->get_name());
+    return names;
+}
+
+std::vector<std::string> option_names(const CLI::App &app, bool with_value) {
+    std::vector<std::string> names;
+    for (const CLI::Option *option : options_of(app, false)) {
+        if (with_value && !takes_value(option)) continue;
+        for (const std::string &name : option->get_snames()) names.push_back("-" + name);
+        for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
+    }
+    return names;
+}
+
+std::string bash(const CLI::App &app) {
+    std::string cases, known;
+    const std::vector<std::string> global = option_names(app, false);
+    each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
+        known += (known.empty() ? "'" : " | '") + name + "'";
+        cases += "    '" + name + "') words='" + joined(verb_names(verb)) + " " +
+                 joined(option_names(verb, false)) + " " + joined(global) + "' ;;\n";
+    });
+    std::string skip; // options of the program whose next word is no verb
+    for (const std::string &name : option_names(app, true))
+        skip += (skip.empty() ? "" : " | ") + name;
+    return "# bash completion for zev\n"
+           "_zev() {\n"
+           "    local current=${COMP_WORDS[COMP_CWORD]} verb= words= word i\n"
+           "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
+           "        word=${COMP_WORDS[i]}\n"
+           "        case \"${verb:+$verb }$word\" in\n"
+           "        " +
+           skip +
+           ") ((i++)) ;;\n"
+           "        " +
+           known +
+           ") verb=\"${verb:+$verb }$word\" ;;\n"
+           "        esac\n"
+           "    done\n"
+           "    case $verb in\n"
+           "    '') words='" +
+           joined(verb_names(app)) + " " + joined(global) + "' ;;\n" + cases +
+           "    esac\n"
+           "    COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
+           "}\n"
+           "complete -o default -F _zev zev\n";
+}
+
+std::string zsh_text(const std::string &text) {
+    return replaced(replaced(replaced(replaced(text, '\'', "'\\''"), '[', "("), ']', ")"), ':',
+                    ",");
+}
+
+std::string zsh_options(const CLI::App &app) {
+    std::string text;
+    for (const CLI::Option *option : options_of(app, false)) {
+        const std::string value =
+            takes_value(option) ? ":" + zsh_text(value_name(option)) + ":_files" : "";
+        for (const std::string &name : option_names(app, false)) {
+            const std::string bare = name.substr(name.find_first_not_of('-'));
+            if (option->check_name(name) && !bare.empty())
+                text += " \\\n            '" + name + "[" + zsh_text(option->get_description()) +
+                        "]" + value + "'";
+        }
+    }
+    return text;
+}
+
+std::string zsh(const CLI::App &app) {
+    std::string verbs, cases;
+    for (const CLI::App *verb : verbs_of(app)) {
+        verbs += "        '" + verb->get_name() + ":" + zsh_text(verb->get_description()) + "'\n";
+        const std::string below = joined(verb_names(*verb));
+        cases += "        " + verb->get_name() + ") _arguments" + zsh_options(*verb) +
+                 (below.empty() ? "" : " \\\n            '1:command:(" + below + ")'") +
+                 " \\\n            '*:file:_files' ;;\n";
+    }
+    return "#compdef zev\n"
+           "_zev() {\n"
+           "    local state\n"
+           "    local -a verbs=(\n" +
+           verbs +
+           "    )\n"
+           "    _arguments -C" +
+           zsh_options(app) +
+           " \\\n            '1:verb:->verb' '*::argument:->argument'\n"
+           "    case $state in\n"
+           "    verb) _describe verb verbs ;;\n"
+           "    argument)\n"
+           "        case $words[1] in\n" +
+           cases +
+           "        esac ;;\n"
+           "    esac\n"
+           "}\n"
+           "_zev \"$@\"\n";
+}
+
+std::string fish_options(const CLI::App &app, const std::string &condition) {
+    std::string text;
+    for (const CLI::Option *option : options_of(app, false)) {
+        text += "complete -c zev" + condition;
+        for (const std::string &name : option->get_snames()) text += " -s " + name;
+        for (const std::string &name : option->get_lnames()) text += " -l " + name;
+        text += (takes_value(option) ? " -r" : "") + std::string(" -d '") +
+                replaced(option->get_description(), '\'', "\\'") + "'\n";
+    }
+    return text;
+}
+
+std::string fish(const CLI::App &app) {
+    std::string text = "# fish completion for zev\n" + fish_options(app, "");
+    each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
+        const size_t blank = name.find(' ');
+        const std::string above = blank == name.npos
+                                      ? "__fish_use_subcommand"
+                                      : "__fish_seen_subcommand_from " + name.substr(0, blank);
+        text += "complete -c zev -n '" + above + "' -a " + verb.get_name() + " -d '" +
+                replaced(verb.get_description(), '\'', "\\'") + "'\n";
+        text += fish_options(verb, " -n '__fish_seen_subcommand_from " + verb.get_name() + "'");
+    });
+    return text;
+}
+
+} // namespace
+
+std::string describe(const CLI::App &app, const std::string &kind, const std::string &verb) {
+    if (kind == "man") return manual(app, verb);
+    if (kind == "verbs") return joined(verb_names(app)) + "\n";
+    if (kind == "bash") return bash(app);
+    if (kind == "zsh") return zsh(app);
+    return kind == "fish" ? fish(app) : "";
+}
+
+} // namespace host

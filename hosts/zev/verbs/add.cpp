@@ -1,0 +1,51 @@
+// add: files marked for the next commit.
+
+#include "keep_files.hpp"
+#include "verb.hpp"
+
+namespace host {
+
+namespace {
+
+struct Options {
+    Paths paths;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Mark files for the next commit");
+    verb.footer("Directories are taken with all they hold; * and ? are wild.\n"
+                "Examples:\n  zev add plan.dwx\n  zev add details 'plans/*.dwx'");
+    verb.add_option("paths", options.paths, "Files, directories, patterns")->required();
+}
+
+// What helps with a file that isn't there any more.
+std::string hint(const WorkingCopy &copy, const std::string &path) {
+    OwnedIndex index(zIndexHead(copy.repository(), false));
+    bool tracked = index && zIndexEntryBypath(index.get(), wide(path).c_str());
+    return tracked ? "; \"zev commit\" with its name keeps that it is gone" : "";
+}
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    std::vector<std::string> present;
+    for (const std::string &path : options.paths) {
+        std::string below = copy.relative(path);
+        if (copy.is_on_disk(below))
+            present.push_back(below);
+        else if (!is_wild(path))
+            throw Failed(kNotFound, path + ": no such file or directory" + hint(copy, below));
+    }
+    OwnedSpec spec = copy.spec(options.paths, 0, host.notify);
+    OwnedIndex index = copy.lock_index();
+    keep_directories(copy, index.get(), present);
+    check(zIndexAdd(index.get(), spec.get()));
+    stop_on_break(host.notify);
+    check(zIndexWrite(index.get()));
+    return kDone;
+}
+
+} // namespace
+
+extern const Verb kAddVerb{"add", Group::work, Nature::changes, bind<Options, declare, run>};
+
+} // namespace host

@@ -1,0 +1,357 @@
+// diff: which objects of a drawing are not the same in two versions of it, and what in them.
+
+#include "bytes.hpp"
+#include "dxf/check.hpp"
+#include "dxf/fields.hpp"
+#include "dxf/manifest.hpp"
+#include "dxf/reader.hpp"
+#include "dxf/rows.hpp"
+#include "object_names.hpp"
+#include "verb.hpp"
+
+#include <algorithm>
+#include <array>
+#include <map>
+
+namespace host {
+
+namespace {
+
+struct Options {
+    std::string drawing;  // empty: all that were changed
+    std::string from, to; // revisions; empty: HEAD, the work directory
+    bool stat = false;    // totals in place of the objects
+    bool brief = false;   // objects without their fields
+    bool full = false;    // the fields of added and removed objects, too
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Show which objects of a drawing changed");
+    verb.footer("Without a drawing all are shown that were changed since HEAD.\n"
+                "Without a revision the work file is compared with HEAD, with one\n"
+                "with that, with two the first with the second. A modified object\n"
+                "shows the fields that changed, by group code, old and new.\n"
+                "Examples:\n  zev diff\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
+                "  zev diff plan.dwx --stat");
+    verb.add_option("drawing", options.drawing, "A .dwx file");
+    verb.add_option("from", options.from, "Older version")->type_name("REV");
+    verb.add_option("to", options.to, "Newer version")->type_name("REV");
+    CLI::Option *full =
+        verb.add_flag("--full", options.full, "All fields of added and removed objects, too");
+    CLI::Option *brief =
+        verb.add_flag("--brief,--no-fields", options.brief, "Only which objects, not what in them");
+    verb.add_flag("--stat", options.stat, "Totals by kind and by layer in place of objects")
+        ->excludes(full)
+        ->excludes(brief);
+    full->excludes(brief);
+}
+
+using dxf::ObjectChange;
+
+constexpr size_t kMaxShown = 160; // bytes of a value in text
+
+constexpr struct {
+    const char *name;
+    Colour colour;
+} kChanges[] = {{"added", Colour::green}, {"modified", Colour::yellow}, {"removed", Colour::red}};
+
+// A version of a drawing: from a commit, or the work file.
+struct Version {
+    Version(const WorkingCopy &copy, const std::string &path, const std::string &revision) {
+        std::string name = path;
+        if (revision.empty()) {
+            read_work_file(copy, path);
+        } else {
+            name = revision + ":" + path;
+            OwnedCommit commit = copy.commit(revision);
+            OwnedTreeEntry entry = copy.file(commit.get(), path);
+            OwnedOdb odb(check(zOdbOpen(copy.repository())));
+            read_object(odb.get(), zTreeEntryId(entry.get()), bytes, name);
+        }
+        auto read = dxf::Manifest::read(bytes.data);
+        if (!read) throw Failed(kOther, name + ": is no drawing");
+        manifest = std::move(*read);
+    }
+
+    void read_work_file(const WorkingCopy &copy, const std::string &path) {
+        const std::u16string file = copy.absolute(path).u16string();
+        if (!zPathFileExists(file.c_str()))
+            throw Failed(kNotFound, path + ": no such file in the work directory");
+        OwnedFile in(check(zFileOpen(file.c_str(), u"rb"), path));
+        char block[1 << 16];
+        while (size_t count = fread(block, 1, sizeof block, in.get()))
+            bytes.data.append(block, count);
+        if (ferror(in.get())) throw Failed(kSystem, path + ": can't be read");
+    }
+
+    Bytes bytes;
+    dxf::Manifest manifest;
+};
+
+// A value as people see it.
+std::string shown(std::string_view value) {
+    const size_t first = std::min(value.find_first_not_of(' '), value.size());
+    value.remove_prefix(first);
+    if (value.size() <= kMaxShown) return clean(std::string(value));
+    size_t cut = kMaxShown;
+    while (cut && (static_cast<unsigned char>(value[cut]) & 0xC0) == 0x80) --cut;
+    return clean(std::string(value.substr(0, cut))) + "...";
+}
+
+class Difference {
+  public:
+    Difference(Host &host, const WorkingCopy &copy, const Options &options, const std::string &path)
+        : host_(host), copy_(copy), options_(options), path_(path),
+          from_(copy, path, options.from.empty() ? "HEAD" : options.from),
+          to_(copy, path, options.to) {
+        const dxf::Manifest &older = from_.manifest, &newer = to_.manifest;
+        if (!zOidIsEqual(&older.table, &newer.table))
+            throw Failed(kOther, path_ + ": the two versions are kept in different tables");
+        for (const ObjectChange &change : dxf::compare_objects(older.objects, newer.objects)) {
+            changes_.push_back({change, {}, {}, {}, {}});
+            ++totals_[change.kind];
+        }
+        read_rows();
+    }
+
+    using Counts = std::array<uint64_t, 3>; // by kind of change
+
+    const Counts &totals() const { return totals_; }
+
+    void print() const {
+        if (options_.stat) {
+            print_totals("kind", &Change::kind);
+            print_totals("layer", &Change::layer);
+        } else {
+            for (const Change &change : changes_) {
+                stop_on_break(host_.notify);
+                print(change);
+            }
+        }
+        print_blocks();
+    }
+
+  private:
+    struct Change {
+        ObjectChange object;
+        std::string kind, layer;                // of the newer side that has the object
+        std::optional<std::string> before, now; // rows, as far as they are to be shown
+    };
+
+    bool wants_rows(const ObjectChange &change) const {
+        if (options_.stat || options_.brief) return false;
+        return options_.full || change.kind == ObjectChange::modified;
+    }
+
+    // A row to look at, for an object or, without one, for its share of the digest.
+    struct Side {
+        dxf::OtherKey key;
+        Change *change;
+    };
+
+    // Both sides of all changes in one walk over the table.
+    void read_rows() {
+        std::vector<Side> sides;
+        for (Change &change : changes_) {
+            const ObjectChange &object = change.object;
+            if (object.kind != ObjectChange::removed) sides.push_back({{object.to, true}, &change});
+            if (object.kind != ObjectChange::added)
+                sides.push_back({{object.from, false}, &change});
+        }
+        for (const dxf::OtherKey &key : dxf::other_blocks(from_.manifest, to_.manifest))
+            sides.push_back({key, nullptr});
+        if (sides.empty()) return;
+        std::sort(sides.begin(), sides.end(),
+                  [](const Side &a, const Side &b) { return dxf::before(a.key.key, b.key.key); });
+        std::vector<DrawingKey> keys;
+        for (const Side &side : sides) keys.push_back(side.key.key);
+        dxf::DigestCheck check(from_.manifest, to_.manifest);
+        OwnedTable table = dxf::open_table(copy_.repository(), &to_.manifest.table, path_);
+        const uint64_t found = dxf::read_rows(table.get(), keys, host_.notify,
+                                              [&](size_t place, std::string_view row) {
+                                                  const auto &[key, change] = sides[place];
+                                                  if (change) take(*change, key.is_newer, row);
+                                                  check.take(key, row);
+                                              });
+        if (found == keys.size() && check.is_mixed()) dxf::fail_mixed(path_);
+    }
+
+    void take(Change &change, bool now, std::string_view row) const {
+        if (now || change.object.kind == ObjectChange::removed) {
+            change.kind = dxf::record_type(row);
+            change.layer = dxf::record_layer(row);
+        }
+        if (wants_rows(change.object)) (now ? change.now : change.before) = row;
+    }
+
+    // ---- One object
+
+    // They lend from the change. Without the row of a side that has the object there are none.
+    static std::vector<dxf::FieldChange> fields_of(const Change &change) {
+        const ObjectChange::Kind kind = change.object.kind;
+        if ((kind != ObjectChange::added && !change.before) ||
+            (kind != ObjectChange::removed && !change.now))
+            return {};
+        const auto row = [](const std::optional<std::string> &side) {
+            return side ? std::string_view(*side) : std::string_view();
+        };
+        return dxf::compare_fields(row(change.before), row(change.now));
+    }
+
+    void print(const Change &change) const {
+        const auto &how = kChanges[change.object.kind];
+        const std::string handle = object_name(change.object.number);
+        const bool with_fields = wants_rows(change.object);
+        const auto fields = with_fields ? fields_of(change) : std::vector<dxf::FieldChange>();
+        if (host_.out.json()) {
+            Record record("object");
+            record.set(u"change", how.name).set(u"handle", handle);
+            record.set(u"kind", change.kind).set(u"layer", change.layer);
+            if (with_fields) record.set(u"fields", members(change, fields));
+            return host_.out.record(record);
+        }
+        host_.out.line(host_.out.paint(how.colour, padded(how.name, 10)) + padded(handle, 10) +
+                       change.kind);
+        for (const dxf::FieldChange &field : fields) print_field(change, field);
+    }
+
+    static std::vector<Record> members(const Change &change,
+                                       const std::vector<dxf::FieldChange> &fields) {
+        std::vector<Record> out;
+        for (const dxf::FieldChange &field : fields) {
+            Record member;
+            member.set(u"code", field.code);
+            member.set(u"name", std::string(dxf::field_name(change.kind, field.code)));
+            if (field.from) member.set(u"old", std::string(*field.from));
+            if (field.to) member.set(u"new", std::string(*field.to));
+            out.push_back(std::move(member));
+        }
+        return out;
+    }
+
+    void print_field(const Change &change, const dxf::FieldChange &field) const {
+        const std::string code = std::to_string(field.code);
+        std::string line = std::string(code.size() < 8 ? 8 - code.size() : 1, ' ') + code + " " +
+                           padded(std::string(dxf::field_name(change.kind, field.code)), 14);
+        const auto side = [&](const std::optional<std::string_view> &value, Colour colour) {
+            return value ? host_.out.paint(colour, shown(*value)) : "(none)";
+        };
+        if (change.object.kind != ObjectChange::added) line += side(field.from, Colour::red);
+        if (change.object.kind == ObjectChange::modified) line += " -> ";
+        if (change.object.kind != ObjectChange::removed) line += side(field.to, Colour::green);
+        host_.out.line(line);
+    }
+
+    // ---- Totals
+
+    void print_totals(const char *by, std::string Change::*name) const {
+        std::map<std::string, Counts> rows;
+        for (const Change &change : changes_) ++rows[change.*name][change.object.kind];
+        if (rows.empty()) return;
+        host_.out.line(
+            host_.out.paint(Colour::bold, padded(by, 24) + "   added modified  removed"));
+        for (const auto &[what, counts] : rows) {
+            std::string line = padded(clean(what.empty() ? "(none)" : what), 24);
+            for (const uint64_t count : counts) {
+                const std::string number = std::to_string(count);
+                line += std::string(number.size() < 8 ? 8 - number.size() : 0, ' ') + number + " ";
+            }
+            line.pop_back();
+            host_.out.line(line);
+            host_.out.record(Record("total")
+                                 .set(u"by", by)
+                                 .set(u"name", what)
+                                 .set(u"added", counts[ObjectChange::added])
+                                 .set(u"modified", counts[ObjectChange::modified])
+                                 .set(u"removed", counts[ObjectChange::removed]));
+        }
+        host_.out.line("");
+    }
+
+    // ---- What is no object
+
+    void print_blocks() const {
+        const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
+        print_block("header", from.header == to.header);
+        bool same = from.classes.size() == to.classes.size();
+        for (size_t i = 0; same && i < to.classes.size(); ++i)
+            same = from.classes[i] == to.classes[i];
+        print_block("classes", same);
+        print_block("layout", from.layout == to.layout);
+    }
+
+    void print_block(const char *name, bool same) const {
+        if (same) return;
+        host_.out.line(host_.out.paint(Colour::yellow, padded("modified", 10)) + "the " + name);
+        host_.out.record(Record("block").set(u"change", "modified").set(u"block", name));
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    const Options &options_;
+    const std::string path_;
+    Version from_, to_;
+    std::vector<Change> changes_;
+    Counts totals_{};
+};
+
+Record &set_counts(Record &record, const Difference::Counts &counts) {
+    return record.set(u"added", counts[ObjectChange::added])
+        .set(u"modified", counts[ObjectChange::modified])
+        .set(u"removed", counts[ObjectChange::removed]);
+}
+
+void print_summary(Host &host, const Difference::Counts &counts) {
+    host.out.line(std::to_string(counts[ObjectChange::added]) + " added, " +
+                  std::to_string(counts[ObjectChange::modified]) + " modified, " +
+                  std::to_string(counts[ObjectChange::removed]) + " removed");
+    Record record("summary");
+    host.out.record(set_counts(record, counts));
+}
+
+// The drawings that are in HEAD and whose work file is another one.
+Paths changed_drawings(const WorkingCopy &copy) {
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedStatus list(check(zStatusListBuild(index.get(), nullptr)));
+    Paths paths;
+    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+        const StatusEntry *entry = zStatusListEntry(list.get(), i);
+        std::string path = narrow(zStatusEntryPath(entry));
+        if (zStatusEntryStatus(entry) == Z_KIND_MODIFIED && path.ends_with(".dwx"))
+            paths.push_back(std::move(path));
+    }
+    return paths;
+}
+
+// A work file that is no drawing any more is told, and the others are shown.
+Difference::Counts diff_all(Host &host, const WorkingCopy &copy, const Options &options) {
+    Difference::Counts totals{};
+    for (const std::string &path : changed_drawings(copy)) try {
+            const Difference difference(host, copy, options, path);
+            host.out.line(host.out.paint(Colour::bold, clean(path)));
+            Record record("drawing");
+            record.set(u"path", path);
+            host.out.record(set_counts(record, difference.totals()));
+            difference.print();
+            for (size_t i = 0; i < totals.size(); ++i) totals[i] += difference.totals()[i];
+        } catch (const Failed &failed) {
+            if (failed.error_class == kCanceled) throw;
+            host.out.warn(failed.what());
+        }
+    return totals;
+}
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    if (options.drawing.empty()) return print_summary(host, diff_all(host, copy, options)), kDone;
+    const Difference difference(host, copy, options, copy.relative(options.drawing));
+    difference.print();
+    print_summary(host, difference.totals());
+    return kDone;
+}
+
+} // namespace
+
+extern const Verb kDiffVerb{"diff", Group::drawings, Nature::paged, bind<Options, declare, run>};
+
+} // namespace host

@@ -1,0 +1,147 @@
+// export: drawings as the DXF files that they came from.
+
+#include "dxf/drawing.hpp"
+#include "verb.hpp"
+
+#include <unistd.h>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    std::string drawing;
+    std::string target;   // empty: the drawing's name with .dxf; "-": stdout
+    std::string revision; // empty: as it stands in the work directory
+    bool force = false;   // a target that was not named may be replaced
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Write a drawing as the DXF file that it came from");
+    verb.footer("Examples:\n  zev export plan.dwx\n  zev export plan.dwx - | less\n"
+                "  zev export plan.dwx old.dxf --rev HEAD~1");
+    verb.add_option("drawing", options.drawing, "A .dwx file")->required();
+    verb.add_option("file", options.target, "The DXF file; - is stdout");
+    verb.add_option("--rev", options.revision, "As it was in this commit")->type_name("REV");
+    verb.add_flag("--force", options.force, "Replace a file that was not named");
+}
+
+OwnedDrawing read_drawing(const std::u16string &file, const std::string &name) {
+    zRaiseError(0, 0, nullptr, nullptr); // a bad format raises nothing
+    OwnedDrawing drawing(zDrawingRead(file.c_str()));
+    if (drawing) return drawing;
+    if (zErrorClass()) fail_raised(name);
+    throw Failed(kOther, name + ": is no drawing");
+}
+
+// A file that appears under its name when it is complete. What is no regular file, as a pipe or
+// a terminal, is written to directly.
+class Target {
+  public:
+    explicit Target(const std::string &path) : path_(path) {
+        bool direct = fs::exists(path) && !fs::is_regular_file(path);
+        if (!direct) temporary_ = sibling();
+        std::u16string name = wide_path(direct ? path : temporary_.string());
+        file_.reset(zFileOpen(name.c_str(), direct ? u"wb" : u"wbx"));
+        if (!file_) throw Failed(zErrorClass(), zErrorCode(), path + ": " + narrow(zErrorReason()));
+    }
+    ~Target() {
+        std::error_code ignored;
+        if (!temporary_.empty()) fs::remove(temporary_, ignored);
+    }
+
+    void write(std::string_view bytes) {
+        if (fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) fail();
+    }
+
+    void finish() {
+        if (!zFileClose(file_.release())) fail();
+        if (temporary_.empty()) return;
+        check(zMove(wide(temporary_.string()).c_str(), wide(path_).c_str(), true));
+        temporary_.clear();
+    }
+
+  private:
+    fs::path sibling() const {
+        return fs::path(path_).replace_filename(".zev-" + std::to_string(getpid()) + ".tmp");
+    }
+    [[noreturn]] void fail() const { throw Failed(kSystem, path_ + ": can't be written"); }
+
+    std::string path_;
+    fs::path temporary_;
+    OwnedFile file_;
+};
+
+void export_to(Host &host, const WorkingCopy &copy, Drawing *drawing, const Options &options,
+               const std::string &target) {
+    auto run = [&](auto &&write) {
+        dxf::export_drawing(copy.repository(), drawing, options.drawing, host.notify, write);
+    };
+    if (target == "-")
+        return run([](std::string_view bytes) { fwrite(bytes.data(), 1, bytes.size(), stdout); });
+    Target file(target);
+    uint64_t size = 0;
+    run([&](std::string_view bytes) {
+        file.write(bytes);
+        size += bytes.size();
+    });
+    file.finish();
+    host.out.line(target + ": " + narrow(zNumToHumanBytes(size)) + ", " +
+                  std::to_string(zDrawingObjectCount(drawing)) + " objects");
+    host.out.record(Record("export")
+                        .set(u"path", target)
+                        .set(u"bytes", size)
+                        .set(u"objects", zDrawingObjectCount(drawing)));
+}
+
+// A version of a drawing as a file: from a commit, or the work file itself.
+class Version {
+  public:
+    Version(const WorkingCopy &copy, const std::string &path, const std::string &revision) {
+        if (revision.empty()) {
+            file_ = copy.absolute(path).u16string();
+            if (!zPathFileExists(file_.c_str()))
+                throw Failed(kNotFound, path + ": no such file in the work directory");
+        } else {
+            temporary_ = std::make_unique<TempFile>();
+            file_ = temporary_->path();
+            OwnedCommit commit = copy.commit(revision);
+            copy.save(copy.file(commit.get(), path).get(), file_);
+        }
+        drawing_ = read_drawing(file_, revision.empty() ? path : revision + ":" + path);
+    }
+    Drawing *drawing() const { return drawing_.get(); }
+
+  private:
+    std::unique_ptr<TempFile> temporary_;
+    std::u16string file_;
+    OwnedDrawing drawing_;
+};
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    std::string path = copy.relative(options.drawing), target = options.target;
+    if (target.empty()) {
+        target = fs::path(options.drawing).replace_extension(".dxf").string();
+        if (!options.force && fs::exists(target))
+            throw Failed(kExists, target + ": is there already; name it, or give --force");
+    }
+    if (target == "-" && host.out.json())
+        throw Failed(kInvalid, "a DXF file on stdout can't go with --json");
+    if (target != "-" && fs::is_directory(target))
+        throw Failed(kInvalid, target + ": is a directory; name the file");
+    if (target != "-" && copy.in_repository(target))
+        throw Failed(kInvalid, target + ": lies in the repository");
+    Version version(copy, path, options.revision);
+    export_to(host, copy, version.drawing(), options, target);
+    return kDone;
+}
+
+} // namespace
+
+extern const Verb kExportVerb{"export", Group::drawings, Nature::plain,
+                              bind<Options, declare, run>};
+
+} // namespace host

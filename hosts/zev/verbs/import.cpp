@@ -1,0 +1,142 @@
+// import: DXF files into drawings.
+
+#include "dxf/drawing.hpp"
+#include "verb.hpp"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    Paths words; // DXF files; a .dwx file or a directory may come last
+    std::string target;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Read DXF files into drawings");
+    verb.footer("A drawing that exists is changed: objects that are the same keep their keys, so\n"
+                "that only the others are stored. The work file changes; add or commit keeps it.\n"
+                "Last comes the drawing for one file, or a directory for all; without it each\n"
+                "drawing is named as its file.\n"
+                "Examples:\n  zev import ~/plan.dxf\n  zev import ~/plan.dxf plans/ground.dwx\n"
+                "  zev import ~/project/*.dxf plans");
+    verb.add_option("files", options.words, "ASCII DXF files")->required();
+    // The one above takes it, too, and is told apart later.
+    verb.add_option("target", options.target, "A .dwx file, or a directory");
+}
+
+// In the directory if one is given, else beside the file if that lies in the working copy, else
+// here.
+std::string drawing_of(const WorkingCopy &copy, const std::string &source,
+                       const std::string &directory) {
+    fs::path name = fs::path(source).filename().replace_extension(".dwx");
+    if (!directory.empty()) return (fs::path(directory) / name).string();
+    try {
+        copy.relative(source);
+        return (fs::path(source).parent_path() / name).string();
+    } catch (const Failed &) {
+        return name.string();
+    }
+}
+
+bool is_dxf_name(const std::string &path) {
+    return zStrcasesameA(fs::path(path).extension().c_str(), ".dxf");
+}
+
+// The drawing as HEAD holds it, or nothing.
+OwnedDrawing committed(const WorkingCopy &copy, const std::string &path) {
+    if (!copy.born()) return {};
+    OwnedTreeEntry entry = copy.entry(copy.head().get(), path);
+    if (!entry || zTreeEntryType(entry.get()) != Z_OBJECT_BLOB) return {};
+    TempFile file;
+    copy.save(entry.get(), file.path());
+    return OwnedDrawing(zDrawingRead(file.path().c_str()));
+}
+
+void report_import(Host &host, const std::string &path, const dxf::ImportResult &result) {
+    if (host.out.json())
+        return host.out.record(Record("import")
+                                   .set(u"path", path)
+                                   .set(u"objects", result.objects)
+                                   .set(u"added", result.added)
+                                   .set(u"modified", result.modified)
+                                   .set(u"removed", result.removed)
+                                   .set(u"unchanged", result.unchanged)
+                                   .set(u"rows", result.rows)
+                                   .set(u"bytes", result.bytes)
+                                   .set(u"written", result.written));
+    auto number = [](uint64_t value) { return std::to_string(value); };
+    std::string text = path + ": " + number(result.objects) + " objects";
+    if (!result.written) return host.out.line(text + ", nothing has changed");
+    host.out.line(text + ", " + number(result.added) + " added, " + number(result.modified) +
+                  " modified, " + number(result.removed) + " removed, " + number(result.unchanged) +
+                  " unchanged; " + number(result.rows) + " blocks stored, " +
+                  narrow(zNumToHumanBytes(result.bytes)));
+}
+
+void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
+                const std::string &target) {
+    if (!is_drawing_name(target))
+        throw Failed(kInvalid, target + ": a drawing's name ends in .dwx");
+    std::string path = copy.relative(target);
+    fs::path file = copy.absolute(path);
+    if (!fs::is_directory(file.parent_path()))
+        throw Failed(kNotFound, target + ": there is no such directory; \"zev mkdir\" makes one");
+    if (fs::exists(source) && !fs::is_regular_file(source))
+        throw Failed(kInvalid, source + ": is no regular file");
+    OwnedDrawing head = committed(copy, path);
+    dxf::Import request{.repository = copy.repository(),
+                        .source = wide_path(source),
+                        .name = source,
+                        .drawing = file.u16string(),
+                        .path = path,
+                        .committed = head.get(),
+                        .notify = host.notify};
+    report_import(host, path, dxf::import_drawing(request));
+}
+
+// One of several that fails holds the others up no more than it must.
+bool import_next(Host &host, const WorkingCopy &copy, const std::string &source,
+                 const std::string &target) try {
+    import_one(host, copy, source, target);
+    return true;
+} catch (const Failed &failed) {
+    if (failed.error_class == kCanceled) throw;
+    host.out.fail(failed, kFailed);
+    return false;
+}
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    Paths sources = options.words;
+    std::string target, directory;
+    if (const std::string last = sources.back(); sources.size() > 1) {
+        if (fs::is_directory(last))
+            directory = last;
+        else if (is_drawing_name(last) || (sources.size() == 2 && !is_dxf_name(last)))
+            target = last;
+        if (!directory.empty() || !target.empty()) sources.pop_back();
+    }
+    if (sources.size() > 1 && !target.empty())
+        throw Failed(kInvalid, target + ": more than one file goes into a directory");
+    if (sources.size() == 1) {
+        if (target.empty()) target = drawing_of(copy, sources[0], directory);
+        import_one(host, copy, sources[0], target);
+        return kDone;
+    }
+    uint64_t failed = 0;
+    for (const std::string &source : sources) {
+        stop_on_break(host.notify);
+        failed += !import_next(host, copy, source, drawing_of(copy, source, directory));
+    }
+    return failed ? kFailed : kDone;
+}
+
+} // namespace
+
+extern const Verb kImportVerb{"import", Group::drawings, Nature::changes,
+                              bind<Options, declare, run>};
+
+} // namespace host

@@ -1,0 +1,268 @@
+// merge: what another branch did, into the current one.
+//
+// A branch that the current commit leads to is one checkout. Of branches that went apart, the
+// checkout goes from their common commit to the other's tip on a reference of its own: it compares
+// the index with the common commit, so that what we did since counts as local work, and the index
+// comes out with both. That is committed on HEAD; the checkout's own commit goes with its
+// reference.
+//
+// The index lock is held from before the first look until the commit stands. A crash leaves the
+// old commit, and files or an index that have what came in: that is no obstacle to merging again.
+
+#include "author.hpp"
+#include "bytes.hpp"
+#include "dxf/check.hpp"
+#include "dxf/rows.hpp"
+#include "graph.hpp"
+#include "merge_state.hpp"
+#include "refs.hpp"
+#include "transfer.hpp"
+
+#include <map>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    std::string branch; // or any commit
+    bool force = false; // local changes go to the trash, after a question
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Bring what another branch did into the current one");
+    verb.footer(
+        "The result is committed, unless both changed the same file: then \"zev conflicts\"\n"
+        "shows what there is to decide, \"zev resolve\" decides, and \"zev commit\" keeps it.\n"
+        "Files that the merge changes must have no changes of your own that aren't committed,\n"
+        "and nothing may be staged; --force moves them to the trash, and asks first.\n"
+        "Examples:\n  zev merge details\n  zev merge details --force --yes");
+    verb.add_option("branch", options.branch, "A branch, or any commit")->required();
+    verb.add_flag("--force", options.force, "Local changes go to the trash");
+}
+
+// What comes in, by path; nothing for a file that they deleted.
+using Incoming = std::map<std::string, std::optional<Oid>>;
+
+Incoming incoming_files(const WorkingCopy &copy, const Oid &base, Commit *theirs) {
+    OwnedCommit from(check(zCommitByid(copy.repository(), &base)));
+    OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+    OwnedDiff changes(check(zCommitDiff(from.get(), theirs, spec.get(), nullptr)));
+    Incoming files;
+    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i) {
+        const DiffEntry *entry = zDiffListEntry(changes.get(), i);
+        std::optional<Oid> id;
+        if (zDiffEntryStatus(entry) != Z_KIND_DELETED) id = *zDiffEntryNewId(entry);
+        files[narrow(zDiffEntryNewPath(entry))] = id;
+    }
+    return files;
+}
+
+bool same(const std::optional<Oid> &a, const std::optional<Oid> &b) {
+    return a ? b && zOidIsEqual(&*a, &*b) : !b;
+}
+
+// The commit takes the whole index, and the checkout stages what the user did to files that come
+// in: both must be as in HEAD, or as what comes in.
+class LocalWork {
+  public:
+    LocalWork(const WorkingCopy &copy, Index *index, const Incoming &incoming)
+        : copy_(copy), index_(index), incoming_(incoming) {}
+
+    void require_none() {
+        look_at_index();
+        if (!found_.empty())
+            throw Failed(kOther, "these changes are staged: " + some_of(found_) +
+                                     "; commit or revert them before the merge");
+        look_at_files();
+        if (!found_.empty())
+            throw Failed(kOther, "the merge would change files that are not committed: " +
+                                     some_of(found_) + "; commit, revert or move them first");
+    }
+
+  private:
+    void look_at_index() {
+        OwnedTree head(check(zCommitTree(copy_.head().get())));
+        OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+        OwnedDiff staged(
+            check(zDiffTreeToIndex(copy_.repository(), head.get(), index_, spec.get(), nullptr)));
+        for (uint64_t i = 0; i < zDiffListLength(staged.get()); ++i) {
+            const DiffEntry *entry = zDiffListEntry(staged.get(), i);
+            std::optional<Oid> id;
+            if (zDiffEntryStatus(entry) != Z_KIND_DELETED) id = *zDiffEntryNewId(entry);
+            refuse_unless_same(narrow(zDiffEntryNewPath(entry)), id);
+        }
+    }
+
+    void refuse_unless_same(const std::string &path, const std::optional<Oid> &id) {
+        const auto file = incoming_.find(path);
+        if (file == incoming_.end() || !same(file->second, id)) found_.push_back(path);
+    }
+
+    // A file that is gone from the disk, but not from the index, has nothing to lose.
+    void look_at_files() {
+        if (incoming_.empty()) return;
+        OwnedSpec spec(
+            check(zPathSpecNew(nullptr, Z_SPEC_LITERAL | Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+        for (const auto &[path, id] : incoming_)
+            check(zPathSpecAdd(spec.get(), wide(path).c_str()));
+        OwnedStatus list(check(zStatusListBuild(index_, spec.get())));
+        for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+            const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
+            const fs::file_status status = fs::symlink_status(copy_.absolute(path));
+            if (!fs::exists(status)) continue;
+            Oid id{};
+            if (fs::is_regular_file(status))
+                check(zOidFromFile(&id, copy_.absolute(path).u16string().c_str()), path);
+            refuse_unless_same(path, id);
+        }
+    }
+
+    const WorkingCopy &copy_;
+    Index *index_;
+    const Incoming &incoming_;
+    std::vector<std::string> found_;
+};
+
+// Drawings that came in, and whose rows are not those that were imported: rows come by another way
+// than commits.
+void warn_of_mixed(Host &host, const WorkingCopy &copy, const Commit *ours,
+                   const Incoming &incoming) {
+    const OwnedOdb odb(check(zOdbOpen(copy.repository())));
+    Bytes older, newer;
+    for (const auto &[path, id] : incoming) {
+        if (!id || !is_drawing_name(path)) continue;
+        stop_on_break(host.notify);
+        read_object(odb.get(), &*id, newer, path);
+        const auto to = dxf::Manifest::read(newer.data);
+        const OwnedTreeEntry entry = copy.entry(ours, path);
+        if (entry) read_object(odb.get(), zTreeEntryId(entry.get()), older, path);
+        const auto from = entry ? dxf::Manifest::read(older.data) : std::nullopt;
+        if (to && dxf::is_mixed(copy.repository(), from ? &*from : nullptr, *to, host.notify))
+            host.out.warn(dxf::mixed_text(path));
+    }
+}
+
+class Merge {
+  public:
+    Merge(Host &host, const WorkingCopy &copy, const Options &options)
+        : host_(host), copy_(copy), options_(options) {}
+
+    int run() {
+        theirs_ = copy_.commit(options_.branch);
+        if (!copy_.born()) return take_over();
+        if (options_.force) clear_away();
+        require_settled(copy_);
+        require_no_merge(copy_);
+        Graph graph(copy_, host_.notify);
+        ours_ = copy_.head();
+        const Oid ours = *zCommitId(ours_.get()), theirs = *zCommitId(theirs_.get());
+        const std::optional<Oid> base = graph.common(ours, theirs);
+        if (!base) throw Failed(kOther, options_.branch + ": has no commit in common with HEAD");
+        if (zOidIsEqual(&*base, &theirs)) return nothing_to_do();
+        return zOidIsEqual(&*base, &ours) ? take_over() : bring_together(*base);
+    }
+
+  private:
+    int nothing_to_do() const {
+        host_.out.line("nothing to do; the branch is contained already");
+        return summary("nothing", {});
+    }
+
+    // With the question answered, HEAD's own state takes the place of the local work.
+    void clear_away() {
+        confirm_trash(host_, local_work(copy_));
+        const OwnedIndex lock = copy_.lock_index();
+        const OwnedCommit head = copy_.head();
+        const TempBranch temporary(copy_, zCommitId(head.get()));
+        const Transfer cleared = transfer(host_, copy_, wide(temporary.name()).c_str(),
+                                          zCommitId(head.get()), Z_CHECK_FORCE | Z_CHECK_NO_LOCKS);
+        if (!cleared.whole()) throw Failed(kOther, "not all local changes could be taken away");
+        finish_merge(copy_);
+    }
+
+    int take_over() {
+        const Transfer taken = transfer(host_, copy_, nullptr, zCommitId(theirs_.get()), 0);
+        const OwnedCommit head = copy_.head();
+        if (ours_)
+            warn_of_mixed(host_, copy_, ours_.get(),
+                          incoming_files(copy_, *zCommitId(ours_.get()), theirs_.get()));
+        if (!taken.whole()) return incomplete(taken, zCommitId(head.get()));
+        return has_conflicts(copy_) ? conflicted() : done(head.get());
+    }
+
+    int bring_together(const Oid &base) {
+        const std::string author = author_of("");
+        const Incoming incoming = incoming_files(copy_, base, theirs_.get());
+        const OwnedIndex index = copy_.lock_index();
+        LocalWork(copy_, index.get(), incoming).require_none();
+        stop_on_break(host_.notify);
+        Transfer taken;
+        {
+            const TempBranch temporary(copy_, &base);
+            taken = transfer(host_, copy_, wide(temporary.name()).c_str(), zCommitId(theirs_.get()),
+                             Z_CHECK_NO_LOCKS);
+        }
+        warn_of_mixed(host_, copy_, ours_.get(), incoming);
+        if (zIndexHasConflicts(index.get())) {
+            // Whoever resolves them is told whose they are; the commit then notes it.
+            Owned<Reference, zReferenceFree>(
+                check(zReferenceCreate(copy_.repository(), kMergeHead, zCommitId(theirs_.get()))));
+            return conflicted();
+        }
+        if (taken.broken_off && is_as_head(copy_, index.get()))
+            throw Failed(kCanceled, "cancelled");
+        const Oid *id = zCommitId(theirs_.get());
+        const std::string message = taken.whole() ? merge_note(id) : part_note(id);
+        const OwnedCommit made(check(zIndexCommit(index.get(), nullptr, u"HEAD",
+                                                  wide(author).c_str(), wide(message).c_str())));
+        return taken.whole() ? done(made.get()) : incomplete(taken, zCommitId(made.get()));
+    }
+
+    int done(const Commit *commit) const {
+        const std::string digits = hex(zCommitId(commit)).substr(0, 8);
+        host_.out.line(host_.out.paint(Colour::yellow, digits) + " " +
+                       narrow(zCommitMessage(commit)));
+        return summary("merged", zCommitId(commit));
+    }
+
+    int conflicted() const {
+        summary("conflicts", {});
+        return tell_conflicts(host_);
+    }
+
+    int incomplete(const Transfer &taken, const Oid *commit) const {
+        summary("incomplete", commit);
+        if (taken.broken_off) throw Failed(kCanceled, "cancelled; merge again for the rest");
+        throw Failed(kOther, std::to_string(taken.missed) +
+                                 " files were left out; close what uses them, and merge again");
+    }
+
+    int summary(const char *result, const Oid *commit) const {
+        Record record("merge");
+        record.set(u"branch", options_.branch).set(u"result", result);
+        record.set(u"theirs", zCommitId(theirs_.get()));
+        if (commit) record.set(u"commit", commit);
+        host_.out.record(record);
+        return kDone;
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    const Options &options_;
+    OwnedCommit ours_, theirs_; // ours: null before the first commit
+};
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    return Merge(host, copy, options).run();
+}
+
+} // namespace
+
+extern const Verb kMergeVerb{"merge", Group::upkeep, Nature::displaces,
+                             bind<Options, declare, run>};
+
+} // namespace host

@@ -1,0 +1,294 @@
+// resolve: the decisions about what a merge left, carried out.
+
+#include "conflict_nodes.hpp"
+#include "verb.hpp"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    bool mine = false, theirs = false, both = false; // one of them
+    bool all = false;                                // in place of paths
+    Paths paths;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Decide conflicts");
+    verb.footer(
+        "--mine keeps what stands in the work directory. --theirs takes what came in; what it\n"
+        "displaces goes to the trash. --both keeps yours where it is and puts theirs beside\n"
+        "it, as \"plan (theirs).dwx\". \"zev commit\" keeps the result.\n"
+        "Examples:\n  zev resolve --theirs plan.dwx\n  zev resolve --both plans\n"
+        "  zev resolve --mine --all");
+    verb.add_flag("--mine", options.mine, "Keep yours");
+    verb.add_flag("--theirs", options.theirs, "Take theirs");
+    verb.add_flag("--both", options.both, "Keep both");
+    verb.add_flag("--all", options.all, "All conflicts, in place of paths");
+    verb.add_option("paths", options.paths, "Files, directories, patterns");
+}
+
+// A merge writes both sides into a text file of ours, between marks.
+bool has_marks(const WorkingCopy &copy, const std::string &path) {
+    constexpr uintmax_t kMostText = 1 << 20; // drawings and the like are no text
+    const fs::path file = copy.absolute(path);
+    if (!zWorkdirFileExists(copy.repository(), wide(path).c_str())) return false;
+    if (fs::file_size(file) > kMostText) return false;
+    std::ifstream in(file, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    return (text.starts_with("<<<<<<< ") || text.find("\n<<<<<<< ") != text.npos) &&
+           text.find("\n>>>>>>> ") != text.npos;
+}
+
+// ---- Both: theirs stands beside ours, under a name of its own
+
+class Beside {
+  public:
+    explicit Beside(const WorkingCopy &copy) : copy_(copy) {
+        OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+        check(zIndexWalk(
+            index.get(),
+            [](const IndexEntry *entry, void *self) -> int32_t {
+                try {
+                    return static_cast<Beside *>(self)->take(zIndexEntryPath(entry)), 0;
+                } catch (...) {
+                    return -1;
+                }
+            },
+            this));
+    }
+    Beside(const Beside &) = delete;
+    Beside &operator=(const Beside &) = delete;
+    // Of a node that stays in conflict the index still has what was written.
+    ~Beside() {
+        std::error_code ignored;
+        for (const Copy &copy : copies_)
+            if (!copy.kept) fs::remove(copy_.absolute(copy.path), ignored);
+    }
+
+    // Writes what they have at the node's path and below it; throws when it can't be had.
+    void write(const ConflictNode *node) {
+        const std::string path = narrow(zConflictNodePath(node));
+        const auto depth = std::count(path.begin(), path.end(), '/');
+        const bool is_file =
+            kTheirs.count(node) == 1 && below(kTheirs.path(node, 0), depth).empty();
+        const std::string base = free_path(path, is_file);
+        for (uint64_t i = 0; i < kTheirs.count(node); ++i) {
+            const IndexEntry *entry = kTheirs.entry(node, i);
+            if (!entry || !kTheirs.keeps(node, i)) continue;
+            const std::string from = kTheirs.path(node, i), to = base + below(from, depth);
+            OwnedBlob blob(check(zBlobByid(copy_.repository(), zIndexEntryID(entry)), from));
+            check(zBlobCheckout(blob.get(), wide(to).c_str()), to);
+            copies_.push_back({node, from, to});
+        }
+    }
+
+    void keep_resolved() {
+        for (Copy &copy : copies_) copy.kept = zConflictNodeIsResolved(copy.node);
+    }
+
+    // A drawing that is added under a second name gets a table of its own.
+    void stage(Host &host) {
+        OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_LITERAL)));
+        std::map<std::string, std::string> directories; // with a file in each
+        for (const Copy &copy : copies_) {
+            if (!copy.kept) continue;
+            check(zPathSpecAdd(spec.get(), wide(copy.path).c_str()));
+            directories.emplace(fs::path(copy.path).parent_path().string(), copy.path);
+        }
+        if (!zPathSpecCount(spec.get())) return;
+        OwnedIndex index = copy_.lock_index();
+        check(zIndexAdd(index.get(), spec.get()));
+        for (const auto &[directory, file] : directories)
+            if (!directory.empty()) check(zIndexFixupGitkeep(index.get(), wide(file).c_str()));
+        for (const Copy &copy : copies_)
+            if (copy.kept) tell(host, index.get(), copy);
+        check(zIndexWrite(index.get()));
+    }
+
+  private:
+    struct Copy {
+        const ConflictNode *node;
+        std::string from, path;
+        bool kept = false;
+    };
+    struct CaseLess {
+        bool operator()(const std::u16string &a, const std::u16string &b) const {
+            return zStrcasecmpW(a.c_str(), b.c_str()) < 0;
+        }
+    };
+
+    // A name in the index, and the directories that it lies in.
+    void take(std::u16string path) {
+        while (taken_.insert(path).second && path.find(u'/') != path.npos)
+            path.resize(path.rfind(u'/'));
+    }
+
+    // The part of a path behind its first `depth` slashes and a name; a node's path and those of
+    // its sides may be spelled in different cases, of different lengths.
+    static std::string below(const std::string &path, std::ptrdiff_t depth) {
+        size_t slash = path.find('/');
+        for (; depth > 0 && slash != path.npos; --depth) slash = path.find('/', slash + 1);
+        return slash == path.npos ? "" : path.substr(slash);
+    }
+
+    // "plan.dwx" gives "plan (theirs).dwx", then "plan (theirs 2).dwx"; a base that leaves no
+    // room loses its end.
+    std::string free_path(const std::string &path, bool is_file) {
+        constexpr size_t kLongestName = 255;
+        const size_t start = path.rfind('/') + 1; // 0 without a slash
+        const std::string name = path.substr(start);
+        const size_t last = is_file ? name.rfind('.') : name.npos;
+        const size_t dot = last == 0 ? name.size() : std::min(last, name.size());
+        for (int number = 1;; ++number) {
+            const std::string mark =
+                number == 1 ? " (theirs)" : " (theirs " + std::to_string(number) + ")";
+            const std::string tail = mark + name.substr(dot);
+            size_t end = std::min(dot, kLongestName - std::min(kLongestName, tail.size()));
+            while (end < name.size() && (name[end] & 0xC0) == 0x80) --end;
+            const std::string candidate = path.substr(0, start) + name.substr(0, end) + tail;
+            if (is_there(copy_, candidate) || taken_.contains(wide(candidate))) continue;
+            return take(wide(candidate)), candidate;
+        }
+    }
+
+    // What the user's rules ignore was passed over by adding; it is to be kept all the same.
+    static void tell(Host &host, Index *index, const Copy &copy) {
+        if (!zIndexEntryBypath(index, wide(copy.path).c_str()))
+            check(zIndexAddBypath(index, wide(copy.path).c_str()));
+        host.out.line(host.out.paint(Colour::green, padded("Kept", 11)) + copy.path);
+        host.out.record(Record("action")
+                            .set(u"action", "kept")
+                            .set(u"path", copy.path)
+                            .set(u"from", copy.from));
+    }
+
+    const WorkingCopy &copy_;
+    std::set<std::u16string, CaseLess> taken_;
+    std::vector<Copy> copies_;
+};
+
+// ---- Carrying out
+
+class Resolution {
+  public:
+    Resolution(Host &host, const WorkingCopy &copy, Nodes &nodes, const Options &options)
+        : host_(host), copy_(copy), nodes_(nodes), options_(options) {
+        if (options.both) beside_.emplace(copy);
+    }
+
+    int run() {
+        for (ConflictNode *node : nodes_.all()) decide(node);
+        stop_on_break(host_.notify);
+        check(zConflictAnalysisSetNotify(nodes_.analysis(), host_.notify));
+        check(zShellResolve(copy_.repository(), nodes_.analysis()));
+        if (beside_) beside_->keep_resolved();
+        tell_displaced();
+        if (beside_) beside_->stage(host_);
+        return summary();
+    }
+
+  private:
+    void decide(ConflictNode *node) {
+        stop_on_break(host_.notify);
+        uint32_t solution = Z_CONFLICT_UNDECIDED;
+        if (nodes_.is_picked(node)) solution = options_.both ? keep_both(node) : one_side();
+        check(zConflictNodeSetSolution(node, solution));
+        if (solution == Z_CONFLICT_USE_THEIRS) note_displaced(node);
+        if (solution == Z_CONFLICT_USE_OURS) warn_of_marks(node);
+    }
+
+    uint32_t one_side() const {
+        return options_.theirs ? Z_CONFLICT_USE_THEIRS : Z_CONFLICT_USE_OURS;
+    }
+
+    // Where one side has nothing, the other is all there is to keep.
+    uint32_t keep_both(ConflictNode *node) {
+        if (!kTheirs.keeps_any(node)) return Z_CONFLICT_USE_OURS;
+        if (!kOurs.keeps_any(node)) return Z_CONFLICT_USE_THEIRS;
+        try {
+            beside_->write(node);
+            return Z_CONFLICT_USE_OURS;
+        } catch (const Failed &failed) {
+            host_.out.warn(narrow(zConflictNodePath(node)) + ": " + failed.what());
+            return Z_CONFLICT_UNDECIDED;
+        }
+    }
+
+    void warn_of_marks(const ConflictNode *node) const {
+        for (uint64_t i = 0; i < kOurs.count(node); ++i)
+            if (std::string path = kOurs.path(node, i); has_marks(copy_, path))
+                host_.out.warn(path + ": has both sides between marks; edit it, then add it");
+    }
+
+    void note_displaced(const ConflictNode *node) {
+        for (uint64_t i = 0; i < kOurs.count(node); ++i)
+            if (std::string path = kOurs.path(node, i); is_there(copy_, path))
+                displaced_.emplace_back(node, path);
+    }
+
+    void tell_displaced() const {
+        for (const auto &[node, path] : displaced_) {
+            if (!zConflictNodeIsResolved(node)) continue;
+            host_.out.line(host_.out.paint(Colour::dim, padded("In trash", 11)) + path);
+            host_.out.record(Record("action").set(u"action", "trashed").set(u"path", path));
+        }
+    }
+
+    int summary() const {
+        uint64_t resolved = 0, failed = 0;
+        for (ConflictNode *node : nodes_.all()) {
+            const bool done = zConflictNodeIsResolved(node);
+            resolved += done;
+            failed += !done && nodes_.is_picked(node);
+        }
+        const uint64_t remain = nodes_.all().size() - resolved;
+        host_.out.line(std::to_string(resolved) + " resolved, " + std::to_string(remain) +
+                       " remain");
+        host_.out.record(Record("summary")
+                             .set(u"resolved", resolved)
+                             .set(u"remain", remain)
+                             .set(u"failed", failed));
+        return failed ? kConflicts : kDone;
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    Nodes &nodes_;
+    const Options &options_;
+    std::optional<Beside> beside_;
+    std::vector<std::pair<const ConflictNode *, std::string>> displaced_;
+};
+
+void check_usage(const Options &options) {
+    if (options.mine + options.theirs + options.both != 1)
+        throw Failed(kInvalid, "whose is it to be? Give one of --mine, --theirs and --both");
+    if (options.all == !options.paths.empty())
+        throw Failed(kInvalid, options.all ? "--all goes without paths"
+                                           : "name the conflicts, or give --all");
+}
+
+int run(Host &host, const Options &options) {
+    check_usage(options);
+    WorkingCopy copy;
+    Nodes nodes = analyse(copy);
+    if (options.all) nodes.pick_all();
+    for (const std::string &path : options.paths)
+        if (!nodes.pick(copy, copy.relative(path)))
+            throw Failed(kNotFound, path + ": has no conflict; \"zev conflicts\" lists them");
+    return Resolution(host, copy, nodes, options).run();
+}
+
+} // namespace
+
+extern const Verb kResolveVerb{"resolve", Group::rescue, Nature::displaces,
+                               bind<Options, declare, run>};
+
+} // namespace host

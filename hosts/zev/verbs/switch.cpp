@@ -1,0 +1,142 @@
+// switch: to another branch, or the current one to the state of some commit.
+//
+// To a branch the checkout goes on a reference of its own, which starts at HEAD's commit, and then
+// HEAD names the other branch. A crash in between leaves HEAD where it was, with what the other
+// branch has staged: switching once more goes on from there.
+
+#include "merge_state.hpp"
+#include "refs.hpp"
+#include "transfer.hpp"
+
+namespace host {
+
+namespace {
+
+struct Options {
+    std::string target; // a branch, else a commit
+    bool create = false;
+    bool force = false;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Go to another branch, or to the state of a commit");
+    verb.footer(
+        "Changes that aren't committed come along; what both changed becomes a conflict. With\n"
+        "a commit that is no branch, its state becomes the newest commit of the current\n"
+        "branch: all that was committed stays in its history.\n"
+        "Examples:\n  zev switch details\n  zev switch -c details\n  zev switch HEAD~2\n"
+        "  zev switch details --force");
+    verb.add_option("target", options.target, "A branch, else a commit")->required();
+    CLI::Option *create =
+        verb.add_flag("-c,--create", options.create, "Make the branch here, then go to it");
+    verb.add_flag("--force", options.force, "Local changes go to the trash; it asks first")
+        ->excludes(create);
+}
+
+class Switch {
+  public:
+    Switch(Host &host, const WorkingCopy &copy, const Options &options)
+        : host_(host), copy_(copy), options_(options) {}
+
+    int run() {
+        if (options_.create) return create();
+        return is_branch(copy_, options_.target) ? to_branch() : to_commit();
+    }
+
+  private:
+    std::u16string full_name() const { return wide(full_branch(options_.target)); }
+
+    int create() {
+        if (is_branch(copy_, options_.target))
+            throw Failed(kExists, options_.target + ": there is a branch of that name");
+        const OwnedIndex lock = copy_.lock_index(); // what a kill leaves goes with the next one
+        if (copy_.born()) make_branch(copy_, options_.target, copy_.head().get());
+        return move_head(false);
+    }
+
+    int to_branch() {
+        const bool stays = current_branch(copy_) == full_branch(options_.target);
+        if (stays && !options_.force)
+            return host_.out.line("nothing to do"), done("nothing", false);
+        target_ = copy_.commit(narrow(full_name().c_str()));
+        prepare();
+        const OwnedIndex lock = copy_.lock_index();
+        const OwnedCommit head(copy_.born() ? copy_.head() : OwnedCommit());
+        const TempBranch temporary(copy_, head ? zCommitId(head.get()) : nullptr);
+        const std::u16string branch = wide(temporary.name());
+        const Transfer taken = transfer(host_, copy_, branch.c_str(), zCommitId(target_.get()),
+                                        options() | Z_CHECK_NO_LOCKS);
+        if (!taken.whole()) give_up(taken, branch, head.get());
+        if (options_.force) finish_merge(copy_);
+        return move_head(has_conflicts(copy_));
+    }
+
+    // On the branch stands by now what was taken, so that the way back undoes just that.
+    [[noreturn]] void give_up(const Transfer &taken, const std::u16string &branch,
+                              const Commit *head) {
+        if (head && !has_conflicts(copy_))
+            transfer(host_, copy_, branch.c_str(), zCommitId(head), Z_CHECK_NO_LOCKS);
+        done("incomplete", has_conflicts(copy_));
+        if (taken.broken_off)
+            throw Failed(kCanceled, "cancelled; the branch is the same as before");
+        throw Failed(kOther, std::to_string(taken.missed) + " files could not be changed; the "
+                                                            "branch is the same as before");
+    }
+
+    int to_commit() {
+        target_ = copy_.commit(options_.target);
+        prepare();
+        const Transfer taken = transfer(host_, copy_, nullptr, zCommitId(target_.get()), options());
+        const bool conflicts = has_conflicts(copy_);
+        if (options_.force && !conflicts) finish_merge(copy_);
+        done(taken.whole() ? "commit" : "incomplete", conflicts);
+        if (taken.broken_off) throw Failed(kCanceled, "cancelled; what was done until then stays");
+        if (taken.missed)
+            throw Failed(kOther, std::to_string(taken.missed) + " files could not be changed");
+        if (conflicts) return tell_conflicts(host_);
+        host_.out.line("the newest commit of the branch is as " + options_.target);
+        return kDone;
+    }
+
+    void prepare() {
+        if (options_.force) return confirm_trash(host_, local_work(copy_));
+        require_settled(copy_);
+        require_no_merge(copy_);
+        stop_on_break(host_.notify);
+    }
+
+    uint32_t options() const { return options_.force ? uint32_t{Z_CHECK_FORCE} : 0; }
+
+    int move_head(bool conflicts) {
+        Owned<Reference, zReferenceFree>(
+            check(zReferenceSymlink(copy_.repository(), u"HEAD", full_name().c_str())));
+        host_.out.line("on branch " + options_.target);
+        done("branch", conflicts);
+        return conflicts ? tell_conflicts(host_) : kDone;
+    }
+
+    int done(const char *result, bool conflicts) {
+        Record record("switch");
+        record.set(u"target", options_.target).set(u"result", result);
+        if (copy_.born()) record.set(u"commit", zCommitId(copy_.head().get()));
+        host_.out.record(record.set(u"conflicts", conflicts));
+        return kDone;
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    const Options &options_;
+    OwnedCommit target_;
+};
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    return Switch(host, copy, options).run();
+}
+
+} // namespace
+
+extern const Verb kSwitchVerb{"switch", Group::upkeep, Nature::displaces,
+                              bind<Options, declare, run>};
+
+} // namespace host
