@@ -45,9 +45,12 @@ ZEV_API const zwchar *zCommitMessage(const Commit *commit);
 // Whole seconds. Gives `out`.
 ZEV_API Time *zCommitTime(Time *out, const Commit *commit);
 
-// The first parent. A root commit has none, class 3.
+// The first parent; all of them, a merge having several. A root commit has none, class 3, nor has
+// one at which a shallow clone ends.
 ZEV_API Commit *zCommitParent(const Commit *commit);
 ZEV_API const Oid *zCommitParentId(const Commit *commit);
+ZEV_API uint64_t zCommitParentCount(const Commit *commit);
+ZEV_API const Oid *zCommitParentIdAt(const Commit *commit, uint64_t n);
 
 // What a commit changed beside its first parent that is there, a root commit beside the empty tree,
 // and so one where a shallow clone was cut;

@@ -267,20 +267,27 @@ Time *zCommitTime(Time *out_time, const Commit *commit) {
     return out_time;
 }
 
+uint64_t zCommitParentCount(const Commit *commit) {
+    if (!commit) return fail_args(), 0;
+    return parent_count(commit->handle.get());
+}
+
+const Oid *zCommitParentIdAt(const Commit *commit, uint64_t n) {
+    if (!commit) return fail_args();
+    if (n >= zCommitParentCount(commit)) return raise_not_found();
+    return git::oid(git_commit_parent_id(commit->handle.get(), static_cast<unsigned>(n)));
+}
+
 Commit *zCommitParent(const Commit *commit) {
     if (!commit) return fail_args();
+    if (!zCommitParentCount(commit)) return raise_not_found();
     git::Commit parent;
     if (int code = git_commit_parent(out(parent), commit->handle.get(), 0); code < 0)
         return fail_git(code);
     return wrap<Commit>(git::Object(git::as<git_object>(parent.release())), commit->owner);
 }
 
-const Oid *zCommitParentId(const Commit *commit) {
-    if (!commit) return fail_args();
-    const git_oid *id = git_commit_parent_id(commit->handle.get(), 0);
-    if (!id) return raise_not_found();
-    return git::oid(id);
-}
+const Oid *zCommitParentId(const Commit *commit) { return zCommitParentIdAt(commit, 0); }
 
 DiffList *zCommitChanges(Commit *commit, PathSpec *spec, DiffCancel cancel) try {
     if (!commit) return fail_args();
