@@ -152,6 +152,11 @@ ZEV_API bool zIndexRevert(Index *index, PathSpec *spec);
 ZEV_API Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *reference,
                              const zwchar *author, const zwchar *message);
 
+// The same with further parents behind the reference's tip, for a merge; see zCommitCreateWith.
+ZEV_API Commit *zIndexCommitWith(Index *index, PathSpec *spec, const zwchar *reference,
+                                 const zwchar *author, const zwchar *message, const Oid *others,
+                                 uint64_t count);
+
 // Makes and adds an empty `.gitkeep` in each directory below and at `path`, if that is one, and
 // in each above it, the work directory itself left out. What has that name already, a link too,
 // is added as it is. Directories of other repositories get none, nor those that are ignored.

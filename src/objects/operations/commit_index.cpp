@@ -332,14 +332,15 @@ void put_back(Index *index) {
 // write. If the caller has written since, going back to it would take his work too; then what was
 // staged on the way stays staged.
 CommitPtr finish(Index *index, const zwchar *reference, const zwchar *author, const zwchar *message,
-                 Tree *tree, bool writes) {
+                 Tree *tree, bool writes, std::span<const Oid> others) {
     Flock *lock = index->lock.get();
     const bool can_go_back = lock && !index->written;
-    CommitPtr commit(commit_create(reference, author, message, tree, [&] {
+    const auto before_move = [&] {
         if (reference && !index_stands(index)) return false;
         if (reference) drop_left_copy(index->owner, reference);
         return (!writes || index_write(index)) && (!lock || flock_expire(lock));
-    }));
+    };
+    CommitPtr commit(commit_create(reference, author, message, tree, before_move, others));
     if (commit) index_committed(index, zCommitId(commit.get()));
     if (!commit && can_go_back && index->written) put_back(index);
     return commit;
@@ -363,14 +364,20 @@ static TreePtr tree_to_commit(Index *index, PathSpec *spec) {
     return bulk->finish() ? std::move(tree) : nullptr;
 }
 
-Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *reference, const zwchar *author,
-                     const zwchar *message) try {
-    if (!index || !author || !message) return fail_args();
+Commit *zIndexCommitWith(Index *index, PathSpec *spec, const zwchar *reference,
+                         const zwchar *author, const zwchar *message, const Oid *others,
+                         uint64_t count) try {
+    if (!index || !author || !message || (!others && count)) return fail_args();
     TreePtr tree = tree_to_commit(index, spec);
     if (!tree) return nullptr;
     // Writing the whole also keeps what the index has learned of its trees.
     const bool writes = !spec || index->dirty;
-    return finish(index, reference, author, message, tree.get(), writes).release();
+    return finish(index, reference, author, message, tree.get(), writes, {others, count}).release();
 } catch (...) {
     return fail_thrown();
+}
+
+Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *reference, const zwchar *author,
+                     const zwchar *message) {
+    return zIndexCommitWith(index, spec, reference, author, message, nullptr, 0);
 }
