@@ -2,8 +2,6 @@
 #include "support.hpp"
 #include "zev_program.hpp"
 
-#include <sstream>
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -12,17 +10,11 @@ namespace fs = std::filesystem;
 const std::vector<std::string> kOddNames = {"#1",      "!x",  "a[1]", "st*r",         "wh?t",
                                             "100%s%n", "tr ", "図面", "a\xcc\x88.txt"};
 
-struct ConflictVerbs : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
-
+struct ConflictVerbs : CopyTest {
     void SetUp() override {
-        ASSERT_EQ(zev(home, "init copy").code, 0);
+        CopyTest::SetUp();
         git("config core.quotepath off");
         test::write(root + "/base", "base");
-    }
-    std::string git(const std::string &arguments) {
-        return test::run("git -C '" + root + "' -c user.email= " + arguments + " 2>&1");
     }
     void commit(const std::string &author, const std::string &message) {
         git("-c user.name=" + author + " add -A");
@@ -64,19 +56,11 @@ struct ConflictVerbs : testing::Test {
         ASSERT_EQ(zev(root, "import ../" + radius + ".dxf plan.dwx").code, 0);
     }
     std::string exported(const std::string &drawing) {
-        EXPECT_EQ(zev(root, "export '" + drawing + "' ../out.dxf --force").code, 0) << drawing;
-        return test::read(home + "/out.dxf");
+        return zev(root, "export '" + drawing + "' -").out;
     }
-    std::string content(const std::string &name) { return test::read(root + "/" + name); }
     std::vector<std::string> unmerged() { return lines(git("diff --name-only --diff-filter=U")); }
     std::string trashed() {
         return test::run("cd '" + root + "/.git/trash' && ls */*/ | grep -v '[:$]' | grep .");
-    }
-    static std::vector<std::string> lines(const std::string &text) {
-        std::vector<std::string> out;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) out.push_back(line);
-        return out;
     }
 };
 

@@ -38,24 +38,8 @@ const std::vector<std::string> kNeighbours = {
     std::string(195, 'l') + ".dwx",
 };
 
-struct Front : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
-
-    void SetUp() override { ASSERT_EQ(zev(home, "init copy").code, 0); }
+struct Front : CopyTest {
     Outcome both(const std::string &arguments) { return zev(root, arguments + " 2>&1"); }
-    std::string ok(const std::string &arguments) {
-        Outcome outcome = both(arguments);
-        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
-        return outcome.out;
-    }
-    std::string git(const std::string &arguments) {
-        return test::run("git -C " + root + " -c core.quotepath=off -c user.name=Ada " +
-                         "-c user.email=ada@example.org " + arguments + " 2>&1");
-    }
-    void write(const std::string &name, const std::string &text) {
-        test::write(root + "/" + name, text);
-    }
     std::string read(const std::string &name) { return test::read(root + "/" + name); }
     bool there(const std::string &name) {
         return fs::exists(fs::symlink_status(root + "/" + name));
@@ -67,15 +51,9 @@ struct Front : testing::Test {
     }
     static std::string quoted(const std::string &name) { return "'" + name + "'"; }
     static std::vector<std::string> sorted_lines(const std::string &text) {
-        std::vector<std::string> out;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) out.push_back(line);
+        std::vector<std::string> out = lines(text);
         std::sort(out.begin(), out.end());
         return out;
-    }
-    std::string field(const std::string &line, const char16_t *path) {
-        auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
-        return json ? test::narrow(zJsonPathGetString(json.get(), path)) : "no JSON: " + line;
     }
 };
 

@@ -4,20 +4,16 @@
 
 #include <algorithm>
 #include <ctime>
-#include <sstream>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct TrashVerbs : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
+struct TrashVerbs : CopyTest {
     test::Guard<Repository> repository{nullptr, zRepositoryFree};
 
     void SetUp() override {
-        setenv("XDG_DATA_HOME", (home + "/desktop").c_str(), 1); // for what is replaced
-        ASSERT_EQ(zev(home, "init copy").code, 0);
+        CopyTest::SetUp();
         repository.reset(zRepositoryOpen((dir / u"copy").c_str()));
         ASSERT_OK(repository != nullptr);
     }
@@ -45,23 +41,13 @@ struct TrashVerbs : testing::Test {
             for (const auto &slot : fs::directory_iterator(upper)) out.push_back(slot.path());
         return out;
     }
-    std::string content(const std::string &name) { return test::read(root + "/" + name); }
     // A member of each record of that type.
     std::vector<std::string> fields(const std::string &arguments, const char16_t *name) {
         std::vector<std::string> out;
         for (const std::string &line : lines(zev(root, "--json " + arguments).out)) {
-            auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
-            EXPECT_TRUE(json) << line;
-            if (json && test::narrow(zJsonPathGetString(json.get(), u"type")) == "trash")
-                out.push_back(test::narrow(zJsonPathGetString(json.get(), name)));
+            if (field(line, u"type") == "trash") out.push_back(field(line, name));
         }
         std::ranges::sort(out);
-        return out;
-    }
-    static std::vector<std::string> lines(const std::string &text) {
-        std::vector<std::string> out;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) out.push_back(line);
         return out;
     }
 };

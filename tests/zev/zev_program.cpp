@@ -1,8 +1,7 @@
 #include "zev_program.hpp"
 
-#include "support.hpp"
-
 #include <pty.h>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -56,4 +55,37 @@ Outcome zev_on_terminal(const std::string &directory, const std::string &argumen
     close(terminal);
     outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return outcome;
+}
+
+std::vector<std::string> lines(const std::string &text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) out.push_back(line);
+    return out;
+}
+
+std::string field(const std::string &line, const char16_t *path) {
+    auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
+    return json ? test::narrow(zJsonPathGetString(json.get(), path)) : "no JSON: " + line;
+}
+
+void CopyTest::SetUp() {
+    setenv("XDG_DATA_HOME", (home + "/desktop").c_str(), 1); // its trash
+    ASSERT_EQ(zev(home, "init copy").code, 0);
+}
+
+std::string CopyTest::ok(const std::string &arguments) {
+    Outcome outcome = zev(root, arguments + " 2>&1");
+    EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
+    return outcome.out;
+}
+
+std::string CopyTest::git(const std::string &arguments) {
+    return test::run("git -C '" + root +
+                     "' -c core.quotepath=off -c user.name=Ada -c user.email=ada@example.org " +
+                     arguments + " 2>&1");
+}
+
+std::string CopyTest::content(const std::string &name) {
+    return fs::exists(root + "/" + name) ? test::read(root + "/" + name) : "(none)";
 }

@@ -1,6 +1,8 @@
 // The program under test, and the drawings beside these tests.
 #pragma once
 
+#include "support.hpp"
+
 #include <string>
 #include <vector>
 
@@ -20,3 +22,23 @@ Outcome zev(const std::string &directory, const std::string &arguments);
 // The same on a terminal of its own, on which `typed` was typed ahead; what comes on it is `out`.
 Outcome zev_on_terminal(const std::string &directory, const std::string &arguments,
                         const std::string &typed);
+
+std::vector<std::string> lines(const std::string &text);
+
+// A member of a record, as text; what was no record says so.
+std::string field(const std::string &line, const char16_t *path);
+
+// A working copy of its own, beside which there is room for other files.
+struct CopyTest : testing::Test {
+    test::TempDir dir;
+    std::string home = dir.path().string(), root = home + "/copy";
+
+    void SetUp() override;
+    std::string ok(const std::string &arguments); // what it says, stderr too
+    int code(const std::string &arguments) { return zev(root, arguments + " 2>/dev/null").code; }
+    std::string git(const std::string &arguments); // the same of the system's git
+    void write(const std::string &name, const std::string &text) {
+        test::write(root + "/" + name, text);
+    }
+    std::string content(const std::string &name); // "(none)" for no file
+};
