@@ -63,8 +63,11 @@ WorkingCopy::WorkingCopy() {
     if (!repository_ && zErrorClass() == kNotFound)
         throw Failed(kNotFound, "there is no working copy here or above; \"zev init\" makes one");
     check(!!repository_);
+    if (zRepositoryIsBare(repository_.get()))
+        throw Failed(kOther, narrow(zRepositoryPath(repository_.get())) +
+                                 ": a repository without a work directory; clone it to work in it");
     root_ = fs::weakly_canonical(
-        fs::path(std::u16string(check(zRepositoryWorkdir(repository_.get()), "bare repository"))));
+        fs::path(std::u16string(check(zRepositoryWorkdir(repository_.get())))));
     if (!root_.has_filename()) root_ = root_.parent_path();
 }
 
@@ -78,6 +81,12 @@ std::string WorkingCopy::relative(const std::string &path) const {
     if (enters_repository(below))
         throw Failed(kInvalid, path + ": belongs to the repository, not to your files");
     return below == "." ? "" : below;
+}
+
+std::optional<std::string> WorkingCopy::below(const std::string &path) const try {
+    return relative(path);
+} catch (const Failed &) {
+    return {};
 }
 
 bool WorkingCopy::in_repository(const std::string &path) const {

@@ -4,6 +4,7 @@
 #include "host.hpp"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,8 @@ class WorkingCopy {
     // forward slashes, "" for the work directory itself. Throws for what lies outside of it or
     // in the repository, and for names that no commit can hold.
     std::string relative(const std::string &path) const;
+    // The same for any path; nothing for one that `relative` throws for.
+    std::optional<std::string> below(const std::string &path) const;
     std::filesystem::path absolute(const std::string &relative_path) const;
     bool is_on_disk(const std::string &relative_path) const; // whatever it is, also a link
     // Does the path lie in the repository itself, where no file of the user's belongs?

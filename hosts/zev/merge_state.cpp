@@ -1,9 +1,8 @@
-// The reference MERGE_HEAD names what is being merged, for git as for us.
+// The commit that settles a merge is made while its reference stands, and only then the reference
+// goes: one more commit with a parent that is contained already does no harm, a lost merge does.
 #include "merge_state.hpp"
 
-#include "graph.hpp"
 #include "refs.hpp"
-#include "transfer.hpp"
 
 namespace host {
 
@@ -14,16 +13,24 @@ bool is_as_head(const WorkingCopy &copy, Index *index) {
     return zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()));
 }
 
-std::string unfinished_merge(const WorkingCopy &copy) {
-    if (!zReferenceExists(copy.repository(), kMergeHead)) return {};
-    const OwnedCommit theirs(zCommitByref(copy.repository(), kMergeHead));
-    return theirs ? merge_note(zCommitId(theirs.get())) : "";
+std::optional<Unsettled> unsettled_merge(const WorkingCopy &copy) {
+    for (const zwchar *name : {kMergeHead, kPartHead}) {
+        if (!zReferenceExists(copy.repository(), name)) continue;
+        const OwnedCommit theirs(check(zCommitByref(copy.repository(), name), narrow(name)));
+        return Unsettled{*zCommitId(theirs.get()), name == kMergeHead};
+    }
+    return {};
 }
 
-// With the texts that git keeps beside it.
+void note_merge(const WorkingCopy &copy, const Unsettled &merge) {
+    Owned<Reference, zReferenceFree>(check(
+        zReferenceCreate(copy.repository(), merge.whole ? kMergeHead : kPartHead, &merge.theirs)));
+}
+
+// With what git keeps beside it, and with a commit that git was to pick or to take back.
 void finish_merge(const WorkingCopy &copy) {
-    if (!zReferenceExists(copy.repository(), kMergeHead)) return;
-    delete_reference(copy, narrow(kMergeHead));
+    for (const zwchar *name : {kMergeHead, kPartHead, u"CHERRY_PICK_HEAD", u"REVERT_HEAD"})
+        if (zReferenceExists(copy.repository(), name)) delete_reference(copy, narrow(name));
     for (const char *name : {"MERGE_MSG", "MERGE_MODE"}) {
         std::error_code ignored;
         fs::remove(own_directory(copy) / name, ignored);
@@ -31,16 +38,13 @@ void finish_merge(const WorkingCopy &copy) {
 }
 
 void require_no_merge(const WorkingCopy &copy) {
-    if (!unfinished_merge(copy).empty())
+    if (unsettled_merge(copy))
         throw Failed(kOther, "the last merge is not committed yet; commit it, or revert "
                              "everything");
 }
 
-// What was reverted as a whole must not be noted as merged by a later commit.
-void forget_merge(const WorkingCopy &copy) {
-    if (unfinished_merge(copy).empty() || has_conflicts(copy) || !copy.born()) return;
-    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-    if (is_as_head(copy, index.get())) finish_merge(copy);
+std::string part_note(const Oid &theirs) {
+    return "Merge of " + hex(&theirs).substr(0, 8) + ", not all of it";
 }
 
 } // namespace host

@@ -3,15 +3,26 @@
 
 #include "copy.hpp"
 
+#include <optional>
+
 namespace host {
 
-inline constexpr const zwchar *kMergeHead = u"MERGE_HEAD"; // as git calls what is being merged
+// References that name what is being merged. Git knows the first one, and its next commit names it
+// as a parent. Of a merge that left out files nobody may say that, so that it has one of its own.
+inline constexpr const zwchar *kMergeHead = u"MERGE_HEAD";
+inline constexpr const zwchar *kPartHead = u"ZEV_PART_HEAD";
 
-// The line that the commit which settles the merge is to end with; empty without one.
-std::string unfinished_merge(const WorkingCopy &copy);
+struct Unsettled {
+    Oid theirs;
+    bool whole; // the commit that settles it has theirs as a parent
+};
+std::optional<Unsettled> unsettled_merge(const WorkingCopy &copy);
+void note_merge(const WorkingCopy &copy, const Unsettled &merge);
 void finish_merge(const WorkingCopy &copy);
 void require_no_merge(const WorkingCopy &copy); // throws while there is one
-void forget_merge(const WorkingCopy &copy);     // if nothing is left of it
+
+// What a commit without theirs as a parent says of it.
+std::string part_note(const Oid &theirs);
 
 bool is_as_head(const WorkingCopy &copy, Index *index);
 

@@ -93,6 +93,33 @@ bool is_branch(const WorkingCopy &copy, const std::string &name) {
     return zReferenceExists(copy.repository(), wide(full_branch(name)).c_str());
 }
 
+std::string remote_branch(const WorkingCopy &copy, const std::string &name) {
+    try {
+        if (copy.commit(name)) return {};
+    } catch (const Failed &failed) {
+        if (failed.error_class != kNotFound && failed.error_class != kInvalid) throw;
+    }
+    struct Search {
+        std::string tail, found;
+    } search{"/" + name, {}};
+    const auto visit = [](Reference *reference, void *context) {
+        constexpr std::string_view kRemotes = "refs/remotes/";
+        auto *wanted = static_cast<Search *>(context);
+        try {
+            const std::string full = narrow(zReferenceName(reference));
+            const size_t slash = full.find('/', kRemotes.size());
+            if (full.starts_with(kRemotes) && slash != full.npos &&
+                full.substr(slash) == wanted->tail)
+                wanted->found = full.substr(kRemotes.size());
+            return true;
+        } catch (...) {
+            return false;
+        }
+    };
+    check(zReferenceForeach(copy.repository(), visit, &search), "references");
+    return search.found;
+}
+
 void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit) {
     if (name.empty() || name.starts_with('-') || name == "HEAD")
         throw Failed(kInvalid, "\"" + name + "\": no name for a branch");
@@ -101,9 +128,25 @@ void make_branch(const WorkingCopy &copy, const std::string &name, const Commit 
         name));
 }
 
+BranchTip::BranchTip(const WorkingCopy &copy)
+    : repository_(copy.repository()), name_(current_branch(copy)) {
+    if (name_.empty()) name_ = "HEAD";
+    if (zReferenceExists(repository_, wide(name_).c_str()))
+        reference_.reset(check(zReferenceLookup(repository_, wide(name_).c_str())));
+}
+
+void BranchTip::move(const Oid *id) const {
+    if (reference_)
+        check(zReferenceSetTarget(reference_.get(), id), name_);
+    else
+        OwnedReference(check(zReferenceCreate(repository_, wide(name_).c_str(), id), name_));
+}
+
 void delete_reference(const WorkingCopy &copy, const std::string &full_name) {
-    const fs::path root = shared_directory(copy), file = root / full_name;
-    unpack(root, full_name);
+    const bool is_shared = full_name.starts_with("refs/"); // HEAD and its like are a worktree's own
+    const fs::path root = is_shared ? shared_directory(copy) : own_directory(copy);
+    const fs::path file = root / full_name;
+    if (is_shared) unpack(root, full_name);
     std::error_code ignored;
     if (!fs::exists(fs::symlink_status(file, ignored))) return;
     const GitLock lock(file);

@@ -17,8 +17,25 @@ std::filesystem::path shared_directory(const WorkingCopy &copy);
 
 bool is_branch(const WorkingCopy &copy, const std::string &name);
 
+// "origin/NAME", a branch that a remote had when it was asked last; empty if NAME is a revision
+// here, or no remote has it.
+std::string remote_branch(const WorkingCopy &copy, const std::string &name);
+
 // A new branch; replaces one of that name.
 void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit);
+
+// The reference that HEAD leads to, born or not; HEAD itself where it is detached. It moves only if
+// it still is where it was when this was made.
+class BranchTip {
+  public:
+    explicit BranchTip(const WorkingCopy &copy);
+    void move(const Oid *id) const;
+
+  private:
+    Repository *repository_;
+    std::string name_;
+    Owned<Reference, zReferenceFree> reference_; // null: not born
+};
 
 // As git does it: under the locks of the packed references and of the reference, from the packed
 // ones first, so that no older state of it comes up in between. Its log goes along. One that isn't

@@ -6,7 +6,6 @@
 //            the user left there
 #include "session.hpp"
 
-#include "merge_state.hpp"
 #include "refs.hpp"
 
 #include <cerrno>
@@ -100,7 +99,6 @@ Session::Session(Host &host, const Verb &verb) : host_(host), verb_(verb) {
 Session::~Session() {
     if (!copy_) return;
     try {
-        if (verb_.name == std::string_view("revert")) forget_merge(*copy_);
         Journal journal{verb_.name, began_, {}};
         for (const std::string &slot : slots_of(*copy_))
             if (!before_.contains(slot)) journal.slots.push_back(slot);

@@ -1,6 +1,8 @@
 // A checkout's own result doesn't tell what it left out; the count of what it told does.
 #include "transfer.hpp"
 
+#include "refs.hpp"
+
 namespace host {
 
 namespace {
@@ -10,13 +12,78 @@ constexpr size_t kExamples = 10; // files that a message names
 } // namespace
 
 Transfer transfer(Host &host, const WorkingCopy &copy, const zwchar *branch, const Oid *target,
-                  uint32_t options) {
-    Owned<CheckSpec, zCheckSpecFree> spec(check(zCheckSpecBuild(branch, target, nullptr, options)));
+                  uint32_t options, const PathSpec *paths) {
+    Owned<CheckSpec, zCheckSpecFree> spec(check(zCheckSpecBuild(branch, target, paths, options)));
     check(zCheckSpecSetNotify(spec.get(), host.notify));
     host.notify->forget();
     check(zRepositoryCheckout(copy.repository(), spec.get()));
     const Outcome &outcome = host.notify->outcome();
-    return {outcome.failed + outcome.skipped, outcome.aborted || broken()};
+    return {outcome.done, outcome.failed + outcome.skipped, outcome.aborted || broken()};
+}
+
+std::vector<std::string> changed_files(Commit *from, Commit *to) {
+    OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
+    OwnedDiff changes(check(zCommitDiff(from, to, spec.get(), nullptr)));
+    std::vector<std::string> files;
+    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i)
+        files.push_back(narrow(zDiffEntryNewPath(zDiffListEntry(changes.get(), i))));
+    return files;
+}
+
+// ---- Passage
+
+Passage::Passage(Host &host, const WorkingCopy &copy, Index *index, Commit *head, Commit *target)
+    : host_(host), copy_(copy), index_(index), head_(head), target_(target),
+      before_(check(zIndexDup(index))) {}
+
+Transfer Passage::run(uint32_t options) {
+    const TempBranch temporary(copy_, head_ ? zCommitId(head_) : nullptr);
+    const std::u16string branch = wide(temporary.name());
+    const Transfer taken =
+        transfer(host_, copy_, branch.c_str(), zCommitId(target_), options | Z_CHECK_NO_LOCKS);
+    if (!taken.whole() && head_) take_back(branch.c_str());
+    return taken;
+}
+
+// On the branch stands by now what was taken, so that a checkout from there undoes just that. In a
+// conflict the file is still the user's; only the index knows of theirs.
+void Passage::take_back(const zwchar *branch) {
+    OwnedSpec taken(check(zPathSpecNew(nullptr, Z_SPEC_LITERAL)));
+    std::vector<std::string> conflicted;
+    for (const std::string &path : changed_files(head_, target_)) {
+        if (zIndexPathIsConflict(index_, wide(path).c_str()))
+            conflicted.push_back(path);
+        else
+            check(zPathSpecAdd(taken.get(), wide(path).c_str()));
+    }
+    if (zPathSpecCount(taken.get()))
+        stuck_ =
+            transfer(host_, copy_, branch, zCommitId(head_), Z_CHECK_NO_LOCKS, taken.get()).missed;
+    for (const std::string &path : conflicted) put_back_entry(path);
+    if (!conflicted.empty()) check(zIndexWrite(index_));
+}
+
+void Passage::put_back_entry(const std::string &path) {
+    const std::u16string name = wide(path);
+    check(zIndexRemoveEntry(index_, name.c_str()), path);
+    const IndexEntry *entry = zIndexEntryBypath(before_.get(), name.c_str());
+    if (entry) check(zIndexEntryAdd(index_, entry), path);
+}
+
+void Passage::fail(const Transfer &taken) const {
+    const auto files = [](uint64_t count) {
+        return std::to_string(count) + (count == 1 ? " file" : " files");
+    };
+    std::string text = taken.broken_off
+                           ? "cancelled"
+                           : files(taken.missed) + " could not be changed; close what uses them";
+    if (!head_)
+        text += "; what came in is staged, and once more goes on from there";
+    else if (stuck_)
+        text += "; " + files(stuck_) + " could not go back and are as over there";
+    else
+        text += "; the branch is the same as before";
+    throw Failed(taken.broken_off ? kCanceled : kOther, text);
 }
 
 bool has_conflicts(const WorkingCopy &copy) {

@@ -8,33 +8,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct BranchVerbs : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
-
+struct BranchVerbs : CopyTest {
     void SetUp() override {
-        ASSERT_EQ(zev(home, "init copy").code, 0);
+        CopyTest::SetUp();
         write("a", "a1");
         write("b", "b1");
         write("d/c", "c1");
         ok("add .");
         ok("commit -m first");
-    }
-    void write(const std::string &name, const std::string &content) {
-        test::write(root + "/" + name, content);
-    }
-    std::string content(const std::string &name) {
-        return fs::exists(root + "/" + name) ? test::read(root + "/" + name) : "(none)";
-    }
-    std::string ok(const std::string &arguments) {
-        Outcome outcome = zev(root, arguments + " 2>&1");
-        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
-        return outcome.out;
-    }
-    int code(const std::string &arguments) { return zev(root, arguments + " 2>/dev/null").code; }
-    std::string git(const std::string &arguments) {
-        return test::run("git -C '" + root + "' -c user.name=G -c user.email=g " + arguments +
-                         " 2>&1");
     }
     void commit(const std::string &name, const std::string &text) {
         write(name, text);
@@ -103,7 +84,8 @@ TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
     ok("merge side");
     EXPECT_EQ(content("a") + content("b") + content("n"), "a2b2n1");
     EXPECT_EQ(git("status --short"), " M d/c\n");
-    EXPECT_EQ(git("show --stat --format=%an:%s HEAD").substr(0, 11), "Ada:MERGE: ");
+    EXPECT_EQ(git("show -s --format=%an:%s HEAD"), "Ada:Merge side\n");
+    EXPECT_EQ(git("rev-parse HEAD^2"), git("rev-parse side"));
     EXPECT_NE(ok("merge side").find("nothing to do"), std::string::npos);
     // What was merged counts as common from then on, in both directions.
     ok("revert d/c");
@@ -117,6 +99,54 @@ TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
     EXPECT_EQ(content("b"), "b2");
     EXPECT_EQ(git("diff master side"), "");
     EXPECT_EQ(git("fsck --strict --no-dangling"), "");
+}
+
+TEST_F(BranchVerbs, ABranchThatIsAheadIsTakenAsItIs) {
+    ok("switch -c side");
+    commit("a", "a2");
+    commit("a", "a3");
+    ok("switch master");
+    write("b", "staged");
+    ok("add b");
+    ok("merge side");
+    EXPECT_EQ(git("rev-parse master"), git("rev-parse side"));
+    EXPECT_EQ(git("status --short"), "M  b\n");
+    ok("branch --delete side"); // nothing is lost with it
+    EXPECT_EQ(git("rev-list --count HEAD"), "3\n");
+}
+
+// A file that another program has open stays as it is.
+TEST_F(BranchVerbs, WhatComesInPartlyIsNotTakenForWhole) {
+    const auto hold = [&](const char16_t *name) {
+        return test::guard(zShareOpen((dir / name).c_str(), u"r+b", Z_SHARE_NONE), zShareClose);
+    };
+    ok("switch -c side");
+    for (const char *name : {"a", "b", "d/c"}) write(name, "theirs");
+    ok("commit -m theirs a b d/c");
+    ok("switch master");
+    const std::string head = git("rev-parse HEAD");
+    write("a", "mine");
+    for (const char *verb : {"switch side", "merge side"}) {
+        const auto held = hold(u"copy/b");
+        EXPECT_EQ(code(verb), 1) << verb;
+        EXPECT_EQ(content("a") + content("b") + content("d/c"), "mineb1c1");
+        EXPECT_EQ(git("status --short"), " M a\n");
+        EXPECT_EQ(git("symbolic-ref HEAD") + git("rev-parse HEAD"), "refs/heads/master\n" + head);
+    }
+    ok("commit -m ours a");
+    {
+        const auto held = hold(u"copy/b");
+        EXPECT_NE(zev(root, "merge side --json").out.find("\"left\":1"), std::string::npos);
+    }
+    ok("resolve --mine a");
+    ok("commit -m settled");
+    EXPECT_EQ(content("a") + content("b") + content("d/c"), "mineb1theirs");
+    EXPECT_EQ(git("show -s --format=%P").size(), 41u); // one parent
+    EXPECT_EQ(code("merge side"), 4);                  // a once more, and b
+    ok("resolve --mine a");
+    ok("commit -m whole");
+    EXPECT_EQ(content("a") + content("b"), "minetheirs");
+    EXPECT_EQ(git("rev-parse HEAD^2"), git("rev-parse side"));
 }
 
 TEST_F(BranchVerbs, MergeRefusesWhatItWouldCommitAlong) {
@@ -154,8 +184,9 @@ TEST_F(BranchVerbs, AConflictIsNotedAsMergedOnceItIsSettled) {
     EXPECT_EQ(code("merge side"), 4);
     EXPECT_EQ(code("merge side"), 4);
     // Given up as a whole it isn't.
-    ok("resolve --mine a");
     ok("revert --all");
+    EXPECT_EQ(content("a"), "ours");
+    EXPECT_FALSE(fs::exists(root + "/.git/MERGE_HEAD"));
     EXPECT_EQ(code("merge side"), 4);
     ok("resolve --mine a"); // nothing changes, and yet it is to be committed
     EXPECT_EQ(code("switch side"), 1);
@@ -185,6 +216,29 @@ TEST_F(BranchVerbs, BranchesAndSettings) {
     EXPECT_EQ(git("config zev.x"), "5\n");
     ok("config --unset zev.x");
     EXPECT_EQ(code("config zev.x"), 3);
+}
+
+TEST_F(BranchVerbs, CopiesThatGitMade) {
+    commit("a", "a2");
+    commit("a", "a3");
+    git("branch far");
+    git("clone -q --depth 2 'file://" + root + "' ../shallow");
+    git("clone -q --bare . ../bare");
+    git("clone -q . ../near");
+    const auto code_in = [&](const char *where, const std::string &arguments) {
+        return zev(home + "/" + where, arguments + " >/dev/null 2>&1").code;
+    };
+    for (const char *arguments : {"log --changes", "log -- a", "show HEAD~1", "merge HEAD~1"})
+        EXPECT_EQ(code_in("shallow", arguments), 0) << arguments;
+    EXPECT_EQ(code_in("shallow", "log HEAD~2"), 3);
+    EXPECT_EQ(code_in("bare", "log"), 1);
+    EXPECT_EQ(code_in("near", "switch far"), 3);
+    EXPECT_EQ(code_in("near", "--yes switch far"), 0);
+    EXPECT_EQ(code_in("near", "switch master"), 0);
+    git("checkout -q --detach HEAD~1");
+    EXPECT_EQ(code("switch far~2"), 1);
+    EXPECT_EQ(content("a"), "a2");
+    ok("switch master");
 }
 
 TEST_F(BranchVerbs, RecoveryGoesBackOnlyWhereNobodyHasGoneOn) {

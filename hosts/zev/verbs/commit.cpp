@@ -57,22 +57,23 @@ int run(Host &host, const Options &options) {
         return kConflicts;
     }
     OwnedSpec spec;
-    // Of paths only, it doesn't settle a merge.
-    const std::string note = options.paths.empty() ? unfinished_merge(copy) : "";
-    if (options.paths.empty()) {
-        if (note.empty()) require_changes(copy, index.get());
+    std::optional<Unsettled> merge;
+    if (options.paths.empty()) { // of paths only, it settles no merge
+        merge = unsettled_merge(copy);
+        if (!merge) require_changes(copy, index.get());
     } else {
         spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
         keep_named(copy, index.get(), options.paths);
     }
-    if (!note.empty()) message += "\n\n" + note;
+    if (merge && !merge->whole) message += "\n\n" + part_note(merge->theirs);
     stop_on_break(host.notify);
-    OwnedCommit made(zIndexCommit(index.get(), spec.get(), u"HEAD", wide(author).c_str(),
-                                  wide(message).c_str()));
+    OwnedCommit made(zIndexCommitWith(index.get(), spec.get(), u"HEAD", wide(author).c_str(),
+                                      wide(message).c_str(), merge ? &merge->theirs : nullptr,
+                                      merge && merge->whole ? 1 : 0));
     if (!made && spec && zErrorClass() == kNotFound)
         throw Failed(kNotFound, narrow(zErrorMsg())); // nothing changed at these paths
     check(!!made);
-    if (!note.empty()) finish_merge(copy);
+    if (merge) finish_merge(copy);
     std::string id = hex(zCommitId(made.get()));
     host.out.line(host.out.paint(Colour::yellow, id.substr(0, 8)) + " " + first_line(message));
     host.out.record(Record("commit")

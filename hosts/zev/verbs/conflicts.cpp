@@ -2,6 +2,7 @@
 
 #include "conflict_nodes.hpp"
 #include "kinds.hpp"
+#include "merge_state.hpp"
 #include "verb.hpp"
 #include "when.hpp"
 
@@ -56,7 +57,7 @@ Origins last_changes(Host &host, OwnedCommit tip, std::set<std::string> wanted) 
 
 // What is being merged: a branch, a commit, the state before one, or one that is moved.
 OwnedCommit their_tip(const WorkingCopy &copy) {
-    constexpr const zwchar *kHeads[] = {u"MERGE_HEAD", u"CHERRY_PICK_HEAD", u"REVERT_HEAD",
+    constexpr const zwchar *kHeads[] = {kMergeHead, kPartHead, u"CHERRY_PICK_HEAD", u"REVERT_HEAD",
                                         u"REBASE_HEAD"};
     for (const zwchar *name : kHeads) {
         if (!zReferenceExists(copy.repository(), name)) continue;

@@ -1,10 +1,12 @@
 // merge: what another branch did, into the current one.
 //
-// A branch that the current commit leads to is one checkout. Of branches that went apart, the
-// checkout goes from their common commit to the other's tip on a reference of its own: it compares
-// the index with the common commit, so that what we did since counts as local work, and the index
-// comes out with both. That is committed on HEAD; the checkout's own commit goes with its
-// reference.
+// A branch that the current commit leads to is one checkout, on a reference of its own, and then
+// the current branch moves there. Of branches that went apart, the checkout goes from their common
+// commit to the other's tip: it compares the index with the common commit, so that what we did
+// since counts as local work, and the index comes out with both. That is committed on HEAD, with
+// the other's tip as second parent; the checkout's own commit goes with its reference.
+//
+// A merge that left out files has no second parent: the next one still has them to bring.
 //
 // The index lock is held from before the first look until the commit stands. A crash leaves the
 // old commit, and files or an index that have what came in: that is no obstacle to merging again.
@@ -16,6 +18,7 @@
 #include "graph.hpp"
 #include "merge_state.hpp"
 #include "refs.hpp"
+#include "show.hpp"
 #include "transfer.hpp"
 
 #include <map>
@@ -133,7 +136,7 @@ void warn_of_mixed(Host &host, const WorkingCopy &copy, const Commit *ours,
     const OwnedOdb odb(check(zOdbOpen(copy.repository())));
     Bytes older, newer;
     for (const auto &[path, id] : incoming) {
-        if (!id || !is_drawing_name(path)) continue;
+        if (!id || !is_drawing_name(path) || !zOdbExists(odb.get(), &*id)) continue;
         stop_on_break(host.notify);
         read_object(odb.get(), &*id, newer, path);
         const auto to = dxf::Manifest::read(newer.data);
@@ -152,7 +155,7 @@ class Merge {
 
     int run() {
         theirs_ = copy_.commit(options_.branch);
-        if (!copy_.born()) return take_over();
+        if (!copy_.born()) return move_forward();
         if (options_.force) clear_away();
         require_settled(copy_);
         require_no_merge(copy_);
@@ -162,7 +165,7 @@ class Merge {
         const std::optional<Oid> base = graph.common(ours, theirs);
         if (!base) throw Failed(kOther, options_.branch + ": has no commit in common with HEAD");
         if (zOidIsEqual(&*base, &theirs)) return nothing_to_do();
-        return zOidIsEqual(&*base, &ours) ? take_over() : bring_together(*base);
+        return zOidIsEqual(&*base, &ours) ? move_forward() : bring_together(*base);
     }
 
   private:
@@ -183,14 +186,22 @@ class Merge {
         finish_merge(copy_);
     }
 
-    int take_over() {
-        const Transfer taken = transfer(host_, copy_, nullptr, zCommitId(theirs_.get()), 0);
-        const OwnedCommit head = copy_.head();
-        if (ours_)
-            warn_of_mixed(host_, copy_, ours_.get(),
-                          incoming_files(copy_, *zCommitId(ours_.get()), theirs_.get()));
-        if (!taken.whole()) return incomplete(taken, zCommitId(head.get()));
-        return has_conflicts(copy_) ? conflicted() : done(head.get());
+    int move_forward() {
+        const OwnedIndex index = copy_.lock_index();
+        const BranchTip tip(copy_);
+        const OwnedCommit head(copy_.born() ? copy_.head() : OwnedCommit());
+        Passage passage(host_, copy_, index.get(), head.get(), theirs_.get());
+        if (const Transfer taken = passage.run(0); !taken.whole()) {
+            summary("incomplete", head ? zCommitId(head.get()) : nullptr, taken.missed);
+            passage.fail(taken);
+        }
+        tip.move(zCommitId(theirs_.get()));
+        if (head)
+            warn_of_mixed(host_, copy_, head.get(),
+                          incoming_files(copy_, *zCommitId(head.get()), theirs_.get()));
+        if (!has_conflicts(copy_)) return done(theirs_.get());
+        summary("conflicts", zCommitId(theirs_.get()));
+        return tell_conflicts(host_);
     }
 
     int bring_together(const Oid &base) {
@@ -206,45 +217,52 @@ class Merge {
                              Z_CHECK_NO_LOCKS);
         }
         warn_of_mixed(host_, copy_, ours_.get(), incoming);
-        if (zIndexHasConflicts(index.get())) {
-            // Whoever resolves them is told whose they are; the commit then notes it.
-            Owned<Reference, zReferenceFree>(
-                check(zReferenceCreate(copy_.repository(), kMergeHead, zCommitId(theirs_.get()))));
-            return conflicted();
-        }
-        if (taken.broken_off && is_as_head(copy_, index.get()))
+        left_ = taken.broken_off ? incoming.size() - std::min(incoming.size(), taken.handled)
+                                 : taken.missed;
+        const bool conflicts = zIndexHasConflicts(index.get());
+        if (taken.broken_off && !conflicts && is_as_head(copy_, index.get()))
             throw Failed(kCanceled, "cancelled");
-        const Oid *id = zCommitId(theirs_.get());
-        const std::string message = taken.whole() ? merge_note(id) : part_note(id);
-        const OwnedCommit made(check(zIndexCommit(index.get(), nullptr, u"HEAD",
-                                                  wide(author).c_str(), wide(message).c_str())));
-        return taken.whole() ? done(made.get()) : incomplete(taken, zCommitId(made.get()));
+        return conflicts ? conflicted() : commit(index.get(), author, taken);
     }
 
-    int done(const Commit *commit) const {
-        const std::string digits = hex(zCommitId(commit)).substr(0, 8);
-        host_.out.line(host_.out.paint(Colour::yellow, digits) + " " +
-                       narrow(zCommitMessage(commit)));
-        return summary("merged", zCommitId(commit));
-    }
-
-    int conflicted() const {
-        summary("conflicts", {});
+    // Whoever resolves them is told whose they are; the commit then has theirs as a parent, unless
+    // something is left.
+    int conflicted() {
+        note_merge(copy_, {*zCommitId(theirs_.get()), !left_});
+        summary("conflicts", nullptr, left_);
+        if (left_) host_.out.warn(left_out() + "; merge again for the rest when this is committed");
         return tell_conflicts(host_);
     }
 
-    int incomplete(const Transfer &taken, const Oid *commit) const {
-        summary("incomplete", commit);
-        if (taken.broken_off) throw Failed(kCanceled, "cancelled; merge again for the rest");
-        throw Failed(kOther, std::to_string(taken.missed) +
-                                 " files were left out; close what uses them, and merge again");
+    int commit(Index *index, const std::string &author, const Transfer &taken) {
+        const Oid *theirs = zCommitId(theirs_.get());
+        const std::string message = taken.whole() ? "Merge " + options_.branch : part_note(*theirs);
+        const OwnedCommit made(
+            check(zIndexCommitWith(index, nullptr, u"HEAD", wide(author).c_str(),
+                                   wide(message).c_str(), theirs, taken.whole() ? 1 : 0)));
+        if (taken.whole()) return done(made.get());
+        summary("incomplete", zCommitId(made.get()), left_);
+        if (taken.broken_off)
+            throw Failed(kCanceled, "cancelled, " + left_out() + "; merge again for the rest");
+        throw Failed(kOther, left_out() + "; close what uses them, and merge again");
     }
 
-    int summary(const char *result, const Oid *commit) const {
+    std::string left_out() const {
+        return std::to_string(left_) + (left_ == 1 ? " file was" : " files were") + " left out";
+    }
+
+    int done(const Commit *commit) const {
+        host_.out.line(host_.out.paint(Colour::yellow, short_id(zCommitId(commit))) + " " +
+                       first_line(narrow(zCommitMessage(commit))));
+        return summary("merged", zCommitId(commit));
+    }
+
+    int summary(const char *result, const Oid *commit, uint64_t left = 0) const {
         Record record("merge");
         record.set(u"branch", options_.branch).set(u"result", result);
         record.set(u"theirs", zCommitId(theirs_.get()));
         if (commit) record.set(u"commit", commit);
+        if (left) record.set(u"left", left);
         host_.out.record(record);
         return kDone;
     }
@@ -253,6 +271,7 @@ class Merge {
     const WorkingCopy &copy_;
     const Options &options_;
     OwnedCommit ours_, theirs_; // ours: null before the first commit
+    uint64_t left_ = 0;         // files of theirs that did not come in
 };
 
 int run(Host &host, const Options &options) {

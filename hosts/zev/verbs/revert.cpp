@@ -1,7 +1,10 @@
 // revert: files as in the last commit.
 
+#include "conflict_nodes.hpp"
 #include "front.hpp"
 #include "kinds.hpp"
+#include "merge_state.hpp"
+#include "transfer.hpp"
 
 #include <algorithm>
 
@@ -75,20 +78,47 @@ void confirm(Host &host, const Reverted &reverted) {
     throw Failed(kCanceled, "nothing was reverted");
 }
 
+// Of a conflict ours is what the branch has, and what it is brought back to; theirs is not taken.
+bool settle_conflicts(Host &host, const WorkingCopy &copy, const Selection &selection) {
+    if (!has_conflicts(copy)) return false;
+    Nodes nodes = analyse(copy);
+    for (ConflictNode *node : nodes.all()) {
+        bool selected = selection.has(narrow(zConflictNodePath(node)));
+        for (const Side *side : {&kOurs, &kTheirs})
+            for (uint64_t i = 0; i < side->count(node); ++i)
+                selected = selected || selection.has(side->path(node, i));
+        check(zConflictNodeSetSolution(node, selected ? uint32_t{Z_CONFLICT_USE_OURS}
+                                                      : uint32_t{Z_CONFLICT_UNDECIDED}));
+    }
+    check(zConflictAnalysisSetNotify(nodes.analysis(), host.notify));
+    check(zShellResolve(copy.repository(), nodes.analysis()));
+    return true;
+}
+
+// What was reverted as a whole must not count as merged by a later commit.
+void forget_merge(const WorkingCopy &copy) {
+    if (has_conflicts(copy) || !copy.born()) return;
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    if (is_as_head(copy, index.get())) finish_merge(copy);
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     const Selection selection(copy, options.paths);
     const Reverted reverted = files_of(host, copy, selection);
     if (options.paths.empty() && !options.all && !reverted.files.empty()) confirm(host, reverted);
     stop_on_break(host.notify);
-    if (!reverted.files.empty()) {
+    std::set<std::string> files = reverted.files;
+    if (settle_conflicts(host, copy, selection)) files = files_of(host, copy, selection).files;
+    if (!files.empty()) {
         const Front front(host, copy);
         WideList list;
-        for (const std::string &path : reverted.files) list.add(path);
+        for (const std::string &path : files) list.add(path);
         host.notify->forget();
         check(zCommandRevert(front.path(), list.size(), list.data(), host.notify));
-        require_done(host, "revert");
     }
+    forget_merge(copy);
+    if (!files.empty()) require_done(host, "revert");
     host.out.record(Record("summary").set(u"changes", uint64_t{reverted.shown.size()}));
     if (reverted.files.empty()) host.out.line("nothing to revert");
     return kDone;

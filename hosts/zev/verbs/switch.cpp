@@ -40,11 +40,29 @@ class Switch {
 
     int run() {
         if (options_.create) return create();
+        if (!is_branch(copy_, options_.target)) offer_remote();
         return is_branch(copy_, options_.target) ? to_branch() : to_commit();
     }
 
   private:
     std::u16string full_name() const { return wide(full_branch(options_.target)); }
+
+    // What only a remote has as a branch becomes one here, if the user agrees.
+    void offer_remote() const {
+        const std::string remote = remote_branch(copy_, options_.target);
+        if (remote.empty()) return;
+        const int32_t answer = ask(host_.notify, {.id = "zev.switch.remote",
+                                                  .title = "",
+                                                  .instruction = "Make branch " + options_.target +
+                                                                 " from " + remote + "?",
+                                                  .content = "There is none of that name here yet.",
+                                                  .buttons = {"Make it", "Stay"}});
+        if (answer == 1)
+            return make_branch(copy_, options_.target,
+                               copy_.commit("refs/remotes/" + remote).get());
+        throw Failed(kNotFound, options_.target + ": no branch here; \"zev branch " +
+                                    options_.target + " " + remote + "\" makes it");
+    }
 
     int create() {
         if (is_branch(copy_, options_.target))
@@ -60,31 +78,21 @@ class Switch {
             return host_.out.line("nothing to do"), done("nothing", false);
         target_ = copy_.commit(narrow(full_name().c_str()));
         prepare();
-        const OwnedIndex lock = copy_.lock_index();
+        const OwnedIndex index = copy_.lock_index();
         const OwnedCommit head(copy_.born() ? copy_.head() : OwnedCommit());
-        const TempBranch temporary(copy_, head ? zCommitId(head.get()) : nullptr);
-        const std::u16string branch = wide(temporary.name());
-        const Transfer taken = transfer(host_, copy_, branch.c_str(), zCommitId(target_.get()),
-                                        options() | Z_CHECK_NO_LOCKS);
-        if (!taken.whole()) give_up(taken, branch, head.get());
+        Passage passage(host_, copy_, index.get(), head.get(), target_.get());
+        if (const Transfer taken = passage.run(options()); !taken.whole()) {
+            done("incomplete", has_conflicts(copy_));
+            passage.fail(taken);
+        }
         if (options_.force) finish_merge(copy_);
         return move_head(has_conflicts(copy_));
     }
 
-    // On the branch stands by now what was taken, so that the way back undoes just that.
-    [[noreturn]] void give_up(const Transfer &taken, const std::u16string &branch,
-                              const Commit *head) {
-        if (head && !has_conflicts(copy_))
-            transfer(host_, copy_, branch.c_str(), zCommitId(head), Z_CHECK_NO_LOCKS);
-        done("incomplete", has_conflicts(copy_));
-        if (taken.broken_off)
-            throw Failed(kCanceled, "cancelled; the branch is the same as before");
-        throw Failed(kOther, std::to_string(taken.missed) + " files could not be changed; the "
-                                                            "branch is the same as before");
-    }
-
     int to_commit() {
         target_ = copy_.commit(options_.target);
+        if (current_branch(copy_).empty())
+            throw Failed(kOther, "HEAD is on no branch; \"zev switch -c NAME\" makes one of it");
         prepare();
         const Transfer taken = transfer(host_, copy_, nullptr, zCommitId(target_.get()), options());
         const bool conflicts = has_conflicts(copy_);
