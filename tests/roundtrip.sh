@@ -41,6 +41,7 @@ phase commit "$start"
 start=$(now)
 bad=0 bytes=0
 while IFS= read -r name; do
+  rm -f "$work/out.dxf"
   "$zev" export "${name%.dxf}.dwx" "$work/out.dxf" >/dev/null
   cmp "$source/$name" "$work/out.dxf" || bad=$((bad + 1))
   bytes=$((bytes + $(wc -c <"$work/out.dxf")))

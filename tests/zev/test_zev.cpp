@@ -6,18 +6,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Zev : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
+struct Zev : CopyTest {
     std::string plan = test_data("plan.dxf");
     std::string changed = plan;
 
     void SetUp() override {
         changed.replace(changed.find("12.5"), 4, "13.5");
-        ASSERT_EQ(zev(home, "init copy").code, 0);
+        CopyTest::SetUp();
         test::write(home + "/plan.dxf", plan);
     }
-    std::string ok(const std::string &arguments) { return ok_in(root, arguments); }
     std::string ok_in(const std::string &directory, const std::string &arguments) {
         Outcome outcome = zev(directory, arguments + " 2>&1");
         EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
@@ -29,17 +26,6 @@ struct Zev : testing::Test {
         ok("commit -m First");
         test::write(home + "/plan.dxf", changed);
         ok("import ../plan.dxf");
-    }
-    static std::string field(const std::string &line, const char16_t *path) {
-        auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
-        if (!json) return "no JSON: " + line;
-        return test::narrow(zJsonPathGetString(json.get(), path));
-    }
-    static std::vector<std::string> lines(const std::string &text) {
-        std::vector<std::string> out;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) out.push_back(line);
-        return out;
     }
 };
 
@@ -236,15 +222,29 @@ TEST_F(Zev, VerifyNamesTheFileAndTheCommit) {
     EXPECT_NE(zev(root, "verify").out.find("damaged  refs: "), std::string::npos);
 }
 
-TEST_F(Zev, ExportSparesFilesThatWereNotNamed) {
+TEST_F(Zev, WhatIsReplacedGoesToTheTrash) {
     ok("import ../plan.dxf");
-    test::write(root + "/plan.dxf", "precious");
-    EXPECT_EQ(zev(root, "export plan.dwx 2>/dev/null").code, 1);
-    EXPECT_EQ(test::read(root + "/plan.dxf"), "precious");
-    ok("export plan.dwx --force");
-    EXPECT_EQ(test::read(root + "/plan.dxf"), plan);
+    write("plan.dxf", "precious");
+    test::write(home + "/out.dxf", "theirs");
+    for (const char *arguments : {"export plan.dwx", "export plan.dwx ../out.dxf"})
+        EXPECT_EQ(code(arguments), 1) << arguments;
+    EXPECT_EQ(code("export plan.dwx other.dwx"), 2);
+    EXPECT_EQ(code("export plan.dwx plan.dwx --force"), 2);
+    EXPECT_EQ(content("plan.dxf"), "precious");
+    ok("--yes export plan.dwx");
+    ok("export plan.dwx ../out.dxf --force");
+    EXPECT_EQ(content("plan.dxf"), plan);
+    EXPECT_EQ(test::read(home + "/desktop/Trash/files/out.dxf"), "theirs");
+    // A drawing that is in no commit, too; two for one name are none.
+    test::write(home + "/plan.dxf", changed);
+    ok("import ../plan.dxf");
+    EXPECT_EQ(lines(ok("trash list")).size(), 2u);
+    ok("--yes undo");
+    EXPECT_EQ(zev(root, "export plan.dwx -").out, plan);
+    test::write(home + "/more/PLAN.dxf", plan);
+    EXPECT_EQ(code("import ../plan.dxf ../more/PLAN.dxf ."), 2);
     for (const auto &entry : fs::directory_iterator(root))
-        EXPECT_NE(entry.path().extension(), ".tmp") << entry.path();
+        EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos) << entry;
 }
 
 TEST_F(Zev, AHeldCopyIsLeftAlone) {

@@ -15,7 +15,7 @@ struct Options {
     std::string drawing;
     std::string target;   // empty: the drawing's name with .dxf; "-": stdout
     std::string revision; // empty: as it stands in the work directory
-    bool force = false;   // a target that was not named may be replaced
+    bool force = false;   // what the target displaces goes to the trash without a question
 };
 
 void declare(CLI::App &verb, Options &options) {
@@ -25,7 +25,8 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_option("drawing", options.drawing, "A .dwx file")->required();
     verb.add_option("file", options.target, "The DXF file; - is stdout");
     verb.add_option("--rev", options.revision, "As it was in this commit")->type_name("REV");
-    verb.add_flag("--force", options.force, "Replace a file that was not named");
+    verb.add_flag("--force", options.force,
+                  "A file of that name goes to the trash, without a question");
 }
 
 OwnedDrawing read_drawing(const std::u16string &file, const std::string &name) {
@@ -36,11 +37,12 @@ OwnedDrawing read_drawing(const std::u16string &file, const std::string &name) {
     throw Failed(kOther, name + ": is no drawing");
 }
 
-// A file that appears under its name when it is complete. What is no regular file, as a pipe or
-// a terminal, is written to directly.
+// A file that appears under its name when it is complete; what had the name goes to the trash, the
+// working copy's or the desktop's. What is no regular file, as a pipe or a terminal, is written to
+// directly.
 class Target {
   public:
-    explicit Target(const std::string &path) : path_(path) {
+    Target(const WorkingCopy &copy, const std::string &path) : copy_(copy), path_(path) {
         bool direct = fs::exists(path) && !fs::is_regular_file(path);
         if (!direct) temporary_ = sibling();
         std::u16string name = wide_path(direct ? path : temporary_.string());
@@ -59,16 +61,25 @@ class Target {
     void finish() {
         if (!zFileClose(file_.release())) fail();
         if (temporary_.empty()) return;
+        displace();
         check(zMove(wide(temporary_.string()).c_str(), wide(path_).c_str(), true));
         temporary_.clear();
     }
 
   private:
+    void displace() const {
+        if (!fs::exists(fs::symlink_status(path_))) return;
+        if (const auto below = copy_.below(path_); below && !below->empty())
+            check(zTrashMoveInto(copy_.repository(), wide(*below).c_str()), path_);
+        else if (!zDrop(wide_path(fs::absolute(path_).string()).c_str()))
+            throw fs::filesystem_error({}, path_, {errno, std::generic_category()});
+    }
     fs::path sibling() const {
         return fs::path(path_).replace_filename(".zev-" + std::to_string(getpid()) + ".tmp");
     }
     [[noreturn]] void fail() const { throw Failed(kSystem, path_ + ": can't be written"); }
 
+    const WorkingCopy &copy_;
     std::string path_;
     fs::path temporary_;
     OwnedFile file_;
@@ -81,7 +92,7 @@ void export_to(Host &host, const WorkingCopy &copy, Drawing *drawing, const Opti
     };
     if (target == "-")
         return run([](std::string_view bytes) { fwrite(bytes.data(), 1, bytes.size(), stdout); });
-    Target file(target);
+    Target file(copy, target);
     uint64_t size = 0;
     run([&](std::string_view bytes) {
         file.write(bytes);
@@ -120,20 +131,32 @@ class Version {
     OwnedDrawing drawing_;
 };
 
+void require_free(Host &host, const WorkingCopy &copy, const Options &options,
+                  const std::string &target) {
+    if (is_drawing_name(target))
+        throw Failed(kInvalid, target + ": is the name of a drawing; name a DXF file");
+    if (fs::is_directory(target))
+        throw Failed(kInvalid, target + ": is a directory; name the file");
+    if (copy.in_repository(target)) throw Failed(kInvalid, target + ": lies in the repository");
+    const fs::file_status status = fs::symlink_status(target);
+    if (options.force || (!fs::is_regular_file(status) && !fs::is_symlink(status))) return;
+    const int32_t answer = ask(host.notify, {.id = "zev.export.replace",
+                                             .title = "",
+                                             .instruction = "Replace " + target + "?",
+                                             .content = "The file that is there goes to the trash.",
+                                             .buttons = {"Replace", "Keep"}});
+    if (answer == 1) return;
+    if (!host.notify->outcome().unanswered) throw Failed(kCanceled, "nothing was written");
+    throw Failed(kExists, target + ": is there already; --force says that it may go to the trash");
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     std::string path = copy.relative(options.drawing), target = options.target;
-    if (target.empty()) {
-        target = fs::path(options.drawing).replace_extension(".dxf").string();
-        if (!options.force && fs::exists(target))
-            throw Failed(kExists, target + ": is there already; name it, or give --force");
-    }
+    if (target.empty()) target = fs::path(options.drawing).replace_extension(".dxf").string();
     if (target == "-" && host.out.json())
         throw Failed(kInvalid, "a DXF file on stdout can't go with --json");
-    if (target != "-" && fs::is_directory(target))
-        throw Failed(kInvalid, target + ": is a directory; name the file");
-    if (target != "-" && copy.in_repository(target))
-        throw Failed(kInvalid, target + ": lies in the repository");
+    if (target != "-") require_free(host, copy, options, target);
     Version version(copy, path, options.revision);
     export_to(host, copy, version.drawing(), options, target);
     return kDone;

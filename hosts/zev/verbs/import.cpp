@@ -3,6 +3,9 @@
 #include "dxf/drawing.hpp"
 #include "verb.hpp"
 
+#include <map>
+#include <unistd.h>
+
 namespace host {
 
 namespace fs = std::filesystem;
@@ -33,12 +36,8 @@ std::string drawing_of(const WorkingCopy &copy, const std::string &source,
                        const std::string &directory) {
     fs::path name = fs::path(source).filename().replace_extension(".dwx");
     if (!directory.empty()) return (fs::path(directory) / name).string();
-    try {
-        copy.relative(source);
-        return (fs::path(source).parent_path() / name).string();
-    } catch (const Failed &) {
-        return name.string();
-    }
+    if (copy.below(source)) return (fs::path(source).parent_path() / name).string();
+    return name.string();
 }
 
 bool is_dxf_name(const std::string &path) {
@@ -76,6 +75,51 @@ void report_import(Host &host, const std::string &path, const dxf::ImportResult 
                   narrow(zNumToHumanBytes(result.bytes)));
 }
 
+// The work file as it was, if no commit of the branch has it; it goes to the trash once the new one
+// stands in its place.
+class Displaced {
+  public:
+    Displaced(const WorkingCopy &copy, const std::string &path)
+        : copy_(copy), path_(path), file_(copy.absolute(path)),
+          aside_(file_.string() + ".zev-" + std::to_string(getpid()) + ".tmp") {
+        if (!fs::is_regular_file(fs::symlink_status(file_)) || is_committed()) return;
+        fs::copy_file(file_, aside_, fs::copy_options::overwrite_existing);
+        is_kept_ = true;
+    }
+    ~Displaced() {
+        std::error_code ignored;
+        if (is_kept_) fs::remove(aside_, ignored);
+    }
+    Displaced(const Displaced &) = delete;
+    Displaced &operator=(const Displaced &) = delete;
+
+    // The trash takes files by the names that they have.
+    void trash() {
+        if (!is_kept_) return;
+        const fs::path fresh = aside_.string() + "2";
+        fs::rename(file_, fresh);
+        fs::rename(aside_, file_);
+        is_kept_ = false;
+        const bool done = zTrashMoveInto(copy_.repository(), wide(path_).c_str());
+        fs::rename(fresh, file_);
+        check(done, path_);
+    }
+
+  private:
+    bool is_committed() const {
+        Oid id;
+        check(zOidFromFile(&id, file_.u16string().c_str()), path_);
+        const OwnedTreeEntry entry =
+            copy_.born() ? copy_.entry(copy_.head().get(), path_) : OwnedTreeEntry();
+        return entry && zOidIsEqual(zTreeEntryId(entry.get()), &id);
+    }
+
+    const WorkingCopy &copy_;
+    std::string path_;
+    fs::path file_, aside_;
+    bool is_kept_ = false;
+};
+
 void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
                 const std::string &target) {
     if (!is_drawing_name(target))
@@ -94,7 +138,10 @@ void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
                         .path = path,
                         .committed = head.get(),
                         .notify = host.notify};
-    report_import(host, path, dxf::import_drawing(request));
+    Displaced before(copy, path);
+    const dxf::ImportResult result = dxf::import_drawing(request);
+    if (result.written) before.trash();
+    report_import(host, path, result);
 }
 
 // One of several that fails holds the others up no more than it must.
@@ -106,6 +153,22 @@ bool import_next(Host &host, const WorkingCopy &copy, const std::string &source,
     if (failed.error_class == kCanceled) throw;
     host.out.fail(failed, kFailed);
     return false;
+}
+
+// One drawing for each, or none is begun.
+Paths targets_of(const WorkingCopy &copy, const Paths &sources, const std::string &directory) {
+    Paths targets;
+    std::map<std::u16string, std::string> known; // names that differ in case only are one
+    for (const std::string &source : sources) {
+        targets.push_back(drawing_of(copy, source, directory));
+        std::u16string name = wide_path(targets.back());
+        zStrlwrW(name.data());
+        const auto [other, is_new] = known.try_emplace(std::move(name), source);
+        if (!is_new)
+            throw Failed(kInvalid, other->second + " and " + source + " would both become " +
+                                       targets.back() + "; import one after the other");
+    }
+    return targets;
 }
 
 int run(Host &host, const Options &options) {
@@ -126,17 +189,18 @@ int run(Host &host, const Options &options) {
         import_one(host, copy, sources[0], target);
         return kDone;
     }
+    const auto targets = targets_of(copy, sources, directory);
     uint64_t failed = 0;
-    for (const std::string &source : sources) {
+    for (size_t i = 0; i < sources.size(); ++i) {
         stop_on_break(host.notify);
-        failed += !import_next(host, copy, source, drawing_of(copy, source, directory));
+        failed += !import_next(host, copy, sources[i], targets[i]);
     }
     return failed ? kFailed : kDone;
 }
 
 } // namespace
 
-extern const Verb kImportVerb{"import", Group::drawings, Nature::changes,
+extern const Verb kImportVerb{"import", Group::drawings, Nature::displaces,
                               bind<Options, declare, run>};
 
 } // namespace host

@@ -11,9 +11,10 @@ struct Options {};
 
 void declare(CLI::App &verb, Options &) {
     verb.description("Bring back what the last command put into the trash");
-    verb.footer("The last one of rm, revert, resolve, switch, merge and cleanup that put anything\n"
-                "there. What has the name by now stays unless you say otherwise.\n"
-                "Example:\n  zev rm plans && zev undo");
+    verb.footer(
+        "The last one of rm, revert, import, resolve, switch, merge and cleanup that put anything\n"
+        "there. What has the name by now stays unless you say otherwise.\n"
+        "Example:\n  zev rm plans && zev undo");
 }
 
 using OwnedTrashEntry = Owned<TrashEntry, zTrashEntryFree>;
