@@ -197,19 +197,12 @@ TEST(Fields, AsFewAsPossibleDiffer) {
 
 // ---- The verbs
 
-struct HistoryVerbs : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
+struct HistoryVerbs : CopyTest {
     std::string plan = test_data("plan.dxf");
 
     void SetUp() override {
         setenv("TZ", "UTC", 1);
-        ASSERT_EQ(zev(home, "init copy").code, 0);
-    }
-    std::string ok(const std::string &arguments) {
-        Outcome outcome = zev(root, arguments + " 2>&1");
-        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
-        return outcome.out;
+        CopyTest::SetUp();
     }
     void replace(const std::string &what, const std::string &by) {
         ASSERT_NE(plan.find(what), std::string::npos) << what;
@@ -222,20 +215,10 @@ struct HistoryVerbs : testing::Test {
         ok("commit -m '" + message + "' --author " + author);
     }
     // Commits without a drawing, by the system's git.
-    void git(const std::string &command) {
+    void shell(const std::string &command) {
         int status = -1;
         const std::string out = test::run("cd " + root + " && { " + command + "; } 2>&1", &status);
         EXPECT_EQ(status, 0) << command << out;
-    }
-    static std::vector<std::string> lines(const std::string &text) {
-        std::vector<std::string> out;
-        std::istringstream in(text);
-        for (std::string line; std::getline(in, line);) out.push_back(line);
-        return out;
-    }
-    static std::string field(const std::string &line, const char16_t *path) {
-        auto json = test::guard(zJsonReadTextual(test::wide(line).c_str()), zJsonFree);
-        return json ? test::narrow(zJsonPathGetString(json.get(), path)) : "no JSON: " + line;
     }
     // One member of each record of a type, behind each other.
     std::string all(const std::string &arguments, const std::string &type, const char16_t *path) {
@@ -285,6 +268,18 @@ TEST_F(HistoryVerbs, EachObjectHasTheCommitThatChangedIt) {
     EXPECT_EQ(all(events + "--author bob", "event", u"path"), "plan.dwx ");
     EXPECT_EQ(all("log HEAD~1 docs/ground.dwx --object 32 -n 1", "event", u"message"), "four ");
 
+    // What a merge brought is his who made it.
+    ok("switch -c side");
+    replace("  8\nDOORS", "  8\nGATES");
+    keep("docs/ground.dwx", "six", "Ben");
+    ok("switch master");
+    write("x", "x");
+    ok("add x");
+    ok("commit -m seven");
+    ok("merge side");
+    EXPECT_NE(all("blame docs/ground.dwx", "blame", u"author").find("Ben"), std::string::npos);
+    EXPECT_EQ(subjects("docs/ground.dwx -n 1"), "Merge side ");
+
     // Without its table it is known all the same who did it.
     fs::remove_all(root + "/.git/tables");
     const auto text = lines(ok("blame docs/ground.dwx"));
@@ -328,14 +323,14 @@ TEST_F(HistoryVerbs, FieldsAndTotals) {
 }
 
 TEST_F(HistoryVerbs, LogTakesFiltersAndFollowsRenames) {
-    git("c() { git add -A && GIT_COMMITTER_DATE=\"$3 +0000\" git -c user.name=\"$2\" "
-        "-c user.email=x@y commit -qm \"$1\"; };"
-        "mkdir d e; echo 1 >a; echo 2 >d/x; echo 3 >e/y; c one Ann 2024-03-01T10:00:00;"
-        "git mv a b; c two Annie 2024-03-02T10:00:00;"
-        "echo 4 >a; c three 'Bob B' 2024-03-02T23:30:00;"
-        "git mv d f; echo 5 >>b; c four Bob 2024-03-03T00:00:00;"
-        "git mv e/y f/y; c 'fix the Door' Ann 2024-03-04T10:00:00;"
-        "git rm -q a; echo 6 >f/x; c six Bob 2024-03-05T10:00:00; echo n >master");
+    shell("c() { git add -A && GIT_COMMITTER_DATE=\"$3 +0000\" git -c user.name=\"$2\" "
+          "-c user.email=x@y commit -qm \"$1\"; };"
+          "mkdir d e; echo 1 >a; echo 2 >d/x; echo 3 >e/y; c one Ann 2024-03-01T10:00:00;"
+          "git mv a b; c two Annie 2024-03-02T10:00:00;"
+          "echo 4 >a; c three 'Bob B' 2024-03-02T23:30:00;"
+          "git mv d f; echo 5 >>b; c four Bob 2024-03-03T00:00:00;"
+          "git mv e/y f/y; c 'fix the Door' Ann 2024-03-04T10:00:00;"
+          "git rm -q a; echo 6 >f/x; c six Bob 2024-03-05T10:00:00; echo n >master");
     const struct {
         const char *arguments, *subjects, *why;
     } cases[] = {

@@ -16,8 +16,8 @@ bool ends_as_drawing(const std::string &path) {
 // ---- States
 
 States::States(Repository *repository, const Commit *start, const std::string &path,
-               const Notify *notify)
-    : notify_(notify), odb_(host::check(zOdbOpen(repository))),
+               const Notify *notify, Line line)
+    : notify_(notify), line_(line), odb_(host::check(zOdbOpen(repository))),
       commit_(host::check(zCommitByid(repository, zCommitId(start)))), path_(path),
       blob_(find(start, path)) {}
 
@@ -34,8 +34,8 @@ bool States::next(State &state) {
         host::stop_on_break(notify_);
         host::OwnedCommit commit = std::move(commit_);
         state = {*zCommitId(commit.get()), path_, blob_};
-        if (!zCommitParentId(commit.get())) return true;
-        commit_.reset(host::check(zCommitParent(commit.get())));
+        if (!zCommitParentCount(commit.get())) return true;
+        commit_ = before(commit.get(), blob_);
         if (zOidIsEqual(zCommitTreeId(commit.get()), zCommitTreeId(commit_.get()))) continue;
         blob_ = find(commit_.get(), path_);
         if (!blob_ && state.blob) blob_ = origin(commit.get(), *state.blob);
@@ -43,6 +43,19 @@ bool States::next(State &state) {
         if (!same) return true;
     }
     return false;
+}
+
+// The parent to go on with. A merge brings files whole, so that one of its parents has the same.
+host::OwnedCommit States::before(const Commit *commit, const std::optional<Oid> &blob) const {
+    host::OwnedCommit first(host::check(zCommitParent(commit)));
+    const uint64_t count = zCommitParentCount(commit);
+    if (line_ == Line::first_parents || count == 1 || !blob) return first;
+    for (uint64_t n = 0; n < count; ++n) {
+        host::OwnedCommit parent(zCommitByid(zCommitOwner(commit), zCommitParentIdAt(commit, n)));
+        const std::optional<Oid> found = parent ? find(parent.get(), path_) : std::nullopt;
+        if (found && zOidIsEqual(&*found, &*blob)) return parent;
+    }
+    return first;
 }
 
 // Where a commit that made the file took it from: moved as it was, or from a deleted drawing that
@@ -185,7 +198,7 @@ void Settler::look_everywhere(const KeyList &older) {
 
 void blame(Repository *repository, const Commit *start, const std::string &path,
            const Notify *notify, Blame &result) {
-    States states(repository, start, path, notify);
+    States states(repository, start, path, notify, Line::of_the_file);
     host::OwnedOdb odb(host::check(zOdbOpen(repository)));
     State state;
     states.next(state);

@@ -19,22 +19,26 @@ struct State {
     std::optional<Oid> blob; // none: the file isn't there
 };
 
-// The states of a drawing, newest first, along first parents. A move makes no state; it is
-// followed, also when the drawing was changed in the same commit.
+// The states of a drawing, newest first, along first parents, or at a merge along the line that the
+// file came from. A move makes no state; it is followed, also when the drawing was changed in the
+// same commit.
+enum class Line { first_parents, of_the_file };
 class States {
   public:
     // From a commit on, which is copied.
     States(Repository *repository, const Commit *start, const std::string &path,
-           const Notify *notify);
+           const Notify *notify, Line line = Line::first_parents);
     // False behind the oldest one.
     bool next(State &state);
 
   private:
     std::optional<Oid> find(const Commit *commit, const std::string &path) const;
+    host::OwnedCommit before(const Commit *commit, const std::optional<Oid> &blob) const;
     std::optional<Oid> origin(Commit *commit, const Oid &made);
     bool same_drawing(const Oid &a, const Oid &b);
 
     const Notify *notify_;
+    Line line_;
     host::OwnedOdb odb_;
     host::OwnedCommit commit_; // null at the end
     std::string path_;
