@@ -163,6 +163,10 @@ struct JsonDocument : testing::Test {
         file("note.txt", "one");
         file("docs/more.txt", "more");
         run("add .");
+        zev(home, "init beside");
+        zev(home + "/beside", "import ../plan.dxf far.dwx");
+        std::filesystem::copy_file(home + "/beside/far.dwx", root + "/far.dwx");
+        run("add far.dwx");
         run("commit -m first");
         draw("plan.dxf", "13.5", false);
         run("import ../plan.dxf");

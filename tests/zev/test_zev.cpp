@@ -29,32 +29,6 @@ struct Zev : CopyTest {
     }
 };
 
-TEST_F(Zev, AWorkingDay) {
-    commit_two_versions();
-    EXPECT_EQ(
-        lines(ok("diff plan.dwx --brief")),
-        (std::vector<std::string>{"modified  32        CIRCLE", "0 added, 1 modified, 0 removed"}));
-    ok("commit -m Second plan.dwx");
-    EXPECT_EQ(ok("diff plan.dwx"), "0 added, 0 modified, 0 removed\n");
-    EXPECT_EQ(field(lines(ok("diff plan.dwx HEAD~1 HEAD --json"))[0], u"handle"), "32");
-
-    // The first commit still holds the first file, the second the second.
-    ok("cat HEAD~1:plan.dwx > old.dwx");
-    ok("export old.dwx old.dxf");
-    EXPECT_EQ(test::read(root + "/old.dxf"), plan);
-    ok("export plan.dwx first.dxf --rev HEAD~1");
-    EXPECT_EQ(test::read(root + "/first.dxf"), plan);
-    EXPECT_EQ(ok("export plan.dwx -"), changed);
-
-    // Others read the same repository.
-    int status = -1;
-    test::run("git -C " + root + " fsck --strict 2>&1", &status);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(test::run("git -C " + root + " log --format=%an:%s"), "Ada:Second\nAda:First\n");
-    EXPECT_EQ(test::run("git -C " + root + " status --short plan.dwx"), "");
-    EXPECT_EQ(zev(root, "verify").code, 0);
-}
-
 TEST_F(Zev, PathsAreTakenFromTheCurrentDirectory) {
     ok("mkdir plans/ground");
     ok_in(root + "/plans/ground", "import ../../../plan.dxf");
@@ -125,6 +99,21 @@ TEST_F(Zev, AMovedDrawingKeepsItsTable) {
     EXPECT_EQ(zev(root, "mv nothing docs 2>/dev/null").code, 3);
 }
 
+TEST_F(Zev, ADrawingOfAnotherProjectBringsItsRows) {
+    zev(home, "init other");
+    zev(home + "/other", "import ../plan.dxf a.dwx");
+    fs::copy_file(home + "/other/a.dwx", root + "/b.dwx");
+    EXPECT_NE(ok("add .").find("its rows come from " + home + "/other"), std::string::npos);
+    ok("commit -m taken");
+    EXPECT_EQ(zev(root, "export b.dwx -").out, plan);
+    EXPECT_EQ(zev(home + "/other", "export a.dwx -").out, plan);
+    fs::remove_all(root + "/.git/tables");
+    fs::remove_all(home + "/other");
+    write("note", "x");
+    fs::copy_file(root + "/b.dwx", root + "/c.dwx");
+    EXPECT_NE(ok("add c.dwx note").find("warning: c.dwx: comes from"), std::string::npos);
+}
+
 TEST_F(Zev, ScriptsGetCodesAndOneObjectALine) {
     commit_two_versions();
     const struct {
@@ -163,12 +152,6 @@ TEST_F(Zev, ScriptsGetCodesAndOneObjectALine) {
         EXPECT_EQ(field(outcome.out, u"type"), "error") << test.arguments << ": " << outcome.out;
         EXPECT_EQ(field(outcome.out, u"exit"), std::to_string(test.code)) << test.arguments;
     }
-    for (const char *arguments :
-         {"status", "log", "show HEAD", "cat HEAD:plan.dwx", "diff plan.dwx", "verify",
-          "export plan.dwx x.dxf", "import ../plan.dxf", "add plan.dwx", "mkdir d", "mv d e",
-          "commit -m more"})
-        for (const std::string &line : lines(ok(arguments + std::string(" --json"))))
-            EXPECT_NE(field(line, u"type"), "") << arguments << ": " << line;
     EXPECT_NE(ok("--color always log").find("\033["), std::string::npos);
     EXPECT_EQ(ok("log").find("\033["), std::string::npos); // no terminal
 }

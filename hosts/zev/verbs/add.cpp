@@ -1,5 +1,6 @@
 // add: files marked for the next commit.
 
+#include "foreign_rows.hpp"
 #include "keep_files.hpp"
 #include "verb.hpp"
 
@@ -37,6 +38,8 @@ int run(Host &host, const Options &options) {
     }
     OwnedSpec spec = copy.spec(options.paths, 0, host.notify);
     OwnedIndex index = copy.lock_index();
+    const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
+    fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
     keep_directories(copy, index.get(), present);
     check(zIndexAdd(index.get(), spec.get()));
     stop_on_break(host.notify);

@@ -1,0 +1,71 @@
+// A drawing's file names its table; the rows lie in ".git/tables" of the project that it comes
+// from. A table appears here under its name when all rows are in it.
+#include "foreign_rows.hpp"
+
+#include "dxf/rows.hpp"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The table of a project in a directory beside this one.
+fs::path table_beside(const WorkingCopy &copy, const Oid &id) {
+    zwchar digits[Z_PATH_MAX];
+    check(zOidPathFormat(digits, &id));
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator(copy.root().parent_path(), error)) {
+        const fs::path table = entry.path() / ".git/tables" / fs::path(std::u16string(digits));
+        if (fs::is_directory(table, error)) return table;
+    }
+    return {};
+}
+
+void copy_table(const fs::path &from, const fs::path &to) {
+    const fs::path aside = to.string() + ".new";
+    fs::remove_all(aside);
+    try {
+        const OwnedTable theirs(check(zTableOpen(from.u16string().c_str(), false), from.string()));
+        const OwnedStream rows(check(zTableWriteOut(theirs.get()), from.string()));
+        OwnedTable ours(check(zTableOpen(aside.u16string().c_str(), true), to.string()));
+        check(zTableReadStream(ours.get(), rows.get()), to.string());
+    } catch (...) {
+        std::error_code ignored;
+        fs::remove_all(aside, ignored);
+        throw;
+    }
+    fs::rename(aside, to);
+}
+
+void fetch(Host &host, const WorkingCopy &copy, const std::string &path) {
+    Oid id;
+    if (!zDrawingDetect(&id, copy.absolute(path).u16string().c_str())) return;
+    const fs::path table = dxf::table_path(copy.repository(), &id);
+    if (fs::exists(table)) return;
+    const fs::path theirs = table_beside(copy, id);
+    if (theirs.empty())
+        return host.out.warn(path +
+                             ": comes from another project and its rows are not here; import "
+                             "its DXF file, or add it beside that project");
+    copy_table(theirs, table);
+    const std::string project = theirs.string().substr(0, theirs.string().find("/.git/tables/"));
+    host.out.line(path + ": its rows come from " + project);
+    host.out.record(Record("info").set(u"message", path + ": its rows come from " + project));
+}
+
+} // namespace
+
+void fetch_foreign_rows(Host &host, const WorkingCopy &copy, PathSpec *spec) {
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedStatus list(check(zStatusListBuild(index.get(), spec)));
+    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+        const StatusEntry *entry = zStatusListEntry(list.get(), i);
+        const int32_t kind = zStatusEntryStatus(entry);
+        const std::string path = narrow(zStatusEntryPath(entry));
+        if (kind != Z_KIND_UNCHANGED && is_drawing_name(path) && copy.is_on_disk(path))
+            fetch(host, copy, path);
+    }
+}
+
+} // namespace host

@@ -1,0 +1,12 @@
+// Foreign rows: of drawings that were copied here from another project without what they name.
+#pragma once
+
+#include "verb.hpp"
+
+namespace host {
+
+// Gives each drawing that `spec` would add, and whose table isn't here, the rows of the project
+// that has them, if that lies beside this one; says so, or warns.
+void fetch_foreign_rows(Host &host, const WorkingCopy &copy, PathSpec *spec);
+
+} // namespace host
