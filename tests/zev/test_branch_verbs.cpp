@@ -115,37 +115,40 @@ TEST_F(BranchVerbs, ABranchThatIsAheadIsTakenAsItIs) {
     EXPECT_EQ(git("rev-list --count HEAD"), "3\n");
 }
 
-// A file that another program has open stays as it is.
+// A file that another program has open stays as it is, and one whose content isn't here.
 TEST_F(BranchVerbs, WhatComesInPartlyIsNotTakenForWhole) {
     const auto hold = [&](const char16_t *name) {
         return test::guard(zShareOpen((dir / name).c_str(), u"r+b", Z_SHARE_NONE), zShareClose);
     };
     ok("switch -c side");
-    for (const char *name : {"a", "b", "d/c"}) write(name, "theirs");
+    for (const char *name : {"a", "b", "d/c"}) write(name, std::string("theirs ") + name);
     ok("commit -m theirs a b d/c");
     ok("switch master");
     const std::string head = git("rev-parse HEAD");
+    const std::string id = git("rev-parse side:b"), away = home + "/away";
+    const std::string object = root + "/.git/objects/" + id.substr(0, 2) + "/" + id.substr(2, 38);
     write("a", "mine");
-    for (const char *verb : {"switch side", "merge side"}) {
-        const auto held = hold(u"copy/b");
+    for (const std::string verb : {"switch side", "merge side", "switch side ", "merge side "}) {
+        auto held = hold(u"copy/b");
+        if (verb.ends_with(' ')) held.reset(), fs::rename(object, away);
         EXPECT_EQ(code(verb), 1) << verb;
         EXPECT_EQ(content("a") + content("b") + content("d/c"), "mineb1c1");
         EXPECT_EQ(git("status --short"), " M a\n");
         EXPECT_EQ(git("symbolic-ref HEAD") + git("rev-parse HEAD"), "refs/heads/master\n" + head);
+        if (!held) fs::rename(away, object);
     }
     ok("commit -m ours a");
-    {
-        const auto held = hold(u"copy/b");
-        EXPECT_NE(zev(root, "merge side --json").out.find("\"left\":1"), std::string::npos);
-    }
+    fs::rename(object, away);
+    EXPECT_NE(zev(root, "merge side --json").out.find("\"left\":1"), std::string::npos);
+    fs::rename(away, object);
     ok("resolve --mine a");
     ok("commit -m settled");
-    EXPECT_EQ(content("a") + content("b") + content("d/c"), "mineb1theirs");
+    EXPECT_EQ(content("a") + content("b") + content("d/c"), "mineb1theirs d/c");
     EXPECT_EQ(git("show -s --format=%P").size(), 41u); // one parent
     EXPECT_EQ(code("merge side"), 4);                  // a once more, and b
     ok("resolve --mine a");
     ok("commit -m whole");
-    EXPECT_EQ(content("a") + content("b"), "minetheirs");
+    EXPECT_EQ(content("a") + content("b"), "minetheirs b");
     EXPECT_EQ(git("rev-parse HEAD^2"), git("rev-parse side"));
 }
 
