@@ -235,6 +235,7 @@ std::string objects_are_whole(const Case &at) {
 // What a drawing of the copy comes out as, empty if it doesn't.
 std::string exported(const Case &at, const std::string &path) {
     const fs::path out = at.play.root / "tmp" / "drawing.dxf";
+    fs::remove(out);
     return at.play.run({"zev", "export", path, out}).code == 0 ? read(out) : "";
 }
 
@@ -390,6 +391,7 @@ std::string drawings_come_out(const Case &at) {
     for (const auto &[path, content] : at.now.work) {
         const auto known = at.expected.drawings.find(content);
         if (known == at.expected.drawings.end() || !is_named(at, path)) continue;
+        fs::remove(out);
         const Outcome done = at.play.run({"zev", "export", path, out});
         if (done.code != 0) return path + ": " + first_of(done.text);
         if (read(out) != known->second) return path + " comes out otherwise";

@@ -178,6 +178,7 @@ void note_drawings(Ready &ready, const Play &play, const State &state) {
     const std::string out = ready.play.root / "tmp" / "drawing.dxf";
     for (const auto &[path, content] : state.work) {
         if (!path.ends_with(".dwx") || ready.expected.drawings.contains(content)) continue;
+        fs::remove(out);
         must(*ready.operation, play.run({"zev", "export", path, out}));
         const std::string bytes = read(out);
         const bool known =
