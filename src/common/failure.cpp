@@ -60,7 +60,14 @@ Failure raise_range(About what) { return raise(zRaiseOutOfRange, what); }
 Failure raise_canceled() { return raise(zRaiseCanceled, {}); }
 Failure raise_locked(About what) { return raise(zRaiseLocked, what); }
 Failure raise_kvdb(About what) { return raise(zRaiseKvdbErr, what); }
-Failure raise_uv(int code) { return zRaiseUvErr(code, nullptr), Failure{}; }
+Failure raise_uv(int code, About what) {
+    return raise([&](auto... text) { zRaiseUvErr(code, text...); }, what);
+}
+// The resolver's codes are negative, and no errno is.
+Failure raise_socket(int code, About what) {
+    const int32_t number = code < 0 ? code : static_cast<int32_t>(err_from_host(code));
+    return raise([&](auto... text) { zRaiseWsaErr(number, text...); }, what);
+}
 Failure raise_net(int code, const zwchar *reason) {
     return zRaiseNetErr(code, reason, nullptr), Failure{};
 }

@@ -45,7 +45,8 @@ Failure raise_locked(About what);                      // class 7
 Failure raise_args(About what = {});                   // class 2 about one of the arguments
 Failure raise_kvdb(About what = {});                   // class 13, of a drawing's table
 Failure raise_net(int code, const zwchar *reason);     // class 15, of a peer
-Failure raise_uv(int code);                            // libuv's code
+Failure raise_uv(int code, About what = {});           // libuv's code
+Failure raise_socket(int code, About what = {});       // errno, or a resolver's EAI_ code
 Failure raise_other(const zwchar *reason, About what); // class -1, of another library
 
 // fail_...: these are logged, but for the system's and libgit2's own.

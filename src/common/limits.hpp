@@ -46,4 +46,20 @@ inline constexpr uint64_t regex_work = 10ull << 31;
 inline constexpr uint32_t regex_depth = 4 * regex_text;
 inline constexpr uint32_t regex_heap = 64u << 20;
 
+// HTTP. The head of a message: addresses have some 2,000 bytes, fields some hundred each.
+inline constexpr uint32_t http_head = 32768;
+inline constexpr uint32_t http_fields = 128;
+inline constexpr uint32_t http_target = 2048;
+// A body as it travels: the largest drawings, compressed, and a day's work in one pack.
+inline constexpr uint64_t http_body = 2ull << 30;
+// Nanoseconds from a head's first byte to its last; from there on a body may be slow for a while,
+// and then has a lowest rate, in bytes a second.
+inline constexpr int64_t http_head_time = 20'000'000'000;
+inline constexpr int64_t http_body_grace = 10'000'000'000;
+inline constexpr uint64_t http_body_rate = 1024;
+// Open connections of one server: descriptors are as many as the system grants by default.
+inline constexpr uint32_t http_connections = 1024;
+// A stream that grows beyond this goes on in a file.
+inline constexpr uint64_t spill = 256u << 10;
+
 } // namespace zev::limits

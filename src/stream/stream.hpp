@@ -16,6 +16,9 @@ inline MemStream *memory_stream(Stream *stream) { return reinterpret_cast<MemStr
 // library itself puts aside; null with a standard error when there is no place for it.
 Stream *temp_stream();
 
+// The same, but in memory as long as it is small.
+Stream *spill_stream();
+
 // zStreamUncompress with a bound, for what comes from a peer: more than `most` bytes are class 5,
 // logged. At most one block beyond the bound is made before that is seen.
 Stream *uncompress_stream(Stream *stream, const zwchar *encoding, uint64_t most);

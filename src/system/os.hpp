@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include <csignal>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -201,5 +202,7 @@ int socket_wait(int fd, bool for_write, int milliseconds); // 1 ready, 0 not in 
 int64_t socket_receive(int fd, void *bytes, size_t size);
 int64_t socket_send(int fd, const void *bytes, size_t size); // a peer that is gone is EPIPE
 void socket_close(int fd);
+// Where a host can be reached, for streams; freed by freeaddrinfo. 0, errno or an EAI_ code.
+int resolve(const char16_t *host, uint32_t port, struct addrinfo **list);
 
 } // namespace zev::os

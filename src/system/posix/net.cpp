@@ -3,6 +3,8 @@
 #include "system/posix/native.hpp"
 
 #include <csignal>
+#include <string>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -24,6 +26,14 @@ int64_t socket_send(int fd, const void *bytes, size_t size) {
 }
 
 void socket_close(int fd) { ::close(fd); }
+
+int resolve(const char16_t *host, uint32_t port, addrinfo **list) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    const std::string service = std::to_string(port);
+    const int code = getaddrinfo(Utf8Path(host), service.c_str(), &hints, list);
+    return code == EAI_SYSTEM ? errno : code;
+}
 
 void occupy_standard() {
     for (int fd = 0; fd <= 2; ++fd) {
