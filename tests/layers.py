@@ -21,6 +21,7 @@ FLOORS = [
     "objects/conflict",
     "objects/operations",
     "verify",
+    "network",
     "commands",
 ]
 # file, header: why

@@ -1,0 +1,432 @@
+// Connections: accepting and connecting, reading and writing as the echo says, silence, the end.
+//
+// States of a connection, by what libuv does for it:
+//
+//   opening --accepted, connected--> acting --0--> reading --bytes--> acting
+//                                    acting --1, 2--> writing --written--> acting
+//                                    acting --3, a client's--> paused --used again--> acting
+//   any --4, 5, failure, silence, stop--> closing --callback--> freed
+//
+// Only the close callback frees; after a call into the echo the connection may be closing, since
+// the echo may have ended the loop.
+#include "network/tcp/tcp.hpp"
+
+#include "common/log_level.hpp"
+#include "system/os.hpp"
+#include "zev/lang.h"
+#include "zev/log.h"
+
+#include <atomic>
+#include <cassert>
+#include <cstring>
+#include <new>
+#include <string>
+
+namespace zev {
+
+namespace {
+
+constexpr unsigned kKeepaliveMax = 32767; // seconds; the system refuses more
+
+// Of the whole process, for the log.
+std::atomic<int32_t> accepted_count, closed_count;
+
+void act(TcpConnection *connection, EchoAction action);
+
+TcpConnection *connection_of(const uv_stream_t *stream) {
+    return static_cast<TcpConnection *>(stream->data);
+}
+uv_stream_t *stream_of(TcpConnection *connection) {
+    return reinterpret_cast<uv_stream_t *>(&connection->handle);
+}
+uv_handle_t *handle_of(TcpConnection *connection) {
+    return reinterpret_cast<uv_handle_t *>(&connection->handle);
+}
+bool is_closing(TcpConnection *connection) { return uv_is_closing(handle_of(connection)); }
+
+// ---- The peer, as text
+
+struct Peer {
+    std::u16string host = u"0.0.0.0";
+    uint32_t port = 0;
+    bool known = false;
+};
+
+Peer peer_of(const TcpConnection *connection) {
+    Peer peer;
+    sockaddr_storage address;
+    int size = sizeof address;
+    if (uv_tcp_getpeername(&connection->handle, reinterpret_cast<sockaddr *>(&address), &size) < 0)
+        return peer;
+    char text[INET6_ADDRSTRLEN] = {};
+    const bool old = address.ss_family == AF_INET;
+    const auto *v4 = reinterpret_cast<const sockaddr_in *>(&address);
+    const auto *v6 = reinterpret_cast<const sockaddr_in6 *>(&address);
+    if (old ? uv_ip4_name(v4, text, sizeof text) : uv_ip6_name(v6, text, sizeof text)) return peer;
+    peer.port = ntohs(old ? v4->sin_port : v6->sin6_port);
+    peer.host.assign(text, text + strlen(text));
+    peer.known = true;
+    return peer;
+}
+
+void log_connection(const TcpConnection *connection, const zwchar *key, std::atomic<int32_t> &count,
+                    Here at = {}) {
+    if (!connection->tcp->server) return;
+    const int32_t number = ++count;
+    const Peer peer = peer_of(connection);
+    const bool old = peer.host.find(u':') == peer.host.npos;
+    std::u16string text = u"localhost";
+    if (peer.known) {
+        text = old ? peer.host : u"[" + peer.host + u"]";
+        for (char digit : ":" + std::to_string(peer.port)) text += static_cast<zwchar>(digit);
+    }
+    zLogReport(at.file, at.line, kAccess, kFacilitySrv, u"%s",
+               zI18nTextFormat(zI18nCurrentLang(), key, text.c_str(), number));
+}
+
+// ---- Accounting
+
+Time span_since(const Time &from, const Time &to) {
+    const int64_t nanoseconds =
+        (to.seconds - from.seconds) * 1'000'000'000 + to.nanoseconds - from.nanoseconds;
+    if (nanoseconds <= 0) return {}; // a clock that was set back
+    return {nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
+}
+
+void add(Time &sum, const Time &span) {
+    sum.seconds += span.seconds;
+    sum.nanoseconds += span.nanoseconds;
+    if (sum.nanoseconds < 1'000'000'000) return;
+    ++sum.seconds;
+    sum.nanoseconds -= 1'000'000'000;
+}
+
+double seconds(const Time &span) {
+    return static_cast<double>(span.seconds) + static_cast<double>(span.nanoseconds) / 1e9;
+}
+
+// One direction of a usage record.
+struct Direction {
+    uint64_t &bytes;
+    Time &time;
+    uint64_t &total;
+    Time &total_time;
+    uint64_t &speed;
+    uint64_t &average;
+    double threshold; // seconds after which an interval is closed
+
+    void account(TransferUsage &usage, uint64_t count) {
+        const int64_t clock = os::calls.now();
+        const Time now{clock / 1'000'000'000, clock % 1'000'000'000};
+        add(time, span_since(usage.last, now));
+        bytes += count;
+        usage.last = now;
+        if (seconds(time) > threshold) close();
+    }
+
+    void close() {
+        speed = static_cast<uint64_t>(static_cast<double>(bytes) / seconds(time));
+        total += bytes;
+        add(total_time, time);
+        average = static_cast<uint64_t>(static_cast<double>(total) / seconds(total_time));
+        bytes = 0;
+        time = {};
+    }
+};
+
+void account_read(TransferUsage &u, uint64_t count) {
+    Direction{u.read_bytes, u.read_time,          u.total_read, u.total_read_time,
+              u.read_speed, u.average_read_speed, 0.0}
+        .account(u, count);
+}
+
+void account_write(TransferUsage &u, uint64_t count) {
+    Direction{
+        u.write_bytes,         u.write_time, u.total_written, u.total_write_time, u.write_speed,
+        u.average_write_speed, 1.0}
+        .account(u, count);
+}
+
+// ---- Silence
+
+bool has_bytes_waiting(TcpConnection *connection) {
+    int descriptor = -1;
+    if (uv_fileno(handle_of(connection), &descriptor) < 0) return false;
+    return os::socket_wait(descriptor, false, 0) == 1;
+}
+
+// The loop's time is that of its last turn: a request may have been at work since, which is no
+// silence of the peer's.
+void rearm(TcpConnection *connection) {
+    if (!connection->timer) return;
+    Tcp *tcp = connection->tcp;
+    uv_update_time(tcp->loop);
+    uv_timer_set_repeat(connection->timer, tcp->timeout);
+    if (tcp->timeout) {
+        uv_timer_again(connection->timer);
+    } else {
+        uv_timer_stop(connection->timer);
+    }
+}
+
+void drop_timer(TcpConnection *connection) {
+    if (uv_timer_t *timer = std::exchange(connection->timer, nullptr)) timer_close(timer);
+}
+
+void on_silence(uv_timer_t *timer) {
+    auto *connection = static_cast<TcpConnection *>(timer->data);
+    // While another's request was at work this one's bytes may have come.
+    if (connection->reading && has_bytes_waiting(connection)) return rearm(connection);
+    connection->timer = nullptr;
+    timer->data = nullptr;
+    connection->tcp->last_error = UV_ETIMEDOUT;
+    fail_uv(UV_ETIMEDOUT, nullptr);
+    connection_cut(connection);
+    timer_close(timer);
+}
+
+// ---- The end
+
+void on_closed(uv_handle_t *handle) {
+    auto *connection = static_cast<TcpConnection *>(handle->data);
+    if (connection->echo) {
+        connection->cut ? zEchoAbort(connection->echo) : zEchoClose(connection->echo);
+        if (connection->tcp->server) zEchoFree(connection->echo);
+    }
+    drop_timer(connection);
+    if (connection->tcp->connection == connection) connection->tcp->connection = nullptr;
+    delete connection;
+}
+
+void end(TcpConnection *connection, bool cut) {
+    if (is_closing(connection)) return;
+    log_connection(connection, u"srv.sConnectionClosed_s_d", closed_count);
+    connection->cut = cut;
+    uv_close(handle_of(connection), on_closed);
+}
+
+void fail_and_cut(TcpConnection *connection, int code, const zwchar *key, Here at = {}) {
+    fail_uv(code, net_text(key), at);
+    connection_cut(connection);
+}
+
+// ---- Reading
+
+void lend_block(uv_handle_t *handle, size_t, uv_buf_t *buffer) {
+    auto &block = static_cast<TcpConnection *>(handle->data)->tcp->block;
+    *buffer = uv_buf_init(block.data(), static_cast<unsigned>(block.size()));
+}
+
+void stop_reading(TcpConnection *connection) {
+    uv_read_stop(stream_of(connection));
+    connection->reading = false;
+}
+
+void on_read(uv_stream_t *stream, ssize_t count, const uv_buf_t *buffer) {
+    TcpConnection *connection = connection_of(stream);
+    if (count < 0) {
+        stop_reading(connection);
+        if (count == UV_EOF) return end(connection, false);
+        return fail_and_cut(connection, static_cast<int>(count), u"net.eCannotReadFromConnection");
+    }
+    account_read(connection->tcp->usage, static_cast<uint64_t>(count));
+    EchoAction action = Z_ECHO_READ;
+    if (count > 0) { // a parser would take nothing for the end
+        Chunk chunk{};
+        zChunkInit(&chunk, buffer->base, static_cast<uint64_t>(count));
+        action = zEchoRead(connection->echo, &chunk) ? zEchoAction(connection->echo)
+                                                     : EchoAction{Z_ECHO_ABORT};
+        if (is_closing(connection)) return;
+    }
+    if (action == Z_ECHO_READ) return rearm(connection);
+    stop_reading(connection);
+    act(connection, action);
+}
+
+void start_reading(TcpConnection *connection) {
+    const int code = uv_read_start(stream_of(connection), lend_block, on_read);
+    if (code < 0) return fail_and_cut(connection, code, u"net.eCannotReadFromConnection");
+    connection->reading = true;
+    rearm(connection);
+}
+
+// ---- Writing
+
+void on_written(uv_write_t *request, int status) {
+    auto *connection = static_cast<TcpConnection *>(request->data);
+    const size_t count = std::exchange(connection->buffer, {}).len;
+    if (status < 0) {
+        if (is_closing(connection)) return; // cancelled by the end
+        return fail_and_cut(connection, status, u"net.eCannotWriteToConnection");
+    }
+    account_write(connection->tcp->usage, count);
+    if (!is_closing(connection)) act(connection, zEchoAction(connection->echo));
+}
+
+void start_writing(TcpConnection *connection, bool head) {
+    assert(!connection->reading);
+    Chunk chunk{};
+    Echo *echo = connection->echo;
+    const bool filled = head ? zEchoWrHeader(echo, &chunk) : zEchoWrBody(echo, &chunk);
+    if (is_closing(connection)) return;
+    if (!filled || chunk.size > UINT32_MAX) return connection_cut(connection);
+    connection->buffer =
+        uv_buf_init(static_cast<char *>(chunk.base), static_cast<unsigned>(chunk.size));
+    connection->write.data = connection;
+    const int code =
+        uv_write(&connection->write, stream_of(connection), &connection->buffer, 1, on_written);
+    if (code < 0) return fail_and_cut(connection, code, u"net.eCannotWriteToConnection");
+    rearm(connection);
+}
+
+// ---- What the echo wants
+
+void act(TcpConnection *connection, EchoAction action) {
+    switch (action) {
+    case Z_ECHO_READ:
+        return start_reading(connection);
+    case Z_ECHO_WRHEADER:
+    case Z_ECHO_WRBODY:
+        return start_writing(connection, action == Z_ECHO_WRHEADER);
+    case Z_ECHO_PAUSE: // a server's connection has no other exchange to wait for
+        if (!connection->tcp->server) drop_timer(connection);
+        return;
+    case Z_ECHO_CLOSE:
+        return end(connection, false);
+    default:
+        return connection_cut(connection);
+    }
+}
+
+// What both ends set: a peer that vanished is noticed, small answers leave at once. A system
+// that refuses a delay does so without harm.
+void set_options(TcpConnection *connection) {
+    const uint64_t timeout = connection->tcp->timeout;
+    const uint64_t delay =
+        timeout ? std::min<uint64_t>(timeout / 1000 + 1, kKeepaliveMax) : kKeepaliveMax;
+    const int code = uv_tcp_keepalive(&connection->handle, 1, static_cast<unsigned>(delay));
+    if (code < 0) fail_uv(code, nullptr);
+    uv_tcp_nodelay(&connection->handle, 1);
+}
+
+// Takes the waiting socket off the listener and lets it go: else the listener would stand still.
+void turn_away(uv_stream_t *listener) {
+    auto *handle = new (std::nothrow) uv_tcp_t;
+    if (!handle) return;
+    uv_tcp_init(listener->loop, handle);
+    handle->data = nullptr;
+    uv_accept(listener, reinterpret_cast<uv_stream_t *>(handle));
+    uv_close(reinterpret_cast<uv_handle_t *>(handle),
+             [](uv_handle_t *closed) { delete reinterpret_cast<uv_tcp_t *>(closed); });
+}
+
+} // namespace
+
+// ---- Opening
+
+TcpConnection *connection_new(Tcp *tcp, Echo *echo) {
+    auto *connection = new (std::nothrow) TcpConnection{};
+    if (!connection) return fail_memory();
+    connection->tcp = tcp;
+    connection->echo = echo;
+    if (const int code = uv_tcp_init_ex(tcp->loop, &connection->handle, 0); code < 0) {
+        delete connection;
+        return fail_uv(code, nullptr);
+    }
+    connection->handle.data = connection;
+    return connection;
+}
+
+void on_connection(uv_stream_t *listener, int status) {
+    auto *tcp = static_cast<Tcp *>(listener->data);
+    const zwchar *refused = net_text(u"srv.eFailedToAcceptTcpConnect");
+    if (status < 0) return static_cast<void>(fail_uv(status, refused));
+    Echo *echo = zEchoDup(tcp->echo);
+    if (!echo) return turn_away(listener);
+    TcpConnection *connection = connection_new(tcp, echo);
+    if (!connection) return zEchoFree(echo), turn_away(listener);
+    int code = uv_accept(listener, stream_of(connection));
+    if (!code) {
+        log_connection(connection, u"srv.sConnectionAccepted_s_d", accepted_count);
+        set_options(connection);
+        code = connection_start_timer(connection, tcp->timeout) ? 0 : UV_ENOMEM;
+    }
+    if (code < 0) return fail_and_cut(connection, code, u"srv.eFailedToAcceptTcpConnect");
+    const EchoAction action = zEchoAction(echo);
+    if (action > Z_ECHO_WRBODY) return fail_and_cut(connection, UV_ENOTSUP, nullptr);
+    act(connection, action);
+}
+
+void on_connected(uv_connect_t *request, int status) {
+    auto *connection = static_cast<TcpConnection *>(request->data);
+    if (status < 0) {
+        if (is_closing(connection)) return; // cancelled by the end
+        const Peer peer = peer_of(connection);
+        fail_uv(status, net_text(u"net.eFailedToConnectServer_s_d", peer.host.c_str(), peer.port));
+        return connection_cut(connection);
+    }
+    set_options(connection);
+    rearm(connection);
+    act(connection, zEchoAction(connection->echo));
+}
+
+bool connection_start_timer(TcpConnection *connection, uint64_t milliseconds) {
+    if (connection->timer) return raise_uv(UV_EINVAL);
+    if (!milliseconds) return true;
+    auto *timer = new (std::nothrow) uv_timer_t;
+    if (!timer) return fail_memory();
+    uv_timer_init(connection->tcp->loop, timer); // never fails
+    uv_update_time(connection->tcp->loop);
+    uv_timer_start(timer, on_silence, milliseconds, milliseconds);
+    timer->data = connection;
+    connection->timer = timer;
+    return true;
+}
+
+void timer_close(uv_timer_t *timer) {
+    timer->data = nullptr;
+    auto *handle = reinterpret_cast<uv_handle_t *>(timer);
+    if (uv_is_closing(handle)) return;
+    uv_close(handle, [](uv_handle_t *closed) { delete reinterpret_cast<uv_timer_t *>(closed); });
+}
+
+void connection_cut(TcpConnection *connection) { end(connection, true); }
+
+// While something is being written the echo's answer is what comes after it: only a cut counts.
+void connection_look(TcpConnection *connection) {
+    if (is_closing(connection)) return;
+    const EchoAction action = zEchoAction(connection->echo);
+    if (is_closing(connection)) return;
+    if (action != Z_ECHO_ABORT && !(connection->reading && action == Z_ECHO_CLOSE)) return;
+    if (connection->reading) stop_reading(connection);
+    act(connection, action);
+}
+
+// ---- Failures
+
+namespace {
+Failure logged_net(Here at) {
+    zLogReport(at.file, at.line, kError, kFacilityNet, u"%s", zErrorDetail());
+    return {};
+}
+} // namespace
+
+Failure fail_uv(int code, const zwchar *message, Here at) {
+    raise_uv(code, message);
+    return logged_net(at);
+}
+
+Failure fail_resolver(int code, const zwchar *message, Here at) {
+    raise_socket(code, message);
+    return logged_net(at);
+}
+
+const zwchar *net_text(const zwchar *key) {
+    return key ? zI18nTextLookup(zI18nCurrentLang(), key) : nullptr;
+}
+
+const zwchar *net_text(const zwchar *key, const zwchar *host, uint32_t port) {
+    return zI18nTextFormat(zI18nCurrentLang(), key, host, static_cast<int32_t>(port));
+}
+
+} // namespace zev

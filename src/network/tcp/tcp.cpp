@@ -1,0 +1,292 @@
+// The transport's loop: opened by listening or connecting, turned by its thread, ended by a walk
+// over all that libuv holds. A server may be ended from another thread, which only wakes the
+// loop's own: libuv's loop is not to be touched from outside.
+#include "network/tcp/tcp.hpp"
+
+#include "common/log_level.hpp"
+#include "system/os.hpp"
+#include "zev/lang.h"
+#include "zev/log.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <netdb.h>
+
+using namespace zev;
+
+namespace {
+
+Tcp *tcp_of(Loop *loop) { return loop ? reinterpret_cast<Tcp *>(loop) : nullptr; }
+
+// ---- Addresses
+
+struct Address {
+    sockaddr_storage storage{};
+    const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&storage); }
+};
+
+// The first address of the older family, which a name like localhost has beside others, else the
+// first of any. 0, or the resolver's code.
+int resolve(Address *out, const zwchar *host, uint32_t port) {
+    addrinfo *list = nullptr;
+    const int code = os::resolve(host, port, &list);
+    if (code || !list) return code ? code : EAI_NONAME;
+    const addrinfo *best = list;
+    for (const addrinfo *each = list; each && best->ai_family != AF_INET; each = each->ai_next)
+        if (each->ai_family == AF_INET) best = each;
+    memcpy(&out->storage, best->ai_addr, best->ai_addrlen);
+    freeaddrinfo(list);
+    return 0;
+}
+
+// ---- The loop
+
+// Turns the loop until nothing is alive in it, or libuv fails.
+int turn(Tcp *tcp, uv_run_mode mode) {
+    const os::SigpipeGuard guard; // libuv writes without asking that no signal comes of it
+    tcp->turning = true;
+    int code;
+    while ((code = uv_run(tcp->loop, mode)) > 0) {
+    }
+    tcp->turning = false;
+    return code;
+}
+
+void close_plainly(uv_handle_t *handle) { uv_close(handle, nullptr); }
+
+// Ends whatever the loop holds. Connections and their timers have close callbacks that free them.
+void close_all(Tcp *tcp) {
+    uv_walk(
+        tcp->loop,
+        [](uv_handle_t *handle, void *context) {
+            auto *tcp = static_cast<Tcp *>(context);
+            if (uv_is_closing(handle)) return;
+            const bool ours = handle == reinterpret_cast<uv_handle_t *>(&tcp->listener) ||
+                              handle == reinterpret_cast<uv_handle_t *>(&tcp->look);
+            if (handle->type == UV_TCP && !ours && handle->data)
+                return connection_cut(static_cast<TcpConnection *>(handle->data));
+            if (handle->type != UV_TIMER || ours) return close_plainly(handle);
+            if (auto *connection = static_cast<TcpConnection *>(handle->data))
+                connection->timer = nullptr;
+            timer_close(reinterpret_cast<uv_timer_t *>(handle));
+        },
+        tcp);
+}
+
+// Frees the loop; false, with the loop in place, when libuv holds it for another reason than
+// handles that still close.
+bool free_loop(Tcp *tcp) {
+    {
+        const std::lock_guard lock(tcp->mutex);
+        tcp->stoppable = false;
+    }
+    close_all(tcp);
+    int code;
+    while ((code = uv_loop_close(tcp->loop)) == UV_EBUSY) turn(tcp, UV_RUN_DEFAULT);
+    if (code < 0) return false;
+    const std::lock_guard lock(tcp->mutex);
+    delete std::exchange(tcp->loop, nullptr);
+    return true;
+}
+
+// A peer that falls silent with half of a request told, or a user who breaks off while nothing
+// comes: no transfer asks the echo then.
+void look_at_all(uv_timer_t *timer) {
+    auto *tcp = static_cast<Tcp *>(timer->data);
+    uv_walk(
+        timer->loop,
+        [](uv_handle_t *handle, void *context) {
+            auto *tcp = static_cast<Tcp *>(context);
+            const bool ours = handle == reinterpret_cast<uv_handle_t *>(&tcp->listener);
+            if (handle->type == UV_TCP && !ours && handle->data)
+                connection_look(static_cast<TcpConnection *>(handle->data));
+        },
+        tcp);
+}
+
+bool make_loop(Tcp *tcp, bool server) {
+    auto *loop = new (std::nothrow) uv_loop_t;
+    if (!loop) return fail_memory();
+    if (const int code = uv_loop_init(loop); code < 0) {
+        delete loop;
+        return fail_uv(code, nullptr);
+    }
+    uv_timer_init(loop, &tcp->look);
+    tcp->look.data = tcp;
+    uv_timer_start(&tcp->look, look_at_all, kLookRound, kLookRound);
+    uv_unref(reinterpret_cast<uv_handle_t *>(&tcp->look));
+    const std::lock_guard lock(tcp->mutex);
+    tcp->loop = loop;
+    tcp->server = server;
+    return true;
+}
+
+// Lets another thread end the loop. The handle keeps nothing alive.
+int make_stoppable(Tcp *tcp) {
+    const int code = uv_async_init(tcp->loop, &tcp->stop, [](uv_async_t *async) {
+        auto *tcp = static_cast<Tcp *>(async->data);
+        uv_stop(tcp->loop);
+        close_all(tcp);
+    });
+    if (code < 0) return code;
+    tcp->stop.data = tcp;
+    uv_unref(reinterpret_cast<uv_handle_t *>(&tcp->stop));
+    const std::lock_guard lock(tcp->mutex);
+    tcp->stoppable = true;
+    return 0;
+}
+
+// The steps of listening on a resolved address, each with its message.
+bool open_listener(Tcp *tcp, const Address &address, const zwchar *host, uint32_t port) {
+    const auto fail = [&](int code, const zwchar *key) {
+        return fail_uv(code, net_text(key, host, port));
+    };
+    int code = uv_tcp_init_ex(tcp->loop, &tcp->listener, 0);
+    tcp->listener.data = tcp;
+    if (!code) code = make_stoppable(tcp);
+    if (code < 0) return fail(code, u"srv.eUnableToOpenTcp_s_d");
+    code = uv_tcp_bind(&tcp->listener, address.get(), 0);
+    if (code < 0) return fail(code, u"srv.eUnableToBindTcp_s_d");
+    zLogReport(__FILE__, __LINE__, kNotice, kFacilitySrv, u"%s",
+               net_text(u"srv.sServiceStarting_s_d", host, port));
+    auto *stream = reinterpret_cast<uv_stream_t *>(&tcp->listener);
+    code = uv_listen(stream, static_cast<int>(std::min(tcp->backlog, uint32_t{INT32_MAX})),
+                     on_connection);
+    if (code < 0) return fail(code, u"srv.eUnableToListenTcp_s_d");
+    return true;
+}
+
+constexpr LoopClass kTcp = {
+    .New = zTcpNew,
+    .Free = zTcpFree,
+    .Listen = zTcpListen,
+    .Connect = zTcpConnect,
+    .Run = zTcpRun,
+    .Once = zTcpOnce,
+    .Alive = zTcpAlive,
+    .Usage = zTcpUsage,
+    .Close = zTcpClose,
+};
+
+} // namespace
+
+const LoopClass *zTcpClass() { return &kTcp; }
+
+Loop *zTcpNew(Echo *echo, uint32_t backlog, uint64_t timeout) {
+    if (!echo) return fail_args();
+    auto *tcp = new (std::nothrow) Tcp{};
+    if (!tcp) return fail_memory();
+    tcp->head.table = &kTcp;
+    tcp->echo = echo;
+    tcp->backlog = backlog;
+    tcp->timeout = timeout;
+    const int64_t now = os::calls.now();
+    tcp->usage.start = tcp->usage.last = {now / 1'000'000'000, now % 1'000'000'000};
+    return &tcp->head;
+}
+
+void zTcpFree(Loop *loop) {
+    if (!loop) return;
+    Tcp *tcp = tcp_of(loop);
+    zTcpClose(loop);
+    if (tcp->loop && !tcp->turning) free_loop(tcp);
+    delete tcp;
+}
+
+bool zTcpListen(Loop *loop, const zwchar *host, uint32_t port) {
+    if (!loop || !host) return fail_args();
+    Tcp *tcp = tcp_of(loop);
+    if (tcp->loop) return fail_uv(UV_EALREADY, net_text(u"srv.eUnableToOpenTcp_s_d", host, port));
+    Address address;
+    if (const int code = resolve(&address, host, port))
+        return fail_resolver(code, net_text(u"net.eUnableToOpenTcp_s_d", host, port));
+    if (!make_loop(tcp, true)) return false;
+    if (open_listener(tcp, address, host, port)) return true;
+    const KeptFailure kept;
+    free_loop(tcp);
+    return false;
+}
+
+bool zTcpConnect(Loop *loop, const zwchar *host, uint32_t port) {
+    if (!loop || !host) return fail_args();
+    Tcp *tcp = tcp_of(loop);
+    Address address;
+    if (const int code = resolve(&address, host, port))
+        return fail_resolver(code, net_text(u"net.eUnableToResolveHost_s_d", host, port));
+    if (tcp->loop && tcp->server) return logged(raise_uv(UV_EALREADY));
+    if (!tcp->loop && !make_loop(tcp, false)) return false;
+
+    TcpConnection *connection = connection_new(tcp, tcp->echo);
+    if (!connection) return false;
+    tcp->connecting.data = tcp->connection = connection;
+    if (const int code =
+            uv_tcp_connect(&tcp->connecting, &connection->handle, address.get(), on_connected);
+        code < 0) {
+        connection_cut(connection);
+        return fail_uv(code, net_text(u"net.eUnableToOpenTcp_s_d", host, port));
+    }
+    if (connection_start_timer(connection, kConnectTimeout)) return true;
+    connection_cut(connection);
+    return false;
+}
+
+// An address in use is told by the system only now, when connections are asked for.
+bool zTcpRun(Loop *loop) {
+    Tcp *tcp = tcp_of(loop);
+    if (!tcp || !tcp->loop) return fail_args();
+    assert(!tcp->turning);
+    if (const int code = turn(tcp, UV_RUN_DEFAULT); code < 0) fail_uv(code, nullptr);
+    free_loop(tcp);
+    return true;
+}
+
+bool zTcpOnce(Loop *loop) {
+    Tcp *tcp = tcp_of(loop);
+    if (!tcp || !tcp->loop) return fail_args();
+    assert(!tcp->turning);
+    if (!uv_loop_alive(tcp->loop) && !tcp->server && tcp->connection) {
+        if (!tcp->connection->timer) connection_start_timer(tcp->connection, tcp->timeout);
+        on_connected(&tcp->connecting, 0);
+    }
+    tcp->last_error = 0;
+    const int code = turn(tcp, UV_RUN_ONCE);
+    if (code < 0) return fail_uv(code, nullptr);
+    if (tcp->last_error != UV_ETIMEDOUT) return true;
+    return fail_uv(UV_ETIMEDOUT, nullptr);
+}
+
+bool zTcpAlive(Loop *loop) {
+    Tcp *tcp = tcp_of(loop);
+    if (!tcp) return fail_args();
+    return tcp->loop && uv_loop_alive(tcp->loop);
+}
+
+TransferUsage *zTcpUsage(Loop *loop) { return loop ? &tcp_of(loop)->usage : fail_args(); }
+
+bool zTcpClose(Loop *loop) {
+    if (!loop) return fail_args();
+    Tcp *tcp = tcp_of(loop);
+    {
+        const std::lock_guard lock(tcp->mutex);
+        if (!tcp->loop) return true;
+        if (tcp->stoppable) uv_async_send(&tcp->stop);
+        if (tcp->server) return true; // its thread does the rest
+    }
+    uv_stop(tcp->loop);
+    close_all(tcp);
+    return tcp->turning || free_loop(tcp);
+}
+
+uint32_t zTcpPort(Loop *loop) {
+    Tcp *tcp = tcp_of(loop);
+    if (!tcp || !tcp->loop || !tcp->server) return 0;
+    sockaddr_storage address{};
+    int size = sizeof address;
+    if (uv_tcp_getsockname(&tcp->listener, reinterpret_cast<sockaddr *>(&address), &size) < 0)
+        return 0;
+    return ntohs(reinterpret_cast<const sockaddr_in *>(&address)->sin_port);
+}
