@@ -1,0 +1,289 @@
+// A server's end of one connection.
+//
+// States, as the transport reads them: reading (0) --request complete, answered--> head (1) -->
+// body (2) --> reading, for the next request, or closed (4). A body that fails while it is sent
+// leads to 5.
+//
+// One request is served at a time: what comes behind it waits here until its answer has left, and
+// is taken up when the transport asks what to do next.
+#include "network/http/server.hpp"
+
+#include "common/errno.hpp"
+#include "common/guard.hpp"
+#include "common/utf.hpp"
+#include "system/os.hpp"
+#include "zev/lang.h"
+#include "zev/str.h"
+
+#include <cassert>
+#include <new>
+
+using namespace zev;
+
+namespace {
+
+HttpEcho *echo_of(Echo *echo) { return reinterpret_cast<HttpEcho *>(echo); }
+
+void drop_parser(HttpEcho *echo) { delete std::exchange(echo->parser, nullptr); }
+
+void drop_message(HttpEcho *echo) {
+    zHttpRequestFree(std::exchange(echo->request, nullptr));
+    zHttpResponseFree(std::exchange(echo->response, nullptr));
+}
+
+// An answer that needs no procedure, in the form of every failure.
+HttpResponse *plain_answer(int32_t code, HttpRequest *request) {
+    Json *catalogue = zI18nLangLookup(language_of(request));
+    return zHttpResponseFormat(code, u"%s", status_text(catalogue, code));
+}
+
+// ---- Reading
+
+bool begin_request(HttpEcho *echo) {
+    if (!echo->request && !(echo->request = zHttpRequestNew(nullptr))) return false;
+    if (echo->parser) return true;
+    echo->parser = new MessageParser(true, echo->server->limits);
+    echo->parser->begin(echo->request, zHttpRequestParser());
+    echo->began = os::calls.now();
+    echo->body_from = 0;
+    echo->body = 0;
+    echo->told_to_go_on = false;
+    return true;
+}
+
+// A key that begins with a colon is a capture of the route's; a client's own would stand in for
+// one that is absent.
+void drop_false_captures(HttpRequest *request) {
+    for (const zwchar *name : {u":base", u":owner", u":name", u":other"})
+        zHttpRequestRemoveQuery(request, name);
+}
+
+HttpResponse *answer(HttpEcho *echo) {
+    HttpRequest *request = echo->request;
+    drop_false_captures(request);
+    const HttpHandle *handle = zHttpServerFindHandle(echo->server, request);
+    if (!handle) return plain_answer(404, request);
+    if (!zHttpRequestUnzipBody(request))
+        return zHttpResponseError(__FILE__, __LINE__, request, 400, nullptr);
+    HttpResponse *response = zHttpHandleCall(handle, echo->server, request);
+    return response ? response : plain_answer(500, request);
+}
+
+bool end_request(HttpEcho *echo) {
+    // Another protocol is not spoken here: the answer is in this one, and the last.
+    if (echo->parser->framing().facts().upgrade) echo->request->header.alive = false;
+    drop_parser(echo);
+    echo->response = answer(echo);
+    if (!echo->response) return false;
+    echo->response->header.alive = echo->request->header.alive;
+    echo->state = Z_ECHO_WRHEADER;
+    return true;
+}
+
+// A limit is told to the peer, who is not listened to any more; what is no HTTP is cut.
+bool refuse(HttpEcho *echo, int status) {
+    drop_parser(echo);
+    if (status != 413 && status != 414 && status != 431) return false;
+    echo->waiting.clear();
+    echo->response = plain_answer(status, nullptr);
+    if (!echo->response) return false;
+    echo->request->header.alive = echo->response->header.alive = false;
+    echo->state = Z_ECHO_WRHEADER;
+    return true;
+}
+
+// A peer that waits to be told to send the body; one that sent some of it doesn't.
+bool waits_for_word(HttpEcho *echo, std::string_view bytes) {
+    const Framing &framing = echo->parser->framing();
+    if (!framing.has_head() || !framing.facts().expects || echo->told_to_go_on) return false;
+    echo->told_to_go_on = true;
+    return bytes.ends_with("\r\n\r\n");
+}
+
+bool take(HttpEcho *echo, std::string_view bytes) {
+    if (!begin_request(echo)) return false;
+    size_t taken = 0;
+    const bool fed = echo->parser->feed(bytes, &taken);
+    if (!fed) return echo->parser->fault() && refuse(echo, echo->parser->fault());
+    if (!echo->body_from && echo->parser->framing().has_head()) echo->body_from = os::calls.now();
+    if (echo->body_from) echo->body += taken;
+    echo->waiting.assign(bytes.substr(taken));
+    if (echo->parser->is_complete()) return end_request(echo);
+    if (waits_for_word(echo, bytes)) echo->state = Z_ECHO_WRHEADER;
+    return true;
+}
+
+bool read(Echo *base, Chunk *chunk) try {
+    HttpEcho *echo = echo_of(base);
+    assert(echo->state == Z_ECHO_READ);
+    return take(echo, {static_cast<const char *>(chunk->base), chunk->size});
+} catch (...) {
+    return fail_thrown();
+}
+
+// ---- Deadlines
+
+// A peer that sends a byte now and then keeps a connection for ever, and is never silent.
+bool is_too_slow(const HttpEcho *echo) {
+    if (!echo->parser || !echo->parser->framing().has_begun()) return false;
+    const int64_t now = os::calls.now();
+    if (!echo->body_from) return now - echo->began > limits::http_head_time;
+    const int64_t span = now - echo->body_from - limits::http_body_grace;
+    if (span <= 0) return false;
+    const auto seconds = static_cast<uint64_t>(span / 1'000'000'000);
+    return echo->body < seconds * limits::http_body_rate;
+}
+
+EchoAction action(Echo *base) {
+    HttpEcho *echo = echo_of(base);
+    if (echo->state != Z_ECHO_READ) return echo->state;
+    if (is_too_slow(echo)) return Z_ECHO_ABORT;
+    if (echo->waiting.empty() || echo->parser) return Z_ECHO_READ;
+    try {
+        const std::string waiting = std::exchange(echo->waiting, {});
+        return take(echo, waiting) ? echo->state : EchoAction{Z_ECHO_ABORT};
+    } catch (...) {
+        return fail_thrown(), Z_ECHO_ABORT;
+    }
+}
+
+// ---- Writing
+
+// The next message, or the end.
+void finish(HttpEcho *echo) {
+    if (!echo->request->header.alive) {
+        echo->state = Z_ECHO_CLOSE;
+        return;
+    }
+    zHttpEchoReset(echo);
+}
+
+// Adds the body's next piece to what goes out.
+bool append_piece(HttpEcho *echo) {
+    Stream *body = echo->response->body;
+    std::string &out = echo->outgoing;
+    const size_t known = out.size();
+    out.resize(known + kBodyPiece);
+    const uint64_t count = zStreamRead(body, out.data() + known, kBodyPiece);
+    out.resize(known + count);
+    if (zStreamError(body)) {
+        echo->state = Z_ECHO_ABORT;
+        return false;
+    }
+    echo->state = Z_ECHO_WRBODY;
+    if (zStreamEOF(body) || !count) finish(echo);
+    return true;
+}
+
+// A small body leaves with its head.
+bool write_head(Echo *base, Chunk *chunk) try {
+    HttpEcho *echo = echo_of(base);
+    HttpResponse *response = echo->response;
+    const HttpServer &server = *echo->server;
+    zChunkSet(chunk, nullptr, 0);
+    if (!response) { // the body is still to come
+        echo->outgoing = "HTTP/1.1 100 Continue\r\n\r\n";
+        echo->state = Z_ECHO_READ;
+        return zChunkInit(chunk, echo->outgoing.data(), echo->outgoing.size());
+    }
+
+    const zwchar *accepted = zHttpRequestAcceptEncoding(echo->request);
+    if (response->body && accepted && *accepted) zHttpResponseZipBody(response, accepted);
+    if (!put_length(&response->header, response->body)) return false;
+    echo->outgoing = response_head(*response, {server.timeout, server.maxconn});
+    const bool bare = !response->body || echo->request->method == Z_HTTP_HEAD;
+    if (bare) {
+        finish(echo);
+    } else {
+        zStreamRewind(response->body);
+        if (body_size(response->body) > kBodyPiece) {
+            echo->state = Z_ECHO_WRBODY;
+        } else if (!append_piece(echo)) {
+            return false;
+        }
+    }
+    return zChunkInit(chunk, echo->outgoing.data(), echo->outgoing.size());
+} catch (...) {
+    return fail_thrown();
+}
+
+bool write_body(Echo *base, Chunk *chunk) try {
+    HttpEcho *echo = echo_of(base);
+    zChunkSet(chunk, nullptr, 0);
+    echo->outgoing.clear();
+    return append_piece(echo) && zChunkInit(chunk, echo->outgoing.data(), echo->outgoing.size());
+} catch (...) {
+    return fail_thrown();
+}
+
+// ---- The end
+
+void close(Echo *base) { echo_of(base)->state = Z_ECHO_CLOSE; }
+
+void abort(Echo *base) {
+    HttpEcho *echo = echo_of(base);
+    zHttpResponseFree(std::exchange(echo->response, nullptr));
+    echo->state = Z_ECHO_ABORT;
+}
+
+// For an accepted connection: none above the limit.
+Echo *dup(Echo *base) {
+    HttpServer *server = echo_of(base)->server;
+    if (server && server->open >= limits::http_connections) return logged(fail_os(EMFILE));
+    HttpEcho *echo = zHttpEchoNew(server);
+    if (!echo) return nullptr;
+    echo->counted = true;
+    ++server->open;
+    return &echo->head;
+}
+
+constexpr EchoClass kEcho = {
+    .New = [](va_list) { return reinterpret_cast<Echo *>(zHttpEchoNew(nullptr)); },
+    .Dup = dup,
+    .Free = [](Echo *echo) { zHttpEchoFree(echo_of(echo)); },
+    .Action = action,
+    .Read = read,
+    .WrHeader = write_head,
+    .WrBody = write_body,
+    .Close = close,
+    .Abort = abort,
+};
+
+} // namespace
+
+const EchoClass *zHttpEchoClass() { return &kEcho; }
+
+HttpEcho *zHttpEchoNew(HttpServer *server) {
+    auto *echo = new (std::nothrow) HttpEcho{};
+    if (!echo) return fail_memory();
+    zHttpEchoInit(echo, server);
+    return echo;
+}
+
+bool zHttpEchoInit(HttpEcho *echo, HttpServer *server) {
+    if (!echo) return fail_args();
+    *echo = {};
+    echo->head.table = &kEcho;
+    echo->server = server;
+    return true;
+}
+
+void zHttpEchoCleanup(HttpEcho *echo) {
+    if (!echo) return;
+    drop_parser(echo);
+    drop_message(echo);
+    if (std::exchange(echo->counted, false)) --echo->server->open;
+}
+
+void zHttpEchoFree(HttpEcho *echo) {
+    zHttpEchoCleanup(echo);
+    delete echo;
+}
+
+bool zHttpEchoReset(HttpEcho *echo) {
+    if (!echo) return fail_args();
+    drop_parser(echo);
+    drop_message(echo);
+    echo->state = Z_ECHO_READ;
+    return true;
+}

@@ -1,0 +1,124 @@
+// The server frame: the directories of the service out of its configuration, and the kind of
+// server that its schema names.
+#include "network/server.hpp"
+
+#include "common/errno.hpp"
+#include "common/failure.hpp"
+#include "common/guard.hpp"
+#include "zev/dir.h"
+#include "zev/http_server.h"
+#include "zev/json.h"
+#include "zev/lang.h"
+#include "zev/path.h"
+#include "zev/str.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+
+using namespace zev;
+
+namespace {
+
+constexpr const zwchar *kRoot = u"path.root", *kRepos = u"path.repos";
+
+const zwchar *message(const zwchar *key, const zwchar *setting) {
+    return zI18nTextFormat(zI18nCurrentLang(), key, setting);
+}
+
+Failure fail_missing(const zwchar *setting, Here at = {}) {
+    return logged(raise_args(message(u"srv.eMissingSetting_s", setting)), at);
+}
+Failure fail_improper(const zwchar *setting, Here at = {}) {
+    return logged(raise_args(message(u"srv.eImproperSetting_s", setting)), at);
+}
+Failure fail_directory(const zwchar *setting, Here at = {}) {
+    return logged(fail_errno(message(u"srv.eImproperSetting_s", setting)), at);
+}
+
+// A path setting in full, against a base that may be null; references to the environment are put
+// in. Nothing is raised.
+bool resolve(zwchar *out, const zwchar *path, const zwchar *base) {
+    std::fill_n(out, Z_PATH_MAX, u'\0');
+    if (zPathIsRelative(path)) {
+        if (!base || zPathIsRelative(base) || !zPathMakeAbsolute(out, path, base)) return false;
+    } else {
+        std::copy_n(path, std::min<uint64_t>(zStrlenW(path), Z_PATH_MAX - 1), out);
+        std::replace(out, out + Z_PATH_MAX, u'\\', u'/');
+    }
+    return zPathExpandEnvStrings(out, out);
+}
+
+bool resolve_root(zwchar *out, Json *config) {
+    const zwchar *pwd = zJsonPathGetString(config, u"path.pwd");
+    const zwchar *root = zJsonPathGetString(config, kRoot);
+    if (!root && (!pwd || zPathIsRelative(pwd) || !resolve(out, pwd, nullptr)))
+        return fail_missing(kRoot);
+    if (root && !resolve(out, root, pwd)) return fail_improper(kRoot);
+    if (!zPathDirExists(out)) {
+        if (!zPathExists(out))
+            errno = ENOENT;
+        else
+            errno = ENOTDIR;
+        return fail_directory(kRoot);
+    }
+    return zJsonPathSetString(config, kRoot, out);
+}
+
+bool resolve_repos(Json *config) {
+    zwchar path[Z_PATH_MAX];
+    const zwchar *root = zJsonPathGetString(config, kRoot);
+    const zwchar *repos = zJsonPathGetString(config, kRepos);
+    if (!resolve(path, repos ? repos : u"repos", root)) return fail_improper(kRepos);
+    if (!zDirMake(path, true)) return fail_directory(kRepos);
+    return zJsonPathSetString(config, kRepos, path);
+}
+
+} // namespace
+
+const ServerClass *zServerClass(const zwchar *name) {
+    return name && zStrcasesameW(name, u"http") ? zHttpServerClass() : nullptr;
+}
+
+bool zServerInit(Server *server, const Json *config) {
+    if (!server || !config) return fail_args();
+    server->config = zJsonDup(config);
+    server->state = kServerNew;
+    if (!server->config) return fail_memory();
+    zwchar root[Z_PATH_MAX];
+    if (resolve_root(root, server->config) && resolve_repos(server->config)) return true;
+    zServerCleanup(server);
+    return false;
+}
+
+void zServerCleanup(Server *server) {
+    if (!server) return;
+    zJsonFree(std::exchange(server->config, nullptr));
+    server->table = nullptr;
+    server->state = kServerNew;
+}
+
+Server *zServerNew(const Json *config) {
+    Json *tree = const_cast<Json *>(config); // read only
+    const zwchar *schema = tree ? zJsonPathGetString(tree, u"schema") : nullptr;
+    if (!schema) return fail_missing(u"schema");
+    if (!zJsonPathExists(tree, schema)) return fail_missing(schema);
+    const ServerClass *kind = zServerClass(schema);
+    if (!kind) return fail_improper(schema);
+    return kind->New(config, schema);
+}
+
+void zServerFree(Server *server) {
+    if (server && server->table) server->table->Free(server);
+}
+
+bool zServerLoop(Server *server) {
+    return server && server->table ? server->table->Loop(server) : fail_args();
+}
+
+const zwchar *zServerName(Server *server) {
+    return server && server->table ? server->table->Name() : fail_args();
+}
+const zwchar *zServerVersion(Server *server) {
+    return server && server->table ? server->table->Version() : fail_args();
+}

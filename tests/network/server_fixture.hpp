@@ -1,0 +1,101 @@
+// A server on a port of the loopback, turned by a thread of its own, and raw sockets to it.
+#pragma once
+
+#include "support.hpp"
+
+#include "network/http/server.hpp"
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace test {
+
+// Bytes to a port and back, with no protocol in between.
+class RawSocket {
+  public:
+    explicit RawSocket(uint32_t port) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        connected_ = !connect(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    }
+    ~RawSocket() { ::close(fd_); }
+    RawSocket(const RawSocket &) = delete;
+    RawSocket &operator=(const RawSocket &) = delete;
+
+    bool connected() const { return connected_; }
+    int fd() const { return fd_; }
+    bool send(std::string_view bytes) const {
+        return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+               static_cast<ssize_t>(bytes.size());
+    }
+    // What comes until the peer closes, `wanted` stands in it, or a second and a half have passed
+    // without a byte. `closed` tells the first.
+    std::string receive(std::string_view wanted = {}, bool *closed = nullptr) const {
+        std::string all;
+        char block[4096];
+        for (pollfd ready{fd_, POLLIN, 0}; poll(&ready, 1, 1500) == 1;) {
+            const ssize_t count = recv(fd_, block, sizeof block, 0);
+            if (closed) *closed = count <= 0;
+            if (count <= 0) break;
+            all.append(block, static_cast<size_t>(count));
+            if (!wanted.empty() && all.find(wanted) != all.npos) break;
+        }
+        return all;
+    }
+
+  private:
+    int fd_;
+    bool connected_;
+};
+
+// An HTTP server with one route, "/test", and what a test makes of it.
+class TestServer {
+  public:
+    explicit TestServer(HttpProc proc, const std::function<void(HttpServer &)> &change = {}) {
+        auto config = guard(zJsonNew(Z_JSON_OBJECT), zJsonFree);
+        zJsonPathSetString(config.get(), u"path.root", dir_.path().u16string().c_str());
+        zJsonPathSetInt(config.get(), u"http.port", 0);
+        zJsonPathSetString(config.get(), u"http.host", u"127.0.0.1");
+        server_ = zHttpServerNew(config.get(), u"http");
+        HttpHandle handle;
+        zHttpHandleInit(&handle, u"/test", proc);
+        zHttpServerAddHandle(server_, &handle);
+        zHttpHandleCleanup(&handle);
+        if (change) change(*server_);
+        if (!zLoopListen(server_->tcp, server_->host, server_->port)) return;
+        port_ = zTcpPort(server_->tcp);
+        thread_ = std::thread([this] {
+            zLoopRun(server_->tcp);
+            zThreadCleanup();
+        });
+    }
+    ~TestServer() {
+        stop();
+        zHttpServerFree(server_);
+    }
+    void stop() {
+        zHttpServerStop(server_);
+        if (thread_.joinable()) thread_.join();
+    }
+    uint32_t port() const { return port_; }
+    HttpServer &server() { return *server_; }
+
+  private:
+    TempDir dir_;
+    HttpServer *server_ = nullptr;
+    uint32_t port_ = 0;
+    std::thread thread_;
+};
+
+} // namespace test
