@@ -3,9 +3,9 @@
 #include "system/posix/native.hpp"
 
 #include <csignal>
-#include <string>
 #include <netdb.h>
 #include <poll.h>
+#include <string>
 #include <sys/socket.h>
 
 namespace zev::os {
