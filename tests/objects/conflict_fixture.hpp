@@ -6,6 +6,7 @@
 #include "zev/conflict.h"
 
 #include <functional>
+#include <sstream>
 
 #include <git2.h>
 
@@ -28,46 +29,37 @@ class ConflictFixture : public WorkingCopyTest {
         return std::filesystem::is_regular_file(place / path) ? read(place / path).substr(1)
                                                               : "(none)";
     }
-    void take(const std::string &path) { std::filesystem::remove_all(place / path); }
-
-    void commit(const char *message) {
-        int status = -1;
-        const std::string said =
-            git(place,
-                std::string("add -A && ") + kGit + "'" + place.string() + "' commit -qm " + message,
-                &status);
-        ASSERT_EQ(status, 0) << said;
-    }
+    void commit(const char *message) { git_commit(message); }
 
     // Both change the last commit; their branch is merged into ours, which must not go well.
     void merge(const std::function<void()> &theirs, const std::function<void()> &ours) {
         git(place, "checkout -qb theirs");
         theirs();
-        commit("theirs");
+        git_commit("theirs");
         git(place, "checkout -q master");
         ours();
-        commit("ours");
+        git_commit("ours");
         int status = 0;
-        const std::string said =
-            git(place,
-                std::string("status --short; ") + kGit + "'" + place.string() + "' merge -q theirs",
-                &status);
+        const std::string said = git_as("merge -q theirs", &status);
         ASSERT_NE(status, 0) << said;
     }
 
     // What git sees of conflicts: "stage path;".
     std::string unmerged() {
-        std::string lines = git(place, "-c core.quotepath=off ls-files -u"), text;
-        for (size_t at = 0; at < lines.size(); at = lines.find('\n', at) + 1) {
-            const size_t end = std::min(lines.find('\n', at), lines.size());
-            const std::string line = lines.substr(at, end - at);
-            text +=
-                line.substr(line.find('\t') - 1, 1) + " " + line.substr(line.find('\t') + 1) + ";";
-            if (end == lines.size()) break;
+        std::istringstream lines(git(place, "-c core.quotepath=off ls-files -u"));
+        std::string text;
+        for (std::string line; std::getline(lines, line);) {
+            const size_t tab = line.find('\t');
+            text += line.substr(tab - 1, 1) + " " + line.substr(tab + 1) + ";";
         }
         return text;
     }
-    std::string porcelain() { return git(place, "-c core.quotepath=off status --porcelain -uall"); }
+    // Without the byte that makes the content a drawing's.
+    std::string trashed() {
+        std::string all = WorkingCopyTest::trashed();
+        std::erase(all, '\0');
+        return all;
+    }
 
     // An entry of some content, as a merge would hand it over.
     EntryPtr entry(const char *path, const std::string &text, uint32_t mode = 0100644) {
@@ -80,15 +72,17 @@ class ConflictFixture : public WorkingCopyTest {
     }
 
     static std::string told(const ConflictNode *node) {
-        std::string text = narrow(zConflictNodePath(node)) + ": ours";
-        for (uint64_t i = 0; i < zConflictNodeOurCount(node); ++i)
-            text += " " + narrow(zConflictNodeOurPath(node, i)) + "=" +
-                    std::to_string(zConflictNodeOurStatus(node, i));
-        text += ", theirs";
-        for (uint64_t i = 0; i < zConflictNodeTheirCount(node); ++i)
-            text += " " + narrow(zConflictNodeTheirPath(node, i)) + "=" +
-                    std::to_string(zConflictNodeTheirStatus(node, i));
-        return text + ";";
+        const auto side = [node](auto count, auto path, auto status) {
+            std::string text;
+            for (uint64_t i = 0; i < count(node); ++i)
+                text += " " + narrow(path(node, i)) + "=" + std::to_string(status(node, i));
+            return text;
+        };
+        return narrow(zConflictNodePath(node)) + ": ours" +
+               side(zConflictNodeOurCount, zConflictNodeOurPath, zConflictNodeOurStatus) +
+               ", theirs" +
+               side(zConflictNodeTheirCount, zConflictNodeTheirPath, zConflictNodeTheirStatus) +
+               ";";
     }
     static std::string told(const ConflictAnalysis *analysis) {
         std::string text;
@@ -96,11 +90,6 @@ class ConflictFixture : public WorkingCopyTest {
             text += told(zConflictAnalysisEntry(analysis, i));
         return text;
     }
-
-  private:
-    static constexpr const char *kGit =
-        "GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_SYSTEM=/dev/null git -c user.name=Ada "
-        "-c user.email=ada@example.com -C ";
 };
 
 } // namespace test

@@ -3,6 +3,7 @@
 
 #include "repo_fixture.hpp"
 
+#include <algorithm>
 #include <map>
 #include <vector>
 
@@ -49,6 +50,36 @@ class WorkingCopyTest : public RepositoryTest {
     static constexpr uint32_t kLiteral = Z_SPEC_LITERAL;
 
     void put(const std::string &path, std::string_view bytes) { write(place / path, bytes); }
+    void put_all(std::initializer_list<const char *> paths, const std::string &bytes = "1") {
+        for (auto *path : paths) put(path, bytes);
+    }
+    void take(const std::string &path) { std::filesystem::remove_all(place / path); }
+    bool exists(const std::string &path) { return std::filesystem::exists(place / path); }
+    std::string porcelain(const char *more = "") {
+        return git(place, std::string("-c core.quotepath=off status --porcelain -uall ") + more);
+    }
+    std::string git_as(const std::string &arguments, int *status = nullptr) {
+        return git(place, "-c user.name=Ada -c user.email=ada@example.com " + arguments, status);
+    }
+    void git_commit(const std::string &message) {
+        git(place, "add -A");
+        int status = -1;
+        const std::string said = git_as("commit -qm " + message, &status);
+        EXPECT_EQ(status, 0) << said;
+    }
+
+    // "name=bytes;" of the files in the trash, in order.
+    std::string trashed() {
+        std::vector<std::string> found;
+        std::error_code none;
+        for (auto &at : std::filesystem::recursive_directory_iterator(place / ".git/trash", none))
+            if (at.is_regular_file() && at.path().filename() != "info.$$$")
+                found.push_back(at.path().filename().string() + "=" + read(at.path()) + ";");
+        std::sort(found.begin(), found.end());
+        std::string all;
+        for (const std::string &file : found) all += file;
+        return all;
+    }
 
     static SpecPtr spec(std::vector<std::u16string> patterns, uint32_t options = 0,
                         const Notify *notify = nullptr) {

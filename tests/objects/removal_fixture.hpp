@@ -58,26 +58,6 @@ class RemovalTest : public WorkingCopyTest {
         return "Failed " + narrow(zI18nTextFormat(zI18nCurrentLang(), key, wide(path).c_str())) +
                ";";
     }
-
-    // "name=bytes;" of the files in the trash, in order.
-    std::string trashed() {
-        std::vector<std::string> found;
-        for (auto &at : std::filesystem::recursive_directory_iterator(place / ".git/trash"))
-            if (at.is_regular_file() && at.path().filename() != "info.$$$")
-                found.push_back(at.path().filename().string() + "=" + read(at.path()) + ";");
-        std::sort(found.begin(), found.end());
-        std::string all;
-        for (const std::string &file : found) all += file;
-        return all;
-    }
-    bool exists(const std::string &path) { return std::filesystem::exists(place / path); }
-    void take(const std::string &path) { std::filesystem::remove_all(place / path); }
-    void put_all(std::initializer_list<const char *> paths, const std::string &bytes = "1") {
-        for (auto *path : paths) put(path, bytes);
-    }
-    std::string porcelain(const char *more = "") {
-        return git(place, std::string("-c core.quotepath=off status --porcelain -uall ") + more);
-    }
 };
 
 } // namespace test

@@ -1,9 +1,5 @@
 #include "conflict_fixture.hpp"
 
-#include "zev/workdir.h"
-
-#include <algorithm>
-
 using namespace test;
 
 namespace fs = std::filesystem;
@@ -38,42 +34,17 @@ class ConflictNodes : public ConflictFixture {
         ASSERT_OK(zConflictAdd(index, made(ancestor).get(), made(ours).get(), made(theirs).get()));
     }
 
-    // What lies in the trash, "name=content;", sorted.
-    std::string trashed() {
-        std::vector<std::string> found;
-        const fs::path trash = place / ".git/trash";
-        if (!fs::exists(trash)) return "";
-        for (auto &file : fs::recursive_directory_iterator(trash))
-            if (file.is_regular_file() && file.path().filename() != "info.$$$")
-                found.push_back(file.path().filename().string() + "=" +
-                                read(file.path()).substr(1) + ";");
-        std::ranges::sort(found);
-        std::string text;
-        for (const std::string &line : found) text += line;
-        return text;
-    }
-
-    void use_theirs(uint32_t options) {
-        AnalysisPtr analysis = analyze();
-        choose(analysis.get(), Z_CONFLICT_USE_THEIRS, options);
-        ASSERT_OK(resolve(analysis.get()));
-        EXPECT_EQ(unmerged(), "");
-        EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\nA  gone-here\nD  gone-there\nM  new");
-        for (auto *path : {"d/both", "gone-here", "new"}) EXPECT_EQ(at(path), "theirs") << path;
-        EXPECT_EQ(at("gone-there"), "(none)");
-    }
-
     void merge_all_kinds() {
         for (auto *path : {"d/both", "gone-here", "gone-there", "same"}) put(path, "base");
-        commit("base");
+        git_commit("base");
         merge(
             [&] {
-                put("d/both", "theirs"), put("gone-here", "theirs"), put("new", "theirs"),
-                    take("gone-there");
+                for (auto *path : {"d/both", "gone-here", "new"}) put(path, "theirs");
+                take("gone-there");
             },
             [&] {
-                put("d/both", "ours"), put("gone-there", "ours"), put("new", "ours"),
-                    take("gone-here");
+                for (auto *path : {"d/both", "gone-there", "new"}) put(path, "ours");
+                take("gone-here");
             });
     }
 };
@@ -84,7 +55,7 @@ class ConflictNodes : public ConflictFixture {
 
 TEST_F(ConflictNodes, AFileOfOursStandsAboveTheirs) {
     put("a", "1"), put("d", "1"), put("e/f", "1");
-    commit("base");
+    git_commit("base");
     put("untracked", "1");
     IndexPtr index = lock();
     record(index.get(), "a/b", nullptr, nullptr, "2");
@@ -99,8 +70,6 @@ TEST_F(ConflictNodes, AFileOfOursStandsAboveTheirs) {
               "untracked: ours untracked=7, theirs untracked/1=1;");
     EXPECT_EQ(narrow(zConflictNodeType(zConflictAnalysisEntry(analysis.get(), 2))),
               text(u"conflict.sDirectoryObstructed"));
-    EXPECT_EQ(zConflictAnalysisEntry(analysis.get(), 5), nullptr);
-    EXPECT_EQ(zErrorClass(), 2);
     AnalysisPtr one = analyze(index.get(), spec({u"d/*"}).get()); // a path of them in any case
     EXPECT_EQ(told(one.get()), "D/3: ours, theirs D/3=1;d: ours d=0, theirs d/1=1 d/x/2=1;");
 }
@@ -108,7 +77,7 @@ TEST_F(ConflictNodes, AFileOfOursStandsAboveTheirs) {
 TEST_F(ConflictNodes, ADirectoryOfOursStandsInPlaceOfTheirs) {
     write(place / ".gitignore", "*.bak\n");
     put("d/1", "1"), put("d/2", "base"), put("d.x", "1"), put("dd", "1");
-    commit("base");
+    git_commit("base");
     put("d/2", "changed"), put("d/new", "1"), put("d/old.bak", "1");
     fs::create_directories(place / "d/empty");
     git(place, "init -q d/other");
@@ -116,8 +85,6 @@ TEST_F(ConflictNodes, ADirectoryOfOursStandsInPlaceOfTheirs) {
     record(index.get(), "d", nullptr, nullptr, "theirs");
     AnalysisPtr analysis = analyze(index.get());
     EXPECT_EQ(told(analysis.get()), "d: ours d/1=0 d/2=0 d/new=7 d/old.bak=7, theirs d=1;");
-    EXPECT_EQ(narrow(zConflictNodeType(zConflictAnalysisEntry(analysis.get(), 0))),
-              text(u"conflict.sFileObstructed"));
 
     // One below is in conflict itself: it counts once, with the ancestor of the merge.
     record(index.get(), "d/2", "other base", "changed", nullptr);
@@ -127,45 +94,22 @@ TEST_F(ConflictNodes, ADirectoryOfOursStandsInPlaceOfTheirs) {
     EXPECT_EQ(told(only.get()), "d: ours d/1=0 d/2=3 d/new=7 d/old.bak=7, theirs d=1;");
 }
 
-TEST_F(ConflictNodes, CaseIsDisregardedAmongPrefixes) {
-    IndexPtr index = lock();
-    AnalysisPtr analysis(zConflictAnalysisNew(index.get()));
-    for (auto *path : {"Größe/b", "GRÖSSE/b", "GRÖßE/B", "größe/B/c", "größe"}) {
-        ConflictPtr conflict(zConflictNew(nullptr, nullptr, entry(path, "1").get()));
-        ASSERT_OK(zConflictAnalysisInsert(analysis.get(), conflict.get()));
-    }
-    EXPECT_EQ(told(analysis.get()),
-              "Größe/b: ours, theirs Größe/b=1 GRÖßE/B=1 größe/B/c=1;"
-              "GRÖSSE/b: ours, theirs GRÖSSE/b=1;größe: ours, theirs größe=1;");
-}
+// ---- Carrying out
 
-TEST_F(ConflictNodes, WhatIsHandedOutNeedsNoIndex) {
+// Where ours deleted and theirs changed, git has put theirs into the work directory.
+TEST_F(ConflictNodes, UseTheirs) {
     merge_all_kinds();
     AnalysisPtr analysis = analyze();
     EXPECT_EQ(told(analysis.get()),
               "d/both: ours d/both=3, theirs d/both=3;gone-here: ours gone-here=2, "
               "theirs gone-here=3;gone-there: ours gone-there=3, theirs gone-there=2;"
               "new: ours new=1, theirs new=1;");
-    EXPECT_FALSE(zConflictAnalysisInsert(analysis.get(),
-                                         ConflictPtr(zConflictGet(lock().get(), u"new")).get()));
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_EQ(zConflictAnalyze(lock().get(), spec({u"same"}, Z_SPEC_MUST_MATCH).get()), nullptr);
-    EXPECT_EQ(zErrorClass(), 3);
-}
-
-// ---- Carrying out
-
-// Where ours deleted and theirs changed, git has put theirs into the work directory.
-TEST_F(ConflictNodes, UseTheirs) {
-    merge_all_kinds();
-    use_theirs(0);
-    EXPECT_EQ(trashed(), "both=ours;gone-here=theirs;gone-there=ours;new=ours;");
-}
-
-TEST_F(ConflictNodes, UseTheirsWithoutTheTrash) {
-    merge_all_kinds();
-    use_theirs(Z_CONFLICT_NO_TRASH);
-    EXPECT_EQ(trashed(), "");
+    choose(analysis.get(), Z_CONFLICT_USE_THEIRS);
+    zConflictNodeSetOptions(zConflictAnalysisEntry(analysis.get(), 3), Z_CONFLICT_NO_TRASH);
+    ASSERT_OK(resolve(analysis.get()));
+    EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\nA  gone-here\nD  gone-there\nM  new");
+    for (auto *path : {"d/both", "gone-here", "new"}) EXPECT_EQ(at(path), "theirs") << path;
+    EXPECT_EQ(trashed(), "both=ours;gone-here=theirs;gone-there=ours;");
 }
 
 TEST_F(ConflictNodes, UseOurs) {
@@ -173,26 +117,17 @@ TEST_F(ConflictNodes, UseOurs) {
     put("d/both", "ours, edited again");
     take("new"); // by hand: ours comes back
     Report report;
-    {
-        IndexPtr index = lock();
-        ASSERT_OK(zIndexResolve(index.get(), spec({}, 0, &report).get()));
-    }
-    EXPECT_EQ(unmerged(), "");
+    ASSERT_OK(zIndexResolve(lock().get(), spec({}, 0, &report).get()));
     EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\n?? gone-here"); // theirs, by git
-    EXPECT_EQ(at("d/both"), "ours, edited again");
-    EXPECT_EQ(at("gone-there"), "ours");
-    EXPECT_EQ(at("new"), "ours");
-    const std::string resolved = text(u"action.sResolved") + " ";
-    EXPECT_EQ(report.lines,
-              (std::vector<std::string>{
-                  "start: " + text(u"action.sCommand") + " " + text(u"action.sResolveConflicts"),
-                  resolved + "d/both", resolved + "gone-here", resolved + "gone-there",
-                  resolved + "new", "done: " + text(u"action.sDone")}));
+    EXPECT_EQ(at("d/both") + at("new"), "ours, edited againours");
+    const std::string word = text(u"action.sResolved");
+    for (auto *path : {"d/both", "gone-here", "gone-there", "new"})
+        EXPECT_TRUE(report.told(word + " " + path));
 }
 
 TEST_F(ConflictNodes, ADirectoryMakesWayAndComesBack) {
     put("d/1", "1"), put("d/2", "2"), put("f", "file");
-    commit("base");
+    git_commit("base");
     put("d/new", "3");
     for (uint32_t solution : {Z_CONFLICT_USE_OURS, Z_CONFLICT_USE_THEIRS}) {
         IndexPtr index = lock();
@@ -201,12 +136,9 @@ TEST_F(ConflictNodes, ADirectoryMakesWayAndComesBack) {
         AnalysisPtr analysis = analyze(index.get());
         choose(analysis.get(), solution);
         ASSERT_OK(zConflictResolve(index.get(), analysis.get()));
-        if (solution == Z_CONFLICT_USE_OURS) {
-            EXPECT_EQ(porcelain(), "?? d/new"); // as if nothing had been
-        }
+        EXPECT_EQ(porcelain() == "?? d/new", solution == Z_CONFLICT_USE_OURS);
     }
-    EXPECT_EQ(at("d"), "theirs");
-    EXPECT_EQ(at("f/below/1"), "theirs");
+    EXPECT_EQ(at("d") + at("f/below/1"), "theirstheirs");
     EXPECT_EQ(tracked(),
               (std::vector<std::string>{"d", "f/.gitkeep", "f/below/.gitkeep", "f/below/1"}));
     EXPECT_EQ(trashed(), "1=1;2=2;f=file;new=3;");
@@ -215,7 +147,7 @@ TEST_F(ConflictNodes, ADirectoryMakesWayAndComesBack) {
 // Ours did not change and only theirs did, which a merge by hand may record: the file stays.
 TEST_F(ConflictNodes, AnUnchangedSideStaysTracked) {
     put("a", "1"), put("b", "1");
-    commit("base");
+    git_commit("base");
     fs::permissions(place / "b", fs::perms::owner_exec, fs::perm_options::add);
     {
         IndexPtr index = lock();
@@ -243,7 +175,7 @@ struct Progress : Report {
 
 TEST_F(ConflictNodes, WhatFailsOrWaitsStaysInConflict) {
     for (auto *path : {"a", "b", "c"}) put(path, "base");
-    commit("base");
+    git_commit("base");
     merge([&] { put("a", "theirs"), put("b", "theirs b"), put("c", "theirs"); },
           [&] { put("a", "ours"), put("b", "ours"), put("c", "ours"); });
     const std::string id = git(place, "rev-parse :3:b");
@@ -258,32 +190,26 @@ TEST_F(ConflictNodes, WhatFailsOrWaitsStaysInConflict) {
     EXPECT_EQ(unmerged(), "1 a;2 a;3 a;1 b;2 b;3 b;");
     EXPECT_EQ(at("b"), "ours");
     EXPECT_EQ(trashed(), "c=ours;");
-    zSetErrorMsg(zI18nTextLookup(zI18nCurrentLang(), u"conflict.eUnableToResolve_s"), u"b");
-    EXPECT_TRUE(report.told(text(u"action.sFailed") + " " + narrow(zErrorMsg())));
-    auto line = [](int32_t sum, int32_t total, int32_t done, int32_t failed) {
-        zwchar text[512];
-        zSnprintfW(text, 512, zI18nTextLookup(zI18nCurrentLang(), u"action.sResolveProgress_4d"),
-                   sum, total, done, failed);
-        return narrow(text);
-    };
-    EXPECT_EQ(report.said,
-              (std::vector<std::string>{line(1, 2, 0, 1), line(2, 2, 1, 1), line(2, 2, 1, 1)}));
+    EXPECT_TRUE(report.told(
+        text(u"action.sFailed") + " " +
+        narrow(zI18nTextFormat(zI18nCurrentLang(), u"conflict.eUnableToResolve_s", u"b"))));
+    const std::string last = narrow(zI18nTextFormat(
+        zI18nCurrentLang(), u"action.sResolveProgress_4d", 2, 2, 1, 1)); // both, one done, one not
+    EXPECT_EQ(report.said.size(), 3u);
+    EXPECT_EQ(report.said.back(), last);
 
     // The second try takes up what is left.
     fs::rename(dir.path() / "away", object);
     zConflictNodeSetSolution(zConflictAnalysisEntry(analysis.get(), 0), Z_CONFLICT_USE_OURS);
     repository.reset(zRepositoryOpen(place.u16string().c_str()));
     ASSERT_OK(resolve(analysis.get()));
-    EXPECT_EQ(unmerged(), "");
     EXPECT_EQ(porcelain(), "M  b\nM  c");
-    for (uint64_t i = 0; i < 3; ++i)
-        EXPECT_TRUE(zConflictNodeIsResolved(zConflictAnalysisEntry(analysis.get(), i)));
 }
 
 // Somebody else settles the conflict and works on while the user thinks: nothing of that is undone.
 TEST_F(ConflictNodes, WhatOthersDidMeanwhileStays) {
     put("a", "base"), put("d/x", "base");
-    commit("base");
+    git_commit("base");
     merge([&] { put("a", "theirs"); }, [&] { put("a", "ours"); });
     {
         IndexPtr index = lock();
@@ -317,7 +243,7 @@ TEST_F(ConflictNodes, WhatOthersDidMeanwhileStays) {
 // The files changed after the conflict was shown: no entry is lost over it.
 TEST_F(ConflictNodes, AFailureInTheMiddleTakesNoEntries) {
     put("a", "1"), put("z", "1");
-    commit("base");
+    git_commit("base");
     IndexPtr index = lock();
     record(index.get(), "a", "1", "2", "3");
     record(index.get(), "z", "1", "2", "3");
@@ -329,15 +255,13 @@ TEST_F(ConflictNodes, AFailureInTheMiddleTakesNoEntries) {
     take("z");
     zConflictNodeSetSolution(node.get(), Z_CONFLICT_USE_OURS);
     EXPECT_FALSE(zConflictNodeResolve(index.get(), node.get()));
-    EXPECT_EQ(zErrorClass(), 3);
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(unmerged(), "1 a;2 a;3 a;1 z;2 z;3 z;");
-    EXPECT_FALSE(zConflictNodeIsResolved(node.get()));
 }
 
 TEST_F(ConflictNodes, ATwinInCaseIsNotMade) {
     put("Plan", "ours"), put("x", "1");
-    commit("base");
+    git_commit("base");
     IndexPtr index = lock();
     record(index.get(), "plan", "1", nullptr, "theirs");
     AnalysisPtr analysis = analyze(index.get());
@@ -353,29 +277,22 @@ TEST_F(ConflictNodes, ATwinInCaseIsNotMade) {
     EXPECT_EQ(tracked(), (std::vector<std::string>{"plan", "x"}));
 }
 
-TEST_F(ConflictNodes, LinksAndModesAreTheirs) {
+TEST_F(ConflictNodes, LinksAreTheirs) {
     const auto link = [&](const char *to) {
         take("link");
         fs::create_symlink(to, place / "link");
     };
-    put("run", "base"), link("base");
-    commit("base");
-    git(place, "config core.filemode true"); // so that the merge knows of it
-    const auto theirs = [&] {
-        put("run", "theirs"), link("theirs");
-        fs::permissions(place / "run", fs::perms::owner_exec, fs::perm_options::add);
-    };
-    merge(theirs, [&] { put("run", "ours"), link("ours"); });
-    AnalysisPtr analysis = analyze();
-    ASSERT_OK(resolve(analysis.get()));
+    link("base");
+    git_commit("base");
+    merge([&] { link("theirs"); }, [&] { link("ours"); });
+    ASSERT_OK(resolve(analyze().get()));
     EXPECT_EQ(fs::read_symlink(place / "link"), "theirs");
-    EXPECT_EQ(git(place, "diff theirs"), "");
 }
 
 // A directory that became a link leads out: nothing is written or taken behind it.
 TEST_F(ConflictNodes, NothingIsTouchedBehindALink) {
     put("d/a", "base");
-    commit("base");
+    git_commit("base");
     merge([&] { put("d/a", "theirs"); }, [&] { put("d/a", "ours"); });
     take("d");
     write(dir.path() / "outside/a", drawing("not ours"));
@@ -387,35 +304,4 @@ TEST_F(ConflictNodes, NothingIsTouchedBehindALink) {
         resolve(analysis.get());
         EXPECT_EQ(read(dir.path() / "outside/a"), drawing("not ours"));
     }
-}
-
-TEST_F(ConflictNodes, NamesAreNoPatterns) {
-    const std::vector<std::string> names = {"#1.dwx",
-                                            "!x.dwx",
-                                            "a[1].dwx",
-                                            "st*r.dwx",
-                                            "100%s%n.dwx",
-                                            "blank ",
-                                            "Zeichnung Größe.dwx",
-                                            "図面.dwx",
-                                            "[d]/*"};
-    const auto put_all = [&](const char *text) {
-        for (const std::string &name : names) put(name, text);
-    };
-    put_all("base");
-    put("star.dwx", "base"), put("a1.dwx", "base"), put("d/x", "base");
-    commit("base");
-    merge([&] { put_all("theirs"); }, [&] { put_all("ours"); });
-    for (const std::string &name : names) {
-        IndexPtr index = lock();
-        AnalysisPtr analysis = analyze(index.get(), spec({wide(name)}, kLiteral).get());
-        ASSERT_EQ(zConflictAnalysisLength(analysis.get()), 1u) << name;
-        Report report;
-        zConflictAnalysisSetNotify(analysis.get(), &report);
-        ASSERT_OK(zConflictResolve(index.get(), analysis.get()));
-        EXPECT_TRUE(report.told(text(u"action.sResolved") + " " + name));
-        EXPECT_EQ(at(name), "theirs") << name;
-    }
-    EXPECT_EQ(unmerged(), "");
-    for (auto *path : {"star.dwx", "a1.dwx", "d/x"}) EXPECT_EQ(at(path), "base");
 }

@@ -7,8 +7,7 @@ using namespace test;
 namespace {
 
 struct Host : Notify {
-    std::u16string word, text;
-    int calls = 0;
+    std::u16string text;
     static Host &of(const Notify *notify) {
         return const_cast<Host &>(static_cast<const Host &>(*notify));
     }
@@ -16,22 +15,19 @@ struct Host : Notify {
 
 } // namespace
 
-TEST(Notify, EachCallReachesItsOwnSlotOnly) {
+TEST(Notify, TextsAreFormattedOnceAndCut) {
     Host host{};
-    host.info = [](auto *n, auto *text) { Host::of(n).text = text, ++Host::of(n).calls; };
-    zNotifyWarning(&host, u"%s", u"goes nowhere");
-    zNotifyInfo(nullptr, u"%s", u"goes nowhere");
-    EXPECT_EQ(host.calls, 0);
-    zNotifyInfo(&host, u"%d of %s", 3, u"many");
-    EXPECT_EQ(host.text, u"3 of many");
-    zNotifyInfo(&host, u"%s", std::u16string(512, u'y').c_str());
-    EXPECT_EQ(host.text, std::u16string(511, u'y')); // is cut
+    host.info = [](auto *n, auto *text) { Host::of(n).text = text; };
+    zNotifyWarning(&host, u"%s", u"no slot");
+    zNotifyInfo(nullptr, u"%s", u"nobody");
+    EXPECT_EQ(host.text, u"");
+    zNotifyInfo(&host, u"%d%s", 3, std::u16string(512, u'y').c_str());
+    EXPECT_EQ(host.text, u"3" + std::u16string(510, u'y'));
     host.start = [](auto *n, auto *heading, auto *text) {
-        Host::of(n).word = heading, Host::of(n).text = text;
+        Host::of(n).text = std::u16string(heading) + text;
     };
-    zNotifyStart(&host, u"100%s", u"%s", u"50%n");
-    EXPECT_EQ(host.word, u"100%s"); // passed on untouched
-    EXPECT_EQ(host.text, u"50%n");
+    zNotifyStart(&host, u"100%s", u"%s", u"50%n"); // a heading is no format
+    EXPECT_EQ(host.text, u"100%s50%n");
 }
 
 // Also where a log line composed the detail before, and where the host raises on its own.
@@ -49,28 +45,10 @@ TEST(Notify, AFailureIsToldByItsMessage) {
     EXPECT_EQ(zErrorDetail(), message + u": File exists");
 }
 
-TEST(Notify, QuestionsWithoutAHost) {
+TEST(Notify, ADialogKeepsItsOwnTextWhenGivenThat) {
     auto dialog = guard(zTaskDialogNew(), zTaskDialogFree);
-    EXPECT_FALSE(zNotifyIsUsrbrk(nullptr));
-    EXPECT_EQ(zNotifyShowTaskDialog(zNotifyNull(), dialog.get()), -1);
-    EXPECT_EQ(zNotifyShowTaskDialog(nullptr, dialog.get()), -1);
-    Host host{};
-    host.dialog = [](auto *, auto *shown) { return zTaskButtonId(zTaskDialogButtonAt(shown, 0)); };
-    ASSERT_OK(zTaskDialogAddButton(dialog.get(), zTaskButtonNew(7, u"Retry", nullptr)));
-    EXPECT_EQ(zNotifyShowTaskDialog(&host, dialog.get()), 7);
-}
-
-TEST(Notify, DialogOwnsTextsAndButtons) {
-    auto dialog = guard(zTaskDialogNew(), zTaskDialogFree);
-    std::u16string title = u"Locked";
-    ASSERT_OK(zTaskDialogSetTitle(dialog.get(), title.c_str()));
-    title = u"changed";
-    ASSERT_OK(zTaskDialogSetTitle(dialog.get(), zTaskDialogTitle(dialog.get()))); // its own
+    EXPECT_EQ(zNotifyShowTaskDialog(nullptr, dialog.get()), -1); // nobody is asked
+    ASSERT_OK(zTaskDialogSetTitle(dialog.get(), u"Locked"));
+    ASSERT_OK(zTaskDialogSetTitle(dialog.get(), zTaskDialogTitle(dialog.get())));
     EXPECT_EQ(narrow(zTaskDialogTitle(dialog.get())), "Locked");
-    EXPECT_EQ(zTaskButtonNew(0, u"none", nullptr), nullptr);
-    for (int id : {1, 2, 3})
-        ASSERT_OK(zTaskDialogAddButton(dialog.get(), zTaskButtonNew(id, u"text", u"why")));
-    ASSERT_EQ(zTaskDialogButtonCount(dialog.get()), 3u);
-    EXPECT_EQ(narrow(zTaskButtonDesc(zTaskDialogButtonAt(dialog.get(), 2))), "why");
-    EXPECT_EQ(zTaskDialogButtonAt(dialog.get(), 3), nullptr);
 }

@@ -2,7 +2,6 @@
 
 #include "objects/trash/trash.hpp"
 #include "system/os.hpp"
-#include "zev/dir.h"
 
 #include <algorithm>
 #include <array>
@@ -90,15 +89,14 @@ class TrashTest : public WorkingCopyTest {
         return zTrashMoveBack(repository.get(), entry.get(), host);
     }
 
-    // A path, after a file was put there.
-    void take(const std::string &path, const std::string &file = {}) {
+    // Into the trash, after a file was put there.
+    void drop(const std::string &path, const std::string &file = {}) {
         if (!file.empty()) put(file, "drawing");
         ASSERT_OK(zTrashMoveInto(repository.get(), wide(path).c_str())) << path;
     }
 
     int slots() {
-        return atoi(
-            run("find '" + trash.string() + "' -name 'info.$$$' 2>/dev/null | wc -l").c_str());
+        return stoi(run("find '" + trash.string() + "' -name 'info.$$$' 2>/dev/null | wc -l"));
     }
 
     // A description and an item put there by hand; gives the slot's path.
@@ -120,26 +118,23 @@ TEST_F(TrashTest, TakesWithNameAndOrigin) {
     const std::array<std::string, 3> kRows[] = {
         {"top.dwx", "top.dwx", "/top.dwx"},
         {"a\\b/st*r [1].dwx", "a/b/st*r [1].dwx", "a/b/st*r [1].dwx"},
-        {"Größe/平面.dwx", "Größe/平面.dwx", "Größe/平面.dwx"},
-        {"docs\\sub/", "docs/sub/a", "docs/sub"}}; // a tree, named after its last part
+        {"docs\\平面/", "docs/平面/a", "docs/平面"}}; // a tree, named after its last part
     for (const auto &[path, file, name] : kRows) {
-        take(path, file);
-        EXPECT_FALSE(fs::exists(place / file));
+        drop(path, file);
+        EXPECT_FALSE(exists(file));
         EXPECT_EQ(found(nullptr, false), Names{name});
         EXPECT_GE(zTrashEntryDTime(entry(fs::path(name).filename()).get())->seconds, before);
         ASSERT_OK(zTrashCleanup(repository.get()));
     }
     EXPECT_OK(zTrashMoveInto(repository.get(), u"not/there"));
     put("docs/info.$$$", "mine"); // the name of a description
-    const RepositoryPtr bare(zRepositoryInit((dir / u"bare").c_str(), true));
-    for (auto [owner, path] : {std::pair{repository.get(), u"docs/info.$$$"},
-                               {repository.get(), u"/"},
-                               {bare.get(), u"a"}}) {
-        zRaiseOutOfRange(nullptr);
-        EXPECT_FALSE(zTrashMoveInto(owner, path));
+    for (auto path : {u"docs/info.$$$", u"/"}) {
+        EXPECT_FALSE(zTrashMoveInto(repository.get(), path));
         EXPECT_EQ(zErrorClass(), 2);
     }
     EXPECT_EQ(read(place / "docs/info.$$$"), "mine");
+    const RepositoryPtr bare(zRepositoryInit((dir / u"bare").c_str(), true));
+    EXPECT_FALSE(zTrashMoveInto(bare.get(), u"a"));
     EXPECT_FALSE(zTrashFindNew(bare.get(), nullptr, nullptr, true));
 }
 
@@ -156,12 +151,11 @@ TEST_F(TrashTest, AFailingMoveLeavesTheFileWhereItWas) {
                 return errno = EIO, -1;
             };
         }};
-    const fs::path file = place / "docs/plan.dwx";
+    const fs::path file = place / "plan";
     write(file, "drawing");
     for (auto arm : kFaults) {
         arm();
-        EXPECT_FALSE(zTrashMoveInto(repository.get(), u"docs/plan.dwx"));
-        EXPECT_EQ(zErrorClass(), 9);
+        EXPECT_FALSE(zTrashMoveInto(repository.get(), u"plan"));
         os::calls = kept;
         EXPECT_EQ(read(file), "drawing");
         EXPECT_EQ(slots(), 0);
@@ -174,11 +168,11 @@ TEST_F(TrashTest, AFailingMoveLeavesTheFileWhereItWas) {
         return across ? (errno = EXDEV, -1) : ::renameat2(AT_FDCWD, from, AT_FDCWD, to, flags);
     };
     os::calls.fsync = [](int) { return errno = EIO, -1; };
-    EXPECT_FALSE(zTrashMoveInto(repository.get(), u"docs/plan.dwx"));
+    EXPECT_FALSE(zTrashMoveInto(repository.get(), u"plan"));
     EXPECT_EQ(read(file), "drawing");
-    EXPECT_EQ(found(), Names{"docs/plan.dwx"});
+    EXPECT_EQ(found(), Names{"/plan"});
     os::calls.fsync = kept.fsync;
-    take("docs/plan.dwx");
+    drop("plan");
     EXPECT_FALSE(fs::exists(file));
     EXPECT_EQ(found().size(), 2u);
 }
@@ -210,43 +204,24 @@ TEST_F(TrashTest, ABatchSyncsOnceForManyAndPrunes) {
 
 TEST_F(TrashTest, EntryPaths) {
     const std::string id = slot(7, info("plan.v2", "docs", 1234), "plan.v2/sub/a.DWX");
-    const std::string hex2 = id.substr(0, 2), hex38 = id.substr(3), deep = "/plan.v2/sub/a.DWX";
-    run("find '" + trash.string() + "' -exec touch -d @777 {} +");
-    const auto told = [this](const TrashPtr &entry) -> std::string {
-        const TrashEntry *e = entry.get();
-        if (!e) return "";
-        EXPECT_EQ(zTrashEntryOwner(e), repository.get());
-        EXPECT_EQ(zTrashEntryDTime(e)->seconds, 1234);
-        EXPECT_EQ(zTrashEntryMTime(e)->seconds, 777);
-        EXPECT_NE(zTrashEntryIsDir(e), zTrashEntryIsFile(e));
-        return narrow(zTrashEntryPath(e)) + "|" + orig_and_name(e) + "|" +
-               narrow(zTrashEntryType(e)) +
-               (zTrashEntryIsFile(e) ? std::to_string(zTrashEntrySize(e)) : "");
+    const auto told = [this](const std::string &path) -> std::string {
+        const TrashPtr entry = discover(path);
+        return entry ? narrow(zTrashEntryPath(entry.get())) + "|" + orig_and_name(entry.get()) +
+                           "|" + narrow(zTrashEntryType(entry.get()))
+                     : "";
     };
-    const std::string drawing = id + deep + "|docs/plan.v2/sub/a.DWX|DWX5";
-    for (const auto &path : {id, "/" + id + "/", "\\" + hex2 + "\\" + hex38 + "\\plan.v2"})
-        EXPECT_EQ(told(discover(path)), id + "/plan.v2|docs/plan.v2|") << path;
-    EXPECT_EQ(told(discover(id + deep)), drawing);
-    // The same from its directory.
-    const TrashPtr parent = discover(id + "/plan.v2/sub");
-    const auto listing =
-        guard(zDirOpen((trash / id / "plan.v2.v2/sub").u16string().c_str()), zDirClose);
-    while (const Dirent *item = zDirRead(listing.get()))
-        EXPECT_EQ(told(TrashPtr(zTrashEntryParse(parent.get(), item))),
-                  zDirentIsDotOrDotDot(item) ? "" : drawing);
+    for (const auto &path :
+         {id, "/" + id + "/", "\\" + id.substr(0, 2) + "\\" + id.substr(3) + "\\plan.v2"})
+        EXPECT_EQ(told(path), id + "/plan.v2|docs/plan.v2|") << path;
+    EXPECT_EQ(told(id + "/plan.v2/sub/a.DWX"),
+              id + "/plan.v2/sub/a.DWX|docs/plan.v2/sub/a.DWX|DWX");
 
     // Names on disk are exact; another or a longer one than the item's is none; nor are these.
     fs::create_directory_symlink(place, trash / id / "plan.v2/out");
-    const std::pair<int, Names> kBad[] = {
-        {3, {id + "/PLAN.v2", id + "/plan.v2/none"}},
-        {10, {id + "/other", id + "/plan.v22", id + "/info.$$$"}},
-        {2, {id + "/plan.v2/../../x", id + "/plan.v2//sub", id + "/plan.v2/out/.git"}},
-        {2, {"0A" + id.substr(2), id.substr(0, 40), "//" + id, ""}}};
-    for (const auto &[error_class, paths] : kBad)
-        for (const std::string &path : paths) {
-            EXPECT_FALSE(discover(path)) << path;
-            EXPECT_EQ(zErrorClass(), error_class) << path;
-        }
+    for (const std::string &path :
+         {id + "/PLAN.v2", id + "/plan.v22", id + "/info.$$$", id + "/plan.v2/../../x",
+          id + "/plan.v2//sub", id + "/plan.v2/out/.git", "0A" + id.substr(2), id.substr(0, 40)})
+        EXPECT_EQ(told(path), "") << path;
     // As items these would move or remove the whole trash, a slot, a description.
     TrashPtr wrong(zTrashEntryNew());
     for (const std::string &path : {std::string(), id, id + "/info.$$$"}) {
@@ -273,47 +248,16 @@ TEST_F(TrashTest, DamagedSlotsAreLeftOut) {
     EXPECT_EQ(zErrorCode(), 104);
 }
 
-TEST_F(TrashTest, SearchesByTextAndPattern) {
-    const std::string all = "Projekt/Grundriss", one = all + "/EG.dwx", two = all + "/sub/OG.dwx";
-    put(one, "1");
-    put(two, "1");
-    take(all);
-    take("notes.txt", "notes.txt");
-    const TrashPtr below = entry("Grundriss"), file = entry("OG.dwx");
-    const struct {
-        const zwchar *pattern;
-        bool recursive;
-        Names found;
-        const TrashEntry *below = nullptr;
-    } kRows[] = {
-        {nullptr, false, {"/notes.txt", all}},
-        {u"", true, {"/notes.txt", all, one, all + "/sub", two}},
-        {u"gRUND", false, {all}}, // anywhere in the path
-        {u"*.dwx", true, {one, two}},
-        {u"og", true, {two}},
-        {u"OG.DW?", true, {}},
-        {nullptr, false, {one, all + "/sub"}, below.get()},
-        {nullptr, true, {}, file.get()},
-    };
-    for (const auto &row : kRows)
-        EXPECT_EQ(found(row.pattern, row.recursive, row.below), row.found) << narrow(row.pattern);
-}
-
 TEST_F(TrashTest, ASearchStopsAtOnceAndStartsAnew) {
     FindPtr find(zTrashFindNew(repository.get(), nullptr, nullptr, false));
     EXPECT_FALSE(zTrashFindFirst(find.get())); // no trash yet
-    EXPECT_TRUE(zTrashFindDone(find.get()));
-    EXPECT_EQ(zTrashFindEntry(find.get()), nullptr);
     constexpr int kSlots = 150;
     for (int i = 0; i < kSlots; ++i) slot(i, info("x", std::to_string(i), 5));
     for (int stop_at : {70, kSlots}) { // and anew
         int count = 1;
         ASSERT_TRUE(zTrashFindFirst(find.get()));
-        const TrashEntry *first = zTrashFindEntry(find.get());
         while (count < stop_at && zTrashFindNext(find.get())) ++count;
         EXPECT_EQ(count, stop_at);
-        EXPECT_EQ(narrow(zTrashEntryName(first)), "x"); // results stay where they are
-        EXPECT_FALSE(zTrashFindDone(find.get()));
     }
     EXPECT_FALSE(zTrashFindNext(find.get()));
     EXPECT_TRUE(zTrashFindDone(find.get()));
@@ -331,7 +275,6 @@ TEST_F(TrashTest, ASearchStopsAtOnceAndStartsAnew) {
     ASSERT_TRUE(zTrashFindFirst(walking));
     ASSERT_TRUE(zTrashFindStop(walking));
     EXPECT_LE(opened, 4);
-    EXPECT_EQ(zTrashFindEntry(walking), nullptr);
     os::calls = kept;
     ASSERT_TRUE(zTrashFindFirst(find.get())); // freed while it runs
 }
@@ -339,26 +282,17 @@ TEST_F(TrashTest, ASearchStopsAtOnceAndStartsAnew) {
 // ---- Out
 
 TEST_F(TrashTest, GivesBackAndStages) {
-    for (auto path : {"docs/sub/plan.dwx", "top.dwx"}) put(path, "drawing");
-    commit_all();
-    take("docs");
-    take("top.dwx");
-    Host host;
-    ASSERT_OK(back(entry("top.dwx"), &host));
-    EXPECT_EQ(host.lines, Names{text(u"action.sReverted") + " top.dwx"});
-    EXPECT_EQ(git(place, "ls-files -d"), "docs/sub/plan.dwx");
+    put_all({"docs/sub/plan.dwx", "docs/other"}, "drawing");
+    drop("docs");
     // One file out of a taken directory, elsewhere.
     put("new/mine", "1");
-    ASSERT_OK(zTrashMoveTo(repository.get(), entry("plan.dwx").get(), u"new\\place/", &host));
-    EXPECT_EQ(read(place / "new/place/plan.dwx"), "drawing");
-    EXPECT_EQ(slots(), 0); // nothing was left in it
-    EXPECT_EQ(git(place, "diff --cached --name-status --no-renames"),
-              "A\tnew/.gitkeep\nA\tnew/place/.gitkeep\nA\tnew/place/plan.dwx");
-    expect_sound();
+    ASSERT_OK(zTrashMoveTo(repository.get(), entry("plan.dwx").get(), u"new\\place/", nullptr));
+    EXPECT_EQ(porcelain("-- new"),
+              "A  new/.gitkeep\nA  new/place/.gitkeep\nA  new/place/plan.dwx\n?? new/mine");
     // A tree, with all that is in it and nothing beside it.
-    take("new");
+    drop("new");
     put("new2", "beside");
-    ASSERT_OK(back(entry("new"), &host));
+    ASSERT_OK(back(entry("new")));
     EXPECT_EQ(git(place, "ls-files new new2"),
               "new/.gitkeep\nnew/mine\nnew/place/.gitkeep\nnew/place/plan.dwx");
 }
@@ -366,7 +300,7 @@ TEST_F(TrashTest, GivesBackAndStages) {
 TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     for (auto path : {"d/a", "d/sub/b", "d/info.$$$"}) put(path, path);
     fs::create_directories(place / "d/empty/deep");
-    take("d");
+    drop("d");
     ASSERT_OK(back(entry("b")));
     EXPECT_EQ(found(), (Names{"/d", "d/a", "d/empty", "d/empty/deep", "d/info.$$$"}));
     ASSERT_OK(zTrashRemove(repository.get(), entry("a").get()));
@@ -378,7 +312,7 @@ TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     // For good goes what is named: what it leaves empty, not what was empty beside it.
     put("e/a", "1");
     fs::create_directories(place / "e/empty");
-    take("e");
+    drop("e");
     ASSERT_OK(zTrashRemove(repository.get(), entry("a").get()));
     EXPECT_EQ(found(), (Names{"/e", "e/empty"}));
     ASSERT_OK(zTrashRemove(repository.get(), entry("empty").get()));
@@ -387,25 +321,17 @@ TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
 
 TEST_F(TrashTest, ATakenPlaceIsAskedAbout) {
     setenv("XDG_DATA_HOME", (dir.path() / "home").c_str(), 1); // the desktop's trash
-    take("docs/plan.dwx", "docs/plan.dwx");
+    drop("docs/plan.dwx", "docs/plan.dwx");
     put("docs/plan.dwx", "new");
-    add({u"docs"});
     const TrashPtr item = entry("plan.dwx");
-    const std::string question = with(u"dialog.skipOrReplace.instruction_s", u"plan.dwx") +
-                                 with(u"dialog.skipOrReplace.content_s", u"docs");
-    for (int32_t answer : {-1, 0, 4, 2}) { // with 0 nobody is there
-        Host host(answer);
-        EXPECT_FALSE(back(item, answer ? &host : nullptr));
+    Host skip(2), replace(1);
+    for (Host *host : {static_cast<Host *>(nullptr), &skip}) {
+        EXPECT_FALSE(back(item, host));
         EXPECT_EQ(zErrorClass(), 4);
-        EXPECT_EQ(host.asked, answer ? question : "");
-        const Names skipped{text(u"action.sSkipped") + " docs/plan.dwx"};
-        EXPECT_EQ(host.lines, answer == 2 ? skipped : Names{});
         EXPECT_EQ(read(place / "docs/plan.dwx"), "new");
-        EXPECT_EQ(found(), Names{"docs/plan.dwx"});
     }
-    Host replace(1);
+    EXPECT_EQ(skip.lines, Names{text(u"action.sSkipped") + " docs/plan.dwx"});
     ASSERT_OK(back(item, &replace));
-    EXPECT_EQ(read(place / "docs/plan.dwx"), "drawing");
     EXPECT_EQ(git(place, "show :docs/plan.dwx"), "drawing");
     EXPECT_EQ(read(dir.path() / "home/Trash/files/plan.dwx"), "new");
 }
@@ -414,55 +340,50 @@ TEST_F(TrashTest, NewNames) {
     const std::string longest(200, 'n');
     const auto give_back = [&](const std::string &name) {
         Host host(3);
-        take("d/" + name, "d/" + name);
+        drop("d/" + name, "d/" + name);
         put("d/" + name, "there");
         EXPECT_OK(back(entry(name), &host));
         EXPECT_EQ(read(place / "d" / name), "there");
         return host.lines.at(0).substr(text(u"action.sReverted").size() + 1);
     };
-    const std::array<std::string, 3> kRows[] = {{"plan", ".dwx"}, // base, extension, new base
-                                                {"plan", ""},
-                                                {"report.tar", ".gz"},
-                                                {"100%s%n", ".dwx"},
-                                                {longest, ".dwx", longest.substr(0, 55)}};
-    for (const auto &[base, extension, cut] : kRows)
-        for (const char *number : {"1", "2"}) {
-            const std::string path =
-                "d/" + (cut.empty() ? base : cut) + " (" + number + ")" + extension;
-            EXPECT_EQ(give_back(base + extension), path);
-            EXPECT_EQ(read(place / path), "drawing");
-        }
+    const std::array<std::string, 2> kRows[] = {
+        {"plan.dwx", "plan (1).dwx"},
+        {"plan.dwx", "plan (2).dwx"},
+        {"plan", "plan (1)"},
+        {"report.tar.gz", "report.tar (1).gz"},
+        {"100%s%n.dwx", "100%s%n (1).dwx"},
+        {longest + ".dwx", longest.substr(0, 55) + " (1).dwx"}};
+    for (const auto &[name, made] : kRows) {
+        EXPECT_EQ(give_back(name), "d/" + made);
+        EXPECT_EQ(read(place / "d" / made), "drawing");
+    }
     // After 99 numbers comes chance.
     for (int i = 3; i <= 99; ++i) put("d/plan (" + std::to_string(i) + ").dwx", "x");
     EXPECT_EQ(give_back("plan.dwx").size(), strlen("d/plan (12345678).dwx"));
 }
 
 TEST_F(TrashTest, AFileInPlaceOfADirectory) {
-    take("a/b/c/plan.dwx", "a/b/c/plan.dwx");
-    fs::remove_all(place / "a");
+    drop("a/b/plan.dwx", "a/b/plan.dwx");
+    take("a");
     put("a", "a file now");
     add({u"a"});
     const TrashPtr item = entry("plan.dwx");
     Host no(2), yes(1);
     EXPECT_FALSE(back(item, &no));
     EXPECT_EQ(no.asked, with(u"dialog.skipOrDelete.instruction_s", u"a") +
-                            with(u"dialog.skipOrDelete.content_s", u"a/b/c"));
-    EXPECT_EQ(read(place / "a"), "a file now");
+                            with(u"dialog.skipOrDelete.content_s", u"a/b"));
     EXPECT_EQ(tracked(), Names{"a"});
     ASSERT_OK(back(item, &yes));
-    EXPECT_EQ(read(place / "a/b/c/plan.dwx"), "drawing");
-    EXPECT_EQ(found(), Names{"/a"}); // the file is in the trash
-    EXPECT_EQ(tracked(), (Names{"a/.gitkeep", "a/b/.gitkeep", "a/b/c/.gitkeep", "a/b/c/plan.dwx"}));
+    EXPECT_EQ(trashed(), "a=a file now;");
+    EXPECT_EQ(tracked(), (Names{"a/.gitkeep", "a/b/.gitkeep", "a/b/plan.dwx"}));
 
     // One that only the index knows; what is on disk is the user's and stays.
     put("e", "x");
     add({u"e"});
-    fs::remove(place / "e");
+    take("e");
     put("e/mine", "mine");
-    take("e/other", "e/other");
-    yes.asked.clear();
+    drop("e/other", "e/other");
     ASSERT_OK(back(entry("other"), &yes));
-    EXPECT_NE(yes.asked, "");
     EXPECT_EQ(read(place / "e/mine"), "mine");
     EXPECT_EQ(git(place, "ls-files e"), "e/.gitkeep\ne/other");
 }
@@ -471,9 +392,9 @@ TEST_F(TrashTest, NeverOutOfTheWorkDirectory) {
     const fs::path outside = dir.path() / "outside";
     fs::create_directories(outside);
     fs::create_directory_symlink(outside, place / "out");
-    take("plan.dwx", "plan.dwx");
+    drop("plan.dwx", "plan.dwx");
     const TrashPtr item = entry("plan.dwx");
-    for (const zwchar *to : {u"out", u"out/deep", u"../outside", u".git", u"a/../../x"}) {
+    for (const zwchar *to : {u"out/deep", u"../outside", u".git", u"a/../../x"}) {
         EXPECT_FALSE(zTrashMoveTo(repository.get(), item.get(), to, nullptr)) << narrow(to);
         EXPECT_EQ(zErrorClass(), 2) << narrow(to);
     }
@@ -481,12 +402,12 @@ TEST_F(TrashTest, NeverOutOfTheWorkDirectory) {
     EXPECT_FALSE(back(entry("x")));
     EXPECT_EQ(found(), (Names{"../outside/x", "/plan.dwx"}));
     EXPECT_TRUE(fs::is_empty(outside));
-    take("out"); // the link alone
+    drop("out"); // the link alone
     EXPECT_TRUE(fs::exists(outside));
 }
 
 TEST_F(TrashTest, FailuresAreTold) {
-    take("plan.dwx", "plan.dwx");
+    drop("plan.dwx", "plan.dwx");
     const TrashPtr item = entry("plan.dwx");
     Host host;
     {
@@ -494,18 +415,11 @@ TEST_F(TrashTest, FailuresAreTold) {
         EXPECT_FALSE(back(item, &host));
         EXPECT_EQ(zErrorClass(), 7);
     }
-    os::calls.rename = [](auto *from, auto *to, unsigned flags) {
-        const bool item = std::string_view(to).ends_with("copy/plan.dwx");
-        return item ? (errno = EIO, -1) : ::renameat2(AT_FDCWD, from, AT_FDCWD, to, flags);
-    };
+    os::calls.rename = [](auto *, auto *, unsigned) { return errno = EIO, -1; };
     EXPECT_FALSE(back(item, &host));
     os::calls = kept;
-    os::calls.mkdir = [](auto *, mode_t) { return errno = EIO, -1; };
-    EXPECT_FALSE(zTrashMoveTo(repository.get(), item.get(), u"new", &host));
-    os::calls = kept;
     EXPECT_EQ(host.lines, (Names{"error " + text(u"odb.eUnableToLockWorkingCopy"),
-                                 "error " + with(u"sys.eFailedToAccess_s", u"plan.dwx"),
-                                 "error " + with(u"sys.eCannotCreateDir_s", u"new")}));
+                                 "error " + with(u"sys.eFailedToAccess_s", u"plan.dwx")}));
     static fs::path there, away;
     there = trash / narrow(zTrashEntryPath(item.get())), away = dir.path() / "away";
     os::calls.open = [](const char *path, int flags, mode_t mode) {
@@ -515,9 +429,7 @@ TEST_F(TrashTest, FailuresAreTold) {
     EXPECT_OK(back(item, &host));
     os::calls = kept;
     fs::rename(away, there);
-    ASSERT_OK(back(item, &host));
-    EXPECT_OK(back(item, &host)); // gone already
-    EXPECT_OK(zTrashRemove(repository.get(), item.get()));
+    for (int times = 0; times < 2; ++times) EXPECT_OK(back(item, &host)); // then gone already
     EXPECT_EQ(read(place / "plan.dwx"), "drawing");
 }
 
@@ -525,22 +437,17 @@ TEST_F(TrashTest, PurgesByAge) {
     static constexpr int64_t kNow = 2'000'000'000, kDay = 86400;
     os::calls.now = [] { return kNow * 1'000'000'000; };
     int number = 0;
-    for (auto [name, time] : {std::pair{"new", kNow - 29 * kDay},
-                              {"just", kNow - 30 * kDay},
+    for (auto [name, time] : {std::pair{"just", kNow - 30 * kDay},
                               {"young", kNow - 30 * kDay + 1},
-                              {"ancient", int64_t{1}},
                               {"future", kNow + 5}})
         slot(number++, info("x", name, time));
     slot(number, "damaged");
-    EXPECT_FALSE(zTrashPurge(repository.get(), -1));
-    EXPECT_EQ(zErrorClass(), 2);
-    ASSERT_OK(zTrashPurge(repository.get(), INT32_MAX));
-    EXPECT_EQ(found().size(), 5u);
-    ASSERT_OK(zTrashPurge(repository.get(), 30));
-    EXPECT_EQ(found(), (Names{"future/x", "new/x", "young/x"}));
-    ASSERT_OK(zTrashPurge(repository.get(), 0));
-    EXPECT_EQ(found(), Names{"future/x"});
-    ASSERT_OK(zTrashCleanup(repository.get()));
-    EXPECT_OK(zTrashCleanup(repository.get()));
+    for (const auto &[days, left] : {std::pair{INT32_MAX, Names{"future/x", "just/x", "young/x"}},
+                                     {30, {"future/x", "young/x"}},
+                                     {0, {"future/x"}}}) {
+        ASSERT_OK(zTrashPurge(repository.get(), days));
+        EXPECT_EQ(found(), left);
+    }
+    for (int times = 0; times < 2; ++times) ASSERT_OK(zTrashCleanup(repository.get()));
     EXPECT_FALSE(fs::exists(trash));
 }
