@@ -241,18 +241,14 @@ TEST_F(CheckoutTest, KeepsGitlinksInTheIndex) {
     plant("160000 commit " + link, "lib");
     for (const uint32_t options : {0u, uint32_t{Z_CHECK_FORCE}}) {
         zCheckSpecSetOptions(spec.get(), options);
-        for (const auto &[target, word] :
-             {std::pair{with, u"action.sAdded"}, {std::string("side"), u"action.sUpdated"}}) {
-            report.lines.clear();
+        for (const std::string &target : {with, std::string("side")}) {
             ASSERT_OK(checkout(target));
-            expect_told(word, {"lib"});
             expect_as(target);
-            EXPECT_TRUE(fs::is_directory(place / "lib"));
         }
         if (options) put("lib/file", "of the other repository");
         ASSERT_OK(checkout(first));
         EXPECT_EQ(git(place, "ls-files lib"), "");
-        EXPECT_EQ(fs::exists(place / "lib"), options != 0);
+        EXPECT_EQ(exists("lib"), options != 0);
     }
     zCheckSpecSetOptions(spec.get(), 0);
     ASSERT_OK(checkout(with));

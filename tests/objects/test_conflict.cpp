@@ -58,8 +58,6 @@ TEST_F(ConflictRecord, OfARealMerge) {
     EXPECT_EQ(listed(spec({u"GONE-*"}).get()), "gone-here 2/3;gone-there 3/2;");
     EXPECT_EQ(zConflictMatch(index.get(), spec({u"none"}, Z_SPEC_MUST_MATCH).get()), nullptr);
     EXPECT_EQ(zErrorClass(), 3);
-    EXPECT_EQ(zConflictGet(index.get(), u"none"), nullptr);
-    EXPECT_EQ(zErrorCode(), -3);
 }
 
 TEST_F(ConflictRecord, WalkedWhileTheyAreResolved) {
@@ -101,25 +99,4 @@ TEST_F(ConflictRecord, InAndOutOfAnIndex) {
     ASSERT_OK(zConflictRemoveAll(index.get()));
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(tracked(), std::vector<std::string>{"B"});
-}
-
-TEST_F(ConflictRecord, NodeTellsItsKind) {
-    const auto kind = [](const char16_t *ours, const char16_t *theirs) {
-        return text(ours) + "/" + text(theirs);
-    };
-    IndexPtr index(zIndexHead(repository.get(), false));
-    put("a", "ours");
-    NodePtr node(zConflictNodeNew(u"a"));
-    EXPECT_EQ(narrow(zConflictNodeType(node.get())), kind(u"status.sUnkonwn", u"status.sUnkonwn"));
-
-    ConflictPtr added(zConflictNew(nullptr, entry("a", "ours").get(), entry("a", "2").get()));
-    ASSERT_OK(zConflictNodeAddPair(node.get(), index.get(), added.get()));
-    EXPECT_EQ(narrow(zConflictNodeType(node.get())), kind(u"status.sAdded", u"status.sAdded"));
-    take("a"); // by hand, and what is known of a path is known once
-    ASSERT_OK(zConflictNodeAddPair(node.get(), index.get(), added.get()));
-    EXPECT_EQ(narrow(zConflictNodeType(node.get())), kind(u"status.sMissing", u"status.sAdded"));
-
-    ASSERT_OK(zConflictNodeAddOurs(node.get(), index.get(), nullptr, entry("a/b", "1").get()));
-    ASSERT_OK(zConflictNodeAddTheirs(node.get(), entry("c", "1").get(), entry("c", "1").get()));
-    EXPECT_EQ(told(node.get()), "a: ours a=11 a/b=2, theirs a=1 c=0;");
 }
