@@ -105,6 +105,21 @@ class WorkingCopyTest : public RepositoryTest {
         ASSERT_OK(made);
     }
 
+    // Both sides of a merge by git have changed the file.
+    void make_conflict(const std::string &path) {
+        const std::string commit = "-c user.name=x -c user.email=x commit -qam ";
+        put(path, "base");
+        commit_all();
+        git(place, "checkout -q -b other");
+        put(path, "theirs");
+        git(place, commit + "theirs");
+        git(place, "checkout -q master");
+        put(path, "ours");
+        git(place, commit + "ours");
+        git(place, "-c user.name=x -c user.email=x merge -q other");
+    }
+    std::string porcelain() { return git(place, "status --porcelain"); }
+
     // Path to kind, as a status without a lock sees it.
     std::map<std::string, int> status(PathSpec *wanted = nullptr) {
         IndexPtr index(zIndexHead(repository.get(), false));

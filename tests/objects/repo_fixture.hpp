@@ -20,6 +20,7 @@ using BuilderPtr = Held<TreeBuilder, zTreeBuilderFree>;
 using OdbPtr = Held<Odb, zOdbFree>;
 using ReferencePtr = Held<Reference, zReferenceFree>;
 using BranchPtr = Held<Branch, zBranchFree>;
+using DiffPtr = Held<DiffList, zDiffListFree>;
 using StreamPtr = Held<Stream, zStreamFree>;
 
 inline std::string hex(const Oid *id) {
@@ -37,6 +38,27 @@ inline std::string git(const std::filesystem::path &directory, const std::string
     return text;
 }
 
+// "kind old path>new path;" for each change.
+inline std::string told(const DiffList *list) {
+    if (!list) return "(null)";
+    std::string text;
+    for (uint64_t i = 0; i < zDiffListLength(list); ++i) {
+        const DiffEntry *entry = zDiffListEntry(list, i);
+        text += std::to_string(zDiffEntryStatus(entry)) + " " + narrow(zDiffEntryOldPath(entry)) +
+                ">" + narrow(zDiffEntryNewPath(entry)) + ";";
+    }
+    return text;
+}
+template <class Free> std::string told(const std::unique_ptr<DiffList, Free> &list) {
+    return told(list.get());
+}
+
+inline Oid parsed(std::string_view digits) {
+    Oid id{};
+    EXPECT_OK(zOidFromStr(&id, wide(digits).c_str())) << digits;
+    return id;
+}
+
 class RepositoryTest : public testing::Test {
   protected:
     TempDir dir;
@@ -44,6 +66,18 @@ class RepositoryTest : public testing::Test {
     RepositoryPtr repository{zRepositoryInit(place.u16string().c_str(), false)};
 
     void SetUp() override { ASSERT_OK(repository); }
+
+    Oid named(const std::string &revision) { return parsed(git(place, "rev-parse " + revision)); }
+
+    // Another handle, without what this one has cached.
+    RepositoryPtr opened() { return RepositoryPtr(zRepositoryOpen(place.u16string().c_str())); }
+
+    // An object's file goes, as if it were with the server alone.
+    void lose(const std::string &revision) {
+        const std::string id = git(place, "rev-parse " + revision);
+        EXPECT_TRUE(
+            std::filesystem::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2)));
+    }
 
     Oid blob(std::string_view bytes) {
         Oid id{};
@@ -70,9 +104,10 @@ class RepositoryTest : public testing::Test {
     }
 
     // Nothing to complain of, and every object whole.
-    void expect_sound() {
+    void expect_sound() { expect_sound(place); }
+    static void expect_sound(const std::filesystem::path &where) {
         int status = -1;
-        std::string text = git(place, "fsck --strict --full", &status);
+        std::string text = git(where, "fsck --strict --full", &status);
         EXPECT_EQ(status, 0) << text;
     }
 };

@@ -16,42 +16,33 @@ using ConfigTest = RepositoryTest;
 TEST_F(ConfigTest, GivesBackWhatWasSet) {
     const std::u16string file = (dir.path() / "settings").u16string();
     ConfigPtr config(zConfigRead(file.c_str()));
-    ASSERT_OK(config);
     ASSERT_OK(zConfigSetString(config.get(), u"zev.title", u"Größe \"図面\" ; # \\"));
     ASSERT_OK(zConfigSetBool(config.get(), u"zev.on", true));
     ASSERT_OK(zConfigSetInt(config.get(), u"zev.small", INT32_MIN));
     ASSERT_OK(zConfigSetLarge(config.get(), u"zev.large", INT64_MAX));
     ConfigPtr before(zConfigDup(config.get()));
-    ASSERT_OK(before);
     ASSERT_OK(zConfigSetBool(config.get(), u"zev.on", false));
 
     ConfigPtr again(zConfigRead(file.c_str()));
     EXPECT_EQ(narrow(zConfigGetString(again.get(), u"zev.title")), "Größe \"図面\" ; # \\");
-    EXPECT_FALSE(zConfigGetBool(again.get(), u"zev.on"));
-    EXPECT_TRUE(zConfigGetBool(before.get(), u"zev.on"));
+    EXPECT_TRUE(!zConfigGetBool(again.get(), u"zev.on") && zConfigGetBool(before.get(), u"zev.on"));
     EXPECT_EQ(zConfigGetInt(again.get(), u"zev.small"), INT32_MIN);
     EXPECT_EQ(zConfigGetLarge(again.get(), u"zev.large"), INT64_MAX);
     EXPECT_EQ(zConfigGetInt(again.get(), u"zev.large"), 0);       // too large for it
     EXPECT_FALSE(zConfigSetBool(before.get(), u"zev.on", false)); // read-only
-    ASSERT_OK(zConfigRemove(again.get(), u"zev.on"));
-    EXPECT_FALSE(zConfigExists(again.get(), u"zev.on"));
+    EXPECT_TRUE(zConfigRemove(again.get(), u"zev.on") && !zConfigExists(again.get(), u"zev.on"));
 }
 
 TEST_F(ConfigTest, MissingAndBadKeys) {
     ConfigPtr config(zConfigRepo(repository.get()));
     ASSERT_OK(config);
     for (const zwchar *key : {u"zev.none", u"none.x.y"}) {
-        EXPECT_FALSE(zConfigExists(config.get(), key));
-        EXPECT_EQ(zErrorClass(), 3);
-        EXPECT_EQ(zConfigGetInt(config.get(), key), 0);
-        EXPECT_EQ(zConfigGetString(config.get(), key), nullptr);
-        EXPECT_FALSE(zConfigRemove(config.get(), key));
-        EXPECT_EQ(zErrorClass(), 3);
+        EXPECT_TRUE(!zConfigExists(config.get(), key) && zErrorClass() == 3);
+        EXPECT_FALSE(zConfigGetInt(config.get(), key) || zConfigGetString(config.get(), key));
+        EXPECT_TRUE(!zConfigRemove(config.get(), key) && zErrorClass() == 3);
     }
     EXPECT_FALSE(zConfigSetInt(config.get(), u"no dots", 1));
     EXPECT_FALSE(zConfigSetString(config.get(), u"zev.x", nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_FALSE(zConfigExists(nullptr, u"zev.x"));
     EXPECT_EQ(zErrorClass(), 2);
 }
 
@@ -64,21 +55,6 @@ TEST_F(ConfigTest, KeysWithoutAValue) {
         EXPECT_EQ(narrow(zConfigGetString(config.get(), key)), "") << narrow(key);
     EXPECT_OK(zConfigSetString(config.get(), u"zev.on", u"true"));
     EXPECT_EQ(read(dir.path() / "settings"), "[zev]\n\ton = true\n\tempty =\n");
-}
-
-TEST_F(ConfigTest, UsersOwn) {
-    write(dir.path() / "home/.gitconfig", "[user]\n\tname = Ada\n");
-    git_buf before{};
-    git_libgit2_opts(GIT_OPT_GET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, &before);
-    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL,
-                     (dir.path() / "home").c_str());
-    ConfigPtr config(zConfigUser());
-    git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
-    git_buf_dispose(&before);
-    ASSERT_OK(config);
-    EXPECT_EQ(narrow(zConfigGetString(config.get(), u"user.name")), "Ada");
-    ASSERT_OK(zConfigSetString(config.get(), u"user.name", u"Bob"));
-    EXPECT_EQ(read(dir.path() / "home/.gitconfig"), "[user]\n\tname = Bob\n");
 }
 
 // A lock file that a killed writer left stops nobody, and what stands is not written again.
@@ -114,11 +90,9 @@ TEST_F(ConfigTest, WritesWhatWasPutBackFromOutside) {
 TEST_F(ConfigTest, ChangesAFileAsGitDoes) {
     const auto real = dir.path() / "dots/gitconfig", link = dir.path() / "settings";
     write(real, "[user]\n\ttoken = x\n");
-    std::filesystem::permissions(real, std::filesystem::perms::owner_read |
-                                           std::filesystem::perms::owner_write);
+    std::filesystem::permissions(real, std::filesystem::perms{0600});
     std::filesystem::create_symlink(real, link);
     ConfigPtr config(zConfigRead((dir.path().u16string() + u"\\settings").c_str()));
-    ASSERT_OK(config);
     write(dir.path() / "dots/gitconfig.lock", "git's");
     EXPECT_FALSE(zConfigSetInt(config.get(), u"zev.n", 1));
     EXPECT_EQ(zErrorCode(), -14);

@@ -1,23 +1,17 @@
 // Versions of a drawing compared by their keys, and the tie between a table and its file.
-#include "objects/drawing/drawing.hpp"
-#include "support.hpp"
+#include "drawing_fixture.hpp"
 #include "system/os.hpp"
 
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
 #include <random>
-#include <string>
-#include <vector>
 
 using namespace zev;
-using test::TempDir;
+using namespace test;
 
 namespace {
 
-using StreamPtr = Owned<Stream, zStreamFree>;
-using VectorPtr = Owned<Vector, zVectorFree>;
-using RepositoryPtr = Owned<Repository, zRepositoryFree>;
 using Keys = std::vector<DrawingKey>;
 using Numbers = std::vector<uint64_t>;
 
@@ -64,6 +58,11 @@ struct DiffTest : testing::Test {
         zDrawingWrite(make(after).get(), to.c_str());
         return differences();
     }
+    bool increments(Vector **keys) { // of the newer one, which is read from its start
+        StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
+        zStreamSeek(b.get(), 50, 0);
+        return zDrawingIncrements(a.get(), b.get(), keys);
+    }
     Outcome differences() {
         Vector *added = nullptr, *modified = nullptr, *removed = nullptr;
         EXPECT_OK(zDrawingGetDifference(from.c_str(), to.c_str(), &added, &modified, &removed));
@@ -102,26 +101,10 @@ TEST_F(DiffTest, ReversedListsCompareFast) {
     ASSERT_OK(zDrawingWrite(make(up).get(), to.c_str()));
     const std::clock_t start = std::clock();
     EXPECT_EQ(differences(), Outcome{});
-    StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
     Vector *keys = nullptr;
-    ASSERT_OK(zDrawingIncrements(a.get(), b.get(), &keys));
+    ASSERT_OK(increments(&keys));
     EXPECT_TRUE(zVectorIsEmpty(VectorPtr{keys}.get()));
     EXPECT_LT(std::clock() - start, 4 * CLOCKS_PER_SEC) << "a quadratic walk takes minutes";
-}
-
-TEST_F(DiffTest, RefusesOtherTablesAndFullOuts) {
-    DrawingPtr drawing = make({{1, 1}});
-    ASSERT_OK(zDrawingWrite(drawing.get(), from.c_str()));
-    drawing->table.id[19] = 1;
-    ASSERT_OK(zDrawingWrite(drawing.get(), to.c_str()));
-    Vector *added = nullptr, *modified = nullptr, *removed = nullptr;
-    EXPECT_FALSE(zDrawingGetDifference(from.c_str(), to.c_str(), &added, &modified, &removed));
-    StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
-    EXPECT_FALSE(zDrawingIncrements(a.get(), b.get(), &added));
-    VectorPtr full{zVectorNewPrim(Z_TYPE_UINT64, 0)};
-    modified = full.get();
-    EXPECT_FALSE(zDrawingGetDifference(from.c_str(), from.c_str(), &added, &modified, &removed));
-    EXPECT_TRUE(!added && !removed);
 }
 
 TEST_F(DiffTest, IncrementsAreTheNewKeysInWireForm) {
@@ -134,18 +117,21 @@ TEST_F(DiffTest, IncrementsAreTheNewKeysInWireForm) {
     zVectorPush(after->classes.get(), &kClass);
     ASSERT_OK(zDrawingWrite(before.get(), from.c_str()));
     ASSERT_OK(zDrawingWrite(after.get(), to.c_str()));
-    StreamPtr a{zFileStream(from.c_str(), u"rb")}, b{zFileStream(to.c_str(), u"rb")};
-    zStreamSeek(b.get(), 50, 0);
     Vector *keys = nullptr;
-    ASSERT_OK(zDrawingIncrements(a.get(), b.get(), &keys));
+    ASSERT_OK(increments(&keys));
     const VectorPtr owned{keys};
     const Keys expected{kClass, {2, ~1ull}, {2, 3}, {1, 4}};
     ASSERT_EQ(zVectorSize(keys), expected.size());
     for (size_t i = 0; i < expected.size(); ++i)
         EXPECT_EQ(memcmp(zVectorAddrAt(keys, i), key_bytes(expected[i]).data(), 16), 0) << i;
-    Vector *none = nullptr;
-    ASSERT_OK(zDrawingIncrements(b.get(), b.get(), &none));
-    EXPECT_TRUE(zVectorIsEmpty(VectorPtr{none}.get()));
+    before->table.id[19] = 1; // of another table
+    ASSERT_OK(zDrawingWrite(before.get(), from.c_str()));
+    Vector *added = nullptr, *modified = nullptr, *removed = nullptr;
+    EXPECT_FALSE(zDrawingGetDifference(from.c_str(), to.c_str(), &added, &modified, &removed));
+    EXPECT_FALSE(increments(&added));
+    modified = keys; // an out that is full
+    EXPECT_FALSE(zDrawingGetDifference(from.c_str(), from.c_str(), &added, &modified, &removed));
+    EXPECT_TRUE(!added && !removed);
 }
 
 namespace {
@@ -169,13 +155,11 @@ struct IdentityTest : testing::Test {
         zTableTagSet(t, 6);
         for (const DrawingKey *key :
              {zDrawingHeaderSet(drawing.get(), t), zDrawingSummarySet(drawing.get(), t),
-              zDrawingDSSet(drawing.get(), t)})
-            ASSERT_OK(zDrawingKeyPutData(t, key, "block", 5));
+              zDrawingDSSet(drawing.get(), t), zDrawingClassAdd(drawing.get(), t)})
+            ASSERT_OK(put(t, *key, "block"));
         for (uint64_t n : {30, 10, 20})
-            ASSERT_OK(zDrawingKeyPutData(t, zDrawingObjectAdd(drawing.get(), t, n), "object", 6));
-        ASSERT_OK(zDrawingKeyPutData(t, zDrawingClassAdd(drawing.get(), t), "class", 5));
-        const DrawingKey other{5, 77};
-        ASSERT_OK(zDrawingKeyPutData(t, &other, "older", 5));
+            ASSERT_OK(put(t, *zDrawingObjectAdd(drawing.get(), t, n), "object"));
+        ASSERT_OK(put(t, {5, 77}, "older"));
         ASSERT_OK(zDrawingTableBackwardRefSet(t, work.c_str(), source.c_str()));
         ASSERT_OK(zDrawingWrite(drawing.get(), source.c_str()));
     }
@@ -190,9 +174,6 @@ struct IdentityTest : testing::Test {
         std::filesystem::copy_file(source, path);
         return path;
     }
-    void set_reference(const std::string &value) {
-        ASSERT_OK(zDrawingKeyPutData(open(id).get(), &kReferenceKey, value.data(), value.size()));
-    }
     size_t tables() {
         size_t count = 0;
         const auto root = std::filesystem::path(work) / ".git/tables";
@@ -201,12 +182,7 @@ struct IdentityTest : testing::Test {
                 count += each.is_directory();
         return count;
     }
-    static std::string reference(Table *table) {
-        void *value = nullptr;
-        uint64_t length = 0;
-        if (!zDrawingKeyGetData(table, &kReferenceKey, &value, &length)) return "(none)";
-        return {Malloced<char>(static_cast<char *>(value)).get(), length};
-    }
+    static std::string reference(Table *table) { return get(table, kReferenceKey); }
 };
 
 std::string utf16le(std::string_view text) {
@@ -222,22 +198,18 @@ TEST_F(IdentityTest, CopyGetsATableOfItsOwn) {
     const std::u16string path = copy(u"sub/b.dwx");
     zDrawingConfirmTableBackwardRef(path.c_str());
     const Oid own = table_of(path);
-    EXPECT_FALSE(zOidIsEqual(&own, &id)) << test::narrow(zErrorDetail());
+    EXPECT_FALSE(zOidIsEqual(&own, &id)) << narrow(zErrorDetail());
     EXPECT_TRUE(zOidIsEqual(&(const Oid &)table_of(source), &id));
 
     TablePtr table = open(own);
     ASSERT_OK(table);
     EXPECT_EQ(reference(table.get()), utf16le("./docs/sub/b.dwx"));
     EXPECT_EQ(zTableTagGet(table.get()), 1u);
-    const DrawingKey older{5, 77};
-    void *value;
-    uint64_t length;
-    EXPECT_FALSE(zDrawingKeyGetData(table.get(), &older, &value, &length)) << "not this drawing's";
+    EXPECT_EQ(get(table.get(), {5, 77}), "(none)") << "not this drawing's";
     DrawingPtr drawing{zDrawingRead(path.c_str())};
     ASSERT_OK(drawing);
     EXPECT_TRUE(drawing_is_complete(table.get(), drawing.get(), path.c_str()));
-    EXPECT_OK(zDrawingKeyGetData(table.get(), zDrawingDS(drawing.get()), &value, &length));
-    free(value);
+    EXPECT_EQ(get(table.get(), *zDrawingDS(drawing.get())), "block");
     table.reset();
     zDrawingConfirmTableBackwardRef(path.c_str());
     EXPECT_TRUE(zOidIsEqual(&(const Oid &)table_of(path), &own)) << "confirmed once and for all";
@@ -256,21 +228,21 @@ TEST_F(IdentityTest, SameFileKeepsItsTable) {
         {utf16le("docs/a.dwx") + "x", false, "of odd length"},
         {"", false, "no text at all"},
     };
-    const std::string original = test::read(source);
+    const std::string original = read(source);
     std::filesystem::create_directory_symlink("copy", dir / u"link");
     zDrawingConfirmTableBackwardRef((dir / u"link/docs/a.dwx").c_str());
-    EXPECT_EQ(test::read(source), original) << "the same file by another way";
+    EXPECT_EQ(read(source), original) << "the same file by another way";
     for (auto &row : kRows) {
-        test::write(source, original);
-        set_reference(row.value);
+        write(source, original);
+        ASSERT_OK(put(open(id).get(), kReferenceKey, row.value));
         zDrawingConfirmTableBackwardRef(source.c_str());
-        EXPECT_EQ(test::read(source) == original, row.kept) << row.why;
+        EXPECT_EQ(read(source) == original, row.kept) << row.why;
     }
 }
 
 TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     const std::u16string path = copy(u"b.dwx");
-    const std::string original = test::read(path);
+    const std::string original = read(path);
     DrawingPtr drawing{zDrawingRead(path.c_str())};
     EXPECT_OK(zDrawingDataPrepare(path.c_str(), drawing.get()));
 
@@ -279,7 +251,7 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     zDrawingConfirmTableBackwardRef(path.c_str());
     os::calls = calls;
     EXPECT_EQ(zErrorCode(), 5);
-    EXPECT_EQ(test::read(path), original);
+    EXPECT_EQ(read(path), original);
 
     std::filesystem::permissions(path, std::filesystem::perms::owner_read);
     zDrawingConfirmTableBackwardRef(path.c_str());
@@ -287,17 +259,15 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     EXPECT_EQ(tables(), 1u) << "and the new one has gone again";
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 
-    const std::string row((const char *)key_bytes({6, 20}).data(), 16);
-    ASSERT_OK(zTableDel(open(id).get(), row.data(), row.size()));
+    ASSERT_OK(zTableDel(open(id).get(), raw({6, 20}).data(), 16));
     EXPECT_FALSE(zDrawingDataPrepare(path.c_str(), drawing.get())) << "an object is missing";
     EXPECT_EQ(zErrorClass(), 3);
     zDrawingConfirmTableBackwardRef(path.c_str());
-    EXPECT_EQ(test::read(path), original);
+    EXPECT_EQ(read(path), original);
 
-    const std::string zero(16, 0);
-    ASSERT_OK(zTableDel(open(id).get(), zero.data(), zero.size()));
+    ASSERT_OK(zTableDel(open(id).get(), raw({}).data(), 16));
     zDrawingConfirmTableBackwardRef(path.c_str());
     EXPECT_EQ(zErrorClass(), 13) << "a table without a reference is never split";
-    EXPECT_EQ(test::read(path), original);
+    EXPECT_EQ(read(path), original);
     EXPECT_EQ(tables(), 1u) << "nothing left behind";
 }

@@ -78,23 +78,6 @@ TEST(PathSpec, ChangesAreSeenByTheNextMatch) {
     EXPECT_TRUE(zPathSpecMatched(spec.get(), u"b"));
 }
 
-TEST(PathSpec, PatternsOptionsAndCopies) {
-    const zwchar *patterns[] = {u"a", nullptr, u"", u"b"};
-    auto spec = guard(zPathSpecNewMulti(patterns, 4, 0x40001), zPathSpecFree);
-    zPathSpecSetNotify(spec.get(), zNotifyNull());
-    ASSERT_EQ(zPathSpecCount(spec.get()), 2u);
-
-    EXPECT_TRUE(zPathSpecIsOn(spec.get(), 0x40001));
-    EXPECT_FALSE(zPathSpecIsOn(spec.get(), 0x40003)); // all of them
-    EXPECT_FALSE(zPathSpecIsOff(spec.get(), 0x3));    // none of them
-
-    auto other = make(u"z");
-    ASSERT_OK(zPathSpecCopy(other.get(), spec.get()));
-    EXPECT_EQ(zPathSpecCount(other.get()), 3u);
-    EXPECT_EQ(zPathSpecOptions(other.get()), 0x40001u);
-    EXPECT_EQ(zPathSpecNotify(other.get()), zNotifyNull());
-}
-
 // Ten thousand names against ten thousand paths, without a comparison of each with each.
 TEST(PathSpec, ManyNamesAreOneLookUp) {
     auto spec = make(nullptr, kLiteral);

@@ -1,31 +1,15 @@
+#include "child.hpp"
 #include "repo_fixture.hpp"
 
 #include "objects/store/sweep.hpp"
 #include "system/os.hpp"
 
-#include <csignal>
-#include <sys/wait.h>
-#include <unistd.h>
-
 using namespace test;
-
-namespace {
-
-RepositoryPtr open(const std::filesystem::path &path) {
-    return RepositoryPtr(zRepositoryOpen(path.u16string().c_str()));
-}
-
-} // namespace
 
 using RepositoryRecord = RepositoryTest;
 
 TEST_F(RepositoryRecord, NewOneIsGitsToo) {
     EXPECT_EQ(git(place, "symbolic-ref HEAD"), "refs/heads/master");
-    EXPECT_EQ(narrow(zRepositoryPath(repository.get())), (place / ".git/").string());
-    EXPECT_TRUE(zRepositoryHeadUnborn(repository.get()));
-    EXPECT_EQ(zRepositoryHead(repository.get()), nullptr);
-    EXPECT_EQ(zRepositoryRemoteUrl(repository.get()), nullptr);
-    EXPECT_EQ(zErrorClass(), 3);
     git(place, "remote add origin http://host/größe");
     const std::unique_ptr<zwchar, decltype(&free)> url(zRepositoryRemoteUrl(repository.get()),
                                                        free);
@@ -40,13 +24,13 @@ TEST_F(RepositoryRecord, NewOneIsGitsToo) {
 
 TEST_F(RepositoryRecord, SwitchesAreWrittenOnlyWhereTheyDiffer) {
     git(place, "config core.autocrlf true");
-    ASSERT_OK(open(place));
+    ASSERT_OK(opened());
     EXPECT_EQ(git(place, "config --local core.autocrlf"), "false");
     EXPECT_EQ(git(place, "config --local core.filemode"), "false");
     const auto file = place / ".git/config";
     const auto before = std::filesystem::last_write_time(file);
     write(place / ".git/config.lock", ""); // a write would stumble over it
-    ASSERT_OK(open(place));
+    ASSERT_OK(opened());
     EXPECT_EQ(std::filesystem::last_write_time(file), before);
 }
 
@@ -75,62 +59,43 @@ TEST_F(RepositoryRecord, UsersSettingsDontCount) {
         zRepositoryClone(place.u16string().c_str(), (dir / u"clone").c_str(), false));
     git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
     git_buf_dispose(&before);
-    ASSERT_OK(made);
-    ASSERT_OK(copy);
+    ASSERT_OK(made && copy);
     EXPECT_EQ(git(dir.path() / "made", "symbolic-ref HEAD"), "refs/heads/master");
     EXPECT_EQ(read(dir.path() / "clone/docs/a.txt"), "one\n");
     EXPECT_EQ(git(dir.path() / "clone", "status --porcelain"), "");
 }
 
 TEST_F(RepositoryRecord, IdIsDrawnOnceAndKept) {
-    ASSERT_TRUE(zRepositoryId(repository.get(), false));
-    EXPECT_TRUE(zOidIsZero(zRepositoryId(repository.get(), false)));
-    EXPECT_EQ(git(place, "config zev.id"), ""); // looking writes nothing
     for (const char *malformed : {"abc", "0123456789012345678901234567890123456789ff", "zz"}) {
         git(place, std::string("config zev.id ") + malformed);
-        EXPECT_TRUE(zOidIsZero(zRepositoryId(open(place).get(), false))) << malformed;
+        EXPECT_TRUE(zOidIsZero(zRepositoryId(opened().get(), false))) << malformed;
+        EXPECT_EQ(git(place, "config zev.id"), malformed); // looking writes nothing
     }
     const std::string id = hex(zRepositoryId(repository.get(), true));
     EXPECT_EQ(git(place, "config zev.id"), id);
-    EXPECT_EQ(hex(zRepositoryId(open(place).get(), true)), id);
-    Oid other{};
-    ASSERT_OK(zOidRand(&other));
-    ASSERT_OK(zRepositorySetId(repository.get(), &other));
-    EXPECT_EQ(hex(zRepositoryId(open(place).get(), false)), hex(&other));
-}
-
-TEST_F(RepositoryRecord, DestroyTakesEverything) {
-    ASSERT_OK(commit({{u"a", "1"}}));
-    repository.reset();
-    write(place / "sub/file", "x");
-    std::filesystem::permissions(place / "sub/file", std::filesystem::perms::owner_read);
-    ASSERT_OK(zRepositoryDestroy(place.u16string().c_str()));
-    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
-    EXPECT_FALSE(zRepositoryDestroy(dir.path().u16string().c_str()));
-    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(hex(zRepositoryId(opened().get(), true)), id);
 }
 
 // Killed on the way: nothing looks like a repository, and the next call ends what was begun.
 TEST_F(RepositoryRecord, DestroyIsEndedByTheNext) {
     repository.reset();
-    const pid_t child = fork();
-    if (!child) {
+    write(place / "sub/file", "x");
+    std::filesystem::permissions(place / "sub/file", std::filesystem::perms::owner_read);
+    Child child([&] {
         static decltype(zev::os::calls.rename) real;
         real = zev::os::calls.rename;
         zev::os::calls.rename = [](const char *from, const char *to, unsigned flags) {
             return real(from, to, flags) ? -1 : kill(getpid(), SIGKILL);
         };
-        zRepositoryDestroy(place.u16string().c_str());
-        _exit(0);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFSIGNALED(status));
+        return zRepositoryDestroy(place.u16string().c_str());
+    });
+    EXPECT_EQ(child.wait(), 256 + SIGKILL);
     EXPECT_FALSE(std::filesystem::exists(place));
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
     EXPECT_EQ(zRepositoryOpen((dir / u".zev-removed").c_str()), nullptr);
     ASSERT_OK(zRepositoryDestroy(place.u16string().c_str()));
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    EXPECT_FALSE(zRepositoryDestroy(dir.path().u16string().c_str()));
+    EXPECT_EQ(zErrorClass(), 3);
 }
 
 TEST_F(RepositoryRecord, AnotherUsersIsRefused) {
@@ -138,7 +103,7 @@ TEST_F(RepositoryRecord, AnotherUsersIsRefused) {
     repository.reset();
     for (const char *name : {"copy", "copy/.git"})
         ASSERT_EQ(chown((dir.path() / name).c_str(), 12345, 12345), 0);
-    EXPECT_EQ(open(place), nullptr);
+    EXPECT_EQ(opened(), nullptr);
     EXPECT_EQ(zErrorCode(), -36);
     EXPECT_EQ(narrow(zErrorReason()),
               "repository path '" + place.string() + "' is not owned by current user");
@@ -153,7 +118,6 @@ TEST_F(RepositoryRecord, StartsFromATemplate) {
     EXPECT_EQ(git(bare, "ls-tree -r --name-only HEAD"), ".gitkeep\ndocs/.gitkeep");
     EXPECT_EQ(git(bare, "log --format=%an:%P"), "admin:");
     EXPECT_EQ(read(bare / "AUTHZ"), "rights");
-    EXPECT_EQ(zRepositoryWorkdir(made.get()), nullptr);
     RepositoryPtr empty(zRepositoryInit((dir / u"empty").c_str(), true));
     EXPECT_FALSE(zRepositoryInitFrom(made.get(), empty.get())); // no HEAD to start from
 }
@@ -166,17 +130,17 @@ struct SweepTest : RepositoryTest {
     // Kills a process that holds the lock on a file of the Git directory, with these files made
     // under it.
     void crash(const char *guarded, std::initializer_list<const char *> files) {
-        pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (!child) {
+        Child child([&] {
             const auto target = (place / ".git" / guarded).u16string();
-            if (!zFlockOpen(target.c_str(), true)) _exit(1);
+            if (!zFlockOpen(target.c_str(), true)) return 1;
             for (const char *file : files) write(place / ".git" / file, "");
-            kill(getpid(), SIGKILL);
-        }
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFSIGNALED(status));
+            return kill(getpid(), SIGKILL);
+        });
+        ASSERT_EQ(child.wait(), 256 + SIGKILL);
+    }
+    bool stays(const char *file) { // over a sweep
+        EXPECT_OK(zev::sweep_stale(repository.get()));
+        return there(file);
     }
     bool there(const char *file) { return std::filesystem::exists(place / ".git" / file); }
 };
@@ -185,18 +149,18 @@ struct SweepTest : RepositoryTest {
 
 TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
     ASSERT_OK(commit({{u"a", "1"}}));
-    constexpr const char *kFiles[] = {"index.lock",
-                                      "HEAD.lock",
-                                      "refs/heads/master.lock",
-                                      "refs/heads/deep/er.lock",
-                                      "packed-refs.lock",
-                                      "objects/tmp_object_git2_abc",
-                                      "objects/pack/pack_git2_abc",
-                                      "objects/cc/11111111111111111111111111111111111111"};
-    crash("index", {kFiles[0], kFiles[1], kFiles[2], kFiles[3], kFiles[4], kFiles[5], kFiles[6],
-                    kFiles[7], "refs/heads/other"});
+    const auto files = {"index.lock",
+                        "HEAD.lock",
+                        "refs/heads/master.lock",
+                        "refs/heads/deep/er.lock",
+                        "packed-refs.lock",
+                        "objects/tmp_object_git2_abc",
+                        "objects/pack/pack_git2_abc",
+                        "objects/cc/11111111111111111111111111111111111111"};
+    crash("index", files);
+    write(place / ".git/refs/heads/other", "");
     ASSERT_OK(zev::sweep_stale(repository.get()));
-    for (const char *file : kFiles) EXPECT_FALSE(there(file)) << file;
+    for (const char *file : files) EXPECT_FALSE(there(file)) << file;
     EXPECT_TRUE(there("refs/heads/other"));
     // A branch that was only begun leaves no log; the log of another one stays.
     const std::string line =
@@ -215,36 +179,31 @@ TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
 
 TEST_F(SweepTest, LeavesTheLocksOfTheLiving) {
     write(place / ".git/index.lock", "git's"); // nobody of ours crashed
-    ASSERT_OK(zev::sweep_stale(repository.get()));
-    EXPECT_TRUE(there("index.lock"));
+    EXPECT_TRUE(stays("index.lock"));
 
     // It was there before the killed writer began.
     const auto past = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
     std::filesystem::last_write_time(place / ".git/index.lock", past);
     crash("index", {"HEAD.lock"});
-    ASSERT_OK(zev::sweep_stale(repository.get()));
-    EXPECT_TRUE(there("index.lock"));
+    EXPECT_TRUE(stays("index.lock"));
     EXPECT_FALSE(there("HEAD.lock"));
 
     // Somebody writes at this moment.
     std::ofstream held(place / ".git/index.lock");
-    ASSERT_OK(zev::sweep_stale(repository.get()));
-    EXPECT_TRUE(there("index.lock"));
+    EXPECT_TRUE(stays("index.lock"));
     held.close();
 
     // Our own lock is held.
     auto lock = guard(zFlockOpen((place / ".git/index").u16string().c_str(), false), zFlockClose);
     ASSERT_OK(lock);
-    ASSERT_OK(zev::sweep_stale(repository.get()));
-    EXPECT_TRUE(there("index.lock"));
+    EXPECT_TRUE(stays("index.lock"));
 }
 
 TEST_F(SweepTest, ConfigurationIsWrittenAfterACrash) {
     crash("config", {"config.lock"});
-    EXPECT_TRUE(there("config.lock"));
-    Oid id{};
-    ASSERT_OK(zOidRand(&id));
+    const Oid id = parsed(std::string(40, '1'));
     ASSERT_OK(zRepositorySetId(repository.get(), &id));
+    EXPECT_EQ(hex(zRepositoryId(opened().get(), false)), hex(&id));
     EXPECT_FALSE(there("config.lock"));
     EXPECT_FALSE(there(".config.zlck"));
 }
