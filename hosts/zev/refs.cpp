@@ -1,12 +1,7 @@
 // Git reads and writes the same files at any time: they change under its locks, by renaming.
 #include "refs.hpp"
 
-#include <cerrno>
-#include <fcntl.h>
 #include <fstream>
-#include <iterator>
-#include <sstream>
-#include <unistd.h>
 
 namespace host {
 
@@ -17,57 +12,6 @@ namespace {
 using OwnedReference = Owned<Reference, zReferenceFree>;
 
 constexpr const char *kTempPrefix = "refs/zev/checkout-";
-
-// Git's lock on a file: another file of its name with ".lock" behind, which is written and renamed.
-class GitLock {
-  public:
-    explicit GitLock(const fs::path &target) : target_(target), path_(target.string() + ".lock") {
-        file_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-        if (file_ < 0 && errno == EEXIST) throw Failed(kLocked, target.string() + ": locked");
-        if (file_ < 0) throw fs::filesystem_error({}, path_, {errno, std::generic_category()});
-    }
-    ~GitLock() {
-        if (file_ < 0) return;
-        close(file_);
-        if (unlink(path_.c_str())) unlink(path_.c_str()); // one that stays would lock for good
-    }
-    GitLock(const GitLock &) = delete;
-    GitLock &operator=(const GitLock &) = delete;
-
-    void replace(const std::string &text) {
-        const auto written = ::write(file_, text.data(), text.size());
-        if (written != static_cast<ssize_t>(text.size()) || fsync(file_) ||
-            rename(path_.c_str(), target_.c_str()))
-            throw fs::filesystem_error({}, target_, {errno, std::generic_category()});
-        close(file_);
-        file_ = -1;
-    }
-
-  private:
-    fs::path target_, path_;
-    int file_;
-};
-
-// packed-refs: lines "<hex> <name>", each perhaps followed by "^<hex>", of a tag.
-std::string without(const std::string &packed, const std::string &name) {
-    std::istringstream in(packed);
-    std::string kept;
-    bool skips = false;
-    for (std::string line; std::getline(in, line);) {
-        if (!line.starts_with('^')) skips = line.size() > 41 && line.substr(41) == name;
-        if (!skips) kept += line + "\n";
-    }
-    return kept;
-}
-
-void unpack(const fs::path &root, const std::string &name) {
-    const fs::path path = root / "packed-refs";
-    if (!fs::exists(path)) return;
-    GitLock lock(path);
-    std::ifstream in(path, std::ios::binary);
-    const std::string packed{std::istreambuf_iterator<char>(in), {}};
-    if (const std::string kept = without(packed, name); kept != packed) lock.replace(kept);
-}
 
 } // namespace
 
@@ -143,15 +87,10 @@ void BranchTip::move(const Oid *id) const {
 }
 
 void delete_reference(const WorkingCopy &copy, const std::string &full_name) {
-    const bool is_shared = full_name.starts_with("refs/"); // HEAD and its like are a worktree's own
-    const fs::path root = is_shared ? shared_directory(copy) : own_directory(copy);
-    const fs::path file = root / full_name;
-    if (is_shared) unpack(root, full_name);
-    std::error_code ignored;
-    if (!fs::exists(fs::symlink_status(file, ignored))) return;
-    const GitLock lock(file);
-    fs::remove(file);
-    fs::remove(root / "logs" / full_name, ignored);
+    const std::u16string name = wide(full_name);
+    if (!zReferenceExists(copy.repository(), name.c_str())) return;
+    const OwnedReference reference(check(zReferenceLookup(copy.repository(), name.c_str())));
+    check(zReferenceDelete(reference.get()), full_name);
 }
 
 TempBranch::TempBranch(const WorkingCopy &copy, const Oid *id) : copy_(copy) {

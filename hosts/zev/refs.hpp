@@ -37,9 +37,8 @@ class BranchTip {
     Owned<Reference, zReferenceFree> reference_; // null: not born
 };
 
-// As git does it: under the locks of the packed references and of the reference, from the packed
-// ones first, so that no older state of it comes up in between. Its log goes along. One that isn't
-// there is no failure.
+// With its log, and to be made under the index lock: what a kill leaves of Git's own locks goes
+// with the next one. A reference that isn't there is no failure.
 void delete_reference(const WorkingCopy &copy, const std::string &full_name);
 
 // A reference for the length of one checkout, which makes its commit there. To be made under the

@@ -376,13 +376,20 @@ std::string next_commit(const Case &at) {
     return then.work.contains("next.txt") ? "" : "next.txt is gone";
 }
 
+// The log of a branch that was only just begun may reach the disk ahead of the branch.
+bool is_only_begun(const Case &at, const std::string &text) {
+    return at.unpowered() && text.find(": 1 problems") != text.npos &&
+           std::ranges::any_of(at.expected.after.names, [&](auto &name) {
+               return !at.expected.before.names.contains(name.first) &&
+                      text.find(name.first + ": is gone; by its log") != text.npos;
+           });
+}
+
 // The locks of whoever was killed are gone by now.
 std::string all_verifies(const Case &at) {
     if (at.expected.git || is_untouched(at)) return "";
     const Outcome verify = at.play.run({"zev", "verify"});
-    // The log of a branch that was being made may reach the disk ahead of the branch.
-    if (at.unpowered() && verify.text.find("; by its log") != std::string::npos) return "";
-    return verify.code == 0 ? "" : first_of(verify.text);
+    return verify.code == 0 || is_only_begun(at, verify.text) ? "" : first_of(verify.text);
 }
 
 std::string drawings_come_out(const Case &at) {

@@ -148,6 +148,7 @@ const Operation kOperations[] = {
     {"config", "", {"zev", "config", "zev.color", "blue"}, true},
     {"config unset", kColored, {"zev", "config", "--unset", "zev.color"}, true},
     {"branch", "", {"zev", "branch", "other"}, true},
+    {"branch delete", R"("$ZEV" branch other)", {"zev", "branch", "--delete", "other"}, true},
     {"restore replace",
      kTakenAndReplaced,
      {"zev", "--answer", "replace", "trash", "restore", "docs/note.txt", "--to", "docs"}},

@@ -98,15 +98,21 @@ void confirm_loss(Host &host, const std::string &name, const Oid &tip) {
     throw Failed(kCanceled, "the branch stays");
 }
 
+void require_not_current(const WorkingCopy &copy, const std::string &name) {
+    if (full_branch(name) == current_branch(copy))
+        throw Failed(kInvalid, name + ": is the current branch; switch to another one first");
+}
+
 int remove(Host &host, const WorkingCopy &copy, const std::string &name) {
     const std::string full = full_branch(name);
-    if (full == current_branch(copy))
-        throw Failed(kInvalid, name + ": is the current branch; switch to another one first");
+    require_not_current(copy, name);
     if (!is_branch(copy, name)) throw Failed(kNotFound, name + ": no such branch");
     OwnedReference reference(check(zReferenceLookup(copy.repository(), wide(full).c_str())));
     const Oid tip = *check(zReferenceResolve(reference.get()), name);
     if (!is_kept(copy, host.notify, full, tip)) confirm_loss(host, name, tip);
-    delete_reference(copy, full);
+    const OwnedIndex lock = copy.lock_index(); // not over the question; HEAD may have moved there
+    require_not_current(copy, name);
+    check(zReferenceDelete(reference.get()), name); // as it was asked about, else not
     host.out.line("deleted " + name + ", which was at " + short_id(&tip));
     host.out.record(Record("branch").set(u"name", name).set(u"deleted", true).set(u"id", &tip));
     return kDone;

@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include <fcntl.h>
+
 #include <git2/sys/refs.h>
 
 using namespace zev;
@@ -54,9 +56,36 @@ void drop_lock(const git_reference *reference, git_repository *git) {
         os::unlink(lock.c_str());
 }
 
+// A deletion's lock is empty, and libgit2 doesn't look whether it went either.
+void drop_empty_lock(const std::u16string &path) {
+    const std::u16string lock = path + u".lock";
+    struct stat status;
+    if (os::lstat(lock.c_str(), &status) && !status.st_size) os::unlink(lock.c_str());
+}
+
+// The directory of a name that went; libgit2 takes away those that are empty now.
+void sync_above(const std::u16string &root, std::u16string name) {
+    while (!name.empty()) {
+        name.resize(name.find_last_of(u'/') == name.npos ? 0 : name.find_last_of(u'/'));
+        if (os::sync_dir((root + name).c_str())) break;
+    }
+}
+
+// A reference's lock reaches the disk with its bytes, so the lock of the index has to be there
+// before: else nobody could tell after a loss of power whose it is. Not by way of the directory,
+// which would bring the name of a new index there ahead of its bytes.
+void sync_index_lock(Repository *repository) {
+    const std::string path = to_utf8(zRepositoryPath(repository)) + ".index.zlck";
+    const int fd = os::calls.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+    if (fd < 0) return;
+    os::fd_sync(fd);
+    os::close_fd(fd);
+}
+
 // The record of a reference that `make` writes.
 template <class F>
 Reference *made(Repository *repository, const zwchar *name, F make, Here at = {}) try {
+    if (repository) sync_index_lock(repository);
     Reference *reference = opened(repository, name, make, at);
     if (reference)
         drop_lock(reference->handle.get(), repository->handle.get());
@@ -257,13 +286,15 @@ bool zReferenceSetSymbolic(Reference *reference, const zwchar *name) try {
 bool zReferenceDelete(Reference *reference) try {
     if (!reference) return fail_args();
     git_repository *git = reference->owner->handle.get();
-    std::string name = git_reference_name(handle_of(reference));
+    const std::u16string name = to_wide(git_reference_name(handle_of(reference)));
+    const bool shared = name.starts_with(u"refs/");
+    const std::u16string root =
+        to_wide(shared ? git_repository_commondir(git) : git_repository_path(git));
     if (int code = git_reference_delete(reference->handle.get()); code < 0) return fail_git(code);
-    // libgit2 takes away the directories that are empty now.
-    while (!name.empty()) {
-        name.resize(name.find_last_of('/') == name.npos ? 0 : name.find_last_of('/'));
-        if (os::sync_dir(to_wide(git_repository_commondir(git) + name).c_str())) break;
-    }
+    drop_empty_lock(root + name);
+    if (!shared) return true;          // beside the index, whose bytes may not be on the disk yet
+    sync_above(root + u"logs/", name); // first: a log without its reference tells of a loss
+    sync_above(root, name);
     return true;
 } catch (...) {
     return fail_thrown();
