@@ -47,15 +47,12 @@ TEST(CommandAdapter, HandsOnToTheHostAndHidesKeepFiles) {
     const zev::Adapter adapter(&host), silent(zNotifyNull());
     const Notify *notify = adapter.get();
     zNotifyStart(notify, u"heading", u"x.gitkeep");
-    zNotifyDone(notify, u"done");
-    zNotifyCancel(notify, u"cancel");
-    zNotifyAbort(notify, u"abort");
+    zNotifyDone(notify, u"done"), zNotifyCancel(notify, u"cancel"), zNotifyAbort(notify, u"abort");
     zNotifyInfo(notify, u"no slot");
-    for (const zwchar *text : {u"a/.GITKEEP", u"x.gitkeep", u"gitkeep", u"a/b.dwx"})
+    for (const zwchar *text : {u"a/.GITKEEP", u"x.gitkeep", u"gitkeep"})
         zNotifyAction(notify, u"word", text);
-    EXPECT_EQ(host.lines,
-              (Lines{"start: heading x.gitkeep", "done: done", "cancel: cancel", "abort: abort",
-                     "word a/", "word x", "word gitkeep", "word a/b.dwx"}));
+    EXPECT_EQ(host.lines, (Lines{"start: heading x.gitkeep", "done: done", "cancel: cancel",
+                                 "abort: abort", "word a/", "word x", "word gitkeep"}));
     const auto dialog = guard(zTaskDialogNew(), zTaskDialogFree);
     for (const auto &[table, stop, answer] : {std::tuple{notify, true, 7},
                                               {silent.get(), false, 0},
@@ -170,10 +167,8 @@ TEST_F(CommandTest, AddAndRmTakeExactlyWhatIsNamed) {
     for (const zwchar *path : {u"#1.dwx", u"st*r.dwx", u"!x.dwx", u"a[1]"})
         EXPECT_OK(zCommandAdd(copy.c_str(), path)) << narrow(path);
     EXPECT_EQ(staged(), (Lines{"!x.dwx", "#1.dwx", "a[1]/x.dwx", "st*r.dwx"}));
-    for (const auto &[path, failure] : {std::pair{u"", 3}, std::pair{u"../x", 2}}) {
-        EXPECT_FALSE(zCommandAdd(copy.c_str(), path));
-        EXPECT_EQ(zErrorClass(), failure);
-    }
+    EXPECT_FALSE(zCommandAdd(copy.c_str(), u"../x"));
+    EXPECT_EQ(zErrorClass(), 2);
     EXPECT_EQ(list().size(), 3u); // of the last reload
     reload();
     EXPECT_EQ(list().size(), 7u);

@@ -26,13 +26,19 @@ struct State {
 
 State look(const Play &play);
 
+struct Terms {
+    bool durable = false; // done is done, whatever happens to the power
+    int code = 0;         // the program's exit code when it is done
+    // Drawings are made without the lock, so nobody can tell what a killed one had beside its
+    // drawing from what another one still writes.
+    bool litters = false;
+};
+
 // What is known of an operation before it is struck.
 struct Expected {
     State before, after;
-    bool git;                                    // the program is the system's git
-    bool litters;                                // may leave a temporary file when it is killed
-    int code;                                    // the program's exit code when it is done
-    bool durable;                                // done is done, whatever happens to the power
+    bool git; // the program is the system's git
+    Terms terms;
     std::map<std::string, std::string> drawings; // content of a drawing, the file it came from
 };
 

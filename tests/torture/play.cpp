@@ -1,5 +1,6 @@
 #include "play.hpp"
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -7,7 +8,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,29 +61,6 @@ int wait_for(pid_t child, Target *target) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-void copy_one(const fs::path &from, const fs::path &to) {
-    const std::string bytes = read(from);
-    struct stat was;
-    if (stat(from.c_str(), &was) != 0) throw std::runtime_error(from.string());
-    write(to, bytes);
-    const timespec times[2] = {was.st_atim, was.st_mtim};
-    chmod(to.c_str(), was.st_mode & 07777);
-    utimensat(AT_FDCWD, to.c_str(), times, 0);
-}
-
-void copy_tree(const fs::path &from, const fs::path &to) {
-    fs::create_directory(to);
-    for (const auto &entry : fs::directory_iterator(from)) {
-        const fs::path name = to / entry.path().filename();
-        if (entry.is_symlink())
-            fs::copy_symlink(entry.path(), name);
-        else if (entry.is_directory())
-            copy_tree(entry.path(), name);
-        else
-            copy_one(entry.path(), name);
-    }
-}
-
 } // namespace
 
 std::string read(const fs::path &path) {
@@ -135,6 +112,18 @@ Outcome Play::run(Words words, const Settings &more, Target *target) const {
 
 Outcome Play::shell(const std::string &script) const { return run({"sh", "-euc", script}); }
 
+void must(const std::string &what, const Outcome &outcome, int code) {
+    if (outcome.code != code) throw std::runtime_error(what + ": " + outcome.text);
+}
+
+Outcome exported(const Play &play, const std::string &path) {
+    const fs::path out = play.root / "tmp" / "drawing.dxf";
+    fs::remove(out);
+    Outcome done = play.run({"zev", "export", path, out});
+    if (done.code == 0) done.text = read(out);
+    return done;
+}
+
 Play fresh(const Programs &programs, const fs::path &root) {
     fs::remove_all(root);
     for (const char *name : {"copy", "home", "tmp", "side"}) fs::create_directories(root / name);
@@ -143,7 +132,8 @@ Play fresh(const Programs &programs, const fs::path &root) {
 
 Play duplicate(const Play &from, const fs::path &root) {
     fs::remove_all(root);
-    copy_tree(from.root, root);
+    const std::string copy = "cp -a '" + from.root.string() + "' '" + root.string() + "'";
+    if (system(copy.c_str()) != 0) throw std::runtime_error(root.string() + ": no copy");
     return {from.programs, root};
 }
 

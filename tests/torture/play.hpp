@@ -50,6 +50,12 @@ Play fresh(const Programs &programs, const fs::path &root);
 // Modes and times of files are kept.
 Play duplicate(const Play &from, const fs::path &root);
 
+// Throws unless the program gave that code.
+void must(const std::string &what, const Outcome &outcome, int code = 0);
+
+// What a drawing of the copy comes out as is the text, if it does.
+Outcome exported(const Play &play, const std::string &path);
+
 std::string read(const fs::path &path);
 void write(const fs::path &path, const std::string &bytes);
 

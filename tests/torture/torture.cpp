@@ -107,11 +107,7 @@ struct Operation {
     const char *name;
     std::string ready; // makes a copy ready, after kFirst
     Words words;
-    bool durable = false;
-    int code = 0; // what it gives when all is well
-    // Drawings are made without the lock, so nobody can tell what a killed one had beside its
-    // drawing from what another one still writes.
-    bool litters = false;
+    Terms terms{};
 };
 
 const Operation kOperations[] = {
@@ -169,42 +165,32 @@ struct Ready {
     long calls = 0, writes = 0;
 };
 
-void must(const Operation &operation, const Outcome &outcome, int code = 0) {
-    if (outcome.code != code)
-        throw std::runtime_error(std::string(operation.name) + ": " + outcome.text);
-}
-
 // What each drawing of a copy comes out as: one of the files that were read in.
 void note_drawings(Ready &ready, const Play &play, const State &state) {
-    const std::string out = ready.play.root / "tmp" / "drawing.dxf";
     for (const auto &[path, content] : state.work) {
         if (!path.ends_with(".dwx") || ready.expected.drawings.contains(content)) continue;
-        fs::remove(out);
-        must(*ready.operation, play.run({"zev", "export", path, out}));
-        const std::string bytes = read(out);
+        const Outcome out = exported(play, path);
         const bool known =
             std::ranges::any_of(Words{"plan.dxf", "second.dxf", "site.dxf"},
-                                [&](auto &name) { return read(play.root / name) == bytes; });
-        if (!known) throw std::runtime_error(path + " is no file that was read in");
-        ready.expected.drawings[content] = bytes;
+                                [&](auto &name) { return read(play.root / name) == out.text; });
+        if (!known) throw std::runtime_error(path + " is no file that was read in: " + out.text);
+        ready.expected.drawings[content] = out.text;
     }
 }
 
 Ready make_ready(const Operation &operation, const Play &first, const fs::path &root) {
     Ready ready{&operation, duplicate(first, root), {}};
     ready.expected.git = operation.words[0] == "git";
-    ready.expected.durable = operation.durable;
-    ready.expected.litters = operation.litters;
-    ready.expected.code = operation.code;
-    must(operation, ready.play.shell(operation.ready));
+    ready.expected.terms = operation.terms;
+    must(operation.name, ready.play.shell(operation.ready));
     ready.expected.before = look(ready.play);
 
     const Play done = duplicate(ready.play, root.string() + ".done");
     const fs::path count = done.root / "count";
-    must(operation,
+    must(operation.name,
          done.run(operation.words,
                   {{"LD_PRELOAD", first.programs->preload}, {"ZEV_TORTURE_COUNT", count}}),
-         operation.code);
+         operation.terms.code);
     if (sscanf(read(count).c_str(), "%ld %ld", &ready.calls, &ready.writes) != 2)
         throw std::runtime_error(std::string(operation.name) + ": calls aren't counted");
     ready.expected.after = look(done);
@@ -271,10 +257,8 @@ struct Options {
 
 Play make_first(const Options &options, const fs::path &root) {
     const Play first = fresh(options.programs, root / "first");
-    if (const Outcome made = first.shell(kFirst); made.code != 0)
-        throw std::runtime_error("the first commit: " + made.text);
-    if (const Outcome verify = first.run({"zev", "verify"}); verify.code != 0)
-        throw std::runtime_error("before anything struck: " + verify.text);
+    must("the first commit", first.shell(kFirst));
+    must("before anything struck", first.run({"zev", "verify"}));
     return first;
 }
 
@@ -282,9 +266,9 @@ std::vector<Ready> make_all_ready(const Options &options, const fs::path &root) 
     const Play first = make_first(options, root);
     std::vector<const Operation *> chosen;
     for (const Operation &operation : kOperations) {
-        const bool named = !options.operation.empty();
-        const std::string name = operation.name;
-        if (named ? name.starts_with(options.operation) : operation.words[0] == "zev")
+        const std::string &named = options.operation;
+        if (named.empty() ? operation.words[0] == "zev"
+                          : std::string(operation.name).starts_with(named))
             chosen.push_back(&operation);
     }
     std::vector<Ready> all(chosen.size());
@@ -343,13 +327,17 @@ size_t tell_table(const std::vector<Ready> &all, const std::vector<Point> &point
     return found;
 }
 
+int leave(const fs::path &root, bool kept, bool found) {
+    if (kept)
+        printf("played in %s\n", root.c_str());
+    else
+        fs::remove_all(root);
+    return found;
+}
+
 int run_four(const Options &options, const fs::path &root, int seconds) {
     const bool well = four_at_work(make_first(options, root), seconds);
-    if (well)
-        fs::remove_all(root);
-    else
-        printf("played in %s\n", root.c_str());
-    return !well;
+    return leave(root, !well, !well);
 }
 
 int run(const Options &options, const fs::path &root) {
@@ -360,11 +348,7 @@ int run(const Options &options, const fs::path &root) {
     });
     tell_findings(points);
     const bool found = tell_table(all, points) > 0;
-    if (options.at < 0)
-        fs::remove_all(root);
-    else
-        printf("played in %s\n", root.c_str());
-    return found;
+    return leave(root, options.at >= 0, found);
 }
 
 } // namespace

@@ -208,17 +208,14 @@ struct HistoryVerbs : CopyTest {
         ASSERT_NE(plan.find(what), std::string::npos) << what;
         plan.replace(plan.find(what), what.size(), by);
     }
-    void keep(const std::string &drawing, const std::string &message, const std::string &author) {
+    void import(const std::string &drawing) {
         test::write(home + "/plan.dxf", plan);
         ok("import ../plan.dxf " + drawing);
+    }
+    void keep(const std::string &drawing, const std::string &message, const std::string &author) {
+        import(drawing);
         ok("add " + drawing);
         ok("commit -m '" + message + "' --author " + author);
-    }
-    // Commits without a drawing, by the system's git.
-    void shell(const std::string &command) {
-        int status = -1;
-        const std::string out = test::run("cd " + root + " && { " + command + "; } 2>&1", &status);
-        EXPECT_EQ(status, 0) << command << out;
     }
     // One member of each record of a type, behind each other.
     std::string all(const std::string &arguments, const std::string &type, const char16_t *path) {
@@ -292,7 +289,7 @@ TEST_F(HistoryVerbs, EachObjectHasTheCommitThatChangedIt) {
                                                   {"blame nothing.dwx", 3},
                                                   {"blame docs", 2},
                                                   {"blame docs/ground.dwx --rev HEAD~9", 3}})
-        EXPECT_EQ(zev(root, arguments + " 2>/dev/null").code, code) << arguments;
+        EXPECT_EQ(this->code(arguments), code) << arguments;
 }
 
 TEST_F(HistoryVerbs, FieldsAndTotals) {
@@ -300,8 +297,7 @@ TEST_F(HistoryVerbs, FieldsAndTotals) {
     replace("12.5", "13.5");
     replace("  8\nDOORS", "  8\n\033[2JX");
     replace("  0\nDICTIONARY\n  5\nD\n330\nC\n", "");
-    test::write(home + "/plan.dxf", plan);
-    ok("import ../plan.dxf plan.dwx");
+    import("plan.dwx");
     EXPECT_EQ(lines(ok("diff plan.dwx --color always | sed 's/\033\\[[0-9]*m//g'")),
               (std::vector<std::string>{
                   "modified  32        CIRCLE", "       8 layer         DOORS ->  [2JX",
@@ -316,21 +312,21 @@ TEST_F(HistoryVerbs, FieldsAndTotals) {
     EXPECT_EQ(all("diff plan.dwx --stat", "total", u"name"), "CIRCLE DICTIONARY   [2JX ");
     EXPECT_EQ(lines(ok("diff --brief"))[0], "plan.dwx");
     EXPECT_EQ(all("diff", "drawing", u"modified") + all("diff", "drawing", u"removed"), "1 1 ");
-    EXPECT_EQ(zev(root, "diff plan.dwx --stat --full 2>/dev/null").code, 2);
+    EXPECT_EQ(code("diff plan.dwx --stat --full"), 2);
     ok("commit -m two plan.dwx");
     EXPECT_EQ(all("show HEAD --stat", "drawing", u"modified"), "1 ");
     EXPECT_EQ(ok("diff"), "0 added, 0 modified, 0 removed\n");
 }
 
 TEST_F(HistoryVerbs, LogTakesFiltersAndFollowsRenames) {
-    shell("c() { git add -A && GIT_COMMITTER_DATE=\"$3 +0000\" git -c user.name=\"$2\" "
-          "-c user.email=x@y commit -qm \"$1\"; };"
-          "mkdir d e; echo 1 >a; echo 2 >d/x; echo 3 >e/y; c one Ann 2024-03-01T10:00:00;"
-          "git mv a b; c two Annie 2024-03-02T10:00:00;"
-          "echo 4 >a; c three 'Bob B' 2024-03-02T23:30:00;"
-          "git mv d f; echo 5 >>b; c four Bob 2024-03-03T00:00:00;"
-          "git mv e/y f/y; c 'fix the Door' Ann 2024-03-04T10:00:00;"
-          "git rm -q a; echo 6 >f/x; c six Bob 2024-03-05T10:00:00; echo n >master");
+    sh("c() { git add -A && GIT_COMMITTER_DATE=\"$3 +0000\" git -c user.name=\"$2\" "
+       "-c user.email=x@y commit -qm \"$1\"; };"
+       "mkdir d e; echo 1 >a; echo 2 >d/x; echo 3 >e/y; c one Ann 2024-03-01T10:00:00;"
+       "git mv a b; c two Annie 2024-03-02T10:00:00;"
+       "echo 4 >a; c three 'Bob B' 2024-03-02T23:30:00;"
+       "git mv d f; echo 5 >>b; c four Bob 2024-03-03T00:00:00;"
+       "git mv e/y f/y; c 'fix the Door' Ann 2024-03-04T10:00:00;"
+       "git rm -q a; echo 6 >f/x; c six Bob 2024-03-05T10:00:00; echo n >master");
     const struct {
         const char *arguments, *subjects, *why;
     } cases[] = {
@@ -369,7 +365,7 @@ TEST_F(HistoryVerbs, LogTakesFiltersAndFollowsRenames) {
                                                   {"log --since 2024-02-30", 2},
                                                   {"log --until '3 moons ago'", 2},
                                                   {"log -- ../x", 2}})
-        EXPECT_EQ(zev(root, arguments + " 2>/dev/null").code, code) << arguments;
+        EXPECT_EQ(this->code(arguments), code) << arguments;
 }
 
 } // namespace

@@ -83,11 +83,8 @@ std::string kind_of(const Json *node) {
     return kNames[zJsonType(node)];
 }
 
-struct JsonDocument : testing::Test {
-    test::TempDir dir;
-    std::string home = dir.path().string(), root = home + "/copy";
+struct JsonDocument : CopyTest {
     Document document{test_data("../../docs/json.md")};
-
     std::string verb; // that prints
 
     // ---- Records against the document
@@ -130,6 +127,7 @@ struct JsonDocument : testing::Test {
 
     // ---- Commands
 
+    // Steps are commands, with the code behind " =" where it isn't 0, and files, "name<text".
     void run(const std::string &arguments, int code = 0) {
         const std::vector<std::string> words = split(arguments, ' ');
         verb = words[0] == "trash" ? "trash " + words.at(1) : words[0];
@@ -137,117 +135,80 @@ struct JsonDocument : testing::Test {
         EXPECT_EQ(outcome.code, code) << arguments << "\n" << outcome.out;
         for (const std::string &line : split(outcome.out, '\n')) check_line(line);
     }
-    void git(const std::string &arguments) {
-        test::run("git -C '" + root + "' -c user.name=Ben -c user.email= " + arguments + " 2>&1");
-    }
-    // A drawing file with other values in it.
-    void draw(const std::string &name, const std::string &radius, bool dictionary = true) {
-        std::string plan = test_data("plan.dxf");
-        plan.replace(plan.find("12.5"), 4, radius);
-        const std::string entry = "  0\nDICTIONARY\n  5\nD\n330\nC\n";
-        if (!dictionary) plan.erase(plan.find(entry), entry.size());
-        test::write(home + "/" + name, plan);
-    }
-    void file(const std::string &name, const std::string &content) {
-        test::write(root + "/" + name, content);
+    void play(const std::vector<std::string> &steps) {
+        for (const std::string &step : steps) {
+            const size_t text = step.find('<'), code = step.find(" =");
+            if (text != step.npos)
+                write(step.substr(0, text), step.substr(text + 1));
+            else
+                run(step.substr(0, code), code == step.npos ? 0 : stoi(step.substr(code + 2)));
+        }
     }
 
     // ---- A project's life, with all that has a record
 
     void make_history() {
-        run("init ."); // by now there is a directory
-        run("status");
-        run("mkdir docs");
-        draw("plan.dxf", "12.5");
-        run("import ../plan.dxf");
-        file("note.txt", "one");
-        file("docs/more.txt", "more");
-        run("add .");
+        test::write(home + "/plan.dxf", plan_with("12.5"));
+        play({"init .", "status", "mkdir docs", "import ../plan.dxf", "note.txt<one",
+              "docs/more.txt<more", "add ."});
         zev(home, "init beside");
         zev(home + "/beside", "import ../plan.dxf far.dwx");
-        std::filesystem::copy_file(home + "/beside/far.dwx", root + "/far.dwx");
-        run("add far.dwx");
-        run("commit -m first");
-        draw("plan.dxf", "13.5", false);
-        run("import ../plan.dxf");
-        run("import ../plan.dxf ../none.dxf", 1);
-        run("diff");
-        run("diff plan.dwx");
-        run("diff plan.dwx --full");
-        run("diff plan.dwx --stat");
-        run("commit -m second plan.dwx");
-        run("mv plan.dwx ground.dwx");
-        run("mv docs papers");
-        file("note.txt", "two");
-        run("status");
-        run("changes");
-        run("ls");
-        run("commit -m third");
+        fs::copy_file(home + "/beside/far.dwx", root + "/far.dwx");
+        play({"add far.dwx", "commit -m first"});
+        std::string plan = plan_with("13.5");
+        const std::string entry = "  0\nDICTIONARY\n  5\nD\n330\nC\n";
+        test::write(home + "/plan.dxf", plan.erase(plan.find(entry), entry.size()));
+        play({"import ../plan.dxf", "import ../plan.dxf ../none.dxf =1", "diff", "diff plan.dwx",
+              "diff plan.dwx --full", "diff plan.dwx --stat", "commit -m second plan.dwx",
+              "mv plan.dwx ground.dwx", "mv docs papers", "note.txt<two", "status", "changes", "ls",
+              "commit -m third"});
     }
     void look_back() {
-        run("log --changes");
-        run("log --object 32 ground.dwx");
-        run("show");
-        run("show --stat HEAD~1");
-        run("blame ground.dwx");
-        run("cat HEAD:ground.dwx");
-        run("cat HEAD:note.txt");
-        run("export ground.dwx ../back.dxf");
-        run("log nowhere", 3);
+        play({"log --changes", "log --object 32 ground.dwx", "show", "show --stat HEAD~1",
+              "blame ground.dwx", "cat HEAD:ground.dwx", "cat HEAD:note.txt",
+              "export ground.dwx ../back.dxf", "log nowhere =3"});
     }
     void take_and_bring_back() {
-        run("revert", 2); // a question that nobody answers
-        run("revert --all");
-        run("trash purge --all --yes");
-        run("rm papers note.txt");
-        run("trash find more");
-        run("undo");
-        run("rm note.txt");
-        file("note.txt", "in the way");
-        run("trash list");
-        run("trash find nowhere", 3);
-        run("trash restore note.txt", 1);
-        run("trash restore note.txt --answer 1");
-        file("note.txt", "three");
-        run("revert note.txt");
-        file("note.txt", "four");
-        run("revert note.txt");
-        run("trash restore note.txt", 2); // which of them?
-        file("loose.txt", "loose");
-        run("cleanup");
+        play({"revert =2", // a question that nobody answers
+              "revert --all", "trash purge --all --yes", "rm papers note.txt", "trash find more",
+              "undo", "rm note.txt", "note.txt<in the way", "trash list", "trash find nowhere =3",
+              "trash restore note.txt =1", "trash restore note.txt --answer 1", "note.txt<three",
+              "revert note.txt", "note.txt<four", "revert note.txt",
+              "trash restore note.txt =2", // which of them?
+              "loose.txt<loose", "cleanup"});
     }
     void go_apart_and_together() {
-        run("config zev.author Ada");
-        run("config zev.author --unset");
-        run("branch other");
-        run("branch");
-        run("switch other");
-        file("note.txt", std::string("theirs\0", 7));
-        run("commit -m theirs note.txt");
-        run("switch master");
-        file("note.txt", std::string("ours\0", 5));
-        run("commit -m ours note.txt");
-        run("merge other", 4);
-        run("status");
-        run("commit -m early", 4);
-        run("conflicts");
-        run("resolve --both note.txt");
-        run("commit -m settled");
-        run("branch side HEAD~1");
-        run("branch --delete side");
-        run("merge side", 3);
-        run("merge other"); // is in by now
-        run("switch --create tip");
-        file("papers/tip.txt", "tip");
-        run("add papers");
-        run("commit -m tip");
-        run("switch master");
-        run("merge tip");
+        play({"config zev.author Ada",
+              "config zev.author --unset",
+              "branch other",
+              "branch",
+              "switch other",
+              std::string("note.txt<theirs\0", 16),
+              "commit -m theirs note.txt",
+              "switch master",
+              std::string("note.txt<ours\0", 14),
+              "commit -m ours note.txt",
+              "merge other =4",
+              "status",
+              "commit -m early =4",
+              "conflicts",
+              "resolve --both note.txt",
+              "commit -m settled",
+              "branch side HEAD~1",
+              "branch --delete side",
+              "merge side =3",
+              "merge other", // is in by now
+              "switch --create tip",
+              "papers/tip.txt<tip",
+              "add papers",
+              "commit -m tip",
+              "switch master",
+              "merge tip"});
     }
 };
 
 TEST_F(JsonDocument, EachRecordIsAsTold) {
-    fs::create_directory(root);
+    fs::remove_all(root + "/.git"); // to be made with a record
     make_history();
     look_back();
     take_and_bring_back();
@@ -274,7 +235,6 @@ TEST_F(JsonDocument, EachRecordIsAsTold) {
 TEST_F(JsonDocument, EachVerbIsTold) {
     const std::string text = test_data("../../docs/json.md");
     const std::set<std::string> silent = {"add", "mkdir", "mv", "rm"}; // `action` and the like
-    fs::create_directory(root);
     for (const std::string &name : split(zev(root, "generate verbs").out, ' ')) {
         const std::string word = trimmed(name.substr(0, name.find('\n')));
         EXPECT_TRUE(silent.contains(word) || text.find("`zev " + word) != text.npos) << word;

@@ -6,24 +6,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Verify : testing::Test {
-    test::TempDir dir;
-    std::string root = (dir.path() / "copy").string(), git = root + "/.git/";
+struct Verify : CopyTest {
+    const std::string git = root + "/.git/";
 
     void SetUp() override {
-        ASSERT_EQ(zev(dir.path().string(), "init copy").code, 0);
-        test::write(root + "/plan.dxf", test_data("plan.dxf"));
-        sh("$ZEV import plan.dxf && $ZEV add plan.dwx && $ZEV commit -m First");
+        CopyTest::SetUp();
+        import("12.5");
+        ok("add plan.dwx");
+        ok("commit -m First");
     }
-    std::string sh(const std::string &command) {
-        return test::run("cd " + root + " && export ZEV=${ZEV_BIN:-zev} ZEV_AUTHOR=Ada && (" +
-                         command + ") 2>&1");
+    void import(const std::string &radius) {
+        write("plan.dxf", plan_with(radius));
+        ok("import plan.dxf");
     }
-    std::string first() { return sh("git rev-parse HEAD").substr(0, 40); }
 };
 
 TEST_F(Verify, TakesReferencesAsGitDoes) {
-    const std::string id = first(), name = "refs/heads/other";
+    const std::string id = sh("git rev-parse HEAD").substr(0, 40), name = "refs/heads/other";
     const struct {
         std::string file, text;
         bool sound;
@@ -53,20 +52,18 @@ TEST_F(Verify, TakesReferencesAsGitDoes) {
 }
 
 TEST_F(Verify, EndsWhereAShallowCloneDoes) {
-    sh("git config user.name A; git config user.email a@b");
-    for (const char *word : {"b", "c"}) sh(std::string("git commit --allow-empty -m ") + word);
+    for (const char *word : {"b", "c"})
+        CopyTest::git(std::string("commit --allow-empty -m ") + word);
     sh("git clone --depth 2 file://$PWD ../shallow && cp -r .git/tables ../shallow/.git");
-    const Outcome found = zev((dir.path() / "shallow").string(), "verify");
+    const Outcome found = zev(home + "/shallow", "verify");
     EXPECT_EQ(found.code, 0) << found.out;
     EXPECT_EQ(found.out.substr(0, 10), "2 commits,");
 }
 
 // Rows of another copy under this one's keys, and older drawings, which have no digest.
 TEST_F(Verify, ComparesRowsWithWhatWasImported) {
-    std::string changed = test_data("plan.dxf");
-    changed.replace(changed.find("12.5"), 4, "13.5");
-    test::write(root + "/plan.dxf", changed);
-    sh("$ZEV import plan.dxf && $ZEV commit -m Second plan.dwx");
+    import("13.5");
+    ok("commit -m Second plan.dwx");
     const auto put = [&](const DrawingKey &key, const std::string &row) {
         auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
         Oid id;
@@ -80,13 +77,14 @@ TEST_F(Verify, ComparesRowsWithWhatWasImported) {
     EXPECT_NE(found.out.find("in commit " + sh("git rev-parse HEAD~1").substr(0, 8)),
               std::string::npos);
     EXPECT_NE(found.out.find("1 problems"), std::string::npos) << found.out;
-    EXPECT_EQ(zev(root, "diff plan.dwx HEAD~1 HEAD 2>/dev/null").code, 1);
-    EXPECT_EQ(zev(root, "export plan.dwx - --rev HEAD 2>/dev/null").out, changed);
-    sh("$ZEV branch old HEAD~1 && $ZEV switch old");
-    EXPECT_NE(sh("$ZEV merge master").find("other blocks"), std::string::npos);
+    EXPECT_EQ(code("diff plan.dwx HEAD~1 HEAD"), 1);
+    EXPECT_EQ(zev(root, "export plan.dwx - --rev HEAD 2>/dev/null").out, plan_with("13.5"));
+    ok("branch old HEAD~1");
+    ok("switch old");
+    EXPECT_NE(both("merge master").out.find("other blocks"), std::string::npos);
     put({1, UINT64_MAX - 1}, "{}");
     EXPECT_EQ(zev(root, "verify").code, 0);
-    EXPECT_EQ(zev(root, "diff plan.dwx HEAD~1 HEAD 2>/dev/null").code, 0);
+    EXPECT_EQ(code("diff plan.dwx HEAD~1 HEAD"), 0);
 }
 
 TEST_F(Verify, LooksAtWhatItIsAskedFor) {
@@ -115,8 +113,8 @@ TEST_F(Verify, ReadsAnArchive) {
     const std::string before = sh(list);
     EXPECT_EQ(zev(root, "verify").code, 0);
     EXPECT_EQ(zev(root, "export plan.dwx -").out, test_data("plan.dxf"));
-    test::write(dir.path() / "other.dxf", "0\nSECTION\n2\nENTITIES\n0\nENDSEC\n0\nEOF\n");
-    EXPECT_NE(zev(root, "import ../other.dxf plan.dwx 2>/dev/null").code, 0);
+    test::write(home + "/other.dxf", "0\nSECTION\n2\nENTITIES\n0\nENDSEC\n0\nEOF\n");
+    EXPECT_NE(code("import ../other.dxf plan.dwx"), 0);
     EXPECT_EQ(sh(list), before);
     sh("chmod -R u+w .");
 }

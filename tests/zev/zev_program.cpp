@@ -30,6 +30,25 @@ std::string test_data(const std::string &name) {
     return test::read(directory / name);
 }
 
+std::string plan_with(const std::string &radius) {
+    std::string plan = test_data("plan.dxf");
+    return plan.replace(plan.find("12.5"), 4, radius);
+}
+
+const std::vector<std::string> kOddNames = {"#1",
+                                            "!x",
+                                            "a[1]",
+                                            "st*r",
+                                            "wh?t",
+                                            "100%s%n",
+                                            "tr ",
+                                            "q\"q ",
+                                            "図面－１階",
+                                            "a\xcc\x88.txt",
+                                            std::string(196, 'l')};
+const std::vector<std::string> kNeighbours = {
+    "1", "x", "a1", "star", "what", "100", "tr", "\xc3\xa4.txt", std::string(195, 'l')};
+
 Outcome zev(const std::string &directory, const std::string &arguments) {
     Outcome outcome{};
     outcome.out = test::run("exec </dev/null; " + command(directory, arguments), &outcome.code);
@@ -84,6 +103,23 @@ std::string CopyTest::git(const std::string &arguments) {
     return test::run("git -C '" + root +
                      "' -c core.quotepath=off -c user.name=Ada -c user.email=ada@example.org " +
                      arguments + " 2>&1");
+}
+
+std::string CopyTest::sh(const std::string &command) {
+    int status = -1;
+    const std::string out = test::run("cd '" + root + "' && { " + command + "; } 2>&1", &status);
+    EXPECT_EQ(status, 0) << command << out;
+    return out;
+}
+
+void CopyTest::keep(const std::vector<std::string> &names, const std::string &message) {
+    for (const std::string &name : names) write(name, message + " " + name);
+    ok("add .");
+    ok("commit -m " + message);
+}
+
+bool CopyTest::there(const std::string &name) {
+    return fs::exists(fs::symlink_status(root + "/" + name));
 }
 
 std::string CopyTest::content(const std::string &name) {

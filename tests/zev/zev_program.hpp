@@ -10,6 +10,12 @@
 // directory or one above it.
 std::string test_data(const std::string &name);
 
+// plan.dxf with another radius of its circle 32.
+std::string plan_with(const std::string &radius);
+
+// Names that are patterns, options, comments or formats elsewhere, and what they would match there.
+extern const std::vector<std::string> kOddNames, kNeighbours;
+
 struct Outcome {
     int code;
     std::string out; // stdout
@@ -37,6 +43,11 @@ struct CopyTest : testing::Test {
     std::string ok(const std::string &arguments); // what it says, stderr too
     int code(const std::string &arguments) { return zev(root, arguments + " 2>/dev/null").code; }
     std::string git(const std::string &arguments); // the same of the system's git
+    std::string sh(const std::string &command);    // and of a shell there
+    Outcome both(const std::string &arguments) { return zev(root, arguments + " 2>&1"); }
+    std::string out(const std::string &arguments) { return zev(root, arguments).out; }
+    void keep(const std::vector<std::string> &names, const std::string &message); // a commit
+    bool there(const std::string &name);
     void write(const std::string &name, const std::string &text) {
         test::write(root + "/" + name, text);
     }
