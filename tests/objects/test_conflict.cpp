@@ -100,3 +100,15 @@ TEST_F(ConflictRecord, InAndOutOfAnIndex) {
     ASSERT_OK(zIndexWrite(index.get()));
     EXPECT_EQ(tracked(), std::vector<std::string>{"B"});
 }
+
+// A walk of the directory finds the file again, with the ancestor that HEAD has.
+TEST_F(ConflictRecord, TheAncestorOfTheMergeStays) {
+    const IndexPtr index(zIndexHead(repository.get(), false));
+    put("a", "1");
+    const EntryPtr base = entry("a", "0"), ours = entry("a", "1");
+    const ConflictPtr merged(zConflictNew(base.get(), ours.get(), nullptr));
+    const NodePtr node(zConflictNodeNew(u"a"));
+    ASSERT_OK(zConflictNodeAddPair(node.get(), index.get(), merged.get()));
+    ASSERT_OK(zConflictNodeAddOurs(node.get(), index.get(), ours.get(), ours.get()));
+    EXPECT_EQ(told(node.get()), "a: ours a=3, theirs a=2;");
+}
