@@ -62,8 +62,8 @@ TEST_F(ConfigTest, WritesARepositoryUnderItsLock) {
     ConfigPtr config(zConfigRepo(repository.get()));
     ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"blue"));
     EXPECT_EQ(git(place, "config --local zev.color"), "blue");
-    const auto time = std::filesystem::last_write_time(place / ".git/config");
-    const auto past = time - std::chrono::hours(1);
+    const auto past =
+        std::filesystem::last_write_time(place / ".git/config") - std::chrono::hours(1);
     std::filesystem::last_write_time(place / ".git/config", past);
     ASSERT_OK(zConfigSetString(config.get(), u"zev.color", u"blue"));
     EXPECT_EQ(std::filesystem::last_write_time(place / ".git/config"), past);

@@ -78,14 +78,13 @@ TEST_F(DiffTest, FollowsTheOrderOfTheNewerVersion) {
         (Outcome{{50, 40}, {20}, {5, 10}}));
     // One that stands twice is paired one by one.
     EXPECT_EQ(differences({{1, 7}, {1, 7}, {1, 8}}, {{1, 8}, {2, 7}}), (Outcome{{}, {7}, {7}}));
-    EXPECT_EQ(differences({{1, 7}}, {{1, 9}, {1, 7}, {1, 7}}), (Outcome{{9, 7}, {}, {}}));
 
     std::mt19937 random(7);
     for (int round = 0; round < 16; ++round) {
         Keys before, after;
         for (uint64_t object = 0; object < 60; ++object) {
-            if (random() % 4) before.push_back({1, object});
-            if (random() % 4) after.push_back({1 + random() % 2, object});
+            for (auto times = random() % 3; times--;) before.push_back({1, object});
+            for (auto times = random() % 3; times--;) after.push_back({1 + random() % 2, object});
         }
         if (round & 1) std::ranges::shuffle(before, random);
         if (round & 2) std::ranges::shuffle(after, random);

@@ -26,9 +26,7 @@ std::string names(Repository *repository) {
 } // namespace
 
 TEST_F(ReferenceTest, CreatesAndResolves) {
-    Oid absent{}, other{};
-    ASSERT_OK(zOidRand(&absent));
-    ASSERT_OK(zOidRand(&other));
+    const Oid absent = parsed(std::string(40, 'a')), other = parsed(std::string(40, 'b'));
     // A client that holds a part of the history points at what it has never seen.
     ReferencePtr direct(zReferenceCreate(repository.get(), u"refs/remotes/origin/master", &absent));
     ReferencePtr link(zReferenceSymlink(repository.get(), u"refs/remotes/origin/HEAD",
