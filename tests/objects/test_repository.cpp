@@ -156,12 +156,14 @@ TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
                         "packed-refs.lock",
                         "objects/tmp_object_git2_abc",
                         "objects/pack/pack_git2_abc",
-                        "objects/cc/11111111111111111111111111111111111111"};
+                        "objects/cc/11111111111111111111111111111111111111",
+                        "../deep/tmp_zev_0123456789abcdef"}; // in the user's directories
     crash("index", files);
     write(place / ".git/refs/heads/other", "");
+    write(place / "deep/tmp_zev_0123456789abcdeg", ""); // a file of the user
     ASSERT_OK(zev::sweep_stale(repository.get()));
     for (const char *file : files) EXPECT_FALSE(there(file)) << file;
-    EXPECT_TRUE(there("refs/heads/other"));
+    EXPECT_TRUE(there("refs/heads/other") && there("../deep/tmp_zev_0123456789abcdeg"));
     // A branch that was only begun leaves no log; the log of another one stays.
     const std::string line =
         std::string(40, '0') + " " + std::string(40, '1') + " a <b> 1 +0000\tx\n";
