@@ -29,9 +29,9 @@ TEST(Collation, AsciiStandsAsIcuWouldOrderIt) {
 TEST(Collation, RanksStandInTheOrderOfComparing) {
     std::mt19937 random(4);
     for (const uint32_t most : {127u, 0x250u, 0xffffu}) {
-        std::vector<std::u16string> texts{u"a", u"A", u"ä", std::u16string(400, u'x')};
+        std::vector<std::u16string> texts{u"a", u"A", most == 127 ? u"b" : u"ä",
+                                          std::u16string(400, u'x')};
         for (int i = 0; i < 100; ++i) texts.push_back(random_text(random, most));
-        if (most == 127) texts[2] = u"b";
         std::vector<const zwchar *> pointers;
         for (const auto &text : texts) pointers.push_back(text.c_str());
         const auto ranks = zev::collation_ranks(pointers);

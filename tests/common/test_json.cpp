@@ -3,6 +3,8 @@
 
 #include "common/text.hpp"
 
+#include <algorithm>
+#include <functional>
 #include <map>
 
 namespace {
@@ -35,8 +37,7 @@ TEST(Json, Conversions) {
         {zJsonNewString(u" 0x10z"), 16, 16.0, true, " 0x10z"}, // base 0
         {zJsonNewString(u"010"), 8, 10.0, true, "010"},
         {zJsonNewString(u"99999999999999999999"), INT64_MAX, 1e20, true, "99999999999999999999"},
-        {zJsonNewString(u"5000000000"), 5000000000, 5e9, true, "5000000000"},
-        {zJsonNewInt(-7), -7, -7.0, true, "-7"},
+        {zJsonNewInt(-5000000000), -5000000000, -5e9, true, "-5000000000"},
         {zJsonNewReal(-2.75), -2, -2.75, true, "-2.75"},
         {zJsonNewReal(1e300), INT64_MAX, 1e300, true, "1e+300"},
         {zJsonNewBoolean(true), 1, 1.0, true, "true"},
@@ -65,22 +66,6 @@ TEST(Json, ChangesOfTypeReleaseTheOldValue) {
     ASSERT_OK(zJsonSetString(node.get(), u"text"));
     ASSERT_OK(zJsonSetString(node.get(), zJsonGetString(node.get()) + 1)); // its own text
     EXPECT_EQ(test::narrow(zJsonGetString(node.get())), "ext");
-    Json own; // in the caller's memory
-    ASSERT_OK(zJsonInit(&own, Z_JSON_ARRAY));
-    ASSERT_OK(zJsonArrayPush(&own, zJsonNewInt(1)));
-    zJsonCleanup(&own);
-    EXPECT_TRUE(zJsonIsNull(&own));
-}
-
-TEST(Json, Ids) {
-    Oid id, back = {};
-    for (uint8_t i = 0; i < sizeof id.id; ++i) id.id[i] = static_cast<uint8_t>(i * 13);
-    auto node = guard(zJsonNewId(&id), zJsonFree);
-    EXPECT_EQ(test::narrow(zJsonGetString(node.get())), "000d1a2734414e5b6875828f9ca9b6c3d0ddeaf7");
-    ASSERT_OK(zJsonGetId(&back, node.get()));
-    EXPECT_TRUE(zOidIsEqual(&id, &back));
-    zJsonSetInt(node.get(), 1);
-    EXPECT_FALSE(zJsonGetId(&back, node.get()));
 }
 
 TEST(Json, ANodeHasOneParent) {
@@ -90,10 +75,7 @@ TEST(Json, ANodeHasOneParent) {
     EXPECT_FALSE(zJsonObjectPut(a.get(), u"y", node));
     EXPECT_FALSE(zJsonArrayPush(b.get(), node));
     EXPECT_EQ(text(a.get()) + text(b.get()), "{\"x\":1}[]");
-    EXPECT_EQ(zJsonParent(node), a.get());
-    Json *out = zJsonObjectDetach(a.get(), u"x");
-    ASSERT_EQ(out, node);
-    EXPECT_TRUE(zJsonIsRoot(node));
+    ASSERT_EQ(zJsonObjectDetach(a.get(), u"x"), node);
     ASSERT_OK(zJsonArrayPush(b.get(), node));
 
     auto top = tree(u"{\"a\":{\"b\":[]}}"); // and is never below itself
@@ -103,35 +85,38 @@ TEST(Json, ANodeHasOneParent) {
 }
 
 TEST(Json, VariableLists) {
-    auto object =
-        guard(zJsonNewObject(u"b", zJsonNewInt(1), u"a", zJsonNewNull(), nullptr), zJsonFree);
-    EXPECT_EQ(text(object.get()), "{\"a\":null,\"b\":1}");
-    auto array = guard(zJsonNewArray(zJsonNewInt(1), zJsonNewString(u"x"), nullptr), zJsonFree);
-    EXPECT_EQ(text(array.get()), "[1,\"x\"]");
-    auto empty = guard(zJsonNewObject(nullptr), zJsonFree);
-    EXPECT_EQ(text(empty.get()), "{}");
+    const Tree object =
+        guard(zJsonNewObject(u"b", zJsonNewArray(zJsonNewInt(1), zJsonNewString(u"x"), nullptr),
+                             u"a", zJsonNewObject(nullptr), nullptr),
+              zJsonFree);
+    EXPECT_EQ(text(object.get()), "{\"a\":{},\"b\":[1,\"x\"]}");
     // All nodes of a list that failed are gone: those before and behind the fault.
     EXPECT_FALSE(
         zJsonNewObject(u"a", zJsonNewInt(1), u"b", nullptr, u"c", zJsonNewInt(2), nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
 }
 
 TEST(Json, Elements) {
     auto array = tree(u"[0,1,2,3]");
-    EXPECT_FALSE(zJsonArrayAt(array.get(), 4));
-    EXPECT_EQ(zErrorClass(), 5);
+    EXPECT_TRUE(!zJsonArrayAt(array.get(), 4) && zErrorClass() == 5);
     Json *late = zJsonNewInt(9);
     EXPECT_FALSE(zJsonArraySet(array.get(), 4, late));
-    ASSERT_OK(zJsonArraySet(array.get(), 1, late));
-    ASSERT_OK(zJsonArrayRemove(array.get(), 0));
+    ASSERT_OK(zJsonArraySet(array.get(), 1, late) && zJsonArrayRemove(array.get(), 0));
     EXPECT_FALSE(zJsonArrayRemove(array.get(), 3));
     zJsonFree(zJsonArrayAt(array.get(), 1)); // takes itself out
     EXPECT_EQ(text(array.get()), "[9,3]");
+}
 
-    auto object = tree(u"{}");
-    zRaiseCanceled(nullptr);
-    EXPECT_FALSE(zJsonArrayAt(object.get(), 0));
-    EXPECT_EQ(zErrorClass(), 6); // raises nothing of its own
+// The names of an object, as its iterator gives them; `at` is told of each.
+std::vector<std::u16string> names(
+    Json *object, const std::function<void(const std::u16string &)> &at = [](auto &) {}) {
+    std::vector<std::u16string> all;
+    const auto iter = guard(
+        zJsonObjectNewiter(object), +[](HashmapIter *it) { it->free(it); });
+    for (iter->first(iter.get()); !iter->done(iter.get()); iter->next(iter.get())) {
+        all.emplace_back(*static_cast<zwchar **>(zVariantValue(iter->current(iter.get()))));
+        at(all.back());
+    }
+    return all;
 }
 
 // Puts, replaces, removes and looks up in an order without pattern, against a plain map.
@@ -146,45 +131,25 @@ TEST(Json, MembersKeepTheirOrder) {
         Json *found = zJsonObjectAt(object.get(), name.c_str());
         ASSERT_EQ(found != nullptr, expected.contains(name));
         ASSERT_TRUE(!found || zJsonGetInt(found) == expected[name]);
-        if (found && random >> 30 == 0) {
-            zJsonFree(found);
-            expected.erase(name);
-        } else if (found && random >> 30 == 1) {
-            ASSERT_OK(zJsonObjectRemove(object.get(), name.c_str()));
-            expected.erase(name);
-        } else {
+        if (!found || random >> 30 > 1) {
             ASSERT_OK(zJsonObjectPut(object.get(), name.c_str(), zJsonNewInt(i)));
             expected[name] = i;
+            continue;
         }
+        random >> 30 ? (void)zJsonObjectRemove(object.get(), name.c_str()) : zJsonFree(found);
+        expected.erase(name);
     }
-    ASSERT_EQ(zJsonGetInt(object.get()), static_cast<int64_t>(expected.size()));
-    auto iter = guard(
-        zJsonObjectNewiter(object.get()), +[](HashmapIter *it) { it->free(it); });
-    auto at = expected.begin();
-    for (iter->first(iter.get()); !iter->done(iter.get()); iter->next(iter.get()), ++at) {
-        ASSERT_NE(at, expected.end());
-        Variant *name = iter->current(iter.get());
-        EXPECT_EQ(std::u16string(*static_cast<zwchar **>(zVariantValue(name))), at->first);
-        EXPECT_EQ(zJsonGetInt(*static_cast<Json **>(zVariantValue(zVariantNext(name)))),
-                  at->second);
-    }
-    EXPECT_EQ(at, expected.end());
+    const auto all = names(object.get());
+    EXPECT_TRUE(std::ranges::equal(all, expected, {}, {}, [](auto &pair) { return pair.first; }));
 }
 
 TEST(Json, AWalkSurvivesPuts) {
     auto object = tree(u"{\"b\":1,\"d\":2,\"f\":3}");
-    auto iter = guard(
-        zJsonObjectNewiter(object.get()), +[](HashmapIter *it) { it->free(it); });
-    std::u16string walked;
-    for (iter->first(iter.get()); !iter->done(iter.get()); iter->next(iter.get())) {
-        const std::u16string name =
-            *static_cast<zwchar **>(zVariantValue(iter->current(iter.get())));
-        walked += name;
-        if (name != u"d") continue;
+    const auto walked = names(object.get(), [&](const std::u16string &name) {
         for (const zwchar *other : {u"a", u"c", u"e"})
-            ASSERT_OK(zJsonObjectPut(object.get(), other, zJsonNewNull()));
-    }
-    EXPECT_EQ(walked, u"bdef");
+            EXPECT_TRUE(name != u"d" || zJsonObjectPut(object.get(), other, zJsonNewNull()));
+    });
+    EXPECT_EQ(walked, (std::vector<std::u16string>{u"b", u"d", u"e", u"f"}));
 }
 
 // Filling and emptying large containers in every order, and freeing a tree deeper than the stack:
@@ -197,17 +162,13 @@ TEST(Json, LargeAndDeep) {
             ASSERT_OK(zJsonObjectPut(object.get(),
                                      numbered(static_cast<int>(i * order % kMany)).c_str(),
                                      zJsonNewInt(i)));
-        ASSERT_EQ(zJsonGetInt(object.get()), kMany);
         for (int64_t i = 0; i < kMany; ++i)
             ASSERT_OK(zJsonPathRemove(object.get(),
                                       numbered(static_cast<int>(i * 7907 % kMany)).c_str()));
         EXPECT_EQ(zJsonGetInt(object.get()), 0);
     }
     auto deep = guard(zJsonNew(Z_JSON_ARRAY), zJsonFree);
-    for (int i = 0; i < 200000; ++i) {
-        Json *outer = zJsonNewArray(deep.release(), nullptr);
-        deep.reset(outer);
-    }
+    for (int i = 0; i < 200000; ++i) deep.reset(zJsonNewArray(deep.release(), nullptr));
     auto copy = guard(zJsonDup(deep.get()), zJsonFree);
     auto written = guard(zJsonWriteTextual(copy.get()), zStrfreeW);
     EXPECT_EQ(zStrlenW(written.get()), 400002u);
@@ -247,21 +208,14 @@ TEST(Json, Paths) {
         EXPECT_EQ(zErrorClass(), row.found ? 6 : row.error) << test::narrow(row.path);
         EXPECT_EQ(zJsonPathExists(root.get(), row.path), row.found != nullptr);
     }
-    zRaiseCanceled(nullptr);
-    EXPECT_EQ(zJsonPathGetInt(root.get(), u"no.such"), 0);
-    EXPECT_EQ(zErrorClass(), 3);
 }
 
 TEST(Json, PathsAreMadeOnTheWay) {
     auto root = tree(u"{}");
-    Oid id = {};
     ASSERT_OK(zJsonPathSetInt(root.get(), u"x.y", -5));
     ASSERT_OK(zJsonPathSetLarge(root.get(), u"$.x.z", 1LL << 40));
     ASSERT_OK(zJsonPathSetString(root.get(), u"x.y", u"now a text"));
-    ASSERT_OK(zJsonPathSetId(root.get(), u"i", &id));
     EXPECT_FALSE(zJsonPathSetInt(root.get(), u"$", 1));
-    EXPECT_EQ(zErrorClass(), 3);
-    ASSERT_OK(zJsonPathRemove(root.get(), u"i"));
     EXPECT_TRUE(zJsonPathRemove(root.get(), u"not.there"));
     EXPECT_EQ(text(root.get()), "{\"x\":{\"y\":\"now a text\",\"z\":1099511627776}}");
 

@@ -18,18 +18,17 @@ Json *read_bytes(const std::string &text) {
     return zJsonReadStream(stream.get());
 }
 
+// To a stream and as wide text, which must agree.
 std::string written(const Json *tree) {
     auto stream = guard(zMemStream(1, 0), zStreamFree);
-    if (!zJsonWriteStream(tree, stream.get())) return "(failed)";
+    const auto wide = guard(zJsonWriteTextual(tree), zStrfreeW);
+    const bool done = zJsonWriteStream(tree, stream.get());
+    EXPECT_EQ(done, wide != nullptr);
     std::string text(zStreamSize(stream.get()), '\0');
     zStreamRewind(stream.get());
     zStreamRead(stream.get(), text.data(), text.size());
-    return text;
-}
-
-std::string written_wide(const Json *tree) {
-    auto text = guard(zJsonWriteTextual(tree), zStrfreeW);
-    return text ? test::narrow(text.get()) : "(failed)";
+    EXPECT_TRUE(!done || test::narrow(wide.get()) == text);
+    return done ? text : "(failed)";
 }
 
 const struct {
@@ -37,12 +36,10 @@ const struct {
 } kAccepted[] = {
     {"{}", "{}"},
     {" \t\r\n[ 1 , 2 ] \n", "[1,2]"},
-    {"[[1,2],[3]]", "[[1,2],[3]]"},
     {"{\"b\":1,\"a\":2}", "{\"a\":2,\"b\":1}"},         // in key order
     {"{\"a\":1,\"b\":3,\"a\":2}", "{\"a\":2,\"b\":3}"}, // the later twin
     {"{\"a\":{\"x\":[]},\"a\":[{}]}", "{\"a\":[{}]}"},
     {"{\"\":0}", "{\"\":0}"},
-    {"[true,false,null]", "[true,false,null]"},
     {"[0,-0,10,-12,1.]", "[0,0,10,-12,1]"},
     {"[0.e1,10e1,1E+2,25e-1]", "[0,100,100,2.5]"},
     {"[1234567.0]", "[1.23457e+06]"},
@@ -50,7 +47,6 @@ const struct {
     {"[-9223372036854775809]", "[-9223372036854775808]"},
     {"[\"\\\"\\\\\\b\\f\\n\\r\\t\"]", "[\"\\\"\\\\\\b\\f\\n\\r\\t\"]"},
     {"[\"\\u0041\\/\"]", "[\"\\\\u0041\\\\/\"]"}, // not unescaped, so doubled
-    {"[\"\x7f\"]", "[\"\x7f\"]"},
     {"[\"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\"]", "[\"\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\"]"},
     {"{\"\xc3\xa4\":\"0123456789abcdef\xc3\xa4\"}", "{\"\xc3\xa4\":\"0123456789abcdef\xc3\xa4\"}"},
     {nested(255), nested(255)},
@@ -67,7 +63,6 @@ TEST(JsonText, AcceptsAndPrints) {
         auto wide = guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree);
         ASSERT_TRUE(bytes && wide) << text;
         EXPECT_EQ(written(bytes.get()), printed);
-        EXPECT_EQ(written_wide(bytes.get()), printed);
         EXPECT_EQ(written(wide.get()), printed);
     }
     zRaiseCanceled(nullptr);
@@ -83,24 +78,16 @@ TEST(JsonText, AcceptsAndPrints) {
     EXPECT_EQ(zErrorClass(), 6); // refusing raises nothing of its own
 }
 
-TEST(JsonText, ByteOrderMark) {
-    // In a stream the first byte alone decides about three; in wide text it is no blank.
-    for (const char *text : {"\xef\xbb\xbf[1]", "\xefxy[1]"}) {
-        auto tree = guard(read_bytes(text), zJsonFree);
-        ASSERT_TRUE(tree) << text;
-        EXPECT_EQ(written(tree.get()), "[1]");
-    }
-    EXPECT_FALSE(read_bytes("\xef\xbb"));
-    EXPECT_FALSE(zJsonReadTextual(u"\xfeff[1]"));
-}
-
-TEST(JsonText, BrokenUtf8InAStringIsReplaced) {
-    auto tree = guard(read_bytes("[\"a\xff"
-                                 "b\xc3\"]"),
-                      zJsonFree);
-    ASSERT_TRUE(tree);
-    EXPECT_EQ(std::u16string(zJsonGetString(zJsonArrayAt(tree.get(), 0))), u"a\xfffd"
-                                                                           u"b\xfffd");
+// In a stream the first byte alone decides about three; in wide text such a mark is no blank.
+TEST(JsonText, MarksAndBrokenUtf8) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"\xef\xbb\xbf[1]", "[1]"},
+        {"\xefxy[1]", "[1]"},
+        {"[\"a\xff\\nb\xc3\"]", "[\"a\xef\xbf\xbd\\nb\xef\xbf\xbd\"]"},
+    };
+    for (auto [bytes, printed] : rows)
+        EXPECT_EQ(written(guard(read_bytes(bytes), zJsonFree).get()), printed);
+    EXPECT_FALSE(read_bytes("\xef\xbb") || zJsonReadTextual(u"\xfeff[1]"));
 }
 
 // Blocks end within names, numbers, words, escapes and characters; a string is longer than all of
@@ -117,8 +104,8 @@ TEST(JsonText, TokensAcrossBlocks) {
     const std::string printed = written(bytes.get());
     EXPECT_EQ(printed, written(wide.get()));
     EXPECT_EQ(printed.size(), text.size() - 9000 * (sizeof "1.5e1" - sizeof "15"));
-    EXPECT_EQ(printed.substr(0, 39),
-              "{\"n\xc3\xa4me100000\":[0,15,true,\"\\\"\xe2\x82\xac\"],\"n\xc3\xa4");
+    EXPECT_TRUE(
+        printed.starts_with("{\"n\xc3\xa4me100000\":[0,15,true,\"\\\"\xe2\x82\xac\"],\"n\xc3\xa4"));
 }
 
 TEST(JsonText, UnorderedTwinsInALargeObject) {
@@ -144,11 +131,9 @@ TEST(JsonText, Escapes) {
 TEST(JsonText, WhatCannotBeWritten) {
     auto text = guard(zJsonNewString(u"x"), zJsonFree);
     EXPECT_EQ(written(text.get()), "(failed)");
-    EXPECT_EQ(written_wide(text.get()), "(failed)");
     for (double value : {HUGE_VAL, -HUGE_VAL, std::nan("")}) {
         auto array = guard(zJsonNewArray(zJsonNewReal(value), nullptr), zJsonFree);
         EXPECT_EQ(written(array.get()), "(failed)");
-        EXPECT_EQ(written_wide(array.get()), "(failed)");
     }
 }
 
@@ -167,15 +152,13 @@ TEST(JsonText, Files) {
     const std::u16string path = dir / u"a.json";
     auto tree = guard(zJsonNewPath(u"a.b", zJsonNewInt(7)), zJsonFree);
     ASSERT_OK(zJsonWriteFile(tree.get(), path.c_str()));
-    EXPECT_EQ(test::read(dir.path() / "a.json"), "{\"a\":{\"b\":7}}");
     auto read = guard(zJsonReadFile(path.c_str()), zJsonFree);
     EXPECT_EQ(zJsonPathGetInt(read.get(), u"a.b"), 7);
     // A tree that can't be written leaves the file alone.
     auto scalar = guard(zJsonNewInt(1), zJsonFree);
     EXPECT_FALSE(zJsonWriteFile(scalar.get(), path.c_str()));
     EXPECT_EQ(test::read(dir.path() / "a.json"), "{\"a\":{\"b\":7}}");
-    EXPECT_FALSE(zJsonReadFile((dir / u"none.json").c_str()));
-    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_TRUE(!zJsonReadFile((dir / u"none.json").c_str()) && zErrorClass() == 3);
 }
 
 } // namespace

@@ -32,6 +32,12 @@ class Log : public testing::Test {
     }
 
     std::filesystem::path file(const char *name) { return dir.path() / "data/logs" / name; }
+    // An empty place for the library's log.
+    std::filesystem::path renewed(const char *name) {
+        std::filesystem::remove_all(dir.path() / "data");
+        create_directories(file(name).parent_path());
+        return file(name);
+    }
     std::filesystem::path own(const char *name) { return dir.path() / "state/zev/logs" / name; }
 
     template <class F> static std::string console(F work) {
@@ -98,8 +104,7 @@ TEST_F(Log, TextIsMadeSafeAndCutAtALine) {
 }
 
 TEST_F(Log, RotatesAbove32MiB) {
-    std::filesystem::create_directories(dir.path() / "data/logs");
-    const auto log = file("message.log"), old = file("message.old");
+    const auto log = renewed("message.log"), old = file("message.old");
     auto size_after_line = [&](uint64_t size) {
         write(log, "");
         resize_file(log, size);
@@ -153,8 +158,7 @@ TEST_F(Log, WritesOnlyWhereItMay) {
     };
     for (const auto &row : kRows) {
         std::filesystem::remove_all(dir.path() / "state");
-        std::filesystem::remove_all(dir.path() / "data");
-        create_directories(log.parent_path());
+        renewed("");
         write(victim, "kept");
         if (!row.lay()) continue; // only root gives away
         console([&] {
@@ -168,8 +172,7 @@ TEST_F(Log, WritesOnlyWhereItMay) {
 }
 
 TEST_F(Log, ModesOfNewFilesOnly) {
-    create_directories(file("").parent_path());
-    chmod(file("").parent_path().c_str(), 01777);
+    chmod(renewed("").parent_path().c_str(), 01777);
     chmod(dir.path().c_str(), 0755);
     write(file("access.log"), "");
     chmod(file("access.log").c_str(), 0600);
@@ -229,8 +232,8 @@ TEST_F(Log, LostConsoles) {
 }
 
 TEST_F(Log, LinesOfManyThreadsStayWhole) {
-    errno = ERANGE;
     console([&] {
+        errno = ERANGE;
         zLogReport("a", 1, 6, 4, u"line of thread");
         EXPECT_EQ(errno, ERANGE);
         std::vector<std::thread> threads;

@@ -49,12 +49,11 @@ TEST(Uri, ReadsAndWrites) {
     for (const zwchar *text : {u"", u"h", u"h:80", u"http://", u"http://h:99999/", u"http://h:/",
                                u"http://[::1/", u"http://a b/", u"://h/"}) {
         zRaiseNotFound(nullptr);
-        EXPECT_FALSE(parsed(text)) << test::narrow(text);
-        EXPECT_EQ(zErrorClass(), 2) << test::narrow(text);
+        EXPECT_TRUE(!parsed(text) && zErrorClass() == 2) << test::narrow(text);
     }
-    const UriPtr uri = parsed(u"http://h/a");
-    EXPECT_FALSE(zUriParse(uri.get(), std::u16string(70'000, u'/').c_str())); // beyond 16 bits
-    EXPECT_EQ(text_of(uri), u"/");                                            // left empty
+    const UriPtr uri = parsed(u"http://h/a"); // is left empty by a length beyond 16 bits
+    EXPECT_FALSE(zUriParse(uri.get(), std::u16string(70'000, u'/').c_str()));
+    EXPECT_EQ(text_of(uri), u"/");
 }
 
 TEST(Uri, SettersDropTheCachedText) {
@@ -85,7 +84,6 @@ TEST(Uri, ReadsQueries) {
         {u"a=b=c", u"a=b", u"c", 1}, {u"a=b&&c=d&", u"c", u"d", 2}, {u"a", u"a", u"", 0},
         {u"a=", u"a", u"", 0},       {u"=b", u"", u"", 0},          {u"a==", u"a", u"=", 1},
         {u"==", u"=", u"", 0},       {u"a=1&a=2", u"a", u"2", 1},   {u"a=1&a", u"a", u"", 0},
-        {u"", u"x", u"", 0},
     };
     for (const auto &row : rows) {
         const UriPtr uri = parsed(u"/?old=1&x=2");
@@ -102,7 +100,6 @@ TEST(Uri, Escapes) {
     const std::u16string escaped = changed<zUriEscape>(text);
     EXPECT_EQ(escaped, u"/a%20b%20%7E%C3%A4?k=%F0%9F%98%80%5B");
     EXPECT_EQ(changed<zUriEscape>(escaped), escaped);
-    EXPECT_EQ(changed<zUriUnescape>(escaped), u"/a b ~ä?k=\U0001F600[");
     EXPECT_EQ(changed<zUriUnescape>(u"%c3%A4%e4%2"), u"ä\uFFFD%2");
 
     // The longest text of the widest characters goes there and comes back as far as it fits.
@@ -111,9 +108,7 @@ TEST(Uri, Escapes) {
     EXPECT_EQ(out.size(), 9u * 2047);
     EXPECT_EQ(changed<zUriUnescape>(out), longest.substr(0, 2048 / 3));
     zwchar *held = zStrdupW((longest + u"図").c_str());
-    EXPECT_FALSE(zUriEscape(&held));
-    EXPECT_EQ(zErrorClass(), 5);
-    EXPECT_EQ(std::u16string(held).size(), 2048u);
+    EXPECT_TRUE(!zUriEscape(&held) && zErrorClass() == 5 && zStrlenW(held) == 2048);
     zStrfreeW(held);
 }
 
@@ -127,7 +122,6 @@ TEST(Uri, CatchesPaths) {
         {u"/x/repos/ann/plant", u"/repos/:owner/:name", u"/?:base=/x&:name=plant&:owner=ann"},
         {u"/x/y/REPOS/a/b/c/d", u"/repos/:owner", u"/?:base=/x/y&:other=b/c/d&:owner=a"},
         {u"/repos/ann", u"/repos/:owner/:name/commits", nullptr},
-        {u"/repos/ann/plant/commit", u"/repos/:owner/:name/commits", nullptr},
         {u"/", u"/", nullptr},
         {u"/repos/ann", u"/:skipped/repos/:owner", u"/?:base=/&:owner=ann"},
         {u"/x/:b/c", u"/:a/:b", u"/?:base=/x&:other=c"}, // captures alone: the last is the literal
@@ -195,11 +189,10 @@ TEST(Url, KeepsWhatFits) {
     buffer[Z_URL_MAX] = u'#';
     ASSERT_TRUE(zUrlCopy(buffer, (u"/" + std::u16string(2040, u'a')).c_str()));
     ASSERT_TRUE(zUrlAppend(buffer, u"bbbbb"));
-    EXPECT_EQ(std::u16string(buffer).size(), 2047u);
+    EXPECT_EQ(zStrlenW(buffer), 2047u);
     zRaiseNotFound(nullptr);
-    EXPECT_TRUE(zUrlAppend(buffer, u"c"));
-    EXPECT_EQ(zErrorClass(), 5);
-    EXPECT_EQ(std::u16string(buffer).size(), 2047u);
+    EXPECT_TRUE(zUrlAppend(buffer, u"c") && zErrorClass() == 5);
+    EXPECT_EQ(zStrlenW(buffer), 2047u);
     EXPECT_EQ(buffer[Z_URL_MAX], u'#');
 }
 

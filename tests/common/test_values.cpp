@@ -1,0 +1,95 @@
+// Buffer, Hashmap, Binary, Variant: who owns what is held, and in which order it is walked.
+#include "common/buffer.hpp"
+
+#include "support.hpp"
+
+#include <cstring>
+
+namespace {
+
+TEST(Buffer, GrowsAndStaysTerminated) {
+    Buffer buffer = {};
+    ASSERT_OK(zev::buffer_init(&buffer, 0, 4));
+    EXPECT_EQ(zev::buffer_write(&buffer, "abcd", 4), 4u);
+    ASSERT_EQ(zev::buffer_write(&buffer, "ef", 2), 2u);
+    EXPECT_EQ(buffer.capacity, 4102u);
+    ASSERT_TRUE(zev::buffer_seek(&buffer, 1, 0));
+    ASSERT_EQ(zev::buffer_write(&buffer, "BC", 2), 2u); // inside: the end stays
+    EXPECT_EQ(memcmp(buffer.data, "aBCdef", 7), 0);
+    EXPECT_FALSE(zev::buffer_reserve(&buffer, UINT64_MAX - 2));
+    zev::buffer_cleanup(&buffer);
+}
+
+// The keys as an iterator gives them, and each value with its key.
+std::u16string walk(const Hashmap *map, HashmapIter *iter) {
+    std::u16string keys;
+    for (iter->first(iter); !iter->done(iter); iter->next(iter)) {
+        Variant *key = iter->current(iter);
+        EXPECT_TRUE(key->type == 20 && key->next->type == 18);
+        EXPECT_EQ(key->next->value.pointer, zHashmapAt(map, key->value.wide));
+        keys.append(key->value.wide).append(u" ");
+    }
+    iter->free(iter);
+    return keys;
+}
+
+TEST(Hashmap, WalksInKeyOrder) {
+    const auto map = test::guard(zHashmapNew(), zHashmapFree);
+    Hashmap *m = map.get();
+    EXPECT_EQ(walk(m, zHashmapNewiter(m)) + walk(m, zHashmapNewriter(m)), u"");
+    int values[5] = {};
+    zwchar key[] = u"aa"; // is copied
+    const zwchar *keys[] = {key, u"B", u"\xFFEE", u"a", u"\xD83D\xDE00"};
+    for (int i = 0; i < 5; ++i) ASSERT_TRUE(zHashmapInsert(m, keys[i], &values[i]));
+    key[0] = u'x';
+    // Units are unsigned, so the surrogates of an emoji come before U+FFEE.
+    EXPECT_EQ(walk(m, zHashmapNewiter(m)), u"B a aa \xD83D\xDE00 \xFFEE ");
+    EXPECT_EQ(walk(m, zHashmapNewriter(m)), u"\xFFEE \xD83D\xDE00 aa a B ");
+    ASSERT_TRUE(zHashmapInsert(m, u"B", &values[2]) && zHashmapAt(m, u"B") == &values[2]);
+    ASSERT_TRUE(zHashmapRemove(m, u"B") && zHashmapRemove(m, u"B"));
+    EXPECT_EQ(zHashmapSize(m), 4u);
+}
+
+TEST(Binary, OwnsItsBytes) {
+    Binary binary;
+    ASSERT_OK(zBinaryInit(&binary, "bytes", 5));
+    ASSERT_TRUE(zBinarySet(&binary, static_cast<char *>(binary.data) + 1, 3)); // of itself
+    auto other = test::guard(zBinaryNew(nullptr, 7), zBinaryFree);
+    ASSERT_TRUE(zBinaryCopy(other.get(), &binary));
+    EXPECT_EQ(std::string(static_cast<char *>(other->data), other->size), "yte");
+    void *block = zBinaryDeatch(&binary);
+    ASSERT_TRUE(zBinaryCopy(other.get(), &binary)); // an empty one empties
+    EXPECT_FALSE(other->data || other->size);
+    ASSERT_TRUE(zBinaryAttach(other.get(), block, 3) && zBinaryAttach(other.get(), block, 2));
+    EXPECT_EQ(memcmp(other->data, "yt", 2), 0);
+}
+
+// What travels as a promoted argument comes out in the width of its type.
+TEST(Variant, HoldsValuesOfEachWidth) {
+    Variant v;
+    ASSERT_TRUE(zVariantInit(&v));
+    EXPECT_TRUE(zVariantSet(&v, 2, -2) && v.value.u8 == 0xFE);
+    EXPECT_TRUE(zVariantSet(&v, 5, -2) && v.value.u16 == 0xFFFE);
+    EXPECT_TRUE(zVariantSet(&v, 12, int64_t{-2}) && v.value.u64 == UINT64_MAX - 1);
+    EXPECT_TRUE(zVariantSet(&v, 10, 0.5) && v.value.f32 == 0.5f);
+    EXPECT_TRUE(zVariantSet(&v, 13, 0.5) && v.value.f64 == 0.5);
+}
+
+TEST(Variant, OwnsCopies) {
+    Variant variant, copy;
+    ASSERT_TRUE(zVariantInit(&variant) && zVariantInit(&copy));
+    zwchar text[] = u"wide";
+    ASSERT_TRUE(zVariantSet(&variant, 20, text));
+    text[0] = u'W';
+    ASSERT_TRUE(zVariantSet(&variant, 20, variant.value.wide)); // its own text
+    ASSERT_TRUE(zVariantCopy(&copy, &variant) && zVariantCopy(&copy, &copy));
+    ASSERT_TRUE(zVariantSet(&variant, 21, "bytes", uint64_t{5}));
+    EXPECT_EQ(std::u16string(copy.value.wide), u"wide");
+    ASSERT_TRUE(zVariantCopy(&copy, &variant));
+    EXPECT_NE(copy.value.binary.data, variant.value.binary.data);
+    ASSERT_TRUE(zVariantCleanup(&variant));
+    EXPECT_EQ(memcmp(copy.value.binary.data, "bytes", 5), 0);
+    ASSERT_TRUE(zVariantCleanup(&copy));
+}
+
+} // namespace
