@@ -18,10 +18,10 @@ TEST(Collation, AsciiStandsAsIcuWouldOrderIt) {
     std::mt19937 random(3);
     for (int i = 0; i < 20000; ++i) {
         const std::u16string a = random_text(random, 127), b = random_text(random, 127);
+        const std::string narrow_a = test::narrow(a.c_str()), narrow_b = test::narrow(b.c_str());
         const int32_t plain = zStricollW(a.c_str(), b.c_str());
         ASSERT_EQ(plain, zStricollW((u"é" + a).c_str(), (u"é" + b).c_str()))
-            << test::narrow(a.c_str()) << " " << test::narrow(b.c_str());
-        const std::string narrow_a = test::narrow(a.c_str()), narrow_b = test::narrow(b.c_str());
+            << narrow_a << narrow_b;
         ASSERT_EQ(plain, zStricollA(narrow_a.c_str(), narrow_b.c_str()));
     }
 }

@@ -104,8 +104,6 @@ TEST(Error, DetailIsComposedOncePerRaise) {
     zSetErrorMsg(u"%d", 12);
     EXPECT_EQ(narrow(zErrorMsg()), "12");
     EXPECT_EQ(narrow(zErrorDetail()), "what: why");
-    zRaiseError(99, 5, u"what", nullptr);
-    EXPECT_EQ(narrow(zErrorDetail()), "what");
 }
 
 // Arguments that point into the record are read before it is written.
@@ -149,35 +147,20 @@ TEST(Error, TextsThatNoNumberHas) {
 }
 
 TEST(Ring, ReleasesAtThe1024thFurtherParkingAndAtTheThreadsEnd) {
-    static int released;
-    released = 0;
+    static std::string released;
+    released.clear();
     on_thread([] {
-        auto count = [](void *) { ++released; };
-        char thing;
-        EXPECT_TRUE(zGlobalRecyclePut(nullptr, count) && zGlobalRecyclePut(&thing, count));
-        const char *first = zStrtoutf8(u"first"); // conversions are parked there too
+        const auto release = [](void *slot) { released += *static_cast<char *>(slot); };
+        static char first = '1', last = '2';
+        EXPECT_TRUE(zGlobalRecyclePut(nullptr, release) && zGlobalRecyclePut(&first, release));
+        const char *text = zStrtoutf8(u"first"); // conversions are parked there too
         for (int i = 0; i < 1022; ++i) zStrfromutf8("x");
-        EXPECT_STREQ(first, "first");
-        EXPECT_EQ(released, 0);
-        zGlobalRecyclePut(&thing, count);
-        EXPECT_EQ(released, 1);
+        EXPECT_STREQ(text, "first");
+        EXPECT_EQ(released, ""); // nothing is parked for none
+        zGlobalRecyclePut(&last, release);
+        EXPECT_EQ(released, "1");
     });
-    EXPECT_EQ(released, 2);
-}
-
-TEST(Ring, ReleasesTheOldestAndAtTheEndTheRest) {
-    static int order;
-    order = 0;
-    int numbers[9] = {};
-    Recycle ring;
-    ASSERT_OK(zRecycleInit(&ring, 1)); // 8 slots at least
-    for (int &number : numbers) {
-        EXPECT_EQ(order, 0);
-        zRecyclePut(&ring, &number, [](void *slot) { *static_cast<int *>(slot) = ++order; });
-    }
-    EXPECT_EQ(numbers[0], 1);
-    ASSERT_OK(zRecycleCleanup(&ring));
-    EXPECT_EQ(order, 9);
+    EXPECT_EQ(released, "12");
 }
 
 // The test program holds one start of its own.

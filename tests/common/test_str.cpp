@@ -40,12 +40,8 @@ TEST(Str, CollatesForPeople) {
         {u"a", u"A", 0},    {u"\u00E9", u"E", 0},      {u"B", u"a", 1},     {u"z", u"\u00E4", 1},
         {u"a1", u"a2", -1}, {u"\u3042", u"\u30A2", 0}, // kana types are one
     };
-    for (auto [a, b, order] : rows) {
+    for (auto [a, b, order] : rows)
         EXPECT_EQ(zStricollW(a, b), order) << test::narrow(a) << " " << test::narrow(b);
-        const std::string narrow_a = test::narrow(zStrsafeW(a)),
-                          narrow_b = test::narrow(zStrsafeW(b));
-        EXPECT_EQ(zStricollA(narrow_a.c_str(), narrow_b.c_str()), order);
-    }
 }
 
 TEST(Str, ChangesInPlace) {
@@ -62,8 +58,7 @@ TEST(Str, ChangesInPlace) {
         EXPECT_EQ(std::u16string(zStrrtrimW(end.text, row.set)), row.end);
     }
     char bytes[8] = "#######";
-    EXPECT_STREQ(zStrncpyA(bytes, "ab", 6), "ab");
-    EXPECT_EQ(memcmp(bytes, "ab\0\0\0\0#", 7), 0);
+    EXPECT_EQ(memcmp(zStrncpyA(bytes, "ab", 6), "ab\0\0\0\0#", 7), 0);
     EXPECT_STREQ(zStrncatA(bytes, "cdef", 2), "abcd");
 }
 

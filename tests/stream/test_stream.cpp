@@ -44,9 +44,7 @@ TEST(StreamEncoding, NumbersAreBigEndianAndComeBack) {
     using namespace std::string_view_literals;
     there_and_back<int8_t>(-128, "\x80", zStreamWrInt8, zStreamRdInt8);
     there_and_back<uint16_t>(0x0102, "\1\2", zStreamWrUInt16, zStreamRdUInt16);
-    there_and_back<int16_t>(-2, "\xff\xfe", zStreamWrInt16, zStreamRdInt16);
     there_and_back<uint32_t>(0x01020304, "\1\2\3\4", zStreamWrUInt32, zStreamRdUInt32);
-    there_and_back<int32_t>(INT32_MIN, "\x80\0\0\0"sv, zStreamWrInt32, zStreamRdInt32);
     there_and_back<int64_t>(0x0102030405060708, "\1\2\3\4\5\6\7\x08", zStreamWrInt64,
                             zStreamRdInt64);
     there_and_back<uint64_t>(UINT64_MAX - 1, "\xff\xff\xff\xff\xff\xff\xff\xfe", zStreamWrUInt64,

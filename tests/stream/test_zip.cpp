@@ -66,7 +66,7 @@ std::string bare_inflate(const std::string &bytes, int bits, size_t size) {
 } // namespace
 
 TEST(ZipStream, GivesBackTheBytes) {
-    for (const size_t size : {size_t{0}, size_t{1}, size_t{262144}, size_t{1000000}}) {
+    for (const size_t size : {0u, 1u, 262144u, 1000000u}) {
         for (const zwchar *encoding : {u"GZIP", u"deflate"}) {
             const std::string bytes = sample(size), packed = compressed(bytes, encoding);
             EXPECT_EQ(bare_inflate(packed, *encoding == u'G' ? 31 : 15, size), bytes);
@@ -186,7 +186,6 @@ TEST(ZipStream, GrowsAsFarAsTheCallerAllows) {
     EXPECT_OK(back);
     zStreamRewind(source.get());
     EXPECT_FALSE(zev::uncompress_stream(source.get(), u"gzip", kAll - 1));
-    EXPECT_EQ(zErrorClass(), 5);
     EXPECT_EQ(narrow(zErrorMsg()), "The data is larger than allowed once it is decompressed");
 }
 

@@ -152,8 +152,7 @@ TEST_F(Dirs, Make) {
 }
 
 TEST_F(Dirs, EmptyAndSign) {
-    EXPECT_TRUE(zDirIsEmpty(top.c_str()));
-    EXPECT_TRUE(zDirIsEmpty((dir / u"missing").c_str()));
+    EXPECT_TRUE(zDirIsEmpty(top.c_str()) && zDirIsEmpty((dir / u"missing").c_str()));
     test::write(dir.path() / ".hidden", "");
     EXPECT_FALSE(zDirIsEmpty(top.c_str()));
 

@@ -107,8 +107,7 @@ TEST(Path, Parts) {
         EXPECT_EQ(narrow(text), narrow(made)) << narrow(path);
     }
     EXPECT_EQ(zPathFindExt(u"a.b/c"), nullptr);
-    EXPECT_TRUE(zPathIsSame(u"/\u00C4/x/..", u"/\u00E4"));
-    EXPECT_FALSE(zPathIsSame(u"/a", u"/ab"));
+    EXPECT_TRUE(zPathIsSame(u"/\u00C4/x/..", u"/\u00E4") && !zPathIsSame(u"/a", u"/ab"));
 }
 
 // Text is cut silently; what a cut path names is never touched.
@@ -117,9 +116,7 @@ TEST(Path, CutPathsAreRefused) {
     zwchar text[Z_PATH_MAX] = u"/tmp";
     EXPECT_TRUE(zPathAppend(text, more.c_str()));
     EXPECT_EQ(zStrlenW(text), 511u);
-    EXPECT_FALSE(zDirMake(text, true));
-    EXPECT_EQ(zErrorCode(), 38);
-    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_TRUE(!zDirMake(text, true) && zErrorCode() == 38 && errno == ENAMETOOLONG);
     EXPECT_TRUE(!zev::path_join(text, u"/tmp", more.c_str()) && zErrorCode() == 38);
     EXPECT_TRUE(!zPathAppendExt(text, text, u".dwx") && zErrorCode() == 38);
 }
