@@ -118,7 +118,7 @@ class WorkingCopyTest : public RepositoryTest {
         git(place, commit + "ours");
         git(place, "-c user.name=x -c user.email=x merge -q other");
     }
-    std::string porcelain() { return git(place, "status --porcelain"); }
+    std::string brief_status() { return git(place, "status --porcelain"); }
 
     // Path to kind, as a status without a lock sees it.
     std::map<std::string, int> status(PathSpec *wanted = nullptr) {

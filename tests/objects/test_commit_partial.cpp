@@ -39,7 +39,7 @@ TEST_F(PartialCommitTest, TakesWhatIsSelectedAndNothingElse) {
     fs::remove(place / "x/only");
     ASSERT_OK(commit_only({u"docs", u"gone", u"dropped", u"x", u"fresh"}, Z_SPEC_NO_IGNORED));
     EXPECT_EQ(changed(), "M\tdocs/a\nA\tdocs/new\nD\tdropped\nA\tfresh/file\nD\tgone\nD\tx/only");
-    EXPECT_EQ(porcelain(), "M  other\n?? dropped");
+    EXPECT_EQ(brief_status(), "M  other\n?? dropped");
     expect_sound();
     EXPECT_FALSE(commit_only({u"docs"}));
     EXPECT_EQ(zErrorClass(), 3);
@@ -99,7 +99,7 @@ TEST_F(PartialCommitTest, ANewCaseOfANameTakesThePlaceOfTheOld) {
     fs::rename(place / "dir/Größe", place / "DIR/GRÖßE");
     ASSERT_OK(commit_only({u"plan", u"DIR/GRÖßE"}, kLiteral));
     EXPECT_EQ(files(), "DIR/GRÖßE\ndir/stays\nplan");
-    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(brief_status(), "");
     put("Plan", "2"); // both are there: nothing takes anything's place
     expect_refused({u"Plan"}, 4, kLiteral);
 }
@@ -116,7 +116,7 @@ TEST_F(PartialCommitTest, EntriesChangeTheirKind) {
     put("docs/b", "22");
     fs::create_symlink("b", place / "docs/a");
     ASSERT_OK(commit_only({u"docs"})); // a link waits for the commit of the whole
-    EXPECT_EQ(porcelain(), " T docs/a");
+    EXPECT_EQ(brief_status(), " T docs/a");
     commit_all();
     EXPECT_EQ(git(place, "ls-tree HEAD docs/a").substr(0, 6), "120000");
     // `git add -N`: named as to be added, without content.
@@ -127,10 +127,10 @@ TEST_F(PartialCommitTest, EntriesChangeTheirKind) {
         ASSERT_OK(CommitPtr(zIndexCommit(index.get(), nullptr, u"HEAD", u"Ada", u"whole")));
     }
     EXPECT_EQ(changed(), "A\ta/new");
-    EXPECT_EQ(porcelain(), " A empty\n A planned");
+    EXPECT_EQ(brief_status(), " A empty\n A planned");
     ASSERT_OK(commit_only({u"empty", u"planned"}));
     EXPECT_EQ(changed(), "A\tempty\nA\tplanned");
-    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(brief_status(), "");
     expect_sound();
 }
 
@@ -173,7 +173,7 @@ TEST_F(StuckReferenceTest, IndexFileStaysAsItWas) {
               (std::map<std::string, int>{{"a", Z_KIND_MODIFIED}, {"b", Z_KIND_UNTRACKED}}));
     fs::remove(held);
     ASSERT_OK(commit_only({u"a"}));
-    EXPECT_EQ(porcelain(), "?? b");
+    EXPECT_EQ(brief_status(), "?? b");
 }
 
 TEST_F(StuckReferenceTest, WhatTheCallerHasWrittenIsNotTakenBack) {
@@ -221,7 +221,7 @@ TEST_F(PartialCommitTest, KilledInASync) {
             ASSERT_TRUE(fs::exists(place / ".git/.index.zlck"));
             EXPECT_EQ(git(place, "rev-parse HEAD") == head, left == 0);
             ASSERT_OK(zFlockRecover((place / ".git/index").u16string().c_str()));
-            EXPECT_EQ(porcelain(), left ? " M b" : " M a\n M b");
+            EXPECT_EQ(brief_status(), left ? " M b" : " M a\n M b");
             IndexPtr index = lock();
             ASSERT_OK(zIndexAddBypath(index.get(), u"b"));
             if (!left) zIndexAddBypath(index.get(), u"a");
@@ -229,7 +229,7 @@ TEST_F(PartialCommitTest, KilledInASync) {
             ASSERT_OK(made);
             EXPECT_EQ(git(place, "cat-file blob HEAD:a"), bytes) << written << left;
             index.reset();
-            EXPECT_EQ(porcelain(), "");
+            EXPECT_EQ(brief_status(), "");
             expect_sound();
         }
 }

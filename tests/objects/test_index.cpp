@@ -81,7 +81,7 @@ TEST_F(IndexTest, AddReportsFileByFile) {
                                 added + " .gitignore", added + " a.dwx", skipped + " gone.dwx",
                                 added + " new.dwx", "done: " + text(u"action.sDone")}));
     ASSERT_OK(zIndexWrite(index.get()));
-    EXPECT_EQ(porcelain(), "A  .gitignore\nM  a.dwx\n D gone.dwx\nA  new.dwx");
+    EXPECT_EQ(brief_status(), "A  .gitignore\nM  a.dwx\n D gone.dwx\nA  new.dwx");
     put("a.dwx", "333");
     report.stop = true;
     EXPECT_FALSE(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));

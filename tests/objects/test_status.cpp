@@ -166,7 +166,7 @@ TEST_F(StatusTest, WhatTheWorkDirectoryNeedNotHold) {
     ASSERT_OK(CommitPtr(zIndexCommit(index.get(), all.get(), u"HEAD", u"Ada", u"a")));
     index.reset();
     EXPECT_EQ(git(place, "ls-tree -r --name-only HEAD"), "a\nsparse\nsub/mod");
-    EXPECT_EQ(porcelain(), "");
+    EXPECT_EQ(brief_status(), "");
     EXPECT_EQ(status(), clean);
 }
 
