@@ -98,6 +98,8 @@ void look_at_names(State &state, git_repository *repo) {
     check(git_reference_list(&list, repo));
     const Owned<git_strarray, git_strarray_dispose> list_guard(&list);
     for (size_t i = 0; i < list.count; ++i) {
+        // A lock's copy of a reference, which libgit2 takes for one, goes with the next locker.
+        if (std::string_view(list.strings[i]).ends_with(".zlck")) continue;
         git_oid id;
         const bool leads = git_reference_name_to_id(&id, repo, list.strings[i]) == 0;
         state.names[list.strings[i]] = leads ? hex(id) : "nowhere";
@@ -161,7 +163,7 @@ std::string said(const Files &names, const std::string &name) {
 // its own.
 std::string wrong_name(const Case &at, bool done) {
     const auto passes = [](const std::string &name) { // goes with the next one that locks the copy
-        return name.starts_with("refs/zev/checkout-") || name.ends_with(".zlck");
+        return name.starts_with("refs/zev/checkout-");
     };
     Files all = at.expected.before.names;
     for (const Files *names : {&at.expected.after.names, &at.now.names})
