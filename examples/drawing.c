@@ -57,11 +57,11 @@ static bool commit(Repository *repository, const zwchar *message) {
 static bool show(Repository *repository, const Manifest *manifest) {
     Table *table = zTableByid(repository, &manifest->table);
     bool done = table != NULL;
-    for (uint64_t i = 0; done && i < manifest->objects.count; ++i) {
+    for (uint64_t i = 0; done && i < manifest->object_count; ++i) {
         DrawingKey key;
         void *value = NULL;
         uint64_t length = 0;
-        zManifestKey(&key, &manifest->objects, i);
+        zManifestKey(&key, manifest->objects, i);
         done = zDrawingKeyGetData(table, &key, &value, &length);
         if (done)
             printf("%llx: %.*s\n", (unsigned long long)key.object, (int)length, (char *)value);
@@ -78,7 +78,7 @@ static bool load(Repository *repository, Commit *version) {
     Manifest manifest = {0};
     const void *bytes = blob ? zBlobData(blob, &size) : NULL;
     bool done = bytes && zManifestRead(&manifest, bytes, size) && show(repository, &manifest);
-    zManifestClear(&manifest);
+    zManifestDeinit(&manifest);
     zBlobFree(blob);
     return done;
 }

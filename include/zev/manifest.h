@@ -21,5 +21,8 @@ typedef struct Manifest {
 ZEV_API bool zManifestRead(Manifest *manifest, const void *bytes, uint64_t size);
 ZEV_API void zManifestDeinit(Manifest *manifest);
 
+// The key at a place of a list, which is not tested against its count.
+ZEV_API bool zManifestKey(DrawingKey *key, const uint8_t *list, uint64_t index);
+
 ZEV_END
 #endif

@@ -126,3 +126,9 @@ void zManifestDeinit(Manifest *manifest) {
     const std::unique_ptr<Joined> joined(static_cast<Joined *>(manifest->joined));
     *manifest = {};
 }
+
+bool zManifestKey(DrawingKey *key, const uint8_t *list, uint64_t index) {
+    if (!key || !list) return fail_args();
+    *key = key_from(list + index * kKey);
+    return true;
+}
