@@ -21,6 +21,7 @@ FLOORS = [
     "objects/conflict",
     "objects/operations",
     "verify",
+    "rms",
     "network",
     "commands",
 ]

@@ -36,6 +36,8 @@ ZEV_API HttpResponse *zHttpHandleCall(const HttpHandle *handle, HttpServer *serv
 ZEV_API HttpServer *zHttpServerNew(const Json *config, const zwchar *schema);
 ZEV_API void zHttpServerFree(HttpServer *server);
 ZEV_API Json *zHttpServerConfig(const HttpServer *server);
+// Null unless zServerStartup runs the server.
+ZEV_API AuthTable *zHttpServerAuth(const HttpServer *server);
 // A copy of the handle goes behind those that are there; the first that matches answers.
 ZEV_API bool zHttpServerAddHandle(HttpServer *server, const HttpHandle *handle);
 ZEV_API HttpHandle *zHttpServerFindHandle(HttpServer *server, HttpRequest *request);

@@ -3,7 +3,7 @@
 #ifndef ZEV_SERVER_H
 #define ZEV_SERVER_H
 
-#include "zev/base.h"
+#include "zev/auth.h"
 
 ZEV_BEGIN
 
@@ -28,6 +28,22 @@ ZEV_API void zServerFree(Server *server);
 ZEV_API bool zServerLoop(Server *server);
 ZEV_API const zwchar *zServerName(Server *server);
 ZEV_API const zwchar *zServerVersion(Server *server);
+
+// Runs the service by its configuration, on the calling thread, until it is shut down: makes the
+// server, loads the authentication module and serves. A process runs one at most: class -1 with the
+// standard error 103 while another runs.
+ZEV_API bool zServerStartup(const Json *config);
+// Ends the running service, from any thread; true where none runs. From another thread it waits
+// five seconds at most: then the standard error 16, and the server still goes down.
+ZEV_API bool zServerShutdown(void);
+// Of the running server, for code on its thread; class 2, logged, where none runs.
+ZEV_API AuthTable *zServerAuth(void);
+ZEV_API Json *zServerConfig(void);
+
+// Whether a text can be the name of an owner or of a project: 1 to 255 units and none of
+//   \ < > / " : ; ? * | , = and the backtick, nor, with `strict`, @ & # $ ^ ~ %.
+// The standard errors 38 for one that is too long and 22, class 2 for an empty text.
+ZEV_API bool zSNValid(const zwchar *text, bool strict);
 
 // For kinds of servers: the common head of a record, which its kind's table already stands in.
 ZEV_API bool zServerInit(Server *server, const Json *config);

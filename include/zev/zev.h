@@ -2,6 +2,8 @@
 #ifndef ZEV_H
 #define ZEV_H
 
+#include "zev/admin.h"
+#include "zev/auth.h"
 #include "zev/base.h"
 #include "zev/binary.h"
 #include "zev/branch.h"

@@ -15,6 +15,8 @@ enum ServerState : uint32_t {
 
 struct Server {
     const ServerClass *table;
-    Json *config; // a copy of the host's, with its paths made absolute
+    Json *config;    // a copy of the host's, with its paths made absolute
+    AuthTable *auth; // null unless the service was started whole
     std::atomic<uint32_t> state;
+    std::atomic<uint64_t> thread; // that runs the loop, 0 when none does
 };

@@ -77,6 +77,10 @@ Json *zHttpServerConfig(const HttpServer *server) {
     return server ? server->head.config : fail_args();
 }
 
+AuthTable *zHttpServerAuth(const HttpServer *server) {
+    return server ? server->head.auth : fail_args();
+}
+
 bool zHttpServerAddHandle(HttpServer *server, const HttpHandle *handle) {
     if (!server || !handle || !handle->pattern || !handle->proc) return fail_args();
     Owned<HttpHandle, zHttpHandleFree> copy(zHttpHandleDup(handle));

@@ -1,0 +1,99 @@
+// The table of operations, and its dispatch: the route has been matched, method and what stands
+// behind the pattern choose the row.
+#include "network/rest/operations.hpp"
+
+#include "common/guard.hpp"
+#include "zev/str.h"
+
+#include <array>
+#include <utility>
+
+namespace zev::rest {
+
+namespace {
+
+constexpr const char16_t *kPatterns[] = {
+    u"/repos/:owner/:name/blobs",
+    u"/repos/:owner/:name/commits",
+    u"/repos/:owner/:name/refs",
+    u"/repos/:owner/:name/trees",
+    u"/repos/:owner/:name/tables",
+    u"/repos/:owner/:name/packs",
+    u"/repos/:owner/:name/objects",
+    u"/repos/:owner/:name/revisions",
+    u"/repos/:owner/:name/rms",
+    u"/repos/:owner/:name",
+    u"/rms",
+};
+
+using enum Need;
+
+// ROWS
+constexpr Operation kTable[] = {
+    {Route::blobs, Z_HTTP_GET, Form::item, refuse_blob, nobody,
+     "GET /repos/:owner/:name/blobs/:id"},
+};
+
+bool fits(const Call &call, Form form) {
+    const zwchar *other = capture(call, u":other");
+    const bool owner = capture(call, u":owner"), name = capture(call, u":name");
+    switch (form) {
+    case Form::all:
+        return !owner && !name;
+    case Form::owner:
+        return owner && !name;
+    case Form::project:
+        return owner && name;
+    case Form::named:
+        return owner || name;
+    case Form::bare:
+        return !other || !*other;
+    case Form::item:
+        return other && *other;
+    case Form::diff:
+        return other && zStrcasesameW(other, u"diff");
+    case Form::any:
+        return true;
+    }
+    return false;
+}
+
+HttpResponse *dispatch(Route route, HttpServer *server, HttpRequest *request) try {
+    Call call(server, request);
+    for (const Operation &operation : kOperations) {
+        if (operation.route != route || operation.method != zHttpRequestMethod(request)) continue;
+        if (!fits(call, operation.form)) continue;
+        call.operation = &operation;
+        return operation.procedure(call);
+    }
+    return refuse(call, 400);
+} catch (...) {
+    return fail_thrown();
+}
+
+template <size_t route> HttpResponse *answer_route(HttpServer *server, HttpRequest *request) {
+    return dispatch(static_cast<Route>(route), server, request);
+}
+
+template <size_t... routes> constexpr auto procedures_of(std::index_sequence<routes...>) {
+    return std::array<HttpProc, sizeof...(routes)>{answer_route<routes>...};
+}
+constexpr auto kProcedures = procedures_of(std::make_index_sequence<std::size(kPatterns)>());
+
+} // namespace
+
+const std::span<const char16_t *const> kRoutes = kPatterns;
+const std::span<const Operation> kOperations = kTable;
+
+bool add_routes(HttpServer *server) {
+    for (size_t i = 0; i < std::size(kPatterns); ++i) {
+        Owned<HttpHandle, zHttpHandleFree> handle(zHttpHandleNew(kPatterns[i], kProcedures[i]));
+        if (!handle || !zHttpServerAddHandle(server, handle.get())) return false;
+    }
+    return true;
+}
+
+HttpResponse *refuse_blob(Call &call) { return refuse(call, 404); }
+HttpResponse *refuse_bad(Call &call) { return refuse(call, 400); }
+
+} // namespace zev::rest

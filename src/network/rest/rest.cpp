@@ -1,0 +1,191 @@
+// The gate, bodies and answers of the resources. What holds: a project is opened at most once a
+// request, and a refusal is raised and logged where it is made.
+#include "network/rest/rest.hpp"
+
+#include "common/pathname.hpp"
+#include "common/utf.hpp"
+#include "network/rest/operations.hpp"
+#include "rms/privilege.hpp"
+#include "zev/dir.h"
+#include "zev/oid.h"
+#include "zev/path.h"
+#include "zev/str.h"
+#include "zev/uri.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace zev::rest {
+
+namespace {
+
+constexpr const zwchar *kJsonType = u"application/json";
+constexpr const zwchar *kOctetType = u"application/octet-stream";
+
+bool is_required(HttpServer *server) {
+    Json *config = zHttpServerConfig(server);
+    const zwchar *schema = config ? zJsonPathGetString(config, u"schema") : nullptr;
+    Json *section = schema ? zJsonPathGet(config, schema) : nullptr;
+    const zwchar *auth = section ? zJsonPathGetString(section, u"auth") : nullptr;
+    return auth && zStrcasesameW(auth, u"required");
+}
+
+} // namespace
+
+Call::Call(HttpServer *on, HttpRequest *asked)
+    : server(on), request(asked), guarded(is_required(on)) {}
+Call::~Call() = default;
+
+// ---- Refusals
+
+HttpResponse *refuse(const Call &call, int32_t code, const zwchar *key, const zwchar *argument,
+                     Here at) {
+    return zHttpResponseError(at.file, at.line, call.request, code, key, zStrsafeW(argument));
+}
+
+HttpResponse *refuse_entry(const Call &call, uint64_t index, Here at) {
+    const std::string entry = "entries[" + std::to_string(index) + "]";
+    const std::u16string wide(entry.begin(), entry.end());
+    return refuse(call, 400, u"srv.eFieldInvalid_s", wide.c_str(), at);
+}
+
+// ---- The gate
+
+// The last is where projects go while they are removed.
+bool is_project_name(const zwchar *name) {
+    return zSNValid(name, true) && path_can_enter(to_utf8(name)) &&
+           !zStrsameW(name, u".zev-removed");
+}
+
+Place project_place(const Call &call, const zwchar *owner, const zwchar *name, zwchar *out) {
+    Json *config = zHttpServerConfig(call.server);
+    if (!config) return Place::no_config;
+    const zwchar *repos = zJsonPathGetString(config, u"path.repos");
+    if (!repos) return Place::no_repos;
+    std::u16string path(repos);
+    for (const zwchar *part : {owner, name})
+        if (part) path.append(u"/").append(part);
+    if (path.size() >= Z_PATH_MAX) return Place::too_long;
+    std::fill_n(out, Z_PATH_MAX, u'\0');
+    return zPathCanonicalized(out, path.c_str()) ? Place::found : Place::too_long;
+}
+
+bool name_project(const Call &call, Repository *repository, const zwchar *owner,
+                  const zwchar *name) {
+    const zwchar *base = capture(call, u":base");
+    zwchar url[Z_URL_MAX] = {};
+    return zUrlBuild(url, base ? base : u"/", u"repos", owner, name, nullptr) &&
+           zRepositorySetOwner(repository, owner) && zRepositorySetName(repository, name) &&
+           zRepositorySetUrl(repository, url);
+}
+
+HttpResponse *open_project(Call &call) {
+    if (call.repository) return nullptr;
+    const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
+    if (!capture(call, u":base")) return refuse(call, 400, u"srv.eFieldRequired_s", u":base");
+    if (!owner) return refuse(call, 400, u"srv.eFieldRequired_s", u":owner");
+    if (!is_project_name(owner)) return refuse(call, 400, u"srv.eFieldInvalid_s", u":owner");
+    if (!name) return refuse(call, 400, u"srv.eFieldRequired_s", u":name");
+    if (!is_project_name(name)) return refuse(call, 400, u"srv.eFieldInvalid_s", u":name");
+    zwchar path[Z_PATH_MAX];
+    switch (project_place(call, owner, name, path)) {
+    case Place::no_config:
+        return refuse(call, 500, u"srv.eInvalidConfig_s", u"server.conf");
+    case Place::no_repos:
+        return refuse(call, 500, u"srv.eInvalidConfig_s", u"server.path.repos");
+    case Place::too_long:
+        return refuse(call, 414, u"srv.eUrlTooLong");
+    case Place::found:
+        break;
+    }
+    if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
+    call.repository.reset(zRepositoryOpenBare(path));
+    if (!call.repository || !name_project(call, call.repository.get(), owner, name)) {
+        call.repository.reset();
+        return refuse(call, 500, u"srv.eAccessProject_s", name);
+    }
+    return nullptr;
+}
+
+// ---- Bodies
+
+HttpResponse *read_json(const Call &call, Tree &body) {
+    Stream *stream = zHttpRequestBody(call.request);
+    if (!stream) return refuse(call, 400, u"srv.eNoProperContent_s", kJsonType);
+    body.reset(zJsonReadStream(stream));
+    return body ? nullptr : refuse(call, 400, u"srv.eUnresolvableContent");
+}
+
+HttpResponse *need_octets(const Call &call) {
+    if (zHttpRequestBody(call.request)) return nullptr;
+    return refuse(call, 400, u"srv.eNoProperContent_s", kOctetType);
+}
+
+// ---- Answers
+
+HttpResponse *answer(int32_t code, Tree tree) {
+    return tree ? zHttpResponseJson(code, tree.get()) : nullptr;
+}
+
+HttpResponse *answer_data(int32_t code, Tree data) {
+    if (!data) return nullptr;
+    Tree whole(zJsonNewPath(u"data", data.get()));
+    if (whole) static_cast<void>(data.release());
+    return answer(code, std::move(whole));
+}
+
+HttpResponse *answer_entries(Tree entries) {
+    if (!entries) return nullptr;
+    Tree whole(zJsonNewPath(u"data.entries", entries.get()));
+    if (whole) static_cast<void>(entries.release());
+    return answer(200, std::move(whole));
+}
+
+Tree project_record(const Call &call, const zwchar *type,
+                    std::initializer_list<const zwchar *> parts) {
+    Repository *repository = call.repository.get();
+    zwchar url[Z_URL_MAX] = {};
+    if (!zUrlCopy(url, zRepositoryUrl(repository))) return {};
+    for (const zwchar *part : parts)
+        if (!zUrlAppend(url, part)) return {};
+    return Tree(zJsonNewObject(u"owner", zJsonNewString(zRepositoryOwner(repository)), u"name",
+                               zJsonNewString(zRepositoryName(repository)), u"type",
+                               zJsonNewString(type), u"url", zJsonNewString(url), nullptr));
+}
+
+Tree repository_record(Repository *repository) {
+    const Oid *id = zRepositoryId(repository, true);
+    if (!id) return {};
+    return Tree(zJsonNewObject(u"type", zJsonNewString(u"repo"), u"id", zJsonNewId(id), u"owner",
+                               zJsonNewString(zRepositoryOwner(repository)), u"name",
+                               zJsonNewString(zRepositoryName(repository)), u"url",
+                               zJsonNewString(zRepositoryUrl(repository)), nullptr));
+}
+
+// ---- Identifiers
+
+bool parse_id(Oid *id, const zwchar *text) {
+    const auto is_digit = [](zwchar unit) {
+        return (unit >= u'0' && unit <= u'9') || (unit >= u'a' && unit <= u'f') ||
+               (unit >= u'A' && unit <= u'F');
+    };
+    if (!text || zStrlenW(text) != 40 || !std::all_of(text, text + 40, is_digit)) return false;
+    return zOidFromStr(id, text);
+}
+
+std::u16string id_text(const Oid &id) {
+    zwchar text[41] = {};
+    zOidFormat(text, &id);
+    return text;
+}
+
+// ---- Rights
+
+Privileges &rights(Call &call) {
+    if (!call.rights)
+        call.rights = std::make_unique<Privileges>(zHttpServerAuth(call.server), call.request,
+                                                   call.repository.get());
+    return *call.rights;
+}
+
+} // namespace zev::rest

@@ -1,0 +1,38 @@
+// The rights of one caller in one project: his password is looked at and his rules are asked for
+// once, then any number of paths can be looked up.
+#pragma once
+
+#include "zev/auth.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace zev {
+
+class Privileges {
+  public:
+    // Who the request says he is, by its account. Null arguments give no right. May throw.
+    Privileges(const AuthTable *auth, HttpRequest *request, Repository *repository);
+
+    // The bits on a path; the path's own rule, else that of the nearest directory, else the
+    // project's default. The paths of one directory share their look-up.
+    int32_t at(std::u16string_view path);
+    // Whether some path of the project grants all of these bits.
+    bool anywhere(int32_t bits) const;
+    bool is_known() const { return known_; } // he proved who he is
+
+  private:
+    int32_t look_up(std::u16string_view path) const;
+
+    std::map<std::u16string, int32_t, std::less<>> rules_;
+    int32_t default_ = 0;
+    bool known_ = false;
+    bool all_ = false; // "admin" has every right
+    std::u16string directory_;
+    int32_t directory_bits_ = -1; // of `directory_`; -1 before the first
+};
+
+} // namespace zev
