@@ -1,20 +1,31 @@
-// The server frame: the directories of the service out of its configuration, and the kind of
-// server that its schema names.
+// The server frame: the directories of the service out of its configuration, the kind of server
+// that its schema names, and the one server that a process may run.
+//
+// States: new --published--> running --shut down--> stopping --loop ended--> stopped, and from
+// running straight to stopped when the loop ends by itself. The running server is published from
+// before its loop until it has been freed, and both ends of that hold the lock: whoever shuts it
+// down from another thread has it whole in his hands.
 #include "network/server.hpp"
 
 #include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "zev/auth.h"
 #include "zev/dir.h"
 #include "zev/http_server.h"
 #include "zev/json.h"
 #include "zev/lang.h"
 #include "zev/path.h"
 #include "zev/str.h"
+#include "zev/thread.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <iterator>
+#include <mutex>
 
 using namespace zev;
 
@@ -74,6 +85,35 @@ bool resolve_repos(Json *config) {
     return zJsonPathSetString(config, kRepos, path);
 }
 
+// ---- The running server
+
+constexpr std::chrono::seconds kShutdown{5}; // that another thread waits for the end
+
+std::mutex guard; // of `running`
+std::condition_variable ended;
+std::atomic<Server *> running;
+
+bool publish(Server *server) {
+    const std::lock_guard lock(guard);
+    if (running) return false;
+    server->thread = static_cast<uint64_t>(zThreadSelf());
+    server->state = kServerRunning;
+    running = server;
+    return true;
+}
+
+// Whoever waits for the end finds all that the server held given back.
+void take_back(Owned<Server, zServerFree> server) {
+    const std::lock_guard lock(guard);
+    assert(running == server.get());
+    server->state = kServerStopped;
+    server->thread = 0;
+    zAuthServerShutdown(std::exchange(server->auth, nullptr));
+    server.reset();
+    running = nullptr;
+    ended.notify_all();
+}
+
 } // namespace
 
 const ServerClass *zServerClass(const zwchar *name) {
@@ -82,6 +122,7 @@ const ServerClass *zServerClass(const zwchar *name) {
 
 bool zServerInit(Server *server, const Json *config) {
     if (!server || !config) return fail_args();
+    assert(server->table && !server->auth);
     server->config = zJsonDup(config);
     server->state = kServerNew;
     if (!server->config) return fail_memory();
@@ -121,4 +162,44 @@ const zwchar *zServerName(Server *server) {
 }
 const zwchar *zServerVersion(Server *server) {
     return server && server->table ? server->table->Version() : fail_args();
+}
+
+// ---- The service of a process
+
+bool zServerStartup(const Json *config) {
+    if (!config) return fail_args();
+    if (running) return fail_os(EALREADY);
+    Owned<Server, zServerFree> server(zServerNew(config));
+    if (!server) return false;
+    server->auth = zAuthServerStart();
+    if (!server->auth) return false;
+    if (!publish(server.get())) { // another thread was faster
+        zAuthServerShutdown(std::exchange(server->auth, nullptr));
+        return fail_os(EALREADY);
+    }
+    const bool served = zServerLoop(server.get());
+    const KeptFailure kept;
+    take_back(std::move(server));
+    return served;
+}
+
+bool zServerShutdown() {
+    std::unique_lock lock(guard);
+    Server *server = running;
+    if (!server) return true;
+    server->state = kServerStopping;
+    if (!server->table->Stop(server)) return false;
+    if (server->thread == static_cast<uint64_t>(zThreadSelf())) return true;
+    if (ended.wait_for(lock, kShutdown, [&] { return running != server; })) return true;
+    return fail_os(EBUSY);
+}
+
+AuthTable *zServerAuth() {
+    Server *server = running;
+    return server ? server->auth : fail_args();
+}
+
+Json *zServerConfig() {
+    Server *server = running;
+    return server ? server->config : fail_args();
 }
