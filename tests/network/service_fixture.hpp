@@ -1,0 +1,143 @@
+// The service with all its routes over a directory of repositories, on a port of the loopback, and
+// a client that waits for each answer.
+#pragma once
+
+#include "server_fixture.hpp"
+
+#include "network/rest/operations.hpp"
+
+namespace test {
+
+// An answer with its body, as JSON where it is that.
+struct Answer {
+    int32_t code = 0;
+    std::string body{};
+    std::shared_ptr<Json> json{};
+
+    // The node at a path, and its text, "(null)" where there is none.
+    Json *at(std::string_view path) const {
+        return json ? zJsonPathGet(json.get(), wide(path).c_str()) : nullptr;
+    }
+    std::string text(std::string_view path) const {
+        Json *node = at(path);
+        return node ? narrow(zJsonGetString(node)) : "(null)";
+    }
+    std::string message() const { return text("error.message"); }
+    uint64_t entries() const { return zJsonArraySize(at("data.entries")); }
+    // A member of the n-th entry; members of all entries with commas between.
+    std::string entry(uint64_t n, std::string_view member) const {
+        Json *node = n < entries() ? zJsonArrayAt(at("data.entries"), n) : nullptr;
+        node = node ? zJsonPathGet(node, wide(member).c_str()) : nullptr;
+        return node ? narrow(zJsonGetString(node)) : "(null)";
+    }
+    std::string each(std::string_view member) const {
+        std::string all;
+        for (uint64_t n = 0; n < entries(); ++n) all += (n ? "," : "") + entry(n, member);
+        return all;
+    }
+};
+
+class Service {
+  public:
+    // `auth` is "none" or "required"; the table stays the caller's.
+    explicit Service(const char16_t *auth = u"none", AuthTable *table = nullptr) {
+        auto config = guard(zJsonNew(Z_JSON_OBJECT), zJsonFree);
+        zJsonPathSetString(config.get(), u"schema", u"http");
+        zJsonPathSetString(config.get(), u"path.root", dir_.path().u16string().c_str());
+        zJsonPathSetInt(config.get(), u"http.port", 0);
+        zJsonPathSetString(config.get(), u"http.host", u"127.0.0.1");
+        zJsonPathSetString(config.get(), u"http.auth", auth);
+        server_ = zHttpServerNew(config.get(), u"http");
+        server_->head.auth = table;
+        EXPECT_TRUE(zev::rest::add_routes(server_));
+        if (!zLoopListen(server_->tcp, server_->host, server_->port)) return;
+        client_ = zHttpRequestNew(wide(url()).c_str());
+        thread_ = std::thread([this] {
+            zLoopRun(server_->tcp);
+            zThreadCleanup();
+        });
+    }
+    ~Service() {
+        zHttpRequestFree(client_);
+        zHttpServerStop(server_);
+        if (thread_.joinable()) thread_.join();
+        zHttpServerFree(server_);
+    }
+    Service(const Service &) = delete;
+    Service &operator=(const Service &) = delete;
+
+    // The account of the requests that follow; an empty user is none.
+    void log_in(std::string_view user, std::string_view code = "") {
+        user_ = wide(user), code_ = wide(code);
+    }
+    // Sends, on one connection. Bodies are JSON text, or octets for PUT and where the call says so.
+    Answer get(std::string_view target) { return ask(Z_HTTP_GET, target); }
+    Answer drop(std::string_view target) { return ask(Z_HTTP_DELETE, target); }
+    Answer post(std::string_view target, std::string_view json) {
+        return ask(Z_HTTP_POST, target, json, u"application/json");
+    }
+    Answer patch(std::string_view target, std::string_view json) {
+        return ask(Z_HTTP_PATCH, target, json, u"application/json");
+    }
+    Answer put(std::string_view target, std::string_view octets) {
+        return ask(Z_HTTP_PUT, target, octets, u"application/octet-stream");
+    }
+    Answer ask(uint32_t method, std::string_view target, std::string_view body = {},
+               const char16_t *type = nullptr) {
+        zHttpRequestReset(client_);
+        zHttpRequestSetUrl(client_, wide(url() + std::string(target)).c_str());
+        zHttpRequestSetMethod(client_, method);
+        zHttpHeaderRemove(zHttpRequestHeader(client_), u"X-ZEV-USER");
+        zHttpHeaderRemove(zHttpRequestHeader(client_), u"X-ZEV-CODE");
+        if (!user_.empty()) zHttpRequestSetAccount(client_, user_.c_str(), code_.c_str());
+        zHttpRequestSetAccepts(client_, nullptr, nullptr, u"en-US");
+        if (type) {
+            Stream *stream = zMemStream(0, 0);
+            zStreamWrite(stream, body.data(), body.size());
+            zHttpRequestSetContents(client_, type, nullptr, nullptr, stream);
+        }
+        return answer_of(zHttpRequestSend(client_));
+    }
+
+    const std::filesystem::path &root() const { return dir_.path(); }
+    std::filesystem::path repos() const { return root() / "repos"; }
+    // Of a project's repository, for git.
+    std::string at(std::string_view project) const { return (repos() / project).string(); }
+    std::string git(std::string_view project, const std::string &command,
+                    int *status = nullptr) const {
+        return run("git -C " + at(project) + " -c safe.directory='*' " + command + " 2>&1", status);
+    }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(zTcpPort(server_->tcp)); }
+    uint32_t port() const { return zTcpPort(server_->tcp); }
+    HttpServer &server() { return *server_; }
+
+  private:
+    static Answer answer_of(HttpResponse *response) {
+        Answer answer;
+        if (!response) return answer;
+        answer.code = zHttpResponseCode(response);
+        char block[4096];
+        Stream *body = zHttpResponseBody(response);
+        for (uint64_t n; body && (n = zStreamRead(body, block, sizeof block));)
+            answer.body.append(block, n);
+        const zwchar *type = zHttpResponseContentType(response);
+        if (type && zStrcasesameW(type, u"application/json") && zStreamRewind(body))
+            answer.json.reset(zJsonReadStream(body), zJsonFree);
+        return answer;
+    }
+
+    TempDir dir_;
+    HttpServer *server_ = nullptr;
+    HttpRequest *client_ = nullptr;
+    std::u16string user_, code_;
+    std::thread thread_;
+};
+
+// A bare repository of the service, made without it.
+inline void make_project(const Service &service, std::string_view project) {
+    const auto made =
+        guard(zRepositoryInit(wide(service.at(project)).c_str(), true), zRepositoryFree);
+    ASSERT_TRUE(made) << narrow(zErrorDetail());
+}
+
+} // namespace test
