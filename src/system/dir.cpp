@@ -6,6 +6,7 @@
 #include "common/failure.hpp"
 #include "common/fold.hpp"
 #include "common/guard.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
 #include "zev/path.h"
@@ -136,5 +137,5 @@ bool zDirSign(const zwchar *name, char *out) {
     const bool ascii = *name && *name < 128; // a longer character would overrun `out`
     return snprintf(out, 34, "%c%08X%16X%8X", ascii ? static_cast<char>(*name) : '_',
                     static_cast<uint32_t>(zStrlenW(name)),
-                    static_cast<uint32_t>(os::calls.now() / 1'000'000'000), ++counter) > 0;
+                    static_cast<uint32_t>(os::calls.now() / kSecond), ++counter) > 0;
 }

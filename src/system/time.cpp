@@ -4,6 +4,7 @@
 
 #include "common/failure.hpp"
 #include "common/utf.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 
 #include <string>
@@ -12,8 +13,7 @@ using namespace zev;
 
 namespace {
 
-constexpr int64_t kSecond = 1'000'000'000; // in nanoseconds
-constexpr int64_t kTick = 100;             // what the clock tells, in nanoseconds
+constexpr int64_t kTick = 100; // what the clock tells, in nanoseconds
 
 // Sums that wrap around, for times from files.
 int64_t plus(int64_t a, int64_t b) {
@@ -59,8 +59,8 @@ Time *zTimeMake(Time *out, int64_t seconds, int64_t nanoseconds) {
 }
 
 Time *zTimeGlobal(Time *out) {
-    const int64_t now = os::calls.now();
-    return zTimeMake(out, now / kSecond, now % kSecond / kTick * kTick);
+    const Time now = time_of(os::calls.now() / kTick * kTick);
+    return zTimeMake(out, now.seconds, now.nanoseconds);
 }
 
 Time *zTimeLocal(Time *out) {

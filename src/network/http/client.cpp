@@ -10,6 +10,7 @@
 
 #include "common/guard.hpp"
 #include "common/utf.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/error.h"
 #include "zev/lang.h"
@@ -59,12 +60,10 @@ bool stop(HttpClient *client) {
 // ---- Progress
 
 void report(HttpClient *client) {
-    const int64_t clock = os::calls.now();
-    const Time now{clock / 1'000'000'000, clock % 1'000'000'000};
-    const int64_t span = (now.seconds - client->reported.seconds) * 1'000'000'000 +
-                         now.nanoseconds - client->reported.nanoseconds;
+    const int64_t now = os::calls.now();
+    const int64_t span = now - nanoseconds_of(client->reported);
     if (span >= 0 && span <= kReportSpan) return;
-    client->reported = now;
+    client->reported = time_of(now);
     const TransferUsage &usage = *zLoopUsage(client->loop);
     const uint64_t total =
         usage.total_read + usage.total_written + usage.read_bytes + usage.write_bytes;

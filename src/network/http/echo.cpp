@@ -12,6 +12,7 @@
 #include "common/guard.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
+#include "system/clock.hpp"
 #include "zev/lang.h"
 #include "zev/str.h"
 
@@ -130,7 +131,7 @@ bool is_too_slow(const HttpEcho *echo) {
     if (!echo->body_from) return now - echo->began > limits::http_head_time;
     const int64_t span = now - echo->body_from - limits::http_body_grace;
     if (span <= 0) return false;
-    const auto seconds = static_cast<uint64_t>(span / 1'000'000'000);
+    const auto seconds = static_cast<uint64_t>(span / kSecond);
     return echo->body < seconds * limits::http_body_rate;
 }
 

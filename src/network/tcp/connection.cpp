@@ -12,10 +12,12 @@
 #include "network/tcp/tcp.hpp"
 
 #include "common/log_level.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/lang.h"
 #include "zev/log.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <cstring>
@@ -86,23 +88,10 @@ void log_connection(const TcpConnection *connection, const zwchar *key, std::ato
 
 // ---- Accounting
 
-Time span_since(const Time &from, const Time &to) {
-    const int64_t nanoseconds =
-        (to.seconds - from.seconds) * 1'000'000'000 + to.nanoseconds - from.nanoseconds;
-    if (nanoseconds <= 0) return {}; // a clock that was set back
-    return {nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
-}
-
-void add(Time &sum, const Time &span) {
-    sum.seconds += span.seconds;
-    sum.nanoseconds += span.nanoseconds;
-    if (sum.nanoseconds < 1'000'000'000) return;
-    ++sum.seconds;
-    sum.nanoseconds -= 1'000'000'000;
-}
+void add(Time &sum, int64_t nanoseconds) { sum = time_of(nanoseconds_of(sum) + nanoseconds); }
 
 double seconds(const Time &span) {
-    return static_cast<double>(span.seconds) + static_cast<double>(span.nanoseconds) / 1e9;
+    return static_cast<double>(nanoseconds_of(span)) / static_cast<double>(kSecond);
 }
 
 // One direction of a usage record.
@@ -116,18 +105,17 @@ struct Direction {
     double threshold; // seconds after which an interval is closed
 
     void account(TransferUsage &usage, uint64_t count) {
-        const int64_t clock = os::calls.now();
-        const Time now{clock / 1'000'000'000, clock % 1'000'000'000};
-        add(time, span_since(usage.last, now));
+        const int64_t now = os::calls.now();
+        add(time, std::max<int64_t>(now - nanoseconds_of(usage.last), 0)); // it may be set back
         bytes += count;
-        usage.last = now;
+        usage.last = time_of(now);
         if (seconds(time) > threshold) close();
     }
 
     void close() {
         speed = static_cast<uint64_t>(static_cast<double>(bytes) / seconds(time));
         total += bytes;
-        add(total_time, time);
+        add(total_time, nanoseconds_of(time));
         average = static_cast<uint64_t>(static_cast<double>(total) / seconds(total_time));
         bytes = 0;
         time = {};

@@ -4,6 +4,7 @@
 #include "network/tcp/tcp.hpp"
 
 #include "common/log_level.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/lang.h"
 #include "zev/log.h"
@@ -184,8 +185,7 @@ Loop *zTcpNew(Echo *echo, uint32_t backlog, uint64_t timeout) {
     tcp->echo = echo;
     tcp->backlog = backlog;
     tcp->timeout = timeout;
-    const int64_t now = os::calls.now();
-    tcp->usage.start = tcp->usage.last = {now / 1'000'000'000, now % 1'000'000'000};
+    tcp->usage.start = tcp->usage.last = time_of(os::calls.now());
     return &tcp->head;
 }
 

@@ -3,6 +3,7 @@
 
 #include "common/utf.hpp"
 #include "objects/store/git.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ bool zOidRand(Oid *id) {
     // Machine 80, seconds 8, nanoseconds since some start 8 bytes. Machines that were started
     // from one image at one moment differ by chance, which is mixed into the last.
     unsigned char block[96] = {};
-    int64_t seconds = os::calls.now() / 1'000'000'000;
+    int64_t seconds = os::calls.now() / kSecond;
     uint64_t ticks = 0;
     os::calls.random(&ticks, sizeof ticks);
     ticks += uv_hrtime();

@@ -1,5 +1,6 @@
 // Waiting, the time zone, and times as text. Nothing here depends on a locale that the host has
 // set.
+#include "system/clock.hpp"
 #include "system/posix/native.hpp"
 
 #include <iomanip>
@@ -41,7 +42,7 @@ void wait_past(const timespec &stamp) {
 // glibc's own `timezone` is summer time where the law calls winter the exception.
 int64_t seconds_west() {
     tzset();
-    const time_t now = static_cast<time_t>(calls.now() / 1'000'000'000);
+    const time_t now = static_cast<time_t>(calls.now() / kSecond);
     tm today;
     if (!localtime_r(&now, &today)) return 0;
     long most = LONG_MIN;

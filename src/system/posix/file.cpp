@@ -1,5 +1,6 @@
 // Files by descriptor and by name, directories, and the calls of the system that tests replace.
 // A path reaches the system through Native only.
+#include "system/clock.hpp"
 #include "system/os.hpp"
 
 #include "common/guard.hpp"
@@ -27,7 +28,7 @@ int64_t call_copy_range(int from, int to, size_t size) {
 int64_t call_now() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+    return nanoseconds_of({now.tv_sec, now.tv_nsec});
 }
 void call_random(void *bytes, size_t size) {
     auto at = static_cast<char *>(bytes);

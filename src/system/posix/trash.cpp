@@ -11,6 +11,7 @@
 // can be had a copy goes into the home trash, which may be reached by links. Only where there can
 // be none at all is anything deleted: a trash that is there and can't be used, or may be there, is
 // no such reason, nor is a full disk or one that fails.
+#include "system/clock.hpp"
 #include "system/posix/native.hpp"
 
 #include <cctype>
@@ -57,7 +58,7 @@ std::string percent_encoded(std::string_view path) {
 }
 
 std::string info_text(const std::string &path) {
-    const time_t now = static_cast<time_t>(calls.now() / 1'000'000'000);
+    const time_t now = static_cast<time_t>(calls.now() / kSecond);
     tm parts = {};
     localtime_r(&now, &parts);
     char date[32];
