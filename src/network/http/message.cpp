@@ -13,46 +13,59 @@
 
 namespace zev {
 
-bool set_body(Stream *&body, Stream *stream) {
-    zStreamFree(std::exchange(body, stream));
+bool set_body(Message message, Stream *stream, Here at) {
+    if (!message) return fail_args(at);
+    zStreamFree(std::exchange(*message.body, stream));
     return !stream || zStreamRewind(stream);
 }
 
-bool set_contents(HttpHeader *header, Stream *&body, const zwchar *type, const zwchar *charset,
-                  const zwchar *language, Stream *stream) {
+bool set_contents(Message message, const zwchar *type, const zwchar *charset,
+                  const zwchar *language, Stream *stream, Here at) {
+    if (!message) return fail_args(at);
+    HttpHeader *header = message.header;
     const bool described = (!type || zHttpHeaderSetContentType(header, type)) &&
                            (!charset || zHttpHeaderSetContentCharset(header, charset)) &&
                            (!language || zHttpHeaderSetContentLanguage(header, language));
-    set_body(body, stream);
+    set_body(message, stream);
     return zHttpHeaderRemove(header, u"Content-Encoding") && described;
 }
 
-bool set_octet(HttpHeader *header, Stream *&body, Stream *stream) {
-    return set_contents(header, body, u"application/octet-stream", nullptr, nullptr, stream);
-}
-
-Stream *json_body(const Json *json) {
+bool set_json(Message message, const Json *json, Here at) {
+    if (!message || !json) return fail_args(at);
     Owned<Stream, zStreamFree> stream(spill_stream());
-    return stream && zJsonWriteStream(json, stream.get()) ? stream.release() : nullptr;
+    if (!stream || !zJsonWriteStream(json, stream.get())) return false;
+    return set_contents(message, u"application/json", u"UTF-8", nullptr, stream.release());
 }
 
-Stream *file_body(const zwchar *path) { return zFileStream(path, u"rb"); }
-
-bool zip_body(HttpHeader *header, Stream *&body, const zwchar *encoding) {
-    if (!body || zHttpHeaderContentEncoding(header)) return true;
-    zStreamRewind(body);
-    Owned<Stream, zStreamFree> zipped(zStreamCompress(body, encoding));
-    if (!zipped || !zHttpHeaderSetContentEncoding(header, encoding)) return false;
-    return set_body(body, zipped.release());
+bool set_octet(Message message, Stream *stream, Here at) {
+    if (!message || !stream) return fail_args(at);
+    return set_contents(message, u"application/octet-stream", nullptr, nullptr, stream);
 }
 
-bool unzip_body(HttpHeader *header, Stream *&body) {
-    const zwchar *encoding = body ? zHttpHeaderContentEncoding(header) : nullptr;
+bool set_file(Message message, const zwchar *path, Here at) {
+    if (!message || !path) return fail_args(at);
+    Stream *body = zFileStream(path, u"rb");
+    return body && set_octet(message, body);
+}
+
+bool zip_body(Message message, const zwchar *encoding, Here at) {
+    if (!message) return fail_args(at);
+    if (!*message.body || zHttpHeaderContentEncoding(message.header)) return true;
+    zStreamRewind(*message.body);
+    Owned<Stream, zStreamFree> zipped(zStreamCompress(*message.body, encoding));
+    if (!zipped || !zHttpHeaderSetContentEncoding(message.header, encoding)) return false;
+    return set_body(message, zipped.release());
+}
+
+bool unzip_body(Message message, Here at) {
+    if (!message) return fail_args(at);
+    Stream *body = *message.body;
+    const zwchar *encoding = body ? zHttpHeaderContentEncoding(message.header) : nullptr;
     if (!encoding) return true;
     zStreamRewind(body);
     Owned<Stream, zStreamFree> plain(uncompress_stream(body, encoding, limits::http_body));
-    if (!plain || !zHttpHeaderRemove(header, u"Content-Encoding")) return false;
-    return set_body(body, plain.release());
+    if (!plain || !zHttpHeaderRemove(message.header, u"Content-Encoding")) return false;
+    return set_body(message, plain.release());
 }
 
 bool append_body(Stream *&body, const void *bytes, uint64_t length) {

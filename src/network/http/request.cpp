@@ -2,6 +2,7 @@
 #include "network/http/request.hpp"
 
 #include "common/guard.hpp"
+#include "common/uri.hpp"
 #include "common/utf.hpp"
 #include "zev/error.h"
 #include "zev/http_client.h"
@@ -21,7 +22,6 @@ constexpr uint64_t kTimeout = 30000; // milliseconds
 constexpr const zwchar *kUser = u"X-ZEV-USER";
 constexpr const zwchar *kCode = u"X-ZEV-CODE";
 
-HttpHeader *header_of(HttpRequest *request) { return request ? &request->header : nullptr; }
 Uri *uri_of(HttpRequest *request) { return request ? &request->uri : nullptr; }
 const Uri *uri_of(const HttpRequest *request) { return request ? &request->uri : nullptr; }
 
@@ -42,6 +42,7 @@ bool is_written_apart(const zwchar *name) {
 
 std::string host_line(const Uri *uri) {
     std::string host = to_utf8(zUriHost(uri));
+    if (host.find(':') != host.npos && host.front() != '[') host = "[" + host + "]"; // of IPv6
     const uint32_t port = zUriPort(uri);
     if (port != zUriDefaultPort(zUriSchema(uri))) host.append(":").append(std::to_string(port));
     return host;
@@ -55,40 +56,30 @@ HttpResponse *send_as(HttpRequest *request, uint32_t method, Here at = {}) {
 
 // ---- As a server's parser fills it
 
-HttpRequest *filled(void *target) { return static_cast<HttpRequest *>(target); }
-
 bool parse_url(void *target, const zwchar *text) {
     Wide url(zStrdupW(text));
     if (!url) return fail_memory();
     zwchar *raw = url.release();
     const bool done = zUriUnescape(&raw);
     url.reset(raw);
-    return done && zHttpRequestSetUrl(filled(target), raw);
+    return done && zHttpRequestSetUrl(filled<HttpRequest>(target), raw);
 }
 
 bool parse_field(void *target, const zwchar *name, const zwchar *value) {
-    if (zStrcasesameW(name, u"host")) return zUriSetHost(&filled(target)->uri, value);
-    return zHttpHeaderPut(&filled(target)->header, name, value);
+    if (zStrcasesameW(name, u"host")) return zUriSetHost(&filled<HttpRequest>(target)->uri, value);
+    return zHttpHeaderPut(&filled<HttpRequest>(target)->header, name, value);
 }
 
-constexpr HttpDelegates kParser = {
-    .begin = [](void *target) { return zHttpRequestReset(filled(target)); },
-    .url = parse_url,
-    .version = [](void *target, uint32_t code,
-                  const zwchar *) { return zHttpRequestSetVersion(filled(target), code); },
-    .alive = [](void *target,
-                bool alive) { return zHttpRequestSetKeepAlive(filled(target), alive); },
-    .method = [](void *target, uint32_t code,
-                 const zwchar *) { return zHttpRequestSetMethod(filled(target), code); },
-    .status = nullptr,
-    .field = parse_field,
-    .headers = [](void *target) { return set_body(filled(target)->body, nullptr); },
-    .body = [](void *target, const void *bytes,
-               uint64_t length) { return append_body(filled(target)->body, bytes, length); },
-    .chunkBegin = [](void *) { return true; },
-    .chunkEnd = [](void *) { return true; },
-    .complete = [](void *target) { return complete_body(filled(target)->body); },
-};
+constexpr HttpDelegates kParser = [] {
+    HttpDelegates delegates = filling<HttpRequest>();
+    delegates.begin = [](void *target) { return zHttpRequestReset(filled<HttpRequest>(target)); };
+    delegates.url = parse_url;
+    delegates.method = [](void *target, uint32_t code, const zwchar *) {
+        return filled<HttpRequest>(target)->method = code, true;
+    };
+    delegates.field = parse_field;
+    return delegates;
+}();
 
 } // namespace
 
@@ -96,12 +87,11 @@ namespace zev {
 
 std::string request_head(HttpRequest *request) {
     HttpHeader *header = &request->header;
-    Wide url(zStrdupW(zStrsafeW(zHttpRequestUrl(request))));
-    zwchar *raw = url.release();
-    if (raw) zUriEscape(&raw);
-    url.reset(raw);
+    const zwchar *text = zHttpRequestUrl(request);
+    const auto url = text ? url_escape(text) : std::nullopt;
+    if (!url) return fail_args(), "";
     std::string head = to_utf8(zStrsafeW(zHttpMethodName(request->method)));
-    head.append(" ").append(to_utf8(zStrsafeW(raw))).append(" ");
+    head.append(" ").append(*url).append(" ");
     head.append(to_utf8(zStrsafeW(zHttpVersionName(header->version)))).append("\r\n");
     append_field(head, "Host", host_line(&request->uri));
     zHttpHeaderSetAcceptEncoding(header, u"gzip");
@@ -158,7 +148,7 @@ bool zHttpRequestReset(HttpRequest *request) {
     const bool alive = header->alive;
     request->method = Z_HTTP_GET;
     Uri *uri = &request->uri;
-    set_body(request->body, nullptr);
+    set_body(request, nullptr);
     return zUriSetPath(uri, nullptr) && zUriClearQuery(uri) && zUriSetFragment(uri, nullptr) &&
            zHttpHeaderReset(header) && zHttpHeaderSetAlive(header, alive) &&
            zHttpRequestSetAccount(request, user.get(), code.get());
@@ -170,22 +160,22 @@ HttpHeader *zHttpRequestHeader(HttpRequest *request) {
     return request ? &request->header : fail_args();
 }
 const zwchar *zHttpRequestField(HttpRequest *request, const zwchar *name) {
-    return zHttpHeaderAt(header_of(request), name);
+    return zHttpHeaderAt(Message(request).header, name);
 }
 bool zHttpRequestSetField(HttpRequest *request, const zwchar *name, const zwchar *value) {
-    return zHttpHeaderPut(header_of(request), name, value);
+    return zHttpHeaderPut(Message(request).header, name, value);
 }
 uint32_t zHttpRequestVersion(const HttpRequest *request) {
     return request ? request->header.version : (fail_args(), UINT32_MAX);
 }
 bool zHttpRequestSetVersion(HttpRequest *request, uint32_t version) {
-    return zHttpHeaderSetVersion(header_of(request), version);
+    return zHttpHeaderSetVersion(Message(request).header, version);
 }
 bool zHttpRequestKeepAlive(const HttpRequest *request) {
     return request ? request->header.alive : fail_args();
 }
 bool zHttpRequestSetKeepAlive(HttpRequest *request, bool alive) {
-    return zHttpHeaderSetAlive(header_of(request), alive);
+    return zHttpHeaderSetAlive(Message(request).header, alive);
 }
 
 // ---- URI
@@ -283,60 +273,34 @@ bool zHttpRequestSetAccepts(HttpRequest *request, const zwchar *type, const zwch
            (!language || zHttpRequestSetAcceptLanguage(request, language));
 }
 
-#define ZEV_FIELD(Noun)                                                                            \
-    const zwchar *zHttpRequest##Noun(HttpRequest *request) {                                       \
-        return zHttpHeader##Noun(header_of(request));                                              \
-    }
-#define ZEV_FIELD_SET(Noun)                                                                        \
-    ZEV_FIELD(Noun)                                                                                \
-    bool zHttpRequestSet##Noun(HttpRequest *request, const zwchar *value) {                        \
-        return zHttpHeaderSet##Noun(header_of(request), value);                                    \
-    }
-ZEV_FIELD_SET(AcceptType)
-ZEV_FIELD_SET(AcceptCharset)
-ZEV_FIELD_SET(AcceptLanguage)
-ZEV_FIELD_SET(AcceptEncoding)
-ZEV_FIELD_SET(ContentType)
-ZEV_FIELD_SET(ContentCharset)
-ZEV_FIELD_SET(ContentLanguage)
-ZEV_FIELD(ContentEncoding)
-#undef ZEV_FIELD_SET
-#undef ZEV_FIELD
+ZEV_MESSAGE_FIELD_SET(HttpRequest, AcceptType)
+ZEV_MESSAGE_FIELD_SET(HttpRequest, AcceptCharset)
+ZEV_MESSAGE_FIELD_SET(HttpRequest, AcceptLanguage)
+ZEV_MESSAGE_FIELD_SET(HttpRequest, AcceptEncoding)
+ZEV_MESSAGE_FIELD_SET(HttpRequest, ContentType)
+ZEV_MESSAGE_FIELD_SET(HttpRequest, ContentCharset)
+ZEV_MESSAGE_FIELD_SET(HttpRequest, ContentLanguage)
+ZEV_MESSAGE_FIELD(HttpRequest, ContentEncoding)
 
 // ---- Body
 
 Stream *zHttpRequestBody(const HttpRequest *request) {
     return request ? request->body : fail_args();
 }
-bool zHttpRequestSetBody(HttpRequest *request, Stream *stream) {
-    return request ? set_body(request->body, stream) : fail_args();
-}
+bool zHttpRequestSetBody(HttpRequest *request, Stream *stream) { return set_body(request, stream); }
 bool zHttpRequestSetContents(HttpRequest *request, const zwchar *type, const zwchar *charset,
                              const zwchar *language, Stream *stream) {
-    if (!request) return fail_args();
-    return set_contents(&request->header, request->body, type, charset, language, stream);
+    return set_contents(request, type, charset, language, stream);
 }
-bool zHttpRequestSetJson(HttpRequest *request, const Json *json) {
-    if (!request || !json) return fail_args();
-    Stream *body = json_body(json);
-    if (!body) return false;
-    return zHttpRequestSetContents(request, u"application/json", u"UTF-8", nullptr, body);
-}
+bool zHttpRequestSetJson(HttpRequest *request, const Json *json) { return set_json(request, json); }
 bool zHttpRequestSetOctet(HttpRequest *request, Stream *stream) {
-    if (!request || !stream) return fail_args();
-    return set_octet(&request->header, request->body, stream);
+    return set_octet(request, stream);
 }
 bool zHttpRequestSetFile(HttpRequest *request, const zwchar *path) {
-    if (!request || !path) return fail_args();
-    Stream *body = file_body(path);
-    return body && zHttpRequestSetOctet(request, body);
+    return set_file(request, path);
 }
-bool zHttpRequestZipBody(HttpRequest *request) {
-    return request ? zip_body(&request->header, request->body, u"gzip") : fail_args();
-}
-bool zHttpRequestUnzipBody(HttpRequest *request) {
-    return request ? unzip_body(&request->header, request->body) : fail_args();
-}
+bool zHttpRequestZipBody(HttpRequest *request) { return zip_body(request, u"gzip"); }
+bool zHttpRequestUnzipBody(HttpRequest *request) { return unzip_body(request); }
 
 // ---- Sending
 

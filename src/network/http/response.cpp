@@ -23,10 +23,6 @@ constexpr int32_t kCanceled = -2;
 constexpr size_t kMessageMax = 512; // units of an error's message, with the terminator
 constexpr size_t kLanguageMax = 84; // units of a language's name
 
-HttpHeader *header_of(HttpResponse *response) { return response ? &response->header : nullptr; }
-
-HttpResponse *filled(void *target) { return static_cast<HttpResponse *>(target); }
-
 bool set_text(zwchar *&text, const zwchar *source) {
     zwchar *copy = source ? zStrdupW(source) : nullptr;
     if (source && !copy) return fail_memory();
@@ -35,29 +31,16 @@ bool set_text(zwchar *&text, const zwchar *source) {
 }
 
 bool parse_status(void *target, int32_t code, const zwchar *text) {
-    filled(target)->code = code;
-    return set_text(filled(target)->reason, text);
+    filled<HttpResponse>(target)->code = code;
+    return set_text(filled<HttpResponse>(target)->reason, text);
 }
 
-constexpr HttpDelegates kParser = {
-    .begin = [](void *target) { return zHttpResponseReset(filled(target)); },
-    .url = nullptr,
-    .version = [](void *target, uint32_t code,
-                  const zwchar *) { return zHttpResponseSetVersion(filled(target), code); },
-    .alive = [](void *target, bool alive) { return zHttpResponseSetAlive(filled(target), alive); },
-    .method = nullptr,
-    .status = parse_status,
-    .field =
-        [](void *target, const zwchar *name, const zwchar *value) {
-            return zHttpHeaderPut(&filled(target)->header, name, value);
-        },
-    .headers = [](void *target) { return set_body(filled(target)->body, nullptr); },
-    .body = [](void *target, const void *bytes,
-               uint64_t length) { return append_body(filled(target)->body, bytes, length); },
-    .chunkBegin = [](void *) { return true; },
-    .chunkEnd = [](void *) { return true; },
-    .complete = [](void *target) { return complete_body(filled(target)->body); },
-};
+constexpr HttpDelegates kParser = [] {
+    HttpDelegates delegates = filling<HttpResponse>();
+    delegates.begin = [](void *target) { return zHttpResponseReset(filled<HttpResponse>(target)); };
+    delegates.status = parse_status;
+    return delegates;
+}();
 
 // What an error body says, "CODE: MESSAGE"; false for any other body.
 bool read_error(HttpResponse *response, zwchar *out, size_t size) {
@@ -139,7 +122,7 @@ bool zHttpResponseReset(HttpResponse *response) {
     response->code = 200;
     set_text(response->reason, nullptr);
     set_text(response->errorText, nullptr);
-    set_body(response->body, nullptr);
+    set_body(response, nullptr);
     return zHttpHeaderReset(&response->header);
 }
 
@@ -163,39 +146,28 @@ HttpHeader *zHttpResponseHeader(HttpResponse *response) {
     return response ? &response->header : fail_args();
 }
 const zwchar *zHttpResponseField(HttpResponse *response, const zwchar *name) {
-    return zHttpHeaderAt(header_of(response), name);
+    return zHttpHeaderAt(Message(response).header, name);
 }
 bool zHttpResponseSetField(HttpResponse *response, const zwchar *name, const zwchar *value) {
-    return zHttpHeaderPut(header_of(response), name, value);
+    return zHttpHeaderPut(Message(response).header, name, value);
 }
 uint32_t zHttpResponseVersion(const HttpResponse *response) {
     return response ? response->header.version : (fail_args(), 0);
 }
 bool zHttpResponseSetVersion(HttpResponse *response, uint32_t version) {
-    return zHttpHeaderSetVersion(header_of(response), version);
+    return zHttpHeaderSetVersion(Message(response).header, version);
 }
 bool zHttpResponseAlive(const HttpResponse *response) {
     return response ? response->header.alive : fail_args();
 }
 bool zHttpResponseSetAlive(HttpResponse *response, bool alive) {
-    return zHttpHeaderSetAlive(header_of(response), alive);
+    return zHttpHeaderSetAlive(Message(response).header, alive);
 }
 
-#define ZEV_FIELD(Noun)                                                                            \
-    const zwchar *zHttpResponse##Noun(HttpResponse *response) {                                    \
-        return zHttpHeader##Noun(header_of(response));                                             \
-    }
-#define ZEV_FIELD_SET(Noun)                                                                        \
-    ZEV_FIELD(Noun)                                                                                \
-    bool zHttpResponseSet##Noun(HttpResponse *response, const zwchar *value) {                     \
-        return zHttpHeaderSet##Noun(header_of(response), value);                                   \
-    }
-ZEV_FIELD_SET(ContentType)
-ZEV_FIELD_SET(ContentCharset)
-ZEV_FIELD_SET(ContentLanguage)
-ZEV_FIELD(ContentEncoding)
-#undef ZEV_FIELD_SET
-#undef ZEV_FIELD
+ZEV_MESSAGE_FIELD_SET(HttpResponse, ContentType)
+ZEV_MESSAGE_FIELD_SET(HttpResponse, ContentCharset)
+ZEV_MESSAGE_FIELD_SET(HttpResponse, ContentLanguage)
+ZEV_MESSAGE_FIELD(HttpResponse, ContentEncoding)
 
 // ---- Status
 
@@ -225,12 +197,11 @@ Stream *zHttpResponseBody(const HttpResponse *response) {
     return response ? response->body : fail_args();
 }
 bool zHttpResponseSetBody(HttpResponse *response, Stream *stream) {
-    return response ? set_body(response->body, stream) : fail_args();
+    return set_body(response, stream);
 }
 bool zHttpResponseSetContents(HttpResponse *response, const zwchar *type, const zwchar *charset,
                               const zwchar *language, Stream *stream) {
-    if (!response) return fail_args();
-    return set_contents(&response->header, response->body, type, charset, language, stream);
+    return set_contents(response, type, charset, language, stream);
 }
 
 bool zHttpResponseZipBody(HttpResponse *response, const zwchar *accepted) {
@@ -239,12 +210,10 @@ bool zHttpResponseZipBody(HttpResponse *response, const zwchar *accepted) {
     const zwchar *encoding = zStrcasestrW(accepted, u"gzip")      ? u"gzip"
                              : zStrcasestrW(accepted, u"deflate") ? u"deflate"
                                                                   : nullptr;
-    return encoding ? zip_body(&response->header, response->body, encoding) : fail_args();
+    return encoding ? zip_body(response, encoding) : fail_args();
 }
 
-bool zHttpResponseUnzipBody(HttpResponse *response) {
-    return response ? unzip_body(&response->header, response->body) : fail_args();
-}
+bool zHttpResponseUnzipBody(HttpResponse *response) { return unzip_body(response); }
 
 // ---- New responses
 
@@ -255,27 +224,19 @@ HttpResponse *zHttpResponseBlank(int32_t code) {
 }
 
 HttpResponse *zHttpResponseJson(int32_t code, const Json *json) {
-    if (!json) return fail_args();
     Owned<HttpResponse, zHttpResponseFree> response(zHttpResponseBlank(code));
-    Stream *body = response ? json_body(json) : nullptr;
-    if (!body) return nullptr;
-    if (!zHttpResponseSetContents(response.get(), u"application/json", u"UTF-8", nullptr, body))
-        return nullptr;
-    return response.release();
+    return response && set_json(response.get(), json) ? response.release() : nullptr;
 }
 
 HttpResponse *zHttpResponseOctet(int32_t code, Stream *stream) {
-    if (!stream) return fail_args();
     Owned<Stream, zStreamFree> body(stream);
     Owned<HttpResponse, zHttpResponseFree> response(zHttpResponseBlank(code));
-    if (!response || !set_octet(&response->header, response->body, body.release())) return nullptr;
-    return response.release();
+    return response && set_octet(response.get(), body.release()) ? response.release() : nullptr;
 }
 
 HttpResponse *zHttpResponseFile(int32_t code, const zwchar *path) {
-    if (!path) return fail_args();
-    Stream *body = file_body(path);
-    return body ? zHttpResponseOctet(code, body) : nullptr;
+    Owned<HttpResponse, zHttpResponseFree> response(zHttpResponseBlank(code));
+    return response && set_file(response.get(), path) ? response.release() : nullptr;
 }
 
 HttpResponse *zHttpResponseFormat(int32_t code, const zwchar *format, ...) {
