@@ -8,8 +8,6 @@
 
 namespace zev {
 
-using PathSpecPtr = Owned<PathSpec, zPathSpecFree>;
-
 // A Notify for one call: each slot hands on to that slot of the host's table, which stays the
 // host's. The keep-file at the end of an action's text is cut.
 struct Adapter {

@@ -2,6 +2,8 @@
 #include "commands/adapter.hpp"
 #include "common/errno.hpp"
 #include "objects/operations/checkspec.hpp"
+#include "objects/store/diff.hpp"
+#include "objects/store/object.hpp"
 #include "objects/work/workdir.hpp"
 #include "zev/branch.h"
 #include "zev/commit.h"
@@ -19,10 +21,7 @@ namespace {
 
 using BlobPtr = Owned<Blob, zBlobFree>;
 using BranchPtr = Owned<Branch, zBranchFree>;
-using CommitPtr = Owned<Commit, zCommitFree>;
-using DiffListPtr = Owned<DiffList, zDiffListFree>;
 using TreeEntryPtr = Owned<TreeEntry, zTreeEntryFree>;
-using TreePtr = Owned<Tree, zTreeFree>;
 
 enum : int32_t { kDone = 0, kFailed = 1, kNoTree = -1 };
 

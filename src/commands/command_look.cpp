@@ -1,6 +1,7 @@
 // Looking: a directory of the node tree, the commits of a branch, the changes of a commit.
 #include "commands/adapter.hpp"
 #include "objects/history/revision.hpp"
+#include "objects/store/object.hpp"
 #include "zev/commit.h"
 #include "zev/status.h"
 
@@ -8,8 +9,6 @@ using namespace zev;
 
 namespace {
 
-using CommitPtr = Owned<Commit, zCommitFree>;
-using RevSpecPtr = Owned<RevSpec, zRevSpecFree>;
 using RevListPtr = Owned<RevList, zRevListFree>;
 
 // Kinds that no commit makes.

@@ -1,6 +1,7 @@
 // The index, and the ready-made records of commits beside the commits.
 #include "common/utf.hpp"
 #include "objects/history/revision.hpp"
+#include "objects/store/object.hpp"
 #include "objects/work/index.hpp"
 #include "verify/files.hpp"
 #include "verify/parts.hpp"
@@ -13,8 +14,6 @@
 namespace zev::verify {
 
 namespace {
-
-using OwnCommit = Owned<Commit, zCommitFree>;
 
 // ---- Index
 
@@ -93,7 +92,7 @@ void check_record(Report &report, Revdb *db, const Oid *id) {
     if (!revision || !zOidIsEqual(zRevisionId(revision.get()), id))
         return report.damage(place, "the record of the commit can't be read");
     if (report.quick() || report.lost_objects) return;
-    const OwnCommit commit(zCommitByid(report.repository, id));
+    const CommitPtr commit(zCommitByid(report.repository, id));
     // A client may have records of more than it holds.
     if (commit && !says_the_same(db, revision.get(), commit.get()))
         report.damage(place, "the record of the commit says something else than it does");

@@ -19,7 +19,6 @@ constexpr uint64_t kPoll = 4096; // rows between two looks at the user's break
 constexpr int32_t kLocked = 7;   // class of the error
 constexpr uint64_t kSummary = UINT64_MAX - 1;
 
-using TablePtr = Owned<Table, zTableFree>;
 using IterPtr = Owned<TableIter, zTableIterFree>;
 
 bool key_before(const DrawingKey &a, const DrawingKey &b) {

@@ -31,9 +31,9 @@ struct RevBase {
 };
 
 namespace zev {
-using PathSpecPtr = Owned<PathSpec, zPathSpecFree>;
 using RevdbPtr = Owned<Revdb, zRevdbFree>;
 using RevisionPtr = Owned<Revision, zRevisionFree>;
+using RevSpecPtr = Owned<RevSpec, zRevSpecFree>;
 } // namespace zev
 
 struct RevSpec {

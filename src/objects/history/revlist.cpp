@@ -16,7 +16,6 @@ using namespace zev;
 
 namespace {
 
-using SpecPtr = Owned<RevSpec, zRevSpecFree>;
 using BranchPtr = Owned<Branch, zBranchFree>;
 
 enum class Walk { on, enough, failed };
@@ -52,8 +51,8 @@ class History {
     bool in_time(int64_t seconds) const;
 
     Repository *repository_;
-    RevSpec *spec_; // lent
-    SpecPtr own_;   // in place of none
+    RevSpec *spec_;  // lent
+    RevSpecPtr own_; // in place of none
     RevdbPtr db_;
     std::optional<Oid> start_; // none: there is no commit yet
     std::vector<git_oid> cut_; // of a shallow clone

@@ -184,7 +184,7 @@ bool Checkout::finish() {
 }
 
 // The target's own tree, if all of it was taken; else the base's with what was.
-Checkout::TreePtr Checkout::build_tree() {
+TreePtr Checkout::build_tree() {
     const auto of_target = [](const CheckoutStep &step) { return step.in_target; };
     const auto wanted = static_cast<size_t>(std::ranges::count_if(steps_, of_target));
     if (selects_all_ && taken_.size() == wanted)
@@ -196,8 +196,7 @@ Checkout::TreePtr Checkout::build_tree() {
     for (const CheckoutStep *step : taken_) {
         git_index_entry entry = step->theirs;
         entry.path = step->path.c_str();
-        const bool done = entry.mode ? index_drop_below(builder->index.get(), step->path) &&
-                                           index_enter(builder->index.get(), entry)
+        const bool done = entry.mode ? index_enter(builder->index.get(), entry)
                                      : index_drop(builder->index.get(), step->path.c_str());
         if (!done) return nullptr;
     }

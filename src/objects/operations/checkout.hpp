@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objects/operations/checkspec.hpp"
+#include "objects/store/object.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/index.hpp"
 #include "objects/work/transaction.hpp"
@@ -60,9 +61,6 @@ class Checkout {
 
   private:
     enum class State { fresh, prepared, ready, compared, walked, finished, rolled_back };
-
-    using TreePtr = Owned<Tree, zTreeFree>;
-    using CommitPtr = Owned<Commit, zCommitFree>;
 
     void check_state(State expected) const;
     bool enter(State state);

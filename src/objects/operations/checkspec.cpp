@@ -90,7 +90,7 @@ const PathSpec *zCheckSpecPathsConst(const CheckSpec *spec) {
 bool zCheckSpecSetPaths(CheckSpec *spec, const PathSpec *paths) {
     if (!spec) return fail_args();
     const PathSpec *old = spec->paths.get();
-    PathsPtr taken(paths ? zPathSpecDup(paths) : zPathSpecNew(nullptr, old->options));
+    PathSpecPtr taken(paths ? zPathSpecDup(paths) : zPathSpecNew(nullptr, old->options));
     if (!taken) return false;
     if (!paths) taken->notify = old->notify;
     spec->paths = std::move(taken);

@@ -5,11 +5,11 @@
 
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
+#include "objects/store/pathspec.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/index.hpp"
 #include "objects/work/recovery.hpp"
 #include "system/os.hpp"
-#include "zev/pathspec.h"
 #include "zev/repository.h"
 #include "zev/status.h"
 #include "zev/workdir.h"
@@ -27,7 +27,6 @@ struct CleanupSpec {
 namespace {
 
 using StatusPtr = Owned<StatusList, zStatusListFree>;
-using SpecPtr = Owned<PathSpec, zPathSpecFree>;
 
 constexpr uint32_t kUntrackedOnly = 0xFFFF0000u & ~uint32_t{Z_SPEC_NO_UNTRACKED};
 
@@ -207,7 +206,7 @@ bool zCleanupSpecSetNotify(CleanupSpec *spec, const Notify *notify) {
 
 bool zRepositoryCleanup(Repository *repository, CleanupSpec *spec) try {
     if (!repository) return fail_args();
-    const SpecPtr all(spec ? nullptr : zPathSpecNew(nullptr, kUntrackedOnly));
+    const PathSpecPtr all(spec ? nullptr : zPathSpecNew(nullptr, kUntrackedOnly));
     PathSpec *paths = spec ? spec->paths : all.get();
     if (!paths) return spec ? fail_args() : Failure{};
     const Notify *notify = zPathSpecNotify(paths);
