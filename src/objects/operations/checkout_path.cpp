@@ -221,9 +221,7 @@ bool Checkout::can_place(const CheckoutStep &step, FileState state) {
 
 // The index has the file as it is.
 bool Checkout::ensure_entered(const CheckoutStep &step) {
-    if (staged(step) && is_unchanged(step)) return true;
-    if (stage_named(index_.get(), *stager_, step.path.c_str())) return true;
-    return index_drop_below(index_.get(), step.path) &&
+    return (staged(step) && is_unchanged(step)) ||
            stage_named(index_.get(), *stager_, step.path.c_str());
 }
 
