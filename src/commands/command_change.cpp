@@ -2,6 +2,7 @@
 #include "commands/adapter.hpp"
 #include "common/errno.hpp"
 #include "objects/notify/notify.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/workdir.hpp"
 #include "system/os.hpp"
 #include "zev/log.h"
@@ -14,7 +15,6 @@ using namespace zev;
 
 namespace {
 
-constexpr std::u16string_view kKeepFile = u".gitkeep";
 constexpr std::string_view kKeepText = "# Ignore everything in this directory\n"
                                        "*\n"
                                        "# Except this file !.gitkeep";
@@ -31,9 +31,9 @@ Failure fail_directory(const zwchar *directory, Here at = {}) {
 // Where the keep-file of a directory lies. The work directory itself has none.
 bool find_keep(WorkPath *out, Repository *repository, const zwchar *directory) {
     if (!directory) return fail_args();
-    const std::u16string keep = std::u16string(directory).append(u"/").append(kKeepFile);
+    const std::u16string keep = std::u16string(directory).append(u"/").append(kKeepFileWide);
     if (!work_path(out, repository, keep.c_str())) return false;
-    if (out->relative == kKeepFile) return logged(raise_args(directory));
+    if (out->relative == kKeepFileWide) return logged(raise_args(directory));
     if (out->full.size() < Z_PATH_MAX - 1) return true;
     return fail_os(ENAMETOOLONG, directory);
 }
@@ -67,7 +67,7 @@ bool add_to(PathSpec *spec, std::u16string_view path) {
     if (path.empty()) return true;
     std::u16string name(path);
     if (name.back() == u'/') {
-        name += kKeepFile;
+        name += kKeepFileWide;
         if (name.size() >= Z_PATH_MAX) return logged(raise_args(name));
     }
     return zPathSpecAdd(spec, name.c_str());

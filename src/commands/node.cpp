@@ -6,6 +6,7 @@
 #include "common/fold.hpp"
 #include "common/limits.hpp"
 #include "common/utf.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/workdir.hpp"
 #include "zev/status.h"
 
@@ -14,8 +15,6 @@
 namespace zev {
 
 namespace {
-
-constexpr std::u16string_view kKeepFile = u".gitkeep";
 
 bool same_name(std::u16string_view a, std::u16string_view b) { return FoldedEqual{}(a, b); }
 
@@ -59,7 +58,7 @@ std::vector<uint32_t> ranks_of(const Node &directory) {
     for (const auto &child : directory.children) names.push_back(child->name.c_str());
     std::vector<uint32_t> ranks = collation_ranks(names);
     for (size_t i = 0; i < ranks.size(); ++i)
-        ranks[i] = same_name(directory.children[i]->name, kKeepFile) ? 0 : ranks[i] + 1;
+        ranks[i] = same_name(directory.children[i]->name, kKeepFileWide) ? 0 : ranks[i] + 1;
     return ranks;
 }
 
@@ -110,12 +109,12 @@ bool FoldedEqual::operator()(std::u16string_view a, std::u16string_view b) const
 }
 
 bool ends_in_keep(std::u16string_view path) {
-    return path.size() >= kKeepFile.size() &&
-           same_name(path.substr(path.size() - kKeepFile.size()), kKeepFile);
+    return path.size() >= kKeepFileWide.size() &&
+           same_name(path.substr(path.size() - kKeepFileWide.size()), kKeepFileWide);
 }
 
 std::u16string_view without_keep(std::u16string_view path) {
-    if (ends_in_keep(path)) path.remove_suffix(kKeepFile.size());
+    if (ends_in_keep(path)) path.remove_suffix(kKeepFileWide.size());
     return path;
 }
 

@@ -5,14 +5,13 @@
 #include "common/utf.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "objects/operations/revert.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/workdir.hpp"
 #include "zev/status.h"
 
 using namespace zev;
 
 namespace {
-
-constexpr std::u16string_view kKeepName = u".gitkeep";
 
 // Records where a node was.
 void set_old_path(Node *node, std::u16string_view path) {
@@ -177,7 +176,8 @@ void Reload::mark_renamed(std::u16string_view from, std::u16string_view to) {
         return mark_deleted(from);
     }
     set_old_path(node, from);
-    if (node->name == kKeepName && path_name(from) == kKeepName) moved_keeps_.emplace_back(to);
+    if (node->name == kKeepFileWide && path_name(from) == kKeepFileWide)
+        moved_keeps_.emplace_back(to);
 }
 
 // ---- Directories that were renamed, by their keep-files

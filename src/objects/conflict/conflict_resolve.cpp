@@ -10,6 +10,7 @@
 #include "objects/notify/notify.hpp"
 #include "objects/store/pathspec.hpp"
 #include "objects/trash/trash.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/work_writer.hpp"
 #include "system/os.hpp"
 #include "zev/status.h"
@@ -304,7 +305,7 @@ void Resolution::remember_directory(std::string_view path) {
 }
 
 bool Resolution::is_kept(std::string_view directory) {
-    const std::string name = std::string(directory) + "/.gitkeep";
+    const std::string name = std::string(directory).append("/").append(kKeepFile);
     struct stat status;
     return git_index_get_bypath(index_->handle.get(), name.c_str(), 0) &&
            os::lstat(full_path(owner_, name).c_str(), &status) && S_ISREG(status.st_mode);

@@ -15,6 +15,7 @@
 #include "objects/store/object.hpp"
 #include "objects/store/pathspec.hpp"
 #include "objects/trash/trash.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/status.hpp"
 #include "objects/work/work_writer.hpp"
 #include "system/os.hpp"
@@ -29,7 +30,7 @@ using namespace zev;
 
 namespace {
 
-constexpr std::string_view kKeepFile = ".gitkeep", kAttributes = ".gitattributes";
+constexpr std::string_view kAttributes = ".gitattributes";
 constexpr uint32_t kWorkdir = GIT_STATUS_WT_NEW | GIT_STATUS_WT_MODIFIED | GIT_STATUS_WT_DELETED |
                               GIT_STATUS_WT_TYPECHANGE | GIT_STATUS_WT_RENAMED |
                               GIT_STATUS_WT_UNREADABLE;
