@@ -24,8 +24,8 @@ void bare(const dxf::Document &document, const fs::path &path) {
     uint64_t held = 0, number = 0;
     for (const dxf::Part &part : document.parts) {
         uint8_t key[16];
-        zev::put_u64(key, 1);
-        zev::put_u64(key + 8, part.handle ? part.handle : ++number << 40);
+        zev::store_u64(key, 1);
+        zev::store_u64(key + 8, part.handle ? part.handle : ++number << 40);
         leveldb_writebatch_put(batch, reinterpret_cast<const char *>(key), sizeof key,
                                part.bytes.data(), part.bytes.size());
         if ((held += part.bytes.size()) < 1 << 20) continue;

@@ -90,10 +90,10 @@ struct Bare {
                            size_t value_length) {
         if (!out) return;
         uint8_t length[4];
-        put_u32(length, static_cast<uint32_t>(key_length));
+        store_u32(length, static_cast<uint32_t>(key_length));
         fwrite(length, 1, 4, out);
         fwrite(key, 1, key_length, out);
-        put_u32(length, static_cast<uint32_t>(value_length));
+        store_u32(length, static_cast<uint32_t>(value_length));
         fwrite(length, 1, 4, out);
         fwrite(value, 1, value_length, out);
     }

@@ -1,5 +1,6 @@
-// Reader: untrusted bytes in memory. Every read is checked against what is left, and once one
-// fails all later ones do, so that a decoder may test once at its end.
+// Numbers in bytes, big-endian; and Reader: untrusted bytes in memory. Every read of it is checked
+// against what is left, and once one fails all later ones do, so that a decoder may test once at
+// its end.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +8,27 @@
 #include <span>
 
 namespace zev {
+
+// Big-endian numbers in bytes. Each is one expression, so that compilers make one access and a byte
+// swap of it: keys come by the hundred thousand.
+constexpr uint64_t load_u64(const uint8_t *in) {
+    return uint64_t{in[0]} << 56 | uint64_t{in[1]} << 48 | uint64_t{in[2]} << 40 |
+           uint64_t{in[3]} << 32 | uint64_t{in[4]} << 24 | uint64_t{in[5]} << 16 |
+           uint64_t{in[6]} << 8 | uint64_t{in[7]};
+}
+constexpr uint32_t load_u32(const uint8_t *in) {
+    return uint32_t{in[0]} << 24 | uint32_t{in[1]} << 16 | uint32_t{in[2]} << 8 | in[3];
+}
+constexpr void store_u64(uint8_t *out, uint64_t value) {
+    out[0] = static_cast<uint8_t>(value >> 56), out[1] = static_cast<uint8_t>(value >> 48);
+    out[2] = static_cast<uint8_t>(value >> 40), out[3] = static_cast<uint8_t>(value >> 32);
+    out[4] = static_cast<uint8_t>(value >> 24), out[5] = static_cast<uint8_t>(value >> 16);
+    out[6] = static_cast<uint8_t>(value >> 8), out[7] = static_cast<uint8_t>(value);
+}
+constexpr void store_u32(uint8_t *out, uint32_t value) {
+    out[0] = static_cast<uint8_t>(value >> 24), out[1] = static_cast<uint8_t>(value >> 16);
+    out[2] = static_cast<uint8_t>(value >> 8), out[3] = static_cast<uint8_t>(value);
+}
 
 class Reader {
   public:
@@ -33,8 +55,14 @@ class Reader {
         return part;
     }
 
-    uint32_t u32() { return number<uint32_t>(); } // big-endian
-    uint64_t u64() { return number<uint64_t>(); } // big-endian
+    uint32_t u32() {
+        const auto bytes = take(4);
+        return ok_ ? load_u32(bytes.data()) : 0;
+    }
+    uint64_t u64() {
+        const auto bytes = take(8);
+        return ok_ ? load_u64(bytes.data()) : 0;
+    }
 
     // A count of elements of `size` bytes each that the bytes left can hold.
     uint32_t count(uint64_t size) {
@@ -44,28 +72,9 @@ class Reader {
     }
 
   private:
-    template <class T> T number() {
-        T value = 0;
-        for (uint8_t byte : take(sizeof(T))) value = static_cast<T>(value << 8 | byte);
-        return value;
-    }
-
     std::span<const uint8_t> bytes_;
     uint64_t position_ = 0;
     bool ok_ = true;
 };
-
-// Big-endian numbers into bytes.
-inline void put_u32(uint8_t *out, uint32_t value) {
-    for (int i = 3; i >= 0; --i, value >>= 8) out[i] = static_cast<uint8_t>(value);
-}
-inline void put_u64(uint8_t *out, uint64_t value) {
-    for (int i = 7; i >= 0; --i, value >>= 8) out[i] = static_cast<uint8_t>(value);
-}
-inline uint64_t get_u64(const uint8_t *in) {
-    uint64_t value = 0;
-    for (int i = 0; i < 8; ++i) value = value << 8 | in[i];
-    return value;
-}
 
 } // namespace zev

@@ -161,7 +161,7 @@ bool ObjectReader::find(Pack &pack, const Oid &id, uint64_t *offset) {
             if (!(*offset >> 31)) return true;
             const auto place = static_cast<int64_t>(*offset & 0x7FFFFFFF);
             if (!read_at(index, kNames + 28 * count + 8 * place, bytes, 8)) return false;
-            return *offset = get_u64(bytes), true;
+            return *offset = load_u64(bytes), true;
         }
         (order < 0 ? low : high) = order < 0 ? middle + 1 : middle;
     }

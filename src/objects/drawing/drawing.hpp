@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/guard.hpp"
+#include "common/reader.hpp"
 #include "objects/drawing/table.hpp"
 #include "zev/drawing.h"
 #include "zev/stream.h"
@@ -25,23 +26,6 @@ struct Drawing {
 namespace zev {
 
 using DrawingPtr = Owned<Drawing, zDrawingFree>;
-
-// One expression, so that compilers make one load and a byte swap of it: keys come by the
-// hundred thousand.
-constexpr uint64_t load_u64(const uint8_t *in) {
-    return uint64_t{in[0]} << 56 | uint64_t{in[1]} << 48 | uint64_t{in[2]} << 40 |
-           uint64_t{in[3]} << 32 | uint64_t{in[4]} << 24 | uint64_t{in[5]} << 16 |
-           uint64_t{in[6]} << 8 | uint64_t{in[7]};
-}
-constexpr void store_u64(uint8_t *out, uint64_t value) {
-    out[0] = static_cast<uint8_t>(value >> 56), out[1] = static_cast<uint8_t>(value >> 48);
-    out[2] = static_cast<uint8_t>(value >> 40), out[3] = static_cast<uint8_t>(value >> 32);
-    out[4] = static_cast<uint8_t>(value >> 24), out[5] = static_cast<uint8_t>(value >> 16);
-    out[6] = static_cast<uint8_t>(value >> 8), out[7] = static_cast<uint8_t>(value);
-}
-constexpr uint32_t load_u32(const uint8_t *in) {
-    return uint32_t{in[0]} << 24 | uint32_t{in[1]} << 16 | uint32_t{in[2]} << 8 | in[3];
-}
 
 constexpr KeyBytes key_bytes(const DrawingKey &key) {
     KeyBytes bytes{};

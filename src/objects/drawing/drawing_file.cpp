@@ -227,7 +227,7 @@ class Encoder {
         at_ += count;
     }
     void u32(uint64_t value) {
-        put_u32(at_, static_cast<uint32_t>(value));
+        store_u32(at_, static_cast<uint32_t>(value));
         at_ += 4;
     }
     void key(const DrawingKey &key) {

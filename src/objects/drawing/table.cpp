@@ -159,7 +159,7 @@ bool read_tag(Table *table, uint64_t &tag) {
         ldb::Text value = get_value(table, key.data(), key.size(), length, error);
         if (error) return fail_store(error.get());
         bool stored = value && length == sizeof(uint64_t);
-        table->tag = stored ? get_u64(reinterpret_cast<uint8_t *>(value.get())) : kFirstTag;
+        table->tag = stored ? load_u64(reinterpret_cast<uint8_t *>(value.get())) : kFirstTag;
     }
     tag = *table->tag;
     return true;
@@ -360,7 +360,7 @@ uint64_t zTableTagGet(Table *table) {
 bool zTableTagSet(Table *table, uint64_t value) {
     if (!table) return fail_args();
     uint8_t bytes[sizeof value];
-    put_u64(bytes, value);
+    store_u64(bytes, value);
     static constexpr KeyBytes key = key_bytes(kTagKey);
     return put_row(table, key.data(), key.size(), bytes, sizeof bytes, true);
 }

@@ -36,7 +36,7 @@ class BlockWriter {
     }
     void u32(uint64_t value) {
         uint8_t bytes[4];
-        put_u32(bytes, static_cast<uint32_t>(value));
+        store_u32(bytes, static_cast<uint32_t>(value));
         raw(bytes, sizeof bytes);
     }
     // An empty key would read as the end mark: such a pair is left out.

@@ -128,12 +128,12 @@ bool hash_file(FILE *file, Digest &digest) {
 
 void add_u32(std::string &text, uint64_t value) {
     uint8_t bytes[4];
-    put_u32(bytes, static_cast<uint32_t>(value));
+    store_u32(bytes, static_cast<uint32_t>(value));
     text.append(reinterpret_cast<char *>(bytes), sizeof bytes);
 }
 void add_u64(std::string &text, uint64_t value) {
     uint8_t bytes[8];
-    put_u64(bytes, value);
+    store_u64(bytes, value);
     text.append(reinterpret_cast<char *>(bytes), sizeof bytes);
 }
 void add_bytes(std::string &text, const uint8_t *bytes) {
@@ -436,7 +436,7 @@ bool Bulk::write_loose(git_odb *odb) {
 bool Bulk::close_pack(Digest &digest) {
     FILE *file = file_.get();
     uint8_t count[4];
-    put_u32(count, static_cast<uint32_t>(entries_.size()));
+    store_u32(count, static_cast<uint32_t>(entries_.size()));
     errno = 0;
     return os::seek(file, kCountAt, SEEK_SET) && fwrite(count, 1, 4, file) == 4 &&
            fflush(file) == 0 && hash_file(file, digest) && os::seek(file, 0, SEEK_END) &&
