@@ -5,6 +5,7 @@
 #include "common/utf.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/strict.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
 #include "zev/oid.h"
 #include "zev/reference.h"
@@ -75,7 +76,8 @@ void sync_above(const std::u16string &root, std::u16string name) {
 // before: else nobody could tell after a loss of power whose it is. Not by way of the directory,
 // which would bring the name of a new index there ahead of its bytes.
 void sync_index_lock(Repository *repository) {
-    const std::string path = to_utf8(zRepositoryPath(repository)) + ".index.zlck";
+    const std::string path =
+        to_utf8(lock_path(std::u16string(zRepositoryPath(repository)) + u"index"));
     const int fd = os::calls.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
     if (fd < 0) return;
     os::fd_sync(fd);

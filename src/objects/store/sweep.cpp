@@ -30,9 +30,10 @@
 
 #include "common/errno.hpp"
 #include "common/utf.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
+#include "system/share.hpp"
 #include "zev/repository.h"
-#include "zev/share.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -145,10 +146,10 @@ struct Sweep {
 
 // Calls `work` with the sweep of a Git directory whose `guard` a killed writer left locked.
 template <class F> bool swept(u16string root, u16string_view guard, F work) {
-    u16string lock = root + u"." + u16string(guard) + u".zlck";
+    const u16string lock = lock_path(root + u16string(guard));
     struct stat status;
     if (!os::lstat(lock.c_str(), &status)) return true;
-    Owned<Share, zShareClose> held(zShareOpen(lock.c_str(), u"rb", Z_SHARE_NONE));
+    const ShareGuard held(zShareOpen(lock.c_str(), u"rb", Z_SHARE_NONE));
     if (!held || !os::lstat(lock.c_str(), &status)) return true;
     Sweep sweep{std::move(root), status.st_mtim};
     work(sweep);
