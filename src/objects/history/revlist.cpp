@@ -55,7 +55,6 @@ class History {
     RevSpecPtr own_; // in place of none
     RevdbPtr db_;
     std::optional<Oid> start_; // none: there is no commit yet
-    std::vector<git_oid> cut_; // of a shallow clone
 };
 
 // ---- Where to start
@@ -64,7 +63,6 @@ bool History::prepare() {
     if (!spec_) own_.reset(spec_ = zRevSpecNew());
     db_.reset(zRevdbOpen(repository_));
     if (!spec_ || !db_) return false;
-    cut_ = shallow_commits(repository_->handle.get());
     const RevBase &base = spec_->base;
     if (base.kind == Z_REV_BY_ID) {
         if (zOidIsZero(zRevBaseId(&base))) return fail_args();
@@ -114,7 +112,7 @@ template <class Take> bool History::walk(Take take) {
         if (code == GIT_ENOTFOUND && !is_first) return git_error_clear(), true;
         if (code < 0) return fail_git(code);
         const git_oid *parent = git_commit_parent_id(commit.handle.get(), 0);
-        if (is_one_of(cut_, git_commit_id(commit.handle.get()))) parent = nullptr;
+        if (parent && is_cut(repository_, git_commit_id(commit.handle.get()))) parent = nullptr;
         if (parent) id = *parent;
         const Walk next = passes(commit.handle.get()) ? take(commit) : Walk::on;
         if (next == Walk::failed) return false;

@@ -166,11 +166,28 @@ DiffList *tree_changes(Commit *old_commit, Commit *new_commit, PathSpec *spec, D
     return diff_trees(old_tree.get(), new_tree.get(), spec, cancel);
 }
 
-// Where a shallow clone was cut, a commit has no parents.
-unsigned parent_count(const git_commit *commit) {
-    const unsigned count = git_commit_parentcount(commit);
-    const auto cut = count ? shallow_commits(git_commit_owner(commit)) : std::vector<git_oid>();
-    return is_one_of(cut, git_commit_id(commit)) ? 0 : count;
+bool is_before(const git_oid &a, const git_oid &b) { return git_oid_cmp(&a, &b) < 0; }
+
+bool is_same_file(const struct stat &a, const struct stat &b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+// A line each; none of a file that isn't there.
+std::vector<git_oid> read_ids(const std::u16string &path) {
+    std::ifstream file(to_utf8(path));
+    std::vector<git_oid> found;
+    git_oid id;
+    for (std::string line; std::getline(file, line);)
+        if (git_oid_fromstr(&id, line.c_str()) == 0) found.push_back(id);
+    std::ranges::sort(found, is_before);
+    return found;
+}
+
+unsigned parent_count(const Commit *commit) {
+    const git_commit *handle = commit->handle.get();
+    const unsigned count = git_commit_parentcount(handle);
+    return count && !is_cut(commit->owner, git_commit_id(handle)) ? count : 0;
 }
 
 Failure fail_walk(Here at = {}) {
@@ -199,17 +216,17 @@ Commit *commit_create(const zwchar *reference, const zwchar *author, const zwcha
     return fail_thrown();
 }
 
-std::vector<git_oid> shallow_commits(git_repository *git) {
-    std::ifstream file(std::string(git_repository_commondir(git)) + "shallow");
-    std::vector<git_oid> found;
-    git_oid id;
-    for (std::string line; std::getline(file, line);)
-        if (git_oid_fromstr(&id, line.c_str()) == 0) found.push_back(id);
-    return found;
-}
-
-bool is_one_of(const std::vector<git_oid> &ids, const git_oid *id) {
-    return std::ranges::any_of(ids, [id](auto &each) { return git_oid_equal(&each, id); });
+bool is_cut(Repository *repository, const git_oid *commit) {
+    ShallowEnds &ends = repository->ends;
+    if (ends.path.empty())
+        ends.path = to_wide(git_repository_commondir(repository->handle.get())) + u"shallow";
+    struct stat now {};
+    if (!os::stat(ends.path.c_str(), &now)) now = {};
+    if (!is_same_file(now, ends.seen)) {
+        ends.ids = read_ids(ends.path);
+        ends.seen = now;
+    }
+    return std::ranges::binary_search(ends.ids, *commit, is_before);
 }
 
 } // namespace zev
@@ -267,9 +284,11 @@ Time *zCommitTime(Time *out_time, const Commit *commit) {
     return out_time;
 }
 
-uint64_t zCommitParentCount(const Commit *commit) {
+uint64_t zCommitParentCount(const Commit *commit) try {
     if (!commit) return fail_args(), 0;
-    return parent_count(commit->handle.get());
+    return parent_count(commit);
+} catch (...) {
+    return fail_thrown(), 0;
 }
 
 const Oid *zCommitParentIdAt(const Commit *commit, uint64_t n) {
@@ -291,7 +310,7 @@ const Oid *zCommitParentId(const Commit *commit) { return zCommitParentIdAt(comm
 
 DiffList *zCommitChanges(Commit *commit, PathSpec *spec, DiffCancel cancel) try {
     if (!commit) return fail_args();
-    const unsigned count = parent_count(commit->handle.get());
+    const unsigned count = parent_count(commit);
     if (!count) return tree_changes(nullptr, commit, spec, cancel);
     Commit parent{nullptr, commit->owner};
     int code = GIT_ENOTFOUND; // the first parent that this store holds

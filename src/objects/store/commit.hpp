@@ -5,7 +5,6 @@
 
 #include <functional>
 #include <span>
-#include <vector>
 
 namespace zev {
 
@@ -15,8 +14,8 @@ Commit *commit_create(const zwchar *reference, const zwchar *author, const zwcha
                       Tree *tree, const std::function<bool()> &before_move = {},
                       std::span<const Oid> others = {});
 
-// Where the history of a shallow clone was cut: these have no parents here, whatever they say.
-std::vector<git_oid> shallow_commits(git_repository *git);
-bool is_one_of(const std::vector<git_oid> &ids, const git_oid *id);
+// Whether the history of a shallow clone was cut at a commit: it has no parents here, whatever it
+// says. What the clone knows of it is read again when its file differs.
+bool is_cut(Repository *repository, const git_oid *commit); // may throw
 
 } // namespace zev

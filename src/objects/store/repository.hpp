@@ -8,6 +8,21 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace zev {
+
+// The commits at which the history of a shallow clone ends, in order, as their file had them when
+// it looked like `seen`, all zero for none.
+struct ShallowEnds {
+    std::u16string path{};
+    std::vector<git_oid> ids{};
+    struct stat seen {};
+};
+
+} // namespace zev
 
 struct Repository {
     zev::git::Repository handle;
@@ -19,6 +34,7 @@ struct Repository {
     zev::Wide url;
     Oid id{};                            // all zero until known
     std::optional<git_oid> index_head{}; // HEAD when the index was read; zeros for none
+    zev::ShallowEnds ends{};
 };
 
 namespace zev {
