@@ -24,7 +24,8 @@ ZEV_API bool zTransactionLockRef(Transaction *transaction, const zwchar *referen
 ZEV_API bool zTransactionRollback(Transaction *transaction);
 
 // Puts index, HEAD and references back as far as a process that died left complete copies of them.
-// These stay; what has to go on from the files purges them.
+// These stay; what has to go on from the files purges them. Where somebody has committed since on
+// one of the branches nothing is put back, and the log says so; true all the same.
 ZEV_API bool zTransactionRecover(Repository *repository);
 
 ZEV_END

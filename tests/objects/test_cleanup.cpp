@@ -74,6 +74,22 @@ TEST_F(CleanupTest, RecoversAndNothingElse) {
     EXPECT_EQ(git(place, "status --porcelain -uno"), "");
 }
 
+// Git, which knows no copies of ours, has committed and packed since.
+TEST_F(CleanupTest, RecoveryTakesNoCommitBack) {
+    for (bool packed : {false, true}) {
+        put(".git/.index.zlck", read(place / ".git/index"));
+        put(".git/refs/heads/.master.zlck", git(place, "rev-parse HEAD") + "\n");
+        put("new 1", packed ? "packed" : "loose");
+        git_commit("since");
+        if (packed) git(place, "pack-refs --all");
+        ASSERT_OK(zTransactionRecover(repository.get()));
+        EXPECT_EQ(porcelain(), "") << packed;
+        ASSERT_OK(clean_up());
+        EXPECT_EQ(git(place, "log -1 --format=%s") + porcelain(), "since");
+        EXPECT_FALSE(exists(".git/.index.zlck") || exists(".git/refs/heads/.master.zlck"));
+    }
+}
+
 TEST_F(CleanupTest, FailsWhileTheCopyIsLocked) {
     const IndexPtr held = lock();
     const RepositoryPtr other(zRepositoryOpen(place.u16string().c_str()));

@@ -6,7 +6,9 @@
 //   - for a branch that stands where it was, or one automatic merge, by "remote", further;
 //   - without one of the branch, when HEAD and its branch are older than the index's copy: our own
 //     commits make that incomplete before the branch moves.
-// Otherwise they are dropped, and index and branch stay as they are.
+// Otherwise they are dropped, and index and branch stay as they are. A host that asks for recovery
+// itself (zTransactionRecover, a cleanup) has decided that they are to be followed, unless a branch
+// has moved on.
 #include "objects/work/recovery.hpp"
 
 #include "common/utf.hpp"
@@ -22,6 +24,7 @@
 #include "zev/str.h"
 
 #include <cerrno>
+#include <cstring>
 #include <optional>
 
 using namespace zev;
@@ -58,14 +61,27 @@ std::string digits_in(const u16string &path) {
     return {text, file ? fread(text, 1, sizeof text, file.get()) : 0};
 }
 
-// Where the branch stood, and where it stands.
+// A branch's full name, which its file has below the directory that all worktrees share; empty of
+// index and HEAD.
+std::string branch_of(Repository *repository, const u16string &target) {
+    const std::string path = to_utf8(target);
+    const std::string refs =
+        std::string(git_repository_commondir(repository->handle.get())) + "refs/";
+    return path.starts_with(refs) ? path.substr(refs.size() - strlen("refs/")) : "";
+}
+
+// Where the branch stood, and where it stands, be it packed since. What names no commit is nobody's
+// work.
 bool can_go_back(Repository *repository, const Left &left) {
-    const std::string before = digits_in(left.file), now = digits_in(left.target);
+    const Finally clear([] { git_error_clear(); });
+    const std::string before = digits_in(left.file), name = branch_of(repository, left.target);
     Oid id;
-    if (before == now || now.empty()) return true;
-    if (git_oid_fromstrn(git::oid(&id), now.data(), now.size())) return false;
+    if (git_reference_name_to_id(git::oid(&id), repository->handle.get(), name.c_str()))
+        return true;
+    if (before == git_oid_tostr_s(git::oid(&id))) return true;
     const Owned<Commit, zCommitFree> tip(zCommitByid(repository, &id));
-    if (!tip || !zStrsameW(zCommitAuthor(tip.get()), kAutomatic)) return false;
+    if (!tip) return true;
+    if (!zStrsameW(zCommitAuthor(tip.get()), kAutomatic)) return false;
     const Oid *parent = zCommitParentId(tip.get());
     return before.empty() ? !parent : parent && before == git_oid_tostr_s(git::oid(parent));
 }
@@ -145,14 +161,24 @@ bool is_held(const u16string &lock_file) {
 
 // The locks that libgit2 left go first, while our own still tells since when its holder worked.
 // What was put back is done with: an old copy must not undo a later commit. One that could not be
-// put back is all that there is, and stays.
+// put back is all that there is, and stays; but for those of a state that somebody has gone on
+// from.
 bool put_back_left(Repository *repository) {
     const std::vector<u16string> targets = left_locked(repository);
     const bool swept = sweep_stale(repository);
+    const bool gone_on = !gone_on_from(repository, targets).empty();
     zTransactionRecover(repository);
     for (const u16string &target : targets)
-        if (is_put_back(target)) zFlockPurge(target.c_str());
+        if (gone_on || is_put_back(target)) zFlockPurge(target.c_str());
     return swept;
+}
+
+u16string gone_on_from(Repository *repository, const std::vector<u16string> &targets) {
+    const KeptFailure kept;
+    for (const u16string &target : targets)
+        if (const auto left = left_of(target); left && !branch_of(repository, target).empty())
+            if (!can_go_back(repository, *left)) return target;
+    return {};
 }
 
 } // namespace zev

@@ -11,6 +11,7 @@
 #include "common/limits.hpp"
 #include "common/utf.hpp"
 #include "objects/store/sweep.hpp"
+#include "objects/work/recovery.hpp"
 #include "system/flock.hpp"
 #include "system/os.hpp"
 #include "system/path.hpp"
@@ -175,7 +176,13 @@ bool zTransactionRollback(Transaction *transaction) {
 
 bool zTransactionRecover(Repository *repository) try {
     if (!repository) return fail_args();
-    for (const u16string &target : left_locked(repository)) zFlockRecover(target.c_str());
+    const std::vector<u16string> targets = left_locked(repository);
+    if (const u16string branch = gone_on_from(repository, targets); !branch.empty()) {
+        const KeptFailure kept;
+        raise_other(u"has moved on since a process died; nothing is put back", branch);
+        return log_raised(kWarning), true;
+    }
+    for (const u16string &target : targets) zFlockRecover(target.c_str());
     return true;
 } catch (...) {
     return fail_thrown();
