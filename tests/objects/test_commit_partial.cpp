@@ -191,6 +191,26 @@ TEST_F(StuckReferenceTest, WhatTheCallerHasWrittenIsNotTakenBack) {
     EXPECT_EQ(git(place, "diff --cached --name-only a"), "a");
 }
 
+// Git stages between the writing of the index and the moving of the reference, when the saved copy
+// of the index loses its mark.
+TEST_F(StuckReferenceTest, WhatGitHasStagedMeanwhileIsNotTakenBack) {
+    put_all({"a", "b", "c"});
+    add({u"c"});
+    write(held, "");
+    static fs::path where;
+    where = place;
+    zev::os::calls.fchmod = [](int fd, mode_t mode) {
+        if (mode == 0700 && fs::exists(where / ".git/.index.zlck")) git(where, "add b");
+        return fchmod(fd, mode);
+    };
+    {
+        IndexPtr index = lock();
+        expect_locked(index.get(), spec({u"a"}).get());
+    }
+    zev::os::calls.fchmod = ::fchmod;
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"a", "b", "c"}));
+}
+
 void die_after_syncs(int count) {
     static int left;
     left = count;

@@ -89,6 +89,36 @@ TEST_F(IndexTest, AddReportsFileByFile) {
     EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled")));
 }
 
+// Git knows no lock of ours. What it has staged since the index was read stays, and is there for
+// who reads it anew; a status that would only save times goes without.
+TEST_F(IndexTest, WhatGitHasStagedSinceStays) {
+    put_all({"a", "b", "c"});
+    add({u"a"});
+    {
+        IndexPtr index = lock();
+        ASSERT_OK(zIndexAddBypath(index.get(), u"b"));
+        git(place, "add c");
+        EXPECT_FALSE(zIndexWrite(index.get()));
+        EXPECT_EQ(zErrorCode(), GIT_EMODIFIED);
+        ASSERT_OK(zIndexRead(index.get(), true));
+        ASSERT_OK(zIndexAddBypath(index.get(), u"b"));
+        EXPECT_OK(zIndexWrite(index.get()));
+        EXPECT_OK(zIndexWrite(index.get()));
+        put(".git/index.lock", "");
+        EXPECT_FALSE(zIndexWrite(index.get()));
+        EXPECT_EQ(zErrorClass(), 7);
+        take(".git/index.lock");
+    }
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"a", "b", "c"}));
+    put("a", "1"); // touched
+    IndexPtr index = lock();
+    git(place, "rm -q --cached c");
+    zRaiseNoMemory(nullptr);
+    EXPECT_OK(StatusPtr(zStatusListBuild(index.get(), spec({u"a"}).get())));
+    EXPECT_EQ(zErrorClass(), 1);
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"a", "b"}));
+}
+
 // Another repository's files are its own, whether it is tracked as a submodule or not at all.
 TEST_F(IndexTest, RepositoriesWithinAreLeftAlone) {
     put("a", "1");

@@ -318,13 +318,11 @@ TreePtr PartialCommit::build_tree() {
     return raise_unchanged(), nullptr;
 }
 
-// The index's file as it was; the failure that led here stays the one that is told. Freeing the
-// index reads what then stands there.
+// The index's file as it was, unless somebody has staged more since; the failure that led here
+// stays the one that is told. Freeing the index reads what then stands there.
 void put_back(Index *index) {
     const KeptFailure kept;
-    const bool undone = zFlockUndo(index->lock.get());
-    if (!undone) log_raised(kWarning);
-    index->written = !undone;
+    index->written = !index_put_back(index);
     index->dirty = true;
 }
 

@@ -16,7 +16,10 @@
 #include "zev/tree.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -107,17 +110,88 @@ int read_file(git_index *handle, Repository *owner, bool force) {
     return 0;
 }
 
+// The digest at the end of an index's file; nothing where there is none.
+std::optional<git_oid> sum_in(const char *path) {
+    const Owned<FILE, fclose> file(os::open(to_wide(path).c_str(), u"rb"));
+    git_oid sum;
+    if (!file || fseek(file.get(), -GIT_OID_RAWSZ, SEEK_END) ||
+        fread(sum.id, 1, sizeof sum.id, file.get()) != sizeof sum.id)
+        return {};
+    return sum;
+}
+
+Failure raise_modified(const char *what) {
+    git_error_set_str(GIT_ERROR_INDEX, what);
+    return fail_git(GIT_EMODIFIED);
+}
+
+bool is_head_known(const Index *index) {
+    const auto &known = index->owner->index_head;
+    if (!known) return true;
+    const git_oid head = head_of(index->owner);
+    return git_oid_equal(&head, &*known) != 0;
+}
+
+bool is_file_known(const Index *index) {
+    const auto sum = sum_in(git_index_path(index->handle.get()));
+    return !sum || git_oid_equal(&*sum, git_index_checksum(index->handle.get())) ||
+           (index->put_back && git_oid_equal(&*sum, &*index->put_back));
+}
+
+// Git's own lock on an index. While we have it nobody writes the file.
+class GitLock {
+  public:
+    explicit GitLock(const Index *index)
+        : path_(to_wide(git_index_path(index->handle.get())) + u".lock") {
+        os::Mode mode;
+        mode.write = mode.create = mode.exclusive = true;
+        fd_ = os::open_fd(path_.c_str(), mode);
+        is_held_elsewhere_ = fd_ < 0 && errno == EEXIST;
+    }
+    ~GitLock() {
+        if (fd_ < 0) return;
+        os::unlink(path_.c_str());
+        os::close_fd(fd_);
+    }
+    GitLock(const GitLock &) = delete;
+    GitLock &operator=(const GitLock &) = delete;
+
+    bool is_held_elsewhere() const { return is_held_elsewhere_; }
+
+  private:
+    std::u16string path_;
+    int fd_ = -1;
+    bool is_held_elsewhere_ = false;
+};
+
 } // namespace
 
 namespace zev {
 
 bool index_stands(const Index *index) {
-    const auto &known = index->owner->index_head;
-    if (!git_index_path(index->handle.get()) || !known) return true;
-    const git_oid head = head_of(index->owner);
-    if (git_oid_equal(&head, &*known)) return true;
-    git_error_set_str(GIT_ERROR_INDEX, "HEAD has moved since the index was read");
-    return fail_git(GIT_EMODIFIED);
+    if (!git_index_path(index->handle.get())) return true;
+    if (!is_file_known(index)) return raise_modified("the index was written since it was read");
+    return is_head_known(index) || raise_modified("HEAD has moved since the index was read");
+}
+
+// The file alone: an index is no older for a HEAD that was moved without it. libgit2 takes git's
+// lock anew, in a moment too short for anybody to take it, read, write and rename.
+bool index_may_write(const Index *index) {
+    if (!git_index_path(index->handle.get())) return true;
+    const GitLock lock(index);
+    if (!lock.is_held_elsewhere())
+        return is_file_known(index) || raise_modified("the index was written since it was read");
+    git_error_set_str(GIT_ERROR_INDEX, "the index is being written by another program");
+    return fail_git(GIT_ELOCKED);
+}
+
+// Not where another program has gone on from what we wrote.
+bool index_put_back(Index *index) {
+    const GitLock lock(index);
+    if (lock.is_held_elsewhere() || !is_file_known(index)) return false;
+    if (!zFlockUndo(index->lock.get())) return log_raised(kWarning), false;
+    index->put_back = sum_in(git_index_path(index->handle.get()));
+    return true;
 }
 
 void index_committed(Index *index, const Oid *commit) {
@@ -137,9 +211,11 @@ void index_refresh(Index *index) {
 // The saved copy waits for the first write: a mere status pays for none.
 bool index_write(Index *index) {
     if (index->lock && !flock_complete(index->lock.get())) return false;
+    if (!index_may_write(index)) return false;
     int code = git_index_write(index->handle.get());
     if (code < 0) return fail_git(code);
     index->dirty = false;
+    index->put_back.reset();
     return index->written = true;
 }
 

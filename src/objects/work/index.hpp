@@ -7,6 +7,7 @@
 #include "zev/index.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -25,6 +26,7 @@ struct Index { // destroyed from below: lock file first
     zev::Owned<Flock, zFlockClose> lock{};
     bool dirty = false;                      // holds changes that the file does not
     bool written = false;                    // to its file, since the lock was taken
+    std::optional<git_oid> put_back{};       // digest of the file that went back since then
     std::shared_ptr<zev::CaseNames> names{}; // of its entries, once a new name was entered
 };
 
@@ -85,9 +87,13 @@ bool index_drop(Index *index, const char *path); // at every stage; no entry is 
 void index_refresh(Index *index);
 bool index_write(Index *index); // to its file
 
-// Whether HEAD is where it was when the repository's index was read. Git knows no lock of ours:
-// what it has committed since is not in the index, whose tree would take it back. Else raised.
+// Git knows no lock of ours: what it has added or committed since the repository's index was read
+// is not in it. Whether the tree of the index may be committed: its file is as we know it, and HEAD
+// where it was. Else raised.
 bool index_stands(const Index *index);
+bool index_may_write(const Index *index); // the same for its file, which git must not be writing
+// The file as it was when the lock was taken, unless another program has written it since.
+bool index_put_back(Index *index);
 void index_committed(Index *index, const Oid *commit); // of our own: HEAD may be there now
 
 // ---- Files into the index
