@@ -13,16 +13,14 @@ using namespace zev;
 
 namespace {
 
-bool set(zwchar *&text, const zwchar *source, uint64_t length) {
-    zwchar *copy = zStrndupW(source, length);
-    if (!copy) return fail_memory();
-    free(std::exchange(text, copy));
+// What would end a field, and begin another one, is no part of one.
+bool set(zwchar *&text, const zwchar *source, uint64_t length, Here at = {}) {
+    Wide copy(length ? zStrndupW(source, length) : zStrdupW(u""));
+    if (!copy) return fail_memory(at);
+    if (std::u16string_view(copy.get()).find_first_of(u"\r\n") != std::u16string_view::npos)
+        return fail_args(at);
+    copy.reset(std::exchange(text, copy.release()));
     return true;
-}
-
-// What would end a field, or the text that it is sent as.
-bool is_one_line(const zwchar *text) {
-    return std::u16string_view(text).find_first_of(u"\r\n") == std::u16string_view::npos;
 }
 
 // The place of a name, or where it belongs.
@@ -170,7 +168,6 @@ const zwchar *zHttpHeaderAt(HttpHeader *header, const zwchar *name) {
 bool zHttpHeaderPut(HttpHeader *header, const zwchar *name, const zwchar *value) {
     if (!header || !name) return fail_args();
     if (!value) return zHttpHeaderRemove(header, name);
-    if (!is_one_line(name) || !is_one_line(value)) return fail_args();
     bool found = false;
     const uint64_t at = place_of(header, name, &found);
     auto *fields = static_cast<HttpField **>(header->fields.data);
