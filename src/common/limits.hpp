@@ -49,7 +49,7 @@ inline constexpr uint32_t regex_heap = 64u << 20;
 // HTTP. The head of a message: addresses have some 2,000 bytes, fields some hundred each.
 inline constexpr uint32_t http_head = 32768;
 inline constexpr uint32_t http_fields = 128;
-inline constexpr uint32_t http_target = 2048;
+inline constexpr uint32_t http_target = 2047; // what a URI holds
 // A body as it travels: the largest drawings, compressed, and a day's work in one pack.
 inline constexpr uint64_t http_body = 2ull << 30;
 // Nanoseconds from a head's first byte to its last; from there on a body may be slow for a while,

@@ -28,8 +28,9 @@ TEST(Framing, JudgesHeadsOfRequests) {
         {"GET  /a HTTP/1.1\r\nHost: h\r\n", 400},
         {"GET /a b HTTP/1.1\r\nHost: h\r\n", 400},
         {"G(T /a HTTP/1.1\r\nHost: h\r\n", 400},
-        {"GET /" + std::string(2047, 'a') + " HTTP/1.1\r\nHost: h\r\n", 0},
-        {"GET /" + std::string(2048, 'a') + " HTTP/1.1\r\nHost: h\r\n", 414},
+        {"GET /a\tb HTTP/1.1\r\nHost: h\r\n", 400},
+        {"GET /" + std::string(2046, 'a') + " HTTP/1.1\r\nHost: h\r\n", 0},
+        {"GET /" + std::string(2047, 'a') + " HTTP/1.1\r\nHost: h\r\n", 414},
         {kGet + "X : 1\r\n", 400},           // blank before the colon
         {kGet + "X Y: 1\r\n", 400},          // and in a name
         {kGet + "X: 1\r\n folded\r\n", 400}, // a line that goes on

@@ -60,7 +60,7 @@ class HeadReader {
         if (method == line.npos || method == version || !method) return kBad;
         const std::string_view target = line.substr(method + 1, version - method - 1);
         if (!std::ranges::all_of(line.substr(0, method), is_token)) return kBad;
-        if (target.find(' ') != target.npos) return kBad;
+        if (target.find_first_of(" \t") != target.npos) return kBad;
         if (target.size() > limits_.target) return kTargetTooLong;
         if (const int fault = read_version(line.substr(version + 1))) return fault;
         if (const int fault = read_fields()) return fault;
@@ -172,8 +172,9 @@ bool Framing::refuse(int status) {
     return false;
 }
 
-void Framing::reset() {
+void Framing::reset(bool bare) {
     state_ = State::head;
+    bare_ = bare;
     head_.clear();
     facts_ = {};
     left_ = body_ = 0;
@@ -219,13 +220,14 @@ size_t Framing::take_head(std::string_view bytes) {
     }
     head_.resize(end + 4);
     if (head_.size() > limits_.head) return refuse(kHeadTooLarge), bytes.size();
-    if (const int fault = check_head(head_, request_, limits_, &facts_))
-        return refuse(fault), bytes.size();
+    const int fault = check_head(head_, request_, limits_, &facts_);
+    if (fault && !(bare_ && fault == kTooLarge)) return refuse(fault), bytes.size();
     begin_body();
     return skipped + head_.size() - known;
 }
 
 void Framing::begin_body() {
+    if (bare_) facts_.body = HeadFacts::none;
     left_ = facts_.length;
     switch (facts_.body) {
     case HeadFacts::none:

@@ -31,7 +31,7 @@ struct HeadFacts {
 };
 
 // 0 when the head may pass, else the status that it deserves; 400 for what is no head. The head
-// ends with its empty line. `to_head` says that a response answers a HEAD, which has no body.
+// ends with its empty line.
 int check_head(std::string_view head, bool request, const HttpLimits &limits, HeadFacts *facts);
 
 class Framing {
@@ -46,10 +46,17 @@ class Framing {
     const HeadFacts &facts() const { return facts_; }
     bool has_head() const { return state_ > State::head; } // whole and accepted
     bool has_begun() const { return !head_.empty(); }
+    // Nothing of a body came that the head promises.
+    bool awaits_body() const {
+        return state_ == State::sized ? left_ == facts_.length
+                                      : state_ == State::chunk_size && !digits_ && !body_;
+    }
     bool is_complete() const { return state_ == State::done; }
     bool ends_with_connection() const { return state_ == State::open; }
     int fault() const { return fault_; } // 0, or the status that the message deserves
-    void reset();                        // for the next message
+    // For the next message; one that is `bare` has no body, whatever its head says: it answers a
+    // HEAD.
+    void reset(bool bare = false);
 
   private:
     enum class State {
@@ -76,6 +83,7 @@ class Framing {
     bool refuse(int status);
 
     bool request_;
+    bool bare_ = false;
     HttpLimits limits_;
     State state_ = State::head;
     std::string head_;

@@ -1,5 +1,5 @@
 // http-parser's callbacks, turned into the delegates' calls. A text may come in pieces: it is told
-// when the next thing begins. An exception ends the parse, and is thrown on behind it.
+// when the next thing begins. An exception ends the parse as a failure: none crosses http-parser.
 #include "network/http/parser.hpp"
 
 #include "common/errno.hpp"
@@ -18,6 +18,7 @@ struct MessageParser::Calls {
         return static_cast<MessageParser *>(parser->data);
     }
     static int result(bool done) { return done ? 0 : -1; }
+    static constexpr int kSkipBody = 1;
 
     // Runs one callback; no exception crosses http-parser's frames.
     template <class F> static int guard(http_parser *parser, F work) {
@@ -54,8 +55,11 @@ struct MessageParser::Calls {
             return p.value_.append(at, count), true;
         });
     }
+    // A length that stands in a head without a body, as in an answer to HEAD, is not waited for.
     static int head(http_parser *parser) {
-        return guard(parser, [](auto &p) { return p.tell_head(); });
+        const int code = guard(parser, [](auto &p) { return p.tell_head(); });
+        const bool bare = self(parser)->framing_.facts().body == HeadFacts::none;
+        return code || !bare ? code : kSkipBody;
     }
     static int body(http_parser *parser, const char *at, size_t count) {
         return guard(parser, [&](auto &p) {
@@ -90,12 +94,13 @@ struct MessageParser::Calls {
     };
 };
 
-void MessageParser::begin(void *target, const HttpDelegates *delegates) {
+void MessageParser::begin(void *target, const HttpDelegates *delegates, bool bare) {
     assert(target && delegates);
     target_ = target;
     delegates_ = delegates;
+    bare_ = bare;
     complete_ = false;
-    framing_.reset();
+    framing_.reset(bare);
     http_parser_init(&parser_, static_cast<http_parser_type>(parser_.type));
     url_.clear();
     status_.clear();
@@ -174,7 +179,7 @@ bool MessageParser::feed(std::string_view bytes, size_t *taken) {
         if (!(in_head ? execute(head.data(), head.size()) : execute(rest.data(), count)))
             return false;
         // An interim response is over with its head; what follows is another message.
-        if (framing_.facts().interim) begin(target_, delegates_);
+        if (framing_.facts().interim) begin(target_, delegates_, bare_);
         if (framing_.is_complete() && !complete_) return fail_os(EBADMSG);
     }
     return true;

@@ -18,8 +18,8 @@ class MessageParser {
     MessageParser(const MessageParser &) = delete;
     MessageParser &operator=(const MessageParser &) = delete;
 
-    // For a new message; both are lent until it is complete.
-    void begin(void *target, const HttpDelegates *delegates);
+    // For a new message; both are lent until it is complete. One that is `bare` answers a HEAD.
+    void begin(void *target, const HttpDelegates *delegates, bool bare = false);
 
     // Takes what belongs to the message, at most all of `bytes`; what follows a complete one is
     // left. False, with the standard error 104 raised, when the message can't be taken; `fault`
@@ -45,6 +45,7 @@ class MessageParser {
     http_parser parser_{};
     const HttpDelegates *delegates_ = nullptr;
     void *target_ = nullptr;
+    bool bare_ = false;
     bool complete_ = false;
     std::string url_, status_, name_, value_; // pieces joined
     bool has_value_ = false;                  // of the field at hand
