@@ -49,10 +49,10 @@ bool read_error(HttpResponse *response, zwchar *out, size_t size) {
     zStreamRewind(response->body);
     const Owned<Json, zJsonFree> tree(zJsonReadStream(response->body));
     zStreamRewind(response->body);
-    Json *message = tree ? zJsonPathGet(tree.get(), u"error.message") : nullptr;
+    const zwchar *message = tree ? zJsonPathGetString(tree.get(), u"error.message") : nullptr;
     if (!message) return false;
     const auto code = static_cast<int32_t>(zJsonPathGetInt(tree.get(), u"error.code"));
-    zSnprintfW(out, size - 1, u"%d: %s", code, zJsonGetString(message));
+    zSnprintfW(out, size - 1, u"%d: %s", code, message);
     return true;
 }
 
@@ -266,7 +266,8 @@ HttpResponse *zHttpResponseError(const char *file, int32_t line, HttpRequest *re
         va_end(arguments);
     }
     if (code == kCanceled) {
-        zRaiseCanceled(u"%s", zStrsafeW(text));
+        if (!text) text = status;
+        zRaiseCanceled(u"%s", text);
     } else {
         text = raise_status(file, line, code, text, status);
     }
