@@ -312,14 +312,14 @@ void turn_away(uv_stream_t *listener) {
 
 // ---- Opening
 
-TcpConnection *connection_new(Tcp *tcp, Echo *echo) {
+TcpConnection *connection_new(Tcp *tcp, Echo *echo, const zwchar *message) {
     auto *connection = new (std::nothrow) TcpConnection{};
     if (!connection) return fail_memory();
     connection->tcp = tcp;
     connection->echo = echo;
     if (const int code = uv_tcp_init_ex(tcp->loop, &connection->handle, 0); code < 0) {
         delete connection;
-        return fail_uv(code, nullptr);
+        return fail_uv(code, message);
     }
     connection->handle.data = connection;
     return connection;
@@ -331,7 +331,7 @@ void on_connection(uv_stream_t *listener, int status) {
     if (status < 0) return static_cast<void>(fail_uv(status, refused));
     Echo *echo = zEchoDup(tcp->echo);
     if (!echo) return turn_away(listener);
-    TcpConnection *connection = connection_new(tcp, echo);
+    TcpConnection *connection = connection_new(tcp, echo, refused);
     if (!connection) return zEchoFree(echo), turn_away(listener);
     int code = uv_accept(listener, stream_of(connection));
     if (!code) {
@@ -369,6 +369,15 @@ bool connection_start_timer(TcpConnection *connection, uint64_t milliseconds) {
     timer->data = connection;
     connection->timer = timer;
     return true;
+}
+
+// A peer that has something to say before it was asked has gone, or answers what nobody waits for.
+void connection_resume(TcpConnection *connection) {
+    if (has_bytes_waiting(connection)) return end(connection, false);
+    Tcp *tcp = connection->tcp;
+    if (!connection->timer && !connection_start_timer(connection, tcp->timeout))
+        return connection_cut(connection);
+    on_connected(&tcp->connecting, 0);
 }
 
 void timer_close(uv_timer_t *timer) {

@@ -78,13 +78,16 @@ void close_all(Tcp *tcp) {
         tcp);
 }
 
+// From now on nobody wakes the loop.
+void end_stopping(Tcp *tcp) {
+    const std::lock_guard lock(tcp->mutex);
+    tcp->stoppable = false;
+}
+
 // Frees the loop; false, with the loop in place, when libuv holds it for another reason than
 // handles that still close.
 bool free_loop(Tcp *tcp) {
-    {
-        const std::lock_guard lock(tcp->mutex);
-        tcp->stoppable = false;
-    }
+    end_stopping(tcp);
     close_all(tcp);
     int code;
     while ((code = uv_loop_close(tcp->loop)) == UV_EBUSY) turn(tcp, UV_RUN_DEFAULT);
@@ -130,6 +133,7 @@ bool make_loop(Tcp *tcp, bool server) {
 int make_stoppable(Tcp *tcp) {
     const int code = uv_async_init(tcp->loop, &tcp->stop, [](uv_async_t *async) {
         auto *tcp = static_cast<Tcp *>(async->data);
+        end_stopping(tcp);
         uv_stop(tcp->loop);
         close_all(tcp);
     });
@@ -220,14 +224,15 @@ bool zTcpConnect(Loop *loop, const zwchar *host, uint32_t port) {
     if (tcp->loop && tcp->server) return logged(raise_uv(UV_EALREADY));
     if (!tcp->loop && !make_loop(tcp, false)) return false;
 
-    TcpConnection *connection = connection_new(tcp, tcp->echo);
+    const zwchar *message = net_text(u"net.eUnableToOpenTcp_s_d", host, port);
+    TcpConnection *connection = connection_new(tcp, tcp->echo, message);
     if (!connection) return false;
     tcp->connecting.data = tcp->connection = connection;
     if (const int code =
             uv_tcp_connect(&tcp->connecting, &connection->handle, address.get(), on_connected);
         code < 0) {
         connection_cut(connection);
-        return fail_uv(code, net_text(u"net.eUnableToOpenTcp_s_d", host, port));
+        return fail_uv(code, message);
     }
     if (connection_start_timer(connection, kConnectTimeout)) return true;
     connection_cut(connection);
@@ -248,10 +253,8 @@ bool zTcpOnce(Loop *loop) {
     Tcp *tcp = tcp_of(loop);
     if (!tcp || !tcp->loop) return fail_args();
     assert(!tcp->turning);
-    if (!uv_loop_alive(tcp->loop) && !tcp->server && tcp->connection) {
-        if (!tcp->connection->timer) connection_start_timer(tcp->connection, tcp->timeout);
-        on_connected(&tcp->connecting, 0);
-    }
+    if (!uv_loop_alive(tcp->loop) && !tcp->server && tcp->connection)
+        connection_resume(tcp->connection);
     tcp->last_error = 0;
     const int code = turn(tcp, UV_RUN_ONCE);
     if (code < 0) return fail_uv(code, nullptr);

@@ -57,13 +57,14 @@ struct TcpConnection {
 
 // ---- connection.cpp
 
-// Called by libuv for the listener and for a client's connect request; the second also to use an
-// open connection again.
+// Called by libuv for the listener and for a client's connect request.
 void on_connection(uv_stream_t *listener, int status);
 void on_connected(uv_connect_t *request, int status);
 
-TcpConnection *connection_new(Tcp *tcp, Echo *echo); // null when memory ran out, raised and logged
+// Null with the failure logged; `message` is what is told of libuv's.
+TcpConnection *connection_new(Tcp *tcp, Echo *echo, const zwchar *message);
 bool connection_start_timer(TcpConnection *connection, uint64_t milliseconds);
+void connection_resume(TcpConnection *connection); // a client's, which paused
 void connection_cut(TcpConnection *connection);
 void connection_look(TcpConnection *connection); // asks its echo whether it is to end
 void timer_close(uv_timer_t *timer);             // unlinked from its connection
