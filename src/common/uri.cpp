@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <utility>
+#include <vector>
 
 namespace zev {
 namespace {
@@ -153,6 +154,16 @@ void uri_set_query(Uri *uri, const zwchar *key, const zwchar *value) {
     static_cast<void>(copy.release());
     drop_cached(uri);
 }
+
+void uri_drop_queries(Uri *uri, zwchar first) {
+    std::vector<std::u16string> keys;
+    each_query(uri, [&](const zwchar *key, const zwchar *) {
+        if (*key == first) keys.emplace_back(key);
+    });
+    for (const std::u16string &key : keys) uri_set_query(uri, key.c_str(), nullptr);
+}
+
+bool uri_fits(const Uri *uri) { return text_of_uri(uri).is_whole(); }
 
 // The last "=" that has something on both of its sides divides.
 void uri_parse_query(Uri *uri, UrlView text) {

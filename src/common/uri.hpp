@@ -28,6 +28,7 @@ class UrlText {
     explicit UrlText(UrlView start = {}) : text_(start) {}
     bool add(std::initializer_list<UrlView> parts);
     bool empty() const { return text_.empty(); }
+    bool is_whole() const { return !logged_; } // nothing was left out
     const std::u16string &text() const { return text_; }
 
   private:
@@ -49,6 +50,11 @@ void uri_store(Uri *uri, zwchar *&field, UrlView text);
 void uri_set_path(Uri *uri, UrlView path);
 void uri_set_query(Uri *uri, const zwchar *key, const zwchar *value);
 void uri_parse_query(Uri *uri, UrlView text);
+
+// Drops the keys of the query that begin with a character.
+void uri_drop_queries(Uri *uri, zwchar first);
+// Whether the text of a URI holds all of its fields; else class 5 is raised, and logged.
+bool uri_fits(const Uri *uri);
 
 // Fills an empty record from a text; false, with nothing raised, when that is no URI.
 bool uri_read(Uri *uri, UrlView text);

@@ -9,6 +9,7 @@
 #include "zev/http_response.h"
 
 #include "common/guard.hpp"
+#include "common/uri.hpp"
 #include "common/utf.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
@@ -267,7 +268,7 @@ void zHttpClientFree(HttpClient *client) {
     delete client;
 }
 
-HttpResponse *zHttpClientSend(HttpClient *client, HttpRequest *request) {
+HttpResponse *zHttpClientSend(HttpClient *client, HttpRequest *request) try {
     if (!client || !request) return fail_args();
     client->request = request;
     client->canceled = false;
@@ -279,6 +280,7 @@ HttpResponse *zHttpClientSend(HttpClient *client, HttpRequest *request) {
         if (!attempt(client, &failed)) continue;
         return client->canceled ? broken_off(client) : client->response;
     }
+    if (!uri_fits(&request->uri)) return fail_args(), unavailable(client); // another request
     return unavailable(client);
 }
 
@@ -287,6 +289,8 @@ HttpResponse *zHttpClientGet(HttpClient *client, HttpRequest *request) {
 }
 HttpResponse *zHttpClientHead(HttpClient *client, HttpRequest *request) {
     return send_as(client, request, Z_HTTP_GET);
+} catch (...) {
+    return fail_thrown();
 }
 HttpResponse *zHttpClientPost(HttpClient *client, HttpRequest *request) {
     return send_as(client, request, Z_HTTP_POST);

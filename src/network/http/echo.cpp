@@ -10,6 +10,7 @@
 
 #include "common/errno.hpp"
 #include "common/guard.hpp"
+#include "common/uri.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
 #include "system/clock.hpp"
@@ -52,16 +53,9 @@ bool begin_request(HttpEcho *echo) {
     return true;
 }
 
-// A key that begins with a colon is a capture of the route's; a client's own would stand in for
-// one that is absent.
-void drop_false_captures(HttpRequest *request) {
-    for (const zwchar *name : {u":base", u":owner", u":name", u":other"})
-        zHttpRequestRemoveQuery(request, name);
-}
-
 HttpResponse *answer(HttpEcho *echo) {
     HttpRequest *request = echo->request;
-    drop_false_captures(request);
+    uri_drop_queries(&request->uri, u':'); // would stand in for captures that are absent
     const HttpHandle *handle = zHttpServerFindHandle(echo->server, request);
     if (!handle) return plain_answer(404, request);
     if (!zHttpRequestUnzipBody(request))
