@@ -1,21 +1,32 @@
 // Client and server beside each other, and the server beside raw sockets.
 #include "server_fixture.hpp"
 
+#include "system/clock.hpp"
+#include "system/os.hpp"
+#include "zev/http_client.h"
+
+#include <atomic>
+
 #include <uv.h>
 
 using test::narrow, test::RawSocket, test::TestServer;
 
 namespace {
 
-// Answers with the request's body, or its method; `?code=N` is the status, `?null=1` nothing.
+// Answers with the request's body, or "none", or a capture that the route has not; `?code=N` is the
+// status, `?null=1` nothing, `?file=PATH` a file.
 HttpResponse *echo(HttpServer *, HttpRequest *request) {
     if (zHttpRequestQuery(request, u"null")) return nullptr;
+    if (const zwchar *file = zHttpRequestQuery(request, u"file"))
+        return zHttpResponseFile(200, file);
     const zwchar *code = zHttpRequestQuery(request, u"code");
     Stream *body = zHttpRequestBody(request);
     HttpResponse *response = zHttpResponseBlank(code ? zStrtolW(code, nullptr, 10) : 200);
     Stream *copy = zMemStream(0, 0);
     char block[4096];
-    if (!body) zStreamWrite(copy, "none", 4);
+    const zwchar *capture = zHttpRequestQuery(request, u":id");
+    const std::string text = capture ? narrow(capture) : "none";
+    if (!body) zStreamWrite(copy, text.data(), text.size());
     for (uint64_t count; body && (count = zStreamRead(body, block, sizeof block));)
         zStreamWrite(copy, block, count);
     zHttpResponseSetContents(response, u"text/plain", nullptr, nullptr, copy);
@@ -38,6 +49,23 @@ std::string body_of(HttpResponse *response) {
     return all;
 }
 
+// While it lives, the clock is the test's; servers are made and ended within.
+struct FakeClock {
+    static inline std::atomic<int64_t> time = zev::kSecond;
+    int64_t (*const before)() = zev::os::calls.now;
+
+    explicit FakeClock(int64_t (*now)()) { zev::os::calls.now = now; }
+    ~FakeClock() { zev::os::calls.now = before; }
+    FakeClock(const FakeClock &) = delete;
+    FakeClock &operator=(const FakeClock &) = delete;
+};
+
+bool feed(Echo *echo, std::string bytes) {
+    Chunk chunk;
+    zChunkInit(&chunk, bytes.data(), bytes.size());
+    return zEchoRead(echo, &chunk);
+}
+
 struct Http : testing::Test {
     TestServer server{echo};
 };
@@ -56,6 +84,26 @@ TEST_F(Http, CarriesBodiesBothWays) {
         EXPECT_EQ(body_of(response), bytes) << size;
         EXPECT_FALSE(zHttpResponseContentEncoding(response));
     }
+}
+
+// Less than the head says would make the next answer a part of this one.
+TEST_F(Http, CutsAnAnswerThatEndsEarly) {
+    const test::TempDir dir;
+    const auto path = dir.path() / "body";
+    test::write(path, std::string(30'000'000, 'x'));
+    RawSocket client(server.port());
+    client.send("GET /test?file=" + path.string() + " HTTP/1.1\r\nHost: h\r\n\r\n");
+    ASSERT_NE(client.receive("Content-Length: 30000000\r\n"), "");
+    std::filesystem::resize_file(path, 0);
+    bool closed = false;
+    client.receive({}, &closed);
+    EXPECT_TRUE(closed);
+}
+
+// Names with a colon are those of captures.
+TEST_F(Http, TakesNoCaptureFromTheQuery) {
+    auto request = request_to(server, "?:id=1&id=2");
+    EXPECT_EQ(body_of(zHttpRequestGet(request.get())), "none");
 }
 
 // One connection for many requests, a new one when the server let the idle one go.
@@ -104,6 +152,30 @@ TEST_F(Http, SpeaksToAnyClient) {
     EXPECT_TRUE(closed);
 }
 
+// Wherever its head is split; one that sent some of the body doesn't wait.
+TEST_F(Http, KnowsWhoWaitsToGoOn) {
+    const std::string length = "PUT /test HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\n"
+                               "Content-Length: 2\r\n\r\n",
+                      chunked = "PUT /test HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\n"
+                                "Transfer-Encoding: chunked\r\n\r\n";
+    const struct {
+        std::string bytes;
+        EchoAction then;
+    } cases[] = {{length, Z_ECHO_WRHEADER},
+                 {length + "a", Z_ECHO_READ},
+                 {chunked, Z_ECHO_WRHEADER},
+                 {chunked + "2\r\na", Z_ECHO_READ}};
+    for (const auto &[bytes, then] : cases) {
+        const size_t end = bytes.find("\r\n\r\n") + 4;
+        for (size_t split = 1; split < end; ++split) {
+            auto echo = test::guard(zHttpEchoNew(&server.server()), zHttpEchoFree);
+            auto *base = reinterpret_cast<Echo *>(echo.get());
+            ASSERT_OK(feed(base, bytes.substr(0, split)) && feed(base, bytes.substr(split)));
+            ASSERT_EQ(zEchoAction(base), then) << bytes << " at " << split;
+        }
+    }
+}
+
 TEST_F(Http, TellsAWaitingPeerToGoOn) {
     RawSocket client(server.port());
     client.send(
@@ -140,6 +212,55 @@ TEST_F(Http, CutsOrRefusesWhatIsNoRequest) {
     }
     auto request = request_to(server);
     EXPECT_EQ(body_of(zHttpRequestGet(request.get())), "none"); // the others are served
+}
+
+// Intervals of reading are closed at once, those of writing after a second.
+TEST(TransferUsage, CountsBytesAndSpeeds) {
+    const FakeClock clock([] { return FakeClock::time += 1'000'000; });
+    {
+        TestServer server(echo);
+        EXPECT_FALSE(zLoopListen(server.server().tcp, u"127.0.0.1", 0));
+        EXPECT_EQ(zErrorCode(), UV_EALREADY);
+        auto request = request_to(server);
+        HttpResponse *response = zHttpRequestGet(request.get());
+        EXPECT_EQ(body_of(response), "none");
+        const TransferUsage &usage = *zLoopUsage(request->client->loop);
+        EXPECT_GT(usage.total_read, 100u);
+        EXPECT_EQ(usage.read_bytes, 0u);
+        const auto span = static_cast<double>(zev::nanoseconds_of(usage.total_read_time)) / 1e9;
+        EXPECT_NEAR(static_cast<double>(usage.average_read_speed),
+                    static_cast<double>(usage.total_read) / span, 1.0);
+        EXPECT_GT(usage.write_bytes, 100u);
+        EXPECT_EQ(usage.write_speed, 0u);
+    }
+}
+
+// How long a request may take, from its first byte, and its body from a while after its head.
+TEST(HttpServer, HasNoPatienceWithTheSlow) {
+    const FakeClock clock([] { return FakeClock::time.load(); });
+    TestServer server(echo);
+    const std::string put = "PUT /test HTTP/1.1\r\nHost: h\r\nContent-Length: 90000\r\n\r\n";
+    const struct {
+        std::string first;
+        int seconds; // until the second
+        std::string second;
+        EchoAction then;
+    } cases[] = {
+        {"G", 19, "E", Z_ECHO_READ},
+        {"G", 21, "E", Z_ECHO_ABORT},
+        {"\r\n", 60, "G", Z_ECHO_READ}, // nothing had begun
+        {put, 10, "a", Z_ECHO_READ},
+        {put, 12, "a", Z_ECHO_ABORT},
+        {put, 12, std::string(2048, 'a'), Z_ECHO_READ},
+    };
+    for (const auto &each : cases) {
+        auto base = test::guard(zHttpEchoNew(&server.server()), zHttpEchoFree);
+        auto *echo = reinterpret_cast<Echo *>(base.get());
+        ASSERT_OK(feed(echo, each.first));
+        FakeClock::time += each.seconds * zev::kSecond;
+        ASSERT_OK(feed(echo, each.second));
+        EXPECT_EQ(zEchoAction(echo), each.then) << each.first << " " << each.seconds;
+    }
 }
 
 // A peer that never answers: 503 after the request's own time; the reason stays in the record.

@@ -25,6 +25,8 @@
 #include <string>
 #include <vector>
 
+#include <uv.h>
+
 using namespace zev;
 
 namespace {
@@ -36,6 +38,7 @@ constexpr int kAttempts = 2;
 struct SendBuffer {
     std::string head;
     std::vector<char> piece;
+    uint64_t left = 0; // of the body, as its length was told
 };
 
 HttpClient *client_of(Echo *echo) { return reinterpret_cast<HttpClient *>(echo); }
@@ -94,10 +97,12 @@ bool write_head(Echo *echo, Chunk *chunk) try {
     if (request->body && !zHttpRequestZipBody(request)) return stop(client);
     if (!put_length(&request->header, request->body)) return stop(client);
     if (request->body) zStreamRewind(request->body);
-    std::string &head = buffer_of(client)->head;
-    head = request_head(request);
-    client->state = request->body ? Z_ECHO_WRBODY : Z_ECHO_READ;
-    return zChunkInit(chunk, head.data(), head.size());
+    SendBuffer &buffer = *buffer_of(client);
+    buffer.head = request_head(request);
+    if (buffer.head.empty()) return stop(client);
+    buffer.left = body_size(request->body);
+    client->state = buffer.left ? Z_ECHO_WRBODY : Z_ECHO_READ;
+    return zChunkInit(chunk, buffer.head.data(), buffer.head.size());
 } catch (...) {
     return fail_thrown(), stop(client_of(echo));
 }
@@ -107,12 +112,12 @@ bool write_body(Echo *echo, Chunk *chunk) try {
     Stream *body = client->request->body;
     zChunkSet(chunk, nullptr, 0);
     if (!body) return stop(client);
-    std::vector<char> &piece = buffer_of(client)->piece;
-    piece.resize(kBodyPiece);
-    const uint64_t count = zStreamRead(body, piece.data(), kBodyPiece);
-    if (zStreamError(body)) return stop(client);
-    client->state = zStreamEOF(body) || !count ? Z_ECHO_READ : Z_ECHO_WRBODY;
-    return zChunkInit(chunk, piece.data(), count);
+    SendBuffer &buffer = *buffer_of(client);
+    buffer.piece.resize(kBodyPiece);
+    const uint64_t count = read_piece(body, buffer.piece.data(), &buffer.left);
+    if (!count) return stop(client);
+    client->state = buffer.left ? Z_ECHO_WRBODY : Z_ECHO_READ;
+    return zChunkInit(chunk, buffer.piece.data(), count);
 } catch (...) {
     return fail_thrown(), stop(client_of(echo));
 }
@@ -124,15 +129,16 @@ bool begin_response(HttpClient *client) {
     client->response = zHttpResponseNew();
     auto *parser = client->response ? new MessageParser(false, kHttpLimits) : nullptr;
     if (!parser) return false;
-    parser->begin(client->response, zHttpResponseParser());
+    parser->begin(client->response, zHttpResponseParser(), client->request->method == Z_HTTP_HEAD);
     client->parser = parser;
     return true;
 }
 
-bool end_response(HttpClient *client) {
+// What came behind the answer is no answer to anything: that connection is not used again.
+bool end_response(HttpClient *client, bool alone) {
     drop_parser(client);
     if (!zHttpResponseUnzipBody(client->response)) return drop_response(client), stop(client);
-    const bool kept = client->response->header.alive && client->request->header.alive;
+    const bool kept = alone && client->response->header.alive && client->request->header.alive;
     client->state = kept ? Z_ECHO_PAUSE : Z_ECHO_CLOSE;
     return true;
 }
@@ -149,7 +155,7 @@ bool read(Echo *echo, Chunk *chunk) try {
         drop_response(client);
         return stop(client);
     }
-    return !parser_of(client)->is_complete() || end_response(client);
+    return !parser_of(client)->is_complete() || end_response(client, taken == bytes.size());
 } catch (...) {
     return fail_thrown(), stop(client_of(echo));
 }
@@ -159,9 +165,10 @@ bool read(Echo *echo, Chunk *chunk) try {
 // Some answers end with it; any other that isn't complete is none.
 void close(Echo *echo) {
     HttpClient *client = client_of(echo);
-    if (client->parser && parser_of(client)->end()) end_response(client);
+    if (client->parser && parser_of(client)->end()) end_response(client, true);
     if (client->parser) drop_response(client);
     drop_parser(client);
+    if (!client->response) raise_uv(UV_EOF);
     client->state = Z_ECHO_CLOSE;
 }
 
@@ -273,6 +280,7 @@ HttpResponse *zHttpClientSend(HttpClient *client, HttpRequest *request) try {
     client->request = request;
     client->canceled = false;
     drop_response(client);
+    if (!uri_fits(&request->uri)) return fail_args(), unavailable(client); // another request
     if (!client->loop) client->loop = zLoopNew(zTcpClass(), &client->head, 1, request->timeout);
     if (!client->loop) return unavailable(client);
     bool failed = false;
@@ -280,8 +288,9 @@ HttpResponse *zHttpClientSend(HttpClient *client, HttpRequest *request) try {
         if (!attempt(client, &failed)) continue;
         return client->canceled ? broken_off(client) : client->response;
     }
-    if (!uri_fits(&request->uri)) return fail_args(), unavailable(client); // another request
     return unavailable(client);
+} catch (...) {
+    return fail_thrown();
 }
 
 HttpResponse *zHttpClientGet(HttpClient *client, HttpRequest *request) {
@@ -289,8 +298,6 @@ HttpResponse *zHttpClientGet(HttpClient *client, HttpRequest *request) {
 }
 HttpResponse *zHttpClientHead(HttpClient *client, HttpRequest *request) {
     return send_as(client, request, Z_HTTP_GET);
-} catch (...) {
-    return fail_thrown();
 }
 HttpResponse *zHttpClientPost(HttpClient *client, HttpRequest *request) {
     return send_as(client, request, Z_HTTP_POST);

@@ -12,8 +12,8 @@
 #include "common/guard.hpp"
 #include "common/uri.hpp"
 #include "common/utf.hpp"
-#include "system/os.hpp"
 #include "system/clock.hpp"
+#include "system/os.hpp"
 #include "zev/lang.h"
 #include "zev/str.h"
 
@@ -46,7 +46,6 @@ bool begin_request(HttpEcho *echo) {
     if (echo->parser) return true;
     echo->parser = new MessageParser(true, echo->server->limits);
     echo->parser->begin(echo->request, zHttpRequestParser());
-    echo->began = os::calls.now();
     echo->body_from = 0;
     echo->body = 0;
     echo->told_to_go_on = false;
@@ -88,15 +87,15 @@ bool refuse(HttpEcho *echo, int status) {
 }
 
 // A peer that waits to be told to send the body; one that sent some of it doesn't.
-bool waits_for_word(HttpEcho *echo, std::string_view bytes) {
+bool waits_for_word(HttpEcho *echo) {
     const Framing &framing = echo->parser->framing();
-    if (!framing.has_head() || !framing.facts().expects || echo->told_to_go_on) return false;
-    echo->told_to_go_on = true;
-    return bytes.ends_with("\r\n\r\n");
+    if (!framing.has_head() || !framing.facts().expects) return false;
+    return !std::exchange(echo->told_to_go_on, true) && framing.awaits_body();
 }
 
 bool take(HttpEcho *echo, std::string_view bytes) {
     if (!begin_request(echo)) return false;
+    if (!echo->parser->framing().has_begun()) echo->began = os::calls.now();
     size_t taken = 0;
     const bool fed = echo->parser->feed(bytes, &taken);
     if (!fed) return echo->parser->fault() && refuse(echo, echo->parser->fault());
@@ -104,7 +103,7 @@ bool take(HttpEcho *echo, std::string_view bytes) {
     if (echo->body_from) echo->body += taken;
     echo->waiting.assign(bytes.substr(taken));
     if (echo->parser->is_complete()) return end_request(echo);
-    if (waits_for_word(echo, bytes)) echo->state = Z_ECHO_WRHEADER;
+    if (waits_for_word(echo)) echo->state = Z_ECHO_WRHEADER;
     return true;
 }
 
@@ -159,14 +158,14 @@ bool append_piece(HttpEcho *echo) {
     std::string &out = echo->outgoing;
     const size_t known = out.size();
     out.resize(known + kBodyPiece);
-    const uint64_t count = zStreamRead(body, out.data() + known, kBodyPiece);
+    const uint64_t count = read_piece(body, out.data() + known, &echo->left);
     out.resize(known + count);
-    if (zStreamError(body)) {
+    if (!count) {
         echo->state = Z_ECHO_ABORT;
         return false;
     }
     echo->state = Z_ECHO_WRBODY;
-    if (zStreamEOF(body) || !count) finish(echo);
+    if (!echo->left) finish(echo);
     return true;
 }
 
@@ -186,12 +185,12 @@ bool write_head(Echo *base, Chunk *chunk) try {
     if (response->body && accepted && *accepted) zHttpResponseZipBody(response, accepted);
     if (!put_length(&response->header, response->body)) return false;
     echo->outgoing = response_head(*response, {server.timeout, server.maxconn});
-    const bool bare = !response->body || echo->request->method == Z_HTTP_HEAD;
-    if (bare) {
+    echo->left = body_size(response->body);
+    if (!echo->left || echo->request->method == Z_HTTP_HEAD) {
         finish(echo);
     } else {
         zStreamRewind(response->body);
-        if (body_size(response->body) > kBodyPiece) {
+        if (echo->left > kBodyPiece) {
             echo->state = Z_ECHO_WRBODY;
         } else if (!append_piece(echo)) {
             return false;
@@ -224,7 +223,10 @@ void abort(Echo *base) {
 // For an accepted connection: none above the limit.
 Echo *dup(Echo *base) {
     HttpServer *server = echo_of(base)->server;
-    if (server && server->open >= limits::http_connections) return logged(fail_os(EMFILE));
+    if (server && server->open >= limits::http_connections) {
+        fail_os(EMFILE);
+        return log_raised(kError, {}, kFacilitySrv), nullptr;
+    }
     HttpEcho *echo = zHttpEchoNew(server);
     if (!echo) return nullptr;
     echo->counted = true;

@@ -2,6 +2,7 @@
 // name, which leaves nothing behind whatever becomes of the process.
 #include "network/http/message.hpp"
 
+#include "common/errno.hpp"
 #include "common/guard.hpp"
 #include "common/utf.hpp"
 #include "stream/stream.hpp"
@@ -9,6 +10,8 @@
 #include "zev/str.h"
 #include "zev/zip.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <string>
 
 namespace zev {
@@ -72,14 +75,23 @@ bool append_body(Stream *&body, const void *bytes, uint64_t length) {
     if (!body && !(body = spill_stream())) return false;
     if (zStreamWrite(body, bytes, length) == length) return true;
     zSetErrorMsg(u"%s", zI18nTextLookup(zI18nCurrentLang(), u"zev.eFailedToWriteStream"));
-    return fail_raised();
+    return log_raised(kError, {}, kFacilityNet), false;
 }
 
 bool complete_body(Stream *body) {
-    return !body || (zStreamFlush(body) && zStreamRewind(body)) || fail_raised();
+    if (!body || (zStreamFlush(body) && zStreamRewind(body))) return true;
+    return log_raised(kError, {}, kFacilityNet), false;
 }
 
 uint64_t body_size(Stream *body) { return body ? zStreamSize(body) : 0; }
+
+uint64_t read_piece(Stream *body, char *out, uint64_t *left) {
+    const uint64_t count = zStreamRead(body, out, std::min(*left, kBodyPiece));
+    if (zStreamError(body)) return 0;
+    if (!count) return fail_os(EIO), 0;
+    *left -= count;
+    return count;
+}
 
 bool put_length(HttpHeader *header, Stream *body) {
     const std::string digits = std::to_string(body_size(body));

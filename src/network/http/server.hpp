@@ -33,6 +33,7 @@ struct HttpEcho {
     std::string outgoing; // head, with the first piece of a body, or a piece; survives a reset
     std::string waiting;  // what came behind a complete request
     EchoAction state;
+    uint64_t left;      // of the body that is sent, as its length was told
     int64_t began;      // nanoseconds: the first byte of the request
     int64_t body_from;  // when its head was complete; 0 before
     uint64_t body;      // bytes of it since

@@ -1,0 +1,244 @@
+// The client beside a peer that says what a script has, and what records of messages hold.
+#include "server_fixture.hpp"
+
+#include "zev/http_client.h"
+
+#include <atomic>
+
+#include <uv.h>
+
+using test::narrow;
+
+namespace {
+
+// Listens on the loopback. Each connection gets its answers, one for each request, and is closed.
+class Peer {
+  public:
+    using Script = std::vector<std::vector<std::string>>;
+
+    explicit Peer(Script script)
+        : script_(std::move(script)), fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        bind(fd_, reinterpret_cast<sockaddr *>(&address), size);
+        listen(fd_, 4);
+        getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &size);
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this] { play(); });
+    }
+    ~Peer() {
+        shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        ::close(fd_);
+    }
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+
+    uint32_t port() const { return port_; }
+    int accepted() const { return accepted_; }
+
+  private:
+    void play() {
+        for (const auto &answers : script_) {
+            const int client = accept(fd_, nullptr, nullptr);
+            if (client < 0) return;
+            ++accepted_;
+            for (const std::string &answer : answers) {
+                if (!await_head(client)) break;
+                send(client, answer.data(), answer.size(), MSG_NOSIGNAL);
+            }
+            ::close(client);
+        }
+    }
+    static bool await_head(int client) {
+        std::string head;
+        for (char byte; !head.ends_with("\r\n\r\n"); head += byte)
+            if (recv(client, &byte, 1, 0) != 1) return false;
+        return true;
+    }
+
+    const Script script_;
+    int fd_;
+    uint32_t port_ = 0;
+    std::atomic<int> accepted_ = 0;
+    std::thread thread_;
+};
+
+using Request = test::Guard<HttpRequest>;
+
+Request request_to(uint32_t port) {
+    const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/";
+    return test::guard(zHttpRequestNew(test::wide(url).c_str()), zHttpRequestFree);
+}
+
+std::string body_of(HttpResponse *response) {
+    std::string all;
+    char block[64];
+    Stream *body = response ? zHttpResponseBody(response) : nullptr;
+    for (uint64_t count; body && (count = zStreamRead(body, block, sizeof block));)
+        all.append(block, count);
+    return all;
+}
+
+// Two sends over a script; what the second one gives.
+TEST(HttpClient, TakesOnlyWholeAnswersOfItsOwn) {
+    const std::string ok = "HTTP/1.1 200 OK\r\n", one = ok + "Content-Length: 3\r\n\r\none",
+                      two = ok + "Content-Length: 3\r\n\r\ntwo",
+                      bare = ok + "Content-Length: 3\r\n\r\n";
+    const struct {
+        const char *what;
+        Peer::Script script;
+        int32_t code;
+        std::string body;
+        int connections;
+        uint32_t method = Z_HTTP_GET;
+    } cases[] = {
+        {"one connection", {{one, two}}, 200, "two", 1},
+        {"idle one closed", {{one}, {two}}, 200, "two", 2},
+        {"interim", {{one, "HTTP/1.1 100 Continue\r\n\r\n" + two}}, 200, "two", 1},
+        {"ends in the body", {{one, bare + "t"}, {two}}, 200, "two", 2},
+        {"no answer twice", {{one, ""}, {""}}, 503, "", 2},
+        {"no HTTP twice", {{one, "nonsense\r\n\r\n"}, {"nonsense\r\n\r\n"}}, 503, "", 2},
+        {"closed for the end", {{one, ok + "\r\ntwo"}}, 200, "two", 1},
+        {"bytes behind an answer", {{one + two, two}, {two}}, 200, "two", 2},
+        {"length of no body", {{bare, bare}}, 200, "", 1, Z_HTTP_HEAD},
+        {"not modified", {{one, "HTTP/1.1 304 X\r\nContent-Length: 3\r\n\r\n"}}, 304, "", 1},
+    };
+    for (const auto &each : cases) {
+        Peer peer(each.script);
+        Request request = request_to(peer.port());
+        zHttpRequestSetMethod(request.get(), each.method);
+        zHttpRequestSetTimeout(request.get(), 2000);
+        EXPECT_EQ(zHttpResponseCode(zHttpRequestSend(request.get())), 200) << each.what;
+        HttpResponse *response = zHttpRequestSend(request.get());
+        EXPECT_EQ(zHttpResponseCode(response), each.code) << each.what;
+        if (each.code == 503) {
+            EXPECT_NE(zErrorClass(), 16) << each.what; // the transport's own reason
+        } else {
+            EXPECT_EQ(body_of(response), each.body) << each.what;
+        }
+        EXPECT_EQ(peer.accepted(), each.connections) << each.what;
+    }
+}
+
+// A query that finds no room in the URL would be another request.
+TEST(HttpClient, SendsNoUrlThatLacksAPart) {
+    Peer peer({{"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"}});
+    Request request = request_to(peer.port());
+    zHttpRequestSetQuery(request.get(), u"k", std::u16string(2040, u'v').c_str());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503);
+    EXPECT_EQ(zErrorClass(), 2);
+    zHttpRequestClearQuery(request.get());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+}
+
+TEST(HttpRequest, KeepsTheAccountOverAReset) {
+    auto request = test::guard(zHttpRequestNew(u"plant:3001"), zHttpRequestFree);
+    EXPECT_EQ(narrow(zHttpRequestUrl(request.get())), "http://plant:3001/");
+    zHttpRequestSetAccount(request.get(), u"ann", u"secret");
+    zHttpRequestSetAccount(request.get(), nullptr, u"code");
+    zHttpRequestSetField(request.get(), u"X-Other", u"1");
+    zHttpRequestSetPath(request.get(), u"/a");
+    zHttpRequestSetQuery(request.get(), u"k", u"v");
+    EXPECT_FALSE(zHttpRequestSetField(request.get(), u"X-Other", u"2\r\nX-ZEV-USER: bob"));
+    ASSERT_OK(zHttpRequestReset(request.get()));
+    EXPECT_EQ(narrow(zHttpRequestUrl(request.get())), "http://plant:3001/");
+    EXPECT_EQ(narrow(zHttpRequestUser(request.get())), "ann");
+    EXPECT_EQ(narrow(zHttpRequestPassword(request.get())), "code");
+    EXPECT_FALSE(zHttpRequestField(request.get(), u"X-Other"));
+    EXPECT_TRUE(zHttpRequestKeepAlive(request.get()));
+}
+
+// The error body, and what a client makes of it.
+TEST(HttpResponse, TellsFailuresInTheRequestsLanguage) {
+    const struct {
+        const zwchar *language;
+        int32_t code;
+        const zwchar *key;
+        const char *message;
+    } cases[] = {
+        {u"en-US", 404, nullptr, "The server has nothing at this address"},
+        {u"de-DE", 404, u"", "Unter dieser Adresse hat der Server nichts"},
+        {u"../de-DE", 404, nullptr, "The server has nothing at this address"}, // no name of one
+        {u"en-US", 404, u"srv.eNoSuchOwner_s",
+         "There is no owner 'ann': The server has nothing at this address"},
+        {u"en-US", 499, nullptr, "http.499"},
+        {u"en-US", -2, nullptr, "http.-2"},
+    };
+    for (const auto &each : cases) {
+        auto request = test::guard(zHttpRequestNew(nullptr), zHttpRequestFree);
+        zHttpRequestSetAcceptLanguage(request.get(), each.language);
+        auto response = test::guard(zHttpResponseError("f", 1, request.get(), each.code, each.key,
+                                                       static_cast<const zwchar *>(u"ann")),
+                                    zHttpResponseFree);
+        ASSERT_TRUE(response);
+        EXPECT_EQ(zErrorClass(), each.code < 0 ? 6 : 16);
+        EXPECT_EQ(narrow(zHttpResponseStrerr(response.get())),
+                  std::to_string(each.code) + ": " + each.message);
+    }
+    auto other = test::guard(zHttpResponseFormat(404, u"%s", u"text"), zHttpResponseFree);
+    zHttpHeaderSetContentType(zHttpResponseHeader(other.get()), u"text/plain");
+    EXPECT_EQ(narrow(zHttpResponseStrerr(other.get())), "The server has nothing at this address");
+    EXPECT_EQ(narrow(zHttpResponseStrerr(nullptr)), "The server is not available at present");
+}
+
+TEST(HttpHeader, FindsFieldsInAnyCaseAndInOrder) {
+    auto header = test::guard(zHttpHeaderNew(), zHttpHeaderFree);
+    for (const zwchar *name : {u"b", u"Content-Type", u"A", u"c"})
+        ASSERT_OK(zHttpHeaderPut(header.get(), name, name));
+    EXPECT_EQ(narrow(zHttpHeaderAt(header.get(), u"CONTENT-type")), "Content-Type");
+    EXPECT_TRUE(zHttpHeaderPut(header.get(), u"x", nullptr));
+    EXPECT_TRUE(zHttpHeaderPut(header.get(), u"B", nullptr));
+    std::string names;
+    for (uint64_t i = 0; i < header->fields.size; ++i)
+        names += narrow(static_cast<HttpField **>(header->fields.data)[i]->name) + " ";
+    EXPECT_EQ(names, "A c Content-Type ");
+    HttpField *field = zHttpHeaderField(header.get(), u"a");
+    EXPECT_FALSE(zHttpFieldSetValue(field, u"1\r\nX: 2", 7));
+    EXPECT_TRUE(zHttpFieldSetValue(field, u"1\r\nX: 2", 1));
+    EXPECT_EQ(narrow(zHttpFieldValue(field)), "1");
+    EXPECT_TRUE(zHttpFieldSetValue(field, u"1", 0));
+    EXPECT_EQ(narrow(zHttpFieldValue(field)), "");
+    zHttpHeaderReset(header.get());
+    EXPECT_FALSE(zHttpHeaderAlive(header.get()));
+}
+
+TEST(HttpWords, KnowWhatTheyAreToldToKnow) {
+    EXPECT_FALSE(zHttpMethodName(5));
+    EXPECT_EQ(narrow(zHttpMethodName(28)), "PATCH");
+    EXPECT_EQ(zHttpMethodCode(u"get"), 1u);
+    EXPECT_EQ(zHttpMethodCode(u"PATCH"), UINT32_MAX);
+    EXPECT_EQ(zErrorCode(), 135);
+    EXPECT_EQ(narrow(zHttpStatusMessage(299)), "Internal Error");
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_FALSE(zHttpStatusMessage(99));
+    EXPECT_EQ(narrow(zHttpStatusMessage(511)), "Network Authentication Require");
+}
+
+// ---- Transfer
+
+TEST(Chunk, FreesOnlyWhatIsItsOwn) {
+    char memory[4] = {'a', 'b', 'c', 0};
+    Chunk chunk;
+    zChunkInit(&chunk, memory, 3);
+    zChunkCleanup(&chunk);
+    EXPECT_EQ(zChunkSize(&chunk), 0u);
+    auto stream = test::guard(zMemStream(0, 0), zStreamFree);
+    zStreamWrite(stream.get(), "12345", 5);
+    zStreamRewind(stream.get());
+    zChunkInit(&chunk, memory, 3);
+    EXPECT_TRUE(zChunkPull(&chunk, stream.get(), 4)); // grows, apart from the view
+    EXPECT_TRUE(zChunkPull(&chunk, stream.get(), 4)); // what is left
+    EXPECT_EQ(std::string(static_cast<char *>(zChunkBase(&chunk)), zChunkSize(&chunk)), "5");
+    EXPECT_STREQ(memory, "abc");
+    zChunkCleanup(&chunk);
+}
+
+TEST(Echo, IsCutWhereItCantBeAsked) {
+    EXPECT_EQ(zEchoAction(nullptr), EchoAction{Z_ECHO_ABORT});
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+} // namespace
