@@ -42,7 +42,7 @@ ZEV_API void zHttpFieldCleanup(HttpField *field);
 ZEV_API void zHttpFieldFree(HttpField *field);
 ZEV_API const zwchar *zHttpFieldName(const HttpField *field);
 ZEV_API const zwchar *zHttpFieldValue(const HttpField *field);
-// `length` units of a text that needs no terminator.
+// `length` units of a text that needs no terminator. A line end in any text is class 2.
 ZEV_API bool zHttpFieldSetName(HttpField *field, const zwchar *text, uint64_t length);
 ZEV_API bool zHttpFieldSetValue(HttpField *field, const zwchar *text, uint64_t length);
 // By names, case aside; null equals everything.
