@@ -51,6 +51,7 @@ struct NewCommit {
     bool write();
     bool sync();
     bool move_reference();
+    bool has_moved() const;
 };
 
 std::string user_text(const zwchar *text) {
@@ -141,7 +142,15 @@ bool NewCommit::sync() {
     return path && (os::sync_tree(path) ? true : fail_errno(path));
 }
 
-// Only from where it was read: a commit that came in between is never lost.
+bool NewCommit::has_moved() const {
+    git_oid now;
+    return git_reference_name_to_id(&now, repository->handle.get(), name.c_str()) == 0 &&
+           git_oid_equal(&now, git_commit_id(made.get()));
+}
+
+// Only from where it was read: a commit that came in between is never lost. libgit2 fails also when
+// the reference has moved and only its directory can't be synced. Who took that for a failure would
+// put back an index that is older than the head.
 bool NewCommit::move_reference() {
     if (!moves) return true;
     std::string log = !born                ? "commit (initial): "
@@ -152,9 +161,11 @@ bool NewCommit::move_reference() {
     int code = git_reference_create_matching(out(moved), repository->handle.get(), name.c_str(),
                                              git_commit_id(made.get()), born, born ? &tip : nullptr,
                                              log.c_str());
-    if (code < 0) fail_git(code);
-    if (code < 0 && !born) drop_begun_log(repository->handle.get(), name.c_str());
-    return code >= 0;
+    if (code >= 0) return true;
+    fail_git(code);
+    if (has_moved()) return log_raised(kWarning), true;
+    if (!born) drop_begun_log(repository->handle.get(), name.c_str());
+    return false;
 }
 
 // ---- Reading
