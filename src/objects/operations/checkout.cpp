@@ -2,7 +2,7 @@
 //   1. complete copies of index and branch, beside them, as their locks
 //   2. files of the work directory, path by path; what they held is in the base's commit, in the
 //      store, where it was staged before, or in the trash
-//   3. trees and commit, all of it synced; the index; the reference
+//   3. trees and commit, all of it synced; the index, synced too; the reference
 // A crash before the locks are let go leaves the copies, and recovery puts index and branch back.
 // Files that came in until then show as local changes that are equal to the target's.
 //
@@ -234,7 +234,7 @@ bool Checkout::commit(Tree *tree) {
     const auto save = [&] {
         if (!base_stands() || !index_stands(index_.get())) return false;
         writer_->settle();
-        return saved = index_write(index_.get());
+        return saved = index_write_synced(index_.get());
     };
     const CommitPtr made(
         commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(), tree, save));

@@ -2,7 +2,7 @@
 //
 // The order in which things reach the disk, for a crash at any point:
 //   1. blobs and trees, in one pack if they are many, and the commit; then all of it is synced
-//   2. the index: what is to be committed shows as staged
+//   2. the index, synced for itself: what is to be committed shows as staged
 //   3. the index's saved copy expires: recovery no longer puts the old index back
 //   4. the reference moves, and the commit stands; then index and reference are synced
 // So an index names only what is on the disk, and is never older than head. If it were, the files
@@ -336,7 +336,7 @@ CommitPtr finish(Index *index, const zwchar *reference, const zwchar *author, co
     const auto before_move = [&] {
         if (reference && !index_stands(index)) return false;
         if (reference) drop_left_copy(index->owner, reference);
-        return (!writes || index_write(index)) && (!lock || flock_expire(lock));
+        return (!writes || index_write_synced(index)) && (!lock || flock_expire(lock));
     };
     CommitPtr commit(commit_create(reference, author, message, tree, before_move, others));
     if (commit) index_committed(index, zCommitId(commit.get()));

@@ -219,6 +219,15 @@ bool index_write(Index *index) {
     return index->written = true;
 }
 
+bool index_write_synced(Index *index) {
+    if (!index_write(index)) return false;
+    const std::u16string path = to_wide(git_index_path(index->handle.get()));
+    const Owned<FILE, fclose> file(os::open(path.c_str(), u"rb"));
+    return (file && os::fd_sync(fileno(file.get())) &&
+            os::sync_dir(path.substr(0, path.rfind(u'/')).c_str())) ||
+           fail_errno(path.c_str());
+}
+
 } // namespace zev
 
 // ---- Making and freeing

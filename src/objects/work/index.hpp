@@ -86,6 +86,9 @@ bool index_drop(Index *index, const char *path); // at every stage; no entry is 
 // Takes what another process wrote into an index that holds no changes and no lock.
 void index_refresh(Index *index);
 bool index_write(Index *index); // to its file
+// The same, and on the disk before a reference that moves next: not every file system keeps the
+// order of changes in two directories, and an index older than its head takes the commit back.
+bool index_write_synced(Index *index);
 
 // Git knows no lock of ours: what it has added or committed since the repository's index was read
 // is not in it. Whether the tree of the index may be committed: its file is as we know it, and HEAD
