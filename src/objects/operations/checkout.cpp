@@ -3,8 +3,11 @@
 //   2. files of the work directory, path by path; what they held is in the base's commit, in the
 //      store, where it was staged before, or in the trash
 //   3. trees and commit, all of it synced; the index, synced too; the reference
-// A crash before the locks are let go leaves the copies, and recovery puts index and branch back.
-// Files that came in until then show as local changes that are equal to the target's.
+//   4. the copies expire, and it is synced again; only then it is told
+// A crash before 4 leaves the copies, and recovery puts index and branch back. Files that came in
+// until then show as local changes that are equal to the target's. A crash after it leaves what is
+// done, although the copies are there until the locks are let go, and may be there again when the
+// power failed soon after.
 //
 // States, and the step that makes each move; a step that fails, whichever, leads to roll_back:
 //   fresh -prepare-> prepared      locks are taken, branch and target are found
@@ -236,8 +239,9 @@ bool Checkout::commit(Tree *tree) {
         writer_->settle();
         return saved = index_write_synced(index_.get());
     };
-    const CommitPtr made(
-        commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(), tree, save));
+    const auto expire = [&] { expire_locks(transaction_.get()); };
+    const CommitPtr made(commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(),
+                                       tree, save, {}, expire));
     if (made) index_committed(index_.get(), zCommitId(made.get()));
     return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
 }

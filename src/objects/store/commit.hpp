@@ -8,11 +8,13 @@
 
 namespace zev {
 
-// zCommitCreateWith for a caller with work of his own between the first sync and the move of the
-// reference: false from `before_move` ends it there. Arguments are checked.
+// zCommitCreateWith for a caller with work of his own around the move of the reference. False from
+// `before_move`, behind the first sync, ends it there. What `after_move` does reaches the disk with
+// the second sync, as the move does. Arguments are checked.
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
                       Tree *tree, const std::function<bool()> &before_move = {},
-                      std::span<const Oid> others = {});
+                      std::span<const Oid> others = {},
+                      const std::function<void()> &after_move = {});
 
 // Whether the history of a shallow clone was cut at a commit: it has no parents here, whatever it
 // says. What the clone knows of it is read again when its file differs.

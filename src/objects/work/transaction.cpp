@@ -5,6 +5,7 @@
 //   collecting   LockIndex and LockRef take one more lock each, in the order of zev/transaction.h
 //     -Rollback-> undone     the files are as they were locked; the locks stand
 //     roll_back_index        the index is, and the state stays
+//     expire_locks           no recovery goes back any more, but the two above do; the state stays
 //     -Free->                the locks go, and what was changed stays
 #include "objects/work/transaction.hpp"
 
@@ -96,6 +97,13 @@ namespace zev {
 bool roll_back_index(Transaction *transaction) {
     transaction->check_state();
     return transaction->locks.empty() || zFlockUndo(transaction->locks.front().get());
+}
+
+// The index comes first: a copy of a branch alone is not followed.
+void expire_locks(Transaction *transaction) {
+    transaction->check_state();
+    for (const Lock &lock : transaction->locks)
+        if (!flock_expire(lock.get())) log_raised(kWarning);
 }
 
 bool is_put_back(const u16string &target) {

@@ -14,6 +14,10 @@ using TransactionPtr = Owned<Transaction, zTransactionFree>;
 // Puts the index back, if it is locked, and leaves the references to whoever moved them.
 bool roll_back_index(Transaction *transaction);
 
+// Once all is done, before it is synced: from now on only we can go back. What a crash leaves of
+// the locks, and a loss of power brings back of them, takes nothing back. May raise, and goes on.
+void expire_locks(Transaction *transaction);
+
 // The files among index, HEAD and references beside which a lock file stands, be it held or left.
 // May throw.
 std::vector<std::u16string> left_locked(Repository *repository);
