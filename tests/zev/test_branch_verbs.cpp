@@ -31,7 +31,8 @@ struct BranchVerbs : CopyTest {
         chmod(copy.c_str(), mode);
         // HEAD came before, also where the clock of files has not moved on.
         const auto before = fs::file_time_type::clock::now() - std::chrono::hours(1);
-        for (const char *head : {"/.git/HEAD", "/.git/refs/heads/master"})
+        for (const char *head : {"/.git/HEAD", "/.git/refs/heads/master", "/.git/refs/heads/w",
+                                 "/.git/worktrees/w/HEAD"})
             if (fs::exists(root + head)) fs::last_write_time(root + head, before);
     }
 };
@@ -273,6 +274,36 @@ TEST_F(BranchVerbs, RecoveryGoesBackOnlyWhereNobodyHasGoneOn) {
         ok("mkdir four");
         EXPECT_EQ(git("rev-parse HEAD") == before, !goes_on);
         EXPECT_FALSE(fs::exists(root + "/.git/refs/heads/.master.zlck"));
+    }
+}
+
+TEST_F(BranchVerbs, RecoverySeesACommitOfGitWhereverItsBranchLies) {
+    git("worktree add -q ../w");
+    const struct {
+        const char *where, *index, *then;
+    } cases[] = {{"copy", "index", "pack-refs --all"}, {"w", "worktrees/w/index", "status"}};
+    for (const auto &[where, index, then] : cases) {
+        const std::string place = home + "/" + where, in = "-C " + place + " ";
+        git(in + "commit -q --allow-empty -m before");
+        leave_copy(index);
+        git(in + "commit -q --allow-empty -m by-git");
+        git(in + then);
+        EXPECT_NE(zev(place, "mkdir new 2>&1").out.find("gone on"), std::string::npos) << where;
+        EXPECT_EQ(git(in + "log -1 --format=%s"), "by-git\n");
+    }
+}
+
+TEST_F(BranchVerbs, RecoveryComparesTimesToTheNanosecond) {
+    using namespace std::chrono;
+    const auto second = time_point_cast<seconds>(fs::file_time_type::clock::now());
+    const fs::file_time_type began = second + milliseconds(500);
+    for (const nanoseconds since :
+         {-1'000'000'000ns + 1ns, -1ns, 0ns, 1ns, 1'000'000'000ns - 1ns}) {
+        leave_copy("index");
+        fs::last_write_time(root + "/.git/.index.zlck", began);
+        fs::last_write_time(root + "/.git/refs/heads/master", began + since);
+        const std::string told = ok("mkdir new" + std::to_string(since.count()));
+        EXPECT_EQ(told.find("cut short; index") != told.npos, since < 0ns) << since.count();
     }
 }
 

@@ -5,7 +5,7 @@
 //   - when the index has one: a copy of a branch alone is left by a process that was done;
 //   - for a branch that stands where it was, or one automatic merge, by "remote", further;
 //   - without one of the branch, when HEAD and its branch are older than the index's copy: our own
-//     commits make that incomplete before the branch moves.
+//     commits make that incomplete before the branch moves, and a checkout both when it has.
 // Otherwise they are dropped, and index and branch stay as they are. A host that asks for recovery
 // itself (zTransactionRecover, a cleanup) has decided that they are to be followed, unless a branch
 // has moved on.
@@ -131,13 +131,16 @@ class Recovery {
         return !references_.empty() || is_head_older();
     }
 
-    // Nothing that tells where HEAD is has changed since.
+    // Nothing that tells where HEAD is has changed since. A branch has a file of its own or is
+    // packed, and lies where all worktrees share it.
     bool is_head_older() const {
         std::vector<u16string> files{head_};
         const Owned<Reference, zReferenceFree> head(zReferenceHead(repository_));
-        if (const zwchar *path = head ? zReferencePath(head.get()) : nullptr)
-            files.emplace_back(path);
+        const u16string shared = to_wide(git_repository_commondir(repository_->handle.get()));
         struct stat status;
+        if (head) files.push_back(shared + zReferenceName(head.get()));
+        if (head && !os::stat(files.back().c_str(), &status))
+            files.push_back(shared + u"packed-refs");
         for (const u16string &file : files)
             if (os::stat(file.c_str(), &status) && !is_before(status.st_mtim, index_->time))
                 return false;
