@@ -39,6 +39,7 @@ struct Expected {
     State before, after;
     bool git; // the program is the system's git
     Terms terms;
+    long last_sync = 0; // the call behind which all that had to reach the disk has
     std::map<std::string, std::string> drawings; // content of a drawing, the file it came from
 };
 

@@ -7,7 +7,9 @@
 //              with ENOSPC                              hollow   SIGKILL, data only is taken back:
 //     short    the n-th write takes half its bytes               names reached the disk before it
 //   ZEV_TORTURE_SIDE     an empty directory on the same file system, for what may be brought back
-//   ZEV_TORTURE_COUNT    file that gets the number of calls and of writes when the process exits
+//   ZEV_TORTURE_COUNT    file that gets the number of calls, of writes, and of the call that was
+//   the
+//                        last to sync, when the process exits
 //   ZEV_TORTURE_WITNESS  a file that is locked for as long as the process holds the lock on the
 //                        working copy's index; text is added to it if another one had it locked
 //
@@ -50,7 +52,7 @@ enum need { ROOM = 1, WRITE = 2 }; // takes space; is a write that may come out 
 
 static pthread_mutex_t lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 static pthread_once_t started = PTHREAD_ONCE_INIT;
-static long calls, writes, target;
+static long calls, writes, last_sync, target;
 static enum mode mode;
 static const char *side;
 
@@ -289,7 +291,7 @@ __attribute__((destructor)) static void report(void) {
     int fd = REAL(open)(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd < 0) return;
     char text[64];
-    int length = snprintf(text, sizeof text, "%ld %ld\n", calls, writes);
+    int length = snprintf(text, sizeof text, "%ld %ld %ld\n", calls, writes, last_sync);
     if (REAL(write)(fd, text, (size_t)length) < 0) _exit(99);
     REAL(close)(fd);
 }
@@ -562,6 +564,7 @@ CHANGER(fchmodat, note_bytes_at(x, a), (int x, const char *a, mode_t m, int f), 
     int name(int fd) {                                                                             \
         LOCKED;                                                                                    \
         if (hit(0)) return -1;                                                                     \
+        last_sync = calls;                                                                         \
         durable(fd);                                                                               \
         return 0;                                                                                  \
     }
@@ -571,7 +574,9 @@ SYNC(syncfs, synced_all)
 
 void sync(void) {
     LOCKED;
-    if (!hit(0)) synced_all(0);
+    if (hit(0)) return;
+    last_sync = calls;
+    synced_all(0);
 }
 
 // A stream counts when its buffer goes out. Flushing inside of the C library can't be seen, so the

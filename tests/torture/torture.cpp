@@ -191,7 +191,8 @@ Ready make_ready(const Operation &operation, const Play &first, const fs::path &
          done.run(operation.words,
                   {{"LD_PRELOAD", first.programs->preload}, {"ZEV_TORTURE_COUNT", count}}),
          operation.terms.code);
-    if (sscanf(read(count).c_str(), "%ld %ld", &ready.calls, &ready.writes) != 2)
+    if (sscanf(read(count).c_str(), "%ld %ld %ld", &ready.calls, &ready.writes,
+               &ready.expected.last_sync) != 3)
         throw std::runtime_error(std::string(operation.name) + ": calls aren't counted");
     ready.expected.after = look(done);
     note_drawings(ready, ready.play, ready.expected.before);
