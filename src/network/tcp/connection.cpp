@@ -44,6 +44,11 @@ uv_stream_t *stream_of(TcpConnection *connection) {
 uv_handle_t *handle_of(TcpConnection *connection) {
     return reinterpret_cast<uv_handle_t *>(&connection->handle);
 }
+// Its echo, which from now on is the one that is heard.
+Echo *hear(TcpConnection *connection) {
+    connection->tcp->heard = connection;
+    return connection->echo;
+}
 bool is_closing(TcpConnection *connection) { return uv_is_closing(handle_of(connection)); }
 
 // ---- The peer, as text
@@ -183,6 +188,7 @@ void on_closed(uv_handle_t *handle) {
     }
     drop_timer(connection);
     if (connection->tcp->connection == connection) connection->tcp->connection = nullptr;
+    if (connection->tcp->heard == connection) connection->tcp->heard = nullptr;
     delete connection;
 }
 
@@ -222,8 +228,8 @@ void on_read(uv_stream_t *stream, ssize_t count, const uv_buf_t *buffer) {
     if (count > 0) { // a parser would take nothing for the end
         Chunk chunk{};
         zChunkInit(&chunk, buffer->base, static_cast<uint64_t>(count));
-        action = zEchoRead(connection->echo, &chunk) ? zEchoAction(connection->echo)
-                                                     : EchoAction{Z_ECHO_ABORT};
+        Echo *echo = hear(connection);
+        action = zEchoRead(echo, &chunk) ? zEchoAction(echo) : EchoAction{Z_ECHO_ABORT};
         if (is_closing(connection)) return;
     }
     if (action == Z_ECHO_READ) return rearm(connection);
@@ -248,7 +254,7 @@ void on_written(uv_write_t *request, int status) {
         return fail_and_cut(connection, status, u"net.eCannotWriteToConnection");
     }
     account_write(connection->tcp->usage, count);
-    if (!is_closing(connection)) act(connection, zEchoAction(connection->echo));
+    if (!is_closing(connection)) act(connection, zEchoAction(hear(connection)));
 }
 
 void start_writing(TcpConnection *connection, bool head) {
@@ -392,11 +398,18 @@ void connection_cut(TcpConnection *connection) { end(connection, true); }
 // While something is being written the echo's answer is what comes after it: only a cut counts.
 void connection_look(TcpConnection *connection) {
     if (is_closing(connection)) return;
-    const EchoAction action = zEchoAction(connection->echo);
+    const EchoAction action = zEchoAction(hear(connection));
     if (is_closing(connection)) return;
     if (action != Z_ECHO_ABORT && !(connection->reading && action == Z_ECHO_CLOSE)) return;
     if (connection->reading) stop_reading(connection);
     act(connection, action);
+}
+
+std::u16string peer_address(const Loop *loop) {
+    const auto *tcp = reinterpret_cast<const Tcp *>(loop);
+    if (!tcp || tcp->head.table != zTcpClass() || !tcp->heard) return {};
+    const Peer peer = peer_of(tcp->heard);
+    return peer.known ? peer.host : std::u16string();
 }
 
 // ---- Failures

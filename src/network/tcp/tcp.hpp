@@ -8,6 +8,7 @@
 
 #include <array>
 #include <mutex>
+#include <string>
 
 #include <uv.h>
 
@@ -33,6 +34,7 @@ struct Tcp {
     uv_connect_t connecting;
 
     TcpConnection *connection; // a client's, null when it is closed
+    TcpConnection *heard;      // whose echo was called last, null when it is closed
     uv_timer_t look;           // asks every connection now and then whether it is to end
     bool turning;              // within uv_run
     // What arrives is handed to the echo before anything else is read: one block serves all.
@@ -68,6 +70,9 @@ void connection_resume(TcpConnection *connection); // a client's, which paused
 void connection_cut(TcpConnection *connection);
 void connection_look(TcpConnection *connection); // asks its echo whether it is to end
 void timer_close(uv_timer_t *timer);             // unlinked from its connection
+
+// The address, without the port, of the peer whose bytes are at work; empty where it is not known.
+std::u16string peer_address(const Loop *loop);
 
 // ---- Failures of the network: raised with their message and logged as the network's.
 
