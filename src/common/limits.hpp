@@ -59,6 +59,12 @@ inline constexpr int64_t http_body_grace = 10'000'000'000;
 inline constexpr uint64_t http_body_rate = 1024;
 // Open connections of one server: descriptors are as many as the system grants by default.
 inline constexpr uint32_t http_connections = 1024;
+// Log-ins that fail within a span of nanoseconds, of one login or from one address, before both are
+// turned away unheard: a person who tries what he remembers needs fewer. Of so many logins and
+// addresses the failures are kept, some 200 bytes each.
+inline constexpr uint32_t login_failures = 10;
+inline constexpr int64_t login_span = 60'000'000'000;
+inline constexpr uint32_t login_keys = 4096;
 // A stream that grows beyond this goes on in a file.
 inline constexpr uint64_t spill = 256u << 10;
 

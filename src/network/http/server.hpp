@@ -4,6 +4,7 @@
 #include "network/http/parser.hpp"
 #include "network/http/response.hpp"
 #include "network/server.hpp"
+#include "rms/throttle.hpp"
 #include "zev/http_request.h"
 #include "zev/http_server.h"
 #include "zev/vector.h"
@@ -21,7 +22,8 @@ struct HttpServer {
     uint32_t timeout; // milliseconds
     Vector handles;   // of HttpHandle, in the order of matching
     zev::HttpLimits limits;
-    uint32_t open; // connections
+    uint32_t open;          // connections
+    zev::Throttle throttle; // of those who fail to prove who they are
 };
 
 struct HttpEcho {
