@@ -3,6 +3,7 @@
 #include "network/rest/operations.hpp"
 
 #include "common/guard.hpp"
+#include "network/rest/access.hpp"
 #include "zev/str.h"
 
 #include <array>
@@ -32,6 +33,9 @@ using enum Need;
 constexpr Operation kTable[] = {
     {Route::blobs, Z_HTTP_GET, Form::item, refuse_blob, nobody,
      "GET /repos/:owner/:name/blobs/:id"},
+    {Route::project_rms, Z_HTTP_POST, Form::bare, run_project_command, command,
+     "POST /repos/:owner/:name/rms"},
+    {Route::server_rms, Z_HTTP_POST, Form::bare, run_server_command, command, "POST /rms"},
 };
 
 bool fits(const Call &call, Form form) {
@@ -64,6 +68,7 @@ HttpResponse *dispatch(Route route, HttpServer *server, HttpRequest *request) tr
         if (operation.route != route || operation.method != zHttpRequestMethod(request)) continue;
         if (!fits(call, operation.form)) continue;
         call.operation = &operation;
+        if (HttpResponse *refusal = admit(call)) return refusal;
         return operation.procedure(call);
     }
     return refuse(call, 400);

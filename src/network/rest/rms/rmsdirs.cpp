@@ -1,0 +1,240 @@
+// The directories of a project: each is a `.gitkeep` in the tree of a branch, and each change one
+// commit on it. What holds: nothing that is there is pushed out or written over, and a commit that
+// another server made in between is not lost.
+//
+// The keep-file is a text of the stream encoding: four bytes of length, then the text.
+#include "network/rest/rms/rms.hpp"
+
+#include "common/pathname.hpp"
+#include "common/utf.hpp"
+#include "objects/store/commit.hpp"
+#include "objects/store/object.hpp"
+#include "objects/work/gitkeep.hpp"
+#include "zev/lang.h"
+#include "zev/object.h"
+#include "zev/odb.h"
+#include "zev/oid.h"
+#include "zev/pathspec.h"
+#include "zev/reference.h"
+#include "zev/str.h"
+#include "zev/stream.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zev::rest {
+
+namespace {
+
+using Spec = Owned<PathSpec, zPathSpecFree>;
+using PathList = Owned<Vector, zPathListFree>;
+
+constexpr const zwchar *kKeepText = u"# Ignore everything in this directory\n"
+                                    u"*\n"
+                                    u"# Except this file !.gitkeep";
+
+// ---- A branch, and the commit that is to follow on it
+
+// The branch's commit, none before the first.
+std::optional<Oid> tip_of(Repository *repository, const zwchar *name) {
+    const Owned<Reference, zReferenceFree> reference(zReferenceDwim(repository, name));
+    const Oid *id = reference ? zReferenceResolve(reference.get()) : nullptr;
+    return id ? std::optional(*id) : std::nullopt;
+}
+
+struct Branch {
+    Repository *repository;
+    const zwchar *author;
+    std::u16string name{}; // in full, or HEAD
+    std::optional<Oid> tip{};
+    TreePtr tree{}; // null before the first commit
+    Owned<TreeBuilder, zTreeBuilderFree> builder{};
+
+    bool open(const zwchar *reference);
+    bool find(const zwchar *reference);
+    bool insert(const std::u16string &path, const Oid &id);
+    bool commit(const zwchar *key);
+};
+
+// Only branches move here: the directory of a repository holds more than references, and a name
+// from outside must not make or move any of that.
+bool Branch::find(const zwchar *reference) {
+    const Owned<Reference, zReferenceFree> found(zReferenceDwim(repository, reference));
+    name = found ? zStrsafeW(zReferenceName(found.get())) : reference;
+    if (name.starts_with(u"refs/heads/")) return true;
+    return !found && name == u"HEAD" ? true : raise_args(reference);
+}
+
+bool Branch::open(const zwchar *reference) {
+    if (!find(reference)) return false;
+    tip = tip_of(repository, name.c_str());
+    if (!tip && !zRepositoryHeadUnborn(repository)) return raise_not_found(reference);
+    if (tip) tree.reset(zTreeByid(repository, &*tip));
+    if (tip && !tree) return false;
+    builder.reset(zTreeBuilderNew(repository, tree.get()));
+    return builder != nullptr;
+}
+
+bool Branch::insert(const std::u16string &path, const Oid &id) {
+    return zTreeBuilderInsert(builder.get(), path.c_str(), &id);
+}
+
+// The commit would take back what came to the branch since its tree was read.
+bool Branch::commit(const zwchar *key) {
+    const TreePtr made(zTreeBuilderWrite(builder.get(), repository));
+    const zwchar *message = zI18nTextLookup(zI18nCurrentLang(), key);
+    if (!made || !message) return false;
+    const auto is_unmoved = [this] {
+        const std::optional<Oid> now = tip_of(repository, name.c_str());
+        const bool same = tip && now ? zOidIsEqual(&*tip, &*now) : !tip && !now;
+        return same ? true : raise_exists(name);
+    };
+    const CommitPtr done(commit_create(name.c_str(), author, message, made.get(), is_unmoved));
+    return done != nullptr;
+}
+
+// ---- Paths
+
+bool is_directory_path(const std::u16string &path) {
+    if (path.size() + kKeepFileWide.size() + 1 >= Z_PATH_MAX) return raise_args(path);
+    return check_path(to_utf8(path));
+}
+
+std::u16string below(std::u16string_view directory, std::u16string_view name) {
+    return std::u16string(directory).append(u"/").append(name);
+}
+
+// The entry of one directory that has a name, in any case.
+const git_tree_entry *find_entry(const git_tree *tree, const std::u16string &name) {
+    for (size_t i = 0; i < git_tree_entrycount(tree); ++i) {
+        const git_tree_entry *entry = git_tree_entry_byindex(tree, i);
+        if (zStrcasesameW(to_wide(git_tree_entry_name(entry)).c_str(), name.c_str())) return entry;
+    }
+    return nullptr;
+}
+
+// Whether nothing stands at a path, no file in the place of a directory above it, and no directory
+// that differs from one above it in case alone, which most working copies couldn't hold beside it.
+bool is_free(const ::Tree *tree, std::u16string_view path) {
+    git::Tree directory;
+    for (const git_tree *at = tree ? tree->handle.get() : nullptr; at; at = directory.get()) {
+        const size_t slash = path.find(u'/');
+        const std::u16string name(path.substr(0, slash));
+        const git_tree_entry *entry = find_entry(at, name);
+        if (!entry) break;
+        if (slash == path.npos || git_tree_entry_type(entry) != GIT_OBJECT_TREE ||
+            to_wide(git_tree_entry_name(entry)) != name)
+            return raise_exists(std::u16string(path));
+        git::Tree next;
+        const int code =
+            git_tree_lookup(out(next), tree->owner->handle.get(), git_tree_entry_id(entry));
+        if (code < 0) return fail_git(code);
+        directory = std::move(next);
+        path.remove_prefix(slash + 1);
+    }
+    return true;
+}
+
+// ---- The changes
+
+bool write_keep(Repository *repository, Oid *id) {
+    const Owned<Odb, zOdbFree> odb(zOdbOpen(repository));
+    const Owned<Stream, zStreamFree> stream(zMemStream(0, 0));
+    if (!odb || !stream || !zStreamWrStringW(stream.get(), kKeepText)) return false;
+    const uint64_t size = zStreamSize(stream.get());
+    return zStreamRewind(stream.get()) &&
+           zOdbWrite(id, odb.get(), Z_OBJECT_BLOB, size, stream.get());
+}
+
+bool create(Branch &branch, Json *args) {
+    const std::u16string path = text_of(args, u"path");
+    const std::u16string keep = below(path, kKeepFileWide);
+    Oid id;
+    return is_directory_path(path) && branch.open(text_of(args, u"ref")) &&
+           is_free(branch.tree.get(), keep) && write_keep(branch.repository, &id) &&
+           branch.insert(keep, id) && branch.commit(u"admin.sLogCreateDirectory");
+}
+
+bool remove(Branch &branch, Json *args) {
+    const std::u16string path = text_of(args, u"path");
+    return is_directory_path(path) && branch.open(text_of(args, u"ref")) && branch.tree &&
+           zTreeBuilderRmdir(branch.builder.get(), path.c_str()) &&
+           branch.commit(u"admin.sLogDeleteDirectory");
+}
+
+// Where a directory goes: beside its own place.
+std::u16string renamed(const std::u16string &path, const zwchar *newname) {
+    const size_t slash = path.rfind(u'/');
+    return slash == path.npos ? newname : below(path.substr(0, slash), newname);
+}
+
+// A directory may be written in another case. On itself it would be removed.
+bool can_become(const Branch &branch, const std::u16string &path, const std::u16string &target) {
+    if (!zStrcasesameW(path.c_str(), target.c_str())) return is_free(branch.tree.get(), target);
+    const Owned<TreeEntry, zTreeEntryFree> entry(
+        zTreeEntryBypath(branch.tree.get(), target.c_str()));
+    return entry ? raise_exists(target) : true;
+}
+
+bool move_file(Branch &branch, const std::u16string &from, const std::u16string &to) {
+    const Owned<TreeEntry, zTreeEntryFree> entry(zTreeEntryBypath(branch.tree.get(), from.c_str()));
+    if (!entry || to.size() >= Z_PATH_MAX) return false;
+    return branch.insert(to, *zTreeEntryId(entry.get())) &&
+           zTreeBuilderRemove(branch.builder.get(), from.c_str());
+}
+
+bool move_all(Branch &branch, const std::u16string &path, const std::u16string &target) {
+    const Spec spec(zPathSpecNew((path + u"/").c_str(), Z_SPEC_LITERAL | Z_SPEC_MUST_MATCH));
+    const PathList files(spec ? zTreeMatch(branch.tree.get(), spec.get()) : nullptr);
+    if (!files) return false;
+    for (uint64_t i = 0; i < zPathListLength(files.get()); ++i) {
+        const std::u16string from = zPathListEntry(files.get(), i);
+        if (!move_file(branch, from, target + from.substr(path.size()))) return false;
+    }
+    return true;
+}
+
+bool rename(Branch &branch, Json *args) {
+    const std::u16string path = text_of(args, u"path");
+    const std::u16string target = renamed(path, text_of(args, u"newname"));
+    return is_directory_path(path) && is_directory_path(target) &&
+           branch.open(text_of(args, u"ref")) && branch.tree && can_become(branch, path, target) &&
+           move_all(branch, path, target) && branch.commit(u"admin.sLogRenameDirectory");
+}
+
+// Whoever asks is the author.
+HttpResponse *change(Call &call, Json *args, bool (*make)(Branch &branch, Json *args)) {
+    const zwchar *user = zHttpRequestUser(call.request);
+    Branch branch{call.repository.get(), user && *user ? user : u"admin"};
+    return make(branch, args) ? answer_status(Z_AUTH_DONE) : refuse_request(call);
+}
+
+} // namespace
+
+HttpResponse *list_directories(Call &call, Json *args) {
+    Repository *repository = call.repository.get();
+    const TreePtr tree(zTreeByref(repository, text_of(args, u"ref")));
+    if (!tree)
+        return answer_status(zRepositoryHeadUnborn(repository) ? Z_AUTH_DONE : Z_AUTH_NO_ANSWER);
+    const Spec spec(zPathSpecNew(u"*.gitkeep", 0));
+    const PathList files(spec ? zTreeMatch(tree.get(), spec.get()) : nullptr);
+    Tree result(zJsonNew(Z_JSON_ARRAY));
+    if (!files || !result) return nullptr;
+    for (uint64_t i = 0; i < zPathListLength(files.get()); ++i) {
+        const std::u16string path = zPathListEntry(files.get(), i);
+        const size_t slash = path.rfind(u'/');
+        if (slash == path.npos) continue; // the project itself
+        Tree name(zJsonNewString(path.substr(0, slash).c_str()));
+        if (!name || !zJsonArrayPush(result.get(), name.get())) return nullptr;
+        static_cast<void>(name.release());
+    }
+    if (!zJsonArraySize(result.get())) result.reset();
+    return answer_status(Z_AUTH_DONE, std::move(result));
+}
+
+HttpResponse *create_directory(Call &call, Json *args) { return change(call, args, create); }
+HttpResponse *delete_directory(Call &call, Json *args) { return change(call, args, remove); }
+HttpResponse *rename_directory(Call &call, Json *args) { return change(call, args, rename); }
+
+} // namespace zev::rest

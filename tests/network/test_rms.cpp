@@ -1,0 +1,296 @@
+// The commands of both rms routes: what reaches the module, and what comes back; the directories of
+// a project; the state of a working copy's rights.
+#include "fake_module.hpp"
+#include "service_fixture.hpp"
+
+#include <sstream>
+
+namespace fake = test::fake;
+using test::Answer, test::Service;
+
+namespace {
+
+const std::string kProject = "/repos/ann/house/rms";
+
+std::string command(std::string_view target, std::string_view name, std::string_view args) {
+    return R"({"query":{"target":")" + std::string(target) + R"(","name":")" + std::string(name) +
+           R"(","args":{)" + std::string(args) + "}}}";
+}
+
+struct Rms : testing::Test {
+    Service service{u"none", &fake::table};
+
+    void SetUp() override {
+        make_project(service, "ann/house");
+        fake::asked.clear(), fake::status = 100;
+    }
+    Answer run(std::string_view target, std::string_view name, std::string_view args) {
+        const bool on_server = target == "user" || target == "group";
+        return service.post(on_server ? "/rms" : kProject, command(target, name, args));
+    }
+    // The status of a command on the project's directories.
+    std::string directories(std::string_view name, std::string_view args) {
+        return run("directories", name, args).text("data.status");
+    }
+    std::string files(std::string_view branch = "master") {
+        return service.git("ann/house", "ls-tree -r --name-only " + std::string(branch));
+    }
+    // A commit of files with something in them, by git alone.
+    void put_files(std::string_view paths) {
+        const std::string copy = (service.root() / "copy").string();
+        test::run("rm -rf " + copy + "; git -c safe.directory='*' clone -q " +
+                  service.at("ann/house") + " " + copy + " 2>&1; cd " + copy + "; for f in " +
+                  std::string(paths) + "; do mkdir -p $(dirname $f); echo $f > $f; done;" +
+                  "git add -A; git -c user.name=a -c user.email=b commit -qm files;" +
+                  "git push -q origin HEAD:refs/heads/master 2>&1");
+    }
+};
+
+const struct Row {
+    const char *target, *name;
+    const char *needed, *more; // arguments, with those that aren't needed
+    const char *asked, *result;
+    const char *failed = ""; // the result of a failure
+} kRows[] = {
+    {"user", "create", "login:ann password:p", "name:A mail:m power:true lock:true",
+     "CreateUser(ann,A,p,m,true,true)", ""},
+    {"user", "modify", "login:ann", "newlogin:eve", "ModifyUser(ann,eve,-,-,false,false)", ""},
+    {"user", "delete", "login:ann", "", "DeleteUser(ann)", ""},
+    {"user", "reset-password", "login:ann password:p", "", "ResetPassword(ann,p)", ""},
+    {"user", "get-info", "login:ann", "", "UserInfo(ann)", R"({"user":{"name":"Ann"}})"},
+    {"user", "dis-name", "login:ann password:p", "", "UserInfo(ann)", R"({"name":"Ann"})"},
+    {"user", "list", "", "", "UserList()", R"({"user":{"name":"Ann"}})"},
+    {"user", "login", "login:ann password:p", "power:true", "Login(ann,p,true)", ""},
+    {"user", "check", "login:ann password:p", "", "CheckUser(ann,p,false)", ""},
+    {"group", "create", "name:g", "parent:3", "CreateGroup(g,3)", R"({"result":7})",
+     R"({"result":-1})"},
+    {"group", "get", "name:g", "parent:3", "GroupId(3,g)", R"({"gid":7})", R"({"gid":-1})"},
+    {"group", "get-name", "", "id:-4", "GroupName(-4)", R"({"name":"guests"})"},
+    {"group", "delete", "", "id:-1", "DeleteGroup(-1)", ""},
+    {"group", "get-root", "", "", "RootGroup()", R"({"result":7})", R"({"result":-1})"},
+    {"group", "rename", "id:3 name:g", "", "RenameGroup(3,g)", ""},
+    {"group", "set-parent", "id:3", "parent:-2", "SetGroupParent(3,-2)", ""},
+    {"group", "add-member", "id:3 user:ann", "", "AddMember(3,ann)", ""},
+    {"group", "rem-member", "id:3 user:ann", "", "RemoveMember(3,ann)", ""},
+    {"group", "member-list", "id:3", "", "GroupMembers(3)", R"({"user":{"name":"Ann"}})"},
+    {"role", "create", "name:r", "", "CreateRole(house,r)", ""},
+    {"role", "delete", "name:r", "", "DeleteRole(house,r)", ""},
+    {"role", "rename", "name:r newname:s", "", "RenameRole(house,r,s)", ""},
+    {"role", "list", "", "", "RoleList(house)", R"({"user":{"name":"Ann"}})"},
+    {"role", "add-user", "name:r user:ann", "", "RoleAddUser(house,r,ann)", ""},
+    {"role", "remove-user", "name:r user:ann", "", "RoleRemoveUser(house,r,ann)", ""},
+    {"role", "add-group", "name:r", "id:3", "RoleAddGroup(house,r,3)", ""},
+    {"role", "remove-group", "name:r", "", "RoleRemoveGroup(house,r,0)", ""},
+    {"role", "member-list", "name:r", "", "RoleMembers(house,r)", R"({"user":{"name":"Ann"}})"},
+    {"role", "member-purge", "name:r", "", "PurgeRoleMembers(house,r)", ""},
+    {"settings", "set-default", "", "setting:4294967312", "SetDefault(house,2147483647)", ""},
+    {"settings", "get-default", "", "", "GetDefault(house)", R"({"setting":7})"},
+    {"settings", "add-setting", "path:/ role:r", "setting:48", "AddSetting(house,/,r,48)", ""},
+    {"settings", "remove-setting", "path:/ role:r", "", "RemoveSetting(house,/,r)", ""},
+    {"settings", "clear-settings", "path:/", "", "ClearSettings(house,/)", ""},
+    {"settings", "list-settings", "path:/", "", "ListSettings(house,/)",
+     R"({"user":{"name":"Ann"}})"},
+    {"settings", "role-settings", "role:r", "", "RoleSettings(house,r)",
+     R"({"user":{"name":"Ann"}})"},
+    {"settings", "user-settings", "user:ann", "", "UserSettings(house,ann)",
+     R"({"user":{"name":"Ann"}})"},
+};
+
+std::vector<std::string> words(std::string_view text) {
+    std::istringstream in{std::string(text)};
+    return {std::istream_iterator<std::string>(in), {}};
+}
+
+// "name:value" pairs as members; one of them may be left out, an id by a negative one.
+std::string members(const std::vector<std::string> &pairs, size_t left_out = SIZE_MAX) {
+    std::string all;
+    for (size_t i = 0; i < pairs.size(); ++i) {
+        const size_t colon = pairs[i].find(':');
+        std::string name = pairs[i].substr(0, colon), value = pairs[i].substr(colon + 1);
+        const bool bare = value == "true" || value.find_first_not_of("-0123456789") == value.npos;
+        if (i == left_out && name != "id") continue;
+        if (i == left_out) value = "-1";
+        all += (all.empty() ? "\"" : ",\"") + name + "\":" + (bare ? value : '"' + value + '"');
+    }
+    return all;
+}
+
+std::string form(const char *status, std::string_view result) {
+    return R"({"data":{)" + (result.empty() ? "" : R"("result":)" + std::string(result) + ",") +
+           R"("status":)" + status + R"(,"type":"auth"}})";
+}
+
+TEST_F(Rms, CommandsReachTheModule) {
+    for (const Row &row : kRows) {
+        SCOPED_TRACE(std::string(row.target) + " " + row.name);
+        const std::vector<std::string> needed = words(row.needed);
+        std::vector<std::string> all = needed, more = words(row.more);
+        all.insert(all.end(), more.begin(), more.end());
+        fake::status = 100;
+        Answer answer = run(row.target, row.name, members(all));
+        EXPECT_EQ(fake::asked, row.asked);
+        EXPECT_EQ(answer.code, 200);
+        EXPECT_EQ(answer.body, form("100", row.result));
+        fake::status = 104;
+        answer = run(row.target, row.name, members(all));
+        EXPECT_EQ(answer.code, 500);
+        EXPECT_EQ(answer.body, form("104", row.failed));
+        for (size_t i = 0; i < needed.size(); ++i) {
+            fake::asked.clear();
+            answer = run(row.target, row.name, members(all, i));
+            EXPECT_EQ(answer.code, 400) << needed[i];
+            EXPECT_EQ(fake::asked, "") << needed[i];
+        }
+    }
+    // Every row of the tables was there, but for those below.
+    EXPECT_EQ(std::size(kRows) + 5,
+              zev::rest::kServerCommands.size() + zev::rest::kProjectCommands.size());
+}
+
+TEST_F(Rms, RefusesWhatIsNoCommand) {
+    const struct {
+        std::string target, body;
+        int32_t code;
+        const char *message;
+    } rows[] = {
+        {"/rms", "", 400, "The server did not understand the request: "},
+        {"/rms", "[1]", 400, "The server did not understand the request: "},
+        {"/rms", R"({"query":1})", 400, "The server did not understand the request: "},
+        {"/rms", R"({"query":{"name":"list"}})", 400, "The server did not understand"},
+        {"/rms", R"({"query":{"target":"user"}})", 400, "The server did not understand"},
+        {"/rms", R"({"query":{"target":"USER","name":"List"}})", 200, "(null)"},
+        {"/rms", command("user", "delete", R"("login":null)"), 400, "The server did not"},
+        {"/rms", command("user", "none", ""), 500, "Something went wrong on the server"},
+        {"/rms", command("role", "list", ""), 500, "Something went wrong on the server"},
+        {kProject, command("user", "list", ""), 500, "Something went wrong on the server"},
+        {"/repos/ann/none/rms", "", 404, "There is no project 'none'"},
+        {"/rms/more", command("user", "list", ""), 400, "The server did not understand"},
+        {kProject + "/more", command("role", "list", ""), 400, "The server did not understand"},
+    };
+    for (const auto &row : rows) {
+        const Answer answer = service.post(row.target, row.body);
+        EXPECT_EQ(answer.code, row.code) << row.target << row.body;
+        EXPECT_EQ(answer.message().find(row.message), 0u) << row.body << ": " << answer.message();
+    }
+    service.server().head.auth = nullptr;
+    const Answer answer = service.post("/repos/ann/none/rms", "");
+    EXPECT_EQ(answer.code, 500); // the module comes first
+    EXPECT_EQ(answer.message(),
+              "You do not have permission to do this: Something went wrong on the server");
+}
+
+// ---- The state of a working copy's rights
+
+TEST_F(Rms, LocalDbSendsRulesWhenTheyChanged) {
+    const auto ask = [&](std::string_view user, std::string_view sid1, std::string_view sid2) {
+        fake::asked.clear();
+        return run("settings", "local-db",
+                   R"("user":")" + std::string(user) + R"(","sid1":")" + std::string(sid1) +
+                       R"(","sid2":")" + std::string(sid2) + '"');
+    };
+    zwchar former[Z_PATH_MAX] = {};
+    ASSERT_TRUE(zPathGetAppData(former));
+    ASSERT_TRUE(zPathSetAppData(service.root().u16string().c_str(), nullptr));
+    // Nothing to compare: the client has to have something.
+    EXPECT_EQ(ask("ann", "", "").text("data.result.settings.changed"), "true");
+    test::write(service.root() / "conf/AUTHZ", "one");
+    Answer answer = ask("ann", "", "");
+    const std::string sid1 = answer.text("data.result.header.sid1");
+    EXPECT_EQ(sid1 + "\n", test::run("printf one | git hash-object --stdin"));
+    EXPECT_EQ(answer.text("data.result.header.sid2"), "");
+    test::write(service.at("ann/house") + "/AUTHZ", "two");
+    const std::string sid2 = ask("ann", "", "").text("data.result.header.sid2");
+    EXPECT_EQ(sid2 + "\n", test::run("printf two | git hash-object --stdin"));
+
+    std::string upper = sid1;
+    for (char &c : upper) c = static_cast<char>(toupper(c));
+    answer = ask("ann", upper, sid2);
+    EXPECT_EQ(fake::asked, "");
+    EXPECT_EQ(answer.body, form("100", R"({"header":{"sid1":")" + sid1 + R"(","sid2":")" + sid2 +
+                                           R"(","user":"ann"},"settings":{"changed":false}})"));
+    answer = ask("ann", sid1, "");
+    EXPECT_EQ(answer.body,
+              form("100", R"({"header":{"sid1":")" + sid1 + R"(","sid2":")" + sid2 +
+                              R"(","user":"ann"},"settings":{"changed":true,"default":7,)" +
+                              R"("entries":{"user":{"name":"Ann"}}}})"));
+    answer = ask("Admin", sid2, sid1);
+    EXPECT_EQ(fake::asked, "UserSettings(house,Admin)");
+    EXPECT_EQ(answer.text("data.result.settings.default"), "112");
+    fake::status = 103;
+    EXPECT_EQ(ask("ann", "", "").body, form("103", ""));
+    EXPECT_EQ(run("settings", "local-db", R"("user":"ann","sid1":"")").code, 400);
+    zPathSetAppData(former, nullptr);
+}
+
+// ---- Directories
+
+TEST_F(Rms, DirectoriesAreCommits) {
+    EXPECT_EQ(run("directories", "list", R"("ref":"HEAD")").body, form("100", ""));
+    EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"docs","newname":"x")"), "(null)");
+    EXPECT_EQ(directories("delete", R"("ref":"HEAD","path":"docs")"), "(null)");
+    service.log_in("Eva\tNovak");
+    EXPECT_EQ(directories("create", R"("ref":"HEAD","path":"docs/plans")"), "100");
+    service.log_in("");
+    EXPECT_EQ(directories("create", R"("ref":"master","path":"docs")"), "100");
+    EXPECT_EQ(service.git("ann/house", "log --format='%an <%ae> %s'"),
+              "admin <admin> Create a folder\nEva Novak <Eva Novak> Create a folder\n");
+    const std::string text = "# Ignore everything in this directory\n*\n"
+                             "# Except this file !.gitkeep";
+    const std::string keep = service.git("ann/house", "cat-file blob master:docs/plans/.gitkeep");
+    EXPECT_EQ(keep.substr(4), text);
+    EXPECT_EQ(keep.substr(0, 4), std::string("\0\0\0\x44", 4));
+    EXPECT_EQ(run("directories", "list", R"("ref":"refs/heads/master")").body,
+              form("100", R"(["docs","docs/plans"])"));
+    EXPECT_EQ(run("directories", "list", R"("ref":"none")").body, form("107", ""));
+    EXPECT_EQ(run("directories", "list", R"("ref":"none")").code, 500);
+
+    put_files("docs/plans/a docs/plans/b/c docs/plans2/d top");
+    EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"docs/plans","newname":"x*")"), "100");
+    EXPECT_EQ(files(), "docs/.gitkeep\ndocs/plans2/d\ndocs/x*/.gitkeep\ndocs/x*/a\ndocs/x*/b/c\n"
+                       "top\n");
+    EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"docs","newname":"Docs")"), "100");
+    EXPECT_EQ(directories("delete", R"("ref":"HEAD","path":"Docs/x*")"), "100");
+    EXPECT_EQ(files(), "Docs/.gitkeep\nDocs/plans2/d\ntop\n");
+    EXPECT_EQ(service.git("ann/house", "log --format=%s -4"),
+              "Delete a folder\nRename a folder\nRename a folder\nfiles\n");
+    EXPECT_EQ(service.git("ann/house", "fsck --strict"), "");
+}
+
+TEST_F(Rms, DirectoriesPushNothingOut) {
+    // A first commit makes no other reference than a branch's, least of all the file of rights.
+    EXPECT_EQ(directories("create", R"("ref":"AUTHZ","path":"a")"), "(null)");
+    EXPECT_EQ(directories("create", R"("ref":"refs/tags/a","path":"a")"), "(null)");
+    put_files("docs/a docs/sub/b file other/.gitkeep");
+    service.git("ann/house", "tag v1 master");
+    const std::string before = service.git("ann/house", "for-each-ref") + files();
+    const struct {
+        const char *name, *args;
+    } rows[] = {
+        {"create", R"("ref":"HEAD","path":"other")"},    // is there
+        {"create", R"("ref":"HEAD","path":"OTHER")"},    // a twin
+        {"create", R"("ref":"HEAD","path":"Docs/new")"}, // would make a twin
+        {"create", R"("ref":"HEAD","path":"file/new")"}, // a file stands there
+        {"create", R"("ref":"HEAD","path":"")"},         // the project itself
+        {"create", R"("ref":"HEAD","path":"../out")"},   // outside
+        {"create", R"("ref":"HEAD","path":"a/.git")"},   // Git's own
+        {"create", R"("ref":"HEAD","path":"a/")"},       //
+        {"create", R"("ref":"none","path":"new")"},      // no such branch
+        {"create", R"("ref":"v1","path":"new")"},        // no branch
+        {"create", R"("ref":"","path":"new")"},          //
+        {"delete", R"("ref":"HEAD","path":"")"},         // everything
+        {"rename", R"("ref":"HEAD","path":"docs","newname":"docs")"},
+        {"rename", R"("ref":"HEAD","path":"docs","newname":"other")"},
+        {"rename", R"("ref":"HEAD","path":"docs","newname":"FILE")"},
+        {"rename", R"("ref":"HEAD","path":"docs/sub","newname":"../x")"},
+        {"rename", R"("ref":"HEAD","path":"none","newname":"x")"},
+        {"rename", R"("ref":"HEAD","path":"d*","newname":"x")"},
+    };
+    for (const auto &row : rows) {
+        const Answer answer = run("directories", row.name, row.args);
+        EXPECT_EQ(answer.code, 400) << row.args;
+        EXPECT_EQ(answer.message().find("The server did not understand"), 0u) << row.args;
+    }
+    EXPECT_EQ(service.git("ann/house", "for-each-ref") + files(), before);
+}
+
+} // namespace
