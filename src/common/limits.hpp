@@ -22,6 +22,8 @@ inline constexpr uint32_t path_depth = 255;
 inline constexpr uint64_t step = 1u << 20;
 // Bytes put into one LevelDB batch: a larger one is replayed whole by the next open.
 inline constexpr uint64_t batch_bytes = 1u << 20;
+// The same for what a client sends, whose rows stand or fall together: twice what it sends at once.
+inline constexpr uint64_t sent_batch_bytes = 4u << 20;
 // A revision record, which is held in memory: a commit of a million files has half of it.
 inline constexpr uint64_t record_bytes = 1u << 30;
 // An escaped URI: the longest text, of 2,047 units, each of which can take nine bytes.
@@ -29,6 +31,16 @@ inline constexpr uint32_t uri_bytes = 9 * 2047;
 // Objects of a received pack, for which memory is taken by what its header says: a project of a
 // million files with ten thousand commits has fewer.
 inline constexpr uint32_t pack_objects = 1u << 24;
+// The same for what a client sends in one request: a day's work, not a project.
+inline constexpr uint32_t sent_objects = 1'000'000;
+// An object from a client: the largest file. A tree, commit or tag is parsed in memory: a directory
+// of a million files.
+inline constexpr uint64_t object = 1u << 30;
+inline constexpr uint64_t object_form = 64u << 20;
+// A row from a client: a key is that of a drawing's object, with room; a value one such object, the
+// largest of which are pictures.
+inline constexpr uint64_t row_key = 64;
+inline constexpr uint64_t row_value = 64u << 20;
 // Decompressed bytes that any pack may give, and how many for each of its bytes beyond: text and
 // drawing rows stay below it, a small one that was made to fill a disk does not.
 inline constexpr uint64_t inflated = 64u << 20;

@@ -33,6 +33,31 @@ using enum Need;
 constexpr Operation kTable[] = {
     {Route::blobs, Z_HTTP_GET, Form::item, refuse_blob, nobody,
      "GET /repos/:owner/:name/blobs/:id"},
+    {Route::tables, Z_HTTP_POST, Form::bare, open_table, write, "POST /repos/:owner/:name/tables"},
+    {Route::tables, Z_HTTP_POST, Form::item, store_rows, write,
+     "POST /repos/:owner/:name/tables/:id"},
+    {Route::tables, Z_HTTP_PUT, Form::any, store_rows, write, "PUT /repos/:owner/:name/tables/:id"},
+    {Route::tables, Z_HTTP_PATCH, Form::any, read_rows, read,
+     "PATCH /repos/:owner/:name/tables/:id"},
+
+    {Route::packs, Z_HTTP_POST, Form::diff, build_pack, read,
+     "POST /repos/:owner/:name/packs/diff"},
+    {Route::packs, Z_HTTP_POST, Form::any, upload_pack, write, "POST /repos/:owner/:name/packs"},
+
+    {Route::objects, Z_HTTP_GET, Form::any, read_object, read,
+     "GET /repos/:owner/:name/objects/:id"},
+    {Route::objects, Z_HTTP_PUT, Form::any, write_object, write,
+     "PUT /repos/:owner/:name/objects/:id"},
+    {Route::objects, Z_HTTP_POST, Form::diff, find_missing_objects, read,
+     "POST /repos/:owner/:name/objects/diff"},
+
+    {Route::revisions, Z_HTTP_GET, Form::bare, list_revisions, read,
+     "GET /repos/:owner/:name/revisions"},
+    {Route::revisions, Z_HTTP_GET, Form::item, read_revision, read,
+     "GET /repos/:owner/:name/revisions/:id"},
+    {Route::revisions, Z_HTTP_PATCH, Form::any, read_revisions, read,
+     "PATCH /repos/:owner/:name/revisions"},
+
     {Route::project_rms, Z_HTTP_POST, Form::bare, run_project_command, command,
      "POST /repos/:owner/:name/rms"},
     {Route::server_rms, Z_HTTP_POST, Form::bare, run_server_command, command, "POST /rms"},

@@ -151,20 +151,6 @@ ldb::Text get_value(Table *table, const void *key, uint64_t key_length, size_t &
                                  key_length, &length, out(error))};
 }
 
-bool read_tag(Table *table, uint64_t &tag) {
-    if (!table->tag) {
-        static constexpr KeyBytes key = key_bytes(kTagKey);
-        size_t length = 0;
-        ldb::Text error;
-        ldb::Text value = get_value(table, key.data(), key.size(), length, error);
-        if (error) return fail_store(error.get());
-        bool stored = value && length == sizeof(uint64_t);
-        table->tag = stored ? load_u64(reinterpret_cast<uint8_t *>(value.get())) : kFirstTag;
-    }
-    tag = *table->tag;
-    return true;
-}
-
 Table *open_in(Repository *repository, const Oid *id, const zwchar *path) {
     Table *table = zTableOpen(path, true);
     if (!table) return nullptr;
@@ -186,6 +172,20 @@ bool check_writable(const Table *table) {
 bool has_table(Repository *repository, const Oid &id) {
     zwchar path[Z_PATH_MAX];
     return table_path(path, repository, &id) && zPathExists(path);
+}
+
+bool read_tag(Table *table, uint64_t &tag) {
+    if (!table->tag) {
+        static constexpr KeyBytes key = key_bytes(kTagKey);
+        size_t length = 0;
+        ldb::Text error;
+        ldb::Text value = get_value(table, key.data(), key.size(), length, error);
+        if (error) return fail_store(error.get());
+        bool stored = value && length == sizeof(uint64_t);
+        table->tag = stored ? load_u64(reinterpret_cast<uint8_t *>(value.get())) : kFirstTag;
+    }
+    tag = *table->tag;
+    return true;
 }
 
 void discard_table(TablePtr table) {

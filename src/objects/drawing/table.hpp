@@ -81,6 +81,9 @@ Failure fail_store(const char *text); // class 13 with LevelDB's text, which may
 bool check_writable(const Table *table);
 bool has_table(Repository *repository, const Oid &id);
 
+// The tag; unlike zTableTagGet false, raised, where it can't be read.
+bool read_tag(Table *table, uint64_t &tag);
+
 // Closes a table that was just made and takes it away again.
 void discard_table(TablePtr table);
 
@@ -126,7 +129,12 @@ class TableLookup {
     ldb::Text error_;
 };
 
-// Hands over each pair of a pair stream, up to its end mark or a break.
-void read_pairs(Stream *stream, const std::function<void(Bytes key, Bytes value)> &pair);
+// Hands over each pair of a pair stream, up to its end mark or a break. False at a pair beyond the
+// limits, of which nothing is read.
+struct PairLimits {
+    uint64_t key = UINT32_MAX, value = UINT32_MAX;
+};
+bool read_pairs(Stream *stream, const std::function<void(Bytes key, Bytes value)> &pair,
+                PairLimits limits = {});
 
 } // namespace zev

@@ -121,20 +121,24 @@ uint64_t read_up_to(Stream *stream, std::vector<uint8_t> &buffer, uint64_t count
 
 // A value and the key length of the next pair come by one read, as do a key and its value's
 // length: never more than the pairs and the end mark are taken from the stream.
-void read_pairs(Stream *stream, const std::function<void(Bytes key, Bytes value)> &pair) {
+bool read_pairs(Stream *stream, const std::function<void(Bytes key, Bytes value)> &pair,
+                PairLimits limits) {
     std::vector<uint8_t> key, value;
-    if (read_up_to(stream, value, 4) < 4) return;
+    if (read_up_to(stream, value, 4) < 4) return true;
     uint64_t key_length = load_u32(value.data());
     while (key_length && key_length < kTopBit) {
-        if (read_up_to(stream, key, key_length + 4) < key_length + 4) return;
+        if (key_length > limits.key) return false;
+        if (read_up_to(stream, key, key_length + 4) < key_length + 4) return true;
         const uint64_t length = load_u32(key.data() + key_length);
-        if (length >= kTopBit) return;
+        if (length >= kTopBit) return true;
+        if (length > limits.value) return false;
         const uint64_t got = read_up_to(stream, value, length + 4);
-        if (got < length) return;
+        if (got < length) return true;
         pair({key.data(), key_length}, {value.data(), length});
-        if (got < length + 4) return;
+        if (got < length + 4) return true;
         key_length = load_u32(value.data() + length);
     }
+    return true;
 }
 
 } // namespace zev

@@ -1,4 +1,4 @@
-#include "zev/pack.h"
+#include "objects/store/pack.hpp"
 
 #include "objects/store/loose_object.hpp"
 #include "objects/store/odb.hpp"
@@ -273,13 +273,25 @@ bool zPackWriterAppend(PackWriter *writer, const void *bytes, uint64_t size) try
     return fail_thrown();
 }
 
-bool zPackWriterCommit(PackWriter *writer) try {
-    if (!writer) return fail_args();
+namespace {
+
+template <class F> bool commit_file(PackWriter *writer, F commit) {
     const std::unique_ptr<PackFile> file = std::move(writer->file);
     if (!file) return fail_closed();
-    if (!file->check() || !file->commit()) return false;
+    if (!file->check() || !commit(*file)) return false;
     int code = git_odb_refresh(writer->odb.get());
     return code < 0 ? fail_git(code) : true;
+}
+
+} // namespace
+
+bool zPackWriterCommit(PackWriter *writer) try {
+    if (!writer) return fail_args();
+    return commit_file(writer, [](PackFile &file) { return file.commit(); });
 } catch (...) {
     return fail_thrown();
+}
+
+bool zev::commit_formed(PackWriter *writer, uint64_t most) {
+    return commit_file(writer, [&](PackFile &file) { return file.commit_formed(most); });
 }

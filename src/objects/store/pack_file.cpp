@@ -22,6 +22,7 @@
 #include "common/errno.hpp"
 #include "common/limits.hpp"
 #include "common/utf.hpp"
+#include "objects/store/object_form.hpp"
 #include "system/os.hpp"
 #include "zev/oid.h"
 
@@ -30,6 +31,8 @@
 #include <cstring>
 #include <vector>
 
+#include <git2/odb_backend.h>
+#include <git2/sys/odb_backend.h>
 #include <zlib.h>
 
 namespace zev {
@@ -213,12 +216,55 @@ bool PackFile::check() {
            refuse("an object is damaged, or unfolds out of proportion");
 }
 
-bool PackFile::commit() {
+bool PackFile::commit() { return index() && install(); }
+
+bool PackFile::commit_formed(uint64_t most) { return index() && has_forms(most) && install(); }
+
+bool PackFile::index() {
     int code = git_indexer_commit(indexer_.get(), &progress_);
     if (code < 0) return fail_git(code);
     name_ = to_wide(git_indexer_name(indexer_.get()));
     indexer_.reset();
-    return install();
+    return true;
+}
+
+namespace {
+
+// The objects of one pack, read without a store, which would keep them.
+struct Inspection {
+    git_odb_backend *pack;
+    uint64_t most;
+
+    bool is_sound(const git_oid *id) const {
+        size_t size = 0;
+        git_object_t type;
+        if (pack->read_header(&size, &type, pack, id) < 0 || size > most) return false;
+        if (type == GIT_OBJECT_BLOB) return true;
+        void *bytes = nullptr;
+        if (size > limits::object_form || pack->read(&bytes, &size, &type, pack, id) < 0)
+            return false;
+        const Finally freed([&] { git_odb_backend_data_free(pack, bytes); });
+        return has_object_form(type, {static_cast<char *>(bytes), size});
+    }
+};
+
+} // namespace
+
+// Still aside: nothing can name an object of it yet.
+bool PackFile::has_forms(uint64_t most) const {
+    const std::string index = to_utf8(aside_ + u"pack-" + name_ + u".idx");
+    Inspection inspection{nullptr, most};
+    int code = git_odb_backend_one_pack(&inspection.pack, index.c_str());
+    if (code < 0) return fail_git(code);
+    const Finally freed([&] { inspection.pack->free(inspection.pack); });
+    code = inspection.pack->foreach (
+        inspection.pack,
+        [](const git_oid *id, void *context) {
+            return static_cast<Inspection *>(context)->is_sound(id) ? 0 : GIT_EUSER;
+        },
+        &inspection);
+    if (code == GIT_EUSER) return refuse("an object is too large, or not what its type says");
+    return code < 0 ? fail_git(code) : true;
 }
 
 bool PackFile::install() {

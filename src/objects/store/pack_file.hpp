@@ -24,12 +24,16 @@ class PackFile {
     bool append(const void *bytes, uint64_t size);
     bool check(); // of bytes that others made: are the objects what they say? Ahead of commit
     bool commit();
+    // commit, unless an object has more than `most` bytes or not the form of its type.
+    bool commit_formed(uint64_t most);
     std::u16string path(const char16_t *extension) const; // once it is committed
 
   private:
     explicit PackFile(std::u16string directory) : directory_(std::move(directory)) {}
     bool open();
     bool few_objects(const uint8_t *bytes, uint64_t size);
+    bool index();
+    bool has_forms(uint64_t most) const;
     bool install();
 
     std::u16string directory_; // with its last slash

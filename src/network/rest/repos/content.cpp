@@ -1,0 +1,51 @@
+// Identifiers, lists and the sync of the resources that carry content. What holds: an answer that
+// tells of something stored leaves after that is on the disk.
+#include "network/rest/repos/content.hpp"
+
+#include "system/os.hpp"
+#include "zev/stream.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace zev::rest {
+
+HttpResponse *need_id(const Call &call, Oid *id) {
+    const zwchar *other = capture(call, u":other");
+    if (!other || !*other) return refuse(call, 400, u"srv.eFieldInvalid_s", u"id");
+    return parse_id(id, other) ? nullptr : refuse(call, 400, u"srv.eFieldRequired_s", u"id");
+}
+
+HttpResponse *read_entries(const Call &call, Tree &body, Json *&entries) {
+    if (HttpResponse *refusal = read_json(call, body)) return refusal;
+    entries = zJsonPathGet(body.get(), u"query.entries");
+    if (entries && zJsonIsArray(entries)) return nullptr;
+    entries = nullptr;
+    return refuse(call, 400, u"srv.eBadField_s", u"query.entries");
+}
+
+bool push(Json *array, Tree node) {
+    if (!node || !zJsonArrayPush(array, node.get())) return false;
+    static_cast<void>(node.release());
+    return true;
+}
+
+Tree with_id(Tree record, const Oid &id) {
+    Tree text(record ? zJsonNewId(&id) : nullptr);
+    if (!text || !zJsonObjectPut(record.get(), u"id", text.get())) return {};
+    static_cast<void>(text.release());
+    return record;
+}
+
+bool sync_project(const Call &call) {
+    const zwchar *path = zRepositoryPath(call.repository.get());
+    return path && (os::sync_tree(path) || fail_os(errno, path));
+}
+
+uint64_t bytes_left(Stream *stream) {
+    const uint64_t size = zStreamSize(stream);
+    const int64_t at = zStreamTell(stream);
+    return at > 0 ? size - std::min(size, static_cast<uint64_t>(at)) : size;
+}
+
+} // namespace zev::rest

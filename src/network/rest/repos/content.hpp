@@ -1,0 +1,26 @@
+// What the resources share that carry content: objects, packs, revisions and tables.
+#pragma once
+
+#include "network/rest/rest.hpp"
+
+namespace zev::rest {
+
+// The identifier that stands behind the pattern of objects and tables: 400 "srv.eFieldInvalid_s"
+// ("id") where there is none, 400 "srv.eFieldRequired_s" ("id") for what is none.
+HttpResponse *need_id(const Call &call, Oid *id);
+
+// `query.entries` of the body's JSON, lent by `body`; else null in `entries` and the refusal.
+HttpResponse *read_entries(const Call &call, Tree &body, Json *&entries);
+
+// False when there is no memory, or no node.
+bool push(Json *array, Tree node);
+// Puts `id` into a record, which a failure turns into null.
+Tree with_id(Tree record, const Oid &id);
+
+// All that was written is on the disk when it gives true. The one sync of a request.
+bool sync_project(const Call &call);
+
+// Bytes of a stream from where it stands.
+uint64_t bytes_left(Stream *stream);
+
+} // namespace zev::rest

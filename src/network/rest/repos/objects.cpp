@@ -1,0 +1,163 @@
+// Objects: one is read or written as a stream, and a list is asked for what is missing of it. What
+// holds: a file's content goes through memory block by block, and nothing is stored that is not
+// what its type says.
+#include "common/limits.hpp"
+#include "common/sha1.hpp"
+#include "network/rest/operations.hpp"
+#include "network/rest/repos/content.hpp"
+#include "network/rest/repos/object_stream.hpp"
+#include "objects/store/loose_object.hpp"
+#include "objects/store/odb.hpp"
+#include "stream/stream.hpp"
+#include "zev/object.h"
+#include "zev/odb.h"
+#include "zev/oid.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+
+namespace zev::rest {
+
+namespace {
+
+using OdbPtr = Owned<Odb, zOdbFree>;
+using StreamPtr = Owned<Stream, zStreamFree>;
+
+constexpr uint64_t kBlock = 1u << 16;
+
+// ---- Reading
+
+// An object's size must fit the stream's head.
+bool write_head(Stream *stream, int32_t type, uint64_t size) {
+    if (size > UINT32_MAX) return raise_range();
+    return write_object_head(stream,
+                             {static_cast<git_object_t>(type), static_cast<uint32_t>(size)});
+}
+
+void begin_name(Sha1 &sum, const LooseObject &object) {
+    char head[32];
+    const int length = snprintf(head, sizeof head, "%s %" PRIu64,
+                                git_object_type2string(object.type()), object.size());
+    sum.add(head, static_cast<size_t>(length) + 1); // with its zero
+}
+
+// Block by block, and compared with its name at the end.
+bool copy_loose(Stream *stream, LooseObject &object, const Oid &id) {
+    Sha1 sum;
+    Oid name;
+    const std::unique_ptr<uint8_t[]> block(new uint8_t[kBlock]);
+    begin_name(sum, object);
+    if (!write_head(stream, object.type(), object.size())) return false;
+    for (uint64_t left = object.size(); left;) {
+        const int64_t got = object.read(block.get(), std::min(left, kBlock));
+        if (got <= 0) return raise_args();
+        const auto count = static_cast<uint64_t>(got);
+        sum.add(block.get(), count);
+        if (zStreamWrite(stream, block.get(), count) != count) return false;
+        left -= count;
+    }
+    return (object.ends() && sum.end(name.id) && zOidIsEqual(&name, &id)) || raise_args();
+}
+
+// What lies in a pack comes whole: libgit2 reads it in no other way.
+bool copy_object(Stream *stream, Odb *odb, const Oid &id) {
+    LooseObject loose;
+    const auto directory = objects_directory(odb->owner->handle.get());
+    if (loose.open(directory, *git::oid(&id)) == LooseObject::Found::sound)
+        return copy_loose(stream, loose, id);
+    size_t size;
+    git_object_t type;
+    const int code = git_odb_read_header(&size, &type, odb->handle.get(), git::oid(&id));
+    if (code < 0) return fail_git(code);
+    return write_head(stream, type, size) && zOdbRead(odb, &id, stream);
+}
+
+// ---- Writing
+
+// Stores the body, under the name that its bytes have.
+HttpResponse *store_object(const Call &call, Odb *odb, const ObjectHead &head, Oid *id) {
+    Stream *body = zHttpRequestBody(call.request);
+    const bool is_file = head.type == GIT_OBJECT_BLOB;
+    if (head.size > (is_file ? limits::object : limits::object_form)) return refuse(call, 413);
+    if (is_file) {
+        if (zOdbWrite(id, odb, head.type, head.size, body) && sync_project(call)) return nullptr;
+        return refuse(call, 500, u"odb.eFailedToWriteObject");
+    }
+    std::string bytes;
+    if (!read_formed(body, head, bytes)) return refuse(call, 400, u"srv.eInvalidContent");
+    const int code =
+        git_odb_write(git::oid(id), odb->handle.get(), bytes.data(), bytes.size(), head.type);
+    if ((code >= 0 || fail_git(code)) && sync_project(call)) return nullptr;
+    return refuse(call, 500, u"odb.eFailedToWriteObject");
+}
+
+HttpResponse *answer_stored(const Call &call, Odb *odb, const Oid &id) {
+    const int32_t type = zOdbType(odb, &id);
+    if (type == Z_OBJECT_BAD) return refuse(call, 500, u"odb.eFailedToReadObject");
+    const std::u16string text = id_text(id);
+    Tree record = project_record(call, zOTypeName(type), {u"objects", text.c_str()});
+    HttpResponse *response = answer_data(200, with_id(std::move(record), id));
+    return response ? response : refuse(call, 500, u"zev.eFailedToWriteStream");
+}
+
+} // namespace
+
+HttpResponse *read_object(Call &call) {
+    Oid id;
+    if (HttpResponse *refusal = need_id(call, &id)) return refusal;
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const OdbPtr odb(zOdbOpen(call.repository.get()));
+    if (!odb) return refuse(call, 500, u"odb.eFailedToOpenOdb");
+    StreamPtr stream(spill_stream());
+    if (!stream) return refuse(call, 500, u"zev.eFailedToOpenStream");
+    if (!copy_object(stream.get(), odb.get(), id))
+        return refuse(call, 500, u"zev.eFailedToWriteStream");
+    return zHttpResponseOctet(200, stream.release());
+}
+
+HttpResponse *write_object(Call &call) {
+    Oid wanted, id;
+    if (HttpResponse *refusal = need_id(call, &wanted)) return refusal;
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const OdbPtr odb(zOdbOpen(call.repository.get()));
+    if (!odb) return refuse(call, 500, u"odb.eFailedToOpenOdb");
+    if (HttpResponse *refusal = need_octets(call)) return refusal;
+    ObjectHead head;
+    switch (read_object_head(zHttpRequestBody(call.request), &head)) {
+    case HeadFate::unreadable:
+        return refuse(call, 500, u"zev.eFailedToReadStream");
+    case HeadFate::refused:
+        return refuse(call, 500, u"odb.eFailedToWriteObject");
+    case HeadFate::sound:
+        break;
+    }
+    if (HttpResponse *refusal = store_object(call, odb.get(), head, &id)) return refusal;
+    if (!zOidIsEqual(&id, &wanted)) return refuse(call, 400, u"srv.eInvalidContent");
+    return answer_stored(call, odb.get(), id);
+}
+
+// One look at what others have stored meanwhile, none an id.
+HttpResponse *find_missing_objects(Call &call) {
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const OdbPtr odb(zOdbOpen(call.repository.get()));
+    if (!odb || git_odb_refresh(odb->handle.get()) < 0)
+        return refuse(call, 500, u"srv.eAccessProject");
+    Tree body;
+    Json *entries = nullptr;
+    if (HttpResponse *refusal = read_entries(call, body, entries)) return refusal;
+    Tree missing(zJsonNew(Z_JSON_ARRAY));
+    const uint64_t count = zJsonArraySize(entries);
+    for (uint64_t n = 0; missing && n < count; ++n) {
+        Oid id;
+        Json *entry = zJsonArrayAt(entries, n);
+        if (!zJsonIsString(entry) || !parse_id(&id, zJsonGetString(entry)))
+            return refuse(call, 400, u"srv.eInvalidContent");
+        if (git_odb_exists_ext(odb->handle.get(), git::oid(&id), GIT_ODB_LOOKUP_NO_REFRESH))
+            continue;
+        if (!push(missing.get(), Tree(zJsonNewId(&id)))) missing.reset();
+    }
+    return answer_entries(std::move(missing));
+}
+
+} // namespace zev::rest

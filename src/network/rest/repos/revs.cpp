@@ -1,0 +1,124 @@
+// Revisions: ids of a branch's history, and what each changed, from its record or with a new one.
+// What holds: a bad element ends the whole request.
+#include "network/rest/operations.hpp"
+#include "network/rest/repos/content.hpp"
+#include "objects/history/revision.hpp"
+#include "objects/store/object.hpp"
+#include "zev/revdb.h"
+#include "zev/revision.h"
+#include "zev/time.h"
+
+#include <vector>
+
+namespace zev::rest {
+
+namespace {
+
+using SpecPtr = Owned<RevSpec, zRevSpecFree>;
+
+// ---- The list
+
+bool set_base(const Call &call, RevSpec *spec) {
+    const zwchar *head = capture(call, u"head");
+    RevBase *base = zRevSpecBase(spec);
+    Oid id;
+    if (!head) return zRevBaseSetByhead(base);
+    return parse_id(&id, head) ? zRevBaseSetByid(base, &id) : zRevBaseSetByref(base, head);
+}
+
+// False for a text that is no date.
+bool set_time(const Call &call, RevSpec *spec, const zwchar *name,
+              bool (*set)(RevSpec *, const Time *)) {
+    const zwchar *text = capture(call, name);
+    Time time;
+    if (!text) return true;
+    return zTimeParseGlobal(&time, text, u"%Y-%m-%dT%H:%M:%SZ") && set(spec, &time);
+}
+
+HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
+    if (!spec || !zRevSpecSetOptions(spec, spec->options | Z_REV_STAY | Z_REV_LOCAL) ||
+        !set_base(call, spec))
+        return refuse(call, 500);
+    if (const zwchar *limit = capture(call, u"limit"))
+        zRevSpecSetLimit(spec, zStrtollW(limit, nullptr, 10));
+    if (!set_time(call, spec, u"since", zRevSpecSetSince))
+        return refuse(call, 400, u"srv.eFieldInvalid_s", u"?since");
+    if (!set_time(call, spec, u"until", zRevSpecSetUntil))
+        return refuse(call, 400, u"srv.eFieldInvalid_s", u"?until");
+    return nullptr;
+}
+
+// ---- One revision
+
+// Null when there is no such commit, or it can't be read.
+RevisionPtr find_revision(const Call &call, Revdb *db, const Oid &id) {
+    RevisionPtr found;
+    const Lookup fate = find_record(db, &id, found);
+    if (fate == Lookup::whole) return found;
+    const CommitPtr commit(by_id<Commit>(call.repository.get(), &id));
+    if (!commit || !(found = revision_of(commit.get()))) return nullptr;
+    if (fate == Lookup::damaged) zRevdbRemove(db, &id);
+    zRevdbInsert(db, &id, found.get());
+    return found;
+}
+
+Tree revision_tree(const RevisionPtr &revision) {
+    return Tree(revision_to_json(revision.get()).release());
+}
+
+// One element of a batch, added to the answer.
+HttpResponse *add_revision(const Call &call, Revdb *db, Json *element, Json *answer) {
+    Oid id;
+    Json *text = zJsonIsObject(element) ? zJsonObjectAt(element, u"oid") : nullptr;
+    if (!text) return refuse(call, 400, u"srv.eFieldRequired_s", u"id");
+    const zwchar *digits = zJsonGetString(text);
+    if (!parse_id(&id, digits)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"id");
+    const RevisionPtr revision = find_revision(call, db, id);
+    if (!revision) return refuse(call, 404, u"srv.eNoSuchRevision_s", digits);
+    return push(answer, revision_tree(revision)) ? nullptr : refuse(call, 500);
+}
+
+} // namespace
+
+HttpResponse *list_revisions(Call &call) {
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const SpecPtr spec(zRevSpecNew());
+    if (HttpResponse *refusal = fill_spec(call, spec.get())) return refusal;
+    std::vector<Oid> ids;
+    if (!revision_ids(call.repository.get(), spec.get(), ids)) return refuse(call, 404);
+    Tree entries(zJsonNew(Z_JSON_ARRAY));
+    for (const Oid &id : ids)
+        if (entries && !push(entries.get(), Tree(zJsonNewId(&id)))) entries.reset();
+    return entries ? answer_entries(std::move(entries)) : refuse(call, 500);
+}
+
+HttpResponse *read_revision(Call &call) {
+    const zwchar *other = capture(call, u":other");
+    Oid id;
+    if (!parse_id(&id, other)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"id");
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const RevdbPtr db(zRevdbOpen(call.repository.get()));
+    if (!db) return refuse(call, 500, u"odb.eFailedToOpenRevdb");
+    const RevisionPtr revision = find_revision(call, db.get(), id);
+    if (!revision) return refuse(call, 404, u"srv.eNoSuchRevision_s", other);
+    HttpResponse *response = answer(200, revision_tree(revision));
+    return response ? response : refuse(call, 500);
+}
+
+HttpResponse *read_revisions(Call &call) {
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    Tree body;
+    if (HttpResponse *refusal = read_json(call, body)) return refusal;
+    if (!zJsonIsArray(body.get())) return refuse(call, 400, u"srv.eUnresolvableContent");
+    const RevdbPtr db(zRevdbOpen(call.repository.get()));
+    Tree entries(zJsonNew(Z_JSON_ARRAY));
+    if (!db || !entries) return refuse(call, 500, u"odb.eFailedToOpenRevdb");
+    const uint64_t count = zJsonArraySize(body.get());
+    for (uint64_t n = 0; n < count; ++n)
+        if (HttpResponse *refusal =
+                add_revision(call, db.get(), zJsonArrayAt(body.get(), n), entries.get()))
+            return refusal;
+    return answer_entries(std::move(entries));
+}
+
+} // namespace zev::rest
