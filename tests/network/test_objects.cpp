@@ -1,0 +1,302 @@
+// Objects and packs over the wire, with the system's git as judge of what was stored.
+#include "../objects/drawing_fixture.hpp"
+#include "service_fixture.hpp"
+
+#include "common/limits.hpp"
+
+#include <git2.h>
+
+#include <vector>
+
+using test::Answer, test::be32, test::narrow, test::Service;
+
+namespace {
+
+std::string id_of(git_object_t type, std::string_view bytes) {
+    git_oid id;
+    git_odb_hash(&id, bytes.data(), bytes.size(), type);
+    return git_oid_tostr_s(&id);
+}
+
+std::string object_stream(std::string_view type, std::string_view bytes) {
+    return be32(type.size()) + std::string(type) + be32(bytes.size()) + std::string(bytes);
+}
+
+std::string tree_entry(std::string_view mode, std::string_view name, uint8_t id = 0x11) {
+    return std::string(mode) + " " + std::string(name) + '\0' +
+           std::string(20, static_cast<char>(id));
+}
+
+std::string in_pieces(std::string_view pack, size_t piece) {
+    std::string framed;
+    for (size_t at = 0; at < pack.size(); at += piece) {
+        const std::string_view part = pack.substr(at, piece);
+        framed += be32(part.size()) + std::string(part);
+    }
+    return framed;
+}
+
+std::string joined(std::string_view framed) {
+    std::string pack;
+    while (framed.size() >= 4) {
+        const auto *head = reinterpret_cast<const uint8_t *>(framed.data());
+        const uint32_t size = zev::load_u32(head);
+        pack += framed.substr(4, size);
+        framed.remove_prefix(std::min<size_t>(framed.size(), 4 + size));
+    }
+    return pack;
+}
+
+struct Objects : testing::Test {
+    void SetUp() override { test::make_project(service, "ann/plant"); }
+
+    std::string git(const std::string &command) { return service.git("ann/plant", command); }
+    // Stores an object without the service, and gives its id.
+    std::string make(std::string_view type, std::string_view bytes) {
+        test::write(service.root() / "bytes", bytes);
+        return git("hash-object -w --literally -t " + std::string(type) + " ../../../bytes")
+            .substr(0, 40);
+    }
+    bool has(const std::string &id) {
+        int status = 0;
+        service.git("ann/plant", "cat-file -e " + id, &status);
+        return !status;
+    }
+    size_t files() const {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto &entry :
+             std::filesystem::recursive_directory_iterator(service.repos()))
+            ++count;
+        return count;
+    }
+    std::string pack_of(const std::string &ids) {
+        test::write(service.root() / "ids", ids);
+        git("pack-objects -q --stdout < ../../../ids > ../../../pack");
+        return test::read(service.root() / "pack");
+    }
+
+    Service service;
+    const std::string objects = "/repos/ann/plant/objects/", packs = "/repos/ann/plant/packs";
+};
+
+TEST_F(Objects, TravelBothWays) {
+    std::string large(3'000'000, 'x');
+    for (size_t i = 0; i < large.size(); ++i) large[i] = static_cast<char>(i * 2654435761u >> 11);
+    for (const std::string &bytes : {std::string(), std::string("line\n"), large}) {
+        const std::string id = id_of(GIT_OBJECT_BLOB, bytes);
+        Answer answer = service.put(objects + id, object_stream("blob", bytes));
+        ASSERT_EQ(answer.code, 200) << answer.message();
+        EXPECT_EQ(answer.text("data.id"), id);
+        EXPECT_EQ(answer.text("data.type"), "blob");
+        EXPECT_EQ(answer.text("data.url"), service.url() + "/repos/ann/plant/objects/" + id);
+        answer = service.get(objects + id);
+        ASSERT_EQ(answer.code, 200) << answer.message();
+        EXPECT_EQ(answer.body, object_stream("blob", bytes));
+        EXPECT_EQ(git("cat-file -s " + id), std::to_string(bytes.size()) + "\n");
+    }
+    const std::string tree = tree_entry("100644", "a") + tree_entry("40000", "b");
+    EXPECT_EQ(service.put(objects + id_of(GIT_OBJECT_TREE, tree), object_stream("tree", tree))
+                  .text("data.type"),
+              "tree");
+    EXPECT_EQ(git("ls-tree " + id_of(GIT_OBJECT_TREE, tree)).substr(0, 12), "100644 blob ");
+}
+
+TEST_F(Objects, AreReadFromPacksToo) {
+    const std::string id = make("blob", "packed");
+    test::write(service.root() / "ids", id);
+    git("pack-objects -q objects/pack/pack < ../../../ids");
+    git("prune-packed -q");
+    EXPECT_EQ(service.get(objects + id).body, object_stream("blob", "packed"));
+}
+
+TEST_F(Objects, AreRefusedInTheirOrder) {
+    const std::string id(40, 'a'), other = "/repos/ann/none/objects/";
+    const struct {
+        uint32_t method;
+        std::string target, body;
+        int32_t code;
+        const char *message; // begins with it
+    } cases[] = {
+        {Z_HTTP_GET, objects + id.substr(1), "", 400, "The field 'id' is required"},
+        {Z_HTTP_GET, other + "x", "", 400, "The field 'id' is required"}, // before the gate
+        {Z_HTTP_GET, "/repos/ann/plant/objects", "", 400, "The field 'id' is not valid"},
+        {Z_HTTP_PUT, "/repos/ann/plant/objects", "x", 400, "The field 'id' is not valid"},
+        {Z_HTTP_GET, other + id, "", 404, "There is no project 'none'"},
+        {Z_HTTP_GET, objects + id, "", 500, "The data stream could not be written"},
+        {Z_HTTP_PUT, objects + id, "", 400, "The request needs content"},
+        {Z_HTTP_PUT, objects + id, "x", 500, "An object could not be written"},
+        {Z_HTTP_PUT, objects + id, object_stream("any", "x"), 500, "An object could not"},
+        {Z_HTTP_PUT, objects + id, object_stream("", "x"), 500, "An object could not"},
+        {Z_HTTP_PUT, objects + id, object_stream({"blob\0\0", 6}, "x"), 500, "An object could"},
+        {Z_HTTP_PUT, objects + id, object_stream("blob", "x") + "y", 500, "An object could not"},
+        {Z_HTTP_PUT, objects + id, be32(4) + "blob" + be32(5) + "four", 500, "An object could"},
+        {Z_HTTP_PUT, objects + id, be32(0xFFFFFFFF) + "blob", 500, "An object could not"},
+        {Z_HTTP_PUT, objects + id, object_stream("commit", "tree x"), 400, "The content of"},
+        {Z_HTTP_POST, "/repos/ann/plant/objects", "{}", 400, "Bad"},
+        {Z_HTTP_DELETE, objects + id, "", 400, "Bad"},
+        {Z_HTTP_PATCH, packs, "{}", 400, "Bad"},
+    };
+    const size_t before = files();
+    for (const auto &each : cases) {
+        const Answer answer = each.body.empty()
+                                  ? service.ask(each.method, each.target)
+                                  : service.ask(each.method, each.target, each.body, u"x/y");
+        EXPECT_EQ(answer.code, each.code) << each.target << each.body;
+        EXPECT_EQ(answer.message().substr(0, strlen(each.message)), each.message)
+            << each.target << each.body;
+    }
+    EXPECT_EQ(files(), before);
+}
+
+// The bytes decide on the name.
+TEST_F(Objects, StayUnderTheirTrueName) {
+    const std::string wrong(40, 'b'), id = id_of(GIT_OBJECT_BLOB, "mine");
+    const Answer answer = service.put(objects + wrong, object_stream("blob", "mine"));
+    EXPECT_EQ(answer.code, 400);
+    EXPECT_EQ(answer.message(), "The content of the request is invalid: Bad request");
+    EXPECT_TRUE(has(id));
+    EXPECT_FALSE(has(wrong));
+}
+
+const struct {
+    const char *what;
+    std::string tree;
+    bool sound;
+} kTrees[] = {
+    {"a file and a directory", tree_entry("100755", "a.b") + tree_entry("40000", "a"), true},
+    {"nothing", "", true},
+    {"a name twice", tree_entry("100644", "a") + tree_entry("100644", "a"), false},
+    {"a file and a directory of one name",
+     tree_entry("100644", "a") + tree_entry("100644", "a.b") + tree_entry("40000", "a"), false},
+    {"no order", tree_entry("100644", "b") + tree_entry("100644", "a"), false},
+    {"a directory that is no name", tree_entry("40000", ".."), false},
+    {"git's own directory", tree_entry("40000", ".GIT"), false},
+    {"a path", tree_entry("100644", "a/b"), false},
+    {"no name", tree_entry("100644", ""), false},
+    {"a mode of old", tree_entry("040000", "a"), false},
+    {"a mode that is none", tree_entry("100600", "a"), false},
+    {"no id", tree_entry("100644", "a", 0), false},
+    {"a cut id", tree_entry("100644", "a").substr(0, 20), false},
+};
+
+TEST_F(Objects, HaveTheFormOfTheirType) {
+    for (const auto &[what, tree, sound] : kTrees) {
+        const std::string id = id_of(GIT_OBJECT_TREE, tree);
+        EXPECT_EQ(service.put(objects + id, object_stream("tree", tree)).code, sound ? 200 : 400)
+            << what;
+        EXPECT_EQ(has(id), sound || tree.empty()) << what; // git knows the empty one by heart
+    }
+}
+
+// A damaged file is not given out for what it was.
+TEST_F(Objects, AreComparedWithTheirNames) {
+    const std::string id = make("blob", "first"), other = make("blob", "second");
+    const auto file = [&](const std::string &of) {
+        return service.repos() / "ann/plant/objects" / of.substr(0, 2) / of.substr(2);
+    };
+    std::filesystem::permissions(file(id), std::filesystem::perms::owner_all);
+    std::filesystem::copy_file(file(other), file(id),
+                               std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(service.get(objects + id).code, 500);
+    EXPECT_EQ(service.get(objects + other).code, 200);
+}
+
+TEST_F(Objects, AreMissedByName) {
+    const std::string here = make("blob", "here"), a(40, 'a'), b(40, 'b');
+    const auto ask = [&](const std::string &entries) {
+        return service.post(objects + "DIFF", R"({"query":{"entries":)" + entries + "}}");
+    };
+    Answer answer = ask("[\"" + b + "\",\"" + here + "\",\"" + a + "\"]");
+    ASSERT_EQ(answer.code, 200);
+    ASSERT_EQ(answer.entries(), 2u);
+    EXPECT_EQ(narrow(zJsonGetString(zJsonArrayAt(answer.at("data.entries"), 0))), b);
+    EXPECT_EQ(ask("[\"" + here + "\"]").body, R"({"data":{"entries":[]}})");
+    EXPECT_EQ(ask("[]").entries(), 0u);
+    EXPECT_EQ(ask("[7]").code, 400);
+    EXPECT_EQ(ask("[\"" + a + "\",\"x\"]").message().substr(0, 26), "The content of the request");
+    EXPECT_EQ(ask("7").message().substr(0, 26), "The field 'query.entries' ");
+    EXPECT_EQ(service.post(objects + "diff", "{").code, 400);
+    EXPECT_EQ(service.ask(Z_HTTP_POST, objects + "diff").code, 400);
+}
+
+// ---- Packs
+
+TEST_F(Objects, TravelInPacks) {
+    const std::string blob = make("blob", "file");
+    test::write(service.root() / "tree", "100644 blob " + blob + "\tfile\n");
+    const std::string tree = git("mktree < ../../../tree").substr(0, 40);
+    const std::string commit =
+        git("-c user.name=a -c user.email=a commit-tree -m m " + tree).substr(0, 40);
+    const Answer built = service.post(packs + "/DIFF", R"({"query":{"entries":[{"id":")" + commit +
+                                                           R"(","recursive":true}]}})");
+    ASSERT_EQ(built.code, 200) << built.message();
+    test::make_project(service, "ann/second");
+    for (const size_t piece : {built.body.size(), size_t{7}}) {
+        const std::string framed = in_pieces(joined(built.body), piece);
+        const Answer answer = service.ask(Z_HTTP_POST, "/repos/ann/second/packs/any/thing", framed,
+                                          u"application/octet-stream");
+        ASSERT_EQ(answer.code, 201) << answer.message();
+        EXPECT_EQ(answer.text("data.type"), "pack");
+        EXPECT_EQ(answer.text("data.url"), service.url() + "/repos/ann/second/packs");
+    }
+    EXPECT_EQ(service.git("ann/second", "fsck --full --strict --no-dangling " + commit), "");
+    EXPECT_EQ(service.git("ann/second", "cat-file -p " + commit + ":file"), "file");
+
+    const Answer one =
+        service.post(packs + "/diff", R"({"query":{"entries":[{"id":")" + commit + R"("}]}})");
+    test::write(service.root() / "one.pack", joined(one.body));
+    EXPECT_EQ(test::run("cd " + service.root().string() +
+                        " && git index-pack one.pack >/dev/null && git verify-pack -v one.pack | "
+                        "grep -c ^" +
+                        commit),
+              "1\n");
+}
+
+TEST_F(Objects, AreNotPackedWithoutAName) {
+    for (const char *entries : {R"([{"id":"x"}])", R"([{}])", R"(["x"])",
+                                R"([{"id":"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"}])"}) {
+        const std::string body = std::string(R"({"query":{"entries":)") + entries + "}}";
+        EXPECT_EQ(service.post(packs + "/diff", body).code, 400) << entries;
+    }
+    EXPECT_EQ(service.post(packs + "/diff", "{}").message(),
+              "The field 'query.entries' is not usable: Bad request");
+}
+
+// What is cut, changed, framed wrongly or not what it says leaves nothing behind.
+TEST_F(Objects, RefuseBadPacksWhole) {
+    const std::string id = make("blob", std::string(5000, 'p'));
+    const std::string pack = pack_of(id);
+    std::string changed = pack, many = pack;
+    changed[pack.size() / 2] = static_cast<char>(~changed[pack.size() / 2]);
+    many[9] = 0x7F;
+    std::string trees[2];
+    for (int i = 0; i < 2; ++i) trees[i] = pack_of(make("tree", kTrees[i ? 5 : 0].tree));
+    test::make_project(service, "ann/second");
+    const struct {
+        const char *what;
+        std::string framed;
+        int32_t code;
+    } cases[] = {
+        {"nothing", "", 400},
+        {"cut at a piece", in_pieces(pack.substr(0, pack.size() - 9), 100), 500},
+        {"cut in a piece", in_pieces(pack, 100).substr(0, 60), 400},
+        {"cut in a length", in_pieces(pack, 100) + "\0\0", 400},
+        {"longer than the body", be32(0xFFFFFFFF) + pack, 400},
+        {"changed", in_pieces(changed, 100), 500},
+        {"no pack", in_pieces("no pack at all", 3), 500},
+        {"too many objects", in_pieces(many, 5), 413},
+        {"a tree that is none", in_pieces(trees[1], 1000), 500},
+    };
+    const size_t before = files();
+    for (const auto &[what, framed, code] : cases) {
+        const Answer answer = service.ask(Z_HTTP_POST, "/repos/ann/second/packs", framed,
+                                          framed.empty() ? nullptr : u"x/y");
+        EXPECT_EQ(answer.code, code) << what << ": " << answer.message();
+    }
+    EXPECT_EQ(files(), before);
+    EXPECT_EQ(
+        service.ask(Z_HTTP_POST, "/repos/ann/second/packs", in_pieces(trees[0], 1000), u"x/y").code,
+        201);
+}
+
+} // namespace
