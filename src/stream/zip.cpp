@@ -4,6 +4,7 @@
 #include "common/failure.hpp"
 #include "common/guard.hpp"
 #include "common/limits.hpp"
+#include "common/per_thread.hpp"
 #include "stream/stream.hpp"
 #include "zev/lang.h"
 #include "zev/str.h"
@@ -11,7 +12,7 @@
 #include <algorithm>
 #include <climits>
 #include <memory>
-#include <vector>
+#include <utility>
 
 #include <zlib.h>
 
@@ -37,6 +38,7 @@ struct ZipStream : Stream {
     bool failed;
     uint32_t size;
     unsigned char buffer[kBuffer];
+    unsigned char block[kBuffer]; // for whole streams: what goes in, or what came out
 };
 
 constexpr Stream kZipHead = {.read = zZipStreamRead,
@@ -75,11 +77,60 @@ Failure fail_too_large(Here at = {}) {
                   at);
 }
 
+int bits_of(uint32_t gzip) { return gzip ? 31 : 15; }
+
 int start(ZipStream &zip) {
-    const int bits = zip.gzip ? 31 : 15;
     constexpr int kLevel = 6, kMemory = 8;
-    if (zip.mode == kDecompress) return inflateInit2(&zip.z, bits);
-    return deflateInit2(&zip.z, kLevel, Z_DEFLATED, bits, kMemory, Z_DEFAULT_STRATEGY);
+    if (zip.mode == kDecompress) return inflateInit2(&zip.z, bits_of(zip.gzip));
+    return deflateInit2(&zip.z, kLevel, Z_DEFLATED, bits_of(zip.gzip), kMemory, Z_DEFAULT_STRATEGY);
+}
+
+// ---- Between uses
+
+void discard(ZipStream *zip) {
+    if (!zip) return;
+    zip->mode == kDecompress ? inflateEnd(&zip->z) : deflateEnd(&zip->z);
+    delete zip;
+}
+
+// One record of each mode rests with its thread: a small body costs less than the memory of a new
+// one, which the system clears first.
+struct Resting {
+    ZipStream *of[2] = {};
+};
+Resting *make_resting() { return new (std::nothrow) Resting; }
+void release_resting(void *pointer) {
+    auto *resting = static_cast<Resting *>(pointer);
+    for (ZipStream *zip : resting->of) discard(zip);
+    delete resting;
+}
+using PerThreadResting = PerThread<Resting, make_resting, release_resting>;
+
+void rest(ZipStream *zip) {
+    Resting *resting = PerThreadResting::get();
+    if (resting) std::swap(resting->of[zip->mode], zip);
+    discard(zip);
+}
+
+// A record with zlib at its start; null when there is none at rest for this format.
+ZipStream *wake(Mode mode, uint32_t gzip) {
+    Resting *resting = PerThreadResting::get();
+    ZipStream *zip = resting ? std::exchange(resting->of[mode], nullptr) : nullptr;
+    if (!zip) return nullptr;
+    const bool compress = mode == kCompress;
+    const int code = compress ? deflateReset(&zip->z) : inflateReset2(&zip->z, bits_of(gzip));
+    if (code == Z_OK && (!compress || zip->gzip == gzip)) return zip;
+    return discard(zip), nullptr;
+}
+
+ZipStream *obtain(Mode mode, uint32_t gzip) {
+    if (ZipStream *zip = wake(mode, gzip)) return zip;
+    std::unique_ptr<ZipStream> zip(new (std::nothrow) ZipStream);
+    if (!zip) return fail_memory();
+    zip->mode = mode;
+    zip->gzip = gzip;
+    zip->z = {};
+    return start(*zip) == Z_OK ? zip.release() : fail_zlib(zip->z);
 }
 
 // Owns `below` from here on if `owned`, also when it fails.
@@ -87,19 +138,18 @@ Stream *over(Stream *below, const zwchar *encoding, Mode mode, bool owned, Here 
     StreamPtr kept(owned ? below : nullptr);
     const int format = format_of(encoding);
     if (!below || format < 0) return fail_args(at);
-    std::unique_ptr<ZipStream> zip(new (std::nothrow) ZipStream);
-    if (!zip) return fail_memory(at);
-    *static_cast<Stream *>(zip.get()) = kZipHead;
+    ZipStream *zip = obtain(mode, static_cast<uint32_t>(format));
+    if (!zip) return nullptr;
+    *static_cast<Stream *>(zip) = kZipHead;
+    zip->z.next_in = nullptr;
+    zip->z.avail_in = 0;
     zip->below = below;
-    zip->z = {};
-    zip->mode = mode;
     zip->gzip = static_cast<uint32_t>(format);
     zip->owned = owned;
     zip->ended = zip->pending = zip->failed = false;
     zip->size = kBuffer;
-    if (start(*zip) != Z_OK) return fail_zlib(zip->z, at);
     kept.release();
-    return zip.release();
+    return zip;
 }
 
 // A file is only opened, and cut, for an encoding that there is.
@@ -187,14 +237,14 @@ uint64_t inflate_some(ZipStream &zip, void *buffer, uint64_t count) {
 
 // Until the source's end; false when it, or what is behind `write`, failed. `taken` counts what
 // the source itself takes: it may do so for a while before it gives anything.
-template <class F> bool each_block(Stream *source, size_t size, const uLong &taken, F write) {
-    std::vector<unsigned char> block(size);
+template <class F>
+bool each_block(Stream *source, void *block, size_t size, const uLong &taken, F write) {
     while (!zStreamEOF(source)) {
         const uLong before = taken;
-        const uint64_t count = zStreamRead(source, block.data(), block.size());
+        const uint64_t count = zStreamRead(source, block, size);
         if (zStreamError(source)) return false;
         if (!count && taken == before && !zStreamEOF(source)) return true; // it stands still
-        if (!write(block.data(), count)) return false;
+        if (!write(block, count)) return false;
     }
     return true;
 }
@@ -238,17 +288,18 @@ bool zZipStreamFinish(Stream *stream) {
 
 Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
     if (!stream || format_of(encoding) < 0) return fail_args();
-    StreamPtr target(temp_stream());
+    StreamPtr target(spill_stream());
     StreamPtr zip(target ? over(target.get(), encoding, kCompress, false) : nullptr);
     if (!zip) return nullptr;
     const auto pack = [&](const void *data, uint64_t count) {
         return zStreamWrite(zip.get(), data, count) == count && !zStreamError(zip.get());
     };
-    const bool whole = each_block(stream, kBlock, 0, pack);
+    ZipStream &state = *record(zip.get());
+    const bool whole = each_block(stream, state.block, kBlock, 0, pack);
     if (!whole) return nullptr;
     zZipStreamFinish(zip.get());
     if (zStreamError(zip.get())) return nullptr;
-    record(zip.get())->below = nullptr; // done: freeing it has nothing to finish
+    state.below = nullptr; // done: freeing it has nothing to finish
     zip.reset();
     return rewound(target.get()) ? target.release() : nullptr;
 } catch (...) {
@@ -257,15 +308,15 @@ Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
 
 Stream *zev::uncompress_stream(Stream *stream, const zwchar *encoding, uint64_t most) try {
     if (!stream || format_of(encoding) < 0) return fail_args();
-    StreamPtr target(temp_stream());
+    StreamPtr target(spill_stream());
     StreamPtr zip(target ? over(stream, encoding, kDecompress, false) : nullptr);
     if (!zip) return nullptr;
-    const ZipStream &state = *record(zip.get());
+    ZipStream &state = *record(zip.get());
     const auto unpack = [&](const void *data, uint64_t count) {
         return state.z.total_out <= most && zStreamWrite(target.get(), data, count) == count &&
                !zStreamError(target.get());
     };
-    const bool whole = each_block(zip.get(), kInflatedBlock, state.z.total_in, unpack);
+    const bool whole = each_block(zip.get(), state.block, kInflatedBlock, state.z.total_in, unpack);
     if (state.z.total_out > most) return fail_too_large();
     if (zStreamError(target.get()) || zStreamError(stream)) return nullptr;
     if (!whole || !state.ended || state.failed) return fail_zlib(state.z);
@@ -297,10 +348,10 @@ uint64_t zZipStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
 
 void zZipStreamFree(Stream *stream) {
     if (!stream) return;
-    const std::unique_ptr<ZipStream> zip(record(stream));
+    ZipStream *zip = record(stream);
     zZipStreamFinish(stream);
-    zip->mode == kDecompress ? inflateEnd(&zip->z) : deflateEnd(&zip->z);
     if (zip->owned) zStreamFree(zip->below);
+    rest(zip);
 }
 
 bool zZipStreamFlush(Stream *stream) {

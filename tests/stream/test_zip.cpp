@@ -165,6 +165,7 @@ TEST(ZipStream, RefusesDamage) {
           good.substr(0, good.size() - 1), good.substr(0, 9)}) {
         EXPECT_FALSE(uncompressed(input, u"gzip")) << input.size();
         EXPECT_NE(zErrorClass(), 0);
+        EXPECT_TRUE(uncompressed(good, u"gzip")) << "behind damage"; // by the same decompressor
     }
     // A preset dictionary is wanted.
     EXPECT_FALSE(uncompressed(std::string("\x78\xbb\0\0\0\1\3\0\0\0\0\1", 12), u"deflate"));
