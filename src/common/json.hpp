@@ -179,11 +179,22 @@ class JsonBlocks {
     const char *token() const; // null between tokens
     void resume(const char *token);
     Json *finish();
+    // So many nodes at most: a run beyond them is false, and `is_bounded` then.
+    void set_most(uint64_t nodes);
+    bool is_bounded() const;
 
   private:
     struct Reader;
     std::unique_ptr<Reader> reader_;
 };
+
+// zJsonReadStream with bounds, for what comes from a peer: a text of more bytes, or with more
+// nodes, is null too and sets `exceeded`. At most one block beyond the bound is read.
+struct JsonBounds {
+    uint64_t bytes, nodes;
+    bool exceeded = false;
+};
+Json *json_read_bounded(Stream *stream, JsonBounds &bounds);
 
 // The text of a container as UTF-8, in a block of `length` bytes; null with the reason raised, or
 // nothing raised for what is no container.

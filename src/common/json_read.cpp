@@ -261,6 +261,9 @@ template <class Unit> class JsonReader {
         if (token_) token_ = token;
     }
 
+    void set_most(uint64_t nodes) { left_ = nodes; }
+    bool is_bounded() const { return bounded_; }
+
     // The tree, if the text was whole.
     Json *finish() { return state_ == Done && mode_ == TopMode ? root_.release() : nullptr; }
 
@@ -281,6 +284,8 @@ template <class Unit> class JsonReader {
     uint32_t depth_ = 0;
     Mode mode_ = TopMode;
     Mode outer_[limits::json_depth]; // modes below mode_
+    uint64_t left_ = UINT64_MAX;     // nodes that there may still be
+    bool bounded_ = false;           // one more was to be
     NodePool nodes_;
     JsonGuard root_;
     Json *current_ = nullptr;  // lent from root_
@@ -403,6 +408,10 @@ template <class Unit> bool JsonReader<Unit>::end_text(const Unit *end) {
 // A new value goes where the text has come to.
 template <class Unit> bool JsonReader<Unit>::take(Json *node) {
     if (!node) return false;
+    if (!left_--) {
+        bounded_ = true;
+        return json_drop(node), false;
+    }
     node->parent = current_;
     if (!current_) {
         root_.reset(node);
@@ -435,6 +444,8 @@ bool JsonBlocks::run(const char *at, const char *end) { return reader_->run(at, 
 const char *JsonBlocks::token() const { return reader_->token(); }
 void JsonBlocks::resume(const char *token) { reader_->resume(token); }
 Json *JsonBlocks::finish() { return reader_->finish(); }
+void JsonBlocks::set_most(uint64_t nodes) { reader_->set_most(nodes); }
+bool JsonBlocks::is_bounded() const { return reader_->is_bounded(); }
 
 uint64_t zev::json_unescape(zwchar *text, uint64_t units) {
     constexpr WideView escapes = u"\"\\bfnrt", characters = u"\"\\\b\f\n\r\t";

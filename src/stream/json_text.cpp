@@ -23,8 +23,10 @@ uint64_t read_fully(Stream *stream, char *at, uint64_t wanted) {
 }
 
 // The stream's text in blocks, each behind what the one before left of its last token.
-Json *read_stream(Stream *stream) {
+Json *read_stream(Stream *stream, JsonBounds &bounds) {
     JsonBlocks reader;
+    reader.set_most(bounds.nodes);
+    uint64_t total = 0;
     std::vector<char> block(kBlock);
     uint64_t kept = 0, wanted = 3; // first what may be a byte order mark
     for (bool first = true;; first = false) {
@@ -33,9 +35,14 @@ Json *read_stream(Stream *stream) {
         uint64_t got = read_fully(stream, at, wanted);
         if (zStreamError(stream)) return nullptr;
         if (!got) break;
+        bounds.exceeded = (total += got) > bounds.bytes;
+        if (bounds.exceeded) return nullptr;
         if (first && static_cast<uint8_t>(*at) == 0xEF) got = 0;
         reader.resume(block.data());
-        if (!reader.run(at, at + got)) return nullptr;
+        if (!reader.run(at, at + got)) {
+            bounds.exceeded = reader.is_bounded();
+            return nullptr;
+        }
         const char *token = reader.token();
         kept = token ? static_cast<uint64_t>(at + got - token) : 0;
         if (kept) memmove(block.data(), token, kept);
@@ -52,12 +59,17 @@ bool send(const Json *node, Stream *stream) {
 
 } // namespace
 
-Json *zJsonReadStream(Stream *stream) try {
+Json *zev::json_read_bounded(Stream *stream, JsonBounds &bounds) try {
     if (!stream) return fail_args();
-    Json *tree = read_stream(stream);
+    Json *tree = read_stream(stream, bounds);
     return tree ? tree : fail_raised();
 } catch (...) {
     return fail_thrown();
+}
+
+Json *zJsonReadStream(Stream *stream) {
+    JsonBounds none{UINT64_MAX, UINT64_MAX};
+    return json_read_bounded(stream, none);
 }
 
 Json *zJsonReadFile(const zwchar *path) {

@@ -1,6 +1,8 @@
 // The stream kinds and the portable encoding, through the interface only.
 #include "support.hpp"
 
+#include "common/json.hpp"
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -213,6 +215,32 @@ struct SocketPair : testing::Test {
         return {bytes, static_cast<size_t>(read(ends[1], bytes, sizeof bytes))};
     }
 };
+
+// Bounds count bytes and nodes, containers among them; what is at a bound passes.
+TEST(JsonStream, IsReadWithinBounds) {
+    const struct {
+        std::string text;
+        uint64_t bytes, nodes;
+        bool read, exceeded;
+    } cases[] = {
+        {"[1,\"a\",{}]", 10, 4, true, false},
+        {"[1,\"a\",{}]", 9, 4, false, true},
+        {"[1,\"a\",{}]", 10, 3, false, true},
+        {"[1,\"a\",[]]", 10, 0, false, true},
+        {"[1,\"a\",{]", 100, 100, false, false},
+        {"[" + std::string(300'000, ' ') + "1]", 300'003, 2, true, false},
+        {"[" + std::string(300'000, ' ') + "1]", 200'000, 2, false, true},
+    };
+    for (const auto &each : cases) {
+        auto stream = guard(zMemStream(0, each.text.size()), zStreamFree);
+        zStreamWrite(stream.get(), each.text.data(), each.text.size());
+        zStreamRewind(stream.get());
+        zev::JsonBounds bounds{each.bytes, each.nodes};
+        const auto tree = guard(zev::json_read_bounded(stream.get(), bounds), zJsonFree);
+        EXPECT_EQ(tree != nullptr, each.read) << each.bytes << " " << each.nodes;
+        EXPECT_EQ(bounds.exceeded, each.exceeded) << each.bytes << " " << each.nodes;
+    }
+}
 
 TEST_F(SocketPair, MovesBytesAndClosesWithTheLastOwner) {
     Socket *socket = make(2);
