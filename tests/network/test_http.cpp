@@ -1,6 +1,7 @@
 // Client and server beside each other, and the server beside raw sockets.
 #include "server_fixture.hpp"
 
+#include "network/tcp/tcp.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/http_client.h"
@@ -10,6 +11,7 @@
 #include <uv.h>
 
 using test::narrow, test::RawSocket, test::TestServer;
+using zev::Tcp;
 
 namespace {
 
@@ -314,6 +316,39 @@ TEST(HttpServer, StopsFromAnotherThreadAtAnyMoment) {
         server.stop();
         EXPECT_EQ(server.server().open, 0u);
     }
+}
+
+// Twenty million bytes, which don't fit into any buffer on the way.
+HttpResponse *large(HttpServer *, HttpRequest *) {
+    HttpResponse *response = zHttpResponseBlank(200);
+    Stream *body = zMemStream(0, 0);
+    const std::string bytes(20'000'000, 'x');
+    zStreamWrite(body, bytes.data(), bytes.size());
+    zHttpResponseSetContents(response, u"text/plain", nullptr, nullptr, body);
+    return response;
+}
+
+// Told to end, a server lets the answer that is on its way leave, closes what stands still, and
+// cuts a peer that takes nothing.
+TEST(HttpServer, LetsTheLastAnswersLeave) {
+    TestServer server(large, [](HttpServer &record) {
+        reinterpret_cast<Tcp *>(record.tcp)->last_call_time = 800;
+    });
+    const RawSocket taker(server.port()), idle(server.port()), stuck(server.port());
+    for (const RawSocket *each : {&taker, &stuck}) {
+        ASSERT_TRUE(each->send("GET /test HTTP/1.1\r\nHost: h\r\n\r\n"));
+        char first;
+        ASSERT_EQ(recv(each->fd(), &first, 1, 0), 1);
+    }
+    ASSERT_TRUE(zHttpServerStop(&server.server()));
+    bool closed = false;
+    EXPECT_EQ(idle.receive({}, &closed), "");
+    EXPECT_TRUE(closed);
+    EXPECT_FALSE(RawSocket(server.port()).connected());
+    EXPECT_GT(taker.receive({}, &closed).size(), 20'000'000u);
+    EXPECT_TRUE(closed);
+    server.stop();
+    EXPECT_LT(stuck.receive().size(), 20'000'000u);
 }
 
 TEST(HttpServer, CutsASilentConnection) {

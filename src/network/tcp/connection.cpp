@@ -7,11 +7,14 @@
 //                                    acting --3, a client's--> paused --used again--> acting
 //   any --4, 5, failure, silence, stop--> closing --callback--> freed
 //
+// A server that is told to end lets those that are writing go on, until they would read.
+//
 // Only the close callback frees; after a call into the echo the connection may be closing, since
 // the echo may have ended the loop.
 #include "network/tcp/tcp.hpp"
 
 #include "common/log_level.hpp"
+#include "common/utf.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/lang.h"
@@ -248,6 +251,7 @@ void start_reading(TcpConnection *connection) {
 
 void on_written(uv_write_t *request, int status) {
     auto *connection = static_cast<TcpConnection *>(request->data);
+    connection->writing = false;
     const size_t count = std::exchange(connection->buffer, {}).len;
     if (status < 0) {
         if (is_closing(connection)) return; // cancelled by the end
@@ -270,6 +274,7 @@ void start_writing(TcpConnection *connection, bool head) {
     const int code =
         uv_write(&connection->write, stream_of(connection), &connection->buffer, 1, on_written);
     if (code < 0) return fail_and_cut(connection, code, u"net.eCannotWriteToConnection");
+    connection->writing = true;
     rearm(connection);
 }
 
@@ -278,6 +283,7 @@ void start_writing(TcpConnection *connection, bool head) {
 void act(TcpConnection *connection, EchoAction action) {
     switch (action) {
     case Z_ECHO_READ:
+        if (connection->tcp->draining) return end(connection, false);
         return start_reading(connection);
     case Z_ECHO_WRHEADER:
     case Z_ECHO_WRBODY:
@@ -342,6 +348,7 @@ void on_connection(uv_stream_t *listener, int status) {
     int code = uv_accept(listener, stream_of(connection));
     if (!code) {
         log_connection(connection, u"srv.sConnectionAccepted_s_d", accepted_count);
+        if (tcp->met) tcp->met(echo, to_utf8(peer_of(connection).host).c_str());
         set_options(connection);
         code = connection_start_timer(connection, tcp->timeout) ? 0 : UV_ENOMEM;
     }
@@ -394,6 +401,10 @@ void timer_close(uv_timer_t *timer) {
 }
 
 void connection_cut(TcpConnection *connection) { end(connection, true); }
+
+void connection_drain(TcpConnection *connection) {
+    if (!connection->writing) end(connection, true);
+}
 
 // While something is being written the echo's answer is what comes after it: only a cut counts.
 void connection_look(TcpConnection *connection) {

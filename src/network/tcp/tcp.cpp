@@ -1,8 +1,10 @@
 // The transport's loop: opened by listening or connecting, turned by its thread, ended by a walk
 // over all that libuv holds. A server may be ended from another thread, which only wakes the
-// loop's own: libuv's loop is not to be touched from outside.
+// loop's own: libuv's loop is not to be touched from outside. It goes in two steps: what stands
+// still ends at once, answers on their way get some seconds.
 #include "network/tcp/tcp.hpp"
 
+#include "common/limits.hpp"
 #include "common/log_level.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
@@ -67,7 +69,8 @@ void close_all(Tcp *tcp) {
             auto *tcp = static_cast<Tcp *>(context);
             if (uv_is_closing(handle)) return;
             const bool ours = handle == reinterpret_cast<uv_handle_t *>(&tcp->listener) ||
-                              handle == reinterpret_cast<uv_handle_t *>(&tcp->look);
+                              handle == reinterpret_cast<uv_handle_t *>(&tcp->look) ||
+                              handle == reinterpret_cast<uv_handle_t *>(&tcp->last_call);
             if (handle->type == UV_TCP && !ours && handle->data)
                 return connection_cut(static_cast<TcpConnection *>(handle->data));
             if (handle->type != UV_TIMER || ours) return close_plainly(handle);
@@ -82,6 +85,24 @@ void close_all(Tcp *tcp) {
 void end_stopping(Tcp *tcp) {
     const std::lock_guard lock(tcp->mutex);
     tcp->stoppable = false;
+}
+
+// No more connections; those that are left end by themselves, or by the last call.
+void drain(Tcp *tcp) {
+    if (std::exchange(tcp->draining, true)) return;
+    uv_update_time(tcp->loop);
+    const auto cut = [](uv_timer_t *timer) { close_all(static_cast<Tcp *>(timer->data)); };
+    uv_timer_start(&tcp->last_call, cut, tcp->last_call_time, 0);
+    uv_walk(
+        tcp->loop,
+        [](uv_handle_t *handle, void *context) {
+            auto *listener =
+                reinterpret_cast<uv_handle_t *>(&static_cast<Tcp *>(context)->listener);
+            if (handle->type != UV_TCP || uv_is_closing(handle)) return;
+            if (handle == listener) return close_plainly(handle);
+            if (handle->data) connection_drain(static_cast<TcpConnection *>(handle->data));
+        },
+        tcp);
 }
 
 // Frees the loop; false, with the loop in place, when libuv holds it for another reason than
@@ -123,6 +144,10 @@ bool make_loop(Tcp *tcp, bool server) {
     tcp->look.data = tcp;
     uv_timer_start(&tcp->look, look_at_all, kLookRound, kLookRound);
     uv_unref(reinterpret_cast<uv_handle_t *>(&tcp->look));
+    uv_timer_init(loop, &tcp->last_call);
+    tcp->last_call.data = tcp;
+    uv_unref(reinterpret_cast<uv_handle_t *>(&tcp->last_call));
+    tcp->draining = false;
     const std::lock_guard lock(tcp->mutex);
     tcp->loop = loop;
     tcp->server = server;
@@ -134,8 +159,7 @@ int make_stoppable(Tcp *tcp) {
     const int code = uv_async_init(tcp->loop, &tcp->stop, [](uv_async_t *async) {
         auto *tcp = static_cast<Tcp *>(async->data);
         end_stopping(tcp);
-        uv_stop(tcp->loop);
-        close_all(tcp);
+        drain(tcp);
     });
     if (code < 0) return code;
     tcp->stop.data = tcp;
@@ -189,6 +213,7 @@ Loop *zTcpNew(Echo *echo, uint32_t backlog, uint64_t timeout) {
     tcp->echo = echo;
     tcp->backlog = backlog;
     tcp->timeout = timeout;
+    tcp->last_call_time = limits::http_last_call / kMillisecond;
     tcp->usage.start = tcp->usage.last = time_of(os::calls.now());
     return &tcp->head;
 }

@@ -27,7 +27,8 @@ struct Tcp {
     Echo *echo;      // lent: a server's prototype, a client's only one
     bool server;
     uint32_t backlog;
-    uint64_t timeout; // milliseconds, 0 for never
+    uint64_t timeout;                          // milliseconds, 0 for never
+    void (*met)(Echo *echo, const char *peer); // for each accepted connection; may be null
     TransferUsage usage;
     int32_t last_error; // libuv's; only the time-out writes it
     uv_tcp_t listener;
@@ -36,7 +37,10 @@ struct Tcp {
     TcpConnection *connection; // a client's, null when it is closed
     TcpConnection *heard;      // whose echo was called last, null when it is closed
     uv_timer_t look;           // asks every connection now and then whether it is to end
-    bool turning;              // within uv_run
+    uv_timer_t last_call;      // runs while `draining`
+    uint64_t last_call_time; // milliseconds that answers under way get when a server is told to end
+    bool draining;           // a connection ends when its answer has left
+    bool turning;            // within uv_run
     // What arrives is handed to the echo before anything else is read: one block serves all.
     std::array<char, kReadBlock> block;
 
@@ -54,7 +58,8 @@ struct TcpConnection {
     Echo *echo;
     uv_timer_t *timer; // in a block of its own, freed in its own close callback
     bool reading;
-    bool cut; // what the close callback tells the echo
+    bool writing; // until on_written
+    bool cut;     // what the close callback tells the echo
 };
 
 // ---- connection.cpp
@@ -68,8 +73,14 @@ TcpConnection *connection_new(Tcp *tcp, Echo *echo, const zwchar *message);
 bool connection_start_timer(TcpConnection *connection, uint64_t milliseconds);
 void connection_resume(TcpConnection *connection); // a client's, which paused
 void connection_cut(TcpConnection *connection);
-void connection_look(TcpConnection *connection); // asks its echo whether it is to end
-void timer_close(uv_timer_t *timer);             // unlinked from its connection
+void connection_look(TcpConnection *connection);  // asks its echo whether it is to end
+void connection_drain(TcpConnection *connection); // ends it, unless an answer is on its way
+void timer_close(uv_timer_t *timer);              // unlinked from its connection
+
+// A server's echoes are told the addresses of their peers, as text.
+inline void tcp_tell_peers(Loop *loop, void (*met)(Echo *echo, const char *peer)) {
+    reinterpret_cast<Tcp *>(loop)->met = met;
+}
 
 // The address, without the port, of the peer whose bytes are at work; empty where it is not known.
 std::u16string peer_address(const Loop *loop);
