@@ -33,6 +33,10 @@ ZEV_API const zwchar *zServerVersion(Server *server);
 // server, loads the authentication module and serves. A process runs one at most: class -1 with the
 // standard error 103 while another runs.
 ZEV_API bool zServerStartup(const Json *config);
+// Whom zServerStartup tells, on its thread, when the service takes connections, and on which port;
+// null for nobody. To be set before.
+typedef void (*ServerReadyFn)(uint32_t port, void *context);
+ZEV_API void zServerOnReady(ServerReadyFn ready, void *context);
 // Ends the running service, from any thread; true where none runs. From another thread it waits
 // five seconds at most: then the standard error 16, and the server still goes down.
 ZEV_API bool zServerShutdown(void);

@@ -65,17 +65,10 @@ inline constexpr uint32_t http_target = 2047; // what a URI holds
 // A body as it travels: the largest drawings, compressed, and a day's work in one pack.
 inline constexpr uint64_t http_body = 2ull << 30;
 // What a body may be once it was decoded: a request in JSON, which becomes a tree in memory, by its
-// bytes and its nodes; one object, which does, too; else as many as may travel.
+// bytes and its nodes; else as many as may travel.
 inline constexpr uint64_t http_json = 64u << 20;
 inline constexpr uint64_t http_nodes = 1'000'000;
-inline constexpr uint64_t http_object = 1u << 30;
 inline constexpr uint64_t http_inflated = http_body;
-// Objects of one pack that is sent to a server: a client that has more sends several.
-inline constexpr uint64_t http_pack = 1'000'000;
-// Rows of a drawing as they are sent: keys have 16 bytes, those of other hosts' rows some more; a
-// value is held in memory.
-inline constexpr uint32_t row_key = 64;
-inline constexpr uint32_t row_value = 64u << 20;
 // Nanoseconds from a head's first byte to its last; from there on a body may be slow for a while,
 // and then has a lowest rate, in bytes a second.
 inline constexpr int64_t http_head_time = 20'000'000'000;

@@ -92,6 +92,8 @@ constexpr std::chrono::seconds kShutdown{5}; // that another thread waits for th
 std::mutex guard; // of `running`
 std::condition_variable ended;
 std::atomic<Server *> running;
+ServerReadyFn on_ready; // with its context
+void *on_ready_context;
 
 bool publish(Server *server) {
     const std::lock_guard lock(guard);
@@ -181,6 +183,15 @@ bool zServerStartup(const Json *config) {
     const KeptFailure kept;
     take_back(std::move(server));
     return served;
+}
+
+void zServerOnReady(ServerReadyFn ready, void *context) {
+    on_ready = ready;
+    on_ready_context = context;
+}
+
+void zev::tell_ready(const Server *server, uint32_t port) {
+    if (on_ready && server == running) on_ready(port, on_ready_context);
 }
 
 bool zServerShutdown() {

@@ -20,3 +20,10 @@ struct Server {
     std::atomic<uint32_t> state;
     std::atomic<uint64_t> thread; // that runs the loop, 0 when none does
 };
+
+namespace zev {
+
+// To be told by a kind of server when it listens, if it is the running one.
+void tell_ready(const Server *server, uint32_t port);
+
+} // namespace zev

@@ -49,7 +49,6 @@ class Service {
         zJsonPathSetString(config.get(), u"http.auth", auth);
         server_ = zHttpServerNew(config.get(), u"http");
         server_->head.auth = table;
-        EXPECT_TRUE(zev::rest::add_routes(server_));
         if (!zLoopListen(server_->tcp, server_->host, server_->port)) return;
         client_ = zHttpRequestNew(wide(url()).c_str());
         thread_ = std::thread([this] {

@@ -52,37 +52,69 @@ bool begin_request(HttpEcho *echo) {
     return true;
 }
 
+// Decodes the body; null when it may pass.
+HttpResponse *refuse_body(HttpEcho *echo, const HttpHandle *handle) {
+    constexpr int32_t kTooMuch = 5; // class of what is out of range
+    HttpRequest *request = echo->request;
+    const HttpServer &server = *echo->server;
+    const uint64_t most =
+        server.body_bound ? server.body_bound(server, *handle, request) : server.limits.inflated;
+    if (unzip_body(request, most)) return nullptr;
+    const int32_t code = zErrorClass() == kTooMuch ? 413 : 400;
+    return zHttpResponseError(__FILE__, __LINE__, request, code, nullptr);
+}
+
 HttpResponse *answer(HttpEcho *echo) {
     HttpRequest *request = echo->request;
     uri_drop_queries(&request->uri, u':'); // would stand in for captures that are absent
     const HttpHandle *handle = zHttpServerFindHandle(echo->server, request);
     if (!handle) return plain_answer(404, request);
-    if (!zHttpRequestUnzipBody(request))
-        return zHttpResponseError(__FILE__, __LINE__, request, 400, nullptr);
+    if (HttpResponse *refused = refuse_body(echo, handle)) return refused;
     HttpResponse *response = zHttpHandleCall(handle, echo->server, request);
     return response ? response : plain_answer(500, request);
+}
+
+bool is_refusal(int32_t status) { return status == 401 || status == 403 || status == 429; }
+
+// Has the answer made, and a refusal written down.
+bool make_answer(HttpEcho *echo) {
+    const std::string &head = echo->parser->framing().head();
+    echo->line.assign(head, 0, head.find('\r'));
+    drop_parser(echo);
+    echo->server->at_work = echo;
+    echo->response = answer(echo);
+    const int32_t status = echo->response ? echo->response->code : 500;
+    if (is_refusal(status)) audit(echo->server, {.act = u"refused", .status = status});
+    echo->server->at_work = nullptr;
+    return echo->response;
+}
+
+void begin_answer(HttpEcho *echo) {
+    echo->answering = true;
+    echo->sent = 0;
+    echo->state = Z_ECHO_WRHEADER;
 }
 
 bool end_request(HttpEcho *echo) {
     // Another protocol is not spoken here: the answer is in this one, and the last.
     if (echo->parser->framing().facts().upgrade) echo->request->header.alive = false;
-    drop_parser(echo);
-    echo->response = answer(echo);
-    if (!echo->response) return false;
+    if (!make_answer(echo)) return false;
     echo->response->header.alive = echo->request->header.alive;
-    echo->state = Z_ECHO_WRHEADER;
+    begin_answer(echo);
     return true;
 }
 
 // A limit is told to the peer, who is not listened to any more; what is no HTTP is cut.
 bool refuse(HttpEcho *echo, int status) {
+    const std::string &head = echo->parser->framing().head();
+    echo->line.assign(head, 0, std::min<size_t>(head.find('\r'), limits::http_target));
     drop_parser(echo);
     if (status != 413 && status != 414 && status != 431) return false;
     echo->waiting.clear();
     echo->response = plain_answer(status, nullptr);
     if (!echo->response) return false;
     echo->request->header.alive = echo->response->header.alive = false;
-    echo->state = Z_ECHO_WRHEADER;
+    begin_answer(echo);
     return true;
 }
 
@@ -143,8 +175,20 @@ EchoAction action(Echo *base) {
 
 // ---- Writing
 
+// Writes the answer down, which has been handed over, or cut.
+void note(HttpEcho *echo) {
+    if (!std::exchange(echo->answering, false) || !echo->server) return;
+    log_answer(echo->server->logs.access, {.peer = echo->peer,
+                                           .request = echo->line,
+                                           .login = zHttpRequestUser(echo->request),
+                                           .status = echo->response->code,
+                                           .bytes = echo->sent,
+                                           .began = echo->began});
+}
+
 // The next message, or the end.
 void finish(HttpEcho *echo) {
+    note(echo);
     if (!echo->request->header.alive) {
         echo->state = Z_ECHO_CLOSE;
         return;
@@ -160,6 +204,7 @@ bool append_piece(HttpEcho *echo) {
     out.resize(known + kBodyPiece);
     const uint64_t count = read_piece(body, out.data() + known, &echo->left);
     out.resize(known + count);
+    echo->sent += count;
     if (!count) {
         echo->state = Z_ECHO_ABORT;
         return false;
@@ -214,16 +259,19 @@ bool write_body(Echo *base, Chunk *chunk) try {
 
 void close(Echo *base) { echo_of(base)->state = Z_ECHO_CLOSE; }
 
-void abort(Echo *base) {
+void abort(Echo *base) try {
     HttpEcho *echo = echo_of(base);
+    note(echo);
     zHttpResponseFree(std::exchange(echo->response, nullptr));
     echo->state = Z_ECHO_ABORT;
+} catch (...) {
+    fail_thrown();
 }
 
 // For an accepted connection: none above the limit.
 Echo *dup(Echo *base) {
     HttpServer *server = echo_of(base)->server;
-    if (server && server->open >= limits::http_connections) {
+    if (server && server->open >= server->limits.connections) {
         fail_os(EMFILE);
         return log_raised(kError, {}, kFacilitySrv), nullptr;
     }

@@ -7,18 +7,28 @@
 // another coding, a chunk that is longer or shorter than it says.
 #pragma once
 
+#include "common/limits.hpp"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace zev {
 
+// Of messages, and what a server takes beyond them; each can be set for one.
 struct HttpLimits {
-    uint32_t head;   // bytes of a head; 431
-    uint32_t fields; // of a head; 431
-    uint32_t target; // bytes of a request's target; 414
-    uint64_t body;   // bytes of a body as it travels; 413
+    uint64_t head = limits::http_head;               // bytes of a head; 431
+    uint64_t fields = limits::http_fields;           // of a head; 431
+    uint64_t target = limits::http_target;           // bytes of a request's target; 414
+    uint64_t body = limits::http_body;               // bytes of a body as it travels; 413
+    uint64_t json = limits::http_json;               // of a decoded body that is JSON; 413
+    uint64_t nodes = limits::http_nodes;             // of its tree; 413
+    uint64_t object = limits::object;                // bytes of one object's contents; 413
+    uint64_t inflated = limits::http_inflated;       // of any other decoded body; 413
+    uint64_t pack = limits::sent_objects;            // objects of a pack; 413
+    uint64_t connections = limits::http_connections; // open at once
 };
+inline constexpr HttpLimits kHttpLimits;
 
 // What a head says of the body behind it.
 struct HeadFacts {

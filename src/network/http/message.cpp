@@ -60,13 +60,13 @@ bool zip_body(Message message, const zwchar *encoding, Here at) {
     return set_body(message, zipped.release());
 }
 
-bool unzip_body(Message message, Here at) {
+bool unzip_body(Message message, uint64_t most, Here at) {
     if (!message) return fail_args(at);
     Stream *body = *message.body;
     const zwchar *encoding = body ? zHttpHeaderContentEncoding(message.header) : nullptr;
-    if (!encoding) return true;
+    if (!encoding) return body_size(body) <= most || logged(raise_range(), at);
     zStreamRewind(body);
-    Owned<Stream, zStreamFree> plain(uncompress_stream(body, encoding, limits::http_body));
+    Owned<Stream, zStreamFree> plain(uncompress_stream(body, encoding, most));
     if (!plain || !zHttpHeaderRemove(message.header, u"Content-Encoding")) return false;
     return set_body(message, plain.release());
 }

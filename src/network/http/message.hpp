@@ -10,8 +10,6 @@
 
 namespace zev {
 
-inline constexpr HttpLimits kHttpLimits = {limits::http_head, limits::http_fields,
-                                           limits::http_target, limits::http_body};
 inline constexpr uint64_t kBodyPiece = 65535; // sent at once
 
 // The part that both records have; empty of a null record, which each function below refuses.
@@ -39,7 +37,8 @@ bool set_file(Message message, const zwchar *path, Here at = {});
 
 // Replaces the body by its compressed form and says so in the header; the body stays on failure.
 bool zip_body(Message message, const zwchar *encoding, Here at = {});
-bool unzip_body(Message message, Here at = {});
+// At most so many bytes of it, and no more of a body that needs no decoding: else class 5.
+bool unzip_body(Message message, uint64_t most = limits::http_body, Here at = {});
 
 uint64_t body_size(Stream *body); // 0 without one
 // The next piece of a body of which `left` bytes are promised: one that ends before that can't be

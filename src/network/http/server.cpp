@@ -2,9 +2,13 @@
 #include "network/http/server.hpp"
 
 #include "common/guard.hpp"
+#include "network/rest/operations.hpp"
+#include "network/tcp/tcp.hpp"
+#include "system/os.hpp"
 #include "zev/json.h"
+#include "zev/lang.h"
+#include "zev/path.h"
 #include "zev/str.h"
-#include "zev/tcp.h"
 #include "zev/uri.h"
 
 #include <new>
@@ -15,6 +19,57 @@ using namespace zev;
 namespace {
 
 HttpServer *http_of(Server *server) { return reinterpret_cast<HttpServer *>(server); }
+
+Failure fail_improper(const std::u16string &setting, Here at = {}) {
+    return logged(
+        raise_args(zI18nTextFormat(zI18nCurrentLang(), u"srv.eImproperSetting_s", setting.c_str())),
+        at);
+}
+
+// A bound that can be set; those of heads can't be above what the parts below hold.
+struct Bound {
+    const zwchar *name;
+    uint64_t HttpLimits::*field;
+    int64_t most;
+};
+constexpr int64_t kMost = int64_t{1} << 40;
+constexpr Bound kBounds[] = {
+    {u"head", &HttpLimits::head, HTTP_MAX_HEADER_SIZE},
+    {u"fields", &HttpLimits::fields, 10'000},
+    {u"target", &HttpLimits::target, limits::http_target},
+    {u"body", &HttpLimits::body, kMost},
+    {u"json", &HttpLimits::json, kMost},
+    {u"nodes", &HttpLimits::nodes, kMost},
+    {u"object", &HttpLimits::object, UINT32_MAX},
+    {u"inflated", &HttpLimits::inflated, kMost},
+    {u"pack", &HttpLimits::pack, limits::pack_objects},
+    {u"connections", &HttpLimits::connections, 1'000'000},
+};
+
+bool read_limits(HttpServer *server, const std::u16string &name, Json *section) {
+    if (!section) return true;
+    if (!zJsonIsObject(section)) return fail_improper(name);
+    for (const Bound &bound : kBounds) {
+        const Json *node = zJsonObjectAt(section, bound.name);
+        if (!node) continue;
+        const int64_t value = zJsonIsInt(node) ? zJsonGetInt(node) : 0;
+        if (value < 1 || value > bound.most) return fail_improper(name + u"." + bound.name);
+        server->limits.*bound.field = static_cast<uint64_t>(value);
+    }
+    return true;
+}
+
+// A file for lines, below the root where it is relative; absent means none.
+bool read_log(HttpServer *server, LineFile &file, const std::u16string &name, Json *node) {
+    if (!node) return true;
+    zwchar path[Z_PATH_MAX];
+    const zwchar *root = zJsonPathGetString(server->head.config, u"path.root");
+    const zwchar *text = zJsonIsString(node) ? zJsonGetString(node) : u"";
+    if (!*text || !zPathExpandEnvStrings(path, text)) return fail_improper(name);
+    if (zPathIsRelative(path) && !zPathMakeAbsolute(path, path, root)) return fail_improper(name);
+    file.set_path(path);
+    return true;
+}
 
 bool read_settings(HttpServer *server, const zwchar *schema) {
     Json *section = zJsonPathGet(server->head.config, schema);
@@ -27,8 +82,14 @@ bool read_settings(HttpServer *server, const zwchar *schema) {
     server->port = number(u"port", zUriDefaultPort(u"zev"));
     server->maxconn = number(u"maxconn", 1024);
     server->timeout = number(u"timeout", 0) * 1000;
-    server->limits = kHttpLimits;
-    return server->host != nullptr;
+    if (!server->host) return fail_memory();
+    if (!section) return true;
+    const std::u16string name = schema;
+    return read_limits(server, name + u".limits", zJsonPathGet(section, u"limits")) &&
+           read_log(server, server->logs.access, name + u".log.access",
+                    zJsonPathGet(section, u"log.access")) &&
+           read_log(server, server->logs.audit, name + u".log.audit",
+                    zJsonPathGet(section, u"log.audit"));
 }
 
 constexpr ServerClass kHttp = {
@@ -43,15 +104,18 @@ constexpr ServerClass kHttp = {
     .Stop = [](Server *server) { return zHttpServerStop(http_of(server)); },
 };
 
+void meet(Echo *echo, const char *peer) { reinterpret_cast<HttpEcho *>(echo)->peer = peer; }
+
 } // namespace
 
 const ServerClass *zHttpServerClass() { return &kHttp; }
 
-HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) {
+HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) try {
     if (!config || !schema) return fail_args();
     Owned<HttpServer, zHttpServerFree> server(new (std::nothrow) HttpServer{});
     if (!server) return fail_memory();
     server->head.table = &kHttp;
+    server->began = os::calls.now();
     if (!zServerInit(&server->head, config)) return nullptr;
     const auto release = [](void *handle) { zHttpHandleFree(static_cast<HttpHandle *>(handle)); };
     if (!zVectorInitPtr(&server->handles, 0, nullptr, release)) return nullptr;
@@ -60,7 +124,11 @@ HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) {
     if (!server->prototype) return nullptr;
     auto *echo = reinterpret_cast<Echo *>(server->prototype);
     server->tcp = zLoopNew(zTcpClass(), echo, server->maxconn, server->timeout);
-    return server->tcp ? server.release() : nullptr;
+    if (!server->tcp) return nullptr;
+    tcp_tell_peers(server->tcp, meet);
+    return rest::add_routes(server.get()) ? server.release() : nullptr;
+} catch (...) {
+    return fail_thrown();
 }
 
 void zHttpServerFree(HttpServer *server) {
@@ -102,6 +170,7 @@ bool zHttpServerLoop(HttpServer *server) {
     if (!server) return fail_args();
     if (!zLoopListen(server->tcp, server->host, server->port)) return false;
     if (server->head.state == kServerStopping) zLoopClose(server->tcp);
+    tell_ready(&server->head, zTcpPort(server->tcp));
     return zLoopRun(server->tcp);
 }
 

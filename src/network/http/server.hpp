@@ -1,6 +1,7 @@
 // The records of the HTTP server and of its connections' ends.
 #pragma once
 
+#include "network/http/access_log.hpp"
 #include "network/http/parser.hpp"
 #include "network/http/response.hpp"
 #include "network/server.hpp"
@@ -9,8 +10,8 @@
 #include "zev/http_server.h"
 #include "zev/vector.h"
 
+#include <memory>
 #include <string>
-#include <vector>
 
 struct HttpServer {
     Server head;
@@ -22,8 +23,16 @@ struct HttpServer {
     uint32_t timeout; // milliseconds
     Vector handles;   // of HttpHandle, in the order of matching
     zev::HttpLimits limits;
-    uint32_t open;          // connections
-    zev::Throttle throttle; // of those who fail to prove who they are
+    // Bytes that the decoded body of a request may have, whose captures stand in its query; null
+    // for the limit of any body.
+    uint64_t (*body_bound)(const HttpServer &server, const HttpHandle &handle,
+                           const HttpRequest *request);
+    zev::HttpLogs logs;
+    int64_t began;                  // nanoseconds since 1970
+    uint32_t open;                  // connections
+    zev::Throttle throttle;         // of those who fail to prove who they are
+    HttpEcho *at_work;              // whose request is being answered, else null
+    std::shared_ptr<void> projects; // what the service remembers of how many there are
 };
 
 struct HttpEcho {
@@ -35,6 +44,10 @@ struct HttpEcho {
     std::string outgoing; // head, with the first piece of a body, or a piece; survives a reset
     std::string waiting;  // what came behind a complete request
     EchoAction state;
+    std::string peer;   // its address as text
+    std::string line;   // the first of the request's head
+    bool answering;     // the answer is not written down yet
+    uint64_t sent;      // bytes of the answer's body
     uint64_t left;      // of the body that is sent, as its length was told
     int64_t began;      // nanoseconds: the first byte of the request
     int64_t body_from;  // when its head was complete; 0 before

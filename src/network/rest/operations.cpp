@@ -3,6 +3,7 @@
 #include "network/rest/operations.hpp"
 
 #include "common/guard.hpp"
+#include "network/http/server.hpp"
 #include "network/rest/access.hpp"
 #include "zev/str.h"
 
@@ -25,6 +26,7 @@ constexpr const char16_t *kPatterns[] = {
     u"/repos/:owner/:name/rms",
     u"/repos/:owner/:name",
     u"/rms",
+    u"/health",
 };
 
 using enum Need;
@@ -61,6 +63,8 @@ constexpr Operation kTable[] = {
     {Route::project_rms, Z_HTTP_POST, Form::bare, run_project_command, command,
      "POST /repos/:owner/:name/rms"},
     {Route::server_rms, Z_HTTP_POST, Form::bare, run_server_command, command, "POST /rms"},
+
+    {Route::health, Z_HTTP_GET, Form::bare, report_health, nobody, "GET /health"},
 };
 
 bool fits(const Call &call, Form form) {
@@ -110,12 +114,26 @@ template <size_t... routes> constexpr auto procedures_of(std::index_sequence<rou
 }
 constexpr auto kProcedures = procedures_of(std::make_index_sequence<std::size(kPatterns)>());
 
+// An object's head before its contents.
+constexpr uint64_t kObjectHead = 64;
+
+uint64_t body_bound(const HttpServer &server, const HttpHandle &handle,
+                    const HttpRequest *request) {
+    const auto is = [&](Route route) { return handle.proc == kProcedures[size_t(route)]; };
+    const zwchar *other = zHttpRequestQuery(request, u":other");
+    const bool diff = other && zStrcasesameW(other, u"diff");
+    if (is(Route::objects) && !diff) return server.limits.object + kObjectHead;
+    if (is(Route::tables) || (is(Route::packs) && !diff)) return server.limits.inflated;
+    return server.limits.json;
+}
+
 } // namespace
 
 const std::span<const char16_t *const> kRoutes = kPatterns;
 const std::span<const Operation> kOperations = kTable;
 
 bool add_routes(HttpServer *server) {
+    server->body_bound = body_bound;
     for (size_t i = 0; i < std::size(kPatterns); ++i) {
         Owned<HttpHandle, zHttpHandleFree> handle(zHttpHandleNew(kPatterns[i], kProcedures[i]));
         if (!handle || !zHttpServerAddHandle(server, handle.get())) return false;

@@ -111,6 +111,8 @@ HttpResponse *open_table(Call &call);
 HttpResponse *store_rows(Call &call);
 HttpResponse *read_rows(Call &call);
 
+HttpResponse *report_health(Call &call);
+
 HttpResponse *run_server_command(Call &call);
 HttpResponse *run_project_command(Call &call);
 

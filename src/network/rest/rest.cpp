@@ -2,8 +2,10 @@
 // request, and a refusal is raised and logged where it is made.
 #include "network/rest/rest.hpp"
 
+#include "common/json.hpp"
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
+#include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
 #include "rms/privilege.hpp"
 #include "zev/dir.h"
@@ -112,7 +114,9 @@ HttpResponse *open_project(Call &call) {
 HttpResponse *read_json(const Call &call, Tree &body) {
     Stream *stream = zHttpRequestBody(call.request);
     if (!stream) return refuse(call, 400, u"srv.eNoProperContent_s", kJsonType);
-    body.reset(zJsonReadStream(stream));
+    JsonBounds bounds{call.server->limits.json, call.server->limits.nodes};
+    body.reset(json_read_bounded(stream, bounds));
+    if (bounds.exceeded) return refuse(call, 413);
     return body ? nullptr : refuse(call, 400, u"srv.eUnresolvableContent");
 }
 

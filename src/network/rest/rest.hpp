@@ -67,7 +67,7 @@ bool is_project_name(const zwchar *name);
 
 // ---- Bodies
 // The JSON of the body; on failure null in `body` and the refusal: 400 "srv.eNoProperContent_s" or
-// "srv.eUnresolvableContent".
+// "srv.eUnresolvableContent", 413 for one beyond the server's limits.
 HttpResponse *read_json(const Call &call, Tree &body);
 // 400 "srv.eNoProperContent_s" ("application/octet-stream") without a body, else null.
 HttpResponse *need_octets(const Call &call);

@@ -1,0 +1,174 @@
+// What a server takes from its settings, what it writes down, and how it says that it is well.
+#include "server_fixture.hpp"
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include <sys/stat.h>
+
+using test::narrow, test::RawSocket, test::TempDir, test::TestServer;
+
+namespace {
+
+HttpResponse *answer(HttpServer *, HttpRequest *request) {
+    const zwchar *code = zHttpRequestQuery(request, u"code");
+    HttpResponse *response = zHttpResponseBlank(code ? zStrtolW(code, nullptr, 10) : 200);
+    Stream *body = zMemStream(0, 0);
+    zStreamWrite(body, "12345", 5);
+    zHttpResponseSetContents(response, u"text/plain", nullptr, nullptr, body);
+    return response;
+}
+
+std::string ask(const TestServer &server, const std::string &request) {
+    RawSocket client(server.port());
+    client.send(request);
+    return client.receive();
+}
+
+std::string get(const std::string &target, const std::string &fields = "") {
+    return "GET " + target + " HTTP/1.1\r\nHost: h\r\nConnection: close\r\n" + fields + "\r\n";
+}
+
+std::string text_of(const std::filesystem::path &path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+TEST(ServerSettings, RefuseBoundsThatNobodyCanMean) {
+    const struct {
+        const char *limits;
+        const char *refused; // empty for one that may pass
+    } cases[] = {
+        {R"({"json": 1, "connections": 5, "head": 81920})", ""},
+        {R"({"json": 0})", "http.limits.json"},
+        {R"({"nodes": -1})", "http.limits.nodes"},
+        {R"({"body": "1"})", "http.limits.body"},
+        {R"({"head": 81921})", "http.limits.head"}, // more than the parser takes
+        {R"({"object": 4294967296})", "http.limits.object"},
+        {R"({"pack": 1.5})", "http.limits.pack"},
+        {R"(7)", "http.limits"},
+    };
+    const TempDir dir;
+    for (const auto &each : cases) {
+        const std::string text = R"({"path": {"root": ")" + dir.path().string() +
+                                 R"("}, "http": {"limits": )" + each.limits + "}}";
+        const auto config = test::guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree);
+        const auto server = test::guard(zHttpServerNew(config.get(), u"http"), zHttpServerFree);
+        EXPECT_EQ(server != nullptr, !*each.refused) << each.limits;
+        if (server) {
+            EXPECT_EQ(server->limits.json, 1u);
+        } else {
+            EXPECT_NE(narrow(zErrorDetail()).find(each.refused), std::string::npos)
+                << narrow(zErrorDetail());
+        }
+    }
+}
+
+// A body is bounded by what it has when it is decoded, and the connection goes on behind it.
+TEST(HttpServer, BoundsDecodedBodies) {
+    TestServer server(answer, [](HttpServer &record) {
+        record.body_bound = [](const HttpServer &, const HttpHandle &, const HttpRequest *) {
+            return uint64_t{1000};
+        };
+    });
+    const struct {
+        uint64_t size;
+        bool zipped;
+        int32_t code;
+    } cases[] = {{1000, false, 200},
+                 {1001, false, 413},
+                 {1000, true, 200},
+                 {1001, true, 413},
+                 {100'000, true, 413}};
+    const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/test";
+    const auto request = test::guard(zHttpRequestNew(test::wide(url).c_str()), zHttpRequestFree);
+    for (const auto &each : cases) {
+        const std::string bytes(each.size, 'x');
+        int32_t code = 0;
+        if (each.zipped) { // as this library's clients send it
+            Stream *body = zMemStream(0, 0);
+            zStreamWrite(body, bytes.data(), bytes.size());
+            zHttpRequestSetOctet(request.get(), body);
+            code = zHttpResponseCode(zHttpRequestPut(request.get()));
+        } else {
+            const std::string head = "PUT /test HTTP/1.1\r\nHost: h\r\nConnection: close\r\n"
+                                     "Content-Length: " +
+                                     std::to_string(each.size) + "\r\n\r\n";
+            code = std::stoi("0" + ask(server, head + bytes).substr(9, 3));
+        }
+        EXPECT_EQ(code, each.code) << each.size << each.zipped;
+    }
+    EXPECT_EQ(server.server().open, 1u);
+}
+
+TEST(HttpServer, TurnsAwayWhoIsOneTooMany) {
+    TestServer server(answer, [](HttpServer &record) { record.limits.connections = 1; });
+    const RawSocket first(server.port());
+    ASSERT_TRUE(first.send("GET /test HTTP/1.1\r\nHost: h\r\n\r\n"));
+    EXPECT_NE(first.receive("12345").find(" 200 "), std::string::npos);
+    EXPECT_EQ(ask(server, get("/test")), "");
+}
+
+// One line an answer, whatever a peer puts into it, and a file that was moved away is made anew.
+TEST(AccessLog, TellsEachAnswerOnALine) {
+    const TempDir dir;
+    const auto path = dir.path() / "requests.log", audit = dir.path() / "audit.log";
+    TestServer server(answer, [&](HttpServer &record) {
+        record.logs.access.set_path(path.u16string());
+        record.logs.audit.set_path(audit.u16string());
+    });
+    const struct {
+        std::string request;
+        const char *line; // behind the address, with the time and the milliseconds cut out
+    } cases[] = {
+        {get("/test"), R"(- - "GET /test HTTP/1.1" 200 5)"},
+        {get("/none", "X-ZEV-USER: ann b\r\nX-ZEV-CODE: secret\r\n"),
+         R"(- ann\x20b "GET /none HTTP/1.1" 404 71)"},
+        {get("/test?a=\"\\"), R"(- - "GET /test?a=\x22\x5c HTTP/1.1" 200 5)"},
+        {get("http://ann:secret@h/test"), R"(- - "GET http://h/test HTTP/1.1" 200 5)"},
+        {get("/test?code=401", "X-ZEV-USER: \"eve\"\r\n"),
+         R"(- \x22eve\x22 "GET /test?code=401 HTTP/1.1" 401 5)"},
+        {get("/" + std::string(3000, 'a')), nullptr},
+    };
+    const std::regex form(R"(127\.0\.0\.1 (- \S+) \[\d\d/\w{3}/\d{4}:[\d:]{8} \+0000\] )"
+                          R"((".*" \d{3} \d+) \d+\.\d{3}\n)");
+    for (const auto &each : cases) {
+        ask(server, each.request);
+        const std::string line = text_of(path);
+        std::smatch found;
+        ASSERT_TRUE(std::regex_match(line, found, form)) << line;
+        if (each.line) {
+            EXPECT_EQ(found.str(1) + " " + found.str(2), each.line);
+        }
+        std::filesystem::rename(path, dir.path() / "old");
+    }
+    const std::string refusal = text_of(audit);
+    EXPECT_TRUE(std::regex_match(
+        refusal, std::regex(R"(\{"time":"[^"]+","host":"127.0.0.1","login":"\\"eve\\"",)"
+                            R"("target":"","act":"refused","name":"","owner":"","project":"",)"
+                            R"("request":"GET /test\?code=401 HTTP/1.1","status":401\}\n)")))
+        << refusal;
+}
+
+TEST(Health, TellsWhetherTheServiceCanStore) {
+    TestServer server(answer);
+    Json *config = zHttpServerConfig(&server.server());
+    const std::filesystem::path repos = narrow(zJsonPathGetString(config, u"path.repos"));
+    std::filesystem::create_directories(repos / "ann" / "plant");
+    std::filesystem::create_directories(repos / "~aside" / "plant"); // no name of an owner
+    EXPECT_NE(ask(server, get("/health")).find(R"("projects":1,)"), std::string::npos);
+    std::filesystem::create_directories(repos / "ann" / "bridge");
+    const std::string well = ask(server, get("/health"));
+    EXPECT_TRUE(well.starts_with("HTTP/1.1 200 ")) << well;
+    EXPECT_NE(well.find(R"("projects":2,)"), std::string::npos) << well;
+    EXPECT_NE(well.find(R"("writable":true)"), std::string::npos) << well;
+    chmod(repos.c_str(), 0500);
+    const std::string ill = ask(server, get("/health"));
+    chmod(repos.c_str(), 0700);
+    EXPECT_TRUE(ill.starts_with("HTTP/1.1 503 ")) << ill;
+    EXPECT_TRUE(ask(server, get("/health/x")).starts_with("HTTP/1.1 400 "));
+}
+
+} // namespace
