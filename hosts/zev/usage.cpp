@@ -58,8 +58,10 @@ std::string usage_problem(const CLI::App &app, const CLI::ParseError &error) {
     std::string text = error.what();
     if (text.ends_with(kRequired))
         text = "\"" + name + "\" needs " + text.substr(0, text.size() - kRequired.size());
-    if (at->get_require_subcommand_min() > 0) {
-        const std::string word = stray_word(app), verb = meant(*at, word);
+    const std::string word = stray_word(app);
+    const bool chooses = at->get_require_subcommand_max() > 0 && !word.empty();
+    if (at->get_require_subcommand_min() > 0 || chooses) {
+        const std::string verb = meant(*at, word);
         text = word.empty() ? "what is to be done?" : "\"" + word + "\" is no verb";
         if (!word.empty() && !verb.empty()) text += "; is it \"" + name + " " + verb + "\"?";
     }

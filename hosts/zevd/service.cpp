@@ -1,0 +1,160 @@
+// The ground of the verbs. What holds: a password is in no argument, which others can read, and the
+// lock file stays where it is, since removing it would let two have the lock.
+#include "service.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char *kLock = ".zevd.lock";
+
+[[noreturn]] void fail_system(const std::string &what) {
+    throw Failed(kSystem, errno, what + ": " + strerror(errno));
+}
+
+// A link to what is installed; one that leads nowhere, of an installation that went, is renewed.
+void lead(const fs::path &link, const fs::path &target) {
+    std::error_code error;
+    if (fs::exists(link, error)) return;
+    fs::remove(link, error);
+    fs::create_symlink(target, link);
+}
+
+} // namespace
+
+void keep_private() {
+    umask(077);
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    prctl(PR_SET_DUMPABLE, 0); // the system's own collector of crashes takes no heed of the limit
+}
+
+// ---- Data
+
+void make_data(const std::string &data) {
+    zwchar conf[Z_PATH_MAX];
+    check(zPathGetConf(conf));
+    const fs::path installed = narrow(conf), own = fs::path(data) / "conf";
+    fs::create_directories(own);
+    fs::create_directories(fs::path(data) / "logs");
+    std::error_code error;
+    if (fs::equivalent(installed, own, error)) return;
+    for (const char *name : {"locales", "lang.conf"}) lead(own / name, installed / name);
+}
+
+void use_data(const Config &config) {
+    const std::string data = config.data();
+    if (data.empty()) return;
+    make_data(data);
+    check(zPathSetAppData(wide(data).c_str(), nullptr), data);
+}
+
+// ---- The lock
+
+ServiceLock::ServiceLock(const std::string &repos, bool shared) {
+    fs::create_directories(repos);
+    const std::string path = (fs::path(repos) / kLock).string();
+    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd_ < 0) fail_system(path);
+    if (flock(fd_, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0) return;
+    const int code = errno;
+    close(fd_);
+    errno = code;
+    if (code != EWOULDBLOCK) fail_system(path);
+    throw Failed(kLocked, repos + ": another zevd serves it" +
+                              (shared ? "" : " (\"run --shared\" lets several do so)"));
+}
+
+ServiceLock::~ServiceLock() { close(fd_); }
+
+// ---- Accounts
+
+Module open_module() { return Module(check(zAuthServerStart(), "the authentication module")); }
+
+void set_password(AuthTable &module, const std::string &user, const std::string &password) {
+    const std::u16string text = wide(password), login = wide(user);
+    Oid id;
+    zwchar code[41] = {};
+    check(zOidFromBuffer(&id, text.data(), text.size() * sizeof(zwchar)) && zOidFormat(code, &id));
+    const int32_t status = module.ResetPassword(login.c_str(), code);
+    if (status == Z_AUTH_NOT_FOUND) throw Failed(kNotFound, user + ": no such user");
+    if (status != Z_AUTH_DONE)
+        throw Failed(kOther,
+                     user + ": the module refused the password, status " + std::to_string(status));
+}
+
+namespace {
+
+// The terminal with its echo off, as it was afterwards.
+class Silence {
+  public:
+    explicit Silence(int fd) : fd_(fd) {
+        if (tcgetattr(fd_, &before_) != 0) fail_system("the terminal");
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        tcsetattr(fd_, TCSAFLUSH, &silent);
+    }
+    ~Silence() { tcsetattr(fd_, TCSAFLUSH, &before_); }
+    Silence(const Silence &) = delete;
+    Silence &operator=(const Silence &) = delete;
+
+  private:
+    int fd_;
+    termios before_{};
+};
+
+std::string ask(int terminal, const std::string &question) {
+    const Silence silence(terminal);
+    std::string line;
+    bool told = write(terminal, question.data(), question.size()) > 0;
+    for (char byte = 0; told; line += byte) {
+        told = read(terminal, &byte, 1) == 1;
+        if (byte == '\n') break;
+    }
+    if (!told) throw Failed(kInvalid, "no password was given");
+    static_cast<void>(!write(terminal, "\n", 1));
+    return line;
+}
+
+std::string ask_twice(const std::string &user) {
+    const int terminal = open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY);
+    if (terminal < 0) throw Failed(kInvalid, "there is no terminal; use --password-stdin");
+    const std::unique_ptr<const int, void (*)(const int *)> closed(
+        &terminal, [](const int *fd) { close(*fd); });
+    const std::string password = ask(terminal, "Password of " + user + ": ");
+    if (ask(terminal, "Once more: ") != password)
+        throw Failed(kInvalid, "the two passwords differ");
+    return password;
+}
+
+} // namespace
+
+std::string read_password(const std::string &user, bool from_stdin) {
+    std::string password;
+    if (from_stdin) {
+        std::getline(std::cin, password);
+        if (!password.empty() && password.back() == '\r') password.pop_back();
+    } else {
+        password = ask_twice(user);
+    }
+    if (password.empty()) throw Failed(kInvalid, "the password is empty");
+    return password;
+}
+
+} // namespace host

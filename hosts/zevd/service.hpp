@@ -1,0 +1,51 @@
+// Service: what every verb stands on: the library with this service's own data, the lock that one
+// server has on its projects, the authentication module.
+#pragma once
+
+#include "config.hpp"
+#include "host.hpp"
+
+#include <string>
+
+namespace host {
+
+// Files of this process are its user's alone, and what it holds in memory never reaches a disk.
+void keep_private();
+
+// The library for the length of the run.
+struct Library {
+    Library() { check(zGlobalInit(nullptr, nullptr), "zevd can't start"); }
+    ~Library() { zGlobalCleanup(); }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+};
+
+// From here on conf and logs of the library are those of the settings; the texts stay the
+// installed ones.
+void use_data(const Config &config);
+// Makes conf and logs in a directory, and leads conf to the installed texts.
+void make_data(const std::string &data);
+
+// The projects are served, or changed by hand, by the holder of this lock. It goes with the
+// process. Refused, it is Failed with kLocked.
+class ServiceLock {
+  public:
+    ServiceLock(const std::string &repos, bool shared);
+    ~ServiceLock();
+    ServiceLock(const ServiceLock &) = delete;
+    ServiceLock &operator=(const ServiceLock &) = delete;
+
+  private:
+    int fd_ = -1;
+};
+
+// The authentication module without a server around it.
+using Module = Owned<AuthTable, zAuthServerShutdown>;
+Module open_module();
+// Sets a user's password; Failed where there is no such user, or the store refuses.
+void set_password(AuthTable &module, const std::string &user, const std::string &password);
+
+// A password from the first line of stdin, or asked for twice on the terminal without an echo.
+std::string read_password(const std::string &user, bool from_stdin);
+
+} // namespace host

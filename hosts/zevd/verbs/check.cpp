@@ -1,0 +1,70 @@
+// check: what the settings come to, line by line, and whether a service could start with them.
+#include "service.hpp"
+#include "verb.hpp"
+
+#include <cstdio>
+#include <filesystem>
+
+#include <unistd.h>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {};
+
+void declare(CLI::App &verb, Options &) {
+    verb.description("Tell the settings line by line, and what is wrong with them");
+    verb.footer("Nothing is started or changed. Settings that are not given stand in brackets.\n"
+                "Examples:\n  zevd check --config /srv/zev/server.conf");
+}
+
+// Directories that a start would need; what is missing is made by it, if the one above lets it.
+std::string place_problem(const std::string &path) {
+    fs::path at = path;
+    while (!fs::exists(at) && at.has_relative_path()) at = at.parent_path();
+    if (!fs::is_directory(at)) return at.string() + ": is no directory";
+    return access(at.c_str(), W_OK | X_OK) == 0 ? "" : at.string() + ": can't be written to";
+}
+
+std::vector<std::string> place_problems(const Config &config) {
+    std::vector<std::string> problems;
+    if (!fs::is_directory(config.root()))
+        problems.push_back(config.root() + ": path.root is no directory");
+    for (const std::string &path : {config.repos(), config.data()}) {
+        const std::string problem = path.empty() ? "" : place_problem(path);
+        if (!problem.empty()) problems.push_back(problem);
+    }
+    return problems;
+}
+
+// What an import that was cut short left behind.
+std::vector<std::string> left_overs(const Config &config) {
+    std::vector<std::string> found;
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator(config.repos(), error))
+        if (entry.path().filename().string().starts_with("~import-"))
+            found.push_back(entry.path().string());
+    return found;
+}
+
+int run(const std::string &file, const Options &) {
+    const Config config(file);
+    for (const SettingLine &line : config.lines())
+        printf(line.given ? "%-24s %s\n" : "%-24s (%s)\n", line.path.c_str(), line.value.c_str());
+    fflush(stdout);
+    config.require_sound();
+    for (const std::string &path : left_overs(config))
+        printf("left over: %s, by an import that was cut short; it may go\n", path.c_str());
+    const std::vector<std::string> problems = place_problems(config);
+    for (const std::string &problem : problems) fprintf(stderr, "zevd: %s\n", problem.c_str());
+    return problems.empty() ? kDone : kFailed;
+}
+
+} // namespace
+
+extern const Verb kCheckVerb{"check", bind<Options, declare, run>};
+
+} // namespace host

@@ -1,0 +1,175 @@
+// import: a working copy becomes a project. It is made aside, below a name that no owner can have,
+// read through by the verification, brought to the disk, and gets its own name by one rename: there
+// is the whole project or none. A server may run meanwhile.
+#include "findings.hpp"
+#include "projects.hpp"
+#include "service.hpp"
+#include "verb.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <strings.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    std::string project, copy;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Make a project of a working copy with its whole history");
+    verb.footer("All branches and tags come along, and the tables of all drawings. What was not\n"
+                "committed stays behind. The project has no roles yet.\n"
+                "Examples:\n  zevd import team/plant ~/plant");
+    verb.add_option("project", options.project, "Its name")->type_name("OWNER/NAME")->required();
+    verb.add_option("copy", options.copy, "The working copy")->type_name("COPY")->required();
+}
+
+[[noreturn]] void fail_system(const std::string &what) {
+    throw Failed(kSystem, errno, what + ": " + strerror(errno));
+}
+
+// A directory beside the owners, gone again unless it was renamed.
+class Aside {
+  public:
+    explicit Aside(const std::string &repos) : path_(repos + "/~import-XXXXXX") {
+        fs::create_directories(repos);
+        if (!mkdtemp(path_.data())) fail_system(path_);
+    }
+    ~Aside() {
+        std::error_code error;
+        fs::remove_all(path_, error);
+    }
+    Aside(const Aside &) = delete;
+    Aside &operator=(const Aside &) = delete;
+
+    std::string project() const { return path_ + "/project"; }
+
+  private:
+    std::string path_;
+};
+
+// One of that name in another spelling would be hidden from those who don't tell cases apart.
+void require_free(const std::string &path, const std::string &name) {
+    const fs::path wanted = path;
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator(wanted.parent_path(), error)) {
+        const std::string other = entry.path().filename().string();
+        if (!zStrcasesameW(wide(other).c_str(), wide(wanted.filename().string()).c_str())) continue;
+        throw Failed(kExists, name + ": there is a project \"" + other + "\"");
+    }
+}
+
+// The Git directory that holds what all work trees of a repository share.
+std::string shared_directory(Repository *copy) {
+    const fs::path trash = narrow(check(zRepositoryTrash(copy)));
+    return (trash.has_filename() ? trash : trash.parent_path()).parent_path().string();
+}
+
+// Branches and tags as they are, and the branch that HEAD leads to as the default one.
+void copy_references(Repository *copy, Repository *project) {
+    const auto each = [](Reference *reference, void *context) {
+        if (!zReferenceIsBranch(reference) && !zReferenceIsTag(reference)) return true;
+        auto *to = static_cast<Repository *>(context);
+        const zwchar *name = zReferenceName(reference);
+        Reference *made = zReferenceType(reference) == 1
+                              ? zReferenceCreate(to, name, zReferenceTarget(reference))
+                              : zReferenceSymlink(to, name, zReferenceSymbolic(reference));
+        zReferenceFree(made);
+        return made != nullptr;
+    };
+    check(zReferenceForeach(copy, each, project), "a reference");
+    const Owned<Branch, zBranchFree> head(check(zBranchHead(copy), "the copy's branch"));
+    check(zReferenceSetHead(project, zBranchMerge(head.get())), "the default branch");
+}
+
+// Row by row, so that the project's tables hold what can be read and nothing else. The tag goes up
+// as behind each store: what is committed from now on gets keys of its own.
+void copy_table(Repository *copy, Repository *project, const Oid &id) {
+    const OwnedTable from(check(zTableByid(copy, &id), "a table of the copy"));
+    const OwnedTable to(check(zTableByid(project, &id), "a table"));
+    const OwnedStream rows(check(zTableWriteOut(from.get()), "a table of the copy"));
+    check(zTableReadStream(to.get(), rows.get()) && zTableTagIncrement(to.get()), "a table");
+}
+
+uint64_t copy_tables(Repository *copy, Repository *project) {
+    uint64_t count = 0;
+    std::error_code none;
+    const fs::path tables = fs::path(shared_directory(copy)) / "tables";
+    for (const auto &two : fs::directory_iterator(tables, none)) {
+        if (!two.is_directory()) continue;
+        for (const auto &entry : fs::directory_iterator(two.path())) {
+            const std::string text =
+                two.path().filename().string() + entry.path().filename().string();
+            Oid id;
+            if (text.size() != 40 || !zOidFromStr(&id, wide(text).c_str())) continue;
+            copy_table(copy, project, id);
+            ++count;
+        }
+    }
+    return count;
+}
+
+// Whatever was written in the file system of a directory.
+void sync_all(const std::string &directory) {
+    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool synced = fd >= 0 && syncfs(fd) == 0;
+    const int code = errno;
+    if (fd >= 0) close(fd);
+    errno = code;
+    if (!synced) fail_system(directory);
+}
+
+OwnedRepository make_project(const std::string &path, Repository *copy) {
+    OwnedRepository project(check(zRepositoryInit(wide(path).c_str(), true), path));
+    const std::string objects = shared_directory(copy) + "/objects", own = path + "/objects";
+    fs::remove_all(own); // else the copy would go into it
+    check(zCopy(wide(objects).c_str(), wide(own).c_str()), objects);
+    project.reset(check(zRepositoryOpenBare(wide(path).c_str()), path));
+    copy_references(copy, project.get());
+    check(zRepositoryId(project.get(), true), path);
+    return project;
+}
+
+int run(const std::string &file, const Options &options) {
+    const Config config(file);
+    config.require_sound();
+    use_data(config);
+    const std::string &name = options.project;
+    const std::string path = project_path(config, name);
+    require_free(path, name);
+    const std::string at = fs::absolute(options.copy).lexically_normal().string();
+    const OwnedRepository copy(check(zRepositoryDiscover(wide(at).c_str(), nullptr), at));
+
+    const Aside aside(config.repos());
+    OwnedRepository project = make_project(aside.project(), copy.get());
+    const uint64_t tables = copy_tables(copy.get(), project.get());
+    const VerifyCounts counts = verify_project(project.get(), name, false);
+    if (counts.damages)
+        throw Failed(kOther, at + ": is damaged; nothing was imported (\"zev verify\" tells more)");
+    project.reset();
+
+    sync_all(config.repos());
+    fs::create_directories(fs::path(path).parent_path());
+    check(zMove(wide(aside.project()).c_str(), wide(path).c_str(), false), name);
+    sync_all(config.repos());
+    printf("%s: %llu commits, %llu tables of drawings\n", name.c_str(),
+           static_cast<unsigned long long>(counts.commits),
+           static_cast<unsigned long long>(tables));
+    return kDone;
+}
+
+} // namespace
+
+extern const Verb kImportVerb{"import", bind<Options, declare, run>};
+
+} // namespace host

@@ -1,0 +1,103 @@
+// run: serves until a signal ends it. Signals are waited for by a thread of their own, so that none
+// breaks into a request; the one at work is answered first.
+#include "readiness.hpp"
+#include "service.hpp"
+#include "verb.hpp"
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <thread>
+
+#include <pthread.h>
+
+namespace host {
+
+namespace {
+
+struct Options {
+    bool shared = false;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Serve; what zevd does without a verb");
+    verb.footer("SIGTERM and SIGINT end it when the request at work is answered.\n"
+                "Examples:\n  zevd run --config /srv/zev/server.conf");
+    verb.add_flag("--shared", options.shared,
+                  "Beside others that serve the same directory, each with --shared");
+}
+
+constexpr int kOver = SIGUSR1; // sent by ourselves: the service has ended
+
+sigset_t awaited() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, kOver}) sigaddset(&set, signal);
+    return set;
+}
+
+// One that comes while the service is not up yet finds nothing to shut down: it is asked again.
+void shut_down(const std::atomic<bool> &over) {
+    tell_manager("STOPPING=1");
+    do {
+        zServerShutdown();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    } while (!over);
+}
+
+// Waits for signals from its making to its end. They are blocked in this thread, and in all that it
+// starts afterwards. A hangup asks for logs to be opened anew: each line does so by itself.
+class Signals {
+  public:
+    Signals() : thread_([this] { wait(); }) {}
+    ~Signals() {
+        over_ = true;
+        pthread_kill(thread_.native_handle(), kOver);
+        thread_.join();
+    }
+    Signals(const Signals &) = delete;
+    Signals &operator=(const Signals &) = delete;
+
+    // Before anything starts a thread.
+    static void block() {
+        const sigset_t set = awaited();
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+        signal(SIGPIPE, SIG_IGN);
+    }
+
+  private:
+    void wait() {
+        const sigset_t set = awaited();
+        for (int signal = 0; !over_;) {
+            if (sigwait(&set, &signal) != 0) continue;
+            if (signal == SIGTERM || signal == SIGINT) return shut_down(over_);
+        }
+    }
+
+    std::atomic<bool> over_ = false;
+    std::thread thread_; // last: it uses the others
+};
+
+void tell_ready(uint32_t port, void *) {
+    printf("zevd serves port %u\n", port);
+    fflush(stdout);
+    tell_manager("READY=1");
+}
+
+int run(const std::string &file, const Options &options) {
+    Signals::block();
+    const Config config(file);
+    config.require_sound();
+    use_data(config);
+    const ServiceLock lock(config.repos(), options.shared);
+    zServerOnReady(tell_ready, nullptr);
+    const Signals signals;
+    check(zServerStartup(config.tree()), file);
+    return kDone;
+}
+
+} // namespace
+
+extern const Verb kRunVerb{"run", bind<Options, declare, run>};
+
+} // namespace host

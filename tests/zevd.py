@@ -1,0 +1,280 @@
+"""The server's host as a whole: every verb of zevd, the signals, the lock, what it tells its manager,
+and a working copy that becomes a project.
+  zevd.py ZEVD ZEV DATA    the two programs, and the directory of DXF files"""
+
+import contextlib
+import gzip
+import http.client
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+
+ZEVD, ZEV, DATA = (os.path.abspath(word) for word in sys.argv[1:4])
+failures = []
+
+
+def expect(good, what):
+    if not good:
+        failures.append(what)
+        print("failed:", what, file=sys.stderr)
+
+
+def run(*words, stdin="", cwd=None):
+    done = subprocess.run(words, input=stdin, capture_output=True, text=True, cwd=cwd, timeout=60)
+    return done.returncode, done.stdout, done.stderr
+
+
+class Service:
+    """A zevd that runs, with the socket of its manager."""
+
+    def __init__(self, conf, *more):
+        self.manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.manager.bind("\0zevd-test-%d-%d" % (os.getpid(), id(self)))
+        self.manager.settimeout(10)
+        name = "@" + self.manager.getsockname()[1:].decode()
+        self.process = subprocess.Popen([ZEVD, "run", "--config", conf, *more], text=True,
+                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                                        env={**os.environ, "NOTIFY_SOCKET": name})
+        self.port = None
+        for line in self.process.stdout:
+            found = re.match(r"zevd serves port (\d+)", line)
+            if found:
+                self.port = int(found.group(1))
+                break
+        threading.Thread(target=self.process.stdout.read, daemon=True).start()
+
+    def told(self):
+        try:
+            return self.manager.recv(100).decode()
+        except TimeoutError:
+            return "nothing"
+
+    def get(self, path, **fields):
+        connection = http.client.HTTPConnection("localhost", self.port, timeout=10)
+        connection.request("GET", path, headers=fields)
+        answer = connection.getresponse()
+        body = answer.read()
+        if answer.getheader("Content-Encoding") == "gzip":
+            body = gzip.decompress(body)
+        connection.close()
+        return answer.status, json.loads(body)
+
+    def stop(self, number=signal.SIGTERM):
+        self.process.send_signal(number)
+        try:
+            return self.process.wait(10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            return "still running"
+
+
+def make_service(work):
+    conf = work + "/service/server.conf"
+    code, out, err = run(ZEVD, "init", work + "/service", "--password-stdin", stdin="secret\n")
+    expect(code == 0, "init: " + out + err)
+    code, out, err = run(ZEVD, "init", work + "/service", "--password-stdin", stdin="other\n")
+    expect(code == 1 and "is there already" in err, "a second init is refused: " + err)
+    code, out, err = run(ZEVD, "init", work + "/other", "--password-stdin", stdin="\n")
+    expect(code == 2 and not os.path.exists(work + "/other"), "no empty password: " + err)
+    for path, directories, files in os.walk(work + "/service"):
+        for name in files:
+            mode = os.lstat(os.path.join(path, name)).st_mode
+            expect(mode & 0o077 == 0 or os.path.islink(os.path.join(path, name)),
+                   "%s is its user's alone" % name)
+        expect(os.stat(path).st_mode & 0o077 == 0, path + " is its user's alone")
+    return conf
+
+
+def with_settings(conf, change):
+    """A second server.conf beside the first, changed."""
+    with open(conf) as file:
+        tree = json.load(file)
+    change(tree)
+    other = os.path.dirname(conf) + "/changed.conf"
+    with open(other, "w") as file:
+        json.dump(tree, file)
+    return other
+
+
+def check_settings(conf):
+    code, out, err = run(ZEVD, "check", "--config", conf)
+    expect(code == 0, "check: " + err)
+    for line in ("http.host                localhost", "http.port                3001",
+                 "http.timeout             60", "http.auth                required",
+                 "http.maxconn             (1024)",
+                 "path.repos               " + os.path.dirname(conf) + "/repos"):
+        expect(line in out.splitlines(), "check tells \"%s\": %s" % (line, out))
+
+    def put(path, value):
+        def change(tree):
+            *above, name = path.split("/")
+            for each in above:
+                tree = tree[each]
+            tree[name] = value
+        return change
+
+    cases = [
+        (put("http/prot", 1), "http.prot: no such setting; is it http.port?"),
+        (put("http.port", 1), "http.port: no such setting; a dot stands for"),
+        (put("colour", "red"), "colour: no such setting"),
+        (put("http/port", "3001"), "http.port: is a text, not a whole number from 0 to 65535"),
+        (put("http/port", 65536), "http.port: is 65536, not a whole number"),
+        (put("http/timeout", 1.5), "http.timeout: is a number, not a whole number"),
+        (put("http/auth", "maybe"), 'http.auth: is "maybe", not one of: none required'),
+        (put("http/host", ""), "http.host: is empty"),
+        (put("http/limits", {"jsno": 1}), "http.limits.jsno: no such setting; is it http.limits.json?"),
+        (put("http/limits", {"head": 99999}), "http.limits.head: is 99999"),
+        (put("http/limits", 5), "http.limits: is a number, not an object"),
+        (put("path", []), "path: is an array, not an object"),
+        (put("schema", "ftp"), 'schema: is "ftp", not one of: http'),
+        (put("schema", "HTTP"), "HTTP: is missing"),
+        (lambda tree: tree.pop("schema"), "schema: is missing"),
+        (put("path/root", "nowhere"), "nowhere: path.root is no directory"),
+    ]
+    for change, message in cases:
+        code, out, err = run(ZEVD, "check", "--config", with_settings(conf, change))
+        expect(code != 0 and message in err, "check says \"%s\": %s" % (message, err))
+    with open(conf + ".bad", "w") as file:
+        file.write("{")
+    code, out, err = run(ZEVD, "--config", conf + ".bad")
+    expect(code == 2 and "no JSON object" in err, "what is no JSON: " + err)
+    code, out, err = run(ZEVD, "--config", conf + ".none")
+    expect(code == 3 and "no such file" in err, "a file that is missing: " + err)
+    code, out, err = run(ZEVD, "chekc")
+    expect(code == 2 and 'is it "zevd check"?' in err, "a verb that is none: " + err)
+
+
+def serve(conf):
+    service = Service(conf)
+    expect(service.port, "it serves")
+    expect(service.told() == "READY=1", "the manager is told that it is ready")
+    status, health = service.get("/health")
+    expect(status == 200 and health["data"]["writable"] is True, "health: %s" % health)
+
+    code, out, err = run(ZEVD, "run", "--config", conf)
+    expect(code == 7 and "another zevd serves it" in err, "a second server: " + err)
+    code, out, err = run(ZEVD, "run", "--shared", "--config", conf)
+    expect(code == 7, "and one that would share: " + err)
+    code, out, err = run(ZEVD, "reset-password", "admin", "--password-stdin", "--config", conf,
+                         stdin="new\n")
+    expect(code == 7, "no password is set meanwhile: " + err)
+
+    log = os.path.dirname(conf) + "/logs/requests.log"
+    expect('"GET /health HTTP/1.1" 200 ' in open(log).read(), "the request is written down")
+    os.rename(log, log + ".1")
+    service.process.send_signal(signal.SIGHUP)
+    service.get("/health")
+    expect(open(log).read().count("\n") == 1, "the log begins anew behind a hangup")
+
+    # A large upload is under way when the end comes.
+    before = set(os.listdir(os.path.dirname(conf) + "/repos"))
+    with socket.create_connection(("localhost", service.port)) as client:
+        client.sendall(b"PUT /repos/a/b/objects/" + b"0" * 40 + b" HTTP/1.1\r\nHost: h\r\n"
+                       b"Content-Length: 900000000\r\n\r\n" + b"x" * 3_000_000)
+        expect(service.stop() == 0, "it ends in order beside an upload")
+        client.settimeout(5)
+        with contextlib.suppress(ConnectionError):
+            expect(client.recv(1) == b"", "the upload is cut")
+    expect(service.told() == "STOPPING=1", "the manager is told that it stops")
+    expect(set(os.listdir(os.path.dirname(conf) + "/repos")) == before, "nothing is left of it")
+
+    both = [Service(conf, "--shared"), Service(conf, "--shared")]
+    for each in both:
+        expect(each.port and each.get("/health")[0] == 200, "two that share")
+    for each, number in zip(both, (signal.SIGINT, signal.SIGTERM)):
+        expect(each.stop(number) == 0, "they end")
+
+
+def make_copy(work):
+    """Drawings with a history of three commits, a branch and a tag."""
+    copy = work + "/copy"
+    run(ZEV, "init", copy)
+
+    def step(*words):
+        code, out, err = run(ZEV, *words, cwd=copy)
+        expect(code == 0, "%s: %s" % (" ".join(words), err))
+
+    for name, message in (("plan", "First"), ("site", "Second")):
+        step("import", DATA + "/" + name + ".dxf")
+        step("add", ".")
+        step("commit", "-m", message)
+    with open(DATA + "/plan.dxf") as file:
+        changed = file.read().replace("\n10\n  2\n", "\n10\n  3\n", 1)
+    with open(work + "/plan.dxf", "w") as file:
+        file.write(changed)
+    step("import", work + "/plan.dxf", "plan.dwx")
+    step("branch", "other")
+    step("commit", "-m", "Third")
+    subprocess.run(["git", "-C", copy, "tag", "-a", "v1", "-m", "one"], check=True)
+    return copy
+
+
+def import_copy(conf, work):
+    copy = make_copy(work)
+    code, out, err = run(ZEVD, "import", "team/plant", copy, "--config", conf)
+    expect(code == 0 and "3 commits, 2 tables" in out, "import: " + out + err)
+    project = os.path.dirname(conf) + "/repos/team/plant"
+
+    def git(directory, *words):
+        return run("git", "-c", "safe.directory=*", "-C", directory, *words)[1]
+
+    for words in (("log", "--all", "--format=%H %d %an %s"), ("symbolic-ref", "HEAD"),
+                  ("for-each-ref",), ("ls-tree", "-r", "HEAD")):
+        expect(git(copy, *words) == git(project, *words) != "", "git %s is equal" % words[0])
+    expect(git(project, "fsck", "--strict") == "", "git finds nothing")
+    code, out, err = run(ZEVD, "verify", "--config", conf)
+    expect(code == 0 and out.startswith("team/plant: 3 commits") and "all well" in out,
+           "verify: " + out + err)
+    for name, project_name in (("team/plant", "there is"), ("Team/../x", "no name"),
+                               ("team/Plant", "there is")):
+        code, out, err = run(ZEVD, "import", name, copy, "--config", conf)
+        expect(code != 0 and project_name in err, "import of %s is refused: %s" % (name, err))
+
+    # A copy that lacks an object, and a project that loses one.
+    for pack in os.listdir(copy + "/.git/objects/pack"):
+        os.unlink(copy + "/.git/objects/pack/" + pack)
+    code, out, err = run(ZEVD, "import", "team/hall", copy, "--config", conf)
+    expect(code == 1, "a damaged copy is refused: " + out + err)
+    expect(sorted(os.listdir(os.path.dirname(conf) + "/repos/team")) == ["plant"],
+           "and leaves nothing")
+    expect(not [name for name in os.listdir(os.path.dirname(conf) + "/repos") if name[0] == "~"],
+           "also not aside")
+    shutil.rmtree(project + "/tables")
+    code, out, err = run(ZEVD, "verify", "team/plant", "--config", conf)
+    expect(code == 1 and "damaged" in err, "verify finds lost tables: " + out + err)
+
+
+def main():
+    os.environ.update(ZEV_AUTHOR="tester", GIT_CONFIG_GLOBAL="/dev/null", GIT_CONFIG_NOSYSTEM="1",
+                      GIT_AUTHOR_NAME="t", GIT_AUTHOR_EMAIL="t", GIT_COMMITTER_NAME="t",
+                      GIT_COMMITTER_EMAIL="t", LC_ALL="C.UTF-8")
+    work = tempfile.mkdtemp(dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
+    try:
+        os.environ["HOME"] = work
+        conf = make_service(work)
+        check_settings(conf)
+
+        def any_port(tree):
+            tree["http"]["port"] = 0
+        conf = with_settings(conf, any_port)
+        serve(conf)
+        code, out, err = run(ZEVD, "reset-password", "admin", "--password-stdin", "--config", conf,
+                             stdin="new\n")
+        expect(code == 0, "reset-password: " + err)
+        code, out, err = run(ZEVD, "reset-password", "nobody", "--password-stdin", "--config", conf,
+                             stdin="new\n")
+        expect(code == 3 and "no such user" in err, "of an unknown user: " + err)
+        import_copy(conf, work)
+    finally:
+        shutil.rmtree(work)
+    return 1 if failures else 0
+
+
+sys.exit(main())
