@@ -401,6 +401,17 @@ TEST_F(Trash, OnlyWhereThereCanBeNoneIsAnythingDeleted) {
     }
 }
 
+// HOME may still name another user's, where he lets us write.
+TEST_F(Trash, AnotherUsersHomeIsNone) {
+    const fs::path data = trash.parent_path();
+    fs::create_directories(data);
+    if (chown(data.c_str(), 12345, 12345)) GTEST_SKIP() << "for root";
+    for (const fs::path &open : {dir.path(), data}) chmod(open.c_str(), 0777);
+    test::Child child([&] { return test::unprivileged() && drop(u"f") ? 0 : 1; });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_TRUE(fs::is_empty(data) && !fs::exists(file));
+}
+
 TEST_F(Trash, Failures) {
     EXPECT_TRUE(!drop(u"missing") && errno == ENOENT);
     test::write(dir.path() / "sub/f", "1");

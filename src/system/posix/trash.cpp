@@ -8,15 +8,18 @@
 // the name of its info file is none too long. The info file comes first and claims the name. The
 // trash on the device of what goes is taken, so that nothing is copied: that of the user's home,
 // <mount>/.Trash/<uid> (a real directory with the sticky bit), <mount>/.Trash-<uid>; and if none
-// can be had a copy goes into the home trash, which may be reached by links. Only where there can
-// be none at all is anything deleted: a trash that is there and can't be used, or may be there, is
-// no such reason, nor is a full disk or one that fails.
+// can be had a copy goes into the home trash, which may be reached by links. Another user's home,
+// which HOME may still name after a change to root, has none for us. Only where there can be none
+// at all is anything deleted: a trash that is there and can't be used, or may be there, is no such
+// reason, nor is a full disk or one that fails.
 #include "system/clock.hpp"
 #include "system/posix/native.hpp"
 
 #include <cctype>
 #include <cstring>
 #include <ctime>
+
+#include <pwd.h>
 
 namespace zev::os {
 
@@ -151,9 +154,31 @@ Put put_into(const std::string &path, const std::string &trash, const std::strin
     return put;
 }
 
+// Whether a place is another user's, or will lie in one of his: neither ours nor the system's.
+bool is_strange(std::string path) {
+    struct stat info;
+    while (::stat(path.c_str(), &info) != 0) {
+        if (path == "/") return false;
+        path = parent(path);
+    }
+    return info.st_uid != geteuid() && info.st_uid != 0;
+}
+
+// By the environment, which after a change of user may still name the other one's home; then by
+// the list of users.
+std::string data_directory() {
+    std::string data = user_directory("XDG_DATA_HOME", "/.local/share");
+    if (data.empty() || !is_strange(data)) return data;
+    passwd entry, *found = nullptr;
+    char text[4096];
+    getpwuid_r(geteuid(), &entry, text, sizeof text, &found);
+    data = found ? found->pw_dir + std::string("/.local/share") : "";
+    return data.starts_with('/') && !is_strange(data) ? data : "";
+}
+
 // Where the user's own trash is or would be, with links resolved.
 Put find_home(std::string *home) {
-    const std::string data = user_directory("XDG_DATA_HOME", "/.local/share");
+    const std::string data = data_directory();
     if (data.empty()) return Put::none;
     const std::string trash = data + "/Trash";
     if (!make_dirs(data)) return not_made(trash);
