@@ -95,8 +95,9 @@ bool readable(const char16_t *path);
 bool writable(const char16_t *path); // by rights, and has a write bit, which root would not need
 bool set_readonly(const char16_t *path, bool readonly); // write bits only, only if they differ
 bool unlink(const char16_t *path);
-bool link(const char16_t *from, const char16_t *to);               // a second name
-bool make_link(const char16_t *path, const std::string &target);   // symbolic; replaces a file
+bool link(const char16_t *from, const char16_t *to); // a second name
+// A symbolic link, in place of a file or none; without `replaces` EEXIST where anything stands.
+bool make_link(const char16_t *path, const std::string &target, bool replaces = true);
 bool move(const char16_t *from, const char16_t *to, bool replace); // across devices too
 bool copy(const char16_t *from, const char16_t *to); // trees too; into `to` if that is a directory
 bool trash(const char16_t *path);                    // ENOENT, EACCES or EIO

@@ -112,19 +112,22 @@ TEST_F(IndexRevert, AFailureIsTheFilesOwn) {
 
 // Saved between the look at the place and the writing of HEAD's file.
 TEST_F(IndexRevert, WhatAppearsMeanwhileStays) {
-    put("a", "head");
-    commit_all();
-    take("a");
-    static fs::path saved;
-    saved = place / "a";
-    os::calls.open = [](const char *path, int flags, mode_t mode) {
-        if (flags & O_CREAT && std::string_view(path).find("/copy/.git/") == std::string_view::npos)
-            write(saved, "mine");
-        return ::open(path, flags, mode);
-    };
-    EXPECT_EQ(revert(), failed("a") + "done;");
-    os::calls = kept;
-    EXPECT_EQ(read(saved), "mine");
+    for (const char *attributes : {"", "a text eol=crlf\n"}) {
+        put(".gitattributes", attributes);
+        put("a", "head\n");
+        commit_all();
+        take("a");
+        static fs::path saved;
+        saved = place / "a";
+        os::calls.open = [](const char *path, int flags, mode_t mode) {
+            if (flags & O_CREAT && std::string_view(path).find("/copy/.git/") == std::string::npos)
+                write(saved, "mine");
+            return ::open(path, flags, mode);
+        };
+        EXPECT_EQ(revert(), failed("a") + "done;") << attributes;
+        os::calls = kept;
+        EXPECT_EQ(read(saved), "mine");
+    }
 }
 
 TEST_F(IndexRevert, InAConflictTheirsIsTaken) {

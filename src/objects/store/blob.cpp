@@ -21,21 +21,21 @@ using FilterList = Owned<git_filter_list, git_filter_list_free>;
 // Takes a blob's bytes, filtered or as they are, into an open file. libgit2 never calls `free` of
 // a writer: it lives on the stack and the file has its own owner.
 struct FileWriter : git_writestream {
-    FILE *file;
+    int file;
     int error = 0; // errno of the write that failed
 
-    explicit FileWriter(FILE *target) : git_writestream{put, finish, nullptr}, file(target) {}
+    explicit FileWriter(int target) : git_writestream{put, finish, nullptr}, file(target) {}
 
     static int put(git_writestream *self, const char *bytes, size_t size) {
         auto *writer = static_cast<FileWriter *>(self);
-        if (fwrite(bytes, 1, size, writer->file) == size) return 0;
+        if (os::write_all(writer->file, bytes, size)) return 0;
         writer->error = errno;
         return -1;
     }
     static int finish(git_writestream *) { return 0; }
 };
 
-bool write_blob(FILE *file, const Blob *blob, git_filter_list *filters) {
+bool write_blob(int file, const Blob *blob, git_filter_list *filters) {
     FileWriter writer(file);
     int code = git_filter_list_stream_blob(filters, blob->handle.get(), &writer);
     if (writer.error) return fail_os(writer.error);
@@ -49,9 +49,8 @@ bool replace_with(const Blob *blob, const zwchar *path, git_filter_list *filters
     if (os::lstat(path, &status) && S_ISREG(status.st_mode) && !os::writable(path))
         return fail_errno(path);
     os::Replacement aside(path);
-    FILE *file = aside ? aside.file() : nullptr;
-    if (!file) return fail_errno(path);
-    if (!write_blob(file, blob, filters)) return false;
+    if (!aside) return fail_errno(path);
+    if (!write_blob(aside.fd(), blob, filters)) return false;
     return aside.commit(false) ? true : fail_errno(path);
 }
 
@@ -61,7 +60,7 @@ bool write_into(const Blob *blob, const zwchar *path, const zwchar *mode) {
     if (os::lstat(path, &status) && S_ISLNK(status.st_mode)) return fail_os(ELOOP, path);
     Owned<FILE, fclose> file(os::open(path, mode));
     if (!file) return fail_errno(path);
-    if (!write_blob(file.get(), blob, nullptr)) return false;
+    if (!write_blob(fileno(file.get()), blob, nullptr)) return false;
     return fclose(file.release()) == 0 ? true : fail_errno(path);
 }
 
@@ -74,8 +73,15 @@ bool takes_bytes(const zwchar *path) {
 bool write_through(const Blob *blob, const zwchar *path) {
     Owned<FILE, fclose> file(os::open(path, u"wb"));
     if (!file) return fail_errno(path);
-    if (!write_blob(file.get(), blob, nullptr)) return false;
+    if (!write_blob(fileno(file.get()), blob, nullptr)) return false;
     return fclose(file.release()) == 0 ? true : fail_errno(path);
+}
+
+bool load_filters(FilterList &filters, const Blob *blob, const char *name) {
+    const int code =
+        git_filter_list_load(out(filters), git_blob_owner(blob->handle.get()), blob->handle.get(),
+                             name, GIT_FILTER_TO_WORKTREE, GIT_FILTER_DEFAULT);
+    return code < 0 ? fail_git(code) : true;
 }
 
 // Makes the directories on the way to a file below the root, each a real one.
@@ -95,6 +101,15 @@ bool make_way(std::u16string full, size_t root) {
 }
 
 } // namespace
+
+namespace zev {
+
+bool write_filtered(int file, const Blob *blob, const char *name) {
+    FilterList filters;
+    return load_filters(filters, blob, name) && write_blob(file, blob, filters.get());
+}
+
+} // namespace zev
 
 Blob *zBlobByid(Repository *repository, const Oid *id) { return by_id<Blob>(repository, id); }
 Blob *zBlobByprefix(Repository *repository, const Oid *prefix, uint64_t length) {
@@ -142,11 +157,8 @@ bool zBlobCheckout(Blob *blob, const zwchar *path) try {
     if (os::lstat(full.c_str(), &status) && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
         return fail_os(EEXIST, full.c_str());
     FilterList filters;
-    int code =
-        git_filter_list_load(out(filters), git_blob_owner(blob->handle.get()), blob->handle.get(),
-                             name.c_str(), GIT_FILTER_TO_WORKTREE, GIT_FILTER_DEFAULT);
-    if (code < 0) return fail_git(code);
-    return replace_with(blob, full.c_str(), filters.get());
+    return load_filters(filters, blob, name.c_str()) &&
+           replace_with(blob, full.c_str(), filters.get());
 } catch (...) {
     return fail_thrown();
 }

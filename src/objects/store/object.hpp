@@ -36,6 +36,9 @@ namespace zev {
 using CommitPtr = Owned<Commit, zCommitFree>;
 using TreePtr = Owned<Tree, zTreeFree>;
 
+// A blob's bytes into an open file, as the work directory has them at the path `name`.
+bool write_filtered(int file, const Blob *blob, const char *name);
+
 template <class Record> struct ObjectKind;
 template <> struct ObjectKind<Object> { static constexpr git_object_t type = GIT_OBJECT_ANY; };
 template <> struct ObjectKind<Commit> { static constexpr git_object_t type = GIT_OBJECT_COMMIT; };

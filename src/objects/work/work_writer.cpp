@@ -7,6 +7,7 @@
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/store/loose_object.hpp"
+#include "objects/store/object.hpp"
 #include "objects/store/strict.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"
@@ -136,24 +137,17 @@ bool WorkWriter::can_replace(const std::u16string &full, bool replaces) {
 }
 
 bool WorkWriter::write(const git_index_entry &entry, const std::u16string &full, bool replaces) {
-    if (!S_ISLNK(entry.mode) && !filters_.may_apply(entry.path))
-        return write_file(entry, full, replaces);
-    if (!can_replace(full, replaces)) return false;
-    if (S_ISLNK(entry.mode)) return write_link(entry, full);
-    return write_filtered(entry, full);
+    if (S_ISLNK(entry.mode)) return write_link(entry, full, replaces);
+    if (filters_.may_apply(entry.path)) return write_filtered(entry, full, replaces);
+    return write_file(entry, full, replaces);
 }
 
-bool WorkWriter::write_filtered(const git_index_entry &entry, const std::u16string &full) {
+bool WorkWriter::write_filtered(const git_index_entry &entry, const std::u16string &full,
+                                bool replaces) {
     const Owned<Blob, zBlobFree> blob(zBlobByid(index_->owner, git::oid(&entry.id)));
-    if (!blob || !zBlobCheckout(blob.get(), to_wide(entry.path).c_str())) return false;
-    os::Mode mode;
-    mode.read = mode.no_link = true;
-    const int fd = os::open_fd(full.c_str(), mode);
-    if (fd < 0) return fail_errno(full.c_str());
-    set_runnable(fd, entry);
-    const bool done = os::fd_stat(fd, &status_) || fail_errno(full.c_str());
-    os::close_fd(fd);
-    return done;
+    return blob && write_aside(entry, full, replaces, [&](int fd) {
+               return zev::write_filtered(fd, blob.get(), entry.path);
+           });
 }
 
 // Whoever may read it may run it, if the entry says so. A file system that can't tell is let be.
@@ -282,7 +276,9 @@ bool WorkWriter::hash_ends(const git_oid &id) {
     return fail_git(GIT_EMISMATCH);
 }
 
-bool WorkWriter::write_link(const git_index_entry &entry, const std::u16string &full) {
+bool WorkWriter::write_link(const git_index_entry &entry, const std::u16string &full,
+                            bool replaces) {
+    if (!can_replace(full, replaces)) return false;
     git::OdbObject object;
     size_t size = 0;
     git_object_t type;
@@ -293,7 +289,7 @@ bool WorkWriter::write_link(const git_index_entry &entry, const std::u16string &
     const std::string target(static_cast<const char *>(git_odb_object_data(object.get())),
                              git_odb_object_size(object.get()));
     if (target.empty() || target.find('\0') != target.npos) return raise_args(entry.path);
-    return (os::make_link(full.c_str(), target) && os::lstat(full.c_str(), &status_)) ||
+    return (os::make_link(full.c_str(), target, replaces) && os::lstat(full.c_str(), &status_)) ||
            fail_errno(full.c_str());
 }
 

@@ -59,9 +59,9 @@ class WorkWriter {
                      const void *bytes, size_t size);
     bool is_loose(LooseObject &object, const git_oid &id);
     int read(StoredBlob &blob, const git_oid &id);
-    bool write_filtered(const git_index_entry &entry, const std::u16string &full);
+    bool write_filtered(const git_index_entry &entry, const std::u16string &full, bool replaces);
     void set_runnable(int fd, const git_index_entry &entry);
-    bool write_link(const git_index_entry &entry, const std::u16string &full);
+    bool write_link(const git_index_entry &entry, const std::u16string &full, bool replaces);
     template <class F> bool write_new(int fd, const std::u16string &full, F fill);
     template <class F>
     bool write_aside(const git_index_entry &entry, const std::u16string &full, bool replaces,

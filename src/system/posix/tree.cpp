@@ -239,9 +239,10 @@ bool copy_tree(const std::string &from, const std::string &to, bool owner) {
     return Copying{owner}.node(from.c_str(), to.c_str());
 }
 
-bool make_link(const char16_t *path, const std::string &target) {
+bool make_link(const char16_t *path, const std::string &target, bool replaces) {
     const Native name(path);
     if (!name) return false;
+    if (!replaces) return ::symlink(target.c_str(), name) == 0 || normalised();
     const std::string to(name.view()), aside = aside_name(parent(to));
     struct stat there;
     if (::lstat(name, &there) == 0 && !is_replaceable(there)) return false;
