@@ -134,6 +134,21 @@ TEST_F(IndexRemove, TheIndexIsWrittenInBatches) {
     EXPECT_FALSE(exists("d"));
 }
 
+// Git knows no lock of ours. What it has staged meanwhile is in the index that is written.
+TEST_F(IndexRemove, TakesItsPathsOutOfWhatGitHasWritten) {
+    put_all({"a", "b", "c"});
+    add({u"a", u"b"});
+    static fs::path where;
+    where = place;
+    os::calls.syncfs = [](int) {
+        if (!where.empty()) git(std::exchange(where, {}), "add c");
+        return 0;
+    };
+    EXPECT_EQ(remove({u"a"}), "Deleted a;done;");
+    os::calls = kept;
+    EXPECT_EQ(tracked(), (std::vector<std::string>{"b", "c"}));
+}
+
 TEST_F(IndexRemove, AnIndexThatCannotBeWrittenEndsIt) {
     put_all({"a", "b"});
     commit_all();

@@ -11,6 +11,7 @@
 #include "objects/store/pathspec.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/status.hpp"
+#include "system/os.hpp"
 
 #include <algorithm>
 #include <optional>
@@ -26,10 +27,13 @@ size_t paths_a_write(const Index *index) {
     return std::max(kSynced, git_index_entrycount(index->handle.get()) / kWrites);
 }
 
+bool is_overtaken() { return zErrorCode() == GIT_EMODIFIED || zErrorCode() == GIT_ELOCKED; }
+
 class Removal {
   public:
     Removal(Index *index, PathSpec *spec)
-        : index_(index), spec_(spec), notify_(spec->notify), batch_(paths_a_write(index)) {}
+        : index_(index), spec_(spec), notify_(spec->notify), batch_(paths_a_write(index)),
+          was_clean_(!index->dirty) {}
 
     bool find();          // the list; may throw
     bool run();           // whether all of it ran; may throw
@@ -45,15 +49,17 @@ class Removal {
     Drop drop(const std::u16string &path);
     bool forget(const std::u16string &path);
     bool save();
+    bool repeat();
 
     Index *index_;
     PathSpec *spec_;
     const Notify *notify_;
     std::vector<std::u16string> paths_;
     std::optional<TrashBatch> trash_;
-    const std::u16string *last_ = nullptr; // whose entries went last
+    std::vector<const std::u16string *> unsaved_; // whose entries went since the index was written
+    const std::u16string *last_ = nullptr;        // of those, also when they were written
     size_t batch_;
-    size_t unsaved_ = 0; // paths since the index was written
+    bool was_clean_; // all that the index has to write is of this removal
     bool canceled_ = false;
 };
 
@@ -114,7 +120,8 @@ bool Removal::remove(const std::u16string &path) {
         return done == Drop::skipped;
     }
     last_ = &path;
-    const bool due = ++unsaved_ >= batch_ || &path == &paths_.back();
+    unsaved_.push_back(&path);
+    const bool due = unsaved_.size() >= batch_ || &path == &paths_.back();
     if (!forget(path) || (due && !save())) {
         notify_failed(notify_, u"odb.eFailedToRemoveEntry_s", path.c_str());
         return false;
@@ -141,9 +148,23 @@ bool Removal::forget(const std::u16string &path) {
 }
 
 bool Removal::save() {
-    if (!unsaved_ || !index_->dirty) return true;
-    unsaved_ = 0; // also if it fails, which is told once
-    return zIndexWrite(index_);
+    if (unsaved_.empty() || !index_->dirty) return true;
+    const bool saved = zIndexWrite(index_) || repeat();
+    unsaved_.clear(); // also if it failed, which is told once
+    return saved;
+}
+
+// The files are in the trash. Where git was quicker to write the index, which knows no lock of
+// ours, their entries leave the one that it has written.
+bool Removal::repeat() {
+    constexpr int kTries = 25;
+    for (int tries = 0; tries < kTries && was_clean_ && is_overtaken(); ++tries) {
+        os::sleep(20);
+        if (!zIndexRead(index_, true)) continue;
+        const auto gone = [this](const std::u16string *path) { return forget(*path); };
+        if (std::ranges::all_of(unsaved_, gone) && zIndexWrite(index_)) return true;
+    }
+    return false;
 }
 
 void Removal::end(bool whole) {
