@@ -120,6 +120,8 @@ std::optional<git_oid> sum_in(const char *path) {
     return sum;
 }
 
+constexpr const char *kFileWritten = "the index was written since it was read";
+
 Failure raise_modified(const char *what) {
     git_error_set_str(GIT_ERROR_INDEX, what);
     return fail_git(GIT_EMODIFIED);
@@ -156,6 +158,7 @@ class GitLock {
     GitLock(const GitLock &) = delete;
     GitLock &operator=(const GitLock &) = delete;
 
+    bool is_held() const { return fd_ >= 0; }
     bool is_held_elsewhere() const { return is_held_elsewhere_; }
 
   private:
@@ -164,25 +167,45 @@ class GitLock {
     bool is_held_elsewhere_ = false;
 };
 
+// Whether libgit2 has compared the entries that are as young as the file with their files, as it
+// does before it writes, and need not once more.
+void set_looked_into(git_index *index, bool has) {
+    for (size_t i = 0, count = git_index_entrycount(index); i < count; ++i) {
+        auto *entry = const_cast<git_index_entry *>(git_index_get_byindex(index, i));
+        const int flags = entry->flags_extended & ~GIT_INDEX_ENTRY_UPTODATE;
+        entry->flags_extended =
+            static_cast<uint16_t>(has ? flags | GIT_INDEX_ENTRY_UPTODATE : flags);
+    }
+}
+
 } // namespace
 
 namespace zev {
 
 bool index_stands(const Index *index) {
     if (!git_index_path(index->handle.get())) return true;
-    if (!is_file_known(index)) return raise_modified("the index was written since it was read");
+    if (!is_file_known(index)) return raise_modified(kFileWritten);
     return is_head_known(index) || raise_modified("HEAD has moved since the index was read");
 }
 
-// The file alone: an index is no older for a HEAD that was moved without it. libgit2 takes git's
-// lock anew, in a moment too short for anybody to take it, read, write and rename.
-bool index_may_write(const Index *index) {
-    if (!git_index_path(index->handle.get())) return true;
-    const GitLock lock(index);
-    if (!lock.is_held_elsewhere())
-        return is_file_known(index) || raise_modified("the index was written since it was read");
-    git_error_set_str(GIT_ERROR_INDEX, "the index is being written by another program");
-    return fail_git(GIT_ELOCKED);
+// The file alone counts: an index is no older for a HEAD that was moved without it. libgit2 has to
+// take git's lock anew. It must not look into files between that and our own letting go, or git has
+// the time to take it, read, write and rename. So it does that before, in a call that then fails.
+bool index_replace(Index *index) {
+    git_index *handle = index->handle.get();
+    if (git_index_path(handle)) {
+        const GitLock lock(index);
+        if (lock.is_held_elsewhere()) {
+            git_error_set_str(GIT_ERROR_INDEX, "the index is being written by another program");
+            return fail_git(GIT_ELOCKED);
+        }
+        if (!is_file_known(index)) return raise_modified(kFileWritten);
+        if (lock.is_held() && git_index_write(handle) < 0) set_looked_into(handle, true);
+        git_error_clear();
+    }
+    const int code = git_index_write(handle);
+    set_looked_into(handle, false);
+    return code < 0 ? fail_git(code) : true;
 }
 
 // Not where another program has gone on from what we wrote.
@@ -211,9 +234,7 @@ void index_refresh(Index *index) {
 // The saved copy waits for the first write: a mere status pays for none.
 bool index_write(Index *index) {
     if (index->lock && !flock_complete(index->lock.get())) return false;
-    if (!index_may_write(index)) return false;
-    int code = git_index_write(index->handle.get());
-    if (code < 0) return fail_git(code);
+    if (!index_replace(index)) return false;
     index->dirty = false;
     index->put_back.reset();
     return index->written = true;

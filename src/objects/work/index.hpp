@@ -94,7 +94,7 @@ bool index_write_synced(Index *index);
 // is not in it. Whether the tree of the index may be committed: its file is as we know it, and HEAD
 // where it was. Else raised.
 bool index_stands(const Index *index);
-bool index_may_write(const Index *index); // the same for its file, which git must not be writing
+bool index_replace(Index *index); // its file by one of the entries, if it is as we know it
 // The file as it was when the lock was taken, unless another program has written it since.
 bool index_put_back(Index *index);
 void index_committed(Index *index, const Oid *commit); // of our own: HEAD may be there now

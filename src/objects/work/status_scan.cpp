@@ -371,8 +371,7 @@ void StatusScan::save_stat(const DiffLimit &limit) {
     // Without completing the lock's copy: old and new file say the same of every entry. A file
     // system that takes no writes just goes without, and so does what another program has written.
     const KeptFailure kept;
-    if (changed && index_may_write(index_) && git_index_write(index_->handle.get()) < 0)
-        git_error_clear();
+    if (changed && !index_replace(index_)) git_error_clear();
 }
 
 // In place: the id stays, and with it what the index knows of its trees, which entering the file
