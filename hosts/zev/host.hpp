@@ -62,12 +62,13 @@ struct Failed : std::runtime_error {
     int code;
 };
 
-// Throws what the thread's error record holds, behind `what` unless the detail names it already.
-[[noreturn]] inline void fail_raised(const std::string &what = {}) {
+// What the thread's error record holds, behind `what` unless the detail names it already.
+inline Failed raised(const std::string &what = {}) {
     std::string detail = narrow(zErrorDetail());
     bool named = what.empty() || detail.find(what + ": ") != detail.npos;
-    throw Failed(zErrorClass(), zErrorCode(), named ? detail : what + ": " + detail);
+    return Failed(zErrorClass(), zErrorCode(), named ? detail : what + ": " + detail);
 }
+[[noreturn]] inline void fail_raised(const std::string &what = {}) { throw raised(what); }
 
 // Passes a result on, or throws the failure that the library left.
 template <class T> T check(T result, const std::string &what = {}) {

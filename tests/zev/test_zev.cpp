@@ -74,8 +74,36 @@ TEST_F(Zev, ADrawingOfAnotherProjectBringsItsRows) {
     fs::remove_all(root + "/.git/tables");
     fs::remove_all(home + "/other");
     write("note", "x");
-    fs::copy_file(root + "/b.dwx", root + "/c.dwx");
-    EXPECT_NE(ok("add c.dwx note").find("warning: c.dwx: comes from"), std::string::npos);
+    for (const char *command : {"add c.dwx note", "commit -m c c.dwx note"}) {
+        fs::copy_file(root + "/b.dwx", root + "/c.dwx");
+        EXPECT_NE(ok(command).find("warning: c.dwx: comes from"), std::string::npos) << command;
+        fs::remove(root + "/c.dwx");
+        git("reset -q");
+    }
+}
+
+TEST_F(Zev, SaysOnlyWhatTheNextCommitHolds) {
+    write(".gitignore", "out\n");
+    const std::string said = ok("mkdir out/in docs");
+    EXPECT_NE(said.find("warning: out/in: was made, but is ignored"), std::string::npos) << said;
+    EXPECT_EQ(said.find("Added      out"), std::string::npos);
+    EXPECT_EQ(git("ls-files"), "docs/.gitkeep\n");
+    git("rm -rq --cached docs");
+    git("add -N .gitignore"); // planned only
+    EXPECT_EQ(code("commit -m empty"), 3);
+    EXPECT_NE(git("log").find("does not have any commits"), std::string::npos);
+}
+
+// Git holds the index when zev would write it, and is done soon.
+TEST_F(Zev, WaitsForGit) {
+    for (const std::string command : {"mkdir docs", "add a", "mv a docs", "commit -m x docs"}) {
+        write("a", "1");
+        write(".git/index.lock", "");
+        sh("(for i in $(seq 99999); do [ -e .git/.index.zlck ] && break; done;"
+           " git version; git version; rm .git/index.lock) >/dev/null 2>&1 & true");
+        ok(command);
+    }
+    EXPECT_EQ(git("ls-tree -r --name-only HEAD"), "docs/.gitkeep\ndocs/a\n");
 }
 
 TEST_F(Zev, ScriptsGetCodesAndOneObjectALine) {

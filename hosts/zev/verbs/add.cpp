@@ -1,6 +1,7 @@
 // add: files marked for the next commit.
 
 #include "foreign_rows.hpp"
+#include "index_change.hpp"
 #include "keep_files.hpp"
 #include "verb.hpp"
 
@@ -36,14 +37,14 @@ int run(Host &host, const Options &options) {
         else if (!is_wild(path))
             throw Failed(kNotFound, path + ": no such file or directory" + hint(copy, below));
     }
-    OwnedSpec spec = copy.spec(options.paths, 0, host.notify);
-    OwnedIndex index = copy.lock_index();
     const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
     fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
-    keep_directories(copy, index.get(), present);
-    check(zIndexAdd(index.get(), spec.get()));
-    stop_on_break(host.notify);
-    check(zIndexWrite(index.get()));
+    change_index(copy, [&](Index *index, bool is_first) { // each file is told of once
+        const OwnedSpec spec = copy.spec(options.paths, 0, is_first ? host.notify : nullptr);
+        keep_directories(copy, index, present);
+        check(zIndexAdd(index, spec.get()));
+        stop_on_break(host.notify);
+    });
     return kDone;
 }
 

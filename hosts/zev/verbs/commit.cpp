@@ -1,6 +1,8 @@
 // commit: a state of the files, kept for good.
 
 #include "author.hpp"
+#include "foreign_rows.hpp"
+#include "index_change.hpp"
 #include "merge_state.hpp"
 #include "show.hpp"
 
@@ -25,13 +27,13 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_option("paths", options.paths, "Only these files");
 }
 
-// Without paths the commit takes the index as it is: does it differ from HEAD at all?
+// Without paths the commit takes the index as it is: does it differ from HEAD at all? Entries that
+// only say that a file is to be added make no difference.
 void require_changes(const WorkingCopy &copy, Index *index) {
-    bool same = zIndexEntryCount(index) == 0;
-    if (copy.born()) {
-        OwnedTree tree(check(zIndexWriteTree(index)));
-        same = zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()));
-    }
+    const OwnedTree tree(check(zIndexWriteTree(index)));
+    const bool same = copy.born()
+                          ? zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()))
+                          : zTreeEntryCount(tree.get()) == 0;
     if (same) throw Failed(kNotFound, "nothing to commit; \"zev add\" files or name them");
 }
 
@@ -44,36 +46,55 @@ void keep_named(const WorkingCopy &copy, Index *index, const Paths &paths) {
     }
 }
 
+// Under the index's lock. Null where another program came in between.
+OwnedCommit commit(Host &host, const WorkingCopy &copy, Index *index, const Paths &paths,
+                   PathSpec *spec, const std::string &author, std::string &message) {
+    std::optional<Unsettled> merge;
+    if (spec) { // of paths only, it settles no merge
+        keep_named(copy, index, paths);
+    } else {
+        merge = unsettled_merge(copy);
+        if (!merge) require_changes(copy, index);
+    }
+    const std::string note = merge && !merge->whole ? "\n\n" + part_note(merge->theirs) : "";
+    if (!message.ends_with(note)) message += note; // once, however often it is tried
+    stop_on_break(host.notify);
+    OwnedCommit made(zIndexCommitWith(index, spec, u"HEAD", wide(author).c_str(),
+                                      wide(message).c_str(), merge ? &merge->theirs : nullptr,
+                                      merge && merge->whole ? 1 : 0));
+    if (!made && spec && zErrorClass() == kNotFound)
+        throw Failed(kNotFound, narrow(zErrorMsg())); // nothing changed at these paths
+    if (made && merge) finish_merge(copy);
+    return made;
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     std::string message = clean(options.message);
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
         throw Failed(kInvalid, "the message is empty; say what was done");
     std::string author = author_of(options.author);
-    OwnedIndex index = copy.lock_index();
-    if (zIndexHasConflicts(index.get())) {
+    OwnedSpec spec;
+    if (!options.paths.empty()) {
+        const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
+        fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
+        spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
+    }
+    OwnedCommit made;
+    bool has_conflicts = false;
+    const auto attempt = [&](bool) {
+        const OwnedIndex index = copy.lock_index();
+        has_conflicts = zIndexHasConflicts(index.get());
+        if (!has_conflicts)
+            made = commit(host, copy, index.get(), options.paths, spec.get(), author, message);
+        return has_conflicts || made;
+    };
+    repeat_overtaken(attempt, [] {});
+    if (has_conflicts) {
         const char *what = "conflicts remain; \"zev conflicts\" lists them";
         host.out.fail(Failed(kOther, what), kConflicts);
         return kConflicts;
     }
-    OwnedSpec spec;
-    std::optional<Unsettled> merge;
-    if (options.paths.empty()) { // of paths only, it settles no merge
-        merge = unsettled_merge(copy);
-        if (!merge) require_changes(copy, index.get());
-    } else {
-        spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
-        keep_named(copy, index.get(), options.paths);
-    }
-    if (merge && !merge->whole) message += "\n\n" + part_note(merge->theirs);
-    stop_on_break(host.notify);
-    OwnedCommit made(zIndexCommitWith(index.get(), spec.get(), u"HEAD", wide(author).c_str(),
-                                      wide(message).c_str(), merge ? &merge->theirs : nullptr,
-                                      merge && merge->whole ? 1 : 0));
-    if (!made && spec && zErrorClass() == kNotFound)
-        throw Failed(kNotFound, narrow(zErrorMsg())); // nothing changed at these paths
-    check(!!made);
-    if (merge) finish_merge(copy);
     std::string id = hex(zCommitId(made.get()));
     host.out.line(host.out.paint(Colour::yellow, id.substr(0, 8)) + " " + first_line(message));
     host.out.record(Record("commit")

@@ -1,5 +1,7 @@
 // mkdir: directories that the next commit will hold.
 
+#include "front.hpp"
+#include "index_change.hpp"
 #include "keep_files.hpp"
 #include "verb.hpp"
 
@@ -21,15 +23,19 @@ int run(Host &host, const Options &options) {
     WorkingCopy copy;
     std::vector<std::string> made;
     for (const std::string &path : options.paths) made.push_back(copy.relative(path));
-    OwnedIndex index = copy.lock_index();
     for (const std::string &path : made)
         if (copy.is_on_disk(path)) throw Failed(kExists, path + ": is there already");
     for (const std::string &path : made) {
         check(zDirMake(copy.absolute(path).u16string().c_str(), true), path);
     }
-    keep_directories(copy, index.get(), made);
-    check(zIndexWrite(index.get()));
+    const OwnedIndex index =
+        change_index(copy, [&](Index *changed, bool) { keep_directories(copy, changed, made); });
     for (const std::string &path : made) {
+        if (!is_tracked(index.get(), path)) {
+            host.out.warn(path + ": was made, but is ignored or another repository's; no commit "
+                                 "will hold it");
+            continue;
+        }
         host.out.line(host.out.paint(Colour::green, "Added     ") + " " + path + "/");
         host.out.record(Record("action").set(u"action", "added").set(u"path", path + "/"));
     }

@@ -1,6 +1,7 @@
 // mv: files and directories under another name, drawings with their tables.
 
 #include "dxf/rows.hpp"
+#include "index_change.hpp"
 #include "keep_files.hpp"
 #include "verb.hpp"
 
@@ -80,11 +81,18 @@ int run(Host &host, const Options &options) {
     }
     if (same_or_below(target, source)) throw Failed(kInvalid, from + ": can't move into itself");
     if (copy.is_on_disk(target)) throw Failed(kExists, target + ": is there already");
-    OwnedIndex index = copy.lock_index();
-    check(zIndexRename(index.get(), wide(source).c_str(), wide(target).c_str()), from);
-    keep_directories(copy, index.get(), {target});
+    const std::u16string old_path = wide(source), new_path = wide(target);
+    const OwnedIndex index = change_index(
+        copy,
+        [&](Index *changed, bool) {
+            check(zIndexRename(changed, old_path.c_str(), new_path.c_str()), from);
+            keep_directories(copy, changed, {target});
+        },
+        [&] { // what the index doesn't say did not happen
+            zWorkdirRename(zRepositoryWorkdir(copy.repository()), new_path.c_str(),
+                           old_path.c_str(), false);
+        });
     TableMover(copy, source, target).run(index.get());
-    check(zIndexWrite(index.get()));
     host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + source + " -> " + target);
     host.out.record(
         Record("action").set(u"action", "renamed").set(u"from", source).set(u"path", target));

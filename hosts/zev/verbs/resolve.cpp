@@ -1,6 +1,7 @@
 // resolve: the decisions about what a merge left, carried out.
 
 #include "conflict_nodes.hpp"
+#include "index_change.hpp"
 #include "verb.hpp"
 
 #include <algorithm>
@@ -104,13 +105,13 @@ class Beside {
             directories.emplace(fs::path(copy.path).parent_path().string(), copy.path);
         }
         if (!zPathSpecCount(spec.get())) return;
-        OwnedIndex index = copy_.lock_index();
-        check(zIndexAdd(index.get(), spec.get()));
-        for (const auto &[directory, file] : directories)
-            if (!directory.empty()) check(zIndexFixupGitkeep(index.get(), wide(file).c_str()));
+        const OwnedIndex index = change_index(copy_, [&](Index *changed, bool) {
+            check(zIndexAdd(changed, spec.get()));
+            for (const auto &[directory, file] : directories)
+                if (!directory.empty()) check(zIndexFixupGitkeep(changed, wide(file).c_str()));
+        });
         for (const Copy &copy : copies_)
             if (copy.kept) tell(host, index.get(), copy);
-        check(zIndexWrite(index.get()));
     }
 
   private:
