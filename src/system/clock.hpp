@@ -5,7 +5,8 @@
 
 namespace zev {
 
-inline constexpr int64_t kSecond = 1'000'000'000; // nanoseconds
+inline constexpr int64_t kMillisecond = 1'000'000; // nanoseconds
+inline constexpr int64_t kSecond = 1000 * kMillisecond;
 
 constexpr Time time_of(int64_t nanoseconds) {
     return {nanoseconds / kSecond, nanoseconds % kSecond};
