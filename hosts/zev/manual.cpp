@@ -15,6 +15,13 @@ namespace {
 using Apps = std::vector<const CLI::App *>;
 using Options = std::vector<const CLI::Option *>;
 
+// The name of the program that a verb belongs to.
+std::string program_of(const CLI::App &app) {
+    const CLI::App *at = &app;
+    while (at->get_parent()) at = at->get_parent();
+    return at->get_name();
+}
+
 // Nothing that is hidden, having an empty group.
 Apps verbs_of(const CLI::App &app) {
     return app.get_subcommands([](const CLI::App *verb) { return !verb->get_group().empty(); });
@@ -81,7 +88,7 @@ std::string plain(const std::string &text) {
 std::string headline(const std::string &page) { return page + "(1) \"\" \"ZEV\"\n\n# NAME\n\n"; }
 
 std::string synopsis(const std::string &name, const CLI::App &verb) {
-    std::string text = "*zev " + plain(name) + "*";
+    std::string text = "*" + program_of(verb) + " " + plain(name) + "*";
     if (!options_of(verb, false).empty()) text += " \\[_options_\\]";
     if (!verbs_of(verb).empty()) text += " _command_";
     for (const CLI::Option *argument : options_of(verb, true)) {
@@ -129,9 +136,10 @@ std::string prose(const std::string &text) {
 }
 
 std::string verb_page(const std::string &name, const CLI::App &verb) {
-    std::string text = headline("zev-" + replaced(name, ' ', "-"));
-    text +=
-        "zev-" + plain(replaced(name, ' ', "-")) + " - " + plain(verb.get_description()) + "\n\n";
+    const std::string program = program_of(verb);
+    const std::string page = program + "-" + replaced(name, ' ', "-");
+    std::string text = headline(page);
+    text += plain(page) + " - " + plain(verb.get_description()) + "\n\n";
     text += "# SYNOPSIS\n\n" + synopsis(name, verb);
     text +=
         "# DESCRIPTION\n\n" + plain(verb.get_description()) + ".\n\n" + prose(verb.get_footer());
@@ -142,14 +150,14 @@ std::string verb_page(const std::string &name, const CLI::App &verb) {
         text += plain(below->get_description()) + ".\n\n" + option_list(*below);
         text += prose(below->get_footer());
     }
-    return text + "# SEE ALSO\n\n*zev*(1)\n";
+    return text + "# SEE ALSO\n\n*" + program + "*(1)\n";
 }
 
 std::string program_page(const CLI::App &app) {
-    const std::string about = app.get_description();
-    std::string text = headline("zev");
-    text += "zev - " + plain(about.substr(0, about.find(".\n"))) + "\n\n";
-    text += "# SYNOPSIS\n\n*zev* \\[_options_\\] _verb_ \\[_arguments_\\]\n\n";
+    const std::string about = app.get_description(), name = app.get_name();
+    std::string text = headline(name);
+    text += name + " - " + plain(about.substr(0, about.find(".\n"))) + "\n\n";
+    text += "# SYNOPSIS\n\n*" + name + "* \\[_options_\\] _verb_ \\[_arguments_\\]\n\n";
     text += "# DESCRIPTION\n\n" + prose(about) + "# VERBS\n\n";
     for (const CLI::App *verb : verbs_of(app))
         text += "*" + plain(verb->get_name()) + "*\n\t" + plain(verb->get_description()) + "\n\n";
@@ -193,8 +201,9 @@ std::string bash(const CLI::App &app) {
     std::string skip; // options of the program whose next word is no verb
     for (const std::string &name : option_names(app, true))
         skip += (skip.empty() ? "" : " | ") + name;
-    return "# bash completion for zev\n"
-           "_zev() {\n"
+    const std::string program = app.get_name();
+    return "# bash completion for " + program + "\n_" + program +
+           "() {\n"
            "    local current=${COMP_WORDS[COMP_CWORD]} verb= words= word i\n"
            "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
            "        word=${COMP_WORDS[i]}\n"
@@ -213,7 +222,8 @@ std::string bash(const CLI::App &app) {
            "    esac\n"
            "    COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
            "}\n"
-           "complete -o default -F _zev zev\n";
+           "complete -o default -F _" +
+           program + " " + program + "\n";
 }
 
 std::string zsh_text(const std::string &text) {
@@ -245,8 +255,9 @@ std::string zsh(const CLI::App &app) {
                  (below.empty() ? "" : " \\\n            '1:command:(" + below + ")'") +
                  " \\\n            '*:file:_files' ;;\n";
     }
-    return "#compdef zev\n"
-           "_zev() {\n"
+    const std::string program = app.get_name();
+    return "#compdef " + program + "\n_" + program +
+           "() {\n"
            "    local state\n"
            "    local -a verbs=(\n" +
            verbs +
@@ -262,13 +273,14 @@ std::string zsh(const CLI::App &app) {
            "        esac ;;\n"
            "    esac\n"
            "}\n"
-           "_zev \"$@\"\n";
+           "_" +
+           program + " \"$@\"\n";
 }
 
 std::string fish_options(const CLI::App &app, const std::string &condition) {
     std::string text;
     for (const CLI::Option *option : options_of(app, false)) {
-        text += "complete -c zev" + condition;
+        text += "complete -c " + program_of(app) + condition;
         for (const std::string &name : option->get_snames()) text += " -s " + name;
         for (const std::string &name : option->get_lnames()) text += " -l " + name;
         text += (takes_value(option) ? " -r" : "") + std::string(" -d '") +
@@ -278,13 +290,14 @@ std::string fish_options(const CLI::App &app, const std::string &condition) {
 }
 
 std::string fish(const CLI::App &app) {
-    std::string text = "# fish completion for zev\n" + fish_options(app, "");
+    const std::string program = app.get_name();
+    std::string text = "# fish completion for " + program + "\n" + fish_options(app, "");
     each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
         const size_t blank = name.find(' ');
         const std::string above = blank == name.npos
                                       ? "__fish_use_subcommand"
                                       : "__fish_seen_subcommand_from " + name.substr(0, blank);
-        text += "complete -c zev -n '" + above + "' -a " + verb.get_name() + " -d '" +
+        text += "complete -c " + program + " -n '" + above + "' -a " + verb.get_name() + " -d '" +
                 replaced(verb.get_description(), '\'', "\\'") + "'\n";
         text += fish_options(verb, " -n '__fish_seen_subcommand_from " + verb.get_name() + "'");
     });

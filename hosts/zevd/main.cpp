@@ -1,5 +1,6 @@
 // zevd, the server's host: reads the arguments, runs one verb, turns its outcome into an exit code.
 // Without a verb it serves.
+#include "manual.hpp"
 #include "service.hpp"
 #include "usage.hpp"
 #include "verb.hpp"
@@ -65,6 +66,7 @@ class CommandLine {
                         "The settings; else server.conf, where zevd is started")
             ->type_name("FILE");
         for (const Verb *row : kVerbs) add(*row);
+        add_description();
     }
 
     // False after help or the version was shown, or when the arguments are no good; then `code` is
@@ -92,8 +94,23 @@ class CommandLine {
         verb->callback([this, work = std::move(work)] { chosen_ = work; });
     }
 
+    // Manual pages and completion, for the build, which installs what comes out. In no list.
+    void add_description() {
+        CLI::App *verb = app_.add_subcommand("generate", "Write a manual page or a completion");
+        verb->group("");
+        verb->add_option("kind", kind_)->required();
+        verb->add_option("verb", described_);
+        verb->callback([this] {
+            chosen_ = [this](const std::string &) {
+                const std::string text = describe(app_, kind_, described_);
+                fputs(text.c_str(), stdout);
+                return text.empty() ? kUsage : kDone;
+            };
+        });
+    }
+
     CLI::App app_{kAbout, "zevd"};
-    std::string config_ = "server.conf";
+    std::string config_ = "server.conf", kind_, described_;
     Work chosen_, serve_;
 };
 
