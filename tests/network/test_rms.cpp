@@ -3,6 +3,8 @@
 #include "fake_module.hpp"
 #include "service_fixture.hpp"
 
+#include <algorithm>
+#include <fstream>
 #include <sstream>
 
 namespace fake = test::fake;
@@ -291,6 +293,29 @@ TEST_F(Rms, DirectoriesPushNothingOut) {
         EXPECT_EQ(answer.message().find("The server did not understand"), 0u) << row.args;
     }
     EXPECT_EQ(service.git("ann/house", "for-each-ref") + files(), before);
+}
+
+// What changes something is a line of the audit, with what it was about and no password.
+TEST_F(Rms, WritesDownWhatChangesRights) {
+    const auto path = service.root() / "audit.log";
+    service.server().logs.audit.set_path(path.u16string());
+    run("user", "create", R"("login":"ann","password":"c0de","power":true)");
+    run("user", "list", "");
+    run("user", "login", R"("login":"ann","password":"c0de")");
+    run("role", "add-user", R"("name":"editors","user":"ann")");
+    run("role", "member-list", R"("name":"editors")");
+    fake::status = 104;
+    run("settings", "add-setting", R"("path":"a\"b","role":"editors","setting":48)");
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    const std::string lines = text.str();
+    for (const char *part :
+         {R"("target":"user","act":"create","name":"ann","owner":"","project":"",)",
+          R"("act":"add-user","name":"editors ann","owner":"ann","project":"house",)",
+          R"("act":"add-setting","name":"a\"b editors 48","owner":"ann","project":"house",)"})
+        EXPECT_NE(lines.find(part), std::string::npos) << part << "\n" << lines;
+    EXPECT_EQ(std::ranges::count(lines, '\n'), 3);
+    EXPECT_EQ(lines.find("c0de"), std::string::npos);
 }
 
 } // namespace

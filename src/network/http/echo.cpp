@@ -12,6 +12,7 @@
 #include "common/guard.hpp"
 #include "common/uri.hpp"
 #include "common/utf.hpp"
+#include "network/tcp/tcp.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/lang.h"
@@ -46,6 +47,7 @@ bool begin_request(HttpEcho *echo) {
     if (echo->parser) return true;
     echo->parser = new MessageParser(true, echo->server->limits);
     echo->parser->begin(echo->request, zHttpRequestParser());
+    if (echo->peer.empty()) echo->peer = to_utf8(peer_address(echo->server->tcp));
     echo->body_from = 0;
     echo->body = 0;
     echo->told_to_go_on = false;

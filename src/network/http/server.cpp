@@ -104,8 +104,6 @@ constexpr ServerClass kHttp = {
     .Stop = [](Server *server) { return zHttpServerStop(http_of(server)); },
 };
 
-void meet(Echo *echo, const char *peer) { reinterpret_cast<HttpEcho *>(echo)->peer = peer; }
-
 } // namespace
 
 const ServerClass *zHttpServerClass() { return &kHttp; }
@@ -125,7 +123,6 @@ HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) try {
     auto *echo = reinterpret_cast<Echo *>(server->prototype);
     server->tcp = zLoopNew(zTcpClass(), echo, server->maxconn, server->timeout);
     if (!server->tcp) return nullptr;
-    tcp_tell_peers(server->tcp, meet);
     return rest::add_routes(server.get()) ? server.release() : nullptr;
 } catch (...) {
     return fail_thrown();

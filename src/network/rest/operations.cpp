@@ -91,6 +91,24 @@ bool fits(const Call &call, Form form) {
     return false;
 }
 
+// What changes the list of projects is an administrator's act, done or failed; refusals are written
+// down with all others.
+void note_act(const Call &call, HttpResponse *response) {
+    const uint32_t method = zHttpRequestMethod(call.request);
+    if (call.operation->route != Route::projects || method == Z_HTTP_GET) return;
+    Repository *made = call.repository.get();
+    const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
+    if (!owner && made) owner = zRepositoryOwner(made), name = zRepositoryName(made);
+    const bool creates = method == Z_HTTP_POST && call.operation->form == Form::all;
+    audit(call.server, {.target = u"project",
+                        .act = method == Z_HTTP_DELETE ? u"delete"
+                               : creates               ? u"create"
+                                                       : u"rename",
+                        .owner = zStrsafeW(owner),
+                        .project = zStrsafeW(name),
+                        .status = response ? zHttpResponseCode(response) : 500});
+}
+
 HttpResponse *dispatch(Route route, HttpServer *server, HttpRequest *request) try {
     Call call(server, request);
     for (const Operation &operation : kOperations) {
@@ -98,7 +116,9 @@ HttpResponse *dispatch(Route route, HttpServer *server, HttpRequest *request) tr
         if (!fits(call, operation.form)) continue;
         call.operation = &operation;
         if (HttpResponse *refusal = admit(call)) return refusal;
-        return operation.procedure(call);
+        HttpResponse *response = operation.procedure(call);
+        note_act(call, response);
+        return response;
     }
     return refuse(call, 400);
 } catch (...) {

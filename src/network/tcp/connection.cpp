@@ -14,7 +14,6 @@
 #include "network/tcp/tcp.hpp"
 
 #include "common/log_level.hpp"
-#include "common/utf.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/lang.h"
@@ -348,7 +347,6 @@ void on_connection(uv_stream_t *listener, int status) {
     int code = uv_accept(listener, stream_of(connection));
     if (!code) {
         log_connection(connection, u"srv.sConnectionAccepted_s_d", accepted_count);
-        if (tcp->met) tcp->met(echo, to_utf8(peer_of(connection).host).c_str());
         set_options(connection);
         code = connection_start_timer(connection, tcp->timeout) ? 0 : UV_ENOMEM;
     }

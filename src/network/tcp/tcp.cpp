@@ -213,7 +213,7 @@ Loop *zTcpNew(Echo *echo, uint32_t backlog, uint64_t timeout) {
     tcp->echo = echo;
     tcp->backlog = backlog;
     tcp->timeout = timeout;
-    tcp->last_call_time = limits::http_last_call / kMillisecond;
+    tcp->last_call_time = limits::http_last_call / (kSecond / 1000);
     tcp->usage.start = tcp->usage.last = time_of(os::calls.now());
     return &tcp->head;
 }

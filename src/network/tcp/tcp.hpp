@@ -27,8 +27,7 @@ struct Tcp {
     Echo *echo;      // lent: a server's prototype, a client's only one
     bool server;
     uint32_t backlog;
-    uint64_t timeout;                          // milliseconds, 0 for never
-    void (*met)(Echo *echo, const char *peer); // for each accepted connection; may be null
+    uint64_t timeout; // milliseconds, 0 for never
     TransferUsage usage;
     int32_t last_error; // libuv's; only the time-out writes it
     uv_tcp_t listener;
@@ -76,11 +75,6 @@ void connection_cut(TcpConnection *connection);
 void connection_look(TcpConnection *connection);  // asks its echo whether it is to end
 void connection_drain(TcpConnection *connection); // ends it, unless an answer is on its way
 void timer_close(uv_timer_t *timer);              // unlinked from its connection
-
-// A server's echoes are told the addresses of their peers, as text.
-inline void tcp_tell_peers(Loop *loop, void (*met)(Echo *echo, const char *peer)) {
-    reinterpret_cast<Tcp *>(loop)->met = met;
-}
 
 // The address, without the port, of the peer whose bytes are at work; empty where it is not known.
 std::u16string peer_address(const Loop *loop);

@@ -2,6 +2,8 @@
 // the body, its row in the route's table, the right to it, and its arguments.
 #include "network/rest/rms/rms.hpp"
 
+#include "common/json.hpp"
+#include "network/http/server.hpp"
 #include "network/rest/access.hpp"
 #include "zev/error.h"
 #include "zev/str.h"
@@ -47,9 +49,38 @@ bool are_given(Json *arguments, std::u16string_view needs) {
     return true;
 }
 
+// By the first word of its name.
+bool changes_rights(const Command &command) {
+    constexpr std::u16string_view changing[] = {u"create", u"modify", u"delete", u"reset",
+                                                u"rename", u"set",    u"add",    u"rem",
+                                                u"remove", u"clear"};
+    const std::u16string_view name = command.name;
+    return name == u"member-purge" ||
+           std::ranges::find(changing, name.substr(0, name.find(u'-'))) != std::end(changing);
+}
+
+// An act of an administrator is written down with whom and what it named: never a password.
+void note_command(const Call &call, const Command &command, Json *arguments,
+                  HttpResponse *response) {
+    if (!changes_rights(command)) return;
+    std::u16string named;
+    for (const zwchar *each :
+         {u"login", u"newlogin", u"id", u"name", u"newname", u"user", u"path", u"role", u"setting"})
+        if (const zwchar *text = text_of(arguments, each))
+            named.append(named.empty() ? u"" : u" ").append(text);
+    audit(call.server, {.target = command.target,
+                        .act = command.name,
+                        .name = named,
+                        .owner = zStrsafeW(capture(call, u":owner")),
+                        .project = zStrsafeW(capture(call, u":name")),
+                        .status = response ? zHttpResponseCode(response) : 500});
+}
+
 HttpResponse *run(Call &call, std::span<const Command> commands) {
     Stream *stream = zHttpRequestBody(call.request);
-    const Tree body(stream ? zJsonReadStream(stream) : nullptr);
+    JsonBounds bounds{call.server->limits.json, call.server->limits.nodes};
+    const Tree body(stream ? json_read_bounded(stream, bounds) : nullptr);
+    if (bounds.exceeded) return refuse(call, 413);
     Json *query = body && zJsonIsObject(body.get()) ? object_at(body.get(), u"query") : nullptr;
     if (!query) return refuse_request(call);
     const zwchar *target = text_of(query, u"target"), *name = text_of(query, u"name");
@@ -59,7 +90,9 @@ HttpResponse *run(Call &call, std::span<const Command> commands) {
     Json *arguments = object_at(query, u"args");
     if (HttpResponse *refusal = admit_command(call, *command, arguments)) return refusal;
     if (!are_given(arguments, command->needs)) return refuse_request(call);
-    return command->procedure(call, arguments);
+    HttpResponse *response = command->procedure(call, arguments);
+    note_command(call, *command, arguments, response);
+    return response;
 }
 
 HttpResponse *need_module(const Call &call, Here at = {}) {
