@@ -4,6 +4,7 @@ and a working copy that becomes a project.
 
 import contextlib
 import gzip
+import hashlib
 import http.client
 import json
 import os
@@ -65,6 +66,16 @@ class Service:
             body = gzip.decompress(body)
         connection.close()
         return answer.status, json.loads(body)
+
+    def log_in(self, password):
+        code = hashlib.sha1(password.encode("utf-16-le")).hexdigest()
+        query = {"target": "user", "name": "login", "args": {"login": "admin", "password": code}}
+        connection = http.client.HTTPConnection("localhost", self.port, timeout=10)
+        connection.request("POST", "/rms", json.dumps({"query": query}))
+        answer = connection.getresponse()
+        status = json.loads(answer.read())["data"]["status"]
+        connection.close()
+        return status
 
     def stop(self, number=signal.SIGTERM):
         self.process.send_signal(number)
@@ -157,6 +168,9 @@ def serve(conf):
     expect(service.told() == "READY=1", "the manager is told that it is ready")
     status, health = service.get("/health")
     expect(status == 200 and health["data"]["writable"] is True, "health: %s" % health)
+
+    expect((service.log_in("secret"), service.log_in("other")) == (100, 105),
+           "the administrator's password is the one that was given")
 
     code, out, err = run(ZEVD, "run", "--config", conf)
     expect(code == 7 and "another zevd serves it" in err, "a second server: " + err)
@@ -268,6 +282,9 @@ def main():
         code, out, err = run(ZEVD, "reset-password", "admin", "--password-stdin", "--config", conf,
                              stdin="new\n")
         expect(code == 0, "reset-password: " + err)
+        service = Service(conf)
+        expect((service.log_in("new"), service.log_in("secret")) == (100, 105), "the new one counts")
+        service.stop()
         code, out, err = run(ZEVD, "reset-password", "nobody", "--password-stdin", "--config", conf,
                              stdin="new\n")
         expect(code == 3 and "no such user" in err, "of an unknown user: " + err)

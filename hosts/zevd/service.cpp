@@ -87,16 +87,35 @@ ServiceLock::~ServiceLock() { close(fd_); }
 
 Module open_module() { return Module(check(zAuthServerStart(), "the authentication module")); }
 
+namespace {
+
+[[noreturn]] void fail_refused(const std::string &user, int32_t status) {
+    if (status == Z_AUTH_NOT_FOUND) throw Failed(kNotFound, user + ": no such user");
+    throw Failed(kOther, user + ": refused by the module, status " + std::to_string(status));
+}
+
+} // namespace
+
+bool unlock(AuthTable &module, const std::string &user) {
+    const std::u16string login = wide(user);
+    Json *tree = nullptr;
+    int32_t status = module.UserInfo(login.c_str(), &tree);
+    const OwnedJson info(tree);
+    if (status != Z_AUTH_DONE) fail_refused(user, status);
+    if (!zJsonPathGetBool(tree, u"user.lock")) return false;
+    const bool power = zJsonPathGetBool(tree, u"user.power");
+    status = module.ModifyUser(login.c_str(), nullptr, nullptr, nullptr, power, false);
+    if (status != Z_AUTH_DONE) fail_refused(user, status);
+    return true;
+}
+
 void set_password(AuthTable &module, const std::string &user, const std::string &password) {
     const std::u16string text = wide(password), login = wide(user);
     Oid id;
     zwchar code[41] = {};
     check(zOidFromBuffer(&id, text.data(), text.size() * sizeof(zwchar)) && zOidFormat(code, &id));
     const int32_t status = module.ResetPassword(login.c_str(), code);
-    if (status == Z_AUTH_NOT_FOUND) throw Failed(kNotFound, user + ": no such user");
-    if (status != Z_AUTH_DONE)
-        throw Failed(kOther,
-                     user + ": the module refused the password, status " + std::to_string(status));
+    if (status != Z_AUTH_DONE) fail_refused(user, status);
 }
 
 namespace {

@@ -42,8 +42,10 @@ class ServiceLock {
 // The authentication module without a server around it.
 using Module = Owned<AuthTable, zAuthServerShutdown>;
 Module open_module();
-// Sets a user's password; Failed where there is no such user, or the store refuses.
+// Both are Failed where there is no such user, or the store refuses. Unlock tells whether he was
+// locked.
 void set_password(AuthTable &module, const std::string &user, const std::string &password);
+bool unlock(AuthTable &module, const std::string &user);
 
 // A password from the first line of stdin, or asked for twice on the terminal without an echo.
 std::string read_password(const std::string &user, bool from_stdin);

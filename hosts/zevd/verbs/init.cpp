@@ -74,7 +74,9 @@ int run(const std::string &, const Options &options) {
     check(zPathSetAppData(wide(directory.string()).c_str(), nullptr), directory.string());
     {
         const ServiceLock lock((directory / "repos").string(), false);
-        set_password(*open_module(), "admin", password);
+        const Module module = open_module();
+        set_password(*module, "admin", password);
+        unlock(*module, "admin"); // as one without a password is
     }
     write_new(file, kSettings);
     printf("a new service in %s; serve it: zevd --config %s\n", directory.c_str(), file.c_str());

@@ -15,7 +15,7 @@ struct Options {
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Set a user's password while no server runs");
-    verb.footer("Examples:\n  zevd reset-password admin");
+    verb.footer("One who was locked can log in again.\nExamples:\n  zevd reset-password admin");
     verb.add_option("user", options.user, "The user's login")->required();
     verb.add_flag("--password-stdin", options.from_stdin, "Read the password from stdin");
 }
@@ -26,8 +26,10 @@ int run(const std::string &file, const Options &options) {
     use_data(config);
     const ServiceLock lock(config.repos(), false);
     const std::string password = read_password(options.user, options.from_stdin);
-    set_password(*open_module(), options.user, password);
-    printf("%s has a new password\n", options.user.c_str());
+    const Module module = open_module();
+    set_password(*module, options.user, password);
+    printf("%s has a new password%s\n", options.user.c_str(),
+           unlock(*module, options.user) ? ", and is not locked any more" : "");
     return kDone;
 }
 
