@@ -157,6 +157,14 @@ class HeadReader {
     std::array<bool, std::size(kOnce)> seen_{};
 };
 
+// Whether a line ends in anything but CR LF, from a byte on; a CR at the end waits for what
+// follows. A head with such a line may never be whole, so it is told while the head still comes.
+bool ends_line_badly(std::string_view head, size_t from) {
+    for (size_t i = from; i < head.size(); ++i)
+        if ((head[i] == '\n') != (i && head[i - 1] == '\r')) return true;
+    return false;
+}
+
 } // namespace
 
 int check_head(std::string_view head, bool request, const HttpLimits &limits, HeadFacts *facts) {
@@ -214,6 +222,9 @@ size_t Framing::take_head(std::string_view bytes) {
         head_.erase(0, skipped = 2);
     }
     const size_t end = head_.find("\r\n\r\n", known < 3 ? 0 : known - 3);
+    const std::string_view lines = std::string_view(head_).substr(0, end);
+    if (ends_line_badly(lines, skipped ? 0 : std::min(known, lines.size())))
+        return refuse(kBad), bytes.size();
     if (end == head_.npos) {
         if (head_.size() > limits_.head) refuse(kHeadTooLarge);
         return bytes.size();
