@@ -2,7 +2,9 @@
 #include "../objects/drawing_fixture.hpp"
 #include "service_fixture.hpp"
 
-#include "common/limits.hpp"
+#include "common/guard.hpp"
+#include "common/reader.hpp"
+#include "system/os.hpp"
 
 #include <git2.h>
 
@@ -71,7 +73,8 @@ struct Objects : testing::Test {
     }
     std::string pack_of(const std::string &ids) {
         test::write(service.root() / "ids", ids);
-        git("pack-objects -q --stdout < ../../../ids > ../../../pack");
+        const std::string at = service.root().string();
+        git("pack-objects -q --stdout < " + at + "/ids > " + at + "/pack; true");
         return test::read(service.root() / "pack");
     }
 
@@ -88,7 +91,7 @@ TEST_F(Objects, TravelBothWays) {
         ASSERT_EQ(answer.code, 200) << answer.message();
         EXPECT_EQ(answer.text("data.id"), id);
         EXPECT_EQ(answer.text("data.type"), "blob");
-        EXPECT_EQ(answer.text("data.url"), service.url() + "/repos/ann/plant/objects/" + id);
+        EXPECT_EQ(answer.text("data.url"), "/repos/ann/plant/objects/" + id);
         answer = service.get(objects + id);
         ASSERT_EQ(answer.code, 200) << answer.message();
         EXPECT_EQ(answer.body, object_stream("blob", bytes));
@@ -104,7 +107,7 @@ TEST_F(Objects, TravelBothWays) {
 TEST_F(Objects, AreReadFromPacksToo) {
     const std::string id = make("blob", "packed");
     test::write(service.root() / "ids", id);
-    git("pack-objects -q objects/pack/pack < ../../../ids");
+    git("pack-objects -q objects/pack/pack < " + service.root().string() + "/ids");
     git("prune-packed -q");
     EXPECT_EQ(service.get(objects + id).body, object_stream("blob", "packed"));
 }
@@ -119,8 +122,8 @@ TEST_F(Objects, AreRefusedInTheirOrder) {
     } cases[] = {
         {Z_HTTP_GET, objects + id.substr(1), "", 400, "The field 'id' is required"},
         {Z_HTTP_GET, other + "x", "", 400, "The field 'id' is required"}, // before the gate
-        {Z_HTTP_GET, "/repos/ann/plant/objects", "", 400, "The field 'id' is not valid"},
-        {Z_HTTP_PUT, "/repos/ann/plant/objects", "x", 400, "The field 'id' is not valid"},
+        {Z_HTTP_GET, "/repos/ann/plant/objects", "", 400, "The field 'id' is invalid"},
+        {Z_HTTP_PUT, "/repos/ann/plant/objects", "x", 400, "The field 'id' is invalid"},
         {Z_HTTP_GET, other + id, "", 404, "There is no project 'none'"},
         {Z_HTTP_GET, objects + id, "", 500, "The data stream could not be written"},
         {Z_HTTP_PUT, objects + id, "", 400, "The request needs content"},
@@ -132,9 +135,9 @@ TEST_F(Objects, AreRefusedInTheirOrder) {
         {Z_HTTP_PUT, objects + id, be32(4) + "blob" + be32(5) + "four", 500, "An object could"},
         {Z_HTTP_PUT, objects + id, be32(0xFFFFFFFF) + "blob", 500, "An object could not"},
         {Z_HTTP_PUT, objects + id, object_stream("commit", "tree x"), 400, "The content of"},
-        {Z_HTTP_POST, "/repos/ann/plant/objects", "{}", 400, "Bad"},
-        {Z_HTTP_DELETE, objects + id, "", 400, "Bad"},
-        {Z_HTTP_PATCH, packs, "{}", 400, "Bad"},
+        {Z_HTTP_POST, "/repos/ann/plant/objects", "{}", 400, "The server did not"},
+        {Z_HTTP_DELETE, objects + id, "", 400, "The server did not"},
+        {Z_HTTP_PATCH, packs, "{}", 400, "The server did not"},
     };
     const size_t before = files();
     for (const auto &each : cases) {
@@ -153,7 +156,8 @@ TEST_F(Objects, StayUnderTheirTrueName) {
     const std::string wrong(40, 'b'), id = id_of(GIT_OBJECT_BLOB, "mine");
     const Answer answer = service.put(objects + wrong, object_stream("blob", "mine"));
     EXPECT_EQ(answer.code, 400);
-    EXPECT_EQ(answer.message(), "The content of the request is invalid: Bad request");
+    EXPECT_EQ(answer.message(),
+              "The content of the request is invalid: The server did not understand the request");
     EXPECT_TRUE(has(id));
     EXPECT_FALSE(has(wrong));
 }
@@ -224,7 +228,7 @@ TEST_F(Objects, AreMissedByName) {
 TEST_F(Objects, TravelInPacks) {
     const std::string blob = make("blob", "file");
     test::write(service.root() / "tree", "100644 blob " + blob + "\tfile\n");
-    const std::string tree = git("mktree < ../../../tree").substr(0, 40);
+    const std::string tree = git("mktree < " + service.root().string() + "/tree").substr(0, 40);
     const std::string commit =
         git("-c user.name=a -c user.email=a commit-tree -m m " + tree).substr(0, 40);
     const Answer built = service.post(packs + "/DIFF", R"({"query":{"entries":[{"id":")" + commit +
@@ -237,9 +241,12 @@ TEST_F(Objects, TravelInPacks) {
                                           u"application/octet-stream");
         ASSERT_EQ(answer.code, 201) << answer.message();
         EXPECT_EQ(answer.text("data.type"), "pack");
-        EXPECT_EQ(answer.text("data.url"), service.url() + "/repos/ann/second/packs");
+        EXPECT_EQ(answer.text("data.url"), "/repos/ann/second/packs");
     }
-    EXPECT_EQ(service.git("ann/second", "fsck --full --strict --no-dangling " + commit), "");
+    int status = -1;
+    const std::string told =
+        service.git("ann/second", "fsck --full --strict --no-dangling " + commit, &status);
+    EXPECT_EQ(status, 0) << told;
     EXPECT_EQ(service.git("ann/second", "cat-file -p " + commit + ":file"), "file");
 
     const Answer one =
@@ -259,7 +266,44 @@ TEST_F(Objects, AreNotPackedWithoutAName) {
         EXPECT_EQ(service.post(packs + "/diff", body).code, 400) << entries;
     }
     EXPECT_EQ(service.post(packs + "/diff", "{}").message(),
-              "The field 'query.entries' is not usable: Bad request");
+              "The field 'query.entries' is not usable: The server did not understand the request");
+}
+
+// Directories in each other take stack from whoever goes through them.
+TEST_F(Objects, AreNotPackedToAnyDepth) {
+    std::string id = make("tree", "");
+    for (int depth = 2; depth <= 256; ++depth) {
+        std::string tree = tree_entry("40000", "d");
+        git_oid below;
+        git_oid_fromstr(&below, id.c_str());
+        std::copy(below.id, below.id + 20, tree.end() - 20);
+        id = id_of(GIT_OBJECT_TREE, tree);
+        ASSERT_EQ(service.put(objects + id, object_stream("tree", tree)).code, 200);
+        if (depth < 255) continue;
+        const std::string body =
+            R"({"query":{"entries":[{"id":")" + id + R"(","recursive":true}]}})";
+        EXPECT_EQ(service.post(packs + "/diff", body).code, depth > 255 ? 400 : 200) << depth;
+    }
+}
+
+// One sync a request, and a failed one is told.
+TEST_F(Objects, AreOnTheDiskBeforeTheAnswer) {
+    static int syncs;
+    const auto before = zev::os::calls;
+    const zev::Finally restored([&] { zev::os::calls = before; });
+    const std::string blob = id_of(GIT_OBJECT_BLOB, "b"), tree = id_of(GIT_OBJECT_TREE, "");
+    const std::string pack = in_pieces(pack_of(make("blob", "packed")), 100);
+    const auto send = [&] {
+        return std::vector<int32_t>{service.put(objects + blob, object_stream("blob", "b")).code,
+                                    service.put(objects + tree, object_stream("tree", "")).code,
+                                    service.ask(Z_HTTP_POST, packs, pack, u"x/y").code};
+    };
+    syncs = 0;
+    zev::os::calls.syncfs = [](int) { return ++syncs, 0; };
+    EXPECT_EQ(send(), (std::vector<int32_t>{200, 200, 201}));
+    EXPECT_EQ(syncs, 3);
+    zev::os::calls.syncfs = [](int) { return errno = EIO, -1; };
+    EXPECT_EQ(send(), (std::vector<int32_t>{500, 500, 500}));
 }
 
 // What is cut, changed, framed wrongly or not what it says leaves nothing behind.
@@ -280,7 +324,7 @@ TEST_F(Objects, RefuseBadPacksWhole) {
         {"nothing", "", 400},
         {"cut at a piece", in_pieces(pack.substr(0, pack.size() - 9), 100), 500},
         {"cut in a piece", in_pieces(pack, 100).substr(0, 60), 400},
-        {"cut in a length", in_pieces(pack, 100) + "\0\0", 400},
+        {"cut in a length", in_pieces(pack, 100) + std::string(2, '\0'), 400},
         {"longer than the body", be32(0xFFFFFFFF) + pack, 400},
         {"changed", in_pieces(changed, 100), 500},
         {"no pack", in_pieces("no pack at all", 3), 500},

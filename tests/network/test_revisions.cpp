@@ -1,5 +1,5 @@
 // Revisions over the wire.
-#include "service_fixture.hpp"
+#include "commit_fixture.hpp"
 
 using test::Answer, test::narrow, test::Service;
 
@@ -14,20 +14,9 @@ struct Revisions : testing::Test {
     }
     // One file more, an hour later.
     void commit(int n) {
-        test::write(service.root() / "file", "line " + std::to_string(n));
-        const std::string date = "2020-01-01T0" + std::to_string(n) + ":00:00Z";
-        const std::string script =
-            "cd " + service.at("ann/plant") +
-            " && export GIT_INDEX_FILE=$PWD/../index GIT_AUTHOR_DATE=" + date +
-            " GIT_COMMITTER_DATE=" + date +
-            " && b=$(git hash-object -w ../../../file) && git update-index --add --cacheinfo "
-            "100644,$b,f" +
-            std::to_string(n) +
-            ".txt && t=$(git write-tree) && c=$(git -c user.name=Ann -c user.email=a commit-tree "
-            "$t -m 'commit " +
-            std::to_string(n) + "' $(git rev-parse -q --verify HEAD | sed 's/^/-p /'))" +
-            " && git update-ref HEAD $c && printf %s $c";
-        ids.push_back(test::run(script));
+        const std::string bytes = "line " + std::to_string(n);
+        ids.push_back(
+            test::commit_file(service, "ann/plant", "f" + std::to_string(n) + ".txt", &bytes, n));
         ASSERT_EQ(ids.back().size(), 40u) << ids.back();
     }
     std::string list(const std::string &query) {
@@ -59,10 +48,12 @@ TEST_F(Revisions, AreListed) {
         {"?head=" + branch, "210"},
         {"?since=2020-01-01T01:00:00Z", "21"},
         {"?until=2020-01-01T01:00:00Z", "10"},
-        {"?since=yesterday", "400 The field '?since' is not valid: Bad request"},
-        {"?until=2020-01-01", "400 The field '?until' is not valid: Bad request"},
-        {"?head=nothing", "404 Not found"},
-        {"?head=" + std::string(40, 'a'), "404 Not found"},
+        {"?since=yesterday",
+         "400 The field '?since' is invalid: The server did not understand the request"},
+        {"?until=2020-01-01",
+         "400 The field '?until' is invalid: The server did not understand the request"},
+        {"?head=nothing", "404 The server has nothing at this address"},
+        {"?head=" + std::string(40, 'a'), "404 The server has nothing at this address"},
     };
     for (const auto &[query, expected] : cases) EXPECT_EQ(list(query), expected) << query;
     test::make_project(service, "ann/empty");
@@ -90,9 +81,10 @@ TEST_F(Revisions, AreRead) {
     EXPECT_EQ(service.get(revisions + "/" + ids[1]).text("author"), "Ann");
 
     const std::string tree = service.git("ann/plant", "rev-parse HEAD^{tree}").substr(0, 40);
-    EXPECT_EQ(service.get(revisions + "/x").message(), "The field 'id' is not valid: Bad request");
+    EXPECT_EQ(service.get(revisions + "/x").message(),
+              "The field 'id' is invalid: The server did not understand the request");
     EXPECT_EQ(service.get(revisions + "/" + tree).message(),
-              "There is no revision '" + tree + "': Not found");
+              "There is no revision '" + tree + "': The server has nothing at this address");
     EXPECT_EQ(service.get("/repos/ann/none/revisions/" + ids[1]).code, 404);
 }
 
@@ -107,7 +99,7 @@ TEST_F(Revisions, ComeInBatchesWholeOrNotAtAll) {
         {"[]", 200, "(null)"},
         {"[" + good + "," + good + "]", 200, "(null)"},
         {"[" + good + "," + gone + "]", 404, "There is no revision 'aaaa"},
-        {"[" + good + R"(,{"oid":"x"}])", 400, "The field 'id' is not valid"},
+        {"[" + good + R"(,{"oid":"x"}])", 400, "The field 'id' is invalid"},
         {"[" + good + R"(,{"id":"x"}])", 400, "The field 'id' is required"},
         {"[7]", 400, "The field 'id' is required"},
         {R"({"query":[]})", 400, "The content of the request could not be read"},

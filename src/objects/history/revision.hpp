@@ -68,6 +68,10 @@ RevisionPtr revision_of(Commit *commit);
 enum class Lookup { whole, missing, damaged, failed };
 Lookup find_record(const Revdb *db, const Oid *id, RevisionPtr &found); // may throw
 
+// The revision of a commit, from its record, or a new one, which gets a record. Null with the
+// reason raised. May throw.
+RevisionPtr kept_revision(Revdb *db, Commit &commit);
+
 // The ids of what zRevListBuild would list, without making its revisions: records are read or
 // written only if a spec has paths. May throw.
 bool revision_ids(Repository *repository, RevSpec *spec, std::vector<Oid> &ids);

@@ -144,16 +144,7 @@ bool History::passes(const git_commit *commit) {
 
 // ---- Records
 
-RevisionPtr History::revision(Commit &commit) {
-    RevisionPtr found;
-    const Oid *id = git::oid(git_commit_id(commit.handle.get()));
-    const Lookup fate = find_record(db_.get(), id, found);
-    if (fate == Lookup::whole) return found;
-    found = revision_of(&commit);
-    if (fate == Lookup::damaged) zRevdbRemove(db_.get(), id);
-    if (found) zRevdbInsert(db_.get(), id, found.get());
-    return found;
-}
+RevisionPtr History::revision(Commit &commit) { return kept_revision(db_.get(), commit); }
 
 bool History::passes_paths(Revision &revision) {
     if (!has_paths()) return true;
@@ -162,6 +153,17 @@ bool History::passes_paths(Revision &revision) {
 }
 
 } // namespace
+
+RevisionPtr zev::kept_revision(Revdb *db, Commit &commit) {
+    RevisionPtr found;
+    const Oid *id = git::oid(git_commit_id(commit.handle.get()));
+    const Lookup fate = find_record(db, id, found);
+    if (fate == Lookup::whole) return found;
+    found = revision_of(&commit);
+    if (fate == Lookup::damaged) zRevdbRemove(db, id);
+    if (found) zRevdbInsert(db, id, found.get());
+    return found;
+}
 
 bool zev::revision_ids(Repository *repository, RevSpec *spec, std::vector<Oid> &ids) {
     History history(repository, spec);

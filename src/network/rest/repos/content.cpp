@@ -24,6 +24,15 @@ HttpResponse *read_entries(const Call &call, Tree &body, Json *&entries) {
     return refuse(call, 400, u"srv.eBadField_s", u"query.entries");
 }
 
+PackEntry pack_entry(const Json *entry) {
+    PackEntry wanted;
+    if (!zJsonIsObject(entry)) return wanted;
+    const Json *text = zJsonObjectAt(entry, u"id"), *all = zJsonObjectAt(entry, u"recursive");
+    wanted.is_sound = text && zJsonIsString(text) && parse_id(&wanted.id, zJsonGetString(text));
+    wanted.recursive = all && zJsonGetBoolean(all);
+    return wanted;
+}
+
 bool push(Json *array, Tree node) {
     if (!node || !zJsonArrayPush(array, node.get())) return false;
     static_cast<void>(node.release());

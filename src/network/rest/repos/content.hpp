@@ -12,6 +12,13 @@ HttpResponse *need_id(const Call &call, Oid *id);
 // `query.entries` of the body's JSON, lent by `body`; else null in `entries` and the refusal.
 HttpResponse *read_entries(const Call &call, Tree &body, Json *&entries);
 
+// What is asked for in a pack; not sound without an identifier.
+struct PackEntry {
+    bool is_sound = false, recursive = false;
+    Oid id{};
+};
+PackEntry pack_entry(const Json *entry);
+
 // False when there is no memory, or no node.
 bool push(Json *array, Tree node);
 // Puts `id` into a record, which a failure turns into null.

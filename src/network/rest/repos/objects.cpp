@@ -6,6 +6,7 @@
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/object_stream.hpp"
+#include "network/rest/repos/paths_of.hpp"
 #include "objects/store/loose_object.hpp"
 #include "objects/store/odb.hpp"
 #include "stream/stream.hpp"
@@ -109,6 +110,7 @@ HttpResponse *read_object(Call &call) {
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const OdbPtr odb(zOdbOpen(call.repository.get()));
     if (!odb) return refuse(call, 500, u"odb.eFailedToOpenOdb");
+    if (call.guarded && !may_read_blob(call, id)) return refuse(call, 403);
     StreamPtr stream(spill_stream());
     if (!stream) return refuse(call, 500, u"zev.eFailedToOpenStream");
     if (!copy_object(stream.get(), odb.get(), id))

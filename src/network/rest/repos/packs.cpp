@@ -5,7 +5,10 @@
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/pack_stream.hpp"
+#include "network/rest/repos/paths_of.hpp"
 #include "objects/store/pack.hpp"
+#include "objects/store/repository.hpp"
+#include "objects/store/tree_depth.hpp"
 #include "stream/stream.hpp"
 #include "zev/pack.h"
 
@@ -37,7 +40,8 @@ class Intake {
     }
     // The head tells how many: "PACK", version u32, count u32.
     bool is_too_large() const {
-        return seen_ == head_.size() && load_u32(head_.data() + 8) > limits::sent_objects;
+        return seen_ == head_.size() && !memcmp(head_.data(), "PACK", 4) &&
+               load_u32(head_.data() + 8) > limits::sent_objects;
     }
     bool commit() { return whole_ && commit_formed(writer_, limits::object); }
 
@@ -56,20 +60,19 @@ class Intake {
 
 // ---- Putting together
 
-// False when the entry has no id, or the store no such object.
-bool insert_entry(PackBuilder *builder, Json *entry) {
-    Oid id;
-    Json *text = zJsonIsObject(entry) ? zJsonObjectAt(entry, u"id") : nullptr;
-    if (!text || !zJsonIsString(text) || !parse_id(&id, zJsonGetString(text))) return false;
-    Json *recursive = zJsonObjectAt(entry, u"recursive");
-    return recursive && zJsonGetBoolean(recursive) ? zPackBuilderInsertRecur(builder, &id)
-                                                   : zPackBuilderInsert(builder, &id);
+// False when the entry has no id, or the store no such object, or one too deep to go through.
+bool insert_entry(Repository *repository, PackBuilder *builder, const Json *entry) {
+    const PackEntry wanted = pack_entry(entry);
+    if (!wanted.is_sound) return false;
+    if (!wanted.recursive) return zPackBuilderInsert(builder, &wanted.id);
+    return has_bounded_depth(repository->handle.get(), git::oid(&wanted.id)) &&
+           zPackBuilderInsertRecur(builder, &wanted.id);
 }
 
 HttpResponse *insert_entries(const Call &call, PackBuilder *builder, Json *entries) {
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n)
-        if (!insert_entry(builder, zJsonArrayAt(entries, n)))
+        if (!insert_entry(call.repository.get(), builder, zJsonArrayAt(entries, n)))
             return refuse(call, 400, u"srv.eInvalidContent");
     return nullptr;
 }
@@ -101,6 +104,7 @@ HttpResponse *build_pack(Call &call) {
     Tree body;
     Json *entries = nullptr;
     if (HttpResponse *refusal = read_entries(call, body, entries)) return refusal;
+    if (call.guarded && !may_read_entries(call, entries)) return refuse(call, 403);
     const BuilderPtr builder(zPackBuilderNew(call.repository.get()));
     if (!builder) return refuse(call, 500, u"srv.eAccessProject");
     if (HttpResponse *refusal = insert_entries(call, builder.get(), entries)) return refusal;

@@ -50,16 +50,13 @@ HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
 
 // ---- One revision
 
-// Null when there is no such commit, or it can't be read.
+// The record is looked for first: it stands for a commit that is not here. Null when there is no
+// such commit, or it can't be read.
 RevisionPtr find_revision(const Call &call, Revdb *db, const Oid &id) {
     RevisionPtr found;
-    const Lookup fate = find_record(db, &id, found);
-    if (fate == Lookup::whole) return found;
+    if (find_record(db, &id, found) == Lookup::whole) return found;
     const CommitPtr commit(by_id<Commit>(call.repository.get(), &id));
-    if (!commit || !(found = revision_of(commit.get()))) return nullptr;
-    if (fate == Lookup::damaged) zRevdbRemove(db, &id);
-    zRevdbInsert(db, &id, found.get());
-    return found;
+    return commit ? kept_revision(db, *commit) : nullptr;
 }
 
 Tree revision_tree(const RevisionPtr &revision) {

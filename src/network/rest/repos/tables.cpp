@@ -8,6 +8,7 @@
 #include "common/reader.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
+#include "network/rest/repos/paths_of.hpp"
 #include "objects/drawing/drawing.hpp"
 #include "system/os.hpp"
 #include "zev/stream.h"
@@ -114,9 +115,11 @@ struct Opened {
     TablePtr table;
 };
 
-HttpResponse *open_named(Call &call, Opened &opened) {
+// A table that may not be read is not opened either.
+HttpResponse *open_named(Call &call, bool reads, Opened &opened) {
     if (HttpResponse *refusal = need_id(call, &opened.id)) return refusal;
     if (HttpResponse *refusal = open_project(call)) return refusal;
+    if (reads && call.guarded && !may_read_table(call, opened.id)) return refuse(call, 403);
     opened.is_new = !has_table(call.repository.get(), opened.id);
     opened.table.reset(zTableByid(call.repository.get(), &opened.id));
     if (!opened.table) return refuse(call, 404, u"srv.eNoSuchTable_s", capture(call, u":other"));
@@ -142,7 +145,7 @@ HttpResponse *open_table(Call &call) {
 
 HttpResponse *store_rows(Call &call) {
     Opened opened;
-    if (HttpResponse *refusal = open_named(call, opened)) return refusal;
+    if (HttpResponse *refusal = open_named(call, false, opened)) return refusal;
     Table *table = opened.table.get();
     if (!check_writable(table))
         return refuse(call, 500, u"srv.eUpdateTable_s", capture(call, u":other"));
@@ -159,7 +162,7 @@ HttpResponse *store_rows(Call &call) {
 
 HttpResponse *read_rows(Call &call) {
     Opened opened;
-    if (HttpResponse *refusal = open_named(call, opened)) return refusal;
+    if (HttpResponse *refusal = open_named(call, true, opened)) return refusal;
     Table *table = opened.table.get();
     const KeysPtr keys(zDrawingKeyVectorRead(zHttpRequestBody(call.request)));
     if (!keys) return refuse(call, 400, u"srv.eUnresolvableContent");

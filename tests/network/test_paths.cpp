@@ -1,0 +1,169 @@
+// What may be read where rights are required: by the paths that ever named it.
+#include "../objects/drawing_fixture.hpp"
+#include "commit_fixture.hpp"
+
+#include <git2.h>
+
+using test::Answer, test::be32, test::Service;
+
+namespace {
+
+// "bob" reads docs alone, "eve" nothing, "ann" all.
+AuthTable rules() {
+    AuthTable table{};
+    table.CheckUser = [](const zwchar *, const zwchar *, bool) -> int32_t { return Z_AUTH_DONE; };
+    table.GetDefault = [](Repository *, int32_t *bits) -> int32_t {
+        return *bits = 0, Z_AUTH_DONE;
+    };
+    table.UserSettings = [](Repository *, const zwchar *user, Json **list) -> int32_t {
+        const std::u16string_view name = user;
+        const zwchar *path = name == u"bob" ? u"docs" : u"/";
+        *list = zJsonNewArray(
+            zJsonNewObject(u"setting",
+                           zJsonNewObject(u"path", zJsonNewString(path), u"privilege",
+                                          zJsonNewInt(name == u"eve" ? 0 : 0x10), nullptr),
+                           nullptr),
+            nullptr);
+        return Z_AUTH_DONE;
+    };
+    return table;
+}
+
+std::string id_of(const std::string &bytes) {
+    git_oid id;
+    git_odb_hash(&id, bytes.data(), bytes.size(), GIT_OBJECT_BLOB);
+    return git_oid_tostr_s(&id);
+}
+
+struct Paths : testing::Test {
+    void SetUp() override {
+        test::make_project(service, project);
+        put("docs/open.txt", "open");
+        put("secret/hidden.txt", "hidden");
+    }
+    std::string put(const std::string &path, const std::string &bytes) {
+        return test::commit_file(service, project, path, &bytes);
+    }
+    void remove(const std::string &path) { test::commit_file(service, project, path, nullptr); }
+    int32_t read(const char *user, const std::string &id) {
+        service.log_in(user, "code");
+        return service.get("/repos/ann/plant/objects/" + id).code;
+    }
+    int32_t pack(const char *user, const std::string &id, bool recursive) {
+        service.log_in(user, "code");
+        return service
+            .post("/repos/ann/plant/packs/diff", R"({"query":{"entries":[{"id":")" + id +
+                                                     R"(","recursive":)" +
+                                                     (recursive ? "true" : "false") + "}]}}")
+            .code;
+    }
+    int32_t rows(const char *user, const std::string &table) {
+        service.log_in(user, "code");
+        return service
+            .ask(Z_HTTP_PATCH, "/repos/ann/plant/tables/" + table,
+                 be32(1) + std::string(16, '\xFF'), u"application/octet-stream")
+            .code;
+    }
+
+    AuthTable table = rules();
+    Service service{u"required", &table};
+    const std::string project = "ann/plant";
+};
+
+TEST_F(Paths, DecideOnFiles) {
+    const std::string open = id_of("open"), hidden = id_of("hidden"), both = id_of("both");
+    EXPECT_EQ(read("bob", open), 200);
+    EXPECT_EQ(read("bob", hidden), 403);
+    EXPECT_EQ(read("ann", hidden), 200);
+    EXPECT_EQ(read("eve", open), 403);
+    EXPECT_EQ(pack("bob", open, false), 200);
+    EXPECT_EQ(pack("bob", hidden, false), 403);
+    const std::string head = service.git(project, "rev-parse HEAD").substr(0, 40);
+    EXPECT_EQ(read("bob", head), 200); // listings stay for all
+    EXPECT_EQ(pack("bob", head, false), 200);
+    EXPECT_EQ(pack("bob", head, true), 403);
+    EXPECT_EQ(pack("ann", head, true), 200);
+
+    // What no commit names goes to whoever knows its id; then a commit names it.
+    test::write(service.root() / "file", "both");
+    service.git(project, "hash-object -w ../../../file");
+    EXPECT_EQ(read("eve", both), 200);
+    put("secret/both.txt", "both");
+    EXPECT_EQ(read("bob", both), 403);
+    put("docs/both.txt", "both");
+    EXPECT_EQ(read("bob", both), 200);
+    remove("docs/both.txt"); // it was named once
+    EXPECT_EQ(read("bob", both), 200);
+    EXPECT_EQ(read("eve", both), 403);
+}
+
+// Branches, merges and what lies behind tags count; the index can be lost or damaged at any time.
+TEST_F(Paths, ComeFromAllHistory) {
+    service.git(project, "update-ref refs/heads/side HEAD");
+    const std::string side = put("secret/side.txt", "side");
+    service.git(project, "update-ref HEAD refs/heads/side");
+    put("docs/other.txt", "other");
+    const std::string merge =
+        service.git(project, "-c user.name=a -c user.email=a commit-tree HEAD^{tree} -p HEAD -p " +
+                                 side + " -m merge");
+    service.git(project, "update-ref HEAD " + merge.substr(0, 40));
+    EXPECT_EQ(read("bob", id_of("side")), 403);
+    put("secret/tagged.txt", "tagged");
+    service.git(project, "-c user.name=a -c user.email=a tag -a -m t v1 HEAD");
+    service.git(project, "update-ref HEAD HEAD~1");
+    EXPECT_EQ(read("bob", id_of("tagged")), 403);
+    EXPECT_EQ(read("bob", id_of("other")), 200);
+
+    const auto index = service.repos() / "ann/plant/paths";
+    ASSERT_TRUE(std::filesystem::exists(index / "0"));
+    std::filesystem::remove_all(index);
+    EXPECT_EQ(read("bob", id_of("hidden")), 403);
+    std::filesystem::rename(index / "0", index / "old"); // held by us; what follows is unreadable
+    test::write(index / "0" / "CURRENT", "damaged");
+    EXPECT_EQ(read("bob", id_of("hidden")), 403);
+    EXPECT_EQ(read("bob", id_of("open")), 200);
+}
+
+TEST_F(Paths, DecideOnTables) {
+    const auto drawing = [&](const std::string &table) {
+        auto made = test::guard(zDrawingNew(nullptr, nullptr), zDrawingFree);
+        Oid id;
+        zOidFromStr(&id, test::wide(table).c_str());
+        zDrawingTableIdSet(made.get(), &id);
+        const auto file = service.root() / "drawing.dwx";
+        EXPECT_OK(zDrawingWrite(made.get(), file.u16string().c_str()));
+        return test::read(file);
+    };
+    const std::string open(40, 'a'), hidden(40, 'b'), late(40, 'c'), free(40, 'd');
+    put("docs/a.dwx", drawing(open));
+    put("secret/b.DWX", drawing(hidden));
+    EXPECT_EQ(rows("bob", open), 200);
+    EXPECT_EQ(rows("bob", hidden), 403);
+    EXPECT_FALSE(std::filesystem::exists(service.at(project) + "/tables/bb"));
+    EXPECT_EQ(rows("ann", hidden), 200);
+    EXPECT_EQ(rows("bob", free), 200);
+
+    // A drawing that comes after the commit that names it.
+    const std::string bytes = drawing(late), id = id_of(bytes);
+    put("secret/c.dwx", bytes);
+    const auto object = service.repos() / "ann/plant/objects" / id.substr(0, 2) / id.substr(2);
+    const std::string kept = test::read(object);
+    std::filesystem::remove(object);
+    EXPECT_EQ(rows("bob", late), 200);
+    test::write(object, kept);
+    EXPECT_EQ(rows("bob", late), 403);
+}
+
+// An index goes with its project, and not to another of the same name.
+TEST_F(Paths, FollowAProject) {
+    EXPECT_EQ(read("bob", id_of("hidden")), 403);
+    std::filesystem::rename(service.at(project), service.at("ann/works"));
+    service.log_in("bob", "code");
+    EXPECT_EQ(service.get("/repos/ann/works/objects/" + id_of("hidden")).code, 403);
+    test::make_project(service, project); // a new one under the old name
+    test::write(service.root() / "file", "hidden");
+    service.git(project, "hash-object -w ../../../file");
+    EXPECT_EQ(read("bob", id_of("hidden")), 200);
+}
+
+} // namespace
