@@ -158,7 +158,7 @@ def check_settings(conf):
     expect(code == 2 and "no JSON object" in err, "what is no JSON: " + err)
     code, out, err = run(ZEVD, "--config", conf + ".none")
     expect(code == 3 and "no such file" in err, "a file that is missing: " + err)
-    code, out, err = run(ZEVD, "chekc")
+    code, out, err = run(ZEVD, "chek")
     expect(code == 2 and 'is it "zevd check"?' in err, "a verb that is none: " + err)
 
 
@@ -220,11 +220,12 @@ def make_copy(work):
         step("add", ".")
         step("commit", "-m", message)
     with open(DATA + "/plan.dxf") as file:
-        changed = file.read().replace("\n10\n  2\n", "\n10\n  3\n", 1)
+        changed = file.read().replace("\nWALLS\n 10\n0.0\n", "\nWALLS\n 10\n1.5\n", 1)
     with open(work + "/plan.dxf", "w") as file:
         file.write(changed)
     step("import", work + "/plan.dxf", "plan.dwx")
     step("branch", "other")
+    step("add", "plan.dwx")
     step("commit", "-m", "Third")
     subprocess.run(["git", "-C", copy, "tag", "-a", "v1", "-m", "one"], check=True)
     return copy
@@ -252,8 +253,8 @@ def import_copy(conf, work):
         expect(code != 0 and project_name in err, "import of %s is refused: %s" % (name, err))
 
     # A copy that lacks an object, and a project that loses one.
-    for pack in os.listdir(copy + "/.git/objects/pack"):
-        os.unlink(copy + "/.git/objects/pack/" + pack)
+    lost = git(copy, "rev-parse", "HEAD~1:site.dwx").strip()
+    os.unlink(copy + "/.git/objects/" + lost[:2] + "/" + lost[2:])
     code, out, err = run(ZEVD, "import", "team/hall", copy, "--config", conf)
     expect(code == 1, "a damaged copy is refused: " + out + err)
     expect(sorted(os.listdir(os.path.dirname(conf) + "/repos/team")) == ["plant"],

@@ -124,8 +124,8 @@ TEST(AccessLog, TellsEachAnswerOnALine) {
         const char *line; // behind the address, with the time and the milliseconds cut out
     } cases[] = {
         {get("/test"), R"(- - "GET /test HTTP/1.1" 200 5)"},
-        {get("/none", "X-ZEV-USER: ann b\r\nX-ZEV-CODE: secret\r\n"),
-         R"(- ann\x20b "GET /none HTTP/1.1" 404 71)"},
+        {get("/test?code=404", "X-ZEV-USER: ann b\r\nX-ZEV-CODE: secret\r\n"),
+         R"(- ann\x20b "GET /test?code=404 HTTP/1.1" 404 5)"},
         {get("/test?a=\"\\"), R"(- - "GET /test?a=\x22\x5c HTTP/1.1" 200 5)"},
         {get("http://ann:secret@h/test"), R"(- - "GET http://h/test HTTP/1.1" 200 5)"},
         {get("/test?code=401", "X-ZEV-USER: \"eve\"\r\n"),
