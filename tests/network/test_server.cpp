@@ -1,5 +1,5 @@
 // What a server takes from its settings, what it writes down, and how it says that it is well.
-#include "server_fixture.hpp"
+#include "service_fixture.hpp"
 
 #include <fstream>
 #include <regex>
@@ -150,6 +150,28 @@ TEST(AccessLog, TellsEachAnswerOnALine) {
                             R"("target":"","act":"refused","name":"","owner":"","project":"",)"
                             R"("request":"GET /test\?code=401 HTTP/1.1","status":401\}\n)")))
         << refusal;
+}
+
+// What one server is told to take, whatever others take.
+TEST(ServerSettings, BoundObjectsPacksAndTrees) {
+    test::Service service;
+    test::make_project(service, "ann/plant");
+    zev::HttpLimits &limits = service.server().limits;
+    limits.object = 4, limits.pack = 1, limits.nodes = 3;
+    const std::string project = "/repos/ann/plant", none(40, '0'), head("\0\0\0\4blob\0\0\0", 11);
+    const auto put = [&](const std::string &bytes) {
+        return service.ask(Z_HTTP_PUT, project + "/objects/" + none, head + bytes, u"x/y").code;
+    };
+    EXPECT_NE(put("\4abcd"), 413);
+    EXPECT_EQ(put("\5abcde"), 413);
+    const auto send = [&](char objects) {
+        const std::string pack = std::string("\0\0\0\14PACK\0\0\0\2\0\0\0", 15) + objects;
+        return service.ask(Z_HTTP_POST, project + "/packs", pack, u"x/y").code;
+    };
+    EXPECT_NE(send(1), 413);
+    EXPECT_EQ(send(2), 413);
+    EXPECT_NE(service.post(project + "/objects/diff", R"({"query":{}})").code, 413);
+    EXPECT_EQ(service.post(project + "/objects/diff", R"({"query":{"a":1,"b":2}})").code, 413);
 }
 
 TEST(Health, TellsWhetherTheServiceCanStore) {

@@ -3,6 +3,7 @@
 #include "network/rest/operations.hpp"
 
 #include "common/guard.hpp"
+#include "common/json.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/access.hpp"
 #include "zev/str.h"
@@ -96,16 +97,21 @@ bool fits(const Call &call, Form form) {
 void note_act(const Call &call, HttpResponse *response) {
     const uint32_t method = zHttpRequestMethod(call.request);
     if (call.operation->route != Route::projects || method == Z_HTTP_GET) return;
-    Repository *made = call.repository.get();
-    const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
-    if (!owner && made) owner = zRepositoryOwner(made), name = zRepositoryName(made);
-    const bool creates = method == Z_HTTP_POST && call.operation->form == Form::all;
+    if (!call.server->logs.audit.is_on()) return;
+    Stream *stream = zHttpRequestBody(call.request);
+    JsonBounds bounds{call.server->limits.json, call.server->limits.nodes};
+    const Tree body(stream && zStreamRewind(stream) ? json_read_bounded(stream, bounds) : nullptr);
+    const auto text = [&](const zwchar *captured, const zwchar *path) {
+        const Json *node = captured || !body ? nullptr : json_find(body.get(), path);
+        return node && zJsonIsString(node) ? zJsonGetString(node) : zStrsafeW(captured);
+    };
+    const zwchar *owner = capture(call, u":owner");
+    const zwchar *changed = owner ? u"rename" : u"create";
     audit(call.server, {.target = u"project",
-                        .act = method == Z_HTTP_DELETE ? u"delete"
-                               : creates               ? u"create"
-                                                       : u"rename",
-                        .owner = zStrsafeW(owner),
-                        .project = zStrsafeW(name),
+                        .act = method == Z_HTTP_DELETE ? u"delete" : changed,
+                        .name = text(nullptr, u"query.newname"),
+                        .owner = text(owner, u"query.owner"),
+                        .project = text(capture(call, u":name"), u"query.name"),
                         .status = response ? zHttpResponseCode(response) : 500});
 }
 

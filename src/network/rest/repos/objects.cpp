@@ -3,6 +3,7 @@
 // what its type says.
 #include "common/limits.hpp"
 #include "common/sha1.hpp"
+#include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/object_stream.hpp"
@@ -14,6 +15,7 @@
 #include "zev/odb.h"
 #include "zev/oid.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -80,7 +82,9 @@ bool copy_object(Stream *stream, Odb *odb, const Oid &id) {
 HttpResponse *store_object(const Call &call, Odb *odb, const ObjectHead &head, Oid *id) {
     Stream *body = zHttpRequestBody(call.request);
     const bool is_file = head.type == GIT_OBJECT_BLOB;
-    if (head.size > (is_file ? limits::object : limits::object_form)) return refuse(call, 413);
+    const uint64_t most = call.server->limits.object;
+    if (head.size > (is_file ? most : std::min<uint64_t>(most, limits::object_form)))
+        return refuse(call, 413);
     if (is_file) {
         if (zOdbWrite(id, odb, head.type, head.size, body) && sync_project(call)) return nullptr;
         return refuse(call, 500, u"odb.eFailedToWriteObject");

@@ -1,7 +1,7 @@
 // Packs: one is taken in whole or not at all, one is put together from a list of objects. What
 // holds: a pack counts only after all its objects were looked at.
-#include "common/limits.hpp"
 #include "common/reader.hpp"
+#include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/pack_stream.hpp"
@@ -29,7 +29,7 @@ using StreamPtr = Owned<Stream, zStreamFree>;
 // A pack's bytes on their way to the writer. After a failure the rest is passed over.
 class Intake {
   public:
-    explicit Intake(PackWriter *writer) : writer_(writer) {}
+    Intake(PackWriter *writer, const HttpLimits &limits) : writer_(writer), limits_(limits) {}
 
     // False when there are too many objects.
     bool take(const void *bytes, uint64_t size) {
@@ -41,9 +41,9 @@ class Intake {
     // The head tells how many: "PACK", version u32, count u32.
     bool is_too_large() const {
         return seen_ == head_.size() && !memcmp(head_.data(), "PACK", 4) &&
-               load_u32(head_.data() + 8) > limits::sent_objects;
+               load_u32(head_.data() + 8) > limits_.pack;
     }
-    bool commit() { return whole_ && commit_formed(writer_, limits::object); }
+    bool commit() { return whole_ && commit_formed(writer_, limits_.object); }
 
   private:
     void look(const void *bytes, uint64_t size) {
@@ -53,6 +53,7 @@ class Intake {
     }
 
     PackWriter *writer_;
+    const HttpLimits &limits_; // of the server
     bool whole_ = true;
     std::array<uint8_t, 12> head_{};
     uint64_t seen_ = 0;
@@ -88,7 +89,7 @@ HttpResponse *upload_pack(Call &call) {
     const WriterPtr writer(zPackWriterNew(call.repository.get()));
     if (!writer) return refuse(call, 500, u"odb.eFailedToWritePack");
     if (HttpResponse *refusal = need_octets(call)) return refusal;
-    Intake intake(writer.get());
+    Intake intake(writer.get(), call.server->limits);
     const bool read =
         read_pieces(zHttpRequestBody(call.request),
                     [&](const void *bytes, uint64_t size) { return intake.take(bytes, size); });
