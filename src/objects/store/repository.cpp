@@ -247,9 +247,8 @@ bool Removed::sweep() const {
 // What can't be removed goes back while it is still a repository; half of one stays for the sweep.
 bool destroy(const std::u16string &place) {
     const Removed removed(place);
-    std::u16string aside;
-    if (!removed.draw(aside)) return false;
-    if (!os::make_dirs(removed.room().c_str())) return fail_os(errno, removed.room());
+    const std::u16string aside = place_aside(place);
+    if (aside.empty()) return false;
     bool done = os::move(place.c_str(), aside.c_str(), false) || fail_os(errno, place);
     if (done && !(done = remove_aside(aside))) {
         const KeptFailure kept;
@@ -262,6 +261,14 @@ bool destroy(const std::u16string &place) {
 }
 
 } // namespace
+
+std::u16string zev::place_aside(const std::u16string &place) {
+    const Removed removed(place);
+    std::u16string aside;
+    if (!removed.draw(aside)) return {};
+    if (os::make_dirs(removed.room().c_str())) return aside;
+    return fail_os(errno, removed.room()), std::u16string();
+}
 
 Repository *zRepositoryOpen(const zwchar *path) { return opened(path, git_repository_open); }
 Repository *zRepositoryOpenBare(const zwchar *path) {
