@@ -139,4 +139,35 @@ inline void make_project(const Service &service, std::string_view project) {
     ASSERT_TRUE(made) << narrow(zErrorDetail());
 }
 
+// An object of a project's store, and a tree of files there, written without the service; their
+// ids.
+inline std::string store(const Service &service, std::string_view project, int32_t type,
+                         std::string_view bytes) {
+    const auto repository =
+        guard(zRepositoryOpenBare(wide(service.at(project)).c_str()), zRepositoryFree);
+    const auto odb = guard(zOdbOpen(repository.get()), zOdbFree);
+    const auto stream = guard(zMemStream(0, 0), zStreamFree);
+    zStreamWrite(stream.get(), bytes.data(), bytes.size());
+    zStreamRewind(stream.get());
+    Oid id;
+    zwchar text[41] = {};
+    EXPECT_TRUE(zOdbWrite(&id, odb.get(), type, bytes.size(), stream.get()));
+    return zOidFormat(text, &id), narrow(text);
+}
+
+inline std::string store_tree(const Service &service, std::string_view project,
+                              const std::vector<std::pair<std::string, std::string>> &files) {
+    const auto repository =
+        guard(zRepositoryOpenBare(wide(service.at(project)).c_str()), zRepositoryFree);
+    const auto builder = guard(zTreeBuilderNew(repository.get(), nullptr), zTreeBuilderFree);
+    for (const auto &[path, bytes] : files) {
+        Oid id;
+        zOidFromStr(&id, wide(store(service, project, Z_OBJECT_BLOB, bytes)).c_str());
+        EXPECT_TRUE(zTreeBuilderInsert(builder.get(), wide(path).c_str(), &id)) << path;
+    }
+    const auto tree = guard(zTreeBuilderWrite(builder.get(), repository.get()), zTreeFree);
+    zwchar text[41] = {};
+    return zOidFormat(text, zTreeId(tree.get())), narrow(text);
+}
+
 } // namespace test

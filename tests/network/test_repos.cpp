@@ -1,7 +1,11 @@
-// Projects: lists, the gate, making, renaming and removing them.
+// Projects: lists, the gate, making, renaming and removing them; their references.
+#include "rights.hpp"
 #include "service_fixture.hpp"
 
-using test::Answer, test::narrow, test::Service;
+#include "system/os.hpp"
+
+using test::Answer, test::make_project, test::narrow, test::Service;
+namespace os = zev::os;
 
 namespace {
 
@@ -26,9 +30,267 @@ TEST(Names, FollowOneRule) {
     EXPECT_EQ(zErrorCode(), 38);
 }
 
-TEST(Blobs, AreNeverThere) {
+// The library's calls into the system while it lives: the order in which projects get their names
+// and the disk is waited for; or no project gets one.
+class Calls {
+  public:
+    explicit Calls(bool fails = false) : before_(os::calls) {
+        trace().clear();
+        fails_ = fails;
+        rename_ = before_.rename;
+        os::calls.syncfs = [](int) { return note("disk "); };
+        os::calls.fsync = [](int) { return note("directory "); };
+        os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+            if (std::string_view(to).find("/.zev-removed/") != std::string_view::npos)
+                return rename_(from, to, flags);
+            note("move ");
+            return fails_ ? (errno = EIO, -1) : rename_(from, to, flags);
+        };
+    }
+    ~Calls() { os::calls = before_; }
+    Calls(const Calls &) = delete;
+    Calls &operator=(const Calls &) = delete;
+    static std::string &trace() {
+        static std::string text;
+        return text;
+    }
+
+  private:
+    static int note(const char *call) { return trace() += call, 0; }
+
+    os::Calls before_;
+    static inline bool fails_ = false;
+    static inline decltype(os::Calls::rename) rename_ = nullptr;
+};
+
+const std::string kOne = R"({"query":{"owner":"ann","name":"plant"}})";
+
+std::string project(const std::string &owner, const std::string &name,
+                    const std::string &more = "") {
+    return R"({"query":{"owner":")" + owner + R"(","name":")" + name + '"' + more + "}}";
+}
+
+TEST(Projects, AreMadeReadAndListed) {
     Service service;
-    EXPECT_EQ(service.get("/repos/ann/plant/blobs/0123").code, 404);
+    EXPECT_EQ(service.get("/repos").body, R"({"data":{"entries":[]}})");
+    const Answer made = service.post("/repos", kOne);
+    ASSERT_EQ(made.code, 200) << made.body;
+    EXPECT_EQ(made.text("type") + made.text("owner") + made.text("name"), "repoannplant");
+    EXPECT_EQ(made.text("url"), "/repos/ann/plant");
+    EXPECT_EQ(made.text("id").size(), 40u);
+    EXPECT_EQ(service.git("ann/plant", "rev-parse --is-bare-repository"), "true\n");
+    EXPECT_EQ(service.git("ann/plant", "config zev.id"), made.text("id") + "\n");
+    EXPECT_EQ(service.get("/repos/ann/plant").text("data.id"), made.text("id"));
+    EXPECT_EQ(service.get("/x/repos/ann/plant/else/where").text("data.url"), "/x/repos/ann/plant");
+
+    // Sorted, and without what is no project, or no owner.
+    ASSERT_EQ(service.post("/repos", project("Zoe", "b")).code, 200);
+    ASSERT_EQ(service.post("/repos", project("ann", "Mill")).code, 200);
+    test::write(service.repos() / "file", "");
+    test::write(service.repos() / "ann" / "file", "");
+    std::filesystem::create_directories(service.repos() / "ann" / "empty");
+    make_project(service, "ann/.zev-removed/gone.0123abcd");
+    make_project(service, ".zev-removed/gone.0123abcd");
+    make_project(service, "ann/not,one");
+    const Answer all = service.get("/repos");
+    EXPECT_EQ(all.each("owner") + " " + all.each("name"), "Zoe,ann,ann b,Mill,plant");
+    const Answer own = service.get("/repos/ann");
+    EXPECT_EQ(own.each("name"), "Mill,plant");
+    EXPECT_EQ(own.entry(1, "id"), made.text("id"));
+    EXPECT_EQ(service.get("/repos/nobody").message(),
+              "There is no owner 'nobody': The server has nothing at this address");
+    EXPECT_EQ(service.get("/repos/file").code, 404);
+    EXPECT_EQ(service.get("/repos/a,b").code, 404);
+    EXPECT_EQ(service.get("/repos/.zev-removed").code, 404);
+}
+
+// Each refusal, with the part of its text that names what is wrong.
+TEST(Projects, AreRefusedWithTheirReasons) {
+    Service service;
+    make_project(service, "ann/plant");
+    make_project(service, "ann/mill");
+    std::filesystem::create_directories(service.repos() / "ann" / "broken");
+    test::write(service.repos() / "ann" / "full" / "file", "");
+    const std::string far(250, 'f'), farther(256, 'f');
+    const struct {
+        uint32_t method;
+        std::string target, body;
+        int code;
+        std::string part;
+    } cases[] = {
+        {Z_HTTP_GET, "/repos/a,b/plant", "", 400, "':owner' is invalid"},
+        {Z_HTTP_GET, "/repos/" + farther + "/plant", "", 400, "':owner' is invalid"},
+        {Z_HTTP_GET, "/repos/../plant", "", 404, "nothing at this address"},
+        {Z_HTTP_GET, "/repos/ann/pl@nt", "", 400, "':name' is invalid"},
+        {Z_HTTP_GET, "/repos/ann/..", "", 404, "nothing at this address"},
+        {Z_HTTP_GET, "/repos/ann/.zev-removed", "", 400, "':name' is invalid"},
+        {Z_HTTP_GET, "/repos/ann/nothing", "", 404, "'nothing'"},
+        {Z_HTTP_GET, "/repos/ann/broken", "", 500, "'broken'"},
+        {Z_HTTP_GET, "/repos/" + far + "/" + far, "", 414, "too long"},
+        {Z_HTTP_PUT, "/repos/ann/plant", "", 400, ""},
+        {Z_HTTP_DELETE, "/repos/ann", "", 400, ""},
+        {Z_HTTP_DELETE, "/repos", "", 400, ""},
+        {Z_HTTP_DELETE, "/repos/ann/nothing", "", 404, "'nothing'"},
+        {Z_HTTP_DELETE, "/repos/a,n/plant", "", 400, "'owner' is invalid"},
+        {Z_HTTP_DELETE, "/repos/" + far + "/" + far, "", 500, "went wrong"},
+        {Z_HTTP_POST, "/repos", "", 400, "'owner' is required"},
+        {Z_HTTP_POST, "/repos", "[1", 400, "'owner' is required"},
+        {Z_HTTP_POST, "/repos", R"({"query":{"owner":"ann"}})", 400, "'name' is required"},
+        {Z_HTTP_POST, "/repos", project(farther, "x"), 400, "'owner' is invalid"},
+        {Z_HTTP_POST, "/repos", project("ann", ".."), 400, "'name' is invalid"},
+        {Z_HTTP_POST, "/repos", project("ann", ".zev-removed"), 400, "'name' is invalid"},
+        {Z_HTTP_POST, "/repos", project(far, far), 500, "went wrong"},
+        {Z_HTTP_POST, "/repos", project("ann", "plant"), 409, "'plant' already exists"},
+        {Z_HTTP_POST, "/repos", project("ann", "Plant"), 409, "'Plant' already exists"},
+        {Z_HTTP_POST, "/repos", project("ANN", "new"), 409, "'new' already exists"},
+        {Z_HTTP_POST, "/repos", project("ann", "full"), 500, "went wrong"},
+        {Z_HTTP_POST, "/repos/ann", R"({"query":{"newname":"x"}})", 400, "'name' is required"},
+        {Z_HTTP_POST, "/repos/ann/plant", "", 400, "'newname' is required"},
+        {Z_HTTP_POST, "/repos/ann/plant", R"({"query":{"newname":"."}})", 400, "'newname' is inv"},
+        {Z_HTTP_POST, "/repos/ann/none", R"({"query":{"newname":"x"}})", 500, "went wrong"},
+        {Z_HTTP_POST, "/repos/ann/full", R"({"query":{"newname":"x"}})", 500, "went wrong"},
+        {Z_HTTP_POST, "/repos/ann/plant", R"({"query":{"newname":"mill"}})", 500, "went wrong"},
+        {Z_HTTP_POST, "/repos/ann/plant", R"({"query":{"newname":"Mill"}})", 500, "went wrong"},
+    };
+    for (const auto &[method, target, body, code, part] : cases) {
+        const Answer answer =
+            service.ask(method, target, body, body.empty() ? nullptr : u"application/json");
+        EXPECT_EQ(answer.code, code) << target << body << answer.body;
+        EXPECT_NE(answer.message().find(part), std::string::npos) << target << answer.message();
+        EXPECT_EQ(answer.text("error.code"), std::to_string(code)) << target;
+    }
+    EXPECT_EQ(service.get("/repos").each("name"), "mill,plant");
+    EXPECT_EQ(test::run("ls -A " + service.repos().string() + " " + service.at("ann")),
+              test::run("printf '%s:\\nann\\n\\n%s:\\nbroken\\nfull\\nmill\\nplant\\n' " +
+                        service.repos().string() + " " + service.at("ann")));
+}
+
+TEST(Projects, AreNamedWhenTheyAreOnTheDisk) {
+    Service service;
+    {
+        const Calls calls;
+        ASSERT_EQ(service.post("/repos", kOne).code, 200);
+        EXPECT_TRUE(Calls::trace().ends_with("disk move directory directory ")) << Calls::trace();
+        Calls::trace().clear();
+        const Answer moved = service.post("/repos/ann/plant", R"({"query":{"newname":"Plant"}})");
+        EXPECT_EQ(moved.text("url"), "/repos/ann/Plant") << moved.body;
+        EXPECT_EQ(Calls::trace(), "move directory ");
+    }
+    EXPECT_EQ(service.get("/repos/ann").each("name"), "Plant");
+    ASSERT_EQ(service.drop("/repos/ann/Plant").code, 204);
+    EXPECT_EQ(service.get("/repos/ann").body, R"({"data":{"entries":[]}})");
+    EXPECT_EQ(test::run("ls -A " + service.at("ann")), "");
+}
+
+TEST(Projects, LeaveNothingWhenTheyCanNotBeMade) {
+    Service service;
+    std::filesystem::create_directories(service.repos() / "bob" / "mill"); // empty: it is taken
+    {
+        const Calls calls(true);
+        EXPECT_EQ(service.post("/repos", kOne).code, 500);
+        EXPECT_EQ(service.post("/repos", project("bob", "new")).code, 500);
+    }
+    EXPECT_EQ(test::run("cd " + service.repos().string() + " && find . -mindepth 1 | sort"),
+              "./bob\n./bob/mill\n");
+    EXPECT_EQ(service.post("/repos", project("bob", "mill")).code, 200);
+}
+
+TEST(Projects, BeginWithTheirTemplate) {
+    test::Rights rights;
+    rights.codes["ann"] = "1";
+    Service service(u"none", rights.table());
+    make_project(service, "std/house");
+    const std::string tree =
+        store_tree(service, "std/house", {{"in/.gitkeep", ""}, {"in/a.dwx", "a"}, {"b", "b"}});
+    service.git("std/house", "update-ref HEAD $(git -C " + service.at("std/house") +
+                                 " -c user.name=a -c user.email=a commit-tree -m t " + tree + ")");
+    test::write(service.at("std/house") + "/AUTHZ", "rights");
+    const std::string with = R"(,"tmpl_owner":"std","tmpl_name":"house")";
+    ASSERT_EQ(service.post("/repos", project("ann", "plain", with)).code, 200);
+    EXPECT_EQ(service.git("ann/plain", "ls-tree -r --name-only HEAD"), "in/.gitkeep\n");
+    EXPECT_EQ(test::read(service.at("ann/plain") + "/AUTHZ"), "rights");
+    EXPECT_TRUE(rights.calls.empty());
+
+    rights.has_role = true;
+    service.log_in("ann", "1");
+    ASSERT_EQ(service.post("/repos", project("ann", "own", with)).code, 200);
+    const std::vector<std::string> calls{"create administrator", "remove administrator 7",
+                                         "remove administrator old", "add administrator ann",
+                                         "set / administrator 112"};
+    EXPECT_EQ(rights.calls, calls);
+    for (const char *none : {R"(,"tmpl_owner":"std","tmpl_name":"none")",
+                             R"(,"tmpl_owner":"std","tmpl_name":"../std/house")"}) {
+        service.drop("/repos/ann/own");
+        ASSERT_EQ(service.post("/repos", project("ann", "own", none)).code, 200) << none;
+        EXPECT_NE(service.git("ann/own", "rev-parse --verify -q HEAD | wc -l"), "1\n") << none;
+    }
+}
+
+// Where rights are required a list has what the caller may read something of.
+TEST(Projects, AreListedByRights) {
+    test::Rights rights;
+    rights.codes = {{"ann", "1"}, {"bob", "2"}, {"root", "3"}};
+    rights.power = "root";
+    rights.bits["ann"] = {{"/x", 0}, {"in/a.dwx", Z_PRIVILEGE_READ}};
+    rights.bits["bob"] = {{"/", Z_PRIVILEGE_WRITE}};
+    rights.project = "plant";
+    Service service(u"required", rights.table());
+    make_project(service, "ann/plant");
+    make_project(service, "bob/mill");
+    const struct {
+        const char *user, *code, *names;
+    } cases[] = {{"ann", "1", "plant"}, {"bob", "2", ""}, {"root", "3", "plant,mill"}};
+    for (const auto &[user, code, names] : cases) {
+        service.log_in(user, code);
+        EXPECT_EQ(service.get("/repos").each("name"), names) << user;
+    }
+    EXPECT_EQ(service.drop("/repos/bob/mill/more").code, 400);
+    EXPECT_EQ(service.post("/repos/bob/mill/more", R"({"query":{"newname":"x"}})").code, 400);
+    EXPECT_EQ(service.drop("/repos/bob/mill").code, 204);
+}
+
+TEST(References, AreShownAndNeverMoved) {
+    Service service;
+    make_project(service, "ann/plant");
+    EXPECT_EQ(service.get("/repos/ann/plant/refs").body, R"({"data":{"entries":[]}})");
+    const std::string tree = store_tree(service, "ann/plant", {{"a", "a"}});
+    const std::string id =
+        service.git("ann/plant", "-c user.name=a -c user.email=a commit-tree -m t " + tree)
+            .substr(0, 40);
+    service.git("ann/plant", "update-ref refs/heads/master " + id);
+    service.git("ann/plant", "symbolic-ref refs/heads/other refs/heads/master");
+    const Answer all = service.get("/repos/ann/plant/refs");
+    EXPECT_EQ(all.each("refname"), "refs/heads/master,refs/heads/other");
+    EXPECT_EQ(all.each("target"), id + ",refs/heads/master");
+    EXPECT_EQ(all.each("reftype") + all.each("type"), "oid,symbolicref,ref");
+    for (const char *name : {"master", "refs/heads/master", "heads/master"}) {
+        const Answer one = service.get("/repos/ann/plant/refs/" + std::string(name));
+        EXPECT_EQ(one.text("data.url"), "/repos/ann/plant/refs/heads/master") << name;
+        EXPECT_EQ(one.text("data.owner") + one.text("data.name"), "annplant");
+    }
+    const struct {
+        uint32_t method;
+        const char *target;
+        int code;
+        const char *part;
+    } cases[] = {
+        {Z_HTTP_GET, "/none", 404, "There is no reference 'none'"},
+        {Z_HTTP_POST, "", 400, "does not support the method"},
+        {Z_HTTP_POST, "/master", 400, ""},
+        {Z_HTTP_PUT, "/master", 400, "does not support the method"},
+        {Z_HTTP_PUT, "", 400, ""},
+        {Z_HTTP_DELETE, "/master", 400, "does not support the method"},
+    };
+    const std::string plain = service.drop("/repos/ann/plant/refs").message();
+    for (const auto &[method, target, code, part] : cases) {
+        const Answer answer = service.ask(method, "/repos/ann/plant/refs" + std::string(target));
+        EXPECT_EQ(answer.code, code) << method << target;
+        EXPECT_NE(answer.message().find(*part ? part : plain), std::string::npos)
+            << method << target;
+        if (!*part) {
+            EXPECT_EQ(answer.message(), plain);
+        }
+    }
 }
 
 } // namespace

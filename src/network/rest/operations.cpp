@@ -34,8 +34,41 @@ using enum Need;
 
 // ROWS
 constexpr Operation kTable[] = {
+    {Route::projects, Z_HTTP_GET, Form::all, list_projects, login, "GET /repos"},
+    {Route::projects, Z_HTTP_GET, Form::owner, list_projects, login, "GET /repos/:owner"},
+    {Route::projects, Z_HTTP_GET, Form::project, read_project, read, "GET /repos/:owner/:name"},
+    {Route::projects, Z_HTTP_POST, Form::all, create_project, power, "POST /repos"},
+    {Route::projects, Z_HTTP_POST, Form::named, rename_project, administrator,
+     "POST /repos/:owner/:name"},
+    {Route::projects, Z_HTTP_DELETE, Form::project, delete_project, administrator,
+     "DELETE /repos/:owner/:name"},
+
+    {Route::commits, Z_HTTP_GET, Form::bare, list_commits, read, "GET /repos/:owner/:name/commits"},
+    {Route::commits, Z_HTTP_GET, Form::item, read_commit, read,
+     "GET /repos/:owner/:name/commits/:id"},
+    {Route::commits, Z_HTTP_POST, Form::bare, create_commit, write,
+     "POST /repos/:owner/:name/commits"},
+
+    {Route::trees, Z_HTTP_GET, Form::item, list_tree, read, "GET /repos/:owner/:name/trees/:id"},
+    {Route::trees, Z_HTTP_POST, Form::bare, create_tree, write, "POST /repos/:owner/:name/trees"},
+
     {Route::blobs, Z_HTTP_GET, Form::item, refuse_blob, nobody,
      "GET /repos/:owner/:name/blobs/:id"},
+    {Route::blobs, Z_HTTP_GET, Form::bare, refuse_bad, nobody, "GET /repos/:owner/:name/blobs"},
+    {Route::blobs, Z_HTTP_POST, Form::bare, refuse_blob, nobody, "POST /repos/:owner/:name/blobs"},
+    {Route::blobs, Z_HTTP_POST, Form::item, refuse_bad, nobody,
+     "POST /repos/:owner/:name/blobs/:id"},
+
+    {Route::refs, Z_HTTP_GET, Form::bare, list_references, read, "GET /repos/:owner/:name/refs"},
+    {Route::refs, Z_HTTP_GET, Form::item, read_reference, read,
+     "GET /repos/:owner/:name/refs/:ref"},
+    {Route::refs, Z_HTTP_POST, Form::bare, refuse_reference, nobody,
+     "POST /repos/:owner/:name/refs"},
+    {Route::refs, Z_HTTP_PUT, Form::item, refuse_reference, nobody,
+     "PUT /repos/:owner/:name/refs/:ref"},
+    {Route::refs, Z_HTTP_DELETE, Form::item, refuse_reference, nobody,
+     "DELETE /repos/:owner/:name/refs/:ref"},
+
     {Route::tables, Z_HTTP_POST, Form::bare, open_table, write, "POST /repos/:owner/:name/tables"},
     {Route::tables, Z_HTTP_POST, Form::item, store_rows, write,
      "POST /repos/:owner/:name/tables/:id"},

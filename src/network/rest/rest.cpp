@@ -120,6 +120,11 @@ HttpResponse *read_json(const Call &call, Tree &body) {
     return body ? nullptr : refuse(call, 400, u"srv.eUnresolvableContent");
 }
 
+const zwchar *text_at(const Tree &body, const zwchar *path) {
+    Json *node = body ? zJsonPathGet(body.get(), path) : nullptr;
+    return node && !zJsonIsNull(node) ? zJsonGetString(node) : nullptr;
+}
+
 HttpResponse *need_octets(const Call &call) {
     if (zHttpRequestBody(call.request)) return nullptr;
     return refuse(call, 400, u"srv.eNoProperContent_s", kOctetType);

@@ -69,6 +69,8 @@ bool is_project_name(const zwchar *name);
 // The JSON of the body; on failure null in `body` and the refusal: 400 "srv.eNoProperContent_s" or
 // "srv.eUnresolvableContent", 413 for one beyond the server's limits.
 HttpResponse *read_json(const Call &call, Tree &body);
+// A text of the body; null where it is absent, or null.
+const zwchar *text_at(const Tree &body, const zwchar *path);
 // 400 "srv.eNoProperContent_s" ("application/octet-stream") without a body, else null.
 HttpResponse *need_octets(const Call &call);
 

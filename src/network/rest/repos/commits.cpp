@@ -1,0 +1,224 @@
+// Commits: the history along first parents, one commit, and a new one on a branch that is still
+// where the client believes it. A commit is answered when it would survive a loss of power.
+#include "network/rest/operations.hpp"
+#include "network/rest/repos/content.hpp"
+#include "network/rest/repos/tree_change.hpp"
+#include "objects/store/commit.hpp"
+#include "objects/store/object.hpp"
+#include "rms/privilege.hpp"
+#include "zev/oid.h"
+#include "zev/revlist.h"
+#include "zev/str.h"
+#include "zev/time.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zev::rest {
+
+namespace {
+
+constexpr const zwchar *kDate = u"%Y-%m-%dT%H:%M:%SZ";
+
+Tree commit_record(const Commit *commit) {
+    zwchar date[32] = {};
+    Time time;
+    zTimeFormatGlobal(date, std::size(date), kDate, zCommitTime(&time, commit)->seconds);
+    return Tree(zJsonNewObject(
+        u"type", zJsonNewString(u"commit"), u"id", zJsonNewId(zCommitId(commit)), u"author",
+        zJsonNewString(zCommitAuthor(commit)), u"message", zJsonNewString(zCommitMessage(commit)),
+        u"tree", zJsonNewId(zCommitTreeId(commit)), u"date", zJsonNewString(date), nullptr));
+}
+
+// With owner, name and URL of the project.
+Tree full_record(const Call &call, const Commit *commit) {
+    const std::u16string id = id_text(*zCommitId(commit));
+    Tree record = project_record(call, u"commit", {u"commits", id.c_str()});
+    const Tree own = record ? commit_record(commit) : Tree();
+    if (!own) return {};
+    for (const zwchar *member : {u"id", u"author", u"message", u"tree", u"date"}) {
+        Tree node(zJsonObjectDetach(own.get(), member));
+        if (!node || !zJsonObjectPut(record.get(), member, node.get())) return {};
+        static_cast<void>(node.release());
+    }
+    return record;
+}
+
+HttpResponse *answer_commit(const Call &call, const Commit *commit) {
+    HttpResponse *response = answer_data(200, full_record(call, commit));
+    return response ? response : refuse(call, 500, u"srv.eInternalError");
+}
+
+// ---- The list
+
+struct Range {
+    std::optional<int64_t> since, until; // seconds
+    uint64_t limit = 0;                  // 0 is none
+
+    explicit Range(const Call &call);
+};
+
+// What is no time counts as absent.
+std::optional<int64_t> read_time(const zwchar *text) {
+    Time time;
+    if (!text || !zTimeParseGlobal(&time, text, kDate)) return {};
+    return time.seconds;
+}
+
+Range::Range(const Call &call)
+    : since(read_time(capture(call, u"since"))), until(read_time(capture(call, u"until"))) {
+    const zwchar *text = capture(call, u"limit");
+    const std::string digits = text ? to_utf8(text) : std::string();
+    if (digits.find_first_not_of("0123456789") == digits.npos)
+        limit = std::strtoull(digits.c_str(), nullptr, 10);
+}
+
+// Adds the commits of a range, newest first; an older one than `since` hides all behind it.
+bool add_history(Json *entries, CommitPtr commit, const Range &range) {
+    for (; commit; commit.reset(zCommitParent(commit.get()))) {
+        Time time;
+        zCommitTime(&time, commit.get());
+        if (range.since && time.seconds < *range.since) break;
+        if (range.until && time.seconds >= *range.until) continue;
+        if (range.limit && zJsonArraySize(entries) >= range.limit) break;
+        if (!push(entries, commit_record(commit.get()))) return false;
+    }
+    return true;
+}
+
+bool set_base(RevBase *base, const zwchar *head) {
+    Oid id;
+    if (!head) return zRevBaseSetByhead(base);
+    return parse_id(&id, head) ? zRevBaseSetByid(base, &id) : zRevBaseSetByref(base, head);
+}
+
+// ---- A new commit
+
+struct NewCommit {
+    Call &call;
+    Tree fields{};
+    const zwchar *author = nullptr, *message = nullptr, *tree_id = nullptr;
+    const zwchar *update = nullptr; // the reference that moves
+    CommitPtr tip{};                // where it stands; null for a new one
+    TreePtr tree{};
+
+    HttpResponse *read();
+    HttpResponse *find_parent();
+    HttpResponse *find_tree();
+    bool is_allowed();
+    bool stands() const;
+    CommitPtr create() const;
+};
+
+HttpResponse *NewCommit::read() {
+    if (HttpResponse *refusal = read_json(call, fields)) return refusal;
+    const auto need = [&](const zwchar *path, const zwchar *&text) -> HttpResponse * {
+        text = text_at(fields, path);
+        return text ? nullptr : refuse(call, 400, u"srv.eFieldRequired_s", path);
+    };
+    update = text_at(fields, u"query.update");
+    if (HttpResponse *refusal = need(u"query.author", author)) return refusal;
+    if (HttpResponse *refusal = need(u"query.message", message)) return refusal;
+    return need(u"query.tree", tree_id);
+}
+
+// The reference must be where the client believes it.
+HttpResponse *NewCommit::find_parent() {
+    if (!update) return nullptr;
+    constexpr const zwchar *kField = u"query.parent";
+    const zwchar *parent = text_at(fields, kField);
+    Oid id;
+    if (parent && !parse_id(&id, parent)) return refuse(call, 400, u"srv.eFieldInvalid_s", kField);
+    tip.reset(zCommitByref(call.repository.get(), update));
+    if (tip && !parent) return refuse(call, 400, u"srv.sFiledRequired_s", kField);
+    if (tip && !zOidIsEqual(zCommitId(tip.get()), &id))
+        return refuse(call, 409, u"srv.eWorktreeNeedsUpdate");
+    if (!tip && parent) return refuse(call, 400, u"srv.eFieldUnacceptable_s", kField);
+    return nullptr;
+}
+
+HttpResponse *NewCommit::find_tree() {
+    Oid id;
+    if (!parse_id(&id, tree_id)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"tree");
+    tree.reset(zTreeByid(call.repository.get(), &id));
+    return tree ? nullptr : refuse(call, 400, u"srv.eNoSuchTree_s", tree_id);
+}
+
+bool NewCommit::is_allowed() {
+    if (!call.guarded) return true;
+    const TreePtr before(tip ? zCommitTree(tip.get()) : nullptr);
+    if (tip && !before) return false;
+    Privileges &granted = rights(call);
+    return is_each_change(
+        before ? before->handle.get() : nullptr, tree->handle.get(),
+        [&](std::u16string_view path) { return (granted.at(path) & Z_PRIVILEGE_WRITE) != 0; });
+}
+
+// Another server on the same directory may have moved the reference since.
+bool NewCommit::stands() const {
+    const KeptFailure kept;
+    const CommitPtr now(zCommitByref(call.repository.get(), update));
+    return zOidIsEqual(now ? zCommitId(now.get()) : nullptr, tip ? zCommitId(tip.get()) : nullptr);
+}
+
+// HEAD, or a name below refs/: any other would be a file among the repository's own.
+bool is_full_name(const zwchar *text) {
+    const std::string name = to_utf8(text);
+    int valid = 0;
+    return name == "HEAD" || (name.starts_with("refs/") &&
+                              !git_reference_name_is_valid(&valid, name.c_str()) && valid);
+}
+
+CommitPtr NewCommit::create() const {
+    if (update && !is_full_name(update)) return raise_args(update), CommitPtr();
+    const auto before_move = [this] { return !update || stands(); };
+    return CommitPtr(commit_create(update, author, message, tree.get(), before_move));
+}
+
+} // namespace
+
+HttpResponse *list_commits(Call &call) {
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const zwchar *head = capture(call, u"head");
+    const zwchar *told = head ? head : u"HEAD";
+    const Owned<RevBase, zRevBaseFree> base(zRevBaseNew());
+    const Range range(call);
+    if (!base || !set_base(base.get(), head)) return refuse(call, 500, u"srv.eInternalError");
+    const Oid *id = zRevBaseResolve(base.get(), call.repository.get());
+    if (!id) return refuse(call, 404, u"srv.eNoSuchCommit_s", told);
+    CommitPtr commit(zCommitByid(call.repository.get(), id));
+    if (!commit) return refuse(call, 500, u"odb.eFailedToResolveCommit_s", told);
+    Tree entries(zJsonNew(Z_JSON_ARRAY));
+    const bool done = entries && add_history(entries.get(), std::move(commit), range);
+    HttpResponse *response = done ? answer_entries(std::move(entries)) : nullptr;
+    return response ? response : refuse(call, 500, u"srv.eInternalError");
+}
+
+HttpResponse *read_commit(Call &call) {
+    const zwchar *text = capture(call, u":other");
+    Oid id;
+    if (!parse_id(&id, text)) return refuse(call, 400);
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    const CommitPtr commit(zCommitByid(call.repository.get(), &id));
+    if (!commit) return refuse(call, 404, u"srv.eNoSuchCommit_s", text);
+    return answer_commit(call, commit.get());
+}
+
+HttpResponse *create_commit(Call &call) {
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    NewCommit made{call};
+    if (HttpResponse *refusal = made.read()) return refusal;
+    if (HttpResponse *refusal = made.find_parent()) return refusal;
+    if (HttpResponse *refusal = made.find_tree()) return refusal;
+    if (!made.is_allowed()) return refuse(call, 403);
+    const CommitPtr commit = made.create();
+    if (!commit && made.update && !made.stands())
+        return refuse(call, 409, u"srv.eWorktreeNeedsUpdate");
+    if (!commit) return log_raised(kError), refuse(call, 500, u"srv.eCreateCommit");
+    return answer_commit(call, commit.get());
+}
+
+} // namespace zev::rest

@@ -1,0 +1,344 @@
+// Projects: bare repositories <path.repos>/<owner>/<name>. What always holds: a name stands for a
+// whole project or for none. A new one is made aside, with its first commit and its rights, and
+// takes its name by one rename, as one that is removed loses it; what a killed server leaves aside
+// shows in no list.
+#include "common/errno.hpp"
+#include "network/rest/operations.hpp"
+#include "network/rest/repos/content.hpp"
+#include "objects/store/repository.hpp"
+#include "rms/privilege.hpp"
+#include "system/os.hpp"
+#include "zev/flock.h"
+#include "zev/path.h"
+#include "zev/str.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace zev::rest {
+
+namespace {
+
+constexpr const zwchar *kAdministrator = u"administrator";
+constexpr int32_t kAllBits = Z_PRIVILEGE_READ | Z_PRIVILEGE_WRITE | Z_PRIVILEGE_EXPORT;
+
+using RepositoryPtr = Owned<Repository, zRepositoryFree>;
+
+HttpResponse *refuse_config(const Call &call, Place place, Here at = {}) {
+    const bool whole = place == Place::no_config;
+    return refuse(call, 500, u"srv.eInvalidConfig_s", whole ? u"server.conf" : u"server.path.repos",
+                  at);
+}
+
+// With what was raised in the log, since the answer keeps silent about it.
+HttpResponse *fail_inside(const Call &call, Here at = {}) {
+    log_raised(kError, at);
+    return refuse(call, 500, u"srv.eInternalError", nullptr, at);
+}
+
+HttpResponse *check_name(const Call &call, const zwchar *name, const zwchar *field, Here at = {}) {
+    if (!name) return refuse(call, 400, u"srv.eFieldRequired_s", field, at);
+    if (!is_project_name(name)) return refuse(call, 400, u"srv.eFieldInvalid_s", field, at);
+    return nullptr;
+}
+
+// The tests that rename and delete begin with.
+HttpResponse *check_captures(const Call &call) {
+    if (!capture(call, u":base")) return refuse(call, 400, u"srv.eFieldRequired_s", u"base");
+    if (HttpResponse *refusal = check_name(call, capture(call, u":owner"), u"owner"))
+        return refusal;
+    return check_name(call, capture(call, u":name"), u"name");
+}
+
+// Where a project lies; a path that is too long is a failure of the server's here.
+HttpResponse *find_place(const Call &call, const zwchar *owner, const zwchar *name, zwchar *out) {
+    switch (const Place place = project_place(call, owner, name, out)) {
+    case Place::found:
+        return nullptr;
+    case Place::too_long:
+        fail_os(ENAMETOOLONG, name);
+        return fail_inside(call);
+    default:
+        return refuse_config(call, place);
+    }
+}
+
+// The body's JSON; null without one, or for a text that is none: the field that is missing then
+// says so. The refusal is that of a body beyond the limits.
+HttpResponse *read_fields(const Call &call, Tree &fields) {
+    if (!zHttpRequestBody(call.request)) return nullptr;
+    Owned<HttpResponse, zHttpResponseFree> refusal(read_json(call, fields));
+    return refusal && zHttpResponseCode(refusal.get()) != 400 ? refusal.release() : nullptr;
+}
+
+bool is_repository(const zwchar *path) {
+    return RepositoryPtr(zRepositoryOpenBare(path)) != nullptr;
+}
+
+std::u16string directory_of(std::u16string_view path) {
+    return std::u16string(path.substr(0, path.rfind(u'/')));
+}
+
+// Whether a directory holds a name that differs in case only; `known` is none.
+bool has_twin(const std::u16string &directory, const zwchar *name, const zwchar *known = u"") {
+    std::vector<os::Name> names;
+    os::read_dir(directory.c_str(), &names);
+    return std::ranges::any_of(names, [&](const os::Name &other) {
+        return other.text != name && other.text != known && zStrcasesameW(other.text.c_str(), name);
+    });
+}
+
+// ---- Lists
+
+struct Listing {
+    Call &call;
+    Tree entries{zJsonNew(Z_JSON_ARRAY)};
+    bool sees_all = !call.guarded || is_power();
+
+    bool is_power() const;
+    bool may_see(Repository *repository) const;
+    bool add_owner(const zwchar *path, const zwchar *owner);
+    bool add_project(const zwchar *path, const zwchar *owner, const zwchar *name);
+};
+
+bool Listing::is_power() const {
+    const AuthTable *auth = zHttpServerAuth(call.server);
+    const zwchar *user = zHttpRequestUser(call.request);
+    const zwchar *code = zHttpRequestPassword(call.request);
+    return auth && user && code && auth->CheckUser(user, code, true) == Z_AUTH_DONE;
+}
+
+bool Listing::may_see(Repository *repository) const {
+    if (sees_all) return true;
+    const Privileges rights(zHttpServerAuth(call.server), call.request, repository);
+    return rights.anywhere(Z_PRIVILEGE_READ);
+}
+
+// The names in a directory that can be projects' or owners', sorted; none where it is gone by now.
+bool read_names(const zwchar *path, std::vector<std::u16string> &names) {
+    std::vector<os::Name> found;
+    if (!os::read_dir(path, &found) && errno != ENOENT) return fail_errno(path);
+    for (os::Name &name : found)
+        if (is_project_name(name.text.c_str())) names.push_back(std::move(name.text));
+    std::ranges::sort(names);
+    return true;
+}
+
+bool Listing::add_owner(const zwchar *path, const zwchar *owner) {
+    std::vector<std::u16string> names;
+    if (!read_names(path, names)) return false;
+    return std::ranges::all_of(
+        names, [&](const std::u16string &name) { return add_project(path, owner, name.c_str()); });
+}
+
+// What can't be opened, or given an id, is no project. False only where there is no memory for a
+// record.
+bool Listing::add_project(const zwchar *path, const zwchar *owner, const zwchar *name) {
+    const std::u16string place = std::u16string(path) + u"/" + name;
+    const RepositoryPtr repository(place.size() < Z_PATH_MAX ? zRepositoryOpenBare(place.c_str())
+                                                             : nullptr);
+    if (!repository || !name_project(call, repository.get(), owner, name)) return true;
+    if (!may_see(repository.get()) || !zRepositoryId(repository.get(), true)) return true;
+    return push(entries.get(), repository_record(repository.get()));
+}
+
+bool list_owners(Listing &listing, const zwchar *path) {
+    std::vector<std::u16string> owners;
+    if (!read_names(path, owners)) return false;
+    return std::ranges::all_of(owners, [&](const std::u16string &owner) {
+        const std::u16string place = std::u16string(path) + u"/" + owner;
+        if (place.size() >= Z_PATH_MAX || !zPathDirExists(place.c_str())) return true;
+        return listing.add_owner(place.c_str(), owner.c_str());
+    });
+}
+
+// ---- Making one
+
+struct NewProject {
+    Call &call;
+    const zwchar *owner, *name;
+    zwchar place[Z_PATH_MAX]{};
+    std::u16string directory{}, room{}; // the owner's; where it is made
+    std::u16string at{};                // where its files are now
+    bool made_directory = false;
+    bool done = false;
+    Owned<Flock, zFlockClose> lock{};
+    RepositoryPtr repository{};
+
+    ~NewProject();
+    bool is_taken() const;
+    bool init();
+    void take_template(const zwchar *from_owner, const zwchar *from_name);
+    void grant();
+    void clear_members(const AuthTable &auth);
+    bool publish();
+};
+
+// What was not finished goes, the owner's directory too if it was made for this.
+NewProject::~NewProject() {
+    const KeptFailure kept;
+    repository.reset();
+    if (!done && !at.empty()) os::remove_tree(at.c_str(), false);
+    lock.reset();
+    if (!room.empty()) os::remove_dir(room.c_str());
+    if (!done && made_directory) os::remove_dir(directory.c_str());
+}
+
+// Owners and projects are directories, and on some systems a name in another case is the same one.
+bool NewProject::is_taken() const {
+    return is_repository(place) || has_twin(directory, name) ||
+           has_twin(directory_of(directory), owner);
+}
+
+// The id is drawn here, so that it is on the disk when the project is.
+bool NewProject::init() {
+    made_directory = !zPathDirExists(directory.c_str());
+    at = place_aside(place);
+    if (at.empty()) return false;
+    room = directory_of(at);
+    lock.reset(zFlockOpen(at.c_str(), false));
+    if (!lock) return false;
+    repository.reset(zRepositoryInit(at.c_str(), true));
+    return repository && zRepositoryId(repository.get(), true);
+}
+
+// One that can't be opened, or has no commit, is passed over.
+void NewProject::take_template(const zwchar *from_owner, const zwchar *from_name) {
+    zwchar path[Z_PATH_MAX];
+    if (!from_owner || !from_name || !is_project_name(from_owner) || !is_project_name(from_name))
+        return;
+    if (project_place(call, from_owner, from_name, path) != Place::found) return;
+    const RepositoryPtr from(zRepositoryOpenBare(path));
+    if (from && !zRepositoryInitFrom(repository.get(), from.get())) log_raised(kWarning);
+}
+
+void NewProject::clear_members(const AuthTable &auth) {
+    Json *found = nullptr;
+    if (auth.RoleMembers(repository.get(), kAdministrator, &found) != Z_AUTH_DONE) return;
+    const Tree members(found);
+    if (!members || !zJsonIsArray(members.get())) return;
+    for (uint64_t i = 0; i < zJsonArraySize(members.get()); ++i) {
+        Json *member = zJsonArrayAt(members.get(), i);
+        if (!zJsonIsObject(member)) continue;
+        const Json *group = zJsonObjectAt(member, u"isgroup");
+        if (group && zJsonGetBoolean(group)) {
+            const auto id = static_cast<int32_t>(zJsonPathGetInt(member, u"id"));
+            auth.RoleRemoveGroup(repository.get(), kAdministrator, id);
+        } else if (const zwchar *user = zJsonPathGetString(member, u"username")) {
+            auth.RoleRemoveUser(repository.get(), kAdministrator, user);
+        }
+    }
+}
+
+// Who makes a project administers it, alone. The statuses decide nothing: the project stands
+// without an administrator, too.
+void NewProject::grant() {
+    const AuthTable *auth = zHttpServerAuth(call.server);
+    const zwchar *user = zHttpRequestUser(call.request);
+    if (!auth || !user || !*user) return;
+    if (auth->CreateRole(repository.get(), kAdministrator) == Z_AUTH_EXISTS) clear_members(*auth);
+    auth->RoleAddUser(repository.get(), kAdministrator, user);
+    auth->AddSetting(repository.get(), u"/", kAdministrator, kAllBits);
+}
+
+// Everything is on the disk before the name is, and the name before the answer leaves.
+bool NewProject::publish() {
+    repository.reset();
+    if (!os::sync_tree(at.c_str())) return fail_errno(at);
+    os::remove_dir(place); // an empty one may stand there
+    if (!os::move(at.c_str(), place, false)) return fail_errno(place);
+    at = place;
+    if (!os::sync_dir(directory.c_str()) || !os::sync_dir(directory_of(directory).c_str()))
+        return fail_errno(directory);
+    repository.reset(zRepositoryOpenBare(place));
+    return done = repository && name_project(call, repository.get(), owner, name);
+}
+
+// The new name is on the disk, or it goes again.
+bool move_project(const zwchar *from, const zwchar *to) {
+    const std::u16string directory = directory_of(from);
+    if (!os::move(from, to, false)) return fail_errno(to);
+    if (os::sync_dir(directory.c_str())) return true;
+    fail_errno(directory);
+    os::move(to, from, false);
+    return false;
+}
+
+} // namespace
+
+HttpResponse *list_projects(Call &call) {
+    zwchar path[Z_PATH_MAX];
+    const zwchar *owner = capture(call, u":owner");
+    if (const Place place = project_place(call, nullptr, nullptr, path);
+        place == Place::no_config || place == Place::no_repos)
+        return refuse_config(call, place);
+    if (owner && !is_project_name(owner)) return refuse(call, 404, u"srv.eNoSuchOwner_s", owner);
+    if (project_place(call, owner, nullptr, path) == Place::too_long)
+        return refuse(call, 414, u"srv.eUrlTooLong");
+    if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchOwner_s", owner);
+    Listing listing{call};
+    if (!listing.entries || !(owner ? listing.add_owner(path, owner) : list_owners(listing, path)))
+        return fail_inside(call);
+    HttpResponse *response = answer_entries(std::move(listing.entries));
+    return response ? response : fail_inside(call);
+}
+
+HttpResponse *read_project(Call &call) {
+    if (HttpResponse *refusal = open_project(call)) return refusal;
+    HttpResponse *response = answer_data(200, repository_record(call.repository.get()));
+    return response ? response : fail_inside(call);
+}
+
+HttpResponse *create_project(Call &call) {
+    if (!capture(call, u":base")) return refuse(call, 400, u"srv.eFieldRequired_s", u"base");
+    Tree fields;
+    if (HttpResponse *refusal = read_fields(call, fields)) return refusal;
+    NewProject made{call, text_at(fields, u"query.owner"), text_at(fields, u"query.name")};
+    if (HttpResponse *refusal = check_name(call, made.owner, u"owner")) return refusal;
+    if (HttpResponse *refusal = check_name(call, made.name, u"name")) return refusal;
+    if (HttpResponse *refusal = find_place(call, made.owner, made.name, made.place)) return refusal;
+    made.directory = directory_of(made.place);
+    if (made.is_taken()) return refuse(call, 409, u"srv.eExistProject_s", made.name);
+    if (!made.init()) return fail_inside(call);
+    made.take_template(text_at(fields, u"query.tmpl_owner"), text_at(fields, u"query.tmpl_name"));
+    made.grant();
+    if (!made.publish()) return fail_inside(call);
+    HttpResponse *response = answer(200, repository_record(made.repository.get()));
+    return response ? response : fail_inside(call);
+}
+
+HttpResponse *rename_project(Call &call) {
+    if (HttpResponse *refusal = check_captures(call)) return refusal;
+    Tree fields;
+    if (HttpResponse *refusal = read_fields(call, fields)) return refusal;
+    const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
+    const zwchar *renamed = text_at(fields, u"query.newname");
+    if (HttpResponse *refusal = check_name(call, renamed, u"newname")) return refusal;
+    zwchar from[Z_PATH_MAX], to[Z_PATH_MAX];
+    if (HttpResponse *refusal = find_place(call, owner, name, from)) return refusal;
+    if (HttpResponse *refusal = find_place(call, owner, renamed, to)) return refusal;
+    if (!is_repository(from)) return fail_inside(call);
+    if (has_twin(directory_of(from), renamed, name))
+        return raise_exists(renamed), fail_inside(call);
+    if (!move_project(from, to)) return fail_inside(call);
+    const RepositoryPtr repository(zRepositoryOpenBare(to));
+    if (!repository || !name_project(call, repository.get(), owner, renamed))
+        return fail_inside(call);
+    HttpResponse *response = answer(200, repository_record(repository.get()));
+    return response ? response : fail_inside(call);
+}
+
+HttpResponse *delete_project(Call &call) {
+    if (HttpResponse *refusal = check_captures(call)) return refusal;
+    const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
+    zwchar path[Z_PATH_MAX];
+    if (HttpResponse *refusal = find_place(call, owner, name, path)) return refusal;
+    if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
+    if (!zRepositoryDestroy(path)) return fail_inside(call);
+    if (const std::u16string directory = directory_of(path); !os::sync_dir(directory.c_str()))
+        return fail_errno(directory), fail_inside(call);
+    return zHttpResponseBlank(204);
+}
+
+} // namespace zev::rest

@@ -1,0 +1,22 @@
+// Where two trees differ, for whoever may not write everywhere.
+#pragma once
+
+#include <git2.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace zev::rest {
+
+// Asks about the path of each file in which two trees differ, until the answer is false. Both are
+// walked in step, and what has one id on both sides is not read; null stands for the empty tree.
+// False also for a tree that can't be read or has more levels than a path can.
+bool is_each_change(git_tree *before, git_tree *after,
+                    const std::function<bool(std::u16string_view path)> &allowed);
+
+// Whether no path of a tree has more levels than any file can: what goes deeper was made to exhaust
+// the stack of whoever walks it.
+bool is_bounded(git_tree *tree);
+
+} // namespace zev::rest

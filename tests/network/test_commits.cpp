@@ -1,0 +1,200 @@
+// Commits: what git makes of those that the service wrote, the list, and who may write where.
+#include "rights.hpp"
+#include "service_fixture.hpp"
+
+#include "system/os.hpp"
+
+using test::Answer, test::make_project, test::Service, test::store_tree;
+namespace os = zev::os;
+
+namespace {
+
+const std::string kCommits = "/repos/ann/plant/commits";
+const std::string kNone(40, '1');
+
+std::string body(const std::string &author, const std::string &message, const std::string &tree,
+                 const std::string &update = "", const std::string &parent = "") {
+    std::string text = R"({"query":{"author":")" + author + R"(","message":")" + message +
+                       R"(","tree":")" + tree + '"';
+    if (!update.empty()) text += R"(,"update":")" + update + '"';
+    if (!parent.empty()) text += R"(,"parent":")" + parent + '"';
+    return text + "}}";
+}
+
+struct Commits : testing::Test {
+    Service service;
+    Commits() { make_project(service, "ann/plant"); }
+
+    std::string tree(const std::string &content) {
+        return store_tree(service, "ann/plant", {{"in/a.dwx", content}, {"b", "b"}});
+    }
+    std::string tip() {
+        return service.git("ann/plant", "rev-parse refs/heads/master").substr(0, 40);
+    }
+};
+
+TEST_F(Commits, AreWhatGitReads) {
+    const std::string branch = "refs/heads/master";
+    const Answer first = service.post(kCommits, body("Ann B.", "first\\nline", tree("1"), branch));
+    ASSERT_EQ(first.code, 200) << first.body;
+    const std::string id = first.text("data.id");
+    EXPECT_EQ(tip(), id);
+    EXPECT_EQ(first.text("data.url"), "/repos/ann/plant/commits/" + id);
+    EXPECT_EQ(first.text("data.type") + first.text("data.owner") + first.text("data.name"),
+              "commitannplant");
+    const Answer second = service.post(kCommits, body("a\\tb", "two", tree("2"), "HEAD", id));
+    ASSERT_EQ(second.code, 200) << second.body;
+    EXPECT_EQ(service.git("ann/plant", "log --format='%an|%ae|%cn|%s|%P|%T' master"),
+              "a b|a b|a b|two|" + id + "|" + tree("2") + "\n" +
+                  "Ann B.|Ann B.|Ann B.|first line||" + tree("1") + "\n");
+    EXPECT_EQ(service.git("ann/plant", "fsck --strict"), "");
+
+    const Answer one = service.get(kCommits + "/" + id);
+    EXPECT_EQ(one.body, first.body);
+    EXPECT_EQ(one.text("data.date") + "\n",
+              test::run("TZ=UTC git -C " + service.at("ann/plant") +
+                        " log -1 --date=format-local:%Y-%m-%dT%H:%M:%SZ --format=%cd " + id));
+    // Without a reference there is no parent, and nothing moves.
+    const Answer loose = service.post(kCommits, body("a", "loose", tree("3")));
+    EXPECT_EQ(service.git("ann/plant", "log --format=%s%P " + loose.text("data.id")), "loose\n");
+    EXPECT_EQ(tip(), second.text("data.id"));
+}
+
+TEST_F(Commits, AreRefusedWithTheirReasons) {
+    const std::string branch = "refs/heads/master", made = tree("1");
+    const std::string id = service.post(kCommits, body("a", "m", made, branch)).text("data.id");
+    const struct {
+        std::string json;
+        int code;
+        std::string part;
+    } cases[] = {
+        {"", 400, "'application/json'"},
+        {"{", 400, "could not be read"},
+        {R"({"query":{"message":"m","tree":"t"}})", 400, "'query.author' is required"},
+        {R"({"query":{"author":"a","tree":"t"}})", 400, "'query.message' is required"},
+        {R"({"query":{"author":"a","message":"m"}})", 400, "'query.tree' is required"},
+        {body("a", "m", made, branch, "12"), 400, "'query.parent' is invalid"},
+        {body("a", "m", made, branch), 400, "'query.parent' is required"},
+        {body("a", "m", made, branch, kNone), 409, "newer changes"},
+        {body("a", "m", made, "refs/heads/new", id), 400, "'query.parent' is not accepted"},
+        {body("a", "m", "12", branch, id), 400, "'tree' is invalid"},
+        {body("a", "m", kNone, branch, id), 400, "There is no tree '" + kNone + "'"},
+        {body("a<b", "m", made, branch, id), 500, "could not be created"},
+        {body("a", "m", made, "master", id), 500, "could not be created"},
+        {body("a", "m", made, "hooks/update"), 500, "could not be created"},
+        {body("a", "m", made, "refs/heads/../../x"), 500, "could not be created"},
+        {body("a", "m", made, "FETCH_HEAD"), 500, "could not be created"},
+    };
+    for (const auto &[json, code, part] : cases) {
+        const Answer answer =
+            json.empty() ? service.ask(Z_HTTP_POST, kCommits) : service.post(kCommits, json);
+        EXPECT_EQ(answer.code, code) << json << answer.body;
+        EXPECT_NE(answer.message().find(part), std::string::npos) << json << answer.message();
+    }
+    EXPECT_EQ(tip(), id);
+    EXPECT_FALSE(std::filesystem::exists(service.at("ann/plant") + "/hooks/update"));
+    EXPECT_FALSE(std::filesystem::exists(service.at("ann/plant") + "/FETCH_HEAD"));
+    EXPECT_EQ(service.post(kCommits + "/" + id, body("a", "m", made)).code, 400);
+    EXPECT_EQ(service.get(kCommits + "/12").code, 400);
+    EXPECT_EQ(service.get(kCommits + "/" + kNone).code, 404);
+}
+
+// Another server on the same directory commits between the look at the branch and its move.
+TEST_F(Commits, NeverTakeAnothersBack) {
+    const std::string branch = "refs/heads/master";
+    const std::string id =
+        service.post(kCommits, body("a", "m", tree("1"), branch)).text("data.id");
+    static std::string move;
+    static int syncs;
+    move = "git -C " + service.at("ann/plant") + " update-ref refs/heads/master " +
+           service.post(kCommits, body("a", "other", tree("2"))).text("data.id");
+    const os::Calls before = os::calls;
+    syncs = 0;
+    os::calls.syncfs = [](int) {
+        if (!syncs++) test::run(move);
+        return 0;
+    };
+    const Answer answer = service.post(kCommits, body("a", "late", tree("3"), branch, id));
+    os::calls = before;
+    EXPECT_EQ(answer.code, 409) << answer.body;
+    EXPECT_EQ(service.git("ann/plant", "log -1 --format=%s master"), "other\n");
+}
+
+TEST_F(Commits, AreListedAlongFirstParents) {
+    EXPECT_EQ(service.get(kCommits).message().substr(0, 24), "There is no commit 'HEAD");
+    std::string parent, ids[4];
+    for (int i = 0; i < 4; ++i) {
+        const std::string date = "2026-01-0" + std::to_string(i + 1) + "T12:00:00Z";
+        ids[i] = test::run("cd " + service.at("ann/plant") + " && GIT_COMMITTER_DATE=" + date +
+                           " git -c user.name=a -c user.email=a commit-tree " + parent + " -m " +
+                           std::to_string(i) + " " + tree("x"))
+                     .substr(0, 40);
+        parent = "-p " + ids[i];
+    }
+    service.git("ann/plant", "update-ref refs/heads/master " + ids[3]);
+    service.git("ann/plant", "update-ref refs/heads/old " + ids[1]);
+    service.git("ann/plant", "update-ref refs/heads/" + ids[0] + " " + ids[3]);
+    const struct {
+        std::string query, messages;
+    } cases[] = {
+        {"", "3\n,2\n,1\n,0\n"},
+        {"?limit=2", "3\n,2\n"},
+        {"?limit=0", "3\n,2\n,1\n,0\n"},
+        {"?limit=x", "3\n,2\n,1\n,0\n"},
+        {"?since=2026-01-03T12:00:00Z", "3\n,2\n"},
+        {"?since=yesterday", "3\n,2\n,1\n,0\n"},
+        {"?until=2026-01-03T12:00:00Z", "1\n,0\n"},
+        {"?until=2026-01-04T12:00:00Z&since=2026-01-02T12:00:00Z&limit=1", "2\n"},
+        {"?head=old", "1\n,0\n"},
+        {"?head=" + ids[2], "2\n,1\n,0\n"},
+        {"?head=" + ids[0], "0\n"},
+        {"/?limit=1", "3\n"},
+    };
+    for (const auto &[query, messages] : cases)
+        EXPECT_EQ(service.get(kCommits + query).each("message"), messages) << query;
+    const Answer all = service.get(kCommits);
+    EXPECT_EQ(all.entry(1, "date") + all.entry(1, "owner") + all.entry(1, "url"),
+              "2026-01-03T12:00:00Z(null)(null)");
+    EXPECT_EQ(service.get(kCommits + "?head=none").message().substr(0, 24),
+              "There is no commit 'none");
+}
+
+// Where rights are required each path in which the tree differs is asked for.
+TEST(CommitRights, AreThoseOfEachPath) {
+    test::Rights rights;
+    rights.codes["bob"] = "2";
+    rights.bits["bob"] = {{"in", 0x30}, {"in/deep/no", 0x10}, {"/", 0x10}};
+    Service service(u"required", rights.table());
+    make_project(service, "ann/plant");
+    using Files = std::vector<std::pair<std::string, std::string>>;
+    const Files base{{"b", "b"}, {"in/a", "a"}, {"in/deep/no", "n"}, {"out/x", "x"}};
+    const std::string tree = store_tree(service, "ann/plant", base);
+    const std::string id =
+        service.git("ann/plant", "-c user.name=a -c user.email=a commit-tree -m t " + tree)
+            .substr(0, 40);
+    const struct {
+        Files files;
+        bool allowed, rooted; // on the branch, and by itself
+    } cases[] = {
+        {base, true, false},
+        {{{"b", "b"}, {"in/a", "2"}, {"in/deep/no", "n"}, {"out/x", "x"}}, true, false},
+        {{{"b", "b"}, {"in/new/x", "2"}, {"in/deep/no", "n"}, {"out/x", "x"}}, true, false},
+        {{{"b", "2"}, {"in/a", "a"}, {"in/deep/no", "n"}, {"out/x", "x"}}, false, false},
+        {{{"b", "b"}, {"in/a", "a"}, {"out/x", "x"}}, false, false},
+        {{{"b", "b"}, {"in/a", "a"}, {"in/deep/no", "n"}}, false, false},
+        {{{"b", "b"}, {"in/a", "a"}, {"in/deep/no/x", "n"}, {"out/x", "x"}}, false, false},
+        {{{"in/a", "a"}}, false, true},
+    };
+    service.log_in("bob", "2");
+    for (const auto &[files, allowed, rooted] : cases) {
+        service.git("ann/plant", "update-ref refs/heads/master " + id);
+        const std::string made = store_tree(service, "ann/plant", files);
+        const auto n = &files - &cases[0].files;
+        EXPECT_EQ(service.post(kCommits, body("a", "m", made, "refs/heads/master", id)).code,
+                  allowed ? 200 : 403)
+            << n;
+        EXPECT_EQ(service.post(kCommits, body("a", "m", made)).code, rooted ? 200 : 403) << n;
+    }
+}
+
+} // namespace

@@ -1,0 +1,212 @@
+// Trees: listings with rights in their modes, and new trees of a base and a list of changes.
+#include "rights.hpp"
+#include "service_fixture.hpp"
+
+using test::Answer, test::make_project, test::Service, test::store_tree;
+
+namespace {
+
+const std::string kTrees = "/repos/ann/plant/trees";
+const std::string kBlob(40, 'b');
+
+struct Trees : testing::Test {
+    test::Rights rights;
+    Service service{u"none", rights.table()};
+    Trees() {
+        rights.codes = {{"admin", "0"}, {"bob", "2"}};
+        make_project(service, "ann/plant");
+        service.log_in("admin", "0");
+    }
+
+    std::string base() {
+        return store_tree(
+            service, "ann/plant",
+            {{"b", "bb"}, {"in/.gitkeep", ""}, {"in/a.dwx", "a"}, {"in/deep/n", "nnn"}});
+    }
+    Answer make(const std::string &base, const std::string &entries) {
+        const std::string begin = base.empty() ? "" : R"("base":")" + base + "\",";
+        return service.post(kTrees, R"({"query":{)" + begin + R"("entries":)" + entries + "}}");
+    }
+};
+
+std::string change(const std::string &oper, const std::string &path, const std::string &id = kBlob,
+                   int mode = 1) {
+    return R"({"oper":")" + oper + R"(","path":")" + path + R"(","id":")" + id + R"(","mode":)" +
+           std::to_string(mode) + "}";
+}
+
+TEST_F(Trees, AreListedWithTheirRights) {
+    const std::string tree = base(), all = "b,in,.gitkeep,a.dwx,deep,n";
+    rights.bits["bob"] = {{"/", 0x30}, {"in", 0x10}, {"in/deep", 0}};
+    const struct {
+        const char *user;
+        std::string query, names, modes;
+    } cases[] = {
+        {"admin", "", all, "33188,16384,33188,33188,16384,33188"},
+        {"bob", "", all, "33188,16384,33188,33060,16384,32804"},
+        {"", "?recursive=x", all, "32804,16384,33188,32804,16384,32804"},
+        {"admin", "?recursive=0", "b,in", "33188,16384"},
+        {"admin", "?recursive=False&otype=blob", "b", "33188"},
+        {"admin", "?otype=blob", "b,.gitkeep,a.dwx,n", "33188,33188,33188,33188"},
+        {"admin", "?otype=tree", "in,deep", "16384,16384"},
+        {"admin", "?otype=any", "", ""},
+        {"admin", "?otype=nonsense", "", ""},
+    };
+    for (const auto &[user, query, names, modes] : cases) {
+        service.log_in(user, *user == 'b' ? "2" : "0");
+        const Answer answer = service.get(kTrees + "/" + tree + query);
+        ASSERT_EQ(answer.code, 200) << answer.body;
+        EXPECT_EQ(answer.each("name"), names) << user << query;
+        EXPECT_EQ(answer.each("mode"), modes) << user << query;
+    }
+    const Answer answer = service.get(kTrees + "/" + tree);
+    EXPECT_EQ(answer.each("path"), ",,in/,in/,in/,in/deep/");
+    EXPECT_EQ(answer.entry(0, "size") + answer.entry(5, "size"), "23");
+    EXPECT_EQ(answer.text("data.size") + "\n", service.git("ann/plant", "cat-file -s " + tree));
+    EXPECT_EQ(answer.entry(1, "size") + "\n",
+              service.git("ann/plant", "cat-file -s " + answer.entry(1, "id")));
+    EXPECT_EQ(answer.each("type"), "blob,tree,blob,blob,tree,blob");
+    EXPECT_EQ(answer.text("data.url"), "/repos/ann/plant/trees/" + tree);
+    EXPECT_EQ(answer.text("data.owner") + answer.text("data.name") + answer.text("data.type"),
+              "annplanttree");
+    const std::string commit =
+        service.git("ann/plant", "-c user.name=a -c user.email=a commit-tree -m t " + tree)
+            .substr(0, 40);
+    EXPECT_EQ(service.get(kTrees + "/" + commit).text("data.id"), tree);
+    for (const std::string &none : {std::string("12"), kBlob, answer.entry(0, "id")})
+        EXPECT_EQ(service.get(kTrees + "/" + none).code, 404) << none;
+    EXPECT_EQ(service.get(kTrees).code, 400);
+}
+
+TEST_F(Trees, AreMadeOfABaseAndChanges) {
+    const std::string tree = base(), id = test::store(service, "ann/plant", Z_OBJECT_BLOB, "new");
+    const struct {
+        std::string base, entries, paths;
+    } cases[] = {
+        {tree, "[]", "b in/.gitkeep in/a.dwx in/deep/n "},
+        {"", "[]", ""},
+        {"", "[" + change("add", "x/y/z", id) + "," + change("add", "a", id) + "]", "a x/y/z "},
+        {tree,
+         "[" + change("add", "in", id) + "," + change("delete", "in/a.dwx") + "," +
+             change("delete", "in/.gitkeep") + "," + change("delete", "in/deep/n") + "," +
+             change("delete", "none/at/all") + "]",
+         "b in "},
+        {tree, "[" + change("add", "b/c", id) + "," + change("delete", "b") + "]",
+         "b/c in/.gitkeep in/a.dwx in/deep/n "},
+    };
+    for (const auto &[from, entries, paths] : cases) {
+        const Answer answer = make(from, entries);
+        ASSERT_EQ(answer.code, 200) << entries << answer.body;
+        const std::string made = answer.text("data.id");
+        EXPECT_EQ(answer.text("data.url"), "/repos/ann/plant/trees/" + made);
+        EXPECT_EQ(service.git("ann/plant", "ls-tree -r --name-only " + made + " | tr '\\n' ' '"),
+                  paths)
+            << entries;
+    }
+    const std::string made = make(tree, "[" + change("modify", "b", id) + "]").text("data.id");
+    EXPECT_EQ(service.git("ann/plant", "ls-tree " + made + " b"), "100644 blob " + id + "\tb\n");
+    // The contents may follow later.
+    const Answer absent = make("", "[" + change("add", "later") + "]");
+    EXPECT_EQ(service.get(kTrees + "/" + absent.text("data.id")).entry(0, "size"), "0");
+}
+
+TEST_F(Trees, AreRefusedWhole) {
+    const std::string tree = base();
+    const auto entries = [](const std::string &list) {
+        return R"({"query":{"entries":[)" + list + "]}}";
+    };
+    std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "'application/json'"},
+        {"nothing", "could not be read"},
+        {"{}", "'query' is required"},
+        {R"({"query":[]})", "'query' is required"},
+        {R"({"query":{"base":"12","entries":[]}})", "'base' is invalid"},
+        {R"({"query":{"base":")" + kBlob + R"(","entries":[]}})", "There is no tree '" + kBlob},
+        {R"({"query":{}})", "'entries' is invalid"},
+        {R"({"query":{"entries":{}}})", "'entries' is invalid"},
+        {entries("1"), "'entries[0]' is invalid"},
+        {entries(R"({"path":"a"})"), "'entries[0]' is invalid"},
+        {entries(change("add", "a") + R"(,{"oper":"delete","path":"b"})"),
+         "'entries[1]' is invalid"},
+        {entries(change("add", "a", kBlob, 0)), "'entries[0]' is invalid"},
+        {entries(change("Add", "a")), "'entries[0]' is invalid"},
+        {entries(change("add", "a", "xyz")), "'xyz' is invalid"},
+        {entries(change("add", "a") + "," + change("add", "a/b")), "'entries[1]' is invalid"},
+        {entries(change("add", "a/b/c") + "," + change("add", "a")), "'entries[1]' is invalid"},
+        {R"({"query":{"base":")" + tree + R"(","entries":[)" + change("add", "in") + "]}}",
+         "'entries[0]' is invalid"},
+        {R"({"query":{"base":")" + tree + R"(","entries":[)" + change("add", "in/a.dwx/x") + "]}}",
+         "'entries[0]' is invalid"},
+    };
+    for (const char *path :
+         {"", "/a", "a//b", "a/", R"(a\\b)", "..", "a/../b", ".git", "a/.GIT/b", "c:/a", "."})
+        for (const char *oper : {"add", "delete"})
+            cases.emplace_back(entries(change(oper, path)), "'entries[0]' is invalid");
+    for (const auto &[json, part] : cases) {
+        const Answer answer =
+            json.empty() ? service.ask(Z_HTTP_POST, kTrees) : service.post(kTrees, json);
+        EXPECT_EQ(answer.code, 400) << json << answer.body;
+        EXPECT_NE(answer.message().find(part), std::string::npos) << json << answer.message();
+    }
+    EXPECT_EQ(service.post(kTrees + "/" + tree, "{}").code, 400);
+}
+
+// Refused are directories, each once, before anything else is looked at; where rights are required
+// the paths themselves, too.
+TEST_F(Trees, AreMadeByWhoMayWrite) {
+    rights.bits["bob"] = {{"in", 0x30}, {"in/no", 0x10}, {"top", 0x30}, {"/", 0x10}};
+    const struct {
+        std::string entries, error;
+    } cases[] = {
+        {change("add", "in/a"), ""},
+        {change("add", "top"), ""},
+        {change("add", "out/a"), "out"},
+        {change("add", "OUT/a") + "," + change("add", "out/b") + "," + change("add", "b"), "OUT,b"},
+        {R"({"path":"x\\y\\z"},{"path":5},1)", "x/y"},
+        {change("add", "in/no"), "in/no"},
+    };
+    for (const bool guarded : {false, true}) {
+        Service other(guarded ? u"required" : u"none", rights.table());
+        make_project(other, "ann/plant");
+        other.log_in("bob", "2");
+        for (const auto &[entries, error] : cases) {
+            const Answer answer = other.post(kTrees, R"({"query":{"entries":[)" + entries + "]}}");
+            std::string denied;
+            Json *list = answer.at("error");
+            for (uint64_t i = 0; list && i < zJsonArraySize(list); ++i)
+                denied += (i ? "," : "") +
+                          test::narrow(zJsonPathGetString(zJsonArrayAt(list, i), u"path"));
+            const bool passes = error.empty() || (!guarded && error == "in/no");
+            EXPECT_EQ(answer.code, passes ? 200 : 401) << guarded << entries << answer.body;
+            EXPECT_EQ(denied, passes ? "" : error) << guarded << entries;
+        }
+    }
+}
+
+// Trees that nest deeper than any path would take the stack of who walks them.
+TEST_F(Trees, HaveNoMoreLevelsThanAPath) {
+    std::string id = store_tree(service, "ann/plant", {{"a", "a"}});
+    for (int level = 0; level < 300; ++level) {
+        Oid raw;
+        zOidFromStr(&raw, test::wide(id).c_str());
+        std::string bytes("40000 d");
+        bytes.push_back('\0');
+        bytes.append(reinterpret_cast<const char *>(&raw), sizeof raw);
+        id = test::store(service, "ann/plant", Z_OBJECT_TREE, bytes);
+    }
+    EXPECT_EQ(service.get(kTrees + "/" + id).code, 500);
+    EXPECT_EQ(service.get(kTrees + "/" + id + "?recursive=0").code, 200);
+    EXPECT_EQ(make(id, "[]").code, 500);
+}
+
+TEST(Blobs, AreNeverThere) {
+    Service service;
+    const std::string blobs = "/repos/ann/plant/blobs";
+    EXPECT_EQ(service.get(blobs + "/0123").code, 404);
+    EXPECT_EQ(service.get(blobs).code, 400);
+    EXPECT_EQ(service.post(blobs, "{}").code, 404);
+    EXPECT_EQ(service.post(blobs + "/0123", "{}").code, 400);
+    EXPECT_EQ(service.drop(blobs + "/0123").code, 400);
+}
+
+} // namespace
