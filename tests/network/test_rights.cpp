@@ -1,0 +1,360 @@
+// Who may do what: every operation of the service, asked by every kind of caller, where rights are
+// required and where they are not. The expectations are written here, apart from the tables that
+// the service reads; an operation that the tables have and that is not told here fails the test.
+#include "service_fixture.hpp"
+
+#include <map>
+#include <set>
+
+using test::Answer, test::Service;
+
+extern "C" int32_t zAuthSvrInit(AuthTable *table);
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kCode(40, '1'), kOtherCode(40, '2');
+
+// A letter a caller. The first four don't prove who they are.
+const struct Caller {
+    char letter;
+    const char *login;
+    const std::string &code;
+} kCallers[] = {
+    {'-', "", kCode}, // no account at all
+    {'x', "reader", kOtherCode},
+    {'u', "stranger", kCode}, // unknown
+    {'l', "locked", kCode},   // with all rights, but for the lock
+    {'n', "norole", kCode},   //
+    {'r', "reader", kCode},   // one bit each, on one path
+    {'w', "writer", kCode},   //
+    {'e', "exporter", kCode}, //
+    {'a', "chief", kCode},    // in a group of a group of the role "administrator"
+    {'p', "boss", kCode},     // power, and no role
+};
+constexpr const char *kUnproven = "-xul", *kEverybody = "-xulnrweap";
+constexpr const char *kLogin = "nrweap", *kRead = "ra", *kWrite = "wa", *kPower = "p",
+                     *kAdministrator = "ap", *kOwn = "np";
+
+const struct Cell {
+    const char *told;
+    uint32_t method;
+    std::string target, body;
+    const char *may;                   // where rights are required
+    const char *may_else = kEverybody; // where they are not
+} kCells[] = {
+    {"GET /repos", Z_HTTP_GET, "/repos", "", kLogin},
+    {"GET /repos/:owner", Z_HTTP_GET, "/repos/ann", "", kLogin},
+    {"GET /repos/:owner/:name", Z_HTTP_GET, "/repos/ann/house", "", kRead},
+    {"POST /repos", Z_HTTP_POST, "/repos", R"({"query":{"owner":"ann","name":"new"}})", kPower},
+    {"POST /repos/:owner/:name", Z_HTTP_POST, "/repos/ann/house", R"({"query":{"newname":"shed"}})",
+     kAdministrator},
+    {"DELETE /repos/:owner/:name", Z_HTTP_DELETE, "/repos/ann/house", "", kAdministrator},
+    {"GET /repos/:owner/:name/commits", Z_HTTP_GET, "/repos/ann/house/commits", "", kRead},
+    {"GET /repos/:owner/:name/commits/:id", Z_HTTP_GET, "/repos/ann/house/commits/COMMIT", "",
+     kRead},
+    {"POST /repos/:owner/:name/commits", Z_HTTP_POST, "/repos/ann/house/commits",
+     R"({"query":{"author":"a","message":"m","tree":"TREE","update":"refs/heads/master",)"
+     R"("parent":"COMMIT"}})",
+     kWrite},
+    {"GET /repos/:owner/:name/refs", Z_HTTP_GET, "/repos/ann/house/refs", "", kRead},
+    {"GET /repos/:owner/:name/refs/:ref", Z_HTTP_GET, "/repos/ann/house/refs/master", "", kRead},
+    {"POST /repos/:owner/:name/refs", Z_HTTP_POST, "/repos/ann/house/refs", "{}", kEverybody},
+    {"PUT /repos/:owner/:name/refs/:ref", Z_HTTP_PUT, "/repos/ann/house/refs/master", "{}",
+     kEverybody},
+    {"DELETE /repos/:owner/:name/refs/:ref", Z_HTTP_DELETE, "/repos/ann/house/refs/master", "",
+     kEverybody},
+    {"GET /repos/:owner/:name/trees/:id", Z_HTTP_GET, "/repos/ann/house/trees/TREE", "", kRead},
+    {"POST /repos/:owner/:name/trees", Z_HTTP_POST, "/repos/ann/house/trees",
+     R"({"query":{"entries":[{"oper":"add","path":"plans/new","id":"BLOB","mode":33188}]}})",
+     kWrite, kWrite},
+    {"GET /repos/:owner/:name/blobs/:id", Z_HTTP_GET, "/repos/ann/house/blobs/BLOB", "",
+     kEverybody},
+    {"GET /repos/:owner/:name/blobs", Z_HTTP_GET, "/repos/ann/house/blobs", "", kEverybody},
+    {"POST /repos/:owner/:name/blobs", Z_HTTP_POST, "/repos/ann/house/blobs", "{}", kEverybody},
+    {"POST /repos/:owner/:name/blobs/:id", Z_HTTP_POST, "/repos/ann/house/blobs/BLOB", "{}",
+     kEverybody},
+    {"GET /repos/:owner/:name/objects/:id", Z_HTTP_GET, "/repos/ann/house/objects/BLOB", "", kRead},
+    {"PUT /repos/:owner/:name/objects/:id", Z_HTTP_PUT,
+     "/repos/ann/house/objects/ce013625030ba8dba906f756967f9e9ca394464a",
+     std::string("\0\0\0\4blob\0\0\0\6hello\n", 18), kWrite},
+    {"POST /repos/:owner/:name/objects/diff", Z_HTTP_POST, "/repos/ann/house/objects/diff",
+     R"({"query":{"entries":["BLOB"]}})", kRead},
+    {"POST /repos/:owner/:name/packs/diff", Z_HTTP_POST, "/repos/ann/house/packs/diff",
+     R"({"query":{"entries":[{"id":"BLOB"}]}})", kRead},
+    {"POST /repos/:owner/:name/packs", Z_HTTP_POST, "/repos/ann/house/packs",
+     std::string("\0\0\0\4PACK", 8), kWrite},
+    {"GET /repos/:owner/:name/revisions", Z_HTTP_GET, "/repos/ann/house/revisions", "", kRead},
+    {"GET /repos/:owner/:name/revisions/:id", Z_HTTP_GET, "/repos/ann/house/revisions/COMMIT", "",
+     kRead},
+    {"PATCH /repos/:owner/:name/revisions", Z_HTTP_PATCH, "/repos/ann/house/revisions",
+     R"([{"oid":"COMMIT"}])", kRead},
+    {"POST /repos/:owner/:name/tables", Z_HTTP_POST, "/repos/ann/house/tables",
+     R"({"query":{"id":"BLOB"}})", kWrite},
+    {"POST /repos/:owner/:name/tables/:id", Z_HTTP_POST, "/repos/ann/house/tables/BLOB",
+     std::string(4, '\0'), kWrite},
+    {"PUT /repos/:owner/:name/tables/:id", Z_HTTP_PUT, "/repos/ann/house/tables/BLOB",
+     std::string(4, '\0'), kWrite},
+    {"PATCH /repos/:owner/:name/tables/:id", Z_HTTP_PATCH, "/repos/ann/house/tables/BLOB",
+     std::string(4, '\0'), kRead},
+    {"POST /repos/:owner/:name/rms", Z_HTTP_POST, "/repos/ann/house/rms", "{}", kLogin},
+    {"POST /rms", Z_HTTP_POST, "/rms", "{}", kEverybody},
+    {"GET /health", Z_HTTP_GET, "/health", "", kEverybody},
+};
+
+// Of both rms routes; a user in the arguments is "norole".
+const struct CommandCell {
+    const char *target, *name, *args, *may;
+} kCommands[] = {
+    {"user", "create", R"("login":"new","password":"CODE")", kPower},
+    {"user", "modify", R"("login":"norole","name":"N")", kPower},
+    {"user", "delete", R"("login":"norole")", kPower},
+    {"user", "reset-password", R"("login":"norole","password":"CODE")", kOwn},
+    {"user", "get-info", R"("login":"NoRole")", kOwn},
+    {"user", "dis-name", R"("login":"norole","password":"CODE")", kEverybody},
+    {"user", "list", "", kPower},
+    {"user", "login", R"("login":"norole","password":"CODE")", kEverybody},
+    {"user", "check", R"("login":"norole","password":"CODE")", kEverybody},
+    {"group", "create", R"("name":"new")", kPower},
+    {"group", "get", R"("name":"outer")", kPower},
+    {"group", "get-name", R"("id":1)", kPower},
+    {"group", "delete", R"("id":2)", kPower},
+    {"group", "get-root", "", kPower},
+    {"group", "rename", R"("id":1,"name":"other")", kPower},
+    {"group", "set-parent", R"("id":2,"parent":0)", kPower},
+    {"group", "add-member", R"("id":1,"user":"norole")", kPower},
+    {"group", "rem-member", R"("id":2,"user":"chief")", kPower},
+    {"group", "member-list", R"("id":1)", kPower},
+    {"role", "create", R"("name":"new")", kAdministrator},
+    {"role", "delete", R"("name":"readers")", kAdministrator},
+    {"role", "rename", R"("name":"readers","newname":"lookers")", kAdministrator},
+    {"role", "list", "", kAdministrator},
+    {"role", "add-user", R"("name":"readers","user":"norole")", kAdministrator},
+    {"role", "remove-user", R"("name":"readers","user":"reader")", kAdministrator},
+    {"role", "add-group", R"("name":"readers","id":1)", kAdministrator},
+    {"role", "remove-group", R"("name":"administrator","id":1)", kAdministrator},
+    {"role", "member-list", R"("name":"readers")", kAdministrator},
+    {"role", "member-purge", R"("name":"readers")", kAdministrator},
+    {"settings", "set-default", R"("setting":16)", kAdministrator},
+    {"settings", "get-default", "", kAdministrator},
+    {"settings", "add-setting", R"("path":"/","role":"readers","setting":112)", kAdministrator},
+    {"settings", "remove-setting", R"("path":"plans","role":"readers")", kAdministrator},
+    {"settings", "clear-settings", R"("path":"plans")", kAdministrator},
+    {"settings", "list-settings", R"("path":"plans")", kAdministrator},
+    {"settings", "role-settings", R"("role":"readers")", kAdministrator},
+    {"settings", "user-settings", R"("user":"norole")", kAdministrator},
+    {"settings", "local-db", R"("user":"norole","sid1":"","sid2":"")", "nap"},
+    {"directories", "create", R"("path":"new","ref":"HEAD")", kAdministrator},
+    {"directories", "list", R"("ref":"HEAD")", kAdministrator},
+    {"directories", "delete", R"("path":"plans","ref":"HEAD")", kAdministrator},
+    {"directories", "rename", R"("path":"plans","ref":"HEAD","newname":"x")", kAdministrator},
+};
+
+// Every file below a directory, with its bytes.
+std::map<std::string, std::string> files_of(const fs::path &directory) {
+    std::map<std::string, std::string> files;
+    for (const auto &entry : fs::recursive_directory_iterator(directory))
+        files[entry.path().string()] =
+            entry.is_regular_file() ? test::read(entry.path()) : std::string();
+    return files;
+}
+
+// A service with the callers in its store and a project with something in it; it can be put back.
+class World {
+  public:
+    explicit World(const char16_t *mode) {
+        EXPECT_TRUE(zPathGetAppData(former_));
+        EXPECT_TRUE(zPathSetAppData(dir_.path().u16string().c_str(), nullptr));
+        fs::create_directory(dir_.path() / "conf");
+        zAuthSvrInit(&table_);
+        service_ = std::make_unique<Service>(mode, &table_);
+        make_users();
+        make_project(*service_, "ann/house");
+        fill_project();
+        make_roles();
+        for (const auto &[from, to] : places()) fs::copy(from, to, fs::copy_options::recursive);
+        whole_ = state();
+    }
+    ~World() {
+        service_.reset();
+        zPathSetAppData(former_, nullptr);
+    }
+
+    Answer ask(const Caller &caller, uint32_t method, std::string target, std::string body) {
+        for (auto *text : {&target, &body})
+            for (const auto &[word, id] : words_)
+                if (const size_t at = text->find(word); at != text->npos)
+                    text->replace(at, word.size(), id);
+        service_->server().throttle = {}; // each is asked as if for the first time
+        service_->log_in(caller.login, caller.code);
+        const bool is_json = body.starts_with('{') || body.starts_with('[');
+        const char16_t *type = is_json ? u"application/json" : u"application/octet-stream";
+        return service_->ask(method, target, body, body.empty() ? nullptr : type);
+    }
+    bool is_whole() const { return state() == whole_; }
+    void put_back() {
+        for (const auto &[from, to] : places()) {
+            fs::remove_all(from);
+            fs::copy(to, from, fs::copy_options::recursive);
+        }
+    }
+    Service &service() { return *service_; }
+
+  private:
+    void make_users() {
+        const std::u16string code = test::wide(kCode);
+        for (const char *login : {"norole", "reader", "writer", "exporter", "chief", "boss"})
+            EXPECT_EQ(table_.CreateUser(test::wide(login).c_str(), u"", code.c_str(), u"",
+                                        std::string_view(login) == "boss", false),
+                      100)
+                << login;
+        EXPECT_EQ(table_.CreateUser(u"locked", u"", code.c_str(), u"", true, true), 100);
+        int32_t outer = -1, inner = -1;
+        EXPECT_EQ(table_.CreateGroup(u"outer", 0, &outer), 100);
+        EXPECT_EQ(table_.CreateGroup(u"inner", outer, &inner), 100);
+        EXPECT_EQ(table_.AddMember(inner, u"chief"), 100);
+        outer_ = outer;
+    }
+    void make_roles() {
+        const auto repository = test::guard(
+            zRepositoryOpenBare(test::wide(service_->at("ann/house")).c_str()), zRepositoryFree);
+        const struct {
+            const zwchar *role, *user, *path;
+            int32_t bits;
+        } rows[] = {{u"readers", u"reader", u"plans", 16},
+                    {u"writers", u"writer", u"plans", 32},
+                    {u"exporters", u"exporter", u"plans", 64},
+                    {u"administrator", u"locked", u"/", 112}};
+        for (const auto &row : rows) {
+            EXPECT_EQ(table_.CreateRole(repository.get(), row.role), 100);
+            EXPECT_EQ(table_.RoleAddUser(repository.get(), row.role, row.user), 100);
+            EXPECT_EQ(table_.AddSetting(repository.get(), row.path, row.role, row.bits), 100);
+        }
+        EXPECT_EQ(table_.RoleAddGroup(repository.get(), u"administrator", outer_), 100);
+    }
+    void fill_project() {
+        const test::TempDir copy;
+        test::run("cd " + copy.path().string() + " && git init -q . && mkdir plans && " +
+                  "echo a > plans/a && git add -A && " +
+                  "git -c user.name=a -c user.email=b commit -qm files && git push -q " +
+                  service_->at("ann/house") + " HEAD:refs/heads/master 2>&1");
+        const auto id = [&](const std::string &what) {
+            return service_->git("ann/house", "rev-parse " + what).substr(0, 40);
+        };
+        words_ = {{"COMMIT", id("master")},
+                  {"TREE", id("master^{tree}")},
+                  {"BLOB", id("master:plans/a")},
+                  {"CODE", kCode}};
+    }
+    std::vector<std::pair<fs::path, fs::path>> places() const {
+        return {{service_->repos(), saved_.path() / "repos"},
+                {dir_.path() / "conf", saved_.path() / "conf"}};
+    }
+    std::map<std::string, std::string> state() const {
+        auto all = files_of(service_->repos());
+        all.merge(files_of(dir_.path() / "conf"));
+        return all;
+    }
+
+    test::TempDir dir_, saved_;
+    zwchar former_[Z_PATH_MAX] = {};
+    AuthTable table_{};
+    std::unique_ptr<Service> service_;
+    int32_t outer_ = -1;
+    std::map<std::string, std::string> words_;
+    std::map<std::string, std::string> whole_;
+};
+
+bool has(std::string_view letters, char letter) { return letters.find(letter) != letters.npos; }
+
+// One operation asked by everybody.
+void expect_row(World &world, const Cell &cell, const char *may) {
+    for (const Caller &caller : kCallers) {
+        const Answer answer = world.ask(caller, cell.method, cell.target, cell.body);
+        const bool refused = answer.code == 401 || answer.code == 403 || answer.code == 429;
+        const bool should = !has(may, caller.letter);
+        EXPECT_EQ(refused, should) << caller.letter << ": " << answer.code << answer.body;
+        const bool unproven = has(kUnproven, caller.letter);
+        if (refused && should && std::string_view(cell.told).find("trees") == std::string::npos) {
+            EXPECT_EQ(answer.code, unproven ? 401 : 403) << caller.letter;
+            EXPECT_EQ(answer.text("error.code"), unproven ? "401" : "403") << caller.letter;
+        }
+        const bool whole = world.is_whole();
+        if (refused) {
+            EXPECT_TRUE(whole) << caller.letter;
+        }
+        if (!whole) world.put_back();
+    }
+}
+
+const Cell *cell_of(std::string_view told) {
+    for (const Cell &cell : kCells)
+        if (cell.told == told) return &cell;
+    return nullptr;
+}
+
+void expect_all(const char16_t *mode, bool required) {
+    World world(mode);
+    for (const auto &operation : zev::rest::kOperations) {
+        SCOPED_TRACE(operation.told);
+        if (const Cell *cell = cell_of(operation.told))
+            expect_row(world, *cell, required ? cell->may : cell->may_else);
+    }
+    for (const CommandCell &each : kCommands) {
+        SCOPED_TRACE(std::string(each.target) + " " + each.name);
+        const std::string_view target = each.target;
+        const bool on_server = target == "user" || target == "group";
+        const Cell cell = {"", Z_HTTP_POST, on_server ? "/rms" : "/repos/ann/house/rms",
+                           R"({"query":{"target":")" + std::string(target) + R"(","name":")" +
+                               each.name + R"(","args":{)" + each.args + "}}}",
+                           each.may};
+        expect_row(world, cell, required ? each.may : kEverybody);
+    }
+}
+
+TEST(Rights, AreAskedForWhereRequired) { expect_all(u"required", true); }
+TEST(Rights, AreLeftToTreesElsewhere) { expect_all(u"none", false); }
+
+TEST(Rights, AreToldForEveryOperation) {
+    for (const auto &operation : zev::rest::kOperations)
+        EXPECT_TRUE(cell_of(operation.told)) << operation.told;
+    std::set<std::string> told_commands, commands;
+    for (const auto &each : kCommands) told_commands.insert(std::string(each.target) + each.name);
+    for (const auto &table : {zev::rest::kServerCommands, zev::rest::kProjectCommands})
+        for (const auto &command : table)
+            commands.insert(test::narrow(command.target) + test::narrow(command.name));
+    EXPECT_EQ(told_commands, commands);
+}
+
+TEST(Rights, AProjectIsNotRemovedByWhatLiesBehindIt) {
+    World world(u"required");
+    const Caller boss = {'p', "boss", kCode};
+    for (const uint32_t method : {Z_HTTP_POST, Z_HTTP_DELETE}) {
+        const Answer answer =
+            world.ask(boss, method, "/repos/ann/house/slip", R"({"query":{"newname":"shed"}})");
+        EXPECT_EQ(answer.code, 400);
+        EXPECT_TRUE(world.is_whole());
+    }
+}
+
+TEST(Rights, TenFailuresShutOut) {
+    World world(u"required");
+    Service &service = world.service();
+    const char *const kTarget = "/repos/ann/house/revisions";
+    const std::string login = R"({"query":{"target":"user","name":"login","args":{)"
+                              R"("login":"reader","password":")";
+    for (int i = 0; i < 5; ++i) {
+        service.log_in("reader", kOtherCode);
+        EXPECT_EQ(service.get(kTarget).code, 401);
+        EXPECT_EQ(service.post("/rms", login + kOtherCode + "\"}}}").text("data.status"), "105");
+    }
+    service.log_in("reader", kCode);
+    EXPECT_EQ(service.get(kTarget).code, 429);
+    EXPECT_EQ(service.post("/rms", login + kCode + "\"}}}").code, 429);
+    service.log_in("writer", kCode); // the address failed as often
+    EXPECT_EQ(service.get(kTarget).code, 429);
+    EXPECT_EQ(service.get(kTarget).message(), "Too many requests");
+}
+
+} // namespace
