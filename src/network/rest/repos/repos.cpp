@@ -304,7 +304,8 @@ HttpResponse *create_project(Call &call) {
     made.take_template(text_at(fields, u"query.tmpl_owner"), text_at(fields, u"query.tmpl_name"));
     made.grant();
     if (!made.publish()) return fail_inside(call);
-    HttpResponse *response = answer(200, repository_record(made.repository.get()));
+    call.repository = std::move(made.repository); // for whoever notes what was made
+    HttpResponse *response = answer(200, repository_record(call.repository.get()));
     return response ? response : fail_inside(call);
 }
 
