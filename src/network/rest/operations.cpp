@@ -32,7 +32,6 @@ constexpr const char16_t *kPatterns[] = {
 
 using enum Need;
 
-// ROWS
 constexpr Operation kTable[] = {
     {Route::projects, Z_HTTP_GET, Form::all, list_projects, login, "GET /repos"},
     {Route::projects, Z_HTTP_GET, Form::owner, list_projects, login, "GET /repos/:owner"},
@@ -50,7 +49,7 @@ constexpr Operation kTable[] = {
      "POST /repos/:owner/:name/commits"},
 
     {Route::trees, Z_HTTP_GET, Form::item, list_tree, read, "GET /repos/:owner/:name/trees/:id"},
-    {Route::trees, Z_HTTP_POST, Form::bare, create_tree, write, "POST /repos/:owner/:name/trees"},
+    {Route::trees, Z_HTTP_POST, Form::bare, create_tree, login, "POST /repos/:owner/:name/trees"},
 
     {Route::blobs, Z_HTTP_GET, Form::item, refuse_blob, nobody,
      "GET /repos/:owner/:name/blobs/:id"},

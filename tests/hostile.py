@@ -1,0 +1,469 @@
+#!/usr/bin/env python3
+"""Hostile heads and bodies against a running server: each is answered or cut within a second, the
+same when it is split at any byte, and others are served meanwhile.
+
+  hostile.py PORT [PID]             the server on the loopback; with its process nothing may be left
+  hostile.py PORT --oracle PORT2    what another server refuses we take only if TAKEN lists it
+"""
+import gzip
+import os
+import socket
+import sys
+import threading
+import time
+
+HOST = "127.0.0.1"
+GET = b"GET /repos HTTP/1.1\r\nHost: x\r\n"
+POST = b"POST /repos HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+
+# name -> (bytes, what may come). "bad": a status of 4xx or the cut. "ok": one answer that is no
+# 4xx but 404. "any": one answer or the cut. A number: that many answers.
+CASES = {}
+
+
+def case(name, data, wanted="bad"):
+    assert name not in CASES, name
+    CASES[name] = (data, wanted)
+
+
+def head(*lines, start=b"GET /repos HTTP/1.1", end=b"\r\n"):
+    return start + b"\r\n" + b"".join(line + b"\r\n" for line in lines) + end
+
+
+def request_lines():
+    for name, line in {
+        "no version": b"GET /repos",
+        "version 0.9": b"GET /repos HTTP/0.9",
+        "version 1.2": b"GET /repos HTTP/1.2",
+        "version 2.0": b"GET /repos HTTP/2.0",
+        "version 1.10": b"GET /repos HTTP/1.10",
+        "version 01.1": b"GET /repos HTTP/01.1",
+        "version without digits": b"GET /repos HTTP/x.y",
+        "version in small letters": b"GET /repos http/1.1",
+        "another protocol": b"GET /repos ICY/1.1",
+        "two blanks": b"GET  /repos HTTP/1.1",
+        "two blanks before the version": b"GET /repos  HTTP/1.1",
+        "blank at the end": b"GET /repos HTTP/1.1 ",
+        "tab for a blank": b"GET\t/repos HTTP/1.1",
+        "blank in front": b" GET /repos HTTP/1.1",
+        "blank in the target": b"GET /re pos HTTP/1.1",
+        "NUL in the target": b"GET /re\0pos HTTP/1.1",
+        "control byte in the target": b"GET /re\x01pos HTTP/1.1",
+        "DEL in the target": b"GET /re\x7fpos HTTP/1.1",
+        "CR in the target": b"GET /re\rpos HTTP/1.1",
+        "no target": b"GET HTTP/1.1",
+        "target without slash": b"GET repos HTTP/1.1",
+        "unknown method": b"BREW /repos HTTP/1.1",
+        "method in small letters": b"get /repos HTTP/1.1",
+        "method with a colon": b"GE:T /repos HTTP/1.1",
+        "no method": b"/repos HTTP/1.1",
+        "empty": b"",
+        "garbage": bytes(range(128, 160)),
+        "TLS hello": b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + b"\x5a" * 40,
+        "SSH": b"SSH-2.0-OpenSSH_9.2",
+        "HTTP/2 preface": b"PRI * HTTP/2.0",
+    }.items():
+        case("line: " + name, line + b"\r\nHost: x\r\n\r\n" if line else b"\r\n\r\n\r\n\r\n")
+    for name, target in {
+        "absolute": b"http://x/repos",
+        "absolute elsewhere": b"http://elsewhere:81/repos",
+        "query without value": b"/repos?a",
+        "many question marks": b"/repos?a=1?b=2",
+        "percent alone": b"/repos/%",
+        "percent and one digit": b"/repos/%4",
+        "percent and letters": b"/repos/%zz",
+        "percent NUL": b"/repos/%00",
+        "overlong UTF-8": b"/repos/%c0%ae%c0%ae/x",
+        "climbing": b"/repos/../../etc/passwd",
+        "climbing, escaped": b"/repos/%2e%2e/%2e%2e/etc/passwd",
+        "climbing, escaped twice": b"/repos/%252e%252e/x",
+        "backslashes": b"/repos/..\\..\\x",
+        "many slashes": b"///repos////",
+        "dot segments": b"/./repos/./.",
+        "colon keys": b"/repos?:owner=..&:name=..",
+        "fragment": b"/repos#x",
+        "semicolons": b"/repos;a=b",
+        "asterisk": b"*",
+        "high bytes": b"/repos/\xff\xfe",
+        "longest": b"/repos/" + b"a" * 1900,
+    }.items():
+        case("target: " + name, b"GET " + target + b" HTTP/1.1\r\nHost: x\r\n\r\n", "any")
+    case("target: too long", b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\nHost: x\r\n\r\n")
+    case("target: far too long", b"GET /" + b"a" * 40000 + b" HTTP/1.1\r\nHost: x\r\n\r\n")
+    case("line: LF alone", b"GET /repos HTTP/1.1\nHost: x\n\n")
+    case("line: CR alone", b"GET /repos HTTP/1.1\rHost: x\r\r")
+    case("line: CR CR LF", b"GET /repos HTTP/1.1\r\r\nHost: x\r\n\r\n")
+    case("line: one empty line in front", b"\r\n" + GET + b"\r\n", "any")
+    case("line: empty lines in front", b"\r\n" * 50 + GET + b"\r\n", "any")
+
+
+def fields():
+    for name, lines in {
+        "blank before the colon": [b"Host : x"],
+        "tab before the colon": [b"Host\t: x"],
+        "blank in a name": [b"Host: x", b"A B: c"],
+        "blank in front": [b" Host: x"],
+        "folded": [b"Host: x", b"A: b", b" c"],
+        "folded by a tab": [b"Host: x", b"A: b", b"\tc"],
+        "no colon": [b"Host: x", b"Nonsense"],
+        "no name": [b"Host: x", b": value"],
+        "NUL in a value": [b"Host: x", b"A: b\0c"],
+        "NUL in a name": [b"Host: x", b"A\0: b"],
+        "CR in a value": [b"Host: x", b"A: b\rc"],
+        "LF in a value": [b"Host: x", b"A: b\nc"],
+        "control byte in a value": [b"Host: x", b"A: b\x01c"],
+        "DEL in a value": [b"Host: x", b"A: b\x7fc"],
+        "high byte in a name": [b"Host: x", b"\xc3\xa4: b"],
+        "separator in a name": [b"Host: x", b"A(b): c"],
+        "quote in a name": [b"Host: x", b"\"a\": c"],
+        "slash in a name": [b"Host: x", b"a/b: c"],
+        "two hosts": [b"Host: x", b"Host: y"],
+        "two lengths": [b"Host: x", b"Content-Length: 0", b"Content-Length: 0"],
+        "two lengths that differ": [b"Host: x", b"Content-Length: 1", b"Content-Length: 2"],
+        "two encodings": [b"Host: x", b"Content-Encoding: gzip", b"Content-Encoding: gzip"],
+        "two users": [b"Host: x", b"X-ZEV-USER: a", b"X-ZEV-USER: b"],
+        "two codes": [b"Host: x", b"X-ZEV-CODE: a", b"x-zev-code: b"],
+        "129 fields": [b"Host: x"] + [b"A%d: b" % i for i in range(128)],
+        "one long field": [b"Host: x", b"A: " + b"b" * 40000],
+        "one long name": [b"Host: x", b"A" * 40000 + b": b"],
+        "many long fields": [b"Host: x"] + [b"A%d: " % i + b"b" * 900 for i in range(60)],
+        "length below 0": [b"Host: x", b"Content-Length: -1"],
+        "length with a sign": [b"Host: x", b"Content-Length: +1"],
+        "length in hexadecimal": [b"Host: x", b"Content-Length: 0x1"],
+        "length with a blank": [b"Host: x", b"Content-Length: 1 1"],
+        "length with a comma": [b"Host: x", b"Content-Length: 1, 1"],
+        "length of letters": [b"Host: x", b"Content-Length: many"],
+        "no length": [b"Host: x", b"Content-Length:"],
+        "length of 2^64": [b"Host: x", b"Content-Length: 18446744073709551616"],
+        "length of 2^64 + 1": [b"Host: x", b"Content-Length: 18446744073709551617"],
+        "length of 2^63": [b"Host: x", b"Content-Length: 9223372036854775808"],
+        "length of 200 digits": [b"Host: x", b"Content-Length: " + b"1" * 200],
+        "length above the limit": [b"Host: x", b"Content-Length: 99999999999"],
+        "length beside chunks": [b"Host: x", b"Content-Length: 3", b"Transfer-Encoding: chunked"],
+        "chunks beside a length": [b"Host: x", b"Transfer-Encoding: chunked", b"Content-Length: 3"],
+        "chunked twice": [b"Host: x", b"Transfer-Encoding: chunked, chunked"],
+        "two codings": [b"Host: x", b"Transfer-Encoding: chunked", b"Transfer-Encoding: chunked"],
+        "gzip, chunked": [b"Host: x", b"Transfer-Encoding: gzip, chunked"],
+        "chunked, gzip": [b"Host: x", b"Transfer-Encoding: chunked, gzip"],
+        "unknown coding": [b"Host: x", b"Transfer-Encoding: xchunked"],
+        "identity": [b"Host: x", b"Transfer-Encoding: identity"],
+        "coding in quotes": [b"Host: x", b"Transfer-Encoding: \"chunked\""],
+        "coding with a parameter": [b"Host: x", b"Transfer-Encoding: chunked;a=b"],
+        "coding with VT": [b"Host: x", b"Transfer-Encoding: \x0bchunked"],
+        "empty coding": [b"Host: x", b"Transfer-Encoding:"],
+    }.items():
+        case("field: " + name, head(*lines, start=b"POST /repos HTTP/1.1"))
+    case("field: chunks on 1.0",
+         b"POST /repos HTTP/1.0\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n")
+    for name, lines in {
+        "none": [],
+        "empty host": [b"Host:"],
+        "odd host": [b"Host: a b"],
+        "host with a port": [b"Host: x:99999"],
+        "high bytes in a value": [b"Host: x", b"A: \xff\xfe"],
+        "tabs around a value": [b"Host: x", b"A:\t b \t"],
+        "no value": [b"Host: x", b"A:"],
+        "127 fields": [b"Host: x"] + [b"A%d: b" % i for i in range(126)],
+        "same name often": [b"Host: x"] + [b"A: b"] * 100,
+        "odd language": [b"Host: x", b"Accept-Language: ../../../etc/passwd"],
+        "long language": [b"Host: x", b"Accept-Language: " + b"a" * 5000],
+        "percent in the language": [b"Host: x", b"Accept-Language: %s%n%300000000s"],
+        "odd encoding": [b"Host: x", b"Accept-Encoding: gzip;q=0, br, \"gzip"],
+        "odd connection": [b"Host: x", b"Connection: close, keep-alive, x"],
+        "upgrade": [b"Host: x", b"Connection: Upgrade", b"Upgrade: websocket"],
+        "h2c": [b"Host: x", b"Connection: Upgrade, HTTP2-Settings", b"Upgrade: h2c",
+                b"HTTP2-Settings: AAMAAABkAAQAAP__"],
+        "expect nonsense": [b"Host: x", b"Expect: everything"],
+        "expect without a body": [b"Host: x", b"Expect: 100-continue"],
+        "user of 30,000": [b"Host: x", b"X-ZEV-USER: " + b"u" * 30000],
+        "user with percents": [b"Host: x", b"X-ZEV-USER: %s%s%n", b"X-ZEV-CODE: %d"],
+        "range": [b"Host: x", b"Range: bytes=0-0,1-1,2-2"],
+        "conditions": [b"Host: x", b"If-None-Match: *", b"If-Match: x"],
+    }.items():
+        case("field, odd: " + name, head(*lines), "any")
+
+
+def chunks():
+    chunked = POST + b"Transfer-Encoding: chunked\r\n\r\n"
+    for name, body in {
+        "no size": b"\r\nab\r\n0\r\n\r\n",
+        "size below 0": b"-1\r\na\r\n0\r\n\r\n",
+        "size with a sign": b"+1\r\na\r\n0\r\n\r\n",
+        "size with 0x": b"0x1\r\na\r\n0\r\n\r\n",
+        "size of letters": b"xyz\r\n",
+        "blank before the size": b" 1\r\na\r\n0\r\n\r\n",
+        "size of 17 digits": b"11111111111111111\r\n",
+        "size of 2^64": b"10000000000000000\r\n",
+        "size of 2^63": b"8000000000000000\r\n",
+        "size above the limit": b"ffffffffff\r\n",
+        "longer than it says": b"1\r\nab\r\n0\r\n\r\n",
+        "shorter than it says": b"3\r\na\r\n0\r\n\r\n\r\n",
+        "LF behind the size": b"1\na\r\n0\r\n\r\n",
+        "LF behind the data": b"1\r\na\n0\r\n\r\n",
+        "CR behind the size": b"1\ra\r\n0\r\n\r\n",
+        "CR and a byte": b"1\r\na\rx0\r\n\r\n",
+        "no end of the data": b"1\r\na0\r\n\r\n",
+        "LF at the end": b"0\n\n",
+        "long extension": b"1;" + b"a" * 20000 + b"\r\na\r\n0\r\n\r\n",
+        "control byte in an extension": b"1;a\x01b\r\na\r\n0\r\n\r\n",
+        "long trailers": b"0\r\n" + b"".join(b"A%d: b\r\n" % i for i in range(9000)) + b"\r\n",
+        "one long trailer": b"0\r\nA: " + b"b" * 40000 + b"\r\n\r\n",
+    }.items():
+        case("chunk: " + name, chunked + body)
+    for name, body in {
+        "one": b"2\r\n{}\r\n0\r\n\r\n",
+        "leading zeros": b"0002\r\n{}\r\n000\r\n\r\n",
+        "bytes apart": b"1\r\n{\r\n1\r\n}\r\n0\r\n\r\n",
+        "extension": b"2;a=b\r\n{}\r\n0\r\n\r\n",
+        "trailer": b"2\r\n{}\r\n0\r\nA: b\r\n\r\n",
+        "trailer that would be a length": b"2\r\n{}\r\n0\r\nContent-Length: 5\r\n\r\n",
+        "trailer that would be a user": b"2\r\n{}\r\n0\r\nX-ZEV-USER: admin\r\n\r\n",
+        "nothing": b"0\r\n\r\n",
+    }.items():
+        case("chunk, odd: " + name, chunked + body, 1)
+
+
+def sized(body, *lines):
+    return POST + b"".join(line + b"\r\n" for line in lines) + b"Content-Length: %d\r\n\r\n" % len(
+        body) + body
+
+
+def bodies():
+    zipped = gzip.compress(b'{"query":{}}')
+    bomb = gzip.compress(b"[" + b" " * (80 << 20) + b"]", 9)
+    for name, data in {
+        "no JSON": sized(b"nonsense"),
+        "empty": sized(b""),
+        "deep": sized(b"[" * 100000),
+        "deep and closed": sized(b"[" * 300 + b"]" * 300),
+        "deep objects": sized(b'{"a":' * 50000),
+        "open text": sized(b'{"a": "' + b"b" * 100000),
+        "bad UTF-8": sized(b'{"query": "\xff\xfe"}'),
+        "half a pair": sized(b'{"query": {"owner": "\\ud800", "name": "x"}}'),
+        "NUL": sized(b'{"query": {"owner": "a\0b", "name": "x"}}'),
+        "NUL, escaped": sized(b'{"query": {"owner": "a\\u0000b", "name": "x"}}'),
+        "huge number": sized(b'{"query": ' + b"9" * 5000 + b"}"),
+        "huge exponent": sized(b'{"query": 1e999999999}'),
+        "two values": sized(b"{}{}"),
+        "byte order mark": sized(b"\xef\xbb\xbf{}"),
+        "UTF-16": sized('{"query": {}}'.encode("utf-16")),
+        "climbing names": sized(b'{"query": {"owner": "..", "name": ".."}}'),
+        "slashes in names": sized(b'{"query": {"owner": "a/b", "name": "x"}}'),
+        "names of blanks": sized(b'{"query": {"owner": " ", "name": "\\n"}}'),
+        "long names": sized(b'{"query": {"owner": "' + b"o" * 300 + b'", "name": "x"}}'),
+        "null names": sized(b'{"query": {"owner": null, "name": null}}'),
+        "wrong types": sized(b'{"query": {"owner": [1], "name": {}}}'),
+        "query is a list": sized(b'{"query": [1, 2]}'),
+        "bomb": sized(bomb, b"Content-Encoding: gzip"),
+        "gzip, cut": sized(zipped[:-6], b"Content-Encoding: gzip"),
+        "gzip, damaged": sized(zipped[:12] + b"\xff\xff\xff" + zipped[15:], b"Content-Encoding: gzip"),
+        "gzip, wrong sum": sized(zipped[:-8] + b"\0" * 8, b"Content-Encoding: gzip"),
+        "no gzip": sized(b"{}", b"Content-Encoding: gzip"),
+        "deflate that is gzip": sized(zipped, b"Content-Encoding: deflate"),
+        "unknown encoding": sized(b"{}", b"Content-Encoding: br"),
+        "encodings in a row": sized(zipped, b"Content-Encoding: gzip, gzip"),
+    }.items():
+        case("body: " + name, data, "any" if name in ("deflate that is gzip",) else "bad")
+    for name, path in {
+        "object": b"PUT /repos/o/n/objects/" + b"a" * 40,
+        "rows": b"PUT /repos/o/n/tables/" + b"a" * 40,
+        "keys": b"PATCH /repos/o/n/tables/" + b"a" * 40,
+        "pack": b"POST /repos/o/n/packs",
+    }.items():
+        for what, body in {"nothing": b"", "garbage": b"\xff" * 64, "lengths": b"\x7f\xff\xff\xff" * 8}.items():
+            case(f"body: {name} of {what}", path + b" HTTP/1.1\r\nHost: x\r\nContent-Length: %d\r\n\r\n" %
+                 len(body) + body)
+
+
+def several():
+    close = GET + b"Connection: close\r\n\r\n"
+    case("two in one write", GET + b"\r\n" + close, 2)
+    case("ten in one write", (GET + b"\r\n") * 9 + close, 10)
+    case("a request in a body", POST + b"Content-Length: %d\r\n\r\n" % len(close) + close, 1)
+    case("bytes behind a request", GET + b"\r\nnonsense", "any")
+    case("garbage behind a closing one", close + b"\0\1\2nonsense", 1)
+    case("close on 1.0", b"GET /repos HTTP/1.0\r\n\r\n", 1)
+    case("keep-alive on 1.0", b"GET /repos HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", 1)
+    case("HEAD", b"HEAD /repos HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n", 1)
+    case("OPTIONS", b"OPTIONS * HTTP/1.1\r\nHost: x\r\n\r\n", "any")
+    case("TRACE", b"TRACE /repos HTTP/1.1\r\nHost: x\r\n\r\n", "any")
+    case("CONNECT", b"CONNECT x:80 HTTP/1.1\r\nHost: x:80\r\n\r\n", "any")
+    case("a response", b"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")
+    case("GET with a body", GET + b"Content-Length: 5\r\nConnection: close\r\n\r\nhello", 1)
+    case("chunked GET", GET + b"Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n0\r\n\r\n", 1)
+
+
+# What the oracle refuses and we take, each with its reason.
+TAKEN = {
+    # name of a case: why
+}
+
+
+def exchange(port, data, split=None, most=1.0):
+    """All that comes until the peer closes or nothing comes for a moment, and the time that took."""
+    began = time.monotonic()
+    with socket.create_connection((HOST, port), timeout=most) as peer:
+        peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        answer = b""
+        closed = False
+        try:
+            for piece in (data,) if split is None else (data[:split], data[split:]):
+                peer.sendall(piece)
+            while True:
+                peer.settimeout(most if not answer else 0.06)
+                block = peer.recv(65536)
+                if not block:
+                    closed = True
+                    break
+                answer += block
+        except (ConnectionError, BrokenPipeError):
+            closed = True
+        except TimeoutError:
+            pass
+    return answer, closed, time.monotonic() - began
+
+
+def statuses(answer):
+    found = []
+    while answer.startswith(b"HTTP/1.1 "):
+        status = int(answer[9:12])
+        top, _, rest = answer.partition(b"\r\n\r\n")
+        length = 0
+        for line in top.split(b"\r\n"):
+            if line.lower().startswith(b"content-length:"):
+                length = int(line.split(b":")[1])
+        if status >= 200:
+            found.append(status)
+        if rest.startswith(b"HTTP/1.1 "):  # an answer to HEAD
+            length = 0
+        answer = rest[length:]
+    return found
+
+
+def judge(wanted, answer, closed, seconds):
+    if not answer and not closed:
+        return "neither answered nor cut"
+    if seconds > 1.2:
+        return f"took {seconds:.1f} s"
+    found = statuses(answer)
+    if wanted == "bad":
+        ok = (not found and closed) or (found and all(400 <= s < 500 or s in (500,) for s in found))
+        return None if ok else f"answered {found}"
+    if wanted == "any":
+        return None if len(found) <= 2 else f"answered {found}"
+    if isinstance(wanted, int):
+        return None if len(found) == wanted else f"{len(found)} answers: {found}"
+    return None
+
+
+class Others(threading.Thread):
+    """A client beside the hostile ones; how long its answers took."""
+
+    def __init__(self, port):
+        super().__init__(daemon=True)
+        self.port, self.stop, self.worst, self.count, self.failed = port, False, 0.0, 0, []
+
+    def run(self):
+        peer = socket.create_connection((HOST, self.port), timeout=5)
+        while not self.stop:
+            began = time.monotonic()
+            peer.sendall(GET + b"\r\n")
+            answer = peer.recv(65536)
+            self.worst = max(self.worst, time.monotonic() - began)
+            self.count += 1
+            if not answer.startswith(b"HTTP/1.1 "):
+                self.failed.append(answer[:60])
+                return
+            time.sleep(0.005)
+        peer.close()
+
+
+def slow_clients(port, number=300, seconds=3.0):
+    """Heads and bodies a byte at a time, readers that don't read, silence."""
+    peers = []
+    for i in range(number):
+        peer = socket.create_connection((HOST, port), timeout=5)
+        peer.setblocking(False)
+        kind = i % 4
+        data = {0: GET + b"\r\n", 1: sized(b" " * 200), 2: (GET + b"\r\n") * 200, 3: b""}[kind]
+        peers.append([peer, data, 0, kind])
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        for entry in peers:
+            peer, data, at, kind = entry
+            step = 1 if kind < 2 else len(data)
+            if kind == 3 or at >= len(data):
+                continue
+            try:
+                entry[2] += peer.send(data[at:at + step])
+            except (BlockingIOError, ConnectionError):
+                pass
+        time.sleep(0.02)
+    for peer, *_ in peers:
+        peer.close()
+
+
+def descriptors(pid):
+    return len(os.listdir(f"/proc/{pid}/fd"))
+
+
+def settled(pid, before):
+    """Connections that were closed are known as such to the server a moment later."""
+    end = time.monotonic() + 5
+    while time.monotonic() < end:
+        if descriptors(pid) <= before:
+            return True
+        time.sleep(0.02)
+    return False
+
+
+def main():
+    port = int(sys.argv[1])
+    oracle = int(sys.argv[3]) if "--oracle" in sys.argv else None
+    pid = int(sys.argv[2]) if len(sys.argv) == 3 else None
+    for family in (request_lines, fields, chunks, bodies, several):
+        family()
+    faults = []
+    before = descriptors(pid) if pid else 0
+    others = Others(port)
+    others.start()
+    outcomes = {}
+    for name, (data, wanted) in CASES.items():
+        answer, closed, seconds = exchange(port, data)
+        outcomes[name] = statuses(answer)
+        fault = judge(wanted, answer, closed, seconds)
+        if fault:
+            faults.append(f"{name}: {fault}")
+    splits = 0
+    for name in [n for n, (d, w) in CASES.items() if len(d) <= 160][::4]:
+        data, _ = CASES[name]
+        for at in range(1, len(data)):
+            answer, closed, _ = exchange(port, data, at)
+            splits += 1
+            if statuses(answer) != outcomes[name]:
+                faults.append(f"{name}, split at {at}: {statuses(answer)}, whole: {outcomes[name]}")
+                break
+    slow_clients(port)
+    others.stop = True
+    others.join(5)
+    if others.failed or others.worst > 1.0 or others.count < 50:
+        faults.append(f"others: {others.count} answers, worst {others.worst:.2f} s {others.failed}")
+    if pid and not settled(pid, before):
+        faults.append(f"descriptors: {before} before, {descriptors(pid)} now")
+    if oracle:
+        for name, (data, wanted) in CASES.items():
+            theirs = statuses(exchange(oracle, data)[0])
+            refused = not theirs or theirs[0] in (400, 405, 411, 413, 414, 431, 494, 501, 505)
+            ours = outcomes[name]
+            taken = bool(ours) and ours[0] not in (400, 413, 414, 431)
+            if refused and taken and name not in TAKEN and not name.startswith("body"):
+                faults.append(f"{name}: the oracle refuses ({theirs}), we answer {ours}")
+    for fault in faults:
+        print("FAULT", fault)
+    print(f"{len(CASES)} cases, {splits} splits, {others.count} answers beside them, "
+          f"the slowest {others.worst * 1000:.0f} ms, {len(faults)} faults")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

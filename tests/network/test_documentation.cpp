@@ -1,0 +1,65 @@
+// docs/rest.md and the service tell of the same operations.
+#include "network/rest/operations.hpp"
+#include "support.hpp"
+
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+
+using namespace zev::rest;
+
+namespace {
+
+std::string service_page() {
+    std::ostringstream all;
+    all << std::ifstream(ZEV_DOCS "/rest.md").rdbuf();
+    return all.str();
+}
+
+// The names of a command table by its target, as the page has them: `name` behind `target`.
+std::set<std::string> told_commands(const std::string &page, const std::string &section) {
+    std::set<std::string> result;
+    std::istringstream lines(page.substr(page.find("### " + section)));
+    std::string line;
+    std::getline(lines, line);
+    while (std::getline(lines, line) && !line.starts_with("#")) {
+        if (!line.starts_with("| `")) continue;
+        std::string target;
+        for (size_t at = line.find('`'); at != line.npos; at = line.find('`', at + 1)) {
+            const size_t end = line.find('`', at + 1);
+            const std::string word = line.substr(at + 1, end - at - 1);
+            if (target.empty())
+                target = word;
+            else
+                result.insert(target + " " + word);
+            at = end;
+        }
+    }
+    return result;
+}
+
+std::set<std::string> known_commands(std::span<const Command> table) {
+    std::set<std::string> result;
+    for (const Command &command : table)
+        result.insert(test::narrow(command.target) + " " + test::narrow(command.name));
+    return result;
+}
+
+} // namespace
+
+TEST(Documentation, EveryOperationOfTheServiceAndNoOther) {
+    std::set<std::string> told, known;
+    std::istringstream lines(service_page());
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("### ")) told.insert(line.substr(4));
+    for (const Operation &operation : kOperations) known.insert(operation.told);
+    EXPECT_EQ(told, known);
+}
+
+TEST(Documentation, EveryCommandOfTheRightsAndNoOther) {
+    const std::string page = service_page();
+    EXPECT_EQ(told_commands(page, "POST /rms"), known_commands(kServerCommands));
+    EXPECT_EQ(told_commands(page, "POST /repos/:owner/:name/rms"),
+              known_commands(kProjectCommands));
+}
