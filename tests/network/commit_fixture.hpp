@@ -14,7 +14,8 @@ inline std::string commit_file(const Service &service, const std::string &projec
     const std::string put =
         bytes ? "git update-index --add --cacheinfo 100644,$(git hash-object -w " + file.string() +
                     ")," + path
-              : "git update-index --force-remove " + path;
+              : "printf '0 " + std::string(40, '0') + "\\t" + path +
+                    "\\n' | git update-index --index-info";
     return run("cd " + service.at(project) + " && export GIT_INDEX_FILE=$PWD/../index" +
                " GIT_AUTHOR_DATE=" + date + " GIT_COMMITTER_DATE=" + date +
                " && git read-tree --empty && { git read-tree HEAD 2>/dev/null || true; } && " +

@@ -8,7 +8,7 @@ using test::Answer, test::be32, test::Service;
 
 namespace {
 
-// "bob" reads docs alone, "eve" nothing, "ann" all.
+// "bob" reads docs alone, "eve" what is not there, "ann" all.
 AuthTable rules() {
     AuthTable table{};
     table.CheckUser = [](const zwchar *, const zwchar *, bool) -> int32_t { return Z_AUTH_DONE; };
@@ -17,13 +17,13 @@ AuthTable rules() {
     };
     table.UserSettings = [](Repository *, const zwchar *user, Json **list) -> int32_t {
         const std::u16string_view name = user;
-        const zwchar *path = name == u"bob" ? u"docs" : u"/";
-        *list = zJsonNewArray(
-            zJsonNewObject(u"setting",
-                           zJsonNewObject(u"path", zJsonNewString(path), u"privilege",
-                                          zJsonNewInt(name == u"eve" ? 0 : 0x10), nullptr),
-                           nullptr),
-            nullptr);
+        const zwchar *path = name == u"bob" ? u"docs" : name == u"eve" ? u"attic" : u"/";
+        *list =
+            zJsonNewArray(zJsonNewObject(u"setting",
+                                         zJsonNewObject(u"path", zJsonNewString(path), u"privilege",
+                                                        zJsonNewInt(Z_PRIVILEGE_READ), nullptr),
+                                         nullptr),
+                          nullptr);
         return Z_AUTH_DONE;
     };
     return table;

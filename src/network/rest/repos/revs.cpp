@@ -30,9 +30,13 @@ bool set_base(const Call &call, RevSpec *spec) {
 bool set_time(const Call &call, RevSpec *spec, const zwchar *name,
               bool (*set)(RevSpec *, const Time *)) {
     const zwchar *text = capture(call, name);
+    constexpr zwchar kForm[] = u"%Y-%m-%dT%H:%M:%SZ";
+    zwchar whole[32] = {}; // a text that breaks off is taken for a date, too
     Time time;
     if (!text) return true;
-    return zTimeParseGlobal(&time, text, u"%Y-%m-%dT%H:%M:%SZ") && set(spec, &time);
+    return zTimeParseGlobal(&time, text, kForm) &&
+           zTimeFormatGlobal(whole, std::size(whole), kForm, time.seconds) &&
+           zStrsameW(whole, text) && set(spec, &time);
 }
 
 HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
@@ -81,6 +85,9 @@ HttpResponse *list_revisions(Call &call) {
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const SpecPtr spec(zRevSpecNew());
     if (HttpResponse *refusal = fill_spec(call, spec.get())) return refusal;
+    RevBase *base = zRevSpecBase(spec.get()); // a branch that isn't there would count as unborn
+    if (zRevBaseType(base) == Z_REV_BY_REF && !zRevBaseResolve(base, call.repository.get()))
+        return refuse(call, 404);
     std::vector<Oid> ids;
     if (!revision_ids(call.repository.get(), spec.get(), ids)) return refuse(call, 404);
     Tree entries(zJsonNew(Z_JSON_ARRAY));
