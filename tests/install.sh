@@ -43,3 +43,7 @@ echo '#include <zev/zev.h>' | cc -E -P -I"$work/root/include" -x c - |
   grep -oE '\bz[A-Z][A-Za-z0-9]*\(' | tr -d '(' | sort -u >"$work/declared"
 if comm -13 "$work/visible" "$work/declared" | grep .; then echo "declared, not there" >&2; exit 1; fi
 if comm -23 "$work/visible" "$work/declared" | grep .; then echo "there, not declared" >&2; exit 1; fi
+
+# The authentication module lies beside the library, finds it there, and shows one symbol.
+[ "$(nm -D --defined-only "$lib/libzevauth.so" | awk '{print $3}')" = zAuthSvrInit ]
+ldd "$lib/libzevauth.so" | grep -q "libzev.so.1 => $lib/"

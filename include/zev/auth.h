@@ -28,6 +28,11 @@ enum {
 
 // Filled by the module, in this order. Passwords come in their wire form, 40 hexadecimal digits.
 // An `out` is written on success alone: trees go back through zJsonFree, texts through free.
+//
+// Logins, and names of groups and roles, are 1 to 64 units of what the rule of names lets through;
+// they and paths compare without regard to case. What is added twice is done, what is taken away
+// and isn't there is Z_AUTH_NOT_FOUND. "admin" and the last user with power stay
+// (Z_AUTH_POWER_NEEDED); so does the root group (Z_AUTH_BAD_ARGUMENT).
 typedef struct AuthTable {
     void *module; // the handle of the loaded module
 
@@ -37,8 +42,10 @@ typedef struct AuthTable {
                           const zwchar *mail, bool power, bool lock);
     int32_t (*DeleteUser)(const zwchar *login);
     int32_t (*ResetPassword)(const zwchar *login, const zwchar *password);
-    int32_t (*UserInfo)(const zwchar *login, Json **info); // `user.name` and more
+    // {user: {login, name, mail, power, lock}}, and an array of these.
+    int32_t (*UserInfo)(const zwchar *login, Json **info);
     int32_t (*UserList)(Json **list);
+    // The password is judged first, then lock and power. One who never had a password is locked.
     int32_t (*Login)(const zwchar *login, const zwchar *password, bool power);
     int32_t (*CheckUser)(const zwchar *login, const zwchar *password, bool power);
 
@@ -56,13 +63,14 @@ typedef struct AuthTable {
     int32_t (*CreateRole)(Repository *repo, const zwchar *name);
     int32_t (*DeleteRole)(Repository *repo, const zwchar *name);
     int32_t (*RenameRole)(Repository *repo, const zwchar *name, const zwchar *newname);
-    int32_t (*RoleList)(Repository *repo, Json **list);
+    int32_t (*RoleList)(Repository *repo, Json **list); // [{name}]
     int32_t (*RoleAddUser)(Repository *repo, const zwchar *name, const zwchar *user);
     int32_t (*RoleRemoveUser)(Repository *repo, const zwchar *name, const zwchar *user);
     int32_t (*RoleAddGroup)(Repository *repo, const zwchar *name, int32_t id);
     int32_t (*RoleRemoveGroup)(Repository *repo, const zwchar *name, int32_t id);
-    int32_t (*RoleMembers)(Repository *repo, const zwchar *name, Json **members);
+    int32_t (*RoleMembers)(Repository *repo, const zwchar *name, Json **members); // as of a group
 
+    // Bits other than the three don't count. Lists: [{setting: {path, privilege, role}}].
     int32_t (*SetDefault)(Repository *repo, int32_t setting);
     int32_t (*GetDefault)(Repository *repo, int32_t *setting);
     int32_t (*AddSetting)(Repository *repo, const zwchar *path, const zwchar *role,
@@ -72,6 +80,7 @@ typedef struct AuthTable {
     int32_t (*ListSettings)(Repository *repo, const zwchar *path, Json **list);
     int32_t (*RoleSettings)(Repository *repo, const zwchar *role, Json **list);
 
+    // All of them.
     int32_t (*PurgeRoleMembers)(Repository *repo, const zwchar *name);
     // [{setting: {path, privilege}}]: the rules of the user's roles, one element a path.
     int32_t (*UserSettings)(Repository *repo, const zwchar *user, Json **list);
