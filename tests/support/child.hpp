@@ -50,10 +50,10 @@ class Signal {
     }
     Signal(const Signal &) = delete;
     Signal &operator=(const Signal &) = delete;
-    void send(char byte = 1) { EXPECT_EQ(write(ends_[1], &byte, 1), 1); }
+    void send(char byte = 1) { EXPECT_EQ(::write(ends_[1], &byte, 1), 1); }
     char receive() {
         char byte = 0;
-        return read(ends_[0], &byte, 1) == 1 ? byte : '\0';
+        return ::read(ends_[0], &byte, 1) == 1 ? byte : '\0';
     }
 
   private:
