@@ -3,7 +3,6 @@ and a working copy that becomes a project.
   zevd.py ZEVD ZEV DATA    the two programs, and the directory of DXF files"""
 
 import contextlib
-import gzip
 import hashlib
 import http.client
 import json
@@ -25,6 +24,10 @@ def expect(good, what):
     if not good:
         failures.append(what)
         print("failed:", what, file=sys.stderr)
+
+
+def code_of(password):
+    return hashlib.sha1(password.encode("utf-16-le")).hexdigest()
 
 
 def run(*words, stdin="", cwd=None):
@@ -57,25 +60,21 @@ class Service:
         except TimeoutError:
             return "nothing"
 
-    def get(self, path, **fields):
+    def ask(self, method, path, query=None, password=None):
+        """Status and tree of an answer; with a password the administrator asks."""
+        body = json.dumps({"query": query}) if query else None
+        account = {"X-ZEV-USER": "admin", "X-ZEV-CODE": code_of(password)} if password else {}
         connection = http.client.HTTPConnection("localhost", self.port, timeout=10)
-        connection.request("GET", path, headers=fields)
+        connection.request(method, path, body, account)
         answer = connection.getresponse()
-        body = answer.read()
-        if answer.getheader("Content-Encoding") == "gzip":
-            body = gzip.decompress(body)
+        text = answer.read()
         connection.close()
-        return answer.status, json.loads(body)
+        return answer.status, json.loads(text) if text else None
 
     def log_in(self, password):
-        code = hashlib.sha1(password.encode("utf-16-le")).hexdigest()
-        query = {"target": "user", "name": "login", "args": {"login": "admin", "password": code}}
-        connection = http.client.HTTPConnection("localhost", self.port, timeout=10)
-        connection.request("POST", "/rms", json.dumps({"query": query}))
-        answer = connection.getresponse()
-        status = json.loads(answer.read())["data"]["status"]
-        connection.close()
-        return status
+        query = {"target": "user", "name": "login",
+                 "args": {"login": "admin", "password": code_of(password)}}
+        return self.ask("POST", "/rms", query)[1]["data"]["status"]
 
     def stop(self, number=signal.SIGTERM):
         self.process.send_signal(number)
@@ -166,11 +165,22 @@ def serve(conf):
     service = Service(conf)
     expect(service.port, "it serves")
     expect(service.told() == "READY=1", "the manager is told that it is ready")
-    status, health = service.get("/health")
+    status, health = service.ask("GET", "/health")
     expect(status == 200 and health["data"]["writable"] is True, "health: %s" % health)
 
     expect((service.log_in("secret"), service.log_in("other")) == (100, 105),
            "the administrator's password is the one that was given")
+
+    expect(service.ask("GET", "/repos")[0] == 401, "nobody looks around without a login")
+    hall = {"owner": "team", "name": "hall"}
+    expect(service.ask("POST", "/repos", hall, "secret")[0] == 200, "a project is made")
+    expect(service.ask("GET", "/health")[1]["data"]["projects"] == 1, "health counts it")
+    expect(service.ask("DELETE", "/repos/team/hall", None, "secret")[0] == 204, "and removed")
+    with open(os.path.dirname(conf) + "/logs/audit.log") as file:
+        acts = [json.loads(line) for line in file]
+    expect([(act["act"], act["owner"], act["project"], act["login"], act["status"])
+            for act in acts] == [("refused", "", "", "", 401), ("create", "team", "hall", "admin", 200),
+                                 ("delete", "team", "hall", "admin", 204)], "the audit: %s" % acts)
 
     code, out, err = run(ZEVD, "run", "--config", conf)
     expect(code == 7 and "another zevd serves it" in err, "a second server: " + err)
@@ -184,7 +194,7 @@ def serve(conf):
     expect('"GET /health HTTP/1.1" 200 ' in open(log).read(), "the request is written down")
     os.rename(log, log + ".1")
     service.process.send_signal(signal.SIGHUP)
-    service.get("/health")
+    service.ask("GET", "/health")
     expect(open(log).read().count("\n") == 1, "the log begins anew behind a hangup")
 
     # A large upload is under way when the end comes.
@@ -201,7 +211,7 @@ def serve(conf):
 
     both = [Service(conf, "--shared"), Service(conf, "--shared")]
     for each in both:
-        expect(each.port and each.get("/health")[0] == 200, "two that share")
+        expect(each.port and each.ask("GET", "/health")[0] == 200, "two that share")
     for each, number in zip(both, (signal.SIGINT, signal.SIGTERM)):
         expect(each.stop(number) == 0, "they end")
 
