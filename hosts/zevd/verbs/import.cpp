@@ -92,13 +92,32 @@ void copy_references(Repository *copy, Repository *project) {
     check(zReferenceSetHead(project, zBranchMerge(head.get())), "the default branch");
 }
 
-// Row by row, so that the project's tables hold what can be read and nothing else. The tag goes up
-// as behind each store: what is committed from now on gets keys of its own.
+// The highest tag of a row, 0 without rows. Keys stand in the order of their tags; behind them
+// stands the counter's own, all ones.
+uint64_t highest_tag(Table *table) {
+    const Owned<TableIter, zTableIterFree> iter(check(zTableIterNew(table), "a table"));
+    zTableIterSeekToLast(iter.get());
+    for (; !zTableIterDone(iter.get()); zTableIterPrev(iter.get())) {
+        const void *key = nullptr;
+        uint64_t length = 0, tag = 0;
+        check(zTableIterKey(&key, &length, iter.get()), "a table");
+        if (length != sizeof(DrawingKey)) continue;
+        for (int i = 0; i < 8; ++i) tag = tag << 8 | static_cast<const uint8_t *>(key)[i];
+        if (tag != UINT64_MAX) return tag;
+    }
+    return 0;
+}
+
+// Row by row, so that the project's tables hold what can be read and nothing else. The counter goes
+// above every row, also where the copy's lags behind or is missing, as in one that was split: what
+// is committed from now on gets keys of its own.
 void copy_table(Repository *copy, Repository *project, const Oid &id) {
     const OwnedTable from(check(zTableByid(copy, &id), "a table of the copy"));
     const OwnedTable to(check(zTableByid(project, &id), "a table"));
     const OwnedStream rows(check(zTableWriteOut(from.get()), "a table of the copy"));
-    check(zTableReadStream(to.get(), rows.get()) && zTableTagIncrement(to.get()), "a table");
+    check(zTableReadStream(to.get(), rows.get()), "a table");
+    const uint64_t tag = std::max(zTableTagGet(to.get()), highest_tag(to.get()));
+    check(zTableTagSet(to.get(), tag + 1), "a table");
 }
 
 uint64_t copy_tables(Repository *copy, Repository *project) {
