@@ -22,7 +22,7 @@ namespace {
 constexpr const zwchar *kAdministrators = u"administrator"; // the role
 
 HttpResponse *forbid(const Call &call, Here at = {}) {
-    return refuse(call, 403, u"admin.ePermissionDenied", nullptr, at);
+    return refuse(call, 403, nullptr, nullptr, at);
 }
 
 // ---- Who asks
