@@ -16,6 +16,8 @@ namespace {
 
 constexpr size_t kLoginMax = 65; // a unit more than a name may have
 constexpr size_t kNetwork = 8;   // bytes of an IPv6 address
+// What an IPv4 address begins with where a socket takes both.
+constexpr unsigned char kMapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
 
 // A clock that was set back must not shut anybody out until it has caught up.
 bool is_recent(int64_t time, int64_t now) { return now >= time && now - time < limits::login_span; }
@@ -34,6 +36,8 @@ std::u16string address_key(std::u16string_view address) {
     const bool is_new = address.find(u':') != address.npos;
     if (!is_new || uv_inet_pton(AF_INET6, to_utf8(address).c_str(), bytes))
         return std::u16string(u"a").append(address);
+    if (std::equal(std::begin(kMapped), std::end(kMapped), bytes))
+        return std::u16string(u"a").append(address.substr(address.rfind(u':') + 1));
     return std::u16string(u"n").append(bytes, bytes + kNetwork);
 }
 

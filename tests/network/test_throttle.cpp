@@ -39,6 +39,10 @@ TEST(Throttle, ShutsOutAfterTenWithinAMinute) {
         throttle.count_failure({u"", test::wide("2001:db8::" + std::to_string(i))});
     EXPECT_TRUE(is_shut(u"", u"2001:db8::ffff:1"));
     EXPECT_FALSE(is_shut(u"", u"2001:db8:0:1::1"));
+    // Where a socket takes both, an IPv4 address is one still.
+    for (int i = 0; i < 10; ++i) throttle.count_failure({u"", u"::ffff:3.3.3.3"});
+    EXPECT_TRUE(is_shut(u"", u"3.3.3.3"));
+    EXPECT_FALSE(is_shut(u"", u"::ffff:4.4.4.4"));
     // Many logins, each tried once, do not fill the memory nor drop those of now.
     for (int i = 0; i < 10; ++i) throttle.count_failure({u"bob", u""});
     for (int i = 0; i < 5000; ++i) {
