@@ -300,6 +300,7 @@ TEST_F(Rms, WritesDownWhatChangesRights) {
     const auto path = service.root() / "audit.log";
     service.server().logs.audit.set_path(path.u16string());
     run("user", "create", R"("login":"ann","password":"c0de","power":true)");
+    run("group", "set-parent", R"("id":3,"parent":2)");
     run("user", "list", "");
     run("user", "login", R"("login":"ann","password":"c0de")");
     run("role", "add-user", R"("name":"editors","user":"ann")");
@@ -310,11 +311,12 @@ TEST_F(Rms, WritesDownWhatChangesRights) {
     text << std::ifstream(path).rdbuf();
     const std::string lines = text.str();
     for (const char *part :
-         {R"("target":"user","act":"create","name":"ann","owner":"","project":"",)",
+         {R"("target":"user","act":"create","name":"ann power","owner":"","project":"",)",
+          R"("act":"set-parent","name":"3 2",)",
           R"("act":"add-user","name":"editors ann","owner":"ann","project":"house",)",
           R"("act":"add-setting","name":"a\"b editors 48","owner":"ann","project":"house",)"})
         EXPECT_NE(lines.find(part), std::string::npos) << part << "\n" << lines;
-    EXPECT_EQ(std::ranges::count(lines, '\n'), 3);
+    EXPECT_EQ(std::ranges::count(lines, '\n'), 4);
     EXPECT_EQ(lines.find("c0de"), std::string::npos);
 }
 

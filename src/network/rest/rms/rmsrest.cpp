@@ -64,10 +64,12 @@ void note_command(const Call &call, const Command &command, Json *arguments,
                   HttpResponse *response) {
     if (!changes_rights(command)) return;
     std::u16string named;
-    for (const zwchar *each :
-         {u"login", u"newlogin", u"id", u"name", u"newname", u"user", u"path", u"role", u"setting"})
+    for (const zwchar *each : {u"login", u"newlogin", u"id", u"name", u"newname", u"parent",
+                               u"user", u"path", u"role", u"setting"})
         if (const zwchar *text = text_of(arguments, each))
             named.append(named.empty() ? u"" : u" ").append(text);
+    for (const zwchar *each : {u"power", u"lock"})
+        if (flag_of(arguments, each)) named.append(u" ").append(each);
     audit(call.server, {.target = command.target,
                         .act = command.name,
                         .name = named,
