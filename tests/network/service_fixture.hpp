@@ -69,6 +69,7 @@ class Service {
     void log_in(std::string_view user, std::string_view code = "") {
         user_ = wide(user), code_ = wide(code);
     }
+    std::string forwarded; // for whom a proxy would ask
     // Sends, on one connection. Bodies are JSON text, or octets for PUT and where the call says so.
     Answer get(std::string_view target) { return ask(Z_HTTP_GET, target); }
     Answer drop(std::string_view target) { return ask(Z_HTTP_DELETE, target); }
@@ -88,6 +89,8 @@ class Service {
         zHttpRequestSetMethod(client_, method);
         zHttpHeaderRemove(zHttpRequestHeader(client_), u"X-ZEV-USER");
         zHttpHeaderRemove(zHttpRequestHeader(client_), u"X-ZEV-CODE");
+        zHttpHeaderPut(zHttpRequestHeader(client_), u"X-Forwarded-For",
+                       forwarded.empty() ? nullptr : wide(forwarded).c_str());
         if (!user_.empty()) zHttpRequestSetAccount(client_, user_.c_str(), code_.c_str());
         zHttpRequestSetAccepts(client_, nullptr, nullptr, u"en-US");
         if (type) {

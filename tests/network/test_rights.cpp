@@ -355,6 +355,19 @@ TEST(Rights, TenFailuresShutOut) {
     service.log_in("writer", kCode); // the address failed as often
     EXPECT_EQ(service.get(kTarget).code, 429);
     EXPECT_EQ(service.get(kTarget).message(), "Too many requests");
+    // Behind a proxy each has his own.
+    for (const char *seen : {"2001:db8::1", "127.0.0.1, 192.0.2.7"}) {
+        service.forwarded = seen;
+        EXPECT_NE(service.get(kTarget).code, 429) << seen;
+    }
+    for (int i = 0; i < 10; ++i) {
+        service.log_in("nobody" + std::to_string(i), kCode);
+        EXPECT_EQ(service.get(kTarget).code, 401) << i;
+    }
+    service.forwarded = "192.0.2.8,192.0.2.7"; // what stands before it was told by the client
+    EXPECT_EQ(service.get(kTarget).code, 429);
+    service.forwarded = "192.0.2.8, me"; // no address: the proxy's own
+    EXPECT_EQ(service.get(kTarget).code, 429);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // hasn't proven who he is.
 #include "network/rest/access.hpp"
 
+#include "common/utf.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/rms/rms.hpp"
 #include "network/tcp/tcp.hpp"
@@ -13,7 +14,10 @@
 
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include <uv.h>
 
 namespace zev::rest {
 
@@ -27,10 +31,33 @@ HttpResponse *forbid(const Call &call, Here at = {}) {
 
 // ---- Who asks
 
+bool is_loopback(std::u16string_view address) {
+    return address.starts_with(u"127.") || address == u"::1" || address.starts_with(u"::ffff:127.");
+}
+
+bool is_address(const std::u16string &text) {
+    unsigned char bytes[16];
+    const int family = text.find(u':') == text.npos ? AF_INET : AF_INET6;
+    return !uv_inet_pton(family, to_utf8(text).c_str(), bytes);
+}
+
+// Behind a proxy on this machine everybody has the same address, and one who guesses would shut
+// all others out: there it is the one that the proxy saw, which it put last.
+std::u16string address_of(const Call &call) {
+    std::u16string peer = peer_address(call.server->tcp);
+    const zwchar *list =
+        is_loopback(peer) ? zHttpRequestField(call.request, u"X-Forwarded-For") : nullptr;
+    if (!list) return peer;
+    std::u16string last = list;
+    last.erase(0, last.rfind(u',') + 1);
+    std::erase(last, u' ');
+    return is_address(last) ? last : peer;
+}
+
 bool is_shut_out(const Call &call, const zwchar *login) {
     const Throttle &throttle = call.server->throttle;
     if (throttle.is_empty()) return false;
-    return throttle.is_shut_out({zStrsafeW(login), peer_address(call.server->tcp)});
+    return throttle.is_shut_out({zStrsafeW(login), address_of(call)});
 }
 
 // A valid login, with power where that is asked for.
@@ -171,7 +198,7 @@ HttpResponse *admit_command(Call &call, const Command &command, Json *arguments)
 void count_attempt(Call &call, const zwchar *login, int32_t status) {
     const bool failed = status == Z_AUTH_WRONG_PASSWORD || status == Z_AUTH_LOCKED;
     if (!call.guarded || !failed) return;
-    call.server->throttle.count_failure({zStrsafeW(login), peer_address(call.server->tcp)});
+    call.server->throttle.count_failure({zStrsafeW(login), address_of(call)});
 }
 
 } // namespace zev::rest
