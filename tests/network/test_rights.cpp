@@ -370,4 +370,9 @@ TEST(Rights, TenFailuresShutOut) {
     EXPECT_EQ(service.get(kTarget).code, 429);
 }
 
+TEST(Rights, AreRequiredByASlipToo) {
+    World world(u"requierd");
+    EXPECT_EQ(world.service().get("/repos").code, 401);
+}
+
 } // namespace

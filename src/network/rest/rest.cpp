@@ -24,12 +24,13 @@ namespace {
 constexpr const zwchar *kJsonType = u"application/json";
 constexpr const zwchar *kOctetType = u"application/octet-stream";
 
+// Whatever else is written there by a slip opens nothing.
 bool is_required(HttpServer *server) {
     Json *config = zHttpServerConfig(server);
     const zwchar *schema = config ? zJsonPathGetString(config, u"schema") : nullptr;
     Json *section = schema ? zJsonPathGet(config, schema) : nullptr;
     const zwchar *auth = section ? zJsonPathGetString(section, u"auth") : nullptr;
-    return auth && zStrcasesameW(auth, u"required");
+    return auth && !zStrcasesameW(auth, u"none");
 }
 
 } // namespace
