@@ -226,20 +226,24 @@ TEST(Projects, BeginWithTheirTemplate) {
     }
 }
 
-// Where rights are required a list has what the caller may read something of.
+// Where rights are required a list has what the caller has any right in.
 TEST(Projects, AreListedByRights) {
     test::Rights rights;
-    rights.codes = {{"ann", "1"}, {"bob", "2"}, {"root", "3"}};
+    rights.codes = {{"ann", "1"}, {"bob", "2"}, {"root", "3"}, {"eve", "4"}};
     rights.power = "root";
     rights.bits["ann"] = {{"/x", 0}, {"in/a.dwx", Z_PRIVILEGE_READ}};
     rights.bits["bob"] = {{"/", Z_PRIVILEGE_WRITE}};
+    rights.bits["eve"] = {{"/", 0}, {"in", 1}};
     rights.project = "plant";
     Service service(u"required", rights.table());
     make_project(service, "ann/plant");
     make_project(service, "bob/mill");
     const struct {
         const char *user, *code, *names;
-    } cases[] = {{"ann", "1", "plant"}, {"bob", "2", ""}, {"root", "3", "plant,mill"}};
+    } cases[] = {{"ann", "1", "plant"},
+                 {"bob", "2", "plant"},
+                 {"eve", "4", ""},
+                 {"root", "3", "plant,mill"}};
     for (const auto &[user, code, names] : cases) {
         service.log_in(user, code);
         EXPECT_EQ(service.get("/repos").each("name"), names) << user;

@@ -112,7 +112,8 @@ bool Listing::is_power() const {
 bool Listing::may_see(Repository *repository) const {
     if (sees_all) return true;
     const Privileges rights(zHttpServerAuth(call.server), call.request, repository);
-    return rights.anywhere(Z_PRIVILEGE_READ);
+    return rights.anywhere(Z_PRIVILEGE_READ) || rights.anywhere(Z_PRIVILEGE_WRITE) ||
+           rights.anywhere(Z_PRIVILEGE_EXPORT);
 }
 
 // The names in a directory that can be projects' or owners', sorted; none where it is gone by now.
