@@ -21,6 +21,8 @@ namespace {
 constexpr int32_t kAllRights = Z_PRIVILEGE_READ | Z_PRIVILEGE_WRITE | Z_PRIVILEGE_EXPORT;
 constexpr int32_t kNothingSaid = 1; // a default that was never set: no right's bit
 
+bool has_all(int32_t has, int32_t bits) { return (has & bits) == bits; }
+
 // The next place of the walk upward. "/" stands above a relative path's first name; above it, and
 // above the first name of a path that begins with a slash, there is nothing.
 std::u16string_view above(std::u16string_view path) {
@@ -83,12 +85,19 @@ int32_t Privileges::look_up(std::u16string_view path) const {
 
 // Where the root has a rule the default is reached by no path of a tree.
 bool Privileges::anywhere(int32_t bits) const {
-    const auto grants = [bits](int32_t has) { return (has & bits) == bits; };
-    if (all_) return grants(kAllRights);
+    if (all_) return has_all(kAllRights, bits);
     if (!known_) return false;
-    if (!rules_.contains(std::u16string_view(u"/")) && grants(default_)) return true;
-    return std::any_of(rules_.begin(), rules_.end(),
-                       [&](const auto &rule) { return grants(rule.second); });
+    if (!rules_.contains(std::u16string_view(u"/")) && has_all(default_, bits)) return true;
+    return std::ranges::any_of(rules_,
+                               [&](const auto &rule) { return has_all(rule.second, bits); });
+}
+
+bool Privileges::everywhere(int32_t bits) const {
+    if (all_) return has_all(kAllRights, bits);
+    if (!known_) return false;
+    if (!rules_.contains(std::u16string_view(u"/")) && !has_all(default_, bits)) return false;
+    return std::ranges::all_of(rules_,
+                               [&](const auto &rule) { return has_all(rule.second, bits); });
 }
 
 } // namespace zev

@@ -22,6 +22,8 @@ class Privileges {
     int32_t at(std::u16string_view path);
     // Whether some path of the project grants all of these bits.
     bool anywhere(int32_t bits) const;
+    // Whether every path of a tree does.
+    bool everywhere(int32_t bits) const;
     bool is_known() const { return known_; } // he proved who he is
 
   private:

@@ -8,7 +8,7 @@ using test::Answer, test::be32, test::Service;
 
 namespace {
 
-// "bob" reads docs alone, "eve" what is not there, "ann" all.
+// "bob" reads docs alone, "mal" writes there, too; "eve" what is not there, "ann" all.
 AuthTable rules() {
     AuthTable table{};
     table.CheckUser = [](const zwchar *, const zwchar *, bool) -> int32_t { return Z_AUTH_DONE; };
@@ -17,13 +17,11 @@ AuthTable rules() {
     };
     table.UserSettings = [](Repository *, const zwchar *user, Json **list) -> int32_t {
         const std::u16string_view name = user;
-        const zwchar *path = name == u"bob" ? u"docs" : name == u"eve" ? u"attic" : u"/";
-        *list =
-            zJsonNewArray(zJsonNewObject(u"setting",
-                                         zJsonNewObject(u"path", zJsonNewString(path), u"privilege",
-                                                        zJsonNewInt(Z_PRIVILEGE_READ), nullptr),
-                                         nullptr),
-                          nullptr);
+        const zwchar *path = name == u"ann" ? u"/" : name == u"eve" ? u"attic" : u"docs";
+        const int32_t bits = Z_PRIVILEGE_READ | (name == u"mal" ? Z_PRIVILEGE_WRITE : 0);
+        Json *fields =
+            zJsonNewObject(u"path", zJsonNewString(path), u"privilege", zJsonNewInt(bits), nullptr);
+        *list = zJsonNewArray(zJsonNewObject(u"setting", fields, nullptr), nullptr);
         return Z_AUTH_DONE;
     };
     return table;
@@ -62,6 +60,34 @@ struct Paths : testing::Test {
         return service
             .ask(Z_HTTP_PATCH, "/repos/ann/plant/tables/" + table,
                  be32(1) + std::string(16, '\xFF'), u"application/octet-stream")
+            .code;
+    }
+
+    std::string drawing(const std::string &of_table, const std::string &thumbnail = "") {
+        auto made = test::guard(zDrawingNew(nullptr, nullptr), zDrawingFree);
+        Oid id;
+        zOidFromStr(&id, test::wide(of_table).c_str());
+        zDrawingTableIdSet(made.get(), &id);
+        zDrawingSetThumbnail(made.get(), uint32_t(thumbnail.size()), thumbnail.data());
+        const auto file = service.root() / "drawing.dwx";
+        EXPECT_OK(zDrawingWrite(made.get(), file.u16string().c_str()));
+        return test::read(file);
+    }
+    // A commit through the service by which a stored object becomes a file.
+    int32_t name(const char *user, const std::string &path, const std::string &id) {
+        service.log_in(user, "code");
+        const std::string head = service.git(project, "rev-parse HEAD HEAD^{tree}");
+        const std::string tree =
+            service
+                .post("/repos/ann/plant/trees", R"({"query":{"base":")" + head.substr(41, 40) +
+                                                    R"(","entries":[{"oper":"add","mode":33188,)" +
+                                                    R"("path":")" + path + R"(","id":")" + id +
+                                                    R"("}]}})")
+                .text("data.id");
+        return service
+            .post("/repos/ann/plant/commits",
+                  R"({"query":{"author":"m","message":"m","update":"refs/heads/master","tree":")" +
+                      tree + R"(","parent":")" + head.substr(0, 40) + R"("}})")
             .code;
     }
 
@@ -122,18 +148,13 @@ TEST_F(Paths, ComeFromAllHistory) {
     test::write(index / "0" / "CURRENT", "damaged");
     EXPECT_EQ(read("bob", id_of("hidden")), 403);
     EXPECT_EQ(read("bob", id_of("open")), 200);
+    std::filesystem::remove_all(index); // and can't be made again
+    test::write(index, "");
+    EXPECT_EQ(read("bob", id_of("open")), 403);
+    EXPECT_EQ(read("ann", id_of("open")), 200);
 }
 
 TEST_F(Paths, DecideOnTables) {
-    const auto drawing = [&](const std::string &table) {
-        auto made = test::guard(zDrawingNew(nullptr, nullptr), zDrawingFree);
-        Oid id;
-        zOidFromStr(&id, test::wide(table).c_str());
-        zDrawingTableIdSet(made.get(), &id);
-        const auto file = service.root() / "drawing.dwx";
-        EXPECT_OK(zDrawingWrite(made.get(), file.u16string().c_str()));
-        return test::read(file);
-    };
     const std::string open(40, 'a'), hidden(40, 'b'), late(40, 'c'), free(40, 'd');
     put("docs/a.dwx", drawing(open));
     put("secret/b.DWX", drawing(hidden));
@@ -152,6 +173,39 @@ TEST_F(Paths, DecideOnTables) {
     EXPECT_EQ(rows("bob", late), 200);
     test::write(object, kept);
     EXPECT_EQ(rows("bob", late), 403);
+}
+
+// Who writes somewhere gives himself nothing of what he may not read by naming it there.
+TEST_F(Paths, AreNotGivenToWhatIsHidden) {
+    const std::string hidden(40, 'a'), own(40, 'b');
+    put("secret/a.dwx", drawing(hidden));
+    put("secret/empty", "");
+    put("secret/.GitKeep", "keep");
+    const auto stored = [&](const std::string &bytes) {
+        return test::store(service, project, Z_OBJECT_BLOB, bytes);
+    };
+    const std::string late = drawing(hidden, "late");
+    const struct {
+        const char *path;
+        std::string id;
+        int32_t code;
+    } cases[] = {
+        {"docs/new", stored("new"), 200},
+        {"docs/copy", id_of("open"), 200},
+        {"docs/stolen", id_of("hidden"), 403},
+        {"docs/empty", id_of(""), 200},
+        {"docs/.gitkeep", id_of("keep"), 200}, // shown to all in listings
+        {"docs/own.dwx", stored(drawing(own)), 200},
+        {"docs/forged.dwx", stored(drawing(hidden, "forged")), 403},
+        {"docs/late.dwx", id_of(late), 200},
+    };
+    for (const auto &[path, id, code] : cases) EXPECT_EQ(name("mal", path, id), code) << path;
+    EXPECT_EQ(rows("bob", hidden), 403);
+    stored(late);
+    EXPECT_EQ(rows("bob", hidden), 403);
+    EXPECT_EQ(rows("bob", own), 200);
+    EXPECT_EQ(read("bob", id_of("hidden")), 403);
+    EXPECT_EQ(read("eve", id_of("keep")), 200);
 }
 
 // An index goes with its project, and not to another of the same name.

@@ -86,9 +86,16 @@ TEST_F(PrivilegeTest, TheNearestRuleCounts) {
     EXPECT_TRUE(with.anywhere(64) && with.anywhere(48) && !with.anywhere(112));
     EXPECT_TRUE(without.anywhere(32) && !without.anywhere(64));
     fallback = 112; // which no path of a tree reaches past the root's rule
-    EXPECT_FALSE(of(u"ann").anywhere(112));
+    EXPECT_FALSE(of(u"ann").anywhere(112) || of(u"ann").everywhere(16));
     rules = u"[]";
-    EXPECT_TRUE(of(u"ann").anywhere(112));
+    EXPECT_TRUE(of(u"ann").anywhere(112) && of(u"ann").everywhere(112));
+    rules = uR"([{"setting":{"path":"a","privilege":48}}])";
+    EXPECT_TRUE(of(u"ann").everywhere(48) && !of(u"ann").everywhere(112));
+    fallback = 32;
+    EXPECT_FALSE(of(u"ann").everywhere(16)); // the root has no rule
+    rules.insert(1, uR"({"setting":{"path":"/","privilege":16}},)");
+    EXPECT_TRUE(of(u"ann").everywhere(16));
+    rules = u"[]";
     fallback = -1;
     EXPECT_EQ(of(u"ann").at(u"docs"), 1);
     EXPECT_FALSE(of(u"ann").anywhere(16));
@@ -96,12 +103,13 @@ TEST_F(PrivilegeTest, TheNearestRuleCounts) {
 
 TEST_F(PrivilegeTest, WhoHasNoRightAndWhoHasAll) {
     EXPECT_EQ(of(u"ADMIN").at(u"docs"), 112);
-    EXPECT_TRUE(of(u"Admin").anywhere(112));
+    EXPECT_TRUE(of(u"Admin").anywhere(112) && of(u"Admin").everywhere(112));
     const std::pair<const zwchar *, const zwchar *> unknown[] = {
         {u"admin", u"wrong"}, {u"nobody", u"right"}, {nullptr, u"right"}, {u"ann", nullptr}};
     for (const auto &[user, password] : unknown) {
         Privileges none = of(user, password);
-        EXPECT_FALSE(none.is_known() || none.at(u"docs") || none.anywhere(16));
+        EXPECT_FALSE(none.is_known() || none.at(u"docs") || none.anywhere(16) ||
+                     none.everywhere(0));
     }
     Privileges bob = of(u"bob"); // known, but nothing can be told of him
     EXPECT_TRUE(bob.is_known() && !bob.at(u"docs") && !bob.anywhere(16));

@@ -2,6 +2,7 @@
 // where the client believes it. A commit is answered when it would survive a loss of power.
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
+#include "network/rest/repos/paths_of.hpp"
 #include "network/rest/repos/tree_change.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/object.hpp"
@@ -16,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zev::rest {
 
@@ -147,14 +149,19 @@ HttpResponse *NewCommit::find_tree() {
     return tree ? nullptr : refuse(call, 400, u"srv.eNoSuchTree_s", tree_id);
 }
 
+// A file that enters is named by its path from then on.
 bool NewCommit::is_allowed() {
     if (!call.guarded) return true;
     const TreePtr before(tip ? zCommitTree(tip.get()) : nullptr);
     if (tip && !before) return false;
     Privileges &granted = rights(call);
-    return is_each_change(
-        before ? before->handle.get() : nullptr, tree->handle.get(),
-        [&](std::u16string_view path) { return (granted.at(path) & Z_PRIVILEGE_WRITE) != 0; });
+    std::vector<NamedFile> entering;
+    const auto may_write = [&](std::u16string_view path, const git_oid *made) {
+        if (made) entering.push_back({std::u16string(path), *git::oid(made)});
+        return (granted.at(path) & Z_PRIVILEGE_WRITE) != 0;
+    };
+    return is_each_change(before ? before->handle.get() : nullptr, tree->handle.get(), may_write) &&
+           may_name(call, entering);
 }
 
 // Another server on the same directory may have moved the reference since.

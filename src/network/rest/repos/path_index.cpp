@@ -38,12 +38,6 @@ std::string key_of(char kind, std::string_view id, std::string_view path = {}) {
     return std::string(1, kind).append(id).append(path);
 }
 
-bool is_drawing_name(std::string_view path) {
-    constexpr std::string_view kEnd = ".dwx";
-    if (path.size() <= kEnd.size()) return false;
-    return zStrcasesameA(std::string(path.substr(path.size() - kEnd.size())).c_str(), kEnd.data());
-}
-
 struct OpenIndexes {
     std::mutex mutex;
     std::list<std::pair<std::u16string, PathIndex>> latest; // by repository, the last used first
@@ -86,6 +80,26 @@ ldb::Database open_database(const std::u16string &directory, ldb::Text &error) {
 }
 
 } // namespace
+
+// ---- Drawings
+
+bool is_drawing_name(std::string_view path) {
+    constexpr std::string_view kEnd = ".dwx";
+    if (path.size() <= kEnd.size()) return false;
+    return zStrcasesameA(std::string(path.substr(path.size() - kEnd.size())).c_str(), kEnd.data());
+}
+
+int find_table(Repository *repository, const Oid &id, std::optional<Oid> &table) {
+    git::Blob blob;
+    const int code = git_blob_lookup(out(blob), repository->handle.get(), git::oid(&id));
+    if (code < 0) return code;
+    Manifest manifest{};
+    if (!zManifestRead(&manifest, git_blob_rawcontent(blob.get()), git_blob_rawsize(blob.get())))
+        return 0;
+    const Finally freed([&] { zManifestDeinit(&manifest); });
+    table = manifest.table;
+    return 0;
+}
 
 // ---- Opening
 
@@ -189,16 +203,10 @@ bool PathIndex::each_path(const Visit &visit) { return each_key("p", visit); }
 
 // ---- Taking in
 
-// A drawing's bytes tell its table.
 void PathIndex::add_table(Repository *repository, const Oid &id, std::string_view path) {
-    git::Blob blob;
-    const int code = git_blob_lookup(out(blob), repository->handle.get(), git::oid(&id));
-    if (code < 0) return put(key_of('m', raw(&id), path));
-    Manifest manifest{};
-    if (!zManifestRead(&manifest, git_blob_rawcontent(blob.get()), git_blob_rawsize(blob.get())))
-        return;
-    const Finally freed([&] { zManifestDeinit(&manifest); });
-    put(key_of('t', raw(&manifest.table), path));
+    std::optional<Oid> table;
+    if (find_table(repository, id, table) < 0) return put(key_of('m', raw(&id), path));
+    if (table) put(key_of('t', raw(&*table), path));
 }
 
 void PathIndex::add_side(Repository *repository, const DiffFile *file) {
@@ -250,20 +258,34 @@ bool PathIndex::add_history(Repository *repository, const git_oid &tip) {
     return db != nullptr;
 }
 
-// Drawings that were named before they came.
+// Nobody could look at it when it got its path: it must not open a table that others have.
+void PathIndex::add_late(Repository *repository, const Oid &id, std::string_view path) {
+    std::optional<Oid> table;
+    const int code = find_table(repository, id, table);
+    if (code < 0 && code != GIT_ENOTFOUND) return;
+    const std::string key = key_of('m', raw(&id), path);
+    leveldb_writebatch_delete(batch_.get(), key.data(), key.size());
+    held_ += key.size();
+    bool named = false;
+    const auto see = [&](std::string_view) { return named = true; };
+    if (table && each_path(Kind::table, *table, see) && !named)
+        put(key_of('t', raw(&*table), path));
+}
+
+// Drawings that were named before they came, after one look at what others have stored meanwhile.
 void PathIndex::retry_missing(Repository *repository) {
     std::vector<std::string> missing;
     each_key("m", [&](std::string_view rest) { return missing.emplace_back(rest), false; });
+    if (missing.empty()) return;
+    git::Odb odb;
+    int code = git_repository_odb(out(odb), repository->handle.get());
+    if (code >= 0) code = git_odb_refresh(odb.get());
+    if (code < 0) return git_error_clear();
     for (const std::string &rest : missing) {
         Oid id;
-        git::Odb odb;
         memcpy(id.id, rest.data(), sizeof id.id);
-        if (git_repository_odb(out(odb), repository->handle.get()) < 0) return;
-        if (!git_odb_exists(odb.get(), git::oid(&id))) continue;
-        const std::string key = "m" + rest;
-        leveldb_writebatch_delete(batch_.get(), key.data(), key.size());
-        add_table(repository, id, std::string_view(rest).substr(sizeof id.id));
-        held_ += key.size();
+        if (git_odb_exists_ext(odb.get(), git::oid(&id), GIT_ODB_LOOKUP_NO_REFRESH))
+            add_late(repository, id, std::string_view(rest).substr(sizeof id.id));
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,12 @@
 #include <sys/stat.h>
 
 namespace zev::rest {
+
+// By a file's name, since the bytes may not be here.
+bool is_drawing_name(std::string_view path);
+// The table that a drawing tells; none for a file that is no drawing. A code of libgit2's:
+// GIT_ENOTFOUND where the file isn't here, or is none.
+int find_table(Repository *repository, const Oid &id, std::optional<Oid> &table);
 
 class PathIndex {
   public:
@@ -48,6 +55,7 @@ class PathIndex {
     void add_side(Repository *repository, const DiffFile *file);
     void add_table(Repository *repository, const Oid &id, std::string_view path);
     void retry_missing(Repository *repository);
+    void add_late(Repository *repository, const Oid &id, std::string_view path);
 
     std::u16string directory_;
     struct stat status_;

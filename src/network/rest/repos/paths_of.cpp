@@ -1,29 +1,47 @@
 // Reading by path. What holds: what was ever named by a path is shown to nobody who may read none
-// of its paths, also where the index can't be had.
+// of its paths, also where the index can't be had; and nobody gives it a path of his own.
 #include "network/rest/repos/paths_of.hpp"
 
 #include "common/utf.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/path_index.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "rms/privilege.hpp"
+#include "zev/oid.h"
+#include "zev/str.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace zev::rest {
 
 namespace {
 
+constexpr Oid kEmptyFile{{0xE6, 0x9D, 0xE2, 0x9B, 0xB2, 0xD1, 0xD6, 0x43, 0x4B, 0x8B,
+                          0x29, 0xAE, 0x77, 0x5A, 0xD8, 0xC2, 0xE4, 0x8C, 0x53, 0x91}};
+
+bool is_keep_file(std::string_view path) {
+    const std::string_view name = path.substr(path.rfind('/') + 1);
+    return name.size() == kKeepFile.size() &&
+           zStrcasesameA(std::string(name).c_str(), kKeepFile.data());
+}
+
 class Reader {
   public:
-    explicit Reader(Call &call)
-        : rights_(rights(call)), lease_(PathIndex::open(call.repository.get())) {
+    // Who may read every path needs no index.
+    explicit Reader(Call &call) : rights_(rights(call)) {
+        if (rights_.everywhere(Z_PRIVILEGE_READ)) reads_all_ = true;
+        if (reads_all_) return;
+        lease_ = PathIndex::open(call.repository.get());
         if (lease_.index && !lease_.index->refresh(call.repository.get())) lease_.index = nullptr;
     }
 
     // Unnamed, or named by a path that may be read.
     bool may_read(PathIndex::Kind kind, const Oid &id) {
         bool named = false, granted = false;
+        if (reads_all_.value_or(false)) return true;
         if (!lease_.index) return false;
+        if (zOidIsEqual(&id, &kEmptyFile)) return true;
         const bool looked = lease_.index->each_path(kind, id, [&](std::string_view path) {
             named = true;
             return granted = is_readable(path);
@@ -32,19 +50,32 @@ class Reader {
     }
 
     bool may_read_all() {
-        if (!lease_.index) return false;
         if (reads_all_) return *reads_all_;
+        if (!lease_.index) return false;
         bool refused = false;
         const bool looked = lease_.index->each_path(
             [&](std::string_view path) { return refused = !is_readable(path); });
         return *(reads_all_ = looked && !refused);
     }
 
+    // A drawing that is not here yet names no table; the index looks after it when it has come.
+    bool may_name(Repository *repository, const NamedFile &file) {
+        if (!may_read(PathIndex::Kind::file, file.id)) return false;
+        if (reads_all_.value_or(false)) return true;
+        std::optional<Oid> table;
+        if (!is_drawing_name(to_utf8(file.path))) return true;
+        const int code = find_table(repository, file.id, table);
+        if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code);
+        return !table || may_read(PathIndex::Kind::table, *table);
+    }
+
   private:
-    bool is_readable(std::string_view path) { return rights_.at(to_wide(path)) & Z_PRIVILEGE_READ; }
+    bool is_readable(std::string_view path) {
+        return is_keep_file(path) || (rights_.at(to_wide(path)) & Z_PRIVILEGE_READ);
+    }
 
     Privileges &rights_;
-    PathIndex::Lease lease_;
+    PathIndex::Lease lease_{};
     std::optional<bool> reads_all_; // once it was asked for
 };
 
@@ -69,6 +100,13 @@ bool may_read_entries(Call &call, Json *entries) {
         if (!granted) return false;
     }
     return true;
+}
+
+bool may_name(Call &call, std::span<const NamedFile> files) {
+    if (files.empty()) return true;
+    Reader reader(call);
+    return std::ranges::all_of(
+        files, [&](const NamedFile &file) { return reader.may_name(call.repository.get(), file); });
 }
 
 } // namespace zev::rest

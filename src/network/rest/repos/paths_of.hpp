@@ -1,17 +1,27 @@
 // Reading by path, where rights are required: what a commit once named by a path is given out only
 // to whoever may read one of the paths that ever named it. What no commit names goes to whoever
-// knows its id.
+// knows its id, and so does the empty file. Files that keep directories alive are everybody's.
 #pragma once
 
 #include "network/rest/rest.hpp"
 
+#include <span>
+
 namespace zev::rest {
 
-// In the open project. Both may throw; where the index can't be had the answer is no.
+// In the open project. All may throw; where the index can't be had the answer is no.
 bool may_read_blob(Call &call, const Oid &id);
 bool may_read_table(Call &call, const Oid &id);
 // The entries of a pack to be built, some of which may be anything: each file asked for by itself,
 // and all that was ever named where one is asked for with what lies below it.
 bool may_read_entries(Call &call, Json *entries);
+
+// Whether files may get these paths by a commit of the caller's. Who may read a path may then read
+// the file and, of a drawing, its table: so both have to be readable by the caller before.
+struct NamedFile {
+    std::u16string path;
+    Oid id;
+};
+bool may_name(Call &call, std::span<const NamedFile> files);
 
 } // namespace zev::rest

@@ -16,7 +16,7 @@ using Entry = const git_tree_entry;
 
 struct Steps {
     git_repository *repository;
-    const std::function<bool(std::u16string_view)> &allowed;
+    const ChangeTest &allowed;
     std::string directory{}; // with a slash at its end
     uint32_t level = 0;
 
@@ -51,7 +51,8 @@ bool Steps::compare(git_tree *before, git_tree *after) {
 // At least one is there; both are of one name.
 bool Steps::differ(Entry *before, Entry *after) {
     if (is_tree(before) || is_tree(after)) return enter(before, after);
-    return allowed(to_wide(directory + git_tree_entry_name(before ? before : after)));
+    return allowed(to_wide(directory + git_tree_entry_name(before ? before : after)),
+                   after ? git_tree_entry_id(after) : nullptr);
 }
 
 bool Steps::enter(Entry *before, Entry *after) {
@@ -74,8 +75,7 @@ bool Steps::open(git::Tree &tree, Entry *entry) const {
 
 } // namespace
 
-bool is_each_change(git_tree *before, git_tree *after,
-                    const std::function<bool(std::u16string_view path)> &allowed) {
+bool is_each_change(git_tree *before, git_tree *after, const ChangeTest &allowed) {
     return Steps{git_tree_owner(before ? before : after), allowed}.compare(before, after);
 }
 
