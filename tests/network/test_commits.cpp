@@ -42,11 +42,14 @@ TEST_F(Commits, AreWhatGitReads) {
     EXPECT_EQ(first.text("data.url"), "/repos/ann/plant/commits/" + id);
     EXPECT_EQ(first.text("data.type") + first.text("data.owner") + first.text("data.name"),
               "commitannplant");
-    const Answer second = service.post(kCommits, body("a\\tb", "two", tree("2"), "HEAD", id));
+    const Answer second = service.post(kCommits, body("a\\tb\x01"
+                                                      "c\x7F"
+                                                      "d",
+                                                      "two\x01x", tree("2"), "HEAD", id));
     ASSERT_EQ(second.code, 200) << second.body;
     EXPECT_EQ(service.git("ann/plant", "log --format='%an|%ae|%cn|%s|%P|%T' master"),
-              "a b|a b|a b|two|" + id + "|" + tree("2") + "\n" +
-                  "Ann B.|Ann B.|Ann B.|first line||" + tree("1") + "\n");
+              "a b c d|a b c d|a b c d|two x|" + id + "|" + tree("2") + "\n" +
+                  "Ann B|Ann B|Ann B|first line||" + tree("1") + "\n");
     EXPECT_EQ(service.git("ann/plant", "fsck --strict"), "");
 
     const Answer one = service.get(kCommits + "/" + id);
@@ -143,6 +146,7 @@ TEST_F(Commits, AreListedAlongFirstParents) {
         {"?limit=x", "3\n,2\n,1\n,0\n"},
         {"?since=2026-01-03T12:00:00Z", "3\n,2\n"},
         {"?since=yesterday", "3\n,2\n,1\n,0\n"},
+        {"?since=2026-01-03", "3\n,2\n,1\n,0\n"},
         {"?until=2026-01-03T12:00:00Z", "1\n,0\n"},
         {"?until=2026-01-04T12:00:00Z&since=2026-01-02T12:00:00Z&limit=1", "2\n"},
         {"?head=old", "1\n,0\n"},

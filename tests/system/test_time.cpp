@@ -76,6 +76,7 @@ TEST(Time, TextLimits) {
     EXPECT_EQ(narrow(text), "Wed Dec \xC3\xA4");
     Time time = {7, 7};
     EXPECT_FALSE(zTimeParseGlobal(&time, u"2024-13-01", u"%Y-%m-%d"));
+    EXPECT_FALSE(zTimeParseGlobal(&time, u"2024-12-01", u"%Y-%m-%dT%H"));
     EXPECT_TRUE(zErrorClass() == 2 && time.seconds == 7);
 }
 

@@ -97,7 +97,8 @@ std::string format_time(const char *format, int64_t seconds, bool local) {
 }
 
 bool parse_time(const std::string &text, const char *format, int64_t *seconds) {
-    std::istringstream stream(text);
+    // Something always follows: at a text's end the library takes the rest of the format for read.
+    std::istringstream stream(text + '\1');
     stream.imbue(std::locale::classic());
     tm parts = {};
     parts.tm_mday = 1;

@@ -12,7 +12,6 @@
 #include "zev/str.h"
 #include "zev/time.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -22,8 +21,6 @@
 namespace zev::rest {
 
 namespace {
-
-constexpr const zwchar *kDate = u"%Y-%m-%dT%H:%M:%SZ";
 
 Tree commit_record(const Commit *commit) {
     zwchar date[32] = {};
@@ -57,21 +54,14 @@ HttpResponse *answer_commit(const Call &call, const Commit *commit) {
 // ---- The list
 
 struct Range {
-    std::optional<int64_t> since, until; // seconds
-    uint64_t limit = 0;                  // 0 is none
+    std::optional<Time> since, until;
+    uint64_t limit = 0; // 0 is none
 
     explicit Range(const Call &call);
 };
 
-// What is no time counts as absent.
-std::optional<int64_t> read_time(const zwchar *text) {
-    Time time;
-    if (!text || !zTimeParseGlobal(&time, text, kDate)) return {};
-    return time.seconds;
-}
-
 Range::Range(const Call &call)
-    : since(read_time(capture(call, u"since"))), until(read_time(capture(call, u"until"))) {
+    : since(query_date(call, u"since")), until(query_date(call, u"until")) {
     const zwchar *text = capture(call, u"limit");
     const std::string digits = text ? to_utf8(text) : std::string();
     if (digits.find_first_not_of("0123456789") == digits.npos)
@@ -83,8 +73,8 @@ bool add_history(Json *entries, CommitPtr commit, const Range &range) {
     for (; commit; commit.reset(zCommitParent(commit.get()))) {
         Time time;
         zCommitTime(&time, commit.get());
-        if (range.since && time.seconds < *range.since) break;
-        if (range.until && time.seconds >= *range.until) continue;
+        if (range.since && time.seconds < range.since->seconds) break;
+        if (range.until && time.seconds >= range.until->seconds) continue;
         if (range.limit && zJsonArraySize(entries) >= range.limit) break;
         if (!push(entries, commit_record(commit.get()))) return false;
     }

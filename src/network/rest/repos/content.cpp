@@ -51,6 +51,13 @@ bool sync_project(const Call &call) {
     return path && (os::sync_tree(path) || fail_os(errno, path));
 }
 
+std::optional<Time> query_date(const Call &call, const zwchar *name) {
+    const zwchar *text = capture(call, name);
+    Time time;
+    if (!text || !zTimeParseGlobal(&time, text, kDate)) return {};
+    return time;
+}
+
 uint64_t bytes_left(Stream *stream) {
     const uint64_t size = zStreamSize(stream);
     const int64_t at = zStreamTell(stream);

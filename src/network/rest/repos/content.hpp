@@ -2,6 +2,9 @@
 #pragma once
 
 #include "network/rest/rest.hpp"
+#include "zev/time.h"
+
+#include <optional>
 
 namespace zev::rest {
 
@@ -26,6 +29,11 @@ Tree with_id(Tree record, const Oid &id);
 
 // All that was written is on the disk when it gives true. The one sync of a request.
 bool sync_project(const Call &call);
+
+// The form of a date in queries and answers.
+inline constexpr const zwchar *kDate = u"%Y-%m-%dT%H:%M:%SZ";
+// A date of the request's query; none where it is absent, or isn't one.
+std::optional<Time> query_date(const Call &call, const zwchar *name);
 
 // Bytes of a stream from where it stands.
 uint64_t bytes_left(Stream *stream);

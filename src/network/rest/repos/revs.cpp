@@ -29,14 +29,8 @@ bool set_base(const Call &call, RevSpec *spec) {
 // False for a text that is no date.
 bool set_time(const Call &call, RevSpec *spec, const zwchar *name,
               bool (*set)(RevSpec *, const Time *)) {
-    const zwchar *text = capture(call, name);
-    constexpr zwchar kForm[] = u"%Y-%m-%dT%H:%M:%SZ";
-    zwchar whole[32] = {}; // a text that breaks off is taken for a date, too
-    Time time;
-    if (!text) return true;
-    return zTimeParseGlobal(&time, text, kForm) &&
-           zTimeFormatGlobal(whole, std::size(whole), kForm, time.seconds) &&
-           zStrsameW(whole, text) && set(spec, &time);
+    const std::optional<Time> time = query_date(call, name);
+    return time ? set(spec, &*time) : !capture(call, name);
 }
 
 HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
