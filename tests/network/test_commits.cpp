@@ -42,13 +42,12 @@ TEST_F(Commits, AreWhatGitReads) {
     EXPECT_EQ(first.text("data.url"), "/repos/ann/plant/commits/" + id);
     EXPECT_EQ(first.text("data.type") + first.text("data.owner") + first.text("data.name"),
               "commitannplant");
-    const Answer second = service.post(kCommits, body("a\\tb\x01"
-                                                      "c\x7F"
+    const Answer second = service.post(kCommits, body("a\\tb\\bc\x7F"
                                                       "d",
-                                                      "two\x01x", tree("2"), "HEAD", id));
+                                                      "two", tree("2"), "HEAD", id));
     ASSERT_EQ(second.code, 200) << second.body;
     EXPECT_EQ(service.git("ann/plant", "log --format='%an|%ae|%cn|%s|%P|%T' master"),
-              "a b c d|a b c d|a b c d|two x|" + id + "|" + tree("2") + "\n" +
+              "a b c d|a b c d|a b c d|two|" + id + "|" + tree("2") + "\n" +
                   "Ann B|Ann B|Ann B|first line||" + tree("1") + "\n");
     EXPECT_EQ(service.git("ann/plant", "fsck --strict"), "");
 

@@ -60,10 +60,12 @@ std::string user_text(const zwchar *text) {
     return to_utf8(copy);
 }
 
-// Author and committer are one text, as name and as address.
+// Author and committer are one text, as name and as address. It stands in one line of the commit's
+// header, which a control character would break or blur; libgit2 cuts points and quotes off its
+// ends, as git does.
 bool NewCommit::sign() {
-    auto ends_line = [](char c) { return c == '\n' || c == '\r'; };
-    std::ranges::replace_if(author, ends_line, ' '); // else the commit's header breaks there
+    const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; };
+    std::ranges::replace_if(author, is_control, ' ');
     if (author.find_first_of("<>") == std::string::npos &&
         git_signature_now(out(signature), author.c_str(), author.c_str()) == 0)
         return true;

@@ -19,7 +19,6 @@
 #include "zev/str.h"
 #include "zev/stream.h"
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -204,18 +203,10 @@ bool rename(Branch &branch, Json *args) {
            move_all(branch, path, target) && branch.commit(u"admin.sLogRenameDirectory");
 }
 
-// Whoever asks is the author, in one line.
-std::u16string author_of(const Call &call) {
-    const zwchar *user = zHttpRequestUser(call.request);
-    std::u16string author = user && *user ? user : u"admin";
-    std::ranges::replace_if(
-        author, [](zwchar c) { return c < u' ' || c == 0x7F; }, u' ');
-    return author;
-}
-
+// Whoever asks is the author.
 HttpResponse *change(Call &call, Json *args, bool (*make)(Branch &branch, Json *args)) {
-    const std::u16string author = author_of(call);
-    Branch branch{call.repository.get(), author.c_str()};
+    const zwchar *user = zHttpRequestUser(call.request);
+    Branch branch{call.repository.get(), user && *user ? user : u"admin"};
     return make(branch, args) ? answer_status(Z_AUTH_DONE) : refuse_request(call);
 }
 
