@@ -195,6 +195,20 @@ TEST(Projects, LeaveNothingWhenTheyCanNotBeMade) {
     EXPECT_EQ(service.post("/repos", project("bob", "mill")).code, 200);
 }
 
+// What was killed while it made or removed a project goes with the next one made beside it; what
+// somebody holds stays.
+TEST(Projects, AreMadeBesideNoLeftOvers) {
+    Service service;
+    const std::string aside = service.at("ann/.zev-removed");
+    make_project(service, "ann/.zev-removed/gone.0123abcd");
+    make_project(service, "ann/.zev-removed/held.0123abcd");
+    test::write(aside + "/.begun.0123abcd.zlck", "");
+    const auto held =
+        test::guard(zFlockOpen(test::wide(aside + "/held.0123abcd").c_str(), false), zFlockClose);
+    ASSERT_EQ(service.post("/repos", kOne).code, 200);
+    EXPECT_EQ(test::run("ls -A " + aside), ".held.0123abcd.zlck\nheld.0123abcd\n");
+}
+
 TEST(Projects, BeginWithTheirTemplate) {
     test::Rights rights;
     rights.codes["ann"] = "1";

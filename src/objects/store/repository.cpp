@@ -6,6 +6,7 @@
 #include "objects/store/config.hpp"
 #include "objects/store/loose_object.hpp"
 #include "objects/store/sweep.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
 #include "zev/dir.h"
 #include "zev/file.h"
@@ -196,7 +197,7 @@ bool make_id(Repository *repository) {
 //
 // The files are first moved to <place>/../.zev-removed/<name>.<8 hex>, by one rename: no half of a
 // repository is left under its name, and no whole one where a list of repositories looks. What a
-// removal that was cut short left there goes with the next one beside it.
+// process that was killed left there goes with the next that is removed, or made, beside it.
 
 struct Removed {
     std::u16string parent, name;
@@ -234,7 +235,10 @@ bool Removed::sweep() const {
     if (!os::read_dir(room().c_str(), &names)) return false;
     bool found = false, done = true;
     for (const os::Name &left : names) {
-        if (!left.directory || left.text == u"." || left.text == u"..") continue;
+        if (left.text == u"." || left.text == u"..") continue;
+        if (const auto locked = locked_name(left.text); !left.directory && !locked.empty())
+            zFlockPurge((room() + u"/").append(locked).c_str());
+        if (!left.directory) continue;
         const bool is_own = left.text.starts_with(name + u".");
         const bool gone = remove_aside(room() + u"/" + left.text);
         found |= is_own;
@@ -255,8 +259,7 @@ bool destroy(const std::u16string &place) {
         const Owned<Repository, zRepositoryFree> whole(zRepositoryOpen(aside.c_str()));
         if (whole) os::move(aside.c_str(), place.c_str(), false);
     }
-    const KeptFailure kept;
-    removed.sweep();
+    sweep_aside(place);
     return done;
 }
 
@@ -268,6 +271,11 @@ std::u16string zev::place_aside(const std::u16string &place) {
     if (!removed.draw(aside)) return {};
     if (os::make_dirs(removed.room().c_str())) return aside;
     return fail_os(errno, removed.room()), std::u16string();
+}
+
+void zev::sweep_aside(const std::u16string &place) {
+    const KeptFailure kept;
+    Removed(place).sweep();
 }
 
 Repository *zRepositoryOpen(const zwchar *path) { return opened(path, git_repository_open); }

@@ -50,8 +50,10 @@ std::u16string full_path(const Repository *repository, std::string_view path);
 bool config_text(git_config *config, const char *key, std::string &text);
 
 // Where a repository lies while it is made, or removed: a new name in the directory .zev-removed
-// beside its own, which is made. Whoever works there holds a lock on that name; what nobody holds
-// goes with the next removal beside it. Empty, raised, on failure. May throw.
+// beside its own, which is made. Whoever works there holds a lock on that name. Empty, raised, on
+// failure. May throw.
 std::u16string place_aside(const std::u16string &place);
+// Removes what killed processes left in that directory: what nobody holds. May throw.
+void sweep_aside(const std::u16string &place);
 
 } // namespace zev

@@ -195,6 +195,7 @@ bool NewProject::is_taken() const {
 // The id is drawn here, so that it is on the disk when the project is.
 bool NewProject::init() {
     made_directory = !zPathDirExists(directory.c_str());
+    sweep_aside(place);
     at = place_aside(place);
     if (at.empty()) return false;
     room = directory_of(at);
