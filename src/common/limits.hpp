@@ -18,6 +18,9 @@ inline constexpr uint32_t trash_info = 0x4000;
 // Directories above a file in a node tree, each of which holds its path: no path of 511 units, the
 // longest that any operation takes, has more.
 inline constexpr uint32_t path_depth = 255;
+// Entries of all trees of a commit, each as often as it stands there: a project of a million files
+// has a few more.
+inline constexpr uint64_t tree_entries = 1u << 22;
 // What is allocated at once for data whose true size is not yet known.
 inline constexpr uint64_t step = 1u << 20;
 // Bytes put into one LevelDB batch: a larger one is replayed whole by the next open.

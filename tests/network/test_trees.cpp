@@ -183,20 +183,61 @@ TEST_F(Trees, AreMadeByWhoMayWrite) {
     }
 }
 
-// Trees that nest deeper than any path would take the stack of who walks them.
-TEST_F(Trees, HaveNoMoreLevelsThanAPath) {
-    std::string id = store_tree(service, "ann/plant", {{"a", "a"}});
-    for (int level = 0; level < 300; ++level) {
+// Trees that nest deeper than any path would take the stack of who walks them, those that unfold to
+// more files than any project has his time; no commit names them, whatever comes after what.
+TEST_F(Trees, AreNoLargerThanAProject) {
+    const auto tree_of = [&](const std::string &below, int count) {
         Oid raw;
-        zOidFromStr(&raw, test::wide(id).c_str());
-        std::string bytes("40000 d");
-        bytes.push_back('\0');
-        bytes.append(reinterpret_cast<const char *>(&raw), sizeof raw);
-        id = test::store(service, "ann/plant", Z_OBJECT_TREE, bytes);
+        zOidFromStr(&raw, test::wide(below).c_str());
+        std::string bytes;
+        for (int n = 0; n < count; ++n) {
+            bytes.append("40000 ").append(1, static_cast<char>('a' + n)).append(1, '\0');
+            bytes.append(reinterpret_cast<const char *>(&raw), sizeof raw);
+        }
+        return test::store(service, "ann/plant", Z_OBJECT_TREE, bytes);
+    };
+    const std::string files = store_tree(service, "ann/plant", {{"a", "a"}});
+    std::string deep = files, wide = files;
+    for (int level = 0; level < 255; ++level) deep = tree_of(deep, 1);
+    for (int level = 0; level < 9; ++level) wide = tree_of(wide, 20);
+    const auto commit = [&](const std::string &tree, const std::string &more) {
+        return service.post("/repos/ann/plant/commits",
+                            R"({"query":{"author":"a","message":"m","tree":")" + tree + '"' + more +
+                                "}}");
+    };
+    const std::string base = tree_of(deep, 0), update = R"(,"update":"refs/heads/master")";
+    const std::string first = commit(base, update).text("data.id");
+    const std::string later = update + R"(,"parent":")" + first + '"';
+    const struct {
+        std::string tree;
+        int listed, made, committed;
+    } cases[] = {{tree_of(deep, 1), 500, 500, 400},
+                 {wide, 500, 500, 400},
+                 {tree_of(kBlob, 1), 500, 500, 400},
+                 {deep, 200, 200, 200}};
+    for (const auto &[tree, listed, made, committed] : cases) {
+        const auto n = &tree - &cases[0].tree;
+        EXPECT_EQ(service.get(kTrees + "/" + tree).code, listed) << n;
+        EXPECT_EQ(service.get(kTrees + "/" + tree + "?recursive=0").code, 200) << n;
+        EXPECT_EQ(make(tree, "[]").code, made) << n;
+        EXPECT_EQ(commit(tree, "").code, committed) << n;
+        EXPECT_EQ(commit(tree, later).code, committed) << n;
+        const std::string loose = test::store(service, "ann/plant", Z_OBJECT_COMMIT,
+                                              "tree " + tree +
+                                                  "\nauthor a <a> 1 +0000\ncommitter "
+                                                  "a <a> 1 +0000\n\nm");
+        EXPECT_EQ(service.get("/repos/ann/plant/revisions/" + loose).code,
+                  committed == 200 ? 200 : 404)
+            << n;
     }
-    EXPECT_EQ(service.get(kTrees + "/" + id).code, 500);
-    EXPECT_EQ(service.get(kTrees + "/" + id + "?recursive=0").code, 200);
-    EXPECT_EQ(make(id, "[]").code, 500);
+    // What a commit had already counts with what comes above it.
+    const std::string tip = service.git("ann/plant", "rev-parse refs/heads/master").substr(0, 40);
+    EXPECT_EQ(commit(tree_of(deep, 1), update + R"(,"parent":")" + tip + '"').code, 400);
+    std::string path = "a";
+    for (int level = 0; level < 255; ++level) path += "/a";
+    const std::string id = test::store(service, "ann/plant", Z_OBJECT_BLOB, "x");
+    EXPECT_EQ(make("", "[" + change("add", path, id) + "]").code, 200);
+    EXPECT_EQ(make("", "[" + change("add", "a/" + path, id) + "]").code, 400);
 }
 
 TEST(Blobs, AreNeverThere) {

@@ -6,6 +6,7 @@
 #include "network/rest/repos/tree_change.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/tree_extent.hpp"
 #include "rms/privilege.hpp"
 #include "zev/oid.h"
 #include "zev/revlist.h"
@@ -95,7 +96,7 @@ struct NewCommit {
     const zwchar *author = nullptr, *message = nullptr, *tree_id = nullptr;
     const zwchar *update = nullptr; // the reference that moves
     CommitPtr tip{};                // where it stands; null for a new one
-    TreePtr tree{};
+    TreePtr before{}, tree{};       // the tip's, and the new one
 
     HttpResponse *read();
     HttpResponse *find_parent();
@@ -132,18 +133,23 @@ HttpResponse *NewCommit::find_parent() {
     return nullptr;
 }
 
+// All that is named by a commit is walked later, without a bound; what the tip names was looked at
+// when that was made.
 HttpResponse *NewCommit::find_tree() {
     Oid id;
     if (!parse_id(&id, tree_id)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"tree");
     tree.reset(zTreeByid(call.repository.get(), &id));
-    return tree ? nullptr : refuse(call, 400, u"srv.eNoSuchTree_s", tree_id);
+    if (!tree) return refuse(call, 400, u"srv.eNoSuchTree_s", tree_id);
+    if (tip) before.reset(zCommitTree(tip.get()));
+    if (tip && !before) return refuse(call, 500, u"srv.eCreateCommit");
+    if (!has_bounded_change(before ? before->handle.get() : nullptr, tree->handle.get()))
+        return refuse(call, 400, u"srv.eInvalidContent");
+    return nullptr;
 }
 
 // A file that enters is named by its path from then on.
 bool NewCommit::is_allowed() {
     if (!call.guarded) return true;
-    const TreePtr before(tip ? zCommitTree(tip.get()) : nullptr);
-    if (tip && !before) return false;
     Privileges &granted = rights(call);
     std::vector<NamedFile> entering;
     const auto may_write = [&](std::u16string_view path, const git_oid *made) {

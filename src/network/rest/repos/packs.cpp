@@ -8,7 +8,7 @@
 #include "network/rest/repos/paths_of.hpp"
 #include "objects/store/pack.hpp"
 #include "objects/store/repository.hpp"
-#include "objects/store/tree_depth.hpp"
+#include "objects/store/tree_extent.hpp"
 #include "stream/stream.hpp"
 #include "zev/pack.h"
 
@@ -61,12 +61,12 @@ class Intake {
 
 // ---- Putting together
 
-// False when the entry has no id, or the store no such object, or one too deep to go through.
+// False when the entry has no id, or the store no such object, or one too large to go through.
 bool insert_entry(Repository *repository, PackBuilder *builder, const Json *entry) {
     const PackEntry wanted = pack_entry(entry);
     if (!wanted.is_sound) return false;
     if (!wanted.recursive) return zPackBuilderInsert(builder, &wanted.id);
-    return has_bounded_depth(repository->handle.get(), git::oid(&wanted.id)) &&
+    return has_bounded_extent(repository->handle.get(), git::oid(&wanted.id)) &&
            zPackBuilderInsertRecur(builder, &wanted.id);
 }
 

@@ -4,6 +4,7 @@
 #include "network/rest/repos/content.hpp"
 #include "objects/history/revision.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/tree_extent.hpp"
 #include "zev/revdb.h"
 #include "zev/revision.h"
 #include "zev/time.h"
@@ -48,13 +49,25 @@ HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
 
 // ---- One revision
 
+// Anybody can send a commit that no branch knows. Of the two trees that it changes, what differs is
+// gone through.
+bool has_bounded_changes(Commit *commit) {
+    const KeptFailure kept;
+    const CommitPtr parent(zCommitParentCount(commit) ? zCommitParent(commit) : nullptr);
+    const TreePtr before(parent ? zCommitTree(parent.get()) : nullptr), after(zCommitTree(commit));
+    git_tree *old = before ? before->handle.get() : nullptr;
+    return after && has_bounded_change(old, after->handle.get()) &&
+           has_bounded_change(after->handle.get(), old);
+}
+
 // The record is looked for first: it stands for a commit that is not here. Null when there is no
 // such commit, or it can't be read.
 RevisionPtr find_revision(const Call &call, Revdb *db, const Oid &id) {
     RevisionPtr found;
     if (find_record(db, &id, found) == Lookup::whole) return found;
     const CommitPtr commit(by_id<Commit>(call.repository.get(), &id));
-    return commit ? kept_revision(db, *commit) : nullptr;
+    if (!commit || !has_bounded_changes(commit.get())) return nullptr;
+    return kept_revision(db, *commit);
 }
 
 Tree revision_tree(const RevisionPtr &revision) {

@@ -6,8 +6,6 @@
 #include "common/utf.hpp"
 #include "objects/store/git.hpp"
 
-#include <algorithm>
-
 namespace zev::rest {
 
 namespace {
@@ -77,16 +75,6 @@ bool Steps::open(git::Tree &tree, Entry *entry) const {
 
 bool is_each_change(git_tree *before, git_tree *after, const ChangeTest &allowed) {
     return Steps{git_tree_owner(before ? before : after), allowed}.compare(before, after);
-}
-
-bool is_bounded(git_tree *tree) {
-    const auto step = [](const char *root, const git_tree_entry *entry, void *) -> int {
-        if (git_tree_entry_type(entry) != GIT_OBJECT_TREE) return 0;
-        const std::string_view directory = root;
-        return std::ranges::count(directory, '/') < limits::path_depth ? 0 : GIT_EUSER;
-    };
-    const int code = git_tree_walk(tree, GIT_TREEWALK_PRE, step, nullptr);
-    return code < 0 ? fail_git(code) : true;
 }
 
 } // namespace zev::rest

@@ -17,8 +17,4 @@ using ChangeTest = std::function<bool(std::u16string_view path, const git_oid *m
 // for a tree that can't be read or has more levels than a path can.
 bool is_each_change(git_tree *before, git_tree *after, const ChangeTest &allowed);
 
-// Whether no path of a tree has more levels than any file can: what goes deeper was made to exhaust
-// the stack of whoever walks it.
-bool is_bounded(git_tree *tree);
-
 } // namespace zev::rest

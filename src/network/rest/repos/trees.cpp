@@ -5,9 +5,9 @@
 #include "common/pathname.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
-#include "network/rest/repos/tree_change.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
+#include "objects/store/tree_extent.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "rms/privilege.hpp"
 #include "zev/object.h"
@@ -67,7 +67,6 @@ struct Listing {
     int visit(const char *root, const git_tree_entry *entry);
     bool add(const git_tree_entry *entry, git_object_t kind);
     uint32_t mode_of(const git_tree_entry *entry, git_object_t kind, const std::u16string &name);
-    bool enter(const char *root);
 
     static int step(const char *root, const git_tree_entry *entry, void *self) try {
         return static_cast<Listing *>(self)->visit(root, entry);
@@ -82,16 +81,12 @@ void Listing::read_query() {
     if (only) type = zOTypeId(only);
 }
 
-// A directory's path is converted, and its levels are counted, once for all its entries.
-bool Listing::enter(const char *root) {
-    if (directory == root) return true;
-    directory = root;
-    path = to_wide(directory);
-    return std::ranges::count(directory, '/') <= limits::path_depth;
-}
-
+// A directory's path is converted once for all its entries.
 int Listing::visit(const char *root, const git_tree_entry *entry) {
-    if (!enter(root)) return GIT_EUSER;
+    if (directory != root) {
+        directory = root;
+        path = to_wide(directory);
+    }
     const git_object_t kind = git_tree_entry_type(entry);
     if ((!type || *type == kind) && !add(entry, kind)) return GIT_EUSER;
     return !recursive && kind == GIT_OBJECT_TREE ? 1 : 0; // 1 leaves out what is below
@@ -201,7 +196,8 @@ HttpResponse *NewTree::start() {
         base.reset(zTreeByid(repository, &id));
         if (!base) return refuse(call, 400, u"srv.eNoSuchTree_s", text);
     }
-    const bool usable = !base || is_bounded(base->handle.get());
+    const bool usable =
+        !base || has_bounded_extent(repository->handle.get(), git_tree_id(base->handle.get()));
     if (usable) builder.reset(zTreeBuilderNew(repository, base.get()));
     if (!builder) return refuse(call, 500, u"srv.eAccessProject");
     if (!entries) return refuse(call, 400, u"srv.eFieldInvalid_s", u"entries");
@@ -260,6 +256,7 @@ bool NewTree::has_room(const std::string &path) {
 
 bool NewTree::insert(const zwchar *path, const Oid &id) {
     const std::string name = to_utf8(path);
+    if (std::ranges::count(name, '/') > limits::path_depth) return raise_args(path);
     return check_path(name) && has_room(name) && zTreeBuilderInsert(builder.get(), path, &id);
 }
 
@@ -299,7 +296,10 @@ HttpResponse *list_tree(Call &call) {
         !zJsonObjectPut(record.get(), u"entries", entries.get()))
         return refuse(call, 500, u"srv.eInternalError");
     listing.entries = entries.release();
-    if (git_tree_walk(tree->handle.get(), GIT_TREEWALK_PRE, Listing::step, &listing) < 0)
+    const git_tree *root = tree->handle.get();
+    if (listing.recursive && !has_bounded_extent(git_tree_owner(root), git_tree_id(root)))
+        return refuse(call, 500, u"srv.eAccessProject");
+    if (git_tree_walk(root, GIT_TREEWALK_PRE, Listing::step, &listing) < 0)
         return refuse(call, 500, u"srv.eAccessProject");
     HttpResponse *response = answer_data(200, std::move(record));
     return response ? response : refuse(call, 500, u"srv.eInternalError");
