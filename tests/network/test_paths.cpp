@@ -197,11 +197,12 @@ TEST_F(Paths, AreNotGivenToWhatIsHidden) {
         {"docs/.gitkeep", id_of("keep"), 200}, // shown to all in listings
         {"docs/own.dwx", stored(drawing(own)), 200},
         {"docs/forged.dwx", stored(drawing(hidden, "forged")), 403},
-        {"docs/late.dwx", id_of(late), 200},
+        {"docs/late.dwx", id_of(late), 403}, // nobody could look at it
     };
     for (const auto &[path, id, code] : cases) EXPECT_EQ(name("mal", path, id), code) << path;
     EXPECT_EQ(rows("bob", hidden), 403);
     stored(late);
+    std::filesystem::remove_all(service.at(project) + "/paths");
     EXPECT_EQ(rows("bob", hidden), 403);
     EXPECT_EQ(rows("bob", own), 200);
     EXPECT_EQ(read("bob", id_of("hidden")), 403);

@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <optional>
+#include <string>
+#include <unordered_map>
 
 namespace zev::rest {
 
@@ -42,11 +44,14 @@ class Reader {
         if (reads_all_.value_or(false)) return true;
         if (!lease_.index) return false;
         if (zOidIsEqual(&id, &kEmptyFile)) return true;
+        std::string key(1, static_cast<char>(kind));
+        key.append(reinterpret_cast<const char *>(id.id), sizeof id.id);
+        if (const auto known = known_.find(key); known != known_.end()) return known->second;
         const bool looked = lease_.index->each_path(kind, id, [&](std::string_view path) {
             named = true;
             return granted = is_readable(path);
         });
-        return looked && (granted || !named);
+        return known_[std::move(key)] = looked && (granted || !named);
     }
 
     bool may_read_all() {
@@ -58,14 +63,14 @@ class Reader {
         return *(reads_all_ = looked && !refused);
     }
 
-    // A drawing that is not here yet names no table; the index looks after it when it has come.
+    // A drawing that is not here yet could open any table once it has come.
     bool may_name(Repository *repository, const NamedFile &file) {
         if (!may_read(PathIndex::Kind::file, file.id)) return false;
         if (reads_all_.value_or(false)) return true;
         std::optional<Oid> table;
         if (!is_drawing_name(to_utf8(file.path))) return true;
         const int code = find_table(repository, file.id, table);
-        if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code);
+        if (code < 0) return fail_git(code);
         return !table || may_read(PathIndex::Kind::table, *table);
     }
 
@@ -76,7 +81,8 @@ class Reader {
 
     Privileges &rights_;
     PathIndex::Lease lease_{};
-    std::optional<bool> reads_all_; // once it was asked for
+    std::optional<bool> reads_all_;               // once it was asked for
+    std::unordered_map<std::string, bool> known_; // by kind and id: one may come many times
 };
 
 } // namespace
