@@ -75,6 +75,8 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
         {R"({"query":{"message":"m","tree":"t"}})", 400, "'query.author' is required"},
         {R"({"query":{"author":"a","tree":"t"}})", 400, "'query.message' is required"},
         {R"({"query":{"author":"a","message":"m"}})", 400, "'query.tree' is required"},
+        {R"({"query":{"author":"a","message":"m","tree":")" + made + R"(","update":5}})", 400,
+         "'query.update' is invalid"},
         {body("a", "m", made, branch, "12"), 400, "'query.parent' is invalid"},
         {body("a", "m", made, branch), 400, "'query.parent' is required"},
         {body("a", "m", made, branch, kNone), 409, "newer changes"},

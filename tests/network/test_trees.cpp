@@ -121,6 +121,7 @@ TEST_F(Trees, AreRefusedWhole) {
         {"{}", "'query' is required"},
         {R"({"query":[]})", "'query' is required"},
         {R"({"query":{"base":"12","entries":[]}})", "'base' is invalid"},
+        {R"({"query":{"base":5,"entries":[]}})", "'base' is invalid"},
         {R"({"query":{"base":")" + kBlob + R"(","entries":[]}})", "There is no tree '" + kBlob},
         {R"({"query":{}})", "'entries' is invalid"},
         {R"({"query":{"entries":{}}})", "'entries' is invalid"},

@@ -120,6 +120,9 @@ HttpResponse *NewCommit::read() {
 
 // The reference must be where the client believes it.
 HttpResponse *NewCommit::find_parent() {
+    const Json *told = zJsonPathGet(fields.get(), u"query.update");
+    if (told && !zJsonIsNull(told) && !zJsonIsString(told)) // nothing would move, unnoticed
+        return refuse(call, 400, u"srv.eFieldInvalid_s", u"query.update");
     if (!update) return nullptr;
     constexpr const zwchar *kField = u"query.parent";
     const zwchar *parent = text_at(fields, kField);

@@ -190,7 +190,9 @@ HttpResponse *NewTree::read() {
 
 HttpResponse *NewTree::start() {
     Repository *repository = call.repository.get();
-    if (const zwchar *text = text_at(body, u"query.base")) {
+    const Json *told = zJsonPathGet(body.get(), u"query.base");
+    if (told && !zJsonIsNull(told)) {
+        const zwchar *text = zJsonIsString(told) ? zJsonGetString(told) : nullptr;
         Oid id;
         if (!parse_id(&id, text)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"base");
         base.reset(zTreeByid(repository, &id));
