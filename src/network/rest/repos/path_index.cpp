@@ -67,7 +67,7 @@ bool read_tips(git_repository *repository, std::vector<std::string> &tips) {
     if (code < 0) return fail_git(code);
     if (!git_reference_name_to_id(&head, repository, "HEAD")) tips.emplace_back(raw(&head));
     std::ranges::sort(tips);
-    tips.erase(std::ranges::unique(tips).begin(), tips.end());
+    tips.erase(std::unique(tips.begin(), tips.end()), tips.end());
     return true;
 }
 
