@@ -159,6 +159,20 @@ TEST_F(OdbTest, ChecksOutThroughFilters) {
     EXPECT_EQ(read(place / "deep/er/a.dwx"), "one\ntwo\n");
 }
 
+// An empty file must not count as the object: nobody would write it then.
+TEST_F(OdbTest, WritesOverWhatALossOfPowerLeftEmpty) {
+    const Oid id = blob("a line");
+    const std::string name = hex(&id);
+    const auto file = place / ".git/objects" / name.substr(0, 2) / name.substr(2);
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    write(file, "");
+    blob("a line");
+    const RepositoryPtr again = opened();
+    EXPECT_OK(ObjectPtr(zObjectByid(again.get(), &id, Z_OBJECT_ANY)) != nullptr);
+    for (const auto &entry : std::filesystem::directory_iterator(place / ".git/objects"))
+        EXPECT_FALSE(entry.is_regular_file()) << entry.path();
+}
+
 // What a loss of power leaves of an object's file, from nothing to all but a byte, and rubbish:
 // every road to it ends with an error, and soon.
 TEST_F(OdbTest, DamagedFilesOfObjectsAreRefused) {

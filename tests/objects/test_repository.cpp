@@ -159,6 +159,8 @@ TEST_F(SweepTest, TakesWhatWasMadeUnderTheLock) {
                         "objects/cc/11111111111111111111111111111111111111",
                         "../deep/tmp_zev_0123456789abcdef"}; // in the user's directories
     crash("index", files);
+    const auto past = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    std::filesystem::last_write_time(place / ".git" / *(files.end() - 2), past); // libgit2 does so
     write(place / ".git/refs/heads/other", "");
     write(place / "deep/tmp_zev_0123456789abcdeg", ""); // a file of the user
     ASSERT_OK(zev::sweep_stale(repository.get()));

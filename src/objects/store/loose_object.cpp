@@ -2,8 +2,10 @@
 // the size in decimal digits, a zero byte, and the bytes.
 #include "objects/store/loose_object.hpp"
 
+#include "common/errno.hpp"
 #include "common/utf.hpp"
 #include "objects/store/odb.hpp"
+#include "zev/oid.h"
 
 #include <algorithm>
 #include <charconv>
@@ -103,6 +105,23 @@ bool LooseObject::refill() {
     return state_.avail_in;
 }
 
+// No writer gives an object its name before its bytes, so none is at work on an empty one. But the
+// whole object may take the name at any time: what was moved away is looked at once more.
+bool drop_hollow(const std::u16string &directory, const std::u16string &name) {
+    const std::u16string path = directory + name;
+    struct stat status;
+    if (!os::lstat(path.c_str(), &status) || !S_ISREG(status.st_mode) || status.st_size)
+        return true;
+    Oid id;
+    zwchar digits[17];
+    if (!zOidRand(&id) || !zOidNFormat(digits, 16, &id)) return false;
+    const std::u16string aside = directory + u"tmp_obj_" + digits;
+    if (!os::move(path.c_str(), aside.c_str(), false)) return errno == ENOENT || fail_errno(path);
+    if (os::lstat(aside.c_str(), &status) && status.st_size) os::link(aside.c_str(), path.c_str());
+    os::unlink(aside.c_str());
+    return true;
+}
+
 std::u16string objects_directory(git_repository *repository) {
     return to_wide(git_repository_commondir(repository)) + u"objects/";
 }
@@ -159,6 +178,17 @@ int backend_read_header(size_t *size, git_object_t *type, git_odb_backend *backe
     return GIT_ERROR;
 }
 
+// Asked before an object is written, ahead of libgit2's own store, which goes by the name alone.
+int backend_freshen(git_odb_backend *backend, const git_oid *id) try {
+    const KeptFailure kept;
+    const std::u16string hex = to_wide(git_oid_tostr_s(id));
+    drop_hollow(static_cast<Backend *>(backend)->directory,
+                hex.substr(0, 2) + u'/' + hex.substr(2));
+    return GIT_ENOTFOUND;
+} catch (const std::bad_alloc &) {
+    return GIT_ENOTFOUND;
+}
+
 void backend_free(git_odb_backend *backend) { delete static_cast<Backend *>(backend); }
 
 } // namespace
@@ -172,6 +202,7 @@ void guard_loose_objects(git_repository *repository) {
     backend->directory = objects_directory(repository);
     backend->read = backend_read;
     backend->read_header = backend_read_header;
+    backend->freshen = backend_freshen;
     // libgit2 asks each for its list without a look; these objects are in that of its own.
     backend->foreach = [](git_odb_backend *, git_odb_foreach_cb, void *) { return 0; };
     backend->free = backend_free;

@@ -57,8 +57,13 @@ class LooseObject {
 // Where a repository's own objects are, with a slash behind.
 std::u16string objects_directory(git_repository *repository); // may throw
 
-// From here on the repository's own store reads such files so. Where the store can't be opened
-// that is left to whoever reads first. May throw.
+// Takes an object's file away if a loss of power left it empty; libgit2 would count it as there,
+// and write what it stands for nowhere. `name` is that below a directory of objects, which ends
+// with a slash. False if an empty one stays; may throw.
+bool drop_hollow(const std::u16string &directory, const std::u16string &name);
+
+// From here on the repository's own store reads such files so, and writes over empty ones. Where
+// the store can't be opened that is left to whoever reads first. May throw.
 void guard_loose_objects(git_repository *repository);
 
 } // namespace zev

@@ -26,6 +26,7 @@
 // (tmp_zev_ and 16 digits): else the next commit of everything would take it in.
 #include "objects/store/sweep.hpp"
 
+#include "objects/store/loose_object.hpp"
 #include "objects/store/reference.hpp"
 
 #include "common/errno.hpp"
@@ -116,17 +117,16 @@ struct Sweep {
         }
     }
 
-    // Objects that a loss of power left empty: they would count as being there.
-    void hollow_objects(const u16string &path) {
+    // Objects that a loss of power left empty. Their age doesn't matter: none is ever made so, and
+    // libgit2 sets it back, to the whole second, when it comes upon an object that is there.
+    void hollow_objects(const u16string &directory, const u16string &below = {}) {
         std::vector<os::Name> names;
-        struct stat status;
-        if (!os::read_dir(path.c_str(), &names)) return;
+        if (!os::read_dir((directory + below).c_str(), &names)) return;
         for (const os::Name &name : names) {
-            const u16string below = path + name.text;
-            if (name.directory && name.text.size() == 2 && name.text != u"..")
-                hollow_objects(below + u"/");
-            else if (name.text.size() == 38 && os::lstat(below.c_str(), &status) && !status.st_size)
-                remove(below);
+            if (below.empty() && name.directory && name.text.size() == 2 && name.text != u"..")
+                hollow_objects(directory, name.text + u"/");
+            else if (!below.empty() && name.text.size() == 38)
+                clean = drop_hollow(directory, below + name.text) && clean;
         }
     }
 
