@@ -3,10 +3,13 @@
 #include "service.hpp"
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -67,12 +70,30 @@ void use_data(const Config &config) {
 
 // ---- The lock
 
-ServiceLock::ServiceLock(const std::string &repos, bool shared) {
+namespace {
+
+constexpr int kPatience = 10; // tenths of a second
+
+// Of those that share one holds it alone for as long as it clears up.
+bool lock_shared(int fd) {
+    for (int n = 0; n < kPatience; ++n) {
+        if (flock(fd, LOCK_SH | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    errno = EWOULDBLOCK;
+    return false;
+}
+
+} // namespace
+
+ServiceLock::ServiceLock(const std::string &repos, bool shared) : repos_(repos), shared_(shared) {
     fs::create_directories(repos);
     const std::string path = (fs::path(repos) / kLock).string();
     fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd_ < 0) fail_system(path);
-    if (flock(fd_, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0) return;
+    alone_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
+    if (alone_ || (shared && lock_shared(fd_))) return;
     const int code = errno;
     close(fd_);
     errno = code;
@@ -81,7 +102,37 @@ ServiceLock::ServiceLock(const std::string &repos, bool shared) {
                               (shared ? "" : " (\"run --shared\" lets several do so)"));
 }
 
-ServiceLock::~ServiceLock() { close(fd_); }
+ServiceLock::~ServiceLock() {
+    if (marked_ && ftruncate(fd_, 0) != 0) perror("zevd");
+    close(fd_);
+}
+
+// The file's time is that of the mark: what is older was not left by whom it speaks of.
+bool ServiceLock::clear_up() {
+    struct stat status;
+    if (fstat(fd_, &status) != 0 || !status.st_size) return true;
+    const Time since{status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+    if (zServerRecover(wide(repos_).c_str(), &since)) return true;
+    fprintf(stderr, "zevd: %s: what a killed server left could not all be taken away\n",
+            repos_.c_str());
+    return false;
+}
+
+// On the disk before anything else is, as a loss of power is to be known afterwards. A disk that is
+// full keeps nobody from serving what there is.
+void ServiceLock::mark() {
+    constexpr char kMark[] = "served\n";
+    const bool stands = pwrite(fd_, kMark, sizeof kMark - 1, 0) > 0 && fsync(fd_) == 0;
+    if (!stands) fprintf(stderr, "zevd: %s/%s: %s\n", repos_.c_str(), kLock, strerror(errno));
+}
+
+void ServiceLock::begin_service() {
+    if (!alone_) return;
+    if (clear_up()) mark(), marked_ = !shared_;
+    if (!shared_) return;
+    if (flock(fd_, LOCK_SH | LOCK_NB) != 0) throw Failed(kLocked, repos_ + ": another serves it");
+    alone_ = false;
+}
 
 // ---- Accounts
 

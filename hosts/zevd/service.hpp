@@ -28,6 +28,10 @@ void make_data(const std::string &data);
 
 // The projects are served, or changed by hand, by the holder of this lock. It goes with the
 // process. Refused, it is Failed with kLocked.
+//
+// Its file has a mark in it while they are served, and keeps it when the server is killed. Of
+// several that share the directory none can tell whether it is the last, so the mark stays then,
+// too: what it costs is one look at all projects.
 class ServiceLock {
   public:
     ServiceLock(const std::string &repos, bool shared);
@@ -35,8 +39,18 @@ class ServiceLock {
     ServiceLock(const ServiceLock &) = delete;
     ServiceLock &operator=(const ServiceLock &) = delete;
 
+    // To be called before the projects are served: takes away what a killed server left there.
+    void begin_service();
+
   private:
+    bool clear_up();
+    void mark();
+
+    std::string repos_;
     int fd_ = -1;
+    bool shared_;
+    bool alone_ = false;  // the lock excludes all others
+    bool marked_ = false; // the mark is ours to take away
 };
 
 // The authentication module without a server around it.

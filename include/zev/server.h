@@ -44,6 +44,11 @@ ZEV_API bool zServerShutdown(void);
 ZEV_API AuthTable *zServerAuth(void);
 ZEV_API Json *zServerConfig(void);
 
+// Takes away what a killed service left below a directory of projects: locks and temporary files
+// that are no older than the time when it began, and projects half made or half removed. Nobody
+// else may serve the directory meanwhile. False, with the reason raised, if some of it stays.
+ZEV_API bool zServerRecover(const zwchar *repos, const Time *since);
+
 // Whether a text can be the name of an owner or of a project: 1 to 255 units and none of
 //   \ < > / " : ; ? * | , = and the backtick, nor, with `strict`, @ & # $ ^ ~ %.
 // The standard errors 38 for one that is too long and 22, class 2 for an empty text.

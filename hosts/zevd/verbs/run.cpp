@@ -89,7 +89,8 @@ int run(const std::string &file, const Options &options) {
     const Config config(file);
     config.require_sound();
     use_data(config);
-    const ServiceLock lock(config.repos(), options.shared);
+    ServiceLock lock(config.repos(), options.shared);
+    lock.begin_service();
     zServerOnReady(tell_ready, nullptr);
     const Signals signals;
     check(zServerStartup(config.tree()), file);

@@ -22,6 +22,9 @@
 // left lock: a receiver holds no lock of ours, and what it has open tells of it only while it
 // writes. It costs space and stands in nobody's way.
 //
+// A server takes none of our locks for its objects and references. It knows itself whether it was
+// killed, and since when it had run: that time stands for the left-over then.
+//
 // The same goes for what a killed writer had beside the files of the user while it made them anew
 // (tmp_zev_ and 16 digits): else the next commit of everything would take it in.
 #include "objects/store/sweep.hpp"
@@ -156,6 +159,16 @@ template <class F> bool swept(u16string root, u16string_view guard, F work) {
     return sweep.clean;
 }
 
+// What all that work with a repository share: references and objects.
+void sweep_shared(Sweep &sweep, git_repository *git) {
+    sweep.directory(sweep.root, [](u16string_view name) { return name == u"packed-refs.lock"; });
+    sweep.directory(sweep.root + u"refs/", is_lock, true);
+    sweep.begun_logs(git, "refs/");
+    sweep.directory(sweep.root + u"objects/", is_temporary);
+    sweep.directory(sweep.root + u"objects/pack/", is_temporary);
+    sweep.hollow_objects(sweep.root + u"objects/");
+}
+
 bool clear_config(git_repository *handle) {
     const u16string root = to_wide(git_repository_commondir(handle));
     const bool clean = swept(root, u"config", [](Sweep &sweep) {
@@ -176,15 +189,19 @@ bool sweep_stale(Repository *repository) try {
         git_repository *git = repository->handle.get();
         sweep.directory(sweep.root, is_lock);
         sweep.root = to_wide(git_repository_commondir(git));
-        sweep.directory(sweep.root,
-                        [](u16string_view name) { return name == u"packed-refs.lock"; });
-        sweep.directory(sweep.root + u"refs/", is_lock, true);
-        sweep.begun_logs(git, "refs/");
-        sweep.directory(sweep.root + u"objects/", is_temporary);
-        sweep.directory(sweep.root + u"objects/pack/", is_temporary);
-        sweep.hollow_objects(sweep.root + u"objects/");
+        sweep_shared(sweep, git);
         if (const zwchar *work = zRepositoryWorkdir(repository)) sweep.work_tree(work);
     });
+} catch (...) {
+    return fail_thrown();
+}
+
+bool sweep_since(Repository *repository, const timespec &since) try {
+    git_repository *git = repository->handle.get();
+    Sweep sweep{to_wide(git_repository_commondir(git)), since};
+    sweep.directory(sweep.root, is_lock);
+    sweep_shared(sweep, git);
+    return sweep.clean;
 } catch (...) {
     return fail_thrown();
 }
