@@ -10,6 +10,7 @@
 //   ZEV_TORTURE_COUNT    file that gets the number of calls, of writes, and of the call that was
 //   the
 //                        last to sync, when the process exits
+//   ZEV_TORTURE_FROM     a file; calls count while it is there
 //   ZEV_TORTURE_WITNESS  a file that is locked for as long as the process holds the lock on the
 //                        working copy's index; text is added to it if another one had it locked
 //
@@ -54,12 +55,13 @@ static pthread_mutex_t lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 static pthread_once_t started = PTHREAD_ONCE_INIT;
 static long calls, writes, last_sync, target;
 static enum mode mode;
-static const char *side;
+static const char *side, *from;
 
 static void start(void) {
     static const char *names[] = {"", "fail", "dead", "full", "short", "kill", "forget", "hollow"};
     const char *at = getenv("ZEV_TORTURE_AT"), *how = getenv("ZEV_TORTURE_MODE");
     side = getenv("ZEV_TORTURE_SIDE");
+    from = getenv("ZEV_TORTURE_FROM");
     if (at) target = strcmp(at, "end") ? atol(at) : LONG_MAX;
     for (int i = FAIL; how && i <= HOLLOW; ++i)
         if (!strcmp(how, names[i])) mode = (enum mode)i;
@@ -253,9 +255,17 @@ static void die(void) {
 
 // ---- The gate
 
+static int is_armed(void) {
+    const int kept = errno;
+    const int armed = !from || access(from, F_OK) == 0;
+    errno = kept;
+    return armed;
+}
+
 // True when this call has to fail. The caller holds the lock until its call is done.
 static int hit(int need) {
     pthread_once(&started, start);
+    if (!is_armed()) return 0;
     ++calls;
     if (need & WRITE) ++writes;
     const long n = mode == SHORT ? writes : calls;
