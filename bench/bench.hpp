@@ -52,6 +52,25 @@ inline void compare(const char *scenario, const char *peer, const char *metric, 
     line(scenario, peer, "ratio", ours / theirs);
 }
 
+// Both by turns, so that they meet the same machine: the medians of their times, and of the ratios.
+// Each gives the milliseconds that it took.
+template <class F, class G>
+void by_turns(const char *scenario, const char *peer, F ours, G theirs, int runs = 5) {
+    std::vector<double> mine, others, ratios;
+    for (int n = 0; n < runs; ++n) {
+        mine.push_back(ours());
+        others.push_back(theirs());
+        ratios.push_back(mine.back() / others.back());
+    }
+    const auto middle = [&](std::vector<double> &values) {
+        std::ranges::nth_element(values, values.begin() + runs / 2);
+        return values[static_cast<size_t>(runs / 2)];
+    };
+    line(scenario, "zev", "ms", middle(mine));
+    line(scenario, peer, "ms", middle(others));
+    line(scenario, peer, "ratio", middle(ratios));
+}
+
 // A directory of the run's own, removed at its end.
 class Scratch {
   public:
