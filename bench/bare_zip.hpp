@@ -5,7 +5,6 @@
 #include "bench.hpp"
 
 #include <cstring>
-#include <memory>
 
 #include <zlib.h>
 
@@ -58,8 +57,6 @@ template <class F> void through(F step, z_stream &z, const std::string &from, FI
     }
     fflush(to);
 }
-
-using File = std::unique_ptr<FILE, int (*)(FILE *)>;
 
 inline void zip(const std::string &bytes) {
     z_stream z{};

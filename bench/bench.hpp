@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,8 @@ class Scratch {
   private:
     std::filesystem::path path_;
 };
+
+using File = std::unique_ptr<FILE, int (*)(FILE *)>;
 
 // Random numbers that are the same in every run.
 class Random {

@@ -11,6 +11,7 @@
 #include <set>
 #include <thread>
 
+#include <fcntl.h>
 #include <git2.h>
 #include <sys/wait.h>
 
@@ -74,7 +75,7 @@ class Service {
   private:
     void start() {
         int ends[2];
-        if (pipe(ends)) exit(1);
+        if (pipe2(ends, O_CLOEXEC)) exit(1);
         child_ = fork();
         if (!child_) {
             dup2(ends[1], 1);
@@ -84,10 +85,12 @@ class Service {
             _exit(127);
         }
         close(ends[1]);
-        std::string told;
-        for (char c; read(ends[0], &c, 1) == 1 && c != '\n';) told += c;
-        if (told.find("port ") == told.npos) bench::give_up("zevd doesn't start");
-        port_ = static_cast<uint32_t>(atoi(told.c_str() + told.find("port ") + 5));
+        constexpr std::string_view kTold = "zevd serves port ";
+        const bench::File out(fdopen(ends[0], "r"), fclose);
+        for (char line[512]; !port_ && fgets(line, sizeof line, out.get());)
+            if (std::string_view(line).starts_with(kTold))
+                port_ = static_cast<uint32_t>(atoi(line + kTold.size()));
+        if (!port_) bench::give_up("zevd doesn't start");
     }
 
     std::string root_;
