@@ -152,7 +152,8 @@ class GitLock {
     }
     ~GitLock() {
         if (fd_ < 0) return;
-        os::unlink(path_.c_str());
+        // Left behind, it would stop git and us until somebody takes it away by hand.
+        if (!os::unlink(path_.c_str())) os::unlink(path_.c_str());
         os::close_fd(fd_);
     }
     GitLock(const GitLock &) = delete;
