@@ -10,6 +10,7 @@
 #include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "objects/store/repository.hpp"
 #include "zev/auth.h"
 #include "zev/dir.h"
 #include "zev/http_server.h"
@@ -171,6 +172,7 @@ const zwchar *zServerVersion(Server *server) {
 bool zServerStartup(const Json *config) {
     if (!config) return fail_args();
     if (running) return fail_os(EALREADY);
+    const OwnSettingsOnly settings;
     Owned<Server, zServerFree> server(zServerNew(config));
     if (!server) return false;
     server->auth = zAuthServerStart();

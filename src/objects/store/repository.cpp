@@ -373,6 +373,32 @@ const zwchar *zRepositoryTrash(Repository *repository) try {
     return fail_thrown();
 }
 
+namespace zev {
+
+namespace {
+
+constexpr int kForeign[] = {GIT_CONFIG_LEVEL_PROGRAMDATA, GIT_CONFIG_LEVEL_SYSTEM,
+                            GIT_CONFIG_LEVEL_XDG, GIT_CONFIG_LEVEL_GLOBAL};
+
+} // namespace
+
+OwnSettingsOnly::OwnSettingsOnly() {
+    static_assert(std::size(kForeign) == kLevels);
+    for (size_t i = 0; i < kLevels; ++i) {
+        git_libgit2_opts(GIT_OPT_GET_SEARCH_PATH, kForeign[i], &paths_[i]);
+        git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, kForeign[i], "");
+    }
+}
+
+OwnSettingsOnly::~OwnSettingsOnly() {
+    for (size_t i = 0; i < kLevels; ++i) {
+        git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, kForeign[i], paths_[i].ptr);
+        git_buf_dispose(&paths_[i]);
+    }
+}
+
+} // namespace zev
+
 const Oid *zRepositoryId(Repository *repository, bool create) try {
     if (!repository) return fail_args();
     if (!zOidIsZero(&repository->id)) return &repository->id;

@@ -43,6 +43,20 @@ namespace zev {
 // with libgit2's error.
 git::Config local_config(git_repository *handle);
 
+// While one lives, no repository that is opened has any settings but its own: a service is not to
+// act otherwise for the account that it runs under. One at a time.
+class OwnSettingsOnly {
+  public:
+    OwnSettingsOnly();
+    ~OwnSettingsOnly();
+    OwnSettingsOnly(const OwnSettingsOnly &) = delete;
+    OwnSettingsOnly &operator=(const OwnSettingsOnly &) = delete;
+
+  private:
+    static constexpr size_t kLevels = 4;
+    git_buf paths_[kLevels]{}; // where libgit2 looked before
+};
+
 // Where a path of an index lies: the work directory with the path behind it; empty for a bare one.
 std::u16string full_path(const Repository *repository, std::string_view path);
 
