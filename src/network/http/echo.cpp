@@ -18,6 +18,7 @@
 #include "zev/lang.h"
 #include "zev/str.h"
 
+#include <algorithm>
 #include <cassert>
 #include <new>
 
@@ -203,7 +204,8 @@ bool append_piece(HttpEcho *echo) {
     Stream *body = echo->response->body;
     std::string &out = echo->outgoing;
     const size_t known = out.size();
-    out.resize(known + kBodyPiece);
+    // No more room than it takes: the text stays with the connection, which may be idle for long.
+    out.resize(known + std::min(echo->left, kBodyPiece));
     const uint64_t count = read_piece(body, out.data() + known, &echo->left);
     out.resize(known + count);
     echo->sent += count;
