@@ -2,6 +2,8 @@
 #include "rights.hpp"
 #include "service_fixture.hpp"
 
+#include "common/guard.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 
 using test::Answer, test::make_project, test::narrow, test::Service;
@@ -180,6 +182,31 @@ TEST(Projects, AreNamedWhenTheyAreOnTheDisk) {
     ASSERT_EQ(service.drop("/repos/ann/Plant").code, 204);
     EXPECT_EQ(service.get("/repos/ann").body, R"({"data":{"entries":[]}})");
     EXPECT_EQ(test::run("ls -A " + service.at("ann")), "");
+}
+
+// A project that is open from the request before is what another process made of it meanwhile.
+TEST(Projects, AreAsOthersLeftThem) {
+    static const auto real = os::calls.now;
+    os::calls.now = [] { return real() + 10 * zev::kSecond; }; // no change is recent
+    const zev::Finally reset([] { os::calls.now = real; });
+    Service service;
+    const auto id = [&] { return service.get("/repos/ann/plant").text("data.id"); };
+    make_project(service, "ann/plant");
+    const std::string first = id();
+    EXPECT_EQ(first.size(), 40u);
+    EXPECT_EQ(id(), first);
+    const std::string other(40, '7');
+    const auto changed = test::guard(
+        zRepositoryOpenBare(test::wide(service.at("ann/plant")).c_str()), zRepositoryFree);
+    Oid set;
+    zOidFromStr(&set, test::wide(other).c_str());
+    EXPECT_TRUE(zRepositorySetId(changed.get(), &set));
+    EXPECT_EQ(id(), other);
+    EXPECT_EQ(id(), other);
+    std::filesystem::remove_all(service.at("ann/plant"));
+    EXPECT_EQ(service.get("/repos/ann/plant").code, 404);
+    make_project(service, "ann/plant");
+    EXPECT_NE(id(), other);
 }
 
 TEST(Projects, LeaveNothingWhenTheyCanNotBeMade) {

@@ -13,6 +13,10 @@
 #include <memory>
 #include <string>
 
+namespace zev::rest {
+class KeptProjects;
+}
+
 struct HttpServer {
     Server head;
     Loop *tcp;
@@ -33,6 +37,7 @@ struct HttpServer {
     zev::Throttle throttle;         // of those who fail to prove who they are
     HttpEcho *at_work;              // whose request is being answered, else null
     std::shared_ptr<void> projects; // what the service remembers of how many there are
+    std::shared_ptr<zev::rest::KeptProjects> kept; // those that are open between requests
 };
 
 struct HttpEcho {

@@ -37,7 +37,18 @@ bool is_required(HttpServer *server) {
 
 Call::Call(HttpServer *on, HttpRequest *asked)
     : server(on), request(asked), guarded(is_required(on)) {}
-Call::~Call() = default;
+
+// What was renamed or removed is nobody's any more.
+Call::~Call() {
+    rights.reset();
+    if (!server || !server->kept) return;
+    const bool moves = operation && operation->route == Route::projects &&
+                       zHttpRequestMethod(request) != Z_HTTP_GET;
+    if (moves)
+        server->kept->clear();
+    else
+        server->kept->give_back(std::move(place), std::move(repository));
+}
 
 // ---- Refusals
 
@@ -102,7 +113,10 @@ HttpResponse *open_project(Call &call) {
         break;
     }
     if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
-    call.repository.reset(zRepositoryOpenBare(path));
+    if (!call.server->kept) call.server->kept = std::make_shared<KeptProjects>();
+    call.place = OpenedAt(path);
+    call.repository = call.server->kept->take(call.place);
+    if (!call.repository) call.repository.reset(zRepositoryOpenBare(path));
     if (!call.repository || !name_project(call, call.repository.get(), owner, name)) {
         call.repository.reset();
         return refuse(call, 500, u"srv.eAccessProject_s", name);

@@ -7,6 +7,7 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "network/rest/kept_projects.hpp"
 #include "zev/http_request.h"
 #include "zev/http_response.h"
 #include "zev/http_server.h"
@@ -34,9 +35,10 @@ struct Call {
     HttpServer *server;
     HttpRequest *request;
     const Operation *operation = nullptr;
-    bool guarded; // every operation needs its right, not the trees alone
-    Owned<Repository, zRepositoryFree> repository; // the gate's
-    std::unique_ptr<Privileges> rights;            // the caller's in it, once they were asked for
+    bool guarded;                       // every operation needs its right, not the trees alone
+    OpenedAt place{};                   // of the gate's repository
+    RepositoryPtr repository;           // the gate's
+    std::unique_ptr<Privileges> rights; // the caller's in it, once they were asked for
 };
 
 // A capture of the route (":base", ":owner", ":name", ":other") or a parameter of the query; null

@@ -1,0 +1,53 @@
+// Keeps the repositories of the projects that were asked for last. What holds: none is in two
+// hands, and none outlives the files that it was opened on without being noticed at its next use.
+#include "network/rest/kept_projects.hpp"
+
+#include "system/clock.hpp"
+#include "system/os.hpp"
+
+#include <algorithm>
+
+namespace zev::rest {
+
+namespace {
+
+// What changed a moment ago may change again without another time.
+bool has_settled(const struct stat &info, int64_t now) {
+    return now / kSecond > info.st_ctim.tv_sec + 1;
+}
+
+bool is_same(const struct stat &a, const struct stat &b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_ctim.tv_sec == b.st_ctim.tv_sec &&
+           a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
+} // namespace
+
+OpenedAt::OpenedAt(std::u16string place) {
+    if (place.empty() || !os::stat(place.c_str(), &directory) ||
+        !os::stat((place + u"/config").c_str(), &config))
+        return;
+    const int64_t now = os::calls.now();
+    if (has_settled(directory, now) && has_settled(config, now)) path = std::move(place);
+}
+
+bool OpenedAt::looks_like(const OpenedAt &other) const {
+    return is_same(directory, other.directory) && is_same(config, other.config);
+}
+
+RepositoryPtr KeptProjects::take(const OpenedAt &place) {
+    const auto found = std::ranges::find_if(
+        kept_, [&](const Kept &kept) { return kept.place.path == place.path; });
+    if (place.path.empty() || found == kept_.end()) return {};
+    Kept kept = std::move(*found);
+    kept_.erase(found);
+    return kept.place.looks_like(place) ? std::move(kept.repository) : RepositoryPtr();
+}
+
+void KeptProjects::give_back(OpenedAt &&place, RepositoryPtr repository) noexcept {
+    if (place.path.empty() || !repository) return;
+    kept_.push_back({std::move(place), std::move(repository)}); // there is room
+    if (kept_.size() > kMost) kept_.erase(kept_.begin());
+}
+
+} // namespace zev::rest
