@@ -71,9 +71,9 @@ class TableMover {
 };
 
 int run(Host &host, const Options &options) {
-    const auto &[from, to] = options;
+    const std::string &from = options.from;
     WorkingCopy copy;
-    std::string source = copy.relative(from), target = copy.relative(to);
+    std::string source = copy.relative(from), target = copy.relative(options.to);
     if (!copy.is_on_disk(source)) throw Failed(kNotFound, from + ": no such file or directory");
     if (fs::is_directory(copy.absolute(target))) {
         std::string name = fs::path(source).filename().string();
