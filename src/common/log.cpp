@@ -179,8 +179,11 @@ bool append_to_file(const zwchar *name, Bytes line) {
     return append_own(name, line) || (errno = kept, fail_errno(directory));
 }
 
+// Whoever reads the console may have stopped to: a line that has no room is left out there, or a
+// server would stand still with all its connections. The file has it.
 void print(FILE *console, Bytes line) {
-    const os::SigpipeGuard guard; // whoever read it may be gone
+    const os::SigpipeGuard guard; // and he may be gone
+    if (os::socket_wait(fileno(console), true, 0) == 0) return;
     fwrite(line.data, 1, line.size, console);
     fflush(console);
 }

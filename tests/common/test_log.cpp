@@ -204,6 +204,17 @@ TEST_F(Log, LostConsoles) {
         return zLogReport("a", 1, 3, 4, u"x") && zLogReport("a", 1, 6, 4, u"x") ? 0 : 2;
     });
     EXPECT_EQ(piped.wait(), 0);
+    Child full([] { // and nobody reads
+        int ends[2];
+        if (pipe2(ends, O_NONBLOCK) != 0) return 1;
+        while (write(ends[1], "", 1) == 1) {
+        }
+        fcntl(ends[1], F_SETFL, 0);
+        dup2(ends[1], 1);
+        alarm(20);
+        return zLogReport("a", 1, 6, 4, u"x") ? 0 : 2;
+    });
+    EXPECT_EQ(full.wait(), 0);
     Child closed([] {
         zGlobalCleanup();
         for (int fd = 0; fd <= 2; ++fd) close(fd);
