@@ -332,10 +332,10 @@ def exchange(port, data, split=None, most=1.0):
                     closed = True
                     break
                 answer += block
-        except (ConnectionError, BrokenPipeError):
-            closed = True
         except TimeoutError:
             pass
+        except OSError:  # cut while more was sent
+            closed = True
     return answer, closed, time.monotonic() - began
 
 
@@ -486,6 +486,9 @@ def main():
         for at in range(1, len(data)):
             answer, closed, _ = exchange(port, data, at)
             splits += 1
+            # What is above a limit is answered, or cut: bytes that come behind the answer reset it.
+            if not answer and outcomes[name] and outcomes[name][0] in (413, 414, 431):
+                continue
             if statuses(answer) != outcomes[name]:
                 faults.append(f"{name}, split at {at}: {statuses(answer)}, whole: {outcomes[name]}")
                 break
