@@ -10,21 +10,6 @@ namespace host {
 
 namespace {
 
-// How many letters are to be put in, left out or replaced to get from one word to the other.
-size_t distance(const std::string &from, const std::string &to) {
-    std::vector<size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < from.size(); ++i) {
-        size_t corner = row[0]++;
-        for (size_t j = 0; j < to.size(); ++j) {
-            const size_t replaced = corner + (from[i] != to[j]);
-            corner = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, corner + 1});
-        }
-    }
-    return row.back();
-}
-
 // The verb that was meant, as far as one can tell.
 std::string meant(const CLI::App &app, const std::string &word) {
     std::string best;
@@ -32,7 +17,7 @@ std::string meant(const CLI::App &app, const std::string &word) {
     for (const CLI::App *verb : app.get_subcommands([](const CLI::App *) { return true; })) {
         const std::string &name = verb->get_name();
         if (verb->get_group().empty()) continue; // not for users
-        const size_t typos = name.starts_with(word) ? 0 : distance(word, name);
+        const size_t typos = name.starts_with(word) ? 0 : typos_between(word, name);
         if (typos < least) least = typos, best = name;
     }
     return best;
@@ -46,6 +31,20 @@ std::string stray_word(const CLI::App &app) {
 }
 
 } // namespace
+
+size_t typos_between(const std::string &from, const std::string &to) {
+    std::vector<size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < from.size(); ++i) {
+        size_t corner = row[0]++;
+        for (size_t j = 0; j < to.size(); ++j) {
+            const size_t replaced = corner + (from[i] != to[j]);
+            corner = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, corner + 1});
+        }
+    }
+    return row.back();
+}
 
 std::string usage_problem(const CLI::App &app, const CLI::ParseError &error) {
     const CLI::App *at = &app;

@@ -2,12 +2,13 @@
 // what stands there and what may, and all of them are told, not the first one alone.
 #include "config.hpp"
 
+#include "usage.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <numeric>
 
 namespace host {
 
@@ -55,20 +56,6 @@ constexpr Setting kSettings[] = {
 
 bool same_word(const std::string &a, const std::string &b) {
     return a.size() == b.size() && strcasecmp(a.c_str(), b.c_str()) == 0;
-}
-
-size_t distance(const std::string &from, const std::string &to) {
-    std::vector<size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < from.size(); ++i) {
-        size_t corner = row[0]++;
-        for (size_t j = 0; j < to.size(); ++j) {
-            const size_t replaced = corner + (from[i] != to[j]);
-            corner = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, corner + 1});
-        }
-    }
-    return row.back();
 }
 
 // The words of a list that one of them must be.
@@ -202,7 +189,7 @@ std::string Config::nearest(const std::string &path) const {
     size_t least = path.size() / 3 + 1; // one typo in three letters at most
     for (const Setting &each : kSettings) {
         const std::string name = named(each.path);
-        const size_t typos = distance(path, name);
+        const size_t typos = typos_between(path, name);
         if (typos < least) least = typos, best = name;
     }
     return best;
