@@ -3,6 +3,8 @@
 
 #include "zev/base.h"
 
+#include <ctime>
+
 namespace zev {
 
 inline constexpr int64_t kMillisecond = 1'000'000; // nanoseconds
@@ -13,6 +15,10 @@ constexpr Time time_of(int64_t nanoseconds) {
 }
 constexpr int64_t nanoseconds_of(const Time &time) {
     return time.seconds * kSecond + time.nanoseconds;
+}
+// Times of files.
+constexpr bool is_before(const timespec &a, const timespec &b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
 }
 
 } // namespace zev

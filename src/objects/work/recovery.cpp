@@ -15,6 +15,7 @@
 #include "objects/store/reference.hpp"
 #include "objects/store/sweep.hpp"
 #include "objects/work/transaction.hpp"
+#include "system/clock.hpp"
 #include "system/os.hpp"
 #include "system/share.hpp"
 #include "zev/commit.h"
@@ -40,10 +41,6 @@ struct Left {
     u16string file, target;
     timespec time;
 };
-
-bool is_before(const timespec &a, const timespec &b) {
-    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
-}
 
 std::optional<Left> left_of(const u16string &target) {
     const size_t name = target.rfind(u'/') + 1;

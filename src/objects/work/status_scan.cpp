@@ -11,6 +11,7 @@
 
 #include "common/utf.hpp"
 #include "objects/store/renames.hpp"
+#include "system/clock.hpp"
 #include "system/flock.hpp"
 #include "system/os.hpp"
 
@@ -97,10 +98,6 @@ uint32_t comparison_flags(uint32_t options) {
         flags |= GIT_DIFF_INCLUDE_IGNORED | GIT_DIFF_RECURSE_IGNORED_DIRS;
     if (!(options & Z_SPEC_NO_UNREADABLE)) flags |= GIT_DIFF_INCLUDE_UNREADABLE;
     return flags;
-}
-
-bool is_before(const timespec &a, const timespec &b) {
-    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
 }
 
 } // namespace
