@@ -84,6 +84,9 @@ bool read_settings(HttpServer *server, const zwchar *schema) {
     server->timeout = number(u"timeout", 0) * 1000;
     if (!server->host) return fail_memory();
     if (!section) return true;
+    // Whatever else is written there by a slip opens nothing.
+    const zwchar *auth = zJsonPathGetString(section, u"auth");
+    server->guarded = auth && !zStrcasesameW(auth, u"none");
     const std::u16string name = schema;
     return read_limits(server, name + u".limits", zJsonPathGet(section, u"limits")) &&
            read_log(server, server->logs.access, name + u".log.access",

@@ -25,6 +25,7 @@ struct HttpServer {
     uint32_t port;
     uint32_t maxconn;
     uint32_t timeout; // milliseconds
+    bool guarded;     // every operation needs its right
     Vector handles;   // of HttpHandle, in the order of matching
     zev::HttpLimits limits;
     // Bytes that the decoded body of a request may have, whose captures stand in its query; null

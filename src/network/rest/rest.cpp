@@ -24,19 +24,17 @@ namespace {
 constexpr const zwchar *kJsonType = u"application/json";
 constexpr const zwchar *kOctetType = u"application/octet-stream";
 
-// Whatever else is written there by a slip opens nothing.
-bool is_required(HttpServer *server) {
-    Json *config = zHttpServerConfig(server);
-    const zwchar *schema = config ? zJsonPathGetString(config, u"schema") : nullptr;
-    Json *section = schema ? zJsonPathGet(config, schema) : nullptr;
-    const zwchar *auth = section ? zJsonPathGetString(section, u"auth") : nullptr;
-    return auth && !zStrcasesameW(auth, u"none");
+// What every record of a project has.
+Tree record_of(Repository *repository, const zwchar *type, const zwchar *url) {
+    return Tree(zJsonNewObject(u"owner", zJsonNewString(zRepositoryOwner(repository)), u"name",
+                               zJsonNewString(zRepositoryName(repository)), u"type",
+                               zJsonNewString(type), u"url", zJsonNewString(url), nullptr));
 }
 
 } // namespace
 
 Call::Call(HttpServer *on, HttpRequest *asked)
-    : server(on), request(asked), guarded(is_required(on)) {}
+    : server(on), request(asked), guarded(on && on->guarded) {}
 
 // What was renamed or removed is nobody's any more.
 Call::~Call() {
@@ -167,23 +165,17 @@ HttpResponse *answer_entries(Tree entries) {
 
 Tree project_record(const Call &call, const zwchar *type,
                     std::initializer_list<const zwchar *> parts) {
-    Repository *repository = call.repository.get();
     zwchar url[Z_URL_MAX] = {};
-    if (!zUrlCopy(url, zRepositoryUrl(repository))) return {};
+    if (!zUrlCopy(url, zRepositoryUrl(call.repository.get()))) return {};
     for (const zwchar *part : parts)
         if (!zUrlAppend(url, part)) return {};
-    return Tree(zJsonNewObject(u"owner", zJsonNewString(zRepositoryOwner(repository)), u"name",
-                               zJsonNewString(zRepositoryName(repository)), u"type",
-                               zJsonNewString(type), u"url", zJsonNewString(url), nullptr));
+    return record_of(call.repository.get(), type, url);
 }
 
 Tree repository_record(Repository *repository) {
     const Oid *id = zRepositoryId(repository, true);
-    if (!id) return {};
-    return Tree(zJsonNewObject(u"type", zJsonNewString(u"repo"), u"id", zJsonNewId(id), u"owner",
-                               zJsonNewString(zRepositoryOwner(repository)), u"name",
-                               zJsonNewString(zRepositoryName(repository)), u"url",
-                               zJsonNewString(zRepositoryUrl(repository)), nullptr));
+    Tree record = id ? record_of(repository, u"repo", zRepositoryUrl(repository)) : Tree();
+    return record && zJsonPathSetId(record.get(), u"id", id) ? std::move(record) : Tree();
 }
 
 // ---- Identifiers
