@@ -23,28 +23,29 @@ namespace zev::rest {
 
 namespace {
 
-Tree commit_record(const Commit *commit) {
+// Puts what every form has into a record, which a failure turns into null.
+Tree with_commit(Tree record, const Commit *commit) {
     zwchar date[32] = {};
     Time time;
     zTimeFormatGlobal(date, std::size(date), kDate, zCommitTime(&time, commit)->seconds);
-    return Tree(zJsonNewObject(
-        u"type", zJsonNewString(u"commit"), u"id", zJsonNewId(zCommitId(commit)), u"author",
-        zJsonNewString(zCommitAuthor(commit)), u"message", zJsonNewString(zCommitMessage(commit)),
-        u"tree", zJsonNewId(zCommitTreeId(commit)), u"date", zJsonNewString(date), nullptr));
+    Json *to = record.get();
+    const bool put = to && zJsonPathSetString(to, u"type", u"commit") &&
+                     zJsonPathSetId(to, u"id", zCommitId(commit)) &&
+                     zJsonPathSetString(to, u"author", zStrsafeW(zCommitAuthor(commit))) &&
+                     zJsonPathSetString(to, u"message", zStrsafeW(zCommitMessage(commit))) &&
+                     zJsonPathSetId(to, u"tree", zCommitTreeId(commit)) &&
+                     zJsonPathSetString(to, u"date", date);
+    return put ? std::move(record) : Tree();
+}
+
+Tree commit_record(const Commit *commit) {
+    return with_commit(Tree(zJsonNew(Z_JSON_OBJECT)), commit);
 }
 
 // With owner, name and URL of the project.
 Tree full_record(const Call &call, const Commit *commit) {
     const std::u16string id = id_text(*zCommitId(commit));
-    Tree record = project_record(call, u"commit", {u"commits", id.c_str()});
-    const Tree own = record ? commit_record(commit) : Tree();
-    if (!own) return {};
-    for (const zwchar *member : {u"id", u"author", u"message", u"tree", u"date"}) {
-        Tree node(zJsonObjectDetach(own.get(), member));
-        if (!node || !zJsonObjectPut(record.get(), member, node.get())) return {};
-        static_cast<void>(node.release());
-    }
-    return record;
+    return with_commit(project_record(call, u"commit", {u"commits", id.c_str()}), commit);
 }
 
 HttpResponse *answer_commit(const Call &call, const Commit *commit) {

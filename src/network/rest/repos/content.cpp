@@ -40,10 +40,8 @@ bool push(Json *array, Tree node) {
 }
 
 Tree with_id(Tree record, const Oid &id) {
-    Tree text(record ? zJsonNewId(&id) : nullptr);
-    if (!text || !zJsonObjectPut(record.get(), u"id", text.get())) return {};
-    static_cast<void>(text.release());
-    return record;
+    const bool put = record && zJsonPathSetId(record.get(), u"id", &id);
+    return put ? std::move(record) : Tree();
 }
 
 bool sync_project(const Call &call) {
