@@ -59,6 +59,16 @@ class RawSocket {
     bool connected_;
 };
 
+// All of a response's body, "" without one.
+inline std::string body_of(HttpResponse *response) {
+    std::string all;
+    char block[4096];
+    Stream *body = response ? zHttpResponseBody(response) : nullptr;
+    for (uint64_t count; body && (count = zStreamRead(body, block, sizeof block));)
+        all.append(block, count);
+    return all;
+}
+
 // An HTTP server with one route, "/test", and what a test makes of it.
 class TestServer {
   public:

@@ -118,10 +118,8 @@ class Service {
         Answer answer;
         if (!response) return answer;
         answer.code = zHttpResponseCode(response);
-        char block[4096];
+        answer.body = body_of(response);
         Stream *body = zHttpResponseBody(response);
-        for (uint64_t n; body && (n = zStreamRead(body, block, sizeof block));)
-            answer.body.append(block, n);
         const zwchar *type = zHttpResponseContentType(response);
         if (type && zStrcasesameW(type, u"application/json") && zStreamRewind(body))
             answer.json.reset(zJsonReadStream(body), zJsonFree);

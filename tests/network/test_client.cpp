@@ -7,7 +7,7 @@
 
 #include <uv.h>
 
-using test::narrow;
+using test::body_of, test::narrow;
 
 namespace {
 
@@ -71,15 +71,6 @@ using Request = test::Guard<HttpRequest>;
 Request request_to(uint32_t port) {
     const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/";
     return test::guard(zHttpRequestNew(test::wide(url).c_str()), zHttpRequestFree);
-}
-
-std::string body_of(HttpResponse *response) {
-    std::string all;
-    char block[64];
-    Stream *body = response ? zHttpResponseBody(response) : nullptr;
-    for (uint64_t count; body && (count = zStreamRead(body, block, sizeof block));)
-        all.append(block, count);
-    return all;
 }
 
 // Two sends over a script; what the second one gives.

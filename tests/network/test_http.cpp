@@ -10,7 +10,7 @@
 
 #include <uv.h>
 
-using test::narrow, test::RawSocket, test::TestServer;
+using test::body_of, test::narrow, test::RawSocket, test::TestServer;
 using zev::Tcp;
 
 namespace {
@@ -40,15 +40,6 @@ using Request = test::Guard<HttpRequest>;
 Request request_to(const TestServer &server, const std::string &query = "") {
     const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/test" + query;
     return test::guard(zHttpRequestNew(test::wide(url).c_str()), zHttpRequestFree);
-}
-
-std::string body_of(HttpResponse *response) {
-    std::string all;
-    char block[4096];
-    Stream *body = response ? zHttpResponseBody(response) : nullptr;
-    for (uint64_t count; body && (count = zStreamRead(body, block, sizeof block));)
-        all.append(block, count);
-    return all;
 }
 
 // While it lives, the clock is the test's; servers are made and ended within.
