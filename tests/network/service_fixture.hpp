@@ -49,6 +49,8 @@ class Service {
         zJsonPathSetString(config.get(), u"http.auth", auth);
         server_ = zHttpServerNew(config.get(), u"http");
         server_->head.auth = table;
+        const auto route = guard(zHttpHandleNew(kWork, do_work), zHttpHandleFree);
+        zHttpServerAddHandle(server_, route.get());
         if (!zLoopListen(server_->tcp, server_->host, server_->port)) return;
         client_ = zHttpRequestNew(wide(url()).c_str());
         thread_ = std::thread([this] {
@@ -64,6 +66,13 @@ class Service {
     }
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
+
+    // Has the server's thread do something between two requests: what that thread reads whenever it
+    // likes, as its calls into the system, is not to be changed by another.
+    void have_done(const std::function<void()> &work) {
+        work_ = &work;
+        EXPECT_EQ(get(test::narrow(kWork)).code, 204);
+    }
 
     // The account of the requests that follow; an empty user is none.
     void log_in(std::string_view user, std::string_view code = "") {
@@ -114,6 +123,13 @@ class Service {
     HttpServer &server() { return *server_; }
 
   private:
+    static constexpr const zwchar *kWork = u"/test/work";
+    static inline const std::function<void()> *work_ = nullptr; // a route has no context
+    static HttpResponse *do_work(HttpServer *, HttpRequest *) {
+        (*work_)();
+        return zHttpResponseBlank(204);
+    }
+
     static Answer answer_of(HttpResponse *response) {
         Answer answer;
         if (!response) return answer;

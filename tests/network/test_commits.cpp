@@ -112,14 +112,17 @@ TEST_F(Commits, NeverTakeAnothersBack) {
     static int syncs;
     move = "git -C " + service.at("ann/plant") + " update-ref refs/heads/master " +
            service.post(kCommits, body("a", "other", tree("2"))).text("data.id");
-    const os::Calls before = os::calls;
+    const std::string late = tree("3");
+    static const auto real = os::calls.syncfs;
     syncs = 0;
-    os::calls.syncfs = [](int) {
-        if (!syncs++) test::run(move);
-        return 0;
-    };
-    const Answer answer = service.post(kCommits, body("a", "late", tree("3"), branch, id));
-    os::calls = before;
+    service.have_done([] {
+        os::calls.syncfs = [](int) {
+            if (!syncs++) test::run(move);
+            return 0;
+        };
+    });
+    const Answer answer = service.post(kCommits, body("a", "late", late, branch, id));
+    service.have_done([] { os::calls.syncfs = real; });
     EXPECT_EQ(answer.code, 409) << answer.body;
     EXPECT_EQ(service.git("ann/plant", "log -1 --format=%s master"), "other\n");
 }

@@ -16,8 +16,8 @@ using zev::Tcp;
 namespace {
 
 // Answers with the request's body, or "none", or a capture that the route has not; `?code=N` is the
-// status, `?null=1` nothing, `?file=PATH` a file.
-HttpResponse *echo(HttpServer *, HttpRequest *request) {
+// status, `?null=1` nothing, `?file=PATH` a file, `?open=1` how many connections there are.
+HttpResponse *echo(HttpServer *server, HttpRequest *request) {
     if (zHttpRequestQuery(request, u"null")) return nullptr;
     if (const zwchar *file = zHttpRequestQuery(request, u"file"))
         return zHttpResponseFile(200, file);
@@ -27,7 +27,8 @@ HttpResponse *echo(HttpServer *, HttpRequest *request) {
     Stream *copy = zMemStream(0, 0);
     char block[4096];
     const zwchar *capture = zHttpRequestQuery(request, u":id");
-    const std::string text = capture ? narrow(capture) : "none";
+    std::string text = capture ? narrow(capture) : "none";
+    if (zHttpRequestQuery(request, u"open")) text = std::to_string(server->open);
     if (!body) zStreamWrite(copy, text.data(), text.size());
     for (uint64_t count; body && (count = zStreamRead(body, block, sizeof block));)
         zStreamWrite(copy, block, count);
@@ -103,7 +104,8 @@ TEST_F(Http, TakesNoCaptureFromTheQuery) {
 TEST_F(Http, UsesAConnectionAgain) {
     auto request = request_to(server);
     for (int i = 0; i < 3; ++i) ASSERT_EQ(body_of(zHttpRequestGet(request.get())), "none");
-    EXPECT_EQ(server.server().open, 1u);
+    auto other = request_to(server, "?open=1");
+    EXPECT_EQ(body_of(zHttpRequestGet(other.get())), "2");
     zHttpRequestSetKeepAlive(request.get(), false);
     ASSERT_EQ(body_of(zHttpRequestGet(request.get())), "none");
     zHttpRequestSetKeepAlive(request.get(), true);

@@ -289,8 +289,8 @@ TEST_F(Objects, AreNotPackedToAnyDepth) {
 // One sync a request, and a failed one is told.
 TEST_F(Objects, AreOnTheDiskBeforeTheAnswer) {
     static int syncs;
-    const auto before = zev::os::calls;
-    const zev::Finally restored([&] { zev::os::calls = before; });
+    static const auto real = zev::os::calls.syncfs;
+    const zev::Finally restored([&] { service.have_done([] { zev::os::calls.syncfs = real; }); });
     const std::string blob = id_of(GIT_OBJECT_BLOB, "b"), tree = id_of(GIT_OBJECT_TREE, "");
     const std::string pack = in_pieces(pack_of(make("blob", "packed")), 100);
     const auto send = [&] {
@@ -299,10 +299,10 @@ TEST_F(Objects, AreOnTheDiskBeforeTheAnswer) {
                                     service.ask(Z_HTTP_POST, packs, pack, u"x/y").code};
     };
     syncs = 0;
-    zev::os::calls.syncfs = [](int) { return ++syncs, 0; };
+    service.have_done([] { zev::os::calls.syncfs = [](int) { return ++syncs, 0; }; });
     EXPECT_EQ(send(), (std::vector<int32_t>{200, 200, 201}));
     EXPECT_EQ(syncs, 3);
-    zev::os::calls.syncfs = [](int) { return errno = EIO, -1; };
+    service.have_done([] { zev::os::calls.syncfs = [](int) { return errno = EIO, -1; }; });
     EXPECT_EQ(send(), (std::vector<int32_t>{500, 500, 500}));
 }
 

@@ -32,24 +32,32 @@ TEST(Names, FollowOneRule) {
     EXPECT_EQ(zErrorCode(), 38);
 }
 
-// The library's calls into the system while it lives: the order in which projects get their names
+// The service's calls into the system while it lives: the order in which projects get their names
 // and the disk is waited for; or no project gets one.
 class Calls {
   public:
-    explicit Calls(bool fails = false) : before_(os::calls) {
+    explicit Calls(Service &service, bool fails = false) : service_(service), before_(os::calls) {
         trace().clear();
         fails_ = fails;
         rename_ = before_.rename;
-        os::calls.syncfs = [](int) { return note("disk "); };
-        os::calls.fsync = [](int) { return note("directory "); };
-        os::calls.rename = [](const char *from, const char *to, unsigned flags) {
-            if (std::string_view(to).find("/.zev-removed/") != std::string_view::npos)
-                return rename_(from, to, flags);
-            note("move ");
-            return fails_ ? (errno = EIO, -1) : rename_(from, to, flags);
-        };
+        service_.have_done([] {
+            os::calls.syncfs = [](int) { return note("disk "); };
+            os::calls.fsync = [](int) { return note("directory "); };
+            os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+                if (std::string_view(to).find("/.zev-removed/") != std::string_view::npos)
+                    return rename_(from, to, flags);
+                note("move ");
+                return fails_ ? (errno = EIO, -1) : rename_(from, to, flags);
+            };
+        });
     }
-    ~Calls() { os::calls = before_; }
+    ~Calls() {
+        service_.have_done([this] {
+            os::calls.syncfs = before_.syncfs;
+            os::calls.fsync = before_.fsync;
+            os::calls.rename = before_.rename;
+        });
+    }
     Calls(const Calls &) = delete;
     Calls &operator=(const Calls &) = delete;
     static std::string &trace() {
@@ -60,7 +68,8 @@ class Calls {
   private:
     static int note(const char *call) { return trace() += call, 0; }
 
-    os::Calls before_;
+    Service &service_;
+    const os::Calls before_;
     static inline bool fails_ = false;
     static inline decltype(os::Calls::rename) rename_ = nullptr;
 };
@@ -170,7 +179,7 @@ TEST(Projects, AreRefusedWithTheirReasons) {
 TEST(Projects, AreNamedWhenTheyAreOnTheDisk) {
     Service service;
     {
-        const Calls calls;
+        const Calls calls(service);
         ASSERT_EQ(service.post("/repos", kOne).code, 200);
         EXPECT_TRUE(Calls::trace().ends_with("disk move directory directory ")) << Calls::trace();
         Calls::trace().clear();
@@ -213,7 +222,7 @@ TEST(Projects, LeaveNothingWhenTheyCanNotBeMade) {
     Service service;
     std::filesystem::create_directories(service.repos() / "bob" / "mill"); // empty: it is taken
     {
-        const Calls calls(true);
+        const Calls calls(service, true);
         EXPECT_EQ(service.post("/repos", kOne).code, 500);
         EXPECT_EQ(service.post("/repos", project("bob", "new")).code, 500);
     }

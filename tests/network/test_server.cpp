@@ -11,11 +11,15 @@ using test::narrow, test::RawSocket, test::TempDir, test::TestServer;
 
 namespace {
 
-HttpResponse *answer(HttpServer *, HttpRequest *request) {
+// Five bytes, whose last says with `?open=1` how many connections there are; `?code=N` is the
+// status.
+HttpResponse *answer(HttpServer *server, HttpRequest *request) {
     const zwchar *code = zHttpRequestQuery(request, u"code");
     HttpResponse *response = zHttpResponseBlank(code ? zStrtolW(code, nullptr, 10) : 200);
     Stream *body = zMemStream(0, 0);
-    zStreamWrite(body, "12345", 5);
+    const bool counts = zHttpRequestQuery(request, u"open");
+    zStreamWrite(body, "1234", 4);
+    zStreamWrite(body, std::to_string(counts ? server->open : 5).data(), 1);
     zHttpResponseSetContents(response, u"text/plain", nullptr, nullptr, body);
     return response;
 }
@@ -100,7 +104,7 @@ TEST(HttpServer, BoundsDecodedBodies) {
         }
         EXPECT_EQ(code, each.code) << each.size << each.zipped;
     }
-    EXPECT_EQ(server.server().open, 1u);
+    EXPECT_TRUE(ask(server, get("/test?open=1")).ends_with("12342")); // the first's, and its own
 }
 
 TEST(HttpServer, TurnsAwayWhoIsOneTooMany) {
