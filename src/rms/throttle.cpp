@@ -19,8 +19,7 @@ constexpr size_t kNetwork = 8;   // bytes of an IPv6 address
 // What an IPv4 address begins with where a socket takes both.
 constexpr unsigned char kMapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
 
-// A clock that was set back must not shut anybody out until it has caught up.
-bool is_recent(int64_t time, int64_t now) { return now >= time && now - time < limits::login_span; }
+bool is_recent(int64_t time, int64_t now) { return now - time < limits::login_span; }
 
 // Logins and addresses are told apart by their first unit.
 std::u16string login_key(std::u16string_view login) {
@@ -47,12 +46,12 @@ Attempt::Attempt(std::u16string_view name, std::u16string_view from)
     : login(login_key(name)), address(address_key(from)) {}
 
 bool Throttle::is_shut_out(const Attempt &attempt) const {
-    const int64_t now = os::calls.now();
+    const int64_t now = os::calls.steady();
     return is_shut(attempt.login, now) || is_shut(attempt.address, now);
 }
 
 void Throttle::count_failure(const Attempt &attempt) {
-    const int64_t now = os::calls.now();
+    const int64_t now = os::calls.steady();
     count(attempt.login, now);
     count(attempt.address, now);
 }

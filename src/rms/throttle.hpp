@@ -1,5 +1,6 @@
 // Failed log-ins of the last minute, by login and by address. Who failed too often is shut out
-// before his password is looked at, which costs a hash.
+// before his password is looked at, which costs a hash. The minute is that of a clock which nobody
+// sets: setting the machine's own shuts nobody out for longer, and lets nobody in.
 #pragma once
 
 #include "common/limits.hpp"
@@ -29,7 +30,7 @@ class Throttle {
 
   private:
     struct Failures {
-        std::array<int64_t, limits::login_failures> times{}; // a ring, of os::calls.now
+        std::array<int64_t, limits::login_failures> times{}; // a ring, of os::calls.steady
         uint64_t count = 0;
         int64_t last() const { return times[(count - 1) % times.size()]; }
     };

@@ -33,7 +33,8 @@ struct Calls {
     int (*fsync)(int fd);
     int (*fdatasync)(int fd);
     int (*syncfs)(int fd);
-    int64_t (*now)(); // nanoseconds since 1970, UTC
+    int64_t (*now)();    // nanoseconds since 1970, UTC
+    int64_t (*steady)(); // nanoseconds of a clock that nobody sets, for spans and deadlines
     void (*random)(void *bytes, size_t size);
 };
 extern Calls calls;

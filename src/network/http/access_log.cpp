@@ -107,7 +107,7 @@ void log_answer(LineFile &file, const AnswerLine &answer) {
     append_escaped(line, login.empty() ? "-" : login, false);
     line += stamp(" [%d/%b/%Y:%H:%M:%S +0000] \"");
     append_escaped(line, without_account(answer.request), true);
-    const int64_t spent = std::max<int64_t>(os::calls.now() - answer.began, 0);
+    const int64_t spent = os::calls.steady() - answer.began;
     char rest[80];
     snprintf(rest, sizeof rest, "\" %d %llu %.3f\n", answer.status,
              static_cast<unsigned long long>(answer.bytes), static_cast<double>(spent) / 1e6);

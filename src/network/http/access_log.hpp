@@ -47,7 +47,7 @@ struct AnswerLine {
     const zwchar *login;      // as it was given, proven or not; may be null
     int32_t status;
     uint64_t bytes; // of the body
-    int64_t began;  // nanoseconds since 1970: when the request's first byte came
+    int64_t began;  // by os::calls.steady: when the request's first byte came
 };
 void log_answer(LineFile &file, const AnswerLine &answer);
 

@@ -130,11 +130,12 @@ bool waits_for_word(HttpEcho *echo) {
 
 bool take(HttpEcho *echo, std::string_view bytes) {
     if (!begin_request(echo)) return false;
-    if (!echo->parser->framing().has_begun()) echo->began = os::calls.now();
+    if (!echo->parser->framing().has_begun()) echo->began = os::calls.steady();
     size_t taken = 0;
     const bool fed = echo->parser->feed(bytes, &taken);
     if (!fed) return echo->parser->fault() && refuse(echo, echo->parser->fault());
-    if (!echo->body_from && echo->parser->framing().has_head()) echo->body_from = os::calls.now();
+    if (!echo->body_from && echo->parser->framing().has_head())
+        echo->body_from = os::calls.steady();
     if (echo->body_from) echo->body += taken;
     echo->waiting.assign(bytes.substr(taken));
     if (echo->parser->is_complete()) return end_request(echo);
@@ -155,7 +156,7 @@ bool read(Echo *base, Chunk *chunk) try {
 // A peer that sends a byte now and then keeps a connection for ever, and is never silent.
 bool is_too_slow(const HttpEcho *echo) {
     if (!echo->parser || !echo->parser->framing().has_begun()) return false;
-    const int64_t now = os::calls.now();
+    const int64_t now = os::calls.steady();
     if (!echo->body_from) return now - echo->began > limits::http_head_time;
     const int64_t span = now - echo->body_from - limits::http_body_grace;
     if (span <= 0) return false;

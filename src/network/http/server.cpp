@@ -116,7 +116,7 @@ HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) try {
     Owned<HttpServer, zHttpServerFree> server(new (std::nothrow) HttpServer{});
     if (!server) return fail_memory();
     server->head.table = &kHttp;
-    server->began = os::calls.now();
+    server->began = os::calls.steady();
     if (!zServerInit(&server->head, config)) return nullptr;
     const auto release = [](void *handle) { zHttpHandleFree(static_cast<HttpHandle *>(handle)); };
     if (!zVectorInitPtr(&server->handles, 0, nullptr, release)) return nullptr;

@@ -33,7 +33,7 @@ struct HttpServer {
     uint64_t (*body_bound)(const HttpServer &server, const HttpHandle &handle,
                            const HttpRequest *request);
     zev::HttpLogs logs;
-    int64_t began;                  // nanoseconds since 1970
+    int64_t began;                  // by os::calls.steady
     uint32_t open;                  // connections
     zev::Throttle throttle;         // of those who fail to prove who they are
     HttpEcho *at_work;              // whose request is being answered, else null
@@ -55,7 +55,7 @@ struct HttpEcho {
     bool answering;     // the answer is not written down yet
     uint64_t sent;      // bytes of the answer's body
     uint64_t left;      // of the body that is sent, as its length was told
-    int64_t began;      // nanoseconds: the first byte of the request
+    int64_t began;      // by os::calls.steady: the first byte of the request
     int64_t body_from;  // when its head was complete; 0 before
     uint64_t body;      // bytes of it since
     bool told_to_go_on; // to send the body, or sent some of it unasked

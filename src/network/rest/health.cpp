@@ -63,7 +63,7 @@ HttpResponse *report_health(Call &call) {
     zwchar conf[Z_PATH_MAX];
     zPathGetConf(conf);
     const bool writable = os::writable(repos) && os::writable(conf);
-    const int64_t uptime = (os::calls.now() - server.began) / kSecond;
+    const int64_t uptime = (os::calls.steady() - server.began) / kSecond;
     const uint64_t projects = count_projects(server, repos);
     Tree data(zJsonNewObject(u"version", zJsonNewString(u"" ZEV_VERSION), u"uptime",
                              zJsonNewInt(uptime), u"projects",

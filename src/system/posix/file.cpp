@@ -30,6 +30,11 @@ int64_t call_now() {
     clock_gettime(CLOCK_REALTIME, &now);
     return nanoseconds_of({now.tv_sec, now.tv_nsec});
 }
+int64_t call_steady() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return nanoseconds_of({now.tv_sec, now.tv_nsec});
+}
 void call_random(void *bytes, size_t size) {
     auto at = static_cast<char *>(bytes);
     while (size) {
@@ -56,6 +61,7 @@ Calls calls = {
     .fdatasync = ::fdatasync,
     .syncfs = ::syncfs,
     .now = call_now,
+    .steady = call_steady,
     .random = call_random,
 };
 
