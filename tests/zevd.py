@@ -3,6 +3,7 @@ and a working copy that becomes a project.
   zevd.py ZEVD ZEV DATA    the two programs, and the directory of DXF files"""
 
 import contextlib
+import fcntl
 import hashlib
 import http.client
 import json
@@ -261,6 +262,33 @@ def import_copy(conf, work):
                                ("team/Plant", "there is")):
         code, out, err = run(ZEVD, "import", name, copy, "--config", conf)
         expect(code != 0 and project_name in err, "import of %s is refused: %s" % (name, err))
+
+    # Several at once beside a server: one of each name, case aside. What was killed goes, what is
+    # held stays.
+    repos = os.path.dirname(conf) + "/repos"
+    service = Service(conf)
+    os.makedirs(repos + "/~import-killed/project")
+    os.makedirs(repos + "/~import-at-work/project")
+    at_work = os.open(repos + "/~import-at-work", os.O_RDONLY)
+    fcntl.flock(at_work, fcntl.LOCK_EX)
+    out = run(ZEVD, "check", "--config", conf)[1]
+    expect("~import-killed" in out and "at-work" not in out, "check tells what was killed: " + out)
+    imports = [subprocess.Popen([ZEVD, "import", name, copy, "--config", conf],
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+               for name in ("crew/yard", "crew/yard", "crew/Yard", "Crew/yard")]
+    codes = sorted(each.wait(60) for each in imports)
+    expect(codes == [0, 1, 1, 1], "one of four imports of a name: %s" % codes)
+    names = [name for name in os.listdir(repos) if name.lower() == "crew"]
+    expect(len(names) == 1, "and one owner: %s" % names)
+    listed = service.ask("GET", "/repos/" + names[0], None, "new")[1]["data"]["entries"]
+    expect([each["name"].lower() for each in listed] == ["yard"], "it is served: %s" % listed)
+    expect(service.stop() == 0, "the server ends")
+    expect(os.path.exists(repos + "/~import-at-work"), "what is held stays")
+    os.close(at_work)
+    service = Service(conf)
+    expect(service.stop() == 0 and not [name for name in os.listdir(repos) if name[0] == "~"],
+           "a start takes away what is left")
+    shutil.rmtree(repos + "/" + names[0])
 
     # A copy that lacks an object, and a project that loses one.
     lost = git(copy, "rev-parse", "HEAD~1:site.dwx").strip()

@@ -2,6 +2,8 @@
 // lock file stays where it is, since removing it would let two have the lock.
 #include "service.hpp"
 
+#include "aside.hpp"
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -127,6 +129,7 @@ void ServiceLock::mark() {
 }
 
 void ServiceLock::begin_service() {
+    sweep_imports(repos_);
     if (!alone_) return;
     if (clear_up()) mark(), marked_ = !shared_;
     if (!shared_) return;

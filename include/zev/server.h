@@ -49,6 +49,13 @@ ZEV_API Json *zServerConfig(void);
 // else may serve the directory meanwhile. False, with the reason raised, if some of it stays.
 ZEV_API bool zServerRecover(const zwchar *repos, const Time *since);
 
+// Makes a repository that lies at `from`, in the same file system as the projects, the project
+// OWNER/NAME, once all of it is on the disk; servers may run meanwhile. Nothing is put in the place
+// of another: class 4 where an owner's or a project's name differs in case only, the standard error
+// 17 for the same name, class 7 while others give names for half a second.
+ZEV_API bool zServerAdopt(const zwchar *repos, const zwchar *from, const zwchar *owner,
+                          const zwchar *name);
+
 // Whether a text can be the name of an owner or of a project: 1 to 255 units and none of
 //   \ < > / " : ; ? * | , = and the backtick, nor, with `strict`, @ & # $ ^ ~ %.
 // The standard errors 38 for one that is too long and 22, class 2 for an empty text.

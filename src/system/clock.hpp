@@ -20,5 +20,13 @@ constexpr int64_t nanoseconds_of(const Time &time) {
 constexpr bool is_before(const timespec &a, const timespec &b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
 }
+constexpr bool is_equal(const timespec &a, const timespec &b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+// Whether what has a file's time can be known by it at `now`, nanoseconds of the wall clock: what
+// changed a moment ago may change again without another time.
+constexpr bool has_settled(const timespec &time, int64_t now) {
+    return now / kSecond > time.tv_sec + 1;
+}
 
 } // namespace zev

@@ -245,6 +245,81 @@ TEST(Projects, AreMadeBesideNoLeftOvers) {
     EXPECT_EQ(test::run("ls -A " + aside), ".held.0123abcd.zlck\nheld.0123abcd\n");
 }
 
+// A name in another case that somebody gives between the look and the rename.
+TEST(Projects, LoseTheirNameToWhoComesFirst) {
+    static std::string other;
+    static const auto real = os::calls.syncfs;
+    Service service;
+    for (const char *name : {"ann/PLANT", "Ann/mill"}) {
+        other = "mkdir -p " + service.at(name);
+        service.have_done([] { os::calls.syncfs = [](int) { return test::run(other), 0; }; });
+        EXPECT_EQ(service.post("/repos", kOne).code, 409) << name;
+        service.have_done([] { os::calls.syncfs = real; });
+        EXPECT_EQ(test::run("cd " + service.repos().string() + " && find . -mindepth 2"),
+                  "./" + std::string(name) + "\n");
+        std::filesystem::remove_all(service.at(name));
+        std::filesystem::remove(service.repos() / "ann");
+    }
+}
+
+// Repositories that become projects while the service runs, in the place of nothing.
+TEST(Projects, ComeInFromElsewhere) {
+    Service service;
+    make_project(service, "~aside/project");
+    make_project(service, "ann/plant");
+    const std::u16string repos = service.repos().u16string(), from = repos + u"/~aside/project";
+    const struct {
+        const zwchar *owner, *name;
+        int32_t error_class, code; // 0 for one that comes in
+    } cases[] = {
+        {u"ann", u"plant", -1, 17}, {u"ann", u"Plant", 4, 4}, {u"Ann", u"mill", 4, 4},
+        {u"eve", u"a,b", 2, 22},    {u"..", u"plant", 2, 2},  {u"eve", u".zev-removed", 2, 2},
+        {u"eve", u"mill", 0, 0},    {u"eve", u"next", -1, 2}, // it is gone from there
+    };
+    for (const auto &each : cases) {
+        const bool done = zServerAdopt(repos.c_str(), from.c_str(), each.owner, each.name);
+        EXPECT_EQ(done, !each.code) << narrow(each.owner) << narrow(zErrorDetail());
+        if (done) continue;
+        EXPECT_EQ(zErrorCode(), each.code) << narrow(each.owner) << "/" << narrow(each.name);
+    }
+    EXPECT_EQ(service.get("/repos").each("name"), "plant,mill");
+    std::filesystem::create_directories(service.at("held"));
+    const auto held = test::guard(zFlockOpen((repos + u"/zev-names").c_str(), false), zFlockClose);
+    make_project(service, "~aside/project");
+    EXPECT_FALSE(zServerAdopt(repos.c_str(), from.c_str(), u"zoe", u"late"));
+    EXPECT_EQ(zErrorClass(), 7);
+    EXPECT_FALSE(std::filesystem::exists(service.at("zoe")));
+}
+
+// What a killed service left behind, as it finds it when it starts again.
+TEST(Projects, AreClearedUpAfterAKill) {
+    Service service;
+    const std::string repos = service.repos().string();
+    make_project(service, "ann/plant");
+    make_project(service, "ann/.zev-removed/gone.0123abcd");
+    make_project(service, "bob/.zev-removed/begun.0123abcd");
+    std::filesystem::create_directories(service.at("eve"));
+    const std::string lock = service.at("ann/plant") + "/refs/heads/master.lock";
+    test::write(lock, "");
+    test::write(repos + "/.zev-names.zlck", "");
+    test::write(service.repos() / "file", "");
+    const auto clear = [&](int64_t since) {
+        const Time time{since, 0};
+        EXPECT_OK(zServerRecover(test::wide(repos).c_str(), &time));
+        return test::run("cd " + repos + " && find . -maxdepth 2 -mindepth 1 | sort");
+    };
+    EXPECT_EQ(clear(int64_t{1} << 40), "./ann\n./ann/plant\n./file\n");
+    EXPECT_TRUE(std::filesystem::exists(lock)); // it was there before that service began
+    clear(0);
+    EXPECT_FALSE(std::filesystem::exists(lock));
+    // An owner into whose directory a project is about to come.
+    std::filesystem::create_directories(service.at("eve"));
+    const auto held =
+        test::guard(zFlockOpen((test::wide(repos) + u"/zev-names").c_str(), false), zFlockClose);
+    clear(0);
+    EXPECT_TRUE(std::filesystem::exists(service.at("eve")));
+}
+
 TEST(Projects, BeginWithTheirTemplate) {
     test::Rights rights;
     rights.codes["ann"] = "1";

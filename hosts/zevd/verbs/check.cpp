@@ -1,4 +1,5 @@
 // check: what the settings come to, line by line, and whether a service could start with them.
+#include "aside.hpp"
 #include "service.hpp"
 #include "verb.hpp"
 
@@ -40,24 +41,16 @@ std::vector<std::string> place_problems(const Config &config) {
     return problems;
 }
 
-// What an import that was cut short left behind.
-std::vector<std::string> left_overs(const Config &config) {
-    std::vector<std::string> found;
-    std::error_code error;
-    for (const auto &entry : fs::directory_iterator(config.repos(), error))
-        if (entry.path().filename().string().starts_with("~import-"))
-            found.push_back(entry.path().string());
-    return found;
-}
-
 int run(const std::string &file, const Options &) {
     const Config config(file);
     for (const SettingLine &line : config.lines())
         printf(line.given ? "%-24s %s\n" : "%-24s (%s)\n", line.path.c_str(), line.value.c_str());
     fflush(stdout);
     config.require_sound();
-    for (const std::string &path : left_overs(config))
-        printf("left over: %s, by an import that was cut short; it may go\n", path.c_str());
+    each_left_import(config.repos(), [](const std::string &path) {
+        printf("left over: %s, by an import that was cut short; the next start takes it away\n",
+               path.c_str());
+    });
     const std::vector<std::string> problems = place_problems(config);
     for (const std::string &problem : problems) fprintf(stderr, "zevd: %s\n", problem.c_str());
     return problems.empty() ? kDone : kFailed;

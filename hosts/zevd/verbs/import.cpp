@@ -1,19 +1,15 @@
-// import: a working copy becomes a project. It is made aside, below a name that no owner can have,
-// read through by the verification, brought to the disk, and gets its own name by one rename: there
-// is the whole project or none. A server may run meanwhile.
+// import: a working copy becomes a project. It is made aside, read through by the verification,
+// brought to the disk, and gets its own name by one rename: there is the whole project or none.
+// Servers and other imports may run meanwhile: the library gives names to one at a time.
+#include "aside.hpp"
 #include "findings.hpp"
 #include "projects.hpp"
 #include "service.hpp"
 #include "verb.hpp"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <strings.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace host {
 
@@ -34,38 +30,17 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_option("copy", options.copy, "The working copy")->type_name("COPY")->required();
 }
 
-[[noreturn]] void fail_system(const std::string &what) {
-    throw Failed(kSystem, errno, what + ": " + strerror(errno));
-}
-
-// A directory beside the owners, gone again unless it was renamed.
-class Aside {
-  public:
-    explicit Aside(const std::string &repos) : path_(repos + "/~import-XXXXXX") {
-        fs::create_directories(repos);
-        if (!mkdtemp(path_.data())) fail_system(path_);
-    }
-    ~Aside() {
-        std::error_code error;
-        fs::remove_all(path_, error);
-    }
-    Aside(const Aside &) = delete;
-    Aside &operator=(const Aside &) = delete;
-
-    std::string project() const { return path_ + "/project"; }
-
-  private:
-    std::string path_;
-};
-
-// One of that name in another spelling would be hidden from those who don't tell cases apart.
-void require_free(const std::string &path, const std::string &name) {
-    const fs::path wanted = path;
+// What is found before the work is done; whoever gives the name later is found by the library. A
+// name in another spelling would be hidden from those who don't tell cases apart.
+void require_free(const fs::path &path, const std::string &name, bool is_owner = false) {
+    if (!is_owner) require_free(path.parent_path(), name, true);
     std::error_code error;
-    for (const auto &entry : fs::directory_iterator(wanted.parent_path(), error)) {
-        const std::string other = entry.path().filename().string();
-        if (!zStrcasesameW(wide(other).c_str(), wide(wanted.filename().string()).c_str())) continue;
-        throw Failed(kExists, name + ": there is a project \"" + other + "\"");
+    for (const auto &entry : fs::directory_iterator(path.parent_path(), error)) {
+        const std::string other = entry.path().filename().string(), own = path.filename().string();
+        if (is_owner && other == own) continue;
+        if (!zStrcasesameW(wide(other).c_str(), wide(own).c_str())) continue;
+        const char *what = is_owner ? "an owner" : "a project";
+        throw Failed(kExists, name + ": there is " + what + " \"" + other + "\"");
     }
 }
 
@@ -138,16 +113,6 @@ uint64_t copy_tables(Repository *copy, Repository *project) {
     return count;
 }
 
-// Whatever was written in the file system of a directory.
-void sync_all(const std::string &directory) {
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const bool synced = fd >= 0 && syncfs(fd) == 0;
-    const int code = errno;
-    if (fd >= 0) close(fd);
-    errno = code;
-    if (!synced) fail_system(directory);
-}
-
 OwnedRepository make_project(const std::string &path, Repository *copy) {
     OwnedRepository project(check(zRepositoryInit(wide(path).c_str(), true), path));
     const std::string objects = shared_directory(copy) + "/objects", own = path + "/objects";
@@ -177,10 +142,11 @@ int run(const std::string &file, const Options &options) {
         throw Failed(kOther, at + ": is damaged; nothing was imported (\"zev verify\" tells more)");
     project.reset();
 
-    sync_all(config.repos());
-    fs::create_directories(fs::path(path).parent_path());
-    check(zMove(wide(aside.project()).c_str(), wide(path).c_str(), false), name);
-    sync_all(config.repos());
+    const size_t slash = name.find('/');
+    const bool given =
+        zServerAdopt(wide(config.repos()).c_str(), wide(aside.project()).c_str(),
+                     wide(name.substr(0, slash)).c_str(), wide(name.substr(slash + 1)).c_str());
+    check(given, name);
     printf("%s: %llu commits, %llu tables of drawings\n", name.c_str(),
            static_cast<unsigned long long>(counts.commits),
            static_cast<unsigned long long>(tables));

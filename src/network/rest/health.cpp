@@ -2,6 +2,7 @@
 // say who he is, so it names nothing.
 #include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
+#include "network/rest/places.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
 #include "zev/path.h"
@@ -20,18 +21,10 @@ struct Listed {
 // How many projects each owner has, counted again when his directory has changed.
 using Counts = std::map<std::u16string, Listed>;
 
-bool is_same(const timespec &a, const timespec &b) {
-    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
-// The directories in a directory that follow the rules of names.
-std::vector<std::u16string> names_in(const std::u16string &directory) {
-    std::vector<os::Name> found;
+// One that can't be read has none.
+std::vector<std::u16string> names_of(const std::u16string &directory) {
     std::vector<std::u16string> names;
-    if (!os::read_dir(directory.c_str(), &found)) return names;
-    for (os::Name &each : found)
-        if (each.directory && is_project_name(each.text.c_str()))
-            names.push_back(std::move(each.text));
+    names_in(directory, &names);
     return names;
 }
 
@@ -40,15 +33,14 @@ uint64_t count_projects(HttpServer &server, const std::u16string &repos) {
     Counts &known = *static_cast<Counts *>(server.projects.get());
     Counts now;
     uint64_t sum = 0;
-    for (const std::u16string &owner : names_in(repos)) {
+    for (const std::u16string &owner : names_of(repos)) {
         const std::u16string path = repos + u"/" + owner;
         struct stat info;
         if (!os::stat(path.c_str(), &info)) continue;
         Listed listed = known[owner];
-        if (!is_same(listed.changed, info.st_mtim)) listed = {info.st_mtim, names_in(path).size()};
+        if (!is_equal(listed.changed, info.st_mtim)) listed = {info.st_mtim, names_of(path).size()};
         sum += listed.count;
-        // One that changed just now may change again without another time.
-        if (os::calls.now() / kSecond > info.st_mtim.tv_sec + 1) now.emplace(owner, listed);
+        if (has_settled(info.st_mtim, os::calls.now())) now.emplace(owner, listed);
     }
     known.swap(now);
     return sum;

@@ -11,14 +11,8 @@ namespace zev::rest {
 
 namespace {
 
-// What changed a moment ago may change again without another time.
-bool has_settled(const struct stat &info, int64_t now) {
-    return now / kSecond > info.st_ctim.tv_sec + 1;
-}
-
 bool is_same(const struct stat &a, const struct stat &b) {
-    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_ctim.tv_sec == b.st_ctim.tv_sec &&
-           a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && is_equal(a.st_ctim, b.st_ctim);
 }
 
 } // namespace
@@ -28,7 +22,8 @@ OpenedAt::OpenedAt(std::u16string place) {
         !os::stat((place + u"/config").c_str(), &config))
         return;
     const int64_t now = os::calls.now();
-    if (has_settled(directory, now) && has_settled(config, now)) path = std::move(place);
+    if (has_settled(directory.st_ctim, now) && has_settled(config.st_ctim, now))
+        path = std::move(place);
 }
 
 bool OpenedAt::looks_like(const OpenedAt &other) const {

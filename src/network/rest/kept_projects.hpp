@@ -6,8 +6,7 @@
 // its settings look as they did before it was opened.
 #pragma once
 
-#include "common/guard.hpp"
-#include "zev/repository.h"
+#include "objects/store/repository.hpp"
 
 #include <string>
 #include <vector>
@@ -15,8 +14,6 @@
 #include <sys/stat.h>
 
 namespace zev::rest {
-
-using RepositoryPtr = Owned<Repository, zRepositoryFree>;
 
 // Where a repository was opened, and how that looked before.
 struct OpenedAt {

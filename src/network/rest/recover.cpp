@@ -2,7 +2,8 @@
 // that nobody holds any more is gone before the first request, since it would refuse every commit
 // on its branch; what an administrator's git had locked before is not touched.
 #include "common/errno.hpp"
-#include "network/rest/rest.hpp"
+#include "network/rest/kept_projects.hpp"
+#include "network/rest/places.hpp"
 #include "objects/store/repository.hpp"
 #include "objects/store/sweep.hpp"
 #include "system/os.hpp"
@@ -16,30 +17,33 @@ using namespace zev;
 
 namespace {
 
-using RepositoryPtr = Owned<Repository, zRepositoryFree>;
-
-// The directories in one that can be owners or projects, each with the path to it.
-std::vector<std::u16string> places_in(const std::u16string &directory) {
-    std::vector<os::Name> names;
-    std::vector<std::u16string> places;
-    os::read_dir(directory.c_str(), &names);
-    for (const os::Name &name : names)
-        if (name.directory && rest::is_project_name(name.text.c_str()))
-            places.push_back(directory + u"/" + name.text);
-    return places;
+// Each owner's or project's place in a directory.
+bool places_in(const std::u16string &directory, std::vector<std::u16string> *places) {
+    if (!rest::names_in(directory, places)) return fail_errno(directory);
+    for (std::u16string &name : *places) name.insert(0, directory + u"/");
+    return true;
 }
 
-// An owner whose first project was not finished goes with it.
 bool recover_owner(const std::u16string &owner, const timespec &since) {
     const std::u16string aside = owner + u"/.zev-removed";
     sweep_aside(aside); // all that lies beside it
     bool clean = !zPathDirExists(aside.c_str()) || raise_exists(aside);
-    for (const std::u16string &place : places_in(owner)) {
+    std::vector<std::u16string> places;
+    clean = places_in(owner, &places) && clean;
+    for (const std::u16string &place : places) {
         const RepositoryPtr repository(zRepositoryOpenBare(place.c_str()));
         if (repository) clean = sweep_since(repository.get(), since) && clean;
     }
-    os::remove_dir(owner.c_str());
     return clean;
+}
+
+// An owner whose first project was not finished goes with it, and the lock file of names that a
+// killed process left; unless somebody is about to bring a project in.
+void drop_empty(const std::u16string &repos, const std::vector<std::u16string> &owners) {
+    const KeptFailure kept;
+    const rest::NamesLock names = rest::lock_names(repos);
+    if (!names) return;
+    for (const std::u16string &owner : owners) os::remove_dir(owner.c_str());
 }
 
 } // namespace
@@ -47,9 +51,10 @@ bool recover_owner(const std::u16string &owner, const timespec &since) {
 bool zServerRecover(const zwchar *repos, const Time *since) try {
     if (!repos || !since) return fail_args();
     const timespec time{static_cast<time_t>(since->seconds), static_cast<long>(since->nanoseconds)};
-    bool clean = true;
-    for (const std::u16string &owner : places_in(repos))
-        clean = recover_owner(owner, time) && clean;
+    std::vector<std::u16string> owners;
+    bool clean = places_in(repos, &owners);
+    for (const std::u16string &owner : owners) clean = recover_owner(owner, time) && clean;
+    drop_empty(repos, owners);
     return clean;
 } catch (...) {
     return fail_thrown();

@@ -2,6 +2,7 @@
 // the work directory, "./" in front, forward slashes, UTF-16LE with its zero. A drawing that was
 // copied or moved still names the table of its source; confirming gives it one of its own.
 #include "objects/drawing/drawing.hpp"
+#include "objects/store/repository.hpp"
 
 #include "zev/oid.h"
 #include "zev/path.h"
@@ -15,8 +16,6 @@
 
 namespace zev {
 namespace {
-
-using RepositoryPtr = Owned<Repository, zRepositoryFree>;
 
 bool relative_to(zwchar *target, const zwchar *path, const zwchar *base) {
     zwchar native[Z_PATH_MAX];

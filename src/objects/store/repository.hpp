@@ -39,6 +39,8 @@ struct Repository {
 
 namespace zev {
 
+using RepositoryPtr = Owned<Repository, zRepositoryFree>;
+
 // The repository's own configuration file, without the user's and the system's settings. Null
 // with libgit2's error.
 git::Config local_config(git_repository *handle);

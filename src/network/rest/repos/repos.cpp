@@ -4,6 +4,7 @@
 // shows in no list.
 #include "common/errno.hpp"
 #include "network/rest/operations.hpp"
+#include "network/rest/places.hpp"
 #include "network/rest/repos/content.hpp"
 #include "objects/store/repository.hpp"
 #include "rms/privilege.hpp"
@@ -22,8 +23,6 @@ namespace {
 
 constexpr const zwchar *kAdministrator = u"administrator";
 constexpr int32_t kAllBits = Z_PRIVILEGE_READ | Z_PRIVILEGE_WRITE | Z_PRIVILEGE_EXPORT;
-
-using RepositoryPtr = Owned<Repository, zRepositoryFree>;
 
 HttpResponse *refuse_config(const Call &call, Place place, Here at = {}) {
     const bool whole = place == Place::no_config;
@@ -76,19 +75,6 @@ bool is_repository(const zwchar *path) {
     return RepositoryPtr(zRepositoryOpenBare(path)) != nullptr;
 }
 
-std::u16string directory_of(std::u16string_view path) {
-    return std::u16string(path.substr(0, path.rfind(u'/')));
-}
-
-// Whether a directory holds a name that differs in case only; `known` is none.
-bool has_twin(const std::u16string &directory, const zwchar *name, const zwchar *known = u"") {
-    std::vector<os::Name> names;
-    os::read_dir(directory.c_str(), &names);
-    return std::ranges::any_of(names, [&](const os::Name &other) {
-        return other.text != name && other.text != known && zStrcasesameW(other.text.c_str(), name);
-    });
-}
-
 // ---- Lists
 
 struct Listing {
@@ -116,19 +102,9 @@ bool Listing::may_see(Repository *repository) const {
            rights.anywhere(Z_PRIVILEGE_EXPORT);
 }
 
-// The names in a directory that can be projects' or owners', sorted; none where it is gone by now.
-bool read_names(const zwchar *path, std::vector<std::u16string> &names) {
-    std::vector<os::Name> found;
-    if (!os::read_dir(path, &found) && errno != ENOENT) return fail_errno(path);
-    for (os::Name &name : found)
-        if (is_project_name(name.text.c_str())) names.push_back(std::move(name.text));
-    std::ranges::sort(names);
-    return true;
-}
-
 bool Listing::add_owner(const zwchar *path, const zwchar *owner) {
     std::vector<std::u16string> names;
-    if (!read_names(path, names)) return false;
+    if (!names_in(path, &names)) return fail_errno(path);
     return std::ranges::all_of(
         names, [&](const std::u16string &name) { return add_project(path, owner, name.c_str()); });
 }
@@ -146,11 +122,10 @@ bool Listing::add_project(const zwchar *path, const zwchar *owner, const zwchar 
 
 bool list_owners(Listing &listing, const zwchar *path) {
     std::vector<std::u16string> owners;
-    if (!read_names(path, owners)) return false;
+    if (!names_in(path, &owners)) return fail_errno(path);
     return std::ranges::all_of(owners, [&](const std::u16string &owner) {
         const std::u16string place = std::u16string(path) + u"/" + owner;
-        if (place.size() >= Z_PATH_MAX || !zPathDirExists(place.c_str())) return true;
-        return listing.add_owner(place.c_str(), owner.c_str());
+        return place.size() >= Z_PATH_MAX || listing.add_owner(place.c_str(), owner.c_str());
     });
 }
 
@@ -163,12 +138,15 @@ struct NewProject {
     std::u16string directory{}, room{}; // the owner's; where it is made
     std::u16string at{};                // where its files are now
     bool made_directory = false;
+    bool lost = false; // another process gave the name meanwhile
     bool done = false;
     Owned<Flock, zFlockClose> lock{};
     RepositoryPtr repository{};
 
     ~NewProject();
+    std::u16string repos() const { return directory_of(directory); }
     bool is_taken() const;
+    bool find_room();
     bool init();
     void take_template(const zwchar *from_owner, const zwchar *from_name);
     void grant();
@@ -183,24 +161,31 @@ NewProject::~NewProject() {
     if (!done && !at.empty()) os::remove_tree(at.c_str(), false);
     lock.reset();
     if (!room.empty()) os::remove_dir(room.c_str());
-    if (!done && made_directory) os::remove_dir(directory.c_str());
+    if (done || !made_directory) return;
+    const NamesLock names = lock_names(repos());
+    if (names) os::remove_dir(directory.c_str());
 }
 
 // Owners and projects are directories, and on some systems a name in another case is the same one.
 bool NewProject::is_taken() const {
-    return is_repository(place) || has_twin(directory, name) ||
-           has_twin(directory_of(directory), owner);
+    return is_repository(place) || has_twin(place) || has_twin(directory);
+}
+
+// What is held in it keeps the owner's directory.
+bool NewProject::find_room() {
+    sweep_aside(place);
+    const NamesLock names = lock_names(repos());
+    if (!names) return false;
+    made_directory = !zPathDirExists(directory.c_str());
+    at = place_aside(place);
+    room = at.empty() ? at : directory_of(at);
+    lock.reset(at.empty() ? nullptr : zFlockOpen(at.c_str(), false));
+    return lock != nullptr;
 }
 
 // The id is drawn here, so that it is on the disk when the project is.
 bool NewProject::init() {
-    made_directory = !zPathDirExists(directory.c_str());
-    sweep_aside(place);
-    at = place_aside(place);
-    if (at.empty()) return false;
-    room = directory_of(at);
-    lock.reset(zFlockOpen(at.c_str(), false));
-    if (!lock) return false;
+    if (!find_room()) return false;
     repository.reset(zRepositoryInit(at.c_str(), true));
     return repository && zRepositoryId(repository.get(), true);
 }
@@ -248,23 +233,20 @@ void NewProject::grant() {
 bool NewProject::publish() {
     repository.reset();
     if (!os::sync_tree(at.c_str())) return fail_errno(at);
+    const NamesLock names = lock_names(repos());
+    if (!names || (lost = is_taken())) return false;
     os::remove_dir(place); // an empty one may stand there
-    if (!os::move(at.c_str(), place, false)) return fail_errno(place);
+    if (!give_name(at, place, true)) return false;
     at = place;
-    if (!os::sync_dir(directory.c_str()) || !os::sync_dir(directory_of(directory).c_str()))
-        return fail_errno(directory);
     repository.reset(zRepositoryOpenBare(place));
     return done = repository && name_project(call, repository.get(), owner, name);
 }
 
-// The new name is on the disk, or it goes again.
-bool move_project(const zwchar *from, const zwchar *to) {
-    const std::u16string directory = directory_of(from);
-    if (!os::move(from, to, false)) return fail_errno(to);
-    if (os::sync_dir(directory.c_str())) return true;
-    fail_errno(directory);
-    os::move(to, from, false);
-    return false;
+bool move_project(const std::u16string &from, const std::u16string &to) {
+    const NamesLock names = lock_names(directory_of(directory_of(from)));
+    if (!names) return false;
+    if (has_twin(to, from.substr(from.rfind(u'/') + 1))) return raise_exists(to);
+    return give_name(from, to, false);
 }
 
 } // namespace
@@ -305,7 +287,8 @@ HttpResponse *create_project(Call &call) {
     if (!made.init()) return fail_inside(call);
     made.take_template(text_at(fields, u"query.tmpl_owner"), text_at(fields, u"query.tmpl_name"));
     made.grant();
-    if (!made.publish()) return fail_inside(call);
+    if (!made.publish() && made.lost) return refuse(call, 409, u"srv.eExistProject_s", made.name);
+    if (!made.done) return fail_inside(call);
     call.repository = std::move(made.repository); // for whoever notes what was made
     HttpResponse *response = answer(200, repository_record(call.repository.get()));
     return response ? response : fail_inside(call);
@@ -322,8 +305,6 @@ HttpResponse *rename_project(Call &call) {
     if (HttpResponse *refusal = find_place(call, owner, name, from)) return refusal;
     if (HttpResponse *refusal = find_place(call, owner, renamed, to)) return refusal;
     if (!is_repository(from)) return fail_inside(call);
-    if (has_twin(directory_of(from), renamed, name))
-        return raise_exists(renamed), fail_inside(call);
     if (!move_project(from, to)) return fail_inside(call);
     const RepositoryPtr repository(zRepositoryOpenBare(to));
     if (!repository || !name_project(call, repository.get(), owner, renamed))
