@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 namespace host {
 
@@ -111,6 +112,13 @@ std::u16string expanded(const std::u16string &text, const std::string &base) {
     return path;
 }
 
+OwnedJson read_tree(const std::string &file) {
+    std::error_code error;
+    if (!fs::is_regular_file(file, error))
+        throw Failed(kNotFound, file + ": no such file (\"zevd init\" makes one)");
+    return OwnedJson(zJsonReadFile(wide(file).c_str()));
+}
+
 } // namespace
 
 // The table's name of a setting as this file spells it: the section's name is the schema's own.
@@ -122,11 +130,9 @@ std::string Config::path(const std::string &key) const {
     return narrow(zJsonPathGetString(tree_.get(), wide(key).c_str()));
 }
 
-Config::Config(const std::string &file) {
-    std::error_code error;
-    if (!fs::is_regular_file(file, error))
-        throw Failed(kNotFound, file + ": no such file (\"zevd init\" makes one)");
-    tree_.reset(zJsonReadFile(wide(file).c_str()));
+Config::Config(const std::string &file) : Config(file, read_tree(file)) {}
+
+Config::Config(const std::string &file, OwnedJson tree) : tree_(std::move(tree)) {
     if (!tree_ || !zJsonIsObject(tree_.get())) throw Failed(kInvalid, file + ": is no JSON object");
     const Json *schema = zJsonObjectAt(tree_.get(), u"schema");
     if (schema && zJsonIsString(schema) && same_word(narrow(zJsonGetString(schema)), "http"))

@@ -21,6 +21,8 @@ class Config {
     // Reads the file and makes its paths absolute; nothing is made on the disk. Throws for a file
     // that isn't there or holds no JSON object; settings that can't be used are `problems`.
     explicit Config(const std::string &file);
+    // The same of what was read from the file; null is no JSON.
+    Config(const std::string &file, OwnedJson tree);
 
     const std::vector<std::string> &problems() const { return problems_; }
     std::vector<SettingLine> lines() const;

@@ -1,8 +1,8 @@
-// The HTTP server: its settings, its routes, and the transport whose connections it answers.
+// The HTTP server: its settings, its routes, and the transport whose connections it answers. What
+// it answers with is told by those above, see network/service.cpp.
 #include "network/http/server.hpp"
 
 #include "common/guard.hpp"
-#include "network/rest/operations.hpp"
 #include "network/tcp/tcp.hpp"
 #include "system/os.hpp"
 #include "zev/json.h"
@@ -17,8 +17,6 @@
 using namespace zev;
 
 namespace {
-
-HttpServer *http_of(Server *server) { return reinterpret_cast<HttpServer *>(server); }
 
 Failure fail_improper(const std::u16string &setting, Here at = {}) {
     return logged(
@@ -95,27 +93,13 @@ bool read_settings(HttpServer *server, const zwchar *schema) {
                     zJsonPathGet(section, u"log.audit"));
 }
 
-constexpr ServerClass kHttp = {
-    .Name = []() -> const zwchar * { return u"HTTP"; },
-    .Version = []() -> const zwchar * { return u"0.0.1"; },
-    .New =
-        [](const Json *config, const zwchar *schema) {
-            return reinterpret_cast<Server *>(zHttpServerNew(config, schema));
-        },
-    .Free = [](Server *server) { zHttpServerFree(http_of(server)); },
-    .Loop = [](Server *server) { return zHttpServerLoop(http_of(server)); },
-    .Stop = [](Server *server) { return zHttpServerStop(http_of(server)); },
-};
-
 } // namespace
 
-const ServerClass *zHttpServerClass() { return &kHttp; }
-
-HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) try {
-    if (!config || !schema) return fail_args();
+HttpServer *zev::new_http_server(const ServerClass *kind, const Json *config,
+                                 const zwchar *schema) {
     Owned<HttpServer, zHttpServerFree> server(new (std::nothrow) HttpServer{});
     if (!server) return fail_memory();
-    server->head.table = &kHttp;
+    server->head.table = kind;
     server->began = os::calls.steady();
     if (!zServerInit(&server->head, config)) return nullptr;
     const auto release = [](void *handle) { zHttpHandleFree(static_cast<HttpHandle *>(handle)); };
@@ -125,10 +109,7 @@ HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) try {
     if (!server->prototype) return nullptr;
     auto *echo = reinterpret_cast<Echo *>(server->prototype);
     server->tcp = zLoopNew(zTcpClass(), echo, server->maxconn, server->timeout);
-    if (!server->tcp) return nullptr;
-    return rest::add_routes(server.get()) ? server.release() : nullptr;
-} catch (...) {
-    return fail_thrown();
+    return server->tcp ? server.release() : nullptr;
 }
 
 void zHttpServerFree(HttpServer *server) {

@@ -41,6 +41,13 @@ struct HttpServer {
     std::shared_ptr<zev::rest::KeptProjects> kept; // those that are open between requests
 };
 
+namespace zev {
+
+// A server by its settings, of the kind that `kind` stands for, with no routes yet. May throw.
+HttpServer *new_http_server(const ServerClass *kind, const Json *config, const zwchar *schema);
+
+} // namespace zev
+
 struct HttpEcho {
     Echo head;
     HttpServer *server;

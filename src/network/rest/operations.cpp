@@ -130,11 +130,8 @@ void note_act(const Call &call, HttpResponse *response) {
     const uint32_t method = zHttpRequestMethod(call.request);
     if (call.operation->route != Route::projects || method == Z_HTTP_GET) return;
     if (!call.server->logs.audit.is_on()) return;
-    Stream *stream = zHttpRequestBody(call.request);
-    JsonBounds bounds{call.server->limits.json, call.server->limits.nodes};
-    const Tree body(stream && zStreamRewind(stream) ? json_read_bounded(stream, bounds) : nullptr);
     const auto text = [&](const zwchar *captured, const zwchar *path) {
-        const Json *node = captured || !body ? nullptr : json_find(body.get(), path);
+        const Json *node = captured || !call.fields ? nullptr : json_find(call.fields.get(), path);
         return node && zJsonIsString(node) ? zJsonGetString(node) : zStrsafeW(captured);
     };
     const zwchar *owner = capture(call, u":owner");

@@ -36,6 +36,7 @@ struct Call {
     HttpRequest *request;
     const Operation *operation = nullptr;
     bool guarded;                       // every operation needs its right, not the trees alone
+    Tree fields{};                      // the body of what changes the list of projects
     OpenedAt place{};                   // of the gate's repository
     RepositoryPtr repository;           // the gate's
     std::unique_ptr<Privileges> rights; // the caller's in it, once they were asked for

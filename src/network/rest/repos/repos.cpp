@@ -63,11 +63,12 @@ HttpResponse *find_place(const Call &call, const zwchar *owner, const zwchar *na
     }
 }
 
-// The body's JSON; null without one, or for a text that is none: the field that is missing then
-// says so. The refusal is that of a body beyond the limits.
-HttpResponse *read_fields(const Call &call, Tree &fields) {
+// The body's JSON, which is kept for whoever notes what was done; null without one, or for a text
+// that is none: the field that is missing then says so. The refusal is that of a body beyond the
+// limits.
+HttpResponse *read_fields(Call &call) {
     if (!zHttpRequestBody(call.request)) return nullptr;
-    Owned<HttpResponse, zHttpResponseFree> refusal(read_json(call, fields));
+    Owned<HttpResponse, zHttpResponseFree> refusal(read_json(call, call.fields));
     return refusal && zHttpResponseCode(refusal.get()) != 400 ? refusal.release() : nullptr;
 }
 
@@ -276,16 +277,17 @@ HttpResponse *read_project(Call &call) {
 
 HttpResponse *create_project(Call &call) {
     if (!capture(call, u":base")) return refuse(call, 400, u"srv.eFieldRequired_s", u"base");
-    Tree fields;
-    if (HttpResponse *refusal = read_fields(call, fields)) return refusal;
-    NewProject made{call, text_at(fields, u"query.owner"), text_at(fields, u"query.name")};
+    if (HttpResponse *refusal = read_fields(call)) return refusal;
+    NewProject made{call, text_at(call.fields, u"query.owner"),
+                    text_at(call.fields, u"query.name")};
     if (HttpResponse *refusal = check_name(call, made.owner, u"owner")) return refusal;
     if (HttpResponse *refusal = check_name(call, made.name, u"name")) return refusal;
     if (HttpResponse *refusal = find_place(call, made.owner, made.name, made.place)) return refusal;
     made.directory = directory_of(made.place);
     if (made.is_taken()) return refuse(call, 409, u"srv.eExistProject_s", made.name);
     if (!made.init()) return fail_inside(call);
-    made.take_template(text_at(fields, u"query.tmpl_owner"), text_at(fields, u"query.tmpl_name"));
+    made.take_template(text_at(call.fields, u"query.tmpl_owner"),
+                       text_at(call.fields, u"query.tmpl_name"));
     made.grant();
     if (!made.publish() && made.lost) return refuse(call, 409, u"srv.eExistProject_s", made.name);
     if (!made.done) return fail_inside(call);
@@ -296,10 +298,9 @@ HttpResponse *create_project(Call &call) {
 
 HttpResponse *rename_project(Call &call) {
     if (HttpResponse *refusal = check_captures(call)) return refusal;
-    Tree fields;
-    if (HttpResponse *refusal = read_fields(call, fields)) return refusal;
+    if (HttpResponse *refusal = read_fields(call)) return refusal;
     const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
-    const zwchar *renamed = text_at(fields, u"query.newname");
+    const zwchar *renamed = text_at(call.fields, u"query.newname");
     if (HttpResponse *refusal = check_name(call, renamed, u"newname")) return refusal;
     zwchar from[Z_PATH_MAX], to[Z_PATH_MAX];
     if (HttpResponse *refusal = find_place(call, owner, name, from)) return refusal;
