@@ -21,7 +21,7 @@ OwnedJson read(const uint8_t *data, size_t size) {
 }
 
 // With the directories of this program, and no file to be made elsewhere.
-void serve(const Config &config) {
+void serve(const host::Config &config) {
     static const fuzz::Scratch scratch;
     const OwnedJson tree(zJsonDup(config.tree()));
     for (const zwchar *path : {u"path.root", u"path.repos"})
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const bool started = zGlobalInit(nullptr, nullptr);
     (void)started;
     try {
-        const Config config("/srv/zev/server.conf", read(data, size));
+        const host::Config config("/srv/zev/server.conf", read(data, size));
         require(config.lines().size() > 20);
         if (!config.problems().empty()) return 0;
         require(config.root().starts_with("/") && config.repos().starts_with("/"));

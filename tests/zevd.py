@@ -9,6 +9,7 @@ import http.client
 import json
 import os
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -39,14 +40,14 @@ def run(*words, stdin="", cwd=None):
 class Service:
     """A zevd that runs, with the socket of its manager."""
 
-    def __init__(self, conf, *more):
+    def __init__(self, conf, *more, **how):
         self.manager = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self.manager.bind("\0zevd-test-%d-%d" % (os.getpid(), id(self)))
         self.manager.settimeout(10)
         name = "@" + self.manager.getsockname()[1:].decode()
         self.process = subprocess.Popen([ZEVD, "run", "--config", conf, *more], text=True,
                                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                        env={**os.environ, "NOTIFY_SOCKET": name})
+                                        env={**os.environ, "NOTIFY_SOCKET": name}, **how)
         self.port = None
         for line in self.process.stdout:
             found = re.match(r"zevd serves port (\d+)", line)
@@ -217,6 +218,29 @@ def serve(conf):
         expect(each.stop(number) == 0, "they end")
 
 
+def crowd(conf):
+    """More clients than the process may have files: some are turned away, the others are served."""
+    def few():
+        resource.setrlimit(resource.RLIMIT_NOFILE, (40, 200))
+    service = Service(conf, preexec_fn=few)
+    clients = [socket.create_connection(("localhost", service.port)) for _ in range(220)]
+    request = b"GET /repos HTTP/1.1\r\nHost: h\r\nX-ZEV-USER: admin\r\nX-ZEV-CODE: %s\r\n\r\n"
+    served = turned_away = 0
+    for client in clients:
+        client.settimeout(10)
+        try:
+            client.sendall(request % code_of("secret").encode())
+            answer = client.recv(4000)
+        except ConnectionError:
+            answer = b""
+        served += answer.startswith(b"HTTP/1.1 200 ")
+        turned_away += not answer
+    expect(served == 150 and turned_away == 70, "%d served, %d not" % (served, turned_away))
+    for client in clients:
+        client.close()
+    expect(service.stop() == 0, "it ends behind a crowd")
+
+
 def make_copy(work):
     """Drawings with a history of three commits, a branch and a tag."""
     copy = work + "/copy"
@@ -318,6 +342,7 @@ def main():
             tree["http"]["port"] = 0
         conf = with_settings(conf, any_port)
         serve(conf)
+        crowd(conf)
         code, out, err = run(ZEVD, "reset-password", "admin", "--password-stdin", "--config", conf,
                              stdin="new\n")
         expect(code == 0, "reset-password: " + err)

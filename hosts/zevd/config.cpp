@@ -238,6 +238,16 @@ std::vector<SettingLine> Config::lines() const {
     return lines;
 }
 
+bool Config::bound_connections(uint64_t most) {
+    constexpr int64_t kPreset = 1024;
+    const std::string name = named("http.limits.connections");
+    const Json *node = at(name);
+    const int64_t wanted = node ? zJsonGetInt(node) : kPreset;
+    if (static_cast<uint64_t>(wanted) <= most) return false;
+    check(zJsonPathSetInt(tree_.get(), wide(name).c_str(), static_cast<int32_t>(most)));
+    return true;
+}
+
 void Config::require_sound() const {
     std::string all;
     for (const std::string &problem : problems_) all += (all.empty() ? "" : "\n      ") + problem;

@@ -29,6 +29,9 @@ class Config {
     // All problems as one failure, if there are any.
     void require_sound() const;
 
+    // Takes no more connections than that, whatever is set; true if that is fewer.
+    bool bound_connections(uint64_t most);
+
     const Json *tree() const { return tree_.get(); }
     std::string root() const { return path("path.root"); }
     std::string repos() const { return path("path.repos"); }

@@ -12,6 +12,7 @@
 #include <iostream>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -48,6 +49,15 @@ void keep_private() {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
     prctl(PR_SET_DUMPABLE, 0); // the system's own collector of crashes takes no heed of the limit
+}
+
+uint64_t allow_files() {
+    rlimit files{1024, 1024};
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur != files.rlim_max) {
+        const rlim_t before = std::exchange(files.rlim_cur, files.rlim_max);
+        if (setrlimit(RLIMIT_NOFILE, &files) != 0) return before;
+    }
+    return files.rlim_cur;
 }
 
 // ---- Data

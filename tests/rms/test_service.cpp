@@ -91,10 +91,10 @@ class Process : public testing::Test {
 };
 
 // One run of the service, on a thread of its own.
-struct Run {
-    explicit Run(const Json *config) {
+struct Served {
+    explicit Served(const Json *config) {
         zServerOnReady(
-            [](uint32_t port, void *self) { static_cast<Run *>(self)->ready.set_value(port); },
+            [](uint32_t port, void *self) { static_cast<Served *>(self)->ready.set_value(port); },
             this);
         thread = std::thread([this, config] {
             served = zServerStartup(config);
@@ -103,7 +103,7 @@ struct Run {
             zThreadCleanup();
         });
     }
-    ~Run() {
+    ~Served() {
         if (thread.joinable()) thread.join();
     }
     uint32_t port() { return ready.get_future().get(); }
@@ -118,8 +118,8 @@ struct Run {
 // Whatever its clients are at then; who waits for the end finds the port free.
 TEST_F(Process, StartsAndStopsAgainAndAgain) {
     for (int i = 0; i < 200; ++i) {
-        Run run(config.get());
-        const uint32_t port = run.port();
+        Served service(config.get());
+        const uint32_t port = service.port();
         std::vector<Socket> idle(i % 50 ? static_cast<size_t>(i % 3) : 50);
         for (Socket &each : idle) ASSERT_TRUE(each.connect(port)) << i;
         if (i % 2) {
@@ -137,16 +137,16 @@ TEST_F(Process, StartsAndStopsAgainAndAgain) {
         if (i % 50 == 0) {
             EXPECT_EQ(Socket().listen(port), port);
         }
-        run.thread.join();
-        EXPECT_TRUE(run.served) << i;
+        service.thread.join();
+        EXPECT_TRUE(service.served) << i;
     }
 }
 
 // At whatever moment of a start the end is asked for.
 TEST_F(Process, StopsWhileItStarts) {
     for (int i = 0; i < 20; ++i) {
-        Run run(config.get());
-        while (!run.over) {
+        Served service(config.get());
+        while (!service.over) {
             ASSERT_OK(zServerShutdown());
             std::this_thread::yield();
         }
@@ -157,16 +157,16 @@ TEST_F(Process, SaysThatItsPortIsTaken) {
     Socket taken;
     set_port(taken.listen());
     for (int i = 0; i < 2; ++i) {
-        Run run(config.get());
-        while (!run.over) std::this_thread::yield();
-        EXPECT_FALSE(run.served);
-        EXPECT_EQ(run.reason, UV_EADDRINUSE);
+        Served service(config.get());
+        while (!service.over) std::this_thread::yield();
+        EXPECT_FALSE(service.served);
+        EXPECT_EQ(service.reason, UV_EADDRINUSE);
     }
     EXPECT_TRUE(zServerShutdown());
     set_port(0);
-    Run run(config.get());
+    Served service(config.get());
     Socket client;
-    EXPECT_TRUE(client.connect(run.port()) && client.send(kHealth));
+    EXPECT_TRUE(client.connect(service.port()) && client.send(kHealth));
     EXPECT_TRUE(client.receive().starts_with("HTTP/1.1 200 "));
     ASSERT_OK(zServerShutdown());
 }

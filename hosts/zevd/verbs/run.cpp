@@ -4,6 +4,7 @@
 #include "service.hpp"
 #include "verb.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -84,10 +85,19 @@ void tell_ready(uint32_t port, void *) {
     tell_manager("READY=1");
 }
 
+// Where connections had all the files that the process may open, no request could be answered.
+void leave_files(Config &config) {
+    const uint64_t files = allow_files(), most = std::max<uint64_t>(files / 4 * 3, 1);
+    if (!config.bound_connections(most)) return;
+    fprintf(stderr, "zevd: takes %llu connections, as it may open %llu files (ulimit -n)\n",
+            static_cast<unsigned long long>(most), static_cast<unsigned long long>(files));
+}
+
 int run(const std::string &file, const Options &options) {
     Signals::block();
-    const Config config(file);
+    Config config(file);
     config.require_sound();
+    leave_files(config);
     use_data(config);
     ServiceLock lock(config.repos(), options.shared);
     lock.begin_service();

@@ -232,7 +232,9 @@ bool write_head(Echo *base, Chunk *chunk) try {
     }
 
     const zwchar *accepted = zHttpRequestAcceptEncoding(echo->request);
-    if (response->body && accepted && *accepted) zHttpResponseZipBody(response, accepted);
+    const bool zips = accepted && (zStrcasestrW(accepted, u"gzip") || // "identity" is no failure
+                                   zStrcasestrW(accepted, u"deflate"));
+    if (response->body && zips) zHttpResponseZipBody(response, accepted);
     if (!put_length(&response->header, response->body)) return false;
     echo->outgoing = response_head(*response, {server.timeout, server.maxconn});
     echo->left = body_size(response->body);
