@@ -93,6 +93,12 @@ def make_service(work):
     expect(code == 0, "init: " + out + err)
     code, out, err = run(ZEVD, "init", work + "/service", "--password-stdin", stdin="other\n")
     expect(code == 1 and "is there already" in err, "a second init is refused: " + err)
+    # One that was killed while it wrote the settings has no service yet.
+    os.unlink(conf)
+    with open(conf + ".new", "w") as file:
+        file.write("{" * 5000)
+    code, out, err = run(ZEVD, "init", work + "/service", "--password-stdin", stdin="secret\n")
+    expect(code == 0 and not os.path.exists(conf + ".new"), "init goes on: " + out + err)
     code, out, err = run(ZEVD, "init", work + "/other", "--password-stdin", stdin="\n")
     expect(code == 2 and not os.path.exists(work + "/other"), "no empty password: " + err)
     for path, directories, files in os.walk(work + "/service"):

@@ -2,6 +2,7 @@
 #include "service.hpp"
 #include "verb.hpp"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -54,14 +55,28 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_flag("--password-stdin", options.from_stdin, "Read the password from stdin");
 }
 
-// A file that nobody overwrites, on the disk when this returns.
-void write_new(const std::string &path, const char *text) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) throw Failed(kExists, path + ": " + strerror(errno));
-    const size_t size = strlen(text);
-    const bool written = write(fd, text, size) == static_cast<ssize_t>(size) && fsync(fd) == 0;
-    close(fd);
-    if (!written) throw Failed(kOther, path + ": can't be written");
+// Runs a step on an open file, which is closed whatever comes of it.
+void with_file(const std::string &path, int flags, bool (*step)(int fd)) {
+    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600);
+    const bool done = fd >= 0 && step(fd);
+    const int code = errno;
+    if (fd >= 0) close(fd);
+    if (!done) throw Failed(kSystem, code, path + ": " + strerror(code));
+}
+
+bool write_settings(int fd) {
+    const size_t size = strlen(kSettings);
+    return write(fd, kSettings, size) == static_cast<ssize_t>(size) && fsync(fd) == 0;
+}
+
+// The whole file or none, whenever this is killed, and never in the place of another. When it
+// returns all of the service is on the disk.
+void name_settings(const fs::path &directory, const std::string &file) {
+    const std::string aside = file + ".new";
+    unlink(aside.c_str()); // of one that was killed
+    with_file(aside, O_WRONLY | O_CREAT | O_EXCL, write_settings);
+    check(zMove(wide(aside).c_str(), wide(file).c_str(), false), file);
+    with_file(directory.string(), O_RDONLY | O_DIRECTORY, [](int fd) { return syncfs(fd) == 0; });
 }
 
 // The settings come last: without them a second try begins anew.
@@ -78,7 +93,7 @@ int run(const std::string &, const Options &options) {
         set_password(*module, "admin", password);
         unlock(*module, "admin"); // as one without a password is
     }
-    write_new(file, kSettings);
+    name_settings(directory, file);
     printf("a new service in %s; serve it: zevd --config %s\n", directory.c_str(), file.c_str());
     return kDone;
 }
