@@ -48,12 +48,14 @@ class Socket {
     bool send(std::string_view bytes) const {
         return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0;
     }
-    // The first bytes that come within some seconds; none from a peer that closes.
+    // The first bytes that come within some seconds; none from a peer that closes, or resets a
+    // connection that it had not looked at yet.
     std::string receive() const {
         char block[512];
         pollfd ready{fd_, POLLIN, 0};
-        const ssize_t count = poll(&ready, 1, 5000) == 1 ? recv(fd_, block, sizeof block, 0) : -1;
-        return count > 0 ? std::string(block, static_cast<size_t>(count)) : count ? "?" : "";
+        if (poll(&ready, 1, 5000) != 1) return "silence";
+        const ssize_t count = recv(fd_, block, sizeof block, 0);
+        return std::string(block, count > 0 ? static_cast<size_t>(count) : 0);
     }
 
   private:
