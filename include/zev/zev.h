@@ -4,6 +4,7 @@
 
 #include "zev/admin.h"
 #include "zev/auth.h"
+#include "zev/authdb.h"
 #include "zev/base.h"
 #include "zev/binary.h"
 #include "zev/branch.h"
@@ -31,6 +32,7 @@
 #include "zev/json.h"
 #include "zev/lang.h"
 #include "zev/log.h"
+#include "zev/login.h"
 #include "zev/manifest.h"
 #include "zev/notify.h"
 #include "zev/number.h"

@@ -88,6 +88,8 @@ inline constexpr uint32_t http_connections = 1024;
 inline constexpr uint32_t login_failures = 10;
 inline constexpr int64_t login_span = 60'000'000'000;
 inline constexpr uint32_t login_keys = 4096;
+// The file of remembered logins, its bytes and its nodes: some thousand of them.
+inline constexpr uint64_t cookie_file = 1u << 20;
 // A stream that grows beyond this goes on in a file.
 inline constexpr uint64_t spill = 256u << 10;
 
