@@ -2,12 +2,10 @@
 // once, then any number of paths can be looked up.
 #pragma once
 
+#include "rms/rule_map.hpp"
 #include "zev/auth.h"
 
 #include <cstdint>
-#include <functional>
-#include <map>
-#include <string>
 #include <string_view>
 
 namespace zev {
@@ -27,14 +25,9 @@ class Privileges {
     bool is_known() const { return known_; } // he proved who he is
 
   private:
-    int32_t look_up(std::u16string_view path) const;
-
-    std::map<std::u16string, int32_t, std::less<>> rules_;
-    int32_t default_ = 0;
+    RuleMap rules_{0};
     bool known_ = false;
     bool all_ = false; // "admin" has every right
-    std::u16string directory_;
-    int32_t directory_bits_ = -1; // of `directory_`; -1 before the first
 };
 
 } // namespace zev
