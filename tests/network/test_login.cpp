@@ -1,0 +1,118 @@
+// Logins, of this process and remembered ones.
+#include "support.hpp"
+
+#include <sys/stat.h>
+
+using namespace test;
+
+namespace {
+
+class LoginTest : public testing::Test {
+  protected:
+    TempDir dir;
+    std::filesystem::path file = dir.path() / "data/Tessavane/ZEV/zev.simple";
+    std::u16string user = std::u16string(600, u'?'), code = user;
+
+    void SetUp() override { setenv("APPDATA", (dir.path() / "data").c_str(), 1); }
+    void TearDown() override {
+        zLoginInfoClear();
+        unsetenv("APPDATA");
+    }
+    bool find(const zwchar *first, const zwchar *second) {
+        user[0] = code[0] = u'?';
+        user[1] = code[1] = 0;
+        return zCookieRead(first, second, user.data(), code.data());
+    }
+    std::string found() const { return narrow(user.c_str()) + " " + narrow(code.c_str()); }
+    static mode_t mode_of(const std::filesystem::path &path) {
+        struct stat info {};
+        stat(path.c_str(), &info);
+        return info.st_mode & 07777;
+    }
+};
+
+TEST_F(LoginTest, CookiesAreKeptForTheirTextsAlone) {
+    EXPECT_TRUE(zCookieClear(u"plant", u"zev"));
+    EXPECT_FALSE(find(u"plant", u"zev"));
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "data")); // to look makes nothing
+    ASSERT_OK(zCookieWriteRaw(u"plant", u"zev", u"Anna", u"password"));
+    ASSERT_OK(zCookieWrite(u"yard", u"zev", u"Bob", u"c0de"));
+    ASSERT_TRUE(find(u"plant", u"zev"));
+    EXPECT_EQ(found(), "Anna e8f97fba9104d1ea5047948e6dfb67facd9f5b73");
+    EXPECT_FALSE(find(u"Plant", u"zev"));
+    EXPECT_EQ(found(), "? ?");
+    // The name of an entry, by another hand: printf 'yard/zev' | iconv -t utf-16le | sha1sum
+    const std::string key = run("printf yard/zev | iconv -t utf-16le | sha1sum | cut -c 1-40");
+    const std::string text = read(file);
+    EXPECT_NE(text.find('"' + key.substr(0, 40) + R"(":{"code":"c0de","user":"Bob"})"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(mode_of(file), 0600u);
+    EXPECT_EQ(mode_of(file.parent_path()), 0700u);
+    EXPECT_EQ(mode_of(file.parent_path().parent_path()), 0700u);
+
+    ASSERT_OK(zCookieWrite(u"yard", u"zev", u"Eva", u"other"));
+    EXPECT_TRUE(find(u"yard", u"zev"));
+    EXPECT_EQ(found(), "Eva other");
+    ASSERT_OK(zCookieClear(u"yard", u"zev"));
+    EXPECT_FALSE(find(u"yard", u"zev"));
+    EXPECT_TRUE(find(u"plant", u"zev"));
+    zRaiseCanceled(nullptr);
+    EXPECT_FALSE(find(u"", u"zev") || find(u"a", nullptr) || zCookieClear(nullptr, u"b") ||
+                 zCookieWrite(u"a", u"", u"u", u"c"));
+    EXPECT_EQ(zErrorClass(), 6); // none of them raises
+}
+
+TEST_F(LoginTest, WhatIsNoCookieFileCountsAsNone) {
+    const std::string key =
+        run("printf a/b | iconv -t utf-16le | sha1sum | cut -c 1-40").substr(0, 40);
+    const std::string endless(512, 'u');
+    const auto entry = [&](const std::string &fields) {
+        return "{\"" + key + "\":" + fields + "}";
+    };
+    for (const std::string &text :
+         {std::string("{"), std::string("[1]"), std::string(""), entry("7"),
+          entry(R"({"user":"u"})"), entry(R"({"user":"u","code":1})"),
+          entry(R"({"user":")" + endless + R"(","code":"c"})"),
+          "{\"x\":\"" + std::string(1 << 20, 'x') + "\"}"}) {
+        write(file, text);
+        EXPECT_FALSE(find(u"a", u"b")) << text.substr(0, 80);
+        EXPECT_EQ(found(), "? ?");
+        EXPECT_TRUE(zCookieClear(u"a", u"b")) << text.substr(0, 80);
+        ASSERT_OK(zCookieWrite(u"a", u"b", u"u", u"c"));
+        EXPECT_TRUE(find(u"a", u"b"));
+    }
+    std::filesystem::permissions(file, std::filesystem::perms(0644));
+    ASSERT_OK(zCookieWrite(u"a", u"b", u"u", u"d"));
+    EXPECT_EQ(mode_of(file), 0600u); // whatever it had
+    const std::u16string longer(512, u'u');
+    EXPECT_FALSE(zCookieWrite(u"a", u"b", longer.c_str(), u"c"));
+    EXPECT_FALSE(zCookieWriteRaw(u"a", u"b", u"u", longer.c_str()));
+    EXPECT_TRUE(find(u"a", u"b"));
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_FALSE(zCookieWrite(u"a", u"b", u"u", u"c"));
+    EXPECT_EQ(zErrorCode(), 13);
+}
+
+TEST_F(LoginTest, OneLoginOfTheProcess) {
+    const std::u16string most(511, u'A'), more(512, u'A');
+    std::u16string second(600, u'?');
+    EXPECT_FALSE(zLoginInfoGet(user.data(), second.data(), code.data()));
+    ASSERT_TRUE(zLoginInfoSet(u"ÄNNE", nullptr, u"CoDe"));
+    ASSERT_TRUE(zLoginInfoGet(user.data(), second.data(), code.data()));
+    EXPECT_EQ(found() + " " + narrow(second.c_str()), "änne CoDe ");
+    ASSERT_TRUE(zLoginInfoSet(most.c_str(), most.c_str(), most.c_str()));
+    EXPECT_FALSE(zLoginInfoSet(more.c_str(), u"", u""));
+    EXPECT_FALSE(zLoginInfoSet(u"a", more.c_str(), u""));
+    EXPECT_FALSE(zLoginInfoSet(u"a", u"", more.c_str()));
+    ASSERT_TRUE(zLoginInfoGet(user.data(), nullptr, code.data()));
+    EXPECT_EQ(found(), std::string(511, 'a') + " " + std::string(511, 'A'));
+    EXPECT_TRUE(zLoginInfoSet(u"", u"x", u"y")); // nobody
+    EXPECT_FALSE(zLoginInfoGet(user.data(), nullptr, code.data()));
+    zLoginInfoSet(u"a", nullptr, u"b");
+    EXPECT_TRUE(zLoginInfoClear());
+    EXPECT_FALSE(zLoginInfoGet(user.data(), nullptr, code.data()));
+}
+
+} // namespace

@@ -1,0 +1,143 @@
+// What a working copy's user may do with each path, and how his rules come from the server.
+#include "running_service.hpp"
+
+#include <sys/stat.h>
+
+using namespace test;
+
+namespace {
+
+class PathRulesTest : public ServiceTest {
+  protected:
+    Guard<Repository> copy =
+        guard(zRepositoryInit((dir / u"copy").c_str(), false), zRepositoryFree);
+    std::filesystem::path file = dir.path() / "copy/.git/AUTHZ";
+    Guard<HttpRequest> request = guard(zHttpRequestNew(nullptr), zHttpRequestFree);
+
+    Guard<Authdb> open() { return guard(zAuthdbOpen(copy.get()), zAuthdbFree); }
+    Guard<Authdb> open(std::string_view text) {
+        write(file, text);
+        return open();
+    }
+    bool update(const zwchar *user, const zwchar *password) {
+        zHttpRequestSetAccount(request.get(), user, code(password).c_str());
+        zwchar path[Z_PATH_MAX] = {};
+        EXPECT_TRUE(zAuthdbPath(path, copy.get()));
+        return zAuthUpdateDb(request.get(), nullptr, (url + u"/repos/team/plant").c_str(), path);
+    }
+    ino_t inode() const {
+        struct stat info {};
+        stat(file.c_str(), &info);
+        return info.st_ino;
+    }
+};
+
+TEST_F(PathRulesTest, TheNearestRuleInAnyCase) {
+    const auto rules = open(R"({"settings":{"default":32,"entries":[
+        {"setting":{"path":"Docs","privilege":16}},
+        {"setting":{"path":"docs\\Sub\\a.dwx","privilege":48}},
+        {"setting":{"path":"closed","privilege":0}}, {"setting":{"path":"none"}},
+        {"setting":{"privilege":112}}, 7, "x", [], {"setting":3}, {"other":1}]}})");
+    ASSERT_OK(rules);
+    EXPECT_FALSE(zAuthdbIsEmpty(rules.get()));
+    const std::u16string endless = u"docs/" + std::u16string(600, u'a'),
+                         keep = endless + u"/.gitkeep";
+    const struct {
+        const zwchar *path;
+        int32_t bits;
+    } rows[] = {
+        {u"docs/sub/b.dwx", 16},
+        {u"DOCS/SUB/A.DWX", 48},
+        {u"docs\\sub\\..\\x/", 16},
+        {u"docs", 16},
+        {u"docs2", 32},
+        {u"closed/x", 0},
+        {u"closed/.gitkeep", 112},
+        {u"closed\\.GITKEEP", 112},
+        {u".gitkeep", 112},
+        {u"closed/x.gitkeep", 0},
+        {u"none/x", 0},
+        {u"top", 32},
+        {u"/docs/a", 32},
+        {u"", 32},
+        {endless.c_str(), 0},
+        {keep.c_str(), 112},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(zAuthdbEntryMode(rules.get(), row.path), row.bits) << narrow(row.path);
+    EXPECT_TRUE(zAuthdbEntryReadable(rules.get(), u"docs/a") &&
+                !zAuthdbEntryWritable(rules.get(), u"docs/a") &&
+                !zAuthdbEntryExportable(rules.get(), u"docs/a"));
+}
+
+TEST_F(PathRulesTest, FilesThatSayLittleOrNothing) {
+    EXPECT_TRUE(zAuthdbIsEmpty(open().get()));
+    EXPECT_EQ(zAuthdbEntryMode(open().get(), u"a/b"), 112);
+    const struct {
+        const char *text;
+        int32_t bits; // of any path, -1 where it can't be opened
+        bool empty;
+    } rows[] = {
+        {R"({"settings":{"default":0}})", 0, false},
+        {R"({"settings":{"default":16,"entries":[]}})", 16, true},
+        {R"({"settings":{"default":32}})", 32, false},
+        {R"({"settings":{"default":112,"entries":[{"setting":{"path":"/","privilege":48}}]}})", 48,
+         false},
+        {"{}", 0, false},
+        {R"({"settings":7})", 0, false},
+        {R"({"settings":{"entries":{}}})", -1, true},
+        {R"({"settings":{"entries":null}})", -1, true},
+        {"[]", -1, true},
+        {"{", -1, true},
+        {"", -1, true},
+    };
+    for (const auto &row : rows) {
+        const auto rules = open(row.text);
+        EXPECT_EQ(rules != nullptr, row.bits >= 0) << row.text;
+        EXPECT_EQ(zAuthdbIsEmpty(rules.get()), row.empty) << row.text;
+        if (rules) {
+            EXPECT_EQ(zAuthdbEntryMode(rules.get(), u"a/b"), row.bits) << row.text;
+        }
+    }
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    EXPECT_FALSE(open());
+}
+
+// The server's rules come once, again when they or the user changed, and not in between.
+TEST_F(PathRulesTest, ComeFromTheServerWhenTheyChanged) {
+    const auto admin = log_in(u"admin", u"secret", true);
+    Admin *a = admin.get();
+    ASSERT_OK(zAdminCreateRepo(a, u"team", u"plant"));
+    for (const zwchar *user : {u"anna", u"bob"})
+        ASSERT_EQ(zAdminCreateUser(a, user, nullptr, u"pw", nullptr, false, false), 100);
+    ASSERT_EQ(zAdminCreateRole(a, u"team", u"plant", u"readers"), 100);
+    ASSERT_EQ(zAdminRoleAddUser(a, u"team", u"plant", u"readers", u"anna"), 100);
+    ASSERT_EQ(zAdminSetPrivilege(a, u"team", u"plant", u"/", u"readers", 16), 100);
+    ASSERT_OK(update(u"Anna", u"pw"));
+    EXPECT_EQ(zAuthdbEntryMode(open().get(), u"docs/a"), 16);
+    EXPECT_EQ(read(file).find("changed"), std::string::npos);
+    const ino_t before = inode();
+    EXPECT_OK(update(u"anna", u"pw"));
+    EXPECT_EQ(inode(), before);
+    ASSERT_EQ(zAdminSetPrivilege(a, u"team", u"plant", u"docs", u"readers", 48), 100);
+    EXPECT_OK(update(u"anna", u"pw"));
+    EXPECT_EQ(zAuthdbEntryMode(open().get(), u"docs/a"), 48);
+    EXPECT_OK(update(u"bob", u"pw"));
+    EXPECT_EQ(zAuthdbEntryMode(open().get(), u"docs/a"), 0);
+
+    // Rules that can't be read are asked for anew although their states are right.
+    std::string text = read(file);
+    text.replace(text.find("\"entries\":[]"), 12, "\"entries\":{}");
+    write(file, text);
+    EXPECT_OK(update(u"bob", u"pw"));
+    EXPECT_TRUE(open());
+
+    EXPECT_FALSE(update(u"bob", u"wrong"));
+    EXPECT_TRUE(zErrorClass() == 15 && zErrorCode() == 401);
+    EXPECT_FALSE(update(u"", u"pw"));
+    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_TRUE(open()); // what was there stays
+}
+
+} // namespace
