@@ -18,7 +18,7 @@ extern const Verb kInitVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb, kRevertVerb
     kLsVerb, kStatusVerb, kCommitVerb, kLogVerb, kShowVerb, kBlameVerb, kCatVerb, kVerifyVerb,
     kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb, kTrashListVerb,
     kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb, kBranchVerb,
-    kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
+    kLoginVerb, kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
 
 namespace {
 
@@ -28,8 +28,8 @@ const Verb *const kVerbs[] = {
     &kLogVerb,    &kShowVerb,      &kBlameVerb,     &kCatVerb,          &kVerifyVerb,
     &kImportVerb, &kExportVerb,    &kDiffVerb,      &kConflictsVerb,    &kResolveVerb,
     &kTrashVerb,  &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb, &kTrashPurgeVerb,
-    &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kConfigVerb,       &kCleanupVerb,
-    &kUndoVerb,   &kGenerateVerb};
+    &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kLoginVerb,        &kLogoutVerb,
+    &kAdminVerb,  &kConfigVerb,    &kCleanupVerb,   &kUndoVerb,         &kGenerateVerb};
 
 const char *heading(Group group) {
     switch (group) {
@@ -41,6 +41,8 @@ const char *heading(Group group) {
         return "Drawings";
     case Group::rescue:
         return "Conflicts and the trash";
+    case Group::server:
+        return "Servers";
     default:
         return "Branches and upkeep";
     }
@@ -78,11 +80,20 @@ ColourMode colour_mode(const std::string &word) {
     return word == "never" ? ColourMode::never : ColourMode::automatic;
 }
 
+// Of what a server answered, by the code of HTTP or of its rights.
+int answered_code(int code, int otherwise) {
+    constexpr int kUnauthorized = 401, kForbidden = 403, kNoSuch = 404;
+    if (code == kUnauthorized || code == kForbidden) return kRights;
+    if (code == Z_AUTH_WRONG_PASSWORD || code == Z_AUTH_POWER_NEEDED || code == Z_AUTH_LOCKED)
+        return kRights;
+    return code == kNoSuch ? kMissing : otherwise;
+}
+
 // Classes of the error record, and of what lies below some of them, as exit codes.
 int exit_code(const Failed &failed) {
     constexpr int kAccess = 13, kPermission = 1;                          // system
     constexpr int kNotOwner = -36, kUnmerged = -10, kMergeConflict = -13; // objects
-    constexpr int kUnauthorized = 401, kForbidden = 403, kNoSuch = 404;
+    constexpr int kUnavailable = 503;
     const bool denied = strstr(failed.what(), strerror(EACCES)); // below, only the text tells
     switch (failed.error_class) {
     case kInvalid:
@@ -93,16 +104,16 @@ int exit_code(const Failed &failed) {
         return kBroken;
     case kLocked:
         return kHeld;
-    case kNetwork:
-        return kNetworkDown;
+    case kNetwork: // the code is that of an answer, where there was one
+        if (failed.code < 400 || failed.code == kUnavailable) return kNetworkDown;
+        return answered_code(failed.code, kServerRefused);
     case kSystem:
         return failed.code == kAccess || failed.code == kPermission ? kRights : kFailed;
     case kGit:
         if (failed.code == kUnmerged || failed.code == kMergeConflict) return kConflicts;
         return failed.code == kNotOwner || denied ? kRights : kFailed;
     case kServer:
-        if (failed.code == kUnauthorized || failed.code == kForbidden) return kRights;
-        return failed.code == kNoSuch ? kMissing : kServerRefused;
+        return answered_code(failed.code, kServerRefused);
     case kStore: // a table that another process has open
         if (denied) return kRights;
         return strstr(failed.what(), "/LOCK: ") ? kHeld : kFailed;

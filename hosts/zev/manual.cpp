@@ -144,12 +144,11 @@ std::string verb_page(const std::string &name, const CLI::App &verb) {
     text +=
         "# DESCRIPTION\n\n" + plain(verb.get_description()) + ".\n\n" + prose(verb.get_footer());
     if (const std::string list = option_list(verb); !list.empty()) text += "# OPTIONS\n\n" + list;
-    for (const CLI::App *below : verbs_of(verb)) {
-        text += "# ZEV " + name + " " + below->get_name() + "\n\n";
-        text += synopsis(name + " " + below->get_name(), *below);
-        text += plain(below->get_description()) + ".\n\n" + option_list(*below);
-        text += prose(below->get_footer());
-    }
+    each_verb(verb, name, [&](const std::string &full, const CLI::App &below) {
+        text += "# ZEV " + full + "\n\n" + synopsis(full, below);
+        text += plain(below.get_description()) + ".\n\n" + option_list(below);
+        text += prose(below.get_footer());
+    });
     return text + "# SEE ALSO\n\n*" + program + "*(1)\n";
 }
 

@@ -2,6 +2,7 @@
 #include "terminal.hpp"
 
 #include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace host {
@@ -10,7 +11,27 @@ namespace {
 
 constexpr size_t kMaxLine = 4096;
 
-}
+// The terminal with its echo off, as it was afterwards.
+class Silence {
+  public:
+    explicit Silence(int fd) : fd_(fd), known_(tcgetattr(fd, &before_) == 0) {
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        if (known_) tcsetattr(fd_, TCSAFLUSH, &silent);
+    }
+    ~Silence() {
+        if (known_) tcsetattr(fd_, TCSAFLUSH, &before_);
+    }
+    Silence(const Silence &) = delete;
+    Silence &operator=(const Silence &) = delete;
+
+  private:
+    int fd_;
+    termios before_{};
+    bool known_;
+};
+
+} // namespace
 
 // A process whose input and errors both go elsewhere has nobody watching, even if it was started
 // from a terminal.
@@ -41,6 +62,14 @@ std::optional<std::string> Terminal::read_line() const {
         if (read(input_, &byte, 1) != 1) return {};
         if (byte == '\n' || byte == '\r') break;
     }
+    return line;
+}
+
+std::optional<std::string> Terminal::read_secret(const std::string &question) const {
+    const Silence silence(input_);
+    write(question);
+    std::optional<std::string> line = read_line();
+    write("\n");
     return line;
 }
 

@@ -18,6 +18,8 @@ class Terminal {
     void write(const std::string &text) const;
     // A line without its end; nothing at the end of input and after Ctrl-C.
     std::optional<std::string> read_line() const;
+    // The same behind a question, without an echo.
+    std::optional<std::string> read_secret(const std::string &question) const;
 
   private:
     int input_ = -1, output_ = -1;

@@ -38,7 +38,7 @@ struct Host {
 // Throws Failed, or gives the exit code.
 using Work = std::function<int(Host &)>;
 
-enum class Group { work, history, drawings, rescue, upkeep }; // under which the help has it
+enum class Group { work, history, drawings, rescue, server, upkeep }; // under which the help has it
 
 enum class Nature {
     plain,
