@@ -22,6 +22,15 @@ HttpResponse *reply(HttpServer *, HttpRequest *) {
     return response;
 }
 
+// Nothing else answers, least of all the service.
+void answer_all(HttpServer &server) {
+    zVectorRemoveAll(&server.handles);
+    HttpHandle handle;
+    zHttpHandleInit(&handle, u"/test", reply);
+    zHttpServerAddHandle(&server, &handle);
+    zHttpHandleCleanup(&handle);
+}
+
 struct Told {
     Notify table{};
     std::string errors;
@@ -31,7 +40,7 @@ struct Told {
 class RulesUpdate : public testing::Test {
   protected:
     TempDir dir;
-    TestServer server{reply};
+    TestServer server{reply, answer_all};
     Told told;
     Guard<HttpRequest> request = guard(zHttpRequestNew(nullptr), zHttpRequestFree);
     std::filesystem::path file = dir.path() / "AUTHZ";
@@ -50,6 +59,7 @@ class RulesUpdate : public testing::Test {
     bool update(int32_t code, std::string_view body) {
         status = code, answer = body;
         told.errors.clear();
+        zRaiseNotFound(nullptr);
         const std::string url = "http://127.0.0.1:" + std::to_string(server.port()) + "/test";
         return zAuthUpdateDb(request.get(), &told.table, wide(url).c_str(),
                              file.u16string().c_str());

@@ -51,7 +51,7 @@ TEST_F(AdminTest, ADayOfAnAdministrator) {
     EXPECT_FALSE(directories); // none yet
     EXPECT_OK(zAdminRepoCreateDir(a, u"team", u"plant", nullptr, u"plans/upper"));
     EXPECT_OK(zAdminRepoRenameDir(a, u"team", u"plant", u"HEAD", u"plans/upper", u"roof"));
-    EXPECT_FALSE(zAdminRepoDeleteDir(a, u"team", u"plant", nullptr, u"none"));
+    EXPECT_FALSE(zAdminRepoDeleteDir(a, u"team", u"plant", nullptr, u"../x"));
     EXPECT_TRUE(zAdminRepoDirectories(a, u"team", u"plant", u"master", &directories));
     EXPECT_EQ(json_of(directories), R"(["plans/roof"])");
 
