@@ -72,6 +72,7 @@ std::string printed_by(const std::string &command) {
     for (int byte;
          (byte = fgetc(pipe.get())) != EOF && byte != '\n' && text.size() <= kPasswordMax;)
         text += static_cast<char>(byte);
+    if (text.ends_with('\r')) text.pop_back();
     return text;
 }
 
@@ -139,8 +140,9 @@ std::string server_of(const std::string &given) {
 bool is_private(const std::string &server) {
     const OwnedUri uri(zUriNew(wide(server).c_str()));
     const std::string host = uri ? narrow(zUriHost(uri.get())) : "";
+    const bool is_ipv4 = host.find_first_not_of("0123456789.") == host.npos;
     return server.starts_with("https:") || host == "localhost" || host == "::1" ||
-           host.starts_with("127.");
+           (is_ipv4 && host.starts_with("127."));
 }
 
 std::string find_server(const std::string &given) {

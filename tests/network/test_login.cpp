@@ -1,6 +1,9 @@
 // Logins, of this process and remembered ones.
 #include "support.hpp"
 
+#include "system/os.hpp"
+
+#include <cerrno>
 #include <sys/stat.h>
 
 using namespace test;
@@ -93,6 +96,46 @@ TEST_F(LoginTest, WhatIsNoCookieFileCountsAsNone) {
     std::filesystem::create_directory(file);
     EXPECT_FALSE(zCookieWrite(u"a", u"b", u"u", u"c"));
     EXPECT_EQ(zErrorCode(), 13);
+}
+
+// Others' logins stay, whichever call into the system fails.
+TEST_F(LoginTest, AWriteThatFailsChangesNothing) {
+    ASSERT_OK(zCookieWrite(u"plant", u"zev", u"anna", u"c0de"));
+    const std::string before = read(file);
+    zev::os::Calls &calls = zev::os::calls;
+    const zev::os::Calls kept = calls;
+    const std::pair<const char *, void (*)(zev::os::Calls &)> faults[] = {
+        {"open",
+         [](auto &c) { c.open = [](const char *, int, mode_t) { return errno = ENOSPC, -1; }; }},
+        {"write",
+         [](auto &c) {
+             c.write = [](int, const void *, size_t) -> ssize_t { return errno = ENOSPC, -1; };
+         }},
+        {"fsync", [](auto &c) { c.fsync = [](int) { return errno = ENOSPC, -1; }; }},
+        {"rename",
+         [](auto &c) {
+             c.rename = [](const char *, const char *, unsigned) { return errno = ENOSPC, -1; };
+         }},
+    };
+    for (const auto &[name, fail] : faults) {
+        zwchar texts[2][Z_LOGIN_MAX] = {};
+        fail(calls);
+        const bool written = zCookieWrite(u"yard", u"zev", u"bob", u"0");
+        const int32_t code = zErrorCode();
+        calls.open = kept.open; // to read
+        const bool cleared = zCookieClear(u"plant", u"zev");
+        calls = kept;
+        EXPECT_FALSE(written) << name;
+        EXPECT_EQ(code, ENOSPC) << name;
+        EXPECT_EQ(cleared, std::string_view(name) == "open") << name;
+        if (cleared) {
+            ASSERT_OK(zCookieWrite(u"plant", u"zev", u"anna", u"c0de"));
+        }
+        EXPECT_EQ(read(file), before) << name;
+        EXPECT_TRUE(zCookieRead(u"plant", u"zev", texts[0], texts[1])) << name;
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(file.parent_path()), {}), 1)
+            << name;
+    }
 }
 
 TEST_F(LoginTest, OneLoginOfTheProcess) {

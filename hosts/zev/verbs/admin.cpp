@@ -64,7 +64,7 @@ std::vector<std::string> words_of(const char *text) {
 
 bool is_option(const std::string &word) { return word.starts_with("--"); }
 
-// The declared option or argument `name` lies under `key`, which the verb's own name leads.
+// An option or argument lies under its name behind the verb's.
 void declare_words(CLI::App &app, const AdminVerb &verb, const std::string &prefix,
                    Options &options) {
     for (std::string word : words_of(verb.words)) {
@@ -72,7 +72,7 @@ void declare_words(CLI::App &app, const AdminVerb &verb, const std::string &pref
         if (optional) word = word.substr(1, word.size() - 2);
         const std::string key = prefix + word;
         CLI::Option *argument = app.add_option(word, options.texts[key], meaning(word));
-        argument->required(!optional);
+        argument->required(!optional)->type_name("");
         options.declared[key] = argument;
     }
 }
@@ -113,6 +113,7 @@ void declare(CLI::App &admin, Options &options) {
         for (const AdminVerb &verb : noun->verbs) {
             CLI::App *app = below->add_subcommand(verb.name, verb.about);
             app->group("Verbs");
+            app->footer(""); // the noun's would be taken over
             app->fallthrough();
             const std::string prefix = std::string(noun->name) + " " + verb.name + " ";
             declare_words(*app, verb, prefix, options);

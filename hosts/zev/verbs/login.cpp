@@ -19,6 +19,7 @@ void declare(CLI::App &verb, Options &options) {
         "from\n"
         "the file that ZEV_PASSWORD_FILE names, or from what the command in ZEV_PASSWORD_COMMAND\n"
         "prints. What is kept of it, for you alone, opens your account as the password does.\n"
+        "Scripts need no login: ZEV_USER and one of the two stand in for it.\n"
         "Examples:\n  zev login http://plant:3001\n"
         "  zev login http://plant:3001 --user anna --password-stdin < secret");
     verb.add_option("url", options.url, "The server, or any address on it")
