@@ -11,7 +11,8 @@
 //   Z_AUTH_NO_ANSWER     from the server, or it didn't understand (HTTP 400)
 //   0                    the answer had no status
 // In these cases no request was sent, but for the last two, which leave class 15 with the HTTP code
-// and the server's text. Logins and names of users, groups and roles go out in lower case.
+// and the server's text, -1 for an answer that is none, or what the transport raised. Logins and
+// names of users, groups and roles go out in lower case.
 //
 // An `out` is written on success alone, unless told otherwise: a tree is the caller's (zJsonFree),
 // a text too (zStrfreeW).

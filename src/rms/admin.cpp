@@ -4,8 +4,8 @@
 #include "rms/admin.hpp"
 
 #include "common/limits.hpp"
+#include "objects/notify/notify.hpp"
 #include "zev/http_response.h"
-#include "zev/lang.h"
 #include "zev/server.h"
 #include "zev/uri.h"
 
@@ -62,6 +62,7 @@ HttpResponse *send(Admin &admin, uint32_t method, const zwchar *url, const Json 
 }
 
 Failure raise_refusal(HttpResponse *response) {
+    if (zHttpResponseOk(response)) return raise_net(-1, word(u"net.eWrongDataFromServer"));
     return raise_net(zHttpResponseCode(response), zHttpResponseStrerr(response));
 }
 

@@ -27,7 +27,8 @@ Session open_session(const zwchar *url);
 bool resource_url(zwchar *out, const Admin &admin, std::initializer_list<const zwchar *> parts);
 // Sends; the body may be null. Null where there was no answer, or HTTP 400, with the reason raised.
 HttpResponse *send(Admin &admin, uint32_t method, const zwchar *url, const Json *body);
-Failure raise_refusal(HttpResponse *response); // class 15, the HTTP code and the server's text
+// Class 15: the HTTP code and the server's text; -1 for an answer that is none.
+Failure raise_refusal(HttpResponse *response);
 // The answer's body; null for one that can't be read.
 JsonGuard body_of(HttpResponse *response);
 

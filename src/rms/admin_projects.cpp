@@ -1,5 +1,4 @@
 // Projects, by the resource that they are, and their directories.
-#include "objects/notify/notify.hpp"
 #include "rms/admin.hpp"
 #include "zev/http_response.h"
 
@@ -92,7 +91,7 @@ bool zAdminListRepo(Admin *admin, Json **entries) try {
     const JsonGuard body = body_of(response);
     Json *data = body ? json_find(body.get(), u"data") : nullptr;
     const Json *list = data ? json_find(data, u"entries") : nullptr;
-    if (!list || !zJsonIsArray(list)) return raise_net(-1, word(u"net.eWrongDataFromServer"));
+    if (!list || !zJsonIsArray(list)) return raise_refusal(response);
     *entries = zJsonObjectDetach(data, u"entries");
     return *entries;
 } catch (...) {

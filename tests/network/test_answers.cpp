@@ -1,4 +1,4 @@
-// The rules of a working copy from a server that answers what it likes.
+// A server that answers what it likes: what an administrator and a working copy make of it.
 #include "server_fixture.hpp"
 
 #include "zev/authdb.h"
@@ -37,7 +37,7 @@ struct Told {
     bool breaks = false;
 };
 
-class RulesUpdate : public testing::Test {
+class Answers : public testing::Test {
   protected:
     TempDir dir;
     TestServer server{reply, answer_all};
@@ -66,7 +66,7 @@ class RulesUpdate : public testing::Test {
     }
 };
 
-TEST_F(RulesUpdate, WhatIsNoSetOfRulesChangesNothing) {
+TEST_F(Answers, WhatIsNoSetOfRulesChangesNothing) {
     const std::string summary =
         narrow(zI18nTextLookup(zI18nCurrentLang(), u"net.eFailedToFetchSummary"));
     const struct {
@@ -103,7 +103,7 @@ TEST_F(RulesUpdate, WhatIsNoSetOfRulesChangesNothing) {
     EXPECT_EQ(told.errors.find(summary), 0u);
 }
 
-TEST_F(RulesUpdate, ABreakIsToldToNobody) {
+TEST_F(Answers, ABreakIsToldToNobody) {
     told.breaks = true;
     EXPECT_FALSE(update(200, "{}"));
     EXPECT_EQ(zErrorClass(), 6);
@@ -112,6 +112,40 @@ TEST_F(RulesUpdate, ABreakIsToldToNobody) {
     EXPECT_FALSE(zAuthUpdateDb(request.get(), nullptr, longest.c_str(), u"x"));
     EXPECT_EQ(zErrorClass(), 2);
     EXPECT_FALSE(zAuthUpdateDb(request.get(), nullptr, nullptr, u"x"));
+}
+
+TEST_F(Answers, AnAdministratorTakesNoAnswerForAnother) {
+    const std::u16string url = wide("http://127.0.0.1:" + std::to_string(server.port()) + "/test");
+    const struct {
+        int32_t code;
+        const char *body;
+        int32_t status, raised; // the second for 0 and 107
+        bool lists = false;
+    } rows[] = {
+        {200, R"({"data":{"status":100}})", 100, 0},
+        {500, R"({"data":{"status":103}})", 103, 0},
+        {200, R"({"data":{"entries":[]}})", 0, -1, true},
+        {200, R"({"data":{"entries":{}}})", 0, -1},
+        {200, "[]", 0, -1},
+        {200, "{", 0, -1},
+        {200, "", 0, -1},
+        {403, R"({"error":{"code":403,"message":"no"}})", 0, 403},
+        {400, R"({"data":{"status":100}})", 107, 400},
+    };
+    for (const auto &row : rows) {
+        status = 200, answer = R"({"data":{"status":100}})";
+        Admin *session = nullptr;
+        ASSERT_EQ(zAdminLoginRms(url.c_str(), u"a", u"b", false, false, &session), 100);
+        const auto admin = guard(session, zAdminLogoutRms);
+        status = row.code, answer = row.body;
+        zRaiseNotFound(nullptr);
+        EXPECT_EQ(zAdminDeleteGroup(session, 7), row.status) << row.body;
+        EXPECT_TRUE(!row.raised || (zErrorClass() == 15 && zErrorCode() == row.raised)) << row.body;
+        Json *list = nullptr;
+        EXPECT_EQ(zAdminListRepo(session, &list), row.lists) << row.body;
+        EXPECT_EQ(list != nullptr, row.lists) << row.body;
+        zJsonFree(list);
+    }
 }
 
 } // namespace
