@@ -197,8 +197,8 @@ class Report : public testing::Test {
         ASSERT_OK(zGlobalInit(nullptr, nullptr));
         zwchar appdata[Z_PATH_MAX];
         zPathGetAppData(appdata);
-        printf("appdata=%s\nlocal=%s\ndone=%s\n", narrow(appdata).c_str(),
-               narrow(zLangLocal()).c_str(),
+        printf("appdata=%s\nlocal=%s\norder=%d %d\ndone=%s\n", narrow(appdata).c_str(),
+               narrow(zLangLocal()).c_str(), zStricollW(u"ä", u"z"), zStricollW(u"é", u"É"),
                narrow(zI18nTextLookup(zI18nCurrentLang(), u"action.sDone")).c_str());
     }
 };
@@ -292,6 +292,16 @@ TEST_F(Start, LocalLanguageFollowsTheEnvironment) {
     };
     for (const auto &row : kRows)
         EXPECT_EQ(value(start(row.environment), "local"), row.name) << row.environment;
+}
+
+// In C nothing tells upper case from lower either.
+TEST_F(Start, CollationFollowsTheEnvironment) {
+    conf_at("app");
+    for (const auto &[environment, order] : {std::pair{"LC_ALL=sv_SE.UTF-8", "1 0"},
+                                             {"LC_ALL= LC_COLLATE=de_DE LANG=sv_SE", "-1 0"},
+                                             {"LC_ALL=C.UTF-8 LANG=sv_SE", "-1 0"},
+                                             {"LC_ALL= LC_COLLATE= LANG=POSIX", "-1 0"}})
+        EXPECT_EQ(value(start(environment), "order"), order) << environment;
 }
 
 TEST_F(Start, SaysWhyItFailed) {

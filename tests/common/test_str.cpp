@@ -123,6 +123,7 @@ TEST(Scan, StoresConversions) {
     EXPECT_EQ(std::string(narrow) + test::narrow(wide), "\u00E9akey");
     EXPECT_EQ(zSscanfW(u"\u00E9\u00E9\u00E9", u"%3hs", narrow), 1); // a bound on what is stored
     EXPECT_STREQ(narrow, "\u00E9");
+    EXPECT_TRUE(zSscanfW(u"abcd", u"%3hs", narrow) == 1 && narrow == std::string("abc"));
     EXPECT_TRUE(zSscanfA("]a", "%[]a]", narrow) == 1 && narrow == std::string("]a"));
     EXPECT_EQ(zSscanfA("\u00E9;", "%[^;-\xFF]", narrow), 0); // bytes are unsigned
     EXPECT_TRUE(zSscanfA("\u00E9;", "%[\x80-\xFF]", narrow) == 1 &&

@@ -152,6 +152,15 @@ TEST(Vector, SortsLikeTheStandardLibrary) {
     }
 }
 
+TEST(Vector, AnotherOrderIsSortedAnew) {
+    const VectorComp downwards = [](const void *a, const void *b) { return by_key(b, a); };
+    Vec pairs = guard(zVectorNewStru(0, sizeof(Pair), by_key, nullptr), zVectorFree);
+    for (Pair pair{0, 0}; pair.key < 9; ++pair.key) ASSERT_TRUE(zVectorPush(pairs.get(), &pair));
+    ASSERT_TRUE(zVectorSort(pairs.get()) && zVectorSetComp(pairs.get(), downwards));
+    const Pair wanted{0, 0};
+    EXPECT_EQ(zVectorSearch(pairs.get(), &wanted), 8);
+}
+
 TEST(Vector, Refuses) {
     int out = 7;
     Vec vector = prim(Z_TYPE_INT32);

@@ -55,6 +55,21 @@ TEST_F(CommitTest, FurtherParentsStandBehindTheTip) {
     expect_sound();
 }
 
+TEST_F(CommitTest, AWalkEndsWhereItsCallbackSays) {
+    std::string told;
+    const auto take = [](Commit *commit, void *context) -> int32_t {
+        const CommitPtr owned(commit);
+        auto *text = static_cast<std::string *>(context);
+        *text += narrow(zCommitMessage(commit)) + ";";
+        return text->ends_with("two;");
+    };
+    EXPECT_TRUE(!zCommitWalk(repository.get(), take, &told) && zErrorClass() == 3); // unborn
+    for (auto *message : {u"one", u"two", u"three"})
+        ASSERT_OK(commit({{u"a", narrow(message)}}, message));
+    EXPECT_OK(zCommitWalk(repository.get(), take, &told));
+    EXPECT_EQ(told, "three;two;");
+}
+
 TEST_F(CommitTest, TextsFromUsers) {
     TreePtr root = tree({{u"a", "1"}});
     for (const zwchar *author : {u"", u"  ", u"Ada <ada@x>", u"a>b", u"\n"}) {

@@ -78,6 +78,8 @@ TEST(Time, TextLimits) {
     EXPECT_FALSE(zTimeParseGlobal(&time, u"2024-13-01", u"%Y-%m-%d"));
     EXPECT_FALSE(zTimeParseGlobal(&time, u"2024-12-01", u"%Y-%m-%dT%H"));
     EXPECT_TRUE(zErrorClass() == 2 && time.seconds == 7);
+    EXPECT_TRUE(zTimeParseGlobal(&time, u"2024-03", u"%Y-%m")); // a month begins on its first day
+    EXPECT_EQ(time.seconds, 1'709'251'200);
 }
 
 } // namespace
