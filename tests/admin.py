@@ -134,6 +134,7 @@ def log_in(url, work):
     zev("login %s" % url, 0, "", ZEV_PASSWORD_COMMAND="head -1 %s/secret | tr -d '\\r'" % work)
     zev("login %s --password-stdin" % url, 5, "wrong\n", ZEV_PASSWORD_FILE=work + "/secret")
     zev("login %s" % url, 3, "", ZEV_PASSWORD_FILE=work + "/none")
+    zev("login %s" % url, 2, "", ZEV_PASSWORD_COMMAND="false")
     zev("login %s" % url, 2, "")
     zev("login %s --password-stdin" % url, 2, "\n")
     code, shown = typed(["login", url], ["secret"])

@@ -76,8 +76,8 @@ std::string printed_by(const std::string &command) {
     return text;
 }
 
-// Empty where the environment names no source.
-std::string from_environment() {
+// Nothing where the environment names no source; one that gives nothing is no password.
+std::optional<std::string> from_environment() {
     const std::string file = variable("ZEV_PASSWORD_FILE");
     if (!file.empty()) {
         std::ifstream in(file);
@@ -85,7 +85,8 @@ std::string from_environment() {
         return first_line(in);
     }
     const std::string command = variable("ZEV_PASSWORD_COMMAND");
-    return command.empty() ? "" : printed_by(command);
+    if (command.empty()) return {};
+    return printed_by(command);
 }
 
 std::string asked(const Terminal &terminal, const std::string &question) {
@@ -157,9 +158,9 @@ std::optional<Account> find_account(const std::string &server) {
     std::u16string user, code;
     if (read_cookie(server, kProgram, &user, &code)) return Account{narrow(user.c_str()), code};
     const std::string name = variable("ZEV_USER");
-    const std::string password = name.empty() ? "" : from_environment();
-    if (password.empty()) return {};
-    return Account{name, wire_form(checked(password))};
+    const std::optional<std::string> password = name.empty() ? std::nullopt : from_environment();
+    if (!password) return {};
+    return Account{name, wire_form(checked(*password))};
 }
 
 void remember(const std::string &server, const std::string &user, const std::string &password) {
@@ -187,7 +188,7 @@ bool use_account(const std::string &server) {
 
 std::string read_password(const std::string &whose, bool from_stdin) {
     if (from_stdin) return checked(first_line(std::cin));
-    if (std::string given = from_environment(); !given.empty()) return checked(std::move(given));
+    if (std::optional<std::string> given = from_environment()) return checked(std::move(*given));
     const Terminal terminal;
     require(terminal);
     return checked(asked(terminal, "Password of " + whose + ": "));
