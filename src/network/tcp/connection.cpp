@@ -5,7 +5,12 @@
 //   opening --accepted, connected--> acting --0--> reading --bytes--> acting
 //                                    acting --1, 2--> writing --written--> acting
 //                                    acting --3, a client's--> paused --used again--> acting
+//                                    acting --6--> working --next turn--> acting
+//                                    acting --7--> lingering --end of the peer, time, bytes--> 4
 //   any --4, 5, failure, silence, stop--> closing --callback--> freed
+//
+// A peer that still sends when its answer has left lingers: our side is shut, and what comes is
+// dropped. A close would make the system answer it with a reset, which may overtake the answer.
 //
 // A server that is told to end lets those that are writing go on, until they would read.
 //
@@ -13,6 +18,7 @@
 // the echo may have ended the loop.
 #include "network/tcp/tcp.hpp"
 
+#include "common/limits.hpp"
 #include "common/log_level.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
@@ -29,6 +35,11 @@
 namespace zev {
 
 namespace {
+
+// What a peer may go on to send that was answered before it had said all, until it is closed: time
+// to read the answer, and what such a peer has on its way by then.
+constexpr int64_t kLingerTime = 5'000'000'000;
+constexpr uint64_t kLingerBytes = 64u << 20;
 
 constexpr unsigned kKeepaliveMax = 32767; // seconds; the system refuses more
 
@@ -168,8 +179,11 @@ void drop_timer(TcpConnection *connection) {
     if (uv_timer_t *timer = std::exchange(connection->timer, nullptr)) timer_close(timer);
 }
 
+void end(TcpConnection *connection, bool cut);
+
 void on_silence(uv_timer_t *timer) {
     auto *connection = static_cast<TcpConnection *>(timer->data);
+    if (connection->lingering) return end(connection, false); // it was heard out
     // While another's request was at work this one's bytes may have come.
     if (connection->reading && has_bytes_waiting(connection)) return rearm(connection);
     connection->timer = nullptr;
@@ -189,6 +203,7 @@ void on_closed(uv_handle_t *handle) {
         if (connection->tcp->server) zEchoFree(connection->echo);
     }
     drop_timer(connection);
+    if (connection->working) std::erase(connection->tcp->working, connection);
     if (connection->tcp->connection == connection) connection->tcp->connection = nullptr;
     if (connection->tcp->heard == connection) connection->tcp->heard = nullptr;
     delete connection;
@@ -208,20 +223,32 @@ void fail_and_cut(TcpConnection *connection, int code, const zwchar *key, Here a
 
 // ---- Reading
 
+// No room for what is not wanted: it waits in the system.
 void lend_block(uv_handle_t *handle, size_t, uv_buf_t *buffer) {
-    auto &block = static_cast<TcpConnection *>(handle->data)->tcp->block;
-    *buffer = uv_buf_init(block.data(), static_cast<unsigned>(block.size()));
+    const auto *connection = static_cast<TcpConnection *>(handle->data);
+    auto &block = connection->tcp->block;
+    const bool wanted = connection->reading || connection->lingering;
+    *buffer = uv_buf_init(block.data(), wanted ? static_cast<unsigned>(block.size()) : 0);
 }
 
-void stop_reading(TcpConnection *connection) {
+void stop_watching(TcpConnection *connection) {
     uv_read_stop(stream_of(connection));
+    connection->watched = false;
+}
+
+// Most answers leave before anything else comes: to tell the system each time would take as long as
+// reading and writing. A client's loop runs dry only when it watches nothing.
+void stop_reading(TcpConnection *connection) {
     connection->reading = false;
+    if (!connection->tcp->server) stop_watching(connection);
 }
 
 void on_read(uv_stream_t *stream, ssize_t count, const uv_buf_t *buffer) {
     TcpConnection *connection = connection_of(stream);
+    if (!connection->reading) return stop_watching(connection);
     if (count < 0) {
         stop_reading(connection);
+        stop_watching(connection);
         if (count == UV_EOF) return end(connection, false);
         return fail_and_cut(connection, static_cast<int>(count), u"net.eCannotReadFromConnection");
     }
@@ -240,9 +267,10 @@ void on_read(uv_stream_t *stream, ssize_t count, const uv_buf_t *buffer) {
 }
 
 void start_reading(TcpConnection *connection) {
-    const int code = uv_read_start(stream_of(connection), lend_block, on_read);
+    const int code =
+        connection->watched ? 0 : uv_read_start(stream_of(connection), lend_block, on_read);
     if (code < 0) return fail_and_cut(connection, code, u"net.eCannotReadFromConnection");
-    connection->reading = true;
+    connection->reading = connection->watched = true;
     rearm(connection);
 }
 
@@ -277,6 +305,38 @@ void start_writing(TcpConnection *connection, bool head) {
     rearm(connection);
 }
 
+// ---- Working
+
+void start_working(TcpConnection *connection) {
+    Tcp *tcp = connection->tcp;
+    if (std::exchange(connection->working, true)) return;
+    tcp->working.push_back(connection);
+    uv_idle_start(&tcp->turn, connections_work);
+    rearm(connection); // what takes time here is no silence of the peer's
+}
+
+// ---- Lingering
+
+void on_dropped(uv_stream_t *stream, ssize_t count, const uv_buf_t *) {
+    TcpConnection *connection = connection_of(stream);
+    const uint64_t left = connection->linger_left;
+    if (count < 0 || static_cast<uint64_t>(count) >= left) return end(connection, false);
+    connection->linger_left = left - static_cast<uint64_t>(count);
+}
+
+void start_lingering(TcpConnection *connection) {
+    constexpr uint64_t kTime = kLingerTime / (kSecond / 1000);
+    uv_stream_t *stream = stream_of(connection);
+    drop_timer(connection);
+    stop_watching(connection);
+    connection->lingering = true;
+    connection->linger_left = kLingerBytes;
+    if (!connection_start_timer(connection, kTime) ||
+        uv_shutdown(&connection->shutdown, stream, [](uv_shutdown_t *, int) {}) < 0 ||
+        uv_read_start(stream, lend_block, on_dropped) < 0)
+        end(connection, false);
+}
+
 // ---- What the echo wants
 
 void act(TcpConnection *connection, EchoAction action) {
@@ -284,14 +344,21 @@ void act(TcpConnection *connection, EchoAction action) {
     case Z_ECHO_READ:
         if (connection->tcp->draining) return end(connection, false);
         return start_reading(connection);
+    case Z_ECHO_WRBODY: // a client's that was answered already has said enough
+        if (!connection->tcp->server && has_bytes_waiting(connection))
+            return start_reading(connection);
+        [[fallthrough]];
     case Z_ECHO_WRHEADER:
-    case Z_ECHO_WRBODY:
         return start_writing(connection, action == Z_ECHO_WRHEADER);
     case Z_ECHO_PAUSE: // a server's connection has no other exchange to wait for
         if (!connection->tcp->server) drop_timer(connection);
         return;
     case Z_ECHO_CLOSE:
         return end(connection, false);
+    case kEchoWork:
+        return start_working(connection);
+    case kEchoLinger:
+        return start_lingering(connection);
     default:
         return connection_cut(connection);
     }
@@ -401,7 +468,18 @@ void timer_close(uv_timer_t *timer) {
 void connection_cut(TcpConnection *connection) { end(connection, true); }
 
 void connection_drain(TcpConnection *connection) {
-    if (!connection->writing) end(connection, true);
+    if (!connection->writing && !connection->working) end(connection, true);
+}
+
+// Each once a turn, whoever joins meanwhile in the next.
+void connections_work(uv_idle_t *turn) {
+    auto *tcp = static_cast<Tcp *>(turn->data);
+    const std::vector<TcpConnection *> working = std::exchange(tcp->working, {});
+    uv_idle_stop(turn);
+    for (TcpConnection *connection : working) {
+        connection->working = false;
+        if (!is_closing(connection)) act(connection, zEchoAction(hear(connection)));
+    }
 }
 
 // While something is being written the echo's answer is what comes after it: only a cut counts.

@@ -147,6 +147,8 @@ bool make_loop(Tcp *tcp, bool server) {
     uv_timer_init(loop, &tcp->last_call);
     tcp->last_call.data = tcp;
     uv_unref(reinterpret_cast<uv_handle_t *>(&tcp->last_call));
+    uv_idle_init(loop, &tcp->turn); // keeps the loop alive only while it runs
+    tcp->turn.data = tcp;
     tcp->draining = false;
     const std::lock_guard lock(tcp->mutex);
     tcp->loop = loop;

@@ -9,6 +9,7 @@
 #include <array>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include <uv.h>
 
@@ -17,6 +18,10 @@ namespace zev {
 inline constexpr size_t kReadBlock = 65536;
 inline constexpr uint64_t kConnectTimeout = 5000; // milliseconds, whatever the loop's own
 inline constexpr uint64_t kLookRound = 1000;      // milliseconds between looks at all connections
+
+// What an echo of a server may want beside what every echo may.
+inline constexpr EchoAction kEchoWork = 6;   // to be asked again in the loop's next turn
+inline constexpr EchoAction kEchoLinger = 7; // the end, with the peer heard out for a while
 
 struct TcpConnection;
 
@@ -40,6 +45,8 @@ struct Tcp {
     uint64_t last_call_time; // milliseconds that answers under way get when a server is told to end
     bool draining;           // a connection ends when its answer has left
     bool turning;            // within uv_run
+    uv_idle_t turn;          // runs while there is any that works
+    std::vector<TcpConnection *> working; // that are asked in the next turn
     // What arrives is handed to the echo before anything else is read: one block serves all.
     std::array<char, kReadBlock> block;
 
@@ -56,9 +63,14 @@ struct TcpConnection {
     Tcp *tcp;
     Echo *echo;
     uv_timer_t *timer; // in a block of its own, freed in its own close callback
-    bool reading;
+    bool reading;      // what comes is wanted
+    bool watched; // libuv reads; a server's connection is left so until something comes unwanted
     bool writing; // until on_written
     bool cut;     // what the close callback tells the echo
+    bool working; // among its loop's
+    bool lingering;
+    uint64_t linger_left; // bytes that are dropped before it is closed all the same
+    uv_shutdown_t shutdown;
 };
 
 // ---- connection.cpp
@@ -74,6 +86,7 @@ void connection_resume(TcpConnection *connection); // a client's, which paused
 void connection_cut(TcpConnection *connection);
 void connection_look(TcpConnection *connection);  // asks its echo whether it is to end
 void connection_drain(TcpConnection *connection); // ends it, unless an answer is on its way
+void connections_work(uv_idle_t *turn);           // asks those that work
 void timer_close(uv_timer_t *timer);              // unlinked from its connection
 
 // The address, without the port, of the peer whose bytes are at work; empty where it is not known.
