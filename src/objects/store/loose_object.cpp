@@ -4,6 +4,7 @@
 
 #include "common/errno.hpp"
 #include "common/utf.hpp"
+#include "objects/store/loose_writer.hpp"
 #include "objects/store/odb.hpp"
 #include "zev/oid.h"
 
@@ -203,6 +204,10 @@ void guard_loose_objects(git_repository *repository) {
     backend->read = backend_read;
     backend->read_header = backend_read_header;
     backend->freshen = backend_freshen;
+    backend->writestream = [](git_odb_stream **out, git_odb_backend *own, git_object_size_t size,
+                              git_object_t type) {
+        return write_loose(out, own, static_cast<Backend *>(own)->directory, type, size);
+    };
     // libgit2 asks each for its list without a look; these objects are in that of its own.
     backend->foreach = [](git_odb_backend *, git_odb_foreach_cb, void *) { return 0; };
     backend->free = backend_free;
