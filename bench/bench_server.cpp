@@ -54,7 +54,6 @@ class Service {
         server_ = zHttpServerNew(config.get(), u"http");
         check(server_);
         server_->head.auth = &auth;
-        server_->body_bound = nullptr; // bytes alone aren't bounded as JSON is
         const Owned<HttpHandle, zHttpHandleFree> bytes(zHttpHandleNew(u"/bytes", serve_bytes));
         check(zHttpServerAddHandle(server_, bytes.get()));
         check(zLoopListen(server_->tcp, server_->host, server_->port));

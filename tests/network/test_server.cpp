@@ -73,8 +73,10 @@ TEST(ServerSettings, RefuseBoundsThatNobodyCanMean) {
 // A body is bounded by what it has when it is decoded, and the connection goes on behind it.
 TEST(HttpServer, BoundsDecodedBodies) {
     TestServer server(answer, [](HttpServer &record) {
-        record.body_bound = [](const HttpServer &, const HttpHandle &, const HttpRequest *) {
-            return uint64_t{1000};
+        record.begin = [](HttpServer *, const HttpHandle &, HttpRequest *) {
+            auto exchange = std::make_unique<zev::Exchange>();
+            exchange->most = 1000;
+            return exchange;
         };
     });
     const struct {

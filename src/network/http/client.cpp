@@ -134,17 +134,19 @@ bool begin_response(HttpClient *client) {
     return true;
 }
 
-// What came behind the answer is no answer to anything: that connection is not used again.
+// What came behind the answer is no answer to anything: that connection is not used again. Nor is
+// one on which the request was not sent whole.
 bool end_response(HttpClient *client, bool alone) {
     drop_parser(client);
+    alone = alone && !buffer_of(client)->left;
     if (!zHttpResponseUnzipBody(client->response)) return drop_response(client), stop(client);
     const bool kept = alone && client->response->header.alive && client->request->header.alive;
     client->state = kept ? Z_ECHO_PAUSE : Z_ECHO_CLOSE;
     return true;
 }
 
-// An answer may come while the request is still being sent only by reading: the transport reads
-// when all is written.
+// A server may answer before the request was sent whole: the transport reads when all is written,
+// or something has come. Behind an interim answer the rest is sent.
 bool read(Echo *echo, Chunk *chunk) try {
     HttpClient *client = client_of(echo);
     if (!begin_response(client)) return stop(client);
@@ -155,7 +157,10 @@ bool read(Echo *echo, Chunk *chunk) try {
         drop_response(client);
         return stop(client);
     }
-    return !parser_of(client)->is_complete() || end_response(client, taken == bytes.size());
+    if (parser_of(client)->is_complete()) return end_response(client, taken == bytes.size());
+    const bool sends = buffer_of(client)->left && !parser_of(client)->framing().has_begun();
+    client->state = sends ? Z_ECHO_WRBODY : Z_ECHO_READ;
+    return true;
 } catch (...) {
     return fail_thrown(), stop(client_of(echo));
 }

@@ -2,7 +2,12 @@
 //
 // States, as the transport reads them: reading (0) --request complete, answered--> head (1) -->
 // body (2) --> reading, for the next request, or closed (4). A body that fails while it is sent
-// leads to 5.
+// leads to 5. From reading there is a way to work (6) and back, while a body is taken that needs
+// more than one turn of the loop. An answer that leaves before its request is complete leads to
+// the end that waits for the peer (7) instead of 4.
+//
+// The service looks at a request when its head is whole: what it refuses then is answered at once,
+// and what else the body would have been is not listened to.
 //
 // One request is served at a time: what comes behind it waits here until its answer has left, and
 // is taken up when the transport asks what to do next.
@@ -30,7 +35,10 @@ HttpEcho *echo_of(Echo *echo) { return reinterpret_cast<HttpEcho *>(echo); }
 
 void drop_parser(HttpEcho *echo) { delete std::exchange(echo->parser, nullptr); }
 
+// What was begun for a request goes before it.
 void drop_message(HttpEcho *echo) {
+    echo->intake.reset();
+    echo->exchange.reset();
     zHttpRequestFree(std::exchange(echo->request, nullptr));
     zHttpResponseFree(std::exchange(echo->response, nullptr));
 }
@@ -48,6 +56,7 @@ bool begin_request(HttpEcho *echo) {
     if (echo->parser) return true;
     echo->parser = new MessageParser(true, echo->server->limits);
     echo->parser->begin(echo->request, zHttpRequestParser());
+    echo->parser->stop_at_heads();
     if (echo->peer.empty()) echo->peer = to_utf8(peer_address(echo->server->tcp));
     echo->body_from = 0;
     echo->body = 0;
@@ -55,98 +64,175 @@ bool begin_request(HttpEcho *echo) {
     return true;
 }
 
-// Decodes the body; null when it may pass.
-HttpResponse *refuse_body(HttpEcho *echo, const HttpHandle *handle) {
-    constexpr int32_t kTooMuch = 5; // class of what is out of range
-    HttpRequest *request = echo->request;
-    const HttpServer &server = *echo->server;
-    const uint64_t most =
-        server.body_bound ? server.body_bound(server, *handle, request) : server.limits.inflated;
-    if (unzip_body(request, most)) return nullptr;
-    const int32_t code = zErrorClass() == kTooMuch ? 413 : 400;
-    return zHttpResponseError(__FILE__, __LINE__, request, code, nullptr);
-}
-
-HttpResponse *answer(HttpEcho *echo) {
-    HttpRequest *request = echo->request;
-    uri_drop_queries(&request->uri, u':'); // would stand in for captures that are absent
-    const HttpHandle *handle = zHttpServerFindHandle(echo->server, request);
-    if (!handle) return plain_answer(404, request);
-    if (HttpResponse *refused = refuse_body(echo, handle)) return refused;
-    HttpResponse *response = zHttpHandleCall(handle, echo->server, request);
-    return response ? response : plain_answer(500, request);
-}
-
 bool is_refusal(int32_t status) { return status == 401 || status == 403 || status == 429; }
 
-// Has the answer made, and a refusal written down.
-bool make_answer(HttpEcho *echo) {
-    const std::string &head = echo->parser->framing().head();
-    echo->line.assign(head, 0, head.find('\r'));
-    drop_parser(echo);
+// What is done for the request at hand, which the log and the gate may ask about.
+template <class F> auto at_work(HttpEcho *echo, F work) {
     echo->server->at_work = echo;
-    echo->response = answer(echo);
-    const int32_t status = echo->response ? echo->response->code : 500;
-    if (is_refusal(status)) audit(echo->server, {.act = u"refused", .status = status});
-    echo->server->at_work = nullptr;
-    return echo->response;
+    const Finally done([&] { echo->server->at_work = nullptr; });
+    return work();
 }
 
-void begin_answer(HttpEcho *echo) {
+// Takes an answer over, and writes a refusal down. What was begun for the request ends here.
+bool settle(HttpEcho *echo, HttpResponse *response) {
+    echo->intake.reset();
+    echo->exchange.reset();
+    zHttpResponseFree(std::exchange(echo->response, response));
+    const int32_t status = response ? response->code : 500;
+    if (is_refusal(status))
+        at_work(echo, [&] { audit(echo->server, {.act = u"refused", .status = status}); });
+    return response;
+}
+
+// An answer to what is not complete is the last: where the next request begins is not known.
+bool begin_answer(HttpEcho *echo, bool complete) {
+    echo->unread = !complete;
+    if (!complete) echo->request->header.alive = false;
+    drop_parser(echo);
+    echo->response->header.alive = echo->request->header.alive;
     echo->answering = true;
     echo->sent = 0;
     echo->state = Z_ECHO_WRHEADER;
+    return true;
 }
 
-bool end_request(HttpEcho *echo) {
+// ---- The head
+
+HttpResponse *refusal_at_head(HttpEcho *echo) {
+    HttpRequest *request = echo->request;
+    uri_drop_queries(&request->uri, u':'); // would stand in for captures that are absent
+    echo->handle = zHttpServerFindHandle(echo->server, request);
+    if (!echo->handle) return plain_answer(404, request);
+    if (echo->server->begin)
+        echo->exchange = echo->server->begin(echo->server, *echo->handle, request);
+    if (!echo->exchange) {
+        echo->exchange = std::make_unique<Exchange>();
+        echo->exchange->most = echo->server->limits.inflated;
+    }
+    if (HttpResponse *refusal = std::exchange(echo->exchange->refusal, nullptr)) return refusal;
+    const bool encoded = zHttpRequestContentEncoding(request);
+    if (encoded || echo->parser->framing().facts().length <= echo->exchange->most) return nullptr;
+    return zHttpResponseError(__FILE__, __LINE__, request, 413, nullptr);
+}
+
+// Of the body, when the head was looked at. What belongs to a request that was refused is dropped.
+constexpr HttpDelegates kBody = [] {
+    HttpDelegates delegates{};
+    delegates.body = [](void *target, const void *bytes, uint64_t length) {
+        auto &intake = static_cast<HttpEcho *>(target)->intake;
+        return !intake || intake->take({static_cast<const char *>(bytes), length});
+    };
+    return delegates;
+}();
+
+// False where not even a refusal can be made.
+bool take_head(HttpEcho *echo) {
+    const Framing &framing = echo->parser->framing();
+    echo->body_from = os::calls.steady();
+    echo->line.assign(framing.head(), 0, framing.head().find('\r'));
     // Another protocol is not spoken here: the answer is in this one, and the last.
-    if (echo->parser->framing().facts().upgrade) echo->request->header.alive = false;
-    if (!make_answer(echo)) return false;
-    echo->response->header.alive = echo->request->header.alive;
-    begin_answer(echo);
+    if (framing.facts().upgrade) echo->request->header.alive = false;
+    HttpResponse *refusal = at_work(echo, [&] { return refusal_at_head(echo); });
+    if (!refusal && !echo->exchange) return false;
+    if (refusal)
+        settle(echo, refusal);
+    else
+        echo->intake.emplace(echo->request, echo->exchange.get());
+    echo->parser->hand_over(echo, &kBody);
     return true;
 }
 
-// A limit is told to the peer, who is not listened to any more; what is no HTTP is cut.
-bool refuse(HttpEcho *echo, int status) {
-    const std::string &head = echo->parser->framing().head();
-    echo->line.assign(head, 0, std::min<size_t>(head.find('\r'), limits::http_target));
-    drop_parser(echo);
-    if (status != 413 && status != 414 && status != 431) return false;
-    echo->waiting.clear();
-    echo->response = plain_answer(status, nullptr);
-    if (!echo->response) return false;
-    echo->request->header.alive = echo->response->header.alive = false;
-    begin_answer(echo);
-    return true;
+// ---- The body
+
+// Has the answer made.
+bool answer(HttpEcho *echo, bool complete) {
+    HttpResponse *response =
+        at_work(echo, [&] { return zHttpHandleCall(echo->handle, echo->server, echo->request); });
+    if (!response) response = plain_answer(500, echo->request);
+    return settle(echo, response) && begin_answer(echo, complete);
 }
 
 // A peer that waits to be told to send the body; one that sent some of it doesn't.
 bool waits_for_word(HttpEcho *echo) {
     const Framing &framing = echo->parser->framing();
-    if (!framing.has_head() || !framing.facts().expects) return false;
+    if (!framing.facts().expects) return false;
     return !std::exchange(echo->told_to_go_on, true) && framing.awaits_body();
+}
+
+// What is to be done once more of the request is there, or more of it was decoded.
+bool go_on(HttpEcho *echo) {
+    const bool whole = echo->parser->is_complete();
+    if (echo->response) return begin_answer(echo, whole);
+    BodyIntake &intake = *echo->intake;
+    const bool complete = whole && !intake.has_more();
+    if (complete && !intake.end()) return false;
+    if (const int fault = intake.fault()) {
+        HttpResponse *refusal =
+            zHttpResponseError(__FILE__, __LINE__, echo->request, fault, nullptr);
+        return settle(echo, refusal) && begin_answer(echo, whole);
+    }
+    if (complete || intake.is_enough()) return answer(echo, whole);
+    echo->exchange->wait();
+    const bool works = intake.has_more() || intake.streams();
+    echo->state = works ? EchoAction{kEchoWork} : EchoAction{Z_ECHO_READ};
+    if (!works && waits_for_word(echo)) echo->state = Z_ECHO_WRHEADER;
+    return true;
+}
+
+// One block of what is left to decode, then on with reading.
+bool work(HttpEcho *echo) {
+    if (!echo->intake->has_more()) {
+        echo->state = Z_ECHO_READ;
+        return true;
+    }
+    return echo->intake->step() && go_on(echo);
+}
+
+// ---- Reading
+
+// A limit is told to the peer, who is not listened to any more; what is no HTTP is cut.
+bool refuse(HttpEcho *echo, int status) {
+    const std::string &head = echo->parser->framing().head();
+    echo->line.assign(head, 0, std::min<size_t>(head.find('\r'), limits::http_target));
+    if (status != 413 && status != 414 && status != 431) return false;
+    HttpResponse *refusal = plain_answer(status, nullptr);
+    return settle(echo, refusal) && begin_answer(echo, false);
+}
+
+// The head first: what it says decides where the body goes.
+bool feed(HttpEcho *echo, std::string_view bytes, size_t *taken) {
+    MessageParser &parser = *echo->parser;
+    const bool in_head = !parser.framing().has_head();
+    if (!parser.feed(bytes, taken)) return false;
+    if (!in_head || !parser.framing().has_head()) return true;
+    if (!take_head(echo)) return false;
+    size_t more = 0;
+    const bool fed = parser.feed(bytes.substr(*taken), &more);
+    *taken += more;
+    return fed;
 }
 
 bool take(HttpEcho *echo, std::string_view bytes) {
     if (!begin_request(echo)) return false;
     if (!echo->parser->framing().has_begun()) echo->began = os::calls.steady();
     size_t taken = 0;
-    const bool fed = echo->parser->feed(bytes, &taken);
-    if (!fed) return echo->parser->fault() && refuse(echo, echo->parser->fault());
-    if (!echo->body_from && echo->parser->framing().has_head())
-        echo->body_from = os::calls.steady();
+    if (!feed(echo, bytes, &taken)) {
+        if (echo->response) return begin_answer(echo, false);
+        return echo->parser->fault() && refuse(echo, echo->parser->fault());
+    }
     if (echo->body_from) echo->body += taken;
     echo->waiting.assign(bytes.substr(taken));
-    if (echo->parser->is_complete()) return end_request(echo);
-    if (waits_for_word(echo)) echo->state = Z_ECHO_WRHEADER;
-    return true;
+    if (!echo->parser->framing().has_head()) return true;
+    if (echo->intake && !echo->intake->step()) return false;
+    return go_on(echo);
 }
 
 bool read(Echo *base, Chunk *chunk) try {
     HttpEcho *echo = echo_of(base);
     assert(echo->state == Z_ECHO_READ);
-    return take(echo, {static_cast<const char *>(chunk->base), chunk->size});
+    const bool taken = take(echo, {static_cast<const char *>(chunk->base), chunk->size});
+    echo->asked_at_once = echo->state == kEchoWork;
+    return taken;
 } catch (...) {
     return fail_thrown();
 }
@@ -166,12 +252,15 @@ bool is_too_slow(const HttpEcho *echo) {
 
 EchoAction action(Echo *base) {
     HttpEcho *echo = echo_of(base);
-    if (echo->state != Z_ECHO_READ) return echo->state;
-    if (is_too_slow(echo)) return Z_ECHO_ABORT;
-    if (echo->waiting.empty() || echo->parser) return Z_ECHO_READ;
+    const bool works = echo->state == kEchoWork;
+    if (works && std::exchange(echo->asked_at_once, false)) return kEchoWork;
+    if (!works && echo->state != Z_ECHO_READ) return echo->state;
+    if (!works && is_too_slow(echo)) return Z_ECHO_ABORT;
+    if (!works && (echo->waiting.empty() || echo->parser)) return Z_ECHO_READ;
     try {
-        const std::string waiting = std::exchange(echo->waiting, {});
-        return take(echo, waiting) ? echo->state : EchoAction{Z_ECHO_ABORT};
+        const std::string waiting = works ? std::string() : std::exchange(echo->waiting, {});
+        const bool done = works ? work(echo) : take(echo, waiting);
+        return done ? echo->state : EchoAction{Z_ECHO_ABORT};
     } catch (...) {
         return fail_thrown(), Z_ECHO_ABORT;
     }
@@ -194,7 +283,7 @@ void note(HttpEcho *echo) {
 void finish(HttpEcho *echo) {
     note(echo);
     if (!echo->request->header.alive) {
-        echo->state = Z_ECHO_CLOSE;
+        echo->state = echo->unread ? EchoAction{kEchoLinger} : EchoAction{Z_ECHO_CLOSE};
         return;
     }
     zHttpEchoReset(echo);

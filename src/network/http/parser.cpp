@@ -181,6 +181,7 @@ bool MessageParser::feed(std::string_view bytes, size_t *taken) {
         // An interim response is over with its head; what follows is another message.
         if (framing_.facts().interim) begin(target_, delegates_, bare_);
         if (framing_.is_complete() && !complete_) return fail_os(EBADMSG);
+        if (in_head && stops_at_heads_) break;
     }
     return true;
 }

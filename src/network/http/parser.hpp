@@ -20,6 +20,13 @@ class MessageParser {
 
     // For a new message; both are lent until it is complete. One that is `bare` answers a HEAD.
     void begin(void *target, const HttpDelegates *delegates, bool bare = false);
+    // From here on `feed` takes no more than a head at once, so that its reader may choose who is
+    // told of the body; that it is complete is told to him, too.
+    void stop_at_heads() { stops_at_heads_ = true; }
+    void hand_over(void *target, const HttpDelegates *delegates) {
+        target_ = target;
+        delegates_ = delegates;
+    }
 
     // Takes what belongs to the message, at most all of `bytes`; what follows a complete one is
     // left. False, with the standard error 104 raised, when the message can't be taken; `fault`
@@ -46,6 +53,7 @@ class MessageParser {
     const HttpDelegates *delegates_ = nullptr;
     void *target_ = nullptr;
     bool bare_ = false;
+    bool stops_at_heads_ = false;
     bool complete_ = false;
     std::string url_, status_, name_, value_; // pieces joined
     bool has_value_ = false;                  // of the field at hand

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "network/http/access_log.hpp"
+#include "network/http/body.hpp"
 #include "network/http/parser.hpp"
 #include "network/http/response.hpp"
 #include "network/server.hpp"
@@ -11,6 +12,7 @@
 #include "zev/vector.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace zev::rest {
@@ -28,10 +30,11 @@ struct HttpServer {
     bool guarded;     // every operation needs its right
     Vector handles;   // of HttpHandle, in the order of matching
     zev::HttpLimits limits;
-    // Bytes that the decoded body of a request may have, whose captures stand in its query; null
-    // for the limit of any body.
-    uint64_t (*body_bound)(const HttpServer &server, const HttpHandle &handle,
-                           const HttpRequest *request);
+    // Looks at a request whose head is whole and whose captures stand in its query, before any of
+    // its body is taken. Null, or a result that is null, is no look, and the limit of any body.
+    // May throw.
+    std::unique_ptr<zev::Exchange> (*begin)(HttpServer *server, const HttpHandle &handle,
+                                            HttpRequest *request);
     zev::HttpLogs logs;
     int64_t began;                  // by os::calls.steady
     uint32_t open;                  // connections
@@ -54,6 +57,9 @@ struct HttpEcho {
     zev::MessageParser *parser; // while a request comes
     HttpRequest *request;
     HttpResponse *response;
+    const HttpHandle *handle;                // that matched the head; null where none did
+    std::unique_ptr<zev::Exchange> exchange; // from the request's head to its answer
+    std::optional<zev::BodyIntake> intake;   // of its body, unless it was refused
     std::string outgoing; // head, with the first piece of a body, or a piece; survives a reset
     std::string waiting;  // what came behind a complete request
     EchoAction state;
@@ -66,5 +72,7 @@ struct HttpEcho {
     int64_t body_from;  // when its head was complete; 0 before
     uint64_t body;      // bytes of it since
     bool told_to_go_on; // to send the body, or sent some of it unasked
+    bool asked_at_once; // the transport was told that there is work, and asks again
+    bool unread;        // the peer may still send what belongs to the answered request
     bool counted;       // among the server's open connections
 };

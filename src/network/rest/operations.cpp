@@ -1,13 +1,17 @@
 // The table of operations, and its dispatch: the route has been matched, method and what stands
-// behind the pattern choose the row.
+// behind the pattern choose the row. That, and whether the caller may ask, is known with the head
+// of a request; its procedure is called when the body is there.
 #include "network/rest/operations.hpp"
 
 #include "common/guard.hpp"
 #include "common/json.hpp"
+#include "network/http/message.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/access.hpp"
+#include "rms/privilege.hpp"
 #include "zev/str.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -77,12 +81,13 @@ constexpr Operation kTable[] = {
 
     {Route::packs, Z_HTTP_POST, Form::diff, build_pack, read,
      "POST /repos/:owner/:name/packs/diff"},
-    {Route::packs, Z_HTTP_POST, Form::any, upload_pack, write, "POST /repos/:owner/:name/packs"},
+    {Route::packs, Z_HTTP_POST, Form::any, upload_pack, write, "POST /repos/:owner/:name/packs",
+     take_pack},
 
     {Route::objects, Z_HTTP_GET, Form::any, read_object, read,
      "GET /repos/:owner/:name/objects/:id"},
     {Route::objects, Z_HTTP_PUT, Form::any, write_object, write,
-     "PUT /repos/:owner/:name/objects/:id"},
+     "PUT /repos/:owner/:name/objects/:id", take_object},
     {Route::objects, Z_HTTP_POST, Form::diff, find_missing_objects, read,
      "POST /repos/:owner/:name/objects/diff"},
 
@@ -144,18 +149,109 @@ void note_act(const Call &call, HttpResponse *response) {
                         .status = response ? zHttpResponseCode(response) : 500});
 }
 
-HttpResponse *dispatch(Route route, HttpServer *server, HttpRequest *request) try {
-    Call call(server, request);
+// ---- From the head of a request to its answer
+
+// A body that ends within the block behind so many bytes is the request's own in any case.
+constexpr uint64_t kSmallBody = 1u << 15;
+
+class Visit : public Exchange {
+  public:
+    Visit(Route route, HttpServer *server, HttpRequest *request);
+
+    Taken take(std::string_view bytes) override;
+    void wait() override;
+    // The answer, when the body is there.
+    HttpResponse *answer();
+
+  private:
+    bool begin_intake();
+    HttpResponse *look_again();
+
+    Call call_;
+    bool whole_ = false;     // the procedure wants the body as it is
+    bool waited_ = false;    // with a project that was open
+    struct stat project_ {}; // the directory of that
+};
+
+// An object's head before its contents.
+constexpr uint64_t kObjectHead = 64;
+
+uint64_t body_bound(const HttpLimits &limits, const Operation &operation) {
+    const bool diff = operation.form == Form::diff;
+    if (operation.route == Route::objects && !diff) return limits.object + kObjectHead;
+    const bool octets = operation.route == Route::tables || operation.route == Route::packs;
+    return octets && !diff ? limits.inflated : limits.json;
+}
+
+Visit::Visit(Route route, HttpServer *server, HttpRequest *request) : call_(server, request) {
     for (const Operation &operation : kOperations) {
         if (operation.route != route || operation.method != zHttpRequestMethod(request)) continue;
-        if (!fits(call, operation.form)) continue;
-        call.operation = &operation;
-        if (HttpResponse *refusal = admit(call)) return refusal;
-        HttpResponse *response = operation.procedure(call);
-        note_act(call, response);
-        return response;
+        if (!fits(call_, operation.form)) continue;
+        call_.operation = &operation;
+        most = body_bound(server->limits, operation);
+        refusal = admit(call_);
+        return;
     }
-    return refuse(call, 400);
+    refusal = refuse(call_, 400);
+}
+
+// Small bodies, and what an intake declines, are the request's own.
+Exchange::Taken Visit::take(std::string_view bytes) {
+    if (whole_ || !call_.operation->intake) return Taken::no;
+    if (!call_.intake) {
+        if (body_size(call_.request->body) < kSmallBody) return Taken::no;
+        whole_ = !(call_.intake = call_.operation->intake(call_));
+        if (whole_) return Taken::no;
+        if (!begin_intake()) return Taken::enough;
+    }
+    return call_.intake->add(bytes) ? Taken::yes : Taken::enough;
+}
+
+// With what came before it was known how much there is.
+bool Visit::begin_intake() {
+    const Owned<Stream, zStreamFree> first(std::exchange(call_.request->body, nullptr));
+    if (!first) return true;
+    zStreamRewind(first.get());
+    std::string bytes(zStreamSize(first.get()), '\0');
+    return zStreamRead(first.get(), bytes.data(), bytes.size()) == bytes.size() &&
+           call_.intake->add(bytes);
+}
+
+// Whoever sends slowly keeps no project open.
+void Visit::wait() {
+    if (!call_.repository) return;
+    if (!std::exchange(waited_, true)) project_ = call_.place.directory;
+    call_.server->kept->give_back(std::move(call_.place), std::move(call_.repository));
+    call_.repository.reset();
+}
+
+// The rights that were asked for are those in the project that had the name then.
+HttpResponse *Visit::look_again() {
+    if (HttpResponse *refused = open_project(call_)) return refused;
+    const struct stat &now = call_.place.directory;
+    if (now.st_dev == project_.st_dev && now.st_ino == project_.st_ino) return nullptr;
+    call_.rights.reset();
+    return admit(call_);
+}
+
+HttpResponse *Visit::answer() {
+    if (waited_ && call_.guarded)
+        if (HttpResponse *refused = look_again()) return refused;
+    HttpResponse *response = call_.operation->procedure(call_);
+    note_act(call_, response);
+    return response;
+}
+
+// ---- Dispatch
+
+// A request that came without a look at its head, from a host, gets both here.
+HttpResponse *dispatch(Route route, HttpServer *server, HttpRequest *request) try {
+    const HttpEcho *echo = server->at_work;
+    if (echo && echo->request == request)
+        if (auto *begun = dynamic_cast<Visit *>(echo->exchange.get())) return begun->answer();
+    Visit visit(route, server, request);
+    if (visit.refusal) return std::exchange(visit.refusal, nullptr);
+    return visit.answer();
 } catch (...) {
     return fail_thrown();
 }
@@ -169,17 +265,13 @@ template <size_t... routes> constexpr auto procedures_of(std::index_sequence<rou
 }
 constexpr auto kProcedures = procedures_of(std::make_index_sequence<std::size(kPatterns)>());
 
-// An object's head before its contents.
-constexpr uint64_t kObjectHead = 64;
-
-uint64_t body_bound(const HttpServer &server, const HttpHandle &handle,
-                    const HttpRequest *request) {
-    const auto is = [&](Route route) { return handle.proc == kProcedures[size_t(route)]; };
-    const zwchar *other = zHttpRequestQuery(request, u":other");
-    const bool diff = other && zStrcasesameW(other, u"diff");
-    if (is(Route::objects) && !diff) return server.limits.object + kObjectHead;
-    if (is(Route::tables) || (is(Route::packs) && !diff)) return server.limits.inflated;
-    return server.limits.json;
+// Null for what is no route of the service.
+std::unique_ptr<Exchange> begin(HttpServer *server, const HttpHandle &handle,
+                                HttpRequest *request) {
+    const auto found = std::ranges::find(kProcedures, handle.proc);
+    if (found == kProcedures.end()) return nullptr;
+    return std::make_unique<Visit>(static_cast<Route>(found - kProcedures.begin()), server,
+                                   request);
 }
 
 } // namespace
@@ -188,7 +280,7 @@ const std::span<const char16_t *const> kRoutes = kPatterns;
 const std::span<const Operation> kOperations = kTable;
 
 bool add_routes(HttpServer *server) {
-    server->body_bound = body_bound;
+    server->begin = begin;
     for (size_t i = 0; i < std::size(kPatterns); ++i) {
         Owned<HttpHandle, zHttpHandleFree> handle(zHttpHandleNew(kPatterns[i], kProcedures[i]));
         if (!handle || !zHttpServerAddHandle(server, handle.get())) return false;

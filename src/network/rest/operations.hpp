@@ -51,6 +51,10 @@ enum class Need : uint8_t {
 
 using Procedure = HttpResponse *(*)(Call &call);
 
+// Looks at the first bytes of a large body, which the request still has; null where it is to come
+// whole. May throw.
+using BeginIntake = std::unique_ptr<Intake> (*)(Call &call);
+
 struct Operation {
     Route route;
     uint32_t method; // Z_HTTP_...
@@ -58,6 +62,7 @@ struct Operation {
     Procedure procedure;
     Need need;
     const char *told; // method and path as they are documented
+    BeginIntake intake = nullptr;
 };
 
 extern const std::span<const char16_t *const> kRoutes;
@@ -95,8 +100,10 @@ HttpResponse *refuse_bad(Call &call);  // 400
 
 HttpResponse *read_object(Call &call);
 HttpResponse *write_object(Call &call);
+std::unique_ptr<Intake> take_object(Call &call);
 HttpResponse *find_missing_objects(Call &call);
 HttpResponse *upload_pack(Call &call);
+std::unique_ptr<Intake> take_pack(Call &call);
 HttpResponse *build_pack(Call &call);
 
 HttpResponse *list_references(Call &call);

@@ -39,6 +39,7 @@ Call::Call(HttpServer *on, HttpRequest *asked)
 // What was renamed or removed is nobody's any more.
 Call::~Call() {
     rights.reset();
+    intake.reset();
     if (!server || !server->kept) return;
     const bool moves = operation && operation->route == Route::projects &&
                        zHttpRequestMethod(request) != Z_HTTP_GET;

@@ -7,6 +7,7 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "network/http/body.hpp"
 #include "network/rest/kept_projects.hpp"
 #include "zev/http_request.h"
 #include "zev/http_response.h"
@@ -23,11 +24,19 @@ class Privileges;
 
 namespace zev::rest {
 
+struct Call;
 struct Operation;
 
 using Tree = Owned<Json, zJsonFree>;
 
-// One request while it is answered.
+// Takes a large body as it comes, for the procedure that answers when it is whole. It must not keep
+// the call's repository, which others use meanwhile.
+struct Intake {
+    virtual ~Intake() = default;
+    virtual bool add(std::string_view bytes) = 0; // false when more would change nothing
+};
+
+// One request, from its head to its answer.
 struct Call {
     Call(HttpServer *server, HttpRequest *request);
     ~Call();
@@ -40,6 +49,7 @@ struct Call {
     OpenedAt place{};                   // of the gate's repository
     RepositoryPtr repository;           // the gate's
     std::unique_ptr<Privileges> rights; // the caller's in it, once they were asked for
+    std::unique_ptr<Intake> intake;     // of the body, which the request then has not
 };
 
 // A capture of the route (":base", ":owner", ":name", ":other") or a parameter of the query; null

@@ -23,19 +23,19 @@ bool read_u32(Stream *stream, uint32_t *value) {
     return true;
 }
 
-bool parse_head(Stream *stream, ObjectHead *head) {
+} // namespace
+
+bool read_object_type(Stream *stream, ObjectHead *head) {
     uint32_t length = 0;
     char name[kLongestType + 1] = {};
     if (!read_u32(stream, &length) || !length || length > kLongestType) return false;
     if (zStreamRead(stream, name, length) != length || !read_u32(stream, &head->size)) return false;
     head->type = strlen(name) == length ? git_object_string2type(name) : GIT_OBJECT_INVALID;
-    return git_object_typeisloose(head->type) && head->size == bytes_left(stream);
+    return git_object_typeisloose(head->type);
 }
 
-} // namespace
-
 HeadFate read_object_head(Stream *stream, ObjectHead *head) {
-    const bool parsed = parse_head(stream, head);
+    const bool parsed = read_object_type(stream, head) && head->size == bytes_left(stream);
     if (zStreamError(stream)) return HeadFate::unreadable;
     return parsed ? HeadFate::sound : HeadFate::refused;
 }

@@ -17,6 +17,8 @@ struct ObjectHead {
 // `refused` is what can't begin an object: another type, a size that doesn't match what follows.
 enum class HeadFate { sound, unreadable, refused };
 HeadFate read_object_head(Stream *stream, ObjectHead *head);
+// The head alone, of a stream of which more is still to come; false for another type, too.
+bool read_object_type(Stream *stream, ObjectHead *head);
 bool write_object_head(Stream *stream, const ObjectHead &head);
 
 // The rest of a stream behind the head of a tree, commit or tag; false for what has not the form

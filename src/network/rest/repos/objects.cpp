@@ -16,6 +16,7 @@
 #include "zev/oid.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -28,6 +29,7 @@ using OdbPtr = Owned<Odb, zOdbFree>;
 using StreamPtr = Owned<Stream, zStreamFree>;
 
 constexpr uint64_t kBlock = 1u << 16;
+constexpr uint64_t kHead = 12; // bytes before those of a file
 
 // ---- Reading
 
@@ -78,9 +80,19 @@ bool copy_object(Stream *stream, Odb *odb, const Oid &id) {
 
 // ---- Writing
 
-// Stores the body, under the name that its bytes have.
-HttpResponse *store_object(const Call &call, Odb *odb, const ObjectHead &head, Oid *id) {
+// Stores a body that came whole, under the name that its bytes have.
+HttpResponse *store_object(const Call &call, Odb *odb, Oid *id) {
+    if (HttpResponse *refusal = need_octets(call)) return refusal;
     Stream *body = zHttpRequestBody(call.request);
+    ObjectHead head;
+    switch (read_object_head(body, &head)) {
+    case HeadFate::unreadable:
+        return refuse(call, 500, u"zev.eFailedToReadStream");
+    case HeadFate::refused:
+        return refuse(call, 500, u"odb.eFailedToWriteObject");
+    case HeadFate::sound:
+        break;
+    }
     const bool is_file = head.type == GIT_OBJECT_BLOB;
     const uint64_t most = call.server->limits.object;
     if (head.size > (is_file ? most : std::min<uint64_t>(most, limits::object_form)))
@@ -94,6 +106,46 @@ HttpResponse *store_object(const Call &call, Odb *odb, const ObjectHead &head, O
     const int code =
         git_odb_write(git::oid(id), odb->handle.get(), bytes.data(), bytes.size(), head.type);
     if ((code >= 0 || fail_git(code)) && sync_project(call)) return nullptr;
+    return refuse(call, 500, u"odb.eFailedToWriteObject");
+}
+
+// A file's body on its way into the store: hashed, compressed and written as it comes. It gets its
+// name when the procedure asks for that; until then nobody knows it, and what is broken off goes.
+class FileIntake : public Intake {
+  public:
+    // An object that can't be begun takes nothing.
+    FileIntake(const Call &call, uint32_t size) : left_(size) {
+        git_repository *repository = call.repository ? call.repository->handle.get() : nullptr;
+        if (!repository || git_repository_odb(out(odb_), repository) < 0 ||
+            git_odb_open_wstream(out(stream_), odb_.get(), size, GIT_OBJECT_BLOB) < 0)
+            stream_.reset();
+    }
+
+    bool add(std::string_view bytes) override {
+        bytes.remove_prefix(head_seen_ ? 0 : kHead);
+        head_seen_ = true;
+        if (!stream_ || bytes.size() > left_) return stream_.reset(), false;
+        left_ -= bytes.size();
+        if (git_odb_stream_write(stream_.get(), bytes.data(), bytes.size()) >= 0) return true;
+        return stream_.reset(), false;
+    }
+    // False when it is not what its head told, or could not be written.
+    bool finish(Oid *id) {
+        if (!stream_ || left_) return fail_os(EBADMSG);
+        const int code = git_odb_stream_finalize_write(git::oid(id), stream_.get());
+        stream_.reset();
+        return code < 0 ? fail_git(code) : true;
+    }
+
+  private:
+    git::Odb odb_;          // without the repository, which others use meanwhile
+    git::OdbStream stream_; // null once it failed
+    uint64_t left_;
+    bool head_seen_ = false;
+};
+
+HttpResponse *finish_object(const Call &call, Oid *id) {
+    if (static_cast<FileIntake &>(*call.intake).finish(id) && sync_project(call)) return nullptr;
     return refuse(call, 500, u"odb.eFailedToWriteObject");
 }
 
@@ -122,23 +174,28 @@ HttpResponse *read_object(Call &call) {
     return zHttpResponseOctet(200, stream.release());
 }
 
+// The head lies in the request's body by now. What is to be looked at whole goes on there.
+std::unique_ptr<Intake> take_object(Call &call) {
+    Stream *body = zHttpRequestBody(call.request);
+    ObjectHead head;
+    const bool told = body && zStreamRewind(body) && read_object_type(body, &head);
+    if (body) zStreamSeek(body, 0, SEEK_END);
+    if (!told || head.type != GIT_OBJECT_BLOB || head.size > call.server->limits.object) return {};
+    Oid id;
+    const bool named = parse_id(&id, capture(call, u":other"));
+    const Owned<HttpResponse, zHttpResponseFree> refusal(named ? open_project(call) : nullptr);
+    return std::make_unique<FileIntake>(call, head.size);
+}
+
 HttpResponse *write_object(Call &call) {
     Oid wanted, id;
     if (HttpResponse *refusal = need_id(call, &wanted)) return refusal;
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const OdbPtr odb(zOdbOpen(call.repository.get()));
     if (!odb) return refuse(call, 500, u"odb.eFailedToOpenOdb");
-    if (HttpResponse *refusal = need_octets(call)) return refusal;
-    ObjectHead head;
-    switch (read_object_head(zHttpRequestBody(call.request), &head)) {
-    case HeadFate::unreadable:
-        return refuse(call, 500, u"zev.eFailedToReadStream");
-    case HeadFate::refused:
-        return refuse(call, 500, u"odb.eFailedToWriteObject");
-    case HeadFate::sound:
-        break;
-    }
-    if (HttpResponse *refusal = store_object(call, odb.get(), head, &id)) return refusal;
+    HttpResponse *refusal =
+        call.intake ? finish_object(call, &id) : store_object(call, odb.get(), &id);
+    if (refusal) return refusal;
     if (!zOidIsEqual(&id, &wanted)) return refuse(call, 400, u"srv.eInvalidContent");
     return answer_stored(call, odb.get(), id);
 }

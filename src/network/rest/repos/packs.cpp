@@ -27,37 +27,51 @@ using StreamPtr = Owned<Stream, zStreamFree>;
 // ---- Taking in
 
 // A pack's bytes on their way to the writer. After a failure the rest is passed over.
-class Intake {
+class PackIntake : public Intake {
   public:
-    Intake(PackWriter *writer, const HttpLimits &limits) : writer_(writer), limits_(limits) {}
+    PackIntake(WriterPtr writer, const HttpLimits &limits)
+        : writer_(std::move(writer)), limits_(limits) {}
 
-    // False when there are too many objects.
-    bool take(const void *bytes, uint64_t size) {
-        look(bytes, size);
-        if (is_too_large()) return false;
-        whole_ = whole_ && zPackWriterAppend(writer_, bytes, size);
-        return true;
+    bool add(std::string_view bytes) override {
+        return writer_ && pieces_.add(bytes, [&](std::string_view part) { return take(part); });
     }
+    bool has_writer() const { return writer_ != nullptr; }
+    // It ends with a piece; one that was given up had no other end to come.
+    bool is_whole() const { return is_too_large() || pieces_.is_whole(); }
     // The head tells how many: "PACK", version u32, count u32.
     bool is_too_large() const {
         return seen_ == head_.size() && !memcmp(head_.data(), "PACK", 4) &&
                load_u32(head_.data() + 8) > limits_.pack;
     }
-    bool commit() { return whole_ && commit_formed(writer_, limits_.object); }
+    bool commit() { return sound_ && commit_formed(writer_.get(), limits_.object); }
 
   private:
-    void look(const void *bytes, uint64_t size) {
-        const uint64_t count = std::min<uint64_t>(size, head_.size() - seen_);
-        memcpy(head_.data() + seen_, bytes, count);
+    // False when there are too many objects.
+    bool take(std::string_view part) {
+        const uint64_t count = std::min<uint64_t>(part.size(), head_.size() - seen_);
+        memcpy(head_.data() + seen_, part.data(), count);
         seen_ += count;
+        if (is_too_large()) return false;
+        sound_ = sound_ && zPackWriterAppend(writer_.get(), part.data(), part.size());
+        return true;
     }
 
-    PackWriter *writer_;
+    const WriterPtr writer_;
     const HttpLimits &limits_; // of the server
-    bool whole_ = true;
+    PieceReader pieces_;
+    bool sound_ = true;
     std::array<uint8_t, 12> head_{};
     uint64_t seen_ = 0;
 };
+
+// All of the request's body. False when it can't be read.
+bool add_body(const Call &call, PackIntake &intake) {
+    Stream *body = zHttpRequestBody(call.request);
+    char block[1u << 14];
+    for (uint64_t count; (count = zStreamRead(body, block, sizeof block));)
+        if (!intake.add({block, count})) return true;
+    return !zStreamError(body);
+}
 
 // ---- Putting together
 
@@ -84,16 +98,23 @@ int32_t send_piece(const void *bytes, uint64_t size, void *stream) {
 
 } // namespace
 
+// Where the project can't be opened, or the writer not be made, nothing is taken: the procedure
+// says why.
+std::unique_ptr<Intake> take_pack(Call &call) {
+    const Owned<HttpResponse, zHttpResponseFree> refusal(open_project(call));
+    WriterPtr writer(refusal ? nullptr : zPackWriterNew(call.repository.get()));
+    return std::make_unique<PackIntake>(std::move(writer), call.server->limits);
+}
+
 HttpResponse *upload_pack(Call &call) {
     if (HttpResponse *refusal = open_project(call)) return refusal;
-    const WriterPtr writer(zPackWriterNew(call.repository.get()));
-    if (!writer) return refuse(call, 500, u"odb.eFailedToWritePack");
-    if (HttpResponse *refusal = need_octets(call)) return refusal;
-    Intake intake(writer.get(), call.server->limits);
-    const bool read =
-        read_pieces(zHttpRequestBody(call.request),
-                    [&](const void *bytes, uint64_t size) { return intake.take(bytes, size); });
-    if (!read) return refuse(call, 400, u"srv.eInvalidContent");
+    const bool came = call.intake != nullptr;
+    if (!came) call.intake = take_pack(call);
+    auto &intake = static_cast<PackIntake &>(*call.intake);
+    if (!intake.has_writer()) return refuse(call, 500, u"odb.eFailedToWritePack");
+    if (HttpResponse *refusal = came ? nullptr : need_octets(call)) return refusal;
+    const bool read = came || add_body(call, intake);
+    if (!read || !intake.is_whole()) return refuse(call, 400, u"srv.eInvalidContent");
     if (intake.is_too_large()) return refuse(call, 413);
     if (!intake.commit() || !sync_project(call))
         return refuse(call, 500, u"odb.eFailedToWritePack");

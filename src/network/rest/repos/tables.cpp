@@ -43,9 +43,9 @@ HttpResponse *answer_table(const Call &call, Table *table) {
 // ---- Storing
 
 // The rows of one request. Up to a bound they are one batch, and are there together or not at all.
-class Intake {
+class RowIntake {
   public:
-    explicit Intake(Table *table) : table_(table), batch_(leveldb_writebatch_create()) {}
+    explicit RowIntake(Table *table) : table_(table), batch_(leveldb_writebatch_create()) {}
 
     void take(Bytes key, Bytes value) {
         if (raise_top(key, value) || !is_sound())
@@ -149,7 +149,7 @@ HttpResponse *store_rows(Call &call) {
     Table *table = opened.table.get();
     if (!check_writable(table))
         return refuse(call, 500, u"srv.eUpdateTable_s", capture(call, u":other"));
-    Intake intake(table);
+    RowIntake intake(table);
     const bool fits = read_pairs(
         zHttpRequestBody(call.request), [&](Bytes key, Bytes value) { intake.take(key, value); },
         kLimits);
