@@ -2,13 +2,11 @@
 // holds: a file's content goes through memory block by block, and nothing is stored that is not
 // what its type says.
 #include "common/limits.hpp"
-#include "common/sha1.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/object_stream.hpp"
 #include "network/rest/repos/paths_of.hpp"
-#include "objects/store/loose_object.hpp"
 #include "objects/store/odb.hpp"
 #include "stream/stream.hpp"
 #include "zev/object.h"
@@ -17,9 +15,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
-#include <memory>
 
 namespace zev::rest {
 
@@ -28,55 +23,7 @@ namespace {
 using OdbPtr = Owned<Odb, zOdbFree>;
 using StreamPtr = Owned<Stream, zStreamFree>;
 
-constexpr uint64_t kBlock = 1u << 16;
 constexpr uint64_t kHead = 12; // bytes before those of a file
-
-// ---- Reading
-
-// An object's size must fit the stream's head.
-bool write_head(Stream *stream, int32_t type, uint64_t size) {
-    if (size > UINT32_MAX) return raise_range();
-    return write_object_head(stream,
-                             {static_cast<git_object_t>(type), static_cast<uint32_t>(size)});
-}
-
-void begin_name(Sha1 &sum, const LooseObject &object) {
-    char head[32];
-    const int length = snprintf(head, sizeof head, "%s %" PRIu64,
-                                git_object_type2string(object.type()), object.size());
-    sum.add(head, static_cast<size_t>(length) + 1); // with its zero
-}
-
-// Block by block, and compared with its name at the end.
-bool copy_loose(Stream *stream, LooseObject &object, const Oid &id) {
-    Sha1 sum;
-    Oid name;
-    const std::unique_ptr<uint8_t[]> block(new uint8_t[kBlock]);
-    begin_name(sum, object);
-    if (!write_head(stream, object.type(), object.size())) return false;
-    for (uint64_t left = object.size(); left;) {
-        const int64_t got = object.read(block.get(), std::min(left, kBlock));
-        if (got <= 0) return raise_args();
-        const auto count = static_cast<uint64_t>(got);
-        sum.add(block.get(), count);
-        if (zStreamWrite(stream, block.get(), count) != count) return false;
-        left -= count;
-    }
-    return (object.ends() && sum.end(name.id) && zOidIsEqual(&name, &id)) || raise_args();
-}
-
-// What lies in a pack comes whole: libgit2 reads it in no other way.
-bool copy_object(Stream *stream, Odb *odb, const Oid &id) {
-    LooseObject loose;
-    const auto directory = objects_directory(odb->owner->handle.get());
-    if (loose.open(directory, *git::oid(&id)) == LooseObject::Found::sound)
-        return copy_loose(stream, loose, id);
-    size_t size;
-    git_object_t type;
-    const int code = git_odb_read_header(&size, &type, odb->handle.get(), git::oid(&id));
-    if (code < 0) return fail_git(code);
-    return write_head(stream, type, size) && zOdbRead(odb, &id, stream);
-}
 
 // ---- Writing
 
