@@ -23,6 +23,7 @@ FLOORS = [
     "verify",
     "rms",
     "network",
+    "remote",
     "commands",
 ]
 # file, header: why

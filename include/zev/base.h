@@ -90,6 +90,7 @@ typedef struct PackWriter PackWriter;
 typedef struct PathSpec PathSpec;
 typedef struct Recycle Recycle;
 typedef struct Reference Reference;
+typedef struct Remote Remote;
 typedef struct Repository Repository;
 typedef struct RevBase RevBase;
 typedef struct RevList RevList;

@@ -46,6 +46,7 @@
 #include "zev/recycle.h"
 #include "zev/reference.h"
 #include "zev/regex.h"
+#include "zev/remote.h"
 #include "zev/repository.h"
 #include "zev/revdb.h"
 #include "zev/revision.h"

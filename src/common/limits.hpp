@@ -44,6 +44,8 @@ inline constexpr uint64_t object_form = 64u << 20;
 // largest of which are pictures.
 inline constexpr uint64_t row_key = 64;
 inline constexpr uint64_t row_value = 64u << 20;
+// Tags that a tag leads through before it comes to what it stands for.
+inline constexpr uint32_t tag_depth = 16;
 // Decompressed bytes that any pack may give, and how many for each of its bytes beyond: text and
 // drawing rows stay below it, a small one that was made to fill a disk does not.
 inline constexpr uint64_t inflated = 64u << 20;
@@ -72,6 +74,9 @@ inline constexpr uint64_t http_body = 2ull << 30;
 inline constexpr uint64_t http_json = 64u << 20;
 inline constexpr uint64_t http_nodes = 1'000'000;
 inline constexpr uint64_t http_inflated = http_body;
+// The same for an answer that a client reads: the listing of a project of two million files.
+inline constexpr uint64_t answer_bytes = 512u << 20;
+inline constexpr uint64_t answer_nodes = 1u << 24;
 // Nanoseconds from a head's first byte to its last; from there on a body may be slow for a while,
 // and then has a lowest rate, in bytes a second.
 inline constexpr int64_t http_head_time = 20'000'000'000;
