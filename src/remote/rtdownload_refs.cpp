@@ -1,0 +1,110 @@
+// The server's references. An entry of its list:
+//   {"type": "ref", "refname": NAME, "reftype": "oid" or "symbolic", "target": ID or NAME, ...}
+// What holds: no list moves HEAD or a branch of this copy, or writes outside of refs/.
+#include "objects/store/reference.hpp"
+#include "remote/rtdownload.hpp"
+#include "zev/reference.h"
+#include "zev/str.h"
+
+#include <string_view>
+
+namespace zev {
+
+namespace {
+
+using ReferencePtr = Owned<Reference, zReferenceFree>;
+
+bool begins_with(std::u16string_view name, std::u16string_view prefix) {
+    if (name.size() < prefix.size()) return false;
+    const std::u16string head(name.substr(0, prefix.size()));
+    return zStrcasesameW(head.c_str(), std::u16string(prefix).c_str());
+}
+
+bool is_own_branch(std::u16string_view name) {
+    return begins_with(name, u"refs/heads/") || !begins_with(name, u"refs/");
+}
+
+class Refs {
+  public:
+    Refs(Remote *remote, const Notify *notify) : remote_(remote), notify_(notify) {}
+
+    bool take(const ListedRef &ref) {
+        zwchar name[2 * Z_PATH_MAX];
+        if (!map(ref, name)) return raise_not_found(ref.name), fail(ref.name);
+        if (!may_write_ref(name)) return true;
+        if (ref.symbolic) {
+            link(name, ref.target);
+            return true;
+        }
+        if (is_at(name, ref.id)) return true;
+        const ReferencePtr made(zReferenceCreate(remote_->owner, name, &ref.id));
+        return made || fail(name);
+    }
+
+  private:
+    // A name that does not fit would be cut, and be another's.
+    bool map(const ListedRef &ref, zwchar (&name)[2 * Z_PATH_MAX]) const {
+        return zStrlenW(ref.name) < Z_PATH_MAX &&
+               zReferenceXform(name, std::size(name), remote_->handle.get(), ref.name) &&
+               zStrlenW(name) < Z_PATH_MAX;
+    }
+
+    Failure fail(const zwchar *name) const {
+        return notify_error(notify_, u"odb.eFailedToUpdateRef_s", name);
+    }
+
+    // One that can't be made is no loss: it has no commits of its own.
+    void link(const zwchar *name, const zwchar *target) const {
+        const KeptFailure kept;
+        if (!is_own_branch(target))
+            const ReferencePtr made(zReferenceSymlink(remote_->owner, name, target));
+    }
+
+    // Each write costs a sync.
+    bool is_at(const zwchar *name, const Oid &id) const {
+        git::Reference found;
+        const bool there =
+            !git_reference_lookup(out(found), remote_->owner->handle.get(), to_utf8(name).c_str());
+        const git_oid *target = there ? git_reference_target(found.get()) : nullptr;
+        return target && git_oid_equal(target, git::oid(&id));
+    }
+
+    Remote *remote_;
+    const Notify *notify_;
+};
+
+} // namespace
+
+bool read_ref(const Json *entry, ListedRef &ref) {
+    const zwchar *type = text_in(entry, u"type"), *kind = text_in(entry, u"reftype");
+    ref.name = text_in(entry, u"refname");
+    ref.target = text_in(entry, u"target");
+    if (!type || !zStrsameW(type, u"ref") || !ref.name || !ref.target || !kind) return false;
+    ref.symbolic = zStrsameW(kind, u"symbolic");
+    return ref.symbolic || id_in(&ref.id, entry, u"target");
+}
+
+bool may_write_ref(std::u16string_view name) { return !is_own_branch(name); }
+
+} // namespace zev
+
+using namespace zev;
+
+bool zRemoteDownloadRefs(Remote *remote, const Notify *notify) try {
+    if (!remote) return fail_args();
+    const Exchange exchange{remote, notify, u"net.eFailedToFetchRefs"};
+    const JsonGuard body =
+        json_of(exchange, send(exchange, make_request(exchange, Z_HTTP_GET, u"/refs")));
+    Json *entries = entries_of(exchange, body);
+    if (!entries) return false;
+    Refs refs(remote, notify);
+    const uint64_t count = zJsonArraySize(entries);
+    for (uint64_t n = 0; n < count; ++n) {
+        ListedRef ref;
+        if (!read_ref(zJsonArrayAt(entries, n), ref)) return wrong_data(exchange);
+        if (!refs.take(ref)) return false;
+    }
+    return true;
+} catch (...) {
+    return fail_thrown();
+}
