@@ -1,0 +1,299 @@
+// The push of a commit, in this order:
+//   1. the server is asked which of the new objects it lacks
+//   2. these go up: files in a pack, large ones alone, drawings as rows of their tables
+//   3. the server makes a tree of its own by the list of changes, then a commit of that
+//   4. the commit comes here, and the tracking branch moves to it
+// What fails before 3 leaves on the server what nothing names. All requests go over one connection.
+#include "remote/push.hpp"
+
+#include "network/rest/repos/pack_stream.hpp"
+#include "objects/store/diff.hpp"
+#include "objects/store/object.hpp"
+#include "objects/store/odb.hpp"
+#include "objects/store/reference.hpp"
+#include "remote/push_drawings.hpp"
+#include "stream/stream.hpp"
+#include "system/os.hpp"
+#include "zev/commit.h"
+#include "zev/odb.h"
+#include "zev/pack.h"
+#include "zev/pathspec.h"
+#include "zev/reference.h"
+#include "zev/repository.h"
+#include "zev/status.h"
+
+#include <unordered_map>
+#include <vector>
+
+namespace zev {
+
+namespace {
+
+using BuilderPtr = Owned<PackBuilder, zPackBuilderFree>;
+using OdbPtr = Owned<Odb, zOdbFree>;
+using ReferencePtr = Owned<Reference, zReferenceFree>;
+
+constexpr uint64_t kAlone =
+    0x200000; // a larger file is not held in memory, as one of a pack would be
+constexpr uint64_t kPack = 1u << 30; // bytes of files in one pack: the server takes twice that
+
+class Pushing {
+  public:
+    explicit Pushing(Push &push) : push_(push), owner_(push.remote->owner) {}
+    bool run() {
+        return find_commits() && find_changes() && ask() && sort_out() && send_files() &&
+               push_drawings(push_, drawings_) && send_tree() && send_commit() && move_branch();
+    }
+
+  private:
+    bool find_commits();
+    bool find_changes();
+    bool ask();
+    bool sort_out();
+    bool send_files();
+    bool send_pack(PackBuilder *builder);
+    bool send_alone(const Oid *id);
+    bool send_tree();
+    bool send_commit();
+    bool move_branch();
+
+    Exchange exchange(const zwchar *summary = u"odb.eFailedToPushLocalChanages") const {
+        return {push_.remote, push_.notify, summary, u"net.eFailedToCreatePushRequest"};
+    }
+    Failure fail(const zwchar *key, const zwchar *argument = nullptr) const {
+        return notify_error(push_.notify, key, argument);
+    }
+    const zwchar *branch() const { return zBranchName(push_.upstream); }
+    bool changes_of(JsonGuard &entries) const;
+    bool tell_refused(HttpResponse *response) const;
+
+    Push &push_;
+    Repository *owner_;
+    CommitPtr commit_, parent_; // ours, and the server's; null where it has none
+    Oid base_{};                // the server's tree
+    DiffListPtr changes_;
+    JsonGuard missing_; // the server's answer
+    std::vector<const DiffEntry *> files_, drawings_;
+    Oid tree_{}, made_{}; // the server's, new
+};
+
+// ---- What changed
+
+bool Pushing::find_commits() {
+    commit_.reset(zBranchCommit(push_.upstream));
+    if (!commit_) return fail(u"odb.eFailedToResolveCommit_s", branch());
+    if (!zCommitParentCount(commit_.get())) return true;
+    parent_.reset(zCommitParent(commit_.get()));
+    const TreePtr tree(parent_ ? zCommitTree(parent_.get()) : nullptr);
+    if (!tree) return fail(u"odb.eFailedToResolveTree_s", branch());
+    base_ = *zTreeId(tree.get());
+    return true;
+}
+
+bool Pushing::find_changes() {
+    const PathSpecPtr spec(zPathSpecNew(nullptr, kChangeOptions));
+    changes_.reset(spec ? zCommitChanges(commit_.get(), spec.get(), nullptr) : nullptr);
+    return changes_ || fail(u"odb.eFailedToPushLocalChanages");
+}
+
+template <class F> void each(const DiffList *changes, F visit) {
+    const uint64_t count = zDiffListLength(changes);
+    for (uint64_t n = 0; n < count; ++n) visit(zDiffListEntry(changes, n));
+}
+
+bool brings_object(const DiffEntry *entry) {
+    const int32_t status = zDiffEntryStatus(entry);
+    return status == Z_KIND_ADDED || status == Z_KIND_MODIFIED;
+}
+
+// ---- What the server lacks
+
+bool Pushing::ask() {
+    JsonGuard ids(zJsonNew(Z_JSON_ARRAY));
+    each(changes_.get(), [&](const DiffEntry *entry) {
+        if (brings_object(entry)) push(ids.get(), zJsonNewId(zDiffEntryNewId(entry)));
+    });
+    const Exchange asked = exchange();
+    const JsonGuard query = entries_query(std::move(ids));
+    missing_ = json_of(
+        asked, send(asked, make_request(asked, Z_HTTP_POST, u"/objects/diff", query.get())));
+    if (!missing_) return false;
+    return json_find(missing_.get(), u"data.entries") || wrong_data(asked);
+}
+
+// In the order of the answer; an id counts once, and only one that was offered.
+bool Pushing::sort_out() {
+    struct Offer {
+        const DiffEntry *entry;
+        bool taken = false;
+    };
+    std::unordered_map<Oid, Offer, OidHash, OidSame> offers;
+    each(changes_.get(), [&](const DiffEntry *entry) {
+        offers.insert_or_assign(*zDiffEntryNewId(entry), Offer{entry});
+    });
+    const Json *entries = json_find(missing_.get(), u"data.entries");
+    const uint64_t count = zJsonIsArray(entries) ? zJsonArraySize(entries) : 0;
+    for (uint64_t n = 0; n < count; ++n) {
+        Oid id;
+        const auto offer = read_id(&id, zJsonArrayAt(entries, n)) ? offers.find(id) : offers.end();
+        if (offer == offers.end()) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
+        if (std::exchange(offer->second.taken, true)) continue;
+        const DiffEntry *entry = offer->second.entry;
+        const bool drawn = is_drawing(owner_, zDiffEntryNewPath(entry), *zDiffEntryNewId(entry));
+        (drawn ? drawings_ : files_).push_back(entry);
+    }
+    missing_.reset();
+    return true;
+}
+
+// ---- Files
+
+bool Pushing::send_files() {
+    const OdbPtr odb(files_.empty() ? nullptr : zOdbOpen(owner_));
+    BuilderPtr builder;
+    uint64_t bytes = 0;
+    for (const DiffEntry *entry : files_) {
+        const Oid *id = zDiffEntryNewId(entry);
+        const uint64_t size = odb ? zOdbSize(odb.get(), id) : 0;
+        if (size > kAlone) {
+            if (!send_alone(id)) return false;
+            continue;
+        }
+        if (!builder) builder.reset(zPackBuilderNew(owner_));
+        if (!builder || !zPackBuilderInsert(builder.get(), id))
+            return fail(u"odb.eFailedToBuildPack");
+        if ((bytes += size) < kPack) continue;
+        if (!send_pack(builder.get())) return false;
+        builder.reset();
+        bytes = 0;
+    }
+    return !builder || send_pack(builder.get());
+}
+
+bool Pushing::send_alone(const Oid *id) {
+    if (zRemoteUploadObject(push_.remote, id, push_.notify)) return true;
+    return is_broken_off(push_) ? false : notify_raised(push_.notify);
+}
+
+bool Pushing::send_pack(PackBuilder *builder) {
+    struct Spool {
+        Push &push;
+        StreamPtr stream{spill_stream()};
+    } spool{push_};
+    const auto put = [](const void *bytes, uint64_t size, void *context) -> int32_t {
+        auto *spool = static_cast<Spool *>(context);
+        spool->push.canceled = zNotifyIsUsrbrk(spool->push.notify);
+        if (spool->push.canceled) return -1;
+        return rest::write_piece(spool->stream.get(), bytes, size) ? 0 : -1;
+    };
+    if (!spool.stream || !zPackBuilderForeach(builder, put, &spool))
+        return push_.canceled ? raise_canceled() : fail(u"odb.eFailedToBuildPack");
+    const Exchange sent = exchange();
+    HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/packs");
+    if (!request) return false;
+    if (!zHttpRequestSetOctet(request, spool.stream.release())) return fail(sent.unready);
+    return send(sent, request) != nullptr;
+}
+
+// ---- Tree and commit, as the server makes them
+
+// {"oper": "add", "modify" or "delete", "id": ID, "path": PATH, "mode": MODE} of each change.
+bool Pushing::changes_of(JsonGuard &entries) const {
+    bool known = true;
+    entries.reset(zJsonNew(Z_JSON_ARRAY));
+    each(changes_.get(), [&](const DiffEntry *entry) {
+        const int32_t status = zDiffEntryStatus(entry);
+        const bool gone = status == Z_KIND_DELETED;
+        known = known && (gone || brings_object(entry));
+        const zwchar *oper = gone ? u"delete" : status == Z_KIND_ADDED ? u"add" : u"modify";
+        const auto side = [&](auto old_side, auto new_side) {
+            return gone ? old_side(entry) : new_side(entry);
+        };
+        push(entries.get(),
+             zJsonNewObject(u"oper", zJsonNewString(oper), u"id",
+                            zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)), u"path",
+                            zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)), u"mode",
+                            zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)), nullptr));
+    });
+    return known;
+}
+
+// Paths where the user may not write: {"error": [{"path": PATH}, ...]}. He is told of each.
+bool Pushing::tell_refused(HttpResponse *response) const {
+    const zwchar *type = zHttpResponseContentType(response);
+    Stream *body = zHttpResponseBody(response);
+    if (!body || !type || !zStrcasesameW(type, kJsonType)) return false;
+    JsonBounds bounds{limits::answer_bytes, limits::answer_nodes};
+    const JsonGuard answer(json_read_bounded(body, bounds));
+    const Json *paths = answer ? json_find(answer.get(), u"error") : nullptr;
+    if (!paths || !zJsonIsArray(paths)) return false;
+    const uint64_t count = zJsonArraySize(paths);
+    for (uint64_t n = 0; n < count; ++n) {
+        const zwchar *path = text_in(zJsonArrayAt(paths, n), u"path");
+        notify_action(push_.notify, u"action.sUnauthorized", path ? path : u"");
+    }
+    const Exchange silent{push_.remote, nullptr, u"odb.eFailedToPushLocalChanages"};
+    judge(silent, response);
+    return true;
+}
+
+bool Pushing::send_tree() {
+    JsonGuard entries;
+    if (!changes_of(entries)) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
+    const JsonGuard query = entries_query(std::move(entries));
+    if (parent_) put(json_find(query.get(), u"query"), u"base", zJsonNewId(&base_));
+    const Exchange sent = exchange();
+    HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/trees", query.get());
+    if (!request) return false;
+    HttpResponse *response = zHttpRequestSend(request);
+    if (response && !zHttpResponseOk(response) && tell_refused(response)) return false;
+    const JsonGuard body = json_of(sent, judge(sent, response));
+    if (!body) return false;
+    return id_in(&tree_, json_find(body.get(), u"data"), u"id") || wrong_data(sent);
+}
+
+bool Pushing::send_commit() {
+    const Exchange sent = exchange(u"net.eFailedToPushLocalChanges");
+    zwchar update[Z_PATH_MAX];
+    if (!zReferenceXform(update, Z_PATH_MAX, push_.remote->handle.get(),
+                         zBranchMerge(push_.upstream)))
+        return raise_not_found(zBranchMerge(push_.upstream)), fail(sent.summary);
+    JsonGuard query(zJsonNewObject(
+        u"tree", zJsonNewId(&tree_), u"author", zJsonNewString(push_.author), u"message",
+        zJsonNewString(push_.message), u"update", zJsonNewString(update), nullptr));
+    if (!query) return fail(sent.summary);
+    if (parent_) put(query.get(), u"parent", zJsonNewId(zCommitId(parent_.get())));
+    const JsonGuard whole(zJsonNewObject(u"query", query.release(), nullptr));
+    const JsonGuard body =
+        json_of(sent, send(sent, make_request(sent, Z_HTTP_POST, u"/commits", whole.get())));
+    if (!body) return false;
+    return id_in(&made_, json_find(body.get(), u"data"), u"id") || wrong_data(sent);
+}
+
+// Its trees are here: they are those of the commit that was replayed. It is on the disk before
+// anything names it.
+bool Pushing::move_branch() {
+    if (!zRemoteDownloadObject(push_.remote, &made_, push_.notify)) return false;
+    const CommitPtr made(by_id<Commit>(owner_, &made_));
+    if (!made) return wrong_data(exchange());
+    const zwchar *place = zRepositoryPath(owner_);
+    const bool synced = place && (os::sync_tree(place) || fail_os(errno, place));
+    const ReferencePtr reference(synced ? zBranchReference(push_.upstream) : nullptr);
+    return (reference && zReferenceSetTarget(reference.get(), &made_)) ||
+           fail(u"odb.eFailedToUpdateRef_s", branch());
+}
+
+} // namespace
+
+bool is_broken_off(Push &push) {
+    const HttpRequest *request = push.remote->request.get();
+    return push.canceled = push.canceled || (request && zHttpRequestUsrbrk(request));
+}
+
+bool push_commit(Push &push) {
+    const bool done = Pushing(push).run();
+    if (!done) is_broken_off(push);
+    return done;
+}
+
+} // namespace zev

@@ -1,0 +1,18 @@
+// The rows of drawings on their way to the server.
+#pragma once
+
+#include "objects/store/diff.hpp"
+#include "remote/push.hpp"
+
+#include <vector>
+
+namespace zev {
+
+// Whether the file that a commit has at a path is a drawing: by its name and its content.
+bool is_drawing(Repository *repository, const zwchar *path, const Oid &blob);
+
+// What the server lacks of each drawing: of an added one the rows of its table, else those that it
+// has beyond its former version; then the manifest that names them. May throw.
+bool push_drawings(Push &push, const std::vector<const DiffEntry *> &drawings);
+
+} // namespace zev
