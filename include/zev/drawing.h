@@ -97,8 +97,9 @@ ZEV_API Stream *zReadReferenceData(const zwchar *path, uint32_t *major, uint32_t
 // not be done stays undone, with the reason in the error record.
 ZEV_API bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path);
 ZEV_API void zDrawingConfirmTableBackwardRef(const zwchar *path);
-// Whether the table holds the note, the classes and the objects of the drawing at `path`; not
-// found is raised when it lacks some.
+// Brings what the table lacks of the drawing at `path` from the server of its repository; a table
+// that is complete asks nobody. Whether it holds the classes and the objects then; that the single
+// blocks could not be had makes it no failure.
 ZEV_API bool zDrawingDataPrepare(const zwchar *path, Drawing *drawing);
 
 // Two versions of one drawing; false also when they name different tables. Increments are the

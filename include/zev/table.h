@@ -85,5 +85,10 @@ ZEV_API Stream *zTablePartialWriteOut(Table *table, const Vector *keys);
 // breaks off ends there, which is no failure; false when the store refused rows.
 ZEV_API bool zTableReadStream(Table *table, Stream *stream);
 
+// Fetches rows from the server of the table's repository, by a vector of DrawingKey to which the
+// tag key is added: the table has the server's tag afterwards. Rows that the server lacks are left
+// out. The table stays open, and nobody else can open it, for so long. Needs an owner.
+ZEV_API bool zTableCheckKeys(Table *table, Vector *keys);
+
 ZEV_END
 #endif

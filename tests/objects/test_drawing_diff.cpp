@@ -207,7 +207,7 @@ TEST_F(IdentityTest, CopyGetsATableOfItsOwn) {
     EXPECT_EQ(get(table.get(), {5, 77}), "(none)") << "not this drawing's";
     DrawingPtr drawing{zDrawingRead(path.c_str())};
     ASSERT_OK(drawing);
-    EXPECT_TRUE(drawing_is_complete(table.get(), drawing.get(), path.c_str()));
+    EXPECT_TRUE(complete_drawing(table.get(), drawing.get(), path.c_str()));
     EXPECT_EQ(get(table.get(), *zDrawingDS(drawing.get())), "block");
     table.reset();
     zDrawingConfirmTableBackwardRef(path.c_str());

@@ -56,8 +56,9 @@ void decode_keys(DrawingKey *keys, uint64_t count);
 // none.
 DrawingPtr read_drawing(Stream *stream, uint32_t *check = nullptr);
 
-// Whether the table holds the reference, the classes and the objects of a drawing. What it lacks
-// can't be had here: false, and not found is raised with the path.
-bool drawing_is_complete(Table *table, const Drawing *drawing, const zwchar *path);
+// Whether the table holds the classes and the objects of a drawing, once what it lacks, single
+// blocks too, was fetched from the server of its repository. False with the reason raised: not
+// found, with the path, for what the server lacks as well.
+bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path);
 
 } // namespace zev

@@ -66,6 +66,15 @@ Owned<Vector, zVectorFree> missing_keys(Table *table, std::span<const DrawingKey
     return list;
 }
 
+// Of a table without a server only what is there.
+enum class Fetched { none, some, failed };
+Fetched fetch_missing(Table *table, std::span<const DrawingKey> keys) {
+    const auto missing = missing_keys(table, keys);
+    if (!missing) return Fetched::failed;
+    if (zVectorIsEmpty(missing.get())) return Fetched::none;
+    return zTableCheckKeys(table, missing.get()) ? Fetched::some : Fetched::failed;
+}
+
 void append(std::vector<DrawingKey> &keys, const Vector *list) {
     const auto more = keys_of(list);
     keys.insert(keys.end(), more.begin(), more.end());
@@ -105,7 +114,7 @@ class Confirmation {
                !zStrcasesameW(without_dot(stored.c_str()), without_dot(relative_));
     }
 
-    bool is_complete() { return drawing_is_complete(table_.get(), drawing_.get(), path_); }
+    bool is_complete() { return complete_drawing(table_.get(), drawing_.get(), path_); }
 
     std::vector<DrawingKey> keys() const {
         std::vector<DrawingKey> keys{kReferenceKey, drawing_->header, drawing_->summary,
@@ -156,14 +165,20 @@ class Confirmation {
 
 } // namespace
 
-bool drawing_is_complete(Table *table, const Drawing *drawing, const zwchar *path) {
-    std::vector<DrawingKey> keys{kReferenceKey};
-    append(keys, drawing->classes.get());
-    append(keys, drawing->objects.get());
-    const auto missing = missing_keys(table, keys);
-    if (!missing) return false;
-    if (zVectorIsEmpty(missing.get())) return true;
-    return raise_not_found(path);
+bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path) {
+    std::vector<DrawingKey> needed;
+    append(needed, drawing->classes.get());
+    append(needed, drawing->objects.get());
+    std::vector<DrawingKey> listed{kReferenceKey};
+    listed.insert(listed.end(), needed.begin(), needed.end());
+    const Fetched fetched = fetch_missing(table, listed);
+    if (fetched == Fetched::failed) return false;
+    if (fetched == Fetched::some && !zVectorIsEmpty(missing_keys(table, needed).get()))
+        return raise_not_found(path);
+    std::vector<DrawingKey> blocks{drawing->header, drawing->summary, drawing->ds};
+    if (zDrawingHasVba(drawing)) blocks.push_back(drawing->vba);
+    fetch_missing(table, blocks);
+    return true;
 }
 
 } // namespace zev
@@ -196,7 +211,7 @@ bool zDrawingDataPrepare(const zwchar *path, Drawing *drawing) try {
     const RepositoryPtr repository{zRepositoryDiscover(path, nullptr)};
     if (!repository) return false;
     const TablePtr table{zTableByid(repository.get(), &drawing->table)};
-    return table && drawing_is_complete(table.get(), drawing, path);
+    return table && complete_drawing(table.get(), drawing, path);
 } catch (...) {
     return fail_thrown();
 }
