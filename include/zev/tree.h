@@ -64,6 +64,8 @@ ZEV_API bool zTreeBuilderInsert(TreeBuilder *builder, const zwchar *path, const 
 ZEV_API bool zTreeBuilderRemove(TreeBuilder *builder, const zwchar *path);
 ZEV_API bool zTreeBuilderRmdir(TreeBuilder *builder, const zwchar *path);
 ZEV_API uint64_t zTreeBuilderEntryCount(TreeBuilder *builder);
+// Takes out what the spec selects and the user may not read. Null rules, or none, forbid nothing.
+ZEV_API bool zTreeBuilderFilter(TreeBuilder *builder, Authdb *authdb, PathSpec *spec);
 ZEV_API Tree *zTreeBuilderWrite(TreeBuilder *builder, Repository *repository);
 
 ZEV_END
