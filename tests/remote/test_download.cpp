@@ -1,0 +1,438 @@
+// What comes from the server: references, objects, packs, trees, revisions; and what does not.
+#include "remote_fixture.hpp"
+
+#include "common/json.hpp"
+#include "objects/store/git.hpp"
+#include "zev/revdb.h"
+#include "zev/revision.h"
+
+using namespace test;
+
+namespace {
+
+using Downloads = Session;
+
+std::string ref(std::string_view name, std::string_view target, std::string_view kind = "oid") {
+    return R"({"type":"ref","refname":")" + std::string(name) + R"(","reftype":")" +
+           std::string(kind) + R"(","target":")" + std::string(target) + R"("})";
+}
+std::string entries(const std::string &list) { return R"({"data":{"entries":[)" + list + "]}}"; }
+
+const std::string a(40, 'a'), b(40, 'b');
+
+// ---- References
+
+TEST_F(Downloads, BringBranchesAsTracking) {
+    const std::string first = commit("a.txt", "one");
+    server("tag v1 && git -C " + service.at("ann/plant") + " branch site/east");
+    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+    EXPECT_EQ(refs(), "refs/remotes/origin/master " + first + "\nrefs/remotes/origin/site/east " +
+                          first + "\nrefs/tags/v1 " + first + "\n");
+    EXPECT_FALSE(has(first)) << "no objects yet";
+    const std::string second = commit("a.txt", "two", 1);
+    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+    EXPECT_NE(refs().find("origin/master " + second), std::string::npos);
+    server("branch -D site/east");
+    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+    EXPECT_NE(refs().find("site/east"), std::string::npos) << "what the server lost stays";
+    EXPECT_EQ(told.each(), "");
+}
+
+// Of each list: whether it is taken, and which references there are afterwards.
+TEST_F(Downloads, LeaveOwnBranchesAlone) {
+    const std::string master = "refs/remotes/origin/master ", good = ref("refs/heads/master", a);
+    const std::string deep(460, 'd'), far = "refs/heads/" + deep + "/" + std::string(60, 'e');
+    const struct {
+        const char *what;
+        std::string list;
+        bool taken;
+        std::string refs;
+        const char *error = "";
+    } cases[] = {
+        {"nothing", "", true, ""},
+        {"HEAD", ref("HEAD", a) + "," + ref("head", a), true, ""},
+        {"a branch of ours", ref("refs/remotes/origin/master", a), true, ""},
+        {"a file of ours", ref("AUTHZ", a) + "," + ref("FETCH_HEAD", a), true, ""},
+        {"ours by another name", ref("refs/heads/x", "refs/heads/master", "symbolic"), true, ""},
+        {"HEAD by another name", ref("refs/heads/x", "HEAD", "symbolic"), true, ""},
+        {"symbolic", ref("refs/tags/x", "refs/tags/y", "symbolic") + "," + good, true,
+         master + a + "\nrefs/tags/x refs/tags/y"},
+        {"symbolic to no name", ref("refs/tags/x", "..", "symbolic") + "," + good, true,
+         master + a},
+        {"no such id", good + "," + ref("refs/heads/x", "x"), false, master + a, "wrong data"},
+        {"no reference", good + R"(,{"type":"tag"})", false, master + a, "wrong data"},
+        {"no object", good + ",7", false, master + a, "wrong data"},
+        {"another type", good + "," + R"({"type":"REF"})", false, master + a, "wrong data"},
+        {"no name", ref("refs/heads/a..b", a) + "," + good, false, "", "could not be moved"},
+        {"outside", ref("refs/heads/../../x", a), false, "", "could not be moved"},
+        {"not tracked", ref("refs/remotes/other/x", a), false, "", "'refs/remotes/other/x'"},
+        {"too long", ref(far, a), false, "", "The branch 'refs/heads/ddd"},
+    };
+    for (const auto &each : cases) {
+        for (const char *place : {"/.git/refs/remotes", "/.git/refs/tags"})
+            std::filesystem::remove_all(at() + place);
+        relay.give(answer(200, entries(each.list)));
+        told.errors.clear();
+        EXPECT_EQ(zRemoteDownloadRefs(remote.get(), &told), each.taken) << each.what;
+        std::string now = refs();
+        if (!now.empty()) now.pop_back();
+        EXPECT_EQ(now, each.refs) << each.what;
+        EXPECT_NE(told.each().find(each.error), std::string::npos) << each.what << told.each();
+        EXPECT_EQ(told.errors.size(), each.taken ? 0u : 1u) << each.what;
+        EXPECT_EQ(git("symbolic-ref HEAD"), "refs/heads/master\n") << each.what;
+        EXPECT_FALSE(std::filesystem::exists(at() + "/.git/AUTHZ"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(at() + "/x"));
+    for (const char *body : {"{}", R"({"data":{"entries":{}}})", "", "x"}) {
+        relay.give(answer(200, body));
+        EXPECT_FALSE(zRemoteDownloadRefs(remote.get(), nullptr)) << body;
+        EXPECT_EQ(zErrorCode(), -1) << body;
+    }
+}
+
+// ---- Objects
+
+TEST_F(Downloads, BringObjectsOnce) {
+    const std::string id = commit("d/a.txt", "one");
+    const std::string tree = server("rev-parse HEAD^{tree}").substr(0, 40);
+    server("-c user.name=a -c user.email=a tag -a -m m v1");
+    const std::string tag = server("rev-parse v1").substr(0, 40);
+    const Oid wanted = oid(tag);
+    ASSERT_OK(zRemoteDownloadNested(remote.get(), &wanted, Z_OBJECT_TREE, &told));
+    EXPECT_EQ(relay.lines(),
+              "GET /objects/" + tag + "\nGET /objects/" + id + "\nGET /objects/" + tree + "\n");
+    relay.play();
+    ASSERT_OK(zRemoteDownloadNested(remote.get(), &wanted, Z_OBJECT_TREE, &told));
+    ASSERT_OK(zRemoteDownloadObject(remote.get(), &wanted, &told));
+    EXPECT_EQ(relay.lines(), "") << "they are here";
+    EXPECT_FALSE(zRemoteDownloadNested(remote.get(), &wanted, Z_OBJECT_BLOB, &told));
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(told.only(), narrow(zErrorDetail()));
+}
+
+std::string framed(std::string_view type, std::string_view bytes, uint64_t size) {
+    return be32(type.size()) + std::string(type) + be32(size) + std::string(bytes);
+}
+
+// Only the bytes that the id names are stored, under whatever name they come.
+TEST_F(Downloads, StoreNothingElse) {
+    const std::string id = "2e65efe2a145dda7ee51d1741299f848e5bf752e"; // of the file "a"
+    const Oid wanted = oid(id);
+    const struct {
+        const char *what, *error;
+        std::string body;
+    } cases[] = {
+        {"other bytes", "could not be written", framed("blob", "b", 1)},
+        {"another type", "could not be written", framed("tag", "a", 1)},
+        {"no type", "could not be written", framed("blub", "a", 1)},
+        {"two types", "could not be written", framed(std::string("blob\0x", 6), "a", 1)},
+        {"a size beyond", "could not be written", framed("blob", "a", 2)},
+        {"a size below", "could not be written", framed("blob", "aa", 1)},
+        {"a size without end", "could not be written", framed("blob", "a", UINT32_MAX)},
+        {"half a head", "could not be written", be32(4) + "bl"},
+        {"a type without end", "could not be written", be32(UINT32_MAX)},
+        {"nothing", "sent wrong data", ""},
+    };
+    for (const auto &each : cases) {
+        relay.give(octets(each.body));
+        told.errors.clear();
+        EXPECT_FALSE(zRemoteDownloadObject(remote.get(), &wanted, &told)) << each.what;
+        EXPECT_NE(told.only().find(each.error), std::string::npos) << each.what << told.each();
+        EXPECT_EQ(objects(), "") << each.what;
+    }
+    // A tree that no index may hold has its right name, and is no tree.
+    const std::string evil = "100644 .git" + std::string(1, '\0') + std::string(20, 'x');
+    git_oid made;
+    git_odb_hash(&made, evil.data(), evil.size(), GIT_OBJECT_TREE);
+    relay.give(octets(framed("tree", evil, evil.size())));
+    EXPECT_FALSE(zRemoteDownloadObject(remote.get(), zev::git::oid(&made), nullptr));
+    relay.give(octets(framed("blob", "a", 1)));
+    EXPECT_OK(zRemoteDownloadObject(remote.get(), &wanted, &told));
+    EXPECT_EQ(objects(), id + "\n");
+}
+
+// ---- Packs
+
+std::string query_for(const std::vector<std::string> &ids) {
+    std::string list;
+    for (const std::string &id : ids)
+        list += (list.empty() ? "" : ",") + (R"({"id":")" + id) + "\"}";
+    return R"({"query":{"entries":[)" + list + "]}}";
+}
+
+zev::JsonGuard json(const std::string &text) {
+    return zev::JsonGuard(zJsonReadTextual(wide(text).c_str()));
+}
+
+TEST_F(Downloads, TakePacksWholeOrNotAtAll) {
+    std::vector<std::string> ids;
+    for (const char *bytes : {"one", "two", "three"})
+        ids.push_back(store(service, "ann/plant", Z_OBJECT_BLOB, bytes));
+    std::string pack = service.post("/repos/ann/plant/packs/diff", query_for(ids)).body;
+    std::string changed = pack, mark = "PACK";
+    changed[pack.size() - 30] = static_cast<char>(~changed[pack.size() - 30]);
+    const struct {
+        const char *what;
+        std::string body;
+        size_t asked;
+        const char *error = "objects could not be downloaded";
+    } cases[] = {
+        {"one more than asked", pack, 2},
+        {"changed", changed, 3},
+        {"cut in a piece", pack.substr(0, pack.size() - 1), 3},
+        {"cut in a length", pack + std::string(3, '\0'), 3},
+        {"a piece without end", be32(UINT32_MAX) + pack, 3},
+        {"cut behind a piece", be32(12) + pack.substr(4, 12), 3},
+        {"no pack", be32(7) + "nothing", 3},
+        {"JSON", R"({"data":{}})", 3},
+        {"no body", "", 3, "sent wrong data"},
+    };
+    for (const auto &each : cases) {
+        const auto query = json(query_for({ids.begin(), ids.begin() + each.asked}));
+        relay.give(octets(each.body));
+        told.errors.clear();
+        EXPECT_FALSE(zRemoteDownloadPack(remote.get(), query.get(), &told)) << each.what;
+        EXPECT_NE(told.only().find(each.error), std::string::npos) << each.what << told.each();
+        EXPECT_EQ(objects(), "") << each.what;
+    }
+    relay.play();
+    ASSERT_OK(zRemoteDownloadPack(remote.get(), json(query_for(ids)).get(), &told));
+    for (const std::string &id : ids) EXPECT_TRUE(has(id));
+    const auto files = [&] {
+        return std::distance(std::filesystem::directory_iterator(at() + "/.git/objects/pack"), {});
+    };
+    const auto before = files();
+    EXPECT_OK(zRemoteDownloadPack(remote.get(), json(query_for({})).get(), &told));
+    EXPECT_EQ(files(), before) << "a pack of nothing is no file";
+}
+
+TEST_F(Downloads, BringCommitsWithoutTrees) {
+    std::vector<std::string> ids;
+    for (int n = 0; n < 3; ++n) ids.push_back(commit("a.txt", std::to_string(n), n));
+    const Oid head = oid(ids[2]);
+    ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 2, &told));
+    EXPECT_TRUE(has(ids[2]) && has(ids[1]) && !has(ids[0]));
+    EXPECT_FALSE(has(server("rev-parse HEAD^{tree}").substr(0, 40)));
+    ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
+    EXPECT_TRUE(has(ids[0]));
+    relay.play();
+    ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
+    EXPECT_EQ(relay.lines(), "GET /commits?head=" + ids[2] + "\nPOST /packs/diff\n");
+    EXPECT_EQ(relay.asked()[1].head.find("Content-Length: 0"), std::string::npos);
+    relay.give(answer(200, entries(R"({"id":"x"})")));
+    EXPECT_FALSE(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
+    EXPECT_EQ(zErrorCode(), -1);
+}
+
+// ---- Trees
+
+// An entry of a listing that tells a size of its own.
+std::string listed(const std::string &id, uint64_t size, const std::string &name,
+                   unsigned mode = 0100644, const std::string &path = "",
+                   const char *type = "blob") {
+    return R"({"id":")" + id + R"(","size":)" + std::to_string(size) + R"(,"type":")" + type +
+           R"(","mode":)" + std::to_string(mode) + R"(,"path":")" + path + R"(","name":")" + name +
+           "\"}";
+}
+
+struct Listings : Session {
+    void SetUp() override {
+        Session::SetUp();
+        commit("a.txt", "one");
+        tree = oid(server("rev-parse HEAD^{tree}"));
+        for (int n = 0; n < 9; ++n)
+            ids.push_back(store(service, "ann/plant", Z_OBJECT_BLOB, std::to_string(n)));
+    }
+    void play(const std::string &list) {
+        relay.play([list](const Asked &each, size_t) -> std::optional<std::string> {
+            if (!each.line.starts_with("GET /trees/")) return {};
+            return answer(200, entries(list));
+        });
+    }
+    bool fetch(Json **denied = nullptr, Json **readonly = nullptr) {
+        told.errors.clear();
+        return zRemoteDownloadTree(remote.get(), &tree, true, Z_OBJECT_ANY, denied, readonly,
+                                   &told);
+    }
+    Oid tree;
+    std::vector<std::string> ids;
+};
+
+constexpr uint64_t kMiB = 1u << 20;
+
+TEST_F(Listings, SendSmallObjectsInPacksAndLargeOnesAlone) {
+    const struct {
+        const char *what;
+        std::vector<uint64_t> sizes;
+        std::string requests; // p for a pack, a digit for an object alone
+    } cases[] = {
+        {"one pack", {1, 2, 3}, "p"},
+        {"at the limit", {2 * kMiB, 2 * kMiB + 1}, "1p"},
+        {"three large ones", {10 * kMiB, 10 * kMiB, 10 * kMiB}, "012"},
+        {"a last large one", {1, 1, 3 * kMiB}, "2p"},
+        {"a full pack",
+         {2 * kMiB, 2 * kMiB, 2 * kMiB, 2 * kMiB, 2 * kMiB, 2 * kMiB, 2 * kMiB, 2 * kMiB, 1},
+         "pp"},
+        {"none", {}, ""},
+    };
+    for (const auto &each : cases) {
+        std::filesystem::remove_all(at() + "/.git/objects");
+        std::filesystem::create_directories(at() + "/.git/objects/pack");
+        reopen();
+        std::string list;
+        for (size_t n = 0; n < each.sizes.size(); ++n)
+            list += (n ? "," : "") + listed(ids[n], each.sizes[n], std::to_string(n));
+        play(list);
+        ASSERT_OK(fetch()) << each.what;
+        std::string requests;
+        for (const Asked &asked : relay.asked()) {
+            if (asked.line == "POST /packs/diff") requests += 'p';
+            for (size_t n = 0; n < ids.size(); ++n)
+                if (asked.line == "GET /objects/" + ids[n]) requests += std::to_string(n);
+        }
+        EXPECT_EQ(requests, each.requests) << each.what;
+        for (size_t n = 0; n < each.sizes.size(); ++n) EXPECT_TRUE(has(ids[n])) << each.what;
+        play(list);
+        ASSERT_OK(fetch());
+        EXPECT_EQ(relay.asked().size(), 1u) << each.what << ": all is here";
+        EXPECT_EQ(told.actions.back(), "Fetching content: Please wait");
+    }
+}
+
+TEST_F(Listings, TellWhatMayNotBeReadOrWritten) {
+    play(listed(ids[0], 1, "secret", 0100044) + "," + listed(ids[1], 1, "fixed", 0100444) + "," +
+         listed(ids[2], 1, "open") + "," + listed(ids[3], 1, "other", 0100000) + "," +
+         listed(a, 0, "module", 0160000, "", "commit") + "," + listed(ids[2], 1, "again"));
+    Json *denied = nullptr, *readonly = nullptr;
+    ASSERT_OK(fetch(&denied, &readonly));
+    const zev::JsonGuard first(denied), second(readonly);
+    ASSERT_TRUE(denied && readonly);
+    EXPECT_EQ(zJsonArraySize(denied), 2u);
+    EXPECT_EQ(narrow(zJsonPathGetString(zJsonArrayAt(denied, 0), u"name")), "secret");
+    EXPECT_EQ(narrow(zJsonPathGetString(zJsonArrayAt(denied, 1), u"name")), "other");
+    EXPECT_EQ(zJsonArraySize(readonly), 1u);
+    EXPECT_EQ(relay.asked().back().line, "POST /packs/diff");
+    EXPECT_TRUE(has(ids[1]) && has(ids[2]));
+    EXPECT_FALSE(has(ids[0]) || has(ids[3])) << "nobody asks for what he may not read";
+    play(listed(ids[4], 1, "open"));
+    denied = readonly = nullptr;
+    ASSERT_OK(fetch(&denied, &readonly));
+    EXPECT_FALSE(denied || readonly);
+}
+
+TEST_F(Listings, AreReadWithCare) {
+    const std::string good = listed(ids[0], 1, "good") + ",";
+    const std::string bad[] = {
+        R"({"size":1})",
+        R"({"id":7,"size":1})",
+        "7",
+        listed("x", 1, "x"),
+        R"({"id":")" + a + R"(","size":-1})",
+        listed(a, 1, ".git"),
+        listed(a, 1, "..", 0100644, "a/"),
+        listed(a, 1, "x", 0100644, "/"),
+        listed(a, 1, "a/../../x"),
+        listed(a, 1, "a\\t"),
+    };
+    for (const std::string &entry : bad) {
+        play(good + entry);
+        Json *denied = nullptr;
+        EXPECT_FALSE(fetch(&denied)) << entry;
+        EXPECT_FALSE(has(ids[0])) << entry;
+        EXPECT_NE(told.only().find("folders could not be fetched"), std::string::npos)
+            << told.each();
+        EXPECT_EQ(zErrorCode(), -1) << entry;
+    }
+}
+
+// Directories in each other without end take the stack of whoever walks through them.
+TEST_F(Listings, ReachOnlySoDeep) {
+    std::string id = store(service, "ann/plant", Z_OBJECT_TREE, ""), list;
+    for (int depth = 0; depth < 300; ++depth) {
+        const Oid below = oid(id);
+        id = store(service, "ann/plant", Z_OBJECT_TREE,
+                   std::string("40000 d") + '\0' +
+                       std::string(reinterpret_cast<const char *>(below.id), 20));
+        list += (depth ? "," : "") + listed(id, 40, "d", 040000, "", "tree");
+    }
+    tree = oid(id);
+    play(list);
+    EXPECT_FALSE(fetch());
+    EXPECT_EQ(zErrorCode(), -1);
+}
+
+TEST_F(Downloads, BringWhatASpecSelects) {
+    commit("docs/a.txt", "a", 0);
+    commit("docs/deep/b.txt", "b", 1);
+    const std::string id = commit("c.txt", "c", 2);
+    const Oid head = oid(id);
+    const zev::Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(u"docs/deep", 0));
+    zPathSpecSetNotify(spec.get(), &told);
+    const auto blob = [&](const std::string &path) {
+        return server("rev-parse HEAD:" + path).substr(0, 40);
+    };
+    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_TREE, spec.get()));
+    EXPECT_TRUE(has(blob("docs")) && has(blob("docs/deep")) && !has(blob("docs/deep/b.txt")));
+    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_ANY, spec.get()));
+    EXPECT_TRUE(has(blob("docs/deep/b.txt")));
+    EXPECT_FALSE(has(blob("c.txt")) || has(blob("docs/a.txt")));
+    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_ANY, nullptr));
+    EXPECT_TRUE(has(blob("c.txt")) && has(blob("docs/a.txt")));
+    relay.play();
+    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_ANY, nullptr));
+    EXPECT_EQ(relay.asked().size(), 1u);
+
+    zPathSpecAdd(spec.get(), u"nothing");
+    ASSERT_OK(
+        zRemoteDownloadTree(remote.get(), &head, false, Z_OBJECT_BLOB, nullptr, nullptr, &told));
+    EXPECT_TRUE(relay.asked().back().line.ends_with("?otype=blob&recursive=0") ||
+                relay.asked().back().line.ends_with("?recursive=0&otype=blob"))
+        << relay.lines();
+    EXPECT_EQ(told.each(), "");
+}
+
+// ---- Revisions
+
+TEST_F(Downloads, BringRecordsOfHistory) {
+    std::vector<std::string> ids;
+    for (int n = 0; n < 3; ++n) ids.push_back(commit("f" + std::to_string(n), "x", n));
+    const Oid head = oid(ids[2]), first = oid(ids[0]);
+    const zev::Owned<Revdb, zRevdbFree> db(zRevdbOpen(copy.get()));
+    ASSERT_OK(zRemoteDownloadRevlist(remote.get(), &head, 2, &told));
+    EXPECT_TRUE(zRevdbExists(db.get(), &head));
+    EXPECT_FALSE(zRevdbExists(db.get(), &first));
+    ASSERT_OK(zRemoteDownloadRevision(remote.get(), &first, &told));
+    const zev::Owned<Revision, zRevisionFree> record(zRevdbLookup(db.get(), &first));
+    ASSERT_OK(record);
+    EXPECT_EQ(narrow(zRevisionMessage(record.get())).substr(0, 6), "put f0");
+    relay.play();
+    ASSERT_OK(zRemoteDownloadRevlist(remote.get(), &head, 0, &told));
+    EXPECT_EQ(relay.lines(), "GET /revisions?head=" + ids[2] + "&limit=0\n") << "all are known";
+    EXPECT_EQ(told.each(), "");
+}
+
+// Of a list the sound ones go in, each only under an id that was asked for.
+TEST_F(Downloads, LeaveBadRecordsOut) {
+    const std::string id = commit("f", "x");
+    const Oid head = oid(id);
+    const std::string good = service.get("/repos/ann/plant/revisions/" + id).body;
+    std::string foreign = good;
+    foreign.replace(foreign.find(id), 40, b);
+    const zev::Owned<Revdb, zRevdbFree> db(zRevdbOpen(copy.get()));
+    relay.give(answer(200, foreign));
+    EXPECT_FALSE(zRemoteDownloadRevision(remote.get(), &head, &told));
+    relay.play([&](const Asked &each, size_t) {
+        return answer(200, each.line.starts_with("GET") ? entries("\"" + id + "\"")
+                                                        : entries("{}," + foreign + ",7," + good));
+    });
+    told.errors.clear();
+    ASSERT_OK(zRemoteDownloadRevlist(remote.get(), &head, 0, &told));
+    EXPECT_EQ(told.errors.size(), 3u);
+    const Oid other = oid(b);
+    EXPECT_TRUE(zRevdbExists(db.get(), &head));
+    EXPECT_FALSE(zRevdbExists(db.get(), &other));
+    relay.give(answer(200, entries("7")));
+    EXPECT_FALSE(zRemoteDownloadRevlist(remote.get(), &head, 0, &told));
+}
+
+} // namespace

@@ -1,0 +1,403 @@
+// Uploads, and the push of a commit against a real server: what goes up, in which order, and what
+// is left when it breaks off anywhere.
+#include "drawn.hpp"
+
+#include "remote/push.hpp"
+
+#include <cstdlib>
+
+using namespace test;
+
+namespace {
+
+using BranchPtr = zev::Owned<Branch, zBranchFree>;
+using zev::Push;
+
+constexpr const zwchar *kTracking = u"refs/remotes/origin/master";
+
+struct Pushes : Session {
+    void SetUp() override {
+        Session::SetUp();
+        const BranchPtr head(zBranchHead(copy.get()));
+        upstream.reset(zBranchUpstream(head.get()));
+        ASSERT_OK(upstream);
+    }
+
+    // A commit on the tracking branch, as the replay of a local one is; no bytes for what goes.
+    using Files = std::vector<std::pair<std::string, std::optional<std::string>>>;
+    std::string replay(const Files &files) {
+        const auto base = guard(zTreeByref(copy.get(), kTracking), zTreeFree);
+        const auto builder = guard(zTreeBuilderNew(copy.get(), base.get()), zTreeBuilderFree);
+        for (const auto &[path, bytes] : files) {
+            if (!bytes) {
+                EXPECT_OK(zTreeBuilderRemove(builder.get(), wide(path).c_str()));
+                continue;
+            }
+            const auto odb = guard(zOdbOpen(copy.get()), zOdbFree);
+            Oid id;
+            EXPECT_OK(
+                zOdbWrite(&id, odb.get(), Z_OBJECT_BLOB, bytes->size(), stream_of(*bytes).get()));
+            EXPECT_OK(zTreeBuilderInsert(builder.get(), wide(path).c_str(), &id));
+        }
+        const auto tree = guard(zTreeBuilderWrite(builder.get(), copy.get()), zTreeFree);
+        const auto made =
+            guard(zCommitCreate(kTracking, u"Ann", u"said here", tree.get()), zCommitFree);
+        EXPECT_OK(made);
+        return made ? text_of(zCommitId(made.get())) : "";
+    }
+    bool send(const Files &files) {
+        local = replay(files);
+        relay.play();
+        return send();
+    }
+    bool send() {
+        told.errors.clear();
+        told.actions.clear();
+        push = Push{remote.get(), upstream.get(), u"Ann", u"said so", &told};
+        return zev::push_commit(push);
+    }
+    std::string tracking() const {
+        return git("rev-parse -q --verify refs/remotes/origin/master").substr(0, 40);
+    }
+    std::string head() { return server("rev-parse -q --verify HEAD").substr(0, 40); }
+    // The copy knows what the server has, as after an update.
+    void catch_up() {
+        git("update-ref -d refs/remotes/origin/master");
+        relay.play();
+        EXPECT_OK(zRemoteDownloadRefs(remote.get(), nullptr));
+        if (tracking().empty()) return;
+        const Oid id = oid(tracking());
+        EXPECT_OK(zRemoteDownloadMatches(remote.get(), &id, Z_OBJECT_ANY, nullptr));
+    }
+    // The lines without ids.
+    std::string steps() const {
+        std::string all;
+        for (const Asked &each : relay.asked())
+            all += (each.line.starts_with("POST") ? each.line
+                                                  : each.line.substr(0, each.line.rfind('/') + 1)) +
+                   "\n";
+        return all;
+    }
+    void expect_same() {
+        EXPECT_EQ(tracking(), head());
+        EXPECT_EQ(git("rev-parse origin/master^{tree}"), git("rev-parse " + local + "^{tree}"));
+        EXPECT_EQ(server("log -1 --format=%an:%B").substr(0, 11), "Ann:said so");
+        int status = 1;
+        const std::string found = service.git("ann/plant", "fsck --strict --full 2>&1", &status);
+        EXPECT_EQ(status, 0) << found;
+    }
+
+    BranchPtr upstream;
+    Push push{};
+    std::string local; // the commit that was replayed
+};
+
+// ---- Uploads
+
+TEST_F(Pushes, SendObjectsByTheirIds) {
+    const std::string id = store(service, "ann/plant", Z_OBJECT_BLOB, "one");
+    const Oid wanted = oid(id);
+    EXPECT_FALSE(zRemoteUploadObject(remote.get(), &wanted, &told));
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(relay.asked().size(), 0u);
+
+    local = replay({{"a", "xyz"}, {"b", "b"}});
+    const Oid blob = oid(git("rev-parse " + local + ":a"));
+    ASSERT_OK(zRemoteUploadObject(remote.get(), &blob, &told));
+    EXPECT_EQ(server("cat-file blob " + text_of(&blob)), "xyz");
+    const std::string other = git("rev-parse " + local + ":b").substr(0, 40);
+    const zev::JsonGuard ids(
+        zJsonReadTextual(wide("[\"" + other + "\",\"" + local + "\"]").c_str()));
+    ASSERT_OK(zRemoteUploadPack(remote.get(), ids.get(), &told));
+    EXPECT_EQ(server("cat-file blob " + other), "b");
+    for (const char *bad : {"[7]", "[\"x\"]", "[\"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\"]"}) {
+        relay.play();
+        EXPECT_FALSE(zRemoteUploadPack(
+            remote.get(), zev::JsonGuard(zJsonReadTextual(wide(bad).c_str())).get(), &told))
+            << bad;
+        EXPECT_EQ(relay.asked().size(), 0u) << bad;
+    }
+    relay.give(answer(403, "{}"));
+    EXPECT_FALSE(zRemoteUploadObject(remote.get(), &blob, &told));
+    EXPECT_EQ(zErrorCode(), 403);
+    EXPECT_EQ(told.each(), "") << "the caller tells";
+}
+
+// ---- Files
+
+TEST_F(Pushes, TellTheServerWhatChanged) {
+    ASSERT_OK(send({{"a.txt", "one"}, {"docs/b.txt", "two"}, {"docs/a.DWX", "no drawing"}}));
+    EXPECT_EQ(steps(),
+              "POST /objects/diff\nPOST /packs\nPOST /trees\nPOST /commits\nGET /objects/\n");
+    EXPECT_FALSE(relay.asked()[2].body.empty());
+    expect_same();
+    EXPECT_EQ(server("rev-list --count HEAD"), "1\n");
+
+    ASSERT_OK(send({{"a.txt", "more"}, {"docs/b.txt", {}}}));
+    expect_same();
+    EXPECT_EQ(server("rev-list --count HEAD"), "2\n");
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD"), "a.txt\ndocs/a.DWX\n");
+
+    ASSERT_OK(send({{"a.txt", {}}}));
+    EXPECT_EQ(steps(), "POST /objects/diff\nPOST /trees\nPOST /commits\nGET /objects/\n");
+    expect_same();
+
+    ASSERT_OK(send({{"again.txt", "one"}}));
+    EXPECT_EQ(steps(), "POST /objects/diff\nPOST /trees\nPOST /commits\nGET /objects/\n")
+        << "the server has it";
+    expect_same();
+
+    ASSERT_OK(
+        send({{"large", std::string(2'097'153, 'l')}, {"limit", std::string(2'097'152, 'm')}}));
+    EXPECT_EQ(steps(), "POST /objects/diff\nPUT /objects/\nPOST /packs\nPOST /trees\nPOST "
+                       "/commits\nGET /objects/\n");
+    expect_same();
+    EXPECT_EQ(told.each(), "");
+}
+
+TEST_F(Pushes, ObeyTheServersAnswers) {
+    local = replay({{"a", "a"}, {"b", "b"}, {"c", "c"}});
+    const auto blob = [&](const char *path) {
+        return git("rev-parse " + local + ":" + path).substr(0, 40);
+    };
+    const auto lacks = [&](const std::string &list) {
+        relay.play([list](const Asked &each, size_t) -> std::optional<std::string> {
+            if (each.line != "POST /objects/diff") return {};
+            return answer(200, R"({"data":{"entries":)" + list + "}}");
+        });
+    };
+    lacks("[\"" + std::string(40, 'a') + "\"]");
+    EXPECT_FALSE(send()) << "never offered";
+    EXPECT_EQ(told.only(), "Your changes could not be sent to the server");
+    lacks("[7]");
+    EXPECT_FALSE(send());
+    relay.give(answer(200, R"({"data":{}})"));
+    EXPECT_FALSE(send());
+    EXPECT_EQ(tracking(), local);
+    lacks("[\"" + blob("c") + "\",\"" + blob("a") + "\",\"" + blob("c") + "\",\"" + blob("b") +
+          "\"]");
+    ASSERT_OK(send());
+    expect_same();
+}
+
+TEST_F(Pushes, TellEachPathThatIsRefused) {
+    local = replay({{"docs/a", "a"}});
+    relay.play([](const Asked &each, size_t) -> std::optional<std::string> {
+        if (each.line != "POST /trees") return {};
+        return answer(401, R"({"error":[{"path":"docs"},{"path":"100%s"},7]})");
+    });
+    EXPECT_FALSE(send());
+    EXPECT_EQ(told.each(), "");
+    EXPECT_EQ(told.actions, (std::vector<std::string>{"No permission: docs", "No permission: 100%s",
+                                                      "No permission: "}));
+    EXPECT_EQ(tracking(), local);
+}
+
+// Somebody else was first.
+TEST_F(Pushes, LoseAgainstAnotherCommit) {
+    ASSERT_OK(send({{"a", "a"}}));
+    commit("other", "x");
+    const std::string before = head();
+    EXPECT_FALSE(send({{"a", "mine"}}));
+    EXPECT_NE(told.only().find("409: The server has newer changes"), std::string::npos)
+        << told.each();
+    EXPECT_EQ(head(), before);
+    EXPECT_EQ(tracking(), local) << "the commit's transaction takes it back";
+}
+
+// ---- Drawings
+
+struct Drawings : Pushes {
+    void SetUp() override {
+        Pushes::SetUp();
+        table.reset(zTableRand(copy.get()));
+        id = *zTableId(table.get());
+        file = at() + "/plan/d.dwx";
+    }
+    Sheet sheet(const std::vector<std::pair<uint64_t, std::string>> &objects) {
+        if (!table) table.reset(zTableByid(copy.get(), &id));
+        const Sheet made = draw(table.get(), file, objects);
+        table.reset();
+        return made;
+    }
+    // The next step of the table, as after a commit.
+    void raise() {
+        const TablePtr open(zTableByid(copy.get(), &id));
+        zTableTagIncrement(open.get());
+    }
+    TablePtr table;
+    Oid id;
+    std::string file;
+};
+
+TEST_F(Drawings, SendWhatTheServerLacks) {
+    const Sheet first = sheet({{10, "ten"}, {20, "twenty"}});
+    write(file, "not what was committed");
+    ASSERT_OK(send({{"plan/d.dwx", first.bytes}, {"a", "a"}}));
+    EXPECT_EQ(steps(), "POST /objects/diff\nPOST /packs\nPUT /tables/\nPUT /objects/\nPOST /trees\n"
+                       "POST /commits\nGET /objects/\n");
+    expect_same();
+    EXPECT_EQ(count_rows(served(service, id).get()), 5u) << "two objects, header, path, tag";
+    EXPECT_GE(zTableTagGet(TablePtr(zTableByid(copy.get(), &id)).get()), 2u) << "the server's";
+
+    // One object changed: its key is new, the other one is not sent again.
+    DrawingPtr drawing(zDrawingNew(nullptr, nullptr));
+    write(file, first.bytes);
+    drawing.reset(zDrawingRead(wide(file).c_str()));
+    table.reset(zTableByid(copy.get(), &id));
+    const uint64_t tag = zTableTagGet(table.get());
+    zDrawingObjectModify(drawing.get(), 1, table.get(), 20);
+    put(table.get(), {tag, 20}, "twenty-one");
+    put(table.get(), {tag, 99}, "nobody's");
+    table.reset();
+    ASSERT_OK(zDrawingWrite(drawing.get(), wide(file).c_str()));
+    ASSERT_OK(send({{"plan/d.dwx", read(file)}}));
+    expect_same();
+    {
+        const TablePtr there = served(service, id);
+        EXPECT_EQ(count_rows(there.get()), 6u);
+        EXPECT_EQ(get(there.get(), {tag, 20}), "twenty-one");
+        EXPECT_EQ(get(there.get(), {tag, 99}), "(none)");
+    }
+
+    // Bound to another table: all of that goes. And what is gone takes no rows away.
+    id = *zTableId(TablePtr(zTableRand(copy.get())).get());
+    const Sheet other = sheet({{30, "thirty"}});
+    ASSERT_OK(send({{"plan/d.dwx", other.bytes}}));
+    EXPECT_EQ(count_rows(served(service, id).get()), 4u);
+    ASSERT_OK(send({{"plan/d.dwx", {}}}));
+    EXPECT_EQ(steps(), "POST /objects/diff\nPOST /trees\nPOST /commits\nGET /objects/\n");
+    EXPECT_EQ(count_rows(served(service, id).get()), 4u);
+    EXPECT_EQ(told.each(), "");
+}
+
+TEST_F(Drawings, SendRowsByParts) {
+    std::vector<std::pair<uint64_t, std::string>> objects;
+    for (uint64_t n = 0; n < 5; ++n) {
+        std::string noise(1u << 20, '\0');
+        for (char &byte : noise) byte = static_cast<char>(rand());
+        objects.emplace_back(n + 1, noise);
+    }
+    ASSERT_OK(send({{"plan/d.dwx", sheet(objects).bytes}}));
+    size_t parts = 0;
+    for (const Asked &each : relay.asked()) parts += each.line.starts_with("PUT /tables/");
+    EXPECT_EQ(parts, 3u);
+    const TablePtr there = served(service, id);
+    EXPECT_EQ(count_rows(there.get()), 8u);
+    EXPECT_EQ(zTableTagGet(there.get()), zTableTagGet(TablePtr(zTableByid(copy.get(), &id)).get()))
+        << "the tag of the last answer";
+    expect_same();
+}
+
+// A server that gives a lower tag, or none, doesn't take ours back.
+TEST_F(Drawings, KeepTheHigherTag) {
+    const Sheet made = sheet({{10, "ten"}});
+    for (int n = 0; n < 8; ++n) raise();
+    local = replay({{"plan/d.dwx", made.bytes}});
+    for (const char *body :
+         {R"({"data":{"tag":2}})", R"({"data":{"tag":-1}})", R"({"data":{}})", "no JSON", ""}) {
+        relay.play([&](const Asked &each, size_t) -> std::optional<std::string> {
+            if (each.line.starts_with("PUT /tables/")) return answer(201, body);
+            return each.line == "POST /trees" ? std::optional<std::string>(answer(500, "{}"))
+                                              : std::nullopt;
+        });
+        EXPECT_FALSE(send()) << body;
+        EXPECT_EQ(zTableTagGet(TablePtr(zTableByid(copy.get(), &id)).get()), 9u) << body;
+        std::filesystem::remove_all(service.at("ann/plant") + "/objects");
+        std::filesystem::create_directories(service.at("ann/plant") + "/objects/pack");
+    }
+    relay.play();
+    ASSERT_OK(send());
+}
+
+TEST_F(Drawings, ThatLackTheirTableStay) {
+    const Sheet made = sheet({{10, "ten"}});
+    std::filesystem::remove_all(at() + "/.git/tables");
+    EXPECT_FALSE(send({{"plan/d.dwx", made.bytes}}));
+    EXPECT_EQ(told.only(), "The drawings could not be sent to the server");
+    EXPECT_EQ(steps(), "POST /objects/diff\n");
+    EXPECT_FALSE(std::filesystem::exists(at() + "/.git/tables")) << "and none is made of nothing";
+    EXPECT_FALSE(push.canceled);
+}
+
+// Each request in turn is answered badly, in each way. The branch stays, the failure is told once,
+// and a push afterwards has all of it on the server.
+TEST_F(Drawings, OutliveEachBrokenRequest) {
+    const std::string cut = answer(200, std::string(100, ' '));
+    const struct {
+        const char *what;
+        std::string answer;
+    } modes[] = {
+        {"dead", ""},
+        {"silent", Relay::kSilence},
+        {"garbage", "nonsense\r\n\r\n"},
+        {"cut in the head", cut.substr(0, 30)},
+        {"cut in the body", cut.substr(0, cut.size() - 50)},
+        {"fails", answer(500, R"({"error":{"code":500,"message":"no"}})")},
+        {"refused", answer(401, R"({"error":{"code":401,"message":"no"}})")},
+        {"conflict", answer(409, "{}")},
+        {"makes no sense", answer(200, "[1]")},
+    };
+    constexpr size_t kRequests = 8;
+    ASSERT_OK(send({{"a", "a"}}));
+    int round = 0;
+    for (const auto &mode : modes) {
+        const bool waits = mode.answer == Relay::kSilence;
+        remote.reset(zRemoteOpen(copy.get()));
+        if (waits) zRemoteSetTimeout(remote.get(), 1000);
+        for (size_t n = 0; n < kRequests; n += waits ? 3 : 1) {
+            const std::string change = std::to_string(++round);
+            const Sheet made = sheet({{10, change}, {20 + uint64_t(round), change}});
+            local = replay({{"a", change},
+                            {"l", std::string(2'097'160, 'l') + change},
+                            {"d" + change + ".dwx", made.bytes}});
+            relay.play([&](const Asked &, size_t at) {
+                return at < n ? std::nullopt : std::optional<std::string>(mode.answer);
+            });
+            EXPECT_FALSE(send()) << mode.what << " " << n;
+            EXPECT_EQ(told.errors.size(), 1u) << mode.what << " " << n << ": " << told.each();
+            EXPECT_FALSE(push.canceled) << mode.what << " " << n;
+            EXPECT_EQ(tracking(), local) << mode.what << " " << n;
+            relay.play();
+            if (!send()) { // the server has the commit, the copy did not hear of it
+                EXPECT_NE(told.only().find("409"), std::string::npos)
+                    << mode.what << n << told.each();
+                catch_up();
+            }
+            EXPECT_EQ(git("rev-parse origin/master^{tree}"), git("rev-parse " + local + "^{tree}"))
+                << mode.what << n;
+            EXPECT_EQ(tracking(), head()) << mode.what << " " << n;
+            raise();
+        }
+    }
+    expect_same();
+    EXPECT_EQ(git("fsck --strict --connectivity-only origin/master").find("missing"),
+              std::string::npos);
+}
+
+// A break of the user's, at whichever moment he is asked, is told by nobody.
+TEST_F(Drawings, AreBrokenOffInSilence) {
+    ASSERT_OK(send({{"a", "a"}}));
+    int round = 0, asks = 0;
+    for (bool done = false; !done; asks += 1 + asks / 6) {
+        const std::string change = std::to_string(++round);
+        const Sheet made = sheet({{10, change}});
+        local = replay({{"a", change},
+                        {"l", std::string(2'097'160, 'l') + change},
+                        {"d" + change + ".dwx", made.bytes}});
+        told.asks_left = asks;
+        done = send();
+        EXPECT_EQ(told.each(), "") << asks;
+        if (done) break;
+        EXPECT_TRUE(push.canceled) << asks;
+        EXPECT_EQ(zErrorClass(), 6) << asks;
+        EXPECT_EQ(tracking(), local) << asks;
+        told.asks_left = -1;
+        catch_up();
+        raise();
+    }
+    EXPECT_GT(round, 5);
+    expect_same();
+}
+
+} // namespace

@@ -1,0 +1,157 @@
+// Sessions: the remote of a working copy, its one request, and which repository the server's is.
+#include "remote_fixture.hpp"
+
+#include "zev/authdb.h"
+#include "zev/login.h"
+
+using namespace test;
+
+namespace {
+
+using Sessions = Session;
+
+TEST_F(Sessions, AreOfCopiesWithAServer) {
+    EXPECT_EQ(narrow(zRemoteName(remote.get())), "origin");
+    EXPECT_EQ(narrow(zRemoteUrl(remote.get())), relay.url());
+    EXPECT_FALSE(zRemoteSetup(copy.get(), u"http://other"));
+    EXPECT_EQ(zErrorClass(), 4);
+    EXPECT_OK(RemotePtr(zRemoteOpen(copy.get())));
+    const RepositoryPtr lone(zRepositoryInit((dir / u"lone").c_str(), false));
+    EXPECT_FALSE(zRemoteOpen(lone.get()));
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_FALSE(zRemoteUsrbrk(remote.get()));
+    EXPECT_EQ(zErrorClass(), 2) << "there was no request yet";
+}
+
+// What one step put into the request is gone for the next one, but for the account.
+TEST_F(Sessions, HaveOneRequest) {
+    zLoginInfoClear();
+    HttpRequest *request = zRemoteConnect(remote.get(), nullptr);
+    ASSERT_OK(request);
+    EXPECT_FALSE(zHttpRequestUser(request));
+    zHttpRequestSetMethod(request, Z_HTTP_PUT);
+    zHttpRequestSetOctet(request, zMemStream(0, 0));
+    zHttpRequestSetQuery(request, u"k", u"v");
+    zLoginInfoSet(u"Ann", u"", u"code");
+    zRemoteSetTimeout(remote.get(), 500);
+    ASSERT_EQ(zRemoteConnect(remote.get(), &told), request);
+    EXPECT_EQ(zHttpRequestMethod(request), uint32_t{Z_HTTP_GET});
+    EXPECT_FALSE(zHttpRequestBody(request));
+    EXPECT_FALSE(zHttpRequestQuery(request, u"k"));
+    EXPECT_EQ(narrow(zHttpRequestUser(request)), "ann");
+    EXPECT_EQ(narrow(zHttpRequestPassword(request)), "code");
+    EXPECT_EQ(zHttpRequestTimeout(request), 500u);
+    EXPECT_EQ(zHttpRequestNotify(request), &told);
+    EXPECT_TRUE(zHttpRequestKeepAlive(request));
+    zLoginInfoClear();
+    ASSERT_OK(zRemoteDisconnect(remote.get()));
+    request = zRemoteConnect(remote.get(), nullptr);
+    EXPECT_FALSE(zHttpRequestUser(request));
+}
+
+TEST_F(Sessions, BindACopyToOneRepository) {
+    const std::string id =
+        narrow(zStrfromutf8(service.get("/repos/ann/plant").text("data.id").c_str()));
+    ASSERT_OK(zRemoteVerifyRepo(remote.get(), &told));
+    EXPECT_EQ(text_of(zRepositoryId(copy.get(), false)), id);
+    EXPECT_OK(zRemoteVerifyRepo(remote.get(), &told));
+
+    const std::string other(40, 'b'), zero(40, '0');
+    const struct {
+        std::string body, error;
+    } cases[] = {
+        {R"({"data":{"id":")" + other + R"("}})",
+         "The project on the server is not the one of this working copy"},
+        {R"({"data":{"id":")" + zero + R"("}})", "sent wrong data"},
+        {R"({"data":{"id":")" + other.substr(1) + R"("}})", "sent wrong data"},
+        {R"({"data":{"id":7}})", "sent wrong data"},
+        {R"({"data":7})", "sent wrong data"},
+        {R"([])", "sent wrong data"},
+        {"nothing", "sent wrong data"},
+        {"", "sent wrong data"},
+    };
+    for (const auto &[body, error] : cases) {
+        relay.give(answer(200, body));
+        told.errors.clear();
+        EXPECT_FALSE(zRemoteVerifyRepo(remote.get(), &told)) << body;
+        EXPECT_NE(told.only().find(error), std::string::npos) << body << ": " << told.each();
+        EXPECT_EQ(zErrorClass(), 15) << body;
+        EXPECT_EQ(text_of(zRepositoryId(copy.get(), false)), id) << body;
+    }
+}
+
+// Each failure is told once, a break of the user's not at all.
+TEST_F(Sessions, TellWhatWentWrong) {
+    const std::string whole =
+        answer(200, R"({"data":{"id":"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"}})");
+    const struct {
+        const char *what;
+        std::string answer;
+        int32_t code;
+        const char *error;
+    } cases[] = {
+        {"dead", "", 503, "not available"},
+        {"no HTTP", "nonsense\r\n\r\n", 503, "not available"},
+        {"silent", Relay::kSilence, 503, "not available"},
+        {"cut in the head", whole.substr(0, 30), 503, "not available"},
+        {"cut in the body", whole.substr(0, whole.size() - 5), 503, "not available"},
+        {"fails", answer(500, R"({"error":{"code":500,"message":"No room left"}})"), 500,
+         "500: No room left"},
+        {"refuses", answer(401, "<html>", "text/html"), 401, "log in"},
+        {"moved", answer(302, ""), 302, "Found elsewhere"},
+    };
+    zRemoteSetTimeout(remote.get(), 300);
+    for (const auto &each : cases) {
+        relay.give(each.answer);
+        told.errors.clear();
+        zRemoteDisconnect(remote.get());
+        EXPECT_FALSE(zRemoteVerifyRepo(remote.get(), &told)) << each.what;
+        EXPECT_EQ(zErrorClass(), 15) << each.what;
+        EXPECT_EQ(zErrorCode(), each.code) << each.what;
+        EXPECT_NE(told.only().find(each.error), std::string::npos)
+            << each.what << ": " << told.each();
+        EXPECT_FALSE(zRemoteUsrbrk(remote.get())) << each.what;
+        EXPECT_TRUE(zOidIsZero(zRepositoryId(copy.get(), false))) << each.what;
+    }
+    relay.play();
+    told.errors.clear();
+    told.asks_left = 1;
+    EXPECT_FALSE(zRemoteVerifyRepo(remote.get(), &told));
+    EXPECT_EQ(zErrorClass(), 6);
+    EXPECT_TRUE(zRemoteUsrbrk(remote.get()));
+    EXPECT_EQ(told.each(), "");
+    EXPECT_OK(zRemoteVerifyRepo(remote.get(), &told)) << "and the next one works";
+}
+
+// What the server says of paths stays in the copy, and cuts trees down to what their reader may
+// read.
+TEST_F(Sessions, BringTheRulesOfPaths) {
+    using AuthdbPtr = zev::Owned<Authdb, zAuthdbFree>;
+    const auto left = [&](Authdb *authdb, PathSpec *spec) {
+        const auto builder = guard(zTreeBuilderNew(copy.get(), nullptr), zTreeBuilderFree);
+        const Oid id = oid(std::string(40, 'a'));
+        for (const char16_t *path : {u"docs/a", u"secret/b", u"secret/.gitkeep", u"c"})
+            EXPECT_OK(zTreeBuilderInsert(builder.get(), path, &id));
+        EXPECT_OK(zTreeBuilderFilter(builder.get(), authdb, spec));
+        return zTreeBuilderEntryCount(builder.get());
+    };
+    EXPECT_EQ(left(nullptr, nullptr), 4u);
+    EXPECT_EQ(left(AuthdbPtr(zAuthdbOpen(copy.get())).get(), nullptr), 4u) << "there are no rules";
+
+    relay.give(answer(500, "{}"));
+    EXPECT_FALSE(zRemoteUpdateAuth(remote.get(), &told));
+    EXPECT_EQ(told.errors.size(), 1u);
+    relay.give(answer(200, R"({"data":{"status":100,"result":{
+        "header":{"user":"ann","sid1":"a","sid2":"b"},"settings":{"changed":true,"default":0,
+        "entries":[{"setting":{"path":"docs","privilege":16}}]}}}})"));
+    ASSERT_OK(zRemoteUpdateAuth(remote.get(), &told));
+    EXPECT_EQ(relay.lines(), "POST /rms\n");
+    const AuthdbPtr authdb(zAuthdbOpen(copy.get()));
+    EXPECT_EQ(left(authdb.get(), nullptr), 2u) << "docs/a, and the keep-file";
+    const zev::Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(u"secret", Z_SPEC_MUST_MATCH));
+    EXPECT_EQ(left(authdb.get(), spec.get()), 3u);
+    const zev::Owned<PathSpec, zPathSpecFree> none(zPathSpecNew(u"none", Z_SPEC_MUST_MATCH));
+    EXPECT_EQ(left(authdb.get(), none.get()), 4u);
+}
+
+} // namespace
