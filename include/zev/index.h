@@ -162,5 +162,10 @@ ZEV_API Commit *zIndexCommitWith(Index *index, PathSpec *spec, const zwchar *ref
 // is added as it is. Directories of other repositories get none, nor those that are ignored.
 ZEV_API bool zIndexFixupGitkeep(Index *index, const zwchar *path);
 
+// Gives the files of entries that a spec (null for all) selects their write bits, or takes them
+// away, by the rules of the copy's user (zev/authdb.h); nothing happens where these can't be read,
+// nor without any. What fails at one file is raised, and the others go on.
+ZEV_API bool zIndexFixupFilemode(Index *index, PathSpec *spec);
+
 ZEV_END
 #endif

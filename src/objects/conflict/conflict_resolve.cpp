@@ -393,6 +393,7 @@ bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
     notify_start(notify, u"action.sResolveConflicts");
     try {
         resolve_nodes(index, nodes, [&](auto &node, bool done) { report.node(node, done); });
+        zIndexFixupFilemode(index, nullptr);
     } catch (...) {
         return fail_thrown(), notify_abort(notify), false;
     }

@@ -421,7 +421,10 @@ bool zIndexRevert(Index *index, PathSpec *spec) try {
     try {
         Revert revert(index, notify);
         if (!revert.find(spec)) return notify_done(notify), false;
-        if (!run(revert)) return notify_cancel(notify), true;
+        const bool done = run(revert);
+        const KeptFailure kept; // of a break
+        zIndexFixupFilemode(index, spec);
+        if (!done) return notify_cancel(notify), true;
     } catch (...) {
         return fail_thrown(), notify_abort(notify), false;
     }
