@@ -87,6 +87,8 @@ bool Checkout::prepare(const CheckSpec *spec) {
     const zwchar *name = zCheckSpecBranch(spec_.get());
     branch_.reset(zBranchLookup(repository_, name ? name : u"HEAD"));
     if (!branch_) return tell(u"odb.eUnableToOpenHeadRef");
+    rules_.reset(zAuthdbOpen(repository_));
+    if (!rules_) return tell(u"sys.eFailedToOpenFile_s", zAuthdbName());
     return take_locks() && find_target() && enter(State::prepared);
 }
 
@@ -129,9 +131,35 @@ bool Checkout::make_states() {
         return tell(u"odb.eUnableToOpenIndex");
     target_tree_.reset(zTreePeel(target_.get()));
     if (!target_tree_) return tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
+    if (!drop_unreadable()) return tell(u"odb.eFailedToBuildTree");
     stager_.emplace(index_.get(), notify_);
     writer_.emplace(index_.get());
     return enter(State::ready);
+}
+
+// What the user may not read is not in the target for him, and comes neither into the work
+// directory nor into the commit.
+bool Checkout::drop_unreadable() {
+    if (zAuthdbIsEmpty(rules_.get())) return true;
+    const Owned<Vector, zPathListFree> paths(
+        zTreeMatch(target_tree_.get(), zCheckSpecPaths(spec_.get())));
+    if (!paths) return false;
+    std::vector<std::string> hidden;
+    for (uint64_t i = 0; i < zPathListLength(paths.get()); ++i)
+        if (const zwchar *path = zPathListEntry(paths.get(), i);
+            !zAuthdbEntryReadable(rules_.get(), path))
+            hidden.push_back(to_utf8(path));
+    if (hidden.empty()) return true;
+    std::vector<git_tree_update> updates;
+    for (const std::string &path : hidden)
+        updates.push_back({GIT_TREE_UPDATE_REMOVE, {}, {}, path.c_str()});
+    git_oid id;
+    const StrictOff partial;
+    const int code = git_tree_create_updated(
+        &id, repository_->handle.get(), target_tree_->handle.get(), updates.size(), updates.data());
+    if (code < 0) return fail_git(code);
+    target_tree_.reset(zTreeByid(repository_, git::oid(&id)));
+    return target_tree_ != nullptr;
 }
 
 // ---- Walking
@@ -180,7 +208,11 @@ void Checkout::note(CheckoutStep &step, Outcome outcome) {
 // Where a break came before anything was done, no commit tells of it.
 bool Checkout::finish() {
     check_state(State::walked);
-    if (steps_.empty() || (canceled_ && !changed_)) return forget(), enter(State::finished);
+    if (steps_.empty() || (canceled_ && !changed_)) {
+        forget();
+        save_modes();
+        return enter(State::finished);
+    }
     const TreePtr tree = build_tree();
     if (!tree) return tell(u"odb.eFailedToBuildTree");
     return commit(tree.get()) && enter(State::finished);
@@ -236,10 +268,11 @@ bool Checkout::commit(Tree *tree) {
     bool saved = true;
     const auto save = [&] {
         if (!base_stands() || !index_stands(index_.get())) return false;
+        fit_modes();
         writer_->settle();
         return saved = index_write_synced(index_.get());
     };
-    const auto expire = [&] { expire_locks(transaction_.get()); };
+    const auto expire = [&] { expire_locks(held_ ? held_ : transaction_.get()); };
     const CommitPtr made(commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(),
                                        tree, save, {}, expire));
     if (made) index_committed(index_.get(), zCommitId(made.get()));
@@ -254,8 +287,18 @@ void Checkout::roll_back() {
     const bool written = index_ && index_->written;
     const bool undone = !written || roll_back_index(transaction_.get());
     if (!undone) log_raised(kWarning);
+    if (index_) fit_modes();
     forget();
     enter(State::rolled_back);
+}
+
+// Rights may change where no file does. The index that doesn't have the new times is none the
+// worse.
+void Checkout::save_modes() {
+    const KeptFailure kept;
+    fit_modes();
+    if (!index_->dirty) return;
+    if (!index_stands(index_.get()) || !index_write(index_.get())) forget();
 }
 
 // libgit2 has one index for a repository: what was staged and isn't in its file must not show in
@@ -264,12 +307,8 @@ void Checkout::forget() {
     if (index_ && (index_->dirty || index_->written)) zIndexRead(index_.get(), true);
 }
 
-} // namespace zev
-
-bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
-    if (!repository) return fail_args();
-    const Notify *notify = spec ? zCheckSpecNotify(spec) : nullptr;
-    Checkout checkout(repository, notify);
+bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled) try {
+    Checkout checkout(repository, spec ? zCheckSpecNotify(spec) : nullptr, held);
     bool done = false;
     try {
         done = checkout.prepare(spec) && checkout.make_states() && checkout.compare() &&
@@ -277,8 +316,20 @@ bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
     } catch (...) {
         done = fail_thrown();
     }
-    if (checkout.is_canceled()) notify_cancel(notify);
+    *canceled = checkout.is_canceled();
     if (!done) checkout.roll_back();
+    return done;
+} catch (...) {
+    return fail_thrown();
+}
+
+} // namespace zev
+
+bool zRepositoryCheckout(Repository *repository, CheckSpec *spec) try {
+    if (!repository) return fail_args();
+    bool canceled = false;
+    const bool done = check_out(repository, spec, nullptr, &canceled);
+    if (canceled) notify_cancel(spec ? zCheckSpecNotify(spec) : nullptr);
     return done;
 } catch (...) {
     return fail_thrown();

@@ -4,6 +4,7 @@
 #include "objects/operations/checkspec.hpp"
 #include "objects/store/object.hpp"
 #include "objects/trash/trash.hpp"
+#include "objects/work/file_mode.hpp"
 #include "objects/work/index.hpp"
 #include "objects/work/transaction.hpp"
 #include "objects/work/work_writer.hpp"
@@ -22,6 +23,11 @@
 #include <vector>
 
 namespace zev {
+
+// zRepositoryCheckout as a part of an operation that tells its own end: of a break it says so, and
+// tells nobody. `held` has the caller's locks, whose copies expire with the branch's move; null
+// where the caller has more to do that it would go back from.
+bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled);
 
 // What stands at a path, a link for itself.
 enum class FileState { denied, failed, missing, directory, file, other };
@@ -46,8 +52,8 @@ struct CheckoutStep {
 
 class Checkout {
   public:
-    Checkout(Repository *repository, const Notify *notify)
-        : repository_(repository), notify_(notify) {}
+    Checkout(Repository *repository, const Notify *notify, Transaction *held)
+        : repository_(repository), notify_(notify), held_(held) {}
 
     // In this order. False ends it; what failed was told.
     bool prepare(const CheckSpec *spec);
@@ -71,6 +77,7 @@ class Checkout {
     bool take_locks();
     bool find_target();
     bool resolve_base();
+    bool drop_unreadable();
     void sort_steps();
     void add_local_steps();
     bool is_in_base(const char *path) const;
@@ -120,11 +127,15 @@ class Checkout {
     std::u16string name_of_target() const;
     bool base_stands() const;
     bool commit(Tree *tree);
+    void fit_modes() { zev::fit_modes(index_.get(), zCheckSpecPaths(spec_.get()), rules_.get()); }
+    void save_modes();
     void forget(); // what was staged
 
     Repository *repository_;
     const Notify *notify_;
+    Transaction *held_; // the caller's, may be null
     CheckSpecPtr spec_;
+    AuthdbPtr rules_; // of the user
     TransactionPtr transaction_;
     Owned<Branch, zBranchFree> branch_;
     Owned<Object, zObjectFree> target_;
