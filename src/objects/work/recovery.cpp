@@ -4,6 +4,9 @@
 // and commits on top. So they are only followed
 //   - when the index has one: a copy of a branch alone is left by a process that was done;
 //   - for a branch that stands where it was, or one automatic merge, by "remote", further;
+//   - for a tracking reference wherever it stands, and with a copy of one for a branch that is as
+//     far ahead as an operation over a server gets: what its commit has and the server has not
+//     would be taken back by the next update, be it the user's or of git;
 //   - without one of the branch, when HEAD and its branch are older than the index's copy: our own
 //     commits make that incomplete before the branch moves, and a checkout both when it has.
 // Otherwise they are dropped, and index and branch stay as they are. A host that asks for recovery
@@ -24,6 +27,7 @@
 #include "zev/repository.h"
 #include "zev/str.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -35,6 +39,7 @@ namespace {
 using std::u16string;
 
 constexpr zwchar kAutomatic[] = u"remote"; // author of a merge that nobody wrote
+constexpr int kOperation = 2; // commits that one over a server makes at most, on a branch
 
 // A whole copy that was left behind.
 struct Left {
@@ -67,17 +72,39 @@ std::string branch_of(Repository *repository, const u16string &target) {
     return path.starts_with(refs) ? path.substr(refs.size() - strlen("refs/")) : "";
 }
 
+bool is_tracking(const std::string &name) { return name.starts_with("refs/remotes/"); }
+
+// Whether the process spoke to a server.
+bool has_tracking(Repository *repository, const std::vector<u16string> &targets) {
+    return std::ranges::any_of(targets, [&](const u16string &target) {
+        return is_tracking(branch_of(repository, target)) && left_of(target);
+    });
+}
+
+// Along the first parents, up to the first that isn't here.
+bool is_behind(Repository *repository, const std::string &before, Oid id) {
+    for (int steps = 0; before != git_oid_tostr_s(git::oid(&id)); ++steps) {
+        const Owned<Commit, zCommitFree> commit(zCommitByid(repository, &id));
+        const Oid *parent = commit && steps < kOperation ? zCommitParentId(commit.get()) : nullptr;
+        if (!parent) return commit && steps < kOperation && before.empty();
+        id = *parent;
+    }
+    return true;
+}
+
 // Where the branch stood, and where it stands, be it packed since. What names no commit is nobody's
 // work.
-bool can_go_back(Repository *repository, const Left &left) {
+bool can_go_back(Repository *repository, const Left &left, bool over_server) {
     const Finally clear([] { git_error_clear(); });
     const std::string before = digits_in(left.file), name = branch_of(repository, left.target);
+    if (is_tracking(name)) return true;
     Oid id;
     if (git_reference_name_to_id(git::oid(&id), repository->handle.get(), name.c_str()))
         return true;
     if (before == git_oid_tostr_s(git::oid(&id))) return true;
     const Owned<Commit, zCommitFree> tip(zCommitByid(repository, &id));
     if (!tip) return true;
+    if (over_server) return is_behind(repository, before, id);
     if (!zStrsameW(zCommitAuthor(tip.get()), kAutomatic)) return false;
     const Oid *parent = zCommitParentId(tip.get());
     return before.empty() ? !parent : parent && before == git_oid_tostr_s(git::oid(parent));
@@ -105,7 +132,9 @@ class Recovery {
   private:
     void find() {
         const u16string root = to_wide(git_repository_path(repository_->handle.get()));
-        for (const u16string &target : left_locked(repository_)) {
+        const std::vector<u16string> targets = left_locked(repository_);
+        over_server_ = has_tracking(repository_, targets);
+        for (const u16string &target : targets) {
             auto left = left_of(target);
             if (target == root + u"index")
                 index_ = std::move(left);
@@ -124,7 +153,7 @@ class Recovery {
 
     bool stands() const {
         for (const Left &left : references_)
-            if (!can_go_back(repository_, left)) return false;
+            if (!can_go_back(repository_, left, over_server_)) return false;
         return !references_.empty() || is_head_older();
     }
 
@@ -148,6 +177,7 @@ class Recovery {
     u16string head_;
     std::optional<Left> index_;
     std::vector<Left> references_;
+    bool over_server_ = false;
 };
 
 } // namespace
@@ -175,9 +205,10 @@ bool put_back_left(Repository *repository) {
 
 u16string gone_on_from(Repository *repository, const std::vector<u16string> &targets) {
     const KeptFailure kept;
+    const bool over_server = has_tracking(repository, targets);
     for (const u16string &target : targets)
         if (const auto left = left_of(target); left && !branch_of(repository, target).empty())
-            if (!can_go_back(repository, *left)) return target;
+            if (!can_go_back(repository, *left, over_server)) return target;
     return {};
 }
 
