@@ -16,7 +16,8 @@ struct Question {
     const zwchar *key; // of its subtree
     const zwchar *id;  // by which a host remembers an answer
     const zwchar *instruction;
-    const zwchar *buttons[3]; // ids 1, 2, 3
+    const zwchar *buttons[3];             // ids 1, 2, 3
+    const zwchar *content = u"content_s"; // null: the caller's text as it is
 };
 
 constexpr uint32_t kIcon = 3;
@@ -33,6 +34,16 @@ constexpr Question kSkipOrReplace = {u"dialog.skipOrReplace",
                                      u"{01287D15-2846-4174-9674-5C18F6C9A029}",
                                      u"instruction_s",
                                      {u"buttons.replace", u"buttons.skip", u"buttons.rename"}};
+
+constexpr Question kForceCheckout = {u"dialog.forceCheckout",
+                                     u"{4670FC7D-DBAB-4A28-89E1-5845B0B25D26}",
+                                     u"instruction",
+                                     {u"buttons.retry", u"buttons.force", u"buttons.cancel"}};
+constexpr Question kForceRevert = {kForceRevertKey,
+                                   u"{2A97D5AD-BC1A-40E8-BB15-B8BEC1AB3D58}",
+                                   u"instruction",
+                                   {u"buttons.force", u"buttons.safe", u"buttons.cancel"},
+                                   nullptr};
 
 using Dialog = Owned<TaskDialog, zTaskDialogFree>;
 
@@ -66,7 +77,8 @@ Dialog make(const Question &question, const zwchar *instruction, const zwchar *c
         made && zTaskDialogSetId(made, question.id) && zTaskDialogSetIcon(made, kIcon) &&
         zTaskDialogSetTitle(made, text_of(subtree, u"title", nullptr)) &&
         zTaskDialogSetInstruction(made, text_of(subtree, question.instruction, instruction)) &&
-        zTaskDialogSetContent(made, text_of(subtree, u"content_s", content)) &&
+        zTaskDialogSetContent(made, question.content ? text_of(subtree, question.content, content)
+                                                     : content) &&
         add_buttons(made, subtree, question);
     return done ? std::move(dialog) : nullptr;
 }
@@ -90,6 +102,14 @@ int32_t ask_skip_or_delete(const Notify *notify, const zwchar *file, const zwcha
 
 int32_t ask_skip_or_replace(const Notify *notify, const zwchar *name, const zwchar *directory) {
     return ask(notify, kSkipOrReplace, name, directory);
+}
+
+int32_t ask_force_checkout(const Notify *notify, const zwchar *path) {
+    return ask(notify, kForceCheckout, nullptr, path);
+}
+
+int32_t ask_force_revert(const Notify *notify, const zwchar *changes) {
+    return ask(notify, kForceRevert, nullptr, changes);
 }
 
 } // namespace zev

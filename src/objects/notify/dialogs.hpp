@@ -18,4 +18,14 @@ int32_t ask_skip_or_delete(const Notify *notify, const zwchar *file, const zwcha
 enum { kReplace = 1, kReplaceSkip = 2, kRename = 3 };
 int32_t ask_skip_or_replace(const Notify *notify, const zwchar *name, const zwchar *directory);
 
+// The place of a new working copy is taken.
+enum { kCheckoutRetry = 1, kCheckoutForce = 2, kCheckoutCancel = 3 };
+int32_t ask_force_checkout(const Notify *notify, const zwchar *path);
+
+// A reset meets changes that are not committed. They are listed in a text of the caller's, with the
+// words of this place of the catalogue.
+inline constexpr const zwchar *kForceRevertKey = u"dialog.forceRevert";
+enum { kRevertForce = 1, kRevertSafe = 2, kRevertCancel = 3 };
+int32_t ask_force_revert(const Notify *notify, const zwchar *changes);
+
 } // namespace zev
