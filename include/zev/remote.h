@@ -92,5 +92,40 @@ ZEV_API bool zRemoteDownloadTable(Remote *remote, Table *table, const Vector *ke
 ZEV_API bool zRemoteUploadObject(Remote *remote, const Oid *id, const Notify *notify);
 ZEV_API bool zRemoteUploadPack(Remote *remote, const Json *ids, const Notify *notify);
 
+// ---- Operations of a working copy. Each tells its start and exactly one end by the notify of its
+// spec: done, canceled by the user, or aborted. First of all it puts back what a process left that
+// died. From its locks on a failure puts index, branch and tracking reference back; what was
+// downloaded stays.
+
+// To the server's branch, or to the target of the spec (null for the newest, of everything). What
+// comes in lands as zRepositoryCheckout tells; files that the user may not read are not in the
+// copy, those that he may not write are read-only. A server without a commit is a success. A break
+// while files come in is told as canceled, and gives true: what was done stays.
+ZEV_API bool zRemoteUpdate(Remote *remote, CheckSpec *spec);
+
+// What an update would bring that the user may read, of what a spec (null for all) selects, for the
+// caller to free. Without `refresh` nothing is asked: it is of the state that is known here. Null
+// on failure; nothing goes back then, what was fetched is as good as ever.
+ZEV_API DiffList *zRemoteListUpdates(Remote *remote, PathSpec *paths, bool refresh);
+
+// Brings the copy up to date, commits what the spec selects (null for what is staged), as
+// zIndexCommit, and sends it; the server makes a commit of its own. True also when the update has
+// brought in all that was to be committed, which is told. Without changes: class 3, and nothing is
+// asked. Conflicts, and a break in the update, are the end of it.
+ZEV_API bool zRemoteCommit(Remote *remote, PathSpec *paths, const zwchar *author,
+                           const zwchar *message);
+
+// A new working copy of the project at `url`, on the spec's branch (its full name; none and HEAD
+// are master), filled by an update, which tells its own start and the end of both. A place that is
+// taken is asked about. What was made of a copy goes when it can't be set up; one that is only not
+// filled stays, to be updated.
+ZEV_API bool zRemoteCheckout(const zwchar *url, const zwchar *path, CheckSpec *spec);
+
+// Makes what the spec selects as it was at its target, or is in the newest, and gives the branch a
+// commit in which that is as the server has it now: the difference shows as the user's change. What
+// he has changed is asked about before; when he says so it goes to the trash. On failure files stay
+// as far as they have come.
+ZEV_API bool zRemoteReset(Remote *remote, CheckSpec *spec);
+
 ZEV_END
 #endif

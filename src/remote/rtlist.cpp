@@ -1,0 +1,179 @@
+// The list of updates: what differs between the branch's tree and that of the
+// server's branch, as far as the user may read it. It is kept, whole, so that
+// the next one with the same two trees, whatever it selects, compares nothing:
+//
+//   tmp/updates.json in the Git directory, JSON text, without blanks
+//     diff   array of changes, see objects/history/revision_json.cpp
+//     head   object
+//       our    string   id of the branch's tree, 40 hexadecimal digits; all
+//       zero for none their  string   the same of the server's branch
+//
+// A file that isn't this, that holds a path which no tree may have, or that is
+// of other trees, is made anew.
+#include "remote/update_context.hpp"
+
+#include "common/errno.hpp"
+#include "common/pathname.hpp"
+#include "objects/history/revision.hpp"
+#include "system/os.hpp"
+#include "zev/authdb.h"
+#include "zev/object.h"
+#include "zev/path.h"
+
+using namespace zev;
+
+namespace {
+
+constexpr const zwchar *kDirectory = u"tmp";
+constexpr const zwchar *kFile = u"updates.json";
+
+class UpdateList {
+  public:
+    explicit UpdateList(UpdateContext &context, bool selects)
+        : context_(context), paths_(selects ? context.paths() : nullptr),
+          our_(zBranchTree(context.head.get())), their_(zBranchTree(context.upstream.get())) {}
+
+    DiffListPtr make();
+
+  private:
+    DiffListPtr compute();
+    DiffListPtr read_kept();
+    DiffListPtr compare();
+    void keep(const DiffList *list);
+    bool is_of_our_trees(Json *file) const;
+    DiffListPtr readable(const DiffList *list);
+
+    UpdateContext &context_;
+    PathSpec *paths_; // null for all
+    TreePtr our_, their_;
+};
+
+git_oid id_of(const Tree *tree) { return tree ? *git_tree_id(tree->handle.get()) : git_oid{}; }
+
+bool can_enter(const DiffFile *file) { return !file || path_can_enter(to_utf8(file->path.get())); }
+
+bool is_sound(const DiffList *list) {
+    for (uint64_t i = 0; i < zDiffListLength(list); ++i) {
+        const DiffEntry *entry = zDiffListEntry(list, i);
+        const bool has_side = entry->old_file || entry->new_file;
+        if (!has_side || !can_enter(entry->old_file.get()) || !can_enter(entry->new_file.get()))
+            return false;
+    }
+    return true;
+}
+
+// ---- The file
+
+std::u16string kept_in(Repository *repository, const zwchar *name) {
+    zwchar path[Z_PATH_MAX];
+    if (!zPathBuild(path, zRepositoryPath(repository), kDirectory, name, nullptr)) return {};
+    return path;
+}
+
+JsonGuard read_file(const std::u16string &path) {
+    JsonBounds bounds{limits::answer_bytes, limits::answer_nodes};
+    const StreamPtr stream(path.empty() ? nullptr : zFileStream(path.c_str(), u"rb"));
+    return JsonGuard(stream ? json_read_bounded(stream.get(), bounds) : nullptr);
+}
+
+bool is_id(Json *file, const zwchar *path, const git_oid &id) {
+    Oid found;
+    const Json *node = json_find(file, path);
+    return node && read_id(&found, node) && git_oid_equal(git::oid(&found), &id);
+}
+
+bool UpdateList::is_of_our_trees(Json *file) const {
+    return is_id(file, u"head.their", id_of(their_.get())) &&
+           is_id(file, u"head.our", id_of(our_.get()));
+}
+
+// Whatever is wrong with it is no failure.
+DiffListPtr UpdateList::read_kept() {
+    const KeptFailure kept;
+    const JsonGuard file = read_file(kept_in(context_.repository, kFile));
+    if (!file || !is_of_our_trees(file.get())) return nullptr;
+    DiffListPtr list = diff_list_from_json(json_find(file.get(), u"diff"));
+    return list && is_sound(list.get()) ? std::move(list) : nullptr;
+}
+
+void UpdateList::keep(const DiffList *list) {
+    const KeptFailure kept;
+    const git_oid our = id_of(our_.get()), their = id_of(their_.get());
+    const JsonGuard file(zJsonNewObject(u"diff", diff_list_to_json(list).release(), u"head",
+                                        zJsonNewObject(u"our", zJsonNewId(git::oid(&our)), u"their",
+                                                       zJsonNewId(git::oid(&their)), nullptr),
+                                        nullptr));
+    uint64_t length = 0;
+    const Narrow text = file ? json_utf8(file.get(), &length) : nullptr;
+    const std::u16string path = kept_in(context_.repository, kFile);
+    if (!text || path.empty()) return;
+    os::make_dirs(kept_in(context_.repository, nullptr).c_str());
+    if (!os::replace_file(path.c_str(), text.get(), length)) fail_errno(path), log_raised(kWarning);
+}
+
+// ---- The list
+
+// A part of the trees may be here where the whole is not.
+DiffListPtr UpdateList::compare() {
+    DiffListPtr whole(zDiffTreeToTree(our_.get(), their_.get(), nullptr, nullptr));
+    if (whole) keep(whole.get());
+    return whole;
+}
+
+DiffListPtr UpdateList::compute() {
+    if (!our_ && !their_) {
+        if (spec_options(paths_) & Z_SPEC_MUST_MATCH) return raise_not_found(), nullptr;
+        return diff_list_new(0);
+    }
+    DiffListPtr list = read_kept();
+    if (!list) list = compare();
+    if (!list) return DiffListPtr(zDiffTreeToTree(our_.get(), their_.get(), paths_, nullptr));
+    if (!paths_) return list;
+    DiffListPtr selected = diff_list_filtered(list.get(), paths_);
+    if (!selected) raise_not_found();
+    return selected;
+}
+
+DiffListPtr UpdateList::readable(const DiffList *list) {
+    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(context_.repository));
+    if (!rules) return context_.tell(u"odb.eFailedToOpenAuthz"), nullptr;
+    DiffListPtr left = diff_list_new(zDiffListLength(list));
+    for (uint64_t i = 0; i < zDiffListLength(list); ++i) {
+        const DiffEntry *entry = zDiffListEntry(list, i);
+        if (zAuthdbEntryReadable(rules.get(), zDiffEntryNewPath(entry)))
+            diff_list_append(left.get(), diff_entry_dup(*entry));
+    }
+    return left;
+}
+
+DiffListPtr UpdateList::make() {
+    const DiffListPtr list = compute();
+    if (!list) return notify_raised(context_.notify), nullptr;
+    return readable(list.get());
+}
+
+// What was fetched is as good as ever, whatever fails behind it: nothing goes
+// back.
+DiffListPtr run(UpdateContext &context, PathSpec *paths, bool refresh) try {
+    const Owned<CheckSpec, zCheckSpecFree> wanted(zCheckSpecNew());
+    if (!wanted || (paths && !zCheckSpecSetPaths(wanted.get(), paths)))
+        return context.tell(u"odb.eUnableToResolvePathspec"), nullptr;
+    if (!prepare(context, wanted.get())) return nullptr;
+    notify_start(context.notify, u"action.sCheckForUpdates");
+    if (refresh && !(verify(context) && fetch(context, Z_OBJECT_TREE))) return nullptr;
+    return UpdateList(context, paths).make();
+} catch (...) {
+    return fail_thrown(), nullptr;
+}
+
+} // namespace
+
+DiffList *zRemoteListUpdates(Remote *remote, PathSpec *paths, bool refresh) try {
+    if (!remote) return fail_args();
+    UpdateContext context{remote, paths ? paths->notify : nullptr};
+    DiffListPtr list = run(context, paths, refresh);
+    tell_end(context.notify, list != nullptr, false);
+    return list.release();
+} catch (...) {
+    return fail_thrown();
+}

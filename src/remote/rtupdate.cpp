@@ -1,0 +1,225 @@
+// Update: references, commit and objects come from the server, and the checkout
+// takes them in.
+//
+// The order in which things reach the disk, for a crash at any point:
+//   1. complete copies of index, branch and tracking reference, beside them, as
+//   their locks
+//   2. what the server sends, into stores that only grow; the tracking
+//   reference moves
+//   3. all that a checkout does, up to the move of the branch
+//   4. the copies expire
+// A crash before 4 leaves the copies, and recovery puts all three files back.
+// What has come stays, and the next update goes on from it.
+#include "remote/update_context.hpp"
+
+#include "objects/operations/checkout.hpp"
+#include "objects/store/branch.hpp"
+#include "objects/store/diff.hpp"
+#include "objects/store/reference.hpp"
+#include "zev/authdb.h"
+#include "zev/object.h"
+#include "zev/odb.h"
+#include "zev/recovery.h"
+#include "zev/reference.h"
+#include "zev/status.h"
+
+using namespace zev;
+
+namespace zev {
+
+bool UpdateContext::asked(bool done) {
+    if (!done) canceled = remote->request && zRemoteUsrbrk(remote);
+    return done;
+}
+
+// ---- Preparation
+
+bool recover(Repository *repository, const Notify *notify) {
+    int32_t outcome = Z_RECOVERY_NOTHING;
+    return zRepositoryRecover(&outcome, repository) ||
+           notify_error(notify, u"odb.eUnableToLockWorkingCopy");
+}
+
+bool find_branches(Repository *repository, const Notify *notify, BranchPtr &head,
+                   BranchPtr &upstream) {
+    head.reset(zBranchHead(repository));
+    if (!head) return notify_error(notify, u"odb.eUnableToOpenHeadRef");
+    upstream.reset(zBranchUpstream(head.get()));
+    return upstream || notify_error(notify, u"odb.eUnableToResolveRemoteRef");
+}
+
+bool start_transaction(Repository *repository, const Notify *notify, TransactionPtr &transaction) {
+    transaction.reset(zTransactionNew(repository));
+    return transaction || notify_error(notify, u"odb.eUnableToCreateTransation");
+}
+
+bool lock_all(Transaction *transaction, const Notify *notify, const Branch *head,
+              const Branch *upstream) {
+    if (!zTransactionLockIndex(transaction))
+        return notify_error(notify, u"odb.eUnableToLockWorkingCopy");
+    for (const Branch *branch : {head, upstream})
+        if (const zwchar *name = zBranchMerge(branch); !zTransactionLockRef(transaction, name))
+            return notify_error(notify, u"odb.eUnableToLockBranch_s", name);
+    return true;
+}
+
+bool prepare(UpdateContext &context, const CheckSpec *given) {
+    if (!recover(context.repository, context.notify)) return false;
+    context.spec.reset(given ? zCheckSpecDup(given) : zCheckSpecNew());
+    if (!context.spec || !zCheckSpecSetOn(context.spec.get(), Z_CHECK_NO_LOCKS))
+        return context.tell(u"odb.eUnableToResolvePathspec");
+    return find_branches(context.repository, context.notify, context.head, context.upstream) &&
+           start_transaction(context.repository, context.notify, context.transaction) &&
+           lock_all(context.transaction.get(), context.notify, context.head.get(),
+                    context.upstream.get());
+}
+
+bool verify(UpdateContext &context) {
+    return context.asked(zRemoteVerifyRepo(context.remote, context.notify));
+}
+
+bool update_rights(UpdateContext &context) {
+    return context.asked(zRemoteUpdateAuth(context.remote, context.notify));
+}
+
+// ---- Fetching
+
+namespace {
+
+bool has_blob(Odb *odb, Authdb *rules, const DiffEntry *entry) {
+    constexpr uint16_t kGitlink = 0160000; // of another repository
+    if (zDiffEntryStatus(entry) == Z_KIND_DELETED || zDiffEntryNewMode(entry) == kGitlink)
+        return true;
+    return zOdbExists(odb, zDiffEntryNewId(entry)) ||
+           !zAuthdbEntryReadable(rules, zDiffEntryNewPath(entry));
+}
+
+// Whether all is here that a checkout of the tree needs: the trees in which it
+// differs from the branch's, and the selected files that differ and may be
+// read. Then the server need not list it: after a commit of one's own, and as
+// long as nobody else commits.
+bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
+    const KeptFailure kept;
+    const TreePtr tree(zTreeByid(context.repository, tree_id));
+    const TreePtr base(tree ? zBranchTree(context.head.get()) : nullptr);
+    const PathSpecPtr paths(base ? zPathSpecDup(context.paths()) : nullptr);
+    if (!paths || !zPathSpecSetOn(paths.get(), Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED) ||
+        !zPathSpecSetOff(paths.get(), Z_SPEC_MUST_MATCH))
+        return false;
+    const DiffListPtr changes(zDiffTreeToTree(base.get(), tree.get(), paths.get(), nullptr));
+    if (!changes || type == Z_OBJECT_TREE) return changes != nullptr;
+    const Owned<Odb, zOdbFree> odb(zOdbOpen(context.repository));
+    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(context.repository));
+    if (!odb || !rules) return false;
+    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i)
+        if (!has_blob(odb.get(), rules.get(), zDiffListEntry(changes.get(), i))) return false;
+    return true;
+}
+
+// Where the tracking reference is to stand: at the target, or where the server
+// has the branch.
+bool fetch_commit(UpdateContext &context, Reference *tracked) {
+    const Oid *target = zCheckSpecTarget(context.spec.get());
+    const Oid *id = target ? target : zReferenceResolve(tracked);
+    if (!id) return context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
+    if (!context.asked(zRemoteDownloadNested(context.remote, id, Z_OBJECT_COMMIT, context.notify)))
+        return false;
+    return !target || zReferenceSetTarget(tracked, target) ||
+           context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
+}
+
+// A commit that can't be had is told, and left to who needs it.
+bool fetch_tree(UpdateContext &context, int32_t type) {
+    const CommitPtr commit(zBranchCommit(context.upstream.get()));
+    if (!commit) {
+        context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
+        return true;
+    }
+    const Oid *tree = zCommitTreeId(commit.get());
+    return is_here(context, tree, type) ||
+           context.asked(zRemoteDownloadMatches(context.remote, tree, type, context.paths()));
+}
+
+} // namespace
+
+bool fetch_references(UpdateContext &context, ReferencePtr &tracked) {
+    notify_action(context.notify, u"action.sFetchingContent", word(u"action.sPleaseWait"));
+    if (!context.asked(zRemoteDownloadRefs(context.remote, context.notify))) return false;
+    tracked.reset(zReferenceDwim(context.repository, context.upstream_name()));
+    return tracked || zErrorClass() == kNotFound ||
+           context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
+}
+
+bool fetch(UpdateContext &context, int32_t type) {
+    ReferencePtr tracked;
+    if (!fetch_references(context, tracked)) return false;
+    if (tracked) return fetch_commit(context, tracked.get()) && fetch_tree(context, type);
+    zNotifyInfo(context.notify, u"%s", word(u"odb.sEmptyUpstream"));
+    return context.empty_upstream = true;
+}
+
+// ---- Ends
+
+void roll_back(Repository *repository, Transaction *transaction, const Branch *head,
+               const Branch *upstream) {
+    const KeptFailure kept;
+    if (!transaction) return;
+    if (!zTransactionRollback(transaction)) log_raised(kWarning);
+    for (const Branch *branch : {head, upstream}) // that were to be born
+        if (branch) drop_begun_log(repository->handle.get(), to_utf8(zBranchMerge(branch)).c_str());
+    const IndexPtr index(zIndexHead(repository, false));
+    if (index) zIndexRead(index.get(), true);
+}
+
+void tell_end(const Notify *notify, bool done, bool canceled) {
+    const KeptFailure kept;
+    if (canceled)
+        notify_cancel(notify);
+    else
+        done ? notify_done(notify) : notify_abort(notify);
+}
+
+// ---- The update
+
+namespace {
+
+bool check_out_upstream(UpdateContext &context) {
+    if (context.empty_upstream) return true;
+    const Oid *target = zBranchResolve(context.upstream.get());
+    if (!target || !zCheckSpecSetTarget(context.spec.get(), target))
+        return context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
+    return check_out(context.repository, context.spec.get(), context.transaction.get(),
+                     &context.canceled);
+}
+
+bool run(UpdateContext &context, const CheckSpec *spec) try {
+    return prepare(context, spec) && verify(context) && update_rights(context) &&
+           fetch(context, Z_OBJECT_ANY) && check_out_upstream(context);
+} catch (...) {
+    return fail_thrown();
+}
+
+} // namespace
+
+bool update_copy(Remote *remote, CheckSpec *spec, bool *canceled) {
+    UpdateContext context{remote, spec ? zCheckSpecNotify(spec) : nullptr};
+    zNotifyStart(context.notify, word(u"action.sCommand"), word(u"action.sUpdate_s"),
+                 zCheckSpecStringfy(spec));
+    const bool done = run(context, spec);
+    tell_end(context.notify, done, context.canceled);
+    if (!done)
+        roll_back(context.repository, context.transaction.get(), context.head.get(),
+                  context.upstream.get());
+    *canceled = context.canceled;
+    return done;
+}
+
+} // namespace zev
+
+bool zRemoteUpdate(Remote *remote, CheckSpec *spec) try {
+    if (!remote) return fail_args();
+    bool canceled = false;
+    return update_copy(remote, spec, &canceled);
+} catch (...) {
+    return fail_thrown();
+}

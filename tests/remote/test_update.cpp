@@ -1,0 +1,280 @@
+// Updates of a copy, and the list of what one would bring.
+#include "team_fixture.hpp"
+
+#include <sys/stat.h>
+
+using namespace test;
+
+namespace {
+
+struct UpdateTest : Team {
+    void SetUp() override {
+        Team::SetUp();
+        other("plan", "first"), other("notes/a", "a"), other("notes/b", "b");
+        copy = get("ann");
+    }
+    Copy copy;
+};
+
+mode_t mode_of(const fs::path &path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) ? 0 : status.st_mode & 07777;
+}
+
+TEST_F(UpdateTest, BringsWhatOthersDidAndKeepsWhatIsHis) {
+    copy.put("plan", "mine"), copy.put("own", "mine alone");
+    const std::string newest = (other("plan", "theirs"), other("notes/a", "a2"), other("new", "n"),
+                                other_removes("notes/b"));
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.host.ends(), "d");
+    EXPECT_TRUE(copy.host.told_of(u"action.sConflicted", "plan"));
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.at("new") + copy.at("notes/b"),
+              "minea2n(none)");
+    EXPECT_EQ(copy.status(), "UU plan\n?? own");
+    EXPECT_EQ(copy.git("rev-parse refs/remotes/origin/master"), newest);
+    EXPECT_EQ(copy.git("diff HEAD origin/master --stat"), "");
+    EXPECT_EQ(copy.locks(), "");
+    // Nothing new: the tree isn't asked for once more, and nothing moves.
+    const std::string before = copy.state();
+    relay.play();
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(relay.lines().find("/trees"), std::string::npos) << relay.lines();
+    EXPECT_EQ(copy.state(), before);
+}
+
+// A selection brings that alone, and the rest comes with a later one.
+TEST_F(UpdateTest, ASelectionLeavesTheRest) {
+    other("notes/a", "a2"), other("plan", "second");
+    ASSERT_OK(copy.update({}, {u"notes"}));
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.status(), "firsta2");
+    EXPECT_EQ(copy.updates(false), "3 plan>plan;");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan") + copy.updates(false), "second");
+}
+
+TEST_F(UpdateTest, GoesToACommitAndBack) {
+    const std::string old = copy.git("rev-parse origin/master");
+    other("plan", "second");
+    ASSERT_OK(copy.update());
+    ASSERT_OK(copy.update(old));
+    EXPECT_EQ(copy.at("plan") + copy.git("rev-parse origin/master"), "first" + old);
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan"), "second");
+    EXPECT_FALSE(copy.update(std::string(40, '1'))); // nobody has it
+    EXPECT_EQ(copy.host.ends(), "a");
+    EXPECT_EQ(copy.at("plan") + copy.status(), "second");
+}
+
+// What he may not read is neither on the disk nor in his tree; what he may not
+// write has no write bit, and no other bit changed.
+TEST_F(UpdateTest, RightsComeWithTheNextUpdate) {
+    fs::permissions(copy.place / "notes/b", fs::perms(0750));
+    rights.bits["ann"] = {{"/", 112}, {"plan", 0}, {"notes/b", 0x10}};
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan") + copy.git("ls-tree -r --name-only HEAD"), "(none)notes/a\nnotes/b");
+    EXPECT_EQ(mode_of(copy.place / "notes/b"), 0550u);
+    EXPECT_EQ(mode_of(copy.place / "notes/a") & 0600, 0600u);
+    EXPECT_EQ(copy.git("-c core.filemode=false diff-files --name-only"),
+              ""); // the index keeps up
+
+    other("plan", "secret"), other("notes/b", "b2");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/b"), "(none)b2");
+    EXPECT_EQ(mode_of(copy.place / "notes/b") & 0222, 0u);
+    int status = 0;
+    run("git -C '" + copy.place.string() + "' cat-file -e " + server("rev-parse HEAD:plan"),
+        &status);
+    EXPECT_NE(status, 0);              // not even in the store
+    EXPECT_EQ(copy.updates(true), ""); // nor is it told of
+
+    rights.bits["ann"] = {{"/", 112}};
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan") + copy.status(), "secret");
+    EXPECT_EQ(mode_of(copy.place / "notes/b") & 0600, 0600u);
+
+    // A change of his in what is withdrawn stays his; a revert respects what is
+    // read-only.
+    copy.put("plan", "mine");
+    rights.bits["ann"] = {{"/", 0x10}, {"plan", 0}};
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan"), "mine");
+    fs::permissions(copy.place / "notes/a", fs::perms(0644));
+    copy.put("notes/a", "changed");
+    const RepositoryPtr repository = copy.open();
+    const Held<PathSpec, zPathSpecFree> spec(Copy::select({u"notes/a"}, nullptr));
+    ASSERT_OK(zShellRevert(repository.get(), spec.get()));
+    EXPECT_EQ(copy.at("notes/a"), "a");
+    EXPECT_EQ(mode_of(copy.place / "notes/a") & 0222, 0u);
+}
+
+// Another login on the same copy gets rules of its own.
+TEST_F(UpdateTest, RulesAreOfTheUser) {
+    rights.bits["bob"] = {{"/", 112}, {"plan", 0}};
+    copy.user = "bob";
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan"), "(none)");
+    copy.user = "ann";
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan"), "first");
+    write(copy.place / ".git/AUTHZ", "no rules");
+    const std::string before = copy.state();
+    relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line != "POST /rms") return {};
+        return answer(200, "{\"data\":{\"status\":100,\"result\":{\"settings\":{\"changed\":"
+                           "false}}}}");
+    });
+    other("plan", "more");
+    EXPECT_FALSE(copy.update());
+    EXPECT_NE(copy.host.errors(), "");
+    EXPECT_EQ(copy.host.ends() + copy.at("plan"), "afirst");
+    EXPECT_EQ(copy.state(), before);
+}
+
+// Each request in turn is cut, refused, or answered with what makes no sense.
+// Afterwards everything is as it was, and the next update works without a hand.
+TEST_F(UpdateTest, WhateverTheServerDoesNothingIsLost) {
+    copy.put("plan", "mine"), copy.put("own", "mine alone");
+    const std::vector<std::string> kAnswers = {"",
+                                               answer_of(500),
+                                               answer_of(401),
+                                               answer_of(409),
+                                               answer(200, "garbage"),
+                                               octets("\x7f\xff\xff\xff"),
+                                               "HTTP/1.1 200 OK\r\nContent-Le"};
+    other("notes/a", "a2"), other("big/file", std::string(3 << 20, 'x'));
+    const std::string before = copy.state();
+    size_t n = 0;
+    for (bool reached = true; reached; ++n)
+        for (const std::string &told : kAnswers) {
+            relay.play([&](const Asked &, size_t at) -> std::optional<std::string> {
+                const bool cut = told.empty() || told.ends_with("Le"); // which is tried again
+                if (at != n && !(cut && at > n)) return {};
+                return told;
+            });
+            const bool done = copy.update();
+            const std::string asked = relay.lines() + std::to_string(n) + told;
+            reached = relay.asked().size() > n;
+            EXPECT_EQ(done, !reached) << asked;
+            if (!reached) break;
+            EXPECT_EQ(copy.host.ends(), "a") << asked;
+            EXPECT_NE(copy.host.errors(), "") << asked;
+            EXPECT_EQ(copy.state(), before) << asked;
+            EXPECT_EQ(copy.at("notes/a") + copy.at("plan") + copy.at("own"), "aminemine alone");
+        }
+    EXPECT_GT(n, 5u);
+    relay.play();
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("notes/a") + copy.at("big/file").substr(0, 3), "a2xxx");
+    EXPECT_EQ(copy.status(), " M plan\n?? own");
+}
+
+// At every question in turn: one end is told, and either nothing has moved or
+// what was done stays.
+TEST_F(UpdateTest, ABreakAtAnyMomentIsToldOnce) {
+    other("notes/a", "a2"), other("notes/b", "b2"), other("plan", "p2");
+    copy.put("own", "mine alone");
+    const std::string before = copy.state();
+    bool stopped_in_files = false;
+    for (int n = 0;; ++n) {
+        copy.host.asks_left = n;
+        const bool done = copy.update();
+        if (copy.host.asks_left >= 0) { // it has not come to that
+            EXPECT_EQ(copy.host.ends(), "d");
+            break;
+        }
+        EXPECT_EQ(copy.host.ends(), "c") << n;
+        EXPECT_EQ(copy.host.errors(), "") << n;
+        EXPECT_EQ(copy.locks() + copy.at("own"), "mine alone") << n;
+        stopped_in_files |= done;
+        if (!done) {
+            EXPECT_EQ(zErrorClass(), 6) << n;
+        }
+        if (!stopped_in_files) {
+            EXPECT_EQ(copy.state(), before) << n;
+        }
+        ASSERT_LT(n, 500);
+    }
+    EXPECT_TRUE(stopped_in_files);
+    EXPECT_EQ(copy.at("notes/a") + copy.at("notes/b") + copy.at("plan"), "a2b2p2");
+    EXPECT_EQ(copy.status(), "?? own");
+}
+
+// ---- The list
+
+TEST_F(UpdateTest, TheListComesFromWhatIsKept) {
+    const fs::path kept = copy.place / ".git/tmp/updates.json";
+    const std::string id = other("plan", "second");
+    other("notes/a", "a2");
+    EXPECT_EQ(copy.updates(true), "3 notes/a>notes/a;3 plan>plan;");
+    EXPECT_EQ(copy.host.ends(), "d");
+    EXPECT_EQ(copy.at("plan") + copy.status(), "first");
+    const std::string whole = read(kept);
+    relay.play();
+    EXPECT_EQ(copy.updates(false, {u"plan"}), "3 plan>plan;");
+    EXPECT_EQ(relay.lines(), "");
+    EXPECT_EQ(read(kept), whole); // one file for every selection
+    // It counts as long as both trees are those.
+    write(kept, std::string(whole).replace(whole.find("plan"), 4, "xlan"));
+    EXPECT_EQ(copy.updates(false, {u"xlan"}), "3 plan>xlan;");
+    for (const std::string &broken :
+         {std::string("{"), whole.substr(0, whole.size() / 2),
+          std::string(whole).replace(whole.find("\"plan\""), 6, "\"../plan\""),
+          std::string(whole).replace(whole.find("\"status\":"), 10, "\"status\":x"),
+          std::string("{\"diff\":[{\"status\":3,\"flags\":0,\"similarity\":0}]") +
+              whole.substr(whole.find(",\"head\""))}) {
+        write(kept, broken);
+        EXPECT_EQ(copy.updates(false), "3 notes/a>notes/a;3 plan>plan;") << broken;
+        EXPECT_EQ(copy.host.errors(), "");
+        EXPECT_EQ(read(kept), whole);
+    }
+    rights.bits["ann"] = {{"/", 112}, {"plan", 0}};
+    ASSERT_OK(copy.update({}, {u"none"})); // the rules alone
+    EXPECT_EQ(copy.updates(false), "3 notes/a>notes/a;");
+    EXPECT_EQ(read(kept), whole);
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.updates(false), "");
+}
+
+// A server that keeps silent costs half a second, and what is kept stays.
+TEST_F(UpdateTest, TheListWaitsForNobody) {
+    other("plan", "second");
+    ASSERT_EQ(copy.updates(true), "3 plan>plan;");
+    const std::string before = copy.state() + read(copy.place / ".git/tmp/updates.json");
+    relay.play([](const Asked &, size_t) { return std::string(Relay::kSilence); });
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_EQ(copy.updates(true), "(null)");
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(3));
+    EXPECT_EQ(copy.host.ends(), "a");
+    EXPECT_EQ(copy.state() + read(copy.place / ".git/tmp/updates.json"), before);
+    EXPECT_EQ(copy.updates(false), "3 plan>plan;");
+}
+
+// ---- A process that dies
+
+// At each line that the host is told, in turn: index, branch and tracking
+// reference are what they were, or the update is whole; the next one needs no
+// hand.
+TEST_F(UpdateTest, WhoeverDiesInItLeavesNoHarm) {
+    copy.put("plan", "mine"), copy.put("own", "mine alone");
+    other("notes/a", "a2"), other("notes/b", "b2"), other("new/file", "n");
+    for (int n = 0, alive = 1; alive; ++n) {
+        Child child([&] {
+            int left = n;
+            copy.host.at_line = [&] {
+                if (left-- == 0) _exit(7);
+            };
+            return copy.update() ? 0 : 1;
+        });
+        alive = child.wait() == 7;
+        EXPECT_EQ(copy.at("plan") + copy.at("own"), "minemine alone") << n;
+        const std::string unsaved = copy.at("notes/a");
+        EXPECT_TRUE(unsaved == "a" || unsaved == "a2") << unsaved;
+        ASSERT_LT(n, 100);
+    }
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("notes/a") + copy.at("notes/b") + copy.at("new/file"), "a2b2n");
+    EXPECT_EQ(copy.status(), " M plan\n?? own");
+    EXPECT_EQ(copy.locks(), "");
+}
+
+} // namespace
