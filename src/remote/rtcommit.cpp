@@ -1,0 +1,325 @@
+// A commit against a server: the copy is brought up to date, the commit made on
+// the branch and once more on the tracking reference, and the server told what
+// it changed. It makes a commit of its own, and the tracking reference takes
+// that one.
+//
+// The order in which things reach the disk, for a crash at any point:
+//   1. complete copies of index, branch and tracking reference, beside them, as
+//   their locks
+//   2. the commit, as any other (commit_index.cpp); the tracking reference
+//   moves
+//   3. the server's own commit stands, on its side
+//   4. its commit object; the tracking reference moves there; the copies
+//   expire; all of it is synced
+// A crash before 4, as a failure, leads back to the files as they were locked:
+// the work of the user shows as not committed, and if the server has it all the
+// same, the next update finds both equal. Nothing may stay of a commit that the
+// server has not got: an update would take it back.
+#include "remote/changes.hpp"
+#include "remote/push.hpp"
+#include "remote/update_context.hpp"
+
+#include "common/errno.hpp"
+#include "objects/conflict/conflict.hpp"
+#include "objects/store/diff.hpp"
+#include "objects/store/strict.hpp"
+#include "objects/work/status.hpp"
+#include "objects/work/treebuilder.hpp"
+#include "system/os.hpp"
+#include "zev/diff.h"
+#include "zev/index.h"
+#include "zev/lang.h"
+#include "zev/oid.h"
+#include "zev/reference.h"
+
+#include <cerrno>
+#include <vector>
+
+using namespace zev;
+
+namespace {
+
+using ConflictListPtr = Owned<ConflictList, zConflictListFree>;
+
+constexpr const zwchar *kUnchanged = u"odb.eNoChangesToCommit";
+constexpr const zwchar *kUnmerged = u"odb.eFailedToMergeLocalChanages";
+
+// What the steps share.
+struct CommitContext {
+    Repository *repository;
+    PathSpec *paths; // the caller's selection, null for what is staged
+    Push push;
+    CheckSpecPtr spec{}; // the selection, for status and update
+    TransactionPtr transaction{};
+    BranchPtr head{}, upstream{};
+    bool nothing_to_do = false; // the update has brought in what was to be committed
+
+    const Notify *notify() const { return push.notify; }
+};
+
+Failure tell(const CommitContext &commit, const zwchar *key, const zwchar *argument = nullptr) {
+    return notify_error(commit.notify(), key, argument);
+}
+
+// ---- Preparation
+
+// The selection as status and update see it.
+bool select(CommitContext &commit) {
+    constexpr uint32_t kLeftOut = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_TYPECHANGE | Z_SPEC_NO_RENAMED;
+    commit.spec.reset(zCheckSpecNew());
+    if (!commit.spec || (commit.paths && !zCheckSpecSetPaths(commit.spec.get(), commit.paths)) ||
+        !zPathSpecSetOn(zCheckSpecPaths(commit.spec.get()), kLeftOut))
+        return tell(commit, u"odb.eUnableToResolvePathspec");
+    return true;
+}
+
+bool prepare(CommitContext &commit) {
+    return recover(commit.repository, commit.notify()) && select(commit) &&
+           find_branches(commit.repository, commit.notify(), commit.head, commit.upstream) &&
+           start_transaction(commit.repository, commit.notify(), commit.transaction);
+}
+
+// ---- Whether there is anything to commit
+
+bool fail_unchanged() { return fail_os(ENOENT, word(kUnchanged)); }
+
+// Without a selection the commit is of what is staged; without patterns nobody
+// has asked for ignored files.
+PathSpecPtr what_to_look_at(const CommitContext &commit) {
+    PathSpecPtr paths(zPathSpecDup(zCheckSpecPaths(commit.spec.get())));
+    if (!paths) return nullptr;
+    if (!commit.paths) zPathSpecSetOn(paths.get(), Z_SPEC_INDEX_ONLY);
+    if (!zPathSpecCount(paths.get())) zPathSpecSetOn(paths.get(), Z_SPEC_NO_IGNORED);
+    zPathSpecSetOff(paths.get(), Z_SPEC_MUST_MATCH);
+    return paths;
+}
+
+// The first change is enough.
+bool has_changes(const CommitContext &commit) {
+    const IndexPtr index(zIndexHead(commit.repository, false));
+    if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
+    const PathSpecPtr paths = what_to_look_at(commit);
+    bool found = false;
+    const auto first = [](const zwchar *, int32_t, void *any) -> int32_t {
+        return *static_cast<bool *>(any) = true;
+    };
+    return paths && zStatusForeach(index.get(), paths.get(), first, &found) && found;
+}
+
+bool check_changes(const CommitContext &commit) {
+    if (has_changes(commit)) return true;
+    fail_unchanged();
+    return notify_error(commit.notify(), kUnchanged);
+}
+
+// ---- The update before it
+
+// Where the user broke off in it, the copy is not up to date: no commit, and
+// his break is the end.
+bool update(CommitContext &commit) {
+    bool canceled = false;
+    const bool done = update_copy(commit.push.remote, commit.spec.get(), &canceled);
+    if (!done || !canceled) return done;
+    commit.push.canceled = true;
+    return raise_canceled();
+}
+
+// ---- On the branch
+
+bool has_conflicts(const CommitContext &commit, Index *index) {
+    if (!zIndexHasConflicts(index)) return false;
+    const ConflictListPtr found(zConflictMatch(index, commit.paths));
+    return found && zConflictListLength(found.get()) > 0;
+}
+
+// As it is looked at, so it is committed.
+PathSpecPtr what_to_commit(const CommitContext &commit) {
+    PathSpecPtr paths(zPathSpecDup(commit.paths));
+    if (paths && !zPathSpecCount(paths.get())) zPathSpecSetOn(paths.get(), Z_SPEC_NO_IGNORED);
+    return paths;
+}
+
+bool commit_locally(CommitContext &commit) {
+    const IndexPtr index(zIndexHead(commit.repository, false));
+    if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
+    if (has_conflicts(commit, index.get())) return tell(commit, u"odb.eNeedResolveConflicts");
+    if (!has_changes(commit)) {
+        fail_unchanged();
+        zNotifyInfo(commit.notify(), u"%s", zErrorMsg());
+        commit.nothing_to_do = true;
+        return false;
+    }
+    const PathSpecPtr paths = commit.paths ? what_to_commit(commit) : nullptr;
+    if (commit.paths && !paths) return false;
+    const CommitPtr made(zIndexCommit(index.get(), paths.get(), zBranchMerge(commit.head.get()),
+                                      commit.push.author, commit.push.message));
+    if (made) return true;
+    if (!*zErrorMsg()) return notify_raised(commit.notify());
+    const KeptFailure kept;
+    zNotifyError(commit.notify(), u"%s", zErrorMsg());
+    return false;
+}
+
+// ---- Once more on the tracking reference, on top of what the server has
+
+class Replay {
+  public:
+    explicit Replay(CommitContext &commit) : commit_(commit) {}
+    bool run();
+
+  private:
+    bool find_base();
+    bool find_changes();
+    void tell_changes() const;
+    TreePtr update_base() const;
+    TreePtr rebuild() const;
+
+    CommitContext &commit_;
+    CommitPtr made_; // on the branch
+    DiffListPtr changes_;
+    TreePtr base_; // null where the server has no commit
+};
+
+bool Replay::find_base() {
+    const zwchar *name = zBranchMerge(commit_.upstream.get());
+    if (!zReferenceExists(commit_.repository, name)) return true;
+    base_.reset(zTreeByref(commit_.repository, name));
+    return base_ || tell(commit_, kUnmerged);
+}
+
+bool Replay::find_changes() {
+    made_.reset(zBranchCommit(commit_.head.get()));
+    if (!made_)
+        return tell(commit_, u"odb.eFailedToResolveCommit_s", zBranchName(commit_.head.get()));
+    changes_ = changes_of_commit(made_.get());
+    return changes_ || tell(commit_, kUnmerged);
+}
+
+// What goes comes first.
+void Replay::tell_changes() const {
+    const uint64_t count = zDiffListLength(changes_.get());
+    for (const bool goes : {true, false})
+        for (uint64_t i = 0; i < count; ++i) {
+            const DiffEntry *entry = zDiffListEntry(changes_.get(), i);
+            if ((entry->status == Z_KIND_DELETED) != goes) continue;
+            const zwchar *word = goes                            ? u"action.sDeleted"
+                                 : entry->status == Z_KIND_ADDED ? u"action.sAdded"
+                                                                 : u"action.sModified";
+            notify_action(commit_.notify(), word, zDiffEntryNewPath(entry));
+        }
+}
+
+struct Update {
+    std::string path;
+    git_oid id{};
+    uint16_t mode = 0; // 0: it goes
+};
+
+// With the mode that the server gives to every file: its tree is to be this
+// one, and isn't fetched.
+std::vector<Update> updates_of(const DiffList *changes) {
+    std::vector<Update> updates;
+    for (uint64_t i = 0; i < zDiffListLength(changes); ++i) {
+        const DiffEntry *entry = zDiffListEntry(changes, i);
+        const bool goes = entry->status == Z_KIND_DELETED;
+        updates.push_back({to_utf8(zDiffEntryNewPath(entry)), *git::oid(zDiffEntryNewId(entry)),
+                           static_cast<uint16_t>(goes ? 0 : GIT_FILEMODE_BLOB)});
+    }
+    return updates;
+}
+
+// Only directories on the way to a change are read and written. Null, with
+// nothing told, where a file takes a directory's name, or the other way round.
+TreePtr Replay::update_base() const {
+    if (!base_) return nullptr;
+    const std::vector<Update> updates = updates_of(changes_.get());
+    std::vector<git_tree_update> steps;
+    for (const Update &update : updates) {
+        git::Entry there;
+        const auto action = update.mode ? GIT_TREE_UPDATE_UPSERT : GIT_TREE_UPDATE_REMOVE;
+        if (update.mode ||
+            !git_tree_entry_bypath(out(there), base_->handle.get(), update.path.c_str()))
+            steps.push_back(
+                {action, update.id, static_cast<git_filemode_t>(update.mode), update.path.c_str()});
+    }
+    git_oid id;
+    const StrictOff partial;
+    const int code = git_tree_create_updated(&id, commit_.repository->handle.get(),
+                                             base_->handle.get(), steps.size(), steps.data());
+    return TreePtr(code < 0 ? nullptr : zTreeByid(commit_.repository, git::oid(&id)));
+}
+
+TreePtr Replay::rebuild() const {
+    const Owned<TreeBuilder, zTreeBuilderFree> builder(
+        zTreeBuilderNew(commit_.repository, base_.get()));
+    if (!builder) return nullptr;
+    const std::vector<Update> updates = updates_of(changes_.get());
+    const StrictOff partial;
+    for (const Update &update : updates)
+        if (!update.mode && !index_drop(builder->index.get(), update.path.c_str())) return nullptr;
+    for (const Update &update : updates) {
+        git_index_entry entry{};
+        entry.path = update.path.c_str();
+        entry.id = update.id;
+        entry.mode = update.mode;
+        if (update.mode && !index_enter(builder->index.get(), entry)) return nullptr;
+    }
+    return TreePtr(zIndexWriteTree(builder->index.get()));
+}
+
+bool Replay::run() {
+    if (!find_changes() || !find_base()) return false;
+    tell_changes();
+    TreePtr tree = update_base();
+    if (!tree) tree = rebuild();
+    if (!tree) return tell(commit_, kUnmerged);
+    const git_commit *made = made_->handle.get();
+    const CommitPtr replayed(zCommitCreate(zBranchMerge(commit_.upstream.get()),
+                                           to_wide(git_commit_author(made)->name).c_str(),
+                                           to_wide(git_commit_message(made)).c_str(), tree.get()));
+    return replayed || tell(commit_, kUnmerged);
+}
+
+// ---- The whole
+
+bool push(CommitContext &commit) {
+    commit.push.upstream = commit.upstream.get();
+    return push_commit(commit.push);
+}
+
+// The server has it: from here on nothing goes back.
+bool settle(CommitContext &commit) {
+    const KeptFailure kept;
+    expire_locks(commit.transaction.get());
+    const zwchar *path = zRepositoryPath(commit.repository);
+    if (path && !os::sync_tree(path)) fail_errno(path), log_raised(kWarning);
+    return true;
+}
+
+bool run(CommitContext &commit) try {
+    return prepare(commit) && check_changes(commit) && update(commit) &&
+           lock_all(commit.transaction.get(), commit.notify(), commit.head.get(),
+                    commit.upstream.get()) &&
+           commit_locally(commit) && Replay(commit).run() && push(commit) && settle(commit);
+} catch (...) {
+    return fail_thrown();
+}
+
+} // namespace
+
+bool zRemoteCommit(Remote *remote, PathSpec *paths, const zwchar *author,
+                   const zwchar *message) try {
+    if (!remote || !author || !message) return fail_args();
+    const Notify *notify = paths ? paths->notify : nullptr;
+    CommitContext commit{remote->owner, paths, {remote, nullptr, author, message, notify}};
+    notify_start(notify, u"action.sCommit");
+    const bool sent = run(commit);
+    const bool done = sent || commit.nothing_to_do;
+    tell_end(notify, done, commit.push.canceled);
+    if (!done)
+        roll_back(commit.repository, commit.transaction.get(), commit.head.get(),
+                  commit.upstream.get());
+    return done;
+} catch (...) {
+    return fail_thrown();
+}

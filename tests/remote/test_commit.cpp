@@ -1,0 +1,209 @@
+// Commits against a server, between two copies.
+#include "team_fixture.hpp"
+
+using namespace test;
+
+namespace {
+
+struct CommitTest : Team {
+    void SetUp() override {
+        Team::SetUp();
+        other("plan", "first"), other("notes/a", "a"), other("notes/b", "b");
+        copy = get("ann");
+    }
+    std::string tip() { return server("rev-parse HEAD"); }
+    Copy copy;
+};
+
+TEST_F(CommitTest, TheOtherCopyGetsWhatWasDone) {
+    const Copy bob = get("bob");
+    copy.put("plan", "second"), copy.put("new/deep/file", "new");
+    fs::rename(copy.place / "notes/b", copy.place / "notes/c");
+    const std::string before = server("log -1 --format=%H");
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(copy.host.ends(), "dd"); // of the update, and its own
+    for (const char *path : {"new/deep/file", "notes/c"})
+        EXPECT_TRUE(copy.host.told_of(u"action.sAdded", path)) << path;
+    EXPECT_TRUE(copy.host.told_of(u"action.sModified", "plan"));
+    EXPECT_TRUE(copy.host.told_of(u"action.sDeleted", "notes/b"));
+    EXPECT_EQ(server("log -1 --format='%an %P %s'"), "ann " + before.substr(0, 40) + " mine\n");
+    EXPECT_EQ(copy.git("rev-parse origin/master") + "\n", tip());
+    EXPECT_EQ(copy.git("diff HEAD origin/master --stat") + copy.status() + copy.locks(), "");
+    EXPECT_EQ(copy.git("log -1 --format='%an %s'"), "ann mine");
+    ASSERT_OK(bob.update());
+    EXPECT_EQ(bob.at("plan") + bob.at("new/deep/file") + bob.at("notes/c") + bob.at("notes/b"),
+              "secondnewb(none)");
+    EXPECT_EQ(bob.git("rev-parse HEAD^{tree}"), copy.git("rev-parse HEAD^{tree}"));
+    EXPECT_EQ(bob.status(), "");
+    // Once more, with nothing to do: no request is made.
+    relay.play();
+    EXPECT_FALSE(copy.commit());
+    EXPECT_EQ(zErrorClass(), 3);
+    EXPECT_EQ(relay.lines() + copy.host.ends(), "a");
+    EXPECT_EQ(copy.host.errors(), text(u"odb.eNoChangesToCommit") + "|");
+}
+
+// The first commit of an empty project, and a name that gets another case.
+TEST_F(CommitTest, AnEmptyProjectGetsItsFirst) {
+    make_project(service, "ann/empty");
+    Copy first{dir.path() / "empty", "ann"};
+    ASSERT_OK(zShellCheckout(wide(relay.url("ann/empty")).c_str(), first.place.u16string().c_str(),
+                             first.spec().get()));
+    EXPECT_TRUE(first.host.told("info: " + text(u"odb.sEmptyUpstream")));
+    EXPECT_EQ(first.host.ends() + first.status(), "d");
+    first.put("plan", "one");
+    ASSERT_OK(first.commit());
+    EXPECT_EQ(service.git("ann/empty", "log -p --format='%an %P' HEAD").find("ann \n"), 0u);
+    EXPECT_EQ(service.git("ann/empty", "show HEAD:plan"), "one");
+    EXPECT_EQ(first.status() + first.locks(), "");
+}
+
+TEST_F(CommitTest, OnlyTheSelectedGoes) {
+    copy.put("plan", "second"), copy.put("notes/a", "a2"), copy.put("own", "x");
+    copy.put(".git/info/exclude", "*.bak\n"), copy.put("plan.bak", "old");
+    ASSERT_OK(copy.commit({u"notes"}));
+    EXPECT_EQ(server_at("plan") + server_at("notes/a"), "firsta2");
+    EXPECT_EQ(copy.status(), " M plan\n?? own");
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD"), "notes/a\nnotes/b\nown\nplan\n");
+    EXPECT_FALSE(copy.commit()); // what is ignored is no change
+    EXPECT_EQ(copy.host.errors(), text(u"odb.eNoChangesToCommit") + "|");
+    // Without a selection it is what is staged.
+    copy.put("plan", "third"), copy.put("notes/a", "a3");
+    copy.git("add plan");
+    const RepositoryPtr repository = copy.open();
+    ASSERT_OK(zShellCommit(repository.get(), nullptr, u"ann", u"staged"));
+    EXPECT_EQ(server_at("plan") + server_at("notes/a"), "thirda2");
+    EXPECT_EQ(copy.status(), " M notes/a");
+}
+
+// Somebody else was faster.
+TEST_F(CommitTest, TheUpdateComesFirst) {
+    copy.put("plan", "same"), other("plan", "same");
+    const std::string theirs = tip();
+    ASSERT_OK(copy.commit());
+    EXPECT_TRUE(copy.host.told("info: " + text(u"odb.eNoChangesToCommit")));
+    EXPECT_EQ(copy.host.ends() + copy.status() + tip(), "dd" + theirs);
+
+    copy.put("plan", "mine"), copy.put("notes/a", "mine too");
+    other("plan", "theirs"), other("notes/b", "b2");
+    EXPECT_FALSE(copy.commit());
+    EXPECT_EQ(copy.host.ends(), "da");
+    EXPECT_EQ(copy.host.errors(), text(u"odb.eNeedResolveConflicts") + "|");
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/b") + server_at("notes/a"), "mineb2a");
+    EXPECT_EQ(copy.status(), " M notes/a\nUU plan");
+    ASSERT_OK(copy.commit({u"notes"})); // what is in conflict is not of these
+    EXPECT_EQ(server_at("notes/a") + server_at("plan"), "mine tootheirs");
+    copy.git("add plan");
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server_at("plan") + copy.status(), "mine");
+}
+
+TEST_F(CommitTest, ARefusedPathTakesAllBack) {
+    rights.bits["ann"] = {{"/", 112}, {"notes", 0x10}};
+    ASSERT_OK(copy.update());
+    fs::permissions(copy.place / "notes/a", fs::perms(0644));
+    copy.put("notes/a", "forbidden"), copy.put("plan", "second");
+    const std::string theirs = tip(), before = copy.git("for-each-ref");
+    EXPECT_FALSE(copy.commit());
+    EXPECT_TRUE(copy.host.told_of(u"action.sUnauthorized",
+                                  "notes")); // the directory itself
+    EXPECT_EQ(copy.host.ends(), "da");
+    EXPECT_EQ(copy.git("for-each-ref") + tip(), before + theirs);
+    EXPECT_EQ(copy.status() + copy.at("notes/a"), " M notes/a\n M plan" + std::string("forbidden"));
+    ASSERT_OK(copy.commit({u"plan"}));
+}
+
+// Each request in turn goes wrong. Until the server has it nothing moves; once
+// it has, the next commit finds out.
+TEST_F(CommitTest, WhateverTheServerDoesNothingIsLost) {
+    const std::vector<std::string> kAnswers = {"", answer_of(500), answer_of(409),
+                                               answer(200, "garbage")};
+    copy.put("plan", "second"), copy.put("new", "n"), fs::remove(copy.place / "notes/b");
+    const std::string before = copy.state(), theirs = tip();
+    size_t n = 0;
+    for (bool reached = true; reached; ++n)
+        for (const std::string &told : kAnswers) {
+            relay.play([&](const Asked &asked, size_t at) -> std::optional<std::string> {
+                if (at != n && !(told.empty() && at > n)) return {};
+                // Of an answer that takes a pack nothing is read.
+                return asked.line == "POST /packs" ? answer_of(500) : told;
+            });
+            const bool done = copy.commit();
+            const std::string asked = relay.lines() + std::to_string(n) + told;
+            reached = relay.asked().size() > n;
+            reached = reached && tip() == theirs;
+            if (!reached) break;
+            EXPECT_FALSE(done) << asked;
+            EXPECT_EQ(copy.host.ends().back(), 'a') << asked;
+            EXPECT_EQ(copy.state(), before) << asked;
+            EXPECT_EQ(copy.at("plan") + copy.at("new") + copy.at("notes/b"), "secondn(none)");
+        }
+    EXPECT_GT(n, 7u);
+    relay.play();
+    if (!copy.commit()) {
+        EXPECT_EQ(zErrorClass(), 3);
+    }
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD"), "new\nnotes/a\nplan\n");
+    EXPECT_EQ(server("rev-list --count HEAD"), "4\n");
+    EXPECT_EQ(copy.status() + copy.locks() + copy.git("diff HEAD origin/master --stat"), "");
+}
+
+TEST_F(CommitTest, ABreakAtAnyMomentTakesItBack) {
+    copy.put("plan", "second"), copy.put("new", std::string(300000, 'x'));
+    const std::string before = copy.state(), theirs = tip();
+    for (int n = 0;; ++n) {
+        copy.host.asks_left = n;
+        const bool done = copy.commit();
+        if (copy.host.asks_left >= 0 || tip() != theirs) break;
+        EXPECT_FALSE(done) << n;
+        const std::string ends = copy.host.ends();
+        EXPECT_TRUE(ends == "ca" || ends == "dc" || ends == "cc") << n << ends;
+        EXPECT_EQ(copy.state(), before) << n;
+        EXPECT_EQ(copy.at("plan"), "second");
+        ASSERT_LT(n, 500);
+    }
+    copy.host.asks_left = -1;
+    if (!copy.commit()) {
+        EXPECT_EQ(zErrorClass(), 3);
+    }
+    EXPECT_EQ(server_at("plan") + copy.status(), "second");
+}
+
+// At each line that the host is told: the work is there, and shows as not
+// committed until the server has it; the next update doesn't take it back.
+TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
+    copy.put("plan", "second"), copy.put("new", "n"), fs::remove(copy.place / "notes/b");
+    const auto work = [&] { return copy.at("plan") + copy.at("new") + copy.at("notes/b"); };
+    for (int n = 0, alive = 1; alive; ++n) {
+        Child child([&] {
+            int left = n;
+            copy.host.at_line = [&] {
+                if (left-- == 0) _exit(7);
+            };
+            return copy.commit() ? 0 : 1;
+        });
+        alive = child.wait() == 7;
+        EXPECT_EQ(work(), "secondn(none)") << n;
+        const RepositoryPtr opened = copy.open(); // nobody tells it to recover
+        if (n % 2) {
+            ASSERT_OK(copy.update()) << n;
+            EXPECT_EQ(work(), "secondn(none)") << n;
+        }
+        ASSERT_LT(n, 100);
+    }
+    copy.commit();
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD") + server_at("plan"),
+              "new\nnotes/a\nplan\nsecond");
+    EXPECT_EQ(server("rev-list --count HEAD"), "4\n");
+    EXPECT_EQ(copy.status() + copy.locks(), "");
+}
+
+TEST_F(CommitTest, ANameGetsAnotherCase) {
+    copy.git("mv plan Plan");
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD"), "Plan\nnotes/a\nnotes/b\n");
+    EXPECT_EQ(copy.status(), "");
+}
+
+} // namespace
