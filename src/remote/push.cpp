@@ -11,13 +11,13 @@
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
 #include "objects/store/reference.hpp"
+#include "remote/changes.hpp"
 #include "remote/push_drawings.hpp"
 #include "stream/stream.hpp"
 #include "system/os.hpp"
 #include "zev/commit.h"
 #include "zev/odb.h"
 #include "zev/pack.h"
-#include "zev/pathspec.h"
 #include "zev/reference.h"
 #include "zev/repository.h"
 #include "zev/status.h"
@@ -91,8 +91,7 @@ bool Pushing::find_commits() {
 }
 
 bool Pushing::find_changes() {
-    const PathSpecPtr spec(zPathSpecNew(nullptr, kChangeOptions));
-    changes_.reset(spec ? zCommitChanges(commit_.get(), spec.get(), nullptr) : nullptr);
+    changes_ = changes_of_commit(commit_.get());
     return changes_ || fail(u"odb.eFailedToPushLocalChanages");
 }
 

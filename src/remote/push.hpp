@@ -3,7 +3,6 @@
 
 #include "remote/remote.hpp"
 #include "zev/branch.h"
-#include "zev/pathspec.h"
 
 namespace zev {
 
@@ -16,11 +15,6 @@ struct Push {
     const Notify *notify;
     bool canceled = false; // out: the user broke it off
 };
-
-// The options of the spec, without paths, by which the changes of a commit are listed: a rename is
-// what was deleted and what was added, and nothing at all is a failure.
-inline constexpr uint32_t kChangeOptions =
-    Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_TYPECHANGE | Z_SPEC_NO_RENAMED | Z_SPEC_MUST_MATCH;
 
 // True when the server has the commit; the tracking branch stands on its own one then. On failure
 // the branch is where it was, all but a break is told, and what the server got does no harm there:
