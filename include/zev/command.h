@@ -84,8 +84,9 @@ ZEV_API bool zCommandCommit(const zwchar *workdir, const zwchar *author, const z
 
 // With a target: writes a file as a commit holds it there, and changes nothing else. `revision` is
 // null for HEAD, the address 1 for its first parent, or an id, looked for along the first parents
-// of the current branch's upstream. Without one: zShellUpdate to a revision, or to the newest for
-// null, and a reload. 0 on success, 1 on failure, -1 without the commit's tree.
+// of the current branch's upstream; its tree and the file are fetched where they aren't here.
+// Without one: zShellUpdate to a revision, or to the newest for null, and a reload. 0 on success, 1
+// on failure, -1 without the commit's tree.
 ZEV_API int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwchar *path,
                                  const zwchar *target, const Notify *host);
 
@@ -101,6 +102,10 @@ ZEV_API bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notif
 // the host's to set from another thread; it is read before each call.
 ZEV_API void zCommandRefresh(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                              const volatile uint8_t *stop, CommandListing callback, void *context);
+
+// What the user may do with a file, as bits of zev/auth.h, by the rules that the last update
+// brought; all of them in a copy without a server. 0 where the rules can't be read.
+ZEV_API int32_t zCommandPrivilege(const zwchar *workdir, const zwchar *file);
 
 // ---- Conflicts: see zShellConflict and zShellResolve. A null or empty path stands for all.
 ZEV_API ConflictAnalysis *zCommandConflictAnalyze(const zwchar *workdir, const zwchar *path);

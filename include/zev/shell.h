@@ -32,16 +32,17 @@ ZEV_API RevList *zShellLog(Repository *repository, RevSpec *spec);
 ZEV_API ConflictAnalysis *zShellConflict(Repository *repository, PathSpec *spec);
 ZEV_API bool zShellResolve(Repository *repository, ConflictAnalysis *analysis);
 
-// zIndexCommit onto HEAD: the index, or what a spec (null for none) selects.
+// zRemoteCommit where there is a server, the remote "origin"; else zIndexCommit onto HEAD. It is of
+// the index, or of what a spec (null for none) selects.
 ZEV_API bool zShellCommit(Repository *repository, PathSpec *spec, const zwchar *author,
                           const zwchar *message);
 
-// Only with the server, the remote "origin": a working copy without one fails with libgit2's error
-// of the look-up. ListUpdates gives a new list; the flag goes on to the client as it is. Checkout
-// makes a new working copy. This library has no client for them yet: class 15 then.
+// Only with the server, see zev/remote.h: a working copy without one fails with libgit2's error of
+// the look-up. ListUpdates gives a new list, and waits half a second only for a server that is
+// silent; without `refresh` it asks none. Checkout makes a new working copy.
 ZEV_API bool zShellUpdate(Repository *repository, CheckSpec *spec);
 ZEV_API bool zShellReset(Repository *repository, CheckSpec *spec);
-ZEV_API DiffList *zShellListUpdates(Repository *repository, PathSpec *spec, bool flag);
+ZEV_API DiffList *zShellListUpdates(Repository *repository, PathSpec *spec, bool refresh);
 ZEV_API bool zShellCheckout(const zwchar *url, const zwchar *path, CheckSpec *spec);
 
 ZEV_END

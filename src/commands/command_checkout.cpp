@@ -5,11 +5,13 @@
 #include "objects/store/diff.hpp"
 #include "objects/store/object.hpp"
 #include "objects/work/workdir.hpp"
+#include "zev/authdb.h"
 #include "zev/branch.h"
 #include "zev/commit.h"
 #include "zev/diff.h"
 #include "zev/object.h"
 #include "zev/oid.h"
+#include "zev/remote.h"
 #include "zev/shell.h"
 #include "zev/tree.h"
 
@@ -21,6 +23,7 @@ namespace {
 
 using BlobPtr = Owned<Blob, zBlobFree>;
 using BranchPtr = Owned<Branch, zBranchFree>;
+using RemotePtr = Owned<Remote, zRemoteFree>;
 using TreeEntryPtr = Owned<TreeEntry, zTreeEntryFree>;
 
 enum : int32_t { kDone = 0, kFailed = 1, kNoTree = -1 };
@@ -55,14 +58,34 @@ bool find_target(WorkPath *out, Repository *repository, const zwchar *target) {
     return fail_os(ENAMETOOLONG, target);
 }
 
+// What is missing here may lie with the server, if there is one.
+TreePtr find_tree(Remote *remote, const Commit *commit, const Notify *notify) {
+    TreePtr tree(zCommitTree(commit));
+    if (tree || !remote) return tree;
+    constexpr bool kAllLevels = true;
+    if (zRemoteDownloadTree(remote, zCommitTreeId(commit), kAllLevels, Z_OBJECT_TREE, nullptr,
+                            nullptr, notify))
+        tree.reset(zCommitTree(commit));
+    return tree;
+}
+
+BlobPtr find_blob(Remote *remote, Repository *repository, const Oid *id, const Notify *notify) {
+    BlobPtr blob(zBlobByid(repository, id));
+    if (!blob && remote && zRemoteDownloadObject(remote, id, notify))
+        blob.reset(zBlobByid(repository, id));
+    return blob;
+}
+
 int32_t export_file(Repository *repository, const Oid *revision, const zwchar *path,
-                    const zwchar *target) {
+                    const zwchar *target, const Notify *notify) {
     const CommitPtr commit = find_commit(repository, revision);
     if (!commit) return kFailed;
-    const TreePtr tree(zCommitTree(commit.get()));
+    const RemotePtr remote(zRemoteOpen(repository));
+    const TreePtr tree = find_tree(remote.get(), commit.get(), notify);
     if (!tree) return kNoTree;
     const TreeEntryPtr entry(zTreeEntryBypath(tree.get(), path));
-    const BlobPtr blob(entry ? zBlobByid(repository, zTreeEntryId(entry.get())) : nullptr);
+    if (!entry) return kFailed;
+    const BlobPtr blob = find_blob(remote.get(), repository, zTreeEntryId(entry.get()), notify);
     WorkPath place;
     if (!blob || !find_target(&place, repository, target)) return kFailed;
     return zBlobExport(blob.get(), place.full.c_str(), u"wb+") ? kDone : kFailed;
@@ -105,9 +128,9 @@ int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwcha
                                    is_export ? ConnectionUse::shared : ConnectionUse::alone);
     if (!connection) return kFailed;
     Repository *repository = connection.repository();
-    if (is_export) return export_file(repository, revision, path, target);
-    if (is_previous(revision)) return fail_args(), kFailed;
     const Adapter adapter(host);
+    if (is_export) return export_file(repository, revision, path, target, adapter.get());
+    if (is_previous(revision)) return fail_args(), kFailed;
     const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
     return spec && zShellUpdate(repository, spec.get()) ? reloaded(*connection) : kFailed;
 } catch (...) {
@@ -165,4 +188,11 @@ void zCommandRefresh(const zwchar *workdir, uint64_t count, const zwchar *const 
     if (list) tell_changes(list.get(), callback, context, stop);
 } catch (...) {
     fail_thrown();
+}
+
+int32_t zCommandPrivilege(const zwchar *workdir, const zwchar *file) {
+    const ConnectionUse connection(workdir);
+    if (!connection) return 0;
+    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(connection.repository()));
+    return rules ? zAuthdbEntryMode(rules.get(), file) : 0;
 }

@@ -235,7 +235,7 @@ struct CheckoutTest : CommandTest {
     }
     // As a clone would have left it, whose server is one commit behind.
     void follow() {
-        git(place, "remote add origin ../nowhere");
+        git(place, "remote add origin http://127.0.0.1:1/repos/a/b");
         git(place, "update-ref refs/remotes/origin/master HEAD~1");
         git(place, "config branch.master.remote origin");
         git(place, "config branch.master.merge refs/heads/master");
@@ -298,7 +298,7 @@ TEST_F(CheckoutTest, WhatNeedsTheServerFailsWithItsReason) {
         [&] { return zCommandReset(where, &ids[0], path, nullptr) != 1; },
         [&] { return zCommandFetch(where, path, nullptr); },
         [&] { return zCommandRefresh(where, 1, &path, nullptr, Listed::take, nullptr), false; }};
-    for (int failure : {3, 15}) { // no remote "origin"; no client for it
+    for (int failure : {3, 15}) { // no remote "origin"; nobody there
         for (const auto &call : kCalls) {
             zRaiseOutOfRange(nullptr);
             EXPECT_FALSE(call());

@@ -1,10 +1,12 @@
 // The shell: what a user does to a working copy, one function each. It opens the index under its
 // lock, does the work and writes what changed; an operation that failed leaves the file as it was.
+// What has a server goes there.
 #include "zev/shell.h"
 
 #include "common/failure.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "zev/commit.h"
+#include "zev/remote.h"
 #include "zev/repository.h"
 #include "zev/revlist.h"
 #include "zev/status.h"
@@ -29,14 +31,10 @@ IndexPtr open_to_look(Repository *repository) {
     return index;
 }
 
-// A working copy without a server says so; where there is one, nobody is here to speak to it.
-Failure fail_no_client() { return raise_net(-1, u"this library has no client for a server"); }
+using RemotePtr = Owned<Remote, zRemoteFree>;
 
-bool open_remote(Repository *repository) {
-    git::Remote remote;
-    int code = git_remote_lookup(out(remote), repository->handle.get(), "origin");
-    return code < 0 ? fail_git(code) : fail_no_client();
-}
+// Of a list of updates: whoever waits for it would rather do without.
+constexpr uint64_t kShortTimeout = 500;
 
 } // namespace
 
@@ -98,11 +96,16 @@ bool zShellResolve(Repository *repository, ConflictAnalysis *analysis) {
     return done;
 }
 
-// ---- Commit. The index is written on the way, before the reference moves.
+// ---- Commit, to the server if there is one. The index is written on the way, before the reference
+// moves.
 
 bool zShellCommit(Repository *repository, PathSpec *spec, const zwchar *author,
                   const zwchar *message) {
+    constexpr int32_t kNotFound = 3;
     if (!repository || !author || !message) return fail_args();
+    const RemotePtr remote(zRemoteOpen(repository));
+    if (remote) return zRemoteCommit(remote.get(), spec, author, message);
+    if (zErrorClass() != kNotFound) return false; // what can't be read may name a server
     const IndexPtr index(zIndexHead(repository, true));
     if (!index) return false;
     const Owned<Commit, zCommitFree> commit(
@@ -110,25 +113,28 @@ bool zShellCommit(Repository *repository, PathSpec *spec, const zwchar *author,
     return commit != nullptr;
 }
 
-// ---- With the server
+// ---- With the server only
 
 bool zShellUpdate(Repository *repository, CheckSpec *spec) {
     if (!repository || !spec) return fail_args();
-    return open_remote(repository);
+    const RemotePtr remote(zRemoteOpen(repository));
+    return remote && zRemoteUpdate(remote.get(), spec);
 }
 
 bool zShellReset(Repository *repository, CheckSpec *spec) {
     if (!repository || !spec) return fail_args();
-    return open_remote(repository);
+    const RemotePtr remote(zRemoteOpen(repository));
+    return remote && zRemoteReset(remote.get(), spec);
 }
 
-DiffList *zShellListUpdates(Repository *repository, PathSpec *spec, bool) {
+DiffList *zShellListUpdates(Repository *repository, PathSpec *spec, bool refresh) {
     if (!repository || !spec) return fail_args();
-    open_remote(repository);
-    return nullptr;
+    const RemotePtr remote(zRemoteOpen(repository));
+    if (!remote || !zRemoteSetTimeout(remote.get(), kShortTimeout)) return nullptr;
+    return zRemoteListUpdates(remote.get(), spec, refresh);
 }
 
-bool zShellCheckout(const zwchar *url, const zwchar *path, CheckSpec *) {
+bool zShellCheckout(const zwchar *url, const zwchar *path, CheckSpec *spec) {
     if (!url || !path) return fail_args();
-    return fail_no_client();
+    return zRemoteCheckout(url, path, spec);
 }
