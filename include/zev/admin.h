@@ -23,8 +23,6 @@
 
 ZEV_BEGIN
 
-typedef struct Admin Admin;
-
 // ---- Sessions. `url` is the server's, as "http://plant:3001". A password goes out in its wire
 // form (zev/login.h); with `hashed` it already has that form, 40 units at most, and goes as it is.
 

@@ -10,8 +10,6 @@
 
 ZEV_BEGIN
 
-typedef struct Authdb Authdb;
-
 ZEV_API const zwchar *zAuthdbName(void); // "AUTHZ"
 // The file of a repository, in a buffer of Z_PATH_MAX.
 ZEV_API bool zAuthdbPath(zwchar *path, Repository *repository);

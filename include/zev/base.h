@@ -52,6 +52,8 @@ typedef struct DrawingKey {
 // Gives back what a record owns.
 typedef void (*ReleaseFn)(void *pointer);
 
+typedef struct Admin Admin;
+typedef struct Authdb Authdb;
 typedef struct Binary Binary;
 typedef struct Blob Blob;
 typedef struct Branch Branch;
