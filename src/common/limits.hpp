@@ -85,6 +85,10 @@ inline constexpr uint64_t http_body_rate = 1024;
 // And that answers on their way have when the server is told to end: whoever waits for that, and
 // the system behind him, gives five seconds or more.
 inline constexpr int64_t http_last_call = 3'000'000'000;
+// What a peer may go on to send that was answered before it had said all, until it is closed: time
+// to read the answer, and what such a peer has on its way by then.
+inline constexpr int64_t http_linger_time = 5'000'000'000;
+inline constexpr uint64_t http_linger_bytes = 64u << 20;
 // Open connections of one server: descriptors are as many as the system grants by default.
 inline constexpr uint32_t http_connections = 1024;
 // Log-ins that fail within a span of nanoseconds, of one login or from one address, before both are

@@ -81,6 +81,8 @@ bool fd_mode_if_kept(int fd, mode_t mode);
 bool fd_truncate(int fd, int64_t size); // with the cursor at its start
 bool fd_rewind(int fd);
 bool fd_sync(int fd); // its bytes, and of the rest what is needed to read them
+// Its bytes by now begin to go to the disk, so that a later sync finds little left to do.
+void start_sync(int fd);
 bool write_all(int fd, const void *bytes, size_t size);
 bool copy_bytes(int from, int to); // from both cursors to the end of `from`
 bool truncate(FILE *file, int64_t size);

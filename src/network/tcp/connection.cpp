@@ -36,11 +36,6 @@ namespace zev {
 
 namespace {
 
-// What a peer may go on to send that was answered before it had said all, until it is closed: time
-// to read the answer, and what such a peer has on its way by then.
-constexpr int64_t kLingerTime = 5'000'000'000;
-constexpr uint64_t kLingerBytes = 64u << 20;
-
 constexpr unsigned kKeepaliveMax = 32767; // seconds; the system refuses more
 
 // Of the whole process, for the log.
@@ -325,12 +320,12 @@ void on_dropped(uv_stream_t *stream, ssize_t count, const uv_buf_t *) {
 }
 
 void start_lingering(TcpConnection *connection) {
-    constexpr uint64_t kTime = kLingerTime / (kSecond / 1000);
+    constexpr uint64_t kTime = limits::http_linger_time / (kSecond / 1000);
     uv_stream_t *stream = stream_of(connection);
     drop_timer(connection);
     stop_watching(connection);
     connection->lingering = true;
-    connection->linger_left = kLingerBytes;
+    connection->linger_left = limits::http_linger_bytes;
     if (!connection_start_timer(connection, kTime) ||
         uv_shutdown(&connection->shutdown, stream, [](uv_shutdown_t *, int) {}) < 0 ||
         uv_read_start(stream, lend_block, on_dropped) < 0)

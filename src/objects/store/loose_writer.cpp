@@ -6,7 +6,6 @@
 #include "objects/store/loose_writer.hpp"
 
 #include "system/os.hpp"
-#include "system/write_out.hpp"
 #include "zev/oid.h"
 
 #include <algorithm>

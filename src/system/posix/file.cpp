@@ -321,6 +321,12 @@ bool fd_rewind(int fd) { return lseek(fd, 0, SEEK_SET) == 0; }
 bool fd_sync(int fd) {
     return retry([&] { return calls.fdatasync(fd); }) == 0;
 }
+// Where the system has no such call, or refuses it, all is left to the sync.
+void start_sync(int fd) {
+    const int kept = errno;
+    ::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+    errno = kept;
+}
 bool fd_truncate(int fd, int64_t size) {
     return retry([&] { return calls.ftruncate(fd, size); }) == 0 && fd_rewind(fd);
 }
