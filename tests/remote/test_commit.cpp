@@ -139,7 +139,7 @@ TEST_F(CommitTest, WhateverTheServerDoesNothingIsLost) {
             EXPECT_EQ(copy.state(), before) << asked;
             EXPECT_EQ(copy.at("plan") + copy.at("new") + copy.at("notes/b"), "secondn(none)");
         }
-    EXPECT_GT(n, 7u);
+    EXPECT_GT(n, 6u); // behind the seventh the server has it
     relay.play();
     if (!copy.commit()) {
         EXPECT_EQ(zErrorClass(), 3);
