@@ -57,7 +57,7 @@ class Pushing {
     bool send_commit();
     bool move_branch();
 
-    Exchange exchange(const zwchar *summary = u"odb.eFailedToPushLocalChanages") const {
+    RemoteCall call(const zwchar *summary = u"odb.eFailedToPushLocalChanages") const {
         return {push_.remote, push_.notify, summary, u"net.eFailedToCreatePushRequest"};
     }
     Failure fail(const zwchar *key, const zwchar *argument = nullptr) const {
@@ -112,7 +112,7 @@ bool Pushing::ask() {
     each(changes_.get(), [&](const DiffEntry *entry) {
         if (brings_object(entry)) push(ids.get(), zJsonNewId(zDiffEntryNewId(entry)));
     });
-    const Exchange asked = exchange();
+    const RemoteCall asked = call();
     const JsonGuard query = entries_query(std::move(ids));
     missing_ = json_of(
         asked, send(asked, make_request(asked, Z_HTTP_POST, u"/objects/diff", query.get())));
@@ -187,7 +187,7 @@ bool Pushing::send_pack(PackBuilder *builder) {
     };
     if (!spool.stream || !zPackBuilderForeach(builder, put, &spool))
         return push_.canceled ? raise_canceled() : fail(u"odb.eFailedToBuildPack");
-    const Exchange sent = exchange();
+    const RemoteCall sent = call();
     HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/packs");
     if (!request) return false;
     if (!zHttpRequestSetOctet(request, spool.stream.release())) return fail(sent.unready);
@@ -231,7 +231,7 @@ bool Pushing::tell_refused(HttpResponse *response) const {
         const zwchar *path = text_in(zJsonArrayAt(paths, n), u"path");
         notify_action(push_.notify, u"action.sUnauthorized", path ? path : u"");
     }
-    const Exchange silent{push_.remote, nullptr, u"odb.eFailedToPushLocalChanages"};
+    const RemoteCall silent{push_.remote, nullptr, u"odb.eFailedToPushLocalChanages"};
     judge(silent, response);
     return true;
 }
@@ -241,7 +241,7 @@ bool Pushing::send_tree() {
     if (!changes_of(entries)) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
     const JsonGuard query = entries_query(std::move(entries));
     if (parent_) put(json_find(query.get(), u"query"), u"base", zJsonNewId(&base_));
-    const Exchange sent = exchange();
+    const RemoteCall sent = call();
     HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/trees", query.get());
     if (!request) return false;
     HttpResponse *response = zHttpRequestSend(request);
@@ -252,7 +252,7 @@ bool Pushing::send_tree() {
 }
 
 bool Pushing::send_commit() {
-    const Exchange sent = exchange(u"net.eFailedToPushLocalChanges");
+    const RemoteCall sent = call(u"net.eFailedToPushLocalChanges");
     zwchar update[Z_PATH_MAX];
     if (!zReferenceXform(update, Z_PATH_MAX, push_.remote->handle.get(),
                          zBranchMerge(push_.upstream)))
@@ -274,7 +274,7 @@ bool Pushing::send_commit() {
 bool Pushing::move_branch() {
     if (!zRemoteDownloadObject(push_.remote, &made_, push_.notify)) return false;
     const CommitPtr made(by_id<Commit>(owner_, &made_));
-    if (!made) return wrong_data(exchange());
+    if (!made) return wrong_data(call());
     const zwchar *place = zRepositoryPath(owner_);
     const bool synced = place && (os::sync_tree(place) || fail_os(errno, place));
     const ReferencePtr reference(synced ? zBranchReference(push_.upstream) : nullptr);

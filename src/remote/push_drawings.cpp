@@ -83,17 +83,17 @@ bool take_tag(Table *table, HttpResponse *response) {
 }
 
 bool send_rows(Push &push, Table *table, Keys keys) {
-    const Exchange exchange{push.remote, nullptr, u"odb.eFailedToPushDrawings",
-                            u"net.eFailedToCreatePushRequest"};
+    const RemoteCall call{push.remote, nullptr, u"odb.eFailedToPushDrawings",
+                          u"net.eFailedToCreatePushRequest"};
     TableLookup lookup(table);
     for (size_t at = 0; at < keys.size();) {
         StreamPtr batch = next_batch(lookup, keys, at);
         HttpRequest *request =
-            batch ? make_request(exchange, Z_HTTP_PUT, u"/tables/" + id_text(table->id)) : nullptr;
+            batch ? make_request(call, Z_HTTP_PUT, u"/tables/" + id_text(table->id)) : nullptr;
         if (!request || !zHttpRequestSetNotify(request, push.notify) ||
             !zHttpRequestSetOctet(request, batch.release()))
             return false;
-        HttpResponse *response = send(exchange, request);
+        HttpResponse *response = send(call, request);
         if (!response || !take_tag(table, response)) return false;
     }
     return true;

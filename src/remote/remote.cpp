@@ -48,57 +48,57 @@ Failure fail_net(const Notify *notify, int32_t code, const zwchar *reason, const
 
 namespace zev {
 
-HttpRequest *make_request(const Exchange &exchange, uint32_t method, std::u16string_view tail,
+HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16string_view tail,
                           const zwchar *accepted) {
-    HttpRequest *request = zRemoteConnect(exchange.remote, exchange.notify);
-    const std::u16string url = std::u16string(exchange.remote->url.get()).append(tail);
+    HttpRequest *request = zRemoteConnect(call.remote, call.notify);
+    const std::u16string url = std::u16string(call.remote->url.get()).append(tail);
     if (request && zHttpRequestSetUrl(request, url.c_str()) &&
         zHttpRequestSetMethod(request, method) &&
         zHttpRequestSetAccepts(request, accepted, u"UTF-8", zLangProduct()))
         return request;
-    return notify_error(exchange.notify, exchange.unready);
+    return notify_error(call.notify, call.unready);
 }
 
-HttpRequest *make_request(const Exchange &exchange, uint32_t method, std::u16string_view tail,
+HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16string_view tail,
                           const Json *body, const zwchar *accepted) {
-    HttpRequest *request = make_request(exchange, method, tail, accepted);
+    HttpRequest *request = make_request(call, method, tail, accepted);
     if (!request || zHttpRequestSetJson(request, body)) return request;
-    return notify_error(exchange.notify, exchange.unready);
+    return notify_error(call.notify, call.unready);
 }
 
-HttpResponse *send(const Exchange &exchange, HttpRequest *request, Here at) {
-    return request ? judge(exchange, zHttpRequestSend(request), at) : nullptr;
+HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at) {
+    return request ? judge(call, zHttpRequestSend(request), at) : nullptr;
 }
 
-HttpResponse *judge(const Exchange &exchange, HttpResponse *response, Here at) {
+HttpResponse *judge(const RemoteCall &call, HttpResponse *response, Here at) {
     if (response && zHttpResponseOk(response)) return response;
     if (response && zHttpResponseUsrbrk(response)) return raise_canceled();
-    return fail_net(exchange.notify, response ? zHttpResponseCode(response) : kUnavailable,
-                    zHttpResponseStrerr(response), exchange.summary, at);
+    return fail_net(call.notify, response ? zHttpResponseCode(response) : kUnavailable,
+                    zHttpResponseStrerr(response), call.summary, at);
 }
 
-Failure wrong_data(const Exchange &exchange, Here at) {
-    return fail_net(exchange.notify, -1, word(u"net.eWrongDataFromServer"), exchange.summary, at);
+Failure wrong_data(const RemoteCall &call, Here at) {
+    return fail_net(call.notify, -1, word(u"net.eWrongDataFromServer"), call.summary, at);
 }
 
-Stream *body_of(const Exchange &exchange, HttpResponse *response, Here at) {
+Stream *body_of(const RemoteCall &call, HttpResponse *response, Here at) {
     Stream *body = response ? zHttpResponseBody(response) : nullptr;
-    return body || !response ? body : wrong_data(exchange, at);
+    return body || !response ? body : wrong_data(call, at);
 }
 
-JsonGuard json_of(const Exchange &exchange, HttpResponse *response, Here at) {
-    Stream *body = body_of(exchange, response, at);
+JsonGuard json_of(const RemoteCall &call, HttpResponse *response, Here at) {
+    Stream *body = body_of(call, response, at);
     if (!body) return {};
     JsonBounds bounds{limits::answer_bytes, limits::answer_nodes};
     JsonGuard tree(json_read_bounded(body, bounds));
-    if (!tree) wrong_data(exchange, at);
+    if (!tree) wrong_data(call, at);
     return tree;
 }
 
-Json *entries_of(const Exchange &exchange, const JsonGuard &body, Here at) {
+Json *entries_of(const RemoteCall &call, const JsonGuard &body, Here at) {
     if (!body) return nullptr;
     Json *entries = json_find(body.get(), u"data.entries");
-    return entries && zJsonIsArray(entries) ? entries : wrong_data(exchange, at);
+    return entries && zJsonIsArray(entries) ? entries : wrong_data(call, at);
 }
 
 const zwchar *text_in(const Json *object, const zwchar *name) {
@@ -228,13 +228,12 @@ bool bind(Remote *remote, const Oid &server, const Notify *notify) {
 
 bool zRemoteVerifyRepo(Remote *remote, const Notify *notify) try {
     if (!remote) return fail_args();
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchSummary"};
-    const JsonGuard body =
-        json_of(exchange, send(exchange, make_request(exchange, Z_HTTP_GET, u"")));
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchSummary"};
+    const JsonGuard body = json_of(call, send(call, make_request(call, Z_HTTP_GET, u"")));
     if (!body) return false;
     Oid server; // all zero is none: a copy bound to that would be bound to nothing
     if (!id_in(&server, json_find(body.get(), u"data"), u"id") || zOidIsZero(&server))
-        return wrong_data(exchange);
+        return wrong_data(call);
     return bind(remote, server, notify);
 } catch (...) {
     return fail_thrown();

@@ -31,9 +31,9 @@ using StreamPtr = Owned<Stream, zStreamFree>;
 inline constexpr const zwchar *kJsonType = u"application/json";
 inline constexpr const zwchar *kOctetType = u"application/octet-stream";
 
-// One exchange with the server, and by which texts of the catalogue it tells a failure: of the
+// One call with the server, and by which texts of the catalogue it tells a failure: of the
 // answer, and of the request that could not be made.
-struct Exchange {
+struct RemoteCall {
     Remote *remote;
     const Notify *notify;
     const zwchar *summary;
@@ -42,25 +42,25 @@ struct Exchange {
 
 // A request to the repository's address with `tail` behind it, to be sent with a body or without;
 // null, told. May throw.
-HttpRequest *make_request(const Exchange &exchange, uint32_t method, std::u16string_view tail,
+HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16string_view tail,
                           const zwchar *accepted = kJsonType);
 // The same with a tree as the body.
-HttpRequest *make_request(const Exchange &exchange, uint32_t method, std::u16string_view tail,
+HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16string_view tail,
                           const Json *body, const zwchar *accepted = kJsonType);
 
 // The answer of a success, lent until the next request; else null: a break is raised, all others
 // are told. A null request is null, too.
-HttpResponse *send(const Exchange &exchange, HttpRequest *request, Here at = {});
-HttpResponse *judge(const Exchange &exchange, HttpResponse *response, Here at = {});
+HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at = {});
+HttpResponse *judge(const RemoteCall &call, HttpResponse *response, Here at = {});
 
 // What the server said makes no sense: raised, logged, told.
-Failure wrong_data(const Exchange &exchange, Here at = {});
+Failure wrong_data(const RemoteCall &call, Here at = {});
 
 // The body of an answer: null, told, where there is none, or where it is no JSON.
-Stream *body_of(const Exchange &exchange, HttpResponse *response, Here at = {});
-JsonGuard json_of(const Exchange &exchange, HttpResponse *response, Here at = {});
+Stream *body_of(const RemoteCall &call, HttpResponse *response, Here at = {});
+JsonGuard json_of(const RemoteCall &call, HttpResponse *response, Here at = {});
 // `data.entries` of a body, lent by it; null, told, where that is no array.
-Json *entries_of(const Exchange &exchange, const JsonGuard &body, Here at = {});
+Json *entries_of(const RemoteCall &call, const JsonGuard &body, Here at = {});
 
 // What an answer holds: false for what is no text, no id. Nothing is raised.
 const zwchar *text_in(const Json *object, const zwchar *name);

@@ -15,6 +15,8 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <memory>
+#include <string_view>
 
 namespace zev {
 
@@ -72,13 +74,13 @@ uint64_t most_objects(const Json *query) {
 
 // A pack's bytes on their way to the writer; its head tells how many objects there are: "PACK",
 // version u32, count u32.
-class Intake {
+class PackIntake {
   public:
-    Intake(PackWriter *writer, uint64_t most) : writer_(writer), most_(most) {}
+    PackIntake(PackWriter *writer, uint64_t most) : writer_(writer), most_(most) {}
 
-    bool take(const void *bytes, uint64_t size) {
-        look(bytes, size);
-        return whole_ = count() <= most_ && zPackWriterAppend(writer_, bytes, size);
+    bool take(std::string_view bytes) {
+        look(bytes);
+        return whole_ = count() <= most_ && zPackWriterAppend(writer_, bytes.data(), bytes.size());
     }
     // A pack of nothing is not kept.
     bool commit() const {
@@ -88,9 +90,9 @@ class Intake {
     }
 
   private:
-    void look(const void *bytes, uint64_t size) {
-        const uint64_t part = std::min<uint64_t>(size, head_.size() - seen_);
-        memcpy(head_.data() + seen_, bytes, part);
+    void look(std::string_view bytes) {
+        const uint64_t part = std::min<uint64_t>(bytes.size(), head_.size() - seen_);
+        memcpy(head_.data() + seen_, bytes.data(), part);
         seen_ += part;
     }
     uint32_t count() const { return seen_ == head_.size() ? load_u32(head_.data() + 8) : 0; }
@@ -102,12 +104,22 @@ class Intake {
     bool whole_ = true;
 };
 
+// Up to the end of the body, or to what the intake refuses, who knows why.
+bool read_pieces(Stream *body, PackIntake &intake) {
+    constexpr uint64_t kBlock = 1u << 16;
+    const auto block = std::make_unique<char[]>(kBlock);
+    rest::PieceReader pieces;
+    while (const uint64_t count = zStreamRead(body, block.get(), kBlock))
+        if (!pieces.add({block.get(), count}, [&](auto bytes) { return intake.take(bytes); }))
+            return true;
+    return !zStreamError(body) && pieces.is_whole();
+}
+
 bool store_pack(Remote *remote, Stream *body, uint64_t most) {
     const WriterPtr writer(zPackWriterNew(remote->owner));
     if (!writer) return false;
-    Intake intake(writer.get(), most);
-    const bool read = rest::read_pieces(
-        body, [&](const void *bytes, uint64_t size) { return intake.take(bytes, size); });
+    PackIntake intake(writer.get(), most);
+    const bool read = read_pieces(body, intake);
     return (read || raise_args()) && intake.commit();
 }
 
@@ -141,10 +153,9 @@ bool zRemoteDownloadObject(Remote *remote, const Oid *id, const Notify *notify) 
     const OdbPtr odb(zOdbOpen(remote->owner));
     if (!odb) return notify_error(notify, u"odb.eFailedToOpenOdb");
     if (zOdbExists(odb.get(), id)) return true;
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchObject"};
-    HttpRequest *request =
-        make_request(exchange, Z_HTTP_GET, u"/objects/" + id_text(*id), kOctetType);
-    Stream *body = body_of(exchange, send(exchange, request));
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchObject"};
+    HttpRequest *request = make_request(call, Z_HTTP_GET, u"/objects/" + id_text(*id), kOctetType);
+    Stream *body = body_of(call, send(call, request));
     if (!body) return false;
     return store_object(odb.get(), *id, body) || notify_error(notify, u"odb.eFailedToWriteObject");
 } catch (...) {
@@ -171,11 +182,11 @@ bool zRemoteDownloadNested(Remote *remote, const Oid *id, int32_t type, const No
 
 bool zRemoteDownloadPack(Remote *remote, const Json *query, const Notify *notify) try {
     if (!remote || !query) return fail_args();
-    const Exchange exchange{remote, notify, u"net.eFailedToDownloadPack"};
-    HttpRequest *request = make_request(exchange, Z_HTTP_POST, u"/packs/diff", query, kOctetType);
-    Stream *body = body_of(exchange, send(exchange, request));
+    const RemoteCall call{remote, notify, u"net.eFailedToDownloadPack"};
+    HttpRequest *request = make_request(call, Z_HTTP_POST, u"/packs/diff", query, kOctetType);
+    Stream *body = body_of(call, send(call, request));
     if (!body) return false;
-    return store_pack(remote, body, most_objects(query)) || notify_error(notify, exchange.summary);
+    return store_pack(remote, body, most_objects(query)) || notify_error(notify, call.summary);
 } catch (...) {
     return fail_thrown();
 }
@@ -185,19 +196,18 @@ bool zRemoteDownloadCommits(Remote *remote, const Oid *head, uint64_t limit,
     if (!remote || !head) return fail_args();
     const OdbPtr odb(zOdbOpen(remote->owner));
     if (!odb) return notify_error(notify, u"odb.eFailedToOpenOdb");
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchCommits"};
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchCommits"};
     std::u16string tail = u"/commits?head=" + id_text(*head);
     if (limit) tail += u"&limit=" + limit_text(limit);
-    const JsonGuard body =
-        json_of(exchange, send(exchange, make_request(exchange, Z_HTTP_GET, tail)));
-    Json *entries = entries_of(exchange, body);
+    const JsonGuard body = json_of(call, send(call, make_request(call, Z_HTTP_GET, tail)));
+    Json *entries = entries_of(call, body);
     if (!entries) return false;
     PackQuery missing;
     git_odb_refresh(odb->handle.get());
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         Oid id;
-        if (!id_in(&id, zJsonArrayAt(entries, n), u"id")) return wrong_data(exchange);
+        if (!id_in(&id, zJsonArrayAt(entries, n), u"id")) return wrong_data(call);
         if (!is_stored(odb.get(), id)) missing.add(id);
     }
     return missing.fetch(remote, notify);

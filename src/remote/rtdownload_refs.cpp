@@ -92,16 +92,15 @@ using namespace zev;
 
 bool zRemoteDownloadRefs(Remote *remote, const Notify *notify) try {
     if (!remote) return fail_args();
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchRefs"};
-    const JsonGuard body =
-        json_of(exchange, send(exchange, make_request(exchange, Z_HTTP_GET, u"/refs")));
-    Json *entries = entries_of(exchange, body);
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchRefs"};
+    const JsonGuard body = json_of(call, send(call, make_request(call, Z_HTTP_GET, u"/refs")));
+    Json *entries = entries_of(call, body);
     if (!entries) return false;
     Refs refs(remote, notify);
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         ListedRef ref;
-        if (!read_ref(zJsonArrayAt(entries, n), ref)) return wrong_data(exchange);
+        if (!read_ref(zJsonArrayAt(entries, n), ref)) return wrong_data(call);
         if (!refs.take(ref)) return false;
     }
     return true;

@@ -15,38 +15,38 @@ namespace {
 using OidSet = std::unordered_set<Oid, OidHash, OidSame>;
 
 // The ids of a history that have no record here, as [{"oid": ID}, ...].
-JsonGuard missing_records(const Exchange &exchange, const Revdb *db, Json *entries, OidSet &asked) {
+JsonGuard missing_records(const RemoteCall &call, const Revdb *db, Json *entries, OidSet &asked) {
     JsonGuard missing(zJsonNew(Z_JSON_ARRAY));
     if (!missing) throw std::bad_alloc();
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         Oid id;
-        if (!read_id(&id, zJsonArrayAt(entries, n))) return wrong_data(exchange), JsonGuard();
+        if (!read_id(&id, zJsonArrayAt(entries, n))) return wrong_data(call), JsonGuard();
         if (zRevdbExists(db, &id) || !asked.insert(id).second) continue;
         push(missing.get(), zJsonNewObject(u"oid", zJsonNewId(&id), nullptr));
     }
     return missing;
 }
 
-HttpRequest *ask_for_records(const Exchange &exchange, const Json *ids) {
-    HttpRequest *request = make_request(exchange, Z_HTTP_PATCH, u"/revisions");
+HttpRequest *ask_for_records(const RemoteCall &call, const Json *ids) {
+    HttpRequest *request = make_request(call, Z_HTTP_PATCH, u"/revisions");
     StreamPtr text(request ? spill_stream() : nullptr);
     if (!text) return nullptr;
     if (zJsonWriteStream(ids, text.get()) && zHttpRequestSetOctet(request, text.release()))
         return request;
-    return notify_error(exchange.notify, exchange.unready);
+    return notify_error(call.notify, call.unready);
 }
 
 // One that makes no sense is told, and the others go in.
-void insert_records(const Exchange &exchange, Revdb *db, Json *entries, const OidSet &asked) {
+void insert_records(const RemoteCall &call, Revdb *db, Json *entries, const OidSet &asked) {
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         const RevisionPtr revision =
-            revision_from_json(exchange.remote->owner, zJsonArrayAt(entries, n));
+            revision_from_json(call.remote->owner, zJsonArrayAt(entries, n));
         if (revision && asked.contains(revision->id))
             zRevdbInsert(db, &revision->id, revision.get());
         else
-            wrong_data(exchange);
+            wrong_data(call);
     }
 }
 
@@ -58,13 +58,12 @@ using namespace zev;
 
 bool zRemoteDownloadRevision(Remote *remote, const Oid *id, const Notify *notify) try {
     if (!remote || !id) return fail_args();
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchRevisions"};
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchRevisions"};
     const JsonGuard body =
-        json_of(exchange,
-                send(exchange, make_request(exchange, Z_HTTP_GET, u"/revisions/" + id_text(*id))));
+        json_of(call, send(call, make_request(call, Z_HTTP_GET, u"/revisions/" + id_text(*id))));
     if (!body) return false;
     const RevisionPtr revision = revision_from_json(remote->owner, body.get());
-    if (!revision || !zOidIsEqual(&revision->id, id)) return wrong_data(exchange);
+    if (!revision || !zOidIsEqual(&revision->id, id)) return wrong_data(call);
     const RevdbPtr db(zRevdbOpen(remote->owner));
     return db && zRevdbInsert(db.get(), id, revision.get())
                ? true
@@ -76,23 +75,22 @@ bool zRemoteDownloadRevision(Remote *remote, const Oid *id, const Notify *notify
 bool zRemoteDownloadRevlist(Remote *remote, const Oid *head, uint64_t limit,
                             const Notify *notify) try {
     if (!remote || !head) return fail_args();
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchRevisions"};
-    HttpRequest *request =
-        make_request(exchange, Z_HTTP_GET,
-                     u"/revisions?head=" + id_text(*head) + u"&limit=" + limit_text(limit));
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchRevisions"};
+    HttpRequest *request = make_request(
+        call, Z_HTTP_GET, u"/revisions?head=" + id_text(*head) + u"&limit=" + limit_text(limit));
     if (!request) return false;
     const RevdbPtr db(zRevdbOpen(remote->owner));
     if (!db) return notify_error(notify, u"net.eFailedToOpenRevdb");
-    JsonGuard body = json_of(exchange, send(exchange, request));
-    Json *entries = entries_of(exchange, body);
+    JsonGuard body = json_of(call, send(call, request));
+    Json *entries = entries_of(call, body);
     if (!entries) return false;
     OidSet asked;
-    const JsonGuard missing = missing_records(exchange, db.get(), entries, asked);
+    const JsonGuard missing = missing_records(call, db.get(), entries, asked);
     if (!missing || asked.empty()) return missing != nullptr;
-    body = json_of(exchange, send(exchange, ask_for_records(exchange, missing.get())));
-    entries = entries_of(exchange, body);
+    body = json_of(call, send(call, ask_for_records(call, missing.get())));
+    entries = entries_of(call, body);
     if (!entries) return false;
-    insert_records(exchange, db.get(), entries, asked);
+    insert_records(call, db.get(), entries, asked);
     return true;
 } catch (...) {
     return fail_thrown();

@@ -61,13 +61,13 @@ class Rows {
     std::optional<uint64_t> tag_;
 };
 
-bool store_rows(const Exchange &exchange, Table *table, Stream *body,
+bool store_rows(const RemoteCall &call, Table *table, Stream *body,
                 std::span<const DrawingKey> asked) {
-    if (!has_end_mark(body)) return wrong_data(exchange);
+    if (!has_end_mark(body)) return wrong_data(call);
     Rows rows(table, asked);
     const bool fits = read_pairs(
         body, [&](Bytes key, Bytes value) { rows.take(key, value); }, kLimits);
-    return rows.finish() && (fits || wrong_data(exchange));
+    return rows.finish() && (fits || wrong_data(call));
 }
 
 } // namespace
@@ -80,18 +80,17 @@ bool zRemoteDownloadTable(Remote *remote, Table *table, const Vector *keys,
                           const Notify *notify) try {
     if (!remote || !table || !zVectorIsValid(keys)) return fail_args();
     if (!zRemoteConnect(remote, notify)) return false;
-    const Exchange exchange{remote, nullptr, u"net.eFailedToFetchObject"};
+    const RemoteCall call{remote, nullptr, u"net.eFailedToFetchObject"};
     const std::u16string tail = u"/tables/" + id_text(table->id);
     for (uint64_t cursor = 0; cursor < zVectorSize(keys);) {
         const uint64_t first = cursor;
         StreamPtr list(zDrawingKeyVectorWriteTrunk(keys, kKeysAtOnce, &cursor));
-        HttpRequest *request = list ? make_request(exchange, Z_HTTP_PATCH, tail) : nullptr;
+        HttpRequest *request = list ? make_request(call, Z_HTTP_PATCH, tail) : nullptr;
         if (!request || !zHttpRequestSetNotify(request, notify) ||
             !zHttpRequestSetOctet(request, list.release()))
             return false;
-        Stream *body = body_of(exchange, send(exchange, request));
-        if (!body ||
-            !store_rows(exchange, table, body, keys_of(keys).subspan(first, cursor - first)))
+        Stream *body = body_of(call, send(call, request));
+        if (!body || !store_rows(call, table, body, keys_of(keys).subspan(first, cursor - first)))
             return false;
     }
     return true;

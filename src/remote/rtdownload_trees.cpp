@@ -52,15 +52,15 @@ std::u16string query_of(bool recursive, int32_t type) {
     return query.empty() ? query : u"?" + query;
 }
 
-bool take_entries(const Exchange &exchange, Json *entries, Listing &listing) {
-    const OdbPtr odb(zOdbOpen(exchange.remote->owner));
-    if (!odb) return notify_error(exchange.notify, u"odb.eFailedToOpenOdb");
+bool take_entries(const RemoteCall &call, Json *entries, Listing &listing) {
+    const OdbPtr odb(zOdbOpen(call.remote->owner));
+    if (!odb) return notify_error(call.notify, u"odb.eFailedToOpenOdb");
     git_odb_refresh(odb->handle.get());
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         const Json *entry = zJsonArrayAt(entries, n);
         ListedEntry listed;
-        if (!read_listed(entry, listed)) return wrong_data(exchange);
+        if (!read_listed(entry, listed)) return wrong_data(call);
         if (!listed.readable)
             keep_copy(listing.denied, entry);
         else if (!listed.writable)
@@ -72,19 +72,17 @@ bool take_entries(const Exchange &exchange, Json *entries, Listing &listing) {
 }
 
 // The tree of the answer is gone when this returns: it may be larger than what is kept of it.
-bool list_tree(const Exchange &exchange, const Oid &id, bool recursive, int32_t type,
+bool list_tree(const RemoteCall &call, const Oid &id, bool recursive, int32_t type,
                Listing &listing) {
     const std::u16string tail = u"/trees/" + id_text(id) + query_of(recursive, type);
-    const JsonGuard body =
-        json_of(exchange, send(exchange, make_request(exchange, Z_HTTP_GET, tail)));
-    Json *entries = entries_of(exchange, body);
-    return entries && take_entries(exchange, entries, listing);
+    const JsonGuard body = json_of(call, send(call, make_request(call, Z_HTTP_GET, tail)));
+    Json *entries = entries_of(call, body);
+    return entries && take_entries(call, entries, listing);
 }
 
 // What was fetched will be walked through, directory by directory.
-bool is_bounded(const Exchange &exchange, const Oid &id) {
-    return has_bounded_extent(exchange.remote->owner->handle.get(), git::oid(&id)) ||
-           wrong_data(exchange);
+bool is_bounded(const RemoteCall &call, const Oid &id) {
+    return has_bounded_extent(call.remote->owner->handle.get(), git::oid(&id)) || wrong_data(call);
 }
 
 // What `path` and `name` make; empty where neither is a text.
@@ -147,13 +145,13 @@ using namespace zev;
 bool zRemoteDownloadTree(Remote *remote, const Oid *id, bool recursive, int32_t type, Json **denied,
                          Json **readonly, const Notify *notify) try {
     if (!remote || !id) return fail_args();
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchTrees"};
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchTrees"};
     Listing listing;
     if (!zRemoteDownloadObject(remote, id, notify) ||
-        !list_tree(exchange, *id, recursive, type, listing))
+        !list_tree(call, *id, recursive, type, listing))
         return false;
     zNotifyAction(notify, word(u"action.sFetchingContent"), u"%s", word(u"action.sPleaseWait"));
-    if (!fetch_missing(remote, listing.missing, nullptr, notify) || !is_bounded(exchange, *id))
+    if (!fetch_missing(remote, listing.missing, nullptr, notify) || !is_bounded(call, *id))
         return false;
     if (denied && listing.denied) *denied = listing.denied.release();
     if (readonly && listing.readonly) *readonly = listing.readonly.release();
@@ -169,11 +167,11 @@ bool zRemoteDownloadMatches(Remote *remote, const Oid *id, int32_t type, PathSpe
     const ObjectPtr object(zObjectByid(remote->owner, id, Z_OBJECT_ANY));
     const TreePtr tree(object ? zTreePeel(object.get()) : nullptr);
     if (!tree) return notify_raised(notify);
-    const Exchange exchange{remote, notify, u"net.eFailedToFetchTrees"};
+    const RemoteCall call{remote, notify, u"net.eFailedToFetchTrees"};
     const Oid root = *zTreeId(tree.get());
     Listing listing;
-    return list_tree(exchange, root, true, type, listing) &&
-           fetch_missing(remote, listing.missing, spec, notify) && is_bounded(exchange, root);
+    return list_tree(call, root, true, type, listing) &&
+           fetch_missing(remote, listing.missing, spec, notify) && is_bounded(call, root);
 } catch (...) {
     return fail_thrown();
 }

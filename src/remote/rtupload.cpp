@@ -18,13 +18,13 @@ using OdbPtr = Owned<Odb, zOdbFree>;
 // The body goes to the request; what the server answers beyond its status is not looked at.
 bool upload(Remote *remote, const Notify *notify, uint32_t method, std::u16string_view tail,
             StreamPtr body) {
-    const Exchange exchange{remote, nullptr, u"net.eFailedToPushLocalChanges",
-                            u"net.eFailedToCreatePushRequest"};
-    HttpRequest *request = make_request(exchange, method, tail);
+    const RemoteCall call{remote, nullptr, u"net.eFailedToPushLocalChanges",
+                          u"net.eFailedToCreatePushRequest"};
+    HttpRequest *request = make_request(call, method, tail);
     if (!request || !zHttpRequestSetNotify(request, notify) ||
         !zHttpRequestSetOctet(request, body.release()))
         return false;
-    return send(exchange, request) != nullptr;
+    return send(call, request) != nullptr;
 }
 
 bool insert_all(PackBuilder *builder, const Json *ids) {
