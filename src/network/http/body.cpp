@@ -62,9 +62,8 @@ bool BodyIntake::begin() {
 bool BodyIntake::put(std::string_view bytes) {
     put_ += bytes.size();
     if (put_ > exchange_->most) return fault_ = kTooLarge, true;
-    const auto taken = refused_ ? Exchange::Taken::no : exchange_->take(bytes);
+    const auto taken = exchange_->take(bytes);
     streams_ = taken != Exchange::Taken::no;
-    refused_ = !streams_;
     enough_ = taken == Exchange::Taken::enough;
     return streams_ || append_body(request_->body, bytes.data(), bytes.size());
 }

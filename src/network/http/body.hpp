@@ -31,7 +31,7 @@ struct Exchange {
         yes,   // and more is taken
         enough // the answer is known by now
     };
-    // Asked for each piece of the decoded body. Once one was refused, so are all others.
+    // Asked for each piece of the decoded body. Once one was taken, so are all others.
     virtual Taken take(std::string_view) { return Taken::no; }
     // The rest of the request comes later; until then others are served, who may change anything.
     virtual void wait() {}
@@ -83,7 +83,7 @@ class BodyIntake {
     std::unique_ptr<Inflater> inflater_;
     std::string waiting_; // encoded
     uint64_t put_ = 0;    // bytes, decoded
-    bool begun_ = false, full_ = false, refused_ = false, streams_ = false, enough_ = false;
+    bool begun_ = false, full_ = false, streams_ = false, enough_ = false;
     int fault_ = 0;
 };
 

@@ -63,8 +63,8 @@ class FileIntake : public Intake {
     // An object that can't be begun takes nothing.
     FileIntake(const Call &call, uint32_t size) : left_(size) {
         git_repository *repository = call.repository ? call.repository->handle.get() : nullptr;
-        if (!repository || git_repository_odb(out(odb_), repository) < 0 ||
-            git_odb_open_wstream(out(stream_), odb_.get(), size, GIT_OBJECT_BLOB) < 0)
+        const bool opened = repository && git_repository_odb(out(odb_), repository) >= 0;
+        if (opened && git_odb_open_wstream(out(stream_), odb_.get(), size, GIT_OBJECT_BLOB) < 0)
             stream_.reset();
     }
 
