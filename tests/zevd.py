@@ -169,6 +169,10 @@ def check_settings(conf):
     expect(code == 2 and 'is it "zevd check"?' in err, "a verb that is none: " + err)
 
 
+def files_below(directory):
+    return {os.path.join(at, name) for at, _, names in os.walk(directory) for name in names}
+
+
 def serve(conf):
     service = Service(conf)
     expect(service.port, "it serves")
@@ -205,17 +209,25 @@ def serve(conf):
     service.ask("GET", "/health")
     expect(open(log).read().count("\n") == 1, "the log begins anew behind a hangup")
 
-    # A large upload is under way when the end comes.
-    before = set(os.listdir(os.path.dirname(conf) + "/repos"))
+    # A large upload is under way when the end comes: it lies in the store by then, without a name.
+    expect(service.ask("POST", "/repos", hall, "secret")[0] == 200, "a project is made")
+    repos = os.path.dirname(conf) + "/repos"
+    before = files_below(repos)
+    size = 900_000_000
     with socket.create_connection(("localhost", service.port)) as client:
-        client.sendall(b"PUT /repos/a/b/objects/" + b"0" * 40 + b" HTTP/1.1\r\nHost: h\r\n"
-                       b"Content-Length: 900000000\r\n\r\n" + b"x" * 3_000_000)
+        client.sendall(b"PUT /repos/team/hall/objects/" + b"0" * 40 + b" HTTP/1.1\r\nHost: h\r\n"
+                       b"X-ZEV-USER: admin\r\nX-ZEV-CODE: " + code_of("secret").encode() +
+                       b"\r\nContent-Length: %d\r\n\r\n" % (size + 12) + b"\0\0\0\4blob" +
+                       size.to_bytes(4, "big") + os.urandom(3_000_000))
+        while files_below(repos) == before and service.ask("GET", "/health")[0] == 200:
+            pass
         expect(service.stop() == 0, "it ends in order beside an upload")
         client.settimeout(5)
         with contextlib.suppress(ConnectionError):
             expect(client.recv(1) == b"", "the upload is cut")
     expect(service.told() == "STOPPING=1", "the manager is told that it stops")
-    expect(set(os.listdir(os.path.dirname(conf) + "/repos")) == before, "nothing is left of it")
+    expect(files_below(repos) == before, "nothing is left of it")
+    shutil.rmtree(repos + "/team")
 
     both = [Service(conf, "--shared"), Service(conf, "--shared")]
     for each in both:
