@@ -60,7 +60,8 @@ void answer(const Service &service, HttpRequest *request) {
         require(!zHttpRequestQuery(request, name));
     const HttpHandle *handle = zHttpServerFindHandle(server, request);
     if (!handle) return;
-    require(server->body_bound(*server, *handle, request) > 0);
+    if (const auto begun = server->begin(server, *handle, request))
+        require(begun->refusal || begun->most > 0);
     if (request->method == Z_HTTP_DELETE && is(request, u":owner", u"o") &&
         is(request, u":name", u"n"))
         return;

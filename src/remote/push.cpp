@@ -252,7 +252,7 @@ bool Pushing::send_tree() {
 }
 
 bool Pushing::send_commit() {
-    const RemoteCall sent = call(u"net.eFailedToPushLocalChanges");
+    const RemoteCall sent = call(u"net.eFailedToPushLocalChanages");
     zwchar update[Z_PATH_MAX];
     if (!zReferenceXform(update, Z_PATH_MAX, push_.remote->handle.get(),
                          zBranchMerge(push_.upstream)))

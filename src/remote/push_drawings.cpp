@@ -78,8 +78,9 @@ bool take_tag(Table *table, HttpResponse *response) {
     const Json *tag = answer ? json_find(answer.get(), u"data.tag") : nullptr;
     const int64_t value = tag ? zJsonGetInt(tag) : 0;
     uint64_t own = 0;
-    if (value <= 0 || !read_tag(table, own) || own >= static_cast<uint64_t>(value)) return true;
-    return zTableTagSet(table, static_cast<uint64_t>(value));
+    const auto told = static_cast<uint64_t>(value);
+    if (value <= 0 || told > kHighestTag) return true;
+    return read_tag(table, own) && (own >= told || zTableTagSet(table, told));
 }
 
 bool send_rows(Push &push, Table *table, Keys keys) {
@@ -121,6 +122,9 @@ bool send_whole(Push &push, Stream *drawing) {
         if (!zTableIterKey(&key, &length, iter.get())) return false;
         if (length == sizeof(KeyBytes)) memcpy(&keys.emplace_back(), key, length);
     }
+    ldb::Text damage; // a table with a hole must not pass for the whole one
+    leveldb_iter_get_error(iter->handle.get(), out(damage));
+    if (damage) return fail_store(damage.get());
     return send_rows(push, table.get(), keys);
 }
 

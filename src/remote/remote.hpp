@@ -31,7 +31,11 @@ using StreamPtr = Owned<Stream, zStreamFree>;
 inline constexpr const zwchar *kJsonType = u"application/json";
 inline constexpr const zwchar *kOctetType = u"application/octet-stream";
 
-// One call with the server, and by which texts of the catalogue it tells a failure: of the
+// Tags of tables that a server may give: beyond them there would soon be none left, and a tag never
+// falls.
+inline constexpr uint64_t kHighestTag = uint64_t{1} << 62;
+
+// One call of the server, and by which texts of the catalogue it tells a failure: of the
 // answer, and of the request that could not be made.
 struct RemoteCall {
     Remote *remote;

@@ -94,20 +94,23 @@ PathSpecPtr what_to_look_at(const CommitContext &commit) {
     return paths;
 }
 
-// The first change is enough.
-bool has_changes(const CommitContext &commit) {
+// The first change is enough. False, told, where that can't be found out.
+bool look_for_changes(const CommitContext &commit, bool &found) {
     const IndexPtr index(zIndexHead(commit.repository, false));
     if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
     const PathSpecPtr paths = what_to_look_at(commit);
-    bool found = false;
+    found = false;
     const auto first = [](const zwchar *, int32_t, void *any) -> int32_t {
         return *static_cast<bool *>(any) = true;
     };
-    return paths && zStatusForeach(index.get(), paths.get(), first, &found) && found;
+    return (paths && zStatusForeach(index.get(), paths.get(), first, &found)) ||
+           tell(commit, u"odb.eFailedToCheckStatus");
 }
 
 bool check_changes(const CommitContext &commit) {
-    if (has_changes(commit)) return true;
+    bool found = false;
+    if (!look_for_changes(commit, found)) return false;
+    if (found) return true;
     fail_unchanged();
     return notify_error(commit.notify(), kUnchanged);
 }
@@ -143,7 +146,9 @@ bool commit_locally(CommitContext &commit) {
     const IndexPtr index(zIndexHead(commit.repository, false));
     if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
     if (has_conflicts(commit, index.get())) return tell(commit, u"odb.eNeedResolveConflicts");
-    if (!has_changes(commit)) {
+    bool found = false;
+    if (!look_for_changes(commit, found)) return false;
+    if (!found) {
         fail_unchanged();
         zNotifyInfo(commit.notify(), u"%s", zErrorMsg());
         commit.nothing_to_do = true;

@@ -21,7 +21,9 @@ bool begins_with(std::u16string_view name, std::u16string_view prefix) {
 }
 
 bool is_own_branch(std::u16string_view name) {
-    return begins_with(name, u"refs/heads/") || !begins_with(name, u"refs/");
+    // Empty parts are taken out of a name before it is written.
+    return begins_with(name, u"refs/heads/") || !begins_with(name, u"refs/") ||
+           name.find(u"//") != name.npos;
 }
 
 class Refs {

@@ -50,7 +50,8 @@ class Rows {
 
   private:
     void take_tag(Bytes value) {
-        if (value.size() == sizeof(uint64_t)) tag_ = load_u64(value.data());
+        if (value.size() != sizeof(uint64_t)) return;
+        if (const uint64_t tag = load_u64(value.data()); tag <= kHighestTag) tag_ = tag;
     }
     // What the table serves here may lie elsewhere at others.
     bool is_noted() const { return TableLookup(table_).find(key_bytes(kReferenceKey)); }

@@ -18,7 +18,7 @@ using OdbPtr = Owned<Odb, zOdbFree>;
 // The body goes to the request; what the server answers beyond its status is not looked at.
 bool upload(Remote *remote, const Notify *notify, uint32_t method, std::u16string_view tail,
             StreamPtr body) {
-    const RemoteCall call{remote, nullptr, u"net.eFailedToPushLocalChanges",
+    const RemoteCall call{remote, nullptr, u"net.eFailedToPushLocalChanages",
                           u"net.eFailedToCreatePushRequest"};
     HttpRequest *request = make_request(call, method, tail);
     if (!request || !zHttpRequestSetNotify(request, notify) ||

@@ -3,6 +3,8 @@
 #include "network/http/response.hpp"
 
 #include "common/guard.hpp"
+#include "common/json.hpp"
+#include "common/limits.hpp"
 #include "common/log_level.hpp"
 #include "common/utf.hpp"
 #include "zev/error.h"
@@ -47,7 +49,8 @@ bool read_error(HttpResponse *response, zwchar *out, size_t size) {
     const zwchar *type = zHttpHeaderContentType(&response->header);
     if (!response->body || !type || !zStrcasesameW(type, u"application/json")) return false;
     zStreamRewind(response->body);
-    const Owned<Json, zJsonFree> tree(zJsonReadStream(response->body));
+    JsonBounds bounds{limits::http_json, limits::http_nodes};
+    const JsonGuard tree(json_read_bounded(response->body, bounds));
     zStreamRewind(response->body);
     const zwchar *message = tree ? zJsonPathGetString(tree.get(), u"error.message") : nullptr;
     if (!message) return false;

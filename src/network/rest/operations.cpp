@@ -197,7 +197,7 @@ Visit::Visit(Route route, HttpServer *server, HttpRequest *request) : call_(serv
 
 // Small bodies, and what an intake declines, are the request's own.
 Exchange::Taken Visit::take(std::string_view bytes) {
-    if (whole_ || !call_.operation->intake) return Taken::no;
+    if (whole_ || !call_.operation || !call_.operation->intake) return Taken::no;
     if (!call_.intake) {
         if (body_size(call_.request->body) < kSmallBody) return Taken::no;
         whole_ = !(call_.intake = call_.operation->intake(call_));
@@ -235,6 +235,7 @@ HttpResponse *Visit::look_again() {
 }
 
 HttpResponse *Visit::answer() {
+    if (!call_.operation) return nullptr; // no memory even for the refusal
     if (waited_ && call_.guarded)
         if (HttpResponse *refused = look_again()) return refused;
     HttpResponse *response = call_.operation->procedure(call_);

@@ -179,6 +179,7 @@ void end(TcpConnection *connection, bool cut);
 void on_silence(uv_timer_t *timer) {
     auto *connection = static_cast<TcpConnection *>(timer->data);
     if (connection->lingering) return end(connection, false); // it was heard out
+    if (connection->working) return rearm(connection);        // it waits for us
     // While another's request was at work this one's bytes may have come.
     if (connection->reading && has_bytes_waiting(connection)) return rearm(connection);
     connection->timer = nullptr;

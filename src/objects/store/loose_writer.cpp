@@ -156,7 +156,11 @@ int write_loose(git_odb_stream **out, git_odb_backend *backend, const std::u16st
         return self(stream)->add(bytes, count) ? 0 : fail();
     };
     writer->finalize_write = [](git_odb_stream *stream, const git_oid *id) {
-        return self(stream)->finish(id) ? 0 : fail();
+        try {
+            return self(stream)->finish(id) ? 0 : fail();
+        } catch (const std::bad_alloc &) {
+            return fail(ENOMEM);
+        }
     };
     writer->free = [](git_odb_stream *stream) { delete self(stream); };
     if (!writer->begin(directory, type, size)) return fail();

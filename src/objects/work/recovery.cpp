@@ -117,7 +117,9 @@ class Recovery {
     bool run(int32_t &outcome) {
         find();
         if ((!index_ && references_.empty()) || is_at_work()) return true;
-        if (index_ && stands()) {
+        // A look under the index's lock takes its copy away; what the server may not have goes back
+        // all the same.
+        if ((index_ || (over_server_ && !references_.empty())) && stands()) {
             outcome = Z_RECOVERY_PUT_BACK;
             return put_back_left(repository_);
         }
