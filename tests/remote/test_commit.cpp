@@ -176,6 +176,7 @@ TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
     copy.put("plan", "second"), copy.put("new", "n"), fs::remove(copy.place / "notes/b");
     const auto work = [&] { return copy.at("plan") + copy.at("new") + copy.at("notes/b"); };
     for (int n = 0, alive = 1; alive; ++n) {
+        if (n % 4 == 2) copy.git("pack-refs --all"); // the branch has no file of its own then
         Child child([&] {
             int left = n;
             copy.host.at_line = [&] {
@@ -186,6 +187,9 @@ TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
         alive = child.wait() == 7;
         EXPECT_EQ(work(), "secondn(none)") << n;
         const RepositoryPtr opened = copy.open(); // nobody tells it to recover
+        if (n % 4 == 3) {                         // a look takes the copy of the index away
+            EXPECT_OK(test::guard(zIndexHead(opened.get(), true), zIndexFree));
+        }
         if (n % 2) {
             ASSERT_OK(copy.update()) << n;
             EXPECT_EQ(work(), "secondn(none)") << n;

@@ -30,7 +30,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <optional>
+#include <string>
 
 using namespace zev;
 
@@ -92,12 +94,24 @@ bool is_behind(Repository *repository, const std::string &before, Oid id) {
     return true;
 }
 
-// Where the branch stood, and where it stands, be it packed since. What names no commit is nobody's
-// work.
+// The id that a branch has among the packed ones; empty without one.
+std::string digits_packed(Repository *repository, const std::string &name) {
+    std::ifstream file(std::string(git_repository_commondir(repository->handle.get())) +
+                       "packed-refs");
+    for (std::string line; std::getline(file, line);)
+        if (line.size() == GIT_OID_HEXSZ + 1 + name.size() && line.ends_with(' ' + name))
+            return line.substr(0, GIT_OID_HEXSZ);
+    return {};
+}
+
+// Where the branch stood, and where it stands, be it packed since or by then. What names no commit
+// is nobody's work.
 bool can_go_back(Repository *repository, const Left &left, bool over_server) {
     const Finally clear([] { git_error_clear(); });
-    const std::string before = digits_in(left.file), name = branch_of(repository, left.target);
+    const std::string name = branch_of(repository, left.target);
     if (is_tracking(name)) return true;
+    std::string before = digits_in(left.file);
+    if (before.empty()) before = digits_packed(repository, name);
     Oid id;
     if (git_reference_name_to_id(git::oid(&id), repository->handle.get(), name.c_str()))
         return true;
