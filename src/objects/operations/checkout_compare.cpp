@@ -7,6 +7,7 @@
 #include "objects/store/bulk.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/pathspec.hpp"
+#include "objects/store/tree_pairs.hpp"
 #include "system/os.hpp"
 #include "zev/notify.h"
 #include "zev/status.h"
@@ -19,40 +20,7 @@ namespace zev {
 
 namespace {
 
-// No path of 511 units, the longest that any operation takes, has more bytes; a tree that was made
-// to be deeper would cost us the stack.
-constexpr size_t kLongestDirectory = 3 * Z_PATH_MAX;
-
 constexpr int32_t kCanceled = 6; // class of a break
-
-// Two trees in step, directory by directory; those with the same id are opened only if all paths
-// are wanted. Names are compared byte by byte: libgit2 compares trees without regard to case, and
-// loses one of two twins.
-class TreePairs {
-  public:
-    TreePairs(git_repository *repository, PathSpec *spec, bool all,
-              std::vector<CheckoutStep> &steps)
-        : repository_(repository), spec_(spec), all_(all), steps_(steps) {}
-
-    bool walk(git_tree *base, git_tree *target, const std::string &directory = {});
-    bool selects_all() const { return selects_all_; } // of what differs
-
-  private:
-    using Entry = const git_tree_entry *;
-
-    static bool is_tree(Entry entry) {
-        return entry && git_tree_entry_type(entry) == GIT_OBJECT_TREE;
-    }
-    bool meet(Entry base, Entry target, const std::string &directory);
-    bool open(git::Tree &tree, Entry entry);
-    void add(std::string path, Entry base, Entry target);
-
-    git_repository *repository_;
-    PathSpec *spec_;
-    bool all_;
-    bool selects_all_ = true;
-    std::vector<CheckoutStep> &steps_;
-};
 
 git_index_entry entry_from(const git_tree_entry *from) {
     git_index_entry entry{};
@@ -62,57 +30,10 @@ git_index_entry entry_from(const git_tree_entry *from) {
     return entry;
 }
 
-bool equal(const git_tree_entry *a, const git_tree_entry *b) {
-    return a && b && git_oid_equal(git_tree_entry_id(a), git_tree_entry_id(b)) &&
-           git_tree_entry_filemode(a) == git_tree_entry_filemode(b);
-}
-
-bool TreePairs::walk(git_tree *base, git_tree *target, const std::string &directory) {
-    const size_t base_count = base ? git_tree_entrycount(base) : 0;
-    const size_t target_count = target ? git_tree_entrycount(target) : 0;
-    for (size_t i = 0, j = 0; i < base_count || j < target_count;) {
-        Entry a = i < base_count ? git_tree_entry_byindex(base, i) : nullptr;
-        Entry b = j < target_count ? git_tree_entry_byindex(target, j) : nullptr;
-        const int order = !a ? 1 : !b ? -1 : git_tree_entry_cmp(a, b);
-        if (order > 0) a = nullptr;
-        if (order < 0) b = nullptr;
-        i += a != nullptr;
-        j += b != nullptr;
-        if (!meet(a, b, directory)) return false;
-    }
-    return true;
-}
-
-// Of one name; a directory never meets a file of its name, trees sort them apart.
-bool TreePairs::meet(Entry base, Entry target, const std::string &directory) {
-    if (equal(base, target) && !all_) return true;
-    std::string path = directory + git_tree_entry_name(base ? base : target);
-    if (!is_tree(base) && !is_tree(target)) {
-        return add(std::move(path), base, target), true;
-    }
-    if (path.size() > kLongestDirectory) return fail_os(ENAMETOOLONG);
-    git::Tree base_tree, target_tree;
-    return open(base_tree, base) && open(target_tree, target) &&
-           walk(base_tree.get(), target_tree.get(), path + "/");
-}
-
-bool TreePairs::open(git::Tree &tree, Entry entry) {
-    const int code = entry ? git_tree_lookup(out(tree), repository_, git_tree_entry_id(entry)) : 0;
-    return code < 0 ? fail_git(code) : true;
-}
-
-void TreePairs::add(std::string path, Entry base, Entry target) {
-    const int32_t status = !base                 ? Z_KIND_ADDED
-                           : !target             ? Z_KIND_DELETED
-                           : equal(base, target) ? Z_KIND_UNCHANGED
-                                                 : Z_KIND_MODIFIED;
-    if (spec_leaves_out(spec_, status) || !spec_matches(spec_, path)) {
-        selects_all_ = false;
-        return;
-    }
-    std::u16string wide = to_wide(path);
-    steps_.push_back(
-        {std::move(path), std::move(wide), status, true, entry_from(base), entry_from(target)});
+int32_t kind_of(TreePairs::Entry base, TreePairs::Entry target) {
+    if (!base) return Z_KIND_ADDED;
+    if (!target) return Z_KIND_DELETED;
+    return is_same_entry(base, target) ? Z_KIND_UNCHANGED : Z_KIND_MODIFIED;
 }
 
 git_tree *handle_of(const Tree *tree) { return tree ? tree->handle.get() : nullptr; }
@@ -130,11 +51,23 @@ bool sorts_before(std::string_view a, std::string_view b) {
 // With force also what the target leaves unchanged takes part.
 bool Checkout::compare() {
     check_state(State::ready);
-    TreePairs pairs(repository_->handle.get(), zCheckSpecPaths(spec_.get()), force(), steps_);
-    if (!pairs.walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
+    PathSpec *paths = zCheckSpecPaths(spec_.get());
+    bool selects_all = true; // of what differs
+    const auto take = [&](std::string path, auto base, auto target) {
+        const int32_t status = kind_of(base, target);
+        if (spec_leaves_out(paths, status) || !spec_matches(paths, path)) {
+            selects_all = false;
+            return;
+        }
+        std::u16string wide = to_wide(path);
+        steps_.push_back(
+            {std::move(path), std::move(wide), status, true, entry_from(base), entry_from(target)});
+    };
+    if (!TreePairs(repository_->handle.get(), force(), take)
+             .walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
         return tell(u"odb.eFailedToMergeRemoteChanages");
     if (steps_.empty()) return enter(State::compared);
-    selects_all_ = pairs.selects_all();
+    selects_all_ = selects_all;
     sort_steps();
     if (!stage_local_work()) return tell(u"odb.eFailedToMergeRemoteChanages");
     if (canceled_) return steps_.clear(), enter(State::compared);
