@@ -106,15 +106,6 @@ void require(const Terminal &terminal) {
         throw Failed(kInvalid, "there is no terminal to ask for a password; use --password-stdin");
 }
 
-std::u16string wire_form(const std::string &password) {
-    const std::u16string text = wide(password);
-    Oid id;
-    zwchar digits[41] = {};
-    check(zOidFromBuffer(&id, text.data(), text.size() * sizeof(zwchar)) &&
-          zOidFormat(digits, &id));
-    return digits;
-}
-
 } // namespace
 
 // ---- Addresses

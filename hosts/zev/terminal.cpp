@@ -1,8 +1,9 @@
 // Questions go to the terminal itself, so that stdin and stdout may be files.
 #include "terminal.hpp"
 
+#include "host.hpp"
+
 #include <fcntl.h>
-#include <termios.h>
 #include <unistd.h>
 
 namespace host {
@@ -11,27 +12,17 @@ namespace {
 
 constexpr size_t kMaxLine = 4096;
 
-// The terminal with its echo off, as it was afterwards.
-class Silence {
-  public:
-    explicit Silence(int fd) : fd_(fd), known_(tcgetattr(fd, &before_) == 0) {
-        termios silent = before_;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        if (known_) tcsetattr(fd_, TCSAFLUSH, &silent);
-    }
-    ~Silence() {
-        if (known_) tcsetattr(fd_, TCSAFLUSH, &before_);
-    }
-    Silence(const Silence &) = delete;
-    Silence &operator=(const Silence &) = delete;
-
-  private:
-    int fd_;
-    termios before_{};
-    bool known_;
-};
-
 } // namespace
+
+Silence::Silence(int fd) : fd_(fd), known_(tcgetattr(fd, &before_) == 0) {
+    termios silent = before_;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    if (known_) tcsetattr(fd_, TCSAFLUSH, &silent);
+}
+
+Silence::~Silence() {
+    if (known_) tcsetattr(fd_, TCSAFLUSH, &before_);
+}
 
 // A process whose input and errors both go elsewhere has nobody watching, even if it was started
 // from a terminal.
@@ -71,6 +62,15 @@ std::optional<std::string> Terminal::read_secret(const std::string &question) co
     std::optional<std::string> line = read_line();
     write("\n");
     return line;
+}
+
+std::u16string wire_form(const std::string &password) {
+    const std::u16string text = wide(password);
+    Oid id;
+    zwchar digits[41] = {};
+    check(zOidFromBuffer(&id, text.data(), text.size() * sizeof(zwchar)) &&
+          zOidFormat(digits, &id));
+    return digits;
 }
 
 } // namespace host

@@ -4,7 +4,25 @@
 #include <optional>
 #include <string>
 
+#include <termios.h>
+
 namespace host {
+
+// A terminal with its echo off, as it was afterwards. False where there was none to set.
+class Silence {
+  public:
+    explicit Silence(int fd);
+    ~Silence();
+    Silence(const Silence &) = delete;
+    Silence &operator=(const Silence &) = delete;
+
+    explicit operator bool() const { return known_; }
+
+  private:
+    int fd_;
+    termios before_{};
+    bool known_;
+};
 
 // The terminal of this process, or where that can't be opened stdin and stderr, if they are one.
 class Terminal {
@@ -25,5 +43,8 @@ class Terminal {
     int input_ = -1, output_ = -1;
     bool own_ = false;
 };
+
+// What stands for a password wherever it travels, 40 hexadecimal digits.
+std::u16string wire_form(const std::string &password);
 
 } // namespace host

@@ -2,7 +2,7 @@
 // directory's lock removes it, while the name still stands for what he locked.
 #include "aside.hpp"
 
-#include "host.hpp"
+#include "service.hpp"
 
 #include <cerrno>
 #include <cstdlib>
@@ -22,10 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kLead = "~import-";
-
-[[noreturn]] void fail_system(const std::string &what) {
-    throw Failed(kSystem, errno, what + ": " + strerror(errno));
-}
 
 // The directory, locked; -1 where another holds it, it is gone, or its file system knows no such
 // lock.

@@ -3,6 +3,7 @@
 #include "service.hpp"
 
 #include "aside.hpp"
+#include "terminal.hpp"
 
 #include <cerrno>
 #include <chrono>
@@ -19,7 +20,6 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 
 namespace host {
@@ -29,10 +29,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kLock = ".zevd.lock";
-
-[[noreturn]] void fail_system(const std::string &what) {
-    throw Failed(kSystem, errno, what + ": " + strerror(errno));
-}
 
 // A link to what is installed; one that leads nowhere, of an installation that went, is renewed.
 void lead(const fs::path &link, const fs::path &target) {
@@ -49,6 +45,10 @@ void keep_private() {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
     prctl(PR_SET_DUMPABLE, 0); // the system's own collector of crashes takes no heed of the limit
+}
+
+void fail_system(const std::string &what) {
+    throw Failed(kSystem, errno, what + ": " + strerror(errno));
 }
 
 uint64_t allow_files() {
@@ -174,36 +174,16 @@ bool unlock(AuthTable &module, const std::string &user) {
 }
 
 void set_password(AuthTable &module, const std::string &user, const std::string &password) {
-    const std::u16string text = wide(password), login = wide(user);
-    Oid id;
-    zwchar code[41] = {};
-    check(zOidFromBuffer(&id, text.data(), text.size() * sizeof(zwchar)) && zOidFormat(code, &id));
-    const int32_t status = module.ResetPassword(login.c_str(), code);
+    const std::u16string login = wide(user), code = wire_form(password);
+    const int32_t status = module.ResetPassword(login.c_str(), code.c_str());
     if (status != Z_AUTH_DONE) fail_refused(user, status);
 }
 
 namespace {
 
-// The terminal with its echo off, as it was afterwards.
-class Silence {
-  public:
-    explicit Silence(int fd) : fd_(fd) {
-        if (tcgetattr(fd_, &before_) != 0) fail_system("the terminal");
-        termios silent = before_;
-        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(fd_, TCSAFLUSH, &silent);
-    }
-    ~Silence() { tcsetattr(fd_, TCSAFLUSH, &before_); }
-    Silence(const Silence &) = delete;
-    Silence &operator=(const Silence &) = delete;
-
-  private:
-    int fd_;
-    termios before_{};
-};
-
 std::string ask(int terminal, const std::string &question) {
     const Silence silence(terminal);
+    if (!silence) fail_system("the terminal");
     std::string line;
     bool told = write(terminal, question.data(), question.size()) > 0;
     for (char byte = 0; told; line += byte) {

@@ -12,6 +12,9 @@ namespace host {
 // Files of this process are its user's alone, and what it holds in memory never reaches a disk.
 void keep_private();
 
+// What errno says about a thing, thrown.
+[[noreturn]] void fail_system(const std::string &what);
+
 // As many open files as the system lets, and how many those are: a login shell's 1,024 are fewer
 // than the connections of a service with what its requests open.
 uint64_t allow_files();
