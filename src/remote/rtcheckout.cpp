@@ -1,6 +1,5 @@
-// A new working copy from a server: an empty repository that follows the
-// server's, bound to one of its branches, and then filled by an update. No
-// history comes along.
+// A new working copy from a server: an empty repository that follows the server's, bound to one of
+// its branches, and then filled by an update. No history comes along.
 #include "remote/update_context.hpp"
 
 #include "objects/notify/dialogs.hpp"
@@ -17,8 +16,7 @@ namespace {
 
 constexpr const zwchar *kFirstBranch = u"refs/heads/master"; // whatever the user's settings say
 
-// Of the two names for "whatever there is" the empty one is no branch to
-// anybody else.
+// Of the two names for "whatever there is" the empty one is no branch to anybody else.
 std::u16string branch_in_use(const CheckSpec *spec) {
     const zwchar *branch = spec ? zCheckSpecBranch(spec) : nullptr;
     if (!branch || !*branch || zStrcasesameW(branch, u"HEAD")) return kFirstBranch;

@@ -1,20 +1,16 @@
-// A commit against a server: the copy is brought up to date, the commit made on
-// the branch and once more on the tracking reference, and the server told what
-// it changed. It makes a commit of its own, and the tracking reference takes
-// that one.
+// A commit against a server: the copy is brought up to date, the commit made on the branch and once
+// more on the tracking reference, and the server told what it changed. It makes a commit of its
+// own, and the tracking reference takes that one.
 //
 // The order in which things reach the disk, for a crash at any point:
-//   1. complete copies of index, branch and tracking reference, beside them, as
-//   their locks
-//   2. the commit, as any other (commit_index.cpp); the tracking reference
-//   moves
+//   1. complete copies of index, branch and tracking reference, beside them, as their locks
+//   2. the commit, as any other (commit_index.cpp); the tracking reference moves
 //   3. the server's own commit stands, on its side
-//   4. its commit object; the tracking reference moves there; the copies
-//   expire; all of it is synced
-// A crash before 4, as a failure, leads back to the files as they were locked:
-// the work of the user shows as not committed, and if the server has it all the
-// same, the next update finds both equal. Nothing may stay of a commit that the
-// server has not got: an update would take it back.
+//   4. its commit object; the tracking reference moves there; the copies expire; all of it
+//      is synced
+// A crash before 4, as a failure, leads back to the files as they were locked: the work of the user
+// shows as not committed, and if the server has it all the same, the next update finds both equal.
+// Nothing may stay of a commit that the server has not got: an update would take it back.
 #include "remote/changes.hpp"
 #include "remote/push.hpp"
 #include "remote/update_context.hpp"
@@ -83,8 +79,8 @@ bool prepare(CommitContext &commit) {
 
 bool fail_unchanged() { return fail_os(ENOENT, word(kUnchanged)); }
 
-// Without a selection the commit is of what is staged; without patterns nobody
-// has asked for ignored files.
+// Without a selection the commit is of what is staged; without patterns nobody has asked for
+// ignored files.
 PathSpecPtr what_to_look_at(const CommitContext &commit) {
     PathSpecPtr paths(zPathSpecDup(zCheckSpecPaths(commit.spec.get())));
     if (!paths) return nullptr;
@@ -117,8 +113,7 @@ bool check_changes(const CommitContext &commit) {
 
 // ---- The update before it
 
-// Where the user broke off in it, the copy is not up to date: no commit, and
-// his break is the end.
+// Where the user broke off in it, the copy is not up to date: no commit, and his break is the end.
 bool update(CommitContext &commit) {
     bool canceled = false;
     const bool done = update_copy(commit.push.remote, commit.spec.get(), &canceled);
@@ -220,8 +215,7 @@ struct Update {
     uint16_t mode = 0; // 0: it goes
 };
 
-// With the mode that the server gives to every file: its tree is to be this
-// one, and isn't fetched.
+// With the mode that the server gives to every file: its tree is to be this one, and isn't fetched.
 std::vector<Update> updates_of(const DiffList *changes) {
     std::vector<Update> updates;
     for (uint64_t i = 0; i < zDiffListLength(changes); ++i) {
@@ -233,8 +227,8 @@ std::vector<Update> updates_of(const DiffList *changes) {
     return updates;
 }
 
-// Only directories on the way to a change are read and written. Null, with
-// nothing told, where a file takes a directory's name, or the other way round.
+// Only directories on the way to a change are read and written. Null, with nothing told, where a
+// file takes a directory's name, or the other way round.
 TreePtr Replay::update_base() const {
     if (!base_) return nullptr;
     const std::vector<Update> updates = updates_of(changes_.get());

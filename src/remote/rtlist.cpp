@@ -1,15 +1,15 @@
-// The list of updates: what differs between the branch's tree and that of the
-// server's branch, as far as the user may read it. It is kept, whole, so that
-// the next one with the same two trees, whatever it selects, compares nothing:
+// The list of updates: what differs between the branch's tree and that of the server's branch, as
+// far as the user may read it. It is kept, whole, so that the next one with the same two trees,
+// whatever it selects, compares nothing:
 //
 //   tmp/updates.json in the Git directory, JSON text, without blanks
 //     diff   array of changes, see objects/history/revision_json.cpp
 //     head   object
-//       our    string   id of the branch's tree, 40 hexadecimal digits; all
-//       zero for none their  string   the same of the server's branch
+//       our    string   id of the branch's tree, 40 hexadecimal digits; all zero for none
+//       their  string   the same of the server's branch
 //
-// A file that isn't this, that holds a path which no tree may have, or that is
-// of other trees, is made anew.
+// A file that isn't this, that holds a path which no tree may have, or that is of other trees, is
+// made anew.
 #include "remote/update_context.hpp"
 
 #include "common/errno.hpp"
@@ -152,8 +152,7 @@ DiffListPtr UpdateList::make() {
     return readable(list.get());
 }
 
-// What was fetched is as good as ever, whatever fails behind it: nothing goes
-// back.
+// What was fetched is as good as ever, whatever fails behind it: nothing goes back.
 DiffListPtr run(UpdateContext &context, PathSpec *paths, bool refresh) try {
     const Owned<CheckSpec, zCheckSpecFree> wanted(zCheckSpecNew());
     if (!wanted || (paths && !zCheckSpecSetPaths(wanted.get(), paths)))

@@ -1,5 +1,4 @@
-// A project on a server that asks for rights, and the working copies of two
-// users.
+// A project on a server that asks for rights, and the working copies of two users.
 #pragma once
 
 #include "../network/commit_fixture.hpp"
@@ -15,8 +14,7 @@ namespace test {
 
 namespace fs = std::filesystem;
 
-// A host that writes everything down, answers the dialogs, and may break off at
-// the n-th question.
+// A host that writes everything down, answers the dialogs, and may break off at the n-th question.
 struct Host : Report {
     int asks_left = -1; // never
     std::vector<int32_t> answers;
@@ -70,8 +68,7 @@ struct Host : Report {
 
 using CheckPtr = Held<CheckSpec, zCheckSpecFree>;
 
-// One user's copy. Each of its operations opens the repository anew, as another
-// run would.
+// One user's copy. Each of its operations opens the repository anew, as another run would.
 struct Copy {
     fs::path place;
     std::string user;

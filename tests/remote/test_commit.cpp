@@ -114,8 +114,8 @@ TEST_F(CommitTest, ARefusedPathTakesAllBack) {
     ASSERT_OK(copy.commit({u"plan"}));
 }
 
-// Each request in turn goes wrong. Until the server has it nothing moves; once
-// it has, the next commit finds out.
+// Each request in turn goes wrong. Until the server has it nothing moves; once it has, the next
+// commit finds out.
 TEST_F(CommitTest, WhateverTheServerDoesNothingIsLost) {
     const std::vector<std::string> kAnswers = {"", answer_of(500), answer_of(409),
                                                answer(200, "garbage")};
@@ -170,8 +170,8 @@ TEST_F(CommitTest, ABreakAtAnyMomentTakesItBack) {
     EXPECT_EQ(server_at("plan") + copy.status(), "second");
 }
 
-// At each line that the host is told: the work is there, and shows as not
-// committed until the server has it; the next update doesn't take it back.
+// At each line that the host is told: the work is there, and shows as not committed until the
+// server has it; the next update doesn't take it back.
 TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
     copy.put("plan", "second"), copy.put("new", "n"), fs::remove(copy.place / "notes/b");
     const auto work = [&] { return copy.at("plan") + copy.at("new") + copy.at("notes/b"); };

@@ -77,8 +77,7 @@ TEST_F(ResetTest, HidesWhatMayNotBeRead) {
     EXPECT_EQ(copy.git("ls-tree -r --name-only HEAD"), "plan");
 }
 
-// At each request, and at each question: either nothing has moved, or it is
-// done.
+// At each request, and at each question: either nothing has moved, or it is done.
 TEST_F(ResetTest, AFailureOrABreakPutsAllBack) {
     const std::string before = copy.state();
     for (size_t n = 0;; ++n) {

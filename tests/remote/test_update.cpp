@@ -65,8 +65,8 @@ TEST_F(UpdateTest, GoesToACommitAndBack) {
     EXPECT_EQ(copy.at("plan") + copy.status(), "second");
 }
 
-// What he may not read is neither on the disk nor in his tree; what he may not
-// write has no write bit, and no other bit changed.
+// What he may not read is neither on the disk nor in his tree; what he may not write has no write
+// bit, and no other bit changed.
 TEST_F(UpdateTest, RightsComeWithTheNextUpdate) {
     fs::permissions(copy.place / "notes/b", fs::perms(0750));
     rights.bits["ann"] = {{"/", 112}, {"plan", 0}, {"notes/b", 0x10}};
@@ -91,8 +91,7 @@ TEST_F(UpdateTest, RightsComeWithTheNextUpdate) {
     EXPECT_EQ(copy.at("plan") + copy.status(), "secret");
     EXPECT_EQ(mode_of(copy.place / "notes/b") & 0600, 0600u);
 
-    // A change of his in what is withdrawn stays his; a revert respects what is
-    // read-only.
+    // A change of his in what is withdrawn stays his; a revert respects what is read-only.
     copy.put("plan", "mine");
     rights.bits["ann"] = {{"/", 0x10}, {"plan", 0}};
     ASSERT_OK(copy.update());
@@ -129,8 +128,8 @@ TEST_F(UpdateTest, RulesAreOfTheUser) {
     EXPECT_EQ(copy.state(), before);
 }
 
-// Each request in turn is cut, refused, or answered with what makes no sense.
-// Afterwards everything is as it was, and the next update works without a hand.
+// Each request in turn is cut, refused, or answered with what makes no sense. Afterwards everything
+// is as it was, and the next update works without a hand.
 TEST_F(UpdateTest, WhateverTheServerDoesNothingIsLost) {
     copy.put("plan", "mine"), copy.put("own", "mine alone");
     const std::vector<std::string> kAnswers = {"",
@@ -167,8 +166,7 @@ TEST_F(UpdateTest, WhateverTheServerDoesNothingIsLost) {
     EXPECT_EQ(copy.status(), " M plan\n?? own");
 }
 
-// At every question in turn: one end is told, and either nothing has moved or
-// what was done stays.
+// At every question in turn: one end is told, and either nothing has moved or what was done stays.
 TEST_F(UpdateTest, ABreakAtAnyMomentIsToldOnce) {
     other("notes/a", "a2"), other("notes/b", "b2"), other("plan", "p2");
     copy.put("own", "mine alone");
@@ -250,9 +248,8 @@ TEST_F(UpdateTest, TheListWaitsForNobody) {
 
 // ---- A process that dies
 
-// At each line that the host is told, in turn: index, branch and tracking
-// reference are what they were, or the update is whole; the next one needs no
-// hand.
+// At each line that the host is told, in turn: index, branch and tracking reference are what they
+// were, or the update is whole; the next one needs no hand.
 TEST_F(UpdateTest, WhoeverDiesInItLeavesNoHarm) {
     copy.put("plan", "mine"), copy.put("own", "mine alone");
     other("notes/a", "a2"), other("notes/b", "b2"), other("new/file", "n");

@@ -1,6 +1,5 @@
-// A mode that changes moves the file's change time, by which an index knows the
-// file again: the entry takes the new one over, or every status would read the
-// file.
+// A mode that changes moves the file's change time, by which an index knows the file again: the
+// entry takes the new one over, or every status would read the file.
 #include "objects/work/file_mode.hpp"
 
 #include "common/errno.hpp"
