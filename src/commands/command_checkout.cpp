@@ -2,11 +2,11 @@
 #include "commands/adapter.hpp"
 #include "common/errno.hpp"
 #include "objects/operations/checkspec.hpp"
+#include "objects/store/branch.hpp"
 #include "objects/store/diff.hpp"
 #include "objects/store/object.hpp"
 #include "objects/work/workdir.hpp"
 #include "zev/authdb.h"
-#include "zev/branch.h"
 #include "zev/commit.h"
 #include "zev/diff.h"
 #include "zev/object.h"
@@ -22,7 +22,6 @@ using namespace zev;
 namespace {
 
 using BlobPtr = Owned<Blob, zBlobFree>;
-using BranchPtr = Owned<Branch, zBranchFree>;
 using RemotePtr = Owned<Remote, zRemoteFree>;
 using TreeEntryPtr = Owned<TreeEntry, zTreeEntryFree>;
 

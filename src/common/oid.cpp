@@ -1,5 +1,5 @@
 // Object names as values and as text: what of them needs no object store.
-#include "zev/oid.h"
+#include "common/oid.hpp"
 
 #include "common/failure.hpp"
 #include "common/sha1.hpp"
@@ -110,3 +110,23 @@ bool zOidFromBuffer(Oid *id, const void *data, uint64_t size) {
     if (!id || (!data && size)) return fail_args();
     return sha1(data, size, id->id);
 }
+
+namespace zev {
+
+bool parse_id(Oid *id, const zwchar *text) {
+    const auto is_digit = [](zwchar unit) {
+        return (unit >= u'0' && unit <= u'9') || (unit >= u'a' && unit <= u'f') ||
+               (unit >= u'A' && unit <= u'F');
+    };
+    if (!text || zStrlenW(text) != kDigits || !std::all_of(text, text + kDigits, is_digit))
+        return false;
+    return zOidFromStr(id, text);
+}
+
+std::u16string id_text(const Oid &id) {
+    zwchar text[kDigits + 1] = {};
+    zOidFormat(text, &id);
+    return text;
+}
+
+} // namespace zev

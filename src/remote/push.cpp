@@ -30,11 +30,7 @@ namespace zev {
 namespace {
 
 using BuilderPtr = Owned<PackBuilder, zPackBuilderFree>;
-using OdbPtr = Owned<Odb, zOdbFree>;
-using ReferencePtr = Owned<Reference, zReferenceFree>;
 
-constexpr uint64_t kAlone =
-    0x200000; // a larger file is not held in memory, as one of a pack would be
 constexpr uint64_t kPack = 1u << 30; // bytes of files in one pack: the server takes twice that
 
 class Pushing {

@@ -19,7 +19,6 @@ namespace zev {
 namespace {
 
 using IterPtr = Owned<TableIter, zTableIterFree>;
-using OdbPtr = Owned<Odb, zOdbFree>;
 using VectorPtr = Owned<Vector, zVectorFree>;
 using Keys = std::span<const KeyBytes>;
 

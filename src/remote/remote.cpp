@@ -35,15 +35,6 @@ bool set_account(HttpRequest *request) {
     return zHttpRequestSetUser(request, user) && zHttpRequestSetPassword(request, password);
 }
 
-// What a peer did, under the text of a key: raised, logged, told.
-Failure fail_net(const Notify *notify, int32_t code, const zwchar *reason, const zwchar *key,
-                 Here at) {
-    raise_net(code, reason);
-    zSetErrorMsg(u"%s", word(key));
-    fail_raised(at);
-    return notify_raised(notify);
-}
-
 } // namespace
 
 namespace zev {
@@ -73,12 +64,12 @@ HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at) {
 HttpResponse *judge(const RemoteCall &call, HttpResponse *response, Here at) {
     if (response && zHttpResponseOk(response)) return response;
     if (response && zHttpResponseUsrbrk(response)) return raise_canceled();
-    return fail_net(call.notify, response ? zHttpResponseCode(response) : kUnavailable,
-                    zHttpResponseStrerr(response), call.summary, at);
+    return notify_net(call.notify, response ? zHttpResponseCode(response) : kUnavailable,
+                      zHttpResponseStrerr(response), call.summary, at);
 }
 
 Failure wrong_data(const RemoteCall &call, Here at) {
-    return fail_net(call.notify, -1, word(u"net.eWrongDataFromServer"), call.summary, at);
+    return notify_net(call.notify, -1, word(u"net.eWrongDataFromServer"), call.summary, at);
 }
 
 Stream *body_of(const RemoteCall &call, HttpResponse *response, Here at) {
@@ -107,25 +98,11 @@ const zwchar *text_in(const Json *object, const zwchar *name) {
 }
 
 bool read_id(Oid *id, const Json *node) {
-    const zwchar *text = node && zJsonIsString(node) ? zJsonGetString(node) : nullptr;
-    if (!text || zStrlenW(text) != GIT_OID_HEXSZ) return false;
-    char digits[GIT_OID_HEXSZ];
-    for (int n = 0; n < GIT_OID_HEXSZ; ++n) {
-        if (text[n] > 0x7F) return false;
-        digits[n] = static_cast<char>(text[n]);
-    }
-    if (!git_oid_fromstrn(git::oid(id), digits, sizeof digits)) return true;
-    return git_error_clear(), false;
+    return node && zJsonIsString(node) && parse_id(id, zJsonGetString(node));
 }
 
 bool id_in(Oid *id, const Json *object, const zwchar *name) {
     return object && zJsonIsObject(object) && read_id(id, zJsonObjectAt(object, name));
-}
-
-std::u16string id_text(const Oid &id) {
-    zwchar text[GIT_OID_HEXSZ + 1];
-    zOidFormat(text, &id);
-    return text;
 }
 
 void push(Json *array, Json *node) {
@@ -221,7 +198,7 @@ bool bind(Remote *remote, const Oid &server, const Notify *notify) {
     if (zOidIsZero(own))
         return zRepositorySetId(remote->owner, &server) || notify_error(notify, summary);
     return zOidIsEqual(own, &server) ||
-           fail_net(notify, -1, nullptr, u"net.eUnmatchedRepositoryId", {});
+           notify_net(notify, -1, nullptr, u"net.eUnmatchedRepositoryId", {});
 }
 
 } // namespace

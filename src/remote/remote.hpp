@@ -4,6 +4,7 @@
 
 #include "common/json.hpp"
 #include "common/limits.hpp"
+#include "common/oid.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/store/git.hpp"
 #include "zev/http_request.h"
@@ -30,6 +31,9 @@ using StreamPtr = Owned<Stream, zStreamFree>;
 
 inline constexpr const zwchar *kJsonType = u"application/json";
 inline constexpr const zwchar *kOctetType = u"application/octet-stream";
+
+// Bytes above which an object travels alone: one of a pack would be held in memory.
+inline constexpr uint64_t kAlone = 0x200000;
 
 // Tags of tables that a server may give: beyond them there would soon be none left, and a tag never
 // falls.
@@ -71,7 +75,6 @@ const zwchar *text_in(const Json *object, const zwchar *name);
 bool read_id(Oid *id, const Json *node);
 bool id_in(Oid *id, const Json *object, const zwchar *name);
 
-std::u16string id_text(const Oid &id);
 struct OidHash {
     size_t operator()(const Oid &id) const {
         size_t value;

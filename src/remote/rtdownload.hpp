@@ -41,9 +41,6 @@ struct ListedEntry {
 // May throw.
 bool read_listed(const Json *entry, ListedEntry &listed);
 
-// After one refresh of the store a look-up that reads no directory again.
-bool is_stored(Odb *odb, const Oid &id);
-
 // How many are asked for, as it stands in a query.
 std::u16string limit_text(uint64_t limit);
 

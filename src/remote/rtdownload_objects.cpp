@@ -23,7 +23,6 @@ namespace zev {
 namespace {
 
 using ObjectPtr = Owned<Object, zObjectFree>;
-using OdbPtr = Owned<Odb, zOdbFree>;
 using WriterPtr = Owned<PackWriter, zPackWriterFree>;
 
 // ---- One object
@@ -208,7 +207,7 @@ bool zRemoteDownloadCommits(Remote *remote, const Oid *head, uint64_t limit,
     for (uint64_t n = 0; n < count; ++n) {
         Oid id;
         if (!id_in(&id, zJsonArrayAt(entries, n), u"id")) return wrong_data(call);
-        if (!is_stored(odb.get(), id)) missing.add(id);
+        if (!is_stored(odb->handle.get(), git::oid(&id))) missing.add(id);
     }
     return missing.fetch(remote, notify);
 } catch (...) {

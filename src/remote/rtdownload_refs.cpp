@@ -12,8 +12,6 @@ namespace zev {
 
 namespace {
 
-using ReferencePtr = Owned<Reference, zReferenceFree>;
-
 bool begins_with(std::u16string_view name, std::u16string_view prefix) {
     if (name.size() < prefix.size()) return false;
     const std::u16string head(name.substr(0, prefix.size()));

@@ -19,10 +19,8 @@ namespace zev {
 namespace {
 
 using ObjectPtr = Owned<Object, zObjectFree>;
-using OdbPtr = Owned<Odb, zOdbFree>;
 
 constexpr int64_t kReadBit = 0x100, kWriteBit = 0x80;
-constexpr uint64_t kAlone = 0x200000;       // larger objects are fetched alone
 constexpr uint64_t kBatch = 0x1000000;      // bytes of a pack, as they are listed
 constexpr uint64_t kBatchEntries = 100'000; // of one query, however small they are
 
@@ -65,7 +63,7 @@ bool take_entries(const RemoteCall &call, Json *entries, Listing &listing) {
             keep_copy(listing.denied, entry);
         else if (!listed.writable)
             keep_copy(listing.readonly, entry);
-        if (!listed.foreign && !is_stored(odb.get(), listed.id))
+        if (!listed.foreign && !is_stored(odb->handle.get(), git::oid(&listed.id)))
             listing.missing.push_back(std::move(listed));
     }
     return true;
@@ -108,10 +106,6 @@ bool read_listed(const Json *entry, ListedEntry &listed) {
     listed.readable = !listed.blob || mode & kReadBit;
     listed.writable = !listed.blob || mode & kWriteBit;
     return true;
-}
-
-bool is_stored(Odb *odb, const Oid &id) {
-    return git_odb_exists_ext(odb->handle.get(), git::oid(&id), GIT_ODB_LOOKUP_NO_REFRESH) == 1;
 }
 
 // One content may stand at many paths.

@@ -1,11 +1,10 @@
-// Reset: the selected files become what they were at a revision, and the branch
-// gets a commit in which they are as the server has them now. What differs
-// between the two then is a change like any of the user's own, and nothing is
-// rewritten on the server.
+// Reset: the selected files become what they were at a revision, and the branch gets a commit in
+// which they are as the server has them now. What differs between the two then is a change like any
+// of the user's own, and nothing is rewritten on the server.
 //
-// The order in which things reach the disk, for a crash at any point, is that
-// of an update, whose copies expire only with the second commit: before that
-// everything goes back, and the files that have come so far are changes.
+// The order in which things reach the disk, for a crash at any point, is that of an update, whose
+// copies expire only with the second commit: before that everything goes back, and the files that
+// have come so far are changes.
 #include "remote/update_context.hpp"
 
 #include "objects/notify/dialogs.hpp"
@@ -152,8 +151,7 @@ bool Reset::open_rights() {
     return rules_ || context_.tell(u"net.eFailedToFetchTrees");
 }
 
-// What the download tells is the reason; the message here is what it was wanted
-// for.
+// What the download tells is the reason; the message here is what it was wanted for.
 bool Reset::fetch_matches(const Oid *id) {
     if (context_.asked(zRemoteDownloadMatches(context_.remote, id, Z_OBJECT_ANY, context_.paths())))
         return true;
@@ -179,9 +177,7 @@ bool Reset::fetch_target() {
         return raise_not_found(context_.upstream_name()), context_.tell(u"net.eFailedToFetchTrees");
     if (!(latest && zOidIsEqual(id, latest)) && !fetch_matches(id)) return false;
     target_.reset(zTreeByid(repository(), id));
-    zwchar digits[41] = {};
-    zOidFormat(digits, id);
-    return target_ || context_.tell(u"odb.eFailedToResolveTree_s", digits);
+    return target_ || context_.tell(u"odb.eFailedToResolveTree_s", id_text(*id).c_str());
 }
 
 // ---- Trees
@@ -213,8 +209,7 @@ bool Reset::mix() {
     return mixed_ || context_.tell(u"odb.eFailedToBuildTree");
 }
 
-// Where the user breaks off, all goes back, and what has come of the files is a
-// change of his.
+// Where the user breaks off, all goes back, and what has come of the files is a change of his.
 bool Reset::check_out() {
     bool canceled = false;
     if (!zCheckSpecSetTarget(context_.spec.get(), zTreeId(mixed_.get()))) return false;
@@ -224,8 +219,8 @@ bool Reset::check_out() {
     return done && !canceled;
 }
 
-// The server's files as far as the user may read them: what is hidden from him
-// is in no tree of his, be it in the latest or in the target only.
+// The server's files as far as the user may read them: what is hidden from him is in no tree of
+// his, be it in the latest or in the target only.
 TreePtr Reset::build_head() {
     TreePtr head;
     const BuilderPtr builder = head_without_selection(head);

@@ -1,24 +1,21 @@
-// Update: references, commit and objects come from the server, and the checkout
-// takes them in.
+// Update: references, commit and objects come from the server, and the checkout takes them in.
 //
 // The order in which things reach the disk, for a crash at any point:
-//   1. complete copies of index, branch and tracking reference, beside them, as
-//   their locks
-//   2. what the server sends, into stores that only grow; the tracking
-//   reference moves
+//   1. complete copies of index, branch and tracking reference, beside them, as their locks
+//   2. what the server sends, into stores that only grow; the tracking reference moves
 //   3. all that a checkout does, up to the move of the branch
 //   4. the copies expire
-// A crash before 4 leaves the copies, and recovery puts all three files back.
-// What has come stays, and the next update goes on from it.
+// A crash before 4 leaves the copies, and recovery puts all three files back. What has come stays,
+// and the next update goes on from it.
 #include "remote/update_context.hpp"
 
 #include "objects/operations/checkout.hpp"
 #include "objects/store/branch.hpp"
 #include "objects/store/diff.hpp"
+#include "objects/store/odb.hpp"
 #include "objects/store/reference.hpp"
 #include "zev/authdb.h"
 #include "zev/object.h"
-#include "zev/odb.h"
 #include "zev/recovery.h"
 #include "zev/reference.h"
 #include "zev/status.h"
@@ -94,10 +91,9 @@ bool has_blob(Odb *odb, Authdb *rules, const DiffEntry *entry) {
            !zAuthdbEntryReadable(rules, zDiffEntryNewPath(entry));
 }
 
-// Whether all is here that a checkout of the tree needs: the trees in which it
-// differs from the branch's, and the selected files that differ and may be
-// read. Then the server need not list it: after a commit of one's own, and as
-// long as nobody else commits.
+// Whether all is here that a checkout of the tree needs: the trees in which it differs from the
+// branch's, and the selected files that differ and may be read. Then the server need not list it:
+// after a commit of one's own, and as long as nobody else commits.
 bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
     const KeptFailure kept;
     const TreePtr tree(zTreeByid(context.repository, tree_id));
@@ -108,7 +104,7 @@ bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
         return false;
     const DiffListPtr changes(zDiffTreeToTree(base.get(), tree.get(), paths.get(), nullptr));
     if (!changes || type == Z_OBJECT_TREE) return changes != nullptr;
-    const Owned<Odb, zOdbFree> odb(zOdbOpen(context.repository));
+    const OdbPtr odb(zOdbOpen(context.repository));
     const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(context.repository));
     if (!odb || !rules) return false;
     for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i)
@@ -116,8 +112,7 @@ bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
     return true;
 }
 
-// Where the tracking reference is to stand: at the target, or where the server
-// has the branch.
+// Where the tracking reference is to stand: at the target, or where the server has the branch.
 bool fetch_commit(UpdateContext &context, Reference *tracked) {
     const Oid *target = zCheckSpecTarget(context.spec.get());
     const Oid *id = target ? target : zReferenceResolve(tracked);

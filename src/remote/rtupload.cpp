@@ -13,7 +13,6 @@ using namespace zev;
 namespace {
 
 using BuilderPtr = Owned<PackBuilder, zPackBuilderFree>;
-using OdbPtr = Owned<Odb, zOdbFree>;
 
 // The body goes to the request; what the server answers beyond its status is not looked at.
 bool upload(Remote *remote, const Notify *notify, uint32_t method, std::u16string_view tail,

@@ -1,19 +1,16 @@
-// What an update, a list of updates and a reset share: the locks, the branch
-// and the one that tracks the server's, and how what the selection needs is
-// fetched. A commit takes its locks here, too.
+// What an update, a list of updates and a reset share: the locks, the branch and the one that
+// tracks the server's, and how what the selection needs is fetched. A commit takes its locks here,
+// too.
 #pragma once
 
 #include "objects/operations/checkspec.hpp"
+#include "objects/store/branch.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/work/transaction.hpp"
 #include "remote/remote.hpp"
-#include "zev/branch.h"
-#include "zev/reference.h"
 
 namespace zev {
-
-using BranchPtr = Owned<Branch, zBranchFree>;
-using ReferencePtr = Owned<Reference, zReferenceFree>;
 
 inline constexpr int32_t kNotFound = 3; // an error's class
 
@@ -36,15 +33,13 @@ struct UpdateContext {
     }
 };
 
-// The update that another operation is built on. Told with its own start and
-// end; `canceled` says that the user broke off: the result is true where the
-// files had come that far, and stay.
+// The update that another operation is built on. Told with its own start and end; `canceled` says
+// that the user broke off: the result is true where the files had come that far, and stay.
 bool update_copy(Remote *remote, CheckSpec *spec, bool *canceled);
 
 // ---- Steps. What fails is told, but for a break. Each may throw.
 
-// Puts back what a process left that died, finds both branches and takes the
-// locks.
+// Puts back what a process left that died, finds both branches and takes the locks.
 bool prepare(UpdateContext &context, const CheckSpec *given);
 
 // The server is the one of this copy.
@@ -52,28 +47,25 @@ bool verify(UpdateContext &context);
 // The user's rights, as the server has them now.
 bool update_rights(UpdateContext &context);
 
-// The server's references. `tracked` becomes the tracking one, null where there
-// is none.
+// The server's references. `tracked` becomes the tracking one, null where there is none.
 bool fetch_references(UpdateContext &context, ReferencePtr &tracked);
 
-// References, the commit, and what of its tree has `type`, of files those that
-// are selected. An empty upstream is a success.
+// References, the commit, and what of its tree has `type`, of files those that are selected. An
+// empty upstream is a success.
 bool fetch(UpdateContext &context, int32_t type);
 
 // ---- Parts of them
 
 // A process that died left its locks: first of all, since ours replace them.
 bool recover(Repository *repository, const Notify *notify);
-// The branch and the one that tracks the server's; index and both, locked in
-// this order.
+// The branch and the one that tracks the server's; index and both, locked in this order.
 bool find_branches(Repository *repository, const Notify *notify, BranchPtr &head,
                    BranchPtr &upstream);
 bool start_transaction(Repository *repository, const Notify *notify, TransactionPtr &transaction);
 bool lock_all(Transaction *transaction, const Notify *notify, const Branch *head,
               const Branch *upstream);
 
-// Index and branches are as they were locked, in memory too; the record stays
-// what it was.
+// Index and branches are as they were locked, in memory too; the record stays what it was.
 void roll_back(Repository *repository, Transaction *transaction, const Branch *head,
                const Branch *upstream);
 

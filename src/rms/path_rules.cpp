@@ -143,10 +143,7 @@ JsonGuard Update::command() const {
 }
 
 bool Update::fail(int code, const zwchar *reason) const {
-    raise_net(code, reason);
-    zSetErrorMsg(u"%s", word(u"net.eFailedToFetchSummary"));
-    fail_raised();
-    return notify_raised(notify_);
+    return notify_net(notify_, code, reason, u"net.eFailedToFetchSummary");
 }
 
 bool Update::ask(const zwchar *url) {

@@ -12,10 +12,10 @@
 #include "common/utf.hpp"
 #include "objects/drawing/drawing.hpp"
 #include "objects/store/loose_object.hpp"
+#include "objects/store/object_form.hpp"
 #include "verify/files.hpp"
 
 #include <cassert>
-#include <cinttypes>
 #include <cstring>
 
 #include <zlib.h>
@@ -52,10 +52,8 @@ bool ObjectReader::fail_git() {
 }
 
 void ObjectReader::begin(int type, uint64_t size) {
-    char head[32];
-    const int length = snprintf(head, sizeof head, "%s %" PRIu64,
-                                git_object_type2string(static_cast<git_object_t>(type)), size);
-    sum_.add(head, static_cast<size_t>(length) + 1); // with its zero
+    const std::string head = object_head(static_cast<git_object_t>(type), size);
+    sum_.add(head.data(), head.size());
 }
 
 bool ObjectReader::has_name(const Oid &id) {

@@ -14,7 +14,6 @@
 #include "zev/str.h"
 #include "zev/uri.h"
 
-#include <algorithm>
 #include <memory>
 
 namespace zev::rest {
@@ -177,23 +176,6 @@ Tree repository_record(Repository *repository) {
     const Oid *id = zRepositoryId(repository, true);
     Tree record = id ? record_of(repository, u"repo", zRepositoryUrl(repository)) : Tree();
     return record && zJsonPathSetId(record.get(), u"id", id) ? std::move(record) : Tree();
-}
-
-// ---- Identifiers
-
-bool parse_id(Oid *id, const zwchar *text) {
-    const auto is_digit = [](zwchar unit) {
-        return (unit >= u'0' && unit <= u'9') || (unit >= u'a' && unit <= u'f') ||
-               (unit >= u'A' && unit <= u'F');
-    };
-    if (!text || zStrlenW(text) != 40 || !std::all_of(text, text + 40, is_digit)) return false;
-    return zOidFromStr(id, text);
-}
-
-std::u16string id_text(const Oid &id) {
-    zwchar text[41] = {};
-    zOidFormat(text, &id);
-    return text;
 }
 
 // ---- Rights

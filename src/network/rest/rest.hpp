@@ -7,6 +7,7 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "common/oid.hpp"
 #include "network/http/body.hpp"
 #include "network/rest/kept_projects.hpp"
 #include "zev/http_request.h"
@@ -97,11 +98,6 @@ Tree project_record(const Call &call, const zwchar *type,
                     std::initializer_list<const zwchar *> parts);
 // The project's own record, with its `id`.
 Tree repository_record(Repository *repository);
-
-// ---- Identifiers
-// A text of exactly 40 hexadecimal digits; nothing is raised. Null is none.
-bool parse_id(Oid *id, const zwchar *text);
-std::u16string id_text(const Oid &id);
 
 // ---- Rights. The caller's in the open project, asked for once a request.
 Privileges &rights(Call &call);

@@ -3,9 +3,9 @@
 // its record.
 #include "common/errno.hpp"
 #include "objects/history/revision.hpp"
+#include "objects/store/branch.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/object.hpp"
-#include "zev/branch.h"
 #include "zev/notify.h"
 #include "zev/oid.h"
 #include "zev/time.h"
@@ -15,8 +15,6 @@
 using namespace zev;
 
 namespace {
-
-using BranchPtr = Owned<Branch, zBranchFree>;
 
 enum class Walk { on, enough, failed };
 

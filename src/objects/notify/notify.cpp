@@ -167,4 +167,12 @@ Failure notify_raised(const Notify *notify) {
     return {};
 }
 
+Failure notify_net(const Notify *notify, int32_t code, const zwchar *reason, const zwchar *key,
+                   Here at) {
+    raise_net(code, reason);
+    zSetErrorMsg(u"%s", word(key));
+    fail_raised(at);
+    return notify_raised(notify);
+}
+
 } // namespace zev

@@ -37,5 +37,8 @@ Failure notify_error(const Notify *notify, const zwchar *key, const zwchar *argu
 void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path);
 // For a failure whose message is its own: message and reason as they were raised.
 Failure notify_raised(const Notify *notify);
+// What a peer did, a code and its reason, under the message of `key`: raised, logged, told.
+Failure notify_net(const Notify *notify, int32_t code, const zwchar *reason, const zwchar *key,
+                   Here at = {});
 
 } // namespace zev

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objects/store/repository.hpp"
+#include "zev/branch.h"
 
 struct Branch {
     Repository *owner;
@@ -10,3 +11,9 @@ struct Branch {
     zev::Wide origin; // of an upstream: full name of its local branch
     Oid id{};         // result of zBranchResolve
 };
+
+namespace zev {
+
+using BranchPtr = Owned<Branch, zBranchFree>;
+
+} // namespace zev

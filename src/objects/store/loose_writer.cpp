@@ -5,8 +5,9 @@
 // The system is told to write as it goes, so that the sync at the end finds little left to do.
 #include "objects/store/loose_writer.hpp"
 
+#include "common/oid.hpp"
+#include "objects/store/object_form.hpp"
 #include "system/os.hpp"
-#include "zev/oid.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -72,8 +73,7 @@ bool Writer::begin(const std::u16string &place, git_object_t kind, uint64_t size
     if (!ready_) return errno = ENOMEM, false;
     state_.next_out = block_;
     state_.avail_out = kBlock;
-    const std::string head =
-        std::string(git_object_type2string(kind)) + ' ' + std::to_string(size) + '\0';
+    const std::string head = object_head(kind, size);
     return add(head.data(), head.size());
 }
 
@@ -132,9 +132,7 @@ bool Writer::add(const char *bytes, size_t count) {
 
 // Another writer of the same object may have been faster.
 bool Writer::finish(const git_oid *id) {
-    zwchar hex[41] = {};
-    zOidFormat(hex, git::oid(id));
-    const std::u16string name = hex, directory = directory_ + name.substr(0, 2);
+    const std::u16string name = id_text(*git::oid(id)), directory = directory_ + name.substr(0, 2);
     if (!run(Z_FINISH) || !flush_block()) return false;
     if (!os::make_dir(directory.c_str()) && errno != EEXIST) return false;
     const std::u16string path = directory + u'/' + name.substr(2);

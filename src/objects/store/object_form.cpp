@@ -74,4 +74,8 @@ bool has_object_form(git_object_t type, std::string_view bytes) {
     }
 }
 
+std::string object_head(git_object_t type, uint64_t size) {
+    return std::string(git_object_type2string(type)) + ' ' + std::to_string(size) + '\0';
+}
+
 } // namespace zev

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objects/store/repository.hpp"
+#include "zev/odb.h"
 
 #include <git2/sys/odb_backend.h>
 
@@ -11,6 +12,13 @@ struct Odb {
 };
 
 namespace zev {
+
+using OdbPtr = Owned<Odb, zOdbFree>;
+
+// Without looking into the store's directory again: for many ids, after one refresh.
+inline bool is_stored(git_odb *odb, const git_oid *id) {
+    return git_odb_exists_ext(odb, id, GIT_ODB_LOOKUP_NO_REFRESH) == 1;
+}
 
 // The backend of a store that `free` gives back: each of ours has one of its own. Null if none.
 inline git_odb_backend *find_backend(git_odb *odb, decltype(git_odb_backend::free) free) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objects/store/repository.hpp"
+#include "zev/reference.h"
 
 struct Reference {
     zev::git::Reference handle;
@@ -11,6 +12,8 @@ struct Reference {
 };
 
 namespace zev {
+
+using ReferencePtr = Owned<Reference, zReferenceFree>;
 
 // For a reference that could not be made: the log that libgit2 wrote ahead of it goes, which else
 // tells of a branch that was lost. A log with more in it stays.

@@ -12,8 +12,6 @@
 #include "zev/oid.h"
 
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -38,10 +36,8 @@ bool write_head(Stream *stream, git_object_t type, uint64_t size) {
 }
 
 void begin_name(Sha1 &sum, git_object_t type, uint64_t size) {
-    char head[32];
-    const int length =
-        snprintf(head, sizeof head, "%s %" PRIu64, git_object_type2string(type), size);
-    sum.add(head, static_cast<size_t>(length) + 1); // with its zero
+    const std::string head = object_head(type, size);
+    sum.add(head.data(), head.size());
 }
 
 // Block by block, and compared with its name at the end.

@@ -20,7 +20,6 @@ namespace zev::rest {
 
 namespace {
 
-using OdbPtr = Owned<Odb, zOdbFree>;
 using StreamPtr = Owned<Stream, zStreamFree>;
 
 constexpr uint64_t kHead = 12; // bytes before those of a file
@@ -163,8 +162,7 @@ HttpResponse *find_missing_objects(Call &call) {
         Json *entry = zJsonArrayAt(entries, n);
         if (!zJsonIsString(entry) || !parse_id(&id, zJsonGetString(entry)))
             return refuse(call, 400, u"srv.eInvalidContent");
-        if (git_odb_exists_ext(odb->handle.get(), git::oid(&id), GIT_ODB_LOOKUP_NO_REFRESH))
-            continue;
+        if (is_stored(odb->handle.get(), git::oid(&id))) continue;
         if (!push(missing.get(), Tree(zJsonNewId(&id)))) missing.reset();
     }
     return answer_entries(std::move(missing));

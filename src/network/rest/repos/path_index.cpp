@@ -13,6 +13,7 @@
 #include "common/limits.hpp"
 #include "common/utf.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/odb.hpp"
 #include "system/os.hpp"
 #include "zev/manifest.h"
 #include "zev/oid.h"
@@ -284,7 +285,7 @@ void PathIndex::retry_missing(Repository *repository) {
     for (const std::string &rest : missing) {
         Oid id;
         memcpy(id.id, rest.data(), sizeof id.id);
-        if (git_odb_exists_ext(odb.get(), git::oid(&id), GIT_ODB_LOOKUP_NO_REFRESH))
+        if (is_stored(odb.get(), git::oid(&id)))
             add_late(repository, id, std::string_view(rest).substr(sizeof id.id));
     }
 }

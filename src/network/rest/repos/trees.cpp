@@ -40,7 +40,7 @@ class Sizes {
     explicit Sizes(git_odb *odb) : odb_(odb) {}
 
     int64_t of(const git_oid *id) { // 0 for what is not there
-        if (missed_ && !git_odb_exists_ext(odb_, id, GIT_ODB_LOOKUP_NO_REFRESH)) return 0;
+        if (missed_ && !is_stored(odb_, id)) return 0;
         size_t size = 0;
         git_object_t type;
         if (!git_odb_read_header(&size, &type, odb_, id)) return static_cast<int64_t>(size);
