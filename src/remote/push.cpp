@@ -122,7 +122,7 @@ bool Pushing::sort_out() {
         const DiffEntry *entry;
         bool taken = false;
     };
-    std::unordered_map<Oid, Offer, OidHash, OidSame> offers;
+    std::unordered_map<Oid, Offer, IdHash, IdEqual> offers;
     each(changes_.get(), [&](const DiffEntry *entry) {
         offers.insert_or_assign(*zDiffEntryNewId(entry), Offer{entry});
     });

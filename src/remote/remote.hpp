@@ -75,16 +75,6 @@ const zwchar *text_in(const Json *object, const zwchar *name);
 bool read_id(Oid *id, const Json *node);
 bool id_in(Oid *id, const Json *object, const zwchar *name);
 
-struct OidHash {
-    size_t operator()(const Oid &id) const {
-        size_t value;
-        memcpy(&value, id.id, sizeof value);
-        return value;
-    }
-};
-struct OidSame {
-    bool operator()(const Oid &a, const Oid &b) const { return zOidIsEqual(&a, &b); }
-};
 // Puts a node where it belongs, or throws for want of memory.
 void push(Json *array, Json *node);
 void put(Json *object, const zwchar *name, Json *node);

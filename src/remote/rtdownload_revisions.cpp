@@ -12,10 +12,8 @@ namespace zev {
 
 namespace {
 
-using OidSet = std::unordered_set<Oid, OidHash, OidSame>;
-
 // The ids of a history that have no record here, as [{"oid": ID}, ...].
-JsonGuard missing_records(const RemoteCall &call, const Revdb *db, Json *entries, OidSet &asked) {
+JsonGuard missing_records(const RemoteCall &call, const Revdb *db, Json *entries, Ids &asked) {
     JsonGuard missing(zJsonNew(Z_JSON_ARRAY));
     if (!missing) throw std::bad_alloc();
     const uint64_t count = zJsonArraySize(entries);
@@ -38,7 +36,7 @@ HttpRequest *ask_for_records(const RemoteCall &call, const Json *ids) {
 }
 
 // One that makes no sense is told, and the others go in.
-void insert_records(const RemoteCall &call, Revdb *db, Json *entries, const OidSet &asked) {
+void insert_records(const RemoteCall &call, Revdb *db, Json *entries, const Ids &asked) {
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         const RevisionPtr revision =
@@ -84,7 +82,7 @@ bool zRemoteDownloadRevlist(Remote *remote, const Oid *head, uint64_t limit,
     JsonGuard body = json_of(call, send(call, request));
     Json *entries = entries_of(call, body);
     if (!entries) return false;
-    OidSet asked;
+    Ids asked;
     const JsonGuard missing = missing_records(call, db.get(), entries, asked);
     if (!missing || asked.empty()) return missing != nullptr;
     body = json_of(call, send(call, ask_for_records(call, missing.get())));

@@ -111,7 +111,7 @@ bool read_listed(const Json *entry, ListedEntry &listed) {
 // One content may stand at many paths.
 bool fetch_missing(Remote *remote, const std::vector<ListedEntry> &missing, PathSpec *spec,
                    const Notify *notify) {
-    std::unordered_set<Oid, OidHash, OidSame> asked;
+    Ids asked;
     PackQuery batch;
     uint64_t sum = 0;
     for (const ListedEntry &entry : missing) {

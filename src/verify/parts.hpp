@@ -2,11 +2,11 @@
 // may throw.
 #pragma once
 
+#include "common/oid.hpp"
 #include "verify/report.hpp"
 #include "zev/manifest.h"
 
 #include <array>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <unordered_map>
@@ -14,23 +14,6 @@
 #include <vector>
 
 namespace zev::verify {
-
-struct IdHash {
-    size_t operator()(const Oid &id) const {
-        size_t hash;
-        memcpy(&hash, id.id, sizeof hash);
-        return hash;
-    }
-};
-struct IdEqual {
-    bool operator()(const Oid &a, const Oid &b) const { return !memcmp(a.id, b.id, sizeof a.id); }
-};
-struct IdLess {
-    bool operator()(const Oid &a, const Oid &b) const {
-        return memcmp(a.id, b.id, sizeof a.id) < 0;
-    }
-};
-using Ids = std::unordered_set<Oid, IdHash, IdEqual>;
 
 // A reference, and where it stands.
 struct Tip {
