@@ -5,6 +5,7 @@
 #include "bench.hpp"
 
 #include "objects/history/revision.hpp"
+#include "objects/store/object.hpp"
 #include "objects/store/tree_changes.hpp"
 
 #include "zev/zev.h"
