@@ -73,6 +73,11 @@ FILE *temp_file();
 // Z_PATH_MAX.
 int temp_named(char16_t *path, const char16_t *directory, const char16_t *prefix);
 
+// A directory, to be found again by place_of.
+int open_dir(const char16_t *path);
+// Where a file or directory that is open lies now, whatever was renamed since; false where its name
+// is gone.
+bool place_of(int fd, std::u16string *path);
 void close_fd(int fd);
 bool fd_stat(int fd, struct stat *out);
 bool fd_mode(int fd, mode_t mode);

@@ -214,6 +214,31 @@ TEST_F(Uploads, EndWhereTheirProjectWent) {
     EXPECT_TRUE(has(id));
 }
 
+// What was under way there goes all the same, whatever the project is called by then.
+TEST_F(Uploads, LeaveNothingWhereTheirProjectWent) {
+    const std::string bytes = noise(3'000'000), stream = file_stream(bytes);
+    const std::string plain = pack_of(bytes), pack = be32(plain.size()) + plain;
+    const size_t before = files();
+    const auto project = service.repos() / "ann/plant", aside = service.repos() / "ann/aside";
+    const auto settles = [&](const char *name, auto is_so) {
+        for (int n = 0; n < 5000 && !is_so(files(name)); ++n)
+            if (service.get("/repos/ann/other").code != 200) return false;
+        return is_so(files(name));
+    };
+    for (const std::string &sent :
+         {put(id_of(bytes), stream.size()) + stream, head("POST " + packs, pack.size()) + pack}) {
+        {
+            const RawSocket client(service.port());
+            ASSERT_TRUE(client.send(sent.substr(0, 1'000'000)));
+            EXPECT_TRUE(settles("ann/plant", [&](size_t count) { return count > before; }));
+            std::filesystem::rename(project, aside);
+        }
+        EXPECT_TRUE(settles("ann/aside", [&](size_t count) { return count == before; }))
+            << service.git("ann/aside", "count-objects -v; find objects");
+        std::filesystem::rename(aside, project);
+    }
+}
+
 TEST_F(Uploads, TakeLargePacksInAnyPieces) {
     const std::string bytes = noise(400'000), id = id_of(bytes);
     const std::string pack = pack_of(bytes);

@@ -44,7 +44,8 @@ struct Writer : git_odb_stream {
     bool look();
     bool set_level(int level);
 
-    std::u16string directory_, path_; // the temporary one, while there is such a file
+    // The temporary file's path, while there is one; the repository may be renamed meanwhile.
+    std::u16string directory_, path_;
     int fd_ = -1;
     z_stream state_{};
     bool ready_ = false;
@@ -56,8 +57,11 @@ struct Writer : git_odb_stream {
 
 Writer::~Writer() {
     if (ready_) deflateEnd(&state_);
+    if (!path_.empty()) {
+        os::place_of(fd_, &path_); // where that can't be told, where it was
+        os::unlink(path_.c_str());
+    }
     if (fd_ >= 0) os::close_fd(fd_);
-    if (!path_.empty()) os::unlink(path_.c_str());
 }
 
 bool Writer::begin(const std::u16string &place, git_object_t kind, uint64_t size) {

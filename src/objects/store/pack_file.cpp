@@ -166,6 +166,8 @@ bool PackFile::open() {
     std::u16string aside = directory_ + u"tmp_pack_" + digits;
     if (!os::make_dir(aside.c_str())) return fail_errno(aside.c_str());
     aside_ = std::move(aside);
+    held_ = os::open_dir(aside_.c_str());
+    if (held_ < 0) return fail_errno(aside_.c_str());
     int code = git_indexer_new(out(indexer_), to_utf8(aside_).c_str(), 0, nullptr, nullptr);
     aside_ += u'/';
     return code < 0 ? fail_git(code) : true;
@@ -173,7 +175,11 @@ bool PackFile::open() {
 
 PackFile::~PackFile() {
     indexer_.reset();
-    if (!aside_.empty()) os::remove_tree(aside_.c_str(), false);
+    if (!aside_.empty()) {
+        os::place_of(held_, &aside_); // where that can't be told, where it was
+        os::remove_tree(aside_.c_str(), false);
+    }
+    if (held_ >= 0) os::close_fd(held_);
 }
 
 std::u16string PackFile::path(const char16_t *extension) const {

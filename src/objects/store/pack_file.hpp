@@ -38,6 +38,7 @@ class PackFile {
 
     std::u16string directory_; // with its last slash
     std::u16string aside_;     // the pack's own one in it, likewise; empty until it is made
+    int held_ = -1;            // that one, which may be renamed with the repository
     Owned<git_indexer, git_indexer_free> indexer_;
     git_indexer_progress progress_{};
     std::array<uint8_t, 12> header_{};

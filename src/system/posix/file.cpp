@@ -306,6 +306,29 @@ int temp_named(char16_t *path, const char16_t *directory, const char16_t *prefix
     return fd.release();
 }
 
+int open_dir(const char16_t *path) {
+    const Native name(path);
+    if (!name) return -1;
+    return retry([&] { return ::open(name, O_PATH | O_DIRECTORY | O_CLOEXEC); });
+}
+
+// A name that went is told with something behind it, and one that was given anew leads elsewhere.
+bool place_of(int fd, std::u16string *path) {
+    const auto look = [&] {
+        char text[3 * Z_PATH_MAX];
+        const std::string link = "/proc/self/fd/" + std::to_string(fd);
+        const ssize_t length = ::readlink(link.c_str(), text, sizeof text);
+        if (length < 0) return false;
+        const std::string name(text, static_cast<size_t>(length));
+        struct stat open, named;
+        if (fstat(fd, &open) != 0 || ::lstat(name.c_str(), &named) != 0) return false;
+        if (open.st_ino != named.st_ino || open.st_dev != named.st_dev) return failed(ENOENT);
+        *path = to_wide(name);
+        return true;
+    };
+    return guarded(look);
+}
+
 // ---- Bytes
 
 void close_fd(int fd) { Fd(fd).reset(); }
