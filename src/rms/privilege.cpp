@@ -31,16 +31,27 @@ Privileges::Privileges(const AuthTable *auth, HttpRequest *request, Repository *
     if (!auth || !request || !repository) return;
     const zwchar *user = zHttpRequestUser(request);
     const zwchar *password = zHttpRequestPassword(request);
-    known_ = user && password && auth->CheckUser(user, password, false) == Z_AUTH_DONE;
-    if (!known_) return;
+    if (user && password && auth->CheckUser(user, password, false) == Z_AUTH_DONE)
+        load(*auth, user, repository);
+}
+
+Privileges::Privileges(const AuthTable *auth, const zwchar *user, Repository *repository) {
+    if (auth && user && repository) load(*auth, user, repository);
+}
+
+// "admin" is asked nothing further: whatever became of the rules, he can look at what there is.
+void Privileges::load(const AuthTable &auth, const zwchar *user, Repository *repository) {
+    known_ = true;
     all_ = zStrcasesameW(user, u"admin");
     if (all_) return;
     Json *list = nullptr;
-    if (auth->UserSettings(repository, user, &list) != Z_AUTH_DONE) return;
+    const int32_t status = auth.UserSettings(repository, user, &list);
+    failed_ = status == Z_AUTH_STORE_FAILED;
+    if (status != Z_AUTH_DONE) return;
     const Owned<Json, zJsonFree> owned(list);
     if (list && zJsonIsArray(list)) rules_.load(list);
     int32_t setting = kNothingSaid;
-    if (auth->GetDefault(repository, &setting) != Z_AUTH_DONE) setting = kNothingSaid;
+    if (auth.GetDefault(repository, &setting) != Z_AUTH_DONE) setting = kNothingSaid;
     rules_.set_fallback(setting);
 }
 

@@ -60,21 +60,27 @@ bool is_shut_out(const Call &call, const zwchar *login) {
     return throttle.is_shut_out({zStrsafeW(login), address_of(call)});
 }
 
-// A valid login, with power where that is asked for.
-HttpResponse *need_login(Call &call, bool power = false) {
+// Asks the module, with power: who lacks that alone has proven who he is.
+HttpResponse *prove(Call &call) {
     const AuthTable *auth = zHttpServerAuth(call.server);
     if (!auth) return refuse(call, 500, u"admin.ePermissionDenied", zErrorDetail());
     const zwchar *user = zHttpRequestUser(call.request);
     const zwchar *password = zHttpRequestPassword(call.request);
     if (!user || !password) return refuse(call, 401);
     if (is_shut_out(call, user)) return refuse(call, 429);
-    const int32_t status = auth->CheckUser(user, password, power);
-    count_attempt(call, user, status);
-    switch (status) {
+    call.proof = auth->CheckUser(user, password, true);
+    count_attempt(call, user, *call.proof);
+    return nullptr;
+}
+
+// A valid login, with power where that is asked for.
+HttpResponse *need_login(Call &call, bool power = false) {
+    if (HttpResponse *refusal = call.proof ? nullptr : prove(call)) return refusal;
+    switch (*call.proof) {
     case Z_AUTH_DONE:
         return nullptr;
     case Z_AUTH_POWER_NEEDED:
-        return forbid(call);
+        return power ? forbid(call) : nullptr;
     case Z_AUTH_STORE_FAILED:
         return refuse(call, 500, u"srv.eInternalError");
     default:
@@ -87,7 +93,8 @@ HttpResponse *need_login(Call &call, bool power = false) {
 HttpResponse *need_bit(Call &call, int32_t bit) {
     if (HttpResponse *refusal = need_login(call)) return refusal;
     if (HttpResponse *refusal = open_project(call)) return refusal;
-    return rights(call).anywhere(bit) ? nullptr : forbid(call);
+    if (rights(call).anywhere(bit)) return nullptr;
+    return rights(call).has_failed() ? refuse(call, 500, u"srv.eInternalError") : forbid(call);
 }
 
 // A member list is looked through; the groups in it that weren't met before are to be looked

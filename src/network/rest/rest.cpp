@@ -181,9 +181,12 @@ Tree repository_record(Repository *repository) {
 // ---- Rights
 
 Privileges &rights(Call &call) {
-    if (!call.rights)
-        call.rights = std::make_unique<Privileges>(zHttpServerAuth(call.server), call.request,
-                                                   call.repository.get());
+    const AuthTable *auth = zHttpServerAuth(call.server);
+    Repository *repository = call.repository.get();
+    if (!call.rights && is_proven(call))
+        call.rights =
+            std::make_unique<Privileges>(auth, zHttpRequestUser(call.request), repository);
+    if (!call.rights) call.rights = std::make_unique<Privileges>(auth, call.request, repository);
     return *call.rights;
 }
 

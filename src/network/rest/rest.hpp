@@ -10,6 +10,7 @@
 #include "common/oid.hpp"
 #include "network/http/body.hpp"
 #include "network/rest/kept_projects.hpp"
+#include "zev/auth.h"
 #include "zev/http_request.h"
 #include "zev/http_response.h"
 #include "zev/http_server.h"
@@ -17,6 +18,7 @@
 #include "zev/repository.h"
 
 #include <initializer_list>
+#include <optional>
 #include <string>
 
 namespace zev {
@@ -51,7 +53,16 @@ struct Call {
     RepositoryPtr repository;           // the gate's
     std::unique_ptr<Privileges> rights; // the caller's in it, once they were asked for
     std::unique_ptr<Intake> intake;     // of the body, which the request then has not
+    // What the authentication module said of the caller's password, and of his power: it is asked
+    // at most once a request. None where nobody had to know.
+    std::optional<int32_t> proof{};
 };
+
+// Whether the module has vouched for the caller, and for his power.
+inline bool is_proven(const Call &call) {
+    return call.proof == Z_AUTH_DONE || call.proof == Z_AUTH_POWER_NEEDED;
+}
+inline bool has_power(const Call &call) { return call.proof == Z_AUTH_DONE; }
 
 // A capture of the route (":base", ":owner", ":name", ":other") or a parameter of the query; null
 // where it is absent.

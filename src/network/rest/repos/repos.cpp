@@ -81,24 +81,17 @@ bool is_repository(const zwchar *path) {
 struct Listing {
     Call &call;
     Tree entries{zJsonNew(Z_JSON_ARRAY)};
-    bool sees_all = !call.guarded || is_power();
+    bool sees_all = !call.guarded || has_power(call);
 
-    bool is_power() const;
     bool may_see(Repository *repository) const;
     bool add_owner(const zwchar *path, const zwchar *owner);
     bool add_project(const zwchar *path, const zwchar *owner, const zwchar *name);
 };
 
-bool Listing::is_power() const {
-    const AuthTable *auth = zHttpServerAuth(call.server);
-    const zwchar *user = zHttpRequestUser(call.request);
-    const zwchar *code = zHttpRequestPassword(call.request);
-    return auth && user && code && auth->CheckUser(user, code, true) == Z_AUTH_DONE;
-}
-
 bool Listing::may_see(Repository *repository) const {
     if (sees_all) return true;
-    const Privileges rights(zHttpServerAuth(call.server), call.request, repository);
+    const Privileges rights(zHttpServerAuth(call.server), zHttpRequestUser(call.request),
+                            repository);
     return rights.anywhere(Z_PRIVILEGE_READ) || rights.anywhere(Z_PRIVILEGE_WRITE) ||
            rights.anywhere(Z_PRIVILEGE_EXPORT);
 }
