@@ -150,7 +150,7 @@ TEST_F(Paths, ComeFromAllHistory) {
     EXPECT_EQ(read("bob", id_of("open")), 200);
     std::filesystem::remove_all(index); // and can't be made again
     test::write(index, "");
-    EXPECT_EQ(read("bob", id_of("open")), 403);
+    EXPECT_EQ(read("bob", id_of("open")), 500);
     EXPECT_EQ(read("ann", id_of("open")), 200);
 }
 

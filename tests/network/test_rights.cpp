@@ -209,6 +209,11 @@ class World {
         }
     }
     Service &service() { return *service_; }
+    void give_password(const zwchar *login) {
+        const std::u16string code = test::wide(kCode);
+        EXPECT_EQ(table_.ResetPassword(login, code.c_str()), 100);
+        EXPECT_EQ(table_.ModifyUser(login, nullptr, nullptr, nullptr, true, false), 100);
+    }
 
   private:
     void make_users() {
@@ -346,6 +351,44 @@ TEST(Rights, AProjectIsNotRemovedByWhatLiesBehindIt) {
         EXPECT_EQ(answer.code, 400);
         EXPECT_TRUE(world.is_whole());
     }
+}
+
+// Whoever asks, a project whose file of rights is damaged grants him nothing, and he is told that
+// it is the server's fault. "admin" reads it all the same, and power can clear it away.
+TEST(Rights, ADamagedFileOfRightsGrantsNothing) {
+    World world(u"required");
+    Service &service = world.service();
+    const auto ask = [&](const char *login, const char *target) {
+        service.log_in(login, kCode);
+        return service.get(target).code;
+    };
+    const auto act = [&](const char *login, const std::string &args) {
+        service.log_in(login, kCode);
+        return service.post("/repos/ann/house/rms", R"({"query":{"target":"role",)" + args + "}}");
+    };
+    world.give_password(u"admin");
+    const auto file = service.repos() / "ann/house/AUTHZ", aside = service.repos() / "AUTHZ";
+    fs::copy(file, aside);
+    test::write(file, "{\"version\":");
+    for (const char *login : {"reader", "writer", "norole", "boss"}) {
+        EXPECT_EQ(ask(login, "/repos/ann/house"), 500) << login;
+        EXPECT_EQ(ask(login, "/repos/ann/house/refs"), 500) << login;
+    }
+    EXPECT_EQ(act("chief", R"("name":"list")").code, 500);
+    EXPECT_EQ(act("boss", R"("name":"list")").text("data.status"), "110");
+    EXPECT_EQ(ask("admin", "/repos/ann/house/refs"), 200);
+    service.log_in("boss", kCode);
+    EXPECT_EQ(service.get("/repos/ann").entries(), 1u);
+    EXPECT_EQ(test::read(file), "{\"version\":"); // nobody wrote over it
+    fs::remove(file); // then nobody has a role, and power gives some out
+    EXPECT_EQ(ask("reader", "/repos/ann/house"), 403);
+    EXPECT_EQ(act("boss", R"("name":"create","args":{"name":"new"})").text("data.status"), "100");
+    fs::rename(aside, file);
+    EXPECT_EQ(ask("reader", "/repos/ann/house"), 200);
+    test::write(file, "{");
+    EXPECT_EQ(service.drop("/repos/ann/house").code, 500); // a reader, who might be more
+    service.log_in("boss", kCode);
+    EXPECT_EQ(service.drop("/repos/ann/house").code, 204);
 }
 
 TEST(Rights, TenFailuresShutOut) {

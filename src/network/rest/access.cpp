@@ -12,6 +12,7 @@
 #include "zev/error.h"
 #include "zev/str.h"
 
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -116,9 +117,9 @@ bool lists_user(Json *members, const zwchar *user, std::set<int32_t> &met,
     return false;
 }
 
-// Directly, or in one of the role's groups at any depth.
-bool has_role(const AuthTable *auth, Repository *repository, const zwchar *role,
-              const zwchar *user) {
+// Directly, or in one of the role's groups at any depth. Not known where the store failed.
+std::optional<bool> has_role(const AuthTable *auth, Repository *repository, const zwchar *role,
+                             const zwchar *user) {
     std::set<int32_t> met;
     std::vector<int32_t> groups;
     Json *list = nullptr;
@@ -126,6 +127,7 @@ bool has_role(const AuthTable *auth, Repository *repository, const zwchar *role,
     for (;;) {
         const Tree members(list);
         if (status == Z_AUTH_DONE && lists_user(list, user, met, groups)) return true;
+        if (status == Z_AUTH_STORE_FAILED) return {};
         if (groups.empty()) return false;
         const int32_t id = groups.back();
         groups.pop_back();
@@ -139,8 +141,10 @@ HttpResponse *need_administrator(Call &call) {
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const AuthTable *auth = zHttpServerAuth(call.server);
     const zwchar *user = zHttpRequestUser(call.request);
-    if (has_role(auth, call.repository.get(), kAdministrators, user)) return nullptr;
-    return need_login(call, true);
+    if (has_power(call)) return nullptr;
+    const auto member = has_role(auth, call.repository.get(), kAdministrators, user);
+    if (!member) return refuse(call, 500, u"srv.eInternalError");
+    return *member ? nullptr : forbid(call);
 }
 
 // ---- Commands

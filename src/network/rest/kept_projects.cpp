@@ -17,10 +17,8 @@ bool is_same(const struct stat &a, const struct stat &b) {
 
 } // namespace
 
-OpenedAt::OpenedAt(std::u16string place) {
-    if (place.empty() || !os::stat(place.c_str(), &directory) ||
-        !os::stat((place + u"/config").c_str(), &config))
-        return;
+OpenedAt::OpenedAt(std::u16string place, const struct stat &status) : directory(status) {
+    if (!os::stat((place + u"/config").c_str(), &config)) return;
     const int64_t now = os::calls.now();
     if (has_settled(directory.st_ctim, now) && has_settled(config.st_ctim, now))
         path = std::move(place);

@@ -21,7 +21,8 @@ struct OpenedAt {
     struct stat directory {
     }, config{};
 
-    explicit OpenedAt(std::u16string place = {});
+    OpenedAt() = default;
+    OpenedAt(std::u16string place, const struct stat &status);
     bool looks_like(const OpenedAt &other) const;
 };
 

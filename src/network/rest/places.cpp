@@ -25,6 +25,15 @@ bool names_in(const std::u16string &directory, std::vector<std::u16string> *name
     return true;
 }
 
+Lies look_at(const zwchar *path, struct stat *directory) {
+    struct stat own;
+    struct stat &status = directory ? *directory : own;
+    if (os::stat(path, &status)) return S_ISDIR(status.st_mode) ? Lies::there : Lies::nowhere;
+    if (errno == ENOENT) return Lies::nowhere;
+    fail_errno(path);
+    return Lies::unknown;
+}
+
 std::u16string directory_of(std::u16string_view path) {
     return std::u16string(path.substr(0, path.rfind(u'/')));
 }

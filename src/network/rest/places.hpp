@@ -14,6 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace zev::rest {
 
 using NamesLock = Owned<Flock, zFlockClose>;
@@ -22,6 +24,10 @@ using NamesLock = Owned<Flock, zFlockClose>;
 // that follow the rules and stand for a directory, sorted. None where it is gone by now; false,
 // with errno, where it can't be read.
 bool names_in(const std::u16string &directory, std::vector<std::u16string> *names);
+
+// What a path leads to: a directory; none; or it can't be told, with the reason raised.
+enum class Lies { there, nowhere, unknown };
+Lies look_at(const zwchar *path, struct stat *directory = nullptr);
 
 std::u16string directory_of(std::u16string_view path);
 // Whether there is another owner or project of that name, case aside; `known` is none.

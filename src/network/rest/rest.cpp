@@ -7,14 +7,20 @@
 #include "common/utf.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
+#include "network/rest/places.hpp"
+#include "objects/store/loose_object.hpp"
 #include "rms/privilege.hpp"
-#include "zev/dir.h"
+#include "system/os.hpp"
+#include "zev/error.h"
 #include "zev/oid.h"
 #include "zev/path.h"
 #include "zev/str.h"
 #include "zev/uri.h"
 
+#include <cerrno>
+#include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace zev::rest {
 
@@ -53,6 +59,39 @@ Call::~Call() {
 HttpResponse *refuse(const Call &call, int32_t code, const zwchar *key, const zwchar *argument,
                      Here at) {
     return zHttpResponseError(at.file, at.line, call.request, code, key, zStrsafeW(argument));
+}
+
+// Of libgit2's only the text tells it.
+static bool is_too_long_a_name() {
+    const std::u16string text = to_wide(strerror(ENAMETOOLONG));
+    return std::u16string_view(zErrorReason()).find(text) != std::u16string_view::npos;
+}
+
+// libgit2 passes over packs that it can't open, as where there are no descriptors left: what wasn't
+// found is missing only if the directory of objects can be looked at.
+bool has_store_failed(const Call &call) {
+    constexpr int32_t kNoMemory = 1, kNotFound = 3, kSystem = 9, kStandard = 10, kGit = 11;
+    switch (zErrorClass()) {
+    case kNoMemory:
+    case kSystem:
+    case kStandard:
+        return true;
+    case kGit:
+        return zErrorCode() == GIT_ERROR && !is_too_long_a_name();
+    case kNotFound:
+        break;
+    default:
+        return false;
+    }
+    git_repository *handle = call.repository ? call.repository->handle.get() : nullptr;
+    const std::u16string packs = handle ? objects_directory(handle) + u"pack" : std::u16string();
+    return handle && os::dir_empty(packs.c_str()) < 0 && errno != ENOENT;
+}
+
+HttpResponse *refuse_absent(const Call &call, const Absent &absent, Here at) {
+    if (!has_store_failed(call)) return refuse(call, absent.code, absent.key, absent.argument, at);
+    log_raised(kError, at);
+    return refuse(call, 500, absent.failed, absent.argument, at);
 }
 
 HttpResponse *refuse_entry(const Call &call, uint64_t index, Here at) {
@@ -110,9 +149,17 @@ HttpResponse *open_project(Call &call) {
     case Place::found:
         break;
     }
-    if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
+    struct stat directory;
+    switch (look_at(path, &directory)) {
+    case Lies::nowhere:
+        return refuse(call, 404, u"srv.eNoSuchProject_s", name);
+    case Lies::unknown:
+        return log_raised(kError), refuse(call, 500, u"srv.eAccessProject_s", name);
+    case Lies::there:
+        break;
+    }
     if (!call.server->kept) call.server->kept = std::make_shared<KeptProjects>();
-    call.place = OpenedAt(path);
+    call.place = OpenedAt(path, directory);
     call.repository = call.server->kept->take(call.place);
     if (!call.repository) call.repository.reset(zRepositoryOpenBare(path));
     if (!call.repository || !name_project(call, call.repository.get(), owner, name)) {

@@ -74,6 +74,16 @@ inline const zwchar *capture(const Call &call, const zwchar *name) {
 // status's own.
 HttpResponse *refuse(const Call &call, int32_t code, const zwchar *key = nullptr,
                      const zwchar *argument = nullptr, Here at = {});
+// The same for what was looked for in the project and can't be had, by what was raised last: where
+// the store failed it is 500 with `failed`, and nobody is told that the thing isn't there.
+struct Absent {
+    int32_t code;
+    const zwchar *key, *argument;
+    const zwchar *failed = u"srv.eAccessProject";
+};
+HttpResponse *refuse_absent(const Call &call, const Absent &absent, Here at = {});
+// Whether it was the store that failed.
+bool has_store_failed(const Call &call);
 // An element of the request's array: "entries[3]".
 HttpResponse *refuse_entry(const Call &call, uint64_t index, Here at = {});
 

@@ -99,13 +99,21 @@ struct NewCommit {
     CommitPtr tip{};                // where it stands; null for a new one
     TreePtr before{}, tree{};       // the tip's, and the new one
 
+    HttpResponse *fail_inside(Here at = {}) const;
     HttpResponse *read();
     HttpResponse *find_parent();
     HttpResponse *find_tree();
-    bool is_allowed();
-    bool stands() const;
+    HttpResponse *check_rights();
+    enum class Tip { stands, moved, unknown };
+    Tip look_again() const;
     CommitPtr create() const;
 };
+
+// With what was raised in the log.
+HttpResponse *NewCommit::fail_inside(Here at) const {
+    log_raised(kError, at);
+    return refuse(call, 500, u"srv.eCreateCommit", nullptr, at);
+}
 
 HttpResponse *NewCommit::read() {
     if (HttpResponse *refusal = read_json(call, fields)) return refusal;
@@ -130,6 +138,7 @@ HttpResponse *NewCommit::find_parent() {
     Oid id;
     if (parent && !parse_id(&id, parent)) return refuse(call, 400, u"srv.eFieldInvalid_s", kField);
     tip.reset(zCommitByref(call.repository.get(), update));
+    if (!tip && has_store_failed(call)) return fail_inside();
     if (tip && !parent) return refuse(call, 400, u"srv.sFiledRequired_s", kField);
     if (tip && !zOidIsEqual(zCommitId(tip.get()), &id))
         return refuse(call, 409, u"srv.eWorktreeNeedsUpdate");
@@ -143,32 +152,40 @@ HttpResponse *NewCommit::find_tree() {
     Oid id;
     if (!parse_id(&id, tree_id)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"tree");
     tree.reset(zTreeByid(call.repository.get(), &id));
-    if (!tree) return refuse(call, 400, u"srv.eNoSuchTree_s", tree_id);
+    if (!tree)
+        return refuse_absent(call, {400, u"srv.eNoSuchTree_s", tree_id, u"srv.eCreateCommit"});
     if (tip) before.reset(zCommitTree(tip.get()));
-    if (tip && !before) return refuse(call, 500, u"srv.eCreateCommit");
+    if (tip && !before) return fail_inside();
     if (!has_bounded_change(before ? before->handle.get() : nullptr, tree->handle.get()))
         return refuse(call, 400, u"srv.eInvalidContent");
     return nullptr;
 }
 
 // A file that enters is named by its path from then on.
-bool NewCommit::is_allowed() {
-    if (!call.guarded) return true;
+HttpResponse *NewCommit::check_rights() {
+    if (!call.guarded) return nullptr;
     Privileges &granted = rights(call);
+    bool denied = false;
     std::vector<NamedFile> entering;
     const auto may_write = [&](std::u16string_view path, const git_oid *made) {
         if (made) entering.push_back({std::u16string(path), *git::oid(made)});
-        return (granted.at(path) & Z_PRIVILEGE_WRITE) != 0;
+        denied = !(granted.at(path) & Z_PRIVILEGE_WRITE);
+        return !denied;
     };
-    return is_each_change(before ? before->handle.get() : nullptr, tree->handle.get(), may_write) &&
-           may_name(call, entering);
+    git_tree *old = before ? before->handle.get() : nullptr;
+    const bool done = is_each_change(old, tree->handle.get(), may_write);
+    if (!done && !denied) return refuse_absent(call, {403, nullptr, nullptr, u"srv.eCreateCommit"});
+    if (!done) return refuse(call, 403);
+    return admit_names(call, entering);
 }
 
 // Another server on the same directory may have moved the reference since.
-bool NewCommit::stands() const {
+NewCommit::Tip NewCommit::look_again() const {
     const KeptFailure kept;
     const CommitPtr now(zCommitByref(call.repository.get(), update));
-    return zOidIsEqual(now ? zCommitId(now.get()) : nullptr, tip ? zCommitId(tip.get()) : nullptr);
+    if (!now && has_store_failed(call)) return Tip::unknown;
+    const Oid *then = tip ? zCommitId(tip.get()) : nullptr;
+    return zOidIsEqual(now ? zCommitId(now.get()) : nullptr, then) ? Tip::stands : Tip::moved;
 }
 
 // HEAD, or a name below refs/: any other would be a file among the repository's own.
@@ -181,7 +198,7 @@ bool is_full_name(const zwchar *text) {
 
 CommitPtr NewCommit::create() const {
     if (update && !is_full_name(update)) return raise_args(update), CommitPtr();
-    const auto before_move = [this] { return !update || stands(); };
+    const auto before_move = [this] { return !update || look_again() == Tip::stands; };
     return CommitPtr(commit_create(update, author, message, tree.get(), before_move));
 }
 
@@ -195,7 +212,9 @@ HttpResponse *list_commits(Call &call) {
     const Range range(call);
     if (!base || !set_base(base.get(), head)) return refuse(call, 500, u"srv.eInternalError");
     const Oid *id = zRevBaseResolve(base.get(), call.repository.get());
-    if (!id) return refuse(call, 404, u"srv.eNoSuchCommit_s", told);
+    if (!id)
+        return refuse_absent(call,
+                             {404, u"srv.eNoSuchCommit_s", told, u"odb.eFailedToResolveCommit_s"});
     CommitPtr commit(zCommitByid(call.repository.get(), id));
     if (!commit) return refuse(call, 500, u"odb.eFailedToResolveCommit_s", told);
     Tree entries(zJsonNew(Z_JSON_ARRAY));
@@ -210,7 +229,7 @@ HttpResponse *read_commit(Call &call) {
     if (!parse_id(&id, text)) return refuse(call, 400);
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const CommitPtr commit(zCommitByid(call.repository.get(), &id));
-    if (!commit) return refuse(call, 404, u"srv.eNoSuchCommit_s", text);
+    if (!commit) return refuse_absent(call, {404, u"srv.eNoSuchCommit_s", text});
     return answer_commit(call, commit.get());
 }
 
@@ -220,11 +239,11 @@ HttpResponse *create_commit(Call &call) {
     if (HttpResponse *refusal = made.read()) return refusal;
     if (HttpResponse *refusal = made.find_parent()) return refusal;
     if (HttpResponse *refusal = made.find_tree()) return refusal;
-    if (!made.is_allowed()) return refuse(call, 403);
+    if (HttpResponse *refusal = made.check_rights()) return refusal;
     const CommitPtr commit = made.create();
-    if (!commit && made.update && !made.stands())
+    if (!commit && made.update && made.look_again() == NewCommit::Tip::moved)
         return refuse(call, 409, u"srv.eWorktreeNeedsUpdate");
-    if (!commit) return log_raised(kError), refuse(call, 500, u"srv.eCreateCommit");
+    if (!commit) return made.fail_inside();
     return answer_commit(call, commit.get());
 }
 

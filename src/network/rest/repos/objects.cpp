@@ -112,7 +112,7 @@ HttpResponse *read_object(Call &call) {
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const OdbPtr odb(zOdbOpen(call.repository.get()));
     if (!odb) return refuse(call, 500, u"odb.eFailedToOpenOdb");
-    if (call.guarded && !may_read_blob(call, id)) return refuse(call, 403);
+    if (HttpResponse *refusal = admit_blob(call, id)) return refusal;
     StreamPtr stream(spill_stream());
     if (!stream) return refuse(call, 500, u"zev.eFailedToOpenStream");
     if (!copy_object(stream.get(), odb.get(), id))

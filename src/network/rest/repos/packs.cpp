@@ -78,17 +78,17 @@ bool add_body(const Call &call, PackIntake &intake) {
 // False when the entry has no id, or the store no such object, or one too large to go through.
 bool insert_entry(Repository *repository, PackBuilder *builder, const Json *entry) {
     const PackEntry wanted = pack_entry(entry);
-    if (!wanted.is_sound) return false;
+    if (!wanted.is_sound) return raise_args();
     if (!wanted.recursive) return zPackBuilderInsert(builder, &wanted.id);
-    return has_bounded_extent(repository->handle.get(), git::oid(&wanted.id)) &&
-           zPackBuilderInsertRecur(builder, &wanted.id);
+    if (!has_bounded_extent(repository->handle.get(), git::oid(&wanted.id))) return raise_range();
+    return zPackBuilderInsertRecur(builder, &wanted.id);
 }
 
 HttpResponse *insert_entries(const Call &call, PackBuilder *builder, Json *entries) {
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n)
         if (!insert_entry(call.repository.get(), builder, zJsonArrayAt(entries, n)))
-            return refuse(call, 400, u"srv.eInvalidContent");
+            return refuse_absent(call, {400, u"srv.eInvalidContent", nullptr});
     return nullptr;
 }
 
@@ -126,7 +126,7 @@ HttpResponse *build_pack(Call &call) {
     Tree body;
     Json *entries = nullptr;
     if (HttpResponse *refusal = read_entries(call, body, entries)) return refusal;
-    if (call.guarded && !may_read_entries(call, entries)) return refuse(call, 403);
+    if (HttpResponse *refusal = admit_entries(call, entries)) return refusal;
     const BuilderPtr builder(zPackBuilderNew(call.repository.get()));
     if (!builder) return refuse(call, 500, u"srv.eAccessProject");
     if (HttpResponse *refusal = insert_entries(call, builder.get(), entries)) return refusal;

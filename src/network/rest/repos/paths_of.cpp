@@ -36,7 +36,10 @@ class Reader {
         if (reads_all_) return;
         lease_ = PathIndex::open(call.repository.get());
         if (lease_.index && !lease_.index->refresh(call.repository.get())) lease_.index = nullptr;
+        failed_ = !lease_.index;
     }
+    // The index, or a drawing that is here, can't be read: no answer since then means anything.
+    bool has_failed() const { return failed_; }
 
     // Unnamed, or named by a path that may be read.
     bool may_read(PathIndex::Kind kind, const Oid &id) {
@@ -51,6 +54,7 @@ class Reader {
             named = true;
             return granted = is_readable(path);
         });
+        failed_ = failed_ || !looked;
         return known_[std::move(key)] = looked && (granted || !named);
     }
 
@@ -60,6 +64,7 @@ class Reader {
         bool refused = false;
         const bool looked = lease_.index->each_path(
             [&](std::string_view path) { return refused = !is_readable(path); });
+        failed_ = failed_ || !looked;
         return *(reads_all_ = looked && !refused);
     }
 
@@ -70,7 +75,10 @@ class Reader {
         std::optional<Oid> table;
         if (!is_drawing_name(to_utf8(file.path))) return true;
         const int code = find_table(repository, file.id, table);
-        if (code < 0) return fail_git(code);
+        if (code < 0) {
+            failed_ = code != GIT_ENOTFOUND; // what isn't here yet may be any drawing
+            return fail_git(code);
+        }
         return !table || may_read(PathIndex::Kind::table, *table);
     }
 
@@ -83,36 +91,48 @@ class Reader {
     PathIndex::Lease lease_{};
     std::optional<bool> reads_all_;               // once it was asked for
     std::unordered_map<std::string, bool> known_; // by kind and id: one may come many times
+    bool failed_ = false;
 };
+
+template <class F> HttpResponse *admit(Call &call, F ask) {
+    if (!call.guarded) return nullptr;
+    Reader reader(call);
+    if (ask(reader)) return nullptr;
+    if (!reader.has_failed()) return refuse(call, 403);
+    return log_raised(kError), refuse(call, 500, u"srv.eInternalError");
+}
 
 } // namespace
 
-bool may_read_blob(Call &call, const Oid &id) {
-    return Reader(call).may_read(PathIndex::Kind::file, id);
+HttpResponse *admit_blob(Call &call, const Oid &id) {
+    return admit(call, [&](Reader &reader) { return reader.may_read(PathIndex::Kind::file, id); });
 }
 
-bool may_read_table(Call &call, const Oid &id) {
-    return Reader(call).may_read(PathIndex::Kind::table, id);
+HttpResponse *admit_table(Call &call, const Oid &id) {
+    return admit(call, [&](Reader &reader) { return reader.may_read(PathIndex::Kind::table, id); });
 }
 
-bool may_read_entries(Call &call, Json *entries) {
-    Reader reader(call);
-    const uint64_t count = zJsonArraySize(entries);
-    for (uint64_t n = 0; n < count; ++n) {
-        const PackEntry entry = pack_entry(zJsonArrayAt(entries, n));
-        if (!entry.is_sound) continue; // it is refused for that
-        const bool granted = entry.recursive ? reader.may_read_all()
-                                             : reader.may_read(PathIndex::Kind::file, entry.id);
-        if (!granted) return false;
-    }
-    return true;
+HttpResponse *admit_entries(Call &call, Json *entries) {
+    return admit(call, [&](Reader &reader) {
+        const uint64_t count = zJsonArraySize(entries);
+        for (uint64_t n = 0; n < count; ++n) {
+            const PackEntry entry = pack_entry(zJsonArrayAt(entries, n));
+            if (!entry.is_sound) continue; // it is refused for that
+            const bool granted = entry.recursive ? reader.may_read_all()
+                                                 : reader.may_read(PathIndex::Kind::file, entry.id);
+            if (!granted) return false;
+        }
+        return true;
+    });
 }
 
-bool may_name(Call &call, std::span<const NamedFile> files) {
-    if (files.empty()) return true;
-    Reader reader(call);
-    return std::ranges::all_of(
-        files, [&](const NamedFile &file) { return reader.may_name(call.repository.get(), file); });
+HttpResponse *admit_names(Call &call, std::span<const NamedFile> files) {
+    if (files.empty()) return nullptr;
+    return admit(call, [&](Reader &reader) {
+        return std::ranges::all_of(files, [&](const NamedFile &file) {
+            return reader.may_name(call.repository.get(), file);
+        });
+    });
 }
 
 } // namespace zev::rest

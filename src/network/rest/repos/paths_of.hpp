@@ -9,12 +9,13 @@
 
 namespace zev::rest {
 
-// In the open project. All may throw; where the index can't be had the answer is no.
-bool may_read_blob(Call &call, const Oid &id);
-bool may_read_table(Call &call, const Oid &id);
+// In the open project: null for whoever may, else 403, or 500 where the index can't be had. All may
+// throw.
+HttpResponse *admit_blob(Call &call, const Oid &id);
+HttpResponse *admit_table(Call &call, const Oid &id);
 // The entries of a pack to be built, some of which may be anything: each file asked for by itself,
 // and all that was ever named where one is asked for with what lies below it.
-bool may_read_entries(Call &call, Json *entries);
+HttpResponse *admit_entries(Call &call, Json *entries);
 
 // Whether files may get these paths by a commit of the caller's. Who may read a path may then read
 // the file and, of a drawing, its table: so both have to be readable by the caller before.
@@ -22,6 +23,6 @@ struct NamedFile {
     std::u16string path;
     Oid id;
 };
-bool may_name(Call &call, std::span<const NamedFile> files);
+HttpResponse *admit_names(Call &call, std::span<const NamedFile> files);
 
 } // namespace zev::rest

@@ -55,7 +55,7 @@ HttpResponse *read_reference(Call &call) {
     if (!name || !*name) return refuse(call, 404, u"srv.eFieldRequired_s", u":ref");
     if (HttpResponse *refusal = open_project(call)) return refusal;
     const Owned<Reference, zReferenceFree> reference(zReferenceDwim(call.repository.get(), name));
-    if (!reference) return refuse(call, 404, u"srv.eNoSuchReference_s", name);
+    if (!reference) return refuse_absent(call, {404, u"srv.eNoSuchReference_s", name});
     HttpResponse *response = answer_data(200, reference_record(call, reference.get()));
     return response ? response : refuse(call, 500);
 }

@@ -254,7 +254,9 @@ HttpResponse *list_projects(Call &call) {
     if (owner && !is_project_name(owner)) return refuse(call, 404, u"srv.eNoSuchOwner_s", owner);
     if (project_place(call, owner, nullptr, path) == Place::too_long)
         return refuse(call, 414, u"srv.eUrlTooLong");
-    if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchOwner_s", owner);
+    const Lies lies = look_at(path);
+    if (lies == Lies::nowhere) return refuse(call, 404, u"srv.eNoSuchOwner_s", owner);
+    if (lies == Lies::unknown) return fail_inside(call);
     Listing listing{call};
     if (!listing.entries || !(owner ? listing.add_owner(path, owner) : list_owners(listing, path)))
         return fail_inside(call);
@@ -312,7 +314,9 @@ HttpResponse *delete_project(Call &call) {
     const zwchar *owner = capture(call, u":owner"), *name = capture(call, u":name");
     zwchar path[Z_PATH_MAX];
     if (HttpResponse *refusal = find_place(call, owner, name, path)) return refusal;
-    if (!zPathDirExists(path)) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
+    const Lies lies = look_at(path);
+    if (lies == Lies::nowhere) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
+    if (lies == Lies::unknown) return fail_inside(call);
     if (!zRepositoryDestroy(path)) return fail_inside(call);
     if (const std::u16string directory = directory_of(path); !os::sync_dir(directory.c_str()))
         return fail_errno(directory), fail_inside(call);

@@ -66,8 +66,13 @@ RevisionPtr find_revision(const Call &call, Revdb *db, const Oid &id) {
     RevisionPtr found;
     if (find_record(db, &id, found) == Lookup::whole) return found;
     const CommitPtr commit(by_id<Commit>(call.repository.get(), &id));
-    if (!commit || !has_bounded_changes(commit.get())) return nullptr;
+    if (!commit) return nullptr;
+    if (!has_bounded_changes(commit.get())) return raise_range(), RevisionPtr();
     return kept_revision(db, *commit);
+}
+
+Absent no_revision(const zwchar *id) {
+    return {404, u"srv.eNoSuchRevision_s", id, u"odb.eFailedToOpenRevdb"};
 }
 
 Tree revision_tree(const RevisionPtr &revision) {
@@ -82,7 +87,7 @@ HttpResponse *add_revision(const Call &call, Revdb *db, Json *element, Json *ans
     const zwchar *digits = zJsonGetString(text);
     if (!parse_id(&id, digits)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"id");
     const RevisionPtr revision = find_revision(call, db, id);
-    if (!revision) return refuse(call, 404, u"srv.eNoSuchRevision_s", digits);
+    if (!revision) return refuse_absent(call, no_revision(digits));
     return push(answer, revision_tree(revision)) ? nullptr : refuse(call, 500);
 }
 
@@ -93,10 +98,11 @@ HttpResponse *list_revisions(Call &call) {
     const SpecPtr spec(zRevSpecNew());
     if (HttpResponse *refusal = fill_spec(call, spec.get())) return refusal;
     RevBase *base = zRevSpecBase(spec.get()); // a branch that isn't there would count as unborn
+    constexpr Absent kNone{404, nullptr, nullptr, nullptr};
     if (zRevBaseType(base) == Z_REV_BY_REF && !zRevBaseResolve(base, call.repository.get()))
-        return refuse(call, 404);
+        return refuse_absent(call, kNone);
     std::vector<Oid> ids;
-    if (!revision_ids(call.repository.get(), spec.get(), ids)) return refuse(call, 404);
+    if (!revision_ids(call.repository.get(), spec.get(), ids)) return refuse_absent(call, kNone);
     Tree entries(zJsonNew(Z_JSON_ARRAY));
     for (const Oid &id : ids)
         if (entries && !push(entries.get(), Tree(zJsonNewId(&id)))) entries.reset();
@@ -111,7 +117,7 @@ HttpResponse *read_revision(Call &call) {
     const RevdbPtr db(zRevdbOpen(call.repository.get()));
     if (!db) return refuse(call, 500, u"odb.eFailedToOpenRevdb");
     const RevisionPtr revision = find_revision(call, db.get(), id);
-    if (!revision) return refuse(call, 404, u"srv.eNoSuchRevision_s", other);
+    if (!revision) return refuse_absent(call, no_revision(other));
     HttpResponse *response = answer(200, revision_tree(revision));
     return response ? response : refuse(call, 500);
 }

@@ -11,6 +11,8 @@
 #include "network/rest/repos/paths_of.hpp"
 #include "objects/drawing/drawing.hpp"
 #include "system/os.hpp"
+#include "zev/oid.h"
+#include "zev/path.h"
 #include "zev/stream.h"
 #include "zev/table.h"
 
@@ -115,15 +117,28 @@ struct Opened {
     TablePtr table;
 };
 
+// What is missing is made, so there is no such table only where something else lies in its place.
+HttpResponse *refuse_table(const Call &call, bool reads, const Oid &id, Here at = {}) {
+    log_raised(kError, at);
+    zwchar path[Z_PATH_MAX];
+    struct stat status;
+    const zwchar *text = capture(call, u":other");
+    const bool joined = zPathBuild(path, zRepositoryPath(call.repository.get()), u"tables",
+                                   static_cast<const zwchar *>(nullptr)) &&
+                        zOidPathAppend(path, &id);
+    if (!joined || (os::stat(path, &status) && !S_ISDIR(status.st_mode)))
+        return refuse(call, 404, u"srv.eNoSuchTable_s", text, at);
+    return refuse(call, 500, reads ? u"srv.eReadTable_s" : u"srv.eUpdateTable_s", text, at);
+}
+
 // A table that may not be read is not opened either.
 HttpResponse *open_named(Call &call, bool reads, Opened &opened) {
     if (HttpResponse *refusal = need_id(call, &opened.id)) return refusal;
     if (HttpResponse *refusal = open_project(call)) return refusal;
-    if (reads && call.guarded && !may_read_table(call, opened.id)) return refuse(call, 403);
+    if (HttpResponse *refusal = reads ? admit_table(call, opened.id) : nullptr) return refusal;
     opened.is_new = !has_table(call.repository.get(), opened.id);
     opened.table.reset(zTableByid(call.repository.get(), &opened.id));
-    if (!opened.table) return refuse(call, 404, u"srv.eNoSuchTable_s", capture(call, u":other"));
-    return need_octets(call);
+    return opened.table ? need_octets(call) : refuse_table(call, reads, opened.id);
 }
 
 } // namespace

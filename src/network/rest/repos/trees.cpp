@@ -196,7 +196,7 @@ HttpResponse *NewTree::start() {
         Oid id;
         if (!parse_id(&id, text)) return refuse(call, 400, u"srv.eFieldInvalid_s", u"base");
         base.reset(zTreeByid(repository, &id));
-        if (!base) return refuse(call, 400, u"srv.eNoSuchTree_s", text);
+        if (!base) return refuse_absent(call, {400, u"srv.eNoSuchTree_s", text});
     }
     const bool usable =
         !base || has_bounded_extent(repository->handle.get(), git_tree_id(base->handle.get()));
@@ -209,6 +209,7 @@ HttpResponse *NewTree::start() {
 // Those of the directories; where rights are required those of the paths, too.
 HttpResponse *NewTree::check_rights() {
     Privileges &granted = rights(call);
+    if (call.guarded && granted.has_failed()) return refuse(call, 500, u"srv.eInternalError");
     Denied directories(granted), paths(granted);
     bool done = true;
     for (uint64_t i = 0; done && i < count; ++i) {
@@ -286,7 +287,7 @@ HttpResponse *list_tree(Call &call) {
     Oid id;
     if (!parse_id(&id, text)) return refuse(call, 404, u"srv.eFieldInvalid_s", u"id");
     const TreePtr tree(zTreeByid(call.repository.get(), &id));
-    if (!tree) return refuse(call, 404, u"srv.eNoSuchTree_s", text);
+    if (!tree) return refuse_absent(call, {404, u"srv.eNoSuchTree_s", text});
     const Owned<Odb, zOdbFree> odb(zOdbOpen(call.repository.get()));
     if (!odb) return refuse(call, 500, u"srv.eAccessProject");
     Listing listing{call, Sizes(odb->handle.get()), nullptr};

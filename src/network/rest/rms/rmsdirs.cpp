@@ -207,7 +207,10 @@ bool rename(Branch &branch, Json *args) {
 HttpResponse *change(Call &call, Json *args, bool (*make)(Branch &branch, Json *args)) {
     const zwchar *user = zHttpRequestUser(call.request);
     Branch branch{call.repository.get(), user && *user ? user : u"admin"};
-    return make(branch, args) ? answer_status(Z_AUTH_DONE) : refuse_request(call);
+    raise_args(); // what is wrong with the arguments isn't always raised
+    if (make(branch, args)) return answer_status(Z_AUTH_DONE);
+    if (!has_store_failed(call)) return refuse_request(call);
+    return log_raised(kError), answer_status(Z_AUTH_STORE_FAILED);
 }
 
 } // namespace

@@ -1,0 +1,131 @@
+// A store that fails is the server's fault, and told as such: nobody hears that something isn't
+// there which may well be, nor that his request was wrong.
+#include "../objects/drawing_fixture.hpp"
+#include "service_fixture.hpp"
+
+#include "system/os.hpp"
+
+#include <cerrno>
+
+#include <sys/resource.h>
+
+using test::Answer, test::Service;
+
+namespace {
+
+const std::string kNone(40, 'e');
+
+struct Failing : testing::Test {
+    void SetUp() override {
+        test::make_project(service, "ann/plant");
+        test::make_project(service, "ann/other"); // never opened by the service
+        const test::TempDir copy;
+        const std::string at = copy.path().string();
+        test::run("cd " + at + " && git init -q . && mkdir a && echo b > a/b && git add -A && " +
+                  "git -c user.name=a -c user.email=b commit -qm files && git push -q " +
+                  service.at("ann/plant") + " HEAD:refs/heads/master 2>&1");
+        commit = id("master"), tree = id("master^{tree}"), blob = id("master:a/b");
+        EXPECT_EQ(service.get(project).code, 200);
+    }
+    std::string id(const std::string &what) {
+        return service.git("ann/plant", "rev-parse " + what).substr(0, 40);
+    }
+    std::string new_commit(const std::string &ref, const std::string &parent) const {
+        return R"({"query":{"author":"a","message":"m","tree":")" + tree + R"(","update":")" + ref +
+               "\"" + (parent.empty() ? "" : R"(,"parent":")" + parent + "\"") + "}}";
+    }
+
+    Service service;
+    const std::string project = "/repos/ann/plant", one = project + "/tables/" + kNone;
+    std::string commit, tree, blob;
+};
+
+// While the process has no descriptor left: what is open, as the client's connection, goes on.
+class NoFiles {
+  public:
+    explicit NoFiles(Service &service) : service_(service) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        service_.have_done([&] { set(3); });
+    }
+    ~NoFiles() {
+        service_.have_done([&] { set(before_.rlim_cur); });
+    }
+
+  private:
+    void set(rlim_t files) const {
+        const rlimit bounds{files, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &bounds);
+    }
+    Service &service_;
+    rlimit before_{};
+};
+
+TEST_F(Failing, IsNoAbsence) {
+    const struct {
+        uint32_t method;
+        std::string target, body;
+        int32_t code; // while nothing fails
+    } cases[] = {
+        {Z_HTTP_GET, "/repos/ann/other", "", 200},
+        {Z_HTTP_GET, "/repos/ann", "", 200},
+        {Z_HTTP_GET, project + "/commits", "", 200},
+        {Z_HTTP_GET, project + "/commits?head=" + kNone, "", 404},
+        {Z_HTTP_GET, project + "/commits/" + commit, "", 200},
+        {Z_HTTP_GET, project + "/commits/" + kNone, "", 404},
+        {Z_HTTP_GET, project + "/trees/" + tree, "", 200},
+        {Z_HTTP_GET, project + "/trees/" + kNone, "", 404},
+        {Z_HTTP_GET, project + "/refs/master", "", 200},
+        {Z_HTTP_GET, project + "/refs/none", "", 404},
+        {Z_HTTP_GET, project + "/revisions?head=master", "", 200},
+        {Z_HTTP_GET, project + "/revisions?head=none", "", 404},
+        {Z_HTTP_GET, project + "/revisions/" + kNone, "", 404},
+        {Z_HTTP_GET, project + "/objects/" + blob, "", 200},
+        {Z_HTTP_POST, project + "/packs/diff", R"({"query":{"entries":[{"id":")" + kNone + "\"}]}}",
+         400},
+        {Z_HTTP_POST, project + "/trees", R"({"query":{"base":")" + kNone + R"(","entries":[]}})",
+         400},
+        {Z_HTTP_POST, project + "/commits", new_commit("refs/heads/master", kNone), 409},
+        {Z_HTTP_POST, project + "/commits", new_commit("refs/heads/new", kNone), 400},
+        {Z_HTTP_PATCH, one, test::be32(1) + std::string(16, 'k'), 200},
+        {Z_HTTP_PUT, one, test::be32(0), 201},
+    };
+    const auto ask = [&](const auto &each) {
+        return service.ask(each.method, each.target, each.body, each.body.empty() ? nullptr : u"x")
+            .code;
+    };
+    {
+        const NoFiles none(service);
+        for (const auto &each : cases) EXPECT_EQ(ask(each), 500) << each.target << each.body;
+    }
+    for (const auto &each : cases) EXPECT_EQ(ask(each), each.code) << each.target << each.body;
+    EXPECT_EQ(service.get(project + "/refs/" + std::string(300, 'n')).code, 404);
+}
+
+// A body that is too large for memory has no file to go to.
+TEST_F(Failing, IsToldWhereABodyCantBeKept) {
+    const std::string head =
+        "PUT " + one + " HTTP/1.1\r\nHost: h\r\nContent-Length: 400000\r\n\r\n";
+    const test::RawSocket client(service.port());
+    EXPECT_TRUE(client.send("GET / HTTP/1.1\r\nHost: h\r\n\r\n"));
+    EXPECT_TRUE(client.receive("}}").starts_with("HTTP/1.1 404 "));
+    const NoFiles none(service);
+    EXPECT_TRUE(client.send(head + std::string(400'000, 'x')));
+    const std::string told = client.receive("}}");
+    EXPECT_TRUE(told.starts_with("HTTP/1.1 500 ")) << told;
+}
+
+TEST_F(Failing, IsTheServersFaultForRows) {
+    const auto mkdir = zev::os::calls.mkdir;
+    service.have_done(
+        [] { zev::os::calls.mkdir = [](const char *, mode_t) { return errno = ENOSPC, -1; }; });
+    const Answer stored = service.put(one, test::be32(0));
+    const Answer read =
+        service.ask(Z_HTTP_PATCH, one, test::be32(1) + std::string(16, 'k'), u"x/y");
+    service.have_done([&] { zev::os::calls.mkdir = mkdir; });
+    EXPECT_EQ(stored.code, 500);
+    EXPECT_TRUE(stored.message().starts_with("The drawing table '" + kNone)) << stored.message();
+    EXPECT_EQ(read.code, 500);
+    EXPECT_EQ(service.put(one, test::be32(0)).code, 201);
+}
+
+} // namespace
