@@ -5,6 +5,8 @@
 #include "service_fixture.hpp"
 
 #include "common/guard.hpp"
+#include "system/clock.hpp"
+#include "system/os.hpp"
 
 #include <git2.h>
 
@@ -144,6 +146,24 @@ TEST_F(Uploads, AreGivenUpByTheClient) {
     service.log_in("ben", "c");
     EXPECT_EQ(service.put(objects + id_of(bytes), file_stream(bytes)).code, 403);
     EXPECT_EQ(service.get("/repos/ann/plant").code, 200);
+}
+
+// The time that the server spends on others is not the sender's.
+TEST_F(Uploads, AreNotTooSlowWhileTheirBytesWait) {
+    const std::string stream = file_stream(noise(200'000));
+    const RawSocket client(service.port());
+    const int room = 1 << 20;
+    setsockopt(client.fd(), SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    ASSERT_TRUE(client.send(put(id_of(stream.substr(12)), stream.size()) + stream.substr(0, 1000)));
+    for (int n = 0; n < 3; ++n) EXPECT_EQ(service.get("/repos/ann/plant").code, 200);
+    static const auto steady = zev::os::calls.steady;
+    service.have_done([&] { // a quarter of an hour; more than a block comes meanwhile
+        zev::os::calls.steady = [] { return steady() + 900 * zev::kSecond; };
+        EXPECT_TRUE(client.send(stream.substr(1000)));
+    });
+    const std::string answer = client.receive("}}");
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 ")) << answer;
+    service.have_done([] { zev::os::calls.steady = steady; });
 }
 
 // While half of a file is there it lies in the store without a name; when the rest never comes, it

@@ -240,7 +240,7 @@ bool read(Echo *base, Chunk *chunk) try {
 // ---- Deadlines
 
 // A peer that sends a byte now and then keeps a connection for ever, and is never silent.
-bool is_too_slow(const HttpEcho *echo) {
+bool is_behind(const HttpEcho *echo) {
     if (!echo->parser || !echo->parser->framing().has_begun()) return false;
     const int64_t now = os::calls.steady();
     if (!echo->body_from) return now - echo->began > limits::http_head_time;
@@ -249,6 +249,9 @@ bool is_too_slow(const HttpEcho *echo) {
     const auto seconds = static_cast<uint64_t>(span / kSecond);
     return echo->body < seconds * limits::http_body_rate;
 }
+
+// While others were served what he sent may have come.
+bool is_too_slow(const HttpEcho *echo) { return is_behind(echo) && !peer_waits(echo->server->tcp); }
 
 EchoAction action(Echo *base) {
     HttpEcho *echo = echo_of(base);

@@ -488,6 +488,11 @@ void connection_look(TcpConnection *connection) {
     act(connection, action);
 }
 
+bool peer_waits(const Loop *loop) {
+    const auto *tcp = reinterpret_cast<const Tcp *>(loop);
+    return tcp && tcp->head.table == zTcpClass() && tcp->heard && has_bytes_waiting(tcp->heard);
+}
+
 std::u16string peer_address(const Loop *loop) {
     const auto *tcp = reinterpret_cast<const Tcp *>(loop);
     if (!tcp || tcp->head.table != zTcpClass() || !tcp->heard) return {};

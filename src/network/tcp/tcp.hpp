@@ -91,6 +91,8 @@ void timer_close(uv_timer_t *timer);              // unlinked from its connectio
 
 // The address, without the port, of the peer whose bytes are at work; empty where it is not known.
 std::u16string peer_address(const Loop *loop);
+// Whether bytes of that peer have come which nobody has read yet: what he does isn't known then.
+bool peer_waits(const Loop *loop);
 
 // ---- Failures of the network: raised with their message and logged as the network's.
 
