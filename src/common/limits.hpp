@@ -89,6 +89,9 @@ inline constexpr int64_t http_last_call = 3'000'000'000;
 // to read the answer, and what such a peer has on its way by then.
 inline constexpr int64_t http_linger_time = 5'000'000'000;
 inline constexpr uint64_t http_linger_bytes = 64u << 20;
+// So many do that at once; the first one goes when there is one more. They are no connections of
+// the server's any more, and take of the descriptors that are left for files.
+inline constexpr uint32_t http_lingering = 32;
 // Open connections of one server: descriptors are as many as the system grants by default.
 inline constexpr uint32_t http_connections = 1024;
 // Log-ins that fail within a span of nanoseconds, of one login or from one address, before both are

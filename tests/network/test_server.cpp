@@ -2,8 +2,10 @@
 #include "service_fixture.hpp"
 
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <sstream>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -115,6 +117,23 @@ TEST(HttpServer, TurnsAwayWhoIsOneTooMany) {
     ASSERT_TRUE(first.send("GET /test HTTP/1.1\r\nHost: h\r\n\r\n"));
     EXPECT_NE(first.receive("12345").find(" 200 "), std::string::npos);
     EXPECT_EQ(ask(server, get("/test")), "");
+}
+
+// Who was refused and is only heard out takes no other's place, however many they are.
+TEST(HttpServer, ServesBesideThoseThatItRefused) {
+    TestServer server(answer, [](HttpServer &record) { record.limits.connections = 2; });
+    std::vector<std::unique_ptr<RawSocket>> refused;
+    for (int n = 0; n < 40; ++n) {
+        const auto &client = refused.emplace_back(std::make_unique<RawSocket>(server.port()));
+        client->send("PUT /test HTTP/1.1\r\nHost: h\r\nContent-Length: 99999999999\r\n\r\nsome");
+        EXPECT_TRUE(client->receive("}}").starts_with("HTTP/1.1 413 ")) << n;
+    }
+    EXPECT_TRUE(ask(server, get("/test?open=1")).ends_with("12341"));
+    bool closed = false; // to make room
+    refused.front()->receive({}, &closed);
+    EXPECT_TRUE(closed);
+    EXPECT_TRUE(refused.back()->send(std::string(100'000, 'x')));
+    EXPECT_TRUE(ask(server, get("/test?open=1")).ends_with("12341"));
 }
 
 // One line an answer, whatever a peer puts into it, and a file that was moved away is made anew.

@@ -43,6 +43,11 @@ void drop_message(HttpEcho *echo) {
     zHttpResponseFree(std::exchange(echo->response, nullptr));
 }
 
+// It isn't one of the server's connections any more.
+void stop_counting(HttpEcho *echo) {
+    if (std::exchange(echo->counted, false)) --echo->server->open;
+}
+
 // An answer that needs no procedure, in the form of every failure.
 HttpResponse *plain_answer(int32_t code, HttpRequest *request) {
     Json *catalogue = zI18nLangLookup(language_of(request));
@@ -257,6 +262,7 @@ EchoAction action(Echo *base) {
     HttpEcho *echo = echo_of(base);
     const bool works = echo->state == kEchoWork;
     if (works && std::exchange(echo->asked_at_once, false)) return kEchoWork;
+    if (echo->state == kEchoLinger) stop_counting(echo);
     if (!works && echo->state != Z_ECHO_READ) return echo->state;
     if (!works && is_too_slow(echo)) return Z_ECHO_ABORT;
     if (!works && (echo->waiting.empty() || echo->parser)) return Z_ECHO_READ;
@@ -416,7 +422,7 @@ void zHttpEchoCleanup(HttpEcho *echo) {
     if (!echo) return;
     drop_parser(echo);
     drop_message(echo);
-    if (std::exchange(echo->counted, false)) --echo->server->open;
+    stop_counting(echo);
 }
 
 void zHttpEchoFree(HttpEcho *echo) {

@@ -200,6 +200,8 @@ void on_closed(uv_handle_t *handle) {
     }
     drop_timer(connection);
     if (connection->working) std::erase(connection->tcp->working, connection);
+    if (connection->lingering)
+        std::ranges::replace(connection->tcp->lingering, connection, nullptr);
     if (connection->tcp->connection == connection) connection->tcp->connection = nullptr;
     if (connection->tcp->heard == connection) connection->tcp->heard = nullptr;
     delete connection;
@@ -325,6 +327,10 @@ void start_lingering(TcpConnection *connection) {
     uv_stream_t *stream = stream_of(connection);
     drop_timer(connection);
     stop_watching(connection);
+    Tcp *tcp = connection->tcp;
+    TcpConnection *&place = tcp->lingering[tcp->next_place++ % tcp->lingering.size()];
+    if (place) end(place, false);
+    place = connection;
     connection->lingering = true;
     connection->linger_left = limits::http_linger_bytes;
     if (!connection_start_timer(connection, kTime) ||

@@ -4,6 +4,7 @@
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
+#include "common/limits.hpp"
 #include "zev/tcp.h"
 
 #include <array>
@@ -47,6 +48,9 @@ struct Tcp {
     bool turning;            // within uv_run
     uv_idle_t turn;          // runs while there is any that works
     std::vector<TcpConnection *> working; // that are asked in the next turn
+    // A ring: whoever comes next takes the place of the one that has lingered longest.
+    std::array<TcpConnection *, limits::http_lingering> lingering;
+    size_t next_place;
     // What arrives is handed to the echo before anything else is read: one block serves all.
     std::array<char, kReadBlock> block;
 
