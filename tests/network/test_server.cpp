@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <memory>
+#include <new>
 #include <regex>
 #include <sstream>
 #include <vector>
@@ -133,6 +134,24 @@ TEST(HttpServer, ServesBesideThoseThatItRefused) {
     refused.front()->receive({}, &closed);
     EXPECT_TRUE(closed);
     EXPECT_TRUE(refused.back()->send(std::string(100'000, 'x')));
+    EXPECT_TRUE(ask(server, get("/test?open=1")).ends_with("12341"));
+}
+
+// Where a request's head can't be looked at, for want of memory above all, its peer is told.
+TEST(HttpServer, TellsOfItsOwnFaults) {
+    TestServer server(answer, [](HttpServer &record) {
+        record.begin = [](HttpServer *, const HttpHandle &,
+                          HttpRequest *request) -> std::unique_ptr<zev::Exchange> {
+            if (zHttpRequestQuery(request, u"bad")) throw std::bad_alloc();
+            return nullptr;
+        };
+    });
+    for (const char *more : {"", "Content-Length: 5\r\n", "Transfer-Encoding: chunked\r\n"}) {
+        const std::string told = ask(server, get("/test?bad=1", more) + "GET /test HTTP/1.1\r\n");
+        EXPECT_TRUE(told.starts_with("HTTP/1.1 500 ")) << told;
+        EXPECT_NE(told.find(R"("code":500)"), told.npos) << told;
+        EXPECT_NE(told.find("\r\nConnection: close\r\n"), told.npos) << told;
+    }
     EXPECT_TRUE(ask(server, get("/test?open=1")).ends_with("12341"));
 }
 

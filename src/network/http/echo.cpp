@@ -232,14 +232,35 @@ bool take(HttpEcho *echo, std::string_view bytes) {
     return go_on(echo);
 }
 
-bool read(Echo *base, Chunk *chunk) try {
-    HttpEcho *echo = echo_of(base);
-    assert(echo->state == Z_ECHO_READ);
-    const bool taken = take(echo, {static_cast<const char *>(chunk->base), chunk->size});
-    echo->asked_at_once = echo->state == kEchoWork;
-    return taken;
+// Where its head was looked at, and what came is sound, it is the server that failed.
+bool is_our_fault(const HttpEcho *echo, bool thrown) {
+    if (!echo->parser || echo->parser->fault() || echo->answering) return false;
+    return echo->intake || (thrown && echo->parser->framing().has_head());
+}
+
+// A step of taking a request in. What went wrong here, for want of memory or of room for the body,
+// is told to the peer; where he goes on from there isn't known.
+template <class F> bool attempt(HttpEcho *echo, F step) try {
+    bool thrown = false;
+    try {
+        if (step()) return true;
+    } catch (...) {
+        fail_thrown();
+        thrown = true;
+    }
+    if (!is_our_fault(echo, thrown)) return false;
+    return settle(echo, plain_answer(500, echo->request)) && begin_answer(echo, false);
 } catch (...) {
     return fail_thrown();
+}
+
+bool read(Echo *base, Chunk *chunk) {
+    HttpEcho *echo = echo_of(base);
+    assert(echo->state == Z_ECHO_READ);
+    const std::string_view bytes(static_cast<const char *>(chunk->base), chunk->size);
+    const bool taken = attempt(echo, [&] { return take(echo, bytes); });
+    echo->asked_at_once = echo->state == kEchoWork;
+    return taken;
 }
 
 // ---- Deadlines
@@ -266,13 +287,9 @@ EchoAction action(Echo *base) {
     if (!works && echo->state != Z_ECHO_READ) return echo->state;
     if (!works && is_too_slow(echo)) return Z_ECHO_ABORT;
     if (!works && (echo->waiting.empty() || echo->parser)) return Z_ECHO_READ;
-    try {
-        const std::string waiting = works ? std::string() : std::exchange(echo->waiting, {});
-        const bool done = works ? work(echo) : take(echo, waiting);
-        return done ? echo->state : EchoAction{Z_ECHO_ABORT};
-    } catch (...) {
-        return fail_thrown(), Z_ECHO_ABORT;
-    }
+    const std::string waiting = works ? std::string() : std::exchange(echo->waiting, {});
+    const bool done = attempt(echo, [&] { return works ? work(echo) : take(echo, waiting); });
+    return done ? echo->state : EchoAction{Z_ECHO_ABORT};
 }
 
 // ---- Writing
