@@ -73,17 +73,18 @@ LineFile::~LineFile() {
 }
 
 bool LineFile::is_in_place() const {
-    struct stat open, named;
-    return fd_ >= 0 && os::fd_stat(fd_, &open) && os::lstat(path_.c_str(), &named) &&
-           open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+    struct stat named;
+    return fd_ >= 0 && os::lstat(path_.c_str(), &named) && open_.st_ino == named.st_ino &&
+           open_.st_dev == named.st_dev;
 }
 
 bool LineFile::append(std::string_view line) {
     if (!is_in_place()) {
         if (fd_ >= 0) os::close_fd(fd_);
         fd_ = os::open_trusted(path_.c_str());
+        if (fd_ < 0 || !os::fd_stat(fd_, &open_)) return false;
     }
-    return fd_ >= 0 && os::write_all(fd_, line.data(), line.size());
+    return os::write_all(fd_, line.data(), line.size());
 }
 
 void LineFile::write(std::string line) {

@@ -33,6 +33,7 @@ class LineFile {
 
     std::u16string path_;
     int fd_ = -1;
+    struct stat open_ {}; // of it
     bool failing_ = false;
 };
 

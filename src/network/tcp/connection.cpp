@@ -41,7 +41,9 @@ constexpr unsigned kKeepaliveMax = 32767; // seconds; the system refuses more
 // Of the whole process, for the log.
 std::atomic<int32_t> accepted_count, closed_count;
 
-void act(TcpConnection *connection, EchoAction action);
+// Whether what is to be written may leave at once: else an echo that answers again and again, and
+// whose peer reads, would keep the loop's turn.
+void act(TcpConnection *connection, EchoAction action, bool at_once = true);
 
 TcpConnection *connection_of(const uv_stream_t *stream) {
     return static_cast<TcpConnection *>(stream->data);
@@ -274,6 +276,14 @@ void start_reading(TcpConnection *connection) {
 
 // ---- Writing
 
+// With what the echo wants now that all has left.
+void go_on(TcpConnection *connection, bool at_once) {
+    connection->buffer = {};
+    if (is_closing(connection)) return;
+    const EchoAction action = zEchoAction(hear(connection));
+    if (!is_closing(connection)) act(connection, action, at_once);
+}
+
 void on_written(uv_write_t *request, int status) {
     auto *connection = static_cast<TcpConnection *>(request->data);
     connection->writing = false;
@@ -283,10 +293,23 @@ void on_written(uv_write_t *request, int status) {
         return fail_and_cut(connection, status, u"net.eCannotWriteToConnection");
     }
     account_write(connection->tcp->usage, count);
-    if (!is_closing(connection)) act(connection, zEchoAction(hear(connection)));
+    go_on(connection, true);
 }
 
-void start_writing(TcpConnection *connection, bool head) {
+// As much as the system takes. Most answers are one small piece, for which it need not be watched
+// whether there is room. False when it is cut.
+bool write_now(TcpConnection *connection) {
+    uv_buf_t &buffer = connection->buffer;
+    const int code = uv_try_write(stream_of(connection), &buffer, 1);
+    if (code == UV_EAGAIN) return true;
+    if (code < 0) return fail_and_cut(connection, code, u"net.eCannotWriteToConnection"), false;
+    const auto count = static_cast<size_t>(code);
+    account_write(connection->tcp->usage, count);
+    buffer = uv_buf_init(buffer.base + count, static_cast<unsigned>(buffer.len - count));
+    return true;
+}
+
+void start_writing(TcpConnection *connection, bool head, bool at_once) {
     assert(!connection->reading);
     Chunk chunk{};
     Echo *echo = connection->echo;
@@ -295,6 +318,10 @@ void start_writing(TcpConnection *connection, bool head) {
     if (!filled || chunk.size > UINT32_MAX) return connection_cut(connection);
     connection->buffer =
         uv_buf_init(static_cast<char *>(chunk.base), static_cast<unsigned>(chunk.size));
+    if (head && at_once) {
+        if (!write_now(connection)) return;
+        if (!connection->buffer.len) return go_on(connection, false);
+    }
     connection->write.data = connection;
     const int code =
         uv_write(&connection->write, stream_of(connection), &connection->buffer, 1, on_written);
@@ -341,7 +368,7 @@ void start_lingering(TcpConnection *connection) {
 
 // ---- What the echo wants
 
-void act(TcpConnection *connection, EchoAction action) {
+void act(TcpConnection *connection, EchoAction action, bool at_once) {
     switch (action) {
     case Z_ECHO_READ:
         if (connection->tcp->draining) return end(connection, false);
@@ -351,7 +378,7 @@ void act(TcpConnection *connection, EchoAction action) {
             return start_reading(connection);
         [[fallthrough]];
     case Z_ECHO_WRHEADER:
-        return start_writing(connection, action == Z_ECHO_WRHEADER);
+        return start_writing(connection, action == Z_ECHO_WRHEADER, at_once);
     case Z_ECHO_PAUSE: // a server's connection has no other exchange to wait for
         if (!connection->tcp->server) drop_timer(connection);
         return;
