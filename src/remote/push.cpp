@@ -215,9 +215,8 @@ bool Pushing::changes_of(JsonGuard &entries) const {
 
 // Paths where the user may not write: {"error": [{"path": PATH}, ...]}. He is told of each.
 bool Pushing::tell_refused(HttpResponse *response) const {
-    const zwchar *type = zHttpResponseContentType(response);
     Stream *body = zHttpResponseBody(response);
-    if (!body || !type || !zStrcasesameW(type, kJsonType)) return false;
+    if (!body) return false;
     JsonBounds bounds{limits::answer_bytes, limits::answer_nodes};
     const JsonGuard answer(json_read_bounded(body, bounds));
     const Json *paths = answer ? json_find(answer.get(), u"error") : nullptr;
