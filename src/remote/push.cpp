@@ -116,15 +116,21 @@ bool Pushing::ask() {
     return json_find(missing_.get(), u"data.entries") || wrong_data(asked);
 }
 
+// Of one content at several paths that one counts where it is a drawing, whose rows must go, too.
+int rank(const DiffEntry *entry) {
+    return 2 * brings_object(entry) + has_drawing_name(zDiffEntryNewPath(entry));
+}
+
 // In the order of the answer; an id counts once, and only one that was offered.
 bool Pushing::sort_out() {
     struct Offer {
-        const DiffEntry *entry;
+        const DiffEntry *entry = nullptr;
         bool taken = false;
     };
     std::unordered_map<Oid, Offer, IdHash, IdEqual> offers;
     each(changes_.get(), [&](const DiffEntry *entry) {
-        offers.insert_or_assign(*zDiffEntryNewId(entry), Offer{entry});
+        Offer &offer = offers[*zDiffEntryNewId(entry)];
+        if (!offer.entry || rank(entry) >= rank(offer.entry)) offer.entry = entry;
     });
     const Json *entries = json_find(missing_.get(), u"data.entries");
     const uint64_t count = zJsonIsArray(entries) ? zJsonArraySize(entries) : 0;

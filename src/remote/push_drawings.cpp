@@ -12,8 +12,6 @@
 #include "zev/status.h"
 #include "zev/table.h"
 
-#include <string_view>
-
 namespace zev {
 
 namespace {
@@ -24,12 +22,6 @@ using Keys = std::span<const KeyBytes>;
 
 constexpr uint64_t kBatch = 0x200000; // bytes of pairs after which a request is sent
 constexpr uint64_t kReserved = 1000;  // keys
-
-bool has_drawing_name(std::u16string_view path) {
-    const size_t slash = path.find_last_of(u"/\\"), dot = path.rfind(u'.');
-    if (dot == path.npos || (slash != path.npos && dot < slash)) return false;
-    return zStrcasesameW(std::u16string(path.substr(dot)).c_str(), u".dwx");
-}
 
 // A manifest as it was committed: the file of the work directory may be another by now. Null,
 // raised, where it is not here; a larger one than any is none.
@@ -52,13 +44,16 @@ bool write_pair(Stream *stream, const KeyBytes &key, Bytes value) {
            zStreamWrite(stream, value.data(), value.size()) == value.size();
 }
 
-// Pairs from a place on, which moves behind the last one. A row that the table lacks is left out.
+// Pairs from a place on, which moves behind the last one. A row that the table lacks is left out,
+// one that can't be read is not: the manifest behind it would name a row that nobody has.
 StreamPtr next_batch(TableLookup &lookup, Keys keys, size_t &at) {
     StreamPtr stream(spill_stream());
     bool ok = stream != nullptr;
     for (uint64_t size = 0; ok && at < keys.size() && size < kBatch; ++at) {
         if (!lookup.find(keys[at])) {
+            const bool is_broken = lookup.is_broken();
             lookup.fail();
+            if (is_broken) return nullptr;
             continue;
         }
         const Bytes value = lookup.value();
@@ -151,6 +146,12 @@ bool send_drawing(Push &push, const DiffEntry *entry) {
 }
 
 } // namespace
+
+bool has_drawing_name(std::u16string_view path) {
+    const size_t slash = path.find_last_of(u"/\\"), dot = path.rfind(u'.');
+    if (dot == path.npos || (slash != path.npos && dot < slash)) return false;
+    return zStrcasesameW(std::u16string(path.substr(dot)).c_str(), u".dwx");
+}
 
 bool is_drawing(Repository *repository, const zwchar *path, const Oid &blob) {
     if (!has_drawing_name(path)) return false;

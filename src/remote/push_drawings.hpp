@@ -4,9 +4,12 @@
 #include "objects/store/diff.hpp"
 #include "remote/push.hpp"
 
+#include <string_view>
 #include <vector>
 
 namespace zev {
+
+bool has_drawing_name(std::u16string_view path);
 
 // Whether the file that a commit has at a path is a drawing: by its name and its content.
 bool is_drawing(Repository *repository, const zwchar *path, const Oid &blob);

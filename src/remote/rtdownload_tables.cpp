@@ -54,7 +54,10 @@ class Rows {
         if (const uint64_t tag = load_u64(value.data()); tag <= kHighestTag) tag_ = tag;
     }
     // What the table serves here may lie elsewhere at others.
-    bool is_noted() const { return TableLookup(table_).find(key_bytes(kReferenceKey)); }
+    bool is_noted() const {
+        TableLookup lookup(table_);
+        return lookup.find(key_bytes(kReferenceKey)) || lookup.is_broken();
+    }
 
     Table *table_;
     TableBatch batch_;

@@ -257,6 +257,11 @@ Bytes TableLookup::value() const {
     return {reinterpret_cast<const uint8_t *>(data), length};
 }
 
+bool TableLookup::is_broken() {
+    if (stepped_) leveldb_iter_get_error(iter_.get(), out(error_));
+    return error_ != nullptr;
+}
+
 Failure TableLookup::fail() const {
     if (!stepped_) return fail_store(error_.get());
     ldb::Text error;

@@ -111,6 +111,7 @@ class TableLookup {
     bool find(const KeyBytes &key);
     Bytes value() const;  // of the key found, lent until the next find
     Failure fail() const; // raises why the last key was not found
+    bool is_broken();     // it was not: the store could not be read. May be there, then
 
   private:
     bool step(const KeyBytes &key);
