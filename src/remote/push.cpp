@@ -22,7 +22,10 @@
 #include "zev/repository.h"
 #include "zev/status.h"
 
+#include <algorithm>
+#include <span>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace zev {
@@ -31,7 +34,14 @@ namespace {
 
 using BuilderPtr = Owned<PackBuilder, zPackBuilderFree>;
 
-constexpr uint64_t kPack = 1u << 30; // bytes of files in one pack: the server takes twice that
+// What one request carries; the server takes twice that, and a larger commit goes by several. Bytes
+// and objects of a pack; ids in a question, a node of JSON and 43 bytes each; changes of a tree,
+// five nodes each, and as many bytes as their paths take.
+constexpr uint64_t kPack = limits::http_body / 2, kPackObjects = limits::sent_objects / 2;
+constexpr uint64_t kIds = limits::http_nodes / 2;
+constexpr uint64_t kChanges = limits::http_nodes / 10, kChangeBytes = limits::http_json / 2;
+
+using Changes = std::span<const DiffEntry *const>;
 
 class Pushing {
   public:
@@ -45,11 +55,14 @@ class Pushing {
     bool find_commits();
     bool find_changes();
     bool ask();
+    bool ask_for(JsonGuard ids);
     bool sort_out();
+    bool sort_out(const Json *answer);
     bool send_files();
     bool send_pack(PackBuilder *builder);
     bool send_alone(const Oid *id);
     bool send_tree();
+    bool send_changes(Changes changes, const Oid *base);
     bool send_commit();
     bool move_branch();
 
@@ -60,7 +73,6 @@ class Pushing {
         return notify_error(push_.notify, key, argument);
     }
     const zwchar *branch() const { return zBranchName(push_.upstream); }
-    bool changes_of(JsonGuard &entries) const;
     bool tell_refused(HttpResponse *response) const;
 
     Push &push_;
@@ -68,7 +80,12 @@ class Pushing {
     CommitPtr commit_, parent_; // ours, and the server's; null where it has none
     Oid base_{};                // the server's tree
     DiffListPtr changes_;
-    JsonGuard missing_; // the server's answer
+    std::vector<JsonGuard> missing_; // the server's answers
+    struct Offer {
+        const DiffEntry *entry = nullptr;
+        bool taken = false;
+    };
+    std::unordered_map<Oid, Offer, IdHash, IdEqual> offers_;
     std::vector<const DiffEntry *> files_, drawings_;
     Oid tree_{}, made_{}; // the server's, new
 };
@@ -104,16 +121,27 @@ bool brings_object(const DiffEntry *entry) {
 // ---- What the server lacks
 
 bool Pushing::ask() {
-    JsonGuard ids(zJsonNew(Z_JSON_ARRAY));
-    each(changes_.get(), [&](const DiffEntry *entry) {
-        if (brings_object(entry)) push(ids.get(), zJsonNewId(zDiffEntryNewId(entry)));
-    });
+    const uint64_t count = zDiffListLength(changes_.get());
+    for (uint64_t n = 0; n < count || missing_.empty();) {
+        JsonGuard ids(zJsonNew(Z_JSON_ARRAY));
+        for (uint64_t held = 0; n < count && held < kIds; ++n) {
+            const DiffEntry *entry = zDiffListEntry(changes_.get(), n);
+            if (!brings_object(entry)) continue;
+            push(ids.get(), zJsonNewId(zDiffEntryNewId(entry)));
+            ++held;
+        }
+        if (!ask_for(std::move(ids))) return false;
+    }
+    return true;
+}
+
+bool Pushing::ask_for(JsonGuard ids) {
     const RemoteCall asked = call();
     const JsonGuard query = entries_query(std::move(ids));
-    missing_ = json_of(
-        asked, send(asked, make_request(asked, Z_HTTP_POST, u"/objects/diff", query.get())));
-    if (!missing_) return false;
-    return json_find(missing_.get(), u"data.entries") || wrong_data(asked);
+    JsonGuard &answer = missing_.emplace_back(json_of(
+        asked, send(asked, make_request(asked, Z_HTTP_POST, u"/objects/diff", query.get()))));
+    if (!answer) return false;
+    return json_find(answer.get(), u"data.entries") || wrong_data(asked);
 }
 
 // Of one content at several paths that one counts where it is a drawing, whose rows must go, too.
@@ -121,29 +149,31 @@ int rank(const DiffEntry *entry) {
     return 2 * brings_object(entry) + has_drawing_name(zDiffEntryNewPath(entry));
 }
 
-// In the order of the answer; an id counts once, and only one that was offered.
 bool Pushing::sort_out() {
-    struct Offer {
-        const DiffEntry *entry = nullptr;
-        bool taken = false;
-    };
-    std::unordered_map<Oid, Offer, IdHash, IdEqual> offers;
     each(changes_.get(), [&](const DiffEntry *entry) {
-        Offer &offer = offers[*zDiffEntryNewId(entry)];
+        Offer &offer = offers_[*zDiffEntryNewId(entry)];
         if (!offer.entry || rank(entry) >= rank(offer.entry)) offer.entry = entry;
     });
-    const Json *entries = json_find(missing_.get(), u"data.entries");
+    for (const JsonGuard &answer : missing_)
+        if (!sort_out(json_find(answer.get(), u"data.entries"))) return false;
+    missing_.clear();
+    offers_.clear();
+    return true;
+}
+
+// In the order of the answer; an id counts once, and only one that was offered.
+bool Pushing::sort_out(const Json *entries) {
     const uint64_t count = zJsonIsArray(entries) ? zJsonArraySize(entries) : 0;
     for (uint64_t n = 0; n < count; ++n) {
         Oid id;
-        const auto offer = read_id(&id, zJsonArrayAt(entries, n)) ? offers.find(id) : offers.end();
-        if (offer == offers.end()) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
+        const auto offer =
+            read_id(&id, zJsonArrayAt(entries, n)) ? offers_.find(id) : offers_.end();
+        if (offer == offers_.end()) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
         if (std::exchange(offer->second.taken, true)) continue;
         const DiffEntry *entry = offer->second.entry;
         const bool drawn = is_drawing(owner_, zDiffEntryNewPath(entry), *zDiffEntryNewId(entry));
         (drawn ? drawings_ : files_).push_back(entry);
     }
-    missing_.reset();
     return true;
 }
 
@@ -152,7 +182,7 @@ bool Pushing::sort_out() {
 bool Pushing::send_files() {
     const OdbPtr odb(files_.empty() ? nullptr : zOdbOpen(owner_));
     BuilderPtr builder;
-    uint64_t bytes = 0;
+    uint64_t bytes = 0, objects = 0;
     for (const DiffEntry *entry : files_) {
         const Oid *id = zDiffEntryNewId(entry);
         const uint64_t size = odb ? zOdbSize(odb.get(), id) : 0;
@@ -163,10 +193,11 @@ bool Pushing::send_files() {
         if (!builder) builder.reset(zPackBuilderNew(owner_));
         if (!builder || !zPackBuilderInsert(builder.get(), id))
             return fail(u"odb.eFailedToBuildPack");
-        if ((bytes += size) < kPack) continue;
+        bytes += size;
+        if (++objects < kPackObjects && bytes < kPack) continue;
         if (!send_pack(builder.get())) return false;
         builder.reset();
-        bytes = 0;
+        bytes = objects = 0;
     }
     return !builder || send_pack(builder.get());
 }
@@ -198,25 +229,33 @@ bool Pushing::send_pack(PackBuilder *builder) {
 
 // ---- Tree and commit, as the server makes them
 
-// {"oper": "add", "modify" or "delete", "id": ID, "path": PATH, "mode": MODE} of each change.
-bool Pushing::changes_of(JsonGuard &entries) const {
-    bool known = true;
-    entries.reset(zJsonNew(Z_JSON_ARRAY));
-    each(changes_.get(), [&](const DiffEntry *entry) {
-        const int32_t status = zDiffEntryStatus(entry);
-        const bool gone = status == Z_KIND_DELETED;
-        known = known && (gone || brings_object(entry));
-        const zwchar *oper = gone ? u"delete" : status == Z_KIND_ADDED ? u"add" : u"modify";
-        const auto side = [&](auto old_side, auto new_side) {
-            return gone ? old_side(entry) : new_side(entry);
-        };
-        push(entries.get(),
-             zJsonNewObject(u"oper", zJsonNewString(oper), u"id",
-                            zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)), u"path",
-                            zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)), u"mode",
-                            zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)), nullptr));
-    });
-    return known;
+bool is_gone(const DiffEntry *entry) { return zDiffEntryStatus(entry) == Z_KIND_DELETED; }
+
+// {"oper": "add", "modify" or "delete", "id": ID, "path": PATH, "mode": MODE}
+Json *told(const DiffEntry *entry) {
+    const bool gone = is_gone(entry);
+    const bool added = zDiffEntryStatus(entry) == Z_KIND_ADDED;
+    const auto side = [&](auto old_side, auto new_side) {
+        return gone ? old_side(entry) : new_side(entry);
+    };
+    return zJsonNewObject(u"oper",
+                          zJsonNewString(gone    ? u"delete"
+                                         : added ? u"add"
+                                                 : u"modify"),
+                          u"id", zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)), u"path",
+                          zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)), u"mode",
+                          zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)), nullptr);
+}
+
+// How many of the changes go with the next request.
+size_t fitting(Changes changes) {
+    constexpr uint64_t kFixed = 128, kUnit = 6; // bytes of all but a path, and of a unit of it
+    size_t count = 0;
+    for (uint64_t bytes = 0; count < changes.size() && count < kChanges; ++count) {
+        bytes += kFixed + kUnit * zStrlenW(zDiffEntryNewPath(changes[count]));
+        if (count && bytes > kChangeBytes) break;
+    }
+    return count;
 }
 
 // Paths where the user may not write: {"error": [{"path": PATH}, ...]}. He is told of each.
@@ -237,11 +276,33 @@ bool Pushing::tell_refused(HttpResponse *response) const {
     return true;
 }
 
+// In the order of the list. Of a request the server deletes first: where there are several, those
+// come first that delete, so that a file makes room for a directory and the other way round.
 bool Pushing::send_tree() {
-    JsonGuard entries;
-    if (!changes_of(entries)) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
+    std::vector<const DiffEntry *> changes;
+    bool known = true;
+    each(changes_.get(), [&](const DiffEntry *entry) {
+        changes.push_back(entry);
+        known = known && (is_gone(entry) || brings_object(entry));
+    });
+    if (!known) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
+    if (fitting(changes) < changes.size())
+        std::stable_partition(changes.begin(), changes.end(), is_gone);
+    const Oid *base = parent_ ? &base_ : nullptr;
+    for (Changes left = changes; !left.empty(); base = &base_) {
+        const size_t count = fitting(left);
+        if (!send_changes(left.first(count), base)) return false;
+        base_ = tree_;
+        left = left.subspan(count);
+    }
+    return true;
+}
+
+bool Pushing::send_changes(Changes changes, const Oid *base) {
+    JsonGuard entries(zJsonNew(Z_JSON_ARRAY));
+    for (const DiffEntry *entry : changes) push(entries.get(), told(entry));
     const JsonGuard query = entries_query(std::move(entries));
-    if (parent_) put(json_find(query.get(), u"query"), u"base", zJsonNewId(&base_));
+    if (base) put(json_find(query.get(), u"query"), u"base", zJsonNewId(base));
     const RemoteCall sent = call();
     HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/trees", query.get());
     if (!request) return false;

@@ -46,6 +46,9 @@ std::u16string limit_text(uint64_t limit);
 
 // ---- Packs
 
+// Objects of one query, however small they are: two nodes of JSON each.
+inline constexpr uint64_t kQueried = 100'000;
+
 // {"id": ID} of each, for a pack.
 class PackQuery {
   public:

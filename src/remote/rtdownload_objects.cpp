@@ -207,7 +207,9 @@ bool zRemoteDownloadCommits(Remote *remote, const Oid *head, uint64_t limit,
     for (uint64_t n = 0; n < count; ++n) {
         Oid id;
         if (!id_in(&id, zJsonArrayAt(entries, n), u"id")) return wrong_data(call);
-        if (!is_stored(odb->handle.get(), git::oid(&id))) missing.add(id);
+        if (is_stored(odb->handle.get(), git::oid(&id))) continue;
+        missing.add(id);
+        if (missing.size() == kQueried && !missing.fetch(remote, notify)) return false;
     }
     return missing.fetch(remote, notify);
 } catch (...) {

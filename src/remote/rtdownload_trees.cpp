@@ -21,8 +21,7 @@ namespace {
 using ObjectPtr = Owned<Object, zObjectFree>;
 
 constexpr int64_t kReadBit = 0x100, kWriteBit = 0x80;
-constexpr uint64_t kBatch = 0x1000000;      // bytes of a pack, as they are listed
-constexpr uint64_t kBatchEntries = 100'000; // of one query, however small they are
+constexpr uint64_t kBatch = 0x1000000; // bytes of a pack, as they are listed
 
 int64_t number_in(const Json *object, const zwchar *name) {
     const Json *node = zJsonObjectAt(object, name);
@@ -125,7 +124,7 @@ bool fetch_missing(Remote *remote, const std::vector<ListedEntry> &missing, Path
                 return false;
             }
         }
-        if (&entry != &missing.back() && sum < kBatch && batch.size() < kBatchEntries) continue;
+        if (&entry != &missing.back() && sum < kBatch && batch.size() < kQueried) continue;
         sum = 0;
         if (!batch.is_empty() && !batch.fetch(remote, notify)) return false;
     }
