@@ -92,11 +92,12 @@ int32_t export_file(Repository *repository, const Oid *revision, const zwchar *p
 
 // ---- To a state of the server
 
-CheckSpecPtr check_spec(const Oid *revision, const zwchar *path, const Notify *notify) {
+// The pattern is as the spec will take it: a host's path may have wildcards in its name.
+CheckSpecPtr check_spec(const Oid *revision, const std::u16string &pattern, const Notify *notify) {
     CheckSpecPtr spec(zCheckSpecNew());
     const bool made = spec && zCheckSpecSetNotify(spec.get(), notify) &&
                       zCheckSpecSetTarget(spec.get(), revision) &&
-                      (!path || !*path || zCheckSpecAddPath(spec.get(), path));
+                      (pattern.empty() || zCheckSpecAddPath(spec.get(), pattern.c_str()));
     return made ? std::move(spec) : nullptr;
 }
 
@@ -130,7 +131,7 @@ int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, const zwcha
     const Adapter adapter(host);
     if (is_export) return export_file(repository, revision, path, target, adapter.get());
     if (is_previous(revision)) return fail_args(), kFailed;
-    const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
+    const CheckSpecPtr spec = check_spec(revision, pattern_of(zStrsafeW(path)), adapter.get());
     return spec && zShellUpdate(repository, spec.get()) ? reloaded(*connection) : kFailed;
 } catch (...) {
     return fail_thrown(), kFailed;
@@ -142,7 +143,7 @@ int32_t zCommandReset(const zwchar *workdir, const Oid *revision, const zwchar *
     if (!connection) return kFailed;
     if (is_previous(revision)) return fail_args(), kFailed;
     const Adapter adapter(host);
-    const CheckSpecPtr spec = check_spec(revision, path, adapter.get());
+    const CheckSpecPtr spec = check_spec(revision, pattern_of(zStrsafeW(path)), adapter.get());
     const bool done = spec && zShellReset(connection.repository(), spec.get());
     return done ? reloaded(*connection) : kFailed;
 } catch (...) {
@@ -154,7 +155,7 @@ bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host
     const ConnectionUse connection(workdir);
     if (!connection) return false;
     const Adapter adapter(host);
-    const CheckSpecPtr spec = check_spec(nullptr, path, adapter.get());
+    const CheckSpecPtr spec = check_spec(nullptr, zStrsafeW(path), adapter.get());
     if (!spec || (path && *path && !zCheckSpecUseGlob(spec.get(), false))) return false;
     return zShellUpdate(connection.repository(), spec.get());
 } catch (...) {
@@ -166,7 +167,7 @@ bool zCommandBuild(const zwchar *workdir, const zwchar *url, const Notify *host)
     if (!zStrvalidW(url) || !zStrvalidW(workdir)) return fail_args();
     if (find_connection(workdir) && !ConnectionUse(workdir, ConnectionUse::alone)) return false;
     const Adapter adapter(host);
-    const CheckSpecPtr spec = check_spec(nullptr, nullptr, adapter.get());
+    const CheckSpecPtr spec = check_spec(nullptr, {}, adapter.get());
     if (!spec || !zShellCheckout(url, workdir, spec.get())) return false;
     zCommandDisconnect(workdir);
     connect(workdir);
