@@ -1,14 +1,22 @@
 // A new working copy from a server: an empty repository that follows the server's, bound to one of
 // its branches, and then filled by an update. No history comes along.
+//
+// The repository is made in a directory of its own, ".zev-XXXXXXXX" in the new copy, and moves to
+// its place when it is bound. So nobody meets half of one, of two who begin at a time one has it,
+// and what a failure takes away is what was made here and nothing else.
 #include "remote/update_context.hpp"
 
+#include "common/errno.hpp"
 #include "objects/notify/dialogs.hpp"
-#include "zev/dir.h"
+#include "system/os.hpp"
 #include "zev/file.h"
 #include "zev/path.h"
 #include "zev/reference.h"
+#include "zev/repository.h"
 
+#include <cerrno>
 #include <string>
+#include <string_view>
 
 using namespace zev;
 
@@ -21,6 +29,13 @@ std::u16string branch_in_use(const CheckSpec *spec) {
     const zwchar *branch = spec ? zCheckSpecBranch(spec) : nullptr;
     if (!branch || !*branch || zStrcasesameW(branch, u"HEAD")) return kFirstBranch;
     return branch;
+}
+
+// Units of a path up to its last component.
+size_t parent_length(std::u16string_view path) {
+    while (path.size() > 1 && path.back() == u'/') path.remove_suffix(1);
+    const size_t slash = path.find_last_of(u"/\\");
+    return slash == path.npos ? 0 : slash;
 }
 
 class NewCopy {
@@ -36,7 +51,9 @@ class NewCopy {
   private:
     bool free_place();
     bool ask();
+    bool make_place();
     bool bind(const std::u16string &branch);
+    bool settle();
     Failure tell(const zwchar *key, const zwchar *argument = nullptr) {
         return notify_error(notify_, key, argument);
     }
@@ -46,7 +63,8 @@ class NewCopy {
     CheckSpecPtr spec_;
     Owned<Repository, zRepositoryFree> repository_;
     RemotePtr remote_;
-    bool keeps_directory_ = true; // it was there before, or is done
+    std::u16string stage_; // where the repository is made
+    bool made_directory_ = false;
     bool canceled_ = false;
 };
 
@@ -65,10 +83,22 @@ bool NewCopy::ask() {
 }
 
 bool NewCopy::free_place() {
-    const bool is_there = zPathDirExists(path_);
-    const bool is_taken = zPathFileExists(path_) || (is_there && !zPathDirEmpty(path_));
-    if (is_taken && !ask()) return false;
-    keeps_directory_ = is_there;
+    const bool is_taken =
+        zPathFileExists(path_) || (zPathDirExists(path_) && !zPathDirEmpty(path_));
+    return !is_taken || ask();
+}
+
+bool NewCopy::make_place() {
+    constexpr size_t kDigits = 8;
+    Oid id;
+    if (!zOidRand(&id)) return false;
+    made_directory_ = os::make_dir(path_);
+    if (!made_directory_ && errno == ENOENT) {
+        os::make_dirs(std::u16string(path_, parent_length(path_)).c_str());
+        made_directory_ = os::make_dir(path_);
+    }
+    if (!made_directory_ && errno != EEXIST) return fail_os(errno, path_);
+    stage_ = path_ + (u"/.zev-" + id_text(id).substr(0, kDigits));
     return true;
 }
 
@@ -80,11 +110,10 @@ bool NewCopy::set_up(const CheckSpec *given, const std::u16string &branch) {
     if (!spec_ || (named && !*named && !zCheckSpecSetBranch(spec_.get(), branch.c_str())))
         return tell(u"odb.eUnableToResolvePathspec");
     if (!free_place()) return false;
-    repository_.reset(zRepositoryInit(path_, false));
-    if (!repository_) return tell(u"odb.eFailedToCreateWorkingCopy");
-    remote_.reset(zRemoteSetup(repository_.get(), url_));
+    if (make_place()) repository_.reset(zRepositoryInit(stage_.c_str(), false));
+    if (repository_) remote_.reset(zRemoteSetup(repository_.get(), url_));
     if (!remote_) return tell(u"odb.eFailedToCreateWorkingCopy");
-    return bind(branch);
+    return bind(branch) && (settle() || tell(u"odb.eFailedToCreateWorkingCopy"));
 }
 
 // A name without a short form is none that a server gives out.
@@ -95,15 +124,28 @@ bool NewCopy::bind(const std::u16string &branch) {
     if (!zBranchInit(repository_.get(), name, zRemoteName(remote_.get()), branch.c_str()) ||
         !zReferenceSetHead(repository_.get(), branch.c_str()))
         return tell(u"odb.eFailedToCreateWorkingCopy");
-    return keeps_directory_ = true;
+    return true;
 }
 
-// What was made goes; what stands there and isn't ours never was looked at.
+// From here on it stays, unless it can't be opened there: the directory may be another user's.
+bool NewCopy::settle() {
+    remote_.reset();
+    repository_.reset();
+    const std::u16string made = stage_ + u"/.git", place = std::u16string(path_) + u"/.git";
+    if (!os::move(made.c_str(), place.c_str(), false)) return fail_os(errno, place);
+    repository_.reset(zRepositoryOpen(path_));
+    remote_.reset(repository_ ? zRemoteOpen(repository_.get()) : nullptr);
+    if (!remote_) return os::move(place.c_str(), made.c_str(), false), false;
+    os::remove_dir(stage_.c_str());
+    return true;
+}
+
 void NewCopy::clear_up() {
     const KeptFailure kept;
     remote_.reset();
     repository_.reset();
-    if (!keeps_directory_) zDirRemove(path_, true, true);
+    if (!stage_.empty()) os::remove_tree(stage_.c_str(), false);
+    if (made_directory_) os::remove_dir(path_); // where others have put something it stays
 }
 
 } // namespace
