@@ -15,6 +15,7 @@
 #include "common/errno.hpp"
 #include "common/pathname.hpp"
 #include "objects/history/revision.hpp"
+#include "objects/store/tree_extent.hpp"
 #include "system/os.hpp"
 #include "zev/authdb.h"
 #include "zev/object.h"
@@ -30,12 +31,13 @@ constexpr const zwchar *kFile = u"updates.json";
 class UpdateList {
   public:
     explicit UpdateList(UpdateContext &context, bool selects)
-        : context_(context), paths_(selects ? context.paths() : nullptr),
-          our_(zBranchTree(context.head.get())), their_(zBranchTree(context.upstream.get())) {}
+        : context_(context), paths_(selects ? context.paths() : nullptr) {}
 
     DiffListPtr make();
 
   private:
+    bool read_tree(TreePtr &tree, const Branch *branch);
+    bool is_bounded() const;
     DiffListPtr compute();
     DiffListPtr read_kept();
     DiffListPtr compare();
@@ -113,6 +115,26 @@ void UpdateList::keep(const DiffList *list) {
 
 // ---- The list
 
+// A branch that is not born has no tree. One whose tree can't be read, since a refresh broke off,
+// has one all the same: it must not pass for a branch that has lost all its files.
+bool UpdateList::read_tree(TreePtr &tree, const Branch *branch) {
+    const zwchar *name = zBranchMerge(branch);
+    git::Reference found;
+    const int code =
+        git_reference_lookup(out(found), context_.repository->handle.get(), to_utf8(name).c_str());
+    if (code == GIT_ENOTFOUND) return true;
+    tree.reset(zBranchTree(branch));
+    return tree || context_.tell(u"odb.eFailedToResolveTree_s", name);
+}
+
+// What a refresh has refused is here all the same, and tracked.
+bool UpdateList::is_bounded() const {
+    git_tree *our = our_ ? our_->handle.get() : nullptr;
+    git_tree *their = their_ ? their_->handle.get() : nullptr;
+    return has_bounded_change(our, their) ||
+           has_bounded_extent(git_tree_owner(their), git_tree_id(their));
+}
+
 // A part of the trees may be here where the whole is not.
 DiffListPtr UpdateList::compare() {
     DiffListPtr whole(zDiffTreeToTree(our_.get(), their_.get(), nullptr, nullptr));
@@ -126,6 +148,7 @@ DiffListPtr UpdateList::compute() {
         return diff_list_new(0);
     }
     DiffListPtr list = read_kept();
+    if (!list && !is_bounded()) return raise_range(), nullptr;
     if (!list) list = compare();
     if (!list) return DiffListPtr(zDiffTreeToTree(our_.get(), their_.get(), paths_, nullptr));
     if (!paths_) return list;
@@ -147,6 +170,8 @@ DiffListPtr UpdateList::readable(const DiffList *list) {
 }
 
 DiffListPtr UpdateList::make() {
+    if (!read_tree(our_, context_.head.get()) || !read_tree(their_, context_.upstream.get()))
+        return nullptr;
     const DiffListPtr list = compute();
     if (!list) return notify_raised(context_.notify), nullptr;
     return readable(list.get());

@@ -11,14 +11,14 @@
 
 #include "objects/operations/checkout.hpp"
 #include "objects/store/branch.hpp"
-#include "objects/store/diff.hpp"
 #include "objects/store/odb.hpp"
 #include "objects/store/reference.hpp"
+#include "objects/store/tree_extent.hpp"
+#include "objects/store/tree_pairs.hpp"
 #include "zev/authdb.h"
 #include "zev/object.h"
 #include "zev/recovery.h"
 #include "zev/reference.h"
-#include "zev/status.h"
 
 using namespace zev;
 
@@ -83,33 +83,52 @@ bool update_rights(UpdateContext &context) {
 
 namespace {
 
-bool has_blob(Odb *odb, Authdb *rules, const DiffEntry *entry) {
-    constexpr uint16_t kGitlink = 0160000; // of another repository
-    if (zDiffEntryStatus(entry) == Z_KIND_DELETED || zDiffEntryNewMode(entry) == kGitlink)
-        return true;
-    return zOdbExists(odb, zDiffEntryNewId(entry)) ||
-           !zAuthdbEntryReadable(rules, zDiffEntryNewPath(entry));
-}
+// What is missing here of the files that a spec selects and the user may read.
+class Lookout {
+  public:
+    Lookout(Repository *repository, PathSpec *paths)
+        : repository_(repository), paths_(paths), odb_(zOdbOpen(repository)),
+          rules_(zAuthdbOpen(repository)) {}
 
-// Whether all is here that a checkout of the tree needs: the trees in which it differs from the
-// branch's, and the selected files that differ and may be read. Then the server need not list it:
-// after a commit of one's own, and as long as nobody else commits.
+    // Of what a tree has beside the branch's own; null is the empty one.
+    bool finds_all(git_tree *base, git_tree *tree) {
+        if (!odb_ || !rules_) return false;
+        git_odb_refresh(odb_->handle.get());
+        const auto look = [this](const std::string &path, auto, auto after) {
+            all_ = all_ && has(path, after);
+        };
+        return TreePairs(repository_->handle.get(), false, look).walk(base, tree) && all_;
+    }
+
+  private:
+    bool has(const std::string &path, const git_tree_entry *file) {
+        if (!file || git_tree_entry_type(file) != GIT_OBJECT_BLOB) return true;
+        return is_stored(odb_->handle.get(), git_tree_entry_id(file)) ||
+               !spec_matches(paths_, path) ||
+               !zAuthdbEntryReadable(rules_.get(), to_wide(path).c_str());
+    }
+
+    Repository *repository_;
+    PathSpec *paths_;
+    OdbPtr odb_;
+    Owned<Authdb, zAuthdbFree> rules_;
+    bool all_ = true;
+};
+
+// Whether all is here that a checkout of the tree needs: every tree in which it differs from the
+// branch's, selected or not, as far as a listing would have been taken, and the selected files that
+// differ and may be read. Then the server need not list it: after a commit of one's own, and where
+// an earlier try had come that far. What is here is looked at itself, so that another selection,
+// another user or new rights need nothing else to be noticed.
 bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
     const KeptFailure kept;
     const TreePtr tree(zTreeByid(context.repository, tree_id));
-    const TreePtr base(tree ? zBranchTree(context.head.get()) : nullptr);
-    const PathSpecPtr paths(base ? zPathSpecDup(context.paths()) : nullptr);
-    if (!paths || !zPathSpecSetOn(paths.get(), Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED) ||
-        !zPathSpecSetOff(paths.get(), Z_SPEC_MUST_MATCH))
-        return false;
-    const DiffListPtr changes(zDiffTreeToTree(base.get(), tree.get(), paths.get(), nullptr));
-    if (!changes || type == Z_OBJECT_TREE) return changes != nullptr;
-    const OdbPtr odb(zOdbOpen(context.repository));
-    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(context.repository));
-    if (!odb || !rules) return false;
-    for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i)
-        if (!has_blob(odb.get(), rules.get(), zDiffListEntry(changes.get(), i))) return false;
-    return true;
+    if (!tree) return false;
+    const TreePtr own(zBranchTree(context.head.get()));
+    git_tree *base = own ? own->handle.get() : nullptr;
+    if (!has_bounded_change(base, tree->handle.get())) return false;
+    return type == Z_OBJECT_TREE ||
+           Lookout(context.repository, context.paths()).finds_all(base, tree->handle.get());
 }
 
 // Where the tracking reference is to stand: at the target, or where the server has the branch.

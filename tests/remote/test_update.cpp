@@ -1,6 +1,8 @@
 // Updates of a copy, and the list of what one would bring.
 #include "team_fixture.hpp"
 
+#include "zev/command.h"
+
 #include <sys/stat.h>
 
 using namespace test;
@@ -40,6 +42,79 @@ TEST_F(UpdateTest, BringsWhatOthersDidAndKeepsWhatIsHis) {
     ASSERT_OK(copy.update());
     EXPECT_EQ(relay.lines().find("/trees"), std::string::npos) << relay.lines();
     EXPECT_EQ(copy.state(), before);
+}
+
+// What an update needs and has is not asked for again; another selection, other rights and another
+// user need something else.
+TEST_F(UpdateTest, AListingIsAskedForAsLongAsSomethingIsMissing) {
+    const auto lists = [&](std::vector<const char16_t *> paths = {}) {
+        relay.play();
+        EXPECT_OK(copy.update({}, paths));
+        return relay.lines().find("GET /trees/") != std::string::npos;
+    };
+    other("notes/a", "a2"), other("plan", "second");
+    EXPECT_TRUE(lists({u"notes"}));
+    EXPECT_FALSE(lists({u"notes"}));
+    EXPECT_TRUE(lists({u"plan"}));
+    EXPECT_EQ(copy.at("plan"), "second");
+    EXPECT_FALSE(lists());
+
+    rights.bits["ann"] = {{"/", 112}, {"plan", 0}};
+    other("plan", "secret");
+    EXPECT_TRUE(lists());
+    EXPECT_FALSE(lists());
+    rights.bits["bob"] = {{"/", 112}, {"notes/b", 0}};
+    copy.user = "bob";
+    EXPECT_TRUE(lists());
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/b"), "secret(none)");
+    rights.bits["bob"] = {{"/", 112}};
+    EXPECT_FALSE(lists()); // of the former user's
+    EXPECT_EQ(copy.at("notes/b") + copy.status(), "b");
+}
+
+// A directory that is not here is missing even where nobody has selected it: it stands in the
+// branch's tree, and in what the list compares.
+TEST_F(UpdateTest, ATreeIsWholeOrListed) {
+    other("deep/x", "x");
+    ASSERT_OK(copy.update());
+    other("deep/x", "x2");
+    const std::string tip = other("notes/a", "a2");
+    const auto bring = [&](const std::string &name) {
+        const std::string kind = server("cat-file -t " + name);
+        run("git -C '" + service.at("ann/plant") + "' cat-file " + kind.substr(0, kind.size() - 1) +
+            " " + name + " | git -C '" + copy.place.string() + "' hash-object -w --stdin -t " +
+            kind);
+    };
+    for (const char *name : {"HEAD", "HEAD^{tree}", "HEAD:notes", "HEAD:notes/a"}) bring(name);
+    copy.git("update-ref refs/remotes/origin/master " + tip);
+    // A list of the part is one, but not what is kept.
+    EXPECT_EQ(copy.updates(false, {u"notes"}), "3 notes/a>notes/a;");
+    EXPECT_FALSE(fs::exists(copy.place / ".git/tmp/updates.json"));
+    EXPECT_EQ(copy.updates(false), "(null)");
+    relay.play();
+    ASSERT_OK(copy.update({}, {u"notes"}));
+    EXPECT_NE(relay.lines().find("GET /trees/"), std::string::npos) << relay.lines();
+    EXPECT_EQ(copy.at("notes/a") + copy.updates(false), "a23 deep/x>deep/x;");
+}
+
+// What was refused for its depth when it came is so when it is here, too.
+TEST_F(UpdateTest, ATreeWithoutEndIsRefusedTheSecondTime) {
+    std::string path;
+    for (int depth = 0; depth < 300; ++depth) path += "d/";
+    const fs::path stream = dir.path() / "stream";
+    write(stream, "commit refs/heads/master\ncommitter a <a> 0 +0000\ndata 0\n"
+                  "from refs/heads/master^0\nM 100644 inline " +
+                      path + "f\ndata 1\nx\n");
+    server("fast-import --quiet < '" + stream.string() + "'");
+    copy.git("fetch -q '" + service.at("ann/plant") + "' master");
+    const std::string before = copy.git("rev-parse HEAD");
+    for (const bool refresh : {true, false}) {
+        EXPECT_EQ(copy.updates(refresh), "(null)");
+        EXPECT_NE(copy.host.errors(), "");
+    }
+    EXPECT_FALSE(copy.update());
+    EXPECT_NE(relay.lines().find("GET /trees/"), std::string::npos) << relay.lines();
+    EXPECT_EQ(copy.git("rev-parse HEAD") + copy.at("plan"), before + "first");
 }
 
 // A selection brings that alone, and the rest comes with a later one.
@@ -126,6 +201,31 @@ TEST_F(UpdateTest, RulesAreOfTheUser) {
     EXPECT_NE(copy.host.errors(), "");
     EXPECT_EQ(copy.host.ends() + copy.at("plan"), "afirst");
     EXPECT_EQ(copy.state(), before);
+}
+
+// A replica that lags behind tells of an older state. Files go back to that and come again, what is
+// his stays, and no commit goes on top of it.
+TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
+    const std::string old = copy.git("rev-parse origin/master");
+    other("plan", "second"), other("new", "n");
+    ASSERT_OK(copy.update());
+    copy.put("notes/a", "mine");
+    const std::string tip = server("rev-parse HEAD");
+    const auto lag = [&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line != "GET /refs") return {};
+        return answer(200, R"({"data":{"entries":[{"type":"ref","refname":"refs/heads/master",)"
+                           R"("reftype":"oid","target":")" +
+                               old + "\"}]}}");
+    };
+    relay.play(lag);
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.at("new"), "firstmine(none)");
+    EXPECT_FALSE(copy.commit());
+    EXPECT_EQ(server("rev-parse HEAD") + copy.at("notes/a"), tip + "mine");
+    relay.play();
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server_at("plan") + server_at("notes/a") + server_at("new"), "secondminen");
+    EXPECT_EQ(copy.at("plan") + copy.at("new") + copy.status(), "secondn");
 }
 
 // Each request in turn is cut, refused, or answered with what makes no sense. Afterwards everything
@@ -232,6 +332,27 @@ TEST_F(UpdateTest, TheListComesFromWhatIsKept) {
     EXPECT_EQ(copy.updates(false), "");
 }
 
+// A refresh that broke off has moved the tracking reference to what is not here. That is no branch
+// without files.
+TEST_F(UpdateTest, TheListOfWhatIsNotHereIsNone) {
+    const fs::path kept = copy.place / ".git/tmp/updates.json";
+    other("plan", "second");
+    relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line.starts_with("GET /objects/")) return answer_of(500);
+        return {};
+    });
+    EXPECT_EQ(copy.updates(true), "(null)");
+    relay.play();
+    for (const char16_t *selected : {u"*", u"plan", u"nothing"}) {
+        EXPECT_EQ(copy.updates(false, {selected}), "(null)");
+        EXPECT_EQ(copy.host.ends(), "a");
+        EXPECT_NE(copy.host.errors(), "");
+        EXPECT_FALSE(fs::exists(kept));
+    }
+    EXPECT_EQ(relay.lines(), "");
+    EXPECT_EQ(copy.updates(true), "3 plan>plan;");
+}
+
 // A server that keeps silent costs half a second, and what is kept stays.
 TEST_F(UpdateTest, TheListWaitsForNobody) {
     other("plan", "second");
@@ -244,6 +365,67 @@ TEST_F(UpdateTest, TheListWaitsForNobody) {
     EXPECT_EQ(copy.host.ends(), "a");
     EXPECT_EQ(copy.state() + read(copy.place / ".git/tmp/updates.json"), before);
     EXPECT_EQ(copy.updates(false), "3 plan>plan;");
+}
+
+// ---- A new copy
+
+// What fails before there is a copy takes away what it has made, and nothing that others have made
+// there meanwhile.
+TEST_F(UpdateTest, AFailedCheckoutTakesOnlyItsOwnAway) {
+    Copy made{dir.path() / "deep" / "copy", "ann"};
+    const auto check_out = [&] {
+        const CheckPtr spec = made.spec();
+        zCheckSpecSetBranch(spec.get(), u"nonsense");
+        made.host.lines.clear();
+        EXPECT_FALSE(
+            zShellCheckout(wide(relay.url()).c_str(), made.place.u16string().c_str(), spec.get()));
+        EXPECT_EQ(made.host.ends(), "a");
+        return made.host.errors();
+    };
+    EXPECT_NE(check_out().find("nonsense"), std::string::npos);
+    EXPECT_FALSE(fs::exists(made.place));
+    fs::create_directories(made.place);
+    check_out();
+    EXPECT_TRUE(fs::is_empty(made.place));
+    fs::remove(made.place);
+    made.host.at_line = [&] {
+        if (made.host.errors().empty()) return;
+        fs::create_directories(made.place / ".git");
+        made.put(".git/theirs", "1"), made.put("theirs", "2");
+    };
+    check_out();
+    EXPECT_EQ(made.at(".git/theirs") + made.at("theirs"), "12");
+    EXPECT_EQ(std::distance(fs::directory_iterator(made.place), {}), 2);
+}
+
+// ---- The paths of a host
+
+TEST_F(UpdateTest, AHostsPathIsNoPattern) {
+    const char *names[] = {"a[1].dwx", "a1.dwx", "b*.dwx", "bc.dwx"};
+    for (const char *path : names) other(path, "1");
+    ASSERT_OK(copy.update());
+    const Oid old = parsed(copy.git("rev-parse origin/master"));
+    for (const char *path : names) other(path, "2");
+    const std::u16string place = copy.place.u16string();
+    const zwchar *where = place.c_str();
+    ASSERT_OK(zCommandConnect(where));
+    const auto held = [&] {
+        std::string bytes;
+        for (const char *path : names) bytes += copy.at(path);
+        return bytes;
+    };
+    EXPECT_EQ(zCommandCheckout(where, nullptr, u"b*.dwx", nullptr, nullptr), 0);
+    EXPECT_EQ(held(), "1121");
+    EXPECT_EQ(zCommandCheckout(where, nullptr, u"a[1].dwx", u"", nullptr), 0);
+    EXPECT_EQ(held(), "2121");
+    ASSERT_OK(zCommandFetch(where, u"a1.dwx", nullptr));
+    EXPECT_EQ(held(), "2221");
+    EXPECT_EQ(zCommandCheckout(where, nullptr, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(zCommandReset(where, &old, u"b*.dwx", nullptr), 0);
+    EXPECT_EQ(held(), "2212");
+    EXPECT_EQ(zCommandReset(where, &old, u"a[1].dwx", nullptr), 0);
+    EXPECT_EQ(held(), "1212");
+    zCommandDisconnect(where);
 }
 
 // ---- A process that dies
