@@ -18,10 +18,12 @@ bool begins_with(std::u16string_view name, std::u16string_view prefix) {
     return zStrcasesameW(head.c_str(), std::u16string(prefix).c_str());
 }
 
+// Empty parts are taken out of a name before it is written. One of two parts is the user's own, as
+// "refs/stash", or would take the place of a directory of references.
 bool is_own_branch(std::u16string_view name) {
-    // Empty parts are taken out of a name before it is written.
-    return begins_with(name, u"refs/heads/") || !begins_with(name, u"refs/") ||
-           name.find(u"//") != name.npos;
+    constexpr std::u16string_view kAll = u"refs/";
+    return begins_with(name, u"refs/heads/") || !begins_with(name, kAll) ||
+           name.find(u'/', kAll.size()) == name.npos || name.find(u"//") != name.npos;
 }
 
 class Refs {

@@ -53,6 +53,10 @@ TEST_F(Downloads, LeaveOwnBranchesAlone) {
         {"HEAD", ref("HEAD", a) + "," + ref("head", a), true, ""},
         {"a branch of ours", ref("refs/remotes/origin/master", a), true, ""},
         {"a file of ours", ref("AUTHZ", a) + "," + ref("FETCH_HEAD", a), true, ""},
+        {"the place of all branches",
+         ref("refs/heads", a) + "," + ref("refs/Heads", a) + "," + ref("refs/remotes", a) + "," +
+             ref("refs/tags", a) + "," + ref("refs/stash", a),
+         true, ""},
         {"ours by another name", ref("refs/heads/x", "refs/heads/master", "symbolic"), true, ""},
         {"HEAD by another name", ref("refs/heads/x", "HEAD", "symbolic"), true, ""},
         {"symbolic", ref("refs/tags/x", "refs/tags/y", "symbolic") + "," + good, true,
@@ -81,6 +85,8 @@ TEST_F(Downloads, LeaveOwnBranchesAlone) {
         EXPECT_EQ(told.errors.size(), each.taken ? 0u : 1u) << each.what;
         EXPECT_EQ(git("symbolic-ref HEAD"), "refs/heads/master\n") << each.what;
         EXPECT_FALSE(std::filesystem::exists(at() + "/.git/AUTHZ"));
+        EXPECT_FALSE(std::filesystem::exists(at() + "/.git/refs/Heads"));
+        EXPECT_TRUE(std::filesystem::is_directory(at() + "/.git/refs/heads")) << each.what;
     }
     EXPECT_FALSE(std::filesystem::exists(at() + "/x"));
     for (const char *body : {"{}", R"({"data":{"entries":{}}})", "", "x"}) {
@@ -211,6 +217,7 @@ TEST_F(Downloads, BringCommitsWithoutTrees) {
     for (int n = 0; n < 3; ++n) ids.push_back(commit("a.txt", std::to_string(n), n));
     const Oid head = oid(ids[2]);
     ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 2, &told));
+    EXPECT_EQ(relay.lines(), "GET /commits?head=" + ids[2] + "&limit=2\nPOST /packs/diff\n");
     EXPECT_TRUE(has(ids[2]) && has(ids[1]) && !has(ids[0]));
     EXPECT_FALSE(has(server("rev-parse HEAD^{tree}").substr(0, 40)));
     ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
