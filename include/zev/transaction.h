@@ -9,7 +9,7 @@
 ZEV_BEGIN
 
 // The repository is lent. Free lets all locks go: after a rollback the files are as they were, else
-// what was changed stays.
+// what was changed stays. Behind a rollback that failed the saved copies stay, for a recovery.
 ZEV_API Transaction *zTransactionNew(Repository *repository);
 ZEV_API void zTransactionFree(Transaction *transaction);
 

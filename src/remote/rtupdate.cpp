@@ -178,7 +178,7 @@ void roll_back(Repository *repository, Transaction *transaction, const Branch *h
                const Branch *upstream) {
     const KeptFailure kept;
     if (!transaction) return;
-    if (!zTransactionRollback(transaction)) log_raised(kWarning);
+    roll_back_all(transaction);
     for (const Branch *branch : {head, upstream}) // that were to be born
         if (branch) drop_begun_log(repository->handle.get(), to_utf8(zBranchMerge(branch)).c_str());
     const IndexPtr index(zIndexHead(repository, false));

@@ -1,6 +1,7 @@
 // Flock: for <dir>/<name> a lock file <dir>/.<name>.zlck, held without sharing while the lock
 // stands. Its content is the target as it was when the lock was taken, byte for byte; empty means
-// that there was no target. Its presence alone locks nothing: only an open holder does.
+// that there was no target, unless the caller told what stands for one. Its presence alone locks
+// nothing: only an open holder does.
 //
 // What undo and recovery put back must be whole, whenever the holder was killed:
 //
@@ -31,7 +32,7 @@
 //   saves nothing ------> bare
 //
 // pending and bare have the mark of an incomplete lock file, saved has not, expired has it until
-// an undo. zFlockClose ends each; without it the lock file is left behind as it is then.
+// an undo. zFlockClose ends each; flock_leave, as a death, leaves the lock file behind.
 #include "system/flock.hpp"
 
 #include "common/errno.hpp"
@@ -62,7 +63,7 @@ struct Lock {
 
     bool name(const zwchar *target_path);
     bool renew();
-    bool save(int target_fd);
+    bool save(int target_fd, std::string_view absent);
     bool remove_target() const;
     bool put_back(mode_t mode);
 
@@ -125,14 +126,17 @@ bool Lock::renew() {
     return info.st_size == 0 || os::fd_truncate(fd(), 0);
 }
 
-// Fills an empty incomplete lock file from the target, or with nothing for -1, and completes it.
-bool fill(int lock_fd, int target_fd) {
-    return (target_fd < 0 || (os::copy_bytes(target_fd, lock_fd) && os::fd_sync(lock_fd))) &&
-           set_mark(lock_fd, kComplete);
+// Fills an empty incomplete lock file from the target, or for -1 with what stands for it, and
+// completes it.
+bool fill(int lock_fd, int target_fd, std::string_view absent = {}) {
+    const bool filled = target_fd < 0 ? os::write_all(lock_fd, absent.data(), absent.size())
+                                      : os::copy_bytes(target_fd, lock_fd);
+    const bool empty = target_fd < 0 && absent.empty();
+    return filled && (empty || os::fd_sync(lock_fd)) && set_mark(lock_fd, kComplete);
 }
 
-bool Lock::save(int target_fd) {
-    if (fill(fd(), target_fd)) return true;
+bool Lock::save(int target_fd, std::string_view absent) {
+    if (fill(fd(), target_fd, absent)) return true;
     fail_mark(*this);
     os::fd_truncate(fd(), 0);
     return false;
@@ -258,7 +262,7 @@ Flock *flock_open_lazy(const zwchar *path) try {
     return fail_thrown();
 }
 
-bool flock_complete(Flock *flock) try {
+bool flock_complete(Flock *flock, std::string_view absent) try {
     if (!flock) return fail_args();
     assert(flock->check_state());
     if (flock->state != State::pending) return true;
@@ -267,7 +271,7 @@ bool flock_complete(Flock *flock) try {
     if (!target && errno != ENOENT) return false;
     struct stat info;
     if (target && os::fd_stat(fd_of(target.get()), &info)) flock->mode = info.st_mode & 07777;
-    if (!lock.save(target ? fd_of(target.get()) : -1)) return false;
+    if (!lock.save(target ? fd_of(target.get()) : -1, absent)) return false;
     flock->state = State::saved;
     assert(flock->check_state());
     return true;
@@ -281,6 +285,18 @@ bool flock_expire(Flock *flock) {
     if (!os::fd_mode(flock->lock.fd(), kIncomplete)) return fail_target(flock->lock);
     if (flock->state == State::saved) flock->state = State::expired;
     return true;
+}
+
+// The copy of one that expired is whole: it is marked so again.
+void flock_leave(Flock *flock) {
+    struct stat info;
+    if (!flock) return;
+    const bool saved = flock->state == State::saved || flock->state == State::expired;
+    if (!saved) return zFlockClose(flock);
+    const int fd = flock->lock.fd();
+    if (flock->lock.stat(&info) && is_incomplete(info) && info.st_nlink == 1)
+        os::fd_mode(fd, kComplete);
+    delete flock;
 }
 
 } // namespace zev

@@ -31,9 +31,14 @@ inline bool is_incomplete(const struct stat &lock_file) { return lock_file.st_mo
 // Takes the lock as zFlockOpen. Nothing is saved yet, and nothing of the target may change
 // before flock_complete gave true; until then undo has nothing to do and gives true.
 Flock *flock_open_lazy(const zwchar *path);
-bool flock_complete(Flock *flock); // saves unless that is done
+// Saves unless that is done; `absent` is saved where there is no target.
+bool flock_complete(Flock *flock, std::string_view absent = {});
 
 // From now on only we can undo: what a crash leaves of the saved copy is too old to be put back.
 bool flock_expire(Flock *flock);
+
+// Lets the lock go and leaves the saved copy, whole, to recovery. Takes the record; null is
+// ignored.
+void flock_leave(Flock *flock);
 
 } // namespace zev

@@ -1,6 +1,9 @@
 // Commits against a server, between two copies.
 #include "team_fixture.hpp"
 
+#include "zev/recovery.h"
+#include "zev/share.h"
+
 using namespace test;
 
 namespace {
@@ -185,6 +188,7 @@ TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
             return copy.commit() ? 0 : 1;
         });
         alive = child.wait() == 7;
+        if (n % 3 == 1) copy.git("pack-refs --all"); // so does git, on its own, at any time
         EXPECT_EQ(work(), "secondn(none)") << n;
         const RepositoryPtr opened = copy.open(); // nobody tells it to recover
         if (n % 4 == 3) {                         // a look takes the copy of the index away
@@ -201,6 +205,60 @@ TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
               "new\nnotes/a\nplan\nsecond");
     EXPECT_EQ(server("rev-list --count HEAD"), "4\n");
     EXPECT_EQ(copy.status() + copy.locks(), "");
+}
+
+// Git packs even a reference that came with the commit; it has no file to be taken away then.
+TEST_F(CommitTest, WhoeverDiesInTheFirstLosesNothing) {
+    make_project(service, "ann/empty");
+    Copy first{dir.path() / "empty", "ann"};
+    ASSERT_OK(zShellCheckout(wide(relay.url("ann/empty")).c_str(), first.place.u16string().c_str(),
+                             first.spec().get()));
+    first.put("plan", "one");
+    for (int n = 0, alive = 1; alive; ++n) {
+        Child child([&] {
+            int left = n;
+            first.host.at_line = [&] {
+                if (left-- == 0) _exit(7);
+            };
+            return first.commit() ? 0 : 1;
+        });
+        alive = child.wait() == 7;
+        first.git("pack-refs --all");
+        const bool sent = !service.git("ann/empty", "for-each-ref refs/heads").empty();
+        ASSERT_OK(first.update()) << n;
+        EXPECT_EQ(first.at("plan"), "one") << n;
+        if (!sent) {
+            EXPECT_EQ(first.git("for-each-ref"), "") << n;
+        }
+        ASSERT_LT(n, 100);
+    }
+    EXPECT_EQ(service.git("ann/empty", "show HEAD:plan"), "one");
+    EXPECT_EQ(first.status() + first.locks(), "");
+}
+
+// Somebody reads the index while it is to go back.
+TEST_F(CommitTest, WhatCannotGoBackIsLeftToRecovery) {
+    copy.put("plan", "second");
+    const std::string before = copy.state(), refs = copy.git("for-each-ref");
+    Share *reader = nullptr;
+    relay.play([&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line != "POST /commits") return {};
+        const std::u16string index = (copy.place / ".git/index").u16string();
+        reader = zShareOpen(index.c_str(), u"rb", Z_SHARE_NONE);
+        return answer_of(500);
+    });
+    EXPECT_FALSE(copy.commit());
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(copy.git("for-each-ref"), refs); // what can go back does
+    EXPECT_NE(copy.state(), before);
+    zShareClose(reader);
+    int32_t outcome = 0;
+    EXPECT_OK(zRepositoryRecover(&outcome, copy.open().get()));
+    EXPECT_EQ(outcome, Z_RECOVERY_PUT_BACK);
+    EXPECT_EQ(copy.state(), before);
+    relay.play();
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server_at("plan") + copy.status(), "second");
 }
 
 TEST_F(CommitTest, ANameGetsAnotherCase) {

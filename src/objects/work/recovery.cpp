@@ -30,7 +30,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <optional>
 #include <string>
 
@@ -65,21 +64,12 @@ std::string digits_in(const u16string &path) {
     return {text, file ? fread(text, 1, sizeof text, file.get()) : 0};
 }
 
-// A branch's full name, which its file has below the directory that all worktrees share; empty of
-// index and HEAD.
-std::string branch_of(Repository *repository, const u16string &target) {
-    const std::string path = to_utf8(target);
-    const std::string refs =
-        std::string(git_repository_commondir(repository->handle.get())) + "refs/";
-    return path.starts_with(refs) ? path.substr(refs.size() - strlen("refs/")) : "";
-}
-
 bool is_tracking(const std::string &name) { return name.starts_with("refs/remotes/"); }
 
 // Whether the process spoke to a server.
 bool has_tracking(Repository *repository, const std::vector<u16string> &targets) {
     return std::ranges::any_of(targets, [&](const u16string &target) {
-        return is_tracking(branch_of(repository, target)) && left_of(target);
+        return is_tracking(reference_of(repository, target)) && left_of(target);
     });
 }
 
@@ -94,24 +84,13 @@ bool is_behind(Repository *repository, const std::string &before, Oid id) {
     return true;
 }
 
-// The id that a branch has among the packed ones; empty without one.
-std::string digits_packed(Repository *repository, const std::string &name) {
-    std::ifstream file(std::string(git_repository_commondir(repository->handle.get())) +
-                       "packed-refs");
-    for (std::string line; std::getline(file, line);)
-        if (line.size() == GIT_OID_HEXSZ + 1 + name.size() && line.ends_with(' ' + name))
-            return line.substr(0, GIT_OID_HEXSZ);
-    return {};
-}
-
-// Where the branch stood, and where it stands, be it packed since or by then. What names no commit
-// is nobody's work.
+// Where the branch stood, and where it stands, be it packed since. What names no commit is nobody's
+// work.
 bool can_go_back(Repository *repository, const Left &left, bool over_server) {
     const Finally clear([] { git_error_clear(); });
-    const std::string name = branch_of(repository, left.target);
+    const std::string name = reference_of(repository, left.target);
     if (is_tracking(name)) return true;
-    std::string before = digits_in(left.file);
-    if (before.empty()) before = digits_packed(repository, name);
+    const std::string before = digits_in(left.file);
     Oid id;
     if (git_reference_name_to_id(git::oid(&id), repository->handle.get(), name.c_str()))
         return true;
@@ -215,7 +194,7 @@ bool put_back_left(Repository *repository) {
     const bool gone_on = !gone_on_from(repository, targets).empty();
     zTransactionRecover(repository);
     for (const u16string &target : targets)
-        if (gone_on || is_put_back(target)) zFlockPurge(target.c_str());
+        if (gone_on || is_put_back(repository, target)) zFlockPurge(target.c_str());
     return swept;
 }
 
@@ -223,7 +202,7 @@ u16string gone_on_from(Repository *repository, const std::vector<u16string> &tar
     const KeptFailure kept;
     const bool over_server = has_tracking(repository, targets);
     for (const u16string &target : targets)
-        if (const auto left = left_of(target); left && !branch_of(repository, target).empty())
+        if (const auto left = left_of(target); left && !reference_of(repository, target).empty())
             if (!can_go_back(repository, *left, over_server)) return target;
     return {};
 }

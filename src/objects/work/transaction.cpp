@@ -4,9 +4,13 @@
 // What a transaction is in, and what moves it on; its files change between the last lock and Free:
 //   collecting   LockIndex and LockRef take one more lock each, in the order of zev/transaction.h
 //     -Rollback-> undone     the files are as they were locked; the locks stand
+//     roll_back_all          the same, and it goes on behind a file that can't be put back
 //     roll_back_index        the index is, and the state stays
-//     expire_locks           no recovery goes back any more, but the two above do; the state stays
-//     -Free->                the locks go, and what was changed stays
+//     expire_locks           no recovery goes back any more, but the three above do; the state
+//     stays -Free->                the locks go, and what was changed stays
+//
+// Where a file could not be put back, Free leaves all the copies: they are all that there is, and
+// recovery goes back to a state by all of them or not at all.
 #include "objects/work/transaction.hpp"
 
 #include "common/limits.hpp"
@@ -30,16 +34,23 @@
 using namespace zev;
 
 struct Transaction {
-    Repository *owner;
-    std::vector<Lock> locks{}; // in the order of taking
-    size_t undone = 0;         // of them, from the first on; taking one more starts anew
+    struct Taken {
+        Lock lock;
+        std::string unborn{}; // name of a reference that wasn't there
+    };
 
+    Repository *owner;
+    std::vector<Taken> locks{}; // in the order of taking
+    size_t undone = 0;          // of them, from the first on; taking one more starts anew
+    bool keeps = false;         // one could not be put back
+
+    bool put_back(const Taken &taken);
     void check_state() const;
 };
 
 void Transaction::check_state() const {
     assert(owner);
-    assert(std::ranges::none_of(locks, [](const Lock &lock) { return !lock; }));
+    assert(std::ranges::none_of(locks, [](const Taken &taken) { return !taken.lock; }));
     assert(undone <= locks.size());
 }
 
@@ -52,13 +63,34 @@ u16string shared_directory(const Repository *repository) {
     return to_wide(git_repository_commondir(repository->handle.get()));
 }
 
-bool take(Transaction *transaction, const u16string &path) {
-    Lock lock(zFlockOpen(path.c_str(), true));
+// A reference has a file, or is packed, where its copy gets what its file would hold: git may pack
+// it, or make it a file, as it likes.
+bool take(Transaction *transaction, const u16string &path, const char *reference = nullptr) {
+    Lock lock(flock_open_lazy(path.c_str()));
     if (!lock) return false;
-    transaction->locks.push_back(std::move(lock));
+    git::Reference there;
+    const int code =
+        !reference ? GIT_ENOTFOUND
+                   : git_reference_lookup(out(there), transaction->owner->handle.get(), reference);
+    git_error_clear();
+    const git_oid *id = there ? git_reference_target(there.get()) : nullptr;
+    if (!flock_complete(lock.get(), id ? git_oid_tostr_s(id) + std::string("\n") : ""))
+        return false;
+    const bool unborn = reference && code == GIT_ENOTFOUND;
+    transaction->locks.push_back({std::move(lock), unborn ? reference : ""});
     transaction->undone = 0;
     transaction->check_state();
     return true;
+}
+
+// One that came since may have been packed, and has no file to take away then.
+bool unmake(Repository *repository, const std::string &name) {
+    git_oid id;
+    git_repository *git = repository->handle.get();
+    const Finally clear([] { git_error_clear(); });
+    if (git_reference_name_to_id(&id, git, name.c_str()) == GIT_ENOTFOUND) return true;
+    const int code = git_reference_remove(git, name.c_str());
+    return code < 0 ? fail_git(code) : true;
 }
 
 bool is_reference(const std::string &name) {
@@ -77,6 +109,16 @@ void collect(const u16string &directory, bool recursive, std::vector<u16string> 
     }
 }
 
+// A copy that is empty tells of a reference that wasn't there.
+void recover(Repository *repository, const u16string &target) {
+    struct stat saved, present;
+    zFlockRecover(target.c_str());
+    if (!os::lstat(lock_path(target).c_str(), &saved) || is_incomplete(saved) || saved.st_size)
+        return;
+    const std::string name = reference_of(repository, target);
+    if (!name.empty() && !os::lstat(target.c_str(), &present)) unmake(repository, name);
+}
+
 bool same_bytes(const u16string &a, const u16string &b) {
     const Owned<FILE, fclose> first(os::open(a.c_str(), u"rb")), second(os::open(b.c_str(), u"rb"));
     if (!first || !second) return false;
@@ -92,27 +134,51 @@ bool same_bytes(const u16string &a, const u16string &b) {
 
 } // namespace
 
+bool Transaction::put_back(const Taken &taken) {
+    if (zFlockUndo(taken.lock.get()) && (taken.unborn.empty() || unmake(owner, taken.unborn)))
+        return true;
+    keeps = true;
+    return false;
+}
+
 namespace zev {
 
 bool roll_back_index(Transaction *transaction) {
     transaction->check_state();
-    return transaction->locks.empty() || zFlockUndo(transaction->locks.front().get());
+    return transaction->locks.empty() || transaction->put_back(transaction->locks.front());
+}
+
+void roll_back_all(Transaction *transaction) {
+    transaction->check_state();
+    for (const Transaction::Taken &taken : transaction->locks)
+        if (!transaction->put_back(taken)) log_raised(kWarning);
 }
 
 // The index comes first: a copy of a branch alone is not followed.
 void expire_locks(Transaction *transaction) {
     transaction->check_state();
-    for (const Lock &lock : transaction->locks)
-        if (!flock_expire(lock.get())) log_raised(kWarning);
+    for (const Transaction::Taken &taken : transaction->locks)
+        if (!flock_expire(taken.lock.get())) log_raised(kWarning);
 }
 
-bool is_put_back(const u16string &target) {
+std::string reference_of(const Repository *repository, const u16string &target) {
+    const std::string path = to_utf8(target);
+    const std::string shared(git_repository_commondir(repository->handle.get()));
+    return path.starts_with(shared + "refs/") ? path.substr(shared.size()) : "";
+}
+
+bool is_put_back(const Repository *repository, const u16string &target) {
     const u16string copy = lock_path(target);
     struct stat saved, present;
     if (!os::lstat(copy.c_str(), &saved)) return false;
     if (is_incomplete(saved)) return true;
-    if (!saved.st_size) return !os::lstat(target.c_str(), &present) && errno == ENOENT;
-    return same_bytes(copy, target);
+    if (saved.st_size) return same_bytes(copy, target);
+    if (os::lstat(target.c_str(), &present) || errno != ENOENT) return false;
+    const std::string name = reference_of(repository, target);
+    git_oid id;
+    const Finally clear([] { git_error_clear(); });
+    return name.empty() ||
+           git_reference_name_to_id(&id, repository->handle.get(), name.c_str()) == GIT_ENOTFOUND;
 }
 
 std::vector<u16string> left_locked(Repository *repository) {
@@ -149,7 +215,11 @@ Transaction *zTransactionNew(Repository *repository) try {
     return fail_thrown();
 }
 
-void zTransactionFree(Transaction *transaction) { delete transaction; }
+void zTransactionFree(Transaction *transaction) {
+    if (transaction && transaction->keeps)
+        for (Transaction::Taken &taken : transaction->locks) flock_leave(taken.lock.release());
+    delete transaction;
+}
 
 bool zTransactionLockIndex(Transaction *transaction) try {
     if (!transaction) return fail_args();
@@ -165,7 +235,7 @@ bool zTransactionLockRef(Transaction *transaction, const zwchar *reference) try 
     if (!path_join(path, shared_directory(transaction->owner).c_str(), reference)) return false;
     const u16string_view file(path);
     os::make_dirs(u16string(file.substr(0, file.rfind(u'/'))).c_str()); // else the lock fails
-    return take(transaction, path);
+    return take(transaction, path, to_utf8(reference).c_str());
 } catch (...) {
     return fail_thrown();
 }
@@ -174,8 +244,8 @@ bool zTransactionRollback(Transaction *transaction) {
     if (!transaction) return fail_args();
     transaction->check_state();
     transaction->undone = 0;
-    for (const Lock &lock : transaction->locks) {
-        if (!zFlockUndo(lock.get())) return false;
+    for (const Transaction::Taken &taken : transaction->locks) {
+        if (!transaction->put_back(taken)) return false;
         ++transaction->undone;
     }
     assert(transaction->undone == transaction->locks.size());
@@ -190,7 +260,7 @@ bool zTransactionRecover(Repository *repository) try {
         raise_other(u"has moved on since a process died; nothing is put back", branch);
         return log_raised(kWarning), true;
     }
-    for (const u16string &target : targets) zFlockRecover(target.c_str());
+    for (const u16string &target : targets) recover(repository, target);
     return true;
 } catch (...) {
     return fail_thrown();

@@ -14,6 +14,10 @@ using TransactionPtr = Owned<Transaction, zTransactionFree>;
 // Puts the index back, if it is locked, and leaves the references to whoever moved them.
 bool roll_back_index(Transaction *transaction);
 
+// Puts all back, and goes on behind what can't be: that is logged, and the copies stay for recovery
+// when the transaction ends.
+void roll_back_all(Transaction *transaction);
+
 // Once all is done, before it is synced: from now on only we can go back. What a crash leaves of
 // the locks, and a loss of power brings back of them, takes nothing back. May raise, and goes on.
 void expire_locks(Transaction *transaction);
@@ -22,8 +26,12 @@ void expire_locks(Transaction *transaction);
 // May throw.
 std::vector<std::u16string> left_locked(Repository *repository);
 
+// The full name of the reference that has its file there, below the directory that all worktrees
+// share; empty of index and HEAD. May throw.
+std::string reference_of(const Repository *repository, const std::u16string &target);
+
 // Whether a file is what the lock file beside it keeps, or that keeps nothing. May throw.
-bool is_put_back(const std::u16string &target);
+bool is_put_back(const Repository *repository, const std::u16string &target);
 
 // Deletes the copy of a reference (HEAD means its branch) that a process left which died: before
 // the reference moves, so that no recovery takes it back. One that is held stays. May throw.
