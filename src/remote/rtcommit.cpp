@@ -19,6 +19,7 @@
 #include "objects/conflict/conflict.hpp"
 #include "objects/store/diff.hpp"
 #include "objects/store/strict.hpp"
+#include "objects/store/tree_pairs.hpp"
 #include "objects/work/status.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "system/os.hpp"
@@ -29,6 +30,7 @@
 #include "zev/reference.h"
 
 #include <cerrno>
+#include <unordered_map>
 #include <vector>
 
 using namespace zev;
@@ -173,6 +175,7 @@ class Replay {
     void tell_changes() const;
     TreePtr update_base() const;
     TreePtr rebuild() const;
+    bool is_up_to_date(const Tree *tree) const;
 
     CommitContext &commit_;
     CommitPtr made_; // on the branch
@@ -227,17 +230,21 @@ std::vector<Update> updates_of(const DiffList *changes) {
     return updates;
 }
 
+bool is_file(git_tree *tree, const char *path) {
+    git::Entry there;
+    const int code = git_tree_entry_bypath(out(there), tree, path);
+    return !code && git_tree_entry_type(there.get()) != GIT_OBJECT_TREE;
+}
+
 // Only directories on the way to a change are read and written. Null, with nothing told, where a
-// file takes a directory's name, or the other way round.
+// file takes a directory's name, or the other way round. A removal would take a directory, too.
 TreePtr Replay::update_base() const {
     if (!base_) return nullptr;
     const std::vector<Update> updates = updates_of(changes_.get());
     std::vector<git_tree_update> steps;
     for (const Update &update : updates) {
-        git::Entry there;
         const auto action = update.mode ? GIT_TREE_UPDATE_UPSERT : GIT_TREE_UPDATE_REMOVE;
-        if (update.mode ||
-            !git_tree_entry_bypath(out(there), base_->handle.get(), update.path.c_str()))
+        if (update.mode || is_file(base_->handle.get(), update.path.c_str()))
             steps.push_back(
                 {action, update.id, static_cast<git_filemode_t>(update.mode), update.path.c_str()});
     }
@@ -266,12 +273,37 @@ TreePtr Replay::rebuild() const {
     return TreePtr(zIndexWriteTree(builder->index.get()));
 }
 
+// What the update had to leave (a full disk, a file in use) is somebody's newer work, which nobody
+// here has seen: the server's tree may become ours only where it is what the commit went out from.
+bool Replay::is_up_to_date(const Tree *tree) const {
+    if (!base_) return true;
+    std::unordered_map<std::string, const DiffEntry *> changes;
+    for (uint64_t i = 0; i < zDiffListLength(changes_.get()); ++i) {
+        const DiffEntry *entry = zDiffListEntry(changes_.get(), i);
+        changes.emplace(to_utf8(zDiffEntryNewPath(entry)), entry);
+    }
+    bool current = true;
+    const auto take = [&](const std::string &path, TreePairs::Entry theirs, TreePairs::Entry) {
+        const auto change = changes.find(path);
+        const DiffFile *before = change == changes.end() ? nullptr : change->second->old_file.get();
+        const git_oid *id = theirs ? git_tree_entry_id(theirs) : nullptr;
+        if (change != changes.end() && !before == !id &&
+            (!id || git_oid_equal(id, git::oid(&before->id))))
+            return;
+        notify_action(commit_.notify(), u"action.sFailed", to_wide(path).c_str());
+        raise_other(word(u"srv.eWorktreeNeedsUpdate"), path);
+        current = false;
+    };
+    git_repository *git = commit_.repository->handle.get();
+    return TreePairs(git, false, take).walk(base_->handle.get(), tree->handle.get()) && current;
+}
+
 bool Replay::run() {
     if (!find_changes() || !find_base()) return false;
     tell_changes();
     TreePtr tree = update_base();
     if (!tree) tree = rebuild();
-    if (!tree) return tell(commit_, kUnmerged);
+    if (!tree || !is_up_to_date(tree.get())) return tell(commit_, kUnmerged);
     const git_commit *made = made_->handle.get();
     const CommitPtr replayed(zCommitCreate(zBranchMerge(commit_.upstream.get()),
                                            to_wide(git_commit_author(made)->name).c_str(),

@@ -261,6 +261,38 @@ TEST_F(CommitTest, WhatCannotGoBackIsLeftToRecovery) {
     EXPECT_EQ(server_at("plan") + copy.status(), "second");
 }
 
+// What the update leaves, since a program has the file open, is newer than what the commit goes out
+// from.
+TEST_F(CommitTest, WhatTheUpdateLeftIsNotOverwritten) {
+    other("place", "a file"), other("kept", "k");
+    ASSERT_OK(copy.update());
+    other("plan", "theirs"), other_removes("place"), other("place/x", "below");
+    copy.put("notes/a", "mine");
+    {
+        std::ofstream plan(copy.place / "plan", std::ios::app),
+            place(copy.place / "place", std::ios::app);
+        copy.host.at_line = [&] { // it saves
+            if (copy.host.lines.back() != text(u"action.sSkipped") + " plan") return;
+            plan << ", and more" << std::flush;
+            fs::remove(copy.place / "place");
+        };
+        const std::string theirs = tip();
+        EXPECT_FALSE(copy.commit());
+        EXPECT_EQ(copy.at("plan"), "first, and more");
+        EXPECT_TRUE(copy.host.told_of(u"action.sFailed", "plan"));
+        EXPECT_FALSE(copy.host.told_of(u"action.sFailed", "notes/a"));
+        EXPECT_EQ(copy.host.errors(), text(u"odb.eFailedToMergeLocalChanages") + "|");
+        EXPECT_EQ(tip(), theirs);
+        ASSERT_OK(copy.commit({u"notes", u"place"}));
+        EXPECT_EQ(server("ls-tree -r --name-only HEAD"), "kept\nnotes/a\nnotes/b\nplace/x\nplan\n");
+        EXPECT_EQ(server_at("plan") + server_at("notes/a"), "theirsmine");
+    }
+    copy.host.at_line = {};
+    EXPECT_FALSE(copy.commit());
+    EXPECT_EQ(copy.host.errors(), text(u"odb.eNeedResolveConflicts") + "|");
+    EXPECT_EQ(copy.status(), "UU plan");
+}
+
 TEST_F(CommitTest, ANameGetsAnotherCase) {
     copy.git("mv plan Plan");
     ASSERT_OK(copy.commit());

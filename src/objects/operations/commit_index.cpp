@@ -284,8 +284,9 @@ TreePtr PartialCommit::update_head() {
     auto changes = updates();
     std::erase_if(changes, [&](const git_tree_update &change) { // staged, then deleted
         git::Entry entry;
-        return change.action == GIT_TREE_UPDATE_REMOVE &&
-               git_tree_entry_bypath(out(entry), head_->handle.get(), change.path) < 0;
+        if (change.action != GIT_TREE_UPDATE_REMOVE) return false;
+        const int code = git_tree_entry_bypath(out(entry), head_->handle.get(), change.path);
+        return code < 0 || git_tree_entry_type(entry.get()) == GIT_OBJECT_TREE; // of its name
     });
     git_oid id;
     StrictOff off;
