@@ -28,8 +28,8 @@ ZEV_API void zRemoteFree(Remote *remote);
 ZEV_API const zwchar *zRemoteUrl(const Remote *remote);
 ZEV_API const zwchar *zRemoteName(const Remote *remote);
 
-// Milliseconds of silence before a request is given up, 30,000 at first; a connection keeps those
-// with which it was made.
+// Milliseconds of silence before a request is given up, 30,000 at first; another value holds from
+// the next request on, which opens a new connection.
 ZEV_API uint64_t zRemoteTimeout(const Remote *remote);
 ZEV_API bool zRemoteSetTimeout(Remote *remote, uint64_t milliseconds);
 

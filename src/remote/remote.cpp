@@ -166,6 +166,9 @@ bool zRemoteSetTimeout(Remote *remote, uint64_t milliseconds) {
 
 HttpRequest *zRemoteConnect(Remote *remote, const Notify *notify) {
     if (!remote) return fail_args();
+    // A connection keeps the timeout that it was opened with.
+    if (remote->request && zHttpRequestTimeout(remote->request.get()) != remote->timeout)
+        remote->request.reset();
     if (!remote->request) remote->request.reset(zHttpRequestNew(remote->url.get()));
     HttpRequest *request = remote->request.get();
     const bool ready = request && zHttpRequestReset(request) &&

@@ -121,6 +121,14 @@ TEST_F(Sessions, TellWhatWentWrong) {
     EXPECT_TRUE(zRemoteUsrbrk(remote.get()));
     EXPECT_EQ(told.each(), "");
     EXPECT_OK(zRemoteVerifyRepo(remote.get(), &told)) << "and the next one works";
+    // Another timeout holds from the next request on, on a session that has a connection.
+    zRemoteSetTimeout(remote.get(), 40000), zRemoteDisconnect(remote.get());
+    ASSERT_OK(zRemoteVerifyRepo(remote.get(), &told));
+    zRemoteSetTimeout(remote.get(), 100);
+    relay.give(Relay::kSilence);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(zRemoteVerifyRepo(remote.get(), &told));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
 }
 
 // What the server says of paths stays in the copy, and cuts trees down to what their reader may
