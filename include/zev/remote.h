@@ -108,10 +108,11 @@ ZEV_API bool zRemoteUpdate(Remote *remote, CheckSpec *spec);
 // on failure; nothing goes back then, what was fetched is as good as ever.
 ZEV_API DiffList *zRemoteListUpdates(Remote *remote, PathSpec *paths, bool refresh);
 
-// Brings the copy up to date, commits what the spec selects (null for what is staged), as
-// zIndexCommit, and sends it; the server makes a commit of its own. True also when the update has
-// brought in all that was to be committed, which is told. Without changes: class 3, and nothing is
-// asked. Conflicts, and a break in the update, are the end of it.
+// Brings the copy up to date, commits what the spec selects (null for what is staged, as is one
+// with Z_SPEC_INDEX_ONLY and no patterns, whose notify is told), as zIndexCommit, and sends it; the
+// server makes a commit of its own. True also when the update has brought in all that was to be
+// committed, which is told. Without changes: class 3, and nothing is asked. Conflicts, and a break
+// in the update, are the end of it.
 ZEV_API bool zRemoteCommit(Remote *remote, PathSpec *paths, const zwchar *author,
                            const zwchar *message);
 

@@ -66,6 +66,7 @@ bool select(CommitContext &commit) {
     constexpr uint32_t kLeftOut = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_TYPECHANGE | Z_SPEC_NO_RENAMED;
     commit.spec.reset(zCheckSpecNew());
     if (!commit.spec || (commit.paths && !zCheckSpecSetPaths(commit.spec.get(), commit.paths)) ||
+        !zCheckSpecSetNotify(commit.spec.get(), commit.notify()) ||
         !zPathSpecSetOn(zCheckSpecPaths(commit.spec.get()), kLeftOut))
         return tell(commit, u"odb.eUnableToResolvePathspec");
     return true;
@@ -342,6 +343,7 @@ bool zRemoteCommit(Remote *remote, PathSpec *paths, const zwchar *author,
                    const zwchar *message) try {
     if (!remote || !author || !message) return fail_args();
     const Notify *notify = paths ? paths->notify : nullptr;
+    if (zPathSpecIsOn(paths, Z_SPEC_INDEX_ONLY) && !zPathSpecCount(paths)) paths = nullptr;
     CommitContext commit{remote->owner, paths, {remote, nullptr, author, message, notify}};
     notify_start(notify, u"action.sCommit");
     const bool sent = run(commit);
