@@ -10,7 +10,9 @@ namespace host {
 
 namespace {
 
-std::string default_author() {
+std::string default_author(const std::string &user) {
+    const char *own = getenv("ZEV_AUTHOR");
+    if (!user.empty() && !(own && *own)) return user;
     for (const char *name : {"ZEV_AUTHOR", "LOGNAME", "USER"})
         if (const char *value = getenv(name); value && *value) return value;
     if (const passwd *user = getpwuid(geteuid())) return user->pw_name;
@@ -19,8 +21,8 @@ std::string default_author() {
 
 } // namespace
 
-std::string author_of(const std::string &given) {
-    return clean(given.empty() ? default_author() : given);
+std::string author_of(const std::string &given, const std::string &user) {
+    return clean(given.empty() ? default_author(user) : given);
 }
 
 } // namespace host

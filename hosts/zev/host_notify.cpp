@@ -160,7 +160,7 @@ HostNotify::HostNotify(Output &output, Answers answers)
     cancel = [](const Notify *table, const zwchar *text) { of(table).on_end("cancelled", text); };
     abort = [](const Notify *table, const zwchar *text) { of(table).on_end("aborted", text); };
     warning = [](const Notify *table, const zwchar *text) { of(table).output_.warn(narrow(text)); };
-    error = warning;
+    error = [](const Notify *table, const zwchar *text) { of(table).output_.reason(narrow(text)); };
     info = [](const Notify *table, const zwchar *text) {
         Output &out = of(table).output_;
         out.line(narrow(text));
@@ -170,7 +170,9 @@ HostNotify::HostNotify(Output &output, Answers answers)
         of(table).on_action(word, text);
     };
     progress = [](const Notify *table, const zwchar *text) {
-        of(table).output_.progress(narrow(text));
+        const HostNotify &self = of(table);
+        if (self.output_.progress_due())
+            self.output_.progress(narrow(text) + (self.tail_ ? self.tail_() : ""));
     };
     usrbrk = [](const Notify *table) { return broken() || of(table).output_.unread(); };
     dialog = [](const Notify *table, const TaskDialog *question) {
@@ -182,11 +184,17 @@ const HostNotify &HostNotify::of(const Notify *table) {
     return *static_cast<const HostNotify *>(table);
 }
 
+// That contents are being fetched is no action on a file.
 void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
+    if (zStrsameW(word, zI18nTextLookup(zI18nCurrentLang(), u"action.sFetchingContent")))
+        return output_.progress(narrow(word) + " ...");
     const auto *known = find_action(word);
     const std::string name = known ? known->name : narrow(word), path = shown_path(text);
     const bool failed = name == "failed"; // its text is a message
-    ++(failed ? outcome_.failed : name == "skipped" ? outcome_.skipped : outcome_.done);
+    ++(failed                   ? outcome_.failed
+       : name == "skipped"      ? outcome_.skipped
+       : name == "unauthorized" ? outcome_.unauthorized
+                                : outcome_.done);
     if (output_.json())
         return output_.record(
             Record("action").set(u"action", name).set(failed ? u"message" : u"path", path));

@@ -4,6 +4,7 @@
 
 #include "output.hpp"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct Outcome {
     uint64_t done = 0; // files that were handled
     uint64_t failed = 0;
     uint64_t skipped = 0;
+    uint64_t unauthorized = 0; // that the server would not have changed
     bool aborted = false;
     bool unanswered = false; // a question that nobody could answer
 };
@@ -38,6 +40,9 @@ class HostNotify : public Notify {
     const Outcome &outcome() const { return outcome_; }
     void forget() const { outcome_ = {}; }
 
+    // What stands behind each text of progress; null for nothing. It must not throw.
+    void set_progress_tail(std::function<std::string()> tail) const { tail_ = std::move(tail); }
+
   private:
     static const HostNotify &of(const Notify *table);
     void on_action(const zwchar *word, const zwchar *text) const;
@@ -48,6 +53,7 @@ class HostNotify : public Notify {
     Output &output_;
     Answers answers_;
     mutable Outcome outcome_;
+    mutable std::function<std::string()> tail_;
     mutable std::string last_question_; // and how often it came in a row
     mutable unsigned repeats_ = 0;
 };

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <unistd.h>
+#include <utility>
 
 namespace host {
 
@@ -131,6 +132,7 @@ void Output::page() {
 
 void Output::line(const std::string &text) {
     if (json_) return;
+    say_reason();
     clear_progress();
     put_line(stdout, printable(text, colour_));
     unread_ = pager_.running() && ferror(stdout);
@@ -144,8 +146,19 @@ void Output::record(const Record &record) {
 
 void Output::warn(const std::string &text) {
     if (json_) return record(Record("warning").set(u"message", text));
+    say_reason();
     clear_progress();
     put_line(stderr, (colour_errors_ ? "\033[33mwarning:\033[0m " : "warning: ") + clean(text));
+}
+
+void Output::reason(const std::string &text) {
+    if (json_) return warn(text);
+    say_reason();
+    reason_ = text;
+}
+
+void Output::say_reason() {
+    if (!reason_.empty()) warn(std::exchange(reason_, {}));
 }
 
 void Output::fail(const Failed &failed, int exit_code) {
@@ -155,19 +168,24 @@ void Output::fail(const Failed &failed, int exit_code) {
                           .set(u"code", failed.code)
                           .set(u"exit", exit_code)
                           .set(u"message", failed.what()));
+    if (std::string_view(failed.what()).find(reason_) != std::string_view::npos) reason_.clear();
+    say_reason();
     clear_progress();
     fflush(stdout);
     put_line(stderr, (colour_errors_ ? "\033[31mzev:\033[0m " : "zev: ") + clean(failed.what()));
 }
 
 void Output::progress(const std::string &text) {
-    auto now = std::chrono::steady_clock::now();
-    if (!terminal_ || now - progress_time_ < kProgressInterval) return;
-    progress_time_ = now;
+    if (!progress_due()) return;
+    progress_time_ = std::chrono::steady_clock::now();
     progress_shown_ = true;
     fflush(stdout);
     fprintf(stderr, "\r\033[K%s", clean(text).c_str());
     fflush(stderr);
+}
+
+bool Output::progress_due() const {
+    return terminal_ && std::chrono::steady_clock::now() - progress_time_ >= kProgressInterval;
 }
 
 void Output::clear_progress() {
@@ -178,6 +196,7 @@ void Output::clear_progress() {
 }
 
 bool Output::finish() {
+    say_reason();
     clear_progress();
     if (pager_.running()) return pager_.finish(), true;
     return fflush(stdout) == 0 && !ferror(stdout);

@@ -65,22 +65,30 @@ class Output {
     void line(const std::string &text); // text mode: stdout
     void record(const Record &record);  // JSON mode: stdout
     void warn(const std::string &text); // either mode
+    // Why an operation fails. In text it is said once: by `fail` where that is the end of it, else
+    // as a warning in front of the next line.
+    void reason(const std::string &text);
     void fail(const Failed &failed, int exit_code);
 
-    // A line on the terminal that the next one replaces; at most ten a second, else nothing.
+    // A line on the terminal that the next one replaces; at most ten a second, else nothing. It
+    // would be shown now, if it takes some work to make one.
     void progress(const std::string &text);
+    bool progress_due() const;
     void clear_progress();
 
     // Waits for the pager. False when stdout took less than it was given.
     bool finish();
 
   private:
+    void say_reason();
+
     bool json_ = false;
     bool colour_ = false;
     bool colour_errors_ = false;
     bool terminal_ = false; // stderr is one
     bool progress_shown_ = false;
     bool unread_ = false;
+    std::string reason_; // not said yet
     Pager pager_;
     std::chrono::steady_clock::time_point progress_time_{};
 };

@@ -4,7 +4,8 @@
 #include "foreign_rows.hpp"
 #include "index_change.hpp"
 #include "merge_state.hpp"
-#include "show.hpp"
+#include "remote_copy.hpp"
+#include "sending.hpp"
 
 namespace host {
 
@@ -17,11 +18,14 @@ struct Options {
 };
 
 void declare(CLI::App &verb, Options &options) {
+    verb.alias("ci");
     verb.description("Keep a state of the files for good");
-    verb.footer("Without paths the commit holds what was added; with paths it holds these as they\n"
-                "stand, whatever else was added.\n"
-                "Examples:\n  zev commit -m \"First plan\"\n"
-                "  zev commit -m \"Moved a door\" --author Ada plan.dwx");
+    verb.footer(
+        "Without paths the commit holds what was added; with paths it holds these as they\n"
+        "stand, whatever else was added. In a copy of a server's project what is new there\n"
+        "comes in first, and the commit is sent; nothing is kept of one that fails.\n"
+        "Examples:\n  zev commit -m \"First plan\"\n"
+        "  zev commit -m \"Moved a door\" --author Ada plan.dwx");
     verb.add_option("-m,--message", options.message, "What was done")->required();
     verb.add_option("--author", options.author, "Who did it; else $ZEV_AUTHOR, else you");
     verb.add_option("paths", options.paths, "Only these files");
@@ -35,15 +39,6 @@ void require_changes(const WorkingCopy &copy, Index *index) {
                           ? zOidIsEqual(zTreeId(tree.get()), zCommitTreeId(copy.head().get()))
                           : zTreeEntryCount(tree.get()) == 0;
     if (same) throw Failed(kNotFound, "nothing to commit; \"zev add\" files or name them");
-}
-
-// The keep-files of named directories are part of them.
-void keep_named(const WorkingCopy &copy, Index *index, const Paths &paths) {
-    for (const std::string &path : paths) {
-        std::string below = copy.relative(path);
-        if (!below.empty() && std::filesystem::is_directory(copy.absolute(below)))
-            check(zIndexFixupGitkeep(index, wide(below).c_str()));
-    }
 }
 
 // Under the index's lock. Null where another program came in between.
@@ -68,45 +63,39 @@ OwnedCommit commit(Host &host, const WorkingCopy &copy, Index *index, const Path
     return made;
 }
 
+int commit_here(Host &host, const WorkingCopy &copy, const Paths &paths, PathSpec *spec,
+                const std::string &author, std::string message) {
+    OwnedCommit made;
+    bool has_conflicts = false;
+    const auto attempt = [&](bool) {
+        const OwnedIndex index = copy.lock_index();
+        has_conflicts = zIndexHasConflicts(index.get());
+        if (!has_conflicts) made = commit(host, copy, index.get(), paths, spec, author, message);
+        return has_conflicts || made;
+    };
+    repeat_overtaken(attempt, [] {});
+    return has_conflicts ? fail_conflicts(host) : tell_commit(host, made.get(), author, message);
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
-    std::string message = clean(options.message);
+    const std::string message = clean(options.message);
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
         throw Failed(kInvalid, "the message is empty; say what was done");
-    std::string author = author_of(options.author);
     OwnedSpec spec;
     if (!options.paths.empty()) {
         const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
         fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
         spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
     }
-    OwnedCommit made;
-    bool has_conflicts = false;
-    const auto attempt = [&](bool) {
-        const OwnedIndex index = copy.lock_index();
-        has_conflicts = zIndexHasConflicts(index.get());
-        if (!has_conflicts)
-            made = commit(host, copy, index.get(), options.paths, spec.get(), author, message);
-        return has_conflicts || made;
-    };
-    repeat_overtaken(attempt, [] {});
-    if (has_conflicts) {
-        const char *what = "conflicts remain; \"zev conflicts\" lists them";
-        host.out.fail(Failed(kOther, what), kConflicts);
-        return kConflicts;
-    }
-    std::string id = hex(zCommitId(made.get()));
-    host.out.line(host.out.paint(Colour::yellow, id.substr(0, 8)) + " " + first_line(message));
-    host.out.record(Record("commit")
-                        .set(u"id", id)
-                        .set(u"tree", zCommitTreeId(made.get()))
-                        .set(u"author", author)
-                        .set(u"message", message));
-    return kDone;
+    if (!origin_of(copy).empty())
+        return send_commit(host, copy, options.paths, std::move(spec), options.author, message);
+    return commit_here(host, copy, options.paths, spec.get(), author_of(options.author), message);
 }
 
 } // namespace
 
-extern const Verb kCommitVerb{"commit", Group::work, Nature::changes, bind<Options, declare, run>};
+extern const Verb kCommitVerb{"commit", Group::work, Nature::displaces,
+                              bind<Options, declare, run>};
 
 } // namespace host

@@ -18,6 +18,7 @@ struct Options {
 };
 
 void declare(CLI::App &verb, Options &options) {
+    verb.alias("st");
     verb.description("Show what differs from the last commit");
     verb.footer(
         "+ marks what the next commit holds, ! what was changed again since. With --short one\n"

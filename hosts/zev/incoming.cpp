@@ -1,0 +1,79 @@
+// The library's result alone doesn't tell what was left out, nor that the user broke off while
+// files came in: what it told by the way does.
+#include "incoming.hpp"
+
+#include "front.hpp"
+#include "refs.hpp"
+#include "show.hpp"
+#include "transfer.hpp"
+
+namespace host {
+
+namespace {
+
+std::optional<Oid> head_tree(const WorkingCopy &copy) {
+    if (!copy.born()) return {};
+    return *zCommitTreeId(copy.head().get());
+}
+
+struct Result {
+    const char *name;
+    uint64_t files, missed;
+    Stock came;
+    OwnedCommit commit; // the server's, null where it has none
+};
+
+std::string sentence(const Result &result) {
+    const std::string id = short_id(zCommitId(result.commit.get()));
+    if (!result.files && !result.missed) return "up to date at " + id;
+    std::string text = "updated to " + id + ": " + grouped(result.files) +
+                       (result.files == 1 ? " file" : " files");
+    return result.came.objects ? text + "; " + stock_text(result.came) + " came" : text;
+}
+
+void tell(Host &host, const Result &result, const Reception &reception) {
+    if (result.commit) host.out.line(sentence(result)); // else the library has told it
+    Record record("update");
+    record.set(u"result", result.name).set(u"files", result.files);
+    record.set(u"objects", result.came.objects).set(u"bytes", result.came.bytes);
+    record.set(u"resumed", reception.is_resumed());
+    if (result.commit) record.set(u"commit", zCommitId(result.commit.get()));
+    if (result.missed) record.set(u"left", result.missed);
+    host.out.record(record);
+}
+
+} // namespace
+
+int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, Reception &reception) {
+    const Outcome outcome = host.notify->outcome();
+    const bool conflicts = has_conflicts(copy);
+    const std::optional<Oid> after = head_tree(copy);
+    const bool moved = after && !(before && zOidIsEqual(before, &*after));
+    const uint64_t missed = outcome.failed + outcome.skipped;
+    Result result{"nothing", outcome.done, missed, reception.stock(), server_commit(copy)};
+    if (outcome.done || moved) result.name = "updated";
+    if (conflicts) result.name = "conflicts";
+    if (missed || broken() || outcome.aborted) result.name = "incomplete";
+    tell(host, result, reception);
+    if (broken() || outcome.aborted)
+        throw Failed(kCanceled, "cancelled; what came in stays, and \"zev update\" goes on");
+    reception.finish();
+    if (missed)
+        throw Failed(kOther, std::to_string(missed) + (missed == 1 ? " file was" : " files were") +
+                                 " left out; close what uses them, and update again");
+    return conflicts ? tell_conflicts(host) : kDone;
+}
+
+int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid *target,
+                const PathSpec *paths) {
+    const OwnedRemote remote = open_remote(copy);
+    const Owned<CheckSpec, zCheckSpecFree> spec(check(zCheckSpecByid(target, paths)));
+    check(zCheckSpecSetNotify(spec.get(), host.notify));
+    const std::optional<Oid> before = head_tree(copy);
+    Reception reception(host, own_directory(copy), verb, copy.born());
+    host.notify->forget();
+    if (!zRemoteUpdate(remote.get(), spec.get())) fail_remote(host, origin_of(copy));
+    return tell_update(host, copy, before ? &*before : nullptr, reception);
+}
+
+} // namespace host

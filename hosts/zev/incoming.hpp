@@ -1,0 +1,17 @@
+// Incoming: an update as "get" and "update" make it, from its first word to its last.
+#pragma once
+
+#include "reception.hpp"
+
+namespace host {
+
+// Brings the copy to the server's newest state, or to a target (null for none), of what the paths
+// select (null for all). Gives the exit code.
+int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid *target,
+                const PathSpec *paths);
+
+// The end of it, also where another call has brought it: `before` is the tree that HEAD had, null
+// for none. Gives the exit code.
+int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, Reception &reception);
+
+} // namespace host

@@ -1,0 +1,101 @@
+// What the library's "true" doesn't tell is whether there was anything left to send after the
+// update: then the branch has no commit with the user's words.
+#include "sending.hpp"
+
+#include "author.hpp"
+#include "front.hpp"
+#include "index_change.hpp"
+#include "merge_state.hpp"
+#include "reception.hpp"
+#include "refs.hpp"
+#include "show.hpp"
+#include "transfer.hpp"
+
+namespace host {
+
+int tell_commit(Host &host, const Commit *made, const std::string &author,
+                const std::string &message) {
+    const std::string id = hex(zCommitId(made));
+    host.out.line(host.out.paint(Colour::yellow, id.substr(0, 8)) + " " + first_line(message));
+    host.out.record(Record("commit")
+                        .set(u"id", id)
+                        .set(u"tree", zCommitTreeId(made))
+                        .set(u"author", author)
+                        .set(u"message", message));
+    return kDone;
+}
+
+int fail_conflicts(Host &host) {
+    host.out.fail(Failed(kOther, "conflicts remain; \"zev conflicts\" lists them"), kConflicts);
+    return kConflicts;
+}
+
+void keep_named(const WorkingCopy &copy, Index *index, const Paths &paths) {
+    for (const std::string &path : paths) {
+        std::string below = copy.relative(path);
+        if (!below.empty() && std::filesystem::is_directory(copy.absolute(below)))
+            check(zIndexFixupGitkeep(index, wide(below).c_str()));
+    }
+}
+
+namespace {
+
+// Of what was added, with somebody who is told.
+OwnedSpec staged(const Host &host) {
+    OwnedSpec spec(check(zPathSpecNew(nullptr, Z_SPEC_INDEX_ONLY)));
+    check(zPathSpecSetNotify(spec.get(), host.notify));
+    return spec;
+}
+
+std::optional<Oid> head_of(const WorkingCopy &copy) {
+    if (!copy.born()) return {};
+    return *zCommitId(copy.head().get());
+}
+
+bool is_made(const WorkingCopy &copy, const std::optional<Oid> &before,
+             const std::string &message) {
+    const std::optional<Oid> now = head_of(copy);
+    if (!now || (before && zOidIsEqual(&*before, &*now))) return false;
+    return narrow(zCommitMessage(copy.head().get())) == message;
+}
+
+bool refused(const Host &host) { return host.notify->outcome().unauthorized > 0; }
+
+[[noreturn]] void fail_commit(const Host &host, const std::string &url) {
+    constexpr int kNothing = 2; // the number of what isn't there
+    if (zErrorClass() == kNotFound && zErrorCode() == kNothing)
+        throw Failed(kNotFound, "nothing to commit; \"zev add\" files or name them");
+    if (!broken() && refused(host))
+        throw Failed(kNetwork, 401, "the server refused; you have no right to change these files");
+    if (broken()) throw Failed(kCanceled, "cancelled; nothing was committed");
+    fail_remote(host, url);
+}
+
+} // namespace
+
+int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSpec spec,
+                const std::string &given, const std::string &message) {
+    const std::string url = origin_of(copy), author = author_of(given, log_on(url));
+    const bool named = spec != nullptr;
+    const OwnedRemote remote = open_remote(copy);
+    if (named) change_index(copy, [&](Index *index, bool) { keep_named(copy, index, paths); });
+    if (!named) spec = staged(host);
+    const bool merging = !named && unsettled_merge(copy);
+    const std::optional<Oid> before = head_of(copy);
+    Reception reception(host, own_directory(copy), "commit", copy.born());
+    host.notify->forget();
+    if (!zRemoteCommit(remote.get(), spec.get(), wide(author).c_str(), wide(message).c_str())) {
+        if (!broken() && has_conflicts(copy)) return fail_conflicts(host);
+        fail_commit(host, url);
+    }
+    reception.finish();
+    if (merging) finish_merge(copy);
+    const OwnedCommit made = server_commit(copy);
+    if (made && is_made(copy, before, message))
+        return tell_commit(host, made.get(), author, message);
+    host.out.line("nothing was left to send: the server has these changes already");
+    host.out.record(Record("info").set(u"message", "nothing was left to send"));
+    return kDone;
+}
+
+} // namespace host

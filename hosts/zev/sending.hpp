@@ -1,0 +1,23 @@
+// Sending: a commit, as both roads end it, and the road over a server.
+#pragma once
+
+#include "verb.hpp"
+
+#include <string>
+
+namespace host {
+
+// The end of a commit that was made. Both give the exit code.
+int tell_commit(Host &host, const Commit *made, const std::string &author,
+                const std::string &message);
+int fail_conflicts(Host &host); // that stand in its way
+
+// The keep-files of named directories are part of them.
+void keep_named(const WorkingCopy &copy, Index *index, const Paths &paths);
+
+// Brings the copy up to date, commits what the paths and their spec select, or for none what was
+// added, and sends it. An empty author is the user at the server. Gives the exit code.
+int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSpec spec,
+                const std::string &author, const std::string &message);
+
+} // namespace host

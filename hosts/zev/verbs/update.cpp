@@ -1,0 +1,100 @@
+// update: what the others have sent comes into the working copy.
+
+#include "forecast.hpp"
+#include "incoming.hpp"
+#include "verb.hpp"
+
+namespace host {
+
+namespace {
+
+struct Options {
+    Paths paths; // none: everything
+    std::string revision;
+    bool dry = false;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.alias("up");
+    verb.description("Bring in what is new on the server");
+    verb.footer(
+        "Your own changes stay. Where both sides changed a file it becomes a conflict, which\n"
+        "\"zev conflicts\" shows and \"zev resolve\" settles. A later update without --to comes\n"
+        "back to the newest state. When the line breaks the next one goes on from what has come.\n"
+        "A revision is one of the server: a commit's first digits, HEAD, a branch, ~N behind it.\n"
+        "Examples:\n  zev update\n  zev update plans --dry-run\n  zev update --to HEAD~2");
+    verb.add_option("paths", options.paths, "Only these files");
+    verb.add_option("--to", options.revision, "To this commit of the server")->type_name("REV");
+    verb.add_flag("--dry-run", options.dry, "Only show what would come; nothing changes");
+}
+
+// As an update selects it.
+OwnedSpec selection(const Host &host, const WorkingCopy &copy, const Paths &paths) {
+    return copy.spec(paths, 0, host.notify);
+}
+
+// Without the files that the user may not read.
+Entries readable(const WorkingCopy &copy, const DiffList *list) {
+    const Owned<Authdb, zAuthdbFree> rules(check(zAuthdbOpen(copy.repository())));
+    Entries entries = entries_of(list);
+    std::erase_if(entries, [&](const DiffEntry *entry) {
+        return !zAuthdbEntryReadable(rules.get(), zDiffEntryNewPath(entry));
+    });
+    return entries;
+}
+
+// What differs between the branch and a commit of the server, of which the trees come here.
+OwnedDiff compare(const Host &host, const WorkingCopy &copy, Remote *remote, const Commit *commit,
+                  PathSpec *spec) {
+    check(zRemoteDownloadMatches(remote, zCommitTreeId(commit), Z_OBJECT_TREE, spec));
+    const OwnedTree theirs(check(zCommitTree(commit)));
+    OwnedTree ours;
+    if (copy.born()) ours.reset(check(zCommitTree(copy.head().get())));
+    OwnedDiff list(check(zDiffTreeToTree(ours.get(), theirs.get(), spec, nullptr)));
+    stop_on_break(host.notify);
+    return list;
+}
+
+int foresee(Host &host, const WorkingCopy &copy, const Options &options) {
+    const OwnedRemote remote = open_remote(copy);
+    check(zRemoteVerifyRepo(remote.get(), host.notify));
+    const std::string wanted = options.revision.empty() ? "HEAD" : options.revision;
+    std::optional<Oid> id = ask_head(host, remote.get(), followed_branch(copy));
+    if (id) id = server_revision(host, copy, remote.get(), wanted);
+    if (!id) return host.out.line("the server's project is empty so far"), kDone;
+    check(zRemoteDownloadNested(remote.get(), &*id, Z_OBJECT_COMMIT, host.notify));
+    const OwnedCommit commit(check(zCommitByid(copy.repository(), &*id)));
+    const OwnedSpec spec = selection(host, copy, options.paths);
+    const OwnedDiff list = compare(host, copy, remote.get(), commit.get(), spec.get());
+    Forecast forecast;
+    forecast.here = changed_here(copy);
+    const Entries entries = readable(copy, list.get());
+    forecast.print(host, entries);
+    const uint64_t count = entries.size();
+    host.out.line(count ? grouped(count) + (count == 1 ? " file" : " files") +
+                              " would come; nothing was changed"
+                        : "nothing would come");
+    host.out.record(Record("summary").set(u"updates", count));
+    return kDone;
+}
+
+int run(Host &host, const Options &options) try {
+    const WorkingCopy copy;
+    if (options.dry) return foresee(host, copy, options);
+    std::optional<Oid> target;
+    if (!options.revision.empty())
+        target = server_revision(host, copy, open_remote(copy).get(), options.revision);
+    OwnedSpec spec;
+    if (!options.paths.empty()) spec = selection(host, copy, options.paths);
+    return take_update(host, copy, "update", target ? &*target : nullptr, spec.get());
+} catch (const Failed &) {
+    stop_on_break(host.notify);
+    throw;
+}
+
+} // namespace
+
+extern const Verb kUpdateVerb{"update", Group::server, Nature::displaces,
+                              bind<Options, declare, run>};
+
+} // namespace host
