@@ -61,27 +61,24 @@ bool is_shut_out(const Call &call, const zwchar *login) {
     return throttle.is_shut_out({zStrsafeW(login), address_of(call)});
 }
 
-// Asks the module, with power: who lacks that alone has proven who he is.
-HttpResponse *prove(Call &call) {
+// A valid login, with power where that is asked for; the module is asked for each once a request.
+HttpResponse *need_login(Call &call, bool power = false) {
+    if (power ? call.power == true : call.is_proven) return nullptr;
     const AuthTable *auth = zHttpServerAuth(call.server);
     if (!auth) return refuse(call, 500, u"admin.ePermissionDenied", zErrorDetail());
     const zwchar *user = zHttpRequestUser(call.request);
     const zwchar *password = zHttpRequestPassword(call.request);
     if (!user || !password) return refuse(call, 401);
     if (is_shut_out(call, user)) return refuse(call, 429);
-    call.proof = auth->CheckUser(user, password, true);
-    count_attempt(call, user, *call.proof);
-    return nullptr;
-}
-
-// A valid login, with power where that is asked for.
-HttpResponse *need_login(Call &call, bool power = false) {
-    if (HttpResponse *refusal = call.proof ? nullptr : prove(call)) return refusal;
-    switch (*call.proof) {
+    const int32_t status = auth->CheckUser(user, password, power);
+    count_attempt(call, user, status);
+    switch (status) {
     case Z_AUTH_DONE:
+        call.is_proven = true;
+        if (power) call.power = true;
         return nullptr;
     case Z_AUTH_POWER_NEEDED:
-        return power ? forbid(call) : nullptr;
+        return forbid(call);
     case Z_AUTH_STORE_FAILED:
         return refuse(call, 500, u"srv.eInternalError");
     default:

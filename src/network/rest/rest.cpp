@@ -11,6 +11,7 @@
 #include "objects/store/loose_object.hpp"
 #include "rms/privilege.hpp"
 #include "system/os.hpp"
+#include "zev/auth.h"
 #include "zev/error.h"
 #include "zev/oid.h"
 #include "zev/path.h"
@@ -230,11 +231,21 @@ Tree repository_record(Repository *repository) {
 Privileges &rights(Call &call) {
     const AuthTable *auth = zHttpServerAuth(call.server);
     Repository *repository = call.repository.get();
-    if (!call.rights && is_proven(call))
+    if (!call.rights && call.is_proven)
         call.rights =
             std::make_unique<Privileges>(auth, zHttpRequestUser(call.request), repository);
     if (!call.rights) call.rights = std::make_unique<Privileges>(auth, call.request, repository);
     return *call.rights;
+}
+
+bool has_power(Call &call) {
+    const AuthTable *auth = zHttpServerAuth(call.server);
+    const auto ask = [&] {
+        return auth->CheckUser(zHttpRequestUser(call.request), zHttpRequestPassword(call.request),
+                               true) == Z_AUTH_DONE;
+    };
+    if (!call.power) call.power = call.is_proven && ask();
+    return *call.power;
 }
 
 } // namespace zev::rest

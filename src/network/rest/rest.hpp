@@ -10,7 +10,6 @@
 #include "common/oid.hpp"
 #include "network/http/body.hpp"
 #include "network/rest/kept_projects.hpp"
-#include "zev/auth.h"
 #include "zev/http_request.h"
 #include "zev/http_response.h"
 #include "zev/http_server.h"
@@ -53,16 +52,11 @@ struct Call {
     RepositoryPtr repository;           // the gate's
     std::unique_ptr<Privileges> rights; // the caller's in it, once they were asked for
     std::unique_ptr<Intake> intake;     // of the body, which the request then has not
-    // What the authentication module said of the caller's password, and of his power: it is asked
-    // at most once a request. None where nobody had to know.
-    std::optional<int32_t> proof{};
+    // What the authentication module said of the caller's password, and of his power if it was
+    // asked: it hashes, so each is asked once a request.
+    bool is_proven = false;
+    std::optional<bool> power{};
 };
-
-// Whether the module has vouched for the caller, and for his power.
-inline bool is_proven(const Call &call) {
-    return call.proof == Z_AUTH_DONE || call.proof == Z_AUTH_POWER_NEEDED;
-}
-inline bool has_power(const Call &call) { return call.proof == Z_AUTH_DONE; }
 
 // A capture of the route (":base", ":owner", ":name", ":other") or a parameter of the query; null
 // where it is absent.
@@ -122,5 +116,7 @@ Tree repository_record(Repository *repository);
 
 // ---- Rights. The caller's in the open project, asked for once a request.
 Privileges &rights(Call &call);
+// Whether the caller, who has proven who he is, has power.
+bool has_power(Call &call);
 
 } // namespace zev::rest
