@@ -127,6 +127,31 @@ TEST_F(Commits, NeverTakeAnothersBack) {
     EXPECT_EQ(service.git("ann/plant", "log -1 --format=%s master"), "other\n");
 }
 
+// git holds the lock of a branch for a moment when it packs references. It goes here when the
+// commit syncs for the second time, or never.
+TEST_F(Commits, WaitForALockOfGits) {
+    const std::string branch = "refs/heads/master", made = tree("1");
+    const std::string id = service.post(kCommits, body("a", "m", made, branch)).text("data.id");
+    static const std::string lock = service.at("ann/plant/refs/heads/master.lock");
+    static const auto syncfs = os::calls.syncfs;
+    static int syncs = 0, last = 0;
+    service.have_done([] {
+        os::calls.syncfs = [](int fd) {
+            if (++syncs == last) std::filesystem::remove(lock);
+            return syncfs(fd);
+        };
+    });
+    for (const int code : {200, 500}) {
+        last = code == 200 ? 2 : 0, syncs = 0;
+        test::write(lock, "");
+        const Answer answer = service.post(kCommits, body("a", "n", made, branch, id));
+        EXPECT_EQ(answer.code, code) << answer.message();
+        if (code == 200) service.git("ann/plant", "update-ref refs/heads/master " + id);
+    }
+    std::filesystem::remove(lock);
+    service.have_done([] { os::calls.syncfs = syncfs; });
+}
+
 TEST_F(Commits, AreListedAlongFirstParents) {
     EXPECT_EQ(service.get(kCommits).message().substr(0, 24), "There is no commit 'HEAD");
     std::string parent, ids[4];

@@ -199,7 +199,8 @@ bool is_full_name(const zwchar *text) {
 CommitPtr NewCommit::create() const {
     if (update && !is_full_name(update)) return raise_args(update), CommitPtr();
     const auto before_move = [this] { return !update || look_again() == Tip::stands; };
-    return CommitPtr(commit_create(update, author, message, tree.get(), before_move));
+    return commit_patiently(
+        [&] { return CommitPtr(commit_create(update, author, message, tree.get(), before_move)); });
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "network/rest/repos/content.hpp"
 
 #include "system/os.hpp"
+#include "zev/error.h"
 #include "zev/stream.h"
 
 #include <algorithm>
@@ -47,6 +48,17 @@ Tree with_id(Tree record, const Oid &id) {
 bool sync_project(const Call &call) {
     const zwchar *path = zRepositoryPath(call.repository.get());
     return path && (os::sync_tree(path) || fail_os(errno, path));
+}
+
+CommitPtr commit_patiently(const std::function<CommitPtr()> &create) {
+    constexpr int32_t kLocked = 7;
+    constexpr uint32_t kPause = 20; // milliseconds
+    CommitPtr made = create();
+    for (int n = 0; !made && zErrorClass() == kLocked && n < 5; ++n) {
+        os::sleep(kPause);
+        made = create();
+    }
+    return made;
 }
 
 std::optional<Time> query_date(const Call &call, const zwchar *name) {

@@ -2,8 +2,10 @@
 #pragma once
 
 #include "network/rest/rest.hpp"
+#include "objects/store/object.hpp"
 #include "zev/time.h"
 
+#include <functional>
 #include <optional>
 
 namespace zev::rest {
@@ -29,6 +31,10 @@ Tree with_id(Tree record, const Oid &id);
 
 // All that was written is on the disk when it gives true. The one sync of a request.
 bool sync_project(const Call &call);
+
+// Makes a commit, again where somebody else's git had the branch's lock, which it takes for a
+// moment when it packs references: it would wait as long for ours.
+CommitPtr commit_patiently(const std::function<CommitPtr()> &create);
 
 // The form of a date in queries and answers.
 inline constexpr const zwchar *kDate = u"%Y-%m-%dT%H:%M:%SZ";

@@ -3,6 +3,7 @@
 // another server made in between is not lost.
 //
 // The keep-file is a text of the stream encoding: four bytes of length, then the text.
+#include "network/rest/repos/content.hpp"
 #include "network/rest/rms/rms.hpp"
 
 #include "common/pathname.hpp"
@@ -90,8 +91,10 @@ bool Branch::commit(const zwchar *key) {
         const bool same = tip && now ? zOidIsEqual(&*tip, &*now) : !tip && !now;
         return same ? true : raise_exists(name);
     };
-    const CommitPtr done(commit_create(name.c_str(), author, message, made.get(), is_unmoved));
-    return done != nullptr;
+    return commit_patiently([&] {
+               return CommitPtr(
+                   commit_create(name.c_str(), author, message, made.get(), is_unmoved));
+           }) != nullptr;
 }
 
 // ---- Paths
