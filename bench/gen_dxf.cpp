@@ -2,8 +2,9 @@
 //
 // OBJECTS entities (100,000) of about BYTES each (500), all numbers drawn from SEED (1). With
 // CHANGED, in hundredths of a percent, that share of the entities gets other coordinates, drawn
-// anew for each EDIT (1): the same seed with CHANGED 100 is another version of the same drawing
-// in which one object of a hundred is not the same. Equal arguments give equal bytes everywhere.
+// anew in each of EDIT (1) edits, one on top of the other: the same seed with CHANGED 100 and the
+// next EDIT is the next version of the same drawing, in which one object of a hundred is not the
+// same. Equal arguments give equal bytes everywhere.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -127,8 +128,10 @@ void entity(Writer &out, const Settings &settings, uint64_t place) {
     Random random(settings.seed * 1000003 + place);
     const char *kind = kinds[random.below(5)];
     uint64_t layer = random.below(kLayers);
-    Random edit(settings.seed * 7919 + settings.edit * 104729 + place * 2);
-    if (edit.below(10000) < settings.changed) random = edit;
+    for (uint64_t i = 1; i <= settings.edit; ++i) {
+        Random edit(settings.seed * 7919 + i * 104729 + place * 2);
+        if (edit.below(10000) < settings.changed) random = edit;
+    }
     uint64_t end = out.size() + settings.bytes;
     out.text(0, kind);
     out.handle(5, kFirstEntity + place);
