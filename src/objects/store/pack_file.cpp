@@ -40,6 +40,9 @@ namespace zev {
 namespace {
 
 constexpr uint64_t kStep = 1u << 30; // libgit2 counts what it is given in an int
+// A builder gives two pieces an object; for each piece the indexer makes its file longer and maps
+// the end of it.
+constexpr uint64_t kHeld = 1u << 18;
 constexpr size_t kHeaderBytes = 12, kCountAt = 8;
 enum Type { kOffsetDelta = 6, kIdDelta = 7 };
 
@@ -166,8 +169,9 @@ bool PackFile::open() {
     std::u16string aside = directory_ + u"tmp_pack_" + digits;
     if (!os::make_dir(aside.c_str())) return fail_errno(aside.c_str());
     aside_ = std::move(aside);
-    held_ = os::open_dir(aside_.c_str());
-    if (held_ < 0) return fail_errno(aside_.c_str());
+    place_ = os::open_dir(aside_.c_str());
+    if (place_ < 0) return fail_errno(aside_.c_str());
+    held_.reserve(2 * kHeld); // no piece that libgit2 hands out may fail for want of memory
     int code = git_indexer_new(out(indexer_), to_utf8(aside_).c_str(), 0, nullptr, nullptr);
     aside_ += u'/';
     return code < 0 ? fail_git(code) : true;
@@ -176,10 +180,10 @@ bool PackFile::open() {
 PackFile::~PackFile() {
     indexer_.reset();
     if (!aside_.empty()) {
-        os::place_of(held_, &aside_); // where that can't be told, where it was
+        os::place_of(place_, &aside_); // where that can't be told, where it was
         os::remove_tree(aside_.c_str(), false);
     }
-    if (held_ >= 0) os::close_fd(held_);
+    if (place_ >= 0) os::close_fd(place_);
 }
 
 std::u16string PackFile::path(const char16_t *extension) const {
@@ -187,8 +191,21 @@ std::u16string PackFile::path(const char16_t *extension) const {
 }
 
 bool PackFile::append(const void *bytes, uint64_t size) {
+    if (!few_objects(static_cast<const uint8_t *>(bytes), size)) return refuse("too many objects");
+    if (size < kHeld) held_.append(static_cast<const char *>(bytes), size);
+    if (held_.size() >= kHeld || size >= kHeld)
+        if (!feed_held()) return false;
+    return size < kHeld || feed(bytes, size);
+}
+
+bool PackFile::feed_held() {
+    const bool fed = feed(held_.data(), held_.size());
+    held_.clear();
+    return fed;
+}
+
+bool PackFile::feed(const void *bytes, uint64_t size) {
     const auto *rest = static_cast<const uint8_t *>(bytes);
-    if (!few_objects(rest, size)) return refuse("too many objects");
     for (uint64_t step; size; rest += step, size -= step) {
         step = std::min(size, kStep);
         int code = git_indexer_append(indexer_.get(), rest, step, &progress_);
@@ -210,6 +227,7 @@ bool PackFile::few_objects(const uint8_t *bytes, uint64_t size) {
 
 // What the indexer was given is all in its file, the only one in that directory.
 bool PackFile::check() {
+    if (!feed_held()) return false;
     std::vector<os::Name> names;
     if (!os::read_dir(aside_.c_str(), &names)) return fail_errno(aside_.c_str());
     const auto found = std::ranges::find_if(
@@ -227,6 +245,7 @@ bool PackFile::commit() { return index() && install(); }
 bool PackFile::commit_formed(uint64_t most) { return index() && has_forms(most) && install(); }
 
 bool PackFile::index() {
+    if (!feed_held()) return false;
     int code = git_indexer_commit(indexer_.get(), &progress_);
     if (code < 0) return fail_git(code);
     name_ = to_wide(git_indexer_name(indexer_.get()));
