@@ -10,6 +10,8 @@
 
 #include <zlib.h>
 
+#include <fstream>
+
 using namespace test;
 namespace fs = std::filesystem;
 
@@ -222,6 +224,43 @@ TEST_F(PackTest, OfARefusedOneNothingRemains) {
 // the object that it could not enter.
 extern "C" void __attribute__((weak)) __lsan_disable();
 extern "C" void __attribute__((weak)) __lsan_enable();
+
+// The pack here isn't compressed, so what was copied from it shows its text; an object that stands
+// in it as a delta, and one that is in no pack, are compressed.
+TEST_F(PackTest, WhatAPackHasWholeIsCopied) {
+    std::string text, other_text = "other\n";
+    for (int n = 0; n < 20000; ++n) text += std::to_string(n * 7919) + "\n";
+    const Oid one = blob(text), two = blob(text + "end\n"), small = blob(other_text),
+              none = blob("");
+    const CommitPtr made =
+        commit({{u"a", text}, {u"b", text + "end\n"}, {u"d/c", other_text}, {u"e", ""}});
+    git(place, "-c pack.compression=0 repack -adfq");
+    const std::string shown =
+        git(place, "verify-pack -v '" + place.string() + "'/.git/objects/pack/*.idx");
+    ASSERT_NE(shown.find("chain length = 1"), shown.npos) << shown;
+    const Oid loose = blob("loose\n");
+    PackBuilderPtr named(zPackBuilderNew(repository.get()));
+    for (const Oid *id : {&one, &loose, &two, zCommitId(made.get()), &small, &none, &one})
+        ASSERT_OK(zPackBuilderInsert(named.get(), id));
+    const std::string bytes = walked(named.get());
+    EXPECT_EQ(zPackBuilderWritten(named.get()), 6u);
+    EXPECT_EQ(zPackBuilderCount(named.get()), 6u);
+    EXPECT_NE(bytes.find(other_text), bytes.npos);
+    EXPECT_TRUE(take(bytes, 777));
+    for (const Oid *id : {&one, &loose, &two, zCommitId(made.get()), &small, &none})
+        EXPECT_TRUE(has(id));
+    EXPECT_EQ(walked(named.get()), bytes);
+
+    fs::path file;
+    for (const auto &found : fs::directory_iterator(place / ".git/objects/pack"))
+        if (found.path().extension() == ".pack") file = found.path();
+    std::string pack = read(file);
+    pack[pack.find(other_text)] ^= 1;
+    fs::permissions(file, fs::perms::owner_write, fs::perm_options::add);
+    std::ofstream(file, std::ios::in | std::ios::binary) << pack; // in place: it is mapped
+    const auto ignore = [](const void *, uint64_t, void *) { return 0; };
+    EXPECT_FALSE(zPackBuilderForeach(named.get(), ignore, nullptr)) << "a damaged object went out";
+}
 
 TEST_F(PackTest, ADeltaThatMakesAnObjectTwiceIsRefused) {
     const std::string base = "a base", same = number(6) + number(6) + "\x90\x06";

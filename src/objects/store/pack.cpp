@@ -2,11 +2,14 @@
 
 #include "objects/store/loose_object.hpp"
 #include "objects/store/odb.hpp"
+#include "objects/store/pack_copy.hpp"
 #include "objects/store/pack_file.hpp"
 #include "system/os.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -98,6 +101,7 @@ struct PackBuilder {
     Wide idx, pack;
     std::vector<Wanted> wanted; // as it was inserted
     bool used = false;          // the handle has given out its objects, and never does so again
+    std::optional<uint64_t> copied{}; // objects of the last walk, where it went round the handle
 };
 
 struct PackWriter {
@@ -139,6 +143,7 @@ template <class F> int each_piece(PackBuilder *builder, F take) {
     if (builder->used)
         if (int code = renew(builder); code < 0) return code;
     builder->used = true;
+    builder->copied.reset();
     struct Walk {
         F take;
         int32_t result;
@@ -152,6 +157,21 @@ template <class F> int each_piece(PackBuilder *builder, F take) {
         },
         &walk);
     return walk.result ? walk.result : code;
+}
+
+// Objects that were named one by one, which is what a transfer asks for: libgit2 would compress
+// each of them anew.
+bool is_plain(const PackBuilder &builder) {
+    return std::ranges::all_of(builder.wanted,
+                               [](const Wanted &one) { return one.how == insert_one; });
+}
+
+template <class F> int walk(PackBuilder &builder, F take) {
+    if (!is_plain(builder)) return each_piece(&builder, take);
+    std::vector<git_oid> ids;
+    ids.reserve(builder.wanted.size());
+    for (const Wanted &wanted : builder.wanted) ids.push_back(wanted.id);
+    return copy_pack(builder.owner->handle.get(), std::move(ids), take, builder.copied.emplace());
 }
 
 Failure fail_closed() {
@@ -199,7 +219,7 @@ bool zPackBuilderWrite(PackBuilder *builder, const zwchar *directory) try {
     const auto file = PackFile::begin(directory);
     if (!file) return false;
     bool stored = true;
-    int code = each_piece(builder, [&](const void *bytes, size_t size) {
+    int code = walk(*builder, [&](const void *bytes, size_t size) {
         return (stored = file->append(bytes, size)) ? 0 : GIT_EUSER;
     });
     if (!stored) return false;
@@ -216,8 +236,10 @@ bool zPackBuilderWrite(PackBuilder *builder, const zwchar *directory) try {
 bool zPackBuilderForeach(PackBuilder *builder, PackCallback callback, void *context) try {
     if (!builder || !callback) return fail_args();
     git_error_clear(); // a callback's code has no text of libgit2's
-    int code = each_piece(
-        builder, [&](const void *bytes, size_t size) { return callback(bytes, size, context); });
+    const auto take = [&](const void *bytes, uint64_t size) {
+        return callback(bytes, size, context);
+    };
+    const int code = walk(*builder, take);
     if (code) return fail_git(code);
     builder->idx.reset();
     builder->pack.reset();
@@ -232,7 +254,7 @@ uint64_t zPackBuilderCount(const PackBuilder *builder) {
 }
 uint64_t zPackBuilderWritten(const PackBuilder *builder) {
     if (!builder) return fail_args(), 0;
-    return git_packbuilder_written(builder->handle.get());
+    return builder->copied.value_or(git_packbuilder_written(builder->handle.get()));
 }
 
 const zwchar *zPackBuilderIdx(const PackBuilder *builder) {
