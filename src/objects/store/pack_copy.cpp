@@ -173,7 +173,7 @@ void PackCopy::find(std::vector<git_oid> &wanted) {
 // The head of an entry: type and size, 7 bits a byte behind the first 4.
 size_t entry_head(uint8_t *head, git_object_t type, uint64_t size) {
     size_t length = 0;
-    head[length] = static_cast<uint8_t>(type << 4 | (size & 15));
+    head[length] = static_cast<uint8_t>(static_cast<uint64_t>(type) << 4 | (size & 15));
     for (size >>= 4; size; size >>= 7) {
         head[length++] |= 0x80;
         head[length] = static_cast<uint8_t>(size & 0x7F);
