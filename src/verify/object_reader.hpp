@@ -26,6 +26,9 @@ class ObjectReader {
     // The type alone, from the object's head; 0 and the reason for one that can't be had.
     int32_t type_of(const Oid &id);
 
+    // Whether a file has it, be it whole or not.
+    bool exists(const Oid &id) const { return git_odb_exists(odb_.get(), git::oid(&id)) == 1; }
+
     // Reads all of it. What is kept is lent until the next call. False: see reason.
     bool read(const Oid &id, bool keep);
     std::string_view content() const { return content_; }

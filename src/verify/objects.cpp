@@ -3,6 +3,7 @@
 //   tree     entries of mode in octal digits, blank, name, zero byte, 20 bytes of id
 //   tag      "object <hex>" comes first
 //   shallow  in the Git directory, ids of commits, a line each, whose parents were never fetched
+// A copy that follows a server has of its history what it needed so far, and needs no such list.
 // Reading compares an object with its name. Packs are also compared with their own sums, which
 // reaches what no reference does.
 #include "common/utf.hpp"
@@ -79,6 +80,7 @@ class Objects {
 
     void unreadable(const Item &item) {
         report_.lost_objects = true;
+        if (report_.is_partial && !reader_.exists(item.id)) return;
         report_.damage(item.place, "object " + hex(item.id) + ": " + reader_.reason());
     }
 

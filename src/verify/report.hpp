@@ -23,7 +23,7 @@ bool parse_id(std::string_view digits, Oid *id); // 40 of them, in either case
 // that is no damage, which is raised.
 class Report {
   public:
-    Report(Repository *repository, const VerifySpec &spec) : repository(repository), spec_(spec) {}
+    Report(Repository *repository, const VerifySpec &spec);
 
     void damage(const Place &place, const std::string &reason);
     void left_over(const std::string &reason); // what heals itself
@@ -41,6 +41,8 @@ class Report {
     }
 
     Repository *const repository;
+    // It follows a server, which has what was never fetched: that is no loss.
+    const bool is_partial;
     VerifyCounts counts{};
     bool lost_objects = false; // what leans on them is no more to be asked
 

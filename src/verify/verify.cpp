@@ -18,6 +18,18 @@ bool parse_id(std::string_view digits, Oid *id) {
            !git_oid_fromstrn(git::oid(id), digits.data(), digits.size());
 }
 
+namespace {
+
+bool follows_server(Repository *repository) {
+    git::Remote remote;
+    return !git_remote_lookup(out(remote), repository->handle.get(), "origin");
+}
+
+} // namespace
+
+Report::Report(Repository *repository, const VerifySpec &spec)
+    : repository(repository), is_partial(follows_server(repository)), spec_(spec) {}
+
 void Report::tell(int32_t kind, const Place &place, const std::string &reason) const {
     if (!spec_.found) return;
     const std::u16string path = to_wide(place.path), why = to_wide(reason);
