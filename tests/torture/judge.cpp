@@ -1,4 +1,4 @@
-#include "judge.hpp"
+#include "served.hpp"
 
 #include <git2.h>
 
@@ -62,13 +62,15 @@ void look_at_files(State &state, const Play &play) {
 
 // Names and contents of what the store and the tables of the drawings hold.
 void look_at_store(State &state, const Play &play) {
-    for (const char *part : {"objects", "tables"})
+    for (const char *part : {"objects", "tables"}) {
+        if (!fs::exists(play.copy() / ".git" / part)) continue;
         for (const auto &entry : fs::recursive_directory_iterator(play.copy() / ".git" / part)) {
             const std::string name = entry.path().filename();
             if (entry.is_regular_file() && !name.starts_with("LOG"))
                 state.store.insert(entry.path().lexically_relative(play.copy()).string() + " " +
                                    content(entry.path()));
         }
+    }
 }
 
 int note_committed(const char *root, const git_tree_entry *entry, void *files) {
@@ -109,7 +111,9 @@ void look_at_names(State &state, git_repository *repo) {
     check(git_config_foreach(
         config.get(),
         [](const git_config_entry *entry, void *names) {
-            (*static_cast<Files *>(names))[entry->name] = entry->value ? entry->value : "";
+            // Each play follows a project of its own.
+            if (std::string_view(entry->name) != "remote.origin.url")
+                (*static_cast<Files *>(names))[entry->name] = entry->value ? entry->value : "";
             return 0;
         },
         &state.names));
@@ -151,13 +155,16 @@ struct Case {
 };
 
 bool is_old(const Case &at) {
-    return at.now.head == at.expected.before.head && at.now.branch == at.expected.before.branch;
+    const State &before = at.expected.before, &between = at.expected.between;
+    return at.now.branch == before.branch &&
+           (at.now.head == before.head || (!between.tree.empty() && at.now.tree == between.tree));
 }
 
 bool is_new(const Case &at) {
     const State &after = at.expected.after;
     return at.now.branch == after.branch && at.now.tree == after.tree &&
-           (at.now.head == after.head || at.now.parents.contains(at.expected.before.head));
+           (at.now.head == after.head || at.now.parents.contains(at.expected.before.head) ||
+            !at.expected.between.tree.empty());
 }
 
 std::string said(const Files &names, const std::string &name) {
@@ -180,7 +187,9 @@ std::string wrong_name(const Case &at, bool done) {
                           now = said(at.now.names, name);
         const std::string wanted = said(at.expected.after.names, name);
         const bool moves = name.starts_with("refs/") && !old.empty() && !wanted.empty();
-        const bool right = now == wanted || (!done && now == old) || (moves && old != wanted);
+        const std::string halfway = said(at.expected.between.names, name);
+        const bool right =
+            now == wanted || (!done && (now == old || now == halfway)) || (moves && old != wanted);
         const bool struck = at.strike.at != 0; // then it may be what could not be taken away
         if (!(right || ((struck || !done) && passes(name))) || (moves && now.empty())) return name;
     }
@@ -191,7 +200,7 @@ std::string names_are_old_or_new(const Case &at) { return wrong_name(at, false);
 
 bool is_named(const Case &at, const std::string &path) {
     return at.expected.before.work.contains(path) || at.expected.after.work.contains(path) ||
-           at.expected.before.index.contains(path);
+           at.expected.before.index.contains(path) || at.expected.between.work.contains(path);
 }
 
 bool has(const Files &files, const std::string &path, const std::string &content) {
@@ -250,7 +259,17 @@ void pass_empty_objects(const Case &at) {
 std::string objects_are_whole(const Case &at) {
     if (is_untouched(at)) return "";
     if (at.strike.mode == "hollow" && !at.expected.git) pass_empty_objects(at);
-    const Outcome fsck = at.play.run({"git", "fsck", "--strict", "--no-dangling"});
+    Words words{"git", "fsck", "--strict", "--no-dangling"};
+    if (!at.play.url.empty()) {
+        // A tracking branch may stand where nothing has come yet: the next command puts it back, or
+        // brings that. What has come stays, without what it names, and a log's line of it.
+        if (at.unpowered())
+            at.play.run({"zev", "update"});
+        else
+            add_next(at);
+        words.insert(words.end(), {"--connectivity-only", "--no-reflogs"});
+    }
+    const Outcome fsck = at.play.run(words);
     const bool missing = fsck.text.find("missing") != std::string::npos;
     return fsck.code == 0 && !missing ? "" : first_of(fsck.text);
 }
@@ -301,7 +320,9 @@ std::string no_byte_is_lost(const Case &at) {
 std::string no_file_is_torn(const Case &at) {
     std::set<std::string> known;
     const State &before = at.expected.before, &after = at.expected.after;
-    for (const Files *files : {&before.work, &before.index, &after.work, &after.index})
+    const State &between = at.expected.between;
+    for (const Files *files :
+         {&before.work, &before.index, &after.work, &after.index, &between.work, &between.index})
         for (const auto &[path, content] : *files) known.insert(content);
     for (const auto &[path, content] : at.now.work)
         if (is_named(at, path) && !at.unpowered() && !known.contains(content) &&
@@ -323,7 +344,7 @@ std::string index_is_no_older(const Case &at) {
     const State &before = at.expected.before, &after = at.expected.after;
     for (const auto &[path, content] : at.now.staged)
         if (!has(before.staged, path, content) && !has(after.staged, path, content) &&
-            !is_ahead(at, path, content))
+            !has(at.expected.between.staged, path, content) && !is_ahead(at, path, content))
             return path + " is " + content;
     return "";
 }
@@ -368,6 +389,24 @@ std::string told_outlives(const Case &at) {
     const State then = look(at.play);
     const bool stands = then.head == at.now.head && then.branch == at.now.branch;
     return added.code == 0 && stands ? "" : "goes with the next command: " + first_of(added.text);
+}
+
+// A commit is there once, whoever heard of it.
+std::string server_is_old_or_new(const Case &at) {
+    if (at.play.url.empty()) return "";
+    const std::string now = served(at.play), old = at.expected.served_before;
+    const bool done = now == at.expected.served_after;
+    if (!done && at.told()) return "forgotten: " + now;
+    return done || now == old ? "" : now;
+}
+
+std::string server_goes_along(const Case &at) {
+    if (at.play.url.empty()) return "";
+    const std::string now = served(at.play), tree = look(at.play).tree;
+    if (!now.starts_with(tree)) return "the copy is at " + tree + ", the server at " + now;
+    const Outcome fsck =
+        at.play.run({"git", "-C", at.play.project, "-c", "safe.directory=*", "fsck", "--strict"});
+    return fsck.code ? first_of(fsck.text) : "";
 }
 
 std::string is_clean(const Play &play) {
@@ -437,13 +476,21 @@ constexpr struct {
     const char *name;
     std::string (*holds)(const Case &at);
 } kRules[] = {
-    {"head", head_is_old_or_new},   {"names", names_are_old_or_new},
-    {"bytes", no_byte_is_lost},     {"torn", no_file_is_torn},
-    {"index", index_is_no_older},   {"claim", done_is_done},
+    {"head", head_is_old_or_new},
+    {"names", names_are_old_or_new},
+    {"bytes", no_byte_is_lost},
+    {"torn", no_file_is_torn},
+    {"index", index_is_no_older},
+    {"claim", done_is_done},
+    {"server", server_is_old_or_new},
     {"whole", objects_are_whole}, // from here on the copy may be another
-    {"told", told_outlives},        {"next", next_commit},
-    {"verify", all_verifies},       {"litter", nothing_is_left_about},
-    {"drawing", drawings_come_out}, {"later", no_byte_is_lost_later},
+    {"told", told_outlives},
+    {"next", next_commit},
+    {"verify", all_verifies},
+    {"litter", nothing_is_left_about},
+    {"drawing", drawings_come_out},
+    {"later", no_byte_is_lost_later},
+    {"along", server_goes_along},
 };
 
 } // namespace

@@ -37,7 +37,9 @@ struct Terms {
 // What is known of an operation before it is struck.
 struct Expected {
     State before, after;
-    bool git; // the program is the system's git
+    State between; // where it may come to rest on its way, if it has a head
+    std::string served_before, served_after; // of a copy that follows a server
+    bool git;                                // the program is the system's git
     Terms terms;
     long last_sync = 0; // the call behind which all that had to reach the disk has
     std::map<std::string, std::string> drawings; // content of a drawing, the file it came from

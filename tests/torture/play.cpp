@@ -1,5 +1,6 @@
 #include "play.hpp"
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -37,6 +38,10 @@ Settings settings_of(const Play &play) {
     all["GIT_CONFIG_GLOBAL"] = all["GIT_CONFIG_SYSTEM"] = "/dev/null";
     all["GIT_EDITOR"] = "true";
     all["ZEV_TORTURE_SIDE"] = play.root / "side";
+    if (play.url.empty()) return all;
+    all["URL"] = play.url;
+    all["ZEV_USER"] = "admin";
+    all["ZEV_PASSWORD_FILE"] = play.root / "password";
     return all;
 }
 
@@ -90,6 +95,8 @@ Outcome Play::run(Words words, const Settings &more, Target *target) const {
     Words environment;
     for (const auto &[name, value] : settings) environment.push_back(name + "=" + value);
     if (words[0] == "zev") words[0] = programs->zev;
+    for (std::string &word : words)
+        if (word == "URL") word = url;
 
     const std::string output =
         root /
@@ -130,11 +137,33 @@ Play fresh(const Programs &programs, const fs::path &root) {
     return {&programs, root};
 }
 
-Play duplicate(const Play &from, const fs::path &root) {
+Play duplicate(const Play &from, const fs::path &root, const Play &host) {
     fs::remove_all(root);
     const std::string copy = "cp -a '" + from.root.string() + "' '" + root.string() + "'";
     if (system(copy.c_str()) != 0) throw std::runtime_error(root.string() + ": no copy");
-    return {from.programs, root};
+    const Play made{from.programs, root, host.project, host.url};
+    if (fs::exists(made.copy() / ".git") && !made.url.empty())
+        must("the address", made.run({"git", "config", "remote.origin.url", made.url}));
+    return made;
+}
+
+Play duplicate(const Play &from, const fs::path &root) {
+    static std::atomic<int> serial = 0;
+    Play host = from;
+    if (!from.url.empty()) {
+        const std::string name = "p" + std::to_string(++serial);
+        host.project = from.project.parent_path() / name;
+        host.url = from.url.substr(0, from.url.rfind('/') + 1) + name;
+        const std::string copy =
+            "cp -a '" + from.project.string() + "' '" + host.project.string() + "'";
+        if (system(copy.c_str()) != 0) throw std::runtime_error(name + ": no project");
+    }
+    return duplicate(from, root, host);
+}
+
+void drop(const Play &play) {
+    fs::remove_all(play.root);
+    if (!play.url.empty()) fs::remove_all(play.project);
 }
 
 } // namespace torture

@@ -39,16 +39,22 @@ class Target {
 struct Play {
     const Programs *programs;
     fs::path root;
+    fs::path project{}; // of a copy that follows a server: where that keeps it, and its address
+    std::string url{};
 
     fs::path copy() const { return root / "copy"; }
-    // Runs a program in the working copy, "zev" being the one under test.
+    // Runs a program in the working copy, "zev" being the one under test, "URL" its project.
     Outcome run(Words words, const Settings &more = {}, Target *target = nullptr) const;
     Outcome shell(const std::string &script) const;
 };
 
 Play fresh(const Programs &programs, const fs::path &root);
-// Modes and times of files are kept.
+// Modes and times of files are kept. A copy that follows a server gets a project of its own, or
+// stays with another play's.
 Play duplicate(const Play &from, const fs::path &root);
+Play duplicate(const Play &from, const fs::path &root, const Play &host);
+// Away with a play, and its project.
+void drop(const Play &play);
 
 // Throws unless the program gave that code.
 void must(const std::string &what, const Outcome &outcome, int code = 0);

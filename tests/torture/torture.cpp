@@ -2,15 +2,18 @@
 // and judges what is left.
 //   torture BUILD POINTS [OPERATION [MODE [CALL]]]
 //   torture BUILD four SECONDS
+//   torture BUILD served POINTS [OPERATION [MODE [CALL]]]
 // BUILD holds bin/zev and lib/libtorture.so, $ZEV_TEST_DATA the drawings. POINTS are spread over
 // the calls of each operation and mode; "all" is every call, and the mode "hollow" too, which else
 // has to be named: what was never synced may be hollow, and much isn't before the next commit.
 // OPERATION is how names in the table begin; those of git, which show the difference, run only when
 // they are named. A single point is left where it was played. "four" lets four work at once, see
-// four.cpp. Exits with 1 if anything was found.
+// four.cpp; "served" is of copies that follow a server, see served.cpp. Exits with 1 if anything
+// was found.
 
 #include "four.hpp"
 #include "judge.hpp"
+#include "served.hpp"
 
 #include <git2.h>
 
@@ -19,7 +22,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <mutex>
+#include <span>
 #include <stdexcept>
 #include <thread>
 
@@ -108,6 +113,8 @@ struct Operation {
     std::string ready; // makes a copy ready, after kFirst
     Words words;
     Terms terms{};
+    std::string others{}; // what somebody else does meanwhile, in another copy of the project
+    bool rests = false;   // it is an update before it is itself
 };
 
 const Operation kOperations[] = {
@@ -156,6 +163,22 @@ const Operation kOperations[] = {
     {"git checkout", kBranched, {"git", "checkout", "-q", "side"}},
 };
 
+const std::string kTheirs = R"(
+echo theirs >docs/theirs.txt
+rm many/1.txt
+echo theirs >many/2.txt
+"$ZEV" commit -m theirs .
+)";
+
+const Operation kServed[] = {
+    {"get", "find . -mindepth 1 -delete", {"zev", "get", "URL", "."}},
+    {"update", kEdited, {"zev", "update"}, {true}, kTheirs},
+    {"commit", kEdited, {"zev", "commit", "-m", "second", "."}, {true}},
+    {"commit staged", kStaged, {"zev", "commit", "-m", "second"}, {true}},
+    {"commit over", kEdited, {"zev", "commit", "-m", "second", "."}, {true}, kTheirs, true},
+    {"reset", "", {"zev", "reset", "HEAD~1"}, {true}, kTheirs, true},
+};
+
 // ---- An operation made ready
 
 struct Ready {
@@ -183,7 +206,18 @@ Ready make_ready(const Operation &operation, const Play &first, const fs::path &
     ready.expected.git = operation.words[0] == "git";
     ready.expected.terms = operation.terms;
     must(operation.name, ready.play.shell(operation.ready));
+    if (!operation.others.empty()) {
+        const Play other = duplicate(first, root.string() + ".other", ready.play);
+        must("the others", other.shell(operation.others));
+        fs::remove_all(other.root);
+    }
     ready.expected.before = look(ready.play);
+    if (operation.rests) {
+        const Play way = duplicate(ready.play, root.string() + ".way");
+        must("the way", way.run({"zev", "update"}));
+        ready.expected.between = look(way);
+        drop(way);
+    }
 
     const Play done = duplicate(ready.play, root.string() + ".done");
     const fs::path count = done.root / "count";
@@ -195,8 +229,13 @@ Ready make_ready(const Operation &operation, const Play &first, const fs::path &
                &ready.expected.last_sync) != 3)
         throw std::runtime_error(std::string(operation.name) + ": calls aren't counted");
     ready.expected.after = look(done);
+    if (!first.url.empty()) {
+        ready.expected.served_before = served(ready.play);
+        ready.expected.served_after = served(done);
+    }
     note_drawings(ready, ready.play, ready.expected.before);
-    note_drawings(ready, done, ready.expected.after);
+    // What was only just brought here has its rows at the server.
+    if (operation.words[1] != "get") note_drawings(ready, done, ready.expected.after);
     return ready;
 }
 
@@ -209,14 +248,20 @@ struct Point {
     std::string finding;
 };
 
-std::string play_point(const Point &point, const fs::path &root) {
+std::string play_point(const Point &point, const fs::path &root, bool keeps) {
     const Play play = duplicate(point.ready->play, root);
     const Outcome outcome =
         play.run(point.ready->operation->words,
                  {{"LD_PRELOAD", play.programs->preload},
                   {"ZEV_TORTURE_MODE", point.mode},
                   {"ZEV_TORTURE_AT", point.at ? std::to_string(point.at) : "end"}});
-    return judge(play, point.ready->expected, {point.mode, point.at, outcome.code, outcome.text});
+    const Strike strike{point.mode, point.at, outcome.code, outcome.text};
+    const Words &words = point.ready->operation->words;
+    const std::string finding = words[1] == "get"
+                                    ? judge_get(play, point.ready->expected, strike, words)
+                                    : judge(play, point.ready->expected, strike);
+    if (!play.url.empty() && !keeps) drop(play);
+    return finding;
 }
 
 // Evenly spread; without power also the moment after the program's end.
@@ -254,7 +299,18 @@ struct Options {
     long points = 0; // 0: all
     std::string operation, mode;
     long at = -1;
+    bool served = false;
 };
+
+// What the first commit of a copy is made of, behind its beginning.
+const std::string kFollowed = R"("$ZEV" get "$URL" .)" + kFirst.substr(kFirst.find("\nsed"));
+
+Play make_served(const Server &server, const fs::path &root) {
+    const Play first = server.begin(root / "first");
+    must("the first commit", first.shell(kFollowed));
+    must("before anything struck", first.run({"zev", "verify"}));
+    return first;
+}
 
 Play make_first(const Options &options, const fs::path &root) {
     const Play first = fresh(options.programs, root / "first");
@@ -263,10 +319,11 @@ Play make_first(const Options &options, const fs::path &root) {
     return first;
 }
 
-std::vector<Ready> make_all_ready(const Options &options, const fs::path &root) {
-    const Play first = make_first(options, root);
+std::vector<Ready> make_all_ready(const Options &options, const Play &first, const fs::path &root) {
     std::vector<const Operation *> chosen;
-    for (const Operation &operation : kOperations) {
+    const std::span<const Operation> all_of =
+        options.served ? std::span<const Operation>(kServed) : kOperations;
+    for (const Operation &operation : all_of) {
         const std::string &named = options.operation;
         if (named.empty() ? operation.words[0] == "zev"
                           : std::string(operation.name).starts_with(named))
@@ -342,10 +399,14 @@ int run_four(const Options &options, const fs::path &root, int seconds) {
 }
 
 int run(const Options &options, const fs::path &root) {
-    const std::vector<Ready> all = make_all_ready(options, root);
+    std::unique_ptr<Server> server;
+    if (options.served) server = std::make_unique<Server>(options.programs, root / "server");
+    const Play first = server ? make_served(*server, root) : make_first(options, root);
+    const std::vector<Ready> all = make_all_ready(options, first, root);
     std::vector<Point> points = choose(options, all);
     in_parallel(points.size(), [&](size_t i, unsigned worker) {
-        points[i].finding = play_point(points[i], root / ("play" + std::to_string(worker)));
+        points[i].finding =
+            play_point(points[i], root / ("play" + std::to_string(worker)), options.at >= 0);
     });
     tell_findings(points);
     const bool found = tell_table(all, points) > 0;
@@ -367,6 +428,7 @@ int main(int argc, char **argv) try {
     Options options;
     options.programs = {build / "bin" / "zev", build / "lib" / "libtorture.so",
                         fs::canonical(data)};
+    if (std::string(argv[2]) == "served" && argc > 3) options.served = true, ++argv, --argc;
     options.points = atol(argv[2]);
     if (argc > 3) options.operation = argv[3];
     if (argc > 4) options.mode = argv[4];
