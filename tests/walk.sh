@@ -109,6 +109,7 @@ theirs() {
   git status --porcelain=v1 -uall --ignored --no-renames -z | tr '\0' '\n' | sort
 }
 
+[ -z "${WALK_STEPS_ONLY-}" ] || return 0 # walk_team.sh goes on from here
 "$zev" init "$work/copy" >/dev/null && cd "$work/copy" || exit 1
 git config core.quotepath off
 echo '*.bak' >.gitignore
