@@ -3,6 +3,7 @@
 #include "../objects/drawing_fixture.hpp"
 #include "service_fixture.hpp"
 
+#include "system/clock.hpp"
 #include "system/os.hpp"
 
 #include <cerrno>
@@ -25,7 +26,13 @@ struct Failing : testing::Test {
                   "git -c user.name=a -c user.email=b commit -qm files && git push -q " +
                   service.at("ann/plant") + " HEAD:refs/heads/master 2>&1");
         commit = id("master"), tree = id("master^{tree}"), blob = id("master:a/b");
-        EXPECT_EQ(service.get(project).code, 200);
+        // A project that changed a moment ago isn't kept open, and would fail at the gate.
+        service.have_done([] { zev::os::calls.now = [] { return now() + 60 * zev::kSecond; }; });
+        for (int n = 0; n < 2; ++n) // the first one draws the project's id
+            EXPECT_EQ(service.get(project).code, 200);
+    }
+    void TearDown() override {
+        service.have_done([] { zev::os::calls.now = now; });
     }
     std::string id(const std::string &what) {
         return service.git("ann/plant", "rev-parse " + what).substr(0, 40);
@@ -35,6 +42,7 @@ struct Failing : testing::Test {
                "\"" + (parent.empty() ? "" : R"(,"parent":")" + parent + "\"") + "}}";
     }
 
+    static inline const auto now = zev::os::calls.now;
     Service service;
     const std::string project = "/repos/ann/plant", one = project + "/tables/" + kNone;
     std::string commit, tree, blob;
