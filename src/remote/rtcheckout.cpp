@@ -3,7 +3,8 @@
 //
 // The repository is made in a directory of its own, ".zev-XXXXXXXX" in the new copy, and moves to
 // its place when it is bound. So nobody meets half of one, of two who begin at a time one has it,
-// and what a failure takes away is what was made here and nothing else.
+// and what a failure takes away is what was made here and nothing else. What one who was killed
+// leaves of such a directory doesn't make the place taken, and goes when the next copy stands.
 #include "remote/update_context.hpp"
 
 #include "common/errno.hpp"
@@ -17,12 +18,15 @@
 #include <cerrno>
 #include <string>
 #include <string_view>
+#include <vector>
 
 using namespace zev;
 
 namespace {
 
 constexpr const zwchar *kFirstBranch = u"refs/heads/master"; // whatever the user's settings say
+constexpr std::u16string_view kStage = u".zev-";             // and digits
+constexpr size_t kDigits = 8;
 
 // Of the two names for "whatever there is" the empty one is no branch to anybody else.
 std::u16string branch_in_use(const CheckSpec *spec) {
@@ -36,6 +40,31 @@ size_t parent_length(std::u16string_view path) {
     while (path.size() > 1 && path.back() == u'/') path.remove_suffix(1);
     const size_t slash = path.find_last_of(u"/\\");
     return slash == path.npos ? 0 : slash;
+}
+
+bool is_stage(const os::Name &name) {
+    const std::u16string_view text(name.text);
+    return name.directory && text.size() == kStage.size() + kDigits && text.starts_with(kStage) &&
+           text.find_first_not_of(u"0123456789abcdef", kStage.size()) == text.npos;
+}
+
+struct Content {
+    std::vector<std::u16string> stages;
+    bool has_others = false;
+};
+
+Content content_of(const zwchar *directory) {
+    Content content;
+    std::vector<os::Name> names;
+    content.has_others = !os::read_dir(directory, &names);
+    for (const os::Name &name : names) {
+        if (name.text == u"." || name.text == u"..") continue;
+        if (is_stage(name))
+            content.stages.push_back(directory + (u'/' + name.text));
+        else
+            content.has_others = true;
+    }
+    return content;
 }
 
 class NewCopy {
@@ -84,12 +113,11 @@ bool NewCopy::ask() {
 
 bool NewCopy::free_place() {
     const bool is_taken =
-        zPathFileExists(path_) || (zPathDirExists(path_) && !zPathDirEmpty(path_));
+        zPathFileExists(path_) || (zPathDirExists(path_) && content_of(path_).has_others);
     return !is_taken || ask();
 }
 
 bool NewCopy::make_place() {
-    constexpr size_t kDigits = 8;
     Oid id;
     if (!zOidRand(&id)) return false;
     made_directory_ = os::make_dir(path_);
@@ -98,7 +126,7 @@ bool NewCopy::make_place() {
         made_directory_ = os::make_dir(path_);
     }
     if (!made_directory_ && errno != EEXIST) return fail_os(errno, path_);
-    stage_ = path_ + (u"/.zev-" + id_text(id).substr(0, kDigits));
+    stage_ = path_ + (u'/' + std::u16string(kStage) + id_text(id).substr(0, kDigits));
     return true;
 }
 
@@ -136,7 +164,8 @@ bool NewCopy::settle() {
     repository_.reset(zRepositoryOpen(path_));
     remote_.reset(repository_ ? zRemoteOpen(repository_.get()) : nullptr);
     if (!remote_) return os::move(place.c_str(), made.c_str(), false), false;
-    os::remove_dir(stage_.c_str());
+    for (const std::u16string &stage : content_of(path_).stages)
+        os::remove_tree(stage.c_str(), false); // whoever still works in one came too late
     return true;
 }
 

@@ -398,6 +398,17 @@ TEST_F(UpdateTest, AFailedCheckoutTakesOnlyItsOwnAway) {
     EXPECT_EQ(std::distance(fs::directory_iterator(made.place), {}), 2);
 }
 
+TEST_F(UpdateTest, ACheckoutGoesOverWhatAKilledOneLeft) {
+    other("plan", "1");
+    Copy made{dir.path() / "killed", "ann"};
+    made.put(".zev-0123abcd/.git/config", "");
+    const CheckPtr spec = made.spec();
+    EXPECT_OK(
+        zShellCheckout(wide(relay.url()).c_str(), made.place.u16string().c_str(), spec.get()));
+    EXPECT_EQ(made.at("plan"), "1");
+    EXPECT_FALSE(fs::exists(made.place / ".zev-0123abcd"));
+}
+
 // ---- The paths of a host
 
 TEST_F(UpdateTest, AHostsPathIsNoPattern) {
