@@ -5,6 +5,7 @@
 // user's break leads to 5, a peer that closes to 4.
 #include "network/http/parser.hpp"
 #include "network/http/request.hpp"
+#include "network/tcp/tls.hpp"
 #include "zev/http_client.h"
 #include "zev/http_response.h"
 
@@ -233,6 +234,10 @@ bool attempt(HttpClient *client, bool *failed) {
     return client->canceled || client->response;
 }
 
+const LoopClass *transport_of(const HttpRequest *request) {
+    return zStrcasesameW(zUriSchema(&request->uri), u"https") ? tls_class() : zTcpClass();
+}
+
 HttpResponse *send_as(HttpClient *client, HttpRequest *request, uint32_t method, Here at = {}) {
     if (!client || !request) return fail_args(at);
     request->method = method;
@@ -286,8 +291,10 @@ HttpResponse *zHttpClientSend(HttpClient *client, HttpRequest *request) try {
     client->canceled = false;
     drop_response(client);
     if (!uri_fits(&request->uri)) return fail_args(), unavailable(client); // another request
-    if (!client->loop) client->loop = zLoopNew(zTcpClass(), &client->head, 1, request->timeout);
+    const LoopClass *kind = transport_of(request);
+    if (!client->loop) client->loop = zLoopNew(kind, &client->head, 1, request->timeout);
     if (!client->loop) return unavailable(client);
+    if (client->loop->table != kind) return fail_args(), unavailable(client); // nor in the clear
     bool failed = false;
     for (int i = 0; i < kAttempts && !failed; ++i) {
         if (!attempt(client, &failed)) continue;

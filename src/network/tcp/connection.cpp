@@ -17,6 +17,7 @@
 // Only the close callback frees; after a call into the echo the connection may be closing, since
 // the echo may have ended the loop.
 #include "network/tcp/tcp.hpp"
+#include "network/tcp/tls.hpp"
 
 #include "common/limits.hpp"
 #include "common/log_level.hpp"
@@ -528,7 +529,8 @@ bool peer_waits(const Loop *loop) {
 
 std::u16string peer_address(const Loop *loop) {
     const auto *tcp = reinterpret_cast<const Tcp *>(loop);
-    if (!tcp || tcp->head.table != zTcpClass() || !tcp->heard) return {};
+    const bool ours = tcp && (tcp->head.table == zTcpClass() || tcp->head.table == tls_class());
+    if (!ours || !tcp->heard) return {};
     const Peer peer = peer_of(tcp->heard);
     return peer.known ? peer.host : std::u16string();
 }
