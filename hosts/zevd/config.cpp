@@ -40,6 +40,8 @@ constexpr Setting kSettings[] = {
     {"http.port", Kind::number, 0, 65535, "3001", nullptr},
     {"http.maxconn", Kind::number, 1, 65535, "1024", nullptr},
     {"http.timeout", Kind::number, 0, 4'000'000, "0, which is never", nullptr},
+    {"http.certificate", Kind::text, 0, 0, "no TLS", nullptr},
+    {"http.key", Kind::text, 0, 0, "no TLS", nullptr},
     {"http.auth", Kind::word, 0, 0, "none", "none required"},
     {"http.log.access", Kind::text, 0, 0, "no such log", nullptr},
     {"http.log.audit", Kind::text, 0, 0, "no such log", nullptr},
@@ -209,6 +211,9 @@ void Config::check_values() {
         if (!problem.empty()) problems_.push_back(name + ": " + problem);
         if (!node && !setting.preset) problems_.push_back(name + ": is missing");
     }
+    const std::string pair[] = {named("http.certificate"), named("http.key")};
+    if (!at(pair[0]) != !at(pair[1])) // neither is of use alone
+        problems_.push_back(pair[at(pair[0]) != nullptr] + ": is missing, TLS needs both");
     const Json *section = at(section_);
     if (!section) problems_.push_back(section_ + ": is missing, the section of that schema");
 }
@@ -225,6 +230,8 @@ void Config::resolve_paths(const std::string &directory) {
     const std::string root = resolve("path.root", pwd, pwd);
     resolve("path.repos", "repos", root);
     if (!data().empty()) resolve("path.data", "", root);
+    for (const char *key : {"http.certificate", "http.key"})
+        if (at(named(key))) resolve(named(key), "", root);
 }
 
 std::vector<SettingLine> Config::lines() const {

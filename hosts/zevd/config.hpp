@@ -35,6 +35,9 @@ class Config {
     const Json *tree() const { return tree_.get(); }
     std::string root() const { return path("path.root"); }
     std::string repos() const { return path("path.repos"); }
+    // Of a service with TLS; else both are empty.
+    std::string certificate() const { return path(named("http.certificate")); }
+    std::string key() const { return path(named("http.key")); }
     std::string data() const { return path("path.data"); } // with conf and logs; may be empty
 
   private:

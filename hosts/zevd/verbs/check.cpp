@@ -1,5 +1,6 @@
 // check: what the settings come to, line by line, and whether a service could start with them.
 #include "aside.hpp"
+#include "identity.hpp"
 #include "service.hpp"
 #include "verb.hpp"
 
@@ -41,6 +42,15 @@ std::vector<std::string> place_problems(const Config &config) {
     return problems;
 }
 
+// What keeps a service with TLS from being believed; the rest is told here.
+std::vector<std::string> tell_identity(const Config &config) {
+    if (config.certificate().empty()) return {};
+    const Identity identity = look_at_identity(config.certificate(), config.key());
+    if (!identity.told.empty()) printf("certificate: %s\n", identity.told.c_str());
+    for (const std::string &warning : identity.warnings) printf("warning: %s\n", warning.c_str());
+    return identity.problems;
+}
+
 int run(const std::string &file, const Options &) {
     const Config config(file);
     for (const SettingLine &line : config.lines())
@@ -51,7 +61,8 @@ int run(const std::string &file, const Options &) {
         printf("left over: %s, by an import that was cut short; the next start takes it away\n",
                path.c_str());
     });
-    const std::vector<std::string> problems = place_problems(config);
+    std::vector<std::string> problems = place_problems(config);
+    for (const std::string &problem : tell_identity(config)) problems.push_back(problem);
     for (const std::string &problem : problems) fprintf(stderr, "zevd: %s\n", problem.c_str());
     return problems.empty() ? kDone : kFailed;
 }

@@ -1,5 +1,6 @@
 // run: serves until a signal ends it. Signals are waited for by a thread of their own, so that none
 // breaks into a request; the one at work is answered first.
+#include "identity.hpp"
 #include "readiness.hpp"
 #include "service.hpp"
 #include "verb.hpp"
@@ -93,11 +94,20 @@ void leave_files(Config &config) {
             static_cast<unsigned long long>(most), static_cast<unsigned long long>(files));
 }
 
+// The service starts with all that the library can use: an old certificate is better than none.
+void warn_of_identity(const Config &config) {
+    if (config.certificate().empty()) return;
+    const Identity identity = look_at_identity(config.certificate(), config.key());
+    for (const auto *list : {&identity.problems, &identity.warnings})
+        for (const std::string &line : *list) fprintf(stderr, "zevd: %s\n", line.c_str());
+}
+
 int run(const std::string &file, const Options &options) {
     Signals::block();
     Config config(file);
     config.require_sound();
     leave_files(config);
+    warn_of_identity(config);
     use_data(config);
     ServiceLock lock(config.repos(), options.shared);
     lock.begin_service();

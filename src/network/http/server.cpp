@@ -4,6 +4,7 @@
 
 #include "common/guard.hpp"
 #include "network/tcp/tcp.hpp"
+#include "network/tcp/tls.hpp"
 #include "system/os.hpp"
 #include "zev/json.h"
 #include "zev/lang.h"
@@ -57,16 +58,40 @@ bool read_limits(HttpServer *server, const std::u16string &name, Json *section) 
     return true;
 }
 
-// A file for lines, below the root where it is relative; absent means none.
+// The path of a file, below the root where it is relative.
+bool read_path(HttpServer *server, zwchar *path, const std::u16string &name, const Json *node) {
+    const zwchar *root = zJsonPathGetString(server->head.config, u"path.root");
+    const zwchar *text = node && zJsonIsString(node) ? zJsonGetString(node) : u"";
+    if (!*text || !zPathExpandEnvStrings(path, text)) return fail_improper(name);
+    if (zPathIsRelative(path) && !zPathMakeAbsolute(path, path, root)) return fail_improper(name);
+    return true;
+}
+
+// A file for lines; absent means none.
 bool read_log(HttpServer *server, LineFile &file, const std::u16string &name, Json *node) {
     if (!node) return true;
     zwchar path[Z_PATH_MAX];
-    const zwchar *root = zJsonPathGetString(server->head.config, u"path.root");
-    const zwchar *text = zJsonIsString(node) ? zJsonGetString(node) : u"";
-    if (!*text || !zPathExpandEnvStrings(path, text)) return fail_improper(name);
-    if (zPathIsRelative(path) && !zPathMakeAbsolute(path, path, root)) return fail_improper(name);
+    if (!read_path(server, path, name, node)) return false;
     file.set_path(path);
     return true;
+}
+
+constexpr const zwchar *kCertificate = u".certificate", *kKey = u".key";
+
+// Whoever names one of the two wants TLS: it takes both.
+bool is_secure(const HttpServer *server, const std::u16string &section) {
+    return zJsonPathGet(server->head.config, (section + kCertificate).c_str()) ||
+           zJsonPathGet(server->head.config, (section + kKey).c_str());
+}
+
+bool read_identity(HttpServer *server, const std::u16string &section) {
+    zwchar certificate[Z_PATH_MAX], key[Z_PATH_MAX];
+    const auto read = [&](zwchar *path, const zwchar *member) {
+        const std::u16string name = section + member;
+        return read_path(server, path, name, zJsonPathGet(server->head.config, name.c_str()));
+    };
+    return read(certificate, kCertificate) && read(key, kKey) &&
+           tls_set_identity(server->tcp, certificate, key);
 }
 
 bool read_settings(HttpServer *server, const zwchar *schema) {
@@ -108,8 +133,11 @@ HttpServer *zev::new_http_server(const ServerClass *kind, const Json *config,
     server->prototype = zHttpEchoNew(server.get());
     if (!server->prototype) return nullptr;
     auto *echo = reinterpret_cast<Echo *>(server->prototype);
-    server->tcp = zLoopNew(zTcpClass(), echo, server->maxconn, server->timeout);
-    return server->tcp ? server.release() : nullptr;
+    const bool secure = is_secure(server.get(), schema);
+    const LoopClass *transport = secure ? tls_class() : zTcpClass();
+    server->tcp = zLoopNew(transport, echo, server->maxconn, server->timeout);
+    if (!server->tcp || (secure && !read_identity(server.get(), schema))) return nullptr;
+    return server.release();
 }
 
 void zHttpServerFree(HttpServer *server) {
