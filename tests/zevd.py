@@ -259,6 +259,78 @@ def crowd(conf):
     expect(service.stop() == 0, "it ends behind a crowd")
 
 
+def make_identities(directory):
+    """Certificates that vouch for themselves, their keys, and what is no good."""
+    os.makedirs(directory)
+
+    def openssl(*words):
+        code, out, err = run("openssl", *words, cwd=directory)
+        expect(code == 0, "openssl %s: %s" % (words[0], err))
+
+    for name, days in (("own", 90), ("other", 90), ("near", 3)):
+        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                "-days", str(days), "-subj", "/CN=" + name, "-keyout", name + ".key", "-out",
+                name + ".crt", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1")
+    openssl("ec", "-in", "own.key", "-aes128", "-passout", "pass:x", "-out", "locked.key")
+    with open(directory + "/twisted.crt", "w") as file:
+        file.write(open(directory + "/own.crt").read() + open(directory + "/other.crt").read())
+    shutil.copyfile(directory + "/own.key", directory + "/open.key")
+    os.chmod(directory + "/open.key", 0o644)
+
+
+def secure(conf):
+    """TLS: what check makes of certificates, and a service that other programs judge."""
+    root = os.path.dirname(conf)
+    make_identities(root + "/tls")
+
+    def identity(certificate, key):
+        def change(tree):
+            tree["http"].update(port=0, certificate="tls/" + certificate, key="tls/" + key)
+        return with_settings(conf, change)
+
+    for certificate, key, problem in (
+            ("own.crt", "other.key", "other.key: is not the key of the certificate"),
+            ("own.crt", "locked.key", "locked.key: wants a password"),
+            ("own.crt", "open.key", "open.key: is open to others"),
+            ("own.crt", "none.key", "none.key: No such file"),
+            ("none.crt", "own.key", "none.crt: No such file"),
+            ("own.key", "own.key", "own.key: holds no certificate in PEM"),
+            ("own.crt", "own.crt", "own.crt: holds no private key in PEM"),
+            ("twisted.crt", "own.key", "certificate 2 is not that of who issued")):
+        code, out, err = run(ZEVD, "check", "--config", identity(certificate, key))
+        expect(code == 1 and problem in err, "check says \"%s\": %s" % (problem, err))
+    code, out, err = run(ZEVD, "check", "--config", identity("near.crt", "near.key"))
+    expect(code == 0 and "warning: " in out and "certificate 1 expires on" in out, "soon: " + out + err)
+    code, out, err = run(ZEVD, "run", "--config", identity("own.crt", "other.key"))
+    expect(code != 0 and "other.key' is not usable" in err, "no start with another's key: " + err)
+
+    def lone(tree):
+        tree["http"]["key"] = "tls/own.key"
+    code, out, err = run(ZEVD, "check", "--config", with_settings(conf, lone))
+    expect(code != 0 and "http.certificate: is missing" in err, "one of the two: " + err)
+
+    service = Service(identity("own.crt", "own.key"))
+    url = "https://localhost:%d/health" % service.port
+    code, out, err = run("curl", "-sS", "--cacert", root + "/tls/own.crt", url)
+    expect(code == 0 and json.loads(out)["data"]["writable"] is True, "curl is served: " + out + err)
+    expect(run("curl", "-sS", url)[0] == 60, "curl believes nobody else")
+    with socket.create_connection(("localhost", service.port)) as client:
+        client.settimeout(10)
+        client.sendall(b"GET /health HTTP/1.1\r\nHost: h\r\n\r\n")
+        expect(client.recv(100) == b"", "who speaks in the clear is left")
+    told = open(root + "/logs/message.log").read()
+    expect("No secure connection with 127.0.0.1: http request" in told, "and written down: " + told)
+    login = (ZEV, "login", "https://localhost:%d" % service.port, "--user", "admin",
+             "--password-stdin")
+    code, out, err = run(*login, stdin="secret\n")
+    expect(code != 0, "zev believes nobody either: " + out)
+    os.environ["ZEV_CA_FILE"] = root + "/tls/own.crt"
+    code, out, err = run(*login, stdin="secret\n")
+    expect(code == 0, "zev logs in: " + out + err)
+    del os.environ["ZEV_CA_FILE"]
+    expect(service.stop() == 0, "it ends in order")
+
+
 def make_copy(work):
     """Drawings with a history of three commits, a branch and a tag."""
     copy = work + "/copy"
@@ -360,6 +432,7 @@ def main():
             tree["http"]["port"] = 0
         conf = with_settings(conf, any_port)
         serve(conf)
+        secure(conf)
         crowd(conf)
         code, out, err = run(ZEVD, "reset-password", "admin", "--password-stdin", "--config", conf,
                              stdin="new\n")

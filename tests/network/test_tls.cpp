@@ -1,0 +1,508 @@
+// TLS on both sides: whom a client believes, what cuts and garbage do, and other programs as
+// judges. Certificates are made by the openssl program when they are first needed.
+#include "server_fixture.hpp"
+
+#include "network/tcp/tls.hpp"
+#include "system/clock.hpp"
+#include "system/os.hpp"
+#include "zev/http_client.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <random>
+
+#include <openssl/ssl.h>
+
+using test::body_of, test::narrow, test::RawSocket, test::TempDir, test::TestServer, test::wide;
+
+namespace {
+
+// An authority with what it vouches for, and another that vouches for nobody.
+struct Authority {
+    TempDir dir;
+
+    Authority() {
+        test::write(dir.path() / "ca.conf", R"(
+[ca]
+default_ca = own
+[own]
+database = index.txt
+serial = serial
+new_certs_dir = .
+default_md = sha256
+policy = any
+unique_subject = no
+[any]
+commonName = supplied
+)");
+        test::write(dir.path() / "index.txt", "");
+        test::write(dir.path() / "serial", "01\n");
+        root("ca");
+        root("other");
+        leaf("good", "DNS:localhost,IP:127.0.0.1");
+        leaf("name", "DNS:localhost");
+        leaf("wrong", "DNS:plant.example");
+        leaf("expired", "DNS:localhost", "-startdate 20200101000000Z -enddate 20200201000000Z");
+        test::write(dir.path() / "garbage.crt", "no certificate at all\n");
+    }
+    std::string file(const std::string &name) const { return (dir.path() / name).string(); }
+
+  private:
+    void openssl(const std::string &words) const {
+        int status = 0;
+        const std::string said =
+            test::run("cd " + dir.path().string() + " && openssl " + words + " 2>&1", &status);
+        EXPECT_EQ(status, 0) << words << "\n" << said;
+    }
+    void root(const std::string &name) const {
+        openssl("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 "
+                "-subj /CN=" +
+                name + " -keyout " + name + ".key -out " + name + ".crt");
+    }
+    void leaf(const std::string &name, const std::string &names,
+              const std::string &span = "-days 2") const {
+        openssl("req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=" + name +
+                " -keyout " + name + ".key -out " + name + ".csr");
+        test::write(dir.path() / (name + ".ext"), "subjectAltName=" + names + "\n");
+        openssl("ca -batch -notext -config ca.conf -cert ca.crt -keyfile ca.key " + span +
+                " -extfile " + name + ".ext -in " + name + ".csr -out " + name + ".crt");
+    }
+};
+
+const Authority &authority() {
+    static const Authority made;
+    return made;
+}
+
+// What ZEV_CA_FILE names while it lives; empty for nothing.
+struct Trust {
+    explicit Trust(const std::string &file) {
+        file.empty() ? unsetenv("ZEV_CA_FILE") : setenv("ZEV_CA_FILE", file.c_str(), 1);
+    }
+    ~Trust() { unsetenv("ZEV_CA_FILE"); }
+    Trust(const Trust &) = delete;
+    Trust &operator=(const Trust &) = delete;
+};
+
+std::atomic<int> answered;
+
+// The request's body, or how many connections there are.
+HttpResponse *echo(HttpServer *server, HttpRequest *request) {
+    ++answered;
+    Stream *body = zHttpRequestBody(request), *copy = zMemStream(0, 0);
+    HttpResponse *response = zHttpResponseBlank(200);
+    const std::string open = std::to_string(server->open);
+    if (!body) zStreamWrite(copy, open.data(), open.size());
+    std::vector<char> block(1 << 16);
+    for (uint64_t count; body && (count = zStreamRead(body, block.data(), block.size()));)
+        zStreamWrite(copy, block.data(), count);
+    zHttpResponseSetContents(response, u"application/octet-stream", nullptr, nullptr, copy);
+    return response;
+}
+
+struct TlsServer : TestServer {
+    explicit TlsServer(const std::string &name = "good")
+        : TestServer(echo, [&](HttpServer &server) {
+              auto *prototype = reinterpret_cast<Echo *>(server.prototype);
+              zLoopFree(server.tcp);
+              server.tcp = zLoopNew(zev::tls_class(), prototype, 16, 0);
+              EXPECT_OK(zev::tls_set_identity(server.tcp,
+                                              wide(authority().file(name + ".crt")).c_str(),
+                                              wide(authority().file(name + ".key")).c_str()));
+          }) {}
+};
+
+using Request = test::Guard<HttpRequest>;
+
+Request request_to(const std::string &host, uint32_t port) {
+    const std::string url = "https://" + host + ":" + std::to_string(port) + "/test";
+    Request request = test::guard(zHttpRequestNew(wide(url).c_str()), zHttpRequestFree);
+    zHttpRequestSetTimeout(request.get(), 10'000);
+    return request;
+}
+
+std::string noise(size_t size) {
+    std::string bytes(size, '\0');
+    std::mt19937_64 next(7);
+    for (size_t at = 0; at + 8 <= size; at += 8) {
+        const uint64_t word = next();
+        memcpy(&bytes[at], &word, 8);
+    }
+    return bytes;
+}
+
+void set_body(const Request &request, const std::string &bytes) {
+    Stream *body = zMemStream(0, 0);
+    zStreamWrite(body, bytes.data(), bytes.size());
+    zStreamRewind(body);
+    ASSERT_OK(zHttpRequestSetOctet(request.get(), body));
+}
+
+TEST(Tls, BelievesOnlyWhoIsVouchedFor) {
+    const struct {
+        const char *certificate, *host, *trust;
+        const char *refused; // empty for none
+    } cases[] = {
+        {"good", "localhost", "ca.crt", ""},
+        {"good", "LOCALHOST", "ca.crt", ""},
+        {"good", "127.0.0.1", "ca.crt", ""},
+        {"name", "127.0.0.1", "ca.crt", "IP address mismatch"},
+        {"wrong", "localhost", "ca.crt", "hostname mismatch"},
+        {"expired", "localhost", "ca.crt", "certificate has expired"},
+        {"good", "localhost", "other.crt", "unable to get local issuer certificate"},
+        {"good", "localhost", "", "unable to get local issuer certificate"},
+        {"good", "localhost", "absent.crt", "No such file or directory"},
+        {"good", "localhost", "garbage.crt", "could not be read"},
+    };
+    for (const auto &each : cases) {
+        const std::string what = std::string(each.certificate) + " " + each.host + " " + each.trust;
+        const Trust trust(*each.trust ? authority().file(each.trust) : "");
+        const TlsServer server(each.certificate);
+        const int before = answered;
+        Request request = request_to(each.host, server.port());
+        const int32_t code = zHttpResponseCode(zHttpRequestGet(request.get()));
+        const std::string detail = narrow(zErrorDetail());
+        EXPECT_EQ(code, *each.refused ? 503 : 200) << what << ": " << detail;
+        EXPECT_EQ(answered - before, *each.refused ? 0 : 1) << what;
+        if (!*each.refused) continue;
+        EXPECT_EQ(zErrorClass(), 15) << what;
+        EXPECT_NE(detail.find(each.refused), detail.npos) << what << ": " << detail;
+        // Nor is anything left of it that a second request would go by.
+        EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503) << what;
+    }
+}
+
+// No request leaves in the clear by a client that was secure, or the other way round.
+TEST(Tls, KeepsToOneKindOfTransport) {
+    const Trust trust(authority().file("ca.crt"));
+    const TlsServer server;
+    Request request = request_to("localhost", server.port());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+    const std::string url = "http://localhost:" + std::to_string(server.port()) + "/test";
+    zHttpRequestSetUrl(request.get(), wide(url).c_str());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503);
+    EXPECT_EQ(zErrorClass(), 2);
+}
+
+TEST(Tls, CarriesLargeBodiesBothWays) {
+    const Trust trust(authority().file("ca.crt"));
+    const TlsServer server;
+    Request request = request_to("localhost", server.port());
+    zHttpRequestSetTimeout(request.get(), 60'000);
+    for (size_t size : {size_t{1}, size_t{16384}, size_t{65535}, size_t{65536}, size_t{12} << 20}) {
+        const std::string bytes = noise(size);
+        set_body(request, bytes);
+        HttpResponse *response = zHttpRequestPost(request.get());
+        ASSERT_EQ(zHttpResponseCode(response), 200) << size << narrow(zErrorDetail());
+        EXPECT_TRUE(body_of(response) == bytes) << size;
+    }
+}
+
+TEST(Tls, ServesManyRequestsOfOneConnection) {
+    const Trust trust(authority().file("ca.crt"));
+    const TlsServer server;
+    Request request = request_to("localhost", server.port());
+    uint64_t before = 0;
+    for (int i = 0; i < 300; ++i) {
+        HttpResponse *response = zHttpRequestGet(request.get());
+        ASSERT_EQ(zHttpResponseCode(response), 200) << i;
+        EXPECT_EQ(body_of(response), "1");
+        const uint64_t all = zLoopUsage(request->client->loop)->total_read;
+        EXPECT_LT(i ? all - before : 0, 500u) << i; // a handshake takes more
+        before = all;
+    }
+}
+
+// ---- A peer by the library below, on a thread: reads a head, says something, and ends.
+
+class Peer {
+  public:
+    enum class End { told, cut, silent };
+
+    Peer(std::string answer, End end, int connections = 1)
+        : answer_(std::move(answer)), end_(end), fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        bind(fd_, reinterpret_cast<sockaddr *>(&address), size);
+        ::listen(fd_, 4);
+        getsockname(fd_, reinterpret_cast<sockaddr *>(&address), &size);
+        port_ = ntohs(address.sin_port);
+        thread_ = std::thread([this, connections] {
+            for (int i = 0; i < connections; ++i) play();
+        });
+    }
+    ~Peer() {
+        shutdown(fd_, SHUT_RDWR);
+        thread_.join();
+        ::close(fd_);
+    }
+    Peer(const Peer &) = delete;
+    Peer &operator=(const Peer &) = delete;
+
+    uint32_t port() const { return port_; }
+    int accepted() const { return accepted_; }
+    bool heard() const { return heard_; } // by a silent one
+
+  private:
+    void play() {
+        const int client = accept(fd_, nullptr, nullptr);
+        if (client < 0) return;
+        ++accepted_;
+        end_ == End::silent ? hear_out(client) : talk(client);
+        ::close(client);
+    }
+    void hear_out(int client) {
+        for (char block[4096]; recv(client, block, sizeof block, 0) > 0;) heard_ = true;
+    }
+    void talk(int client) const {
+        SSL_CTX *context = SSL_CTX_new(TLS_server_method());
+        const std::string chain = authority().file("good.crt"), key = authority().file("good.key");
+        SSL_CTX_use_certificate_chain_file(context, chain.c_str());
+        SSL_CTX_use_PrivateKey_file(context, key.c_str(), SSL_FILETYPE_PEM);
+        SSL *session = SSL_new(context);
+        SSL_set_fd(session, client);
+        if (SSL_accept(session) == 1) {
+            std::string head;
+            for (char byte; !head.ends_with("\r\n\r\n") && SSL_read(session, &byte, 1) == 1;)
+                head += byte;
+            SSL_write(session, answer_.data(), static_cast<int>(answer_.size()));
+            if (end_ == End::told) SSL_shutdown(session);
+        }
+        SSL_free(session);
+        SSL_CTX_free(context);
+    }
+
+    const std::string answer_;
+    const End end_;
+    int fd_;
+    uint32_t port_ = 0;
+    std::atomic<int> accepted_ = 0;
+    std::atomic<bool> heard_ = false;
+    std::thread thread_;
+};
+
+// Where only the connection's end tells that of the body, anybody could make it shorter.
+TEST(Tls, TakesNoCutForAnEnd) {
+    const Trust trust(authority().file("ca.crt"));
+    const std::string open = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\nhalf",
+                      counted = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf",
+                      whole = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nhalf";
+    const struct {
+        const char *what;
+        const std::string &answer;
+        Peer::End end;
+        int connections, code;
+    } cases[] = {
+        {"told", open, Peer::End::told, 1, 200},
+        {"cut", open, Peer::End::cut, 2, 503},
+        {"cut in a counted body", counted, Peer::End::cut, 2, 503},
+        {"told in a counted body", counted, Peer::End::told, 2, 503},
+        {"cut behind a counted body", whole, Peer::End::cut, 1, 200},
+    };
+    for (const auto &each : cases) {
+        const Peer peer(each.answer, each.end, each.connections);
+        Request request = request_to("localhost", peer.port());
+        HttpResponse *response = zHttpRequestGet(request.get());
+        const std::string detail = narrow(zErrorDetail());
+        EXPECT_EQ(zHttpResponseCode(response), each.code) << each.what << ": " << detail;
+        if (each.code == 200) {
+            EXPECT_EQ(body_of(response), "half") << each.what;
+        }
+        EXPECT_EQ(peer.accepted(), each.connections) << each.what;
+    }
+}
+
+// ---- Who says nothing, or something else
+
+struct FakeClock {
+    static inline std::atomic<int64_t> time = zev::kSecond;
+    const zev::os::Calls before = zev::os::calls;
+    FakeClock() {
+        zev::os::calls.steady = [] { return time.load(); };
+    }
+    ~FakeClock() { zev::os::calls = before; }
+    FakeClock(const FakeClock &) = delete;
+    FakeClock &operator=(const FakeClock &) = delete;
+};
+
+TEST(Tls, GivesAHandshakeSoMuchTime) {
+    const FakeClock clock;
+    const Trust trust(authority().file("ca.crt"));
+    const TlsServer server;
+    const RawSocket silent(server.port()), begun(server.port());
+    ASSERT_TRUE(begun.send("\x16\x03\x01"));                  // of a record
+    Request request = request_to("localhost", server.port()); // those two hold nobody up
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+    FakeClock::time += 21 * zev::kSecond;
+    for (const RawSocket *each : {&silent, &begun}) {
+        bool closed = false;
+        for (int i = 0; i < 5 && !closed; ++i) each->receive({}, &closed);
+        EXPECT_TRUE(closed);
+    }
+    // A client waits no longer for a server, and does not ask it again.
+    const Peer peer("", Peer::End::silent);
+    std::thread passing([&] {
+        while (!peer.heard()) std::this_thread::yield();
+        FakeClock::time += 21 * zev::kSecond;
+    });
+    request = request_to("localhost", peer.port());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503);
+    EXPECT_NE(narrow(zErrorDetail()).find("took too long"), std::string::npos)
+        << narrow(zErrorDetail());
+    EXPECT_EQ(peer.accepted(), 1);
+    passing.join();
+}
+
+TEST(Tls, EndsWithThoseWhoSpeakSomethingElse) {
+    const Trust trust(authority().file("ca.crt"));
+    const TlsServer server;
+    std::string flood = noise(200'000);
+    flood.insert(0, "\x16\x03\x01\x02");
+    for (const std::string &said :
+         {std::string("GET /test HTTP/1.1\r\nHost: h\r\n\r\n"), std::string("\0\0\0\0\0\0", 6),
+          std::string("\x16\x03\x01\x00\x05\x01\xff\xff\xff\xff", 10), flood}) {
+        const RawSocket client(server.port());
+        client.send(said);
+        bool closed = false;
+        const std::string heard = client.receive({}, &closed);
+        EXPECT_TRUE(closed) << said.size();
+        EXPECT_LE(heard.size(), 7u) << said.size(); // an alert, or nothing
+        EXPECT_EQ(heard.find("HTTP"), heard.npos);
+    }
+    Request request = request_to("localhost", server.port());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+    // A client that comes to a server without TLS.
+    const TestServer plain(echo);
+    request = request_to("localhost", plain.port());
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503);
+    EXPECT_NE(narrow(zErrorDetail()).find("No secure connection with localhost: "),
+              std::string::npos)
+        << narrow(zErrorDetail());
+}
+
+TEST(Tls, RefusesAnIdentityThatIsNone) {
+    const test::Guard<HttpEcho> prototype = test::guard(zHttpEchoNew(nullptr), zHttpEchoFree);
+    const auto end = reinterpret_cast<Echo *>(prototype.get());
+    const auto loop = test::guard(zLoopNew(zev::tls_class(), end, 1, 0), zLoopFree);
+    EXPECT_FALSE(zLoopListen(loop.get(), u"127.0.0.1", 0)); // without any
+    test::run("openssl ec -in " + authority().file("good.key") + " -aes128 -passout pass:x -out " +
+              authority().file("locked.key") + " 2>&1");
+    for (const char *pair :
+         {"good other", "good absent", "absent good", "garbage good", "good locked"}) {
+        const std::string both = pair;
+        const size_t at = both.find(' ');
+        const std::string chain = authority().file(both.substr(0, at) + ".crt"),
+                          key = authority().file(both.substr(at + 1) + ".key");
+        EXPECT_FALSE(zev::tls_set_identity(loop.get(), wide(chain).c_str(), wide(key).c_str()))
+            << pair;
+        EXPECT_EQ(zErrorClass(), 15) << pair;
+        EXPECT_NE(narrow(zErrorDetail()).find("is not usable: "), std::string::npos)
+            << pair << narrow(zErrorDetail());
+    }
+}
+
+// ---- Other programs
+
+TEST(Tls, IsUnderstoodByCurl) {
+    const TlsServer server;
+    const std::string url = "https://localhost:" + std::to_string(server.port()) + "/test";
+    const std::string curl = "curl -sS --cacert " + authority().file("ca.crt") + " ";
+    test::write(authority().dir.path() / "body", noise(50 << 20));
+    const std::string sum = test::run("sha256sum < " + authority().file("body"));
+    for (const char *version : {"--tlsv1.2 --tls-max 1.2", "--tlsv1.3"}) {
+        const std::string send = std::string(version) +
+                                 " -H 'Content-Type: application/octet-stream"
+                                 "' --data-binary @" +
+                                 authority().file("body") + " ";
+        EXPECT_EQ(test::run(curl + send + url + " | sha256sum"), sum) << version;
+        EXPECT_EQ(test::run(curl + version + " " + url + " " + url + " 2>&1"), "11") << version;
+    }
+    int status = 0;
+    test::run(curl + "--tls-max 1.1 " + url + " 2>&1", &status);
+    EXPECT_NE(status, 0);
+    test::run("curl -sS " + url + " 2>&1", &status);
+    EXPECT_NE(status, 0);
+    // The end is told, and renegotiation is not to be had.
+    const std::string said = test::run(
+        "(printf 'GET /test HTTP/1.1\\r\\nHost: h\\r\\nConnection: close\\r\\n\\r\\n'; cat) "
+        "</dev/null | openssl s_client -tls1_2 -ign_eof -alpn h2,http/1.1 -state -CAfile " +
+        authority().file("ca.crt") + " -connect localhost:" + std::to_string(server.port()) +
+        " 2>&1");
+    EXPECT_NE(said.find("close notify"), said.npos) << said;
+    EXPECT_NE(said.find("ALPN protocol: http/1.1"), said.npos) << said;
+}
+
+// A front of the kind that most put before a service. It goes into the background once it listens.
+class Nginx {
+  public:
+    explicit Nginx(uint32_t backend) : port_(free_port()) {
+        std::string text = "daemon on; user root; pid PID/pid; error_log PID/error;\n"
+                           "events { worker_connections 64; }\n"
+                           "http { access_log off; client_max_body_size 0;\n";
+        for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+            text += std::string(kind) + "_temp_path PID/" + kind + ";\n";
+        text += "server { listen 127.0.0.1:" + std::to_string(port_) + " ssl;\n" +
+                "ssl_certificate " + authority().file("good.crt") + "; ssl_certificate_key " +
+                authority().file("good.key") + ";\n" +
+                "location / { proxy_pass http://127.0.0.1:" + std::to_string(backend) + "; } } }\n";
+        for (size_t at; (at = text.find("PID")) != text.npos;)
+            text.replace(at, 3, dir_.path().string());
+        test::write(dir_.path() / "conf", text);
+        started_ = run("");
+    }
+    ~Nginx() {
+        if (started_) run(" -s stop");
+    }
+    Nginx(const Nginx &) = delete;
+    Nginx &operator=(const Nginx &) = delete;
+    bool started() const { return started_; }
+    uint32_t port() const { return port_; }
+
+  private:
+    bool run(const std::string &words) const {
+        int status = 0;
+        const std::string said =
+            test::run("nginx -e " + dir_.path().string() + "/error -p " + dir_.path().string() +
+                          " -c " + dir_.path().string() + "/conf" + words + " 2>&1 </dev/null",
+                      &status);
+        EXPECT_EQ(status, 0) << said;
+        return status == 0;
+    }
+    static uint32_t free_port() {
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        bind(fd, reinterpret_cast<sockaddr *>(&address), size);
+        getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size);
+        ::close(fd);
+        return ntohs(address.sin_port);
+    }
+
+    TempDir dir_;
+    uint32_t port_;
+    bool started_ = false;
+};
+
+TEST(Tls, ReachesAServerBehindAFront) {
+    int status = 0;
+    test::run("command -v nginx", &status);
+    if (status != 0) GTEST_SKIP() << "nginx is not installed";
+    const Trust trust(authority().file("ca.crt"));
+    const TestServer server(echo);
+    const Nginx front(server.port());
+    ASSERT_TRUE(front.started());
+    Request request = request_to("localhost", front.port());
+    const std::string bytes = noise(5'000'000);
+    for (int i = 0; i < 3; ++i) {
+        set_body(request, bytes);
+        HttpResponse *response = zHttpRequestPost(request.get());
+        ASSERT_EQ(zHttpResponseCode(response), 200) << narrow(zErrorDetail());
+        EXPECT_TRUE(body_of(response) == bytes);
+    }
+}
+
+} // namespace
