@@ -4,6 +4,7 @@
 
 #include "front.hpp"
 #include "refs.hpp"
+#include "server_note.hpp"
 #include "show.hpp"
 #include "transfer.hpp"
 
@@ -44,7 +45,8 @@ void tell(Host &host, const Result &result, const Reception &reception) {
 
 } // namespace
 
-int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, Reception &reception) {
+int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, bool whole,
+                Reception &reception) {
     const Outcome outcome = host.notify->outcome();
     const bool conflicts = has_conflicts(copy);
     const std::optional<Oid> after = head_tree(copy);
@@ -58,6 +60,7 @@ int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, Receptio
     if (broken() || outcome.aborted)
         throw Failed(kCanceled, "cancelled; what came in stays, and \"zev update\" goes on");
     reception.finish();
+    note_answer(copy, whole && !missed && result.commit ? zCommitId(result.commit.get()) : nullptr);
     if (missed)
         throw Failed(kOther, std::to_string(missed) + (missed == 1 ? " file was" : " files were") +
                                  " left out; close what uses them, and update again");
@@ -73,7 +76,7 @@ int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid
     Reception reception(host, own_directory(copy), verb, copy.born());
     host.notify->forget();
     if (!zRemoteUpdate(remote.get(), spec.get())) fail_remote(host, origin_of(copy));
-    return tell_update(host, copy, before ? &*before : nullptr, reception);
+    return tell_update(host, copy, before ? &*before : nullptr, !paths, reception);
 }
 
 } // namespace host

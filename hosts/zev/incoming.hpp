@@ -11,7 +11,8 @@ int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid
                 const PathSpec *paths);
 
 // The end of it, also where another call has brought it: `before` is the tree that HEAD had, null
-// for none. Gives the exit code.
-int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, Reception &reception);
+// for none, `whole` says that it was of all paths. Gives the exit code.
+int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, bool whole,
+                Reception &reception);
 
 } // namespace host

@@ -18,8 +18,8 @@ extern const Verb kInitVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb, kRevertVerb
     kLsVerb, kStatusVerb, kCommitVerb, kLogVerb, kShowVerb, kBlameVerb, kCatVerb, kVerifyVerb,
     kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb, kTrashListVerb,
     kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb, kBranchVerb,
-    kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kLoginVerb, kLogoutVerb, kAdminVerb,
-    kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
+    kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb, kLoginVerb,
+    kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
 
 namespace {
 
@@ -30,8 +30,9 @@ const Verb *const kVerbs[] = {
     &kImportVerb,  &kExportVerb,    &kDiffVerb,      &kConflictsVerb,    &kResolveVerb,
     &kTrashVerb,   &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb, &kTrashPurgeVerb,
     &kMergeVerb,   &kSwitchVerb,    &kBranchVerb,    &kGetVerb,          &kUpdateVerb,
-    &kUpdatesVerb, &kResetVerb,     &kLoginVerb,     &kLogoutVerb,       &kAdminVerb,
-    &kConfigVerb,  &kCleanupVerb,   &kUndoVerb,      &kGenerateVerb};
+    &kUpdatesVerb, &kResetVerb,     &kRightsVerb,    &kInfoVerb,         &kLoginVerb,
+    &kLogoutVerb,  &kAdminVerb,     &kConfigVerb,    &kCleanupVerb,      &kUndoVerb,
+    &kGenerateVerb};
 
 const char *heading(Group group) {
     switch (group) {

@@ -8,6 +8,7 @@
 #include "merge_state.hpp"
 #include "reception.hpp"
 #include "refs.hpp"
+#include "server_note.hpp"
 #include "show.hpp"
 #include "transfer.hpp"
 
@@ -91,6 +92,7 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
     reception.finish();
     if (merging) finish_merge(copy);
     const OwnedCommit made = server_commit(copy);
+    note_answer(copy, made ? zCommitId(made.get()) : nullptr);
     if (made && is_made(copy, before, message))
         return tell_commit(host, made.get(), author, message);
     host.out.line("nothing was left to send: the server has these changes already");

@@ -16,6 +16,10 @@ struct Import {
     std::string path;       // the same, relative to it
     Drawing *committed;     // the version of it that HEAD holds, may be null
     const Notify *notify;
+    // In a copy of a server's project, else empty. Brings the rows of the drawing that are not
+    // here; gives the table a tag from the server, false where it has none to give. Both may throw.
+    std::function<void(Drawing *drawing)> fetch_rows{};
+    std::function<bool(Table *table)> ask_tag{};
 };
 
 struct ImportResult {

@@ -2,7 +2,8 @@
 // holds and of every key which the drawing's manifests name, at work and at HEAD. So no row that
 // any commit on any branch names, or the work file that is to be replaced, is written over, and
 // an import that fails half-way leaves nothing but rows that nobody names. The step above is drawn
-// by chance: two copies of one copy that go on apart would else give one key to different rows.
+// by chance: two copies of one copy that go on apart would else give one key to different rows. In
+// a copy of a server's project the server gives the tag, where it can be asked.
 
 #include "dxf/drawing.hpp"
 #include "dxf/layout.hpp"
@@ -108,6 +109,7 @@ class Importer {
         if (!former_)
             throw host::Failed(host::kExists,
                                request_.path + ": the file is there and is no drawing");
+        if (request_.fetch_rows) request_.fetch_rows(former_.get());
         const Oid *id = zDrawingTableId(former_.get());
         if (zPathDirExists(table_path(request_.repository, id).c_str())) open_table();
         list_formers();
@@ -122,7 +124,7 @@ class Importer {
     // and gets one of its own.
     void own_table() {
         if (table_) {
-            if (is_owner()) return;
+            if (is_owner() || take_over()) return;
             table_.reset();
             zRaiseError(0, 0, nullptr, nullptr);
             zDrawingConfirmTableBackwardRef(request_.drawing.c_str());
@@ -144,6 +146,14 @@ class Importer {
 
     bool is_owner() {
         return zStrcasesameA(table_owner(table_.get()).c_str(), request_.path.c_str());
+    }
+
+    // A drawing that was renamed elsewhere still has the table of its former name here.
+    bool take_over() {
+        const std::string owner = table_owner(table_.get());
+        const zwchar *base = host::check(zRepositoryWorkdir(request_.repository));
+        if (owner.empty() || zPathExists((base + host::wide(owner)).c_str())) return false;
+        return zDrawingTableBackwardRefSet(table_.get(), base, request_.drawing.c_str());
     }
 
     // Undoes zTableRand; the directory above goes if it was made for this table.
@@ -324,9 +334,12 @@ class Importer {
     uint64_t raise_tag() {
         uint64_t tag = zTableTagGet(table_.get());
         if (fresh_) return tag;
-        const uint64_t used =
-            std::max({tag, highest_tag(table_.get()), highest_named(former_.get()),
-                      highest_named(request_.committed)});
+        const bool is_asked = request_.ask_tag && request_.ask_tag(table_.get());
+        if (is_asked) tag = zTableTagGet(table_.get());
+        const uint64_t named = std::max({highest_tag(table_.get()), highest_named(former_.get()),
+                                         highest_named(request_.committed)});
+        if (is_asked && tag > named) return tag; // nobody else has it
+        const uint64_t used = std::max(tag, named);
         if (used >= kHighestTag) throw host::Failed(host::kOther, "the drawing's tags are used up");
         Oid chance;
         uint64_t step;

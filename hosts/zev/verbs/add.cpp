@@ -3,6 +3,7 @@
 #include "foreign_rows.hpp"
 #include "index_change.hpp"
 #include "keep_files.hpp"
+#include "permissions.hpp"
 #include "verb.hpp"
 
 namespace host {
@@ -27,6 +28,24 @@ std::string hint(const WorkingCopy &copy, const std::string &path) {
     return tracked ? "; \"zev commit\" with its name keeps that it is gone" : "";
 }
 
+// What the server will refuse from this user: better told now than after an hour's work.
+void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *spec) {
+    const Permissions permissions(copy);
+    if (!permissions.has_rules()) return;
+    check(zPathSpecSetNotify(spec, nullptr));
+    check(zPathSpecSetOn(spec, Z_SPEC_INDEX_ONLY | Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED));
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedStatus list(check(zStatusListBuild(index.get(), spec)));
+    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+        const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
+        const Permission permission = permissions.of(path);
+        if (permission.bits & Z_PRIVILEGE_WRITE) continue;
+        host.out.warn(path + ": you may not change it" +
+                      (permission.rule.empty() ? "" : ", by the rule on " + permission.rule) +
+                      "; the server will refuse it");
+    }
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     std::vector<std::string> present;
@@ -45,6 +64,7 @@ int run(Host &host, const Options &options) {
         check(zIndexAdd(index, spec.get()));
         stop_on_break(host.notify);
     });
+    warn_of_read_only(host, copy, copy.spec(options.paths, 0, nullptr).get());
     return kDone;
 }
 

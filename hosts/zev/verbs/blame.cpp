@@ -4,6 +4,7 @@
 #include "dxf/history.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
+#include "needed_rows.hpp"
 #include "object_names.hpp"
 #include "show.hpp"
 #include "when.hpp"
@@ -43,6 +44,7 @@ std::vector<Look> looks_of(Host &host, const WorkingCopy &copy, const dxf::Manif
     std::vector<DrawingKey> keys;
     for (const auto &[key, place] : order) keys.push_back(key);
     try {
+        fetch_rows(host, copy, drawing.table, keys, path);
         OwnedTable table = dxf::open_table(copy.repository(), &drawing.table, path);
         dxf::read_rows(table.get(), keys, host.notify, [&](size_t i, std::string_view row) {
             looks[order[i].second] = {std::string(dxf::record_type(row)),

@@ -1,6 +1,7 @@
 // cat: a file of a commit, as it is.
 
 #include "bytes.hpp"
+#include "server_history.hpp"
 #include "verb.hpp"
 
 namespace host {
@@ -42,7 +43,7 @@ bool is_plain_text(const std::string &data) {
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     RevisionPath name = parse_revision_path(options.file);
-    OwnedCommit commit = copy.commit(name.revision);
+    OwnedCommit commit = commit_with(host, copy, name.revision, name.path);
     OwnedTreeEntry entry = copy.file(commit.get(), name.path);
     OwnedOdb odb(check(zOdbOpen(copy.repository())));
     if (!host.out.json()) {

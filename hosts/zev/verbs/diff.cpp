@@ -6,7 +6,9 @@
 #include "dxf/manifest.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
+#include "needed_rows.hpp"
 #include "object_names.hpp"
+#include "server_history.hpp"
 #include "verb.hpp"
 
 #include <algorithm>
@@ -57,13 +59,14 @@ constexpr struct {
 
 // A version of a drawing: from a commit, or the work file.
 struct Version {
-    Version(const WorkingCopy &copy, const std::string &path, const std::string &revision) {
+    Version(const Host &host, const WorkingCopy &copy, const std::string &path,
+            const std::string &revision) {
         std::string name = path;
         if (revision.empty()) {
             read_work_file(copy, path);
         } else {
             name = revision + ":" + path;
-            OwnedCommit commit = copy.commit(revision);
+            OwnedCommit commit = commit_with(host, copy, revision, path);
             OwnedTreeEntry entry = copy.file(commit.get(), path);
             OwnedOdb odb(check(zOdbOpen(copy.repository())));
             read_object(odb.get(), zTreeEntryId(entry.get()), bytes, name);
@@ -102,8 +105,8 @@ class Difference {
   public:
     Difference(Host &host, const WorkingCopy &copy, const Options &options, const std::string &path)
         : host_(host), copy_(copy), options_(options), path_(path),
-          from_(copy, path, options.from.empty() ? "HEAD" : options.from),
-          to_(copy, path, options.to) {
+          from_(host, copy, path, options.from.empty() ? "HEAD" : options.from),
+          to_(host, copy, path, options.to) {
         const dxf::Manifest &older = from_.manifest, &newer = to_.manifest;
         if (!zOidIsEqual(&older.table, &newer.table))
             throw Failed(kOther, path_ + ": the two versions are kept in different tables");
@@ -165,6 +168,7 @@ class Difference {
                   [](const Side &a, const Side &b) { return dxf::before(a.key.key, b.key.key); });
         std::vector<DrawingKey> keys;
         for (const Side &side : sides) keys.push_back(side.key.key);
+        fetch_rows(host_, copy_, to_.manifest.table, keys, path_);
         dxf::DigestCheck check(from_.manifest, to_.manifest);
         OwnedTable table = dxf::open_table(copy_.repository(), &to_.manifest.table, path_);
         const uint64_t found = dxf::read_rows(table.get(), keys, host_.notify,

@@ -1,6 +1,8 @@
 // export: drawings as the DXF files that they came from.
 
 #include "dxf/drawing.hpp"
+#include "needed_rows.hpp"
+#include "server_history.hpp"
 #include "verb.hpp"
 
 #include <unistd.h>
@@ -110,7 +112,8 @@ void export_to(Host &host, const WorkingCopy &copy, Drawing *drawing, const Opti
 // A version of a drawing as a file: from a commit, or the work file itself.
 class Version {
   public:
-    Version(const WorkingCopy &copy, const std::string &path, const std::string &revision) {
+    Version(const Host &host, const WorkingCopy &copy, const std::string &path,
+            const std::string &revision) {
         if (revision.empty()) {
             file_ = copy.absolute(path).u16string();
             if (!zPathFileExists(file_.c_str()))
@@ -118,7 +121,7 @@ class Version {
         } else {
             temporary_ = std::make_unique<TempFile>();
             file_ = temporary_->path();
-            OwnedCommit commit = copy.commit(revision);
+            OwnedCommit commit = commit_with(host, copy, revision, path);
             copy.save(copy.file(commit.get(), path).get(), file_);
         }
         drawing_ = read_drawing(file_, revision.empty() ? path : revision + ":" + path);
@@ -157,7 +160,8 @@ int run(Host &host, const Options &options) {
     if (target == "-" && host.out.json())
         throw Failed(kInvalid, "a DXF file on stdout can't go with --json");
     if (target != "-") require_free(host, copy, options, target);
-    Version version(copy, path, options.revision);
+    Version version(host, copy, path, options.revision);
+    fetch_rows(host, copy, version.drawing(), path);
     export_to(host, copy, version.drawing(), options, target);
     return kDone;
 }

@@ -76,7 +76,7 @@ int run(Host &host, const Options &options) {
     host.out.record(Record("get").set(u"url", url).set(u"path", place.string()));
     fs::current_path(place);
     const WorkingCopy copy;
-    return tell_update(host, copy, nullptr, reception);
+    return tell_update(host, copy, nullptr, true, reception);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // import: DXF files into drawings.
 
 #include "dxf/drawing.hpp"
+#include "needed_rows.hpp"
 #include "verb.hpp"
 
 #include <map>
@@ -137,7 +138,13 @@ void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
                         .drawing = file.u16string(),
                         .path = path,
                         .committed = head.get(),
-                        .notify = host.notify};
+                        .notify = host.notify,
+                        .fetch_rows = {},
+                        .ask_tag = {}};
+    if (!origin_of(copy).empty()) {
+        request.fetch_rows = [&](Drawing *drawing) { fetch_rows(host, copy, drawing, path); };
+        request.ask_tag = [&](Table *table) { return ask_tag(host, copy, table, path); };
+    }
     Displaced before(copy, path);
     const dxf::ImportResult result = dxf::import_drawing(request);
     if (result.written) before.trash();

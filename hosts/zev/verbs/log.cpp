@@ -6,6 +6,7 @@
 
 #include "dxf/history.hpp"
 #include "object_names.hpp"
+#include "server_history.hpp"
 #include "show.hpp"
 #include "when.hpp"
 
@@ -150,7 +151,7 @@ Wanted read_words(const WorkingCopy &copy, const Host &host, const Options &opti
             take_word(copy, wanted, options.words[i], host.behind_mark.has_value());
         else
             wanted.paths.push_back(options.words[i]);
-    if (!wanted.start) wanted.start = copy.head();
+    if (!wanted.start) wanted.start = newest_commit(copy);
     return wanted;
 }
 
@@ -344,6 +345,7 @@ int log_object(Host &host, const WorkingCopy &copy, const Commit *start, const s
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
+    bring_history(host, copy);
     Wanted wanted = read_words(copy, host, options);
     if (options.object.empty()) {
         History(host, copy, options, std::move(wanted)).run();

@@ -51,7 +51,8 @@ int run(Host &host, const Options &options) {
     const std::string server = server_of(options.url);
     const std::string user = login_of(server, options.user);
     if (!is_private(server))
-        host.out.warn("what travels to " + server + " can be read and changed on its way");
+        host.out.warn("the password crosses the network to " + server +
+                      " unencrypted, as all else: it can be read and changed on its way");
     const std::string password = read_password(user + " at " + server, options.from_stdin);
     const int32_t status =
         zAdminLogin(wide(server).c_str(), wide(user).c_str(), wide(password).c_str(), false, false);

@@ -2,13 +2,14 @@
 
 #include "show.hpp"
 #include "dxf/history.hpp"
+#include "server_history.hpp"
 
 namespace host {
 
 namespace {
 
 struct Options {
-    std::string revision = "HEAD";
+    std::string revision; // empty: the newest
     bool stat = false;
 };
 
@@ -27,6 +28,9 @@ class ObjectCounts {
     void print(Host &host, const DiffEntry *entry) {
         const std::string path = narrow(zDiffEntryNewPath(entry));
         if (zDiffEntryStatus(entry) != Z_KIND_MODIFIED || !is_drawing_name(path)) return;
+        if (!zOdbExists(odb_.get(), zDiffEntryOldId(entry)) ||
+            !zOdbExists(odb_.get(), zDiffEntryNewId(entry)))
+            return; // of another's commit over a server
         from_.load(odb_.get(), {{}, path, *zDiffEntryOldId(entry)});
         to_.load(odb_.get(), {{}, path, *zDiffEntryNewId(entry)});
         if (!from_.manifest || !to_.manifest ||
@@ -50,11 +54,23 @@ class ObjectCounts {
     dxf::VersionFile from_, to_;
 };
 
+// By the record where the trees may not be here.
+OwnedDiff changes_of(const WorkingCopy &copy, Commit *commit) {
+    if (!origin_of(copy).empty()) {
+        const Owned<Revdb, zRevdbFree> db(check(zRevdbOpen(copy.repository())));
+        if (OwnedDiff recorded(zRevdbChanges(db.get(), zCommitId(commit))); recorded)
+            return recorded;
+    }
+    return OwnedDiff(check(zCommitChanges(commit, nullptr, nullptr)));
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
-    OwnedCommit commit = copy.commit(options.revision);
+    bring_history(host, copy);
+    OwnedCommit commit =
+        options.revision.empty() ? newest_commit(copy) : copy.commit(options.revision);
     print_commit(host, commit.get());
-    OwnedDiff changes(check(zCommitChanges(commit.get(), nullptr, nullptr)));
+    const OwnedDiff changes = changes_of(copy, commit.get());
     ObjectCounts counts(copy);
     for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i) {
         stop_on_break(host.notify);

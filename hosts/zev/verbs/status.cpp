@@ -1,7 +1,10 @@
 // status: what differs between the last commit, the index and the disk.
 
 #include "kinds.hpp"
+#include "reception.hpp"
+#include "server_note.hpp"
 #include "verb.hpp"
+#include "when.hpp"
 
 #include <cstring>
 
@@ -186,6 +189,25 @@ void print_sections(Host &host, const std::vector<File> &files) {
         }
 }
 
+// What was known of the server when it was asked last; nobody is asked.
+void tell_server(Host &host, const WorkingCopy &copy) {
+    const std::string url = origin_of(copy);
+    if (url.empty()) return;
+    const ServerNote note = read_note(copy);
+    const std::optional<uint64_t> updates = known_updates(copy);
+    std::string text = note.seconds ? "as of " + short_time(note.seconds) : "never asked";
+    if (updates)
+        text += !*updates ? ": nothing is new there"
+                          : ": " + grouped(*updates) + (*updates == 1 ? " file" : " files") +
+                                " would come by \"zev update\"";
+    host.out.line(host.out.paint(Colour::dim, url + ", " + text));
+    Record record("server");
+    record.set(u"url", url);
+    if (updates) record.set(u"updates", *updates);
+    if (note.seconds) record.set(u"asked", iso_time(note.seconds)).set(u"seconds", note.seconds);
+    host.out.record(record);
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     const uint32_t left_out =
@@ -205,10 +227,12 @@ int run(Host &host, const Options &options) {
         missing |= file.kind == Z_KIND_MISSING;
         host.out.json() ? print_json(host, file) : print_long(host, file);
     }
+    if (host.out.json()) tell_server(host, copy);
     host.out.record(Record("summary").set(u"changes", uint64_t{files.size()}));
     if (files.empty()) host.out.line("nothing has changed");
     if (missing) host.out.line("\"zev revert\" brings back what is missing, \"zev rm\" drops it");
     if (conflicted) host.out.line("\"zev conflicts\" tells more, \"zev resolve\" settles them");
+    if (!host.out.json()) tell_server(host, copy);
     return kDone;
 }
 

@@ -74,7 +74,7 @@ int foresee(Host &host, const WorkingCopy &copy, const Options &options) {
     host.out.line(count ? grouped(count) + (count == 1 ? " file" : " files") +
                               " would come; nothing was changed"
                         : "nothing would come");
-    host.out.record(Record("summary").set(u"updates", count));
+    host.out.record(Record("updates").set(u"files", count));
     return kDone;
 }
 

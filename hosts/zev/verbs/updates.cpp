@@ -3,6 +3,7 @@
 #include "forecast.hpp"
 #include "reception.hpp"
 #include "refs.hpp"
+#include "server_note.hpp"
 #include "show.hpp"
 #include "verb.hpp"
 
@@ -32,6 +33,7 @@ OwnedDiff list_updates(Host &host, const WorkingCopy &copy, const Options &optio
     check(zPathSpecSetNotify(all.get(), host.notify));
     OwnedDiff list(zRemoteListUpdates(remote, spec ? spec.get() : all.get(), !options.offline));
     if (!list) fail_remote(host, origin_of(copy));
+    if (!options.offline) note_answer(copy, nullptr);
     return list;
 }
 
@@ -57,7 +59,7 @@ int run(Host &host, const Options &options) {
     if (!count)
         host.out.line(newest ? "nothing is new at " + short_id(zCommitId(newest.get()))
                              : "the server's project is empty so far");
-    host.out.record(Record("summary").set(u"updates", count));
+    host.out.record(Record("updates").set(u"files", count));
     return kDone;
 }
 
