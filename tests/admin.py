@@ -4,96 +4,22 @@ the records of docs/json.md.
   admin.py ZEVD ZEV DOCS    the two programs, and the directory of json.md"""
 
 import contextlib
-import json
 import os
 import pty
-import re
 import shutil
-import signal
 import stat
-import subprocess
 import sys
 import tempfile
 
-ZEVD, ZEV, DOCS = (os.path.abspath(word) for word in sys.argv[1:4])
-failures = []
-
-
-def expect(good, what):
-    if not good:
-        failures.append(what)
-        print("failed:", what, file=sys.stderr)
-
-
-def told_records():
-    """The members of each record that json.md tells of, those first that are always there."""
-    records, at = {}, None
-    for line in open(DOCS + "/json.md"):
-        heading = re.match(r"### `(\w+)`", line)
-        if heading:
-            at = records.setdefault(heading.group(1), ({"type"}, {"type"}))
-        cells = [cell.strip() for cell in line.split("|")]
-        if at and len(cells) == 6 and cells[1] not in ("Member", "---"):
-            at[1].add(cells[1])
-            if cells[3] == "always":
-                at[0].add(cells[1])
-    return records
-
-
-RECORDS = told_records()
-seen = set()
-
-
-def zev(line, code=0, stdin="", **environment):
-    """Runs a command twice over: its records are checked, its text is given. What changes something
-    runs once, with records."""
-    words = line.split() if isinstance(line, str) else list(line)
-    done = subprocess.run([ZEV, *words], input=stdin, capture_output=True, text=True, timeout=60,
-                          env={**os.environ, **environment}, start_new_session=True)
-    expect(done.returncode == code, "%s: %d, not %d: %s%s" % (line, done.returncode, code,
-                                                             done.stdout, done.stderr))
-    return done.stdout + done.stderr
-
-
-def records(line, code=0, stdin="", **environment):
-    words = (line.split() if isinstance(line, str) else list(line)) + ["--json"]
-    found = []
-    for text in zev(words, code, stdin, **environment).splitlines():
-        record = json.loads(text)
-        always, known = RECORDS.get(record["type"], (set(), set()))
-        expect(always <= record.keys() <= known, "json.md tells of: " + text)
-        seen.add(record["type"])
-        found.append(record)
-    return found
-
-
-@contextlib.contextmanager
-def service(work):
-    directory = work + "/service"
-    subprocess.run([ZEVD, "init", directory, "--password-stdin"], input="secret\n", text=True,
-                   check=True, capture_output=True)
-    conf = directory + "/server.conf"
-    tree = json.load(open(conf))
-    tree["http"]["port"] = 0
-    json.dump(tree, open(conf, "w"))
-    process = subprocess.Popen([ZEVD, "run", "--config", conf], text=True, stdout=subprocess.PIPE,
-                               stderr=subprocess.DEVNULL)
-    try:
-        for line in process.stdout:
-            found = re.match(r"zevd serves port (\d+)", line)
-            if found:
-                yield "http://localhost:" + found.group(1)
-                break
-    finally:
-        process.send_signal(signal.SIGTERM)
-        process.wait(10)
+import console
+from console import expect, failures, quiet_environment, records, seen, service, zev
 
 
 def typed(words, lines):
     """A command on a terminal of its own, at which the lines are typed; what it showed."""
     pid, terminal = pty.fork()
     if pid == 0:
-        os.execv(ZEV, [ZEV, *words])
+        os.execv(console.ZEV, [console.ZEV, *words])
     shown = b""
     with contextlib.suppress(OSError):
         for line in lines:
@@ -313,10 +239,8 @@ def the_end(url):
 
 def main():
     work = tempfile.mkdtemp(dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
-    for name in ("ZEV_SERVER", "ZEV_USER", "ZEV_PASSWORD_FILE", "ZEV_PASSWORD_COMMAND"):
-        os.environ.pop(name, None)
-    os.environ.update(HOME=work, XDG_CONFIG_HOME=work + "/config", LC_ALL="C.UTF-8", USER="nobody",
-                      GIT_CONFIG_GLOBAL="/dev/null", GIT_CONFIG_NOSYSTEM="1")
+    console.setup(*sys.argv[1:4])
+    quiet_environment(work)
     os.chdir(work)
     try:
         with service(work) as url:

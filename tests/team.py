@@ -1,0 +1,468 @@
+"""Two copies of one project over a server that runs, on the command line: what goes wrong, what
+stays, and how it goes on; and the records of docs/json.md.
+  team.py ZEVD ZEV DOCS DATA EXAMPLE    the two programs, the directories of json.md and of
+                                        plan.dxf, examples/team.c as it was built"""
+
+import contextlib
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+
+import console
+from console import expect, failures, quiet_environment, records, seen, Service, zev
+
+# Patterns, options, comments, escapes and more elsewhere, and what they would match there.
+ODD = ["a b.txt", "a[1].txt", "#1", "100%s%n", "wh?t", "st*r", "q\"q", "ünder löß.txt", "図面－１階",
+       "a+b&c=d;e.txt", "a\u0308.txt"]
+NEIGHBOURS = ["a1.txt", "what", "star"]
+
+
+class Designer:
+    """A home with logins of its own, and copies in it."""
+
+    def __init__(self, work, name):
+        self.name, self.home = name, work + "/" + name
+        self.copy = self.home + "/house"
+        os.mkdir(self.home)
+
+    def zev(self, line, code=0, stdin="", cwd=None, **environment):
+        return zev(line, code, stdin, cwd or self.copy, XDG_CONFIG_HOME=self.home, **environment)
+
+    def records(self, line, code=0, cwd=None, **environment):
+        return records(line, code, "", cwd or self.copy, XDG_CONFIG_HOME=self.home, **environment)
+
+    def write(self, name, text, copy=None):
+        path = os.path.join(copy or self.copy, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(text if isinstance(text, bytes) else text.encode())
+
+    def read(self, name):
+        path = os.path.join(self.copy, name)
+        return open(path, "rb").read() if os.path.exists(path) else None
+
+    def state(self, copy=None):
+        """The bytes of all that an operation moves."""
+        found = {}
+        git = (copy or self.copy) + "/.git/"
+        for top, _, names in os.walk(git + "refs"):
+            for name in names:
+                found[top + "/" + name] = open(top + "/" + name, "rb").read()
+        for name in ("HEAD", "index", "config", "packed-refs", "AUTHZ"):
+            if os.path.exists(git + name):
+                found[name] = open(git + name, "rb").read()
+        return found
+
+    def sound(self):
+        self.zev("verify")
+        locks = [name for name in os.listdir(self.copy + "/.git") if name.endswith(".lock")]
+        expect(not locks, self.name + " is left with " + str(locks))
+
+
+class Relay:
+    """Stands between: at a number of bytes from the server it stalls, or hangs up."""
+
+    def __init__(self, port):
+        self.target, self.left, self.hangs_up = port, None, False
+        self.stalled, self.flows = threading.Event(), threading.Event()
+        self.listener = socket.create_server(("localhost", 0))
+        self.port = self.listener.getsockname()[1]
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def limit(self, count, hangs_up=False):
+        self.left, self.hangs_up = count, hangs_up
+        self.stalled.clear()
+        self.flows.clear()
+
+    def open(self):
+        self.left = None
+        self.flows.set()
+
+    def accept(self):
+        with contextlib.suppress(OSError):
+            while True:
+                client, _ = self.listener.accept()
+                server = socket.create_connection(("localhost", self.target))
+                for ways in ((client, server, False), (server, client, True)):
+                    threading.Thread(target=self.carry, args=ways, daemon=True).start()
+
+    def carry(self, source, to, counts):
+        with contextlib.suppress(OSError):
+            while (block := source.recv(1 << 16)) and not (counts and self.stops(block)):
+                to.sendall(block)
+        for end in (source, to):
+            with contextlib.suppress(OSError):
+                end.shutdown(socket.SHUT_RDWR)
+
+    def stops(self, block):
+        if self.left is None:
+            return False
+        self.left -= len(block)
+        if self.left >= 0:
+            return False
+        self.stalled.set()
+        return self.hangs_up or not self.flows.wait(60)
+
+    def close(self):
+        self.open()
+        self.listener.close()
+
+
+def admin(line, code=0, stdin=""):
+    return zev("admin " + line, code, stdin)
+
+
+def drawing(data, radius):
+    return open(data + "/plan.dxf").read().replace("12.5", radius, 1)
+
+
+# ---- The scenes, in their order; each leaves both copies up to date and clean
+
+
+def begin(url, ann, ben):
+    zev("login %s --user admin --password-stdin" % url, 0, "secret\n")
+    admin("project create team/house")
+    for each in (ann, ben):
+        admin("user create %s --password-stdin" % each.name, 0, "pw\n")
+        admin("role create team/house of-" + each.name)
+        admin("role add team/house of-%s %s" % (each.name, each.name))
+        admin("rights set team/house / of-%s rwe" % each.name)
+    text = ann.zev("get %s/team/house" % url, 5, cwd=ann.home)
+    expect("not logged in" in text and not os.path.exists(ann.copy), "without a login: " + text)
+    for each in (ann, ben):
+        each.zev("login %s --user %s --password-stdin" % (url, each.name), 0, "pw\n", cwd=each.home)
+    ann.zev("get team/none", 3, cwd=ann.home)
+    ann.zev("get http://localhost", 2, cwd=ann.home)
+    told = ann.records("get %s/repos/team/house/" % url, cwd=ann.home)
+    expect([each["type"] for each in told if each["type"] in ("get", "update")] ==
+           ["get", "update"], "an empty project: " + str(told))
+    expect("still empty" in ann.zev("update"), "an empty one")
+    ann.records("update --dry-run")
+    ann.zev("commit -m nothing", 3)
+
+
+def send_and_get(url, ann, ben, data):
+    for name in ODD:
+        ann.write(name, "of " + name)
+    ann.write("../plan.dxf", drawing(data, "12.5"))
+    ann.zev("import ../plan.dxf")
+    ann.zev("add .")
+    commit = ann.records(["ci", "-m", "All of it"])[-1]
+    expect(commit["author"] == "ann", "who has sent it: " + str(commit))
+    ben.zev("co team/house", cwd=ben.home)
+    for name in ODD:
+        expect(ben.read(name) == ("of " + name).encode(), "came: " + name)
+    expect(ben.read("plan.dwx") == ann.read("plan.dwx"), "the drawing came")
+    ben.zev("export plan.dwx ../back.dxf")
+    expect(ben.read("../back.dxf") == ann.read("../plan.dxf"), "to the byte")
+    expect("up to date" in ben.zev("up"), "nothing is new")
+    expect("nothing is new" in ben.zev("updates"), "nor listed")
+    expect("All of it" in ben.zev("log"), "the server's history")
+    ann.sound()
+    ben.sound()
+
+
+def single_paths(ann, ben):
+    for name in ODD + NEIGHBOURS:
+        ann.write(name, "more of " + name)
+    ann.zev("add .")
+    ann.zev("commit -m More")
+    for name in ODD:
+        before = {each: ben.read(each) for each in NEIGHBOURS}
+        ben.zev(["update", "--", name])
+        expect(ben.read(name) == ("more of " + name).encode(), "alone: " + name)
+        expect(before == {each: ben.read(each) for each in NEIGHBOURS}, name + " is no pattern")
+    ben.zev("update")
+    expect(ben.read("star") is not None, "and all the rest")
+    for name in ODD[:3]:
+        ben.zev(["reset", "HEAD~1", "--", name])
+        expect(ben.read(name) == ("of " + name).encode(), "as it was: " + name)
+        expect(name in ben.zev("status"), "is a change: " + name)
+        ben.zev(["revert", "--", name])
+        expect(ben.read(name) == ("more of " + name).encode(), "and back: " + name)
+    ben.sound()
+
+
+def foresee(ann, ben, data):
+    ann.write("../plan.dxf", drawing(data, "13.5"))
+    ann.zev("import ../plan.dxf")
+    ann.write("new.txt", "new")
+    ann.zev("mv star comet")
+    ann.zev("add .")
+    ann.zev("commit -m Circle")
+    ben.write("new.txt", "mine")
+    state = ben.state()
+    told = ben.records("update --dry-run")
+    expect(ben.state() == state, "a dry run changes nothing")
+    expect({each["path"]: each["here"] for each in told if each["type"] == "incoming"} ==
+           {"plan.dwx": False, "new.txt": True, "comet": False}, "what would come: " + str(told))
+    told = {each.get("path"): each for each in ben.records("updates")}
+    expect((told["plan.dwx"]["changed"], told["plan.dwx"]["objects"]) == (1, 15),
+           "objects: " + str(told["plan.dwx"]))
+    expect(told["comet"]["from"] == "star" and told["comet"]["author"] == "ann", "who: " + str(told))
+    expect("1 of 15 objects" in ben.zev("updates --offline plan.dwx"), "known without a request")
+    expect("3 files" in ben.zev("st"), "the status tells of it, too")
+    os.remove(ben.copy + "/new.txt")
+    ben.zev("update")
+    expect(ben.read("star") is None and ben.read("comet"), "the move came")
+
+
+def local_changes(ann, ben):
+    ann.write("new.txt", "theirs")
+    ann.zev("commit -m theirs new.txt")
+    ben.write("what", "my own")
+    ben.write("new.txt", "mine")
+    expect(ben.records("update", 4)[-2]["result"] == "conflicts", "both changed one file")
+    expect(ben.read("what") == b"my own" and ben.read("new.txt") == b"mine", "mine stay")
+    ben.zev("commit -m early", 4)
+    ben.zev("resolve --mine new.txt")
+    ben.zev("commit -m mine")
+    expect("what" in ben.zev("status"), "only what was staged went")
+    ben.zev("commit -m own what")
+    ann.zev("update")
+    expect(ann.read("new.txt") == b"mine" and ann.read("what") == b"my own", "it is there")
+    # The very change that was to be committed comes in: nothing is left.
+    ann.write("new.txt", "the same")
+    ben.write("new.txt", "the same")
+    ann.zev("commit -m same new.txt")
+    expect("nothing was left" in ben.zev("commit -m same new.txt"), "it was there before")
+    ben.zev("update")
+    ben.sound()
+
+
+def tags(ann, ben, data):
+    """Both change one drawing from one version; no row of either takes the other's place."""
+    for each, radius in ((ann, "21.5"), (ben, "22.5")):
+        each.write("../plan.dxf", drawing(data, radius))
+        each.zev("import ../plan.dxf")
+    ann.zev("commit -m ann plan.dwx")
+    ben.zev("commit -m ben plan.dwx", 4)
+    ben.zev("resolve --mine plan.dwx")
+    ben.zev("commit -m ben plan.dwx")
+    ann.zev("update")
+    for each in (ann, ben):
+        each.zev("export plan.dwx ../out.dxf --force")
+        expect(each.read("../out.dxf").decode() == drawing(data, "22.5"), each.name + " has ben's")
+        first = each.records("log -n 2")[-1]["id"]
+        each.zev("export plan.dwx ../out.dxf --force --rev " + first)
+        expect(each.read("../out.dxf").decode() == drawing(data, "21.5"), each.name + " has ann's")
+        each.sound()
+
+
+def no_server(server, ann, data):
+    server.stop()
+    ann.write("new.txt", "offline")
+    state = ann.state()
+    for line in ("update", "updates", "commit -m x new.txt", "reset HEAD", "update --dry-run"):
+        ann.zev(line, 8)
+        expect(ann.state() == state, line + " without a server leaves all as it was")
+    ann.zev("login http://localhost:%d --user ann --password-stdin" % server.port, 8, "pw\n")
+    expect("nothing is new there" in ann.zev("status"), "the status asks nobody")
+    expect("could not be asked" in ann.zev("info"), "info says so")
+    ann.records("info --offline")
+    ann.zev("updates --offline")
+    ann.zev("log")
+    ann.write("../plan.dxf", drawing(data, "31.5"))
+    expect("by chance" in ann.zev("import ../plan.dxf"), "an import goes on")
+    ann.zev("add .")
+    server.start()
+    ann.zev("commit -m offline")
+    ann.sound()
+
+
+def no_rights(ann, ben):
+    ben.zev("update")
+    admin("rights set team/house /what of-ben r")
+    admin("rights set team/house /new.txt of-ben -")
+    ben.zev("update")
+    expect(ben.read("new.txt") is None, "what may not be read goes")
+    expect(not os.stat(ben.copy + "/what").st_mode & 0o222, "what may not be written is read-only")
+    expect([(each["rights"], each.get("rule")) for each in ben.records("rights what new.txt ./plan.dwx")]
+           == [("r", "what"), ("-", "new.txt"), ("rwe", "/")], "and by which rule")
+    ben.records("rights")
+    os.chmod(ben.copy + "/what", 0o644)
+    ben.write("what", "not allowed")
+    expect("you may not change it" in ben.zev("add what"), "said when it is staged")
+    state = ben.state()
+    expect("No permission" in ben.zev("commit -m no", 5), "the server refuses")
+    expect({name: state[name] for name in state if name != "index"} ==
+           {name: text for name, text in ben.state().items() if name != "index"}, "nothing moved")
+    ben.zev("revert what")
+    ben.sound()
+    admin("rights clear team/house what")
+    admin("rights clear team/house new.txt")
+    ben.zev("update")
+    expect(ben.read("new.txt") is not None, "the right is back, and with it the file")
+    ben.write("what", "allowed")
+    ben.zev("commit -m allowed what")
+    ann.zev("update")
+
+
+def wrong_password(url, ann):
+    admin("user password ann --password-stdin", 0, "other\n")
+    state = ann.state()
+    expect("zev login" in ann.zev("update", 5), "what helps")
+    expect(ann.state() == state, "nothing moved")
+    ann.zev("login %s --password-stdin" % url, 0, "other\n")
+    ann.zev("update")
+    ann.zev("logout")
+    expect("not logged in" in ann.zev("update", 5), "without one")
+    ann.zev("status")
+    ann.zev("login %s --user ann --password-stdin" % url, 0, "other\n")
+
+
+def moved(ann):
+    os.rename(ann.copy, ann.home + "/another place")
+    ann.copy = ann.home + "/another place"
+    ann.zev("update")
+    ann.write("moved.txt", "moved")
+    ann.zev("add moved.txt")
+    ann.zev("commit -m moved")
+    ann.sound()
+
+
+def taken_places(url, ann, ben):
+    place = ben.home + "/taken"
+    ben.write("precious.txt", "mine", place)
+    text = ben.zev(["get", "team/house", place], 1, cwd=ben.home)
+    expect("precious" in os.listdir(place)[0] and len(os.listdir(place)) == 1, "stays: " + text)
+    ben.zev(["get", "team/house", place, "--no"], 6, cwd=ben.home)
+    ben.zev(["get", "team/house", place, "--yes"], 1, cwd=ben.home)
+    expect(open(place + "/precious.txt").read() == "mine", "no answer deletes it but its own")
+    ben.zev(["get", "team/house", place, "--answer", "Delete and go on"], cwd=ben.home)
+    expect("plan.dwx" in os.listdir(place) and "precious.txt" not in os.listdir(place), "made room")
+    ben.write("precious.txt", "mine", place)
+    expect("up to date" in ben.zev(["get", "team/house", place], cwd=ben.home), "twice is an update")
+    expect(open(place + "/precious.txt").read() == "mine", "which keeps what is mine")
+    admin("project create team/shed")
+    ben.zev(["get", "team/shed", ben.home + "/shed"], 5, cwd=ben.home)  # no right to look at it
+    admin("rights default team/shed r")
+    text = ben.zev(["get", "team/shed", place], 1, cwd=ben.home)
+    expect("already" in text and "plan.dwx" in os.listdir(place), "of another project: " + text)
+    ben.zev(["get", "team/house", "branchless", "--branch", "none"], cwd=ben.home)
+    os.mkdir(ben.home + "/plain")
+    ben.zev("init .", cwd=ben.home + "/plain")
+    for line in ("update", "updates", "reset HEAD"):
+        expect("no server" in ben.zev(line, 3, cwd=ben.home + "/plain"), line)
+    ben.zev("info", cwd=ben.home + "/plain")
+
+
+def broken_line(url, server, ann, ben):
+    for number in range(4):
+        ann.write("large/%d.bin" % number, os.urandom(3 << 20))
+    ann.zev("add large")
+    ann.zev("commit -m Large")
+    relay = Relay(server.port)
+    far = "http://localhost:%d" % relay.port
+    ben.zev("login %s --user ben --password-stdin" % far, 0, "pw\n")
+    for how in ("break", "hang up"):
+        place = ben.home + "/" + how
+        relay.limit(8 << 20, hangs_up=how != "break")
+        process = subprocess.Popen([console.ZEV, "get", far + "/team/house", place], cwd=ben.home,
+                                   env={**os.environ, "XDG_CONFIG_HOME": ben.home},
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        relay.stalled.wait(30)
+        if how == "break":
+            process.send_signal(signal.SIGINT)
+        text = process.communicate(timeout=60)[0]
+        expect(process.returncode == (6 if how == "break" else 8), how + ": " + text)
+        relay.open()
+        text = ben.zev(["get", far + "/team/house", place], cwd=ben.home)
+        expect("it goes on from what has come: " in text, "the next try says so: " + text)
+        for number in range(4):
+            name = "/large/%d.bin" % number
+            expect(open(place + name, "rb").read() == open(ann.copy + name, "rb").read(), name)
+        expect("cut short" not in ben.zev("update", cwd=place), "and says it once")
+        ben.zev("verify", cwd=place)
+    relay.close()
+    ben.zev("update")
+
+
+def killed_server(server, ann, ben):
+    """In the middle of a commit; whatever it came to, both end with the same."""
+    for number in range(4):
+        server.stop(signal.SIGKILL)
+        server.start()
+        relay = Relay(server.port)
+        ann.zev(["config", "remote.origin.url", "http://localhost:%d/repos/team/house" % relay.port])
+        ann.zev("login http://localhost:%d --user ann --password-stdin" % relay.port, 0, "other\n")
+        ann.write("killed.bin", os.urandom(3 << 20))
+        ann.zev("add .")
+        relay.limit(300 + 900 * number)
+        process = subprocess.Popen([console.ZEV, "commit", "-m", "killed"], cwd=ann.copy,
+                                   env={**os.environ, "XDG_CONFIG_HOME": ann.home},
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        while process.poll() is None and not relay.stalled.wait(0.01):
+            pass
+        server.stop(signal.SIGKILL)
+        relay.open()
+        process.wait(60)
+        relay.close()
+        server.start()
+        ann.zev(["config", "remote.origin.url",
+                 "http://localhost:%d/repos/team/house" % server.port])
+        ann.zev("update")
+        if "nothing has changed" not in ann.zev("status"):
+            ann.zev("commit -m again")
+        ben.zev("update")
+        expect(ann.read("killed.bin") == ben.read("killed.bin"), "the same on both sides")
+        ann.sound()
+        ben.sound()
+
+
+def host_of_the_library(url, ann, program):
+    """examples/team.c, beside a commit that it has not got."""
+    copy = ann.home + "/example"
+    done = subprocess.run([program, url, "team/house", "ann", copy], input="other\n", text=True,
+                          capture_output=True, env={**os.environ, "XDG_CONFIG_HOME": ann.home})
+    expect(done.returncode == 0 and "0 update(s)" in done.stdout and "note.txt" in done.stdout,
+           "the example: " + done.stdout + done.stderr)
+    ann.zev("update")
+    expect(ann.read("note.txt") == b"a note for the team\n", "it has sent a note")
+
+
+def play(work, data, example):
+    server = Service(work + "/service")
+    ann, ben = Designer(work, "ann"), Designer(work, "ben")
+    try:
+        url = server.start()
+        begin(url, ann, ben)
+        send_and_get(url, ann, ben, data)
+        single_paths(ann, ben)
+        foresee(ann, ben, data)
+        local_changes(ann, ben)
+        tags(ann, ben, data)
+        no_server(server, ann, data)
+        no_rights(ann, ben)
+        wrong_password(url, ann)
+        moved(ann)
+        taken_places(url, ann, ben)
+        host_of_the_library(url, ann, example)
+        broken_line(url, server, ann, ben)
+        killed_server(server, ann, ben)
+    finally:
+        server.stop()
+
+
+def main():
+    work = tempfile.mkdtemp(dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
+    console.setup(*sys.argv[1:4])
+    quiet_environment(work)
+    data, example = (os.path.abspath(word) for word in sys.argv[4:6])
+    os.chdir(work)
+    try:
+        play(work, data, example)
+    finally:
+        shutil.rmtree(work)
+    told = {"get", "update", "incoming", "updates", "permission", "copy", "commit"}
+    expect(told <= seen, "records that were never there: %s" % (told - seen))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
