@@ -3,12 +3,18 @@
 # of its own, and compares what comes with the lines below. Ids, times and the sizes of trashed
 # files stand for any; "..." for anything in a line, and on a line of its own for any lines.
 #   hour.sh [DOCUMENT]   docs/designer.md without one; the program is $ZEV_BIN, else zev
+# With $ZEVD_BIN a document may start a server: it gets a port of its own in place of 3001, and ends
+# with the document.
 set -u
 hour_document=${1:-$(dirname "$0")/../docs/designer.md}
 hour_zev=$(command -v "${ZEV_BIN:-zev}") || { echo "there is no zev" >&2; exit 1; }
 [ -d /usr/share/librecad/library ] || { echo "librecad-data is not installed" >&2; exit 77; }
 hour_work=$(mktemp -d -p /dev/shm 2>/dev/null || mktemp -d) # many small files, each synced
-trap 'rm -rf "$hour_work"' EXIT
+hour_end() {
+  [ ! -s "$hour_work/pids" ] || kill -9 $(cat "$hour_work/pids") 2>/dev/null
+  rm -rf "$hour_work"
+}
+trap hour_end EXIT
 mkdir "$hour_work/bin" "$hour_work/home" "$hour_work/steps"
 ln -s "$(realpath "$hour_zev")" "$hour_work/bin/zev"
 
@@ -26,6 +32,19 @@ awk -v steps="$hour_work/steps/" '
   END { print count + 0 }' "$hour_document" >"$hour_work/count"
 read -r hour_count <"$hour_work/count"
 [ "$hour_count" -gt 0 ] || { echo "$hour_document: no commands" >&2; exit 1; }
+
+if [ -n "${ZEVD_BIN:-}" ]; then
+  hour_port=$(python3 -c 'import socket
+s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+  sed -i "s/\b3001\b/$hour_port/g" "$hour_work"/steps/*.command "$hour_work"/steps/*.want
+  cat >"$hour_work/bin/zevd" <<END
+#!/bin/sh
+[ "\$1" != run ] || echo \$\$ >>'$hour_work/pids'
+[ "\$1" = init ] || exec '$(realpath "$ZEVD_BIN")' "\$@"
+'$(realpath "$ZEVD_BIN")' "\$@" && sed -i 's/3001/$hour_port/' "\$2/server.conf"
+END
+  chmod +x "$hour_work/bin/zevd"
+fi
 
 hour_plain() {
   sed -E 's/\b([0-9a-f]{40}|[0-9a-f]{8})\b/ID/g
@@ -52,7 +71,7 @@ hour_matches() {
 # The shell of the document: what it sets stays set, so that names of ours are out of the way.
 export HOME="$hour_work/home" PATH="$hour_work/bin:$PATH" LC_ALL=C.UTF-8 TZ=UTC
 export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1
-unset ZEV_AUTHOR NO_COLOR LANG
+unset ZEV_AUTHOR NO_COLOR LANG XDG_CONFIG_HOME ZEV_SERVER ZEV_USER
 cd "$hour_work/home" || exit 1
 hour_step=0
 while [ "$hour_step" -lt "$hour_count" ]; do
