@@ -50,7 +50,7 @@ struct CommitContext {
     CheckSpecPtr spec{}; // the selection, for status and update
     TransactionPtr transaction{};
     BranchPtr head{}, upstream{};
-    bool nothing_to_do = false; // the update has brought in what was to be committed
+    bool nothing_to_do = false; // of what was to be committed the server has all
 
     const Notify *notify() const { return push.notify; }
 };
@@ -140,18 +140,20 @@ PathSpecPtr what_to_commit(const CommitContext &commit) {
     return paths;
 }
 
+bool none_left(CommitContext &commit) {
+    fail_unchanged();
+    zNotifyInfo(commit.notify(), u"%s", zErrorMsg());
+    commit.nothing_to_do = true;
+    return false;
+}
+
 bool commit_locally(CommitContext &commit) {
     const IndexPtr index(zIndexHead(commit.repository, false));
     if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
     if (has_conflicts(commit, index.get())) return tell(commit, u"odb.eNeedResolveConflicts");
     bool found = false;
     if (!look_for_changes(commit, found)) return false;
-    if (!found) {
-        fail_unchanged();
-        zNotifyInfo(commit.notify(), u"%s", zErrorMsg());
-        commit.nothing_to_do = true;
-        return false;
-    }
+    if (!found) return none_left(commit);
     const PathSpecPtr paths = commit.paths ? what_to_commit(commit) : nullptr;
     if (commit.paths && !paths) return false;
     const CommitPtr made(zIndexCommit(index.get(), paths.get(), zBranchMerge(commit.head.get()),
@@ -196,7 +198,11 @@ bool Replay::find_changes() {
     if (!made_)
         return tell(commit_, u"odb.eFailedToResolveCommit_s", zBranchName(commit_.head.get()));
     changes_ = changes_of_commit(made_.get());
-    return changes_ || tell(commit_, kUnmerged);
+    if (changes_) return true;
+    if (zErrorClass() != kNotFound) return tell(commit_, kUnmerged);
+    roll_back(commit_.repository, commit_.transaction.get(), commit_.head.get(),
+              commit_.upstream.get()); // modes alone, which no server takes
+    return none_left(commit_);
 }
 
 // What goes comes first.

@@ -179,7 +179,7 @@ TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
     copy.put("plan", "second"), copy.put("new", "n"), fs::remove(copy.place / "notes/b");
     const auto work = [&] { return copy.at("plan") + copy.at("new") + copy.at("notes/b"); };
     for (int n = 0, alive = 1; alive; ++n) {
-        if (n % 4 == 2) copy.git("pack-refs --all"); // the branch has no file of its own then
+        if (n % 4 == 2 || n % 3 == 1) copy.git("pack-refs --all"); // the branch has no file then
         Child child([&] {
             int left = n;
             copy.host.at_line = [&] {
@@ -291,6 +291,22 @@ TEST_F(CommitTest, WhatTheUpdateLeftIsNotOverwritten) {
     EXPECT_FALSE(copy.commit());
     EXPECT_EQ(copy.host.errors(), text(u"odb.eNeedResolveConflicts") + "|");
     EXPECT_EQ(copy.status(), "UU plan");
+}
+
+// A server keeps no modes of files.
+TEST_F(CommitTest, AModeAloneIsNoChange) {
+    copy.git("update-index --chmod=+x plan");
+    const std::string before = copy.git("for-each-ref"), theirs = tip();
+    ASSERT_OK(copy.commit());
+    EXPECT_TRUE(copy.host.told("info: " + text(u"odb.eNoChangesToCommit")));
+    EXPECT_EQ(copy.host.errors() + copy.git("for-each-ref") + tip(), before + theirs);
+    EXPECT_EQ(copy.status() + copy.locks(), "M  plan");
+    copy.put("notes/a", "mine");
+    ASSERT_OK(copy.commit());
+    EXPECT_FALSE(copy.host.told_of(u"action.sModified", "plan"));
+    EXPECT_EQ(server("ls-tree HEAD plan").substr(0, 6) + server_at("notes/a"), "100644mine");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.status() + copy.git("diff HEAD origin/master --stat"), "");
 }
 
 TEST_F(CommitTest, ANameGetsAnotherCase) {
