@@ -110,12 +110,12 @@ def make_service(work):
     return conf
 
 
-def with_settings(conf, change):
+def with_settings(conf, change, name="changed.conf"):
     """A second server.conf beside the first, changed."""
     with open(conf) as file:
         tree = json.load(file)
     change(tree)
-    other = os.path.dirname(conf) + "/changed.conf"
+    other = os.path.dirname(conf) + "/" + name
     with open(other, "w") as file:
         json.dump(tree, file)
     return other
@@ -286,7 +286,7 @@ def secure(conf):
     def identity(certificate, key):
         def change(tree):
             tree["http"].update(port=0, certificate="tls/" + certificate, key="tls/" + key)
-        return with_settings(conf, change)
+        return with_settings(conf, change, "secure.conf")
 
     for certificate, key, problem in (
             ("own.crt", "other.key", "other.key: is not the key of the certificate"),
@@ -306,7 +306,7 @@ def secure(conf):
 
     def lone(tree):
         tree["http"]["key"] = "tls/own.key"
-    code, out, err = run(ZEVD, "check", "--config", with_settings(conf, lone))
+    code, out, err = run(ZEVD, "check", "--config", with_settings(conf, lone, "secure.conf"))
     expect(code != 0 and "http.certificate: is missing" in err, "one of the two: " + err)
 
     service = Service(identity("own.crt", "own.key"))
