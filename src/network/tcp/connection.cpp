@@ -522,15 +522,22 @@ void connection_look(TcpConnection *connection) {
     act(connection, action);
 }
 
+namespace {
+
+bool is_ours(const Tcp *tcp) {
+    return tcp && (tcp->head.table == zTcpClass() || tcp->head.table == tls_class());
+}
+
+} // namespace
+
 bool peer_waits(const Loop *loop) {
     const auto *tcp = reinterpret_cast<const Tcp *>(loop);
-    return tcp && tcp->head.table == zTcpClass() && tcp->heard && has_bytes_waiting(tcp->heard);
+    return is_ours(tcp) && tcp->heard && has_bytes_waiting(tcp->heard);
 }
 
 std::u16string peer_address(const Loop *loop) {
     const auto *tcp = reinterpret_cast<const Tcp *>(loop);
-    const bool ours = tcp && (tcp->head.table == zTcpClass() || tcp->head.table == tls_class());
-    if (!ours || !tcp->heard) return {};
+    if (!is_ours(tcp) || !tcp->heard) return {};
     const Peer peer = peer_of(tcp->heard);
     return peer.known ? peer.host : std::u16string();
 }
