@@ -124,10 +124,15 @@ std::string project_url(const std::string &given) {
 
 std::string project_name(const std::string &url) { return url.substr(url.rfind('/') + 1); }
 
+// A clone that git made has an origin as well, which is no server of ours.
 std::string origin_of(const WorkingCopy &copy) {
-    const Owned<zwchar, zStrfreeW> url(zRepositoryRemoteUrl(copy.repository()));
-    if (!url && zErrorClass() != kNotFound) fail_raised();
-    return narrow(url.get());
+    const Owned<zwchar, zStrfreeW> raw(zRepositoryRemoteUrl(copy.repository()));
+    if (!raw && zErrorClass() != kNotFound) fail_raised();
+    const std::string url = narrow(raw.get());
+    const size_t repos = url.find("/repos/");
+    const bool ours = (url.starts_with("http://") || url.starts_with("https://")) &&
+                      repos != url.npos && is_project(url.substr(repos + strlen("/repos/")));
+    return ours ? url : "";
 }
 
 // ---- Sessions

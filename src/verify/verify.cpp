@@ -5,6 +5,9 @@
 #include "verify/parts.hpp"
 #include "zev/oid.h"
 
+#include <cstring>
+#include <string_view>
+
 using namespace zev;
 using namespace zev::verify;
 
@@ -20,9 +23,12 @@ bool parse_id(std::string_view digits, Oid *id) {
 
 namespace {
 
+// The origin of a clone that git made is none: such a copy has all, but for what "shallow" tells.
 bool follows_server(Repository *repository) {
     git::Remote remote;
-    return !git_remote_lookup(out(remote), repository->handle.get(), "origin");
+    if (git_remote_lookup(out(remote), repository->handle.get(), "origin")) return false;
+    const char *url = git_remote_url(remote.get());
+    return url && std::string_view(url).starts_with("http") && strstr(url, "/repos/");
 }
 
 } // namespace
