@@ -148,11 +148,12 @@ class Importer {
         return zStrcasesameA(table_owner(table_.get()).c_str(), request_.path.c_str());
     }
 
-    // A drawing that was renamed elsewhere still has the table of its former name here.
+    // A drawing that was renamed elsewhere still has the table of its former name here; rows that
+    // came from a server may come without a name.
     bool take_over() {
         const std::string owner = table_owner(table_.get());
         const zwchar *base = host::check(zRepositoryWorkdir(request_.repository));
-        if (owner.empty() || zPathExists((base + host::wide(owner)).c_str())) return false;
+        if (!owner.empty() && zPathExists((base + host::wide(owner)).c_str())) return false;
         return zDrawingTableBackwardRefSet(table_.get(), base, request_.drawing.c_str());
     }
 
