@@ -100,8 +100,8 @@ class Copy:
     def change_drawing(self):
         self.serial += 1
         drawing = self.team.variant(self.user, self.serial)
-        # Where a file stands in a directory's way nothing can be made.
-        self.zev("import", drawing, self.name(".dwx"), may=(1, MISSING, CONFLICTS))
+        # Nothing can be made where a file stands in a directory's way, nor without a server's rows.
+        self.zev("import", drawing, self.name(".dwx"), may=(1, MISSING, CONFLICTS, NO_NETWORK))
 
     def pick(self):
         found = self.files()
