@@ -20,5 +20,9 @@ ZEV_BEGIN
 ZEV_API bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
                         const zwchar *format, ...);
 
+// Whether lines go to the console, as at first; they go to their files in any case. For programs
+// whose terminal, or whose output, is their own. Of the whole process; gives what it was.
+ZEV_API bool zLogConsole(bool on);
+
 ZEV_END
 #endif

@@ -23,6 +23,7 @@
 #include "zev/str.h"
 #include "zev/time.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -192,6 +193,8 @@ void print(FILE *console, Bytes line) {
 // until the stack is full.
 thread_local bool logging;
 
+std::atomic<bool> to_console = true;
+
 } // namespace
 
 bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
@@ -216,8 +219,10 @@ bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
     char bytes[3 * kMost];
     const Bytes finished = {bytes, text.finish(bytes)};
 
-    print(rank.error ? stderr : stdout, finished);
+    if (to_console) print(rank.error ? stderr : stdout, finished);
     const bool written = !rank.file || append_to_file(rank.file, finished);
     if (written) errno = kept;
     return written;
 }
+
+bool zLogConsole(bool on) { return to_console.exchange(on); }
