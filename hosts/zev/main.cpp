@@ -230,7 +230,10 @@ class CommandLine {
 
 // The library for the length of the run.
 struct Library {
-    Library() { check(zGlobalInit(nullptr, nullptr), "zev can't start"); }
+    Library() {
+        zLogConsole(false); // what happens is told by what each verb says
+        check(zGlobalInit(nullptr, nullptr), "zev can't start");
+    }
     ~Library() { zGlobalCleanup(); }
 };
 

@@ -41,17 +41,26 @@ OwnedBranch upstream_of(const WorkingCopy &copy) {
 
 // ---- What the server is asked
 
+std::string log_in_anew(const std::string &url) {
+    return "; \"zev login " + server_of(url) + "\" logs in anew";
+}
+
+HttpResponse *get(const Host &host, HttpRequest *request, const std::string &url) {
+    check(zHttpRequestSetAccepts(request, u"application/json", u"UTF-8", zLangProduct()));
+    HttpResponse *response = check(zHttpRequestGet(request));
+    if (zHttpResponseOk(response)) return response;
+    stop_on_break(host.notify);
+    const int code = zHttpResponseCode(response);
+    throw Failed(kNetwork, code,
+                 url + ": " + narrow(zHttpResponseStrerr(response)) +
+                     (code == kUnauthorized ? log_in_anew(url) : ""));
+}
+
 OwnedJson ask(const Host &host, Remote *remote, const std::string &tail) {
     const std::string url = narrow(zRemoteUrl(remote));
     HttpRequest *request = check(zRemoteConnect(remote, host.notify));
     check(zHttpRequestSetUrl(request, wide(url + tail).c_str()));
-    check(zHttpRequestSetAccepts(request, u"application/json", u"UTF-8", zLangProduct()));
-    HttpResponse *response = check(zHttpRequestGet(request));
-    if (!zHttpResponseOk(response)) {
-        stop_on_break(host.notify);
-        throw Failed(kNetwork, zHttpResponseCode(response),
-                     url + ": " + narrow(zHttpResponseStrerr(response)));
-    }
+    HttpResponse *response = get(host, request, url);
     Stream *body = zHttpResponseBody(response);
     OwnedJson json(body ? zJsonReadStream(body) : nullptr);
     if (!json) throw Failed(kNetwork, -1, url + ": the answer makes no sense");
@@ -145,6 +154,15 @@ std::string log_on(const std::string &url) {
     return find_account(server)->user;
 }
 
+void require_project(const Host &host, const std::string &url) {
+    const Owned<HttpRequest, zHttpRequestFree> request(check(zHttpRequestNew(wide(url).c_str())));
+    zwchar user[Z_LOGIN_MAX], code[Z_LOGIN_MAX];
+    if (zLoginInfoGet(user, nullptr, code))
+        check(zHttpRequestSetAccount(request.get(), user, code));
+    check(zHttpRequestSetNotify(request.get(), host.notify));
+    get(host, request.get(), url);
+}
+
 OwnedRemote open_remote(const WorkingCopy &copy) {
     const std::string url = origin_of(copy);
     if (url.empty())
@@ -215,12 +233,10 @@ void fail_remote(const Host &host, const std::string &url) {
     if (broken())
         throw Failed(kCanceled, "cancelled; what has come stays, and the next try goes on from it");
     if (host.notify->outcome().unanswered)
-        throw Failed(kOther, "nothing was changed; --yes, --no or --answer tell what is meant");
+        throw Failed(kOther, "nothing was changed; --answer tells what is meant");
     if (failed.error_class == kNetwork && failed.code == kUnauthorized &&
         !host.notify->outcome().unauthorized)
-        throw Failed(kNetwork, kUnauthorized,
-                     std::string(failed.what()) + "; \"zev login " + server_of(url) +
-                         "\" logs in anew");
+        throw Failed(kNetwork, kUnauthorized, failed.what() + log_in_anew(url));
     throw failed;
 }
 

@@ -23,6 +23,9 @@ std::string origin_of(const WorkingCopy &copy);
 // From here on requests go out with the user's account there, which comes back. Throws without one.
 std::string log_on(const std::string &url);
 
+// Asks for a project before anything is made of it. Throws what the server says against it.
+void require_project(const Host &host, const std::string &url);
+
 // The session with the server of a copy, logged on. Throws for a copy without a server.
 OwnedRemote open_remote(const WorkingCopy &copy);
 

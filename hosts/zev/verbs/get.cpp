@@ -65,6 +65,7 @@ int run(Host &host, const Options &options) {
     if (!place.has_filename()) place = place.parent_path();
     const std::string branch = options.branch.empty() ? "" : full_branch(options.branch);
     if (is_there(place, url, branch)) return go_on(host, place);
+    require_project(host, url);
     const std::u16string name = wide(branch);
     const Owned<CheckSpec, zCheckSpecFree> spec(
         check(zCheckSpecByref(branch.empty() ? nullptr : name.c_str(), nullptr)));
@@ -76,6 +77,9 @@ int run(Host &host, const Options &options) {
     host.out.record(Record("get").set(u"url", url).set(u"path", place.string()));
     fs::current_path(place);
     const WorkingCopy copy;
+    if (!branch.empty() && !server_commit(copy))
+        host.out.warn("the server has no branch " + options.branch +
+                      " so far; the first commit makes it");
     return tell_update(host, copy, nullptr, true, reception);
 }
 
