@@ -3,6 +3,7 @@
 #include "foreign_rows.hpp"
 
 #include "dxf/rows.hpp"
+#include "needed_rows.hpp"
 
 namespace host {
 
@@ -38,12 +39,22 @@ void copy_table(const fs::path &from, const fs::path &to) {
     fs::rename(aside, to);
 }
 
+// A copy of a drawing of this very project, of which nobody has looked into the original yet.
+bool has_server_rows(Host &host, const WorkingCopy &copy, const std::string &path) try {
+    const OwnedDrawing drawing(zDrawingRead(copy.absolute(path).u16string().c_str()));
+    return drawing && fetch_rows(host, copy, drawing.get(), path);
+} catch (const Failed &failed) {
+    if (failed.error_class == kCanceled) throw;
+    return false;
+}
+
 void fetch(Host &host, const WorkingCopy &copy, const std::string &path) {
     Oid id;
     if (!zDrawingDetect(&id, copy.absolute(path).u16string().c_str())) return;
     const fs::path table = dxf::table_path(copy.repository(), &id);
     if (fs::exists(table)) return;
     const fs::path theirs = table_beside(copy, id);
+    if (theirs.empty() && has_server_rows(host, copy, path)) return;
     if (theirs.empty())
         return host.out.warn(path +
                              ": comes from another project and its rows are not here; import "

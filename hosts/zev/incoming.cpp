@@ -75,7 +75,10 @@ int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid
     const std::optional<Oid> before = head_tree(copy);
     Reception reception(host, own_directory(copy), verb, copy.born());
     host.notify->forget();
-    if (!zRemoteUpdate(remote.get(), spec.get())) fail_remote(host, origin_of(copy));
+    if (!zRemoteUpdate(remote.get(), spec.get())) {
+        reception.fail();
+        fail_remote(host, origin_of(copy));
+    }
     return tell_update(host, copy, before ? &*before : nullptr, !paths, reception);
 }
 

@@ -46,12 +46,13 @@ OwnedKeys missing_keys(const Host &host, Table *table, const std::vector<Drawing
 
 } // namespace
 
-void fetch_rows(const Host &host, const WorkingCopy &copy, Drawing *drawing,
+bool fetch_rows(const Host &host, const WorkingCopy &copy, Drawing *drawing,
                 const std::string &name) {
-    if (!has_server(copy)) return;
+    if (!has_server(copy)) return false;
     zRaiseError(0, 0, nullptr, nullptr);
-    if (zDrawingDataPrepare(copy.root().u16string().c_str(), drawing)) return;
+    if (zDrawingDataPrepare(copy.root().u16string().c_str(), drawing)) return true;
     judge(host, name);
+    return false;
 }
 
 void fetch_rows(const Host &host, const WorkingCopy &copy, const Oid &id,

@@ -9,8 +9,9 @@
 namespace host {
 
 // In a copy without a server nothing is done. Both throw where the server can't be asked; what it
-// doesn't have is left to who reads it. `name` is for messages.
-void fetch_rows(const Host &host, const WorkingCopy &copy, Drawing *drawing,
+// doesn't have is left to who reads it. `name` is for messages. True when a server was asked, or
+// need not be, and the drawing has all its rows.
+bool fetch_rows(const Host &host, const WorkingCopy &copy, Drawing *drawing,
                 const std::string &name);
 // Those of the keys, which stand in table order.
 void fetch_rows(const Host &host, const WorkingCopy &copy, const Oid &table,

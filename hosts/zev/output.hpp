@@ -68,6 +68,7 @@ class Output {
     // Why an operation fails. In text it is said once: by `fail` where that is the end of it, else
     // as a warning in front of the next line.
     void reason(const std::string &text);
+    void drop_reason() { reason_.clear(); } // it is told in other words
     void fail(const Failed &failed, int exit_code);
 
     // A line on the terminal that the next one replaces; at most ten a second, else nothing. It

@@ -15,8 +15,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kNote = "zev-transfer";
-// An object that travels alone has more than 2 MiB, and deflate makes no less of that.
-constexpr uint64_t kSmallestAlone = 2032;
+constexpr uint64_t kAlone = 2u << 20;            // bytes above which an object travels alone
+constexpr uint64_t kLeastStored = kAlone / 1032; // deflate makes no less of it
 
 // Number of objects by a pack's index: the last of 256 sums behind a head of 8 bytes.
 uint64_t objects_in(const fs::path &index) {
@@ -52,12 +52,19 @@ Stock packs_since(const fs::path &objects, fs::file_time_type since) {
     return stock;
 }
 
-void add_alone(Stock &stock, const fs::path &objects, fs::file_time_type since) {
+// Those that travelled alone; small ones were made here, or are a commit.
+void add_alone(Stock &stock, const fs::path &directory, fs::file_time_type since) {
+    const OwnedRepository repository(zRepositoryOpen(directory.u16string().c_str()));
+    const OwnedOdb odb(repository ? zOdbOpen(repository.get()) : nullptr);
+    const auto is_large = [&](const std::string &digits) {
+        Oid id;
+        return odb && zOidFromStr(&id, wide(digits).c_str()) && zOdbSize(odb.get(), &id) > kAlone;
+    };
     for (unsigned upper = 0; upper < 256; ++upper) {
         char name[3];
         snprintf(name, sizeof name, "%02x", upper);
-        each_since(objects / name, since, [&](const fs::path &, uint64_t size) {
-            if (size < kSmallestAlone) return;
+        each_since(directory / "objects" / name, since, [&](const fs::path &path, uint64_t size) {
+            if (size < kLeastStored || !is_large(name + path.filename().string())) return;
             ++stock.objects;
             stock.bytes += size;
         });
@@ -107,10 +114,17 @@ void Reception::tell_resumed() {
 }
 
 Stock Reception::stock() const {
-    const fs::path objects = directory_ / "objects";
-    Stock stock = packs_since(objects, since_);
-    add_alone(stock, objects, since_);
+    Stock stock = packs_since(directory_ / "objects", since_);
+    add_alone(stock, directory_, since_);
     return stock;
+}
+
+void Reception::fail() {
+    constexpr int kAnswered = 400, kUnavailable = 503;
+    const bool cut =
+        zErrorClass() == kCanceled ||
+        (zErrorClass() == kNetwork && (zErrorCode() < kAnswered || zErrorCode() == kUnavailable));
+    if (!cut) finish();
 }
 
 void Reception::finish() {

@@ -28,6 +28,8 @@ class Reception {
     Stock stock() const;
     bool is_resumed() const { return resumed_; }
     void finish();
+    // Instead: only a line that broke leaves something to go on from.
+    void fail();
 
   private:
     void tell_resumed();

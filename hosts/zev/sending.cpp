@@ -6,8 +6,8 @@
 #include "front.hpp"
 #include "index_change.hpp"
 #include "merge_state.hpp"
-#include "reception.hpp"
 #include "refs.hpp"
+#include "remote_copy.hpp"
 #include "server_note.hpp"
 #include "show.hpp"
 #include "transfer.hpp"
@@ -62,10 +62,12 @@ bool is_made(const WorkingCopy &copy, const std::optional<Oid> &before,
 
 bool refused(const Host &host) { return host.notify->outcome().unauthorized > 0; }
 
-[[noreturn]] void fail_commit(const Host &host, const std::string &url) {
+[[noreturn]] void fail_commit(Host &host, const std::string &url) {
     constexpr int kNothing = 2; // the number of what isn't there
-    if (zErrorClass() == kNotFound && zErrorCode() == kNothing)
+    if (zErrorClass() == kNotFound && zErrorCode() == kNothing) {
+        host.out.drop_reason();
         throw Failed(kNotFound, "nothing to commit; \"zev add\" files or name them");
+    }
     if (!broken() && refused(host))
         throw Failed(kNetwork, 401, "the server refused; you have no right to change these files");
     if (broken()) throw Failed(kCanceled, "cancelled; nothing was committed");
@@ -83,16 +85,17 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
     if (!named) spec = staged(host);
     const bool merging = !named && unsettled_merge(copy);
     const std::optional<Oid> before = head_of(copy);
-    Reception reception(host, own_directory(copy), "commit", copy.born());
     host.notify->forget();
     if (!zRemoteCommit(remote.get(), spec.get(), wide(author).c_str(), wide(message).c_str())) {
-        if (!broken() && has_conflicts(copy)) return fail_conflicts(host);
+        if (!broken() && zErrorClass() != kNetwork && has_conflicts(copy)) {
+            host.out.drop_reason();
+            return fail_conflicts(host);
+        }
         fail_commit(host, url);
     }
-    reception.finish();
     if (merging) finish_merge(copy);
     const OwnedCommit made = server_commit(copy);
-    note_answer(copy, made ? zCommitId(made.get()) : nullptr);
+    note_answer(copy, made && !named ? zCommitId(made.get()) : nullptr); // else of some paths only
     if (made && is_made(copy, before, message))
         return tell_commit(host, made.get(), author, message);
     host.out.line("nothing was left to send: the server has these changes already");

@@ -7,6 +7,8 @@
 #include "session.hpp"
 
 #include "refs.hpp"
+#include "remote_copy.hpp"
+#include "server.hpp"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -80,12 +82,20 @@ void recover(Host &host, const WorkingCopy &copy) {
 
 // ---- Session
 
+// The library may fetch what a drawing lacks on its own. A verb that can't do without says so.
+static void set_account(const WorkingCopy &copy) try {
+    if (const std::string url = origin_of(copy); !url.empty()) use_account(server_of(url));
+} catch (const Failed &) {
+    zLoginInfoClear();
+}
+
 Session::Session(Host &host, const Verb &verb) : host_(host), verb_(verb) {
     if (verb.nature != Nature::changes && verb.nature != Nature::displaces) return;
     const OwnedRepository there(zRepositoryDiscover(u".", nullptr));
     if (!there || zRepositoryIsBare(there.get())) return;
     copy_.emplace();
     recover(host, *copy_);
+    set_account(*copy_);
     if (verb.nature != Nature::displaces) {
         copy_.reset();
         return;

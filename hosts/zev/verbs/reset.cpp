@@ -3,6 +3,7 @@
 #include "front.hpp"
 #include "reception.hpp"
 #include "refs.hpp"
+#include "server_note.hpp"
 #include "show.hpp"
 #include "verb.hpp"
 
@@ -40,12 +41,14 @@ int run(Host &host, const Options &options) {
     Reception reception(host, own_directory(copy), "reset", copy.born());
     host.notify->forget();
     if (!zRemoteReset(remote.get(), spec.get())) {
+        reception.fail();
         if (zErrorClass() == kCanceled && !broken() && !host.notify->outcome().unanswered)
             throw Failed(kCanceled, "nothing was changed");
         fail_remote(host, origin_of(copy));
     }
     require_done(host, "the reset");
     reception.finish();
+    note_answer(copy, nullptr);
     const uint64_t files = host.notify->outcome().done;
     host.out.line(grouped(files) + (files == 1 ? " file is" : " files are") + " as in " +
                   short_id(&target) + "; \"zev status\" shows what \"zev commit\" would send");
