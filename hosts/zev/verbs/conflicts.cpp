@@ -3,6 +3,7 @@
 #include "conflict_nodes.hpp"
 #include "kinds.hpp"
 #include "merge_state.hpp"
+#include "server_history.hpp"
 #include "verb.hpp"
 #include "when.hpp"
 
@@ -36,20 +37,29 @@ Origin origin_of(const Commit *commit) {
     return {hex(zCommitId(commit)), narrow(zCommitAuthor(commit)), time.seconds};
 }
 
+// By the record of a server's commit, of which the trees may not be here.
+OwnedDiff changes_of(const Host &host, Revdb *records, Commit *commit, PathSpec *spec) {
+    stop_on_break(host.notify);
+    OwnedDiff changes(records ? zRevdbChanges(records, zCommitId(commit)) : nullptr);
+    return changes ? std::move(changes) : OwnedDiff(zCommitChanges(commit, spec, nullptr));
+}
+
 // One walk for all paths, along first parents, as far back as it takes. Where the history ends
 // early, as in a client that holds a part of it, the rest stays unknown.
-Origins last_changes(Host &host, OwnedCommit tip, std::set<std::string> wanted) {
+Origins last_changes(const Host &host, OwnedCommit tip, std::set<std::string> wanted,
+                     Revdb *records = nullptr) {
     constexpr uint32_t options = Z_SPEC_LITERAL | Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED;
     OwnedSpec spec(check(zPathSpecNew(nullptr, options)));
     for (const std::string &path : wanted) check(zPathSpecAdd(spec.get(), wide(path).c_str()));
     Origins found;
     for (; tip && !wanted.empty(); tip.reset(zCommitParent(tip.get()))) {
-        stop_on_break(host.notify);
-        OwnedDiff changes(zCommitChanges(tip.get(), spec.get(), nullptr));
+        const OwnedDiff changes = changes_of(host, records, tip.get(), spec.get());
         if (!changes) break;
         for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i) {
-            std::string path = narrow(zDiffEntryNewPath(zDiffListEntry(changes.get(), i)));
-            if (wanted.erase(path)) found.emplace(path, origin_of(tip.get()));
+            const DiffEntry *entry = zDiffListEntry(changes.get(), i);
+            for (const zwchar *side : {zDiffEntryNewPath(entry), zDiffEntryOldPath(entry)})
+                if (const std::string path = narrow(side); wanted.erase(path))
+                    found.emplace(path, origin_of(tip.get())); // of a move, either name
         }
     }
     return found;
@@ -74,6 +84,22 @@ std::set<std::string> committed_paths(const Nodes &nodes, const Side &side) {
         for (uint64_t i = 0; nodes.is_picked(node) && i < side.count(node); ++i)
             if (side.status(node, i) != Z_KIND_UNTRACKED) paths.insert(side.path(node, i));
     return paths;
+}
+
+// Of both sides. After an update ours is what nobody has committed, and theirs is the server's.
+std::pair<Origins, Origins> origins_of(const Host &host, const WorkingCopy &copy,
+                                       const Nodes &nodes) {
+    OwnedCommit theirs = their_tip(copy);
+    if (!theirs && !origin_of(copy).empty()) {
+        bring_history(host, copy);
+        const Owned<Revdb, zRevdbFree> records(check(zRevdbOpen(copy.repository())));
+        return {{},
+                last_changes(host, server_commit(copy), committed_paths(nodes, kTheirs),
+                             records.get())};
+    }
+    OwnedCommit ours(copy.born() ? zCommitHead(copy.repository()) : nullptr);
+    return {last_changes(host, std::move(ours), committed_paths(nodes, kOurs)),
+            last_changes(host, std::move(theirs), committed_paths(nodes, kTheirs))};
 }
 
 // ---- Telling of conflicts
@@ -124,10 +150,14 @@ class SideView {
         const int32_t kind = side_.status(node_, i);
         const std::string path = side_.path(node_, i);
         std::string text = count_ == 1 ? "1 " : "";
-        text = host.out.paint(kind_colour(kind), padded(text + kind_name(kind), 14));
-        if (path != narrow(zConflictNodePath(node_))) text += path + "  ";
-        auto origin = origins_.find(path);
-        if (origin == origins_.end()) return text;
+        const bool moved = path != narrow(zConflictNodePath(node_));
+        const auto origin = origins_.find(path);
+        const bool known = origin != origins_.end();
+        text += kind_name(kind);
+        text = host.out.paint(kind_colour(kind), moved || known ? padded(text, 14) : text);
+        if (moved) text += path;
+        if (!known) return text;
+        if (moved) text += "  ";
         const auto &[commit, author, seconds] = origin->second;
         return text + host.out.paint(Colour::yellow, commit.substr(0, 8)) + "  " +
                short_time(seconds) + "  " + author;
@@ -169,10 +199,7 @@ int run(Host &host, const Options &options) {
         if (!nodes.pick(copy, below) && !is_wild(path) && !is_known(copy, below))
             throw Failed(kNotFound, path + ": no such file or directory");
     }
-    OwnedCommit ours(copy.born() ? zCommitHead(copy.repository()) : nullptr);
-    const Origins our_origins = last_changes(host, std::move(ours), committed_paths(nodes, kOurs));
-    const Origins their_origins =
-        last_changes(host, their_tip(copy), committed_paths(nodes, kTheirs));
+    const auto [our_origins, their_origins] = origins_of(host, copy, nodes);
     uint64_t count = 0;
     for (ConflictNode *node : nodes.all()) {
         if (!nodes.is_picked(node)) continue;
