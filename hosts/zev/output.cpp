@@ -148,6 +148,7 @@ void Output::warn(const std::string &text) {
     if (json_) return record(Record("warning").set(u"message", text));
     say_reason();
     clear_progress();
+    fflush(stdout);
     put_line(stderr, (colour_errors_ ? "\033[33mwarning:\033[0m " : "warning: ") + clean(text));
 }
 
