@@ -182,8 +182,10 @@ void Forecast::print(Host &host, const Entries &list) const {
         const bool both = here.contains(name) || (moved && here.contains(from));
         Record record("incoming");
         record.set(u"path", path).set(u"status", kind_name(kind)).set(u"here", both);
+        const bool ends = !both && who == last.end() && count == objects.end();
+        const std::string names = (moved ? from + " -> " : "") + path;
         std::string line = host.out.paint(kind_colour(kind), padded(kind_name(kind), 12)) +
-                           padded((moved ? from + " -> " : "") + path, width);
+                           (ends ? names : padded(names, width));
         if (moved) record.set(u"from", from);
         if (who != last.end()) {
             const LastChange &change = who->second;
