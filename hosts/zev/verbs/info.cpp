@@ -64,6 +64,8 @@ State look(Host &host, const WorkingCopy &copy, const Options &options) {
     if (!options.offline) ask(host, copy, state);
     if (const OwnedCommit newest = server_commit(copy)) state.newest = *zCommitId(newest.get());
     state.files = known_updates(copy);
+    const bool is_newest = state.newest && state.files && !*state.files;
+    if (is_newest) state.note.at = state.newest; // it may have come piece by piece
     if (state.newest && state.note.at)
         state.commits = commits_behind(copy, *state.newest, *state.note.at);
     return state;
