@@ -141,6 +141,7 @@ std::string verb_page(const std::string &name, const CLI::App &verb) {
     std::string text = headline(page);
     text += plain(page) + " - " + plain(verb.get_description()) + "\n\n";
     text += "# SYNOPSIS\n\n" + synopsis(name, verb);
+    for (const std::string &alias : verb.get_aliases()) text += synopsis(alias, verb);
     text +=
         "# DESCRIPTION\n\n" + plain(verb.get_description()) + ".\n\n" + prose(verb.get_footer());
     if (const std::string list = option_list(verb); !list.empty()) text += "# OPTIONS\n\n" + list;
