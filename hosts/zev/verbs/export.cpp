@@ -2,6 +2,7 @@
 
 #include "dxf/drawing.hpp"
 #include "needed_rows.hpp"
+#include "permissions.hpp"
 #include "server_history.hpp"
 #include "verb.hpp"
 
@@ -153,6 +154,16 @@ void require_free(Host &host, const WorkingCopy &copy, const Options &options,
     throw Failed(kExists, target + ": is there already; --force says that it may go to the trash");
 }
 
+// What a server's rules let out of the team.
+void require_right(const WorkingCopy &copy, const std::string &path) {
+    constexpr int kForbidden = 403;
+    const Permission permission = Permissions(copy).of(path);
+    if (permission.bits & Z_PRIVILEGE_EXPORT) return;
+    throw Failed(kServer, kForbidden,
+                 path + ": you may not export it" +
+                     (permission.rule.empty() ? "" : ", by the rule on " + permission.rule));
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     std::string path = copy.relative(options.drawing), target = options.target;
@@ -160,6 +171,7 @@ int run(Host &host, const Options &options) {
     if (target == "-" && host.out.json())
         throw Failed(kInvalid, "a DXF file on stdout can't go with --json");
     if (target != "-") require_free(host, copy, options, target);
+    require_right(copy, path);
     Version version(host, copy, path, options.revision);
     fetch_rows(host, copy, version.drawing(), path);
     export_to(host, copy, version.drawing(), options, target);
