@@ -30,8 +30,9 @@ ZEV_API DiffList *zRevisionChanges(Revision *revision);
 ZEV_API DiffList *zRevisionMatch(Revision *revision, PathSpec *paths);
 
 // What the commit holds at a path, slashes or backslashes between its names: a tree or a blob, the
-// root tree for an empty path, as a new object. Null, class 3, if there is no such thing, or if it
-// isn't in this store.
+// root tree for an empty path, as a new object. In a copy that follows a server it is asked for
+// what is not here on the way. Null if there is no such thing, or if it can't be had (class 3
+// without a server, else what zev/remote.h tells).
 ZEV_API Object *zRevisionEntry(const Revision *revision, const zwchar *path);
 
 ZEV_END

@@ -2,8 +2,9 @@
 // it pass, newest first.
 //
 // The walk follows first parents only; what came in by a merge shows as the merge. It fills the
-// database of records (zev/revdb.h) on its way. A null argument is class 2, logged, unless told
-// otherwise. A RevSpec is used by one thread at a time.
+// database of records (zev/revdb.h) on its way. In a copy that follows a server it asks there for
+// commits and records that are not here, in blocks of 1,000. A null argument is class 2, logged,
+// unless told otherwise. A RevSpec is used by one thread at a time.
 #ifndef ZEV_REVLIST_H
 #define ZEV_REVLIST_H
 
@@ -42,7 +43,7 @@ enum {
     Z_REV_MUST_MATCH = 0x2, // an empty list is a failure: null, class 3
     Z_REV_NO_RENAMES = 0x4, // a rename is what was deleted and what was added
     Z_REV_STAY = 0x8,       // not on to the upstream of a branch that has one
-    Z_REV_LOCAL = 0x10      // only what is in this store
+    Z_REV_LOCAL = 0x10      // only what is in this store: history ends where it does
 };
 
 // Reset leaves the state of a new record: from HEAD, everything; the notify stays.
@@ -80,9 +81,12 @@ ZEV_API bool zRevSpecSetNotify(RevSpec *spec, const Notify *notify);
 // ---- RevList
 
 // A null spec means everything from HEAD. A branch or reference without a commit gives an empty
-// list. Null: HEAD is no branch; a commit or a tree on the way is missing; the user stopped it
-// (class 6); the branch is a remote's, without Z_REV_LOCAL, and the remote can't be opened
-// (standard error 129).
+// list. With Z_REV_LOCAL, or where a branch tracks nothing, no server is asked: history ends at the
+// first commit that is not here, and in a copy of a server's project a revision whose trees are not
+// here has no changes. Else the server's references come first. Null: HEAD is no branch; a tree on
+// the way is missing, or a commit where the walk starts; the server doesn't answer, or has not what
+// it was asked for (what zev/remote.h tells); the user stopped it (class 6); the branch is a
+// remote's, and there is no "origin" (standard error 129).
 ZEV_API RevList *zRevListBuild(Repository *repository, RevSpec *spec);
 ZEV_API uint64_t zRevListLength(const RevList *list);
 // Lent; an index beyond the last is class 2.

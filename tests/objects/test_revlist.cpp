@@ -216,9 +216,9 @@ TEST_F(RevListTest, WhereAWalkStarts) {
     EXPECT_EQ(zErrorClass(), 3);
     git(place, "checkout -q master");
 
-    git(place, "remote add origin /nowhere");
-    git(place, "update-ref refs/remotes/origin/master HEAD~");
-    ASSERT_OK(zBranchInit(repository.get(), u"master", u"origin", u"refs/heads/master"));
+    git(place, "remote add other /nowhere");
+    git(place, "update-ref refs/remotes/other/master HEAD~");
+    ASSERT_OK(zBranchInit(repository.get(), u"master", u"other", u"refs/heads/master"));
     EXPECT_EQ(list(), "(null)"); // its history is the remote's to tell
     EXPECT_EQ(zErrorCode(), 129);
     const std::pair<uint32_t, const char *> rows[] = {

@@ -4,12 +4,8 @@
 #include "common/utf.hpp"
 #include "objects/store/object.hpp"
 #include "zev/commit.h"
-#include "zev/tree.h"
 
-#include <algorithm>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 using namespace zev;
 
@@ -35,28 +31,20 @@ void find_changes(Revision *revision) {
     if (revision->changes) zRevdbInsert(db.get(), &revision->id, revision);
 }
 
-// The entry of a name in a tree, loaded; else null, with the reason raised.
-git::Object entry_object(const git::Object &tree, std::string_view name) {
-    git::Object object;
-    if (git_object_type(tree.get()) != GIT_OBJECT_TREE) return raise_not_found(), git::Object();
-    auto *handle = reinterpret_cast<git_tree *>(tree.get());
-    const git_tree_entry *entry = git_tree_entry_byname(handle, std::string(name).c_str());
-    if (!entry) return raise_not_found(std::string(name)), git::Object(); // libgit2 gives no reason
-    const int code = git_object_lookup(out(object), git_tree_owner(handle),
-                                       git_tree_entry_id(entry), GIT_OBJECT_ANY);
-    if (code < 0) fail_git(code);
-    return object;
-}
-
 } // namespace
 
-RevisionPtr zev::revision_of(Commit *commit) {
+RevisionPtr zev::words_of(const Commit *commit) {
     const git_commit *handle = commit->handle.get();
     RevisionPtr revision(new Revision{.owner = commit->owner});
     revision->id = *git::oid(git_commit_id(handle));
     revision->author = user_text(git_commit_author(handle)->name);
     revision->message = user_text(git_commit_message(handle));
     revision->time = {git_commit_time(handle), 0};
+    return revision;
+}
+
+RevisionPtr zev::revision_of(Commit *commit) {
+    RevisionPtr revision = words_of(commit);
     revision->changes.reset(zCommitChanges(commit, nullptr, nullptr));
     return revision->changes ? std::move(revision) : nullptr;
 }
@@ -99,25 +87,6 @@ DiffList *zRevisionMatch(Revision *revision, PathSpec *paths) try {
     DiffListPtr list = diff_list_filtered(changes, paths);
     if (!list) raise_not_found();
     return list.release();
-} catch (...) {
-    return fail_thrown();
-}
-
-Object *zRevisionEntry(const Revision *revision, const zwchar *path) try {
-    if (!revision || !path) return fail_args();
-    const Owned<Tree, zTreeFree> root(by_peeled_id<Tree>(revision->owner, &revision->id));
-    if (!root) return nullptr;
-    git::Object object;
-    git_object_dup(out(object), git::as<git_object>(root->handle.get()));
-    const std::string names = to_utf8(path);
-    constexpr std::string_view kSlashes = "/\\";
-    for (size_t at = 0; (at = names.find_first_not_of(kSlashes, at)) != names.npos;) {
-        const size_t end = std::min(names.find_first_of(kSlashes, at), names.size());
-        object = entry_object(object, std::string_view(names).substr(at, end - at));
-        if (!object) return nullptr;
-        at = end;
-    }
-    return wrap<Object>(std::move(object), revision->owner);
 } catch (...) {
     return fail_thrown();
 }

@@ -61,8 +61,10 @@ JsonGuard revision_to_json(Revision *revision); // takes the changes, which may 
 RevisionPtr revision_from_json(Repository *owner, const Json *object);
 RevisionPtr revision_from_text(Repository *owner, std::string_view utf8);
 
-// What a commit says, with its changes, or null with what zCommitChanges raised. May throw.
+// What a commit says, with its changes, or null with what zCommitChanges raised; and without them.
+// May throw.
 RevisionPtr revision_of(Commit *commit);
+RevisionPtr words_of(const Commit *commit);
 
 // What came of the look-up of a record; all but `whole` are raised.
 enum class Lookup { whole, missing, damaged, failed };
@@ -72,7 +74,22 @@ Lookup find_record(const Revdb *db, const Oid *id, RevisionPtr &found); // may t
 // reason raised. May throw.
 RevisionPtr kept_revision(Revdb *db, Commit &commit);
 
-// The ids of what zRevListBuild would list, without making its revisions: records are read or
+// Where a walk gets what is not here: calls of a session, as zev/remote.h has them, up to whose
+// family this one does not reach.
+struct HistorySource {
+    Remote *remote = nullptr; // lent; none: what is here is all there is
+    bool (*refs)(Remote *, const Notify *) = nullptr;
+    bool (*commits)(Remote *, const Oid *head, uint64_t limit, const Notify *) = nullptr;
+    bool (*records)(Remote *, const Oid *head, uint64_t limit, const Notify *) = nullptr;
+    // A server has the rest, whether it may be asked or not: what is missing here is no damage.
+    bool is_partial = false;
+};
+
+// zRevListBuild with a source, which a branch that tracks nothing doesn't use. May throw.
+Owned<RevList, zRevListFree> rev_list(Repository *repository, RevSpec *spec,
+                                      const HistorySource &source);
+
+// The ids of what is here of such a list, without making its revisions: records are read or
 // written only if a spec has paths. May throw.
 bool revision_ids(Repository *repository, RevSpec *spec, std::vector<Oid> &ids);
 

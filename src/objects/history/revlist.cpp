@@ -1,6 +1,6 @@
-// Walking history along first parents, up to the first commit that is not here. What is asked of a
-// commit's own words (time, author, message) is asked first: only a commit that passes there needs
-// its record.
+// Walking history along first parents, up to the first commit that neither is here nor can be asked
+// for. What is asked of a commit's own words (time, author, message) is asked first: only a commit
+// that passes there needs its record.
 #include "common/errno.hpp"
 #include "objects/history/revision.hpp"
 #include "objects/store/branch.hpp"
@@ -18,9 +18,13 @@ namespace {
 
 enum class Walk { on, enough, failed };
 
+constexpr uint64_t kBatch = 1000; // commits, or records, of one question
+constexpr int32_t kNotFound = 3;  // class of what is not in the store
+
 class History {
   public:
-    History(Repository *repository, RevSpec *spec) : repository_(repository), spec_(spec) {}
+    History(Repository *repository, RevSpec *spec, const HistorySource &source)
+        : repository_(repository), spec_(spec), source_(source) {}
 
     bool prepare();
     // Hands the commits that pass to `take`, newest first, until it has enough.
@@ -43,14 +47,16 @@ class History {
 
   private:
     bool follow(BranchPtr branch);
-    bool is_local(const Branch *branch) const;
-    int load(git::Commit &commit, const git_oid *id) const; // libgit2's code
+    int find(git::Commit &commit, const git_oid *id) const; // libgit2's code
+    int load(git::Commit &commit, const git_oid *id) const;
+    RevisionPtr fetched_revision(const Oid *id);
     bool passes(const git_commit *commit);
     bool in_time(int64_t seconds) const;
 
     Repository *repository_;
     RevSpec *spec_;  // lent
     RevSpecPtr own_; // in place of none
+    HistorySource source_;
     RevdbPtr db_;
     std::optional<Oid> start_; // none: there is no commit yet
 };
@@ -61,6 +67,7 @@ bool History::prepare() {
     if (!spec_) own_.reset(spec_ = zRevSpecNew());
     db_.reset(zRevdbOpen(repository_));
     if (!spec_ || !db_) return false;
+    if (spec_->options & Z_REV_LOCAL) source_.remote = nullptr;
     const RevBase &base = spec_->base;
     if (base.kind == Z_REV_BY_ID) {
         if (zOidIsZero(zRevBaseId(&base))) return fail_args();
@@ -72,11 +79,15 @@ bool History::prepare() {
     return branch && follow(std::move(branch));
 }
 
-// From the branch, or from the one that it follows, to its commit.
+// From the branch, or from the one that it follows, to its commit. What a branch that tracks a
+// remote's names may lie with the remote only, and be another there by now.
 bool History::follow(BranchPtr branch) {
     if (!(spec_->options & Z_REV_STAY))
         if (BranchPtr upstream{zBranchUpstream(branch.get())}) branch = std::move(upstream);
-    if (!is_local(branch.get())) return fail_os(ENOTSUP);
+    const bool is_asked = zBranchIsRemote(branch.get()) && !(spec_->options & Z_REV_LOCAL);
+    if (!is_asked) source_.remote = nullptr;
+    if (is_asked && !source_.remote) return fail_os(ENOTSUP);
+    if (is_asked && !source_.refs(source_.remote, spec_->notify)) return false;
     if (const Oid *id = zBranchResolve(branch.get()))
         start_ = *id;
     else if (!zBranchUnborn(branch.get()))
@@ -84,20 +95,23 @@ bool History::follow(BranchPtr branch) {
     return true;
 }
 
-// What a remote's branch names may lie with the remote only.
-bool History::is_local(const Branch *branch) const {
-    return spec_->options & Z_REV_LOCAL || !zBranchIsRemote(branch);
-}
-
 // ---- From commit to commit
 
 // The first one may be named by a tag.
-int History::load(git::Commit &commit, const git_oid *id) const {
+int History::find(git::Commit &commit, const git_oid *id) const {
     git::Object found, peeled;
     int code = git_object_lookup(out(found), repository_->handle.get(), id, GIT_OBJECT_ANY);
     if (!code) code = git_object_peel(out(peeled), found.get(), GIT_OBJECT_COMMIT);
     if (!code) commit.reset(git::as<git_commit>(peeled.release()));
     return code;
+}
+
+// GIT_EUSER when it was asked for in vain, which is raised.
+int History::load(git::Commit &commit, const git_oid *id) const {
+    const int code = find(commit, id);
+    if (code != GIT_ENOTFOUND || !source_.remote) return code;
+    if (!source_.commits(source_.remote, git::oid(id), kBatch, spec_->notify)) return GIT_EUSER;
+    return find(commit, id);
 }
 
 template <class Take> bool History::walk(Take take) {
@@ -107,8 +121,9 @@ template <class Take> bool History::walk(Take take) {
     for (Commit commit{nullptr, repository_};; is_first = false) {
         if (zNotifyIsUsrbrk(spec_->notify)) return raise_canceled();
         const int code = load(commit.handle, &id);
-        if (code == GIT_ENOTFOUND && !is_first) return git_error_clear(), true;
-        if (code < 0) return fail_git(code);
+        const bool is_end = code == GIT_ENOTFOUND && !is_first && !source_.remote;
+        if (is_end) return git_error_clear(), true;
+        if (code < 0) return code == GIT_EUSER ? false : fail_git(code);
         const git_oid *parent = git_commit_parent_id(commit.handle.get(), 0);
         if (parent && is_cut(repository_, git_commit_id(commit.handle.get()))) parent = nullptr;
         if (parent) id = *parent;
@@ -142,7 +157,24 @@ bool History::passes(const git_commit *commit) {
 
 // ---- Records
 
-RevisionPtr History::revision(Commit &commit) { return kept_revision(db_.get(), commit); }
+RevisionPtr History::revision(Commit &commit) {
+    if (source_.remote) return fetched_revision(git::oid(git_commit_id(commit.handle.get())));
+    RevisionPtr kept = kept_revision(db_.get(), commit);
+    // The trees of older commits are with the server. Whoever asks for the changes is told so.
+    if (!kept && source_.is_partial && zErrorClass() == kNotFound) kept = words_of(&commit);
+    return kept;
+}
+
+// A server's records tell changes whose trees are not here.
+RevisionPtr History::fetched_revision(const Oid *id) {
+    RevisionPtr found;
+    const Lookup fate = find_record(db_.get(), id, found);
+    if (fate == Lookup::whole) return found;
+    if (fate == Lookup::damaged) zRevdbRemove(db_.get(), id); // it would pass for one that is here
+    if (!source_.records(source_.remote, id, kBatch, spec_->notify)) return nullptr;
+    find_record(db_.get(), id, found);
+    return found;
+}
 
 bool History::passes_paths(Revision &revision) {
     if (!has_paths()) return true;
@@ -164,7 +196,7 @@ RevisionPtr zev::kept_revision(Revdb *db, Commit &commit) {
 }
 
 bool zev::revision_ids(Repository *repository, RevSpec *spec, std::vector<Oid> &ids) {
-    History history(repository, spec);
+    History history(repository, spec, {});
     if (!history.prepare()) return false;
     const bool done = history.walk([&](Commit &commit) {
         if (history.has_paths()) {
@@ -178,10 +210,10 @@ bool zev::revision_ids(Repository *repository, RevSpec *spec, std::vector<Oid> &
     return done && history.accept(ids.empty());
 }
 
-RevList *zRevListBuild(Repository *repository, RevSpec *spec) try {
-    if (!repository) return fail_args();
+Owned<RevList, zRevListFree> zev::rev_list(Repository *repository, RevSpec *spec,
+                                           const HistorySource &source) {
     Owned<RevList, zRevListFree> list(new RevList());
-    History history(repository, spec);
+    History history(repository, spec, source);
     if (!history.prepare()) return nullptr;
     const bool done = history.walk([&](Commit &commit) {
         RevisionPtr revision = history.revision(commit);
@@ -190,9 +222,7 @@ RevList *zRevListBuild(Repository *repository, RevSpec *spec) try {
         list->entries.push_back(std::move(revision));
         return history.taken(list->entries.size());
     });
-    return done && history.accept(list->entries.empty()) ? list.release() : nullptr;
-} catch (...) {
-    return fail_thrown();
+    return done && history.accept(list->entries.empty()) ? std::move(list) : nullptr;
 }
 
 uint64_t zRevListLength(const RevList *list) {
