@@ -6,12 +6,12 @@
 
 #include "zev/base.h"
 
-ZEV_BEGIN
-
 #include <stdio.h>
 
-// Opens with the letters of fopen, and S sequential, R random, D gone when it is closed; "ccs=" is
-// overlooked: text is UTF-8 with plain line feeds.
+ZEV_BEGIN
+
+// Opens with the letters of fopen, and S sequential, R random, D without a name from the start;
+// "ccs=" is overlooked: text is UTF-8 with plain line feeds.
 ZEV_API FILE *zFileOpen(const zwchar *path, const zwchar *mode);
 // Null gives true.
 ZEV_API bool zFileClose(FILE *file);

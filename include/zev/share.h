@@ -8,9 +8,9 @@
 
 #include "zev/base.h"
 
-ZEV_BEGIN
-
 #include <stdio.h>
+
+ZEV_BEGIN
 
 // What others may do while the file is open.
 enum { Z_SHARE_NONE = 0, Z_SHARE_READ = 1, Z_SHARE_WRITE = 2, Z_SHARE_ALL = 3 };

@@ -1,4 +1,5 @@
-// The file kind: a stream over a FILE, which it owns or borrows.
+// The file kind: a stream over a FILE, which it owns or borrows. What holds: once bytes that were
+// given to it have not reached the file, it is in error for good, whatever a rewind clears.
 #include "stream/stream.hpp"
 
 #include "common/failure.hpp"
@@ -16,6 +17,7 @@ namespace {
 struct FileStream : Stream {
     FILE *file;
     bool owned;
+    bool lost = false; // bytes that were written
 };
 
 constexpr Stream kFileHead = {.read = zFileStreamRead,
@@ -40,6 +42,14 @@ Stream *over(FILE *file, bool owned) {
 FILE *file_of(Stream *stream, Here at = {}) {
     if (!stream) return fail_args(at);
     return static_cast<FileStream *>(stream)->file;
+}
+
+// Of a call that may have to write first what is buffered.
+bool kept(Stream *stream, bool done) {
+    auto *record = static_cast<FileStream *>(stream);
+    if (done || !ferror(record->file)) return done;
+    record->lost = true;
+    return fail_os(errno);
 }
 
 } // namespace
@@ -69,7 +79,9 @@ uint64_t zFileStreamRead(Stream *stream, void *buffer, uint64_t count) {
 
 uint64_t zFileStreamWrite(Stream *stream, const void *buffer, uint64_t count) {
     FILE *file = file_of(stream);
-    return file ? zFileWrite(file, buffer, count) : 0;
+    const uint64_t written = file ? zFileWrite(file, buffer, count) : 0;
+    if (file && written < count) static_cast<FileStream *>(stream)->lost = true;
+    return written;
 }
 
 void zFileStreamFree(Stream *stream) {
@@ -79,7 +91,7 @@ void zFileStreamFree(Stream *stream) {
 
 bool zFileStreamFlush(Stream *stream) {
     FILE *file = file_of(stream);
-    return file && zFileFlush(file);
+    return file && kept(stream, zFileFlush(file));
 }
 
 bool zFileStreamEOF(Stream *stream) {
@@ -89,7 +101,7 @@ bool zFileStreamEOF(Stream *stream) {
 
 bool zFileStreamError(Stream *stream) {
     FILE *file = file_of(stream);
-    return !file || zFileError(file);
+    return !file || static_cast<FileStream *>(stream)->lost || zFileError(file);
 }
 
 int64_t zFileStreamTell(Stream *stream) {
@@ -99,12 +111,12 @@ int64_t zFileStreamTell(Stream *stream) {
 
 bool zFileStreamSeek(Stream *stream, int64_t offset, int32_t whence) {
     FILE *file = file_of(stream);
-    return file && zFileSeek(file, offset, whence);
+    return file && kept(stream, zFileSeek(file, offset, whence));
 }
 
 bool zFileStreamRewind(Stream *stream) {
     FILE *file = file_of(stream);
-    return file && zFileRewind(file);
+    return file && kept(stream, zFileRewind(file));
 }
 
 uint64_t zFileStreamSize(Stream *stream) {

@@ -206,12 +206,13 @@ uint64_t behind_end(ZipStream &zip) {
     return 0;
 }
 
-// Input for zlib, when it has none left; false at its end.
+// Input for zlib, when it has none left; false at its end, which is before the data's own.
 bool refill(ZipStream &zip) {
     if (zip.z.avail_in) return true;
     const uint64_t got = zStreamRead(zip.below, zip.buffer, zip.size);
     zip.z.next_in = zip.buffer;
     zip.z.avail_in = static_cast<uInt>(got);
+    if (!got && zStreamEOF(zip.below)) zip.failed = true;
     return got > 0;
 }
 
@@ -232,6 +233,8 @@ uint64_t inflate_some(ZipStream &zip, void *buffer, uint64_t count) {
     zip.pending = code == Z_OK && !zip.z.avail_out;
     zip.ended = code == Z_STREAM_END;
     if (code != Z_OK && code != Z_STREAM_END) return zip.failed = true, 0;
+    const bool is_dry = !zip.ended && !zip.pending && !zip.z.avail_in;
+    if (is_dry && zStreamEOF(zip.below)) zip.failed = true; // nobody may read once more
     return wanted - zip.z.avail_out;
 }
 
@@ -279,8 +282,9 @@ bool zZipStreamFinish(Stream *stream) {
     ZipStream *zip = record(stream);
     if (!zip) return false;
     if (zip->mode == kDecompress || !zip->below) return true;
-    deflate_step(*zip, Z_FINISH);
-    if (zip->below->rewind) zStreamRewind(zip->below);
+    const bool written = deflate_step(*zip, Z_FINISH);
+    const bool kept = !zip->below->rewind || zStreamRewind(zip->below);
+    if (!written || !kept) zip->failed = true; // for good: a rewind may clear what is below
     return true;
 }
 

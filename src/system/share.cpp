@@ -39,7 +39,7 @@ Share::~Share() {
     if (!file) return;
     const int kept = errno;
     if (!removed.empty()) os::share_remove(fileno(file), removed.c_str());
-    fclose(file);
+    if (fclose(file) != 0) fail_errno(); // what was still buffered is lost
     errno = kept;
 }
 

@@ -152,8 +152,16 @@ TEST(ZipStream, WritesThroughAndFinishes) {
         StreamPtr full(zZipFile(u"/dev/full", u"gzip"));
         zStreamWrite(full.get(), bytes.data(), size);
         zZipStreamFinish(full.get());
+        zStreamRewind(full.get());
         EXPECT_TRUE(zStreamError(full.get())) << size;
     }
+    zRaiseError(0, 0, nullptr, nullptr);
+    zStreamFree([] {
+        Stream *full = zZipFile(u"/dev/full", u"gzip");
+        zStreamWrite(full, "x", 1);
+        return full;
+    }());
+    EXPECT_EQ(zErrorCode(), ENOSPC) << "freed, and nobody asked";
 }
 
 TEST(ZipStream, RefusesDamage) {
@@ -164,6 +172,10 @@ TEST(ZipStream, RefusesDamage) {
          {std::string(), std::string("no gzip at all"), flipped, good + "x", good + good,
           good.substr(0, good.size() - 1), good.substr(0, 9)}) {
         EXPECT_FALSE(uncompressed(input, u"gzip")) << input.size();
+        StreamPtr source = memory(input), zip(zUnzipStream(source.get(), u"gzip"));
+        for (char block[999]; !zStreamEOF(zip.get()) && !zStreamError(zip.get());)
+            zStreamRead(zip.get(), block, sizeof block);
+        EXPECT_TRUE(zStreamError(zip.get()) || input.empty()) << "piece by piece";
         EXPECT_NE(zErrorClass(), 0);
         EXPECT_TRUE(uncompressed(good, u"gzip")) << "behind damage"; // by the same decompressor
     }
