@@ -38,7 +38,7 @@ ZEV_API bool zDirMake(const zwchar *path, bool recursive);
 // Removes subdirectories with `recursive`, all else with `force`, read-only or not, then the
 // directory itself, which fails while something is left. A missing one gives true. The first
 // failure ends it and raises the standard error; what was removed is gone. Clear keeps the
-// directory and removes all in it.
+// directory and removes all in it. The path itself may be no link.
 ZEV_API bool zDirRemove(const zwchar *path, bool recursive, bool force);
 ZEV_API bool zDirClear(const zwchar *path);
 

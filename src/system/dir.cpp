@@ -56,7 +56,11 @@ struct Walk {
 
 int32_t Walk::entry(const zwchar *directory_path, const Dirent *entry) const {
     zwchar path[Z_PATH_MAX];
-    if (!zPathMakeAbsolute(path, entry->name, directory_path)) return kFailed;
+    // The one would take the names of a path that leads up for those of one that doesn't.
+    const bool leads_up = std::u16string_view(directory_path).starts_with(u"..");
+    const bool made = leads_up ? path_join(path, directory_path, entry->name)
+                               : zPathMakeAbsolute(path, entry->name, directory_path);
+    if (!made) return kFailed;
     const int32_t result = callback(path, entry, context);
     if (result < 0 || result == kSkip || !recursive || !zDirentIsDir(entry)) return result;
     return directory(path);
