@@ -25,6 +25,8 @@ constexpr size_t kBlock = 0x10000;
 // inflate keeps 32 KiB of what each call gave, so larger steps copy less.
 constexpr size_t kInflatedBlock = kBuffer;
 
+constexpr int kLevel = 6;
+
 enum Mode : uint32_t { kCompress, kDecompress };
 
 struct ZipStream : Stream {
@@ -80,7 +82,7 @@ Failure fail_too_large(Here at = {}) {
 int bits_of(uint32_t gzip) { return gzip ? 31 : 15; }
 
 int start(ZipStream &zip) {
-    constexpr int kLevel = 6, kMemory = 8;
+    constexpr int kMemory = 8;
     if (zip.mode == kDecompress) return inflateInit2(&zip.z, bits_of(zip.gzip));
     return deflateInit2(&zip.z, kLevel, Z_DEFLATED, bits_of(zip.gzip), kMemory, Z_DEFAULT_STRATEGY);
 }
@@ -118,7 +120,8 @@ ZipStream *wake(Mode mode, uint32_t gzip) {
     ZipStream *zip = resting ? std::exchange(resting->of[mode], nullptr) : nullptr;
     if (!zip) return nullptr;
     const bool compress = mode == kCompress;
-    const int code = compress ? deflateReset(&zip->z) : inflateReset2(&zip->z, bits_of(gzip));
+    int code = compress ? deflateReset(&zip->z) : inflateReset2(&zip->z, bits_of(gzip));
+    if (code == Z_OK && compress) code = deflateParams(&zip->z, kLevel, Z_DEFAULT_STRATEGY);
     if (code == Z_OK && (!compress || zip->gzip == gzip)) return zip;
     return discard(zip), nullptr;
 }
@@ -196,6 +199,52 @@ uint64_t deflate_all(ZipStream &zip, const void *data, uint64_t count) {
     zip.z.avail_in = 0;
     return taken;
 }
+
+// Ends the blocks of the level before, too.
+bool set_level(ZipStream &zip, int level) {
+    zip.z.next_out = zip.buffer;
+    zip.z.avail_out = zip.size;
+    const int code = deflateParams(&zip.z, level, Z_DEFAULT_STRATEGY);
+    const uint64_t made = zip.size - zip.z.avail_out;
+    const bool good = code == Z_OK && zStreamWrite(zip.below, zip.buffer, made) == made;
+    return good || !(zip.failed = true);
+}
+
+// What gains nothing is stored: noise, and what is compressed already, takes 30 ms a MiB, in which
+// a peer hears nothing. Now and then it is tried anew.
+//   trying --a span with no gain--> storing --a longer one each time--> trying
+class Effort {
+  public:
+    explicit Effort(ZipStream &zip) : zip_(zip) {}
+
+    // Behind each block. False when the stream failed.
+    bool weigh() {
+        ++blocks_;
+        if (stores_) return blocks_ < span_ || begin(false);
+        if (blocks_ == 1) in_ = zip_.z.total_in, out_ = zip_.z.total_out; // zlib holds some back
+        if (blocks_ <= kTried) return true;
+        const uint64_t taken = zip_.z.total_in - in_, made = zip_.z.total_out - out_;
+        if (made > taken - taken / 32) return begin(true);
+        blocks_ = 0;
+        span_ = kShortest;
+        return true;
+    }
+
+  private:
+    static constexpr uint32_t kTried = 4, kShortest = 16, kLongest = 256; // blocks
+
+    bool begin(bool stores) {
+        blocks_ = 0;
+        stores_ = stores;
+        if (!stores) span_ = std::min(2 * span_, kLongest);
+        return set_level(zip_, stores ? Z_NO_COMPRESSION : kLevel);
+    }
+
+    ZipStream &zip_;
+    uint64_t in_ = 0, out_ = 0; // where the span began
+    uint32_t blocks_ = 0, span_ = kShortest;
+    bool stores_ = false;
+};
 
 // What follows the end of the data can't belong to it.
 uint64_t behind_end(ZipStream &zip) {
@@ -295,10 +344,12 @@ Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
     StreamPtr target(spill_stream());
     StreamPtr zip(target ? over(target.get(), encoding, kCompress, false) : nullptr);
     if (!zip) return nullptr;
-    const auto pack = [&](const void *data, uint64_t count) {
-        return zStreamWrite(zip.get(), data, count) == count && !zStreamError(zip.get());
-    };
     ZipStream &state = *record(zip.get());
+    Effort effort(state);
+    const auto pack = [&](const void *data, uint64_t count) {
+        return zStreamWrite(zip.get(), data, count) == count && effort.weigh() &&
+               !zStreamError(zip.get());
+    };
     const bool whole = each_block(stream, state.block, kBlock, 0, pack);
     if (!whole) return nullptr;
     zZipStreamFinish(zip.get());

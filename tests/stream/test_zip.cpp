@@ -77,6 +77,25 @@ TEST(ZipStream, GivesBackTheBytes) {
     }
 }
 
+// Noise is stored and costs nothing; the text in front of it, behind it and in the next stream of
+// the thread is not.
+TEST(ZipStream, StoresWhatGainsNothing) {
+    constexpr size_t kNoise = 20 << 20, kText = 60 << 20;
+    std::string noise(kNoise, 0), bytes(1 << 20, 'x');
+    uint64_t state = 1;
+    for (char &each : noise)
+        each = static_cast<char>((state = state * 6364136223846793005 + 1) >> 56);
+    bytes += noise;
+    bytes.append(kText, 'y');
+    const std::string packed = compressed(bytes, u"gzip");
+    EXPECT_LT(packed.size(),
+              kNoise + kNoise / 1000 + (18 << 20)); // and no longer
+    EXPECT_LT(compressed(bytes.substr(0, 500000), u"gzip").size(), 2000u);
+    StreamPtr back = uncompressed(packed, u"gzip");
+    ASSERT_OK(back);
+    EXPECT_TRUE(drain(back.get()) == bytes);
+}
+
 // All of the input is taken long before a run of equal bytes is given.
 TEST(ZipStream, ReadsInSmallStepsToTheEnd) {
     const std::string bytes(100000, 'a');
