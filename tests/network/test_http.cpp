@@ -330,7 +330,7 @@ HttpResponse *large(HttpServer *, HttpRequest *) {
 // cuts a peer that takes nothing.
 TEST(HttpServer, LetsTheLastAnswersLeave) {
     TestServer server(large, [](HttpServer &record) {
-        reinterpret_cast<Tcp *>(record.tcp)->last_call_time = 800;
+        reinterpret_cast<Tcp *>(record.tcp)->last_call_time = 3000;
     });
     const RawSocket taker(server.port()), idle(server.port()), stuck(server.port());
     for (const RawSocket *each : {&taker, &stuck}) {
