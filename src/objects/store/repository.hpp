@@ -35,6 +35,7 @@ struct Repository {
     Oid id{};                            // all zero until known
     std::optional<git_oid> index_head{}; // HEAD when the index was read; zeros for none
     zev::ShallowEnds ends{};
+    Index *writer = nullptr; // the index that holds the lock, lent
 };
 
 namespace zev {

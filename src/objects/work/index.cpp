@@ -101,7 +101,9 @@ git_oid head_of(const Repository *repository) {
 }
 
 // HEAD is asked first: if it moves before the file is read, it counts as moved since.
-int read_file(git_index *handle, Repository *owner, bool force) {
+int read_file(git_index *handle, Repository *owner, bool force, const Index *reader = nullptr) {
+    IndexLook look(owner, reader);
+    if (force) look.forced();
     const git_oid head = head_of(owner), before = *git_index_checksum(handle);
     const int code = git_index_read(handle, force);
     if (code < 0) return code;
@@ -135,6 +137,7 @@ bool is_head_known(const Index *index) {
 }
 
 bool is_file_known(const Index *index) {
+    if (index->overtaken) return false;
     const auto sum = sum_in(git_index_path(index->handle.get()));
     return !sum || git_oid_equal(&*sum, git_index_checksum(index->handle.get())) ||
            (index->put_back && git_oid_equal(&*sum, &*index->put_back));
@@ -179,9 +182,30 @@ void set_looked_into(git_index *index, bool has) {
     }
 }
 
+// Changes of an operation that did not come to its end must not show in the next one, unless they
+// stand among those of a holder of the lock.
+void drop_changes(Index *index) {
+    const Index *writer = index->owner->writer;
+    if (writer && writer->dirty) return;
+    const auto read = [=](bool) { return read_file(index->handle.get(), index->owner, true); };
+    if (reading(index->lock != nullptr, read) < 0) git_error_clear();
+}
+
 } // namespace
 
 namespace zev {
+
+IndexLook::IndexLook(Repository *repository, const Index *reader)
+    : writer_(repository->writer && repository->writer->dirty && repository->writer != reader
+                  ? repository->writer
+                  : nullptr) {
+    if (writer_) before_ = *git_index_checksum(writer_->handle.get());
+}
+
+IndexLook::~IndexLook() {
+    if (writer_ && (forced_ || !git_oid_equal(&before_, git_index_checksum(writer_->handle.get()))))
+        writer_->overtaken = true;
+}
 
 bool index_stands(const Index *index) {
     if (!git_index_path(index->handle.get())) return true;
@@ -227,7 +251,7 @@ void index_committed(Index *index, const Oid *commit) {
 void index_refresh(Index *index) {
     if (index->lock || index->dirty || !git_index_path(index->handle.get())) return;
     const auto read = [=](bool force) {
-        return read_file(index->handle.get(), index->owner, force);
+        return read_file(index->handle.get(), index->owner, force, index);
     };
     if (reading(false, read) < 0) git_error_clear();
 }
@@ -280,6 +304,7 @@ Index *zIndexHead(Repository *repository, bool lock) {
     });
     if (code < 0) return fail_git(code);
     IndexPtr index = wrap_index(std::move(handle), repository);
+    if (index && held) repository->writer = index.get();
     if (index) index->lock = std::move(held);
     return index.release();
 }
@@ -316,9 +341,8 @@ Index *zIndexDup(Index *index) {
 
 void zIndexFree(Index *index) {
     if (!index) return;
-    // Changes of an operation that did not come to its end must not show in the next one.
-    if (index->dirty && index->lock && read_file(index->handle.get(), index->owner, true) < 0)
-        git_error_clear();
+    if (index->lock) index->owner->writer = nullptr;
+    if (index->dirty && git_index_path(index->handle.get())) drop_changes(index);
     delete index;
 }
 
@@ -334,10 +358,10 @@ bool zIndexClear(Index *index) {
 
 bool zIndexRead(Index *index, bool force) {
     if (!index) return fail_args();
-    int code = read_file(index->handle.get(), index->owner, force);
+    int code = read_file(index->handle.get(), index->owner, force, index);
     if (code < 0) return fail_git(code);
     index->names.reset();
-    if (force) index->dirty = false;
+    if (force) index->dirty = index->overtaken = false;
     return true;
 }
 

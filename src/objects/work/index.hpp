@@ -26,6 +26,7 @@ struct Index { // destroyed from below: lock file first
     zev::Owned<Flock, zFlockClose> lock{};
     bool dirty = false;                      // holds changes that the file does not
     bool written = false;                    // to its file, since the lock was taken
+    bool overtaken = false;                  // what it held was replaced by a look
     std::optional<git_oid> put_back{};       // digest of the file that went back since then
     std::shared_ptr<zev::CaseNames> names{}; // of its entries, once a new name was entered
 };
@@ -44,6 +45,23 @@ inline const git_index_entry *git_entry(const IndexEntry *entry) {
 inline const IndexEntry *zev_entry(const git_index_entry *entry) {
     return reinterpret_cast<const IndexEntry *>(entry);
 }
+
+// Around a call that may read the repository's index anew: libgit2 has one, and a holder of the
+// lock whose changes went with what was there must not write the rest.
+class IndexLook {
+  public:
+    explicit IndexLook(Repository *repository, const Index *reader = nullptr);
+    ~IndexLook();
+    IndexLook(const IndexLook &) = delete;
+    IndexLook &operator=(const IndexLook &) = delete;
+
+    void forced() { forced_ = true; }
+
+  private:
+    Index *writer_; // none where nothing can be lost
+    git_oid before_{};
+    bool forced_ = false;
+};
 
 // ---- Entries and what the system says of their files
 

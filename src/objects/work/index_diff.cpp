@@ -9,6 +9,7 @@ DiffList *zDiffTreeToIndex(Repository *repository, Tree *tree, Index *index, Pat
                            DiffCancel cancel) try {
     if (!repository && !tree && !index) return fail_args();
     if (!repository) repository = tree ? tree->owner : index->owner;
+    const IndexLook look(repository, index);
     return diff_tree_to_index(repository->handle.get(), tree ? tree->handle.get() : nullptr,
                               index ? index->handle.get() : nullptr, spec, cancel);
 } catch (...) {

@@ -86,6 +86,7 @@ int32_t zStatusFile(Repository *repository, const zwchar *path) try {
     if (!repository || !path) return fail_args(), -1;
     unsigned word = 0;
     const std::string name = to_utf8(path);
+    const IndexLook look(repository);
     git::Index index;
     int code = git_status_file(&word, repository->handle.get(), name.c_str());
     if (!code) code = git_repository_index(out(index), repository->handle.get());
