@@ -69,6 +69,16 @@ std::u16string pattern_of(const zwchar *path) {
     return pattern;
 }
 
+PathSpecPtr pattern_spec(uint64_t count, const zwchar *const *paths, const Notify *notify) {
+    if (!paths && count) return fail_args(), nullptr;
+    PathSpecPtr spec(zPathSpecNew(nullptr, 0));
+    for (uint64_t i = 0; spec && i < count; ++i)
+        if (paths[i] && *paths[i] && !zPathSpecAdd(spec.get(), pattern_of(paths[i]).c_str()))
+            return nullptr;
+    if (spec) zPathSpecSetNotify(spec.get(), notify);
+    return spec;
+}
+
 void tell_changes(const DiffList *list, CommandListing callback, void *context,
                   const volatile uint8_t *stop) {
     const uint64_t count = zDiffListLength(list);

@@ -24,6 +24,10 @@ PathSpecPtr literal_spec(uint64_t count, const zwchar *const *paths, const Notif
 // A path as a pattern that selects it, and what lies below it, but nothing by wildcards. May throw.
 std::u16string pattern_of(const zwchar *path);
 
+// All that `pattern_of` each of these selects; null and empty ones are left out. Null with the
+// failure raised. May throw.
+PathSpecPtr pattern_spec(uint64_t count, const zwchar *const *paths, const Notify *notify);
+
 // A path as hosts see it. May throw.
 inline std::u16string shown(std::u16string_view path) { return std::u16string(without_keep(path)); }
 

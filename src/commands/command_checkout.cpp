@@ -5,11 +5,13 @@
 #include "objects/store/branch.hpp"
 #include "objects/store/diff.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/odb.hpp"
 #include "objects/work/workdir.hpp"
 #include "zev/authdb.h"
 #include "zev/commit.h"
 #include "zev/diff.h"
 #include "zev/object.h"
+#include "zev/odb.h"
 #include "zev/oid.h"
 #include "zev/remote.h"
 #include "zev/shell.h"
@@ -57,15 +59,32 @@ bool find_target(WorkPath *out, Repository *repository, const zwchar *target) {
     return fail_os(ENAMETOOLONG, target);
 }
 
-// What is missing here may lie with the server, if there is one.
-TreePtr find_tree(Remote *remote, const Commit *commit, const Notify *notify) {
+// Whether a directory on the way to a path is named and not here.
+bool is_way_cut(Tree *tree, std::u16string_view path) {
+    const OdbPtr odb(zOdbOpen(zTreeOwner(tree)));
+    for (size_t slash = path.find(u'/'); odb && slash != path.npos;
+         slash = path.find(u'/', slash + 1)) {
+        const std::u16string above(path.substr(0, slash));
+        const TreeEntryPtr entry(zTreeEntryBypath(tree, above.c_str()));
+        if (!entry || zTreeEntryType(entry.get()) != Z_OBJECT_TREE) return false;
+        if (!zOdbExists(odb.get(), zTreeEntryId(entry.get()))) return true;
+    }
+    return false;
+}
+
+// With all directories on the way to the path. What is missing here may lie with the server, if
+// there is one. Null where it still is.
+TreePtr find_tree(Remote *remote, const Commit *commit, const zwchar *path, const Notify *notify) {
+    const auto is_whole = [path](const TreePtr &tree) {
+        return tree && !is_way_cut(tree.get(), path);
+    };
     TreePtr tree(zCommitTree(commit));
-    if (tree || !remote) return tree;
+    if (is_whole(tree)) return tree;
     constexpr bool kAllLevels = true;
-    if (zRemoteDownloadTree(remote, zCommitTreeId(commit), kAllLevels, Z_OBJECT_TREE, nullptr,
-                            nullptr, notify))
-        tree.reset(zCommitTree(commit));
-    return tree;
+    const bool fetched = remote && zRemoteDownloadTree(remote, zCommitTreeId(commit), kAllLevels,
+                                                       Z_OBJECT_TREE, nullptr, nullptr, notify);
+    tree.reset(fetched ? zCommitTree(commit) : nullptr);
+    return is_whole(tree) ? std::move(tree) : nullptr;
 }
 
 BlobPtr find_blob(Remote *remote, Repository *repository, const Oid *id, const Notify *notify) {
@@ -80,7 +99,7 @@ int32_t export_file(Repository *repository, const Oid *revision, const zwchar *p
     const CommitPtr commit = find_commit(repository, revision);
     if (!commit) return kFailed;
     const RemotePtr remote(zRemoteOpen(repository));
-    const TreePtr tree = find_tree(remote.get(), commit.get(), notify);
+    const TreePtr tree = find_tree(remote.get(), commit.get(), zStrsafeW(path), notify);
     if (!tree) return kNoTree;
     const TreeEntryPtr entry(zTreeEntryBypath(tree.get(), path));
     if (!entry) return kFailed;
@@ -155,9 +174,8 @@ bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host
     const ConnectionUse connection(workdir);
     if (!connection) return false;
     const Adapter adapter(host);
-    const CheckSpecPtr spec = check_spec(nullptr, zStrsafeW(path), adapter.get());
-    if (!spec || (path && *path && !zCheckSpecUseGlob(spec.get(), false))) return false;
-    return zShellUpdate(connection.repository(), spec.get());
+    const CheckSpecPtr spec = check_spec(nullptr, pattern_of(zStrsafeW(path)), adapter.get());
+    return spec && zShellUpdate(connection.repository(), spec.get());
 } catch (...) {
     return fail_thrown();
 }
@@ -182,7 +200,7 @@ void zCommandRefresh(const zwchar *workdir, uint64_t count, const zwchar *const 
     if (!connection) return;
     if (!callback) return static_cast<void>(fail_args());
     const StopByte asked(stop);
-    const PathSpecPtr spec = literal_spec(count, paths, asked.get());
+    const PathSpecPtr spec = pattern_spec(count, paths, asked.get());
     const DiffListPtr list(spec ? zShellListUpdates(connection.repository(), spec.get(), true)
                                 : nullptr);
     if (list) tell_changes(list.get(), callback, context, stop);

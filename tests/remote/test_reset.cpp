@@ -220,20 +220,24 @@ TEST_F(CheckoutTest, TheFrontTakesTheRoadToTheServer) {
     EXPECT_EQ(zCommandPrivilege(where, u"plan"), 112);
 
     other("plan", "third");
+    const Oid middle = parsed(other("notes/a", "aa"));
+    other("notes/a", "b");
     std::string told;
-    const zwchar *paths[] = {u"plan"};
+    const zwchar *paths[] = {u"plan", nullptr, u"notes"}; // a directory needs no slash
     uint8_t stop = 0;
     const auto note = [](int32_t status, const zwchar *, const zwchar *path, void *all) {
         *static_cast<std::string *>(all) += std::to_string(status) + " " + narrow(path) + ";";
         return true;
     };
-    zCommandRefresh(where, 1, paths, &stop, note, &told);
-    EXPECT_EQ(told + copy.at("plan"), "3 plan;second");
+    zCommandRefresh(where, 3, paths, &stop, note, &told);
+    EXPECT_EQ(told + copy.at("plan"), "3 notes/a;3 plan;second");
     stop = 1;
-    zCommandRefresh(where, 1, paths, &stop, note, &told);
-    EXPECT_EQ(told, "3 plan;");
+    zCommandRefresh(where, 3, paths, &stop, note, &told);
+    EXPECT_EQ(told, "3 notes/a;3 plan;");
     ASSERT_OK(zCommandFetch(where, u"plan", &host()));
-    EXPECT_EQ(copy.at("plan"), "third");
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/a"), "thirda");
+    ASSERT_OK(zCommandFetch(where, u"notes", &host()));
+    EXPECT_EQ(copy.at("notes/a"), "b");
     ASSERT_EQ(zCommandCheckout(where, nullptr, nullptr, nullptr, &host()), 0);
 
     // A file of an older state: its tree and its blob come from the server.
@@ -247,6 +251,11 @@ TEST_F(CheckoutTest, TheFrontTakesTheRoadToTheServer) {
     ASSERT_EQ(zCommandCheckout(where, &revision, u"plan", u"older", &host()), 0);
     ASSERT_EQ(zCommandCheckout(where, &first, u"plan", u"oldest", &host()), 0);
     EXPECT_EQ(copy.at("older") + copy.at("oldest"), "secondfirst");
+    // Of the tree only the top is here.
+    ASSERT_OK(zRemoteDownloadNested(remote.get(), &middle, Z_OBJECT_TREE, nullptr));
+    ASSERT_EQ(zCommandCheckout(where, &middle, u"notes/a", u"note", &host()), 0);
+    EXPECT_EQ(copy.at("note"), "aa");
+    EXPECT_EQ(zCommandCheckout(where, &middle, u"notes/b", u"note", &host()), 1);
 
     const zwchar *names[] = {u"older"};
     ASSERT_OK(zCommandAdd(where, u"older"));
