@@ -41,6 +41,8 @@ constexpr uint64_t kPack = limits::http_body / 2, kPackObjects = limits::sent_ob
 constexpr uint64_t kIds = limits::http_nodes / 2;
 constexpr uint64_t kChanges = limits::http_nodes / 10, kChangeBytes = limits::http_json / 2;
 
+constexpr int32_t kBadRequest = 400, kConflict = 409;
+
 using Changes = std::span<const DiffEntry *const>;
 
 class Pushing {
@@ -64,6 +66,7 @@ class Pushing {
     bool send_tree();
     bool send_changes(Changes changes, const Oid *base);
     bool send_commit();
+    Failure fail_first(const RemoteCall &sent, HttpResponse *response, const zwchar *branch);
     bool move_branch();
 
     RemoteCall call(const zwchar *summary = u"odb.eFailedToPushLocalChanages") const {
@@ -313,6 +316,20 @@ bool Pushing::send_changes(Changes changes, const Oid *base) {
     return id_in(&tree_, json_find(body.get(), u"data"), u"id") || wrong_data(sent);
 }
 
+// A first commit names no parent, and where somebody was faster with his the server says that it
+// lacks one. That is a race lost as any other; whether it was, the server's branch tells.
+Failure Pushing::fail_first(const RemoteCall &sent, HttpResponse *response, const zwchar *branch) {
+    const std::u16string reason = zStrsafeW(zHttpResponseStrerr(response));
+    const RemoteCall silent{push_.remote, nullptr, sent.summary};
+    HttpRequest *request =
+        make_request(silent, Z_HTTP_GET, std::u16string(u"/refs/").append(branch));
+    HttpResponse *there = request ? zHttpRequestSend(request) : nullptr;
+    if (there && zHttpResponseUsrbrk(there)) return raise_canceled();
+    const bool lost = there && zHttpResponseOk(there);
+    return notify_net(push_.notify, lost ? kConflict : kBadRequest,
+                      lost ? word(u"srv.eWorktreeNeedsUpdate") : reason.c_str(), sent.summary);
+}
+
 bool Pushing::send_commit() {
     const RemoteCall sent = call(u"net.eFailedToPushLocalChanages");
     zwchar update[Z_PATH_MAX];
@@ -325,8 +342,12 @@ bool Pushing::send_commit() {
     if (!query) return fail(sent.summary);
     if (parent_) put(query.get(), u"parent", zJsonNewId(zCommitId(parent_.get())));
     const JsonGuard whole(zJsonNewObject(u"query", query.release(), nullptr));
-    const JsonGuard body =
-        json_of(sent, send(sent, make_request(sent, Z_HTTP_POST, u"/commits", whole.get())));
+    HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/commits", whole.get());
+    if (!request) return false;
+    HttpResponse *response = zHttpRequestSend(request);
+    if (!parent_ && response && zHttpResponseCode(response) == kBadRequest)
+        return fail_first(sent, response, update);
+    const JsonGuard body = json_of(sent, judge(sent, response));
     if (!body) return false;
     return id_in(&made_, json_find(body.get(), u"data"), u"id") || wrong_data(sent);
 }

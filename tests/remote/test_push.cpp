@@ -222,10 +222,24 @@ TEST_F(Pushes, LoseAgainstAnotherCommit) {
     commit("other", "x");
     const std::string before = head();
     EXPECT_FALSE(send({{"a", "mine"}}));
-    EXPECT_NE(told.only().find("409: The server has newer changes"), std::string::npos)
-        << told.each();
+    EXPECT_NE(told.only().find("The server has newer changes"), std::string::npos) << told.each();
     EXPECT_EQ(head(), before);
     EXPECT_EQ(tracking(), local) << "the commit's transaction takes it back";
+}
+
+// With a first commit, of which the server says only that it names no parent.
+TEST_F(Pushes, LoseAgainstAnotherFirstCommit) {
+    local = replay({{"a", "mine"}});
+    relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line == "POST /commits") return answer(400, "{}");
+        return {};
+    });
+    EXPECT_FALSE(send()); // for another reason
+    EXPECT_NE(told.only().find("did not understand"), std::string::npos) << told.each();
+    commit("other", "x");
+    relay.play();
+    EXPECT_FALSE(send());
+    EXPECT_NE(told.only().find("The server has newer changes"), std::string::npos) << told.each();
 }
 
 // ---- Drawings
