@@ -37,11 +37,20 @@ bool is_name(const zwchar *text) {
 
 bool is_label(const zwchar *text) { return is_plain(text, kLabelMax); }
 
+// What is kept must read as itself, or the whole file counts as damaged: a slash less can turn what
+// stands behind it into a way up, or into a drive.
 bool rule_path(const zwchar *path, Text *out) {
-    zwchar canonical[Z_PATH_MAX];
-    if (!is_plain(path, Z_PATH_MAX - 1) || !zPathCanonicalized(canonical, path)) return false;
-    *out = without_slashes(canonical);
-    return true;
+    constexpr int kRounds = 8;
+    if (!is_plain(path, Z_PATH_MAX - 1)) return false;
+    Text now(path);
+    for (int round = 0; round < kRounds; ++round) {
+        zwchar canonical[Z_PATH_MAX];
+        if (!zPathCanonicalized(canonical, now.c_str())) return false;
+        *out = without_slashes(canonical);
+        if (*out == now) return true;
+        now = *out;
+    }
+    return false;
 }
 
 bool wire_password(const zwchar *text, std::string *out) {

@@ -107,6 +107,7 @@ TEST_F(RightsTest, PathsOfSettings) {
         {u"docs/", "docs"},    {u"/docs", "docs"},
         {u"a\\b", "a/b"},      {u"a//b/./c", "a/b/c"},
         {u"a/../b", "b"},      {u"../../etc", "etc"},
+        {u"//a/..", "/"},      {u"//..", "/"},
         {endless.c_str(), ""}, {u"a\nb", ""},
         {u"a\xDC00", ""},
     };
