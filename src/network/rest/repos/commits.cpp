@@ -70,9 +70,19 @@ Range::Range(const Call &call)
         limit = std::strtoull(digits.c_str(), nullptr, 10);
 }
 
+// To the parent; false when there is one that can't be read, which is no end of history.
+bool go_back(CommitPtr &commit) {
+    constexpr int32_t kNotFound = 3;
+    CommitPtr parent(zCommitParent(commit.get()));
+    const bool fails = !parent && zCommitParentCount(commit.get()) && zErrorClass() != kNotFound;
+    commit = std::move(parent);
+    return !fails;
+}
+
 // Adds the commits of a range, newest first; an older one than `since` hides all behind it.
 bool add_history(Json *entries, CommitPtr commit, const Range &range) {
-    for (; commit; commit.reset(zCommitParent(commit.get()))) {
+    bool is_sound = true;
+    for (; commit; is_sound = go_back(commit)) {
         Time time;
         zCommitTime(&time, commit.get());
         if (range.since && time.seconds < range.since->seconds) break;
@@ -80,7 +90,7 @@ bool add_history(Json *entries, CommitPtr commit, const Range &range) {
         if (range.limit && zJsonArraySize(entries) >= range.limit) break;
         if (!push(entries, commit_record(commit.get()))) return false;
     }
-    return true;
+    return is_sound;
 }
 
 bool set_base(RevBase *base, const zwchar *head) {
