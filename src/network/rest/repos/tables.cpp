@@ -28,6 +28,7 @@ using KeysPtr = Owned<Vector, zVectorFree>;
 constexpr PairLimits kLimits{limits::row_key, limits::row_value};
 // Tags travel as signed numbers.
 constexpr uint64_t kLastTag = INT64_MAX;
+constexpr uint64_t kHighestSent = uint64_t{1} << 61; // clients take tags of twice that, at most
 
 bool sync_table(const Table *table) {
     return os::sync_tree(table->path.get()) || fail_os(errno, table->path.get());
@@ -57,8 +58,8 @@ class RowIntake {
         held_ += key.size() + value.size();
         if (held_ >= limits::sent_batch_bytes) ok_ = write(false) && ok_;
     }
-    // No row has a tag beyond which there would be none left.
-    bool is_sound() const { return top_ < kLastTag; }
+    // No row has a tag beyond which there would soon be none left: a tag never falls.
+    bool is_sound() const { return top_ < kHighestSent; }
 
     // One sync, whatever there was.
     bool finish(bool is_new) {
