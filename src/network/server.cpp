@@ -83,6 +83,7 @@ bool resolve_repos(Json *config) {
     const zwchar *repos = zJsonPathGetString(config, kRepos);
     if (!resolve(path, repos ? repos : u"repos", root)) return fail_improper(kRepos);
     if (!zDirMake(path, true)) return fail_directory(kRepos);
+    if (!zPathDirExists(path)) return errno = ENOTDIR, fail_directory(kRepos);
     return zJsonPathSetString(config, kRepos, path);
 }
 

@@ -89,7 +89,7 @@ std::atomic<int> answered;
 // The request's body, or how many connections there are.
 HttpResponse *echo(HttpServer *server, HttpRequest *request) {
     ++answered;
-    Stream *body = zHttpRequestBody(request), *copy = zMemStream(0, 0);
+    Stream *body = zHttpRequestBody(request), *copy = zTempStream();
     HttpResponse *response = zHttpResponseBlank(200);
     const std::string open = std::to_string(server->open);
     if (!body) zStreamWrite(copy, open.data(), open.size());

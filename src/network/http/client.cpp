@@ -96,8 +96,8 @@ bool write_head(Echo *echo, Chunk *chunk) try {
     HttpRequest *request = client->request;
     zChunkSet(chunk, nullptr, 0);
     if (request->body && !zHttpRequestZipBody(request)) return stop(client);
+    if (!rewind_whole(request->body)) return stop(client);
     if (!put_length(&request->header, request->body)) return stop(client);
-    if (request->body) zStreamRewind(request->body);
     SendBuffer &buffer = *buffer_of(client);
     buffer.head = request_head(request);
     if (buffer.head.empty()) return stop(client);

@@ -57,6 +57,7 @@ HttpResponse *plain_answer(int32_t code, HttpRequest *request) {
 // ---- Reading
 
 bool begin_request(HttpEcho *echo) {
+    if (!echo->server) return false; // of a host's own transport: nobody answers there
     if (!echo->request && !(echo->request = zHttpRequestNew(nullptr))) return false;
     if (echo->parser) return true;
     echo->parser = new MessageParser(true, echo->server->limits);
@@ -350,13 +351,13 @@ bool write_head(Echo *base, Chunk *chunk) try {
     const bool zips = accepted && (zStrcasestrW(accepted, u"gzip") || // "identity" is no failure
                                    zStrcasestrW(accepted, u"deflate"));
     if (response->body && zips) zHttpResponseZipBody(response, accepted);
+    if (!rewind_whole(response->body)) return false;
     if (!put_length(&response->header, response->body)) return false;
     echo->outgoing = response_head(*response, {server.timeout, server.maxconn});
     echo->left = body_size(response->body);
     if (!echo->left || echo->request->method == Z_HTTP_HEAD) {
         finish(echo);
     } else {
-        zStreamRewind(response->body);
         if (echo->left > kBodyPiece) {
             echo->state = Z_ECHO_WRBODY;
         } else if (!append_piece(echo)) {

@@ -85,6 +85,10 @@ bool complete_body(Stream *body) {
 
 uint64_t body_size(Stream *body) { return body ? zStreamSize(body) : 0; }
 
+bool rewind_whole(Stream *body) {
+    return !body || ((!body->rewind || zStreamRewind(body)) && !zStreamError(body));
+}
+
 uint64_t read_piece(Stream *body, char *out, uint64_t *left) {
     const uint64_t count = zStreamRead(body, out, std::min(*left, kBodyPiece));
     if (zStreamError(body)) return 0;

@@ -41,6 +41,9 @@ bool zip_body(Message message, const zwchar *encoding, Here at = {});
 bool unzip_body(Message message, uint64_t most = limits::http_body, Here at = {});
 
 uint64_t body_size(Stream *body); // 0 without one
+// Back to its start, with what was still buffered written; false when something of it is on no
+// disk. One without a way back is taken as it stands; none is whole.
+bool rewind_whole(Stream *body);
 // The next piece of a body of which `left` bytes are promised: one that ends before that can't be
 // sent. 0 when it failed.
 uint64_t read_piece(Stream *body, char *out, uint64_t *left);

@@ -184,8 +184,11 @@ const zwchar *zHttpResponseReason(const HttpResponse *response) {
     if (!response) return fail_args();
     return response->reason ? response->reason : zHttpStatusMessage(response->code);
 }
+// A line feed would begin a field.
 bool zHttpResponseSetReason(HttpResponse *response, const zwchar *reason) {
-    return response ? set_text(response->reason, reason) : fail_args();
+    const bool breaks =
+        reason && std::u16string_view(reason).find_first_of(u"\r\n") != std::u16string_view::npos;
+    return response && !breaks ? set_text(response->reason, reason) : fail_args();
 }
 bool zHttpResponseOk(const HttpResponse *response) {
     return response ? response->code >= 200 && response->code <= 299 : fail_args();

@@ -30,6 +30,7 @@ void socket_close(int fd) { ::close(fd); }
 int resolve(const char16_t *host, uint32_t port, addrinfo **list) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
+    if (port > UINT16_MAX) return EAI_SERVICE; // the system would take it for a lower one
     const std::string service = std::to_string(port);
     const int code = getaddrinfo(Utf8Path(host), service.c_str(), &hints, list);
     return code == EAI_SYSTEM ? errno : code;
