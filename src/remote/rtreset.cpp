@@ -241,7 +241,8 @@ TreePtr Reset::build_head() {
 bool Reset::drop_unknown(Index *index, Tree *head) {
     return each_selected(target_.get(), context_.paths(), [&](const char *path, auto *) {
         git::Entry known;
-        if (!git_tree_entry_bypath(out(known), head->handle.get(), path)) return true;
+        const bool is_there = !git_tree_entry_bypath(out(known), head->handle.get(), path);
+        if (is_there && git_tree_entry_type(known.get()) != GIT_OBJECT_TREE) return true;
         return !git_index_get_bypath(index->handle.get(), path, 0) || index_drop(index, path);
     });
 }
