@@ -3,6 +3,7 @@
 // What has a server goes there.
 #include "zev/shell.h"
 
+#include "common/error_class.hpp"
 #include "common/failure.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "zev/commit.h"
@@ -101,11 +102,11 @@ bool zShellResolve(Repository *repository, ConflictAnalysis *analysis) {
 
 bool zShellCommit(Repository *repository, PathSpec *spec, const zwchar *author,
                   const zwchar *message) {
-    constexpr int32_t kNotFound = 3;
     if (!repository || !author || !message) return fail_args();
     const RemotePtr remote(zRemoteOpen(repository));
     if (remote) return zRemoteCommit(remote.get(), spec, author, message);
-    if (zErrorClass() != kNotFound) return false; // what can't be read may name a server
+    if (zErrorClass() != error_class::kNotFound)
+        return false; // what can't be read may name a server
     const IndexPtr index(zIndexHead(repository, true));
     if (!index) return false;
     const Owned<Commit, zCommitFree> commit(

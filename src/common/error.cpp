@@ -3,6 +3,7 @@
 #include "zev/error.h"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "common/format.hpp"
 #include "common/global.hpp"
 #include "common/guard.hpp"
@@ -24,29 +25,11 @@
 #include <uv.h>
 
 using namespace zev;
+using namespace zev::error_class;
 
 namespace {
 
 constexpr size_t kText = 1024; // units of a text with its terminator
-
-// Numbers of the interface: hosts compare them.
-enum Class : int32_t {
-    kNoMemory = 1,
-    kInvalidArgs = 2,
-    kNotFound = 3,
-    kAlreadyExists = 4,
-    kOutOfRange = 5,
-    kCanceled = 6,
-    kLocked = 7,
-    kSystem = 9,
-    kStd = 10,
-    kGit = 11,
-    kUv = 12,
-    kKvdb = 13,
-    kNet = 15,
-    kSrv = 16,
-    kOther = -1
-};
 
 struct ErrorRecord {
     int32_t error_class;

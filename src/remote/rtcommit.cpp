@@ -16,6 +16,7 @@
 #include "remote/update_context.hpp"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "objects/store/diff.hpp"
 #include "objects/store/strict.hpp"
@@ -199,7 +200,7 @@ bool Replay::find_changes() {
         return tell(commit_, u"odb.eFailedToResolveCommit_s", zBranchName(commit_.head.get()));
     changes_ = changes_of_commit(made_.get());
     if (changes_) return true;
-    if (zErrorClass() != kNotFound) return tell(commit_, kUnmerged);
+    if (zErrorClass() != error_class::kNotFound) return tell(commit_, kUnmerged);
     roll_back(commit_.repository, commit_.transaction.get(), commit_.head.get(),
               commit_.upstream.get()); // modes alone, which no server takes
     return none_left(commit_);

@@ -9,6 +9,7 @@
 // and the next update goes on from it.
 #include "remote/update_context.hpp"
 
+#include "common/error_class.hpp"
 #include "objects/operations/checkout.hpp"
 #include "objects/store/branch.hpp"
 #include "objects/store/odb.hpp"
@@ -160,7 +161,7 @@ bool fetch_references(UpdateContext &context, ReferencePtr &tracked) {
     notify_action(context.notify, u"action.sFetchingContent", word(u"action.sPleaseWait"));
     if (!context.asked(zRemoteDownloadRefs(context.remote, context.notify))) return false;
     tracked.reset(zReferenceDwim(context.repository, context.upstream_name()));
-    return tracked || zErrorClass() == kNotFound ||
+    return tracked || zErrorClass() == error_class::kNotFound ||
            context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
 }
 

@@ -12,8 +12,6 @@
 
 namespace zev {
 
-inline constexpr int32_t kNotFound = 3; // an error's class
-
 struct UpdateContext {
     Remote *remote;
     const Notify *notify;

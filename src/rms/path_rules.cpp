@@ -14,6 +14,7 @@
 #include "rms/path_rules.hpp"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "common/limits.hpp"
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
@@ -203,10 +204,8 @@ Authdb *zAuthdbOpen(Repository *repository) try {
     if (!zAuthdbPath(path, repository)) return nullptr;
     Owned<Authdb, zAuthdbFree> authdb(new Authdb{repository, {}});
     JsonGuard tree;
-    if (!read_file(path, tree)) {
-        constexpr int32_t kNotFound = 3;
-        return zErrorClass() == kNotFound ? authdb.release() : nullptr;
-    }
+    if (!read_file(path, tree))
+        return zErrorClass() == error_class::kNotFound ? authdb.release() : nullptr;
     if (authdb->rules.read(tree.get())) return authdb.release();
     return errno = EBADMSG, fail_errno(path);
 } catch (...) {

@@ -3,6 +3,7 @@
 #include "zev/share.h"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "common/failure.hpp"
 #include "system/share.hpp"
 #include "system/stdio.hpp"
@@ -17,7 +18,6 @@ namespace {
 
 constexpr int kRounds = 5;
 constexpr uint32_t kPause = 100; // milliseconds
-constexpr int32_t kClassLocked = 7;
 constexpr mode_t kNewFile = 0666;
 
 Share *fail_open(const zwchar *path) {
@@ -59,7 +59,7 @@ Share *share_wait(const zwchar *path, const os::Mode &mode, uint32_t flags, mode
     Share *share = nullptr;
     for (int round = 0; round < kRounds && !share; ++round) {
         share = share_open(path, mode, flags, create, path);
-        if (share || zErrorClass() != kClassLocked) break;
+        if (share || zErrorClass() != error_class::kLocked) break;
         zMilliSleep(kPause);
     }
     return share;

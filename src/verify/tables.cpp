@@ -1,5 +1,6 @@
 // Tables: each one's files, then every row, once, in the order of their keys, beside what all the
 // committed versions of its drawing name; then each version's rows beside its digest.
+#include "common/error_class.hpp"
 #include "common/utf.hpp"
 #include "objects/drawing/drawing.hpp"
 #include "verify/files.hpp"
@@ -16,7 +17,6 @@ namespace zev::verify {
 namespace {
 
 constexpr uint64_t kPoll = 4096; // rows between two looks at the user's break
-constexpr int32_t kLocked = 7;   // class of the error
 constexpr uint64_t kSummary = UINT64_MAX - 1;
 
 using IterPtr = Owned<TableIter, zTableIterFree>;
@@ -70,7 +70,7 @@ class TableCheck {
         TablePtr table(zTableByid(report_.repository, &id_));
         if (table) return table;
         const std::string why = to_utf8(zErrorDetail());
-        if (zErrorClass() == kLocked || why.find("/LOCK: ") != why.npos) {
+        if (zErrorClass() == error_class::kLocked || why.find("/LOCK: ") != why.npos) {
             report_.stop();
             return {};
         }

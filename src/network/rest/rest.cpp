@@ -2,6 +2,7 @@
 // request, and a refusal is raised and logged where it is made.
 #include "network/rest/rest.hpp"
 
+#include "common/error_class.hpp"
 #include "common/json.hpp"
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
@@ -71,15 +72,14 @@ static bool is_too_long_a_name() {
 // libgit2 passes over packs that it can't open, as where there are no descriptors left: what wasn't
 // found is missing only if the directory of objects can be looked at.
 bool has_store_failed(const Call &call) {
-    constexpr int32_t kNoMemory = 1, kNotFound = 3, kSystem = 9, kStandard = 10, kGit = 11;
     switch (zErrorClass()) {
-    case kNoMemory:
-    case kSystem:
-    case kStandard:
+    case error_class::kNoMemory:
+    case error_class::kSystem:
+    case error_class::kStd:
         return true;
-    case kGit:
+    case error_class::kGit:
         return zErrorCode() == GIT_ERROR && !is_too_long_a_name();
-    case kNotFound:
+    case error_class::kNotFound:
         break;
     default:
         return false;

@@ -16,6 +16,7 @@
 #include "objects/drawing/table.hpp"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "common/limits.hpp"
 #include "common/reader.hpp"
 #include "common/utf.hpp"
@@ -43,7 +44,6 @@ namespace {
 constexpr const zwchar *kEnd = nullptr; // of a list of path components
 constexpr zwchar kLockName[] = u"LOCK.zlck";
 constexpr int kLockRounds = 6; // of half a second, for others who read or write
-constexpr int32_t kClassLocked = 7;
 constexpr uint64_t kFirstTag = 1;
 // "/tables/", two digits, a slash and 38 digits.
 constexpr uint64_t kTablePathTail = 8 + 41;
@@ -121,7 +121,7 @@ bool take_lock(Table *table) {
     if (!zPathBuild(path, table->path.get(), kLockName, kEnd)) return false;
     for (int round = 0; round < kLockRounds && !table->lock; ++round) {
         table->lock.reset(zShareWait(path, u"w+bSTD", Z_SHARE_NONE));
-        if (!table->lock && zErrorClass() != kClassLocked) break;
+        if (!table->lock && zErrorClass() != error_class::kLocked) break;
     }
     return table->lock != nullptr;
 }

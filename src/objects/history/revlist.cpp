@@ -2,6 +2,7 @@
 // for. What is asked of a commit's own words (time, author, message) is asked first: only a commit
 // that passes there needs its record.
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "objects/history/revision.hpp"
 #include "objects/store/branch.hpp"
 #include "objects/store/commit.hpp"
@@ -19,7 +20,6 @@ namespace {
 enum class Walk { on, enough, failed };
 
 constexpr uint64_t kBatch = 1000; // commits, or records, of one question
-constexpr int32_t kNotFound = 3;  // class of what is not in the store
 
 class History {
   public:
@@ -161,7 +161,8 @@ RevisionPtr History::revision(Commit &commit) {
     if (source_.remote) return fetched_revision(git::oid(git_commit_id(commit.handle.get())));
     RevisionPtr kept = kept_revision(db_.get(), commit);
     // The trees of older commits are with the server. Whoever asks for the changes is told so.
-    if (!kept && source_.is_partial && zErrorClass() == kNotFound) kept = words_of(&commit);
+    if (!kept && source_.is_partial && zErrorClass() == error_class::kNotFound)
+        kept = words_of(&commit);
     return kept;
 }
 

@@ -2,6 +2,7 @@
 #include "objects/operations/checkout.hpp"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/store/bulk.hpp"
@@ -19,8 +20,6 @@
 namespace zev {
 
 namespace {
-
-constexpr int32_t kCanceled = 6; // class of a break
 
 git_index_entry entry_from(const git_tree_entry *from) {
     git_index_entry entry{};
@@ -168,7 +167,7 @@ bool Checkout::stage(CheckoutStep &step) {
     if (S_ISDIR(status.st_mode) || !check_path(step.path)) return true;
     if (writer_->is_behind_link(step.path)) return true;
     const Staging done = stager_->stage(step.path.c_str());
-    canceled_ = canceled_ || (done == Staging::failed && zErrorClass() == kCanceled);
+    canceled_ = canceled_ || (done == Staging::failed && zErrorClass() == error_class::kCanceled);
     return done == Staging::staged;
 }
 

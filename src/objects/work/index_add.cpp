@@ -1,6 +1,7 @@
 // Staging what a spec selects: zIndexAdd with a report per file, zIndexRefresh without.
 #include "objects/work/index.hpp"
 
+#include "common/error_class.hpp"
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/store/bulk.hpp"
@@ -143,7 +144,7 @@ bool has_patterns(PathSpec *spec) {
 
 // The reason of a failure stays; the operation's word goes before it unless a path does.
 bool end_failed(const Notify *notify) {
-    if (zErrorClass() == 6) return notify_cancel(notify), false;
+    if (zErrorClass() == error_class::kCanceled) return notify_cancel(notify), false;
     if (!*zErrorMsg()) zSetErrorMsg(u"%s", word(u"action.sAborted"));
     return notify_abort(notify), false;
 }

@@ -1,5 +1,6 @@
 // Commits: the history along first parents, one commit, and a new one on a branch that is still
 // where the client believes it. A commit is answered when it would survive a loss of power.
+#include "common/error_class.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/paths_of.hpp"
@@ -72,9 +73,9 @@ Range::Range(const Call &call)
 
 // To the parent; false when there is one that can't be read, which is no end of history.
 bool go_back(CommitPtr &commit) {
-    constexpr int32_t kNotFound = 3;
     CommitPtr parent(zCommitParent(commit.get()));
-    const bool fails = !parent && zCommitParentCount(commit.get()) && zErrorClass() != kNotFound;
+    const bool fails =
+        !parent && zCommitParentCount(commit.get()) && zErrorClass() != error_class::kNotFound;
     commit = std::move(parent);
     return !fails;
 }

@@ -2,6 +2,7 @@
 // tells of something stored leaves after that is on the disk.
 #include "network/rest/repos/content.hpp"
 
+#include "common/error_class.hpp"
 #include "system/os.hpp"
 #include "zev/error.h"
 #include "zev/stream.h"
@@ -51,10 +52,9 @@ bool sync_project(const Call &call) {
 }
 
 CommitPtr commit_patiently(const std::function<CommitPtr()> &create) {
-    constexpr int32_t kLocked = 7;
     constexpr uint32_t kPause = 20; // milliseconds
     CommitPtr made = create();
-    for (int n = 0; !made && zErrorClass() == kLocked && n < 5; ++n) {
+    for (int n = 0; !made && zErrorClass() == error_class::kLocked && n < 5; ++n) {
         os::sleep(kPause);
         made = create();
     }
