@@ -132,6 +132,7 @@ TEST_F(Tables, RefuseWhatIsTooLarge) {
         {"a key", first + pair(std::string(65, 'k'), "v") + kEnd, 413},
         {"a value that is only told", first + be32(16) + raw({1, 2}) + be32(0x7FFFFFFF), 413},
         {"a tag without another above", first + row(UINT64_MAX, 1, "a") + kEnd, 400},
+        {"the last tag", first + pair(kTagBytes, be64(INT64_MAX)) + kEnd, 400},
         {"a tag that leaves too few", first + pair(kTagBytes, be64(1ull << 61)) + kEnd, 400},
     };
     for (const auto &[what, body, code] : cases) {

@@ -222,7 +222,8 @@ TEST_F(Pushes, LoseAgainstAnotherCommit) {
     commit("other", "x");
     const std::string before = head();
     EXPECT_FALSE(send({{"a", "mine"}}));
-    EXPECT_NE(told.only().find("The server has newer changes"), std::string::npos) << told.each();
+    EXPECT_NE(told.only().find("409: The server has newer changes"), std::string::npos)
+        << told.each();
     EXPECT_EQ(head(), before);
     EXPECT_EQ(tracking(), local) << "the commit's transaction takes it back";
 }
