@@ -102,8 +102,7 @@ git_oid head_of(const Repository *repository) {
 
 // HEAD is asked first: if it moves before the file is read, it counts as moved since.
 int read_file(git_index *handle, Repository *owner, bool force, const Index *reader = nullptr) {
-    IndexLook look(owner, reader);
-    if (force) look.forced();
+    const IndexLook look(owner, reader, force);
     const git_oid head = head_of(owner), before = *git_index_checksum(handle);
     const int code = git_index_read(handle, force);
     if (code < 0) return code;
@@ -195,15 +194,16 @@ void drop_changes(Index *index) {
 
 namespace zev {
 
-IndexLook::IndexLook(Repository *repository, const Index *reader)
+IndexLook::IndexLook(Repository *repository, const Index *reader, bool force)
     : writer_(repository->writer && repository->writer->dirty && repository->writer != reader
                   ? repository->writer
-                  : nullptr) {
+                  : nullptr),
+      force_(force) {
     if (writer_) before_ = *git_index_checksum(writer_->handle.get());
 }
 
 IndexLook::~IndexLook() {
-    if (writer_ && (forced_ || !git_oid_equal(&before_, git_index_checksum(writer_->handle.get()))))
+    if (writer_ && (force_ || !git_oid_equal(&before_, git_index_checksum(writer_->handle.get()))))
         writer_->overtaken = true;
 }
 

@@ -50,17 +50,15 @@ inline const IndexEntry *zev_entry(const git_index_entry *entry) {
 // lock whose changes went with what was there must not write the rest.
 class IndexLook {
   public:
-    explicit IndexLook(Repository *repository, const Index *reader = nullptr);
+    explicit IndexLook(Repository *repository, const Index *reader = nullptr, bool force = false);
     ~IndexLook();
     IndexLook(const IndexLook &) = delete;
     IndexLook &operator=(const IndexLook &) = delete;
 
-    void forced() { forced_ = true; }
-
   private:
     Index *writer_; // none where nothing can be lost
     git_oid before_{};
-    bool forced_ = false;
+    bool force_; // whatever the file says, it is read
 };
 
 // ---- Entries and what the system says of their files
