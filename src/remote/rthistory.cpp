@@ -3,7 +3,6 @@
 #include "objects/history/revision.hpp"
 #include "objects/store/object.hpp"
 #include "remote/remote.hpp"
-#include "zev/notify.h"
 
 #include <algorithm>
 #include <string>
@@ -33,7 +32,7 @@ git::Object find_entry(Repository *repository, Remote *remote, const git::Object
                        const std::string &name) {
     if (git_object_type(tree.get()) != GIT_OBJECT_TREE) return raise_not_found(), git::Object();
     const git_tree_entry *entry =
-        git_tree_entry_byname(reinterpret_cast<git_tree *>(tree.get()), name.c_str());
+        git_tree_entry_byname(git::as<git_tree>(tree.get()), name.c_str());
     if (!entry) return raise_not_found(name), git::Object(); // libgit2 gives no reason
     return find(repository, remote, git_tree_entry_id(entry));
 }
@@ -42,8 +41,7 @@ git::Object find_root(Repository *repository, Remote *remote, const Oid &revisio
     const git::Object commit = find(repository, remote, git::oid(&revision));
     if (!commit) return git::Object();
     if (git_object_type(commit.get()) != GIT_OBJECT_COMMIT) return raise_not_found(), git::Object();
-    return find(repository, remote,
-                git_commit_tree_id(reinterpret_cast<const git_commit *>(commit.get())));
+    return find(repository, remote, git_commit_tree_id(git::as<git_commit>(commit.get())));
 }
 
 } // namespace

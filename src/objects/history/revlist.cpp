@@ -84,10 +84,11 @@ bool History::prepare() {
 bool History::follow(BranchPtr branch) {
     if (!(spec_->options & Z_REV_STAY))
         if (BranchPtr upstream{zBranchUpstream(branch.get())}) branch = std::move(upstream);
-    const bool is_asked = zBranchIsRemote(branch.get()) && !(spec_->options & Z_REV_LOCAL);
-    if (!is_asked) source_.remote = nullptr;
-    if (is_asked && !source_.remote) return fail_os(ENOTSUP);
-    if (is_asked && !source_.refs(source_.remote, spec_->notify)) return false;
+    if (!zBranchIsRemote(branch.get()))
+        source_.remote = nullptr;
+    else if (!source_.remote && !(spec_->options & Z_REV_LOCAL))
+        return fail_os(ENOTSUP);
+    if (source_.remote && !source_.refs(source_.remote, spec_->notify)) return false;
     if (const Oid *id = zBranchResolve(branch.get()))
         start_ = *id;
     else if (!zBranchUnborn(branch.get()))
