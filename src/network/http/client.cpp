@@ -228,7 +228,6 @@ bool attempt(HttpClient *client, bool *failed) {
     const bool closed = client->state == Z_ECHO_CLOSE || client->state == Z_ECHO_ABORT;
     if (closed && !zLoopConnect(client->loop, client->host, client->port)) return false;
     client->state = Z_ECHO_WRHEADER;
-    if (client->request->body) zStreamRewind(client->request->body);
     if (!zLoopOnce(client->loop)) return client->canceled;
     *failed = false;
     return client->canceled || client->response;
