@@ -117,15 +117,6 @@ TEST(Format, PrintsUtf8) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "\xC3\xA9\xE2\x82\xAC 5\n");
 }
 
-TEST(Number, HumanBytes) {
-    const std::pair<uint64_t, const char *> rows[] = {
-        {1023, "1023 Bytes"},           {1024, "1.00 KB"},
-        {(1u << 20) - 1, "1024.00 KB"}, // the unit goes by the count, not by what is printed
-        {1536ull << 20, "1.50 GB"},     {UINT64_MAX, "16384.00 PB"},
-    };
-    for (auto [count, text] : rows) EXPECT_EQ(test::narrow(zNumToHumanBytes(count)), text);
-}
-
 TEST(Number, HumanTime) {
     const std::pair<double, const char *> rows[] = {
         {0.5, "0.50 second"},

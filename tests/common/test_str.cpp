@@ -130,15 +130,4 @@ TEST(Scan, StoresConversions) {
                 narrow == std::string("\u00E9"));
 }
 
-TEST(Scan, StopsAtTheFirstMismatch) {
-    const struct {
-        const char *text, *format;
-        int stored;
-    } rows[] = {{"", "%d", -1},      {"  ", "%d", -1},      {"x", "%d", 0}, {"1", "%d %d", 1},
-                {"1;2", "%d,%d", 1}, {"50%7", "%d%%%d", 2}, {"1", "%y", 0}};
-    int a, b;
-    for (auto [text, format, stored] : rows)
-        EXPECT_EQ(zSscanfA(text, format, &a, &b), stored) << text << format;
-}
-
 } // namespace

@@ -1,24 +1,9 @@
 // Buffer, Hashmap, Binary, Variant: who owns what is held, and in which order it is walked.
-#include "common/buffer.hpp"
-
 #include "support.hpp"
 
 #include <cstring>
 
 namespace {
-
-TEST(Buffer, GrowsAndStaysTerminated) {
-    Buffer buffer = {};
-    ASSERT_OK(zev::buffer_init(&buffer, 0, 4));
-    EXPECT_EQ(zev::buffer_write(&buffer, "abcd", 4), 4u);
-    ASSERT_EQ(zev::buffer_write(&buffer, "ef", 2), 2u);
-    EXPECT_EQ(buffer.capacity, 4102u);
-    ASSERT_TRUE(zev::buffer_seek(&buffer, 1, 0));
-    ASSERT_EQ(zev::buffer_write(&buffer, "BC", 2), 2u); // inside: the end stays
-    EXPECT_EQ(memcmp(buffer.data, "aBCdef", 7), 0);
-    EXPECT_FALSE(zev::buffer_reserve(&buffer, UINT64_MAX - 2));
-    zev::buffer_cleanup(&buffer);
-}
 
 // The keys as an iterator gives them, and each value with its key.
 std::u16string walk(const Hashmap *map, HashmapIter *iter) {
@@ -62,17 +47,6 @@ TEST(Binary, OwnsItsBytes) {
     EXPECT_FALSE(other->data || other->size);
     ASSERT_TRUE(zBinaryAttach(other.get(), block, 3) && zBinaryAttach(other.get(), block, 2));
     EXPECT_EQ(memcmp(other->data, "yt", 2), 0);
-}
-
-// What travels as a promoted argument comes out in the width of its type.
-TEST(Variant, HoldsValuesOfEachWidth) {
-    Variant v;
-    ASSERT_TRUE(zVariantInit(&v));
-    EXPECT_TRUE(zVariantSet(&v, 2, -2) && v.value.u8 == 0xFE);
-    EXPECT_TRUE(zVariantSet(&v, 5, -2) && v.value.u16 == 0xFFFE);
-    EXPECT_TRUE(zVariantSet(&v, 12, int64_t{-2}) && v.value.u64 == UINT64_MAX - 1);
-    EXPECT_TRUE(zVariantSet(&v, 10, 0.5) && v.value.f32 == 0.5f);
-    EXPECT_TRUE(zVariantSet(&v, 13, 0.5) && v.value.f64 == 0.5);
 }
 
 TEST(Variant, OwnsCopies) {
