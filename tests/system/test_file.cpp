@@ -412,6 +412,12 @@ TEST_F(Trash, AnotherUsersHomeIsNone) {
     EXPECT_TRUE(fs::is_empty(data) && !fs::exists(file));
 }
 
+TEST(Environment, EmptyRemoves) {
+    EXPECT_EQ(zSetenv(u"ZEV_TEST_A", u"\u00E4=b"), 0);
+    EXPECT_EQ(narrow(zGetenv(u"ZEV_TEST_A")), "\xC3\xA4=b");
+    EXPECT_TRUE(zSetenv(u"ZEV_TEST_A", u"") == 0 && !zGetenv(u"ZEV_TEST_A"));
+}
+
 TEST_F(Trash, Failures) {
     EXPECT_TRUE(!drop(u"missing") && errno == ENOENT);
     test::write(dir.path() / "sub/f", "1");
@@ -429,12 +435,6 @@ TEST_F(Trash, Failures) {
     EXPECT_TRUE(!drop(u"f") && errno == EIO);
     EXPECT_EQ(test::read(file), "old");
     EXPECT_TRUE(fs::is_empty(trash / "info"));
-}
-
-TEST(Environment, EmptyRemoves) {
-    EXPECT_EQ(zSetenv(u"ZEV_TEST_A", u"\u00E4=b"), 0);
-    EXPECT_EQ(narrow(zGetenv(u"ZEV_TEST_A")), "\xC3\xA4=b");
-    EXPECT_TRUE(zSetenv(u"ZEV_TEST_A", u"") == 0 && !zGetenv(u"ZEV_TEST_A"));
 }
 
 TEST(Dll, Failures) {
