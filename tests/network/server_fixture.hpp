@@ -19,6 +19,35 @@
 
 namespace test {
 
+// A port of the loopback on which somebody listens.
+class Listener {
+  public:
+    Listener() : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto *any = reinterpret_cast<sockaddr *>(&address);
+        EXPECT_TRUE(!bind(fd_, any, size) && !listen(fd_, 4) && !getsockname(fd_, any, &size));
+        port_ = ntohs(address.sin_port);
+    }
+    ~Listener() { close(); }
+    Listener(const Listener &) = delete;
+    Listener &operator=(const Listener &) = delete;
+
+    uint32_t port() const { return port_; }
+    int accept() const { return ::accept(fd_, nullptr, nullptr); } // -1 from its end on
+    void end() const { shutdown(fd_, SHUT_RDWR); }
+    void close() {
+        if (fd_ >= 0) ::close(fd_);
+        fd_ = -1;
+    }
+
+  private:
+    int fd_;
+    uint32_t port_ = 0;
+};
+
 // Bytes to a port and back, with no protocol in between.
 class RawSocket {
   public:

@@ -4,8 +4,6 @@
 #include "zev/authdb.h"
 #include "zev/notify.h"
 
-#include <atomic>
-
 using namespace test;
 
 namespace {
@@ -111,7 +109,6 @@ TEST_F(Answers, ABreakIsToldToNobody) {
     const std::u16string longest = u"http://127.0.0.1/" + std::u16string(2027, u'a');
     EXPECT_FALSE(zAuthUpdateDb(request.get(), nullptr, longest.c_str(), u"x"));
     EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_FALSE(zAuthUpdateDb(request.get(), nullptr, nullptr, u"x"));
 }
 
 TEST_F(Answers, AnAdministratorTakesNoAnswerForAnother) {

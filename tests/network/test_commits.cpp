@@ -33,35 +33,6 @@ struct Commits : testing::Test {
     }
 };
 
-TEST_F(Commits, AreWhatGitReads) {
-    const std::string branch = "refs/heads/master";
-    const Answer first = service.post(kCommits, body("Ann B.", "first\\nline", tree("1"), branch));
-    ASSERT_EQ(first.code, 200) << first.body;
-    const std::string id = first.text("data.id");
-    EXPECT_EQ(tip(), id);
-    EXPECT_EQ(first.text("data.url"), "/repos/ann/plant/commits/" + id);
-    EXPECT_EQ(first.text("data.type") + first.text("data.owner") + first.text("data.name"),
-              "commitannplant");
-    const Answer second = service.post(kCommits, body("a\\tb\\bc\x7F"
-                                                      "d",
-                                                      "two", tree("2"), "HEAD", id));
-    ASSERT_EQ(second.code, 200) << second.body;
-    EXPECT_EQ(service.git("ann/plant", "log --format='%an|%ae|%cn|%s|%P|%T' master"),
-              "a b c d|a b c d|a b c d|two|" + id + "|" + tree("2") + "\n" +
-                  "Ann B|Ann B|Ann B|first line||" + tree("1") + "\n");
-    EXPECT_EQ(service.git("ann/plant", "fsck --strict"), "");
-
-    const Answer one = service.get(kCommits + "/" + id);
-    EXPECT_EQ(one.body, first.body);
-    EXPECT_EQ(one.text("data.date") + "\n",
-              test::run("TZ=UTC git -C " + service.at("ann/plant") +
-                        " log -1 --date=format-local:%Y-%m-%dT%H:%M:%SZ --format=%cd " + id));
-    // Without a reference there is no parent, and nothing moves.
-    const Answer loose = service.post(kCommits, body("a", "loose", tree("3")));
-    EXPECT_EQ(service.git("ann/plant", "log --format=%s%P " + loose.text("data.id")), "loose\n");
-    EXPECT_EQ(tip(), second.text("data.id"));
-}
-
 TEST_F(Commits, AreRefusedWithTheirReasons) {
     const std::string branch = "refs/heads/master", made = tree("1");
     const std::string id = service.post(kCommits, body("a", "m", made, branch)).text("data.id");
@@ -172,16 +143,13 @@ TEST_F(Commits, AreListedAlongFirstParents) {
         {"", "3\n,2\n,1\n,0\n"},
         {"?limit=2", "3\n,2\n"},
         {"?limit=0", "3\n,2\n,1\n,0\n"},
-        {"?limit=x", "3\n,2\n,1\n,0\n"},
         {"?since=2026-01-03T12:00:00Z", "3\n,2\n"},
-        {"?since=yesterday", "3\n,2\n,1\n,0\n"},
         {"?since=2026-01-03", "3\n,2\n,1\n,0\n"},
         {"?until=2026-01-03T12:00:00Z", "1\n,0\n"},
         {"?until=2026-01-04T12:00:00Z&since=2026-01-02T12:00:00Z&limit=1", "2\n"},
         {"?head=old", "1\n,0\n"},
         {"?head=" + ids[2], "2\n,1\n,0\n"},
         {"?head=" + ids[0], "0\n"},
-        {"/?limit=1", "3\n"},
     };
     for (const auto &[query, messages] : cases)
         EXPECT_EQ(service.get(kCommits + query).each("message"), messages) << query;

@@ -2,7 +2,6 @@
 #include "network/rest/operations.hpp"
 #include "support.hpp"
 
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -11,11 +10,7 @@ using namespace zev::rest;
 
 namespace {
 
-std::string service_page() {
-    std::ostringstream all;
-    all << std::ifstream(ZEV_DOCS "/rest.md").rdbuf();
-    return all.str();
-}
+std::string service_page() { return test::read(ZEV_DOCS "/rest.md"); }
 
 // The names of a command table by its target, as the page has them: `name` behind `target`.
 std::set<std::string> told_commands(const std::string &page, const std::string &section) {

@@ -3,7 +3,6 @@
 #include "service_fixture.hpp"
 
 #include "common/guard.hpp"
-#include "common/reader.hpp"
 #include "system/os.hpp"
 
 #include <git2.h>
@@ -36,17 +35,6 @@ std::string in_pieces(std::string_view pack, size_t piece) {
         framed += be32(part.size()) + std::string(part);
     }
     return framed;
-}
-
-std::string joined(std::string_view framed) {
-    std::string pack;
-    while (framed.size() >= 4) {
-        const auto *head = reinterpret_cast<const uint8_t *>(framed.data());
-        const uint32_t size = zev::load_u32(head);
-        pack += framed.substr(4, size);
-        framed.remove_prefix(std::min<size_t>(framed.size(), 4 + size));
-    }
-    return pack;
 }
 
 struct Objects : testing::Test {
@@ -104,14 +92,6 @@ TEST_F(Objects, TravelBothWays) {
     EXPECT_EQ(git("ls-tree " + id_of(GIT_OBJECT_TREE, tree)).substr(0, 12), "100644 blob ");
 }
 
-TEST_F(Objects, AreReadFromPacksToo) {
-    const std::string id = make("blob", "packed");
-    test::write(service.root() / "ids", id);
-    git("pack-objects -q objects/pack/pack < " + service.root().string() + "/ids");
-    git("prune-packed -q");
-    EXPECT_EQ(service.get(objects + id).body, object_stream("blob", "packed"));
-}
-
 TEST_F(Objects, AreRefusedInTheirOrder) {
     const std::string id(40, 'a'), other = "/repos/ann/none/objects/";
     const struct {
@@ -123,7 +103,6 @@ TEST_F(Objects, AreRefusedInTheirOrder) {
         {Z_HTTP_GET, objects + id.substr(1), "", 400, "The field 'id' is required"},
         {Z_HTTP_GET, other + "x", "", 400, "The field 'id' is required"}, // before the gate
         {Z_HTTP_GET, "/repos/ann/plant/objects", "", 400, "The field 'id' is invalid"},
-        {Z_HTTP_PUT, "/repos/ann/plant/objects", "x", 400, "The field 'id' is invalid"},
         {Z_HTTP_GET, other + id, "", 404, "There is no project 'none'"},
         {Z_HTTP_GET, objects + id, "", 500, "The data stream could not be written"},
         {Z_HTTP_PUT, objects + id, "", 400, "The request needs content"},
@@ -136,7 +115,6 @@ TEST_F(Objects, AreRefusedInTheirOrder) {
         {Z_HTTP_PUT, objects + id, be32(0xFFFFFFFF) + "blob", 500, "An object could not"},
         {Z_HTTP_PUT, objects + id, object_stream("commit", "tree x"), 400, "The content of"},
         {Z_HTTP_POST, "/repos/ann/plant/objects", "{}", 400, "The server did not"},
-        {Z_HTTP_DELETE, objects + id, "", 400, "The server did not"},
         {Z_HTTP_PATCH, packs, "{}", 400, "The server did not"},
     };
     const size_t before = files();
@@ -224,40 +202,6 @@ TEST_F(Objects, AreMissedByName) {
 }
 
 // ---- Packs
-
-TEST_F(Objects, TravelInPacks) {
-    const std::string blob = make("blob", "file");
-    test::write(service.root() / "tree", "100644 blob " + blob + "\tfile\n");
-    const std::string tree = git("mktree < " + service.root().string() + "/tree").substr(0, 40);
-    const std::string commit =
-        git("-c user.name=a -c user.email=a commit-tree -m m " + tree).substr(0, 40);
-    const Answer built = service.post(packs + "/DIFF", R"({"query":{"entries":[{"id":")" + commit +
-                                                           R"(","recursive":true}]}})");
-    ASSERT_EQ(built.code, 200) << built.message();
-    test::make_project(service, "ann/second");
-    for (const size_t piece : {built.body.size(), size_t{7}}) {
-        const std::string framed = in_pieces(joined(built.body), piece);
-        const Answer answer = service.ask(Z_HTTP_POST, "/repos/ann/second/packs/any/thing", framed,
-                                          u"application/octet-stream");
-        ASSERT_EQ(answer.code, 201) << answer.message();
-        EXPECT_EQ(answer.text("data.type"), "pack");
-        EXPECT_EQ(answer.text("data.url"), "/repos/ann/second/packs");
-    }
-    int status = -1;
-    const std::string told =
-        service.git("ann/second", "fsck --full --strict --no-dangling " + commit, &status);
-    EXPECT_EQ(status, 0) << told;
-    EXPECT_EQ(service.git("ann/second", "cat-file -p " + commit + ":file"), "file");
-
-    const Answer one =
-        service.post(packs + "/diff", R"({"query":{"entries":[{"id":")" + commit + R"("}]}})");
-    test::write(service.root() / "one.pack", joined(one.body));
-    EXPECT_EQ(test::run("cd " + service.root().string() +
-                        " && git index-pack one.pack >/dev/null && git verify-pack -v one.pack | "
-                        "grep -c ^" +
-                        commit),
-              "1\n");
-}
 
 TEST_F(Objects, AreNotPackedWithoutAName) {
     for (const char *entries : {R"([{"id":"x"}])", R"([{}])", R"(["x"])",

@@ -43,17 +43,13 @@ TEST_F(Revisions, AreListed) {
     } cases[] = {
         {"", "210"},
         {"?limit=2", "21"},
-        {"?limit=x", "210"},
         {"?head=" + ids[1], "10"},
         {"?head=" + branch, "210"},
         {"?since=2020-01-01T01:00:00Z", "21"},
         {"?until=2020-01-01T01:00:00Z", "10"},
         {"?since=yesterday",
          "400 The field '?since' is invalid: The server did not understand the request"},
-        {"?until=2020-01-01",
-         "400 The field '?until' is invalid: The server did not understand the request"},
         {"?head=nothing", "404 The server has nothing at this address"},
-        {"?head=" + std::string(40, 'a'), "404 The server has nothing at this address"},
     };
     for (const auto &[query, expected] : cases) EXPECT_EQ(list(query), expected) << query;
     test::make_project(service, "ann/empty");
@@ -79,13 +75,6 @@ TEST_F(Revisions, AreRead) {
     EXPECT_EQ(service.get(revisions + "/" + ids[1]).text("author"), "Bob");
     test::write(record, "damaged");
     EXPECT_EQ(service.get(revisions + "/" + ids[1]).text("author"), "Ann");
-
-    const std::string tree = service.git("ann/plant", "rev-parse HEAD^{tree}").substr(0, 40);
-    EXPECT_EQ(service.get(revisions + "/x").message(),
-              "The field 'id' is invalid: The server did not understand the request");
-    EXPECT_EQ(service.get(revisions + "/" + tree).message(),
-              "There is no revision '" + tree + "': The server has nothing at this address");
-    EXPECT_EQ(service.get("/repos/ann/none/revisions/" + ids[1]).code, 404);
 }
 
 TEST_F(Revisions, ComeInBatchesWholeOrNotAtAll) {

@@ -342,17 +342,6 @@ TEST(Rights, AreToldForEveryOperation) {
     EXPECT_EQ(told_commands, commands);
 }
 
-TEST(Rights, AProjectIsNotRemovedByWhatLiesBehindIt) {
-    World world(u"required");
-    const Caller boss = {'p', "boss", kCode};
-    for (const uint32_t method : {Z_HTTP_POST, Z_HTTP_DELETE}) {
-        const Answer answer =
-            world.ask(boss, method, "/repos/ann/house/slip", R"({"query":{"newname":"shed"}})");
-        EXPECT_EQ(answer.code, 400);
-        EXPECT_TRUE(world.is_whole());
-    }
-}
-
 // Whoever asks, a project whose file of rights is damaged grants him nothing, and he is told that
 // it is the server's fault. "admin" reads it all the same, and power can clear it away.
 TEST(Rights, ADamagedFileOfRightsGrantsNothing) {

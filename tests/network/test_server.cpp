@@ -1,11 +1,9 @@
 // What a server takes from its settings, what it writes down, and how it says that it is well.
 #include "service_fixture.hpp"
 
-#include <fstream>
 #include <memory>
 #include <new>
 #include <regex>
-#include <sstream>
 #include <vector>
 
 #include <sys/stat.h>
@@ -35,12 +33,6 @@ std::string ask(const TestServer &server, const std::string &request) {
 
 std::string get(const std::string &target, const std::string &fields = "") {
     return "GET " + target + " HTTP/1.1\r\nHost: h\r\nConnection: close\r\n" + fields + "\r\n";
-}
-
-std::string text_of(const std::filesystem::path &path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
 }
 
 TEST(ServerSettings, RefuseBoundsThatNobodyCanMean) {
@@ -180,7 +172,7 @@ TEST(AccessLog, TellsEachAnswerOnALine) {
                           R"((".*" \d{3} \d+) \d+\.\d{3}\n)");
     for (const auto &each : cases) {
         ask(server, each.request);
-        const std::string line = text_of(path);
+        const std::string line = test::read(path);
         std::smatch found;
         ASSERT_TRUE(std::regex_match(line, found, form)) << line;
         if (each.line) {
@@ -188,7 +180,7 @@ TEST(AccessLog, TellsEachAnswerOnALine) {
         }
         std::filesystem::rename(path, dir.path() / "old");
     }
-    const std::string refusal = text_of(audit);
+    const std::string refusal = test::read(audit);
     EXPECT_TRUE(std::regex_match(
         refusal, std::regex(R"(\{"time":"[^"]+","host":"127.0.0.1","login":"\\"eve\\"",)"
                             R"("target":"","act":"refused","name":"","owner":"","project":"",)"
