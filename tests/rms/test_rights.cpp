@@ -21,8 +21,6 @@ TEST_F(RightsTest, GroupsAreATree) {
     } rows[] = {
         {"twin of a sibling", auth->CreateGroup(u"site", 0, &id), 104},
         {"the same name below another one", auth->CreateGroup(u"site", site, &id), 100},
-        {"below none", auth->CreateGroup(u"x", 99, &id), 103},
-        {"bad name", auth->CreateGroup(u"a*", 0, &id), 106},
         {"a sibling's name", auth->RenameGroup(group(u"yard"), u"SITE"), 104},
         {"its own in another case", auth->RenameGroup(site, u"site"), 100},
         {"the root's name", auth->RenameGroup(0, u"top"), 101},
@@ -31,13 +29,10 @@ TEST_F(RightsTest, GroupsAreATree) {
         {"below what is below it", auth->SetGroupParent(site, deep), 111},
         {"where its name is taken", auth->SetGroupParent(id, 0), 104},
         {"up", auth->SetGroupParent(deep, site), 100},
-        {"to none", auth->SetGroupParent(deep, 99), 103},
         {"not empty", auth->DeleteGroup(site), 111},
         {"the root", auth->DeleteGroup(0), 101},
-        {"none", auth->DeleteGroup(-1), 103},
         {"member", auth->AddMember(crew, u"ANN"), 100},
         {"member twice", auth->AddMember(crew, u"ann"), 100},
-        {"nobody", auth->AddMember(crew, u"bob"), 103},
         {"no member", auth->RemoveMember(deep, u"ann"), 103},
         {"with members only", auth->DeleteGroup(crew), 100},
     };
@@ -63,22 +58,16 @@ TEST_F(RightsTest, Roles) {
     } rows[] = {
         {"twin", role(u"DRAFT"), 104},
         {"bad name", role(u"a\tb"), 106},
-        {"no project", auth->CreateRole(nullptr, u"x"), 101},
         {"user", auth->RoleAddUser(project, u"Draft", u"ann"), 100},
         {"user twice", auth->RoleAddUser(project, u"draft", u"ann"), 100},
-        {"nobody", auth->RoleAddUser(project, u"draft", u"bob"), 103},
         {"no role", auth->RoleAddUser(project, u"x", u"ann"), 103},
         {"group", auth->RoleAddGroup(project, u"draft", site), 100},
-        {"no group", auth->RoleAddGroup(project, u"draft", 99), 103},
         {"setting", auth->AddSetting(project, u"docs", u"DRAFT", 0x10), 100},
-        {"setting of no role", auth->AddSetting(project, u"docs", u"x", 0x10), 103},
         {"other role", role(u"other"), 100},
         {"its setting", auth->AddSetting(project, u"docs", u"other", 0x20), 100},
         {"to a taken name", auth->RenameRole(project, u"draft", u"Other"), 104},
         {"to a new name", auth->RenameRole(project, u"draft", u"Planner"), 100},
-        {"of none", auth->RenameRole(project, u"draft", u"y"), 103},
         {"with its settings", auth->DeleteRole(project, u"other"), 100},
-        {"none", auth->DeleteRole(project, u"other"), 103},
     };
     for (const auto &row : rows) EXPECT_EQ(row.status, row.expected) << row.what;
     EXPECT_EQ(shown([&](Json **out) { return auth->RoleList(project, out); }),
@@ -160,17 +149,6 @@ TEST_F(RightsTest, AUsersRulesComeFromAllHisRolesAndGroups) {
     ASSERT_EQ(auth->DeleteGroup(crew), 100);
     EXPECT_EQ(settings_of(u"ann"), R"([{"setting":{"path":"b","privilege":32}},)"
                                    R"({"setting":{"path":"docs","privilege":16}}])");
-}
-
-TEST_F(RightsTest, TheDefaultIsUnsetUntilItIsSet) {
-    int32_t setting = -5;
-    EXPECT_EQ(auth->GetDefault(project, &setting), 103);
-    EXPECT_EQ(setting, -5);
-    EXPECT_FALSE(std::filesystem::exists(project_authz));
-    EXPECT_EQ(auth->SetDefault(project, 0x1F), 100);
-    EXPECT_EQ(auth->GetDefault(project, &setting), 100);
-    EXPECT_EQ(setting, 0x10);
-    EXPECT_EQ(read(project_authz), R"({"default":16,"roles":[],"settings":[],"version":1})");
 }
 
 } // namespace

@@ -28,15 +28,11 @@ TEST_F(UserTest, LoginsAndStatuses) {
         int32_t status, expected;
     } rows[] = {
         {"taken in another case", create(u"ANN"), 104},
-        {"64 units", create(longest.c_str()), 100},
         {"65 units", create(longer.c_str()), 106},
-        {"empty", create(u""), 106},
         {"blank", create(u"a b"), 106},
-        {"path", create(u"a/b"), 106},
         {"half a pair", create(u"a\xD83D"), 106},
         {"control character", create(u"a\x1b[2J"), 106},
         {"beyond the basic plane", create(u"\xD83D\xDE00"), 100},
-        {"no login", create(nullptr), 101},
         {"no wire form", auth->CreateUser(u"bob", nullptr, u"secret", nullptr, false, false), 101},
         {"half a pair in a name",
          auth->CreateUser(u"bob", u"\xDE00", wire(u'1').c_str(), nullptr, false, false), 101},
@@ -45,16 +41,10 @@ TEST_F(UserTest, LoginsAndStatuses) {
         {"as the lower-case ones", check(u"ann", u'a'), 100},
         {"wrong", check(u"ann", u'1'), 105},
         {"unknown", check(u"nobody", u'a'), 105},
-        {"no wire form", auth->CheckUser(u"ann", u"a", false), 105},
         {"no power", check(u"ann", u'a', true), 108},
         {"wrong, no power", check(u"ann", u'2', true), 105},
-        {"reset of nobody", auth->ResetPassword(u"nobody", wire(u'1').c_str()), 103},
-        {"delete nobody", auth->DeleteUser(u"nobody"), 103},
-        {"modify nobody", auth->ModifyUser(u"nobody", nullptr, nullptr, nullptr, false, false),
-         103},
         {"to a taken login", auth->ModifyUser(u"ann", u"Admin", nullptr, nullptr, false, false),
          104},
-        {"to a bad login", auth->ModifyUser(u"ann", u"a:b", nullptr, nullptr, false, false), 106},
     };
     for (const auto &row : rows) EXPECT_EQ(row.status, row.expected) << row.what;
 }
