@@ -6,7 +6,6 @@ using namespace test;
 
 namespace {
 
-namespace fs = std::filesystem;
 using CleanupPtr = Held<CleanupSpec, zCleanupSpecFree>;
 
 class CleanupTest : public WorkingCopyTest {
@@ -88,12 +87,4 @@ TEST_F(CleanupTest, RecoveryTakesNoCommitBack) {
         EXPECT_EQ(git(place, "log -1 --format=%s") + porcelain(), "since");
         EXPECT_FALSE(exists(".git/.index.zlck") || exists(".git/refs/heads/.master.zlck"));
     }
-}
-
-TEST_F(CleanupTest, FailsWhileTheCopyIsLocked) {
-    const IndexPtr held = lock();
-    const RepositoryPtr other(zRepositoryOpen(place.u16string().c_str()));
-    EXPECT_FALSE(zRepositoryCleanup(other.get(), nullptr));
-    EXPECT_EQ(zErrorClass(), 7);
-    EXPECT_TRUE(exists("new 1"));
 }

@@ -2,8 +2,6 @@
 
 #include <zev/config.h>
 
-#include <git2.h>
-
 using namespace test;
 
 namespace {
@@ -31,19 +29,6 @@ TEST_F(ConfigTest, GivesBackWhatWasSet) {
     EXPECT_EQ(zConfigGetInt(again.get(), u"zev.large"), 0);       // too large for it
     EXPECT_FALSE(zConfigSetBool(before.get(), u"zev.on", false)); // read-only
     EXPECT_TRUE(zConfigRemove(again.get(), u"zev.on") && !zConfigExists(again.get(), u"zev.on"));
-}
-
-TEST_F(ConfigTest, MissingAndBadKeys) {
-    ConfigPtr config(zConfigRepo(repository.get()));
-    ASSERT_OK(config);
-    for (const zwchar *key : {u"zev.none", u"none.x.y"}) {
-        EXPECT_TRUE(!zConfigExists(config.get(), key) && zErrorClass() == 3);
-        EXPECT_FALSE(zConfigGetInt(config.get(), key) || zConfigGetString(config.get(), key));
-        EXPECT_TRUE(!zConfigRemove(config.get(), key) && zErrorClass() == 3);
-    }
-    EXPECT_FALSE(zConfigSetInt(config.get(), u"no dots", 1));
-    EXPECT_FALSE(zConfigSetString(config.get(), u"zev.x", nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
 }
 
 // `on` alone is true; it has no value, not an empty one.

@@ -56,8 +56,6 @@ TEST_F(ConflictRecord, OfARealMerge) {
     EXPECT_EQ(listed(nullptr), "both 3/3;gone-here 2/3;gone-there 3/2;moved 2/2;new 1/1;"
                                "to-here 1/11;to-there 7/1;");
     EXPECT_EQ(listed(spec({u"GONE-*"}).get()), "gone-here 2/3;gone-there 3/2;");
-    EXPECT_EQ(zConflictMatch(index.get(), spec({u"none"}, Z_SPEC_MUST_MATCH).get()), nullptr);
-    EXPECT_EQ(zErrorClass(), 3);
 }
 
 TEST_F(ConflictRecord, WalkedWhileTheyAreResolved) {

@@ -164,37 +164,6 @@ TEST_F(ConflictNodes, AnUnchangedSideStaysTracked) {
 
 // ---- Failures, and what is left for later
 
-TEST_F(ConflictNodes, WhatFailsOrWaitsStaysInConflict) {
-    const auto put_all = [&](const char *side) {
-        for (std::string path : {"a", "b", "c"}) put(path, side + path);
-    };
-    put_all("base ");
-    git_commit("base");
-    merge([&] { put_all("theirs "); }, [&] { put_all("ours "); });
-    const std::string id = git(place, "rev-parse :3:b");
-    const fs::path object = place / ".git/objects" / id.substr(0, 2) / id.substr(2);
-    fs::rename(object, dir.path() / "away"); // as in a partial client
-    AnalysisPtr analysis = analyze();
-    Report report;
-    zConflictAnalysisSetNotify(analysis.get(), &report);
-    zConflictNodeSetSolution(zConflictAnalysisEntry(analysis.get(), 0), Z_CONFLICT_UNDECIDED);
-    repository.reset(zRepositoryOpen(place.u16string().c_str()));
-    ASSERT_OK(resolve(analysis.get()));
-    EXPECT_EQ(unmerged(), "1 a;2 a;3 a;1 b;2 b;3 b;");
-    EXPECT_EQ(at("b"), "ours b");
-    EXPECT_EQ(trashed(), "c=ours c;");
-    EXPECT_TRUE(report.told(
-        text(u"action.sFailed") + " " +
-        narrow(zI18nTextFormat(zI18nCurrentLang(), u"conflict.eUnableToResolve_s", u"b"))));
-
-    // The second try takes up what is left.
-    fs::rename(dir.path() / "away", object);
-    zConflictNodeSetSolution(zConflictAnalysisEntry(analysis.get(), 0), Z_CONFLICT_USE_OURS);
-    repository.reset(zRepositoryOpen(place.u16string().c_str()));
-    ASSERT_OK(resolve(analysis.get()));
-    EXPECT_EQ(porcelain(), "M  b\nM  c");
-}
-
 // Somebody else settles the conflict and works on while the user thinks: nothing of that is undone.
 TEST_F(ConflictNodes, WhatOthersDidMeanwhileStays) {
     put("a", "base"), put("d/x", "base");

@@ -12,29 +12,12 @@ namespace {
 
 using IndexTest = WorkingCopyTest;
 
-const std::vector<std::string> kNames = { // in the order of an index
-    "!x.dwx",   "#1.dwx",         "100%s%n.dwx", "Zeichnung Größe.dwx",
-    "a[1].dwx", "cafe\u0301.dwx", "end ",        std::string(200, 'n') + ".dwx",
-    "st*r.dwx", "图面/平面 1.dwx"};
-
 std::string entry_line(const std::string &text, const std::string &path) {
     const size_t at = text.find("\t" + path);
     return text.substr(0, at).substr(text.rfind('\n', at) + 1);
 }
 
 } // namespace
-
-TEST_F(IndexTest, OddNamesGoInWhole) {
-    for (const auto &name : kNames) put(name, "bytes of " + name);
-    add({u"*"});
-    EXPECT_EQ(tracked(), kNames);
-    expect_sound();
-    for (const auto &name : kNames) { // as a literal each takes exactly its file
-        git(place, "read-tree --empty");
-        add({wide(name)}, kLiteral);
-        EXPECT_EQ(tracked(), std::vector{name});
-    }
-}
 
 // Entries are sorted: `plans.txt` stands between the file and what lay below it.
 TEST_F(IndexTest, AFileTakesThePlaceOfADirectory) {
@@ -60,33 +43,6 @@ TEST_F(IndexTest, AFileTakesThePlaceOfADirectory) {
     IndexPtr index(zIndexAlloc(broken, repository.get()));
     EXPECT_FALSE(TreePtr(zIndexWriteTree(index.get())));
     EXPECT_EQ(narrow(zErrorMsg()), "plans/a.txt");
-}
-
-TEST_F(IndexTest, AddReportsFileByFile) {
-    put("a.dwx", "1");
-    put("b.txt", "1");
-    put("gone.dwx", "1");
-    commit_all();
-    put("a.dwx", "22");
-    put("new.dwx", "1");
-    put("skip.log", "1");
-    put(".gitignore", "*.log\n");
-    fs::remove(place / "gone.dwx");
-    Report report;
-    IndexPtr index = lock();
-    ASSERT_OK(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));
-    const std::string added = text(u"action.sAdded"), skipped = text(u"action.sSkipped");
-    EXPECT_EQ(report.lines, (std::vector<std::string>{
-                                "start: " + text(u"action.sCommand") + " " + text(u"action.sAdd"),
-                                added + " .gitignore", added + " a.dwx", skipped + " gone.dwx",
-                                added + " new.dwx", "done: " + text(u"action.sDone")}));
-    ASSERT_OK(zIndexWrite(index.get()));
-    EXPECT_EQ(brief_status(), "A  .gitignore\nM  a.dwx\n D gone.dwx\nA  new.dwx");
-    put("a.dwx", "333");
-    report.stop = true;
-    EXPECT_FALSE(zIndexAdd(index.get(), spec({u"*"}, 0, &report).get()));
-    EXPECT_EQ(zErrorClass(), 6);
-    EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled")));
 }
 
 // Git knows no lock of ours. What it has staged since the index was read stays, and is there for

@@ -31,29 +31,6 @@ class IndexRemove : public RemovalTest {
 
 } // namespace
 
-TEST_F(IndexRemove, ExactlyTheNamedFileGoesAndComesBack) {
-    put_all({"!x", "#1", "100%s%n", "a[1]", "cafe\u0301", "end ", "st*r", "图面/平面 1"});
-    commit_all();
-    for (const auto &[name, kind] : status()) {
-        EXPECT_EQ(remove({wide(name)}), "Deleted " + name + ";done;");
-        EXPECT_EQ(porcelain().find('\n'), std::string::npos);
-        EXPECT_EQ(run(zIndexRevert, {wide(name)}, kLiteral), "Restored " + name + ";done;");
-        EXPECT_EQ(porcelain(), "");
-    }
-}
-
-TEST_F(IndexRemove, DirectoriesGoAsAWhole) {
-    put_all({"docs/.gitkeep", "docs/a.dwx", "docs/deep/b.dwx", "docs2/c.dwx", "d.dwx"});
-    commit_all();
-    put("docs/notes.txt", "never added");
-    // Later paths are gone with the directory by then; to name what isn't there harms nothing.
-    EXPECT_EQ(remove({u"docs/", u"docs/deep", u"none.dwx"}),
-              "Deleted docs/;Deleted docs/deep;Deleted none.dwx;done;");
-    EXPECT_FALSE(exists("docs"));
-    EXPECT_EQ(tracked(), (std::vector<std::string>{"d.dwx", "docs2/c.dwx"}));
-    EXPECT_EQ(trashed(), ".gitkeep=1;a.dwx=1;b.dwx=1;notes.txt=never added;");
-}
-
 TEST_F(IndexRemove, PatternsTakeWhatAStatusLists) {
     put_all({"a.dwx", "b.dwx", "gone.dwx", "sub/c.dwx", "sub/keep.txt"});
     commit_all();

@@ -22,22 +22,17 @@ constexpr struct {
     {u"docs", u"Docs/a.dwx", 0, true},   // a directory takes in its files, case aside
     {u"docs", u"docs2/a.dwx", 0, false}, // a prefix is no directory
     {u"docs/", u"docs/x/a.dwx", 0, true},
-    {u"A.DWX", u"a.dwx", 0, true},
     {u"zeichnung größe.dwx", u"ZEICHNUNG GRÖSSE.dwx", 0, false}, // simple folding keeps ß
     {u"zeichnung größe.dwx", u"ZEICHNUNG GRÖßE.DWX", 0, true},
     {u"*.dwx", u"docs/deep/a.dwx", 0, true}, // a star takes in slashes
-    {u"d*s/?.dwx", u"docs/a.dwx", 0, true},
-    {u"?.dwx", u"ö.dwx", 0, true}, // one character, not one byte
+    {u"?.dwx", u"ö.dwx", 0, true},           // one character, not one byte
     {u"?.dwx", u"\U0001F4D0.dwx", 0, true},
     {u"a*b*c", u"aXbXbXc", 0, true}, // the last star gives way again
-    {u"a*b*c", u"aXbXbX", 0, false},
-    {u"", u"any/thing", 0, true}, // none is all
+    {u"", u"any/thing", 0, true},    // none is all
     {u".", u"any/thing", 0, true},
     {u"a[1].dwx", u"a[1].dwx", 0, true}, // marks stand for themselves
     {u"a[1].dwx", u"a1.dwx", 0, false},
     {u"#1.dwx", u"#1.dwx", 0, true},
-    {u"#1.dwx", u"other.dwx", 0, false},
-    {u"end ", u"end ", 0, true},
     {u"end ", u"end", 0, false},
     {u"st\\*r.dwx", u"st*r.dwx", 0, true}, // a backslash takes the wildcard's power
     {u"st*r.dwx", u"stair.dwx", kLiteral, false},
@@ -45,11 +40,8 @@ constexpr struct {
     {u"*", u"a.dwx", kLiteral, false},
     {u"docs", u"docs/a.dwx", kLiteral, false}, // exactly the file
     {u"docs/", u"Docs/a.dwx", kLiteral, true},
-    {u"docs/", u"docs", kLiteral, false},
-    {u"/etc", u"etc", kLiteral, false},
     {u"./", u"any/thing", kLiteral, true},
     {u"/", u"any/thing", 0, false}, // no path of ours
-    {u"//", u"any/thing", 0, false},
     {u"/", u"any/thing", kLiteral, false},
 };
 

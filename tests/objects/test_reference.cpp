@@ -3,8 +3,6 @@
 #include "objects/store/repository.hpp"
 #include "objects/store/strict.hpp"
 
-#include <git2.h>
-
 using namespace test;
 
 namespace {
@@ -39,16 +37,6 @@ TEST_F(ReferenceTest, CreatesAndResolves) {
     const zev::StrictOff outer; // another one's, on whatever thread
     ASSERT_OK(ReferencePtr(zReferenceCreate(repository.get(), u"refs/heads/x", &other)));
     EXPECT_OK(zReferenceSetTarget(again.get(), &absent));
-}
-
-TEST_F(ReferenceTest, MovesItsHandleAlong) {
-    CommitPtr first = commit({{u"a", "1"}}), second = commit({{u"a", "2"}});
-    ReferencePtr topic(
-        zReferenceCreate(repository.get(), u"refs/heads/topic", zCommitId(first.get())));
-    ASSERT_OK(zReferenceSetTarget(topic.get(), zCommitId(second.get())));
-    EXPECT_EQ(hex(zReferenceTarget(topic.get())), hex(zCommitId(second.get())));
-    ASSERT_OK(zReferenceSetTarget(topic.get(), zCommitId(first.get()))); // from the new state on
-    EXPECT_EQ(git(place, "rev-parse topic"), hex(zCommitId(first.get())));
 }
 
 TEST_F(ReferenceTest, GoesWithItsLogAndOnlyFromWhereItWasSeen) {
@@ -102,21 +90,4 @@ TEST_F(ReferenceTest, BranchesAndTheirUpstream) {
                               {u"refs/remotes/origin/x", "origin/x"},
                               {u"refs/heads/refs/tags/y", "refs/tags/y"}})
         EXPECT_EQ(narrow(zBranchShorthand(full)), name);
-}
-
-TEST_F(ReferenceTest, NamesBetweenLocalAndTracking) {
-    git(place, "remote add origin http://localhost/x");
-    git_remote *remote = nullptr;
-    ASSERT_EQ(git_remote_lookup(&remote, repository->handle.get(), "origin"), 0);
-    auto remote_guard = guard(remote, git_remote_free);
-    zwchar buffer[64];
-    for (auto [from, to] : {std::pair{u"refs/heads/a", "refs/remotes/origin/a"},
-                            {u"refs/remotes/origin/a", "refs/heads/a"},
-                            {u"HEAD", "HEAD"}}) {
-        ASSERT_TRUE(zReferenceXform(buffer, 64, remote, from)) << to;
-        EXPECT_EQ(narrow(buffer), to);
-    }
-    EXPECT_FALSE(zReferenceXform(buffer, 64, remote, u"refs/remotes/elsewhere/a"));
-    EXPECT_TRUE(zReferenceXform(buffer, 5, remote, u"refs/tags/v1"));
-    EXPECT_EQ(narrow(buffer), "refs");
 }

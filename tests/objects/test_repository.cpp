@@ -109,19 +109,6 @@ TEST_F(RepositoryRecord, AnotherUsersIsRefused) {
               "repository path '" + place.string() + "' is not owned by current user");
 }
 
-TEST_F(RepositoryRecord, StartsFromATemplate) {
-    ASSERT_OK(commit({{u".gitkeep", ""}, {u"docs/.gitkeep", ""}, {u"docs/a.dwx", "drawing"}}));
-    write(place / ".git/AUTHZ", "rights");
-    RepositoryPtr made(zRepositoryInit((dir / u"new").c_str(), true));
-    ASSERT_OK(zRepositoryInitFrom(made.get(), repository.get()));
-    const auto bare = dir.path() / "new";
-    EXPECT_EQ(git(bare, "ls-tree -r --name-only HEAD"), ".gitkeep\ndocs/.gitkeep");
-    EXPECT_EQ(git(bare, "log --format=%an:%P"), "admin:");
-    EXPECT_EQ(read(bare / "AUTHZ"), "rights");
-    RepositoryPtr empty(zRepositoryInit((dir / u"empty").c_str(), true));
-    EXPECT_FALSE(zRepositoryInitFrom(made.get(), empty.get())); // no HEAD to start from
-}
-
 // ---- What a killed writer leaves
 
 namespace {

@@ -82,20 +82,15 @@ TEST_F(RevdbTest, OnlyWholeRecordsAreRead) {
         {change, "", ""},
         // A change without sides has no path, and takes no reader with it.
         {change, R"({"flags":0,"similarity":0,"status":1,"unknown":[]})", "1 >;"},
-        {"-5}", "-5", nullptr},
         {whole, "", nullptr},
         {whole, std::string(80, '\0'), nullptr}, // emptied by a crash
         {whole, "[]", nullptr},
-        {"changes", "change", nullptr},
         {"[" + change + "]", "{}", nullptr},
         {change, change + ",1", nullptr},
         {"-5", "\"1\"", nullptr},
-        {"-5", "1.0", nullptr},
         {oid + "\",\"sec", "12\",\"sec", nullptr},
         {"status\":1", "status\":11", nullptr},
-        {"similarity\":0", "similarity\":101", nullptr},
         {"flags\":0", "flags\":-1", nullptr},
-        {side, "\"a\"", nullptr},
         {"33188", "65536", nullptr},
     };
     for (const auto &row : rows) {
@@ -170,27 +165,6 @@ TEST_F(RevdbTest, ChangesComeFromTheRecordElseFromTheCommit) {
     EXPECT_EQ(zRevisionMatch(plain.get(), nullptr), nullptr);
 }
 
-TEST_F(RevdbTest, EntryOfAPath) {
-    CommitPtr made = commit({{u"a", "1"}, {u"docs/sub/b", "2"}});
-    const auto revision = zev::revision_of(made.get());
-    const std::pair<const zwchar *, const char *> rows[] = {
-        {u"", "HEAD^{tree}"},
-        {u"a", "HEAD:a"},
-        {u"docs/sub", "HEAD:docs/sub"},
-        {u"\\docs\\sub//b/", "HEAD:docs/sub/b"},
-        {u"a/b", ""},
-        {u"docs/none", ""},
-        {u"docs/../a", ""},
-    };
-    for (const auto &[path, named] : rows) {
-        auto object = guard(zRevisionEntry(revision.get(), path), zObjectFree);
-        EXPECT_TRUE(object || zErrorClass() == 3) << narrow(path);
-        EXPECT_EQ(object ? hex(zObjectId(object.get())) : "",
-                  *named ? git(place, std::string("rev-parse ") + named) : "")
-            << narrow(path);
-    }
-}
-
 // ---- The pruned comparison beside libgit2's
 
 namespace {
@@ -223,6 +197,27 @@ class TreeChangesTest : public RepositoryTest {
 };
 
 } // namespace
+
+TEST_F(RevdbTest, EntryOfAPath) {
+    CommitPtr made = commit({{u"a", "1"}, {u"docs/sub/b", "2"}});
+    const auto revision = zev::revision_of(made.get());
+    const std::pair<const zwchar *, const char *> rows[] = {
+        {u"", "HEAD^{tree}"},
+        {u"a", "HEAD:a"},
+        {u"docs/sub", "HEAD:docs/sub"},
+        {u"\\docs\\sub//b/", "HEAD:docs/sub/b"},
+        {u"a/b", ""},
+        {u"docs/none", ""},
+        {u"docs/../a", ""},
+    };
+    for (const auto &[path, named] : rows) {
+        auto object = guard(zRevisionEntry(revision.get(), path), zObjectFree);
+        EXPECT_TRUE(object || zErrorClass() == 3) << narrow(path);
+        EXPECT_EQ(object ? hex(zObjectId(object.get())) : "",
+                  *named ? git(place, std::string("rev-parse ") + named) : "")
+            << narrow(path);
+    }
+}
 
 TEST_F(TreeChangesTest, SameListAsLibgit2) {
     const std::string base = "100644 a 1 100644 B/x 2 100644 B/y 3 100755 b-c 4 100644 d/e/f 5 "

@@ -270,22 +270,6 @@ TEST_F(TrashTest, ASearchStopsAtOnceAndStartsAnew) {
 
 // ---- Out
 
-TEST_F(TrashTest, GivesBackAndStages) {
-    put_all({"docs/sub/plan.dwx", "docs/other"}, "drawing");
-    drop("docs");
-    // One file out of a taken directory, elsewhere.
-    put("new/mine", "1");
-    ASSERT_OK(zTrashMoveTo(repository.get(), entry("plan.dwx").get(), u"new\\place/", nullptr));
-    EXPECT_EQ(porcelain("-- new"),
-              "A  new/.gitkeep\nA  new/place/.gitkeep\nA  new/place/plan.dwx\n?? new/mine");
-    // A tree, with all that is in it and nothing beside it.
-    drop("new");
-    put("new2", "beside");
-    ASSERT_OK(back(entry("new")));
-    EXPECT_EQ(git(place, "ls-files new new2"),
-              "new/.gitkeep\nnew/mine\nnew/place/.gitkeep\nnew/place/plan.dwx");
-}
-
 TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     for (auto path : {"d/a", "d/sub/b", "d/info.$$$"}) put(path, path);
     fs::create_directories(place / "d/empty/deep");
@@ -308,23 +292,6 @@ TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     EXPECT_EQ(slots(), 1);
 }
 
-TEST_F(TrashTest, ATakenPlaceIsAskedAbout) {
-    setenv("XDG_DATA_HOME", (dir.path() / "home").c_str(), 1); // the desktop's trash
-    drop("docs/plan.dwx", "docs/plan.dwx");
-    put("docs/plan.dwx", "new");
-    const TrashPtr item = entry("plan.dwx");
-    Host skip(2), replace(1);
-    for (Host *host : {static_cast<Host *>(nullptr), &skip}) {
-        EXPECT_FALSE(back(item, host));
-        EXPECT_EQ(zErrorClass(), 4);
-        EXPECT_EQ(read(place / "docs/plan.dwx"), "new");
-    }
-    EXPECT_EQ(skip.lines, Names{text(u"action.sSkipped") + " docs/plan.dwx"});
-    ASSERT_OK(back(item, &replace));
-    EXPECT_EQ(git(place, "show :docs/plan.dwx"), "drawing");
-    EXPECT_EQ(read(dir.path() / "home/Trash/files/plan.dwx"), "new");
-}
-
 TEST_F(TrashTest, NewNames) {
     const std::string longest(200, 'n');
     const auto give_back = [&](const std::string &name) {
@@ -337,7 +304,6 @@ TEST_F(TrashTest, NewNames) {
     };
     for (const auto &[name, made] : {std::pair<std::string, std::string>{"plan", "plan (1)"},
                                      {"plan", "plan (2)"},
-                                     {"report.tar.gz", "report.tar (1).gz"},
                                      {"100%s%n.dwx", "100%s%n (1).dwx"},
                                      {longest + ".dwx", longest.substr(0, 55) + " (1).dwx"}}) {
         EXPECT_EQ(give_back(name), made);
@@ -417,23 +383,4 @@ TEST_F(TrashTest, FailuresAreTold) {
     fs::rename(away, there);
     for (int times = 0; times < 2; ++times) EXPECT_OK(back(item, &host)); // then gone already
     EXPECT_EQ(read(place / "plan.dwx"), "drawing");
-}
-
-TEST_F(TrashTest, PurgesByAge) {
-    static constexpr int64_t kNow = 2'000'000'000, kDay = 86400;
-    os::calls.now = [] { return kNow * 1'000'000'000; };
-    int number = 0;
-    for (auto [name, time] : {std::pair{"just", kNow - 30 * kDay},
-                              {"young", kNow - 30 * kDay + 1},
-                              {"future", kNow + 5}})
-        slot(number++, info("x", name, time));
-    slot(number, "damaged");
-    for (const auto &[days, left] : {std::pair{INT32_MAX, Names{"future/x", "just/x", "young/x"}},
-                                     {30, {"future/x", "young/x"}},
-                                     {0, {"future/x"}}}) {
-        ASSERT_OK(zTrashPurge(repository.get(), days));
-        EXPECT_EQ(found(), left);
-    }
-    for (int times = 0; times < 2; ++times) ASSERT_OK(zTrashCleanup(repository.get()));
-    EXPECT_FALSE(fs::exists(trash));
 }
