@@ -95,12 +95,6 @@ struct Pushes : Session {
 // ---- Uploads
 
 TEST_F(Pushes, SendObjectsByTheirIds) {
-    const std::string id = store(service, "ann/plant", Z_OBJECT_BLOB, "one");
-    const Oid wanted = oid(id);
-    EXPECT_FALSE(zRemoteUploadObject(remote.get(), &wanted, &told));
-    EXPECT_EQ(zErrorClass(), 3);
-    EXPECT_EQ(relay.asked().size(), 0u);
-
     local = replay({{"a", "xyz"}, {"b", "b"}});
     const Oid blob = oid(git("rev-parse " + local + ":a"));
     ASSERT_OK(zRemoteUploadObject(remote.get(), &blob, &told));
@@ -117,10 +111,6 @@ TEST_F(Pushes, SendObjectsByTheirIds) {
             << bad;
         EXPECT_EQ(relay.asked().size(), 0u) << bad;
     }
-    relay.give(answer(403, "{}"));
-    EXPECT_FALSE(zRemoteUploadObject(remote.get(), &blob, &told));
-    EXPECT_EQ(zErrorCode(), 403);
-    EXPECT_EQ(told.each(), "") << "the caller tells";
 }
 
 // ---- Files
@@ -394,61 +384,6 @@ TEST_F(Drawings, ThatLackTheirTableStay) {
     EXPECT_EQ(steps(), "POST /objects/diff\n");
     EXPECT_FALSE(std::filesystem::exists(at() + "/.git/tables")) << "and none is made of nothing";
     EXPECT_FALSE(push.canceled);
-}
-
-// Each request in turn is answered badly, in each way. The branch stays, the failure is told once,
-// and a push afterwards has all of it on the server.
-TEST_F(Drawings, OutliveEachBrokenRequest) {
-    const std::string cut = answer(200, std::string(100, ' '));
-    const struct {
-        const char *what;
-        std::string answer;
-    } modes[] = {
-        {"dead", ""},
-        {"silent", Relay::kSilence},
-        {"garbage", "nonsense\r\n\r\n"},
-        {"cut in the head", cut.substr(0, 30)},
-        {"cut in the body", cut.substr(0, cut.size() - 50)},
-        {"fails", answer(500, R"({"error":{"code":500,"message":"no"}})")},
-        {"refused", answer(401, R"({"error":{"code":401,"message":"no"}})")},
-        {"conflict", answer(409, "{}")},
-        {"makes no sense", answer(200, "[1]")},
-    };
-    constexpr size_t kRequests = 8;
-    ASSERT_OK(send({{"a", "a"}}));
-    int round = 0;
-    for (const auto &mode : modes) {
-        const bool waits = mode.answer == Relay::kSilence;
-        remote.reset(zRemoteOpen(copy.get()));
-        if (waits) zRemoteSetTimeout(remote.get(), 1000);
-        for (size_t n = 0; n < kRequests; n += waits ? 3 : 1) {
-            const std::string change = std::to_string(++round);
-            const Sheet made = sheet({{10, change}, {20 + uint64_t(round), change}});
-            local = replay({{"a", change},
-                            {"l", std::string(2'097'160, 'l') + change},
-                            {"d" + change + ".dwx", made.bytes}});
-            relay.play([&](const Asked &, size_t at) {
-                return at < n ? std::nullopt : std::optional<std::string>(mode.answer);
-            });
-            EXPECT_FALSE(send()) << mode.what << " " << n;
-            EXPECT_EQ(told.errors.size(), 1u) << mode.what << " " << n << ": " << told.each();
-            EXPECT_FALSE(push.canceled) << mode.what << " " << n;
-            EXPECT_EQ(tracking(), local) << mode.what << " " << n;
-            relay.play();
-            if (!send()) { // the server has the commit, the copy did not hear of it
-                EXPECT_NE(told.only().find("409"), std::string::npos)
-                    << mode.what << n << told.each();
-                catch_up();
-            }
-            EXPECT_EQ(git("rev-parse origin/master^{tree}"), git("rev-parse " + local + "^{tree}"))
-                << mode.what << n;
-            EXPECT_EQ(tracking(), head()) << mode.what << " " << n;
-            raise();
-        }
-    }
-    expect_same();
-    EXPECT_EQ(git("fsck --strict --connectivity-only origin/master").find("missing"),
-              std::string::npos);
 }
 
 // A break of the user's, at whichever moment he is asked, is told by nobody.

@@ -69,34 +69,8 @@ TEST_F(ResetTest, ChangesAreAskedAbout) {
     EXPECT_NE(run("grep -rl mine '" + copy.place.string() + "/.git/trash'"), "");
 }
 
-// What may not be read comes neither from the old state nor into the branch.
-TEST_F(ResetTest, HidesWhatMayNotBeRead) {
-    rights.bits["ann"] = {{"/", 112}, {"gone", 0}, {"notes", 0}};
-    ASSERT_OK(copy.reset(old));
-    EXPECT_EQ(copy.at("gone") + copy.at("plan"), "(none)first");
-    EXPECT_EQ(copy.git("ls-tree -r --name-only HEAD"), "plan");
-}
-
-// At each request, and at each question: either nothing has moved, or it is done.
-TEST_F(ResetTest, AFailureOrABreakPutsAllBack) {
-    const std::string before = copy.state();
-    for (size_t n = 0;; ++n) {
-        relay.play([&](const Asked &, size_t at) -> std::optional<std::string> {
-            if (at < n) return {};
-            return std::string();
-        });
-        const bool done = copy.reset(old);
-        if (relay.asked().size() <= n) {
-            EXPECT_TRUE(done);
-            EXPECT_GT(n, 4u);
-            break;
-        }
-        EXPECT_EQ(copy.host.ends(), "a") << n;
-        EXPECT_EQ(copy.state(), before) << n;
-    }
-    relay.play();
-    copy.host.answers = {1};
-    ASSERT_OK(copy.reset());
+// At each question: either nothing has moved, or it is done.
+TEST_F(ResetTest, ABreakPutsAllBack) {
     const std::string again = copy.state();
     for (int n = 0;; ++n) {
         copy.host.asks_left = n;
@@ -109,24 +83,6 @@ TEST_F(ResetTest, AFailureOrABreakPutsAllBack) {
         ASSERT_LT(n, 500);
     }
     EXPECT_EQ(copy.host.ends() + copy.at("plan") + copy.at("gone"), "dfirstonly then");
-}
-
-TEST_F(ResetTest, WhoeverDiesInItLeavesNoHarm) {
-    for (int n = 0, alive = 1; alive; ++n) {
-        Child child([&] {
-            int left = n;
-            copy.host.answers.assign(1, 1);
-            copy.host.at_line = [&] {
-                if (left-- == 0) _exit(7);
-            };
-            return copy.reset(old) ? 0 : 1;
-        });
-        alive = child.wait() == 7;
-        ASSERT_LT(n, 100);
-    }
-    copy.host.answers = {1};
-    ASSERT_OK(copy.reset(old));
-    EXPECT_EQ(copy.at("plan") + copy.status() + copy.locks(), "firstD  notes/a\nM  plan\n?? gone");
 }
 
 // ---- A new copy
@@ -186,24 +142,6 @@ TEST_F(CheckoutTest, ATakenPlaceIsTheUsersToDecideOn) {
         EXPECT_EQ(copy.at("plan") + copy.at("his"), "first(none)");
         fs::remove_all(place);
     }
-}
-
-// What was made goes again; what was there stays.
-TEST_F(CheckoutTest, AFailedSetUpLeavesThePlaceAsItWas) {
-    EXPECT_FALSE(checkout(u"nonsense"));
-    EXPECT_EQ(host().ends(), "a");
-    EXPECT_EQ(zErrorClass(), 3);
-    EXPECT_FALSE(fs::exists(copy.place));
-    fs::create_directory(copy.place);
-    EXPECT_FALSE(checkout(u"nonsense"));
-    EXPECT_TRUE(host().dialogs.empty() && fs::exists(copy.place));
-    // One that can't be filled stays, bound, for an update.
-    relay.play([](const Asked &, size_t) { return std::string(); });
-    EXPECT_FALSE(checkout(nullptr, "later"));
-    EXPECT_EQ(host().ends(), "a");
-    relay.play();
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("plan") + copy.status(), "first");
 }
 
 // ---- The front of a drawing application

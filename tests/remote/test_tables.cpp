@@ -30,21 +30,6 @@ struct Tables : Session {
 constexpr DrawingKey one{1, 10}, two{1, 20}, other{1, 30}, note{0, 0}, tag{UINT64_MAX, UINT64_MAX};
 const std::string tag9("\0\0\0\0\0\0\0\x09", 8), tag3("\0\0\0\0\0\0\0\x03", 8);
 
-TEST_F(Tables, TakeWhatWasAskedFor) {
-    ASSERT_EQ(service.put(path, rows_of({{one, "server 1"}, {two, ""}, {note, "its path"}})).code,
-              201);
-    ASSERT_OK(fetch({one, two, other, tag}));
-    EXPECT_EQ(get(table.get(), one), "server 1");
-    EXPECT_EQ(get(table.get(), two), "");
-    EXPECT_EQ(get(table.get(), other), "(none)");
-    const uint64_t first = zTableTagGet(table.get());
-    ASSERT_OK(fetch({tag}));
-    EXPECT_GT(zTableTagGet(table.get()), first) << "no tag is given out twice";
-    EXPECT_OK(fetch({}));
-    EXPECT_EQ(relay.asked().size(), 2u) << "nothing was to be asked";
-    EXPECT_EQ(told.each(), "");
-}
-
 TEST_F(Tables, AskForManyKeysByParts) {
     std::vector<DrawingKey> keys;
     for (uint64_t n = 0; n < 120'000; ++n) keys.push_back({7, n + 1});

@@ -117,16 +117,6 @@ TEST_F(UpdateTest, ATreeWithoutEndIsRefusedTheSecondTime) {
     EXPECT_EQ(copy.git("rev-parse HEAD") + copy.at("plan"), before + "first");
 }
 
-// A selection brings that alone, and the rest comes with a later one.
-TEST_F(UpdateTest, ASelectionLeavesTheRest) {
-    other("notes/a", "a2"), other("plan", "second");
-    ASSERT_OK(copy.update({}, {u"notes"}));
-    EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.status(), "firsta2");
-    EXPECT_EQ(copy.updates(false), "3 plan>plan;");
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("plan") + copy.updates(false), "second");
-}
-
 TEST_F(UpdateTest, GoesToACommitAndBack) {
     const std::string old = copy.git("rev-parse origin/master");
     other("plan", "second");
@@ -180,15 +170,8 @@ TEST_F(UpdateTest, RightsComeWithTheNextUpdate) {
     EXPECT_EQ(mode_of(copy.place / "notes/a") & 0222, 0u);
 }
 
-// Another login on the same copy gets rules of its own.
-TEST_F(UpdateTest, RulesAreOfTheUser) {
-    rights.bits["bob"] = {{"/", 112}, {"plan", 0}};
-    copy.user = "bob";
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("plan"), "(none)");
-    copy.user = "ann";
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("plan"), "first");
+// Rules that are no more, where the server says that none have changed.
+TEST_F(UpdateTest, WithoutRulesNothingComes) {
     write(copy.place / ".git/AUTHZ", "no rules");
     const std::string before = copy.state();
     relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
@@ -226,44 +209,6 @@ TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
     ASSERT_OK(copy.commit());
     EXPECT_EQ(server_at("plan") + server_at("notes/a") + server_at("new"), "secondminen");
     EXPECT_EQ(copy.at("plan") + copy.at("new") + copy.status(), "secondn");
-}
-
-// Each request in turn is cut, refused, or answered with what makes no sense. Afterwards everything
-// is as it was, and the next update works without a hand.
-TEST_F(UpdateTest, WhateverTheServerDoesNothingIsLost) {
-    copy.put("plan", "mine"), copy.put("own", "mine alone");
-    const std::vector<std::string> kAnswers = {"",
-                                               answer_of(500),
-                                               answer_of(401),
-                                               answer_of(409),
-                                               answer(200, "garbage"),
-                                               octets("\x7f\xff\xff\xff"),
-                                               "HTTP/1.1 200 OK\r\nContent-Le"};
-    other("notes/a", "a2"), other("big/file", std::string(3 << 20, 'x'));
-    const std::string before = copy.state();
-    size_t n = 0;
-    for (bool reached = true; reached; ++n)
-        for (const std::string &told : kAnswers) {
-            relay.play([&](const Asked &, size_t at) -> std::optional<std::string> {
-                const bool cut = told.empty() || told.ends_with("Le"); // which is tried again
-                if (at != n && !(cut && at > n)) return {};
-                return told;
-            });
-            const bool done = copy.update();
-            const std::string asked = relay.lines() + std::to_string(n) + told;
-            reached = relay.asked().size() > n;
-            EXPECT_EQ(done, !reached) << asked;
-            if (!reached) break;
-            EXPECT_EQ(copy.host.ends(), "a") << asked;
-            EXPECT_NE(copy.host.errors(), "") << asked;
-            EXPECT_EQ(copy.state(), before) << asked;
-            EXPECT_EQ(copy.at("notes/a") + copy.at("plan") + copy.at("own"), "aminemine alone");
-        }
-    EXPECT_GT(n, 5u);
-    relay.play();
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("notes/a") + copy.at("big/file").substr(0, 3), "a2xxx");
-    EXPECT_EQ(copy.status(), " M plan\n?? own");
 }
 
 // At every question in turn: one end is told, and either nothing has moved or what was done stays.
