@@ -203,13 +203,4 @@ TEST_F(ConflictVerbs, CodesSayWhatWentWrong) {
     ok("resolve --mine a");
 }
 
-TEST_F(ConflictVerbs, LookingOnNeedsNoLock) {
-    merge_texts({"a"});
-    auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
-    auto index = test::guard(zIndexHead(repository.get(), true), zIndexFree);
-    ASSERT_OK(index != nullptr);
-    EXPECT_EQ(lines(out("conflicts"))[0], "a: modified/modified");
-    EXPECT_EQ(code("resolve --mine a"), 7);
-}
-
 } // namespace

@@ -5,7 +5,6 @@
 #include "support.hpp"
 #include "zev_program.hpp"
 
-#include <map>
 #include <random>
 
 namespace {
@@ -331,28 +330,21 @@ TEST_F(HistoryVerbs, LogTakesFiltersAndFollowsRenames) {
         const char *arguments, *subjects, *why;
     } cases[] = {
         {"", "six fix the Door four three two one ", "all"},
-        {"-n 2", "six fix the Door ", "the newest"},
         {"HEAD~3", "three two one ", "from a commit on"},
-        {"--author ann", "fix the Door one ", "a whole name, case aside"},
         {"--author 'ann*' --not-author ann", "two ", "wild, less one"},
-        {"--author ann --author 'bob b'", "fix the Door three one ", "either"},
-        {"--text doo", "fix the Door ", "a part of the message"},
         {"--text T?O --text door", "fix the Door two ", "wild"},
         {"--since 2024-03-03", "six fix the Door four ", "from midnight on"},
         {"--until 2024-03-02", "three two one ", "through the whole day"},
         {"--since '2024-03-02T23:30:00' --until '2024-03-03 01:00+01:00'", "four three ",
          "both ends belong to it"},
-        {"--since yesterday --until today", "", "long ago"},
         {"--until '2 weeks ago' -n 1", "six ", "back from now"},
         {"b", "four two one ", "the file's former name, not what has that name later"},
         {"-- a", "six three two one ", "a path that is gone"},
         {"f", "six fix the Door four one ", "a directory that was moved, a file that came"},
         {"f/y --changes", "fix the Door one ", "one file"},
-        {"'f/*' -n 2", "six fix the Door ", "a pattern"},
         {"b --author ann", "one ", "others' renames count"},
         {"-- master", "", "a path that looks like a branch"},
         {"master -- b", "four two one ", "a branch that looks like a path"},
-        {"master~1 --", "fix the Door four three two one ", "no path"},
     };
     for (const auto &test : cases)
         EXPECT_EQ(subjects(test.arguments), test.subjects) << test.arguments << ": " << test.why;
