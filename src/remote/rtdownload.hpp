@@ -5,6 +5,7 @@
 #include "remote/remote.hpp"
 #include "zev/pathspec.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,19 @@ bool read_ref(const Json *entry, ListedRef &ref);
 // of this copy. And whether a symbolic one may lead to a name: not to such a branch, else what
 // tracks the server would be a second name of it.
 bool may_write_ref(std::u16string_view name);
+
+// One reference of this copy that isn't moved while the list is read: whoever wants it knows first
+// where the server has it, and moves it when what it is to name is here.
+struct HeldRef {
+    std::u16string name;
+    std::optional<Oid> id{}; // none where the list hasn't got it
+};
+
+// zRemoteDownloadRefs, but for the one that is held, which may be null. May throw.
+bool download_refs(Remote *remote, const Notify *notify, HeldRef *held);
+
+// Each write of a reference costs a sync: whether it names the id already. May throw.
+bool reference_is_at(Repository *repository, const zwchar *name, const Oid &id);
 
 // ---- Trees
 

@@ -28,7 +28,8 @@ bool is_own_branch(std::u16string_view name) {
 
 class Refs {
   public:
-    Refs(Remote *remote, const Notify *notify) : remote_(remote), notify_(notify) {}
+    Refs(Remote *remote, const Notify *notify, HeldRef *held)
+        : remote_(remote), notify_(notify), held_(held) {}
 
     bool take(const ListedRef &ref) {
         zwchar name[2 * Z_PATH_MAX];
@@ -38,7 +39,11 @@ class Refs {
             link(name, ref.target);
             return true;
         }
-        if (is_at(name, ref.id)) return true;
+        if (held_ && held_->name == name) {
+            held_->id = ref.id;
+            return true;
+        }
+        if (reference_is_at(remote_->owner, name, ref.id)) return true;
         const ReferencePtr made(zReferenceCreate(remote_->owner, name, &ref.id));
         return made || fail(name);
     }
@@ -62,17 +67,9 @@ class Refs {
             const ReferencePtr made(zReferenceSymlink(remote_->owner, name, target));
     }
 
-    // Each write costs a sync.
-    bool is_at(const zwchar *name, const Oid &id) const {
-        git::Reference found;
-        const bool there =
-            !git_reference_lookup(out(found), remote_->owner->handle.get(), to_utf8(name).c_str());
-        const git_oid *target = there ? git_reference_target(found.get()) : nullptr;
-        return target && git_oid_equal(target, git::oid(&id));
-    }
-
     Remote *remote_;
     const Notify *notify_;
+    HeldRef *held_; // null for none
 };
 
 } // namespace
@@ -88,17 +85,21 @@ bool read_ref(const Json *entry, ListedRef &ref) {
 
 bool may_write_ref(std::u16string_view name) { return !is_own_branch(name); }
 
-} // namespace zev
+bool reference_is_at(Repository *repository, const zwchar *name, const Oid &id) {
+    const Finally clear([] { git_error_clear(); });
+    git::Reference found;
+    const bool there =
+        !git_reference_lookup(out(found), repository->handle.get(), to_utf8(name).c_str());
+    const git_oid *target = there ? git_reference_target(found.get()) : nullptr;
+    return target && git_oid_equal(target, git::oid(&id));
+}
 
-using namespace zev;
-
-bool zRemoteDownloadRefs(Remote *remote, const Notify *notify) try {
-    if (!remote) return fail_args();
+bool download_refs(Remote *remote, const Notify *notify, HeldRef *held) {
     const RemoteCall call{remote, notify, u"net.eFailedToFetchRefs"};
     const JsonGuard body = json_of(call, send(call, make_request(call, Z_HTTP_GET, u"/refs")));
     Json *entries = entries_of(call, body);
     if (!entries) return false;
-    Refs refs(remote, notify);
+    Refs refs(remote, notify, held);
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         ListedRef ref;
@@ -106,6 +107,14 @@ bool zRemoteDownloadRefs(Remote *remote, const Notify *notify) try {
         if (!refs.take(ref)) return false;
     }
     return true;
+}
+
+} // namespace zev
+
+using namespace zev;
+
+bool zRemoteDownloadRefs(Remote *remote, const Notify *notify) try {
+    return remote ? download_refs(remote, notify, nullptr) : fail_args();
 } catch (...) {
     return fail_thrown();
 }

@@ -159,12 +159,10 @@ bool Reset::fetch_matches(const Oid *id) {
 }
 
 bool Reset::fetch_latest() {
-    ReferencePtr tracked;
-    if (!fetch_references(context_, tracked)) return false;
-    if (!tracked) return true;
-    const Oid *id = zReferenceResolve(tracked.get());
-    if (!id) return context_.tell(u"odb.eFailedToResolveRef_s", context_.upstream_name());
-    if (!fetch_matches(id)) return false;
+    std::optional<Tip> tip;
+    if (!fetch_references(context_, tip)) return false;
+    if (!tip) return true;
+    if (!fetch_matches(&tip->id) || !track(context_, *tip)) return false;
     latest_.reset(zBranchTree(context_.upstream.get()));
     return latest_ || context_.tell(u"odb.eFailedToResolveTree_s", context_.upstream_name());
 }

@@ -2,7 +2,8 @@
 //
 // The order in which things reach the disk, for a crash at any point:
 //   1. complete copies of index, branch and tracking reference, beside them, as their locks
-//   2. what the server sends, into stores that only grow; the tracking reference moves
+//   2. what the server sends, into stores that only grow, all of it synced; the tracking reference
+//      moves, and with it its log, neither of which names what isn't here
 //   3. all that a checkout does, up to the move of the branch
 //   4. the copies expire
 // A crash before 4 leaves the copies, and recovery puts all three files back. What has come stays,
@@ -16,10 +17,14 @@
 #include "objects/store/reference.hpp"
 #include "objects/store/tree_extent.hpp"
 #include "objects/store/tree_pairs.hpp"
+#include "remote/rtdownload.hpp"
+#include "system/os.hpp"
 #include "zev/authdb.h"
 #include "zev/object.h"
 #include "zev/recovery.h"
 #include "zev/reference.h"
+
+#include <cerrno>
 
 using namespace zev;
 
@@ -132,20 +137,9 @@ bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
            Lookout(context.repository, context.paths()).finds_all(base, tree->handle.get());
 }
 
-// Where the tracking reference is to stand: at the target, or where the server has the branch.
-bool fetch_commit(UpdateContext &context, Reference *tracked) {
-    const Oid *target = zCheckSpecTarget(context.spec.get());
-    const Oid *id = target ? target : zReferenceResolve(tracked);
-    if (!id) return context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
-    if (!context.asked(zRemoteDownloadNested(context.remote, id, Z_OBJECT_COMMIT, context.notify)))
-        return false;
-    return !target || zReferenceSetTarget(tracked, target) ||
-           context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
-}
-
 // A commit that can't be had is told, and left to who needs it.
-bool fetch_tree(UpdateContext &context, int32_t type) {
-    const CommitPtr commit(zBranchCommit(context.upstream.get()));
+bool fetch_tree(UpdateContext &context, const Tip &tip, int32_t type) {
+    const CommitPtr commit(zCommitByid(context.repository, &tip.id));
     if (!commit) {
         context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
         return true;
@@ -155,22 +149,51 @@ bool fetch_tree(UpdateContext &context, int32_t type) {
            context.asked(zRemoteDownloadMatches(context.remote, tree, type, context.paths()));
 }
 
+bool fetch_tip(UpdateContext &context, const Tip &tip, int32_t type) {
+    return context.asked(
+               zRemoteDownloadNested(context.remote, &tip.id, Z_OBJECT_COMMIT, context.notify)) &&
+           fetch_tree(context, tip, type);
+}
+
 } // namespace
 
-bool fetch_references(UpdateContext &context, ReferencePtr &tracked) {
+bool fetch_references(UpdateContext &context, std::optional<Tip> &tip) {
     notify_action(context.notify, u"action.sFetchingContent", word(u"action.sPleaseWait"));
-    if (!context.asked(zRemoteDownloadRefs(context.remote, context.notify))) return false;
-    tracked.reset(zReferenceDwim(context.repository, context.upstream_name()));
-    return tracked || zErrorClass() == error_class::kNotFound ||
-           context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
+    HeldRef held{context.upstream_name()};
+    if (!context.asked(download_refs(context.remote, context.notify, &held))) return false;
+    if (held.id) {
+        tip = Tip{held.name, *held.id};
+        return true;
+    }
+    const ReferencePtr tracked(zReferenceDwim(context.repository, context.upstream_name()));
+    if (!tracked && zErrorClass() == error_class::kNotFound) return true;
+    const Oid *id = tracked ? zReferenceResolve(tracked.get()) : nullptr;
+    if (!id) return context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
+    tip = Tip{zReferenceName(tracked.get()), *id};
+    return true;
+}
+
+bool track(UpdateContext &context, const Tip &tip, const zwchar *failure) {
+    const zwchar *name = tip.name.c_str();
+    if (reference_is_at(context.repository, name, tip.id)) return true;
+    const zwchar *place = zRepositoryPath(context.repository);
+    const bool synced = place && (os::sync_tree(place) || fail_os(errno, place));
+    const ReferencePtr moved(synced ? zReferenceCreate(context.repository, name, &tip.id)
+                                    : nullptr);
+    return moved || context.tell(failure, name);
 }
 
 bool fetch(UpdateContext &context, int32_t type) {
-    ReferencePtr tracked;
-    if (!fetch_references(context, tracked)) return false;
-    if (tracked) return fetch_commit(context, tracked.get()) && fetch_tree(context, type);
-    zNotifyInfo(context.notify, u"%s", word(u"odb.sEmptyUpstream"));
-    return context.empty_upstream = true;
+    std::optional<Tip> tip;
+    if (!fetch_references(context, tip)) return false;
+    if (!tip) {
+        zNotifyInfo(context.notify, u"%s", word(u"odb.sEmptyUpstream"));
+        return context.empty_upstream = true;
+    }
+    const Oid *target = zCheckSpecTarget(context.spec.get());
+    if (target) tip->id = *target;
+    return fetch_tip(context, *tip, type) &&
+           track(context, *tip, target ? u"odb.eFailedToResolveCommit_s" : kUnmoved);
 }
 
 // ---- Ends

@@ -10,6 +10,9 @@
 #include "objects/work/transaction.hpp"
 #include "remote/remote.hpp"
 
+#include <optional>
+#include <string>
+
 namespace zev {
 
 struct UpdateContext {
@@ -45,8 +48,19 @@ bool verify(UpdateContext &context);
 // The user's rights, as the server has them now.
 bool update_rights(UpdateContext &context);
 
-// The server's references. `tracked` becomes the tracking one, null where there is none.
-bool fetch_references(UpdateContext &context, ReferencePtr &tracked);
+// Where the tracking reference is to stand, and its name; none where it isn't to be.
+struct Tip {
+    std::u16string name;
+    Oid id{};
+};
+
+// The server's references, all but the tracking one. `tip` is where the server has that, else where
+// it stands.
+bool fetch_references(UpdateContext &context, std::optional<Tip> &tip);
+
+// The tracking reference moves, behind what it names: all that was fetched is on the disk.
+inline constexpr const zwchar *kUnmoved = u"odb.eFailedToUpdateRef_s";
+bool track(UpdateContext &context, const Tip &tip, const zwchar *failure = kUnmoved);
 
 // References, the commit, and what of its tree has `type`, of files those that are selected. An
 // empty upstream is a success.

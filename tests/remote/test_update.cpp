@@ -97,7 +97,7 @@ TEST_F(UpdateTest, ATreeIsWholeOrListed) {
     EXPECT_EQ(copy.at("notes/a") + copy.updates(false), "a23 deep/x>deep/x;");
 }
 
-// What was refused for its depth when it came is so when it is here, too.
+// What was refused for its depth when it came is so when it is here, and tracked, too.
 TEST_F(UpdateTest, ATreeWithoutEndIsRefusedTheSecondTime) {
     std::string path;
     for (int depth = 0; depth < 300; ++depth) path += "d/";
@@ -107,6 +107,7 @@ TEST_F(UpdateTest, ATreeWithoutEndIsRefusedTheSecondTime) {
                       path + "f\ndata 1\nx\n");
     server("fast-import --quiet < '" + stream.string() + "'");
     copy.git("fetch -q '" + service.at("ann/plant") + "' master");
+    copy.git("update-ref refs/remotes/origin/master FETCH_HEAD");
     const std::string before = copy.git("rev-parse HEAD");
     for (const bool refresh : {true, false}) {
         EXPECT_EQ(copy.updates(refresh), "(null)");
@@ -211,6 +212,37 @@ TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
     EXPECT_EQ(copy.at("plan") + copy.at("new") + copy.status(), "secondn");
 }
 
+// Up to the last request the tracking reference is where it was. What breaks off leaves no name of
+// what has not come, be it in a log.
+TEST_F(UpdateTest, WhatIsTrackedIsHere) {
+    const Copy second = get("bob");
+    other("deep/er/file", "x"), other("big/file", std::string(3 << 20, 'x'));
+    const std::string tip = other("notes/a", "a2");
+    const auto play = [&](const Copy &at, auto operate) {
+        const std::string track = "rev-parse origin/master", old = at.git(track);
+        bool early = false, done = false;
+        for (size_t n = 0; !done && n < 20; ++n) {
+            relay.play([&, n](const Asked &, size_t count) -> std::optional<std::string> {
+                early |= at.git(track) != old;
+                if (count == n) return answer_of(500);
+                return {};
+            });
+            done = operate();
+            EXPECT_EQ(done, relay.asked().size() <= n);
+            EXPECT_EQ(at.git(track), done ? tip : old) << relay.lines();
+            EXPECT_EQ(run("cd '" + at.place.string() +
+                          "' && sed -E 's/^[^ ]* ([^ ]*).*/\\1^{tree}/' "
+                          ".git/logs/refs/remotes/origin/master | git cat-file --batch-check | "
+                          "grep missing"),
+                      "")
+                << relay.lines();
+        }
+        EXPECT_TRUE(done && !early) << relay.lines();
+    };
+    play(copy, [&] { return copy.updates(true) != "(null)"; });
+    play(second, [&] { return second.update(); });
+}
+
 // At every question in turn: one end is told, and either nothing has moved or what was done stays.
 TEST_F(UpdateTest, ABreakAtAnyMomentIsToldOnce) {
     other("notes/a", "a2"), other("notes/b", "b2"), other("plan", "p2");
@@ -277,16 +309,16 @@ TEST_F(UpdateTest, TheListComesFromWhatIsKept) {
     EXPECT_EQ(copy.updates(false), "");
 }
 
-// A refresh that broke off has moved the tracking reference to what is not here. That is no branch
-// without files.
+// A host that brings the references alone moves the tracking one to what is not here. That is no
+// branch without files.
 TEST_F(UpdateTest, TheListOfWhatIsNotHereIsNone) {
     const fs::path kept = copy.place / ".git/tmp/updates.json";
     other("plan", "second");
-    relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
-        if (asked.line.starts_with("GET /objects/")) return answer_of(500);
-        return {};
-    });
-    EXPECT_EQ(copy.updates(true), "(null)");
+    {
+        const RepositoryPtr repository = copy.open();
+        const Held<Remote, zRemoteFree> remote(zRemoteOpen(repository.get()));
+        ASSERT_OK(zRemoteDownloadRefs(remote.get(), nullptr));
+    }
     relay.play();
     for (const char16_t *selected : {u"*", u"plan", u"nothing"}) {
         EXPECT_EQ(copy.updates(false, {selected}), "(null)");
