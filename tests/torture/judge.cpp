@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <span>
 #include <stdexcept>
 
 namespace torture {
@@ -101,7 +102,8 @@ void look_at_names(State &state, git_repository *repo) {
     const Owned<git_strarray, git_strarray_dispose> list_guard(&list);
     for (size_t i = 0; i < list.count; ++i) {
         // A lock's copy of a reference, which libgit2 takes for one, goes with the next locker.
-        if (std::string_view(list.strings[i]).ends_with(".zlck")) continue;
+        const std::string_view name = list.strings[i];
+        if (name.ends_with(".zlck") || name.ends_with(".zlck.new")) continue;
         git_oid id;
         const bool leads = git_reference_name_to_id(&id, repo, list.strings[i]) == 0;
         state.names[list.strings[i]] = leads ? hex(id) : "nowhere";
@@ -141,10 +143,8 @@ struct Case {
     const Strike &strike;
     State now;
 
-    bool killed() const {
-        return strike.mode == "kill" || strike.mode == "forget" || strike.mode == "hollow";
-    }
-    bool unpowered() const { return strike.mode == "forget" || strike.mode == "hollow"; }
+    bool killed() const { return strike.kills(); }
+    bool unpowered() const { return strike.cuts_power(); }
 
     // Whether the one who was struck stands for one who has told that it is done. Of what comes
     // behind the last sync, a loss of power after the end may leave as much as a kill does.
@@ -256,20 +256,12 @@ void pass_empty_objects(const Case &at) {
         if (names_loose_object(entry.path()) && entry.file_size() == 0) fs::remove(entry.path());
 }
 
+// Of a copy that follows a server also where nothing seems to have happened: a log may tell of what
+// never came.
 std::string objects_are_whole(const Case &at) {
-    if (is_untouched(at)) return "";
-    if (at.strike.mode == "hollow" && !at.expected.git) pass_empty_objects(at);
-    Words words{"git", "fsck", "--strict", "--no-dangling"};
-    if (!at.play.url.empty()) {
-        // A tracking branch may stand where nothing has come yet: the next command puts it back, or
-        // brings that. What has come stays, without what it names, and a log's line of it.
-        if (at.unpowered())
-            at.play.run({"zev", "update"});
-        else
-            add_next(at);
-        words.insert(words.end(), {"--connectivity-only", "--no-reflogs"});
-    }
-    const Outcome fsck = at.play.run(words);
+    if (at.play.url.empty() && is_untouched(at)) return "";
+    if (at.strike.mode == "hollow" && at.killed() && !at.expected.git) pass_empty_objects(at);
+    const Outcome fsck = at.play.run({"git", "fsck", "--strict", "--no-dangling"});
     const bool missing = fsck.text.find("missing") != std::string::npos;
     return fsck.code == 0 && !missing ? "" : first_of(fsck.text);
 }
@@ -421,9 +413,14 @@ std::string next_commit(const Case &at) {
     // A resolution that was cut short may be taken back by the next command.
     if (!at.expected.git && (at.now.conflicts || at.expected.before.conflicts))
         at.play.run({"zev", "resolve", "--mine", "--all"});
-    for (const Words &step : steps)
-        if (const Outcome done = at.play.run(step); done.code != 0)
-            return step[1] + ": " + first_of(done.text);
+    for (const Words &step : steps) {
+        Outcome done = at.play.run(step);
+        if (done.code == kConflicts && at.expected.terms.code == kConflicts) { // it meets it now
+            at.play.run({"zev", "resolve", "--mine", "--all"});
+            done = at.play.run(step);
+        }
+        if (done.code != 0) return step[1] + ": " + first_of(done.text);
+    }
     // What came back from the trash before the index knew of it, or stands beside its staged
     // removal, is to be added like any new file.
     if (!at.expected.git && is_clean(at.play).starts_with("?? ")) {
@@ -472,18 +469,20 @@ std::string no_byte_is_lost_later(const Case &at) {
     return no_byte_is_lost({at.play, at.expected, at.strike, look(at.play)});
 }
 
-constexpr struct {
+struct Rule {
     const char *name;
     std::string (*holds)(const Case &at);
-} kRules[] = {
-    {"head", head_is_old_or_new},
-    {"names", names_are_old_or_new},
-    {"bytes", no_byte_is_lost},
-    {"torn", no_file_is_torn},
-    {"index", index_is_no_older},
-    {"claim", done_is_done},
+};
+
+constexpr Rule kAtOnce[] = {
+    {"head", head_is_old_or_new},     {"names", names_are_old_or_new}, {"bytes", no_byte_is_lost},
+    {"torn", no_file_is_torn},        {"index", index_is_no_older},    {"claim", done_is_done},
     {"server", server_is_old_or_new},
-    {"whole", objects_are_whole}, // from here on the copy may be another
+};
+
+constexpr Rule kGoingOn[] = {
+    // From here on the copy may be another.
+    {"whole", objects_are_whole},
     {"told", told_outlives},
     {"next", next_commit},
     {"verify", all_verifies},
@@ -492,6 +491,31 @@ constexpr struct {
     {"later", no_byte_is_lost_later},
     {"along", server_goes_along},
 };
+
+std::string broken_of(const Case &at, std::span<const Rule> rules) {
+    for (const Rule &rule : rules) try {
+            if (const std::string what = rule.holds(at); !what.empty())
+                return std::string(rule.name) + ": " + what;
+        } catch (const std::exception &error) {
+            return std::string(rule.name) + ": " + error.what();
+        }
+    return "";
+}
+
+std::string broken_of(const Case &at) {
+    const std::string what = broken_of(at, kAtOnce);
+    return what.empty() ? broken_of(at, kGoingOn) : what;
+}
+
+// The same once more, with a server that is well: it ends as if nothing had been.
+std::string broken_again(const Case &at, const Words &words) {
+    const Outcome again = at.play.run(words);
+    const Strike none{"none", 0, again.code, again.text, true};
+    const Case then{at.play, at.expected, none, look(at.play)};
+    if (!then.told()) return "again: " + first_of(again.text);
+    const std::string what = broken_of(then);
+    return what.empty() ? "" : "again, " + what;
+}
 
 } // namespace
 
@@ -509,15 +533,12 @@ State look(const Play &play) {
     return state;
 }
 
-std::string judge(const Play &play, const Expected &expected, const Strike &strike) {
+std::string judge(const Play &play, const Expected &expected, const Strike &strike,
+                  const Words &words) {
     const Case at{play, expected, strike, look(play)};
-    for (const auto &rule : kRules) try {
-            if (const std::string what = rule.holds(at); !what.empty())
-                return std::string(rule.name) + ": " + what;
-        } catch (const std::exception &error) {
-            return std::string(rule.name) + ": " + error.what();
-        }
-    return "";
+    if (!strike.at_server || at.told()) return broken_of(at);
+    const std::string what = broken_of(at, kAtOnce);
+    return what.empty() ? broken_again(at, words) : what;
 }
 
 } // namespace torture

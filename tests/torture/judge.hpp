@@ -26,6 +26,8 @@ struct State {
 
 State look(const Play &play);
 
+constexpr int kConflicts = 4; // the program's exit code
+
 struct Terms {
     bool durable = false; // done is done, whatever happens to the power
     int code = 0;         // the program's exit code when it is done
@@ -50,9 +52,17 @@ struct Strike {
     long at;  // 0: behind the last call
     int code; // the program's exit code
     std::string text;
+    bool at_server = false; // it was another program that was struck
+
+    // Whether the program itself is dead, and the power is lost.
+    bool kills() const { return !at_server && (mode == "kill" || cuts_power()); }
+    bool cuts_power() const { return !at_server && (mode == "forget" || mode == "hollow"); }
 };
 
 // The first thing that is wrong, as "rule: what", or an empty text. Goes on to work in the copy.
-std::string judge(const Play &play, const Expected &expected, const Strike &strike);
+// Where it was the server that was struck, and the program didn't come to its end, the next try of
+// the same `words` has to.
+std::string judge(const Play &play, const Expected &expected, const Strike &strike,
+                  const Words &words);
 
 } // namespace torture

@@ -3,13 +3,15 @@
 //   torture BUILD POINTS [OPERATION [MODE [CALL]]]
 //   torture BUILD four SECONDS
 //   torture BUILD served POINTS [OPERATION [MODE [CALL]]]
+//   torture BUILD server POINTS [OPERATION [MODE [CALL]]]
 // BUILD holds bin/zev and lib/libtorture.so, $ZEV_TEST_DATA the drawings. POINTS are spread over
 // the calls of each operation and mode; "all" is every call, and the mode "hollow" too, which else
 // has to be named: what was never synced may be hollow, and much isn't before the next commit.
 // OPERATION is how names in the table begin; those of git, which show the difference, run only when
 // they are named. A single point is left where it was played. "four" lets four work at once, see
-// four.cpp; "served" is of copies that follow a server, see served.cpp. Exits with 1 if anything
-// was found.
+// four.cpp; "served" is of copies that follow a server, see served.cpp; "server" strikes at that
+// server while such a copy is at work, of itself by kill and loss of power alone. Exits with 1 if
+// anything was found.
 
 #include "four.hpp"
 #include "judge.hpp"
@@ -19,6 +21,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -41,6 +44,7 @@ constexpr const char *kModes[] = {"fail", "dead", "full", "short", "kill", "forg
 const std::string kFirst = R"(
 "$ZEV" init .
 sed 's/^100\.0$/101.5/' "$DATA/plan.dxf" >../second.dxf
+sed 's/^100\.0$/102.5/' "$DATA/plan.dxf" >../third.dxf
 cp "$DATA/plan.dxf" "$DATA/site.dxf" ..
 mkdir -p docs/old many plans
 "$ZEV" import ../plan.dxf plan.dwx
@@ -106,8 +110,6 @@ echo third >docs/note.txt
 
 const std::string kColored = R"("$ZEV" config zev.color blue)";
 
-constexpr int kConflicts = 4;
-
 struct Operation {
     const char *name;
     std::string ready; // makes a copy ready, after kFirst
@@ -115,6 +117,7 @@ struct Operation {
     Terms terms{};
     std::string others{}; // what somebody else does meanwhile, in another copy of the project
     bool rests = false;   // it is an update before it is itself
+    std::string then{};   // makes the copy ready, after the others
 };
 
 const Operation kOperations[] = {
@@ -169,13 +172,50 @@ rm many/1.txt
 echo theirs >many/2.txt
 "$ZEV" commit -m theirs .
 )";
+const std::string kTheirsToo = R"(
+echo theirs >docs/note.txt
+echo theirs >docs/old/a.txt
+"$ZEV" import ../third.dxf plan.dwx
+)" + kTheirs;
+const std::string kMet = R"("$ZEV" update || [ $? = 4 ])";
+const std::string kSettled = kMet + R"(
+"$ZEV" resolve --both --all
+)";
 
 const Operation kServed[] = {
     {"get", "find . -mindepth 1 -delete", {"zev", "get", "URL", "."}},
     {"update", kEdited, {"zev", "update"}, {true}, kTheirs},
+    {"update conflict", kEdited, {"zev", "update"}, {true, kConflicts}, kTheirsToo},
     {"commit", kEdited, {"zev", "commit", "-m", "second", "."}, {true}},
     {"commit staged", kStaged, {"zev", "commit", "-m", "second"}, {true}},
     {"commit over", kEdited, {"zev", "commit", "-m", "second", "."}, {true}, kTheirs, true},
+    {"commit conflict",
+     kEdited,
+     {"zev", "commit", "-m", "second", "."},
+     {true, kConflicts},
+     kTheirsToo,
+     true},
+    {"commit settled",
+     kEdited,
+     {"zev", "commit", "-m", "second", "."},
+     {true},
+     kTheirsToo,
+     false,
+     kSettled},
+    {"resolve theirs",
+     kEdited,
+     {"zev", "resolve", "--theirs", "--all"},
+     {},
+     kTheirsToo,
+     false,
+     kMet},
+    {"resolve both",
+     kEdited,
+     {"zev", "resolve", "--both", "--all"},
+     {false, 0, true},
+     kTheirsToo,
+     false,
+     kMet},
     {"reset", "", {"zev", "reset", "HEAD~1"}, {true}, kTheirs, true},
 };
 
@@ -194,11 +234,33 @@ void note_drawings(Ready &ready, const Play &play, const State &state) {
         if (!path.ends_with(".dwx") || ready.expected.drawings.contains(content)) continue;
         const Outcome out = exported(play, path);
         const bool known =
-            std::ranges::any_of(Words{"plan.dxf", "second.dxf", "site.dxf"},
+            std::ranges::any_of(Words{"plan.dxf", "second.dxf", "third.dxf", "site.dxf"},
                                 [&](auto &name) { return read(play.root / name) == out.text; });
         if (!known) throw std::runtime_error(path + " is no file that was read in: " + out.text);
         ready.expected.drawings[content] = out.text;
     }
+}
+
+void read_counts(Ready &ready, const fs::path &count) {
+    if (sscanf(read(count).c_str(), "%ld %ld %ld", &ready.calls, &ready.writes,
+               &ready.expected.last_sync) != 3)
+        throw std::runtime_error(std::string(ready.operation->name) + ": calls aren't counted");
+}
+
+void make_others(const Ready &ready, const Play &first, const fs::path &root) {
+    if (ready.operation->others.empty()) return;
+    const Play other = duplicate(first, root.string() + ".other", ready.play);
+    must("the others", other.shell(ready.operation->others));
+    fs::remove_all(other.root);
+}
+
+// Where it comes to rest if it gets no further than its update.
+State look_between(const Ready &ready, const fs::path &root) {
+    const Play way = duplicate(ready.play, root.string() + ".way");
+    must("the way", way.run({"zev", "update"}), ready.expected.terms.code);
+    const State between = look(way);
+    drop(way);
+    return between;
 }
 
 Ready make_ready(const Operation &operation, const Play &first, const fs::path &root) {
@@ -206,18 +268,10 @@ Ready make_ready(const Operation &operation, const Play &first, const fs::path &
     ready.expected.git = operation.words[0] == "git";
     ready.expected.terms = operation.terms;
     must(operation.name, ready.play.shell(operation.ready));
-    if (!operation.others.empty()) {
-        const Play other = duplicate(first, root.string() + ".other", ready.play);
-        must("the others", other.shell(operation.others));
-        fs::remove_all(other.root);
-    }
+    make_others(ready, first, root);
+    must(operation.name, ready.play.shell(operation.then));
     ready.expected.before = look(ready.play);
-    if (operation.rests) {
-        const Play way = duplicate(ready.play, root.string() + ".way");
-        must("the way", way.run({"zev", "update"}));
-        ready.expected.between = look(way);
-        drop(way);
-    }
+    if (operation.rests) ready.expected.between = look_between(ready, root);
 
     const Play done = duplicate(ready.play, root.string() + ".done");
     const fs::path count = done.root / "count";
@@ -225,9 +279,7 @@ Ready make_ready(const Operation &operation, const Play &first, const fs::path &
          done.run(operation.words,
                   {{"LD_PRELOAD", first.programs->preload}, {"ZEV_TORTURE_COUNT", count}}),
          operation.terms.code);
-    if (sscanf(read(count).c_str(), "%ld %ld %ld", &ready.calls, &ready.writes,
-               &ready.expected.last_sync) != 3)
-        throw std::runtime_error(std::string(operation.name) + ": calls aren't counted");
+    read_counts(ready, count);
     ready.expected.after = look(done);
     if (!first.url.empty()) {
         ready.expected.served_before = served(ready.play);
@@ -239,6 +291,22 @@ Ready make_ready(const Operation &operation, const Play &first, const fs::path &
     return ready;
 }
 
+// The calls that count are the server's, from the beginning of the operation to its answer.
+void count_at_server(Ready &ready, const Server &server, const fs::path &root) {
+    Apart apart(server, ready.play, root);
+    const fs::path armed = root / "armed", count = root / "count";
+    apart.start({{"LD_PRELOAD", ready.play.programs->preload},
+                 {"ZEV_TORTURE_FROM", armed},
+                 {"ZEV_TORTURE_COUNT", count}});
+    write(armed, "");
+    must(ready.operation->name, apart.play.run(ready.operation->words),
+         ready.operation->terms.code);
+    fs::remove(armed);
+    apart.service.end(SIGTERM);
+    read_counts(ready, count);
+    fs::remove_all(root);
+}
+
 // ---- Points
 
 struct Point {
@@ -248,20 +316,50 @@ struct Point {
     std::string finding;
 };
 
+std::string judge_point(const Point &point, const Play &play, const Outcome &outcome,
+                        bool at_server) {
+    const Strike strike{point.mode, point.at, outcome.code, outcome.text, at_server};
+    const Words &words = point.ready->operation->words;
+    return words[1] == "get" ? judge_get(play, point.ready->expected, strike, words)
+                             : judge(play, point.ready->expected, strike, words);
+}
+
+std::string at_of(const Point &point) { return point.at ? std::to_string(point.at) : "end"; }
+
 std::string play_point(const Point &point, const fs::path &root, bool keeps) {
     const Play play = duplicate(point.ready->play, root);
     const Outcome outcome =
-        play.run(point.ready->operation->words,
-                 {{"LD_PRELOAD", play.programs->preload},
-                  {"ZEV_TORTURE_MODE", point.mode},
-                  {"ZEV_TORTURE_AT", point.at ? std::to_string(point.at) : "end"}});
-    const Strike strike{point.mode, point.at, outcome.code, outcome.text};
-    const Words &words = point.ready->operation->words;
-    const std::string finding = words[1] == "get"
-                                    ? judge_get(play, point.ready->expected, strike, words)
-                                    : judge(play, point.ready->expected, strike);
+        play.run(point.ready->operation->words, {{"LD_PRELOAD", play.programs->preload},
+                                                 {"ZEV_TORTURE_MODE", point.mode},
+                                                 {"ZEV_TORTURE_AT", at_of(point)}});
+    const std::string finding = judge_point(point, play, outcome, false);
     if (!play.url.empty() && !keeps) drop(play);
     return finding;
+}
+
+// The client sees a server that goes wrong or is gone; by the next command it is well again.
+std::string play_at_server(const Point &point, const Server &server, const fs::path &root) try {
+    Apart apart(server, point.ready->play, root);
+    const fs::path armed = root / "armed";
+    apart.start({{"LD_PRELOAD", point.ready->play.programs->preload},
+                 {"ZEV_TORTURE_FROM", armed},
+                 {"ZEV_TORTURE_MODE", point.mode},
+                 {"ZEV_TORTURE_AT", at_of(point)}});
+    write(armed, "");
+    const Outcome outcome = apart.play.run(point.ready->operation->words);
+    const bool lasts = point.mode == "kill" || point.mode == "forget" || point.mode == "hollow";
+    if (!lasts) fs::remove(armed);
+    apart.service.end(SIGTERM); // whose calls count, too
+    apart.start();
+    std::string finding = judge_point(point, apart.play, outcome, true);
+    if (!finding.empty()) return finding;
+    if (apart.service.end(SIGTERM) != 0) return "server: doesn't end well";
+    apart.service.must_be_sound();
+    const bool may_leave = point.mode == "fail" || point.mode == "dead"; // what can't be removed
+    if (!may_leave) finding = left_about(apart.play);
+    return finding.empty() ? "" : "left: " + finding;
+} catch (const std::exception &error) {
+    return std::string("server: ") + error.what();
 }
 
 // Evenly spread; without power also the moment after the program's end.
@@ -299,7 +397,8 @@ struct Options {
     long points = 0; // 0: all
     std::string operation, mode;
     long at = -1;
-    bool served = false;
+    bool served = false;    // copies follow a server
+    bool at_server = false; // and that is struck
 };
 
 // What the first commit of a copy is made of, behind its beginning.
@@ -319,7 +418,8 @@ Play make_first(const Options &options, const fs::path &root) {
     return first;
 }
 
-std::vector<Ready> make_all_ready(const Options &options, const Play &first, const fs::path &root) {
+std::vector<Ready> make_all_ready(const Options &options, const Server *server, const Play &first,
+                                  const fs::path &root) {
     std::vector<const Operation *> chosen;
     const std::span<const Operation> all_of =
         options.served ? std::span<const Operation>(kServed) : kOperations;
@@ -331,17 +431,24 @@ std::vector<Ready> make_all_ready(const Options &options, const Play &first, con
     }
     std::vector<Ready> all(chosen.size());
     in_parallel(chosen.size(), [&](size_t i, unsigned) {
-        all[i] = make_ready(*chosen[i], first, root / ("ready" + std::to_string(i)));
+        const fs::path place = root / ("ready" + std::to_string(i));
+        all[i] = make_ready(*chosen[i], first, place);
+        if (options.at_server) count_at_server(all[i], *server, place.string() + ".apart");
     });
     return all;
+}
+
+bool is_chosen(const Options &options, const std::string &mode) {
+    if (!options.mode.empty() || !options.points)
+        return options.mode.empty() || options.mode == mode;
+    return options.at_server ? mode == "kill" || mode == "forget" : mode != "hollow";
 }
 
 std::vector<Point> choose(const Options &options, const std::vector<Ready> &all) {
     std::vector<Point> points;
     for (const Ready &ready : all)
         for (const char *mode : kModes) {
-            const bool named = options.mode == mode, hollow = std::string(mode) == "hollow";
-            if (!named && (!options.mode.empty() || (hollow && options.points))) continue;
+            if (!is_chosen(options, mode)) continue;
             if (options.at < 0)
                 spread(points, ready, mode, options.points);
             else
@@ -402,11 +509,12 @@ int run(const Options &options, const fs::path &root) {
     std::unique_ptr<Server> server;
     if (options.served) server = std::make_unique<Server>(options.programs, root / "server");
     const Play first = server ? make_served(*server, root) : make_first(options, root);
-    const std::vector<Ready> all = make_all_ready(options, first, root);
+    const std::vector<Ready> all = make_all_ready(options, server.get(), first, root);
     std::vector<Point> points = choose(options, all);
     in_parallel(points.size(), [&](size_t i, unsigned worker) {
-        points[i].finding =
-            play_point(points[i], root / ("play" + std::to_string(worker)), options.at >= 0);
+        const fs::path place = root / ("play" + std::to_string(worker));
+        points[i].finding = options.at_server ? play_at_server(points[i], *server, place)
+                                              : play_point(points[i], place, options.at >= 0);
     });
     tell_findings(points);
     const bool found = tell_table(all, points) > 0;
@@ -428,7 +536,9 @@ int main(int argc, char **argv) try {
     Options options;
     options.programs = {build / "bin" / "zev", build / "lib" / "libtorture.so",
                         fs::canonical(data)};
-    if (std::string(argv[2]) == "served" && argc > 3) options.served = true, ++argv, --argc;
+    options.at_server = std::string(argv[2]) == "server";
+    options.served = options.at_server || std::string(argv[2]) == "served";
+    if (options.served && argc > 3) ++argv, --argc;
     options.points = atol(argv[2]);
     if (argc > 3) options.operation = argv[3];
     if (argc > 4) options.mode = argv[4];
