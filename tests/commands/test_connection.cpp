@@ -195,6 +195,8 @@ TEST_F(ConnectionTest, WhatIsGoneFromTheDiskComesBack) {
         fs::remove_all(place / path);
     put("file.dwx/untracked", "mine");
     put("was", "mine too");
+    put(".git/AUTHZ", R"({"settings":{"default":112,"entries":[
+        {"setting":{"path":"d","privilege":16}}]}})");
     // Its user saves one after the status was read, before the index is locked.
     static fs::path saved;
     saved = place / "saved.dwx";
@@ -209,6 +211,8 @@ TEST_F(ConnectionTest, WhatIsGoneFromTheDiskComesBack) {
     EXPECT_EQ(read(place / "a.dwx"), "content of a.dwx\n");
     EXPECT_EQ(read(place / "d/b.dwx"), "content of d/b.dwx\n");
     EXPECT_EQ(read(place / "d/c.dwx"), "unsaved work"); // no business of a reload
+    EXPECT_TRUE(is_readonly("d/b.dwx"));                // as he may only read it
+    EXPECT_FALSE(is_readonly("a.dwx"));
     EXPECT_EQ(read(place / "edited.dwx"), "content of edited.dwx\n");
     EXPECT_FALSE(fs::exists(place / "added/new.dwx"));
     EXPECT_EQ(git(place, "ls-files added"), "");

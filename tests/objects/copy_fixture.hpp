@@ -55,6 +55,10 @@ class WorkingCopyTest : public RepositoryTest {
     }
     void take(const std::string &path) { std::filesystem::remove_all(place / path); }
     bool exists(const std::string &path) { return std::filesystem::exists(place / path); }
+    bool is_readonly(const std::string &path) {
+        const auto bits = std::filesystem::status(place / path).permissions();
+        return (static_cast<unsigned>(bits) & 0222) == 0;
+    }
     std::string porcelain(const char *more = "") {
         return git(place, std::string("-c core.quotepath=off status --porcelain -uall ") + more);
     }

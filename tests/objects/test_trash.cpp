@@ -270,6 +270,27 @@ TEST_F(TrashTest, ASearchStopsAtOnceAndStartsAnew) {
 
 // ---- Out
 
+// Wherever a file comes to lie, its write bits say what its user may do there.
+TEST_F(TrashTest, ModesAreThoseOfThePlace) {
+    put_all({"read/a", "read/b", "own/c"}, "drawing");
+    commit_all();
+    put(".git/AUTHZ", R"({"settings":{"default":112,"entries":[
+        {"setting":{"path":"read","privilege":16}}]}})");
+    drop("read/a");
+    ASSERT_OK(back(entry("a")));
+    EXPECT_TRUE(is_readonly("read/a") && !is_readonly("read/b"));
+    const auto move = [&](const zwchar *from, const zwchar *to) {
+        const IndexPtr index = lock();
+        EXPECT_OK(zIndexRename(index.get(), from, to));
+        EXPECT_OK(zIndexWrite(index.get()));
+    };
+    move(u"read/a", u"own/a"), move(u"own/c", u"read/c");
+    EXPECT_TRUE(is_readonly("read/c") && !is_readonly("own/a"));
+    move(u"own", u"read/own");
+    EXPECT_TRUE(is_readonly("read/own/a"));
+    EXPECT_EQ(git(place, "diff-files --name-only"), ""); // the entries know their files
+}
+
 TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     for (auto path : {"d/a", "d/sub/b", "d/info.$$$"}) put(path, path);
     fs::create_directories(place / "d/empty/deep");

@@ -31,6 +31,7 @@ class Rename {
     bool can_move();
     bool drop_old();
     bool enter_new();
+    bool fit_modes();
 
   private:
     static bool trim(std::string &path) {
@@ -42,6 +43,7 @@ class Rename {
 
     Index *index_;
     std::string from_, to_;
+    bool is_dir_ = false;
     std::string conflict_;  // a path in conflict that would have to move
     std::string submodule_; // one that would
     Stager stager_;
@@ -52,11 +54,11 @@ class Rename {
 bool Rename::find() {
     struct stat status;
     std::u16string pattern = to_wide(from_);
-    const bool is_dir =
+    is_dir_ =
         os::lstat(full_path(index_->owner, from_).c_str(), &status) && S_ISDIR(status.st_mode);
     const auto *known = git_index_get_bypath(index_->handle.get(), from_.c_str(), 0);
     if (known && known->mode == GIT_FILEMODE_COMMIT) submodule_ = from_;
-    if (is_dir) pattern += u'/';
+    if (is_dir_) pattern += u'/';
     PathSpecPtr spec(
         zPathSpecNew(pattern.c_str(), Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED));
     if (!spec) return false;
@@ -124,6 +126,15 @@ bool Rename::enter(const Moved &moved) {
     return index_enter(index_, entry) && (rests || stage_named(index_, stager_, path.c_str()));
 }
 
+// The user's rights may be others where it lies now. What can't be changed is no failure: it moved.
+bool Rename::fit_modes() {
+    const KeptFailure kept;
+    const std::u16string pattern = to_wide(to_) + (is_dir_ ? u"/" : u"");
+    const PathSpecPtr spec(zPathSpecNew(pattern.c_str(), Z_SPEC_LITERAL));
+    if (spec) zIndexFixupFilemode(index_, spec.get());
+    return true;
+}
+
 } // namespace
 
 bool zIndexRename(Index *index, const zwchar *from, const zwchar *to) try {
@@ -131,7 +142,8 @@ bool zIndexRename(Index *index, const zwchar *from, const zwchar *to) try {
     Rename rename(index, from, to);
     const zwchar *workdir = zRepositoryWorkdir(index->owner);
     return workdir && rename.check() && rename.find() && rename.can_move() &&
-           zWorkdirRename(workdir, from, to, false) && rename.drop_old() && rename.enter_new();
+           zWorkdirRename(workdir, from, to, false) && rename.drop_old() && rename.enter_new() &&
+           rename.fit_modes();
 } catch (...) {
     return fail_thrown();
 }

@@ -191,16 +191,17 @@ bool Restore::try_name(const std::u16string &tag) {
 
 bool Restore::tidy() { return prune_trash(root_, entry_->path, true), true; }
 
-// Exactly the item: a directory is named with a slash.
+// Exactly the item: a directory is named with a slash. The user's rights may be others by now.
 bool Restore::stage() {
     struct stat status;
     std::u16string pattern = target_;
     if (os::lstat(in_workdir(target_).c_str(), &status) && S_ISDIR(status.st_mode)) pattern += u'/';
     const Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(pattern.c_str(), Z_SPEC_LITERAL));
-    if (spec && zIndexAdd(index_.get(), spec.get()) &&
-        zIndexFixupGitkeep(index_.get(), target_.c_str()) && zIndexWrite(index_.get()))
-        return true;
-    return notify_raised(notify_);
+    if (!spec || !zIndexAdd(index_.get(), spec.get()) ||
+        !zIndexFixupGitkeep(index_.get(), target_.c_str()))
+        return notify_raised(notify_);
+    zIndexFixupFilemode(index_.get(), spec.get());
+    return zIndexWrite(index_.get()) || notify_raised(notify_);
 }
 
 bool Restore::tell() {

@@ -61,6 +61,11 @@ bool Modes::keep_up(const git_index_entry &entry, const std::u16string &full) {
 
 } // namespace
 
+AuthdbPtr rules_of(Repository *repository) {
+    const KeptFailure kept;
+    return AuthdbPtr(has_rules(repository) ? zAuthdbOpen(repository) : nullptr);
+}
+
 void fit_modes(Index *index, PathSpec *spec, Authdb *rules) {
     if (!has_rules(index->owner)) return;
     Modes modes(index);

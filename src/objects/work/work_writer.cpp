@@ -9,6 +9,7 @@
 #include "objects/store/loose_object.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/strict.hpp"
+#include "objects/work/file_mode.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"
 #include "zev/repository.h"
@@ -46,6 +47,7 @@ bool WorkWriter::open() {
     git_repository *handle = index_->owner->handle.get();
     if (const int code = git_repository_odb(out(odb_), handle); code < 0) return fail_git(code);
     objects_ = objects_directory(handle);
+    rules_ = rules_of(index_->owner);
     return true;
 }
 
@@ -150,12 +152,20 @@ bool WorkWriter::write_filtered(const git_index_entry &entry, const std::u16stri
            });
 }
 
-// Whoever may read it may run it, if the entry says so. A file system that can't tell is let be.
-void WorkWriter::set_runnable(int fd, const git_index_entry &entry) {
+bool WorkWriter::is_readonly(const git_index_entry &entry) {
+    return rules_ && !zAuthdbEntryWritable(rules_.get(), to_wide(entry.path).c_str());
+}
+
+// Whoever may read it may run it, if the entry says so, and nobody writes it where the user may
+// not. A file system that can't tell is let be.
+void WorkWriter::set_mode(int fd, const git_index_entry &entry) {
     if (!os::fd_stat(fd, &status_)) return;
     const mode_t bits = status_.st_mode & 0777, run = (bits & 0444) >> 2;
-    if (bool(bits & 0100) == bool(entry.mode & 0100)) return;
-    os::fd_mode(fd, entry.mode & 0100 ? bits | run : bits & ~mode_t{0111});
+    mode_t wanted = bits;
+    if (bool(bits & 0100) != bool(entry.mode & 0100))
+        wanted = entry.mode & 0100 ? bits | run : bits & ~mode_t{0111};
+    if (is_readonly(entry)) wanted &= ~mode_t{0222};
+    if (wanted != bits) os::fd_mode(fd, wanted);
 }
 
 // A small file that nobody had goes under its own name; one that was not written whole goes again.
@@ -175,7 +185,7 @@ bool WorkWriter::write_aside(const git_index_entry &entry, const std::u16string 
     os::Replacement aside(full.c_str());
     if (!aside) return fail_errno(full.c_str());
     if (!fill(aside.fd())) return false;
-    set_runnable(aside.fd(), entry);
+    set_mode(aside.fd(), entry);
     return (aside.commit(false, replaces) && os::fd_stat(aside.fd(), &status_)) ||
            fail_errno(full.c_str());
 }
@@ -226,7 +236,8 @@ bool WorkWriter::write_whole(const git_index_entry &entry, const std::u16string 
     if (replaces || aside_ || size > limits::step) return write_aside(entry, full, replaces, fill);
     os::Mode mode;
     mode.write = mode.create = mode.exclusive = mode.no_link = true;
-    const int fd = os::open_fd(full.c_str(), mode, mode_of(entry));
+    const mode_t taken = is_readonly(entry) ? 0222 : 0;
+    const int fd = os::open_fd(full.c_str(), mode, mode_of(entry) & ~taken);
     return fd < 0 ? fail_errno(full.c_str()) : write_new(fd, full, fill);
 }
 

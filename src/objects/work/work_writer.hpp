@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objects/work/index.hpp"
+#include "zev/authdb.h"
 
 #include <memory>
 #include <string>
@@ -27,9 +28,10 @@ class WorkWriter {
         : index_(index), aside_(aside), filters_(index) {}
 
     // Writes the blob of an entry, by its id, at its path, as a file or a link by its mode, and
-    // enters it; of a repository within there is only a directory, which may be there. Without
-    // `replaces` nothing else may stand there, with it a file or a link. False with the reason
-    // raised, and what stood there is still there. May throw.
+    // enters it; of a repository within there is only a directory, which may be there. Where the
+    // user may not write, it has no write bits from its first moment on. Without `replaces` nothing
+    // else may stand there, with it a file or a link. False with the reason raised, and what stood
+    // there is still there. May throw.
     bool place(git_index_entry entry, bool replaces);
 
     // Whether the store has a blob, to be asked before anything makes way for it. Else raised.
@@ -60,7 +62,8 @@ class WorkWriter {
     bool is_loose(LooseObject &object, const git_oid &id);
     int read(StoredBlob &blob, const git_oid &id);
     bool write_filtered(const git_index_entry &entry, const std::u16string &full, bool replaces);
-    void set_runnable(int fd, const git_index_entry &entry);
+    bool is_readonly(const git_index_entry &entry);
+    void set_mode(int fd, const git_index_entry &entry);
     bool write_link(const git_index_entry &entry, const std::u16string &full, bool replaces);
     template <class F> bool write_new(int fd, const std::u16string &full, F fill);
     template <class F>
@@ -74,6 +77,7 @@ class WorkWriter {
     bool aside_;
     Filters filters_;
     git::Odb odb_;
+    Owned<Authdb, zAuthdbFree> rules_;            // null where no server has given any
     std::u16string objects_;                      // where the store has its files
     Owned<EVP_MD_CTX, EVP_MD_CTX_free> hash_;     // of the blob at hand
     std::unique_ptr<char[]> block_;               // of a loose one, once there is one
