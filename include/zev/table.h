@@ -78,7 +78,8 @@ ZEV_API Table *zTableDuplicate(Table *table);
 
 // Rows as a pair stream: key length u32, key, value length u32, value, big-endian, ended by a key
 // length of 0. In a temporary file, at its start. Of the keys asked for, those that the table
-// lacks are left out and raise the store error; the whole table comes whole or not at all (null).
+// lacks or can't read are left out and raise the store error; the whole table comes whole or not
+// at all (null).
 ZEV_API Stream *zTableWriteOut(Table *table);
 ZEV_API Stream *zTablePartialWriteOut(Table *table, const Vector *keys);
 // Stores the rows of a pair stream, in large batches: the fast way to put many. A stream that

@@ -34,12 +34,10 @@ struct Tables : testing::Test {
     }
     // By opening the table without the service.
     std::string there(const DrawingKey &key) {
-        const auto table = test::guard(
-            zTableOpen(test::wide(service.at("ann/plant/tables/ab/" + id.substr(2))).c_str(),
-                       false),
-            zTableFree);
+        const auto table = test::guard(zTableOpen(test::wide(place()).c_str(), false), zTableFree);
         return table ? test::get(table.get(), key) : narrow(zErrorDetail());
     }
+    std::string place() { return service.at("ann/plant/tables/ab/" + id.substr(2)); }
     bool exists() { return std::filesystem::exists(service.at("ann/plant/tables/ab")); }
 
     Service service;
@@ -103,6 +101,15 @@ TEST_F(Tables, KeepRowsBeforeABreak) {
     EXPECT_EQ(there({1, 1}), "first");
     EXPECT_EQ(there({1, 2}), "");
     EXPECT_EQ(there({1, 3}), "(none)");
+}
+
+// What can't be read is not left out: its reader would take it for a row that nobody has.
+TEST_F(Tables, DamagedRowsAreErrors) {
+    const std::string bytes = test::noise(20'000, 1);
+    ASSERT_EQ(store(row(1, 1, bytes) + kEnd).code, 201);
+    ASSERT_EQ(there({1, 1}), bytes);
+    test::damage_table(place());
+    EXPECT_EQ(read(be32(1) + raw({1, 1})).code, 500);
 }
 
 TEST_F(Tables, RefuseWhatIsTooLarge) {

@@ -4,6 +4,8 @@
 #include "objects/drawing/drawing.hpp"
 #include "support.hpp"
 
+#include <random>
+
 namespace test {
 
 using zev::DrawingPtr;
@@ -45,6 +47,26 @@ inline std::string get(Table *table, const DrawingKey &key) {
     uint64_t length;
     if (!zDrawingKeyGetData(table, &key, &value, &length)) return "(none)";
     return {Malloced<char>(static_cast<char *>(value)).get(), length};
+}
+
+// Bytes that no decompression would stumble over, more than a block of a table holds.
+inline std::string noise(size_t size, unsigned seed) {
+    std::mt19937 random(seed);
+    std::string bytes(size, 0);
+    for (char &c : bytes) c = static_cast<char>(random());
+    return bytes;
+}
+// Flips bits in the sorted files of a closed table, into which all rows move when it is opened
+// once more: of what `row` begins with, or here and there.
+inline void damage_table(const std::filesystem::path &table, const std::string &row = {}) {
+    for (auto &entry : std::filesystem::directory_iterator(table)) {
+        if (entry.path().extension() != ".ldb") continue;
+        std::string bytes = read(entry);
+        size_t first = row.empty() ? 100 : bytes.find(row.substr(0, 64));
+        const size_t last = row.empty() ? bytes.size() / 2 : first == bytes.npos ? 0 : first + 1;
+        for (; first < last; first += 1000) bytes[first] ^= 1;
+        write(entry, bytes);
+    }
 }
 
 } // namespace test

@@ -258,6 +258,24 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     EXPECT_EQ(tables(), 1u) << "and the new one has gone again";
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
 
+    // A row that can't be read keeps it where that is known: in a new table there would be none.
+    const std::string header = noise(8000, 1);
+    {
+        const TablePtr table = open(id);
+        ASSERT_OK(put(table.get(), *zDrawingHeader(drawing.get()), header));
+        for (const DrawingKey &key :
+             {DrawingKey{6, 100}, *zDrawingSummary(drawing.get()), *zDrawingDS(drawing.get()),
+              keys_of(drawing->classes.get())[0]})
+            ASSERT_OK(put(table.get(), key, noise(8000, 2))); // a block of its own each
+    }
+    const std::filesystem::path place = zTablePath(open(id).get());
+    damage_table(place, header);
+    zDrawingConfirmTableBackwardRef(path.c_str());
+    EXPECT_EQ(zErrorClass(), 13);
+    EXPECT_EQ(read(path), original);
+    EXPECT_EQ(tables(), 1u);
+    ASSERT_OK(put(open(id).get(), *zDrawingHeader(drawing.get()), "block"));
+
     ASSERT_OK(zTableDel(open(id).get(), raw({6, 20}).data(), 16));
     EXPECT_FALSE(zDrawingDataPrepare(path.c_str(), drawing.get())) << "an object is missing";
     EXPECT_EQ(zErrorClass(), 3);

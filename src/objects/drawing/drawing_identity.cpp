@@ -129,19 +129,27 @@ class Confirmation {
     bool copy() {
         own_.reset(zTableRand(repository_.get()));
         if (!own_) return false;
+        if (copy_rows() && zDrawingTableBackwardRefSet(own_.get(), nullptr, relative_)) return true;
+        discard_table(std::move(own_));
+        return false;
+    }
+
+    // A row that is not there is raised and stays behind. For one that can't be read the drawing
+    // keeps its table: in another one the damage would pass for a row that nobody has.
+    bool copy_rows() {
         TableBatch batch(own_.get());
         TableLookup lookup(table_.get());
         for (const DrawingKey &key : keys()) {
             const KeyBytes bytes = key_bytes(key);
-            if (lookup.find(bytes))
+            if (lookup.find(bytes)) {
                 batch.put(bytes, lookup.value());
-            else
-                lookup.fail(); // raised, and the key stays behind
+                continue;
+            }
+            const bool is_broken = lookup.is_broken();
+            lookup.fail();
+            if (is_broken) return false;
         }
-        if (batch.flush() && zDrawingTableBackwardRefSet(own_.get(), nullptr, relative_))
-            return true;
-        discard_table(std::move(own_));
-        return false;
+        return batch.flush();
     }
 
     // A file that refuses the new table leaves nobody who names it. One that can't be read now may

@@ -138,4 +138,8 @@ struct PairLimits {
 bool read_pairs(Stream *stream, const std::function<void(Bytes key, Bytes value)> &pair,
                 PairLimits limits = {});
 
+// As zTablePartialWriteOut, which see. A row that can't be read is left out like one that is
+// absent; who must not take it for that asks for `is_damaged`, which is set then. May throw.
+Stream *write_rows(Table *table, const Vector *keys, bool &is_damaged);
+
 } // namespace zev

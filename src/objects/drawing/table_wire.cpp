@@ -141,6 +141,24 @@ bool read_pairs(Stream *stream, const std::function<void(Bytes key, Bytes value)
     return true;
 }
 
+Stream *write_rows(Table *table, const Vector *keys, bool &is_damaged) {
+    Owned<Stream, zStreamFree> stream{temp_stream()};
+    if (!stream) return nullptr;
+    BlockWriter writer(stream.get());
+    TableLookup lookup(table);
+    for (const DrawingKey &key : keys_of(keys)) {
+        const KeyBytes bytes = key_bytes(key);
+        if (lookup.find(bytes)) {
+            writer.pair(bytes, lookup.value());
+            continue;
+        }
+        is_damaged = is_damaged || lookup.is_broken();
+        lookup.fail();
+    }
+    writer.u32(0);
+    return writer.finish() ? stream.release() : nullptr;
+}
+
 } // namespace zev
 
 using namespace zev;
@@ -213,19 +231,8 @@ Stream *zTableWriteOut(Table *table) try {
 
 Stream *zTablePartialWriteOut(Table *table, const Vector *keys) try {
     if (!table || !is_key_vector(keys)) return fail_args();
-    Owned<Stream, zStreamFree> stream{temp_stream()};
-    if (!stream) return nullptr;
-    BlockWriter writer(stream.get());
-    TableLookup lookup(table);
-    for (const DrawingKey &key : keys_of(keys)) {
-        const KeyBytes bytes = key_bytes(key);
-        if (lookup.find(bytes))
-            writer.pair(bytes, lookup.value());
-        else
-            lookup.fail(); // raised, and the key is left out
-    }
-    writer.u32(0);
-    return writer.finish() ? stream.release() : nullptr;
+    bool is_damaged = false;
+    return write_rows(table, keys, is_damaged);
 } catch (...) {
     return fail_thrown();
 }

@@ -182,9 +182,13 @@ HttpResponse *read_rows(Call &call) {
     Table *table = opened.table.get();
     const KeysPtr keys(zDrawingKeyVectorRead(zHttpRequestBody(call.request)));
     if (!keys) return refuse(call, 400, u"srv.eUnresolvableContent");
-    Stream *rows = zTableTagIncrement(table) ? zTablePartialWriteOut(table, keys.get()) : nullptr;
-    if (!rows) return refuse(call, 500, u"srv.eReadTable_s", capture(call, u":other"));
-    return zHttpResponseOctet(200, rows);
+    bool is_damaged = false; // a row that its reader would take for one that nobody has
+    const bool raised = zTableTagIncrement(table);
+    Owned<Stream, zStreamFree> rows(raised ? write_rows(table, keys.get(), is_damaged) : nullptr);
+    if (is_damaged) log_raised(kError);
+    if (!rows || is_damaged)
+        return refuse(call, 500, u"srv.eReadTable_s", capture(call, u":other"));
+    return zHttpResponseOctet(200, rows.release());
 }
 
 } // namespace zev::rest
