@@ -26,6 +26,7 @@ struct Report : Notify {
         done = [](auto *n, auto *text) { of(n).push_back("done: " + narrow(text)); };
         cancel = [](auto *n, auto *text) { of(n).push_back("cancel: " + narrow(text)); };
         abort = [](auto *n, auto *text) { of(n).push_back("abort: " + narrow(text)); };
+        error = [](auto *n, auto *text) { of(n).push_back("error: " + narrow(text)); };
         action = [](auto *n, auto *word, auto *text) {
             of(n).push_back(narrow(word) + " " + narrow(text));
         };

@@ -131,19 +131,19 @@ bool Checkout::make_states() {
         return tell(u"odb.eUnableToOpenIndex");
     target_tree_.reset(zTreePeel(target_.get()));
     if (!target_tree_) return tell(u"odb.eFailedToResolveTree_s", zCheckSpecStringfy(spec_.get()));
-    if (!drop_unreadable()) return tell(u"odb.eFailedToBuildTree");
+    if (!drop_unreadable()) return false;
     stager_.emplace(index_.get(), notify_);
     writer_.emplace(index_.get());
     return enter(State::ready);
 }
 
 // What the user may not read is not in the target for him, and comes neither into the work
-// directory nor into the commit.
+// directory nor into the commit. What fails is told.
 bool Checkout::drop_unreadable() {
     if (zAuthdbIsEmpty(rules_.get())) return true;
     const Owned<Vector, zPathListFree> paths(
         zTreeMatch(target_tree_.get(), zCheckSpecPaths(spec_.get())));
-    if (!paths) return false;
+    if (!paths) return tell(u"odb.eFailedToParseWorktree");
     std::vector<std::string> hidden;
     for (uint64_t i = 0; i < zPathListLength(paths.get()); ++i)
         if (const zwchar *path = zPathListEntry(paths.get(), i);
@@ -157,9 +157,9 @@ bool Checkout::drop_unreadable() {
     const StrictOff partial;
     const int code = git_tree_create_updated(
         &id, repository_->handle.get(), target_tree_->handle.get(), updates.size(), updates.data());
-    if (code < 0) return fail_git(code);
+    if (code < 0) return fail_git(code), tell(u"odb.eFailedToBuildTree");
     target_tree_.reset(zTreeByid(repository_, git::oid(&id)));
-    return target_tree_ != nullptr;
+    return target_tree_ || tell(u"odb.eFailedToBuildTree");
 }
 
 // ---- Walking
@@ -173,9 +173,9 @@ bool Checkout::walk() {
     for (CheckoutStep &step : steps_) {
         if (step.status != Z_KIND_DELETED) prune_emptied(); // it may need a directory's name
         note(step, apply(step));
-        zNotifyProgress(notify_, progress, ++count, total);
         canceled_ = zNotifyIsUsrbrk(notify_);
         if (canceled_) break;
+        zNotifyProgress(notify_, progress, ++count, total);
     }
     prune_emptied();
     return enter(State::walked);
@@ -280,15 +280,18 @@ bool Checkout::commit(Tree *tree) {
 }
 
 // Why it failed is told: what putting things back raises doesn't take its place. The branch moves
-// last, so that it is another's move that would be taken back.
+// last, so that it is another's move that would be taken back. Of the index under a caller's locks
+// nothing is written: he puts it back.
 void Checkout::roll_back() {
     assert(state_ != State::finished);
     const KeptFailure kept;
     const bool written = index_ && index_->written;
     const bool undone = !written || roll_back_index(transaction_.get());
     if (!undone) log_raised(kWarning);
-    if (index_) fit_modes();
+    const bool locked = spec_ && zCheckSpecIsOff(spec_.get(), Z_CHECK_NO_LOCKS);
+    if (index_ && !locked) fit_modes();
     forget();
+    if (index_ && locked) save_modes();
     enter(State::rolled_back);
 }
 

@@ -62,9 +62,10 @@ bool Checkout::compare() {
         steps_.push_back(
             {std::move(path), std::move(wide), status, true, entry_from(base), entry_from(target)});
     };
-    if (!TreePairs(repository_->handle.get(), force(), take)
-             .walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
-        return tell(u"odb.eFailedToMergeRemoteChanages");
+    TreePairs pairs(repository_->handle.get(), force(), take);
+    if (!pairs.walk(handle_of(base_tree_.get()), handle_of(target_tree_.get())))
+        return tell(pairs.is_after_cut() ? u"odb.eFailedToParseWorktree"
+                                         : u"odb.eFailedToMergeRemoteChanages");
     if (steps_.empty()) return enter(State::compared);
     selects_all_ = selects_all;
     sort_steps();

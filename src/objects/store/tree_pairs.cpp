@@ -47,7 +47,8 @@ bool TreePairs::meet(Entry before, Entry after, const std::string &directory) {
     if (!is_tree(before) && !is_tree(after)) return take_(std::move(path), before, after), true;
     if (path.size() > kLongestDirectory) return fail_os(ENAMETOOLONG);
     git::Tree old_tree, new_tree;
-    return open(old_tree, before) && open(new_tree, after) &&
+    is_after_cut_ = !open(new_tree, after);
+    return !is_after_cut_ && open(old_tree, before) &&
            walk(old_tree.get(), new_tree.get(), path + "/");
 }
 

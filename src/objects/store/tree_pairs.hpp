@@ -23,12 +23,16 @@ class TreePairs {
     // longer than any that an operation takes. May throw.
     bool walk(git_tree *before, git_tree *after, const std::string &directory = {});
 
+    // Whether it ended at a directory of `after` that can't be read.
+    bool is_after_cut() const { return is_after_cut_; }
+
   private:
     bool meet(Entry before, Entry after, const std::string &directory);
     bool open(git::Tree &tree, Entry entry);
 
     git_repository *repository_;
     bool all_;
+    bool is_after_cut_ = false;
     Take take_;
 };
 
