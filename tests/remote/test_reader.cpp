@@ -122,6 +122,11 @@ TEST_F(ReaderTest, WritesWhereHeMay) {
     ASSERT_OK(bob.commit({u"open"}));
     EXPECT_EQ(server_at("secret/plan") + server_at("open/plan"), "the next secret planopen plan");
     EXPECT_EQ(secrets_in(bob), "");
+    // What is hidden isn't stored by a name of his own, which he is told.
+    bob.put("own/same", "the next secret plan");
+    EXPECT_FALSE(bob.commit({u"own"}));
+    EXPECT_NE(bob.host.errors().find("'own/same'"), std::string::npos) << bob.host.errors();
+    EXPECT_EQ(bob.host.errors().find("secret"), std::string::npos);
 }
 
 TEST_F(ReaderTest, HasNothingThatHeMayNotRead) {

@@ -10,7 +10,6 @@
 #include "zev/oid.h"
 #include "zev/str.h"
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -94,12 +93,15 @@ class Reader {
     bool failed_ = false;
 };
 
+HttpResponse *fail_inside(Call &call, Here at = {}) {
+    return log_raised(kError, at), refuse(call, 500, u"srv.eInternalError", nullptr, at);
+}
+
 template <class F> HttpResponse *admit(Call &call, F ask) {
     if (!call.guarded) return nullptr;
     Reader reader(call);
     if (ask(reader)) return nullptr;
-    if (!reader.has_failed()) return refuse(call, 403);
-    return log_raised(kError), refuse(call, 500, u"srv.eInternalError");
+    return reader.has_failed() ? fail_inside(call) : refuse(call, 403);
 }
 
 } // namespace
@@ -126,13 +128,16 @@ HttpResponse *admit_entries(Call &call, Json *entries) {
     });
 }
 
+// The caller is told of the path that he chose, never of those that are kept from him.
 HttpResponse *admit_names(Call &call, std::span<const NamedFile> files) {
-    if (files.empty()) return nullptr;
-    return admit(call, [&](Reader &reader) {
-        return std::ranges::all_of(files, [&](const NamedFile &file) {
-            return reader.may_name(call.repository.get(), file);
-        });
-    });
+    if (files.empty() || !call.guarded) return nullptr;
+    Reader reader(call);
+    for (const NamedFile &file : files) {
+        if (reader.may_name(call.repository.get(), file)) continue;
+        if (reader.has_failed()) return fail_inside(call);
+        return refuse(call, 403, u"srv.eHiddenContent_s", file.path.c_str());
+    }
+    return nullptr;
 }
 
 } // namespace zev::rest

@@ -18,7 +18,8 @@ HttpResponse *admit_table(Call &call, const Oid &id);
 HttpResponse *admit_entries(Call &call, Json *entries);
 
 // Whether files may get these paths by a commit of the caller's. Who may read a path may then read
-// the file and, of a drawing, its table: so both have to be readable by the caller before.
+// the file and, of a drawing, its table: so both have to be readable by the caller before. The 403
+// names the first that may not.
 struct NamedFile {
     std::u16string path;
     Oid id;
