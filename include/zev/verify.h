@@ -3,6 +3,11 @@
 // table, the records of history, and the locks that somebody left. Nothing is changed, but that a
 // table's database puts its own files in order whenever it is opened.
 //
+// A copy that follows a server holds what it fetched so far. Of what it lacks that is a damage
+// which was here once: commits of its own branches, the tree and the files of the current one's
+// last commit, what is staged, and rows of drawings that are changed and not committed yet. Of
+// other commits, and of their drawings, the server may have what is not here.
+//
 // Each fault is told by a callback as it is found; nothing is printed. A damage to one thing does
 // not end the look at the others.
 #ifndef ZEV_VERIFY_H

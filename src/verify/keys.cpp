@@ -94,4 +94,16 @@ void KeyCollector::add(const Place &place, const Manifest &manifest) {
     known.last_numbers = std::move(numbers);
 }
 
+void KeyCollector::add_own(const Place &place, const Oid &file, const Manifest &manifest) {
+    Known &known = known_[manifest.table];
+    TableKeys &table = tables_[manifest.table];
+    if (!known.committed) known.committed = table.keys.size();
+    std::vector<RawKey> keys;
+    list_keys(manifest, keys);
+    OwnVersion &own = table.own.emplace_back(OwnVersion{place, file, {}});
+    for (const RawKey &key : keys)
+        if (const uint32_t number = number_of(known, table, key, false); number >= *known.committed)
+            own.keys.push_back(number);
+}
+
 } // namespace zev::verify

@@ -29,9 +29,18 @@ struct Version {
     std::vector<uint32_t> added, removed;
 };
 
-// What committed drawings name in one table.
+// A drawing as it is staged, or on the disk, and in no commit; the numbers of the keys that no
+// committed version has.
+struct OwnVersion {
+    Place place;
+    Oid file{};
+    std::vector<uint32_t> keys;
+};
+
+// What committed drawings name in one table; of a copy that follows a server also what others do.
 struct TableKeys {
     std::vector<Version> versions;
+    std::vector<OwnVersion> own;
     std::vector<DrawingKey> keys; // by number
     std::vector<uint8_t> counted; // by number: the digest has a part in its row
 };
@@ -42,6 +51,7 @@ using Tables = std::map<Oid, TableKeys, IdLess>;
 class KeyCollector {
   public:
     void add(const Place &place, const Manifest &manifest);
+    void add_own(const Place &place, const Oid &file, const Manifest &manifest); // after all others
     Tables take() { return std::move(tables_); }
 
   private:
@@ -60,6 +70,7 @@ class KeyCollector {
         std::vector<uint32_t> stamps;       // by number: the last version that has it, 0 for none
         std::vector<RawKey> last;           // of the version before, in its order
         std::vector<uint32_t> last_numbers; // of these
+        std::optional<size_t> committed;    // keys of versions in commits, once others come
     };
     static size_t list_keys(const Manifest &manifest, std::vector<RawKey> &keys);
     static uint32_t number_of(Known &known, TableKeys &table, const RawKey &key, bool counted);
@@ -69,6 +80,9 @@ class KeyCollector {
     std::unordered_map<Oid, Known, IdHash, IdEqual> known_;
     Tables tables_;
 };
+
+// Whether a tree of the store names a file: the server's do, whatever of its history is here.
+bool is_in_a_tree(git_repository *repository, const Oid &file);
 
 // What references say, and whether it can be. What they lead to is for the objects.
 std::vector<Tip> check_references(Report &report);

@@ -41,7 +41,8 @@ class Report {
     }
 
     Repository *const repository;
-    // It follows a server, which has what was never fetched: that is no loss.
+    // It follows a server, which has what was never fetched: that is no loss. What is the copy's
+    // own is (objects.cpp).
     const bool is_partial;
     VerifyCounts counts{};
     bool lost_objects = false; // what leans on them is no more to be asked

@@ -42,14 +42,14 @@ class TableCheck {
         report_.progress("verifying", name_);
         if (!exists(directory_)) {
             if (!report_.is_partial) tell_all(name_ + " is missing");
-            return;
+            return check_own();
         }
         const std::vector<TableFault> faults = look_at_files();
         for (const TableFault &fault : faults) damage(name_ + ": " + fault.text());
         if (!faults.empty()) return;
         const TablePtr table = open();
         if (table && !compare(table.get())) damage(name_ + ": " + to_utf8(zErrorDetail()));
-        if (table && !report_.stopped()) check_versions();
+        if (table && !report_.stopped()) check_versions(), check_own();
     }
 
   private:
@@ -157,6 +157,19 @@ class TableCheck {
         }
     }
 
+    // Rows that were made here, of changes that no server has. What a tree of the server's names
+    // may lie here as the user's change, too: an older version that he went back to.
+    void check_own() {
+        const auto is_lost = [&](uint32_t number) { return rows_.empty() || !rows_[number].found; };
+        for (const OwnVersion &own : keys_.own) {
+            const auto lost = std::ranges::count_if(own.keys, is_lost);
+            if (lost && !is_in_a_tree(report_.repository->handle.get(), own.file))
+                report_.damage(own.place,
+                               std::to_string(lost) + " of " + std::to_string(own.keys.size()) +
+                                   " blocks that are not committed yet are missing from " + name_);
+        }
+    }
+
     bool is_sum(const Version &version, const DrawingDigest &sum) const {
         if (!version.summary || !rows_[*version.summary].tells) return true;
         const DrawingDigest &saved = rows_[*version.summary].digest;
@@ -167,8 +180,9 @@ class TableCheck {
     // One that no drawing of a commit names was begun for an import that didn't come to its end:
     // it costs room.
     void damage(const std::string &what) {
-        if (keys_.versions.empty()) return report_.left_over(what + "; no commit needs it");
-        report_.damage(keys_.versions.front().place, what);
+        if (!keys_.versions.empty()) return report_.damage(keys_.versions.front().place, what);
+        if (!keys_.own.empty()) return report_.damage(keys_.own.front().place, what);
+        report_.left_over(what + "; no commit needs it");
     }
     void tell_all(const std::string &what) {
         for (const Version &version : keys_.versions) report_.damage(version.place, what);

@@ -9,6 +9,7 @@
 
 #include "zev/login.h"
 #include "zev/shell.h"
+#include "zev/verify.h"
 
 namespace test {
 
@@ -131,6 +132,25 @@ struct Copy {
         return run("find '" + place.string() + "/.git' -name '*.zlck' -o -name '*.lock'");
     }
 };
+
+// What a verification finds, a line each, and of a project what git does, too.
+inline std::string findings_in(const fs::path &place, bool bare) {
+    std::string all;
+    VerifySpec spec{};
+    spec.parts = Z_VERIFY_ALL;
+    spec.found = [](const VerifyFinding *finding, void *all) {
+        *static_cast<std::string *>(all) +=
+            narrow(finding->path) + ": " + narrow(finding->reason) + "\n";
+    };
+    spec.context = &all;
+    const std::u16string path = place.u16string();
+    const RepositoryPtr opened(bare ? zRepositoryOpenBare(path.c_str())
+                                    : zRepositoryOpen(path.c_str()));
+    EXPECT_OK(opened && zVerify(nullptr, opened.get(), &spec));
+    int status = 0; // a copy has no history
+    const std::string fsck = bare ? git(place, "-c safe.directory='*' fsck --strict", &status) : "";
+    return all + (status ? fsck : "");
+}
 
 class Team : public testing::Test {
   protected:

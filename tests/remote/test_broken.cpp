@@ -5,7 +5,6 @@
 #include "team_drawings.hpp"
 
 #include "zev/remote.h"
-#include "zev/verify.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -141,24 +140,6 @@ Seen look(const fs::path &place) {
     seen.entries = git(place, "--no-optional-locks ls-files -s");
     EXPECT_EQ(read(place / ".git/HEAD"), "ref: refs/heads/master\n");
     return seen;
-}
-
-std::string findings_in(const fs::path &place, bool bare) {
-    std::string all;
-    VerifySpec spec{};
-    spec.parts = Z_VERIFY_ALL;
-    spec.found = [](const VerifyFinding *finding, void *all) {
-        *static_cast<std::string *>(all) +=
-            narrow(finding->path) + ": " + narrow(finding->reason) + "\n";
-    };
-    spec.context = &all;
-    const std::u16string path = place.u16string();
-    const RepositoryPtr opened(bare ? zRepositoryOpenBare(path.c_str())
-                                    : zRepositoryOpen(path.c_str()));
-    EXPECT_OK(opened && zVerify(nullptr, opened.get(), &spec));
-    int status = 0; // a copy has no history
-    const std::string fsck = bare ? git(place, "-c safe.directory='*' fsck --strict", &status) : "";
-    return all + (status ? fsck : "");
 }
 
 // ---- A point: one fault in a copy of its own of what was made ready, and in its own project

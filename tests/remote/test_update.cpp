@@ -1,5 +1,5 @@
 // Updates of a copy, and the list of what one would bring.
-#include "team_fixture.hpp"
+#include "team_drawings.hpp"
 
 #include "zev/command.h"
 
@@ -414,6 +414,74 @@ TEST_F(UpdateTest, AHostsPathIsNoPattern) {
     EXPECT_EQ(zCommandReset(where, &old, u"a[1].dwx", nullptr), 0);
     EXPECT_EQ(held(), "1212");
     zCommandDisconnect(where);
+}
+
+// ---- What a verification can know of a copy that has only what it needed
+
+// The objects of a copy as files of their own, one of which can go.
+struct Loose {
+    explicit Loose(const Copy &copy) : place(copy.place) {
+        run("cd '" + place.string() +
+            "' && mv .git/objects/pack ../packs && for p in ../packs/*.pack;"
+            " do git unpack-objects -q <$p; done");
+    }
+    std::string findings_without(const std::string &object) const {
+        const std::string id = git(place, "rev-parse " + object).substr(0, 40);
+        const fs::path file = place / ".git/objects" / id.substr(0, 2) / id.substr(2);
+        EXPECT_TRUE(fs::exists(file)) << object;
+        fs::rename(file, place / "../aside");
+        const std::string found = findings_in(place, false);
+        fs::rename(place / "../aside", file);
+        return found;
+    }
+    fs::path place;
+};
+
+TEST_F(UpdateTest, OnlyWhatWasHereAndWentIsLost) {
+    other("plan", "second"), other("more/x", "x");
+    ASSERT_OK(copy.update({}, {u"plan"}));
+    EXPECT_EQ(findings_in(copy.place, false), "");
+    const Loose loose(copy);
+    const struct {
+        const char *object, *path; // null: a server may have it, for all that is known here
+    } cases[] = {
+        {"HEAD", "refs/heads/master: "}, {"HEAD~1", ": "},
+        {"HEAD^{tree}", ": "},           {"HEAD:notes", "notes: "},
+        {"HEAD:notes/a", "notes/a: "},   {"HEAD:plan", "plan: "},
+        {"origin/master", nullptr},      {"origin/master^{tree}", nullptr},
+        {"origin/master:more", nullptr},
+    };
+    for (const auto &[object, path] : cases) {
+        const std::string found = loose.findings_without(object);
+        EXPECT_EQ(found.substr(0, found.find("object")), path ? path : "") << object << found;
+    }
+}
+
+TEST_F(UpdateTest, RowsThatNobodyElseHasAreLost) {
+    Oid table{};
+    copy.put("d.dwx", draw(copy, table, {{1, "a"}, {2, "b"}}));
+    ASSERT_OK(copy.commit());
+    const std::string first = server("rev-parse HEAD").substr(0, 40);
+    copy.put("d.dwx", draw(copy, table, {{1, "a2"}, {2, "b2"}}));
+    ASSERT_OK(copy.commit());
+    // Another one has drawn nothing, be it the older version that he changed to.
+    const Copy bob = get("bob");
+    ASSERT_OK(bob.reset(first, {u"d.dwx"}));
+    EXPECT_EQ(bob.status(), "M  d.dwx");
+    EXPECT_EQ(findings_in(bob.place, false), "");
+    // Not committed, not staged.
+    copy.put("d.dwx", draw(copy, table, {{1, "a3"}, {2, "b3"}}));
+    EXPECT_EQ(findings_in(copy.place, false), "");
+    const std::string id = hex(&table);
+    const fs::path rows = copy.place / ".git/tables" / id.substr(0, 2) / id.substr(2);
+    fs::rename(rows, dir.path() / "rows");
+    const std::string lost =
+        "d.dwx: 3 of 3 blocks that are not committed yet are missing from table " + id + "\n";
+    EXPECT_EQ(findings_in(copy.place, false), lost);
+    copy.git("add d.dwx");
+    EXPECT_EQ(findings_in(copy.place, false), lost);
+    fs::rename(dir.path() / "rows", rows);
+    EXPECT_EQ(findings_in(copy.place, false), "");
 }
 
 // ---- A process that dies
