@@ -240,14 +240,23 @@ bool TableLookup::get(const KeyBytes &key) {
     return got_ != nullptr;
 }
 
+// A block that can't be read is passed over by the iterator, so that it would stand at an older
+// value of the same key, which compaction has not dropped yet: from then on each key is a get,
+// which says so.
 bool TableLookup::find(const KeyBytes &key) {
     ascending_ = key < asked_ ? 0 : ascending_ + 1;
     asked_ = key;
-    stepped_ = ascending_ >= kAscending;
+    stepped_ = ascending_ >= kAscending && !passes_over_;
     if (!stepped_) return get(key);
     if (!step(key)) leveldb_iter_seek(iter_.get(), ldb::chars(key.data()), key.size());
     standing_ = true;
     placed_ = key;
+    leveldb_iter_get_error(iter_.get(), out(error_));
+    if (error_) {
+        passes_over_ = true;
+        stepped_ = false;
+        return get(key);
+    }
     return leveldb_iter_valid(iter_.get()) && compare(key) == 0;
 }
 
@@ -257,17 +266,9 @@ Bytes TableLookup::value() const {
     return {reinterpret_cast<const uint8_t *>(data), length};
 }
 
-bool TableLookup::is_broken() {
-    if (stepped_) leveldb_iter_get_error(iter_.get(), out(error_));
-    return error_ != nullptr;
-}
+bool TableLookup::is_broken() const { return error_ != nullptr; }
 
-Failure TableLookup::fail() const {
-    if (!stepped_) return fail_store(error_.get());
-    ldb::Text error;
-    leveldb_iter_get_error(iter_.get(), out(error));
-    return fail_store(error.get());
-}
+Failure TableLookup::fail() const { return fail_store(error_.get()); }
 
 } // namespace zev
 

@@ -109,9 +109,9 @@ class TableLookup {
   public:
     explicit TableLookup(Table *table);
     bool find(const KeyBytes &key);
-    Bytes value() const;  // of the key found, lent until the next find
-    Failure fail() const; // raises why the last key was not found
-    bool is_broken();     // it was not: the store could not be read. May be there, then
+    Bytes value() const;    // of the key found, lent until the next find
+    Failure fail() const;   // raises why the last key was not found
+    bool is_broken() const; // it was not: the store could not be read. May be there, then
 
   private:
     bool step(const KeyBytes &key);
@@ -123,8 +123,9 @@ class TableLookup {
     KeyBytes asked_{};  // last
     KeyBytes placed_{}; // the iterator stands at the first key not below this one
     bool standing_ = false;
-    int ascending_;        // keys in a row
-    bool stepped_ = false; // the last key was looked for by the iterator, not by a get
+    int ascending_;            // keys in a row
+    bool stepped_ = false;     // the last key was looked for by the iterator, not by a get
+    bool passes_over_ = false; // what it can't read, as it has met some
     ldb::Text got_;
     size_t got_length_ = 0;
     ldb::Text error_;
