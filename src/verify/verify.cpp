@@ -21,18 +21,6 @@ bool parse_id(std::string_view digits, Oid *id) {
            !git_oid_fromstrn(git::oid(id), digits.data(), digits.size());
 }
 
-namespace {
-
-// The origin of a clone that git made is none: such a copy has all, but for what "shallow" tells.
-bool follows_server(Repository *repository) {
-    git::Remote remote;
-    if (git_remote_lookup(out(remote), repository->handle.get(), "origin")) return false;
-    const char *url = git_remote_url(remote.get());
-    return url && std::string_view(url).starts_with("http") && strstr(url, "/repos/");
-}
-
-} // namespace
-
 Report::Report(Repository *repository, const VerifySpec &spec)
     : repository(repository), is_partial(follows_server(repository)), spec_(spec) {}
 

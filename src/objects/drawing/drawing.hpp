@@ -58,7 +58,9 @@ DrawingPtr read_drawing(Stream *stream, uint32_t *check = nullptr);
 
 // Whether the table holds the classes and the objects of a drawing, once what it lacks, single
 // blocks too, was fetched from the server of its repository. False with the reason raised: not
-// found, with the path, for what the server lacks as well.
-bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path);
+// found, with the path, for what the server lacks as well. `has_blocks` becomes false where blocks
+// could not be asked for.
+bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path,
+                      bool *has_blocks = nullptr);
 
 } // namespace zev

@@ -114,7 +114,12 @@ class Confirmation {
                !zStrcasesameW(without_dot(stored.c_str()), without_dot(relative_));
     }
 
-    bool is_complete() { return complete_drawing(table_.get(), drawing_.get(), path_); }
+    // A block that only the server has would be lost in a table that the server doesn't know.
+    bool is_complete() {
+        bool has_blocks = true;
+        return complete_drawing(table_.get(), drawing_.get(), path_, &has_blocks) &&
+               (has_blocks || !follows_server(repository_.get()));
+    }
 
     std::vector<DrawingKey> keys() const {
         std::vector<DrawingKey> keys{kReferenceKey, drawing_->header, drawing_->summary,
@@ -173,7 +178,7 @@ class Confirmation {
 
 } // namespace
 
-bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path) {
+bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path, bool *has_blocks) {
     std::vector<DrawingKey> needed;
     append(needed, drawing->classes.get());
     append(needed, drawing->objects.get());
@@ -185,7 +190,8 @@ bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path) 
         return raise_not_found(path);
     std::vector<DrawingKey> blocks{drawing->header, drawing->summary, drawing->ds};
     if (zDrawingHasVba(drawing)) blocks.push_back(drawing->vba);
-    fetch_missing(table, blocks);
+    const bool failed = fetch_missing(table, blocks) == Fetched::failed;
+    if (has_blocks) *has_blocks = !failed;
     return true;
 }
 

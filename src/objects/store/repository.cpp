@@ -46,6 +46,14 @@ std::u16string full_path(const Repository *repository, std::string_view path) {
     return workdir ? to_wide(std::string(workdir).append(path)) : std::u16string();
 }
 
+bool follows_server(Repository *repository) {
+    const Finally clear([] { git_error_clear(); });
+    git::Remote remote;
+    if (git_remote_lookup(out(remote), repository->handle.get(), "origin")) return false;
+    const char *url = git_remote_url(remote.get());
+    return url && std::string_view(url).starts_with("http") && strstr(url, "/repos/");
+}
+
 } // namespace zev
 
 namespace {

@@ -66,6 +66,10 @@ std::u16string full_path(const Repository *repository, std::string_view path);
 // A text of a configuration. False, with nothing raised, when the key is missing.
 bool config_text(git_config *config, const char *key, std::string &text);
 
+// Whether its origin is a server of this product, which has what is not here. That of a clone which
+// git made is none: such a copy has all, but for what its file "shallow" tells.
+bool follows_server(Repository *repository);
+
 // Where a repository lies while it is made, or removed: a new name in the directory .zev-removed
 // beside its own, which is made. Whoever works there holds a lock on that name. Empty, raised, on
 // failure. May throw.
