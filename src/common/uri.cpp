@@ -165,19 +165,22 @@ void uri_drop_queries(Uri *uri, zwchar first) {
 
 bool uri_fits(const Uri *uri) { return text_of_uri(uri).is_whole(); }
 
-// The last "=" that has something on both of its sides divides.
+// As "(.+)=(.+)" catches them, where a dot is no line feed: of the first line that has a pair, the
+// last "=" that has something on both of its sides divides.
 void uri_parse_query(Uri *uri, UrlView text) {
     const std::u16string all(text); // may be a value of the map that goes
     free_query(uri);
     drop_cached(uri);
     UrlView rest = all;
     for (UrlView pair = take_token(rest, u'&'); !pair.empty(); pair = take_token(rest, u'&')) {
-        const size_t equals = pair.size() < 3 ? pair.npos : pair.rfind(u'=', pair.size() - 2);
-        if (equals == 0 || equals == pair.npos)
-            uri_set_query(uri, std::u16string(pair).c_str(), nullptr);
-        else
-            uri_set_query(uri, std::u16string(pair.substr(0, equals)).c_str(),
-                          std::u16string(pair.substr(equals + 1)).c_str());
+        UrlView key = pair, value, lines = pair;
+        while (value.empty() && !lines.empty()) {
+            const UrlView line = take_token(lines, u'\n');
+            const size_t equals = line.size() < 3 ? line.npos : line.rfind(u'=', line.size() - 2);
+            if (equals == 0 || equals == line.npos) continue;
+            key = line.substr(0, equals), value = line.substr(equals + 1);
+        }
+        uri_set_query(uri, std::u16string(key).c_str(), std::u16string(value).c_str());
     }
 }
 

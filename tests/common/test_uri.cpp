@@ -31,8 +31,9 @@ TEST(Uri, ReadsAndWrites) {
         {u"http://ann:p%40ss@h/?b=2&a=1#top", u"http://ann:p@ss@h/?a=1&b=2#top"},
         {u"/repos/ann?x=1", u"/repos/ann?x=1"}, // no host, no port
         {u"///", u"/"},
-        {u"/50%/%zz", u"/50%/%zz"}, // no escapes
-        {u"/a%00b", u"/a%00b"},     // nor is the end of a text
+        {u"/50%/%zz", u"/50%/%zz"},                   // no escapes
+        {u"/a%00b", u"/a%00b"},                       // nor is the end of a text
+        {u"/?a=1%0Ab=2&x%0Ac=3&d=%0A", u"/?a=1&c=3"}, // a pair is of one line
         {u"http://h/%C3%A4 b", u"http://h/ä b"},
         {u"http://ann@[::1]:3001/a", u"http://ann@[::1]:3001/a"},
     };
