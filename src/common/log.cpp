@@ -181,12 +181,14 @@ bool append_to_file(const zwchar *name, Bytes line) {
 }
 
 // Whoever reads the console may have stopped to: a line that has no room is left out there, or a
-// server would stand still with all its connections. The file has it.
+// server would stand still with all its connections. The file has it. What the console doesn't
+// take, as on a full disk, stays in no buffer: it would come behind what the host prints next, or
+// be taken for the host's own failure.
 void print(FILE *console, Bytes line) {
     const os::SigpipeGuard guard; // and he may be gone
-    if (os::socket_wait(fileno(console), true, 0) == 0) return;
-    fwrite(line.data, 1, line.size, console);
-    fflush(console);
+    const int fd = fileno(console);
+    const auto has_room = [fd] { return os::socket_wait(fd, true, 0) != 0; };
+    if (has_room() && fflush(console) == 0 && has_room()) os::write_all(fd, line.data, line.size);
 }
 
 // What the line's own road raises and logs must not come back here: without memory it would do so

@@ -215,6 +215,16 @@ TEST_F(Log, LostConsoles) {
         return zLogReport("a", 1, 6, 4, u"x") ? 0 : 2;
     });
     EXPECT_EQ(full.wait(), 0);
+    Child refusing([&] { // and what it refuses is nothing of the host's
+        const std::string later = (dir.path() / "later").string();
+        const int taken = open(later.c_str(), O_WRONLY | O_CREAT, 0600);
+        dup2(open("/dev/full", O_WRONLY), 1);
+        if (!zLogReport("a", 1, 6, 4, u"x") || ferror(stdout)) return 1;
+        dup2(taken, 1);
+        printf("own");
+        return fflush(stdout) == 0 && read(later) == "own" ? 0 : 2;
+    });
+    EXPECT_EQ(refusing.wait(), 0);
     Child closed([] {
         zGlobalCleanup();
         for (int fd = 0; fd <= 2; ++fd) close(fd);
