@@ -7,15 +7,17 @@
 //     code                    string, the wire form of the password
 //
 // It opens accounts, so only its user may read it: the directories of its own have mode 0700, the
-// file 0600. It is replaced whole. What can't be read as such a file counts as none, and members
-// that are no entry stay as they are.
+// file 0600. It is replaced whole. A text that is no such file counts as none, and members that are
+// no entry stay as they are. A file that can't be read is not replaced: it has the other logins.
 #include "network/cookie.hpp"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "common/failure.hpp"
 #include "common/limits.hpp"
 #include "rms/password.hpp"
 #include "system/os.hpp"
+#include "zev/error.h"
 #include "zev/login.h"
 #include "zev/path.h"
 #include "zev/stream.h"
@@ -54,13 +56,17 @@ bool find_file(zwchar *path, bool make_directory) {
     return find_directory(path, make_directory) && zPathAppend(path, u"zev.simple");
 }
 
-// Null for one that can't be read as an object.
-JsonGuard read_file(const zwchar *path) {
+// The tree, null for a text that is no object, and for no file. False, raised, where it isn't known
+// what is in it.
+bool read_file(const zwchar *path, JsonGuard &tree) {
     const Owned<Stream, zStreamFree> stream(zFileStream(path, u"rb"));
+    if (!stream) return zErrorClass() == error_class::kNotFound;
     JsonBounds bounds{limits::cookie_file, limits::cookie_file};
-    JsonGuard tree(stream ? json_read_bounded(stream.get(), bounds) : nullptr);
+    tree.reset(json_read_bounded(stream.get(), bounds));
+    if (zStreamError(stream.get())) return errno = EIO, fail_errno(path);
+    if (!tree && zErrorClass() == error_class::kNoMemory) return false;
     if (tree && !zJsonIsObject(tree.get())) tree.reset();
-    return tree;
+    return true;
 }
 
 // A file that would be too long to be read again is not written.
@@ -103,7 +109,8 @@ bool store(const std::u16string &key, const zwchar *user, const zwchar *code, He
     if (key.empty()) return false;
     if (!fits(user) || !fits(code)) return fail_args(at);
     if (!find_file(path, true)) return fail_raised(at);
-    JsonGuard tree = read_file(path);
+    JsonGuard tree;
+    if (!read_file(path, tree)) return fail_raised(at);
     if (!tree) tree.reset(zJsonNew(Z_JSON_OBJECT));
     if (!tree || !cookie_put(tree.get(), key, user, code)) return false;
     return write_file(path, tree.get()) ? true : fail_raised(at);
@@ -133,7 +140,8 @@ bool zCookieRead(const zwchar *first, const zwchar *second, zwchar *user, zwchar
     if (!user || !code) return fail_args();
     zwchar path[Z_PATH_MAX];
     if (!find_file(path, false)) return false;
-    const JsonGuard tree = read_file(path);
+    JsonGuard tree;
+    if (!read_file(path, tree)) return false;
     const zwchar *found_user = nullptr, *found_code = nullptr;
     if (!cookie_find(tree.get(), key, &found_user, &found_code)) return false;
     zStrcpyW(user, found_user);
@@ -148,8 +156,8 @@ bool zCookieClear(const zwchar *first, const zwchar *second) try {
     if (key.empty()) return false;
     zwchar path[Z_PATH_MAX];
     if (!find_file(path, false)) return true;
-    const JsonGuard tree = read_file(path);
-    if (!tree || !zJsonObjectHas(tree.get(), key.c_str())) return true;
+    JsonGuard tree;
+    if (!read_file(path, tree) || !tree || !zJsonObjectHas(tree.get(), key.c_str())) return true;
     if (!zJsonObjectRemove(tree.get(), key.c_str())) return false;
     return write_file(path, tree.get()) ? true : fail_raised();
 } catch (...) {
