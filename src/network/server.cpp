@@ -39,14 +39,16 @@ const zwchar *message(const zwchar *key, const zwchar *setting) {
 }
 
 Failure fail_missing(const zwchar *setting, Here at = {}) {
-    return logged(raise_args(message(u"srv.eMissingSetting_s", setting)), at);
+    return logged_srv(raise_args(message(u"srv.eMissingSetting_s", setting)), at);
 }
 Failure fail_improper(const zwchar *setting, Here at = {}) {
-    return logged(raise_args(message(u"srv.eImproperSetting_s", setting)), at);
+    return logged_srv(raise_args(message(u"srv.eImproperSetting_s", setting)), at);
 }
 Failure fail_directory(const zwchar *setting, Here at = {}) {
-    return logged(fail_errno(message(u"srv.eImproperSetting_s", setting)), at);
+    return logged_srv(fail_errno(message(u"srv.eImproperSetting_s", setting)), at);
 }
+// Where a server is asked about and none runs.
+Failure fail_none(Here at = {}) { return logged_srv(raise_args(), at); }
 
 // A path setting in full, against a base that may be null; references to the environment are put
 // in. Nothing is raised.
@@ -210,10 +212,10 @@ bool zServerShutdown() {
 
 AuthTable *zServerAuth() {
     Server *server = running;
-    return server ? server->auth : fail_args();
+    return server ? server->auth : fail_none();
 }
 
 Json *zServerConfig() {
     Server *server = running;
-    return server ? server->config : fail_args();
+    return server ? server->config : fail_none();
 }

@@ -1,6 +1,7 @@
 // The head of every server's record.
 #pragma once
 
+#include "common/failure.hpp"
 #include "zev/server.h"
 
 #include <atomic>
@@ -22,6 +23,11 @@ struct Server {
 };
 
 namespace zev {
+
+// A failure of the server's, which is logged as such.
+inline Failure logged_srv(Failure, Here at = {}) {
+    return log_raised(kError, at, kFacilitySrv), Failure();
+}
 
 // To be told by a kind of server when it listens, if it is the running one.
 void tell_ready(const Server *server, uint32_t port);

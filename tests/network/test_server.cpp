@@ -35,32 +35,45 @@ std::string get(const std::string &target, const std::string &fields = "") {
     return "GET " + target + " HTTP/1.1\r\nHost: h\r\nConnection: close\r\n" + fields + "\r\n";
 }
 
-TEST(ServerSettings, RefuseBoundsThatNobodyCanMean) {
+TEST(ServerSettings, RefuseWhatNobodyCanMean) {
     const struct {
-        const char *limits;
+        const char *http;
         const char *refused; // empty for one that may pass
+        const char *path = "";
     } cases[] = {
-        {R"({"json": 1, "connections": 5, "head": 81920})", ""},
-        {R"({"json": 0})", "http.limits.json"},
-        {R"({"nodes": -1})", "http.limits.nodes"},
-        {R"({"body": "1"})", "http.limits.body"},
-        {R"({"head": 81921})", "http.limits.head"}, // more than the parser takes
-        {R"({"object": 4294967296})", "http.limits.object"},
-        {R"({"pack": 1.5})", "http.limits.pack"},
-        {R"(7)", "http.limits"},
+        {R"("limits": {"json": 1, "connections": 5, "head": 81920})", ""},
+        {R"("port": 65535, "maxconn": 2147483647, "timeout": 4294967, "limits": {"json": 1})", ""},
+        {R"("limits": {"json": 0})", "http.limits.json"},
+        {R"("limits": {"nodes": -1})", "http.limits.nodes"},
+        {R"("limits": {"body": "1"})", "http.limits.body"},
+        {R"("limits": {"head": 81921})", "http.limits.head"}, // more than the parser takes
+        {R"("limits": {"object": 4294967296})", "http.limits.object"},
+        {R"("limits": {"pack": 1.5})", "http.limits.pack"},
+        {R"("limits": 7)", "http.limits"},
+        {R"("port": 65536)", "http.port"},
+        {R"("port": 4294970297)", "http.port"}, // 3001, cut to 32 bits
+        {R"("port": -1)", "http.port"},
+        {R"("maxconn": 2147483648)", "http.maxconn"},
+        {R"("timeout": 4294968)", "http.timeout"}, // its milliseconds have no room
+        {"", "path.repos", R"(, "repos": "file")"},
     };
     const TempDir dir;
+    test::write(dir.path() / "file", "");
     for (const auto &each : cases) {
-        const std::string text = R"({"path": {"root": ")" + dir.path().string() +
-                                 R"("}, "http": {"limits": )" + each.limits + "}}";
+        const std::string text = R"({"path": {"root": ")" + dir.path().string() + '"' + each.path +
+                                 R"(}, "http": {)" + each.http + "}}";
         const auto config = test::guard(zJsonReadTextual(test::wide(text).c_str()), zJsonFree);
+        testing::internal::CaptureStderr();
         const auto server = test::guard(zHttpServerNew(config.get(), u"http"), zHttpServerFree);
-        EXPECT_EQ(server != nullptr, !*each.refused) << each.limits;
+        const std::string logged = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(server != nullptr, !*each.refused) << each.http;
         if (server) {
             EXPECT_EQ(server->limits.json, 1u);
         } else {
             EXPECT_NE(narrow(zErrorDetail()).find(each.refused), std::string::npos)
                 << narrow(zErrorDetail());
+            EXPECT_EQ(zErrorCode(), *each.path ? 20 : 2) << each.http;
+            EXPECT_TRUE(logged.starts_with("<srv.error>")) << logged;
         }
     }
 }

@@ -20,7 +20,7 @@ using namespace zev;
 namespace {
 
 Failure fail_improper(const std::u16string &setting, Here at = {}) {
-    return logged(
+    return logged_srv(
         raise_args(zI18nTextFormat(zI18nCurrentLang(), u"srv.eImproperSetting_s", setting.c_str())),
         at);
 }
@@ -94,23 +94,38 @@ bool read_identity(HttpServer *server, const std::u16string &section) {
            tls_set_identity(server->tcp, certificate, key);
 }
 
+// A number that stays as it is where it is absent. What doesn't fit would be another one.
+bool read_number(uint32_t *number, const std::u16string &name, Json *section, const zwchar *key,
+                 int64_t most) {
+    if (!section || !zJsonPathExists(section, key)) return true;
+    const int64_t value = zJsonPathGetInt(section, key);
+    if (value < 0 || value > most) return fail_improper(name + u"." + key);
+    *number = static_cast<uint32_t>(value);
+    return true;
+}
+
+bool read_numbers(HttpServer *server, const std::u16string &name, Json *section) {
+    uint32_t seconds = 0;
+    server->port = zUriDefaultPort(u"zev");
+    server->maxconn = 1024;
+    const bool read = read_number(&server->port, name, section, u"port", UINT16_MAX) &&
+                      read_number(&server->maxconn, name, section, u"maxconn", INT32_MAX) &&
+                      read_number(&seconds, name, section, u"timeout", UINT32_MAX / 1000);
+    server->timeout = seconds * 1000;
+    return read;
+}
+
 bool read_settings(HttpServer *server, const zwchar *schema) {
     Json *section = zJsonPathGet(server->head.config, schema);
-    const auto number = [&](const zwchar *key, uint32_t preset) {
-        const bool given = section && zJsonPathExists(section, key);
-        return given ? static_cast<uint32_t>(zJsonPathGetInt(section, key)) : preset;
-    };
+    const std::u16string name = schema;
     const zwchar *host = section ? zJsonPathGetString(section, u"host") : nullptr;
     server->host = zStrdupW(host ? host : u"localhost");
-    server->port = number(u"port", zUriDefaultPort(u"zev"));
-    server->maxconn = number(u"maxconn", 1024);
-    server->timeout = number(u"timeout", 0) * 1000;
     if (!server->host) return fail_memory();
+    if (!read_numbers(server, name, section)) return false;
     if (!section) return true;
     // Whatever else is written there by a slip opens nothing.
     const zwchar *auth = zJsonPathGetString(section, u"auth");
     server->guarded = auth && !zStrcasesameW(auth, u"none");
-    const std::u16string name = schema;
     return read_limits(server, name + u".limits", zJsonPathGet(section, u"limits")) &&
            read_log(server, server->logs.access, name + u".log.access",
                     zJsonPathGet(section, u"log.access")) &&
@@ -174,9 +189,10 @@ HttpHandle *zHttpServerFindHandle(HttpServer *server, HttpRequest *request) {
     return nullptr;
 }
 
-// A stop that came before there was anything to stop is kept.
+// A stop that came before there was anything to stop is kept, for one run.
 bool zHttpServerLoop(HttpServer *server) {
     if (!server) return fail_args();
+    const Finally stopped([server] { server->head.state = kServerStopped; });
     if (!zLoopListen(server->tcp, server->host, server->port)) return false;
     if (server->head.state == kServerStopping) zLoopClose(server->tcp);
     tell_ready(&server->head, zTcpPort(server->tcp));

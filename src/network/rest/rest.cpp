@@ -91,7 +91,7 @@ bool has_store_failed(const Call &call) {
 
 HttpResponse *refuse_absent(const Call &call, const Absent &absent, Here at) {
     if (!has_store_failed(call)) return refuse(call, absent.code, absent.key, absent.argument, at);
-    log_raised(kError, at);
+    log_raised(kError, at, kFacilitySrv);
     return refuse(call, 500, absent.failed, absent.argument, at);
 }
 
@@ -155,7 +155,8 @@ HttpResponse *open_project(Call &call) {
     case Lies::nowhere:
         return refuse(call, 404, u"srv.eNoSuchProject_s", name);
     case Lies::unknown:
-        return log_raised(kError), refuse(call, 500, u"srv.eAccessProject_s", name);
+        return log_raised(kError, {}, kFacilitySrv),
+               refuse(call, 500, u"srv.eAccessProject_s", name);
     case Lies::there:
         break;
     }

@@ -122,7 +122,7 @@ struct NewCommit {
 
 // With what was raised in the log.
 HttpResponse *NewCommit::fail_inside(Here at) const {
-    log_raised(kError, at);
+    log_raised(kError, at, kFacilitySrv);
     return refuse(call, 500, u"srv.eCreateCommit", nullptr, at);
 }
 

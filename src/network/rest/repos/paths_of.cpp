@@ -94,7 +94,8 @@ class Reader {
 };
 
 HttpResponse *fail_inside(Call &call, Here at = {}) {
-    return log_raised(kError, at), refuse(call, 500, u"srv.eInternalError", nullptr, at);
+    return log_raised(kError, at, kFacilitySrv),
+           refuse(call, 500, u"srv.eInternalError", nullptr, at);
 }
 
 template <class F> HttpResponse *admit(Call &call, F ask) {

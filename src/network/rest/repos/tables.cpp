@@ -120,7 +120,7 @@ struct Opened {
 
 // What is missing is made, so there is no such table only where something else lies in its place.
 HttpResponse *refuse_table(const Call &call, bool reads, const Oid &id, Here at = {}) {
-    log_raised(kError, at);
+    log_raised(kError, at, kFacilitySrv);
     zwchar path[Z_PATH_MAX];
     struct stat status;
     const zwchar *text = capture(call, u":other");
@@ -185,7 +185,7 @@ HttpResponse *read_rows(Call &call) {
     bool is_damaged = false; // a row that its reader would take for one that nobody has
     const bool raised = zTableTagIncrement(table);
     Owned<Stream, zStreamFree> rows(raised ? write_rows(table, keys.get(), is_damaged) : nullptr);
-    if (is_damaged) log_raised(kError);
+    if (is_damaged) log_raised(kError, {}, kFacilitySrv);
     if (!rows || is_damaged)
         return refuse(call, 500, u"srv.eReadTable_s", capture(call, u":other"));
     return zHttpResponseOctet(200, rows.release());
