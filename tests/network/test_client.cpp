@@ -162,6 +162,24 @@ TEST(HttpResponse, TellsFailuresInTheRequestsLanguage) {
     EXPECT_EQ(narrow(zHttpResponseStrerr(nullptr)), "The server is not available at present");
 }
 
+TEST(HttpMessage, KeepsTheBodyThatIsSetAgain) {
+    Request request = test::guard(zHttpRequestNew(nullptr), zHttpRequestFree);
+    const auto response = test::guard(zHttpResponseNew(), zHttpResponseFree);
+    Stream *body = zMemStream(0, 0);
+    zStreamWrite(body, "body", 4);
+    ASSERT_OK(zHttpResponseSetBody(response.get(), body));
+    EXPECT_EQ(body_of(response.get()), "body");
+    EXPECT_OK(zHttpResponseSetBody(response.get(), body));
+    EXPECT_EQ(body_of(response.get()), "body");
+    Stream *sent = zMemStream(0, 0);
+    zStreamWrite(sent, "sent", 4);
+    ASSERT_OK(zHttpRequestSetOctet(request.get(), sent) &&
+              zHttpRequestSetOctet(request.get(), sent));
+    char bytes[5] = {};
+    EXPECT_EQ(zStreamRead(zHttpRequestBody(request.get()), bytes, 4), 4u);
+    EXPECT_STREQ(bytes, "sent");
+}
+
 TEST(HttpHeader, TakesNoLineEndIntoAValue) {
     auto header = test::guard(zHttpHeaderNew(), zHttpHeaderFree);
     ASSERT_OK(zHttpHeaderPut(header.get(), u"A", u"0"));
@@ -169,6 +187,7 @@ TEST(HttpHeader, TakesNoLineEndIntoAValue) {
     EXPECT_FALSE(zHttpFieldSetValue(field, u"1\r\nX: 2", 7));
     EXPECT_TRUE(zHttpFieldSetValue(field, u"1\r\nX: 2", 1));
     EXPECT_EQ(narrow(zHttpFieldValue(field)), "1");
+    EXPECT_EQ(zHttpHeaderVersion(nullptr), 0u);
 }
 
 // ---- Transfer

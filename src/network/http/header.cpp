@@ -145,7 +145,7 @@ bool zHttpHeaderReset(HttpHeader *header) {
 }
 
 uint32_t zHttpHeaderVersion(const HttpHeader *header) {
-    return header ? header->version : (fail_args(), UINT32_MAX);
+    return header ? header->version : (fail_args(), 0);
 }
 bool zHttpHeaderSetVersion(HttpHeader *header, uint32_t version) {
     return header ? (header->version = version, true) : fail_args();

@@ -18,7 +18,8 @@ namespace zev {
 
 bool set_body(Message message, Stream *stream, Here at) {
     if (!message) return fail_args(at);
-    zStreamFree(std::exchange(*message.body, stream));
+    Stream *former = std::exchange(*message.body, stream);
+    if (former != stream) zStreamFree(former);
     return !stream || zStreamRewind(stream);
 }
 
@@ -54,7 +55,7 @@ bool set_file(Message message, const zwchar *path, Here at) {
 bool zip_body(Message message, const zwchar *encoding, Here at) {
     if (!message) return fail_args(at);
     if (!*message.body || zHttpHeaderContentEncoding(message.header)) return true;
-    zStreamRewind(*message.body);
+    if (!rewind_whole(*message.body)) return false;
     Owned<Stream, zStreamFree> zipped(zStreamCompress(*message.body, encoding));
     if (!zipped || !zHttpHeaderSetContentEncoding(message.header, encoding)) return false;
     return set_body(message, zipped.release());
@@ -65,7 +66,7 @@ bool unzip_body(Message message, uint64_t most, Here at) {
     Stream *body = *message.body;
     const zwchar *encoding = body ? zHttpHeaderContentEncoding(message.header) : nullptr;
     if (!encoding) return body_size(body) <= most || logged(raise_range(), at);
-    zStreamRewind(body);
+    if (!rewind_whole(body)) return false;
     Owned<Stream, zStreamFree> plain(uncompress_stream(body, encoding, most));
     if (!plain || !zHttpHeaderRemove(message.header, u"Content-Encoding")) return false;
     return set_body(message, plain.release());
