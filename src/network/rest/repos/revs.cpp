@@ -127,10 +127,10 @@ HttpResponse *read_revisions(Call &call) {
     Tree body;
     if (HttpResponse *refusal = read_json(call, body)) return refusal;
     if (!zJsonIsArray(body.get())) return refuse(call, 400, u"srv.eUnresolvableContent");
-    const RevdbPtr db(zRevdbOpen(call.repository.get()));
-    Tree entries(zJsonNew(Z_JSON_ARRAY));
-    if (!db || !entries) return refuse(call, 500, u"odb.eFailedToOpenRevdb");
     const uint64_t count = zJsonArraySize(body.get());
+    const RevdbPtr db(count ? zRevdbOpen(call.repository.get()) : nullptr);
+    Tree entries(zJsonNew(Z_JSON_ARRAY));
+    if ((count && !db) || !entries) return refuse(call, 500, u"odb.eFailedToOpenRevdb");
     for (uint64_t n = 0; n < count; ++n)
         if (HttpResponse *refusal =
                 add_revision(call, db.get(), zJsonArrayAt(body.get(), n), entries.get()))
