@@ -166,7 +166,11 @@ TEST_F(Rms, LocalDbSendsRulesWhenTheyChanged) {
 // ---- Directories
 
 TEST_F(Rms, DirectoriesAreCommits) {
-    EXPECT_EQ(run("directories", "list", R"("ref":"HEAD")").body, form("100", ""));
+    for (const char *unborn : {"HEAD", "master", "refs/heads/master"})
+        EXPECT_EQ(run("directories", "list", R"("ref":")" + std::string(unborn) + '"').body,
+                  form("100", ""))
+            << unborn;
+    EXPECT_EQ(run("directories", "list", R"("ref":"none")").body, form("107", ""));
     EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"docs","newname":"x")"), "(null)");
     EXPECT_EQ(directories("delete", R"("ref":"HEAD","path":"docs")"), "(null)");
     service.log_in("Eva\tNovak");
@@ -217,6 +221,10 @@ TEST_F(Rms, DirectoriesPushNothingOut) {
         {"create", R"("ref":"none","path":"new")"},      // no such branch
         {"create", R"("ref":"v1","path":"new")"},        // no branch
         {"delete", R"("ref":"HEAD","path":"")"},         // everything
+        {"delete", R"("ref":"HEAD","path":"docs/none")"},
+        {"delete", R"("ref":"HEAD","path":"docs/a")"}, // a file
+        {"delete", R"("ref":"HEAD","path":"docs/a/b")"},
+        {"rename", R"("ref":"HEAD","path":"none","newname":"x")"},
         {"rename", R"("ref":"HEAD","path":"docs","newname":"other")"},
         {"rename", R"("ref":"HEAD","path":"docs","newname":"FILE")"},
         {"rename", R"("ref":"HEAD","path":"docs/sub","newname":"../x")"},

@@ -159,9 +159,20 @@ bool create(Branch &branch, Json *args) {
            branch.insert(keep, id) && branch.commit(u"admin.sLogCreateDirectory");
 }
 
+// Removing what isn't there would make a commit that says it was.
+bool has_directory(const ::Tree *tree, const std::u16string &path) {
+    git_tree_entry *found = nullptr;
+    const int code = tree ? git_tree_entry_bypath(&found, tree->handle.get(), to_utf8(path).c_str())
+                          : GIT_ENOTFOUND;
+    const Owned<git_tree_entry, git_tree_entry_free> entry(found);
+    if (code < 0) return code == GIT_ENOTFOUND ? raise_not_found(path) : fail_git(code);
+    return git_tree_entry_type(found) == GIT_OBJECT_TREE ? true : raise_not_found(path);
+}
+
 bool remove(Branch &branch, Json *args) {
     const std::u16string path = text_of(args, u"path");
-    return is_directory_path(path) && branch.open(text_of(args, u"ref")) && branch.tree &&
+    return is_directory_path(path) && branch.open(text_of(args, u"ref")) &&
+           has_directory(branch.tree.get(), path) &&
            zTreeBuilderRmdir(branch.builder.get(), path.c_str()) &&
            branch.commit(u"admin.sLogDeleteDirectory");
 }
@@ -213,16 +224,28 @@ HttpResponse *change(Call &call, Json *args, bool (*make)(Branch &branch, Json *
     raise_args(); // what is wrong with the arguments isn't always raised
     if (make(branch, args)) return answer_status(Z_AUTH_DONE);
     if (!has_store_failed(call)) return refuse_request(call);
-    return log_raised(kError), answer_status(Z_AUTH_STORE_FAILED);
+    return log_raised(kError, {}, kFacilitySrv), answer_status(Z_AUTH_STORE_FAILED);
+}
+
+// Whether a name is that of the branch which the first commit will begin. Any other one that has no
+// tree is a mistake, or can't be read.
+bool is_unborn(Repository *repository, std::u16string_view name) {
+    if (git_repository_head_unborn(repository->handle.get()) != 1) return false;
+    const Owned<Reference, zReferenceFree> head(zReferenceLookup(repository, u"HEAD"));
+    const zwchar *target = head ? zReferenceSymbolic(head.get()) : nullptr;
+    const std::u16string_view branch = zStrsafeW(target);
+    if (name == u"HEAD" || name == branch) return true;
+    return !branch.empty() && (branch == u"refs/" + std::u16string(name) ||
+                               branch == u"refs/heads/" + std::u16string(name));
 }
 
 } // namespace
 
 HttpResponse *list_directories(Call &call, Json *args) {
     Repository *repository = call.repository.get();
-    const TreePtr tree(zTreeByref(repository, text_of(args, u"ref")));
-    if (!tree)
-        return answer_status(zRepositoryHeadUnborn(repository) ? Z_AUTH_DONE : Z_AUTH_NO_ANSWER);
+    const zwchar *name = text_of(args, u"ref");
+    const TreePtr tree(zTreeByref(repository, name));
+    if (!tree) return answer_status(is_unborn(repository, name) ? Z_AUTH_DONE : Z_AUTH_NO_ANSWER);
     const Spec spec(zPathSpecNew(u"*.gitkeep", 0));
     const PathList files(spec ? zTreeMatch(tree.get(), spec.get()) : nullptr);
     Tree result(zJsonNew(Z_JSON_ARRAY));
