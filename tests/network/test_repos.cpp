@@ -6,6 +6,11 @@
 #include "system/clock.hpp"
 #include "system/os.hpp"
 
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
 using test::Answer, test::make_project, test::narrow, test::Service;
 namespace os = zev::os;
 
@@ -182,6 +187,61 @@ TEST(Projects, AreNamedWhenTheyAreOnTheDisk) {
     EXPECT_EQ(test::run("ls -A " + service.at("ann")), "");
 }
 
+// A name may be as long as a file's; one that no file can have names nothing.
+TEST(Projects, HaveNamesOfAnyLength) {
+    Service service;
+    const std::string longest(255, 'n'), renamed(255, 'm');
+    std::string wider;
+    while (wider.size() <= 255) wider += "\u56F3";
+    const std::pair<std::string, std::string> cases[] = {{"ann", longest}, {longest, "plant"}};
+    for (const auto &[owner, name] : cases) {
+        const std::string target = "/repos/" + owner + "/";
+        ASSERT_EQ(service.post("/repos", project(owner, name)).code, 200);
+        EXPECT_EQ(service.post(target + name, R"({"query":{"newname":")" + renamed + R"("}})").code,
+                  owner == longest ? 500 : 200); // with both the path has no room
+        const std::string now = owner == longest ? name : renamed;
+        EXPECT_EQ(service.get(target + now).text("data.name"), now);
+        EXPECT_EQ(service.drop(target + now).code, 204);
+        EXPECT_EQ(test::run("ls -A " + service.at(owner)), "");
+    }
+    EXPECT_EQ(service.get("/repos/ann/" + wider).code, 404);
+    EXPECT_EQ(service.get("/repos/" + wider).code, 404);
+    EXPECT_EQ(service.drop("/repos/ann/" + wider).code, 404);
+    EXPECT_EQ(service.post("/repos", project("ann", wider)).code, 500);
+    EXPECT_EQ(test::run("ls -A " + service.at("ann")), "");
+}
+
+// With the link to where an administrator keeps one, whoever its files belong to; what is no
+// project stays, and what can't be removed whole stands for none any more.
+TEST(Projects, GoWithTheirNames) {
+    Service service;
+    const std::string elsewhere = (service.root() / "elsewhere").string();
+    make_project(service, "../elsewhere/plant");
+    std::filesystem::create_directories(service.at("ann"));
+    std::filesystem::create_symlink(elsewhere + "/plant", service.at("ann/linked"));
+    make_project(service, "ann/others");
+    test::run("chown -R 65534 " + service.at("ann/others") + " 2>&1"); // where the test may
+    make_project(service, "ann/.zev-removed/plain.0123abcd");
+    test::write(service.at("ann/plain") + "/file", "");
+    EXPECT_EQ(service.drop("/repos/ann/plain").code, 500);
+    EXPECT_EQ(service.drop("/repos/ann/linked").code, 204);
+    EXPECT_EQ(test::run("ls -A " + elsewhere), "");
+    EXPECT_EQ(service.drop("/repos/ann/others").code, 204);
+    EXPECT_EQ(test::run("ls -A " + service.at("ann")), "plain\n");
+
+    make_project(service, "ann/deep");
+    int fd = open(service.at("ann/deep").c_str(), O_RDONLY | O_DIRECTORY);
+    for (int n = 0; n < 4100; ++n) { // deeper than a walk goes
+        mkdirat(fd, "d", 0700);
+        const int below = openat(fd, "d", O_RDONLY | O_DIRECTORY);
+        close(std::exchange(fd, below));
+    }
+    close(fd);
+    EXPECT_EQ(service.drop("/repos/ann/deep").code, 204);
+    EXPECT_EQ(service.get("/repos/ann/deep").code, 404);
+    test::run("rm -rf " + service.at("ann/.zev-removed"));
+}
+
 // A project that is open from the request before is what another process made of it meanwhile.
 TEST(Projects, AreAsOthersLeftThem) {
     static const auto real = os::calls.now;
@@ -333,6 +393,14 @@ TEST(Projects, BeginWithTheirTemplate) {
         ASSERT_EQ(service.post("/repos", project("ann", "own", none)).code, 200) << none;
         EXPECT_NE(service.git("ann/own", "rev-parse --verify -q HEAD | wc -l"), "1\n") << none;
     }
+    // It needs no rights of its own; half of one is none.
+    std::filesystem::remove(service.at("std/house") + "/AUTHZ");
+    ASSERT_EQ(service.post("/repos", project("ann", "free", with)).code, 200);
+    EXPECT_EQ(service.git("ann/free", "ls-tree -r --name-only HEAD"), "in/.gitkeep\n");
+    std::filesystem::remove(service.at("std/house") + "/objects/" + tree.substr(0, 2) + "/" +
+                            tree.substr(2));
+    EXPECT_EQ(service.post("/repos", project("ann", "half", with)).code, 500);
+    EXPECT_EQ(test::run("ls -A " + service.at("ann")), "free\nown\nplain\n");
 }
 
 // Where rights are required a list has what the caller has any right in.

@@ -32,7 +32,7 @@ HttpResponse *refuse_config(const Call &call, Place place, Here at = {}) {
 
 // With what was raised in the log, since the answer keeps silent about it.
 HttpResponse *fail_inside(const Call &call, Here at = {}) {
-    log_raised(kError, at);
+    log_raised(kError, at, kFacilitySrv);
     return refuse(call, 500, u"srv.eInternalError", nullptr, at);
 }
 
@@ -142,7 +142,8 @@ struct NewProject {
     bool is_taken() const;
     bool find_room();
     bool init();
-    void take_template(const zwchar *from_owner, const zwchar *from_name);
+    bool take_template(const zwchar *from_owner, const zwchar *from_name);
+    bool take_over(Repository *from);
     void grant();
     void clear_members(const AuthTable &auth);
     bool publish();
@@ -171,7 +172,7 @@ bool NewProject::find_room() {
     const NamesLock names = lock_names(repos());
     if (!names) return false;
     made_directory = !zPathDirExists(directory.c_str());
-    at = place_aside(place);
+    at = project_aside(place);
     room = at.empty() ? at : directory_of(at);
     lock.reset(at.empty() ? nullptr : zFlockOpen(at.c_str(), false));
     return lock != nullptr;
@@ -185,13 +186,25 @@ bool NewProject::init() {
 }
 
 // One that can't be opened, or has no commit, is passed over.
-void NewProject::take_template(const zwchar *from_owner, const zwchar *from_name) {
+bool NewProject::take_template(const zwchar *from_owner, const zwchar *from_name) {
     zwchar path[Z_PATH_MAX];
     if (!from_owner || !from_name || !is_project_name(from_owner) || !is_project_name(from_name))
-        return;
-    if (project_place(call, from_owner, from_name, path) != Place::found) return;
+        return true;
+    if (project_place(call, from_owner, from_name, path) != Place::found) return true;
     const RepositoryPtr from(zRepositoryOpenBare(path));
-    if (from && !zRepositoryInitFrom(repository.get(), from.get())) log_raised(kWarning);
+    const int unborn = from ? git_repository_head_unborn(from->handle.get()) : 1;
+    if (unborn < 0) return fail_git(unborn);
+    return unborn || take_over(from.get());
+}
+
+// Half of one would pass for a project that has its directories, or its rights. Whether the commit
+// could be made isn't told; that rights couldn't be copied is, also where there are none.
+bool NewProject::take_over(Repository *from) {
+    const bool copied = zRepositoryInitFrom(repository.get(), from);
+    const std::u16string rights = std::u16string(zRepositoryPath(from)) + u"/AUTHZ";
+    struct stat status;
+    if (!copied && (os::lstat(rights.c_str(), &status) || errno != ENOENT)) return false;
+    return !zRepositoryHeadUnborn(repository.get());
 }
 
 void NewProject::clear_members(const AuthTable &auth) {
@@ -281,8 +294,9 @@ HttpResponse *create_project(Call &call) {
     made.directory = directory_of(made.place);
     if (made.is_taken()) return refuse(call, 409, u"srv.eExistProject_s", made.name);
     if (!made.init()) return fail_inside(call);
-    made.take_template(text_at(call.fields, u"query.tmpl_owner"),
-                       text_at(call.fields, u"query.tmpl_name"));
+    if (!made.take_template(text_at(call.fields, u"query.tmpl_owner"),
+                            text_at(call.fields, u"query.tmpl_name")))
+        return fail_inside(call);
     made.grant();
     if (!made.publish() && made.lost) return refuse(call, 409, u"srv.eExistProject_s", made.name);
     if (!made.done) return fail_inside(call);
@@ -317,10 +331,8 @@ HttpResponse *delete_project(Call &call) {
     const Lies lies = look_at(path);
     if (lies == Lies::nowhere) return refuse(call, 404, u"srv.eNoSuchProject_s", name);
     if (lies == Lies::unknown) return fail_inside(call);
-    if (!zRepositoryDestroy(path)) return fail_inside(call);
-    if (const std::u16string directory = directory_of(path); !os::sync_dir(directory.c_str()))
-        return fail_errno(directory), fail_inside(call);
-    return zHttpResponseBlank(204);
+    if (!is_repository(path) && !RepositoryPtr(zRepositoryOpen(path))) return fail_inside(call);
+    return remove_project(path) ? zHttpResponseBlank(204) : fail_inside(call);
 }
 
 } // namespace zev::rest
