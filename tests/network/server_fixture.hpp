@@ -51,7 +51,9 @@ class Listener {
 // Bytes to a port and back, with no protocol in between.
 class RawSocket {
   public:
-    explicit RawSocket(uint32_t port) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+    // With room for so many bytes that nobody has taken yet, 0 for what the system gives.
+    explicit RawSocket(uint32_t port, int room = 0) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+        if (room) setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<uint16_t>(port));

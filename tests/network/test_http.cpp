@@ -7,6 +7,7 @@
 #include "zev/http_client.h"
 
 #include <atomic>
+#include <csignal>
 
 #include <uv.h>
 
@@ -16,9 +17,14 @@ using zev::Tcp;
 namespace {
 
 // Answers with the request's body or "none"; `?code=N` is the status, `?null=1` nothing,
-// `?file=PATH` a file.
+// `?file=PATH` a file, `?full=1` what no disk has room for.
 HttpResponse *echo(HttpServer *, HttpRequest *request) {
     if (zHttpRequestQuery(request, u"null")) return nullptr;
+    if (zHttpRequestQuery(request, u"full")) {
+        Stream *lost = zFileStream(u"/dev/full", u"w+b");
+        zStreamWrite(lost, "lost", 4);
+        return zHttpResponseOctet(200, lost);
+    }
     if (const zwchar *file = zHttpRequestQuery(request, u"file"))
         return zHttpResponseFile(200, file);
     const zwchar *code = zHttpRequestQuery(request, u"code");
@@ -76,6 +82,18 @@ TEST_F(Http, CutsAnAnswerThatEndsEarly) {
     bool closed = false;
     client.receive({}, &closed);
     EXPECT_TRUE(closed);
+}
+
+// Nor is what is left of it an answer, compressed or not.
+TEST_F(Http, SendsNoBodyThatIsNotWhole) {
+    for (const char *accepted : {"identity", "gzip"}) {
+        RawSocket client(server.port());
+        client.send("GET /test?full=1 HTTP/1.1\r\nHost: h\r\nAccept-Encoding: " +
+                    std::string(accepted) + "\r\n\r\n");
+        bool closed = false;
+        EXPECT_EQ(client.receive({}, &closed), "") << accepted;
+        EXPECT_TRUE(closed) << accepted;
+    }
 }
 
 TEST_F(Http, AnswersFailuresInOneForm) {
@@ -220,6 +238,80 @@ TEST(HttpClient, GivesUpOnSilence) {
     EXPECT_EQ(zErrorCode(), UV_ECONNREFUSED);
 }
 
+// Where the host leaves the signal as it is, and the connection that was kept takes no more.
+TEST(HttpClient, OutlivesAKeptConnection) {
+    static std::atomic<int> signals;
+    signals = 0;
+    const auto before = signal(SIGPIPE, [](int) { ++signals; });
+    const test::Listener listener;
+    int peers[2] = {-1, -1};
+    std::thread answering([&] {
+        for (int &peer : peers) {
+            peer = listener.accept();
+            std::string head;
+            for (char byte; !head.ends_with("\r\n\r\n") && recv(peer, &byte, 1, 0) == 1;)
+                head += byte;
+            const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+            send(peer, answer.data(), answer.size(), MSG_NOSIGNAL);
+        }
+    });
+    const std::string url = "http://127.0.0.1:" + std::to_string(listener.port()) + "/";
+    auto request = test::guard(zHttpRequestNew(test::wide(url).c_str()), zHttpRequestFree);
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+    const auto *tcp = reinterpret_cast<Tcp *>(request->client->loop);
+    int fd = -1;
+    uv_fileno(reinterpret_cast<const uv_handle_t *>(&tcp->connection->handle), &fd);
+    shutdown(fd, SHUT_WR);
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+    listener.end();
+    answering.join();
+    for (int peer : peers) close(peer);
+    signal(SIGPIPE, before);
+    EXPECT_EQ(signals, 0);
+}
+
+// An end that writes down what it is told, and wants no more than to be closed.
+struct Noting {
+    Echo head;
+    std::string heard;
+    static std::string &of(Echo *echo) { return reinterpret_cast<Noting *>(echo)->heard; }
+};
+
+TEST(Tcp, TellsAFailedConnectionsEndBeforeTheNextBegins) {
+    static constexpr EchoClass kNoting = {
+        .New = nullptr,
+        .Dup = nullptr,
+        .Free = nullptr,
+        .Action = [](Echo *echo) { return Noting::of(echo) += "acts ", EchoAction{Z_ECHO_CLOSE}; },
+        .Read = nullptr,
+        .WrHeader = nullptr,
+        .WrBody = nullptr,
+        .Close = [](Echo *echo) { Noting::of(echo) += "closed "; },
+        .Abort = [](Echo *echo) { Noting::of(echo) += "cut "; },
+    };
+    Noting noting{{&kNoting}, ""};
+    const test::Listener listener;
+    const auto loop = test::guard(zLoopNew(zTcpClass(), &noting.head, 1, 0), zLoopFree);
+    EXPECT_FALSE(zLoopConnect(loop.get(), u"255.255.255.255", 9)); // refused on the spot
+    EXPECT_EQ(zErrorCode(), UV_ENETUNREACH);
+    EXPECT_EQ(noting.heard, "cut ");
+    ASSERT_OK(zLoopConnect(loop.get(), u"127.0.0.1", listener.port()));
+    EXPECT_OK(zLoopOnce(loop.get()));
+    EXPECT_EQ(noting.heard, "cut acts closed ");
+}
+
+TEST(HttpEcho, ServesNobodyWithoutAServer) {
+    const auto made = test::guard(zEchoNew(zHttpEchoClass()), zEchoFree);
+    const auto copy = test::guard(zEchoDup(made.get()), zEchoFree);
+    for (Echo *each : {made.get(), copy.get()}) {
+        ASSERT_OK(each);
+        EXPECT_EQ(zEchoAction(each), EchoAction{Z_ECHO_READ});
+        EXPECT_FALSE(feed(each, "GET / HTTP/1.1\r\nHost: h\r\n\r\n"));
+        zEchoAbort(each);
+        EXPECT_EQ(zEchoAction(each), EchoAction{Z_ECHO_ABORT});
+    }
+}
+
 // The user's break ends a transfer between two pieces; the next send works.
 TEST_F(Http, EndsAtTheUsersBreak) {
     struct Breaker : Notify {
@@ -282,6 +374,78 @@ TEST(HttpServer, LetsTheLastAnswersLeave) {
     EXPECT_TRUE(closed);
     server.stop();
     EXPECT_LT(stuck.receive().size(), 20'000'000u);
+}
+
+// 60,000 bytes that find no room on their way; `?look=1` has the loop look at all its connections.
+HttpResponse *stuck(HttpServer *server, HttpRequest *request) {
+    auto *tcp = reinterpret_cast<Tcp *>(server->tcp);
+    if (zHttpRequestQuery(request, u"look")) {
+        const auto look = [](uv_handle_t *handle, void *listener) {
+            if (handle->type == UV_TCP && handle != listener && handle->data)
+                zev::connection_look(static_cast<zev::TcpConnection *>(handle->data));
+        };
+        uv_walk(tcp->loop, look, &tcp->listener);
+        return zHttpResponseBlank(204);
+    }
+    int fd = -1, size = 4096;
+    uv_fileno(reinterpret_cast<uv_handle_t *>(&tcp->heard->handle), &fd);
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
+    Stream *body = zMemStream(0, 0);
+    const std::string bytes(60'000, 'x');
+    zStreamWrite(body, bytes.data(), bytes.size());
+    return zHttpResponseOctet(200, body);
+}
+
+// What came behind a request waits until its answer is whole, even if it is cut for.
+TEST(HttpServer, TakesNothingUpWhileItAnswers) {
+    TestServer server(stuck);
+    const RawSocket client(server.port(), 4096), other(server.port());
+    ASSERT_TRUE(client.send("GET /test HTTP/1.1\r\nHost: h\r\n\r\nnonsense\r\n\r\n"));
+    char first;
+    ASSERT_EQ(recv(client.fd(), &first, 1, 0), 1);
+    ASSERT_TRUE(other.send("GET /test?look=1 HTTP/1.1\r\nHost: h\r\n\r\n"));
+    EXPECT_TRUE(other.receive("\r\n\r\n").starts_with("HTTP/1.1 204 "));
+    const std::string answer = client.receive();
+    EXPECT_EQ(answer.size() - answer.find("\r\n\r\n") - 4, 60'000u);
+}
+
+// One stop ends one run, also one that comes before it.
+TEST(HttpServer, ServesAgainAfterAStop) {
+    const test::TempDir dir;
+    const auto config = test::guard(zJsonNew(Z_JSON_OBJECT), zJsonFree);
+    const uint32_t port = test::Listener().port();
+    zJsonPathSetString(config.get(), u"schema", u"http");
+    zJsonPathSetString(config.get(), u"path.root", dir.path().u16string().c_str());
+    zJsonPathSetString(config.get(), u"http.host", u"127.0.0.1");
+    zJsonPathSetInt(config.get(), u"http.port", static_cast<int32_t>(port));
+    const auto server = test::guard(zServerNew(config.get()), zServerFree);
+    ASSERT_OK(server);
+    auto *http = reinterpret_cast<HttpServer *>(server.get());
+    auto *tcp = reinterpret_cast<Tcp *>(http->tcp);
+    EXPECT_OK(zHttpServerStop(http));
+    EXPECT_OK(zServerLoop(server.get()));
+    for (int run = 0; run < 2; ++run) {
+        std::atomic<bool> over = false;
+        std::string answer;
+        std::thread asking([&] {
+            const auto listens = [&] {
+                const std::lock_guard lock(tcp->mutex);
+                return tcp->stoppable;
+            };
+            while (!over && !listens()) std::this_thread::yield();
+            while (!over && answer.empty()) {
+                const RawSocket client(port);
+                if (client.connected() && client.send("GET / HTTP/1.1\r\nHost: h\r\n\r\n"))
+                    answer = client.receive("}}");
+            }
+            zHttpServerStop(http);
+            zThreadCleanup();
+        });
+        EXPECT_OK(zServerLoop(server.get()));
+        over = true;
+        asking.join();
+        EXPECT_TRUE(answer.starts_with("HTTP/1.1 404 ")) << run << answer;
+    }
 }
 
 TEST(HttpServer, CutsASilentConnection) {

@@ -382,8 +382,10 @@ bool write_body(Echo *base, Chunk *chunk) try {
 
 void close(Echo *base) { echo_of(base)->state = Z_ECHO_CLOSE; }
 
+// The transport may keep the connection for a while yet.
 void abort(Echo *base) try {
     HttpEcho *echo = echo_of(base);
+    stop_counting(echo);
     note(echo);
     zHttpResponseFree(std::exchange(echo->response, nullptr));
     echo->state = Z_ECHO_ABORT;
@@ -400,8 +402,8 @@ Echo *dup(Echo *base) {
     }
     HttpEcho *echo = zHttpEchoNew(server);
     if (!echo) return nullptr;
-    echo->counted = true;
-    ++server->open;
+    echo->counted = server != nullptr;
+    if (server) ++server->open;
     return &echo->head;
 }
 

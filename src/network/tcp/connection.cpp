@@ -513,8 +513,10 @@ void connections_work(uv_idle_t *turn) {
 }
 
 // While something is being written the echo's answer is what comes after it: only a cut counts.
+// A server's echo is not asked then: it would go on to what came behind, and a cut for that would
+// take the rest of the answer along.
 void connection_look(TcpConnection *connection) {
-    if (is_closing(connection)) return;
+    if (is_closing(connection) || (connection->tcp->server && connection->writing)) return;
     const EchoAction action = zEchoAction(hear(connection));
     if (is_closing(connection)) return;
     if (action != Z_ECHO_ABORT && !(connection->reading && action == Z_ECHO_CLOSE)) return;

@@ -133,6 +133,14 @@ void look_at_all(uv_timer_t *timer) {
         tcp);
 }
 
+// Ends a connection that can't be opened, and tells its echo now: in the next turn the echo would
+// take it for the end of the connection that is asked for next.
+void end_unopened(Tcp *tcp, TcpConnection *connection) {
+    const KeptFailure kept;
+    connection_cut(connection);
+    if (!tcp->turning) turn(tcp, UV_RUN_DEFAULT);
+}
+
 bool make_loop(Tcp *tcp, bool server) {
     auto *loop = new (std::nothrow) uv_loop_t;
     if (!loop) return fail_memory();
@@ -258,11 +266,11 @@ bool zTcpConnect(Loop *loop, const zwchar *host, uint32_t port) {
     if (const int code =
             uv_tcp_connect(&tcp->connecting, &connection->handle, address.get(), on_connected);
         code < 0) {
-        connection_cut(connection);
+        end_unopened(tcp, connection);
         return fail_uv(code, message);
     }
     if (connection_start_timer(connection, kConnectTimeout)) return true;
-    connection_cut(connection);
+    end_unopened(tcp, connection);
     return false;
 }
 
@@ -280,6 +288,7 @@ bool zTcpOnce(Loop *loop) {
     Tcp *tcp = tcp_of(loop);
     if (!tcp || !tcp->loop) return fail_args();
     assert(!tcp->turning);
+    const os::SigpipeGuard guard; // a connection that is used again writes before the loop turns
     if (!uv_loop_alive(tcp->loop) && !tcp->server && tcp->connection)
         connection_resume(tcp->connection);
     tcp->last_error = 0;

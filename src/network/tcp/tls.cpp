@@ -75,6 +75,7 @@ struct TlsEcho {
     bool peer_ended;
     bool ended; // by ourselves
     bool failed;
+    bool parted; // the inner one was told of the end
 };
 
 // The loop's own end: a server's prototype, a client's only one. It goes with the loop.
@@ -147,7 +148,7 @@ void reset(TlsEcho *echo) {
     echo->sealed = 0;
     echo->wanted = Z_ECHO_READ;
     echo->open = echo->handed = echo->held = echo->flushing = false;
-    echo->peer_ended = echo->ended = echo->failed = false;
+    echo->peer_ended = echo->ended = echo->failed = echo->parted = false;
 }
 
 void shake(TlsEcho *echo) {
@@ -234,8 +235,11 @@ EchoAction say_end(TlsEcho *echo, EchoAction how) {
     return end(echo, how);
 }
 
+// Whoever is only heard out after that takes no other's place among a server's connections.
 EchoAction end_failed(TlsEcho *echo) {
-    return end(echo, is_server(echo) ? EchoAction{kEchoLinger} : EchoAction{Z_ECHO_ABORT});
+    if (!is_server(echo)) return end(echo, Z_ECHO_ABORT);
+    if (!std::exchange(echo->parted, true)) zEchoAbort(echo->inner);
+    return end(echo, kEchoLinger);
 }
 
 EchoAction action_of_handshake(TlsEcho *echo) {
@@ -283,7 +287,7 @@ EchoAction action_of_open(TlsEcho *echo, EchoAction wanted) {
 // While something is being written nothing is touched: the transport has our memory.
 EchoAction action(Echo *base) try {
     TlsEcho *echo = tls_of(base);
-    const EchoAction wanted = zEchoAction(echo->inner);
+    const EchoAction wanted = echo->parted ? EchoAction{kEchoLinger} : zEchoAction(echo->inner);
     if (wanted == Z_ECHO_ABORT) return Z_ECHO_ABORT;
     if (!echo->session && !begin(echo)) return Z_ECHO_ABORT;
     const TcpConnection *connection = connection_of(echo);
