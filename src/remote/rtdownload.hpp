@@ -47,6 +47,7 @@ struct ListedEntry {
     Oid id;
     uint64_t size;     // bytes
     bool blob = false; // a file, with the rights of who asks
+    bool link = false; // such a file, of which the listing tells no rights: as if it had them all
     bool readable = true, writable = true;
     bool foreign = false;  // a commit of another repository
     std::u16string path{}; // below the tree; empty where none is told

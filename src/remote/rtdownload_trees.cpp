@@ -2,17 +2,22 @@
 //   {"id": ID, "type": "blob", "tree" or "commit", "mode": N, "size": BYTES,
 //    "path": the directory with its last slash, empty at the top, "name": NAME, ...}
 // In the mode of a file bit 0x100 says that the user may read it, bit 0x80 that he may write it.
+// The mode of a symbolic link has no such bits, whoever asks: its rights are those that the rules
+// of the copy's user give to its path.
 #include "common/pathname.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
 #include "objects/store/tree_extent.hpp"
 #include "remote/rtdownload.hpp"
+#include "zev/authdb.h"
 #include "zev/object.h"
 #include "zev/odb.h"
 #include "zev/str.h"
 #include "zev/tree.h"
 
 #include <unordered_set>
+
+#include <sys/stat.h>
 
 namespace zev {
 
@@ -49,15 +54,36 @@ std::u16string query_of(bool recursive, int32_t type) {
     return query.empty() ? query : u"?" + query;
 }
 
+// What the user may do with links. The rules are opened for the first of them: most trees have
+// none.
+class LinkRules {
+  public:
+    explicit LinkRules(Repository *repository) : repository_(repository) {}
+
+    bool judge(ListedEntry &link) {
+        if (!rules_) rules_.reset(zAuthdbOpen(repository_));
+        if (!rules_) return false;
+        link.readable = zAuthdbEntryReadable(rules_.get(), link.path.c_str());
+        link.writable = zAuthdbEntryWritable(rules_.get(), link.path.c_str());
+        return true;
+    }
+
+  private:
+    Repository *repository_;
+    Owned<Authdb, zAuthdbFree> rules_;
+};
+
 bool take_entries(const RemoteCall &call, Json *entries, Listing &listing) {
     const OdbPtr odb(zOdbOpen(call.remote->owner));
     if (!odb) return notify_error(call.notify, u"odb.eFailedToOpenOdb");
     git_odb_refresh(odb->handle.get());
+    LinkRules rules(call.remote->owner);
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         const Json *entry = zJsonArrayAt(entries, n);
         ListedEntry listed;
         if (!read_listed(entry, listed)) return wrong_data(call);
+        if (listed.link && !rules.judge(listed)) return notify_error(call.notify, call.summary);
         if (!listed.readable)
             keep_copy(listing.denied, entry);
         else if (!listed.writable)
@@ -102,8 +128,9 @@ bool read_listed(const Json *entry, ListedEntry &listed) {
     const zwchar *type = text_in(entry, u"type");
     listed.foreign = type && zStrcasesameW(type, zOTypeName(Z_OBJECT_COMMIT));
     listed.blob = type && zStrcasesameW(type, zOTypeName(Z_OBJECT_BLOB));
-    listed.readable = !listed.blob || mode & kReadBit;
-    listed.writable = !listed.blob || mode & kWriteBit;
+    listed.link = listed.blob && (mode & S_IFMT) == S_IFLNK;
+    listed.readable = !listed.blob || listed.link || mode & kReadBit;
+    listed.writable = !listed.blob || listed.link || mode & kWriteBit;
     return true;
 }
 

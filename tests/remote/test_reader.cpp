@@ -199,6 +199,38 @@ TEST_F(ReaderTest, HasNothingThatHeMayNotRead) {
     }
 }
 
+// A link's mode has no rights: git pushed these, one of them where he may not look.
+TEST_F(ReaderTest, GetsTheLinksThatHeMayRead) {
+    const auto link = [&](const std::string &path, const std::string &target) {
+        return run("cd " + service.at("ann/plant") + " && export GIT_INDEX_FILE=$PWD/../index" +
+                   " && git read-tree HEAD && git update-index --add --cacheinfo 120000,$(printf " +
+                   target + " | git hash-object -w --stdin)," + path +
+                   " && git update-ref HEAD $(git -c user.name=Ann -c user.email=a commit-tree "
+                   "$(git write-tree) -p HEAD -m link) && git rev-parse HEAD:" +
+                   path)
+            .substr(0, 40);
+    };
+    const std::string hidden = link("secret/link", "a-secret-place");
+    link("open/link", "plan"), link("link", "open");
+    limit("bob", {{"/", kAll}, {"secret", 0}});
+    const Copy bob = get("bob");
+    const auto target = [&](const char *path) {
+        std::error_code none;
+        return fs::read_symlink(bob.place / path, none).string();
+    };
+    EXPECT_EQ(target("open/link") + " " + target("link"), "plan open");
+    link("open/link", "drawn.dwx"), link("secret/more", "another-secret-place");
+    other("open/plan", "with it");
+    ASSERT_OK(bob.update());
+    EXPECT_EQ(target("open/link") + bob.at("open/plan"), "drawn.dwxwith it");
+    EXPECT_FALSE(fs::exists(fs::symlink_status(bob.place / "secret")));
+    EXPECT_EQ(bob.git("cat-file -e " + hidden + " || echo none"), "none");
+    EXPECT_EQ(bob.status() + secrets_in(bob), "");
+    relay.play();
+    ASSERT_OK(bob.update());
+    EXPECT_EQ(relay.lines().find("/trees/"), std::string::npos) << "nothing is missing";
+}
+
 // Rules that changed arrive with whatever he does next, be it a commit.
 TEST_F(ReaderTest, GetsNewRulesWithTheNextRequest) {
     limit("bob", {{"/", kAll}, {"secret", 0}, {"open", kRead}});
