@@ -116,6 +116,21 @@ std::u16string path_of(const Json *entry) {
     return name ? path + name : path;
 }
 
+bool is_wanted(const ListedEntry &entry, PathSpec *spec) {
+    return entry.readable && (!entry.blob || !spec || zPathSpecMatched(spec, entry.path.c_str()));
+}
+
+// A file beyond the limit would be refused when it is here. What was put into the project past the
+// service may be one: nothing is asked for then, and the user learns which it is.
+bool are_storable(const std::vector<ListedEntry> &missing, PathSpec *spec, const Notify *notify) {
+    for (const ListedEntry &entry : missing)
+        if (entry.size > limits::object && is_wanted(entry, spec)) {
+            raise_range();
+            return notify_error(notify, u"odb.eFileTooLarge_s", entry.path.c_str());
+        }
+    return true;
+}
+
 } // namespace
 
 bool read_listed(const Json *entry, ListedEntry &listed) {
@@ -137,13 +152,12 @@ bool read_listed(const Json *entry, ListedEntry &listed) {
 // One content may stand at many paths.
 bool fetch_missing(Remote *remote, const std::vector<ListedEntry> &missing, PathSpec *spec,
                    const Notify *notify) {
+    if (!are_storable(missing, spec, notify)) return false;
     Ids asked;
     PackQuery batch;
     uint64_t sum = 0;
     for (const ListedEntry &entry : missing) {
-        const bool wanted =
-            entry.readable && (!entry.blob || !spec || zPathSpecMatched(spec, entry.path.c_str()));
-        if (wanted && asked.insert(entry.id).second) {
+        if (is_wanted(entry, spec) && asked.insert(entry.id).second) {
             if (entry.size <= kAlone) {
                 batch.add(entry.id);
                 sum += entry.size;

@@ -302,6 +302,21 @@ TEST_F(Listings, TellWhatMayNotBeReadOrWritten) {
     EXPECT_FALSE(denied || readonly);
 }
 
+// What no copy takes is told by its name before anything is asked for, unless nobody wants it.
+TEST_F(Listings, TellOfAFileBeyondTheLimit) {
+    constexpr uint64_t kBeyond = (uint64_t{1} << 30) + 1;
+    const std::string good = listed(ids[0], 1, "good") + ",";
+    play(good + listed(ids[1], kBeyond, "huge.dwx", 0100644, "plans/"));
+    EXPECT_FALSE(fetch());
+    EXPECT_EQ(told.only(), "'plans/huge.dwx' is larger than 1 GiB, which is the limit of a file");
+    EXPECT_EQ(zErrorClass(), 5);
+    EXPECT_FALSE(has(ids[0]));
+    EXPECT_EQ(relay.lines().find("/packs"), std::string::npos) << relay.lines();
+    play(good + listed(ids[1], kBeyond, "hidden", 0100000));
+    EXPECT_OK(fetch());
+    EXPECT_TRUE(has(ids[0]));
+}
+
 TEST_F(Listings, AreReadWithCare) {
     const std::string good = listed(ids[0], 1, "good") + ",";
     const std::string bad[] = {
