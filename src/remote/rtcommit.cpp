@@ -176,6 +176,7 @@ class Replay {
   private:
     bool find_base();
     bool find_changes();
+    bool can_be_sent() const;
     void tell_changes() const;
     TreePtr update_base() const;
     TreePtr rebuild() const;
@@ -199,11 +200,26 @@ bool Replay::find_changes() {
     if (!made_)
         return tell(commit_, u"odb.eFailedToResolveCommit_s", zBranchName(commit_.head.get()));
     changes_ = changes_of_commit(made_.get());
-    if (changes_) return true;
+    if (changes_) return can_be_sent();
     if (zErrorClass() != error_class::kNotFound) return tell(commit_, kUnmerged);
     roll_back(commit_.repository, commit_.transaction.get(), commit_.head.get(),
               commit_.upstream.get()); // modes alone, which no server takes
     return none_left(commit_);
+}
+
+// The server keeps files. What stands for a repository within names a commit that it hasn't got and
+// can't be sent; where it goes, nothing is to be sent. A commit without it would differ from the
+// one here, and the next update would take it back here.
+bool Replay::can_be_sent() const {
+    for (uint64_t i = 0; i < zDiffListLength(changes_.get()); ++i) {
+        const DiffEntry *entry = zDiffListEntry(changes_.get(), i);
+        if (!entry->new_file || entry->new_file->mode != GIT_FILEMODE_COMMIT) continue;
+        const zwchar *path = zDiffEntryNewPath(entry);
+        notify_action(commit_.notify(), u"action.sFailed", path);
+        raise_args();
+        return tell(commit_, u"odb.eForeignRepository_s", path);
+    }
+    return true;
 }
 
 // What goes comes first.

@@ -293,6 +293,26 @@ TEST_F(CommitTest, WhatTheUpdateLeftIsNotOverwritten) {
     EXPECT_EQ(copy.status(), "UU plan");
 }
 
+// What only names a commit of a repository within can't be sent, and is told by its name.
+TEST_F(CommitTest, ARepositoryWithinStaysHere) {
+    run("git init -q '" + (copy.place / "module").string() + "'");
+    copy.put("module/file", "within");
+    copy.git("-C module add file"),
+        copy.git("-C module -c user.name=a -c user.email=a commit -qm m");
+    copy.git("add module 2>/dev/null"), copy.put("plan", "second");
+    ASSERT_EQ(copy.git("ls-files -s module").substr(0, 6), "160000");
+    const std::string before = copy.state(), theirs = tip();
+    EXPECT_FALSE(copy.commit());
+    EXPECT_TRUE(copy.host.told_of(u"action.sFailed", "module"));
+    EXPECT_EQ(copy.host.errors(),
+              "'module' is a repository of its own, and can't be sent to the server|");
+    EXPECT_EQ(copy.state() + tip(), before + theirs);
+    ASSERT_OK(copy.commit({u"plan"}));
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD") + server_at("plan"),
+              "notes/a\nnotes/b\nplan\nsecond");
+    EXPECT_EQ(copy.at("module/file") + copy.status() + copy.locks(), "withinA  module");
+}
+
 // A server keeps no modes of files.
 TEST_F(CommitTest, AModeAloneIsNoChange) {
     copy.git("update-index --chmod=+x plan");
