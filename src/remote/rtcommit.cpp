@@ -24,6 +24,7 @@
 #include "objects/work/status.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "system/os.hpp"
+#include "zev/authdb.h"
 #include "zev/diff.h"
 #include "zev/index.h"
 #include "zev/lang.h"
@@ -128,10 +129,17 @@ bool update(CommitContext &commit) {
 
 // ---- On the branch
 
-bool has_conflicts(const CommitContext &commit, Index *index) {
-    if (!zIndexHasConflicts(index)) return false;
-    const ConflictListPtr found(zConflictMatch(index, commit.paths));
-    return found && zConflictListLength(found.get()) > 0;
+// Those of what is to be committed. None are a failure of a spec that asks for a match, which is
+// none here; any other is told.
+bool look_for_conflicts(const CommitContext &commit, Index *index, bool &found) {
+    found = false;
+    if (!zIndexHasConflicts(index)) return true;
+    const ConflictListPtr list(zConflictMatch(index, commit.paths));
+    if (list)
+        found = zConflictListLength(list.get()) > 0;
+    else if (zErrorClass() != error_class::kNotFound)
+        return tell(commit, u"odb.eFailedToCheckStatus");
+    return true;
 }
 
 // As it is looked at, so it is committed.
@@ -151,8 +159,9 @@ bool none_left(CommitContext &commit) {
 bool commit_locally(CommitContext &commit) {
     const IndexPtr index(zIndexHead(commit.repository, false));
     if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
-    if (has_conflicts(commit, index.get())) return tell(commit, u"odb.eNeedResolveConflicts");
     bool found = false;
+    if (!look_for_conflicts(commit, index.get(), found)) return false;
+    if (found) return tell(commit, u"odb.eNeedResolveConflicts");
     if (!look_for_changes(commit, found)) return false;
     if (!found) return none_left(commit);
     const PathSpecPtr paths = commit.paths ? what_to_commit(commit) : nullptr;
@@ -299,14 +308,17 @@ TreePtr Replay::rebuild() const {
 
 // What the update had to leave (a full disk, a file in use) is somebody's newer work, which nobody
 // here has seen: the server's tree may become ours only where it is what the commit went out from.
+// What the user may not see there is none that an update would bring him. False, told.
 bool Replay::is_up_to_date(const Tree *tree) const {
     if (!base_) return true;
+    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(commit_.repository));
+    if (!rules) return tell(commit_, u"odb.eFailedToOpenAuthz");
     std::unordered_map<std::string, const DiffEntry *> changes;
     for (uint64_t i = 0; i < zDiffListLength(changes_.get()); ++i) {
         const DiffEntry *entry = zDiffListEntry(changes_.get(), i);
         changes.emplace(to_utf8(zDiffEntryNewPath(entry)), entry);
     }
-    bool current = true;
+    std::u16string newer, hidden;
     const auto take = [&](const std::string &path, TreePairs::Entry theirs, TreePairs::Entry) {
         const auto change = changes.find(path);
         const DiffFile *before = change == changes.end() ? nullptr : change->second->old_file.get();
@@ -314,12 +326,20 @@ bool Replay::is_up_to_date(const Tree *tree) const {
         if (change != changes.end() && !before == !id &&
             (!id || git_oid_equal(id, git::oid(&before->id))))
             return;
-        notify_action(commit_.notify(), u"action.sFailed", to_wide(path).c_str());
-        raise_other(word(u"srv.eWorktreeNeedsUpdate"), path);
-        current = false;
+        const std::u16string wide = to_wide(path);
+        const bool seen = zAuthdbEntryReadable(rules.get(), wide.c_str());
+        notify_action(commit_.notify(), seen ? u"action.sFailed" : u"action.sUnauthorized",
+                      wide.c_str());
+        (seen ? newer : hidden) = wide;
     };
     git_repository *git = commit_.repository->handle.get();
-    return TreePairs(git, false, take).walk(base_->handle.get(), tree->handle.get()) && current;
+    if (!TreePairs(git, false, take).walk(base_->handle.get(), tree->handle.get()))
+        return tell(commit_, kUnmerged);
+    if (!newer.empty())
+        return raise_other(word(u"srv.eWorktreeNeedsUpdate"), newer), tell(commit_, kUnmerged);
+    if (!hidden.empty())
+        return raise_args(), tell(commit_, u"srv.eHiddenContent_s", hidden.c_str());
+    return true;
 }
 
 bool Replay::run() {
@@ -327,7 +347,8 @@ bool Replay::run() {
     tell_changes();
     TreePtr tree = update_base();
     if (!tree) tree = rebuild();
-    if (!tree || !is_up_to_date(tree.get())) return tell(commit_, kUnmerged);
+    if (!tree) return tell(commit_, kUnmerged);
+    if (!is_up_to_date(tree.get())) return false;
     const git_commit *made = made_->handle.get();
     const CommitPtr replayed(zCommitCreate(zBranchMerge(commit_.upstream.get()),
                                            to_wide(git_commit_author(made)->name).c_str(),
