@@ -319,15 +319,16 @@ bool Pushing::send_changes(Changes changes, const Oid *base) {
 // A first commit names no parent, and where somebody was faster with his the server says that it
 // lacks one. That is a race lost as any other; whether it was, the server's branch tells.
 Failure Pushing::fail_first(const RemoteCall &sent, HttpResponse *response, const zwchar *branch) {
-    const std::u16string reason = zStrsafeW(zHttpResponseStrerr(response));
+    std::u16string reason = zStrsafeW(zHttpResponseStrerr(response));
     const RemoteCall silent{push_.remote, nullptr, sent.summary};
     HttpRequest *request =
         make_request(silent, Z_HTTP_GET, std::u16string(u"/refs/").append(branch));
     HttpResponse *there = request ? zHttpRequestSend(request) : nullptr;
     if (there && zHttpResponseUsrbrk(there)) return raise_canceled();
     const bool lost = there && zHttpResponseOk(there);
-    return notify_net(push_.notify, lost ? kConflict : kBadRequest,
-                      lost ? word(u"srv.eWorktreeNeedsUpdate") : reason.c_str(), sent.summary);
+    if (lost)
+        reason = to_wide(std::to_string(kConflict) + ": ") + word(u"srv.eWorktreeNeedsUpdate");
+    return notify_net(push_.notify, lost ? kConflict : kBadRequest, reason.c_str(), sent.summary);
 }
 
 bool Pushing::send_commit() {
@@ -362,7 +363,7 @@ bool Pushing::move_branch() {
     const bool synced = place && (os::sync_tree(place) || fail_os(errno, place));
     const ReferencePtr reference(synced ? zBranchReference(push_.upstream) : nullptr);
     return (reference && zReferenceSetTarget(reference.get(), &made_)) ||
-           fail(u"odb.eFailedToUpdateRef_s", branch());
+           fail(u"odb.eFailedToUpdateRef_s", zBranchMerge(push_.upstream));
 }
 
 } // namespace

@@ -230,7 +230,21 @@ TEST_F(Pushes, LoseAgainstAnotherFirstCommit) {
     commit("other", "x");
     relay.play();
     EXPECT_FALSE(send());
-    EXPECT_NE(told.only().find("The server has newer changes"), std::string::npos) << told.each();
+    EXPECT_NE(told.only().find("409: The server has newer changes"), std::string::npos)
+        << told.each();
+}
+
+// The server has it by then; the next update brings it.
+TEST_F(Pushes, TellWhichReferenceIsInUse) {
+    local = replay({{"a", "a"}});
+    const std::string lock = at() + "/.git/refs/remotes/origin/master.lock";
+    relay.play([&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line.starts_with("GET /objects/")) write(lock, "another's");
+        return {};
+    });
+    EXPECT_FALSE(send());
+    EXPECT_EQ(told.only(), "The branch 'refs/remotes/origin/master' could not be moved forward");
+    EXPECT_EQ(tracking(), local);
 }
 
 // ---- Drawings
