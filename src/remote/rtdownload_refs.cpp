@@ -1,12 +1,17 @@
 // The server's references. An entry of its list:
 //   {"type": "ref", "refname": NAME, "reftype": "oid" or "symbolic", "target": ID or NAME, ...}
-// What holds: no list moves HEAD or a branch of this copy, or writes outside of refs/.
+// What holds: no list moves HEAD or a branch of this copy, or writes outside of refs/. What the
+// server lists no more stays, unless it stands in the way of what it lists now: "a" can't be where
+// "a/b" is.
+#include "objects/store/branch.hpp"
 #include "objects/store/reference.hpp"
 #include "remote/rtdownload.hpp"
 #include "zev/reference.h"
 #include "zev/str.h"
 
+#include <set>
 #include <string_view>
+#include <vector>
 
 namespace zev {
 
@@ -26,10 +31,21 @@ bool is_own_branch(std::u16string_view name) {
            name.find(u'/', kAll.size()) == name.npos || name.find(u"//") != name.npos;
 }
 
+bool is_above(std::u16string_view above, std::u16string_view name) {
+    return name.size() > above.size() && name.starts_with(above) && name[above.size()] == u'/';
+}
+
+std::u16string tracked_by_head(Repository *repository) {
+    const KeptFailure kept;
+    const BranchPtr head(zBranchHead(repository));
+    const BranchPtr upstream(head ? zBranchUpstream(head.get()) : nullptr);
+    return upstream ? zBranchMerge(upstream.get()) : u"";
+}
+
 class Refs {
   public:
-    Refs(Remote *remote, const Notify *notify, HeldRef *held)
-        : remote_(remote), notify_(notify), held_(held) {}
+    Refs(Remote *remote, const Notify *notify, HeldRef *held, const Json *entries)
+        : remote_(remote), notify_(notify), held_(held), entries_(entries) {}
 
     bool take(const ListedRef &ref) {
         zwchar name[2 * Z_PATH_MAX];
@@ -44,8 +60,11 @@ class Refs {
             return true;
         }
         if (reference_is_at(remote_->owner, name, ref.id)) return true;
-        const ReferencePtr made(zReferenceCreate(remote_->owner, name, &ref.id));
-        return made || fail(name);
+        ReferencePtr made(zReferenceCreate(remote_->owner, name, &ref.id));
+        if (made) return true;
+        const Way way = clear_way(name);
+        if (way == Way::cleared) made.reset(zReferenceCreate(remote_->owner, name, &ref.id));
+        return made || way == Way::held || fail(name);
     }
 
   private:
@@ -54,6 +73,53 @@ class Refs {
         return zStrlenW(ref.name) < Z_PATH_MAX &&
                zReferenceXform(name, std::size(name), remote_->handle.get(), ref.name) &&
                zStrlenW(name) < Z_PATH_MAX;
+    }
+
+    // What stood on the server where a new name is to stand has no commits of its own here, and
+    // goes. But the one that this copy follows stays, locked by whoever holds it: then the new
+    // name, which nobody follows here, is left out.
+    enum class Way { blocked, held, cleared };
+    Way clear_way(const std::u16string &name) {
+        const KeptFailure kept;
+        const std::u16string followed = held_ ? held_->name : tracked_by_head(remote_->owner);
+        Way way = Way::blocked;
+        for (const std::u16string &other : in_way_of(name)) {
+            if (is_listed(other)) return Way::blocked;
+            if (other == followed) return Way::held;
+            const ReferencePtr old(zReferenceLookup(remote_->owner, other.c_str()));
+            if (!old || !zReferenceDelete(old.get())) return Way::blocked;
+            way = Way::cleared;
+        }
+        return way;
+    }
+
+    // Of those that track this server.
+    std::vector<std::u16string> in_way_of(const std::u16string &name) const {
+        struct Search {
+            std::u16string name, tracking;
+            std::vector<std::u16string> found{};
+        } search{name, u"refs/remotes/" + std::u16string(remote_->name.get())};
+        const auto look = [](Reference *reference, void *context) {
+            auto &self = *static_cast<Search *>(context);
+            const std::u16string other = zReferenceName(reference);
+            if (is_above(self.tracking, other) &&
+                (is_above(other, self.name) || is_above(self.name, other)))
+                self.found.push_back(other);
+            return true;
+        };
+        zReferenceForeach(remote_->owner, look, &search);
+        return std::move(search.found);
+    }
+
+    // The list is looked through once, when first something is in the way.
+    bool is_listed(const std::u16string &name) {
+        zwchar own[2 * Z_PATH_MAX];
+        for (; looked_ < zJsonArraySize(entries_); ++looked_) {
+            ListedRef ref;
+            if (read_ref(zJsonArrayAt(entries_, looked_), ref) && map(ref, own))
+                listed_.insert(own);
+        }
+        return listed_.contains(name);
     }
 
     Failure fail(const zwchar *name) const {
@@ -69,7 +135,10 @@ class Refs {
 
     Remote *remote_;
     const Notify *notify_;
-    HeldRef *held_; // null for none
+    HeldRef *held_;       // null for none
+    const Json *entries_; // of the list
+    uint64_t looked_ = 0; // of them, for
+    std::set<std::u16string> listed_{};
 };
 
 } // namespace
@@ -99,7 +168,7 @@ bool download_refs(Remote *remote, const Notify *notify, HeldRef *held) {
     const JsonGuard body = json_of(call, send(call, make_request(call, Z_HTTP_GET, u"/refs")));
     Json *entries = entries_of(call, body);
     if (!entries) return false;
-    Refs refs(remote, notify, held);
+    Refs refs(remote, notify, held, entries);
     const uint64_t count = zJsonArraySize(entries);
     for (uint64_t n = 0; n < count; ++n) {
         ListedRef ref;

@@ -94,6 +94,44 @@ TEST_F(Downloads, LeaveOwnBranchesAlone) {
     }
 }
 
+// A new name is no longer kept out by one that the server has lost; by any other it is.
+TEST_F(Downloads, MakeRoomForNewNames) {
+    const std::string first = commit("a.txt", "one");
+    write(at() + "/.git/refs/heads/side/own", first + "\n");
+    server("branch side/east"), server("branch side/west"), server("tag v");
+    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+    const auto tracked = [&] { return git("for-each-ref --format='%(refname)' refs/remotes"); };
+    const std::string own = "refs/remotes/origin/master\n";
+    for (const bool packed : {false, true}) {
+        if (packed) git("pack-refs --all");
+        server("branch -D side/east side/west"), server("branch side");
+        ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+        EXPECT_EQ(tracked(), own + "refs/remotes/origin/side\n");
+        if (packed) git("pack-refs --all");
+        server("branch -D side"), server("branch side/east/1"), server("branch side/west");
+        ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+        EXPECT_EQ(tracked(),
+                  own + "refs/remotes/origin/side/east/1\nrefs/remotes/origin/side/west\n");
+        server("branch -D side/east/1"), server("branch side/east");
+    }
+    // What this copy follows stays, and what it keeps out is left out.
+    server("branch -m master master/new");
+    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
+    EXPECT_EQ(tracked().find(own), 0u) << tracked();
+    EXPECT_EQ(told.each() + read(at() + "/.git/refs/heads/side/own"), first + "\n");
+    // No more is what is no branch of the server's, or what it lists beside.
+    for (const std::string &list :
+         {ref("refs/tags/v/1", first),
+          ref("refs/heads/side/west", first) + "," + ref("refs/heads/side/west/low", first)}) {
+        relay.give(answer(200, entries(list)));
+        told.errors.clear();
+        EXPECT_FALSE(zRemoteDownloadRefs(remote.get(), &told)) << list;
+        EXPECT_NE(told.only().find("could not be moved"), std::string::npos) << told.each();
+    }
+    EXPECT_NE(refs().find("refs/tags/v " + first), std::string::npos) << refs();
+    EXPECT_NE(refs().find("refs/remotes/origin/side/west " + first), std::string::npos) << refs();
+}
+
 // ---- Objects
 
 std::string framed(std::string_view type, std::string_view bytes, uint64_t size) {
