@@ -189,6 +189,26 @@ TEST_F(UpdateTest, WithoutRulesNothingComes) {
 
 // A replica that lags behind tells of an older state. Files go back to that and come again, what is
 // his stays, and no commit goes on top of it.
+// As long as a program has the only new file open, there is nothing to commit either.
+TEST_F(UpdateTest, WhatIsLeftEachTimeMakesNoCommits) {
+    other("plan", "theirs");
+    const std::string before = copy.git("rev-parse HEAD"), work = copy.status();
+    {
+        const std::ofstream held(copy.place / "plan", std::ios::app);
+        for (int n = 0; n < 3; ++n) {
+            ASSERT_OK(copy.update());
+            EXPECT_TRUE(copy.host.told_of(u"action.sSkipped", "plan"));
+            EXPECT_EQ(copy.host.ends() + copy.git("rev-parse HEAD"), "d" + before) << n;
+            EXPECT_EQ(copy.status() + copy.locks(), work) << n;
+        }
+        other("other", "new"); // beside something else it is as ever
+        ASSERT_OK(copy.update());
+        EXPECT_EQ(copy.git("diff --name-only HEAD origin/master") + copy.at("other"), "plannew");
+    }
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("plan") + copy.git("diff --stat HEAD origin/master"), "theirs");
+}
+
 TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
     const std::string old = copy.git("rev-parse origin/master");
     other("plan", "second"), other("new", "n");

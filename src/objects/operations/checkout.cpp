@@ -205,10 +205,11 @@ void Checkout::note(CheckoutStep &step, Outcome outcome) {
 
 // ---- Finishing
 
-// Where a break came before anything was done, no commit tells of it.
+// Where a break came before anything was done, or all of it had to be left, no commit tells of it:
+// the next time it would be left again, and a line of equal commits grow.
 bool Checkout::finish() {
     check_state(State::walked);
-    if (steps_.empty() || (canceled_ && !changed_)) {
+    if (steps_.empty() || (!changed_ && (canceled_ || !left_.empty()))) {
         forget();
         save_modes();
         return enter(State::finished);
