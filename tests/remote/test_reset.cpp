@@ -37,6 +37,21 @@ TEST_F(ResetTest, TheDifferenceIsAChangeOfHis) {
     EXPECT_EQ(copy.git("log -1 --format=%s"), "Revert to: HEAD");
 }
 
+// Which is in nobody's tree: it must not be staged, or the directory would go with the next commit.
+TEST_F(ResetTest, AFileComesWhereADirectoryStandsNow) {
+    const std::string file = other("place", "a file");
+    other_removes("place"), other("place/x", "below");
+    ASSERT_OK(copy.update());
+    ASSERT_OK(copy.reset(file));
+    EXPECT_EQ(copy.at("place"), "a file");
+    EXPECT_EQ(copy.git("ls-files place"), "");
+    EXPECT_EQ(copy.status(), "D  place/x\n?? place");
+    copy.put("notes/a", "mine");
+    ASSERT_OK(copy.commit({u"notes"}));
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD") + server_at("place/x"),
+              "notes/a\nplace/x\nplan\nbelow");
+}
+
 TEST_F(ResetTest, ChangesAreAskedAbout) {
     copy.put("plan", "mine");
     copy.put(".git/info/exclude", "*.bak\n"), copy.put("plan.bak", "x");
