@@ -57,10 +57,16 @@ TEST_F(RepositoryRecord, UsersSettingsDontCount) {
     RepositoryPtr made(zRepositoryInit((dir / u"made").c_str(), false));
     RepositoryPtr copy(
         zRepositoryClone(place.u16string().c_str(), (dir / u"clone").c_str(), false));
+    git(dir.path(), "init -q --bare empty");
+    RepositoryPtr first(
+        zRepositoryClone((dir / u"empty").c_str(), (dir / u"first").c_str(), false));
     git_libgit2_opts(GIT_OPT_SET_SEARCH_PATH, GIT_CONFIG_LEVEL_GLOBAL, before.ptr);
     git_buf_dispose(&before);
-    ASSERT_OK(made && copy);
-    EXPECT_EQ(git(dir.path() / "made", "symbolic-ref HEAD"), "refs/heads/master");
+    ASSERT_OK(made && copy && first);
+    for (const char *name : {"made", "first"})
+        EXPECT_EQ(git(dir.path() / name, "symbolic-ref HEAD"), "refs/heads/master");
+    EXPECT_EQ(git(dir.path() / "first", "config --local --get-regexp '^(branch|init)'"),
+              "branch.master.remote origin\nbranch.master.merge refs/heads/master");
     EXPECT_EQ(read(dir.path() / "clone/docs/a.txt"), "one\n");
     EXPECT_EQ(git(dir.path() / "clone", "status --porcelain"), "");
 }

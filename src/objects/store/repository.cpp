@@ -60,6 +60,7 @@ namespace {
 
 constexpr const char *kOff[] = {"core.autocrlf", "core.filemode"};
 constexpr const char *kIdKey = "zev.id";
+constexpr const char *kFirstBranch = "init.defaultBranch";
 
 bool is_off(git_config *config, const char *key) {
     int value = 1;
@@ -118,11 +119,35 @@ Failure fail_open(int code, const char *path) {
     return fail_git(GIT_EOWNER);
 }
 
+// The first branch is master, whatever the user's init.defaultBranch says.
+int init_on_master(git_repository **handle, const char *path, bool bare) {
+    git_repository_init_options options;
+    git_repository_init_options_init(&options, GIT_REPOSITORY_INIT_OPTIONS_VERSION);
+    options.flags = GIT_REPOSITORY_INIT_MKPATH;
+    if (bare) options.flags |= GIT_REPOSITORY_INIT_BARE;
+    options.initial_head = "master";
+    return git_repository_init_ext(handle, path, &options);
+}
+
+// A clone of what has no commit goes by the setting once more, for its head and that branch's
+// upstream. While it is made it has one of its own, before which the user's does not count.
+bool set_first_branch(git_repository *handle) {
+    return change_config(handle, [](git_config *file) {
+        return git_config_set_string(file, kFirstBranch, "master");
+    });
+}
+
+void forget_first_branch(git_repository *handle) {
+    const KeptFailure kept; // it stays then, and does no harm
+    change_config(handle,
+                  [](git_config *file) { return git_config_delete_entry(file, kFirstBranch); });
+}
+
 // The switches are off before files are checked out: the user's own setting must not touch them.
 int init_for_clone(git_repository **handle, const char *path, int bare, void *) {
     git::Repository made;
-    int code = git_repository_init(out(made), path, static_cast<unsigned>(bare));
-    if (!code && !switch_off(made.get())) code = GIT_ERROR;
+    int code = init_on_master(out(made), path, bare);
+    if (!code && !(switch_off(made.get()) && set_first_branch(made.get()))) code = GIT_ERROR;
     if (!code) sync_references(made.get());
     if (!code) *handle = made.release();
     return code;
@@ -304,12 +329,7 @@ Repository *zRepositoryDiscover(const zwchar *start, const zwchar *ceilings) try
 Repository *zRepositoryInit(const zwchar *path, bool bare) {
     if (!path || !zPathDirEmpty(path)) return fail_args();
     return opened(path, [&](git_repository **handle, const char *text) {
-        git_repository_init_options options;
-        git_repository_init_options_init(&options, GIT_REPOSITORY_INIT_OPTIONS_VERSION);
-        options.flags = GIT_REPOSITORY_INIT_MKPATH;
-        if (bare) options.flags |= GIT_REPOSITORY_INIT_BARE;
-        options.initial_head = "master"; // whatever the user's init.defaultBranch says
-        return git_repository_init_ext(handle, text, &options);
+        return init_on_master(handle, text, bare);
     });
 }
 
@@ -321,7 +341,9 @@ Repository *zRepositoryClone(const zwchar *url, const zwchar *path, bool bare) t
         git_clone_options_init(&options, GIT_CLONE_OPTIONS_VERSION);
         options.bare = bare;
         options.repository_cb = init_for_clone;
-        return git_clone(handle, from.c_str(), text, &options);
+        const int code = git_clone(handle, from.c_str(), text, &options);
+        if (code >= 0) forget_first_branch(*handle);
+        return code;
     });
 } catch (...) {
     return fail_thrown();
