@@ -3,6 +3,8 @@
 #include "objects/store/repository.hpp"
 #include "objects/store/strict.hpp"
 
+#include <zev/transaction.h>
+
 using namespace test;
 
 namespace {
@@ -90,4 +92,41 @@ TEST_F(ReferenceTest, BranchesAndTheirUpstream) {
                               {u"refs/remotes/origin/x", "origin/x"},
                               {u"refs/heads/refs/tags/y", "refs/tags/y"}})
         EXPECT_EQ(narrow(zBranchShorthand(full)), name);
+}
+
+// Branches are shared, HEAD and the notes of a bisection are not: who locks and undoes the wrong
+// file moves another worktree's head, or leaves his own behind.
+TEST_F(ReferenceTest, AWorktreeHasAHeadOfItsOwn) {
+    CommitPtr made = commit({{u"a", "1"}});
+    const std::filesystem::path side = dir.path() / "side", shared = place / ".git",
+                                own = shared / "worktrees/side";
+    git(place, "worktree add -q ../side");
+    RepositoryPtr linked(zRepositoryOpen(side.u16string().c_str()));
+    ASSERT_OK(linked);
+    ASSERT_OK(
+        ReferencePtr(zReferenceCreate(linked.get(), u"refs/bisect/bad", zCommitId(made.get()))));
+    for (const auto &[name, file] : {std::pair{u"HEAD", own / "HEAD"},
+                                     {u"refs/bisect/bad", own / "refs/bisect/bad"},
+                                     {u"refs/heads/side", shared / "refs/heads/side"}}) {
+        ReferencePtr reference(zReferenceLookup(linked.get(), name));
+        ASSERT_OK(reference) << narrow(name);
+        EXPECT_EQ(narrow(zReferencePath(reference.get())), file.string());
+    }
+    using TransactionPtr = Held<Transaction, zTransactionFree>;
+    TransactionPtr here(zTransactionNew(repository.get())), there(zTransactionNew(linked.get()));
+    ASSERT_OK(zTransactionLockRef(here.get(), u"HEAD"));
+    for (auto name : {u"HEAD", u"refs/bisect/bad"})
+        ASSERT_OK(zTransactionLockRef(there.get(), name));
+    const std::string head = read(own / "HEAD"), bad = read(own / "refs/bisect/bad");
+    ASSERT_OK(zReferenceSetHead(linked.get(), u"refs/heads/new"));
+    ReferencePtr gone(zReferenceLookup(linked.get(), u"refs/bisect/bad"));
+    ASSERT_OK(zReferenceDelete(gone.get()));
+    ASSERT_OK(zTransactionRollback(there.get()));
+    EXPECT_EQ(read(own / "HEAD"), head);
+    EXPECT_EQ(read(own / "refs/bisect/bad"), bad);
+    there.reset();
+    write(own / ".HEAD.zlck", head); // of a process that died
+    write(own / "HEAD", "ref: refs/heads/new\n");
+    EXPECT_OK(zTransactionRecover(linked.get()));
+    EXPECT_EQ(read(own / "HEAD"), head);
 }

@@ -47,9 +47,7 @@ const git_reference *handle_of(const Reference *reference) { return reference->h
 // one went. A lock that is the reference is nobody's.
 void drop_lock(const git_reference *reference, git_repository *git) {
     const std::string name = git_reference_name(reference);
-    const bool shared = name.starts_with("refs/");
-    const std::u16string path =
-        to_wide((shared ? git_repository_commondir(git) : git_repository_path(git)) + name);
+    const std::u16string path = to_wide(reference_root(git, name) + name);
     const std::u16string lock = path + u".lock";
     struct stat own, other;
     if (os::lstat(lock.c_str(), &other) && os::lstat(path.c_str(), &own) &&
@@ -122,6 +120,13 @@ void copy_name(zwchar *buffer, uint64_t length, std::u16string_view name) {
 } // namespace
 
 namespace zev {
+
+// The rule is libgit2's, which reads and writes them. Git would have refs/worktree and
+// refs/rewritten in each worktree, too; nothing here makes any.
+std::string reference_root(git_repository *git, std::string_view name) {
+    const bool shared = name.starts_with("refs/") && !name.starts_with("refs/bisect/");
+    return shared ? git_repository_commondir(git) : git_repository_path(git);
+}
 
 void drop_begun_log(git_repository *git, const char *name) {
     using Log = Owned<git_reflog, git_reflog_free>;
@@ -218,8 +223,8 @@ bool zReferenceForeach(Repository *repository, ReferenceCallback callback, void 
 const zwchar *zReferencePath(Reference *reference) try {
     if (!reference) return fail_args();
     if (!reference->path) {
-        std::string path = git_repository_path(reference->owner->handle.get());
-        path += git_reference_name(handle_of(reference));
+        const std::string name = git_reference_name(handle_of(reference));
+        const std::string path = reference_root(reference->owner->handle.get(), name) + name;
         reference->path.reset(wide_dup(path.data(), path.size()));
     }
     return reference->path ? reference->path.get() : fail_memory();
@@ -289,12 +294,11 @@ bool zReferenceDelete(Reference *reference) try {
     if (!reference) return fail_args();
     git_repository *git = reference->owner->handle.get();
     const std::u16string name = to_wide(git_reference_name(handle_of(reference)));
-    const bool shared = name.starts_with(u"refs/");
-    const std::u16string root =
-        to_wide(shared ? git_repository_commondir(git) : git_repository_path(git));
+    const std::u16string root = to_wide(reference_root(git, to_utf8(name)));
     if (int code = git_reference_delete(reference->handle.get()); code < 0) return fail_git(code);
     drop_empty_lock(root + name);
-    if (!shared) return true;          // beside the index, whose bytes may not be on the disk yet
+    if (!name.starts_with(u"refs/"))
+        return true;                   // beside the index, whose bytes may not be on the disk yet
     sync_above(root + u"logs/", name); // first: a log without its reference tells of a loss
     sync_above(root, name);
     return true;

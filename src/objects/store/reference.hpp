@@ -4,6 +4,9 @@
 #include "objects/store/repository.hpp"
 #include "zev/reference.h"
 
+#include <string>
+#include <string_view>
+
 struct Reference {
     zev::git::Reference handle;
     Repository *owner;
@@ -14,6 +17,10 @@ struct Reference {
 namespace zev {
 
 using ReferencePtr = Owned<Reference, zReferenceFree>;
+
+// Where the file of a reference lies, or would, with a last slash. HEAD and its like, and what a
+// bisection notes, each worktree has for itself; all others lie where the worktrees share them.
+std::string reference_root(git_repository *git, std::string_view name); // may throw
 
 // For a reference that could not be made: the log that libgit2 wrote ahead of it goes, which else
 // tells of a branch that was lost. A log with more in it stays.

@@ -159,9 +159,9 @@ class Recovery {
         const Owned<Reference, zReferenceFree> head(zReferenceHead(repository_));
         const u16string shared = to_wide(git_repository_commondir(repository_->handle.get()));
         struct stat status;
-        if (head) files.push_back(shared + zReferenceName(head.get()));
-        if (head && !os::stat(files.back().c_str(), &status))
-            files.push_back(shared + u"packed-refs");
+        const zwchar *branch = head ? zReferencePath(head.get()) : nullptr;
+        if (branch) files.push_back(branch);
+        if (branch && !os::stat(branch, &status)) files.push_back(shared + u"packed-refs");
         for (const u16string &file : files)
             if (os::stat(file.c_str(), &status) && !is_before(status.st_mtim, index_->time))
                 return false;

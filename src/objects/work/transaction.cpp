@@ -1,5 +1,5 @@
 // A lock file ".<name>.zlck" beside a file is the lock and the file's copy in one, see
-// zev/flock.h. References lie where all worktrees of a repository share them.
+// zev/flock.h. Branches lie where all worktrees of a repository share them, HEAD is each one's own.
 //
 // What a transaction is in, and what moves it on; its files change between the last lock and Free:
 //   collecting   LockIndex and LockRef take one more lock each, in the order of zev/transaction.h
@@ -15,6 +15,7 @@
 
 #include "common/limits.hpp"
 #include "common/utf.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/sweep.hpp"
 #include "objects/work/recovery.hpp"
 #include "system/flock.hpp"
@@ -58,10 +59,6 @@ namespace {
 
 using std::u16string;
 using std::u16string_view;
-
-u16string shared_directory(const Repository *repository) {
-    return to_wide(git_repository_commondir(repository->handle.get()));
-}
 
 // A reference has a file, or is packed, where its copy gets what its file would hold: git may pack
 // it, or make it a file, as it likes.
@@ -162,9 +159,11 @@ void expire_locks(Transaction *transaction) {
 }
 
 std::string reference_of(const Repository *repository, const u16string &target) {
+    git_repository *git = repository->handle.get();
     const std::string path = to_utf8(target);
-    const std::string shared(git_repository_commondir(repository->handle.get()));
-    return path.starts_with(shared + "refs/") ? path.substr(shared.size()) : "";
+    for (const std::string root : {git_repository_commondir(git), git_repository_path(git)})
+        if (path.starts_with(root + "refs/")) return path.substr(root.size());
+    return {};
 }
 
 bool is_put_back(const Repository *repository, const u16string &target) {
@@ -182,12 +181,15 @@ bool is_put_back(const Repository *repository, const u16string &target) {
 }
 
 std::vector<u16string> left_locked(Repository *repository) {
+    git_repository *git = repository->handle.get();
     std::vector<u16string> found, targets;
-    const u16string root = to_wide(git_repository_path(repository->handle.get()));
+    const u16string root = to_wide(git_repository_path(git));
+    const u16string shared = to_wide(git_repository_commondir(git));
     collect(root, false, found);
     for (u16string &path : found)
         if (path == root + u"index" || path == root + u"HEAD") targets.push_back(std::move(path));
-    collect(shared_directory(repository) + u"refs/", true, targets);
+    collect(shared + u"refs/", true, targets);
+    if (root != shared) collect(root + u"refs/", true, targets); // a worktree's own
     return targets;
 }
 
@@ -200,7 +202,7 @@ void drop_left_copy(Repository *repository, const zwchar *reference) {
         git_reference_lookup(out(named), git, name.c_str());
     const char *next = named ? git_reference_symbolic_target(named.get()) : nullptr;
     if (named) name = next ? next : git_reference_name(named.get());
-    const u16string path = shared_directory(repository) + to_wide(name);
+    const u16string path = to_wide(reference_root(git, name) + name);
     struct stat status;
     if (os::lstat(lock_path(path).c_str(), &status)) zFlockPurge(path.c_str());
     git_error_clear();
@@ -230,12 +232,15 @@ bool zTransactionLockIndex(Transaction *transaction) try {
 }
 
 bool zTransactionLockRef(Transaction *transaction, const zwchar *reference) try {
-    if (!transaction || !reference || !is_reference(to_utf8(reference))) return fail_args();
+    if (!transaction || !reference) return fail_args();
+    const std::string name = to_utf8(reference);
+    if (!is_reference(name)) return fail_args();
+    const u16string root = to_wide(reference_root(transaction->owner->handle.get(), name));
     zwchar path[Z_PATH_MAX];
-    if (!path_join(path, shared_directory(transaction->owner).c_str(), reference)) return false;
+    if (!path_join(path, root.c_str(), reference)) return false;
     const u16string_view file(path);
     os::make_dirs(u16string(file.substr(0, file.rfind(u'/'))).c_str()); // else the lock fails
-    return take(transaction, path, to_utf8(reference).c_str());
+    return take(transaction, path, name.c_str());
 } catch (...) {
     return fail_thrown();
 }
