@@ -10,7 +10,8 @@
 ZEV_BEGIN
 
 // Links a branch, by its short name, to the branch with the full name `merge` of a remote, in the
-// repository's configuration. False (class 3) only when that can't be opened.
+// repository's configuration: both of its keys, which are on the disk then, or none. False when
+// that can't be read or written, or another holds its lock (class 7).
 ZEV_API bool zBranchInit(Repository *repository, const zwchar *branch, const zwchar *remote,
                          const zwchar *merge);
 

@@ -311,11 +311,13 @@ const Oid *zCommitParentIdAt(const Commit *commit, uint64_t n) {
     return git::oid(git_commit_parent_id(commit->handle.get(), static_cast<unsigned>(n)));
 }
 
+// Where a shallow clone ends libgit2 would look for the parent that was left behind.
 Commit *zCommitParent(const Commit *commit) {
     if (!commit) return fail_args();
-    if (!zCommitParentCount(commit)) return raise_not_found();
+    const unsigned first =
+        zCommitParentCount(commit) ? 0 : git_commit_parentcount(commit->handle.get());
     git::Commit parent;
-    if (int code = git_commit_parent(out(parent), commit->handle.get(), 0); code < 0)
+    if (int code = git_commit_parent(out(parent), commit->handle.get(), first); code < 0)
         return fail_git(code);
     return wrap<Commit>(git::Object(git::as<git_object>(parent.release())), commit->owner);
 }
