@@ -56,7 +56,8 @@ ZEV_API Object *zTreeEntryToObject(const TreeEntry *entry, Repository *repositor
 
 // Gathers files by their full paths, starting from those of `base`, which may be null, and writes
 // all trees in one step. Insert replaces what it finds and makes a plain file; a path that no
-// working copy could hold is class 2. Removing what is not there is no failure.
+// working copy could hold is class 2, a new one that differs from another in case only class 4.
+// Removing what is not there is no failure.
 ZEV_API TreeBuilder *zTreeBuilderNew(Repository *repository, Tree *base);
 ZEV_API void zTreeBuilderFree(TreeBuilder *builder);
 ZEV_API bool zTreeBuilderExists(TreeBuilder *builder, const zwchar *path);

@@ -91,6 +91,9 @@ class CaseNames {
 };
 
 bool index_has_twin(Index *index, std::string_view path); // may throw
+// Raises class 4 for a twin. Under the path that it has already an entry may always be replaced:
+// the twin came first then. May throw.
+bool check_twin(Index *index, const char *path);
 
 // ---- Changes of an index in memory; each raises its failure. `dirty` tells that it has some.
 

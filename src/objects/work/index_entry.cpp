@@ -139,6 +139,11 @@ bool index_has_twin(Index *index, std::string_view path) {
     return index->names->has_twin(index->handle.get(), path);
 }
 
+bool check_twin(Index *index, const char *path) {
+    const bool known = git_index_get_bypath(index->handle.get(), path, 0);
+    return known || !index_has_twin(index, path) || raise_exists(path);
+}
+
 // ---- Changes in memory
 
 // What lay below goes by our own hand: libgit2 finds it only when no entry sorts before the path. A
@@ -225,13 +230,10 @@ bool zIndexEntrySetStage(IndexEntry *entry, int32_t stage) {
 
 // ---- In an index
 
-// Under the path that it has already an entry may always be replaced: the twin came first then.
 bool zIndexEntryAdd(Index *index, const IndexEntry *entry) try {
     if (!index || !entry || !git_entry(entry)->path) return fail_args();
     const git_index_entry &added = *git_entry(entry);
-    if (!check_path(added.path)) return false;
-    const bool known = git_index_get_bypath(index->handle.get(), added.path, 0);
-    if (!known && index_has_twin(index, added.path)) return raise_exists(added.path);
+    if (!check_path(added.path) || !check_twin(index, added.path)) return false;
     return index_enter(index, added);
 } catch (...) {
     return fail_thrown();

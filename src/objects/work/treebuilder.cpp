@@ -31,7 +31,7 @@ bool zTreeBuilderExists(TreeBuilder *builder, const zwchar *path) try {
 bool zTreeBuilderInsert(TreeBuilder *builder, const zwchar *path, const Oid *id) try {
     if (!builder || !path || !id) return fail_args();
     std::string name = to_utf8(path);
-    if (!check_path(name)) return false;
+    if (!check_path(name) || !check_twin(builder->index.get(), name.c_str())) return false;
     git_index_entry entry{};
     entry.mode = GIT_FILEMODE_BLOB;
     entry.id = *git::oid(id);
@@ -43,16 +43,17 @@ bool zTreeBuilderInsert(TreeBuilder *builder, const zwchar *path, const Oid *id)
 
 bool zTreeBuilderRemove(TreeBuilder *builder, const zwchar *path) try {
     if (!builder || !path) return fail_args();
-    int code = git_index_remove_bypath(builder->index->handle.get(), to_utf8(path).c_str());
-    return code < 0 ? fail_git(code) : true;
+    return index_drop(builder->index.get(), to_utf8(path).c_str());
 } catch (...) {
     return fail_thrown();
 }
 
 bool zTreeBuilderRmdir(TreeBuilder *builder, const zwchar *path) try {
     if (!builder || !path) return fail_args();
-    int code = git_index_remove_directory(builder->index->handle.get(), to_utf8(path).c_str(), 0);
-    return code < 0 ? fail_git(code) : true;
+    if (!*path) return zIndexClear(builder->index.get());
+    std::string name = to_utf8(path);
+    while (name.ends_with('/')) name.pop_back();
+    return index_drop_below(builder->index.get(), name);
 } catch (...) {
     return fail_thrown();
 }

@@ -20,9 +20,12 @@
 #include "zev/str.h"
 #include "zev/stream.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace zev::rest {
 
@@ -191,22 +194,23 @@ bool can_become(const Branch &branch, const std::u16string &path, const std::u16
     return entry ? raise_exists(target) : true;
 }
 
-bool move_file(Branch &branch, const std::u16string &from, const std::u16string &to) {
-    const Owned<TreeEntry, zTreeEntryFree> entry(zTreeEntryBypath(branch.tree.get(), from.c_str()));
-    if (!entry || to.size() >= Z_PATH_MAX) return false;
-    return branch.insert(to, *zTreeEntryId(entry.get())) &&
-           zTreeBuilderRemove(branch.builder.get(), from.c_str());
-}
-
+// All leave before one comes: on its way into another case a directory would be its own twin.
 bool move_all(Branch &branch, const std::u16string &path, const std::u16string &target) {
     const Spec spec(zPathSpecNew((path + u"/").c_str(), Z_SPEC_LITERAL | Z_SPEC_MUST_MATCH));
     const PathList files(spec ? zTreeMatch(branch.tree.get(), spec.get()) : nullptr);
     if (!files) return false;
+    std::vector<std::pair<std::u16string, Oid>> moved;
     for (uint64_t i = 0; i < zPathListLength(files.get()); ++i) {
         const std::u16string from = zPathListEntry(files.get(), i);
-        if (!move_file(branch, from, target + from.substr(path.size()))) return false;
+        const Owned<TreeEntry, zTreeEntryFree> entry(
+            zTreeEntryBypath(branch.tree.get(), from.c_str()));
+        const std::u16string to = target + from.substr(path.size());
+        if (!entry || to.size() >= Z_PATH_MAX) return false;
+        moved.emplace_back(to, *zTreeEntryId(entry.get()));
+        if (!zTreeBuilderRemove(branch.builder.get(), from.c_str())) return false;
     }
-    return true;
+    return std::ranges::all_of(
+        moved, [&](const auto &file) { return branch.insert(file.first, file.second); });
 }
 
 bool rename(Branch &branch, Json *args) {
