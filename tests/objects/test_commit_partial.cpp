@@ -50,6 +50,13 @@ TEST_F(PartialCommitTest, TakesWhatIsSelectedAndNothingElse) {
     ASSERT_OK(commit_only({u"other", u"st*r.dwx", u"#1.dwx"}, kLiteral));
     EXPECT_EQ(changed(), "A\t#1.dwx\nM\tother\nA\tst*r.dwx");
     EXPECT_EQ(git(place, "cat-file blob HEAD:other"), "333"); // changed since it was staged
+    put("docs/a", "4444");
+    put("other", "4444");
+    add({u"other"});
+    put("other", "55555");
+    ASSERT_OK(commit_only({u"docs", u"other"}, Z_SPEC_INDEX_ONLY)); // tells what, not which bytes
+    EXPECT_EQ(changed(), "M\tother");
+    EXPECT_EQ(git(place, "cat-file blob HEAD:other"), "55555");
 }
 
 // They would keep everybody else's files from being committed; whoever names one is told.

@@ -288,3 +288,36 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     EXPECT_EQ(read(path), original);
     EXPECT_EQ(tables(), 1u) << "nothing left behind";
 }
+
+// A file that stays outside is the user's own, and stays as it is to the byte.
+TEST_F(IdentityTest, OnlyWhatEntersIsConfirmed) {
+    using IndexPtr = zev::Owned<Index, zIndexFree>;
+    const auto add = [&] {
+        const IndexPtr index(zIndexHead(repository.get(), true));
+        const zev::Owned<PathSpec, zPathSpecFree> all(zPathSpecNew(u"*", 0));
+        return zIndexAdd(index.get(), all.get()) && zIndexWrite(index.get());
+    };
+    ASSERT_OK(add());
+    const std::filesystem::path twin = copy(u"A.dwx"), other = copy(u"b.dwx");
+    const std::string bytes = read(source);
+    ASSERT_OK(add());
+    EXPECT_EQ(read(twin), bytes);
+    EXPECT_NE(read(other), bytes);
+}
+
+// To a link's repository it is no drawing, and its rows lie elsewhere.
+TEST_F(IdentityTest, ALinkIsNotWritten) {
+    const std::filesystem::path link = work + u"/docs/link.dwx", none = work + u"/docs/none.dwx";
+    std::filesystem::create_symlink(source, link);
+    std::filesystem::create_symlink("nowhere.dwx", none);
+    DrawingPtr drawing{zDrawingRead(link.u16string().c_str())};
+    ASSERT_OK(drawing);
+    const std::string bytes = read(source);
+    ASSERT_OK(zDrawingSetThumbnail(drawing.get(), 3, "new"));
+    for (const auto &path : {link, none}) {
+        EXPECT_FALSE(zDrawingWrite(drawing.get(), path.u16string().c_str()));
+        EXPECT_EQ(zErrorClass(), 10);
+        EXPECT_TRUE(std::filesystem::is_symlink(path));
+    }
+    EXPECT_EQ(read(source), bytes);
+}

@@ -314,3 +314,16 @@ TEST_F(IndexTest, WholesOfATreeAndTheirParts) {
     };
     EXPECT_EQ(match(u"D") + match(u"d/b"), "d/c3");
 }
+
+// That a file is gone doesn't tell which side was meant.
+TEST_F(IndexTest, RefreshLeavesAConflictWhoseFileIsGone) {
+    for (auto path : {"gone", "kept"}) put(path, "1");
+    make_conflict("plan");
+    for (auto path : {"plan", "gone"}) take(path);
+    put("kept", "22");
+    IndexPtr index = lock();
+    ASSERT_OK(zIndexRefresh(index.get(), spec({u"*"}).get()));
+    ASSERT_OK(zIndexWrite(index.get()));
+    EXPECT_TRUE(zIndexPathIsConflict(index.get(), u"plan"));
+    EXPECT_EQ(brief_status(), "D  gone\nM  kept\nUU plan");
+}

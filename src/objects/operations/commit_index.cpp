@@ -141,8 +141,10 @@ class PartialCommit {
 };
 
 // The index already holds what the file holds: it need not be read and stored once more. An entry
-// that says no more than that the file is to be added holds nothing.
+// that says no more than that the file is to be added holds nothing, and a status of head and index
+// alone has not looked at the file, whose bytes are committed all the same.
 bool PartialCommit::is_staged(const Change &change) const {
+    if (zPathSpecIsOn(spec_, Z_SPEC_INDEX_ONLY)) return false;
     constexpr uint32_t kIndex = GIT_STATUS_INDEX_NEW | GIT_STATUS_INDEX_MODIFIED;
     if (change.word == 0 || (change.word & ~kIndex) != 0) return false;
     const auto *entry = git_index_get_bypath(index_->handle.get(), change.path.c_str(), 0);

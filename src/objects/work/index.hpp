@@ -166,10 +166,13 @@ class Stager {
     explicit Stager(Index *index, const Notify *notify = nullptr)
         : index_(index), notify_(notify), filters_(index), nested_(index) {}
     Staging stage(const char *path); // UTF-8; may throw
+    // By its name and its place: staged if the file there may enter. May throw.
+    Staging admit(const char *path);
 
   private:
     enum class Read { done, changed, failed };
 
+    const git_index_entry *known(const char *path) const;
     Staging stage_file(const char *path, const git_index_entry *known);
     bool open();
     bool is_stopped();

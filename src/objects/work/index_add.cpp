@@ -17,14 +17,18 @@ using namespace zev;
 
 namespace {
 
-// A copied drawing is given a table of its own before it is staged; never through a link.
-void confirm_drawing(const Repository *repository, const char *path, const zwchar *wide) {
-    const zwchar *extension = zPathFindExt(wide);
+// A file of its own, not by way of a link.
+bool is_drawing(const zwchar *full) {
+    const zwchar *extension = zPathFindExt(full);
     struct stat status;
-    if (!extension || !zStrcasesameW(extension, u".dwx")) return;
-    const std::u16string full = full_path(repository, path);
-    if (!os::lstat(full.c_str(), &status) || !S_ISREG(status.st_mode)) return;
-    if (zDrawingDetect(nullptr, full.c_str())) zDrawingConfirmTableBackwardRef(full.c_str());
+    return extension && zStrcasesameW(extension, u".dwx") && os::lstat(full, &status) &&
+           S_ISREG(status.st_mode) && zDrawingDetect(nullptr, full);
+}
+
+// None of the three sides is the file's: only the user can say that it is to go.
+bool is_conflict(Index *index, const char *path) {
+    git_index *handle = index->handle.get();
+    return !git_index_get_bypath(handle, path, 0) && !git_index_find(nullptr, handle, path);
 }
 
 // One comparison, and what of it enters: by zIndexAdd with reports, by zIndexRefresh without.
@@ -44,6 +48,8 @@ class IndexUpdate {
     bool refresh_all(); // tracked files only
     size_t count() const { return git_diff_num_deltas(diff_.get()); }
     bool add_one(const char *path);
+    bool refresh_one(const char *path);
+    void confirm_drawing(const char *path);
 
     Index *index_;
     PathSpec *spec_;
@@ -97,11 +103,19 @@ bool IndexUpdate::add_all() {
     return true;
 }
 
+// A copied drawing is given a table of its own before it is staged, which makes its file anew. One
+// that can't enter stays as it is.
+void IndexUpdate::confirm_drawing(const char *path) {
+    const std::u16string full = full_path(index_->owner, path);
+    if (is_drawing(full.c_str()) && stager_.admit(path) == Staging::staged)
+        zDrawingConfirmTableBackwardRef(full.c_str());
+}
+
 // A repository within is one difference, whose path ends in a slash.
 bool IndexUpdate::add_one(const char *path) {
     std::u16string wide = to_wide(path);
     if (wide.ends_with(u'/')) wide.pop_back();
-    confirm_drawing(index_->owner, path, wide.c_str());
+    confirm_drawing(path);
     Staging done = stager_.stage(path);
     if (done == Staging::directory) {
         // A submodule that is tracked follows its head; other repositories are not ours.
@@ -120,19 +134,20 @@ bool IndexUpdate::refresh() {
 }
 
 bool IndexUpdate::refresh_all() {
-    for (size_t i = 0; i < count(); ++i) {
-        const char *path = git_diff_get_delta(diff_.get(), i)->new_file.path;
-        const Staging done = stager_.stage(path);
-        if (done == Staging::failed) return false;
-        if (done == Staging::missing && !index_drop(index_, path)) return false;
-        if (done == Staging::directory) {
-            const auto *known = git_index_get_bypath(index_->handle.get(), path, 0);
-            const bool link = known && known->mode == GIT_FILEMODE_COMMIT;
-            if (link ? !stage_named(index_, stager_, path) : !index_drop(index_, path))
-                return false;
-        }
-    }
+    for (size_t i = 0; i < count(); ++i)
+        if (!refresh_one(git_diff_get_delta(diff_.get(), i)->new_file.path)) return false;
     return true;
+}
+
+bool IndexUpdate::refresh_one(const char *path) {
+    const Staging done = stager_.stage(path);
+    if (done == Staging::failed) return false;
+    if (done != Staging::missing && done != Staging::directory) return true;
+    if (is_conflict(index_, path)) return true; // until it is resolved
+    const auto *known = git_index_get_bypath(index_->handle.get(), path, 0);
+    const bool link = known && known->mode == GIT_FILEMODE_COMMIT;
+    if (done == Staging::directory && link) return stage_named(index_, stager_, path);
+    return index_drop(index_, path);
 }
 
 // The matcher is made here, before anybody is told of a start.

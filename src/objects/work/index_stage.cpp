@@ -120,12 +120,20 @@ bool NestedRepositories::hold(std::string_view path) {
 
 // A path that is tracked keeps its place; only a new one can be somebody's twin, or lie in
 // another's repository.
-Staging Stager::stage(const char *path) {
+Staging Stager::admit(const char *path) {
     if (!path_can_enter(path) || is_too_long(index_, path)) return Staging::refused;
-    const git_index_entry *known = git_index_get_bypath(index_->handle.get(), path, 0);
-    if (!known && nested_.hold(path)) return Staging::refused;
-    if (!known && index_has_twin(index_, path)) return Staging::twin;
-    return stage_file(path, known);
+    if (known(path)) return Staging::staged;
+    if (nested_.hold(path)) return Staging::refused;
+    return index_has_twin(index_, path) ? Staging::twin : Staging::staged;
+}
+
+Staging Stager::stage(const char *path) {
+    const Staging admitted = admit(path);
+    return admitted == Staging::staged ? stage_file(path, known(path)) : admitted;
+}
+
+const git_index_entry *Stager::known(const char *path) const {
+    return git_index_get_bypath(index_->handle.get(), path, 0);
 }
 
 // A file that is written while we read it is read again; one that never rests is entered with
