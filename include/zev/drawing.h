@@ -76,7 +76,7 @@ ZEV_API const void *zDrawingThumbnail(const Drawing *drawing, uint32_t *size);
 ZEV_API Stream *zDrawingReference(Drawing *drawing, uint32_t *major, uint32_t *minor);
 
 // Whole files. Writing replaces the file at once or not at all, and refuses one that is
-// read-only; out of range when it would exceed 4 GiB.
+// read-only, and a symbolic link; out of range when it would exceed 4 GiB.
 ZEV_API Drawing *zDrawingRead(const zwchar *path);
 ZEV_API bool zDrawingWrite(Drawing *drawing, const zwchar *path);
 

@@ -350,12 +350,20 @@ static bool sync_rows(const zwchar *path) {
     return os::sync_tree(below ? directory : u".") || fail_errno(path);
 }
 
-// A file that refuses writing is left alone: it would not be opened, only be replaced.
+// A file that refuses writing is left alone: it would not be opened, only be replaced. So is a
+// link: what it leads to may lie in another repository than the rows, and to this one it is no
+// drawing.
+static bool check_target(const zwchar *path) {
+    struct stat status;
+    if (!os::lstat(path, &status)) return true;
+    if (S_ISLNK(status.st_mode)) return fail_os(ELOOP, path);
+    return zPathFileWritable(path) || fail_os(EACCES, path);
+}
+
 bool zDrawingWrite(Drawing *drawing, const zwchar *path) try {
     if (!drawing || !path) return fail_args();
     std::vector<uint8_t> bytes;
-    if (!encode_drawing(*drawing, bytes)) return false;
-    if (zPathExists(path) && !zPathFileWritable(path)) return fail_os(EACCES, path);
+    if (!encode_drawing(*drawing, bytes) || !check_target(path)) return false;
     if (!sync_rows(path)) return false;
     return os::replace_file(path, bytes.data(), bytes.size()) || fail_errno(path);
 } catch (...) {
