@@ -89,7 +89,8 @@ void Reload::build_tree() {
 // A file that is saved while it is read fails the whole; a moment later it is there.
 git::Status Reload::read_status() {
     constexpr int kTries = 3;
-    git_status_options how = GIT_STATUS_OPTIONS_INIT;
+    git_status_options how;
+    git_status_options_init(&how, GIT_STATUS_OPTIONS_VERSION);
     how.show = GIT_STATUS_SHOW_INDEX_AND_WORKDIR;
     how.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX |
                 GIT_STATUS_OPT_SORT_CASE_SENSITIVELY;

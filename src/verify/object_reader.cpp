@@ -181,7 +181,8 @@ bool ObjectReader::read_large(Pack &pack, uint64_t offset, const Oid &id, bool *
     }
     if (!*is_whole) return false;
     begin(type, size);
-    return inflate(file, size) & has_name(id); // both: the sum begins anew
+    const bool whole = inflate(file, size);
+    return has_name(id) && whole; // asked in any case: the sum begins anew
 }
 
 // Exactly so many bytes into the sum.
