@@ -104,11 +104,6 @@ TEST_F(Revisions, ComeInBatchesWholeOrNotAtAll) {
     EXPECT_EQ(service.ask(Z_HTTP_PATCH, revisions).message().substr(0, 26),
               "The request needs content ");
     EXPECT_EQ(service.post(revisions, "[]").code, 400);
-    // Whoever asks for none needs no records.
-    std::filesystem::remove_all(service.repos() / "ann/plant/revisions");
-    test::write(service.repos() / "ann/plant/revisions", "");
-    EXPECT_EQ(service.patch(revisions, "[]").body, R"({"data":{"entries":[]}})");
-    EXPECT_EQ(service.patch(revisions, "[" + good + "]").code, 500);
 }
 
 } // namespace
