@@ -30,7 +30,7 @@ class KeepFiles {
 
   private:
     bool is_ignored(const std::string &directory) const;
-    static void make(const std::u16string &full);
+    static bool make(const std::u16string &full);
 
     Index *index_;
     Stager stager_;
@@ -54,7 +54,8 @@ bool KeepFiles::is_ignored(const std::string &directory) const {
     return false;
 }
 
-// Failing to make one raises, and what stands there is added all the same. One that differs from
+// Failing to make one raises, and what stands there is added all the same; where nothing does, that
+// is the reason which is told. One that differs from
 // a tracked one in case only is that one where case doesn't count.
 bool KeepFiles::ensure(const std::string &directory) {
     const std::string path = keep_file_of(directory);
@@ -62,8 +63,10 @@ bool KeepFiles::ensure(const std::string &directory) {
     if (!known && index_has_twin(index_, path)) return true;
     const std::u16string full = full_path(index_->owner, path);
     struct stat status;
-    if (!os::lstat(full.c_str(), &status) || !S_ISREG(status.st_mode)) make(full);
-    return stage_named(index_, stager_, path.c_str());
+    const bool stands = (os::lstat(full.c_str(), &status) && S_ISREG(status.st_mode)) || make(full);
+    const Staging done = stager_.stage(path.c_str());
+    if (!stands && done == Staging::missing) return false;
+    return finish_named(index_, done, path.c_str());
 }
 
 bool KeepFiles::ensure_below(const std::string &directory) {
@@ -79,9 +82,9 @@ bool KeepFiles::ensure_below(const std::string &directory) {
 }
 
 // Only where there is nothing: through a link it would empty another file.
-void KeepFiles::make(const std::u16string &full) {
-    Owned<FILE, fclose> file(os::open(full.c_str(), u"w+x"));
-    if (!file) fail_errno(full.c_str());
+bool KeepFiles::make(const std::u16string &full) {
+    const Owned<FILE, fclose> file(os::open(full.c_str(), u"w+x"));
+    return file || fail_errno(full.c_str());
 }
 
 } // namespace
