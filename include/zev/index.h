@@ -112,8 +112,8 @@ ZEV_API bool zIndexRemoveDirectory(Index *index, const zwchar *path);
 // stay out. Each file is told by the spec's notify: added, or skipped when it is gone, is no
 // file, or its path may not enter. A directory with a `.git` of its own, and one that is tracked as
 // a submodule, is another repository's: its files stay out, and it is told as skipped. A copied
-// drawing whose path may enter is given a table of its own first. A file that can't be read ends it: false, told as
-// aborted. A user break: class 6, told as canceled. No patterns: class 3.
+// drawing whose path may enter is given a table of its own first. A file that can't be read ends
+// it: false, told as aborted. A user break: class 6, told as canceled. No patterns: class 3.
 ZEV_API bool zIndexAdd(Index *index, PathSpec *spec);
 
 // Takes changes and losses of tracked files into the index, without telling. A conflict whose file
@@ -143,13 +143,14 @@ ZEV_API bool zIndexRevert(Index *index, PathSpec *spec);
 
 // Commits the whole index, or with a spec HEAD and the selected changes alone, staging them on
 // the way; whatever else is staged stays so. What is committed is what the files hold, also with
-// Z_SPEC_INDEX_ONLY, which selects by what is staged. Of two paths that differ in case only, that of the
-// index takes the place of HEAD's. New files whose names can't enter are told by the spec's notify
-// as skipped, unless a pattern names one exactly. Writes the index, syncs, moves the reference, and
-// syncs again. Null when it failed: class 3 without changes, class 2 with path and state for one
-// that can't be committed, such as a conflict. A locked index's file is then as it was, but for one
-// that was written under this lock before: there what was staged on the way stays so. Where HEAD
-// has moved since the index was read it fails as well: the commit would take back what came in.
+// Z_SPEC_INDEX_ONLY, which selects by what is staged. Of two paths that differ in case only, that
+// of the index takes the place of HEAD's. New files whose names can't enter are told by the spec's
+// notify as skipped, unless a pattern names one exactly. Writes the index, syncs, moves the
+// reference, and syncs again. Null when it failed: class 3 without changes, class 2 with path and
+// state for one that can't be committed, such as a conflict. A locked index's file is then as it
+// was, but for one that was written under this lock before: there what was staged on the way stays
+// so. Where HEAD has moved since the index was read it fails as well: the commit would take back
+// what came in.
 ZEV_API Commit *zIndexCommit(Index *index, PathSpec *spec, const zwchar *reference,
                              const zwchar *author, const zwchar *message);
 
