@@ -63,6 +63,14 @@ struct Paths : testing::Test {
             .code;
     }
 
+    int32_t store(const char *user, const std::string &table) {
+        service.log_in(user, "code");
+        return service
+            .ask(Z_HTTP_PUT, "/repos/ann/plant/tables/" + table, be32(0),
+                 u"application/octet-stream")
+            .code;
+    }
+
     std::string drawing(const std::string &of_table, const std::string &thumbnail = "") {
         auto made = test::guard(zDrawingNew(nullptr, nullptr), zDrawingFree);
         Oid id;
@@ -163,6 +171,10 @@ TEST_F(Paths, DecideOnTables) {
     EXPECT_FALSE(std::filesystem::exists(service.at(project) + "/tables/bb"));
     EXPECT_EQ(rows("ann", hidden), 200);
     EXPECT_EQ(rows("bob", free), 200);
+    // They are changed by who may write there.
+    EXPECT_EQ(store("mal", open), 201);
+    EXPECT_EQ(store("mal", hidden), 403);
+    EXPECT_EQ(store("mal", free), 201);
 
     // A drawing that comes after the commit that names it.
     const std::string bytes = drawing(late), id = id_of(bytes);

@@ -29,9 +29,10 @@ bool is_keep_file(std::string_view path) {
 
 class Reader {
   public:
-    // Who may read every path needs no index.
-    explicit Reader(Call &call) : rights_(rights(call)) {
-        if (rights_.everywhere(Z_PRIVILEGE_READ)) reads_all_ = true;
+    // Who may read every path needs no index. Somebody may be asked for another right in its place.
+    explicit Reader(Call &call, int32_t right = Z_PRIVILEGE_READ)
+        : right_(right), rights_(rights(call)) {
+        if (rights_.everywhere(right)) reads_all_ = true;
         if (reads_all_) return;
         lease_ = PathIndex::open(call.repository.get());
         if (lease_.index && !lease_.index->refresh(call.repository.get())) lease_.index = nullptr;
@@ -83,9 +84,10 @@ class Reader {
 
   private:
     bool is_readable(std::string_view path) {
-        return is_keep_file(path) || (rights_.at(to_wide(path)) & Z_PRIVILEGE_READ);
+        return is_keep_file(path) || (rights_.at(to_wide(path)) & right_);
     }
 
+    const int32_t right_;
     Privileges &rights_;
     PathIndex::Lease lease_{};
     std::optional<bool> reads_all_;               // once it was asked for
@@ -113,6 +115,13 @@ HttpResponse *admit_blob(Call &call, const Oid &id) {
 
 HttpResponse *admit_table(Call &call, const Oid &id) {
     return admit(call, [&](Reader &reader) { return reader.may_read(PathIndex::Kind::table, id); });
+}
+
+HttpResponse *admit_rows(Call &call, const Oid &id) {
+    if (!call.guarded) return nullptr;
+    Reader writer(call, Z_PRIVILEGE_WRITE);
+    if (writer.may_read(PathIndex::Kind::table, id)) return nullptr;
+    return writer.has_failed() ? fail_inside(call) : refuse(call, 403);
 }
 
 HttpResponse *admit_entries(Call &call, Json *entries) {

@@ -13,6 +13,9 @@ namespace zev::rest {
 // throw.
 HttpResponse *admit_blob(Call &call, const Oid &id);
 HttpResponse *admit_table(Call &call, const Oid &id);
+// Rows of a drawing that a commit has named come from whoever may write one of its paths: they
+// would take the place of those that it has.
+HttpResponse *admit_rows(Call &call, const Oid &id);
 // The entries of a pack to be built, some of which may be anything: each file asked for by itself,
 // and all that was ever named where one is asked for with what lies below it.
 HttpResponse *admit_entries(Call &call, Json *entries);

@@ -136,7 +136,8 @@ HttpResponse *refuse_table(const Call &call, bool reads, const Oid &id, Here at 
 HttpResponse *open_named(Call &call, bool reads, Opened &opened) {
     if (HttpResponse *refusal = need_id(call, &opened.id)) return refusal;
     if (HttpResponse *refusal = open_project(call)) return refusal;
-    if (HttpResponse *refusal = reads ? admit_table(call, opened.id) : nullptr) return refusal;
+    if (HttpResponse *refusal = reads ? admit_table(call, opened.id) : admit_rows(call, opened.id))
+        return refusal;
     opened.is_new = !has_table(call.repository.get(), opened.id);
     opened.table.reset(zTableByid(call.repository.get(), &opened.id));
     return opened.table ? need_octets(call) : refuse_table(call, reads, opened.id);
