@@ -4,6 +4,8 @@
 
 #include "system/os.hpp"
 
+#include <git2.h>
+
 using test::Answer, test::make_project, test::Service, test::store_tree;
 namespace os = zev::os;
 
@@ -36,6 +38,14 @@ struct Commits : testing::Test {
 TEST_F(Commits, AreRefusedWithTheirReasons) {
     const std::string branch = "refs/heads/master", made = tree("1");
     const std::string id = service.post(kCommits, body("a", "m", made, branch)).text("data.id");
+    const auto tree_of = [&](const std::string &entry) { // of what is no file, or isn't here
+        git_oid file;
+        git_oid_fromstr(&file, entry.c_str());
+        return test::store(
+            service, "ann/plant", Z_OBJECT_TREE,
+            std::string("100644 x") + '\0' +
+                std::string(reinterpret_cast<const char *>(file.id), sizeof file.id));
+    };
     const struct {
         std::string json;
         int code;
@@ -43,6 +53,8 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
     } cases[] = {
         {"", 400, "'application/json'"},
         {"{", 400, "could not be read"},
+        {body("a", "m", tree_of(kNone), branch, id), 400, "'x' is invalid"},
+        {body("a", "m", tree_of(made)), 400, "'x' is invalid"},
         {R"({"query":{"message":"m","tree":"t"}})", 400, "'query.author' is required"},
         {R"({"query":{"author":"a","tree":"t"}})", 400, "'query.message' is required"},
         {R"({"query":{"author":"a","message":"m"}})", 400, "'query.tree' is required"},

@@ -1,13 +1,16 @@
 // Commits: the history along first parents, one commit, and a new one on a branch that is still
 // where the client believes it. A commit is answered when it would survive a loss of power.
 #include "common/error_class.hpp"
+#include "common/utf.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/paths_of.hpp"
 #include "network/rest/repos/tree_change.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/odb.hpp"
 #include "objects/store/tree_extent.hpp"
+#include "objects/store/tree_pairs.hpp"
 #include "rms/privilege.hpp"
 #include "zev/oid.h"
 #include "zev/revlist.h"
@@ -114,6 +117,7 @@ struct NewCommit {
     HttpResponse *read();
     HttpResponse *find_parent();
     HttpResponse *find_tree();
+    HttpResponse *check_files();
     HttpResponse *check_rights();
     enum class Tip { stands, moved, unknown };
     Tip look_again() const;
@@ -170,6 +174,28 @@ HttpResponse *NewCommit::find_tree() {
     if (!has_bounded_change(before ? before->handle.get() : nullptr, tree->handle.get()))
         return refuse(call, 400, u"srv.eInvalidContent");
     return nullptr;
+}
+
+// What enters is here, and a file: a commit that names another can't be copied any more.
+HttpResponse *NewCommit::check_files() {
+    const OdbPtr odb(zOdbOpen(call.repository.get()));
+    if (!odb || git_odb_refresh(odb->handle.get()) < 0) return fail_inside();
+    std::string missing;
+    const auto take = [&](const std::string &path, TreePairs::Entry, TreePairs::Entry made) {
+        if (!made || git_tree_entry_type(made) != GIT_OBJECT_BLOB || !missing.empty()) return;
+        size_t size = 0;
+        git_object_t type = GIT_OBJECT_INVALID;
+        if (git_odb_read_header(&size, &type, odb->handle.get(), git_tree_entry_id(made)) < 0 ||
+            type != GIT_OBJECT_BLOB)
+            missing = path;
+    };
+    git_repository *git = call.repository->handle.get();
+    const bool walked = TreePairs(git, false, take)
+                            .walk(before ? before->handle.get() : nullptr, tree->handle.get());
+    git_error_clear();
+    if (!walked) return refuse(call, 400, u"srv.eInvalidContent");
+    if (missing.empty()) return nullptr;
+    return refuse(call, 400, u"srv.eFieldInvalid_s", to_wide(missing).c_str());
 }
 
 // A file that enters is named by its path from then on.
@@ -252,6 +278,7 @@ HttpResponse *create_commit(Call &call) {
     if (HttpResponse *refusal = made.find_parent()) return refusal;
     if (HttpResponse *refusal = made.find_tree()) return refusal;
     if (HttpResponse *refusal = made.check_rights()) return refusal;
+    if (HttpResponse *refusal = made.check_files()) return refusal;
     const CommitPtr commit = made.create();
     if (!commit && made.update && made.look_again() == NewCommit::Tip::moved)
         return refuse(call, 409, u"srv.eWorktreeNeedsUpdate");
