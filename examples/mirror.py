@@ -26,7 +26,8 @@ class Service:
         """The answer: `data` of JSON, or the bytes."""
         body, kind = octets, "application/octet-stream"
         if query is not None:
-            body, kind = json.dumps({"query": query}), "application/json"
+            body = json.dumps({"query": query}, ensure_ascii=False).encode()
+            kind = "application/json"
         self.peer.request(method, path, body, {**self.account, "Content-Type": kind})
         answer = self.peer.getresponse()
         content = answer.read()

@@ -181,6 +181,7 @@ class JsonBlocks {
     Json *finish();
     // So many nodes at most: a run beyond them is false, and `is_bounded` then.
     void set_most(uint64_t nodes);
+    void set_plain(bool plain);
     bool is_bounded() const;
 
   private:
@@ -193,6 +194,7 @@ class JsonBlocks {
 struct JsonBounds {
     uint64_t bytes, nodes;
     bool exceeded = false;
+    bool plain = false; // a text with \u, which stays as it is, is refused
 };
 Json *json_read_bounded(Stream *stream, JsonBounds &bounds);
 

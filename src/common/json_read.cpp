@@ -64,6 +64,7 @@ enum class Act : uint8_t {
     none,
     refuse,
     escape,
+    unicode,
     text,
     comma,
     colon,
@@ -166,7 +167,7 @@ constexpr void add_strings(Cells &cells) {
     on(cells, String, "\"", {Done, Token::none, Act::text});
     on(cells, String, "\\", {Escape, Token::none, Act::escape});
     on(cells, Escape, "\"\\/bfnrt", {String});
-    on(cells, Escape, "u", {Hex1});
+    on(cells, Escape, "u", {Hex1, Token::none, Act::unicode});
     for (char c : std::string_view("01abcdefAE")) {
         const std::string_view digit(&c, 1);
         on(cells, Hex1, digit, {Hex2});
@@ -262,6 +263,7 @@ template <class Unit> class JsonReader {
     }
 
     void set_most(uint64_t nodes) { left_ = nodes; }
+    void set_plain(bool plain) { plain_ = plain; }
     bool is_bounded() const { return bounded_; }
 
     // The tree, if the text was whole.
@@ -286,6 +288,7 @@ template <class Unit> class JsonReader {
     Mode outer_[limits::json_depth]; // modes below mode_
     uint64_t left_ = UINT64_MAX;     // nodes that there may still be
     bool bounded_ = false;           // one more was to be
+    bool plain_ = false;             // takes no \u
     NodePool nodes_;
     JsonGuard root_;
     Json *current_ = nullptr;  // lent from root_
@@ -338,6 +341,8 @@ template <class Unit> bool JsonReader<Unit>::act(Act act, const Unit *at) {
         return false;
     case Act::escape:
         return escaped_ = true;
+    case Act::unicode:
+        return !plain_;
     case Act::text:
         return end_text(at);
     case Act::comma:
@@ -445,6 +450,7 @@ const char *JsonBlocks::token() const { return reader_->token(); }
 void JsonBlocks::resume(const char *token) { reader_->resume(token); }
 Json *JsonBlocks::finish() { return reader_->finish(); }
 void JsonBlocks::set_most(uint64_t nodes) { reader_->set_most(nodes); }
+void JsonBlocks::set_plain(bool plain) { reader_->set_plain(plain); }
 bool JsonBlocks::is_bounded() const { return reader_->is_bounded(); }
 
 uint64_t zev::json_unescape(zwchar *text, uint64_t units) {

@@ -26,6 +26,7 @@ uint64_t read_fully(Stream *stream, char *at, uint64_t wanted) {
 Json *read_stream(Stream *stream, JsonBounds &bounds) {
     JsonBlocks reader;
     reader.set_most(bounds.nodes);
+    reader.set_plain(bounds.plain);
     uint64_t total = 0;
     std::vector<char> block(kBlock);
     uint64_t kept = 0, wanted = 3; // first what may be a byte order mark

@@ -53,6 +53,7 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
     } cases[] = {
         {"", 400, "'application/json'"},
         {"{", 400, "could not be read"},
+        {body("J\\u00f6", "m", made), 400, "could not be read"}, // would be another name
         {body("a", "m", tree_of(kNone), branch, id), 400, "'x' is invalid"},
         {body("a", "m", tree_of(made)), 400, "'x' is invalid"},
         {R"({"query":{"message":"m","tree":"t"}})", 400, "'query.author' is required"},

@@ -177,6 +177,7 @@ HttpResponse *read_json(const Call &call, Tree &body) {
     Stream *stream = zHttpRequestBody(call.request);
     if (!stream) return refuse(call, 400, u"srv.eNoProperContent_s", kJsonType);
     JsonBounds bounds{call.server->limits.json, call.server->limits.nodes};
+    bounds.plain = true; // or a name with an umlaut, escaped, would be stored as another one
     body.reset(json_read_bounded(stream, bounds));
     if (bounds.exceeded) return refuse(call, 413);
     return body ? nullptr : refuse(call, 400, u"srv.eUnresolvableContent");

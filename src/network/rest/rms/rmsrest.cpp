@@ -81,6 +81,7 @@ void note_command(const Call &call, const Command &command, Json *arguments,
 HttpResponse *run(Call &call, std::span<const Command> commands) {
     Stream *stream = zHttpRequestBody(call.request);
     JsonBounds bounds{call.server->limits.json, call.server->limits.nodes};
+    bounds.plain = true; // or a rule would be set for another path
     const Tree body(stream ? json_read_bounded(stream, bounds) : nullptr);
     if (bounds.exceeded) return refuse(call, 413);
     Json *query = body && zJsonIsObject(body.get()) ? object_at(body.get(), u"query") : nullptr;
