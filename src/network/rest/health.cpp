@@ -1,5 +1,6 @@
 // What a watcher asks of the service now and then: whether it is there and can store. Nobody has to
 // say who he is, so it names nothing.
+#include "common/utf.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/places.hpp"
@@ -8,6 +9,8 @@
 #include "zev/path.h"
 
 #include <map>
+
+#include <sys/statvfs.h>
 
 namespace zev::rest {
 
@@ -46,6 +49,12 @@ uint64_t count_projects(HttpServer &server, const std::u16string &repos) {
     return sum;
 }
 
+// A file can be made where no byte of it could be kept.
+bool has_room(const zwchar *path) {
+    struct statvfs room;
+    return statvfs(to_utf8(path).c_str(), &room) != 0 || room.f_bavail > 0;
+}
+
 } // namespace
 
 HttpResponse *report_health(Call &call) {
@@ -54,7 +63,8 @@ HttpResponse *report_health(Call &call) {
     if (!repos) return nullptr;
     zwchar conf[Z_PATH_MAX];
     zPathGetConf(conf);
-    const bool writable = os::writable(repos) && os::writable(conf);
+    const bool writable =
+        os::writable(repos) && os::writable(conf) && has_room(repos) && has_room(conf);
     const int64_t uptime = (os::calls.steady() - server.began) / kSecond;
     const uint64_t projects = count_projects(server, repos);
     Tree data(zJsonNewObject(u"version", zJsonNewString(u"" ZEV_VERSION), u"uptime",
