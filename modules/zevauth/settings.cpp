@@ -52,7 +52,7 @@ std::set<Text> roles_of(const Rights &rights, const Team &team, int32_t uid) {
 } // namespace
 
 int32_t set_default(Repository *repo, int32_t setting) {
-    if (!repo) return Z_AUTH_BAD_ARGUMENT;
+    if (!repo || setting < 0) return Z_AUTH_BAD_ARGUMENT;
     return change_rights(repo, [&](Rights &rights, const Team &) -> int32_t {
         rights.fallback = setting & kBits;
         return Z_AUTH_DONE;
@@ -71,6 +71,7 @@ int32_t get_default(Repository *repo, int32_t *setting) {
 int32_t add_setting(Repository *repo, const zwchar *path, const zwchar *role, int32_t setting) {
     Text kept;
     if (!repo || !path || !role || !rule_path(path, &kept)) return Z_AUTH_BAD_ARGUMENT;
+    if (setting < 0) return Z_AUTH_BAD_ARGUMENT; // every bit, whatever was meant
     return change_rights(repo, [&](Rights &rights, const Team &) -> int32_t {
         const auto found = rights.roles.find(role);
         if (found == rights.roles.end()) return Z_AUTH_NOT_FOUND;
