@@ -294,8 +294,9 @@ TEST_F(CheckoutTest, FilesAreAsTheTargetHasThem) {
     for (const char *name : {"link", "turns", "goes"}) take(name);
     for (const char *name : {"link", "turns"}) put(name, "a file\n");
     fs::create_symlink("nowhere", place / "comes");
-    put(".gitattributes", "*.txt text eol=crlf\n");
+    put(".gitattributes", "*.txt text eol=crlf\n*.dwx text eol=crlf\n");
     for (const char *name : {"!.txt", "text.txt"}) put(name, "1\r\n");
+    put("plan.dwx", "1\n");
     std::string noise(3u << 20, 0);
     std::generate(noise.begin(), noise.end(), std::minstd_rand());
     for (const char *name : {"kept", "large"}) put(name, noise);
@@ -309,6 +310,7 @@ TEST_F(CheckoutTest, FilesAreAsTheTargetHasThem) {
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(place / "link")));
     EXPECT_FALSE(exists("goes"));
     EXPECT_EQ(at("!.txt") + at("text.txt"), "1\r\n1\r\n");
+    EXPECT_EQ(at("plan.dwx"), "1\n") << "a drawing was converted";
     for (const char *name : {"kept", "large", "link", "text.txt"}) {
         struct stat now;
         ASSERT_EQ(lstat((place / name).c_str(), &now), 0);

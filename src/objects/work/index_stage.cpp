@@ -74,7 +74,11 @@ namespace zev {
 Filters::Filters(const Index *index)
     : index_(index), always_(filters_everywhere(index->owner->handle.get())) {}
 
+// A drawing is never converted: no line of it ends anywhere, whatever an attribute says of all
+// files.
 bool Filters::may_apply(std::string_view path) {
+    const std::string_view tail = path.substr(path.size() - std::min<size_t>(path.size(), 4));
+    if (zStrcasesameA(std::string(tail).c_str(), ".dwx")) return false;
     if (always_) return true;
     const size_t slash = path.rfind('/');
     return in_directory(slash == path.npos ? "" : path.substr(0, slash + 1));
