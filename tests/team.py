@@ -336,6 +336,20 @@ def moved(ann):
     ann.sound()
 
 
+def renamed_project(ben, data):
+    """What isn't here can't be compared: no object of a drawing counts as new for that."""
+    place = ben.home + "/renamed"
+    ben.zev(["get", "team/house", place], cwd=ben.home)
+    ben.write("../fourth.dxf", drawing(data, "14.5"))
+    ben.write("plan.dwx", ben.read("../renamed/plan.dwx"), ben.home + "/before")
+    admin("project rename team/house hut")
+    text = ben.zev("import ../fourth.dxf plan.dwx", 3, cwd=place)
+    expect("blocks of its last version" in text, "what is missing: " + text)
+    expect(ben.read("../renamed/plan.dwx") == ben.read("../before/plan.dwx"), "and it stays")
+    admin("project rename team/hut house")
+    ben.zev("import ../fourth.dxf plan.dwx", cwd=place)
+
+
 def taken_places(url, ann, ben):
     place = ben.home + "/taken"
     ben.write("precious.txt", "mine", place)
@@ -452,6 +466,7 @@ def play(work, data, example):
         no_rights(ann, ben)
         wrong_password(url, ann)
         moved(ann)
+        renamed_project(ben, data)
         taken_places(url, ann, ben)
         host_of_the_library(url, ann, example)
         broken_line(url, server, ann, ben)

@@ -121,6 +121,16 @@ class Displaced {
     bool is_kept_ = false;
 };
 
+// Without the rows of a committed version every object would count as a new one. A drawing of
+// another project, whose rows nobody has here, is replaced as a whole.
+void fetch_former(Host &host, const WorkingCopy &copy, Drawing *committed, Drawing *former,
+                  const std::string &path) {
+    if (fetch_rows(host, copy, former, path) || !committed) return;
+    if (zOidIsEqual(zDrawingTableId(committed), zDrawingTableId(former)))
+        throw Failed(kNotFound, path + ": the blocks of its last version are not here, and the "
+                                       "server has none; \"zev info\" tells which project it is");
+}
+
 void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
                 const std::string &target) {
     if (!is_drawing_name(target))
@@ -142,7 +152,9 @@ void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
                         .fetch_rows = {},
                         .ask_tag = {}};
     if (!origin_of(copy).empty()) {
-        request.fetch_rows = [&](Drawing *drawing) { fetch_rows(host, copy, drawing, path); };
+        request.fetch_rows = [&](Drawing *drawing) {
+            fetch_former(host, copy, head.get(), drawing, path);
+        };
         request.ask_tag = [&](Table *table) { return ask_tag(host, copy, table, path); };
     }
     Displaced before(copy, path);
