@@ -159,6 +159,8 @@ def send_and_get(url, ann, ben, data):
     ann.zev("add .")
     commit = ann.records(["ci", "-m", "All of it"])[-1]
     expect(commit["author"] == "ann", "who has sent it: " + str(commit))
+    subprocess.run(["git", "init", "-q", ben.home], check=True)  # another project lies around
+    subprocess.run(["git", "-C", ben.home, "remote", "add", "origin", "/elsewhere"], check=True)
     ben.zev("co team/house", cwd=ben.home)
     for name in ODD:
         expect(ben.read(name) == ("of " + name).encode(), "came: " + name)

@@ -3,6 +3,7 @@
 #include "server.hpp"
 
 #include "copy.hpp"
+#include "remote_copy.hpp"
 #include "terminal.hpp"
 
 #include <algorithm>
@@ -47,12 +48,9 @@ std::string last_server() {
     return read_cookie("zev", kLast, &server, &unused) ? narrow(server.c_str()) : "";
 }
 
-// The address of the project that a working copy around here comes from.
-std::string origin() try {
-    const WorkingCopy copy;
-    const Owned<zwchar, zStrfreeW> url(zRepositoryRemoteUrl(copy.repository()));
-    return narrow(url.get());
-} catch (const std::exception &) {
+// The address of the project that a working copy around here comes from; empty where that follows
+// no server, as any repository of git's may lie around.
+std::string origin() try { return origin_of(WorkingCopy()); } catch (const std::exception &) {
     return {};
 }
 
