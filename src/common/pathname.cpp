@@ -4,6 +4,7 @@
 
 #include "common/failure.hpp"
 #include "common/utf.hpp"
+#include "zev/str.h"
 
 #include <cstdint>
 #include <string>
@@ -90,5 +91,11 @@ bool path_can_enter(std::string_view path) {
 }
 
 bool check_path(std::string_view path) { return path_can_enter(path) || raise_args(to_wide(path)); }
+
+bool is_drawing_name(std::string_view path) {
+    constexpr std::string_view kEnd = ".dwx";
+    if (path.size() <= kEnd.size()) return false;
+    return zStrcasesameA(std::string(path.substr(path.size() - kEnd.size())).c_str(), kEnd.data());
+}
 
 } // namespace zev

@@ -1,4 +1,5 @@
-// The one check of paths that are to enter an index or a tree, whoever names them.
+// The one check of paths that are to enter an index or a tree, whoever names them, and what their
+// names tell.
 #pragma once
 
 #include <string_view>
@@ -12,5 +13,8 @@ bool path_can_enter(std::string_view path);
 
 // The same, raising invalid arguments with the path.
 bool check_path(std::string_view path);
+
+// By the name alone, since the bytes may not be here: whether a path (UTF-8) is that of a drawing.
+bool is_drawing_name(std::string_view path);
 
 } // namespace zev

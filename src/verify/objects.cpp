@@ -11,6 +11,7 @@
 // Reading compares an object with its name. Packs are also compared with their own sums, which
 // reaches what no reference does.
 #include "common/limits.hpp"
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/work/index.hpp"
 #include "verify/files.hpp"
@@ -27,10 +28,6 @@ namespace {
 
 constexpr uint64_t kPoll = 256; // objects between two looks at the user's break
 constexpr int32_t kUnknown = 0; // type of an object
-
-bool is_drawing_name(const std::string &path) {
-    return path.size() > 4 && zStrcasesameA(path.c_str() + path.size() - 4, ".dwx");
-}
 
 // An object to look at, and on whose behalf.
 struct Item {

@@ -77,8 +77,7 @@ Filters::Filters(const Index *index)
 // A drawing is never converted: no line of it ends anywhere, whatever an attribute says of all
 // files.
 bool Filters::may_apply(std::string_view path) {
-    const std::string_view tail = path.substr(path.size() - std::min<size_t>(path.size(), 4));
-    if (zStrcasesameA(std::string(tail).c_str(), ".dwx")) return false;
+    if (is_drawing_name(path)) return false;
     if (always_) return true;
     const size_t slash = path.rfind('/');
     return in_directory(slash == path.npos ? "" : path.substr(0, slash + 1));

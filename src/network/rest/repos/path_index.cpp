@@ -11,6 +11,7 @@
 #include "network/rest/repos/path_index.hpp"
 
 #include "common/limits.hpp"
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
@@ -83,12 +84,6 @@ ldb::Database open_database(const std::u16string &directory, ldb::Text &error) {
 } // namespace
 
 // ---- Drawings
-
-bool is_drawing_name(std::string_view path) {
-    constexpr std::string_view kEnd = ".dwx";
-    if (path.size() <= kEnd.size()) return false;
-    return zStrcasesameA(std::string(path.substr(path.size() - kEnd.size())).c_str(), kEnd.data());
-}
 
 int find_table(Repository *repository, const Oid &id, std::optional<Oid> &table) {
     git::Blob blob;

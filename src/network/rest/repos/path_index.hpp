@@ -16,8 +16,6 @@
 
 namespace zev::rest {
 
-// By a file's name, since the bytes may not be here.
-bool is_drawing_name(std::string_view path);
 // The table that a drawing tells; none for a file that is no drawing. A code of libgit2's:
 // GIT_ENOTFOUND where the file isn't here, or is none.
 int find_table(Repository *repository, const Oid &id, std::optional<Oid> &table);

@@ -2,6 +2,7 @@
 // of its paths, also where the index can't be had; and nobody gives it a path of his own.
 #include "network/rest/repos/paths_of.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/path_index.hpp"
@@ -100,9 +101,9 @@ HttpResponse *fail_inside(Call &call, Here at = {}) {
            refuse(call, 500, u"srv.eInternalError", nullptr, at);
 }
 
-template <class F> HttpResponse *admit(Call &call, F ask) {
+template <class F> HttpResponse *admit(Call &call, F ask, int32_t right = Z_PRIVILEGE_READ) {
     if (!call.guarded) return nullptr;
-    Reader reader(call);
+    Reader reader(call, right);
     if (ask(reader)) return nullptr;
     return reader.has_failed() ? fail_inside(call) : refuse(call, 403);
 }
@@ -118,10 +119,8 @@ HttpResponse *admit_table(Call &call, const Oid &id) {
 }
 
 HttpResponse *admit_rows(Call &call, const Oid &id) {
-    if (!call.guarded) return nullptr;
-    Reader writer(call, Z_PRIVILEGE_WRITE);
-    if (writer.may_read(PathIndex::Kind::table, id)) return nullptr;
-    return writer.has_failed() ? fail_inside(call) : refuse(call, 403);
+    const auto ask = [&](Reader &writer) { return writer.may_read(PathIndex::Kind::table, id); };
+    return admit(call, ask, Z_PRIVILEGE_WRITE);
 }
 
 HttpResponse *admit_entries(Call &call, Json *entries) {
