@@ -7,6 +7,8 @@
 //    without a user waits for its uid, which its own creation alone can give out next.
 // 3. Where there are secrets there is a file of users. Its loss would give ids out again, and with
 //    them what projects have granted: it is a damage, and no first start.
+// 4. Where there is a file of users there is one of secrets, from the first start on, when it is
+//    made behind the other. Without it nobody could be told from one who never had a password.
 #include "store.hpp"
 
 #include "file.hpp"
@@ -155,6 +157,17 @@ Shared<Team> team_at(const Text &path) {
     return found && (stamp.exists || is_new(path)) ? found : nullptr;
 }
 
+// Under the lock of the team: the file of secrets, of a team to which nobody was ever added.
+bool begin_secrets(const Team &team) {
+    const Text path = secrets_file();
+    Stamp stamp;
+    if (!look(path, &stamp)) return complain_errno(path);
+    if (stamp.exists) return true;
+    if (team.next_user != Team().next_user)
+        return complain(path, "missing, although there are users");
+    return write(path, text_of(Secrets()), kSecretMode);
+}
+
 // Under the lock: what the roles grant to nobody goes.
 void forget_departed(Rights &rights, const Team &team) {
     for (auto &[name, role] : rights.roles) {
@@ -167,7 +180,13 @@ void forget_departed(Rights &rights, const Team &team) {
 
 Shared<Team> team() { return team_at(team_file()); }
 Shared<Rights> rights(Repository *repository) { return projects().at(rights_file(repository)); }
-Shared<Secrets> secrets() { return vault().at(secrets_file()); }
+Shared<Secrets> secrets() {
+    const Text path = secrets_file();
+    Stamp stamp;
+    Shared<Secrets> found = vault().at(path, &stamp);
+    if (found && !stamp.exists) return complain(path, "missing, although there are users"), nullptr;
+    return found;
+}
 
 int32_t change_team(const std::function<int32_t(Team &)> &edit) {
     const Text path = team_file();
@@ -210,7 +229,9 @@ bool set_secret(const Team &team, int32_t uid, const std::string &hash) {
 }
 
 bool prepare_store() {
-    return change_team([](Team &) { return Z_AUTH_DONE; }) == Z_AUTH_DONE;
+    return change_team([](Team &team) {
+               return begin_secrets(team) ? Z_AUTH_DONE : Z_AUTH_STORE_FAILED;
+           }) == Z_AUTH_DONE;
 }
 
 } // namespace zevauth

@@ -31,7 +31,7 @@ int32_t change_rights(Repository *repository,
 // the team's and `uid` go; an empty hash takes this user's away.
 bool set_secret(const Team &team, int32_t uid, const std::string &hash);
 
-// Makes the file of who there is on the first start.
+// Makes the files of who there is and of the secrets on the first start.
 bool prepare_store();
 
 } // namespace zevauth

@@ -16,6 +16,11 @@ namespace {
 class StoreTest : public AuthTest {
   protected:
     void expect_service(const char *what);
+    void restart() {
+        zAuthServerShutdown(auth);
+        auth = zAuthServerStart();
+        ASSERT_OK(auth);
+    }
 };
 using Files = std::map<std::string, std::string>; // by name, without the logs
 
@@ -127,6 +132,33 @@ TEST_F(StoreTest, DamageIsNeverReplaced) {
     EXPECT_EQ(check(u"ann"), 110);
     EXPECT_EQ(auth->ResetPassword(u"ann", wire(u'1').c_str()), 110);
     EXPECT_EQ(read(secret), "{}");
+}
+
+// Without the file of secrets nobody was given a wrong password, nor is anybody locked: it is lost.
+// Only where nobody was ever made it is the first start.
+TEST_F(StoreTest, LostSecretsAreAFailureOfTheStore) {
+    EXPECT_EQ(check(u"admin"), 109); // has no password yet
+    std::filesystem::remove(secret); // killed behind the first file
+    EXPECT_EQ(check(u"admin"), 110);
+    restart();
+    EXPECT_EQ(check(u"admin"), 109);
+    EXPECT_EQ(auth->ResetPassword(u"admin", wire(u'2').c_str()), 100);
+    create(u"ann");
+    const std::string sound = read(secret);
+    std::filesystem::remove(secret);
+    for (int start = 0; start < 2; ++start, restart()) {
+        EXPECT_EQ(check(u"ann"), 110);
+        EXPECT_EQ(check(u"nobody"), 110);
+        EXPECT_EQ(create(u"bob"), 110);
+        EXPECT_EQ(auth->ResetPassword(u"ann", wire(u'3').c_str()), 110);
+        EXPECT_FALSE(std::filesystem::exists(secret));
+    }
+    write(secret, sound);
+    EXPECT_EQ(check(u"ann"), 100);
+    write(secret, R"({"secrets":[],"version":1})"); // the way back without a copy
+    EXPECT_EQ(check(u"ann"), 109);
+    EXPECT_EQ(auth->ResetPassword(u"ann", wire(u'3').c_str()), 100);
+    EXPECT_EQ(check(u"ann", u'3'), 100);
 }
 
 TEST_F(StoreTest, WhereNothingCanBeWrittenReadingGoesOn) {
