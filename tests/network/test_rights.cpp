@@ -380,6 +380,56 @@ TEST(Rights, ADamagedFileOfRightsGrantsNothing) {
     EXPECT_EQ(service.drop("/repos/ann/house").code, 204);
 }
 
+// What was kept from somebody is kept from him by its new name; by the old one, too, since the
+// commits before have it there.
+TEST(Rights, RulesGoAlongWithADirectory) {
+    World world(u"required");
+    Service &service = world.service();
+    service.log_in("boss", kCode);
+    const auto act = [&](const char *target, const char *name, const std::string &args) {
+        const std::string command = R"({"query":{"target":")" + std::string(target) +
+                                    R"(","name":")" + name + R"(","args":{)" + args + "}}}";
+        return service.post("/repos/ann/house/rms", command).code;
+    };
+    const auto rename = [&](const std::string &path, const std::string &name) {
+        return act("directories", "rename",
+                   R"("ref":"master","path":")" + path + R"(","newname":")" + name + '"');
+    };
+    const auto set = [&](const std::string &role, const std::string &path, const char *bits) {
+        return act("settings", "add-setting",
+                   R"("role":")" + role + R"(","path":")" + path + R"(","setting":)" + bits);
+    };
+    const auto rules = [&] { // of all roles but the administrators'
+        std::string all;
+        const auto tree = test::guard(
+            zJsonReadFile((service.repos() / "ann/house/AUTHZ").u16string().c_str()), zJsonFree);
+        Json *list = zJsonPathGet(tree.get(), u"settings");
+        for (uint64_t n = 0; n < zJsonArraySize(list); ++n) {
+            Json *rule = zJsonArrayAt(list, n);
+            for (const zwchar *part : {u"path", u"role", u"privilege"})
+                all += test::narrow(zJsonPathGetString(rule, part)) + " ";
+        }
+        return all.substr(all.find("112 ") + 4);
+    };
+    ASSERT_EQ(set("readers", "PLANS/deep", "0"), 200);
+    ASSERT_EQ(set("writers", "drafts", "112"), 200); // of an earlier directory
+    ASSERT_EQ(set("writers", "plans2", "64"), 200);  // no part of it
+    const std::string before = rules();
+    const auto lock = service.at("ann/house") + "/refs/heads/master.lock";
+    test::write(lock, "");
+    EXPECT_NE(rename("plans", "drafts"), 200);
+    EXPECT_EQ(rules(), before);
+    fs::remove(lock);
+    EXPECT_EQ(rename("plans", "drafts"), 200);
+    EXPECT_EQ(rules(), "drafts exporters 64 drafts readers 16 drafts writers 32 "
+                       "drafts/deep readers 0 plans exporters 64 plans readers 16 "
+                       "plans writers 32 PLANS/deep readers 0 plans2 writers 64 ");
+    EXPECT_EQ(rename("drafts", "Drafts"), 400); // a role has one rule for both
+    ASSERT_EQ(set("readers", "drafts", "0"), 200);
+    EXPECT_EQ(rename("drafts", "plans"), 200); // back, to the rule that it had before
+    EXPECT_NE(rules().find("plans readers 0 "), std::string::npos) << rules();
+}
+
 TEST(Rights, TenFailuresShutOut) {
     World world(u"required");
     Service &service = world.service();

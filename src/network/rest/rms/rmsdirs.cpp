@@ -1,9 +1,10 @@
 // The directories of a project: each is a `.gitkeep` in the tree of a branch, and each change one
-// commit on it. What holds: nothing that is there is pushed out or written over, and a commit that
-// another server made in between is not lost.
+// commit on it. What holds: nothing that is there is pushed out or written over, a commit that
+// another server made in between is not lost, and what had a rule has it by its new name.
 //
 // The keep-file is a text of the stream encoding: four bytes of length, then the text.
 #include "network/rest/repos/content.hpp"
+#include "network/rest/rms/carried_rules.hpp"
 #include "network/rest/rms/rms.hpp"
 
 #include "common/pathname.hpp"
@@ -48,6 +49,7 @@ std::optional<Oid> tip_of(Repository *repository, const zwchar *name) {
 }
 
 struct Branch {
+    const AuthTable &auth;
     Repository *repository;
     const zwchar *author;
     std::u16string name{}; // in full, or HEAD
@@ -216,15 +218,20 @@ bool move_all(Branch &branch, const std::u16string &path, const std::u16string &
 bool rename(Branch &branch, Json *args) {
     const std::u16string path = text_of(args, u"path");
     const std::u16string target = renamed(path, text_of(args, u"newname"));
-    return is_directory_path(path) && is_directory_path(target) &&
-           branch.open(text_of(args, u"ref")) && branch.tree && can_become(branch, path, target) &&
-           move_all(branch, path, target) && branch.commit(u"admin.sLogRenameDirectory");
+    CarriedRules rules(branch.auth, branch.repository);
+    const bool moved = is_directory_path(path) && is_directory_path(target) &&
+                       branch.open(text_of(args, u"ref")) && branch.tree &&
+                       can_become(branch, path, target) && move_all(branch, path, target) &&
+                       rules.carry(path, target);
+    if (moved && branch.commit(u"admin.sLogRenameDirectory")) return true;
+    rules.take_back();
+    return false;
 }
 
 // Whoever asks is the author.
 HttpResponse *change(Call &call, Json *args, bool (*make)(Branch &branch, Json *args)) {
     const zwchar *user = zHttpRequestUser(call.request);
-    Branch branch{call.repository.get(), user && *user ? user : u"admin"};
+    Branch branch{auth_of(call), call.repository.get(), user && *user ? user : u"admin"};
     raise_args(); // what is wrong with the arguments isn't always raised
     if (make(branch, args)) return answer_status(Z_AUTH_DONE);
     if (!has_store_failed(call)) return refuse_request(call);
