@@ -6,6 +6,7 @@
 #include "common/utf.hpp"
 #include "zev/str.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -91,6 +92,16 @@ bool path_can_enter(std::string_view path) {
 }
 
 bool check_path(std::string_view path) { return path_can_enter(path) || raise_args(to_wide(path)); }
+
+bool path_has_room(std::string_view path) {
+    constexpr size_t kLongest = 255;
+    for (;;) {
+        const size_t slash = path.find('/');
+        if (std::min(slash, path.size()) > kLongest) return false;
+        if (slash == path.npos) return true;
+        path.remove_prefix(slash + 1);
+    }
+}
 
 bool is_drawing_name(std::string_view path) {
     constexpr std::string_view kEnd = ".dwx";

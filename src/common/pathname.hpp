@@ -14,6 +14,10 @@ bool path_can_enter(std::string_view path);
 // The same, raising invalid arguments with the path.
 bool check_path(std::string_view path);
 
+// Whether a file system can hold each name on a path (UTF-8): none has more than 255 bytes. What is
+// stored all the same is in no working copy.
+bool path_has_room(std::string_view path);
+
 // By the name alone, since the bytes may not be here: whether a path (UTF-8) is that of a drawing.
 bool is_drawing_name(std::string_view path);
 

@@ -87,6 +87,35 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
     EXPECT_EQ(service.get(kCommits + "/" + kNone).code, 404);
 }
 
+// A directory of a tree that can't be read is the server's fault, one that isn't there the
+// client's; so is a name that no file system holds, unless it was there before.
+TEST_F(Commits, TellADamagedStoreFromABadTree) {
+    const std::string branch = "refs/heads/master", made = tree("1"), long_name(256, 'n');
+    const std::string in = service.git("ann/plant", "rev-parse " + made + ":in").substr(0, 40);
+    const std::filesystem::path file =
+        service.at("ann/plant") + "/objects/" + in.substr(0, 2) + "/" + in.substr(2);
+    const std::string sound = test::read(file);
+    std::filesystem::remove(file);
+    test::write(file, "no object");
+    EXPECT_EQ(service.post(kCommits, body("a", "m", made, branch)).code, 500);
+    std::filesystem::remove(file);
+    EXPECT_EQ(service.post(kCommits, body("a", "m", made, branch)).code, 400);
+    test::write(file, sound);
+    EXPECT_EQ(service.post(kCommits, body("a", "m", made, branch)).code, 200);
+    for (const std::string &name : {long_name, "a/" + long_name, long_name + "/a"}) {
+        const std::string tree = store_tree(service, "ann/plant", {{name, "1"}});
+        const Answer answer = service.post(kCommits, body("a", "m", tree, branch, tip()));
+        EXPECT_EQ(answer.code, 400) << answer.body;
+        EXPECT_NE(answer.message().find("'" + name + "'"), std::string::npos) << answer.message();
+        service.git("ann/plant", "update-ref refs/heads/old $(git -C " + service.at("ann/plant") +
+                                     " -c user.name=a -c user.email=a commit-tree -m t " + tree +
+                                     ")");
+        const std::string old = service.git("ann/plant", "rev-parse refs/heads/old").substr(0, 40);
+        const std::string next = store_tree(service, "ann/plant", {{name, "2"}});
+        EXPECT_EQ(service.post(kCommits, body("a", "m", next, "refs/heads/old", old)).code, 200);
+    }
+}
+
 // Another server on the same directory commits between the look at the branch and its move.
 TEST_F(Commits, NeverTakeAnothersBack) {
     const std::string branch = "refs/heads/master";

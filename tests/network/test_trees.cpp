@@ -128,6 +128,7 @@ TEST_F(Trees, AreRefusedWhole) {
          "'entries[0]' is invalid"},
         {R"({"query":{"base":")" + tree + R"(","entries":[)" + change("add", "in/a.dwx/x") + "]}}",
          "'entries[0]' is invalid"},
+        {entries(change("add", "a/" + std::string(256, 'n') + "/b")), "'entries[0]' is invalid"},
     };
     for (const char *path :
          {"", "/a", "a//b", "a/", R"(a\\b)", "..", "a/../b", ".git", "a/.GIT/b", "c:/a", "."})

@@ -55,8 +55,9 @@ class Descent {
   private:
     bool enter(const git_oid *id, const git_oid *other) {
         Level level{raw(id), {}, {}};
-        if (levels_.size() > limits::path_depth) return false;
-        if (git_tree_lookup(out(level.tree), repository_, id) < 0) return !strict_;
+        if (levels_.size() > limits::path_depth) return raise_range();
+        const int code = git_tree_lookup(out(level.tree), repository_, id);
+        if (code < 0) return strict_ ? fail_git(code) : true;
         if (other) git_tree_lookup(out(level.other), repository_, other);
         level.extent.entries = git_tree_entrycount(level.tree.get());
         levels_.push_back(std::move(level));
@@ -73,7 +74,8 @@ class Descent {
         const auto known = known_.find(raw(id));
         if (known == known_.end()) return enter(id, other);
         level.extent.add(known->second);
-        return levels_.size() + known->second.height <= limits::path_depth + 1;
+        const bool fits = levels_.size() + known->second.height <= limits::path_depth + 1;
+        return fits ? true : raise_range();
     }
 
     static const git_oid *other_id(const Level &level, const git_tree_entry *entry) {
@@ -91,7 +93,7 @@ class Descent {
             levels_.back().whole &= level.whole;
         }
         if (level.whole) known_[std::move(level.id)] = level.extent;
-        return level.extent.entries <= limits::tree_entries;
+        return level.extent.entries <= limits::tree_entries ? true : raise_range();
     }
 
     git_repository *repository_;

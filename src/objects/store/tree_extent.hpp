@@ -13,7 +13,8 @@ namespace zev {
 bool has_bounded_extent(git_repository *repository, const git_oid *id);
 
 // The same for what a tree has beside another one that was found bounded, at the cost of what
-// differs; null is the empty tree. All of that must be there. May throw.
+// differs; null is the empty tree. All of that must be there: what isn't is raised as libgit2 tells
+// it, and all else as out of range. May throw.
 bool has_bounded_change(git_tree *before, git_tree *after);
 
 } // namespace zev

@@ -1,11 +1,11 @@
 // Commits: the history along first parents, one commit, and a new one on a branch that is still
 // where the client believes it. A commit is answered when it would survive a loss of power.
 #include "common/error_class.hpp"
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/paths_of.hpp"
-#include "network/rest/repos/tree_change.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
@@ -117,8 +117,9 @@ struct NewCommit {
     HttpResponse *read();
     HttpResponse *find_parent();
     HttpResponse *find_tree();
-    HttpResponse *check_files();
-    HttpResponse *check_rights();
+    struct Changes;
+    HttpResponse *check_changes();
+    HttpResponse *refuse_walk(bool is_cut) const;
     enum class Tip { stands, moved, unknown };
     Tip look_again() const;
     CommitPtr create() const;
@@ -172,48 +173,73 @@ HttpResponse *NewCommit::find_tree() {
     if (tip) before.reset(zCommitTree(tip.get()));
     if (tip && !before) return fail_inside();
     if (!has_bounded_change(before ? before->handle.get() : nullptr, tree->handle.get()))
-        return refuse(call, 400, u"srv.eInvalidContent");
+        return refuse_absent(call, {400, u"srv.eInvalidContent", nullptr, u"srv.eCreateCommit"});
     return nullptr;
 }
 
-// What enters is here, and a file: a commit that names another can't be copied any more.
-HttpResponse *NewCommit::check_files() {
-    const OdbPtr odb(zOdbOpen(call.repository.get()));
-    if (!odb || git_odb_refresh(odb->handle.get()) < 0) return fail_inside();
-    std::string missing;
-    const auto take = [&](const std::string &path, TreePairs::Entry, TreePairs::Entry made) {
-        if (!made || git_tree_entry_type(made) != GIT_OBJECT_BLOB || !missing.empty()) return;
-        size_t size = 0;
-        git_object_t type = GIT_OBJECT_INVALID;
-        if (git_odb_read_header(&size, &type, odb->handle.get(), git_tree_entry_id(made)) < 0 ||
-            type != GIT_OBJECT_BLOB)
-            missing = path;
-    };
-    git_repository *git = call.repository->handle.get();
-    const bool walked = TreePairs(git, false, take)
-                            .walk(before ? before->handle.get() : nullptr, tree->handle.get());
-    git_error_clear();
-    if (!walked) return refuse(call, 400, u"srv.eInvalidContent");
-    if (missing.empty()) return nullptr;
-    return refuse(call, 400, u"srv.eFieldInvalid_s", to_wide(missing).c_str());
+// All that is asked about what the tree changes.
+struct NewCommit::Changes {
+    git_odb *odb;
+    Privileges *granted; // null where everybody may write
+    std::vector<NamedFile> entering{};
+    std::string unfit{};   // the first path at which no file can stand, or none does
+    bool denied = false;   // one that the caller may not write
+    bool unlooked = false; // an object that can't be looked at, raised
+
+    void take(std::string path, TreePairs::Entry before, TreePairs::Entry made);
+    bool is_here(const git_oid *id);
+};
+
+// A file, whatever a tree says of it.
+bool NewCommit::Changes::is_here(const git_oid *id) {
+    size_t size = 0;
+    git_object_t type = GIT_OBJECT_INVALID;
+    const int code = git_odb_read_header(&size, &type, odb, id);
+    if (code < 0 && code != GIT_ENOTFOUND) unlooked = true, fail_git(code);
+    return !code && type == GIT_OBJECT_BLOB;
 }
 
 // A file that enters is named by its path from then on.
-HttpResponse *NewCommit::check_rights() {
-    if (!call.guarded) return nullptr;
-    Privileges &granted = rights(call);
-    bool denied = false;
-    std::vector<NamedFile> entering;
-    const auto may_write = [&](std::u16string_view path, const git_oid *made) {
-        if (made) entering.push_back({std::u16string(path), *git::oid(made)});
-        denied = !(granted.at(path) & Z_PRIVILEGE_WRITE);
-        return !denied;
-    };
-    git_tree *old = before ? before->handle.get() : nullptr;
-    const bool done = is_each_change(old, tree->handle.get(), may_write);
-    if (!done && !denied) return refuse_absent(call, {403, nullptr, nullptr, u"srv.eCreateCommit"});
-    if (!done) return refuse(call, 403);
-    return admit_names(call, entering);
+void NewCommit::Changes::take(std::string path, TreePairs::Entry before, TreePairs::Entry made) {
+    if (denied || unlooked) return;
+    const git_oid *id = made ? git_tree_entry_id(made) : nullptr;
+    if (granted) {
+        std::u16string wide = to_wide(path);
+        denied = !(granted->at(wide) & Z_PRIVILEGE_WRITE);
+        if (id && !denied) entering.push_back({std::move(wide), *git::oid(id)});
+    }
+    if (denied || !unfit.empty() || !made) return;
+    const bool is_file = git_tree_entry_type(made) == GIT_OBJECT_BLOB;
+    if ((is_file && !is_here(id)) || (!before && !path_has_room(path))) unfit = std::move(path);
+}
+
+// What isn't there, and a path of no length that anybody takes, are the client's; else a tree that
+// can't be read is the store's.
+HttpResponse *NewCommit::refuse_walk(bool is_cut) const {
+    if (!is_cut && zErrorClass() != error_class::kStd) return fail_inside();
+    if (!is_cut || !has_store_failed(call)) return refuse(call, 400, u"srv.eInvalidContent");
+    return fail_inside();
+}
+
+// The rights first, to write the paths and to name what enters by them; then what enters is here,
+// and a file: a commit that names another can't be copied any more.
+HttpResponse *NewCommit::check_changes() {
+    const OdbPtr odb(zOdbOpen(call.repository.get()));
+    if (!odb || git_odb_refresh(odb->handle.get()) < 0) return fail_inside();
+    Changes changes{odb->handle.get(), call.guarded ? &rights(call) : nullptr};
+    TreePairs pairs(call.repository->handle.get(), false, [&](auto path, auto old, auto made) {
+        changes.take(std::move(path), old, made);
+    });
+    const bool walked = pairs.walk(before ? before->handle.get() : nullptr, tree->handle.get());
+    if (changes.unlooked) return fail_inside();
+    git_error_clear();
+    if (changes.denied) return refuse(call, 403);
+    if (!walked) return refuse_walk(pairs.is_after_cut());
+    if (HttpResponse *refusal = admit_names(call, changes.entering)) return refusal;
+    if (changes.unfit.empty()) return nullptr;
+    raise_not_found(changes.unfit);
+    return refuse_absent(
+        call, {400, u"srv.eFieldInvalid_s", to_wide(changes.unfit).c_str(), u"srv.eCreateCommit"});
 }
 
 // Another server on the same directory may have moved the reference since.
@@ -277,8 +303,7 @@ HttpResponse *create_commit(Call &call) {
     if (HttpResponse *refusal = made.read()) return refusal;
     if (HttpResponse *refusal = made.find_parent()) return refusal;
     if (HttpResponse *refusal = made.find_tree()) return refusal;
-    if (HttpResponse *refusal = made.check_rights()) return refusal;
-    if (HttpResponse *refusal = made.check_files()) return refusal;
+    if (HttpResponse *refusal = made.check_changes()) return refusal;
     const CommitPtr commit = made.create();
     if (!commit && made.update && made.look_again() == NewCommit::Tip::moved)
         return refuse(call, 409, u"srv.eWorktreeNeedsUpdate");

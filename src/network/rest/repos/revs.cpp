@@ -50,9 +50,8 @@ HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
 // ---- One revision
 
 // Anybody can send a commit that no branch knows. Of the two trees that it changes, what differs is
-// gone through.
+// gone through. Raised where it isn't.
 bool has_bounded_changes(Commit *commit) {
-    const KeptFailure kept;
     const CommitPtr parent(zCommitParentCount(commit) ? zCommitParent(commit) : nullptr);
     const TreePtr before(parent ? zCommitTree(parent.get()) : nullptr), after(zCommitTree(commit));
     git_tree *old = before ? before->handle.get() : nullptr;
@@ -67,7 +66,7 @@ RevisionPtr find_revision(const Call &call, Revdb *db, const Oid &id) {
     if (find_record(db, &id, found) == Lookup::whole) return found;
     const CommitPtr commit(by_id<Commit>(call.repository.get(), &id));
     if (!commit) return nullptr;
-    if (!has_bounded_changes(commit.get())) return raise_range(), RevisionPtr();
+    if (!has_bounded_changes(commit.get())) return nullptr;
     return kept_revision(db, *commit);
 }
 

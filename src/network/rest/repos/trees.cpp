@@ -260,6 +260,7 @@ bool NewTree::has_room(const std::string &path) {
 bool NewTree::insert(const zwchar *path, const Oid &id) {
     const std::string name = to_utf8(path);
     if (std::ranges::count(name, '/') > limits::path_depth) return raise_args(path);
+    if (!path_has_room(name)) return raise_args(path);
     return check_path(name) && has_room(name) && zTreeBuilderInsert(builder.get(), path, &id);
 }
 

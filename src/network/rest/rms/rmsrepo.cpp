@@ -82,8 +82,9 @@ HttpResponse *tell_default(Call &call, Json *) {
 }
 
 HttpResponse *add_setting(Call &call, Json *args) {
-    return answer_status(auth_of(call).AddSetting(
-        project(call), text_of(args, u"path"), text_of(args, u"role"), number_of(args, u"setting")));
+    return answer_status(auth_of(call).AddSetting(project(call), text_of(args, u"path"),
+                                                  text_of(args, u"role"),
+                                                  number_of(args, u"setting")));
 }
 
 HttpResponse *remove_setting(Call &call, Json *args) {
