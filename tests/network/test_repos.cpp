@@ -462,4 +462,32 @@ TEST(References, AreShownAndNeverMoved) {
     EXPECT_EQ(service.git("ann/plant", "rev-parse master"), id + "\n");
 }
 
+// A walk passes over it: told as no reference, a client would take the project for an empty one.
+TEST(References, ThatAreDamagedAreNamed) {
+    Service service;
+    make_project(service, "ann/plant");
+    const std::string tree = store_tree(service, "ann/plant", {{"a", "a"}});
+    const std::string refs = "/repos/ann/plant/refs";
+    service.git("ann/plant", "update-ref refs/heads/master $(git -C " + service.at("ann/plant") +
+                                 " -c user.name=a -c user.email=a commit-tree -m t " + tree + ")");
+    for (const char *name : {"refs/heads/master", "refs/tags/plan/1"}) {
+        const std::filesystem::path file = service.at("ann/plant") + "/" + name;
+        std::filesystem::create_directories(file.parent_path());
+        const std::string sound = std::filesystem::exists(file) ? test::read(file) : "";
+        for (const char *bytes : {"", "rubbish\n", "ref: \n"}) {
+            test::write(file, bytes);
+            for (const std::string &target : {refs, refs + "/" + name}) {
+                const Answer answer = service.get(target);
+                EXPECT_EQ(answer.code, 500) << name << bytes << answer.body;
+                EXPECT_NE(answer.message().find(name), std::string::npos) << answer.message();
+            }
+        }
+        std::filesystem::remove(file);
+        if (!sound.empty()) test::write(file, sound);
+    }
+    test::write(service.at("ann/plant") + "/refs/heads/.master.zlck", ""); // of somebody at work
+    test::write(service.at("ann/plant") + "/refs/heads/master.lock", "");
+    EXPECT_EQ(service.get(refs).each("refname"), "refs/heads/master");
+}
+
 } // namespace

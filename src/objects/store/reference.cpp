@@ -12,9 +12,11 @@
 #include "zev/repository.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <fcntl.h>
 
@@ -139,6 +141,46 @@ void drop_begun_log(git_repository *git, const char *name) {
     const git_reflog_entry *first = git_reflog_entry_byindex(log.get(), 0);
     if (git_reflog_entrycount(log.get()) == 1 && git_oid_is_zero(git_reflog_entry_id_old(first)))
         git_reflog_delete(git, name);
+}
+
+namespace {
+
+bool can_be_reference(const std::string &name) {
+    int valid = 0;
+    return !name.ends_with(".zlck") && !git_reference_name_is_valid(&valid, name.c_str()) && valid;
+}
+
+// One that has come since is none, nor is one that went.
+bool is_damaged(git_repository *git, const std::string &name) {
+    git::Reference found;
+    const int code = git_reference_lookup(out(found), git, name.c_str());
+    if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code), true;
+    return git_error_clear(), false;
+}
+
+std::string find_damaged(git_repository *git, const std::unordered_set<std::string> &met,
+                         const std::string &above) {
+    std::vector<os::Name> names;
+    const std::u16string directory = to_wide(git_repository_commondir(git) + above);
+    if (!os::read_dir(directory.c_str(), &names) && errno != ENOENT)
+        return fail_os(errno, directory), above;
+    for (const os::Name &each : names) {
+        if (each.text == u"." || each.text == u"..") continue;
+        const std::string name = above + "/" + to_utf8(each.text);
+        if (each.directory) {
+            if (std::string found = find_damaged(git, met, name); !found.empty()) return found;
+        } else if (!met.contains(name) && can_be_reference(name) && is_damaged(git, name)) {
+            return name;
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+std::string find_damaged_reference(git_repository *git,
+                                   const std::unordered_set<std::string> &met) {
+    return find_damaged(git, met, "refs");
 }
 
 } // namespace zev

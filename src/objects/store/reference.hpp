@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_set>
 
 struct Reference {
     zev::git::Reference handle;
@@ -25,5 +26,10 @@ std::string reference_root(git_repository *git, std::string_view name); // may t
 // For a reference that could not be made: the log that libgit2 wrote ahead of it goes, which else
 // tells of a branch that was lost. A log with more in it stays.
 void drop_begun_log(git_repository *git, const char *name);
+
+// libgit2's walks pass over a reference whose file holds none, as after a crash or by other hands:
+// whoever is to know all of them asks for such a one here, with the names that a walk has met. Its
+// name, with what is wrong raised; empty where there is none. May throw.
+std::string find_damaged_reference(git_repository *git, const std::unordered_set<std::string> &met);
 
 } // namespace zev

@@ -15,6 +15,7 @@
 #include "common/utf.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
+#include "objects/store/reference.hpp"
 #include "system/os.hpp"
 #include "zev/manifest.h"
 #include "zev/oid.h"
@@ -49,11 +50,13 @@ OpenIndexes &open_indexes() {
     return indexes;
 }
 
-// The ids of all references, each once, sorted.
+// The ids of all references, each once, sorted. Not without one that can't be read: what it led to
+// would count as what no commit names.
 bool read_tips(git_repository *repository, std::vector<std::string> &tips) {
     struct Walk {
         git_repository *repository;
         std::vector<std::string> *tips;
+        std::unordered_set<std::string> names{};
     } walk{repository, &tips};
     git_oid head;
     const int code = git_reference_foreach_name(
@@ -63,10 +66,12 @@ bool read_tips(git_repository *repository, std::vector<std::string> &tips) {
             git_oid id;
             if (!git_reference_name_to_id(&id, self->repository, name))
                 self->tips->emplace_back(raw(&id));
+            self->names.insert(name);
             return 0;
         },
         &walk);
     if (code < 0) return fail_git(code);
+    if (!find_damaged_reference(repository, walk.names).empty()) return false;
     if (!git_reference_name_to_id(&head, repository, "HEAD")) tips.emplace_back(raw(&head));
     std::ranges::sort(tips);
     tips.erase(std::unique(tips.begin(), tips.end()), tips.end());
