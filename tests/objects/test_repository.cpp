@@ -104,6 +104,29 @@ TEST_F(RepositoryRecord, DestroyIsEndedByTheNext) {
     EXPECT_EQ(zErrorClass(), 3);
 }
 
+// By a link, with the link; and under the longest names, which have no room for what is put to them
+// aside.
+TEST_F(RepositoryRecord, DestroyTakesLinksAndLongNames) {
+    repository.reset();
+    namespace fs = std::filesystem;
+    const auto destroy = [](const fs::path &path) {
+        return zRepositoryDestroy(path.u16string().c_str());
+    };
+    const auto link = dir / u"link", dots = dir / u"dots";
+    fs::create_symlink(place, link);
+    fs::create_symlink(place / ".git", dots);
+    EXPECT_OK(destroy(link));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
+    EXPECT_FALSE(fs::exists(place));
+    fs::remove(dots);
+    for (const size_t length : {60, 241, 255}) {
+        const fs::path path = dir.path() / std::string(length, 'n');
+        git(dir.path(), "init -q " + path.string());
+        EXPECT_OK(destroy(path)) << length;
+    }
+    EXPECT_TRUE(fs::is_empty(dir.path()));
+}
+
 TEST_F(RepositoryRecord, AnotherUsersIsRefused) {
     if (geteuid() != 0) GTEST_SKIP() << "needs to give a repository away";
     repository.reset();

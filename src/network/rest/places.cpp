@@ -4,7 +4,7 @@
 #include "common/errno.hpp"
 #include "common/utf.hpp"
 #include "network/rest/rest.hpp"
-#include "objects/store/repository.hpp"
+#include "objects/store/removal.hpp"
 #include "system/os.hpp"
 #include "zev/path.h"
 #include "zev/server.h"
@@ -54,75 +54,10 @@ NamesLock lock_names(const std::u16string &repos) {
     return NamesLock(zFlockOpen((repos + u"/zev-names").c_str(), false));
 }
 
-std::u16string project_aside(const std::u16string &place) {
-    constexpr size_t kMost = 60; // units, which have three bytes or less
-    std::u16string shortened = place.substr(0, place.rfind(u'/') + 1 + kMost);
-    if ((shortened.back() & 0xFC00) == 0xD800) shortened.pop_back(); // half a character
-    return place_aside(shortened);
-}
-
-namespace {
-
-// A project's way out: its place, its files, which lie there or where a link leads, and aside.
-struct Leaving {
-    const std::u16string &place;
-    std::u16string files = place, aside{};
-    bool linked = false;
-    Owned<Flock, zFlockClose> lock{}; // so that nobody sweeps what is about to come back
-
-    bool find();
-    bool go();
-    void come_back() const;
-    void remove_files();
-};
-
-bool Leaving::find() {
-    struct stat status;
-    if (!os::lstat(place.c_str(), &status)) return fail_errno(place);
-    linked = S_ISLNK(status.st_mode);
-    if (linked && !os::real_path(place.c_str(), &files)) return fail_errno(place);
-    aside = project_aside(files);
-    lock.reset(aside.empty() ? nullptr : zFlockOpen(aside.c_str(), false));
-    return lock != nullptr;
-}
-
-// Files first: whoever is killed behind that leaves a link that leads nowhere, which is no project.
-bool Leaving::go() {
-    if (!os::move(files.c_str(), aside.c_str(), false)) return fail_errno(files);
-    if ((!linked || os::unlink(place.c_str())) && os::sync_dir(directory_of(files).c_str()) &&
-        os::sync_dir(directory_of(place).c_str()))
-        return true;
-    fail_errno(place);
-    come_back();
-    return false;
-}
-
-void Leaving::come_back() const {
-    os::move(aside.c_str(), files.c_str(), false);
-    if (linked) os::make_link(place.c_str(), to_utf8(files), false);
-}
-
-void Leaving::remove_files() {
-    if (!os::remove_tree(aside.c_str(), false)) {
-        fail_errno(aside);
-        log_raised(kWarning, {}, kFacilitySrv);
-    }
-    lock.reset();
-    sweep_aside(files);
-}
-
-} // namespace
-
 bool remove_project(const std::u16string &place) {
-    Leaving project{place};
-    if (!project.find() || !project.go()) {
-        const KeptFailure kept;
-        project.lock.reset();
-        os::remove_dir(directory_of(project.aside).c_str());
-        return false;
-    }
-    project.remove_files();
-    return true;
+    const Removal removal = remove_repository(place);
+    if (removal == Removal::partly) log_raised(kWarning, {}, kFacilitySrv);
+    return removal != Removal::none;
 }
 
 bool give_name(const std::u16string &from, const std::u16string &place, bool new_owner) {

@@ -37,10 +37,6 @@ bool has_twin(const std::u16string &place, const std::u16string &known = {});
 // can't be had within half a second: it is held for some renames at most.
 NamesLock lock_names(const std::u16string &repos);
 
-// Where a project lies while it is made or removed, as place_aside tells. Its own name may be as
-// long as the system lets any be, and has no room for what is put to it there: it is cut.
-std::u16string project_aside(const std::u16string &place);
-
 // Removes a project, with its link where an administrator keeps it elsewhere. False, with the
 // reason raised, leaves it whole. Otherwise its name is gone, and is so on the disk; of its files
 // the log tells what couldn't be removed, as others' may not be.

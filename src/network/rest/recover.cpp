@@ -4,6 +4,7 @@
 #include "common/errno.hpp"
 #include "network/rest/kept_projects.hpp"
 #include "network/rest/places.hpp"
+#include "objects/store/removal.hpp"
 #include "objects/store/repository.hpp"
 #include "objects/store/sweep.hpp"
 #include "system/os.hpp"

@@ -5,11 +5,9 @@
 #include "common/utf.hpp"
 #include "objects/store/config.hpp"
 #include "objects/store/loose_object.hpp"
+#include "objects/store/removal.hpp"
 #include "objects/store/sweep.hpp"
-#include "system/flock.hpp"
 #include "system/os.hpp"
-#include "zev/dir.h"
-#include "zev/file.h"
 #include "zev/odb.h"
 #include "zev/oid.h"
 #include "zev/path.h"
@@ -226,90 +224,7 @@ bool make_id(Repository *repository) {
     return kept;
 }
 
-// ---- Removal
-//
-// The files are first moved to <place>/../.zev-removed/<name>.<8 hex>, by one rename: no half of a
-// repository is left under its name, and no whole one where a list of repositories looks. What a
-// process that was killed left there goes with the next that is removed, or made, beside it.
-
-struct Removed {
-    std::u16string parent, name;
-
-    explicit Removed(std::u16string place);
-    std::u16string room() const { return parent + u".zev-removed"; }
-    bool draw(std::u16string &aside) const;
-    bool sweep() const; // true if something of this name was there, and is gone
-};
-
-Removed::Removed(std::u16string place) {
-    std::ranges::replace(place, u'\\', u'/');
-    while (place.size() > 1 && place.back() == u'/') place.pop_back();
-    const size_t slash = place.rfind(u'/') + 1;
-    parent = place.substr(0, slash);
-    name = place.substr(slash);
-}
-
-bool Removed::draw(std::u16string &aside) const {
-    Oid id;
-    zwchar digits[9];
-    if (!zOidRand(&id) || !zOidNFormat(digits, 8, &id)) return false;
-    aside = room() + u"/" + name + u"." + digits;
-    return aside.size() < Z_PATH_MAX ? true : fail_os(ENAMETOOLONG, aside);
-}
-
-// Whoever else removes it holds a lock beside it.
-bool remove_aside(const std::u16string &aside) {
-    const Lock lock(zFlockOpen(aside.c_str(), false));
-    return lock && zDirRemove(aside.c_str(), true, true);
-}
-
-bool Removed::sweep() const {
-    std::vector<os::Name> names;
-    if (!os::read_dir(room().c_str(), &names)) return false;
-    bool found = false, done = true;
-    for (const os::Name &left : names) {
-        if (left.text == u"." || left.text == u"..") continue;
-        if (const auto locked = locked_name(left.text); !left.directory && !locked.empty())
-            zFlockPurge((room() + u"/").append(locked).c_str());
-        if (!left.directory) continue;
-        const bool is_own = left.text.starts_with(name + u".");
-        const bool gone = remove_aside(room() + u"/" + left.text);
-        found |= is_own;
-        done &= gone || !is_own;
-    }
-    os::remove_dir(room().c_str());
-    return found && done;
-}
-
-// What can't be removed goes back while it is still a repository; half of one stays for the sweep.
-bool destroy(const std::u16string &place) {
-    const Removed removed(place);
-    const std::u16string aside = place_aside(place);
-    if (aside.empty()) return false;
-    bool done = os::move(place.c_str(), aside.c_str(), false) || fail_os(errno, place);
-    if (done && !(done = remove_aside(aside))) {
-        const KeptFailure kept;
-        const Owned<Repository, zRepositoryFree> whole(zRepositoryOpen(aside.c_str()));
-        if (whole) os::move(aside.c_str(), place.c_str(), false);
-    }
-    sweep_aside(place);
-    return done;
-}
-
 } // namespace
-
-std::u16string zev::place_aside(const std::u16string &place) {
-    const Removed removed(place);
-    std::u16string aside;
-    if (!removed.draw(aside)) return {};
-    if (os::make_dirs(removed.room().c_str())) return aside;
-    return fail_os(errno, removed.room()), std::u16string();
-}
-
-void zev::sweep_aside(const std::u16string &place) {
-    const KeptFailure kept;
-    Removed(place).sweep();
-}
 
 Repository *zRepositoryOpen(const zwchar *path) { return opened(path, git_repository_open); }
 Repository *zRepositoryOpenBare(const zwchar *path) {
@@ -366,18 +281,36 @@ Repository *zRepositoryNew(void *handle) try {
 void zRepositoryFree(Repository *repository) { delete repository; }
 void zShellFree(Repository *repository) { zRepositoryFree(repository); }
 
+namespace {
+
+std::u16string without_slash(std::u16string path) {
+    std::ranges::replace(path, u'\\', u'/');
+    while (path.size() > 1 && path.back() == u'/') path.pop_back();
+    return path;
+}
+
+// Where a repository's files lie, or the link to them by which it was named.
+std::u16string place_of(Repository *repository, const std::u16string &path) {
+    const std::u16string place =
+        without_slash(zStrsafeW(zRepositoryIsBare(repository) ? zRepositoryPath(repository)
+                                                              : zRepositoryWorkdir(repository)));
+    const std::u16string link = without_slash(path);
+    struct stat status;
+    std::u16string target;
+    const bool leads = os::lstat(link.c_str(), &status) && S_ISLNK(status.st_mode) &&
+                       os::real_path(link.c_str(), &target) && target == place;
+    return leads ? link : place;
+}
+
+} // namespace
+
 bool zRepositoryDestroy(const zwchar *path) try {
     if (!path) return fail_args();
     auto repository = Owned<Repository, zRepositoryFree>(zRepositoryOpen(path));
-    if (!repository) return Removed(path).sweep() ? true : raise_not_found();
-    const zwchar *files = zRepositoryIsBare(repository.get())
-                              ? zRepositoryPath(repository.get())
-                              : zRepositoryWorkdir(repository.get());
-    if (!files) return false;
-    std::u16string place = files;
-    while (place.size() > 1 && place.back() == u'/') place.pop_back();
+    if (!repository) return sweep_aside(path) ? true : raise_not_found();
+    const std::u16string place = place_of(repository.get(), path);
     repository.reset();
-    return destroy(place);
+    return !place.empty() && remove_repository(place) == Removal::whole;
 } catch (...) {
     return fail_thrown();
 }

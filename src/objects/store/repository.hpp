@@ -70,11 +70,4 @@ bool config_text(git_config *config, const char *key, std::string &text);
 // git made is none: such a copy has all, but for what its file "shallow" tells.
 bool follows_server(Repository *repository);
 
-// Where a repository lies while it is made, or removed: a new name in the directory .zev-removed
-// beside its own, which is made. Whoever works there holds a lock on that name. Empty, raised, on
-// failure. May throw.
-std::u16string place_aside(const std::u16string &place);
-// Removes what killed processes left in that directory: what nobody holds. May throw.
-void sweep_aside(const std::u16string &place);
-
 } // namespace zev

@@ -6,6 +6,7 @@
 #include "network/rest/operations.hpp"
 #include "network/rest/places.hpp"
 #include "network/rest/repos/content.hpp"
+#include "objects/store/removal.hpp"
 #include "objects/store/repository.hpp"
 #include "rms/privilege.hpp"
 #include "system/os.hpp"
@@ -172,7 +173,7 @@ bool NewProject::find_room() {
     const NamesLock names = lock_names(repos());
     if (!names) return false;
     made_directory = !zPathDirExists(directory.c_str());
-    at = project_aside(place);
+    at = place_aside(place);
     room = at.empty() ? at : directory_of(at);
     lock.reset(at.empty() ? nullptr : zFlockOpen(at.c_str(), false));
     return lock != nullptr;
