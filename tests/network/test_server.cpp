@@ -201,6 +201,29 @@ TEST(AccessLog, TellsEachAnswerOnALine) {
         << refusal;
 }
 
+// While its directory is away, as one who keeps old logs moves it, and where it is gone.
+TEST(AccessLog, LosesNoLineOfAnAudit) {
+    const TempDir dir;
+    const auto logs = dir.path() / "logs", away = dir.path() / "away";
+    std::filesystem::create_directory(logs);
+    zev::LineFile file(true);
+    file.set_path((logs / "audit.log").u16string());
+    file.write("1\n");
+    std::filesystem::rename(logs, away);
+    file.write("2\n");
+    EXPECT_EQ(test::read(away / "audit.log"), "1\n2\n");
+    std::filesystem::create_directory(logs);
+    file.write("3\n");
+    EXPECT_EQ(test::read(logs / "audit.log"), "3\n");
+    std::filesystem::remove_all(logs);
+    testing::internal::CaptureStderr();
+    file.write("4\n");
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("4\n"), std::string::npos);
+    std::filesystem::create_directory(logs);
+    file.write("5\n");
+    EXPECT_EQ(test::read(logs / "audit.log"), "5\n");
+}
+
 // What one server is told to take, whatever others take.
 TEST(ServerSettings, BoundObjectsPacksAndTrees) {
     test::Service service;

@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <utility>
 
+#include <unistd.h>
+
 namespace zev {
 
 namespace {
@@ -78,20 +80,35 @@ bool LineFile::is_in_place() const {
            open_.st_dev == named.st_dev;
 }
 
+// The one that is open stays so until there is another.
+bool LineFile::open_anew() {
+    struct stat fresh;
+    const int fd = os::open_trusted(path_.c_str());
+    if (fd < 0) return false;
+    if (!os::fd_stat(fd, &fresh)) return os::close_fd(fd), false;
+    if (fd_ >= 0) os::close_fd(fd_);
+    fd_ = fd;
+    open_ = fresh;
+    return true;
+}
+
+// One without a name any more goes with its last descriptor.
 bool LineFile::append(std::string_view line) {
-    if (!is_in_place()) {
-        if (fd_ >= 0) os::close_fd(fd_);
-        fd_ = os::open_trusted(path_.c_str());
-        if (fd_ < 0 || !os::fd_stat(fd_, &open_)) return false;
-    }
-    return os::write_all(fd_, line.data(), line.size());
+    struct stat now;
+    if (is_in_place() || open_anew()) return os::write_all(fd_, line.data(), line.size());
+    const int code = errno;
+    const bool stands = fd_ >= 0 && os::fd_stat(fd_, &now) && now.st_nlink;
+    if (stands && os::write_all(fd_, line.data(), line.size())) return true;
+    return errno = code, false;
 }
 
 void LineFile::write(std::string line) {
     if (!is_on()) return;
     const bool failed = !append(line);
+    const int code = errno;
+    if (failed && must_last_) os::write_all(STDERR_FILENO, line.data(), line.size());
     if (failed && !std::exchange(failing_, failed)) {
-        fail_os(errno, path_);
+        fail_os(code, path_);
         fail_raised();
     }
     failing_ = failed;

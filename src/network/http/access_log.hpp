@@ -15,10 +15,14 @@
 namespace zev {
 
 // A file that lines are appended to, each by one write. One that was moved away, as those do who
-// keep old logs, is made anew by the next line. What can't be written is logged, once until it can.
+// keep old logs, is made anew by the next line. Where that can't be, as while its directory is
+// away, lines go on into the one that is open; and a file whose lines must not be lost has those
+// that find none written to standard error, which is the system's journal under its manager of
+// services. What can't be written is logged, once until it can.
 class LineFile {
   public:
     LineFile() = default;
+    explicit LineFile(bool must_last) : must_last_(must_last) {}
     LineFile(const LineFile &) = delete;
     LineFile &operator=(const LineFile &) = delete;
     ~LineFile();
@@ -29,8 +33,10 @@ class LineFile {
 
   private:
     bool is_in_place() const;
+    bool open_anew();
     bool append(std::string_view line);
 
+    const bool must_last_ = false;
     std::u16string path_;
     int fd_ = -1;
     struct stat open_ {}; // of it
@@ -38,7 +44,7 @@ class LineFile {
 };
 
 struct HttpLogs {
-    LineFile access, audit;
+    LineFile access, audit{true};
 };
 
 // Of one answer. Its texts are the peer's own: they are escaped here.
