@@ -11,7 +11,7 @@
 ZEV_BEGIN
 
 ZEV_API const zwchar *zAuthdbName(void); // "AUTHZ"
-// The file of a repository, in a buffer of Z_PATH_MAX.
+// The file of a repository, one for all its work trees, in a buffer of Z_PATH_MAX.
 ZEV_API bool zAuthdbPath(zwchar *path, Repository *repository);
 
 // The rules as they are now, and every right where there is no file. Null for a file that can't be

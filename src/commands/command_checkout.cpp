@@ -6,8 +6,8 @@
 #include "objects/store/diff.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
+#include "objects/work/file_mode.hpp"
 #include "objects/work/workdir.hpp"
-#include "zev/authdb.h"
 #include "zev/commit.h"
 #include "zev/diff.h"
 #include "zev/object.h"
@@ -211,6 +211,6 @@ void zCommandRefresh(const zwchar *workdir, uint64_t count, const zwchar *const 
 int32_t zCommandPrivilege(const zwchar *workdir, const zwchar *file) {
     const ConnectionUse connection(workdir);
     if (!connection) return 0;
-    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(connection.repository()));
+    const AuthdbPtr rules(zAuthdbOpen(connection.repository()));
     return rules ? zAuthdbEntryMode(rules.get(), file) : 0;
 }

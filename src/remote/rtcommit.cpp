@@ -21,10 +21,10 @@
 #include "objects/store/diff.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/tree_pairs.hpp"
+#include "objects/work/file_mode.hpp"
 #include "objects/work/status.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "system/os.hpp"
-#include "zev/authdb.h"
 #include "zev/diff.h"
 #include "zev/index.h"
 #include "zev/lang.h"
@@ -311,7 +311,7 @@ TreePtr Replay::rebuild() const {
 // What the user may not see there is none that an update would bring him. False, told.
 bool Replay::is_up_to_date(const Tree *tree) const {
     if (!base_) return true;
-    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(commit_.repository));
+    const AuthdbPtr rules(zAuthdbOpen(commit_.repository));
     if (!rules) return tell(commit_, u"odb.eFailedToOpenAuthz");
     std::unordered_map<std::string, const DiffEntry *> changes;
     for (uint64_t i = 0; i < zDiffListLength(changes_.get()); ++i) {

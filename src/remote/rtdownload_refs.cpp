@@ -9,6 +9,7 @@
 #include "zev/reference.h"
 #include "zev/str.h"
 
+#include <algorithm>
 #include <set>
 #include <string_view>
 #include <vector>
@@ -16,6 +17,8 @@
 namespace zev {
 
 namespace {
+
+constexpr std::u16string_view kTags = u"refs/tags";
 
 bool begins_with(std::u16string_view name, std::u16string_view prefix) {
     if (name.size() < prefix.size()) return false;
@@ -76,8 +79,8 @@ class Refs {
     }
 
     // What stood on the server where a new name is to stand has no commits of its own here, and
-    // goes. But the one that this copy follows stays, locked by whoever holds it: then the new
-    // name, which nobody follows here, is left out.
+    // goes. But the one that this copy follows stays, locked by whoever holds it, and so does a tag
+    // that may be the user's: then the new name, which nobody follows here, is left out.
     enum class Way { blocked, held, cleared };
     Way clear_way(const std::u16string &name) {
         const KeptFailure kept;
@@ -87,13 +90,43 @@ class Refs {
             if (is_listed(other)) return Way::blocked;
             if (other == followed) return Way::held;
             const ReferencePtr old(zReferenceLookup(remote_->owner, other.c_str()));
+            if (old && is_above(kTags, other) && leads_alone(old.get())) return Way::held;
             if (!old || !zReferenceDelete(old.get())) return Way::blocked;
             way = Way::cleared;
         }
         return way;
     }
 
-    // Of those that track this server.
+    // To a commit that is here, and on no branch of the server's as far as that can be seen: the
+    // user himself may have marked it.
+    bool leads_alone(const Reference *tag) const {
+        const Finally clear([] { git_error_clear(); });
+        git_repository *git = remote_->owner->handle.get();
+        git::Object commit;
+        if (git_reference_peel(out(commit), tag->handle.get(), GIT_OBJECT_COMMIT)) return false;
+        const git_oid *id = git_object_id(commit.get());
+        const std::vector<git_oid> tips = tracked_tips();
+        const auto is_it = [&](const git_oid &tip) { return git_oid_equal(&tip, id); };
+        return std::ranges::none_of(tips, is_it) &&
+               git_graph_reachable_from_any(git, id, tips.data(), tips.size()) != 1;
+    }
+
+    std::vector<git_oid> tracked_tips() const {
+        struct Search {
+            std::u16string tracking;
+            std::vector<git_oid> found{};
+        } search{u"refs/remotes/" + std::u16string(remote_->name.get())};
+        const auto look = [](Reference *reference, void *context) {
+            auto &self = *static_cast<Search *>(context);
+            const git_oid *id = git_reference_target(reference->handle.get());
+            if (id && is_above(self.tracking, zReferenceName(reference))) self.found.push_back(*id);
+            return true;
+        };
+        zReferenceForeach(remote_->owner, look, &search);
+        return std::move(search.found);
+    }
+
+    // Of those that track this server, and of tags.
     std::vector<std::u16string> in_way_of(const std::u16string &name) const {
         struct Search {
             std::u16string name, tracking;
@@ -102,7 +135,7 @@ class Refs {
         const auto look = [](Reference *reference, void *context) {
             auto &self = *static_cast<Search *>(context);
             const std::u16string other = zReferenceName(reference);
-            if (is_above(self.tracking, other) &&
+            if ((is_above(self.tracking, other) || is_above(kTags, other)) &&
                 (is_above(other, self.name) || is_above(self.name, other)))
                 self.found.push_back(other);
             return true;

@@ -8,8 +8,8 @@
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
 #include "objects/store/tree_extent.hpp"
+#include "objects/work/file_mode.hpp"
 #include "remote/rtdownload.hpp"
-#include "zev/authdb.h"
 #include "zev/object.h"
 #include "zev/odb.h"
 #include "zev/str.h"
@@ -70,7 +70,7 @@ class LinkRules {
 
   private:
     Repository *repository_;
-    Owned<Authdb, zAuthdbFree> rules_;
+    AuthdbPtr rules_;
 };
 
 bool take_entries(const RemoteCall &call, Json *entries, Listing &listing) {

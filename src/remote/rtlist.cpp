@@ -16,8 +16,8 @@
 #include "common/pathname.hpp"
 #include "objects/history/revision.hpp"
 #include "objects/store/tree_extent.hpp"
+#include "objects/work/file_mode.hpp"
 #include "system/os.hpp"
-#include "zev/authdb.h"
 #include "zev/object.h"
 #include "zev/path.h"
 
@@ -158,7 +158,7 @@ DiffListPtr UpdateList::compute() {
 }
 
 DiffListPtr UpdateList::readable(const DiffList *list) {
-    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(context_.repository));
+    const AuthdbPtr rules(zAuthdbOpen(context_.repository));
     if (!rules) return context_.tell(u"odb.eFailedToOpenAuthz"), nullptr;
     DiffListPtr left = diff_list_new(zDiffListLength(list));
     for (uint64_t i = 0; i < zDiffListLength(list); ++i) {

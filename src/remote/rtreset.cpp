@@ -12,8 +12,8 @@
 #include "objects/store/branch.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/strict.hpp"
+#include "objects/work/file_mode.hpp"
 #include "objects/work/treebuilder.hpp"
-#include "zev/authdb.h"
 #include "zev/index.h"
 #include "zev/object.h"
 #include "zev/oid.h"
@@ -54,7 +54,7 @@ class Reset {
     Repository *repository() { return context_.repository; }
 
     UpdateContext context_;
-    Owned<Authdb, zAuthdbFree> rules_;
+    AuthdbPtr rules_;
     TreePtr latest_; // the server's, null where it has none
     TreePtr target_;
     TreePtr mixed_; // what the work directory becomes

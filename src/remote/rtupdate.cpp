@@ -17,9 +17,9 @@
 #include "objects/store/reference.hpp"
 #include "objects/store/tree_extent.hpp"
 #include "objects/store/tree_pairs.hpp"
+#include "objects/work/file_mode.hpp"
 #include "remote/rtdownload.hpp"
 #include "system/os.hpp"
-#include "zev/authdb.h"
 #include "zev/object.h"
 #include "zev/recovery.h"
 #include "zev/reference.h"
@@ -117,7 +117,7 @@ class Lookout {
     Repository *repository_;
     PathSpec *paths_;
     OdbPtr odb_;
-    Owned<Authdb, zAuthdbFree> rules_;
+    AuthdbPtr rules_;
     bool all_ = true;
 };
 

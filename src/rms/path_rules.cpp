@@ -1,5 +1,5 @@
-// What a user may do in his working copy: AUTHZ in the Git directory, UTF-8 JSON as his server made
-// it for him.
+// What a user may do in his working copy: AUTHZ in the Git directory, that which all work trees of
+// a repository share, UTF-8 JSON as his server made it for him.
 //
 //   header.user       string, the login that it was made for
 //   header.sid1, sid2 strings, the states of the server's and of the project's rights: by them the
@@ -18,12 +18,11 @@
 #include "common/limits.hpp"
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
+#include "objects/work/file_mode.hpp"
 #include "system/os.hpp"
-#include "zev/authdb.h"
 #include "zev/http_request.h"
 #include "zev/http_response.h"
 #include "zev/path.h"
-#include "zev/repository.h"
 #include "zev/stream.h"
 #include "zev/uri.h"
 
@@ -194,15 +193,18 @@ bool has(Authdb *authdb, const zwchar *path, int32_t bit) {
 
 const zwchar *zAuthdbName() { return kFile; }
 
-bool zAuthdbPath(zwchar *path, Repository *repository) {
+bool zAuthdbPath(zwchar *path, Repository *repository) try {
     if (!path || !repository) return fail_args();
-    return zPathBuild(path, zRepositoryPath(repository), kFile, nullptr);
+    const std::u16string directory = to_wide(git_repository_commondir(repository->handle.get()));
+    return zPathBuild(path, directory.c_str(), kFile, nullptr);
+} catch (...) {
+    return fail_thrown();
 }
 
 Authdb *zAuthdbOpen(Repository *repository) try {
     zwchar path[Z_PATH_MAX];
     if (!zAuthdbPath(path, repository)) return nullptr;
-    Owned<Authdb, zAuthdbFree> authdb(new Authdb{repository, {}});
+    AuthdbPtr authdb(new Authdb{repository, {}});
     JsonGuard tree;
     if (!read_file(path, tree))
         return zErrorClass() == error_class::kNotFound ? authdb.release() : nullptr;

@@ -32,6 +32,18 @@ class PathRulesTest : public ServiceTest {
     }
 };
 
+// A work tree that git has put beside the first would else be without any.
+TEST_F(PathRulesTest, AreThoseOfAllWorkTrees) {
+    write(file, R"({"settings":{"default":16}})");
+    const auto beside = dir.path() / "beside";
+    run("cd " + (dir.path() / "copy").string() + " && git -c user.name=a -c user.email=a commit " +
+        "-q --allow-empty -m a && git worktree add -q " + beside.string() + " 2>&1");
+    const auto other = guard(zRepositoryOpen(beside.u16string().c_str()), zRepositoryFree);
+    ASSERT_OK(other);
+    const auto rules = guard(zAuthdbOpen(other.get()), zAuthdbFree);
+    EXPECT_EQ(zAuthdbEntryMode(rules.get(), u"a"), 16);
+}
+
 TEST_F(PathRulesTest, TheNearestRuleInAnyCase) {
     const auto rules = open(R"({"settings":{"default":32,"entries":[
         {"setting":{"path":"Docs","privilege":16}},

@@ -1,8 +1,8 @@
 // Files of the object store into the work directory, entered as they stand there.
 #pragma once
 
+#include "objects/work/file_mode.hpp"
 #include "objects/work/index.hpp"
-#include "zev/authdb.h"
 
 #include <memory>
 #include <string>
@@ -77,7 +77,7 @@ class WorkWriter {
     bool aside_;
     Filters filters_;
     git::Odb odb_;
-    Owned<Authdb, zAuthdbFree> rules_;            // null where no server has given any
+    AuthdbPtr rules_;                             // null where no server has given any
     std::u16string objects_;                      // where the store has its files
     Owned<EVP_MD_CTX, EVP_MD_CTX_free> hash_;     // of the blob at hand
     std::unique_ptr<char[]> block_;               // of a loose one, once there is one
