@@ -337,8 +337,8 @@ bool Replay::is_up_to_date(const Tree *tree) const {
         return tell(commit_, kUnmerged);
     if (!newer.empty())
         return raise_other(word(u"srv.eWorktreeNeedsUpdate"), newer), tell(commit_, kUnmerged);
-    if (!hidden.empty())
-        return raise_args(), tell(commit_, u"srv.eHiddenContent_s", hidden.c_str());
+    if (!hidden.empty()) // there may be no update that brings it
+        return raise_other(word(u"action.sUnauthorized"), hidden), tell(commit_, kUnmerged);
     return true;
 }
 
