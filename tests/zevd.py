@@ -377,6 +377,15 @@ def import_copy(conf, work):
         code, out, err = run(ZEVD, "import", name, copy, "--config", conf)
         expect(code != 0 and project_name in err, "import of %s is refused: %s" % (name, err))
 
+    # A project is a copy, too, though a bare one; a copy on no branch has none to begin with.
+    code, out, err = run(ZEVD, "import", "team/twin", project, "--config", conf)
+    expect(code == 0 and "3 commits, 2 tables" in out, "import of a bare one: " + out + err)
+    shutil.rmtree(os.path.dirname(conf) + "/repos/team/twin")
+    git(copy, "checkout", "-q", "--detach")
+    code, out, err = run(ZEVD, "import", "team/hall", copy, "--config", conf)
+    expect(code == 1 and copy + ": is on no branch" in err, "on no branch: " + out + err)
+    git(copy, "checkout", "-q", "-")
+
     # Several at once beside a server: one of each name, case aside. What was killed goes, what is
     # held stays.
     repos = os.path.dirname(conf) + "/repos"

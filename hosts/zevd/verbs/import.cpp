@@ -24,7 +24,7 @@ struct Options {
 void declare(CLI::App &verb, Options &options) {
     verb.description("Make a project of a working copy with its whole history");
     verb.footer("All branches and tags come along, and the tables of all drawings. What was not\n"
-                "committed stays behind. The project has no roles yet.\n"
+                "committed stays behind. A bare repository will do. The project has no roles yet.\n"
                 "Examples:\n  zevd import team/plant ~/plant");
     verb.add_option("project", options.project, "Its name")->type_name("OWNER/NAME")->required();
     verb.add_option("copy", options.copy, "The working copy")->type_name("COPY")->required();
@@ -46,12 +46,25 @@ void require_free(const fs::path &path, const std::string &name, bool is_owner =
 
 // The Git directory that holds what all work trees of a repository share.
 std::string shared_directory(Repository *copy) {
+    if (zRepositoryIsBare(copy)) {
+        const fs::path git = narrow(check(zRepositoryPath(copy)));
+        return (git.has_filename() ? git : git.parent_path()).string();
+    }
     const fs::path trash = narrow(check(zRepositoryTrash(copy)));
     return (trash.has_filename() ? trash : trash.parent_path()).parent_path().string();
 }
 
-// Branches and tags as they are, and the branch that HEAD leads to as the default one.
-void copy_references(Repository *copy, Repository *project) {
+// What HEAD leads to becomes the project's default branch.
+Owned<Branch, zBranchFree> branch_of(Repository *copy, const std::string &at) {
+    Owned<Branch, zBranchFree> head(zBranchHead(copy));
+    if (head) return head;
+    if (zErrorClass() != kNotFound) fail_raised(at);
+    throw Failed(kOther, at + ": is on no branch, its HEAD is detached; a project begins with a "
+                              "branch: switch to one first");
+}
+
+// Branches and tags as they are, and the branch of HEAD as the default one.
+void copy_references(Repository *copy, Repository *project, const Branch *head) {
     const auto each = [](Reference *reference, void *context) {
         if (!zReferenceIsBranch(reference) && !zReferenceIsTag(reference)) return true;
         auto *to = static_cast<Repository *>(context);
@@ -63,8 +76,7 @@ void copy_references(Repository *copy, Repository *project) {
         return made != nullptr;
     };
     check(zReferenceForeach(copy, each, project), "a reference");
-    const Owned<Branch, zBranchFree> head(check(zBranchHead(copy), "the copy's branch"));
-    check(zReferenceSetHead(project, zBranchMerge(head.get())), "the default branch");
+    check(zReferenceSetHead(project, zBranchMerge(head)), "the default branch");
 }
 
 // The highest tag of a row, 0 without rows. Keys stand in the order of their tags; behind them
@@ -113,13 +125,13 @@ uint64_t copy_tables(Repository *copy, Repository *project) {
     return count;
 }
 
-OwnedRepository make_project(const std::string &path, Repository *copy) {
+OwnedRepository make_project(const std::string &path, Repository *copy, const Branch *head) {
     OwnedRepository project(check(zRepositoryInit(wide(path).c_str(), true), path));
     const std::string objects = shared_directory(copy) + "/objects", own = path + "/objects";
     fs::remove_all(own); // else the copy would go into it
     check(zCopy(wide(objects).c_str(), wide(own).c_str()), objects);
     project.reset(check(zRepositoryOpenBare(wide(path).c_str()), path));
-    copy_references(copy, project.get());
+    copy_references(copy, project.get(), head);
     check(zRepositoryId(project.get(), true), path);
     return project;
 }
@@ -133,9 +145,10 @@ int run(const std::string &file, const Options &options) {
     require_free(path, name);
     const std::string at = fs::absolute(options.copy).lexically_normal().string();
     const OwnedRepository copy(check(zRepositoryDiscover(wide(at).c_str(), nullptr), at));
+    const auto head = branch_of(copy.get(), at);
 
     const Aside aside(config.repos());
-    OwnedRepository project = make_project(aside.project(), copy.get());
+    OwnedRepository project = make_project(aside.project(), copy.get(), head.get());
     const uint64_t tables = copy_tables(copy.get(), project.get());
     const VerifyCounts counts = verify_project(project.get(), name, false);
     if (counts.damages)
