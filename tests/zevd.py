@@ -155,6 +155,7 @@ def check_settings(conf):
         (put("schema", "HTTP"), "HTTP: is missing"),
         (lambda tree: tree.pop("schema"), "schema: is missing"),
         (put("path/root", "nowhere"), "nowhere: path.root is no directory"),
+        (put("http/host", "192.0.2.1"), "can't listen on 192.0.2.1, port 3001: "),
     ]
     for change, message in cases:
         code, out, err = run(ZEVD, "check", "--config", with_settings(conf, change))

@@ -18,6 +18,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int64_t kMost = int64_t{1} << 40;
+constexpr const char *kHost = "localhost"; // the library's own presets
+constexpr uint16_t kPort = 3001;
 
 enum class Kind { text, number, word };
 
@@ -36,7 +38,7 @@ constexpr Setting kSettings[] = {
     {"path.root", Kind::text, 0, 0, "path.pwd", nullptr},
     {"path.repos", Kind::text, 0, 0, "repos, below path.root", nullptr},
     {"path.data", Kind::text, 0, 0, "the library's own", nullptr},
-    {"http.host", Kind::text, 0, 0, "localhost", nullptr},
+    {"http.host", Kind::text, 0, 0, kHost, nullptr},
     {"http.port", Kind::number, 0, 65535, "3001", nullptr},
     {"http.maxconn", Kind::number, 1, 65535, "1024", nullptr},
     {"http.timeout", Kind::number, 0, 4'000'000, "0, which is never", nullptr},
@@ -130,6 +132,16 @@ std::string Config::named(const std::string &key) const {
 
 std::string Config::path(const std::string &key) const {
     return narrow(zJsonPathGetString(tree_.get(), wide(key).c_str()));
+}
+
+std::string Config::listens_on() const {
+    const std::string host = path(named("http.host"));
+    return host.empty() ? kHost : host;
+}
+
+uint16_t Config::port() const {
+    const Json *node = at(named("http.port"));
+    return node ? static_cast<uint16_t>(zJsonGetInt(node)) : kPort;
 }
 
 Config::Config(const std::string &file) : Config(file, read_tree(file)) {}

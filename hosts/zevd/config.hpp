@@ -4,6 +4,7 @@
 
 #include "host.hpp"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,8 @@ class Config {
     const Json *tree() const { return tree_.get(); }
     std::string root() const { return path("path.root"); }
     std::string repos() const { return path("path.repos"); }
+    std::string listens_on() const;
+    uint16_t port() const;
     // Of a service with TLS; else both are empty.
     std::string certificate() const { return path(named("http.certificate")); }
     std::string key() const { return path(named("http.key")); }

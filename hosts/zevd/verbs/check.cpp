@@ -1,6 +1,7 @@
 // check: what the settings come to, line by line, and whether a service could start with them.
 #include "aside.hpp"
 #include "identity.hpp"
+#include "listening.hpp"
 #include "service.hpp"
 #include "verb.hpp"
 
@@ -62,6 +63,8 @@ int run(const std::string &file, const Options &) {
                path.c_str());
     });
     std::vector<std::string> problems = place_problems(config);
+    const std::string unheard = listening_problem(config.listens_on(), config.port());
+    if (!unheard.empty()) problems.push_back(unheard);
     for (const std::string &problem : tell_identity(config)) problems.push_back(problem);
     for (const std::string &problem : problems) fprintf(stderr, "zevd: %s\n", problem.c_str());
     return problems.empty() ? kDone : kFailed;
