@@ -140,6 +140,12 @@ TEST(HttpResponse, TellsFailuresInTheRequestsLanguage) {
         {u"en-US", 404, nullptr, "The server has nothing at this address"},
         {u"de-DE", 404, u"", "Unter dieser Adresse hat der Server nichts"},
         {u"../de-DE", 404, nullptr, "The server has nothing at this address"}, // no name of one
+        // Lists, as browsers send them: by weight, a family before another language.
+        {u"de-DE,de;q=0.9,en;q=0.5", 404, nullptr, "Unter dieser Adresse hat der Server nichts"},
+        {u"en;q=0.5, de ; q=0.75", 404, nullptr, "Unter dieser Adresse hat der Server nichts"},
+        {u"fr, de-at;q=0.8, en", 404, nullptr, "The server has nothing at this address"},
+        {u"de;q=0, *, de", 404, nullptr, "The server has nothing at this address"},
+        {u"../de-DE,de;q=x,;;,=", 404, nullptr, "The server has nothing at this address"},
         {u"en-US", 404, u"srv.eNoSuchOwner_s",
          "There is no owner 'ann': The server has nothing at this address"},
         {u"en-US", 499, nullptr, "http.499"},

@@ -17,6 +17,7 @@
 #include "common/guard.hpp"
 #include "common/uri.hpp"
 #include "common/utf.hpp"
+#include "network/http/language.hpp"
 #include "network/tcp/tcp.hpp"
 #include "system/clock.hpp"
 #include "system/os.hpp"
@@ -49,9 +50,11 @@ void stop_counting(HttpEcho *echo) {
 }
 
 // An answer that needs no procedure, in the form of every failure.
-HttpResponse *plain_answer(int32_t code, HttpRequest *request) {
-    Json *catalogue = zI18nLangLookup(language_of(request));
+HttpResponse *plain_answer(int32_t code, HttpRequest *request) try {
+    Json *catalogue = zI18nLangLookup(language_of(request).c_str());
     return zHttpResponseFormat(code, u"%s", status_text(catalogue, code));
+} catch (...) {
+    return fail_thrown();
 }
 
 // ---- Reading

@@ -7,6 +7,7 @@
 #include "common/limits.hpp"
 #include "common/log_level.hpp"
 #include "common/utf.hpp"
+#include "network/http/language.hpp"
 #include "zev/error.h"
 #include "zev/http_request.h"
 #include "zev/lang.h"
@@ -23,7 +24,6 @@ namespace {
 
 constexpr int32_t kCanceled = -2;
 constexpr size_t kMessageMax = 512; // units of an error's message, with the terminator
-constexpr size_t kLanguageMax = 84; // units of a language's name
 
 bool set_text(zwchar *&text, const zwchar *source) {
     zwchar *copy = source ? zStrdupW(source) : nullptr;
@@ -81,18 +81,6 @@ std::string response_head(const HttpResponse &response, const KeepAlive &keep) {
                          ", max=" + std::to_string(keep.maximum));
     append_field(head, "Connection", response.header.alive ? "Keep-Alive" : "close");
     return head.append("\r\n");
-}
-
-const zwchar *language_of(HttpRequest *request) {
-    const zwchar *wanted = request ? zHttpRequestAcceptLanguage(request) : nullptr;
-    const std::u16string_view name = wanted ? wanted : u"";
-    const auto fits = [](zwchar c) {
-        return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z') || (c >= u'0' && c <= u'9') ||
-               c == u'-';
-    };
-    const bool known =
-        !name.empty() && name.size() <= kLanguageMax && std::ranges::all_of(name, fits);
-    return known ? wanted : zLangProduct();
 }
 
 const zwchar *status_text(Json *catalogue, int32_t code) {

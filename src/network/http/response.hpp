@@ -16,9 +16,6 @@ struct KeepAlive {
 // The head as it goes out, in UTF-8. May throw.
 std::string response_head(const HttpResponse &response, const KeepAlive &keep);
 
-// The language of a request's answers: its "Accept-Language" where that is a name of one, else the
-// product's; a null request has none.
-const zwchar *language_of(HttpRequest *request);
 // "http.404" of a catalogue, or the key itself.
 const zwchar *status_text(Json *catalogue, int32_t code);
 
