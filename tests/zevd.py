@@ -13,10 +13,12 @@ import resource
 import shutil
 import signal
 import socket
+import ssl
 import subprocess
 import sys
 import tempfile
 import threading
+import time
 
 ZEVD, ZEV, DATA = (os.path.abspath(word) for word in sys.argv[1:4])
 failures = []
@@ -279,6 +281,44 @@ def make_identities(directory):
     os.chmod(directory + "/open.key", 0o644)
 
 
+def until(seen):
+    """What another thread of the server is about to do."""
+    end = time.monotonic() + 20
+    while not seen() and time.monotonic() < end:
+        pass
+    return seen()
+
+
+def renew_certificate(service, root):
+    """A hangup has a new one taken, and one that is no good left; who is connected stays so."""
+    def shown():
+        return ssl.get_server_certificate(("localhost", service.port))
+
+    def text(name):
+        with open(root + "/tls/" + name) as file:
+            return file.read()
+
+    client = http.client.HTTPSConnection("localhost", service.port,
+                                         context=ssl._create_unverified_context())
+    client.request("GET", "/health")
+    client.getresponse().read()
+    connected = client.sock
+    for name in ("crt", "key"):
+        shutil.copy(root + "/tls/near." + name, root + "/tls/own." + name)
+    service.process.send_signal(signal.SIGHUP)
+    expect(until(lambda: shown() == text("near.crt")), "the new certificate is shown")
+    with open(root + "/tls/own.key", "w") as file:
+        file.write("no key")
+    service.process.send_signal(signal.SIGHUP)
+    expect(until(lambda: "own.key' is not usable" in
+                 open(root + "/logs/error.log").read().rsplit("other.key'", 1)[-1]),
+           "one that is no good is written down")
+    expect(shown() == text("near.crt"), "and not taken")
+    client.request("GET", "/health")
+    expect(client.getresponse().read() and client.sock is connected, "who was connected is still")
+    client.close()
+
+
 def secure(conf):
     """TLS: what check makes of certificates, and a service that other programs judge."""
     root = os.path.dirname(conf)
@@ -329,6 +369,7 @@ def secure(conf):
     code, out, err = run(*login, stdin="secret\n")
     expect(code == 0, "zev logs in: " + out + err)
     del os.environ["ZEV_CA_FILE"]
+    renew_certificate(service, root)
     expect(service.stop() == 0, "it ends in order")
 
 

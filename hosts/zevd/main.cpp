@@ -29,8 +29,9 @@ constexpr const char *kAbout =
 
 constexpr const char *kEpilogue =
     "Exit codes: 0 done, 1 failed, 2 usage or settings, 3 not found, 5 no rights, 7 another\n"
-    "process serves the directory. SIGHUP changes nothing: a log that was moved away is made anew\n"
-    "by its next line. \"zevd VERB --help\" tells about a verb.";
+    "process serves the directory. SIGHUP has a new certificate taken; a log that was moved away "
+    "is\n"
+    "made anew by its next line. \"zevd VERB --help\" tells about a verb.";
 
 int exit_code(const Failed &failed) {
     const bool denied = failed.code == EACCES || failed.code == EPERM;

@@ -40,6 +40,10 @@ ZEV_API void zServerOnReady(ServerReadyFn ready, void *context);
 // Ends the running service, from any thread; true where none runs. From another thread it waits
 // five seconds at most: then the standard error 16, and the server still goes down.
 ZEV_API bool zServerShutdown(void);
+// Has the running service read its certificate and its key anew, from any thread: connections that
+// begin from then on are shown the new one, none is dropped. False, logged, leaves those that are
+// in use; true where none runs, or one without TLS.
+ZEV_API bool zServerReload(void);
 // Of the running server, for code on its thread; class 2, logged, where none runs.
 ZEV_API AuthTable *zServerAuth(void);
 ZEV_API Json *zServerConfig(void);

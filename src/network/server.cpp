@@ -199,6 +199,13 @@ void zev::tell_ready(const Server *server, uint32_t port) {
     if (on_ready && server == running) on_ready(port, on_ready_context);
 }
 
+// Under the lock nobody ends the server meanwhile.
+bool zServerReload() {
+    const std::lock_guard lock(guard);
+    const Server *server = running;
+    return !server || reload(server);
+}
+
 bool zServerShutdown() {
     std::unique_lock lock(guard);
     Server *server = running;

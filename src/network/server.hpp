@@ -29,6 +29,9 @@ inline Failure logged_srv(Failure, Here at = {}) {
     return log_raised(kError, at, kFacilitySrv), Failure();
 }
 
+// What a kind of server can take anew while it serves; from any thread.
+bool reload(const Server *server);
+
 // To be told by a kind of server when it listens, if it is the running one.
 void tell_ready(const Server *server, uint32_t port);
 

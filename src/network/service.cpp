@@ -25,6 +25,11 @@ constexpr ServerClass kHttp = {
 
 } // namespace
 
+bool zev::reload(const Server *server) {
+    if (server->table != &kHttp) return true;
+    return renew_identity(reinterpret_cast<const HttpServer *>(server));
+}
+
 const ServerClass *zHttpServerClass() { return &kHttp; }
 
 HttpServer *zHttpServerNew(const Json *config, const zwchar *schema) try {

@@ -47,11 +47,21 @@ void shut_down(const std::atomic<bool> &over) {
     } while (!over);
 }
 
+// The service goes on with all that the library can use: an old certificate is better than none.
+void warn_of_identity(const std::string &certificate, const std::string &key) {
+    if (certificate.empty()) return;
+    const Identity identity = look_at_identity(certificate, key);
+    for (const auto *list : {&identity.problems, &identity.warnings})
+        for (const std::string &line : *list) fprintf(stderr, "zevd: %s\n", line.c_str());
+}
+
 // Waits for signals from its making to its end. They are blocked in this thread, and in all that it
-// starts afterwards. A hangup asks for logs to be opened anew: each line does so by itself.
+// starts afterwards. A hangup asks for a new certificate to be taken, and for logs to be opened
+// anew, which each line does by itself.
 class Signals {
   public:
-    Signals() : thread_([this] { wait(); }) {}
+    explicit Signals(const Config &config)
+        : certificate_(config.certificate()), key_(config.key()), thread_([this] { wait(); }) {}
     ~Signals() {
         over_ = true;
         pthread_kill(thread_.native_handle(), kOver);
@@ -73,9 +83,18 @@ class Signals {
         for (int signal = 0; !over_;) {
             if (sigwait(&set, &signal) != 0) continue;
             if (signal == SIGTERM || signal == SIGINT) return shut_down(over_);
+            if (signal == SIGHUP) renew();
         }
     }
 
+    void renew() const {
+        warn_of_identity(certificate_, key_);
+        if (zServerReload()) return;
+        fprintf(stderr, "zevd: the certificate stays as it was: %s\n",
+                narrow(zErrorDetail()).c_str());
+    }
+
+    const std::string certificate_, key_;
     std::atomic<bool> over_ = false;
     std::thread thread_; // last: it uses the others
 };
@@ -94,25 +113,17 @@ void leave_files(Config &config) {
             static_cast<unsigned long long>(most), static_cast<unsigned long long>(files));
 }
 
-// The service starts with all that the library can use: an old certificate is better than none.
-void warn_of_identity(const Config &config) {
-    if (config.certificate().empty()) return;
-    const Identity identity = look_at_identity(config.certificate(), config.key());
-    for (const auto *list : {&identity.problems, &identity.warnings})
-        for (const std::string &line : *list) fprintf(stderr, "zevd: %s\n", line.c_str());
-}
-
 int run(const std::string &file, const Options &options) {
     Signals::block();
     Config config(file);
     config.require_sound();
     leave_files(config);
-    warn_of_identity(config);
+    warn_of_identity(config.certificate(), config.key());
     use_data(config);
     ServiceLock lock(config.repos(), options.shared);
     lock.begin_service();
     zServerOnReady(tell_ready, nullptr);
-    const Signals signals;
+    const Signals signals(config);
     check(zServerStartup(config.tree()), file);
     return kDone;
 }

@@ -90,8 +90,9 @@ bool read_identity(HttpServer *server, const std::u16string &section) {
         const std::u16string name = section + member;
         return read_path(server, path, name, zJsonPathGet(server->head.config, name.c_str()));
     };
-    return read(certificate, kCertificate) && read(key, kKey) &&
-           tls_set_identity(server->tcp, certificate, key);
+    if (!read(certificate, kCertificate) || !read(key, kKey)) return false;
+    server->certificate = certificate, server->key = key;
+    return tls_set_identity(server->tcp, certificate, key);
 }
 
 // A number that stays as it is where it is absent. What doesn't fit would be another one.
@@ -153,6 +154,11 @@ HttpServer *zev::new_http_server(const ServerClass *kind, const Json *config,
     server->tcp = zLoopNew(transport, echo, server->maxconn, server->timeout);
     if (!server->tcp || (secure && !read_identity(server.get(), schema))) return nullptr;
     return server.release();
+}
+
+bool zev::renew_identity(const HttpServer *server) {
+    if (server->certificate.empty()) return true;
+    return tls_set_identity(server->tcp, server->certificate.c_str(), server->key.c_str());
 }
 
 void zHttpServerFree(HttpServer *server) {

@@ -36,11 +36,12 @@ struct HttpServer {
     std::unique_ptr<zev::Exchange> (*begin)(HttpServer *server, const HttpHandle &handle,
                                             HttpRequest *request);
     zev::HttpLogs logs;
-    int64_t began;                  // by os::calls.steady
-    uint32_t open;                  // connections
-    zev::Throttle throttle;         // of those who fail to prove who they are
-    HttpEcho *at_work;              // whose request is being answered, else null
-    std::shared_ptr<void> projects; // what the service remembers of how many there are
+    std::u16string certificate, key; // paths; empty without TLS
+    int64_t began;                   // by os::calls.steady
+    uint32_t open;                   // connections
+    zev::Throttle throttle;          // of those who fail to prove who they are
+    HttpEcho *at_work;               // whose request is being answered, else null
+    std::shared_ptr<void> projects;  // what the service remembers of how many there are
     std::shared_ptr<zev::rest::KeptProjects> kept; // those that are open between requests
 };
 
@@ -48,6 +49,8 @@ namespace zev {
 
 // A server by its settings, of the kind that `kind` stands for, with no routes yet. May throw.
 HttpServer *new_http_server(const ServerClass *kind, const Json *config, const zwchar *schema);
+// Reads certificate and key anew; from any thread. False, logged, with the old ones in use.
+bool renew_identity(const HttpServer *server);
 
 } // namespace zev
 

@@ -28,6 +28,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -50,7 +51,8 @@ struct TlsEcho;
 
 // What the ends of one loop share; it lives in the loop's own.
 struct TlsLoop {
-    TlsContext context;
+    std::mutex guard;   // of the context, which another thread may put another in place of
+    TlsContext context; // each session keeps the one that it began with
     Tcp *tcp = nullptr;
     std::string host;              // a client's, of the connection that was last asked for
     TlsReason refused{};           // why that one will not be: to ask again would not help
@@ -118,8 +120,13 @@ void fail_session(TlsEcho *echo, Here at = {}) { fail(echo, tls_reason(echo->ses
 
 // ---- The session
 
+TlsSession new_session(TlsLoop &loop) {
+    const std::lock_guard lock(loop.guard);
+    return TlsSession(SSL_new(loop.context.get()));
+}
+
 bool begin(TlsEcho *echo) {
-    TlsSession session(SSL_new(echo->loop->context.get()));
+    TlsSession session = new_session(*echo->loop);
     BIO *in = BIO_new(BIO_s_mem()), *out = BIO_new(BIO_s_mem());
     if (!session || !in || !out) {
         BIO_free(in);
@@ -466,7 +473,12 @@ const LoopClass *tls_class() { return &kTls; }
 
 bool tls_set_identity(Loop *loop, const zwchar *certificate, const zwchar *key) try {
     if (!loop || loop->table != &kTls || !certificate || !key) return fail_args();
-    return (own_of(loop)->shared.context = tls_server_context(certificate, key)) != nullptr;
+    TlsContext made = tls_server_context(certificate, key);
+    if (!made) return false;
+    TlsLoop &shared = own_of(loop)->shared;
+    const std::lock_guard lock(shared.guard);
+    shared.context.swap(made);
+    return true;
 } catch (...) {
     return fail_thrown();
 }

@@ -8,7 +8,8 @@ namespace zev {
 
 // A client's checks who answers, see tls_context.hpp; a server's has to be given its identity.
 const LoopClass *tls_class();
-// A server's, before it listens: files of PEM, the chain and its key.
+// A server's, before it listens: files of PEM, the chain and its key. Later on, from any thread, it
+// is shown to the connections that begin from then on; false, logged, leaves the one that there is.
 bool tls_set_identity(Loop *loop, const zwchar *certificate, const zwchar *key);
 
 } // namespace zev
