@@ -97,13 +97,14 @@ class Refs {
         return way;
     }
 
-    // To a commit that is here, and on no branch of the server's as far as that can be seen: the
+    // To what is here, and is no commit on a branch of the server's as far as that can be seen: the
     // user himself may have marked it.
     bool leads_alone(const Reference *tag) const {
         const Finally clear([] { git_error_clear(); });
         git_repository *git = remote_->owner->handle.get();
         git::Object commit;
-        if (git_reference_peel(out(commit), tag->handle.get(), GIT_OBJECT_COMMIT)) return false;
+        const int code = git_reference_peel(out(commit), tag->handle.get(), GIT_OBJECT_COMMIT);
+        if (code) return code != GIT_ENOTFOUND;
         const git_oid *id = git_object_id(commit.get());
         const std::vector<git_oid> tips = tracked_tips();
         const auto is_it = [&](const git_oid &tip) { return git_oid_equal(&tip, id); };
