@@ -3,6 +3,7 @@
 #include "objects/store/removal.hpp"
 
 #include "common/errno.hpp"
+#include "common/guard.hpp"
 #include "common/utf.hpp"
 #include "system/flock.hpp"
 #include "system/os.hpp"
