@@ -5,8 +5,6 @@
 #include "objects/store/tree_pairs.hpp"
 #include "zev/status.h"
 
-#include <sys/stat.h>
-
 namespace zev {
 
 namespace {
@@ -32,13 +30,6 @@ std::unique_ptr<DiffEntry> entry_of(const std::string &path, TreePairs::Entry be
     return entry;
 }
 
-// A server keeps one mode for all files: one that got another is as it was.
-bool is_told(TreePairs::Entry before, TreePairs::Entry after) {
-    return !before || !after ||
-           !git_oid_equal(git_tree_entry_id(before), git_tree_entry_id(after)) ||
-           !S_ISREG(git_tree_entry_filemode(before)) || !S_ISREG(git_tree_entry_filemode(after));
-}
-
 } // namespace
 
 DiffListPtr changes_of_commit(Commit *commit) {
@@ -53,8 +44,7 @@ DiffListPtr changes_of_commit(Commit *commit) {
     if (!tree) return nullptr;
     DiffListPtr list = diff_list_new(0);
     const auto take = [&](const std::string &path, auto old_side, auto new_side) {
-        if (is_told(old_side, new_side))
-            diff_list_append(list.get(), entry_of(path, old_side, new_side));
+        diff_list_append(list.get(), entry_of(path, old_side, new_side));
     };
     if (!TreePairs(commit->owner->handle.get(), false, take)
              .walk(before ? before->handle.get() : nullptr, tree->handle.get()))

@@ -36,7 +36,7 @@ using BuilderPtr = Owned<PackBuilder, zPackBuilderFree>;
 
 // What one request carries; the server takes twice that, and a larger commit goes by several. Bytes
 // and objects of a pack; ids in a question, a node of JSON and 43 bytes each; changes of a tree,
-// five nodes each, and as many bytes as their paths take.
+// six nodes each, and as many bytes as their paths take.
 constexpr uint64_t kPack = limits::http_body / 2, kPackObjects = limits::sent_objects / 2;
 constexpr uint64_t kIds = limits::http_nodes / 2;
 constexpr uint64_t kChanges = limits::http_nodes / 10, kChangeBytes = limits::http_json / 2;
@@ -65,6 +65,7 @@ class Pushing {
     bool send_alone(const Oid *id);
     bool send_tree();
     bool send_changes(Changes changes, const Oid *base);
+    bool check_modes() const;
     bool send_commit();
     Failure fail_first(const RemoteCall &sent, HttpResponse *response, const zwchar *branch);
     bool move_branch();
@@ -234,20 +235,32 @@ bool Pushing::send_pack(PackBuilder *builder) {
 
 bool is_gone(const DiffEntry *entry) { return zDiffEntryStatus(entry) == Z_KIND_DELETED; }
 
-// {"oper": "add", "modify" or "delete", "id": ID, "path": PATH, "mode": MODE}
+// What a server makes of a file that is not like all others; null for those.
+const zwchar *kind_of(uint32_t mode) {
+    if (mode == GIT_FILEMODE_LINK) return u"link";
+    return mode == GIT_FILEMODE_BLOB_EXECUTABLE ? u"program" : nullptr;
+}
+
+// {"oper": "add", "modify" or "delete", "id": ID, "path": PATH, "mode": MODE}, and a "kind"
 Json *told(const DiffEntry *entry) {
     const bool gone = is_gone(entry);
     const bool added = zDiffEntryStatus(entry) == Z_KIND_ADDED;
     const auto side = [&](auto old_side, auto new_side) {
         return gone ? old_side(entry) : new_side(entry);
     };
-    return zJsonNewObject(u"oper",
-                          zJsonNewString(gone    ? u"delete"
-                                         : added ? u"add"
-                                                 : u"modify"),
-                          u"id", zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)), u"path",
-                          zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)), u"mode",
-                          zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)), nullptr);
+    JsonGuard change(zJsonNewObject(u"oper",
+                                    zJsonNewString(gone    ? u"delete"
+                                                   : added ? u"add"
+                                                           : u"modify"),
+                                    u"id", zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)),
+                                    u"path",
+                                    zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)),
+                                    u"mode",
+                                    zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)),
+                                    nullptr));
+    const zwchar *kind = gone ? nullptr : kind_of(zDiffEntryNewMode(entry));
+    if (kind) put(change.get(), u"kind", zJsonNewString(kind));
+    return change.release();
 }
 
 // How many of the changes go with the next request.
@@ -298,7 +311,20 @@ bool Pushing::send_tree() {
         base_ = tree_;
         left = left.subspan(count);
     }
-    return true;
+    return check_modes();
+}
+
+// Whether the server made links of links, and of files to run such ones. An older one makes plain
+// files of all, which everybody would get: then it is not to make a commit of them.
+bool Pushing::check_modes() const {
+    if (zOidIsEqual(&tree_, zCommitTreeId(commit_.get()))) return true;
+    const DiffEntry *special = nullptr;
+    each(changes_.get(), [&](const DiffEntry *entry) {
+        if (!is_gone(entry) && zDiffEntryNewMode(entry) != GIT_FILEMODE_BLOB) special = entry;
+    });
+    if (!special) return true;
+    notify_action(push_.notify, u"action.sFailed", zDiffEntryNewPath(special));
+    return raise_args(), fail(u"odb.eModeNotKept_s", zDiffEntryNewPath(special));
 }
 
 bool Pushing::send_changes(Changes changes, const Oid *base) {

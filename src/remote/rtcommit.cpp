@@ -212,7 +212,7 @@ bool Replay::find_changes() {
     if (changes_) return can_be_sent();
     if (zErrorClass() != error_class::kNotFound) return tell(commit_, kUnmerged);
     roll_back(commit_.repository, commit_.transaction.get(), commit_.head.get(),
-              commit_.upstream.get()); // modes alone, which no server takes
+              commit_.upstream.get()); // the commit changes nothing
     return none_left(commit_);
 }
 
@@ -251,14 +251,14 @@ struct Update {
     uint16_t mode = 0; // 0: it goes
 };
 
-// With the mode that the server gives to every file: its tree is to be this one, and isn't fetched.
+// With the modes that the server is told: its tree is to be this one, and isn't fetched.
 std::vector<Update> updates_of(const DiffList *changes) {
     std::vector<Update> updates;
     for (uint64_t i = 0; i < zDiffListLength(changes); ++i) {
         const DiffEntry *entry = zDiffListEntry(changes, i);
         const bool goes = entry->status == Z_KIND_DELETED;
         updates.push_back({to_utf8(zDiffEntryNewPath(entry)), *git::oid(zDiffEntryNewId(entry)),
-                           static_cast<uint16_t>(goes ? 0 : GIT_FILEMODE_BLOB)});
+                           goes ? uint16_t{0} : entry->new_file->mode});
     }
     return updates;
 }

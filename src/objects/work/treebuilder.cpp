@@ -11,6 +11,16 @@
 
 using namespace zev;
 
+bool zev::builder_insert(TreeBuilder *builder, const std::string &path, const git_oid &id,
+                         git_filemode_t mode) {
+    if (!check_path(path) || !check_twin(builder->index.get(), path.c_str())) return false;
+    git_index_entry entry{};
+    entry.mode = static_cast<uint32_t>(mode);
+    entry.id = id;
+    entry.path = path.c_str();
+    return index_enter(builder->index.get(), entry);
+}
+
 TreeBuilder *zTreeBuilderNew(Repository *repository, Tree *base) {
     if (!repository) return fail_args();
     Owned<Index, zIndexFree> index(base ? zIndexBytree(base) : zIndexNew(repository));
@@ -30,13 +40,7 @@ bool zTreeBuilderExists(TreeBuilder *builder, const zwchar *path) try {
 
 bool zTreeBuilderInsert(TreeBuilder *builder, const zwchar *path, const Oid *id) try {
     if (!builder || !path || !id) return fail_args();
-    std::string name = to_utf8(path);
-    if (!check_path(name) || !check_twin(builder->index.get(), name.c_str())) return false;
-    git_index_entry entry{};
-    entry.mode = GIT_FILEMODE_BLOB;
-    entry.id = *git::oid(id);
-    entry.path = name.c_str();
-    return index_enter(builder->index.get(), entry);
+    return builder_insert(builder, to_utf8(path), *git::oid(id), GIT_FILEMODE_BLOB);
 } catch (...) {
     return fail_thrown();
 }

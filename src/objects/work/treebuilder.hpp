@@ -7,3 +7,11 @@ struct TreeBuilder {
     zev::Owned<Index, zIndexFree> index; // in memory; its entries are full paths
     Repository *owner;
 };
+
+namespace zev {
+
+// As zTreeBuilderInsert does, with a mode of the caller's. May throw.
+bool builder_insert(TreeBuilder *builder, const std::string &path, const git_oid &id,
+                    git_filemode_t mode);
+
+} // namespace zev

@@ -177,6 +177,11 @@ HttpResponse *NewCommit::find_tree() {
     return nullptr;
 }
 
+// Of a link, with the byte behind it; no system makes one that leads farther, or nowhere.
+constexpr size_t kLongestTarget = 4096;
+
+bool is_link(TreePairs::Entry entry) { return git_tree_entry_filemode(entry) == GIT_FILEMODE_LINK; }
+
 // All that is asked about what the tree changes.
 struct NewCommit::Changes {
     git_odb *odb;
@@ -187,16 +192,17 @@ struct NewCommit::Changes {
     bool unlooked = false; // an object that can't be looked at, raised
 
     void take(std::string path, TreePairs::Entry before, TreePairs::Entry made);
-    bool is_here(const git_oid *id);
+    bool is_here(TreePairs::Entry made);
 };
 
-// A file, whatever a tree says of it.
-bool NewCommit::Changes::is_here(const git_oid *id) {
+// A file, whatever a tree says of it, or a link that can be made.
+bool NewCommit::Changes::is_here(TreePairs::Entry made) {
     size_t size = 0;
     git_object_t type = GIT_OBJECT_INVALID;
-    const int code = git_odb_read_header(&size, &type, odb, id);
+    const int code = git_odb_read_header(&size, &type, odb, git_tree_entry_id(made));
     if (code < 0 && code != GIT_ENOTFOUND) unlooked = true, fail_git(code);
-    return !code && type == GIT_OBJECT_BLOB;
+    if (code || type != GIT_OBJECT_BLOB) return false;
+    return !is_link(made) || (size && size < kLongestTarget);
 }
 
 // A file that enters is named by its path from then on.
@@ -210,7 +216,7 @@ void NewCommit::Changes::take(std::string path, TreePairs::Entry before, TreePai
     }
     if (denied || !unfit.empty() || !made) return;
     const bool is_file = git_tree_entry_type(made) == GIT_OBJECT_BLOB;
-    if ((is_file && !is_here(id)) || (!before && !path_has_room(path))) unfit = std::move(path);
+    if ((is_file && !is_here(made)) || (!before && !path_has_room(path))) unfit = std::move(path);
 }
 
 // What isn't there, and a path of no length that anybody takes, are the client's; else a tree that

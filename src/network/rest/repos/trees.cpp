@@ -174,7 +174,7 @@ struct NewTree {
     HttpResponse *remove_paths();
     HttpResponse *insert_paths();
     bool remove(const zwchar *path);
-    bool insert(const zwchar *path, const Oid &id);
+    bool insert(const zwchar *path, const Oid &id, const zwchar *kind);
     bool has_room(const std::string &path);
 };
 
@@ -257,11 +257,19 @@ bool NewTree::has_room(const std::string &path) {
     return true;
 }
 
-bool NewTree::insert(const zwchar *path, const Oid &id) {
+// The member `kind` alone makes a link or a file to run. A client that has only modes tells those of
+// its own disk, where any file may have the bit.
+git_filemode_t kept_mode(const zwchar *kind) {
+    if (zStrsameW(kind, u"link")) return GIT_FILEMODE_LINK;
+    return zStrsameW(kind, u"program") ? GIT_FILEMODE_BLOB_EXECUTABLE : GIT_FILEMODE_BLOB;
+}
+
+bool NewTree::insert(const zwchar *path, const Oid &id, const zwchar *kind) {
     const std::string name = to_utf8(path);
     if (std::ranges::count(name, '/') > limits::path_depth) return raise_args(path);
     if (!path_has_room(name)) return raise_args(path);
-    return check_path(name) && has_room(name) && zTreeBuilderInsert(builder.get(), path, &id);
+    return check_path(name) && has_room(name) &&
+           builder_insert(builder.get(), name, *git::oid(&id), kept_mode(kind));
 }
 
 HttpResponse *NewTree::insert_paths() {
@@ -275,7 +283,7 @@ HttpResponse *NewTree::insert_paths() {
         if (!parse_id(&id, text)) return refuse(call, 400, u"srv.eFieldInvalid_s", text);
         if (zStrsameW(oper, u"delete")) continue;
         const bool enters = zStrsameW(oper, u"add") || zStrsameW(oper, u"modify");
-        if (!enters || !insert(path, id)) return refuse_entry(call, i);
+        if (!enters || !insert(path, id, text_of(change, u"kind"))) return refuse_entry(call, i);
     }
     return nullptr;
 }
