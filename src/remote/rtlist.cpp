@@ -177,6 +177,29 @@ DiffListPtr UpdateList::make() {
     return readable(list.get());
 }
 
+// Asks the host whether to break off, and tells it nothing.
+struct Quiet : Notify {
+    const Notify *host;
+
+    explicit Quiet(const Notify *from) : Notify{}, host(from) {
+        usrbrk = [](const Notify *self) {
+            return zNotifyIsUsrbrk(static_cast<const Quiet *>(self)->host);
+        };
+    }
+};
+
+// The rights as an update would find them, or the list would hide what that brings. Where the
+// server doesn't tell them, those that are known count. False for a break.
+bool renew_rights(UpdateContext &context) {
+    const Quiet quiet(context.notify);
+    {
+        const KeptFailure kept;
+        if (context.asked(zRemoteUpdateAuth(context.remote, &quiet)) || !context.canceled)
+            return true;
+    }
+    return raise_canceled();
+}
+
 // What was fetched is as good as ever, whatever fails behind it: nothing goes back.
 DiffListPtr run(UpdateContext &context, PathSpec *paths, bool refresh) try {
     const Owned<CheckSpec, zCheckSpecFree> wanted(zCheckSpecNew());
@@ -184,7 +207,8 @@ DiffListPtr run(UpdateContext &context, PathSpec *paths, bool refresh) try {
         return context.tell(u"odb.eUnableToResolvePathspec"), nullptr;
     if (!prepare(context, wanted.get())) return nullptr;
     notify_start(context.notify, u"action.sCheckForUpdates");
-    if (refresh && !(verify(context) && fetch(context, Z_OBJECT_TREE))) return nullptr;
+    if (refresh && !(verify(context) && renew_rights(context) && fetch(context, Z_OBJECT_TREE)))
+        return nullptr;
     return UpdateList(context, paths).make();
 } catch (...) {
     return fail_thrown(), nullptr;
