@@ -6,6 +6,7 @@
 #include "objects/conflict/conflict.hpp"
 #include "objects/operations/revert.hpp"
 #include "objects/work/gitkeep.hpp"
+#include "objects/work/too_deep.hpp"
 #include "objects/work/workdir.hpp"
 #include "zev/status.h"
 
@@ -95,10 +96,13 @@ git::Status Reload::read_status() {
     how.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX |
                 GIT_STATUS_OPT_SORT_CASE_SENSITIVELY;
     git::Status list;
-    int code = GIT_ERROR;
-    for (int tries = 0; code < 0 && tries < kTries; ++tries)
-        code = git_status_list_new(out(list), index_->owner->handle.get(), &how);
-    if (code < 0) fail_git(code), fail_raised();
+    const bool read = compare_workdir(index_->owner, nullptr, [&](bool) {
+        int code = GIT_ERROR;
+        for (int tries = 0; code < 0 && tries < kTries; ++tries)
+            code = git_status_list_new(out(list), index_->owner->handle.get(), &how);
+        return code;
+    });
+    if (!read) fail_raised();
     return list;
 }
 

@@ -6,6 +6,7 @@
 #include "objects/notify/notify.hpp"
 #include "objects/store/bulk.hpp"
 #include "objects/work/status.hpp"
+#include "objects/work/too_deep.hpp"
 #include "system/os.hpp"
 #include "zev/drawing.h"
 #include "zev/path.h"
@@ -66,10 +67,11 @@ bool IndexUpdate::compare(uint32_t flags) {
     how.flags = flags | GIT_DIFF_INCLUDE_TYPECHANGE;
     DiffLimit limit(spec_, how);
     limit.narrow(index_->owner, index_->handle.get(), nullptr);
-    int code = git_diff_index_to_workdir(out(diff_), index_->owner->handle.get(),
+    const bool done = compare_workdir(index_->owner, notify_, [&](bool) {
+        return git_diff_index_to_workdir(out(diff_), index_->owner->handle.get(),
                                          index_->handle.get(), &how);
-    if (limit.thrown()) return fail_memory();
-    return code < 0 ? fail_git(code) : true;
+    });
+    return limit.thrown() ? fail_memory() : done;
 }
 
 // Whatever was entered must be in the store, even if the operation fails later on.
