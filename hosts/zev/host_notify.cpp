@@ -138,6 +138,13 @@ std::string unanswered(const TaskDialog *dialog, const std::vector<Button> &butt
     return text + "?) Nobody could answer, which counts as no; --yes, --no and --answer do it";
 }
 
+// Why a path was left, as the library's record has it while that is told; empty where the text has
+// it already.
+std::string why_left(const std::string &text) {
+    const std::string reason = narrow(zErrorReason());
+    return text.find(reason) == text.npos ? reason : "";
+}
+
 } // namespace
 
 void catch_break() {
@@ -191,15 +198,19 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
     const auto *known = find_action(word);
     const std::string name = known ? known->name : narrow(word), path = shown_path(text);
     const bool failed = name == "failed"; // its text is a message
+    const std::string why = failed || name == "skipped" ? why_left(path) : "";
     ++(failed                   ? outcome_.failed
        : name == "skipped"      ? outcome_.skipped
        : name == "unauthorized" ? outcome_.unauthorized
                                 : outcome_.done);
-    if (output_.json())
-        return output_.record(
-            Record("action").set(u"action", name).set(failed ? u"message" : u"path", path));
+    if (output_.json()) {
+        Record record("action");
+        record.set(u"action", name).set(failed ? u"message" : u"path", path);
+        if (!why.empty()) record.set(u"reason", why);
+        return output_.record(record);
+    }
     output_.line(output_.paint(known ? known->colour : Colour::plain, padded(narrow(word), 11)) +
-                 path);
+                 path + (why.empty() ? "" : ": " + why));
 }
 
 void HostNotify::on_end(const char *result, const zwchar *text) const {

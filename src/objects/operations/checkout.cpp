@@ -185,10 +185,13 @@ bool Checkout::walk() {
 Outcome Checkout::apply(CheckoutStep &step) {
     if (!check_path(step.path) || full_path(repository_, step.path).size() >= Z_PATH_MAX - 1) {
         const bool rests = step.status == Z_KIND_UNCHANGED && !local_status(step);
-        return rests ? Outcome::left_alone : force() ? Outcome::failed : Outcome::skipped;
+        if (rests) return Outcome::left_alone;
+        if (check_path(step.path)) fail_os(ENAMETOOLONG, step.wide);
+        return force() ? Outcome::failed : Outcome::skipped;
     }
     if (force()) return step.status == Z_KIND_DELETED ? force_out(step) : force_in(step);
-    if (unreadable_.contains(step.path)) return Outcome::skipped;
+    if (const auto why = unreadable_.find(step.path); why != unreadable_.end())
+        return raise_other(why->second.c_str(), step.wide), Outcome::skipped;
     if (step.status == Z_KIND_ADDED) return add(step);
     assert(step.status == Z_KIND_MODIFIED || step.status == Z_KIND_DELETED);
     return step.status == Z_KIND_MODIFIED ? modify(step) : remove(step);
@@ -200,7 +203,9 @@ void Checkout::note(CheckoutStep &step, Outcome outcome) {
     if (!left && step.in_target) taken_.push_back(&step);
     if (!left && outcome != Outcome::left_alone) changed_ = true;
     const zwchar *key = kActions[static_cast<size_t>(outcome)];
-    if (notify_ && key) notify_action(notify_, key, step.wide.c_str());
+    if (!notify_ || !key) return;
+    left ? notify_left(notify_, key, step.wide.c_str())
+         : notify_action(notify_, key, step.wide.c_str());
 }
 
 // ---- Finishing

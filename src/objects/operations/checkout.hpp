@@ -19,6 +19,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -148,8 +149,8 @@ class Checkout {
     bool selects_all_ = true; // the steps are all that differs
     std::string directory_;   // asked for last
     bool has_directory_ = true;
-    std::unordered_set<std::string> unreadable_;    // their files could not be staged
-    std::set<std::string> left_;                    // skipped or failed
+    std::unordered_map<std::string, std::u16string> unreadable_; // and why they weren't staged
+    std::set<std::string> left_;                                 // skipped or failed
     std::vector<const CheckoutStep *> taken_;       // their target's state goes into the new tree
     bool changed_ = false;                          // something came of a step
     std::set<std::string, std::greater<>> emptied_; // directories, each behind what is below it

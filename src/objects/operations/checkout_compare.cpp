@@ -136,7 +136,7 @@ bool Checkout::stage_local_work() {
     for (CheckoutStep &step : steps_) {
         canceled_ = canceled_ || zNotifyIsUsrbrk(notify_);
         if (canceled_) break;
-        if (!stage(step)) unreadable_.insert(step.path);
+        if (!stage(step)) unreadable_.emplace(step.path, zErrorReason());
     }
     canceled_ = canceled_ || zNotifyIsUsrbrk(notify_);
     return bulk->finish();
@@ -169,7 +169,7 @@ bool Checkout::stage(CheckoutStep &step) {
     if (writer_->is_behind_link(step.path)) return true;
     const Staging done = stager_->stage(step.path.c_str());
     canceled_ = canceled_ || (done == Staging::failed && zErrorClass() == error_class::kCanceled);
-    return done == Staging::staged;
+    return done == Staging::staged || raise_left(index_.get(), done, step.path.c_str());
 }
 
 } // namespace zev

@@ -118,19 +118,20 @@ bool Checkout::is_hollow(const CheckoutStep &step) const {
            is_unchanged(step);
 }
 
-// Whether what had to go first, a file above or below, was left.
+// Whether what had to go first, a file above or below, was left. Raised.
 bool Checkout::is_held_up(const CheckoutStep &step) const {
     if (left_.empty()) return false;
     const auto below = left_.lower_bound(step.path + "/");
-    if (below != left_.end() && below->starts_with(step.path + "/")) return true;
-    for (size_t slash = step.path.find('/'); slash != std::string::npos;
+    bool held = below != left_.end() && below->starts_with(step.path + "/");
+    for (size_t slash = step.path.find('/'); !held && slash != std::string::npos;
          slash = step.path.find('/', slash + 1))
-        if (left_.contains(step.path.substr(0, slash))) return true;
-    return false;
+        held = left_.contains(step.path.substr(0, slash));
+    if (held) raise_other(word(u"reason.eHeldUp"), step.wide);
+    return held;
 }
 
 // Whether a name that only we have differs from this one in case only: the next tree would hold
-// both. Twins that the target has itself are its own affair. Told.
+// both. Twins that the target has itself are its own affair. Raised.
 bool Checkout::has_twin(const CheckoutStep &step) {
     if (entry_of(step) || !index_has_twin(index_.get(), step.path)) return false;
     std::u16string folded;
@@ -149,7 +150,7 @@ bool Checkout::has_twin(const CheckoutStep &step) {
     fold_path(folded, step.path);
     if (!own_names_->contains(folded)) return false;
     raise_exists(step.wide);
-    zNotifyWarning(notify_, u"%s", zErrorDetail());
+    zSetErrorReason(u"%s", word(u"reason.eTwin"));
     return true;
 }
 
@@ -189,12 +190,12 @@ void Checkout::make_writable(const CheckoutStep &step) {
 // program has open, or that can't be written.
 bool Checkout::free_file(const CheckoutStep &step) {
     struct stat status;
-    if (!is_unchanged(step, &status)) return false;
+    if (!is_unchanged(step, &status)) return fail_os(EBUSY, step.wide);
     if (S_ISLNK(status.st_mode)) return true;
     const std::u16string full = full_path(repository_, step.path);
     if ((status.st_mode & 0600) != 0600) os::set_readonly(full.c_str(), false);
     const Owned<Share, zShareClose> share(zShareOpen(full.c_str(), u"r+b", Z_SHARE_NONE));
-    return share && is_unchanged(step, nullptr, true);
+    return share && (is_unchanged(step, nullptr, true) || fail_os(EBUSY, step.wide));
 }
 
 // What the user did below, where the file is to stand: only the index may have it by now.
@@ -305,7 +306,8 @@ Outcome Checkout::add(CheckoutStep &step) {
         // What stands in the way makes it a conflict, else it just can't come in.
         if (hollow || find_obstacle(step).empty()) return Outcome::skipped;
     }
-    if (state == FileState::denied || state == FileState::failed) return Outcome::skipped;
+    if (state == FileState::denied || state == FileState::failed)
+        return fail_os(state == FileState::denied ? EACCES : EIO, step.wide), Outcome::skipped;
     if (state_of(step) == FileState::file && local_status(step) != Z_KIND_CONFLICTED &&
         !ensure_entered(step))
         return Outcome::skipped;

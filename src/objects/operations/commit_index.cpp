@@ -125,7 +125,7 @@ class PartialCommit {
   private:
     bool is_staged(const Change &change) const;
     bool may_leave_out(const Change &change, Staging staging) const;
-    void tell_left_out(const Change &change) const;
+    void tell_left_out(const Change &change, Staging staging) const;
     bool is_gone(const Change &change) const {
         return change.kind == Z_KIND_DELETED || change.kind == Z_KIND_MISSING;
     }
@@ -238,7 +238,7 @@ bool PartialCommit::stage_changed() {
         const bool done = is_gone(change) || is_staged(change);
         const Staging staging = done ? Staging::staged : stager_.stage(change.path.c_str());
         if (may_leave_out(change, staging))
-            tell_left_out(change);
+            tell_left_out(change, staging);
         else if (finish_named(index_, staging, change.path.c_str()))
             entered.push_back(std::move(change));
         else
@@ -255,9 +255,10 @@ bool PartialCommit::may_leave_out(const Change &change, Staging staging) const {
     return !spec_matcher(spec_).names_itself(bare_path(change));
 }
 
-void PartialCommit::tell_left_out(const Change &change) const {
-    const std::u16string path = to_wide(std::string(bare_path(change)));
-    notify_action(spec_->notify, u"action.sSkipped", path.c_str());
+void PartialCommit::tell_left_out(const Change &change, Staging staging) const {
+    const std::string path(bare_path(change));
+    raise_left(index_, staging, path.c_str());
+    notify_skipped(spec_->notify, to_wide(path).c_str());
 }
 
 // What to do to head's tree, by entries that the index holds by now.

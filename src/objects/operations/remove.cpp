@@ -93,7 +93,7 @@ bool Removal::list_status() {
         if (to_utf8(path) == item.path)
             paths_.push_back(std::move(path));
         else
-            notify_action(notify_, u"action.sSkipped", path.c_str());
+            raise_args(path), notify_skipped(notify_, path.c_str());
         return 0;
     });
     return true;
@@ -116,7 +116,7 @@ bool Removal::run() {
 bool Removal::remove(const std::u16string &path) {
     const Drop done = drop(path);
     if (done != Drop::dropped) {
-        notify_action(notify_, u"action.sSkipped", path.c_str());
+        notify_skipped(notify_, path.c_str());
         return done == Drop::skipped;
     }
     last_ = &path;

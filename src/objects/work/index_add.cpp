@@ -92,8 +92,10 @@ void IndexUpdate::tell_nested() {
     if (!names) return;
     NestedRepositories nested(index_);
     for (const Matcher::Name &name : *names)
-        if (nested.hold(name.path))
-            notify_action(notify_, u"action.sSkipped", to_wide(name.path).c_str());
+        if (nested.hold(name.path)) {
+            raise_left(index_, Staging::refused, name.path.c_str());
+            notify_skipped(notify_, to_wide(name.path).c_str());
+        }
 }
 
 bool IndexUpdate::add_all() {
@@ -126,9 +128,10 @@ bool IndexUpdate::add_one(const char *path) {
             done = stage_named(index_, stager_, path) ? Staging::staged : Staging::failed;
     }
     if (done == Staging::failed) return false;
-    const bool added = done == Staging::staged;
-    notify_action(notify_, added ? u"action.sAdded" : u"action.sSkipped", wide.c_str());
-    return true;
+    if (done == Staging::staged)
+        return notify_action(notify_, u"action.sAdded", wide.c_str()), true;
+    raise_left(index_, done, path);
+    return notify_skipped(notify_, wide.c_str()), true;
 }
 
 bool IndexUpdate::refresh() {

@@ -9,6 +9,7 @@
 #include "common/limits.hpp"
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
+#include "objects/notify/notify.hpp"
 #include "objects/store/bulk.hpp"
 #include "objects/work/workdir.hpp"
 #include "system/os.hpp"
@@ -237,21 +238,29 @@ bool is_too_long(const Index *index, std::string_view path) {
     return full_path(index->owner, path).size() >= Z_PATH_MAX - 1;
 }
 
+namespace {
+
+const zwchar *word_for(Index *index, Staging done, const char *path) {
+    if (done == Staging::twin) return u"reason.eTwin";
+    if (!path_can_enter(path)) return u"reason.eName";
+    const bool nested = done == Staging::directory || NestedRepositories(index).hold(path);
+    return nested ? u"reason.eOtherRepository" : u"reason.eNoFile";
+}
+
+} // namespace
+
+Failure raise_left(Index *index, Staging done, const char *path) {
+    if (done == Staging::failed) return {};
+    if (done == Staging::missing) return fail_os(ENOENT, path);
+    if (done == Staging::refused && is_too_long(index, path)) return fail_os(ENAMETOOLONG, path);
+    done == Staging::twin ? raise_exists(path) : raise_args(path);
+    zSetErrorReason(u"%s", word(word_for(index, done, path)));
+    return {};
+}
+
 bool finish_named(Index *index, Staging done, const char *path) {
-    switch (done) {
-    case Staging::staged:
-        return true;
-    case Staging::missing:
-        return fail_os(ENOENT, to_wide(path).c_str());
-    case Staging::refused:
-        return is_too_long(index, path) ? fail_os(ENAMETOOLONG, path) : raise_args(path);
-    case Staging::twin:
-        return raise_exists(path);
-    case Staging::failed:
-        return false;
-    case Staging::directory:
-        break;
-    }
+    if (done == Staging::staged) return true;
+    if (done != Staging::directory) return raise_left(index, done, path);
     int code = git_index_add_bypath(index->handle.get(), path);
     if (code < 0) return fail_git(code);
     index->dirty = true;
