@@ -138,11 +138,9 @@ std::string unanswered(const TaskDialog *dialog, const std::vector<Button> &butt
     return text + "?) Nobody could answer, which counts as no; --yes, --no and --answer do it";
 }
 
-// Why a path was left, as the library's record has it while that is told; empty where the text has
-// it already.
-std::string why_left(const std::string &text) {
-    const std::string reason = narrow(zErrorReason());
-    return text.find(reason) == text.npos ? reason : "";
+// Why a path was left: the library's record has it while that is told, if its message is the text.
+std::string why_left(const zwchar *text) {
+    return zStrsameW(zErrorMsg(), text) ? narrow(zErrorReason()) : "";
 }
 
 } // namespace
@@ -198,7 +196,7 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
     const auto *known = find_action(word);
     const std::string name = known ? known->name : narrow(word), path = shown_path(text);
     const bool failed = name == "failed"; // its text is a message
-    const std::string why = failed || name == "skipped" ? why_left(path) : "";
+    const std::string why = failed || name == "skipped" ? why_left(text) : "";
     ++(failed                   ? outcome_.failed
        : name == "skipped"      ? outcome_.skipped
        : name == "unauthorized" ? outcome_.unauthorized

@@ -96,7 +96,7 @@ git::Status Reload::read_status() {
     how.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX |
                 GIT_STATUS_OPT_SORT_CASE_SENSITIVELY;
     git::Status list;
-    const bool read = compare_workdir(index_->owner, nullptr, [&](bool) {
+    const bool read = compare_reachable(index_->owner, nullptr, [&](bool) {
         int code = GIT_ERROR;
         for (int tries = 0; code < 0 && tries < kTries; ++tries)
             code = git_status_list_new(out(list), index_->owner->handle.get(), &how);

@@ -323,8 +323,9 @@ bool Pushing::check_modes() const {
         if (!is_gone(entry) && zDiffEntryNewMode(entry) != GIT_FILEMODE_BLOB) special = entry;
     });
     if (!special) return true;
+    raise_args();
     notify_action(push_.notify, u"action.sFailed", zDiffEntryNewPath(special));
-    return raise_args(), fail(u"odb.eModeNotKept_s", zDiffEntryNewPath(special));
+    return fail(u"odb.eModeNotKept_s", zDiffEntryNewPath(special));
 }
 
 bool Pushing::send_changes(Changes changes, const Oid *base) {

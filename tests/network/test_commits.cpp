@@ -116,6 +116,20 @@ TEST_F(Commits, TellADamagedStoreFromABadTree) {
     }
 }
 
+// Else every copy would have a path that it can't make.
+TEST_F(Commits, TakeNoLinksThatLeadNowhere) {
+    for (const auto &[length, code] : {std::pair(0, 400), {1, 200}, {4095, 200}, {4096, 400}}) {
+        const std::string blob = test::store(service, "ann/plant", Z_OBJECT_BLOB,
+                                             std::string(static_cast<size_t>(length), 'x'));
+        const std::string made =
+            service.git("ann/plant", "mktree <<'END'\n120000 blob " + blob + "\tlink\nEND")
+                .substr(0, 40);
+        const Answer answer = service.post(kCommits, body("a", "m", made));
+        EXPECT_EQ(answer.code, code) << length << answer.body;
+        EXPECT_EQ(answer.message().find("'link'") != std::string::npos, code == 400) << length;
+    }
+}
+
 // Another server on the same directory commits between the look at the branch and its move.
 TEST_F(Commits, NeverTakeAnothersBack) {
     const std::string branch = "refs/heads/master";

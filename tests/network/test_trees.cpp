@@ -100,6 +100,13 @@ TEST_F(Trees, AreMadeOfABaseAndChanges) {
     }
     const std::string made = make(tree, "[" + change("modify", "b", id) + "]").text("data.id");
     EXPECT_EQ(service.git("ann/plant", "ls-tree " + made + " b"), "100644 blob " + id + "\tb\n");
+    // Of the modes two are kept, whatever else a client tells.
+    std::string all;
+    for (const int mode : {0100755, 0120000, 0100644, 0160000, 040000, 0100600, 33060, -1, 7})
+        all += (all.empty() ? "[" : ",") + change("add", std::to_string(mode), id, mode);
+    EXPECT_EQ(service.git("ann/plant", "ls-tree " + make("", all + "]").text("data.id") +
+                                           " | cut -c-6 | tr '\\n' ' '"),
+              "100644 100644 100644 100644 100644 100755 120000 100644 100644 ");
     // The contents may follow later.
     const Answer absent = make("", "[" + change("add", "later") + "]");
     EXPECT_EQ(service.get(kTrees + "/" + absent.text("data.id")).entry(0, "size"), "0");

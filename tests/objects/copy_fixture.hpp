@@ -17,6 +17,7 @@ using EntryPtr = Held<IndexEntry, zIndexEntryFree>;
 // Writes down what a host is told: "start:", "done:" ..., and "word path" for an action.
 struct Report : Notify {
     std::vector<std::string> lines;
+    std::map<std::string, std::string> reasons; // by what an action was told of
     bool stop = false;
 
     Report() : Notify{} {
@@ -29,6 +30,8 @@ struct Report : Notify {
         error = [](auto *n, auto *text) { of(n).push_back("error: " + narrow(text)); };
         action = [](auto *n, auto *word, auto *text) {
             of(n).push_back(narrow(word) + " " + narrow(text));
+            const_cast<Report *>(static_cast<const Report *>(n))->reasons[narrow(text)] =
+                narrow(zErrorReason());
         };
         usrbrk = [](auto *n) { return static_cast<const Report *>(n)->stop; };
     }

@@ -61,6 +61,9 @@ class CheckoutTest : public WorkingCopyTest {
         for (const std::string &path : paths)
             EXPECT_TRUE(report.told(text(word) + " " + path)) << narrow(word) << " " << path;
     }
+    void expect_reason(const zwchar *key, std::initializer_list<std::string> paths) {
+        for (const std::string &path : paths) EXPECT_EQ(report.reasons[path], text(key)) << path;
+    }
     // Work directory, index and the new commit are as the target.
     void expect_as(const std::string &target = "side") {
         EXPECT_EQ(porcelain() + git(place, "diff --stat HEAD " + target), "");
@@ -129,6 +132,8 @@ TEST_F(CheckoutTest, LeavesFilesInUse) {
         ASSERT_OK(checkout());
     }
     expect_told(u"action.sSkipped", {"kept", "d/in", "d"});
+    expect_reason(u"reason.eNoAccess", {"kept", "d/in"});
+    expect_reason(u"reason.eHeldUp", {"d"});
     EXPECT_EQ(porcelain(), "");
     EXPECT_EQ(git(place, "diff --name-only --no-renames HEAD side"), "d\nd/in\nkept");
 }
@@ -211,6 +216,8 @@ TEST_F(CheckoutTest, LeavesOutWhatCantComeIn) {
     put("edited", "mine");
     ASSERT_OK(checkout());
     expect_told(u"action.sSkipped", {"same", "new/file", name});
+    expect_reason(u"reason.eNameTooLong", {name});
+    EXPECT_EQ(report.reasons["same"].find("object not found"), 0u) << report.reasons["same"];
     EXPECT_EQ(porcelain(), "UU edited");
     EXPECT_EQ(git(place, "diff --name-only --no-renames HEAD side"), "new/file\nsame\n" + name);
 
@@ -229,6 +236,7 @@ TEST_F(CheckoutTest, TakesNoTwinOfOurs) {
     git_as("add Untracked");
     ASSERT_OK(checkout());
     expect_told(u"action.sSkipped", {"untracked"});
+    expect_reason(u"reason.eTwin", {"untracked"});
     EXPECT_EQ(porcelain(), "A  Untracked");
     EXPECT_EQ(git(place, "diff --name-status HEAD side"), "A\tuntracked");
 }

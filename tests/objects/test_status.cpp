@@ -195,3 +195,39 @@ TEST_F(StatusTest, LockedStatusKeepsNewTimes) {
     ASSERT_OK(StatusPtr(zStatusListBuild(index.get(), nullptr)));
     EXPECT_EQ(git(place, "diff --cached --name-only"), "");
 }
+
+// libgit2 goes no deeper than 100 directories, and fails at the next.
+TEST_F(StatusTest, WhatNestsTooDeepIsLeftOutByName) {
+    struct Warned : Report {
+        Warned() {
+            warning = [](auto *n, auto *text) {
+                const_cast<Warned *>(static_cast<const Warned *>(n))->said += narrow(text) + "\n";
+            };
+        }
+        std::string said;
+    } host;
+    put("plan", "1");
+    commit_all();
+    std::string deep = "a [b] *", other = "b";
+    for (int level = 1; level < 120; ++level) deep += "/d", other += "/" + std::to_string(level);
+    put("plan", "22"), put(deep + "/file", "1"), put(other.substr(0, other.rfind("/100")), "1");
+    const auto look = spec({}, Z_SPEC_NO_UNCHANGED);
+    zPathSpecSetNotify(look.get(), &host);
+    const std::string bound = other.substr(0, other.rfind("/100"));
+    EXPECT_EQ(status(look.get()), (Kinds{{"plan", Z_KIND_MODIFIED}, {bound, Z_KIND_UNTRACKED}}));
+    const size_t cut = deep.find('/') + 2 * 99;
+    EXPECT_EQ(host.said, text(u"odb.eNestsTooDeep") + ": " + deep.substr(0, cut) + "\n");
+    // The other files can be added.
+    Index *index = zIndexHead(repository.get(), true);
+    const auto all = spec({u"*"}, 0);
+    EXPECT_OK(zIndexAdd(index, all.get()) && zIndexWrite(index));
+    zIndexFree(index);
+    EXPECT_EQ(git(place, "diff --cached --name-only"), bound + "\nplan");
+    // A tracked file there can't be left out: the failure has its name.
+    git(place, "add -f '" + deep + "/file'");
+    Index *late = zIndexHead(repository.get(), false);
+    StatusList *none = zStatusListBuild(late, look.get());
+    EXPECT_FALSE(none);
+    EXPECT_EQ(narrow(zErrorDetail()), deep.substr(0, cut) + ": " + text(u"odb.eNestsTooDeep"));
+    zIndexFree(late);
+}

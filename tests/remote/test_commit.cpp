@@ -1,6 +1,8 @@
 // Commits against a server, between two copies.
 #include "team_fixture.hpp"
 
+#include "system/clock.hpp"
+#include "system/os.hpp"
 #include "zev/recovery.h"
 #include "zev/share.h"
 
@@ -313,20 +315,79 @@ TEST_F(CommitTest, ARepositoryWithinStaysHere) {
     EXPECT_EQ(copy.at("module/file") + copy.status() + copy.locks(), "withinA  module");
 }
 
-// A server keeps no modes of files.
-TEST_F(CommitTest, AModeAloneIsNoChange) {
-    copy.git("update-index --chmod=+x plan");
-    const std::string before = copy.git("for-each-ref"), theirs = tip();
+// What a path is travels with it: as a change of its own, too, and the way back.
+TEST_F(CommitTest, LinksAndFilesToRunTravel) {
+    const Copy bob = get("bob");
+    const auto modes = [&] {
+        return server("ls-tree -r HEAD | grep -v notes | sed 's/ .*\\t/ /' | tr '\\n' ','");
+    };
+    const auto is_to_run = [&](const char *path) {
+        return (fs::status(bob.place / path).permissions() & fs::perms::owner_exec) !=
+               fs::perms::none;
+    };
+    fs::create_symlink("../plan", copy.place / "notes/link");
+    fs::create_symlink("nowhere.dwx", copy.place / "drawn.dwx");
+    copy.put("tool", "#!"), copy.git("add tool"), copy.git("update-index --chmod=+x tool");
     ASSERT_OK(copy.commit());
-    EXPECT_TRUE(copy.host.told("info: " + text(u"odb.eNoChangesToCommit")));
-    EXPECT_EQ(copy.host.errors() + copy.git("for-each-ref") + tip(), before + theirs);
-    EXPECT_EQ(copy.status() + copy.locks(), "M  plan");
-    copy.put("notes/a", "mine");
+    EXPECT_EQ(modes(), "120000 drawn.dwx,100644 plan,100755 tool,");
+    EXPECT_EQ(server_at("notes/link") + server("ls-tree HEAD notes/link").substr(0, 6),
+              "../plan120000");
+    EXPECT_EQ(copy.git("rev-parse HEAD^{tree}") + "\n", server("rev-parse HEAD^{tree}"));
+    ASSERT_OK(bob.update());
+    EXPECT_EQ(fs::read_symlink(bob.place / "notes/link"), "../plan");
+    EXPECT_EQ(fs::read_symlink(bob.place / "drawn.dwx"), "nowhere.dwx");
+    EXPECT_TRUE(is_to_run("tool") && !is_to_run("plan"));
+    EXPECT_EQ(bob.status(), "");
+
+    copy.git("update-index --chmod=+x plan"), copy.git("update-index --chmod=-x tool");
+    fs::remove(copy.place / "notes/link"), copy.put("notes/link", "a file by now");
+    fs::remove(copy.place / "notes/b"), fs::create_symlink("a", copy.place / "notes/b");
     ASSERT_OK(copy.commit());
-    EXPECT_FALSE(copy.host.told_of(u"action.sModified", "plan"));
-    EXPECT_EQ(server("ls-tree HEAD plan").substr(0, 6) + server_at("notes/a"), "100644mine");
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.status() + copy.git("diff HEAD origin/master --stat"), "");
+    EXPECT_TRUE(copy.host.told_of(u"action.sModified", "plan"));
+    EXPECT_EQ(modes(), "120000 drawn.dwx,100755 plan,100644 tool,");
+    ASSERT_OK(bob.update());
+    EXPECT_TRUE(is_to_run("plan") && !is_to_run("tool"));
+    EXPECT_FALSE(fs::is_symlink(bob.place / "notes/link"));
+    EXPECT_EQ(fs::read_symlink(bob.place / "notes/b"), "a");
+    EXPECT_EQ(bob.at("notes/link") + bob.status() + copy.status(), "a file by now");
+    EXPECT_EQ(bob.git("rev-parse HEAD^{tree}") + "\n", server("rev-parse HEAD^{tree}"));
+}
+
+// A service that makes plain files of all is not to commit a link as one.
+TEST_F(CommitTest, AServerThatKeepsNoLinksGetsNone) {
+    copy.put("plan", "second"), fs::create_symlink("plan", copy.place / "link");
+    const std::string before = copy.state(), theirs = tip();
+    const std::string plain = server("rev-parse HEAD^{tree}").substr(0, 40);
+    relay.play([&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line != "POST /trees") return std::nullopt;
+        return answer(200, R"({"data":{"id":")" + plain + "\"}}");
+    });
+    EXPECT_FALSE(copy.commit());
+    EXPECT_EQ(relay.lines().find("POST /commits"), std::string::npos);
+    EXPECT_TRUE(copy.host.told_of(u"action.sFailed", "link"));
+    EXPECT_EQ(copy.host.errors().find("'link' is a link"), 0u) << copy.host.errors();
+    EXPECT_EQ(copy.state() + tip(), before + theirs);
+}
+
+// Its device, not the client's.
+TEST_F(CommitTest, AFullServerSaysSo) {
+    static const auto real = zev::os::calls.syncfs;
+    copy.put("plan", "second");
+    const std::string before = copy.state(), theirs = tip();
+    relay.play([&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line == "POST /commits")
+            service.have_done(
+                [] { zev::os::calls.syncfs = [](int) { return errno = ENOSPC, -1; }; });
+        return std::nullopt;
+    });
+    EXPECT_FALSE(copy.commit());
+    service.have_done([] { zev::os::calls.syncfs = real; });
+    EXPECT_NE(copy.host.errors().find("No space is left on the device of the server"),
+              std::string::npos)
+        << copy.host.errors();
+    EXPECT_EQ(copy.state() + tip(), before + theirs);
+    relay.play();
+    EXPECT_OK(copy.commit()); // nobody's failure is taken for a later one
 }
 
 TEST_F(CommitTest, ANameGetsAnotherCase) {

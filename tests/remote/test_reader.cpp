@@ -202,6 +202,26 @@ TEST_F(ReaderTest, HasNothingThatHeMayNotRead) {
     }
 }
 
+// What comes by a right that is given back is told before it comes.
+TEST_F(ReaderTest, IsToldOfWhatARightBrings) {
+    limit("bob", {{"/", kAll}, {"secret", 0}});
+    const Copy bob = get("bob");
+    EXPECT_EQ(bob.updates(true), "");
+    limit("bob", {{"/", kAll}});
+    EXPECT_EQ(bob.updates(false), ""); // nobody was asked
+    EXPECT_EQ(bob.updates(true), "1 >secret/drawn.dwx;1 >secret/plan;");
+    ASSERT_OK(bob.update());
+    EXPECT_EQ(bob.at("secret/plan") + bob.updates(true), "the next secret plan");
+    // A server that doesn't tell the rights is no reason to hide what is new.
+    other("open/plan", "later");
+    relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line.find("/rms") == std::string::npos) return std::nullopt;
+        return answer_of(500);
+    });
+    EXPECT_EQ(bob.updates(true), "3 open/plan>open/plan;");
+    EXPECT_EQ(bob.host.errors(), "");
+}
+
 // A link's mode has no rights: git pushed these, one of them where he may not look.
 TEST_F(ReaderTest, GetsTheLinksThatHeMayRead) {
     const auto link = [&](const std::string &path, const std::string &target) {

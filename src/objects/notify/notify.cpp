@@ -3,13 +3,10 @@
 #include "objects/notify/notify.hpp"
 
 #include "common/format.hpp"
-#include "common/utf.hpp"
+#include "objects/notify/left.hpp"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
-#include <cstring>
-#include <string>
 
 namespace {
 
@@ -147,30 +144,6 @@ const zwchar *set_message(const zwchar *key, const zwchar *argument) {
     return argument ? zSetErrorMsg(word(key), argument) : zSetErrorMsg(u"%s", word(key));
 }
 
-// What the system says, wherever a reason has it, is put into the catalogue's words.
-void reword_reason() {
-    constexpr struct {
-        int host;
-        const zwchar *key;
-    } kWords[] = {{ENOSPC, u"reason.eNoSpace"},
-                  {EDQUOT, u"reason.eNoSpace"},
-                  {EACCES, u"reason.eNoAccess"},
-                  {EPERM, u"reason.eNoAccess"},
-                  {EROFS, u"reason.eReadOnly"},
-                  {EBUSY, u"reason.eBusy"},
-                  {EEXIST, u"reason.eExists"},
-                  {EINVAL, u"reason.eName"},
-                  {ENAMETOOLONG, u"reason.eNameTooLong"},
-                  {ENOENT, u"reason.eNotThere"},
-                  {ENOTDIR, u"reason.eNotDirectory"}};
-    const std::string told = to_utf8(zErrorReason());
-    for (const auto &[host, key] : kWords)
-        if (told.find(strerrordesc_np(host)) != told.npos) {
-            zSetErrorReason(u"%s", word(key));
-            return;
-        }
-}
-
 } // namespace
 
 // In each of them the record is raised anew at the end: a log line may have composed its detail
@@ -185,12 +158,6 @@ Failure notify_error(const Notify *notify, const zwchar *key, const zwchar *argu
 
 void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path) {
     notify_left(notify, u"action.sFailed", set_message(key, path));
-}
-
-void notify_left(const Notify *notify, const zwchar *key, const zwchar *path) {
-    const KeptFailure kept;
-    reword_reason();
-    notify_action(notify, key, path);
 }
 
 Failure notify_raised(const Notify *notify) {

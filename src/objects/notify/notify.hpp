@@ -35,12 +35,6 @@ inline void notify_action(const Notify *notify, const zwchar *key, const zwchar 
 Failure notify_error(const Notify *notify, const zwchar *key, const zwchar *argument = nullptr);
 // The same of a path among others, which `key` takes: as its action.
 void notify_failed(const Notify *notify, const zwchar *key, const zwchar *path);
-// A path that is left as it is, skipped or failed. Why was raised; a host that asks for the reason
-// while it is told finds it in the user's words.
-void notify_left(const Notify *notify, const zwchar *key, const zwchar *path);
-inline void notify_skipped(const Notify *notify, const zwchar *path) {
-    notify_left(notify, u"action.sSkipped", path);
-}
 // For a failure whose message is its own: message and reason as they were raised.
 Failure notify_raised(const Notify *notify);
 // What a peer did, a code and its reason, under the message of `key`: raised, logged, told.

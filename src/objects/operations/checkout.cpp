@@ -19,7 +19,7 @@
 
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
-#include "objects/notify/notify.hpp"
+#include "objects/notify/left.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/tree.hpp"

@@ -9,6 +9,7 @@
 #include "objects/store/object.hpp"
 #include "objects/store/pathspec.hpp"
 #include "objects/store/tree_pairs.hpp"
+#include "objects/work/left.hpp"
 #include "system/os.hpp"
 #include "zev/notify.h"
 #include "zev/status.h"

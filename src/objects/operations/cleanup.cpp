@@ -4,7 +4,7 @@
 #include "zev/cleanup.h"
 
 #include "common/utf.hpp"
-#include "objects/notify/notify.hpp"
+#include "objects/notify/left.hpp"
 #include "objects/store/pathspec.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/index.hpp"
@@ -81,10 +81,12 @@ bool Cleanup::remove(const StatusList *list) {
         const StatusEntry *entry = zStatusListEntry(list, i);
         if (zStatusEntryStatus(entry) != Z_KIND_UNTRACKED) continue;
         const zwchar *path = zStatusEntryPath(entry);
-        if (is_in_repository(path))
-            notify_action(notify_, u"action.sSkipped", path);
-        else
+        if (is_in_repository(path)) {
+            raise_other(word(u"reason.eOtherRepository"), path);
+            notify_skipped(notify_, path);
+        } else {
             paths.emplace_back(path);
+        }
     }
     TrashBatch batch(repository_, is(Z_CLEANUP_USE_TRASH) ? paths : std::vector<std::u16string>{});
     for (const std::u16string &path : paths) {
@@ -97,7 +99,7 @@ bool Cleanup::remove(const StatusList *list) {
 void Cleanup::remove(TrashBatch &batch, const zwchar *path) {
     if (take(batch, path)) return notify_action(notify_, u"action.sDeleted", path);
     notify_error(notify_, u"sys.eFailedToRemoveFile_s", path);
-    notify_action(notify_, u"action.sFailed", path);
+    notify_left(notify_, u"action.sFailed", path);
 }
 
 // A status lists a whole one by its directory, with a slash; of one that is damaged, the files.

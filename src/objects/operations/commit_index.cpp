@@ -15,6 +15,7 @@
 #include "objects/store/bulk.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/strict.hpp"
+#include "objects/work/left.hpp"
 #include "objects/work/status.hpp"
 #include "objects/work/transaction.hpp"
 #include "system/flock.hpp"

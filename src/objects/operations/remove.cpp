@@ -7,7 +7,7 @@
 
 #include "common/utf.hpp"
 #include "objects/notify/dialogs.hpp"
-#include "objects/notify/notify.hpp"
+#include "objects/notify/left.hpp"
 #include "objects/store/pathspec.hpp"
 #include "objects/trash/trash.hpp"
 #include "objects/work/status.hpp"

@@ -9,7 +9,7 @@
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/notify/dialogs.hpp"
-#include "objects/notify/notify.hpp"
+#include "objects/notify/left.hpp"
 #include "objects/work/index.hpp"
 #include "system/os.hpp"
 #include "zev/file.h"
@@ -136,7 +136,7 @@ bool Restore::move() {
     case kReplace:
         return replace() || told(u"sys.eFailedToReplace_s", target_);
     case kReplaceSkip:
-        notify_action(notify_, u"action.sSkipped", target_.c_str());
+        notify_skipped(notify_, target_.c_str());
         return false;
     case kRename:
         return rename() || told(u"sys.eFailedToRename_s", target_);

@@ -194,8 +194,6 @@ class Stager {
 // commit of a repository of its own enters.
 bool stage_named(Index *index, Stager &stager, const char *path);
 bool finish_named(Index *index, Staging done, const char *path); // what stage() has given
-// Why it has not staged the path, in the user's words where it hasn't failed.
-Failure raise_left(Index *index, Staging done, const char *path);
 
 // Whether the full path has more units than the system layer takes.
 bool is_too_long(const Index *index, std::string_view path);

@@ -5,6 +5,7 @@
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/store/bulk.hpp"
+#include "objects/work/left.hpp"
 #include "objects/work/status.hpp"
 #include "objects/work/too_deep.hpp"
 #include "system/os.hpp"
@@ -67,7 +68,7 @@ bool IndexUpdate::compare(uint32_t flags) {
     how.flags = flags | GIT_DIFF_INCLUDE_TYPECHANGE;
     DiffLimit limit(spec_, how);
     limit.narrow(index_->owner, index_->handle.get(), nullptr);
-    const bool done = compare_workdir(index_->owner, notify_, [&](bool) {
+    const bool done = compare_reachable(index_->owner, notify_, [&](bool) {
         return git_diff_index_to_workdir(out(diff_), index_->owner->handle.get(),
                                          index_->handle.get(), &how);
     });

@@ -11,6 +11,7 @@
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/store/bulk.hpp"
+#include "objects/work/left.hpp"
 #include "objects/work/workdir.hpp"
 #include "system/os.hpp"
 #include "zev/notify.h"

@@ -65,7 +65,7 @@ class StatusScan {
     bool compare_staged(git_diff_options &how);
     bool find_renames(const git_diff_options &how);
     bool compare_rest(const std::vector<size_t> &sources, git_diff_options how);
-    bool compare_worked(git_diff_options &how);
+    bool compare_workdir(git_diff_options &how);
     void collect_staged(const git_diff *diff, const std::vector<size_t> &sources);
     void pair(const DiffLimit &limit);
     void add(const Staged *staged, const git_diff_delta *worked);

@@ -143,7 +143,7 @@ bool StatusScan::run() {
     how.flags = comparison_flags(options);
     DiffLimit limit(spec_, how);
     limit.narrow(index_->owner, index_->handle.get(), head_.get());
-    if (!compare_staged(how) || (!(options & Z_SPEC_INDEX_ONLY) && !compare_worked(how)))
+    if (!compare_staged(how) || (!(options & Z_SPEC_INDEX_ONLY) && !compare_workdir(how)))
         return limit.thrown() ? fail_memory() : Failure{};
     pair(limit);
     save_stat(limit);
@@ -258,9 +258,9 @@ void StatusScan::collect_staged(const git_diff *diff, const std::vector<size_t> 
     sort_by_path(changes_, [](const Staged &change) { return path_of(change.delta); });
 }
 
-bool StatusScan::compare_worked(git_diff_options &how) {
+bool StatusScan::compare_workdir(git_diff_options &how) {
     constexpr uint32_t kIgnored = GIT_DIFF_INCLUDE_IGNORED | GIT_DIFF_RECURSE_IGNORED_DIRS;
-    return compare_workdir(index_->owner, spec_ ? spec_->notify : nullptr, [&](bool again) {
+    return compare_reachable(index_->owner, spec_ ? spec_->notify : nullptr, [&](bool again) {
         if (again) how.flags &= ~kIgnored;
         return git_diff_index_to_workdir(out(worked_), index_->owner->handle.get(),
                                          index_->handle.get(), &how);

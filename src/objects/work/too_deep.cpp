@@ -81,8 +81,8 @@ void warn(const Notify *notify, const std::vector<std::string> &directories) {
 
 } // namespace
 
-bool compare_workdir(const Repository *repository, const Notify *notify,
-                     const std::function<int(bool again)> &compare) {
+bool compare_reachable(const Repository *repository, const Notify *notify,
+                       const std::function<int(bool again)> &compare) {
     git_repository *handle = repository->handle.get();
     int code = compare(false);
     const char *workdir = git_repository_workdir(handle);

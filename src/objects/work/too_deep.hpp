@@ -13,7 +13,7 @@ namespace zev {
 // they count as ignored then, and must not be entered as such. The host is warned of each, or the
 // log. False where that is of no use either, since tracked files lie there: raised, with its name.
 // May throw.
-bool compare_workdir(const Repository *repository, const Notify *notify,
-                     const std::function<int(bool again)> &compare);
+bool compare_reachable(const Repository *repository, const Notify *notify,
+                       const std::function<int(bool again)> &compare);
 
 } // namespace zev
