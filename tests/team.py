@@ -308,6 +308,7 @@ def no_rights(ann, ben):
     admin("rights clear team/house plan.dwx")
     admin("rights clear team/house what")
     admin("rights clear team/house new.txt")
+    expect("new.txt" in ben.zev("updates"), "what the right will bring is told")
     ben.zev("update")
     expect(ben.read("new.txt") is not None, "the right is back, and with it the file")
     ben.write("what", "allowed")
@@ -398,6 +399,7 @@ def broken_line(url, server, ann, ben):
             process.send_signal(signal.SIGINT)
         text = process.communicate(timeout=60)[0]
         expect(process.returncode == (6 if how == "break" else 8), how + ": " + text)
+        expect("/team/house %s\" goes on" % place in ben.zev("status", cwd=place), "what it is")
         relay.open()
         text = ben.zev(["get", far + "/team/house", place], cwd=ben.home)
         expect("it goes on from what has come: " in text, "the next try says so: " + text)
@@ -442,6 +444,83 @@ def killed_server(server, ann, ben):
         ben.sound()
 
 
+def links(ann, ben):
+    os.symlink("plan.dwx", ann.copy + "/link")
+    ann.write("real", "1")
+    ann.zev("add link real")
+    ann.zev("commit -m link")
+    ben.zev("update")
+    expect(os.readlink(ben.copy + "/link") == "plan.dwx", "a link is one in everybody's copy")
+    os.unlink(ann.copy + "/link")
+    ann.write("link", "a file")
+    ann.zev("commit -m file link")
+    ben.zev("update")
+    expect(not os.path.islink(ben.copy + "/link") and ben.read("link") == b"a file", "and back")
+
+
+def left_with_a_reason(ann, ben):
+    """Each for a reason of its own, which is told behind the name."""
+    ann.write("in/deep", "new")
+    ann.zev("add in")
+    ann.zev("commit -m deep")
+    os.symlink("/nowhere", ben.copy + "/in")
+    text = ben.zev("update", 4)
+    expect("Conflicted" in text, "what stands in the way: " + text)
+    os.unlink(ben.copy + "/in")
+    ben.zev("resolve --theirs in/deep")
+    ben.zev("update")
+    ann.write("held", "1")
+    ann.zev("add held")
+    ann.zev("commit -m held")
+    ben.zev("update")
+    ann.write("held", "2")
+    ann.zev("commit -m held held")
+    with open(ben.copy + "/held"):
+        text = ben.zev("update", 1)
+        expect("Skipped    held: it may not be read or written, or another program" in text, text)
+        told = [each for each in ben.records("update", 1) if each.get("action") == "skipped"]
+        expect(["another program" in each["reason"] for each in told] == [True], str(told))
+    ben.zev("update")
+
+
+def full_disk(url, ann, ben):
+    """Where nobody may mount one it is not played."""
+    small = ben.home + "/small"
+    os.mkdir(small)
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "none", small],
+                      stderr=subprocess.DEVNULL).returncode:
+        return
+    try:
+        ann.write("wide.bin", os.urandom(5 << 20))
+        ann.zev("add wide.bin")
+        ann.zev("commit -m wide")
+        text = ben.zev(["get", "team/house", small + "/house"], 1, cwd=ben.home)
+        expect("zev: no space is left on the device of " + small in text, "here: " + text)
+        ann.zev("rm wide.bin")
+        ann.zev("commit -m narrow")
+    finally:
+        subprocess.run(["umount", "-l", small])
+    ben.zev("update")
+
+
+def another_project(server, url, ann):
+    """It is deleted, and made anew: last of all."""
+    state = ann.state()
+    admin("project delete team/house --yes")
+    text = ann.zev("update", 3)
+    expect(text.splitlines()[-1].endswith("/repos/team/house: There is no project 'house'"), text)
+    admin("project create team/house")
+    admin("role create team/house of-ann")
+    admin("role add team/house of-ann ann")
+    admin("rights set team/house / of-ann rwe")
+    for line in ("update", "updates", "commit -m anew"):
+        ann.write("anew", "anew")
+        ann.zev("add anew")
+        text = ann.zev(line, 9)
+        expect("is another project by now" in text and "zev get " + url in text, line + text)
+    expect({**ann.state(), "index": 0} == {**state, "index": 0}, "and nothing moved")
+
+
 def host_of_the_library(url, ann, program):
     """examples/team.c, beside a commit that it has not got."""
     copy = ann.home + "/example"
@@ -473,6 +552,10 @@ def play(work, data, example):
         host_of_the_library(url, ann, example)
         broken_line(url, server, ann, ben)
         killed_server(server, ann, ben)
+        links(ann, ben)
+        left_with_a_reason(ann, ben)
+        full_disk(url, ann, ben)
+        another_project(server, url, ann)
     finally:
         server.stop()
 

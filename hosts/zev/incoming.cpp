@@ -62,8 +62,9 @@ int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, bool who
     reception.finish();
     note_answer(copy, whole && !missed && result.commit ? zCommitId(result.commit.get()) : nullptr);
     if (missed)
-        throw Failed(kOther, std::to_string(missed) + (missed == 1 ? " file was" : " files were") +
-                                 " left out; close what uses them, and update again");
+        throw Failed(kOther,
+                     std::to_string(missed) + (missed == 1 ? " file was" : " files were") +
+                         " left out, for the reasons above; update again when they are gone");
     return conflicts ? tell_conflicts(host) : kDone;
 }
 

@@ -1,5 +1,6 @@
 // zev, the command line: reads the arguments, runs one verb, turns its outcome into an exit code.
 
+#include "plain_words.hpp"
 #include "session.hpp"
 #include "usage.hpp"
 #include "verb.hpp"
@@ -259,8 +260,9 @@ int run(const CommandLine &line, Output &out) try {
         Host host{out, &notify, {}};
         catch_break();
         return line.run(host);
-    } catch (const Failed &failed) {
+    } catch (const Failed &thrown) {
         if (out.unread()) return kDone; // left by the user, who has seen enough
+        const Failed failed = in_plain_words(thrown, out);
         const int code = exit_code(failed);
         const char *help = code == kHeld ? "; another process is at work there" : "";
         out.fail(Failed(failed.error_class, failed.code, failed.what() + std::string(help)), code);

@@ -84,6 +84,15 @@ std::string stock_text(const Stock &stock) {
            narrow(zNumToHumanBytes(stock.bytes));
 }
 
+void tell_unfinished(Host &host, const WorkingCopy &copy) {
+    std::error_code error;
+    if (copy.born() || !fs::exists(own_directory(copy) / kNote, error)) return;
+    const std::string place = copy.root().string();
+    host.out.warn(place +
+                  ": its files have not come yet, since \"zev get\" was cut short; \"zev get " +
+                  origin_of(copy) + " " + place + "\" goes on");
+}
+
 Reception::Reception(Host &host, fs::path directory, const char *verb, bool filled)
     : host_(host), directory_(std::move(directory)) {
     const fs::path note = directory_ / kNote;

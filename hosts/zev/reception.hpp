@@ -40,6 +40,9 @@ class Reception {
     bool resumed_ = false;
 };
 
+// Warns of a copy that was begun and never came whole, and says how to go on.
+void tell_unfinished(Host &host, const WorkingCopy &copy);
+
 // "1,204 objects, 3.4 MB"
 std::string stock_text(const Stock &stock);
 std::string grouped(uint64_t number); // "4,147"

@@ -2,6 +2,7 @@
 // tracks it, or asked for. Of what a server sends only sound ids and names are taken.
 #include "remote_copy.hpp"
 
+#include "plain_words.hpp"
 #include "server.hpp"
 #include "verb.hpp"
 
@@ -237,6 +238,10 @@ void fail_remote(const Host &host, const std::string &url) {
     if (failed.error_class == kNetwork && failed.code == kUnauthorized &&
         !host.notify->outcome().unauthorized)
         throw Failed(kNetwork, kUnauthorized, failed.what() + log_in_anew(url));
+    if (failed.error_class != kNetwork && is_no_space(failed)) {
+        host.out.drop_reason();
+        throw no_space_here();
+    }
     throw failed;
 }
 

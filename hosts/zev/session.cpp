@@ -6,6 +6,7 @@
 //            the user left there
 #include "session.hpp"
 
+#include "reception.hpp"
 #include "refs.hpp"
 #include "remote_copy.hpp"
 #include "server.hpp"
@@ -96,6 +97,7 @@ Session::Session(Host &host, const Verb &verb) : host_(host), verb_(verb) {
     copy_.emplace();
     recover(host, *copy_);
     set_account(*copy_);
+    if (std::string_view(verb.name) != "update") tell_unfinished(host, *copy_);
     if (verb.nature != Nature::displaces) {
         copy_.reset();
         return;

@@ -210,6 +210,7 @@ void tell_server(Host &host, const WorkingCopy &copy) {
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
+    tell_unfinished(host, copy);
     const uint32_t left_out =
         Z_SPEC_NO_UNCHANGED | (options.ignored ? 0u : uint32_t{Z_SPEC_NO_IGNORED});
     OwnedSpec spec = copy.spec(options.paths, left_out, host.notify);

@@ -15,6 +15,7 @@
 
 #include "common/errno.hpp"
 #include "common/guard.hpp"
+#include "common/no_space.hpp"
 #include "common/uri.hpp"
 #include "common/utf.hpp"
 #include "network/http/language.hpp"
@@ -245,6 +246,7 @@ bool is_our_fault(const HttpEcho *echo, bool thrown) {
 // A step of taking a request in. What went wrong here, for want of memory or of room for the body,
 // is told to the peer; where he goes on from there isn't known.
 template <class F> bool attempt(HttpEcho *echo, F step) try {
+    zRaiseError(0, 0, nullptr, nullptr); // nobody's failure is taken for this peer's
     bool thrown = false;
     try {
         if (step()) return true;
@@ -253,7 +255,11 @@ template <class F> bool attempt(HttpEcho *echo, F step) try {
         thrown = true;
     }
     if (!is_our_fault(echo, thrown)) return false;
-    return settle(echo, plain_answer(500, echo->request)) && begin_answer(echo, false);
+    HttpResponse *response =
+        raised_no_space()
+            ? zHttpResponseError(__FILE__, __LINE__, echo->request, 500, u"srv.eNoSpace")
+            : plain_answer(500, echo->request);
+    return settle(echo, response) && begin_answer(echo, false);
 } catch (...) {
     return fail_thrown();
 }

@@ -5,6 +5,7 @@
 
 #include "common/guard.hpp"
 #include "common/json.hpp"
+#include "common/no_space.hpp"
 #include "network/http/message.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/access.hpp"
@@ -165,6 +166,7 @@ class Visit : public Exchange {
 
   private:
     bool begin_intake();
+    bool add(std::string_view bytes);
     HttpResponse *look_again();
 
     Call call_;
@@ -204,7 +206,14 @@ Exchange::Taken Visit::take(std::string_view bytes) {
         if (whole_) return Taken::no;
         if (!begin_intake()) return Taken::enough;
     }
-    return call_.intake->add(bytes) ? Taken::yes : Taken::enough;
+    return add(bytes) ? Taken::yes : Taken::enough;
+}
+
+// What went wrong counts at the end, when the record is of others.
+bool Visit::add(std::string_view bytes) {
+    const bool added = call_.intake->add(bytes);
+    call_.is_full = call_.is_full || raised_no_space();
+    return added;
 }
 
 // With what came before it was known how much there is.
@@ -213,8 +222,7 @@ bool Visit::begin_intake() {
     if (!first) return true;
     zStreamRewind(first.get());
     std::string bytes(zStreamSize(first.get()), '\0');
-    return zStreamRead(first.get(), bytes.data(), bytes.size()) == bytes.size() &&
-           call_.intake->add(bytes);
+    return zStreamRead(first.get(), bytes.data(), bytes.size()) == bytes.size() && add(bytes);
 }
 
 // Whoever sends slowly keeps no project open.

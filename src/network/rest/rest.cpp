@@ -4,6 +4,7 @@
 
 #include "common/error_class.hpp"
 #include "common/json.hpp"
+#include "common/no_space.hpp"
 #include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "network/http/server.hpp"
@@ -60,6 +61,7 @@ Call::~Call() {
 
 HttpResponse *refuse(const Call &call, int32_t code, const zwchar *key, const zwchar *argument,
                      Here at) {
+    if (code == 500 && (call.is_full || raised_no_space())) key = u"srv.eNoSpace";
     return zHttpResponseError(at.file, at.line, call.request, code, key, zStrsafeW(argument));
 }
 

@@ -52,6 +52,7 @@ struct Call {
     RepositoryPtr repository;           // the gate's
     std::unique_ptr<Privileges> rights; // the caller's in it, once they were asked for
     std::unique_ptr<Intake> intake;     // of the body, which the request then has not
+    bool is_full = false;               // a device was, while the body came
     // What the authentication module said of the caller's password, and of his power if it was
     // asked: it hashes, so each is asked once a request.
     bool is_proven = false;
@@ -65,7 +66,7 @@ inline const zwchar *capture(const Call &call, const zwchar *name) {
 }
 
 // ---- Refusals, in the language of the request, raised and logged. Without a key the text is the
-// status's own.
+// status's own. A 500 of a full device says that, whatever its key.
 HttpResponse *refuse(const Call &call, int32_t code, const zwchar *key = nullptr,
                      const zwchar *argument = nullptr, Here at = {});
 // The same for what was looked for in the project and can't be had, by what was raised last: where

@@ -72,12 +72,13 @@ class FileIntake : public Intake {
         head_seen_ = true;
         if (!stream_ || bytes.size() > left_) return stream_.reset(), false;
         left_ -= bytes.size();
-        if (git_odb_stream_write(stream_.get(), bytes.data(), bytes.size()) >= 0) return true;
-        return stream_.reset(), false;
+        const int code = git_odb_stream_write(stream_.get(), bytes.data(), bytes.size());
+        if (code < 0) fail_git(code), stream_.reset();
+        return code >= 0;
     }
     // False when it is not what its head told, or could not be written.
     bool finish(Oid *id) {
-        if (!stream_ || left_) return fail_os(EBADMSG);
+        if (!stream_ || left_) return fail_os(EBADMSG); // why was told while it came
         const int code = git_odb_stream_finalize_write(git::oid(id), stream_.get());
         stream_.reset();
         return code < 0 ? fail_git(code) : true;

@@ -1,0 +1,81 @@
+// By the library's texts: its numbers say less.
+#include "plain_words.hpp"
+
+#include "copy.hpp"
+#include "remote_copy.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kNoSuch = 404, kConflict = 409;
+
+std::string text_of(const zwchar *key) { return narrow(zI18nTextLookup(zI18nCurrentLang(), key)); }
+
+// The project of the copy around here; empty where there is none.
+std::string project() try { return origin_of(WorkingCopy()); } catch (const std::exception &) {
+    return {};
+}
+
+Failed remade() {
+    const std::string url = project();
+    return Failed(kNetwork, kConflict,
+                  url +
+                      ": is another project by now, made after this copy's was deleted; your files "
+                      "stay here, and \"zev get " +
+                      url + " DIRECTORY\" makes a copy of the new one");
+}
+
+// "SUMMARY: 404: WHAT ISN'T THERE: WHAT 404 MEANS": the third of these is what counts.
+Failed absent(const Failed &failed) {
+    constexpr std::string_view kMark = "404: ";
+    const std::string text = failed.what(), general = ": " + text_of(u"http.404");
+    const size_t mark = text.find(kMark);
+    if (mark == text.npos) return failed;
+    std::string what = text.substr(mark + kMark.size());
+    if (const size_t tail = what.find(general); tail != what.npos) what.erase(tail, general.size());
+    const std::string front = text.substr(0, mark), url = project();
+    const bool is_address = front.starts_with("http") || url.empty();
+    return Failed(failed.error_class, failed.code, (is_address ? front : url + ": ") + what);
+}
+
+} // namespace
+
+bool is_no_space(const Failed &failed) {
+    return std::strstr(failed.what(), strerrordesc_np(ENOSPC)) ||
+           std::strstr(failed.what(), strerrordesc_np(EDQUOT));
+}
+
+// Of the two devices the one with less room.
+Failed no_space_here() {
+    std::error_code none, error;
+    const fs::path temporary = fs::temp_directory_path(none), here = fs::current_path(none);
+    const uintmax_t left = fs::space(temporary, error).available;
+    const bool other = !error && left < fs::space(here, error).available && !error;
+    return Failed(kSystem, ENOSPC,
+                  "no space is left on the device of " + (other ? temporary : here).string() +
+                      "; make room, and do it again");
+}
+
+Failed in_plain_words(const Failed &failed, Output &out) {
+    const std::string_view text = failed.what();
+    const auto tells = [&](const zwchar *key) { return text.find(text_of(key)) != text.npos; };
+    if (failed.error_class != kNetwork) return failed;
+    const bool is_remade = tells(u"net.eUnmatchedRepositoryId"), is_full = tells(u"srv.eNoSpace");
+    if (!is_remade && !is_full && failed.code != kNoSuch) return failed;
+    out.drop_reason();
+    if (is_remade) return remade();
+    if (is_full)
+        return Failed(kNetwork, failed.code,
+                      "no space is left on the device of the server, which took nothing of this; "
+                      "its administrator can make room");
+    return absent(failed);
+}
+
+} // namespace host
