@@ -32,7 +32,8 @@ Failed remade() {
                       url + " DIRECTORY\" makes a copy of the new one");
 }
 
-// "SUMMARY: 404: WHAT ISN'T THERE: WHAT 404 MEANS": the third of these is what counts.
+// "SUMMARY: 404: WHAT ISN'T THERE: WHAT 404 MEANS": the third of these is what counts. The summary
+// of a session's first request gives way to the address, any other stays.
 Failed absent(const Failed &failed) {
     constexpr std::string_view kMark = "404: ";
     const std::string text = failed.what(), general = ": " + text_of(u"http.404");
@@ -40,9 +41,9 @@ Failed absent(const Failed &failed) {
     if (mark == text.npos) return failed;
     std::string what = text.substr(mark + kMark.size());
     if (const size_t tail = what.find(general); tail != what.npos) what.erase(tail, general.size());
-    const std::string front = text.substr(0, mark), url = project();
-    const bool is_address = front.starts_with("http") || url.empty();
-    return Failed(failed.error_class, failed.code, (is_address ? front : url + ": ") + what);
+    std::string front = text.substr(0, mark);
+    if (front == text_of(u"net.eFailedToFetchSummary") + ": ") front = project() + ": ";
+    return Failed(failed.error_class, failed.code, front + what);
 }
 
 } // namespace
@@ -53,19 +54,23 @@ bool is_no_space(const Failed &failed) {
 }
 
 // Of the two devices the one with less room.
-Failed no_space_here() {
+Failed no_space_for(fs::path copy) {
     std::error_code none, error;
-    const fs::path temporary = fs::temp_directory_path(none), here = fs::current_path(none);
+    while (!fs::exists(copy, none) && copy.has_relative_path()) copy = copy.parent_path();
+    const fs::path temporary = fs::temp_directory_path(none);
     const uintmax_t left = fs::space(temporary, error).available;
-    const bool other = !error && left < fs::space(here, error).available && !error;
+    const bool other = !error && left < fs::space(copy, error).available && !error;
     return Failed(kSystem, ENOSPC,
-                  "no space is left on the device of " + (other ? temporary : here).string() +
+                  "no space is left on the device of " + (other ? temporary : copy).string() +
                       "; make room, and do it again");
 }
 
 Failed in_plain_words(const Failed &failed, Output &out) {
     const std::string_view text = failed.what();
-    const auto tells = [&](const zwchar *key) { return text.find(text_of(key)) != text.npos; };
+    const auto tells = [&](const zwchar *key) {
+        const std::string words = text_of(key);
+        return !words.empty() && text.find(words) != text.npos;
+    };
     if (failed.error_class != kNetwork) return failed;
     const bool is_remade = tells(u"net.eUnmatchedRepositoryId"), is_full = tells(u"srv.eNoSpace");
     if (!is_remade && !is_full && failed.code != kNoSuch) return failed;

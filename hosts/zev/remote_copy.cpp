@@ -240,7 +240,7 @@ void fail_remote(const Host &host, const std::string &url) {
         throw Failed(kNetwork, kUnauthorized, failed.what() + log_in_anew(url));
     if (failed.error_class != kNetwork && is_no_space(failed)) {
         host.out.drop_reason();
-        throw no_space_here();
+        throw no_space_for(std::filesystem::current_path());
     }
     throw failed;
 }

@@ -1,6 +1,7 @@
 // get: a working copy of a server's project.
 
 #include "incoming.hpp"
+#include "plain_words.hpp"
 #include "refs.hpp"
 #include "server.hpp"
 #include "verb.hpp"
@@ -71,8 +72,13 @@ int run(Host &host, const Options &options) {
         check(zCheckSpecByref(branch.empty() ? nullptr : name.c_str(), nullptr)));
     check(zCheckSpecSetNotify(spec.get(), host.notify));
     Reception reception(host, place / ".git", "get", false);
-    if (!zShellCheckout(wide(url).c_str(), wide_path(place.string()).c_str(), spec.get()))
+    if (!zShellCheckout(wide(url).c_str(), wide_path(place.string()).c_str(), spec.get())) {
+        if (!broken() && is_no_space(raised())) {
+            host.out.drop_reason();
+            throw no_space_for(place);
+        }
         fail_remote(host, url);
+    }
     host.out.line("a working copy of " + url + " in " + place.string());
     host.out.record(Record("get").set(u"url", url).set(u"path", place.string()));
     fs::current_path(place);
