@@ -248,16 +248,14 @@ Json *told(const DiffEntry *entry) {
     const auto side = [&](auto old_side, auto new_side) {
         return gone ? old_side(entry) : new_side(entry);
     };
-    JsonGuard change(zJsonNewObject(u"oper",
-                                    zJsonNewString(gone    ? u"delete"
-                                                   : added ? u"add"
-                                                           : u"modify"),
-                                    u"id", zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)),
-                                    u"path",
-                                    zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)),
-                                    u"mode",
-                                    zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)),
-                                    nullptr));
+    JsonGuard change(
+        zJsonNewObject(u"oper",
+                       zJsonNewString(gone    ? u"delete"
+                                      : added ? u"add"
+                                              : u"modify"),
+                       u"id", zJsonNewId(side(zDiffEntryOldId, zDiffEntryNewId)), u"path",
+                       zJsonNewString(side(zDiffEntryOldPath, zDiffEntryNewPath)), u"mode",
+                       zJsonNewInt(side(zDiffEntryOldMode, zDiffEntryNewMode)), nullptr));
     const zwchar *kind = gone ? nullptr : kind_of(zDiffEntryNewMode(entry));
     if (kind) put(change.get(), u"kind", zJsonNewString(kind));
     return change.release();

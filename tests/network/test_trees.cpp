@@ -30,9 +30,9 @@ struct Trees : testing::Test {
 };
 
 std::string change(const std::string &oper, const std::string &path, const std::string &id = kBlob,
-                   int mode = 1) {
-    return R"({"oper":")" + oper + R"(","path":")" + path + R"(","id":")" + id + R"(","mode":)" +
-           std::to_string(mode) + "}";
+                   const std::string &kind = "") {
+    return R"({"oper":")" + oper + R"(","path":")" + path + R"(","id":")" + id +
+           R"(","mode":33261)" + (kind.empty() ? "" : R"(,"kind":")" + kind + '"') + "}";
 }
 
 TEST_F(Trees, AreListedWithTheirRights) {
@@ -100,13 +100,13 @@ TEST_F(Trees, AreMadeOfABaseAndChanges) {
     }
     const std::string made = make(tree, "[" + change("modify", "b", id) + "]").text("data.id");
     EXPECT_EQ(service.git("ann/plant", "ls-tree " + made + " b"), "100644 blob " + id + "\tb\n");
-    // Of the modes two are kept, whatever else a client tells.
+    // The kind counts, and no mode.
     std::string all;
-    for (const int mode : {0100755, 0120000, 0100644, 0160000, 040000, 0100600, 33060, -1, 7})
-        all += (all.empty() ? "[" : ",") + change("add", std::to_string(mode), id, mode);
+    for (const std::string kind : {"a", "link", "program"})
+        all += (all.empty() ? "[" : ",") + change("add", kind, id, kind);
     EXPECT_EQ(service.git("ann/plant", "ls-tree " + make("", all + "]").text("data.id") +
                                            " | cut -c-6 | tr '\\n' ' '"),
-              "100644 100644 100644 100644 100644 100755 120000 100644 100644 ");
+              "100644 120000 100755 ");
     // The contents may follow later.
     const Answer absent = make("", "[" + change("add", "later") + "]");
     EXPECT_EQ(service.get(kTrees + "/" + absent.text("data.id")).entry(0, "size"), "0");

@@ -257,8 +257,8 @@ bool NewTree::has_room(const std::string &path) {
     return true;
 }
 
-// The member `kind` alone makes a link or a file to run. A client that has only modes tells those of
-// its own disk, where any file may have the bit.
+// The member `kind` alone makes a link or a file to run. A client that has only modes tells those
+// of its own disk, where any file may have the bit.
 git_filemode_t kept_mode(const zwchar *kind) {
     if (zStrsameW(kind, u"link")) return GIT_FILEMODE_LINK;
     return zStrsameW(kind, u"program") ? GIT_FILEMODE_BLOB_EXECUTABLE : GIT_FILEMODE_BLOB;
