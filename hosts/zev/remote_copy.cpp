@@ -35,9 +35,33 @@ bool is_project(const std::string &text) {
 
 // ---- Branches
 
+// Where a user goes back to: a branch that follows one of the server's; empty without one.
+std::string following_branch(const WorkingCopy &copy) {
+    struct Search {
+        Repository *repository;
+        std::string found{};
+    } search{copy.repository()};
+    const auto look = [](Reference *reference, void *context) {
+        Search &self = *static_cast<Search *>(context);
+        const OwnedBranch branch(zBranchLookup(self.repository, zReferenceName(reference)));
+        if (!branch || !zBranchIsLocal(branch.get())) return true;
+        if (OwnedBranch(zBranchUpstream(branch.get())))
+            self.found = narrow(zBranchName(branch.get()));
+        return self.found.empty();
+    };
+    zReferenceForeach(copy.repository(), look, &search);
+    return search.found;
+}
+
 OwnedBranch upstream_of(const WorkingCopy &copy) {
-    const OwnedBranch head(check(zBranchHead(copy.repository())));
-    return OwnedBranch(check(zBranchUpstream(head.get()), "the branch follows none of the server"));
+    const OwnedBranch head(zBranchHead(copy.repository()));
+    OwnedBranch upstream(head ? zBranchUpstream(head.get()) : nullptr);
+    if (upstream) return upstream;
+    if (zErrorClass() != kNotFound) fail_raised();
+    const std::string back = following_branch(copy);
+    throw Failed(kNotFound, (head ? "branch " + narrow(zBranchName(head.get())) : "HEAD") +
+                                " follows no branch of the server" +
+                                (back.empty() ? "" : "; \"zev switch " + back + "\" goes back"));
 }
 
 // ---- What the server is asked
@@ -169,11 +193,17 @@ OwnedRemote open_remote(const WorkingCopy &copy) {
     if (url.empty())
         throw Failed(kNotFound, copy.root().string() +
                                     ": has no server; \"zev get\" makes a copy of a project");
+    upstream_of(copy);
     log_on(url);
     return OwnedRemote(check(zRemoteOpen(copy.repository())));
 }
 
 // ---- Branches
+
+bool follows(const WorkingCopy &copy, const std::string &name) {
+    const OwnedBranch branch(check(zBranchLookup(copy.repository(), wide(name).c_str())));
+    return OwnedBranch(zBranchUpstream(branch.get())) != nullptr;
+}
 
 std::string followed_branch(const WorkingCopy &copy) {
     const OwnedRemote remote(check(zRemoteOpen(copy.repository())));

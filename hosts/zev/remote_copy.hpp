@@ -29,6 +29,9 @@ void require_project(const Host &host, const std::string &url);
 // The session with the server of a copy, logged on. Throws for a copy without a server.
 OwnedRemote open_remote(const WorkingCopy &copy);
 
+// Whether a branch, by its full name, follows one of the server's.
+bool follows(const WorkingCopy &copy, const std::string &branch);
+
 // The server's branch that the copy follows: by its full name there; its newest commit as far as
 // it is known here, null for none.
 std::string followed_branch(const WorkingCopy &copy);

@@ -3,8 +3,9 @@
 //   seconds  integer  of the last answer, since 1970
 #include "server_note.hpp"
 
-#include "output.hpp"
+#include "reception.hpp"
 #include "refs.hpp"
+#include "show.hpp"
 
 #include <fstream>
 
@@ -47,10 +48,9 @@ void note_answer(const WorkingCopy &copy, const Oid *at) {
 std::optional<uint64_t> known_updates(const WorkingCopy &copy) try {
     const OwnedCommit newest = server_commit(copy);
     if (!newest) return 0;
-    OwnedTree ours;
-    if (copy.born()) ours.reset(check(zCommitTree(copy.head().get())));
+    const OwnedTree ours(check(zRemoteGround(copy.repository())));
     const OwnedTree theirs(check(zCommitTree(newest.get())));
-    if (ours && zOidIsEqual(zTreeId(ours.get()), zTreeId(theirs.get()))) return 0;
+    if (zOidIsEqual(zTreeId(ours.get()), zTreeId(theirs.get()))) return 0;
     const Owned<Authdb, zAuthdbFree> rules(check(zAuthdbOpen(copy.repository())));
     const OwnedDiff list(check(zDiffTreeToTree(ours.get(), theirs.get(), nullptr, nullptr)));
     uint64_t count = 0;
@@ -60,6 +60,33 @@ std::optional<uint64_t> known_updates(const WorkingCopy &copy) try {
     return count;
 } catch (const Failed &) {
     return {}; // of a part of the trees nobody knows
+}
+
+ServerStanding known_standing(const WorkingCopy &copy) {
+    RemoteStanding found{};
+    if (!zRemoteStanding(&found, copy.repository(), nullptr, nullptr)) return {};
+    ServerStanding standing{.unsent = found.unsent};
+    if (found.went_back) standing.from = found.from, standing.to = found.to;
+    return standing;
+}
+
+std::vector<std::string> standing_lines(const ServerStanding &standing) {
+    std::vector<std::string> lines;
+    if (standing.unsent)
+        lines.push_back(grouped(standing.unsent) +
+                        (standing.unsent == 1 ? " commit of yours is" : " commits of yours are") +
+                        " not on the server; \"zev commit\" sends what " +
+                        (standing.unsent == 1 ? "it" : "they") + " did");
+    if (standing.from)
+        lines.push_back("the server's branch went back from " + short_id(&*standing.from) + " to " +
+                        short_id(&*standing.to) +
+                        "; what it lost stays here as your change when you update");
+    return lines;
+}
+
+void set_standing(Record &record, const ServerStanding &standing) {
+    if (standing.unsent) record.set(u"unsent", standing.unsent);
+    if (standing.from) record.set(u"from", &*standing.from).set(u"to", &*standing.to);
 }
 
 } // namespace host

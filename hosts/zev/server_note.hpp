@@ -1,7 +1,10 @@
 // Server note: what was known of the server when it was asked last, for whoever asks it nothing.
 #pragma once
 
+#include "output.hpp"
 #include "remote_copy.hpp"
+
+#include <vector>
 
 namespace host {
 
@@ -16,5 +19,15 @@ void note_answer(const WorkingCopy &copy, const Oid *at);
 // How many files an update would bring that the user may read, by what is here; nothing where that
 // can't be told.
 std::optional<uint64_t> known_updates(const WorkingCopy &copy);
+
+// What is not on the server: commits of the branch, and what the server's branch had before it went
+// back, `from` one commit `to` another; by what is here.
+struct ServerStanding {
+    uint64_t unsent = 0;
+    std::optional<Oid> from{}, to{};
+};
+ServerStanding known_standing(const WorkingCopy &copy);
+std::vector<std::string> standing_lines(const ServerStanding &standing); // none where all is
+void set_standing(Record &record, const ServerStanding &standing);
 
 } // namespace host

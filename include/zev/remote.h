@@ -101,6 +101,11 @@ ZEV_API bool zRemoteUploadPack(Remote *remote, const Json *ids, const Notify *no
 // comes in lands as zRepositoryCheckout tells; files that the user may not read are not in the
 // copy, those that he may not write are read-only. A server without a commit is a success. A break
 // while files come in is told as canceled, and gives true: what was done stays.
+//
+// Commits that the server never got are told, and what they did becomes a change of the user's, not
+// committed: the branch gets a commit without it first, and index and files stay. So does what the
+// server's branch had and has no more, when that went back. With conflicts in the index neither can
+// be: class -1.
 ZEV_API bool zRemoteUpdate(Remote *remote, CheckSpec *spec);
 
 // What an update would bring that the user may read, of what a spec (null for all) selects, for the
@@ -127,6 +132,24 @@ ZEV_API bool zRemoteCheckout(const zwchar *url, const zwchar *path, CheckSpec *s
 // he has changed is asked about before; when he says so it goes to the trash. On failure files stay
 // as far as they have come.
 ZEV_API bool zRemoteReset(Remote *remote, CheckSpec *spec);
+
+// ---- What the server has not, by what is here: nothing is asked, told, locked or changed.
+
+typedef struct RemoteStanding {
+    uint64_t unsent; // commits of the branch that the server never got
+    bool went_back;  // the server's branch no longer leads to where the copy came to
+    Oid from, to;    // then: where it was, and where it is
+} RemoteStanding;
+// Takes each of these commits, lent, the newest first, as long as it gives true.
+typedef bool (*UnsentCallback)(const Commit *commit, void *context);
+
+// Of the branch that HEAD names; `callback` may be null. One that follows none of the server's is
+// class 3. Of a server's history that isn't here nothing is known, and it counts as gone on.
+ZEV_API bool zRemoteStanding(RemoteStanding *out, Repository *repository, UnsentCallback callback,
+                             void *context);
+// The tree that an update goes out from, for the caller to free: the branch's without what the
+// server has not. Null on failure, also where a part of it isn't here.
+ZEV_API Tree *zRemoteGround(Repository *repository);
 
 ZEV_END
 #endif

@@ -6,8 +6,8 @@
 //   1. complete copies of index, branch and tracking reference, beside them, as their locks
 //   2. the commit, as any other (commit_index.cpp); the tracking reference moves
 //   3. the server's own commit stands, on its side
-//   4. its commit object; the tracking reference moves there; the copies expire; all of it
-//      is synced
+//   4. its commit object; the tracking reference moves there; the note says so (standing.hpp); the
+//      copies expire; all of it is synced
 // A crash before 4, as a failure, leads back to the files as they were locked: the work of the user
 // shows as not committed, and if the server has it all the same, the next update finds both equal.
 // Nothing may stay of a commit that the server has not got: an update would take it back.
@@ -19,6 +19,7 @@
 #include "common/error_class.hpp"
 #include "objects/conflict/conflict.hpp"
 #include "objects/store/diff.hpp"
+#include "objects/store/pathspec.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/tree_pairs.hpp"
 #include "objects/work/file_mode.hpp"
@@ -108,9 +109,28 @@ bool look_for_changes(const CommitContext &commit, bool &found) {
            tell(commit, u"odb.eFailedToCheckStatus");
 }
 
+// Commits that the server never got: what they did is a change from the update on.
+bool look_for_unsent(const CommitContext &commit, bool &found) {
+    const zwchar *name = zBranchName(commit.head.get());
+    Standing standing;
+    if (!look_at_standing(commit.repository, commit.head.get(), commit.upstream.get(),
+                          Losses::count, standing))
+        return tell(commit, u"odb.eFailedToResolveTree_s", name);
+    if (standing.is_plain()) return true;
+    const TreePtr ours(zBranchTree(commit.head.get()));
+    const auto take = [&](const std::string &path, auto, auto) {
+        found = found || !commit.paths || spec_matches(commit.paths, path);
+    };
+    const bool done = ours && TreePairs(commit.repository->handle.get(), false, take)
+                                  .walk(standing.ground ? standing.ground->handle.get() : nullptr,
+                                        ours->handle.get());
+    return done || tell(commit, u"odb.eFailedToResolveTree_s", name);
+}
+
 bool check_changes(const CommitContext &commit) {
     bool found = false;
     if (!look_for_changes(commit, found)) return false;
+    if (!found && !look_for_unsent(commit, found)) return false;
     if (found) return true;
     fail_unchanged();
     return notify_error(commit.notify(), kUnchanged);
@@ -363,9 +383,21 @@ bool push(CommitContext &commit) {
     return push_commit(commit.push);
 }
 
+// What somebody committed by git since the update lies below the commit that was sent, and was not
+// sent with it: then the note stays where it is.
+void note(CommitContext &commit) {
+    const std::optional<Oid> agreed = agreed_commit(commit.repository, commit.head.get());
+    const CommitPtr made(zBranchCommit(commit.head.get()));
+    const Oid *below = made ? zCommitParentId(made.get()) : nullptr;
+    const bool follows = made && (agreed ? below && zOidIsEqual(&*agreed, below) : !below);
+    note_agreed(commit.repository, commit.head.get(), follows ? zCommitId(made.get()) : nullptr,
+                zBranchResolve(commit.upstream.get()));
+}
+
 // The server has it: from here on nothing goes back.
 bool settle(CommitContext &commit) {
     const KeptFailure kept;
+    note(commit);
     expire_locks(commit.transaction.get());
     const zwchar *path = zRepositoryPath(commit.repository);
     if (path && !os::sync_tree(path)) fail_errno(path), log_raised(kWarning);

@@ -5,7 +5,8 @@
 //   tmp/updates.json in the Git directory, JSON text, without blanks
 //     diff   array of changes, see objects/history/revision_json.cpp
 //     head   object
-//       our    string   id of the branch's tree, 40 hexadecimal digits; all zero for none
+//       our    string   id of the branch's tree, 40 hexadecimal digits; all zero for none. Of a
+//                       branch that has what the server has not: of its ground (standing.hpp)
 //       their  string   the same of the server's branch
 //
 // A file that isn't this, that holds a path which no tree may have, or that is of other trees, is
@@ -37,6 +38,7 @@ class UpdateList {
 
   private:
     bool read_tree(TreePtr &tree, const Branch *branch);
+    bool find_ground();
     bool is_bounded() const;
     DiffListPtr compute();
     DiffListPtr read_kept();
@@ -169,8 +171,21 @@ DiffListPtr UpdateList::readable(const DiffList *list) {
     return left;
 }
 
+// What the server has not is none of what an update would take away.
+bool UpdateList::find_ground() {
+    Standing standing;
+    if (!look_at_standing(context_.repository, context_.head.get(), context_.upstream.get(),
+                          Losses::count, standing))
+        return context_.tell(u"odb.eFailedToResolveTree_s", zBranchName(context_.head.get()));
+    if (standing.is_plain()) return true;
+    tell_standing(context_, standing);
+    our_ = std::move(standing.ground);
+    return true;
+}
+
 DiffListPtr UpdateList::make() {
-    if (!read_tree(our_, context_.head.get()) || !read_tree(their_, context_.upstream.get()))
+    if (!read_tree(our_, context_.head.get()) || !read_tree(their_, context_.upstream.get()) ||
+        !find_ground())
         return nullptr;
     const DiffListPtr list = compute();
     if (!list) return notify_raised(context_.notify), nullptr;
@@ -207,7 +222,8 @@ DiffListPtr run(UpdateContext &context, PathSpec *paths, bool refresh) try {
         return context.tell(u"odb.eUnableToResolvePathspec"), nullptr;
     if (!prepare(context, wanted.get())) return nullptr;
     notify_start(context.notify, u"action.sCheckForUpdates");
-    if (refresh && !(verify(context) && renew_rights(context) && fetch(context, Z_OBJECT_TREE)))
+    if (refresh && !(verify(context) && renew_rights(context) && fetch(context, Z_OBJECT_TREE) &&
+                     fetch_history(context, Z_OBJECT_TREE)))
         return nullptr;
     return UpdateList(context, paths).make();
 } catch (...) {

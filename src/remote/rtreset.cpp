@@ -258,11 +258,15 @@ bool Reset::commit_head() {
     const CommitPtr made(
         commit_create(u"HEAD", u"remote", message_.c_str(), tree.get(), save, {}, expire));
     if (!made) return context_.tell(u"odb.eFailedToWriteCommit");
-    return index_committed(index.get(), zCommitId(made.get())), true;
+    index_committed(index.get(), zCommitId(made.get()));
+    const KeptFailure kept;
+    note_agreed(repository(), context_.head.get(), zCommitId(made.get()), nullptr);
+    return true;
 }
 
 bool run(Reset &reset, const CheckSpec *spec) try {
-    return reset.prepare(spec) && verify(reset.context()) && reset.ask() && reset.open_rights() &&
+    return reset.prepare(spec) && verify(reset.context()) &&
+           lay_ground(reset.context(), Losses::count) && reset.ask() && reset.open_rights() &&
            reset.fetch_latest() && reset.fetch_target() && reset.mix() && reset.check_out() &&
            reset.commit_head();
 } catch (...) {

@@ -4,9 +4,11 @@
 //   1. complete copies of index, branch and tracking reference, beside them, as their locks
 //   2. what the server sends, into stores that only grow, all of it synced; the tracking reference
 //      moves, and with it its log, neither of which names what isn't here
-//   3. all that a checkout does, up to the move of the branch
-//   4. the copies expire
-// A crash before 4 leaves the copies, and recovery puts all three files back. What has come stays,
+//   3. a commit without what the server has not (rtground.cpp), where there is any
+//   4. all that a checkout does, up to the move of the branch
+//   5. the copies expire
+//   6. the note of how far both agree (standing.hpp)
+// A crash before 5 leaves the copies, and recovery puts all three files back. What has come stays,
 // and the next update goes on from it.
 #include "remote/update_context.hpp"
 
@@ -231,8 +233,11 @@ bool check_out_upstream(UpdateContext &context) {
 }
 
 bool run(UpdateContext &context, const CheckSpec *spec) try {
+    const bool goes_back = spec && zCheckSpecTarget(spec);
+    const Losses losses = goes_back ? Losses::are_meant : Losses::count;
     return prepare(context, spec) && verify(context) && update_rights(context) &&
-           fetch(context, Z_OBJECT_ANY) && check_out_upstream(context);
+           fetch(context, Z_OBJECT_ANY) && fetch_history(context, Z_OBJECT_ANY) &&
+           lay_ground(context, losses) && check_out_upstream(context) && (agree(context), true);
 } catch (...) {
     return fail_thrown();
 }

@@ -9,6 +9,7 @@
 #include "objects/store/reference.hpp"
 #include "objects/work/transaction.hpp"
 #include "remote/remote.hpp"
+#include "remote/standing.hpp"
 
 #include <optional>
 #include <string>
@@ -65,6 +66,18 @@ bool track(UpdateContext &context, const Tip &tip, const zwchar *failure = kUnmo
 // References, the commit, and what of its tree has `type`, of files those that are selected. An
 // empty upstream is a success.
 bool fetch(UpdateContext &context, int32_t type);
+
+// What it takes to tell whether the server's branch went on from where the copy came to: commits
+// between, and of one that went back the trees (and files, by `type`) that both have.
+bool fetch_history(UpdateContext &context, int32_t type);
+
+// The branch gets a commit without what the server has not, if there is any: that is told, and a
+// change of the user's from then on, of which index and files know as ever.
+bool lay_ground(UpdateContext &context, Losses losses);
+void tell_standing(const UpdateContext &context, const Standing &standing);
+
+// The branch and the server's agree as they stand now.
+void agree(UpdateContext &context);
 
 // ---- Parts of them
 

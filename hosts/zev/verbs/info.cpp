@@ -36,6 +36,7 @@ struct State {
     ServerNote note;
     std::optional<Oid> newest; // of the server's branch
     std::optional<uint64_t> commits, files;
+    ServerStanding standing;
     std::string unreached; // why the server could not be asked
 };
 
@@ -64,6 +65,7 @@ State look(Host &host, const WorkingCopy &copy, const Options &options) {
     if (!options.offline) ask(host, copy, state);
     if (const OwnedCommit newest = server_commit(copy)) state.newest = *zCommitId(newest.get());
     state.files = known_updates(copy);
+    state.standing = known_standing(copy);
     const bool is_newest = state.newest && state.files && !*state.files;
     if (is_newest) state.note.at = state.newest; // it may have come piece by piece
     if (state.newest && state.note.at)
@@ -96,6 +98,7 @@ void print(Host &host, const WorkingCopy &copy, const State &state) {
     line("at", state.note.at ? short_id(&*state.note.at) : "");
     line("newest", state.newest ? short_id(&*state.newest) : "");
     line("state", behind(state));
+    for (const std::string &text : standing_lines(state.standing)) line("", text);
     line("asked", state.note.seconds ? short_time(state.note.seconds) : "never");
     if (!state.unreached.empty())
         host.out.warn("the server could not be asked: " + state.unreached);
@@ -113,6 +116,7 @@ int run(Host &host, const Options &options) {
     if (state.newest) record.set(u"newest", &*state.newest);
     if (state.commits) record.set(u"commits", *state.commits);
     if (state.files) record.set(u"updates", *state.files);
+    set_standing(record, state.standing);
     if (state.note.seconds)
         record.set(u"asked", iso_time(state.note.seconds)).set(u"seconds", state.note.seconds);
     if (!state.unreached.empty()) record.set(u"unreached", state.unreached);

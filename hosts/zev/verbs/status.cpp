@@ -201,8 +201,11 @@ void tell_server(Host &host, const WorkingCopy &copy) {
                           : ": " + grouped(*updates) + (*updates == 1 ? " file" : " files") +
                                 " would come by \"zev update\"";
     host.out.line(host.out.paint(Colour::dim, url + ", " + text));
+    const ServerStanding standing = known_standing(copy);
+    for (const std::string &line : standing_lines(standing)) host.out.line(line);
     Record record("server");
     record.set(u"url", url);
+    set_standing(record, standing);
     if (updates) record.set(u"updates", *updates);
     if (note.seconds) record.set(u"asked", iso_time(note.seconds)).set(u"seconds", note.seconds);
     host.out.record(record);

@@ -6,6 +6,7 @@
 
 #include "merge_state.hpp"
 #include "refs.hpp"
+#include "remote_copy.hpp"
 #include "transfer.hpp"
 
 namespace host {
@@ -39,6 +40,7 @@ class Switch {
         : host_(host), copy_(copy), options_(options) {}
 
     int run() {
+        require_followed();
         if (options_.create) return create();
         if (!is_branch(copy_, options_.target)) offer_remote();
         return is_branch(copy_, options_.target) ? to_branch() : to_commit();
@@ -46,6 +48,23 @@ class Switch {
 
   private:
     std::u16string full_name() const { return wide(full_branch(options_.target)); }
+
+    // A copy of a server's project sends what is on the branch that it follows. On another nothing
+    // would go there, nor come from there: whoever wants it has git.
+    void require_followed() const {
+        const std::string url = origin_of(copy_), &name = options_.target;
+        if (url.empty()) return;
+        const bool is_here = is_branch(copy_, name);
+        const bool is_other = options_.create || (is_here && !follows(copy_, full_branch(name))) ||
+                              (!is_here && !remote_branch(copy_, name).empty());
+        if (!is_other || current_branch(copy_) == full_branch(name)) return;
+        throw Failed(kOther, name +
+                                 ": would follow no branch of the server, and nothing on it be "
+                                 "sent; \"zev get " +
+                                 url +
+                                 " DIR --branch NAME\" makes a copy of "
+                                 "another branch there");
+    }
 
     // What only a remote has as a branch becomes one here, if the user agrees.
     void offer_remote() const {

@@ -40,7 +40,7 @@ namespace {
 using std::u16string;
 
 constexpr zwchar kAutomatic[] = u"remote"; // author of a merge that nobody wrote
-constexpr int kOperation = 2; // commits that one over a server makes at most, on a branch
+constexpr int kOperation = 3; // commits that one over a server makes at most, on a branch
 
 // A whole copy that was left behind.
 struct Left {
