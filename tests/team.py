@@ -521,6 +521,61 @@ def another_project(server, url, ann):
     expect({**ann.state(), "index": 0} == {**state, "index": 0}, "and nothing moved")
 
 
+def never_sent(server, ann, ben):
+    """Commits by git and by a switch, and a server that comes back from an older backup."""
+    def git(line):
+        return subprocess.run(["git", "-c", "user.name=Ann", "-c", "user.email=a", *line.split()],
+                              cwd=ann.copy, capture_output=True, text=True, check=True).stdout
+
+    ann.write("note.txt", "by git")
+    ann.write("alone.txt", "by git")
+    git("add .")
+    git("commit -q -m by-git")
+    ben.write("note.txt", "ben's")
+    ben.zev("commit -m ben note.txt")
+    text = ann.zev("status") + ann.zev("info")
+    expect(text.count("1 commit of yours is not on the server") == 2, "it is told: " + text)
+    expect(ann.records("status")[-1]["unsent"] == 1, "and in JSON")
+    text = ann.zev("updates")
+    expect("1 commit of yours" in text and "alone.txt" not in text, "nothing to take: " + text)
+    text = ann.zev("update", 4)
+    expect("by-git" in text and ann.read("note.txt") == b"by git", "a conflict: " + text)
+    ann.zev("resolve --mine note.txt")
+    ann.zev("commit -m both")
+    expect(ann.zev("status").count("yours") == 0, "all is sent")
+    ben.zev("update")
+    expect(ben.read("note.txt") == ben.read("alone.txt") == b"by git", "and came")
+    ann.zev("switch HEAD~1")
+    ann.zev("update")
+    ann.zev(["commit", "-m", "as it was"])
+    text = ann.zev("switch -c details", 1)
+    expect("zev get" in text, "no branch that nobody sends: " + text)
+    git("switch -q -c aside")
+    text = ann.zev("commit -m aside alone.txt", 3)
+    expect("zev switch master" in text, "where it is: " + text)
+    ann.zev("switch master")
+    ben.zev("update")
+
+    master = os.path.dirname(server.conf) + "/repos/team/house/refs/heads/master"
+    backup = open(master).read()
+    ann.write("alone.txt", "after the backup")
+    ann.zev("add alone.txt")
+    ann.zev("commit -m after")
+    ben.zev("update")
+    with open(master, "w") as file:
+        file.write(backup)
+    for each in (ann, ben):
+        expect("went back" in each.zev("updates"), "a list tells")
+        expect("went back" in each.zev("status"), "and who asks nobody")
+        expect("went back" in each.zev("update"), "an update, too")
+        expect(each.read("alone.txt") == b"after the backup", "nothing goes")
+    ann.zev("commit -m restored")
+    ben.zev("update")
+    expect("nothing has changed" in ben.zev("status"), "as ben has it")
+    ann.sound()
+    ben.sound()
+
+
 def host_of_the_library(url, ann, program):
     """examples/team.c, beside a commit that it has not got."""
     copy = ann.home + "/example"
@@ -549,6 +604,7 @@ def play(work, data, example):
         moved(ann)
         renamed_project(ben, data)
         taken_places(url, ann, ben)
+        never_sent(server, ann, ben)
         host_of_the_library(url, ann, example)
         broken_line(url, server, ann, ben)
         killed_server(server, ann, ben)

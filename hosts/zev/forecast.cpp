@@ -143,6 +143,19 @@ std::map<std::string, ObjectCount> count_objects(const Host &host, const Working
     return counts;
 }
 
+namespace {
+
+// What was committed and never sent is a change of the user's from the update on.
+void add_unsent(const WorkingCopy &copy, std::set<std::string> &paths) {
+    const OwnedTree ground(check(zRemoteGround(copy.repository())));
+    const OwnedTree ours(check(zCommitTree(copy.head().get())));
+    const OwnedSpec all(check(zPathSpecNew(nullptr, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED)));
+    const OwnedDiff list(check(zDiffTreeToTree(ground.get(), ours.get(), all.get(), nullptr)));
+    each_entry(list.get(), [&](const DiffEntry *entry) { paths.insert(path_of(entry)); });
+}
+
+} // namespace
+
 std::set<std::string> changed_here(const WorkingCopy &copy) {
     const OwnedSpec spec(
         check(zPathSpecNew(nullptr, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED | Z_SPEC_NO_RENAMED)));
@@ -151,6 +164,7 @@ std::set<std::string> changed_here(const WorkingCopy &copy) {
     std::set<std::string> paths;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i)
         paths.insert(narrow(zStatusEntryPath(zStatusListEntry(list.get(), i))));
+    if (copy.born()) add_unsent(copy, paths);
     return paths;
 }
 

@@ -66,8 +66,9 @@ bool commit_ground(UpdateContext &context, const Standing &standing, Tree *groun
 } // namespace
 
 bool fetch_history(UpdateContext &context, int32_t type) {
+    if (context.empty_upstream || zCheckSpecTarget(context.spec.get())) return true;
     const Oid *tip = zBranchResolve(context.upstream.get());
-    if (context.empty_upstream || !tip || zCheckSpecTarget(context.spec.get())) return true;
+    if (!tip) return context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
     for (const uint64_t limit : kSteps) {
         if (!lacks_history(context.repository, context.head.get(), context.upstream.get())) break;
         if (!context.asked(zRemoteDownloadCommits(context.remote, tip, limit, context.notify)))

@@ -85,6 +85,15 @@ Ids ancestors_of(git_repository *git, const std::vector<Oid> &tips) {
     return found;
 }
 
+bool leads_to(git_repository *git, const Oid &from, const Oid &to) {
+    bool found = false;
+    each_ancestor(git, {from}, [&](const Oid &id) {
+        found = found || zOidIsEqual(&id, &to);
+        return !found;
+    });
+    return found;
+}
+
 // From a commit to its first parent, and so on, until `visit` gives false. Whether it ended at one
 // that has none, or by `visit`: not where one is missing.
 template <class F> bool along_line(git_repository *git, const Oid &tip, F visit) {
@@ -212,19 +221,17 @@ void Look::find_by_line(Standing &standing, const Ids &known) {
 
 bool Look::is_lost_unknown() const {
     if (!server_ || !tracked_ || zOidIsEqual(&*server_, &*tracked_)) return false;
-    return !ancestors_of(git_, {*tracked_}).contains(*server_) &&
-           !ancestors_of(git_, {*server_}).contains(*tracked_) &&
+    return !leads_to(git_, *tracked_, *server_) && !leads_to(git_, *server_, *tracked_) &&
            !along_line(git_, *tracked_, [](const Oid &) { return true; });
 }
 
 void Look::find_lost(Standing &standing) {
     if (!server_ || !tracked_ || zOidIsEqual(&*server_, &*tracked_)) return;
-    const Ids theirs = ancestors_of(git_, {*tracked_});
-    if (theirs.contains(*server_) || is_lost_unknown()) return;
+    if (leads_to(git_, *tracked_, *server_) || is_lost_unknown()) return;
     standing.went_back = true;
     standing.from = *server_;
     standing.to = *tracked_;
-    standing.fork = find_fork(theirs);
+    standing.fork = find_fork(ancestors_of(git_, {*tracked_}));
 }
 
 // By the history of what was lost; where a part of that was never here, by what was tracked then.

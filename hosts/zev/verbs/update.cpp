@@ -43,13 +43,13 @@ Entries readable(const WorkingCopy &copy, const DiffList *list) {
     return entries;
 }
 
-// What differs between the branch and a commit of the server, of which the trees come here.
+// What differs between a commit of the server, of which the trees come here, and what the branch
+// has in common with it.
 OwnedDiff compare(const Host &host, const WorkingCopy &copy, Remote *remote, const Commit *commit,
                   PathSpec *spec) {
     check(zRemoteDownloadMatches(remote, zCommitTreeId(commit), Z_OBJECT_TREE, spec));
     const OwnedTree theirs(check(zCommitTree(commit)));
-    OwnedTree ours;
-    if (copy.born()) ours.reset(check(zCommitTree(copy.head().get())));
+    const OwnedTree ours(check(zRemoteGround(copy.repository())));
     OwnedDiff list(check(zDiffTreeToTree(ours.get(), theirs.get(), spec, nullptr)));
     stop_on_break(host.notify);
     return list;
