@@ -226,7 +226,7 @@ bool Look::is_lost_unknown() const {
 }
 
 void Look::find_lost(Standing &standing) {
-    if (!server_ || !tracked_ || zOidIsEqual(&*server_, &*tracked_)) return;
+    if (!head_ || !server_ || !tracked_ || zOidIsEqual(&*server_, &*tracked_)) return;
     if (leads_to(git_, *tracked_, *server_) || is_lost_unknown()) return;
     standing.went_back = true;
     standing.from = *server_;
