@@ -385,13 +385,15 @@ bool push(CommitContext &commit) {
 
 // What somebody committed by git since the update lies below the commit that was sent, and was not
 // sent with it: then the note stays where it is.
-void note(CommitContext &commit) {
+void note(CommitContext &commit) try {
     const std::optional<Oid> agreed = agreed_commit(commit.repository, commit.head.get());
     const CommitPtr made(zBranchCommit(commit.head.get()));
     const Oid *below = made ? zCommitParentId(made.get()) : nullptr;
     const bool follows = made && (agreed ? below && zOidIsEqual(&*agreed, below) : !below);
     note_agreed(commit.repository, commit.head.get(), follows ? zCommitId(made.get()) : nullptr,
                 zBranchResolve(commit.upstream.get()));
+} catch (...) {
+    fail_thrown(); // what is not noted is found out
 }
 
 // The server has it: from here on nothing goes back.

@@ -116,11 +116,13 @@ bool lay_ground(UpdateContext &context, Losses losses) {
     return true;
 }
 
-void agree(UpdateContext &context) {
+void agree(UpdateContext &context) try {
     const KeptFailure kept;
     const bool follows = !context.empty_upstream;
     note_agreed(context.repository, context.head.get(), zBranchResolve(context.head.get()),
                 follows ? zBranchResolve(context.upstream.get()) : nullptr);
+} catch (...) {
+    fail_thrown(); // what is not noted is found out
 }
 
 } // namespace zev
