@@ -58,12 +58,10 @@ class Switch {
         const bool is_other = options_.create || (is_here && !follows(copy_, full_branch(name))) ||
                               (!is_here && !remote_branch(copy_, name).empty());
         if (!is_other || current_branch(copy_) == full_branch(name)) return;
+        const std::string get = "\"zev get " + url + " DIR --branch NAME\"";
         throw Failed(kOther, name +
-                                 ": would follow no branch of the server, and nothing on it be "
-                                 "sent; \"zev get " +
-                                 url +
-                                 " DIR --branch NAME\" makes a copy of "
-                                 "another branch there");
+                                 ": no branch of the server is followed there, and nothing would " +
+                                 "be sent; " + get + " makes a copy of another one");
     }
 
     // What only a remote has as a branch becomes one here, if the user agrees.
