@@ -71,3 +71,9 @@ template <class T> Guard<T> guard(T *pointer, void (*release)(T *)) {
 // Fails with the text of the thread's error record.
 #define ASSERT_OK(expression) ASSERT_TRUE(expression) << test::narrow(zErrorDetail())
 #define EXPECT_OK(expression) EXPECT_TRUE(expression) << test::narrow(zErrorDetail())
+
+// Fail unless the expression gives nothing and leaves that class, or that code, in the record.
+#define EXPECT_REFUSED(expression, error_class)                                                    \
+    EXPECT_TRUE(!(expression) && zErrorClass() == (error_class)) << test::narrow(zErrorDetail())
+#define EXPECT_FAILS_WITH(expression, error_code)                                                  \
+    EXPECT_TRUE(!(expression) && zErrorCode() == (error_code)) << test::narrow(zErrorDetail())
