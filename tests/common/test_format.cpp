@@ -110,19 +110,9 @@ TEST(Format, KeepsThePointUnderAHostsLocale) {
     EXPECT_TRUE(zSscanfA("2.5", "%f", &value) == 1 && value == 2.5f);
 }
 
-TEST(Format, PrintsUtf8) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(zPrintfW(u"%s %d\n", u"\u00E9\u20AC", 5), 5);
-    fflush(stdout);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "\xC3\xA9\xE2\x82\xAC 5\n");
-}
-
 TEST(Number, HumanTime) {
     const std::pair<double, const char *> rows[] = {
-        {0.5, "0.50 second"},
-        {1, "1.00 seconds"},
         {90, "1 minute 30 seconds "},
-        {3600, "1 hour 0 minute 0 second "},
         {2 * 86400 + 120.9, "2 days 0 hour 2 minutes 0 second "},
         {-1.0, "0.00 second"},
         {std::nan(""), "0.00 second"},

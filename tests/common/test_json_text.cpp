@@ -121,13 +121,6 @@ TEST(JsonText, UnorderedTwinsInALargeObject) {
                   i + 2500);
 }
 
-TEST(JsonText, Escapes) {
-    auto escaped = guard(zJsonEscapeString(u"a\n\"\x01/\x20ac"), zStrfreeW);
-    EXPECT_EQ(std::u16string(escaped.get()), u"a\\n\\\"\x01/\x20ac"); // only what must be
-    auto plain = guard(zJsonUnescapeString(u"\\n\\\"\\/\\u0041\\q\\"), zStrfreeW);
-    EXPECT_EQ(std::u16string(plain.get()), u"\n\"\\/\\u0041\\q\\"); // nor more on the way back
-}
-
 TEST(JsonText, WhatCannotBeWritten) {
     auto text = guard(zJsonNewString(u"x"), zJsonFree);
     EXPECT_EQ(written(text.get()), "(failed)");

@@ -1,8 +1,7 @@
-// Texts taken apart: regular expressions, with the bound on their work, and tokens.
+// Regular expressions, with the bound on their work.
 #include "support.hpp"
 
 #include "zev/regex.h"
-#include "zev/token.h"
 
 #include <chrono>
 
@@ -79,23 +78,6 @@ TEST(Regex, WorkIsBounded) {
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
         EXPECT_LT(taken.count(), 60) << row.pattern; // some seconds, with room for sanitizers
     }
-}
-
-std::u16string all_of(Token *token) {
-    std::u16string tokens;
-    for (zTokenStart(token); !zTokenDone(token); zTokenStep(token))
-        tokens.append(zTokenString(token)).append(u"|");
-    return tokens;
-}
-
-TEST(Token, StartsOnceAndSeeksFromThereOn) {
-    auto token = test::guard(zTokenNew(u"x//Repos/ann/repos", u"/"), zTokenFree);
-    Token *t = token.get();
-    EXPECT_FALSE(zTokenStep(t) || zTokenRemain(t) || zTokenSeek(t, u"x"));
-    EXPECT_TRUE(zTokenStart(t) && !zTokenStart(t));
-    EXPECT_TRUE(zTokenSeek(t, u"x") && zTokenSeek(t, u"REPOS"));
-    ASSERT_OK(zTokenReinit(t, zTokenRemain(t), u"/")); // its own text
-    EXPECT_EQ(all_of(t), u"ann|repos|");
 }
 
 } // namespace

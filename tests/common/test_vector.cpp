@@ -21,52 +21,6 @@ int32_t by_key(const void *a, const void *b) {
     return left->key < right->key ? -1 : left->key > right->key;
 }
 
-std::u16string string_at(const Vector *vector, uint64_t index) {
-    zwchar *text = nullptr;
-    EXPECT_TRUE(zVectorAt(vector, index, &text));
-    return text;
-}
-
-// Width and sign of each code: the greatest and the least value sort in their places.
-TEST(Vector, TypeCodesHaveTheirWidthAndSign) {
-    constexpr struct {
-        int32_t type;
-        uint64_t size;
-        bool is_signed;
-    } kRows[] = {{0, 1, false},  {1, 1, true},  {2, 1, false},  {3, 2, true},   {4, 2, false},
-                 {5, 4, true},   {6, 4, false}, {7, 4, true},   {8, 4, false},  {10, 8, true},
-                 {11, 8, false}, {13, 1, true}, {14, 2, false}, {15, 8, false}, {16, 8, true}};
-    for (auto [type, size, is_signed] : kRows) {
-        Vec vector = prim(type);
-        ASSERT_TRUE(zVectorPush(vector.get(), int64_t{-1}) &&
-                    zVectorPush(vector.get(), int64_t{1}));
-        const auto *first = static_cast<uint8_t *>(zVectorAddrAt(vector.get(), 0));
-        EXPECT_EQ(static_cast<uint8_t *>(zVectorAddrAt(vector.get(), 1)) - first, (int64_t)size);
-        ASSERT_TRUE(zVectorSort(vector.get()));
-        EXPECT_EQ(zVectorSearch(vector.get(), int64_t{-1}), is_signed ? 0 : 1) << type;
-    }
-    Vec reals = prim(Z_TYPE_FLOAT);
-    for (double value : {2.5, -1.0, 0.25}) ASSERT_TRUE(zVectorPush(reals.get(), value));
-    float out = 0;
-    EXPECT_EQ(zVectorSearch(reals.get(), 2.5), 2);
-    EXPECT_TRUE(zVectorAt(reals.get(), 0, &out) && out == -1.0f);
-}
-
-TEST(Vector, InsertSetRemoveKeepTheRest) {
-    Vec texts = prim(Z_TYPE_STRINGW);
-    Vector *v = texts.get();
-    zwchar text[] = u"b";
-    ASSERT_TRUE(zVectorPush(v, text));
-    text[0] = u'x'; // a copy was taken
-    ASSERT_TRUE(zVectorInsert(v, uint64_t{1000}, u"d") && zVectorInsert(v, uint64_t{1}, u"c") &&
-                zVectorInsert(v, uint64_t{0}, u"a"));
-    ASSERT_TRUE(zVectorSet(v, uint64_t{3}, string_at(v, 0).c_str()) && zVectorRemove(v, 1));
-    EXPECT_EQ(string_at(v, 0) + string_at(v, 1) + string_at(v, 2), u"aca");
-    ASSERT_TRUE(zVectorPop(v) && zVectorPush(v, nullptr)); // null stays null and sorts as empty
-    EXPECT_EQ(zVectorSearch(v, u""), 0);
-    EXPECT_EQ(zVectorSearch(v, u"c"), 2);
-}
-
 // Growing and moving up must not lose sight of the element that was handed in.
 TEST(Vector, TakesItsOwnElements) {
     Vec pairs = guard(zVectorNewStru(0, sizeof(Pair), by_key, nullptr), zVectorFree);
