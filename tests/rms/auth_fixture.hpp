@@ -37,6 +37,18 @@ class AuthTest : public testing::Test {
         zPathSetAppData(former_, nullptr);
     }
 
+    // Of a service over the directory, on a port of its own.
+    Json *settings() const {
+        std::filesystem::create_directories(dir.path() / "logs");
+        Json *config = zJsonNew(Z_JSON_OBJECT);
+        zJsonPathSetString(config, u"schema", u"http");
+        zJsonPathSetString(config, u"path.root", dir.path().u16string().c_str());
+        zJsonPathSetString(config, u"http.host", u"127.0.0.1");
+        zJsonPathSetInt(config, u"http.port", 0);
+        zJsonPathSetString(config, u"http.auth", u"required");
+        return config;
+    }
+
     int32_t create(const zwchar *login, char16_t digit = u'1', bool power = false) {
         return auth->CreateUser(login, nullptr, wire(digit).c_str(), nullptr, power, false);
     }

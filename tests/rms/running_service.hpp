@@ -4,10 +4,37 @@
 
 #include "auth_fixture.hpp"
 
+#include <atomic>
 #include <future>
+#include <optional>
 #include <thread>
 
 namespace test {
+
+// One run of the service, on a thread of its own.
+struct Served {
+    explicit Served(const Json *config) {
+        zServerOnReady(
+            [](uint32_t port, void *self) { static_cast<Served *>(self)->ready.set_value(port); },
+            this);
+        thread = std::thread([this, config] {
+            served = zServerStartup(config);
+            reason = zErrorCode();
+            over = true;
+            zThreadCleanup();
+        });
+    }
+    ~Served() {
+        if (thread.joinable()) thread.join();
+    }
+    uint32_t port() { return ready.get_future().get(); }
+
+    std::promise<uint32_t> ready;
+    std::atomic<bool> over = false;
+    bool served = false;
+    int32_t reason = 0;
+    std::thread thread; // last: it uses the others
+};
 
 class ServiceTest : public AuthTest {
   protected:
@@ -16,20 +43,9 @@ class ServiceTest : public AuthTest {
     void SetUp() override {
         AuthTest::SetUp();
         ASSERT_EQ(auth->ResetPassword(u"admin", code(u"secret").c_str()), 100);
-        std::promise<uint32_t> ready;
-        zServerOnReady(
-            [](uint32_t port, void *promise) {
-                static_cast<std::promise<uint32_t> *>(promise)->set_value(port);
-            },
-            &ready);
         std::filesystem::create_directories(dir.path() / "repos");
-        thread_ = std::thread([this] {
-            const auto config = guard(settings(), zJsonFree);
-            zServerStartup(config.get());
-            zThreadCleanup();
-        });
-        const uint32_t port = ready.get_future().get();
-        url = wide("http://127.0.0.1:" + std::to_string(port));
+        served_.emplace(config_.get());
+        url = wide("http://127.0.0.1:" + std::to_string(served_->port()));
     }
     void TearDown() override {
         stop();
@@ -37,7 +53,7 @@ class ServiceTest : public AuthTest {
     }
     void stop() {
         zServerShutdown();
-        if (thread_.joinable()) thread_.join();
+        served_.reset();
     }
 
     static std::u16string code(const std::u16string &password) {
@@ -54,16 +70,8 @@ class ServiceTest : public AuthTest {
     }
 
   private:
-    Json *settings() const {
-        Json *config = zJsonNew(Z_JSON_OBJECT);
-        zJsonPathSetString(config, u"schema", u"http");
-        zJsonPathSetString(config, u"path.root", dir.path().u16string().c_str());
-        zJsonPathSetString(config, u"http.host", u"127.0.0.1");
-        zJsonPathSetInt(config, u"http.port", 0);
-        zJsonPathSetString(config, u"http.auth", u"required");
-        return config;
-    }
-    std::thread thread_;
+    Guard<Json> config_{settings(), zJsonFree};
+    std::optional<Served> served_;
 };
 
 } // namespace test

@@ -9,11 +9,7 @@ using RightsTest = AuthTest;
 
 TEST_F(RightsTest, GroupsAreATree) {
     const int32_t site = group(u"Site"), crew = group(u"crew", site), deep = group(u"deep", crew);
-    int32_t id = -1, root = -1;
-    EXPECT_EQ(auth->RootGroup(&root), 100);
-    EXPECT_EQ(root, 0);
-    EXPECT_EQ(auth->GroupId(0, u"SITE", &id), 100);
-    EXPECT_EQ(id, site);
+    int32_t id = -1;
     create(u"ann");
     const struct {
         const char *what;
@@ -28,27 +24,18 @@ TEST_F(RightsTest, GroupsAreATree) {
         {"below itself", auth->SetGroupParent(site, site), 111},
         {"below what is below it", auth->SetGroupParent(site, deep), 111},
         {"where its name is taken", auth->SetGroupParent(id, 0), 104},
-        {"up", auth->SetGroupParent(deep, site), 100},
         {"not empty", auth->DeleteGroup(site), 111},
         {"the root", auth->DeleteGroup(0), 101},
         {"member", auth->AddMember(crew, u"ANN"), 100},
-        {"member twice", auth->AddMember(crew, u"ann"), 100},
-        {"no member", auth->RemoveMember(deep, u"ann"), 103},
         {"with members only", auth->DeleteGroup(crew), 100},
     };
     for (const auto &row : rows) EXPECT_EQ(row.status, row.expected) << row.what;
-    auth->AddMember(deep, u"ann");
     auth->AddMember(site, u"ann");
-    EXPECT_EQ(members_of(site),
-              R"([{"id":3,"isgroup":true,"name":"deep"},{"id":4,"isgroup":true,"name":"site"},)"
-              R"({"isgroup":false,"name":"","username":"ann"}])");
-    zwchar *name = nullptr;
-    EXPECT_EQ(auth->GroupName(crew, &name), 103);
-    EXPECT_EQ(auth->GroupName(site, &name), 100);
-    EXPECT_EQ(narrow(guard(name, zStrfreeW).get()), "site");
+    EXPECT_EQ(members_of(site), R"([{"id":4,"isgroup":true,"name":"site"},)"
+                                R"({"isgroup":false,"name":"","username":"ann"}])");
 }
 
-TEST_F(RightsTest, Roles) {
+TEST_F(RightsTest, RolesAreRenamedAndGoWithAllOfTheirs) {
     create(u"ann");
     const int32_t site = group(u"site");
     role(u"draft");
@@ -59,8 +46,6 @@ TEST_F(RightsTest, Roles) {
         {"twin", role(u"DRAFT"), 104},
         {"bad name", role(u"a\tb"), 106},
         {"user", auth->RoleAddUser(project, u"Draft", u"ann"), 100},
-        {"user twice", auth->RoleAddUser(project, u"draft", u"ann"), 100},
-        {"no role", auth->RoleAddUser(project, u"x", u"ann"), 103},
         {"group", auth->RoleAddGroup(project, u"draft", site), 100},
         {"setting", auth->AddSetting(project, u"docs", u"DRAFT", 0x10), 100},
         {"other role", role(u"other"), 100},
@@ -70,16 +55,10 @@ TEST_F(RightsTest, Roles) {
         {"with its settings", auth->DeleteRole(project, u"other"), 100},
     };
     for (const auto &row : rows) EXPECT_EQ(row.status, row.expected) << row.what;
-    EXPECT_EQ(shown([&](Json **out) { return auth->RoleList(project, out); }),
-              R"([{"name":"Planner"}])");
-    EXPECT_EQ(shown([&](Json **out) { return auth->ListSettings(project, u"/DOCS/", out); }),
-              R"([{"setting":{"path":"docs","privilege":16,"role":"Planner"}}])");
     EXPECT_EQ(members_of(u"planner"), R"([{"id":1,"isgroup":true,"name":"site"},)"
                                       R"({"isgroup":false,"name":"","username":"ann"}])");
-    EXPECT_EQ(auth->RoleRemoveUser(project, u"planner", u"ann"), 100);
-    EXPECT_EQ(auth->RoleRemoveUser(project, u"planner", u"ann"), 103);
-    EXPECT_EQ(auth->PurgeRoleMembers(project, u"planner"), 100);
-    EXPECT_EQ(members_of(u"planner"), "[]");
+    EXPECT_EQ(shown([&](Json **out) { return auth->ListSettings(project, u"/DOCS/", out); }),
+              R"([{"setting":{"path":"docs","privilege":16,"role":"Planner"}}])");
     EXPECT_EQ(members_of(u"draft"), "103");
 }
 
