@@ -115,16 +115,15 @@ class WorkingCopyTest : public RepositoryTest {
 
     // Both sides of a merge by git have changed the file.
     void make_conflict(const std::string &path) {
-        const std::string commit = "-c user.name=x -c user.email=x commit -qam ";
         put(path, "base");
         commit_all();
         git(place, "checkout -q -b other");
         put(path, "theirs");
-        git(place, commit + "theirs");
+        git_as("commit -qam theirs");
         git(place, "checkout -q master");
         put(path, "ours");
-        git(place, commit + "ours");
-        git(place, "-c user.name=x -c user.email=x merge -q other");
+        git_as("commit -qam ours");
+        git_as("merge -q other");
     }
     std::string brief_status() { return git(place, "status --porcelain"); }
 

@@ -1,7 +1,6 @@
 #include "copy_fixture.hpp"
 
 #include <zev/checkout.h>
-#include <zev/share.h>
 #include <zev/transaction.h>
 
 #include <cstring>
@@ -53,10 +52,6 @@ class CheckoutTest : public WorkingCopyTest {
                            entry + "\\t" + path + "\\n'; } | git mktree --missing");
         git_as("update-ref refs/heads/side " + git_as("commit-tree -m more -p side " + tree));
     }
-    void lose(const std::string &object) { // as a store that holds a part of the project
-        const std::string id = git(place, "rev-parse " + object);
-        fs::remove(place / ".git/objects" / id.substr(0, 2) / id.substr(2));
-    }
     void expect_told(const zwchar *word, std::initializer_list<std::string> paths) {
         for (const std::string &path : paths)
             EXPECT_TRUE(report.told(text(word) + " " + path)) << narrow(word) << " " << path;
@@ -73,23 +68,6 @@ class CheckoutTest : public WorkingCopyTest {
 };
 
 } // namespace
-
-TEST_F(CheckoutTest, TakesInWhatNobodyTouched) {
-    const std::string old = head();
-    ASSERT_OK(checkout());
-    expect_as();
-    EXPECT_EQ(git(place, "log -1 --format='%an %P %s'"),
-              "remote " + old + " MERGE: " + git(place, "rev-parse side").substr(0, 8));
-    expect_told(u"action.sAdded", {"new/file"});
-    expect_told(u"action.sUpdated", {"kept"});
-    expect_told(u"action.sDeleted", {"gone"});
-    EXPECT_FALSE(exists(".git/.index.zlck") || exists(".git/refs/heads/.master.zlck"));
-    // Nothing is left to do, and no commit is made for that.
-    const std::string now = head();
-    EXPECT_OK(checkout("HEAD"));
-    EXPECT_OK(zRepositoryCheckout(repository.get(), nullptr));
-    EXPECT_EQ(head(), now);
-}
 
 TEST_F(CheckoutTest, KeepsWhatTheUserChanged) {
     put("edited", "mine");
@@ -138,7 +116,7 @@ TEST_F(CheckoutTest, LeavesFilesInUse) {
     EXPECT_EQ(git(place, "diff --name-only --no-renames HEAD side"), "d\nd/in\nkept");
 }
 
-// One during the last file is told too, and one before the first makes no commit, with force too.
+// One before the first file makes no commit, with force too, nor does one amid the only file.
 TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
     static int calls;
     const std::string old = head();
@@ -155,36 +133,6 @@ TEST_F(CheckoutTest, ABreakKeepsWhatWasDone) {
     zCheckSpecSetOptions(spec.get(), Z_CHECK_FORCE);
     ASSERT_OK(checkout());
     EXPECT_EQ(head() + porcelain(), old + " M d/in");
-    git_as("checkout -q d/in");
-    report.usrbrk = [](auto *n) { return static_cast<const Report *>(n)->stop; };
-    zCheckSpecSetOptions(spec.get(), 0);
-    report.progress = [](const Notify *notify, const zwchar *) {
-        if (--calls == 0) const_cast<Report *>(static_cast<const Report *>(notify))->stop = true;
-    };
-    for (const char *done : {"edited\ngone\ngone-edited", "kept\nnew/file\nsame\nuntracked"}) {
-        calls = *done == 'e' ? 2 : 3; // the step that he breaks off behind is none of the progress
-        report.stop = false;
-        report.lines.clear();
-        ASSERT_OK(checkout());
-        EXPECT_TRUE(report.told("cancel: " + text(u"action.sCanceled"))) << done;
-        EXPECT_EQ(porcelain(), "");
-        EXPECT_EQ(git(place, "log -1 --format=%an"), "remote");
-        EXPECT_EQ(git(place, "diff --name-only HEAD^ HEAD"), done);
-    }
-}
-
-TEST_F(CheckoutTest, OnlyTheNamedPathsAndKinds) {
-    put("edited", "mine");
-    for (const auto &[pattern, kinds, options, changes] :
-         {std::tuple{u"new", 0u, 0u, "A\tnew/file"},
-          {u"*", Z_SPEC_NO_DELETED | Z_SPEC_NO_MODIFIED, Z_CHECK_FORCE, "A\tuntracked"},
-          {u"gone*", Z_SPEC_NO_MODIFIED, 0u, "D\tgone\nD\tgone-edited"}}) {
-        zCheckSpecSetPaths(spec.get(), WorkingCopyTest::spec({pattern}, kinds).get());
-        zCheckSpecSetOptions(spec.get(), options);
-        ASSERT_OK(checkout());
-        EXPECT_EQ(git(place, "diff --name-status HEAD^ HEAD"), changes);
-        EXPECT_EQ(porcelain(), " M edited") << changes;
-    }
 }
 
 // A name that git alone takes, and that stays, is no failure.
@@ -265,15 +213,7 @@ TEST_F(CheckoutTest, KeepsGitlinksInTheIndex) {
     EXPECT_EQ(porcelain(), "UU lib");
 }
 
-// Branch and index are as before when a step fails: here the branch can't move.
-TEST_F(CheckoutTest, RollsBack) {
-    const std::string old = head(), index = at(".git/index");
-    put(".git/refs/heads/master.lock", "");
-    EXPECT_FALSE(checkout());
-    EXPECT_EQ(head(), old);
-    EXPECT_EQ(at(".git/index"), index);
-    take(".git/refs/heads/master.lock");
-    // A directory of the target is not here.
+TEST_F(CheckoutTest, ADirectoryThatCantBeReadFailsIt) {
     plant("040000 tree " + std::string(40, '1'), "lost");
     const auto cant_read = [&] {
         report.lines.clear();
@@ -300,10 +240,10 @@ TEST_F(CheckoutTest, FilesAreAsTheTargetHasThem) {
     git_commit("link");
     git_as("checkout -qB side");
     for (const char *name : {"link", "turns", "goes"}) take(name);
-    for (const char *name : {"link", "turns"}) put(name, "a file\n");
+    put_all({"link", "turns"}, "a file\n");
     fs::create_symlink("nowhere", place / "comes");
     put(".gitattributes", "*.txt text eol=crlf\n*.dwx text eol=crlf\n");
-    for (const char *name : {"!.txt", "text.txt"}) put(name, "1\r\n");
+    put_all({"!.txt", "text.txt"}, "1\r\n");
     put("plan.dwx", "1\n");
     std::string noise(3u << 20, 0);
     std::generate(noise.begin(), noise.end(), std::minstd_rand());
@@ -348,27 +288,6 @@ TEST_F(CheckoutTest, StaysBeforeALink) {
     ASSERT_OK(checkout());
     expect_as();
     EXPECT_EQ(read(outside / "file") + read(outside / "in"), "not oursnor this");
-}
-
-// Write bits mean nothing for what a file holds, and names are what they are, by the byte.
-TEST_F(CheckoutTest, TakesReadOnlyFilesAndTwins) {
-    git_as("checkout -q side");
-    git_as("mv d/in D-in");
-    git_as("mv d/two d/TWO");
-    put("twin", "one"), put("Twin", "other");
-    git_commit("twins");
-    git_as("checkout -q master");
-    for (const char *name : {"kept", "gone"})
-        fs::permissions(place / name, fs::perms::owner_read | fs::perms::group_read);
-    git(place, "status");
-    ASSERT_OK(checkout());
-    expect_as();
-    EXPECT_FALSE(exists("gone") || exists("d/two"));
-    EXPECT_EQ(at("kept") + at("twin") + at("Twin"), "side keptoneother");
-    // The index is younger than every file: no status has to look into one.
-    const auto written = fs::last_write_time(place / ".git/index");
-    for (const char *name : {"kept", "twin", "Twin", "d/TWO"})
-        EXPECT_LT(fs::last_write_time(place / name), written) << name;
 }
 
 // A conflict from before whose file is gone: what the index keeps of it may be all there is. That

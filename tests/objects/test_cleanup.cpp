@@ -22,24 +22,6 @@ class CleanupTest : public WorkingCopyTest {
 
 } // namespace
 
-TEST_F(CleanupTest, TakesUntrackedFilesIntoTheTrash) {
-    ASSERT_OK(clean_up());
-    EXPECT_EQ(porcelain("--ignored"), " M kept\n!! x.bak");
-    EXPECT_FALSE(exists("d"));
-    EXPECT_EQ(trashed(), "new 1=1;new2=1;");
-
-    // With paths only what they select; without the trash it is gone, and the trash with it.
-    put_all({"a", "b"});
-    ASSERT_OK(zCleanupSpecAdd(spec.get(), u"a"));
-    ASSERT_OK(clean_up());
-    EXPECT_EQ(trashed(), "a=1;new 1=1;new2=1;");
-    for (int times = 0; times < 2; ++times) { // at last there is no trash
-        ASSERT_OK(zRepositoryCleanup(repository.get(), nullptr));
-        EXPECT_EQ(porcelain("--ignored"), " M kept\n!! x.bak");
-        EXPECT_EQ(trashed(), "");
-    }
-}
-
 // A repository within is somebody's own, and so are the files of one that is damaged.
 TEST_F(CleanupTest, LeavesARepositoryWithinAlone) {
     git(place, "init -q nested/whole");
@@ -71,20 +53,4 @@ TEST_F(CleanupTest, RecoversAndNothingElse) {
     git_as("commit -qam second");
     ASSERT_OK(clean_up());
     EXPECT_EQ(git(place, "status --porcelain -uno"), "");
-}
-
-// Git, which knows no copies of ours, has committed and packed since.
-TEST_F(CleanupTest, RecoveryTakesNoCommitBack) {
-    for (bool packed : {false, true}) {
-        put(".git/.index.zlck", read(place / ".git/index"));
-        put(".git/refs/heads/.master.zlck", git(place, "rev-parse HEAD") + "\n");
-        put("new 1", packed ? "packed" : "loose");
-        git_commit("since");
-        if (packed) git(place, "pack-refs --all");
-        ASSERT_OK(zTransactionRecover(repository.get()));
-        EXPECT_EQ(porcelain(), "") << packed;
-        ASSERT_OK(clean_up());
-        EXPECT_EQ(git(place, "log -1 --format=%s") + porcelain(), "since");
-        EXPECT_FALSE(exists(".git/.index.zlck") || exists(".git/refs/heads/.master.zlck"));
-    }
 }

@@ -8,8 +8,8 @@ namespace {
 struct IndexLooks : WorkingCopyTest {
     void SetUp() override {
         WorkingCopyTest::SetUp();
-        put_all({"a"});
-        git(place, "add . && git -c user.name=a -c user.email=b commit -qm first");
+        put("a", "1");
+        git_commit("first");
         put_all({"x", "y"});
     }
     std::string staged() { return git(place, "diff --cached --name-only"); }

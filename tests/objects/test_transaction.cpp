@@ -40,8 +40,7 @@ TEST_F(TransactionTest, RollsBackToTheByteOrStays) {
             write(file(name), "new");
         if (undo) { // who is refused waits
             TransactionPtr second(zTransactionNew(repository.get()));
-            EXPECT_FALSE(zTransactionLockRef(second.get(), kMaster));
-            EXPECT_EQ(zErrorClass(), 7);
+            EXPECT_REFUSED(zTransactionLockRef(second.get(), kMaster), 7);
             EXPECT_OK(zTransactionRollback(transaction.get()));
         }
         transaction.reset();

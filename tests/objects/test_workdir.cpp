@@ -39,31 +39,6 @@ bool writable(const fs::path &path) {
 
 } // namespace
 
-TEST_F(WorkdirTest, RemovalTakesEmptiedDirectoriesAlong) {
-    const Names all = {"a/", "a/b/", "a/b/x", "a/e/", "a/y", "top"};
-    const Names no_b = {"a/", "a/e/", "a/y", "top"}; // a/e goes only with its parent
-    struct {
-        bool (*remove)(Repository *, const zwchar *);
-        const zwchar *path;
-        Names left;
-    } kRows[] = {{zWorkdirUnlink, u"a/b/x", no_b},
-                 {zWorkdirRemove, u"a/b/", no_b},
-                 {zWorkdirDrop, u"a/b/x", no_b},
-                 {zWorkdirRmdirR, u"a/e", {"a/", "a/b/", "a/b/x", "a/y", "top"}},
-                 {zWorkdirRmdirR, u"", all}};
-    for (const auto &row : kRows) {
-        fs::remove_all(place / "a");
-        put_all({"a/b/x", "a/y", "top"});
-        fs::create_directories(place / "a/e");
-        EXPECT_OK(row.remove(repository.get(), row.path)) << narrow(row.path);
-        EXPECT_EQ(tree(), row.left) << narrow(row.path);
-    }
-    fs::remove(place / "a/y");
-    EXPECT_FALSE(zWorkdirUnlink(repository.get(), u"a"));
-    EXPECT_OK(zWorkdirUnlink(repository.get(), u"a/b/x"));
-    EXPECT_EQ(tree(), Names{"top"}); // a/e held no file
-}
-
 TEST_F(WorkdirTest, NothingLeadsOut) {
     const fs::path outside = dir.path() / "outside";
     write(outside / "keep", "theirs");
@@ -99,33 +74,6 @@ TEST_F(WorkdirTest, KeepsTheGitDirectoryWhereverItLies) {
     for (auto take : {zWorkdirRemove, zWorkdirDrop})
         for (const zwchar *path : {u"in", u"in/store"}) EXPECT_FALSE(take(repository.get(), path));
     EXPECT_TRUE(fs::exists(place / "in/store/HEAD"));
-}
-
-TEST_F(WorkdirTest, ReadOnlyIsForFiles) {
-    put_all({"docs/sub/b", "c"});
-    fs::create_symlink("../c", place / "docs/link");
-    ASSERT_OK(zWorkdirChread(repository.get(), u"docs", true));
-    EXPECT_FALSE(writable(place / "docs/sub/b"));
-    EXPECT_TRUE(writable(place / "docs/sub") && writable(place / "c"));
-}
-
-TEST_F(WorkdirTest, Obstacles) {
-    const struct {
-        const zwchar *path;
-        int32_t trash;
-        Names left;
-        const char *trashed;
-    } kRows[] = {{u"a/b/c", 0, {"d/", "d/e"}, ""}, // the file `a`
-                 {u"a/b/c", 0x101, {"d/", "d/e"}, "a=1;"},
-                 {u"d", 0x100, {"a"}, ""}, // only the low byte counts
-                 {u"d/e", 1, {"a"}, "e=1;"}};
-    for (const auto &row : kRows) {
-        put_all({"a", "d/e"});
-        EXPECT_OK(zWorkdirRemoveObstacle(repository.get(), row.path, row.trash));
-        EXPECT_EQ(tree(), row.left) << narrow(row.path);
-        EXPECT_EQ(trashed(), row.trashed) << narrow(row.path);
-        take(".git/trash");
-    }
 }
 
 TEST_F(WorkdirTest, RenameKeepsWhatStandsInTheWay) {
