@@ -1,7 +1,5 @@
 #include "copy_fixture.hpp"
 
-#include "objects/store/diff.hpp"
-
 #include <filesystem>
 
 using namespace test;
@@ -18,24 +16,6 @@ bool cancel(const void *, const void *, const char *, void *self) {
 }
 
 } // namespace
-
-TEST_F(DiffListTest, TreesByRecord) {
-    TreePtr from = tree({{u"a", "1"}, {u"docs/b", "1"}, {u"gone", "1"}, {u"same", "1"}});
-    TreePtr to = tree({{u"a", "22"}, {u"docs/b", "1"}, {u"new", "333"}, {u"same", "1"}});
-    DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
-    EXPECT_EQ(told(list), "3 a>a;2 gone>gone;1 new>new;");
-    DiffEntry *added = zDiffListLookup(list.get(), u"new");
-    ASSERT_OK(added);
-    EXPECT_EQ(hex(zDiffEntryOldId(added)), hex(zDiffEntryNewId(added))); // the only side
-
-    DiffPtr all(zDiffTreeToTree(from.get(), to.get(), spec({u"same"}, Z_SPEC_NO_ADDED).get(),
-                                nullptr)); // any option off the default asks for unchanged ones
-    EXPECT_EQ(told(all), "0 same>same;");
-    DiffPtr root(zDiffTreeToTree(nullptr, to.get(), spec({u"DOCS"}).get(), nullptr));
-    EXPECT_EQ(told(root), "1 docs/b>docs/b;");
-    EXPECT_FALSE(zDiffTreeToTree(to.get(), to.get(),
-                                 spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_MUST_MATCH).get(), nullptr));
-}
 
 TEST_F(DiffListTest, OnlyIdenticalContentIsARename) {
     TreePtr from = tree({{u"0/empty", ""},
@@ -74,12 +54,10 @@ TEST_F(DiffListTest, ALinkWhereTheFileWas) {
 
 // Between trees libgit2 disregards case, against an index it doesn't: one answer all the same.
 TEST_F(DiffListTest, SpecsSelectAlikeInTreesAndIndex) {
-    put("Docs/b", "1");
-    put("other", "1");
+    put_all({"Docs/b", "other"});
     commit_all();
     TreePtr from(zTreeHead(repository.get()));
-    put("Docs/b", "22");
-    put("other", "22");
+    put_all({"Docs/b", "other"}, "22");
     add({u"*"});
     IndexPtr index(zIndexHead(repository.get(), false));
     TreePtr to(zIndexWriteTree(index.get()));
@@ -116,26 +94,4 @@ TEST_F(DiffListTest, CancelEndsIt) {
         EXPECT_EQ(list != nullptr, stop > 2) << stop; // what is not selected isn't asked for
         EXPECT_EQ(list || zErrorClass() == 11, true);
     }
-}
-
-TEST_F(DiffListTest, ListsAreCopiedAndFiltered) {
-    TreePtr from = tree({{u"old/a", "moved"}, {u"b", "1"}});
-    TreePtr to = tree({{u"new/a", "moved"}, {u"b", "22"}, {u"c", "1"}});
-    DiffPtr list(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
-    ASSERT_EQ(told(list), "3 b>b;1 c>c;4 old/a>new/a;");
-    auto filtered = [&](std::vector<std::u16string> patterns, uint32_t options) {
-        SpecPtr wanted = spec(patterns, options);
-        auto copy = zev::diff_list_filtered(list.get(), wanted.get());
-        EXPECT_EQ(zev::diff_list_any(list.get(), wanted.get()),
-                  copy && zDiffListLength(copy.get()) > 0);
-        return copy ? told(copy) : "(null)";
-    };
-    EXPECT_EQ(filtered({}, Z_SPEC_NO_RENAMED), "3 b>b;1 c>c;1 new/a>new/a;2 old/a>old/a;");
-    EXPECT_EQ(filtered({u"old"}, Z_SPEC_NO_RENAMED), "2 old/a>old/a;");
-    EXPECT_EQ(filtered({u"old"}, Z_SPEC_NO_RENAMED | Z_SPEC_NO_DELETED), "");
-    EXPECT_EQ(filtered({u"old"}, 0), ""); // a rename counts by its new path
-    EXPECT_EQ(filtered({u"none"}, Z_SPEC_MUST_MATCH), "(null)");
-    auto copy = zev::diff_list_dup(list.get());
-    list.reset();
-    EXPECT_EQ(told(copy), "3 b>b;1 c>c;4 old/a>new/a;");
 }

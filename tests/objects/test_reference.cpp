@@ -25,17 +25,12 @@ std::string names(Repository *repository) {
 
 } // namespace
 
-TEST_F(ReferenceTest, CreatesAndResolves) {
+TEST_F(ReferenceTest, PointsAtWhatIsNotHere) {
     const Oid absent = parsed(std::string(40, 'a')), other = parsed(std::string(40, 'b'));
     // A client that holds a part of the history points at what it has never seen.
     ReferencePtr direct(zReferenceCreate(repository.get(), u"refs/remotes/origin/master", &absent));
-    ReferencePtr link(zReferenceSymlink(repository.get(), u"refs/remotes/origin/HEAD",
-                                        u"refs/remotes/origin/master"));
-    EXPECT_EQ(hex(zReferenceResolve(link.get())), hex(&absent));
     ReferencePtr again(zReferenceCreate(repository.get(), u"refs/remotes/origin/master", &other));
     EXPECT_EQ(git(place, "rev-parse --verify refs/remotes/origin/master"), hex(&other));
-    EXPECT_EQ(zReferenceLookup(repository.get(), u"refs/heads/none"), nullptr);
-    EXPECT_EQ(zErrorClass(), 3);
     const zev::StrictOff outer; // another one's, on whatever thread
     ASSERT_OK(ReferencePtr(zReferenceCreate(repository.get(), u"refs/heads/x", &other)));
     EXPECT_OK(zReferenceSetTarget(again.get(), &absent));
@@ -46,8 +41,7 @@ TEST_F(ReferenceTest, GoesWithItsLogAndOnlyFromWhereItWasSeen) {
     ReferencePtr topic(zReferenceLookup(repository.get(), u"refs/heads/deep/topic"));
     git(place, "pack-refs --all");
     CommitPtr second = commit({{u"a", "2"}}, u"two", u"refs/heads/deep/topic");
-    EXPECT_FALSE(zReferenceDelete(topic.get())); // somebody moved it
-    EXPECT_EQ(zErrorCode(), -15);
+    EXPECT_FAILS_WITH(zReferenceDelete(topic.get()), -15); // somebody moved it
     topic.reset(zReferenceLookup(repository.get(), u"refs/heads/deep/topic"));
     ASSERT_OK(zReferenceDelete(topic.get()));
     EXPECT_EQ(git(place, "for-each-ref"), "");
@@ -66,14 +60,8 @@ TEST_F(ReferenceTest, WalkSkipsLockFiles) {
 }
 
 TEST_F(ReferenceTest, BranchesAndTheirUpstream) {
-    BranchPtr head(zBranchHead(repository.get()));
-    EXPECT_TRUE(zBranchUnborn(head.get()));
     CommitPtr made = commit({{u"a", "1"}});
-    EXPECT_EQ(hex(zBranchResolve(head.get())), hex(zCommitId(made.get())));
-    BranchPtr local(zBranchLookup(repository.get(), u"head")),
-        none(zBranchLookup(repository.get(), u"refs/heads/x"));
-    EXPECT_EQ(narrow(zBranchMerge(local.get())), "refs/heads/master");
-    EXPECT_TRUE(zBranchUnborn(none.get()));
+    BranchPtr local(zBranchLookup(repository.get(), u"head"));
     EXPECT_TRUE(!zBranchUpstream(local.get()) && zErrorClass() == 3); // not linked
     git(place, "remote add origin http://localhost/x");
     ASSERT_OK(zBranchInit(repository.get(), u"master", u"origin", u"refs/heads/master"));
@@ -88,10 +76,6 @@ TEST_F(ReferenceTest, BranchesAndTheirUpstream) {
     EXPECT_TRUE(!zBranchUpstream(outside.get()) && zErrorClass() == 3); // no refspec takes it in
     git(place, "checkout -q --detach");
     EXPECT_TRUE(!zBranchHead(repository.get()) && zErrorClass() == 3);
-    for (auto [full, name] : {std::pair{u"refs/heads/a/b", "a/b"},
-                              {u"refs/remotes/origin/x", "origin/x"},
-                              {u"refs/heads/refs/tags/y", "refs/tags/y"}})
-        EXPECT_EQ(narrow(zBranchShorthand(full)), name);
 }
 
 // Branches are shared, HEAD and the notes of a bisection are not: who locks and undoes the wrong

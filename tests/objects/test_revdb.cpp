@@ -143,28 +143,6 @@ TEST_F(RevdbTest, WhatIsInARecordsPlace) {
     EXPECT_FALSE(std::filesystem::exists(place / ".git/revisions"));
 }
 
-TEST_F(RevdbTest, ChangesComeFromTheRecordElseFromTheCommit) {
-    CommitPtr made = commit({{u"a", "1"}, {u"docs/b", "2"}});
-    const Oid id = *zCommitId(made.get());
-    const auto revision = zev::revision_of(made.get());
-    RevisionHeld plain(zRevisionDup(revision.get()));
-    plain->changes.reset();
-    EXPECT_EQ(told(zRevisionChanges(plain.get())), "1 a>a;1 docs/b>docs/b;");
-    std::string text = read(file(id)); // was written on the way
-    write(file(id), text.replace(text.find("docs/b"), 6, "docs/c"));
-    plain->changes.reset();
-    EXPECT_EQ(told(zRevisionChanges(plain.get())), "1 a>a;1 docs/c>docs/c;");
-
-    Held<PathSpec, zPathSpecFree> spec(zPathSpecNew(u"DOCS", Z_SPEC_MUST_MATCH));
-    EXPECT_EQ(told(DiffPtr(zRevisionMatch(revision.get(), spec.get()))), "1 docs/b>docs/b;");
-    zPathSpecSetOn(spec.get(), Z_SPEC_NO_ADDED);
-    EXPECT_EQ(zRevisionMatch(revision.get(), spec.get()), nullptr);
-    EXPECT_EQ(zErrorClass(), 3);
-    plain->changes.reset();
-    plain->id.id[0] ^= 1; // neither record nor commit
-    EXPECT_EQ(zRevisionMatch(plain.get(), nullptr), nullptr);
-}
-
 // ---- The pruned comparison beside libgit2's
 
 namespace {
@@ -197,27 +175,6 @@ class TreeChangesTest : public RepositoryTest {
 };
 
 } // namespace
-
-TEST_F(RevdbTest, EntryOfAPath) {
-    CommitPtr made = commit({{u"a", "1"}, {u"docs/sub/b", "2"}});
-    const auto revision = zev::revision_of(made.get());
-    const std::pair<const zwchar *, const char *> rows[] = {
-        {u"", "HEAD^{tree}"},
-        {u"a", "HEAD:a"},
-        {u"docs/sub", "HEAD:docs/sub"},
-        {u"\\docs\\sub//b/", "HEAD:docs/sub/b"},
-        {u"a/b", ""},
-        {u"docs/none", ""},
-        {u"docs/../a", ""},
-    };
-    for (const auto &[path, named] : rows) {
-        auto object = guard(zRevisionEntry(revision.get(), path), zObjectFree);
-        EXPECT_TRUE(object || zErrorClass() == 3) << narrow(path);
-        EXPECT_EQ(object ? hex(zObjectId(object.get())) : "",
-                  *named ? git(place, std::string("rev-parse ") + named) : "")
-            << narrow(path);
-    }
-}
 
 TEST_F(TreeChangesTest, SameListAsLibgit2) {
     const std::string base = "100644 a 1 100644 B/x 2 100644 B/y 3 100755 b-c 4 100644 d/e/f 5 "

@@ -21,21 +21,21 @@ class RevListTest : public WorkingCopyTest {
             if (entry.is_regular_file()) found[entry.path()] = read(entry.path());
         return found;
     }
-    // Commits by git itself, with everything that a host could not choose.
-    void commit_at(int64_t time, const std::string &author, const std::string &message,
-                   const std::string &path = "a") {
+    // Commits by git itself, with a time that a host could not choose.
+    void commit_at(int64_t time, const std::string &message, const std::string &path = "a") {
         write(place / path, message);
         git(place, "add -A");
         const std::string when = "='@" + std::to_string(time) + " +0000' ";
         run("cd '" + place.string() + "' && GIT_AUTHOR_DATE" + when + "GIT_COMMITTER_DATE" + when +
             "GIT_CONFIG_GLOBAL=/dev/null GIT_COMMITTER_NAME=c GIT_COMMITTER_EMAIL=c@x git commit " +
-            "-q --author='" + author + " <a@x>' -m '" + message + "'");
+            "-q --author='Ann <a@x>' -m '" + message + "'");
     }
     void commits(int count) { // m0, m1 ...
-        for (int i = 0; i < count; ++i) commit_at(1000 + i, "Ann", "m" + std::to_string(i));
+        for (int i = 0; i < count; ++i) commit_at(1000 + i, "m" + std::to_string(i));
     }
     // The messages of a list, or "(null)".
-    std::string list(RevSpec *spec) {
+    std::string list() {
+        RevSpec *spec = wanted.get();
         Held<RevList, zRevListFree> built(zRevListBuild(repository.get(), spec));
         std::vector<Oid> ids;
         EXPECT_EQ(zev::revision_ids(repository.get(), spec, ids), built != nullptr);
@@ -50,61 +50,15 @@ class RevListTest : public WorkingCopyTest {
         std::replace(text.begin(), text.end(), '\n', ' ');
         return text;
     }
-    std::string list() { return list(wanted.get()); }
 };
 
 } // namespace
 
-// Where a shallow clone was cut, history begins, whatever the commit says.
-TEST_F(RevListTest, BeginsWhereAShallowCloneWasCut) {
-    commits(4);
-    const Oid cut = named("HEAD~2");
-    write(place / ".git/shallow", hex(&cut) + "\n");
-    EXPECT_EQ(list(), "m3 m2 m1 ");
-    CommitPtr first(zCommitByid(repository.get(), &cut));
-    EXPECT_EQ(told(DiffPtr(zCommitChanges(first.get(), nullptr, nullptr))), "1 a>a;");
-    std::filesystem::remove(place / ".git/shallow");
-    lose("HEAD~3");
-    EXPECT_EQ(list(), "m3 m2 m1 ") << "the rest is with the server";
-}
-
-TEST_F(RevListTest, FiltersByTimeAuthorAndMessage) {
-    const char *const authors[] = {"Ann", "Annie", "ann/x", "Bob"};
-    for (int i = 0; i < 8; ++i) commit_at(1000 + i, authors[i % 4], "m" + std::to_string(i));
-    EXPECT_EQ(list(nullptr), "m7 m6 m5 m4 m3 m2 m1 m0 ");
-    const std::tuple<Time, Time, const char *> rows[] = {
-        {{1002, 0}, {1005, 0}, "m5 m4 m3 m2 "}, // both ends belong to it
-        {{1005, 1}, {}, "m7 m6 "},
-        {{}, {1001, 999999999}, "m1 m0 "},
-    };
-    for (const auto &[since, until, messages] : rows) {
-        zRevSpecSetSince(wanted.get(), since.seconds ? &since : nullptr);
-        zRevSpecSetUntil(wanted.get(), until.seconds ? &until : nullptr);
-        EXPECT_EQ(list(), messages);
-    }
-    zRevSpecReset(wanted.get());
-    zRevSpecIncludeAuthor(wanted.get(), u"ann");
-    EXPECT_EQ(list(), "m6 m4 m2 m0 "); // Ann and ann/x, not Annie
-    zRevSpecIncludeAuthor(wanted.get(), u"b?b");
-    zRevSpecExcludeAuthor(wanted.get(), u"*/x");
-    EXPECT_EQ(list(), "m7 m4 m3 m0 ");
-    zRevSpecExcludeMessage(wanted.get(), u"M3*");
-    for (const zwchar *text : {u"m0*", u"*4?", u"m3*"}) zRevSpecIncludeMessage(wanted.get(), text);
-    EXPECT_EQ(list(), "m4 m0 ");
-    zRevSpecSetLimit(wanted.get(), 1);
-    EXPECT_EQ(list(), "m4 ");
-    zRevSpecExcludeAuthor(wanted.get(), u"*");
-    EXPECT_EQ(list(), "");
-    zRevSpecSetOn(wanted.get(), Z_REV_MUST_MATCH);
-    EXPECT_EQ(list(), "(null)");
-    EXPECT_EQ(zErrorClass(), 3);
-}
-
 TEST_F(RevListTest, FiltersByPathAndFillsTheRecords) {
     for (int i = 0; i < 10; ++i)
-        commit_at(1000 + i, "Ann", "m" + std::to_string(i), i % 5 ? "docs/a" : "plans/b");
+        commit_at(1000 + i, "m" + std::to_string(i), i % 5 ? "docs/a" : "plans/b");
     git(place, "mv plans old-plans");
-    commit_at(1010, "Ann", "m10", "c");
+    commit_at(1010, "m10", "c");
     std::vector<Oid> ids;
     ASSERT_OK(zev::revision_ids(repository.get(), nullptr, ids));
     EXPECT_EQ(records().size(), 0u); // ids alone need none
@@ -148,31 +102,12 @@ TEST_F(RevListTest, MendsRecordsThatCannotBeRead) {
     EXPECT_EQ(read(path), "{");
 }
 
-TEST_F(RevListTest, OptionsReachThePaths) {
-    RevSpec *spec = wanted.get();
-    PathSpec *paths = zRevSpecPaths(spec);
-    ASSERT_OK(zRevSpecSetOptions(spec, 0x3C10000 | Z_REV_LITERAL | Z_REV_NO_RENAMES));
-    EXPECT_EQ(zPathSpecOptions(paths), 0x110001u);
-    zRevSpecSetOff(spec, Z_REV_LITERAL);
-    zRevSpecSetOn(spec, Z_REV_MUST_MATCH | Z_REV_STAY);
-    EXPECT_EQ(zPathSpecOptions(paths), 0x110002u);
-    Report report;
-    report.stop = true;
-    zRevSpecSetNotify(spec, &report);
-    zRevSpecAddPath(spec, u"a");
-    ASSERT_OK(zRevSpecReset(spec) && zRevSpecAddPath(spec, u"")); // which is no path
-    EXPECT_TRUE(zPathSpecOptions(paths) == 0x10000u && !zPathSpecCount(paths));
-    commits(1);
-    EXPECT_EQ(list(), "(null)"); // the notify stayed, and stops it
-    EXPECT_EQ(zErrorClass(), 6);
-}
-
 TEST_F(RevListTest, FollowsFirstParentsOnly) {
-    commit_at(1000, "Ann", "base");
+    commit_at(1000, "base");
     git(place, "checkout -q -b side");
-    commit_at(1001, "Ann", "side", "s");
+    commit_at(1001, "side", "s");
     git(place, "checkout -q master");
-    commit_at(1002, "Ann", "main", "t");
+    commit_at(1002, "main", "t");
     git(place, "-c user.name=x -c user.email=x merge -q --no-ff -m merge side");
     EXPECT_EQ(list(), "merge main base ");
     zRevSpecAddPath(wanted.get(), u"s"); // what the side brought shows as the merge
@@ -221,10 +156,7 @@ TEST_F(RevListTest, WhereAWalkStarts) {
     ASSERT_OK(zBranchInit(repository.get(), u"master", u"other", u"refs/heads/master"));
     EXPECT_EQ(list(), "(null)"); // its history is the remote's to tell
     EXPECT_EQ(zErrorCode(), 129);
-    const std::pair<uint32_t, const char *> rows[] = {
-        {Z_REV_LOCAL, "m0 "}, {Z_REV_STAY | Z_REV_LOCAL, "m1 m0 "}, {Z_REV_STAY, "m1 m0 "}};
-    for (const auto &[options, messages] : rows) {
-        zRevSpecSetOptions(wanted.get(), options);
-        EXPECT_EQ(list(), messages) << options;
-    }
+    zRevSpecSetOptions(wanted.get(), Z_REV_LOCAL);
+    EXPECT_EQ(list(), "m0 ");
+}
 }
