@@ -44,11 +44,3 @@ TEST(Notify, AFailureIsToldByItsMessage) {
     EXPECT_EQ(host.text, message);
     EXPECT_EQ(zErrorDetail(), message + u": File exists");
 }
-
-TEST(Notify, ADialogKeepsItsOwnTextWhenGivenThat) {
-    auto dialog = guard(zTaskDialogNew(), zTaskDialogFree);
-    EXPECT_EQ(zNotifyShowTaskDialog(nullptr, dialog.get()), -1); // nobody is asked
-    ASSERT_OK(zTaskDialogSetTitle(dialog.get(), u"Locked"));
-    ASSERT_OK(zTaskDialogSetTitle(dialog.get(), zTaskDialogTitle(dialog.get())));
-    EXPECT_EQ(narrow(zTaskDialogTitle(dialog.get())), "Locked");
-}
