@@ -8,13 +8,6 @@ namespace {
 
 using DiffListTest = WorkingCopyTest;
 
-int g_calls, g_stop_at; // of the cancel function, which has no context of its own
-
-bool cancel(const void *, const void *, const char *, void *self) {
-    EXPECT_EQ(self, reinterpret_cast<void *>(cancel));
-    return ++g_calls == g_stop_at;
-}
-
 } // namespace
 
 TEST_F(DiffListTest, OnlyIdenticalContentIsARename) {
@@ -84,14 +77,4 @@ TEST_F(DiffListTest, SpecsSelectAlikeInTreesAndIndex) {
     to = tree({{u"docs/plan.dwx", "1"}, {u"größe", "22"}});
     DiffPtr case_aside(zDiffTreeToTree(from.get(), to.get(), nullptr, nullptr));
     EXPECT_EQ(told(case_aside), "3 größe>größe;");
-}
-
-TEST_F(DiffListTest, CancelEndsIt) {
-    TreePtr to = tree({{u"a", "1"}, {u"b", "1"}, {u"c", "1"}});
-    for (int stop = 1; stop <= 4; ++stop) {
-        g_calls = 0, g_stop_at = stop;
-        DiffPtr list(zDiffTreeToTree(nullptr, to.get(), spec({u"a", u"b"}).get(), cancel));
-        EXPECT_EQ(list != nullptr, stop > 2) << stop; // what is not selected isn't asked for
-        EXPECT_EQ(list || zErrorClass() == 11, true);
-    }
 }
