@@ -3,8 +3,10 @@
 #include "library_file.hpp"
 #include "support.hpp"
 
+#include "common/errno.hpp"
 #include "common/global.hpp"
 
+#include <cerrno>
 #include <thread>
 #include <vector>
 
@@ -39,6 +41,14 @@ TEST(Error, RaisesFromItsOwnTexts) {
     EXPECT_EQ(narrow(zErrorDetail()), "[second: first]: second");
     zSetErrorMsg(u"%s, %s", zErrorReason(), zErrorMsg());
     EXPECT_EQ(narrow(zErrorMsg()), "second, [second: first]");
+}
+
+// A host number that means something else outside must not leak: 103, 104 and 131 overlap.
+TEST(Errno, RaisedOutsideKeptInside) {
+    errno = ECONNRESET;
+    EXPECT_FALSE(bool(zev::fail_system(u"100%s")));
+    EXPECT_TRUE(zErrorClass() == 9 && zErrorCode() == 108 && errno == ECONNRESET);
+    EXPECT_EQ(narrow(zErrorMsg()), "100%s");
 }
 
 TEST(Error, LongTextsAreCut) {

@@ -53,20 +53,6 @@ TEST(Uri, ReadsAndWrites) {
     EXPECT_EQ(text_of(uri), u"/");
 }
 
-TEST(Uri, SettersDropTheCachedText) {
-    const UriPtr uri = parsed(u"http://h/a?k=v");
-    Uri *u = uri.get();
-    const auto now = [&](bool set, const zwchar *text) {
-        EXPECT_TRUE(set);
-        EXPECT_EQ(text_of(uri), text);
-    };
-    now(true, u"http://h/a?k=v");
-    const zwchar *lent = u->cached;
-    now(zUriRemoveQuery(u, u"absent") && u->cached == lent, u"http://h/a?k=v"); // still lent
-    now(zUriSetHost(u, zUriStringfy(u) + 7), u"http://h/a?k=v/a?k=v"); // a part of what goes
-    now(zUriParse(u, u"/x") && zUriParse(u, zUriStringfy(u)) && zUriCopy(u, u), u"/x");
-}
-
 TEST(Uri, Escapes) {
     const std::u16string text = u"/a b%20~ä?k=\U0001F600[";
     const std::u16string escaped = changed<zUriEscape>(text);

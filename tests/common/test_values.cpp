@@ -1,7 +1,5 @@
-// Buffer, Hashmap, Binary, Variant: who owns what is held, and in which order it is walked.
+// Hashmap: in which order it is walked.
 #include "support.hpp"
-
-#include <cstring>
 
 namespace {
 
@@ -33,30 +31,6 @@ TEST(Hashmap, WalksInKeyOrder) {
     ASSERT_TRUE(zHashmapInsert(m, u"B", &values[2]) && zHashmapAt(m, u"B") == &values[2]);
     ASSERT_TRUE(zHashmapRemove(m, u"B") && zHashmapRemove(m, u"B"));
     EXPECT_EQ(zHashmapSize(m), 4u);
-}
-
-TEST(Values, OwnTheirCopies) {
-    Binary binary, other;
-    ASSERT_OK(zBinaryInit(&binary, "bytes", 5) && zBinaryInit(&other, nullptr, 7));
-    ASSERT_TRUE(zBinarySet(&binary, static_cast<char *>(binary.data) + 1, 3)); // of itself
-    ASSERT_TRUE(zBinaryCopy(&other, &binary));
-    EXPECT_EQ(std::string(static_cast<char *>(other.data), other.size), "yte");
-    void *block = zBinaryDeatch(&binary);
-    ASSERT_TRUE(zBinaryCopy(&other, &binary)); // an empty one empties
-    EXPECT_FALSE(other.data || other.size);
-    ASSERT_TRUE(zBinaryAttach(&other, block, 3) && zBinaryAttach(&other, block, 2));
-    zBinaryCleanup(&other);
-
-    Variant variant, copy;
-    ASSERT_TRUE(zVariantInit(&variant) && zVariantInit(&copy) &&
-                zVariantSet(&variant, 20, u"wide"));
-    ASSERT_TRUE(zVariantSet(&variant, 20, variant.value.wide)); // its own text
-    ASSERT_TRUE(zVariantCopy(&copy, &variant) && zVariantCopy(&copy, &copy));
-    EXPECT_EQ(std::u16string(copy.value.wide), u"wide");
-    ASSERT_TRUE(zVariantSet(&variant, 21, "bytes", uint64_t{5}));
-    ASSERT_TRUE(zVariantCopy(&copy, &variant) && zVariantCleanup(&variant));
-    EXPECT_EQ(memcmp(copy.value.binary.data, "bytes", 5), 0);
-    ASSERT_TRUE(zVariantCleanup(&copy));
 }
 
 } // namespace

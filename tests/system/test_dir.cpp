@@ -143,16 +143,4 @@ TEST_F(Dirs, MakingFailsWithItsReason) {
     chmod(dir.path().c_str(), 0755);
 }
 
-TEST(DirSign, DiffersFromTimeToTime) {
-    const auto now = zev::os::calls.now;
-    zev::os::calls.now = [] { return int64_t{0x5F000000} * 1'000'000'000; };
-    char first[34], second[34];
-    EXPECT_TRUE(zDirSign(u"drawing", first) && zDirSign(u"\u5716", second));
-    zev::os::calls.now = now;
-    EXPECT_EQ(std::string(first, 25), "d00000007        5F000000");
-    EXPECT_EQ(std::string(second, 25), "_00000001        5F000000");
-    EXPECT_STRNE(first + 25, second + 25);
-    EXPECT_EQ(strlen(second), 33u);
-}
-
 } // namespace
