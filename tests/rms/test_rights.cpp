@@ -24,6 +24,7 @@ TEST_F(RightsTest, GroupsAreATree) {
         {"below itself", auth->SetGroupParent(site, site), 111},
         {"below what is below it", auth->SetGroupParent(site, deep), 111},
         {"where its name is taken", auth->SetGroupParent(id, 0), 104},
+        {"up", auth->SetGroupParent(deep, site), 100},
         {"not empty", auth->DeleteGroup(site), 111},
         {"the root", auth->DeleteGroup(0), 101},
         {"member", auth->AddMember(crew, u"ANN"), 100},
@@ -31,8 +32,9 @@ TEST_F(RightsTest, GroupsAreATree) {
     };
     for (const auto &row : rows) EXPECT_EQ(row.status, row.expected) << row.what;
     auth->AddMember(site, u"ann");
-    EXPECT_EQ(members_of(site), R"([{"id":4,"isgroup":true,"name":"site"},)"
-                                R"({"isgroup":false,"name":"","username":"ann"}])");
+    EXPECT_EQ(members_of(site),
+              R"([{"id":3,"isgroup":true,"name":"deep"},{"id":4,"isgroup":true,"name":"site"},)"
+              R"({"isgroup":false,"name":"","username":"ann"}])");
 }
 
 TEST_F(RightsTest, RolesAreRenamedAndGoWithAllOfTheirs) {

@@ -147,32 +147,6 @@ TEST(MemStream, WriteBehindTheEndOfAFullBlock) {
     }
 }
 
-// The same steps over every kind with a position.
-void write_and_read(Stream *stream) {
-    ASSERT_TRUE(stream) << test::narrow(zErrorDetail());
-    auto owner = guard(stream, zStreamFree);
-    EXPECT_EQ(zStreamWrite(stream, "0123456789", 10), 10u);
-    EXPECT_TRUE(zStreamFlush(stream) && zStreamSize(stream) == 10 && zStreamTell(stream) == 10);
-    char bytes[20] = {};
-    EXPECT_TRUE(zStreamSeek(stream, -4, 2));
-    EXPECT_EQ(zStreamRead(stream, bytes, sizeof bytes), 4u);
-    EXPECT_STREQ(bytes, "6789");
-    EXPECT_TRUE(zStreamEOF(stream) && !zStreamError(stream));
-    EXPECT_TRUE(zStreamRewind(stream) && !zStreamEOF(stream) && zStreamTell(stream) == 0);
-    EXPECT_TRUE(zStreamSeek(stream, 5LL << 30, 0) && zStreamTell(stream) == 5LL << 30);
-}
-
-TEST(FileStream, WritesAndReads) {
-    test::TempDir dir;
-    write_and_read(zTempStream());
-    write_and_read(zFileStream((dir / u"file").c_str(), u"w+b"));
-    write_and_read(zShareStream((dir / u"share").c_str(), u"w+b", Z_SHARE_NONE));
-    FILE *file = fopen((dir.path() / "mine").c_str(), "w+b"); // stays open
-    write_and_read(zStdioStream(file));
-    EXPECT_TRUE(fseek(file, 0, SEEK_SET) == 0 && fgetc(file) == '0');
-    fclose(file);
-}
-
 TEST(JsonStream, ParsesOnce) {
     auto stream = guard(zJsonStreamIn(), zStreamFree);
     zStreamWrite(stream.get(), "[1", 2);
