@@ -159,4 +159,3 @@ TEST_F(RevListTest, WhereAWalkStarts) {
     zRevSpecSetOptions(wanted.get(), Z_REV_LOCAL);
     EXPECT_EQ(list(), "m0 ");
 }
-}
