@@ -20,7 +20,7 @@ struct Name {
     char text[24] = {};
 };
 
-inline void note(const zwchar *text) { asked += (text ? narrow(text) : "-") + ","; }
+inline void note(const zwchar *text) { asked += narrow(text) + ","; }
 inline void note(int32_t number) { asked += std::to_string(number) + ","; }
 inline void note(bool flag) { asked += flag ? "true," : "false,"; }
 inline void note(Repository *repository) { asked += narrow(zRepositoryName(repository)) + ","; }

@@ -4,10 +4,11 @@
 #include "support.hpp"
 
 #include "network/http/server.hpp"
+#include "system/clock.hpp"
+#include "system/os.hpp"
 
-#include <chrono>
+#include <atomic>
 #include <functional>
-#include <optional>
 #include <string>
 #include <thread>
 
@@ -88,6 +89,20 @@ class RawSocket {
   private:
     int fd_;
     bool connected_;
+};
+
+// While it lives, both clocks are the test's; servers are made and ended within.
+struct FakeClock {
+    static inline std::atomic<int64_t> time = zev::kSecond, wall = zev::kSecond;
+    const zev::os::Calls before = zev::os::calls;
+
+    FakeClock() {
+        zev::os::calls.now = [] { return wall.load(); };
+        zev::os::calls.steady = [] { return time.load(); };
+    }
+    ~FakeClock() { zev::os::calls = before; }
+    FakeClock(const FakeClock &) = delete;
+    FakeClock &operator=(const FakeClock &) = delete;
 };
 
 // All of a response's body, "" without one.

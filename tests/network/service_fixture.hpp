@@ -6,6 +6,8 @@
 
 #include "network/rest/operations.hpp"
 
+#include <git2.h>
+
 namespace test {
 
 // An answer with its body, as JSON where it is that.
@@ -118,6 +120,11 @@ class Service {
                     int *status = nullptr) const {
         return run("git -C " + at(project) + " -c safe.directory='*' " + command + " 2>&1", status);
     }
+    bool has(std::string_view project, const std::string &id) const {
+        int status = 0;
+        git(project, "cat-file -e " + id, &status);
+        return !status;
+    }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(zTcpPort(server_->tcp)); }
     uint32_t port() const { return zTcpPort(server_->tcp); }
     HttpServer &server() { return *server_; }
@@ -148,6 +155,20 @@ class Service {
     std::u16string user_, code_;
     std::thread thread_;
 };
+
+// A commit of a tree, on no branch; its id.
+inline std::string commit_tree(const Service &service, std::string_view project,
+                               const std::string &tree) {
+    return service.git(project, "-c user.name=a -c user.email=a commit-tree -m t " + tree)
+        .substr(0, 40);
+}
+
+// The name that an object of these bytes has.
+inline std::string id_of(std::string_view bytes, git_object_t type = GIT_OBJECT_BLOB) {
+    git_oid id;
+    git_odb_hash(&id, bytes.data(), bytes.size(), type);
+    return git_oid_tostr_s(&id);
+}
 
 // A bare repository of the service, made without it.
 inline void make_project(const Service &service, std::string_view project) {

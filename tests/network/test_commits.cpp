@@ -226,9 +226,7 @@ TEST(CommitRights, AreThoseOfEachPath) {
     using Files = std::vector<std::pair<std::string, std::string>>;
     const Files base{{"b", "b"}, {"in/a", "a"}, {"in/deep/no", "n"}, {"out/x", "x"}};
     const std::string tree = store_tree(service, "ann/plant", base);
-    const std::string id =
-        service.git("ann/plant", "-c user.name=a -c user.email=a commit-tree -m t " + tree)
-            .substr(0, 40);
+    const std::string id = commit_tree(service, "ann/plant", tree);
     const struct {
         Files files;
         bool allowed, rooted; // on the branch, and by itself

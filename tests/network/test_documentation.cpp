@@ -2,6 +2,7 @@
 #include "network/rest/operations.hpp"
 #include "support.hpp"
 
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -15,21 +16,14 @@ std::string service_page() { return test::read(ZEV_DOCS "/rest.md"); }
 // The names of a command table by its target, as the page has them: `name` behind `target`.
 std::set<std::string> told_commands(const std::string &page, const std::string &section) {
     std::set<std::string> result;
-    std::istringstream lines(page.substr(page.find("### " + section)));
-    std::string line;
-    std::getline(lines, line);
-    while (std::getline(lines, line) && !line.starts_with("#")) {
+    const size_t begin = page.find("### " + section) + 4;
+    std::istringstream lines(page.substr(begin, page.find("\n#", begin) - begin));
+    const std::regex word("`([^`]*)`");
+    for (std::string line; std::getline(lines, line);) {
         if (!line.starts_with("| `")) continue;
-        std::string target;
-        for (size_t at = line.find('`'); at != line.npos; at = line.find('`', at + 1)) {
-            const size_t end = line.find('`', at + 1);
-            const std::string word = line.substr(at + 1, end - at - 1);
-            if (target.empty())
-                target = word;
-            else
-                result.insert(target + " " + word);
-            at = end;
-        }
+        std::sregex_iterator at(line.begin(), line.end(), word), end;
+        const std::string target = at->str(1);
+        while (++at != end) result.insert(target + " " + at->str(1));
     }
     return result;
 }

@@ -7,11 +7,10 @@
 #include "system/os.hpp"
 
 #include <atomic>
-#include <cerrno>
 
 #include <sys/resource.h>
 
-using test::Answer, test::Service;
+using test::Service;
 
 namespace {
 
@@ -125,20 +124,6 @@ TEST_F(Failing, IsToldWhereABodyCantBeKept) {
     EXPECT_TRUE(client.send(head + std::string(400'000, 'x')));
     const std::string told = client.receive("}}");
     EXPECT_TRUE(told.starts_with("HTTP/1.1 500 ")) << told;
-}
-
-TEST_F(Failing, IsTheServersFaultForRows) {
-    const auto mkdir = zev::os::calls.mkdir;
-    service.have_done(
-        [] { zev::os::calls.mkdir = [](const char *, mode_t) { return errno = ENOSPC, -1; }; });
-    const Answer stored = service.put(one, test::be32(0));
-    const Answer read =
-        service.ask(Z_HTTP_PATCH, one, test::be32(1) + std::string(16, 'k'), u"x/y");
-    service.have_done([&] { zev::os::calls.mkdir = mkdir; });
-    EXPECT_EQ(stored.code, 500);
-    EXPECT_TRUE(stored.message().starts_with("The drawing table '" + kNone)) << stored.message();
-    EXPECT_EQ(read.code, 500);
-    EXPECT_EQ(service.put(one, test::be32(0)).code, 201);
 }
 
 } // namespace

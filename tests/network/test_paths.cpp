@@ -1,40 +1,21 @@
 // What may be read where rights are required: by the paths that ever named it.
 #include "../objects/drawing_fixture.hpp"
 #include "commit_fixture.hpp"
+#include "rights.hpp"
 
-#include <git2.h>
-
-using test::Answer, test::be32, test::Service;
+using test::be32, test::id_of, test::Service;
 
 namespace {
 
-// "bob" reads docs alone, "mal" writes there, too; "eve" what is not there, "ann" all.
-AuthTable rules() {
-    AuthTable table{};
-    table.CheckUser = [](const zwchar *, const zwchar *, bool) -> int32_t { return Z_AUTH_DONE; };
-    table.GetDefault = [](Repository *, int32_t *bits) -> int32_t {
-        return *bits = 0, Z_AUTH_DONE;
-    };
-    table.UserSettings = [](Repository *, const zwchar *user, Json **list) -> int32_t {
-        const std::u16string_view name = user;
-        const zwchar *path = name == u"ann" ? u"/" : name == u"eve" ? u"attic" : u"docs";
-        const int32_t bits = Z_PRIVILEGE_READ | (name == u"mal" ? Z_PRIVILEGE_WRITE : 0);
-        Json *fields =
-            zJsonNewObject(u"path", zJsonNewString(path), u"privilege", zJsonNewInt(bits), nullptr);
-        *list = zJsonNewArray(zJsonNewObject(u"setting", fields, nullptr), nullptr);
-        return Z_AUTH_DONE;
-    };
-    return table;
-}
-
-std::string id_of(const std::string &bytes) {
-    git_oid id;
-    git_odb_hash(&id, bytes.data(), bytes.size(), GIT_OBJECT_BLOB);
-    return git_oid_tostr_s(&id);
-}
-
 struct Paths : testing::Test {
+    // "bob" reads docs alone, "mal" writes there, too; "eve" what is not there, "ann" all.
     void SetUp() override {
+        constexpr int kRead = Z_PRIVILEGE_READ, kBoth = kRead | Z_PRIVILEGE_WRITE;
+        for (const char *user : {"ann", "bob", "mal", "eve"}) rights.codes[user] = "code";
+        rights.bits = {{"ann", {{"/", kRead}}},
+                       {"bob", {{"docs", kRead}}},
+                       {"mal", {{"docs", kBoth}}},
+                       {"eve", {{"attic", kRead}}}};
         test::make_project(service, project);
         put("docs/open.txt", "open");
         put("secret/hidden.txt", "hidden");
@@ -56,19 +37,15 @@ struct Paths : testing::Test {
             .code;
     }
     int32_t rows(const char *user, const std::string &table) {
-        service.log_in(user, "code");
-        return service
-            .ask(Z_HTTP_PATCH, "/repos/ann/plant/tables/" + table,
-                 be32(1) + std::string(16, '\xFF'), u"application/octet-stream")
-            .code;
+        return of_table(Z_HTTP_PATCH, user, table, be32(1) + std::string(16, '\xFF'));
     }
-
     int32_t store(const char *user, const std::string &table) {
+        return of_table(Z_HTTP_PUT, user, table, be32(0));
+    }
+    int32_t of_table(uint32_t method, const char *user, const std::string &table,
+                     const std::string &body) {
         service.log_in(user, "code");
-        return service
-            .ask(Z_HTTP_PUT, "/repos/ann/plant/tables/" + table, be32(0),
-                 u"application/octet-stream")
-            .code;
+        return service.ask(method, "/repos/ann/plant/tables/" + table, body, u"x/y").code;
     }
 
     std::string drawing(const std::string &of_table, const std::string &thumbnail = "") {
@@ -99,8 +76,8 @@ struct Paths : testing::Test {
             .code;
     }
 
-    AuthTable table = rules();
-    Service service{u"required", &table};
+    test::Rights rights;
+    Service service{u"required", rights.table()};
     const std::string project = "ann/plant";
 };
 

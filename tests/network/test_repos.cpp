@@ -35,48 +35,6 @@ TEST(Names, FollowOneRule) {
     EXPECT_EQ(zErrorCode(), 38);
 }
 
-// The service's calls into the system while it lives: the order in which projects get their names
-// and the disk is waited for; or no project gets one.
-class Calls {
-  public:
-    explicit Calls(Service &service, bool fails = false) : service_(service), before_(os::calls) {
-        trace().clear();
-        fails_ = fails;
-        rename_ = before_.rename;
-        service_.have_done([] {
-            os::calls.syncfs = [](int) { return note("disk "); };
-            os::calls.fsync = [](int) { return note("directory "); };
-            os::calls.rename = [](const char *from, const char *to, unsigned flags) {
-                if (std::string_view(to).find("/.zev-removed/") != std::string_view::npos)
-                    return rename_(from, to, flags);
-                note("move ");
-                return fails_ ? (errno = EIO, -1) : rename_(from, to, flags);
-            };
-        });
-    }
-    ~Calls() {
-        service_.have_done([this] {
-            os::calls.syncfs = before_.syncfs;
-            os::calls.fsync = before_.fsync;
-            os::calls.rename = before_.rename;
-        });
-    }
-    Calls(const Calls &) = delete;
-    Calls &operator=(const Calls &) = delete;
-    static std::string &trace() {
-        static std::string text;
-        return text;
-    }
-
-  private:
-    static int note(const char *call) { return trace() += call, 0; }
-
-    Service &service_;
-    const os::Calls before_;
-    static inline bool fails_ = false;
-    static inline decltype(os::Calls::rename) rename_ = nullptr;
-};
-
 const std::string kOne = R"({"query":{"owner":"ann","name":"plant"}})";
 
 std::string project(const std::string &owner, const std::string &name,
@@ -168,17 +126,11 @@ TEST(Projects, AreRefusedWithTheirReasons) {
                         service.repos().string() + " " + service.at("ann")));
 }
 
-TEST(Projects, AreNamedWhenTheyAreOnTheDisk) {
+TEST(Projects, TakeTheirNameInAnotherCaseAndGo) {
     Service service;
-    {
-        const Calls calls(service);
-        ASSERT_EQ(service.post("/repos", kOne).code, 200);
-        EXPECT_TRUE(Calls::trace().ends_with("disk move directory directory ")) << Calls::trace();
-        Calls::trace().clear();
-        const Answer moved = service.post("/repos/ann/plant", R"({"query":{"newname":"Plant"}})");
-        EXPECT_EQ(moved.text("url"), "/repos/ann/Plant") << moved.body;
-        EXPECT_EQ(Calls::trace(), "move directory ");
-    }
+    ASSERT_EQ(service.post("/repos", kOne).code, 200);
+    const Answer moved = service.post("/repos/ann/plant", R"({"query":{"newname":"Plant"}})");
+    EXPECT_EQ(moved.text("url"), "/repos/ann/Plant") << moved.body;
     EXPECT_EQ(service.get("/repos/ann").each("name"), "Plant");
     ASSERT_EQ(service.drop("/repos/ann/Plant").code, 204);
     EXPECT_EQ(service.get("/repos/ann").body, R"({"data":{"entries":[]}})");
@@ -277,11 +229,17 @@ TEST(Projects, AreAsOthersLeftThem) {
 TEST(Projects, LeaveNothingWhenTheyCanNotBeMade) {
     Service service;
     std::filesystem::create_directories(service.repos() / "bob" / "mill"); // empty: it is taken
-    {
-        const Calls calls(service, true);
-        EXPECT_EQ(service.post("/repos", kOne).code, 500);
-        EXPECT_EQ(service.post("/repos", project("bob", "new")).code, 500);
-    }
+    static const auto rename = os::calls.rename;
+    service.have_done([] {
+        os::calls.rename = [](const char *from, const char *to, unsigned flags) {
+            if (std::string_view(to).find("/.zev-removed/") != std::string_view::npos)
+                return rename(from, to, flags);
+            return errno = EIO, -1;
+        };
+    });
+    EXPECT_EQ(service.post("/repos", kOne).code, 500);
+    EXPECT_EQ(service.post("/repos", project("bob", "new")).code, 500);
+    service.have_done([] { os::calls.rename = rename; });
     EXPECT_EQ(test::run("cd " + service.repos().string() + " && find . -mindepth 1 | sort"),
               "./bob\n./bob/mill\n");
     EXPECT_EQ(service.post("/repos", project("bob", "mill")).code, 200);
@@ -316,30 +274,6 @@ TEST(Projects, LoseTheirNameToWhoComesFirst) {
         std::filesystem::remove_all(service.at(name));
         std::filesystem::remove(service.repos() / "ann");
     }
-}
-
-// Repositories that become projects while the service runs, in the place of nothing.
-TEST(Projects, ComeInFromElsewhere) {
-    Service service;
-    make_project(service, "~aside/project");
-    make_project(service, "ann/plant");
-    const std::u16string repos = service.repos().u16string(), from = repos + u"/~aside/project";
-    const struct {
-        const zwchar *owner, *name;
-        int32_t error_class, code; // 0 for one that comes in
-    } cases[] = {
-        {u"ann", u"plant", 10, 17}, {u"ann", u"Plant", 4, 4}, {u"Ann", u"mill", 4, 4},
-        {u"eve", u"a,b", 2, 2},     {u"..", u"plant", 2, 2},  {u"eve", u".zev-removed", 2, 2},
-        {u"eve", u"mill", 0, 0},    {u"eve", u"next", 3, 2}, // it is gone from there
-    };
-    for (const auto &each : cases) {
-        const bool done = zServerAdopt(repos.c_str(), from.c_str(), each.owner, each.name);
-        EXPECT_EQ(done, !each.code) << narrow(each.owner) << narrow(zErrorDetail());
-        if (done) continue;
-        EXPECT_EQ(zErrorClass(), each.error_class) << narrow(each.owner) << narrow(each.name);
-        EXPECT_EQ(zErrorCode(), each.code) << narrow(each.owner) << narrow(each.name);
-    }
-    EXPECT_EQ(service.get("/repos").each("name"), "plant,mill");
 }
 
 // What a killed service left behind, as it finds it when it starts again.
@@ -442,9 +376,7 @@ TEST(References, AreShownAndNeverMoved) {
     make_project(service, "ann/plant");
     EXPECT_EQ(service.get("/repos/ann/plant/refs").body, R"({"data":{"entries":[]}})");
     const std::string tree = store_tree(service, "ann/plant", {{"a", "a"}});
-    const std::string id =
-        service.git("ann/plant", "-c user.name=a -c user.email=a commit-tree -m t " + tree)
-            .substr(0, 40);
+    const std::string id = commit_tree(service, "ann/plant", tree);
     service.git("ann/plant", "update-ref refs/heads/master " + id);
     service.git("ann/plant", "symbolic-ref refs/heads/other refs/heads/master");
     const Answer all = service.get("/repos/ann/plant/refs");

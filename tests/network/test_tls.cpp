@@ -3,8 +3,6 @@
 #include "server_fixture.hpp"
 
 #include "network/tcp/tls.hpp"
-#include "system/clock.hpp"
-#include "system/os.hpp"
 #include "zev/http_client.h"
 
 #include <atomic>
@@ -197,21 +195,6 @@ TEST(Tls, CarriesLargeBodiesBothWays) {
     }
 }
 
-TEST(Tls, ServesManyRequestsOfOneConnection) {
-    const Trust trust(authority().file("ca.crt"));
-    const TlsServer server;
-    Request request = request_to("localhost", server.port());
-    uint64_t before = 0;
-    for (int i = 0; i < 300; ++i) {
-        HttpResponse *response = zHttpRequestGet(request.get());
-        ASSERT_EQ(zHttpResponseCode(response), 200) << i;
-        EXPECT_EQ(body_of(response), "1");
-        const uint64_t all = zLoopUsage(request->client->loop)->total_read;
-        EXPECT_LT(i ? all - before : 0, 500u) << i; // a handshake takes more
-        before = all;
-    }
-}
-
 // ---- A peer by the library below, on a thread: reads a head, says something, and ends.
 
 class Peer {
@@ -304,26 +287,15 @@ TEST(Tls, TakesNoCutForAnEnd) {
 
 // ---- Who says nothing, or something else
 
-struct FakeClock {
-    static inline std::atomic<int64_t> time = zev::kSecond;
-    const zev::os::Calls before = zev::os::calls;
-    FakeClock() {
-        zev::os::calls.steady = [] { return time.load(); };
-    }
-    ~FakeClock() { zev::os::calls = before; }
-    FakeClock(const FakeClock &) = delete;
-    FakeClock &operator=(const FakeClock &) = delete;
-};
-
 TEST(Tls, GivesAHandshakeSoMuchTime) {
-    const FakeClock clock;
+    const test::FakeClock clock;
     const Trust trust(authority().file("ca.crt"));
     const TlsServer server;
     const RawSocket silent(server.port()), begun(server.port());
     ASSERT_TRUE(begun.send("\x16\x03\x01"));                  // of a record
     Request request = request_to("localhost", server.port()); // those two hold nobody up
     EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
-    FakeClock::time += 21 * zev::kSecond;
+    test::FakeClock::time += 21 * zev::kSecond;
     for (const RawSocket *each : {&silent, &begun}) {
         bool closed = false;
         for (int i = 0; i < 5 && !closed; ++i) each->receive({}, &closed);
@@ -333,7 +305,7 @@ TEST(Tls, GivesAHandshakeSoMuchTime) {
     const Peer peer("", Peer::End::silent);
     std::thread passing([&] {
         while (!peer.heard()) std::this_thread::yield();
-        FakeClock::time += 21 * zev::kSecond;
+        test::FakeClock::time += 21 * zev::kSecond;
     });
     request = request_to("localhost", peer.port());
     EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503);
@@ -423,65 +395,6 @@ TEST(Tls, IsUnderstoodByCurl) {
         " 2>&1");
     EXPECT_NE(said.find("close notify"), said.npos) << said;
     EXPECT_NE(said.find("ALPN protocol: http/1.1"), said.npos) << said;
-}
-
-// A front of the kind that most put before a service. It goes into the background once it listens.
-class Nginx {
-  public:
-    explicit Nginx(uint32_t backend) : port_(test::Listener().port()) {
-        std::string text = "daemon on; user root; pid PID/pid; error_log PID/error;\n"
-                           "events { worker_connections 64; }\n"
-                           "http { access_log off; client_max_body_size 0;\n";
-        for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-            text += std::string(kind) + "_temp_path PID/" + kind + ";\n";
-        text += "server { listen 127.0.0.1:" + std::to_string(port_) + " ssl;\n" +
-                "ssl_certificate " + authority().file("good.crt") + "; ssl_certificate_key " +
-                authority().file("good.key") + ";\n" +
-                "location / { proxy_pass http://127.0.0.1:" + std::to_string(backend) + "; } } }\n";
-        for (size_t at; (at = text.find("PID")) != text.npos;)
-            text.replace(at, 3, dir_.path().string());
-        test::write(dir_.path() / "conf", text);
-        started_ = run("");
-    }
-    ~Nginx() {
-        if (started_) run(" -s stop");
-    }
-    Nginx(const Nginx &) = delete;
-    Nginx &operator=(const Nginx &) = delete;
-    bool started() const { return started_; }
-    uint32_t port() const { return port_; }
-
-  private:
-    bool run(const std::string &words) const {
-        int status = 0;
-        const std::string said =
-            test::run("nginx -e " + dir_.path().string() + "/error -p " + dir_.path().string() +
-                          " -c " + dir_.path().string() + "/conf" + words + " 2>&1 </dev/null",
-                      &status);
-        EXPECT_EQ(status, 0) << said;
-        return status == 0;
-    }
-    TempDir dir_;
-    uint32_t port_;
-    bool started_ = false;
-};
-
-TEST(Tls, ReachesAServerBehindAFront) {
-    int status = 0;
-    test::run("command -v nginx", &status);
-    if (status != 0) GTEST_SKIP() << "nginx is not installed";
-    const Trust trust(authority().file("ca.crt"));
-    const TestServer server(echo);
-    const Nginx front(server.port());
-    ASSERT_TRUE(front.started());
-    Request request = request_to("localhost", front.port());
-    const std::string bytes = noise(5'000'000);
-    for (int i = 0; i < 3; ++i) {
-        set_body(request, bytes);
-        HttpResponse *response = zHttpRequestPost(request.get());
-        ASSERT_EQ(zHttpResponseCode(response), 200) << narrow(zErrorDetail());
-        EXPECT_TRUE(body_of(response) == bytes);
-    }
 }
 
 } // namespace

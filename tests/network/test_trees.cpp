@@ -64,9 +64,7 @@ TEST_F(Trees, AreListedWithTheirRights) {
     EXPECT_EQ(answer.text("data.size") + "\n", service.git("ann/plant", "cat-file -s " + tree));
     EXPECT_EQ(answer.entry(1, "size") + "\n",
               service.git("ann/plant", "cat-file -s " + answer.entry(1, "id")));
-    const std::string commit =
-        service.git("ann/plant", "-c user.name=a -c user.email=a commit-tree -m t " + tree)
-            .substr(0, 40);
+    const std::string commit = commit_tree(service, "ann/plant", tree);
     EXPECT_EQ(service.get(kTrees + "/" + commit).text("data.id"), tree);
     for (const std::string &none : {std::string("12"), kBlob, answer.entry(0, "id")})
         EXPECT_EQ(service.get(kTrees + "/" + none).code, 404) << none;

@@ -8,26 +8,16 @@
 #include "system/clock.hpp"
 #include "system/os.hpp"
 
-#include <git2.h>
+#include <algorithm>
 
-using test::Answer, test::be32, test::narrow, test::RawSocket, test::Rights, test::Service;
+using test::Answer, test::be32, test::id_of, test::narrow, test::RawSocket, test::Rights,
+    test::Service;
 
 namespace {
 
 constexpr int kBoth = Z_PRIVILEGE_READ | Z_PRIVILEGE_WRITE;
 
-std::string noise(size_t size) {
-    std::string bytes(size, 0);
-    uint64_t state = size | 1;
-    for (char &c : bytes) c = static_cast<char>((state = state * 6364136223846793005u + 1) >> 56);
-    return bytes;
-}
-
-std::string id_of(std::string_view bytes) {
-    git_oid id;
-    git_odb_hash(&id, bytes.data(), bytes.size(), GIT_OBJECT_BLOB);
-    return git_oid_tostr_s(&id);
-}
+std::string noise(size_t size) { return test::noise(size, 1); }
 
 std::string file_stream(std::string_view bytes, size_t told) {
     return be32(4) + "blob" + be32(told) + std::string(bytes);
@@ -51,7 +41,10 @@ struct Uploads : testing::Test {
         rights.bits["ben"]["/"] = Z_PRIVILEGE_READ;
         service.log_in("ann", "c");
     }
-    void SetUp() override { test::make_project(service, "ann/plant"); }
+    void SetUp() override {
+        test::make_project(service, "ann/plant");
+        test::make_project(service, "ann/other");
+    }
 
     std::string head(const std::string &line, uint64_t length, const std::string &user = "ann",
                      const std::string &code = "c", const std::string &more = "") const {
@@ -62,34 +55,27 @@ struct Uploads : testing::Test {
         return head("PUT " + objects + id, length);
     }
     size_t files(const char *project = "ann/plant") const {
-        size_t count = 0;
-        for (const auto &entry :
-             std::filesystem::recursive_directory_iterator(service.repos() / project))
-            count += entry.is_regular_file();
-        return count;
+        const std::filesystem::recursive_directory_iterator all(service.repos() / project);
+        return size_t(std::count_if(begin(all), end(all),
+                                    [](auto &entry) { return entry.is_regular_file(); }));
     }
     // Others are served meanwhile; false when it doesn't come.
     template <class F> bool comes(F what) {
         for (int n = 0; n < 5000 && !what(); ++n)
-            if (service.get("/repos/ann/plant").code != 200) return false;
+            if (service.get("/repos/ann/other").code != 200) return false;
         return what();
     }
     // By git, of one file.
     std::string pack_of(std::string_view bytes) {
         const std::string at = service.root().string();
         test::write(service.root() / "bytes", bytes);
-        test::make_project(service, "ann/other");
         test::write(service.root() / "ids",
                     service.git("ann/other", "hash-object -w ../../../bytes"));
         service.git("ann/other",
                     "pack-objects -q --stdout < " + at + "/ids > " + at + "/pack; true");
         return test::read(service.root() / "pack");
     }
-    bool has(const std::string &id) {
-        int status = 0;
-        service.git("ann/plant", "cat-file -e " + id, &status);
-        return !status;
-    }
+    bool has(const std::string &id) const { return service.has("ann/plant", id); }
 
     Rights rights;
     Service service{u"required", rights.table()};
@@ -167,21 +153,28 @@ TEST_F(Uploads, AreNotTooSlowWhileTheirBytesWait) {
 }
 
 // While half of a file is there it lies in the store without a name; when the rest never comes, it
-// is gone.
+// is gone, whatever the project is called by then.
 TEST_F(Uploads, LeaveNothingWhenTheyAreCut) {
     const std::string bytes = noise(3'000'000), stream = file_stream(bytes), id = id_of(bytes);
     const std::string plain = pack_of(bytes), pack = be32(plain.size()) + plain;
     const size_t before = files();
-    for (const std::string &sent :
-         {put(id, stream.size()) + stream, head("POST " + packs, pack.size()) + pack}) {
-        {
-            const RawSocket client(service.port());
-            ASSERT_TRUE(client.send(sent.substr(0, 1'000'000)));
-            EXPECT_TRUE(comes([&] { return files() > before; })) << sent.substr(0, 60);
-            EXPECT_FALSE(has(id));
+    const auto project = service.repos() / "ann/plant", aside = service.repos() / "ann/aside";
+    for (const bool renamed : {false, true})
+        for (const std::string &sent :
+             {put(id, stream.size()) + stream, head("POST " + packs, pack.size()) + pack}) {
+            SCOPED_TRACE(sent.substr(0, 60) + (renamed ? "renamed" : ""));
+            {
+                const RawSocket client(service.port());
+                ASSERT_TRUE(client.send(sent.substr(0, 1'000'000)));
+                EXPECT_TRUE(comes([&] { return files() > before; }));
+                EXPECT_FALSE(has(id));
+                if (renamed) std::filesystem::rename(project, aside);
+            }
+            const char *place = renamed ? "ann/aside" : "ann/plant";
+            EXPECT_TRUE(comes([&] { return files(place) == before; }))
+                << service.git(place, "count-objects -v; find objects");
+            if (renamed) std::filesystem::rename(aside, project);
         }
-        EXPECT_TRUE(comes([&] { return files() == before; })) << sent.substr(0, 60);
-    }
 }
 
 // What the procedure looks at when all is there is what it looked at before files came in pieces.
@@ -232,31 +225,6 @@ TEST_F(Uploads, EndWhereTheirProjectWent) {
     rights.bits["ann"]["/"] = kBoth;
     EXPECT_EQ(send([] {}), "HTTP/1.1 200 ");
     EXPECT_TRUE(has(id));
-}
-
-// What was under way there goes all the same, whatever the project is called by then.
-TEST_F(Uploads, LeaveNothingWhereTheirProjectWent) {
-    const std::string bytes = noise(3'000'000), stream = file_stream(bytes);
-    const std::string plain = pack_of(bytes), pack = be32(plain.size()) + plain;
-    const size_t before = files();
-    const auto project = service.repos() / "ann/plant", aside = service.repos() / "ann/aside";
-    const auto settles = [&](const char *name, auto is_so) {
-        for (int n = 0; n < 5000 && !is_so(files(name)); ++n)
-            if (service.get("/repos/ann/other").code != 200) return false;
-        return is_so(files(name));
-    };
-    for (const std::string &sent :
-         {put(id_of(bytes), stream.size()) + stream, head("POST " + packs, pack.size()) + pack}) {
-        {
-            const RawSocket client(service.port());
-            ASSERT_TRUE(client.send(sent.substr(0, 1'000'000)));
-            EXPECT_TRUE(settles("ann/plant", [&](size_t count) { return count > before; }));
-            std::filesystem::rename(project, aside);
-        }
-        EXPECT_TRUE(settles("ann/aside", [&](size_t count) { return count == before; }))
-            << service.git("ann/aside", "count-objects -v; find objects");
-        std::filesystem::rename(aside, project);
-    }
 }
 
 TEST_F(Uploads, TakeLargePacksInAnyPieces) {
