@@ -76,6 +76,13 @@ class Relay {
     void give(std::string answer) {
         play([answer = std::move(answer)](const Asked &, size_t) { return answer; });
     }
+    // To those that begin so; all others are handed on.
+    void give_to(const std::string &line, const std::string &answer) {
+        play([=](const Asked &asked, size_t) -> std::optional<std::string> {
+            if (!asked.line.starts_with(line)) return {};
+            return answer;
+        });
+    }
     std::vector<Asked> asked() const {
         const std::lock_guard held(mutex_);
         return asked_;

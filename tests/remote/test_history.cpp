@@ -100,10 +100,7 @@ TEST_F(HistoryTest, StopsAtABreakAndTellsWhatTheServerRefuses) {
     bob.host.asks_left = -1;
     for (const char *refused :
          {"GET /refs", "GET /commits", "POST /packs", "GET /revisions", "PATCH /revisions"}) {
-        relay.play([=](const Asked &each, size_t) -> std::optional<std::string> {
-            if (!each.line.starts_with(refused)) return {};
-            return answer_of(403);
-        });
+        relay.give_to(refused, answer_of(403));
         EXPECT_EQ(list(), "(null)") << refused;
         EXPECT_EQ(zErrorCode(), 403) << refused;
     }

@@ -49,8 +49,6 @@ TEST_F(Sessions, TellWhatWentWrong) {
         int32_t code;
         const char *error;
     } cases[] = {
-        {"dead", "", 503, "not available"},
-        {"silent", Relay::kSilence, 503, "not available"},
         {"cut in the body", whole.substr(0, whole.size() - 5), 503, "not available"},
         {"fails", answer(500, R"({"error":{"code":500,"message":"No room left"}})"), 500,
          "500: No room left"},

@@ -175,11 +175,9 @@ TEST_F(UpdateTest, RightsComeWithTheNextUpdate) {
 TEST_F(UpdateTest, WithoutRulesNothingComes) {
     write(copy.place / ".git/AUTHZ", "no rules");
     const std::string before = copy.state();
-    relay.play([](const Asked &asked, size_t) -> std::optional<std::string> {
-        if (asked.line != "POST /rms") return {};
-        return answer(200, "{\"data\":{\"status\":100,\"result\":{\"settings\":{\"changed\":"
-                           "false}}}}");
-    });
+    relay.give_to("POST /rms",
+                  answer(200, "{\"data\":{\"status\":100,\"result\":{\"settings\":{\"changed\":"
+                              "false}}}}"));
     other("plan", "more");
     EXPECT_FALSE(copy.update());
     EXPECT_NE(copy.host.errors(), "");
@@ -187,8 +185,6 @@ TEST_F(UpdateTest, WithoutRulesNothingComes) {
     EXPECT_EQ(copy.state(), before);
 }
 
-// A replica that lags behind tells of an older state. Files go back to that and come again, what is
-// his stays, and no commit goes on top of it.
 // As long as a program has the only new file open, there is nothing to commit either.
 TEST_F(UpdateTest, WhatIsLeftEachTimeMakesNoCommits) {
     other("plan", "theirs");
@@ -209,6 +205,8 @@ TEST_F(UpdateTest, WhatIsLeftEachTimeMakesNoCommits) {
     EXPECT_EQ(copy.at("plan") + copy.git("diff --stat HEAD origin/master"), "theirs");
 }
 
+// A replica that lags behind tells of an older state. Files go back to that and come again, what is
+// his stays, and no commit goes on top of it.
 TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
     const std::string old = copy.git("rev-parse origin/master");
     other("plan", "second"), other("new", "n");
@@ -395,17 +393,6 @@ TEST_F(UpdateTest, AFailedCheckoutTakesOnlyItsOwnAway) {
     EXPECT_EQ(std::distance(fs::directory_iterator(made.place), {}), 2);
 }
 
-TEST_F(UpdateTest, ACheckoutGoesOverWhatAKilledOneLeft) {
-    other("plan", "1");
-    Copy made{dir.path() / "killed", "ann"};
-    made.put(".zev-0123abcd/.git/config", "");
-    const CheckPtr spec = made.spec();
-    EXPECT_OK(
-        zShellCheckout(wide(relay.url()).c_str(), made.place.u16string().c_str(), spec.get()));
-    EXPECT_EQ(made.at("plan"), "1");
-    EXPECT_FALSE(fs::exists(made.place / ".zev-0123abcd"));
-}
-
 // ---- The paths of a host
 
 TEST_F(UpdateTest, AHostsPathIsNoPattern) {
@@ -502,33 +489,6 @@ TEST_F(UpdateTest, RowsThatNobodyElseHasAreLost) {
     EXPECT_EQ(findings_in(copy.place, false), lost);
     fs::rename(dir.path() / "rows", rows);
     EXPECT_EQ(findings_in(copy.place, false), "");
-}
-
-// ---- A process that dies
-
-// At each line that the host is told, in turn: index, branch and tracking reference are what they
-// were, or the update is whole; the next one needs no hand.
-TEST_F(UpdateTest, WhoeverDiesInItLeavesNoHarm) {
-    copy.put("plan", "mine"), copy.put("own", "mine alone");
-    other("notes/a", "a2"), other("notes/b", "b2"), other("new/file", "n");
-    for (int n = 0, alive = 1; alive; ++n) {
-        Child child([&] {
-            int left = n;
-            copy.host.at_line = [&] {
-                if (left-- == 0) _exit(7);
-            };
-            return copy.update() ? 0 : 1;
-        });
-        alive = child.wait() == 7;
-        EXPECT_EQ(copy.at("plan") + copy.at("own"), "minemine alone") << n;
-        const std::string unsaved = copy.at("notes/a");
-        EXPECT_TRUE(unsaved == "a" || unsaved == "a2") << unsaved;
-        ASSERT_LT(n, 100);
-    }
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("notes/a") + copy.at("notes/b") + copy.at("new/file"), "a2b2n");
-    EXPECT_EQ(copy.status(), " M plan\n?? own");
-    EXPECT_EQ(copy.locks(), "");
 }
 
 } // namespace
