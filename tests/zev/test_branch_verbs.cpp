@@ -66,15 +66,6 @@ TEST_F(BranchVerbs, SwitchTakesLocalWorkAlong) {
     EXPECT_EQ(git("for-each-ref refs/zev"), "");
 }
 
-TEST_F(BranchVerbs, SwitchToACommitKeepsTheHistory) {
-    commit("a", "a2");
-    commit("a", "a3");
-    ok("switch HEAD~2");
-    EXPECT_EQ(content("a"), "a1");
-    EXPECT_EQ(git("rev-list --count HEAD"), "4\n");
-    EXPECT_EQ(git("diff --stat HEAD HEAD~3"), "");
-}
-
 TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
     ok("switch -c side");
     commit("a", "a2");
@@ -100,20 +91,6 @@ TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
     EXPECT_EQ(content("b"), "b2");
     EXPECT_EQ(git("diff master side"), "");
     EXPECT_EQ(git("fsck --strict --no-dangling"), "");
-}
-
-TEST_F(BranchVerbs, ABranchThatIsAheadIsTakenAsItIs) {
-    ok("switch -c side");
-    commit("a", "a2");
-    commit("a", "a3");
-    ok("switch master");
-    write("b", "staged");
-    ok("add b");
-    ok("merge side");
-    EXPECT_EQ(git("rev-parse master"), git("rev-parse side"));
-    EXPECT_EQ(git("status --short"), "M  b\n");
-    ok("branch --delete side"); // nothing is lost with it
-    EXPECT_EQ(git("rev-list --count HEAD"), "3\n");
 }
 
 // A file that another program has open stays as it is, and one whose content isn't here.

@@ -48,21 +48,6 @@ TEST_F(Zev, NamesThatNoCommitCanHold) {
     EXPECT_EQ(ok("status --color always").find("\033[2J"), std::string::npos);
 }
 
-TEST_F(Zev, AMovedDrawingKeepsItsTable) {
-    commit_two_versions();
-    ok("commit -m Second plan.dwx");
-    ok("mkdir docs");
-    ok("mv plan.dwx docs");
-    ok("add docs");
-    ok("commit -m Moved");
-    EXPECT_NE(ok("show HEAD").find("plan.dwx -> docs/plan.dwx"), std::string::npos);
-    EXPECT_NE(ok("import ../plan.dxf docs/plan.dwx").find("nothing has changed"),
-              std::string::npos);
-    EXPECT_EQ(sh("ls .git/tables/*/ | grep -c ."), "1\n"); // not split
-    EXPECT_EQ(zev(root, "mv docs docs/inner 2>/dev/null").code, 2);
-    EXPECT_EQ(zev(root, "mv nothing docs 2>/dev/null").code, 3);
-}
-
 TEST_F(Zev, ADrawingOfAnotherProjectBringsItsRows) {
     zev(home, "init other");
     zev(home + "/other", "import ../plan.dxf a.dwx");
@@ -119,6 +104,7 @@ TEST_F(Zev, ScriptsGetCodesAndOneObjectALine) {
         {"--json log no-such-branch", 3},
         {"--json cat HEAD", 2},
         {"--json show HEAD~9", 3},
+        {"--json mv nothing docs", 3},
         {"--json import ../none.dxf", 3},
         {"--json import ../copy/.git/HEAD head.dwx", 1},
         {"--json -C / status", 3},
