@@ -6,13 +6,11 @@ the records of docs/json.md.
 import contextlib
 import os
 import pty
-import shutil
 import stat
 import sys
-import tempfile
 
 import console
-from console import expect, failures, quiet_environment, records, seen, service, zev
+from console import expect, failures, records, seen, service, zev
 
 
 def typed(words, lines):
@@ -238,11 +236,8 @@ def the_end(url):
 
 
 def main():
-    work = tempfile.mkdtemp(dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
     console.setup(*sys.argv[1:4])
-    quiet_environment(work)
-    os.chdir(work)
-    try:
+    with console.playground() as work:
         with service(work) as url:
             log_in(url, work)
             users(url)
@@ -253,8 +248,6 @@ def main():
             without_power(url)
             the_end(url)
         zev("login %s --user admin --password-stdin" % url, 8, "secret\n")
-    finally:
-        shutil.rmtree(work)
     told = {"login", "logout", "admin", "project", "user", "group", "role", "member", "right",
             "default", "explanation", "directory"}
     expect(told <= seen, "records that were never there: %s" % (told - seen))

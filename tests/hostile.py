@@ -3,18 +3,16 @@
 it is split at any byte, and others are served meanwhile; nothing of it is left.
 
   hostile.py ZEVD [--all]           a server of its own; --all splits every short one, at each byte
-  hostile.py ZEVD --oracle PORT     what the server at PORT refuses is taken only if TAKEN lists it
 """
 import gzip
-import json
 import os
-import re
 import socket
-import subprocess
 import sys
 import tempfile
 import threading
 import time
+
+import console
 
 HOST = "127.0.0.1"
 GET = b"GET /repos HTTP/1.1\r\nHost: x\r\n"
@@ -38,65 +36,40 @@ def request_lines():
     for name, line in {
         "no version": b"GET /repos",
         "version 0.9": b"GET /repos HTTP/0.9",
-        "version 1.2": b"GET /repos HTTP/1.2",
-        "version 2.0": b"GET /repos HTTP/2.0",
-        "version 1.10": b"GET /repos HTTP/1.10",
-        "version 01.1": b"GET /repos HTTP/01.1",
         "version without digits": b"GET /repos HTTP/x.y",
-        "version in small letters": b"GET /repos http/1.1",
         "another protocol": b"GET /repos ICY/1.1",
         "two blanks": b"GET  /repos HTTP/1.1",
-        "two blanks before the version": b"GET /repos  HTTP/1.1",
-        "blank at the end": b"GET /repos HTTP/1.1 ",
         "tab for a blank": b"GET\t/repos HTTP/1.1",
-        "blank in front": b" GET /repos HTTP/1.1",
         "blank in the target": b"GET /re pos HTTP/1.1",
         "NUL in the target": b"GET /re\0pos HTTP/1.1",
-        "control byte in the target": b"GET /re\x01pos HTTP/1.1",
-        "DEL in the target": b"GET /re\x7fpos HTTP/1.1",
         "CR in the target": b"GET /re\rpos HTTP/1.1",
         "no target": b"GET HTTP/1.1",
         "target without slash": b"GET repos HTTP/1.1",
         "unknown method": b"BREW /repos HTTP/1.1",
-        "method in small letters": b"get /repos HTTP/1.1",
-        "method with a colon": b"GE:T /repos HTTP/1.1",
         "no method": b"/repos HTTP/1.1",
         "empty": b"",
         "garbage": bytes(range(128, 160)),
         "TLS hello": b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + b"\x5a" * 40,
-        "SSH": b"SSH-2.0-OpenSSH_9.2",
         "HTTP/2 preface": b"PRI * HTTP/2.0",
     }.items():
         case("line: " + name, line + b"\r\nHost: x\r\n\r\n" if line else b"\r\n\r\n\r\n\r\n")
     for name, target in {
         "absolute": b"http://x/repos",
         "absolute elsewhere": b"http://elsewhere:81/repos",
-        "query without value": b"/repos?a",
-        "many question marks": b"/repos?a=1?b=2",
         "percent alone": b"/repos/%",
-        "percent and one digit": b"/repos/%4",
-        "percent and letters": b"/repos/%zz",
         "percent NUL": b"/repos/%00",
         "overlong UTF-8": b"/repos/%c0%ae%c0%ae/x",
         "climbing": b"/repos/../../etc/passwd",
         "climbing, escaped": b"/repos/%2e%2e/%2e%2e/etc/passwd",
-        "climbing, escaped twice": b"/repos/%252e%252e/x",
         "backslashes": b"/repos/..\\..\\x",
-        "many slashes": b"///repos////",
-        "dot segments": b"/./repos/./.",
         "colon keys": b"/repos?:owner=..&:name=..",
-        "fragment": b"/repos#x",
-        "semicolons": b"/repos;a=b",
         "asterisk": b"*",
         "high bytes": b"/repos/\xff\xfe",
         "longest": b"/repos/" + b"a" * 1900,
     }.items():
         case("target: " + name, b"GET " + target + b" HTTP/1.1\r\nHost: x\r\n\r\n", "any")
     case("target: too long", b"GET /" + b"a" * 3000 + b" HTTP/1.1\r\nHost: x\r\n\r\n")
-    case("target: far too long", b"GET /" + b"a" * 40000 + b" HTTP/1.1\r\nHost: x\r\n\r\n")
     case("line: LF alone", b"GET /repos HTTP/1.1\nHost: x\n\n")
-    case("line: CR alone", b"GET /repos HTTP/1.1\rHost: x\r\r")
-    case("line: CR CR LF", b"GET /repos HTTP/1.1\r\r\nHost: x\r\n\r\n")
     case("line: one empty line in front", b"\r\n" + GET + b"\r\n", "any")
     case("line: empty lines in front", b"\r\n" * 50 + GET + b"\r\n", "any")
 
@@ -104,57 +77,31 @@ def request_lines():
 def fields():
     for name, lines in {
         "blank before the colon": [b"Host : x"],
-        "tab before the colon": [b"Host\t: x"],
         "blank in a name": [b"Host: x", b"A B: c"],
         "blank in front": [b" Host: x"],
         "folded": [b"Host: x", b"A: b", b" c"],
-        "folded by a tab": [b"Host: x", b"A: b", b"\tc"],
         "no colon": [b"Host: x", b"Nonsense"],
         "no name": [b"Host: x", b": value"],
         "NUL in a value": [b"Host: x", b"A: b\0c"],
-        "NUL in a name": [b"Host: x", b"A\0: b"],
         "CR in a value": [b"Host: x", b"A: b\rc"],
         "LF in a value": [b"Host: x", b"A: b\nc"],
-        "control byte in a value": [b"Host: x", b"A: b\x01c"],
-        "DEL in a value": [b"Host: x", b"A: b\x7fc"],
-        "high byte in a name": [b"Host: x", b"\xc3\xa4: b"],
-        "separator in a name": [b"Host: x", b"A(b): c"],
         "quote in a name": [b"Host: x", b"\"a\": c"],
-        "slash in a name": [b"Host: x", b"a/b: c"],
         "two hosts": [b"Host: x", b"Host: y"],
-        "two lengths": [b"Host: x", b"Content-Length: 0", b"Content-Length: 0"],
         "two lengths that differ": [b"Host: x", b"Content-Length: 1", b"Content-Length: 2"],
-        "two encodings": [b"Host: x", b"Content-Encoding: gzip", b"Content-Encoding: gzip"],
-        "two users": [b"Host: x", b"X-ZEV-USER: a", b"X-ZEV-USER: b"],
         "two codes": [b"Host: x", b"X-ZEV-CODE: a", b"x-zev-code: b"],
         "129 fields": [b"Host: x"] + [b"A%d: b" % i for i in range(128)],
         "one long field": [b"Host: x", b"A: " + b"b" * 40000],
-        "one long name": [b"Host: x", b"A" * 40000 + b": b"],
         "many long fields": [b"Host: x"] + [b"A%d: " % i + b"b" * 900 for i in range(60)],
-        "length below 0": [b"Host: x", b"Content-Length: -1"],
-        "length with a sign": [b"Host: x", b"Content-Length: +1"],
         "length in hexadecimal": [b"Host: x", b"Content-Length: 0x1"],
-        "length with a blank": [b"Host: x", b"Content-Length: 1 1"],
         "length with a comma": [b"Host: x", b"Content-Length: 1, 1"],
-        "length of letters": [b"Host: x", b"Content-Length: many"],
-        "no length": [b"Host: x", b"Content-Length:"],
-        "length of 2^64": [b"Host: x", b"Content-Length: 18446744073709551616"],
         "length of 2^64 + 1": [b"Host: x", b"Content-Length: 18446744073709551617"],
-        "length of 2^63": [b"Host: x", b"Content-Length: 9223372036854775808"],
-        "length of 200 digits": [b"Host: x", b"Content-Length: " + b"1" * 200],
         "length above the limit": [b"Host: x", b"Content-Length: 99999999999"],
         "length beside chunks": [b"Host: x", b"Content-Length: 3", b"Transfer-Encoding: chunked"],
-        "chunks beside a length": [b"Host: x", b"Transfer-Encoding: chunked", b"Content-Length: 3"],
         "chunked twice": [b"Host: x", b"Transfer-Encoding: chunked, chunked"],
-        "two codings": [b"Host: x", b"Transfer-Encoding: chunked", b"Transfer-Encoding: chunked"],
-        "gzip, chunked": [b"Host: x", b"Transfer-Encoding: gzip, chunked"],
         "chunked, gzip": [b"Host: x", b"Transfer-Encoding: chunked, gzip"],
-        "unknown coding": [b"Host: x", b"Transfer-Encoding: xchunked"],
         "identity": [b"Host: x", b"Transfer-Encoding: identity"],
-        "coding in quotes": [b"Host: x", b"Transfer-Encoding: \"chunked\""],
         "coding with a parameter": [b"Host: x", b"Transfer-Encoding: chunked;a=b"],
         "coding with VT": [b"Host: x", b"Transfer-Encoding: \x0bchunked"],
-        "empty coding": [b"Host: x", b"Transfer-Encoding:"],
     }.items():
         case("field: " + name, head(*lines, start=b"POST /repos HTTP/1.1"))
     case("field: chunks on 1.0",
@@ -165,24 +112,18 @@ def fields():
         "odd host": [b"Host: a b"],
         "host with a port": [b"Host: x:99999"],
         "high bytes in a value": [b"Host: x", b"A: \xff\xfe"],
-        "tabs around a value": [b"Host: x", b"A:\t b \t"],
         "no value": [b"Host: x", b"A:"],
         "127 fields": [b"Host: x"] + [b"A%d: b" % i for i in range(126)],
         "same name often": [b"Host: x"] + [b"A: b"] * 100,
         "odd language": [b"Host: x", b"Accept-Language: ../../../etc/passwd"],
         "long language": [b"Host: x", b"Accept-Language: " + b"a" * 5000],
-        "percent in the language": [b"Host: x", b"Accept-Language: %s%n%300000000s"],
         "odd encoding": [b"Host: x", b"Accept-Encoding: gzip;q=0, br, \"gzip"],
         "odd connection": [b"Host: x", b"Connection: close, keep-alive, x"],
         "upgrade": [b"Host: x", b"Connection: Upgrade", b"Upgrade: websocket"],
-        "h2c": [b"Host: x", b"Connection: Upgrade, HTTP2-Settings", b"Upgrade: h2c",
-                b"HTTP2-Settings: AAMAAABkAAQAAP__"],
         "expect nonsense": [b"Host: x", b"Expect: everything"],
         "expect without a body": [b"Host: x", b"Expect: 100-continue"],
         "user of 30,000": [b"Host: x", b"X-ZEV-USER: " + b"u" * 30000],
         "user with percents": [b"Host: x", b"X-ZEV-USER: %s%s%n", b"X-ZEV-CODE: %d"],
-        "range": [b"Host: x", b"Range: bytes=0-0,1-1,2-2"],
-        "conditions": [b"Host: x", b"If-None-Match: *", b"If-Match: x"],
     }.items():
         case("field, odd: " + name, head(*lines), "any")
 
@@ -192,22 +133,12 @@ def chunks():
     for name, body in {
         "no size": b"\r\nab\r\n0\r\n\r\n",
         "size below 0": b"-1\r\na\r\n0\r\n\r\n",
-        "size with a sign": b"+1\r\na\r\n0\r\n\r\n",
-        "size with 0x": b"0x1\r\na\r\n0\r\n\r\n",
         "size of letters": b"xyz\r\n",
-        "blank before the size": b" 1\r\na\r\n0\r\n\r\n",
-        "size of 17 digits": b"11111111111111111\r\n",
         "size of 2^64": b"10000000000000000\r\n",
-        "size of 2^63": b"8000000000000000\r\n",
-        "size above the limit": b"ffffffffff\r\n",
-        "longer than it says": b"1\r\nab\r\n0\r\n\r\n",
         "shorter than it says": b"3\r\na\r\n0\r\n\r\n\r\n",
-        "LF behind the size": b"1\na\r\n0\r\n\r\n",
         "LF behind the data": b"1\r\na\n0\r\n\r\n",
-        "CR behind the size": b"1\ra\r\n0\r\n\r\n",
         "CR and a byte": b"1\r\na\rx0\r\n\r\n",
         "no end of the data": b"1\r\na0\r\n\r\n",
-        "LF at the end": b"0\n\n",
         "long extension": b"1;" + b"a" * 20000 + b"\r\na\r\n0\r\n\r\n",
         "control byte in an extension": b"1;a\x01b\r\na\r\n0\r\n\r\n",
         "long trailers": b"0\r\n" + b"".join(b"A%d: b\r\n" % i for i in range(9000)) + b"\r\n",
@@ -217,7 +148,6 @@ def chunks():
     for name, body in {
         "one": b"2\r\n{}\r\n0\r\n\r\n",
         "leading zeros": b"0002\r\n{}\r\n000\r\n\r\n",
-        "bytes apart": b"1\r\n{\r\n1\r\n}\r\n0\r\n\r\n",
         "extension": b"2;a=b\r\n{}\r\n0\r\n\r\n",
         "trailer": b"2\r\n{}\r\n0\r\nA: b\r\n\r\n",
         "trailer that would be a length": b"2\r\n{}\r\n0\r\nContent-Length: 5\r\n\r\n",
@@ -240,27 +170,16 @@ def bodies():
         "empty": sized(b""),
         "deep": sized(b"[" * 100000),
         "deep and closed": sized(b"[" * 300 + b"]" * 300),
-        "deep objects": sized(b'{"a":' * 50000),
-        "open text": sized(b'{"a": "' + b"b" * 100000),
         "bad UTF-8": sized(b'{"query": "\xff\xfe"}'),
         "half a pair": sized(b'{"query": {"owner": "\\ud800", "name": "x"}}'),
         "NUL": sized(b'{"query": {"owner": "a\0b", "name": "x"}}'),
         "NUL, escaped": sized(b'{"query": {"owner": "a\\u0000b", "name": "x"}}'),
         "huge number": sized(b'{"query": ' + b"9" * 5000 + b"}"),
-        "huge exponent": sized(b'{"query": 1e999999999}'),
-        "two values": sized(b"{}{}"),
-        "byte order mark": sized(b"\xef\xbb\xbf{}"),
-        "UTF-16": sized('{"query": {}}'.encode("utf-16")),
         "climbing names": sized(b'{"query": {"owner": "..", "name": ".."}}'),
-        "slashes in names": sized(b'{"query": {"owner": "a/b", "name": "x"}}'),
-        "names of blanks": sized(b'{"query": {"owner": " ", "name": "\\n"}}'),
         "long names": sized(b'{"query": {"owner": "' + b"o" * 300 + b'", "name": "x"}}'),
-        "null names": sized(b'{"query": {"owner": null, "name": null}}'),
         "wrong types": sized(b'{"query": {"owner": [1], "name": {}}}'),
-        "query is a list": sized(b'{"query": [1, 2]}'),
         "bomb": sized(bomb, b"Content-Encoding: gzip"),
         "gzip, cut": sized(zipped[:-6], b"Content-Encoding: gzip"),
-        "gzip, damaged": sized(zipped[:12] + b"\xff\xff\xff" + zipped[15:], b"Content-Encoding: gzip"),
         "gzip, wrong sum": sized(zipped[:-8] + b"\0" * 8, b"Content-Encoding: gzip"),
         "no gzip": sized(b"{}", b"Content-Encoding: gzip"),
         "deflate that is gzip": sized(zipped, b"Content-Encoding: deflate"),
@@ -282,7 +201,6 @@ def bodies():
 def several():
     close = GET + b"Connection: close\r\n\r\n"
     case("two in one write", GET + b"\r\n" + close, 2)
-    case("ten in one write", (GET + b"\r\n") * 9 + close, 10)
     case("a request in a body", POST + b"Content-Length: %d\r\n\r\n" % len(close) + close, 1)
     case("bytes behind a request", GET + b"\r\nnonsense", "any")
     case("garbage behind a closing one", close + b"\0\1\2nonsense", 1)
@@ -290,26 +208,9 @@ def several():
     case("keep-alive on 1.0", b"GET /repos HTTP/1.0\r\nConnection: keep-alive\r\n\r\n", 1)
     case("HEAD", b"HEAD /repos HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n", 1)
     case("OPTIONS", b"OPTIONS * HTTP/1.1\r\nHost: x\r\n\r\n", "any")
-    case("TRACE", b"TRACE /repos HTTP/1.1\r\nHost: x\r\n\r\n", "any")
-    case("CONNECT", b"CONNECT x:80 HTTP/1.1\r\nHost: x:80\r\n\r\n", "any")
     case("a response", b"HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")
     case("GET with a body", GET + b"Content-Length: 5\r\nConnection: close\r\n\r\nhello", 1)
     case("chunked GET", GET + b"Transfer-Encoding: chunked\r\nConnection: close\r\n\r\n0\r\n\r\n", 1)
-
-
-# What the oracle refuses and we take, each with its reason.
-TAKEN = {
-    "target: percent alone": "stays as it is, and names nothing",
-    "target: percent and one digit": "the same",
-    "target: percent and letters": "the same",
-    "target: percent NUL": "the same",
-    "target: climbing": "matches no route",
-    "target: climbing, escaped": "matches no route",
-    "target: asterisk": "matches no route",
-    "field, odd: empty host": "nothing is chosen by the host",
-    "field, odd: odd host": "nothing is chosen by the host",
-    "field, odd: user of 30,000": "below the bound of a head; nobody has that name",
-}
 
 
 def exchange(port, data, split=None, most=1.0):
@@ -419,26 +320,6 @@ def slow_clients(port, number=300, seconds=3.0):
         peer.close()
 
 
-def start(zevd, work):
-    """A service where nothing needs a right, so that what comes in gets far; and its port."""
-    subprocess.run([zevd, "init", work + "/service", "--password-stdin"], input="x\n", text=True,
-                   check=True, stdout=subprocess.DEVNULL)
-    conf = work + "/service/server.conf"
-    with open(conf) as file:
-        settings = json.load(file)
-    settings["http"].update(host="127.0.0.1", port=0, auth="none")
-    with open(conf, "w") as file:
-        json.dump(settings, file)
-    server = subprocess.Popen([zevd, "run", "--config", conf], stdout=subprocess.PIPE, text=True,
-                              stderr=subprocess.DEVNULL)
-    for line in server.stdout:
-        found = re.match(r"zevd serves port (\d+)", line)
-        if found:
-            threading.Thread(target=server.stdout.read, daemon=True).start()
-            return server, int(found.group(1))
-    raise SystemExit("no server")
-
-
 def descriptors(pid):
     """Of connections, and of files without a name."""
     found = 0
@@ -462,10 +343,11 @@ def settled(pid, before):
 
 
 def main():
-    oracle = int(sys.argv[3]) if "--oracle" in sys.argv else None
     work = tempfile.TemporaryDirectory()
-    server, port = start(sys.argv[1], work.name)
-    pid = server.pid
+    console.ZEVD = os.path.abspath(sys.argv[1])
+    service = console.Service(work.name + "/service")
+    service.start(host=HOST, auth="none")  # where nothing needs a right what comes in gets far
+    port, pid = service.port, service.process.pid
     for family in (request_lines, fields, chunks, bodies, several):
         family()
     faults = []
@@ -499,16 +381,9 @@ def main():
         faults.append(f"others: {others.count} answers, worst {others.worst:.2f} s {others.failed}")
     if not settled(pid, before):
         faults.append(f"descriptors: {before} before, {descriptors(pid)} now")
-    if oracle:
-        for name, (data, wanted) in CASES.items():
-            theirs = statuses(exchange(oracle, data)[0])
-            refused = not theirs or theirs[0] in (400, 405, 411, 413, 414, 431, 494, 501, 505)
-            ours = outcomes[name]
-            taken = bool(ours) and ours[0] not in (400, 413, 414, 431)
-            if refused and taken and name not in TAKEN and not name.startswith("body"):
-                faults.append(f"{name}: the oracle refuses ({theirs}), we answer {ours}")
-    server.terminate()
-    if server.wait(10) != 0:
+    server = service.process
+    service.stop()
+    if server.returncode:
         faults.append(f"the server ended with {server.returncode}")
     if os.listdir(work.name + "/service/repos") not in ([], [".zevd.lock"]):
         faults.append(f"left: {os.listdir(work.name + '/service/repos')}")

@@ -18,27 +18,17 @@ find -L "$source" -type f -name '*.dxf' -printf '%P\n' | sort |
 files=$(wc -l <"$work/list")
 [ "$files" -gt 0 ] || { echo "$source: no DXF files" >&2; exit 77; }
 
-now() { date +%s%N; }
-phase() { # name, start
-  printf '%-8s %6d ms\n' "$1" $((($(now) - $2) / 1000000))
-}
-
 "$zev" init "$work/copy" >/dev/null
 cd "$work/copy"
 sed -n 's,/[^/]*$,,p' "$work/list" | sort -u | tr '\n' '\0' | xargs -0 -r "$zev" mkdir >/dev/null
 
-start=$(now)
 while IFS= read -r name; do
   "$zev" import "$source/$name" "${name%.dxf}.dwx" --json
 done <"$work/list" >"$work/imports"
-phase import "$start"
 
-start=$(now)
 "$zev" add . >/dev/null
 "$zev" commit -m 'All drawings' >/dev/null
-phase commit "$start"
 
-start=$(now)
 bad=0 bytes=0
 while IFS= read -r name; do
   rm -f "$work/out.dxf"
@@ -46,11 +36,8 @@ while IFS= read -r name; do
   cmp "$source/$name" "$work/out.dxf" || bad=$((bad + 1))
   bytes=$((bytes + $(wc -c <"$work/out.dxf")))
 done <"$work/list"
-phase export "$start"
 
-start=$(now)
 "$zev" verify
-phase verify "$start"
 git fsck --strict
 [ -z "$(git status --short)" ] || { git status --short; bad=$((bad + 1)); }
 

@@ -5,16 +5,14 @@ stays, and how it goes on; and the records of docs/json.md.
 
 import contextlib
 import os
-import shutil
 import signal
 import socket
 import subprocess
 import sys
-import tempfile
 import threading
 
 import console
-from console import expect, failures, quiet_environment, records, seen, Service, zev
+from console import expect, failures, records, seen, Service, zev
 
 # Patterns, options, comments, escapes and more elsewhere, and what they would match there.
 ODD = ["a b.txt", "a[1].txt", "#1", "100%s%n", "wh?t", "st*r", "q\"q", "ünder löß.txt", "図面－１階",
@@ -217,48 +215,7 @@ def foresee(ann, ben, data):
     os.remove(ben.copy + "/new.txt")
     ben.zev("update")
     expect(ben.read("star") is None and ben.read("comet"), "the move came")
-
-
-def local_changes(ann, ben):
-    ann.write("new.txt", "theirs")
-    ann.zev("commit -m theirs new.txt")
-    ben.write("what", "my own")
-    ben.write("new.txt", "mine")
-    expect(ben.records("update", 4)[-2]["result"] == "conflicts", "both changed one file")
-    expect(ben.read("what") == b"my own" and ben.read("new.txt") == b"mine", "mine stay")
-    ben.zev("commit -m early", 4)
-    ben.zev("resolve --mine new.txt")
-    ben.zev("commit -m mine")
-    expect("what" in ben.zev("status"), "only what was staged went")
-    ben.zev("commit -m own what")
     ann.zev("update")
-    expect(ann.read("new.txt") == b"mine" and ann.read("what") == b"my own", "it is there")
-    # The very change that was to be committed comes in: nothing is left.
-    ann.write("new.txt", "the same")
-    ben.write("new.txt", "the same")
-    ann.zev("commit -m same new.txt")
-    expect("nothing was left" in ben.zev("commit -m same new.txt"), "it was there before")
-    ben.zev("update")
-    ben.sound()
-
-
-def tags(ann, ben, data):
-    """Both change one drawing from one version; no row of either takes the other's place."""
-    for each, radius in ((ann, "21.5"), (ben, "22.5")):
-        each.write("../plan.dxf", drawing(data, radius))
-        each.zev("import ../plan.dxf")
-    ann.zev("commit -m ann plan.dwx")
-    ben.zev("commit -m ben plan.dwx", 4)
-    ben.zev("resolve --mine plan.dwx")
-    ben.zev("commit -m ben plan.dwx")
-    ann.zev("update")
-    for each in (ann, ben):
-        each.zev("export plan.dwx ../out.dxf --force")
-        expect(each.read("../out.dxf").decode() == drawing(data, "22.5"), each.name + " has ben's")
-        first = each.records("log -n 2")[-1]["id"]
-        each.zev("export plan.dwx ../out.dxf --force --rev " + first)
-        expect(each.read("../out.dxf").decode() == drawing(data, "21.5"), each.name + " has ann's")
-        each.sound()
 
 
 def no_server(server, ann, data):
@@ -410,38 +367,6 @@ def broken_line(url, server, ann, ben):
         ben.zev("verify", cwd=place)
     relay.close()
     ben.zev("update")
-
-
-def killed_server(server, ann, ben):
-    """In the middle of a commit; whatever it came to, both end with the same."""
-    for number in range(4):
-        server.stop(signal.SIGKILL)
-        server.start()
-        relay = Relay(server.port)
-        ann.zev(["config", "remote.origin.url", "http://localhost:%d/repos/team/house" % relay.port])
-        ann.zev("login http://localhost:%d --user ann --password-stdin" % relay.port, 0, "other\n")
-        ann.write("killed.bin", os.urandom(3 << 20))
-        ann.zev("add .")
-        relay.limit(300 + 900 * number)
-        process = subprocess.Popen([console.ZEV, "commit", "-m", "killed"], cwd=ann.copy,
-                                   env={**os.environ, "XDG_CONFIG_HOME": ann.home},
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        while process.poll() is None and not relay.stalled.wait(0.01):
-            pass
-        server.stop(signal.SIGKILL)
-        relay.open()
-        process.wait(60)
-        relay.close()
-        server.start()
-        ann.zev(["config", "remote.origin.url",
-                 "http://localhost:%d/repos/team/house" % server.port])
-        ann.zev("update")
-        if "nothing has changed" not in ann.zev("status"):
-            ann.zev("commit -m again")
-        ben.zev("update")
-        expect(ann.read("killed.bin") == ben.read("killed.bin"), "the same on both sides")
-        ann.sound()
-        ben.sound()
 
 
 def links(ann, ben):
@@ -598,8 +523,6 @@ def play(work, data, example):
         send_and_get(url, ann, ben, data)
         single_paths(ann, ben)
         foresee(ann, ben, data)
-        local_changes(ann, ben)
-        tags(ann, ben, data)
         no_server(server, ann, data)
         no_rights(ann, ben)
         wrong_password(url, ann)
@@ -609,7 +532,6 @@ def play(work, data, example):
         never_sent(server, ann, ben)
         host_of_the_library(url, ann, example)
         broken_line(url, server, ann, ben)
-        killed_server(server, ann, ben)
         links(ann, ben)
         left_with_a_reason(ann, ben)
         full_disk(url, ann, ben)
@@ -619,15 +541,10 @@ def play(work, data, example):
 
 
 def main():
-    work = tempfile.mkdtemp(dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
     console.setup(*sys.argv[1:4])
-    quiet_environment(work)
     data, example = (os.path.abspath(word) for word in sys.argv[4:6])
-    os.chdir(work)
-    try:
+    with console.playground() as work:
         play(work, data, example)
-    finally:
-        shutil.rmtree(work)
     told = {"get", "update", "incoming", "updates", "permission", "copy", "commit"}
     expect(told <= seen, "records that were never there: %s" % (told - seen))
     return 1 if failures else 0

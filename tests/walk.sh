@@ -55,9 +55,7 @@ conflict() { # two branches that changed one file
     git checkout -q - && content >"$P" && git commit -qam main && git merge -q side$step
 }
 
-step_once() {
-  rand 34
-  op=$R
+by_hand() { # 0 to 9, of any walk
   case $op in
   0 | 1 | 2) name && mkdir -p "$(dirname "./$N")" && content >"$N" ;;
   3 | 4) pick files && content >"$P" ;;
@@ -66,6 +64,14 @@ step_once() {
   7) pick files && name && from=$P && mkdir -p "$(dirname "./$N")" && mv -n -- "$from" "$N" ;;
   8) pick dirs && mv -n -- "$P" "$P-moved" ;;
   9) pick files && touch -- "$P" ;;
+  esac
+}
+
+step_once() {
+  rand 34
+  op=$R
+  case $op in
+  [0-9]) by_hand ;;
   10) rand 3 && ln -sfn /etc/hostname "link$R" ;;
   11) pick files && cp -p -- "$P" "$work/same" && cat "$work/same" >"$P" ;;
   12 | 13) pick files && "$zev" add -- "$P" ;;

@@ -25,13 +25,7 @@ step_once() {
   rand 22
   op=$R
   case $op in
-  0 | 1 | 2) name && mkdir -p "$(dirname "./$N")" && content >"$N" ;;
-  3 | 4) pick files && content >"$P" ;;
-  5) pick files && content >>"$P" ;;
-  6) pick files && rm -- "$P" ;;
-  7) pick files && name && from=$P && mkdir -p "$(dirname "./$N")" && mv -n -- "$from" "$N" ;;
-  8) pick dirs && mv -n -- "$P" "$P-moved" ;;
-  9) pick files && touch -- "$P" ;;
+  [0-9]) by_hand ;;
   10) pick files && "$zev" add -- "$P" ;;
   11) "$zev" add . ;;
   12) pick tracked && "$zev" rm -- "$P" ;;
