@@ -2,6 +2,8 @@
 // lies outside of the work directory, or in the repository, gets no further than here.
 #include "copy.hpp"
 
+#include "output.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -69,6 +71,12 @@ WorkingCopy::WorkingCopy() {
     root_ = fs::weakly_canonical(
         fs::path(std::u16string(check(zRepositoryWorkdir(repository_.get())))));
     if (!root_.has_filename()) root_ = root_.parent_path();
+    stand_in(below(".").value_or(""));
+}
+
+std::string WorkingCopy::in_commit(const std::string &path) const {
+    const bool from_here = path == "." || path.starts_with("./") || path.starts_with("../");
+    return from_here ? relative(path) : path;
 }
 
 std::string WorkingCopy::relative(const std::string &path) const {

@@ -44,6 +44,9 @@ class WorkingCopy {
     std::string relative(const std::string &path) const;
     // The same for any path; nothing for one that `relative` throws for.
     std::optional<std::string> below(const std::string &path) const;
+    // Behind the colon of "REV:PATH": a path from the top, or from here if it begins with "./" or
+    // "../".
+    std::string in_commit(const std::string &path) const;
     std::filesystem::path absolute(const std::string &relative_path) const;
     bool is_on_disk(const std::string &relative_path) const; // whatever it is, also a link
     // Does the path lie in the repository itself, where no file of the user's belongs?

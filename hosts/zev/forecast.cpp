@@ -183,7 +183,7 @@ void Forecast::print(Host &host, const Entries &list) const {
     constexpr size_t kWidest = 40;
     size_t width = 0;
     std::ranges::for_each(list, [&](const DiffEntry *entry) {
-        width = std::max(width, std::min(columns(shown_path(zDiffEntryNewPath(entry))), kWidest));
+        width = std::max(width, std::min(columns(typed_path(zDiffEntryNewPath(entry))), kWidest));
     });
     std::ranges::for_each(list, [&](const DiffEntry *entry) {
         stop_on_break(host.notify);
@@ -197,7 +197,8 @@ void Forecast::print(Host &host, const Entries &list) const {
         Record record("incoming");
         record.set(u"path", path).set(u"status", kind_name(kind)).set(u"here", both);
         const bool ends = !both && who == last.end() && count == objects.end();
-        const std::string names = (moved ? from + " -> " : "") + path;
+        const std::string names =
+            (moved ? typed_path(from) + " -> " : "") + typed_path(zDiffEntryNewPath(entry));
         std::string line = host.out.paint(kind_colour(kind), padded(kind_name(kind), 12)) +
                            (ends ? names : padded(names, width));
         if (moved) record.set(u"from", from);

@@ -130,9 +130,9 @@ bool is_tracked(Index *index, const std::string &path) {
 
 void tell(Host &host, const char *action, const char *word, Colour colour,
           const std::string &path) {
-    const std::string shown = shown_path(wide(path).c_str());
-    host.out.line(host.out.paint(colour, padded(word, 11)) + shown);
-    host.out.record(Record("action").set(u"action", action).set(u"path", shown));
+    host.out.line(host.out.paint(colour, padded(word, 11)) + typed_path(path));
+    host.out.record(
+        Record("action").set(u"action", action).set(u"path", shown_path(wide(path).c_str())));
 }
 
 void require_done(const Host &host, const std::string &what) {

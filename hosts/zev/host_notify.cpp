@@ -194,7 +194,7 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
     if (zStrsameW(word, zI18nTextLookup(zI18nCurrentLang(), u"action.sFetchingContent")))
         return output_.progress(narrow(word) + " ...");
     const auto *known = find_action(word);
-    const std::string name = known ? known->name : narrow(word), path = shown_path(text);
+    const std::string name = known ? known->name : narrow(word);
     const bool failed = name == "failed"; // its text is a message
     const std::string why = failed || name == "skipped" ? why_left(text) : "";
     ++(failed                   ? outcome_.failed
@@ -203,12 +203,12 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
                                 : outcome_.done);
     if (output_.json()) {
         Record record("action");
-        record.set(u"action", name).set(failed ? u"message" : u"path", path);
+        record.set(u"action", name).set(failed ? u"message" : u"path", shown_path(text));
         if (!why.empty()) record.set(u"reason", why);
         return output_.record(record);
     }
     output_.line(output_.paint(known ? known->colour : Colour::plain, padded(narrow(word), 11)) +
-                 path + (why.empty() ? "" : ": " + why));
+                 (failed ? narrow(text) : typed_path(text)) + (why.empty() ? "" : ": " + why));
 }
 
 void HostNotify::on_end(const char *result, const zwchar *text) const {

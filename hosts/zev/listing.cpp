@@ -15,7 +15,8 @@ void print_listed(Host &host, const char *type, const Listed &listed) {
         return host.out.record(record);
     }
     host.out.line(host.out.paint(kind_colour(listed.kind), padded(kind, 12)) +
-                  (listed.old.empty() ? "" : listed.old + " -> ") + listed.path);
+                  (listed.old.empty() ? "" : typed_path(listed.old) + " -> ") +
+                  typed_path(listed.path));
 }
 
 } // namespace host

@@ -74,6 +74,7 @@ constexpr const char *kEpilogue =
 struct Globals {
     bool json = false;
     bool no_pager = false;
+    bool full = false;
     std::string colour = "auto";
     std::string directory;
     Answers answers;
@@ -169,6 +170,7 @@ class CommandLine {
     const Globals &globals() const { return globals_; }
     int run(Host &host) const {
         if (verb_->nature == Nature::paged && !globals_.no_pager) host.out.page();
+        if (globals_.full) show_full_paths();
         const Session session(host, *verb_);
         host.behind_mark = behind_mark_;
         return work_(host);
@@ -185,6 +187,7 @@ class CommandLine {
             ->type_name("WHEN");
         app_.add_flag("--no-pager", globals_.no_pager,
                       "Show long output at once, not by $ZEV_PAGER, $PAGER or less");
+        app_.add_flag("--full", globals_.full, "Show paths from the top of the working copy");
         CLI::Option *yes =
             app_.add_flag("-y,--yes", globals_.answers.yes, "Agree to each question");
         CLI::Option *no = app_.add_flag("--no", globals_.answers.no, "Say no to each question");

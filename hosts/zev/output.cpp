@@ -1,9 +1,12 @@
-// Every text that goes out passes here, and is rid of control characters that would reach the
-// terminal.
+// Every text that goes out passes here, where control characters that would reach the terminal are
+// made visible.
 #include "output.hpp"
+
+#include "width.hpp"
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <unistd.h>
 #include <utility>
 
@@ -37,19 +40,66 @@ bool no_colour() {
     return value && *value;
 }
 
-// Names and messages of others reach the terminal: of control characters only line feeds, tabs
-// and, where there is colour, the colours stay.
-std::string printable(std::string text, bool colour) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if ((byte >= 32 && byte != 127) || byte == '\n' || byte == '\t') continue;
-        size_t end = text.find_first_not_of("0123456789", i + 2);
-        if (colour && text.compare(i, 2, "\033[") == 0 && end != text.npos && text[end] == 'm')
-            i = end;
-        else
-            text[i] = '?';
-    }
+// A terminal that knows no more than letters.
+bool is_dumb() {
+    const char *name = getenv("TERM");
+    return !name || !*name || std::string_view(name) == "dumb";
+}
+
+// Where the user stands, for as long as the program runs.
+struct Standing {
+    std::string directory; // below the top, "" for the top itself
+    bool full = false;     // paths count from the top
+} standing;
+
+bool is_hidden(char32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x2028 && code <= 0x202E) ||
+           (code >= 0x2066 && code <= 0x2069);
+}
+
+std::string escape(char32_t code) {
+    if (code == U'\n') return "\\n";
+    if (code == U'\t') return "\\t";
+    char text[8];
+    snprintf(text, sizeof text, code < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(code));
     return text;
+}
+
+// Of control characters only the `kept` ones stay.
+std::string visible(std::string_view text, std::string_view kept) {
+    std::string out;
+    while (!text.empty()) {
+        const std::string_view rest = text;
+        const char32_t code = take(text);
+        const std::string_view bytes = rest.substr(0, rest.size() - text.size());
+        if (code == kNoCharacter) {
+            char broken[8];
+            snprintf(broken, sizeof broken, "\\x%02x", static_cast<unsigned char>(rest[0]));
+            out += broken;
+        } else if (is_hidden(code) && kept.find(bytes) == kept.npos) {
+            out += escape(code);
+        } else {
+            out += bytes;
+        }
+    }
+    return out;
+}
+
+// The same, but where there is colour the colours stay.
+std::string printable(std::string_view text, bool colour, std::string_view kept) {
+    std::string out;
+    for (size_t from = 0, at; colour && (at = text.find("\033[", from)) != text.npos;) {
+        const size_t end = text.find_first_not_of("0123456789", at + 2);
+        if (end == text.npos || text[end] != 'm') {
+            from = at + 1;
+            continue;
+        }
+        out += visible(text.substr(0, at), kept);
+        out += text.substr(at, end + 1 - at);
+        text.remove_prefix(end + 1);
+        from = 0;
+    }
+    return out + visible(text, kept);
 }
 
 void push(Json *array, Json *value) {
@@ -80,6 +130,21 @@ std::string shown_path(const zwchar *path) {
     return shown;
 }
 
+std::string visible(std::string_view text) { return visible(text, {}); }
+
+void stand_in(const std::string &directory) { standing.directory = directory; }
+
+void show_full_paths() { standing.full = true; }
+
+std::string typed_path(const std::string &path) {
+    std::string shown = path.ends_with("/.gitkeep") ? path.substr(0, path.rfind('/') + 1) : path;
+    if (standing.full || standing.directory.empty()) return visible(shown);
+    const bool directory = shown.ends_with('/');
+    if (directory) shown.pop_back();
+    shown = std::filesystem::path(shown).lexically_relative(standing.directory).string();
+    return visible(directory ? shown + '/' : shown);
+}
+
 Record::Record() : object_(check(zJsonNew(Z_JSON_OBJECT))) {}
 
 Record::Record(const char *type) : Record() { set(u"type", type); }
@@ -92,13 +157,13 @@ Record &Record::put(const zwchar *name, Json *value) {
 }
 
 Record &Record::set(const zwchar *name, const std::string &text) {
-    return put(name, zJsonNewString(zStrfromutf8(clean(text).c_str())));
+    return put(name, zJsonNewString(zStrfromutf8(text.c_str())));
 }
 
 Record &Record::set(const zwchar *name, const std::vector<std::string> &texts) {
     OwnedJson array(check(zJsonNew(Z_JSON_ARRAY)));
     for (const std::string &text : texts)
-        push(array.get(), zJsonNewString(zStrfromutf8(clean(text).c_str())));
+        push(array.get(), zJsonNewString(zStrfromutf8(text.c_str())));
     return set(name, std::move(array));
 }
 
@@ -109,14 +174,21 @@ Record &Record::set(const zwchar *name, std::vector<Record> &&members) {
 }
 
 std::string Record::text() const {
-    Owned<zwchar, zStrfreeW> written(check(zJsonWriteTextual(object_.get())));
-    return narrow(written.get());
+    // The library writes what is below a blank and has no letter of its own as it is.
+    const Owned<zwchar, zStrfreeW> written(check(zJsonWriteTextual(object_.get())));
+    std::string out;
+    for (const char c : narrow(written.get())) {
+        char code[8] = {c};
+        if (static_cast<unsigned char>(c) < 32) snprintf(code, sizeof code, "\\u%04x", c);
+        out += code;
+    }
+    return out;
 }
 
 void Output::setup(bool as_json, ColourMode mode) {
     json_ = as_json;
-    terminal_ = isatty(STDERR_FILENO);
-    bool automatic = mode == ColourMode::automatic && !no_colour();
+    terminal_ = isatty(STDERR_FILENO) && !is_dumb();
+    bool automatic = mode == ColourMode::automatic && !no_colour() && !is_dumb();
     colour_ = mode == ColourMode::always || (automatic && isatty(STDOUT_FILENO));
     colour_errors_ = mode == ColourMode::always || (automatic && terminal_);
 }
@@ -130,11 +202,15 @@ void Output::page() {
     terminal_ = false; // no progress in between
 }
 
-void Output::line(const std::string &text) {
+void Output::line(const std::string &text) { print(text, {}); }
+
+void Output::text(const std::string &text) { print(text, "\n\t"); }
+
+void Output::print(const std::string &text, std::string_view kept) {
     if (json_) return;
     say_reason();
     clear_progress();
-    put_line(stdout, printable(text, colour_));
+    put_line(stdout, printable(text, colour_, kept));
     unread_ = pager_.running() && ferror(stdout);
 }
 
@@ -149,7 +225,7 @@ void Output::warn(const std::string &text) {
     say_reason();
     clear_progress();
     fflush(stdout);
-    put_line(stderr, (colour_errors_ ? "\033[33mwarning:\033[0m " : "warning: ") + clean(text));
+    put_line(stderr, (colour_errors_ ? "\033[33mwarning:\033[0m " : "warning: ") + visible(text));
 }
 
 void Output::reason(const std::string &text) {
@@ -173,7 +249,7 @@ void Output::fail(const Failed &failed, int exit_code) {
     say_reason();
     clear_progress();
     fflush(stdout);
-    put_line(stderr, (colour_errors_ ? "\033[31mzev:\033[0m " : "zev: ") + clean(failed.what()));
+    put_line(stderr, (colour_errors_ ? "\033[31mzev:\033[0m " : "zev: ") + visible(failed.what()));
 }
 
 void Output::progress(const std::string &text) {
@@ -181,7 +257,7 @@ void Output::progress(const std::string &text) {
     progress_time_ = std::chrono::steady_clock::now();
     progress_shown_ = true;
     fflush(stdout);
-    fprintf(stderr, "\r\033[K%s", clean(text).c_str());
+    fprintf(stderr, "\r\033[K%s", visible(text).c_str());
     fflush(stderr);
 }
 

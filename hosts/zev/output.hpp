@@ -16,14 +16,24 @@ namespace host {
 enum class Colour { plain, bold, dim, red, green, yellow, cyan };
 enum class ColourMode { automatic, always, never };
 
-// What is below a blank and no white space becomes a blank: no JSON text and no commit holds it,
-// and no terminal should.
+// What is below a blank and no white space becomes a blank: no commit holds it.
 std::string clean(std::string text);
 
-// A path for people: a keep-file stands for its directory.
+// Others' words on one line: control characters, marks that turn the direction of writing and bytes
+// that are no UTF-8 as \n, \t, \x1b, \u202e, \xff. What is so already stays.
+std::string visible(std::string_view text);
+
+// A keep-file stands for its directory.
 std::string shown_path(const zwchar *path);
 
-// One JSON object under way. Its texts are cleaned.
+// A path of the working copy as it can be typed: relative to the directory below the top in which
+// the user stands. Before anything is said of that, and with --full, it counts from the top.
+void stand_in(const std::string &directory);
+void show_full_paths();
+std::string typed_path(const std::string &path); // a keep-file stands for its directory here, too
+inline std::string typed_path(const zwchar *path) { return typed_path(narrow(path)); }
+
+// One JSON object under way.
 class Record {
   public:
     Record(); // a member of another one
@@ -62,7 +72,8 @@ class Output {
     bool json() const { return json_; }
     std::string paint(Colour colour, const std::string &text) const;
 
-    void line(const std::string &text); // text mode: stdout
+    void line(const std::string &text); // text mode: stdout, what is in it is made visible
+    void text(const std::string &text); // the same for several lines
     void record(const Record &record);  // JSON mode: stdout
     void warn(const std::string &text); // either mode
     // Why an operation fails. In text it is said once: by `fail` where that is the end of it, else
@@ -82,11 +93,12 @@ class Output {
 
   private:
     void say_reason();
+    void print(const std::string &text, std::string_view kept);
 
     bool json_ = false;
     bool colour_ = false;
     bool colour_errors_ = false;
-    bool terminal_ = false; // stderr is one
+    bool terminal_ = false; // stderr is one, on which a line can be taken back
     bool progress_shown_ = false;
     bool unread_ = false;
     std::string reason_; // not said yet

@@ -40,24 +40,25 @@ void print_commit(Host &host, const Commit *commit) {
         if (const Oid *parent = zCommitParentId(commit)) record.set(u"parent", parent);
         return host.out.record(record);
     }
-    host.out.line(host.out.paint(Colour::yellow, "commit " + id) + "\nAuthor: " + author +
-                  "\nDate:   " + time + "\n" + indented(clean(message)) + "\n");
+    host.out.line(host.out.paint(Colour::yellow, "commit " + id));
+    host.out.line("Author: " + author);
+    host.out.line("Date:   " + time);
+    host.out.text(indented(message) + "\n");
 }
 
 void print_change(Host &host, const DiffEntry *entry) {
     int32_t kind = zDiffEntryStatus(entry);
-    std::string path = shown_path(zDiffEntryNewPath(entry));
-    std::string from = shown_path(zDiffEntryOldPath(entry));
     if (host.out.json()) {
         Record record("change");
-        record.set(u"status", kind_name(kind)).set(u"path", path);
-        if (kind == Z_KIND_RENAMED) record.set(u"from", from);
+        record.set(u"status", kind_name(kind)).set(u"path", shown_path(zDiffEntryNewPath(entry)));
+        if (kind == Z_KIND_RENAMED) record.set(u"from", shown_path(zDiffEntryOldPath(entry)));
         if (kind != Z_KIND_DELETED) record.set(u"id", zDiffEntryNewId(entry));
         if (kind != Z_KIND_ADDED) record.set(u"old", zDiffEntryOldId(entry));
         return host.out.record(record);
     }
     host.out.line(host.out.paint(kind_colour(kind), padded(kind_name(kind), 12)) +
-                  (kind == Z_KIND_RENAMED ? from + " -> " + path : path));
+                  (kind == Z_KIND_RENAMED ? typed_path(zDiffEntryOldPath(entry)) + " -> " : "") +
+                  typed_path(zDiffEntryNewPath(entry)));
 }
 
 } // namespace host

@@ -36,7 +36,7 @@ void print_entry(Host &host, const TrashEntry *entry) {
     const std::string size = is_file ? narrow(zNumToHumanBytes(zTrashEntrySize(entry))) : "-";
     host.out.line(short_time(time) + "  " + padded(size, 12) +
                   host.out.paint(Colour::yellow, id_of(entry).substr(0, kShortId)) + "  " +
-                  original_of(entry) + (is_dir ? "/" : ""));
+                  typed_path(original_of(entry)) + (is_dir ? "/" : ""));
 }
 
 uint64_t print_found(Host &host, const std::string &pattern, bool recursive) {

@@ -22,25 +22,6 @@ template <size_t N> bool contains(const Range (&table)[N], char32_t code) {
     return at != table && code <= std::prev(at)->last;
 }
 
-// The code point at the front of a text that isn't empty, cut off there. A broken one gives its
-// first byte.
-char32_t take(std::string_view &text) {
-    const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
-    const unsigned char first = byte(0);
-    size_t length = first < 0xC0 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-    char32_t code = length == 1 ? first : first & (0x7Fu >> length);
-    for (size_t at = 1; at < length; ++at) {
-        if (at == text.size() || (byte(at) & 0xC0) != 0x80) {
-            length = 1;
-            code = U'?';
-            break;
-        }
-        code = code << 6 | (byte(at) & 0x3F);
-    }
-    text.remove_prefix(length);
-    return code;
-}
-
 size_t columns_of(char32_t code) {
     if (code < 0x20 || (code >= 0x7F && code < 0xA0)) return code < 0x80 ? 0 : 1;
     if (code < 0x300) return 1;
@@ -49,6 +30,22 @@ size_t columns_of(char32_t code) {
 }
 
 } // namespace
+
+char32_t take(std::string_view &text) {
+    constexpr char32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000}; // of so many bytes
+    const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned char first = byte(0);
+    size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    char32_t code = length == 1 ? first : first & (0x7Fu >> length);
+    bool good = first < 0x80 || (first >= 0xC0 && first < 0xF8);
+    for (size_t at = 1; good && at < length; ++at) {
+        good = at < text.size() && (byte(at) & 0xC0) == 0x80;
+        if (good) code = code << 6 | (byte(at) & 0x3F);
+    }
+    good = good && code >= kLeast[length] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+    text.remove_prefix(good ? length : 1);
+    return good ? code : kNoCharacter;
+}
 
 size_t columns(std::string_view text) {
     size_t count = 0;

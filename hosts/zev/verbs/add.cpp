@@ -40,7 +40,7 @@ void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *spec) {
         const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
         const Permission permission = permissions.of(path);
         if (permission.bits & Z_PRIVILEGE_WRITE) continue;
-        host.out.warn(path + ": you may not change it" +
+        host.out.warn(typed_path(path) + ": you may not change it" +
                       (permission.rule.empty() ? "" : ", by the rule on " + permission.rule) +
                       "; the server will refuse it");
     }

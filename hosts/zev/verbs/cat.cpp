@@ -14,8 +14,8 @@ struct Options {
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Write a file of a commit to stdout");
-    verb.footer("Example:\n  zev cat HEAD~1:plan.dwx > old.dwx");
-    verb.add_option("file", options.file, "A commit, a colon, and a path from the top directory")
+    verb.footer("Examples:\n  zev cat HEAD~1:plan.dwx > old.dwx\n  zev cat HEAD:./plan.dwx");
+    verb.add_option("file", options.file, "A commit, a colon, and a path from the top directory; ./ begins one from here")
         ->required()
         ->type_name("REV:PATH");
 }
@@ -43,6 +43,7 @@ bool is_plain_text(const std::string &data) {
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     RevisionPath name = parse_revision_path(options.file);
+    name.path = copy.in_commit(name.path);
     OwnedCommit commit = commit_with(host, copy, name.revision, name.path);
     OwnedTreeEntry entry = copy.file(commit.get(), name.path);
     OwnedOdb odb(check(zOdbOpen(copy.repository())));

@@ -155,7 +155,7 @@ class SideView {
         const bool known = origin != origins_.end();
         text += kind_name(kind);
         text = host.out.paint(kind_colour(kind), moved || known ? padded(text, 14) : text);
-        if (moved) text += path;
+        if (moved) text += typed_path(path);
         if (!known) return text;
         if (moved) text += "  ";
         const auto &[commit, author, seconds] = origin->second;
@@ -186,7 +186,7 @@ void print_node(Host &host, ConflictNode *node, const Origins &ours, const Origi
         record.set(u"path", path).set(u"kind", type_name(node));
         return host.out.record(record.set(u"sides", std::move(records)));
     }
-    host.out.line(host.out.paint(Colour::bold, path) + ": " + narrow(zConflictNodeType(node)));
+    host.out.line(host.out.paint(Colour::bold, typed_path(path)) + ": " + narrow(zConflictNodeType(node)));
     for (const SideView &side : sides) side.print(host);
 }
 

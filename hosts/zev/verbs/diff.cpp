@@ -332,7 +332,7 @@ Difference::Counts diff_all(Host &host, const WorkingCopy &copy, const Options &
     Difference::Counts totals{};
     for (const std::string &path : changed_drawings(copy)) try {
             const Difference difference(host, copy, options, path);
-            host.out.line(host.out.paint(Colour::bold, clean(path)));
+            host.out.line(host.out.paint(Colour::bold, typed_path(path)));
             Record record("drawing");
             record.set(u"path", path);
             host.out.record(set_counts(record, difference.totals()));

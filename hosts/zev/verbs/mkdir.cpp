@@ -24,7 +24,7 @@ int run(Host &host, const Options &options) {
     std::vector<std::string> made;
     for (const std::string &path : options.paths) made.push_back(copy.relative(path));
     for (const std::string &path : made)
-        if (copy.is_on_disk(path)) throw Failed(kExists, path + ": is there already");
+        if (copy.is_on_disk(path)) throw Failed(kExists, typed_path(path) + ": is there already");
     for (const std::string &path : made) {
         check(zDirMake(copy.absolute(path).u16string().c_str(), true), path);
     }
@@ -32,11 +32,12 @@ int run(Host &host, const Options &options) {
         change_index(copy, [&](Index *changed, bool) { keep_directories(copy, changed, made); });
     for (const std::string &path : made) {
         if (!is_tracked(index.get(), path)) {
-            host.out.warn(path + ": was made, but is ignored or another repository's; no commit "
-                                 "will hold it");
+            host.out.warn(typed_path(path) +
+                          ": was made, but is ignored or another repository's; no commit will "
+                          "hold it");
             continue;
         }
-        host.out.line(host.out.paint(Colour::green, "Added     ") + " " + path + "/");
+        host.out.line(host.out.paint(Colour::green, "Added     ") + " " + typed_path(path) + "/");
         host.out.record(Record("action").set(u"action", "added").set(u"path", path + "/"));
     }
     return kDone;

@@ -80,7 +80,7 @@ int run(Host &host, const Options &options) {
         target = target.empty() ? name : target + "/" + name;
     }
     if (same_or_below(target, source)) throw Failed(kInvalid, from + ": can't move into itself");
-    if (copy.is_on_disk(target)) throw Failed(kExists, target + ": is there already");
+    if (copy.is_on_disk(target)) throw Failed(kExists, typed_path(target) + ": is there already");
     const std::u16string old_path = wide(source), new_path = wide(target);
     const OwnedIndex index = change_index(
         copy,
@@ -93,7 +93,8 @@ int run(Host &host, const Options &options) {
                            old_path.c_str(), false);
         });
     TableMover(copy, source, target).run(index.get());
-    host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + source + " -> " + target);
+    host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + typed_path(source) + " -> " +
+                  typed_path(target));
     host.out.record(
         Record("action").set(u"action", "renamed").set(u"from", source).set(u"path", target));
     return kDone;

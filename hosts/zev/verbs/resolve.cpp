@@ -164,7 +164,7 @@ class Beside {
     static void tell(Host &host, Index *index, const Copy &copy) {
         if (!zIndexEntryBypath(index, wide(copy.path).c_str()))
             check(zIndexAddBypath(index, wide(copy.path).c_str()));
-        host.out.line(host.out.paint(Colour::green, padded("Kept", 11)) + copy.path);
+        host.out.line(host.out.paint(Colour::green, padded("Kept", 11)) + typed_path(copy.path));
         host.out.record(Record("action")
                             .set(u"action", "kept")
                             .set(u"path", copy.path)
@@ -218,7 +218,7 @@ class Resolution {
             beside_->write(node);
             return Z_CONFLICT_USE_OURS;
         } catch (const Failed &failed) {
-            host_.out.warn(narrow(zConflictNodePath(node)) + ": " + failed.what());
+            host_.out.warn(typed_path(zConflictNodePath(node)) + ": " + failed.what());
             return Z_CONFLICT_UNDECIDED;
         }
     }
@@ -226,7 +226,7 @@ class Resolution {
     void warn_of_marks(const ConflictNode *node) const {
         for (uint64_t i = 0; i < kOurs.count(node); ++i)
             if (std::string path = kOurs.path(node, i); has_marks(copy_, path))
-                host_.out.warn(path + ": has both sides between marks; edit it, then add it");
+                host_.out.warn(typed_path(path) + ": has both sides between marks; edit it, then add it");
     }
 
     void note_displaced(const ConflictNode *node) {
@@ -238,7 +238,7 @@ class Resolution {
     void tell_displaced() const {
         for (const auto &[node, path] : displaced_) {
             if (!zConflictNodeIsResolved(node)) continue;
-            host_.out.line(host_.out.paint(Colour::dim, padded("In trash", 11)) + path);
+            host_.out.line(host_.out.paint(Colour::dim, padded("In trash", 11)) + typed_path(path));
             host_.out.record(Record("action").set(u"action", "trashed").set(u"path", path));
         }
     }

@@ -47,13 +47,13 @@ Reverted files_of(Host &host, const WorkingCopy &copy, const Selection &selectio
         const bool named = selection.has(path);
         if (!named && !selection.has(from)) continue;
         if (zStatusEntryStatus(entry) == Z_KIND_TYPECHANGE) {
-            host.out.warn(path + ": is no file or link as before; take it away, then revert");
+            host.out.warn(typed_path(path) + ": is no file or link as before; take it away, then revert");
             continue;
         }
         if (named) out.files.insert(path);
         out.files.insert(from);
         out.shown.push_back(padded(kind_name(zStatusEntryStatus(entry)), 12) +
-                            shown_path(zStatusEntryPath(entry)));
+                            typed_path(zStatusEntryPath(entry)));
     }
     return out;
 }

@@ -140,8 +140,8 @@ void print_json(Host &host, const File &file) {
 
 void print_long(Host &host, const File &file) {
     const char *mark = file.is_staged() ? (file.is_unstaged() ? "! " : "+ ") : "  ";
-    const std::string path = shown_path(zStatusEntryPath(file.entry));
-    const std::string from = shown_path(zStatusEntryFrom(file.entry));
+    const std::string path = typed_path(zStatusEntryPath(file.entry));
+    const std::string from = typed_path(zStatusEntryFrom(file.entry));
     host.out.line(mark + host.out.paint(kind_colour(file.kind), padded(kind_name(file.kind), 12)) +
                   (file.renamed() ? from + " -> " : "") + path +
                   (*file.conflict ? std::string("  (") + file.conflict + ")" : ""));
