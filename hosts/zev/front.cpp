@@ -140,6 +140,7 @@ void require_done(const Host &host, const std::string &what) {
     if (broken()) throw Failed(kCanceled, "cancelled");
     const uint64_t missed = outcome.failed + outcome.skipped;
     if (!missed && !outcome.aborted) return;
+    if (outcome.aborted && outcome.declined) throw Failed(kCanceled, what + " was not completed");
     throw Failed(kOther, what + (outcome.aborted ? " was not completed"
                                                  : " left out " + std::to_string(missed) +
                                                        (missed == 1 ? " path" : " paths")));

@@ -86,6 +86,23 @@ int32_t typed(const std::vector<Button> &buttons, const std::string &line) {
     return count == 1 ? id : kNobody;
 }
 
+// What Enter stands for: the last button that takes no step, else the last one at all.
+const Button &safe_button(const std::vector<Button> &buttons) {
+    for (auto button = buttons.rbegin(); button != buttons.rend(); ++button)
+        for (const zwchar *key : {u"buttons.cancel", u"buttons.skip"})
+            if (button->text == narrow(zI18nTextLookup(zI18nCurrentLang(), key))) return *button;
+    return buttons.back();
+}
+
+// The first letter, if no other button begins with it.
+std::string letter_of(const std::vector<Button> &buttons, const Button &button) {
+    std::string_view rest = button.text;
+    if (rest.empty()) return {};
+    take(rest);
+    const std::string letter = button.text.substr(0, button.text.size() - rest.size());
+    return typed(buttons, letter) == button.id ? letter : "";
+}
+
 std::string trimmed(const std::string &text) {
     const size_t begin = text.find_first_not_of(" \t");
     return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
@@ -104,15 +121,21 @@ std::vector<std::string> texts_of(const TaskDialog *dialog) {
 int32_t ask_on(const Terminal &terminal, const TaskDialog *dialog,
                const std::vector<Button> &buttons) {
     std::string shown = "\n";
-    for (const std::string &text : texts_of(dialog)) shown += clean(text) + "\n";
-    for (const Button &button : buttons)
-        shown += "  " + padded(std::to_string(button.id) + ")", 3) + clean(button.text) +
-                 (button.description.empty() ? "" : "  " + clean(button.description)) + "\n";
+    for (const std::string &text : texts_of(dialog)) shown += visible(text, "\n") + "\n";
+    const Button &safe = safe_button(buttons);
+    for (const Button &button : buttons) {
+        const std::string letter = letter_of(buttons, button);
+        shown += "  " + padded(std::to_string(button.id) + ")", 3) + visible(button.text);
+        if (!button.description.empty()) shown += "  " + visible(button.description);
+        if (!letter.empty()) shown += "  [" + letter + "]";
+        shown += button.id == safe.id ? "  [Enter]\n" : "\n";
+    }
     terminal.write(shown);
     for (;;) {
-        terminal.write("Your choice, by number or name: ");
+        terminal.write("Your choice, by number or letter: ");
         const std::optional<std::string> line = terminal.read_line();
         if (!line) return terminal.write("\n"), kNobody;
+        if (trimmed(*line).empty()) return safe.id;
         if (int32_t id = typed(buttons, trimmed(*line)); id != kNobody) return id;
     }
 }
@@ -132,6 +155,7 @@ Record record_of(const TaskDialog *dialog, const std::vector<Button> &buttons, i
 std::string unanswered(const TaskDialog *dialog, const std::vector<Button> &buttons) {
     std::string text;
     for (const std::string &part : texts_of(dialog)) text += (text.empty() ? "" : " ") + part;
+    std::replace(text.begin(), text.end(), '\n', ' ');
     text += " (";
     for (const Button &button : buttons)
         text += (button.id == buttons.front().id ? "" : ", ") + button.text;
@@ -220,6 +244,8 @@ void HostNotify::on_end(const char *result, const zwchar *text) const {
 int32_t HostNotify::on_dialog(const TaskDialog *dialog) const {
     const std::vector<Button> buttons = buttons_of(dialog);
     const int32_t chosen = answer(dialog);
+    outcome_.declined |= !outcome_.unanswered && !buttons.empty() &&
+                         (chosen == kNobody || chosen == safe_button(buttons).id);
     output_.record(record_of(dialog, buttons, chosen));
     return chosen;
 }
@@ -259,6 +285,12 @@ int32_t ask(const Notify *notify, const Question &question) {
         button.release();
     }
     return zNotifyShowTaskDialog(notify, dialog.get());
+}
+
+void require_yes(const HostNotify *notify, const Question &question, const std::string &otherwise,
+                 const std::string &option) {
+    if (ask(notify, question) == 1) return;
+    throw Failed(kCanceled, otherwise + (notify->outcome().unanswered ? "; " + option : ""));
 }
 
 } // namespace host

@@ -29,6 +29,7 @@ struct Outcome {
     uint64_t unauthorized = 0; // that the server would not have changed
     bool aborted = false;
     bool unanswered = false; // a question that nobody could answer
+    bool declined = false;   // one that the user answered by the button that leaves all as it is
 };
 
 // All eleven callbacks; they say what comes through `output`, which outlives them.
@@ -58,7 +59,8 @@ class HostNotify : public Notify {
     mutable unsigned repeats_ = 0;
 };
 
-// A question of the host's own. The buttons have the ids 1, 2, ...; the first one agrees.
+// A question of the host's own. The buttons have the ids 1, 2, ...; the first one agrees, the last
+// one leaves all as it is.
 struct Question {
     const char *id; // by which scripts tell questions apart
     std::string title;
@@ -69,5 +71,10 @@ struct Question {
 
 // The id of the button that was chosen, -1 for none.
 int32_t ask(const Notify *notify, const Question &question);
+
+// Goes on if the first button was chosen. Else throws what ends the verb as cancelled, `otherwise`
+// saying what stays; where nobody could answer, with the option that does.
+void require_yes(const HostNotify *notify, const Question &question, const std::string &otherwise,
+                 const std::string &option = "--yes says that it is meant");
 
 } // namespace host

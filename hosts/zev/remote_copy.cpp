@@ -264,7 +264,7 @@ void fail_remote(const Host &host, const std::string &url) {
     if (broken())
         throw Failed(kCanceled, "cancelled; what has come stays, and the next try goes on from it");
     if (host.notify->outcome().unanswered)
-        throw Failed(kOther, "nothing was changed; --answer tells what is meant");
+        throw Failed(kCanceled, "nothing was changed; --answer tells what is meant");
     if (failed.error_class == kNetwork && failed.code == kUnauthorized &&
         !host.notify->outcome().unauthorized)
         throw Failed(kNetwork, kUnauthorized, failed.what() + log_in_anew(url));

@@ -126,16 +126,15 @@ std::string some_of(const std::vector<std::string> &names) {
 void confirm_trash(Host &host, const std::vector<std::string> &work) {
     if (work.empty()) return;
     const std::string count = std::to_string(work.size());
-    const int32_t answer = ask(host.notify, {.id = "zev.force",
-                                             .title = "",
-                                             .instruction = count + " changed files go to the "
-                                                                    "trash. Go on?",
-                                             .content = some_of(work),
-                                             .buttons = {"Go on", "Keep my changes"}});
-    if (answer == 1) return;
-    if (host.notify->outcome().unanswered)
-        throw Failed(kOther, "nothing was changed; --yes says that it is meant");
-    throw Failed(kCanceled, "nothing was changed");
+    require_yes(host.notify,
+                {.id = "zev.force",
+                 .title = "",
+                 .instruction = count + (work.size() == 1 ? " changed file goes" :
+                                                            " changed files go") +
+                                " to the trash. Go on?",
+                 .content = some_of(work),
+                 .buttons = {"Go on", "Keep my changes"}},
+                "nothing was changed");
 }
 
 } // namespace host

@@ -189,7 +189,7 @@ TEST_F(BranchVerbs, BranchesAndSettings) {
     ok("switch -c lone");
     commit("a", "a2");
     ok("switch master");
-    EXPECT_EQ(code("branch --delete lone"), 1);
+    EXPECT_EQ(code("branch --delete lone"), 6);
     ok("--yes branch --delete lone");
     ok("config zev.x 5");
     EXPECT_EQ(ok("config zev.x") + git("config zev.x"), "5\n5\n");
@@ -298,7 +298,7 @@ TEST_F(BranchVerbs, CleanupAndUndo) {
     EXPECT_EQ(content("a") + content("u"), "a1(none)");
     EXPECT_EQ(code("undo"), 3);
     write("u", "again");
-    EXPECT_EQ(code("cleanup --purge"), 1);
+    EXPECT_EQ(code("cleanup --purge"), 6);
     EXPECT_EQ(content("u"), "again");
     EXPECT_EQ(zev(root, "--no cleanup --purge 2>/dev/null").code, 6);
     ok("--yes cleanup --purge");

@@ -28,8 +28,18 @@ TEST_F(Zev, PathsAreTakenFromTheCurrentDirectory) {
     ok("-C plans/ground import ../../../plan.dxf");
     ok("-C plans add ground");
     EXPECT_EQ(zev(home, "-C copy/plans status ground/plan.dwx").out,
-              "+ added       plans/ground/plan.dwx\n");
+              "+ added       ground/plan.dwx\n");
+    const auto shown = [&](const std::string &arguments) {
+        return zev(root + "/plans/ground", arguments).out;
+    };
+    EXPECT_EQ(shown("--full status --short"), "A  plans/ground/plan.dwx\n");
+    EXPECT_EQ(lines(shown("status --json")).at(0).find("plans/ground"), 39u);
     ok("commit -m all");
+    write("top.dwx", "top");
+    EXPECT_EQ(shown("status"), "  untracked   ../../top.dwx\n");
+    EXPECT_EQ(shown("cat HEAD:./plan.dwx"), out("cat HEAD:plans/ground/plan.dwx"));
+    EXPECT_EQ(shown("add ../../top.dwx"), "Added      ../../top.dwx\n");
+    ok("rm top.dwx");
     EXPECT_EQ(git("ls-files"), "plans/.gitkeep\nplans/ground/.gitkeep\nplans/ground/plan.dwx\n");
     EXPECT_EQ(zev(root + "/plans", "add ../../plan.dxf 2>/dev/null").code, 2); // outside
     // By way of a link to the copy it is the same place.

@@ -69,16 +69,13 @@ void rename(AdminCall &call) {
 
 // All of its history goes.
 void confirm(AdminCall &call, const std::string &text) {
-    const int32_t answer =
-        ask(call.host.notify, {.id = "zev.admin.project.delete",
-                               .title = "",
-                               .instruction = "Delete " + text + " on " + call.server() + "?",
-                               .content = "All of its drawings and their history go, for good.",
-                               .buttons = {"Delete", "Keep"}});
-    if (answer == 1) return;
-    if (call.host.notify->outcome().unanswered)
-        throw Failed(kOther, text + " stays; --yes says that it is meant");
-    throw Failed(kCanceled, text + " stays");
+    require_yes(call.host.notify,
+                {.id = "zev.admin.project.delete",
+                 .title = "",
+                 .instruction = "Delete " + text + " on " + call.server() + "?",
+                 .content = "All of its drawings and their history go, for good.",
+                 .buttons = {"Delete", "Keep"}},
+                text + " stays");
 }
 
 void remove(AdminCall &call) {

@@ -85,17 +85,14 @@ bool is_kept(const WorkingCopy &copy, const Notify *notify, const std::string &f
 }
 
 void confirm_loss(Host &host, const std::string &name, const Oid &tip) {
-    const int32_t answer =
-        ask(host.notify, {.id = "zev.branch.delete",
-                          .title = "",
-                          .instruction = "Delete branch " + name + "?",
-                          .content = "No other branch has its last commit " + short_id(&tip) +
-                                     ", and nothing names it any more then.",
-                          .buttons = {"Delete", "Keep"}});
-    if (answer == 1) return;
-    if (host.notify->outcome().unanswered)
-        throw Failed(kOther, "the branch stays; --yes says that it is meant");
-    throw Failed(kCanceled, "the branch stays");
+    require_yes(host.notify,
+                {.id = "zev.branch.delete",
+                 .title = "",
+                 .instruction = "Delete branch " + name + "?",
+                 .content = "No other branch has its last commit " + short_id(&tip) +
+                            ", and nothing names it any more then.",
+                 .buttons = {"Delete", "Keep"}},
+                "the branch stays");
 }
 
 void require_not_current(const WorkingCopy &copy, const std::string &name) {

@@ -55,7 +55,7 @@ void confirm_purge(Host &host, const std::vector<std::string> &files, uint64_t i
              .buttons = {"Delete", "Keep"}});
     if (answer == 1) return;
     if (host.notify->outcome().unanswered)
-        throw Failed(kOther, "nothing was deleted; --yes says that it is meant");
+        throw Failed(kCanceled, "nothing was deleted; --yes says that it is meant");
     throw Failed(kCanceled, "nothing was deleted");
 }
 

@@ -65,17 +65,13 @@ void confirm(Host &host, const Reverted &reverted) {
         content += (i ? "\n" : "") + reverted.shown[i];
     if (count > kExamples) content += "\nand " + std::to_string(count - kExamples) + " more";
     const std::string differ = count == 1 ? " file differs" : " files differ";
-    const int32_t answer = ask(host.notify, {"revert-all",
-                                             "Revert",
-                                             std::to_string(count) + differ +
-                                                 " from the last "
-                                                 "commit. Bring everything back?",
-                                             content,
-                                             {"Revert everything", "Keep my changes"}});
-    if (answer == 1) return;
-    if (host.notify->outcome().unanswered)
-        throw Failed(kInvalid, "revert everything? Name the files, or give --all");
-    throw Failed(kCanceled, "nothing was reverted");
+    require_yes(host.notify,
+                {"revert-all",
+                 "Revert",
+                 std::to_string(count) + differ + " from the last commit. Bring everything back?",
+                 content,
+                 {"Revert everything", "Keep my changes"}},
+                "nothing was reverted", "name the files, or give --all");
 }
 
 // Of a conflict ours is what the branch has, and what it is brought back to; theirs is not taken.

@@ -77,6 +77,7 @@ class Switch {
         if (answer == 1)
             return make_branch(copy_, options_.target,
                                copy_.commit("refs/remotes/" + remote).get());
+        if (!host_.notify->outcome().unanswered) throw Failed(kCanceled, "nothing was changed");
         throw Failed(kNotFound, options_.target + ": no branch here; \"zev branch " +
                                     options_.target + " " + remote + "\" makes it");
     }

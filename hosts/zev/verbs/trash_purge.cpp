@@ -32,15 +32,13 @@ std::string plural(uint64_t count, const char *noun) {
 
 // Nothing goes without a yes.
 void confirm(Host &host, const std::string &what) {
-    enum : int32_t { kDelete = 1, kKeep = 2 };
-    const int32_t answer = ask(host.notify, {.id = "zev.trash.purge",
-                                             .title = "",
-                                             .instruction = "Delete " + what + " for good?",
-                                             .content = "Nothing brings back what is deleted here.",
-                                             .buttons = {"Delete", "Keep"}});
-    if (answer == kDelete) return;
-    if (answer == kKeep) throw Failed(kCanceled, "nothing was deleted");
-    throw Failed(kOther, "nothing was deleted; --yes says that it is meant");
+    require_yes(host.notify,
+                {.id = "zev.trash.purge",
+                 .title = "",
+                 .instruction = "Delete " + what + " for good?",
+                 .content = "Nothing brings back what is deleted here.",
+                 .buttons = {"Delete", "Keep"}},
+                "nothing was deleted");
 }
 
 // How many entries are that old, or with a null limit how many there are.
