@@ -52,12 +52,13 @@ def make_history():
 
 def look_back():
     play("""log --changes; log --object 32 ground.dwx; show; show --stat HEAD~1; blame ground.dwx;
-            cat HEAD:ground.dwx; cat HEAD:note.txt; export ground.dwx ../back.dxf; log nowhere =3""")
+            cat HEAD:ground.dwx; cat HEAD:note.txt; export ground.dwx ../back.dxf; log nowhere =3;
+            --help; status --help; --version""")
 
 
 def take_and_bring_back():
     """A question that nobody answers, and a name that two files in the trash have, too."""
-    play("""revert =2; revert --all; trash purge --all --yes; rm papers note.txt; trash find more;
+    play("""revert =6; revert --all; trash purge --all --yes; rm papers note.txt; trash find more;
             undo; rm note.txt; note.txt<in the way; trash list; trash find nowhere =3; trash restore
             note.txt =1; trash restore note.txt --answer 1; note.txt<three; revert note.txt;
             note.txt<four; revert note.txt; trash restore note.txt =2; loose.txt<loose; cleanup""")

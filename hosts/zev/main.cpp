@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 
 namespace host {
 
@@ -119,9 +120,11 @@ int exit_code(const Failed &failed) {
         return failed.code == kNotOwner || denied ? kRights : kFailed;
     case kServer:
         return answered_code(failed.code, kServerRefused);
-    case kStore: // a table that another process has open
+    case kStore: // a table that another process has open: its lock can't be had, but be opened
         if (denied) return kRights;
-        return strstr(failed.what(), "/LOCK: ") ? kHeld : kFailed;
+        return strstr(failed.what(), strerror(EAGAIN)) || strstr(failed.what(), "already held")
+                   ? kHeld
+                   : kFailed;
     default:
         return kFailed;
     }
@@ -156,7 +159,12 @@ class CommandLine {
         app_.parse(static_cast<int>(words.size()), words.data());
         return true;
     } catch (const CLI::Success &told) {
-        code = app_.exit(told);
+        std::ostringstream text;
+        code = app_.exit(told, text, text);
+        if (is_json(argc, argv))
+            tell_json(told.get_name() == "CallForVersion" ? "version" : "help", text.str());
+        else
+            fputs(text.str().c_str(), stdout);
         return false;
     } catch (const CLI::ParseError &error) {
         code = kUsage;
@@ -218,10 +226,21 @@ class CommandLine {
     }
 
     // The arguments may not have been read as far as --json.
+    static bool is_json(int argc, char **argv) {
+        return std::any_of(argv, argv + argc, [](const char *argument) {
+            return std::string_view(argument) == "--json";
+        });
+    }
+
+    static void tell_json(const char *type, const std::string &text) {
+        Output out;
+        out.setup(true, ColourMode::never);
+        out.record(Record(type).set(u"text", text));
+    }
+
     static void report_usage(const std::string &what, int argc, char **argv) {
         Output out;
-        auto is_json = [](const char *argument) { return std::string_view(argument) == "--json"; };
-        out.setup(std::any_of(argv, argv + argc, is_json), ColourMode::automatic);
+        out.setup(is_json(argc, argv), ColourMode::automatic);
         out.fail(Failed(kInvalid, what), kUsage);
     }
 
@@ -231,6 +250,14 @@ class CommandLine {
     Work work_;
     std::optional<size_t> behind_mark_;
 };
+
+// What programs get where a verb ended badly and has told people only.
+void tell_end(Output &out, int code) {
+    if (code == kDone || !out.json() || out.told_failure()) return;
+    out.fail(Failed(kOther, code == kConflicts ? "conflicts remain; \"zev conflicts\" lists them"
+                                               : "not all was done"),
+             code);
+}
 
 // The library for the length of the run.
 struct Library {
@@ -262,7 +289,9 @@ int run(const CommandLine &line, Output &out) try {
         HostNotify notify(out, line.globals().answers);
         Host host{out, &notify, {}};
         catch_break();
-        return line.run(host);
+        const int code = line.run(host);
+        tell_end(out, code);
+        return code;
     } catch (const Failed &thrown) {
         if (out.unread()) return kDone; // left by the user, who has seen enough
         const Failed failed = in_plain_words(thrown, out);

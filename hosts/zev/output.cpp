@@ -2,6 +2,7 @@
 // made visible.
 #include "output.hpp"
 
+#include "terminal.hpp"
 #include "width.hpp"
 
 #include <algorithm>
@@ -40,12 +41,6 @@ bool no_colour() {
     return value && *value;
 }
 
-// A terminal that knows no more than letters.
-bool is_dumb() {
-    const char *name = getenv("TERM");
-    return !name || !*name || std::string_view(name) == "dumb";
-}
-
 // Where the user stands, for as long as the program runs.
 struct Standing {
     std::string directory; // below the top, "" for the top itself
@@ -65,27 +60,7 @@ std::string escape(char32_t code) {
     return text;
 }
 
-// Of control characters only the `kept` ones stay.
-std::string visible(std::string_view text, std::string_view kept) {
-    std::string out;
-    while (!text.empty()) {
-        const std::string_view rest = text;
-        const char32_t code = take(text);
-        const std::string_view bytes = rest.substr(0, rest.size() - text.size());
-        if (code == kNoCharacter) {
-            char broken[8];
-            snprintf(broken, sizeof broken, "\\x%02x", static_cast<unsigned char>(rest[0]));
-            out += broken;
-        } else if (is_hidden(code) && kept.find(bytes) == kept.npos) {
-            out += escape(code);
-        } else {
-            out += bytes;
-        }
-    }
-    return out;
-}
-
-// The same, but where there is colour the colours stay.
+// Visible, but where there is colour the colours stay.
 std::string printable(std::string_view text, bool colour, std::string_view kept) {
     std::string out;
     for (size_t from = 0, at; colour && (at = text.find("\033[", from)) != text.npos;) {
@@ -130,7 +105,24 @@ std::string shown_path(const zwchar *path) {
     return shown;
 }
 
-std::string visible(std::string_view text) { return visible(text, {}); }
+std::string visible(std::string_view text, std::string_view kept) {
+    std::string out;
+    while (!text.empty()) {
+        const std::string_view rest = text;
+        const char32_t code = take(text);
+        const std::string_view bytes = rest.substr(0, rest.size() - text.size());
+        if (code == kNoCharacter) {
+            char broken[8];
+            snprintf(broken, sizeof broken, "\\x%02x", static_cast<unsigned char>(rest[0]));
+            out += broken;
+        } else if (is_hidden(code) && kept.find(bytes) == kept.npos) {
+            out += escape(code);
+        } else {
+            out += bytes;
+        }
+    }
+    return out;
+}
 
 void stand_in(const std::string &directory) { standing.directory = directory; }
 
@@ -187,8 +179,8 @@ std::string Record::text() const {
 
 void Output::setup(bool as_json, ColourMode mode) {
     json_ = as_json;
-    terminal_ = isatty(STDERR_FILENO) && !is_dumb();
-    bool automatic = mode == ColourMode::automatic && !no_colour() && !is_dumb();
+    terminal_ = isatty(STDERR_FILENO) && !is_dumb_terminal();
+    bool automatic = mode == ColourMode::automatic && !no_colour() && !is_dumb_terminal();
     colour_ = mode == ColourMode::always || (automatic && isatty(STDOUT_FILENO));
     colour_errors_ = mode == ColourMode::always || (automatic && terminal_);
 }
@@ -239,6 +231,7 @@ void Output::say_reason() {
 }
 
 void Output::fail(const Failed &failed, int exit_code) {
+    told_failure_ = true;
     if (json_)
         return record(Record("error")
                           .set(u"class", failed.error_class)

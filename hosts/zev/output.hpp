@@ -21,7 +21,7 @@ std::string clean(std::string text);
 
 // Others' words on one line: control characters, marks that turn the direction of writing and bytes
 // that are no UTF-8 as \n, \t, \x1b, \u202e, \xff. What is so already stays.
-std::string visible(std::string_view text);
+std::string visible(std::string_view text, std::string_view kept = {}); // but for the `kept` ones
 
 // A keep-file stands for its directory.
 std::string shown_path(const zwchar *path);
@@ -81,6 +81,7 @@ class Output {
     void reason(const std::string &text);
     void drop_reason() { reason_.clear(); } // it is told in other words
     void fail(const Failed &failed, int exit_code);
+    bool told_failure() const { return told_failure_; }
 
     // A line on the terminal that the next one replaces; at most ten a second, else nothing. It
     // would be shown now, if it takes some work to make one.
@@ -101,6 +102,7 @@ class Output {
     bool terminal_ = false; // stderr is one, on which a line can be taken back
     bool progress_shown_ = false;
     bool unread_ = false;
+    bool told_failure_ = false;
     std::string reason_; // not said yet
     Pager pager_;
     std::chrono::steady_clock::time_point progress_time_{};

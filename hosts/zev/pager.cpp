@@ -2,6 +2,8 @@
 // pager that was left is lost on purpose.
 #include "pager.hpp"
 
+#include "terminal.hpp"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -18,7 +20,7 @@ namespace {
 std::string pager_command() {
     for (const char *name : {"ZEV_PAGER", "PAGER"})
         if (const char *value = getenv(name)) return value;
-    return "less";
+    return is_dumb_terminal() ? "" : "less"; // which would ask to go on at each screen
 }
 
 // The process that reads from `input`; 0 when it can't be started. A plain name is started without

@@ -14,6 +14,11 @@ constexpr size_t kMaxLine = 4096;
 
 } // namespace
 
+bool is_dumb_terminal() {
+    const char *name = getenv("TERM");
+    return !name || !*name || std::string_view(name) == "dumb";
+}
+
 Silence::Silence(int fd) : fd_(fd), known_(tcgetattr(fd, &before_) == 0) {
     termios silent = before_;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);

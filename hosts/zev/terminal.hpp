@@ -8,6 +8,9 @@
 
 namespace host {
 
+// By TERM: one that shows letters, and takes no colours and no line back.
+bool is_dumb_terminal();
+
 // A terminal with its echo off, as it was afterwards. False where there was none to set.
 class Silence {
   public:
