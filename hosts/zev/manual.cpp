@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <functional>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -174,6 +175,56 @@ std::string manual(const CLI::App &app, const std::string &wanted) {
 
 // ---- Completion
 
+// What completes a value: files, directories, a list that "generate words" gives, or nothing.
+std::string values_of(const CLI::App &verb, const CLI::Option *option) {
+    constexpr const char *kByType[][2] = {{"REV", "revisions"},
+                                          {"HANDLE", "objects"},
+                                          {"DIR", "directories"},
+                                          {"COPY", "directories"}};
+    constexpr const char *kByName[][3] = {
+        {"", "paths", "files"},
+        {"", "files", "files"},
+        {"", "drawing", "files"},
+        {"", "file", "files"},
+        {"mv", "from", "files"},
+        {"mv", "to", "files"},
+        {"import", "target", "files"},
+        {"", "entries", "trash"},
+        {"", "pattern", "trash"},
+        {"", "branch", "revisions"},
+        {"switch", "target", "revisions"},
+        {"branch", "name", "branches"},
+        {"tag", "name", "tags"},
+        {"", "directories", "directories"},
+    };
+    const std::string type = value_name(option), name = option->get_name(true);
+    for (const auto &[known, values] : kByType)
+        if (type == known) return values;
+    for (const auto &[of, known, values] : kByName)
+        if (name == known && (!*of || verb.get_name() == of)) return values;
+    return "";
+}
+
+// The same of all arguments of a verb, and of the verbs below it.
+std::vector<std::string> arguments_of(const CLI::App &verb) {
+    std::set<std::string> values;
+    const auto add = [&](const CLI::App &at) {
+        for (const CLI::Option *argument : options_of(at, true))
+            values.insert(values_of(at, argument));
+    };
+    add(verb);
+    for (const CLI::App *below : verbs_of(verb)) add(*below);
+    values.erase("");
+    return {values.begin(), values.end()};
+}
+
+std::vector<std::string> spellings(const CLI::Option *option) {
+    std::vector<std::string> names;
+    for (const std::string &name : option->get_snames()) names.push_back("-" + name);
+    for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
+    return names;
+}
+
 std::vector<std::string> verb_names(const CLI::App &app) {
     std::vector<std::string> names;
     for (const CLI::App *verb : verbs_of(app)) names.push_back(verb->get_name());
@@ -184,27 +235,37 @@ std::vector<std::string> option_names(const CLI::App &app, bool with_value) {
     std::vector<std::string> names;
     for (const CLI::Option *option : options_of(app, false)) {
         if (with_value && !takes_value(option)) continue;
-        for (const std::string &name : option->get_snames()) names.push_back("-" + name);
-        for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
+        for (const std::string &name : spellings(option)) names.push_back(name);
     }
     return names;
 }
 
 std::string bash(const CLI::App &app) {
-    std::string cases, known;
+    std::string cases, known, behind;
     const std::vector<std::string> global = option_names(app, false);
     each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
         known += (known.empty() ? "'" : " | '") + name + "'";
         cases += "    '" + name + "') words='" + joined(verb_names(verb)) + " " +
-                 joined(option_names(verb, false)) + " " + joined(global) + "' ;;\n";
+                 joined(option_names(verb, false)) + " " + joined(global) + "' values='" +
+                 joined(arguments_of(verb)) + "' ;;\n";
+        for (const CLI::Option *option : options_of(verb, false))
+            if (takes_value(option))
+                for (const std::string &spelled : spellings(option))
+                    behind += "    '" + name + " " + spelled + "') words= values='" +
+                              values_of(verb, option) + "' ;;\n";
     });
+    for (const CLI::Option *option : options_of(app, false))
+        if (takes_value(option))
+            for (const std::string &spelled : spellings(option))
+                behind +=
+                    "    *' " + spelled + "') words= values='" + values_of(app, option) + "' ;;\n";
     std::string skip; // options of the program whose next word is no verb
     for (const std::string &name : option_names(app, true))
         skip += (skip.empty() ? "" : " | ") + name;
     const std::string program = app.get_name();
     return "# bash completion for " + program + "\n_" + program +
            "() {\n"
-           "    local current=${COMP_WORDS[COMP_CWORD]} verb= words= word i\n"
+           "    local current=${COMP_WORDS[COMP_CWORD]} verb= words= values= word line i\n"
            "    for ((i = 1; i < COMP_CWORD; i++)); do\n"
            "        word=${COMP_WORDS[i]}\n"
            "        case \"${verb:+$verb }$word\" in\n"
@@ -220,9 +281,28 @@ std::string bash(const CLI::App &app) {
            "    '') words='" +
            joined(verb_names(app)) + " " + joined(global) + "' ;;\n" + cases +
            "    esac\n"
-           "    COMPREPLY=($(compgen -W \"$words\" -- \"$current\"))\n"
+           "    case \"$verb ${COMP_WORDS[COMP_CWORD - 1]}\" in\n" +
+           behind +
+           "    esac\n"
+           "    COMPREPLY=()\n"
+           "    for word in $words; do\n"
+           "        [[ $word == \"$current\"* ]] && COMPREPLY+=(\"$word\")\n"
+           "    done\n"
+           "    [[ $current == -* ]] && return\n"
+           "    for word in $values; do\n"
+           "        while IFS= read -r line; do\n"
+           "            [[ $line == \"$current\"* ]] && COMPREPLY+=(\"$line\")\n"
+           "        done < <(case $word in\n"
+           "            files) compgen -f -- \"$current\" ;;\n"
+           "            directories) compgen -d -- \"$current\" ;;\n"
+           "            *) " +
+           program +
+           " generate words $word -- \"${COMP_WORDS[@]:1}\" 2>/dev/null ;;\n"
+           "            esac)\n"
+           "    done\n"
+           "    compopt -o filenames 2>/dev/null\n" // quotes what a shell would split
            "}\n"
-           "complete -o default -F _" +
+           "complete -F _" +
            program + " " + program + "\n";
 }
 
@@ -234,14 +314,13 @@ std::string zsh_text(const std::string &text) {
 std::string zsh_options(const CLI::App &app) {
     std::string text;
     for (const CLI::Option *option : options_of(app, false)) {
-        const std::string value =
-            takes_value(option) ? ":" + zsh_text(value_name(option)) + ":_files" : "";
-        for (const std::string &name : option_names(app, false)) {
-            const std::string bare = name.substr(name.find_first_not_of('-'));
-            if (option->check_name(name) && !bare.empty())
-                text += " \\\n            '" + name + "[" + zsh_text(option->get_description()) +
-                        "]" + value + "'";
-        }
+        std::string value;
+        if (takes_value(option))
+            value = ":" + zsh_text(value_name(option)) + ": _" + program_of(app) + "_values " +
+                    values_of(app, option);
+        for (const std::string &name : spellings(option))
+            text += " \\\n            '" + name + "[" + zsh_text(option->get_description()) + "]" +
+                    value + "'";
     }
     return text;
 }
@@ -253,10 +332,25 @@ std::string zsh(const CLI::App &app) {
         const std::string below = joined(verb_names(*verb));
         cases += "        " + verb->get_name() + ") _arguments" + zsh_options(*verb) +
                  (below.empty() ? "" : " \\\n            '1:command:(" + below + ")'") +
-                 " \\\n            '*:file:_files' ;;\n";
+                 " \\\n            '*:value: _" + app.get_name() + "_values " +
+                 joined(arguments_of(*verb)) + "' ;;\n";
     }
     const std::string program = app.get_name();
     return "#compdef " + program + "\n_" + program +
+           "_values() {\n"
+           "    local kind\n"
+           "    local -a list\n"
+           "    for kind; do\n"
+           "        case $kind in\n"
+           "        files) _files ;;\n"
+           "        directories) _files -/ ;;\n"
+           "        *) list=(${(f)\"$(" +
+           program +
+           " generate words $kind -- $words 2>/dev/null)\"}) && compadd -a list ;;\n"
+           "        esac\n"
+           "    done\n"
+           "}\n_" +
+           program +
            "() {\n"
            "    local state\n"
            "    local -a verbs=(\n" +
@@ -277,14 +371,27 @@ std::string zsh(const CLI::App &app) {
            program + " \"$@\"\n";
 }
 
+// What completes the value of an option, or a verb's arguments; files by themselves need nothing.
+std::string fish_values(const CLI::App &app, const std::vector<std::string> &kinds) {
+    std::string list, files = " -f";
+    for (const std::string &kind : kinds) {
+        if (kind == "files") files = "";
+        if (kind == "directories") list += "(__fish_complete_directories)";
+        if (!kind.empty() && kind != "files" && kind != "directories")
+            list += "(" + program_of(app) + " generate words " + kind +
+                    " -- (commandline -opc) 2>/dev/null)";
+    }
+    return list.empty() ? "" : files + " -a '" + list + "'";
+}
+
 std::string fish_options(const CLI::App &app, const std::string &condition) {
     std::string text;
     for (const CLI::Option *option : options_of(app, false)) {
         text += "complete -c " + program_of(app) + condition;
         for (const std::string &name : option->get_snames()) text += " -s " + name;
         for (const std::string &name : option->get_lnames()) text += " -l " + name;
-        text += (takes_value(option) ? " -r" : "") + std::string(" -d '") +
-                replaced(option->get_description(), '\'', "\\'") + "'\n";
+        if (takes_value(option)) text += " -r" + fish_values(app, {values_of(app, option)});
+        text += " -d '" + replaced(option->get_description(), '\'', "\\'") + "'\n";
     }
     return text;
 }
@@ -299,7 +406,13 @@ std::string fish(const CLI::App &app) {
                                       : "__fish_seen_subcommand_from " + name.substr(0, blank);
         text += "complete -c " + program + " -n '" + above + "' -a " + verb.get_name() + " -d '" +
                 replaced(verb.get_description(), '\'', "\\'") + "'\n";
-        text += fish_options(verb, " -n '__fish_seen_subcommand_from " + verb.get_name() + "'");
+        const std::string within = " -n '__fish_seen_subcommand_from " + verb.get_name() + "'";
+        std::vector<std::string> kinds;
+        for (const CLI::Option *argument : options_of(verb, true))
+            kinds.push_back(values_of(verb, argument));
+        const std::string values = fish_values(app, kinds);
+        if (!values.empty()) text += "complete -c " + program + within + values + "\n";
+        text += fish_options(verb, within);
     });
     return text;
 }
