@@ -7,11 +7,17 @@ source=$(cd "$(dirname "$0")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cmake --install "$build" --prefix "$work/root" >/dev/null
-lib=$(dirname "$(find "$work/root" -name libzev.so.1)")
+# Moved, it is found where it lies.
+grep -q "^ExecStart=$work/root/bin/zevd " "$work/root/lib/systemd/system/zevd.service"
+mv "$work/root" "$work/moved"
+root=$work/moved
+lib=$(dirname "$(find "$root" -name libzev.so.1)")
+"$root/bin/zev" init "$work/copy-moved"
+"$root/bin/zevd" --version
 
 # pkg-config, a C compiler, and the examples as a user would build them.
 export PKG_CONFIG_PATH="$lib/pkgconfig"
-flags=$(pkg-config --define-prefix --cflags --libs zev)
+flags=$(pkg-config --cflags --libs zev)
 for example in list drawing host; do
   # shellcheck disable=SC2086
   cc -std=c11 -Wall -Wextra -Werror "$source/examples/$example.c" $flags -o "$work/$example"
@@ -24,22 +30,22 @@ git -C "$work/copy-list" fsck --strict
 git -C "$work/copy-host" fsck --strict
 
 # The CMake package.
-cmake -G Ninja -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/root" \
+cmake -G Ninja -S "$source/tests/install" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$root" \
   -DEXAMPLE="$source/examples/list.c" >/dev/null
 cmake --build "$work/consumer" >/dev/null
 "$work/consumer/consumer" "$work/copy-cmake"
 
 # Every installed header stands alone, in both languages.
-for header in "$work"/root/include/zev/*.h; do
+for header in "$root"/include/zev/*.h; do
   echo "#include \"$header\"" >"$work/alone.c"
-  cc -std=c11 -Wall -Wextra -Wpedantic -Werror -I"$work/root/include" -fsyntax-only "$work/alone.c"
-  c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -I"$work/root/include" -fsyntax-only -x c++ "$work/alone.c"
+  cc -std=c11 -Wall -Wextra -Wpedantic -Werror -I"$root/include" -fsyntax-only "$work/alone.c"
+  c++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -I"$root/include" -fsyntax-only -x c++ "$work/alone.c"
 done
 
 # What the headers declare is there, and only names with a z are visible.
 nm -D --defined-only "$lib/libzev.so.1" | awk '{print $3}' | sort >"$work/visible"
 if grep -v '^z' "$work/visible"; then echo "visible without a z" >&2; exit 1; fi
-echo '#include <zev/zev.h>' | cc -E -P -I"$work/root/include" -x c - |
+echo '#include <zev/zev.h>' | cc -E -P -I"$root/include" -x c - |
   grep -oE '\bz[A-Z][A-Za-z0-9]*\(' | tr -d '(' | sort -u >"$work/declared"
 if comm -13 "$work/visible" "$work/declared" | grep .; then echo "declared, not there" >&2; exit 1; fi
 if comm -23 "$work/visible" "$work/declared" | grep .; then echo "there, not declared" >&2; exit 1; fi
