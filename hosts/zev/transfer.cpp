@@ -129,8 +129,8 @@ void confirm_trash(Host &host, const std::vector<std::string> &work) {
     require_yes(host.notify,
                 {.id = "zev.force",
                  .title = "",
-                 .instruction = count + (work.size() == 1 ? " changed file goes" :
-                                                            " changed files go") +
+                 .instruction = count +
+                                (work.size() == 1 ? " changed file goes" : " changed files go") +
                                 " to the trash. Go on?",
                  .content = some_of(work),
                  .buttons = {"Go on", "Keep my changes"}},

@@ -140,16 +140,20 @@ TEST_F(Front, QuestionsAreAskedOnTheTerminal) {
         const char *typed;
         int code;
     } kCases[] = {
-        {"2\n", 6}, {"what?\n9\nkeep\n", 6}, // asked until it is a choice
-        {"\n", 6},                            // Enter is the safe answer
-        {"\4", 6},                            // the end of input
-        {"1\n", 0}, {"r\n", 0}, {" revert EVERYTHING \n", 0},
+        {"2\n", 6},
+        {"what?\n9\nkeep\n", 6}, // asked until it is a choice
+        {"\n", 6},               // Enter is the safe answer
+        {"\4", 6},               // the end of input
+        {"1\n", 0},
+        {"r\n", 0},
+        {" revert EVERYTHING \n", 0},
     };
     for (const auto &test : kCases) {
         write("a.dwx", "changed");
         const Outcome outcome = zev_on_terminal(root, "revert", test.typed);
         EXPECT_EQ(outcome.code, test.code) << test.typed << outcome.out;
-        for (const char *shown : {"1) Revert everything  [R]\r\n", "2) Keep my changes  [K]  [Enter]"})
+        for (const char *shown :
+             {"1) Revert everything  [R]\r\n", "2) Keep my changes  [K]  [Enter]"})
             EXPECT_NE(outcome.out.find(shown), std::string::npos) << outcome.out;
         EXPECT_EQ(content("a.dwx"), test.code ? "changed" : "first a.dwx") << test.typed;
     }
@@ -186,9 +190,7 @@ TEST_F(Front, WhatCantBeRemovedStays) {
         const Outcome outcome = both(std::string("rm a.dwx b.dwx ") + options);
         const bool left = std::string(options) != "--answer Cancel";
         EXPECT_EQ(outcome.code, left ? 1 : 6) << options << "\n" << outcome.out;
-        EXPECT_EQ(outcome.out.find("Skipped    b.dwx") != std::string::npos,
-                  left)
-            << outcome.out;
+        EXPECT_EQ(outcome.out.find("Skipped    b.dwx") != std::string::npos, left) << outcome.out;
     }
     EXPECT_EQ(git("status --porcelain"), "");
 }

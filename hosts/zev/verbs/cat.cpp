@@ -15,7 +15,8 @@ struct Options {
 void declare(CLI::App &verb, Options &options) {
     verb.description("Write a file of a commit to stdout");
     verb.footer("Examples:\n  zev cat HEAD~1:plan.dwx > old.dwx\n  zev cat HEAD:./plan.dwx");
-    verb.add_option("file", options.file, "A commit, a colon, and a path from the top directory; ./ begins one from here")
+    verb.add_option("file", options.file,
+                    "A commit, a colon, and a path from the top directory; ./ begins one from here")
         ->required()
         ->type_name("REV:PATH");
 }

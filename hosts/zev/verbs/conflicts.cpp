@@ -186,7 +186,8 @@ void print_node(Host &host, ConflictNode *node, const Origins &ours, const Origi
         record.set(u"path", path).set(u"kind", type_name(node));
         return host.out.record(record.set(u"sides", std::move(records)));
     }
-    host.out.line(host.out.paint(Colour::bold, typed_path(path)) + ": " + narrow(zConflictNodeType(node)));
+    host.out.line(host.out.paint(Colour::bold, typed_path(path)) + ": " +
+                  narrow(zConflictNodeType(node)));
     for (const SideView &side : sides) side.print(host);
 }
 

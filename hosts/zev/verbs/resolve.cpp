@@ -226,7 +226,8 @@ class Resolution {
     void warn_of_marks(const ConflictNode *node) const {
         for (uint64_t i = 0; i < kOurs.count(node); ++i)
             if (std::string path = kOurs.path(node, i); has_marks(copy_, path))
-                host_.out.warn(typed_path(path) + ": has both sides between marks; edit it, then add it");
+                host_.out.warn(typed_path(path) +
+                               ": has both sides between marks; edit it, then add it");
     }
 
     void note_displaced(const ConflictNode *node) {

@@ -47,7 +47,8 @@ Reverted files_of(Host &host, const WorkingCopy &copy, const Selection &selectio
         const bool named = selection.has(path);
         if (!named && !selection.has(from)) continue;
         if (zStatusEntryStatus(entry) == Z_KIND_TYPECHANGE) {
-            host.out.warn(typed_path(path) + ": is no file or link as before; take it away, then revert");
+            host.out.warn(typed_path(path) +
+                          ": is no file or link as before; take it away, then revert");
             continue;
         }
         if (named) out.files.insert(path);
