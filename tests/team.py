@@ -304,7 +304,7 @@ def renamed_project(ben, data):
     ben.write("plan.dwx", ben.read("../renamed/plan.dwx"), ben.home + "/before")
     admin("project rename team/house hut")
     text = ben.zev("import ../fourth.dxf plan.dwx", 3, cwd=place)
-    expect("blocks of its last version" in text, "what is missing: " + text)
+    expect("rows of its last version" in text, "what is missing: " + text)
     expect(ben.read("../renamed/plan.dwx") == ben.read("../before/plan.dwx"), "and it stays")
     admin("project rename team/hut house")
     ben.zev("import ../fourth.dxf plan.dwx", cwd=place)

@@ -27,7 +27,7 @@ void judge(const Host &host, const std::string &name) {
     if (failed.error_class != kNetwork || failed.code == kNoSuch) return;
     throw Failed(
         failed.error_class, failed.code,
-        name + ": its blocks are not all here, and the server doesn't send them: " + failed.what());
+        name + ": its rows are not all here, and the server doesn't send them: " + failed.what());
 }
 
 OwnedKeys new_keys() {

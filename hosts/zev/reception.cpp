@@ -79,6 +79,10 @@ std::string grouped(uint64_t number) {
     return text;
 }
 
+std::string counted(uint64_t number, const char *noun) {
+    return grouped(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 std::string stock_text(const Stock &stock) {
     return grouped(stock.objects) + (stock.objects == 1 ? " object, " : " objects, ") +
            narrow(zNumToHumanBytes(stock.bytes));

@@ -226,7 +226,7 @@ TEST_F(Import, AMissingRowIsNamedNotInvented) {
         exported(drawing);
         ADD_FAILURE();
     } catch (const host::Failed &failed) {
-        EXPECT_STREQ(failed.what(), "a: 1 of its blocks are missing from the table");
+        EXPECT_STREQ(failed.what(), "a: 1 of its rows are missing from the table");
     }
     // Importing the file again heals it.
     import(entities(line("A", "1") + line("B", "2")));

@@ -78,7 +78,7 @@ TEST_F(Verify, ComparesRowsWithWhatWasImported) {
     EXPECT_EQ(zev(root, "export plan.dwx - --rev HEAD 2>/dev/null").out, plan_with("13.5"));
     ok("branch old HEAD~1");
     ok("switch old");
-    EXPECT_NE(both("merge master").out.find("other blocks"), std::string::npos);
+    EXPECT_NE(both("merge master").out.find("other rows"), std::string::npos);
     put({1, UINT64_MAX - 1}, "{}");
     EXPECT_EQ(zev(root, "verify").code, 0);
     EXPECT_EQ(code("diff plan.dwx HEAD~1 HEAD"), 0);

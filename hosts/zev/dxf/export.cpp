@@ -58,7 +58,7 @@ class Exporter {
         if (found < keys_.size())
             throw host::Failed(host::kNotFound, name_ + ": " +
                                                     std::to_string(keys_.size() - found) +
-                                                    " of its blocks are missing from the table");
+                                                    " of its rows are missing from the table");
         const auto imported = digest_in(value(kSummary));
         if (imported && !same(*imported, digest_)) fail_mixed(name_);
     }

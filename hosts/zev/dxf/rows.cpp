@@ -21,7 +21,7 @@ constexpr int kNearby = 8;                 // rows stepped over before a seek is
 constexpr size_t kPoll = 1024; // rows between two looks at the user's break
 
 void show_progress(const Notify *notify, const char *what, size_t done, size_t all) {
-    zNotifyProgress(notify, u"%hs %llu of %llu blocks", what, static_cast<unsigned long long>(done),
+    zNotifyProgress(notify, u"%hs %llu of %llu rows", what, static_cast<unsigned long long>(done),
                     static_cast<unsigned long long>(all));
 }
 
@@ -188,7 +188,7 @@ uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Noti
 }
 
 std::string mixed_text(const std::string &name) {
-    return name + ": its table holds other blocks than were imported, as those of another copy of "
+    return name + ": its table holds other rows than were imported, as those of another copy of "
                   "the project would be";
 }
 

@@ -123,7 +123,8 @@ int run(Host &host, const Options &options) {
     BlameText text(host, origins);
     for (size_t i = 0; i < drawing.objects.size(); ++i) {
         stop_on_break(host.notify);
-        text.print(dxf::turned(drawing.objects.object(i)), result.changed[i], looks[i]);
+        if (looks[i].kind != "ENDTAB") // no object, but what ends a table
+            text.print(dxf::turned(drawing.objects.object(i)), result.changed[i], looks[i]);
     }
     return kDone;
 }

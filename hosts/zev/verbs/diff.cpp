@@ -115,6 +115,11 @@ class Difference {
             ++totals_[change.kind];
         }
         read_rows();
+        std::erase_if(changes_, [this](const Change &change) {
+            const bool end = change.kind == "ENDTAB"; // no object, but what ends a table
+            totals_[change.object.kind] -= end;
+            return end;
+        });
     }
 
     using Counts = std::array<uint64_t, 3>; // by kind of change

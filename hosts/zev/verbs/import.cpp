@@ -2,6 +2,7 @@
 
 #include "dxf/drawing.hpp"
 #include "needed_rows.hpp"
+#include "reception.hpp"
 #include "verb.hpp"
 
 #include <map>
@@ -55,6 +56,24 @@ OwnedDrawing committed(const WorkingCopy &copy, const std::string &path) {
     return OwnedDrawing(zDrawingRead(file.path().c_str()));
 }
 
+// "3 of 4,147 objects modified, 1 removed".
+std::string changes_text(const dxf::ImportResult &result) {
+    const std::string all = counted(result.objects, "object");
+    if (result.added == result.objects && !result.removed) return all + " added";
+    const struct {
+        uint64_t count;
+        const char *word;
+    } kinds[] = {
+        {result.added, "added"}, {result.modified, "modified"}, {result.removed, "removed"}};
+    std::string text;
+    for (const auto &[count, word] : kinds)
+        if (count)
+            text +=
+                (text.empty() ? grouped(count) + " of " + all + " " : ", " + grouped(count) + " ") +
+                word;
+    return text.empty() ? all + ", all as before" : text;
+}
+
 void report_import(Host &host, const std::string &path, const dxf::ImportResult &result) {
     if (host.out.json())
         return host.out.record(Record("import")
@@ -67,12 +86,10 @@ void report_import(Host &host, const std::string &path, const dxf::ImportResult 
                                    .set(u"rows", result.rows)
                                    .set(u"bytes", result.bytes)
                                    .set(u"written", result.written));
-    auto number = [](uint64_t value) { return std::to_string(value); };
-    std::string text = path + ": " + number(result.objects) + " objects";
-    if (!result.written) return host.out.line(text + ", nothing has changed");
-    host.out.line(text + ", " + number(result.added) + " added, " + number(result.modified) +
-                  " modified, " + number(result.removed) + " removed, " + number(result.unchanged) +
-                  " unchanged; " + number(result.rows) + " blocks stored, " +
+    const std::string name = typed_path(path) + ": ";
+    if (!result.written)
+        return host.out.line(name + counted(result.objects, "object") + ", nothing has changed");
+    host.out.line(name + changes_text(result) + "; " + counted(result.rows, "row") + " stored, " +
                   narrow(zNumToHumanBytes(result.bytes)));
 }
 
@@ -127,7 +144,7 @@ void fetch_former(Host &host, const WorkingCopy &copy, Drawing *committed, Drawi
                   const std::string &path) {
     if (fetch_rows(host, copy, former, path) || !committed) return;
     if (zOidIsEqual(zDrawingTableId(committed), zDrawingTableId(former)))
-        throw Failed(kNotFound, path + ": the blocks of its last version are not here, and the "
+        throw Failed(kNotFound, path + ": the rows of its last version are not here, and the "
                                        "server has none; \"zev info\" tells which project it is");
 }
 

@@ -14,9 +14,9 @@ struct Options {
 void declare(CLI::App &verb, Options &options) {
     verb.description("Read all that was ever committed and report what is damaged");
     verb.footer(
-        "Objects, references, index, the drawings with every block that they name, records of\n"
+        "Objects, references, index, the drawings with every row that they name, records of\n"
         "history, locks that were left. With --quick files are looked for and not read, and\n"
-        "blocks by their keys.\n"
+        "rows by their keys.\n"
         "Examples:\n  zev verify\n  zev verify --quick --json");
     verb.add_flag("--quick", options.quick, "Only that everything is there");
 }
@@ -54,7 +54,7 @@ int finish(Host &host, const VerifyCounts &counts, bool quick) {
     host.out.line(number(counts.commits) + " commits, " + number(counts.trees) + " trees, " +
                   number(counts.files) + " files, " + number(counts.drawings) +
                   " versions of drawings, " + number(counts.blocks) +
-                  " blocks: " + (problems ? number(problems) + " problems" : "all well"));
+                  " rows: " + (problems ? number(problems) + " problems" : "all well"));
     host.out.record(Record("summary")
                         .set(u"commits", counts.commits)
                         .set(u"trees", counts.trees)
