@@ -217,6 +217,9 @@ const HostNotify &HostNotify::of(const Notify *table) {
 void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
     if (zStrsameW(word, zI18nTextLookup(zI18nCurrentLang(), u"action.sFetchingContent")))
         return output_.progress(narrow(word) + " ...");
+    const zwchar *restored = zI18nTextLookup(zI18nCurrentLang(), u"action.sRestored");
+    const zwchar *reverted = zI18nTextLookup(zI18nCurrentLang(), u"action.sReverted");
+    if (from_trash_ && zStrsameW(word, reverted)) word = restored;
     const auto *known = find_action(word);
     const std::string name = known ? known->name : narrow(word);
     const bool failed = name == "failed"; // its text is a message

@@ -44,6 +44,9 @@ class HostNotify : public Notify {
     // What stands behind each text of progress; null for nothing. It must not throw.
     void set_progress_tail(std::function<std::string()> tail) const { tail_ = std::move(tail); }
 
+    // What the library calls reverted comes back out of the trash from here on.
+    void from_trash() const { from_trash_ = true; }
+
   private:
     static const HostNotify &of(const Notify *table);
     void on_action(const zwchar *word, const zwchar *text) const;
@@ -55,6 +58,7 @@ class HostNotify : public Notify {
     Answers answers_;
     mutable Outcome outcome_;
     mutable std::function<std::string()> tail_;
+    mutable bool from_trash_ = false;
     mutable std::string last_question_; // and how often it came in a row
     mutable unsigned repeats_ = 0;
 };

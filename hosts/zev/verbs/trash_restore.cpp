@@ -157,6 +157,7 @@ int run(Host &host, const Options &options) {
     if (!options.target.empty()) target = wide(copy.relative(options.target));
     Choice choice(host, copy, options.newest);
     for (const std::string &word : options.entries) choice.add(word);
+    host.notify->from_trash();
     uint64_t restored = 0;
     for (const Item *item : choice.chosen()) {
         stop_on_break(host.notify);

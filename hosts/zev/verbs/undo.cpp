@@ -39,6 +39,7 @@ int run(Host &host, const Options &) {
                         .set(u"verb", journal->verb)
                         .set(u"time", iso_time(journal->seconds))
                         .set(u"seconds", journal->seconds));
+    host.notify->from_trash();
     uint64_t restored = 0;
     std::vector<std::string> left; // to be undone again, with an answer
     for (auto slot = journal->slots.rbegin(); slot != journal->slots.rend(); ++slot) {
