@@ -58,6 +58,32 @@ TEST_F(Zev, NamesThatNoCommitCanHold) {
     EXPECT_EQ(ok("status --color always").find("\033[2J"), std::string::npos);
 }
 
+// What a drive from elsewhere brings: shown on one line, and got rid of.
+TEST_F(Zev, NamesThatNobodyCanType) {
+    constexpr struct {
+        const char *name, *shown;
+    } kNames[] = {{"line\nfeed", "line\\nfeed"},   {"a\ttab", "a\\ttab"},
+                  {"\033[31mred", "\\x1b[31mred"}, {"back\xe2\x80\xaewards", "back\\u202ewards"},
+                  {"gr\xf6\xdf", "gr\\xf6\\xdf"},  {"\xc2\x85next", "\\u0085next"}};
+    for (const auto &[name, shown] : kNames) {
+        SCOPED_TRACE(shown);
+        const std::string word = std::string("'") + name + "'";
+        write(name, shown);
+        EXPECT_NE(ok("mv " + word + " plain").find(std::string(shown) + " -> plain"),
+                  std::string::npos);
+        EXPECT_EQ(content("plain"), shown);
+        fs::rename(root + "/plain", root + "/" + name);
+        EXPECT_NE(ok("rm " + word).find(shown), std::string::npos);
+        EXPECT_FALSE(there(name) || there("plain"));
+        ok("undo");
+        EXPECT_EQ(std::distance(fs::directory_iterator(root), fs::directory_iterator()), 2);
+        ok("rm *"); // by the name that it has come back with
+    }
+    const std::string found = out("trash list --json");
+    EXPECT_NE(found.find("line%0Afeed"), std::string::npos) << found;
+    EXPECT_EQ(code("mv nothing\\there plain"), 2);
+}
+
 TEST_F(Zev, ADrawingOfAnotherProjectBringsItsRows) {
     zev(home, "init other");
     zev(home + "/other", "import ../plan.dxf a.dwx");
@@ -79,9 +105,19 @@ TEST_F(Zev, ADrawingOfAnotherProjectBringsItsRows) {
 
 TEST_F(Zev, SaysOnlyWhatTheNextCommitHolds) {
     write(".gitignore", "out\n");
-    const std::string said = ok("mkdir out/in docs");
+    const Outcome made = both("mkdir out/in docs");
+    const std::string said = made.out;
+    EXPECT_EQ(made.code, 1);
     EXPECT_NE(said.find("warning: out/in: was made, but is ignored"), std::string::npos) << said;
     EXPECT_EQ(said.find("Added      out"), std::string::npos);
+    write("out/x", "x");
+    write("y", "y");
+    const Outcome added = both("add out/x y"); // the others are
+    EXPECT_EQ(added.code, 1);
+    EXPECT_NE(added.out.find("out/x: was not added: it is ignored"), std::string::npos)
+        << added.out;
+    EXPECT_EQ(code("add 'out/z*'"), 3);
+    git("rm -q --cached y");
     EXPECT_EQ(git("ls-files"), "docs/.gitkeep\n");
     git("rm -rq --cached docs");
     git("add -N .gitignore"); // planned only

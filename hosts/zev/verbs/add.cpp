@@ -1,6 +1,7 @@
 // add: files marked for the next commit.
 
 #include "foreign_rows.hpp"
+#include "front.hpp"
 #include "index_change.hpp"
 #include "keep_files.hpp"
 #include "permissions.hpp"
@@ -46,6 +47,38 @@ void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *spec) {
     }
 }
 
+// Why a file that was named is not in the index.
+std::string reason_of(const WorkingCopy &copy, Index *index, const std::string &path) {
+    const OwnedSpec spec = copy.spec({copy.absolute(path).string()}, 0, nullptr);
+    const OwnedStatus list(check(zStatusListBuild(index, spec.get())));
+    bool ignored = false;
+    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i)
+        ignored |= zStatusEntryStatus(zStatusListEntry(list.get(), i)) == Z_KIND_IGNORED;
+    return ignored ? "is ignored, by a rule of .gitignore or of the repository"
+                   : "is no file or directory that a commit can hold";
+}
+
+// Each of them is told; gives how many there are.
+uint64_t tell_left_out(Host &host, const WorkingCopy &copy, const std::vector<std::string> &named) {
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    uint64_t count = 0;
+    for (const std::string &path : named) {
+        if (path.empty() || is_tracked(index.get(), path)) continue;
+        host.out.warn(typed_path(path) + ": was not added: it " +
+                      reason_of(copy, index.get(), path));
+        ++count;
+    }
+    return count;
+}
+
+// A pattern that nothing has.
+void require_match(const WorkingCopy &copy, const std::string &pattern) {
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedSpec spec = copy.spec({pattern}, 0, nullptr);
+    const OwnedStatus list(check(zStatusListBuild(index.get(), spec.get())));
+    if (!zStatusListLength(list.get())) throw Failed(kNotFound, pattern + ": nothing matches");
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     std::vector<std::string> present;
@@ -55,6 +88,8 @@ int run(Host &host, const Options &options) {
             present.push_back(below);
         else if (!is_wild(path))
             throw Failed(kNotFound, path + ": no such file or directory" + hint(copy, below));
+        else
+            require_match(copy, path);
     }
     const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
     fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
@@ -65,6 +100,7 @@ int run(Host &host, const Options &options) {
         stop_on_break(host.notify);
     });
     warn_of_read_only(host, copy, copy.spec(options.paths, 0, nullptr).get());
+    if (tell_left_out(host, copy, present)) throw Failed(kOther, "not all was added");
     return kDone;
 }
 

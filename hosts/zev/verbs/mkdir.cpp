@@ -30,8 +30,10 @@ int run(Host &host, const Options &options) {
     }
     const OwnedIndex index =
         change_index(copy, [&](Index *changed, bool) { keep_directories(copy, changed, made); });
+    int code = kDone;
     for (const std::string &path : made) {
         if (!is_tracked(index.get(), path)) {
+            code = kFailed;
             host.out.warn(typed_path(path) +
                           ": was made, but is ignored or another repository's; no commit will "
                           "hold it");
@@ -40,7 +42,7 @@ int run(Host &host, const Options &options) {
         host.out.line(host.out.paint(Colour::green, "Added     ") + " " + typed_path(path) + "/");
         host.out.record(Record("action").set(u"action", "added").set(u"path", path + "/"));
     }
-    return kDone;
+    return code;
 }
 
 } // namespace

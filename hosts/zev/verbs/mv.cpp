@@ -3,6 +3,7 @@
 #include "dxf/rows.hpp"
 #include "index_change.hpp"
 #include "keep_files.hpp"
+#include "odd_names.hpp"
 #include "verb.hpp"
 
 namespace host {
@@ -70,9 +71,25 @@ class TableMover {
     std::vector<std::string> drawings_;
 };
 
+// What no commit holds is moved on the disk only.
+int move_odd_file(Host &host, const WorkingCopy &copy, const Options &options) {
+    std::string target = copy.relative(options.to);
+    if (fs::is_directory(copy.absolute(target)))
+        throw Failed(kInvalid, options.to + ": is a directory; give a new name, too");
+    move_odd(copy, options.from, copy.absolute(target).string());
+    host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + options.from + " -> " +
+                  typed_path(target));
+    host.out.record(Record("action")
+                        .set(u"action", "renamed")
+                        .set(u"from", visible(options.from))
+                        .set(u"path", target));
+    return kDone;
+}
+
 int run(Host &host, const Options &options) {
     const std::string &from = options.from;
     WorkingCopy copy;
+    if (is_odd(from)) return move_odd_file(host, copy, options);
     std::string source = copy.relative(from), target = copy.relative(options.to);
     if (!copy.is_on_disk(source)) throw Failed(kNotFound, from + ": no such file or directory");
     if (fs::is_directory(copy.absolute(target))) {

@@ -1,6 +1,7 @@
 // rm: files out of the work directory and of the next commit, into the trash.
 
 #include "front.hpp"
+#include "odd_names.hpp"
 
 namespace host {
 
@@ -40,7 +41,7 @@ std::set<std::string> targets_of(const WorkingCopy &copy, const Selection &selec
     std::set<std::string> targets;
     for (const std::string &path : selection.names()) {
         if (!copy.is_on_disk(path) && !is_tracked(index.get(), path))
-            throw Failed(kNotFound, path + ": no such file or directory");
+            throw Failed(kNotFound, typed_path(path) + ": no such file or directory");
         const std::string above = fs::path(path).parent_path().string();
         if (!selection.has_name(above)) targets.insert(path);
     }
@@ -50,7 +51,10 @@ std::set<std::string> targets_of(const WorkingCopy &copy, const Selection &selec
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
-    const Selection selection(copy, options.paths);
+    Paths paths;
+    for (const std::string &path : options.paths)
+        paths.push_back(under_plain_name(host, copy, path));
+    const Selection selection(copy, paths);
     std::set<std::string> targets = targets_of(copy, selection);
     stop_on_break(host.notify);
     const Front front(host, copy, &selection);
