@@ -15,6 +15,7 @@
 #include "objects/work/workdir.hpp"
 #include "system/os.hpp"
 #include "zev/notify.h"
+#include "zev/number.h"
 #include "zev/repository.h"
 
 #include <cerrno>
@@ -225,6 +226,9 @@ Stager::Read Stager::store_blocks(git_oid *id, FILE *file, uint64_t size) {
             return ferror(file) ? (fail_errno(), Read::failed) : Read::changed;
         code = git_odb_stream_write(stream.get(), block_.data(), wanted);
         left -= wanted;
+        if (notify_)
+            zNotifyProgress(notify_, u"%s / %s", zNumToHumanBytes(size - left),
+                            zNumToHumanBytes(size));
     }
     if (!code) code = git_odb_stream_finalize_write(id, stream.get());
     return code < 0 ? (fail_git(code), Read::failed) : Read::done;
