@@ -61,7 +61,8 @@ void add_objects(Words &words, const Words &line) {
 
 } // namespace
 
-std::vector<std::string> words_of(const std::string &kind, const std::vector<std::string> &line) {
+std::vector<std::string> words_of(const std::string &kind,
+                                  const std::vector<std::string> &line) try {
     Words words;
     const WorkingCopy copy;
     const bool revisions = kind == "revisions";
@@ -75,6 +76,8 @@ std::vector<std::string> words_of(const std::string &kind, const std::vector<std
                            [](char c) { return static_cast<unsigned char>(c) < ' '; });
     });
     return words;
+} catch (const Failed &) {
+    return {}; // no working copy
 }
 
 } // namespace host

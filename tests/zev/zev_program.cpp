@@ -11,13 +11,17 @@ namespace {
 
 // A shell's command. Nobody is there to answer a question.
 std::string command(const std::string &directory, const std::string &arguments) {
-    const char *given = getenv("ZEV_BIN");
-    fs::path program = given ? given : fs::read_symlink("/proc/self/exe").parent_path() / "zev";
-    return "cd '" + directory + "' && env -u NO_COLOR ZEV_AUTHOR=Ada '" + program.string() + "' " +
-           arguments;
+    return "cd '" + directory + "' && env -u NO_COLOR ZEV_AUTHOR=Ada '" + program_directory() +
+           "/zev' " + arguments;
 }
 
 } // namespace
+
+std::string program_directory() {
+    const char *given = getenv("ZEV_BIN");
+    const fs::path program = given ? given : fs::read_symlink("/proc/self/exe").string();
+    return program.parent_path().string();
+}
 
 std::string test_data(const std::string &name) {
     fs::path directory;

@@ -25,6 +25,9 @@ struct Outcome {
 // What it says on stderr is in `out` too if the arguments send it there.
 Outcome zev(const std::string &directory, const std::string &arguments);
 
+// The directory that the program lies in.
+std::string program_directory();
+
 // The same on a terminal of its own, on which `typed` was typed ahead; what comes on it is `out`.
 Outcome zev_on_terminal(const std::string &directory, const std::string &arguments,
                         const std::string &typed);
