@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <sstream>
+#include <unistd.h>
 
 namespace host {
 
@@ -282,6 +283,19 @@ Failed failed_at(const std::filesystem::filesystem_error &error) {
                   (path.empty() ? "" : path + ": ") + error.code().message());
 }
 
+// The library takes a refusal by rights for a lock that another process holds.
+Failed told_better(const Failed &failed) {
+    const std::string text = failed.what(), path = text.substr(0, text.find(": "));
+    if (failed.error_class != kLocked || !path.starts_with('/')) return failed;
+    const std::string above = std::filesystem::path(path).parent_path();
+    const char *refused = nullptr;
+    if (!access(path.c_str(), F_OK) && access(path.c_str(), R_OK))
+        refused = ": can't be read: ";
+    else if (access(above.c_str(), W_OK))
+        refused = ": can't be written: ";
+    return refused ? Failed(kSystem, errno, path + refused + strerror(errno)) : failed;
+}
+
 int run(const CommandLine &line, Output &out) try {
     Library library;
     try {
@@ -294,7 +308,7 @@ int run(const CommandLine &line, Output &out) try {
         return code;
     } catch (const Failed &thrown) {
         if (out.unread()) return kDone; // left by the user, who has seen enough
-        const Failed failed = in_plain_words(thrown, out);
+        const Failed failed = in_plain_words(told_better(thrown), out);
         const int code = exit_code(failed);
         const char *help = code == kHeld ? "; another process is at work there" : "";
         out.fail(Failed(failed.error_class, failed.code, failed.what() + std::string(help)), code);
