@@ -1,11 +1,11 @@
-// add: files marked for the next commit.
+// add: files marked for the next commit, and the mark taken back.
 
 #include "foreign_rows.hpp"
 #include "front.hpp"
 #include "index_change.hpp"
 #include "keep_files.hpp"
 #include "permissions.hpp"
-#include "verb.hpp"
+#include "unstage.hpp"
 
 namespace host {
 
@@ -13,13 +13,18 @@ namespace {
 
 struct Options {
     Paths paths;
+    bool undo = false; // out of the next commit again; none: all of it
 };
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Mark files for the next commit");
-    verb.footer("Directories are taken with all they hold; * and ? are wild.\n"
-                "Examples:\n  zev add plan.dwx\n  zev add details 'plans/*.dwx'");
-    verb.add_option("paths", options.paths, "Files, directories, patterns")->required();
+    verb.footer("Directories are taken with all they hold; * and ? are wild. --undo takes out of\n"
+                "the next commit what was added, moved or removed, or with paths only that; the\n"
+                "files stay as they are.\n"
+                "Examples:\n  zev add plan.dwx\n  zev add details 'plans/*.dwx'\n"
+                "  zev add --undo plan.dwx");
+    verb.add_option("paths", options.paths, "Files, directories, patterns");
+    verb.add_flag("--undo", options.undo, "The next commit won't hold it; the file stays");
 }
 
 // What helps with a file that isn't there any more.
@@ -81,6 +86,9 @@ void require_match(const WorkingCopy &copy, const std::string &pattern) {
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
+    if (options.undo) return unstage(host, copy, options.paths);
+    if (options.paths.empty())
+        throw Failed(kInvalid, "what is to be added? Name files; \"zev add .\" takes everything");
     std::vector<std::string> present;
     for (const std::string &path : options.paths) {
         std::string below = copy.relative(path);
