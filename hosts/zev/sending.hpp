@@ -15,8 +15,9 @@ int fail_conflicts(Host &host); // that stand in its way
 // The keep-files of named directories are part of them.
 void keep_named(const WorkingCopy &copy, Index *index, const Paths &paths);
 
-// Brings the copy up to date, commits what the paths and their spec select, or for none what was
-// added, and sends it. An empty author is the user at the server. Gives the exit code.
+// Brings the copy up to date, commits what the paths and their spec select, or for none of both
+// what was added, and sends it. A spec without paths is of the whole copy. An empty author is the
+// user at the server. Gives the exit code.
 int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSpec spec,
                 const std::string &author, const std::string &message);
 

@@ -52,4 +52,42 @@ TEST_F(Reach, AddIsUndoneBeforeTheFirstCommitAndInAMerge) {
     EXPECT_EQ(git("status --short"), "UU a\n?? theirs\n");
 }
 
+TEST_F(Reach, CommitTakesAllThatIsTracked) {
+    EXPECT_EQ(code("commit --all -m none"), 3);
+    EXPECT_EQ(code("commit --all -m both a"), 2);
+    write("a", "a2");
+    fs::remove(root + "/b");
+    write("added", "added");
+    write("loose", "loose");
+    ok("add added");
+    ok("-C d commit --all -m second"); // wherever one stands
+    EXPECT_EQ(git("show --name-status --format= HEAD"), "M\ta\nA\tadded\nD\tb\n");
+    EXPECT_EQ(git("status --short"), "?? loose\n");
+}
+
+TEST_F(Reach, CommitOfAllEndsAMerge) {
+    ok("switch -c side");
+    keep({"a", "theirs"}, "side");
+    ok("switch master");
+    keep({"a"}, "ours");
+    EXPECT_EQ(code("merge side"), 4);
+    EXPECT_EQ(code("commit --all -m early"), 4); // what is not decided is not taken
+    ok("resolve --mine a");
+    write("b", "by the way");
+    ok("commit --all -m together");
+    EXPECT_EQ(git("log -1 --format=%s:%P HEAD").find(' ') != std::string::npos, true);
+    EXPECT_EQ(git("show HEAD:b"), "by the way");
+    // One that comes to what we had is a merge all the same.
+    ok("switch side");
+    keep({"a"}, "more");
+    ok("switch master");
+    keep({"a"}, "mine");
+    EXPECT_EQ(code("merge side"), 4);
+    ok("resolve --mine a");
+    ok("commit --all -m nothing-new");
+    EXPECT_EQ(git("log -1 --format=%s"), "nothing-new\n");
+    EXPECT_EQ(lines(git("rev-list --parents -1 HEAD"))[0].size(), 3 * 41 - 1);
+    EXPECT_EQ(git("rev-parse -q --verify MERGE_HEAD"), "");
+}
+
 } // namespace

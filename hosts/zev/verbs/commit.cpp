@@ -15,6 +15,7 @@ struct Options {
     std::string message;
     std::string author; // empty: ZEV_AUTHOR, else the login name
     Paths paths;        // none: what was added
+    bool all = false;   // every tracked file as it stands
 };
 
 void declare(CLI::App &verb, Options &options) {
@@ -22,13 +23,17 @@ void declare(CLI::App &verb, Options &options) {
     verb.description("Keep a state of the files for good");
     verb.footer(
         "Without paths the commit holds what was added; with paths it holds these as they\n"
-        "stand, whatever else was added. In a copy of a server's project what is new there\n"
-        "comes in first, and the commit is sent; nothing is kept of one that fails.\n"
+        "stand, whatever else was added. --all takes every tracked file as it stands, and what\n"
+        "was added; new files are to be added first, or \"zev commit .\" takes them, too.\n"
+        "In a copy of a server's project what is new there comes in first, and the commit is\n"
+        "sent; nothing is kept of one that fails.\n"
         "Examples:\n  zev commit -m \"First plan\"\n"
         "  zev commit -m \"Moved a door\" --author Ada plan.dwx");
     verb.add_option("-m,--message", options.message, "What was done")->required();
     verb.add_option("--author", options.author, "Who did it; else $ZEV_AUTHOR, else you");
-    verb.add_option("paths", options.paths, "Only these files");
+    CLI::Option *paths = verb.add_option("paths", options.paths, "Only these files");
+    verb.add_flag("-a,--all", options.all, "Each tracked file that was changed or is gone")
+        ->excludes(paths);
 }
 
 // Without paths the commit takes the index as it is: does it differ from HEAD at all? Entries that
@@ -41,40 +46,61 @@ void require_changes(const WorkingCopy &copy, Index *index) {
     if (same) throw Failed(kNotFound, "nothing to commit; \"zev add\" files or name them");
 }
 
-// Under the index's lock. Null where another program came in between.
-OwnedCommit commit(Host &host, const WorkingCopy &copy, Index *index, const Paths &paths,
-                   PathSpec *spec, const std::string &author, std::string &message) {
+// What a commit is made of.
+struct Request {
+    const Paths &paths;
+    PathSpec *spec; // null: the whole index
+    std::string author, message;
+};
+
+// Under the index's lock. Null where another program came in between. One of paths only settles no
+// merge.
+OwnedCommit commit(Host &host, const WorkingCopy &copy, Index *index, Request &request) {
     std::optional<Unsettled> merge;
-    if (spec) { // of paths only, it settles no merge
-        keep_named(copy, index, paths);
-    } else {
-        merge = unsettled_merge(copy);
-        if (!merge) require_changes(copy, index);
-    }
+    if (request.paths.empty()) merge = unsettled_merge(copy);
+    if (!request.spec && !merge) require_changes(copy, index);
+    keep_named(copy, index, request.paths);
     const std::string note = merge && !merge->whole ? "\n\n" + part_note(merge->theirs) : "";
+    std::string &message = request.message;
     if (!message.ends_with(note)) message += note; // once, however often it is tried
     stop_on_break(host.notify);
-    OwnedCommit made(zIndexCommitWith(index, spec, u"HEAD", wide(author).c_str(),
-                                      wide(message).c_str(), merge ? &merge->theirs : nullptr,
-                                      merge && merge->whole ? 1 : 0));
-    if (!made && spec && zErrorClass() == kNotFound)
-        throw Failed(kNotFound, narrow(zErrorMsg())); // nothing changed at these paths
+    const auto make = [&](PathSpec *spec) {
+        return OwnedCommit(zIndexCommitWith(index, spec, u"HEAD", wide(request.author).c_str(),
+                                            wide(message).c_str(), merge ? &merge->theirs : nullptr,
+                                            merge && merge->whole ? 1 : 0));
+    };
+    OwnedCommit made = make(request.spec);
+    if (!made && request.spec && zErrorClass() == kNotFound) { // nothing changed at these paths
+        if (!merge) throw Failed(kNotFound, narrow(zErrorMsg()));
+        made = make(nullptr); // the merge came to what HEAD has, and is one all the same
+    }
     if (made && merge) finish_merge(copy);
     return made;
 }
 
-int commit_here(Host &host, const WorkingCopy &copy, const Paths &paths, PathSpec *spec,
-                const std::string &author, std::string message) {
+int commit_here(Host &host, const WorkingCopy &copy, Request request) {
     OwnedCommit made;
     bool has_conflicts = false;
     const auto attempt = [&](bool) {
         const OwnedIndex index = copy.lock_index();
         has_conflicts = zIndexHasConflicts(index.get());
-        if (!has_conflicts) made = commit(host, copy, index.get(), paths, spec, author, message);
+        if (!has_conflicts) made = commit(host, copy, index.get(), request);
         return has_conflicts || made;
     };
     repeat_overtaken(attempt, [] {});
-    return has_conflicts ? fail_conflicts(host) : tell_commit(host, made.get(), author, message);
+    return has_conflicts ? fail_conflicts(host)
+                         : tell_commit(host, made.get(), request.author, request.message);
+}
+
+// What a commit takes from the disk; nothing where it takes the index as it is.
+OwnedSpec selection(Host &host, const WorkingCopy &copy, const Options &options) {
+    if (options.paths.empty() && !options.all) return {};
+    const Paths paths = options.all ? Paths{copy.root().string()} : options.paths;
+    const uint32_t left_out =
+        Z_SPEC_NO_IGNORED | (options.all ? uint32_t{Z_SPEC_NO_UNTRACKED} : 0u);
+    fetch_foreign_rows(host, copy,
+                       copy.spec(paths, left_out | Z_SPEC_NO_UNCHANGED, host.notify).get());
+    return copy.spec(paths, left_out, host.notify);
 }
 
 int run(Host &host, const Options &options) {
@@ -82,15 +108,10 @@ int run(Host &host, const Options &options) {
     const std::string message = clean(options.message);
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
         throw Failed(kInvalid, "the message is empty; say what was done");
-    OwnedSpec spec;
-    if (!options.paths.empty()) {
-        const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
-        fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
-        spec = copy.spec(options.paths, Z_SPEC_NO_IGNORED, host.notify);
-    }
+    OwnedSpec spec = selection(host, copy, options);
     if (!origin_of(copy).empty())
         return send_commit(host, copy, options.paths, std::move(spec), options.author, message);
-    return commit_here(host, copy, options.paths, spec.get(), author_of(options.author), message);
+    return commit_here(host, copy, {options.paths, spec.get(), author_of(options.author), message});
 }
 
 } // namespace
