@@ -78,7 +78,7 @@ bool refused(const Host &host) { return host.notify->outcome().unauthorized > 0;
 
 int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSpec spec,
                 const std::string &given, const std::string &message) {
-    const std::string url = origin_of(copy), author = author_of(given, log_on(url));
+    const std::string url = origin_of(copy), author = author_of(host, copy, given, log_on(url));
     const bool named = !paths.empty();
     const OwnedRemote remote = open_remote(copy);
     if (named) change_index(copy, [&](Index *index, bool) { keep_named(copy, index, paths); });

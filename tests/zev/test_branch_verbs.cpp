@@ -191,10 +191,10 @@ TEST_F(BranchVerbs, BranchesAndSettings) {
     ok("switch master");
     EXPECT_EQ(code("branch --delete lone"), 6);
     ok("--yes branch --delete lone");
-    ok("config zev.x 5");
-    EXPECT_EQ(ok("config zev.x") + git("config zev.x"), "5\n5\n");
-    ok("config --unset zev.x");
-    EXPECT_EQ(code("config zev.x"), 3);
+    ok("config zev.author 5");
+    EXPECT_EQ(ok("config zev.author") + git("config zev.author"), "5\n5\n");
+    ok("config --unset zev.author");
+    EXPECT_EQ(code("config zev.author"), 3);
 }
 
 TEST_F(BranchVerbs, CopiesThatGitMade) {

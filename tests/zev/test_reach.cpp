@@ -90,4 +90,67 @@ TEST_F(Reach, CommitOfAllEndsAMerge) {
     EXPECT_EQ(git("rev-parse -q --verify MERGE_HEAD"), "");
 }
 
+// An environment without a name, and a home of its own, while it lives.
+struct Nobody {
+    explicit Nobody(const std::string &home) : before(getenv("HOME") ? getenv("HOME") : "") {
+        setenv("HOME", home.c_str(), 1);
+        setenv("ZEV_TEST_AUTHOR", "", 1);
+        setenv("LOGNAME", "somebody", 1);
+    }
+    ~Nobody() {
+        setenv("HOME", before.c_str(), 1);
+        unsetenv("ZEV_TEST_AUTHOR");
+    }
+    std::string before;
+};
+
+TEST_F(Reach, WhoeverCommitsIsAskedOnce) {
+    const Nobody nobody(home);
+    const auto author = [&] { return git("log -1 --format=%an"); };
+    write("a", "1");
+    std::string said = ok("commit -m script a"); // nobody to ask
+    EXPECT_NE(said.find("by \"somebody\", as you are logged in"), said.npos) << said;
+    EXPECT_EQ(author(), "somebody\n");
+    write("a", "2");
+    said = zev_on_terminal(root, "commit -m asked a", " Ann Lee <ann@x>\n").out;
+    EXPECT_NE(said.find("Who are you?"), said.npos) << said;
+    EXPECT_EQ(author(), "Ann Lee\n");
+    write("a", "3");
+    EXPECT_EQ(ok("commit -m kept a").find("warning"), said.npos);
+    EXPECT_EQ(author(), "Ann Lee\n");
+    // In a file of the user's own that is a link, where it is asked for the last time.
+    fs::remove(home + "/.gitconfig");
+    test::write(home + "/dotfile", "[user]\n\tname = Git Name\n");
+    fs::create_symlink(home + "/dotfile", home + "/.gitconfig");
+    write("a", "4");
+    ok("commit -m git a");
+    EXPECT_EQ(author(), "Git Name\n");
+    setenv("ZEV_TEST_AUTHOR", "Env", 1);
+    write("a", "5");
+    ok("commit -m env a");
+    EXPECT_EQ(author(), "Env\n");
+    ok("config zev.author Settings");
+    write("a", "6");
+    ok("commit -m settings a");
+    EXPECT_EQ(author(), "Settings\n");
+    write("a", "7");
+    ok("commit --author Given -m given a");
+    EXPECT_EQ(author(), "Given\n");
+}
+
+TEST_F(Reach, SettingsThatNobodyReadsAreRefused) {
+    const std::string said = both("config zev.autor Ada").out;
+    EXPECT_NE(said.find("is it zev.author?"), said.npos) << said;
+    EXPECT_EQ(code("config core.editor vi"), 2);
+    EXPECT_EQ(code("config nonsense"), 2);
+    git("config core.editor vi"); // looked at and taken away
+    EXPECT_EQ(ok("config core.editor"), "vi\n");
+    ok("config --unset core.editor");
+    EXPECT_EQ(code("config --unset"), 2);
+    ok("config Branch.master.REMOTE elsewhere");
+    const std::string list = ok("config");
+    EXPECT_NE(list.find("branch.master.remote    elsewhere"), list.npos) << list;
+    EXPECT_NE(list.find("zev.author              (not set)"), list.npos) << list;
+}
+
 } // namespace

@@ -9,10 +9,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A shell's command. Nobody is there to answer a question.
+// A shell's command. Nobody is there to answer a question. It is by Ada, unless ZEV_TEST_AUTHOR
+// says otherwise.
 std::string command(const std::string &directory, const std::string &arguments) {
-    return "cd '" + directory + "' && env -u NO_COLOR ZEV_AUTHOR=Ada '" + program_directory() +
-           "/zev' " + arguments;
+    const char *author = getenv("ZEV_TEST_AUTHOR");
+    return "cd '" + directory + "' && env -u NO_COLOR ZEV_AUTHOR=" + (author ? author : "Ada") +
+           " '" + program_directory() + "/zev' " + arguments;
 }
 
 } // namespace

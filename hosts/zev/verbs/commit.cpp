@@ -13,7 +13,7 @@ namespace {
 
 struct Options {
     std::string message;
-    std::string author; // empty: ZEV_AUTHOR, else the login name
+    std::string author; // empty: whom the settings name
     Paths paths;        // none: what was added
     bool all = false;   // every tracked file as it stands
 };
@@ -30,7 +30,8 @@ void declare(CLI::App &verb, Options &options) {
         "Examples:\n  zev commit -m \"First plan\"\n"
         "  zev commit -m \"Moved a door\" --author Ada plan.dwx");
     verb.add_option("-m,--message", options.message, "What was done")->required();
-    verb.add_option("--author", options.author, "Who did it; else $ZEV_AUTHOR, else you");
+    verb.add_option("--author", options.author,
+                    "Who did it; else zev.author of the settings, $ZEV_AUTHOR, you");
     CLI::Option *paths = verb.add_option("paths", options.paths, "Only these files");
     verb.add_flag("-a,--all", options.all, "Each tracked file that was changed or is gone")
         ->excludes(paths);
@@ -111,7 +112,8 @@ int run(Host &host, const Options &options) {
     OwnedSpec spec = selection(host, copy, options);
     if (!origin_of(copy).empty())
         return send_commit(host, copy, options.paths, std::move(spec), options.author, message);
-    return commit_here(host, copy, {options.paths, spec.get(), author_of(options.author), message});
+    return commit_here(host, copy,
+                       {options.paths, spec.get(), author_of(host, copy, options.author), message});
 }
 
 } // namespace

@@ -205,7 +205,7 @@ class Merge {
     }
 
     int bring_together(const Oid &base) {
-        const std::string author = author_of("");
+        const std::string author = author_of(host_, copy_, "");
         const Incoming incoming = incoming_files(copy_, base, theirs_.get());
         const OwnedIndex index = copy_.lock_index();
         LocalWork(copy_, index.get(), incoming).require_none();
