@@ -1,9 +1,12 @@
 // The journal, "zev-journal" in the Git directory, is one JSON object, and always whole: it is
-// written aside, synced and renamed.
+// written aside, synced and renamed, under a lock on that directory. Its member "commands" is an
+// array of at most twenty objects, the oldest first:
 //   verb     string   of the command
 //   seconds  integer  when it began, since 1970
+//   count    integer  how many items it put into the trash
 //   slots    array of strings, "<2 digits>/<38 digits>" below the trash; after an undo those that
 //            the user left there
+//   undone   boolean
 #include "session.hpp"
 
 #include "reception.hpp"
@@ -11,8 +14,10 @@
 #include "remote_copy.hpp"
 #include "server.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace host {
@@ -22,6 +27,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kJournal = "zev-journal";
+constexpr size_t kMaxEntries = 20;
 
 // ---- Trash
 
@@ -39,25 +45,33 @@ std::set<std::string> slots_of(const WorkingCopy &copy) {
 
 // ---- Journal
 
-std::optional<Journal> read_journal(const WorkingCopy &copy) {
-    const fs::path path = own_directory(copy) / kJournal;
-    if (!fs::exists(path)) return {};
-    const OwnedJson json(zJsonReadFile(path.u16string().c_str()));
-    if (!json) return {};
-    Journal journal;
-    journal.verb = narrow(zJsonPathGetString(json.get(), u"verb"));
-    journal.seconds = zJsonPathGetLarge(json.get(), u"seconds");
-    const Json *slots = zJsonPathGet(json.get(), u"slots");
+namespace {
+
+JournalEntry entry_of(Json *json) {
+    JournalEntry entry;
+    entry.verb = narrow(zJsonPathGetString(json, u"verb"));
+    entry.seconds = zJsonPathGetLarge(json, u"seconds");
+    const Json *slots = zJsonPathGet(json, u"slots");
     const uint64_t count = slots ? zJsonArraySize(slots) : 0;
     for (uint64_t i = 0; i < count; ++i)
-        journal.slots.push_back(narrow(zJsonGetString(zJsonArrayAt(slots, i))));
-    return journal;
+        entry.slots.push_back(narrow(zJsonGetString(zJsonArrayAt(slots, i))));
+    const int64_t told = zJsonPathGetLarge(json, u"count");
+    entry.count = std::max(told > 0 ? static_cast<uint64_t>(told) : 0, count);
+    entry.undone = zJsonPathGetBool(json, u"undone");
+    return entry;
 }
 
 void write_journal(const WorkingCopy &copy, const Journal &journal) {
+    std::vector<Record> commands;
+    for (const JournalEntry &entry : journal)
+        commands.push_back(std::move(Record()
+                                         .set(u"verb", entry.verb)
+                                         .set(u"seconds", entry.seconds)
+                                         .set(u"count", entry.count)
+                                         .set(u"slots", entry.slots)
+                                         .set(u"undone", entry.undone)));
     Record record;
-    record.set(u"verb", journal.verb).set(u"seconds", journal.seconds);
-    const std::string text = record.set(u"slots", journal.slots).text();
+    const std::string text = record.set(u"commands", std::move(commands)).text();
     const fs::path path = own_directory(copy) / kJournal, aside = path.string() + ".new";
     const int file = open(aside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     const bool written =
@@ -66,6 +80,50 @@ void write_journal(const WorkingCopy &copy, const Journal &journal) {
     if (file >= 0) close(file);
     if (!written || rename(aside.c_str(), path.c_str()))
         throw fs::filesystem_error({}, path, {errno, std::generic_category()});
+}
+
+// A file system that knows no such locks goes without.
+class DirectoryLock {
+  public:
+    explicit DirectoryLock(const fs::path &path)
+        : directory_(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        while (directory_ >= 0 && flock(directory_, LOCK_EX) && errno == EINTR) {
+        }
+    }
+    ~DirectoryLock() {
+        if (directory_ >= 0) close(directory_);
+    }
+    DirectoryLock(const DirectoryLock &) = delete;
+    DirectoryLock &operator=(const DirectoryLock &) = delete;
+
+  private:
+    int directory_;
+};
+
+} // namespace
+
+// One that can't be read is as none: nothing but the convenience is lost.
+Journal read_journal(const WorkingCopy &copy) {
+    const fs::path path = own_directory(copy) / kJournal;
+    if (!fs::exists(path)) return {};
+    const OwnedJson json(zJsonReadFile(path.u16string().c_str()));
+    if (!json) return {};
+    const Json *commands = zJsonPathGet(json.get(), u"commands");
+    if (!commands) return {entry_of(json.get())}; // of one command, as it was kept first
+    const uint64_t count = zJsonArraySize(commands);
+    Journal journal;
+    for (uint64_t i = count > kMaxEntries ? count - kMaxEntries : 0; i < count; ++i)
+        journal.push_back(entry_of(zJsonArrayAt(commands, i)));
+    return journal;
+}
+
+void change_journal(const WorkingCopy &copy, const std::function<void(Journal &)> &change) {
+    const DirectoryLock lock(own_directory(copy));
+    Journal journal = read_journal(copy);
+    change(journal);
+    if (journal.size() > kMaxEntries)
+        journal.erase(journal.begin(), journal.end() - static_cast<ptrdiff_t>(kMaxEntries));
+    write_journal(copy, journal);
 }
 
 // ---- Recovery
@@ -111,10 +169,11 @@ Session::Session(Host &host, const Verb &verb) : host_(host), verb_(verb) {
 Session::~Session() {
     if (!copy_) return;
     try {
-        Journal journal{verb_.name, began_, {}};
+        JournalEntry entry{verb_.name, began_, 0, {}, false};
         for (const std::string &slot : slots_of(*copy_))
-            if (!before_.contains(slot)) journal.slots.push_back(slot);
-        if (!journal.slots.empty()) write_journal(*copy_, journal);
+            if (!before_.contains(slot)) entry.slots.push_back(slot);
+        entry.count = entry.slots.size();
+        if (entry.count) change_journal(*copy_, [&](Journal &all) { all.push_back(entry); });
     } catch (const std::exception &error) {
         host_.out.warn(std::string("\"zev undo\" won't know of this: ") + error.what());
     }

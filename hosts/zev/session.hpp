@@ -4,20 +4,27 @@
 
 #include "verb.hpp"
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
 
 namespace host {
 
-// What the last command that took anything put into the trash.
-struct Journal {
+// What a command put into the trash.
+struct JournalEntry {
     std::string verb;
     int64_t seconds = 0;
-    std::vector<std::string> slots; // "<2 digits>/<38 digits>"
+    uint64_t count = 0;             // how many items
+    std::vector<std::string> slots; // of those not brought back, "<2 digits>/<38 digits>"
+    bool undone = false;            // what is left of it, the user has left there
 };
-std::optional<Journal> read_journal(const WorkingCopy &copy);
-void write_journal(const WorkingCopy &copy, const Journal &journal);
+
+// Of the last twenty commands that took anything, oldest first.
+using Journal = std::vector<JournalEntry>;
+Journal read_journal(const WorkingCopy &copy);
+// The journal as it is by now, changed and written, while no other command does.
+void change_journal(const WorkingCopy &copy, const std::function<void(Journal &)> &change);
 
 // Puts index and branch back to what a process that died found them as, and says so. Nothing where
 // nobody died, where one is still at work, or where somebody has gone on from there.

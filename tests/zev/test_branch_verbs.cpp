@@ -296,7 +296,11 @@ TEST_F(BranchVerbs, CleanupAndUndo) {
     ok("rm a");
     ok("undo"); // of rm alone
     EXPECT_EQ(content("a") + content("u"), "a1(none)");
+    EXPECT_EQ(lines(ok("undo --list")).at(0).substr(16), "  rm        1 item, undone");
+    ok("undo"); // and of what was before it
+    EXPECT_EQ(content("a") + content("u") + content("e/v"), "a1untrackedalso");
     EXPECT_EQ(code("undo"), 3);
+    fs::remove_all(root + "/e");
     write("u", "again");
     EXPECT_EQ(code("cleanup --purge"), 6);
     EXPECT_EQ(content("u"), "again");

@@ -153,4 +153,40 @@ TEST_F(Reach, SettingsThatNobodyReadsAreRefused) {
     EXPECT_NE(list.find("zev.author              (not set)"), list.npos) << list;
 }
 
+TEST_F(Reach, UndoGoesBackStepByStep) {
+    for (int i = 0; i < 22; ++i) {
+        write("a", std::to_string(i));
+        ok("revert a");
+    }
+    EXPECT_EQ(lines(ok("undo --list")).size(), 20u);
+    ok("undo --yes");
+    EXPECT_EQ(content("a"), "21");
+    EXPECT_EQ(code("undo"), 1); // somebody has to say that 21 may go
+    EXPECT_EQ(content("a"), "21");
+    ok("undo --yes"); // the same one, with an answer
+    EXPECT_EQ(content("a"), "20");
+    ok("rm b");
+    ok("trash purge --all --yes");
+    EXPECT_EQ(code("undo"), 1);
+    const std::string list = ok("undo --list");
+    EXPECT_NE(lines(list)[0].find("rm        1 item, undone"), list.npos) << list;
+    // Of the form before, of no use, and of somebody else's making.
+    const std::string journal = root + "/.git/zev-journal";
+    write("a", "mine");
+    ok("rm a");
+    std::string text = test::read(journal);
+    const size_t last = text.rfind("{");
+    test::write(journal, text.substr(last, text.rfind("}]") + 1 - last));
+    ok("undo");
+    EXPECT_EQ(content("a"), "mine");
+    for (const char *odd : {"", "[]", "{\"commands\":5}", "{\"commands\":[1,{\"slots\":7}]}"}) {
+        test::write(journal, odd);
+        EXPECT_EQ(code("undo"), 3) << odd;
+        EXPECT_EQ(code("undo --list"), 0) << odd;
+    }
+    ok("rm d");
+    ok("undo");
+    EXPECT_EQ(content("d/c"), "first d/c");
+}
+
 } // namespace

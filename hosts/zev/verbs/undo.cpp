@@ -1,20 +1,26 @@
-// undo: what the last command put into the trash, brought back.
+// undo: what the last command put into the trash, brought back; then what the one before did.
 
 #include "session.hpp"
 #include "when.hpp"
+
+#include <algorithm>
 
 namespace host {
 
 namespace {
 
-struct Options {};
+struct Options {
+    bool list = false;
+};
 
-void declare(CLI::App &verb, Options &) {
+void declare(CLI::App &verb, Options &options) {
     verb.description("Bring back what the last command put into the trash");
     verb.footer(
         "The last one of rm, revert, import, resolve, switch, merge and cleanup that put anything\n"
-        "there. What has the name by now stays unless you say otherwise.\n"
-        "Example:\n  zev rm plans && zev undo");
+        "there; given again, the one before it, up to twenty. What has the name by now stays\n"
+        "unless you say otherwise. --list shows the commands, the next to be undone first.\n"
+        "Examples:\n  zev rm plans && zev undo\n  zev undo --list");
+    verb.add_flag("--list", options.list, "Show what there is to undo, and undo nothing");
 }
 
 using OwnedTrashEntry = Owned<TrashEntry, zTrashEntryFree>;
@@ -28,21 +34,48 @@ bool bring_back(Host &host, const WorkingCopy &copy, const TrashEntry *entry) {
     return false;
 }
 
-int run(Host &host, const Options &) {
-    WorkingCopy copy;
-    const std::optional<Journal> journal = read_journal(copy);
-    if (!journal || journal->slots.empty())
-        throw Failed(kNotFound, "nothing to undo: no command put anything into the trash since; "
-                                "\"zev trash list\" shows what is there");
-    host.out.line("undoing \"zev " + journal->verb + "\" of " + short_time(journal->seconds));
+std::string items(uint64_t count) {
+    return std::to_string(count) + (count == 1 ? " item" : " items");
+}
+
+int list(Host &host, Journal journal) {
+    std::reverse(journal.begin(), journal.end());
+    if (journal.empty()) host.out.line("no command put anything into the trash");
+    for (const JournalEntry &entry : journal) {
+        host.out.line(short_time(entry.seconds) + "  " + padded(entry.verb, 10) +
+                      items(entry.count) + (entry.undone ? ", undone" : ""));
+        host.out.record(Record("command")
+                            .set(u"verb", entry.verb)
+                            .set(u"time", iso_time(entry.seconds))
+                            .set(u"seconds", entry.seconds)
+                            .set(u"items", entry.count)
+                            .set(u"undone", entry.undone));
+    }
+    return kDone;
+}
+
+// While it was undone, others may have come behind it, so that it has another place. What is left
+// there is undone by the same command again, with an answer.
+void note(const WorkingCopy &copy, const JournalEntry &done, const std::vector<std::string> &left) {
+    change_journal(copy, [&](Journal &journal) {
+        for (JournalEntry &entry : journal)
+            if (entry.seconds == done.seconds && entry.slots == done.slots) {
+                entry.slots = left;
+                entry.undone = left.empty();
+            }
+    });
+}
+
+int undo(Host &host, const WorkingCopy &copy, const JournalEntry &last) {
+    host.out.line("undoing \"zev " + last.verb + "\" of " + short_time(last.seconds));
     host.out.record(Record("undo")
-                        .set(u"verb", journal->verb)
-                        .set(u"time", iso_time(journal->seconds))
-                        .set(u"seconds", journal->seconds));
+                        .set(u"verb", last.verb)
+                        .set(u"time", iso_time(last.seconds))
+                        .set(u"seconds", last.seconds));
     host.notify->from_trash();
     uint64_t restored = 0;
-    std::vector<std::string> left; // to be undone again, with an answer
-    for (auto slot = journal->slots.rbegin(); slot != journal->slots.rend(); ++slot) {
+    std::vector<std::string> left;
+    for (auto slot = last.slots.rbegin(); slot != last.slots.rend(); ++slot) {
         stop_on_break(host.notify);
         OwnedTrashEntry entry(zTrashEntryDiscover(copy.repository(), wide(*slot).c_str()));
         if (!entry) {
@@ -53,11 +86,24 @@ int run(Host &host, const Options &) {
             left.insert(left.begin(), *slot);
         }
     }
-    write_journal(copy, {journal->verb, journal->seconds, left});
+    note(copy, last, left);
     host.out.line(std::to_string(restored) + " restored");
     host.out.record(
         Record("summary").set(u"restored", restored).set(u"left", uint64_t{left.size()}));
-    return restored == journal->slots.size() ? kDone : kFailed;
+    return restored == last.slots.size() ? kDone : kFailed;
+}
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    Journal journal = read_journal(copy);
+    if (options.list) return list(host, std::move(journal));
+    const auto last = std::find_if(journal.rbegin(), journal.rend(), [](const JournalEntry &entry) {
+        return !entry.undone && !entry.slots.empty();
+    });
+    if (last == journal.rend())
+        throw Failed(kNotFound, "nothing to undo: no command put anything into the trash since; "
+                                "\"zev trash list\" shows what is there");
+    return undo(host, copy, *last);
 }
 
 } // namespace
