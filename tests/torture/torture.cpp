@@ -108,7 +108,7 @@ echo second >docs/note.txt
 echo third >docs/note.txt
 )";
 
-const std::string kColored = R"("$ZEV" config zev.color blue)";
+const std::string kColored = R"("$ZEV" config zev.author blue)";
 
 struct Operation {
     const char *name;
@@ -150,9 +150,9 @@ const Operation kOperations[] = {
     {"merge forward", kBranched, {"zev", "merge", "side"}, true},
     {"merge", kDiverged, {"zev", "merge", "side"}, true},
     {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
-    {"cleanup", kStaged, {"zev", "cleanup"}},
-    {"config", "", {"zev", "config", "zev.color", "blue"}, true},
-    {"config unset", kColored, {"zev", "config", "--unset", "zev.color"}, true},
+    {"cleanup", kStaged, {"zev", "cleanup", "--untracked", "--yes"}},
+    {"config", "", {"zev", "config", "zev.author", "blue"}, true},
+    {"config unset", kColored, {"zev", "config", "--unset", "zev.author"}, true},
     {"branch", "", {"zev", "branch", "other"}, true},
     {"branch delete", R"("$ZEV" branch other)", {"zev", "branch", "--delete", "other"}, true},
     {"restore replace",

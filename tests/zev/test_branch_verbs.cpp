@@ -289,9 +289,14 @@ TEST_F(BranchVerbs, CleanupAndUndo) {
     write("e/v", "also");
     write(".git/info/exclude", "*.bak\n");
     write("i.bak", "ignored");
-    ok("cleanup --keep-untracked");
+    for (const char *repairs : {"cleanup", "cleanup --keep-untracked"}) {
+        EXPECT_EQ(ok(repairs), "the working copy is in order\n");
+        EXPECT_EQ(content("u"), "untracked");
+    }
+    EXPECT_EQ(code("cleanup --untracked"), 1); // nobody to ask
+    EXPECT_EQ(code("--no cleanup --untracked"), 6);
     EXPECT_EQ(content("u"), "untracked");
-    ok("cleanup");
+    ok("cleanup --untracked --yes");
     EXPECT_EQ(content("u") + content("e/v") + content("i.bak"), "(none)(none)ignored");
     ok("rm a");
     ok("undo"); // of rm alone
@@ -302,10 +307,13 @@ TEST_F(BranchVerbs, CleanupAndUndo) {
     EXPECT_EQ(code("undo"), 3);
     fs::remove_all(root + "/e");
     write("u", "again");
+    ok("rm a");
     EXPECT_EQ(code("cleanup --purge"), 6);
+    EXPECT_EQ(code("--no cleanup --purge"), 6);
+    ok("--yes cleanup --purge"); // of the trash alone
     EXPECT_EQ(content("u"), "again");
-    EXPECT_EQ(zev(root, "--no cleanup --purge 2>/dev/null").code, 6);
-    ok("--yes cleanup --purge");
+    EXPECT_EQ(code("--no cleanup --untracked --purge"), 6);
+    ok("--yes cleanup --untracked --purge");
     EXPECT_EQ(content("u") + content("i.bak"), "(none)ignored");
     EXPECT_EQ(ok("trash list"), "the trash is empty\n");
 }

@@ -7,18 +7,22 @@ namespace host {
 namespace {
 
 struct Options {
-    bool keep_untracked = false;
-    bool purge = false; // deletes for good, after a question
+    bool untracked = false;
+    bool keep_untracked = false; // as without any; from when they went by default
+    bool purge = false;          // deletes for good, after a question
 };
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Put a working copy in order");
-    verb.footer(
-        "Puts right what a crash left, and moves untracked files to the trash; ignored ones\n"
-        "stay. --purge deletes them for good, and all that is in the trash; it asks first.\n"
-        "Examples:\n  zev cleanup\n  zev cleanup --keep-untracked\n  zev cleanup --purge");
-    verb.add_flag("--keep-untracked", options.keep_untracked,
-                  "Untracked files stay where they are");
+    verb.footer("Puts right what a crash left. --untracked moves untracked files to the trash,\n"
+                "ignored ones stay. --purge deletes for good what is in the trash, and with\n"
+                "--untracked these files, too. Both ask first.\n"
+                "Examples:\n  zev cleanup\n  zev cleanup --untracked\n  zev cleanup --purge");
+    CLI::Option *untracked =
+        verb.add_flag("--untracked", options.untracked, "Move untracked files to the trash");
+    verb.add_flag("--keep-untracked", options.keep_untracked, "Untracked files stay, as they do")
+        ->excludes(untracked)
+        ->group("");
     verb.add_flag("--purge", options.purge, "Delete in place of the trash, and empty it");
 }
 
@@ -43,31 +47,44 @@ uint64_t count_trash(Host &host, const WorkingCopy &copy) {
     return count;
 }
 
-void confirm_purge(Host &host, const std::vector<std::string> &files, uint64_t items) {
+std::string counted(uint64_t count, const char *what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+void confirm(Host &host, const Options &options, const std::vector<std::string> &files,
+             uint64_t items) {
     if (files.empty() && !items) return;
+    std::string what = files.empty() ? "" : counted(files.size(), "untracked file");
+    if (items) what += (what.empty() ? "" : " and ") + counted(items, "item") + " of the trash";
     const int32_t answer =
-        ask(host.notify,
-            {.id = "zev.cleanup.purge",
-             .title = "",
-             .instruction = "Delete " + std::to_string(files.size()) + " untracked files and " +
-                            std::to_string(items) + " items of the trash for good?",
-             .content = files.empty() ? "Nothing brings them back." : some_of(files),
-             .buttons = {"Delete", "Keep"}});
+        options.purge ? ask(host.notify, {.id = "zev.cleanup.purge",
+                                          .title = "",
+                                          .instruction = "Delete " + what + " for good?",
+                                          .content = files.empty() ? "Nothing brings them back."
+                                                                   : some_of(files),
+                                          .buttons = {"Delete", "Keep"}})
+                      : ask(host.notify, {.id = "zev.cleanup.untracked",
+                                          .title = "",
+                                          .instruction = "Move " + what + " to the trash?",
+                                          .content = some_of(files),
+                                          .buttons = {"Move", "Keep"}});
     if (answer == 1) return;
+    const std::string stays = options.purge ? "nothing was deleted" : "nothing was moved";
     if (host.notify->outcome().unanswered)
-        throw Failed(kCanceled, "nothing was deleted; --yes says that it is meant");
-    throw Failed(kCanceled, "nothing was deleted");
+        throw Failed(kCanceled, stays + "; --yes says that it is meant");
+    throw Failed(kCanceled, stays);
 }
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     const bool purges = options.purge;
-    const auto files = options.keep_untracked ? std::vector<std::string>() : untracked_files(copy);
-    if (purges) confirm_purge(host, files, count_trash(host, copy));
+    const auto files = options.untracked ? untracked_files(copy) : std::vector<std::string>();
+    if (purges || options.untracked)
+        confirm(host, options, files, purges ? count_trash(host, copy) : 0);
     stop_on_break(host.notify);
     Owned<CleanupSpec, zCleanupSpecFree> spec(check(zCleanupSpecNew()));
     check(zCleanupSpecSetOptions(spec.get(),
-                                 (options.keep_untracked ? uint32_t{Z_CLEANUP_KEEP_UNTRACKED} : 0) |
+                                 (options.untracked ? 0 : uint32_t{Z_CLEANUP_KEEP_UNTRACKED}) |
                                      (purges ? 0 : uint32_t{Z_CLEANUP_USE_TRASH})));
     check(zCleanupSpecSetNotify(spec.get(), host.notify));
     host.notify->forget();
@@ -80,7 +97,8 @@ int run(Host &host, const Options &options) {
                         .set(u"failed", outcome.failed)
                         .set(u"purged", purges));
     if (purges) host.out.line("the trash is empty");
-    if (!purges && !outcome.done && !outcome.failed) host.out.line("nothing to clear away");
+    if (!purges && !outcome.done && !outcome.failed)
+        host.out.line(options.untracked ? "nothing to clear away" : "the working copy is in order");
     if (outcome.failed) throw Failed(kOther, "not everything could be removed");
     return kDone;
 }
