@@ -189,4 +189,43 @@ TEST_F(Reach, UndoGoesBackStepByStep) {
     EXPECT_EQ(content("d/c"), "first d/c");
 }
 
+TEST_F(Reach, DrawingsAreExportedIntoADirectory) {
+    const std::string plan = test_data("plan.dxf"), changed = plan_with("13.5");
+    test::write(home + "/plan.dxf", plan);
+    ok("mkdir halls");
+    ok("import ../plan.dxf");
+    ok("import ../plan.dxf halls/north.dwx");
+    ok("add .");
+    ok("commit -m drawings");
+    test::write(home + "/plan.dxf", changed);
+    ok("import ../plan.dxf halls/north.dwx");
+    ok("import ../plan.dxf loose.dwx");
+    const auto sent = [&](const std::string &name) {
+        return fs::exists(home + "/" + name) ? test::read(home + "/" + name) : "(none)";
+    };
+    ok("export plan.dwx halls/north.dwx ../two");
+    EXPECT_EQ(sent("two/plan.dxf") + sent("two/north.dxf"), plan + changed);
+    ok("export . ../all"); // also what nobody added
+    EXPECT_EQ(sent("all/plan.dxf") + sent("all/halls/north.dxf") + sent("all/loose.dxf"),
+              plan + changed + changed);
+    EXPECT_EQ(sent("all/a"), "(none)");
+    ok("-C halls export .. ../../old --rev HEAD --files");
+    EXPECT_EQ(sent("old/halls/north.dxf") + sent("old/loose.dxf"), plan + "(none)");
+    EXPECT_EQ(sent("old/d/c") + sent("old/d/.gitkeep"), "first d/c(none)");
+    ok("export 'ha*.dwx' ../some");
+    EXPECT_EQ(sent("some/north.dxf"), changed);
+    ok("-C halls export ../halls"); // beside it
+    EXPECT_EQ(content("halls/north.dxf"), changed);
+    // One that fails holds up no other, what is named wrongly all of them.
+    write("broken.dwx", "no drawing");
+    EXPECT_EQ(code("export . ../rest"), 1);
+    EXPECT_EQ(sent("rest/plan.dxf") + sent("rest/broken.dxf"), plan + "(none)");
+    EXPECT_EQ(code("export . ../rest --no"), 1); // each is there
+    for (const char *wrong : {"plan.dwx nowhere.dwx ../none", "plan.dwx a ../none",
+                              "plan.dwx loose.dwx -", "d ../none", "plan.dwx plan.dwx ../none",
+                              "loose.dwx ../none --rev HEAD", "plan.dwx loose.dwx ../plan.dxf"})
+        EXPECT_GE(code("export " + std::string(wrong)), 2) << wrong;
+    EXPECT_FALSE(fs::exists(home + "/none"));
+}
+
 } // namespace
