@@ -228,4 +228,76 @@ TEST_F(Reach, DrawingsAreExportedIntoADirectory) {
     EXPECT_FALSE(fs::exists(home + "/none"));
 }
 
+TEST_F(Reach, TextsAreComparedAsGitDoes) {
+    // Against git's own, over texts that share much and little.
+    unsigned state = 7;
+    const auto chance = [&](unsigned below) {
+        return (state = state * 1103515245 + 12345) / 65536 % below;
+    };
+    for (int round = 0; round < 40; ++round) {
+        std::vector<std::string> text;
+        for (unsigned i = chance(60); i; --i) text.push_back("line " + std::to_string(chance(9)));
+        const auto joined = [&] {
+            std::string all;
+            for (const std::string &line : text) all += line + "\n";
+            return all;
+        };
+        write("t", joined());
+        git("add t");
+        git("commit -qm t");
+        for (unsigned i = chance(12); i; --i) {
+            const auto at = text.begin() + static_cast<std::ptrdiff_t>(
+                                               chance(static_cast<unsigned>(text.size()) + 1));
+            if (chance(2) || at == text.end())
+                text.insert(at, "new " + std::to_string(chance(5)));
+            else
+                text.erase(at);
+        }
+        const std::string now = joined();
+        write("t", now);
+        const std::vector<std::string> said = lines(ok("diff t"));
+        std::string patch = "--- a/t\n+++ b/t\n";
+        for (size_t i = 0; i + 1 < said.size(); ++i) patch += said[i] + "\n";
+        const std::string numbers = git("diff --numstat --minimal t");
+        const std::string added = numbers.substr(0, numbers.find('\t'));
+        EXPECT_EQ(said.back().substr(0, said.back().find(' ')), added.empty() ? "0" : added);
+        git("checkout -q t");
+        if (said.size() > 1) {
+            test::write(home + "/patch", patch);
+            EXPECT_EQ(git("apply ../patch"), "") << patch;
+        }
+        EXPECT_EQ(content("t"), now);
+    }
+}
+
+TEST_F(Reach, TextsOfAllSorts) {
+    write("a", "one\r\ntwo\r\n");
+    ok("commit --all -m returns");
+    write("a", "one\ntwo");
+    EXPECT_EQ(ok("diff a"), "@@ -1,2 +1,2 @@\n-one^M\n-two^M\n+one\n+two\n"
+                            "\\ No newline at end of file\n2 lines added, 2 removed\n");
+    EXPECT_EQ(ok("diff a HEAD~1 HEAD"),
+              "@@ -1 +1,2 @@\n-first a\n\\ No newline at end of file\n+one\n+two\n"
+              "2 lines added, 1 removed\n");
+    write("b", std::string("zero\0", 5));
+    write("new", "new\n");
+    EXPECT_EQ(ok("diff new --stat"), "1 line added, 0 removed\n");
+    const std::string all = ok("diff");
+    EXPECT_NE(all.find("b\nno text: 7 Bytes -> 5 Bytes"), all.npos) << all;
+    EXPECT_EQ(ok("diff b HEAD HEAD"), "0 lines added, 0 removed\n");
+    fs::remove(root + "/b");
+    EXPECT_EQ(ok("diff b"), "@@ -1 +0,0 @@\n-first b\n\\ No newline at end of file\n"
+                            "0 lines added, 1 removed\n");
+    EXPECT_EQ(code("diff nowhere"), 3);
+    EXPECT_EQ(code("diff d"), 2);
+    std::string much, other; // nothing in common but their ends
+    for (int i = 0; i < 30000; ++i)
+        much += std::to_string(i) + "\n", other += "x" + std::to_string(i) + "\n";
+    write("c", "begin\n" + much + "end\n");
+    ok("add c");
+    ok("commit -m much");
+    write("c", "begin\n" + other + "end\n");
+    EXPECT_EQ(ok("diff c --brief"), "30000 lines added, 30000 removed\n");
+}
+
 } // namespace

@@ -1,4 +1,5 @@
-// diff: which objects of a drawing are not the same in two versions of it, and what in them.
+// diff: which objects of a drawing are not the same in two versions of it, and what in them; of
+// other files, which lines.
 
 #include "bytes.hpp"
 #include "dxf/check.hpp"
@@ -6,6 +7,7 @@
 #include "dxf/manifest.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
+#include "file_diff.hpp"
 #include "needed_rows.hpp"
 #include "object_names.hpp"
 #include "server_history.hpp"
@@ -20,7 +22,7 @@ namespace host {
 namespace {
 
 struct Options {
-    std::string drawing;  // empty: all that were changed
+    std::string file;     // a drawing or another one; empty: all that were changed
     std::string from, to; // revisions; empty: HEAD, the work directory
     bool stat = false;    // totals in place of the objects
     bool brief = false;   // objects without their fields
@@ -28,14 +30,14 @@ struct Options {
 };
 
 void declare(CLI::App &verb, Options &options) {
-    verb.description("Show which objects of a drawing changed");
-    verb.footer("Without a drawing all are shown that were changed since HEAD.\n"
+    verb.description("Show which objects of a drawing changed, and lines of other files");
+    verb.footer("Without a file all are shown that were changed since HEAD.\n"
                 "Without a revision the work file is compared with HEAD, with one\n"
                 "with that, with two the first with the second. A modified object\n"
                 "shows the fields that changed, by group code, old and new.\n"
                 "Examples:\n  zev diff\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
-                "  zev diff plan.dwx --stat");
-    verb.add_option("drawing", options.drawing, "A .dwx file");
+                "  zev diff plan.dwx --stat\n  zev diff notes.txt");
+    verb.add_option("file", options.file, "A .dwx file, or another one");
     verb.add_option("from", options.from, "Older version")->type_name("REV");
     verb.add_option("to", options.to, "Newer version")->type_name("REV");
     CLI::Option *full =
@@ -310,39 +312,82 @@ Record &set_counts(Record &record, const Difference::Counts &counts) {
         .set(u"removed", counts[ObjectChange::removed]);
 }
 
-void print_summary(Host &host, const Difference::Counts &counts) {
-    host.out.line(std::to_string(counts[ObjectChange::added]) + " added, " +
-                  std::to_string(counts[ObjectChange::modified]) + " modified, " +
-                  std::to_string(counts[ObjectChange::removed]) + " removed");
-    Record record("summary");
-    host.out.record(set_counts(record, counts));
+// Of all files that were looked at.
+struct Totals {
+    Difference::Counts objects{};
+    std::optional<LineCounts> lines; // of files that are no drawings, if there were any
+    bool has_drawings = false;
+
+    void add(const Difference::Counts &more) {
+        has_drawings = true;
+        for (size_t i = 0; i < objects.size(); ++i) objects[i] += more[i];
+    }
+    void add(const LineCounts &more) {
+        if (!lines) lines.emplace();
+        lines->added += more.added;
+        lines->removed += more.removed;
+    }
+};
+
+std::string counted_lines(const LineCounts &lines) {
+    return std::to_string(lines.added) + (lines.added == 1 ? " line" : " lines") + " added, " +
+           std::to_string(lines.removed) + " removed";
 }
 
-// The drawings that are in HEAD and whose work file is another one.
-Paths changed_drawings(const WorkingCopy &copy) {
+void print_summary(Host &host, const Totals &totals) {
+    const Difference::Counts &counts = totals.objects;
+    std::string text;
+    if (totals.has_drawings || !totals.lines)
+        text = std::to_string(counts[ObjectChange::added]) + " added, " +
+               std::to_string(counts[ObjectChange::modified]) + " modified, " +
+               std::to_string(counts[ObjectChange::removed]) + " removed";
+    Record record("summary");
+    set_counts(record, counts);
+    if (totals.lines) {
+        text += (text.empty() ? "" : "; ") + counted_lines(*totals.lines);
+        record.set(u"lines_added", totals.lines->added);
+        record.set(u"lines_removed", totals.lines->removed);
+    }
+    host.out.line(text);
+    host.out.record(record);
+}
+
+// The files that are in HEAD and whose work file is another one.
+Paths changed_files(const WorkingCopy &copy) {
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     const OwnedStatus list(check(zStatusListBuild(index.get(), nullptr)));
     Paths paths;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
         const StatusEntry *entry = zStatusListEntry(list.get(), i);
-        std::string path = narrow(zStatusEntryPath(entry));
-        if (zStatusEntryStatus(entry) == Z_KIND_MODIFIED && path.ends_with(".dwx"))
-            paths.push_back(std::move(path));
+        if (zStatusEntryStatus(entry) == Z_KIND_MODIFIED)
+            paths.push_back(narrow(zStatusEntryPath(entry)));
     }
     return paths;
 }
 
+LineCounts diff_text(const Host &host, const WorkingCopy &copy, const Options &options,
+                     const std::string &path) {
+    return diff_file(host, copy,
+                     {path, options.from.empty() ? "HEAD" : options.from, options.to,
+                      options.stat || options.brief});
+}
+
 // A work file that is no drawing any more is told, and the others are shown.
-Difference::Counts diff_all(Host &host, const WorkingCopy &copy, const Options &options) {
-    Difference::Counts totals{};
-    for (const std::string &path : changed_drawings(copy)) try {
+Totals diff_all(Host &host, const WorkingCopy &copy, const Options &options) {
+    Totals totals;
+    for (const std::string &path : changed_files(copy)) try {
+            if (!is_drawing_name(path)) {
+                host.out.line(host.out.paint(Colour::bold, clean(path)));
+                totals.add(diff_text(host, copy, options, path));
+                continue;
+            }
             const Difference difference(host, copy, options, path);
             host.out.line(host.out.paint(Colour::bold, typed_path(path)));
             Record record("drawing");
             record.set(u"path", path);
             host.out.record(set_counts(record, difference.totals()));
             difference.print();
-            for (size_t i = 0; i < totals.size(); ++i) totals[i] += difference.totals()[i];
+            totals.add(difference.totals());
         } catch (const Failed &failed) {
             if (failed.error_class == kCanceled) throw;
             host.out.warn(failed.what());
@@ -352,10 +397,17 @@ Difference::Counts diff_all(Host &host, const WorkingCopy &copy, const Options &
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
-    if (options.drawing.empty()) return print_summary(host, diff_all(host, copy, options)), kDone;
-    const Difference difference(host, copy, options, copy.relative(options.drawing));
-    difference.print();
-    print_summary(host, difference.totals());
+    if (options.file.empty()) return print_summary(host, diff_all(host, copy, options)), kDone;
+    const std::string path = copy.relative(options.file);
+    Totals totals;
+    if (is_drawing_name(path)) {
+        const Difference difference(host, copy, options, path);
+        difference.print();
+        totals.add(difference.totals());
+    } else {
+        totals.add(diff_text(host, copy, options, path));
+    }
+    print_summary(host, totals);
     return kDone;
 }
 
