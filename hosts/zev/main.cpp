@@ -21,21 +21,21 @@ extern const Verb kInitVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb, kRevertVerb
     kLsVerb, kStatusVerb, kCommitVerb, kLogVerb, kShowVerb, kBlameVerb, kCatVerb, kVerifyVerb,
     kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb, kTrashListVerb,
     kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb, kBranchVerb,
-    kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb, kLoginVerb,
+    kTagVerb, kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb, kLoginVerb,
     kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
 
 namespace {
 
 const Verb *const kVerbs[] = {
-    &kInitVerb,    &kAddVerb,       &kMkdirVerb,     &kMvVerb,           &kRmVerb,
-    &kRevertVerb,  &kChangesVerb,   &kLsVerb,        &kStatusVerb,       &kCommitVerb,
-    &kLogVerb,     &kShowVerb,      &kBlameVerb,     &kCatVerb,          &kVerifyVerb,
-    &kImportVerb,  &kExportVerb,    &kDiffVerb,      &kConflictsVerb,    &kResolveVerb,
-    &kTrashVerb,   &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb, &kTrashPurgeVerb,
-    &kMergeVerb,   &kSwitchVerb,    &kBranchVerb,    &kGetVerb,          &kUpdateVerb,
-    &kUpdatesVerb, &kResetVerb,     &kRightsVerb,    &kInfoVerb,         &kLoginVerb,
-    &kLogoutVerb,  &kAdminVerb,     &kConfigVerb,    &kCleanupVerb,      &kUndoVerb,
-    &kGenerateVerb};
+    &kInitVerb,   &kAddVerb,       &kMkdirVerb,     &kMvVerb,           &kRmVerb,
+    &kRevertVerb, &kChangesVerb,   &kLsVerb,        &kStatusVerb,       &kCommitVerb,
+    &kLogVerb,    &kShowVerb,      &kBlameVerb,     &kCatVerb,          &kVerifyVerb,
+    &kImportVerb, &kExportVerb,    &kDiffVerb,      &kConflictsVerb,    &kResolveVerb,
+    &kTrashVerb,  &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb, &kTrashPurgeVerb,
+    &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kTagVerb,          &kGetVerb,
+    &kUpdateVerb, &kUpdatesVerb,   &kResetVerb,     &kRightsVerb,       &kInfoVerb,
+    &kLoginVerb,  &kLogoutVerb,    &kAdminVerb,     &kConfigVerb,       &kCleanupVerb,
+    &kUndoVerb,   &kGenerateVerb};
 
 const char *heading(Group group) {
     switch (group) {

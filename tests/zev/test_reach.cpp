@@ -300,4 +300,29 @@ TEST_F(Reach, TextsOfAllSorts) {
     EXPECT_EQ(ok("diff c --brief"), "30000 lines added, 30000 removed\n");
 }
 
+TEST_F(Reach, TagsNameCommitsForGood) {
+    EXPECT_EQ(ok("tag"), "there are no tags; \"zev tag NAME\" makes one\n");
+    ok("tag sent");
+    keep({"a"}, "second");
+    EXPECT_EQ(code("tag sent"), 1); // it stays where it is
+    git("tag -a -m words noted HEAD");
+    git("branch noted-too");
+    git("tag sent/not HEAD^{tree}"); // no commit
+    for (const char *wrong : {"HEAD", "x~1", "a..b", "-x", "master", "'a b'", "x.lock"})
+        EXPECT_NE(code("tag -- " + std::string(wrong)), 0) << wrong;
+    EXPECT_EQ(code("tag later nowhere"), 3);
+    EXPECT_EQ(out("cat sent:a"), "first a");
+    EXPECT_EQ(out("cat noted:a"), "second a");
+    EXPECT_EQ(out("cat noted~1:a"), "first a");
+    EXPECT_EQ(git("rev-parse sent"), git("rev-parse HEAD~1"));
+    const std::vector<std::string> list = lines(ok("tag"));
+    ASSERT_EQ(list.size(), 2u); // a name can't be a directory of names
+    EXPECT_EQ(list[0].substr(0, 7) + list[1].substr(list[1].size() - 5), "noted  first");
+    git("pack-refs --all");
+    ok("tag --delete sent");
+    EXPECT_EQ(git("tag"), "noted\n");
+    EXPECT_EQ(code("tag --delete sent"), 3);
+    EXPECT_EQ(git("fsck --strict"), "");
+}
+
 } // namespace
