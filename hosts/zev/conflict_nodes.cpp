@@ -57,4 +57,19 @@ Nodes look(const WorkingCopy &copy) {
     return Nodes(OwnedAnalysis(check(zConflictAnalyze(index.get(), everything.get()))));
 }
 
+void take_ours(Host &host, const WorkingCopy &copy,
+               const std::function<bool(const std::string &)> &is_selected) {
+    Nodes nodes = analyse(copy);
+    for (ConflictNode *node : nodes.all()) {
+        bool selected = is_selected(narrow(zConflictNodePath(node)));
+        for (const Side *side : {&kOurs, &kTheirs})
+            for (uint64_t i = 0; i < side->count(node); ++i)
+                selected = selected || is_selected(side->path(node, i));
+        check(zConflictNodeSetSolution(node, selected ? uint32_t{Z_CONFLICT_USE_OURS}
+                                                      : uint32_t{Z_CONFLICT_UNDECIDED}));
+    }
+    check(zConflictAnalysisSetNotify(nodes.analysis(), host.notify));
+    check(zShellResolve(copy.repository(), nodes.analysis()));
+}
+
 } // namespace host

@@ -1,7 +1,7 @@
 // Conflict nodes: what a merge left to decide, and the parts of it that the user's paths name.
 #pragma once
 
-#include "copy.hpp"
+#include "verb.hpp"
 
 #include <map>
 #include <set>
@@ -76,5 +76,10 @@ class Nodes {
 // To decide, under the lock; and to look on, which does without it when another process has it.
 Nodes analyse(const WorkingCopy &copy);
 Nodes look(const WorkingCopy &copy);
+
+// Settles the conflicts whose path, or that of a side, is selected by what the branch has; the
+// others stay.
+void take_ours(Host &host, const WorkingCopy &copy,
+               const std::function<bool(const std::string &)> &is_selected);
 
 } // namespace host

@@ -39,8 +39,8 @@ void finish_merge(const WorkingCopy &copy) {
 
 void require_no_merge(const WorkingCopy &copy) {
     if (unsettled_merge(copy))
-        throw Failed(kOther, "the last merge is not committed yet; commit it, or revert "
-                             "everything");
+        throw Failed(kOther, "the last merge is not committed yet; commit it, or take it back by "
+                             "\"zev merge --abort\"");
 }
 
 std::string part_note(const Oid &theirs) {

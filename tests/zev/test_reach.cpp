@@ -325,4 +325,46 @@ TEST_F(Reach, TagsNameCommitsForGood) {
     EXPECT_EQ(git("fsck --strict"), "");
 }
 
+TEST_F(Reach, AMergeIsTakenBack) {
+    EXPECT_EQ(code("merge --abort"), 3);
+    EXPECT_EQ(code("merge"), 2);
+    ok("switch -c side");
+    keep({"a", "b", "e/new"}, "side");
+    ok("rm d");
+    ok("commit -m gone");
+    ok("switch master");
+    keep({"a"}, "ours");
+    write("loose", "loose");
+    EXPECT_EQ(code("merge side -m unused"), 4);
+    write("e/new", "work on theirs");
+    write("a", "half decided");
+    ok("merge --abort");
+    EXPECT_EQ(git("status --short"), "?? loose\n");
+    EXPECT_EQ(content("a") + content("b") + content("d/c"), "ours afirst bfirst d/c");
+    EXPECT_EQ(code("merge --abort"), 3);
+    const std::string trash = ok("trash list"); // what was done meanwhile is there
+    EXPECT_NE(trash.find("  e/new"), trash.npos) << trash;
+    // Settled and not committed; and begun by git.
+    EXPECT_EQ(code("merge side"), 4);
+    ok("resolve --theirs a");
+    EXPECT_EQ(code("merge side"), 1);
+    ok("merge --abort");
+    EXPECT_EQ(content("a"), "ours a");
+    git("merge side");
+    ok("merge --abort");
+    EXPECT_EQ(git("status --short"), "?? loose\n");
+    EXPECT_EQ(git("rev-parse -q --verify MERGE_HEAD"), "");
+    EXPECT_EQ(content("a") + content("e/new"), "ours a(none)");
+}
+
+TEST_F(Reach, AMergeHasTheUsersWords) {
+    ok("switch -c side");
+    keep({"b"}, "side");
+    ok("switch master");
+    keep({"a"}, "ours");
+    ok("merge side -m 'Stairs and all'");
+    EXPECT_EQ(git("log -1 --format=%s"), "Stairs and all\n");
+    EXPECT_EQ(lines(git("rev-list --parents -1 HEAD"))[0].size(), 3 * 41 - 1);
+}
+
 } // namespace

@@ -16,6 +16,7 @@
 #include "dxf/check.hpp"
 #include "dxf/rows.hpp"
 #include "graph.hpp"
+#include "merge_abort.hpp"
 #include "merge_state.hpp"
 #include "refs.hpp"
 #include "show.hpp"
@@ -30,8 +31,10 @@ namespace fs = std::filesystem;
 namespace {
 
 struct Options {
-    std::string branch; // or any commit
-    bool force = false; // local changes go to the trash, after a question
+    std::string branch;  // or any commit
+    std::string message; // of the commit; empty: "Merge BRANCH"
+    bool force = false;  // local changes go to the trash, after a question
+    bool abort = false;
 };
 
 void declare(CLI::App &verb, Options &options) {
@@ -41,9 +44,18 @@ void declare(CLI::App &verb, Options &options) {
         "shows what there is to decide, \"zev resolve\" decides, and \"zev commit\" keeps it.\n"
         "Files that the merge changes must have no changes of your own that aren't committed,\n"
         "and nothing may be staged; --force moves them to the trash, and asks first.\n"
-        "Examples:\n  zev merge details\n  zev merge details --force --yes");
-    verb.add_option("branch", options.branch, "A branch, or any commit")->required();
-    verb.add_flag("--force", options.force, "Local changes go to the trash");
+        "--abort takes back a merge that isn't committed yet; what you did to its files\n"
+        "meanwhile goes to the trash.\n"
+        "Examples:\n  zev merge details -m \"Details of the stairs\"\n"
+        "  zev merge details --force --yes\n  zev merge --abort");
+    CLI::Option *branch = verb.add_option("branch", options.branch, "A branch, or any commit");
+    CLI::Option *message = verb.add_option("-m,--message", options.message,
+                                           "What the commit says, where the merge makes one");
+    CLI::Option *force = verb.add_flag("--force", options.force, "Local changes go to the trash");
+    verb.add_flag("--abort", options.abort, "Take back the merge that is not committed yet")
+        ->excludes(branch)
+        ->excludes(message)
+        ->excludes(force);
 }
 
 // What comes in, by path; nothing for a file that they deleted.
@@ -236,7 +248,9 @@ class Merge {
 
     int commit(Index *index, const std::string &author, const Transfer &taken) {
         const Oid *theirs = zCommitId(theirs_.get());
-        const std::string message = taken.whole() ? "Merge " + options_.branch : part_note(*theirs);
+        std::string message = clean(options_.message);
+        if (message.empty()) message = "Merge " + options_.branch;
+        if (!taken.whole()) message = part_note(*theirs);
         const OwnedCommit made(
             check(zIndexCommitWith(index, nullptr, u"HEAD", wide(author).c_str(),
                                    wide(message).c_str(), theirs, taken.whole() ? 1 : 0)));
@@ -276,6 +290,8 @@ class Merge {
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
+    if (options.abort) return abort_merge(host, copy);
+    if (options.branch.empty()) throw Failed(kInvalid, "which branch is to be merged?");
     return Merge(host, copy, options).run();
 }
 

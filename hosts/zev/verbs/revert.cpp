@@ -78,17 +78,7 @@ void confirm(Host &host, const Reverted &reverted) {
 // Of a conflict ours is what the branch has, and what it is brought back to; theirs is not taken.
 bool settle_conflicts(Host &host, const WorkingCopy &copy, const Selection &selection) {
     if (!has_conflicts(copy)) return false;
-    Nodes nodes = analyse(copy);
-    for (ConflictNode *node : nodes.all()) {
-        bool selected = selection.has(narrow(zConflictNodePath(node)));
-        for (const Side *side : {&kOurs, &kTheirs})
-            for (uint64_t i = 0; i < side->count(node); ++i)
-                selected = selected || selection.has(side->path(node, i));
-        check(zConflictNodeSetSolution(node, selected ? uint32_t{Z_CONFLICT_USE_OURS}
-                                                      : uint32_t{Z_CONFLICT_UNDECIDED}));
-    }
-    check(zConflictAnalysisSetNotify(nodes.analysis(), host.notify));
-    check(zShellResolve(copy.repository(), nodes.analysis()));
+    take_ours(host, copy, [&](const std::string &path) { return selection.has(path); });
     return true;
 }
 
