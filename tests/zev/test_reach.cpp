@@ -367,4 +367,49 @@ TEST_F(Reach, AMergeHasTheUsersWords) {
     EXPECT_EQ(lines(git("rev-list --parents -1 HEAD"))[0].size(), 3 * 41 - 1);
 }
 
+TEST_F(Reach, TheLastCommitIsMadeAnew) {
+    const auto log = [&] { return git("log --format=%an:%s"); };
+    EXPECT_EQ(code("commit"), 2); // what was done?
+    EXPECT_EQ(code("commit --amend"), 3);
+    ok("commit --amend -m begin"); // one without a parent
+    EXPECT_EQ(log(), "Ada:begin\n");
+    keep({"a", "b"}, "second");
+    write("a", "a2");
+    write("new", "new");
+    write("c", "staged");
+    ok("add c");
+    ok("commit --amend --author Ben a new"); // not c
+    EXPECT_EQ(log(), "Ben:second\nAda:begin\n");
+    EXPECT_EQ(git("status --short"), "A  c\n");
+    EXPECT_EQ(git("show --name-only --format= HEAD"), "a\nb\nnew\n");
+    EXPECT_EQ(code("commit --amend -m x b"), 3); // which is as it was
+    ok("commit --amend");
+    EXPECT_EQ(git("status --short"), "");
+    ok("commit --amend --all -m words");
+    EXPECT_EQ(log(), "Ben:words\nAda:begin\n");
+    // Of a merge, whose parents stay; and on no branch.
+    ok("switch -c side");
+    keep({"d/c"}, "side");
+    ok("switch master");
+    keep({"a"}, "ours");
+    ok("merge side");
+    const std::string parents = git("log -1 --format=%P");
+    write("a", "after");
+    ok("commit --amend --all -m 'merge of side'");
+    EXPECT_EQ(git("log -1 --format=%P:%s"),
+              parents.substr(0, parents.size() - 1) + ":merge of side\n");
+    git("checkout -q --detach");
+    ok("commit --amend -m detached");
+    EXPECT_EQ(git("log -1 --format=%s master") + git("log -1 --format=%s"),
+              "merge of side\ndetached\n");
+    EXPECT_EQ(git("for-each-ref refs/zev") + git("fsck --strict"), "");
+    // Not in the middle of a merge.
+    ok("switch master");
+    keep({"b"}, "more");
+    ok("switch side");
+    keep({"b"}, "other");
+    EXPECT_EQ(code("merge master"), 4);
+    EXPECT_EQ(code("commit --amend -m x"), 1);
+}
+
 } // namespace

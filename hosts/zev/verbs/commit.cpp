@@ -1,5 +1,6 @@
 // commit: a state of the files, kept for good.
 
+#include "amend.hpp"
 #include "author.hpp"
 #include "foreign_rows.hpp"
 #include "index_change.hpp"
@@ -12,10 +13,11 @@ namespace host {
 namespace {
 
 struct Options {
-    std::string message;
+    std::optional<std::string> message;
     std::string author; // empty: whom the settings name
     Paths paths;        // none: what was added
     bool all = false;   // every tracked file as it stands
+    bool amend = false;
 };
 
 void declare(CLI::App &verb, Options &options) {
@@ -25,16 +27,18 @@ void declare(CLI::App &verb, Options &options) {
         "Without paths the commit holds what was added; with paths it holds these as they\n"
         "stand, whatever else was added. --all takes every tracked file as it stands, and what\n"
         "was added; new files are to be added first, or \"zev commit .\" takes them, too.\n"
+        "--amend makes the last commit anew, with these, and with other words if there are any.\n"
         "In a copy of a server's project what is new there comes in first, and the commit is\n"
         "sent; nothing is kept of one that fails.\n"
         "Examples:\n  zev commit -m \"First plan\"\n"
         "  zev commit -m \"Moved a door\" --author Ada plan.dwx");
-    verb.add_option("-m,--message", options.message, "What was done")->required();
+    verb.add_option("-m,--message", options.message, "What was done");
     verb.add_option("--author", options.author,
                     "Who did it; else zev.author of the settings, $ZEV_AUTHOR, you");
     CLI::Option *paths = verb.add_option("paths", options.paths, "Only these files");
     verb.add_flag("-a,--all", options.all, "Each tracked file that was changed or is gone")
         ->excludes(paths);
+    verb.add_flag("--amend", options.amend, "In place of the last commit, which nobody else has");
 }
 
 // Without paths the commit takes the index as it is: does it differ from HEAD at all? Entries that
@@ -104,12 +108,22 @@ OwnedSpec selection(Host &host, const WorkingCopy &copy, const Options &options)
     return copy.spec(paths, left_out, host.notify);
 }
 
-int run(Host &host, const Options &options) {
-    WorkingCopy copy;
-    const std::string message = clean(options.message);
+// Empty only where the last commit's stays.
+std::string message_of(const Options &options) {
+    if (!options.message && options.amend) return {};
+    if (!options.message) throw Failed(kInvalid, "what was done? Say it by -m MESSAGE");
+    std::string message = clean(*options.message);
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
         throw Failed(kInvalid, "the message is empty; say what was done");
+    return message;
+}
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    const std::string message = message_of(options);
     OwnedSpec spec = selection(host, copy, options);
+    if (options.amend)
+        return amend(host, copy, {options.paths, spec.get(), clean(options.author), message});
     if (!origin_of(copy).empty())
         return send_commit(host, copy, options.paths, std::move(spec), options.author, message);
     return commit_here(host, copy,
