@@ -412,4 +412,49 @@ TEST_F(Reach, TheLastCommitIsMadeAnew) {
     EXPECT_EQ(code("commit --amend -m x"), 1);
 }
 
+TEST_F(Reach, AFolderIsImportedAsItStands) {
+    const std::string plan = test_data("plan.dxf");
+    for (const char *name : {"one.dxf", "up/Two.DXF", "up/deep/three.dxf", "up/note.txt",
+                             "up/.git/hidden.dxf", "elsewhere/four.dxf"})
+        test::write(home + "/project/" + name, plan);
+    fs::create_directory_symlink(home + "/project", home + "/project/up/circle");
+    const std::string said = ok("import ../project plans");
+    EXPECT_NE(said.find("../project: 2 files are no DXF and left out"), said.npos) << said;
+    const std::string tree = "plans/elsewhere/four.dwx\nplans/one.dwx\nplans/up/Two.dwx\n"
+                             "plans/up/deep/three.dwx\n";
+    EXPECT_EQ(sh("find plans -name '*.dwx' | LC_ALL=C sort"), tree);
+    EXPECT_EQ(out("export plans/up/Two.dwx -"), plan);
+    ok("-C plans import ../../project/up"); // here
+    EXPECT_TRUE(there("plans/Two.dwx") && there("plans/deep/three.dwx"));
+    write("mine/five.dxf", plan);
+    ok("import mine"); // beside the files
+    EXPECT_TRUE(there("mine/five.dwx"));
+    test::write(home + "/project/bad.dxf", "no DXF");
+    EXPECT_EQ(code("import ../project rest"), 1);
+    EXPECT_TRUE(there("rest/up/Two.dwx")); // the others came
+    for (const char *wrong : {"import d", "import ../project plan.dwx", "import ../project ../out",
+                              "import ../project .git/x", "import ../nowhere x"})
+        EXPECT_NE(code(wrong), 0) << wrong;
+    EXPECT_FALSE(fs::exists(home + "/out"));
+}
+
+TEST_F(Reach, ACopyIsMadeAroundFiles) {
+    test::write(home + "/full/a", "mine");
+    test::write(home + "/full/sub/plan.dxf", test_data("plan.dxf"));
+    const std::string full = home + "/full";
+    const std::string said = zev(home, "init full").out;
+    EXPECT_NE(said.find("is as it was"), said.npos) << said;
+    EXPECT_EQ(zev(full, "status --short").out, "?? a\n?? sub/plan.dxf\n");
+    EXPECT_EQ(zev(full, "import .").code, 0);
+    EXPECT_EQ(zev(full, "add .").code + zev(full, "commit -m all").code, 0);
+    EXPECT_EQ(zev(full, "verify").code, 0);
+    EXPECT_EQ(zev(home, "init full 2>/dev/null").code, 2);
+    EXPECT_EQ(zev(home, "init full/a 2>/dev/null").code, 2);
+    // What is in the way of the repository stays, and nothing of ours.
+    test::write(home + "/odd/.git", "a file");
+    EXPECT_EQ(zev(home, "init odd 2>/dev/null").code, 2);
+    EXPECT_EQ(test::read(home + "/odd/.git"), "a file");
+    EXPECT_EQ(sh("ls -A ../odd ../full"), "../full:\n.git\na\nsub\n\n../odd:\n.git\n");
+}
+
 } // namespace

@@ -5,6 +5,7 @@
 #include "reception.hpp"
 #include "verb.hpp"
 
+#include <algorithm>
 #include <map>
 #include <unistd.h>
 
@@ -15,31 +16,40 @@ namespace fs = std::filesystem;
 namespace {
 
 struct Options {
-    Paths words; // DXF files; a .dwx file or a directory may come last
+    Paths words; // DXF files, directories; a .dwx file or a directory may come last
     std::string target;
 };
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Read DXF files into drawings");
-    verb.footer("A drawing that exists is changed: objects that are the same keep their keys, so\n"
-                "that only the others are stored. The work file changes; add or commit keeps it.\n"
-                "Last comes the drawing for one file, or a directory for all; without it each\n"
-                "drawing is named as its file.\n"
-                "Examples:\n  zev import ~/plan.dxf\n  zev import ~/plan.dxf plans/ground.dwx\n"
-                "  zev import ~/project/*.dxf plans");
-    verb.add_option("files", options.words, "ASCII DXF files")->required();
+    verb.footer(
+        "A directory is taken with all DXF files in it, each in its place below the target,\n"
+        "where directories are made as they are needed.\n"
+        "A drawing that exists is changed: objects that are the same keep their keys, so\n"
+        "that only the others are stored. The work file changes; add or commit keeps it.\n"
+        "Last comes the drawing for one file, or a directory for all; without it each\n"
+        "drawing is named as its file.\n"
+        "Examples:\n  zev import ~/plan.dxf\n  zev import ~/plan.dxf plans/ground.dwx\n"
+        "  zev import ~/project/*.dxf plans\n  zev import ~/project plans");
+    verb.add_option("files", options.words, "ASCII DXF files, directories")->required();
     // The one above takes it, too, and is told apart later.
     verb.add_option("target", options.target, "A .dwx file, or a directory");
 }
 
-// In the directory if one is given, else beside the file if that lies in the working copy, else
-// here.
-std::string drawing_of(const WorkingCopy &copy, const std::string &source,
+// A DXF file, and the drawing that it is to become.
+struct Item {
+    std::string source, target;
+    bool makes_directories = false;
+};
+
+// `place` is the drawing's below a directory that is given. Without one it lies beside the file if
+// that lies in the working copy, else below here.
+std::string drawing_of(const WorkingCopy &copy, const std::string &source, fs::path place,
                        const std::string &directory) {
-    fs::path name = fs::path(source).filename().replace_extension(".dwx");
-    if (!directory.empty()) return (fs::path(directory) / name).string();
-    if (copy.below(source)) return (fs::path(source).parent_path() / name).string();
-    return name.string();
+    place.replace_extension(".dwx");
+    if (!directory.empty()) return (fs::path(directory) / place).string();
+    if (copy.below(source)) return fs::path(source).replace_extension(".dwx").string();
+    return place.string();
 }
 
 bool is_dxf_name(const std::string &path) {
@@ -148,12 +158,13 @@ void fetch_former(Host &host, const WorkingCopy &copy, Drawing *committed, Drawi
                                        "server has none; \"zev info\" tells which project it is");
 }
 
-void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
-                const std::string &target) {
+void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
+    const auto &[source, target, makes_directories] = item;
     if (!is_drawing_name(target))
         throw Failed(kInvalid, target + ": a drawing's name ends in .dwx");
     std::string path = copy.relative(target);
     fs::path file = copy.absolute(path);
+    if (makes_directories) fs::create_directories(file.parent_path());
     if (!fs::is_directory(file.parent_path()))
         throw Failed(kNotFound, target + ": there is no such directory; \"zev mkdir\" makes one");
     if (fs::exists(source) && !fs::is_regular_file(source))
@@ -181,55 +192,133 @@ void import_one(Host &host, const WorkingCopy &copy, const std::string &source,
 }
 
 // One of several that fails holds the others up no more than it must.
-bool import_next(Host &host, const WorkingCopy &copy, const std::string &source,
-                 const std::string &target) try {
-    import_one(host, copy, source, target);
+bool import_next(Host &host, const WorkingCopy &copy, const Item &item) try {
+    import_one(host, copy, item);
     return true;
 } catch (const Failed &failed) {
     if (failed.error_class == kCanceled) throw;
     host.out.fail(failed, kFailed);
     return false;
+} catch (const fs::filesystem_error &error) {
+    host.out.fail(Failed(kSystem, error.code().value(),
+                         error.path1().string() + ": " + error.code().message()),
+                  kFailed);
+    return false;
+}
+
+// ---- What the words stand for
+
+// The DXF files below a directory, in the order of their names. Links to directories are not
+// followed, nor is a repository looked into.
+class Folder {
+  public:
+    Folder(Host &host, const std::string &root) : host_(host), root_(root) { walk(root_); }
+
+    const std::vector<fs::path> &files() const { return files_; }
+    uint64_t others() const { return others_; }
+    fs::path place(const fs::path &file) const { return file.lexically_relative(root_); }
+
+  private:
+    void walk(const fs::path &directory) {
+        stop_on_break(host_.notify);
+        std::error_code error;
+        std::vector<fs::directory_entry> entries;
+        for (fs::directory_iterator at(directory, error), end; !error && at != end;
+             at.increment(error))
+            entries.push_back(*at);
+        if (error) host_.out.warn(directory.string() + ": " + error.message() + "; left out");
+        std::sort(entries.begin(), entries.end());
+        for (const fs::directory_entry &entry : entries) {
+            std::error_code ignored;
+            if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
+                if (entry.path().filename() != ".git") walk(entry.path());
+            } else if (is_dxf_name(entry.path().string())) {
+                files_.push_back(entry.path());
+            } else {
+                ++others_;
+            }
+        }
+    }
+
+    Host &host_;
+    const fs::path root_;
+    std::vector<fs::path> files_;
+    uint64_t others_ = 0;
+};
+
+void add_folder(Host &host, const WorkingCopy &copy, const std::string &root,
+                const std::string &directory, std::vector<Item> &items) {
+    const Folder folder(host, root);
+    if (folder.files().empty()) throw Failed(kNotFound, root + ": holds no DXF file");
+    for (const fs::path &file : folder.files())
+        items.push_back(
+            {file.string(), drawing_of(copy, file.string(), folder.place(file), directory), true});
+    if (folder.others()) {
+        const std::string text = root + ": " + std::to_string(folder.others()) +
+                                 (folder.others() == 1 ? " file is" : " files are") +
+                                 " no DXF and left out";
+        host.out.line(text);
+        host.out.record(Record("info").set(u"message", text));
+    }
 }
 
 // One drawing for each, or none is begun.
-Paths targets_of(const WorkingCopy &copy, const Paths &sources, const std::string &directory) {
-    Paths targets;
+void require_different(const std::vector<Item> &items) {
     std::map<std::u16string, std::string> known; // names that differ in case only are one
-    for (const std::string &source : sources) {
-        targets.push_back(drawing_of(copy, source, directory));
-        std::u16string name = wide_path(targets.back());
+    for (const Item &item : items) {
+        std::u16string name = wide_path(fs::path(item.target).lexically_normal().string());
         zStrlwrW(name.data());
-        const auto [other, is_new] = known.try_emplace(std::move(name), source);
+        const auto [other, is_new] = known.try_emplace(std::move(name), item.source);
         if (!is_new)
-            throw Failed(kInvalid, other->second + " and " + source + " would both become " +
-                                       targets.back() + "; import one after the other");
+            throw Failed(kInvalid, other->second + " and " + item.source + " would both become " +
+                                       item.target + "; import one after the other");
     }
-    return targets;
+}
+
+// Where they are to go: a drawing, or a directory, which for a directory need not be there.
+struct Place {
+    std::string target, directory;
+};
+
+Place take_place(Paths &sources) {
+    Place place;
+    if (sources.size() < 2) return place;
+    const std::string last = sources.back();
+    const bool mirrors =
+        std::any_of(sources.begin(), sources.end() - 1,
+                    [](const std::string &source) { return fs::is_directory(source); });
+    if (fs::is_directory(last) ||
+        (mirrors && !fs::exists(last) && !is_drawing_name(last) && !is_dxf_name(last)))
+        place.directory = last;
+    else if (is_drawing_name(last) || (sources.size() == 2 && !is_dxf_name(last)))
+        place.target = last;
+    if (!place.directory.empty() || !place.target.empty()) sources.pop_back();
+    if (!place.target.empty() && (sources.size() > 1 || mirrors))
+        throw Failed(kInvalid, last + ": more than one file goes into a directory");
+    return place;
 }
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     Paths sources = options.words;
-    std::string target, directory;
-    if (const std::string last = sources.back(); sources.size() > 1) {
-        if (fs::is_directory(last))
-            directory = last;
-        else if (is_drawing_name(last) || (sources.size() == 2 && !is_dxf_name(last)))
-            target = last;
-        if (!directory.empty() || !target.empty()) sources.pop_back();
+    const Place place = take_place(sources);
+    std::vector<Item> items;
+    for (const std::string &source : sources) {
+        if (!place.target.empty())
+            items.push_back({source, place.target});
+        else if (fs::is_directory(source))
+            add_folder(host, copy, source, place.directory, items);
+        else
+            items.push_back(
+                {source, drawing_of(copy, source, fs::path(source).filename(), place.directory)});
     }
-    if (sources.size() > 1 && !target.empty())
-        throw Failed(kInvalid, target + ": more than one file goes into a directory");
-    if (sources.size() == 1) {
-        if (target.empty()) target = drawing_of(copy, sources[0], directory);
-        import_one(host, copy, sources[0], target);
-        return kDone;
-    }
-    const auto targets = targets_of(copy, sources, directory);
+    require_different(items);
+    if (options.words.size() <= 2 && items.size() == 1)
+        return import_one(host, copy, items.front()), kDone;
     uint64_t failed = 0;
-    for (size_t i = 0; i < sources.size(); ++i) {
+    for (const Item &item : items) {
         stop_on_break(host.notify);
-        failed += !import_next(host, copy, sources[i], targets[i]);
+        failed += !import_next(host, copy, item);
     }
     return failed ? kFailed : kDone;
 }

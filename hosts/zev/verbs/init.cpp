@@ -1,6 +1,8 @@
-// init: a new working copy.
+// init: a new working copy, in a new directory or around files that are there.
 
 #include "verb.hpp"
+
+#include <unistd.h>
 
 namespace host {
 
@@ -14,20 +16,54 @@ struct Options {
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Make a new working copy");
-    verb.footer("Examples:\n  zev init project\n  zev init        in this directory");
-    verb.add_option("directory", options.directory, "A new or an empty directory")
-        ->type_name("DIR");
+    verb.footer("Files that are in the directory stay as they are; \"zev add\" takes them.\n"
+                "Examples:\n  zev init project\n  zev init        in this directory");
+    verb.add_option("directory", options.directory, "A directory, new or not")->type_name("DIR");
+}
+
+// A directory of our own within, gone with this.
+class Aside {
+  public:
+    explicit Aside(const fs::path &directory)
+        : path_(directory / (".zev-init-" + std::to_string(getpid()))) {}
+    ~Aside() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    Aside(const Aside &) = delete;
+    Aside &operator=(const Aside &) = delete;
+    const fs::path &path() const { return path_; }
+
+  private:
+    fs::path path_;
+};
+
+void make(const fs::path &directory) {
+    OwnedRepository(
+        check(zRepositoryInit(wide_path(directory.string()).c_str(), false), directory.string()));
+}
+
+// The repository is made aside, on the same disk, and takes its place as a whole.
+void make_around(const fs::path &directory) {
+    const Aside aside(directory);
+    make(aside.path());
+    fs::rename(aside.path() / ".git", directory / ".git");
 }
 
 int run(Host &host, const Options &options) {
     fs::path full = fs::absolute(options.directory).lexically_normal();
     if (!full.has_filename()) full = full.parent_path();
     const std::string path = full.string();
-    if (fs::exists(full / ".git")) throw Failed(kInvalid, path + ": is a working copy already");
-    if (fs::exists(full) && !(fs::is_directory(full) && fs::is_empty(full)))
-        throw Failed(kInvalid, path + ": a working copy needs a new or an empty directory");
-    OwnedRepository repository(check(zRepositoryInit(wide(path).c_str(), false), path));
+    if (fs::exists(fs::symlink_status(full / ".git")))
+        throw Failed(kInvalid, path + ": is a working copy already");
+    if (fs::exists(fs::symlink_status(full)) && !fs::is_directory(full))
+        throw Failed(kInvalid, path + ": is no directory");
+    const bool has_files = fs::exists(full) && !fs::is_empty(full);
+    has_files ? make_around(full) : make(full);
     host.out.line("a new working copy in " + path);
+    if (has_files)
+        host.out.line("what is in it is as it was: \"zev add .\" takes it, \"zev import .\" makes "
+                      "drawings of DXF files");
     host.out.record(Record("init").set(u"path", path));
     return kDone;
 }
