@@ -9,20 +9,6 @@ namespace host {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-// The table of a project in a directory beside this one.
-fs::path table_beside(const WorkingCopy &copy, const Oid &id) {
-    zwchar digits[Z_PATH_MAX];
-    check(zOidPathFormat(digits, &id));
-    std::error_code error;
-    for (const auto &entry : fs::directory_iterator(copy.root().parent_path(), error)) {
-        const fs::path table = entry.path() / ".git/tables" / fs::path(std::u16string(digits));
-        if (fs::is_directory(table, error)) return table;
-    }
-    return {};
-}
-
 void copy_table(const fs::path &from, const fs::path &to) {
     const fs::path aside = to.string() + ".new";
     fs::remove_all(aside);
@@ -37,6 +23,20 @@ void copy_table(const fs::path &from, const fs::path &to) {
         throw;
     }
     fs::rename(aside, to);
+}
+
+namespace {
+
+// The table of a project in a directory beside this one.
+fs::path table_beside(const WorkingCopy &copy, const Oid &id) {
+    zwchar digits[Z_PATH_MAX];
+    check(zOidPathFormat(digits, &id));
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator(copy.root().parent_path(), error)) {
+        const fs::path table = entry.path() / ".git/tables" / fs::path(std::u16string(digits));
+        if (fs::is_directory(table, error)) return table;
+    }
+    return {};
 }
 
 // A copy of a drawing of this very project, of which nobody has looked into the original yet.

@@ -17,25 +17,25 @@
 namespace host {
 
 // A verb is declared in the file of its name below verbs/. The help has them in this order.
-extern const Verb kInitVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb, kRevertVerb, kChangesVerb,
-    kLsVerb, kStatusVerb, kCommitVerb, kLogVerb, kShowVerb, kBlameVerb, kCatVerb, kVerifyVerb,
-    kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb, kTrashListVerb,
-    kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb, kBranchVerb,
-    kTagVerb, kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb, kLoginVerb,
-    kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
+extern const Verb kInitVerb, kCloneVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb, kRevertVerb,
+    kChangesVerb, kLsVerb, kStatusVerb, kCommitVerb, kLogVerb, kShowVerb, kBlameVerb, kCatVerb,
+    kVerifyVerb, kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb,
+    kTrashListVerb, kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb,
+    kBranchVerb, kTagVerb, kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb,
+    kLoginVerb, kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
 
 namespace {
 
 const Verb *const kVerbs[] = {
-    &kInitVerb,   &kAddVerb,       &kMkdirVerb,     &kMvVerb,           &kRmVerb,
-    &kRevertVerb, &kChangesVerb,   &kLsVerb,        &kStatusVerb,       &kCommitVerb,
-    &kLogVerb,    &kShowVerb,      &kBlameVerb,     &kCatVerb,          &kVerifyVerb,
-    &kImportVerb, &kExportVerb,    &kDiffVerb,      &kConflictsVerb,    &kResolveVerb,
-    &kTrashVerb,  &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb, &kTrashPurgeVerb,
-    &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kTagVerb,          &kGetVerb,
-    &kUpdateVerb, &kUpdatesVerb,   &kResetVerb,     &kRightsVerb,       &kInfoVerb,
-    &kLoginVerb,  &kLogoutVerb,    &kAdminVerb,     &kConfigVerb,       &kCleanupVerb,
-    &kUndoVerb,   &kGenerateVerb};
+    &kInitVerb,       &kCloneVerb,  &kAddVerb,       &kMkdirVerb,     &kMvVerb,
+    &kRmVerb,         &kRevertVerb, &kChangesVerb,   &kLsVerb,        &kStatusVerb,
+    &kCommitVerb,     &kLogVerb,    &kShowVerb,      &kBlameVerb,     &kCatVerb,
+    &kVerifyVerb,     &kImportVerb, &kExportVerb,    &kDiffVerb,      &kConflictsVerb,
+    &kResolveVerb,    &kTrashVerb,  &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb,
+    &kTrashPurgeVerb, &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kTagVerb,
+    &kGetVerb,        &kUpdateVerb, &kUpdatesVerb,   &kResetVerb,     &kRightsVerb,
+    &kInfoVerb,       &kLoginVerb,  &kLogoutVerb,    &kAdminVerb,     &kConfigVerb,
+    &kCleanupVerb,    &kUndoVerb,   &kGenerateVerb};
 
 const char *heading(Group group) {
     switch (group) {

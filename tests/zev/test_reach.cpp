@@ -457,4 +457,53 @@ TEST_F(Reach, ACopyIsMadeAroundFiles) {
     EXPECT_EQ(sh("ls -A ../odd ../full"), "../full:\n.git\na\nsub\n\n../odd:\n.git\n");
 }
 
+TEST_F(Reach, ACopyIsCloned) {
+    const std::string plan = test_data("plan.dxf"), changed = plan_with("13.5");
+    test::write(home + "/plan.dxf", plan);
+    ok("import ../plan.dxf");
+    ok("add .");
+    ok("commit -m plan");
+    ok("tag first");
+    test::write(home + "/plan.dxf", changed);
+    ok("import ../plan.dxf");
+    ok("commit -m changed plan.dwx");
+    ok("switch -c side");
+    keep({"b"}, "side");
+    ok("switch master");
+    write("a", "not committed");
+    fs::create_directory(home + "/new");
+    ok("-C d clone .. ../../new"); // from within, and into an empty directory
+    const std::string place = home + "/new";
+    EXPECT_EQ(test::read(place + "/a"), "first a");
+    EXPECT_EQ(zev(place, "status --short").out, "");
+    EXPECT_EQ(zev(place, "export plan.dwx -").out, changed);
+    EXPECT_EQ(zev(place, "export plan.dwx - --rev first").out, plan);
+    EXPECT_EQ(zev(place, "verify").code, 0);
+    EXPECT_EQ(zev(place, "switch side").code, 0);
+    EXPECT_EQ(git("-C ../new fsck --strict") + git("-C ../new rev-parse side"),
+              git("rev-parse side"));
+    // Both go on without the other, on the same drawing.
+    EXPECT_EQ(zev(place, "import ../copy/../plan.dxf").code, 0);
+    EXPECT_EQ(zev(place, "mv plan.dwx moved.dwx").code, 0);
+    EXPECT_EQ(out("export plan.dwx -"), changed);
+    // Nothing is left of what fails, and nothing is touched that is there.
+    EXPECT_EQ(code("clone . ../new"), 1);
+    EXPECT_EQ(code("clone . d"), 1);
+    EXPECT_EQ(code("clone ../nowhere ../x"), 3);
+    EXPECT_EQ(code("clone http://host/repos/a/b ../x"), 2);
+    for (const auto &upper : fs::directory_iterator(root + "/.git/tables"))
+        for (const auto &table : fs::directory_iterator(upper.path()))
+            for (const auto &file : fs::directory_iterator(table.path()))
+                if (file.path().filename() == "CURRENT") test::write(file.path(), "nothing\n");
+    EXPECT_NE(code("clone . ../x"), 0);
+    EXPECT_EQ(sh("ls -A .."), "copy\ndesktop\nnew\nplan.dxf\n");
+}
+
+TEST_F(Reach, ACopyWithoutACommitIsCloned) {
+    ASSERT_EQ(zev(home, "init fresh").code, 0);
+    EXPECT_EQ(zev(home, "clone fresh again").code, 0);
+    test::write(home + "/again/x", "x");
+    EXPECT_EQ(zev(home + "/again", "add x").code + zev(home + "/again", "commit -m x").code, 0);
+}
+
 } // namespace
