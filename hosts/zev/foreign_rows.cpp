@@ -3,6 +3,7 @@
 #include "foreign_rows.hpp"
 
 #include "dxf/rows.hpp"
+#include "moved.hpp"
 #include "needed_rows.hpp"
 
 namespace host {
@@ -67,16 +68,20 @@ void fetch(Host &host, const WorkingCopy &copy, const std::string &path) {
 
 } // namespace
 
-void fetch_foreign_rows(Host &host, const WorkingCopy &copy, PathSpec *spec) {
+void prepare_drawings(Host &host, const WorkingCopy &copy, PathSpec *spec) {
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     const OwnedStatus list(check(zStatusListBuild(index.get(), spec)));
+    Paths drawings, untracked;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
         const StatusEntry *entry = zStatusListEntry(list.get(), i);
         const int32_t kind = zStatusEntryStatus(entry);
         const std::string path = narrow(zStatusEntryPath(entry));
-        if (kind != Z_KIND_UNCHANGED && is_drawing_name(path) && copy.is_on_disk(path))
-            fetch(host, copy, path);
+        if (kind == Z_KIND_UNCHANGED || !is_drawing_name(path) || !copy.is_on_disk(path)) continue;
+        drawings.push_back(path);
+        if (kind == Z_KIND_UNTRACKED) untracked.push_back(path);
     }
+    for (const std::string &path : drawings) fetch(host, copy, path);
+    follow_moves(copy, untracked);
 }
 
 } // namespace host

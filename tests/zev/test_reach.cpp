@@ -506,4 +506,90 @@ TEST_F(Reach, ACopyWithoutACommitIsCloned) {
     EXPECT_EQ(zev(home + "/again", "add x").code + zev(home + "/again", "commit -m x").code, 0);
 }
 
+struct MovedOutside : Reach {
+    void SetUp() override {
+        Reach::SetUp();
+        test::write(home + "/plan.dxf", test_data("plan.dxf"));
+        ok("mkdir halls");
+        ok("import ../plan.dxf");
+        ok("import ../plan.dxf halls/north.dwx");
+        ok("add .");
+        ok("commit -m drawings");
+        test::write(home + "/plan.dxf", plan_with("13.5"));
+    }
+    size_t tables() const {
+        size_t count = 0;
+        for (const auto &upper : fs::directory_iterator(root + "/.git/tables"))
+            for (const auto &table : fs::directory_iterator(upper.path()))
+                count += !table.path().empty();
+        return count;
+    }
+    // Its past goes on, and what is imported into it is a change of the same objects.
+    void expect_past(const std::string &drawing) {
+        ok("commit -m moved");
+        ok("import ../plan.dxf " + drawing);
+        EXPECT_NE(ok("diff " + drawing).find("0 added, 1 modified, 0 removed"), std::string::npos);
+        ok("commit --all -m changed");
+        EXPECT_EQ(lines(ok("log --object 32 " + drawing)).size(), 2u);
+        EXPECT_EQ(tables(), 2u);
+        EXPECT_EQ(zev(root, "verify").code, 0);
+    }
+};
+
+TEST_F(MovedOutside, MvTakesWhatHasHappened) {
+    sh("mv plan.dwx ground.dwx; mv a d/moved; echo more >>d/moved; mv b elsewhere");
+    const std::string said = ok("status");
+    EXPECT_NE(said.find("plan.dwx is ground.dwx now"), said.npos) << said;
+    EXPECT_NE(said.find("b is elsewhere now"), said.npos) << said;
+    EXPECT_EQ(said.find("a is"), said.npos) << said; // other bytes, anybody's
+    EXPECT_EQ(code("mv plan.dwx nowhere.dwx"), 3);
+    EXPECT_EQ(code("mv plan.dwx halls/north.dwx"), 3); // tracked itself
+    ok("mv plan.dwx ground.dwx");
+    ok("mv a d/moved"); // whatever it holds
+    EXPECT_EQ(content("d/moved"), "first amore\n");
+    ok("mv b elsewhere");
+    EXPECT_EQ(git("status --short"),
+              "RM a -> d/moved\nR  b -> elsewhere\nR  plan.dwx -> ground.dwx\n");
+    expect_past("ground.dwx");
+}
+
+TEST_F(MovedOutside, DirectoriesTooAndIntoOthers) {
+    sh("mv halls rooms");
+    ok("mv halls rooms");
+    EXPECT_EQ(git("status --short"), "R  halls/.gitkeep -> rooms/.gitkeep\n"
+                                     "R  halls/north.dwx -> rooms/north.dwx\n");
+    sh("mv rooms d/");
+    ok("mv rooms d");
+    EXPECT_TRUE(there("d/rooms/north.dwx"));
+    expect_past("d/rooms/north.dwx");
+}
+
+TEST_F(MovedOutside, AddAndRmKeepTheTable) {
+    sh("mv plan.dwx ground.dwx; cp ground.dwx copy.dwx");
+    ok("add ground.dwx");
+    ok("rm plan.dwx");
+    EXPECT_EQ(git("status --short"), "R  plan.dwx -> ground.dwx\n?? copy.dwx\n");
+    expect_past("ground.dwx");
+    ok("add copy.dwx"); // this is one
+    EXPECT_EQ(tables(), 3u);
+}
+
+TEST_F(MovedOutside, NamesThatDifferInCaseOnly) {
+    ok("mv plan.dwx Plan.dwx");
+    EXPECT_EQ(git("status --short"), "R  plan.dwx -> Plan.dwx\n");
+    EXPECT_NE(ok("status").find("plan.dwx -> Plan.dwx"), std::string::npos);
+    sh("mv Plan.dwx PLAN.dwx");
+    ok("mv Plan.dwx PLAN.dwx");
+    sh("mv a A; mv PLAN.dwx pLAN.dwx");
+    ok("add A"); // not what nobody named
+    EXPECT_EQ(git("status --short a A"), "R  a -> A\n");
+    ok("add .");
+    EXPECT_EQ(git("status --short"), "R  a -> A\nR  plan.dwx -> pLAN.dwx\n");
+    ok("mv halls Halls");
+    EXPECT_TRUE(there("Halls/north.dwx") && !there("halls"));
+    for (const auto &entry : fs::directory_iterator(root))
+        EXPECT_FALSE(entry.path().filename().string().starts_with(".zev")) << entry;
+    expect_past("pLAN.dwx");
+}
+
 } // namespace

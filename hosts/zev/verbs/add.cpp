@@ -4,6 +4,7 @@
 #include "front.hpp"
 #include "index_change.hpp"
 #include "keep_files.hpp"
+#include "moved.hpp"
 #include "permissions.hpp"
 #include "unstage.hpp"
 
@@ -100,10 +101,11 @@ int run(Host &host, const Options &options) {
             require_match(copy, path);
     }
     const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
-    fetch_foreign_rows(host, copy, copy.spec(options.paths, left_out, host.notify).get());
+    prepare_drawings(host, copy, copy.spec(options.paths, left_out, host.notify).get());
     change_index(copy, [&](Index *index, bool is_first) { // each file is told of once
         const OwnedSpec spec = copy.spec(options.paths, 0, is_first ? host.notify : nullptr);
         keep_directories(copy, index, present);
+        drop_old_cases(copy, index, spec.get());
         check(zIndexAdd(index, spec.get()));
         stop_on_break(host.notify);
     });

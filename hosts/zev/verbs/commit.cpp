@@ -103,8 +103,8 @@ OwnedSpec selection(Host &host, const WorkingCopy &copy, const Options &options)
     const Paths paths = options.all ? Paths{copy.root().string()} : options.paths;
     const uint32_t left_out =
         Z_SPEC_NO_IGNORED | (options.all ? uint32_t{Z_SPEC_NO_UNTRACKED} : 0u);
-    fetch_foreign_rows(host, copy,
-                       copy.spec(paths, left_out | Z_SPEC_NO_UNCHANGED, host.notify).get());
+    prepare_drawings(host, copy,
+                     copy.spec(paths, left_out | Z_SPEC_NO_UNCHANGED, host.notify).get());
     return copy.spec(paths, left_out, host.notify);
 }
 

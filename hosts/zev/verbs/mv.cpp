@@ -1,10 +1,11 @@
-// mv: files and directories under another name, drawings with their tables.
+// mv: files and directories under another name, drawings with their tables. What was moved outside
+// before is put back first, and then moved as if it had not been.
 
-#include "dxf/rows.hpp"
+#include "front.hpp"
 #include "index_change.hpp"
 #include "keep_files.hpp"
+#include "moved.hpp"
 #include "odd_names.hpp"
-#include "verb.hpp"
 
 namespace host {
 
@@ -18,57 +19,103 @@ struct Options {
 
 void declare(CLI::App &verb, Options &options) {
     verb.description("Move or rename a file or a directory");
-    verb.footer("Examples:\n  zev mv plan.dwx ground.dwx\n  zev mv plan.dwx plans");
+    verb.footer("What another program has moved already is taken as moved.\n"
+                "Examples:\n  zev mv plan.dwx ground.dwx\n  zev mv plan.dwx plans");
     verb.add_option("from", options.from, "What to move")->required();
     verb.add_option("to", options.to, "New name, or a directory to move into")->required();
 }
 
-// The tables of moved drawings follow, so that the next add doesn't take these for copies. A
-// drawing whose table belongs to another path is a copy and stays one.
-class TableMover {
-  public:
-    TableMover(const WorkingCopy &copy, const std::string &from, const std::string &to)
-        : copy_(copy), from_(from), to_(to) {}
+// The tables of moved drawings follow, so that the next add doesn't take these for copies.
+void move_tables(const WorkingCopy &copy, Index *index, const std::string &from,
+                 const std::string &to) {
+    struct Walk {
+        const std::string &directory;
+        Paths drawings;
+    } walk{to, {}};
+    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
+        try {
+            auto *found = static_cast<Walk *>(context);
+            std::string path = narrow(zIndexEntryPath(entry));
+            if (is_drawing_name(path) && same_or_below(path, found->directory))
+                found->drawings.push_back(std::move(path));
+            return 0;
+        } catch (...) {
+            return -1;
+        }
+    };
+    check(zIndexWalk(index, visit, &walk));
+    for (const std::string &path : walk.drawings)
+        move_table(copy, from + path.substr(to.size()), path);
+}
 
-    void run(Index *index) {
-        collect(index);
-        for (const std::string &path : drawings_) move(path);
+class Mover {
+  public:
+    Mover(const WorkingCopy &copy, const std::string &from, const std::string &to)
+        : copy_(copy), from_(from), to_(to), in_case_(zStrcasesameA(from.c_str(), to.c_str())) {}
+
+    // Throws for what can't be moved.
+    void look(const std::string &given) {
+        const OwnedIndex index(check(zIndexHead(copy_.repository(), false)));
+        happened_ = !copy_.is_on_disk(from_) && copy_.is_on_disk(to_) &&
+                    is_tracked(index.get(), from_) && !is_tracked(index.get(), to_);
+        if (happened_) return;
+        if (!copy_.is_on_disk(from_))
+            throw Failed(kNotFound, given + ": no such file or directory");
+        if (same_or_below(to_, from_)) throw Failed(kInvalid, given + ": can't move into itself");
+        if (copy_.is_on_disk(to_) && !is_one_file())
+            throw Failed(kExists, typed_path(to_) + ": is there already");
+    }
+
+    OwnedIndex run(const std::string &given) {
+        if (happened_) check(move(to_, from_), to_);
+        try {
+            return change_index(
+                copy_,
+                [&](Index *index, bool) {
+                    if (in_case_) rename(index, from_, aside(), given);
+                    rename(index, in_case_ ? aside() : from_, to_, given);
+                    keep_directories(copy_, index, {to_});
+                },
+                [&] { undo(); }); // what the index doesn't say did not happen
+        } catch (...) {
+            undo();
+            if (happened_) move(from_, to_);
+            throw;
+        }
     }
 
   private:
-    void collect(Index *index) {
-        zIndexWalk(
-            index,
-            [](const IndexEntry *entry, void *context) -> int32_t {
-                try {
-                    static_cast<TableMover *>(context)->visit(narrow(zIndexEntryPath(entry)));
-                    return 0;
-                } catch (...) {
-                    return -1;
-                }
-            },
-            this);
+    // A disk that doesn't tell the two names apart.
+    bool is_one_file() const {
+        std::error_code error;
+        return in_case_ && fs::equivalent(copy_.absolute(from_), copy_.absolute(to_), error);
     }
 
-    void visit(const std::string &path) {
-        if (is_drawing_name(path) && same_or_below(path, to_)) drawings_.push_back(path);
+    // No index holds two names that differ in case only, not even on the way from one to the other.
+    std::string aside() const {
+        const fs::path to(to_);
+        return (to.parent_path() / (".zev-" + to.filename().string())).generic_string();
     }
 
-    void move(const std::string &path) {
-        Oid id;
-        std::u16string file = copy_.absolute(path).u16string();
-        if (!zDrawingDetect(&id, file.c_str())) return;
-        if (!zPathDirExists(dxf::table_path(copy_.repository(), &id).c_str())) return;
-        OwnedTable table(check(zTableByid(copy_.repository(), &id), path));
-        std::string before = from_ + path.substr(to_.size());
-        if (!zStrcasesameA(dxf::table_owner(table.get()).c_str(), before.c_str())) return;
-        check(zDrawingTableBackwardRefSet(table.get(), copy_.root().u16string().c_str(),
-                                          file.c_str()));
+    void rename(Index *index, const std::string &from, const std::string &to,
+                const std::string &given) const {
+        check(zIndexRename(index, wide(from).c_str(), wide(to).c_str()), given);
+    }
+    bool move(const std::string &from, const std::string &to) const {
+        return zWorkdirRename(zRepositoryWorkdir(copy_.repository()), wide(from).c_str(),
+                              wide(to).c_str(), false);
+    }
+
+    // To where it lay when we began, as far as it has left there.
+    void undo() const {
+        if (in_case_ && copy_.is_on_disk(aside())) move(aside(), from_);
+        if (copy_.is_on_disk(to_) && !copy_.is_on_disk(from_)) move(to_, from_);
     }
 
     const WorkingCopy &copy_;
-    const std::string &from_, &to_;
-    std::vector<std::string> drawings_;
+    const std::string from_, to_;
+    const bool in_case_;
+    bool happened_ = false;
 };
 
 // What no commit holds is moved on the disk only.
@@ -86,30 +133,24 @@ int move_odd_file(Host &host, const WorkingCopy &copy, const Options &options) {
     return kDone;
 }
 
+// A directory is moved into, unless it is what was moved, or is to be but spelled anew.
+std::string place_of(const WorkingCopy &copy, const std::string &from, const std::string &to) {
+    if (!fs::is_directory(copy.absolute(to)) || zStrcasesameA(from.c_str(), to.c_str())) return to;
+    const std::string name = fs::path(from).filename().string();
+    const std::string within = to.empty() ? name : to + "/" + name;
+    return copy.is_on_disk(from) || copy.is_on_disk(within) ? within : to;
+}
+
 int run(Host &host, const Options &options) {
     const std::string &from = options.from;
     WorkingCopy copy;
     if (is_odd(from)) return move_odd_file(host, copy, options);
     std::string source = copy.relative(from), target = copy.relative(options.to);
-    if (!copy.is_on_disk(source)) throw Failed(kNotFound, from + ": no such file or directory");
-    if (fs::is_directory(copy.absolute(target))) {
-        std::string name = fs::path(source).filename().string();
-        target = target.empty() ? name : target + "/" + name;
-    }
-    if (same_or_below(target, source)) throw Failed(kInvalid, from + ": can't move into itself");
-    if (copy.is_on_disk(target)) throw Failed(kExists, typed_path(target) + ": is there already");
-    const std::u16string old_path = wide(source), new_path = wide(target);
-    const OwnedIndex index = change_index(
-        copy,
-        [&](Index *changed, bool) {
-            check(zIndexRename(changed, old_path.c_str(), new_path.c_str()), from);
-            keep_directories(copy, changed, {target});
-        },
-        [&] { // what the index doesn't say did not happen
-            zWorkdirRename(zRepositoryWorkdir(copy.repository()), new_path.c_str(),
-                           old_path.c_str(), false);
-        });
-    TableMover(copy, source, target).run(index.get());
+    target = place_of(copy, source, target);
+    Mover mover(copy, source, target);
+    mover.look(from);
+    const OwnedIndex index = mover.run(from);
+    move_tables(copy, index.get(), source, target);
     host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + typed_path(source) + " -> " +
                   typed_path(target));
     host.out.record(

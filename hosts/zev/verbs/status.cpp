@@ -1,6 +1,7 @@
 // status: what differs between the last commit, the index and the disk.
 
 #include "kinds.hpp"
+#include "moved.hpp"
 #include "reception.hpp"
 #include "server_note.hpp"
 #include "verb.hpp"
@@ -189,6 +190,20 @@ void print_sections(Host &host, const std::vector<File> &files) {
         }
 }
 
+// What looks lost and what looks new may be one file, renamed outside.
+void tell_moves(Host &host, const WorkingCopy &copy, const std::vector<File> &files) {
+    Paths gone, untracked;
+    for (const File &file : files) {
+        if (file.kind != Z_KIND_MISSING && file.kind != Z_KIND_UNTRACKED) continue;
+        (file.kind == Z_KIND_MISSING ? gone : untracked)
+            .push_back(narrow(zStatusEntryPath(file.entry)));
+    }
+    for (const Move &move : find_moves(copy, gone, untracked)) {
+        host.out.line(move.from + " is " + move.to + " now; \"zev mv\" with both names says so");
+        host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
+    }
+}
+
 // What was known of the server when it was asked last; nobody is asked.
 void tell_server(Host &host, const WorkingCopy &copy) {
     const std::string url = origin_of(copy);
@@ -232,6 +247,7 @@ int run(Host &host, const Options &options) {
         host.out.json() ? print_json(host, file) : print_long(host, file);
     }
     if (host.out.json()) tell_server(host, copy);
+    tell_moves(host, copy, files);
     host.out.record(Record("summary").set(u"changes", uint64_t{files.size()}));
     if (files.empty()) host.out.line("nothing has changed");
     if (missing) host.out.line("\"zev revert\" brings back what is missing, \"zev rm\" drops it");

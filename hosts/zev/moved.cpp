@@ -1,0 +1,167 @@
+// Nothing is opened for the usual case, in which nothing is gone. Drawings are compared by the
+// tables that their manifests name; a table itself is opened only to change whom it serves.
+#include "moved.hpp"
+
+#include "bytes.hpp"
+#include "dxf/manifest.hpp"
+#include "dxf/rows.hpp"
+#include "ids.hpp"
+
+#include <map>
+#include <set>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A file as it is tracked.
+struct Tracked {
+    Oid id;
+    uint32_t size; // modulo 2^32; 0 where only a tree has it
+};
+using TrackedFiles = std::map<std::string, Tracked>;
+
+TrackedFiles entries_of(Index *index) {
+    TrackedFiles files;
+    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
+        try {
+            if (!zIndexEntryStage(entry))
+                static_cast<TrackedFiles *>(context)->emplace(
+                    narrow(zIndexEntryPath(entry)),
+                    Tracked{*zIndexEntryID(entry), zIndexEntrySize(entry)});
+            return 0;
+        } catch (...) {
+            return -1;
+        }
+    };
+    check(zIndexWalk(index, visit, &files));
+    return files;
+}
+
+void add_head(const WorkingCopy &copy, TrackedFiles &files) {
+    if (!copy.born()) return;
+    const OwnedTree tree(check(zCommitTree(copy.head().get())));
+    const auto visit = [](const zwchar *directory, const TreeEntry *entry,
+                          void *context) -> int32_t {
+        try {
+            if (zTreeEntryType(entry) == Z_OBJECT_BLOB)
+                static_cast<TrackedFiles *>(context)->emplace(narrow(directory) +
+                                                                  narrow(zTreeEntryName(entry)),
+                                                              Tracked{*zTreeEntryId(entry), 0});
+            return 0;
+        } catch (...) {
+            return -1;
+        }
+    };
+    check(zTreeWalk(tree.get(), visit, &files));
+}
+
+// The tables of drawings that are gone, each with the first path that named it.
+IdMap<std::string> tables_of_gone(const WorkingCopy &copy, const TrackedFiles &files) {
+    IdMap<std::string> tables;
+    const OwnedOdb odb(check(zOdbOpen(copy.repository())));
+    Bytes bytes;
+    for (const auto &[path, file] : files) {
+        if (!is_drawing_name(path) || copy.is_on_disk(path)) continue;
+        if (!zOdbExists(odb.get(), &file.id)) continue; // a copy may have a part of the history
+        read_object(odb.get(), &file.id, bytes, path);
+        if (const auto manifest = dxf::Manifest::read(bytes.data))
+            tables.emplace(manifest->table, path);
+    }
+    return tables;
+}
+
+bool same_bytes(const WorkingCopy &copy, const Tracked &file, const std::string &path) {
+    const fs::path full = copy.absolute(path);
+    std::error_code error;
+    if (!file.size || !fs::is_regular_file(fs::symlink_status(full, error)) ||
+        static_cast<uint32_t>(fs::file_size(full, error)) != file.size || error)
+        return false;
+    Oid id;
+    return zOidFromFile(&id, full.u16string().c_str()) && zOidIsEqual(&id, &file.id);
+}
+
+bool differ_in_case(const std::string &a, const std::string &b) {
+    return a != b && zStrcasesameA(a.c_str(), b.c_str());
+}
+
+} // namespace
+
+std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const Paths &untracked) {
+    if (gone.empty() || untracked.empty()) return {};
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const TrackedFiles all = entries_of(index.get());
+    TrackedFiles files;
+    for (const std::string &path : gone)
+        if (const auto at = all.find(path); at != all.end()) files.insert(*at);
+    const IdMap<std::string> tables = tables_of_gone(copy, files);
+    std::map<std::string, std::string> found; // from, to
+    for (const std::string &path : untracked) {
+        Oid table;
+        if (is_drawing_name(path)) {
+            if (!zDrawingDetect(&table, copy.absolute(path).u16string().c_str())) continue;
+            if (const auto at = tables.find(table); at != tables.end())
+                found.emplace(at->second, path);
+            continue;
+        }
+        for (const auto &[from, file] : files)
+            if (!is_drawing_name(from) && !found.contains(from) && same_bytes(copy, file, path)) {
+                found.emplace(from, path);
+                break;
+            }
+    }
+    std::vector<Move> moves;
+    for (const auto &[from, to] : found) moves.push_back({from, to});
+    return moves;
+}
+
+void follow_moves(const WorkingCopy &copy, const Paths &untracked) {
+    if (untracked.empty()) return;
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    TrackedFiles files = entries_of(index.get());
+    add_head(copy, files);
+    const IdMap<std::string> tables = tables_of_gone(copy, files);
+    if (tables.empty()) return;
+    for (const std::string &path : untracked) {
+        Oid table;
+        if (!zDrawingDetect(&table, copy.absolute(path).u16string().c_str())) continue;
+        if (const auto at = tables.find(table); at != tables.end())
+            move_table(copy, at->second, path);
+    }
+}
+
+void drop_old_cases(const WorkingCopy &copy, Index *index, PathSpec *spec) {
+    std::map<std::string, std::vector<std::string>> gone; // names, by directory
+    const TrackedFiles files = entries_of(index);
+    for (const auto &[path, file] : files)
+        if (!copy.is_on_disk(path)) {
+            const fs::path full(path);
+            gone[full.parent_path().string()].push_back(full.filename().string());
+        }
+    for (const auto &[directory, names] : gone) {
+        std::error_code error;
+        for (const auto &entry : fs::directory_iterator(copy.absolute(directory), error)) {
+            const std::string now = entry.path().filename().string();
+            const std::string path = directory.empty() ? now : directory + "/" + now;
+            if (!is_text(now) || files.contains(path)) continue;
+            for (const std::string &name : names)
+                if (differ_in_case(name, now) && zPathSpecMatched(spec, wide(path).c_str()))
+                    check(zIndexRemoveEntry(
+                        index, wide(directory.empty() ? name : directory + "/" + name).c_str()));
+        }
+    }
+}
+
+void move_table(const WorkingCopy &copy, const std::string &from, const std::string &to) {
+    Oid id;
+    const std::u16string file = copy.absolute(to).u16string();
+    if (!zDrawingDetect(&id, file.c_str())) return;
+    if (!zPathDirExists(dxf::table_path(copy.repository(), &id).c_str())) return;
+    const OwnedTable table(check(zTableByid(copy.repository(), &id), to));
+    if (!zStrcasesameA(dxf::table_owner(table.get()).c_str(), from.c_str())) return;
+    check(zDrawingTableBackwardRefSet(table.get(), copy.root().u16string().c_str(), file.c_str()));
+}
+
+} // namespace host
