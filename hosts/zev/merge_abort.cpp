@@ -11,18 +11,24 @@ namespace host {
 namespace {
 
 // Nothing was staged when the merge began, so that what is now came with it, or by settling it.
-OwnedSpec staged(Host &host, const WorkingCopy &copy) {
+void add_staged(const WorkingCopy &copy, PathSpec *paths) {
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     const OwnedTree head(check(zCommitTree(copy.head().get())));
     const OwnedSpec all(check(zPathSpecNew(nullptr, Z_SPEC_NO_RENAMED | Z_SPEC_NO_UNCHANGED)));
     const OwnedDiff changes(
         check(zDiffTreeToIndex(copy.repository(), head.get(), index.get(), all.get(), nullptr)));
-    OwnedSpec paths(
-        check(zPathSpecNew(nullptr, Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED)));
-    check(zPathSpecSetNotify(paths.get(), host.notify));
     for (uint64_t i = 0; i < zDiffListLength(changes.get()); ++i)
-        check(zPathSpecAdd(paths.get(), zDiffEntryNewPath(zDiffListEntry(changes.get(), i))));
-    return paths;
+        check(zPathSpecAdd(paths, zDiffEntryNewPath(zDiffListEntry(changes.get(), i))));
+}
+
+// Their files may be half decided.
+void add_conflicts(const WorkingCopy &copy, PathSpec *paths) {
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
+        if (!zIndexEntryStage(entry)) return 0;
+        return zPathSpecAdd(static_cast<PathSpec *>(context), zIndexEntryPath(entry)) ? 0 : -1;
+    };
+    check(zIndexWalk(index.get(), visit, paths));
 }
 
 } // namespace
@@ -30,11 +36,17 @@ OwnedSpec staged(Host &host, const WorkingCopy &copy) {
 int abort_merge(Host &host, const WorkingCopy &copy) {
     const auto merge = unsettled_merge(copy);
     if (!merge) throw Failed(kNotFound, "no merge is under way");
-    if (has_conflicts(copy)) take_ours(host, copy, [](const std::string &) { return true; });
+    const OwnedSpec paths(
+        check(zPathSpecNew(nullptr, Z_SPEC_LITERAL | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED)));
+    check(zPathSpecSetNotify(paths.get(), host.notify));
+    if (has_conflicts(copy)) {
+        add_conflicts(copy, paths.get());
+        take_ours(host, copy, [](const std::string &) { return true; });
+    }
+    add_staged(copy, paths.get());
     stop_on_break(host.notify);
     host.notify->forget();
-    if (const OwnedSpec paths = staged(host, copy); zPathSpecCount(paths.get()))
-        check(zShellRevert(copy.repository(), paths.get()));
+    if (zPathSpecCount(paths.get())) check(zShellRevert(copy.repository(), paths.get()));
     require_done(host, "taking the merge back");
     finish_merge(copy);
     host.out.line("the merge is taken back");

@@ -109,11 +109,14 @@ Journal read_journal(const WorkingCopy &copy) {
     const OwnedJson json(zJsonReadFile(path.u16string().c_str()));
     if (!json) return {};
     const Json *commands = zJsonPathGet(json.get(), u"commands");
-    if (!commands) return {entry_of(json.get())}; // of one command, as it was kept first
-    const uint64_t count = zJsonArraySize(commands);
     Journal journal;
+    const auto add = [&](JournalEntry entry) {
+        if (entry.count) journal.push_back(std::move(entry));
+    };
+    if (!commands) return add(entry_of(json.get())), journal; // one command, as it was kept first
+    const uint64_t count = zJsonArraySize(commands);
     for (uint64_t i = count > kMaxEntries ? count - kMaxEntries : 0; i < count; ++i)
-        journal.push_back(entry_of(zJsonArrayAt(commands, i)));
+        add(entry_of(zJsonArrayAt(commands, i)));
     return journal;
 }
 

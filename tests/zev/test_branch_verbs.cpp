@@ -305,6 +305,7 @@ TEST_F(BranchVerbs, CleanupAndUndo) {
     ok("undo"); // and of what was before it
     EXPECT_EQ(content("a") + content("u") + content("e/v"), "a1untrackedalso");
     EXPECT_EQ(code("undo"), 3);
+    ok("add --undo"); // what comes back is to be committed
     fs::remove_all(root + "/e");
     write("u", "again");
     ok("rm a");

@@ -17,6 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr std::string_view kRemote = "refs/remotes/origin/"; // what the store's clone makes
+
 struct Options {
     std::string source, directory;
 };
@@ -86,7 +88,6 @@ fs::path source_of(const std::string &given) {
 
 // The other branches become branches here, too; Git has made them those of a remote.
 void make_branches(Repository *repository) {
-    constexpr std::string_view kRemote = "refs/remotes/origin/";
     std::vector<std::pair<std::string, Oid>> branches;
     const auto visit = [](Reference *reference, void *context) {
         try {
