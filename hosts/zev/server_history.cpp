@@ -67,7 +67,8 @@ OwnedCommit commit_with(const Host &host, const WorkingCopy &copy, const std::st
     if (!has_server(copy) || has_file(copy, commit.get(), path)) return commit;
     use_account(server_of(origin_of(copy)));
     const OwnedRemote remote(check(zRemoteOpen(copy.repository())));
-    const OwnedSpec spec(check(zPathSpecNew(wide(path).c_str(), Z_SPEC_LITERAL)));
+    const OwnedSpec spec(
+        check(zPathSpecNew(path.empty() ? nullptr : wide(path).c_str(), Z_SPEC_LITERAL)));
     check(zPathSpecSetNotify(spec.get(), host.notify));
     if (!zRemoteDownloadMatches(remote.get(), zCommitId(commit.get()), Z_OBJECT_ANY, spec.get()))
         stop_on_break(host.notify); // whoever looks for the file says that it isn't here

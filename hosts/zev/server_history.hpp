@@ -13,7 +13,7 @@ OwnedCommit newest_commit(const WorkingCopy &copy);
 // says so, and the history ends at the last one that is here.
 void bring_history(const Host &host, const WorkingCopy &copy);
 
-// The commit of a revision, with the file at a path of it where it has one.
+// The commit of a revision, with the file at a path of it where it has one, or with all its files.
 OwnedCommit commit_with(const Host &host, const WorkingCopy &copy, const std::string &revision,
                         const std::string &path);
 
