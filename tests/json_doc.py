@@ -38,8 +38,8 @@ def play(steps):
 
 def make_history():
     write("../plan.dxf", plan("12.5"))
-    play("""init .; status; mkdir docs; import ../plan.dxf; note.txt<one; docs/more.txt<more;
-            add .""")
+    play("""init .; status; mkdir docs; import ../plan.dxf; note.txt<one; docs/more.txt<more; add
+            .""")
     zev("init beside", cwd="..")
     zev("import ../plan.dxf far.dwx", cwd="../beside")
     shutil.copyfile("../beside/far.dwx", "far.dwx")
@@ -47,37 +47,42 @@ def make_history():
     write("../plan.dxf", plan("13.5").replace("  0\nDICTIONARY\n  5\nD\n330\nC\n", "", 1))
     play("""import ../plan.dxf; import ../plan.dxf ../none.dxf =1; diff; diff plan.dwx; diff
             plan.dwx --full; diff plan.dwx --stat; commit -m second plan.dwx; mv plan.dwx
-            ground.dwx; mv docs papers; note.txt<two; status; changes; ls; commit -m third""")
+            ground.dwx; mv docs papers; note.txt<two; diff; diff note.txt; status; changes; ls;
+            commit -m thrid; commit --amend -m third""")
 
 
 def look_back():
     play("""log --changes; log --object 32 ground.dwx; show; show --stat HEAD~1; blame ground.dwx;
-            cat HEAD:ground.dwx; cat HEAD:note.txt; export ground.dwx ../back.dxf; log nowhere =3;
-            --help; status --help; --version""")
+            cat HEAD:ground.dwx; cat HEAD:note.txt; export ground.dwx ../back.dxf; export .
+            ../sent --rev HEAD --files; log nowhere =3; --help; status --help; --version""")
 
 
 def take_and_bring_back():
     """A question that nobody answers, and a name that two files in the trash have, too."""
     play("""revert =6; revert --all; trash purge --all --yes; rm papers note.txt; trash find more;
-            undo; rm note.txt; note.txt<in the way; trash list; trash find nowhere =3; trash restore
-            note.txt =1; trash restore note.txt --answer 1; note.txt<three; revert note.txt;
-            note.txt<four; revert note.txt; trash restore note.txt =2; loose.txt<loose; cleanup""")
+            undo; undo --list; rm note.txt; note.txt<in the way; trash list; trash find nowhere
+            =3; trash restore note.txt =1; trash restore note.txt --answer 1; note.txt<three;
+            revert note.txt; note.txt<four; revert note.txt; trash restore note.txt =2;
+            loose.txt<loose; cleanup --untracked --yes""")
 
 
 def go_apart_and_together():
-    play("""config zev.author Ada; config zev.author --unset; branch other; branch; switch other;
-            note.txt<theirsNUL; commit -m theirs note.txt; switch master; note.txt<oursNUL; commit
-            -m ours note.txt; merge other =4; status; commit -m early =4; conflicts; resolve --both
+    play("""config zev.author Ada; config zev.author --unset; tag sent; tag; tag --delete sent;
+            config; branch other; branch; switch other; note.txt<theirsNUL; commit -m theirs
+            note.txt; switch master; note.txt<oursNUL; commit -m ours note.txt; merge other =4;
+            merge --abort; merge other =4; status; commit -m early =4; conflicts; resolve --both
             note.txt; commit -m settled; branch side HEAD~1; branch --delete side; merge side =3;
-            merge other; switch --create tip; papers/tip.txt<tip; add papers; commit -m tip; switch
-            master; merge tip; verify; verify --quick""")
+            merge other; switch --create tip; papers/tip.txt<tip; add papers; commit -m tip;
+            switch master; merge tip""")
+    os.rename("ground.dwx", "renamed.dwx")
+    play("status; mv ground.dwx renamed.dwx; clone . ../cloned; verify; verify --quick")
     shutil.rmtree(".git/tables")
     play("verify =1")
 
 
 def judge():
     """Nothing is told that never came, but what takes a broken disk, or a file in use."""
-    rare = {("action", "message"), ("merge", "left")}
+    rare = {("action", "message"), ("action", "reason"), ("merge", "left")}
     for name, told in known_records.items():
         expect(told.seen != told.by_none, name + ": came, or never")
         expect(told.by <= told.seen_by, "%s never came from %s" % (name, told.by - told.seen_by))
