@@ -14,7 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kNoSuch = 404, kConflict = 409;
+constexpr int kNoSuch = 404, kConflict = 409, kUnavailable = 503;
+constexpr uintmax_t kLittle = 64u << 20; // bytes; four packs as they are asked for
 
 std::string text_of(const zwchar *key) { return narrow(zI18nTextLookup(zI18nCurrentLang(), key)); }
 
@@ -46,6 +47,16 @@ Failed absent(const Failed &failed) {
     return Failed(failed.error_class, failed.code, front + what);
 }
 
+// An answer that found no room is none, as one that never came.
+Failed unavailable(const Failed &failed) {
+    std::error_code error;
+    const fs::path temporary = fs::temp_directory_path(error);
+    if (error || fs::space(temporary, error).available >= kLittle || error) return failed;
+    return Failed(failed.error_class, failed.code,
+                  failed.what() + std::string("; nor is there much room in ") + temporary.string() +
+                      ", which a transfer needs");
+}
+
 } // namespace
 
 bool is_no_space(const Failed &failed) {
@@ -72,6 +83,7 @@ Failed in_plain_words(const Failed &failed, Output &out) {
         return !words.empty() && text.find(words) != text.npos;
     };
     if (failed.error_class != kNetwork) return failed;
+    if (failed.code == kUnavailable) return unavailable(failed);
     const bool is_remade = tells(u"net.eUnmatchedRepositoryId"), is_full = tells(u"srv.eNoSpace");
     if (!is_remade && !is_full && failed.code != kNoSuch) return failed;
     out.drop_reason();

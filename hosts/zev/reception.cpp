@@ -4,6 +4,7 @@
 #include "reception.hpp"
 
 #include "refs.hpp"
+#include "server_note.hpp"
 
 #include <array>
 #include <fstream>
@@ -88,13 +89,12 @@ std::string stock_text(const Stock &stock) {
            narrow(zNumToHumanBytes(stock.bytes));
 }
 
+// A get that was cut short has left no answer of the server's, unlike one of an empty project.
 void tell_unfinished(Host &host, const WorkingCopy &copy) {
-    std::error_code error;
-    if (copy.born() || !fs::exists(own_directory(copy) / kNote, error)) return;
-    const std::string place = copy.root().string();
-    host.out.warn(place +
-                  ": its files have not come yet, since \"zev get\" was cut short; \"zev get " +
-                  origin_of(copy) + " " + place + "\" goes on");
+    const std::string url = copy.born() ? "" : origin_of(copy), place = copy.root().string();
+    if (url.empty() || read_note(copy).seconds) return;
+    host.out.warn(place + ": is a copy of " + url + " that has not come so far; \"zev get " + url +
+                  " " + place + "\" goes on");
 }
 
 Reception::Reception(Host &host, fs::path directory, const char *verb, bool filled)

@@ -40,7 +40,7 @@ class Reception {
     bool resumed_ = false;
 };
 
-// Warns of a copy that was begun and never came whole, and says how to go on.
+// Warns of a copy that was begun and never came, and says how to go on.
 void tell_unfinished(Host &host, const WorkingCopy &copy);
 
 // "1,204 objects, 3.4 MB"
