@@ -384,16 +384,7 @@ def links(ann, ben):
 
 
 def left_with_a_reason(ann, ben):
-    """Each for a reason of its own, which is told behind the name."""
-    ann.write("in/deep", "new")
-    ann.zev("add in")
-    ann.zev("commit -m deep")
-    os.symlink("/nowhere", ben.copy + "/in")
-    text = ben.zev("update", 4)
-    expect("Conflicted" in text, "what stands in the way: " + text)
-    os.unlink(ben.copy + "/in")
-    ben.zev("resolve --theirs in/deep")
-    ben.zev("update")
+    """Behind the name, and as a member of the record."""
     ann.write("held", "1")
     ann.zev("add held")
     ann.zev("commit -m held")
