@@ -108,6 +108,16 @@ echo second >docs/note.txt
 echo third >docs/note.txt
 )";
 
+const std::string kStagedAgain = kTwoCommits + R"(
+echo third >docs/note.txt
+"$ZEV" add docs
+)";
+const std::string kSheets = R"(
+mkdir -p ../sheets/upper
+cp ../second.dxf ../sheets/a.dxf
+cp ../third.dxf ../sheets/upper/b.dxf
+)";
+
 const std::string kColored = R"("$ZEV" config zev.author blue)";
 
 struct Operation {
@@ -123,16 +133,21 @@ struct Operation {
 const Operation kOperations[] = {
     {"import new", "", {"zev", "import", "../second.dxf", "plans/new.dwx"}, false, 0, true},
     {"import changed", "", {"zev", "import", "../second.dxf", "plan.dwx"}, false, 0, true},
+    {"import directory", kSheets, {"zev", "import", "../sheets", "plans"}, false, 0, true},
     {"add", kEdited, {"zev", "add", "."}},
+    {"add undo", kStaged, {"zev", "add", "--undo", "."}},
     {"mkdir", "", {"zev", "mkdir", "plans/a/b"}},
     {"commit", kStaged, {"zev", "commit", "-m", "second"}, true},
     {"commit part", kStaged, {"zev", "commit", "-m", "second", "docs"}, true},
     {"commit drawing", kEdited, {"zev", "commit", "-m", "second", "plan.dwx"}, true},
+    {"commit all", kEdited, {"zev", "commit", "--all", "-m", "second"}, true},
+    {"commit amend", kStagedAgain, {"zev", "commit", "--amend", "-m", "third"}, true},
     {"rm file", kEdited, {"zev", "rm", "docs/note.txt"}},
     {"rm directory", kEdited, {"zev", "rm", "docs"}},
     {"rm many", kEdited, {"zev", "rm", "many/*.txt", "plan.dwx", "docs/note.txt"}},
     {"mv file", kEdited, {"zev", "mv", "plan.dwx", "plans/ground.dwx"}},
     {"mv directory", kEdited, {"zev", "mv", "docs", "papers"}},
+    {"mv moved", "mv docs papers", {"zev", "mv", "docs", "papers"}},
     {"revert modified", kEdited, {"zev", "revert", "docs/note.txt", "plan.dwx"}},
     {"revert missing", "rm -r many plan.dwx", {"zev", "revert", "many", "plan.dwx"}},
     {"revert added", kStaged, {"zev", "revert", "docs/new.txt"}},
@@ -142,6 +157,7 @@ const Operation kOperations[] = {
     {"resolve theirs", kConflict, {"zev", "resolve", "--theirs", "--all"}},
     {"resolve both", kConflict, {"zev", "resolve", "--both", "--all"}, false, 0, true},
     {"restore", kTaken, {"zev", "trash", "restore", "docs/note.txt", "many"}},
+    {"undo", kTaken, {"zev", "undo"}},
     {"switch", kBranched, {"zev", "switch", "side"}},
     {"switch create", kEdited, {"zev", "switch", "-c", "other"}},
     {"switch changed", kBranchedAndEdited, {"zev", "switch", "side"}, false, kConflicts},
@@ -150,11 +166,14 @@ const Operation kOperations[] = {
     {"merge forward", kBranched, {"zev", "merge", "side"}, true},
     {"merge", kDiverged, {"zev", "merge", "side"}, true},
     {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
+    {"merge abort", kConflict, {"zev", "merge", "--abort"}},
     {"cleanup", kStaged, {"zev", "cleanup", "--untracked", "--yes"}},
     {"config", "", {"zev", "config", "zev.author", "blue"}, true},
     {"config unset", kColored, {"zev", "config", "--unset", "zev.author"}, true},
     {"branch", "", {"zev", "branch", "other"}, true},
     {"branch delete", R"("$ZEV" branch other)", {"zev", "branch", "--delete", "other"}, true},
+    {"tag", "", {"zev", "tag", "sent"}, true},
+    {"tag delete", R"("$ZEV" tag sent)", {"zev", "tag", "--delete", "sent"}, true},
     {"restore replace",
      kTakenAndReplaced,
      {"zev", "--answer", "replace", "trash", "restore", "docs/note.txt", "--to", "docs"}},
