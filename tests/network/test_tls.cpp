@@ -397,4 +397,63 @@ TEST(Tls, IsUnderstoodByCurl) {
     EXPECT_NE(said.find("ALPN protocol: http/1.1"), said.npos) << said;
 }
 
+// A front of the kind that most put before a service. It goes into the background once it listens.
+class Nginx {
+  public:
+    explicit Nginx(uint32_t backend) : port_(test::Listener().port()) {
+        std::string text = "daemon on; user root; pid PID/pid; error_log PID/error;\n"
+                           "events { worker_connections 64; }\n"
+                           "http { access_log off; client_max_body_size 0;\n";
+        for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+            text += std::string(kind) + "_temp_path PID/" + kind + ";\n";
+        text += "server { listen 127.0.0.1:" + std::to_string(port_) + " ssl;\n" +
+                "ssl_certificate " + authority().file("good.crt") + "; ssl_certificate_key " +
+                authority().file("good.key") + ";\n" +
+                "location / { proxy_pass http://127.0.0.1:" + std::to_string(backend) + "; } } }\n";
+        for (size_t at; (at = text.find("PID")) != text.npos;)
+            text.replace(at, 3, dir_.path().string());
+        test::write(dir_.path() / "conf", text);
+        started_ = run("");
+    }
+    ~Nginx() {
+        if (started_) run(" -s stop");
+    }
+    Nginx(const Nginx &) = delete;
+    Nginx &operator=(const Nginx &) = delete;
+    bool started() const { return started_; }
+    uint32_t port() const { return port_; }
+
+  private:
+    bool run(const std::string &words) const {
+        int status = 0;
+        const std::string said =
+            test::run("nginx -e " + dir_.path().string() + "/error -p " + dir_.path().string() +
+                          " -c " + dir_.path().string() + "/conf" + words + " 2>&1 </dev/null",
+                      &status);
+        EXPECT_EQ(status, 0) << said;
+        return status == 0;
+    }
+    TempDir dir_;
+    uint32_t port_;
+    bool started_ = false;
+};
+
+TEST(Tls, ReachesAServerBehindAFront) {
+    int status = 0;
+    test::run("command -v nginx", &status);
+    if (status != 0) GTEST_SKIP() << "nginx is not installed";
+    const Trust trust(authority().file("ca.crt"));
+    const TestServer server(echo);
+    const Nginx front(server.port());
+    ASSERT_TRUE(front.started());
+    Request request = request_to("localhost", front.port());
+    const std::string bytes = noise(5'000'000);
+    for (int i = 0; i < 3; ++i) {
+        set_body(request, bytes);
+        HttpResponse *response = zHttpRequestPost(request.get());
+        ASSERT_EQ(zHttpResponseCode(response), 200) << narrow(zErrorDetail());
+        EXPECT_TRUE(body_of(response) == bytes);
+    }
+}
+
 } // namespace
