@@ -42,12 +42,16 @@ std::string following_branch(const WorkingCopy &copy) {
         std::string found{};
     } search{copy.repository()};
     const auto look = [](Reference *reference, void *context) {
-        Search &self = *static_cast<Search *>(context);
-        const OwnedBranch branch(zBranchLookup(self.repository, zReferenceName(reference)));
-        if (!branch || !zBranchIsLocal(branch.get())) return true;
-        if (OwnedBranch(zBranchUpstream(branch.get())))
-            self.found = narrow(zBranchName(branch.get()));
-        return self.found.empty();
+        try {
+            Search &self = *static_cast<Search *>(context);
+            const OwnedBranch branch(zBranchLookup(self.repository, zReferenceName(reference)));
+            if (!branch || !zBranchIsLocal(branch.get())) return true;
+            if (OwnedBranch(zBranchUpstream(branch.get())))
+                self.found = narrow(zBranchName(branch.get()));
+            return self.found.empty();
+        } catch (...) {
+            return false;
+        }
     };
     zReferenceForeach(copy.repository(), look, &search);
     return search.found;
