@@ -188,7 +188,9 @@ HostNotify::HostNotify(Output &output, Answers answers)
     done = [](const Notify *table, const zwchar *text) { of(table).on_end("done", text); };
     cancel = [](const Notify *table, const zwchar *text) { of(table).on_end("cancelled", text); };
     abort = [](const Notify *table, const zwchar *text) { of(table).on_end("aborted", text); };
-    warning = [](const Notify *table, const zwchar *text) { of(table).output_.warn(narrow(text)); };
+    warning = [](const Notify *table, const zwchar *text) {
+        if (of(table).warned_.insert(narrow(text)).second) of(table).output_.warn(narrow(text));
+    };
     error = [](const Notify *table, const zwchar *text) { of(table).output_.reason(narrow(text)); };
     info = [](const Notify *table, const zwchar *text) {
         Output &out = of(table).output_;

@@ -5,6 +5,7 @@
 #include "output.hpp"
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,7 @@ class HostNotify : public Notify {
     Output &output_;
     Answers answers_;
     mutable Outcome outcome_;
+    mutable std::set<std::string> warned_; // each is told once: a verb looks several times
     mutable std::function<std::string()> tail_;
     mutable bool from_trash_ = false;
     mutable std::string last_question_; // and how often it came in a row
