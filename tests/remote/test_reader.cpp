@@ -209,7 +209,7 @@ TEST_F(ReaderTest, IsToldOfWhatARightBrings) {
     EXPECT_EQ(bob.updates(true), "");
     limit("bob", {{"/", kAll}});
     EXPECT_EQ(bob.updates(false), ""); // nobody was asked
-    EXPECT_EQ(bob.updates(true), "1 >secret/drawn.dwx;1 >secret/plan;");
+    EXPECT_EQ(bob.updates(true), "1 secret/drawn.dwx>secret/drawn.dwx;1 secret/plan>secret/plan;");
     ASSERT_OK(bob.update());
     EXPECT_EQ(bob.at("secret/plan") + bob.updates(true), "the next secret plan");
     // A server that doesn't tell the rights is no reason to hide what is new.
