@@ -120,7 +120,8 @@ TEST_F(Downloads, MakeRoomForNewNames) {
     EXPECT_EQ(tracked().find(own), 0u) << tracked();
     EXPECT_EQ(told.each() + read(at() + "/.git/refs/heads/side/own"), first + "\n");
     // So does a tag that may be the user's own, as it leads where nothing else does; others go.
-    git("tag mine $(git -c user.name=a -c user.email=a commit-tree -m own $(git write-tree))");
+    test::run("cd " + at() + " && git tag mine $(git -c user.name=a -c user.email=a commit-tree " +
+              "-m own $(git mktree < /dev/null)) 2>&1");
     relay.give(
         answer(200, entries(ref("refs/tags/v/1", first) + "," + ref("refs/tags/mine/1", first))));
     ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
