@@ -96,7 +96,7 @@ TEST_F(RepositoryRecord, DestroyTakesLinksAndLongNames) {
     EXPECT_OK(destroy(link));
     EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
     EXPECT_FALSE(fs::exists(place));
-    for (const size_t length : {60, 241, 255}) {
+    for (const size_t length : {60u, 241u, 255u}) {
         const fs::path path = dir.path() / std::string(length, 'n');
         git(dir.path(), "init -q " + path.string());
         EXPECT_OK(destroy(path)) << length;
