@@ -30,9 +30,9 @@ ZEV_API void zRepositoryFree(Repository *repository);
 ZEV_API void zShellFree(Repository *repository); // the same by the shell's name
 
 // Removes a repository with all its files, and the link if the path is one. It is moved into
-// .zev-removed beside it first: a removal that is cut short leaves no half of one at the path, and a
-// second call, or the next removal beside it, ends it. False, too, where files can't be removed, as
-// another user's: they stay there, and the name is gone. No repository at the path is class 3.
+// .zev-removed beside it first: a removal that is cut short leaves no half of one at the path, and
+// a second call, or the next removal beside it, ends it. False, too, where files can't be removed,
+// as another user's: they stay there, and the name is gone. No repository at the path is class 3.
 ZEV_API bool zRepositoryDestroy(const zwchar *path);
 
 // Git directory, work tree, and `trash` in the Git directory, in that of the main repository for a
