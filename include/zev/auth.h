@@ -70,7 +70,7 @@ typedef struct AuthTable {
     int32_t (*RoleRemoveGroup)(Repository *repo, const zwchar *name, int32_t id);
     int32_t (*RoleMembers)(Repository *repo, const zwchar *name, Json **members); // as of a group
 
-    // Other bits than the three are a bad argument. Lists: [{setting: {path, privilege, role}}].
+    // Bits other than the three don't count. Lists: [{setting: {path, privilege, role}}].
     int32_t (*SetDefault)(Repository *repo, int32_t setting);
     int32_t (*GetDefault)(Repository *repo, int32_t *setting);
     int32_t (*AddSetting)(Repository *repo, const zwchar *path, const zwchar *role,

@@ -37,9 +37,6 @@ Ids groups_of(const Team &team, int32_t uid) {
     return groups;
 }
 
-// Bits that mean nothing are a slip: masked, they would leave another right than was asked for.
-bool is_privilege(int32_t bits) { return !(bits & ~kBits); }
-
 std::set<Text> roles_of(const Rights &rights, const Team &team, int32_t uid) {
     const Ids groups = groups_of(team, uid);
     std::set<Text> roles;
@@ -55,9 +52,9 @@ std::set<Text> roles_of(const Rights &rights, const Team &team, int32_t uid) {
 } // namespace
 
 int32_t set_default(Repository *repo, int32_t setting) {
-    if (!repo || !is_privilege(setting)) return Z_AUTH_BAD_ARGUMENT;
+    if (!repo || setting < 0) return Z_AUTH_BAD_ARGUMENT;
     return change_rights(repo, [&](Rights &rights, const Team &) -> int32_t {
-        rights.fallback = setting;
+        rights.fallback = setting & kBits;
         return Z_AUTH_DONE;
     });
 }
@@ -74,13 +71,13 @@ int32_t get_default(Repository *repo, int32_t *setting) {
 int32_t add_setting(Repository *repo, const zwchar *path, const zwchar *role, int32_t setting) {
     Text kept;
     if (!repo || !path || !role || !rule_path(path, &kept)) return Z_AUTH_BAD_ARGUMENT;
-    if (!is_privilege(setting)) return Z_AUTH_BAD_ARGUMENT;
+    if (setting < 0) return Z_AUTH_BAD_ARGUMENT; // every bit, whatever was meant
     return change_rights(repo, [&](Rights &rights, const Team &) -> int32_t {
         const auto found = rights.roles.find(role);
         if (found == rights.roles.end()) return Z_AUTH_NOT_FOUND;
         const Place place{kept, found->second.name};
         rights.settings.erase(place); // which may be spelled in another way
-        rights.settings.emplace(place, setting);
+        rights.settings.emplace(place, setting & kBits);
         return Z_AUTH_DONE;
     });
 }

@@ -77,8 +77,6 @@ TEST_F(Rms, CommandsNeedTheirArguments) {
         }
     EXPECT_EQ(run("role", "add-group", R"("name":"r","id":4294967299)").code, 200);
     EXPECT_EQ(fake::asked, "RoleAddGroup(house,r,2147483647)"); // the nearest that there is
-    run("settings", "set-default", R"("setting":4294967312)");  // with bits beyond these, not 16
-    EXPECT_EQ(fake::asked, "SetDefault(house,2147483647)");
     fake::status = 104;
     EXPECT_EQ(run("group", "get", R"("name":"g")").body, form("104", R"({"gid":-1})"));
 }

@@ -12,6 +12,8 @@ namespace zev::rest {
 // false; a number beyond 32 bits is the nearest that fits.
 const zwchar *text_of(Json *arguments, const zwchar *name);
 int32_t number_of(Json *arguments, const zwchar *name);
+// Of a number that is bits only the low ones count: the nearest that fits would have them all.
+int32_t bits_of(Json *arguments, const zwchar *name);
 bool flag_of(Json *arguments, const zwchar *name);
 
 // ---- Answers

@@ -70,7 +70,7 @@ HttpResponse *purge_role_members(Call &call, Json *args) {
 // ---- Settings
 
 HttpResponse *set_default(Call &call, Json *args) {
-    return answer_status(auth_of(call).SetDefault(project(call), number_of(args, u"setting")));
+    return answer_status(auth_of(call).SetDefault(project(call), bits_of(args, u"setting")));
 }
 
 HttpResponse *tell_default(Call &call, Json *) {
@@ -82,9 +82,8 @@ HttpResponse *tell_default(Call &call, Json *) {
 }
 
 HttpResponse *add_setting(Call &call, Json *args) {
-    return answer_status(auth_of(call).AddSetting(project(call), text_of(args, u"path"),
-                                                  text_of(args, u"role"),
-                                                  number_of(args, u"setting")));
+    return answer_status(auth_of(call).AddSetting(
+        project(call), text_of(args, u"path"), text_of(args, u"role"), bits_of(args, u"setting")));
 }
 
 HttpResponse *remove_setting(Call &call, Json *args) {

@@ -117,6 +117,11 @@ int32_t number_of(Json *arguments, const zwchar *name) {
     return static_cast<int32_t>(std::clamp<int64_t>(number, Limits::min(), Limits::max()));
 }
 
+int32_t bits_of(Json *arguments, const zwchar *name) {
+    const Json *value = value_of(arguments, name);
+    return value ? static_cast<int32_t>(zJsonGetInt(value)) : 0;
+}
+
 bool flag_of(Json *arguments, const zwchar *name) {
     const Json *value = value_of(arguments, name);
     return value && zJsonGetBoolean(value);
