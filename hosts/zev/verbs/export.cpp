@@ -256,7 +256,8 @@ std::vector<std::string> all_files(Host &host, const WorkingCopy &copy,
     if (!revision.empty()) {
         const OwnedCommit commit = commit_with(host, copy, revision, "");
         const OwnedTree tree(check(zCommitTree(commit.get())));
-        const Owned<Vector, zPathListFree> list(check(zTreeMatch(tree.get(), nullptr)));
+        const OwnedSpec all(check(zPathSpecNew(nullptr, 0)));
+        const Owned<Vector, zPathListFree> list(check(zTreeMatch(tree.get(), all.get())));
         for (uint64_t i = 0; i < zPathListLength(list.get()); ++i)
             files.push_back(narrow(zPathListEntry(list.get(), i)));
         return files;
