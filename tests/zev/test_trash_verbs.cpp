@@ -136,7 +136,7 @@ TEST_F(TrashVerbs, NothingIsOverwrittenWithoutAnAnswer) {
     for (const char *arguments :
          {"trash restore plan.dwx", "--no trash restore plan.dwx",
           "--answer 2 trash restore plan.dwx", "--json trash restore plan.dwx"}) {
-        EXPECT_EQ(code(arguments), 1) << arguments;
+        EXPECT_EQ(code(arguments), 6) << arguments;
         EXPECT_EQ(content("plan.dwx"), "here") << arguments;
         EXPECT_EQ(slots().size(), 1u) << arguments;
     }

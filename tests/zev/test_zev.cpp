@@ -32,8 +32,8 @@ TEST_F(Zev, PathsAreTakenFromTheCurrentDirectory) {
     const auto shown = [&](const std::string &arguments) {
         return zev(root + "/plans/ground", arguments).out;
     };
-    EXPECT_EQ(shown("--full status --short"), "A  plans/ground/plan.dwx\n");
-    EXPECT_EQ(lines(shown("status --json")).at(0).find("plans/ground"), 39u);
+    for (const char *look : {"--full status", "status --json"})
+        EXPECT_NE(shown(look).find("plans/ground/plan.dwx"), std::string::npos) << look;
     ok("commit -m all");
     write("top.dwx", "top");
     EXPECT_EQ(shown("status"), "  untracked   ../../top.dwx\n");
@@ -62,17 +62,23 @@ TEST_F(Zev, NamesThatNoCommitCanHold) {
 TEST_F(Zev, NamesThatNobodyCanType) {
     constexpr struct {
         const char *name, *shown;
-    } kNames[] = {{"line\nfeed", "line\\nfeed"},   {"a\ttab", "a\\ttab"},
-                  {"\033[31mred", "\\x1b[31mred"}, {"back\xe2\x80\xaewards", "back\\u202ewards"},
-                  {"gr\xf6\xdf", "gr\\xf6\\xdf"},  {"\xc2\x85next", "\\u0085next"}};
-    for (const auto &[name, shown] : kNames) {
+        bool can_enter;
+    } kNames[] = {{"line\nfeed", "line\\nfeed", false},
+                  {"a\ttab", "a\\ttab", false},
+                  {"\033[31mred", "\\x1b[31mred", false},
+                  {"gr\xf6\xdf", "gr\\xf6\\xdf", false},
+                  {"back\xe2\x80\xaewards", "back\\u202ewards", true},
+                  {"\xc2\x85next", "\\u0085next", true}};
+    for (const auto &[name, shown, can_enter] : kNames) {
         SCOPED_TRACE(shown);
         const std::string word = std::string("'") + name + "'";
         write(name, shown);
+        if (can_enter) ok("add " + word);
         EXPECT_NE(ok("mv " + word + " plain").find(std::string(shown) + " -> plain"),
                   std::string::npos);
         EXPECT_EQ(content("plain"), shown);
-        fs::rename(root + "/plain", root + "/" + name);
+        if (can_enter) ok("mv plain " + word);
+        if (!can_enter) fs::rename(root + "/plain", root + "/" + name);
         EXPECT_NE(ok("rm " + word).find(shown), std::string::npos);
         EXPECT_FALSE(there(name) || there("plain"));
         ok("undo");
@@ -81,7 +87,7 @@ TEST_F(Zev, NamesThatNobodyCanType) {
     }
     const std::string found = out("trash list --json");
     EXPECT_NE(found.find("line%0Afeed"), std::string::npos) << found;
-    EXPECT_EQ(code("mv nothing\\there plain"), 2);
+    EXPECT_EQ(code("mv 'nothing\\there' plain"), 2);
 }
 
 TEST_F(Zev, ADrawingOfAnotherProjectBringsItsRows) {

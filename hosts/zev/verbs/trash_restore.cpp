@@ -147,7 +147,7 @@ bool restore(Host &host, const WorkingCopy &copy, const Item &item, const std::u
     if (done) return true;
     if (zErrorClass() != kExists) fail_raised(item.original);
     const std::string reason = narrow(zErrorDetail());
-    host.out.fail(Failed(kExists, item.original + ": stays in the trash: " + reason), kFailed);
+    host.out.fail(Failed(kExists, item.original + ": stays in the trash: " + reason), kBroken);
     return false;
 }
 
@@ -165,7 +165,7 @@ int run(Host &host, const Options &options) {
     }
     host.out.line(std::to_string(restored) + " restored");
     host.out.record(Record("summary").set(u"restored", restored));
-    return restored == choice.chosen().size() ? kDone : kFailed;
+    return restored == choice.chosen().size() ? kDone : kBroken; // a question was declined
 }
 
 } // namespace
