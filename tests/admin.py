@@ -214,7 +214,7 @@ def without_power(url):
 def the_end(url):
     zev("admin project clone demo/house demo/shed")
     zev("admin project clone demo/house demo/shed", 9)
-    zev("admin project delete demo/shed", 1)
+    zev("admin project delete demo/shed", 6)
     zev("admin project delete demo/shed --no", 6)
     zev("admin project delete demo/shed --yes")
     zev("admin project delete demo/shed --yes", 3)
