@@ -14,6 +14,12 @@ foreach(package ${packages})
 
  -- ${CPACK_PACKAGE_CONTACT}  ${now}
 ")
+  set(unit ${package}/usr/lib/systemd/system/zevd.service)
+  if(EXISTS ${unit}) # it names the prefix of where it was put
+    file(READ ${unit} text)
+    string(REPLACE "${package}" "" text "${text}")
+    file(WRITE ${unit} "${text}")
+  endif()
   file(GLOB pages ${package}/usr/share/man/man1/*.1)
   execute_process(COMMAND gzip -9nf ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
   file(GLOB_RECURSE programs ${package}/usr/bin/* ${package}/usr/lib/*.so*)
