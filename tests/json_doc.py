@@ -61,7 +61,7 @@ def take_and_bring_back():
     """A question that nobody answers, and a name that two files in the trash have, too."""
     play("""revert =6; revert --all; trash purge --all --yes; rm papers note.txt; trash find more;
             undo; undo --list; rm note.txt; note.txt<in the way; trash list; trash find nowhere
-            =3; trash restore note.txt =1; trash restore note.txt --answer 1; note.txt<three;
+            =3; trash restore note.txt =6; trash restore note.txt --answer 1; note.txt<three;
             revert note.txt; note.txt<four; revert note.txt; trash restore note.txt =2;
             loose.txt<loose; cleanup --untracked --yes""")
 
