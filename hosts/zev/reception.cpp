@@ -80,7 +80,7 @@ std::string grouped(uint64_t number) {
     return text;
 }
 
-std::string counted(uint64_t number, const char *noun) {
+std::string count_of(uint64_t number, const char *noun) {
     return grouped(number) + " " + noun + (number == 1 ? "" : "s");
 }
 

@@ -68,7 +68,7 @@ OwnedDrawing committed(const WorkingCopy &copy, const std::string &path) {
 
 // "3 of 4,147 objects modified, 1 removed".
 std::string changes_text(const dxf::ImportResult &result) {
-    const std::string all = counted(result.objects, "object");
+    const std::string all = count_of(result.objects, "object");
     if (result.added == result.objects && !result.removed) return all + " added";
     const struct {
         uint64_t count;
@@ -98,8 +98,8 @@ void report_import(Host &host, const std::string &path, const dxf::ImportResult 
                                    .set(u"written", result.written));
     const std::string name = typed_path(path) + ": ";
     if (!result.written)
-        return host.out.line(name + counted(result.objects, "object") + ", nothing has changed");
-    host.out.line(name + changes_text(result) + "; " + counted(result.rows, "row") + " stored, " +
+        return host.out.line(name + count_of(result.objects, "object") + ", nothing has changed");
+    host.out.line(name + changes_text(result) + "; " + count_of(result.rows, "row") + " stored, " +
                   narrow(zNumToHumanBytes(result.bytes)));
 }
 
