@@ -199,7 +199,7 @@ TEST_F(Start, LanguageAndCollationFollowTheEnvironment) {
         {"LC_ALL= LC_COLLATE= LC_MESSAGES=sr_RS@latin LANG=sv_SE.UTF-8", "sr-RS", "1 0"},
         {"LC_ALL= LC_COLLATE=de_DE LC_MESSAGES= LANG=sv_SE.UTF-8", "sv-SE", "-1 0"},
         {"LC_ALL=C.UTF-8 LANG=sv_SE", "en-US", "-1 0"},
-        {"LC_ALL=/usr/share/x", "en-US", "-1 0"},
+        {"LC_ALL=/usr/share/x", "en-US", "1 0"},
     };
     for (const auto &row : kRows) {
         const std::string said = start(row.environment);

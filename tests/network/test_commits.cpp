@@ -122,7 +122,7 @@ TEST_F(Commits, TakeNoLinksThatLeadNowhere) {
         const std::string blob = test::store(service, "ann/plant", Z_OBJECT_BLOB,
                                              std::string(static_cast<size_t>(length), 'x'));
         const std::string made =
-            service.git("ann/plant", "mktree <<'END'\n120000 blob " + blob + "\tlink\nEND")
+            service.git("ann/plant", "mktree <<'END'\n120000 blob " + blob + "\tlink\nEND\n")
                 .substr(0, 40);
         const Answer answer = service.post(kCommits, body("a", "m", made));
         EXPECT_EQ(answer.code, code) << length << answer.body;

@@ -30,8 +30,8 @@ namespace zev {
 // where the caller has more to do that it would go back from.
 bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled);
 
-// What stands at a path, a link for itself.
-enum class FileState { denied, failed, missing, directory, file, other };
+// What stands at a path, a link for itself; unseen where nobody can look.
+enum class FileState { unseen, missing, directory, file, other };
 
 // What became of one path, in the order of the words that are reported.
 enum class Outcome { left_alone, added, updated, deleted, reverted, conflicted, skipped, failed };

@@ -78,10 +78,8 @@ int32_t Checkout::local_status(const CheckoutStep &step) const {
 FileState Checkout::state_of(const CheckoutStep &step) {
     struct stat status;
     if (writer_->is_behind_link(step.path)) return FileState::other;
-    if (!os::lstat(full_path(repository_, step.path).c_str(), &status)) {
-        if (errno == ENOENT) return FileState::missing;
-        return errno == EACCES ? FileState::denied : FileState::failed;
-    }
+    if (!os::lstat(full_path(repository_, step.path).c_str(), &status))
+        return errno == ENOENT ? FileState::missing : FileState::unseen;
     if (S_ISDIR(status.st_mode)) return FileState::directory;
     const git_index_entry *entry = entry_of(step);
     const bool own_link = S_ISLNK(status.st_mode) && entry && S_ISLNK(entry->mode);
@@ -306,8 +304,11 @@ Outcome Checkout::add(CheckoutStep &step) {
         // What stands in the way makes it a conflict, else it just can't come in.
         if (hollow || find_obstacle(step).empty()) return Outcome::skipped;
     }
-    if (state == FileState::denied || state == FileState::failed)
-        return fail_os(state == FileState::denied ? EACCES : EIO, step.wide), Outcome::skipped;
+    if (state == FileState::unseen) {
+        struct stat status;
+        const bool is_seen = os::lstat(full_path(repository_, step.path).c_str(), &status);
+        return fail_os(is_seen ? EBUSY : errno, step.wide), Outcome::skipped;
+    }
     if (state_of(step) == FileState::file && local_status(step) != Z_KIND_CONFLICTED &&
         !ensure_entered(step))
         return Outcome::skipped;

@@ -260,6 +260,7 @@ bool NewTree::has_room(const std::string &path) {
 // The member `kind` alone makes a link or a file to run. A client that has only modes tells those
 // of its own disk, where any file may have the bit.
 git_filemode_t kept_mode(const zwchar *kind) {
+    if (!kind) return GIT_FILEMODE_BLOB;
     if (zStrsameW(kind, u"link")) return GIT_FILEMODE_LINK;
     return zStrsameW(kind, u"program") ? GIT_FILEMODE_BLOB_EXECUTABLE : GIT_FILEMODE_BLOB;
 }
