@@ -313,10 +313,10 @@ def renamed_project(ben, data):
 def taken_places(url, ann, ben):
     place = ben.home + "/taken"
     ben.write("precious.txt", "mine", place)
-    text = ben.zev(["get", "team/house", place], 1, cwd=ben.home)
+    text = ben.zev(["get", "team/house", place], 6, cwd=ben.home)
     expect("precious" in os.listdir(place)[0] and len(os.listdir(place)) == 1, "stays: " + text)
     ben.zev(["get", "team/house", place, "--no"], 6, cwd=ben.home)
-    ben.zev(["get", "team/house", place, "--yes"], 1, cwd=ben.home)
+    ben.zev(["get", "team/house", place, "--yes"], 6, cwd=ben.home)
     expect(open(place + "/precious.txt").read() == "mine", "no answer deletes it but its own")
     ben.zev(["get", "team/house", place, "--answer", "Delete and go on"], cwd=ben.home)
     expect("plan.dwx" in os.listdir(place) and "precious.txt" not in os.listdir(place), "made room")

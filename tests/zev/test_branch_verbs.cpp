@@ -55,7 +55,7 @@ TEST_F(BranchVerbs, SwitchTakesLocalWorkAlong) {
     EXPECT_EQ(git("symbolic-ref HEAD"), "refs/heads/master\n");
     EXPECT_EQ(content("a"), "mine too");
     EXPECT_EQ(code("switch side"), 4); // not with conflicts
-    EXPECT_EQ(code("switch --force side"), 1);
+    EXPECT_EQ(code("switch --force side"), 6);
     EXPECT_EQ(content("a"), "mine too");
     ok("--yes switch --force side");
     EXPECT_EQ(content("a") + content("b") + content("s"), "a2b1(none)");
@@ -293,7 +293,7 @@ TEST_F(BranchVerbs, CleanupAndUndo) {
         EXPECT_EQ(ok(repairs), "the working copy is in order\n");
         EXPECT_EQ(content("u"), "untracked");
     }
-    EXPECT_EQ(code("cleanup --untracked"), 1); // nobody to ask
+    EXPECT_EQ(code("cleanup --untracked"), 6); // nobody to ask
     EXPECT_EQ(code("--no cleanup --untracked"), 6);
     EXPECT_EQ(content("u"), "untracked");
     ok("cleanup --untracked --yes");

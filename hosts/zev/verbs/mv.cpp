@@ -67,7 +67,7 @@ class Mover {
     }
 
     OwnedIndex run(const std::string &given) {
-        if (happened_) check(move(to_, from_), to_);
+        if (happened_) check(shift(to_, from_), to_);
         try {
             return change_index(
                 copy_,
@@ -79,7 +79,7 @@ class Mover {
                 [&] { undo(); }); // what the index doesn't say did not happen
         } catch (...) {
             undo();
-            if (happened_) move(from_, to_);
+            if (happened_) shift(from_, to_);
             throw;
         }
     }
@@ -106,10 +106,15 @@ class Mover {
                               wide(to).c_str(), false);
     }
 
+    // Two names that differ in case only are one to the library, which moves nothing then.
+    bool shift(const std::string &from, const std::string &to) const {
+        return in_case_ ? move(from, aside()) && move(aside(), to) : move(from, to);
+    }
+
     // To where it lay when we began, as far as it has left there.
     void undo() const {
         if (in_case_ && copy_.is_on_disk(aside())) move(aside(), from_);
-        if (copy_.is_on_disk(to_) && !copy_.is_on_disk(from_)) move(to_, from_);
+        if (copy_.is_on_disk(to_) && !copy_.is_on_disk(from_)) shift(to_, from_);
     }
 
     const WorkingCopy &copy_;
