@@ -93,6 +93,15 @@ std::string expanded(const std::string &text) {
     return out.append(text, std::min(at, text.size()));
 }
 
+// Where a file's directory lies, whatever link leads there: the loader finds /usr/lib by the link
+// /lib, above which nothing of ours is. A file that is a link itself stays one.
+std::string with_real_directory(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    char real[PATH_MAX];
+    if (slash == path.npos || !realpath(path.substr(0, slash + 1).c_str(), real)) return path;
+    return (std::string(real) == "/" ? "" : real) + path.substr(slash);
+}
+
 } // namespace
 
 std::string user_directory(const char *variable, const char *below_home) {
@@ -109,7 +118,7 @@ bool own_file(char16_t *out, size_t size) {
         std::string path;
         if (dladdr(&here, &info) && info.dli_fname) path = info.dli_fname;
         if (!path.starts_with('/')) path = mapped_file(&here);
-        return path.empty() ? failed(ENOENT) : put_wide(path, out, size);
+        return path.empty() ? failed(ENOENT) : put_wide(with_real_directory(path), out, size);
     });
 }
 
