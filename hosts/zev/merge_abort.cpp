@@ -48,7 +48,10 @@ int abort_merge(Host &host, const WorkingCopy &copy) {
     host.notify->forget();
     if (zPathSpecCount(paths.get())) check(zShellRevert(copy.repository(), paths.get()));
     require_done(host, "taking the merge back");
-    finish_merge(copy);
+    {
+        const OwnedIndex lock = copy.lock_index(); // by which what a kill leaves is taken away
+        finish_merge(copy);
+    }
     host.out.line("the merge is taken back");
     host.out.record(Record("merge").set(u"result", "aborted").set(u"theirs", &merge->theirs));
     return kDone;
