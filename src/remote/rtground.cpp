@@ -10,6 +10,7 @@
 #include "remote/update_context.hpp"
 
 #include "objects/store/commit.hpp"
+#include "objects/work/index.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "zev/index.h"
 #include "zev/oid.h"
@@ -49,18 +50,24 @@ std::u16string message_of(const Standing &standing) {
 }
 
 // With conflicts the index doesn't say what the user wants to keep.
-bool is_settled(UpdateContext &context) {
-    const IndexPtr index(zIndexHead(context.repository, false));
-    if (!index) return context.tell(u"odb.eUnableToOpenIndex");
-    if (!zIndexHasConflicts(index.get())) return true;
+bool is_settled(UpdateContext &context, const Index *index) {
+    if (!zIndexHasConflicts(index)) return true;
     raise_other(word(u"odb.eNeedResolveConflicts"), zBranchName(context.head.get()));
     return context.tell(u"odb.eNeedResolveConflicts");
 }
 
+// HEAD moves by it, and the index is as good as it was: the checkout is not to take the move for
+// somebody else's.
 bool commit_ground(UpdateContext &context, const Standing &standing, Tree *ground) {
+    const IndexPtr index(zIndexHead(context.repository, false));
+    if (!index) return context.tell(u"odb.eUnableToOpenIndex");
+    if (!is_settled(context, index.get())) return false;
     const CommitPtr made(commit_create(zBranchMerge(context.head.get()), u"remote",
-                                       message_of(standing).c_str(), ground));
-    return made || context.tell(u"odb.eFailedToWriteCommit");
+                                       message_of(standing).c_str(), ground,
+                                       [&] { return index_stands(index.get()); }));
+    if (!made) return context.tell(u"odb.eFailedToWriteCommit");
+    index_committed(index.get(), zCommitId(made.get()));
+    return true;
 }
 
 } // namespace
@@ -110,8 +117,7 @@ bool lay_ground(UpdateContext &context, Losses losses) {
     if (!ours || !ground)
         return context.tell(u"odb.eFailedToResolveTree_s", zBranchName(context.head.get()));
     const bool is_same = zOidIsEqual(zTreeId(ours.get()), zTreeId(ground.get()));
-    if (!is_same && !(is_settled(context) && commit_ground(context, standing, ground.get())))
-        return false;
+    if (!is_same && !commit_ground(context, standing, ground.get())) return false;
     tell_standing(context, standing);
     return true;
 }
