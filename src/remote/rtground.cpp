@@ -72,17 +72,14 @@ bool commit_ground(UpdateContext &context, const Standing &standing, Tree *groun
 
 } // namespace
 
-bool fetch_history(UpdateContext &context, int32_t type) {
-    if (context.empty_upstream || zCheckSpecTarget(context.spec.get())) return true;
-    const Oid *tip = zBranchResolve(context.upstream.get());
-    if (!tip) return context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
+bool fetch_history(UpdateContext &context, const Oid &tip, int32_t type) {
+    const Branch *head = context.head.get(), *upstream = context.upstream.get();
     for (const uint64_t limit : kSteps) {
-        if (!lacks_history(context.repository, context.head.get(), context.upstream.get())) break;
-        if (!context.asked(zRemoteDownloadCommits(context.remote, tip, limit, context.notify)))
+        if (!lacks_history(context.repository, head, upstream, tip)) break;
+        if (!context.asked(zRemoteDownloadCommits(context.remote, &tip, limit, context.notify)))
             return false;
     }
-    const Standing standing =
-        find_standing(context.repository, context.head.get(), context.upstream.get());
+    const Standing standing = find_standing(context.repository, head, upstream, tip);
     return !standing.fork || context.asked(zRemoteDownloadMatches(context.remote, &*standing.fork,
                                                                   type, context.paths()));
 }

@@ -222,8 +222,7 @@ DiffListPtr run(UpdateContext &context, PathSpec *paths, bool refresh) try {
         return context.tell(u"odb.eUnableToResolvePathspec"), nullptr;
     if (!prepare(context, wanted.get())) return nullptr;
     notify_start(context.notify, u"action.sCheckForUpdates");
-    if (refresh && !(verify(context) && renew_rights(context) && fetch(context, Z_OBJECT_TREE) &&
-                     fetch_history(context, Z_OBJECT_TREE)))
+    if (refresh && !(verify(context) && renew_rights(context) && fetch(context, Z_OBJECT_TREE)))
         return nullptr;
     return UpdateList(context, paths).make();
 } catch (...) {

@@ -194,7 +194,7 @@ bool fetch(UpdateContext &context, int32_t type) {
     }
     const Oid *target = zCheckSpecTarget(context.spec.get());
     if (target) tip->id = *target;
-    return fetch_tip(context, *tip, type) &&
+    return fetch_tip(context, *tip, type) && (target || fetch_history(context, tip->id, type)) &&
            track(context, *tip, target ? u"odb.eFailedToResolveCommit_s" : kUnmoved);
 }
 
@@ -236,8 +236,8 @@ bool run(UpdateContext &context, const CheckSpec *spec) try {
     const bool goes_back = spec && zCheckSpecTarget(spec);
     const Losses losses = goes_back ? Losses::are_meant : Losses::count;
     return prepare(context, spec) && verify(context) && update_rights(context) &&
-           fetch(context, Z_OBJECT_ANY) && fetch_history(context, Z_OBJECT_ANY) &&
-           lay_ground(context, losses) && check_out_upstream(context) && (agree(context), true);
+           fetch(context, Z_OBJECT_ANY) && lay_ground(context, losses) &&
+           check_out_upstream(context) && (agree(context), true);
 } catch (...) {
     return fail_thrown();
 }

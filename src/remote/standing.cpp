@@ -116,12 +116,14 @@ TreePtr tree_of(Repository *repository, const Oid &id) {
 
 class Look {
   public:
-    Look(Repository *repository, const Branch *head, const Branch *upstream)
+    // With the server's branch where it is tracked, or at a tip.
+    Look(Repository *repository, const Branch *head, const Branch *upstream,
+         std::optional<Oid> tip = {})
         : repository_(repository), git_(repository->handle.get()),
           upstream_name_(to_utf8(zBranchMerge(upstream))),
           head_(target_of(git_, to_utf8(zBranchMerge(head)))),
           agreed_(target_of(git_, agreed_name(head))), server_(target_of(git_, server_name(head))),
-          tracked_(target_of(git_, upstream_name_)) {}
+          tracked_(tip ? tip : target_of(git_, upstream_name_)) {}
 
     // What the branch holds is what the server has.
     bool is_even() const {
@@ -301,6 +303,14 @@ bool Look::give_back(Standing &standing, Tree *before, Tree *after) {
     return standing.ground != nullptr;
 }
 
+Standing find_standing(Look look) {
+    Standing standing;
+    if (look.is_even()) return standing;
+    look.find_unsent(standing);
+    look.find_lost(standing);
+    return standing;
+}
+
 void write_note(Repository *repository, const std::string &name, const Oid *id) {
     const KeptFailure kept;
     const std::u16string wide = to_wide(name);
@@ -322,17 +332,14 @@ bool look_at_standing(Repository *repository, const Branch *head, const Branch *
     return look.find_ground(standing);
 }
 
-Standing find_standing(Repository *repository, const Branch *head, const Branch *upstream) {
-    Look look(repository, head, upstream);
-    Standing standing;
-    if (look.is_even()) return standing;
-    look.find_unsent(standing);
-    look.find_lost(standing);
-    return standing;
+Standing find_standing(Repository *repository, const Branch *head, const Branch *upstream,
+                       const Oid &tip) {
+    return find_standing(Look(repository, head, upstream, tip));
 }
 
-bool lacks_history(Repository *repository, const Branch *head, const Branch *upstream) {
-    return Look(repository, head, upstream).is_lost_unknown();
+bool lacks_history(Repository *repository, const Branch *head, const Branch *upstream,
+                   const Oid &tip) {
+    return Look(repository, head, upstream, tip).is_lost_unknown();
 }
 
 std::optional<Oid> agreed_commit(Repository *repository, const Branch *head) {
@@ -363,7 +370,8 @@ bool zRemoteStanding(RemoteStanding *out_standing, Repository *repository, Unsen
     if (!out_standing || !repository) return fail_args();
     const Branches branches(repository);
     if (!branches.upstream) return false;
-    const Standing found = find_standing(repository, branches.head.get(), branches.upstream.get());
+    const Standing found =
+        find_standing(Look(repository, branches.head.get(), branches.upstream.get()));
     *out_standing = {found.unsent.size(), found.went_back, found.from, found.to};
     for (const Oid &id : found.unsent) {
         const CommitPtr commit(callback ? zCommitByid(repository, &id) : nullptr);

@@ -36,11 +36,15 @@ enum class Losses { count, are_meant };
 // By what is here. False, raised, where a tree isn't that it takes. May throw, as all below.
 bool look_at_standing(Repository *repository, const Branch *head, const Branch *upstream,
                       Losses losses, Standing &standing);
-// The same without the tree, for which less must be here.
-Standing find_standing(Repository *repository, const Branch *head, const Branch *upstream);
+// The same without the tree, for which less must be here, and of a state of the server's to which
+// the tracking reference is yet to move.
+Standing find_standing(Repository *repository, const Branch *head, const Branch *upstream,
+                       const Oid &tip);
 
-// Whether commits are missing here that would tell whether the server's branch went back.
-bool lacks_history(Repository *repository, const Branch *head, const Branch *upstream);
+// Whether commits are missing here that would tell whether the server's branch went back, if it
+// stands there.
+bool lacks_history(Repository *repository, const Branch *head, const Branch *upstream,
+                   const Oid &tip);
 
 // The branch's commit of which the server has all, as noted; none where it isn't.
 std::optional<Oid> agreed_commit(Repository *repository, const Branch *head);

@@ -63,13 +63,13 @@ bool fetch_references(UpdateContext &context, std::optional<Tip> &tip);
 inline constexpr const zwchar *kUnmoved = u"odb.eFailedToUpdateRef_s";
 bool track(UpdateContext &context, const Tip &tip, const zwchar *failure = kUnmoved);
 
-// References, the commit, and what of its tree has `type`, of files those that are selected. An
-// empty upstream is a success.
-bool fetch(UpdateContext &context, int32_t type);
-
 // What it takes to tell whether the server's branch went on from where the copy came to: commits
 // between, and of one that went back the trees (and files, by `type`) that both have.
-bool fetch_history(UpdateContext &context, int32_t type);
+bool fetch_history(UpdateContext &context, const Oid &tip, int32_t type);
+
+// References, the commit, what of its tree has `type`, of files those that are selected, and the
+// history, unless the user names a state himself. An empty upstream is a success.
+bool fetch(UpdateContext &context, int32_t type);
 
 // The branch gets a commit without what the server has not, if there is any: that is told, and a
 // change of the user's from then on, of which index and files know as ever.
