@@ -172,6 +172,10 @@ TEST_F(CheckoutTest, TheFrontTakesTheRoadToTheServer) {
     EXPECT_EQ(copy.at("plan"), "second");
     EXPECT_EQ(zCommandPrivilege(where, u"plan"), 112);
 
+    // No history comes along.
+    const Oid revision = parsed(second), first = parsed(old);
+    EXPECT_EQ(zCommandCheckout(where, &revision, u"plan", u"older", &host()), 1);
+
     other("plan", "third");
     const Oid middle = parsed(other("notes/a", "aa"));
     other("notes/a", "b");
@@ -194,11 +198,8 @@ TEST_F(CheckoutTest, TheFrontTakesTheRoadToTheServer) {
     ASSERT_EQ(zCommandCheckout(where, nullptr, nullptr, nullptr, &host()), 0);
 
     // A file of an older state: its tree and its blob come from the server.
-    const Oid revision = parsed(second), first = parsed(old);
     const RepositoryPtr repository = copy.open();
     const Held<Remote, zRemoteFree> remote(zRemoteOpen(repository.get()));
-    EXPECT_EQ(zCommandCheckout(where, &revision, u"plan", u"older", &host()),
-              1); // not here
     const Oid newest = parsed(server("rev-parse HEAD"));
     ASSERT_OK(zRemoteDownloadCommits(remote.get(), &newest, 0, nullptr));
     ASSERT_EQ(zCommandCheckout(where, &revision, u"plan", u"older", &host()), 0);
