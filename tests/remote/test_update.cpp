@@ -205,8 +205,8 @@ TEST_F(UpdateTest, WhatIsLeftEachTimeMakesNoCommits) {
     EXPECT_EQ(copy.at("plan") + copy.git("diff --stat HEAD origin/master"), "theirs");
 }
 
-// A replica that lags behind tells of an older state. Files go back to that and come again, what is
-// his stays, and no commit goes on top of it.
+// A replica that lags behind tells of an older state. Nobody knows whether the rest is lost: it
+// stays, as what is his, no commit goes on top of the old state, and none is needed later.
 TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
     const std::string old = copy.git("rev-parse origin/master");
     other("plan", "second"), other("new", "n");
@@ -221,7 +221,8 @@ TEST_F(UpdateTest, AnOlderStateTakesNothingAway) {
     };
     relay.play(lag);
     ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.at("new"), "firstmine(none)");
+    EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.at("new"), "secondminen");
+    EXPECT_EQ(copy.status(), "A  new\n M notes/a\nM  plan");
     EXPECT_FALSE(copy.commit());
     EXPECT_EQ(server("rev-parse HEAD") + copy.at("notes/a"), tip + "mine");
     relay.play();
@@ -236,17 +237,19 @@ TEST_F(UpdateTest, WhatIsTrackedIsHere) {
     const Copy second = get("bob");
     other("deep/er/file", "x"), other("big/file", std::string(3 << 20, 'x'));
     const std::string tip = other("notes/a", "a2");
-    const auto play = [&](const Copy &at, auto operate) {
+    // What a list doesn't hear of rights is no failure.
+    const auto play = [&](const Copy &at, const char *forgiven, auto operate) {
         const std::string track = "rev-parse origin/master", old = at.git(track);
         bool early = false, done = false;
         for (size_t n = 0; !done && n < 20; ++n) {
-            relay.play([&, n](const Asked &, size_t count) -> std::optional<std::string> {
+            size_t needed = 0;
+            relay.play([&, n](const Asked &asked, size_t) -> std::optional<std::string> {
                 early |= at.git(track) != old;
-                if (count == n) return answer_of(500);
+                if (asked.line == forgiven || needed++ == n) return answer_of(500);
                 return {};
             });
             done = operate();
-            EXPECT_EQ(done, relay.asked().size() <= n);
+            EXPECT_EQ(done, needed <= n);
             EXPECT_EQ(at.git(track), done ? tip : old) << relay.lines();
             EXPECT_EQ(run("cd '" + at.place.string() +
                           "' && sed -E 's/^[^ ]* ([^ ]*).*/\\1^{tree}/' "
@@ -257,8 +260,8 @@ TEST_F(UpdateTest, WhatIsTrackedIsHere) {
         }
         EXPECT_TRUE(done && !early) << relay.lines();
     };
-    play(copy, [&] { return copy.updates(true) != "(null)"; });
-    play(second, [&] { return second.update(); });
+    play(copy, "POST /rms", [&] { return copy.updates(true) != "(null)"; });
+    play(second, "", [&] { return second.update(); });
 }
 
 // At every question in turn: one end is told, and either nothing has moved or what was done stays.
