@@ -409,7 +409,7 @@ def full_disk(url, ann, ben):
         ann.write("wide.bin", os.urandom(5 << 20))
         ann.zev("add wide.bin")
         ann.zev("commit -m wide")
-        text = ben.zev(["get", "team/house", small + "/house"], 1, cwd=ben.home)
+        text = ben.zev(["get", url + "/team/house", small + "/house"], 1, cwd=ben.home)
         expect("zev: no space is left on the device of " + small in text, "here: " + text)
         ann.zev("rm wide.bin")
         ann.zev("commit -m narrow")
