@@ -173,6 +173,14 @@ std::string said(const Files &names, const std::string &name) {
     return found == names.end() ? "" : found->second;
 }
 
+// An update goes out from a commit without what the server never got, which is staged then, as it
+// is on the disk.
+bool is_on_its_way(const Case &at) {
+    const State &before = at.expected.before;
+    return at.expected.terms.unsent && at.now.branch == before.branch &&
+           at.now.parents.contains(before.head);
+}
+
 // The first name that says neither what it did nor what it was to say; once the operation is
 // done, one that doesn't say what it was to. Where a reference moves, each run makes a commit of
 // its own.
@@ -223,7 +231,9 @@ bool is_part(const Case &at) {
 
 std::string head_is_old_or_new(const Case &at) {
     if (!at.now.fault.empty()) return at.now.fault;
-    return is_old(at) || is_new(at) || is_part(at) ? "" : at.now.branch + " at " + at.now.head;
+    return is_old(at) || is_new(at) || is_part(at) || is_on_its_way(at)
+               ? ""
+               : at.now.branch + " at " + at.now.head;
 }
 
 // The beginning of a program's output, in one line.
@@ -330,7 +340,7 @@ bool is_ahead(const Case &at, const std::string &path, const std::string &conten
     const State &before = at.expected.before, &after = at.expected.after;
     if (path.ends_with(".dwx") && !has(before.index, path, content)) return true; // a new key
     const bool gone = !at.now.index.contains(path) && !after.index.contains(path);
-    return is_old(at) &&
+    return (is_old(at) || is_on_its_way(at)) &&
            (gone || has(after.index, path, content) || has(before.work, path, content));
 }
 

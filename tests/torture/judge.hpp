@@ -34,6 +34,7 @@ struct Terms {
     // Drawings are made without the lock, so nobody can tell what a killed one had beside its
     // drawing from what another one still writes.
     bool litters = false;
+    bool unsent = false; // the branch has commits that the server never got
 };
 
 // What is known of an operation before it is struck.

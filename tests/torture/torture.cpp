@@ -66,6 +66,10 @@ const std::string kStaged = kEdited + R"(
 "$ZEV" add .
 "$ZEV" rm docs/old/a.txt
 )";
+const std::string kByGit = kEdited + R"(
+git add -A
+git commit -qm mine
+)";
 const std::string kTwoCommits = kEdited + R"("$ZEV" commit -m second .)";
 
 const std::string kBranched = R"(
@@ -205,6 +209,13 @@ const Operation kServed[] = {
     {"get", "find . -mindepth 1 -delete", {"zev", "get", "URL", "."}},
     {"update", kEdited, {"zev", "update"}, {true}, kTheirs},
     {"update conflict", kEdited, {"zev", "update"}, {true, kConflicts}, kTheirsToo},
+    {"update unsent", kByGit, {"zev", "update"}, {true, 0, false, true}, kTheirs, true},
+    {"update unsent conflict",
+     kByGit,
+     {"zev", "update"},
+     {true, kConflicts, false, true},
+     kTheirsToo,
+     true},
     {"commit", kEdited, {"zev", "commit", "-m", "second", "."}, {true}},
     {"commit staged", kStaged, {"zev", "commit", "-m", "second"}, {true}},
     {"commit over", kEdited, {"zev", "commit", "-m", "second", "."}, {true}, kTheirs, true},
