@@ -2,6 +2,8 @@
 // no file comes or goes unsaid.
 #include "front.hpp"
 
+#include "walks.hpp"
+
 #include <algorithm>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -24,8 +26,13 @@ class Missing {
     }
 
     std::vector<std::string> find() {
-        zIndexWalk(index_.get(), visit, this);
-        return std::move(paths_);
+        std::vector<std::string> paths;
+        each_entry_of(index_.get(), [&](const IndexEntry *entry) {
+            if (zIndexEntryStage(entry)) return; // a conflict stays as it is
+            std::string path = narrow(zIndexEntryPath(entry));
+            if (gone(path)) paths.push_back(std::move(path));
+        });
+        return paths;
     }
     bool gone(const std::string &path) const {
         struct stat status;
@@ -33,21 +40,8 @@ class Missing {
     }
 
   private:
-    static int32_t visit(const IndexEntry *entry, void *self) {
-        auto *missing = static_cast<Missing *>(self);
-        try {
-            if (zIndexEntryStage(entry)) return 0; // a conflict stays as it is
-            std::string path = narrow(zIndexEntryPath(entry));
-            if (missing->gone(path)) missing->paths_.push_back(std::move(path));
-            return 0;
-        } catch (...) {
-            return -1;
-        }
-    }
-
     OwnedIndex index_;
     int root_;
-    std::vector<std::string> paths_;
 };
 
 using Disconnect = Owned<const zwchar, zCommandDisconnect>;

@@ -5,6 +5,7 @@
 #include "front.hpp"
 #include "merge_state.hpp"
 #include "transfer.hpp"
+#include "walks.hpp"
 
 namespace host {
 
@@ -24,11 +25,9 @@ void add_staged(const WorkingCopy &copy, PathSpec *paths) {
 // Their files may be half decided.
 void add_conflicts(const WorkingCopy &copy, PathSpec *paths) {
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
-        if (!zIndexEntryStage(entry)) return 0;
-        return zPathSpecAdd(static_cast<PathSpec *>(context), zIndexEntryPath(entry)) ? 0 : -1;
-    };
-    check(zIndexWalk(index.get(), visit, paths));
+    each_entry_of(index.get(), [&](const IndexEntry *entry) {
+        if (zIndexEntryStage(entry)) check(zPathSpecAdd(paths, zIndexEntryPath(entry)));
+    });
 }
 
 } // namespace

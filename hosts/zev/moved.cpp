@@ -6,6 +6,7 @@
 #include "dxf/manifest.hpp"
 #include "dxf/rows.hpp"
 #include "ids.hpp"
+#include "walks.hpp"
 
 #include <map>
 #include <set>
@@ -25,18 +26,11 @@ using TrackedFiles = std::map<std::string, Tracked>;
 
 TrackedFiles entries_of(Index *index) {
     TrackedFiles files;
-    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
-        try {
-            if (!zIndexEntryStage(entry))
-                static_cast<TrackedFiles *>(context)->emplace(
-                    narrow(zIndexEntryPath(entry)),
-                    Tracked{*zIndexEntryID(entry), zIndexEntrySize(entry)});
-            return 0;
-        } catch (...) {
-            return -1;
-        }
-    };
-    check(zIndexWalk(index, visit, &files));
+    each_entry_of(index, [&](const IndexEntry *entry) {
+        if (!zIndexEntryStage(entry))
+            files.emplace(narrow(zIndexEntryPath(entry)),
+                          Tracked{*zIndexEntryID(entry), zIndexEntrySize(entry)});
+    });
     return files;
 }
 

@@ -1,6 +1,8 @@
 // Git reads and writes the same files at any time: they change under its locks, by renaming.
 #include "refs.hpp"
 
+#include "walks.hpp"
+
 #include <fstream>
 
 namespace host {
@@ -43,25 +45,18 @@ std::string remote_branch(const WorkingCopy &copy, const std::string &name) {
     } catch (const Failed &failed) {
         if (failed.error_class != kNotFound && failed.error_class != kInvalid) throw;
     }
-    struct Search {
-        std::string tail, found;
-    } search{"/" + name, {}};
-    const auto visit = [](Reference *reference, void *context) {
+    const std::string tail = "/" + name;
+    std::string found;
+    const auto visit = [&](Reference *reference) {
         constexpr std::string_view kRemotes = "refs/remotes/";
-        auto *wanted = static_cast<Search *>(context);
-        try {
-            const std::string full = narrow(zReferenceName(reference));
-            const size_t slash = full.find('/', kRemotes.size());
-            if (full.starts_with(kRemotes) && slash != full.npos &&
-                full.substr(slash) == wanted->tail)
-                wanted->found = full.substr(kRemotes.size());
-            return true;
-        } catch (...) {
-            return false;
-        }
+        const std::string full = narrow(zReferenceName(reference));
+        const size_t slash = full.find('/', kRemotes.size());
+        if (full.starts_with(kRemotes) && slash != full.npos && full.substr(slash) == tail)
+            found = full.substr(kRemotes.size());
+        return true;
     };
-    check(zReferenceForeach(copy.repository(), visit, &search), "references");
-    return search.found;
+    check(each_reference(copy.repository(), visit), "references");
+    return found;
 }
 
 void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit) {

@@ -6,6 +6,7 @@
 namespace host {
 
 inline constexpr std::string_view kHeads = "refs/heads/";
+inline constexpr std::string_view kTags = "refs/tags/";
 inline std::string full_branch(const std::string &name) { return std::string(kHeads) + name; }
 
 // The full name of the branch that HEAD leads to, born or not; empty where HEAD is none.

@@ -5,6 +5,7 @@
 #include "plain_words.hpp"
 #include "server.hpp"
 #include "verb.hpp"
+#include "walks.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -37,24 +38,14 @@ bool is_project(const std::string &text) {
 
 // Where a user goes back to: a branch that follows one of the server's; empty without one.
 std::string following_branch(const WorkingCopy &copy) {
-    struct Search {
-        Repository *repository;
-        std::string found{};
-    } search{copy.repository()};
-    const auto look = [](Reference *reference, void *context) {
-        try {
-            Search &self = *static_cast<Search *>(context);
-            const OwnedBranch branch(zBranchLookup(self.repository, zReferenceName(reference)));
-            if (!branch || !zBranchIsLocal(branch.get())) return true;
-            if (OwnedBranch(zBranchUpstream(branch.get())))
-                self.found = narrow(zBranchName(branch.get()));
-            return self.found.empty();
-        } catch (...) {
-            return false;
-        }
-    };
-    zReferenceForeach(copy.repository(), look, &search);
-    return search.found;
+    std::string found;
+    each_reference(copy.repository(), [&](Reference *reference) {
+        const OwnedBranch branch(zBranchLookup(copy.repository(), zReferenceName(reference)));
+        if (!branch || !zBranchIsLocal(branch.get())) return true;
+        if (OwnedBranch(zBranchUpstream(branch.get()))) found = narrow(zBranchName(branch.get()));
+        return found.empty();
+    });
+    return found;
 }
 
 OwnedBranch upstream_of(const WorkingCopy &copy) {

@@ -5,6 +5,7 @@
 #include "front.hpp"
 #include "index_change.hpp"
 #include "merge_state.hpp"
+#include "walks.hpp"
 
 #include <map>
 
@@ -24,20 +25,13 @@ struct Entries {
 
 Entries entries_of(Index *index) {
     Entries found;
-    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
-        try {
-            auto *all = static_cast<Entries *>(context);
-            const std::string path = narrow(zIndexEntryPath(entry));
-            if (zIndexEntryStage(entry))
-                all->conflicts.insert(path);
-            else
-                all->files[path] = {*zIndexEntryID(entry), zIndexEntryMode(entry)};
-            return 0;
-        } catch (...) {
-            return -1;
-        }
-    };
-    check(zIndexWalk(index, visit, &found));
+    each_entry_of(index, [&](const IndexEntry *entry) {
+        const std::string path = narrow(zIndexEntryPath(entry));
+        if (zIndexEntryStage(entry))
+            found.conflicts.insert(path);
+        else
+            found.files[path] = {*zIndexEntryID(entry), zIndexEntryMode(entry)};
+    });
     return found;
 }
 

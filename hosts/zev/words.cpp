@@ -6,6 +6,7 @@
 #include "object_names.hpp"
 #include "refs.hpp"
 #include "trash_search.hpp"
+#include "walks.hpp"
 
 #include <algorithm>
 #include <fstream>
@@ -21,22 +22,12 @@ using Words = std::vector<std::string>;
 
 constexpr size_t kMostBytes = 64u << 20; // of a drawing's file that is read for a touch of a key
 
-void add_references(Words &words, const WorkingCopy &copy, const std::string &space) {
-    struct Walk {
-        Words &words;
-        const std::string &space;
-    } walk{words, space};
-    const auto visit = [](Reference *reference, void *context) {
-        const auto &[found, below] = *static_cast<Walk *>(context);
-        try {
-            const std::string name = narrow(zReferenceName(reference));
-            if (name.starts_with(below)) found.push_back(name.substr(below.size()));
-            return true;
-        } catch (...) {
-            return false;
-        }
-    };
-    zReferenceForeach(copy.repository(), visit, &walk);
+void add_references(Words &words, const WorkingCopy &copy, std::string_view space) {
+    each_reference(copy.repository(), [&](Reference *reference) {
+        const std::string name = narrow(zReferenceName(reference));
+        if (name.starts_with(space)) words.push_back(name.substr(space.size()));
+        return true;
+    });
 }
 
 void add_trash(Words &words, const WorkingCopy &copy) {
@@ -67,8 +58,8 @@ std::vector<std::string> words_of(const std::string &kind,
     const WorkingCopy copy;
     const bool revisions = kind == "revisions";
     if (revisions) words.emplace_back("HEAD");
-    if (revisions || kind == "branches") add_references(words, copy, std::string(kHeads));
-    if (revisions || kind == "tags") add_references(words, copy, "refs/tags/");
+    if (revisions || kind == "branches") add_references(words, copy, kHeads);
+    if (revisions || kind == "tags") add_references(words, copy, kTags);
     if (kind == "trash") add_trash(words, copy);
     if (kind == "objects") add_objects(words, line);
     std::erase_if(words, [](const std::string &word) {

@@ -3,6 +3,7 @@
 #include "graph.hpp"
 #include "refs.hpp"
 #include "show.hpp"
+#include "walks.hpp"
 #include "when.hpp"
 
 #include <map>
@@ -35,17 +36,12 @@ using OwnedReference = Owned<Reference, zReferenceFree>;
 // All references, by full name, with what they lead to.
 std::map<std::string, Oid> references(const WorkingCopy &copy) {
     std::map<std::string, Oid> found;
-    const auto visit = [](Reference *reference, void *context) {
-        try {
-            if (const Oid *id = zReferenceResolve(reference))
-                static_cast<decltype(found) *>(context)->emplace(narrow(zReferenceName(reference)),
-                                                                 *id);
-            return true;
-        } catch (...) {
-            return false;
-        }
+    const auto visit = [&](Reference *reference) {
+        if (const Oid *id = zReferenceResolve(reference))
+            found.emplace(narrow(zReferenceName(reference)), *id);
+        return true;
     };
-    check(zReferenceForeach(copy.repository(), visit, &found), "references");
+    check(each_reference(copy.repository(), visit), "references");
     return found;
 }
 

@@ -8,6 +8,7 @@
 #include "refs.hpp"
 #include "remote_copy.hpp"
 #include "verb.hpp"
+#include "walks.hpp"
 
 #include <unistd.h>
 
@@ -89,18 +90,14 @@ fs::path source_of(const std::string &given) {
 // The other branches become branches here, too; Git has made them those of a remote.
 void make_branches(Repository *repository) {
     std::vector<std::pair<std::string, Oid>> branches;
-    const auto visit = [](Reference *reference, void *context) {
-        try {
-            const std::string name = narrow(zReferenceName(reference));
-            if (!name.starts_with(kRemote) || zReferenceType(reference) != 1) return true;
-            static_cast<decltype(branches) *>(context)->emplace_back(
-                "refs/heads/" + name.substr(kRemote.size()), *zReferenceTarget(reference));
-            return true;
-        } catch (...) {
-            return false;
-        }
+    const auto visit = [&](Reference *reference) {
+        const std::string name = narrow(zReferenceName(reference));
+        if (name.starts_with(kRemote) && zReferenceType(reference) == 1)
+            branches.emplace_back(full_branch(name.substr(kRemote.size())),
+                                  *zReferenceTarget(reference));
+        return true;
     };
-    check(zReferenceForeach(repository, visit, &branches), "references");
+    check(each_reference(repository, visit), "references");
     for (const auto &[name, id] : branches)
         if (!zReferenceExists(repository, wide(name).c_str()))
             Owned<Reference, zReferenceFree>(

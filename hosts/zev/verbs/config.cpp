@@ -3,6 +3,7 @@
 
 #include "author.hpp"
 #include "usage.hpp"
+#include "walks.hpp"
 
 #include <algorithm>
 
@@ -92,17 +93,12 @@ void print(Host &host, const Config *settings, const std::string &key, const cha
 // Those of branches only as far as they are set, for the branches that there are.
 int list(Host &host, const WorkingCopy &copy, const Config *settings) {
     std::vector<std::string> branches;
-    const auto visit = [](Reference *reference, void *context) {
-        try {
-            if (zReferenceIsBranch(reference))
-                static_cast<std::vector<std::string> *>(context)->push_back(
-                    narrow(zReferenceShorthand(reference)));
-            return true;
-        } catch (...) {
-            return false;
-        }
+    const auto visit = [&](Reference *reference) {
+        if (zReferenceIsBranch(reference))
+            branches.push_back(narrow(zReferenceShorthand(reference)));
+        return true;
     };
-    check(zReferenceForeach(copy.repository(), visit, &branches), "references");
+    check(each_reference(copy.repository(), visit), "references");
     for (const Key &known : kKeys) {
         const std::string name(known.name);
         const size_t star = name.find('*');

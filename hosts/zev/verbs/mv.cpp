@@ -6,6 +6,7 @@
 #include "keep_files.hpp"
 #include "moved.hpp"
 #include "odd_names.hpp"
+#include "walks.hpp"
 
 namespace host {
 
@@ -28,24 +29,12 @@ void declare(CLI::App &verb, Options &options) {
 // The tables of moved drawings follow, so that the next add doesn't take these for copies.
 void move_tables(const WorkingCopy &copy, Index *index, const std::string &from,
                  const std::string &to) {
-    struct Walk {
-        const std::string &directory;
-        Paths drawings;
-    } walk{to, {}};
-    const auto visit = [](const IndexEntry *entry, void *context) -> int32_t {
-        try {
-            auto *found = static_cast<Walk *>(context);
-            std::string path = narrow(zIndexEntryPath(entry));
-            if (is_drawing_name(path) && same_or_below(path, found->directory))
-                found->drawings.push_back(std::move(path));
-            return 0;
-        } catch (...) {
-            return -1;
-        }
-    };
-    check(zIndexWalk(index, visit, &walk));
-    for (const std::string &path : walk.drawings)
-        move_table(copy, from + path.substr(to.size()), path);
+    Paths drawings;
+    each_entry_of(index, [&](const IndexEntry *entry) {
+        std::string path = narrow(zIndexEntryPath(entry));
+        if (is_drawing_name(path) && same_or_below(path, to)) drawings.push_back(std::move(path));
+    });
+    for (const std::string &path : drawings) move_table(copy, from + path.substr(to.size()), path);
 }
 
 class Mover {

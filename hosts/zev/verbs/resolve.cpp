@@ -3,6 +3,7 @@
 #include "conflict_nodes.hpp"
 #include "index_change.hpp"
 #include "verb.hpp"
+#include "walks.hpp"
 
 #include <algorithm>
 #include <fstream>
@@ -54,16 +55,8 @@ class Beside {
   public:
     explicit Beside(const WorkingCopy &copy) : copy_(copy) {
         OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-        check(zIndexWalk(
-            index.get(),
-            [](const IndexEntry *entry, void *self) -> int32_t {
-                try {
-                    return static_cast<Beside *>(self)->take(zIndexEntryPath(entry)), 0;
-                } catch (...) {
-                    return -1;
-                }
-            },
-            this));
+        each_entry_of(index.get(),
+                      [this](const IndexEntry *entry) { take(zIndexEntryPath(entry)); });
     }
     Beside(const Beside &) = delete;
     Beside &operator=(const Beside &) = delete;

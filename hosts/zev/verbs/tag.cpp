@@ -3,6 +3,7 @@
 #include "refs.hpp"
 #include "show.hpp"
 #include "verb.hpp"
+#include "walks.hpp"
 #include "when.hpp"
 
 #include <map>
@@ -10,8 +11,6 @@
 namespace host {
 
 namespace {
-
-constexpr std::string_view kTags = "refs/tags/";
 
 struct Options {
     std::string name; // empty: list them
@@ -38,18 +37,12 @@ std::string full_tag(const std::string &name) { return std::string(kTags) + name
 // By short name, with what they lead to; a tag of git's own with words to it leads to itself.
 std::map<std::string, Oid> tags_of(const WorkingCopy &copy) {
     std::map<std::string, Oid> found;
-    const auto visit = [](Reference *reference, void *context) {
-        try {
-            if (!zReferenceIsTag(reference)) return true;
-            if (const Oid *id = zReferenceResolve(reference))
-                static_cast<decltype(found) *>(context)->emplace(
-                    narrow(zReferenceName(reference)).substr(kTags.size()), *id);
-            return true;
-        } catch (...) {
-            return false;
-        }
+    const auto visit = [&](Reference *reference) {
+        const Oid *id = zReferenceIsTag(reference) ? zReferenceResolve(reference) : nullptr;
+        if (id) found.emplace(narrow(zReferenceName(reference)).substr(kTags.size()), *id);
+        return true;
     };
-    check(zReferenceForeach(copy.repository(), visit, &found), "references");
+    check(each_reference(copy.repository(), visit), "references");
     return found;
 }
 
