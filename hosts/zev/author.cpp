@@ -14,16 +14,8 @@ namespace {
 
 using OwnedConfig = Owned<Config, zConfigFree>;
 
-std::string trimmed(const std::string &text) {
-    const size_t begin = text.find_first_not_of(" \t");
-    return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
-}
-
-std::string setting(const WorkingCopy &copy, const zwchar *key) {
-    const OwnedConfig settings(check(zConfigRepo(copy.repository())));
-    return zConfigExists(settings.get(), key)
-               ? trimmed(narrow(zConfigGetString(settings.get(), key)))
-               : "";
+std::string setting(const Config *settings, const zwchar *key) {
+    return zConfigExists(settings, key) ? trimmed(narrow(zConfigGetString(settings, key))) : "";
 }
 
 std::string environment(const char *name) {
@@ -32,10 +24,11 @@ std::string environment(const char *name) {
 }
 
 std::string known_author(const WorkingCopy &copy, const std::string &account) {
-    std::string name = setting(copy, kAuthorKey);
+    const OwnedConfig settings(check(zConfigRepo(copy.repository())));
+    std::string name = setting(settings.get(), kAuthorKey);
     if (name.empty()) name = environment("ZEV_AUTHOR");
     if (name.empty()) name = account;
-    return name.empty() ? setting(copy, u"user.name") : name;
+    return name.empty() ? setting(settings.get(), u"user.name") : name;
 }
 
 std::string login_name() {

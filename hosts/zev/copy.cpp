@@ -60,6 +60,13 @@ TempFile::~TempFile() {
     fs::remove(fs::path(path_), ignored);
 }
 
+Failed failed_at(const fs::filesystem_error &error) {
+    const bool missing = error.code() == std::errc::no_such_file_or_directory;
+    const std::string path = error.path1().string();
+    return Failed(missing ? kNotFound : kSystem, error.code().value(),
+                  (path.empty() ? "" : path + ": ") + error.code().message());
+}
+
 WorkingCopy::WorkingCopy() {
     repository_.reset(zRepositoryDiscover(u".", nullptr));
     if (!repository_ && zErrorClass() == kNotFound)

@@ -31,6 +31,9 @@ struct RevisionPath {
     std::string path;
 };
 
+// What the system says of a path, in the form of the library's own messages.
+Failed failed_at(const std::filesystem::filesystem_error &error);
+
 class WorkingCopy {
   public:
     WorkingCopy(); // searches upward from the current directory

@@ -4,7 +4,6 @@
 
 #include "dxf/history.hpp"
 #include "kinds.hpp"
-#include "reception.hpp"
 #include "show.hpp"
 #include "when.hpp"
 
@@ -173,7 +172,7 @@ std::set<std::string> changed_here(const WorkingCopy &copy) {
 namespace {
 
 std::string objects_text(const ObjectCount &count) {
-    const std::string all = grouped(count.all) + (count.all == 1 ? " object" : " objects");
+    const std::string all = count_of(count.all, "object");
     return count.changed == count.all ? all : grouped(count.changed) + " of " + all;
 }
 

@@ -103,11 +103,6 @@ std::string letter_of(const std::vector<Button> &buttons, const Button &button) 
     return typed(buttons, letter) == button.id ? letter : "";
 }
 
-std::string trimmed(const std::string &text) {
-    const size_t begin = text.find_first_not_of(" \t");
-    return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
-}
-
 // ---- The question as text
 
 std::vector<std::string> texts_of(const TaskDialog *dialog) {
@@ -219,9 +214,8 @@ const HostNotify &HostNotify::of(const Notify *table) {
 void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
     if (zStrsameW(word, zI18nTextLookup(zI18nCurrentLang(), u"action.sFetchingContent")))
         return output_.progress(narrow(word) + " ...");
-    const zwchar *restored = zI18nTextLookup(zI18nCurrentLang(), u"action.sRestored");
-    const zwchar *reverted = zI18nTextLookup(zI18nCurrentLang(), u"action.sReverted");
-    if (from_trash_ && zStrsameW(word, reverted)) word = restored;
+    if (from_trash_ && zStrsameW(word, zI18nTextLookup(zI18nCurrentLang(), u"action.sReverted")))
+        word = zI18nTextLookup(zI18nCurrentLang(), u"action.sRestored");
     const auto *known = find_action(word);
     const std::string name = known ? known->name : narrow(word);
     const bool failed = name == "failed"; // its text is a message

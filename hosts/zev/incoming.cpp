@@ -27,8 +27,7 @@ struct Result {
 std::string sentence(const Result &result) {
     const std::string id = short_id(zCommitId(result.commit.get()));
     if (!result.files && !result.missed) return "up to date at " + id;
-    std::string text = "updated to " + id + ": " + grouped(result.files) +
-                       (result.files == 1 ? " file" : " files");
+    std::string text = "updated to " + id + ": " + count_of(result.files, "file");
     return result.came.objects ? text + "; " + stock_text(result.came) + " came" : text;
 }
 

@@ -275,14 +275,6 @@ void enter(const std::string &directory) {
     if (error) throw std::filesystem::filesystem_error({}, directory, error);
 }
 
-// What the system says of a path, in the form of the library's own messages.
-Failed failed_at(const std::filesystem::filesystem_error &error) {
-    const bool missing = error.code() == std::errc::no_such_file_or_directory;
-    const std::string path = error.path1().string();
-    return Failed(missing ? kNotFound : kSystem, error.code().value(),
-                  (path.empty() ? "" : path + ": ") + error.code().message());
-}
-
 // The library takes a refusal by rights for a lock that another process holds.
 Failed told_better(const Failed &failed) {
     const std::string text = failed.what(), path = text.substr(0, text.find(": "));

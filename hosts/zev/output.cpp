@@ -105,6 +105,25 @@ std::string shown_path(const zwchar *path) {
     return shown;
 }
 
+std::string trimmed(const std::string &text) {
+    const size_t begin = text.find_first_not_of(" \t");
+    return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
+}
+
+std::string grouped(uint64_t number) {
+    std::string text = std::to_string(number);
+    for (size_t at = text.size(); at > 3;) text.insert(at -= 3, ",");
+    return text;
+}
+
+std::string count_of(uint64_t number, const char *noun) {
+    return grouped(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+std::string plural(uint64_t number, const char *noun) {
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
 std::string visible(std::string_view text, std::string_view kept) {
     std::string out;
     while (!text.empty()) {
@@ -170,8 +189,12 @@ std::string Record::text() const {
     const Owned<zwchar, zStrfreeW> written(check(zJsonWriteTextual(object_.get())));
     std::string out;
     for (const char c : narrow(written.get())) {
-        char code[8] = {c};
-        if (static_cast<unsigned char>(c) < 32) snprintf(code, sizeof code, "\\u%04x", c);
+        if (static_cast<unsigned char>(c) >= 32) {
+            out += c;
+            continue;
+        }
+        char code[8];
+        snprintf(code, sizeof code, "\\u%04x", c);
         out += code;
     }
     return out;

@@ -19,6 +19,12 @@ enum class ColourMode { automatic, always, never };
 // What is below a blank and no white space becomes a blank: no commit holds it.
 std::string clean(std::string text);
 
+std::string trimmed(const std::string &text); // of blanks and tabs
+
+std::string grouped(uint64_t number);                    // "4,147"
+std::string count_of(uint64_t number, const char *noun); // "4,147 objects"
+std::string plural(uint64_t number, const char *noun);   // "4147 items"
+
 // Others' words on one line: control characters, marks that turn the direction of writing and bytes
 // that are no UTF-8 as \n, \t, \x1b, \u202e, \xff. What is so already stays.
 std::string visible(std::string_view text, std::string_view kept = {}); // but for the `kept` ones

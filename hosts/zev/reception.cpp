@@ -74,19 +74,8 @@ void add_alone(Stock &stock, const fs::path &directory, fs::file_time_type since
 
 } // namespace
 
-std::string grouped(uint64_t number) {
-    std::string text = std::to_string(number);
-    for (size_t at = text.size(); at > 3;) text.insert(at -= 3, ",");
-    return text;
-}
-
-std::string count_of(uint64_t number, const char *noun) {
-    return grouped(number) + " " + noun + (number == 1 ? "" : "s");
-}
-
 std::string stock_text(const Stock &stock) {
-    return grouped(stock.objects) + (stock.objects == 1 ? " object, " : " objects, ") +
-           narrow(zNumToHumanBytes(stock.bytes));
+    return count_of(stock.objects, "object") + ", " + narrow(zNumToHumanBytes(stock.bytes));
 }
 
 // A get that was cut short has left no answer of the server's, unlike one of an empty project.

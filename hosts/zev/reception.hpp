@@ -45,7 +45,5 @@ void tell_unfinished(Host &host, const WorkingCopy &copy);
 
 // "1,204 objects, 3.4 MB"
 std::string stock_text(const Stock &stock);
-std::string grouped(uint64_t number);                    // "4,147"
-std::string count_of(uint64_t number, const char *noun); // "4,147 objects"
 
 } // namespace host

@@ -3,7 +3,6 @@
 //   seconds  integer  of the last answer, since 1970
 #include "server_note.hpp"
 
-#include "reception.hpp"
 #include "refs.hpp"
 #include "show.hpp"
 

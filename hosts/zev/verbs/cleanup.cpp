@@ -47,32 +47,27 @@ uint64_t count_trash(Host &host, const WorkingCopy &copy) {
     return count;
 }
 
-std::string counted(uint64_t count, const char *what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 void confirm(Host &host, const Options &options, const std::vector<std::string> &files,
              uint64_t items) {
     if (files.empty() && !items) return;
-    std::string what = files.empty() ? "" : counted(files.size(), "untracked file");
-    if (items) what += (what.empty() ? "" : " and ") + counted(items, "item") + " of the trash";
-    const int32_t answer =
-        options.purge ? ask(host.notify, {.id = "zev.cleanup.purge",
-                                          .title = "",
-                                          .instruction = "Delete " + what + " for good?",
-                                          .content = files.empty() ? "Nothing brings them back."
-                                                                   : some_of(files),
-                                          .buttons = {"Delete", "Keep"}})
-                      : ask(host.notify, {.id = "zev.cleanup.untracked",
-                                          .title = "",
-                                          .instruction = "Move " + what + " to the trash?",
-                                          .content = some_of(files),
-                                          .buttons = {"Move", "Keep"}});
-    if (answer == 1) return;
-    const std::string stays = options.purge ? "nothing was deleted" : "nothing was moved";
-    if (host.notify->outcome().unanswered)
-        throw Failed(kCanceled, stays + "; --yes says that it is meant");
-    throw Failed(kCanceled, stays);
+    std::string what = files.empty() ? "" : plural(files.size(), "untracked file");
+    if (items) what += (what.empty() ? "" : " and ") + plural(items, "item") + " of the trash";
+    if (options.purge)
+        require_yes(host.notify,
+                    {.id = "zev.cleanup.purge",
+                     .title = "",
+                     .instruction = "Delete " + what + " for good?",
+                     .content = files.empty() ? "Nothing brings them back." : some_of(files),
+                     .buttons = {"Delete", "Keep"}},
+                    "nothing was deleted");
+    else
+        require_yes(host.notify,
+                    {.id = "zev.cleanup.untracked",
+                     .title = "",
+                     .instruction = "Move " + what + " to the trash?",
+                     .content = some_of(files),
+                     .buttons = {"Move", "Keep"}},
+                    "nothing was moved");
 }
 
 int run(Host &host, const Options &options) {

@@ -147,7 +147,7 @@ int run(Host &host, const Options &options) {
     }
     aside.move_to(target);
     host.out.line("a working copy of " + source.string() + " in " + target.string() + ", with " +
-                  std::to_string(tables) + (tables == 1 ? " table" : " tables") + " of drawings");
+                  plural(tables, "table") + " of drawings");
     host.out.record(Record("clone")
                         .set(u"source", source.string())
                         .set(u"path", target.string())

@@ -330,8 +330,7 @@ struct Totals {
 };
 
 std::string counted_lines(const LineCounts &lines) {
-    return std::to_string(lines.added) + (lines.added == 1 ? " line" : " lines") + " added, " +
-           std::to_string(lines.removed) + " removed";
+    return plural(lines.added, "line") + " added, " + std::to_string(lines.removed) + " removed";
 }
 
 void print_summary(Host &host, const Totals &totals) {

@@ -107,7 +107,7 @@ void tell_written(Host &host, const std::string &target, uint64_t size, const Dr
     record.set(u"path", target).set(u"bytes", size);
     if (drawing) {
         const uint64_t objects = zDrawingObjectCount(drawing);
-        text += ", " + std::to_string(objects) + (objects == 1 ? " object" : " objects");
+        text += ", " + plural(objects, "object");
         record.set(u"objects", objects);
     }
     host.out.line(text);
@@ -241,9 +241,7 @@ bool export_next(Host &host, const WorkingCopy &copy, const Options &options,
     host.out.fail(failed, kFailed);
     return false;
 } catch (const fs::filesystem_error &error) {
-    host.out.fail(Failed(kSystem, error.code().value(),
-                         error.path1().string() + ": " + error.code().message()),
-                  kFailed);
+    host.out.fail(failed_at(error), kFailed);
     return false;
 }
 

@@ -2,7 +2,6 @@
 
 #include "dxf/drawing.hpp"
 #include "needed_rows.hpp"
-#include "reception.hpp"
 #include "verb.hpp"
 
 #include <algorithm>
@@ -200,9 +199,7 @@ bool import_next(Host &host, const WorkingCopy &copy, const Item &item) try {
     host.out.fail(failed, kFailed);
     return false;
 } catch (const fs::filesystem_error &error) {
-    host.out.fail(Failed(kSystem, error.code().value(),
-                         error.path1().string() + ": " + error.code().message()),
-                  kFailed);
+    host.out.fail(failed_at(error), kFailed);
     return false;
 }
 

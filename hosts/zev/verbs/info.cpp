@@ -1,6 +1,5 @@
 // info: where a copy comes from, who the user is there, and how far it is behind.
 
-#include "reception.hpp"
 #include "server.hpp"
 #include "server_note.hpp"
 #include "show.hpp"
@@ -73,16 +72,12 @@ State look(Host &host, const WorkingCopy &copy, const Options &options) {
     return state;
 }
 
-std::string counted(uint64_t count, const char *one, const char *many) {
-    return grouped(count) + " " + (count == 1 ? one : many);
-}
-
 std::string behind(const State &state) {
     if (!state.newest) return "the server's project is empty so far";
     if (state.files && !*state.files) return "up to date";
     std::string text;
-    if (state.commits && *state.commits) text = counted(*state.commits, "commit", "commits");
-    if (state.files) text += (text.empty() ? "" : ", ") + counted(*state.files, "file", "files");
+    if (state.commits && *state.commits) text = count_of(*state.commits, "commit");
+    if (state.files) text += (text.empty() ? "" : ", ") + count_of(*state.files, "file");
     return text.empty() ? "the server has another state" : text + " behind";
 }
 

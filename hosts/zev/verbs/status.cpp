@@ -213,8 +213,7 @@ void tell_server(Host &host, const WorkingCopy &copy) {
     std::string text = note.seconds ? "as of " + short_time(note.seconds) : "never asked";
     if (updates)
         text += !*updates ? ": nothing is new there"
-                          : ": " + grouped(*updates) + (*updates == 1 ? " file" : " files") +
-                                " would come by \"zev update\"";
+                          : ": " + count_of(*updates, "file") + " would come by \"zev update\"";
     host.out.line(host.out.paint(Colour::dim, url + ", " + text));
     const ServerStanding standing = known_standing(copy);
     for (const std::string &line : standing_lines(standing)) host.out.line(line);

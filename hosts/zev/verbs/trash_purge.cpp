@@ -26,10 +26,6 @@ void declare(CLI::App &verb, Options &options) {
 
 constexpr int64_t kSecondsPerDay = 86400;
 
-std::string plural(uint64_t count, const char *noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
 // Nothing goes without a yes.
 void confirm(Host &host, const std::string &what) {
     require_yes(host.notify,

@@ -34,16 +34,12 @@ bool bring_back(Host &host, const WorkingCopy &copy, const TrashEntry *entry) {
     return false;
 }
 
-std::string items(uint64_t count) {
-    return std::to_string(count) + (count == 1 ? " item" : " items");
-}
-
 int list(Host &host, Journal journal) {
     std::reverse(journal.begin(), journal.end());
     if (journal.empty()) host.out.line("no command put anything into the trash");
     for (const JournalEntry &entry : journal) {
         host.out.line(short_time(entry.seconds) + "  " + padded(entry.verb, 10) +
-                      items(entry.count) + (entry.undone ? ", undone" : ""));
+                      plural(entry.count, "item") + (entry.undone ? ", undone" : ""));
         host.out.record(Record("command")
                             .set(u"verb", entry.verb)
                             .set(u"time", iso_time(entry.seconds))

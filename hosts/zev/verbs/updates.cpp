@@ -1,7 +1,6 @@
 // updates: what is new on the server, before it comes.
 
 #include "forecast.hpp"
-#include "reception.hpp"
 #include "refs.hpp"
 #include "server_note.hpp"
 #include "show.hpp"
