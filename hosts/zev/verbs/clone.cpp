@@ -7,10 +7,9 @@
 #include "foreign_rows.hpp"
 #include "refs.hpp"
 #include "remote_copy.hpp"
+#include "scratch.hpp"
 #include "verb.hpp"
 #include "walks.hpp"
-
-#include <unistd.h>
 
 namespace host {
 
@@ -35,29 +34,6 @@ void declare(CLI::App &verb, Options &options) {
         ->type_name("DIR")
         ->required();
 }
-
-// Gone with this, unless it was moved.
-class Aside {
-  public:
-    explicit Aside(const fs::path &target)
-        : path_(target.parent_path() /
-                (".zev-clone-" + std::to_string(getpid()) + "-" + target.filename().string())) {}
-    ~Aside() {
-        std::error_code ignored;
-        if (!path_.empty()) fs::remove_all(path_, ignored);
-    }
-    Aside(const Aside &) = delete;
-    Aside &operator=(const Aside &) = delete;
-
-    const fs::path &path() const { return path_; }
-    void move_to(const fs::path &target) {
-        fs::rename(path_, target); // an empty directory is replaced
-        path_.clear();
-    }
-
-  private:
-    fs::path path_;
-};
 
 fs::path target_of(const std::string &given) {
     fs::path target = fs::absolute(given).lexically_normal();
@@ -133,7 +109,7 @@ uint64_t copy_tables(Host &host, const fs::path &from, const fs::path &to) {
 
 int run(Host &host, const Options &options) {
     const fs::path target = target_of(options.directory), source = source_of(options.source);
-    Aside aside(target);
+    Scratch aside(target.parent_path(), "clone", "-" + target.filename().string());
     uint64_t tables = 0;
     {
         const WorkingCopy original;

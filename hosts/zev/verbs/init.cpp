@@ -1,8 +1,7 @@
 // init: a new working copy, in a new directory or around files that are there.
 
+#include "scratch.hpp"
 #include "verb.hpp"
-
-#include <unistd.h>
 
 namespace host {
 
@@ -21,23 +20,6 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_option("directory", options.directory, "A directory, new or not")->type_name("DIR");
 }
 
-// A directory of our own within, gone with this.
-class Aside {
-  public:
-    explicit Aside(const fs::path &directory)
-        : path_(directory / (".zev-init-" + std::to_string(getpid()))) {}
-    ~Aside() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    Aside(const Aside &) = delete;
-    Aside &operator=(const Aside &) = delete;
-    const fs::path &path() const { return path_; }
-
-  private:
-    fs::path path_;
-};
-
 void make(const fs::path &directory) {
     OwnedRepository(
         check(zRepositoryInit(wide_path(directory.string()).c_str(), false), directory.string()));
@@ -45,7 +27,7 @@ void make(const fs::path &directory) {
 
 // The repository is made aside, on the same disk, and takes its place as a whole.
 void make_around(const fs::path &directory) {
-    const Aside aside(directory);
+    const Scratch aside(directory, "init");
     make(aside.path());
     fs::rename(aside.path() / ".git", directory / ".git");
 }
