@@ -20,18 +20,13 @@ class Amend {
         : host_(host), copy_(copy), given_(amendment) {}
 
     int run() {
-        bool has_conflicts = false;
-        const auto attempt = [&](bool) {
-            const OwnedIndex index = copy_.lock_index();
-            has_conflicts = zIndexHasConflicts(index.get());
-            return has_conflicts || make(index.get());
-        };
-        repeat_overtaken(attempt, [] {});
-        return has_conflicts ? fail_conflicts(host_) : tell();
+        const bool made =
+            make_unless_conflicts(copy_, [this](Index *index) { return make(index); });
+        return made ? tell() : fail_conflicts(host_);
     }
 
   private:
-    // Null where another program came in between.
+    // False where another program came in between.
     bool make(Index *index) {
         old_ = copy_.head();
         author_ = given_.author.empty() ? narrow(zCommitAuthor(old_.get())) : given_.author;
@@ -48,9 +43,10 @@ class Amend {
         return made_ != nullptr;
     }
 
+    bool says_more() const { return !given_.author.empty() || !given_.message.empty(); }
+
     void require_change(Index *index) const {
-        const bool says_more = !given_.author.empty() || !given_.message.empty();
-        if (!says_more && !given_.spec && is_as_head(copy_, index))
+        if (!says_more() && !given_.spec && is_as_head(copy_, index))
             throw Failed(kNotFound, "nothing to amend; \"zev add\" files, name them, or give "
                                     "another message");
     }
@@ -66,8 +62,7 @@ class Amend {
 
     // All that is tracked is as it was: what is left are the words.
     OwnedCommit reword(Index *index, const TempBranch &temporary) const {
-        const bool says_more = !given_.author.empty() || !given_.message.empty();
-        if (!given_.paths.empty() || !says_more) throw Failed(kNotFound, narrow(zErrorMsg()));
+        if (!given_.paths.empty() || !says_more()) throw Failed(kNotFound, narrow(zErrorMsg()));
         return commit(index, nullptr, temporary.name());
     }
 

@@ -49,4 +49,17 @@ template <class Work> OwnedIndex change_index(const WorkingCopy &copy, Work work
     return change_index(copy, work, [] {});
 }
 
+// `make(index)` under the index's lock, until it gives true: nobody has come in between. False,
+// without it, where the index has conflicts.
+template <class Make> bool make_unless_conflicts(const WorkingCopy &copy, Make make) {
+    bool has_conflicts = false;
+    const auto attempt = [&](bool) {
+        const OwnedIndex index = copy.lock_index();
+        has_conflicts = zIndexHasConflicts(index.get());
+        return has_conflicts || make(index.get());
+    };
+    repeat_overtaken(attempt, [] {});
+    return !has_conflicts;
+}
+
 } // namespace host

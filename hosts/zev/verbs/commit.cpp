@@ -85,16 +85,12 @@ OwnedCommit commit(Host &host, const WorkingCopy &copy, Index *index, Request &r
 
 int commit_here(Host &host, const WorkingCopy &copy, Request request) {
     OwnedCommit made;
-    bool has_conflicts = false;
-    const auto attempt = [&](bool) {
-        const OwnedIndex index = copy.lock_index();
-        has_conflicts = zIndexHasConflicts(index.get());
-        if (!has_conflicts) made = commit(host, copy, index.get(), request);
-        return has_conflicts || made;
+    const auto make = [&](Index *index) {
+        made = commit(host, copy, index, request);
+        return made != nullptr;
     };
-    repeat_overtaken(attempt, [] {});
-    return has_conflicts ? fail_conflicts(host)
-                         : tell_commit(host, made.get(), request.author, request.message);
+    if (!make_unless_conflicts(copy, make)) return fail_conflicts(host);
+    return tell_commit(host, made.get(), request.author, request.message);
 }
 
 // What a commit takes from the disk; nothing where it takes the index as it is.
