@@ -22,17 +22,14 @@ class Search {
 
     // False where the texts are too unlike.
     bool run() {
-        std::vector<int> furthest{0, 0,
-                                  0}; // by diagonal, from -1 on: one wider than d on each side
         for (int d = 0; d <= static_cast<int>(kMaxDifference); ++d) {
-            std::vector<int> next(2 * static_cast<size_t>(d) + 3, -1);
+            std::vector<int> points(2 * static_cast<size_t>(d) + 3, -1);
             for (int k = -d; k <= d; k += 2) {
-                const int row = slide(d ? step(furthest, d, k) : 0, k);
-                next[static_cast<size_t>(k + d + 1)] = row;
+                const int row = slide(d ? step(d, k).row : 0, k);
+                points[static_cast<size_t>(k + d + 1)] = row;
                 if (row >= rows_ && row - k >= columns_) return walk_back(d, k), true;
             }
-            kept_.push_back(next);
-            furthest = std::move(next);
+            kept_.push_back(std::move(points));
         }
         return false;
     }
@@ -41,16 +38,23 @@ class Search {
     std::vector<std::pair<size_t, size_t>> pairs;
 
   private:
-    // The furthest row of diagonal k at d - 1, of the two beside k: one line taken out, or put in.
-    static int at(const std::vector<int> &points, int d, int k) {
+    // The furthest row of diagonal k with d lines, -1 for none.
+    int furthest(int d, int k) const {
+        const std::vector<int> &points = kept_[static_cast<size_t>(d)];
         const int place = k + d + 1;
         return place < 0 || place >= static_cast<int>(points.size())
                    ? -1
                    : points[static_cast<size_t>(place)];
     }
-    int step(const std::vector<int> &points, int d, int k) const {
-        const int out = at(points, d - 1, k - 1), in = at(points, d - 1, k + 1);
-        return k == -d || (k != d && out < in) ? in : out + 1;
+    // To diagonal k by the d-th line, from the one beside it that comes further.
+    struct Step {
+        int row;
+        bool puts_in; // that line, in place of taking it out
+    };
+    Step step(int d, int k) const {
+        const int out = furthest(d - 1, k - 1), in = furthest(d - 1, k + 1);
+        const bool puts_in = k == -d || (k != d && out < in);
+        return {puts_in ? in : out + 1, puts_in};
     }
     bool same(int row, int column) const {
         return from_[begin_ + static_cast<size_t>(row)] ==
@@ -64,13 +68,10 @@ class Search {
     void walk_back(int d, int k) {
         int row = rows_;
         for (; d > 0; --d) {
-            const std::vector<int> &before = kept_[static_cast<size_t>(d - 1)];
-            const int out = at(before, d - 1, k - 1), in = at(before, d - 1, k + 1);
-            const bool is_in = k == -d || (k != d && out < in);
-            const int start = is_in ? in : out + 1;
+            const auto [start, puts_in] = step(d, k);
             take(start, row, k);
-            row = is_in ? in : out;
-            k += is_in ? 1 : -1;
+            row = puts_in ? start : start - 1;
+            k += puts_in ? 1 : -1;
         }
         take(0, row, k);
         std::reverse(pairs.begin(), pairs.end());
@@ -84,7 +85,7 @@ class Search {
     const Lines &from_, &to_;
     const size_t begin_;
     const int rows_, columns_;
-    std::vector<std::vector<int>> kept_;
+    std::vector<std::vector<int>> kept_; // rows by diagonal, from -d - 1 on: one wider on each side
 };
 
 // Ends of lines are shown where they may be what differs: as ^M, and the lack of one by a line.
