@@ -68,20 +68,22 @@ void fetch(Host &host, const WorkingCopy &copy, const std::string &path) {
 
 } // namespace
 
-void prepare_drawings(Host &host, const WorkingCopy &copy, PathSpec *spec) {
+Paths prepare_drawings(Host &host, const WorkingCopy &copy, PathSpec *spec) {
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     const OwnedStatus list(check(zStatusListBuild(index.get(), spec)));
-    Paths drawings, untracked;
+    Paths drawings, moved, untracked;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
         const StatusEntry *entry = zStatusListEntry(list.get(), i);
         const int32_t kind = zStatusEntryStatus(entry);
         const std::string path = narrow(zStatusEntryPath(entry));
+        if (kind == Z_KIND_UNTRACKED) untracked.push_back(path);
         if (kind == Z_KIND_UNCHANGED || !is_drawing_name(path) || !copy.is_on_disk(path)) continue;
         drawings.push_back(path);
-        if (kind == Z_KIND_UNTRACKED) untracked.push_back(path);
+        if (kind == Z_KIND_UNTRACKED) moved.push_back(path);
     }
     for (const std::string &path : drawings) fetch(host, copy, path);
-    follow_moves(copy, untracked);
+    follow_moves(copy, moved);
+    return untracked;
 }
 
 } // namespace host

@@ -24,25 +24,25 @@ struct Tracked {
 };
 using TrackedFiles = std::map<std::string, Tracked>;
 
-TrackedFiles entries_of(Index *index) {
+template <class F> TrackedFiles entries_of(Index *index, F is_wanted) {
     TrackedFiles files;
     each_entry_of(index, [&](const IndexEntry *entry) {
-        if (!zIndexEntryStage(entry))
-            files.emplace(narrow(zIndexEntryPath(entry)),
-                          Tracked{*zIndexEntryID(entry), zIndexEntrySize(entry)});
+        std::string path = narrow(zIndexEntryPath(entry));
+        if (!zIndexEntryStage(entry) && is_wanted(path))
+            files.emplace(std::move(path), Tracked{*zIndexEntryID(entry), zIndexEntrySize(entry)});
     });
     return files;
 }
 
-void add_head(const WorkingCopy &copy, TrackedFiles &files) {
+void add_drawings_of_head(const WorkingCopy &copy, TrackedFiles &files) {
     if (!copy.born()) return;
     const OwnedTree tree(check(zCommitTree(copy.head().get())));
     const auto visit = [](const zwchar *directory, const TreeEntry *entry,
                           void *context) -> int32_t {
         try {
-            if (zTreeEntryType(entry) == Z_OBJECT_BLOB)
-                static_cast<TrackedFiles *>(context)->emplace(narrow(directory) +
-                                                                  narrow(zTreeEntryName(entry)),
+            const std::string name = narrow(zTreeEntryName(entry));
+            if (zTreeEntryType(entry) == Z_OBJECT_BLOB && is_drawing_name(name))
+                static_cast<TrackedFiles *>(context)->emplace(narrow(directory) + name,
                                                               Tracked{*zTreeEntryId(entry), 0});
             return 0;
         } catch (...) {
@@ -77,8 +77,13 @@ bool same_bytes(const WorkingCopy &copy, const Tracked &file, const std::string 
     return zOidFromFile(&id, full.u16string().c_str()) && zOidIsEqual(&id, &file.id);
 }
 
-bool differ_in_case(const std::string &a, const std::string &b) {
-    return a != b && zStrcasesameA(a.c_str(), b.c_str());
+std::string directory_of(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
+
+// What names that differ in case only have in common.
+std::u16string folded(const std::string &path) {
+    std::u16string text = wide(path);
+    zStrlwrW(text.data());
+    return text;
 }
 
 } // namespace
@@ -86,10 +91,9 @@ bool differ_in_case(const std::string &a, const std::string &b) {
 std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const Paths &untracked) {
     if (gone.empty() || untracked.empty()) return {};
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-    const TrackedFiles all = entries_of(index.get());
-    TrackedFiles files;
-    for (const std::string &path : gone)
-        if (const auto at = all.find(path); at != all.end()) files.insert(*at);
+    const std::set<std::string> lost(gone.begin(), gone.end());
+    const TrackedFiles files =
+        entries_of(index.get(), [&](const std::string &path) { return lost.contains(path); });
     const IdMap<std::string> tables = tables_of_gone(copy, files);
     std::map<std::string, std::string> found; // from, to
     for (const std::string &path : untracked) {
@@ -114,8 +118,8 @@ std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const P
 void follow_moves(const WorkingCopy &copy, const Paths &untracked) {
     if (untracked.empty()) return;
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-    TrackedFiles files = entries_of(index.get());
-    add_head(copy, files);
+    TrackedFiles files = entries_of(index.get(), is_drawing_name);
+    add_drawings_of_head(copy, files);
     const IdMap<std::string> tables = tables_of_gone(copy, files);
     if (tables.empty()) return;
     for (const std::string &path : untracked) {
@@ -126,26 +130,22 @@ void follow_moves(const WorkingCopy &copy, const Paths &untracked) {
     }
 }
 
-void drop_old_cases(const WorkingCopy &copy, Index *index, PathSpec *spec) {
-    std::map<std::string, std::vector<std::string>> gone; // names, by directory
-    const TrackedFiles files = entries_of(index);
-    for (const auto &[path, file] : files)
-        if (!copy.is_on_disk(path)) {
-            const fs::path full(path);
-            gone[full.parent_path().string()].push_back(full.filename().string());
-        }
-    for (const auto &[directory, names] : gone) {
-        std::error_code error;
-        for (const auto &entry : fs::directory_iterator(copy.absolute(directory), error)) {
-            const std::string now = entry.path().filename().string();
-            const std::string path = directory.empty() ? now : directory + "/" + now;
-            if (!is_text(now) || files.contains(path)) continue;
-            for (const std::string &name : names)
-                if (differ_in_case(name, now) && zPathSpecMatched(spec, wide(path).c_str()))
-                    check(zIndexRemoveEntry(
-                        index, wide(directory.empty() ? name : directory + "/" + name).c_str()));
-        }
+void drop_old_cases(const WorkingCopy &copy, Index *index, const Paths &untracked) {
+    if (untracked.empty()) return;
+    std::set<std::string> directories;
+    std::set<std::u16string> names;
+    for (const std::string &path : untracked) {
+        directories.insert(directory_of(path));
+        names.insert(folded(path));
     }
+    Paths gone;
+    each_entry_of(index, [&](const IndexEntry *entry) {
+        std::string path = narrow(zIndexEntryPath(entry));
+        const bool is_beside = !zIndexEntryStage(entry) && directories.contains(directory_of(path));
+        if (is_beside && names.contains(folded(path)) && !copy.is_on_disk(path))
+            gone.push_back(std::move(path));
+    });
+    for (const std::string &path : gone) check(zIndexRemoveEntry(index, wide(path).c_str()));
 }
 
 void move_table(const WorkingCopy &copy, const std::string &from, const std::string &to) {

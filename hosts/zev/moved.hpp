@@ -18,9 +18,9 @@ std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const P
 // serves them from here on, so that they don't count as copies and their past goes on.
 void follow_moves(const WorkingCopy &copy, const Paths &untracked);
 
-// Out of the index what was renamed in case only, as far as the disk tells the two apart: no index
-// holds both names. Only where the new name is selected.
-void drop_old_cases(const WorkingCopy &copy, Index *index, PathSpec *spec);
+// Out of the index what files that nobody tracks were called before, where they were renamed in
+// case only, as far as the disk tells the two apart: no index holds both names.
+void drop_old_cases(const WorkingCopy &copy, Index *index, const Paths &untracked);
 
 // A drawing's table serves the file at a path from now on, if it served one at another path before.
 // A drawing whose table serves a third one is a copy and stays one.

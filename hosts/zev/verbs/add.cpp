@@ -101,11 +101,12 @@ int run(Host &host, const Options &options) {
             require_match(copy, path);
     }
     const uint32_t left_out = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
-    prepare_drawings(host, copy, copy.spec(options.paths, left_out, host.notify).get());
+    const Paths untracked =
+        prepare_drawings(host, copy, copy.spec(options.paths, left_out, host.notify).get());
     change_index(copy, [&](Index *index, bool is_first) { // each file is told of once
         const OwnedSpec spec = copy.spec(options.paths, 0, is_first ? host.notify : nullptr);
         keep_directories(copy, index, present);
-        drop_old_cases(copy, index, spec.get());
+        drop_old_cases(copy, index, untracked);
         check(zIndexAdd(index, spec.get()));
         stop_on_break(host.notify);
     });
