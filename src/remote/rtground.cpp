@@ -11,7 +11,6 @@
 
 #include "objects/store/commit.hpp"
 #include "objects/work/index.hpp"
-#include "objects/work/treebuilder.hpp"
 #include "zev/index.h"
 #include "zev/oid.h"
 #include "zev/reference.h"
@@ -34,11 +33,6 @@ std::u16string text_of(Repository *repository, const Oid &id) {
     const CommitPtr commit(zCommitByid(repository, &id));
     const std::u16string message = zStrsafeW(commit ? zCommitMessage(commit.get()) : nullptr);
     return u"  " + short_text(id) + u" " + message.substr(0, message.find_first_of(u"\r\n"));
-}
-
-TreePtr empty_tree(Repository *repository) {
-    const Owned<TreeBuilder, zTreeBuilderFree> builder(zTreeBuilderNew(repository, nullptr));
-    return TreePtr(builder ? zTreeBuilderWrite(builder.get(), repository) : nullptr);
 }
 
 std::u16string message_of(const Standing &standing) {
@@ -110,7 +104,7 @@ bool lay_ground(UpdateContext &context, Losses losses) {
         return context.tell(u"odb.eFailedToResolveTree_s", zBranchName(context.head.get()));
     if (standing.is_plain()) return true;
     const TreePtr ours(zBranchTree(context.head.get()));
-    TreePtr ground = standing.ground ? std::move(standing.ground) : empty_tree(context.repository);
+    const TreePtr ground = take_ground(context.repository, standing);
     if (!ours || !ground)
         return context.tell(u"odb.eFailedToResolveTree_s", zBranchName(context.head.get()));
     const bool is_same = zOidIsEqual(zTreeId(ours.get()), zTreeId(ground.get()));

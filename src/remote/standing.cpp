@@ -5,9 +5,9 @@
 #include "objects/store/reference.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/tree_pairs.hpp"
+#include "objects/work/file_mode.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "remote/rtdownload.hpp"
-#include "zev/authdb.h"
 #include "zev/oid.h"
 #include "zev/reference.h"
 #include "zev/remote.h"
@@ -125,20 +125,25 @@ class Look {
           agreed_(target_of(git_, agreed_name(head))), server_(target_of(git_, server_name(head))),
           tracked_(tip ? tip : target_of(git_, upstream_name_)) {}
 
-    // What the branch holds is what the server has.
+    // A branch that holds what the server has goes out from where it is.
+    void find(Standing &standing, Losses losses) {
+        if (is_even()) return take_head();
+        find_unsent(standing);
+        if (losses == Losses::count) find_lost(standing);
+    }
+    bool is_lost_unknown() const;
+    bool find_ground(Standing &standing);
+
+  private:
     bool is_even() const {
         const git::Commit ours = head_ ? commit_of(git_, *head_) : git::Commit();
         const git::Commit theirs = tracked_ ? commit_of(git_, *tracked_) : git::Commit();
         return ours && theirs &&
                git_oid_equal(git_commit_tree_id(ours.get()), git_commit_tree_id(theirs.get()));
     }
+    void take_head() { base_ = head_; }
     void find_unsent(Standing &standing);
     void find_lost(Standing &standing);
-    bool is_lost_unknown() const;
-    bool find_ground(Standing &standing);
-    void take_head() { base_ = head_; }
-
-  private:
     bool is_noted(const Oid &id) const;
     std::vector<Oid> known_tips() const;
     bool is_of_update(const Oid &id, const Ids &trees) const;
@@ -269,7 +274,7 @@ bool is_object(TreePairs::Entry entry, TreePairs::Entry other) {
 // nor the other, of an update of some files only, leaves the ground: both sides have it then, each
 // its own. What the user may not read, and has not got, is none of his.
 bool Look::give_back(Standing &standing, Tree *before, Tree *after) {
-    const Owned<Authdb, zAuthdbFree> rules(zAuthdbOpen(repository_));
+    const AuthdbPtr rules(zAuthdbOpen(repository_));
     const Owned<TreeBuilder, zTreeBuilderFree> builder(
         zTreeBuilderNew(repository_, standing.ground.get()));
     if (!rules || !builder) return false;
@@ -305,9 +310,7 @@ bool Look::give_back(Standing &standing, Tree *before, Tree *after) {
 
 Standing find_standing(Look look) {
     Standing standing;
-    if (look.is_even()) return standing;
-    look.find_unsent(standing);
-    look.find_lost(standing);
+    look.find(standing, Losses::count);
     return standing;
 }
 
@@ -323,13 +326,14 @@ void write_note(Repository *repository, const std::string &name, const Oid *id) 
 bool look_at_standing(Repository *repository, const Branch *head, const Branch *upstream,
                       Losses losses, Standing &standing) {
     Look look(repository, head, upstream);
-    if (look.is_even()) {
-        look.take_head();
-    } else {
-        look.find_unsent(standing);
-        if (losses == Losses::count) look.find_lost(standing);
-    }
+    look.find(standing, losses);
     return look.find_ground(standing);
+}
+
+TreePtr take_ground(Repository *repository, Standing &standing) {
+    if (standing.ground) return std::move(standing.ground);
+    const Owned<TreeBuilder, zTreeBuilderFree> builder(zTreeBuilderNew(repository, nullptr));
+    return TreePtr(builder ? zTreeBuilderWrite(builder.get(), repository) : nullptr);
 }
 
 Standing find_standing(Repository *repository, const Branch *head, const Branch *upstream,
@@ -389,9 +393,7 @@ Tree *zRemoteGround(Repository *repository) try {
     if (!branches.upstream || !look_at_standing(repository, branches.head.get(),
                                                 branches.upstream.get(), Losses::count, found))
         return nullptr;
-    if (found.ground) return found.ground.release();
-    const Owned<TreeBuilder, zTreeBuilderFree> builder(zTreeBuilderNew(repository, nullptr));
-    return builder ? zTreeBuilderWrite(builder.get(), repository) : nullptr;
+    return take_ground(repository, found).release();
 } catch (...) {
     return fail_thrown();
 }

@@ -36,6 +36,9 @@ enum class Losses { count, are_meant };
 // By what is here. False, raised, where a tree isn't that it takes. May throw, as all below.
 bool look_at_standing(Repository *repository, const Branch *head, const Branch *upstream,
                       Losses losses, Standing &standing);
+// Its ground for the caller, also the empty one as a tree. Null, raised, where that can't be
+// written.
+TreePtr take_ground(Repository *repository, Standing &standing);
 // The same without the tree, for which less must be here, and of a state of the server's to which
 // the tracking reference is yet to move.
 Standing find_standing(Repository *repository, const Branch *head, const Branch *upstream,
