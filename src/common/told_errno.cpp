@@ -1,5 +1,5 @@
-// Of libgit2's failures and LevelDB's only the text tells it.
-#include "common/no_space.hpp"
+// The words are the C library's, in no language but English.
+#include "common/told_errno.hpp"
 
 #include "common/utf.hpp"
 #include "zev/error.h"
@@ -10,10 +10,13 @@
 
 namespace zev {
 
+bool tells_errno(std::string_view reason, int number) {
+    return reason.find(strerrordesc_np(number)) != reason.npos;
+}
+
 bool raised_no_space() {
     const std::string reason = to_utf8(zErrorReason());
-    const auto tells = [&](int code) { return reason.find(strerrordesc_np(code)) != reason.npos; };
-    return tells(ENOSPC) || tells(EDQUOT);
+    return tells_errno(reason, ENOSPC) || tells_errno(reason, EDQUOT);
 }
 
 } // namespace zev

@@ -15,7 +15,7 @@
 
 #include "common/errno.hpp"
 #include "common/guard.hpp"
-#include "common/no_space.hpp"
+#include "common/told_errno.hpp"
 #include "common/uri.hpp"
 #include "common/utf.hpp"
 #include "network/http/language.hpp"

@@ -5,7 +5,7 @@
 
 #include "common/guard.hpp"
 #include "common/json.hpp"
-#include "common/no_space.hpp"
+#include "common/told_errno.hpp"
 #include "network/http/message.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/access.hpp"

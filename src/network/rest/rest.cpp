@@ -4,8 +4,8 @@
 
 #include "common/error_class.hpp"
 #include "common/json.hpp"
-#include "common/no_space.hpp"
 #include "common/pathname.hpp"
+#include "common/told_errno.hpp"
 #include "common/utf.hpp"
 #include "network/http/server.hpp"
 #include "network/rest/operations.hpp"

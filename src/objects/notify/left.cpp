@@ -2,10 +2,10 @@
 // English.
 #include "objects/notify/left.hpp"
 
+#include "common/told_errno.hpp"
 #include "common/utf.hpp"
 
 #include <cerrno>
-#include <cstring>
 #include <string>
 
 namespace zev {
@@ -30,7 +30,7 @@ void reword_reason() {
                   {ENOTDIR, u"reason.eNotDirectory"}};
     const std::string told = to_utf8(zErrorReason());
     for (const auto &[host, key] : kWords)
-        if (told.find(strerrordesc_np(host)) != told.npos) {
+        if (tells_errno(told, host)) {
             zSetErrorReason(u"%s", word(key));
             return;
         }
