@@ -376,7 +376,7 @@ Totals diff_all(Host &host, const WorkingCopy &copy, const Options &options) {
     Totals totals;
     for (const std::string &path : changed_files(copy)) try {
             if (!is_drawing_name(path)) {
-                host.out.line(host.out.paint(Colour::bold, clean(path)));
+                host.out.line(host.out.paint(Colour::bold, typed_path(path)));
                 totals.add(diff_text(host, copy, options, path));
                 continue;
             }

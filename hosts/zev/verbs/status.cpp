@@ -199,7 +199,8 @@ void tell_moves(Host &host, const WorkingCopy &copy, const std::vector<File> &fi
             .push_back(narrow(zStatusEntryPath(file.entry)));
     }
     for (const Move &move : find_moves(copy, gone, untracked)) {
-        host.out.line(move.from + " is " + move.to + " now; \"zev mv\" with both names says so");
+        host.out.line(typed_path(move.from) + " is " + typed_path(move.to) +
+                      " now; \"zev mv\" with both names says so");
         host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
     }
 }
