@@ -218,7 +218,8 @@ class CommandLine {
         CLI::App *verb = parent->add_subcommand(std::string(name.substr(name.rfind(' ') + 1)));
         verb->group(parent == &app_ ? heading(row.group) : "Verbs");
         verb->fallthrough();
-        Work work = row.declare(*verb);
+        Command command(*verb);
+        Work work = row.declare(command);
         if (!work) return;
         verb->callback([this, &row, work = std::move(work)] {
             work_ = work;

@@ -1,6 +1,8 @@
 // The parser knows what is wrong, but not what the user meant; that is guessed from the spelling.
 #include "usage.hpp"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <numeric>
 #include <string_view>

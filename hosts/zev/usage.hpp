@@ -1,9 +1,13 @@
 // Usage: what is wrong with the arguments, said so that the user finds the way on.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
+#include <cstddef>
 #include <string>
+
+namespace CLI {
+class App;
+class ParseError;
+} // namespace CLI
 
 namespace host {
 

@@ -6,7 +6,7 @@
 #include "host_notify.hpp"
 #include "width.hpp"
 
-#include <CLI/CLI.hpp>
+#include "command.hpp"
 
 #include <functional>
 #include <memory>
@@ -51,12 +51,12 @@ struct Verb {
     const char *name; // "trash list" is below "trash"
     Group group;
     Nature nature;
-    Work (*declare)(CLI::App &); // its help and its options; gives what it does with them
+    Work (*declare)(Command &); // its help and its options; gives what it does with them
 };
 
 // The options live as long as the work.
-template <class Options, void declare(CLI::App &, Options &), int run(Host &, const Options &)>
-Work bind(CLI::App &app) {
+template <class Options, void declare(Command &, Options &), int run(Host &, const Options &)>
+Work bind(Command &app) {
     const auto options = std::make_shared<Options>();
     declare(app, *options);
     return [options](Host &host) { return run(host, *options); };

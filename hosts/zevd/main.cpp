@@ -5,6 +5,8 @@
 #include "usage.hpp"
 #include "verb.hpp"
 
+#include <CLI/CLI.hpp>
+
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -90,7 +92,8 @@ class CommandLine {
         CLI::App *verb = app_.add_subcommand(row.name);
         verb->group("Verbs");
         verb->fallthrough();
-        Work work = row.declare(*verb);
+        Command command(*verb);
+        Work work = row.declare(command);
         if (&row == &kRunVerb) serve_ = work;
         verb->callback([this, work = std::move(work)] { chosen_ = work; });
     }

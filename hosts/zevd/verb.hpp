@@ -5,7 +5,7 @@
 #include "config.hpp"
 #include "host.hpp"
 
-#include <CLI/CLI.hpp>
+#include "command.hpp"
 
 #include <functional>
 #include <memory>
@@ -28,13 +28,13 @@ using Work = std::function<int(const std::string &config)>;
 
 struct Verb {
     const char *name;
-    Work (*declare)(CLI::App &); // its help and its options; gives what it does with them
+    Work (*declare)(Command &); // its help and its options; gives what it does with them
 };
 
 // The options live as long as the work.
-template <class Options, void declare(CLI::App &, Options &),
+template <class Options, void declare(Command &, Options &),
           int run(const std::string &config, const Options &)>
-Work bind(CLI::App &app) {
+Work bind(Command &app) {
     const auto options = std::make_shared<Options>();
     declare(app, *options);
     return [options](const std::string &config) { return run(config, *options); };

@@ -17,7 +17,7 @@ struct Options {
     bool undo = false; // out of the next commit again; none: all of it
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Mark files for the next commit");
     verb.footer("Directories are taken with all they hold; * and ? are wild. --undo takes out of\n"
                 "the next commit what was added, moved or removed, or with paths only that; the\n"

@@ -2,6 +2,9 @@
 
 #include "admin/admin.hpp"
 
+#include <algorithm>
+#include <iterator>
+#include <map>
 #include <sstream>
 
 namespace host {
@@ -15,7 +18,7 @@ struct Options {
     std::map<std::string, std::string> texts; // by "PROJECT" and "--mail"
     std::map<std::string, bool> flags;
     const AdminVerb *verb = nullptr; // the one that is given
-    std::map<std::string, CLI::Option *> declared;
+    std::map<std::string, Argument> declared;
 };
 
 struct Meaning {
@@ -65,33 +68,34 @@ std::vector<std::string> words_of(const char *text) {
 bool is_option(const std::string &word) { return word.starts_with("--"); }
 
 // An option or argument lies under its name behind the verb's.
-void declare_words(CLI::App &app, const AdminVerb &verb, const std::string &prefix,
+void declare_words(Command &command, const AdminVerb &verb, const std::string &prefix,
                    Options &options) {
     for (std::string word : words_of(verb.words)) {
         const bool optional = word.front() == '[';
         if (optional) word = word.substr(1, word.size() - 2);
         const std::string key = prefix + word;
-        CLI::Option *argument = app.add_option(word, options.texts[key], meaning(word));
-        argument->required(!optional)->type_name("");
-        options.declared[key] = argument;
+        options.declared.emplace(key, command.add_option(word, options.texts[key], meaning(word))
+                                          ->required(!optional)
+                                          ->type_name(""));
     }
 }
 
-void declare_options(CLI::App &app, const AdminVerb &verb, const std::string &prefix,
+void declare_options(Command &command, const AdminVerb &verb, const std::string &prefix,
                      Options &options) {
     const std::vector<std::string> words = words_of(verb.options);
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string key = prefix + words[i];
         const bool takes_text = i + 1 < words.size() && !is_option(words[i + 1]);
-        options.declared[key] =
-            takes_text ? app.add_option(words[i], options.texts[key], meaning(words[i]))
+        const Argument argument =
+            takes_text ? command.add_option(words[i], options.texts[key], meaning(words[i]))
                              ->type_name(words[i + 1])
-                       : app.add_flag(words[i], options.flags[key], meaning(words[i]));
+                       : command.add_flag(words[i], options.flags[key], meaning(words[i]));
+        options.declared.emplace(key, argument);
         i += takes_text;
     }
 }
 
-void declare(CLI::App &admin, Options &options) {
+void declare(Command &admin, Options &options) {
     admin.description("Administer a server: projects, users, groups, roles and rights");
     admin.footer("The server is that of --server, ZEV_SERVER, the working copy, or the last\n"
                  "\"zev login\".\n"
@@ -101,24 +105,20 @@ void declare(CLI::App &admin, Options &options) {
                  "  zev admin role add team/plant drawers anna\n"
                  "  zev admin rights set team/plant /standards drawers rw\n"
                  "  zev admin rights explain team/plant anna standards/door.dwx");
-    admin.require_subcommand(1);
-    options.declared["--server"] =
-        admin.add_option("--server", options.texts["--server"], "Its address")->type_name("URL");
+    admin.require_command();
+    options.declared.emplace(
+        "--server",
+        admin.add_option("--server", options.texts["--server"], "Its address")->type_name("URL"));
     for (const AdminNoun *noun : kNouns) {
-        CLI::App *below = admin.add_subcommand(noun->name, noun->about);
-        below->group("What is administered");
-        below->footer(noun->footer);
-        below->require_subcommand(1);
-        below->fallthrough();
+        Command below = admin.add_command(noun->name, noun->about, "What is administered");
+        below.footer(noun->footer);
+        below.require_command();
         for (const AdminVerb &verb : noun->verbs) {
-            CLI::App *app = below->add_subcommand(verb.name, verb.about);
-            app->group("Verbs");
-            app->footer(""); // the noun's would be taken over
-            app->fallthrough();
+            Command command = below.add_command(verb.name, verb.about, "Verbs");
             const std::string prefix = std::string(noun->name) + " " + verb.name + " ";
-            declare_words(*app, verb, prefix, options);
-            declare_options(*app, verb, prefix, options);
-            app->callback([&options, &verb] { options.verb = &verb; });
+            declare_words(command, verb, prefix, options);
+            declare_options(command, verb, prefix, options);
+            command.callback([&options, &verb] { options.verb = &verb; });
         }
     }
 }
@@ -127,7 +127,7 @@ void declare(CLI::App &admin, Options &options) {
 std::map<std::string, std::string> given(const Options &options) {
     std::map<std::string, std::string> all;
     for (const auto &[key, option] : options.declared) {
-        if (!option->count()) continue;
+        if (!option.is_given()) continue;
         const auto text = options.texts.find(key);
         all[key.substr(key.rfind(' ') + 1)] = text != options.texts.end() ? text->second : "";
     }

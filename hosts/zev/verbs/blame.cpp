@@ -20,7 +20,7 @@ struct Options {
     std::string revision = "HEAD";
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show for each object of a drawing the commit that changed it last");
     verb.footer("Columns: commit, author, time, handle, kind, layer; in the order of the drawing.\n"
                 "Examples:\n  zev blame plan.dwx\n  zev blame plan.dwx --rev HEAD~3 --json");

@@ -18,14 +18,14 @@ struct Options {
     bool remove = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("List, make and delete branches");
     verb.footer(
         "Without a name all are listed, the current one marked. Deleting asks first when no\n"
         "other branch has what is on this one.\n"
         "Examples:\n  zev branch\n  zev branch details HEAD~1\n  zev branch --delete details");
     verb.add_option("name", options.name, "The branch to make, or to delete");
-    CLI::Option *start =
+    const Argument start =
         verb.add_option("revision", options.revision, "Where it begins; else at HEAD");
     start->type_name("REV");
     verb.add_flag("--delete", options.remove, "Delete it")->excludes(start);

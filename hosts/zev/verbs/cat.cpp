@@ -12,7 +12,7 @@ struct Options {
     std::string file;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Write a file of a commit to stdout");
     verb.footer("Examples:\n  zev cat HEAD~1:plan.dwx > old.dwx\n  zev cat HEAD:./plan.dwx");
     verb.add_option("file", options.file,

@@ -12,7 +12,7 @@ struct Options {
     Paths paths;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show what a commit of these paths would take");
     verb.footer(
         "Tracked files only, with the new directories above them. A file that is gone from\n"

@@ -12,17 +12,17 @@ struct Options {
     bool purge = false;          // deletes for good, after a question
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Put a working copy in order");
     verb.footer("Puts right what a crash left. --untracked moves untracked files to the trash,\n"
                 "ignored ones stay. --purge deletes for good what is in the trash, and with\n"
                 "--untracked these files, too. Both ask first.\n"
                 "Examples:\n  zev cleanup\n  zev cleanup --untracked\n  zev cleanup --purge");
-    CLI::Option *untracked =
+    const Argument untracked =
         verb.add_flag("--untracked", options.untracked, "Move untracked files to the trash");
     verb.add_flag("--keep-untracked", options.keep_untracked, "Untracked files stay, as they do")
         ->excludes(untracked)
-        ->group("");
+        ->hidden();
     verb.add_flag("--purge", options.purge, "Delete in place of the trash, and empty it");
 }
 

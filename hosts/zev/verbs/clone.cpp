@@ -23,7 +23,7 @@ struct Options {
     std::string source, directory;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make a working copy of another one, with its history");
     verb.footer("All commits, branches and tags come, and the rows of all drawings; what is not\n"
                 "committed there does not. The two know nothing of each other then. A copy of a\n"

@@ -20,7 +20,7 @@ struct Options {
     bool amend = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.alias("ci");
     verb.description("Keep a state of the files for good");
     verb.footer(
@@ -35,7 +35,7 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_option("-m,--message", options.message, "What was done");
     verb.add_option("--author", options.author,
                     "Who did it; else zev.author of the settings, $ZEV_AUTHOR, you");
-    CLI::Option *paths = verb.add_option("paths", options.paths, "Only these files");
+    const Argument paths = verb.add_option("paths", options.paths, "Only these files");
     verb.add_flag("-a,--all", options.all, "Each tracked file that was changed or is gone")
         ->excludes(paths);
     verb.add_flag("--amend", options.amend, "In place of the last commit, which nobody else has");

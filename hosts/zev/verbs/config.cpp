@@ -34,7 +34,7 @@ constexpr Key kKeys[] = {
     {"branch.*.merge", "the branch there that it follows"},
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show or change the settings of this working copy");
     verb.footer(
         "Without a key all are listed that count. Those of git's own files for the user and\n"
@@ -42,7 +42,7 @@ void declare(CLI::App &verb, Options &options) {
         "Examples:\n  zev config\n  zev config zev.author\n  zev config zev.author Ada\n"
         "  zev config --unset zev.author");
     verb.add_option("key", options.key, "As in section.name");
-    CLI::Option *value = verb.add_option("value", options.value, "What it is to be");
+    const Argument value = verb.add_option("value", options.value, "What it is to be");
     verb.add_flag("--unset", options.unset, "Take it away")->excludes(value);
 }
 

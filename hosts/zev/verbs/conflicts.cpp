@@ -15,7 +15,7 @@ struct Options {
     Paths paths;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show what a merge left to decide");
     verb.footer("For each conflict what either side did, and the commit, time and author of it.\n"
                 "Examples:\n  zev conflicts\n  zev conflicts plans --json");

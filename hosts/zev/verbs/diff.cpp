@@ -29,7 +29,7 @@ struct Options {
     bool full = false;    // the fields of added and removed objects, too
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show which objects of a drawing changed, and lines of other files");
     verb.footer("Without a file all are shown that were changed since HEAD.\n"
                 "Without a revision the work file is compared with HEAD, with one\n"
@@ -40,9 +40,9 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_option("file", options.file, "A .dwx file, or another one");
     verb.add_option("from", options.from, "Older version")->type_name("REV");
     verb.add_option("to", options.to, "Newer version")->type_name("REV");
-    CLI::Option *full =
+    const Argument full =
         verb.add_flag("--full", options.full, "All fields of added and removed objects, too");
-    CLI::Option *brief =
+    const Argument brief =
         verb.add_flag("--brief,--no-fields", options.brief, "Only which objects, not what in them");
     verb.add_flag("--stat", options.stat, "Totals by kind and by layer in place of objects")
         ->excludes(full)

@@ -25,7 +25,7 @@ struct Options {
     bool force = false;      // what the target displaces goes to the trash without a question
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Write drawings as the DXF files that they came from");
     verb.footer(
         "Last comes the DXF file for one drawing, or a directory for all, which is made if\n"

@@ -15,14 +15,14 @@ struct Options {
     const CLI::App *program = nullptr;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Write a manual page or a shell's completion");
-    verb.group("");
+    verb.hidden();
     verb.add_option("kind", options.kind, "man, bash, zsh, fish or words")->required();
     verb.add_option("verb", options.verb,
                     "Of a manual page, else the program's; the kind of words");
     verb.add_option("line", options.line, "What was typed so far, for words");
-    options.program = verb.get_parent();
+    options.program = &verb.program();
 }
 
 int run(Host &, const Options &options) {

@@ -16,7 +16,7 @@ struct Options {
     std::string url, directory, branch;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.alias("co");
     verb.description("Make a working copy of a project on a server");
     verb.footer(

@@ -19,7 +19,7 @@ struct Options {
     std::string target;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Read DXF files into drawings");
     verb.footer(
         "A directory is taken with all DXF files in it, each in its place below the target,\n"

@@ -14,7 +14,7 @@ struct Options {
     bool offline = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show where this copy comes from, who you are there, how far it is behind");
     verb.footer("Examples:\n  zev info\n  zev info --offline --json");
     verb.add_flag("--offline", options.offline, "Ask nobody; tell what was known last");

@@ -13,7 +13,7 @@ struct Options {
     std::string directory = ".";
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make a new working copy");
     verb.footer("Files that are in the directory stay as they are; \"zev add\" takes them.\n"
                 "Examples:\n  zev init project\n  zev init        in this directory");

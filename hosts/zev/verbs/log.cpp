@@ -26,7 +26,7 @@ struct Options {
     std::string never; // see below
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show the commits, newest first");
     verb.footer(
         "Words are a commit to begin with and paths; behind \"--\" all are paths. The names that\n"
@@ -47,13 +47,11 @@ void declare(CLI::App &verb, Options &options) {
           std::tuple("--text", &options.texts, "Only with this text in the message")})
         verb.add_option(name, *list, std::string(about) + "; may be given again")
             ->type_name("TEXT")
-            ->allow_extra_args(false);
+            ->one_each();
     verb.add_option("--since", options.since, "Not before that")->type_name("TIME");
     verb.add_option("--until", options.until, "Not after that")->type_name("TIME");
     verb.add_option("-n,--limit,--max-count", options.count, "So many commits at most")
-        ->check([](const std::string &text) {
-            return text.starts_with('-') ? "a count can't be negative" : "";
-        });
+        ->unsigned_only("a count can't be negative");
     verb.add_flag("--changes", options.changes, "With the paths that each commit changed");
     verb.add_option("--object", options.object,
                     "What happened to this object of a drawing, by its handle")

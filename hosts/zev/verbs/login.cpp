@@ -12,7 +12,7 @@ struct Options {
     bool from_stdin = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Log in to a server, which is remembered");
     verb.footer(
         "The password is asked for without an echo; it may come from the first line of stdin, "

@@ -11,7 +11,7 @@ struct Options {
     std::string url;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Forget the login of a server");
     verb.footer("Examples:\n  zev logout\n  zev logout http://plant:3001");
     verb.add_option("url", options.url, "The server; else that of this working copy, or the last")

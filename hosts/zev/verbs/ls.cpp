@@ -12,7 +12,7 @@ struct Options {
     std::string directory = ".";
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("List a directory with the state of each file");
     verb.footer(
         "What is tracked there. A file that is gone from the disk, and not by \"zev rm\", is\n"

@@ -37,7 +37,7 @@ struct Options {
     bool abort = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Bring what another branch did into the current one");
     verb.footer(
         "The result is committed, unless both changed the same file: then \"zev conflicts\"\n"
@@ -48,10 +48,10 @@ void declare(CLI::App &verb, Options &options) {
         "meanwhile goes to the trash.\n"
         "Examples:\n  zev merge details -m \"Details of the stairs\"\n"
         "  zev merge details --force --yes\n  zev merge --abort");
-    CLI::Option *branch = verb.add_option("branch", options.branch, "A branch, or any commit");
-    CLI::Option *message = verb.add_option("-m,--message", options.message,
-                                           "What the commit says, where the merge makes one");
-    CLI::Option *force = verb.add_flag("--force", options.force, "Local changes go to the trash");
+    const Argument branch = verb.add_option("branch", options.branch, "A branch, or any commit");
+    const Argument message = verb.add_option("-m,--message", options.message,
+                                             "What the commit says, where the merge makes one");
+    const Argument force = verb.add_flag("--force", options.force, "Local changes go to the trash");
     verb.add_flag("--abort", options.abort, "Take back the merge that is not committed yet")
         ->excludes(branch)
         ->excludes(message)

@@ -13,7 +13,7 @@ struct Options {
     Paths paths;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make directories that the next commit will hold");
     verb.footer("Example:\n  zev mkdir plans/ground-floor");
     verb.add_option("directories", options.paths, "New directories")->required();

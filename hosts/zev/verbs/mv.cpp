@@ -18,7 +18,7 @@ struct Options {
     std::string from, to;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Move or rename a file or a directory");
     verb.footer("What another program has moved already is taken as moved.\n"
                 "Examples:\n  zev mv plan.dwx ground.dwx\n  zev mv plan.dwx plans");

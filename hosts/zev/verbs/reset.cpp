@@ -16,7 +16,7 @@ struct Options {
     Paths paths; // none: everything
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make files as they were at an older state of the server");
     verb.footer(
         "They are changes of yours then, as if you had made them: \"zev commit\" sends them, "

@@ -22,7 +22,7 @@ struct Options {
     Paths paths;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Decide conflicts");
     verb.footer(
         "--mine keeps what stands in the work directory. --theirs takes what came in; what it\n"

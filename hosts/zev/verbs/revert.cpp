@@ -19,14 +19,14 @@ struct Options {
     bool all = false; // without one
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Bring files back to the last commit");
     verb.footer("What was never committed goes to the trash; untracked files stay as they are.\n"
                 "A renamed file gets its old name back. Without paths it asks first.\n"
                 "Examples:\n  zev revert plan.dwx\n  zev revert plans 'details/*.dwx'\n"
                 "  zev revert --all");
-    verb.add_option("paths", options.paths, "Files, directories, patterns");
-    verb.add_flag("--all", options.all, "Everything, without a question")->excludes("paths");
+    const Argument paths = verb.add_option("paths", options.paths, "Files, directories, patterns");
+    verb.add_flag("--all", options.all, "Everything, without a question")->excludes(paths);
 }
 
 struct Reverted {

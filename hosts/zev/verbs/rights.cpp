@@ -12,7 +12,7 @@ struct Options {
     Paths paths; // none: all rules
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show what you may do with files of a server's project, and by which rule");
     verb.footer(
         "By letters: r read, w write, e export, - nothing. The nearest rule counts: that of\n"

@@ -13,7 +13,7 @@ struct Options {
     Paths paths;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Move files to the trash and out of the next commit");
     verb.footer("Directories go with all they hold; * and ? are wild and take tracked files.\n"
                 "\"zev trash\" brings back what was taken.\n"

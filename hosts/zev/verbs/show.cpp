@@ -13,7 +13,7 @@ struct Options {
     bool stat = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show a commit and the paths that it changed");
     verb.footer("Examples:\n  zev show\n  zev show 1a2b3c4d --stat");
     verb.add_option("revision", options.revision, "A commit; else the last")->type_name("REV");

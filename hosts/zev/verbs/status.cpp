@@ -21,7 +21,7 @@ struct Options {
     bool ignored = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.alias("st");
     verb.description("Show what differs from the last commit");
     verb.footer(

@@ -19,7 +19,7 @@ struct Options {
     bool force = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Go to another branch, or to the state of a commit");
     verb.footer(
         "Changes that aren't committed come along; what both changed becomes a conflict. With\n"
@@ -28,7 +28,7 @@ void declare(CLI::App &verb, Options &options) {
         "Examples:\n  zev switch details\n  zev switch -c details\n  zev switch HEAD~2\n"
         "  zev switch details --force");
     verb.add_option("target", options.target, "A branch, else a commit")->required();
-    CLI::Option *create =
+    const Argument create =
         verb.add_flag("-c,--create", options.create, "Make the branch here, then go to it");
     verb.add_flag("--force", options.force, "Local changes go to the trash; it asks first")
         ->excludes(create);

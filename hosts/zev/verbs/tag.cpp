@@ -18,14 +18,14 @@ struct Options {
     bool remove = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("List, make and delete tags: names of commits");
     verb.footer("A tag names the same commit for good, such as what was sent or approved; it is a\n"
                 "revision like any other. Tags stay in this copy; no server has them from here.\n"
                 "Examples:\n  zev tag\n  zev tag approved\n  zev tag sent-to-site HEAD~1\n"
                 "  zev tag --delete approved\n  zev switch approved\n  zev diff plan.dwx approved");
     verb.add_option("name", options.name, "The tag to make, or to delete");
-    CLI::Option *at = verb.add_option("revision", options.revision, "What it names; else HEAD");
+    const Argument at = verb.add_option("revision", options.revision, "What it names; else HEAD");
     at->type_name("REV");
     verb.add_flag("--delete", options.remove, "Delete it; the commit stays")->excludes(at);
 }

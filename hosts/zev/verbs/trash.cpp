@@ -6,9 +6,9 @@ namespace host {
 
 namespace {
 
-Work declare(CLI::App &verb) {
+Work declare(Command &verb) {
     verb.description("Look through what was taken out of the work directory, bring it back");
-    verb.require_subcommand(1);
+    verb.require_command();
     verb.footer("Examples:\n  zev trash list\n  zev trash find door\n"
                 "  zev trash restore plan.dwx\n  zev trash purge --older 90");
     return {};

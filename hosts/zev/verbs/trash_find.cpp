@@ -10,7 +10,7 @@ struct Options {
     std::string pattern;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Search it, inside of directories too");
     verb.footer("A pattern is a part of the path, or has * and ?.\n"
                 "Examples:\n  zev trash find door\n  zev trash find '*.dwx'");

@@ -13,14 +13,14 @@ struct Options {
     bool all = false;  // or everything
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Delete what was taken, for good");
     verb.footer("It asks first; --yes answers.\n"
                 "Examples:\n  zev trash purge --older 90\n"
                 "  zev trash purge --all --yes");
     verb.add_option("--older", options.days, "What was taken at least so many days ago")
         ->type_name("DAYS")
-        ->check(CLI::NonNegativeNumber);
+        ->nonnegative();
     verb.add_flag("--all", options.all, "Everything");
 }
 

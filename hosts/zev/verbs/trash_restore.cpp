@@ -17,7 +17,7 @@ struct Options {
     bool newest = false; // of several with one path
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Bring files back");
     verb.footer(
         "By the path that they had, or by the first digits of an id from \"zev trash list\";\n"

@@ -13,7 +13,7 @@ struct Options {
     bool list = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Bring back what the last command put into the trash");
     verb.footer(
         "The last one of rm, revert, import, resolve, switch, merge and cleanup that put anything\n"

@@ -14,7 +14,7 @@ struct Options {
     bool dry = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.alias("up");
     verb.description("Bring in what is new on the server");
     verb.footer(

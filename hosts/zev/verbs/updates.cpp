@@ -15,7 +15,7 @@ struct Options {
     bool offline = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Show what is new on the server: each file, who changed it and when");
     verb.footer("Of a drawing it says how many of its objects are not as here. Your files stay as\n"
                 "they are; \"zev update\" brings the new ones.\n"

@@ -11,7 +11,7 @@ struct Options {
     bool quick = false; // that everything is there, without reading all of it
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Read all that was ever committed and report what is damaged");
     verb.footer(
         "Objects, references, index, the drawings with every row that they name, records of\n"

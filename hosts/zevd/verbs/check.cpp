@@ -18,7 +18,7 @@ namespace {
 
 struct Options {};
 
-void declare(CLI::App &verb, Options &) {
+void declare(Command &verb, Options &) {
     verb.description("Tell the settings line by line, and what is wrong with them");
     verb.footer("Nothing is started or changed. Settings that are not given stand in brackets.\n"
                 "Examples:\n  zevd check --config /srv/zev/server.conf");

@@ -21,7 +21,7 @@ struct Options {
     std::string project, copy;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make a project of a working copy with its whole history");
     verb.footer("All branches and tags come along, and the tables of all drawings. What was not\n"
                 "committed stays behind. A bare repository will do. The project has no roles yet.\n"

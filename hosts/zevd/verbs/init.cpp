@@ -42,7 +42,7 @@ struct Options {
     bool from_stdin = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make the directories and the settings of a new service");
     verb.footer(
         "The user \"admin\" gets the password that is asked for, or the first line of stdin\n"

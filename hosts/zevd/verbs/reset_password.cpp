@@ -13,7 +13,7 @@ struct Options {
     bool from_stdin = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Set a user's password while no server runs");
     verb.footer("One who was locked can log in again.\nExamples:\n  zevd reset-password admin");
     verb.add_option("user", options.user, "The user's login")->required();

@@ -21,7 +21,7 @@ struct Options {
     bool shared = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Serve; what zevd does without a verb");
     verb.footer("SIGTERM and SIGINT end it when the request at work is answered.\n"
                 "Examples:\n  zevd run --config /srv/zev/server.conf");

@@ -15,7 +15,7 @@ struct Options {
     bool quick = false;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Read all that the projects keep and report what is damaged");
     verb.footer("A server may run meanwhile. With --quick files are looked for and not read.\n"
                 "Examples:\n  zevd verify\n  zevd verify --quick team/plant");
