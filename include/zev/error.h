@@ -14,8 +14,10 @@ ZEV_BEGIN
 // zGlobalInit makes the library usable; calls nest, and only the first one works. It reads
 // zev.conf beside the library's file, whose `appdata` names the directory that holds conf and
 // logs (".." without one), and the catalogue of `lang`, or of the product's language if that is
-// null. `locale`, if given, becomes the process's locale; one that the system lacks is ignored.
-// False: not started, the record tells why; a missing conf directory is class 3.
+// null. An empty `lang` asks for the user's: where conf/lang.conf names no language, the one of
+// LC_ALL, LC_MESSAGES or LANG becomes the product's, if there is a catalogue for it. `locale`, if
+// given, becomes the process's locale; one that the system lacks is ignored. False: not started,
+// the record tells why; a missing conf directory is class 3.
 ZEV_API bool zGlobalInit(const zwchar *lang, const zwchar *locale);
 
 // zGlobalCleanup undoes one zGlobalInit, the last one for all. It is always true.

@@ -39,7 +39,8 @@ ZEV_API const zwchar *zI18nTextFormat(Json *catalogue, const zwchar *key, ...);
 ZEV_API const zwchar *zI18nTextFormatV(Json *catalogue, const zwchar *key, va_list arguments);
 
 // Names of languages: the one that every catalogue falls back to ("en-US"), the user's own by the
-// environment, and the product's by conf/lang.conf. Static, asked for once.
+// environment, and the product's by conf/lang.conf, which is "en-US" where that names none, or the
+// user's if zGlobalInit was asked for it. Static, asked for once.
 ZEV_API const zwchar *zLangGlobal(void);
 ZEV_API const zwchar *zLangLocal(void);
 ZEV_API const zwchar *zLangProduct(void);

@@ -3,6 +3,7 @@
 // Keys and values of threads outlive a stop.
 #include "common/global.hpp"
 
+#include "common/catalogue.hpp"
 #include "common/failure.hpp"
 #include "common/per_thread.hpp"
 #include "common/settings.hpp"
@@ -60,7 +61,9 @@ void set_locale(const zwchar *locale) {
 // The product language may have no catalogue at all; texts are their keys then.
 bool start_catalogues(const zwchar *lang) {
     if (!zI18nInit()) return false;
-    zI18nSetCurrentLang(lang);
+    const bool users = lang && !*lang;
+    if (users) follow_user_language();
+    zI18nSetCurrentLang(users ? nullptr : lang);
     return true;
 }
 

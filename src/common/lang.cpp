@@ -1,4 +1,5 @@
-// conf/lang.conf               {"language": "<name>"}, the language of the product
+// conf/lang.conf               {"language": "<name>"}, the language of the product; an empty name
+//                              is none
 // conf/locales/<name>.lang     the catalogue of one language: objects within objects down to
 //                              the texts, so that `action.sDone` is member sDone of action
 //
@@ -24,6 +25,7 @@
 #include <new>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 using namespace zev;
 
@@ -77,6 +79,12 @@ Owned<Json, zJsonFree> read_catalogue(const zwchar *language) {
     return catalogue;
 }
 
+std::u16string family_of(const std::u16string &name) { return name.substr(0, name.find(u'-')); }
+
+bool is_same(const std::u16string &a, const std::u16string &b) {
+    return zStrcasesameW(a.c_str(), b.c_str());
+}
+
 // Reads a file's catalogue and keeps it under the name that was asked for.
 Json *load(const zwchar *file, const zwchar *asked) {
     Owned<Json, zJsonFree> catalogue = read_catalogue(file);
@@ -93,12 +101,25 @@ Json *lookup(const zwchar *language) {
     return catalogues->fallback;
 }
 
-void read_product(zwchar *name) {
+// False where the file names no language.
+bool read_product(zwchar *name) {
     zwchar path[Z_PATH_MAX];
-    if (!zPathGetConf(path) || !path_join(path, path, u"lang.conf")) return;
+    if (!zPathGetConf(path) || !path_join(path, path, u"lang.conf")) return false;
     Owned<Json, zJsonFree> conf(zJsonReadFile(path));
     const zwchar *language = conf ? zJsonPathGetString(conf.get(), u"language") : nullptr;
-    if (language && is_language(language)) zStrcpyW(name, language);
+    if (!language || !is_language(language)) return false;
+    zStrcpyW(name, language);
+    return true;
+}
+
+zwchar product[kLanguageName]; // empty until it was asked for
+
+void choose_product(bool by_user) {
+    zStrcpyW(product, kGlobal); // also what a failure to read may ask for meanwhile
+    if (read_product(product) || !by_user || zStrsameW(zLangLocal(), kGlobal)) return;
+    const std::vector<std::u16string> names = installed_languages();
+    if (const std::u16string *found = find_language(names, zLangLocal()))
+        zStrcpyW(product, found->c_str());
 }
 
 // "de_DE.UTF-8@euro" is "de-DE"; C, POSIX and what is no name at all stand for en-US.
@@ -129,6 +150,40 @@ Wide formatted(const zwchar *format, va_list arguments) {
 }
 
 } // namespace
+
+namespace zev {
+
+std::vector<std::u16string> installed_languages() {
+    constexpr std::u16string_view kEnd = u".lang";
+    zwchar path[Z_PATH_MAX];
+    std::vector<os::Name> files;
+    std::vector<std::u16string> names;
+    if (!zPathGetConf(path) || !path_join(path, path, u"locales")) return names;
+    os::read_dir(path, &files);
+    for (const os::Name &file : files) {
+        if (!file.text.ends_with(kEnd)) continue;
+        std::u16string name = file.text.substr(0, file.text.size() - kEnd.size());
+        if (is_language(name)) names.push_back(std::move(name));
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+const std::u16string *find_language(const std::vector<std::u16string> &names,
+                                    const std::u16string &wanted) {
+    for (const std::u16string &name : names)
+        if (is_same(name, wanted)) return &name;
+    for (const std::u16string &name : names)
+        if (is_same(family_of(name), family_of(wanted))) return &name;
+    return nullptr;
+}
+
+void follow_user_language() {
+    Lock lock(mutex);
+    if (!product[0]) choose_product(true);
+}
+
+} // namespace zev
 
 bool zI18nInit() {
     Lock lock(mutex);
@@ -207,11 +262,7 @@ const zwchar *zLangLocal() try {
 }
 
 const zwchar *zLangProduct() {
-    static zwchar name[kLanguageName];
     Lock lock(mutex);
-    if (!name[0]) {
-        zStrcpyW(name, kGlobal); // also what a failure to read may ask for meanwhile
-        read_product(name);
-    }
-    return name;
+    if (!product[0]) choose_product(false);
+    return product;
 }

@@ -2,10 +2,8 @@
 // some ranges are looked at, and no name of it is part of a path.
 #include "network/http/language.hpp"
 
-#include "system/os.hpp"
+#include "common/catalogue.hpp"
 #include "zev/lang.h"
-#include "zev/path.h"
-#include "zev/str.h"
 
 #include <algorithm>
 #include <string_view>
@@ -17,7 +15,7 @@ namespace {
 
 constexpr size_t kLanguageMax = 84; // units of a language's name
 constexpr size_t kRangesMax = 16;   // browsers send some
-constexpr std::u16string_view kBlanks = u" \t", kEnd = u".lang";
+constexpr std::u16string_view kBlanks = u" \t";
 
 bool is_language(std::u16string_view name) {
     const auto fits = [](zwchar c) {
@@ -70,38 +68,11 @@ std::vector<Range> ranges_of(std::u16string_view list) {
     return ranges;
 }
 
-std::vector<std::u16string> installed() {
-    zwchar path[Z_PATH_MAX];
-    std::vector<os::Name> files;
-    std::vector<std::u16string> names;
-    if (!zPathGetConf(path) || !zPathAppend(path, u"locales")) return names;
-    os::read_dir(path, &files);
-    for (const os::Name &file : files)
-        if (file.text.ends_with(kEnd))
-            names.push_back(file.text.substr(0, file.text.size() - kEnd.size()));
-    std::ranges::sort(names);
-    return names;
-}
-
-bool is_same(const std::u16string &a, const std::u16string &b) {
-    return zStrcasesameW(a.c_str(), b.c_str());
-}
-std::u16string family_of(const std::u16string &name) { return name.substr(0, name.find(u'-')); }
-
-const std::u16string *match(const std::vector<std::u16string> &names,
-                            const std::u16string &wanted) {
-    for (const std::u16string &name : names)
-        if (is_same(name, wanted)) return &name;
-    for (const std::u16string &name : names)
-        if (is_same(family_of(name), family_of(wanted))) return &name;
-    return nullptr;
-}
-
 std::u16string best_of(std::u16string_view list) {
-    const std::vector<std::u16string> names = installed();
+    const std::vector<std::u16string> names = installed_languages();
     for (const Range &range : ranges_of(list)) {
         if (range.name == u"*") break;
-        if (const std::u16string *found = match(names, range.name)) return *found;
+        if (const std::u16string *found = find_language(names, range.name)) return *found;
     }
     return zLangProduct();
 }
