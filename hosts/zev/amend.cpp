@@ -68,8 +68,9 @@ class Amend {
 
     int tell() const {
         const std::string id = hex(zCommitId(made_.get()));
-        host_.out.line(host_.out.paint(Colour::yellow, id.substr(0, 8)) + " " +
-                       first_line(message_) + ", in place of " + short_id(zCommitId(old_.get())));
+        host_.out.line(
+            host_.out.paint(Colour::yellow, id.substr(0, 8)) + " " +
+            say("%s, in place of %s", first_line(message_), short_id(zCommitId(old_.get()))));
         host_.out.record(Record("commit")
                              .set(u"id", id)
                              .set(u"tree", zCommitTreeId(made_.get()))

@@ -57,7 +57,7 @@ void keep(Host &host, const WorkingCopy &copy, const std::string &name) {
     if (settings && zConfigSetString(settings.get(), kAuthorKey, wide(name).c_str()))
         host.out.line("\"zev config zev.author\" shows and changes it");
     else
-        host.out.warn("the name could not be kept: " + narrow(zErrorDetail()));
+        host.out.warn(say("the name could not be kept: %s", narrow(zErrorDetail())));
 }
 
 // Nothing where nobody answers. An address has no place in a name.
@@ -65,7 +65,7 @@ std::string ask_name(Host &host, const Terminal &terminal, const std::string &lo
     const std::string offered = login == "root" ? "" : login;
     host.out.clear_progress();
     while (!broken()) {
-        terminal.write("Who are you? Your name for what you commit" +
+        terminal.write(say("Who are you? Your name for what you commit") +
                        (offered.empty() ? "" : " [" + offered + "]") + ": ");
         const std::optional<std::string> line = terminal.read_line();
         if (!line) break;
@@ -94,8 +94,9 @@ std::string author_of(Host &host, const WorkingCopy &copy, const std::string &gi
     }
     if (login.empty())
         throw Failed(kInvalid, "who is it? \"zev config zev.author NAME\" tells it for good");
-    host.out.warn("the commit is by \"" + login +
-                  "\", as you are logged in; \"zev config zev.author NAME\" tells your name");
+    host.out.warn(say("the commit is by \"%s\", as you are logged in; "
+                      "\"zev config zev.author NAME\" tells your name",
+                      login));
     return login;
 }
 

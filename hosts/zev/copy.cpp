@@ -73,8 +73,9 @@ WorkingCopy::WorkingCopy() {
         throw Failed(kNotFound, "there is no working copy here or above; \"zev init\" makes one");
     check(!!repository_);
     if (zRepositoryIsBare(repository_.get()))
-        throw Failed(kOther, narrow(zRepositoryPath(repository_.get())) +
-                                 ": a repository without a work directory; clone it to work in it");
+        throw Failed(kOther,
+                     say("%s: a repository without a work directory; clone it to work in it",
+                         narrow(zRepositoryPath(repository_.get()))));
     root_ = fs::weakly_canonical(
         fs::path(std::u16string(check(zRepositoryWorkdir(repository_.get())))));
     if (!root_.has_filename()) root_ = root_.parent_path();
@@ -90,11 +91,12 @@ std::string WorkingCopy::relative(const std::string &path) const {
     fs::path full = resolve(path);
     std::string below = full == root_ ? "." : full.lexically_relative(root_).generic_string();
     if (below.empty() || below == ".." || below.starts_with("../"))
-        throw Failed(kInvalid, path + ": lies outside of the working copy " + root_.string());
+        throw Failed(kInvalid,
+                     say("%s: lies outside of the working copy %s", path, root_.string()));
     if (!is_text(below) || below.find('\\') != below.npos)
-        throw Failed(kInvalid, path + ": a name must be UTF-8 without a backslash");
+        throw Failed(kInvalid, say("%s: a name must be UTF-8 without a backslash", path));
     if (enters_repository(below))
-        throw Failed(kInvalid, path + ": belongs to the repository, not to your files");
+        throw Failed(kInvalid, say("%s: belongs to the repository, not to your files", path));
     return below == "." ? "" : below;
 }
 
@@ -151,9 +153,12 @@ OwnedIndex WorkingCopy::lock_index() const {
     if (index) return index;
     // A lock that can't be made is told like one that is held.
     if (zErrorClass() == kLocked &&
-        access(fs::path(zRepositoryPath(repository_.get())).c_str(), W_OK))
-        throw Failed(kSystem, errno, root_.string() + ": can't be written: " + strerror(errno));
-    if (zErrorClass() == kLocked) throw Failed(kLocked, root_.string() + ": locked");
+        access(fs::path(zRepositoryPath(repository_.get())).c_str(), W_OK)) {
+        const int number = errno;
+        throw Failed(kSystem, number,
+                     say("%s: can't be written: %s", root_.string(), strerror(number)));
+    }
+    if (zErrorClass() == kLocked) throw Failed(kLocked, say("%s: locked", root_.string()));
     fail_raised();
 }
 
@@ -171,10 +176,10 @@ OwnedCommit WorkingCopy::commit(const std::string &revision) const {
             break;
         }
         for (; steps; --steps)
-            commit.reset(check(zCommitParent(commit.get()), revision + ": no such ancestor"));
+            commit.reset(check(zCommitParent(commit.get()), say("%s: no such ancestor", revision)));
         suffix = static_cast<size_t>(next - revision.data());
     }
-    if (suffix < revision.size()) throw Failed(kInvalid, revision + ": bad revision");
+    if (suffix < revision.size()) throw Failed(kInvalid, say("%s: bad revision", revision));
     return commit;
 }
 
@@ -197,7 +202,7 @@ OwnedCommit WorkingCopy::named_commit(const std::string &name) const {
         commit.reset(zCommitByprefix(repository, &prefix, name.size()));
         if (!commit && zErrorClass() != kNotFound) fail_raised(name);
     }
-    if (!commit) throw Failed(kNotFound, "\"" + name + "\" names no commit");
+    if (!commit) throw Failed(kNotFound, say("\"%s\" names no commit", name));
     return commit;
 }
 
@@ -208,9 +213,10 @@ OwnedTreeEntry WorkingCopy::entry(const Commit *commit, const std::string &path)
 
 OwnedTreeEntry WorkingCopy::file(const Commit *commit, const std::string &path) const {
     OwnedTreeEntry found = entry(commit, path);
-    std::string where = path + " in commit " + hex(zCommitId(commit)).substr(0, 8);
-    if (!found) throw Failed(kNotFound, "there is no " + where);
-    if (zTreeEntryType(found.get()) != Z_OBJECT_BLOB) throw Failed(kInvalid, where + " is no file");
+    const std::string id = hex(zCommitId(commit)).substr(0, 8);
+    if (!found) throw Failed(kNotFound, say("there is no %s in commit %s", path, id));
+    if (zTreeEntryType(found.get()) != Z_OBJECT_BLOB)
+        throw Failed(kInvalid, say("%s in commit %s is no file", path, id));
     return found;
 }
 
@@ -222,7 +228,7 @@ void WorkingCopy::save(const TreeEntry *entry, const std::u16string &file) const
 RevisionPath parse_revision_path(const std::string &text) {
     size_t colon = text.find(':');
     if (colon == std::string::npos || colon == 0 || colon + 1 == text.size())
-        throw Failed(kInvalid, "\"" + text + "\" is not of the form REV:PATH");
+        throw Failed(kInvalid, say("\"%s\" is not of the form REV:PATH", text));
     return {text.substr(0, colon), text.substr(colon + 1)};
 }
 
@@ -244,7 +250,7 @@ std::string escaped(const std::string &path) {
 }
 
 std::u16string wide_path(const std::string &path) {
-    if (!is_text(path)) throw Failed(kInvalid, path + ": a name must be UTF-8");
+    if (!is_text(path)) throw Failed(kInvalid, say("%s: a name must be UTF-8", path));
     return wide(path);
 }
 

@@ -21,12 +21,12 @@ Content work_file(const WorkingCopy &copy, const std::string &path) {
     const fs::file_status status = fs::symlink_status(file);
     if (!fs::exists(status)) return {};
     if (fs::is_symlink(status)) return fs::read_symlink(file).string(); // as it is committed
-    if (!fs::is_regular_file(status)) throw Failed(kInvalid, path + ": is no file");
+    if (!fs::is_regular_file(status)) throw Failed(kInvalid, say("%s: is no file", path));
     const OwnedFile in(check(zFileOpen(file.u16string().c_str(), u"rb"), path));
     std::string bytes;
     char block[1 << 16];
     while (const size_t count = fread(block, 1, sizeof block, in.get())) bytes.append(block, count);
-    if (ferror(in.get())) throw Failed(kSystem, path + ": can't be read");
+    if (ferror(in.get())) throw Failed(kSystem, say("%s: can't be read", path));
     return bytes;
 }
 
@@ -37,7 +37,7 @@ Content content_of(const Host &host, const WorkingCopy &copy, const std::string 
     const OwnedTreeEntry entry = copy.entry(commit.get(), path);
     if (!entry) return {};
     if (zTreeEntryType(entry.get()) != Z_OBJECT_BLOB)
-        throw Failed(kInvalid, revision + ":" + path + ": is no file");
+        throw Failed(kInvalid, say("%s: is no file", revision + ":" + path));
     const OwnedOdb odb(check(zOdbOpen(copy.repository())));
     Bytes bytes;
     read_object(odb.get(), zTreeEntryId(entry.get()), bytes, revision + ":" + path);
@@ -86,7 +86,7 @@ LineCounts diff_file(const Host &host, const WorkingCopy &copy, const FileVersio
     const auto &[path, older, newer, only_counts] = versions;
     const Content from = content_of(host, copy, path, older);
     const Content to = content_of(host, copy, path, newer);
-    if (!from && !to) throw Failed(kNotFound, path + ": no such file in either version");
+    if (!from && !to) throw Failed(kNotFound, say("%s: no such file in either version", path));
     const std::string before = from.value_or(""), now = to.value_or("");
     const bool by_lines = is_comparable(before) && is_comparable(now);
     const std::vector<Hunk> hunks = by_lines ? hunks_of(before, now) : std::vector<Hunk>();
@@ -97,8 +97,7 @@ LineCounts diff_file(const Host &host, const WorkingCopy &copy, const FileVersio
                         .set(u"removed", counts.removed)
                         .set(u"lines", by_lines));
     if (!by_lines && before != now)
-        host.out.line("no text: " + narrow(zNumToHumanBytes(before.size())) + " -> " +
-                      narrow(zNumToHumanBytes(now.size())));
+        host.out.line(say("no text: %s -> %s", bytes_text(before.size()), bytes_text(now.size())));
     if (only_counts) return counts;
     for (const Hunk &hunk : hunks) {
         stop_on_break(host.notify);

@@ -173,7 +173,7 @@ namespace {
 
 std::string objects_text(const ObjectCount &count) {
     const std::string all = count_of(count.all, "object");
-    return count.changed == count.all ? all : grouped(count.changed) + " of " + all;
+    return count.changed == count.all ? all : say("%s of %s", grouped(count.changed), all);
 }
 
 } // namespace
@@ -198,7 +198,7 @@ void Forecast::print(Host &host, const Entries &list) const {
         const bool ends = !both && who == last.end() && count == objects.end();
         const std::string names =
             (moved ? typed_path(from) + " -> " : "") + typed_path(zDiffEntryNewPath(entry));
-        std::string line = host.out.paint(kind_colour(kind), padded(kind_name(kind), 12)) +
+        std::string line = host.out.paint(kind_colour(kind), kind_column(kind)) +
                            (ends ? names : padded(names, width));
         if (moved) record.set(u"from", from);
         if (who != last.end()) {
@@ -211,7 +211,7 @@ void Forecast::print(Host &host, const Entries &list) const {
             line += "  " + objects_text(count->second);
             record.set(u"changed", count->second.changed).set(u"objects", count->second.all);
         }
-        host.out.line(line + (both ? "  (changed here, too)" : ""));
+        host.out.line(line + (both ? "  " + say("(changed here, too)") : ""));
         host.out.record(record);
     });
 }

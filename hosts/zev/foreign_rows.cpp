@@ -57,13 +57,14 @@ void fetch(Host &host, const WorkingCopy &copy, const std::string &path) {
     const fs::path theirs = table_beside(copy, id);
     if (theirs.empty() && has_server_rows(host, copy, path)) return;
     if (theirs.empty())
-        return host.out.warn(typed_path(path) +
-                             ": comes from another project and its rows are not here; import "
-                             "its DXF file, or add it beside that project");
+        return host.out.warn(say("%s: comes from another project and its rows are not here; import "
+                                 "its DXF file, or add it beside that project",
+                                 typed_path(path)));
     copy_table(theirs, table);
     const std::string project = theirs.string().substr(0, theirs.string().find("/.git/tables/"));
-    host.out.line(typed_path(path) + ": its rows come from " + project);
-    host.out.record(Record("info").set(u"message", path + ": its rows come from " + project));
+    host.out.line(say("%s: its rows come from %s", typed_path(path), project));
+    host.out.record(
+        Record("info").set(u"message", say("%s: its rows come from %s", path, project)));
 }
 
 } // namespace

@@ -93,7 +93,7 @@ Selection::Selection(const WorkingCopy &copy, const Paths &paths) : all_(paths.e
             if (!patterns_) patterns_.reset(check(zPathSpecNew(nullptr, 0)));
             check(zPathSpecAdd(patterns_.get(), wide(path).c_str()));
         } else {
-            throw Failed(kNotFound, given + ": no such file or directory");
+            throw Failed(kNotFound, say("%s: no such file or directory", given));
         }
     }
 }
@@ -124,7 +124,7 @@ bool is_tracked(Index *index, const std::string &path) {
 
 void tell(Host &host, const char *action, const char *word, Colour colour,
           const std::string &path) {
-    host.out.line(host.out.paint(colour, padded(word, 11)) + typed_path(path));
+    host.out.line(host.out.paint(colour, action_column(say(word))) + typed_path(path));
     host.out.record(
         Record("action").set(u"action", action).set(u"path", shown_path(wide(path).c_str())));
 }
@@ -134,10 +134,11 @@ void require_done(const Host &host, const std::string &what) {
     if (broken()) throw Failed(kCanceled, "cancelled");
     const uint64_t missed = outcome.failed + outcome.skipped;
     if (!missed && !outcome.aborted) return;
-    if (outcome.aborted && outcome.declined) throw Failed(kCanceled, what + " was not completed");
-    throw Failed(kOther, what + (outcome.aborted ? " was not completed"
-                                                 : " left out " + std::to_string(missed) +
-                                                       (missed == 1 ? " path" : " paths")));
+    if (outcome.aborted && outcome.declined)
+        throw Failed(kCanceled, say("%s was not completed", said(what)));
+    throw Failed(kOther, outcome.aborted
+                             ? say("%s was not completed", said(what))
+                             : say("%s left out %s", said(what), plural(missed, "path")));
 }
 
 } // namespace host

@@ -2,6 +2,8 @@
 // exception that carries a failure from where it happens to main.
 #pragma once
 
+#include "say.hpp"
+
 #include "zev/zev.h"
 
 #include <cstdlib>
@@ -58,6 +60,9 @@ struct Failed : std::runtime_error {
         : std::runtime_error(message), error_class(error_class), code(error_class) {}
     Failed(int error_class, int code, const std::string &message)
         : std::runtime_error(message), error_class(error_class), code(code) {}
+    // A text of our own, in English.
+    Failed(int error_class, const char *text) : Failed(error_class, say(text)) {}
+    Failed(int error_class, int code, const char *text) : Failed(error_class, code, say(text)) {}
     int error_class;
     int code;
 };

@@ -86,6 +86,10 @@ int32_t typed(const std::vector<Button> &buttons, const std::string &line) {
     return count == 1 ? id : kNobody;
 }
 
+// Of two buttons one is yes: by these words, the user's or the English ones, as far as they begin
+// no button's text.
+constexpr const char *kYesNo[] = {"yes", "no"};
+
 // What Enter stands for: the last button that takes no step, else the last one at all.
 const Button &safe_button(const std::vector<Button> &buttons) {
     for (auto button = buttons.rbegin(); button != buttons.rend(); ++button)
@@ -94,13 +98,44 @@ const Button &safe_button(const std::vector<Button> &buttons) {
     return buttons.back();
 }
 
-// The first letter, if no other button begins with it.
-std::string letter_of(const std::vector<Button> &buttons, const Button &button) {
-    std::string_view rest = button.text;
-    if (rest.empty()) return {};
-    take(rest);
-    const std::string letter = button.text.substr(0, button.text.size() - rest.size());
-    return typed(buttons, letter) == button.id ? letter : "";
+std::string first_letter(const std::string &text) {
+    std::string_view rest = text;
+    if (!rest.empty()) take(rest);
+    return text.substr(0, text.size() - rest.size());
+}
+
+// The button that yes or no stands for; kNobody where it is no such question.
+int32_t meant_by(const std::vector<Button> &buttons, bool yes) {
+    if (buttons.size() != 2) return kNobody;
+    const int32_t safe = safe_button(buttons).id;
+    const int32_t other = buttons[0].id == safe ? buttons[1].id : buttons[0].id;
+    return yes ? other : safe;
+}
+
+// Also yes and no, in full or by their letters.
+int32_t chosen(const std::vector<Button> &buttons, const std::string &line) {
+    if (int32_t id = typed(buttons, line); id != kNobody || line.empty()) return id;
+    for (const char *word : kYesNo)
+        for (const std::string &known : {say(word), std::string(word)})
+            if (same_text(known.substr(0, line.size()), line))
+                return meant_by(buttons, word == kYesNo[0]);
+    return kNobody;
+}
+
+// What may be typed for a button in place of its number: "G, y".
+std::string letters_of(const std::vector<Button> &buttons, const Button &button) {
+    std::vector<std::string> letters{first_letter(button.text)};
+    if (letters[0].empty() || typed(buttons, letters[0]) != button.id) letters.clear();
+    for (const char *word : kYesNo)
+        for (const std::string &known : {say(word), std::string(word)})
+            if (const std::string letter = first_letter(known);
+                chosen(buttons, letter) == button.id &&
+                std::none_of(letters.begin(), letters.end(),
+                             [&](const std::string &other) { return same_text(other, letter); }))
+                letters.push_back(letter);
+    std::string text;
+    for (const std::string &letter : letters) text += (text.empty() ? "" : ", ") + letter;
+    return text;
 }
 
 // ---- The question as text
@@ -119,19 +154,19 @@ int32_t ask_on(const Terminal &terminal, const TaskDialog *dialog,
     for (const std::string &text : texts_of(dialog)) shown += visible(text, "\n") + "\n";
     const Button &safe = safe_button(buttons);
     for (const Button &button : buttons) {
-        const std::string letter = letter_of(buttons, button);
+        const std::string letters = letters_of(buttons, button);
         shown += "  " + padded(std::to_string(button.id) + ")", 3) + visible(button.text);
         if (!button.description.empty()) shown += "  " + visible(button.description);
-        if (!letter.empty()) shown += "  [" + letter + "]";
-        shown += button.id == safe.id ? "  [Enter]\n" : "\n";
+        if (!letters.empty()) shown += "  [" + letters + "]";
+        shown += button.id == safe.id ? "  [" + say("Enter") + "]\n" : "\n";
     }
     terminal.write(shown);
     for (;;) {
-        terminal.write("Your choice, by number or letter: ");
+        terminal.write(say("Your choice, by number or letter:") + " ");
         const std::optional<std::string> line = terminal.read_line();
         if (!line) return terminal.write("\n"), kNobody;
         if (trimmed(*line).empty()) return safe.id;
-        if (int32_t id = typed(buttons, trimmed(*line)); id != kNobody) return id;
+        if (int32_t id = chosen(buttons, trimmed(*line)); id != kNobody) return id;
     }
 }
 
@@ -148,13 +183,13 @@ Record record_of(const TaskDialog *dialog, const std::vector<Button> &buttons, i
 }
 
 std::string unanswered(const TaskDialog *dialog, const std::vector<Button> &buttons) {
-    std::string text;
+    std::string text, choice;
     for (const std::string &part : texts_of(dialog)) text += (text.empty() ? "" : " ") + part;
     std::replace(text.begin(), text.end(), '\n', ' ');
-    text += " (";
     for (const Button &button : buttons)
-        text += (button.id == buttons.front().id ? "" : ", ") + button.text;
-    return text + "?) Nobody could answer, which counts as no; --yes, --no and --answer do it";
+        choice += (button.id == buttons.front().id ? "" : ", ") + button.text;
+    return say("%s (%s?) Nobody could answer, which counts as no; --yes, --no and --answer do it",
+               text, choice);
 }
 
 // Why a path was left: the library's record has it while that is told, if its message is the text.
@@ -162,7 +197,25 @@ std::string why_left(const zwchar *text) {
     return zStrsameW(zErrorMsg(), text) ? narrow(zErrorReason()) : "";
 }
 
+constexpr size_t kActionColumn = 11; // columns at least
+
+// Of the words that a file is told with, those that are not the library's.
+constexpr const char *kOwnActions[] = {"Added", "Kept", "In trash", "Renamed", "Unstaged"};
+
 } // namespace
+
+std::string action_column(const std::string &word) {
+    static const size_t widest = [] {
+        size_t width = 0;
+        for (const auto &action : kActions)
+            if (std::string_view(action.name) != "unauthorized") // long, and seldom
+                width = std::max(width,
+                                 columns(narrow(zI18nTextLookup(zI18nCurrentLang(), action.key))));
+        for (const char *own : kOwnActions) width = std::max(width, columns(say(own)));
+        return width;
+    }();
+    return padded(word, std::max(widest + 1, kActionColumn));
+}
 
 void catch_break() {
     struct sigaction action {};
@@ -230,7 +283,7 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
         if (!why.empty()) record.set(u"reason", why);
         return output_.record(record);
     }
-    output_.line(output_.paint(known ? known->colour : Colour::plain, padded(narrow(word), 11)) +
+    output_.line(output_.paint(known ? known->colour : Colour::plain, action_column(narrow(word))) +
                  (failed ? narrow(text) : typed_path(text)) + (why.empty() ? "" : ": " + why));
 }
 
@@ -259,7 +312,8 @@ int32_t HostNotify::answer(const TaskDialog *dialog) const {
     if (answers_.no || buttons.empty()) return kNobody;
     if (repeats_ < kMaxRepeats) {
         for (const std::string &name : answers_.buttons)
-            if (int32_t id = named(buttons, name); id != kNobody) return id;
+            for (const std::string &known : {name, said(name)})
+                if (int32_t id = named(buttons, known); id != kNobody) return id;
         if (answers_.yes) return buttons.front().id;
     }
     output_.clear_progress();
@@ -273,13 +327,13 @@ int32_t HostNotify::answer(const TaskDialog *dialog) const {
 int32_t ask(const Notify *notify, const Question &question) {
     Owned<TaskDialog, zTaskDialogFree> dialog(check(zTaskDialogNew()));
     check(zTaskDialogSetId(dialog.get(), wide(question.id).c_str()));
-    check(zTaskDialogSetTitle(dialog.get(), wide(question.title).c_str()));
-    check(zTaskDialogSetInstruction(dialog.get(), wide(question.instruction).c_str()));
-    check(zTaskDialogSetContent(dialog.get(), wide(question.content).c_str()));
+    check(zTaskDialogSetTitle(dialog.get(), wide(said(question.title)).c_str()));
+    check(zTaskDialogSetInstruction(dialog.get(), wide(said(question.instruction)).c_str()));
+    check(zTaskDialogSetContent(dialog.get(), wide(said(question.content)).c_str()));
     int32_t id = 0;
     for (const std::string &text : question.buttons) {
         Owned<TaskButton, zTaskButtonFree> button(
-            check(zTaskButtonNew(++id, wide(text).c_str(), nullptr)));
+            check(zTaskButtonNew(++id, wide(said(text)).c_str(), nullptr)));
         check(zTaskDialogAddButton(dialog.get(), button.get()));
         button.release();
     }
@@ -289,7 +343,8 @@ int32_t ask(const Notify *notify, const Question &question) {
 void require_yes(const HostNotify *notify, const Question &question, const std::string &otherwise,
                  const std::string &option) {
     if (ask(notify, question) == 1) return;
-    throw Failed(kCanceled, otherwise + (notify->outcome().unanswered ? "; " + option : ""));
+    const std::string stays = said(otherwise);
+    throw Failed(kCanceled, notify->outcome().unanswered ? stays + "; " + said(option) : stays);
 }
 
 } // namespace host

@@ -65,8 +65,11 @@ class HostNotify : public Notify {
     mutable unsigned repeats_ = 0;
 };
 
-// A question of the host's own. The buttons have the ids 1, 2, ...; the first one agrees, the last
-// one leaves all as it is.
+// The word that tells what became of a file, as wide as all of these words need it.
+std::string action_column(const std::string &word);
+
+// A question of the host's own, in texts that the catalogue knows or that were said already. The
+// buttons have the ids 1, 2, ...; the first one agrees, the last one leaves all as it is.
 struct Question {
     const char *id; // by which scripts tell questions apart
     std::string title;

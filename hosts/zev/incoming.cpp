@@ -26,9 +26,10 @@ struct Result {
 
 std::string sentence(const Result &result) {
     const std::string id = short_id(zCommitId(result.commit.get()));
-    if (!result.files && !result.missed) return "up to date at " + id;
-    std::string text = "updated to " + id + ": " + count_of(result.files, "file");
-    return result.came.objects ? text + "; " + stock_text(result.came) + " came" : text;
+    if (!result.files && !result.missed) return say("up to date at %s", id);
+    const std::string files = count_of(result.files, "file");
+    if (!result.came.objects) return say("updated to %s: %s", id, files);
+    return say("updated to %s: %s; %s came", id, files, stock_text(result.came));
 }
 
 void tell(Host &host, const Result &result, const Reception &reception) {
@@ -62,8 +63,11 @@ int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, bool who
     note_answer(copy, whole && !missed && result.commit ? zCommitId(result.commit.get()) : nullptr);
     if (missed)
         throw Failed(kOther,
-                     std::to_string(missed) + (missed == 1 ? " file was" : " files were") +
-                         " left out, for the reasons above; update again when they are gone");
+                     say(missed == 1 ? "%s file was left out, for the reasons above; update again "
+                                       "when they are gone"
+                                     : "%s files were left out, for the reasons above; update "
+                                       "again when they are gone",
+                         missed));
     return conflicts ? tell_conflicts(host) : kDone;
 }
 

@@ -1,6 +1,10 @@
 // The words are part of the interface; their order is that of the library's numbers.
 #include "kinds.hpp"
 
+#include "width.hpp"
+
+#include <algorithm>
+
 namespace host {
 
 namespace {
@@ -19,6 +23,17 @@ constexpr struct {
 
 const char *kind_name(int32_t kind) {
     return kind >= 0 && kind < 12 ? kKinds[kind].name : "unknown";
+}
+
+std::string kind_word(int32_t kind) { return say(kind_name(kind)); }
+
+std::string kind_column(int32_t kind) {
+    static const size_t widest = [] {
+        size_t width = 0;
+        for (const auto &known : kKinds) width = std::max(width, columns(say(known.name)));
+        return width;
+    }();
+    return padded(kind_word(kind), widest + 2);
 }
 
 Colour kind_colour(int32_t kind) {

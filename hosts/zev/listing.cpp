@@ -14,7 +14,7 @@ void print_listed(Host &host, const char *type, const Listed &listed) {
         if (!listed.old.empty()) record.set(u"from", listed.old);
         return host.out.record(record);
     }
-    host.out.line(host.out.paint(kind_colour(listed.kind), padded(kind, 12)) +
+    host.out.line(host.out.paint(kind_colour(listed.kind), kind_column(listed.kind)) +
                   (listed.old.empty() ? "" : typed_path(listed.old) + " -> ") +
                   typed_path(listed.path));
 }

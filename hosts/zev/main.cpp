@@ -1,5 +1,7 @@
 // zev, the command line: reads the arguments, runs one verb, turns its outcome into an exit code.
 
+#include "help.hpp"
+#include "language.hpp"
 #include "plain_words.hpp"
 #include "session.hpp"
 #include "usage.hpp"
@@ -131,6 +133,12 @@ int exit_code(const Failed &failed) {
     }
 }
 
+// The arguments may not have been read as far as --json, or not at all.
+bool is_json(int argc, char **argv) {
+    return std::any_of(argv, argv + argc,
+                       [](const char *argument) { return std::string_view(argument) == "--json"; });
+}
+
 // Declares the verbs; the one that is given leaves its work in `chosen`.
 class CommandLine {
   public:
@@ -139,8 +147,6 @@ class CommandLine {
         app_.fallthrough();
         app_.footer(kEpilogue);
         app_.get_formatter()->label("SUBCOMMAND", "VERB");
-        app_.get_formatter()->label("Positionals", "Arguments");
-        app_.get_formatter()->label("Excludes", "not with");
         add_globals();
         for (const Verb *row : kVerbs) add(*row);
     }
@@ -160,6 +166,7 @@ class CommandLine {
         app_.parse(static_cast<int>(words.size()), words.data());
         return true;
     } catch (const CLI::Success &told) {
+        translate_help(app_);
         std::ostringstream text;
         code = app_.exit(told, text, text);
         if (is_json(argc, argv))
@@ -169,9 +176,10 @@ class CommandLine {
         return false;
     } catch (const CLI::ParseError &error) {
         code = kUsage;
-        if (argc == 1)
+        if (argc == 1) {
+            translate_help(app_);
             fputs(app_.help().c_str(), stdout);
-        else
+        } else
             report_usage(usage_problem(app_, error), argc, argv);
         return false;
     }
@@ -227,13 +235,6 @@ class CommandLine {
         });
     }
 
-    // The arguments may not have been read as far as --json.
-    static bool is_json(int argc, char **argv) {
-        return std::any_of(argv, argv + argc, [](const char *argument) {
-            return std::string_view(argument) == "--json";
-        });
-    }
-
     static void tell_json(const char *type, const std::string &text) {
         Output out;
         out.setup(true, ColourMode::never);
@@ -261,13 +262,29 @@ void tell_end(Output &out, int code) {
              code);
 }
 
-// The library for the length of the run.
-struct Library {
-    Library() {
+// The library for as long as the program runs; help has its language from there, too. Programs get
+// English.
+class Library {
+  public:
+    explicit Library(bool for_programs) {
         zLogConsole(false); // what happens is told by what each verb says
-        check(zGlobalInit(nullptr, nullptr), "zev can't start");
+        if (!zGlobalInit(for_programs ? zLangGlobal() : u"", nullptr))
+            failure_ = raised(say("zev can't start"));
+        else if (!for_programs)
+            follow_language();
     }
-    ~Library() { zGlobalCleanup(); }
+    ~Library() {
+        if (!failure_) zGlobalCleanup();
+    }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+
+    void require() const {
+        if (failure_) throw *failure_;
+    }
+
+  private:
+    std::optional<Failed> failure_;
 };
 
 void enter(const std::string &directory) {
@@ -283,14 +300,16 @@ Failed told_better(const Failed &failed) {
     const std::string above = std::filesystem::path(path).parent_path();
     const char *refused = nullptr;
     if (!access(path.c_str(), F_OK) && access(path.c_str(), R_OK))
-        refused = ": can't be read: ";
+        refused = "%s: can't be read: %s";
     else if (access(above.c_str(), W_OK))
-        refused = ": can't be written: ";
-    return refused ? Failed(kSystem, errno, path + refused + strerror(errno)) : failed;
+        refused = "%s: can't be written: %s";
+    if (!refused) return failed;
+    const int number = errno;
+    return Failed(kSystem, number, say(refused, path, strerror(number)));
 }
 
-int run(const CommandLine &line, Output &out) try {
-    Library library;
+int run(const Library &library, const CommandLine &line, Output &out) try {
+    library.require();
     try {
         enter(line.globals().directory);
         HostNotify notify(out, line.globals().answers);
@@ -303,8 +322,9 @@ int run(const CommandLine &line, Output &out) try {
         if (out.unread()) return kDone; // left by the user, who has seen enough
         const Failed failed = in_plain_words(told_better(thrown), out);
         const int code = exit_code(failed);
-        const char *help = code == kHeld ? "; another process is at work there" : "";
-        out.fail(Failed(failed.error_class, failed.code, failed.what() + std::string(help)), code);
+        std::string text = failed.what();
+        if (code == kHeld) text = say("%s; another process is at work there", text);
+        out.fail(Failed(failed.error_class, failed.code, text), code);
         return code;
     } catch (const std::filesystem::filesystem_error &error) {
         const Failed failed = failed_at(error);
@@ -325,13 +345,14 @@ int run(const CommandLine &line, Output &out) try {
 
 int main(int argc, char **argv) {
     using namespace host;
+    const Library library(is_json(argc, argv));
     CommandLine line;
     int code = kDone;
     if (!line.parse(argc, argv, code)) return code;
     Output out;
     out.setup(line.globals().json, colour_mode(line.globals().colour));
-    code = run(line, out);
+    code = run(library, line, out);
     if (out.finish() || code != kDone) return code;
-    fputs("zev: stdout: can't be written\n", stderr);
+    fputs((say("zev: stdout: can't be written") + "\n").c_str(), stderr);
     return kFailed;
 }

@@ -25,9 +25,9 @@ void judge(const Host &host, const std::string &name) {
     const Failed failed = raised();
     stop_on_break(host.notify);
     if (failed.error_class != kNetwork || failed.code == kNoSuch) return;
-    throw Failed(
-        failed.error_class, failed.code,
-        name + ": its rows are not all here, and the server doesn't send them: " + failed.what());
+    throw Failed(failed.error_class, failed.code,
+                 say("%s: its rows are not all here, and the server doesn't send them: %s", name,
+                     failed.what()));
 }
 
 OwnedKeys new_keys() {
@@ -71,9 +71,9 @@ bool ask_tag(const Host &host, const WorkingCopy &copy, Table *table, const std:
     if (zTableCheckKeys(table, none.get())) return true;
     stop_on_break(host.notify);
     if (zErrorCode() != kNoSuch)
-        host.out.warn(name +
-                      ": the server could not be asked for a tag, so it has one by chance: " +
-                      narrow(zErrorDetail()));
+        host.out.warn(
+            say("%s: the server could not be asked for a tag, so it has one by chance: %s", name,
+                narrow(zErrorDetail())));
     return false;
 }
 

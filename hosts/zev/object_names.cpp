@@ -14,7 +14,7 @@ uint64_t parse_object(const std::string &text) {
     uint64_t number = 0;
     const auto [stop, error] = std::from_chars(begin, end, number, unnamed ? 10 : 16);
     if (error != std::errc() || stop != end || number >= dxf::kFirstNumber)
-        throw Failed(kInvalid, "\"" + text + "\" is no handle; write it as \"zev diff\" shows it");
+        throw Failed(kInvalid, say("\"%s\" is no handle; write it as \"zev diff\" shows it", text));
     return unnamed ? number + dxf::kFirstNumber : number;
 }
 

@@ -57,7 +57,7 @@ std::string under_plain_name(Host &host, const WorkingCopy &copy, const std::str
     const fs::path file = without_slash(path);
     const fs::path target = file.parent_path() / plain(file.filename().string());
     move_odd(copy, file.string(), target.string());
-    host.out.line(host.out.paint(Colour::cyan, padded("Renamed", 11)) + path + " -> " +
+    host.out.line(host.out.paint(Colour::cyan, action_column(say("Renamed"))) + path + " -> " +
                   target.string());
     host.out.record(Record("action")
                         .set(u"action", "renamed")

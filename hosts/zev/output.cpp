@@ -112,16 +112,32 @@ std::string trimmed(const std::string &text) {
 
 std::string grouped(uint64_t number) {
     std::string text = std::to_string(number);
-    for (size_t at = text.size(); at > 3;) text.insert(at -= 3, ",");
+    const std::string mark = say(",");
+    for (size_t at = text.size(); at > 3;) text.insert(at -= 3, mark);
     return text;
 }
 
+namespace {
+
+// "%s object", "%s objects": both stand in the catalogues.
+std::string counted(const std::string &number, bool is_one, const char *noun) {
+    return say(("%s " + std::string(noun) + (is_one ? "" : "s")).c_str(), number);
+}
+
+} // namespace
+
 std::string count_of(uint64_t number, const char *noun) {
-    return grouped(number) + " " + noun + (number == 1 ? "" : "s");
+    return counted(grouped(number), number == 1, noun);
 }
 
 std::string plural(uint64_t number, const char *noun) {
-    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+    return counted(std::to_string(number), number == 1, noun);
+}
+
+std::string bytes_text(uint64_t bytes) {
+    std::string text = narrow(zNumToHumanBytes(bytes));
+    if (const size_t point = text.find('.'); point != text.npos) text.replace(point, 1, say("."));
+    return text;
 }
 
 std::string visible(std::string_view text, std::string_view kept) {
@@ -240,7 +256,9 @@ void Output::warn(const std::string &text) {
     say_reason();
     clear_progress();
     fflush(stdout);
-    put_line(stderr, (colour_errors_ ? "\033[33mwarning:\033[0m " : "warning: ") + visible(text));
+    std::string warning = say("warning:");
+    if (colour_errors_) warning = "\033[33m" + warning + "\033[0m";
+    put_line(stderr, warning + " " + visible(in_users_words(text)));
 }
 
 void Output::reason(const std::string &text) {
@@ -251,6 +269,13 @@ void Output::reason(const std::string &text) {
 
 void Output::say_reason() {
     if (!reason_.empty()) warn(std::exchange(reason_, {}));
+}
+
+// The system's own words, of which a failure tells at its end.
+static std::string in_users_words(const std::string &text) {
+    const size_t colon = text.rfind(": ");
+    if (colon == text.npos) return text;
+    return text.substr(0, colon + 2) + said(text.substr(colon + 2));
 }
 
 void Output::fail(const Failed &failed, int exit_code) {
@@ -265,7 +290,8 @@ void Output::fail(const Failed &failed, int exit_code) {
     say_reason();
     clear_progress();
     fflush(stdout);
-    put_line(stderr, (colour_errors_ ? "\033[31mzev:\033[0m " : "zev: ") + visible(failed.what()));
+    put_line(stderr, (colour_errors_ ? "\033[31mzev:\033[0m " : "zev: ") +
+                         visible(in_users_words(failed.what())));
 }
 
 void Output::progress(const std::string &text) {

@@ -24,6 +24,7 @@ std::string trimmed(const std::string &text); // of blanks and tabs
 std::string grouped(uint64_t number);                    // "4,147"
 std::string count_of(uint64_t number, const char *noun); // "4,147 objects"
 std::string plural(uint64_t number, const char *noun);   // "4147 items"
+std::string bytes_text(uint64_t bytes);                  // "8.7 KB"
 
 // Others' words on one line: control characters, marks that turn the direction of writing and bytes
 // that are no UTF-8 as \n, \t, \x1b, \u202e, \xff. What is so already stays.
@@ -78,6 +79,9 @@ class Output {
     bool json() const { return json_; }
     std::string paint(Colour colour, const std::string &text) const;
 
+    // What is given as a literal is said in the user's language, here and where warnings are.
+    void line(const char *text) { line(say(text)); }
+    void warn(const char *text) { warn(say(text)); }
     void line(const std::string &text); // text mode: stdout, what is in it is made visible
     void text(const std::string &text); // the same for several lines
     void record(const Record &record);  // JSON mode: stdout

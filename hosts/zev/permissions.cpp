@@ -17,12 +17,12 @@ std::string without_slashes(std::string path) {
 } // namespace
 
 Permissions::Permissions(const WorkingCopy &copy)
-    : db_(check(zAuthdbOpen(copy.repository()), "the rules")) {
+    : db_(check(zAuthdbOpen(copy.repository()), say("the rules"))) {
     zwchar path[Z_PATH_MAX];
     check(zAuthdbPath(path, copy.repository()));
     has_rules_ = zPathFileExists(path);
     if (!has_rules_) return;
-    const OwnedJson file(check(zJsonReadFile(path), "the rules"));
+    const OwnedJson file(check(zJsonReadFile(path), say("the rules")));
     fallback_ = static_cast<int32_t>(zJsonPathGetLarge(file.get(), u"settings.default"));
     const Json *entries = zJsonPathGet(file.get(), u"settings.entries");
     const uint64_t count = entries && zJsonIsArray(entries) ? zJsonArraySize(entries) : 0;

@@ -27,10 +27,9 @@ std::string project() try { return origin_of(WorkingCopy()); } catch (const std:
 Failed remade() {
     const std::string url = project();
     return Failed(kNetwork, kConflict,
-                  url +
-                      ": is another project by now, made after this copy's was deleted; your files "
-                      "stay here, and \"zev get " +
-                      url + " DIRECTORY\" makes a copy of the new one");
+                  say("%1$s: is another project by now, made after this copy's was deleted; your "
+                      "files stay here, and \"zev get %1$s DIRECTORY\" makes a copy of the new one",
+                      url));
 }
 
 // "SUMMARY: 404: WHAT ISN'T THERE: WHAT 404 MEANS": the third of these is what counts. The summary
@@ -53,8 +52,8 @@ Failed unavailable(const Failed &failed) {
     const fs::path temporary = fs::temp_directory_path(error);
     if (error || fs::space(temporary, error).available >= kLittle || error) return failed;
     return Failed(failed.error_class, failed.code,
-                  failed.what() + std::string("; nor is there much room in ") + temporary.string() +
-                      ", which a transfer needs");
+                  say("%s; nor is there much room in %s, which a transfer needs", failed.what(),
+                      temporary.string()));
 }
 
 } // namespace
@@ -72,8 +71,8 @@ Failed no_space_for(fs::path copy) {
     const uintmax_t left = fs::space(temporary, error).available;
     const bool other = !error && left < fs::space(copy, error).available && !error;
     return Failed(kSystem, ENOSPC,
-                  "no space is left on the device of " + (other ? temporary : copy).string() +
-                      "; make room, and do it again");
+                  say("no space is left on the device of %s; make room, and do it again",
+                      (other ? temporary : copy).string()));
 }
 
 Failed in_plain_words(const Failed &failed, Output &out) {

@@ -75,15 +75,16 @@ void add_alone(Stock &stock, const fs::path &directory, fs::file_time_type since
 } // namespace
 
 std::string stock_text(const Stock &stock) {
-    return count_of(stock.objects, "object") + ", " + narrow(zNumToHumanBytes(stock.bytes));
+    return count_of(stock.objects, "object") + ", " + bytes_text(stock.bytes);
 }
 
 // A get that was cut short has left no answer of the server's, unlike one of an empty project.
 void tell_unfinished(Host &host, const WorkingCopy &copy) {
     const std::string url = copy.born() ? "" : origin_of(copy), place = copy.root().string();
     if (url.empty() || read_note(copy).seconds) return;
-    host.out.warn(place + ": is a copy of " + url + " that has not come so far; \"zev get " + url +
-                  " " + place + "\" goes on");
+    host.out.warn(say("%1$s: is a copy of %2$s that has not come so far; \"zev get %2$s %1$s\" "
+                      "goes on",
+                      place, url));
 }
 
 Reception::Reception(Host &host, fs::path directory, const char *verb, bool filled)
@@ -101,7 +102,7 @@ Reception::Reception(Host &host, fs::path directory, const char *verb, bool fill
     }
     host_.notify->set_progress_tail([this] {
         const Stock came = packs_since(directory_ / "objects", since_);
-        return came.objects ? ", " + grouped(came.objects) + " objects" : "";
+        return came.objects ? ", " + say("%s objects", grouped(came.objects)) : "";
     });
 }
 
@@ -110,7 +111,7 @@ void Reception::tell_resumed() {
     if (!left.objects) return;
     resumed_ = true;
     const std::string text =
-        "the last try was cut short; it goes on from what has come: " + stock_text(left);
+        say("the last try was cut short; it goes on from what has come: %s", stock_text(left));
     host_.out.line(text);
     host_.out.record(Record("info").set(u"message", text));
 }

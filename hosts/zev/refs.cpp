@@ -55,13 +55,13 @@ std::string remote_branch(const WorkingCopy &copy, const std::string &name) {
             found = full.substr(kRemotes.size());
         return true;
     };
-    check(each_reference(copy.repository(), visit), "references");
+    check(each_reference(copy.repository(), visit), say("references"));
     return found;
 }
 
 void make_branch(const WorkingCopy &copy, const std::string &name, const Commit *commit) {
     if (name.empty() || name.starts_with('-') || name == "HEAD")
-        throw Failed(kInvalid, "\"" + name + "\": no name for a branch");
+        throw Failed(kInvalid, say("\"%s\": no name for a branch", name));
     OwnedReference(check(
         zReferenceCreate(copy.repository(), wide(full_branch(name)).c_str(), zCommitId(commit)),
         name));

@@ -54,15 +54,16 @@ OwnedBranch upstream_of(const WorkingCopy &copy) {
     if (upstream) return upstream;
     if (zErrorClass() != kNotFound) fail_raised();
     const std::string back = following_branch(copy);
-    throw Failed(kNotFound, (head ? "branch " + narrow(zBranchName(head.get())) : "HEAD") +
-                                " follows no branch of the server" +
-                                (back.empty() ? "" : "; \"zev switch " + back + "\" goes back"));
+    const std::string here = head ? say("branch %s", narrow(zBranchName(head.get()))) : "HEAD";
+    if (back.empty()) throw Failed(kNotFound, say("%s follows no branch of the server", here));
+    throw Failed(kNotFound, say("%s follows no branch of the server; \"zev switch %s\" goes back",
+                                here, back));
 }
 
 // ---- What the server is asked
 
-std::string log_in_anew(const std::string &url) {
-    return "; \"zev login " + server_of(url) + "\" logs in anew";
+std::string log_in_anew(const std::string &what, const std::string &url) {
+    return say("%s; \"zev login %s\" logs in anew", what, server_of(url));
 }
 
 HttpResponse *get(const Host &host, HttpRequest *request, const std::string &url) {
@@ -71,9 +72,8 @@ HttpResponse *get(const Host &host, HttpRequest *request, const std::string &url
     if (zHttpResponseOk(response)) return response;
     stop_on_break(host.notify);
     const int code = zHttpResponseCode(response);
-    throw Failed(kNetwork, code,
-                 url + ": " + narrow(zHttpResponseStrerr(response)) +
-                     (code == kUnauthorized ? log_in_anew(url) : ""));
+    const std::string text = url + ": " + narrow(zHttpResponseStrerr(response));
+    throw Failed(kNetwork, code, code == kUnauthorized ? log_in_anew(text, url) : text);
 }
 
 OwnedJson ask(const Host &host, Remote *remote, const std::string &tail) {
@@ -83,7 +83,7 @@ OwnedJson ask(const Host &host, Remote *remote, const std::string &tail) {
     HttpResponse *response = get(host, request, url);
     Stream *body = zHttpResponseBody(response);
     OwnedJson json(body ? zJsonReadStream(body) : nullptr);
-    if (!json) throw Failed(kNetwork, -1, url + ": the answer makes no sense");
+    if (!json) throw Failed(kNetwork, -1, say("%s: the answer makes no sense", url));
     return json;
 }
 
@@ -129,10 +129,10 @@ Oid by_digits(const std::vector<Oid> &line, std::string digits) {
     const Oid *found = nullptr;
     for (const Oid &id : line) {
         if (!hex(&id).starts_with(digits)) continue;
-        if (found) throw Failed(kInvalid, "\"" + digits + "\" begins more than one commit's id");
+        if (found) throw Failed(kInvalid, say("\"%s\" begins more than one commit's id", digits));
         found = &id;
     }
-    if (!found) throw Failed(kNotFound, "\"" + digits + "\" names no commit of the server");
+    if (!found) throw Failed(kNotFound, say("\"%s\" names no commit of the server", digits));
     return *found;
 }
 
@@ -148,7 +148,8 @@ std::string project_url(const std::string &given) {
     const size_t at = repos == url.npos ? project_at(url) : repos + strlen("/repos");
     if (at != url.npos && is_project(url.substr(at + 1)))
         return server_of(url.substr(0, repos == url.npos ? at : repos)) + "/repos" + url.substr(at);
-    throw Failed(kInvalid, given + ": names no project, such as http://plant:3001/team/house");
+    throw Failed(kInvalid,
+                 say("%s: names no project, such as http://plant:3001/team/house", given));
 }
 
 std::string project_name(const std::string &url) { return url.substr(url.rfind('/') + 1); }
@@ -170,7 +171,7 @@ std::string log_on(const std::string &url) {
     const std::string server = server_of(url);
     if (!use_account(server))
         throw Failed(kServer, kUnauthorized,
-                     "not logged in to " + server + "; \"zev login " + server + "\" does it");
+                     say("not logged in to %1$s; \"zev login %1$s\" does it", server));
     return find_account(server)->user;
 }
 
@@ -186,8 +187,8 @@ void require_project(const Host &host, const std::string &url) {
 OwnedRemote open_remote(const WorkingCopy &copy) {
     const std::string url = origin_of(copy);
     if (url.empty())
-        throw Failed(kNotFound, copy.root().string() +
-                                    ": has no server; \"zev get\" makes a copy of a project");
+        throw Failed(kNotFound, say("%s: has no server; \"zev get\" makes a copy of a project",
+                                    copy.root().string()));
     upstream_of(copy);
     log_on(url);
     return OwnedRemote(check(zRemoteOpen(copy.repository())));
@@ -246,7 +247,7 @@ Oid server_revision(const Host &host, const WorkingCopy &copy, Remote *remote,
         const std::optional<Oid> head = ask_head(host, remote, followed_branch(copy));
         if (head) id = by_digits(history(host, copy, remote, *head), name);
     }
-    if (!id) throw Failed(kNotFound, "\"" + name + "\" names no commit of the server");
+    if (!id) throw Failed(kNotFound, say("\"%s\" names no commit of the server", name));
     if (suffix == revision.size()) return *id;
     history(host, copy, remote, *id);
     return *zCommitId(copy.commit(hex(&*id) + revision.substr(suffix)).get());
@@ -262,7 +263,7 @@ void fail_remote(const Host &host, const std::string &url) {
         throw Failed(kCanceled, "nothing was changed; --answer tells what is meant");
     if (failed.error_class == kNetwork && failed.code == kUnauthorized &&
         !host.notify->outcome().unauthorized)
-        throw Failed(kNetwork, kUnauthorized, failed.what() + log_in_anew(url));
+        throw Failed(kNetwork, kUnauthorized, log_in_anew(failed.what(), url));
     if (failed.error_class != kNetwork && is_no_space(failed)) {
         host.out.drop_reason();
         throw no_space_for(std::filesystem::current_path());

@@ -99,7 +99,7 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
     if (made && is_made(copy, before, message))
         return tell_commit(host, made.get(), author, message);
     host.out.line("nothing was left to send: the server has these changes already");
-    host.out.record(Record("info").set(u"message", "nothing was left to send"));
+    host.out.record(Record("info").set(u"message", "nothing was left to send")); // for programs
     return kDone;
 }
 

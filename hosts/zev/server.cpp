@@ -79,7 +79,7 @@ std::optional<std::string> from_environment() {
     const std::string file = variable("ZEV_PASSWORD_FILE");
     if (!file.empty()) {
         std::ifstream in(file);
-        if (!in) throw Failed(kNotFound, file + ": the password can't be read");
+        if (!in) throw Failed(kNotFound, say("%s: the password can't be read", file));
         return first_line(in);
     }
     const std::string command = variable("ZEV_PASSWORD_COMMAND");
@@ -115,7 +115,7 @@ std::string server_of(const std::string &given) {
     const std::string schema = uri ? lower(narrow(zUriSchema(uri.get()))) : "";
     const std::string host = uri ? lower(narrow(zUriHost(uri.get()))) : "";
     if (host.empty() || (schema != "http" && schema != "https"))
-        throw Failed(kInvalid, given + ": is no server's address, such as http://plant:3001");
+        throw Failed(kInvalid, say("%s: is no server's address, such as http://plant:3001", given));
     const uint32_t standard = zUriDefaultPort(wide(schema).c_str()), service = 3001;
     uint32_t port = zUriPort(uri.get());
     if (bare && port == standard) port = service;
@@ -155,15 +155,15 @@ std::optional<Account> find_account(const std::string &server) {
 void remember(const std::string &server, const std::string &user, const std::string &password) {
     check(
         zCookieWriteRaw(wide(server).c_str(), kProgram, wide(user).c_str(), wide(password).c_str()),
-        "the login");
-    check(zCookieWrite(kProgram, kLast, wide(server).c_str(), u"-"), "the login");
+        say("the login"));
+    check(zCookieWrite(kProgram, kLast, wide(server).c_str(), u"-"), say("the login"));
 }
 
 bool forget(const std::string &server) {
     std::u16string user, code;
     const bool known = read_cookie(server, kProgram, &user, &code);
-    check(zCookieClear(wide(server).c_str(), kProgram), "the login");
-    if (last_server() == server) check(zCookieClear(kProgram, kLast), "the login");
+    check(zCookieClear(wide(server).c_str(), kProgram), say("the login"));
+    if (last_server() == server) check(zCookieClear(kProgram, kLast), say("the login"));
     return known;
 }
 
@@ -180,15 +180,15 @@ std::string read_password(const std::string &whose, bool from_stdin) {
     if (std::optional<std::string> given = from_environment()) return checked(std::move(*given));
     const Terminal terminal;
     require(terminal);
-    return checked(asked(terminal, "Password of " + whose + ": "));
+    return checked(asked(terminal, say("Password of %s:", whose) + " "));
 }
 
 std::string read_new_password(const std::string &whose, bool from_stdin) {
     if (from_stdin) return checked(first_line(std::cin));
     const Terminal terminal;
     require(terminal);
-    std::string password = checked(asked(terminal, "New password of " + whose + ": "));
-    if (asked(terminal, "Once more: ") != password)
+    std::string password = checked(asked(terminal, say("New password of %s:", whose) + " "));
+    if (asked(terminal, say("Once more:") + " ") != password)
         throw Failed(kInvalid, "the two passwords differ");
     return password;
 }

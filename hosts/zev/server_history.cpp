@@ -57,8 +57,8 @@ void bring_history(const Host &host, const WorkingCopy &copy) {
         zRemoteDownloadRevlist(remote.get(), id, 0, nullptr))
         return;
     stop_on_break(host.notify);
-    host.out.warn("the history before is not here, and the server doesn't send it: " +
-                  narrow(zErrorDetail()));
+    host.out.warn(say("the history before is not here, and the server doesn't send it: %s",
+                      narrow(zErrorDetail())));
 }
 
 OwnedCommit commit_with(const Host &host, const WorkingCopy &copy, const std::string &revision,

@@ -72,14 +72,15 @@ ServerStanding known_standing(const WorkingCopy &copy) {
 std::vector<std::string> standing_lines(const ServerStanding &standing) {
     std::vector<std::string> lines;
     if (standing.unsent)
-        lines.push_back(grouped(standing.unsent) +
-                        (standing.unsent == 1 ? " commit of yours is" : " commits of yours are") +
-                        " not on the server; \"zev commit\" sends what " +
-                        (standing.unsent == 1 ? "it" : "they") + " did");
+        lines.push_back(say(standing.unsent == 1 ? "%s commit of yours is not on the server; "
+                                                   "\"zev commit\" sends what it did"
+                                                 : "%s commits of yours are not on the server; "
+                                                   "\"zev commit\" sends what they did",
+                            grouped(standing.unsent)));
     if (standing.from)
-        lines.push_back("the server's branch went back from " + short_id(&*standing.from) + " to " +
-                        short_id(&*standing.to) +
-                        "; what it lost stays here as your change when you update");
+        lines.push_back(say("the server's branch went back from %s to %s; what it lost stays here "
+                            "as your change when you update",
+                            short_id(&*standing.from), short_id(&*standing.to)));
     return lines;
 }
 

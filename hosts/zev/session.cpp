@@ -186,7 +186,7 @@ Session::~Session() {
         entry.count = entry.slots.size();
         if (entry.count) change_journal(*copy_, [&](Journal &all) { all.push_back(entry); });
     } catch (const std::exception &error) {
-        host_.out.warn(std::string("\"zev undo\" won't know of this: ") + error.what());
+        host_.out.warn(say("\"zev undo\" won't know of this: %s", error.what()));
     }
 }
 

@@ -40,9 +40,9 @@ void print_commit(Host &host, const Commit *commit) {
         if (const Oid *parent = zCommitParentId(commit)) record.set(u"parent", parent);
         return host.out.record(record);
     }
-    host.out.line(host.out.paint(Colour::yellow, "commit " + id));
-    host.out.line("Author: " + author);
-    host.out.line("Date:   " + time);
+    host.out.line(host.out.paint(Colour::yellow, say("commit %s", id)));
+    host.out.line(say("Author: %s", author));
+    host.out.line(say("Date:   %s", time));
     host.out.text(indented(message) + "\n");
 }
 
@@ -56,7 +56,7 @@ void print_change(Host &host, const DiffEntry *entry) {
         if (kind != Z_KIND_ADDED) record.set(u"old", zDiffEntryOldId(entry));
         return host.out.record(record);
     }
-    host.out.line(host.out.paint(kind_colour(kind), padded(kind_name(kind), 12)) +
+    host.out.line(host.out.paint(kind_colour(kind), kind_column(kind)) +
                   (kind == Z_KIND_RENAMED ? typed_path(zDiffEntryOldPath(entry)) + " -> " : "") +
                   typed_path(zDiffEntryNewPath(entry)));
 }

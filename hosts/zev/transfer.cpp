@@ -71,18 +71,16 @@ void Passage::put_back_entry(const std::string &path) {
 }
 
 void Passage::fail(const Transfer &taken) const {
-    const auto files = [](uint64_t count) {
-        return std::to_string(count) + (count == 1 ? " file" : " files");
-    };
-    std::string text = taken.broken_off
-                           ? "cancelled"
-                           : files(taken.missed) + " could not be changed; close what uses them";
+    std::string text = taken.broken_off ? say("cancelled")
+                                        : say("%s could not be changed; close what uses them",
+                                              plural(taken.missed, "file"));
+    text += "; ";
     if (!head_)
-        text += "; what came in is staged, and once more goes on from there";
+        text += say("what came in is staged, and once more goes on from there");
     else if (stuck_)
-        text += "; " + files(stuck_) + " could not go back and are as over there";
+        text += say("%s could not go back and are as over there", plural(stuck_, "file"));
     else
-        text += "; the branch is the same as before";
+        text += say("the branch is the same as before");
     throw Failed(taken.broken_off ? kCanceled : kOther, text);
 }
 
@@ -118,8 +116,7 @@ std::vector<std::string> local_work(const WorkingCopy &copy) {
 std::string some_of(const std::vector<std::string> &names) {
     std::string text;
     for (size_t i = 0; i < names.size() && i < kExamples; ++i) text += (i ? ", " : "") + names[i];
-    if (names.size() > kExamples)
-        text += " and " + std::to_string(names.size() - kExamples) + " more";
+    if (names.size() > kExamples) text = say("%s and %s more", text, names.size() - kExamples);
     return text;
 }
 
@@ -129,9 +126,9 @@ void confirm_trash(Host &host, const std::vector<std::string> &work) {
     require_yes(host.notify,
                 {.id = "zev.force",
                  .title = "",
-                 .instruction = count +
-                                (work.size() == 1 ? " changed file goes" : " changed files go") +
-                                " to the trash. Go on?",
+                 .instruction = say(work.size() == 1 ? "%s changed file goes to the trash. Go on?"
+                                                     : "%s changed files go to the trash. Go on?",
+                                    count),
                  .content = some_of(work),
                  .buttons = {"Go on", "Keep my changes"}},
                 "nothing was changed");

@@ -33,7 +33,7 @@ void print_entry(Host &host, const TrashEntry *entry) {
         if (is_file) record.set(u"size", zTrashEntrySize(entry));
         return host.out.record(record);
     }
-    const std::string size = is_file ? narrow(zNumToHumanBytes(zTrashEntrySize(entry))) : "-";
+    const std::string size = is_file ? bytes_text(zTrashEntrySize(entry)) : "-";
     host.out.line(short_time(time) + "  " + padded(size, 12) +
                   host.out.paint(Colour::yellow, id_of(entry).substr(0, kShortId)) + "  " +
                   typed_path(original_of(entry)) + (is_dir ? "/" : ""));

@@ -88,8 +88,8 @@ int unstage(Host &host, const WorkingCopy &copy, const Paths &paths) {
         for (const std::string &path : *list)
             tell(host, "unstaged", "Unstaged", Colour::yellow, path);
     for (const std::string &path : found.conflicts)
-        host.out.warn(typed_path(path) +
-                      ": is in conflict and stays so; \"zev resolve\" settles it");
+        host.out.warn(
+            say("%s: is in conflict and stays so; \"zev resolve\" settles it", typed_path(path)));
     if (found.out.empty() && found.back.empty())
         throw Failed(kNotFound, "nothing of that is marked for the next commit");
     if (unsettled_merge(copy))

@@ -1,6 +1,8 @@
 // The parser knows what is wrong, but not what the user meant; that is guessed from the spelling.
 #include "usage.hpp"
 
+#include "say.hpp"
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -23,6 +25,59 @@ std::string meant(const CLI::App &app, const std::string &word) {
         if (typos < least) least = typos, best = name;
     }
     return best;
+}
+
+// What the parser may say, as far as a user can bring it to: the more a text tells, the further up
+// it stands, for the first that fits is taken.
+constexpr const char *kParserTexts[] = {
+    "The following argument was not expected: %s",
+    "The following arguments were not expected: %s",
+    "The value %s is not an allowed value for %s",
+    "Could not convert: %s = %s",
+    "%s: %s required %s missing",
+    "%s: At least %s required but received %s",
+    "%s: At Most %s required but received %s",
+    "%s: Value %s not in range %s to %s",
+    "%s: Failed parsing %s as a %s",
+    "%s: %s not in {%s}",
+    "%s: too many inputs for a flag",
+    "%s: Should be true/false or a number",
+    "%s was given a disallowed flag override",
+    "%s excludes %s",
+    "%s requires %s",
+};
+
+// What stands for the words of a text in what was told by it; nothing where it wasn't.
+std::vector<std::string> words_in(std::string_view told, std::string_view text) {
+    std::vector<std::string> words;
+    size_t mark = text.find("%s");
+    if (!told.starts_with(text.substr(0, mark))) return {};
+    told.remove_prefix(std::min(mark, told.size()));
+    while (mark != text.npos) {
+        text.remove_prefix(mark + 2);
+        mark = text.find("%s");
+        const std::string_view between = text.substr(0, mark);
+        if (mark == text.npos && !told.ends_with(between)) return {};
+        const size_t end = mark == text.npos ? told.size() - between.size() : told.find(between);
+        if (end == told.npos) return {};
+        words.emplace_back(told.substr(0, end));
+        told.remove_prefix(end + between.size());
+    }
+    return words;
+}
+
+// The parser's words in the user's language; behind a name may stand a text of our own.
+std::string in_users_words(const std::string &told) {
+    for (const char *text : kParserTexts) {
+        const std::vector<std::string> words = words_in(told, text);
+        if (words.size() == 1) return say(text, words[0]);
+        if (words.size() == 2) return say(text, words[0], words[1]);
+        if (words.size() == 3) return say(text, words[0], words[1], words[2]);
+        if (words.size() == 4) return say(text, words[0], words[1], words[2], words[3]);
+    }
+    const size_t colon = told.find(": ");
+    if (colon == told.npos) return told;
+    return told.substr(0, colon + 2) + said(told.substr(colon + 2));
 }
 
 // The first word that nothing took.
@@ -58,15 +113,21 @@ std::string usage_problem(const CLI::App &app, const CLI::ParseError &error) {
     constexpr std::string_view kRequired = " is required";
     std::string text = error.what();
     if (text.ends_with(kRequired))
-        text = "\"" + name + "\" needs " + text.substr(0, text.size() - kRequired.size());
+        text = say("\"%s\" needs %s", name, text.substr(0, text.size() - kRequired.size()));
+    else
+        text = in_users_words(text);
     const std::string word = stray_word(app);
     const bool chooses = at->get_require_subcommand_max() > 0 && !word.empty();
     if (at->get_require_subcommand_min() > 0 || chooses) {
         const std::string verb = meant(*at, word);
-        text = word.empty() ? "what is to be done?" : "\"" + word + "\" is no verb";
-        if (!word.empty() && !verb.empty()) text += "; is it \"" + name + " " + verb + "\"?";
+        if (word.empty())
+            text = say("what is to be done?");
+        else if (verb.empty())
+            text = say("\"%s\" is no verb", word);
+        else
+            text = say("\"%s\" is no verb; is it \"%s\"?", word, name + " " + verb);
     }
-    return text + " (\"" + name + " --help\" tells more)";
+    return say("%s (\"%s --help\" tells more)", text, name);
 }
 
 } // namespace host

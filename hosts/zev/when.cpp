@@ -146,9 +146,9 @@ int64_t parse_when(const std::string &text, DayEnd end) {
         return day(fields, end);
     }
     if (parse_date(text, end, result) || parse_ago(text, result)) return result;
-    throw Failed(kInvalid, "\"" + text +
-                               "\" is no time; write 2024-05-17, \"2024-05-17 09:30\", today, "
-                               "yesterday or \"3 days ago\"");
+    throw Failed(kInvalid, say("\"%s\" is no time; write 2024-05-17, \"2024-05-17 09:30\", today, "
+                               "yesterday or \"3 days ago\"",
+                               text));
 }
 
 std::string iso_time(int64_t seconds) {

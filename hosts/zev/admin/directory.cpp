@@ -51,7 +51,7 @@ void create(AdminCall &call) {
     if (!zAdminRepoCreateDir(call.admin(), change.owner(), change.name(), change.ref(),
                              change.wide_path.c_str()))
         fail_answered(change.path);
-    call.tell("directory create", change.path, "made " + change.path);
+    call.tell("directory create", change.path, say("made %s", change.path));
 }
 
 void remove(AdminCall &call) {
@@ -61,7 +61,7 @@ void remove(AdminCall &call) {
     if (!zAdminRepoDeleteDir(call.admin(), change.owner(), change.name(), change.ref(),
                              change.wide_path.c_str()))
         fail_answered(change.path);
-    call.tell("directory delete", change.path, "deleted " + change.path);
+    call.tell("directory delete", change.path, say("deleted %s", change.path));
 }
 
 void rename(AdminCall &call) {
@@ -70,7 +70,7 @@ void rename(AdminCall &call) {
                              change.wide_path.c_str(), call.wide_text("NEWNAME").c_str()))
         fail_answered(change.path);
     call.tell("directory rename", change.path,
-              change.path + " is now called " + call.text("NEWNAME"));
+              say("%s is now called %s", change.path, call.text("NEWNAME")));
 }
 
 void list(AdminCall &call) {

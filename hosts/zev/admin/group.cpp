@@ -34,7 +34,7 @@ void create(AdminCall &call) {
     const int32_t parent = find_group(call, place.above);
     const int32_t status =
         zAdminCreateGroup(call.admin(), wide(place.name).c_str(), parent, nullptr);
-    call.tell("group create", path, "made " + path, call.done(status, path));
+    call.tell("group create", path, say("made %s", path), call.done(status, path));
 }
 
 // Null for one that is not there, where that is nothing wrong.
@@ -49,36 +49,36 @@ void remove(AdminCall &call) {
     const std::string path = call.text("GROUP");
     const std::optional<int32_t> id = existing(call, path);
     const bool gone = id && call.done(zAdminDeleteGroup(call.admin(), *id), path);
-    call.tell("group delete", path, "deleted " + path, gone);
+    call.tell("group delete", path, say("deleted %s", path), gone);
 }
 
 void rename(AdminCall &call) {
     const std::string path = call.text("GROUP"), name = call.text("NEWNAME");
     require_status(zAdminRenameGroup(call.admin(), find_group(call, path), wide(name).c_str()),
                    path);
-    call.tell("group rename", path, path + " is now called " + name);
+    call.tell("group rename", path, say("%s is now called %s", path, name));
 }
 
 void move(AdminCall &call) {
     const std::string path = call.text("GROUP"), parent = call.text("PARENT");
     const int32_t id = find_group(call, path);
     require_status(zAdminSetGroupOwner(call.admin(), id, find_group(call, parent)), path);
-    call.tell("group move", path, path + " is now below " + parent);
+    call.tell("group move", path, say("%s is now below %s", path, parent));
 }
 
 void add(AdminCall &call) {
     const std::string path = call.text("GROUP"), user = call.text("USER");
     require_status(zAdminGroupAddUser(call.admin(), find_group(call, path), wide(user).c_str()),
-                   user + " in " + path);
-    call.tell("group add", path, user + " is in " + path);
+                   say("%s in %s", user, path));
+    call.tell("group add", path, say("%s is in %s", user, path));
 }
 
 void take_out(AdminCall &call) {
     const std::string path = call.text("GROUP"), user = call.text("USER");
     const int32_t status =
         zAdminGroupRemoveUser(call.admin(), find_group(call, path), wide(user).c_str());
-    call.tell("group remove", path, user + " is no longer in " + path,
-              call.done(status, user + " in " + path));
+    call.tell("group remove", path, say("%s is no longer in %s", user, path),
+              call.done(status, say("%s in %s", user, path)));
 }
 
 void list(AdminCall &call) {
@@ -116,7 +116,8 @@ int32_t find_group(const AdminCall &call, const std::string &path) {
         at = end + 1;
         if (name.empty()) continue;
         const int32_t status = zAdminGetGroupId(call.admin(), id, wide(name).c_str(), &id);
-        if (status == Z_AUTH_NOT_FOUND) throw Failed(kNotFound, status, path + ": no such group");
+        if (status == Z_AUTH_NOT_FOUND)
+            throw Failed(kNotFound, status, say("%s: no such group", path));
         require_status(status, path);
     }
     return id;

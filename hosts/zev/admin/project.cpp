@@ -24,7 +24,7 @@ void create(AdminCall &call) {
     const ProjectName project(text);
     const bool made = passed(
         call, zAdminCreateRepo(call.admin(), project.owner.c_str(), project.name.c_str()), text);
-    call.tell("project create", text, "made " + text, made);
+    call.tell("project create", text, say("made %s", text), made);
 }
 
 void clone(AdminCall &call) {
@@ -35,12 +35,12 @@ void clone(AdminCall &call) {
                zAdminCloneRepo(call.admin(), project.owner.c_str(), project.name.c_str(),
                                model.owner.c_str(), model.name.c_str()),
                text);
-    call.tell("project clone", text, "made " + text + " from " + from, made);
+    call.tell("project clone", text, say("made %s from %s", text, from), made);
 }
 
 void list(AdminCall &call) {
     Json *tree = nullptr;
-    if (!zAdminListRepo(call.admin(), &tree)) fail_answered("the projects");
+    if (!zAdminListRepo(call.admin(), &tree)) fail_answered(say("the projects"));
     const OwnedJson entries(tree);
     uint64_t count = 0;
     each(tree, [&](const Json *entry) {
@@ -64,7 +64,7 @@ void rename(AdminCall &call) {
                           wide(renamed).c_str()))
         fail_answered(text);
     call.tell("project rename", text,
-              text + " is now " + narrow(project.owner.c_str()) + "/" + renamed);
+              say("%s is now %s", text, narrow(project.owner.c_str()) + "/" + renamed));
 }
 
 // All of its history goes.
@@ -72,10 +72,10 @@ void confirm(AdminCall &call, const std::string &text) {
     require_yes(call.host.notify,
                 {.id = "zev.admin.project.delete",
                  .title = "",
-                 .instruction = "Delete " + text + " on " + call.server() + "?",
+                 .instruction = say("Delete %s on %s?", text, call.server()),
                  .content = "All of its drawings and their history go, for good.",
                  .buttons = {"Delete", "Keep"}},
-                text + " stays");
+                say("%s stays", text));
 }
 
 void remove(AdminCall &call) {
@@ -84,7 +84,7 @@ void remove(AdminCall &call) {
     confirm(call, text);
     const bool gone = passed(
         call, zAdminDestroyRepo(call.admin(), project.owner.c_str(), project.name.c_str()), text);
-    call.tell("project delete", text, "deleted " + text, gone);
+    call.tell("project delete", text, say("deleted %s", text), gone);
 }
 
 constexpr AdminVerb kVerbs[] = {

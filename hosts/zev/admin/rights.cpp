@@ -89,8 +89,8 @@ void set(AdminCall &call) {
     const int32_t bits = bits_of(call.text("RIGHTS"));
     require_status(zAdminSetPrivilege(call.admin(), project.owner.c_str(), project.name.c_str(),
                                       wide(path).c_str(), wide(role).c_str(), bits),
-                   role + " of " + call.text("PROJECT"));
-    call.tell("rights set", path, role + " has " + letters(bits) + " on " + path);
+                   say("%s of %s", role, call.text("PROJECT")));
+    call.tell("rights set", path, say("%s has %s on %s", role, letters(bits), path));
 }
 
 void unset(AdminCall &call) {
@@ -99,8 +99,8 @@ void unset(AdminCall &call) {
     const int32_t status =
         zAdminRemovePrivilege(call.admin(), project.owner.c_str(), project.name.c_str(),
                               wide(path).c_str(), wide(role).c_str());
-    const bool gone = call.done(status, role + " on " + path);
-    call.tell("rights unset", path, role + " has no rule of its own on " + path, gone);
+    const bool gone = call.done(status, say("%s on %s", role, path));
+    call.tell("rights unset", path, say("%s has no rule of its own on %s", role, path), gone);
 }
 
 void clear(AdminCall &call) {
@@ -109,7 +109,7 @@ void clear(AdminCall &call) {
     require_status(zAdminClearPrivilege(call.admin(), project.owner.c_str(), project.name.c_str(),
                                         wide(path).c_str()),
                    path);
-    call.tell("rights clear", path, "no role has a rule of its own on " + path);
+    call.tell("rights clear", path, say("no role has a rule of its own on %s", path));
 }
 
 void fallback(AdminCall &call) {
@@ -120,10 +120,10 @@ void fallback(AdminCall &call) {
                                                  project.name.c_str(), bits),
                        call.text("PROJECT"));
         return call.tell("rights default", call.text("RIGHTS"),
-                         "where no rule says anything: " + letters(bits));
+                         say("where no rule says anything: %s", letters(bits)));
     }
     const std::string shown = letters(fallback_of(call, project).value_or(0));
-    call.host.out.line("where no rule says anything: " + shown);
+    call.host.out.line(say("where no rule says anything: %s", shown));
     call.host.out.record(
         Record("default").set(u"project", call.text("PROJECT")).set(u"rights", shown));
 }
@@ -221,20 +221,20 @@ struct Reason {
 Reason reason_for(const AdminCall &call, const ProjectName &project, const std::string &user,
                   const std::string &path) {
     if (zStrcasesameW(wide(user).c_str(), u"admin"))
-        return {kAllRights, "", "admin has all rights", {}};
+        return {kAllRights, "", say("admin has all rights"), {}};
     const std::vector<Rule> rules = ask_rules(user, [&](Json **tree) {
         return zAdminUserPrivileges(call.admin(), project.owner.c_str(), project.name.c_str(),
                                     wide(user).c_str(), tree);
     });
     if (const Rule *rule = nearest(rules, path)) {
-        Reason reason{rule->bits, rule->path, "by the rule on " + rule->path, {}};
+        Reason reason{rule->bits, rule->path, say("by the rule on %s", rule->path), {}};
         reason.granted = grants(call, project, rule->path, user);
         return reason;
     }
     const std::optional<int32_t> fallback = fallback_of(call, project);
     return {fallback.value_or(0),
             "",
-            fallback ? "by the project's default" : "no rule says anything",
+            say(fallback ? "by the project's default" : "no rule says anything"),
             {}};
 }
 
@@ -245,10 +245,11 @@ void explain(AdminCall &call) {
     std::string roles;
     std::vector<std::string> names;
     for (const Rule &rule : reason.granted) {
-        roles += (roles.empty() ? ": role " : ", role ") + rule.role + " " + letters(rule.bits);
+        roles +=
+            (roles.empty() ? ": " : ", ") + say("role %s", rule.role) + " " + letters(rule.bits);
         names.push_back(rule.role);
     }
-    call.host.out.line(user + " has " + letters(reason.bits) + " on " + path + ", " + reason.text +
+    call.host.out.line(say("%s has %s on %s, %s", user, letters(reason.bits), path, reason.text) +
                        roles);
     Record record("explanation");
     record.set(u"project", call.text("PROJECT")).set(u"user", user).set(u"path", path);

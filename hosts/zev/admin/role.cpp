@@ -10,7 +10,7 @@ namespace {
 struct Role {
     explicit Role(const AdminCall &call)
         : project(call.text("PROJECT")), name(call.wide_text("ROLE")),
-          what(call.text("ROLE") + " of " + call.text("PROJECT")) {}
+          what(say("%s of %s", call.text("ROLE"), call.text("PROJECT"))) {}
     const zwchar *owner() const { return project.owner.c_str(); }
     const zwchar *repository() const { return project.name.c_str(); }
     ProjectName project;
@@ -22,14 +22,15 @@ void create(AdminCall &call) {
     const Role role(call);
     const int32_t status =
         zAdminCreateRole(call.admin(), role.owner(), role.repository(), role.name.c_str());
-    call.tell("role create", call.text("ROLE"), "made " + role.what, call.done(status, role.what));
+    call.tell("role create", call.text("ROLE"), say("made %s", role.what),
+              call.done(status, role.what));
 }
 
 void remove(AdminCall &call) {
     const Role role(call);
     const int32_t status =
         zAdminDeleteRole(call.admin(), role.owner(), role.repository(), role.name.c_str());
-    call.tell("role delete", call.text("ROLE"), "deleted " + role.what,
+    call.tell("role delete", call.text("ROLE"), say("deleted %s", role.what),
               call.done(status, role.what));
 }
 
@@ -39,7 +40,7 @@ void rename(AdminCall &call) {
                                     role.name.c_str(), call.wide_text("NEWNAME").c_str()),
                    role.what);
     call.tell("role rename", call.text("ROLE"),
-              role.what + " is now called " + call.text("NEWNAME"));
+              say("%s is now called %s", role.what, call.text("NEWNAME")));
 }
 
 void list(AdminCall &call) {
@@ -64,7 +65,7 @@ struct Member {
             throw Failed(kInvalid, "name a user, or a group by --group");
         if (!group.empty()) id = find_group(call, group);
     }
-    std::string shown() const { return user.empty() ? "the group " + group : user; }
+    std::string shown() const { return user.empty() ? say("the group %s", group) : user; }
     std::string user, group;
     int32_t id = -1;
 };
@@ -77,8 +78,8 @@ void add(AdminCall &call) {
                                                     role.name.c_str(), member.id)
                                : zAdminRoleAddUser(call.admin(), role.owner(), role.repository(),
                                                    role.name.c_str(), wide(member.user).c_str());
-    require_status(status, member.shown() + " in " + role.what);
-    call.tell("role add", call.text("ROLE"), member.shown() + " has " + role.what);
+    require_status(status, say("%s in %s", member.shown(), role.what));
+    call.tell("role add", call.text("ROLE"), say("%s has %s", member.shown(), role.what));
 }
 
 void take_away(AdminCall &call) {
@@ -89,9 +90,9 @@ void take_away(AdminCall &call) {
                                                     role.name.c_str(), member.id)
                             : zAdminRoleRemoveUser(call.admin(), role.owner(), role.repository(),
                                                    role.name.c_str(), wide(member.user).c_str());
-    const bool changed = call.done(status, member.shown() + " in " + role.what);
-    call.tell("role remove", call.text("ROLE"), member.shown() + " has no longer " + role.what,
-              changed);
+    const bool changed = call.done(status, say("%s in %s", member.shown(), role.what));
+    call.tell("role remove", call.text("ROLE"),
+              say("%s has no longer %s", member.shown(), role.what), changed);
 }
 
 void clear(AdminCall &call) {
@@ -99,7 +100,7 @@ void clear(AdminCall &call) {
     require_status(
         zAdminRoleMembersPurge(call.admin(), role.owner(), role.repository(), role.name.c_str()),
         role.what);
-    call.tell("role clear", call.text("ROLE"), "nobody has " + role.what);
+    call.tell("role clear", call.text("ROLE"), say("nobody has %s", role.what));
 }
 
 void show_members(AdminCall &call) {
@@ -113,7 +114,7 @@ void show_members(AdminCall &call) {
         const bool is_group = flag(element, u"isgroup");
         const std::string name = member(element, u"name");
         const std::string shown = is_group ? name : member(element, u"username");
-        call.host.out.line(padded(shown, 16) + (is_group ? "group" : name));
+        call.host.out.line(padded(shown, 16) + (is_group ? say("group") : name));
         Record record("member");
         record.set(u"group", is_group).set(u"name", shown);
         if (is_group) record.set(u"id", number(element, u"id"));

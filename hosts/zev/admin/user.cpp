@@ -22,14 +22,14 @@ User info_of(const AdminCall &call, const std::string &login) {
     require_status(status, login);
     const Json *fields = tree && zJsonIsObject(tree) ? zJsonObjectAt(tree, u"user") : nullptr;
     if (!fields || !zJsonIsObject(fields))
-        throw Failed(kServer, login + ": the answer has no user");
+        throw Failed(kServer, say("%s: the answer has no user", login));
     return User(fields);
 }
 
 std::string marks(const User &user) {
     std::string text;
-    if (user.power) text += "  administrator";
-    if (user.lock) text += "  locked";
+    if (user.power) text += "  " + say("administrator");
+    if (user.lock) text += "  " + say("locked");
     return text;
 }
 
@@ -68,12 +68,12 @@ void create(AdminCall &call) {
     const int32_t status = zAdminCreateUser(
         call.admin(), wide(login).c_str(), or_null(call, "--name", name), wide(password).c_str(),
         or_null(call, "--mail", mail), call.has("--power"), call.has("--lock"));
-    call.tell("user create", login, "made " + login, call.done(status, login));
+    call.tell("user create", login, say("made %s", login), call.done(status, login));
 }
 
 bool chosen(const AdminCall &call, const char *on, const char *off, bool before) {
     if (call.has(on) && call.has(off))
-        throw Failed(kInvalid, std::string(on) + " and " + off + " can't be meant together");
+        throw Failed(kInvalid, say("%s and %s can't be meant together", on, off));
     return call.has(on) || (before && !call.has(off));
 }
 
@@ -88,20 +88,20 @@ void modify(AdminCall &call) {
                          chosen(call, "--power", "--no-power", before.power),
                          chosen(call, "--lock", "--unlock", before.lock));
     require_status(status, login);
-    call.tell("user modify", login, "changed " + login);
+    call.tell("user modify", login, say("changed %s", login));
 }
 
 void remove(AdminCall &call) {
     const std::string login = call.text("LOGIN");
     const bool gone = call.done(zAdminDeleteUser(call.admin(), wide(login).c_str()), login);
-    call.tell("user delete", login, "deleted " + login, gone);
+    call.tell("user delete", login, say("deleted %s", login), gone);
 }
 
 void list(AdminCall &call) {
     Json *tree = nullptr;
     const int32_t status = zAdminUserList(call.admin(), &tree);
     const OwnedJson result(tree);
-    require_status(status, "the users");
+    require_status(status, say("the users"));
     each(tree, [&](const Json *element) {
         const Json *fields = zJsonObjectAt(element, u"user");
         if (fields && zJsonIsObject(fields)) show(call, User(fields));
@@ -118,7 +118,7 @@ void lock(AdminCall &call) {
         require_status(zAdminModifyUser(call.admin(), wide(login).c_str(), nullptr, nullptr,
                                         nullptr, before.power, wanted),
                        login);
-    call.tell("user lock", login, login + (wanted ? " can't log in" : " can log in again"),
+    call.tell("user lock", login, say(wanted ? "%s can't log in" : "%s can log in again", login),
               before.lock != wanted);
 }
 
@@ -130,7 +130,7 @@ void password(AdminCall &call) {
                    login);
     if (zStrcasesameW(wide(login).c_str(), wide(call.user()).c_str()))
         remember(call.server(), call.user(), fresh);
-    call.tell("user password", login, login + " has a new password");
+    call.tell("user password", login, say("%s has a new password", login));
 }
 
 constexpr AdminVerb kVerbs[] = {

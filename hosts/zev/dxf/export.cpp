@@ -56,9 +56,9 @@ class Exporter {
             bytes_ += value;
         });
         if (found < keys_.size())
-            throw host::Failed(host::kNotFound, name_ + ": " +
-                                                    std::to_string(keys_.size() - found) +
-                                                    " of its rows are missing from the table");
+            throw host::Failed(host::kNotFound,
+                               host::say("%s: %s of its rows are missing from the table", name_,
+                                         keys_.size() - found));
         const auto imported = digest_in(value(kSummary));
         if (imported && !same(*imported, digest_)) fail_mixed(name_);
     }
@@ -74,7 +74,8 @@ class Exporter {
         visitor.symbols = [&](uint64_t count) { run(symbol, count); };
         visitor.objects = [&](uint64_t count) { run(object, count); };
         if (!read_layout(value(0), symbols_, objects_, visitor))
-            throw host::Failed(host::kOther, name_ + ": the drawing doesn't come from a DXF file");
+            throw host::Failed(host::kOther,
+                               host::say("%s: the drawing doesn't come from a DXF file", name_));
     }
 
     std::string_view value(uint64_t place) const {

@@ -203,8 +203,10 @@ void blame(Repository *repository, const Commit *start, const std::string &path,
     State state;
     states.next(state);
     result.newest.load(odb.get(), state);
-    if (!state.blob) throw host::Failed(host::kNotFound, "there is no " + path + " in this commit");
-    if (!result.newest.manifest) throw host::Failed(host::kOther, path + ": is no drawing");
+    if (!state.blob)
+        throw host::Failed(host::kNotFound, host::say("there is no %s in this commit", path));
+    if (!result.newest.manifest)
+        throw host::Failed(host::kOther, host::say("%s: is no drawing", path));
     const Manifest &newest = *result.newest.manifest;
     Settler settler(newest.objects);
     VersionFile older;
@@ -216,7 +218,9 @@ void blame(Repository *repository, const Commit *start, const std::string &path,
         // Keys of another table say nothing about these.
         const bool kin = older.manifest && zOidIsEqual(&older.manifest->table, &newest.table);
         settler.compare(kin ? older.manifest->objects : KeyList(), version);
-        zNotifyProgress(notify, u"version %u", version + 1);
+        if (notify)
+            zNotifyProgress(notify, u"%s",
+                            host::wide(host::say("version %s", version + 1)).c_str());
     } while (!settler.done());
     result.changed = settler.versions();
 }

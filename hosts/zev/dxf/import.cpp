@@ -108,7 +108,7 @@ class Importer {
         if (!former_ && zErrorClass()) host::fail_raised(request_.path);
         if (!former_)
             throw host::Failed(host::kExists,
-                               request_.path + ": the file is there and is no drawing");
+                               host::say("%s: the file is there and is no drawing", request_.path));
         if (request_.fetch_rows) request_.fetch_rows(former_.get());
         const Oid *id = zDrawingTableId(former_.get());
         if (zPathDirExists(table_path(request_.repository, id).c_str())) open_table();

@@ -34,8 +34,6 @@ enum Code : int {
     kExtended = 1000 // and above: data of applications
 };
 
-constexpr const char *kNoDxf = "this is no DXF file: ";
-
 struct Group {
     int code = 0;
     std::string_view value; // without its line end
@@ -73,10 +71,12 @@ class Groups {
             std::string_view code = line();
             auto number = parse<int>(code);
             if (!number)
-                fail(line_ == 1 ? kNoDxf : "", "a group code is expected here, not ", code);
+                fail(line_ == 1 ? "this is no DXF file: a group code is expected here, not \"%s\""
+                                : "a group code is expected here, not \"%s\"",
+                     code);
             group.code = *number;
         }
-        if (position_ >= bytes_.size()) fail("the file is cut in the middle of a group");
+        if (position_ >= bytes_.size()) fail(host::say("the file is cut in the middle of a group"));
         group.value = line();
         group.end = position_;
         return true;
@@ -87,11 +87,11 @@ class Groups {
         throw host::Failed(host::kOther, place + ": " + why);
     }
 
-    [[noreturn]] void fail(const char *first, const char *why, std::string_view found) const {
+    [[noreturn]] void fail(const char *why, std::string_view found) const {
         std::string shown(found.substr(0, 24)); // short, without control characters
         auto odd = [](char c) { return static_cast<unsigned char>(c - 32) > 94; };
         std::replace_if(shown.begin(), shown.end(), odd, '?');
-        fail(std::string(first) + why + '"' + shown + (found.size() > 24 ? "...\"" : "\""));
+        fail(host::say(why, found.size() > 24 ? shown + "..." : shown));
     }
 
   private:
@@ -148,7 +148,7 @@ class Splitter {
             else if (part_.kind == Kind::header)
                 inside_header(group);
         } while (groups_.next(group));
-        groups_.fail("the file is cut: its EOF mark is missing");
+        groups_.fail(host::say("the file is cut: its EOF mark is missing"));
     }
 
   private:
@@ -156,14 +156,14 @@ class Splitter {
 
     // Comments may come first; then it must be a section, or the end of an empty drawing.
     void begin(Group &group) {
-        if (bytes_.empty()) groups_.fail(kNoDxf + std::string("it is empty"));
+        if (bytes_.empty()) groups_.fail(host::say("this is no DXF file: it is empty"));
         if (bytes_.substr(0, 64).find("Binary DXF\r\n\x1a") != std::string_view::npos)
-            groups_.fail("this is binary DXF; save the drawing as ASCII DXF");
+            groups_.fail(host::say("this is binary DXF; save the drawing as ASCII DXF"));
         while (groups_.next(group) && group.code == kComment) {
         }
         std::string_view word = trim(group.value);
         if (group.code != kRecord || (word != "SECTION" && word != "EOF"))
-            groups_.fail(kNoDxf, "a section is expected here, not ", word);
+            groups_.fail("this is no DXF file: a section is expected here, not \"%s\"", word);
     }
 
     // Group 0: a section begins or ends, or the next record of one begins.

@@ -21,8 +21,7 @@ constexpr int kNearby = 8;                 // rows stepped over before a seek is
 constexpr size_t kPoll = 1024; // rows between two looks at the user's break
 
 void show_progress(const Notify *notify, const char *what, size_t done, size_t all) {
-    zNotifyProgress(notify, u"%hs %llu of %llu rows", what, static_cast<unsigned long long>(done),
-                    static_cast<unsigned long long>(all));
+    if (notify) zNotifyProgress(notify, u"%s", host::wide(host::say(what, done, all)).c_str());
 }
 
 void put_number(uint8_t *out, uint64_t value, int bytes) {
@@ -107,7 +106,7 @@ struct PairStream : Stream {
         }
         if (next % kPoll == 0) {
             stopped = zNotifyIsUsrbrk(notify);
-            show_progress(notify, "storing", next, rows.size());
+            show_progress(notify, "storing %s of %s rows", next, rows.size());
         }
         if (stopped) return false;
         if (next == rows.size()) return finish();
@@ -147,7 +146,8 @@ std::u16string table_path(Repository *repository, const Oid *id) {
 
 host::OwnedTable open_table(Repository *repository, const Oid *id, const std::string &name) {
     if (!zPathDirExists(table_path(repository, id).c_str()))
-        throw host::Failed(host::kNotFound, name + ": its table is not in this working copy");
+        throw host::Failed(host::kNotFound,
+                           host::say("%s: its table is not in this working copy", name));
     return host::OwnedTable(host::check(zTableByid(repository, id), name));
 }
 
@@ -174,7 +174,7 @@ uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Noti
     for (size_t place = 0; more && place < keys.size(); ++place) {
         if (place % kPoll == 0) {
             host::stop_on_break(notify);
-            show_progress(notify, "reading", place, keys.size());
+            show_progress(notify, "reading %s of %s rows", place, keys.size());
         }
         more = advance(iter.get(), keys[place], at);
         if (!more || before(keys[place], at)) continue;
@@ -188,8 +188,9 @@ uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Noti
 }
 
 std::string mixed_text(const std::string &name) {
-    return name + ": its table holds other rows than were imported, as those of another copy of "
-                  "the project would be";
+    return host::say("%s: its table holds other rows than were imported, as those of another copy "
+                     "of the project would be",
+                     name);
 }
 
 void fail_mixed(const std::string &name) { throw host::Failed(host::kOther, mixed_text(name)); }

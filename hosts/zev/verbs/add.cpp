@@ -28,11 +28,15 @@ void declare(Command &verb, Options &options) {
     verb.add_flag("--undo", options.undo, "The next commit won't hold it; the file stays");
 }
 
-// What helps with a file that isn't there any more.
-std::string hint(const WorkingCopy &copy, const std::string &path) {
+// With what helps where a file isn't there any more.
+[[noreturn]] void fail_missing(const WorkingCopy &copy, const std::string &path,
+                               const std::string &given) {
     OwnedIndex index(zIndexHead(copy.repository(), false));
     bool tracked = index && zIndexEntryBypath(index.get(), wide(path).c_str());
-    return tracked ? "; \"zev commit\" with its name keeps that it is gone" : "";
+    throw Failed(kNotFound, say(tracked ? "%s: no such file or directory; \"zev commit\" with its "
+                                          "name keeps that it is gone"
+                                        : "%s: no such file or directory",
+                                given));
 }
 
 // What the server will refuse from this user: better told now than after an hour's work.
@@ -47,21 +51,24 @@ void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *spec) {
         const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
         const Permission permission = permissions.of(path);
         if (permission.bits & Z_PRIVILEGE_WRITE) continue;
-        host.out.warn(typed_path(path) + ": you may not change it" +
-                      (permission.rule.empty() ? "" : ", by the rule on " + permission.rule) +
-                      "; the server will refuse it");
+        host.out.warn(
+            say(permission.rule.empty()
+                    ? "%s: you may not change it; the server will refuse it"
+                    : "%s: you may not change it, by the rule on %s; the server will refuse it",
+                typed_path(path), permission.rule));
     }
 }
 
 // Why a file that was named is not in the index.
-std::string reason_of(const WorkingCopy &copy, Index *index, const std::string &path) {
+const char *reason_of(const WorkingCopy &copy, Index *index, const std::string &path) {
     const OwnedSpec spec = copy.spec({copy.absolute(path).string()}, 0, nullptr);
     const OwnedStatus list(check(zStatusListBuild(index, spec.get())));
     bool ignored = false;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i)
         ignored |= zStatusEntryStatus(zStatusListEntry(list.get(), i)) == Z_KIND_IGNORED;
-    return ignored ? "is ignored, by a rule of .gitignore or of the repository"
-                   : "is no file or directory that a commit can hold";
+    return ignored
+               ? "%s: was not added: it is ignored, by a rule of .gitignore or of the repository"
+               : "%s: was not added: it is no file or directory that a commit can hold";
 }
 
 // Each of them is told; gives how many there are.
@@ -70,8 +77,7 @@ uint64_t tell_left_out(Host &host, const WorkingCopy &copy, const std::vector<st
     uint64_t count = 0;
     for (const std::string &path : named) {
         if (path.empty() || is_tracked(index.get(), path)) continue;
-        host.out.warn(typed_path(path) + ": was not added: it " +
-                      reason_of(copy, index.get(), path));
+        host.out.warn(say(reason_of(copy, index.get(), path), typed_path(path)));
         ++count;
     }
     return count;
@@ -82,7 +88,8 @@ void require_match(const WorkingCopy &copy, const std::string &pattern) {
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     const OwnedSpec spec = copy.spec({pattern}, 0, nullptr);
     const OwnedStatus list(check(zStatusListBuild(index.get(), spec.get())));
-    if (!zStatusListLength(list.get())) throw Failed(kNotFound, pattern + ": nothing matches");
+    if (!zStatusListLength(list.get()))
+        throw Failed(kNotFound, say("%s: nothing matches", pattern));
 }
 
 int run(Host &host, const Options &options) {
@@ -96,7 +103,7 @@ int run(Host &host, const Options &options) {
         if (copy.is_on_disk(below))
             present.push_back(below);
         else if (!is_wild(path))
-            throw Failed(kNotFound, path + ": no such file or directory" + hint(copy, below));
+            fail_missing(copy, below, path);
         else
             require_match(copy, path);
     }

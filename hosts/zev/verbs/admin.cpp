@@ -149,13 +149,13 @@ AdminCall::AdminCall(Host &host, std::map<std::string, std::string> given)
     const auto account = find_account(server_);
     if (!account)
         throw Failed(kServer, 401,
-                     "not logged in to " + server_ + "; \"zev login " + server_ + "\" does it");
+                     say("not logged in to %1$s; \"zev login %1$s\" does it", server_));
     account_ = *account;
     Admin *session = nullptr;
     const int32_t status = zAdminLoginRms(wide(server_).c_str(), wide(account_.user).c_str(),
                                           account_.code.c_str(), true, false, &session);
     admin_.reset(session);
-    require_status(status, account_.user + " at " + server_);
+    require_status(status, say("%s at %s", account_.user, server_));
 }
 
 std::string AdminCall::text(const std::string &name) const {
@@ -171,7 +171,7 @@ bool AdminCall::done(int32_t status, const std::string &what) const {
 
 void AdminCall::tell(const char *act, const std::string &what, const std::string &line,
                      bool changed) const {
-    host.out.line(changed ? line : what + ": nothing to do");
+    host.out.line(changed ? line : say("%s: nothing to do", what));
     Record record("admin");
     record.set(u"act", act).set(u"what", what).set(u"changed", changed);
     if (has("PROJECT")) record.set(u"project", text("PROJECT"));
@@ -183,11 +183,12 @@ void AdminCall::tell(const char *act, const std::string &what, const std::string
 ProjectName::ProjectName(const std::string &text) {
     const size_t slash = text.find('/');
     if (slash == text.npos || slash == 0 || slash + 1 == text.size())
-        throw Failed(kInvalid, text + ": a project is named by its owner too, as in team/plant");
+        throw Failed(kInvalid,
+                     say("%s: a project is named by its owner too, as in team/plant", text));
     owner = wide(text.substr(0, slash));
     name = wide(text.substr(slash + 1));
     if (!zSNValid(owner.c_str(), true) || !zSNValid(name.c_str(), true))
-        throw Failed(kInvalid, text + ": no name that a project can have");
+        throw Failed(kInvalid, say("%s: no name that a project can have", text));
 }
 
 std::string member(const Json *object, const zwchar *name) {
@@ -224,7 +225,8 @@ int32_t bits_of(const std::string &text) {
         const auto *known = std::find_if(std::begin(kLetters), std::end(kLetters),
                                          [c](const auto &each) { return each.letter == c; });
         if (known == std::end(kLetters) || bits & known->bit)
-            throw Failed(kInvalid, text + ": rights are letters of r, w and e, or - for none");
+            throw Failed(kInvalid,
+                         say("%s: rights are letters of r, w and e, or - for none", text));
         bits |= known->bit;
     }
     return bits;

@@ -52,7 +52,7 @@ std::vector<Look> looks_of(Host &host, const WorkingCopy &copy, const dxf::Manif
         });
     } catch (const Failed &failed) {
         if (failed.error_class == kCanceled) throw;
-        host.out.warn(std::string(failed.what()) + "; kinds and layers are not shown");
+        host.out.warn(say("%s; kinds and layers are not shown", failed.what()));
     }
     return looks;
 }

@@ -41,7 +41,7 @@ std::map<std::string, Oid> references(const WorkingCopy &copy) {
             found.emplace(narrow(zReferenceName(reference)), *id);
         return true;
     };
-    check(each_reference(copy.repository(), visit), "references");
+    check(each_reference(copy.repository(), visit), say("references"));
     return found;
 }
 
@@ -52,7 +52,7 @@ int list(Host &host, const WorkingCopy &copy) {
     size_t longest = 0;
     for (const auto &[name, id] : branches)
         longest = std::max(longest, name.size() - kHeads.size());
-    if (branches.empty()) host.out.line("there are no commits yet; HEAD is " + current);
+    if (branches.empty()) host.out.line(say("there are no commits yet; HEAD is %s", current));
     for (const auto &[name, id] : branches) {
         const std::string shown = name.substr(kHeads.size());
         const OwnedCommit tip(zCommitByid(copy.repository(), &id));
@@ -84,40 +84,41 @@ void confirm_loss(Host &host, const std::string &name, const Oid &tip) {
     require_yes(host.notify,
                 {.id = "zev.branch.delete",
                  .title = "",
-                 .instruction = "Delete branch " + name + "?",
-                 .content = "No other branch has its last commit " + short_id(&tip) +
-                            ", and nothing names it any more then.",
+                 .instruction = say("Delete branch %s?", name),
+                 .content = say("No other branch has its last commit %s, and nothing names it any "
+                                "more then.",
+                                short_id(&tip)),
                  .buttons = {"Delete", "Keep"}},
                 "the branch stays");
 }
 
 void require_not_current(const WorkingCopy &copy, const std::string &name) {
     if (full_branch(name) == current_branch(copy))
-        throw Failed(kInvalid, name + ": is the current branch; switch to another one first");
+        throw Failed(kInvalid, say("%s: is the current branch; switch to another one first", name));
 }
 
 int remove(Host &host, const WorkingCopy &copy, const std::string &name) {
     const std::string full = full_branch(name);
     require_not_current(copy, name);
-    if (!is_branch(copy, name)) throw Failed(kNotFound, name + ": no such branch");
+    if (!is_branch(copy, name)) throw Failed(kNotFound, say("%s: no such branch", name));
     OwnedReference reference(check(zReferenceLookup(copy.repository(), wide(full).c_str())));
     const Oid tip = *check(zReferenceResolve(reference.get()), name);
     if (!is_kept(copy, host.notify, full, tip)) confirm_loss(host, name, tip);
     const OwnedIndex lock = copy.lock_index(); // not over the question; HEAD may have moved there
     require_not_current(copy, name);
     check(zReferenceDelete(reference.get()), name); // as it was asked about, else not
-    host.out.line("deleted " + name + ", which was at " + short_id(&tip));
+    host.out.line(say("deleted %s, which was at %s", name, short_id(&tip)));
     host.out.record(Record("branch").set(u"name", name).set(u"deleted", true).set(u"id", &tip));
     return kDone;
 }
 
 int make(Host &host, const WorkingCopy &copy, const Options &options) {
     if (is_branch(copy, options.name))
-        throw Failed(kExists, options.name + ": there is a branch of that name");
+        throw Failed(kExists, say("%s: there is a branch of that name", options.name));
     const OwnedCommit commit = copy.commit(options.revision.empty() ? "HEAD" : options.revision);
     const OwnedIndex lock = copy.lock_index(); // what a kill leaves goes with the next one
     make_branch(copy, options.name, commit.get());
-    host.out.line(options.name + " at " + short_id(zCommitId(commit.get())));
+    host.out.line(say("%s at %s", options.name, short_id(zCommitId(commit.get()))));
     host.out.record(Record("branch")
                         .set(u"name", options.name)
                         .set(u"current", false)

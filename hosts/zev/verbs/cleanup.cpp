@@ -51,12 +51,13 @@ void confirm(Host &host, const Options &options, const std::vector<std::string> 
              uint64_t items) {
     if (files.empty() && !items) return;
     std::string what = files.empty() ? "" : plural(files.size(), "untracked file");
-    if (items) what += (what.empty() ? "" : " and ") + plural(items, "item") + " of the trash";
+    const std::string trashed = say("%s of the trash", plural(items, "item"));
+    if (items) what = what.empty() ? trashed : say("%s and %s", what, trashed);
     if (options.purge)
         require_yes(host.notify,
                     {.id = "zev.cleanup.purge",
                      .title = "",
-                     .instruction = "Delete " + what + " for good?",
+                     .instruction = say("Delete %s for good?", what),
                      .content = files.empty() ? "Nothing brings them back." : some_of(files),
                      .buttons = {"Delete", "Keep"}},
                     "nothing was deleted");
@@ -64,7 +65,7 @@ void confirm(Host &host, const Options &options, const std::vector<std::string> 
         require_yes(host.notify,
                     {.id = "zev.cleanup.untracked",
                      .title = "",
-                     .instruction = "Move " + what + " to the trash?",
+                     .instruction = say("Move %s to the trash?", what),
                      .content = some_of(files),
                      .buttons = {"Move", "Keep"}},
                     "nothing was moved");

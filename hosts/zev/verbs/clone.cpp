@@ -40,26 +40,26 @@ fs::path target_of(const std::string &given) {
     if (!target.has_filename()) target = target.parent_path();
     const fs::file_status status = fs::symlink_status(target);
     if (fs::exists(status) && !(fs::is_directory(status) && fs::is_empty(target)))
-        throw Failed(kExists, target.string() + ": is there already; a copy needs a new or an "
-                                                "empty directory");
+        throw Failed(kExists, say("%s: is there already; a copy needs a new or an empty directory",
+                                  target.string()));
     if (!fs::is_directory(target.parent_path()))
-        throw Failed(kNotFound, target.parent_path().string() + ": no such directory");
+        throw Failed(kNotFound, say("%s: no such directory", target.parent_path().string()));
     return target;
 }
 
 // The copy around a path, seen from there.
 fs::path source_of(const std::string &given) {
     if (given.find("://") != given.npos)
-        throw Failed(kInvalid, given + ": is an address; \"zev get\" makes a copy of a server's "
-                                       "project");
-    if (!fs::is_directory(given)) throw Failed(kNotFound, given + ": no such directory");
+        throw Failed(
+            kInvalid,
+            say("%s: is an address; \"zev get\" makes a copy of a server's project", given));
+    if (!fs::is_directory(given)) throw Failed(kNotFound, say("%s: no such directory", given));
     fs::current_path(given);
     const WorkingCopy source;
     if (const std::string url = origin_of(source); !url.empty())
-        throw Failed(kOther, source.root().string() +
-                                 ": is a copy of a server's project, which "
-                                 "has but a part of it; \"zev get " +
-                                 url + "\" makes another one");
+        throw Failed(kOther, say("%s: is a copy of a server's project, which has but a part of it; "
+                                 "\"zev get %s\" makes another one",
+                                 source.root().string(), url));
     return source.root();
 }
 
@@ -73,7 +73,7 @@ void make_branches(Repository *repository) {
                                   *zReferenceTarget(reference));
         return true;
     };
-    check(each_reference(repository, visit), "references");
+    check(each_reference(repository, visit), say("references"));
     for (const auto &[name, id] : branches)
         if (!zReferenceExists(repository, wide(name).c_str()))
             Owned<Reference, zReferenceFree>(
@@ -97,7 +97,7 @@ uint64_t copy_tables(Host &host, const fs::path &from, const fs::path &to) {
                 upper.path().filename().string() + table.path().filename().string();
             if (digits.size() != 40 || !zOidFromStr(&id, wide(digits).c_str())) continue;
             stop_on_break(host.notify);
-            host.out.progress("table " + std::to_string(count + 1) + " ...");
+            host.out.progress(say("table %s ...", count + 1));
             const fs::path place = to / upper.path().filename() / table.path().filename();
             fs::create_directories(place.parent_path());
             copy_table(table.path(), place);
@@ -122,8 +122,8 @@ int run(Host &host, const Options &options) {
         tables = copy_tables(host, shared_directory(original) / "tables", tables_of(made.get()));
     }
     aside.move_to(target);
-    host.out.line("a working copy of " + source.string() + " in " + target.string() + ", with " +
-                  plural(tables, "table") + " of drawings");
+    host.out.line(say("a working copy of %s in %s, with %s of drawings", source.string(),
+                      target.string(), plural(tables, "table")));
     host.out.record(Record("clone")
                         .set(u"source", source.string())
                         .set(u"path", target.string())

@@ -71,9 +71,11 @@ bool is_known(const std::string &given) {
         const size_t typos = typos_between(lower(key), lower(std::string(known.name)));
         if (typos < least) least = typos, nearest = known.name;
     }
-    throw Failed(kInvalid, key + ": nobody reads such a setting; " +
-                               (nearest.empty() ? "\"zev config\" lists those that count"
-                                                : "is it " + nearest + "?"));
+    throw Failed(kInvalid,
+                 say(nearest.empty()
+                         ? "%s: nobody reads such a setting; \"zev config\" lists those that count"
+                         : "%s: nobody reads such a setting; is it %s?",
+                     key, nearest));
 }
 
 using OwnedConfig = Owned<Config, zConfigFree>;
@@ -81,12 +83,12 @@ using OwnedConfig = Owned<Config, zConfigFree>;
 void print(Host &host, const Config *settings, const std::string &key, const char *about) {
     Record record("config");
     record.set(u"key", key).set(u"about", about);
-    std::string value = "(not set)";
+    std::string value = say("(not set)");
     if (zConfigExists(settings, wide(key).c_str())) {
         value = narrow(zConfigGetString(settings, wide(key).c_str()));
         record.set(u"value", value);
     }
-    host.out.line(padded(key, 24) + padded(value, 24) + host.out.paint(Colour::dim, about));
+    host.out.line(padded(key, 24) + padded(value, 24) + host.out.paint(Colour::dim, say(about)));
     host.out.record(record);
 }
 
@@ -98,7 +100,7 @@ int list(Host &host, const WorkingCopy &copy, const Config *settings) {
             branches.push_back(narrow(zReferenceShorthand(reference)));
         return true;
     };
-    check(each_reference(copy.repository(), visit), "references");
+    check(each_reference(copy.repository(), visit), say("references"));
     for (const Key &known : kKeys) {
         const std::string name(known.name);
         const size_t star = name.find('*');
@@ -134,7 +136,7 @@ int run(Host &host, const Options &options) {
         check(zConfigSetString(settings.get(), key.c_str(), wide(*options.value).c_str()),
               options.key);
     } else if (!zConfigExists(settings.get(), key.c_str())) {
-        throw Failed(kNotFound, options.key + ": is not set");
+        throw Failed(kNotFound, say("%s: is not set", options.key));
     }
     Record record("config");
     record.set(u"key", options.key);

@@ -111,7 +111,7 @@ class SideView {
         : node_(node), side_(side), origins_(origins), count_(side.count(node)) {}
 
     void print(Host &host) const {
-        std::string head = "  " + padded(side_.name, 8);
+        std::string head = "  " + padded(say(side_.name), 8);
         if (count_ == 1) return host.out.line(head + describe(host, 0));
         host.out.line(head + counts());
         for (uint64_t i = 0; i < count_; ++i)
@@ -140,9 +140,9 @@ class SideView {
     std::string counts() const {
         std::map<int32_t, uint64_t> kinds;
         for (uint64_t i = 0; i < count_; ++i) ++kinds[side_.status(node_, i)];
-        std::string text = count_ ? "" : "nothing";
+        std::string text = count_ ? "" : say("nothing");
         for (auto [kind, count] : kinds)
-            text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind_name(kind);
+            text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind_word(kind);
         return text;
     }
 
@@ -153,7 +153,7 @@ class SideView {
         const bool moved = path != narrow(zConflictNodePath(node_));
         const auto origin = origins_.find(path);
         const bool known = origin != origins_.end();
-        text += kind_name(kind);
+        text += kind_word(kind);
         text = host.out.paint(kind_colour(kind), moved || known ? padded(text, 14) : text);
         if (moved) text += typed_path(path);
         if (!known) return text;
@@ -198,7 +198,7 @@ int run(Host &host, const Options &options) {
     for (const std::string &path : options.paths) {
         const std::string below = copy.relative(path);
         if (!nodes.pick(copy, below) && !is_wild(path) && !is_known(copy, below))
-            throw Failed(kNotFound, path + ": no such file or directory");
+            throw Failed(kNotFound, say("%s: no such file or directory", path));
     }
     const auto [our_origins, their_origins] = origins_of(host, copy, nodes);
     uint64_t count = 0;

@@ -74,19 +74,19 @@ struct Version {
             read_object(odb.get(), zTreeEntryId(entry.get()), bytes, name);
         }
         auto read = dxf::Manifest::read(bytes.data);
-        if (!read) throw Failed(kOther, name + ": is no drawing");
+        if (!read) throw Failed(kOther, say("%s: is no drawing", name));
         manifest = std::move(*read);
     }
 
     void read_work_file(const WorkingCopy &copy, const std::string &path) {
         const std::u16string file = copy.absolute(path).u16string();
         if (!zPathFileExists(file.c_str()))
-            throw Failed(kNotFound, path + ": no such file in the work directory");
+            throw Failed(kNotFound, say("%s: no such file in the work directory", path));
         OwnedFile in(check(zFileOpen(file.c_str(), u"rb"), path));
         char block[1 << 16];
         while (size_t count = fread(block, 1, sizeof block, in.get()))
             bytes.data.append(block, count);
-        if (ferror(in.get())) throw Failed(kSystem, path + ": can't be read");
+        if (ferror(in.get())) throw Failed(kSystem, say("%s: can't be read", path));
     }
 
     Bytes bytes;
@@ -111,7 +111,7 @@ class Difference {
           to_(host, copy, path, options.to) {
         const dxf::Manifest &older = from_.manifest, &newer = to_.manifest;
         if (!zOidIsEqual(&older.table, &newer.table))
-            throw Failed(kOther, path_ + ": the two versions are kept in different tables");
+            throw Failed(kOther, say("%s: the two versions are kept in different tables", path_));
         for (const ObjectChange &change : dxf::compare_objects(older.objects, newer.objects)) {
             changes_.push_back({change, {}, {}, {}, {}});
             ++totals_[change.kind];
@@ -221,7 +221,7 @@ class Difference {
             if (with_fields) record.set(u"fields", members(change, fields));
             return host_.out.record(record);
         }
-        host_.out.line(host_.out.paint(how.colour, padded(how.name, 10)) + padded(handle, 10) +
+        host_.out.line(host_.out.paint(how.colour, padded(say(how.name), 10)) + padded(handle, 10) +
                        change.kind);
         for (const dxf::FieldChange &field : fields) print_field(change, field);
     }
@@ -243,9 +243,9 @@ class Difference {
     void print_field(const Change &change, const dxf::FieldChange &field) const {
         const std::string code = std::to_string(field.code);
         std::string line = std::string(code.size() < 8 ? 8 - code.size() : 1, ' ') + code + " " +
-                           padded(std::string(dxf::field_name(change.kind, field.code)), 14);
+                           padded(said(std::string(dxf::field_name(change.kind, field.code))), 14);
         const auto side = [&](const std::optional<std::string_view> &value, Colour colour) {
-            return value ? host_.out.paint(colour, shown(*value)) : "(none)";
+            return value ? host_.out.paint(colour, shown(*value)) : say("(none)");
         };
         if (change.object.kind != ObjectChange::added) line += side(field.from, Colour::red);
         if (change.object.kind == ObjectChange::modified) line += " -> ";
@@ -260,9 +260,9 @@ class Difference {
         for (const Change &change : changes_) ++rows[change.*name][change.object.kind];
         if (rows.empty()) return;
         host_.out.line(
-            host_.out.paint(Colour::bold, padded(by, 24) + "   added modified  removed"));
+            host_.out.paint(Colour::bold, padded(say(by), 24) + say("   added modified  removed")));
         for (const auto &[what, counts] : rows) {
-            std::string line = padded(clean(what.empty() ? "(none)" : what), 24);
+            std::string line = padded(clean(what.empty() ? say("(none)") : what), 24);
             for (const uint64_t count : counts) {
                 const std::string number = std::to_string(count);
                 line += std::string(number.size() < 8 ? 8 - number.size() : 0, ' ') + number + " ";
@@ -283,17 +283,17 @@ class Difference {
 
     void print_blocks() const {
         const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
-        print_block("header", from.header == to.header);
+        print_block("header", "the header", from.header == to.header);
         bool same = from.classes.size() == to.classes.size();
         for (size_t i = 0; same && i < to.classes.size(); ++i)
             same = from.classes[i] == to.classes[i];
-        print_block("classes", same);
-        print_block("layout", from.layout == to.layout);
+        print_block("classes", "the classes", same);
+        print_block("layout", "the layout", from.layout == to.layout);
     }
 
-    void print_block(const char *name, bool same) const {
+    void print_block(const char *name, const char *text, bool same) const {
         if (same) return;
-        host_.out.line(host_.out.paint(Colour::yellow, padded("modified", 10)) + "the " + name);
+        host_.out.line(host_.out.paint(Colour::yellow, padded(say("modified"), 10)) + say(text));
         host_.out.record(Record("block").set(u"change", "modified").set(u"block", name));
     }
 
@@ -330,16 +330,15 @@ struct Totals {
 };
 
 std::string counted_lines(const LineCounts &lines) {
-    return plural(lines.added, "line") + " added, " + std::to_string(lines.removed) + " removed";
+    return say("%s added, %s removed", plural(lines.added, "line"), lines.removed);
 }
 
 void print_summary(Host &host, const Totals &totals) {
     const Difference::Counts &counts = totals.objects;
     std::string text;
     if (totals.has_drawings || !totals.lines)
-        text = std::to_string(counts[ObjectChange::added]) + " added, " +
-               std::to_string(counts[ObjectChange::modified]) + " modified, " +
-               std::to_string(counts[ObjectChange::removed]) + " removed";
+        text = say("%s added, %s modified, %s removed", counts[ObjectChange::added],
+                   counts[ObjectChange::modified], counts[ObjectChange::removed]);
     Record record("summary");
     set_counts(record, counts);
     if (totals.lines) {

@@ -50,7 +50,7 @@ OwnedDrawing read_drawing(const std::u16string &file, const std::string &name) {
     OwnedDrawing drawing(zDrawingRead(file.c_str()));
     if (drawing) return drawing;
     if (zErrorClass()) fail_raised(name);
-    throw Failed(kOther, name + ": is no drawing");
+    throw Failed(kOther, say("%s: is no drawing", name));
 }
 
 // A file that appears under its name when it is complete; what had the name goes to the trash, the
@@ -93,7 +93,7 @@ class Target {
     fs::path sibling() const {
         return fs::path(path_).replace_filename(".zev-" + std::to_string(getpid()) + ".tmp");
     }
-    [[noreturn]] void fail() const { throw Failed(kSystem, path_ + ": can't be written"); }
+    [[noreturn]] void fail() const { throw Failed(kSystem, say("%s: can't be written", path_)); }
 
     const WorkingCopy &copy_;
     std::string path_;
@@ -102,7 +102,7 @@ class Target {
 };
 
 void tell_written(Host &host, const std::string &target, uint64_t size, const Drawing *drawing) {
-    std::string text = target + ": " + narrow(zNumToHumanBytes(size));
+    std::string text = target + ": " + bytes_text(size);
     Record record("export");
     record.set(u"path", target).set(u"bytes", size);
     if (drawing) {
@@ -139,7 +139,7 @@ class Version {
         if (revision.empty()) {
             file_ = copy.absolute(path).u16string();
             if (!zPathFileExists(file_.c_str()))
-                throw Failed(kNotFound, path + ": no such file in the work directory");
+                throw Failed(kNotFound, say("%s: no such file in the work directory", path));
         } else {
             temporary_ = std::make_unique<TempFile>();
             file_ = temporary_->path();
@@ -159,20 +159,22 @@ class Version {
 void require_free(Host &host, const WorkingCopy &copy, const Options &options,
                   const std::string &target) {
     if (is_drawing_name(target))
-        throw Failed(kInvalid, target + ": is the name of a drawing; name a DXF file");
+        throw Failed(kInvalid, say("%s: is the name of a drawing; name a DXF file", target));
     if (fs::is_directory(target))
-        throw Failed(kInvalid, target + ": is a directory; name the file");
-    if (copy.in_repository(target)) throw Failed(kInvalid, target + ": lies in the repository");
+        throw Failed(kInvalid, say("%s: is a directory; name the file", target));
+    if (copy.in_repository(target))
+        throw Failed(kInvalid, say("%s: lies in the repository", target));
     const fs::file_status status = fs::symlink_status(target);
     if (options.force || (!fs::is_regular_file(status) && !fs::is_symlink(status))) return;
     const int32_t answer = ask(host.notify, {.id = "zev.export.replace",
                                              .title = "",
-                                             .instruction = "Replace " + target + "?",
+                                             .instruction = say("Replace %s?", target),
                                              .content = "The file that is there goes to the trash.",
                                              .buttons = {"Replace", "Keep"}});
     if (answer == 1) return;
     if (!host.notify->outcome().unanswered) throw Failed(kCanceled, "nothing was written");
-    throw Failed(kExists, target + ": is there already; --force says that it may go to the trash");
+    throw Failed(kExists,
+                 say("%s: is there already; --force says that it may go to the trash", target));
 }
 
 // What a server's rules let out of the team.
@@ -181,8 +183,9 @@ void require_right(const WorkingCopy &copy, const std::string &path) {
     const Permission permission = Permissions(copy).of(path);
     if (permission.bits & Z_PRIVILEGE_EXPORT) return;
     throw Failed(kServer, kForbidden,
-                 path + ": you may not export it" +
-                     (permission.rule.empty() ? "" : ", by the rule on " + permission.rule));
+                 say(permission.rule.empty() ? "%s: you may not export it"
+                                             : "%s: you may not export it, by the rule on %s",
+                     path, permission.rule));
 }
 
 // One file of the copy and what it is to become.
@@ -211,7 +214,7 @@ void copy_file(Host &host, const WorkingCopy &copy, const Options &options, cons
         const OwnedFile in(check(zFileOpen(copy.absolute(item.path).u16string().c_str(), u"rb")));
         char block[1 << 16];
         while (const size_t count = fread(block, 1, sizeof block, in.get())) put({block, count});
-        if (ferror(in.get())) throw Failed(kSystem, item.path + ": can't be read");
+        if (ferror(in.get())) throw Failed(kSystem, say("%s: can't be read", item.path));
     } else {
         const OwnedCommit commit = commit_with(host, copy, options.revision, item.path);
         const OwnedOdb odb(check(zOdbOpen(copy.repository())));
@@ -289,7 +292,7 @@ class Plan {
         find_target();
         for (const std::string &source : sources_) add(source);
         if (items_.size() > 1 && (target_ == "-" || (!target_.empty() && !is_directory_)))
-            throw Failed(kInvalid, target_ + ": more than one drawing goes into a directory");
+            throw Failed(kInvalid, say("%s: more than one drawing goes into a directory", target_));
     }
     const std::vector<Item> &items() const { return items_; }
     bool is_single() const { return is_single_; }
@@ -306,7 +309,7 @@ class Plan {
         is_directory_ = !target_.empty() && target_ != "-" &&
                         (!is_single_ || fs::is_directory(target_) || target_.ends_with('/'));
         if (is_directory_ && fs::exists(target_) && !fs::is_directory(target_))
-            throw Failed(kInvalid, target_ + ": is no directory");
+            throw Failed(kInvalid, say("%s: is no directory", target_));
     }
 
     bool is_pattern(const std::string &word) const {
@@ -329,17 +332,17 @@ class Plan {
             require_file(source, below);
             return add(below, fs::path(below).filename(), source);
         }
-        if (items_.size() == before) throw Failed(kNotFound, source + ": holds no drawing");
+        if (items_.size() == before) throw Failed(kNotFound, say("%s: holds no drawing", source));
     }
 
     // Before anything is written.
     void require_file(const std::string &source, const std::string &path) const {
         if (!is_drawing_name(path) && (!options_.with_files || target_.empty()))
-            throw Failed(kInvalid, source + ": is no drawing");
+            throw Failed(kInvalid, say("%s: is no drawing", source));
         if (!options_.revision.empty())
             copy_.file(commit_with(host_, copy_, options_.revision, path).get(), path);
         else if (!fs::is_regular_file(copy_.absolute(path)))
-            throw Failed(kNotFound, source + ": no such file in the work directory");
+            throw Failed(kNotFound, say("%s: no such file in the work directory", source));
     }
 
     bool is_wanted(const std::string &path) const {
@@ -361,8 +364,8 @@ class Plan {
         zStrlwrW(name.data());
         const auto [other, is_new] = targets_.try_emplace(std::move(name), path);
         if (!is_new && to != "-")
-            throw Failed(kInvalid, other->second + " and " + path + " would both become " +
-                                       to.string() + "; export one after the other");
+            throw Failed(kInvalid, say("%s and %s would both become %s; export one after the other",
+                                       other->second, path, to.string()));
         items_.push_back({path, to.string(), is_directory_});
     }
 

@@ -40,14 +40,17 @@ bool is_there(const fs::path &place, const std::string &url, const std::string &
     const Owned<zwchar, zStrfreeW> own(zRepositoryRemoteUrl(repository.get()));
     const std::string origin = narrow(own.get());
     if (origin != url)
-        throw Failed(kExists, place.string() + ": is a working copy " +
-                                  (origin.empty() ? "without a server" : "of " + origin) +
-                                  " already; choose another directory");
+        throw Failed(kExists,
+                     say(origin.empty() ? "%s: is a working copy without a server already; choose "
+                                          "another directory"
+                                        : "%s: is a working copy of %s already; choose another "
+                                          "directory",
+                         place.string(), origin));
     const Owned<Branch, zBranchFree> head(zBranchHead(repository.get()));
     const std::string name = head ? narrow(zBranchMerge(head.get())) : "";
     if (!branch.empty() && name != branch)
-        throw Failed(kExists, place.string() + ": is a working copy on " + name +
-                                  " already; choose another directory");
+        throw Failed(kExists, say("%s: is a working copy on %s already; choose another directory",
+                                  place.string(), name));
     return true;
 }
 
@@ -79,13 +82,13 @@ int run(Host &host, const Options &options) {
         }
         fail_remote(host, url);
     }
-    host.out.line("a working copy of " + url + " in " + place.string());
+    host.out.line(say("a working copy of %s in %s", url, place.string()));
     host.out.record(Record("get").set(u"url", url).set(u"path", place.string()));
     fs::current_path(place);
     const WorkingCopy copy;
     if (!branch.empty() && !server_commit(copy))
-        host.out.warn("the server has no branch " + options.branch +
-                      " so far; the first commit makes it");
+        host.out.warn(
+            say("the server has no branch %s so far; the first commit makes it", options.branch));
     return tell_update(host, copy, nullptr, true, reception);
 }
 

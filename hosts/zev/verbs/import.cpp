@@ -68,19 +68,19 @@ OwnedDrawing committed(const WorkingCopy &copy, const std::string &path) {
 // "3 of 4,147 objects modified, 1 removed".
 std::string changes_text(const dxf::ImportResult &result) {
     const std::string all = count_of(result.objects, "object");
-    if (result.added == result.objects && !result.removed) return all + " added";
+    if (result.added == result.objects && !result.removed) return say("%s added", all);
     const struct {
         uint64_t count;
-        const char *word;
-    } kinds[] = {
-        {result.added, "added"}, {result.modified, "modified"}, {result.removed, "removed"}};
+        const char *first, *next;
+    } kinds[] = {{result.added, "%s of %s added", "%s added"},
+                 {result.modified, "%s of %s modified", "%s modified"},
+                 {result.removed, "%s of %s removed", "%s removed"}};
     std::string text;
-    for (const auto &[count, word] : kinds)
+    for (const auto &[count, first, next] : kinds)
         if (count)
             text +=
-                (text.empty() ? grouped(count) + " of " + all + " " : ", " + grouped(count) + " ") +
-                word;
-    return text.empty() ? all + ", all as before" : text;
+                text.empty() ? say(first, grouped(count), all) : ", " + say(next, grouped(count));
+    return text.empty() ? say("%s, all as before", all) : text;
 }
 
 void report_import(Host &host, const std::string &path, const dxf::ImportResult &result) {
@@ -97,9 +97,10 @@ void report_import(Host &host, const std::string &path, const dxf::ImportResult 
                                    .set(u"written", result.written));
     const std::string name = typed_path(path) + ": ";
     if (!result.written)
-        return host.out.line(name + count_of(result.objects, "object") + ", nothing has changed");
-    host.out.line(name + changes_text(result) + "; " + count_of(result.rows, "row") + " stored, " +
-                  narrow(zNumToHumanBytes(result.bytes)));
+        return host.out.line(name +
+                             say("%s, nothing has changed", count_of(result.objects, "object")));
+    host.out.line(name + say("%s; %s stored, %s", changes_text(result),
+                             count_of(result.rows, "row"), bytes_text(result.bytes)));
 }
 
 // The work file as it was, if no commit of the branch has it; it goes to the trash once the new one
@@ -153,21 +154,24 @@ void fetch_former(Host &host, const WorkingCopy &copy, Drawing *committed, Drawi
                   const std::string &path) {
     if (fetch_rows(host, copy, former, path) || !committed) return;
     if (zOidIsEqual(zDrawingTableId(committed), zDrawingTableId(former)))
-        throw Failed(kNotFound, path + ": the rows of its last version are not here, and the "
-                                       "server has none; \"zev info\" tells which project it is");
+        throw Failed(kNotFound,
+                     say("%s: the rows of its last version are not here, and the server has none; "
+                         "\"zev info\" tells which project it is",
+                         path));
 }
 
 void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
     const auto &[source, target, makes_directories] = item;
     if (!is_drawing_name(target))
-        throw Failed(kInvalid, target + ": a drawing's name ends in .dwx");
+        throw Failed(kInvalid, say("%s: a drawing's name ends in .dwx", target));
     std::string path = copy.relative(target);
     fs::path file = copy.absolute(path);
     if (makes_directories) fs::create_directories(file.parent_path());
     if (!fs::is_directory(file.parent_path()))
-        throw Failed(kNotFound, target + ": there is no such directory; \"zev mkdir\" makes one");
+        throw Failed(kNotFound,
+                     say("%s: there is no such directory; \"zev mkdir\" makes one", target));
     if (fs::exists(source) && !fs::is_regular_file(source))
-        throw Failed(kInvalid, source + ": is no regular file");
+        throw Failed(kInvalid, say("%s: is no regular file", source));
     OwnedDrawing head = committed(copy, path);
     dxf::Import request{.repository = copy.repository(),
                         .source = wide_path(source),
@@ -223,7 +227,7 @@ class Folder {
         for (fs::directory_iterator at(directory, error), end; !error && at != end;
              at.increment(error))
             entries.push_back(*at);
-        if (error) host_.out.warn(directory.string() + ": " + error.message() + "; left out");
+        if (error) host_.out.warn(say("%s: %s; left out", directory.string(), error.message()));
         std::sort(entries.begin(), entries.end());
         for (const fs::directory_entry &entry : entries) {
             std::error_code ignored;
@@ -246,14 +250,14 @@ class Folder {
 void add_folder(Host &host, const WorkingCopy &copy, const std::string &root,
                 const std::string &directory, std::vector<Item> &items) {
     const Folder folder(host, root);
-    if (folder.files().empty()) throw Failed(kNotFound, root + ": holds no DXF file");
+    if (folder.files().empty()) throw Failed(kNotFound, say("%s: holds no DXF file", root));
     for (const fs::path &file : folder.files())
         items.push_back(
             {file.string(), drawing_of(copy, file.string(), folder.place(file), directory), true});
     if (folder.others()) {
-        const std::string text = root + ": " + std::to_string(folder.others()) +
-                                 (folder.others() == 1 ? " file is" : " files are") +
-                                 " no DXF and left out";
+        const std::string text = say(folder.others() == 1 ? "%s: %s file is no DXF and left out"
+                                                          : "%s: %s files are no DXF and left out",
+                                     root, folder.others());
         host.out.line(text);
         host.out.record(Record("info").set(u"message", text));
     }
@@ -267,8 +271,8 @@ void require_different(const std::vector<Item> &items) {
         zStrlwrW(name.data());
         const auto [other, is_new] = known.try_emplace(std::move(name), item.source);
         if (!is_new)
-            throw Failed(kInvalid, other->second + " and " + item.source + " would both become " +
-                                       item.target + "; import one after the other");
+            throw Failed(kInvalid, say("%s and %s would both become %s; import one after the other",
+                                       other->second, item.source, item.target));
     }
 }
 
@@ -291,7 +295,7 @@ Place take_place(Paths &sources) {
         place.target = last;
     if (!place.directory.empty() || !place.target.empty()) sources.pop_back();
     if (!place.target.empty() && (sources.size() > 1 || mirrors))
-        throw Failed(kInvalid, last + ": more than one file goes into a directory");
+        throw Failed(kInvalid, say("%s: more than one file goes into a directory", last));
     return place;
 }
 

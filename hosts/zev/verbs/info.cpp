@@ -73,30 +73,30 @@ State look(Host &host, const WorkingCopy &copy, const Options &options) {
 }
 
 std::string behind(const State &state) {
-    if (!state.newest) return "the server's project is empty so far";
-    if (state.files && !*state.files) return "up to date";
+    if (!state.newest) return say("the server's project is empty so far");
+    if (state.files && !*state.files) return say("up to date");
     std::string text;
     if (state.commits && *state.commits) text = count_of(*state.commits, "commit");
     if (state.files) text += (text.empty() ? "" : ", ") + count_of(*state.files, "file");
-    return text.empty() ? "the server has another state" : text + " behind";
+    return text.empty() ? say("the server has another state") : say("%s behind", text);
 }
 
 void print(Host &host, const WorkingCopy &copy, const State &state) {
     const auto line = [&](const char *name, const std::string &text) {
-        if (!text.empty()) host.out.line(padded(name, 10) + text);
+        if (!text.empty()) host.out.line(padded(said(name), 10) + text);
     };
     line("copy", copy.root().string());
-    line("server", state.url.empty() ? "none" : state.url);
+    line("server", state.url.empty() ? say("none") : state.url);
     if (state.url.empty()) return;
-    line("you", state.user.empty() ? "not logged in" : state.user);
+    line("you", state.user.empty() ? say("not logged in") : state.user);
     line("branch", state.branch.substr(state.branch.rfind('/') + 1));
     line("at", state.note.at ? short_id(&*state.note.at) : "");
     line("newest", state.newest ? short_id(&*state.newest) : "");
     line("state", behind(state));
     for (const std::string &text : standing_lines(state.standing)) line("", text);
-    line("asked", state.note.seconds ? short_time(state.note.seconds) : "never");
+    line("asked", state.note.seconds ? short_time(state.note.seconds) : say("never"));
     if (!state.unreached.empty())
-        host.out.warn("the server could not be asked: " + state.unreached);
+        host.out.warn(say("the server could not be asked: %s", state.unreached));
 }
 
 int run(Host &host, const Options &options) {

@@ -16,8 +16,9 @@ struct Options {
 void declare(Command &verb, Options &options) {
     verb.description("Make a new working copy");
     verb.footer("Files that are in the directory stay as they are; \"zev add\" takes them.\n"
-                "Examples:\n  zev init project\n  zev init        in this directory");
-    verb.add_option("directory", options.directory, "A directory, new or not")->type_name("DIR");
+                "Examples:\n  zev init project\n  zev init");
+    verb.add_option("directory", options.directory, "A directory, new or not; else this one")
+        ->type_name("DIR");
 }
 
 void make(const fs::path &directory) {
@@ -37,12 +38,12 @@ int run(Host &host, const Options &options) {
     if (!full.has_filename()) full = full.parent_path();
     const std::string path = full.string();
     if (fs::exists(fs::symlink_status(full / ".git")))
-        throw Failed(kInvalid, path + ": is a working copy already");
+        throw Failed(kInvalid, say("%s: is a working copy already", path));
     if (fs::exists(fs::symlink_status(full)) && !fs::is_directory(full))
-        throw Failed(kInvalid, path + ": is no directory");
+        throw Failed(kInvalid, say("%s: is no directory", path));
     const bool has_files = fs::exists(full) && !fs::is_empty(full);
     has_files ? make_around(full) : make(full);
-    host.out.line("a new working copy in " + path);
+    host.out.line(say("a new working copy in %s", path));
     if (has_files)
         host.out.line("what is in it is as it was: \"zev add .\" takes it, \"zev import .\" makes "
                       "drawings of DXF files");

@@ -42,12 +42,12 @@ void declare(Command &verb, Options &options) {
     verb.add_option("paths", options.never, "Only what changed these files")
         ->type_name("[--] PATH ...");
     for (const auto &[name, list, about] :
-         {std::tuple("--author", &options.authors, "Only what this author did"),
-          std::tuple("--not-author", &options.not_authors, "Not what this author did"),
-          std::tuple("--text", &options.texts, "Only with this text in the message")})
-        verb.add_option(name, *list, std::string(about) + "; may be given again")
-            ->type_name("TEXT")
-            ->one_each();
+         {std::tuple("--author", &options.authors, "Only what this author did; may be given again"),
+          std::tuple("--not-author", &options.not_authors,
+                     "Not what this author did; may be given again"),
+          std::tuple("--text", &options.texts,
+                     "Only with this text in the message; may be given again")})
+        verb.add_option(name, *list, about)->type_name("TEXT")->one_each();
     verb.add_option("--since", options.since, "Not before that")->type_name("TIME");
     verb.add_option("--until", options.until, "Not after that")->type_name("TIME");
     verb.add_option("-n,--limit,--max-count", options.count, "So many commits at most")
@@ -125,18 +125,19 @@ void take_word(const WorkingCopy &copy, Wanted &wanted, const std::string &word,
     OwnedCommit commit = named_commit(copy, word);
     const bool is_path = names_path(copy, word);
     if (commit && is_path && !marked)
-        throw Failed(kInvalid, word + ": is a revision and a path; put \"--\" in front of paths");
+        throw Failed(kInvalid,
+                     say("%s: is a revision and a path; put \"--\" in front of paths", word));
     if (commit && (!is_path || marked)) {
         if (wanted.start || !wanted.paths.empty())
-            throw Failed(kInvalid, word + ": one revision, in front of the paths, is enough");
+            throw Failed(kInvalid, say("%s: one revision, in front of the paths, is enough", word));
         wanted.start = std::move(commit);
     } else if (is_path || (is_wild(word) && !marked)) {
         wanted.paths.push_back(word);
     } else {
-        throw Failed(kNotFound, "\"" + word + "\" names no commit" +
-                                    (marked ? ""
-                                            : " and no file; put \"--\" in front of a path "
-                                              "that is gone"));
+        throw Failed(kNotFound, say(marked ? "\"%s\" names no commit"
+                                           : "\"%s\" names no commit and no file; put \"--\" in "
+                                             "front of a path that is gone",
+                                    word));
     }
 }
 
@@ -319,7 +320,7 @@ void print_event(Host &host, const dxf::ObjectEvent &event, const Commit *commit
                                    .set(u"path", event.path)
                                    .set(u"message", message));
     host.out.line(host.out.paint(Colour::yellow, padded(short_id(&event.commit), 10)) +
-                  host.out.paint(kind.colour, padded(kind.name, 10)) +
+                  host.out.paint(kind.colour, padded(say(kind.name), 10)) +
                   padded(short_time(seconds_of(commit)), 18) + padded(author, 16) +
                   clean(message.substr(0, message.find('\n'))));
 }
@@ -337,7 +338,8 @@ int log_object(Host &host, const WorkingCopy &copy, const Commit *start, const s
             print_event(host, event, commit.get());
             return --left > 0;
         });
-    if (!found) throw Failed(kNotFound, path + ": has never had an object " + object_name(number));
+    if (!found)
+        throw Failed(kNotFound, say("%s: has never had an object %s", path, object_name(number)));
     return kDone;
 }
 

@@ -51,15 +51,16 @@ int run(Host &host, const Options &options) {
     const std::string server = server_of(options.url);
     const std::string user = login_of(server, options.user);
     if (!is_private(server))
-        host.out.warn("the password crosses the network to " + server +
-                      " unencrypted, as all else: it can be read and changed on its way");
-    const std::string password = read_password(user + " at " + server, options.from_stdin);
+        host.out.warn(say("the password crosses the network to %s unencrypted, as all else: it can "
+                          "be read and changed on its way",
+                          server));
+    const std::string password = read_password(say("%s at %s", user, server), options.from_stdin);
     const int32_t status =
         zAdminLogin(wide(server).c_str(), wide(user).c_str(), wide(password).c_str(), false, false);
-    require_status(status, user + " at " + server);
+    require_status(status, say("%s at %s", user, server));
     remember(server, user, password);
     const std::string name = shown_name(server, user);
-    host.out.line("logged in to " + server + " as " + user +
+    host.out.line(say("logged in to %s as %s", server, user) +
                   (name.empty() ? "" : " (" + name + ")"));
     host.out.record(Record("login").set(u"server", server).set(u"user", user).set(u"name", name));
     return kDone;

@@ -21,7 +21,7 @@ void declare(Command &verb, Options &options) {
 int run(Host &host, const Options &options) {
     const std::string server = find_server(options.url);
     const bool known = forget(server);
-    host.out.line(known ? "logged out of " + server : "there was no login at " + server);
+    host.out.line(say(known ? "logged out of %s" : "there was no login at %s", server));
     host.out.record(Record("logout").set(u"server", server).set(u"known", known));
     return kDone;
 }

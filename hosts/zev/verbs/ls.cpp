@@ -31,9 +31,9 @@ int run(Host &host, const Options &options) {
     if (!zCommandList(front.path(), wide(path).c_str(), listing<decltype(visit)>(), &visit)) {
         OwnedIndex index(check(zIndexHead(copy.repository(), false)));
         const bool file = zIndexEntryBypath(index.get(), wide(path).c_str());
-        throw Failed(file ? kInvalid : kNotFound,
-                     options.directory +
-                         (file ? ": is no directory" : ": nothing is tracked there"));
+        throw Failed(
+            file ? kInvalid : kNotFound,
+            say(file ? "%s: is no directory" : "%s: nothing is tracked there", options.directory));
     }
     const auto is_directory = [](const Listed &listed) { return listed.path.ends_with('/'); };
     std::stable_partition(found.begin(), found.end(), is_directory);

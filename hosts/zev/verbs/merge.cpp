@@ -89,12 +89,14 @@ class LocalWork {
     void require_none() {
         look_at_index();
         if (!found_.empty())
-            throw Failed(kOther, "these changes are staged: " + some_of(found_) +
-                                     "; commit or revert them before the merge");
+            throw Failed(kOther, say("these changes are staged: %s; commit or revert them before "
+                                     "the merge",
+                                     some_of(found_)));
         look_at_files();
         if (!found_.empty())
-            throw Failed(kOther, "the merge would change files that are not committed: " +
-                                     some_of(found_) + "; commit, revert or move them first");
+            throw Failed(kOther, say("the merge would change files that are not committed: %s; "
+                                     "commit, revert or move them first",
+                                     some_of(found_)));
     }
 
   private:
@@ -175,7 +177,8 @@ class Merge {
         ours_ = copy_.head();
         const Oid ours = *zCommitId(ours_.get()), theirs = *zCommitId(theirs_.get());
         const std::optional<Oid> base = graph.common(ours, theirs);
-        if (!base) throw Failed(kOther, options_.branch + ": has no commit in common with HEAD");
+        if (!base)
+            throw Failed(kOther, say("%s: has no commit in common with HEAD", options_.branch));
         if (zOidIsEqual(&*base, &theirs)) return nothing_to_do();
         return zOidIsEqual(&*base, &ours) ? move_forward() : bring_together(*base);
     }
@@ -242,7 +245,8 @@ class Merge {
     int conflicted() {
         note_merge(copy_, {*zCommitId(theirs_.get()), !left_});
         summary("conflicts", nullptr, left_);
-        if (left_) host_.out.warn(left_out() + "; merge again for the rest when this is committed");
+        if (left_)
+            host_.out.warn(say("%s; merge again for the rest when this is committed", left_out()));
         return tell_conflicts(host_);
     }
 
@@ -257,12 +261,12 @@ class Merge {
         if (taken.whole()) return done(made.get());
         summary("incomplete", zCommitId(made.get()), left_);
         if (taken.broken_off)
-            throw Failed(kCanceled, "cancelled, " + left_out() + "; merge again for the rest");
-        throw Failed(kOther, left_out() + "; close what uses them, and merge again");
+            throw Failed(kCanceled, say("cancelled, %s; merge again for the rest", left_out()));
+        throw Failed(kOther, say("%s; close what uses them, and merge again", left_out()));
     }
 
     std::string left_out() const {
-        return std::to_string(left_) + (left_ == 1 ? " file was" : " files were") + " left out";
+        return say(left_ == 1 ? "%s file was left out" : "%s files were left out", left_);
     }
 
     int done(const Commit *commit) const {

@@ -24,7 +24,8 @@ int run(Host &host, const Options &options) {
     std::vector<std::string> made;
     for (const std::string &path : options.paths) made.push_back(copy.relative(path));
     for (const std::string &path : made)
-        if (copy.is_on_disk(path)) throw Failed(kExists, typed_path(path) + ": is there already");
+        if (copy.is_on_disk(path))
+            throw Failed(kExists, say("%s: is there already", typed_path(path)));
     for (const std::string &path : made) {
         check(zDirMake(copy.absolute(path).u16string().c_str(), true), path);
     }
@@ -34,12 +35,13 @@ int run(Host &host, const Options &options) {
     for (const std::string &path : made) {
         if (!is_tracked(index.get(), path)) {
             code = kFailed;
-            host.out.warn(typed_path(path) +
-                          ": was made, but is ignored or another repository's; no commit will "
-                          "hold it");
+            host.out.warn(say("%s: was made, but is ignored or another repository's; no commit "
+                              "will hold it",
+                              typed_path(path)));
             continue;
         }
-        host.out.line(host.out.paint(Colour::green, "Added     ") + " " + typed_path(path) + "/");
+        host.out.line(host.out.paint(Colour::green, action_column(say("Added"))) +
+                      typed_path(path) + "/");
         host.out.record(Record("action").set(u"action", "added").set(u"path", path + "/"));
     }
     return code;

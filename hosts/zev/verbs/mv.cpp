@@ -49,10 +49,11 @@ class Mover {
                     is_tracked(index.get(), from_) && !is_tracked(index.get(), to_);
         if (happened_) return;
         if (!copy_.is_on_disk(from_))
-            throw Failed(kNotFound, given + ": no such file or directory");
-        if (same_or_below(to_, from_)) throw Failed(kInvalid, given + ": can't move into itself");
+            throw Failed(kNotFound, say("%s: no such file or directory", given));
+        if (same_or_below(to_, from_))
+            throw Failed(kInvalid, say("%s: can't move into itself", given));
         if (copy_.is_on_disk(to_) && !is_one_file())
-            throw Failed(kExists, typed_path(to_) + ": is there already");
+            throw Failed(kExists, say("%s: is there already", typed_path(to_)));
     }
 
     OwnedIndex run(const std::string &given) {
@@ -116,10 +117,10 @@ class Mover {
 int move_odd_file(Host &host, const WorkingCopy &copy, const Options &options) {
     std::string target = copy.relative(options.to);
     if (fs::is_directory(copy.absolute(target)))
-        throw Failed(kInvalid, options.to + ": is a directory; give a new name, too");
+        throw Failed(kInvalid, say("%s: is a directory; give a new name, too", options.to));
     move_odd(copy, options.from, copy.absolute(target).string());
-    host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + options.from + " -> " +
-                  typed_path(target));
+    host.out.line(host.out.paint(Colour::cyan, action_column(say("Renamed"))) + options.from +
+                  " -> " + typed_path(target));
     host.out.record(Record("action")
                         .set(u"action", "renamed")
                         .set(u"from", visible(options.from))
@@ -145,8 +146,8 @@ int run(Host &host, const Options &options) {
     mover.look(from);
     const OwnedIndex index = mover.run(from);
     move_tables(copy, index.get(), source, target);
-    host.out.line(host.out.paint(Colour::cyan, "Renamed   ") + " " + typed_path(source) + " -> " +
-                  typed_path(target));
+    host.out.line(host.out.paint(Colour::cyan, action_column(say("Renamed"))) + typed_path(source) +
+                  " -> " + typed_path(target));
     host.out.record(
         Record("action").set(u"action", "renamed").set(u"from", source).set(u"path", target));
     return kDone;

@@ -50,8 +50,10 @@ int run(Host &host, const Options &options) {
     reception.finish();
     note_answer(copy, nullptr);
     const uint64_t files = host.notify->outcome().done;
-    host.out.line(grouped(files) + (files == 1 ? " file is" : " files are") + " as in " +
-                  short_id(&target) + "; \"zev status\" shows what \"zev commit\" would send");
+    host.out.line(say(
+        files == 1 ? "%s file is as in %s; \"zev status\" shows what \"zev commit\" would send"
+                   : "%s files are as in %s; \"zev status\" shows what \"zev commit\" would send",
+        grouped(files), short_id(&target)));
     host.out.record(Record("reset").set(u"commit", &target).set(u"files", files));
     return kDone;
 }

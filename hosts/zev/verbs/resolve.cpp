@@ -157,7 +157,8 @@ class Beside {
     static void tell(Host &host, Index *index, const Copy &copy) {
         if (!zIndexEntryBypath(index, wide(copy.path).c_str()))
             check(zIndexAddBypath(index, wide(copy.path).c_str()));
-        host.out.line(host.out.paint(Colour::green, padded("Kept", 11)) + typed_path(copy.path));
+        host.out.line(host.out.paint(Colour::green, action_column(say("Kept"))) +
+                      typed_path(copy.path));
         host.out.record(Record("action")
                             .set(u"action", "kept")
                             .set(u"path", copy.path)
@@ -219,8 +220,8 @@ class Resolution {
     void warn_of_marks(const ConflictNode *node) const {
         for (uint64_t i = 0; i < kOurs.count(node); ++i)
             if (std::string path = kOurs.path(node, i); has_marks(copy_, path))
-                host_.out.warn(typed_path(path) +
-                               ": has both sides between marks; edit it, then add it");
+                host_.out.warn(say("%s: has both sides between marks; edit it, then add it",
+                                   typed_path(path)));
     }
 
     void note_displaced(const ConflictNode *node) {
@@ -232,7 +233,8 @@ class Resolution {
     void tell_displaced() const {
         for (const auto &[node, path] : displaced_) {
             if (!zConflictNodeIsResolved(node)) continue;
-            host_.out.line(host_.out.paint(Colour::dim, padded("In trash", 11)) + typed_path(path));
+            host_.out.line(host_.out.paint(Colour::dim, action_column(say("In trash"))) +
+                           typed_path(path));
             host_.out.record(Record("action").set(u"action", "trashed").set(u"path", path));
         }
     }
@@ -245,8 +247,7 @@ class Resolution {
             failed += !done && nodes_.is_picked(node);
         }
         const uint64_t remain = nodes_.all().size() - resolved;
-        host_.out.line(std::to_string(resolved) + " resolved, " + std::to_string(remain) +
-                       " remain");
+        host_.out.line(say("%s resolved, %s remain", resolved, remain));
         host_.out.record(Record("summary")
                              .set(u"resolved", resolved)
                              .set(u"remain", remain)
@@ -277,7 +278,7 @@ int run(Host &host, const Options &options) {
     if (options.all) nodes.pick_all();
     for (const std::string &path : options.paths)
         if (!nodes.pick(copy, copy.relative(path)))
-            throw Failed(kNotFound, path + ": has no conflict; \"zev conflicts\" lists them");
+            throw Failed(kNotFound, say("%s: has no conflict; \"zev conflicts\" lists them", path));
     return Resolution(host, copy, nodes, options).run();
 }
 

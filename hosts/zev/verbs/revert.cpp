@@ -47,13 +47,13 @@ Reverted files_of(Host &host, const WorkingCopy &copy, const Selection &selectio
         const bool named = selection.has(path);
         if (!named && !selection.has(from)) continue;
         if (zStatusEntryStatus(entry) == Z_KIND_TYPECHANGE) {
-            host.out.warn(typed_path(path) +
-                          ": is no file or link as before; take it away, then revert");
+            host.out.warn(say("%s: is no file or link as before; take it away, then revert",
+                              typed_path(path)));
             continue;
         }
         if (named) out.files.insert(path);
         out.files.insert(from);
-        out.shown.push_back(padded(kind_name(zStatusEntryStatus(entry)), 12) +
+        out.shown.push_back(kind_column(zStatusEntryStatus(entry)) +
                             typed_path(zStatusEntryPath(entry)));
     }
     return out;
@@ -64,12 +64,13 @@ void confirm(Host &host, const Reverted &reverted) {
     std::string content;
     for (size_t i = 0; i < std::min(count, kExamples); ++i)
         content += (i ? "\n" : "") + reverted.shown[i];
-    if (count > kExamples) content += "\nand " + std::to_string(count - kExamples) + " more";
-    const std::string differ = count == 1 ? " file differs" : " files differ";
+    if (count > kExamples) content += "\n" + say("and %s more", count - kExamples);
     require_yes(host.notify,
                 {"revert-all",
                  "Revert",
-                 std::to_string(count) + differ + " from the last commit. Bring everything back?",
+                 say(count == 1 ? "%s file differs from the last commit. Bring everything back?"
+                                : "%s files differ from the last commit. Bring everything back?",
+                     count),
                  content,
                  {"Revert everything", "Keep my changes"}},
                 "nothing was reverted", "name the files, or give --all");

@@ -33,9 +33,9 @@ void print(Host &host, const std::string &path, const Permission &permission,
 }
 
 std::string reason(const Permissions &permissions, const Permission &permission) {
-    if (!permissions.has_rules()) return "no rules have come here: everything is allowed";
-    if (permission.rule.empty()) return "no rule says anything: the project's default";
-    return "by the rule on " + permission.rule;
+    if (!permissions.has_rules()) return say("no rules have come here: everything is allowed");
+    if (permission.rule.empty()) return say("no rule says anything: the project's default");
+    return say("by the rule on %s", permission.rule);
 }
 
 void print_all(Host &host, const Permissions &permissions) {
@@ -44,7 +44,7 @@ void print_all(Host &host, const Permissions &permissions) {
     if (!permissions.has_rules())
         print(host, "/", {rest, {}}, reason(permissions, {}));
     else
-        print(host, "", {permissions.fallback(), {}}, "where no rule says anything");
+        print(host, "", {permissions.fallback(), {}}, say("where no rule says anything"));
 }
 
 int run(Host &host, const Options &options) {

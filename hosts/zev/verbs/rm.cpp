@@ -41,7 +41,7 @@ std::set<std::string> targets_of(const WorkingCopy &copy, const Selection &selec
     std::set<std::string> targets;
     for (const std::string &path : selection.names()) {
         if (!copy.is_on_disk(path) && !is_tracked(index.get(), path))
-            throw Failed(kNotFound, typed_path(path) + ": no such file or directory");
+            throw Failed(kNotFound, say("%s: no such file or directory", typed_path(path)));
         const std::string above = fs::path(path).parent_path().string();
         if (!selection.has_name(above)) targets.insert(path);
     }

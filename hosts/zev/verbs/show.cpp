@@ -39,9 +39,8 @@ class ObjectCounts {
         uint64_t counts[3] = {};
         for (const auto &change : compare_objects(from_.manifest->objects, to_.manifest->objects))
             ++counts[change.kind];
-        host.out.line(padded("", 12) + std::to_string(counts[0]) + " objects added, " +
-                      std::to_string(counts[1]) + " modified, " + std::to_string(counts[2]) +
-                      " removed");
+        host.out.line(padded("", 12) + say("%s objects added, %s modified, %s removed", counts[0],
+                                           counts[1], counts[2]));
         host.out.record(Record("drawing")
                             .set(u"path", path)
                             .set(u"added", counts[0])

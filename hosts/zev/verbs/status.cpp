@@ -143,9 +143,9 @@ void print_long(Host &host, const File &file) {
     const char *mark = file.is_staged() ? (file.is_unstaged() ? "! " : "+ ") : "  ";
     const std::string path = typed_path(zStatusEntryPath(file.entry));
     const std::string from = typed_path(zStatusEntryFrom(file.entry));
-    host.out.line(mark + host.out.paint(kind_colour(file.kind), padded(kind_name(file.kind), 12)) +
+    host.out.line(mark + host.out.paint(kind_colour(file.kind), kind_column(file.kind)) +
                   (file.renamed() ? from + " -> " : "") + path +
-                  (*file.conflict ? std::string("  (") + file.conflict + ")" : ""));
+                  (*file.conflict ? "  (" + say(file.conflict) + ")" : ""));
 }
 
 // Names as they are, with keep-files: as a program compares them with what else looks at the copy.
@@ -172,7 +172,7 @@ void require_known(const WorkingCopy &copy, const Paths &paths, const Notify *no
         if (is_wild(path) || copy.is_on_disk(copy.relative(path))) continue;
         OwnedSpec spec = copy.spec({path}, 0, notify);
         if (!zStatusListLength(look(copy, spec.get()).get()))
-            throw Failed(kNotFound, path + ": no such file or directory");
+            throw Failed(kNotFound, say("%s: no such file or directory", path));
     }
 }
 
@@ -199,8 +199,8 @@ void tell_moves(Host &host, const WorkingCopy &copy, const std::vector<File> &fi
             .push_back(narrow(zStatusEntryPath(file.entry)));
     }
     for (const Move &move : find_moves(copy, gone, untracked)) {
-        host.out.line(typed_path(move.from) + " is " + typed_path(move.to) +
-                      " now; \"zev mv\" with both names says so");
+        host.out.line(say("%s is %s now; \"zev mv\" with both names says so", typed_path(move.from),
+                          typed_path(move.to)));
         host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
     }
 }
@@ -211,10 +211,12 @@ void tell_server(Host &host, const WorkingCopy &copy) {
     if (url.empty()) return;
     const ServerNote note = read_note(copy);
     const std::optional<uint64_t> updates = known_updates(copy);
-    std::string text = note.seconds ? "as of " + short_time(note.seconds) : "never asked";
+    std::string text =
+        note.seconds ? say("as of %s", short_time(note.seconds)) : say("never asked");
     if (updates)
-        text += !*updates ? ": nothing is new there"
-                          : ": " + count_of(*updates, "file") + " would come by \"zev update\"";
+        text = !*updates
+                   ? say("%s: nothing is new there", text)
+                   : say("%s: %s would come by \"zev update\"", text, count_of(*updates, "file"));
     host.out.line(host.out.paint(Colour::dim, url + ", " + text));
     const ServerStanding standing = known_standing(copy);
     for (const std::string &line : standing_lines(standing)) host.out.line(line);

@@ -58,33 +58,34 @@ class Switch {
         const bool is_other = options_.create || (is_here && !follows(copy_, full_branch(name))) ||
                               (!is_here && !remote_branch(copy_, name).empty());
         if (!is_other || current_branch(copy_) == full_branch(name)) return;
-        const std::string get = "\"zev get " + url + " DIR --branch NAME\"";
-        throw Failed(kOther, name +
-                                 ": no branch of the server is followed there, and nothing would " +
-                                 "be sent; " + get + " makes a copy of another one");
+        throw Failed(kOther,
+                     say("%s: no branch of the server is followed there, and nothing would "
+                         "be sent; \"zev get %s DIR --branch NAME\" makes a copy of another "
+                         "one",
+                         name, url));
     }
 
     // What only a remote has as a branch becomes one here, if the user agrees.
     void offer_remote() const {
         const std::string remote = remote_branch(copy_, options_.target);
         if (remote.empty()) return;
-        const int32_t answer = ask(host_.notify, {.id = "zev.switch.remote",
-                                                  .title = "",
-                                                  .instruction = "Make branch " + options_.target +
-                                                                 " from " + remote + "?",
-                                                  .content = "There is none of that name here yet.",
-                                                  .buttons = {"Make it", "Stay"}});
+        const int32_t answer = ask(
+            host_.notify, {.id = "zev.switch.remote",
+                           .title = "",
+                           .instruction = say("Make branch %s from %s?", options_.target, remote),
+                           .content = "There is none of that name here yet.",
+                           .buttons = {"Make it", "Stay"}});
         if (answer == 1)
             return make_branch(copy_, options_.target,
                                copy_.commit("refs/remotes/" + remote).get());
         if (!host_.notify->outcome().unanswered) throw Failed(kCanceled, "nothing was changed");
-        throw Failed(kNotFound, options_.target + ": no branch here; \"zev branch " +
-                                    options_.target + " " + remote + "\" makes it");
+        throw Failed(kNotFound, say("%1$s: no branch here; \"zev branch %1$s %2$s\" makes it",
+                                    options_.target, remote));
     }
 
     int create() {
         if (is_branch(copy_, options_.target))
-            throw Failed(kExists, options_.target + ": there is a branch of that name");
+            throw Failed(kExists, say("%s: there is a branch of that name", options_.target));
         const OwnedIndex lock = copy_.lock_index(); // what a kill leaves goes with the next one
         if (copy_.born()) make_branch(copy_, options_.target, copy_.head().get());
         return move_head(false);
@@ -117,10 +118,9 @@ class Switch {
         if (options_.force && !conflicts) finish_merge(copy_);
         done(taken.whole() ? "commit" : "incomplete", conflicts);
         if (taken.broken_off) throw Failed(kCanceled, "cancelled; what was done until then stays");
-        if (taken.missed)
-            throw Failed(kOther, std::to_string(taken.missed) + " files could not be changed");
+        if (taken.missed) throw Failed(kOther, say("%s files could not be changed", taken.missed));
         if (conflicts) return tell_conflicts(host_);
-        host_.out.line("the newest commit of the branch is as " + options_.target);
+        host_.out.line(say("the newest commit of the branch is as %s", options_.target));
         return kDone;
     }
 
@@ -136,7 +136,7 @@ class Switch {
     int move_head(bool conflicts) {
         Owned<Reference, zReferenceFree>(
             check(zReferenceSymlink(copy_.repository(), u"HEAD", full_name().c_str())));
-        host_.out.line("on branch " + options_.target);
+        host_.out.line(say("on branch %s", options_.target));
         done("branch", conflicts);
         return conflicts ? tell_conflicts(host_) : kDone;
     }

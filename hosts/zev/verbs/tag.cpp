@@ -42,7 +42,7 @@ std::map<std::string, Oid> tags_of(const WorkingCopy &copy) {
         if (id) found.emplace(narrow(zReferenceName(reference)).substr(kTags.size()), *id);
         return true;
     };
-    check(each_reference(copy.repository(), visit), "references");
+    check(each_reference(copy.repository(), visit), say("references"));
     return found;
 }
 
@@ -75,12 +75,12 @@ int list(Host &host, const WorkingCopy &copy) {
 int remove(Host &host, const WorkingCopy &copy, const std::string &name) {
     const std::string full = full_tag(name);
     if (!zReferenceExists(copy.repository(), wide(full).c_str()))
-        throw Failed(kNotFound, name + ": no such tag");
+        throw Failed(kNotFound, say("%s: no such tag", name));
     const OwnedIndex lock = copy.lock_index(); // what a kill leaves goes with the next one
     const OwnedReference reference(check(zReferenceLookup(copy.repository(), wide(full).c_str())));
     const Oid id = *check(zReferenceResolve(reference.get()), name);
     check(zReferenceDelete(reference.get()), name);
-    host.out.line("deleted " + name + ", which was " + short_id(&id));
+    host.out.line(say("deleted %s, which was %s", name, short_id(&id)));
     host.out.record(record_of(name, &id).set(u"deleted", true));
     return kDone;
 }
@@ -88,11 +88,12 @@ int remove(Host &host, const WorkingCopy &copy, const std::string &name) {
 // A name that revisions read otherwise would never be found.
 void require_name(const WorkingCopy &copy, const std::string &name) {
     if (name.starts_with('-') || name == "HEAD" || name.find_first_of("~^:") != name.npos)
-        throw Failed(kInvalid, "\"" + name + "\": no name for a tag");
+        throw Failed(kInvalid, say("\"%s\": no name for a tag", name));
     if (zReferenceExists(copy.repository(), wide(full_tag(name)).c_str()))
-        throw Failed(kExists, name + ": there is a tag of that name; delete it first");
+        throw Failed(kExists, say("%s: there is a tag of that name; delete it first", name));
     if (is_branch(copy, name))
-        throw Failed(kExists, name + ": is a branch, which a revision of that name would mean");
+        throw Failed(kExists,
+                     say("%s: is a branch, which a revision of that name would mean", name));
 }
 
 int make(Host &host, const WorkingCopy &copy, const Options &options) {
@@ -104,7 +105,7 @@ int make(Host &host, const WorkingCopy &copy, const Options &options) {
     const OwnedReference made(
         check(zReferenceCreate(copy.repository(), wide(full_tag(options.name)).c_str(), id),
               options.name));
-    host.out.line(options.name + " is " + short_id(id) + " " +
+    host.out.line(say("%s is %s", options.name, short_id(id)) + " " +
                   first_line(narrow(zCommitMessage(commit.get()))));
     host.out.record(record_of(options.name, id));
     return kDone;

@@ -19,7 +19,7 @@ void declare(Command &verb, Options &options) {
 
 int run(Host &host, const Options &options) {
     if (!print_found(host, options.pattern, true))
-        throw Failed(kNotFound, options.pattern + ": nothing in the trash matches");
+        throw Failed(kNotFound, say("%s: nothing in the trash matches", options.pattern));
     return kDone;
 }
 

@@ -31,7 +31,7 @@ void confirm(Host &host, const std::string &what) {
     require_yes(host.notify,
                 {.id = "zev.trash.purge",
                  .title = "",
-                 .instruction = "Delete " + what + " for good?",
+                 .instruction = say("Delete %s for good?", what),
                  .content = "Nothing brings back what is deleted here.",
                  .buttons = {"Delete", "Keep"}},
                 "nothing was deleted");
@@ -56,15 +56,15 @@ int run(Host &host, const Options &options) {
     const int64_t *limit = options.all ? nullptr : &oldest;
     const uint64_t count = count_older(host, copy, limit);
     if (count) {
-        confirm(host, plural(count, "item") + " of the trash");
+        confirm(host, say("%s of the trash", plural(count, "item")));
         check(options.all ? zTrashCleanup(copy.repository())
                           : zTrashPurge(copy.repository(), options.days));
     }
     const uint64_t left = count ? count_older(host, copy, limit) : 0;
-    host.out.line(plural(count - std::min(count, left), "item") + " deleted");
+    host.out.line(say("%s deleted", plural(count - std::min(count, left), "item")));
     host.out.record(
         Record("summary").set(u"deleted", count - std::min(count, left)).set(u"left", left));
-    if (left) host.out.warn(plural(left, "item") + " can't be deleted");
+    if (left) host.out.warn(say("%s can't be deleted", plural(left, "item")));
     return left ? kFailed : kDone;
 }
 

@@ -68,7 +68,8 @@ class Choice {
         std::map<std::string, Found> matched;
         if (is_wild(path)) matched = by_pattern(path);
         if (matched.empty())
-            throw Failed(kNotFound, word + ": not in the trash; \"zev trash find\" looks closer");
+            throw Failed(kNotFound,
+                         say("%s: not in the trash; \"zev trash find\" looks closer", word));
         for (auto &[original, found] : matched) choose(original, found, newest_);
     }
 
@@ -123,8 +124,9 @@ class Choice {
     void choose(const std::string &word, const Found &found, bool newest) {
         if (found.size() == 1 || newest) return take(*std::ranges::max_element(found, is_older));
         for (const Item *item : found) print_entry(host_, item->entry.get());
-        throw Failed(kInvalid, word + ": stands for " + std::to_string(found.size()) + " entries" +
-                                   " of the trash; give the id of one, or --newest for a path");
+        throw Failed(kInvalid, say("%s: stands for %s entries of the trash; give the id of one, or "
+                                   "--newest for a path",
+                                   word, found.size()));
     }
 
     void take(const Item *item) {
@@ -147,7 +149,8 @@ bool restore(Host &host, const WorkingCopy &copy, const Item &item, const std::u
     if (done) return true;
     if (zErrorClass() != kExists) fail_raised(item.original);
     const std::string reason = narrow(zErrorDetail());
-    host.out.fail(Failed(kExists, item.original + ": stays in the trash: " + reason), kBroken);
+    host.out.fail(Failed(kExists, say("%s: stays in the trash: %s", item.original, reason)),
+                  kBroken);
     return false;
 }
 
@@ -163,7 +166,7 @@ int run(Host &host, const Options &options) {
         stop_on_break(host.notify);
         restored += restore(host, copy, *item, options.target.empty() ? nullptr : &target);
     }
-    host.out.line(std::to_string(restored) + " restored");
+    host.out.line(say("%s restored", restored));
     host.out.record(Record("summary").set(u"restored", restored));
     return restored == choice.chosen().size() ? kDone : kBroken; // a question was declined
 }

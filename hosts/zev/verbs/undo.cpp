@@ -30,7 +30,7 @@ bool bring_back(Host &host, const WorkingCopy &copy, const TrashEntry *entry) {
     if (zTrashMoveBack(copy.repository(), entry, host.notify)) return true;
     const std::string name = narrow(zTrashEntryName(entry));
     if (zErrorClass() != kExists) fail_raised(name);
-    host.out.warn(name + ": stays in the trash: " + narrow(zErrorDetail()));
+    host.out.warn(say("%s: stays in the trash: %s", name, narrow(zErrorDetail())));
     return false;
 }
 
@@ -39,7 +39,7 @@ int list(Host &host, Journal journal) {
     if (journal.empty()) host.out.line("no command put anything into the trash");
     for (const JournalEntry &entry : journal) {
         host.out.line(short_time(entry.seconds) + "  " + padded(entry.verb, 10) +
-                      plural(entry.count, "item") + (entry.undone ? ", undone" : ""));
+                      plural(entry.count, "item") + (entry.undone ? ", " + say("undone") : ""));
         host.out.record(Record("command")
                             .set(u"verb", entry.verb)
                             .set(u"time", iso_time(entry.seconds))
@@ -63,7 +63,7 @@ void note(const WorkingCopy &copy, const JournalEntry &done, const std::vector<s
 }
 
 int undo(Host &host, const WorkingCopy &copy, const JournalEntry &last) {
-    host.out.line("undoing \"zev " + last.verb + "\" of " + short_time(last.seconds));
+    host.out.line(say("undoing \"zev %s\" of %s", last.verb, short_time(last.seconds)));
     host.out.record(Record("undo")
                         .set(u"verb", last.verb)
                         .set(u"time", iso_time(last.seconds))
@@ -75,7 +75,7 @@ int undo(Host &host, const WorkingCopy &copy, const JournalEntry &last) {
         stop_on_break(host.notify);
         OwnedTrashEntry entry(zTrashEntryDiscover(copy.repository(), wide(*slot).c_str()));
         if (!entry) {
-            host.out.warn(*slot + ": is no longer in the trash");
+            host.out.warn(say("%s: is no longer in the trash", *slot));
         } else if (bring_back(host, copy, entry.get())) {
             ++restored;
         } else {
@@ -83,7 +83,7 @@ int undo(Host &host, const WorkingCopy &copy, const JournalEntry &last) {
         }
     }
     note(copy, last, left);
-    host.out.line(std::to_string(restored) + " restored");
+    host.out.line(say("%s restored", restored));
     host.out.record(
         Record("summary").set(u"restored", restored).set(u"left", uint64_t{left.size()}));
     return restored == last.slots.size() ? kDone : kFailed;

@@ -71,8 +71,8 @@ int foresee(Host &host, const WorkingCopy &copy, const Options &options) {
     const Entries entries = readable(copy, list.get());
     forecast.print(host, entries);
     const uint64_t count = entries.size();
-    host.out.line(count ? count_of(count, "file") + " would come; nothing was changed"
-                        : "nothing would come");
+    host.out.line(count ? say("%s would come; nothing was changed", count_of(count, "file"))
+                        : say("nothing would come"));
     host.out.record(Record("updates").set(u"files", count));
     return kDone;
 }

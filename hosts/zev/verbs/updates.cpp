@@ -40,7 +40,7 @@ int run(Host &host, const Options &options) {
     const WorkingCopy copy;
     OwnedRemote remote;
     if (options.offline)
-        remote.reset(check(zRemoteOpen(copy.repository()), "this copy has no server"));
+        remote.reset(check(zRemoteOpen(copy.repository()), say("this copy has no server")));
     else
         remote = open_remote(copy);
     const OwnedDiff list = list_updates(host, copy, options, remote.get());
@@ -56,8 +56,8 @@ int run(Host &host, const Options &options) {
     }
     forecast.print(host, entries);
     if (!count)
-        host.out.line(newest ? "nothing is new at " + short_id(zCommitId(newest.get()))
-                             : "the server's project is empty so far");
+        host.out.line(newest ? say("nothing is new at %s", short_id(zCommitId(newest.get())))
+                             : say("the server's project is empty so far"));
     host.out.record(Record("updates").set(u"files", count));
     return kDone;
 }

@@ -24,9 +24,11 @@ void declare(Command &verb, Options &options) {
 void tell_damage(Host &host, const VerifyFinding &finding) {
     const std::string path = narrow(finding.path), what = narrow(finding.reason);
     std::string where = path;
-    if (finding.commit)
-        where += (where.empty() ? "commit " : " in commit ") + hex(finding.commit).substr(0, 8);
-    host.out.line(host.out.paint(Colour::red, "damaged") + "  " +
+    if (finding.commit) {
+        const std::string id = hex(finding.commit).substr(0, 8);
+        where = path.empty() ? say("commit %s", id) : say("%s in commit %s", path, id);
+    }
+    host.out.line(host.out.paint(Colour::red, say("damaged")) + "  " +
                   (where.empty() ? "" : where + ": ") + what);
     Record record("problem");
     record.set(u"path", path).set(u"message", what);
@@ -49,12 +51,10 @@ bool find_digest(DrawingDigest *digest, const void *summary, uint64_t length, vo
 }
 
 int finish(Host &host, const VerifyCounts &counts, bool quick) {
-    const auto number = [](uint64_t value) { return std::to_string(value); };
     const uint64_t problems = counts.damages;
-    host.out.line(number(counts.commits) + " commits, " + number(counts.trees) + " trees, " +
-                  number(counts.files) + " files, " + number(counts.drawings) +
-                  " versions of drawings, " + number(counts.blocks) +
-                  " rows: " + (problems ? number(problems) + " problems" : "all well"));
+    host.out.line(say("%s commits, %s trees, %s files, %s versions of drawings, %s rows: %s",
+                      counts.commits, counts.trees, counts.files, counts.drawings, counts.blocks,
+                      problems ? say("%s problems", problems) : say("all well")));
     host.out.record(Record("summary")
                         .set(u"commits", counts.commits)
                         .set(u"trees", counts.trees)
