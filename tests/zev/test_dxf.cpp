@@ -39,7 +39,7 @@ TEST(DxfSplit, CutsAtRecordsAndFindsTheirHandles) {
         {"0\nSECTION\n2\nHEADER\n0\nENDSEC\n0\nEOF\n", ". H ."}, // empty, but it is there
         {"0\nSECTION\n2\nHEADER\n9\n$A\n1\nx\n0\nENDSEC\n"
          "0\nSECTION\n2\nHEADER\n9\n$B\n0\nENDSEC\n0\nEOF",
-         ". H ."}, // the second is no block
+         ". H . HEADER=0 ."}, // the second is no block
         {"0\nSECTION\n2\nCLASSES\n0\nCLASS\n1\nA\n0\nOTHER\n1\nB\n0\nCLASS\n1\nC\n"
          "0\nENDSEC\n0\nEOF\n",
          ". C . C ."},
@@ -53,7 +53,11 @@ TEST(DxfSplit, CutsAtRecordsAndFindsTheirHandles) {
         {entities("0\nLINE\n5\n3FFFFFFFFFFFFFFF\n0\nLINE\n5\n4000000000000000\n"
                   "0\nLINE\n5\n10000000000000001\n"),
          ". LINE=3FFFFFFFFFFFFFFF LINE=0 LINE=0 ."}, // our own numbers begin at 2^62
-        {"0\nSECTION\n2\nOTHER\n0\nLINE\n5\nA\n0\nENDSEC\n0\nEOF\n", "."},
+        {"0\nSECTION\n2\nOTHER\n90\n4\n0\nLINE\n5\nA\n8\nL\n0\nENDSEC\n0\nEOF\n",
+         ". OTHER=0 LINE=0 ."}, // not known: no handle is looked for
+        {"0\nSECTION\n999\nremark\n2\nPICTURE\n310\nFF\n0\nENDSEC\n0\nSECTION\n0\nENDSEC\n"
+         "0\nSECTION\n70\n1\n0\nLINE\n0\nENDSEC\n0\nEOF\n",
+         ". PICTURE=0 ."}, // and two without a name
         {"0\nSECTION\n2\nTABLES\n0\nTABLE\n2\nDIMSTYLE\n5\n7\n0\nENDTAB\n0\nEOF\n",
          ". TABLE=7 ENDTAB=0 ."}, // ENDSEC is missing, nothing else
     };

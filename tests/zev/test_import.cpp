@@ -1,6 +1,7 @@
 // Import into a drawing and its table: which keys stay, which rows are written, what a failure
 // leaves behind.
 #include "dxf/drawing.hpp"
+#include "dxf/layout.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
 #include "support.hpp"
@@ -108,6 +109,56 @@ TEST_F(Import, KeepsEveryByte) {
         import(bytes);
         EXPECT_TRUE(exported(drawing) == bytes) << bytes.substr(0, 60);
     }
+}
+
+// Pictures and solids, half a megabyte of them, in sections of their own.
+std::string with_sections(const std::string &records) {
+    std::string data;
+    for (int i = 0; i < 40; ++i)
+        data += "0\nACDSRECORD\n5\nA\n310\n" + std::string(16384, char('A' + i % 16)) +
+                std::to_string(i) + "\n";
+    std::string bytes = entities(records);
+    bytes.insert(bytes.rfind("0\nEOF"), "0\nSECTION\n2\nACDSDATA\n70\n2\n" + data +
+                                            "0\nENDSEC\n0\nSECTION\n2\nTHUMBNAILIMAGE\n310\n" +
+                                            std::string(3000, 'F') + "\n0\nENDSEC\n");
+    return bytes;
+}
+
+TEST_F(Import, SectionsThatAreNotKnownCostNothingAgain) {
+    const std::string bytes = with_sections(line("A", "1") + line("B", "2"));
+    EXPECT_GT(import(bytes).bytes, 600000u);
+    EXPECT_TRUE(exported(drawing) == bytes);
+    const auto less = import(with_sections(line("A", "1")));
+    EXPECT_EQ(less.removed, 1u);
+    EXPECT_LT(less.bytes, 1000u);
+    EXPECT_TRUE(exported(drawing) == with_sections(line("A", "1")));
+}
+
+// Once such sections were part of the layout. The drawing comes out as ever, and goes over to the
+// new way by the next import.
+TEST_F(Import, ReadsLayoutsThatHoldSections) {
+    const std::string bytes = with_sections(line("A", "1") + line("B", "2"));
+    import(entities(line("A", "1") + line("B", "2")));
+    std::vector<dxf::Part> parts = dxf::split(bytes, "t").parts;
+    for (dxf::Part &part : parts)
+        if (part.kind == dxf::Kind::object && part.handle == 0) part.kind = dxf::Kind::literal;
+    const std::string layout = dxf::write_layout(parts);
+    {
+        const host::OwnedDrawing read(zDrawingRead(drawing.c_str()));
+        const host::OwnedTable open = table();
+        ASSERT_TRUE(
+            zDrawingKeyPutData(open.get(), zDrawingDS(read.get()), layout.data(), layout.size()));
+        ASSERT_TRUE(zDrawingKeyPutData(open.get(), zDrawingSummary(read.get()), "{}", 2));
+    }
+    const std::u16string old = dir / u"old.dwx";
+    fs::copy_file(fs::path(drawing), fs::path(old));
+    EXPECT_TRUE(exported(old) == bytes);
+    const auto over = import(bytes);
+    EXPECT_EQ(over.unchanged, 2u);
+    EXPECT_EQ(over.removed, 0u);
+    EXPECT_TRUE(exported(drawing) == bytes);
+    EXPECT_TRUE(exported(old) == bytes);
+    EXPECT_FALSE(import(bytes).written);
 }
 
 TEST_F(Import, OrderAloneIsAChangeOfTheManifest) {

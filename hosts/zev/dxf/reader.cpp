@@ -152,7 +152,7 @@ class Splitter {
     }
 
   private:
-    enum class Section : uint8_t { none, unnamed, header, classes, records, other };
+    enum class Section : uint8_t { none, unnamed, header, classes, records, foreign, other };
 
     // Comments may come first; then it must be a section, or the end of an empty drawing.
     void begin(Group &group) {
@@ -173,8 +173,9 @@ class Splitter {
             cut(Kind::literal, group.begin);
             section_ = word == "SECTION" ? Section::unnamed : Section::none;
         } else if (section_ == Section::records) {
-            cut(Kind::object, group.begin);
-            part_.type = word;
+            begin_object(word, group.begin);
+        } else if (section_ == Section::foreign) {
+            begin_foreign(word, group.begin);
         } else if (section_ == Section::classes && word == "CLASS") {
             cut(Kind::symbol, group.begin);
         } else if (section_ == Section::classes) {
@@ -196,7 +197,23 @@ class Splitter {
         } else if (name == "TABLES" || name == "BLOCKS" || name == "ENTITIES" ||
                    name == "OBJECTS") {
             section_ = Section::records;
+        } else if (!name.empty()) {
+            section_ = Section::foreign;
+            begin_foreign(name, group.begin);
         }
+    }
+
+    void begin_object(std::string_view type, size_t position) {
+        cut(Kind::object, position);
+        part_.type = type;
+    }
+
+    // A section of which nothing is known but its name, which may hold a picture or solids: its
+    // name with what stands before the first record, then each record. Nothing in them is taken
+    // for a handle or a layer.
+    void begin_foreign(std::string_view type, size_t position) {
+        begin_object(type, position);
+        past_own_data_ = true;
     }
 
     // The handle is the first one outside of lists of handles and before application data.
@@ -283,7 +300,9 @@ Document split(std::string_view bytes, const std::string &name) {
 
 std::string_view record_type(std::string_view record) {
     size_t first = record.find('\n');
-    if (first == std::string_view::npos || trim(record.substr(0, first)) != "0") return {};
+    if (first == std::string_view::npos) return {};
+    const auto code = parse<int>(record.substr(0, first));
+    if (code != kRecord && code != kName) return {};
     std::string_view rest = record.substr(first + 1);
     return trim(rest.substr(0, rest.find('\n')));
 }

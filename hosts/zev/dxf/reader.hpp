@@ -14,10 +14,11 @@ namespace dxf {
 inline constexpr uint64_t kFirstNumber = uint64_t{1} << 62;
 
 enum class Kind : uint8_t {
-    literal, // section marks, comments, unknown sections, whatever stands between the others
+    literal, // section marks, comments, whatever stands between the others
     header,  // what stands between the HEADER section's marks; at most one in a file
     symbol,  // a CLASS record of the CLASSES section
-    object   // a record of TABLES, BLOCKS, ENTITIES or OBJECTS
+    object   // a record of TABLES, BLOCKS, ENTITIES or OBJECTS; of a section that is not known, the
+             // name with what follows it, and each record
 };
 
 // One part. The parts of a file stand in its order and tile it: nothing is between them.
@@ -25,7 +26,7 @@ struct Part {
     Kind kind;
     uint64_t handle = 0;    // 0 when there is none below kFirstNumber
     std::string_view bytes; // lent from the file's buffer, as are the others
-    std::string_view type;  // value of group 0 of a record
+    std::string_view type;  // value of group 0 of a record, name of a section
     std::string_view layer; // value of group 8, empty without one
 };
 
@@ -40,7 +41,8 @@ struct Document {
 // host::Failed, its message beginning with `name` and the line.
 Document split(std::string_view bytes, const std::string &name);
 
-// Value of group 0 at the start of a record's bytes, empty if they are not a record.
+// Value of group 0 at the start of a record's bytes, or the name of a section that is not known;
+// empty if they are neither.
 std::string_view record_type(std::string_view record);
 
 } // namespace dxf
