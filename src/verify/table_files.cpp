@@ -241,19 +241,20 @@ std::vector<TableFault> find_table_faults(const std::u16string &directory, bool 
     FileReader files(directory);
     std::vector<TableFault> faults = faults_of_head(files, directory);
     if (!faults.empty()) return faults;
-    bool has_log = false;
+    bool has_log = false, has_rows = false;
     visit_files(directory, false, [&](const std::u16string &, const std::u16string &wide) {
         const std::string name = to_utf8(wide);
         if (!is_number(name.substr(0, name.find('.')))) return;
         const bool is_log = name.ends_with(".log"), is_rows = is_row_file(name);
         has_log |= is_log;
+        has_rows |= is_rows;
         const char *what = is_log    ? fault_of_log(files.whole(name), true)
                            : is_rows ? fault_of_rows(files, name, sums)
                                      : nullptr;
         if (what) faults.push_back({name, what, is_rows});
     });
-    // Opening makes one before anything names it, so that there always is one.
-    if (!has_log) faults.push_back({"its log", "is missing", false});
+    // Opening makes one before anything names it, and an empty one is taken away beside rows only.
+    if (!has_log && !has_rows) faults.push_back({"its log", "is missing", false});
     return faults;
 }
 

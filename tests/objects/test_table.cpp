@@ -8,7 +8,10 @@
 #include <atomic>
 #include <map>
 #include <random>
+#include <set>
 #include <thread>
+
+#include <fcntl.h>
 
 using namespace zev;
 using namespace std::string_literals;
@@ -147,6 +150,54 @@ TEST_F(TableTest, IsReadWhereNobodyMayWrite) {
     EXPECT_FALSE(zTableDel(archived.get(), "a", 1));
     archived.reset();
     EXPECT_EQ(files(), before);
+}
+
+std::set<std::string> kinds_in(const std::filesystem::path &path) {
+    std::set<std::string> kinds;
+    for (auto &entry : std::filesystem::directory_iterator(path)) {
+        const std::string name = entry.path().filename(), kind = entry.path().extension();
+        EXPECT_TRUE(kinds.insert(kind.empty() ? name.substr(0, name.find('-')) : kind).second);
+    }
+    return kinds;
+}
+
+// A drawing of few objects has as many files as it must.
+TEST_F(TableTest, LeavesThreeFiles) {
+    using Kinds = std::set<std::string>;
+    const std::filesystem::path path = zTablePath(table.get());
+    table = reopen();
+    table = reopen();
+    const Oid id = *zTableId(table.get());
+    table.reset();
+    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".log"})) << "empty, and none was lost";
+    table.reset(zTableByid(repository.get(), &id));
+    ASSERT_OK(put(table.get(), {1, 7}, "row"));
+    table.reset();
+    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".log"})) << "of the row";
+    table.reset(zTableByid(repository.get(), &id));
+    EXPECT_EQ(get(table.get(), {1, 7}), "row");
+    table.reset();
+    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".ldb"}));
+
+    // Another program that has the database open does so by its LOCK.
+    test::write(path / "LOCK", "");
+    test::write(path / "LOG", "of its own");
+    test::write(path / "000999.log", "");
+    Signal ready;
+    Child other([&] {
+        const int file = ::open((path / "LOCK").c_str(), O_RDWR);
+        struct flock whole {};
+        whole.l_type = F_WRLCK;
+        ready.send(fcntl(file, F_SETLK, &whole) ? 'n' : 'y');
+        return pause();
+    });
+    ASSERT_EQ(ready.receive(), 'y');
+    tidy_table(path.u16string().c_str());
+    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".ldb", ".log", "LOCK", "LOG"}));
+    other.kill();
+    other.wait();
+    tidy_table(path.u16string().c_str());
+    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".ldb"}));
 }
 
 // What a linked worktree keeps must survive its removal; what one kept in its own directory once is

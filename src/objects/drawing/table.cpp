@@ -6,6 +6,8 @@
 //     all FF     the table's tag u64, big-endian; any other length than 8 reads as 1
 //     object -1  header, -2 summary, -3 DS, -4 VBA project, -101-n class n, others the objects
 //   LOCK.zlck    held without sharing while the table is open, gone afterwards
+// Closed, the directory holds CURRENT, one MANIFEST, and files of rows or a log of them: see
+// table_tidy.cpp.
 //
 // The directory is that of the repository which all linked worktrees share; a table that a worktree
 // has in its own Git directory, where they were kept once, is used there.
@@ -311,6 +313,13 @@ Table *zTableDiscover(const zwchar *start, const zwchar *ceilings, const Oid *id
     Table *table = zTableByid(repository.get(), id);
     if (table) table->owner = nullptr;
     return table;
+}
+
+// One that could not be opened keeps all that may tell why.
+Table::~Table() {
+    if (!database) return;
+    database.reset();
+    if (!image) tidy_table(path.get());
 }
 
 void zTableFree(Table *table) { delete table; }

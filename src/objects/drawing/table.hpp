@@ -47,9 +47,17 @@ class TableImage {
     std::u16string path_;
 };
 
+// Takes away what a closed database leaves in its directory and nobody needs: see the source.
+void tidy_table(const zwchar *directory);
+
 } // namespace zev
 
 struct Table {
+    Table() = default;
+    ~Table();
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
+
     Repository *owner = nullptr; // lent; null unless opened through a repository
     Oid id{};                    // all zero after a direct open
     zev::Wide path;
