@@ -16,6 +16,11 @@ ZEV_API bool zOdbExists(Odb *odb, const Oid *id);
 ZEV_API int32_t zOdbType(Odb *odb, const Oid *id);
 ZEV_API uint64_t zOdbSize(Odb *odb, const Oid *id);
 
+// Calls back with the id of every object that there is, whoever names it, with some more than once.
+// False ends the walk, which is no failure.
+typedef bool (*OdbCallback)(const Oid *id, void *context);
+ZEV_API bool zOdbForeach(Odb *odb, OdbCallback visit, void *context);
+
 // Writes an object's content to a stream. It is in memory as a whole for that time.
 ZEV_API bool zOdbRead(Odb *odb, const Oid *id, Stream *stream);
 

@@ -59,5 +59,23 @@ ZEV_API bool zPackWriterAppend(PackWriter *writer, const void *bytes, uint64_t s
 // one nothing is left. Nothing is synced: that is done once, before a reference names the objects.
 ZEV_API bool zPackWriterCommit(PackWriter *writer);
 
+// ---- A store made smaller
+
+// What zRepositoryRepack did, or would do. Sizes are those of files, packs with their indexes.
+typedef struct Repack {
+    uint64_t objects;       // in the one pack
+    uint64_t loose, packs;  // files in place of which it came, or would
+    uint64_t before, after; // bytes of these; of the pack, or as before where it is no smaller
+} Repack;
+
+// Puts all objects that the repository itself has, whoever names them, into one pack, with those
+// kept as differences that are shorter so: the versions of a file lie side by side. With `writes`
+// the files in place of which it came go, once it is on the disk with every object of theirs; a
+// kill at any moment leaves each object somewhere. Objects that come meanwhile stay as they are, as
+// do packs that git is told to keep; without gain nothing changes at all. `notify` is told of
+// progress, and its break is class 6. The caller holds the index lock.
+ZEV_API bool zRepositoryRepack(Repack *result, Repository *repository, bool writes,
+                               const Notify *notify);
+
 ZEV_END
 #endif

@@ -66,6 +66,22 @@ uint64_t zOdbSize(Odb *odb, const Oid *id) {
     return header(odb, id, size, type) ? size : 0;
 }
 
+bool zOdbForeach(Odb *odb, OdbCallback visit, void *context) {
+    if (!odb || !visit) return fail_args();
+    struct Walk {
+        OdbCallback visit;
+        void *context;
+    } walk{visit, context};
+    const int code = git_odb_foreach(
+        odb->handle.get(),
+        [](const git_oid *id, void *self) {
+            const auto *to = static_cast<Walk *>(self);
+            return to->visit(git::oid(id), to->context) ? 0 : 1;
+        },
+        &walk);
+    return code < 0 ? fail_git(code) : true;
+}
+
 bool zOdbRead(Odb *odb, const Oid *id, Stream *stream) {
     if (!odb || !id || !stream) return fail_args();
     size_t size;

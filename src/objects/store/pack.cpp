@@ -21,59 +21,64 @@ using namespace zev;
 
 namespace {
 
-using Builder = Owned<git_packbuilder, git_packbuilder_free>;
+using Builder = GitPackBuilder;
 
-// ---- No search for deltas
+// ---- The search for deltas
 //
-// Drawings and their manifests hardly shrink by deltas, and the search for them takes longer than
-// all the rest of a pack. libgit2 leaves objects above core.bigFileThreshold out of it (1.5 asks
-// pack.deltaCacheSize for that number, by mistake), and reads this only once, when a builder is
-// made. So for that moment the repository's handle has a configuration, in memory, that says 0.
+// It takes longer than all the rest of a pack, so that what travels goes without; what is to stay
+// has it, within bounds of memory. libgit2 leaves objects above core.bigFileThreshold out of it
+// (1.5 asks pack.deltaCacheSize for that number, by mistake), and reads this only once, when a
+// builder is made. So for that moment the repository's handle has a configuration, in memory, that
+// says so.
 
-int on_get(git_config_backend *, const char *key, git_config_entry **entry) {
-    static constexpr const char *kKeys[] = {"core.bigfilethreshold", "pack.deltacachesize"};
+constexpr const char *kThresholds[] = {"core.bigfilethreshold", "pack.deltacachesize"};
+constexpr const char *kWindow = "pack.windowmemory"; // of one thread
+constexpr const char *kDeltaMost = "67108864";       // 64 MiB, both
+
+struct Settings : git_config_backend {
+    bool deltas;
+};
+
+int on_get(git_config_backend *self, const char *key, git_config_entry **entry) {
     static const git_config_entry kNone = {
-        kKeys[0], "0", 0, GIT_CONFIG_LEVEL_APP, [](git_config_entry *) {}, nullptr};
-    for (const char *known : kKeys)
-        if (!strcmp(key, known)) return *entry = const_cast<git_config_entry *>(&kNone), 0;
-    return GIT_ENOTFOUND;
+        "", "0", 0, GIT_CONFIG_LEVEL_APP, [](git_config_entry *) {}, nullptr};
+    static const git_config_entry kMost = {
+        "", kDeltaMost, 0, GIT_CONFIG_LEVEL_APP, [](git_config_entry *) {}, nullptr};
+    const bool deltas = static_cast<Settings *>(self)->deltas;
+    for (const char *known : kThresholds)
+        if (!strcmp(key, known))
+            return *entry = const_cast<git_config_entry *>(deltas ? &kMost : &kNone), 0;
+    if (!deltas || strcmp(key, kWindow)) return GIT_ENOTFOUND;
+    return *entry = const_cast<git_config_entry *>(&kMost), 0;
 }
 
-int new_backend(git_config_backend **out, git_config_backend *) {
-    auto *backend = new (std::nothrow) git_config_backend{};
+int snapshot(git_config_backend **out, git_config_backend *of);
+
+int new_backend(git_config_backend **out, bool deltas) {
+    auto *backend = new (std::nothrow) Settings{};
     if (!backend) return git_error_set_oom(), GIT_ERROR;
+    backend->deltas = deltas;
     backend->version = GIT_CONFIG_BACKEND_VERSION;
     backend->readonly = 1;
     backend->open = [](git_config_backend *, git_config_level_t, const git_repository *) {
         return 0;
     };
     backend->get = on_get;
-    backend->snapshot = new_backend;
-    backend->free = [](git_config_backend *self) { delete self; };
+    backend->snapshot = snapshot;
+    backend->free = [](git_config_backend *self) { delete static_cast<Settings *>(self); };
     return *out = backend, 0;
 }
 
-int new_settings(git_config **settings) {
-    git_config_backend *backend = nullptr;
-    int code = git_config_new(settings);
-    if (code < 0 || (code = new_backend(&backend, nullptr)) < 0) return code;
-    code = git_config_add_backend(*settings, backend, GIT_CONFIG_LEVEL_APP, nullptr, 0);
-    if (code < 0) backend->free(backend);
-    return code;
+int snapshot(git_config_backend **out, git_config_backend *of) {
+    return new_backend(out, static_cast<Settings *>(of)->deltas);
 }
 
-// The object database is opened before, since it reads settings of its own when it is made.
-int new_builder(Builder &builder, git_repository *handle) {
-    git::Odb odb;
-    git::Config own, settings;
-    int code = git_repository_odb(out(odb), handle);
-    if (code >= 0) code = git_repository_config(out(own), handle);
-    if (code >= 0) code = new_settings(out(settings));
-    if (code < 0) return code;
-    git_repository_set_config(handle, settings.get());
-    code = git_packbuilder_new(out(builder), handle);
-    git_repository_set_config(handle, own.get());
-    if (code >= 0) git_packbuilder_set_threads(builder.get(), 0);
+int new_settings(git_config **settings, bool deltas) {
+    git_config_backend *backend = nullptr;
+    int code = git_config_new(settings);
+    if (code < 0 || (code = new_backend(&backend, deltas)) < 0) return code;
+    code = git_config_add_backend(*settings, backend, GIT_CONFIG_LEVEL_APP, nullptr, 0);
+    if (code < 0) backend->free(backend);
     return code;
 }
 
@@ -94,6 +99,21 @@ int insert_recur(git_packbuilder *builder, const git_oid *id) {
 }
 
 } // namespace
+
+// The object database is opened before, since it reads settings of its own when it is made.
+int zev::new_pack_builder(GitPackBuilder &builder, git_repository *handle, bool deltas) {
+    git::Odb odb;
+    git::Config own, settings;
+    int code = git_repository_odb(out(odb), handle);
+    if (code >= 0) code = git_repository_config(out(own), handle);
+    if (code >= 0) code = new_settings(out(settings), deltas);
+    if (code < 0) return code;
+    git_repository_set_config(handle, settings.get());
+    code = git_packbuilder_new(out(builder), handle);
+    git_repository_set_config(handle, own.get());
+    if (code >= 0) git_packbuilder_set_threads(builder.get(), 0);
+    return code;
+}
 
 struct PackBuilder {
     Builder handle;
@@ -126,7 +146,7 @@ bool insert(PackBuilder *builder, const Oid *id, How how, Here at = {}) try {
 // A handle that has given out nothing yet, with the same objects.
 int renew(PackBuilder *builder) {
     Builder handle;
-    int code = new_builder(handle, builder->owner->handle.get());
+    int code = new_pack_builder(handle, builder->owner->handle.get(), false);
     for (const Wanted &wanted : builder->wanted) {
         if (code < 0) return code;
         code = wanted.how(handle.get(), &wanted.id);
@@ -192,7 +212,7 @@ Wide copy(const std::u16string &text) {
 PackBuilder *zPackBuilderNew(Repository *repository) try {
     if (!repository) return fail_args();
     Builder handle;
-    int code = new_builder(handle, repository->handle.get());
+    int code = new_pack_builder(handle, repository->handle.get(), false);
     if (code < 0) return fail_git(code);
     return new PackBuilder{std::move(handle), repository, {}, {}, {}};
 } catch (...) {
