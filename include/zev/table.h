@@ -73,6 +73,14 @@ ZEV_API bool zTableIterSeek(TableIter *iter, const void *key, uint64_t key_lengt
 ZEV_API bool zTableIterKey(const void **key, uint64_t *length, const TableIter *iter);
 ZEV_API bool zTableIterValue(const void **value, uint64_t *length, const TableIter *iter);
 
+// Puts the table's files in order: what was written over or deleted goes, and few files are left.
+// Takes as long as writing all rows anew. What the store could not do is left undone, with nothing
+// lost. Free the table's iterators first.
+ZEV_API bool zTableCompact(Table *table);
+// Takes a table away for good, with its rows, and closes it as zTableFree does, whatever comes of
+// it. For one that no drawing names.
+ZEV_API bool zTableRemove(Table *table);
+
 // A new table in the same repository with every row of this one; still open. Needs an owner.
 ZEV_API Table *zTableDuplicate(Table *table);
 

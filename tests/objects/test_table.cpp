@@ -170,14 +170,17 @@ TEST_F(TableTest, LeavesThreeFiles) {
     const Oid id = *zTableId(table.get());
     table.reset();
     EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".log"})) << "empty, and none was lost";
-    table.reset(zTableByid(repository.get(), &id));
-    ASSERT_OK(put(table.get(), {1, 7}, "row"));
-    table.reset();
-    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".log"})) << "of the row";
-    table.reset(zTableByid(repository.get(), &id));
-    EXPECT_EQ(get(table.get(), {1, 7}), "row");
-    table.reset();
-    EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".ldb"}));
+    for (const char *value : {"first", "second", "third"}) {
+        table.reset(zTableByid(repository.get(), &id));
+        ASSERT_OK(put(table.get(), {1, 7}, value));
+        table.reset();
+        EXPECT_TRUE(kinds_in(path).contains(".log")) << "of the row";
+        table.reset(zTableByid(repository.get(), &id));
+        EXPECT_EQ(get(table.get(), {1, 7}), value);
+        ASSERT_OK(zTableCompact(table.get()));
+        table.reset();
+        EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".ldb"}));
+    }
 
     // Another program that has the database open does so by its LOCK.
     test::write(path / "LOCK", "");
@@ -198,6 +201,48 @@ TEST_F(TableTest, LeavesThreeFiles) {
     other.wait();
     tidy_table(path.u16string().c_str());
     EXPECT_EQ(kinds_in(path), (Kinds{"CURRENT", "MANIFEST", ".ldb"}));
+}
+
+TEST_F(TableTest, IsPutInOrderOrTakenAway) {
+    const std::filesystem::path path = zTablePath(table.get());
+    const Oid id = *zTableId(table.get());
+    for (unsigned round = 0; round < 3; ++round) {
+        for (uint64_t i = 0; i < 20; ++i) ASSERT_OK(put(table.get(), {1, i}, noise(4096, round)));
+        table = reopen();
+    }
+    const auto size = [&] {
+        uintmax_t sum = 0;
+        for (auto &entry : std::filesystem::directory_iterator(path)) sum += entry.file_size();
+        return sum;
+    };
+    const DrawingKey last{1, 19};
+    EXPECT_GT(size(), 2u * 20 * 4096);
+    ASSERT_OK(zTableDel(table.get(), key_bytes(last).data(), 16));
+    ASSERT_OK(zTableCompact(table.get()));
+    table = reopen();
+    EXPECT_LT(size(), 20u * 4096);
+    EXPECT_EQ(rows_of(table.get()).size(), 19u);
+
+    using std::filesystem::perms;
+    table.reset();
+    std::filesystem::permissions(path, perms::owner_read | perms::owner_exec);
+    table.reset(zTableByid(repository.get(), &id));
+    EXPECT_FALSE(zTableCompact(table.get()));
+    EXPECT_FALSE(zTableRemove(table.release())) << "and closed nevertheless";
+    EXPECT_EQ(zErrorCode(), 30);
+    std::filesystem::permissions(path, perms::owner_all);
+    table.reset(zTableByid(repository.get(), &id));
+    ASSERT_OK(table);
+    EXPECT_EQ(rows_of(table.get()).size(), 19u);
+
+    // Who waits for it doesn't get its rows, nor its name back.
+    std::thread waiter([&] { TablePtr{zTableByid(repository.get(), &id)}; });
+    ASSERT_OK(zTableRemove(table.release()));
+    waiter.join();
+    table.reset(zTableByid(repository.get(), &id));
+    ASSERT_OK(table);
+    EXPECT_TRUE(rows_of(table.get()).empty());
+    EXPECT_FALSE(std::filesystem::exists(path.string() + ".removed"));
 }
 
 // What a linked worktree keeps must survive its removal; what one kept in its own directory once is

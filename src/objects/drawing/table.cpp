@@ -45,6 +45,7 @@ namespace {
 
 constexpr const zwchar *kEnd = nullptr; // of a list of path components
 constexpr zwchar kLockName[] = u"LOCK.zlck";
+constexpr zwchar kRemoved[] = u".removed"; // behind the name of a table that goes
 constexpr int kLockRounds = 6; // of half a second, for others who read or write
 constexpr uint64_t kFirstTag = 1;
 // "/tables/", two digits, a slash and 38 digits.
@@ -385,6 +386,31 @@ bool zTableTagIncrement(Table *table) {
     if (!table) return fail_args();
     uint64_t tag = 0;
     return read_tag(table, tag) && zTableTagSet(table, tag + 1);
+}
+
+bool zTableCompact(Table *table) {
+    if (!table) return fail_args();
+    if (!check_writable(table)) return false;
+    leveldb_compact_range(table->database.get(), nullptr, 0, nullptr, 0);
+    return true;
+}
+
+// It loses its name at one stroke: half a table would be taken for a damaged one. Whoever waits for
+// it makes it anew.
+bool zTableRemove(Table *table) try {
+    if (!table) return fail_args();
+    TablePtr held(table);
+    if (!check_writable(table)) return false;
+    held->database.reset();
+    const std::u16string path = held->path.get(), aside = path + kRemoved;
+    os::remove_tree(aside.c_str(), false);
+    if (!os::move(path.c_str(), aside.c_str(), false)) return fail_errno(path.c_str());
+    held.reset();
+    os::remove_tree(aside.c_str(), false);
+    os::remove_dir(path.substr(0, path.rfind(u'/')).c_str()); // of others too, if that was all
+    return true;
+} catch (...) {
+    return fail_thrown();
 }
 
 TableIter *zTableIterNew(Table *table) try {
