@@ -24,7 +24,8 @@ extern const Verb kInitVerb, kCloneVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb,
     kVerifyVerb, kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb,
     kTrashListVerb, kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb,
     kBranchVerb, kTagVerb, kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb,
-    kLoginVerb, kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kUndoVerb, kGenerateVerb;
+    kLoginVerb, kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kGcVerb, kUndoVerb,
+    kGenerateVerb;
 
 namespace {
 
@@ -37,7 +38,7 @@ const Verb *const kVerbs[] = {
     &kTrashPurgeVerb, &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kTagVerb,
     &kGetVerb,        &kUpdateVerb, &kUpdatesVerb,   &kResetVerb,     &kRightsVerb,
     &kInfoVerb,       &kLoginVerb,  &kLogoutVerb,    &kAdminVerb,     &kConfigVerb,
-    &kCleanupVerb,    &kUndoVerb,   &kGenerateVerb};
+    &kCleanupVerb,    &kGcVerb,     &kUndoVerb,      &kGenerateVerb};
 
 const char *heading(Group group) {
     switch (group) {

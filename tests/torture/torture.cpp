@@ -122,6 +122,13 @@ cp ../second.dxf ../sheets/a.dxf
 cp ../third.dxf ../sheets/upper/b.dxf
 )";
 
+const std::string kUnnamed = kEdited + R"(
+"$ZEV" revert plan.dwx
+"$ZEV" trash purge --all --yes
+"$ZEV" gc --days 0
+"$ZEV" commit -m second docs
+)";
+
 const std::string kColored = R"("$ZEV" config zev.author blue)";
 
 struct Operation {
@@ -172,6 +179,7 @@ const Operation kOperations[] = {
     {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
     {"merge abort", kConflict, {"zev", "merge", "--abort"}},
     {"cleanup", kStaged, {"zev", "cleanup", "--untracked", "--yes"}},
+    {"gc", kUnnamed, {"zev", "gc", "--days", "0"}},
     {"config", "", {"zev", "config", "zev.author", "blue"}, true},
     {"config unset", kColored, {"zev", "config", "--unset", "zev.author"}, true},
     {"branch", "", {"zev", "branch", "other"}, true},

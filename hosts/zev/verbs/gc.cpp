@@ -1,0 +1,336 @@
+// gc: what nobody needs goes, and what is left takes less room.
+//
+// Rows are dropped by two looks: an earlier gc has noted that nothing named them, at least so many
+// days ago, and nothing names them now. So neither a drawing that was moved while files were looked
+// at loses rows, nor an import whose manifest is still to be written. The notes, "zev-gc" in the
+// Git directory, numbers big-endian, written aside and renamed:
+//
+//   0   8  "ZEVGC", two zero bytes, 1
+//   then, 44 bytes each:
+//   0  20  the table
+//  20  16  the row's key, tag and object; zero for the table itself, which no drawing names
+//  36   8  when it was seen so first, in seconds since 1970
+//
+// Without notes, or with damaged ones, the days begin anew.
+#include "dxf/manifest.hpp"
+#include "refs.hpp"
+#include "remote_copy.hpp"
+#include "row_names.hpp"
+#include "verb.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <unistd.h>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Options {
+    bool dry_run = false;
+    int32_t days = 30;
+};
+
+void declare(CLI::App &verb, Options &options) {
+    verb.description("Make a working copy smaller: pack it, and drop what nothing names");
+    verb.footer(
+        "Packs what was committed, puts the tables of drawings in order, and drops rows that for\n"
+        "30 days no commit, no file and nothing in the trash has named; each is noted by one gc\n"
+        "and dropped by a later one. A copy of a server's project keeps all its rows.\n"
+        "Examples:\n  zev gc --dry-run\n  zev gc");
+    verb.add_flag("--dry-run", options.dry_run, "Only tell what would go");
+    verb.add_option("--days", options.days, "How long nothing has named what is dropped")
+        ->type_name("DAYS")
+        ->check(CLI::NonNegativeNumber);
+}
+
+constexpr int64_t kSecondsPerDay = 86400;
+constexpr uint64_t kPoll = 4096;         // rows between two looks at the user's break
+constexpr uint64_t kSmallFile = 1 << 20; // half of what the store makes its files of rows
+
+// ---- Notes
+
+class Notes {
+  public:
+    explicit Notes(fs::path path) : path_(std::move(path)) {
+        std::ifstream in(path_, std::ios::binary);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), {});
+        if (!bytes.starts_with(kHead) || (bytes.size() - kHead.size()) % kEntry) return;
+        for (size_t at = kHead.size(); at < bytes.size(); at += kEntry)
+            former_[bytes.substr(at, kKey)] =
+                static_cast<int64_t>(number(bytes.data() + at + kKey));
+    }
+
+    // Notes that a row is seen unnamed; whether it was so long ago, too.
+    bool is_due(const Oid &table, const DrawingKey &key, int64_t now, int64_t days) {
+        const std::string name = name_of(table, key);
+        const auto found = former_.find(name);
+        const int64_t since = found == former_.end() ? now : std::min(found->second, now);
+        seen_[name] = since;
+        return found != former_.end() && (now - since) / kSecondsPerDay >= days;
+    }
+    void forget(const Oid &table, const DrawingKey &key) { seen_.erase(name_of(table, key)); }
+    // As they were, for a table that could not be looked into.
+    void keep(const Oid &table) {
+        const std::string id(reinterpret_cast<const char *>(table.id), sizeof table.id);
+        for (auto at = former_.lower_bound(id); at != former_.end() && at->first.starts_with(id);
+             ++at)
+            seen_.insert(*at);
+    }
+
+    void write() const {
+        std::string bytes(kHead);
+        for (const auto &[name, since] : seen_) bytes += name + text(static_cast<uint64_t>(since));
+        const fs::path aside = path_.string() + ".new";
+        const int file = open(aside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        size_t done = 0;
+        while (file >= 0 && done < bytes.size()) {
+            const ssize_t step = ::write(file, bytes.data() + done, bytes.size() - done);
+            if (step < 0 && errno == EINTR) continue;
+            if (step <= 0) break;
+            done += static_cast<size_t>(step);
+        }
+        const bool written = file >= 0 && done == bytes.size() && !fsync(file);
+        const int kept = errno;
+        if (file >= 0) close(file);
+        if (written && !rename(aside.c_str(), path_.c_str())) return;
+        throw fs::filesystem_error({}, path_, {written ? errno : kept, std::generic_category()});
+    }
+
+  private:
+    static constexpr std::string_view kHead{"ZEVGC\0\0\1", 8};
+    static constexpr size_t kKey = 36, kEntry = 44;
+
+    static uint64_t number(const char *bytes) {
+        uint64_t value = 0;
+        for (int i = 0; i < 8; ++i) value = value << 8 | static_cast<uint8_t>(bytes[i]);
+        return value;
+    }
+    static std::string text(uint64_t value) {
+        std::string bytes(8, '\0');
+        for (size_t i = 8; i--; value >>= 8) bytes[i] = static_cast<char>(value);
+        return bytes;
+    }
+    static std::string name_of(const Oid &table, const DrawingKey &key) {
+        return std::string(reinterpret_cast<const char *>(table.id), sizeof table.id) +
+               text(key.tag) + text(key.object);
+    }
+
+    fs::path path_;
+    std::map<std::string, int64_t> former_, seen_; // by table and key
+};
+
+// ---- One table
+
+struct Result {
+    uint64_t rows = 0, row_bytes = 0; // dropped
+    uint64_t waiting = 0;             // that nothing names, not for long enough
+    uint64_t compacted = 0, removed = 0;
+    uint64_t before = 0, after = 0; // bytes of all tables
+    Repack pack{};
+};
+
+struct Files {
+    uint64_t bytes = 0, small = 0;
+    bool has_debris = false; // a log with rows, notes of the store
+};
+
+Files look_at(const fs::path &directory) {
+    Files files;
+    std::error_code error;
+    for (const auto &entry : fs::directory_iterator(directory, error)) {
+        std::error_code gone;
+        const uint64_t size = entry.file_size(gone);
+        if (gone) continue;
+        const std::string kind = entry.path().extension().string();
+        files.bytes += size;
+        files.small += (kind == ".ldb" || kind == ".sst") && size < kSmallFile;
+        files.has_debris |=
+            (kind == ".log" && size) || entry.path().filename().string().starts_with("LOG");
+    }
+    return files;
+}
+
+class TableKeeper {
+  public:
+    // Without names no row is dropped.
+    TableKeeper(Host &host, const WorkingCopy &copy, const Options &options, const RowNames *names)
+        : host_(host), copy_(copy), options_(options), names_(names),
+          notes_(own_directory(copy) / "zev-gc") {
+        Time now{};
+        check(zTimeGlobal(&now));
+        now_ = now.seconds;
+    }
+
+    void run(Result &result) {
+        result_ = &result;
+        const fs::path root = shared_directory(copy_) / "tables";
+        std::vector<std::pair<fs::path, Oid>> tables;
+        std::error_code error;
+        for (const auto &upper : fs::directory_iterator(root, error))
+            for (const auto &lower : fs::directory_iterator(upper.path(), error)) {
+                const std::string digits =
+                    upper.path().filename().string() + lower.path().filename().string();
+                Oid id;
+                if (digits.size() == 40 && zOidFromStr(&id, wide(digits).c_str()))
+                    tables.push_back({lower.path(), id});
+                else if (digits.ends_with(".removed") && !options_.dry_run)
+                    fs::remove_all(lower.path(), error); // of one that was killed
+            }
+        for (const auto &[path, id] : tables) keep(path, id);
+        if (names_ && !options_.dry_run) notes_.write();
+    }
+
+  private:
+    void keep(const fs::path &path, const Oid &id) {
+        stop_on_break(host_.notify);
+        zNotifyProgress(host_.notify, u"tables: %hs", hex(&id).substr(0, 8).c_str());
+        const Files files = look_at(path);
+        result_->before += files.bytes;
+        OwnedTable table(zTableByid(copy_.repository(), &id));
+        if (!table) {
+            host_.out.warn("table " + hex(&id) + " is left as it is: " + narrow(zErrorDetail()));
+            notes_.keep(id);
+        } else {
+            const uint64_t dropped = names_ ? drop_rows(table.get(), id) : 0;
+            if (!is_over(table, id)) compact(table.get(), files, dropped);
+        }
+        table.reset();
+        result_->after += look_at(path).bytes;
+    }
+
+    uint64_t drop_rows(Table *table, const Oid &id) {
+        std::vector<DrawingKey> due;
+        uint64_t bytes = 0, seen = 0, highest = 0;
+        rows_left_ = 0;
+        const Owned<TableIter, zTableIterFree> iter(check(zTableIterNew(table)));
+        for (zTableIterSeekToFirst(iter.get()); !zTableIterDone(iter.get());
+             zTableIterNext(iter.get())) {
+            if (++seen % kPoll == 0) stop_on_break(host_.notify);
+            const void *data = nullptr;
+            uint64_t length = 0, value = 0;
+            check(zTableIterKey(&data, &length, iter.get()));
+            DrawingKey key;
+            if (length != 16 || !zManifestKey(&key, static_cast<const uint8_t *>(data), 0)) {
+                ++rows_left_;
+                continue;
+            }
+            if ((!key.tag && !key.object) || key.tag == UINT64_MAX) continue;
+            highest = std::max(highest, key.tag);
+            if (names_->has(id, key) || !notes_.is_due(id, key, now_, options_.days)) {
+                ++rows_left_;
+                result_->waiting += !names_->has(id, key);
+                continue;
+            }
+            check(zTableIterValue(&data, &value, iter.get()));
+            due.push_back(key);
+            bytes += length + value;
+        }
+        result_->rows += due.size();
+        result_->row_bytes += bytes;
+        if (!options_.dry_run && !due.empty()) drop(table, id, due, highest);
+        return due.size();
+    }
+
+    // The table's tag first: a key that was given out is not given out again, for another row.
+    void drop(Table *table, const Oid &id, const std::vector<DrawingKey> &due, uint64_t highest) {
+        if (zTableTagGet(table) < highest) check(zTableTagSet(table, highest));
+        for (const DrawingKey &key : due) {
+            const dxf::RawKey bytes = dxf::raw(key);
+            check(zTableDel(table, &bytes, sizeof bytes));
+            notes_.forget(id, key);
+        }
+    }
+
+    // Takes a table away that nothing names any more, when its last row went.
+    bool is_over(OwnedTable &table, const Oid &id) {
+        constexpr DrawingKey kItself{0, 0};
+        if (!names_ || names_->names_table(id)) return false;
+        if (!notes_.is_due(id, kItself, now_, options_.days) || rows_left_) return false;
+        ++result_->removed;
+        if (options_.dry_run) return true;
+        notes_.forget(id, kItself);
+        check(zTableRemove(table.release()));
+        return true;
+    }
+
+    void compact(Table *table, const Files &files, uint64_t dropped) {
+        if (!dropped && files.small < 2 && !files.has_debris) return;
+        ++result_->compacted;
+        if (!options_.dry_run) check(zTableCompact(table));
+    }
+
+    Host &host_;
+    const WorkingCopy &copy_;
+    const Options &options_;
+    const RowNames *names_;
+    Notes notes_;
+    Result *result_ = nullptr;
+    uint64_t rows_left_ = 0; // of the table at hand
+    int64_t now_ = 0;
+};
+
+// ---- The verb
+
+std::string bytes_of(uint64_t before, uint64_t after) {
+    return std::to_string(before) + " bytes, now " + std::to_string(after);
+}
+
+int tell(Host &host, const Result &result, const Options &options) {
+    const auto number = [](uint64_t value) { return std::to_string(value); };
+    const bool dry = options.dry_run;
+    const Repack &pack = result.pack;
+    host.out.line(std::string("rows      ") + number(result.rows) +
+                  (dry ? " would go, " : " dropped, ") + number(result.row_bytes) + " bytes" +
+                  (result.waiting
+                       ? "; " + number(result.waiting) + " more, if nothing names them for " +
+                             number(static_cast<uint64_t>(options.days)) + " days"
+                       : ""));
+    host.out.line(
+        "tables    " + number(result.compacted) +
+        (dry ? " would be put in order" : " put in order") +
+        (result.removed ? ", " + number(result.removed) + (dry ? " would go" : " removed") : "") +
+        "; " + (dry ? number(result.before) + " bytes" : bytes_of(result.before, result.after)));
+    host.out.line("objects   " + number(pack.objects) + " in " + number(pack.loose) +
+                  " files and " + number(pack.packs) + " packs; " + number(pack.before) +
+                  " bytes, " + (dry ? "one pack would be " : "now ") + number(pack.after));
+    host.out.record(Record("summary")
+                        .set(u"dry_run", dry)
+                        .set(u"rows", result.rows)
+                        .set(u"row_bytes", result.row_bytes)
+                        .set(u"waiting", result.waiting)
+                        .set(u"tables", result.compacted)
+                        .set(u"removed", result.removed)
+                        .set(u"objects", pack.objects)
+                        .set(u"before", result.before + pack.before)
+                        .set(u"after", result.after + pack.after));
+    return kDone;
+}
+
+int run(Host &host, const Options &options) {
+    WorkingCopy copy;
+    if (zRepositoryIsWorktree(copy.repository()))
+        throw Failed(kInvalid, "this is a linked work directory; run gc in that of the repository");
+    OwnedIndex lock;
+    if (!options.dry_run) lock = copy.lock_index();
+    Result result;
+    std::optional<RowNames> names;
+    if (origin_of(copy).empty()) names.emplace(copy, host.notify);
+    if (names && names->unseen()) {
+        host.out.warn("no rows are dropped: " + *names->unseen());
+        names.reset();
+    }
+    TableKeeper(host, copy, options, names ? &*names : nullptr).run(result);
+    check(zRepositoryRepack(&result.pack, copy.repository(), !options.dry_run, host.notify));
+    return tell(host, result, options);
+}
+
+} // namespace
+
+extern const Verb kGcVerb{"gc", Group::upkeep, Nature::changes, bind<Options, declare, run>};
+
+} // namespace host
