@@ -46,7 +46,7 @@ namespace {
 constexpr const zwchar *kEnd = nullptr; // of a list of path components
 constexpr zwchar kLockName[] = u"LOCK.zlck";
 constexpr zwchar kRemoved[] = u".removed"; // behind the name of a table that goes
-constexpr int kLockRounds = 6; // of half a second, for others who read or write
+constexpr int kLockRounds = 6;             // of half a second, for others who read or write
 constexpr uint64_t kFirstTag = 1;
 // "/tables/", two digits, a slash and 38 digits.
 constexpr uint64_t kTablePathTail = 8 + 41;
