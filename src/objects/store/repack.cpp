@@ -77,6 +77,7 @@ class Packing {
         result_.objects = ids_.size();
         result_.loose = loose_.size();
         result_.packs = packs_.size();
+        if (writes) os::make_dirs((place_ + u"pack/").c_str());
         const auto file = writes ? PackFile::begin(place_ + u"pack/") : nullptr;
         if ((writes && !file) || !name_objects() || !build(file.get())) return false;
         if (size_ >= result_.before) return true;
