@@ -193,7 +193,8 @@ class Packing {
         }
     };
 
-    // Without a file it is only measured.
+    // Without a file it is only measured. The search asks nobody: its threads are none of the
+    // host's.
     bool build(PackFile *file) {
         GitPackBuilder builder;
         int code = new_pack_builder(builder, git_, true);
@@ -201,12 +202,6 @@ class Packing {
             code = git_packbuilder_insert(builder.get(), &at->first,
                                           at->second.empty() ? nullptr : at->second.c_str());
         if (code < 0) return fail_git(code);
-        git_packbuilder_set_callbacks(
-            builder.get(),
-            [](int, uint32_t, uint32_t, void *context) {
-                return zNotifyIsUsrbrk(static_cast<const Notify *>(context)) ? GIT_EUSER : 0;
-            },
-            const_cast<Notify *>(notify_));
         Walk walk{this, file};
         code = git_packbuilder_foreach(
             builder.get(),
@@ -214,7 +209,7 @@ class Packing {
                 return static_cast<Walk *>(self)->take(bytes, size);
             },
             &walk);
-        if (walk.broken || zNotifyIsUsrbrk(notify_)) return raise_canceled();
+        if (walk.broken) return raise_canceled();
         if (!walk.stored) return false;
         size_ += kIndexHead + kIndexEach * ids_.size();
         return code ? fail_git(code) : true;
@@ -239,9 +234,12 @@ class Packing {
             for (const char16_t *end : {u".idx", u".bitmap", u".rev", u".pack"})
                 os::unlink((pack.path + end).c_str());
         }
+        // A directory that is empty by now stays beside linked work directories: who commits there
+        // holds another lock, and may be about to put an object into it.
+        const bool alone = !has(place_ + u"../worktrees");
         for (const File &file : loose_) {
             os::unlink(file.path.c_str());
-            os::remove_dir(file.path.substr(0, file.path.rfind(u'/')).c_str()); // if that was all
+            if (alone) os::remove_dir(file.path.substr(0, file.path.rfind(u'/')).c_str());
         }
     }
 
