@@ -75,7 +75,7 @@ def go_apart_and_together():
             merge other; switch --create tip; papers/tip.txt<tip; add papers; commit -m tip;
             switch master; merge tip""")
     os.rename("ground.dwx", "renamed.dwx")
-    play("status; mv ground.dwx renamed.dwx; clone . ../cloned; verify; verify --quick")
+    play("status; mv ground.dwx renamed.dwx; clone . ../cloned; gc; verify; verify --quick")
     shutil.rmtree(".git/tables")
     play("verify =1")
 
