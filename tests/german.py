@@ -27,7 +27,7 @@ GRAMMAR = re.compile(r"(--[a-z-]+|\[?[A-Z]+\]?)( (--[a-z-]+|\[?[A-Z]+\]?))*")
 KEPT = {
     "\\033[0m", " -> ", "zev ", "already held", "Merge ", "Merge of %s, not all of it", " (theirs)", " (theirs ",
     "\\n<<<<<<< ", "<<<<<<< ", "\\n>>>>>>> ", "\\\\ No newline at end of file", "D ", "%Y-%m-%d %H:%M",
-    "Binary DXF\\r\\n\\x1a", "nothing was left to send", "Merge of ", ", not all of it",
+    "Binary DXF\\r\\n\\x1a", "VANE ZEV\\0", "nothing was left to send", "Merge of ", ", not all of it",
     "\\033[31mzev:\\033[0m ", "zev: ", " is required", "[--] PATH ...", "%s ", "yes", "no",
 }
 # The option parser's own, and what is made of a noun and a number.

@@ -11,6 +11,7 @@
 #include "bytes.hpp"
 #include "dxf/rows.hpp"
 #include "refs.hpp"
+#include "say.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -31,7 +32,7 @@ bool same(const DrawingKey &a, const DrawingKey &b) { return zDrawingKeyEqual(&a
 void look_around(const Notify *notify, const char *what, uint64_t count) {
     if (count % kPoll) return;
     stop_on_break(notify);
-    zNotifyProgress(notify, u"looking at %hs %llu", what, static_cast<unsigned long long>(count));
+    zNotifyProgress(notify, u"%s", wide(say(what, count)).c_str());
 }
 
 } // namespace
@@ -74,7 +75,7 @@ void RowNames::add(std::string_view bytes, const std::string &where) {
     if (!bytes.starts_with(kMagic)) return;
     ::Manifest read{};
     if (!zManifestRead(&read, bytes.data(), bytes.size()))
-        return miss(where + ": a drawing that can't be read");
+        return miss(say("%s: a drawing that can't be read", where));
     const Owned<::Manifest, zManifestDeinit> guard(&read);
     Keys &keys = tables_[key_of(read.table)];
     keys.all.insert(keys.all.end(), {read.header, read.summary, read.ds, read.vba});
@@ -94,10 +95,10 @@ void RowNames::read_file(const fs::path &file) {
     in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     std::error_code error;
     if (!in.eof() && !in.good() && fs::exists(file, error))
-        return miss(file.string() + ": can't be read");
+        return miss(say("%s: can't be read", file.string()));
     if (bytes != kMagic) return;
     bytes.append(std::istreambuf_iterator<char>(in), {});
-    if (in.bad()) return miss(file.string() + ": can't be read");
+    if (in.bad()) return miss(say("%s: can't be read", file.string()));
     add(bytes, file.string());
 }
 
@@ -106,7 +107,7 @@ void RowNames::read_directory(const fs::path &directory, bool is_git) {
     uint64_t count = 0;
     for (fs::recursive_directory_iterator at(directory, error), end; !error && at != end;
          at.increment(error)) {
-        look_around(notify_, "file", ++count);
+        look_around(notify_, "looking at file %s", ++count);
         std::error_code gone;
         const fs::file_status status = at->symlink_status(gone);
         const std::string name = at->path().filename().string();
@@ -117,7 +118,7 @@ void RowNames::read_directory(const fs::path &directory, bool is_git) {
             read_file(at->path());
         }
     }
-    if (error) miss(directory.string() + ": can't be read: " + error.message());
+    if (error) miss(say("%s: can't be read: %s", directory.string(), error.message()));
 }
 
 // <Git directory>/worktrees/<name>/gitdir is the path of the ".git" of a linked work directory.
@@ -132,7 +133,7 @@ void RowNames::read_worktrees(const fs::path &git) {
         if (fs::is_directory(place, gone))
             read_directory(place, false);
         else
-            miss(place.string() + ": a linked work directory that is not there");
+            miss(say("%s: a linked work directory that is not there", place.string()));
     }
 }
 
@@ -163,15 +164,15 @@ void RowNames::read_store() {
     Bytes bytes;
     uint64_t count = 0;
     for (const Oid &id : ids) {
-        look_around(notify_, "object", ++count);
+        look_around(notify_, "looking at object %s", ++count);
         const int32_t type = zOdbType(odb.get(), &id);
         if (type != Z_OBJECT_BLOB && type != -1) continue;
         bytes.data.clear();
         bytes.failed = false;
         if (type == -1 || !zOdbRead(odb.get(), &id, &bytes))
-            miss("object " + hex(&id) + ": can't be read");
+            miss(say("object %s: can't be read", hex(&id)));
         else
-            add(bytes.data, "object " + hex(&id));
+            add(bytes.data, say("object %s", hex(&id)));
     }
 }
 

@@ -35,7 +35,7 @@ struct Options {
     int32_t days = 30;
 };
 
-void declare(CLI::App &verb, Options &options) {
+void declare(Command &verb, Options &options) {
     verb.description("Make a working copy smaller: pack it, and drop what nothing names");
     verb.footer(
         "Packs what was committed, puts the tables of drawings in order, and drops rows that for\n"
@@ -45,7 +45,7 @@ void declare(CLI::App &verb, Options &options) {
     verb.add_flag("--dry-run", options.dry_run, "Only tell what would go");
     verb.add_option("--days", options.days, "How long nothing has named what is dropped")
         ->type_name("DAYS")
-        ->check(CLI::NonNegativeNumber);
+        ->nonnegative();
 }
 
 constexpr int64_t kSecondsPerDay = 86400;
@@ -188,12 +188,12 @@ class TableKeeper {
   private:
     void keep(const fs::path &path, const Oid &id) {
         stop_on_break(host_.notify);
-        zNotifyProgress(host_.notify, u"tables: %hs", hex(&id).substr(0, 8).c_str());
+        zNotifyProgress(host_.notify, u"%s", wide(say("table %s", hex(&id).substr(0, 8))).c_str());
         const Files files = look_at(path);
         result_->before += files.bytes;
         OwnedTable table(zTableByid(copy_.repository(), &id));
         if (!table) {
-            host_.out.warn("table " + hex(&id) + " is left as it is: " + narrow(zErrorDetail()));
+            host_.out.warn(say("table %s is left as it is: %s", hex(&id), narrow(zErrorDetail())));
             notes_.keep(id);
         } else {
             const uint64_t dropped = names_ ? drop_rows(table.get(), id) : 0;
@@ -276,28 +276,37 @@ class TableKeeper {
 
 // ---- The verb
 
-std::string bytes_of(uint64_t before, uint64_t after) {
-    return std::to_string(before) + " bytes, now " + std::to_string(after);
+std::string told_rows(const Result &result, const Options &options) {
+    const std::string waiting = result.waiting
+                                    ? say("; %s more, if nothing names them for %s", result.waiting,
+                                          plural(static_cast<uint64_t>(options.days), "day"))
+                                    : "";
+    return say(options.dry_run ? "rows      %s would go, %s bytes%s"
+                               : "rows      %s dropped, %s bytes%s",
+               result.rows, result.row_bytes, waiting);
+}
+
+std::string told_tables(const Result &result, bool dry) {
+    if (dry)
+        return say("tables    %s would be put in order, %s would go; %s bytes", result.compacted,
+                   result.removed, result.before);
+    return say("tables    %s put in order, %s removed; %s bytes, now %s", result.compacted,
+               result.removed, result.before, result.after);
+}
+
+std::string told_objects(const Repack &pack, bool dry) {
+    return say(dry ? "objects   %s in %s and %s; %s bytes, one pack would be %s"
+                   : "objects   %s in %s and %s; %s bytes, now %s",
+               pack.objects, plural(pack.loose, "file"), plural(pack.packs, "pack"), pack.before,
+               pack.after);
 }
 
 int tell(Host &host, const Result &result, const Options &options) {
-    const auto number = [](uint64_t value) { return std::to_string(value); };
     const bool dry = options.dry_run;
     const Repack &pack = result.pack;
-    host.out.line(std::string("rows      ") + number(result.rows) +
-                  (dry ? " would go, " : " dropped, ") + number(result.row_bytes) + " bytes" +
-                  (result.waiting
-                       ? "; " + number(result.waiting) + " more, if nothing names them for " +
-                             number(static_cast<uint64_t>(options.days)) + " days"
-                       : ""));
-    host.out.line(
-        "tables    " + number(result.compacted) +
-        (dry ? " would be put in order" : " put in order") +
-        (result.removed ? ", " + number(result.removed) + (dry ? " would go" : " removed") : "") +
-        "; " + (dry ? number(result.before) + " bytes" : bytes_of(result.before, result.after)));
-    host.out.line("objects   " + number(pack.objects) + " in " + number(pack.loose) +
-                  " files and " + number(pack.packs) + " packs; " + number(pack.before) +
-                  " bytes, " + (dry ? "one pack would be " : "now ") + number(pack.after));
+    host.out.line(told_rows(result, options));
+    host.out.line(told_tables(result, dry));
+    host.out.line(told_objects(pack, dry));
     host.out.record(Record("summary")
                         .set(u"dry_run", dry)
                         .set(u"rows", result.rows)
@@ -314,14 +323,15 @@ int tell(Host &host, const Result &result, const Options &options) {
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     if (zRepositoryIsWorktree(copy.repository()))
-        throw Failed(kInvalid, "this is a linked work directory; run gc in that of the repository");
+        throw Failed(kInvalid,
+                     say("this is a linked work directory; run gc in that of the repository"));
     OwnedIndex lock;
     if (!options.dry_run) lock = copy.lock_index();
     Result result;
     std::optional<RowNames> names;
     if (origin_of(copy).empty()) names.emplace(copy, host.notify);
     if (names && names->unseen()) {
-        host.out.warn("no rows are dropped: " + *names->unseen());
+        host.out.warn(say("no rows are dropped: %s", *names->unseen()));
         names.reset();
     }
     TableKeeper(host, copy, options, names ? &*names : nullptr).run(result);
