@@ -21,6 +21,7 @@
 #include "common/error_class.hpp"
 #include "common/limits.hpp"
 #include "common/reader.hpp"
+#include "common/told_errno.hpp"
 #include "common/utf.hpp"
 #include "objects/drawing/drawing.hpp"
 #include "objects/store/repository.hpp"
@@ -87,11 +88,14 @@ bool holds_rows(const zwchar *path) {
     });
 }
 
+bool has_current(const zwchar *path) {
+    zwchar current[Z_PATH_MAX];
+    return zPathBuild(current, path, u"CURRENT", kEnd) && zPathFileExists(current);
+}
+
 // LevelDB makes one directory level only, and leaves files behind even where it may not create.
 bool prepare_directory(const zwchar *path, const std::string &utf8, bool create) {
-    zwchar current[Z_PATH_MAX];
-    if (!zPathBuild(current, path, u"CURRENT", kEnd)) return false;
-    if (zPathFileExists(current)) return true;
+    if (has_current(path)) return true;
     if (holds_rows(path))
         return fail_store((utf8 + ": damaged, its file CURRENT is missing").c_str());
     if (create) return zDirMake(path, true);
@@ -129,11 +133,19 @@ bool take_lock(Table *table) {
     return table->lock != nullptr;
 }
 
+// What is there can be read; why no more than that is `refusal`.
+bool open_image(Table *table, const zwchar *path, int refusal) {
+    table->refusal = refusal;
+    return table->image.make(path) && open_database(table, to_utf8(table->image.path()), false);
+}
+
+// A full device has no room for the manifest that an opening writes. The lock is kept meanwhile:
+// what the image leads to stays as it is.
 bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool create) {
-    if (is_archive(path))
-        return table->image.make(path) && open_database(table, to_utf8(table->image.path()), false);
-    return prepare_directory(path, utf8, create) && take_lock(table) &&
-           open_database(table, utf8, create);
+    if (is_archive(path)) return open_image(table, path, EROFS);
+    if (!prepare_directory(path, utf8, create) || !take_lock(table)) return false;
+    if (open_database(table, utf8, create)) return true;
+    return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
 }
 
 bool put_row(Table *table, const void *key, uint64_t key_length, const void *value,
@@ -169,7 +181,7 @@ bool valid(const TableIter *iter) {
 } // namespace
 
 bool check_writable(const Table *table) {
-    return table->image ? fail_os(EROFS, table->path.get()) : true;
+    return table->image ? fail_os(table->refusal, table->path.get()) : true;
 }
 
 bool has_table(Repository *repository, const Oid &id) {

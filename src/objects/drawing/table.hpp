@@ -30,8 +30,8 @@ inline const char *chars(const void *bytes) { return static_cast<const char *>(b
 
 namespace zev {
 
-// LevelDB writes whenever it opens: a new manifest, a log, a lock. Where nobody may write, it is
-// shown a directory of links to the table's files, which goes with the record.
+// LevelDB writes whenever it opens: a new manifest, a log, a lock. Where nobody may write, or there
+// is no room, it is shown a directory of links to the table's files, which goes with the record.
 class TableImage {
   public:
     TableImage() = default;
@@ -62,6 +62,7 @@ struct Table {
     Oid id{};                    // all zero after a direct open
     zev::Wide path;
     zev::TableImage image;               // of a table that is only read
+    int refusal = 0;                     // what a write to that ends with, a number of the host's
     zev::Owned<Share, zShareClose> lock; // above the database: let go once that is closed
     zev::ldb::Database database;
     zev::ldb::ReadOptions reading; // checksums verified
