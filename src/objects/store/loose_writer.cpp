@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <new>
 
@@ -26,8 +25,10 @@ constexpr uint64_t kProbe = 1u << 20;   // bytes after which it is seen how they
 constexpr uint64_t kPlain = 15u << 20;  // that are stored before the next look
 constexpr uint64_t kWritten = 4u << 20; // between two words to the system
 
+// What the number means stands behind the text of itself.
 int fail(int code = errno) {
-    git_error_set(GIT_ERROR_OS, "an object can't be written: %s", strerror(code));
+    errno = code;
+    git_error_set(GIT_ERROR_OS, "an object can't be written");
     return GIT_ERROR;
 }
 
