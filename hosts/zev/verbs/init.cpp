@@ -26,11 +26,22 @@ void make(const fs::path &directory) {
         check(zRepositoryInit(wide_path(directory.string()).c_str(), false), directory.string()));
 }
 
-// The repository is made aside, on the same disk, and takes its place as a whole.
-void make_around(const fs::path &directory) {
+// The repository is made aside, on the same disk, and takes its place as a whole: what fails on its
+// way there leaves nothing that looks like a working copy.
+void make_in(const fs::path &directory) {
     const Scratch aside(directory, "init");
     make(aside.path());
     fs::rename(aside.path() / ".git", directory / ".git");
+}
+
+// A directory that another process fills meanwhile is not empty, and stays.
+void make_directory_and_in(const fs::path &directory) try {
+    fs::create_directories(directory);
+    make_in(directory);
+} catch (...) {
+    std::error_code ignored;
+    fs::remove(directory, ignored);
+    throw;
 }
 
 int run(Host &host, const Options &options) {
@@ -41,8 +52,8 @@ int run(Host &host, const Options &options) {
         throw Failed(kInvalid, say("%s: is a working copy already", path));
     if (fs::exists(fs::symlink_status(full)) && !fs::is_directory(full))
         throw Failed(kInvalid, say("%s: is no directory", path));
-    const bool has_files = fs::exists(full) && !fs::is_empty(full);
-    has_files ? make_around(full) : make(full);
+    const bool is_there = fs::exists(full), has_files = is_there && !fs::is_empty(full);
+    is_there ? make_in(full) : make_directory_and_in(full);
     host.out.line(say("a new working copy in %s", path));
     if (has_files)
         host.out.line("what is in it is as it was: \"zev add .\" takes it, \"zev import .\" makes "
