@@ -47,6 +47,23 @@ fs::path resolve(const std::string &path) {
     return fs::weakly_canonical(full.parent_path()) / full.filename();
 }
 
+// Why there is no working copy.
+Failed nowhere() {
+    constexpr int kNotOwner = -36; // libgit2's
+    std::error_code error;
+    fs::path top = fs::current_path(error);
+    if (error) return Failed(kNotFound, "the directory that you are in is gone");
+    if (zErrorClass() == kNotFound)
+        return Failed(kNotFound, "there is no working copy here or above; \"zev init\" makes one");
+    if (zErrorClass() != kGit || zErrorCode() != kNotOwner) return raised();
+    while (!fs::exists(top / ".git", error) && top.has_relative_path()) top = top.parent_path();
+    return Failed(kGit, kNotOwner,
+                  top.string() +
+                      ": belongs to another user; if you trust what is in it, \"git "
+                      "config --global --add safe.directory " +
+                      top.string() + "\" lets you work there");
+}
+
 } // namespace
 
 TempFile::TempFile() {
@@ -69,9 +86,7 @@ Failed failed_at(const fs::filesystem_error &error) {
 
 WorkingCopy::WorkingCopy() {
     repository_.reset(zRepositoryDiscover(u".", nullptr));
-    if (!repository_ && zErrorClass() == kNotFound)
-        throw Failed(kNotFound, "there is no working copy here or above; \"zev init\" makes one");
-    check(!!repository_);
+    if (!repository_) throw nowhere();
     if (zRepositoryIsBare(repository_.get()))
         throw Failed(kOther,
                      say("%s: a repository without a work directory; clone it to work in it",

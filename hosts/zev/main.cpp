@@ -294,9 +294,17 @@ void enter(const std::string &directory) {
     if (error) throw std::filesystem::filesystem_error({}, directory, error);
 }
 
+// The file that a refusal is about stands in front, or in quotes.
+std::string refused_path(const std::string &text) {
+    constexpr std::string_view kBegin = "failed open - '", kEnd = "' is locked";
+    const size_t end = text.find(kEnd);
+    if (!text.starts_with(kBegin) || end == text.npos) return text.substr(0, text.find(": "));
+    return text.substr(kBegin.size(), end - kBegin.size());
+}
+
 // The library takes a refusal by rights for a lock that another process holds.
 Failed told_better(const Failed &failed) {
-    const std::string text = failed.what(), path = text.substr(0, text.find(": "));
+    const std::string path = refused_path(failed.what());
     if (failed.error_class != kLocked || !path.starts_with('/')) return failed;
     const std::string above = std::filesystem::path(path).parent_path();
     const char *refused = nullptr;
@@ -349,10 +357,11 @@ int main(int argc, char **argv) {
     const Library library(is_json(argc, argv));
     CommandLine line;
     int code = kDone;
-    if (!line.parse(argc, argv, code)) return code;
     Output out;
-    out.setup(line.globals().json, colour_mode(line.globals().colour));
-    code = run(library, line, out);
+    if (line.parse(argc, argv, code)) {
+        out.setup(line.globals().json, colour_mode(line.globals().colour));
+        code = run(library, line, out);
+    }
     if (out.finish() || code != kDone) return code;
     fputs((say("zev: stdout: can't be written") + "\n").c_str(), stderr);
     return kFailed;

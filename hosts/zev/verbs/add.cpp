@@ -8,6 +8,11 @@
 #include "permissions.hpp"
 #include "unstage.hpp"
 
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <unistd.h>
+
 namespace host {
 
 namespace {
@@ -60,15 +65,20 @@ void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *spec) {
 }
 
 // Why a file that was named is not in the index.
-const char *reason_of(const WorkingCopy &copy, Index *index, const std::string &path) {
+std::string told_left_out(const WorkingCopy &copy, Index *index, const std::string &path) {
+    const std::filesystem::path place = copy.absolute(path);
+    std::error_code gone;
+    if (std::filesystem::is_directory(place, gone) && access(place.c_str(), R_OK | X_OK))
+        return say("%s: was not added: can't be read: %s", typed_path(path), strerror(errno));
     const OwnedSpec spec = copy.spec({copy.absolute(path).string()}, 0, nullptr);
     const OwnedStatus list(check(zStatusListBuild(index, spec.get())));
     bool ignored = false;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i)
         ignored |= zStatusEntryStatus(zStatusListEntry(list.get(), i)) == Z_KIND_IGNORED;
-    return ignored
-               ? "%s: was not added: it is ignored, by a rule of .gitignore or of the repository"
-               : "%s: was not added: it is no file or directory that a commit can hold";
+    return say(ignored
+                   ? "%s: was not added: it is ignored, by a rule of .gitignore or of the repository"
+                   : "%s: was not added: it is no file or directory that a commit can hold",
+               typed_path(path));
 }
 
 // Each of them is told; gives how many there are.
@@ -77,7 +87,7 @@ uint64_t tell_left_out(Host &host, const WorkingCopy &copy, const std::vector<st
     uint64_t count = 0;
     for (const std::string &path : named) {
         if (path.empty() || is_tracked(index.get(), path)) continue;
-        host.out.warn(say(reason_of(copy, index.get(), path), typed_path(path)));
+        host.out.warn(told_left_out(copy, index.get(), path));
         ++count;
     }
     return count;
