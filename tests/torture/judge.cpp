@@ -446,7 +446,7 @@ std::string next_commit(const Case &at) {
 
 // The log of a branch that was only just begun may reach the disk ahead of the branch.
 bool is_only_begun(const Case &at, const std::string &text) {
-    return at.unpowered() && text.find(": 1 problems") != text.npos &&
+    return at.unpowered() && text.find(": 1 problem") != text.npos &&
            std::ranges::any_of(at.expected.after.names, [&](auto &name) {
                return !at.expected.before.names.contains(name.first) &&
                       text.find(name.first + ": is gone; by its log") != text.npos;

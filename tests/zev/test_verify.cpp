@@ -73,7 +73,7 @@ TEST_F(Verify, ComparesRowsWithWhatWasImported) {
     EXPECT_EQ(found.code, 1);
     EXPECT_NE(found.out.find("in commit " + sh("git rev-parse HEAD~1").substr(0, 8)),
               std::string::npos);
-    EXPECT_NE(found.out.find("1 problems"), std::string::npos) << found.out;
+    EXPECT_NE(found.out.find("1 problem\n"), std::string::npos) << found.out;
     EXPECT_EQ(code("diff plan.dwx HEAD~1 HEAD"), 1);
     EXPECT_EQ(zev(root, "export plan.dwx - --rev HEAD 2>/dev/null").out, plan_with("13.5"));
     ok("branch old HEAD~1");

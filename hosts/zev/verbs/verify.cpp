@@ -52,9 +52,10 @@ bool find_digest(DrawingDigest *digest, const void *summary, uint64_t length, vo
 
 int finish(Host &host, const VerifyCounts &counts, bool quick) {
     const uint64_t problems = counts.damages;
-    host.out.line(say("%s commits, %s trees, %s files, %s versions of drawings, %s rows: %s",
-                      counts.commits, counts.trees, counts.files, counts.drawings, counts.blocks,
-                      problems ? say("%s problems", problems) : say("all well")));
+    host.out.line(say("%s, %s, %s, %s of drawings, %s: %s", plural(counts.commits, "commit"),
+                      plural(counts.trees, "tree"), plural(counts.files, "file"),
+                      plural(counts.drawings, "version"), plural(counts.blocks, "row"),
+                      problems ? plural(problems, "problem") : say("all well")));
     host.out.record(Record("summary")
                         .set(u"commits", counts.commits)
                         .set(u"trees", counts.trees)
