@@ -205,15 +205,11 @@ std::string values_of(const CLI::App &verb, const CLI::Option *option) {
     return "";
 }
 
-// The same of all arguments of a verb, and of the verbs below it.
+// The same of all arguments of a verb, each once.
 std::vector<std::string> arguments_of(const CLI::App &verb) {
     std::set<std::string> values;
-    const auto add = [&](const CLI::App &at) {
-        for (const CLI::Option *argument : options_of(at, true))
-            values.insert(values_of(at, argument));
-    };
-    add(verb);
-    for (const CLI::App *below : verbs_of(verb)) add(*below);
+    for (const CLI::Option *argument : options_of(verb, true))
+        values.insert(values_of(verb, argument));
     values.erase("");
     return {values.begin(), values.end()};
 }
@@ -223,6 +219,23 @@ std::vector<std::string> spellings(const CLI::Option *option) {
     for (const std::string &name : option->get_snames()) names.push_back("-" + name);
     for (const std::string &name : option->get_lnames()) names.push_back("--" + name);
     return names;
+}
+
+// "trash list" as it can be typed, first as it is called: a short name stands for the last word.
+std::vector<std::string> typed_names(const std::string &name, const CLI::App &verb) {
+    const size_t last = name.rfind(' ') + 1; // 0 where there is none
+    std::vector<std::string> names = {name};
+    for (const std::string &alias : verb.get_aliases())
+        names.push_back(name.substr(0, last) + alias);
+    return names;
+}
+
+// 'a' | 'b', as the shells write alternatives.
+std::string alternatives(const std::vector<std::string> &names, const char *between) {
+    std::string text;
+    for (const std::string &name : names)
+        text += (text.empty() ? "" : between) + ("'" + name + "'");
+    return text;
 }
 
 std::vector<std::string> verb_names(const CLI::App &app) {
@@ -244,15 +257,17 @@ std::string bash(const CLI::App &app) {
     std::string cases, known, behind;
     const std::vector<std::string> global = option_names(app, false);
     each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
-        known += (known.empty() ? "'" : " | '") + name + "'";
-        cases += "    '" + name + "') words='" + joined(verb_names(verb)) + " " +
+        const std::string typed = alternatives(typed_names(name, verb), " | ");
+        known += (known.empty() ? "" : " | ") + typed;
+        cases += "    " + typed + ") words='" + joined(verb_names(verb)) + " " +
                  joined(option_names(verb, false)) + " " + joined(global) + "' values='" +
                  joined(arguments_of(verb)) + "' ;;\n";
         for (const CLI::Option *option : options_of(verb, false))
             if (takes_value(option))
-                for (const std::string &spelled : spellings(option))
-                    behind += "    '" + name + " " + spelled + "') words= values='" +
-                              values_of(verb, option) + "' ;;\n";
+                for (const std::string &called : typed_names(name, verb))
+                    for (const std::string &spelled : spellings(option))
+                        behind += "    '" + called + " " + spelled + "') words= values='" +
+                                  values_of(verb, option) + "' ;;\n";
     });
     for (const CLI::Option *option : options_of(app, false))
         if (takes_value(option))
@@ -311,7 +326,7 @@ std::string zsh_text(const std::string &text) {
                     ",");
 }
 
-std::string zsh_options(const CLI::App &app) {
+std::string zsh_options(const CLI::App &app, const std::string &before) {
     std::string text;
     for (const CLI::Option *option : options_of(app, false)) {
         std::string value;
@@ -319,22 +334,42 @@ std::string zsh_options(const CLI::App &app) {
             value = ":" + zsh_text(value_name(option)) + ": _" + program_of(app) + "_values " +
                     values_of(app, option);
         for (const std::string &name : spellings(option))
-            text += " \\\n            '" + name + "[" + zsh_text(option->get_description()) + "]" +
-                    value + "'";
+            text +=
+                before + "'" + name + "[" + zsh_text(option->get_description()) + "]" + value + "'";
     }
     return text;
 }
 
-std::string zsh(const CLI::App &app) {
-    std::string verbs, cases;
+std::string zsh_verb(const CLI::App &verb, const std::string &margin);
+
+// The verbs of a program or of a verb, and what stands behind each. An option behind a verb's name
+// is none of the program's: "(-)" leaves it in the words that the verb gets.
+std::string zsh_verbs(const CLI::App &app, const std::string &margin) {
+    const std::string line = "\n" + margin, next = line + "    ";
+    std::string names, cases;
     for (const CLI::App *verb : verbs_of(app)) {
-        verbs += "        '" + verb->get_name() + ":" + zsh_text(verb->get_description()) + "'\n";
-        const std::string below = joined(verb_names(*verb));
-        cases += "        " + verb->get_name() + ") _arguments" + zsh_options(*verb) +
-                 (below.empty() ? "" : " \\\n            '1:command:(" + below + ")'") +
-                 " \\\n            '*:value: _" + app.get_name() + "_values " +
-                 joined(arguments_of(*verb)) + "' ;;\n";
+        const std::string name = verb->get_name();
+        names += next + "    '" + name + ":" + zsh_text(verb->get_description()) + "'";
+        cases += next + alternatives(typed_names(name, *verb), " | ") + ")" +
+                 zsh_verb(*verb, margin + "        ") + " ;;";
     }
+    return " \\" + next + "'(-):verb:->verb' '(-)*::argument:->argument'" + line +
+           "case $state in" + line + "verb)" + next + "verbs=(" + names + ")" + next +
+           "_describe verb verbs ;;" + line + "argument)" + next + "case $words[1] in" + cases +
+           next + "esac ;;" + line + "esac";
+}
+
+std::string zsh_verb(const CLI::App &verb, const std::string &margin) {
+    const std::string line = "\n" + margin, next = line + "    ";
+    const bool has_verbs = !verbs_of(verb).empty();
+    const std::string text = line + "_arguments" + (has_verbs ? " -C" : "") + " $global" +
+                             zsh_options(verb, " \\" + next);
+    if (has_verbs) return text + zsh_verbs(verb, margin);
+    return text + " \\" + next + "'*:value: _" + program_of(verb) + "_values " +
+           joined(arguments_of(verb)) + "'";
+}
+
+std::string zsh(const CLI::App &app) {
     const std::string program = app.get_name();
     return "#compdef " + program + "\n_" + program +
            "_values() {\n"
@@ -352,36 +387,41 @@ std::string zsh(const CLI::App &app) {
            "}\n_" +
            program +
            "() {\n"
-           "    local state\n"
-           "    local -a verbs=(\n" +
-           verbs +
-           "    )\n"
-           "    _arguments -C" +
-           zsh_options(app) +
-           " \\\n            '1:verb:->verb' '*::argument:->argument'\n"
-           "    case $state in\n"
-           "    verb) _describe verb verbs ;;\n"
-           "    argument)\n"
-           "        case $words[1] in\n" +
-           cases +
-           "        esac ;;\n"
-           "    esac\n"
+           "    local curcontext=$curcontext state line\n"
+           "    local -A opt_args\n"
+           "    local -a verbs\n"
+           "    local -a global=(" +
+           zsh_options(app, "\n        ") +
+           ")\n"
+           "    _arguments -C $global" +
+           zsh_verbs(app, "    ") +
+           "\n"
            "}\n"
            "_" +
            program + " \"$@\"\n";
 }
 
-// What completes the value of an option, or a verb's arguments; files by themselves need nothing.
+// What completes values of these kinds; files by themselves need nothing.
 std::string fish_values(const CLI::App &app, const std::vector<std::string> &kinds) {
     std::string list, files = " -f";
     for (const std::string &kind : kinds) {
-        if (kind == "files") files = "";
-        if (kind == "directories") list += "(__fish_complete_directories)";
-        if (!kind.empty() && kind != "files" && kind != "directories")
-            list += "(" + program_of(app) + " generate words " + kind +
-                    " -- (commandline -opc) 2>/dev/null)";
+        if (kind == "files") {
+            files = "";
+            continue;
+        }
+        list += list.empty() ? "(" : " (";
+        if (kind == "directories") list += "__fish_complete_directories)";
+        if (kind != "directories")
+            list +=
+                program_of(app) + " generate words " + kind + " -- (commandline -opc) 2>/dev/null)";
     }
     return list.empty() ? "" : files + " -a '" + list + "'";
+}
+
+// A text of the user's own is no file.
+std::string fish_value(const CLI::App &app, const CLI::Option *option) {
+    const std::string kind = values_of(app, option);
+    return kind.empty() ? " -x" : " -r" + fish_values(app, {kind});
 }
 
 std::string fish_options(const CLI::App &app, const std::string &condition) {
@@ -390,29 +430,57 @@ std::string fish_options(const CLI::App &app, const std::string &condition) {
         text += "complete -c " + program_of(app) + condition;
         for (const std::string &name : option->get_snames()) text += " -s " + name;
         for (const std::string &name : option->get_lnames()) text += " -l " + name;
-        if (takes_value(option)) text += " -r" + fish_values(app, {values_of(app, option)});
+        if (takes_value(option)) text += fish_value(app, option);
         text += " -d '" + replaced(option->get_description(), '\'', "\\'") + "'\n";
     }
     return text;
 }
 
+// Is this the verb that was typed? Its own words and options stand behind it, those of the program
+// anywhere.
+std::string fish_test(const CLI::App &app) {
+    std::string known;
+    each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
+        known += "            case " + alternatives(typed_names(name, verb), " ") +
+                 "\n                set verb '" + name + "'\n";
+    });
+    return "function __" + program_of(app) +
+           "_at\n"
+           "    set -l verb ''\n"
+           "    set -l value 0\n"
+           "    for word in (commandline -opc)[2..-1]\n"
+           "        if test $value = 1\n"
+           "            set value 0\n"
+           "            continue\n"
+           "        end\n"
+           "        contains -- $word " +
+           joined(option_names(app, true)) +
+           "\n"
+           "        and set value 1\n"
+           "        set -l typed (string trim -- \"$verb $word\")\n"
+           "        switch \"$typed\"\n" +
+           known +
+           "        end\n"
+           "    end\n"
+           "    test \"$verb\" = \"$argv[1]\"\n"
+           "end\n";
+}
+
 std::string fish(const CLI::App &app) {
     const std::string program = app.get_name();
-    std::string text = "# fish completion for " + program + "\n" + fish_options(app, "");
+    const auto condition = [&](const std::string &verb) {
+        return " -n '__" + program + "_at \"" + verb + "\"'";
+    };
+    std::string text =
+        "# fish completion for " + program + "\n" + fish_test(app) + fish_options(app, "");
     each_verb(app, "", [&](const std::string &name, const CLI::App &verb) {
-        const size_t blank = name.find(' ');
-        const std::string above = blank == name.npos
-                                      ? "__fish_use_subcommand"
-                                      : "__fish_seen_subcommand_from " + name.substr(0, blank);
-        text += "complete -c " + program + " -n '" + above + "' -a " + verb.get_name() + " -d '" +
-                replaced(verb.get_description(), '\'', "\\'") + "'\n";
-        const std::string within = " -n '__fish_seen_subcommand_from " + verb.get_name() + "'";
-        std::vector<std::string> kinds;
-        for (const CLI::Option *argument : options_of(verb, true))
-            kinds.push_back(values_of(verb, argument));
-        const std::string values = fish_values(app, kinds);
-        if (!values.empty()) text += "complete -c " + program + within + values + "\n";
-        text += fish_options(verb, within);
+        const size_t blank = name.rfind(' ');
+        const std::string above = blank == name.npos ? "" : name.substr(0, blank);
+        text += "complete -c " + program + condition(above) + " -f -a " + verb.get_name() +
+                " -d '" + replaced(verb.get_description(), '\'', "\\'") + "'\n";
+        const std::string values = fish_values(app, arguments_of(verb));
+        if (!values.empty()) text += "complete -c " + program + condition(name) + values + "\n";
+        text += fish_options(verb, condition(name));
     });
     return text;
 }

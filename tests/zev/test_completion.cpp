@@ -27,21 +27,25 @@ struct Completion : CopyTest {
         return test.run("HOME=.. fish --no-config -c 'zev generate fish | source; complete -C \"" +
                         line + "\"'");
     }
-    // By the engine itself, on a terminal that zsh makes.
+    // On a terminal that zsh makes. Keys count from where its line editor is ready: before, the
+    // terminal itself would edit the line.
     static std::string zsh(Completion &test, const std::string &line) {
         test::write(test.home + "/_zev", test.run("zev generate zsh"));
+        test::write(test.home + "/inner", "PS1= PROMPT_EOL_MARK= LISTMAX=9999 fpath=(.. $fpath)\n"
+                                          "autoload -U compinit; compinit -u -d ../dump\n"
+                                          "zle-line-init() { print begun }\n"
+                                          "finish() { print ended; exit }\n"
+                                          "zle -N zle-line-init; zle -N finish\n"
+                                          "bindkey '^I' list-choices; bindkey '^G' finish\n");
         test::write(test.home + "/ask",
                     "zmodload zsh/zpty\n"
                     "zpty z zsh -f -i\n"
-                    "zpty -w z \"PS1= PROMPT_EOL_MARK= fpath=(.. \\$fpath); autoload -U compinit; "
-                    "compinit -u -D; zstyle ':completion:*' list-prompt ''; LISTMAX=9999; "
-                    "bindkey '^I' list-choices\"\n"
-                    "zpty -n -w z $'echo be''gun\\n'$1$'\\t'\n"
-                    "zpty -n -w z $'\\x15echo en''ded\\n'\n"
-                    "out=\nwhile zpty -r z part '*'; do out+=$part; "
-                    "[[ $out == *begun*ended* ]] && break; done\n"
-                    "print -r -- ${out##*begun}\n");
-        return test.run("zsh -f ../ask '" + line + "'");
+                    "zpty -w z 'source ../inner'\n"
+                    "while zpty -r z part && [[ $part != *begun* ]]; do :; done\n"
+                    "zpty -n -w z \"$1\"$'\\t\\a'\n"
+                    "while zpty -r z part; do print -r -- $part; "
+                    "[[ $part == *ended* ]] && break; done\n");
+        return test.run("timeout 60 zsh -f ../ask '" + line + "'");
     }
 
     void expect_all(Shell shell) {
@@ -50,12 +54,16 @@ struct Completion : CopyTest {
             std::vector<const char *> offered, not_offered;
         } const kCases[] = {
             {"zev sw", {"switch"}, {"status"}},
+            {"zev -C .. sw", {"switch"}, {"status"}},
             {"zev trash re", {"restore"}, {"revert"}},
+            {"zev trash ", {"restore", "purge"}, {"gone.dwx", "switch"}},
+            {"zev ci --am", {"--amend"}, {"--answer"}},
+            {"zev trash --json restore --n", {"--newest"}, {"--create"}},
             {"zev add ", {"ground.dwx"}, {"side/one", "v1.0"}},
             {"zev switch ", {"side/one", "v1.0", "HEAD"}, {"ground.dwx"}},
-            {"zev diff ground.dwx v", {"v1.0"}, {"side/one"}},
+            {"zev diff ground.dwx v", {"v1.0"}, {"side/one", "v1.0v1.0", "HEAD"}},
             {"zev export ground.dwx --rev si", {"side/one"}, {"HEAD"}},
-            {"zev trash restore ", {"gone.dwx"}, {"ground.dwx"}},
+            {"zev trash restore ", {"gone.dwx"}, {"ground.dwx", "purge"}},
             {"zev log ground.dwx --object 3", {"32"}, {"side/one"}},
         };
         for (const auto &[line, offered, not_offered] : kCases) {
