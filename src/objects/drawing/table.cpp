@@ -140,12 +140,17 @@ bool open_image(Table *table, const zwchar *path, int refusal) {
 }
 
 // A full device has no room for the manifest that an opening writes. The lock is kept meanwhile:
-// what the image leads to stays as it is.
+// what the image leads to stays as it is. Of a table that could not be begun nothing stays.
 bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool create) {
     if (is_archive(path)) return open_image(table, path, EROFS);
+    const bool is_new = create && !zPathExists(path);
     if (!prepare_directory(path, utf8, create) || !take_lock(table)) return false;
     if (open_database(table, utf8, create)) return true;
-    return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
+    if (!is_new)
+        return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
+    const KeptFailure kept;
+    os::remove_tree(path, false);
+    return false;
 }
 
 bool put_row(Table *table, const void *key, uint64_t key_length, const void *value,
