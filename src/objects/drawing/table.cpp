@@ -146,8 +146,7 @@ bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool 
     const bool is_new = create && !zPathExists(path);
     if (!prepare_directory(path, utf8, create) || !take_lock(table)) return false;
     if (open_database(table, utf8, create)) return true;
-    if (!is_new)
-        return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
+    if (!is_new) return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
     const KeptFailure kept;
     os::remove_tree(path, false);
     return false;
