@@ -179,6 +179,7 @@ std::string manual(const CLI::App &app, const std::string &wanted) {
 std::string values_of(const CLI::App &verb, const CLI::Option *option) {
     constexpr const char *kByType[][2] = {{"REV", "revisions"},
                                           {"HANDLE", "objects"},
+                                          {"FILE", "files"},
                                           {"DIR", "directories"},
                                           {"COPY", "directories"}};
     constexpr const char *kByName[][3] = {
