@@ -69,7 +69,7 @@ std::string told_left_out(const WorkingCopy &copy, Index *index, const std::stri
     const std::filesystem::path place = copy.absolute(path);
     std::error_code gone;
     if (std::filesystem::is_directory(place, gone) && access(place.c_str(), R_OK | X_OK))
-        return say("%s: was not added: can't be read: %s", typed_path(path), strerror(errno));
+        return say("%s: was not added: it can't be read: %s", typed_path(path), strerror(errno));
     const OwnedSpec spec = copy.spec({copy.absolute(path).string()}, 0, nullptr);
     const OwnedStatus list(check(zStatusListBuild(index, spec.get())));
     bool ignored = false;
