@@ -161,7 +161,8 @@ TEST_F(Reach, UndoGoesBackStepByStep) {
     EXPECT_EQ(lines(ok("undo --list")).size(), 20u);
     ok("undo --yes");
     EXPECT_EQ(content("a"), "21");
-    EXPECT_EQ(code("undo"), 1); // somebody has to say that 21 may go
+    for (const char *answer : {"", " --no", " --answer Skip", " --json"})
+        EXPECT_EQ(code(std::string("undo") + answer), 6) << answer; // who says that 21 may go?
     EXPECT_EQ(content("a"), "21");
     ok("undo --yes"); // the same one, with an answer
     EXPECT_EQ(content("a"), "20");
@@ -220,7 +221,12 @@ TEST_F(Reach, DrawingsAreExportedIntoADirectory) {
     write("broken.dwx", "no drawing");
     EXPECT_EQ(code("export . ../rest"), 1);
     EXPECT_EQ(sent("rest/plan.dxf") + sent("rest/broken.dxf"), plan + "(none)");
-    EXPECT_EQ(code("export . ../rest --no"), 1); // each is there
+    EXPECT_EQ(code("export . ../rest --no"), 1); // each is there, but the broken one
+    fs::remove(root + "/broken.dwx");
+    EXPECT_EQ(code("export . ../rest --no"), 6);
+    for (const char *answer : {"", " --no", " --answer Keep", " --json"})
+        EXPECT_EQ(code(std::string("export plan.dwx ../rest/plan.dxf") + answer), 6) << answer;
+    EXPECT_EQ(sent("rest/plan.dxf"), plan);
     for (const char *wrong : {"plan.dwx nowhere.dwx ../none", "plan.dwx a ../none",
                               "plan.dwx loose.dwx -", "d ../none", "plan.dwx plan.dwx ../none",
                               "loose.dwx ../none --rev HEAD", "plan.dwx loose.dwx ../plan.dxf"})

@@ -166,15 +166,14 @@ void require_free(Host &host, const WorkingCopy &copy, const Options &options,
         throw Failed(kInvalid, say("%s: lies in the repository", target));
     const fs::file_status status = fs::symlink_status(target);
     if (options.force || (!fs::is_regular_file(status) && !fs::is_symlink(status))) return;
-    const int32_t answer = ask(host.notify, {.id = "zev.export.replace",
-                                             .title = "",
-                                             .instruction = say("Replace %s?", target),
-                                             .content = "The file that is there goes to the trash.",
-                                             .buttons = {"Replace", "Keep"}});
-    if (answer == 1) return;
-    if (!host.notify->outcome().unanswered) throw Failed(kCanceled, "nothing was written");
-    throw Failed(kExists,
-                 say("%s: is there already; --force says that it may go to the trash", target));
+    require_yes(host.notify,
+                {.id = "zev.export.replace",
+                 .title = "",
+                 .instruction = say("Replace %s?", target),
+                 .content = "The file that is there goes to the trash.",
+                 .buttons = {"Replace", "Keep"}},
+                say("%s: is there already, and stays as it is", target),
+                "--force says that it may go to the trash");
 }
 
 // What a server's rules let out of the team.
@@ -234,18 +233,19 @@ void export_one(Host &host, const WorkingCopy &copy, const Options &options, con
                                : copy_file(host, copy, options, item);
 }
 
-// One of several that fails holds the others up no more than it must.
-bool export_next(Host &host, const WorkingCopy &copy, const Options &options,
-                 const Item &item) try {
+// One of several that fails, or is declined, holds the others up no more than it must. Gives the
+// exit code.
+int export_next(Host &host, const WorkingCopy &copy, const Options &options, const Item &item) try {
     export_one(host, copy, options, item);
-    return true;
+    return kDone;
 } catch (const Failed &failed) {
     if (broken()) throw;
-    host.out.fail(failed, kFailed);
-    return false;
+    const int code = failed.error_class == kCanceled ? kBroken : kFailed;
+    host.out.fail(failed, code);
+    return code;
 } catch (const fs::filesystem_error &error) {
     host.out.fail(failed_at(error), kFailed);
-    return false;
+    return kFailed;
 }
 
 // ---- What the words stand for
@@ -391,12 +391,13 @@ int run(Host &host, const Options &options) {
     if (host.out.json() && plan.items().front().target == "-")
         throw Failed(kInvalid, "a DXF file on stdout can't go with --json");
     if (plan.is_single()) return export_one(host, copy, options, plan.items().front()), kDone;
-    uint64_t failed = 0;
+    int code = kDone;
     for (const Item &item : plan.items()) {
         stop_on_break(host.notify);
-        failed += !export_next(host, copy, options, item);
+        const int came = export_next(host, copy, options, item);
+        if (came != kDone && code != kFailed) code = came;
     }
-    return failed ? kFailed : kDone;
+    return code;
 }
 
 } // namespace

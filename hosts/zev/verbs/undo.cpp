@@ -30,7 +30,8 @@ bool bring_back(Host &host, const WorkingCopy &copy, const TrashEntry *entry) {
     if (zTrashMoveBack(copy.repository(), entry, host.notify)) return true;
     const std::string name = narrow(zTrashEntryName(entry));
     if (zErrorClass() != kExists) fail_raised(name);
-    host.out.warn(say("%s: stays in the trash: %s", name, narrow(zErrorDetail())));
+    const std::string reason = narrow(zErrorDetail());
+    host.out.fail(Failed(kExists, say("%s: stays in the trash: %s", name, reason)), kBroken);
     return false;
 }
 
@@ -86,6 +87,7 @@ int undo(Host &host, const WorkingCopy &copy, const JournalEntry &last) {
     host.out.line(say("%s restored", restored));
     host.out.record(
         Record("summary").set(u"restored", restored).set(u"left", uint64_t{left.size()}));
+    if (!left.empty()) return kBroken; // a question was declined
     return restored == last.slots.size() ? kDone : kFailed;
 }
 
