@@ -1,6 +1,8 @@
 // Each commit is read once. One that isn't here has no parents.
 #include "graph.hpp"
 
+#include "refs.hpp"
+
 #include <algorithm>
 
 namespace host {
@@ -50,6 +52,14 @@ std::optional<Oid> Graph::common(const Oid &ours, const Oid &theirs) {
         id = above.front();
     }
     return *std::ranges::min_element(newest, OidLess());
+}
+
+bool is_kept(const WorkingCopy &copy, const Notify *notify, const Oid &commit,
+             const std::string &other_than) {
+    Graph graph(copy, notify);
+    for (const auto &[name, id] : all_references(copy))
+        if (name != other_than && graph.contains(id, commit)) return true;
+    return false;
 }
 
 } // namespace host

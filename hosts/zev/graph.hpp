@@ -31,4 +31,9 @@ class Graph {
     IdMap<Parents> known_;
 };
 
+// Whether a commit is found again: a reference leads to it or beyond, other than one by its full
+// name.
+bool is_kept(const WorkingCopy &copy, const Notify *notify, const Oid &commit,
+             const std::string &other_than = {});
+
 } // namespace host

@@ -3,6 +3,7 @@
 #include "merge_state.hpp"
 
 #include "refs.hpp"
+#include "show.hpp"
 
 namespace host {
 
@@ -41,6 +42,35 @@ void require_no_merge(const WorkingCopy &copy) {
     if (unsettled_merge(copy))
         throw Failed(kOther, "the last merge is not committed yet; commit it, or take it back by "
                              "\"zev merge --abort\"");
+}
+
+namespace {
+
+Record merge_record(const Unsettled &merge, bool conflicts) {
+    Record record("merging");
+    record.set(u"theirs", &merge.theirs).set(u"whole", merge.whole).set(u"conflicts", conflicts);
+    return record;
+}
+
+} // namespace
+
+void tell_merge(Host &host, const WorkingCopy &copy, bool conflicts, bool beside) {
+    const auto merge = unsettled_merge(copy);
+    if (!merge) return;
+    const std::string text = "the merge of " + short_id(&merge->theirs) + " is not committed yet: " +
+                             (conflicts ? "\"zev resolve\" settles its conflicts, " : "") +
+                             "\"zev commit\" ends it, \"zev merge --abort\" takes it back";
+    if (beside) return host.out.warn(text);
+    host.out.line(text);
+    host.out.record(merge_record(*merge, conflicts));
+}
+
+void tell_merge_ends(Host &host, const Unsettled &merge) {
+    const std::string id = short_id(&merge.theirs);
+    host.out.line(merge.whole ? "this commit ends the merge of " + id
+                              : "this commit ends the merge of " + id +
+                                    " as far as it came in; merge again for the rest");
+    host.out.record(merge_record(merge, false));
 }
 
 std::string part_note(const Oid &theirs) {

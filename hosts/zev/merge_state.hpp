@@ -1,7 +1,7 @@
 // Merge state: a merge that ended in conflicts, until the commit that settles it.
 #pragma once
 
-#include "copy.hpp"
+#include "verb.hpp"
 
 #include <optional>
 
@@ -20,6 +20,12 @@ std::optional<Unsettled> unsettled_merge(const WorkingCopy &copy);
 void note_merge(const WorkingCopy &copy, const Unsettled &merge);
 void finish_merge(const WorkingCopy &copy);
 void require_no_merge(const WorkingCopy &copy); // throws while there is one
+
+// For whoever looks; nothing where none is under way. Where stdout is for programs it is said beside
+// it.
+void tell_merge(Host &host, const WorkingCopy &copy, bool conflicts, bool beside = false);
+// Before a commit that ends it.
+void tell_merge_ends(Host &host, const Unsettled &merge);
 
 // What a commit without theirs as a parent says of it.
 std::string part_note(const Oid &theirs);

@@ -35,6 +35,17 @@ std::string current_branch(const WorkingCopy &copy) {
     return narrow(check(zReferenceSymbolic(head.get())));
 }
 
+std::map<std::string, Oid> all_references(const WorkingCopy &copy) {
+    std::map<std::string, Oid> found;
+    const auto visit = [&](Reference *reference) {
+        if (const Oid *id = zReferenceResolve(reference))
+            found.emplace(narrow(zReferenceName(reference)), *id);
+        return true;
+    };
+    check(each_reference(copy.repository(), visit), "references");
+    return found;
+}
+
 bool is_branch(const WorkingCopy &copy, const std::string &name) {
     return zReferenceExists(copy.repository(), wide(full_branch(name)).c_str());
 }

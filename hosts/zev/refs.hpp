@@ -3,6 +3,8 @@
 
 #include "copy.hpp"
 
+#include <map>
+
 namespace host {
 
 inline constexpr std::string_view kHeads = "refs/heads/";
@@ -15,6 +17,9 @@ std::string current_branch(const WorkingCopy &copy);
 // The Git directory, and the one that has the references, which may be that of another worktree.
 std::filesystem::path own_directory(const WorkingCopy &copy);
 std::filesystem::path shared_directory(const WorkingCopy &copy);
+
+// By full name, with what each leads to.
+std::map<std::string, Oid> all_references(const WorkingCopy &copy);
 
 bool is_branch(const WorkingCopy &copy, const std::string &name);
 

@@ -83,7 +83,8 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
     const OwnedRemote remote = open_remote(copy);
     if (named) change_index(copy, [&](Index *index, bool) { keep_named(copy, index, paths); });
     if (!spec) spec = staged(host);
-    const bool merging = !named && unsettled_merge(copy);
+    const std::optional<Unsettled> merge = named ? std::nullopt : unsettled_merge(copy);
+    if (merge && !has_conflicts(copy)) tell_merge_ends(host, *merge);
     const std::optional<Oid> before = head_of(copy);
     host.notify->forget();
     if (!zRemoteCommit(remote.get(), spec.get(), wide(author).c_str(), wide(message).c_str())) {
@@ -93,7 +94,7 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
         }
         fail_commit(host, url);
     }
-    if (merging) finish_merge(copy);
+    if (merge) finish_merge(copy);
     const OwnedCommit made = server_commit(copy);
     note_answer(copy, made && !named ? zCommitId(made.get()) : nullptr); // else of some paths only
     if (made && is_made(copy, before, message))

@@ -1,12 +1,10 @@
 // branch: names of lines of work.
 
+#include "detached.hpp"
 #include "graph.hpp"
 #include "refs.hpp"
 #include "show.hpp"
-#include "walks.hpp"
 #include "when.hpp"
-
-#include <map>
 
 namespace host {
 
@@ -33,26 +31,16 @@ void declare(Command &verb, Options &options) {
 
 using OwnedReference = Owned<Reference, zReferenceFree>;
 
-// All references, by full name, with what they lead to.
-std::map<std::string, Oid> references(const WorkingCopy &copy) {
-    std::map<std::string, Oid> found;
-    const auto visit = [&](Reference *reference) {
-        if (const Oid *id = zReferenceResolve(reference))
-            found.emplace(narrow(zReferenceName(reference)), *id);
-        return true;
-    };
-    check(each_reference(copy.repository(), visit), say("references"));
-    return found;
-}
-
 int list(Host &host, const WorkingCopy &copy) {
     const std::string current = current_branch(copy);
-    auto branches = references(copy);
+    auto branches = all_references(copy);
+    tell_detached(host, copy);
     std::erase_if(branches, [](const auto &item) { return !item.first.starts_with(kHeads); });
     size_t longest = 0;
     for (const auto &[name, id] : branches)
         longest = std::max(longest, name.size() - kHeads.size());
-    if (branches.empty()) host.out.line(say("there are no commits yet; HEAD is %s", current));
+    if (branches.empty() && !current.empty())
+        host.out.line(say("there are no commits yet; HEAD is %s", current));
     for (const auto &[name, id] : branches) {
         const std::string shown = name.substr(kHeads.size());
         const OwnedCommit tip(zCommitByid(copy.repository(), &id));
@@ -70,14 +58,6 @@ int list(Host &host, const WorkingCopy &copy) {
         host.out.record(record);
     }
     return kDone;
-}
-
-bool is_kept(const WorkingCopy &copy, const Notify *notify, const std::string &full_name,
-             const Oid &tip) {
-    Graph graph(copy, notify);
-    for (const auto &[name, id] : references(copy))
-        if (name != full_name && graph.contains(id, tip)) return true;
-    return false;
 }
 
 void confirm_loss(Host &host, const std::string &name, const Oid &tip) {
@@ -103,7 +83,7 @@ int remove(Host &host, const WorkingCopy &copy, const std::string &name) {
     if (!is_branch(copy, name)) throw Failed(kNotFound, say("%s: no such branch", name));
     OwnedReference reference(check(zReferenceLookup(copy.repository(), wide(full).c_str())));
     const Oid tip = *check(zReferenceResolve(reference.get()), name);
-    if (!is_kept(copy, host.notify, full, tip)) confirm_loss(host, name, tip);
+    if (!is_kept(copy, host.notify, tip, full)) confirm_loss(host, name, tip);
     const OwnedIndex lock = copy.lock_index(); // not over the question; HEAD may have moved there
     require_not_current(copy, name);
     check(zReferenceDelete(reference.get()), name); // as it was asked about, else not

@@ -2,11 +2,14 @@
 
 #include "amend.hpp"
 #include "author.hpp"
+#include "detached.hpp"
 #include "foreign_rows.hpp"
 #include "index_change.hpp"
 #include "merge_state.hpp"
 #include "remote_copy.hpp"
 #include "sending.hpp"
+
+#include <utility>
 
 namespace host {
 
@@ -56,6 +59,7 @@ struct Request {
     const Paths &paths;
     PathSpec *spec; // null: the whole index
     std::string author, message;
+    bool is_told = false; // that a merge ends with it
 };
 
 // Under the index's lock. Null where another program came in between. One of paths only settles no
@@ -69,6 +73,7 @@ OwnedCommit commit(Host &host, const WorkingCopy &copy, Index *index, Request &r
     std::string &message = request.message;
     if (!message.ends_with(note)) message += note; // once, however often it is tried
     stop_on_break(host.notify);
+    if (merge && !std::exchange(request.is_told, true)) tell_merge_ends(host, *merge);
     const auto make = [&](PathSpec *spec) {
         return OwnedCommit(zIndexCommitWith(index, spec, u"HEAD", wide(request.author).c_str(),
                                             wide(message).c_str(), merge ? &merge->theirs : nullptr,
@@ -90,7 +95,9 @@ int commit_here(Host &host, const WorkingCopy &copy, Request request) {
         return made != nullptr;
     };
     if (!make_unless_conflicts(copy, make)) return fail_conflicts(host);
-    return tell_commit(host, made.get(), request.author, request.message);
+    tell_commit(host, made.get(), request.author, request.message);
+    if (!request.paths.empty()) tell_merge(host, copy, false); // of paths only: it goes on
+    return kDone;
 }
 
 // What a commit takes from the disk; nothing where it takes the index as it is.
@@ -117,13 +124,17 @@ std::string message_of(const Options &options) {
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     const std::string message = message_of(options);
+    require_branch(copy);
     OwnedSpec spec = selection(host, copy, options);
     if (options.amend)
         return amend(host, copy, {options.paths, spec.get(), clean(options.author), message});
     if (!origin_of(copy).empty())
         return send_commit(host, copy, options.paths, std::move(spec), options.author, message);
     return commit_here(host, copy,
-                       {options.paths, spec.get(), author_of(host, copy, options.author), message});
+                       {.paths = options.paths,
+                        .spec = spec.get(),
+                        .author = author_of(host, copy, options.author),
+                        .message = message});
 }
 
 } // namespace

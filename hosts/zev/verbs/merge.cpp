@@ -13,6 +13,7 @@
 
 #include "author.hpp"
 #include "bytes.hpp"
+#include "detached.hpp"
 #include "dxf/check.hpp"
 #include "dxf/rows.hpp"
 #include "graph.hpp"
@@ -296,6 +297,7 @@ int run(Host &host, const Options &options) {
     WorkingCopy copy;
     if (options.abort) return abort_merge(host, copy);
     if (options.branch.empty()) throw Failed(kInvalid, "which branch is to be merged?");
+    require_branch(copy);
     return Merge(host, copy, options).run();
 }
 

@@ -1,0 +1,19 @@
+// Detached: HEAD at a commit and on no branch, as where somebody looks at an old state.
+#pragma once
+
+#include "verb.hpp"
+
+namespace host {
+
+bool is_detached(const WorkingCopy &copy);
+
+// A branch to go back to; "BRANCH" where there is not just one.
+std::string way_back(const WorkingCopy &copy);
+
+// For whoever looks; nothing on a branch. Where stdout is for programs it is said beside it.
+void tell_detached(Host &host, const WorkingCopy &copy, bool beside = false);
+
+// Throws there: what is to be made would be on no branch, and lost when the user goes back.
+void require_branch(const WorkingCopy &copy);
+
+} // namespace host
