@@ -115,6 +115,21 @@ std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const P
     return moves;
 }
 
+void tell_moves(Host &host, const WorkingCopy &copy, const StatusList *list) {
+    Paths gone, untracked;
+    for (uint64_t i = 0; i < zStatusListLength(list); ++i) {
+        const StatusEntry *entry = zStatusListEntry(list, i);
+        const int32_t kind = zStatusEntryStatus(entry);
+        if (kind == Z_KIND_MISSING) gone.push_back(narrow(zStatusEntryPath(entry)));
+        if (kind == Z_KIND_UNTRACKED) untracked.push_back(narrow(zStatusEntryPath(entry)));
+    }
+    for (const Move &move : find_moves(copy, gone, untracked)) {
+        host.out.line(typed_path(move.from) + " is " + typed_path(move.to) +
+                      " now; \"zev mv\" with both names says so");
+        host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
+    }
+}
+
 void follow_moves(const WorkingCopy &copy, const Paths &untracked) {
     if (untracked.empty()) return;
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));

@@ -2,7 +2,7 @@
 // known again by its table, any other file by its bytes.
 #pragma once
 
-#include "copy.hpp"
+#include "verb.hpp"
 
 namespace host {
 
@@ -13,6 +13,9 @@ struct Move {
 // Of tracked files that are gone from the disk, and of files that nobody tracks, those that are the
 // same; each once, in the order of the first.
 std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const Paths &untracked);
+
+// Says which files of a status look lost and new, and are one, renamed outside.
+void tell_moves(Host &host, const WorkingCopy &copy, const StatusList *list);
 
 // Untracked drawings that were one of HEAD or of the index which is gone from the disk: its table
 // serves them from here on, so that they don't count as copies and their past goes on.

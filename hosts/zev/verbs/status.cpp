@@ -1,9 +1,12 @@
 // status: what differs between the last commit, the index and the disk.
 
+#include "detached.hpp"
 #include "kinds.hpp"
+#include "merge_state.hpp"
 #include "moved.hpp"
 #include "reception.hpp"
 #include "server_note.hpp"
+#include "transfer.hpp"
 #include "verb.hpp"
 #include "when.hpp"
 
@@ -157,12 +160,9 @@ void print_short(Host &host, const File &file) {
 
 // ---- All of them
 
-// Under the lock, so that the times of files that turned out unchanged are remembered; when another
-// process holds it, or the copy can't be written, a look without it does.
+// Without the lock: whoever looks writes nothing, and holds up nobody.
 OwnedStatus look(const WorkingCopy &copy, PathSpec *spec) {
-    OwnedStatus list(zShellStatus(copy.repository(), spec));
-    if (list || zErrorClass() != kLocked) return OwnedStatus(check(list.release()));
-    OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     return OwnedStatus(check(zStatusListBuild(index.get(), spec)));
 }
 
@@ -188,21 +188,6 @@ void print_sections(Host &host, const std::vector<File> &files) {
             host.out.line(host.out.paint(Colour::dim, section) + " " +
                           narrow(zStatusEntryPath(file.entry)));
         }
-}
-
-// What looks lost and what looks new may be one file, renamed outside.
-void tell_moves(Host &host, const WorkingCopy &copy, const std::vector<File> &files) {
-    Paths gone, untracked;
-    for (const File &file : files) {
-        if (file.kind != Z_KIND_MISSING && file.kind != Z_KIND_UNTRACKED) continue;
-        (file.kind == Z_KIND_MISSING ? gone : untracked)
-            .push_back(narrow(zStatusEntryPath(file.entry)));
-    }
-    for (const Move &move : find_moves(copy, gone, untracked)) {
-        host.out.line(say("%s is %s now; \"zev mv\" with both names says so", typed_path(move.from),
-                          typed_path(move.to)));
-        host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
-    }
 }
 
 // What was known of the server when it was asked last; nobody is asked.
@@ -240,7 +225,13 @@ int run(Host &host, const Options &options) {
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i)
         files.emplace_back(zStatusListEntry(list.get(), i), conflicts);
     if (files.empty()) require_known(copy, options.paths, host.notify);
-    if (options.brief && !host.out.json()) return print_sections(host, files), kDone;
+    const bool beside = options.brief && !host.out.json();
+    tell_detached(host, copy, beside);
+    if (beside) {
+        print_sections(host, files);
+        tell_merge(host, copy, has_conflicts(copy), beside);
+        return kDone;
+    }
     bool conflicted = false, missing = false;
     for (const File &file : files) {
         stop_on_break(host.notify);
@@ -249,12 +240,15 @@ int run(Host &host, const Options &options) {
         host.out.json() ? print_json(host, file) : print_long(host, file);
     }
     if (host.out.json()) tell_server(host, copy);
-    tell_moves(host, copy, files);
+    tell_moves(host, copy, list.get());
+    if (host.out.json()) tell_merge(host, copy, has_conflicts(copy));
     host.out.record(Record("summary").set(u"changes", uint64_t{files.size()}));
     if (files.empty()) host.out.line("nothing has changed");
     if (missing) host.out.line("\"zev revert\" brings back what is missing, \"zev rm\" drops it");
     if (conflicted) host.out.line("\"zev conflicts\" tells more, \"zev resolve\" settles them");
-    if (!host.out.json()) tell_server(host, copy);
+    if (host.out.json()) return kDone;
+    tell_merge(host, copy, has_conflicts(copy));
+    tell_server(host, copy);
     return kDone;
 }
 
