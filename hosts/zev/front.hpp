@@ -1,5 +1,5 @@
-// Front: the working copy connected to the library's command front, for the verbs that change it
-// or list its tree; and what of it the user's paths select.
+// Front: the working copy connected to the library's command front, for verbs that change it; and
+// what of it the user's paths select.
 #pragma once
 
 #include "verb.hpp"

@@ -1,9 +1,75 @@
 // A directory's name ends in a slash; in text as in JSON.
+//
+// All keep-files are alike: which of them is taken for which is chance where several directories
+// moved. The files that came along know better.
 #include "listing.hpp"
 
 #include "kinds.hpp"
 
+#include <map>
+#include <set>
+
 namespace host {
+
+namespace {
+
+constexpr std::string_view kKeep = ".gitkeep";
+
+bool is_keep(const std::string &path) { return path.ends_with("/.gitkeep"); }
+
+// With its slash; empty for the top.
+std::string directory_of(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
+
+bool is_of_tracked(int32_t kind) {
+    return kind != Z_KIND_UNCHANGED && kind != Z_KIND_UNTRACKED && kind != Z_KIND_IGNORED &&
+           kind != Z_KIND_UNREADABLE;
+}
+
+using Names = std::set<std::string>;
+
+// Where a keep-file went away.
+Names gone_keeps(const std::vector<Listed> &changes) {
+    Names gone;
+    for (const Listed &change : changes) {
+        const bool renamed = change.kind == Z_KIND_RENAMED;
+        const std::string &path = renamed ? change.old : change.path;
+        if ((renamed || change.kind == Z_KIND_DELETED) && is_keep(path)) gone.insert(path);
+    }
+    return gone;
+}
+
+void find_origins(std::vector<Listed> &changes) {
+    const Names gone = gone_keeps(changes);
+    std::map<std::string, Names> origins; // of a directory's files
+    for (const Listed &change : changes)
+        if (change.kind == Z_KIND_RENAMED && !is_keep(change.path))
+            origins[directory_of(change.path)].insert(directory_of(change.old));
+    for (Listed &change : changes) {
+        if (change.kind != Z_KIND_RENAMED || !is_keep(change.path)) continue;
+        const Names &from = origins[directory_of(change.path)];
+        if (from.size() != 1) continue;
+        std::string keep = *from.begin() + std::string(kKeep);
+        if (gone.contains(keep)) change.old = std::move(keep);
+    }
+}
+
+} // namespace
+
+std::vector<Listed> listed_changes(const StatusList *list) {
+    std::vector<Listed> changes;
+    for (uint64_t i = 0; i < zStatusListLength(list); ++i) {
+        const StatusEntry *entry = zStatusListEntry(list, i);
+        Listed listed{zStatusEntryStatus(entry), "", narrow(zStatusEntryPath(entry))};
+        if (!is_of_tracked(listed.kind)) continue;
+        if (listed.kind == Z_KIND_RENAMED) listed.old = narrow(zStatusEntryFrom(entry));
+        changes.push_back(std::move(listed));
+    }
+    find_origins(changes);
+    for (Listed &change : changes)
+        for (std::string *path : {&change.old, &change.path})
+            if (is_keep(*path)) *path = directory_of(*path);
+    return changes;
+}
 
 void print_listed(Host &host, const char *type, const Listed &listed) {
     const char *kind = kind_name(listed.kind);

@@ -1,6 +1,8 @@
 // changes: what a commit of some paths would take.
 
+#include "front.hpp"
 #include "listing.hpp"
+#include "moved.hpp"
 
 #include <map>
 
@@ -14,36 +16,52 @@ struct Options {
 
 void declare(Command &verb, Options &options) {
     verb.description("Show what a commit of these paths would take");
-    verb.footer(
-        "Tracked files only, with the new directories above them. A file that is gone from\n"
-        "the disk, and not by \"zev rm\", is brought back first.\n"
-        "Examples:\n  zev changes\n  zev changes plans");
+    verb.footer("Tracked files only, with the new directories above them, also what is missing: "
+                "gone from\n"
+                "the disk, and not by \"zev rm\". Nothing is changed.\n"
+                "Examples:\n  zev changes\n  zev changes plans");
     verb.add_option("paths", options.paths, "Files, directories, patterns; else everything");
 }
 
-using ListedMap = std::map<std::string, Listed>;
+using ListedMap = std::map<std::string, Listed>; // by path
 
-ListedMap changelist(const Front &front, WideList &&paths) {
-    ListedMap found;
-    auto visit = [&](const Listed &listed) { found.try_emplace(listed.path, listed); };
-    check(zCommandChangelist(front.path(), paths.size(), paths.data(), listing<decltype(visit)>(),
-                             &visit));
-    return found;
+bool is_new(const Listed &listed) {
+    return listed.kind == Z_KIND_ADDED || listed.kind == Z_KIND_RENAMED;
 }
 
-// The front doesn't find deleted files by name, nor patterns: these come out of the whole.
+bool is_selected(const Selection &selection, const Listed &listed) {
+    const auto has = [&](const std::string &path) {
+        return selection.has(path.ends_with('/') ? path.substr(0, path.size() - 1) : path);
+    };
+    return has(listed.path) || (!listed.old.empty() && has(listed.old));
+}
+
+// What is new can't be committed without the new directories above it.
+void add_above(const ListedMap &changes, const std::string &path, ListedMap &found) {
+    for (size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+        const auto above = changes.find(path.substr(0, slash + 1));
+        if (above != changes.end() && is_new(above->second)) found.insert(*above);
+    }
+}
+
 int run(Host &host, const Options &options) {
-    WorkingCopy copy;
+    const WorkingCopy copy;
     const Selection selection(copy, options.paths);
-    const Front front(host, copy);
-    WideList all, names;
-    all.add("");
-    for (const std::string &path : selection.names()) names.add(path);
-    ListedMap found = selection.all() ? ListedMap() : changelist(front, std::move(names));
-    for (const auto &[path, listed] : changelist(front, std::move(all)))
-        if (selection.has(path.ends_with('/') ? path.substr(0, path.size() - 1) : path))
-            found.try_emplace(path, listed);
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedSpec all = copy.spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED, host.notify);
+    const OwnedStatus list(check(zStatusListBuild(index.get(), all.get())));
+    ListedMap changes, found;
+    for (Listed &listed : listed_changes(list.get())) {
+        std::string path = listed.path;
+        changes.emplace(std::move(path), std::move(listed));
+    }
+    for (const auto &[path, listed] : changes) {
+        if (!is_selected(selection, listed)) continue;
+        found.emplace(path, listed);
+        if (is_new(listed)) add_above(changes, path, found);
+    }
     for (const auto &[path, listed] : found) print_listed(host, "change", listed);
+    if (selection.all()) tell_moves(host, copy, list.get());
     host.out.record(Record("summary").set(u"changes", uint64_t{found.size()}));
     if (found.empty()) host.out.line("nothing has changed");
     return kDone;
