@@ -50,9 +50,6 @@ Nodes analyse(const WorkingCopy &copy) {
 
 Nodes look(const WorkingCopy &copy) {
     OwnedSpec everything(check(zPathSpecNew(nullptr, 0)));
-    OwnedAnalysis analysis(zShellConflict(copy.repository(), everything.get()));
-    if (analysis || zErrorClass() != kLocked)
-        return Nodes(OwnedAnalysis(check(analysis.release())));
     OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     return Nodes(OwnedAnalysis(check(zConflictAnalyze(index.get(), everything.get()))));
 }

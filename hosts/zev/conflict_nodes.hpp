@@ -73,7 +73,7 @@ class Nodes {
     std::set<ConflictNode *> picked_;
 };
 
-// To decide, under the lock; and to look on, which does without it when another process has it.
+// To decide, under the lock; and to look on, without it.
 Nodes analyse(const WorkingCopy &copy);
 Nodes look(const WorkingCopy &copy);
 

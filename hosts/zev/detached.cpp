@@ -2,6 +2,7 @@
 #include "detached.hpp"
 
 #include "refs.hpp"
+#include "remote_copy.hpp"
 #include "show.hpp"
 #include "walks.hpp"
 
@@ -19,23 +20,31 @@ std::string way_back(const WorkingCopy &copy) {
     return branches.size() == 1 ? branches.front() : "BRANCH";
 }
 
+std::string detached_text(const WorkingCopy &copy) {
+    const std::string text = "at " + short_id(zCommitId(copy.head().get())) +
+                             " and on no branch: \"zev switch " + way_back(copy) + "\" goes back";
+    const bool is_followed = !origin_of(copy).empty(); // then nothing is sent from other branches
+    return is_followed ? text : text + ", \"zev switch --create NAME\" makes a branch of it";
+}
+
 void tell_detached(Host &host, const WorkingCopy &copy, bool beside) {
     if (!is_detached(copy)) return;
-    const OwnedCommit head = copy.head();
-    const std::string text = "at " + short_id(zCommitId(head.get())) +
-                             " and on no branch: \"zev switch " + way_back(copy) +
-                             "\" goes back, \"zev switch --create NAME\" makes a branch of it";
+    const std::string text = detached_text(copy);
     if (beside) return host.out.warn(text);
     host.out.line(text);
-    host.out.record(Record("detached").set(u"commit", zCommitId(head.get())));
+    host.out.record(Record("detached").set(u"commit", zCommitId(copy.head().get())));
 }
 
 void require_branch(const WorkingCopy &copy) {
     if (!is_detached(copy)) return;
+    const std::string back = "\"zev switch " + way_back(copy) + "\" goes back";
+    if (!origin_of(copy).empty())
+        throw Failed(kOther, "HEAD is on no branch, and nothing is sent from there; " + back +
+                                 ", \"zev reset REV\" then makes an old state a change of yours");
     throw Failed(kOther, "HEAD is on no branch, and what is committed there would be lost; \"zev "
                          "switch --create NAME\" makes a branch of it, and your changes come "
-                         "along; \"zev switch " +
-                             way_back(copy) + "\" goes back");
+                         "along; " +
+                             back);
 }
 
 } // namespace host

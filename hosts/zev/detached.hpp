@@ -10,6 +10,9 @@ bool is_detached(const WorkingCopy &copy);
 // A branch to go back to; "BRANCH" where there is not just one.
 std::string way_back(const WorkingCopy &copy);
 
+// Where that is, and what leads back.
+std::string detached_text(const WorkingCopy &copy);
+
 // For whoever looks; nothing on a branch. Where stdout is for programs it is said beside it.
 void tell_detached(Host &host, const WorkingCopy &copy, bool beside = false);
 

@@ -2,6 +2,7 @@
 // any, and a file comes by its path alone, with the trees that lead to it.
 #include "server_history.hpp"
 
+#include "detached.hpp"
 #include "server.hpp"
 #include "verb.hpp"
 
@@ -31,24 +32,26 @@ bool has_file(const WorkingCopy &copy, const Commit *commit, const std::string &
     return zOdbExists(odb.get(), zTreeEntryId(entry.get()));
 }
 
-OwnedCommit find(const Host &host, const WorkingCopy &copy, const std::string &revision) try {
-    return copy.commit(revision);
+// Null also where HEAD follows none of the server's branches.
+OwnedCommit followed_commit(const WorkingCopy &copy) try {
+    if (!has_server(copy)) return {};
+    return server_commit(copy);
 } catch (const Failed &failed) {
-    if (failed.error_class != kNotFound || !has_server(copy)) throw;
-    bring_history(host, copy);
-    return copy.commit(revision);
+    if (failed.error_class != kNotFound) throw;
+    return {};
 }
 
 } // namespace
 
 OwnedCommit newest_commit(const WorkingCopy &copy) {
-    OwnedCommit newest;
-    if (has_server(copy)) newest = server_commit(copy);
+    OwnedCommit newest = followed_commit(copy);
     return newest ? std::move(newest) : copy.head();
 }
 
 void bring_history(const Host &host, const WorkingCopy &copy) {
-    const OwnedCommit newest = has_server(copy) ? server_commit(copy) : OwnedCommit();
+    if (!has_server(copy)) return;
+    OwnedCommit newest = followed_commit(copy);
+    if (!newest && is_detached(copy)) newest = copy.head();
     if (!newest || is_whole(copy, newest.get())) return;
     use_account(server_of(origin_of(copy)));
     const OwnedRemote remote(check(zRemoteOpen(copy.repository())));
@@ -61,9 +64,17 @@ void bring_history(const Host &host, const WorkingCopy &copy) {
                       narrow(zErrorDetail())));
 }
 
+OwnedCommit find_commit(const Host &host, const WorkingCopy &copy, const std::string &revision) try {
+    return copy.commit(revision);
+} catch (const Failed &failed) {
+    if (failed.error_class != kNotFound || !has_server(copy)) throw;
+    bring_history(host, copy);
+    return copy.commit(revision);
+}
+
 OwnedCommit commit_with(const Host &host, const WorkingCopy &copy, const std::string &revision,
                         const std::string &path) {
-    OwnedCommit commit = find(host, copy, revision);
+    OwnedCommit commit = find_commit(host, copy, revision);
     if (!has_server(copy) || has_file(copy, commit.get(), path)) return commit;
     use_account(server_of(origin_of(copy)));
     const OwnedRemote remote(check(zRemoteOpen(copy.repository())));

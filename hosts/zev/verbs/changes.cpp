@@ -16,17 +16,11 @@ struct Options {
 
 void declare(Command &verb, Options &options) {
     verb.description("Show what a commit of these paths would take");
-    verb.footer("Tracked files only, with the new directories above them, also what is missing: "
-                "gone from\n"
-                "the disk, and not by \"zev rm\". Nothing is changed.\n"
+    verb.footer("Tracked files only, also what is missing: gone from the disk, and not by \"zev "
+                "rm\".\n"
+                "Nothing is changed.\n"
                 "Examples:\n  zev changes\n  zev changes plans");
     verb.add_option("paths", options.paths, "Files, directories, patterns; else everything");
-}
-
-using ListedMap = std::map<std::string, Listed>; // by path
-
-bool is_new(const Listed &listed) {
-    return listed.kind == Z_KIND_ADDED || listed.kind == Z_KIND_RENAMED;
 }
 
 bool is_selected(const Selection &selection, const Listed &listed) {
@@ -36,29 +30,16 @@ bool is_selected(const Selection &selection, const Listed &listed) {
     return has(listed.path) || (!listed.old.empty() && has(listed.old));
 }
 
-// What is new can't be committed without the new directories above it.
-void add_above(const ListedMap &changes, const std::string &path, ListedMap &found) {
-    for (size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
-        const auto above = changes.find(path.substr(0, slash + 1));
-        if (above != changes.end() && is_new(above->second)) found.insert(*above);
-    }
-}
-
 int run(Host &host, const Options &options) {
     const WorkingCopy copy;
     const Selection selection(copy, options.paths);
     const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
     const OwnedSpec all = copy.spec({}, Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED, host.notify);
     const OwnedStatus list(check(zStatusListBuild(index.get(), all.get())));
-    ListedMap changes, found;
+    std::map<std::string, Listed> found; // by path
     for (Listed &listed : listed_changes(list.get())) {
         std::string path = listed.path;
-        changes.emplace(std::move(path), std::move(listed));
-    }
-    for (const auto &[path, listed] : changes) {
-        if (!is_selected(selection, listed)) continue;
-        found.emplace(path, listed);
-        if (is_new(listed)) add_above(changes, path, found);
+        if (is_selected(selection, listed)) found.emplace(std::move(path), std::move(listed));
     }
     for (const auto &[path, listed] : found) print_listed(host, "change", listed);
     if (selection.all()) tell_moves(host, copy, list.get());

@@ -1,6 +1,7 @@
 // conflicts: what a merge left to decide.
 
 #include "conflict_nodes.hpp"
+#include "detached.hpp"
 #include "kinds.hpp"
 #include "merge_state.hpp"
 #include "server_history.hpp"
@@ -94,8 +95,8 @@ std::pair<Origins, Origins> origins_of(const Host &host, const WorkingCopy &copy
         bring_history(host, copy);
         const Owned<Revdb, zRevdbFree> records(check(zRevdbOpen(copy.repository())));
         return {{},
-                last_changes(host, server_commit(copy), committed_paths(nodes, kTheirs),
-                             records.get())};
+                last_changes(host, is_detached(copy) ? OwnedCommit() : server_commit(copy),
+                             committed_paths(nodes, kTheirs), records.get())};
     }
     OwnedCommit ours(copy.born() ? zCommitHead(copy.repository()) : nullptr);
     return {last_changes(host, std::move(ours), committed_paths(nodes, kOurs)),

@@ -1,5 +1,6 @@
 // info: where a copy comes from, who the user is there, and how far it is behind.
 
+#include "detached.hpp"
 #include "server.hpp"
 #include "server_note.hpp"
 #include "show.hpp"
@@ -36,6 +37,7 @@ struct State {
     std::optional<Oid> newest; // of the server's branch
     std::optional<uint64_t> commits, files;
     ServerStanding standing;
+    bool is_detached = false;
     std::string unreached; // why the server could not be asked
 };
 
@@ -59,8 +61,10 @@ State look(Host &host, const WorkingCopy &copy, const Options &options) {
     state.url = origin_of(copy);
     if (state.url.empty()) return state;
     if (const auto account = find_account(server_of(state.url))) state.user = account->user;
-    state.branch = followed_branch(copy);
     state.note = read_note(copy);
+    state.is_detached = is_detached(copy);
+    if (state.is_detached) return state; // and follows nothing that could be ahead
+    state.branch = followed_branch(copy);
     if (!options.offline) ask(host, copy, state);
     if (const OwnedCommit newest = server_commit(copy)) state.newest = *zCommitId(newest.get());
     state.files = known_updates(copy);
@@ -89,6 +93,7 @@ void print(Host &host, const WorkingCopy &copy, const State &state) {
     line("server", state.url.empty() ? say("none") : state.url);
     if (state.url.empty()) return;
     line("you", state.user.empty() ? say("not logged in") : state.user);
+    if (state.is_detached) return host.out.line(detached_text(copy));
     line("branch", state.branch.substr(state.branch.rfind('/') + 1));
     line("at", state.note.at ? short_id(&*state.note.at) : "");
     line("newest", state.newest ? short_id(&*state.newest) : "");
@@ -105,7 +110,8 @@ int run(Host &host, const Options &options) {
     print(host, copy, state);
     Record record("copy");
     record.set(u"path", copy.root().string());
-    if (!state.url.empty()) record.set(u"url", state.url).set(u"branch", state.branch);
+    if (!state.url.empty()) record.set(u"url", state.url);
+    if (!state.branch.empty()) record.set(u"branch", state.branch);
     if (!state.user.empty()) record.set(u"user", state.user);
     if (state.note.at) record.set(u"at", &*state.note.at);
     if (state.newest) record.set(u"newest", &*state.newest);

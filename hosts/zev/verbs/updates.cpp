@@ -39,10 +39,12 @@ OwnedDiff list_updates(Host &host, const WorkingCopy &copy, const Options &optio
 int run(Host &host, const Options &options) {
     const WorkingCopy copy;
     OwnedRemote remote;
-    if (options.offline)
+    if (options.offline) {
         remote.reset(check(zRemoteOpen(copy.repository()), say("this copy has no server")));
-    else
+        server_commit(copy); // throws where HEAD follows none of its branches
+    } else {
         remote = open_remote(copy);
+    }
     const OwnedDiff list = list_updates(host, copy, options, remote.get());
     const Entries entries = entries_of(list.get());
     const uint64_t count = entries.size();
