@@ -73,9 +73,10 @@ def go_apart_and_together():
             merge --abort; merge other =4; status; commit -m early =4; conflicts; resolve --both
             note.txt; commit -m settled; branch side HEAD~1; branch --delete side; merge side =3;
             merge other; switch --create tip; papers/tip.txt<tip; add papers; commit -m tip;
-            switch master; merge tip""")
+            switch master; merge tip; switch HEAD~1; switch HEAD~0; status; branch; commit -m lost =1;
+            switch master""")
     os.rename("ground.dwx", "renamed.dwx")
-    play("status; mv ground.dwx renamed.dwx; clone . ../cloned; gc; verify; verify --quick")
+    play("status; changes; mv ground.dwx renamed.dwx; clone . ../cloned; gc; verify; verify --quick")
     shutil.rmtree(".git/tables")
     play("verify =1")
 

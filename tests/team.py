@@ -437,7 +437,7 @@ def another_project(server, url, ann):
 
 
 def never_sent(server, ann, ben):
-    """Commits by git and by a switch, and a server that comes back from an older backup."""
+    """Commits by git, and a server that comes back from an older backup."""
     def git(line):
         return subprocess.run(["git", "-c", "user.name=Ann", "-c", "user.email=a", *line.split()],
                               cwd=ann.copy, capture_output=True, text=True, check=True).stdout
@@ -462,7 +462,8 @@ def never_sent(server, ann, ben):
     expect(ann.zev("status").count("yours") == 0, "all is sent")
     ben.zev("update")
     expect(ben.read("hand.txt") == ben.read("alone.txt") == b"by git", "and came")
-    ann.zev("switch HEAD~1")
+    git("read-tree -u --reset HEAD~1")
+    git("commit -q -m back")
     ann.zev("update")
     ann.zev(["commit", "-m", "as it was"])
     text = ann.zev("switch -c details", 1)
@@ -493,6 +494,26 @@ def never_sent(server, ann, ben):
     ben.sound()
 
 
+def looks_back(ann):
+    """At an old state of the copy's own and at one of the server's; nothing goes from there."""
+    ann.zev("update")
+    before = ann.state()
+    commits = [each["id"] for each in ann.records("log -n 2") if each["type"] == "commit"]
+    for old in ("HEAD~1", commits[1]):
+        expect("zev switch master" in ann.zev("switch " + old), "the way back")
+        text = ann.zev("status") + ann.zev("info") + ann.zev("branch")
+        expect(text.count("on no branch") == 3, "where it is: " + text)
+        expect("branch" not in ann.records("info")[-1], "it follows none")
+        ann.zev("log -n 1")
+        for line, code in (("update", 3), ("updates", 3), ("updates --offline", 3),
+                           ("commit -m lost", 1), ("commit -m lost .", 1), ("merge master", 1)):
+            expect("zev switch master" in ann.zev(line, code), line + " says where to go")
+        ann.zev("switch master")
+        expect({**ann.state(), "index": 0} == {**before, "index": 0}, "all as before " + old)
+        expect("nothing has changed" in ann.zev("status"), "and no change")
+    ann.sound()
+
+
 def host_of_the_library(url, ann, program):
     """examples/team.c, beside a commit that it has not got."""
     copy = ann.home + "/example"
@@ -520,6 +541,7 @@ def play(work, data, example):
         renamed_project(ben, data)
         taken_places(url, ann, ben)
         never_sent(server, ann, ben)
+        looks_back(ann)
         host_of_the_library(url, ann, example)
         broken_line(url, server, ann, ben)
         links(ann, ben)

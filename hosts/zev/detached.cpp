@@ -11,6 +11,8 @@ namespace host {
 bool is_detached(const WorkingCopy &copy) { return current_branch(copy).empty(); }
 
 std::string way_back(const WorkingCopy &copy) {
+    if (!origin_of(copy).empty())
+        if (std::string followed = following_branch(copy); !followed.empty()) return followed;
     std::vector<std::string> branches;
     each_reference(copy.repository(), [&](Reference *reference) {
         const std::string name = narrow(zReferenceName(reference));

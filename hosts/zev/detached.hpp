@@ -7,7 +7,8 @@ namespace host {
 
 bool is_detached(const WorkingCopy &copy);
 
-// A branch to go back to; "BRANCH" where there is not just one.
+// A branch to go back to, in a copy of a server's project one that follows the server; "BRANCH"
+// where it may be any of several.
 std::string way_back(const WorkingCopy &copy);
 
 // Where that is, and what leads back.

@@ -36,18 +36,6 @@ bool is_project(const std::string &text) {
 
 // ---- Branches
 
-// Where a user goes back to: a branch that follows one of the server's; empty without one.
-std::string following_branch(const WorkingCopy &copy) {
-    std::string found;
-    each_reference(copy.repository(), [&](Reference *reference) {
-        const OwnedBranch branch(zBranchLookup(copy.repository(), zReferenceName(reference)));
-        if (!branch || !zBranchIsLocal(branch.get())) return true;
-        if (OwnedBranch(zBranchUpstream(branch.get()))) found = narrow(zBranchName(branch.get()));
-        return found.empty();
-    });
-    return found;
-}
-
 OwnedBranch upstream_of(const WorkingCopy &copy) {
     const OwnedBranch head(zBranchHead(copy.repository()));
     OwnedBranch upstream(head ? zBranchUpstream(head.get()) : nullptr);
@@ -195,6 +183,17 @@ OwnedRemote open_remote(const WorkingCopy &copy) {
 }
 
 // ---- Branches
+
+std::string following_branch(const WorkingCopy &copy) {
+    std::string found;
+    each_reference(copy.repository(), [&](Reference *reference) {
+        const OwnedBranch branch(zBranchLookup(copy.repository(), zReferenceName(reference)));
+        if (!branch || !zBranchIsLocal(branch.get())) return true;
+        if (OwnedBranch(zBranchUpstream(branch.get()))) found = narrow(zBranchName(branch.get()));
+        return found.empty();
+    });
+    return found;
+}
 
 bool follows(const WorkingCopy &copy, const std::string &name) {
     const OwnedBranch branch(check(zBranchLookup(copy.repository(), wide(name).c_str())));

@@ -32,6 +32,9 @@ OwnedRemote open_remote(const WorkingCopy &copy);
 // Whether a branch, by its full name, follows one of the server's.
 bool follows(const WorkingCopy &copy, const std::string &branch);
 
+// The short name of a branch that follows one of the server's; empty without one.
+std::string following_branch(const WorkingCopy &copy);
+
 // The server's branch that the copy follows: by its full name there; its newest commit as far as
 // it is known here, null for none.
 std::string followed_branch(const WorkingCopy &copy);

@@ -143,7 +143,7 @@ TEST_F(StandingTest, LinesOfGitAreFollowed) {
     EXPECT_EQ(copy.at("plan") + copy.status(), "third");
 }
 
-// A switch to an older state makes a commit, which looks like an update's.
+// A checkout of an older state makes a commit, which looks like an update's.
 TEST_F(StandingTest, AStateOfOldIsKeptAndSent) {
     const std::string old = copy.git("rev-parse HEAD");
     copy.put("plan", "second");

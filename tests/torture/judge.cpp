@@ -422,6 +422,7 @@ std::string next_commit(const Case &at) {
     write(at.play.copy() / "next.txt", "the next day\n");
     std::vector<Words> steps{{"zev", "commit", "-m", "next", "."}};
     if (at.expected.git) steps = {{"git", "add", "-A"}, {"git", "commit", "-qm", "next"}};
+    if (at.now.branch.empty()) at.play.run({"zev", "switch", "--create", "next"}); // commits come
     // A resolution that was cut short may be taken back by the next command.
     if (!at.expected.git && (at.now.conflicts || at.expected.before.conflicts))
         at.play.run({"zev", "resolve", "--mine", "--all"});

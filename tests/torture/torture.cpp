@@ -102,6 +102,8 @@ git commit -qm ours
 )";
 const std::string kConflict = kContrary + "git merge -q side || true";
 
+const std::string kLooking = kTwoCommits + R"("$ZEV" switch HEAD~1)";
+
 const std::string kTaken = R"(
 echo second >docs/note.txt
 "$ZEV" rm docs/note.txt many
@@ -173,7 +175,8 @@ const Operation kOperations[] = {
     {"switch create", kEdited, {"zev", "switch", "-c", "other"}},
     {"switch changed", kBranchedAndEdited, {"zev", "switch", "side"}, false, kConflicts},
     {"switch force", kBranchedAndEdited, {"zev", "--yes", "switch", "--force", "side"}},
-    {"switch commit", kTwoCommits, {"zev", "switch", "HEAD~1"}, true},
+    {"switch commit", kTwoCommits, {"zev", "switch", "HEAD~1"}},
+    {"switch back", kLooking, {"zev", "switch", "master"}},
     {"merge forward", kBranched, {"zev", "merge", "side"}, true},
     {"merge", kDiverged, {"zev", "merge", "side"}, true},
     {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
