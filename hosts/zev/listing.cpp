@@ -38,19 +38,38 @@ Names gone_keeps(const std::vector<Listed> &changes) {
     return gone;
 }
 
-void find_origins(std::vector<Listed> &changes) {
-    const Names gone = gone_keeps(changes);
+std::map<std::string, Names> origins_of(const std::vector<Listed> &changes) {
     std::map<std::string, Names> origins; // of a directory's files
     for (const Listed &change : changes)
         if (change.kind == Z_KIND_RENAMED && !is_keep(change.path))
             origins[directory_of(change.path)].insert(directory_of(change.old));
+    return origins;
+}
+
+bool is_new_keep(const Listed &change) {
+    return is_keep(change.path) && (change.kind == Z_KIND_RENAMED || change.kind == Z_KIND_ADDED);
+}
+
+// By the files that came along first; another one may have been given that place.
+void find_origins(std::vector<Listed> &changes) {
+    const Names gone = gone_keeps(changes);
+    const std::map<std::string, Names> origins = origins_of(changes);
+    Names taken, known;
     for (Listed &change : changes) {
-        if (change.kind != Z_KIND_RENAMED || !is_keep(change.path)) continue;
-        const Names &from = origins[directory_of(change.path)];
-        if (from.size() != 1) continue;
-        std::string keep = *from.begin() + std::string(kKeep);
-        if (gone.contains(keep)) change.old = std::move(keep);
+        const auto from = origins.find(directory_of(change.path));
+        if (!is_new_keep(change) || from == origins.end() || from->second.size() != 1) continue;
+        const std::string keep = *from->second.begin() + std::string(kKeep);
+        if (!gone.contains(keep) || !taken.insert(keep).second) continue;
+        change = {Z_KIND_RENAMED, keep, change.path};
+        known.insert(change.path);
     }
+    for (Listed &change : changes)
+        if (is_new_keep(change) && change.kind == Z_KIND_RENAMED && !known.contains(change.path) &&
+            !taken.insert(change.old).second)
+            change = {Z_KIND_ADDED, "", change.path};
+    std::erase_if(changes, [&](const Listed &change) {
+        return change.kind == Z_KIND_DELETED && taken.contains(change.path);
+    });
 }
 
 } // namespace

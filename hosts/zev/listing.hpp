@@ -1,5 +1,5 @@
-// Listing: tracked files with their states, as "changes" and "ls" show them. Nothing is written, and
-// what is gone from the disk is missing.
+// Listing: tracked files with their states, as "changes" and "ls" show them. Nothing is written,
+// and what is gone from the disk is missing.
 #pragma once
 
 #include "verb.hpp"

@@ -57,9 +57,10 @@ Record merge_record(const Unsettled &merge, bool conflicts) {
 void tell_merge(Host &host, const WorkingCopy &copy, bool conflicts, bool beside) {
     const auto merge = unsettled_merge(copy);
     if (!merge) return;
-    const std::string text = "the merge of " + short_id(&merge->theirs) + " is not committed yet: " +
-                             (conflicts ? "\"zev resolve\" settles its conflicts, " : "") +
-                             "\"zev commit\" ends it, \"zev merge --abort\" takes it back";
+    const std::string text =
+        "the merge of " + short_id(&merge->theirs) +
+        " is not committed yet: " + (conflicts ? "\"zev resolve\" settles its conflicts, " : "") +
+        "\"zev commit\" ends it, \"zev merge --abort\" takes it back";
     if (beside) return host.out.warn(text);
     host.out.line(text);
     host.out.record(merge_record(*merge, conflicts));

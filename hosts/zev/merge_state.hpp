@@ -21,8 +21,8 @@ void note_merge(const WorkingCopy &copy, const Unsettled &merge);
 void finish_merge(const WorkingCopy &copy);
 void require_no_merge(const WorkingCopy &copy); // throws while there is one
 
-// For whoever looks; nothing where none is under way. Where stdout is for programs it is said beside
-// it.
+// For whoever looks; nothing where none is under way. Where stdout is for programs it is said
+// beside it.
 void tell_merge(Host &host, const WorkingCopy &copy, bool conflicts, bool beside = false);
 // Before a commit that ends it.
 void tell_merge_ends(Host &host, const Unsettled &merge);

@@ -64,7 +64,8 @@ void bring_history(const Host &host, const WorkingCopy &copy) {
                       narrow(zErrorDetail())));
 }
 
-OwnedCommit find_commit(const Host &host, const WorkingCopy &copy, const std::string &revision) try {
+OwnedCommit find_commit(const Host &host, const WorkingCopy &copy,
+                        const std::string &revision) try {
     return copy.commit(revision);
 } catch (const Failed &failed) {
     if (failed.error_class != kNotFound || !has_server(copy)) throw;

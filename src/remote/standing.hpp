@@ -7,9 +7,9 @@
 //
 // <name> is the short one of the branch, with "%25" for a percent sign and "%2F" for a slash, so
 // that no branch of former days stands in the way of another. What lies beyond the first was never
-// sent: git made it, or a merge, or a checkout of an older state. Where the server's branch no longer
-// leads to the second, it went back, as from an older backup. What either loses by an update is the
-// user's: it becomes a change of his own, by going out from a tree without it.
+// sent: git made it, or a merge, or a checkout of an older state. Where the server's branch no
+// longer leads to the second, it went back, as from an older backup. What either loses by an update
+// is the user's: it becomes a change of his own, by going out from a tree without it.
 #pragma once
 
 #include "common/oid.hpp"

@@ -66,6 +66,102 @@ TEST_F(BranchVerbs, SwitchTakesLocalWorkAlong) {
     EXPECT_EQ(git("for-each-ref refs/zev"), "");
 }
 
+TEST_F(BranchVerbs, AnOldStateIsLookedAt) {
+    commit("a", "a2");
+    commit("n", "n1");
+    const std::string names = git("for-each-ref"), first = git("rev-parse HEAD~2");
+    write("b", "mine");
+    write("s", "staged");
+    ok("add s");
+    EXPECT_NE(ok("switch HEAD~2").find("\"zev switch master\" goes back"), std::string::npos);
+    EXPECT_EQ(content("a") + content("n") + content("b"), "a1(none)mine"); // mine comes along
+    EXPECT_EQ(git("rev-parse HEAD") + git("symbolic-ref -q HEAD"), first);
+    EXPECT_EQ(out("status --short") + git("status --short"), " M b\nA  s\n M b\nA  s\n");
+    for (const char *look : {"status", "status --short", "branch"})
+        EXPECT_NE(ok(look).find("and on no branch: \"zev switch master\""), std::string::npos);
+    // Nothing is made there that nobody would find again.
+    for (const char *verb : {"commit -m lost", "commit -m lost b", "commit --amend -m lost",
+                             "commit --all -m lost", "merge master"})
+        EXPECT_EQ(code(verb), 1) << verb;
+    EXPECT_EQ(git("rev-parse HEAD") + git("for-each-ref"), first + names);
+    ok("switch master");
+    EXPECT_EQ(content("a") + content("n") + content("b"), "a2n1mine");
+    EXPECT_EQ(git("symbolic-ref HEAD") + git("for-each-ref"), "refs/heads/master\n" + names);
+    EXPECT_EQ(git("status --short") + git("rev-list --count --all"), " M b\nA  s\n3\n");
+    // What would be lost is asked about, there and back; untracked files, too.
+    write("a", "mine too");
+    for (const char *answer : {"", " --no", " --json", " --answer 2"}) {
+        EXPECT_EQ(code(std::string("switch HEAD~2") + answer), 6) << answer;
+        EXPECT_EQ(content("a") + git("symbolic-ref HEAD"), "mine too"
+                                                           "refs/heads/master\n");
+    }
+    ok("--yes switch HEAD~2");
+    EXPECT_EQ(content("a") + content("b"), "a1mine");
+    write("n", "in the way");
+    EXPECT_EQ(code("switch master"), 6);
+    EXPECT_EQ(content("n") + git("rev-parse HEAD"), "in the way" + first);
+    ok("--yes switch master");
+    EXPECT_EQ(content("a") + content("n"), "a2n1");
+    ok("--yes undo");
+    ok("--yes undo");
+    EXPECT_EQ(content("a") + content("n"), "mine tooin the way");
+}
+
+TEST_F(BranchVerbs, WhatIsDoneOnNoBranchIsKept) {
+    commit("a", "a2");
+    ok("switch HEAD~1");
+    write("b", "b2");
+    EXPECT_NE(both("commit -m lost b").out.find("zev switch --create NAME"), std::string::npos);
+    ok("switch -c old");
+    ok("commit -m kept b");
+    ok("switch master");
+    EXPECT_EQ(git("log --format=%s old") + content("b"), "kept\nfirst\nb1");
+    // One that git made is not left without a word.
+    git("checkout -q --detach");
+    write("b", "b3");
+    git("commit -qam alone");
+    const std::string alone = git("rev-parse HEAD");
+    for (const char *target : {"master", "master~1", "old"})
+        EXPECT_EQ(code(std::string("switch ") + target), 6) << target;
+    EXPECT_EQ(git("rev-parse HEAD"), alone);
+    ok("tag alone");
+    ok("switch master");
+    EXPECT_NE(ok("switch HEAD").find("nothing to do"), std::string::npos);
+    ok("switch alone");
+    for (const char *here : {"alone", "HEAD"})
+        EXPECT_NE(ok(std::string("switch ") + here).find("nothing to do"), std::string::npos);
+    EXPECT_EQ(git("rev-parse HEAD") + content("b"), alone + "b3");
+    ok("verify");
+    EXPECT_EQ(git("fsck --strict --no-dangling") + git("for-each-ref refs/zev"), "");
+}
+
+TEST_F(BranchVerbs, APendingMergeIsTold) {
+    ok("switch -c side");
+    commit("a", "theirs");
+    commit("b", "theirs");
+    ok("switch master");
+    commit("a", "ours");
+    EXPECT_EQ(code("merge side"), 4);
+    const std::string id = git("rev-parse side").substr(0, 8);
+    const std::string told = "the merge of " + id + " is not committed yet: ";
+    const auto tells = [](const std::string &text, const std::string &part) {
+        return text.find(part) != text.npos;
+    };
+    EXPECT_TRUE(tells(ok("status"), told + "\"zev resolve\" settles"));
+    EXPECT_TRUE(tells(ok("status d"), told)); // whatever else is asked for
+    EXPECT_TRUE(tells(out("status --json"), "\"type\":\"merging\""));
+    EXPECT_FALSE(tells(out("status --short"), told)); // which is for programs
+    EXPECT_TRUE(tells(ok("status --short"), told));
+    EXPECT_FALSE(tells(both("commit -m early").out, "ends the merge"));
+    ok("resolve --mine a");
+    EXPECT_TRUE(tells(ok("status"), told + "\"zev commit\" ends it"));
+    write("d/c", "c2");
+    const std::string part = ok("commit -m part d/c");
+    EXPECT_TRUE(tells(part, told) && !tells(part, "ends the merge")) << part;
+    EXPECT_EQ(ok("commit -m settled").find("this commit ends the merge of " + id + "\n"), 0u);
+    EXPECT_EQ(ok("status"), "nothing has changed\n");
+}
+
 TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
     ok("switch -c side");
     commit("a", "a2");
@@ -211,13 +307,14 @@ TEST_F(BranchVerbs, CopiesThatGitMade) {
         EXPECT_EQ(code_in("shallow", arguments), 0) << arguments;
     EXPECT_EQ(code_in("shallow", "log HEAD~2"), 3);
     EXPECT_EQ(code_in("bare", "log"), 1);
-    EXPECT_EQ(code_in("near", "switch far"), 3);
+    EXPECT_EQ(code_in("near", "switch far"), 6); // nobody says that it may be made
     EXPECT_EQ(code_in("near", "--yes switch far"), 0);
     EXPECT_EQ(code_in("near", "switch master"), 0);
     git("checkout -q --detach HEAD~1");
-    EXPECT_EQ(code("switch far~2"), 1);
-    EXPECT_EQ(content("a"), "a2");
+    ok("switch far~2");
+    EXPECT_EQ(content("a"), "a1");
     ok("switch master");
+    EXPECT_EQ(content("a"), "a3");
 }
 
 TEST_F(BranchVerbs, RecoveryGoesBackOnlyWhereNobodyHasGoneOn) {

@@ -6,6 +6,7 @@
 #include "width.cpp" // the program's own, which no library has
 
 #include <algorithm>
+#include <map>
 
 namespace {
 
@@ -195,19 +196,58 @@ TEST_F(Front, WhatCantBeRemovedStays) {
     EXPECT_EQ(git("status --porcelain"), "");
 }
 
-// A connection brings back what is gone from the disk; a look doesn't.
+// Not even for a moment: the times of directories would tell. What a look at the history remembers
+// is there before.
 TEST_F(Front, LooksChangeNothing) {
-    commit_all({"a.dwx", "d/b.dwx"});
-    write("added.dwx", "new");
-    ok("add added.dwx");
-    const auto index = [&] { return test::read(root + "/.git/index"); };
-    for (const char *name : {"a.dwx", "added.dwx"}) fs::remove(root + "/" + name);
-    const std::string before = index();
-    for (const char *look : {"status", "status --short", "log", "show HEAD"}) ok(look);
-    EXPECT_FALSE(there("a.dwx"));
-    EXPECT_EQ(index(), before);
-    EXPECT_EQ(ok("rm a.dwx"), "Deleted    added.dwx\nDeleted    a.dwx\n");
-    EXPECT_EQ(git("status --porcelain"), "D  a.dwx\n");
+    commit_all({"a.txt", "d/b.txt", "gone.txt"});
+    write("z.txt", "new");
+    ok("add z.txt");
+    ok("mkdir kept");
+    ok("mv d moved");
+    ok("log -- a.txt");
+    for (const char *name : {"gone.txt", "z.txt"}) fs::remove(root + "/" + name);
+    fs::rename(root + "/a.txt", root + "/renamed.txt"); // in a file manager
+    sh("touch moved/b.txt");                            // and looked into
+    const auto all = [&] { return sh("find . -printf '%P %m %s %T@ %i\\n' | sort"); };
+    const char *const looks[] = {"status",
+                                 "status --short --ignored",
+                                 "status --json",
+                                 "ls",
+                                 "ls moved",
+                                 "changes",
+                                 "changes moved gone.txt",
+                                 "diff",
+                                 "log",
+                                 "log -- a.txt",
+                                 "show HEAD",
+                                 "conflicts",
+                                 "branch",
+                                 "info"};
+    std::map<std::string, std::string> said;
+    for (std::string before = all(); const char *look : looks) {
+        said[look] = ok(look);
+        EXPECT_EQ(all(), before) << look;
+    }
+    EXPECT_EQ(said["ls"], "modified    kept/\nrenamed     d/ -> moved/\nmissing     a.txt\n"
+                          "missing     gone.txt\nmissing     z.txt\n");
+    EXPECT_EQ(said["ls moved"], "renamed     d/b.txt -> moved/b.txt\n");
+    EXPECT_EQ(said["changes"],
+              "missing     a.txt\nmissing     gone.txt\nadded       kept/\n"
+              "renamed     d/ -> moved/\nrenamed     d/b.txt -> moved/b.txt\nmissing     z.txt\n"
+              "a.txt is renamed.txt now; \"zev mv\" with both names says so\n");
+    EXPECT_EQ(said["changes moved gone.txt"], "missing     gone.txt\nrenamed     d/ -> moved/\n"
+                                              "renamed     d/b.txt -> moved/b.txt\n");
+    { // While another process has the lock.
+        const auto repository =
+            test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
+        const auto index = test::guard(zIndexHead(repository.get(), true), zIndexFree);
+        const std::string before = all();
+        for (const char *look : looks) EXPECT_EQ(ok(look), said[look]);
+        EXPECT_EQ(code("add renamed.txt"), 7);
+        EXPECT_EQ(all(), before);
+    }
+    // What changes the copy brings back by itself what is gone, and says so.
+    EXPECT_EQ(ok("rm gone.txt"), "Restored   a.txt\nDeleted    z.txt\nDeleted    gone.txt\n");
 }
 
 // Behind a link that leads out nothing is read, written or removed.

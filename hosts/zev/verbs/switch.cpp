@@ -1,8 +1,8 @@
 // switch: to another branch, or to the state of some commit, to look at it.
 //
-// The checkout goes on a reference of its own, which starts at HEAD's commit, and then HEAD names the
-// other branch, or the commit itself. A crash in between leaves HEAD where it was, with what is over
-// there staged, or taken back by the next command: switching once more goes on from there.
+// The checkout goes on a reference of its own, which starts at HEAD's commit, and then HEAD names
+// the other branch, or the commit itself. A crash in between leaves HEAD where it was, with what is
+// over there staged, or taken back by the next command: switching once more goes on from there.
 
 #include "detached.hpp"
 #include "graph.hpp"
@@ -29,7 +29,8 @@ void declare(Command &verb, Options &options) {
     verb.footer(
         "Changes that aren't committed come along; what another branch changed, too, becomes a\n"
         "conflict. With a commit that is no branch the copy shows its state and is on no branch:\n"
-        "nothing can be committed there, and \"zev switch BRANCH\" goes back. Your changes to files\n"
+        "nothing can be committed there, and \"zev switch BRANCH\" goes back. Your changes to "
+        "files\n"
         "that are otherwise over there go to the trash then; it asks first.\n"
         "Examples:\n  zev switch details\n  zev switch -c details\n  zev switch HEAD~2\n"
         "  zev switch details --force");
@@ -106,8 +107,8 @@ class Switch {
 
     int to_commit() {
         target_ = find_commit(host_, copy_, name_);
-        const bool stays = left_.empty() &&
-                           zOidIsEqual(zCommitId(target_.get()), zCommitId(copy_.head().get()));
+        const bool stays =
+            left_.empty() && zOidIsEqual(zCommitId(target_.get()), zCommitId(copy_.head().get()));
         if (stays && !options_.force) return stay();
         require_whole();
         return go(false);
@@ -135,7 +136,8 @@ class Switch {
 
     OwnedCommit own_head() const { return copy_.born() ? copy_.head() : OwnedCommit(); }
 
-    // Whoever only looks is to come back to what he left: no conflict, and no commit without a name.
+    // Whoever only looks is to come back to what he left: no conflict, and no commit without a
+    // name.
     void clear(bool names_branch) const {
         const OwnedCommit head = own_head();
         if (left_.empty()) confirm_leaving(head.get());
