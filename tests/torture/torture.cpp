@@ -102,7 +102,9 @@ git commit -qm ours
 )";
 const std::string kConflict = kContrary + "git merge -q side || true";
 
-const std::string kLooking = kTwoCommits + R"("$ZEV" switch HEAD~1)";
+const std::string kLooking = kTwoCommits + R"(
+"$ZEV" switch HEAD~1
+)";
 
 const std::string kTaken = R"(
 echo second >docs/note.txt
