@@ -134,6 +134,7 @@ bool Checkout::make_states() {
     if (!drop_unreadable()) return false;
     stager_.emplace(index_.get(), notify_);
     writer_.emplace(index_.get());
+    writer_->tell(notify_);
     return enter(State::ready);
 }
 

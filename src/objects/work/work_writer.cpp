@@ -11,6 +11,8 @@
 #include "objects/store/strict.hpp"
 #include "objects/work/file_mode.hpp"
 #include "system/os.hpp"
+#include "zev/notify.h"
+#include "zev/number.h"
 #include "zev/object.h"
 #include "zev/repository.h"
 
@@ -268,6 +270,9 @@ bool WorkWriter::stream(LooseObject &from, int fd, const git_oid &id, const zwch
         left -= count;
         if (!os::write_all(fd, block_.get(), count)) return fail_errno(full);
         if (EVP_DigestUpdate(hash_.get(), block_.get(), count) != 1) return fail_memory();
+        if (notify_)
+            zNotifyProgress(notify_, u"%s / %s", zNumToHumanBytes(from.size() - left),
+                            zNumToHumanBytes(from.size()));
     }
     return hash_ends(id); // of damaged bytes too
 }

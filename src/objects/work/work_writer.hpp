@@ -27,6 +27,9 @@ class WorkWriter {
     explicit WorkWriter(Index *index, bool aside = false)
         : index_(index), aside_(aside), filters_(index) {}
 
+    // Who hears of the progress of a large file, as of one that is added; null for nobody.
+    void tell(const Notify *notify) { notify_ = notify; }
+
     // Writes the blob of an entry, by its id, at its path, as a file or a link by its mode, and
     // enters it; of a repository within there is only a directory, which may be there. Where the
     // user may not write, it has no write bits from its first moment on. Without `replaces` nothing
@@ -75,6 +78,7 @@ class WorkWriter {
 
     Index *index_;
     bool aside_;
+    const Notify *notify_ = nullptr;
     Filters filters_;
     git::Odb odb_;
     AuthdbPtr rules_;                             // null where no server has given any
