@@ -215,6 +215,18 @@ OwnedCommit server_commit(const WorkingCopy &copy) {
     return OwnedCommit(check(zBranchCommit(upstream.get())));
 }
 
+OwnedCommit known_commit(const WorkingCopy &copy) {
+    Repository *repository = copy.repository();
+    const OwnedBranch head(zBranchHead(repository));
+    OwnedBranch upstream(head ? zBranchUpstream(head.get()) : nullptr);
+    if (const std::string name = upstream ? "" : following_branch(copy); !name.empty()) {
+        const OwnedBranch branch(zBranchLookup(repository, (u"refs/heads/" + wide(name)).c_str()));
+        if (branch) upstream.reset(zBranchUpstream(branch.get()));
+    }
+    if (!upstream || !zReferenceExists(repository, zBranchMerge(upstream.get()))) return {};
+    return OwnedCommit(check(zBranchCommit(upstream.get())));
+}
+
 std::optional<Oid> ask_head(const Host &host, Remote *remote, const std::string &name) {
     const OwnedJson answer = ask(host, remote, "/refs");
     const Json *entries = zJsonPathGet(answer.get(), u"data.entries");

@@ -39,6 +39,8 @@ std::string following_branch(const WorkingCopy &copy);
 // it is known here, null for none.
 std::string followed_branch(const WorkingCopy &copy);
 OwnedCommit server_commit(const WorkingCopy &copy);
+// The same where HEAD follows no branch of the server's, of one that does; null for none.
+OwnedCommit known_commit(const WorkingCopy &copy);
 
 // The newest commit of a reference at the server, by its full or short name: asked for, with
 // nothing changed here but what comes into the store. Nothing where the server has none.

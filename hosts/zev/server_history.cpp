@@ -2,7 +2,6 @@
 // any, and a file comes by its path alone, with the trees that lead to it.
 #include "server_history.hpp"
 
-#include "detached.hpp"
 #include "server.hpp"
 #include "verb.hpp"
 
@@ -49,9 +48,7 @@ OwnedCommit newest_commit(const WorkingCopy &copy) {
 }
 
 void bring_history(const Host &host, const WorkingCopy &copy) {
-    if (!has_server(copy)) return;
-    OwnedCommit newest = followed_commit(copy);
-    if (!newest && is_detached(copy)) newest = copy.head();
+    const OwnedCommit newest = has_server(copy) ? known_commit(copy) : OwnedCommit();
     if (!newest || is_whole(copy, newest.get())) return;
     use_account(server_of(origin_of(copy)));
     const OwnedRemote remote(check(zRemoteOpen(copy.repository())));

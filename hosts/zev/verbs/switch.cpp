@@ -27,11 +27,10 @@ struct Options {
 void declare(Command &verb, Options &options) {
     verb.description("Go to another branch, or look at the state of a commit");
     verb.footer(
-        "Changes that aren't committed come along; what another branch changed, too, becomes a\n"
-        "conflict. With a commit that is no branch the copy shows its state and is on no branch:\n"
-        "nothing can be committed there, and \"zev switch BRANCH\" goes back. Your changes to "
-        "files\n"
-        "that are otherwise over there go to the trash then; it asks first.\n"
+        "Changes that aren't committed come along; what both changed becomes a conflict. With a\n"
+        "commit that is no branch the copy shows its state, on no branch: nothing is committed\n"
+        "there, and \"zev switch BRANCH\" goes back. Files that you changed and that are\n"
+        "otherwise over there go to the trash then; it asks first.\n"
         "Examples:\n  zev switch details\n  zev switch -c details\n  zev switch HEAD~2\n"
         "  zev switch details --force");
     verb.add_option("target", options.target, "A branch, else a commit")->required();
