@@ -246,6 +246,11 @@ TEST_F(Front, LooksChangeNothing) {
         EXPECT_EQ(code("add renamed.txt"), 7);
         EXPECT_EQ(all(), before);
     }
+    sh("chmod -R a-w .");
+    const std::string before = all();
+    for (const char *look : looks) EXPECT_EQ(ok(look), said[look]);
+    EXPECT_EQ(all(), before);
+    sh("chmod -R u+w .");
     // What changes the copy brings back by itself what is gone, and says so.
     EXPECT_EQ(ok("rm gone.txt"), "Restored   a.txt\nDeleted    z.txt\nDeleted    gone.txt\n");
 }
