@@ -229,7 +229,8 @@ def the_end(url):
     text = zev("admin user creat x", 2)
     expect('is it "zev admin user create"?' in text, "a verb that is none: " + text)
     zev("admin user", 2)
-    expect("The server" not in zev("admin user info none", 3, "", LC_ALL="de_DE.UTF-8"), "texts")
+    expect(zev("admin user info none", 3, "", LC_ALL="de_DE.UTF-8") ==
+           "zev: none: Etwas dieses Namens gibt es nicht\n", "texts")
     expect(records("logout " + url)[0]["known"] is True, "the login goes")
     expect(records("logout " + url)[0]["known"] is False, "and is gone")
     zev("admin user list", 2)

@@ -90,6 +90,26 @@ def texts_of(folder):
     return texts, words
 
 
+def starved(folder):
+    """Texts that take more words than the call of say() around them gives."""
+    for path in sorted(folder.rglob("*.[ch]pp")):
+        source = "".join(f" {match.group(0)} " if match.group("text") is None else match.group(0)
+                         for match in TOKEN.finditer(path.read_text()) if not match.group(0).startswith("//"))
+        for match in re.finditer(r"\bsay\s*\(", source):
+            depth, words, first = 1, 0, ""
+            for token in TOKEN.finditer(source, match.end()):
+                text = token.group(0)
+                depth += (text in "([{") - (text in ")]}")
+                if not depth:
+                    break
+                words += depth == 1 and text == ","
+                first += text if not words else ""
+            for text in re.split(r" [?:] ", first):
+                text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', text))
+                if max(marks(text), default=0) > words:
+                    yield f"{path.name}: more words than given: {text}"
+
+
 def marks(text):
     """The words that a text takes, as often as they are counted: a set of places, none twice."""
     places, following = set(), 1
@@ -134,6 +154,7 @@ def main():
         for line in german.split("\n"):
             if len(line) > 100 and "\n" in german:
                 faults.append(f"a line of {len(line)} letters: {line}")
+    faults += starved(root / "hosts/zev")
     for text, count in collections.Counter(text for text, _ in seen).items():
         if count > 1:
             faults.append(f"twice in the catalogue: {text}")

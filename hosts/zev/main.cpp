@@ -74,7 +74,9 @@ constexpr const char *kEpilogue =
     "Exit codes: 0 done, 1 failed, 2 usage, 3 not found, 4 conflicts remain, 5 no rights,\n"
     "6 cancelled, 7 locked by another process, 8 network, 9 refused by the server.\n"
     "A revision is HEAD, a branch, a tag, or the first digits of a commit; HEAD~2 is the second\n"
-    "commit before it. \"zev VERB --help\" tells about a verb.";
+    "commit before it. \"zev VERB --help\" tells about a verb. Texts are in the language of "
+    "LC_ALL,\n"
+    "LC_MESSAGES or LANG, English or German, unless lang.conf of the installation names one.";
 
 struct Globals {
     bool json = false;
@@ -136,8 +138,9 @@ int exit_code(const Failed &failed) {
 
 // The arguments may not have been read as far as --json, or not at all.
 bool is_json(int argc, char **argv) {
-    return std::any_of(argv, argv + argc,
-                       [](const char *argument) { return std::string_view(argument) == "--json"; });
+    return std::any_of(argv, argv + argc, [](std::string_view argument) {
+        return argument == "--json" || argument.starts_with("--json=");
+    });
 }
 
 // Declares the verbs; the one that is given leaves its work in `chosen`.

@@ -61,6 +61,7 @@ CommaLocale::~CommaLocale() {
 
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
+    if (!getenv("ZEV_TEST_REPORT")) setenv("LC_ALL", "C.UTF-8", 1); // programs speak English
     if (!zGlobalInit(u"en-US", nullptr)) {
         fprintf(stderr, "zGlobalInit: %s\n", test::narrow(zErrorDetail()).c_str());
         return 1;

@@ -147,6 +147,8 @@ TEST_F(Front, QuestionsAreAskedOnTheTerminal) {
         {"\4", 6},               // the end of input
         {"1\n", 0},
         {"r\n", 0},
+        {"y\n", 0},
+        {"NO\n", 6},
         {" revert EVERYTHING \n", 0},
     };
     for (const auto &test : kCases) {
@@ -154,7 +156,7 @@ TEST_F(Front, QuestionsAreAskedOnTheTerminal) {
         const Outcome outcome = zev_on_terminal(root, "revert", test.typed);
         EXPECT_EQ(outcome.code, test.code) << test.typed << outcome.out;
         for (const char *shown :
-             {"1) Revert everything  [R]\r\n", "2) Keep my changes  [K]  [Enter]"})
+             {"1) Revert everything  [R, y]\r\n", "2) Keep my changes  [K, n]  [Enter]"})
             EXPECT_NE(outcome.out.find(shown), std::string::npos) << outcome.out;
         EXPECT_EQ(content("a.dwx"), test.code ? "changed" : "first a.dwx") << test.typed;
     }
