@@ -21,7 +21,7 @@ work = Path(tempfile.mkdtemp(prefix="zev-damage."))
 
 
 def run(copy, *arguments):
-    env = dict(os.environ, ZEV_AUTHOR="Ada", GIT_CONFIG_NOSYSTEM="1")
+    env = dict(os.environ, LC_ALL="C.UTF-8", ZEV_AUTHOR="Ada", GIT_CONFIG_NOSYSTEM="1")
     return subprocess.run(arguments, cwd=copy, env=env, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           errors="replace", timeout=60)

@@ -6,7 +6,7 @@ set -eu
 source=${1:-/usr/share/librecad}
 count=${2:-0}
 zev=${ZEV_BIN:-zev}
-export ZEV_AUTHOR=roundtrip
+export ZEV_AUTHOR=roundtrip LC_ALL=C.UTF-8
 [ -d "$source" ] || { echo "$source: no such directory; install librecad-data" >&2; exit 77; }
 
 work=$(mktemp -d)

@@ -45,8 +45,9 @@ class Copy:
 
     def run(self, words, where=None):
         home = self.place + ".home"
-        environment = {**os.environ, "HOME": home, "TMPDIR": home, "ZEV_USER": self.user,
-                       "ZEV_AUTHOR": self.user, "ZEV_PASSWORD_FILE": self.team.password,
+        environment = {**os.environ, "LC_ALL": "C.UTF-8", "HOME": home, "TMPDIR": home,
+                       "ZEV_USER": self.user, "ZEV_AUTHOR": self.user,
+                       "ZEV_PASSWORD_FILE": self.team.password,
                        "GIT_CONFIG_GLOBAL": "/dev/null", "GIT_CONFIG_SYSTEM": "/dev/null"}
         try:
             done = subprocess.run(words, cwd=where or self.place, env=environment, text=True,
@@ -227,7 +228,7 @@ class Team:
             done = subprocess.run(
                 [ZEV, "admin", *words, "--server", self.url], input="secret\n", text=True,
                 capture_output=True, timeout=60, env={
-                    **os.environ, "HOME": self.root, "ZEV_USER": "admin",
+                    **os.environ, "LC_ALL": "C.UTF-8", "HOME": self.root, "ZEV_USER": "admin",
                     "ZEV_PASSWORD_FILE": self.password})
             if done.returncode:
                 raise Finding("admin %s: %s" % (" ".join(words), done.stderr + done.stdout))

@@ -570,6 +570,7 @@ int run(const Options &options, const fs::path &root) {
 
 int main(int argc, char **argv) try {
     using namespace torture;
+    setenv("LC_ALL", "C.UTF-8", 1);
     const char *data = getenv("ZEV_TEST_DATA");
     if (argc < 3 || !data) {
         fputs("usage: ZEV_TEST_DATA=... torture BUILD POINTS [OPERATION [MODE [CALL]]]\n", stderr);
