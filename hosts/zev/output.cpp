@@ -124,6 +124,13 @@ std::string counted(const std::string &number, bool is_one, const char *noun) {
     return say(("%s " + std::string(noun) + (is_one ? "" : "s")).c_str(), number);
 }
 
+// The system's own words, of which a failure tells at its end.
+std::string in_users_words(const std::string &text) {
+    const size_t colon = text.rfind(": ");
+    if (colon == text.npos) return text;
+    return text.substr(0, colon + 2) + said(text.substr(colon + 2));
+}
+
 } // namespace
 
 std::string count_of(uint64_t number, const char *noun) {
@@ -269,13 +276,6 @@ void Output::reason(const std::string &text) {
 
 void Output::say_reason() {
     if (!reason_.empty()) warn(std::exchange(reason_, {}));
-}
-
-// The system's own words, of which a failure tells at its end.
-static std::string in_users_words(const std::string &text) {
-    const size_t colon = text.rfind(": ");
-    if (colon == text.npos) return text;
-    return text.substr(0, colon + 2) + said(text.substr(colon + 2));
 }
 
 void Output::fail(const Failed &failed, int exit_code) {

@@ -54,7 +54,6 @@ std::vector<size_t> words_of(std::string_view text) {
     std::vector<size_t> counts(kMostWords + 1);
     for (const Piece &piece : pieces_of(text))
         if (piece.word && piece.word <= kMostWords) ++counts[piece.word];
-    counts[0] = 0;
     return counts;
 }
 
