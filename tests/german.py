@@ -26,9 +26,8 @@ GRAMMAR = re.compile(r"(--[a-z-]+|\[?[A-Z]+\]?)( (--[a-z-]+|\[?[A-Z]+\]?))*")
 # No texts: parts of formats, of what is read, and of commits that say the same to everybody.
 KEPT = {
     "\\033[0m", " -> ", "zev ", "already held", "Merge ", "Merge of %s, not all of it", " (theirs)", " (theirs ",
-    "\\n<<<<<<< ", "<<<<<<< ", "\\n>>>>>>> ", "\\\\ No newline at end of file", "D ", "%Y-%m-%d %H:%M",
-    "Binary DXF\\r\\n\\x1a", "VANE ZEV\\0", "nothing was left to send", "Merge of ", ", not all of it",
-    "\\033[31mzev:\\033[0m ", "zev: ", " is required", "[--] PATH ...", "%s ", "yes", "no",
+    "\\n    "Binary DXF\\r\\n\\x1a", "VANE ZEV\\0", "nothing was left to send", "Merge of ", ", not all of it",
+    "\\033[31mzev:\\033[0m ", "zev: ", " is required", "; no commit needs it", "[--] PATH ...", "%s ", "yes", "no",
 }
 # The option parser's own, and what is made of a noun and a number.
 PARSER = {"Usage", "OPTIONS", "REQUIRED", "Needs", "Options", "Print this help message and exit"}
@@ -143,7 +142,8 @@ def main():
         print(json.dumps(missing, indent=0, ensure_ascii=False))
         return 0
     faults += [f"{wanted[text]}: no German text: {text}" for text in missing]
-    known = set(wanted) | system | {plain(word) for word in words}
+    library = {text for path in (root / "src").rglob("*.[ch]pp") for _, text, _ in literals(path.read_text())}
+    known = set(wanted) | system | library | {plain(word) for word in words}
     for text, german in catalogue.items():
         if text not in known:
             faults.append(f"no such text any more: {text}")

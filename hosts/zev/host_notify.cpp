@@ -197,6 +197,9 @@ std::string why_left(const zwchar *text) {
     return zStrsameW(zErrorMsg(), text) ? narrow(zErrorReason()) : "";
 }
 
+// What the library says without a catalogue.
+constexpr const char *kProgress[] = {"verifying object %s", "verifying table %s"};
+
 constexpr size_t kActionColumn = 11; // columns at least
 
 // Of the words that a file is told with, those that are not the library's.
@@ -251,7 +254,8 @@ HostNotify::HostNotify(Output &output, Answers answers)
     progress = [](const Notify *table, const zwchar *text) {
         const HostNotify &self = of(table);
         if (self.output_.progress_due())
-            self.output_.progress(narrow(text) + (self.tail_ ? self.tail_() : ""));
+            self.output_.progress(retold(narrow(text), kProgress) +
+                                  (self.tail_ ? self.tail_() : ""));
     };
     usrbrk = [](const Notify *table) { return broken() || of(table).output_.unread(); };
     dialog = [](const Notify *table, const TaskDialog *question) {

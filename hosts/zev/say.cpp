@@ -2,8 +2,9 @@
 // stays as it is written.
 #include "say.hpp"
 
+#include <algorithm>
+#include <optional>
 #include <utility>
-#include <vector>
 
 namespace host {
 
@@ -57,6 +58,26 @@ std::vector<size_t> words_of(std::string_view text) {
     return counts;
 }
 
+// What stands for the words of a text in what was told by it; nothing where it wasn't.
+std::optional<std::vector<std::string>> words_in(std::string_view told, std::string_view text) {
+    std::vector<std::string> words;
+    size_t mark = text.find("%s");
+    if (mark == text.npos && told != text) return {};
+    if (!told.starts_with(text.substr(0, mark))) return {};
+    told.remove_prefix(std::min(mark, told.size()));
+    while (mark != text.npos) {
+        text.remove_prefix(mark + 2);
+        mark = text.find("%s");
+        const std::string_view between = text.substr(0, mark);
+        if (mark == text.npos && !told.ends_with(between)) return {};
+        const size_t end = mark == text.npos ? told.size() - between.size() : told.find(between);
+        if (end == told.npos) return {};
+        words.emplace_back(told.substr(0, end));
+        told.remove_prefix(end + between.size());
+    }
+    return words;
+}
+
 const std::string &looked_up(const std::string &english) {
     const auto found = spoken.find(english);
     return found == spoken.end() ? english : found->second;
@@ -81,13 +102,19 @@ void speak(Catalogue catalogue) {
 
 std::string said(const std::string &english) { return looked_up(english); }
 
-std::string said(const std::string &english, std::initializer_list<std::string> words) {
+std::string said(const std::string &english, const std::vector<std::string> &words) {
     std::string text;
     for (const Piece &piece : pieces_of(looked_up(english))) {
         text += piece.letters;
-        if (piece.word && piece.word <= words.size()) text += words.begin()[piece.word - 1];
+        if (piece.word && piece.word <= words.size()) text += words[piece.word - 1];
     }
     return text;
+}
+
+std::string retold(const std::string &told, std::span<const char *const> texts) {
+    for (const char *text : texts)
+        if (const auto words = words_in(told, text)) return said(text, *words);
+    return told;
 }
 
 } // namespace host

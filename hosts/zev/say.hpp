@@ -6,10 +6,11 @@
 #pragma once
 
 #include <concepts>
-#include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace host {
 
@@ -22,7 +23,11 @@ void speak(Catalogue catalogue);
 bool takes_same_words(std::string_view english, std::string_view translated);
 
 std::string said(const std::string &english);
-std::string said(const std::string &english, std::initializer_list<std::string> words);
+std::string said(const std::string &english, const std::vector<std::string> &words);
+
+// What others tell by one of these texts, in the user's language; as it is where by none of them.
+// The first that fits is taken, so that the more a text says, the further up it has to stand.
+std::string retold(const std::string &told, std::span<const char *const> texts);
 
 inline std::string as_word(std::string text) { return text; }
 template <std::integral Number> std::string as_word(Number number) {
@@ -33,7 +38,7 @@ template <class... Words> std::string say(const char *english, const Words &...w
     if constexpr (sizeof...(words) == 0)
         return said(english);
     else
-        return said(english, {as_word(words)...});
+        return said(english, std::vector<std::string>{as_word(words)...});
 }
 
 } // namespace host

@@ -27,8 +27,7 @@ std::string meant(const CLI::App &app, const std::string &word) {
     return best;
 }
 
-// What the parser may say, as far as a user can bring it to: the more a text tells, the further up
-// it stands, for the first that fits is taken.
+// What the parser may say, as far as a user can bring it to.
 constexpr const char *kParserTexts[] = {
     "The following argument was not expected: %s",
     "The following arguments were not expected: %s",
@@ -47,36 +46,11 @@ constexpr const char *kParserTexts[] = {
     "%s requires %s",
 };
 
-// What stands for the words of a text in what was told by it; nothing where it wasn't.
-std::vector<std::string> words_in(std::string_view told, std::string_view text) {
-    std::vector<std::string> words;
-    size_t mark = text.find("%s");
-    if (!told.starts_with(text.substr(0, mark))) return {};
-    told.remove_prefix(std::min(mark, told.size()));
-    while (mark != text.npos) {
-        text.remove_prefix(mark + 2);
-        mark = text.find("%s");
-        const std::string_view between = text.substr(0, mark);
-        if (mark == text.npos && !told.ends_with(between)) return {};
-        const size_t end = mark == text.npos ? told.size() - between.size() : told.find(between);
-        if (end == told.npos) return {};
-        words.emplace_back(told.substr(0, end));
-        told.remove_prefix(end + between.size());
-    }
-    return words;
-}
-
 // The parser's words in the user's language; behind a name may stand a text of our own.
 std::string in_users_words(const std::string &told) {
-    for (const char *text : kParserTexts) {
-        const std::vector<std::string> words = words_in(told, text);
-        if (words.size() == 1) return say(text, words[0]);
-        if (words.size() == 2) return say(text, words[0], words[1]);
-        if (words.size() == 3) return say(text, words[0], words[1], words[2]);
-        if (words.size() == 4) return say(text, words[0], words[1], words[2], words[3]);
-    }
+    const std::string text = retold(told, kParserTexts);
     const size_t colon = told.find(": ");
-    if (colon == told.npos) return told;
+    if (text != told || colon == told.npos) return text;
     return told.substr(0, colon + 2) + said(told.substr(colon + 2));
 }
 

@@ -227,7 +227,8 @@ class Folder {
         for (fs::directory_iterator at(directory, error), end; !error && at != end;
              at.increment(error))
             entries.push_back(*at);
-        if (error) host_.out.warn(say("%s: %s; left out", directory.string(), error.message()));
+        if (error)
+            host_.out.warn(say("%s: %s; left out", directory.string(), said(error.message())));
         std::sort(entries.begin(), entries.end());
         for (const fs::directory_entry &entry : entries) {
             std::error_code ignored;

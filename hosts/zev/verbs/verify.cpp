@@ -21,8 +21,58 @@ void declare(Command &verb, Options &options) {
     verb.add_flag("--quick", options.quick, "Only that everything is there");
 }
 
+// What the library finds, in parts that a colon divides.
+constexpr const char *kFindings[] = {
+    "%s of %s blocks that are not committed yet are missing from table %s",
+    "%s of %s blocks are missing from table %s",
+    "table %s holds other blocks than were saved under its keys",
+    "table %s is missing",
+    "staged, and its object %s is missing",
+    "leads to %s, which there isn't",
+    "is gone; by its log it was at %s",
+    "is at %s, by its log at %s",
+    "its log is missing",
+    "%s is missing",
+    "%s is damaged at its end",
+    "%s is damaged",
+    "%s is cut off",
+    "%s has a damaged index",
+    "%s has a damaged block",
+    "%s has a damaged record",
+    "damaged tree %s",
+    "object %s",
+    "table %s",
+    "is missing",
+    "is damaged",
+    "damaged",
+    "is no commit",
+    "has no pack",
+    "can't be read",
+    "ends within a line",
+    "leads to no branch",
+    "no id, and no name of another reference",
+    "it has another sum than it says",
+    "its counter is behind its rows",
+    "packed-refs has a line that is no reference",
+    "the record of the commit can't be read",
+    "the record of the commit says something else than it does",
+    "left by a process that died; the next command that changes something puts it right",
+    "a lock; unless git is at work, it was left behind",
+};
+
+std::string in_users_words(const std::string &told) {
+    constexpr std::string_view kUnneeded = "; no commit needs it";
+    if (told.ends_with(kUnneeded)) {
+        const size_t size = told.size() - kUnneeded.size();
+        return say("%s; no commit needs it", in_users_words(told.substr(0, size)));
+    }
+    const size_t colon = told.rfind(": ");
+    if (colon == told.npos) return said(retold(told, kFindings));
+    return in_users_words(told.substr(0, colon)) + ": " + in_users_words(told.substr(colon + 2));
+}
+
 void tell_damage(Host &host, const VerifyFinding &finding) {
-    const std::string path = narrow(finding.path), what = narrow(finding.reason);
+    const std::string path = narrow(finding.path), what = in_users_words(narrow(finding.reason));
     std::string where = path;
     if (finding.commit) {
         const std::string id = hex(finding.commit).substr(0, 8);
@@ -41,7 +91,7 @@ void tell(const VerifyFinding *finding, void *context) {
     if (finding->kind == Z_FINDING_DAMAGE)
         tell_damage(host, *finding);
     else
-        host.out.warn(narrow(finding->reason));
+        host.out.warn(in_users_words(narrow(finding->reason)));
 }
 
 bool find_digest(DrawingDigest *digest, const void *summary, uint64_t length, void *) {
