@@ -14,7 +14,7 @@ import re
 import sys
 
 TOKEN = re.compile(
-    r"//[^\n]*|/\*.*?\*/|#[^\n]*|(?P<wide>u8|u|U|L)?\"(?P<text>(?:[^\"\\\n]|\\.)*)\"|'(?:[^'\\]|\\.)+'|"
+    r"//[^\n]*|/\*.*?\*/|#[^\n]*|(?P<wide>u8|u|U|L)?\"(?P<text>(?:[^\"\\\n]|\\.)*)\"|'(?:[^'\\\n]|\\.)+'|"
     r"\s+|[A-Za-z_]\w*|::|.", re.S)
 # Files whose texts are for programs: manual pages and completion are English.
 ENGLISH = {"manual.cpp", "verbs/generate.cpp"}

@@ -77,6 +77,7 @@ TEST_F(Language, IsThatOfTheSettingsBeforeTheEnvironments) {
     const fs::path settings = own() / "conf/lang.conf";
     test::write(settings, R"({"language":"de-DE"})");
     EXPECT_EQ(by_own("C", "status"), kGerman);
+    EXPECT_NE(by_own("C", "branch --delete x --json").find("no such branch"), string::npos);
     test::write(settings, R"({"language":"en-US"})");
     EXPECT_EQ(by_own("de_DE.UTF-8", "status"), kEnglish);
     for (const char *none : {R"({"language":""})", R"({"language":"../x"})", "{", ""}) {

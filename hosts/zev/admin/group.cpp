@@ -12,7 +12,7 @@ constexpr size_t kGroupsMax = 100'000; // a server may send what it likes
 
 int32_t root_group(const AdminCall &call) {
     int32_t id = -1;
-    require_status(zAdminGetRootGroup(call.admin(), &id), "the groups");
+    require_status(zAdminGetRootGroup(call.admin(), &id), say("the groups"));
     return id;
 }
 
