@@ -26,7 +26,8 @@ GRAMMAR = re.compile(r"(--[a-z-]+|\[?[A-Z]+\]?)( (--[a-z-]+|\[?[A-Z]+\]?))*")
 # No texts: parts of formats, of what is read, and of commits that say the same to everybody.
 KEPT = {
     "\\033[0m", " -> ", "zev ", "already held", "Merge ", "Merge of %s, not all of it", " (theirs)", " (theirs ",
-    "\\n    "Binary DXF\\r\\n\\x1a", "VANE ZEV\\0", "nothing was left to send", "Merge of ", ", not all of it",
+    "\\n<<<<<<< ", "<<<<<<< ", "\\n>>>>>>> ", "\\\\ No newline at end of file", "D ", "%Y-%m-%d %H:%M",
+    "Binary DXF\\r\\n\\x1a", "VANE ZEV\\0", "nothing was left to send", "Merge of ", ", not all of it",
     "\\033[31mzev:\\033[0m ", "zev: ", " is required", "; no commit needs it", "[--] PATH ...", "%s ", "yes", "no",
 }
 # The option parser's own, and what is made of a noun and a number.
