@@ -1,4 +1,4 @@
-// A drawing's file names its table; the rows lie in ".git/tables" of the project that it comes
+// A drawing's file names its table; the rows lie in the repository of the project that it comes
 // from. A table appears here under its name when all rows are in it.
 #include "foreign_rows.hpp"
 
@@ -28,14 +28,19 @@ void copy_table(const fs::path &from, const fs::path &to) {
 
 namespace {
 
-// The table of a project in a directory beside this one.
-fs::path table_beside(const WorkingCopy &copy, const Oid &id) {
-    zwchar digits[Z_PATH_MAX];
-    check(zOidPathFormat(digits, &id));
+struct Beside {
+    fs::path project, table;
+};
+
+// The table of a project in a directory beside this one, if any has it. A worktree of this very
+// project has it where it isn't here either.
+std::optional<Beside> table_beside(const WorkingCopy &copy, const Oid &id) {
     std::error_code error;
     for (const auto &entry : fs::directory_iterator(copy.root().parent_path(), error)) {
-        const fs::path table = entry.path() / ".git/tables" / fs::path(std::u16string(digits));
-        if (fs::is_directory(table, error)) return table;
+        zwchar place[Z_PATH_MAX];
+        if (!zTablePlaceIn(place, wide(entry.path().string()).c_str(), &id)) continue;
+        const fs::path table{std::u16string(place)};
+        if (fs::is_directory(table, error)) return Beside{entry.path(), table};
     }
     return {};
 }
@@ -54,14 +59,14 @@ void fetch(Host &host, const WorkingCopy &copy, const std::string &path) {
     if (!zDrawingDetect(&id, copy.absolute(path).u16string().c_str())) return;
     const fs::path table = dxf::table_path(copy.repository(), &id);
     if (fs::exists(table)) return;
-    const fs::path theirs = table_beside(copy, id);
-    if (theirs.empty() && has_server_rows(host, copy, path)) return;
-    if (theirs.empty())
+    const std::optional<Beside> theirs = table_beside(copy, id);
+    if (!theirs && has_server_rows(host, copy, path)) return;
+    if (!theirs)
         return host.out.warn(say("%s: comes from another project and its rows are not here; import "
                                  "its DXF file, or add it beside that project",
                                  typed_path(path)));
-    copy_table(theirs, table);
-    const std::string project = theirs.string().substr(0, theirs.string().find("/.git/tables/"));
+    copy_table(theirs->table, table);
+    const std::string project = theirs->project.string();
     host.out.line(say("%s: its rows come from %s", typed_path(path), project));
     host.out.record(
         Record("info").set(u"message", say("%s: its rows come from %s", path, project)));

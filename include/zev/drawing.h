@@ -91,10 +91,12 @@ ZEV_API bool zDrawingTableSame(Stream *a, Stream *b);
 ZEV_API void *zDrawingFileThumbnail(const zwchar *path, uint32_t *size);
 ZEV_API Stream *zReadReferenceData(const zwchar *path, uint32_t *major, uint32_t *minor);
 
-// Notes in the table which file it serves: `path` relative to `base`, or as it is when `base` is
-// null. Confirming gives a drawing file whose table serves another path a table of its own, with
+// Which file a table serves: what was noted there, without a "./" in front, in Z_PATH_MAX units;
+// not found, or the store error, for a table that serves whoever names it. Set notes it: `path`
+// relative to `base`, or as it is when `base` is null. Confirming gives a drawing file whose table serves another path a table of its own, with
 // the rows of this drawing, and lets the file name it; the other table stays as it is. What could
 // not be done stays undone, with the reason in the error record.
+ZEV_API bool zDrawingTableBackwardRef(zwchar *path, Table *table);
 ZEV_API bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path);
 ZEV_API void zDrawingConfirmTableBackwardRef(const zwchar *path);
 // Brings what the table lacks of the drawing at `path` from the server of its repository; a table

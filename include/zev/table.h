@@ -1,11 +1,10 @@
 // Table: the LevelDB database behind a drawing, one block a key, held by one opener at a time.
 //
 // A table lies in tables/<2 hex>/<38 hex> of its repository, of the main one for a linked worktree.
-// Rows have 16-byte keys: the tag,
-// a generation counter, and the object's number, big-endian (zDrawingKey..., zev/drawing.h). All
-// bits zero is the path of the drawing that the table serves, all bits set the table's tag. Open
-// a table for one operation and free it at once: nobody else, in this process or another, can
-// open it meanwhile.
+// Rows have 16-byte keys: the tag, a generation counter, and the object's number, big-endian
+// (zDrawingKey..., zev/drawing.h). All bits zero is the path of the drawing that the table serves,
+// all bits set the table's tag. Open a table for one operation and free it at once: nobody else, in
+// this process or another, can open it meanwhile.
 //
 // The tag rule. New keys are stamped with the table's tag, and a row under an existing key is
 // written over. What a commit names must never be: so after each commit of a drawing, and before
@@ -35,6 +34,12 @@ ZEV_API Table *zTableByid(Repository *repository, const Oid *id);
 // The same in the repository found from `start` upwards, not beyond a directory of `ceilings`
 // (separated by ;). The repository is closed again, so this table has no owner.
 ZEV_API Table *zTableDiscover(const zwchar *start, const zwchar *ceilings, const Oid *id);
+// Where the table of an id lies, or would be made: `path` takes Z_PATH_MAX units. It lies where all
+// worktrees of a repository share it, unless a linked one has it in its own Git directory, as was
+// the custom once. In goes by the work directory, or bare repository, of which nothing is opened or
+// changed, whoever owns it: not found where there is none, whatever lies above.
+ZEV_API bool zTablePlace(zwchar *path, Repository *repository, const Oid *id);
+ZEV_API bool zTablePlaceIn(zwchar *path, const zwchar *workdir, const Oid *id);
 // Free the table's iterators first.
 ZEV_API void zTableFree(Table *table);
 

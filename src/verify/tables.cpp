@@ -6,7 +6,6 @@
 #include "verify/files.hpp"
 #include "verify/parts.hpp"
 #include "verify/table_files.hpp"
-#include "zev/oid.h"
 #include "zev/repository.h"
 
 #include <algorithm>
@@ -222,10 +221,9 @@ void check_tables(Report &report, const Tables &tables) {
     const std::u16string root = shared_directory(git) + u"tables/";
     const std::u16string old_root = own_directory(git) + u"tables/"; // of a worktree, once
     const auto check = [&](const Oid &id, const TableKeys &keys) {
-        zwchar digits[42];
-        if (report.broken() || !zOidPathFormat(digits, &id)) return;
-        const std::u16string own = old_root + digits + u'/';
-        TableCheck(report, exists(own) ? own : root + digits + u'/', id, keys).run();
+        zwchar place[Z_PATH_MAX];
+        if (report.broken() || !zTablePlace(place, report.repository, &id)) return;
+        TableCheck(report, std::u16string(place) + u'/', id, keys).run();
     };
     for (const auto &[id, keys] : tables) check(id, keys);
     const TableKeys none;

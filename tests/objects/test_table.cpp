@@ -260,11 +260,27 @@ TEST_F(TableTest, LinkedWorktreesShareOnePlace) {
 
     ASSERT_OK(put(table.get(), {1, 7}, "row"));
     const Oid id = *zTableId(table.get());
+    const std::string path = narrow(zTablePath(table.get()));
     table.reset();
+    // Whether one has the repository, or stands before somebody's work directory.
+    const auto lies = [&](Repository *from, const zwchar *workdir) {
+        zwchar one[Z_PATH_MAX], other[Z_PATH_MAX];
+        EXPECT_OK(zTablePlace(one, from, &id) && zTablePlaceIn(other, workdir, &id));
+        EXPECT_EQ(narrow(one), narrow(other));
+        return narrow(one);
+    };
+    const std::u16string first = dir / u"copy", second = dir / u"side/";
+    EXPECT_EQ(lies(repository.get(), first.c_str()), path);
+    EXPECT_EQ(lies(side.get(), second.c_str()), path);
     EXPECT_EQ(get(TablePtr{zTableByid(side.get(), &id)}.get(), {1, 7}), "row");
     std::filesystem::rename(shared / "tables", own / "tables");
     EXPECT_EQ(get(TablePtr{zTableByid(side.get(), &id)}.get(), {1, 7}), "row");
     EXPECT_FALSE(std::filesystem::exists(shared / "tables"));
+    EXPECT_EQ(lies(side.get(), second.c_str()), own.string() + path.substr(shared.string().size()));
+    // A directory in a copy is none.
+    zwchar none[Z_PATH_MAX];
+    std::filesystem::create_directory(copy + "/docs");
+    EXPECT_REFUSED(zTablePlaceIn(none, (first + u"/docs").c_str(), &id), 3);
 }
 
 TEST_F(TableTest, RefusesPathsThatItCanNotServe) {

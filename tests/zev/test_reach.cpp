@@ -597,4 +597,31 @@ TEST_F(MovedOutside, NamesThatDifferInCaseOnly) {
     expect_past("pLAN.dwx");
 }
 
+// What is imported in a linked worktree lies where all of them have it, and outlives it.
+TEST_F(Reach, RowsOfALinkedWorktreeStayWithTheProject) {
+    const std::string beside = home + "/w", versions[] = {plan_with("1.5"), plan_with("2.5")};
+    write("in.dxf", plan_with("12.5"));
+    ok("import in.dxf plan.dwx");
+    ok("commit -m plan plan.dwx");
+    git("worktree add -q ../w");
+    const auto said = [&](const std::string &arguments) {
+        const Outcome outcome = zev(beside, arguments + " 2>&1");
+        EXPECT_EQ(outcome.code, 0) << arguments << "\n" << outcome.out;
+        return outcome.out;
+    };
+    for (const std::string &version : versions) {
+        test::write(home + "/in.dxf", version);
+        EXPECT_NE(said("import ../in.dxf plan.dwx").find(" 1 of "), std::string::npos);
+        EXPECT_NE(said("diff plan.dwx").find("CIRCLE"), std::string::npos);
+        EXPECT_EQ(said("commit -m more plan.dwx").find("rows come from"), std::string::npos);
+        EXPECT_EQ(zev(beside, "export plan.dwx -").out, version);
+    }
+    EXPECT_NE(said("blame plan.dwx").find("CIRCLE"), std::string::npos);
+    EXPECT_FALSE(fs::exists(root + "/.git/worktrees/w/tables"));
+    EXPECT_EQ(git("worktree remove ../w"), "");
+    EXPECT_EQ(out("export plan.dwx - --rev w~1"), versions[0]);
+    EXPECT_EQ(out("export plan.dwx - --rev w"), versions[1]);
+    ok("verify");
+}
+
 } // namespace

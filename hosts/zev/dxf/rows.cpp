@@ -138,10 +138,9 @@ struct PairStream : Stream {
 } // namespace
 
 std::u16string table_path(Repository *repository, const Oid *id) {
-    zwchar digits[Z_PATH_MAX];
-    host::check(zOidPathFormat(digits, id));
-    std::u16string path = host::check(zRepositoryPath(repository));
-    return (path.ends_with(u'/') ? path : path + u"/") + u"tables/" + digits;
+    zwchar path[Z_PATH_MAX];
+    host::check(zTablePlace(path, repository, id));
+    return path;
 }
 
 host::OwnedTable open_table(Repository *repository, const Oid *id, const std::string &name) {
@@ -151,17 +150,9 @@ host::OwnedTable open_table(Repository *repository, const Oid *id, const std::st
     return host::OwnedTable(host::check(zTableByid(repository, id), name));
 }
 
-// The zero key's value: UTF-16 through its zero, perhaps with "./" ahead.
 std::string table_owner(Table *table) {
-    void *value = nullptr;
-    uint64_t length = 0;
-    const DrawingKey zero{0, 0};
-    if (!zDrawingKeyGetData(table, &zero, &value, &length)) return {};
-    host::Owned<void, std::free> bytes(value);
-    auto *text = static_cast<const zwchar *>(value);
-    if (length < 2 || length % 2 || text[length / 2 - 1]) return {};
-    std::string path = host::narrow(text);
-    return path.starts_with("./") ? path.substr(2) : path;
+    zwchar path[Z_PATH_MAX];
+    return zDrawingTableBackwardRef(path, table) ? host::narrow(path) : std::string();
 }
 
 uint64_t read_rows(Table *table, const std::vector<DrawingKey> &keys, const Notify *notify,

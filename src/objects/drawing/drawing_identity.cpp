@@ -9,6 +9,7 @@
 #include "zev/repository.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <numeric>
 #include <string>
 #include <tuple>
@@ -41,6 +42,16 @@ bool decode_reference(Bytes bytes, std::u16string &path) {
     const bool terminated = path.back() == 0;
     path.resize(std::u16string_view(path.c_str()).size());
     return terminated;
+}
+
+// The file that the table serves, without "./"; empty for a value that is no text. False, raised,
+// where none is named.
+bool read_reference(Table *table, std::u16string &path) {
+    TableLookup lookup(table);
+    if (!lookup.find(key_bytes(kReferenceKey))) return lookup.fail();
+    if (!decode_reference(lookup.value(), path)) path.clear();
+    if (path.starts_with(u"./")) path.erase(0, 2);
+    return true;
 }
 
 const zwchar *without_dot(const zwchar *path) {
@@ -107,11 +118,9 @@ class Confirmation {
 
     // A table without a reference serves whoever names it.
     bool belongs_elsewhere() {
-        TableLookup lookup(table_.get());
-        if (!lookup.find(key_bytes(kReferenceKey))) return lookup.fail();
         std::u16string stored;
-        return !decode_reference(lookup.value(), stored) ||
-               !zStrcasesameW(without_dot(stored.c_str()), without_dot(relative_));
+        return read_reference(table_.get(), stored) &&
+               !zStrcasesameW(stored.c_str(), without_dot(relative_));
     }
 
     // A block that only the server has would be lost in a table that the server doesn't know.
@@ -198,6 +207,18 @@ bool complete_drawing(Table *table, const Drawing *drawing, const zwchar *path, 
 } // namespace zev
 
 using namespace zev;
+
+bool zDrawingTableBackwardRef(zwchar *path, Table *table) try {
+    if (!path || !table) return fail_args();
+    std::u16string stored;
+    if (!read_reference(table, stored)) return false;
+    if (stored.empty()) return raise_not_found();
+    if (stored.size() >= Z_PATH_MAX) return fail_os(ENAMETOOLONG);
+    path[stored.copy(path, stored.size())] = 0;
+    return true;
+} catch (...) {
+    return fail_thrown();
+}
 
 bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path) try {
     if (!table || !path) return fail_args();

@@ -34,7 +34,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <string>
 
@@ -69,12 +71,39 @@ bool table_below(zwchar *path, const zwchar *root, const Oid *id) {
     return zPathBuild(path, root, u"tables", kEnd) && zOidPathAppend(path, id);
 }
 
+// By a worktree's Git directory, and the one that all worktrees share.
+bool table_in(zwchar *path, const std::u16string &own, const std::u16string &shared,
+              const Oid *id) {
+    if (!table_below(path, own.c_str(), id)) return false;
+    return own == shared || zPathExists(path) || table_below(path, shared.c_str(), id);
+}
+
 bool table_path(zwchar *path, Repository *repository, const Oid *id) {
-    const zwchar *own = zRepositoryPath(repository);
-    if (!own || !table_below(path, own, id)) return false;
-    if (!zRepositoryIsWorktree(repository) || zPathExists(path)) return true;
-    const std::string shared = git_repository_commondir(repository->handle.get());
-    return table_below(path, to_wide(shared).c_str(), id);
+    git_repository *git = repository->handle.get();
+    return table_in(path, to_wide(git_repository_path(git)),
+                    to_wide(git_repository_commondir(git)), id);
+}
+
+// The Git directory that belongs to a work directory, or is it, with a slash; empty, raised, where
+// there is none.
+std::u16string git_directory(const zwchar *workdir) {
+    const std::string start = git::path(workdir);
+    std::filesystem::path own(start);
+    if (!own.has_filename()) own = own.parent_path();
+    git_buf found = GIT_BUF_INIT;
+    const Finally dispose([&] { git_buf_dispose(&found); });
+    const int code =
+        git_repository_discover(&found, start.c_str(), true, own.parent_path().c_str());
+    return code < 0 ? (fail_git(code), std::u16string()) : to_wide(found.ptr);
+}
+
+// What a linked worktree's file "commondir" names, from there; else `own` itself.
+std::u16string shared_directory(const std::u16string &own) {
+    char text[kUtf8PathMax + 1] = "";
+    const Owned<FILE, fclose> file(os::open((own + u"commondir").c_str(), u"rb"));
+    if (!file || !fgets(text, sizeof text, file.get())) return own;
+    text[strcspn(text, "\r\n")] = 0;
+    return to_wide((std::filesystem::path(to_utf8(own)) / text).lexically_normal().string());
 }
 
 // Files that hold rows. Where they stand without a CURRENT, LevelDB would begin anew, and delete
@@ -306,7 +335,7 @@ Table *zTableOpen(const zwchar *path, bool create) try {
     return fail_thrown();
 }
 
-Table *zTableRand(Repository *repository) {
+Table *zTableRand(Repository *repository) try {
     if (!repository) return fail_args();
     Oid id;
     zwchar path[Z_PATH_MAX];
@@ -314,13 +343,32 @@ Table *zTableRand(Repository *repository) {
         if (!zOidRand(&id) || !table_path(path, repository, &id)) return nullptr;
     } while (zPathExists(path));
     return open_in(repository, &id, path);
+} catch (...) {
+    return fail_thrown();
 }
 
-Table *zTableByid(Repository *repository, const Oid *id) {
+Table *zTableByid(Repository *repository, const Oid *id) try {
     if (!repository || !id) return fail_args();
     zwchar path[Z_PATH_MAX];
     if (!table_path(path, repository, id)) return nullptr;
     return open_in(repository, id, path);
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zTablePlace(zwchar *path, Repository *repository, const Oid *id) try {
+    if (!path || !repository || !id) return fail_args();
+    return table_path(path, repository, id);
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zTablePlaceIn(zwchar *path, const zwchar *workdir, const Oid *id) try {
+    if (!path || !workdir || !id) return fail_args();
+    const std::u16string own = git_directory(workdir);
+    return !own.empty() && table_in(path, own, shared_directory(own), id);
+} catch (...) {
+    return fail_thrown();
 }
 
 Table *zTableDiscover(const zwchar *start, const zwchar *ceilings, const Oid *id) {
