@@ -3,7 +3,9 @@
 
 #include "walks.hpp"
 
+#include <algorithm>
 #include <fstream>
+#include <functional>
 
 namespace host {
 
@@ -13,7 +15,36 @@ namespace {
 
 using OwnedReference = Owned<Reference, zReferenceFree>;
 
-constexpr const char *kTempPrefix = "refs/zev/checkout-";
+constexpr const char *kTempPlace = "refs/zev/";
+constexpr const char *kTempName = "checkout-";
+
+// Begins the names of one worktree's. Its own may hold anything; the main one has none.
+std::string temp_prefix(const std::string &worktree) {
+    const size_t number = std::hash<std::string>{}(worktree);
+    return kTempName + (worktree.empty() ? "main" : std::to_string(number)) + "-";
+}
+
+std::string worktree_of(const fs::path &own, const fs::path &shared) {
+    return own == shared ? std::string() : own.filename().string();
+}
+
+// References are shared by all worktrees, the index lock is each one's own: what another one has
+// may be in use. Gone are those of killed processes here, and of worktrees that there are no more.
+void sweep_temporary(const fs::path &shared, const std::string &worktree) {
+    std::error_code ignored;
+    Paths others;
+    if (!worktree.empty()) others.push_back(temp_prefix(""));
+    for (const auto &entry : fs::directory_iterator(shared / "worktrees", ignored))
+        if (const std::string other = entry.path().filename().string(); other != worktree)
+            others.push_back(temp_prefix(other));
+    for (const auto &entry : fs::directory_iterator(shared / kTempPlace, ignored)) {
+        const std::string name = entry.path().filename().string();
+        const bool is_anothers =
+            std::any_of(others.begin(), others.end(),
+                        [&](const std::string &prefix) { return name.starts_with(prefix); });
+        if (name.starts_with(kTempName) && !is_anothers) fs::remove(entry.path(), ignored);
+    }
+}
 
 } // namespace
 
@@ -101,13 +132,11 @@ void delete_reference(const WorkingCopy &copy, const std::string &full_name) {
 
 TempBranch::TempBranch(const WorkingCopy &copy, const Oid *id) : copy_(copy) {
     Oid chance;
-    const fs::path directory = shared_directory(copy) / "refs/zev";
-    std::error_code ignored;
-    for (const auto &left : fs::directory_iterator(directory, ignored))
-        if (left.path().filename().string().starts_with("checkout-"))
-            fs::remove(left.path(), ignored);
+    const fs::path shared = shared_directory(copy);
+    const std::string worktree = worktree_of(own_directory(copy), shared);
+    sweep_temporary(shared, worktree);
     check(zOidRand(&chance));
-    name_ = kTempPrefix + hex(&chance).substr(0, 16);
+    name_ = kTempPlace + temp_prefix(worktree) + hex(&chance).substr(0, 16);
     if (id) OwnedReference(check(zReferenceCreate(copy.repository(), wide(name_).c_str(), id)));
 }
 

@@ -48,7 +48,7 @@ class BranchTip {
 void delete_reference(const WorkingCopy &copy, const std::string &full_name);
 
 // A reference for the length of one checkout, which makes its commit there. To be made under the
-// index lock: what a killed process left of its own is removed on the way.
+// index lock: what a killed process left in this worktree is removed on the way.
 class TempBranch {
   public:
     TempBranch(const WorkingCopy &copy, const Oid *id); // null: not born

@@ -624,4 +624,25 @@ TEST_F(Reach, RowsOfALinkedWorktreeStayWithTheProject) {
     ok("verify");
 }
 
+// Worktrees share their references, each under a lock of its own: what one has in use stays, what
+// was killed goes with the next one there, or anywhere when its worktree is gone.
+TEST_F(Reach, ACheckoutTakesNoOtherWorktreesReferenceAway) {
+    ok("switch -c side");
+    keep({"a"}, "side");
+    git("worktree add -q -b w ../w");
+    const std::string other = std::to_string(std::hash<std::string>{}("w")) + "-1";
+    const auto leave = [&](const std::string &name) {
+        git("update-ref refs/zev/checkout-" + name + " HEAD");
+    };
+    const auto left = [&] { return git("for-each-ref --format='%(refname)' refs/zev"); };
+    for (const std::string &name : {std::string("main-1"), std::string("1-1"), other}) leave(name);
+    EXPECT_EQ(zev(home + "/w", "switch master 2>&1").code, 0);
+    EXPECT_EQ(left(), "refs/zev/checkout-main-1\n");
+    leave(other);
+    ok("switch -c more");
+    keep({"a"}, "more");
+    ok("switch side");
+    EXPECT_EQ(left(), "refs/zev/checkout-" + other + "\n");
+}
+
 } // namespace
