@@ -6,9 +6,8 @@
 #include "objects/conflict/conflict.hpp"
 #include "objects/operations/revert.hpp"
 #include "objects/work/gitkeep.hpp"
-#include "objects/work/too_deep.hpp"
+#include "objects/work/status.hpp"
 #include "objects/work/workdir.hpp"
-#include "zev/status.h"
 
 using namespace zev;
 
@@ -22,6 +21,10 @@ void set_old_path(Node *node, std::u16string_view path) {
     node->flags |= kRenamed;
 }
 
+// What of a status a node can show, or lacks.
+constexpr uint32_t kDiffering = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED |
+                                Z_SPEC_NO_UNREADABLE;
+
 class Reload {
   public:
     Reload(Connection *connection, Index *index) : connection_(connection), index_(index) {}
@@ -31,14 +34,15 @@ class Reload {
   private:
     using Lost = std::vector<std::u16string>;
     using Sources = std::set<std::u16string>; // prefixes
+    using Status = std::unique_ptr<StatusScan>;
 
     void build_tree();
-    git::Status read_status();
-    Lost find_lost(git_status_list *list);
+    Status read_status();
+    Lost find_lost(StatusScan *status);
     bool bring_back(const Lost &lost);
     bool revert(Index *index, const Lost &lost);
 
-    void sweep(git_status_list *list);
+    void sweep(StatusScan &status);
     void mark_added(std::u16string_view path);
     void mark_deleted(std::u16string_view path);
     void mark_changed(std::u16string_view path);
@@ -56,6 +60,7 @@ class Reload {
 
     Connection *connection_;
     Index *index_; // lent
+    const PathSpecPtr differing_{zPathSpecNew(nullptr, kDiffering)};
     AnalysisPtr analysis_;
     std::vector<std::u16string> moved_keeps_; // keep-files that were renamed, where they are now
 };
@@ -63,11 +68,11 @@ class Reload {
 // The status is asked for once more when something came back: for HEAD's file the index may hold
 // another entry now, or none.
 void Reload::run() {
-    git::Status list = read_status();
-    if (const Lost lost = find_lost(list.get()); !lost.empty() && bring_back(lost))
-        list = read_status();
+    Status status = read_status();
+    if (const Lost lost = find_lost(status.get()); !lost.empty() && bring_back(lost))
+        status = read_status();
     build_tree();
-    if (list) sweep(list.get());
+    if (status) sweep(*status);
     mark_conflicts();
 }
 
@@ -88,39 +93,23 @@ void Reload::build_tree() {
 // ---- Status
 
 // A file that is saved while it is read fails the whole; a moment later it is there.
-git::Status Reload::read_status() {
+Reload::Status Reload::read_status() {
     constexpr int kTries = 3;
-    git_status_options how;
-    git_status_options_init(&how, GIT_STATUS_OPTIONS_VERSION);
-    how.show = GIT_STATUS_SHOW_INDEX_AND_WORKDIR;
-    how.flags = GIT_STATUS_OPT_INCLUDE_UNTRACKED | GIT_STATUS_OPT_RENAMES_HEAD_TO_INDEX |
-                GIT_STATUS_OPT_SORT_CASE_SENSITIVELY;
-    git::Status list;
-    const bool read = compare_reachable(index_->owner, nullptr, [&](bool) {
-        int code = GIT_ERROR;
-        for (int tries = 0; code < 0 && tries < kTries; ++tries)
-            code = git_status_list_new(out(list), index_->owner->handle.get(), &how);
-        return code;
-    });
-    if (!read) fail_raised();
-    return list;
+    for (int tries = 0; tries < kTries; ++tries)
+        if (auto scan = std::make_unique<StatusScan>(index_, differing_.get()); scan->run())
+            return scan;
+    return fail_raised(), Status();
 }
-
-template <class F> void each_status(git_status_list *list, F visit) {
-    const size_t count = list ? git_status_list_entrycount(list) : 0;
-    for (size_t i = 0; i < count; ++i) visit(*git_status_byindex(list, i));
-}
-
-std::u16string new_path(const git_diff_delta *delta) { return to_wide(delta->new_file.path); }
-std::u16string old_path(const git_diff_delta *delta) { return to_wide(delta->old_file.path); }
 
 // ---- What is gone from the disk
 
-Reload::Lost Reload::find_lost(git_status_list *list) {
+Reload::Lost Reload::find_lost(StatusScan *status) {
     Lost lost;
-    each_status(list, [&](const git_status_entry &entry) {
-        if (entry.status & GIT_STATUS_WT_DELETED) lost.push_back(new_path(entry.index_to_workdir));
-    });
+    const auto visit = [&](const StatusItem &item) {
+        if (item.word & GIT_STATUS_WT_DELETED) lost.push_back(to_wide(item.path));
+        return 0;
+    };
+    if (status) status->each(visit);
     return lost;
 }
 
@@ -137,15 +126,14 @@ bool Reload::revert(Index *index, const Lost &lost) {
 
 // ---- What differs
 
-void Reload::sweep(git_status_list *list) {
-    each_status(list, [&](const git_status_entry &entry) {
-        const git_diff_delta *staged = entry.head_to_index, *worked = entry.index_to_workdir;
-        if (entry.status & GIT_STATUS_INDEX_NEW) mark_added(new_path(staged));
-        if (entry.status & GIT_STATUS_INDEX_DELETED) mark_deleted(new_path(staged));
-        if (entry.status & (GIT_STATUS_INDEX_MODIFIED | GIT_STATUS_WT_MODIFIED))
-            mark_changed(new_path(entry.status & GIT_STATUS_INDEX_MODIFIED ? staged : worked));
-        if (entry.status & GIT_STATUS_INDEX_RENAMED)
-            mark_renamed(old_path(staged), new_path(staged));
+void Reload::sweep(StatusScan &status) {
+    status.each([&](const StatusItem &item) {
+        const std::u16string path = to_wide(item.path);
+        if (item.word & GIT_STATUS_INDEX_NEW) mark_added(path);
+        if (item.word & GIT_STATUS_INDEX_DELETED) mark_deleted(path);
+        if (item.word & (GIT_STATUS_INDEX_MODIFIED | GIT_STATUS_WT_MODIFIED)) mark_changed(path);
+        if (item.word & GIT_STATUS_INDEX_RENAMED) mark_renamed(to_wide(item.from), path);
+        return 0;
     });
     mark_directories();
 }

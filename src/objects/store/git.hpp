@@ -29,7 +29,6 @@ using Remote = Owned<git_remote, git_remote_free>;
 using Repository = Owned<git_repository, git_repository_free>;
 using Revwalk = Owned<git_revwalk, git_revwalk_free>;
 using Signature = Owned<git_signature, git_signature_free>;
-using Status = Owned<git_status_list, git_status_list_free>;
 using Tag = Owned<git_tag, git_tag_free>;
 using Tree = Owned<git_tree, git_tree_free>;
 
