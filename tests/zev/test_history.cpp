@@ -5,6 +5,7 @@
 #include "support.hpp"
 #include "zev_program.hpp"
 
+#include <map>
 #include <random>
 
 namespace {
@@ -289,6 +290,29 @@ TEST_F(HistoryVerbs, EachObjectHasTheCommitThatChangedIt) {
                                                   {"blame docs", 2},
                                                   {"blame docs/ground.dwx --rev HEAD~9", 3}})
         EXPECT_EQ(this->code(arguments), code) << arguments;
+}
+
+// A merge whose drawing is neither side's: each object is followed along the side that has it.
+TEST_F(HistoryVerbs, WhatBothSidesBroughtIsTheirs) {
+    keep("plan.dwx", "one", "Ada");
+    ok("switch -c side");
+    replace("Kitchen", "Bath"); // the text 33
+    keep("plan.dwx", "two", "Ben");
+    ok("switch master");
+    replace("Bath", "Kitchen");
+    replace("  8\nDOORS", "  8\nGATES"); // the circle 32
+    keep("plan.dwx", "three", "Bob");
+    EXPECT_EQ(code("merge side"), 4);
+    ok("resolve --theirs plan.dwx");
+    replace("Kitchen", "Bath");
+    replace("12.5", "14.5");
+    import("plan.dwx");
+    ok("commit --all -m together --author Eve");
+    ASSERT_EQ(lines(git("rev-list --parents -1 HEAD"))[0].size(), 3 * 41 - 1u);
+    std::map<std::string, std::string> authors;
+    for (const std::string &line : lines(ok("blame plan.dwx --json")))
+        authors[field(line, u"handle")] = field(line, u"author");
+    EXPECT_EQ(authors["33"] + authors["32"] + authors["30"], "BenEveAda");
 }
 
 TEST_F(HistoryVerbs, FieldsAndTotals) {

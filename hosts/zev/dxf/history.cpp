@@ -1,7 +1,10 @@
+// Versions are compared by the keys in their manifests alone. A version is read once for each line
+// of history that leads through it, and of two that follow each other both lists are walked in step.
 #include "dxf/history.hpp"
 
 #include <algorithm>
 #include <bitset>
+#include <deque>
 
 namespace dxf {
 
@@ -35,7 +38,7 @@ bool States::next(State &state) {
         host::OwnedCommit commit = std::move(commit_);
         state = {*zCommitId(commit.get()), path_, blob_};
         if (!zCommitParentCount(commit.get())) return true;
-        commit_ = before(commit.get(), blob_);
+        commit_ = before(commit.get(), state);
         if (zOidIsEqual(zCommitTreeId(commit.get()), zCommitTreeId(commit_.get()))) continue;
         blob_ = find(commit_.get(), path_);
         if (!blob_ && state.blob) blob_ = origin(commit.get(), *state.blob);
@@ -45,16 +48,18 @@ bool States::next(State &state) {
     return false;
 }
 
-// The parent to go on with. A merge brings files whole, so that one of its parents has the same.
-host::OwnedCommit States::before(const Commit *commit, const std::optional<Oid> &blob) const {
+// The parent to go on with. A merge brings files whole, so that one of its parents has the same,
+// unless somebody settled it.
+host::OwnedCommit States::before(const Commit *commit, State &state) const {
     host::OwnedCommit first(host::check(zCommitParent(commit)));
     const uint64_t count = zCommitParentCount(commit);
-    if (line_ == Line::first_parents || count == 1 || !blob) return first;
+    if (line_ == Line::first_parents || count == 1 || !state.blob) return first;
     for (uint64_t n = 0; n < count; ++n) {
         host::OwnedCommit parent(zCommitByid(zCommitOwner(commit), zCommitParentIdAt(commit, n)));
         const std::optional<Oid> found = parent ? find(parent.get(), path_) : std::nullopt;
-        if (found && zOidIsEqual(&*found, &*blob)) return parent;
+        if (found && zOidIsEqual(&*found, &*state.blob)) return parent;
     }
+    for (uint64_t n = 1; n < count; ++n) state.others.push_back(*zCommitParentIdAt(commit, n));
     return first;
 }
 
@@ -143,12 +148,29 @@ struct Settler::Guess {
     int searches = 16;
 };
 
-Settler::Settler(const KeyList &newest) : versions_(newest.size()) {
+Settler::Settler(const KeyList &newest)
+    : versions_(std::make_shared<std::vector<uint32_t>>(newest.size())) {
     pending_.reserve(newest.size());
     for (size_t i = 0; i < newest.size(); ++i) pending_.push_back({newest[i], i, i});
 }
 
-void Settler::compare(const KeyList &older, uint32_t version) {
+Settler Settler::part(const KeyList &older) {
+    Settler others(versions_);
+    if (!locate(older)) return others;
+    const auto is_nowhere = [](const Pending &object) { return object.latest == kNowhere; };
+    for (const Pending &object : pending_)
+        if (is_nowhere(object)) others.pending_.push_back({object.key, object.place, object.place});
+    std::erase_if(pending_, is_nowhere);
+    return others;
+}
+
+void Settler::settle(uint32_t version) {
+    for (const Pending &object : pending_) (*versions_)[object.place] = version;
+    pending_.clear();
+}
+
+// Gives each its place in an older list. Whether that may lack one.
+bool Settler::locate(const KeyList &older) {
     missed_.clear();
     Guess guess(older);
     size_t gone = 0;
@@ -166,11 +188,7 @@ void Settler::compare(const KeyList &older, uint32_t version) {
             object.latest = kNowhere, ++gone;
     }
     look_everywhere(older);
-    if (!gone && missed_.empty()) return;
-    std::erase_if(pending_, [&](const Pending &object) {
-        if (object.latest == kNowhere) versions_[object.place] = version;
-        return object.latest == kNowhere;
-    });
+    return gone || !missed_.empty();
 }
 
 // One pass for all. A bit a number, of its lowest digits, spares most objects of the list the
@@ -196,33 +214,91 @@ void Settler::look_everywhere(const KeyList &older) {
 
 // ---- Questions
 
+namespace {
+
+// Each object is followed along one line of history: where a merge was settled, along the first
+// one that has its key.
+class BlameWalk {
+  public:
+    BlameWalk(Repository *repository, const Notify *notify, Blame &result)
+        : repository_(repository), notify_(notify), result_(result),
+          odb_(host::check(zOdbOpen(repository))) {}
+
+    void run(const Commit *start, const std::string &path) {
+        State state;
+        States states(repository_, start, path, notify_, Line::of_the_file);
+        states.next(state);
+        VersionFile &newest = result_.newest;
+        newest.load(odb_.get(), state);
+        if (!state.blob)
+            throw host::Failed(host::kNotFound,
+                               host::say("there is no %s in this commit", path));
+        if (!newest.manifest) throw host::Failed(host::kOther, host::say("%s: is no drawing", path));
+        lines_.push_back(
+            {std::move(states), std::move(state), Settler(newest.manifest->objects)});
+        for (size_t i = 0; i < lines_.size(); ++i) follow(lines_[i]);
+        result_.changed = lines_.front().settler.versions();
+    }
+
+  private:
+    struct FollowedLine {
+        States states;
+        State state; // that all in the settler are in
+        Settler settler;
+    };
+
+    void follow(FollowedLine &line) {
+        VersionFile older;
+        do {
+            const auto version = static_cast<uint32_t>(result_.versions.size());
+            result_.versions.push_back(std::move(line.state));
+            older.manifest.reset();
+            if (line.states.next(line.state)) older.load(odb_.get(), line.state);
+            Settler others = line.settler.part(kin(older));
+            const State &made = result_.versions.back();
+            for (const Oid &parent : made.others) branch_off(others, parent, made.path);
+            others.settle(version);
+            if (notify_)
+                zNotifyProgress(notify_, u"%s",
+                                host::wide(host::say("version %s", version + 1)).c_str());
+        } while (!line.settler.done());
+    }
+
+    // Leaves what another parent of a merge lacks as well.
+    void branch_off(Settler &objects, const Oid &parent, const std::string &path) {
+        const host::OwnedCommit commit(
+            objects.done() ? nullptr : zCommitByid(repository_, &parent));
+        if (!commit) return; // a copy may have a part of the history
+        State state;
+        States states(repository_, commit.get(), path, notify_, Line::of_the_file);
+        states.next(state);
+        VersionFile theirs;
+        theirs.load(odb_.get(), state);
+        Settler others = objects.part(kin(theirs));
+        if (!objects.done())
+            lines_.push_back({std::move(states), std::move(state), std::move(objects)});
+        objects = std::move(others);
+    }
+
+    // Keys of another table say nothing about these.
+    KeyList kin(const VersionFile &file) const {
+        const Oid &table = result_.newest.manifest->table;
+        const bool is_kin = file.manifest && zOidIsEqual(&file.manifest->table, &table);
+        return is_kin ? file.manifest->objects : KeyList();
+    }
+
+    Repository *repository_;
+    const Notify *notify_;
+    Blame &result_;
+    host::OwnedOdb odb_;
+    std::deque<FollowedLine> lines_; // stay where they are while others come
+};
+
+} // namespace
+
 void blame(Repository *repository, const Commit *start, const std::string &path,
            const Notify *notify, Blame &result) {
-    States states(repository, start, path, notify, Line::of_the_file);
-    host::OwnedOdb odb(host::check(zOdbOpen(repository)));
-    State state;
-    states.next(state);
-    result.newest.load(odb.get(), state);
-    if (!state.blob)
-        throw host::Failed(host::kNotFound, host::say("there is no %s in this commit", path));
-    if (!result.newest.manifest)
-        throw host::Failed(host::kOther, host::say("%s: is no drawing", path));
-    const Manifest &newest = *result.newest.manifest;
-    Settler settler(newest.objects);
-    VersionFile older;
-    do {
-        const auto version = static_cast<uint32_t>(result.versions.size());
-        result.versions.push_back(std::move(state));
-        older.manifest.reset();
-        if (states.next(state)) older.load(odb.get(), state);
-        // Keys of another table say nothing about these.
-        const bool kin = older.manifest && zOidIsEqual(&older.manifest->table, &newest.table);
-        settler.compare(kin ? older.manifest->objects : KeyList(), version);
-        if (notify)
-            zNotifyProgress(notify, u"%s",
-                            host::wide(host::say("version %s", version + 1)).c_str());
-    } while (!settler.done());
-    result.changed = settler.versions();
+    BlameWalk(repository, notify, result).run(start, path);
 }
 
 namespace {

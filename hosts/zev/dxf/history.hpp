@@ -6,6 +6,7 @@
 #include "dxf/manifest.hpp"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,11 +18,13 @@ struct State {
     Oid commit;
     std::string path;        // the drawing's at that time
     std::optional<Oid> blob; // none: the file isn't there
+    // Along the file's own line: of a merge that has it from no parent, those behind the first.
+    std::vector<Oid> others{};
 };
 
 // The states of a drawing, newest first, along first parents, or at a merge along the line that the
-// file came from. A move makes no state; it is followed, also when the drawing was changed in the
-// same commit.
+// file came from; where it was settled there, and came from none, along the first. A move makes no
+// state; it is followed, also when the drawing was changed in the same commit.
 enum class Line { first_parents, of_the_file };
 class States {
   public:
@@ -33,7 +36,7 @@ class States {
 
   private:
     std::optional<Oid> find(const Commit *commit, const std::string &path) const;
-    host::OwnedCommit before(const Commit *commit, const std::optional<Oid> &blob) const;
+    host::OwnedCommit before(const Commit *commit, State &state) const;
     std::optional<Oid> origin(Commit *commit, const Oid &made);
     bool same_drawing(const Oid &a, const Oid &b);
 
@@ -60,11 +63,17 @@ class Settler {
   public:
     explicit Settler(const KeyList &newest);
     bool done() const { return pending_.empty(); }
+    // Keeps what an older list has as well, and gives the others, to be settled, or looked for in
+    // another list.
+    Settler part(const KeyList &older);
+    // Settles all that is here on `version`.
+    void settle(uint32_t version);
     // Settles on `version` what an older list lacks, which makes the next older one the next
     // version to settle on.
-    void compare(const KeyList &older, uint32_t version);
-    // The number of the version of each object, by its place.
-    const std::vector<uint32_t> &versions() const { return versions_; }
+    void compare(const KeyList &older, uint32_t version) { part(older).settle(version); }
+    // The number of the version of each object, by its place in the newest list, also of those that
+    // were parted.
+    const std::vector<uint32_t> &versions() const { return *versions_; }
 
   private:
     static constexpr size_t kNowhere = SIZE_MAX;
@@ -73,17 +82,20 @@ class Settler {
         size_t place;  // in the newest list
         size_t latest; // in the oldest list so far, kNowhere when that lacks it
     };
+    using Versions = std::shared_ptr<std::vector<uint32_t>>;
     struct Guess;
+    explicit Settler(Versions versions) : versions_(std::move(versions)) {}
+    bool locate(const KeyList &older);
     void look_everywhere(const KeyList &older);
 
     std::vector<Pending> pending_;
     std::vector<Pending *> missed_; // their numbers are not where they were expected
-    std::vector<uint32_t> versions_;
+    Versions versions_;
 };
 
 struct Blame {
     VersionFile newest;
-    std::vector<State> versions;   // newest first, as far as it took
+    std::vector<State> versions;   // of each line newest first, as far as it took
     std::vector<uint32_t> changed; // by place in the newest list: which version changed the object
 };
 // Throws when the commit has no drawing of that name.
