@@ -1,3 +1,5 @@
+// Where a list of commits begins: HEAD, a reference or an id. What it comes to is looked up when it
+// is asked for, and kept with the record until it is set anew.
 #include "objects/history/revision.hpp"
 
 #include "zev/commit.h"

@@ -1,3 +1,5 @@
+// One commit as its readers see it: words without control characters, and its changes, which come
+// from the database of records where they are known, else from the commit, and are kept there.
 #include "objects/history/revision.hpp"
 
 #include "common/text.hpp"

@@ -1,3 +1,5 @@
+// What of history is asked for. The five lists of patterns live as long as the record; options that
+// they share with it are handed on whenever these change.
 #include "objects/history/revision.hpp"
 
 #include "zev/pathspec.h"

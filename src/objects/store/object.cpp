@@ -1,3 +1,5 @@
+// Objects of any type, and tags. What is looked up, peeled and wrapped is the same for all types:
+// that lies in the header, as templates.
 #include "objects/store/object.hpp"
 
 #include "zev/object.h"

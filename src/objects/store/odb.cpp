@@ -1,3 +1,5 @@
+// The store of objects: whole ones go from and to streams. A type or a size is read off an object's
+// head alone.
 #include "zev/odb.h"
 
 #include "objects/store/odb.hpp"
