@@ -2,6 +2,7 @@
 #include "common/failure.hpp"
 
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "zev/log.h"
 
 #include <exception>
@@ -62,6 +63,10 @@ Failure raise_locked(About what) { return raise(zRaiseLocked, what); }
 Failure raise_kvdb(About what) { return raise(zRaiseKvdbErr, what); }
 Failure raise_uv(int code, About what) {
     return raise([&](auto... text) { zRaiseUvErr(code, text...); }, what);
+}
+Failure raise_module(int host_errno, const zwchar *path, const zwchar *reason) {
+    const auto code = static_cast<int32_t>(err_from_host(host_errno));
+    return zRaiseError(error_class::kSystem, code, path, reason), Failure{};
 }
 // The resolver's codes are negative, and no errno is.
 Failure raise_socket(int code, About what) {

@@ -46,6 +46,7 @@ Failure raise_args(About what = {});                   // class 2 about one of t
 Failure raise_kvdb(About what = {});                   // class 13, of a drawing's table
 Failure raise_net(int code, const zwchar *reason);     // class 15, of a peer
 Failure raise_uv(int code, About what = {});           // libuv's code
+Failure raise_module(int host_errno, const zwchar *path, const zwchar *reason); // class 9
 Failure raise_socket(int code, About what = {});       // errno, or a resolver's EAI_ code
 Failure raise_other(const zwchar *reason, About what); // class -1, of another library
 

@@ -1,5 +1,4 @@
 // Shared objects of the host: opened and asked, with the loader's own words on failure.
-#include "common/errno.hpp"
 #include "common/failure.hpp"
 #include "common/utf.hpp"
 #include "system/os.hpp"
@@ -10,19 +9,12 @@
 
 using namespace zev;
 
-namespace {
-
-constexpr int32_t kClassSystem = 9;
-
-} // namespace
-
 void *zDllOpen(const zwchar *path) try {
     if (!path) return fail_args();
     std::string reason;
     if (void *library = os::module_open(path, &reason)) return library;
-    const int32_t code = static_cast<int32_t>(err_from_host(errno));
-    zRaiseError(kClassSystem, code, path, to_wide(reason).c_str());
-    return nullptr;
+    const int refused = errno;
+    return raise_module(refused, path, to_wide(reason).c_str());
 } catch (...) {
     return fail_thrown();
 }

@@ -5,6 +5,7 @@
 //   a log         lines: "<hex> <hex> <who> <when>", perhaps a tab and a message; old and new id
 // A file among the references whose name is none of a reference is nobody's: it is passed over.
 #include "common/utf.hpp"
+#include "system/flock.hpp"
 #include "verify/files.hpp"
 #include "verify/parts.hpp"
 
@@ -103,7 +104,7 @@ class References {
             visit_files(shared_ + u"refs/", true,
                         [this](const std::u16string &path, const std::u16string &name) {
                             const std::string full = "refs/" + to_utf8(name);
-                            if (full.ends_with(".zlck") || !is_reference_name(full)) return;
+                            if (name.ends_with(kLockTail) || !is_reference_name(full)) return;
                             read_one(full, read_text(path), false);
                         });
         if (!complete) damage("refs", std::generic_category().message(errno));

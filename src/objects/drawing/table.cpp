@@ -25,7 +25,9 @@
 #include "common/utf.hpp"
 #include "objects/drawing/drawing.hpp"
 #include "objects/store/repository.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
+#include "system/share.hpp"
 
 #include "zev/dir.h"
 #include "zev/oid.h"
@@ -37,7 +39,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <iterator>
 #include <string>
 
 namespace zev {
@@ -47,7 +48,7 @@ Failure fail_store(const char *text) { return raise_kvdb(text); }
 namespace {
 
 constexpr const zwchar *kEnd = nullptr; // of a list of path components
-constexpr zwchar kLockName[] = u"LOCK.zlck";
+constexpr std::u16string_view kLockStem = u"LOCK";
 constexpr zwchar kRemoved[] = u".removed"; // behind the name of a table that goes
 constexpr int kLockRounds = 6;             // of half a second, for others who read or write
 constexpr uint64_t kFirstTag = 1;
@@ -153,10 +154,11 @@ bool open_database(Table *table, const std::string &utf8, bool create) {
 
 // Others of ours are waited for; LevelDB's own lock, beneath, refuses at once.
 bool take_lock(Table *table) {
+    const std::u16string name = std::u16string(kLockStem).append(kLockTail);
     zwchar path[Z_PATH_MAX];
-    if (!zPathBuild(path, table->path.get(), kLockName, kEnd)) return false;
+    if (!zPathBuild(path, table->path.get(), name.c_str(), kEnd)) return false;
     for (int round = 0; round < kLockRounds && !table->lock; ++round) {
-        table->lock.reset(zShareWait(path, u"w+bSTD", Z_SHARE_NONE));
+        table->lock.reset(zShareWait(path, kGuardMode, Z_SHARE_NONE));
         if (!table->lock && zErrorClass() != error_class::kLocked) break;
     }
     return table->lock != nullptr;
@@ -325,7 +327,8 @@ using namespace zev;
 Table *zTableOpen(const zwchar *path, bool create) try {
     if (!path || !*path) return fail_args();
     const std::string utf8 = to_utf8(path);
-    if (zStrlenW(path) + std::size(kLockName) >= Z_PATH_MAX || utf8.size() >= kUtf8PathMax)
+    const uint64_t lock_tail = 1 + kLockStem.size() + kLockTail.size(); // with a slash
+    if (zStrlenW(path) + lock_tail >= Z_PATH_MAX || utf8.size() >= kUtf8PathMax)
         return fail_os(ENAMETOOLONG);
     TablePtr table{new Table};
     table->path.reset(zStrdupW(path));

@@ -147,7 +147,7 @@ namespace {
 
 bool can_be_reference(const std::string &name) {
     int valid = 0;
-    return !name.ends_with(".zlck") && !git_reference_name_is_valid(&valid, name.c_str()) && valid;
+    return !git_reference_name_is_valid(&valid, name.c_str()) && valid;
 }
 
 // One that has come since is none, nor is one that went.
@@ -166,6 +166,7 @@ std::string find_damaged(git_repository *git, const std::unordered_set<std::stri
         return fail_os(errno, directory), above;
     for (const os::Name &each : names) {
         if (each.text == u"." || each.text == u"..") continue;
+        if (!each.directory && each.text.ends_with(kLockTail)) continue;
         const std::string name = above + "/" + to_utf8(each.text);
         if (each.directory) {
             if (std::string found = find_damaged(git, met, name); !found.empty()) return found;
