@@ -2,7 +2,10 @@
 
 #include "system/os.hpp"
 
+#include <cerrno>
 #include <filesystem>
+
+#include <fcntl.h>
 
 using namespace test;
 
@@ -61,6 +64,37 @@ TEST_F(PartialCommitTest, NewNamesThatCantEnterAreLeftOut) {
     for (auto [name, failure] : {std::pair{u"A", 4}, {u"tab\there", 2}, {u"inner", 2}})
         expect_refused({name}, failure);
     EXPECT_REFUSED(commit_only({u"ta*"}), 3); // nothing is left
+}
+
+// Nor does one that belongs to somebody else; what is tracked is not left out unseen.
+TEST_F(PartialCommitTest, ANewFileThatCantBeReadIsLeftOut) {
+    put("tracked", "1");
+    commit_all();
+    put_all({"new", "secret"});
+    static constexpr const char *kClosed[] = {"/secret", "/tracked"};
+    static size_t closed;
+    closed = 0;
+    const zev::os::Calls kept = zev::os::calls;
+    zev::os::calls.open = [](const char *path, int flags, mode_t mode) {
+        if (std::string_view(path).ends_with(kClosed[closed])) return errno = EACCES, -1;
+        return ::open(path, flags, mode);
+    };
+    const zev::Finally open_again([&] { zev::os::calls = kept; });
+    Report report;
+    ASSERT_OK(commit_only({u"*"}, 0, &report));
+    EXPECT_EQ(changed(), "A\tnew");
+    EXPECT_EQ(report.lines, std::vector{text(u"action.sSkipped") + " secret"});
+    EXPECT_EQ(report.reasons["secret"], text(u"reason.eNoAccess"));
+    expect_refused({u"secret"}, 10, kLiteral);
+    Report added;
+    const SpecPtr all = spec({u"*"}, 0, &added), named = spec({u"secret"}, kLiteral);
+    EXPECT_OK(zIndexAdd(lock().get(), all.get()));
+    EXPECT_TRUE(added.told(text(u"action.sSkipped") + " secret"));
+    EXPECT_REFUSED(zIndexAdd(lock().get(), named.get()), 10);
+    closed = 1;
+    put("tracked", "22");
+    expect_refused({u"*"}, 10);
+    EXPECT_REFUSED(zIndexAdd(lock().get(), all.get()), 10);
 }
 
 TEST_F(PartialCommitTest, AConflictStopsIt) {

@@ -249,10 +249,12 @@ bool PartialCommit::stage_changed() {
     return !changes_.empty() || raise_unchanged();
 }
 
-// A new file whose name can't enter would keep everything else from being committed. Who names it
-// is told why.
+// A new file whose name can't enter, or that nobody lets us read, would keep everything else from
+// being committed. Who names it is told why.
 bool PartialCommit::may_leave_out(const Change &change, Staging staging) const {
-    if (!change.is_new() || (staging != Staging::refused && staging != Staging::twin)) return false;
+    const bool can_enter = staging != Staging::refused && staging != Staging::twin &&
+                           staging != Staging::closed;
+    if (!change.is_new() || can_enter) return false;
     return !spec_matcher(spec_).names_itself(bare_path(change));
 }
 

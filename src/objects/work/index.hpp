@@ -126,6 +126,7 @@ enum class Staging {
     directory,
     refused, // a path that no index may hold, one of another repository, or a pipe, a device
     twin,    // another entry's path differs in case only
+    closed,  // a file that we may not read
     failed   // raised
 };
 

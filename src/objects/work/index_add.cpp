@@ -50,6 +50,7 @@ class IndexUpdate {
     bool refresh_all(); // tracked files only
     size_t count() const { return git_diff_num_deltas(diff_.get()); }
     bool add_one(const char *path);
+    bool must_enter(const char *path) const;
     bool refresh_one(const char *path);
     void confirm_drawing(const char *path);
 
@@ -132,7 +133,14 @@ bool IndexUpdate::add_one(const char *path) {
     if (done == Staging::staged)
         return notify_action(notify_, u"action.sAdded", wide.c_str()), true;
     raise_left(index_, done, path);
+    if (done == Staging::closed && must_enter(path)) return false;
     return notify_skipped(notify_, wide.c_str()), true;
+}
+
+// A file that can't be read is left out only where nobody counts on it.
+bool IndexUpdate::must_enter(const char *path) const {
+    return git_index_get_bypath(index_->handle.get(), path, 0) ||
+           spec_matcher(spec_).names_itself(path);
 }
 
 bool IndexUpdate::refresh() {
@@ -147,7 +155,7 @@ bool IndexUpdate::refresh_all() {
 
 bool IndexUpdate::refresh_one(const char *path) {
     const Staging done = stager_.stage(path);
-    if (done == Staging::failed) return false;
+    if (done == Staging::failed || done == Staging::closed) return raise_left(index_, done, path);
     if (done != Staging::missing && done != Staging::directory) return true;
     if (is_conflict(index_, path)) return true; // until it is resolved
     const auto *known = git_index_get_bypath(index_->handle.get(), path, 0);

@@ -62,6 +62,13 @@ bool filters_everywhere(git_repository *repository) {
            level_has(GIT_CONFIG_LEVEL_SYSTEM, "gitattributes");
 }
 
+// Somebody has not let us read it.
+bool is_closed(const std::u16string &full, const struct stat &status) {
+    if (!S_ISREG(status.st_mode)) return false;
+    const Owned<FILE, fclose> file(os::open(full.c_str(), u"rb"));
+    return !file && (errno == EACCES || errno == EPERM);
+}
+
 uint32_t mode_for(const struct stat &status, const git_index_entry *known) {
     if (S_ISLNK(status.st_mode)) return GIT_FILEMODE_LINK;
     // core.filemode is off: the bits of a file on disk mean nothing, those recorded stay.
@@ -157,7 +164,8 @@ Staging Stager::stage_file(const char *path, const git_index_entry *known) {
         if (S_ISDIR(before.st_mode)) return Staging::directory;
         if (!S_ISREG(before.st_mode) && !S_ISLNK(before.st_mode)) return Staging::refused;
         const Read read = store(&entry.id, full.c_str(), path, known, before);
-        if (read == Read::failed) return Staging::failed;
+        if (read == Read::failed)
+            return is_closed(full, before) ? Staging::closed : Staging::failed;
         entry_set_stat(entry, before);
         entry.mode = mode_for(before, known);
         const bool rests = os::lstat(full.c_str(), &after) && same_stat(before, after);
@@ -257,6 +265,7 @@ const zwchar *word_for(Index *index, Staging done, const char *path) {
 Failure raise_left(Index *index, Staging done, const char *path) {
     if (done == Staging::failed) return {};
     if (done == Staging::missing) return fail_os(ENOENT, path);
+    if (done == Staging::closed) return fail_os(EACCES, path);
     if (done == Staging::refused && is_too_long(index, path)) return fail_os(ENAMETOOLONG, path);
     done == Staging::twin ? raise_exists(path) : raise_args(path);
     zSetErrorReason(u"%s", word(word_for(index, done, path)));
