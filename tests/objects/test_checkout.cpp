@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <utility>
 #include <vector>
@@ -156,6 +157,38 @@ TEST_F(CheckoutTest, ForceMakesItAsTheTarget) {
     expect_told(u"action.sUpdated", {"d/two"}); // was only gone from the disk
     for (const zwchar *word : {u"action.sSkipped", u"action.sFailed"})
         EXPECT_FALSE(report.told(text(word) + " tab\t"));
+}
+
+// What a kind leaves out doesn't come in, and with force doesn't go: it is not the target's wish.
+TEST_F(CheckoutTest, KindsThatAreLeftOutStayAsTheyAre) {
+    const std::string first = head();
+    const std::vector<std::string> all = {"d/in", "untracked", "added", "gone-edited", "edited"};
+    const struct {
+        uint32_t kind;
+        std::vector<std::string> stay;
+    } cases[] = {{0, {}},
+                 {Z_SPEC_NO_UNCHANGED, {"d/in"}},
+                 {Z_SPEC_NO_ADDED, {"untracked", "added"}},
+                 {Z_SPEC_NO_DELETED, {"gone-edited"}},
+                 {Z_SPEC_NO_MODIFIED, {"edited"}},
+                 {Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_ADDED | Z_SPEC_NO_DELETED | Z_SPEC_NO_MODIFIED,
+                  all}};
+    zCheckSpecSetOn(spec.get(), Z_CHECK_FORCE);
+    for (const auto &[kind, stay] : cases) {
+        git_as("reset -q --hard " + first);
+        git(place, "clean -fdq");
+        fs::remove_all(place / ".git/trash");
+        for (const std::string &path : all) put(path, "mine");
+        git_as("add added");
+        zCheckSpecSetPaths(spec.get(), WorkingCopyTest::spec({}, kind, &report).get());
+        ASSERT_OK(checkout());
+        std::vector<std::string> left;
+        for (const std::string &path : all)
+            if (at(path) == "mine") left.push_back(path);
+        EXPECT_EQ(left, stay) << kind;
+        const std::string taken = trashed();
+        EXPECT_EQ(std::ranges::count(taken, ';') + std::ssize(stay), std::ssize(all)) << taken;
+    }
 }
 
 // What can't come in, since the store lacks it or no name is that long, stays as it was and is not
