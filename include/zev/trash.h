@@ -86,6 +86,11 @@ ZEV_API bool zTrashFindPost(TrashFind *find, TrashEntry *entry);
 // path stays where it was. The work directory itself and paths as in zev/workdir.h are class 2.
 ZEV_API bool zTrashMoveInto(Repository *repository, const zwchar *path);
 
+// The same for a regular file that is about to be replaced in one step, so that there is no moment
+// without one at its path: it stays there until then. Nothing is copied where a file can have two
+// names, so it must not be written to in place.
+ZEV_API bool zTrashKeep(Repository *repository, const zwchar *path);
+
 // Moves an item into a directory of the work directory, with Back into the one that it came from,
 // and stages it. True also when it is no longer in the trash. A file that stands where the
 // directory is to be, or an item of that name in it, is asked about through `notify`; without an

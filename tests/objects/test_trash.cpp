@@ -135,6 +135,24 @@ TEST_F(TrashTest, AFailingMoveLeavesTheFileWhereItWas) {
     EXPECT_EQ(found().size(), 2u);
 }
 
+// At its place and in the trash, until somebody replaces it; in copy where no file has two names.
+TEST_F(TrashTest, KeepsWhatIsAboutToBeReplaced) {
+    put("d/plan.dwx", "old");
+    ASSERT_OK(zTrashKeep(repository.get(), u"d/plan.dwx"));
+    os::calls.link = [](const char *, const char *) { return errno = EPERM, -1; };
+    ASSERT_OK(zTrashKeep(repository.get(), u"d/plan.dwx"));
+    put("new", "new");
+    fs::rename(place / "new", place / "d/plan.dwx");
+    EXPECT_EQ(trashed(), "plan.dwx=old;plan.dwx=old;");
+    EXPECT_EQ(found(), (Names{"d/plan.dwx", "d/plan.dwx"}));
+    EXPECT_EQ(read(place / "d/plan.dwx"), "new");
+    os::calls.syncfs = [](int) { return errno = EIO, -1; };
+    EXPECT_FALSE(zTrashKeep(repository.get(), u"d/plan.dwx"));
+    EXPECT_EQ(slots(), 2);
+    EXPECT_REFUSED(zTrashKeep(repository.get(), u"d"), 2);
+    EXPECT_OK(zTrashKeep(repository.get(), u"nothing"));
+}
+
 TEST_F(TrashTest, ABatchSyncsOnceForManyAndPrunes) {
     std::vector<std::u16string> paths;
     for (int i = 0; i < 300; ++i) {

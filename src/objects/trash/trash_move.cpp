@@ -87,6 +87,30 @@ bool fill_slot(const TrashSlot &slot, const std::u16string &source) {
     return fail_system(source.c_str());
 }
 
+// A second name takes no room, also on a full disk. A copy has its name when it is whole.
+bool keep_item(const TrashSlot &slot, const std::u16string &source, const std::u16string &item) {
+    if (os::link(source.c_str(), item.c_str())) return os::sync_dir(slot.directory.c_str());
+    const std::u16string aside = path_below(slot.directory, u"part.$$$");
+    const bool done = os::copy(source.c_str(), aside.c_str()) &&
+                      os::sync_tree(slot.directory.c_str()) &&
+                      os::move(aside.c_str(), item.c_str(), false) &&
+                      os::sync_dir(slot.directory.c_str());
+    const int kept = errno;
+    if (!done) os::unlink(aside.c_str());
+    errno = kept;
+    return done;
+}
+
+bool keep_in_slot(const TrashSlot &slot, const std::u16string &source) {
+    const std::u16string item = path_below(slot.directory, slot.name);
+    if (keep_item(slot, source, item)) return true;
+    const int kept = errno;
+    os::unlink(item.c_str());
+    close_slot(slot);
+    errno = kept;
+    return fail_system(source.c_str());
+}
+
 // A slot that holds its description alone goes, or, if `hollow`, directories without files too.
 bool remove_slot(const std::u16string &slot, bool hollow) {
     std::vector<os::Name> names;
@@ -184,6 +208,22 @@ using namespace zev;
 bool zTrashMoveInto(Repository *repository, const zwchar *path) try {
     TrashBatch one(repository);
     return one.move_in(path);
+} catch (...) {
+    return fail_thrown();
+}
+
+bool zTrashKeep(Repository *repository, const zwchar *path) try {
+    std::u16string root;
+    WorkPath place;
+    TrashSlot slot;
+    struct stat status;
+    if (!work_path_to_take(&place, repository, path) || !trash_root(&root, repository))
+        return false;
+    if (!os::lstat(place.full.c_str(), &status))
+        return errno == ENOENT || fail_system(place.full.c_str());
+    if (!S_ISREG(status.st_mode)) return raise_args(place.relative);
+    return can_take(place) && open_slot(&slot, root, place, true) &&
+           keep_in_slot(slot, place.full);
 } catch (...) {
     return fail_thrown();
 }
