@@ -335,6 +335,15 @@ std::string no_file_is_torn(const Case &at) {
     return "";
 }
 
+// A file that the next command would have to bring back, as HEAD has it.
+std::string no_file_is_away(const Case &at) {
+    const Files &after = at.expected.after.work;
+    for (const auto &[path, content] : at.expected.before.work)
+        if (at.expected.terms.stays && after.contains(path) && !at.now.work.contains(path))
+            return path;
+    return "";
+}
+
 // An index that is ahead of the head is what the killed writer would have committed.
 bool is_ahead(const Case &at, const std::string &path, const std::string &content) {
     const State &before = at.expected.before, &after = at.expected.after;
@@ -489,8 +498,8 @@ struct Rule {
 
 constexpr Rule kAtOnce[] = {
     {"head", head_is_old_or_new},     {"names", names_are_old_or_new}, {"bytes", no_byte_is_lost},
-    {"torn", no_file_is_torn},        {"index", index_is_no_older},    {"claim", done_is_done},
-    {"server", server_is_old_or_new},
+    {"torn", no_file_is_torn},        {"away", no_file_is_away},       {"index", index_is_no_older},
+    {"claim", done_is_done},          {"server", server_is_old_or_new},
 };
 
 constexpr Rule kGoingOn[] = {

@@ -35,6 +35,7 @@ struct Terms {
     // drawing from what another one still writes.
     bool litters = false;
     bool unsent = false; // the branch has commits that the server never got
+    bool stays = false;  // what it replaces is there all the while: the old file or the new one
 };
 
 // What is known of an operation before it is struck.

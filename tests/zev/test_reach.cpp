@@ -645,4 +645,31 @@ TEST_F(Reach, ACheckoutTakesNoOtherWorktreesReferenceAway) {
     EXPECT_EQ(left(), "refs/zev/checkout-" + other + "\n");
 }
 
+// What no commit has stays in the trash; what isn't ours, or is none, is not written.
+TEST_F(Reach, ImportDisplacesWhatWasNotCommitted) {
+    const auto import_with = [&](const std::string &radius) {
+        test::write(home + "/in.dxf", plan_with(radius));
+        ok("import ../in.dxf plan.dwx");
+        return sh("mkdir -p .git/trash; cat $(find .git/trash -name plan.dwx) /dev/null");
+    };
+    EXPECT_EQ(import_with("1.5"), "");
+    const std::string first = content("plan.dwx");
+    EXPECT_EQ(import_with("1.5"), ""); // nothing has changed
+    EXPECT_EQ(import_with("2.5"), first);
+    EXPECT_EQ(out("export plan.dwx -"), plan_with("2.5"));
+    ok("commit -m plan plan.dwx");
+    EXPECT_EQ(import_with("3.5"), first);
+}
+
+TEST_F(Reach, ImportGoesThroughNoLinkAndIntoNoOtherRepository) {
+    test::write(home + "/in.dxf", plan_with("1.5"));
+    git("init -q inner");
+    sh("ln -s nowhere.dwx link.dwx; mkdir inner/d sub");
+    git("update-index --add --cacheinfo 160000,$(git -C '" + root + "' rev-parse HEAD),sub");
+    for (const char *target : {"link.dwx", "inner/plan.dwx", "inner/d/plan.dwx", "sub/plan.dwx"})
+        EXPECT_EQ(code(std::string("import ../in.dxf ") + target), 2) << target;
+    EXPECT_FALSE(there(".git/tables"));
+    EXPECT_EQ(sh("find . -name 'plan.*' -o -name 'nowhere.*'"), "");
+}
+
 } // namespace

@@ -20,6 +20,8 @@ struct Import {
     // here; gives the table a tag from the server, false where it has none to give. Both may throw.
     std::function<void(Drawing *drawing)> fetch_rows{};
     std::function<bool(Table *table)> ask_tag{};
+    // Of the drawing's file as it stands, at the last moment before another one takes its place.
+    std::function<void()> keep_former{};
 };
 
 struct ImportResult {

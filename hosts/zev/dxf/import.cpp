@@ -380,6 +380,7 @@ class Importer {
             *host::check(zDrawingObjectAdd(drawing.get(), table_.get(), item.key.object)) =
                 item.key;
         if (former_) carry_over(drawing.get());
+        if (former_ && request_.keep_former) request_.keep_former();
         host::check(zDrawingWrite(drawing.get(), request_.drawing.c_str()));
         result_.written = true;
     }

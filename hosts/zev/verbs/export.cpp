@@ -84,9 +84,11 @@ class Target {
 
   private:
     void displace() const {
-        if (!fs::exists(fs::symlink_status(path_))) return;
+        const fs::file_status status = fs::symlink_status(path_);
+        if (!fs::exists(status)) return;
+        const auto take = fs::is_regular_file(status) ? zTrashKeep : zTrashMoveInto;
         if (const auto below = copy_.below(path_); below && !below->empty())
-            check(zTrashMoveInto(copy_.repository(), wide(*below).c_str()), path_);
+            check(take(copy_.repository(), wide(*below).c_str()), path_);
         else if (!zDrop(wide_path(fs::absolute(path_).string()).c_str()))
             throw fs::filesystem_error({}, path_, {errno, std::generic_category()});
     }

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <map>
-#include <unistd.h>
 
 namespace host {
 
@@ -103,50 +102,42 @@ void report_import(Host &host, const std::string &path, const dxf::ImportResult 
                              count_of(result.rows, "row"), bytes_text(result.bytes)));
 }
 
-// The work file as it was, if no commit of the branch has it; it goes to the trash once the new one
-// stands in its place.
-class Displaced {
-  public:
-    Displaced(const WorkingCopy &copy, const std::string &path)
-        : copy_(copy), path_(path), file_(copy.absolute(path)),
-          aside_(file_.string() + ".zev-" + std::to_string(getpid()) + ".tmp") {
-        if (!fs::is_regular_file(fs::symlink_status(file_)) || is_committed()) return;
-        fs::copy_file(file_, aside_, fs::copy_options::overwrite_existing);
-        is_kept_ = true;
-    }
-    ~Displaced() {
-        std::error_code ignored;
-        if (is_kept_) fs::remove(aside_, ignored);
-    }
-    Displaced(const Displaced &) = delete;
-    Displaced &operator=(const Displaced &) = delete;
+bool is_committed(const WorkingCopy &copy, const std::string &path) {
+    Oid id;
+    check(zOidFromFile(&id, copy.absolute(path).u16string().c_str()), path);
+    const OwnedTreeEntry entry =
+        copy.born() ? copy.entry(copy.head().get(), path) : OwnedTreeEntry();
+    return entry && zOidIsEqual(zTreeEntryId(entry.get()), &id);
+}
 
-    // The trash takes files by the names that they have.
-    void trash() {
-        if (!is_kept_) return;
-        const fs::path fresh = aside_.string() + "2";
-        fs::rename(file_, fresh);
-        fs::rename(aside_, file_);
-        is_kept_ = false;
-        const bool done = zTrashMoveInto(copy_.repository(), wide(path_).c_str());
-        fs::rename(fresh, file_);
-        check(done, path_);
-    }
+// What no commit of the branch has goes to the trash.
+void keep_former(const WorkingCopy &copy, const std::string &path) {
+    if (!is_committed(copy, path)) check(zTrashKeep(copy.repository(), wide(path).c_str()), path);
+}
 
-  private:
-    bool is_committed() const {
-        Oid id;
-        check(zOidFromFile(&id, file_.u16string().c_str()), path_);
-        const OwnedTreeEntry entry =
-            copy_.born() ? copy_.entry(copy_.head().get(), path_) : OwnedTreeEntry();
-        return entry && zOidIsEqual(zTreeEntryId(entry.get()), &id);
+// The directory above a path that is another repository, or the place of one; empty if none is.
+std::string repository_above(const WorkingCopy &copy, const std::string &path) {
+    constexpr uint32_t kCommit = 0160000;
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    for (size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', slash + 1)) {
+        const std::string directory = path.substr(0, slash);
+        const IndexEntry *entry = zIndexEntryBypath(index.get(), wide(directory).c_str());
+        if (copy.is_on_disk(directory + "/.git") || (entry && zIndexEntryMode(entry) == kCommit))
+            return directory;
     }
+    return {};
+}
 
-    const WorkingCopy &copy_;
-    std::string path_;
-    fs::path file_, aside_;
-    bool is_kept_ = false;
-};
+// No drawing is written by way of a link, nor one whose rows would lie here and whose file in
+// another repository.
+void require_own_place(const WorkingCopy &copy, const std::string &path,
+                       const std::string &target) {
+    if (fs::is_symlink(fs::symlink_status(copy.absolute(path))))
+        throw Failed(kInvalid, target + ": is a symbolic link; name the drawing itself");
+    if (const std::string other = repository_above(copy, path); !other.empty())
+        throw Failed(kInvalid,
+                     target + ": lies in " + other + ", a repository of its own; import it there");
+}
 
 // Without the rows of a committed version every object would count as a new one. A drawing of
 // another project, whose rows nobody has here, is replaced as a whole.
@@ -166,6 +157,7 @@ void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
         throw Failed(kInvalid, say("%s: a drawing's name ends in .dwx", target));
     std::string path = copy.relative(target);
     fs::path file = copy.absolute(path);
+    require_own_place(copy, path, target);
     if (makes_directories) fs::create_directories(file.parent_path());
     if (!fs::is_directory(file.parent_path()))
         throw Failed(kNotFound,
@@ -181,17 +173,15 @@ void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
                         .committed = head.get(),
                         .notify = host.notify,
                         .fetch_rows = {},
-                        .ask_tag = {}};
+                        .ask_tag = {},
+                        .keep_former = [&] { keep_former(copy, path); }};
     if (!origin_of(copy).empty()) {
         request.fetch_rows = [&](Drawing *drawing) {
             fetch_former(host, copy, head.get(), drawing, path);
         };
         request.ask_tag = [&](Table *table) { return ask_tag(host, copy, table, path); };
     }
-    Displaced before(copy, path);
-    const dxf::ImportResult result = dxf::import_drawing(request);
-    if (result.written) before.trash();
-    report_import(host, path, result);
+    report_import(host, path, dxf::import_drawing(request));
 }
 
 // One of several that fails holds the others up no more than it must.
