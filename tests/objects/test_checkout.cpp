@@ -90,6 +90,37 @@ TEST_F(CheckoutTest, KeepsWhatTheUserChanged) {
     EXPECT_EQ(git(place, "diff HEAD side --stat"), ""); // the commit is theirs
 }
 
+// Content and mode go each by the side that changed it, a link's target and a file's content by
+// none; and what both have alike is no change of anybody's, whatever kind of file it comes to be.
+TEST_F(CheckoutTest, AModeIsAChangeOfItsOwn) {
+    put("tool", "#!"), put("comes", "d/in");
+    plant("100755 blob " + git(place, "hash-object -w tool"), "tool");
+    plant("120000 blob " + git(place, "hash-object -w comes"), "comes");
+    plant("100755 blob " + git(place, "rev-parse HEAD:kept"), "kept");
+    plant("120000 blob " + git(place, "rev-parse HEAD:same"), "same");
+    put("kept", "mine"), put("same", "mine"), put("untracked", "side untracked");
+    git_as("add untracked");
+    git_as("update-index --chmod=+x edited untracked");
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "M  edited\nM  kept\nUU same\nM  untracked");
+    const auto modes = [&] {
+        return git(place, "ls-files -s comes edited kept same tool untracked | "
+                          "sed 's/ .* / /; s/\t/ /' | tr '\n' ,");
+    };
+    EXPECT_EQ(modes(), "120000 0 comes,100755 0 edited,100755 0 kept,100644 1 same,100644 2 same,"
+                       "120000 3 same,100755 0 tool,100755 0 untracked,");
+    EXPECT_EQ(at("edited") + at("kept") + at("same"), "side editedminemine");
+    EXPECT_EQ(fs::read_symlink(place / "comes"), "d/in");
+    for (const char *path : {"edited", "kept", "tool"})
+        EXPECT_NE(fs::status(place / path).permissions() & fs::perms::owner_exec, fs::perms::none)
+            << path;
+    expect_told(u"action.sAdded", {"tool", "comes"});
+    expect_told(u"action.sUpdated", {"kept", "edited"});
+    plant("100755 blob " + git(place, "hash-object -w same"), "same"); // they agree, at last
+    ASSERT_OK(checkout());
+    EXPECT_EQ(porcelain(), "M  edited\nM  kept\nM  untracked");
+}
+
 // A file stands where theirs needs a directory, a directory where it needs a file, be it that the
 // index alone has it.
 TEST_F(CheckoutTest, WhatIsInTheWayIsAConflict) {

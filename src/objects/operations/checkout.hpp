@@ -116,6 +116,8 @@ class Checkout {
     bool free_file(const CheckoutStep &step);
     bool can_place(const CheckoutStep &step, FileState state);
     bool ensure_entered(const CheckoutStep &step);
+    bool merge(CheckoutStep &step, git_index_entry &both) const;
+    bool take(CheckoutStep &step, git_index_entry both);
     Outcome settle(CheckoutStep &step, Outcome agreed);
     bool record_conflict(CheckoutStep &step);
     bool move_to_trash(const CheckoutStep &step);

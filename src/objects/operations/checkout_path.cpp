@@ -1,5 +1,7 @@
 // What a checkout does at one path. Incoming changes land where the user changed nothing; where he
-// did, the index keeps base, ours and theirs. With force his work goes to the trash.
+// did, the index keeps base, ours and theirs. Content and mode of a file are two things: that one
+// side changed one of them and the other side the other is no conflict. With force his work goes to
+// the trash.
 #include "objects/operations/checkout.hpp"
 
 #include "common/errno.hpp"
@@ -24,9 +26,13 @@ namespace zev {
 namespace {
 
 // Of the bits of a mode only these mean something; old trees have others too.
-bool same(const git_index_entry &a, const git_index_entry &b) {
+bool same_mode(uint32_t a, uint32_t b) {
     constexpr uint32_t kCounts = S_IFMT | 0100;
-    return git_oid_equal(&a.id, &b.id) && (a.mode & kCounts) == (b.mode & kCounts);
+    return (a & kCounts) == (b & kCounts);
+}
+
+bool same(const git_index_entry &a, const git_index_entry &b) {
+    return git_oid_equal(&a.id, &b.id) && same_mode(a.mode, b.mode);
 }
 
 // The commit of a repository within this one. Its directory is that repository's.
@@ -224,15 +230,55 @@ bool Checkout::ensure_entered(const CheckoutStep &step) {
            stage_named(index_.get(), *stager_, step.path.c_str());
 }
 
-// Both sides have it and are equal, be it still a conflict of an earlier day; or it is one now.
-Outcome Checkout::settle(CheckoutStep &step, Outcome agreed) {
+// What a path comes to that both sides have: its content and its mode, each from the side that
+// changed it. False where both did, and where a link's target would get for a file's content or the
+// other way round. What is new on both sides began as any file does. A conflict of an earlier day
+// ends where both are equal by now, and by nothing else.
+bool Checkout::merge(CheckoutStep &step, git_index_entry &both) const {
     const git_index_entry *ours = entry_of(step), *theirs = step.with_path(step.theirs);
-    if (!ours || !theirs || !git_oid_equal(&ours->id, &theirs->id))
-        return record_conflict(step) ? Outcome::conflicted : Outcome::skipped;
+    if (!ours || !theirs) return false;
     const bool open = git_index_entry_stage(ours);
+    const git_index_entry *base = open ? staged(step, 1) : step.with_path(step.base);
+    const uint32_t began = base ? base->mode : uint32_t{GIT_FILEMODE_BLOB};
+    both = *theirs;
+    if (!git_oid_equal(&ours->id, &theirs->id)) {
+        const bool files = S_ISREG(began) && S_ISREG(ours->mode) && S_ISREG(theirs->mode);
+        if (open || !base || !files) return false;
+        if (git_oid_equal(&theirs->id, &base->id))
+            both.id = ours->id;
+        else if (!git_oid_equal(&ours->id, &base->id) || !is_unchanged(step))
+            return false;
+    }
+    if (same_mode(ours->mode, began)) return true;
+    both.mode = ours->mode;
+    return same_mode(theirs->mode, began) || same_mode(theirs->mode, ours->mode);
+}
+
+// The index has the file as it stands, which gets what it lacks of what both sides come to. Only a
+// mode is changed in its place: whoever has it open keeps what he has.
+bool Checkout::take(CheckoutStep &step, git_index_entry both) {
+    git_index_entry now = *staged(step);
+    now.path = step.path.c_str();
+    const bool files = S_ISREG(now.mode) && S_ISREG(both.mode);
+    const bool stays = git_oid_equal(&now.id, &both.id);
+    if (stays && same_mode(now.mode, both.mode)) return true;
+    if (!stays || !files) return free_file(step) && writer_->place(both, true);
+    now.mode = both.mode;
+    return is_unchanged(step) ? writer_->enter_mode(now) : index_enter(index_.get(), now);
+}
+
+// Both sides have it, and what they did goes together, be it still a conflict of an earlier day; or
+// it is one now.
+Outcome Checkout::settle(CheckoutStep &step, Outcome agreed) {
+    git_index_entry both{};
+    if (!merge(step, both)) return record_conflict(step) ? Outcome::conflicted : Outcome::skipped;
     const StrictOff partial;
-    const bool closed = !open || ensure_entered(step) || index_enter(index_.get(), *theirs);
-    return closed ? agreed : Outcome::skipped;
+    if (!staged(step)) { // still open
+        if (!ensure_entered(step))
+            return index_enter(index_.get(), both) ? agreed : Outcome::skipped;
+        if (!git_oid_equal(&staged(step)->id, &both.id)) return agreed; // and changed since
+    }
+    return take(step, both) ? agreed : Outcome::skipped;
 }
 
 // In place of ours, or of a conflict with an earlier target; these stay when it can't be. A partial

@@ -74,6 +74,21 @@ bool WorkWriter::place(git_index_entry entry, bool replaces) {
     return true;
 }
 
+bool WorkWriter::enter_mode(git_index_entry entry) {
+    if (!open()) return false;
+    const std::u16string full = full_path(index_->owner, entry.path);
+    os::Mode mode;
+    mode.read = mode.no_link = true;
+    const int fd = os::open_fd(full.c_str(), mode);
+    if (fd < 0) return fail_errno(full.c_str());
+    set_mode(fd, entry);
+    const bool known = os::fd_stat(fd, &status_) || fail_errno(full.c_str());
+    os::close_fd(fd);
+    if (!known) return false;
+    entry_set_stat(entry, status_);
+    return index_enter(index_, entry);
+}
+
 void WorkWriter::settle() const { os::wait_past(youngest_); }
 
 // ---- Directories on the way

@@ -37,6 +37,10 @@ class WorkWriter {
     // there is still there. May throw.
     bool place(git_index_entry entry, bool replaces);
 
+    // Gives a file that stands there, and is as the index has it, the run bits of an entry, which
+    // is entered. Its bytes are not looked at. May throw.
+    bool enter_mode(git_index_entry entry);
+
     // Whether the store has a blob, to be asked before anything makes way for it. Else raised.
     bool has(const git_oid &id);
 
