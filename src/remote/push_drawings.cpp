@@ -23,6 +23,12 @@ using Keys = std::span<const KeyBytes>;
 constexpr uint64_t kBatch = 0x200000; // bytes of pairs after which a request is sent
 constexpr uint64_t kReserved = 1000;  // keys
 
+// Larger than any manifest. What is not here is not.
+bool is_too_large(Repository *repository, const Oid &blob) {
+    const OdbPtr odb(zOdbOpen(repository));
+    return odb && zOdbSize(odb.get(), &blob) > limits::object_form;
+}
+
 // A manifest as it was committed: the file of the work directory may be another by now. Null,
 // raised, where it is not here; a larger one than any is none.
 StreamPtr manifest(Repository *repository, const Oid &blob) {
@@ -137,8 +143,10 @@ bool send_drawing(Push &push, const DiffEntry *entry) {
     Repository *repository = push.remote->owner;
     const StreamPtr after = manifest(repository, *zDiffEntryNewId(entry));
     if (!after) return false;
-    if (zDiffEntryStatus(entry) == Z_KIND_ADDED) return send_whole(push, after.get());
-    const StreamPtr before = manifest(repository, *zDiffEntryOldId(entry));
+    const Oid *old = zDiffEntryOldId(entry);
+    if (zDiffEntryStatus(entry) == Z_KIND_ADDED || is_too_large(repository, *old))
+        return send_whole(push, after.get());
+    const StreamPtr before = manifest(repository, *old);
     if (!before) return false;
     return zDrawingTableSame(before.get(), after.get())
                ? send_increments(push, before.get(), after.get())
