@@ -3,10 +3,15 @@
 //   2. these go up: files in a pack, large ones alone, drawings as rows of their tables
 //   3. the server makes a tree of its own by the list of changes, then a commit of that
 //   4. the commit comes here, and the tracking branch moves to it
-// What fails before 3 leaves on the server what nothing names. All requests go over one connection.
+// Of what the server makes the tree is held against ours before there is a commit of it, the commit
+// against tree and parent before the branch moves: else an update would bring here, as news, what
+// nobody has done. What fails before 3 leaves on the server what nothing names. All requests go
+// over one connection.
 #include "remote/push.hpp"
 
+#include "common/error_class.hpp"
 #include "network/rest/repos/pack_stream.hpp"
+#include "objects/notify/left.hpp"
 #include "objects/store/diff.hpp"
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
@@ -21,6 +26,7 @@
 #include "zev/reference.h"
 #include "zev/repository.h"
 #include "zev/status.h"
+#include "zev/tree.h"
 
 #include <algorithm>
 #include <span>
@@ -32,7 +38,8 @@ namespace zev {
 
 namespace {
 
-using BuilderPtr = Owned<PackBuilder, zPackBuilderFree>;
+using PackPtr = Owned<PackBuilder, zPackBuilderFree>;
+using BuilderPtr = Owned<TreeBuilder, zTreeBuilderFree>;
 
 // What one request carries; the server takes twice that, and a larger commit goes by several. Bytes
 // and objects of a pack; ids in a question, a node of JSON and 43 bytes each; changes of a tree,
@@ -62,12 +69,15 @@ class Pushing {
     bool sort_out(const Json *answer);
     bool send_files();
     bool send_pack(PackBuilder *builder);
-    bool send_alone(const Oid *id);
+    bool send_alone(const DiffEntry *entry);
+    Failure fail_packing(const DiffEntry *entry) const;
     bool send_tree();
     bool send_changes(Changes changes, const Oid *base);
-    bool check_modes() const;
+    bool check_tree() const;
+    bool is_made_of_files() const;
     bool send_commit();
     Failure fail_first(const RemoteCall &sent, HttpResponse *response, const zwchar *branch);
+    bool is_as_sent(const Commit *made) const;
     bool move_branch();
 
     RemoteCall call(const zwchar *summary = u"odb.eFailedToPushLocalChanages") const {
@@ -185,18 +195,17 @@ bool Pushing::sort_out(const Json *entries) {
 
 bool Pushing::send_files() {
     const OdbPtr odb(files_.empty() ? nullptr : zOdbOpen(owner_));
-    BuilderPtr builder;
+    PackPtr builder;
     uint64_t bytes = 0, objects = 0;
     for (const DiffEntry *entry : files_) {
         const Oid *id = zDiffEntryNewId(entry);
         const uint64_t size = odb ? zOdbSize(odb.get(), id) : 0;
         if (size > kAlone) {
-            if (!send_alone(id)) return false;
+            if (!send_alone(entry)) return false;
             continue;
         }
         if (!builder) builder.reset(zPackBuilderNew(owner_));
-        if (!builder || !zPackBuilderInsert(builder.get(), id))
-            return fail(u"odb.eFailedToBuildPack");
+        if (!builder || !zPackBuilderInsert(builder.get(), id)) return fail_packing(entry);
         bytes += size;
         if (++objects < kPackObjects && bytes < kPack) continue;
         if (!send_pack(builder.get())) return false;
@@ -206,9 +215,16 @@ bool Pushing::send_files() {
     return !builder || send_pack(builder.get());
 }
 
-bool Pushing::send_alone(const Oid *id) {
-    if (zRemoteUploadObject(push_.remote, id, push_.notify)) return true;
-    return is_broken_off(push_) ? false : notify_raised(push_.notify);
+bool Pushing::send_alone(const DiffEntry *entry) {
+    if (zRemoteUploadObject(push_.remote, zDiffEntryNewId(entry), push_.notify)) return true;
+    if (is_broken_off(push_)) return false;
+    return zErrorClass() == error_class::kNet ? notify_raised(push_.notify) : fail_packing(entry);
+}
+
+// What can't be read here is not the server's fault, and its path tells the user what to mend.
+Failure Pushing::fail_packing(const DiffEntry *entry) const {
+    notify_left(push_.notify, u"action.sFailed", zDiffEntryNewPath(entry));
+    return fail(u"odb.eFailedToBuildPack");
 }
 
 bool Pushing::send_pack(PackBuilder *builder) {
@@ -309,21 +325,32 @@ bool Pushing::send_tree() {
         base_ = tree_;
         left = left.subspan(count);
     }
-    return check_modes();
+    return check_tree();
 }
 
-// Whether the server made links of links, and of files to run such ones. An older one makes plain
-// files of all, which everybody would get: then it is not to make a commit of them.
-bool Pushing::check_modes() const {
-    if (zOidIsEqual(&tree_, zCommitTreeId(commit_.get()))) return true;
+// A tree that is not ours is nobody's to commit. An older server makes plain files of links and of
+// files to run, which everybody would get.
+bool Pushing::check_tree() const {
+    if (zOidIsEqual(&tree_, zCommitTreeId(commit_.get())) || is_made_of_files()) return true;
     const DiffEntry *special = nullptr;
     each(changes_.get(), [&](const DiffEntry *entry) {
         if (!is_gone(entry) && zDiffEntryNewMode(entry) != GIT_FILEMODE_BLOB) special = entry;
     });
-    if (!special) return true;
+    if (!special) return wrong_data(call());
     raise_args();
     notify_action(push_.notify, u"action.sFailed", zDiffEntryNewPath(special));
     return fail(u"odb.eModeNotKept_s", zDiffEntryNewPath(special));
+}
+
+// Other programs make directories without a file, which a server leaves out of what it makes, also
+// where nobody touched them; ours may still have them. Its tree is made here in the same way, and
+// so is here when the branch comes to name it.
+bool Pushing::is_made_of_files() const {
+    const KeptFailure kept;
+    const TreePtr ours(zCommitTree(commit_.get()));
+    const BuilderPtr files(ours ? zTreeBuilderNew(owner_, ours.get()) : nullptr);
+    const TreePtr made(files ? zTreeBuilderWrite(files.get(), owner_) : nullptr);
+    return made && zOidIsEqual(&tree_, zTreeId(made.get()));
 }
 
 bool Pushing::send_changes(Changes changes, const Oid *base) {
@@ -378,12 +405,20 @@ bool Pushing::send_commit() {
     return id_in(&made_, json_find(body.get(), u"data"), u"id") || wrong_data(sent);
 }
 
+bool Pushing::is_as_sent(const Commit *made) const {
+    if (!zOidIsEqual(zCommitTreeId(made), &tree_)) return false;
+    const uint64_t parents = zCommitParentCount(made);
+    if (!parent_) return !parents;
+    return parents == 1 && zOidIsEqual(zCommitParentId(made), zCommitId(parent_.get()));
+}
+
 // Its trees are here: they are those of the commit that was replayed. It is on the disk before
 // anything names it.
 bool Pushing::move_branch() {
     if (!zRemoteDownloadObject(push_.remote, &made_, push_.notify)) return false;
     const CommitPtr made(by_id<Commit>(owner_, &made_));
-    if (!made) return wrong_data(call());
+    if (!made || !is_as_sent(made.get()))
+        return wrong_data(call(u"net.eFailedToPushLocalChanages"));
     const zwchar *place = zRepositoryPath(owner_);
     const bool synced = place && (os::sync_tree(place) || fail_os(errno, place));
     const ReferencePtr reference(synced ? zBranchReference(push_.upstream) : nullptr);

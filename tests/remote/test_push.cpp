@@ -199,6 +199,73 @@ TEST_F(Pushes, GoByPartsWhereTheyAreMany) {
     expect_same();
 }
 
+// What the server makes is held against what was sent: its tree before there is a commit of it, and
+// the commit before anything here names it.
+TEST_F(Pushes, TakeNoOtherTreeOrCommit) {
+    ASSERT_OK(send({{"a", "a"}}));
+    const std::string base = head(), old = server("rev-parse HEAD^{tree}").substr(0, 40);
+    local = replay({{"a", "more"}});
+    const auto expect_refused = [&](const std::string &line, auto made) {
+        relay.play([line, made](const Asked &asked, size_t) -> std::optional<std::string> {
+            if (asked.line != line) return {};
+            return answer(201, R"({"data":{"id":")" + made() + "\"}}");
+        });
+        EXPECT_FALSE(send()) << line;
+        EXPECT_NE(told.only().find("The server sent wrong data"), std::string::npos) << told.each();
+        EXPECT_EQ(tracking(), local);
+    };
+    expect_refused("POST /trees", [&] { return old; });
+    EXPECT_EQ(relay.lines().find("POST /commits"), std::string::npos);
+    const std::string ours = git("rev-parse " + local + "^{tree}").substr(0, 40);
+    for (const std::string &other : {old + " -p " + base, ours}) // and without its parent
+        expect_refused("POST /commits", [this, other] {
+            return server("-c user.name=a -c user.email=a commit-tree -m m " + other).substr(0, 40);
+        });
+    EXPECT_EQ(head(), base);
+    relay.play();
+    ASSERT_OK(send());
+    expect_same();
+}
+
+// A directory without a file, of another program's commit: the server leaves it out of what it
+// makes, and whoever sent from a tree with it is as well off as all others.
+TEST_F(Pushes, GoOutFromATreeWithAHollowDirectory) {
+    const std::string commit = "git -c user.name=a -c user.email=a commit-tree -m m ";
+    run("cd '" + service.at("ann/plant") +
+        "' && e=$(git mktree </dev/null) && f=$(printf x | git hash-object -w --stdin)"
+        " && t=$(printf \"100644 blob $f\\tf\\n040000 tree $e\\tnothing\\n\" | git mktree)"
+        " && git update-ref HEAD $(" +
+        commit + "$t)");
+    catch_up();
+    ASSERT_EQ(git("ls-tree --name-only origin/master"), "f\nnothing\n");
+    local = run("cd '" + at() +
+                "' && a=$(printf a | git hash-object -w --stdin) && t=$( { git ls-tree "
+                "origin/master; printf \"100644 blob $a\\ta\\n\"; } | git mktree) && c=$(" +
+                commit +
+                "-p origin/master $t) && git update-ref refs/remotes/origin/master $c"
+                " && printf %s $c");
+    relay.play();
+    ASSERT_OK(send());
+    EXPECT_EQ(tracking(), head());
+    EXPECT_EQ(git("ls-tree --name-only origin/master"), "a\nf\n") << "it is here";
+    ASSERT_OK(send({{"b", "b"}}));
+    expect_same();
+}
+
+// A large file whose object is damaged: it is the file that is told, nobody's arguments.
+TEST_F(Pushes, TellWhatCannotBeRead) {
+    local = replay({{"large", noise(3u << 20, 1)}});
+    const std::string id = git("rev-parse " + local + ":large").substr(0, 40);
+    run("cd '" + at() + "/.git/objects/" + id.substr(0, 2) + "' && chmod u+w " + id.substr(2) +
+        " && truncate -s -100 " + id.substr(2));
+    relay.play();
+    EXPECT_FALSE(send());
+    EXPECT_EQ(told.only(), "The objects could not be packed");
+    EXPECT_EQ(told.actions, std::vector<std::string>{"Failed: large"});
+    EXPECT_EQ(steps(), "POST /objects/diff\n");
+    EXPECT_EQ(zErrorClass(), 11);
+}
+
 // Somebody else was first; with a first commit the server says only that it names no parent.
 TEST_F(Pushes, LoseAgainstAnotherCommit) {
     local = replay({{"a", "first"}});
@@ -302,6 +369,14 @@ TEST_F(Drawings, SendTheirRowsBesideACopyOfTheirs) {
     const Sheet made = sheet({{10, "ten"}});
     ASSERT_OK(send({{"plan/d.dwx", made.bytes}, {"plan/d.dwx.bak", made.bytes}}));
     EXPECT_NE(steps().find("PUT /tables/"), std::string::npos) << steps();
+    EXPECT_EQ(count_rows(served(service, id).get()), 4u);
+    expect_same();
+}
+
+// What stood at the path was too large for a drawing: it was none, and keeps none out.
+TEST_F(Drawings, TakeThePlaceOfALargeFile) {
+    ASSERT_OK(send({{"plan/d.dwx", std::string(zev::limits::object_form + 1, 'x')}}));
+    ASSERT_OK(send({{"plan/d.dwx", sheet({{10, "ten"}}).bytes}}));
     EXPECT_EQ(count_rows(served(service, id).get()), 4u);
     expect_same();
 }

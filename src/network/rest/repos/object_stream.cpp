@@ -40,6 +40,12 @@ void begin_name(Sha1 &sum, git_object_t type, uint64_t size) {
     sum.add(head.data(), head.size());
 }
 
+// As libgit2 fails with an object whose bytes are not those that it was named by.
+Failure fail_damaged() {
+    git_error_set_str(GIT_ERROR_ODB, "object hash mismatch");
+    return fail_git(GIT_EMISMATCH);
+}
+
 // Block by block, and compared with its name at the end.
 bool copy_loose(Stream *stream, LooseObject &object, const Oid &id) {
     Sha1 sum;
@@ -49,13 +55,13 @@ bool copy_loose(Stream *stream, LooseObject &object, const Oid &id) {
     if (!write_head(stream, object.type(), object.size())) return false;
     for (uint64_t left = object.size(); left;) {
         const int64_t got = object.read(block.get(), std::min(left, kBlock));
-        if (got <= 0) return raise_args();
+        if (got <= 0) return fail_damaged();
         const auto count = static_cast<uint64_t>(got);
         sum.add(block.get(), count);
         if (zStreamWrite(stream, block.get(), count) != count) return false;
         left -= count;
     }
-    return (object.ends() && sum.end(name.id) && zOidIsEqual(&name, &id)) || raise_args();
+    return (object.ends() && sum.end(name.id) && zOidIsEqual(&name, &id)) || fail_damaged();
 }
 
 } // namespace
