@@ -292,7 +292,8 @@ def moved(ann):
     ann.zev("update")
     ann.write("moved.txt", "moved")
     ann.zev("add moved.txt")
-    ann.zev("commit -m moved")
+    text = ann.zev(["commit", "-m", "caf\udce9"])  # a byte of Latin-1
+    expect("caf\ufffd" in text, "is sent, whatever its words: " + text)
     ann.sound()
 
 

@@ -111,11 +111,12 @@ OwnedSpec selection(Host &host, const WorkingCopy &copy, const Options &options)
     return copy.spec(paths, left_out, host.notify);
 }
 
-// Empty only where the last commit's stays.
+// As the commit will have it: what is no text becomes a sign for that. Empty only where the last
+// commit's stays.
 std::string message_of(const Options &options) {
     if (!options.message && options.amend) return {};
     if (!options.message) throw Failed(kInvalid, "what was done? Say it by -m MESSAGE");
-    std::string message = clean(*options.message);
+    std::string message = narrow(wide(clean(*options.message)).c_str());
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
         throw Failed(kInvalid, "the message is empty; say what was done");
     return message;
