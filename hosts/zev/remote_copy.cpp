@@ -17,6 +17,7 @@ namespace {
 using OwnedBranch = Owned<Branch, zBranchFree>;
 
 constexpr int kUnauthorized = 401;
+constexpr uint64_t kLargest = 32u << 20; // bytes of an answer that is taken apart in memory
 
 // ---- Addresses
 
@@ -70,7 +71,8 @@ OwnedJson ask(const Host &host, Remote *remote, const std::string &tail) {
     check(zHttpRequestSetUrl(request, wide(url + tail).c_str()));
     HttpResponse *response = get(host, request, url);
     Stream *body = zHttpResponseBody(response);
-    OwnedJson json(body ? zJsonReadStream(body) : nullptr);
+    const bool fits = body && zStreamSize(body) <= kLargest;
+    OwnedJson json(fits ? zJsonReadStream(body) : nullptr);
     if (!json) throw Failed(kNetwork, -1, say("%s: the answer makes no sense", url));
     return json;
 }
