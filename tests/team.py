@@ -256,6 +256,13 @@ def no_rights(ann, ben):
     expect("No permission" in ben.zev("commit -m no", 5), "the server refuses")
     expect({name: state[name] for name in state if name != "index"} ==
            {name: text for name, text in ben.state().items() if name != "index"}, "nothing moved")
+    for line in ("commit -m no what", "commit -m no --all"):
+        expect("what: you may not change it" in ben.zev(line, 5), "and before it is sent: " + line)
+    ben.zev("revert what")
+    text = ben.zev("mv what that")
+    expect("what: you may not" in text and "that: you" not in text, "nor take it away: " + text)
+    ben.zev("mv that what")
+    expect("what: you may not change it" in ben.zev("rm what"), "nor remove it")
     ben.zev("revert what")
     ben.sound()
     admin("rights set team/house plan.dwx of-ben rw")

@@ -6,6 +6,7 @@
 #include "front.hpp"
 #include "index_change.hpp"
 #include "merge_state.hpp"
+#include "permissions.hpp"
 #include "refs.hpp"
 #include "remote_copy.hpp"
 #include "server_note.hpp"
@@ -13,6 +14,44 @@
 #include "transfer.hpp"
 
 namespace host {
+
+namespace {
+
+// Most users' rules hold nothing back: then no file has to be looked at.
+bool may_write_all(const Permissions &permissions) {
+    bool is_default = true; // the rest is left to what holds where no rule does
+    for (const auto &[path, bits] : permissions.rules()) {
+        if (!(bits & Z_PRIVILEGE_WRITE)) return false;
+        is_default = is_default && path != "/";
+    }
+    return !is_default || permissions.fallback() & Z_PRIVILEGE_WRITE;
+}
+
+} // namespace
+
+void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *changes,
+                       const std::function<bool(const std::string &path)> &concerns) {
+    const Permissions permissions(copy);
+    if (!permissions.has_rules() || may_write_all(permissions)) return;
+    check(zPathSpecSetNotify(changes, nullptr));
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const OwnedStatus list(check(zStatusListBuild(index.get(), changes)));
+    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
+        const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
+        if (concerns && !concerns(path)) continue;
+        const Permission permission = permissions.of(path);
+        if (permission.bits & Z_PRIVILEGE_WRITE) continue;
+        host.out.warn(typed_path(path) + ": you may not change it" +
+                      (permission.rule.empty() ? "" : ", by the rule on " + permission.rule) +
+                      "; the server will refuse it");
+    }
+}
+
+void warn_of_read_only(Host &host, const WorkingCopy &copy,
+                       const std::function<bool(const std::string &path)> &concerns) {
+    constexpr uint32_t kLeftOut = Z_SPEC_INDEX_ONLY | Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_RENAMED;
+    warn_of_read_only(host, copy, copy.spec({}, kLeftOut, nullptr).get(), concerns);
+}
 
 int tell_commit(Host &host, const Commit *made, const std::string &author,
                 const std::string &message) {

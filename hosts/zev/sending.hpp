@@ -3,9 +3,18 @@
 
 #include "verb.hpp"
 
+#include <functional>
 #include <string>
 
 namespace host {
+
+// What the server will refuse from this user, of the changes that a spec selects and that are a
+// concern of the verb's: better told now than after an hour's work. Takes the spec's notify away.
+void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *changes,
+                       const std::function<bool(const std::string &path)> &concerns = {});
+// The same of what the index has by now.
+void warn_of_read_only(Host &host, const WorkingCopy &copy,
+                       const std::function<bool(const std::string &path)> &concerns);
 
 // The end of a commit that was made. Both give the exit code.
 int tell_commit(Host &host, const Commit *made, const std::string &author,

@@ -5,7 +5,7 @@
 #include "index_change.hpp"
 #include "keep_files.hpp"
 #include "moved.hpp"
-#include "permissions.hpp"
+#include "sending.hpp"
 #include "unstage.hpp"
 
 #include <cerrno>
@@ -42,26 +42,6 @@ void declare(Command &verb, Options &options) {
                                           "name keeps that it is gone"
                                         : "%s: no such file or directory",
                                 given));
-}
-
-// What the server will refuse from this user: better told now than after an hour's work.
-void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *spec) {
-    const Permissions permissions(copy);
-    if (!permissions.has_rules()) return;
-    check(zPathSpecSetNotify(spec, nullptr));
-    check(zPathSpecSetOn(spec, Z_SPEC_INDEX_ONLY | Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED));
-    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-    const OwnedStatus list(check(zStatusListBuild(index.get(), spec)));
-    for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i) {
-        const std::string path = narrow(zStatusEntryPath(zStatusListEntry(list.get(), i)));
-        const Permission permission = permissions.of(path);
-        if (permission.bits & Z_PRIVILEGE_WRITE) continue;
-        host.out.warn(
-            say(permission.rule.empty()
-                    ? "%s: you may not change it; the server will refuse it"
-                    : "%s: you may not change it, by the rule on %s; the server will refuse it",
-                typed_path(path), permission.rule));
-    }
 }
 
 // Why a file that was named is not in the index.
@@ -127,7 +107,8 @@ int run(Host &host, const Options &options) {
         check(zIndexAdd(index, spec.get()));
         stop_on_break(host.notify);
     });
-    warn_of_read_only(host, copy, copy.spec(options.paths, 0, nullptr).get());
+    constexpr uint32_t kStaged = Z_SPEC_INDEX_ONLY | Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_IGNORED;
+    warn_of_read_only(host, copy, copy.spec(options.paths, kStaged, nullptr).get());
     if (tell_left_out(host, copy, present)) throw Failed(kOther, "not all was added");
     return kDone;
 }

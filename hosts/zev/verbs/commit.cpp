@@ -106,8 +106,9 @@ OwnedSpec selection(Host &host, const WorkingCopy &copy, const Options &options)
     const Paths paths = options.all ? Paths{copy.root().string()} : options.paths;
     const uint32_t left_out =
         Z_SPEC_NO_IGNORED | (options.all ? uint32_t{Z_SPEC_NO_UNTRACKED} : 0u);
-    prepare_drawings(host, copy,
-                     copy.spec(paths, left_out | Z_SPEC_NO_UNCHANGED, host.notify).get());
+    const OwnedSpec changes = copy.spec(paths, left_out | Z_SPEC_NO_UNCHANGED, host.notify);
+    prepare_drawings(host, copy, changes.get());
+    warn_of_read_only(host, copy, changes.get());
     return copy.spec(paths, left_out, host.notify);
 }
 

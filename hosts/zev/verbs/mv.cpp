@@ -6,6 +6,7 @@
 #include "keep_files.hpp"
 #include "moved.hpp"
 #include "odd_names.hpp"
+#include "sending.hpp"
 #include "walks.hpp"
 
 namespace host {
@@ -150,6 +151,9 @@ int run(Host &host, const Options &options) {
                   " -> " + typed_path(target));
     host.out.record(
         Record("action").set(u"action", "renamed").set(u"from", source).set(u"path", target));
+    warn_of_read_only(host, copy, [&](const std::string &path) {
+        return same_or_below(path, source) || same_or_below(path, target);
+    });
     return kDone;
 }
 

@@ -2,6 +2,7 @@
 
 #include "front.hpp"
 #include "odd_names.hpp"
+#include "sending.hpp"
 
 namespace host {
 
@@ -49,6 +50,13 @@ std::set<std::string> targets_of(const WorkingCopy &copy, const Selection &selec
     return targets;
 }
 
+// Itself, or a directory above it.
+bool is_target(const std::set<std::string> &targets, std::string path) {
+    for (size_t slash = 0; !targets.contains(path); path.erase(slash))
+        if ((slash = path.rfind('/')) == path.npos) return false;
+    return true;
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     Paths paths;
@@ -70,6 +78,8 @@ int run(Host &host, const Options &options) {
     host.notify->forget();
     if (list.size()) check(zCommandRm(front.path(), list.size(), list.data(), host.notify));
     require_done(host, "rm");
+    warn_of_read_only(host, copy,
+                      [&](const std::string &path) { return is_target(targets, path); });
     return kDone;
 }
 
