@@ -419,6 +419,9 @@ def full_disk(url, ann, ben):
         ann.zev("commit -m wide")
         text = ben.zev(["get", url + "/team/house", small + "/house"], 1, cwd=ben.home)
         expect("zev: no space is left on the device of " + small in text, "here: " + text)
+        text = ben.zev(["get", url + "/team/house", ben.home + "/wide"], 1, cwd=ben.home,
+                       TMPDIR=small)
+        expect("zev: no space is left on the device of " + small in text, "on the way: " + text)
         ann.zev("rm wide.bin")
         ann.zev("commit -m narrow")
     finally:

@@ -2,12 +2,15 @@
 // each step, so that one connection serves a whole operation.
 #include "remote/remote.hpp"
 
+#include "common/errno.hpp"
+#include "common/told_errno.hpp"
 #include "objects/store/repository.hpp"
 #include "zev/authdb.h"
 #include "zev/lang.h"
 #include "zev/login.h"
 #include "zev/repository.h"
 
+#include <cerrno>
 #include <new>
 
 using namespace zev;
@@ -57,8 +60,15 @@ HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16strin
     return notify_error(call.notify, call.unready);
 }
 
+// A body that found no room on this machine is no failure of the server's, although its answer
+// counts as one that never came: what the record holds after the exchange was raised in it.
 HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at) {
-    return request ? judge(call, zHttpRequestSend(request), at) : nullptr;
+    if (!request) return nullptr;
+    zRaiseError(0, 0, nullptr, nullptr);
+    HttpResponse *response = zHttpRequestSend(request);
+    if (response && zHttpResponseCode(response) == kUnavailable && raised_no_space())
+        return fail_os(ENOSPC), notify_error(call.notify, call.summary);
+    return judge(call, response, at);
 }
 
 HttpResponse *judge(const RemoteCall &call, HttpResponse *response, Here at) {

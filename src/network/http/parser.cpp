@@ -162,7 +162,11 @@ bool MessageParser::execute(const char *bytes, size_t count) {
     const size_t taken = http_parser_execute(&parser_, &Calls::settings, bytes, count);
     const auto code = static_cast<http_errno>(parser_.http_errno);
     if (taken == count || code == HPE_OK) return true;
-    return fail_os(EBADMSG, http_errno_description(code));
+    const bool ours = code < HPE_INVALID_EOF_STATE; // a callback of ours, which knows why
+    const std::u16string why = ours ? zErrorReason() : u"";
+    fail_os(EBADMSG, http_errno_description(code));
+    if (!why.empty()) zSetErrorReason(u"%s", why.c_str());
+    return false;
 }
 
 bool MessageParser::feed(std::string_view bytes, size_t *taken) {
