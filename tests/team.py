@@ -429,6 +429,41 @@ def full_disk(url, ann, ben):
     ben.zev("update")
 
 
+def secure_server(work):
+    """A day over zevd's own TLS, which nobody vouches for but a file."""
+    server, ca = Service(work + "/safe"), work + "/safe/own.crt"
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
+                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "90", "-subj", "/CN=own",
+                    "-addext", "subjectAltName=DNS:localhost", "-keyout", work + "/safe/own.key",
+                    "-out", ca], check=True, capture_output=True)
+    cleo = Designer(work, "cleo")
+    try:
+        server.start(certificate="own.crt", key="own.key")
+        url = "https://localhost:%d" % server.port
+        login = "login %s --user admin --password-stdin" % url
+        text = cleo.zev(login, 8, "secret\n", cwd=cleo.home)
+        expect("No secure connection" in text, "whom nobody vouches for: " + text)
+        os.environ["ZEV_CA_FILE"] = ca
+        text = cleo.zev(login, 0, "secret\n", cwd=cleo.home)
+        expect("warning" not in text, "nothing to warn of: " + text)
+        cleo.zev("admin project create team/house", cwd=cleo.home)
+        cleo.zev(["get", url + "/team/house"], cwd=cleo.home)
+        cleo.write("wide.bin", os.urandom(3 << 20))
+        cleo.write("note.txt", "over TLS")
+        cleo.zev("add .")
+        cleo.zev("commit -m secure")
+        cleo.zev("get team/house again", cwd=cleo.home)
+        for name in ("wide.bin", "note.txt"):
+            expect(cleo.read("../again/" + name) == cleo.read(name), name + " over TLS")
+        del os.environ["ZEV_CA_FILE"]
+        state = cleo.state()
+        cleo.zev("update", 8)
+        expect(cleo.state() == state, "and nothing goes on without the file")
+    finally:
+        os.environ.pop("ZEV_CA_FILE", None)
+        server.stop()
+
+
 def another_project(server, url, ann):
     """It is deleted, and made anew: last of all."""
     state = ann.state()
@@ -559,6 +594,7 @@ def play(work, data, example):
         left_with_a_reason(ann, ben)
         full_disk(url, ann, ben)
         another_project(server, url, ann)
+        secure_server(work)
     finally:
         server.stop()
 

@@ -3,6 +3,7 @@
 #include "drawn.hpp"
 
 #include "remote/push.hpp"
+#include "zev/zip.h"
 
 using namespace test;
 
@@ -401,9 +402,14 @@ TEST_F(Drawings, SendRowsByParts) {
     std::vector<std::pair<uint64_t, std::string>> objects;
     for (unsigned n = 0; n < 5; ++n) objects.emplace_back(n + 1, noise(1u << 20, n));
     ASSERT_OK(send({{"plan/d.dwx", sheet(objects).bytes}}));
-    size_t parts = 0;
-    for (const Asked &each : relay.asked()) parts += each.line.starts_with("PUT /tables/");
-    EXPECT_EQ(parts, 3u);
+    size_t parts = 0, closed = 0;
+    for (const Asked &each : relay.asked()) {
+        if (!each.line.starts_with("PUT /tables/")) continue;
+        const StreamPtr packed = stream_of(each.body), rows(zUnzipStream(packed.get(), u"gzip"));
+        closed += rest_of(rows.get()).ends_with(std::string(4, '\0'));
+        ++parts;
+    }
+    EXPECT_EQ(std::pair(parts, closed), std::pair(size_t{3}, size_t{3})) << "each has its end mark";
     const TablePtr there = served(service, id);
     EXPECT_EQ(count_rows(there.get()), 8u);
     EXPECT_EQ(zTableTagGet(there.get()), zTableTagGet(TablePtr(zTableByid(copy.get(), &id)).get()))
