@@ -1,8 +1,13 @@
 // Scratch: a directory in which something is made before it takes its place.
 #pragma once
 
+#include "host.hpp"
+
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace host {
@@ -22,12 +27,25 @@ class Scratch {
     Scratch &operator=(const Scratch &) = delete;
 
     const std::filesystem::path &path() const { return path_; }
+    // All of it is on the disk before it has the name, and the name when this returns.
     void move_to(const std::filesystem::path &target) {
+        sync(path_, syncfs);
         std::filesystem::rename(path_, target); // an empty directory is replaced
         path_.clear();
+        sync(target.parent_path(), [](int fd) { // which not every file system does
+            return fsync(fd) == 0 || errno == EINVAL ? 0 : -1;
+        });
     }
 
   private:
+    static void sync(const std::filesystem::path &directory, int (*how)(int)) {
+        const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const bool done = fd >= 0 && how(fd) == 0;
+        const int code = errno;
+        if (fd >= 0) close(fd);
+        if (!done) throw Failed(kSystem, code, directory.string() + ": " + strerror(code));
+    }
+
     std::filesystem::path path_;
 };
 
