@@ -41,9 +41,11 @@ void warn_of_read_only(Host &host, const WorkingCopy &copy, PathSpec *changes,
         if (concerns && !concerns(path)) continue;
         const Permission permission = permissions.of(path);
         if (permission.bits & Z_PRIVILEGE_WRITE) continue;
-        host.out.warn(typed_path(path) + ": you may not change it" +
-                      (permission.rule.empty() ? "" : ", by the rule on " + permission.rule) +
-                      "; the server will refuse it");
+        host.out.warn(
+            say(permission.rule.empty()
+                    ? "%s: you may not change it; the server will refuse it"
+                    : "%s: you may not change it, by the rule on %s; the server will refuse it",
+                typed_path(path), permission.rule));
     }
 }
 
