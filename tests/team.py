@@ -63,17 +63,18 @@ class Designer:
 
 
 class Relay:
-    """Stands between: at a number of bytes from the server it stalls, or hangs up."""
+    """Stands between: at a number of bytes of one way, else of those from the server, it stalls, or
+    hangs up."""
 
     def __init__(self, port):
-        self.target, self.left, self.hangs_up = port, None, False
+        self.target, self.left, self.hangs_up, self.way = port, None, False, "down"
         self.stalled, self.flows = threading.Event(), threading.Event()
         self.listener = socket.create_server(("localhost", 0))
         self.port = self.listener.getsockname()[1]
         threading.Thread(target=self.accept, daemon=True).start()
 
-    def limit(self, count, hangs_up=False):
-        self.left, self.hangs_up = count, hangs_up
+    def limit(self, count, hangs_up=False, way="down"):
+        self.left, self.hangs_up, self.way = count, hangs_up, way
         self.stalled.clear()
         self.flows.clear()
 
@@ -90,12 +91,12 @@ class Relay:
                 except OSError:
                     client.close()
                     continue
-                for ways in ((client, server, False), (server, client, True)):
-                    threading.Thread(target=self.carry, args=ways, daemon=True).start()
+                for each in ((client, server, "up"), (server, client, "down")):
+                    threading.Thread(target=self.carry, args=each, daemon=True).start()
 
-    def carry(self, source, to, counts):
+    def carry(self, source, to, way):
         with contextlib.suppress(OSError):
-            while (block := source.recv(1 << 16)) and not (counts and self.stops(block)):
+            while (block := source.recv(1 << 16)) and not (way == self.way and self.stops(block)):
                 to.sendall(block)
         for end in (source, to):
             with contextlib.suppress(OSError):
@@ -373,8 +374,17 @@ def broken_line(url, server, ann, ben):
             expect(open(place + name, "rb").read() == open(ann.copy + name, "rb").read(), name)
         expect("cut short" not in ben.zev("update", cwd=place), "and says it once")
         ben.zev("verify", cwd=place)
+    for number in range(5):
+        ben.write("more/%d.bin" % number, os.urandom(21 << 17), place)
+    ben.zev("add more", cwd=place)
+    relay.limit(9 << 20, hangs_up=True, way="up")
+    ben.zev("commit -m more", 8, cwd=place)
+    relay.open()
+    expect("is not sent again" in ben.zev("commit -m more", cwd=place), "a send goes on, too")
     relay.close()
-    ben.zev("update")
+    for each in (ann, ben):
+        each.zev("update")
+        expect(all(each.read("more/%d.bin" % number) for number in range(5)), "and comes whole")
 
 
 def links(ann, ben):

@@ -277,10 +277,12 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
     const std::string name = known ? known->name : narrow(word);
     const bool failed = name == "failed"; // its text is a message
     const std::string why = failed || name == "skipped" ? why_left(text) : "";
-    ++(failed                   ? outcome_.failed
-       : name == "skipped"      ? outcome_.skipped
-       : name == "unauthorized" ? outcome_.unauthorized
-                                : outcome_.done);
+    uint64_t &count = failed                   ? outcome_.failed
+                      : name == "skipped"      ? outcome_.skipped
+                      : name == "unauthorized" ? outcome_.unauthorized
+                                               : outcome_.done;
+    ++count;
+    outcome_.listed += &count == &outcome_.done;
     if (output_.json()) {
         Record record("action");
         record.set(u"action", name).set(failed ? u"message" : u"path", shown_path(text));
@@ -292,7 +294,10 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
 }
 
 void HostNotify::on_end(const char *result, const zwchar *text) const {
-    if (std::string_view(result) != "done") outcome_.aborted = true;
+    if (std::string_view(result) == "done")
+        outcome_.listed = 0;
+    else
+        outcome_.aborted = true;
     output_.clear_progress();
     output_.record(Record("end").set(u"result", result).set(u"text", text));
 }

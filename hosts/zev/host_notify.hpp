@@ -24,7 +24,8 @@ struct Answers {
 
 // What an operation told by the way: the library's result alone doesn't always say it.
 struct Outcome {
-    uint64_t done = 0; // files that were handled
+    uint64_t done = 0;   // files that were handled
+    uint64_t listed = 0; // of these, since an operation within was done
     uint64_t failed = 0;
     uint64_t skipped = 0;
     uint64_t unauthorized = 0; // that the server would not have changed

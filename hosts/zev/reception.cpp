@@ -78,6 +78,13 @@ std::string stock_text(const Stock &stock) {
     return count_of(stock.objects, "object") + ", " + bytes_text(stock.bytes);
 }
 
+bool was_cut_short() {
+    constexpr int kAnswered = 400, kUnavailable = 503;
+    return zErrorClass() == kCanceled ||
+           (zErrorClass() == kNetwork &&
+            (zErrorCode() < kAnswered || zErrorCode() == kUnavailable));
+}
+
 // A get that was cut short has left no answer of the server's, unlike one of an empty project.
 void tell_unfinished(Host &host, const WorkingCopy &copy) {
     const std::string url = copy.born() ? "" : origin_of(copy), place = copy.root().string();
@@ -123,11 +130,7 @@ Stock Reception::stock() const {
 }
 
 void Reception::fail() {
-    constexpr int kAnswered = 400, kUnavailable = 503;
-    const bool cut =
-        zErrorClass() == kCanceled ||
-        (zErrorClass() == kNetwork && (zErrorCode() < kAnswered || zErrorCode() == kUnavailable));
-    if (!cut) finish();
+    if (!was_cut_short()) finish();
 }
 
 void Reception::finish() {

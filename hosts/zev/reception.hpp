@@ -13,6 +13,10 @@ struct Stock {
     uint64_t objects = 0, bytes = 0; // as they are stored
 };
 
+// Whether what the library failed with is that the line broke, or that the user broke off: only
+// then there is something to go on from.
+bool was_cut_short();
+
 // While it lives, progress tells of objects, too. A note stays in the Git directory until `finish`,
 // so that whoever comes next, also after a crash, says what he goes on from.
 class Reception {
@@ -28,8 +32,7 @@ class Reception {
     Stock stock() const;
     bool is_resumed() const { return resumed_; }
     void finish();
-    // Instead: only a line that broke leaves something to go on from.
-    void fail();
+    void fail(); // instead
 
   private:
     void tell_resumed();

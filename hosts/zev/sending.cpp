@@ -1,5 +1,8 @@
 // What the library's "true" doesn't tell is whether there was anything left to send after the
 // update: then the branch has no commit with the user's words.
+//
+// A send that was cut short leaves "zev-sending" in the Git directory, an empty file, for the next
+// one to say so.
 #include "sending.hpp"
 
 #include "author.hpp"
@@ -7,11 +10,14 @@
 #include "index_change.hpp"
 #include "merge_state.hpp"
 #include "permissions.hpp"
+#include "reception.hpp"
 #include "refs.hpp"
 #include "remote_copy.hpp"
 #include "server_note.hpp"
 #include "show.hpp"
 #include "transfer.hpp"
+
+#include <fstream>
 
 namespace host {
 
@@ -101,6 +107,43 @@ bool is_made(const WorkingCopy &copy, const std::optional<Oid> &before,
     return narrow(zCommitMessage(copy.head().get())) == message;
 }
 
+// While it lives, progress tells how many files go.
+class Dispatch {
+  public:
+    Dispatch(Host &host, const WorkingCopy &copy)
+        : host_(host), note_(own_directory(copy) / "zev-sending") {
+        if (std::filesystem::exists(note_)) tell_resumed();
+        host_.notify->set_progress_tail([this] {
+            const uint64_t files = host_.notify->outcome().listed;
+            return files ? ", " + count_of(files, "file") : std::string();
+        });
+    }
+    ~Dispatch() { host_.notify->set_progress_tail(nullptr); }
+    Dispatch(const Dispatch &) = delete;
+    Dispatch &operator=(const Dispatch &) = delete;
+
+    void finish() {
+        std::error_code ignored;
+        std::filesystem::remove(note_, ignored);
+    }
+    // Instead. What was cut short before anything was sent leaves what there was.
+    void fail() {
+        if (!was_cut_short()) return finish();
+        if (host_.notify->outcome().listed) std::ofstream{note_};
+    }
+
+  private:
+    void tell_resumed() {
+        constexpr const char *kText = "the last try to send was cut short; what has reached the "
+                                      "server as a whole is not sent again";
+        host_.out.line(kText);
+        host_.out.record(Record("info").set(u"message", kText));
+    }
+
+    Host &host_;
+    std::filesystem::path note_;
+};
+
 bool refused(const Host &host) { return host.notify->outcome().unauthorized > 0; }
 
 [[noreturn]] void fail_commit(Host &host, const std::string &url) {
@@ -127,14 +170,17 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
     const std::optional<Unsettled> merge = named ? std::nullopt : unsettled_merge(copy);
     if (merge && !has_conflicts(copy)) tell_merge_ends(host, *merge);
     const std::optional<Oid> before = head_of(copy);
+    Dispatch sending(host, copy);
     host.notify->forget();
     if (!zRemoteCommit(remote.get(), spec.get(), wide(author).c_str(), wide(message).c_str())) {
+        sending.fail();
         if (!broken() && zErrorClass() != kNetwork && has_conflicts(copy)) {
             host.out.drop_reason();
             return fail_conflicts(host);
         }
         fail_commit(host, url);
     }
+    sending.finish();
     if (merge) finish_merge(copy);
     const OwnedCommit made = server_commit(copy);
     note_answer(copy, made && !named ? zCommitId(made.get()) : nullptr); // else of some paths only
