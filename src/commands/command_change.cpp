@@ -15,11 +15,6 @@ using namespace zev;
 
 namespace {
 
-constexpr std::string_view kKeepText = "# Ignore everything in this directory\n"
-                                       "*\n"
-                                       "# Except this file !.gitkeep";
-static_assert(kKeepText.size() == 68);
-
 // ---- A new directory
 
 Failure fail_directory(const zwchar *directory, Here at = {}) {

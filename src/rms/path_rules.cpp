@@ -19,6 +19,7 @@
 #include "common/utf.hpp"
 #include "objects/notify/notify.hpp"
 #include "objects/work/file_mode.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "system/os.hpp"
 #include "zev/http_request.h"
 #include "zev/http_response.h"
@@ -42,16 +43,15 @@ namespace {
 
 constexpr const zwchar *kFile = u"AUTHZ";
 constexpr int32_t kAllRights = Z_PRIVILEGE_READ | Z_PRIVILEGE_WRITE | Z_PRIVILEGE_EXPORT;
-constexpr std::u16string_view kKeepFile = u".gitkeep";
 
 bool is_separator(zwchar unit) { return unit == u'/' || unit == u'\\'; }
 
 bool is_keep_file(std::u16string_view path) {
     while (!path.empty() && is_separator(path.back())) path.remove_suffix(1);
-    if (path.size() < kKeepFile.size()) return false;
-    const std::u16string_view above = path.substr(0, path.size() - kKeepFile.size());
+    if (path.size() < kKeepFileWide.size()) return false;
+    const std::u16string_view above = path.substr(0, path.size() - kKeepFileWide.size());
     return (above.empty() || is_separator(above.back())) &&
-           zStrncasesameW(path.data() + above.size(), kKeepFile.data(), kKeepFile.size());
+           zStrncasesameW(path.data() + above.size(), kKeepFileWide.data(), kKeepFileWide.size());
 }
 
 JsonBounds answer_bounds() { return {limits::http_json, limits::http_nodes}; }

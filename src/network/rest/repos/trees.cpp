@@ -8,6 +8,7 @@
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
 #include "objects/store/tree_extent.hpp"
+#include "objects/work/gitkeep.hpp"
 #include "objects/work/treebuilder.hpp"
 #include "rms/privilege.hpp"
 #include "zev/object.h"
@@ -109,7 +110,7 @@ bool Listing::add(const git_tree_entry *entry, git_object_t kind) {
 uint32_t Listing::mode_of(const git_tree_entry *entry, git_object_t kind,
                           const std::u16string &name) {
     const uint32_t mode = git_tree_entry_filemode(entry);
-    if (kind != GIT_OBJECT_BLOB || zStrcasesameW(name.c_str(), u".gitkeep")) return mode;
+    if (kind != GIT_OBJECT_BLOB || zStrcasesameW(name.c_str(), kKeepFileWide.data())) return mode;
     const int32_t bits = rights(call).at(path + name);
     if (!(bits & Z_PRIVILEGE_READ)) return mode & ~(kMayRead | kMayWrite);
     return bits & Z_PRIVILEGE_WRITE ? mode : mode & ~kMayWrite;
