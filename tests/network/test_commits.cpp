@@ -72,6 +72,7 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
         {body("a", "m", made, "hooks/update"), 500, "could not be created"},
         {body("a", "m", made, "refs/heads/../../x"), 500, "could not be created"},
         {body("a", "m", made, "FETCH_HEAD"), 500, "could not be created"},
+        {body("a", "m", made, "refs/ZEV/agreed/master"), 500, "could not be created"},
     };
     for (const auto &[json, code, part] : cases) {
         const Answer answer =
@@ -114,6 +115,60 @@ TEST_F(Commits, TellADamagedStoreFromABadTree) {
         const std::string next = store_tree(service, "ann/plant", {{name, "2"}});
         EXPECT_EQ(service.post(kCommits, body("a", "m", next, "refs/heads/old", old)).code, 200);
     }
+}
+
+// A path that no operation takes enters no project, but one that is there can go on.
+TEST_F(Commits, TakeNoPathsThatAreTooLong) {
+    const std::string directories = std::string(200, 'a') + "/" + std::string(200, 'b') + "/";
+    std::string umlauts;
+    for (int n = 0; n < 109; ++n) umlauts += "\u00f6"; // more bytes, as many units
+    for (const auto &[name, code] :
+         {std::pair(std::string(109, 'c'), 200), {umlauts, 200}, {std::string(110, 'c'), 400}}) {
+        const std::string path = directories + name;
+        const std::string made = store_tree(service, "ann/plant", {{path, "1"}});
+        EXPECT_EQ(service.post(kCommits, body("a", "m", made)).code, code) << path.size();
+        const std::string id = test::store(service, "ann/plant", Z_OBJECT_BLOB, "1");
+        EXPECT_EQ(service
+                      .post("/repos/ann/plant/trees",
+                            R"({"query":{"entries":[{"oper":"add","path":")" + path +
+                                R"(","id":")" + id + R"(","mode":33188}]}})")
+                      .code,
+                  code)
+            << path.size();
+    }
+}
+
+// What is named and isn't there was lost: a history that ends at it isn't whole, and a branch that
+// leads to it isn't gone.
+TEST_F(Commits, AreNotGoneWhenTheyAreLost) {
+    std::string parent, ids[3];
+    for (std::string &id : ids) {
+        id = test::run("cd " + service.at("ann/plant") + " && git -c user.name=a -c user.email=a " +
+                       "commit-tree " + parent + " -m m " + tree("x"))
+                 .substr(0, 40);
+        parent = "-p " + id;
+    }
+    service.git("ann/plant", "update-ref refs/heads/master " + ids[2]);
+    service.git("ann/plant", "update-ref refs/heads/lost " + ids[0]);
+    ASSERT_TRUE(std::filesystem::remove(service.at("ann/plant") + "/objects/" +
+                                        ids[0].substr(0, 2) + "/" + ids[0].substr(2)));
+    const std::string revisions = "/repos/ann/plant/revisions";
+    const std::pair<std::string, int> cases[] = {
+        {kCommits, 500},
+        {kCommits + "?limit=2", 200},
+        {kCommits + "?head=lost", 500},
+        {kCommits + "?head=" + ids[0], 404}, // asked for by its name
+        {revisions, 500},
+        {revisions + "?until=1999-01-01T00:00:00Z", 500},
+        {revisions + "?limit=2", 200},
+        {revisions + "?head=lost", 500},
+        {revisions + "?head=none", 404},
+    };
+    for (const auto &[target, code] : cases) EXPECT_EQ(service.get(target).code, code) << target;
+    for (const std::string &told : {std::string(), ids[0]})
+        EXPECT_EQ(service.post(kCommits, body("a", "m", tree("y"), "refs/heads/lost", told)).code,
+                  500)
+            << told;
 }
 
 // Else every copy would have a path that it can't make.

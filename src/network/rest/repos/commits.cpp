@@ -1,7 +1,6 @@
 // Commits: the history along first parents, one commit, and a new one on a branch that is still
 // where the client believes it. A commit is answered when it would survive a loss of power.
 #include "common/error_class.hpp"
-#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
@@ -74,15 +73,6 @@ Range::Range(const Call &call)
         limit = std::strtoull(digits.c_str(), nullptr, 10);
 }
 
-// To the parent; false when there is one that can't be read, which is no end of history.
-bool go_back(CommitPtr &commit) {
-    CommitPtr parent(zCommitParent(commit.get()));
-    const bool fails =
-        !parent && zCommitParentCount(commit.get()) && zErrorClass() != error_class::kNotFound;
-    commit = std::move(parent);
-    return !fails;
-}
-
 // Adds the commits of a range, newest first; an older one than `since` hides all behind it.
 bool add_history(Json *entries, CommitPtr commit, const Range &range) {
     bool is_sound = true;
@@ -143,6 +133,14 @@ HttpResponse *NewCommit::read() {
     return need(u"query.tree", tree_id);
 }
 
+// Null where nothing is, and, raised as the store's failure, where what the reference names is
+// lost.
+CommitPtr commit_at(Repository *repository, const zwchar *reference) {
+    CommitPtr commit(zCommitByref(repository, reference));
+    if (!commit) fail_lost_at(repository, reference);
+    return commit;
+}
+
 // The reference must be where the client believes it.
 HttpResponse *NewCommit::find_parent() {
     const Json *told = zJsonPathGet(fields.get(), u"query.update");
@@ -153,7 +151,7 @@ HttpResponse *NewCommit::find_parent() {
     const zwchar *parent = text_at(fields, kField);
     Oid id;
     if (parent && !parse_id(&id, parent)) return refuse(call, 400, u"srv.eFieldInvalid_s", kField);
-    tip.reset(zCommitByref(call.repository.get(), update));
+    tip = commit_at(call.repository.get(), update);
     if (!tip && has_store_failed(call)) return fail_inside();
     if (tip && !parent) return refuse(call, 400, u"srv.sFiledRequired_s", kField);
     if (tip && !zOidIsEqual(zCommitId(tip.get()), &id))
@@ -216,7 +214,7 @@ void NewCommit::Changes::take(std::string path, TreePairs::Entry before, TreePai
     }
     if (denied || !unfit.empty() || !made) return;
     const bool is_file = git_tree_entry_type(made) == GIT_OBJECT_BLOB;
-    if ((is_file && !is_here(made)) || (!before && !path_has_room(path))) unfit = std::move(path);
+    if ((is_file && !is_here(made)) || (!before && !copy_can_hold(path))) unfit = std::move(path);
 }
 
 // What isn't there, and a path of no length that anybody takes, are the client's; else a tree that
@@ -251,17 +249,24 @@ HttpResponse *NewCommit::check_changes() {
 // Another server on the same directory may have moved the reference since.
 NewCommit::Tip NewCommit::look_again() const {
     const KeptFailure kept;
-    const CommitPtr now(zCommitByref(call.repository.get(), update));
+    const CommitPtr now = commit_at(call.repository.get(), update);
     if (!now && has_store_failed(call)) return Tip::unknown;
     const Oid *then = tip ? zCommitId(tip.get()) : nullptr;
     return zOidIsEqual(now ? zCommitId(now.get()) : nullptr, then) ? Tip::stands : Tip::moved;
+}
+
+// Below that name a copy notes what it knows of its server: no project has anything there.
+bool is_note(std::string_view name) {
+    constexpr std::string_view kNotes = "refs/zev";
+    const std::string first(name.substr(0, name.find('/', kNotes.find('/') + 1)));
+    return zStrcasesameA(first.c_str(), kNotes.data());
 }
 
 // HEAD, or a name below refs/: any other would be a file among the repository's own.
 bool is_full_name(const zwchar *text) {
     const std::string name = to_utf8(text);
     int valid = 0;
-    return name == "HEAD" || (name.starts_with("refs/") &&
+    return name == "HEAD" || (name.starts_with("refs/") && !is_note(name) &&
                               !git_reference_name_is_valid(&valid, name.c_str()) && valid);
 }
 
@@ -282,6 +287,7 @@ HttpResponse *list_commits(Call &call) {
     const Range range(call);
     if (!base || !set_base(base.get(), head)) return refuse(call, 500, u"srv.eInternalError");
     const Oid *id = zRevBaseResolve(base.get(), call.repository.get());
+    if (!id && zRevBaseType(base.get()) != Z_REV_BY_ID) fail_lost_at(call.repository.get(), told);
     if (!id)
         return refuse_absent(call,
                              {404, u"srv.eNoSuchCommit_s", told, u"odb.eFailedToResolveCommit_s"});

@@ -3,8 +3,11 @@
 #include "network/rest/repos/content.hpp"
 
 #include "common/error_class.hpp"
+#include "common/pathname.hpp"
+#include "common/utf.hpp"
 #include "system/os.hpp"
 #include "zev/error.h"
+#include "zev/reference.h"
 #include "zev/stream.h"
 
 #include <algorithm>
@@ -59,6 +62,40 @@ CommitPtr commit_patiently(const std::function<CommitPtr()> &create) {
         made = create();
     }
     return made;
+}
+
+// No text has more units than bytes.
+bool copy_can_hold(std::string_view path) {
+    const bool fits = path.size() < Z_PATH_MAX || to_wide(path).size() < Z_PATH_MAX;
+    return fits && path_has_room(path);
+}
+
+// ---- What isn't there, and has to be
+
+// With libgit2's reason, which names the object.
+Failure fail_lost() {
+    if (zErrorClass() != error_class::kNotFound) return {};
+    const std::string reason = to_utf8(zErrorReason());
+    git_error_set_str(GIT_ERROR_ODB, reason.c_str());
+    return fail_git(GIT_ERROR);
+}
+
+Failure fail_lost_at(Repository *repository, const zwchar *reference) {
+    if (zErrorClass() != error_class::kNotFound) return {};
+    {
+        const KeptFailure kept;
+        const Owned<Reference, zReferenceFree> found(zReferenceDwim(repository, reference));
+        if (!found) return {};
+    }
+    return fail_lost();
+}
+
+bool go_back(CommitPtr &commit) {
+    CommitPtr parent(zCommitParent(commit.get()));
+    const bool fails = !parent && zCommitParentCount(commit.get()) > 0;
+    if (fails) log_raised(kError, {}, kFacilitySrv);
+    commit = std::move(parent);
+    return !fails;
 }
 
 std::optional<Time> query_date(const Call &call, const zwchar *name) {

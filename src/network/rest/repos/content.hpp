@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <optional>
+#include <string_view>
 
 namespace zev::rest {
 
@@ -35,6 +36,21 @@ bool sync_project(const Call &call);
 // Makes a commit, again where somebody else's git had the branch's lock, which it takes for a
 // moment when it packs references: it would wait as long for ours.
 CommitPtr commit_patiently(const std::function<CommitPtr()> &create);
+
+// Whether a working copy could hold a file at a path (UTF-8): no name that no file system has, and
+// no more units than an operation takes. What enters is asked, what is there was there before.
+bool copy_can_hold(std::string_view path);
+
+// Raises a failure of the store in place of what was just raised, if that says that something isn't
+// there: it was named by what is, and is lost.
+Failure fail_lost();
+// The same for what a reference leads to; a reference that isn't there is an absence.
+Failure fail_lost_at(Repository *repository, const zwchar *reference);
+
+// From a commit to its first parent, null at the end of history. False, raised and logged, when
+// there is one that can't be read: who took that for the end would show a history as whole that
+// was cut short.
+bool go_back(CommitPtr &commit);
 
 // The form of a date in queries and answers.
 inline constexpr const zwchar *kDate = u"%Y-%m-%dT%H:%M:%SZ";

@@ -47,6 +47,18 @@ HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
     return nullptr;
 }
 
+// A list that is shorter than its limit goes to the beginning of history: from its last commit on
+// nothing may be missing, or those behind would count as if they had never been.
+bool is_complete(const Call &call, RevSpec *spec, const std::vector<Oid> &ids) {
+    if (spec->limit > 0 && ids.size() >= static_cast<uint64_t>(spec->limit)) return true;
+    Repository *repository = call.repository.get();
+    const Oid *last = ids.empty() ? zRevBaseResolve(zRevSpecBase(spec), repository) : &ids.back();
+    CommitPtr commit(last ? zCommitByid(repository, last) : nullptr);
+    bool is_sound = commit || ids.empty(); // before the first commit there is none
+    while (commit && is_sound) is_sound = go_back(commit);
+    return is_sound;
+}
+
 // ---- One revision
 
 // Anybody can send a commit that no branch knows. Of the two trees that it changes, what differs is
@@ -98,10 +110,16 @@ HttpResponse *list_revisions(Call &call) {
     if (HttpResponse *refusal = fill_spec(call, spec.get())) return refusal;
     RevBase *base = zRevSpecBase(spec.get()); // a branch that isn't there would count as unborn
     constexpr Absent kNone{404, nullptr, nullptr, nullptr};
-    if (zRevBaseType(base) == Z_REV_BY_REF && !zRevBaseResolve(base, call.repository.get()))
+    const auto refuse_all = [&]() -> HttpResponse * {
+        const bool is_named = zRevBaseType(base) != Z_REV_BY_ID;
+        if (is_named) fail_lost_at(call.repository.get(), zRevBaseRef(base));
         return refuse_absent(call, kNone);
+    };
+    if (zRevBaseType(base) == Z_REV_BY_REF && !zRevBaseResolve(base, call.repository.get()))
+        return refuse_all();
     std::vector<Oid> ids;
-    if (!revision_ids(call.repository.get(), spec.get(), ids)) return refuse_absent(call, kNone);
+    if (!revision_ids(call.repository.get(), spec.get(), ids)) return refuse_all();
+    if (!is_complete(call, spec.get(), ids)) return refuse(call, 500);
     Tree entries(zJsonNew(Z_JSON_ARRAY));
     for (const Oid &id : ids)
         if (entries && !push(entries.get(), Tree(zJsonNewId(&id)))) entries.reset();

@@ -1,7 +1,6 @@
 // Trees: a listing with the caller's rights in the modes of its files, and a new tree of a base and
 // a list of changes, which is all or nothing.
 #include "common/fold.hpp"
-#include "common/limits.hpp"
 #include "common/pathname.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
@@ -268,8 +267,7 @@ git_filemode_t kept_mode(const zwchar *kind) {
 
 bool NewTree::insert(const zwchar *path, const Oid &id, const zwchar *kind) {
     const std::string name = to_utf8(path);
-    if (std::ranges::count(name, '/') > limits::path_depth) return raise_args(path);
-    if (!path_has_room(name)) return raise_args(path);
+    if (!copy_can_hold(name)) return raise_args(path); // nor is one deeper than path_depth
     return check_path(name) && has_room(name) &&
            builder_insert(builder.get(), name, *git::oid(&id), kept_mode(kind));
 }
