@@ -63,14 +63,15 @@ typedef struct AuthTable {
     int32_t (*CreateRole)(Repository *repo, const zwchar *name);
     int32_t (*DeleteRole)(Repository *repo, const zwchar *name);
     int32_t (*RenameRole)(Repository *repo, const zwchar *name, const zwchar *newname);
-    int32_t (*RoleList)(Repository *repo, Json **list); // [{name}]
+    int32_t (*RoleList)(Repository *repo, Json **list); // [{name}]; the server reads it, too
     int32_t (*RoleAddUser)(Repository *repo, const zwchar *name, const zwchar *user);
     int32_t (*RoleRemoveUser)(Repository *repo, const zwchar *name, const zwchar *user);
     int32_t (*RoleAddGroup)(Repository *repo, const zwchar *name, int32_t id);
     int32_t (*RoleRemoveGroup)(Repository *repo, const zwchar *name, int32_t id);
     int32_t (*RoleMembers)(Repository *repo, const zwchar *name, Json **members); // as of a group
 
-    // Bits other than the three don't count. Lists: [{setting: {path, privilege, role}}].
+    // Bits other than the three don't count. Lists: [{setting: {path, privilege, role}}]; of
+    // RoleSettings the server reads path and privilege of each element, which have to be there.
     int32_t (*SetDefault)(Repository *repo, int32_t setting);
     int32_t (*GetDefault)(Repository *repo, int32_t *setting);
     int32_t (*AddSetting)(Repository *repo, const zwchar *path, const zwchar *role,

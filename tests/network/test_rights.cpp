@@ -3,8 +3,12 @@
 // the service reads; an operation that the tables have and that is not told here fails the test.
 #include "service_fixture.hpp"
 
+#include "rms/privilege.hpp"
+
+#include <array>
 #include <map>
 #include <set>
+#include <tuple>
 
 using test::Answer, test::Service;
 
@@ -209,6 +213,21 @@ class World {
         }
     }
     Service &service() { return *service_; }
+    // In place of those of the roles "readers", "writers" and "exporters". The user "writer" has
+    // the role "shut" besides, "reader" that of the writers alone.
+    void set_rules(const std::vector<std::tuple<const zwchar *, const zwchar *, int32_t>> &rules) {
+        const auto repository = open();
+        for (const zwchar *role : {u"readers", u"writers", u"exporters"})
+            EXPECT_EQ(table_.RemoveSetting(repository.get(), u"plans", role), 100);
+        EXPECT_EQ(table_.CreateRole(repository.get(), u"shut"), 100);
+        EXPECT_EQ(table_.RoleAddUser(repository.get(), u"shut", u"writer"), 100);
+        EXPECT_EQ(table_.RoleAddUser(repository.get(), u"writers", u"reader"), 100);
+        for (const auto &[path, role, bits] : rules)
+            EXPECT_EQ(table_.AddSetting(repository.get(), path, role, bits), 100);
+    }
+    int32_t bits_of(const zwchar *user, std::u16string_view path) {
+        return zev::Privileges(&table_, user, open().get()).at(path);
+    }
     void give_password(const zwchar *login) {
         const std::u16string code = test::wide(kCode);
         EXPECT_EQ(table_.ResetPassword(login, code.c_str()), 100);
@@ -230,9 +249,12 @@ class World {
         EXPECT_EQ(table_.AddMember(inner, u"chief"), 100);
         outer_ = outer;
     }
+    test::Guard<Repository> open() const {
+        return test::guard(zRepositoryOpenBare(test::wide(service_->at("ann/house")).c_str()),
+                           zRepositoryFree);
+    }
     void make_roles() {
-        const auto repository = test::guard(
-            zRepositoryOpenBare(test::wide(service_->at("ann/house")).c_str()), zRepositoryFree);
+        const auto repository = open();
         const struct {
             const zwchar *role, *user, *path;
             int32_t bits;
@@ -426,8 +448,67 @@ TEST(Rights, RulesGoAlongWithADirectory) {
                        "plans writers 32 PLANS/deep readers 0 plans2 writers 64 ");
     EXPECT_EQ(rename("drafts", "Drafts"), 400); // a role has one rule for both
     ASSERT_EQ(set("readers", "drafts", "0"), 200);
+    EXPECT_EQ(rename("drafts", "plans"), 400); // what "PLANS/deep" forbids would no longer be
+    ASSERT_EQ(set("readers", "plans/deep", "0"), 200);
     EXPECT_EQ(rename("drafts", "plans"), 200); // back, to the rule that it had before
     EXPECT_NE(rules().find("plans readers 0 "), std::string::npos) << rules();
+}
+
+// Rules that an earlier directory left at the new name open nothing that was closed by the old one,
+// whatever roles somebody has; nor do those that held at neither name, for their spelling.
+TEST(Rights, LeftRulesOpenNothing) {
+    World world(u"required");
+    using Rules = std::vector<std::tuple<const zwchar *, const zwchar *, int32_t>>;
+    const struct {
+        const char *what;
+        Rules rules;
+        int32_t code;
+        std::array<int32_t, 2> may; // on "drafts/deep/a" afterwards: with both roles, with one
+    } cases[] = {
+        {"a rule without a counterpart",
+         {{u"/", u"writers", 0}, {u"drafts", u"writers", 112}},
+         200,
+         {0, 0}},
+        {"one below",
+         {{u"/", u"writers", 112}, {u"plans", u"writers", 0}, {u"drafts/deep", u"writers", 112}},
+         200,
+         {0, 0}},
+        {"one that is only in the way of another role's",
+         {{u"/", u"writers", 112}, {u"drafts", u"writers", 112}, {u"plans", u"shut", 0}},
+         200,
+         {0, 112}},
+        {"one that grants and forbids beside another role's",
+         {{u"/", u"writers", 112}, {u"drafts", u"writers", 48}, {u"plans", u"shut", 0}},
+         200,
+         {0, 0}},
+        {"one that forbids",
+         {{u"plans", u"writers", 112}, {u"drafts/deep", u"writers", 16}},
+         200,
+         {16, 16}},
+        {"a grant that didn't hold",
+         {{u"/", u"writers", 0}, {u"PLANS", u"writers", 112}},
+         200,
+         {0, 0}},
+        {"one that would be written over",
+         {{u"plans", u"writers", 48}, {u"Drafts", u"writers", 0}},
+         400,
+         {1, 1}},
+        {"one of another role that would hide what is carried",
+         {{u"plans", u"writers", 48}, {u"Drafts", u"shut", 0}},
+         400,
+         {1, 1}},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.what);
+        world.set_rules(each.rules);
+        world.service().log_in("boss", kCode);
+        const std::string rename = R"({"query":{"target":"directories","name":"rename","args":{)"
+                                   R"("ref":"master","path":"plans","newname":"drafts"}}})";
+        EXPECT_EQ(world.service().post("/repos/ann/house/rms", rename).code, each.code);
+        EXPECT_EQ(world.bits_of(u"writer", u"drafts/deep/a"), each.may[0]);
+        EXPECT_EQ(world.bits_of(u"reader", u"drafts/deep/a"), each.may[1]);
+        world.put_back();
+    }
 }
 
 TEST(Rights, TenFailuresShutOut) {

@@ -46,6 +46,23 @@ struct Rms : testing::Test {
                   "git add -A; git -c user.name=a -c user.email=b commit -qm files;" +
                   "git push -q origin HEAD:refs/heads/master 2>&1");
     }
+    // A commit on master of lines that git's index takes.
+    void put_entries(const std::string &lines) {
+        test::run("cd " + service.at("ann/house") + " && export GIT_INDEX_FILE=$PWD/../index && " +
+                  "git read-tree --empty && printf '" + lines +
+                  "' | git update-index --index-info" +
+                  " && git update-ref refs/heads/master $(git -c user.name=a -c user.email=b " +
+                  "commit-tree -m t $(git write-tree --missing-ok))");
+    }
+    // The server opens the project anew, without what it had read.
+    void lose(const std::string &what) {
+        test::write(service.at("ann/house") + "/changed", "");
+        std::filesystem::remove(service.at("ann/house") + "/changed");
+        const std::string id = service.git("ann/house", "rev-parse " + what).substr(0, 40);
+        EXPECT_TRUE(std::filesystem::remove(service.at("ann/house") + "/objects/" +
+                                            id.substr(0, 2) + "/" + id.substr(2)))
+            << what;
+    }
 };
 
 std::string form(const char *status, std::string_view result) {
@@ -183,8 +200,10 @@ TEST_F(Rms, DirectoriesPushNothingOut) {
     put_files("docs/a docs/sub/b file other/.gitkeep");
     service.git("ann/house", "tag v1 master");
     const std::string before = service.git("ann/house", "for-each-ref") + files();
+    const std::string long_name(256, 'n');
     const struct {
-        const char *name, *args;
+        const char *name;
+        std::string args;
     } rows[] = {
         {"create", R"("ref":"HEAD","path":"other")"},    // is there
         {"create", R"("ref":"HEAD","path":"OTHER")"},    // a twin
@@ -204,6 +223,10 @@ TEST_F(Rms, DirectoriesPushNothingOut) {
         {"rename", R"("ref":"HEAD","path":"docs","newname":"FILE")"},
         {"rename", R"("ref":"HEAD","path":"docs/sub","newname":"../x")"},
         {"rename", R"("ref":"HEAD","path":"d*","newname":"x")"},
+        {"rename", R"("ref":"HEAD","path":"DOCS","newname":"x")"},
+        {"rename", R"("ref":"HEAD","path":"docs","newname":"x/y")"}, // under other rules
+        {"rename", R"("ref":"HEAD","path":"docs","newname":")" + long_name + '"'},
+        {"create", R"("ref":"HEAD","path":"a/)" + long_name + '"'},
     };
     for (const auto &row : rows) {
         const Answer answer = run("directories", row.name, row.args);
@@ -211,6 +234,42 @@ TEST_F(Rms, DirectoriesPushNothingOut) {
         EXPECT_EQ(answer.message().find("The server did not understand"), 0u) << row.args;
     }
     EXPECT_EQ(service.git("ann/house", "for-each-ref") + files(), before);
+}
+
+// A file moves as what it is, and a twin in another case, as projects from elsewhere have them,
+// stays where it is.
+TEST_F(Rms, RenamedDirectoriesKeepWhatTheyHold) {
+    const std::string id = test::store(service, "ann/house", Z_OBJECT_BLOB, "x");
+    const std::string elsewhere(40, 'e');
+    put_entries("100644 " + id + "\\tDocs/a\\n100644 " + id + "\\tdocs/a\\n120000 " + id +
+                "\\tdocs/deep/link\\n100755 " + id + "\\tdocs/program\\n160000 " + elsewhere +
+                "\\tdocs/sub\\n");
+    EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"docs","newname":"x")"), "100");
+    EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"x","newname":"X")"), "100");
+    EXPECT_EQ(service.git("ann/house", "ls-tree -r --format='%(objectmode) %(path)' master"),
+              "100644 Docs/a\n100644 X/a\n120000 X/deep/link\n100755 X/program\n160000 X/sub\n");
+    EXPECT_EQ(service.git("ann/house", "log --format=%s -1"), "Rename a folder\n");
+}
+
+// Nobody's request is wrong because of it. What the module can't do is told by its own status.
+TEST_F(Rms, DirectoriesTellAFailingStore) {
+    put_files("docs/a");
+    fake::status = 110;
+    const Answer rights =
+        run("directories", "rename", R"("ref":"HEAD","path":"docs","newname":"x")");
+    EXPECT_EQ(rights.body, form("110", ""));
+    fake::status = 103; // no role, no rule
+    EXPECT_EQ(directories("rename", R"("ref":"HEAD","path":"docs","newname":"x")"), "100");
+    for (const char *what : {"master:x", "master"}) {
+        lose(what);
+        for (const char *name : {"create", "rename", "delete"}) {
+            const Answer answer =
+                run("directories", name, R"("ref":"HEAD","path":"x","newname":"y")");
+            EXPECT_EQ(answer.code, 500) << what << name;
+            EXPECT_EQ(answer.message().find("Something went wrong on the server"), 0u)
+                << what << name << answer.body;
+        }
+    }
 }
 
 // What changes something is a line of the audit, with what it was about and no password.
