@@ -153,6 +153,18 @@ def check_settings(conf):
         (put("path/root", "nowhere"), "nowhere: path.root is no directory"),
         (put("http/host", "192.0.2.1"), "can't listen on 192.0.2.1, port 3001: "),
     ]
+    # What is told as a preset, and as the most that may stand there, is what a start takes.
+    presets = dict(re.findall(r"(?m)^http\.limits\.(\w+) +\((\d+)\)$", out))
+    none = with_settings(conf, put("http/limits", dict.fromkeys(presets, 0)))
+    most = dict(re.findall(r"http\.limits\.(\w+): is 0, not a whole number from \d+ to (\d+)",
+                           run(ZEVD, "check", "--config", none)[2]))
+    expect(presets.keys() == most.keys() and "target" in most, "limits: %s %s" % (presets, most))
+    for values in (presets, most):
+        def change(tree):
+            tree["http"].update(port=0, limits={name: int(value) for name, value in values.items()})
+        service = Service(with_settings(conf, change))
+        expect(service.port and service.stop() == 0, "it starts with these limits: %s" % values)
+
     for change, message in cases:
         zevd(None, message, "check", "--config", with_settings(conf, change))
     with open(conf + ".bad", "w") as file:

@@ -49,13 +49,17 @@ constexpr Setting kSettings[] = {
     {"http.log.audit", Kind::text, 0, 0, "no such log", nullptr},
     {"http.limits.head", Kind::number, 1, 81920, "32768", nullptr},
     {"http.limits.fields", Kind::number, 1, 10'000, "128", nullptr},
-    {"http.limits.target", Kind::number, 1, 2048, "2048", nullptr},
+    {"http.limits.target", Kind::number, 1, 2047, "2047", nullptr},
     {"http.limits.body", Kind::number, 1, kMost, "2147483648", nullptr},
     {"http.limits.json", Kind::number, 1, kMost, "67108864", nullptr},
     {"http.limits.nodes", Kind::number, 1, kMost, "1000000", nullptr},
     {"http.limits.object", Kind::number, 1, UINT32_MAX, "1073741824", nullptr},
     {"http.limits.inflated", Kind::number, 1, kMost, "2147483648", nullptr},
     {"http.limits.pack", Kind::number, 1, 16'777'216, "1000000", nullptr},
+    {"http.limits.rowkey", Kind::number, 16, 64, "64", nullptr},
+    {"http.limits.rowvalue", Kind::number, 1, 67'108'864, "67108864", nullptr},
+    {"http.limits.headtime", Kind::number, 1, 3600, "20", nullptr},
+    {"http.limits.rate", Kind::number, 1, 1 << 30, "1024", nullptr},
     {"http.limits.connections", Kind::number, 1, 1'000'000, "1024", nullptr},
 };
 

@@ -48,6 +48,7 @@ TEST(ServerSettings, RefuseWhatNobodyCanMean) {
         {R"("limits": {"body": "1"})", "http.limits.body"},
         {R"("limits": {"head": 81921})", "http.limits.head"}, // more than the parser takes
         {R"("limits": {"object": 4294967296})", "http.limits.object"},
+        {R"("limits": {"rowkey": 65})", "http.limits.rowkey"}, // more than clients read
         {R"("limits": {"pack": 1.5})", "http.limits.pack"},
         {R"("limits": 7)", "http.limits"},
         {R"("port": 65536)", "http.port"},
@@ -229,7 +230,7 @@ TEST(ServerSettings, BoundObjectsPacksAndTrees) {
     test::Service service;
     test::make_project(service, "ann/plant");
     zev::HttpLimits &limits = service.server().limits;
-    limits.object = 4, limits.pack = 1, limits.nodes = 3;
+    limits.object = 4, limits.pack = 1, limits.nodes = 3, limits.row_value = 4;
     const std::string project = "/repos/ann/plant", none(40, '0'), head("\0\0\0\4blob\0\0\0", 11);
     const auto put = [&](const std::string &bytes) {
         return service.ask(Z_HTTP_PUT, project + "/objects/" + none, head + bytes, u"x/y").code;
@@ -242,6 +243,15 @@ TEST(ServerSettings, BoundObjectsPacksAndTrees) {
     };
     EXPECT_NE(send(1), 413);
     EXPECT_EQ(send(2), 413);
+    const auto store = [&](const std::string &value) {
+        const std::string row = std::string("\0\0\0\20", 4) + std::string(16, 'k') + value;
+        return service
+            .ask(Z_HTTP_PUT, project + "/tables/" + std::string(40, '1'),
+                 row + std::string(4, '\0'), u"x/y")
+            .code;
+    };
+    EXPECT_EQ(store(std::string("\0\0\0\4abcd", 8)), 400); // a tag that no client takes
+    EXPECT_EQ(store(std::string("\0\0\0\5abcde", 9)), 413);
     EXPECT_NE(service.post(project + "/objects/diff", R"({"query":{}})").code, 413);
     EXPECT_EQ(service.post(project + "/objects/diff", R"({"query":{"a":1,"b":2}})").code, 413);
 }

@@ -279,11 +279,12 @@ bool read(Echo *base, Chunk *chunk) {
 bool is_behind(const HttpEcho *echo) {
     if (!echo->parser || !echo->parser->framing().has_begun()) return false;
     const int64_t now = os::calls.steady();
-    if (!echo->body_from) return now - echo->began > limits::http_head_time;
+    const HttpLimits &told = echo->server->limits;
+    if (!echo->body_from) return now - echo->began > static_cast<int64_t>(told.head_time) * kSecond;
     const int64_t span = now - echo->body_from - limits::http_body_grace;
     if (span <= 0) return false;
     const auto seconds = static_cast<uint64_t>(span / kSecond);
-    return echo->body < seconds * limits::http_body_rate;
+    return echo->body < seconds * told.rate;
 }
 
 // While others were served what he sent may have come.

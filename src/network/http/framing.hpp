@@ -26,7 +26,12 @@ struct HttpLimits {
     uint64_t object = limits::object;                // bytes of one object's contents; 413
     uint64_t inflated = limits::http_inflated;       // of any other decoded body; 413
     uint64_t pack = limits::sent_objects;            // objects of a pack; 413
+    uint64_t row_key = limits::row_key;              // bytes of a row's key; 413
+    uint64_t row_value = limits::row_value;          // and of its value; 413
     uint64_t connections = limits::http_connections; // open at once
+    // Whoever is slower is cut: seconds for a head, bytes of a body a second after a while.
+    uint64_t head_time = limits::http_head_time / 1'000'000'000;
+    uint64_t rate = limits::http_body_rate;
 };
 inline constexpr HttpLimits kHttpLimits;
 

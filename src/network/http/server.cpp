@@ -42,6 +42,10 @@ constexpr Bound kBounds[] = {
     {u"object", &HttpLimits::object, UINT32_MAX},
     {u"inflated", &HttpLimits::inflated, kMost},
     {u"pack", &HttpLimits::pack, limits::pack_objects},
+    {u"rowkey", &HttpLimits::row_key, limits::row_key}, // clients read no larger ones
+    {u"rowvalue", &HttpLimits::row_value, limits::row_value},
+    {u"headtime", &HttpLimits::head_time, 3600},
+    {u"rate", &HttpLimits::rate, 1 << 30},
     {u"connections", &HttpLimits::connections, 1'000'000},
 };
 

@@ -6,6 +6,7 @@
 // open for one request only.
 #include "common/limits.hpp"
 #include "common/reader.hpp"
+#include "network/http/server.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "network/rest/repos/paths_of.hpp"
@@ -25,7 +26,6 @@ namespace {
 
 using KeysPtr = Owned<Vector, zVectorFree>;
 
-constexpr PairLimits kLimits{limits::row_key, limits::row_value};
 // Tags travel as signed numbers.
 constexpr uint64_t kLastTag = INT64_MAX;
 constexpr uint64_t kHighestSent = uint64_t{1} << 61; // clients take tags of twice that, at most
@@ -167,9 +167,10 @@ HttpResponse *store_rows(Call &call) {
     if (!check_writable(table))
         return refuse(call, 500, u"srv.eUpdateTable_s", capture(call, u":other"));
     RowIntake intake(table);
-    const bool fits = read_pairs(
-        zHttpRequestBody(call.request), [&](Bytes key, Bytes value) { intake.take(key, value); },
-        kLimits);
+    const HttpLimits &told = call.server->limits;
+    const bool fits = read_pairs(zHttpRequestBody(call.request),
+                                 [&](Bytes key, Bytes value) { intake.take(key, value); },
+                                 {told.row_key, told.row_value});
     if (!fits) return refuse(call, 413);
     if (!intake.is_sound()) return refuse(call, 400, u"srv.eInvalidContent");
     if (!intake.finish(opened.is_new))
