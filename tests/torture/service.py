@@ -177,6 +177,18 @@ def wanted(*tags):
     return u32(len(tags)) + b"".join(keys(*tags))
 
 
+TAG_KEY = b"\xff" * 16
+
+
+def tag_of(answer):
+    """What a list of the tag's key alone brought: the tag that this client has, and nobody else."""
+    head = u32(16) + TAG_KEY + u32(8)
+    body = answer[1]
+    if not body.startswith(head) or body[len(head) + 8:] != u32(0):
+        raise Finding("no tag: %s" % (body,))
+    return struct.unpack(">Q", body[len(head):len(head) + 8])[0]
+
+
 def command(target, name, /, **arguments):
     return {"target": target, "name": name, "args": arguments}
 
@@ -219,7 +231,9 @@ def make_first(service):
                          mail="a@b", power=False, lock=False),
                  command("group", "create", name="crew", parent=0)):
         service.data("POST", "/rms", body)
-    service.data("POST", PROJECT + "/rms", command("role", "create", name="drawer"))
+    for body in (command("role", "create", name="drawer"),
+                 command("settings", "add-setting", path="d/sub", role="drawer", setting=16)):
+        service.data("POST", PROJECT + "/rms", body)
     service.stop()
     return trees, tip
 
@@ -236,6 +250,10 @@ def operations(trees, tip):
     roles = [ask(command("role", "list"), PROJECT + "/rms"),
              ask(command("role", "member-list", name="drawer"), PROJECT + "/rms"),
              ask(command("settings", "list-settings", path="/d"), PROJECT + "/rms")]
+    groups = [ask(command("group", "get", name=name, parent=0)) for name in ("crew", "new", "gang")]
+    groups += [ask(command("group", "member-list", id=1)), *roles[1:2]]
+    directory = lambda name, **arguments: command("directories", name, ref="refs/heads/master",
+                                                  **arguments)
     fresh = name_of(b"blob", FRESH)
     below = tree_name(y=tree_name(**{"z.txt": NAMES[1]}))
     deep = tree_name(d=tree_name(**{"a.txt": NAMES[0]}), x=below)
@@ -257,9 +275,14 @@ def operations(trees, tip):
         "commit, guarded": ("POST", PROJECT + "/commits", commit, [], (409,), True),
         "commit, begun": ("POST", PROJECT + "/commits", branch,
                           [("GET", PROJECT + "/refs/deep/side")], (400,), False),
-        "directory": ("POST", PROJECT + "/rms",
-                      command("directories", "create", path="new", ref="refs/heads/master"), [],
-                      (400,), False),
+        "directory": ("POST", PROJECT + "/rms", directory("create", path="new"), [], (400,), False),
+        "directory, delete": ("POST", PROJECT + "/rms", directory("delete", path="d"), [], (400,),
+                              False),
+        # Its rules go first: without the commit they are those of nothing.
+        "directory, rename": ("POST", PROJECT + "/rms", directory("rename", path="d", newname="f"),
+                              [ask(command("settings", "list-settings", path="d/sub"),
+                                   PROJECT + "/rms")], (400,), False),
+        "tag": ("PATCH", PROJECT + "/tables/" + OLD_TABLE, u32(1) + TAG_KEY, [], same, False),
         "create": ("POST", "/repos", {"owner": "t", "name": "b"}, [], (409,), False),
         "create, owner": ("POST", "/repos", {"owner": "u", "name": "b", "tmpl_owner": "t",
                                              "tmpl_name": "a"}, [("GET", "/repos/u")],
@@ -276,6 +299,13 @@ def operations(trees, tip):
                      [ask(command("user", "login", login="ann", password=code_of("new"),
                                   power=False))], same, True),
         "user, delete": ("POST", "/rms", command("user", "delete", login="ann"), info, (500,), True),
+        "group": ("POST", "/rms", command("group", "create", name="new", parent=0), groups, (500,),
+                  True),
+        "group, rename": ("POST", "/rms", command("group", "rename", id=1, name="gang"), groups,
+                          same, True),
+        "group, member": ("POST", "/rms", command("group", "add-member", id=1, user="ann"), groups,
+                          same, True),
+        "group, delete": ("POST", "/rms", command("group", "delete", id=1), groups, (500,), True),
         "member": ("POST", PROJECT + "/rms", command("role", "add-user", name="drawer", user="ann"),
                    roles, same, True),
         "setting": ("POST", PROJECT + "/rms", command("settings", "add-setting", path="/d",
@@ -383,6 +413,8 @@ class Ready:
             raise Finding("half: " + differing(now, self.before) + " beside " +
                           differing(now, self.after))
         again = service.ask(self.method, self.path, self.body)
+        if self.name == "tag" and told and again and tag_of(again) <= tag_of(answer):
+            raise Finding("twice: %d after %d" % (tag_of(again), tag_of(answer)))
         may = self.again + DONE if self.before == self.after else self.again if done else DONE
         if not again or again[0] not in may:
             raise Finding("again: %s after %s" % (again, answer))
