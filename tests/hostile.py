@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
 """Hostile heads and bodies against a server: each is answered or cut within a second, the same when
-it is split at any byte, and others are served meanwhile; nothing of it is left.
+it is split at any byte, and others are served meanwhile; nothing of it is left. Where nginx is
+installed it is asked, too: what it refuses and the server takes stands in a list here.
 
   hostile.py ZEVD [--all]           a server of its own; --all splits every short one, at each byte
 """
+import contextlib
 import gzip
 import os
+import shutil
 import socket
+import subprocess
 import sys
 import tempfile
 import threading
@@ -320,6 +324,73 @@ def slow_clients(port, number=300, seconds=3.0):
         peer.close()
 
 
+# ---- The other opinion
+
+NGINX = """daemon off; master_process off; pid AT/pid; error_log AT/error;
+events {}
+http {
+  access_log off; client_max_body_size 0; large_client_header_buffers 4 32k;
+  client_body_temp_path AT/b; proxy_temp_path AT/p; fastcgi_temp_path AT/f;
+  uwsgi_temp_path AT/u; scgi_temp_path AT/s;
+  server { listen 127.0.0.1:PORT; location / { return 200 "x"; } }
+}
+"""
+
+# What nginx refuses and the server takes, each with the reason why it may.
+NO_HOSTS = "one service on a port, whatever it is called: nothing is chosen by the host"
+NO_FILES = "a target names no file; its parts are names, which each resource judges by itself"
+TAKEN = {
+    "field, odd: none": NO_HOSTS,
+    "field, odd: empty host": NO_HOSTS,
+    "field, odd: odd host": NO_HOSTS,
+    "OPTIONS": "a target without a route, and a method that no route has",
+    "target: asterisk": "a target without a route",
+    "target: climbing": NO_FILES,
+    "target: climbing, escaped": NO_FILES,
+    "target: percent alone": NO_FILES,
+    "target: percent NUL": NO_FILES,
+}
+
+
+@contextlib.contextmanager
+def nginx(work):
+    """Its port; it answers whatever it understands with 200."""
+    with socket.socket() as any_port:
+        any_port.bind((HOST, 0))
+        port = any_port.getsockname()[1]
+    with open(work + "/conf", "w") as file:
+        file.write(NGINX.replace("AT", work).replace("PORT", str(port)))
+    process = subprocess.Popen(["nginx", "-p", work, "-e", work + "/error", "-c", work + "/conf"],
+                               stderr=subprocess.DEVNULL)
+    try:
+        end = time.monotonic() + 10
+        while process.poll() is None and time.monotonic() < end:
+            with contextlib.suppress(OSError):
+                socket.create_connection((HOST, port), timeout=1).close()
+                break
+        yield port
+    finally:
+        process.terminate()
+        process.wait(10)
+
+
+def is_taken(wanted, found):
+    """A message that is understood; that what it asks for isn't there says nothing against it."""
+    return found != [] and (isinstance(wanted, int) or found[0] < 400 or found[0] == 404)
+
+
+def beside_nginx(outcomes):
+    """Names of what is taken and refused by nginx."""
+    names = set()
+    with tempfile.TemporaryDirectory() as work, nginx(work) as port:
+        for name, (data, wanted) in CASES.items():
+            if is_taken(wanted, outcomes[name]):
+                found = statuses(exchange(port, data)[0])
+                if not found or found[0] >= 400:
+                    names.add(name)
+    return names
+
+
 def descriptors(pid):
     """Of connections, and of files without a name."""
     found = 0
@@ -374,6 +445,11 @@ def main():
             if statuses(answer) != outcomes[name]:
                 faults.append(f"{name}, split at {at}: {statuses(answer)}, whole: {outcomes[name]}")
                 break
+    known = "nginx isn't installed"
+    if shutil.which("nginx"):
+        refused = beside_nginx(outcomes)
+        faults += [f"{name}: nginx refuses it" for name in sorted(refused - TAKEN.keys())]
+        known = f"{len(refused)} of them refused by nginx"
     slow_clients(port)
     others.stop = True
     others.join(5)
@@ -390,7 +466,7 @@ def main():
     for fault in faults:
         print("FAULT", fault)
     print(f"{len(CASES)} cases, {splits} splits, {others.count} answers beside them, "
-          f"the slowest {others.worst * 1000:.0f} ms, {len(faults)} faults")
+          f"the slowest {others.worst * 1000:.0f} ms, {known}, {len(faults)} faults")
     return 1 if faults else 0
 
 
