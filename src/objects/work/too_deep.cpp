@@ -5,6 +5,7 @@
 #include "objects/notify/notify.hpp"
 #include "objects/store/git.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -42,6 +43,9 @@ std::vector<std::string> find_too_deep(const fs::path &top) {
     }
     return found;
 }
+
+// A rule is a line, and none can be made for a name of two.
+bool can_be_rule(const std::string &directory) { return directory.find('\n') == directory.npos; }
 
 // The name itself, whatever signs of patterns it has.
 std::string rule_for(const std::string &directory) {
@@ -90,6 +94,9 @@ bool compare_reachable(const Repository *repository, const Notify *notify,
     const std::vector<std::string> directories =
         find_too_deep(fs::path(workdir).lexically_normal());
     if (directories.empty()) return fail_git(code);
+    const auto unruly = std::ranges::find_if_not(directories, can_be_rule);
+    if (unruly != directories.end())
+        return raise_other(word(u"odb.eNestsTooDeep"), to_wide(*unruly));
     LeftOut left_out(handle);
     code = left_out.add(directories);
     if (!code) code = compare(true);
