@@ -23,8 +23,8 @@ struct ListedRef {
 bool read_ref(const Json *entry, ListedRef &ref);
 
 // Whether a server may write a reference of this name here: it lies below refs/, and is no branch
-// of this copy. And whether a symbolic one may lead to a name: not to such a branch, else what
-// tracks the server would be a second name of it.
+// and no note of this copy. And whether a symbolic one may lead to a name: not to such a branch,
+// else what tracks the server would be a second name of it.
 bool may_write_ref(std::u16string_view name);
 
 // One reference of this copy that isn't moved while the list is read: whoever wants it knows first

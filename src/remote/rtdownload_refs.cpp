@@ -1,8 +1,8 @@
 // The server's references. An entry of its list:
 //   {"type": "ref", "refname": NAME, "reftype": "oid" or "symbolic", "target": ID or NAME, ...}
-// What holds: no list moves HEAD or a branch of this copy, or writes outside of refs/. What the
-// server lists no more stays, unless it stands in the way of what it lists now: "a" can't be where
-// "a/b" is.
+// What holds: no list moves HEAD, a branch or a note of this copy, or writes outside of refs/. What
+// the server lists no more stays, unless it stands in the way of what it lists now: "a" can't be
+// where "a/b" is.
 #include "objects/store/branch.hpp"
 #include "objects/store/reference.hpp"
 #include "remote/rtdownload.hpp"
@@ -27,11 +27,13 @@ bool begins_with(std::u16string_view name, std::u16string_view prefix) {
 }
 
 // Empty parts are taken out of a name before it is written. One of two parts is the user's own, as
-// "refs/stash", or would take the place of a directory of references.
+// "refs/stash", or would take the place of a directory of references. Below refs/zev/ is what this
+// copy noted of the server, and what a checkout of its own stands on.
 bool is_own_branch(std::u16string_view name) {
     constexpr std::u16string_view kAll = u"refs/";
-    return begins_with(name, u"refs/heads/") || !begins_with(name, kAll) ||
-           name.find(u'/', kAll.size()) == name.npos || name.find(u"//") != name.npos;
+    return begins_with(name, u"refs/heads/") || begins_with(name, u"refs/zev/") ||
+           !begins_with(name, kAll) || name.find(u'/', kAll.size()) == name.npos ||
+           name.find(u"//") != name.npos;
 }
 
 bool is_above(std::u16string_view above, std::u16string_view name) {
