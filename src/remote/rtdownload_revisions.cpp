@@ -28,9 +28,9 @@ JsonGuard missing_records(const RemoteCall &call, const Revdb *db, Json *entries
 
 HttpRequest *ask_for_records(const RemoteCall &call, const Json *ids) {
     HttpRequest *request = make_request(call, Z_HTTP_PATCH, u"/revisions");
-    StreamPtr text(request ? spill_stream() : nullptr);
-    if (!text) return nullptr;
-    if (zJsonWriteStream(ids, text.get()) && zHttpRequestSetOctet(request, text.release()))
+    if (!request) return nullptr;
+    StreamPtr text(spill_stream());
+    if (text && zJsonWriteStream(ids, text.get()) && zHttpRequestSetOctet(request, text.release()))
         return request;
     return notify_error(call.notify, call.unready);
 }
