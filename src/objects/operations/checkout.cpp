@@ -104,7 +104,7 @@ bool Checkout::take_locks() {
 }
 
 bool Checkout::find_target() {
-    if (!resolve_base()) return false;
+    if (!resolve_base() || !is_base_expected()) return false;
     const Oid *id = zCheckSpecTarget(spec_.get());
     if (!id && base_commit_) id = zCommitId(base_commit_.get());
     if (id) target_.reset(zObjectByid(repository_, id, Z_OBJECT_ANY));
@@ -119,6 +119,16 @@ bool Checkout::resolve_base() {
     base_commit_.reset(zCommitByref(repository_, reference));
     if (base_commit_) base_tree_.reset(zCommitTree(base_commit_.get()));
     return base_tree_ || tell(u"odb.eFailedToResolveTree_s", reference);
+}
+
+// What git committed since the caller looked is none of what he has found, and would be taken back.
+bool Checkout::is_base_expected() {
+    const bool same =
+        !head_ ||
+        (base_commit_ ? *head_ && zOidIsEqual(zCommitId(base_commit_.get()), &**head_) : !*head_);
+    if (same) return true;
+    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
+    return fail_git(GIT_EMODIFIED), tell(u"odb.eFailedToWriteCommit");
 }
 
 // Under a lock of our own nothing in memory counts that the file doesn't hold: it may be what an
@@ -283,6 +293,7 @@ bool Checkout::commit(Tree *tree) {
     const CommitPtr made(commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(),
                                        tree, save, {}, expire));
     if (made) index_committed(index_.get(), zCommitId(made.get()));
+    if (made && head_) *head_ = *zCommitId(made.get());
     return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
 }
 
@@ -317,8 +328,9 @@ void Checkout::forget() {
     if (index_ && (index_->dirty || index_->written)) zIndexRead(index_.get(), true);
 }
 
-bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled) try {
-    Checkout checkout(repository, spec ? zCheckSpecNotify(spec) : nullptr, held);
+bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled,
+               std::optional<Oid> *head) try {
+    Checkout checkout(repository, spec ? zCheckSpecNotify(spec) : nullptr, held, head);
     bool done = false;
     try {
         done = checkout.prepare(spec) && checkout.make_states() && checkout.compare() &&

@@ -27,8 +27,10 @@ namespace zev {
 
 // zRepositoryCheckout as a part of an operation that tells its own end: of a break it says so, and
 // tells nobody. `held` has the caller's locks, whose copies expire with the branch's move; null
-// where the caller has more to do that it would go back from.
-bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled);
+// where the caller has more to do that it would go back from. With `head` the branch must stand at
+// that commit, none of an unborn one, when it begins; at its end it has the one that was made.
+bool check_out(Repository *repository, CheckSpec *spec, Transaction *held, bool *canceled,
+               std::optional<Oid> *head = nullptr);
 
 // What stands at a path, a link for itself; unseen where nobody can look.
 enum class FileState { unseen, missing, directory, file, other };
@@ -53,8 +55,9 @@ struct CheckoutStep {
 
 class Checkout {
   public:
-    Checkout(Repository *repository, const Notify *notify, Transaction *held)
-        : repository_(repository), notify_(notify), held_(held) {}
+    Checkout(Repository *repository, const Notify *notify, Transaction *held,
+             std::optional<Oid> *head)
+        : repository_(repository), notify_(notify), held_(held), head_(head) {}
 
     // In this order. False ends it; what failed was told.
     bool prepare(const CheckSpec *spec);
@@ -78,6 +81,7 @@ class Checkout {
     bool take_locks();
     bool find_target();
     bool resolve_base();
+    bool is_base_expected();
     bool drop_unreadable();
     void sort_steps();
     void add_local_steps();
@@ -136,7 +140,8 @@ class Checkout {
 
     Repository *repository_;
     const Notify *notify_;
-    Transaction *held_; // the caller's, may be null
+    Transaction *held_;        // the caller's, may be null
+    std::optional<Oid> *head_; // the caller's, where he saw the branch; may be null
     CheckSpecPtr spec_;
     AuthdbPtr rules_; // of the user
     TransactionPtr transaction_;
