@@ -1,7 +1,9 @@
 // The list is made by a walk of our own, since libgit2's disregards case.
 #include "remote/changes.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
+#include "objects/history/revision.hpp"
 #include "objects/store/tree_pairs.hpp"
 #include "zev/status.h"
 
@@ -30,6 +32,18 @@ std::unique_ptr<DiffEntry> entry_of(const std::string &path, TreePairs::Entry be
     return entry;
 }
 
+bool can_enter(const DiffFile *file) { return !file || path_can_enter(to_utf8(file->path.get())); }
+
+bool is_sound(const DiffList *list) {
+    for (uint64_t i = 0; i < zDiffListLength(list); ++i) {
+        const DiffEntry *entry = zDiffListEntry(list, i);
+        const bool has_side = entry->old_file || entry->new_file;
+        if (!has_side || !can_enter(entry->old_file.get()) || !can_enter(entry->new_file.get()))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 DiffListPtr changes_of_commit(Commit *commit) {
@@ -51,6 +65,11 @@ DiffListPtr changes_of_commit(Commit *commit) {
         return nullptr;
     if (!zDiffListLength(list.get())) raise_not_found(), list.reset();
     return list;
+}
+
+DiffListPtr changes_from_json(const Json *array) {
+    DiffListPtr list = diff_list_from_json(array);
+    return list && is_sound(list.get()) ? std::move(list) : nullptr;
 }
 
 } // namespace zev
