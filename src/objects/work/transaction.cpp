@@ -4,7 +4,8 @@
 // What a transaction is in, and what moves it on; its files change between the last lock and Free:
 //   collecting   LockIndex and LockRef take one more lock each, in the order of zev/transaction.h
 //     -Rollback-> undone     the files are as they were locked; the locks stand
-//     roll_back_all          the same, and it goes on behind a file that can't be put back
+//     roll_back_all          the same, and it goes on behind a file that can't be put back; but for
+//                            index and branch where somebody has committed on top
 //     roll_back_index        the index is, and the state stays
 //     expire_locks           no recovery goes back any more, but the three above do; the state
 //     stays -Free->                the locks go, and what was changed stays
@@ -37,7 +38,9 @@ using namespace zev;
 struct Transaction {
     struct Taken {
         Lock lock;
-        std::string unborn{}; // name of a reference that wasn't there
+        std::string reference{}; // its full name; empty of the index
+        git_oid before{};        // where that stood; zero where it was none, or no plain one
+        bool unborn = false;     // it wasn't there
     };
 
     Repository *owner;
@@ -46,6 +49,7 @@ struct Transaction {
     bool keeps = false;         // one could not be put back
 
     bool put_back(const Taken &taken);
+    bool has_moved(const Taken &taken, const Oid *own) const;
     void check_state() const;
 };
 
@@ -74,7 +78,8 @@ bool take(Transaction *transaction, const u16string &path, const char *reference
     if (!flock_complete(lock.get(), id ? git_oid_tostr_s(id) + std::string("\n") : ""))
         return false;
     const bool unborn = reference && code == GIT_ENOTFOUND;
-    transaction->locks.push_back({std::move(lock), unborn ? reference : ""});
+    transaction->locks.push_back(
+        {std::move(lock), reference ? reference : "", id ? *id : git_oid{}, unborn});
     transaction->undone = 0;
     transaction->check_state();
     return true;
@@ -132,10 +137,18 @@ bool same_bytes(const u16string &a, const u16string &b) {
 } // namespace
 
 bool Transaction::put_back(const Taken &taken) {
-    if (zFlockUndo(taken.lock.get()) && (taken.unborn.empty() || unmake(owner, taken.unborn)))
+    if (zFlockUndo(taken.lock.get()) && (!taken.unborn || unmake(owner, taken.reference)))
         return true;
     keeps = true;
     return false;
+}
+
+bool Transaction::has_moved(const Taken &taken, const Oid *own) const {
+    const Finally clear([] { git_error_clear(); });
+    git_oid now;
+    return taken.reference.starts_with("refs/heads/") &&
+           !git_reference_name_to_id(&now, owner->handle.get(), taken.reference.c_str()) &&
+           !git_oid_equal(&now, &taken.before) && !(own && git_oid_equal(&now, git::oid(own)));
 }
 
 namespace zev {
@@ -145,10 +158,20 @@ bool roll_back_index(Transaction *transaction) {
     return transaction->locks.empty() || transaction->put_back(transaction->locks.front());
 }
 
-void roll_back_all(Transaction *transaction) {
+void roll_back_all(Transaction *transaction, const Oid *own) {
     transaction->check_state();
-    for (const Transaction::Taken &taken : transaction->locks)
-        if (!transaction->put_back(taken)) log_raised(kWarning);
+    const std::vector<Transaction::Taken> &locks = transaction->locks;
+    const auto moved = std::ranges::find_if(
+        locks, [&](const auto &taken) { return transaction->has_moved(taken, own); });
+    const bool has_moved = moved != locks.end();
+    if (has_moved) {
+        raise_other(u"has moved on meanwhile; it and the index stay", moved->reference);
+        log_raised(kWarning);
+    }
+    for (const Transaction::Taken &taken : locks)
+        if ((!has_moved || taken.reference.starts_with("refs/remotes/")) &&
+            !transaction->put_back(taken))
+            log_raised(kWarning);
 }
 
 // The index comes first: a copy of a branch alone is not followed.

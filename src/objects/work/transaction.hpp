@@ -2,6 +2,7 @@
 #pragma once
 
 #include "objects/store/repository.hpp"
+#include "zev/oid.h"
 #include "zev/transaction.h"
 
 #include <string>
@@ -15,8 +16,10 @@ using TransactionPtr = Owned<Transaction, zTransactionFree>;
 bool roll_back_index(Transaction *transaction);
 
 // Puts all back, and goes on behind what can't be: that is logged, and the copies stay for recovery
-// when the transaction ends.
-void roll_back_all(Transaction *transaction);
+// when the transaction ends. Git doesn't know our locks: where a branch stands neither where it was
+// locked nor at `own`, the commit that the caller made of it, null for none, somebody has gone on
+// from it, and it stays as he left it, with the index.
+void roll_back_all(Transaction *transaction, const Oid *own);
 
 // Once all is done, before it is synced: from now on only we can go back. What a crash leaves of
 // the locks, and a loss of power brings back of them, takes nothing back. May raise, and goes on.
