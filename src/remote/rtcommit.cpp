@@ -6,8 +6,8 @@
 //   1. complete copies of index, branch and tracking reference, beside them, as their locks
 //   2. the commit, as any other (commit_index.cpp); the tracking reference moves
 //   3. the server's own commit stands, on its side
-//   4. its commit object; the tracking reference moves there; the note says so (standing.hpp); the
-//      copies expire; all of it is synced
+//   4. its commit object; the tracking reference moves there; the copies expire; all of it is synced
+//   5. the note says so (standing.hpp)
 // A crash before 4, as a failure, leads back to the files as they were locked: the work of the user
 // shows as not committed, and if the server has it all the same, the next update finds both equal.
 // Nothing may stay of a commit that the server has not got: an update would take it back.
@@ -399,10 +399,10 @@ void note(CommitContext &commit) try {
 // The server has it: from here on nothing goes back.
 bool settle(CommitContext &commit) {
     const KeptFailure kept;
-    note(commit);
     expire_locks(commit.transaction.get());
     const zwchar *path = zRepositoryPath(commit.repository);
     if (path && !os::sync_tree(path)) fail_errno(path), log_raised(kWarning);
+    note(commit);
     return true;
 }
 
