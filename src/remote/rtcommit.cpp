@@ -326,6 +326,12 @@ TreePtr Replay::rebuild() const {
     return TreePtr(zIndexWriteTree(builder->index.get()));
 }
 
+bool is_old_side(const DiffFile *file, TreePairs::Entry entry) {
+    if (!file || !entry) return !file && !entry;
+    return git_oid_equal(git_tree_entry_id(entry), git::oid(&file->id)) &&
+           git_tree_entry_filemode(entry) == file->mode;
+}
+
 // What the update had to leave (a full disk, a file in use) is somebody's newer work, which nobody
 // here has seen: the server's tree may become ours only where it is what the commit went out from.
 // What the user may not see there is none that an update would bring him. False, told.
@@ -342,10 +348,7 @@ bool Replay::is_up_to_date(const Tree *tree) const {
     const auto take = [&](const std::string &path, TreePairs::Entry theirs, TreePairs::Entry) {
         const auto change = changes.find(path);
         const DiffFile *before = change == changes.end() ? nullptr : change->second->old_file.get();
-        const git_oid *id = theirs ? git_tree_entry_id(theirs) : nullptr;
-        if (change != changes.end() && !before == !id &&
-            (!id || git_oid_equal(id, git::oid(&before->id))))
-            return;
+        if (change != changes.end() && is_old_side(before, theirs)) return;
         const std::u16string wide = to_wide(path);
         const bool seen = zAuthdbEntryReadable(rules.get(), wide.c_str());
         notify_action(commit_.notify(), seen ? u"action.sFailed" : u"action.sUnauthorized",
