@@ -53,6 +53,17 @@ TEST_F(CommitTest, TellsWhatItSent) {
     EXPECT_EQ(copy.host.errors(), text(u"odb.eNoChangesToCommit") + "|");
 }
 
+// A copy whose settings can't be read may follow a server: nothing is committed past it.
+TEST_F(CommitTest, UnreadableSettingsAreNoReasonToCommitHere) {
+    copy.put("plan", "second"), copy.git("add plan");
+    const RepositoryPtr repository = copy.open();
+    const std::string settings = copy.at(".git/config"), tip = copy.git("rev-parse HEAD");
+    copy.put(".git/config", settings + "[broken");
+    EXPECT_FALSE(zShellCommit(repository.get(), nullptr, u"ann", u"mine"));
+    copy.put(".git/config", settings);
+    EXPECT_EQ(copy.git("rev-parse HEAD") + server_at("plan"), tip + "first");
+}
+
 TEST_F(CommitTest, OnlyTheSelectedGoes) {
     copy.put("plan", "second"), copy.put("notes/a", "a2"), copy.put("own", "x");
     copy.put(".git/info/exclude", "*.bak\n"), copy.put("plan.bak", "old");

@@ -57,6 +57,10 @@ TEST_F(Downloads, LeaveOwnBranchesAlone) {
          ref("refs/heads", a) + "," + ref("refs/Heads", a) + "," + ref("refs/remotes", a) + "," +
              ref("refs/tags", a) + "," + ref("refs/stash", a),
          true, ""},
+        {"a note of ours",
+         ref("refs/zev/agreed/master", a) + "," + ref("refs/Zev/server/master", a) + "," +
+             ref("refs/tags/x", "refs/zev/agreed/x", "symbolic"),
+         true, ""},
         {"ours by another name", ref("refs/heads/x", "refs/heads/master", "symbolic"), true, ""},
         {"HEAD by another name", ref("refs/heads/x", "HEAD", "symbolic"), true, ""},
         {"symbolic", ref("refs/tags/x", "refs/tags/y", "symbolic") + "," + good, true,
@@ -315,6 +319,15 @@ TEST_F(Listings, SendSmallObjectsInPacksAndLargeOnesAlone) {
         EXPECT_EQ(relay.asked().size(), 1u) << each.what << ": all is here";
         EXPECT_EQ(told.actions.back(), "Fetching content: Please wait");
     }
+}
+
+// The end of the list is one, be its last entry wanted or not.
+TEST_F(Listings, SendWhatIsGatheredBeforeASkippedEntry) {
+    play(listed(ids[0], 1, "a") + "," + listed(ids[1], 1, "z"));
+    const SpecPtr spec(zPathSpecNew(u"a", 0));
+    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &tree, Z_OBJECT_ANY, spec.get()));
+    EXPECT_TRUE(has(ids[0]));
+    EXPECT_FALSE(has(ids[1]));
 }
 
 TEST_F(Listings, TellWhatMayNotBeReadOrWritten) {
