@@ -6,7 +6,8 @@
 //   1. complete copies of index, branch and tracking reference, beside them, as their locks
 //   2. the commit, as any other (commit_index.cpp); the tracking reference moves
 //   3. the server's own commit stands, on its side
-//   4. its commit object; the tracking reference moves there; the copies expire; all of it is synced
+//   4. its commit object; the tracking reference moves there; the copies expire; all of it is
+//   synced
 //   5. the note says so (standing.hpp)
 // A crash before 4, as a failure, leads back to the files as they were locked: the work of the user
 // shows as not committed, and if the server has it all the same, the next update finds both equal.
@@ -33,6 +34,7 @@
 #include "zev/reference.h"
 
 #include <cerrno>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -53,6 +55,7 @@ struct CommitContext {
     CheckSpecPtr spec{}; // the selection, for status and update
     TransactionPtr transaction{};
     BranchPtr head{}, upstream{};
+    std::optional<Oid> made{};  // the commit on the branch
     bool nothing_to_do = false; // of what was to be committed the server has all
 
     const Notify *notify() const { return push.notify; }
@@ -109,29 +112,31 @@ bool look_for_changes(const CommitContext &commit, bool &found) {
            tell(commit, u"odb.eFailedToCheckStatus");
 }
 
-// Commits that the server never got: what they did is a change from the update on.
-bool look_for_unsent(const CommitContext &commit, bool &found) {
-    const zwchar *name = zBranchName(commit.head.get());
+// Commits that the server never got: what they did is a change from the update on. So may be what
+// nobody can tell as long as a tree is missing.
+bool may_be_unsent(const CommitContext &commit) {
+    const KeptFailure kept;
     Standing standing;
     if (!look_at_standing(commit.repository, commit.head.get(), commit.upstream.get(),
-                          Losses::count, standing))
-        return tell(commit, u"odb.eFailedToResolveTree_s", name);
-    if (standing.is_plain()) return true;
+                          tracked_tip(commit.repository, commit.upstream.get()), Losses::count,
+                          standing))
+        return true;
+    if (standing.is_plain()) return false;
     const TreePtr ours(zBranchTree(commit.head.get()));
+    bool found = false;
     const auto take = [&](const std::string &path, auto, auto) {
         found = found || !commit.paths || spec_matches(commit.paths, path);
     };
     const bool done = ours && TreePairs(commit.repository->handle.get(), false, take)
                                   .walk(standing.ground ? standing.ground->handle.get() : nullptr,
                                         ours->handle.get());
-    return done || tell(commit, u"odb.eFailedToResolveTree_s", name);
+    return found || !done;
 }
 
 bool check_changes(const CommitContext &commit) {
     bool found = false;
     if (!look_for_changes(commit, found)) return false;
-    if (!found && !look_for_unsent(commit, found)) return false;
-    if (found) return true;
+    if (found || may_be_unsent(commit)) return true;
     fail_unchanged();
     return notify_error(commit.notify(), kUnchanged);
 }
@@ -188,7 +193,7 @@ bool commit_locally(CommitContext &commit) {
     if (commit.paths && !paths) return false;
     const CommitPtr made(zIndexCommit(index.get(), paths.get(), zBranchMerge(commit.head.get()),
                                       commit.push.author, commit.push.message));
-    if (made) return true;
+    if (made) return commit.made = *zCommitId(made.get()), true;
     if (!*zErrorMsg()) return notify_raised(commit.notify());
     const KeptFailure kept;
     zNotifyError(commit.notify(), u"%s", zErrorMsg());
@@ -225,14 +230,14 @@ bool Replay::find_base() {
 }
 
 bool Replay::find_changes() {
-    made_.reset(zBranchCommit(commit_.head.get()));
+    made_.reset(zCommitByid(commit_.repository, &*commit_.made));
     if (!made_)
         return tell(commit_, u"odb.eFailedToResolveCommit_s", zBranchName(commit_.head.get()));
     changes_ = changes_of_commit(made_.get());
     if (changes_) return can_be_sent();
     if (zErrorClass() != error_class::kNotFound) return tell(commit_, kUnmerged);
     roll_back(commit_.repository, commit_.transaction.get(), commit_.head.get(),
-              commit_.upstream.get()); // the commit changes nothing
+              commit_.upstream.get(), commit_.made); // the commit changes nothing
     return none_left(commit_);
 }
 
@@ -390,11 +395,12 @@ bool push(CommitContext &commit) {
 // sent with it: then the note stays where it is.
 void note(CommitContext &commit) try {
     const std::optional<Oid> agreed = agreed_commit(commit.repository, commit.head.get());
-    const CommitPtr made(zBranchCommit(commit.head.get()));
+    const CommitPtr made(zCommitByid(commit.repository, &*commit.made));
     const Oid *below = made ? zCommitParentId(made.get()) : nullptr;
     const bool follows = made && (agreed ? below && zOidIsEqual(&*agreed, below) : !below);
-    note_agreed(commit.repository, commit.head.get(), follows ? zCommitId(made.get()) : nullptr,
-                zBranchResolve(commit.upstream.get()));
+    if (follows) note_agreed(commit.repository, commit.head.get(), *commit.made);
+    note_server(commit.repository, commit.head.get(),
+                tracked_tip(commit.repository, commit.upstream.get()));
 } catch (...) {
     fail_thrown(); // what is not noted is found out
 }
@@ -432,7 +438,7 @@ bool zRemoteCommit(Remote *remote, PathSpec *paths, const zwchar *author,
     tell_end(notify, done, commit.push.canceled);
     if (!done)
         roll_back(commit.repository, commit.transaction.get(), commit.head.get(),
-                  commit.upstream.get());
+                  commit.upstream.get(), commit.made);
     return done;
 } catch (...) {
     return fail_thrown();

@@ -11,10 +11,10 @@
 //
 // A file that isn't this, that holds a path which no tree may have, or that is of other trees, is
 // made anew.
+#include "remote/changes.hpp"
 #include "remote/update_context.hpp"
 
 #include "common/errno.hpp"
-#include "common/pathname.hpp"
 #include "objects/history/revision.hpp"
 #include "objects/store/tree_extent.hpp"
 #include "objects/work/file_mode.hpp"
@@ -54,18 +54,6 @@ class UpdateList {
 
 git_oid id_of(const Tree *tree) { return tree ? *git_tree_id(tree->handle.get()) : git_oid{}; }
 
-bool can_enter(const DiffFile *file) { return !file || path_can_enter(to_utf8(file->path.get())); }
-
-bool is_sound(const DiffList *list) {
-    for (uint64_t i = 0; i < zDiffListLength(list); ++i) {
-        const DiffEntry *entry = zDiffListEntry(list, i);
-        const bool has_side = entry->old_file || entry->new_file;
-        if (!has_side || !can_enter(entry->old_file.get()) || !can_enter(entry->new_file.get()))
-            return false;
-    }
-    return true;
-}
-
 // ---- The file
 
 std::u16string kept_in(Repository *repository, const zwchar *name) {
@@ -96,8 +84,7 @@ DiffListPtr UpdateList::read_kept() {
     const KeptFailure kept;
     const JsonGuard file = read_file(kept_in(context_.repository, kFile));
     if (!file || !is_of_our_trees(file.get())) return nullptr;
-    DiffListPtr list = diff_list_from_json(json_find(file.get(), u"diff"));
-    return list && is_sound(list.get()) ? std::move(list) : nullptr;
+    return changes_from_json(json_find(file.get(), u"diff"));
 }
 
 void UpdateList::keep(const DiffList *list) {
@@ -133,7 +120,7 @@ bool UpdateList::read_tree(TreePtr &tree, const Branch *branch) {
 bool UpdateList::is_bounded() const {
     git_tree *our = our_ ? our_->handle.get() : nullptr;
     git_tree *their = their_ ? their_->handle.get() : nullptr;
-    return has_bounded_change(our, their) ||
+    return !their || has_bounded_change(our, their) ||
            has_bounded_extent(git_tree_owner(their), git_tree_id(their));
 }
 
@@ -175,7 +162,7 @@ DiffListPtr UpdateList::readable(const DiffList *list) {
 bool UpdateList::find_ground() {
     Standing standing;
     if (!look_at_standing(context_.repository, context_.head.get(), context_.upstream.get(),
-                          Losses::count, standing))
+                          context_.tip, Losses::count, standing))
         return context_.tell(u"odb.eFailedToResolveTree_s", zBranchName(context_.head.get()));
     if (standing.is_plain()) return true;
     tell_standing(context_, standing);
@@ -191,17 +178,6 @@ DiffListPtr UpdateList::make() {
     if (!list) return notify_raised(context_.notify), nullptr;
     return readable(list.get());
 }
-
-// Asks the host whether to break off, and tells it nothing.
-struct Quiet : Notify {
-    const Notify *host;
-
-    explicit Quiet(const Notify *from) : Notify{}, host(from) {
-        usrbrk = [](const Notify *self) {
-            return zNotifyIsUsrbrk(static_cast<const Quiet *>(self)->host);
-        };
-    }
-};
 
 // The rights as an update would find them, or the list would hide what that brings. Where the
 // server doesn't tell them, those that are known count. False for a break.

@@ -162,7 +162,9 @@ bool Reset::fetch_latest() {
     std::optional<Tip> tip;
     if (!fetch_references(context_, tip)) return false;
     if (!tip) return true;
-    if (!fetch_matches(&tip->id) || !track(context_, *tip)) return false;
+    if (!fetch_matches(&tip->id) || !fetch_history(context_, Z_OBJECT_ANY) ||
+        !track(context_, *tip))
+        return false;
     latest_.reset(zBranchTree(context_.upstream.get()));
     return latest_ || context_.tell(u"odb.eFailedToResolveTree_s", context_.upstream_name());
 }
@@ -211,7 +213,8 @@ bool Reset::mix() {
 bool Reset::check_out() {
     bool canceled = false;
     if (!zCheckSpecSetTarget(context_.spec.get(), zTreeId(mixed_.get()))) return false;
-    const bool done = zev::check_out(repository(), context_.spec.get(), nullptr, &canceled);
+    const bool done =
+        zev::check_out(repository(), context_.spec.get(), nullptr, &canceled, &context_.stand);
     context_.canceled = canceled;
     if (done && canceled) raise_canceled();
     return done && !canceled;
@@ -260,15 +263,18 @@ bool Reset::commit_head() {
     if (!made) return context_.tell(u"odb.eFailedToWriteCommit");
     index_committed(index.get(), zCommitId(made.get()));
     const KeptFailure kept;
-    note_agreed(repository(), context_.head.get(), zCommitId(made.get()), nullptr);
+    note_agreed(repository(), context_.head.get(), *zCommitId(made.get()));
+    note_server(repository(), context_.head.get(), context_.tip);
     return true;
 }
 
+// What was never sent is asked about as any change of the user's; what the server lost shows when
+// its branch is here.
 bool run(Reset &reset, const CheckSpec *spec) try {
     return reset.prepare(spec) && verify(reset.context()) &&
-           lay_ground(reset.context(), Losses::count) && reset.ask() && reset.open_rights() &&
-           reset.fetch_latest() && reset.fetch_target() && reset.mix() && reset.check_out() &&
-           reset.commit_head();
+           lay_ground(reset.context(), Losses::are_meant) && reset.ask() && reset.open_rights() &&
+           reset.fetch_latest() && lay_ground(reset.context(), Losses::count) &&
+           reset.fetch_target() && reset.mix() && reset.check_out() && reset.commit_head();
 } catch (...) {
     return fail_thrown();
 }
@@ -285,7 +291,7 @@ bool zRemoteReset(Remote *remote, CheckSpec *spec) try {
     tell_end(context.notify, done, context.canceled);
     if (!done)
         roll_back(context.repository, context.transaction.get(), context.head.get(),
-                  context.upstream.get());
+                  context.upstream.get(), context.stand);
     return done;
 } catch (...) {
     return fail_thrown();

@@ -23,6 +23,7 @@
 #include "remote/rtdownload.hpp"
 #include "system/os.hpp"
 #include "zev/object.h"
+#include "zev/oid.h"
 #include "zev/recovery.h"
 #include "zev/reference.h"
 
@@ -73,10 +74,13 @@ bool prepare(UpdateContext &context, const CheckSpec *given) {
     context.spec.reset(given ? zCheckSpecDup(given) : zCheckSpecNew());
     if (!context.spec || !zCheckSpecSetOn(context.spec.get(), Z_CHECK_NO_LOCKS))
         return context.tell(u"odb.eUnableToResolvePathspec");
-    return find_branches(context.repository, context.notify, context.head, context.upstream) &&
-           start_transaction(context.repository, context.notify, context.transaction) &&
-           lock_all(context.transaction.get(), context.notify, context.head.get(),
-                    context.upstream.get());
+    if (!find_branches(context.repository, context.notify, context.head, context.upstream) ||
+        !start_transaction(context.repository, context.notify, context.transaction) ||
+        !lock_all(context.transaction.get(), context.notify, context.head.get(),
+                  context.upstream.get()))
+        return false;
+    context.tip = tracked_tip(context.repository, context.upstream.get());
+    return true;
 }
 
 bool verify(UpdateContext &context) {
@@ -139,22 +143,33 @@ bool is_here(UpdateContext &context, const Oid *tree_id, int32_t type) {
            Lookout(context.repository, context.paths()).finds_all(base, tree->handle.get());
 }
 
-// A commit that can't be had is told, and left to who needs it.
-bool fetch_tree(UpdateContext &context, const Tip &tip, int32_t type) {
+// A commit that can't be had is told, and left to who needs it. What the user named may be a tag,
+// which no branch stands at.
+bool fetch_tree(UpdateContext &context, Tip &tip, int32_t type) {
     const CommitPtr commit(zCommitByid(context.repository, &tip.id));
     if (!commit) {
         context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
         return true;
     }
+    tip.id = *zCommitId(commit.get());
     const Oid *tree = zCommitTreeId(commit.get());
     return is_here(context, tree, type) ||
            context.asked(zRemoteDownloadMatches(context.remote, tree, type, context.paths()));
 }
 
-bool fetch_tip(UpdateContext &context, const Tip &tip, int32_t type) {
+bool fetch_tip(UpdateContext &context, Tip &tip, int32_t type) {
     return context.asked(
                zRemoteDownloadNested(context.remote, &tip.id, Z_OBJECT_COMMIT, context.notify)) &&
            fetch_tree(context, tip, type);
+}
+
+// The server hasn't got the branch, or has lost it: then the next commit there is a first one.
+bool untrack(UpdateContext &context) {
+    const zwchar *name = context.upstream_name();
+    const ReferencePtr tracked(zReferenceLookup(context.repository, name));
+    if (tracked) return zReferenceDelete(tracked.get()) || context.tell(kUnmoved, name);
+    return zErrorClass() == error_class::kNotFound ||
+           context.tell(u"odb.eFailedToResolveRef_s", name);
 }
 
 } // namespace
@@ -163,16 +178,9 @@ bool fetch_references(UpdateContext &context, std::optional<Tip> &tip) {
     notify_action(context.notify, u"action.sFetchingContent", word(u"action.sPleaseWait"));
     HeldRef held{context.upstream_name()};
     if (!context.asked(download_refs(context.remote, context.notify, &held))) return false;
-    if (held.id) {
-        tip = Tip{held.name, *held.id};
-        return true;
-    }
-    const ReferencePtr tracked(zReferenceDwim(context.repository, context.upstream_name()));
-    if (!tracked && zErrorClass() == error_class::kNotFound) return true;
-    const Oid *id = tracked ? zReferenceResolve(tracked.get()) : nullptr;
-    if (!id) return context.tell(u"odb.eFailedToResolveRef_s", context.upstream_name());
-    tip = Tip{zReferenceName(tracked.get()), *id};
-    return true;
+    context.tip = held.id;
+    if (held.id) tip = Tip{held.name, *held.id};
+    return held.id || untrack(context);
 }
 
 bool track(UpdateContext &context, const Tip &tip, const zwchar *failure) {
@@ -187,24 +195,27 @@ bool track(UpdateContext &context, const Tip &tip, const zwchar *failure) {
 
 bool fetch(UpdateContext &context, int32_t type) {
     std::optional<Tip> tip;
+    const bool was_tracked = context.tip.has_value();
     if (!fetch_references(context, tip)) return false;
-    if (!tip) {
-        zNotifyInfo(context.notify, u"%s", word(u"odb.sEmptyUpstream"));
-        return context.empty_upstream = true;
-    }
+    if (!tip && !was_tracked) zNotifyInfo(context.notify, u"%s", word(u"odb.sEmptyUpstream"));
+    if (!tip) return context.empty_upstream = true;
     const Oid *target = zCheckSpecTarget(context.spec.get());
     if (target) tip->id = *target;
-    return fetch_tip(context, *tip, type) && (target || fetch_history(context, tip->id, type)) &&
+    if (!fetch_tip(context, *tip, type)) return false;
+    context.goal = tip->id;
+    const bool goes_on = zOidIsEqual(&tip->id, &*context.tip);
+    context.losses = goes_on ? Losses::count : Losses::are_meant;
+    return (!goes_on || fetch_history(context, type)) &&
            track(context, *tip, target ? u"odb.eFailedToResolveCommit_s" : kUnmoved);
 }
 
 // ---- Ends
 
 void roll_back(Repository *repository, Transaction *transaction, const Branch *head,
-               const Branch *upstream) {
+               const Branch *upstream, const std::optional<Oid> &own) {
     const KeptFailure kept;
     if (!transaction) return;
-    roll_back_all(transaction);
+    roll_back_all(transaction, own ? &*own : nullptr);
     for (const Branch *branch : {head, upstream}) // that were to be born
         if (branch) drop_begun_log(repository->handle.get(), to_utf8(zBranchMerge(branch)).c_str());
     const IndexPtr index(zIndexHead(repository, false));
@@ -225,18 +236,15 @@ namespace {
 
 bool check_out_upstream(UpdateContext &context) {
     if (context.empty_upstream) return true;
-    const Oid *target = zBranchResolve(context.upstream.get());
-    if (!target || !zCheckSpecSetTarget(context.spec.get(), target))
+    if (!zCheckSpecSetTarget(context.spec.get(), &*context.goal))
         return context.tell(u"odb.eFailedToResolveCommit_s", context.upstream_name());
     return check_out(context.repository, context.spec.get(), context.transaction.get(),
-                     &context.canceled);
+                     &context.canceled, &context.stand);
 }
 
 bool run(UpdateContext &context, const CheckSpec *spec) try {
-    const bool goes_back = spec && zCheckSpecTarget(spec);
-    const Losses losses = goes_back ? Losses::are_meant : Losses::count;
     return prepare(context, spec) && verify(context) && update_rights(context) &&
-           fetch(context, Z_OBJECT_ANY) && lay_ground(context, losses) &&
+           fetch(context, Z_OBJECT_ANY) && lay_ground(context, context.losses) &&
            check_out_upstream(context) && (agree(context), true);
 } catch (...) {
     return fail_thrown();
@@ -252,7 +260,7 @@ bool update_copy(Remote *remote, CheckSpec *spec, bool *canceled) {
     tell_end(context.notify, done, context.canceled);
     if (!done)
         roll_back(context.repository, context.transaction.get(), context.head.get(),
-                  context.upstream.get());
+                  context.upstream.get(), context.stand);
     *canceled = context.canceled;
     return done;
 }

@@ -26,6 +26,17 @@ struct UpdateContext {
     bool empty_upstream = false; // the server has no commit yet
     bool canceled = false;
 
+    // The server's branch, as it is tracked, and then as it is listed. What the user named instead,
+    // or the same: a commit; none before it is fetched.
+    ServerTip tip{};
+    std::optional<Oid> goal{};
+    Losses losses = Losses::count;
+    // Commits of the branch: the one that the checkout goes out from, of which the server has all,
+    // and where the operation left it. Whatever else it stands at is not ours.
+    std::optional<Oid> ground{}, stand{};
+    bool goes_to_own = false; // the goal is a commit that the server never got
+    bool told_unsent = false;
+
     const zwchar *upstream_name() const { return zBranchMerge(upstream.get()); }
     PathSpec *paths() { return zCheckSpecPaths(spec.get()); }
     // The failure of a request may be a break of the user's. Gives what it got.
@@ -55,8 +66,8 @@ struct Tip {
     Oid id{};
 };
 
-// The server's references, all but the tracking one. `tip` is where the server has that, else where
-// it stands.
+// The server's references, all but the tracking one. `tip` is where the server has that. Where it
+// hasn't got it, none, and what was tracked is tracked no more.
 bool fetch_references(UpdateContext &context, std::optional<Tip> &tip);
 
 // The tracking reference moves, behind what it names: all that was fetched is on the disk.
@@ -64,8 +75,9 @@ inline constexpr const zwchar *kUnmoved = u"odb.eFailedToUpdateRef_s";
 bool track(UpdateContext &context, const Tip &tip, const zwchar *failure = kUnmoved);
 
 // What it takes to tell whether the server's branch went on from where the copy came to: commits
-// between, and of one that went back the trees (and files, by `type`) that both have.
-bool fetch_history(UpdateContext &context, const Oid &tip, int32_t type);
+// between, and of one that went back what the ground takes from before, selected or not: trees, and
+// by `type` files. Commits that can't be had leave it unknown.
+bool fetch_history(UpdateContext &context, int32_t type);
 
 // References, the commit, what of its tree has `type`, of files those that are selected, and the
 // history, unless the user names a state himself. An empty upstream is a success.
@@ -76,8 +88,19 @@ bool fetch(UpdateContext &context, int32_t type);
 bool lay_ground(UpdateContext &context, Losses losses);
 void tell_standing(const UpdateContext &context, const Standing &standing);
 
-// The branch and the server's agree as they stand now.
+// Notes how far branch and server agree now.
 void agree(UpdateContext &context);
+
+// Asks the host whether to break off, and tells it nothing.
+struct Quiet : Notify {
+    const Notify *host;
+
+    explicit Quiet(const Notify *from) : Notify{}, host(from) {
+        usrbrk = [](const Notify *self) {
+            return zNotifyIsUsrbrk(static_cast<const Quiet *>(self)->host);
+        };
+    }
+};
 
 // ---- Parts of them
 
@@ -90,9 +113,10 @@ bool start_transaction(Repository *repository, const Notify *notify, Transaction
 bool lock_all(Transaction *transaction, const Notify *notify, const Branch *head,
               const Branch *upstream);
 
-// Index and branches are as they were locked, in memory too; the record stays what it was.
+// Index and branches are as they were locked, in memory too; the record stays what it was. Where
+// somebody moved the branch, and it stands at no commit of ours, what tracks the server alone.
 void roll_back(Repository *repository, Transaction *transaction, const Branch *head,
-               const Branch *upstream);
+               const Branch *upstream, const std::optional<Oid> &own);
 
 // How an operation ends: exactly one of the three is told.
 void tell_end(const Notify *notify, bool done, bool canceled);

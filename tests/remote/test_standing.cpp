@@ -186,6 +186,78 @@ TEST_F(StandingTest, ACopyWithoutANote) {
     forget();
     ASSERT_OK(copy.update());
     EXPECT_EQ(copy.status() + standing(copy), "A  own0");
+    // What failed was tracked for a while, and put back.
+    relay.give_to("POST /commits", answer_of(500));
+    EXPECT_FALSE(copy.commit());
+    relay.play(), forget();
+    commit_by_git(copy, "own by git");
+    EXPECT_EQ(standing(copy), "1 own by git");
+}
+
+// Another branch, a tag that has a text, and a commit of the user's own: of the branch that is
+// followed that tells nothing, and what it has is nobody's change but his own.
+TEST_F(StandingTest, AStateBesideTheLine) {
+    const std::string side = other("side", "s");
+    server("-c user.name=A -c user.email=a tag -a -m text v1");
+    const std::string tag = server("rev-parse v1").substr(0, 40);
+    go_back(start);
+    for (const std::string &target : {side, tag}) {
+        ASSERT_OK(copy.update(target));
+        EXPECT_EQ(copy.at("side") + copy.git("rev-parse origin/master"), "s" + side);
+        EXPECT_EQ(standing(copy) + copy.status(), "0");
+        ASSERT_OK(copy.update());
+        EXPECT_FALSE(told(copy, u"odb.sServerWentBack_s_s"));
+        EXPECT_EQ(copy.at("side") + standing(copy) + copy.status(), "(none)0");
+    }
+    copy.put("own", "o"), copy.git("add own");
+    commit_by_git(copy, "own");
+    ASSERT_OK(copy.update(copy.git("rev-parse HEAD")));
+    EXPECT_EQ(copy.at("own"), "o");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("own") + copy.status(), "oA  own");
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD"), "notes/a\nnotes/b\nown\nplan\n");
+}
+
+// Of a branch that is new to the server all is the user's, whoever made its commits.
+TEST_F(StandingTest, ABranchThatTheServerHasNot) {
+    const auto begin = [&](const std::string &name) {
+        copy.git("config branch." + name + ".remote origin");
+        copy.git("config branch." + name + ".merge refs/heads/" + name);
+        copy.git("switch -q -c " + name);
+    };
+    begin("feature");
+    EXPECT_EQ(standing(copy).substr(0, 1), "1");
+    copy.put("plan", "mine");
+    ASSERT_OK(copy.commit({u"plan"}));
+    EXPECT_EQ(server("ls-tree -r --name-only feature"), "plan\n");
+    for (int n = 0; n < 2; ++n) {
+        ASSERT_OK(copy.update());
+        EXPECT_EQ(copy.at("plan") + copy.at("notes/a") + copy.at("notes/b"), "mineab");
+        EXPECT_EQ(copy.status() + standing(copy), "A  notes/a\nA  notes/b0");
+    }
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server("ls-tree -r --name-only feature"), "notes/a\nnotes/b\nplan\n");
+    // With a name that is too long for the file of a note.
+    std::string name = "long";
+    for (int n = 0; n < 60; ++n) name += "/part";
+    begin(name);
+    ASSERT_OK(copy.update());
+    EXPECT_TRUE(told(copy, u"odb.sUnsentCommits_d"));
+    ASSERT_OK(copy.update());
+    EXPECT_FALSE(told(copy, u"odb.sUnsentCommits_d")) << "it is told once";
+}
+
+// A note that is none of the branch's tells nothing of what the server has.
+TEST_F(StandingTest, AStrayNote) {
+    const std::string stray =
+        copy.git("-c user.name=A -c user.email=a commit-tree -m stray HEAD^{tree}");
+    copy.git("update-ref refs/zev/agreed/master " + stray);
+    other("plan", "theirs");
+    const std::string before = copy.state();
+    EXPECT_FALSE(copy.update());
+    EXPECT_EQ(copy.host.ends() + copy.at("plan"), "afirst");
+    EXPECT_EQ(copy.state(), before);
 }
 
 // In a project without a commit.
@@ -277,6 +349,87 @@ TEST_F(BackTest, WhatIsHiddenIsNotGivenBack) {
     EXPECT_EQ(server_at("plan") + server_at("notes/b") + server_at("new"), "secondbn");
 }
 
+// The newest by its name is where an update goes, too.
+TEST_F(BackTest, WhoNamesTheNewestLosesNothing) {
+    go_back(backup);
+    ASSERT_OK(bob.update(backup));
+    EXPECT_TRUE(told(bob, u"odb.sServerWentBack_s_s"));
+    EXPECT_EQ(files(bob) + standing(bob), "thirdna2(none)0");
+    EXPECT_EQ(bob.status(), "A  new\nM  notes/a\nD  notes/b\nM  plan");
+}
+
+// The whole branch is gone: a commit begins it anew.
+TEST_F(BackTest, ABranchIsLost) {
+    server("update-ref -d refs/heads/master");
+    EXPECT_EQ(bob.updates(true), "");
+    for (const Copy *each : {&copy, &bob}) {
+        ASSERT_OK(each->update());
+        EXPECT_TRUE(told(*each, u"odb.sServerLostBranch_s"));
+        EXPECT_EQ(files(*each) + standing(*each), "thirdna2(none)0");
+        EXPECT_EQ(each->status(), "A  new\nA  notes/a\nA  plan");
+        ASSERT_OK(each->update());
+        EXPECT_FALSE(told(*each, u"odb.sServerLostBranch_s"));
+    }
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server("ls-tree -r --name-only HEAD") + server("rev-list --count HEAD"),
+              "new\nnotes/a\nplan\n1\n");
+    ASSERT_OK(bob.update());
+    EXPECT_EQ(files(bob) + bob.status() + standing(bob), "thirdna2(none)0");
+}
+
+// What a host brought of the references alone is tracked, and not here.
+TEST_F(BackTest, AResetFetchesWhatItLooksAt) {
+    go_back(backup);
+    other("later", "l");
+    {
+        const RepositoryPtr repository = bob.open();
+        const Held<Remote, zRemoteFree> remote(zRemoteOpen(repository.get()));
+        ASSERT_OK(zRemoteDownloadRefs(remote.get(), nullptr));
+    }
+    ASSERT_OK(bob.reset({}, {u"new"}));
+    EXPECT_TRUE(told(bob, u"odb.sServerWentBack_s_s"));
+    EXPECT_EQ(files(bob) + standing(bob), "thirdna2(none)0") << "it is his, and stays";
+    ASSERT_OK(bob.update());
+    EXPECT_FALSE(told(bob, u"odb.sServerWentBack_s_s")) << "it is told once";
+    EXPECT_EQ(files(bob) + bob.at("later"), "thirdna2(none)l");
+}
+
+// The ground is a commit like any other: its files can be had, be they selected or not.
+TEST_F(StandingTest, WhatTheGroundHoldsIsHere) {
+    const Copy second = get("bob"), third = get("ann", "third");
+    other("plan", "second");
+    const std::string kept = other("notes/a", "a2");
+    for (const Copy *each : {&second, &third}) ASSERT_OK(each->update({}, {u"notes"}));
+    other("plan", "third");
+    for (const Copy *each : {&second, &third}) ASSERT_OK(each->update());
+    go_back(kept);
+    ASSERT_OK(second.update({}, {u"notes"}));
+    ASSERT_OK(third.reset({}, {u"notes"}));
+    for (const Copy *each : {&second, &third})
+        EXPECT_EQ(each->git("show HEAD:plan") + each->at("plan"), "secondthird");
+}
+
+// A list of the server's has first parents only: whether a branch leads to a commit by another one
+// is asked for.
+TEST_F(StandingTest, TheServersBranchCameTogether) {
+    const auto commit_of = [&](const std::string &tree, const std::string &parents) {
+        return server("-c user.name=A -c user.email=a commit-tree -m x " + tree + " " + parents)
+            .substr(0, 40);
+    };
+    const std::string tree = start + "^{tree}", newest = other("plan", "second");
+    ASSERT_OK(copy.update());
+    const std::string one = commit_of(tree, "-p " + start), two = commit_of(tree, "-p " + newest);
+    const std::string both = commit_of(tree, "-p " + one + " -p " + two);
+    go_back(both);
+    relay.give_to("GET /commits?", answer_of(500)); // nobody knows
+    EXPECT_EQ(copy.updates(true), "3 plan>plan;");
+    EXPECT_EQ(standing(copy), "0");
+    relay.play();
+    ASSERT_OK(copy.update());
+    EXPECT_FALSE(told(copy, u"odb.sServerWentBack_s_s"));
+    EXPECT_EQ(copy.at("plan") + copy.status() + standing(copy), "first0");
+}
+
 // To a commit of old, and a part of it: that is no loss.
 TEST_F(BackTest, WhoGoesBackHimselfLosesNothing) {
     ASSERT_OK(bob.update(backup, {u"plan"}));
@@ -312,6 +465,47 @@ TEST_F(StandingTest, WhoeverDiesInItLosesNothing) {
     EXPECT_EQ(copy.status() + copy.locks(), "A  own\nUU plan");
     EXPECT_EQ(copy.at("plan") + copy.at("own") + copy.at("notes/a"), "mineoa2");
     EXPECT_EQ(standing(copy), "0");
+}
+
+// Git knows none of our locks. Who commits by it while an operation is at work keeps his commit,
+// and what he put the branch back to later is as unsent as before.
+TEST_F(StandingTest, WhoeverCommitsMeanwhileKeepsIt) {
+    copy.put("own", "o"), copy.git("add own");
+    commit_by_git(copy, "own");
+    other("notes/a", "a2");
+    const auto commit_late = [&](const std::string &path) {
+        copy.put(path, "l"), copy.git("add " + path);
+        commit_by_git(copy, path);
+    };
+    copy.host.at_line = [&] {
+        if (!copy.host.lines.back().starts_with("info: ") || fs::exists(copy.place / "late"))
+            return;
+        commit_late("late");
+    };
+    EXPECT_FALSE(copy.update());
+    copy.host.at_line = nullptr;
+    EXPECT_EQ(copy.git("log -1 --format=%s") + copy.locks(), "late");
+    const std::string late = copy.git("rev-parse HEAD");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.status() + copy.at("notes/a"), "A  late\nA  owna2");
+    copy.git("reset -q --hard " + late);
+    EXPECT_EQ(standing(copy).substr(2, 4), "late");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.status() + copy.at("notes/a"), "A  late\nA  owna2");
+
+    relay.play([&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (!asked.line.starts_with("POST /trees")) return {};
+        commit_late("later");
+        return answer_of(500);
+    });
+    const std::string tracked = copy.git("rev-parse origin/master");
+    EXPECT_FALSE(copy.commit());
+    EXPECT_EQ(copy.git("log -2 --format=%s") + copy.locks(), "later\nmine");
+    EXPECT_EQ(copy.git("rev-parse origin/master"), tracked);
+    relay.play();
+    ASSERT_OK(copy.commit());
+    EXPECT_EQ(server_at("own") + server_at("late") + server_at("later"), "oll");
+    EXPECT_EQ(copy.status() + standing(copy), "0");
 }
 
 // What fails behind the ground leads back before it.
