@@ -148,7 +148,8 @@ typedef bool (*UnsentCallback)(const Commit *commit, void *context);
 ZEV_API bool zRemoteStanding(RemoteStanding *out, Repository *repository, UnsentCallback callback,
                              void *context);
 // The tree that an update goes out from, for the caller to free: the branch's without what the
-// server has not. Null on failure, also where a part of it isn't here.
+// server has not. Where the server's branch went back, that is no commit's yet, and the tree goes
+// into the store. Null on failure, also where a part of it isn't here.
 ZEV_API Tree *zRemoteGround(Repository *repository);
 
 ZEV_END
