@@ -156,16 +156,16 @@ class Look {
   public:
     Look(Repository *repository, const Branch *head, const Branch *upstream, ServerTip tip)
         : repository_(repository), git_(repository->handle.get()),
-          upstream_name_(to_utf8(zBranchMerge(upstream))), agreed_name_(agreed_name(head)),
-          head_(target_of(git_, to_utf8(zBranchMerge(head)))),
+          head_name_(to_utf8(zBranchMerge(head))), upstream_name_(to_utf8(zBranchMerge(upstream))),
+          agreed_name_(agreed_name(head)), head_(target_of(git_, head_name_)),
           agreed_(target_of(git_, agreed_name_)), server_(target_of(git_, server_name(head))),
           tip_(std::move(tip)) {
         // Of what the server never had it is the ground alone that may be noted.
         if (agreed_ && is_news() && !is_empty(git_, *agreed_)) agreed_.reset();
     }
 
-    // A branch that holds what the server has goes out from where it is. False, raised, of one that
-    // has left its note.
+    // A branch that holds what the server has goes out from where it is. False, raised, with a note
+    // that was never its own.
     bool find(Standing &standing, Losses losses) {
         standing.head = head_;
         const bool is_even = holds_all();
@@ -189,6 +189,7 @@ class Look {
     bool find_unsent(Standing &standing);
     void find_lost(Standing &standing);
     bool is_noted(const Oid &id) const;
+    bool was_head(const Oid &id) const;
     std::vector<Oid> noted() const;
     Ids known() const;
     std::vector<Oid> former_tips() const;
@@ -200,15 +201,18 @@ class Look {
 
     Repository *repository_;
     git_repository *git_;
-    std::string upstream_name_, agreed_name_;
+    std::string head_name_, upstream_name_, agreed_name_;
     std::optional<Oid> head_, agreed_, server_;
     ServerTip tip_;
     std::optional<Oid> base_{}; // the newest commit of the branch that is all the server's
 };
 
-bool Look::is_noted(const Oid &id) const {
-    return std::ranges::any_of(noted(), [&](const Oid &each) { return zOidIsEqual(&each, &id); });
+bool contains(const std::vector<Oid> &ids, const Oid &id) {
+    return std::ranges::any_of(ids, [&](const Oid &each) { return zOidIsEqual(&each, &id); });
 }
+
+bool Look::is_noted(const Oid &id) const { return contains(noted(), id); }
+bool Look::was_head(const Oid &id) const { return contains(former_targets(git_, head_name_), id); }
 
 std::vector<Oid> Look::noted() const {
     std::vector<Oid> ids;
@@ -235,14 +239,15 @@ bool Look::find_unsent(Standing &standing) {
         return !is_sent;
     });
     if (!tip_) return true;
-    if (border.empty()) return raise_not_found(agreed_name_);
+    if (border.empty() && !was_head(*agreed_)) return raise_not_found(agreed_name_);
     return choose_base(border), true;
 }
 
-// Of several that the branch brought together the one that is noted; else that of its own line.
+// Of several that the branch brought together the one that is noted; else that of its own line. One
+// that git rewrote from its first commit on leads to none, and went out from the one that is noted.
 void Look::choose_base(const std::vector<Oid> &border) {
     Ids found(border.begin(), border.end());
-    if (found.contains(*agreed_)) {
+    if (found.contains(*agreed_) || found.empty()) {
         base_ = agreed_;
         return;
     }

@@ -46,8 +46,8 @@ using ServerTip = std::optional<Oid>;
 // As the tracking reference says, which a user's wish moves, too. May throw, as all below.
 ServerTip tracked_tip(Repository *repository, const Branch *upstream);
 
-// By what is here. False, raised, where a tree isn't here that it takes, and of a branch that has
-// left its note: nobody knows then what of it the server has.
+// By what is here. False, raised, where a tree isn't here that it takes, and where the note was
+// never the branch's: nobody knows then what of it the server has.
 bool look_at_standing(Repository *repository, const Branch *head, const Branch *upstream,
                       const ServerTip &tip, Losses losses, Standing &standing);
 // Its ground for the caller, also the empty one as a tree. Null, raised, where that can't be

@@ -248,8 +248,16 @@ TEST_F(StandingTest, ABranchThatTheServerHasNot) {
     EXPECT_FALSE(told(copy, u"odb.sUnsentCommits_d")) << "it is told once";
 }
 
-// A note that is none of the branch's tells nothing of what the server has.
+// A note that was never the branch's tells nothing of what the server has. That of one which git
+// began anew does.
 TEST_F(StandingTest, AStrayNote) {
+    copy.put("own", "o"), copy.git("add own");
+    commit_by_git(copy, "root", "-a --amend");
+    EXPECT_EQ(standing(copy), "1 root");
+    other("notes/a", "a2");
+    ASSERT_OK(copy.update());
+    EXPECT_EQ(copy.at("notes/a") + copy.status(), "a2A  own");
+
     const std::string stray =
         copy.git("-c user.name=A -c user.email=a commit-tree -m stray HEAD^{tree}");
     copy.git("update-ref refs/zev/agreed/master " + stray);
