@@ -164,5 +164,10 @@ TEST_F(StatusTest, WhatNestsTooDeepIsLeftOutByName) {
     StatusList *none = zStatusListBuild(late, look.get());
     EXPECT_FALSE(none);
     EXPECT_EQ(narrow(zErrorDetail()), deep.substr(0, cut) + ": " + text(u"odb.eNestsTooDeep"));
+    // Nor can one whose name is two lines, be it tracked or not.
+    put("x\ny" + deep.substr(deep.find('/')) + "/file", "1");
+    none = zStatusListBuild(late, look.get());
+    EXPECT_FALSE(none);
+    EXPECT_NE(narrow(zErrorDetail()).find("y/d/d"), std::string::npos) << narrow(zErrorDetail());
     zIndexFree(late);
 }
