@@ -36,6 +36,7 @@ void declare(Command &verb, Options &options) {
 }
 
 fs::path target_of(const std::string &given) {
+    if (given.empty()) throw Failed(kInvalid, "an empty name is no path");
     fs::path target = fs::absolute(given).lexically_normal();
     if (!target.has_filename()) target = target.parent_path();
     const fs::file_status status = fs::symlink_status(target);

@@ -26,12 +26,21 @@ void make(const fs::path &directory) {
         check(zRepositoryInit(wide_path(directory.string()).c_str(), false), directory.string()));
 }
 
+void require_no_copy(const fs::path &directory) {
+    if (fs::exists(fs::symlink_status(directory / ".git")))
+        throw Failed(kInvalid, directory.string() + ": is a working copy already");
+}
+
 // The repository is made aside, on the same disk, and takes its place as a whole: what fails on its
 // way there leaves nothing that looks like a working copy.
 void make_in(const fs::path &directory) {
     const Scratch aside(directory, "init");
     make(aside.path());
-    fs::rename(aside.path() / ".git", directory / ".git");
+    std::error_code error;
+    fs::rename(aside.path() / ".git", directory / ".git", error);
+    if (!error) return;
+    require_no_copy(directory); // made by another process meanwhile
+    throw fs::filesystem_error({}, directory, error);
 }
 
 // A directory that another process fills meanwhile is not empty, and stays.
@@ -45,11 +54,11 @@ void make_directory_and_in(const fs::path &directory) try {
 }
 
 int run(Host &host, const Options &options) {
+    if (options.directory.empty()) throw Failed(kInvalid, "an empty name is no path");
     fs::path full = fs::absolute(options.directory).lexically_normal();
     if (!full.has_filename()) full = full.parent_path();
     const std::string path = full.string();
-    if (fs::exists(fs::symlink_status(full / ".git")))
-        throw Failed(kInvalid, say("%s: is a working copy already", path));
+    require_no_copy(full);
     if (fs::exists(fs::symlink_status(full)) && !fs::is_directory(full))
         throw Failed(kInvalid, say("%s: is no directory", path));
     const bool is_there = fs::exists(full), has_files = is_there && !fs::is_empty(full);
