@@ -28,7 +28,7 @@ KEPT = {
     "\\033[0m", " -> ", "zev ", "already held", "Merge ", "Merge of %s, not all of it", " (theirs)", " (theirs ",
     "\\n<<<<<<< ", "<<<<<<< ", "\\n>>>>>>> ", "\\\\ No newline at end of file", "D ", "%Y-%m-%d %H:%M",
     "Binary DXF\\r\\n\\x1a", "VANE ZEV\\0", "nothing was left to send", "Merge of ", ", not all of it",
-    "\\033[31mzev:\\033[0m ", "zev: ", " is required", "; no commit needs it", "[--] PATH ...", "%s ", "yes", "no",
+    "\\033[31mzev:\\033[0m ", "zev: ", " is required", "; no commit needs it", "failed open - '", "' is locked", "[--] PATH ...", "%s ", "yes", "no",
 }
 # The option parser's own, and what is made of a noun and a number.
 PARSER = {"Usage", "OPTIONS", "REQUIRED", "Needs", "Options", "Print this help message and exit"}

@@ -58,10 +58,9 @@ Failed nowhere() {
     if (zErrorClass() != kGit || zErrorCode() != kNotOwner) return raised();
     while (!fs::exists(top / ".git", error) && top.has_relative_path()) top = top.parent_path();
     return Failed(kGit, kNotOwner,
-                  top.string() +
-                      ": belongs to another user; if you trust what is in it, \"git "
-                      "config --global --add safe.directory " +
-                      top.string() + "\" lets you work there");
+                  say("%1$s: belongs to another user; if you trust what is in it, \"git config "
+                      "--global --add safe.directory %1$s\" lets you work there",
+                      top.string()));
 }
 
 } // namespace

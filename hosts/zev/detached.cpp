@@ -23,10 +23,11 @@ std::string way_back(const WorkingCopy &copy) {
 }
 
 std::string detached_text(const WorkingCopy &copy) {
-    const std::string text = "at " + short_id(zCommitId(copy.head().get())) +
-                             " and on no branch: \"zev switch " + way_back(copy) + "\" goes back";
     const bool is_followed = !origin_of(copy).empty(); // then nothing is sent from other branches
-    return is_followed ? text : text + ", \"zev switch --create NAME\" makes a branch of it";
+    return say(is_followed ? "at %s and on no branch: \"zev switch %s\" goes back"
+                           : "at %s and on no branch: \"zev switch %s\" goes back, \"zev switch "
+                             "--create NAME\" makes a branch of it",
+               short_id(zCommitId(copy.head().get())), way_back(copy));
 }
 
 void tell_detached(Host &host, const WorkingCopy &copy, bool beside) {
@@ -39,14 +40,17 @@ void tell_detached(Host &host, const WorkingCopy &copy, bool beside) {
 
 void require_branch(const WorkingCopy &copy) {
     if (!is_detached(copy)) return;
-    const std::string back = "\"zev switch " + way_back(copy) + "\" goes back";
+    const std::string back = way_back(copy);
     if (!origin_of(copy).empty())
-        throw Failed(kOther, "HEAD is on no branch, and nothing is sent from there; " + back +
-                                 ", \"zev reset REV\" then makes an old state a change of yours");
-    throw Failed(kOther, "HEAD is on no branch, and what is committed there would be lost; \"zev "
-                         "switch --create NAME\" makes a branch of it, and your changes come "
-                         "along; " +
-                             back);
+        throw Failed(kOther,
+                     say("HEAD is on no branch, and nothing is sent from there; \"zev switch %s\" "
+                         "goes back, \"zev reset REV\" then makes an old state a change of yours",
+                         back));
+    throw Failed(
+        kOther, say("HEAD is on no branch, and what is committed there would be lost; \"zev switch "
+                    "--create NAME\" makes a branch of it, and your changes come along; \"zev "
+                    "switch %s\" goes back",
+                    back));
 }
 
 } // namespace host

@@ -67,11 +67,11 @@ void confirm(Host &host, Paths files, const Paths &others) {
     require_yes(host.notify,
                 {.id = "zev.switch.trash",
                  .title = "",
-                 .instruction = std::to_string(files.size()) +
-                                (one ? " file of yours is otherwise there. Move it to the trash "
-                                       "and go on?"
-                                     : " files of yours are otherwise there. Move them to the "
-                                       "trash and go on?"),
+                 .instruction = one ? say("1 file of yours is otherwise there. Move it to the "
+                                          "trash and go on?")
+                                    : say("%s files of yours are otherwise there. Move them to the "
+                                          "trash and go on?",
+                                          files.size()),
                  .content = some_of(files),
                  .buttons = {"Go on", "Keep my changes"}},
                 "nothing was changed");
@@ -85,7 +85,7 @@ void revert(Host &host, const WorkingCopy &copy, const Paths &files) {
     for (const std::string &path : files) check(zPathSpecAdd(spec.get(), wide(path).c_str()));
     host.notify->forget();
     check(zShellRevert(copy.repository(), spec.get()));
-    require_done(host, "moving your files to the trash");
+    require_done(host, say("moving your files to the trash"));
 }
 
 } // namespace

@@ -58,19 +58,21 @@ void tell_merge(Host &host, const WorkingCopy &copy, bool conflicts, bool beside
     const auto merge = unsettled_merge(copy);
     if (!merge) return;
     const std::string text =
-        "the merge of " + short_id(&merge->theirs) +
-        " is not committed yet: " + (conflicts ? "\"zev resolve\" settles its conflicts, " : "") +
-        "\"zev commit\" ends it, \"zev merge --abort\" takes it back";
+        say(conflicts ? "the merge of %s is not committed yet: \"zev resolve\" settles its "
+                        "conflicts, \"zev commit\" ends it, \"zev merge --abort\" takes it back"
+                      : "the merge of %s is not committed yet: \"zev commit\" ends it, \"zev merge "
+                        "--abort\" takes it back",
+            short_id(&merge->theirs));
     if (beside) return host.out.warn(text);
     host.out.line(text);
     host.out.record(merge_record(*merge, conflicts));
 }
 
 void tell_merge_ends(Host &host, const Unsettled &merge) {
-    const std::string id = short_id(&merge.theirs);
-    host.out.line(merge.whole ? "this commit ends the merge of " + id
-                              : "this commit ends the merge of " + id +
-                                    " as far as it came in; merge again for the rest");
+    host.out.line(say(merge.whole ? "this commit ends the merge of %s"
+                                  : "this commit ends the merge of %s as far as it came in; merge "
+                                    "again for the rest",
+                      short_id(&merge.theirs)));
     host.out.record(merge_record(merge, false));
 }
 

@@ -124,8 +124,8 @@ void tell_moves(Host &host, const WorkingCopy &copy, const StatusList *list) {
         if (kind == Z_KIND_UNTRACKED) untracked.push_back(narrow(zStatusEntryPath(entry)));
     }
     for (const Move &move : find_moves(copy, gone, untracked)) {
-        host.out.line(typed_path(move.from) + " is " + typed_path(move.to) +
-                      " now; \"zev mv\" with both names says so");
+        host.out.line(say("%s is %s now; \"zev mv\" with both names says so", typed_path(move.from),
+                          typed_path(move.to)));
         host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
     }
 }

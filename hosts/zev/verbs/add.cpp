@@ -55,10 +55,10 @@ std::string told_left_out(const WorkingCopy &copy, Index *index, const std::stri
     bool ignored = false;
     for (uint64_t i = 0; i < zStatusListLength(list.get()); ++i)
         ignored |= zStatusEntryStatus(zStatusListEntry(list.get(), i)) == Z_KIND_IGNORED;
-    return say(ignored
-                   ? "%s: was not added: it is ignored, by a rule of .gitignore or of the repository"
-                   : "%s: was not added: it is no file or directory that a commit can hold",
-               typed_path(path));
+    return say(
+        ignored ? "%s: was not added: it is ignored, by a rule of .gitignore or of the repository"
+                : "%s: was not added: it is no file or directory that a commit can hold",
+        typed_path(path));
 }
 
 // Each of them is told; gives how many there are.

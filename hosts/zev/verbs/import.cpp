@@ -133,10 +133,10 @@ std::string repository_above(const WorkingCopy &copy, const std::string &path) {
 void require_own_place(const WorkingCopy &copy, const std::string &path,
                        const std::string &target) {
     if (fs::is_symlink(fs::symlink_status(copy.absolute(path))))
-        throw Failed(kInvalid, target + ": is a symbolic link; name the drawing itself");
+        throw Failed(kInvalid, say("%s: is a symbolic link; name the drawing itself", target));
     if (const std::string other = repository_above(copy, path); !other.empty())
-        throw Failed(kInvalid,
-                     target + ": lies in " + other + ", a repository of its own; import it there");
+        throw Failed(kInvalid, say("%s: lies in %s, a repository of its own; import it there",
+                                   target, other));
 }
 
 // Without the rows of a committed version every object would count as a new one. A drawing of

@@ -28,7 +28,7 @@ void make(const fs::path &directory) {
 
 void require_no_copy(const fs::path &directory) {
     if (fs::exists(fs::symlink_status(directory / ".git")))
-        throw Failed(kInvalid, directory.string() + ": is a working copy already");
+        throw Failed(kInvalid, say("%s: is a working copy already", directory.string()));
 }
 
 // The repository is made aside, on the same disk, and takes its place as a whole: what fails on its

@@ -163,8 +163,9 @@ class Switch {
                     {.id = "zev.switch.leave",
                      .title = "",
                      .instruction = say("Leave commit %s, which is on no branch?", short_id(&id)),
-                     .content = "Nothing names it any more then; \"zev switch --create NAME\" makes "
-                                "a branch of it.",
+                     .content =
+                         "Nothing names it any more then; \"zev switch --create NAME\" makes "
+                         "a branch of it.",
                      .buttons = {"Leave it", "Stay"}},
                     "nothing was changed");
     }
@@ -216,9 +217,8 @@ class Switch {
         Owned<Reference, zReferenceFree>(check(zReferenceCreate(copy_.repository(), u"HEAD", id)));
         const std::string back =
             left_.starts_with(kHeads) ? left_.substr(kHeads.size()) : way_back(copy_);
-        host_.out.line("at " + short_id(id) + " " +
-                       first_line(clean(narrow(zCommitMessage(target_.get())))) +
-                       ", to look at: \"zev switch " + back + "\" goes back");
+        host_.out.line(say("at %s %s, to look at: \"zev switch %s\" goes back", short_id(id),
+                           first_line(clean(narrow(zCommitMessage(target_.get())))), back));
         done("commit", conflicts);
         return conflicts ? tell_conflicts(host_) : kDone;
     }
