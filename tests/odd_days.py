@@ -90,7 +90,7 @@ def differences(step, code, out, err):
 def play(scene, work):
     cwd, bad = work, 0
     for looked_at, step in scene.steps:
-        if step.command.startswith("cd "):
+        if not looked_at and step.command.startswith("cd "):
             cwd = os.path.join(cwd, os.path.expandvars(step.command[3:]))
             continue
         code, out, err = run(step.command, cwd)
