@@ -361,7 +361,7 @@ bool Pushing::send_changes(Changes changes, const Oid *base) {
     const RemoteCall sent = call();
     HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/trees", query.get());
     if (!request) return false;
-    HttpResponse *response = zHttpRequestSend(request);
+    HttpResponse *response = exchange(request);
     if (response && !zHttpResponseOk(response) && tell_refused(response)) return false;
     const JsonGuard body = json_of(sent, judge(sent, response));
     if (!body) return false;
@@ -375,7 +375,7 @@ Failure Pushing::fail_first(const RemoteCall &sent, HttpResponse *response, cons
     const RemoteCall silent{push_.remote, nullptr, sent.summary};
     HttpRequest *request =
         make_request(silent, Z_HTTP_GET, std::u16string(u"/refs/").append(branch));
-    HttpResponse *there = request ? zHttpRequestSend(request) : nullptr;
+    HttpResponse *there = request ? exchange(request) : nullptr;
     if (there && zHttpResponseUsrbrk(there)) return raise_canceled();
     const bool lost = there && zHttpResponseOk(there);
     if (lost)
@@ -397,7 +397,7 @@ bool Pushing::send_commit() {
     const JsonGuard whole(zJsonNewObject(u"query", query.release(), nullptr));
     HttpRequest *request = make_request(sent, Z_HTTP_POST, u"/commits", whole.get());
     if (!request) return false;
-    HttpResponse *response = zHttpRequestSend(request);
+    HttpResponse *response = exchange(request);
     if (!parent_ && response && zHttpResponseCode(response) == kBadRequest)
         return fail_first(sent, response, update);
     const JsonGuard body = json_of(sent, judge(sent, response));

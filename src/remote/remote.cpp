@@ -60,22 +60,24 @@ HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16strin
     return notify_error(call.notify, call.unready);
 }
 
-// A body that found no room on this machine is no failure of the server's, although its answer
-// counts as one that never came: what the record holds after the exchange was raised in it.
-HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at) {
-    if (!request) return nullptr;
+HttpResponse *exchange(HttpRequest *request) {
     zRaiseError(0, 0, nullptr, nullptr);
-    HttpResponse *response = zHttpRequestSend(request);
-    if (response && zHttpResponseCode(response) == kUnavailable && raised_no_space())
-        return fail_os(ENOSPC), notify_error(call.notify, call.summary);
-    return judge(call, response, at);
+    return zHttpRequestSend(request);
 }
 
+HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at) {
+    return request ? judge(call, exchange(request), at) : nullptr;
+}
+
+// A body that found no room on this machine is no failure of the server's, although its answer
+// counts as one that never came.
 HttpResponse *judge(const RemoteCall &call, HttpResponse *response, Here at) {
     if (response && zHttpResponseOk(response)) return response;
     if (response && zHttpResponseUsrbrk(response)) return raise_canceled();
-    return notify_net(call.notify, response ? zHttpResponseCode(response) : kUnavailable,
-                      zHttpResponseStrerr(response), call.summary, at);
+    const int32_t code = response ? zHttpResponseCode(response) : kUnavailable;
+    if (code == kUnavailable && raised_no_space())
+        return fail_os(ENOSPC), notify_error(call.notify, call.summary);
+    return notify_net(call.notify, code, zHttpResponseStrerr(response), call.summary, at);
 }
 
 Failure wrong_data(const RemoteCall &call, Here at) {

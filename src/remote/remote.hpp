@@ -56,6 +56,9 @@ HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16strin
 HttpRequest *make_request(const RemoteCall &call, uint32_t method, std::u16string_view tail,
                           const Json *body, const zwchar *accepted = kJsonType);
 
+// Sends it, as zHttpRequestSend does: what the error record holds behind it was raised by that.
+HttpResponse *exchange(HttpRequest *request);
+
 // The answer of a success, lent until the next request; else null: a break is raised, all others
 // are told. A null request is null, too.
 HttpResponse *send(const RemoteCall &call, HttpRequest *request, Here at = {});
