@@ -100,6 +100,7 @@ uint64_t copy_tables(Host &host, const fs::path &from, const fs::path &to) {
             stop_on_break(host.notify);
             host.out.progress(say("table %s ...", count + 1));
             const fs::path place = to / upper.path().filename() / table.path().filename();
+            if (fs::exists(place)) continue; // a worktree's own, which counts before the shared one
             fs::create_directories(place.parent_path());
             copy_table(table.path(), place);
             ++count;
@@ -120,7 +121,8 @@ int run(Host &host, const Options &options) {
                   source.string()));
         stop_on_break(host.notify);
         make_branches(made.get());
-        tables = copy_tables(host, shared_directory(original) / "tables", tables_of(made.get()));
+        for (const fs::path &place : {own_directory(original), shared_directory(original)})
+            tables += copy_tables(host, place / "tables", tables_of(made.get()));
     }
     aside.move_to(target);
     host.out.line(say("a working copy of %s in %s, with %s of drawings", source.string(),
