@@ -93,9 +93,10 @@ ZEV_API Stream *zReadReferenceData(const zwchar *path, uint32_t *major, uint32_t
 
 // Which file a table serves: what was noted there, without a "./" in front, in Z_PATH_MAX units;
 // not found, or the store error, for a table that serves whoever names it. Set notes it: `path`
-// relative to `base`, or as it is when `base` is null. Confirming gives a drawing file whose table serves another path a table of its own, with
-// the rows of this drawing, and lets the file name it; the other table stays as it is. What could
-// not be done stays undone, with the reason in the error record.
+// relative to `base`, or as it is when `base` is null. Confirming gives a drawing file whose table
+// serves another path a table of its own, with the rows of this drawing, and lets the file name it;
+// the other table stays as it is. What could not be done stays undone, with the reason in the error
+// record.
 ZEV_API bool zDrawingTableBackwardRef(zwchar *path, Table *table);
 ZEV_API bool zDrawingTableBackwardRefSet(Table *table, const zwchar *base, const zwchar *path);
 ZEV_API void zDrawingConfirmTableBackwardRef(const zwchar *path);

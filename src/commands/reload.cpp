@@ -22,8 +22,8 @@ void set_old_path(Node *node, std::u16string_view path) {
 }
 
 // What of a status a node can show, or lacks.
-constexpr uint32_t kDiffering = Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED |
-                                Z_SPEC_NO_UNREADABLE;
+constexpr uint32_t kDiffering =
+    Z_SPEC_NO_UNCHANGED | Z_SPEC_NO_UNTRACKED | Z_SPEC_NO_IGNORED | Z_SPEC_NO_UNREADABLE;
 
 class Reload {
   public:

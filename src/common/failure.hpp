@@ -37,15 +37,15 @@ struct About {
 };
 
 // raise_...: into the error record alone, the caller above may have an answer to it.
-Failure raise_not_found(About what = {});              // class 3
-Failure raise_exists(About what = {});                 // class 4
-Failure raise_range(About what = {});                  // class 5
-Failure raise_canceled();                              // class 6
-Failure raise_locked(About what);                      // class 7
-Failure raise_args(About what = {});                   // class 2 about one of the arguments
-Failure raise_kvdb(About what = {});                   // class 13, of a drawing's table
-Failure raise_net(int code, const zwchar *reason);     // class 15, of a peer
-Failure raise_uv(int code, About what = {});           // libuv's code
+Failure raise_not_found(About what = {});          // class 3
+Failure raise_exists(About what = {});             // class 4
+Failure raise_range(About what = {});              // class 5
+Failure raise_canceled();                          // class 6
+Failure raise_locked(About what);                  // class 7
+Failure raise_args(About what = {});               // class 2 about one of the arguments
+Failure raise_kvdb(About what = {});               // class 13, of a drawing's table
+Failure raise_net(int code, const zwchar *reason); // class 15, of a peer
+Failure raise_uv(int code, About what = {});       // libuv's code
 Failure raise_module(int host_errno, const zwchar *path, const zwchar *reason); // class 9
 Failure raise_socket(int code, About what = {});       // errno, or a resolver's EAI_ code
 Failure raise_other(const zwchar *reason, About what); // class -1, of another library

@@ -497,9 +497,9 @@ struct Rule {
 };
 
 constexpr Rule kAtOnce[] = {
-    {"head", head_is_old_or_new},     {"names", names_are_old_or_new}, {"bytes", no_byte_is_lost},
-    {"torn", no_file_is_torn},        {"away", no_file_is_away},       {"index", index_is_no_older},
-    {"claim", done_is_done},          {"server", server_is_old_or_new},
+    {"head", head_is_old_or_new}, {"names", names_are_old_or_new},  {"bytes", no_byte_is_lost},
+    {"torn", no_file_is_torn},    {"away", no_file_is_away},        {"index", index_is_no_older},
+    {"claim", done_is_done},      {"server", server_is_old_or_new},
 };
 
 constexpr Rule kGoingOn[] = {

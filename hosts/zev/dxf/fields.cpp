@@ -1,5 +1,5 @@
-// Groups are lent from their records. Two lists are paired, between their equal beginnings and ends,
-// by a table of what each pairing is worth; where that would be too large, by their places.
+// Groups are lent from their records. Two lists are paired, between their equal beginnings and
+// ends, by a table of what each pairing is worth; where that would be too large, by their places.
 #include "dxf/fields.hpp"
 
 #include <algorithm>

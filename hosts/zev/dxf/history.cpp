@@ -1,5 +1,6 @@
 // Versions are compared by the keys in their manifests alone. A version is read once for each line
-// of history that leads through it, and of two that follow each other both lists are walked in step.
+// of history that leads through it, and of two that follow each other both lists are walked in
+// step.
 #include "dxf/history.hpp"
 
 #include <algorithm>
@@ -231,11 +232,10 @@ class BlameWalk {
         VersionFile &newest = result_.newest;
         newest.load(odb_.get(), state);
         if (!state.blob)
-            throw host::Failed(host::kNotFound,
-                               host::say("there is no %s in this commit", path));
-        if (!newest.manifest) throw host::Failed(host::kOther, host::say("%s: is no drawing", path));
-        lines_.push_back(
-            {std::move(states), std::move(state), Settler(newest.manifest->objects)});
+            throw host::Failed(host::kNotFound, host::say("there is no %s in this commit", path));
+        if (!newest.manifest)
+            throw host::Failed(host::kOther, host::say("%s: is no drawing", path));
+        lines_.push_back({std::move(states), std::move(state), Settler(newest.manifest->objects)});
         for (size_t i = 0; i < lines_.size(); ++i) follow(lines_[i]);
         result_.changed = lines_.front().settler.versions();
     }
@@ -266,8 +266,8 @@ class BlameWalk {
 
     // Leaves what another parent of a merge lacks as well.
     void branch_off(Settler &objects, const Oid &parent, const std::string &path) {
-        const host::OwnedCommit commit(
-            objects.done() ? nullptr : zCommitByid(repository_, &parent));
+        const host::OwnedCommit commit(objects.done() ? nullptr
+                                                      : zCommitByid(repository_, &parent));
         if (!commit) return; // a copy may have a part of the history
         State state;
         States states(repository_, commit.get(), path, notify_, Line::of_the_file);

@@ -81,8 +81,8 @@ bool table_in(zwchar *path, const std::u16string &own, const std::u16string &sha
 
 bool table_path(zwchar *path, Repository *repository, const Oid *id) {
     git_repository *git = repository->handle.get();
-    return table_in(path, to_wide(git_repository_path(git)),
-                    to_wide(git_repository_commondir(git)), id);
+    return table_in(path, to_wide(git_repository_path(git)), to_wide(git_repository_commondir(git)),
+                    id);
 }
 
 // The Git directory that belongs to a work directory, or is it, with a slash; empty, raised, where

@@ -252,8 +252,8 @@ bool PartialCommit::stage_changed() {
 // A new file whose name can't enter, or that nobody lets us read, would keep everything else from
 // being committed. Who names it is told why.
 bool PartialCommit::may_leave_out(const Change &change, Staging staging) const {
-    const bool can_enter = staging != Staging::refused && staging != Staging::twin &&
-                           staging != Staging::closed;
+    const bool can_enter =
+        staging != Staging::refused && staging != Staging::twin && staging != Staging::closed;
     if (!change.is_new() || can_enter) return false;
     return !spec_matcher(spec_).names_itself(bare_path(change));
 }

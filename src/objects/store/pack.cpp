@@ -1,5 +1,5 @@
-// Packs: built of chosen objects, or of all that these lead to, and taken in as they came. A builder
-// copies what lies packed already rather than pack it anew, see pack_copy.cpp.
+// Packs: built of chosen objects, or of all that these lead to, and taken in as they came. A
+// builder copies what lies packed already rather than pack it anew, see pack_copy.cpp.
 #include "objects/store/pack.hpp"
 
 #include "objects/store/loose_object.hpp"

@@ -91,10 +91,9 @@ bool fill_slot(const TrashSlot &slot, const std::u16string &source) {
 bool keep_item(const TrashSlot &slot, const std::u16string &source, const std::u16string &item) {
     if (os::link(source.c_str(), item.c_str())) return os::sync_dir(slot.directory.c_str());
     const std::u16string aside = path_below(slot.directory, u"part.$$$");
-    const bool done = os::copy(source.c_str(), aside.c_str()) &&
-                      os::sync_tree(slot.directory.c_str()) &&
-                      os::move(aside.c_str(), item.c_str(), false) &&
-                      os::sync_dir(slot.directory.c_str());
+    const bool done =
+        os::copy(source.c_str(), aside.c_str()) && os::sync_tree(slot.directory.c_str()) &&
+        os::move(aside.c_str(), item.c_str(), false) && os::sync_dir(slot.directory.c_str());
     const int kept = errno;
     if (!done) os::unlink(aside.c_str());
     errno = kept;
@@ -222,8 +221,7 @@ bool zTrashKeep(Repository *repository, const zwchar *path) try {
     if (!os::lstat(place.full.c_str(), &status))
         return errno == ENOENT || fail_system(place.full.c_str());
     if (!S_ISREG(status.st_mode)) return raise_args(place.relative);
-    return can_take(place) && open_slot(&slot, root, place, true) &&
-           keep_in_slot(slot, place.full);
+    return can_take(place) && open_slot(&slot, root, place, true) && keep_in_slot(slot, place.full);
 } catch (...) {
     return fail_thrown();
 }
