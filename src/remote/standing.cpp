@@ -142,7 +142,8 @@ bool is_empty(git_repository *git, const Oid &id) {
     const git::Commit commit = commit_of(git, id);
     git::Tree tree;
     const Finally clear([] { git_error_clear(); });
-    return commit && !git_commit_tree(out(tree), commit.get()) && !git_tree_entrycount(tree.get());
+    if (!commit || git_commit_tree(out(tree), commit.get()) < 0) return false;
+    return git_tree_entrycount(tree.get()) == 0;
 }
 
 TreePtr tree_of(Repository *repository, const Oid &id) {
