@@ -127,14 +127,6 @@ TEST_F(Commits, TakeNoPathsThatAreTooLong) {
         const std::string path = directories + name;
         const std::string made = store_tree(service, "ann/plant", {{path, "1"}});
         EXPECT_EQ(service.post(kCommits, body("a", "m", made)).code, code) << path.size();
-        const std::string id = test::store(service, "ann/plant", Z_OBJECT_BLOB, "1");
-        EXPECT_EQ(service
-                      .post("/repos/ann/plant/trees",
-                            R"({"query":{"entries":[{"oper":"add","path":")" + path +
-                                R"(","id":")" + id + R"(","mode":33188}]}})")
-                      .code,
-                  code)
-            << path.size();
     }
 }
 

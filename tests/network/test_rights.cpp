@@ -105,7 +105,7 @@ const struct Cell {
     {"PUT /repos/:owner/:name/tables/:id", Z_HTTP_PUT, "/repos/ann/house/tables/BLOB",
      std::string(4, '\0'), kWrite},
     {"PATCH /repos/:owner/:name/tables/:id", Z_HTTP_PATCH, "/repos/ann/house/tables/BLOB",
-     std::string(4, '\0'), kRead},
+     std::string("\0\0\0\1", 4) + std::string(16, '\xff'), kRead},
     {"POST /repos/:owner/:name/rms", Z_HTTP_POST, "/repos/ann/house/rms", "{}", kLogin, kEverybody,
      400},
     {"POST /rms", Z_HTTP_POST, "/rms", "{}", kEverybody, kEverybody, 400},

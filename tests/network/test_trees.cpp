@@ -236,6 +236,9 @@ TEST_F(Trees, AreNoLargerThanAProject) {
     const std::string id = test::store(service, "ann/plant", Z_OBJECT_BLOB, "x");
     EXPECT_EQ(make("", "[" + change("add", path, id) + "]").code, 200);
     EXPECT_EQ(make("", "[" + change("add", "a/" + path, id) + "]").code, 400);
+    const std::string name(200, 'n'), most = name + "/" + name + "/" + std::string(109, 'n');
+    EXPECT_EQ(make("", "[" + change("add", most, id) + "]").code, 200);
+    EXPECT_EQ(make("", "[" + change("add", most + "n", id) + "]").code, 400);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "copy_fixture.hpp"
 
+#include "common/guard.hpp"
 #include "system/os.hpp"
 
 #include <cerrno>

@@ -324,7 +324,7 @@ TEST_F(Listings, SendSmallObjectsInPacksAndLargeOnesAlone) {
 // The end of the list is one, be its last entry wanted or not.
 TEST_F(Listings, SendWhatIsGatheredBeforeASkippedEntry) {
     play(listed(ids[0], 1, "a") + "," + listed(ids[1], 1, "z"));
-    const SpecPtr spec(zPathSpecNew(u"a", 0));
+    const zev::Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(u"a", 0));
     ASSERT_OK(zRemoteDownloadMatches(remote.get(), &tree, Z_OBJECT_ANY, spec.get()));
     EXPECT_TRUE(has(ids[0]));
     EXPECT_FALSE(has(ids[1]));

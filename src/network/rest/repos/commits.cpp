@@ -81,8 +81,8 @@ bool add_history(Json *entries, CommitPtr commit, const Range &range) {
         zCommitTime(&time, commit.get());
         if (range.since && time.seconds < range.since->seconds) break;
         if (range.until && time.seconds >= range.until->seconds) continue;
-        if (range.limit && zJsonArraySize(entries) >= range.limit) break;
         if (!push(entries, commit_record(commit.get()))) return false;
+        if (range.limit && zJsonArraySize(entries) >= range.limit) break;
     }
     return is_sound;
 }

@@ -47,15 +47,18 @@ HttpResponse *fill_spec(const Call &call, RevSpec *spec) {
     return nullptr;
 }
 
-// A list that is shorter than its limit goes to the beginning of history: from its last commit on
-// nothing may be missing, or those behind would count as if they had never been.
+// A list that is shorter than its limit goes to the beginning of history, or to `since`: from its
+// last commit on nothing may be missing, or those behind would count as if they had never been.
 bool is_complete(const Call &call, RevSpec *spec, const std::vector<Oid> &ids) {
     if (spec->limit > 0 && ids.size() >= static_cast<uint64_t>(spec->limit)) return true;
     Repository *repository = call.repository.get();
     const Oid *last = ids.empty() ? zRevBaseResolve(zRevSpecBase(spec), repository) : &ids.back();
     CommitPtr commit(last ? zCommitByid(repository, last) : nullptr);
     bool is_sound = commit || ids.empty(); // before the first commit there is none
-    while (commit && is_sound) is_sound = go_back(commit);
+    for (Time time; commit && is_sound; is_sound = go_back(commit)) {
+        zCommitTime(&time, commit.get());
+        if (time.seconds < spec->since.seconds) break;
+    }
     return is_sound;
 }
 
