@@ -14,9 +14,10 @@ bool tells_errno(std::string_view reason, int number) {
     return reason.find(strerrordesc_np(number)) != reason.npos;
 }
 
+// LevelDB's text is the message, with no reason behind it.
 bool raised_no_space() {
-    const std::string reason = to_utf8(zErrorReason());
-    return tells_errno(reason, ENOSPC) || tells_errno(reason, EDQUOT);
+    const std::string detail = to_utf8(zErrorDetail());
+    return tells_errno(detail, ENOSPC) || tells_errno(detail, EDQUOT);
 }
 
 } // namespace zev
