@@ -123,8 +123,9 @@ step=0
 while [ "$step" -lt "$steps" ]; do
   step=$((step + 1))
   step_once >"$work/out" 2>&1
-  ours >"$work/ours" 2>"$work/errors"
+  ours >"$work/ours" 2>"$work/told"
   theirs >"$work/theirs"
+  grep -v '^warning: the merge of ' "$work/told" >"$work/errors"
   if ! cmp -s "$work/ours" "$work/theirs" || [ -s "$work/errors" ]; then
     echo "seed $seed, step $step, operation $op on '${P-}' and '${N-}':" >&2
     cat "$work/out" "$work/errors" >&2

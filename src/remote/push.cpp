@@ -16,6 +16,8 @@
 #include "objects/store/object.hpp"
 #include "objects/store/odb.hpp"
 #include "objects/store/reference.hpp"
+#include "objects/store/strict.hpp"
+#include "objects/work/treebuilder.hpp"
 #include "remote/changes.hpp"
 #include "remote/push_drawings.hpp"
 #include "stream/stream.hpp"
@@ -74,7 +76,7 @@ class Pushing {
     bool send_tree();
     bool send_changes(Changes changes, const Oid *base);
     bool check_tree() const;
-    bool is_made_of_files() const;
+    bool is_made_of_changes() const;
     bool send_commit();
     Failure fail_first(const RemoteCall &sent, HttpResponse *response, const zwchar *branch);
     bool is_as_sent(const Commit *made) const;
@@ -331,7 +333,7 @@ bool Pushing::send_tree() {
 // A tree that is not ours is nobody's to commit. An older server makes plain files of links and of
 // files to run, which everybody would get.
 bool Pushing::check_tree() const {
-    if (zOidIsEqual(&tree_, zCommitTreeId(commit_.get())) || is_made_of_files()) return true;
+    if (zOidIsEqual(&tree_, zCommitTreeId(commit_.get())) || is_made_of_changes()) return true;
     const DiffEntry *special = nullptr;
     each(changes_.get(), [&](const DiffEntry *entry) {
         if (!is_gone(entry) && zDiffEntryNewMode(entry) != GIT_FILEMODE_BLOB) special = entry;
@@ -342,14 +344,25 @@ bool Pushing::check_tree() const {
     return fail(u"odb.eModeNotKept_s", zDiffEntryNewPath(special));
 }
 
-// Other programs make directories without a file, which a server leaves out of what it makes, also
-// where nobody touched them; ours may still have them. Its tree is made here in the same way, and
-// so is here when the branch comes to name it.
-bool Pushing::is_made_of_files() const {
+// Other programs make directories without a file, which a server leaves out where it makes a
+// directory anew; ours may still have them. What it made of the changes is made here in the same
+// way, and so is here when the branch comes to name it.
+bool Pushing::is_made_of_changes() const {
     const KeptFailure kept;
-    const TreePtr ours(zCommitTree(commit_.get()));
-    const BuilderPtr files(ours ? zTreeBuilderNew(owner_, ours.get()) : nullptr);
-    const TreePtr made(files ? zTreeBuilderWrite(files.get(), owner_) : nullptr);
+    const StrictOff partial; // not all files are here
+    const TreePtr base(parent_ ? zCommitTree(parent_.get()) : nullptr);
+    const BuilderPtr builder(zTreeBuilderNew(owner_, base.get()));
+    bool done = builder && (base || !parent_);
+    for (const bool deletes : {true, false})
+        each(changes_.get(), [&](const DiffEntry *entry) {
+            if (!done || is_gone(entry) != deletes) return;
+            const zwchar *path = zDiffEntryNewPath(entry);
+            done = deletes ? zTreeBuilderRemove(builder.get(), path)
+                           : builder_insert(builder.get(), to_utf8(path),
+                                            *git::oid(zDiffEntryNewId(entry)),
+                                            git_filemode_t(zDiffEntryNewMode(entry)));
+        });
+    const TreePtr made(done ? zTreeBuilderWrite(builder.get(), owner_) : nullptr);
     return made && zOidIsEqual(&tree_, zTreeId(made.get()));
 }
 

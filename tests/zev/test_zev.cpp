@@ -196,7 +196,7 @@ TEST_F(Zev, WhatIsReplacedGoesToTheTrash) {
     write("plan.dxf", "precious");
     test::write(home + "/out.dxf", "theirs");
     for (const char *arguments : {"export plan.dwx", "export plan.dwx ../out.dxf"})
-        EXPECT_EQ(code(arguments), 1) << arguments;
+        EXPECT_EQ(code(arguments), 6) << arguments;
     EXPECT_EQ(code("export plan.dwx other.dwx"), 3);
     EXPECT_EQ(code("export plan.dwx plan.dwx --force"), 2);
     EXPECT_EQ(content("plan.dxf"), "precious");
