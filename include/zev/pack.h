@@ -61,7 +61,8 @@ ZEV_API bool zPackWriterCommit(PackWriter *writer);
 
 // ---- A store made smaller
 
-// What zRepositoryRepack did, or would do. Sizes are those of files, packs with their indexes.
+// What zRepositoryRepack did, or would do. Sizes are what files take on the disk, in whole blocks,
+// packs with their indexes.
 typedef struct Repack {
     uint64_t objects;       // in the one pack
     uint64_t loose, packs;  // files in place of which it came, or would

@@ -22,6 +22,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace host {
@@ -145,9 +146,10 @@ Files look_at(const fs::path &directory) {
     for (const auto &entry : fs::directory_iterator(directory, error)) {
         std::error_code gone;
         const uint64_t size = entry.file_size(gone);
-        if (gone) continue;
+        struct stat status;
+        if (gone || lstat(entry.path().c_str(), &status)) continue;
         const std::string kind = entry.path().extension().string();
-        files.bytes += size;
+        files.bytes += static_cast<uint64_t>(status.st_blocks) * 512; // as a disk counts
         files.small += (kind == ".ldb" || kind == ".sst") && size < kSmallFile;
         files.has_debris |=
             (kind == ".log" && size) || entry.path().filename().string().starts_with("LOG");

@@ -40,10 +40,15 @@ struct File {
     uint64_t size;
 };
 
+// What a file takes on the disk: of a small one that is a block.
 uint64_t size_of(const std::u16string &path) {
+    constexpr uint64_t kUnit = 512; // of st_blocks, whatever the file system's
     struct stat status;
-    return os::lstat(path.c_str(), &status) ? static_cast<uint64_t>(status.st_size) : 0;
+    return os::lstat(path.c_str(), &status) ? static_cast<uint64_t>(status.st_blocks) * kUnit : 0;
 }
+
+constexpr uint64_t kBlock = 4096;
+uint64_t in_blocks(uint64_t size) { return (size + kBlock - 1) / kBlock * kBlock; }
 
 bool has(const std::u16string &path) {
     struct stat status;
@@ -211,7 +216,7 @@ class Packing {
             &walk);
         if (walk.broken) return raise_canceled();
         if (!walk.stored) return false;
-        size_ += kIndexHead + kIndexEach * ids_.size();
+        size_ = in_blocks(size_) + in_blocks(kIndexHead + kIndexEach * ids_.size());
         return code ? fail_git(code) : true;
     }
 
