@@ -1,7 +1,7 @@
 // What could name a row is told by its first bytes, not by its name or by who has it: a copy of a
 // drawing in a backup directory of the user's counts, as does a commit that no branch leads to.
 //
-//   a manifest begins with "VANE ZEV" and a zero byte
+//   a manifest begins with "VANE ZEV"
 //
 // The Git directory holds the trash, what a merge put aside, and what was begun; its tables and the
 // files of its store don't count as files. Behind symbolic links nothing is looked at, as nothing
@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view kMagic("VANE ZEV\0", 9);
+constexpr std::string_view kMagic = "VANE ZEV"; // whatever stands behind
 constexpr uint64_t kPoll = 256;  // files or objects between two looks at the user's break
 constexpr size_t kSortAt = 4096; // keys that came, before they are sorted at all
 
@@ -93,9 +93,11 @@ void RowNames::read_file(const fs::path &file) {
     std::ifstream in(file, std::ios::binary);
     std::string bytes(kMagic.size(), '\0');
     in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    std::error_code error;
-    if (!in.eof() && !in.good() && fs::exists(file, error))
-        return miss(say("%s: can't be read", file.string()));
+    if (!in.eof() && !in.good()) {
+        std::error_code error;
+        if (fs::exists(file, error) || error) miss(say("%s: can't be read", file.string()));
+        return;
+    }
     if (bytes != kMagic) return;
     bytes.append(std::istreambuf_iterator<char>(in), {});
     if (in.bad()) return miss(say("%s: can't be read", file.string()));
@@ -110,6 +112,8 @@ void RowNames::read_directory(const fs::path &directory, bool is_git) {
         look_around(notify_, "looking at file %s", ++count);
         std::error_code gone;
         const fs::file_status status = at->symlink_status(gone);
+        if (gone && gone != std::errc::no_such_file_or_directory)
+            miss(say("%s: can't be read: %s", at->path().string(), gone.message()));
         const std::string name = at->path().filename().string();
         const bool is_store = is_git && at.depth() == 0 && (name == "objects" || name == "tables");
         if (status.type() == fs::file_type::directory) {
@@ -130,11 +134,13 @@ void RowNames::read_worktrees(const fs::path &git) {
         std::getline(in, line);
         const fs::path place = (entry.path() / line).lexically_normal().parent_path();
         std::error_code gone;
-        if (fs::is_directory(place, gone))
+        if (!line.empty() && fs::is_regular_file(place / ".git", gone))
             read_directory(place, false);
         else
             miss(say("%s: a linked work directory that is not there", place.string()));
     }
+    if (error && error != std::errc::no_such_file_or_directory)
+        miss(say("%s: can't be read: %s", (git / "worktrees").string(), error.message()));
 }
 
 // ---- The store

@@ -79,8 +79,8 @@ ZEV_API bool zTableIterKey(const void **key, uint64_t *length, const TableIter *
 ZEV_API bool zTableIterValue(const void **value, uint64_t *length, const TableIter *iter);
 
 // Puts the table's files in order: what was written over or deleted goes, and few files are left.
-// Takes as long as writing all rows anew. What the store could not do is left undone, with nothing
-// lost. Free the table's iterators first.
+// Takes as long as writing all rows anew. A table with a damaged row is refused, and what the store
+// could not do is left undone, with nothing lost. Free the table's iterators first.
 ZEV_API bool zTableCompact(Table *table);
 // Takes a table away for good, with its rows, and closes it as zTableFree does, whatever comes of
 // it. For one that no drawing names.

@@ -1,4 +1,4 @@
-// The words are the C library's, in no language but English.
+// The words are the C library's: libgit2's in the process's language, ours in English.
 #include "common/told_errno.hpp"
 
 #include "common/utf.hpp"
@@ -11,7 +11,8 @@
 namespace zev {
 
 bool tells_errno(std::string_view reason, int number) {
-    return reason.find(strerrordesc_np(number)) != reason.npos;
+    return reason.find(strerrordesc_np(number)) != reason.npos ||
+           reason.find(strerror(number)) != reason.npos;
 }
 
 // LevelDB's text is the message, with no reason behind it.

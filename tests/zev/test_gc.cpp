@@ -11,6 +11,7 @@ namespace fs = std::filesystem;
 
 struct Gc : CopyTest {
     std::string second = plan_with("13.5"), last = plan_with("14.5");
+    int steps = 0;
 
     void SetUp() override {
         CopyTest::SetUp();
@@ -23,11 +24,16 @@ struct Gc : CopyTest {
         test::write(home + "/other.dxf", bytes);
         ok("import ../other.dxf " + name);
     }
-    // The second state is named by nobody then.
+    // The second state is named by nobody then, and its tag is none that the table stamps with.
     void leave_rows() {
         draw(second);
         ok("revert plan.dwx");
         ok("trash purge --all --yes");
+        go_on();
+    }
+    void go_on() {
+        draw(plan_with(std::to_string(300 + ++steps)));
+        ok("commit -m on plan.dwx");
     }
     uint64_t rows_dropped(const std::string &arguments) {
         const std::vector<std::string> said = lines(ok(arguments + " --json"));
@@ -52,7 +58,7 @@ TEST_F(Gc, DropsByTwoLooksWhatNothingNames) {
     EXPECT_GT(rows_dropped("gc --days 0 --dry-run"), 0u);
     EXPECT_GT(rows_dropped("gc --days 0"), 0u);
     EXPECT_EQ(rows_dropped("gc --days 0"), 0u);
-    EXPECT_TRUE(comes_out("HEAD", test_data("plan.dxf")));
+    EXPECT_TRUE(comes_out("HEAD~1", test_data("plan.dxf")));
     ok("verify");
 
     // A key of theirs comes never again, and whatever was named in between is new to the notes.
@@ -63,8 +69,15 @@ TEST_F(Gc, DropsByTwoLooksWhatNothingNames) {
     EXPECT_GT(rows_dropped("gc --days 0"), 0u) << "of the first try";
     EXPECT_EQ(rows_dropped("gc --days 0 --dry-run"), 0u);
     EXPECT_TRUE(comes_out("HEAD", second));
-    EXPECT_TRUE(comes_out("HEAD~1", test_data("plan.dxf")));
+    EXPECT_TRUE(comes_out("HEAD~3", test_data("plan.dxf")));
     ok("verify");
+
+    // What could still be written over under its key stays.
+    draw(last);
+    ok("revert plan.dwx");
+    ok("trash purge --all --yes");
+    ok("gc --days 0");
+    EXPECT_EQ(rows_dropped("gc --days 0"), 0u);
 }
 
 TEST_F(Gc, KeepsWhatIsNamedAnywhere) {
@@ -119,13 +132,14 @@ TEST_F(Gc, KeepsWhatIsNamedAnywhere) {
     write("odd.bin", std::string("VANE ZEV\0cut off", 16));
     EXPECT_TRUE(refuses()) << "a drawing that was cut off";
     fs::remove(root + "/odd.bin");
+    go_on();
     EXPECT_GT(drops(), 0u);
 
     // Rows that a server may lack are in no way garbage.
     leave_rows();
     git("config remote.origin.url http://plant:3001/repos/team/house");
     EXPECT_EQ(drops(), 0u) << "a copy of a server's project";
-    EXPECT_TRUE(comes_out("HEAD", test_data("plan.dxf")));
+    EXPECT_TRUE(comes_out("HEAD~2", test_data("plan.dxf")));
 }
 
 TEST_F(Gc, TakesATableAwayThatNothingNames) {
@@ -214,7 +228,7 @@ TEST_F(Gc, IsKilledAnywhere) {
         EXPECT_EQ(zev(root, "verify >../said 2>&1").code, 0) << seconds << said();
         git("fsck --strict --no-dangling");
         EXPECT_TRUE(comes_out("HEAD", plan_with("107")));
-        EXPECT_TRUE(comes_out("HEAD~8", test_data("plan.dxf")));
+        EXPECT_TRUE(comes_out("HEAD~9", test_data("plan.dxf")));
     }
     EXPECT_GT(cut, 0);
 }

@@ -1,9 +1,11 @@
 // gc: what nobody needs goes, and what is left takes less room.
 //
-// Rows are dropped by two looks: an earlier gc has noted that nothing named them, at least so many
-// days ago, and nothing names them now. So neither a drawing that was moved while files were looked
-// at loses rows, nor an import whose manifest is still to be written. The notes, "zev-gc" in the
-// Git directory, numbers big-endian, written aside and renamed:
+// A row of the tag that the table stamps with may be written over under its key at any time: it
+// stays while anything names the table. Others are dropped by two looks: an earlier gc has noted
+// that nothing named them, at least so many days ago, and nothing names them now. So neither a
+// drawing that was moved while files were looked at loses rows, nor an import whose manifest is
+// still to be written. The notes, "zev-gc" in the Git directory, numbers big-endian, written aside
+// and renamed:
 //
 //   0   8  "ZEVGC", two zero bytes, 1
 //   then, 44 bytes each:
@@ -193,78 +195,87 @@ class TableKeeper {
         zNotifyProgress(host_.notify, u"%s", wide(say("table %s", hex(&id).substr(0, 8))).c_str());
         const Files files = look_at(path);
         result_->before += files.bytes;
-        OwnedTable table(zTableByid(copy_.repository(), &id));
-        if (!table) {
+        if (!put_in_order(id, files)) {
             host_.out.warn(say("table %s is left as it is: %s", hex(&id), narrow(zErrorDetail())));
             notes_.keep(id);
-        } else {
-            const uint64_t dropped = names_ ? drop_rows(table.get(), id) : 0;
-            if (!is_over(table, id)) compact(table.get(), files, dropped);
         }
-        table.reset();
         result_->after += look_at(path).bytes;
     }
 
-    uint64_t drop_rows(Table *table, const Oid &id) {
+    // False, raised, for a table that can't be read, or not be written.
+    bool put_in_order(const Oid &id, const Files &files) {
+        OwnedTable table(zTableByid(copy_.repository(), &id));
+        if (!table) return false;
         std::vector<DrawingKey> due;
-        uint64_t bytes = 0, seen = 0, highest = 0;
+        if (names_ && !find_due(table.get(), id, due)) return false;
+        if (!options_.dry_run && !drop(table.get(), id, due)) return false;
+        if (names_ && is_due(id)) return remove(table, id);
+        return compact(table.get(), files, due.size());
+    }
+
+    bool find_due(Table *table, const Oid &id, std::vector<DrawingKey> &due) {
+        const bool is_named = names_->names_table(id);
+        const uint64_t tag = zTableTagGet(table); // 1 where it can't be read, and all rows stay
+        uint64_t bytes = 0, seen = 0;
         rows_left_ = 0;
-        const Owned<TableIter, zTableIterFree> iter(check(zTableIterNew(table)));
+        const Owned<TableIter, zTableIterFree> iter(zTableIterNew(table));
+        if (!iter) return false;
         for (zTableIterSeekToFirst(iter.get()); !zTableIterDone(iter.get());
              zTableIterNext(iter.get())) {
             if (++seen % kPoll == 0) stop_on_break(host_.notify);
             const void *data = nullptr;
             uint64_t length = 0, value = 0;
-            check(zTableIterKey(&data, &length, iter.get()));
+            if (!zTableIterKey(&data, &length, iter.get())) return false;
             DrawingKey key;
             if (length != 16 || !zManifestKey(&key, static_cast<const uint8_t *>(data), 0)) {
                 ++rows_left_;
                 continue;
             }
             if ((!key.tag && !key.object) || key.tag == UINT64_MAX) continue;
-            highest = std::max(highest, key.tag);
-            if (names_->has(id, key) || !notes_.is_due(id, key, now_, options_.days)) {
+            const bool unnamed = !names_->has(id, key);
+            const bool is_over = unnamed && notes_.is_due(id, key, now_, options_.days);
+            if (!is_over || (is_named && key.tag >= tag)) {
                 ++rows_left_;
-                result_->waiting += !names_->has(id, key);
+                result_->waiting += unnamed;
                 continue;
             }
-            check(zTableIterValue(&data, &value, iter.get()));
+            if (!zTableIterValue(&data, &value, iter.get())) return false;
             due.push_back(key);
             bytes += length + value;
         }
         result_->rows += due.size();
         result_->row_bytes += bytes;
-        if (!options_.dry_run && !due.empty()) drop(table, id, due, highest);
-        return due.size();
-    }
-
-    // The table's tag first: a key that was given out is not given out again, for another row.
-    void drop(Table *table, const Oid &id, const std::vector<DrawingKey> &due, uint64_t highest) {
-        if (zTableTagGet(table) < highest) check(zTableTagSet(table, highest));
-        for (const DrawingKey &key : due) {
-            const dxf::RawKey bytes = dxf::raw(key);
-            check(zTableDel(table, &bytes, sizeof bytes));
-            notes_.forget(id, key);
-        }
-    }
-
-    // Takes a table away that nothing names any more, when its last row went.
-    bool is_over(OwnedTable &table, const Oid &id) {
-        constexpr DrawingKey kItself{0, 0};
-        if (!names_ || names_->names_table(id)) return false;
-        if (!notes_.is_due(id, kItself, now_, options_.days) || rows_left_) return false;
-        ++result_->removed;
-        if (options_.dry_run) return true;
-        notes_.forget(id, kItself);
-        check(zTableRemove(table.release()));
         return true;
     }
 
-    void compact(Table *table, const Files &files, uint64_t dropped) {
-        if (!dropped && files.small < 2 && !files.has_debris) return;
-        ++result_->compacted;
-        if (!options_.dry_run) check(zTableCompact(table));
+    bool drop(Table *table, const Oid &id, const std::vector<DrawingKey> &due) {
+        for (const DrawingKey &key : due) {
+            const dxf::RawKey bytes = dxf::raw(key);
+            if (!zTableDel(table, &bytes, sizeof bytes)) return false;
+            notes_.forget(id, key);
+        }
+        return true;
     }
+
+    // Whether a table, which nothing names any more, has lost its last row.
+    bool is_due(const Oid &id) {
+        return !names_->names_table(id) && notes_.is_due(id, kItself, now_, options_.days) &&
+               !rows_left_;
+    }
+    bool remove(OwnedTable &table, const Oid &id) {
+        ++result_->removed;
+        if (options_.dry_run) return true;
+        notes_.forget(id, kItself);
+        return zTableRemove(table.release());
+    }
+
+    bool compact(Table *table, const Files &files, uint64_t dropped) {
+        if (!dropped && files.small < 2 && !files.has_debris) return true;
+        ++result_->compacted;
+        return options_.dry_run || zTableCompact(table);
+    }
+
+    static constexpr DrawingKey kItself{0, 0};
 
     Host &host_;
     const WorkingCopy &copy_;
@@ -336,8 +347,8 @@ int run(Host &host, const Options &options) {
         host.out.warn(say("no rows are dropped: %s", *names->unseen()));
         names.reset();
     }
-    TableKeeper(host, copy, options, names ? &*names : nullptr).run(result);
     check(zRepositoryRepack(&result.pack, copy.repository(), !options.dry_run, host.notify));
+    TableKeeper(host, copy, options, names ? &*names : nullptr).run(result);
     return tell(host, result, options);
 }
 

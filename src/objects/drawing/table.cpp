@@ -174,8 +174,8 @@ bool open_image(Table *table, const zwchar *path, int refusal) {
 // what the image leads to stays as it is. Of a table that could not be begun nothing stays.
 bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool create) {
     if (is_archive(path)) return open_image(table, path, EROFS);
-    const bool is_new = create && !zPathExists(path);
     if (!prepare_directory(path, utf8, create) || !take_lock(table)) return false;
+    const bool is_new = create && !has_current(path) && !holds_rows(path); // now that it is ours
     if (open_database(table, utf8, create)) return true;
     if (!is_new) return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
     const KeptFailure kept;
@@ -455,9 +455,25 @@ bool zTableTagIncrement(Table *table) {
     return read_tag(table, tag) && zTableTagSet(table, tag + 1);
 }
 
+namespace {
+
+// Every row is read, with its sum: what is compacted gets a new one, and damage would never show
+// again.
+bool is_sound(Table *table) {
+    const ldb::Iterator rows{leveldb_create_iterator(table->database.get(), table->reading.get())};
+    leveldb_iter_seek_to_first(rows.get());
+    while (leveldb_iter_valid(rows.get())) leveldb_iter_next(rows.get());
+    ldb::Text error;
+    leveldb_iter_get_error(rows.get(), out(error));
+    return error ? fail_store(error.get()) : true;
+}
+
+} // namespace
+
 bool zTableCompact(Table *table) {
     if (!table) return fail_args();
     if (!check_writable(table)) return false;
+    if (!is_sound(table)) return false;
     leveldb_compact_range(table->database.get(), nullptr, 0, nullptr, 0);
     return true;
 }
