@@ -74,11 +74,6 @@ bool commit_ground(UpdateContext &context, const Standing &standing, Tree *groun
     return true;
 }
 
-TreePtr tree_of(Repository *repository, const Oid &id) {
-    const CommitPtr commit(zCommitByid(repository, &id));
-    return TreePtr(commit ? zCommitTree(commit.get()) : nullptr);
-}
-
 // Of the files that the ground takes from before the loss those that aren't here, by their names;
 // null for none.
 PathSpecPtr missing_files(UpdateContext &context, const Standing &standing) {

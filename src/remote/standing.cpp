@@ -146,11 +146,6 @@ bool is_empty(git_repository *git, const Oid &id) {
     return git_tree_entrycount(tree.get()) == 0;
 }
 
-TreePtr tree_of(Repository *repository, const Oid &id) {
-    const CommitPtr commit(zCommitByid(repository, &id));
-    return TreePtr(commit ? zCommitTree(commit.get()) : nullptr);
-}
-
 // ---- The look
 
 class Look {
@@ -440,6 +435,11 @@ std::optional<Oid> missing_history(Repository *repository, const Branch *head,
 
 bool is_led_to(Repository *repository, const Oid &from, const Oid &to) {
     return leads_to(repository->handle.get(), from, to);
+}
+
+TreePtr tree_of(Repository *repository, const Oid &id) {
+    const CommitPtr commit(zCommitByid(repository, &id));
+    return TreePtr(commit ? zCommitTree(commit.get()) : nullptr);
 }
 
 std::optional<Oid> agreed_commit(Repository *repository, const Branch *head) {

@@ -63,6 +63,8 @@ std::optional<Oid> missing_history(Repository *repository, const Branch *head,
                                    const Branch *upstream, const Oid &tip);
 // Whether a commit leads to another, or is it, as far as they are here.
 bool is_led_to(Repository *repository, const Oid &from, const Oid &to);
+// The tree of a commit for the caller. Null, raised, where either isn't here.
+TreePtr tree_of(Repository *repository, const Oid &id);
 
 // The branch's commit of which the server has all, as noted; none where it isn't.
 std::optional<Oid> agreed_commit(Repository *repository, const Branch *head);
