@@ -101,10 +101,8 @@ bool Checkout::is_unchanged(const CheckoutStep &step, struct stat *found,
     if (!entry || unreadable_.contains(step.path) ||
         !os::lstat(full_path(repository_, step.path).c_str(), &status))
         return false;
-    if (but_for_rights)
-        status.st_ctim = {entry->ctime.seconds, static_cast<long>(entry->ctime.nanoseconds)};
     if (found) *found = status;
-    return entry_has_stat(*entry, status);
+    return but_for_rights ? entry_has_content(*entry, status) : entry_has_stat(*entry, status);
 }
 
 // Index and disk are as the base has them: what stands there is in the store, or none of ours.

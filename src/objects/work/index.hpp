@@ -67,6 +67,8 @@ class IndexLook {
 // tell, without reading a file, that it is unchanged.
 void entry_set_stat(git_index_entry &entry, const struct stat &status);
 bool entry_has_stat(const git_index_entry &entry, const struct stat &status);
+// The same but for the change time, which new rights move.
+bool entry_has_content(const git_index_entry &entry, struct stat status);
 bool same_stat(const struct stat &a, const struct stat &b);
 
 // ---- Names that differ in case only

@@ -78,6 +78,11 @@ bool entry_has_stat(const git_index_entry &entry, const struct stat &status) {
            other.file_size == entry.file_size;
 }
 
+bool entry_has_content(const git_index_entry &entry, struct stat status) {
+    status.st_ctim = {entry.ctime.seconds, static_cast<long>(entry.ctime.nanoseconds)};
+    return entry_has_stat(entry, status);
+}
+
 bool same_stat(const struct stat &a, const struct stat &b) {
     return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_mode == b.st_mode &&
            a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&

@@ -86,8 +86,7 @@ bool WorkWriter::enter_mode(git_index_entry entry) {
     const bool known = os::fd_stat(fd, &status_) || fail_errno(full.c_str());
     os::close_fd(fd);
     if (!known) return false;
-    const bool is_other = staged && (staged->mtime.seconds != int32_t(status_.st_mtim.tv_sec) ||
-                                     staged->file_size != uint32_t(status_.st_size));
+    const bool is_other = staged && !entry_has_content(*staged, status_);
     if (is_other) return fail_os(EBUSY, full.c_str()); // saved since it was looked at
     entry_set_stat(entry, status_);
     return index_enter(index_, entry);
