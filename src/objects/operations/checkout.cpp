@@ -104,7 +104,8 @@ bool Checkout::take_locks() {
 }
 
 bool Checkout::find_target() {
-    if (!resolve_base() || !is_base_expected()) return false;
+    if (!resolve_base()) return false;
+    if (head_ && !is_base(*head_)) return tell(u"odb.eFailedToWriteCommit");
     const Oid *id = zCheckSpecTarget(spec_.get());
     if (!id && base_commit_) id = zCommitId(base_commit_.get());
     if (id) target_.reset(zObjectByid(repository_, id, Z_OBJECT_ANY));
@@ -121,14 +122,13 @@ bool Checkout::resolve_base() {
     return base_tree_ || tell(u"odb.eFailedToResolveTree_s", reference);
 }
 
-// What git committed since the caller looked is none of what he has found, and would be taken back.
-bool Checkout::is_base_expected() {
-    const bool same =
-        !head_ ||
-        (base_commit_ ? *head_ && zOidIsEqual(zCommitId(base_commit_.get()), &**head_) : !*head_);
-    if (same) return true;
+// Git itself doesn't know our locks: what it committed since the caller looked, or since the base
+// was read, is in nothing that was found, and would be taken back.
+bool Checkout::is_base(const std::optional<Oid> &tip) const {
+    const Oid *base = base_commit_ ? zCommitId(base_commit_.get()) : nullptr;
+    if (base ? tip && zOidIsEqual(base, &*tip) : !tip) return true;
     git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
-    return fail_git(GIT_EMODIFIED), tell(u"odb.eFailedToWriteCommit");
+    return fail_git(GIT_EMODIFIED);
 }
 
 // Under a lock of our own nothing in memory counts that the file doesn't hold: it may be what an
@@ -264,20 +264,13 @@ std::u16string Checkout::name_of_target() const {
     return to_wide(git_oid_tostr_s(git_object_id(commit.get()))).substr(0, kDigits);
 }
 
-// Git itself doesn't know our locks: what it committed meanwhile is not in the tree, and would be
-// taken back.
 bool Checkout::base_stands() const {
-    git_oid tip;
+    Oid tip{};
     const std::string name = to_utf8(zBranchMerge(branch_.get()));
-    const int code = git_reference_name_to_id(&tip, repository_->handle.get(), name.c_str());
+    const int code =
+        git_reference_name_to_id(git::oid(&tip), repository_->handle.get(), name.c_str());
     if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code);
-    const bool same =
-        code == GIT_ENOTFOUND
-            ? !base_commit_
-            : base_commit_ && git_oid_equal(&tip, git::oid(zCommitId(base_commit_.get())));
-    if (same) return true;
-    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
-    return fail_git(GIT_EMODIFIED);
+    return is_base(code < 0 ? std::nullopt : std::optional<Oid>(tip));
 }
 
 bool Checkout::commit(Tree *tree) {

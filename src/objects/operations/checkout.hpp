@@ -81,7 +81,7 @@ class Checkout {
     bool take_locks();
     bool find_target();
     bool resolve_base();
-    bool is_base_expected();
+    bool is_base(const std::optional<Oid> &tip) const;
     bool drop_unreadable();
     void sort_steps();
     void add_local_steps();
