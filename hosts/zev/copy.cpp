@@ -250,6 +250,8 @@ bool same_or_below(const std::string &path, const std::string &directory) {
     return directory.empty() || path == directory || path.starts_with(directory + "/");
 }
 
+std::string directory_of(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
+
 bool is_text(const std::string &bytes) { return narrow(wide(bytes).c_str()) == bytes; }
 
 bool is_wild(const std::string &path) { return path.find_first_of("*?") != std::string::npos; }

@@ -86,6 +86,7 @@ class WorkingCopy {
 RevisionPath parse_revision_path(const std::string &text);
 
 bool same_or_below(const std::string &path, const std::string &directory);
+std::string directory_of(const std::string &path); // with its slash; empty for the top
 bool is_text(const std::string &bytes);            // UTF-8 without a zero byte
 bool is_wild(const std::string &path);             // a pattern, unless something has that name
 std::string escaped(const std::string &path);      // as a pattern that stands for nothing else

@@ -5,6 +5,11 @@
 
 namespace host {
 
+inline constexpr std::string_view kKeepFile = ".gitkeep";
+inline bool is_keep(std::string_view path) {
+    return path == kKeepFile || path.ends_with("/.gitkeep");
+}
+
 // Those below and above the paths get theirs, in the index and on disk.
 void keep_directories(const WorkingCopy &copy, Index *index, const Paths &paths);
 

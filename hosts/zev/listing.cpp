@@ -4,6 +4,7 @@
 // moved. The files that came along know better.
 #include "listing.hpp"
 
+#include "keep_files.hpp"
 #include "kinds.hpp"
 
 #include <map>
@@ -13,12 +14,8 @@ namespace host {
 
 namespace {
 
-constexpr std::string_view kKeep = ".gitkeep";
-
-bool is_keep(const std::string &path) { return path.ends_with("/.gitkeep"); }
-
-// With its slash; empty for the top.
-std::string directory_of(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
+// Of a directory below the top, which has no name here.
+bool is_kept(const std::string &path) { return is_keep(path) && path != kKeepFile; }
 
 bool is_of_tracked(int32_t kind) {
     return kind != Z_KIND_UNCHANGED && kind != Z_KIND_UNTRACKED && kind != Z_KIND_IGNORED &&
@@ -33,7 +30,7 @@ Names gone_keeps(const std::vector<Listed> &changes) {
     for (const Listed &change : changes) {
         const bool renamed = change.kind == Z_KIND_RENAMED;
         const std::string &path = renamed ? change.old : change.path;
-        if ((renamed || change.kind == Z_KIND_DELETED) && is_keep(path)) gone.insert(path);
+        if ((renamed || change.kind == Z_KIND_DELETED) && is_kept(path)) gone.insert(path);
     }
     return gone;
 }
@@ -41,13 +38,13 @@ Names gone_keeps(const std::vector<Listed> &changes) {
 std::map<std::string, Names> origins_of(const std::vector<Listed> &changes) {
     std::map<std::string, Names> origins; // of a directory's files
     for (const Listed &change : changes)
-        if (change.kind == Z_KIND_RENAMED && !is_keep(change.path))
+        if (change.kind == Z_KIND_RENAMED && !is_kept(change.path))
             origins[directory_of(change.path)].insert(directory_of(change.old));
     return origins;
 }
 
 bool is_new_keep(const Listed &change) {
-    return is_keep(change.path) && (change.kind == Z_KIND_RENAMED || change.kind == Z_KIND_ADDED);
+    return is_kept(change.path) && (change.kind == Z_KIND_RENAMED || change.kind == Z_KIND_ADDED);
 }
 
 // By the files that came along first; another one may have been given that place.
@@ -58,7 +55,7 @@ void find_origins(std::vector<Listed> &changes) {
     for (Listed &change : changes) {
         const auto from = origins.find(directory_of(change.path));
         if (!is_new_keep(change) || from == origins.end() || from->second.size() != 1) continue;
-        const std::string keep = *from->second.begin() + std::string(kKeep);
+        const std::string keep = *from->second.begin() + std::string(kKeepFile);
         if (!gone.contains(keep) || !taken.insert(keep).second) continue;
         change = {Z_KIND_RENAMED, keep, change.path};
         known.insert(change.path);
@@ -86,7 +83,7 @@ std::vector<Listed> listed_changes(const StatusList *list) {
     find_origins(changes);
     for (Listed &change : changes)
         for (std::string *path : {&change.old, &change.path})
-            if (is_keep(*path)) *path = directory_of(*path);
+            if (is_kept(*path)) *path = directory_of(*path);
     return changes;
 }
 

@@ -77,8 +77,6 @@ bool same_bytes(const WorkingCopy &copy, const Tracked &file, const std::string 
     return zOidFromFile(&id, full.u16string().c_str()) && zOidIsEqual(&id, &file.id);
 }
 
-std::string directory_of(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
-
 // What names that differ in case only have in common.
 std::u16string folded(const std::string &path) {
     std::u16string text = wide(path);

@@ -3,6 +3,7 @@
 
 #include "bytes.hpp"
 #include "dxf/drawing.hpp"
+#include "keep_files.hpp"
 #include "needed_rows.hpp"
 #include "permissions.hpp"
 #include "server_history.hpp"
@@ -348,8 +349,7 @@ class Plan {
     }
 
     bool is_wanted(const std::string &path) const {
-        return is_drawing_name(path) ||
-               (options_.with_files && fs::path(path).filename() != ".gitkeep" && !target_.empty());
+        return is_drawing_name(path) || (options_.with_files && !is_keep(path) && !target_.empty());
     }
     std::string beside(const std::string &path) const {
         return copy_.absolute(path).lexically_proximate(fs::current_path()).string();

@@ -1,5 +1,6 @@
 // ls: a directory, with the state of each file.
 
+#include "keep_files.hpp"
 #include "listing.hpp"
 #include "walks.hpp"
 
@@ -23,8 +24,6 @@ void declare(Command &verb, Options &options) {
     verb.add_option("directory", options.directory, "A directory; else the current one")
         ->type_name("DIR");
 }
-
-bool is_keep(const std::string &name) { return name == ".gitkeep"; }
 
 // What one directory holds, by name, directories with a slash.
 class Directory {

@@ -1,6 +1,7 @@
 // rm: files out of the work directory and of the next commit, into the trash.
 
 #include "front.hpp"
+#include "keep_files.hpp"
 #include "odd_names.hpp"
 #include "sending.hpp"
 
@@ -21,8 +22,6 @@ void declare(Command &verb, Options &options) {
                 "Examples:\n  zev rm plan.dwx\n  zev rm details 'plans/*.dwx'");
     verb.add_option("paths", options.paths, "Files, directories, patterns")->required();
 }
-
-bool is_keep(const std::string &path) { return path == ".gitkeep" || path.ends_with("/.gitkeep"); }
 
 // A pattern takes files and leaves the directories.
 void add_matches(std::set<std::string> &targets, Index *index, const Selection &selection) {
