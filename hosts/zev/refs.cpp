@@ -73,7 +73,7 @@ std::map<std::string, Oid> all_references(const WorkingCopy &copy) {
             found.emplace(narrow(zReferenceName(reference)), *id);
         return true;
     };
-    check(each_reference(copy.repository(), visit), "references");
+    check(each_reference(copy.repository(), visit), say("references"));
     return found;
 }
 

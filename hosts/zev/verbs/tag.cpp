@@ -3,7 +3,6 @@
 #include "refs.hpp"
 #include "show.hpp"
 #include "verb.hpp"
-#include "walks.hpp"
 #include "when.hpp"
 
 #include <map>
@@ -37,12 +36,8 @@ std::string full_tag(const std::string &name) { return std::string(kTags) + name
 // By short name, with what they lead to; a tag of git's own with words to it leads to itself.
 std::map<std::string, Oid> tags_of(const WorkingCopy &copy) {
     std::map<std::string, Oid> found;
-    const auto visit = [&](Reference *reference) {
-        const Oid *id = zReferenceIsTag(reference) ? zReferenceResolve(reference) : nullptr;
-        if (id) found.emplace(narrow(zReferenceName(reference)).substr(kTags.size()), *id);
-        return true;
-    };
-    check(each_reference(copy.repository(), visit), say("references"));
+    for (const auto &[name, id] : all_references(copy))
+        if (name.starts_with(kTags)) found.emplace(name.substr(kTags.size()), id);
     return found;
 }
 
