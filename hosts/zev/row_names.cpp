@@ -14,7 +14,6 @@
 #include "say.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <fstream>
 
 namespace host {
@@ -37,10 +36,6 @@ void look_around(const Notify *notify, const char *what, uint64_t count) {
 
 } // namespace
 
-std::string RowNames::key_of(const Oid &table) {
-    return {reinterpret_cast<const char *>(table.id), sizeof table.id};
-}
-
 void RowNames::Keys::sort() {
     if (sorted == all.size()) return;
     std::sort(all.begin(), all.end(), dxf::before);
@@ -59,7 +54,7 @@ RowNames::RowNames(const WorkingCopy &copy, const Notify *notify)
 }
 
 bool RowNames::has(const Oid &table, const DrawingKey &key) const {
-    const auto found = tables_.find(key_of(table));
+    const auto found = tables_.find(table);
     if (found == tables_.end()) return false;
     const std::vector<DrawingKey> &keys = found->second.all;
     return std::binary_search(keys.begin(), keys.end(), key, dxf::before);
@@ -77,7 +72,7 @@ void RowNames::add(std::string_view bytes, const std::string &where) {
     if (!zManifestRead(&read, bytes.data(), bytes.size()))
         return miss(say("%s: a drawing that can't be read", where));
     const Owned<::Manifest, zManifestDeinit> guard(&read);
-    Keys &keys = tables_[key_of(read.table)];
+    Keys &keys = tables_[read.table];
     keys.all.insert(keys.all.end(), {read.header, read.summary, read.ds, read.vba});
     DrawingKey key;
     for (uint64_t i = 0; i < read.class_count && zManifestKey(&key, read.classes, i); ++i)
@@ -161,12 +156,10 @@ void RowNames::read_store() {
         return list.is_whole;
     };
     std::vector<Oid> &ids = list.ids;
-    const auto below = [](const Oid &a, const Oid &b) { return memcmp(a.id, b.id, 20) < 0; };
-    const auto equal = [](const Oid &a, const Oid &b) { return !memcmp(a.id, b.id, 20); };
     check(zOdbForeach(odb.get(), add_id, &list));
     if (!list.is_whole) throw std::bad_alloc();
-    std::sort(ids.begin(), ids.end(), below);
-    ids.erase(std::unique(ids.begin(), ids.end(), equal), ids.end());
+    std::sort(ids.begin(), ids.end(), OidLess());
+    ids.erase(std::unique(ids.begin(), ids.end(), OidEqual()), ids.end());
     Bytes bytes;
     uint64_t count = 0;
     for (const Oid &id : ids) {

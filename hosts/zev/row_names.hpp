@@ -4,8 +4,8 @@
 
 #include "copy.hpp"
 #include "host_notify.hpp"
+#include "ids.hpp"
 
-#include <map>
 #include <optional>
 
 namespace host {
@@ -17,7 +17,7 @@ class RowNames {
 
     // Why not all that may name rows could be looked at; then the names are no grounds to drop any.
     const std::optional<std::string> &unseen() const { return unseen_; }
-    bool names_table(const Oid &table) const { return tables_.contains(key_of(table)); }
+    bool names_table(const Oid &table) const { return tables_.contains(table); }
     bool has(const Oid &table, const DrawingKey &key) const;
 
   private:
@@ -28,7 +28,6 @@ class RowNames {
         void sort();
     };
 
-    static std::string key_of(const Oid &table);
     void read_store();
     void read_directory(const std::filesystem::path &directory, bool is_git);
     void read_file(const std::filesystem::path &file);
@@ -38,7 +37,7 @@ class RowNames {
 
     Repository *repository_;
     const Notify *notify_;
-    std::map<std::string, Keys> tables_; // by the bytes of their ids
+    IdMap<Keys> tables_;
     std::optional<std::string> unseen_;
 };
 
