@@ -1,4 +1,4 @@
-// Scratch: a directory in which something is made before it takes its place.
+// Scratch: where something is made before it takes its place.
 #pragma once
 
 #include "host.hpp"
@@ -12,7 +12,11 @@
 
 namespace host {
 
-// Gone with this, unless it was moved.
+// A file written aside, as "PATH.new", synced and renamed: it is the old one or the new one, whole.
+// A file system error where it stays the old one.
+void replace_file(const std::filesystem::path &path, std::string_view bytes);
+
+// A directory, gone with this, unless it was moved.
 class Scratch {
   public:
     // In a directory, by a name that no other process gives.

@@ -12,6 +12,7 @@
 #include "reception.hpp"
 #include "refs.hpp"
 #include "remote_copy.hpp"
+#include "scratch.hpp"
 #include "server.hpp"
 
 #include <algorithm>
@@ -61,16 +62,6 @@ JournalEntry entry_of(Json *json) {
     return entry;
 }
 
-// A disk that takes a part is asked to take the rest.
-bool write_all(int file, const std::string &text) {
-    for (size_t at = 0; at < text.size();) {
-        const ssize_t taken = write(file, text.data() + at, text.size() - at);
-        if (taken < 0 && errno != EINTR) return false;
-        if (taken > 0) at += static_cast<size_t>(taken);
-    }
-    return true;
-}
-
 void write_journal(const WorkingCopy &copy, const Journal &journal) {
     std::vector<Record> commands;
     for (const JournalEntry &entry : journal)
@@ -81,13 +72,8 @@ void write_journal(const WorkingCopy &copy, const Journal &journal) {
                                          .set(u"slots", entry.slots)
                                          .set(u"undone", entry.undone)));
     Record record;
-    const std::string text = record.set(u"commands", std::move(commands)).text();
-    const fs::path path = own_directory(copy) / kJournal, aside = path.string() + ".new";
-    const int file = open(aside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const bool written = file >= 0 && write_all(file, text) && !fsync(file);
-    if (file >= 0) close(file);
-    if (!written || rename(aside.c_str(), path.c_str()))
-        throw fs::filesystem_error({}, path, {errno, std::generic_category()});
+    record.set(u"commands", std::move(commands));
+    replace_file(own_directory(copy) / kJournal, record.text());
 }
 
 // A file system that knows no such locks goes without.

@@ -18,14 +18,11 @@
 #include "refs.hpp"
 #include "remote_copy.hpp"
 #include "row_names.hpp"
+#include "scratch.hpp"
 #include "verb.hpp"
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace host {
 
@@ -88,20 +85,7 @@ class Notes {
     void write() const {
         std::string bytes(kHead);
         for (const auto &[name, since] : seen_) bytes += name + text(static_cast<uint64_t>(since));
-        const fs::path aside = path_.string() + ".new";
-        const int file = open(aside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        size_t done = 0;
-        while (file >= 0 && done < bytes.size()) {
-            const ssize_t step = ::write(file, bytes.data() + done, bytes.size() - done);
-            if (step < 0 && errno == EINTR) continue;
-            if (step <= 0) break;
-            done += static_cast<size_t>(step);
-        }
-        const bool written = file >= 0 && done == bytes.size() && !fsync(file);
-        const int kept = errno;
-        if (file >= 0) close(file);
-        if (written && !rename(aside.c_str(), path_.c_str())) return;
-        throw fs::filesystem_error({}, path_, {written ? errno : kept, std::generic_category()});
+        replace_file(path_, bytes);
     }
 
   private:
