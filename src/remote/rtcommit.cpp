@@ -405,10 +405,11 @@ void note(CommitContext &commit) try {
     fail_thrown(); // what is not noted is found out
 }
 
-// The server has it: from here on nothing goes back.
+// The server has it: from here on nothing goes back. Where the copies can't expire, recovery would:
+// that is told, and the next update finds both equal.
 bool settle(CommitContext &commit) {
+    if (!expire_locks(commit.transaction.get())) return tell(commit, u"odb.eFailedToSaveIndex");
     const KeptFailure kept;
-    expire_locks(commit.transaction.get());
     const zwchar *path = zRepositoryPath(commit.repository);
     if (path && !os::sync_tree(path)) fail_errno(path), log_raised(kWarning);
     note(commit);

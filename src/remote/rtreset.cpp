@@ -257,7 +257,10 @@ bool Reset::commit_head() {
         return index_stands(index.get()) && drop_unknown(index.get(), tree.get()) &&
                (!index->dirty || index_write_synced(index.get()));
     };
-    const auto expire = [&] { expire_locks(context_.transaction.get()); };
+    const auto expire = [&](const Oid &id) {
+        context_.stand = id;
+        return expire_locks(context_.transaction.get());
+    };
     const CommitPtr made(
         commit_create(u"HEAD", u"remote", message_.c_str(), tree.get(), save, {}, expire));
     if (!made) return context_.tell(u"odb.eFailedToWriteCommit");

@@ -394,13 +394,15 @@ std::string done_is_done(const Case &at) {
 
 // ---- The next day's work
 
-// What a loss of power brings back beside the head, locks above all, must not take it back once the
-// operation was told.
+// What a loss of power, or a disk that takes nothing more, leaves beside the head, locks above all,
+// must not take it back once the operation was told.
 std::string told_outlives(const Case &at) {
     if (at.expected.git || !at.told()) return "";
     const Outcome added = add_next(at);
-    const State then = look(at.play);
-    const bool stands = then.head == at.now.head && then.branch == at.now.branch;
+    State then = look(at.play);
+    then.staged.erase("next.txt");
+    const bool stands = then.head == at.now.head && then.branch == at.now.branch &&
+                        differing(then.staged, at.now.staged).empty();
     return added.code == 0 && stands ? "" : "goes with the next command: " + first_of(added.text);
 }
 

@@ -282,23 +282,27 @@ bool Checkout::commit(Tree *tree) {
         writer_->settle();
         return saved = index_write_synced(index_.get());
     };
-    const auto expire = [&] { expire_locks(held_ ? held_ : transaction_.get()); };
+    const auto expire = [&](const Oid &id) {
+        moved_to_ = id;
+        if (head_) *head_ = id;
+        return expire_locks(held_ ? held_ : transaction_.get());
+    };
     const CommitPtr made(commit_create(zBranchMerge(branch_.get()), u"remote", message.c_str(),
                                        tree, save, {}, expire));
     if (made) index_committed(index_.get(), zCommitId(made.get()));
-    if (made && head_) *head_ = *zCommitId(made.get());
     return made || tell(saved ? u"odb.eFailedToWriteCommit" : u"odb.eFailedToSaveIndex");
 }
 
-// Why it failed is told: what putting things back raises doesn't take its place. The branch moves
-// last, so that it is another's move that would be taken back. Of the index under a caller's locks
-// nothing is written: he puts it back.
+// Why it failed is told: what putting things back raises doesn't take its place. Unless only the
+// copies could not expire the branch has not moved yet, and it is another's move that would be
+// taken back. Of the index under a caller's locks nothing is written: he puts it back.
 void Checkout::roll_back() {
     assert(state_ != State::finished);
     const KeptFailure kept;
-    const bool written = index_ && index_->written;
-    const bool undone = !written || roll_back_index(transaction_.get());
-    if (!undone) log_raised(kWarning);
+    if (moved_to_)
+        roll_back_all(transaction_.get(), &*moved_to_);
+    else if (index_ && index_->written && !roll_back_index(transaction_.get()))
+        log_raised(kWarning);
     const bool locked = spec_ && zCheckSpecIsOff(spec_.get(), Z_CHECK_NO_LOCKS);
     if (index_ && !locked) fit_modes();
     forget();

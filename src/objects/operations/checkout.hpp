@@ -165,7 +165,8 @@ class Checkout {
     std::optional<Stager> stager_;
     std::optional<WorkWriter> writer_;
     std::optional<TrashBatch> trash_;
-    timespec index_time_{}; // of its file: entries that are as young may hide a change
+    std::optional<Oid> moved_to_{}; // its commit, once the branch stands there
+    timespec index_time_{};         // of its file: entries that are as young may hide a change
     bool canceled_ = false;
 };
 

@@ -214,7 +214,8 @@ namespace zev {
 
 Commit *commit_create(const zwchar *reference, const zwchar *author, const zwchar *message,
                       Tree *tree, const std::function<bool()> &before_move,
-                      std::span<const Oid> others, const std::function<void()> &after_move) try {
+                      std::span<const Oid> others,
+                      const std::function<bool(const Oid &made)> &after_move) try {
     NewCommit commit{.repository = tree->owner, .tree = tree, .others = others};
     commit.author = user_text(author);
     commit.message = user_text(message);
@@ -222,7 +223,7 @@ Commit *commit_create(const zwchar *reference, const zwchar *author, const zwcha
         !commit.write() || !commit.sync() || (before_move && !before_move()) ||
         !commit.move_reference())
         return nullptr;
-    if (after_move) after_move();
+    if (after_move && !after_move(*git::oid(git_commit_id(commit.made.get())))) return nullptr;
     // The commit stands whether or not this succeeds; all that it needs is on the disk.
     if (commit.moves && !commit.sync()) log_raised(kWarning);
     return wrap<Commit>(git::Object(git::as<git_object>(commit.made.release())), tree->owner);

@@ -174,11 +174,11 @@ void roll_back_all(Transaction *transaction, const Oid *own) {
             log_raised(kWarning);
 }
 
-// The index comes first: a copy of a branch alone is not followed.
-void expire_locks(Transaction *transaction) {
+// The index comes first: a copy of a branch alone is not followed, but over a server.
+bool expire_locks(Transaction *transaction) {
     transaction->check_state();
-    for (const Transaction::Taken &taken : transaction->locks)
-        if (!flock_expire(taken.lock.get())) log_raised(kWarning);
+    return std::ranges::all_of(transaction->locks,
+                               [](const auto &taken) { return flock_expire(taken.lock.get()); });
 }
 
 std::string reference_of(const Repository *repository, const u16string &target) {

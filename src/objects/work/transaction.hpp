@@ -22,8 +22,9 @@ bool roll_back_index(Transaction *transaction);
 void roll_back_all(Transaction *transaction, const Oid *own);
 
 // Once all is done, before it is synced: from now on only we can go back. What a crash leaves of
-// the locks, and a loss of power brings back of them, takes nothing back. May raise, and goes on.
-void expire_locks(Transaction *transaction);
+// the locks, and a loss of power brings back of them, takes nothing back. Where that fails recovery
+// may take it back all the same: it is not done.
+bool expire_locks(Transaction *transaction);
 
 // The files among index, HEAD and references beside which a lock file stands, be it held or left.
 // May throw.
