@@ -103,6 +103,7 @@ bool readable(const char16_t *path);
 bool writable(const char16_t *path); // by rights, and has a write bit, which root would not need
 bool set_readonly(const char16_t *path, bool readonly); // write bits only, only if they differ
 bool unlink(const char16_t *path);
+bool sync_file(const char16_t *path);                // as fd_sync
 bool link(const char16_t *from, const char16_t *to); // a second name
 // A symbolic link, in place of a file or none; without `replaces` EEXIST where anything stands.
 bool make_link(const char16_t *path, const std::string &target, bool replaces = true);

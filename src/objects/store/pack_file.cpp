@@ -292,9 +292,13 @@ bool PackFile::has_forms(uint64_t most) const {
     return code < 0 ? fail_git(code) : true;
 }
 
+// Names may reach the disk ahead of bytes: a pack that is named and hollow would stay.
 bool PackFile::install() {
     const std::u16string pack = path(u".pack"), index = path(u".idx");
     const std::u16string made = aside_ + u"pack-" + name_;
+    for (const char16_t *part : {u".pack", u".idx"})
+        if (const std::u16string file = made + part; !os::sync_file(file.c_str()))
+            return fail_errno(file.c_str());
     struct stat status;
     const bool there = os::lstat(pack.c_str(), &status); // the same bytes, as its name says
     if (!os::move((made + u".pack").c_str(), pack.c_str(), true)) return fail_errno(pack.c_str());

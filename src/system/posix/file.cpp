@@ -444,6 +444,11 @@ bool unlink(const char16_t *path) {
     return name && (calls.unlink(name) == 0 || normalised());
 }
 
+bool sync_file(const char16_t *path) {
+    const Owned<FILE, fclose> file(open(path, u"rb"));
+    return file && fd_sync(fileno(file.get()));
+}
+
 bool link(const char16_t *from, const char16_t *to) {
     const Native source(from), target(to);
     return source && target && calls.link(source, target) == 0;
