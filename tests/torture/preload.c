@@ -2,14 +2,14 @@
 //   ZEV_TORTURE_AT=n     the call that is hit, from 1; 0 or unset only counts; "end" is the exit
 //   ZEV_TORTURE_MODE     what happens at it:
 //     fail     it fails, once, with EIO                 kill     SIGKILL
-//     dead     it and all that follow fail with EIO     forget   SIGKILL, what was not synced is
-//     full     from it on whatever needs room fails              taken back, data and names
-//              with ENOSPC                              hollow   SIGKILL, data only is taken back:
-//     short    the n-th write takes half its bytes               names reached the disk before it
+//     dead     it and all that follow fail with EIO;    forget   SIGKILL, what was not synced is
+//              what is said is heard                             taken back, data and names
+//     full     from it on whatever needs room fails     hollow   SIGKILL, data only is taken back:
+//              with ENOSPC                                       names reached the disk before it
+//     short    the n-th write takes half its bytes
 //   ZEV_TORTURE_SIDE     an empty directory on the same file system, for what may be brought back
 //   ZEV_TORTURE_COUNT    file that gets the number of calls, of writes, and of the call that was
-//   the
-//                        last to sync, when the process exits
+//                        the last to sync, when the process exits
 //   ZEV_TORTURE_FROM     a file; calls count while it is there
 //   ZEV_TORTURE_WITNESS  a file that is locked for as long as the process holds the lock on the
 //                        working copy's index; text is added to it if another one had it locked
@@ -282,8 +282,10 @@ static size_t cut(size_t count) {
     return mode == SHORT && writes == target && count > 1 ? count / 2 : count;
 }
 
+// Standard output is no file of the disk that dies.
 static int regular(int fd) {
     struct stat at;
+    if (mode == DEAD && (fd == STDOUT_FILENO || fd == STDERR_FILENO)) return 0;
     return fd >= 0 && fstat(fd, &at) == 0 && S_ISREG(at.st_mode);
 }
 

@@ -325,14 +325,6 @@ TreePtr PartialCommit::build_tree() {
     return raise_unchanged(), nullptr;
 }
 
-// The index's file as it was, unless somebody has staged more since; the failure that led here
-// stays the one that is told. Freeing the index reads what then stands there.
-void put_back(Index *index) {
-    const KeptFailure kept;
-    index->written = !index_put_back(index);
-    index->dirty = true;
-}
-
 // The commit, and the index before its reference moves. The saved copy is that of the lock's first
 // write. If the caller has written since, going back to it would take his work too; then what was
 // staged on the way stays staged.
@@ -347,7 +339,7 @@ CommitPtr finish(Index *index, const zwchar *reference, const zwchar *author, co
     };
     CommitPtr commit(commit_create(reference, author, message, tree, before_move, others));
     if (commit) index_committed(index, zCommitId(commit.get()));
-    if (!commit && can_go_back && index->written) put_back(index);
+    if (!commit && can_go_back && index->written) index_put_back(index);
     return commit;
 }
 

@@ -234,12 +234,18 @@ bool index_replace(Index *index) {
 }
 
 // Not where another program has gone on from what we wrote.
-bool index_put_back(Index *index) {
+static bool file_is_put_back(Index *index) {
     const GitLock lock(index);
     if (lock.is_held_elsewhere() || !is_file_known(index)) return false;
     if (!zFlockUndo(index->lock.get())) return log_raised(kWarning), false;
     index->put_back = sum_in(git_index_path(index->handle.get()));
     return true;
+}
+
+void index_put_back(Index *index) {
+    const KeptFailure kept;
+    index->written = !file_is_put_back(index);
+    index->dirty = true;
 }
 
 void index_committed(Index *index, const Oid *commit) {
@@ -268,8 +274,7 @@ bool index_write(Index *index) {
 bool index_write_synced(Index *index) {
     if (!index_write(index)) return false;
     const std::u16string path = to_wide(git_index_path(index->handle.get()));
-    const Owned<FILE, fclose> file(os::open(path.c_str(), u"rb"));
-    return (file && os::fd_sync(fileno(file.get())) &&
+    return (os::sync_file(path.c_str()) &&
             os::sync_dir(path.substr(0, path.rfind(u'/')).c_str())) ||
            fail_errno(path.c_str());
 }
@@ -365,12 +370,17 @@ bool zIndexRead(Index *index, bool force) {
     return true;
 }
 
-// What the index names is on the disk before it is; a later commit trusts its entries.
+// What the index names is on the disk before it is; a later commit trusts its entries. The saved
+// copy expires with the first write: a disk that takes nothing from then on leaves it behind, and
+// the next command would take back what was told done.
 bool zIndexWrite(Index *index) {
     if (!index) return fail_args();
     const zwchar *path = zRepositoryPath(index->owner);
+    const bool is_first = !index->written;
     if (index->dirty && !(path && (os::sync_tree(path) || fail_errno(path)))) return false;
-    return index_write(index);
+    if (!index_write(index)) return false;
+    if (!index->lock || !is_first || flock_expire(index->lock.get())) return true;
+    return index_put_back(index), false;
 }
 
 Repository *zIndexOwner(const Index *index) {

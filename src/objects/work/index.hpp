@@ -116,8 +116,9 @@ bool index_write_synced(Index *index);
 // where it was. Else raised.
 bool index_stands(const Index *index);
 bool index_replace(Index *index); // its file by one of the entries, if it is as we know it
-// The file as it was when the lock was taken, unless another program has written it since.
-bool index_put_back(Index *index);
+// The file as it was when the lock was taken, unless another program has written it since; the
+// failure that led here stays the one that is told. Freeing the index reads what then stands there.
+void index_put_back(Index *index);
 void index_committed(Index *index, const Oid *commit); // of our own: HEAD may be there now
 
 // ---- Files into the index
