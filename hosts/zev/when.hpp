@@ -6,6 +6,8 @@
 
 namespace host {
 
+constexpr int64_t kSecondsPerDay = 86400;
+
 // The two ends of a day that was named without a time of day.
 enum class DayEnd { first, last };
 

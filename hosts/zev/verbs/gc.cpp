@@ -20,6 +20,7 @@
 #include "row_names.hpp"
 #include "scratch.hpp"
 #include "verb.hpp"
+#include "when.hpp"
 
 #include <fstream>
 #include <sys/stat.h>
@@ -48,7 +49,6 @@ void declare(Command &verb, Options &options) {
         ->nonnegative();
 }
 
-constexpr int64_t kSecondsPerDay = 86400;
 constexpr uint64_t kPoll = 4096;         // rows between two looks at the user's break
 constexpr uint64_t kSmallFile = 1 << 20; // half of what the store makes its files of rows
 

@@ -1,6 +1,7 @@
 // trash purge: deleted for good.
 
 #include "trash_search.hpp"
+#include "when.hpp"
 
 #include <algorithm>
 
@@ -23,8 +24,6 @@ void declare(Command &verb, Options &options) {
         ->nonnegative();
     verb.add_flag("--all", options.all, "Everything");
 }
-
-constexpr int64_t kSecondsPerDay = 86400;
 
 // Nothing goes without a yes.
 void confirm(Host &host, const std::string &what) {
