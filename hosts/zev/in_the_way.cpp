@@ -28,14 +28,19 @@ Wanted wanted_files(Commit *from, Commit *to) {
     return files;
 }
 
-bool is_as_wanted(const WorkingCopy &copy, const Wanted &wanted, const std::string &path) {
+// Null for a file that goes.
+const Oid *wanted_at(const Wanted &wanted, const std::string &path) {
     const auto file = wanted.find(path);
+    return file != wanted.end() && file->second ? &*file->second : nullptr;
+}
+
+bool is_as_wanted(const WorkingCopy &copy, const Wanted &wanted, const std::string &path) {
+    const Oid *file = wanted_at(wanted, path);
     const fs::path full = copy.absolute(path);
-    if (file == wanted.end() || !file->second) return false;
-    if (!fs::is_regular_file(fs::symlink_status(full))) return false;
+    if (!file || !fs::is_regular_file(fs::symlink_status(full))) return false;
     Oid id;
     check(zOidFromFile(&id, full.u16string().c_str()), path);
-    return zOidIsEqual(&id, &*file->second);
+    return zOidIsEqual(&id, file);
 }
 
 struct InTheWay {
@@ -54,8 +59,11 @@ InTheWay find_in_the_way(const WorkingCopy &copy, const Wanted &wanted) {
         const StatusEntry *entry = zStatusListEntry(list.get(), i);
         const int32_t kind = zStatusEntryStatus(entry);
         std::string path = narrow(zStatusEntryPath(entry));
-        if (!copy.is_on_disk(path) || is_as_wanted(copy, wanted, path)) continue;
-        const bool reverts = kind == Z_KIND_ADDED || kind == Z_KIND_MODIFIED;
+        const bool is_there = copy.is_on_disk(path);
+        const bool is_removed = !is_there && kind == Z_KIND_DELETED && wanted_at(wanted, path);
+        if (!is_there && !is_removed) continue;
+        if (is_there && is_as_wanted(copy, wanted, path)) continue;
+        const bool reverts = is_removed || kind == Z_KIND_ADDED || kind == Z_KIND_MODIFIED;
         (reverts ? found.tracked : found.others).push_back(std::move(path));
     }
     return found;

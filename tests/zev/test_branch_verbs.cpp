@@ -105,6 +105,12 @@ TEST_F(BranchVerbs, AnOldStateIsLookedAt) {
     ok("--yes undo");
     ok("--yes undo");
     EXPECT_EQ(content("a") + content("n"), "mine tooin the way");
+    git("reset -q --hard");
+    ok("rm a");
+    EXPECT_EQ(code("switch HEAD~2"), 6);
+    EXPECT_EQ(out("status --short"), "D  a\n");
+    ok("--yes switch HEAD~2");
+    EXPECT_EQ(content("a") + git("status --short"), "a1");
 }
 
 TEST_F(BranchVerbs, WhatIsDoneOnNoBranchIsKept) {
