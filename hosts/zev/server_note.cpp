@@ -4,9 +4,8 @@
 #include "server_note.hpp"
 
 #include "refs.hpp"
+#include "scratch.hpp"
 #include "show.hpp"
-
-#include <fstream>
 
 namespace host {
 
@@ -32,16 +31,15 @@ ServerNote read_note(const WorkingCopy &copy) {
     return note;
 }
 
-void note_answer(const WorkingCopy &copy, const Oid *at) {
+void note_answer(const WorkingCopy &copy, const Oid *at) try {
     const std::optional<Oid> kept = at ? std::optional<Oid>(*at) : read_note(copy).at;
     Time now{};
     if (!zTimeGlobal(&now)) return;
     Record record;
     record.set(u"seconds", now.seconds);
     if (kept) record.set(u"at", &*kept);
-    const fs::path path = own_directory(copy) / kNote, aside = path.string() + ".new";
-    std::error_code ignored;
-    if (std::ofstream(aside) << record.text() << '\n') fs::rename(aside, path, ignored);
+    replace_file(own_directory(copy) / kNote, record.text() + "\n");
+} catch (const std::exception &) { // the next answer notes it
 }
 
 std::optional<uint64_t> known_updates(const WorkingCopy &copy) try {
@@ -77,7 +75,11 @@ std::vector<std::string> standing_lines(const ServerStanding &standing) {
                                                  : "%s commits of yours are not on the server; "
                                                    "\"zev commit\" sends what they did",
                             grouped(standing.unsent)));
-    if (standing.from)
+    if (standing.from && zOidIsZero(&*standing.to))
+        lines.push_back(say("the branch is no longer on the server, where it stood at %s; its "
+                            "files stay here as changes of yours when you update",
+                            short_id(&*standing.from)));
+    else if (standing.from)
         lines.push_back(say("the server's branch went back from %s to %s; what it lost stays here "
                             "as your change when you update",
                             short_id(&*standing.from), short_id(&*standing.to)));
