@@ -109,15 +109,16 @@ bool fetch_kept(UpdateContext &context, const Standing &standing, int32_t type) 
 // By steps, as long as one brings something. False, raised, for a break alone.
 bool fetch_commits(UpdateContext &context) {
     const Quiet quiet(context.notify);
-    std::optional<Oid> last;
+    std::optional<Oid> missing, last;
     for (const uint64_t limit : kSteps) {
-        const std::optional<Oid> missing = missing_history(context.repository, context.head.get(),
-                                                           context.upstream.get(), *context.tip);
+        missing = missing_history(context.repository, context.head.get(), context.upstream.get(),
+                                  *context.tip);
         if (!missing || (last && zOidIsEqual(&*last, &*missing))) break;
         last = missing;
         const KeptFailure kept;
         if (!context.asked(zRemoteDownloadCommits(context.remote, &*missing, limit, &quiet))) break;
     }
+    context.is_history_known = !missing;
     return context.canceled ? raise_canceled() : true;
 }
 
@@ -153,12 +154,26 @@ void tell_standing(const UpdateContext &context, const Standing &standing) {
     if (count > kNamed) zNotifyInfo(context.notify, u"%s", u"  ...");
 }
 
+namespace {
+
+// Git knows no lock of ours: what it committed since the branch was locked lies behind the copy
+// that a failure and a crash put back.
+bool stands_as_locked(const UpdateContext &context, const std::optional<Oid> &head) {
+    if (head && context.stand && zOidIsEqual(&*head, &*context.stand)) return true;
+    if (is_as_locked(context.transaction.get(), zBranchMerge(context.head.get()))) return true;
+    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
+    return fail_git(GIT_EMODIFIED);
+}
+
+} // namespace
+
 bool lay_ground(UpdateContext &context, Losses losses) {
     const zwchar *name = zBranchName(context.head.get());
     Standing standing;
     if (!look_at_standing(context.repository, context.head.get(), context.upstream.get(),
                           context.tip, losses, standing))
         return context.tell(u"odb.eFailedToResolveTree_s", name);
+    if (!stands_as_locked(context, standing.head)) return context.tell(kUnmoved, name);
     context.stand = context.ground = standing.head;
     context.goes_to_own = std::ranges::any_of(standing.unsent, [&](const Oid &id) {
         return context.goal && zOidIsEqual(&*context.goal, &id);
@@ -192,6 +207,7 @@ void agree(UpdateContext &context) try {
     const KeptFailure kept;
     const std::optional<Oid> &agreed = context.goes_to_own ? context.ground : context.stand;
     if (agreed) note_agreed(context.repository, context.head.get(), *agreed);
+    if (!context.is_history_known) return; // else the note would hide what the server lost
     note_server(context.repository, context.head.get(), server_commit(context));
 } catch (...) {
     fail_thrown();

@@ -267,7 +267,7 @@ bool Reset::commit_head() {
     index_committed(index.get(), zCommitId(made.get()));
     const KeptFailure kept;
     note_agreed(repository(), context_.head.get(), *zCommitId(made.get()));
-    note_server(repository(), context_.head.get(), context_.tip);
+    if (context_.is_history_known) note_server(repository(), context_.head.get(), context_.tip);
     return true;
 }
 

@@ -34,7 +34,8 @@ struct UpdateContext {
     // Commits of the branch: the one that the checkout goes out from, of which the server has all,
     // and where the operation left it. Whatever else it stands at is not ours.
     std::optional<Oid> ground{}, stand{};
-    bool goes_to_own = false; // the goal is a commit that the server never got
+    bool is_history_known = true; // else the server's branch may have gone back
+    bool goes_to_own = false;     // the goal is a commit that the server never got
     bool told_unsent = false;
 
     const zwchar *upstream_name() const { return zBranchMerge(upstream.get()); }

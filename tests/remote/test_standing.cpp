@@ -494,6 +494,15 @@ TEST_F(StandingTest, WhoeverCommitsMeanwhileKeepsIt) {
     copy.host.at_line = nullptr;
     EXPECT_EQ(copy.git("log -1 --format=%s") + copy.locks(), "late");
     const std::string late = copy.git("rev-parse HEAD");
+    relay.play([&](const Asked &asked, size_t) -> std::optional<std::string> {
+        if (asked.line.find("/refs") != std::string::npos && !fs::exists(copy.place / "early"))
+            commit_late("early");
+        return {};
+    });
+    EXPECT_FALSE(copy.update()); // what is to be put back knows nothing of it
+    EXPECT_EQ(copy.git("log -2 --format=%s") + copy.locks(), "early\nlate");
+    relay.play();
+    copy.git("reset -q --hard " + late);
     ASSERT_OK(copy.update());
     EXPECT_EQ(copy.status() + copy.at("notes/a"), "A  late\nA  owna2");
     copy.git("reset -q --hard " + late);

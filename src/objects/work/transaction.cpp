@@ -174,6 +174,12 @@ void roll_back_all(Transaction *transaction, const Oid *own) {
             log_raised(kWarning);
 }
 
+bool is_as_locked(const Transaction *transaction, const zwchar *reference) {
+    const std::string name = to_utf8(reference);
+    const auto taken = std::ranges::find(transaction->locks, name, &Transaction::Taken::reference);
+    return taken != transaction->locks.end() && !transaction->has_moved(*taken, nullptr);
+}
+
 // The index comes first: a copy of a branch alone is not followed, but over a server.
 bool expire_locks(Transaction *transaction) {
     transaction->check_state();

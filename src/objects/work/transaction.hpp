@@ -21,6 +21,9 @@ bool roll_back_index(Transaction *transaction);
 // from it, and it stays as he left it, with the index.
 void roll_back_all(Transaction *transaction, const Oid *own);
 
+// Whether a reference, by its full name, stands where it was when it was locked.
+bool is_as_locked(const Transaction *transaction, const zwchar *reference);
+
 // Once all is done, before it is synced: from now on only we can go back. What a crash leaves of
 // the locks, and a loss of power brings back of them, takes nothing back. Where that fails recovery
 // may take it back all the same: it is not done.
