@@ -32,7 +32,7 @@ ZEV_API Index *zIndexHead(Repository *repository, bool lock);
 ZEV_API void zIndexFree(Index *index);
 
 // Read takes the file if it changed, or in any case by `force`. Write first completes the lock's
-// copy of the file as it was.
+// copy of the file as it was; once it is done no recovery goes back to that.
 ZEV_API bool zIndexClear(Index *index);
 ZEV_API bool zIndexRead(Index *index, bool force);
 ZEV_API bool zIndexWrite(Index *index);
