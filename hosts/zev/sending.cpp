@@ -174,7 +174,8 @@ int send_commit(Host &host, const WorkingCopy &copy, const Paths &paths, OwnedSp
     host.notify->forget();
     if (!zRemoteCommit(remote.get(), spec.get(), wide(author).c_str(), wide(message).c_str())) {
         sending.fail();
-        if (!broken() && zErrorClass() != kNetwork && has_conflicts(copy)) {
+        // Behind any other failure they are what could not be put back.
+        if (!broken() && zErrorClass() == kOther && has_conflicts(copy)) {
             host.out.drop_reason();
             return fail_conflicts(host);
         }

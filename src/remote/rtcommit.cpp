@@ -186,7 +186,10 @@ bool commit_locally(CommitContext &commit) {
     if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
     bool found = false;
     if (!look_for_conflicts(commit, index.get(), found)) return false;
-    if (found) return tell(commit, u"odb.eNeedResolveConflicts");
+    if (found) {
+        raise_other(word(u"odb.eNeedResolveConflicts"), zBranchName(commit.head.get()));
+        return tell(commit, u"odb.eNeedResolveConflicts");
+    }
     if (!look_for_changes(commit, found)) return false;
     if (!found) return none_left(commit);
     const PathSpecPtr paths = commit.paths ? what_to_commit(commit) : nullptr;
