@@ -1,6 +1,6 @@
 #include "command_fixture.hpp"
 
-#include "commands/adapter.hpp"
+#include "commands/connection.hpp"
 
 #include <atomic>
 #include <thread>
@@ -36,32 +36,6 @@ TEST_F(CommandTest, WithoutAConnectionNothingIsRaised) {
     EXPECT_FALSE(zCommandConflictAnalyze(where, path) || zCommandConflictResolve(where, nullptr));
     EXPECT_EQ(zErrorClass(), 5);
     EXPECT_EQ(told.lines, Lines{});
-}
-
-TEST(CommandAdapter, HandsOnToTheHostAndHidesKeepFiles) {
-    Report host;
-    host.stop = true;
-    host.dialog = [](auto *notify, auto *) {
-        return static_cast<const Report *>(notify)->stop + 6;
-    };
-    const zev::Adapter adapter(&host), silent(zNotifyNull());
-    const Notify *notify = adapter.get();
-    zNotifyStart(notify, u"heading", u"x.gitkeep");
-    zNotifyDone(notify, u"done"), zNotifyCancel(notify, u"cancel"), zNotifyAbort(notify, u"abort");
-    zNotifyInfo(notify, u"no slot");
-    for (const zwchar *text : {u"a/.GITKEEP", u"x.gitkeep", u"gitkeep"})
-        zNotifyAction(notify, u"word", text);
-    EXPECT_EQ(host.lines, (Lines{"start: heading x.gitkeep", "done: done", "cancel: cancel",
-                                 "abort: abort", "word a/", "word x", "word gitkeep"}));
-    const auto dialog = guard(zTaskDialogNew(), zTaskDialogFree);
-    for (const auto &[table, stop, answer] : {std::tuple{notify, true, 7},
-                                              {silent.get(), false, 0},
-                                              {zev::Adapter(nullptr).get(), false, -1}}) {
-        EXPECT_EQ(zNotifyIsUsrbrk(table), stop);
-        EXPECT_EQ(zNotifyShowTaskDialog(table, dialog.get()), answer);
-    }
-    notify->action(nullptr, u"word", u"text");
-    EXPECT_FALSE(notify->usrbrk(nullptr));
 }
 
 // ---- Looking
@@ -306,13 +280,9 @@ TEST_F(CheckoutTest, WhatNeedsTheServerFailsWithItsReason) {
         }
         follow();
     }
-    EXPECT_FALSE(zCommandBuild((dir / u"fresh").c_str(), u"", nullptr));
-    EXPECT_EQ(zErrorClass(), 2);
+    EXPECT_REFUSED(zCommandBuild((dir / u"fresh").c_str(), u"", nullptr), 2);
+    EXPECT_REFUSED(zCommandBuild((dir / u"fresh").c_str(), u"http://127.0.0.1:1/a/b", nullptr), 15);
     EXPECT_EQ(zCommandReset(where, previous, path, nullptr), 1); // that means nothing there
-    EXPECT_EQ(zErrorClass(), 2);
-    EXPECT_FALSE(zCommandBuild((dir / u"fresh").c_str(), u"http://127.0.0.1:1/a/b", nullptr));
-    EXPECT_EQ(zErrorClass(), 15);
-    EXPECT_EQ(checkout(previous, path, u""), 1); // that needs a target
     EXPECT_EQ(zErrorClass(), 2);
 }
 

@@ -157,24 +157,6 @@ TEST_F(ConnectionTest, NodesTellWhatTheIndexAndTheDiskChanged) {
     EXPECT_FALSE(zCommandList(copy.c_str(), u"nowhere", Listed::take, &one));
 }
 
-// More than libgit2 compares with each other.
-TEST_F(ConnectionTest, ThousandsOfMovesAreMoves) {
-    constexpr size_t kFiles = 1'100;
-    std::vector<std::string> paths;
-    for (size_t i = 0; i < kFiles; ++i) paths.push_back("old/" + std::to_string(i) + ".dwx");
-    for (const std::string &path : paths) put(path, "content of " + path);
-    commit_all();
-    git(place, "mv old new");
-    connect();
-    EXPECT_EQ(deleted(), "");
-    const Lines shown = list(u"new");
-    EXPECT_EQ(shown.size(), kFiles);
-    EXPECT_TRUE(std::ranges::all_of(shown, [](const std::string &line) {
-        const std::string name = line.substr(line.rfind('/'));
-        return line == "4 old" + name + ">new" + name;
-    })) << shown.front();
-}
-
 // Keep-files are all alike: the files beside them tell which directory is which.
 TEST_F(ConnectionTest, DirectoriesAreRenamedByTheirKeepFiles) {
     base({"a/a.dwx", "b/b.dwx", "b/sub/s.dwx", "empty/x", "stays/one.dwx", "stays/two.dwx",

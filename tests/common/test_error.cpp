@@ -106,7 +106,7 @@ TEST(Global, StartsNestAndStopOnlyAtTheLast) {
 class Report : public testing::Test {
     void TestBody() override {
         zGlobalCleanup();
-        ASSERT_OK(zGlobalInit(getenv("ZEV_TEST_USERS") ? u"" : nullptr, nullptr));
+        ASSERT_OK(zGlobalInit(nullptr, nullptr));
         zwchar appdata[Z_PATH_MAX];
         zPathGetAppData(appdata);
         printf("appdata=%s\nlocal=%s\norder=%d %d\ndone=%s\n", narrow(appdata).c_str(),
@@ -205,27 +205,6 @@ TEST_F(Start, LanguageAndCollationFollowTheEnvironment) {
         const std::string said = start(row.environment);
         EXPECT_EQ(value(said, "local"), row.name) << row.environment;
         EXPECT_EQ(value(said, "order"), row.order) << row.environment;
-    }
-}
-
-// Only where the host asks for that, and lang.conf says nothing.
-TEST_F(Start, CatalogueFollowsTheEnvironment) {
-    conf_at("app");
-    const struct {
-        const char *environment, *conf, *done;
-    } kRows[] = {
-        {"LC_ALL=de_AT.UTF-8", nullptr, "Ready"}, // as a server asks
-        {"ZEV_TEST_USERS=1 LC_ALL=de_AT.UTF-8", nullptr, "Bereit"},
-        {"ZEV_TEST_USERS=1 LC_ALL=de_AT.UTF-8", R"({"language":""})", "Bereit"},
-        {"ZEV_TEST_USERS=1 LC_ALL=de_AT.UTF-8", R"({"language":"en-US"})", "Ready"},
-        {"ZEV_TEST_USERS=1 LC_ALL=en_US.UTF-8", R"({"language":"de-DE"})", "Bereit"},
-        {"ZEV_TEST_USERS=1 LC_ALL=fr_FR.UTF-8", nullptr, "Ready"},
-        {"ZEV_TEST_USERS=1 LC_ALL=C", nullptr, "Ready"},
-    };
-    for (const auto &row : kRows) {
-        std::filesystem::remove(root / "app/conf/lang.conf");
-        if (row.conf) write(root / "app/conf/lang.conf", row.conf);
-        EXPECT_EQ(value(start(row.environment), "done"), row.done) << row.environment;
     }
 }
 

@@ -1,4 +1,4 @@
-// The printf engine, against the C library and by its own rules; numbers as people read them.
+// The printf engine, against the C library and by its own rules.
 #include "common/format.hpp"
 
 #include "support.hpp"
@@ -108,17 +108,6 @@ TEST(Format, KeepsThePointUnderAHostsLocale) {
     EXPECT_EQ(zStrtodA("1.5", nullptr), 1.5);
     float value = 0;
     EXPECT_TRUE(zSscanfA("2.5", "%f", &value) == 1 && value == 2.5f);
-}
-
-TEST(Number, HumanTime) {
-    const std::pair<double, const char *> rows[] = {
-        {90, "1 minute 30 seconds "},
-        {2 * 86400 + 120.9, "2 days 0 hour 2 minutes 0 second "},
-        {-1.0, "0.00 second"},
-        {std::nan(""), "0.00 second"},
-    };
-    for (auto [seconds, text] : rows) EXPECT_EQ(test::narrow(zNumToHumanTime(seconds)), text);
-    EXPECT_TRUE(zNumToHumanTime(HUGE_VAL));
 }
 
 } // namespace

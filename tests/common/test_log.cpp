@@ -195,59 +195,57 @@ TEST_F(Log, ModesOfNewFilesOnly) {
 
 // Neither a reader that is gone nor a closed console is the host's end, or a data file's.
 TEST_F(Log, LostConsoles) {
-    Child piped([] {
-        int ends[2];
-        if (pipe(ends) != 0) return 1;
-        close(ends[0]);
-        dup2(ends[1], 1);
-        dup2(ends[1], 2);
-        return zLogReport("a", 1, 3, 4, u"x") && zLogReport("a", 1, 6, 4, u"x") ? 0 : 2;
-    });
-    EXPECT_EQ(piped.wait(), 0);
-    Child full([] { // and nobody reads
-        int ends[2];
-        if (pipe2(ends, O_NONBLOCK) != 0) return 1;
-        while (write(ends[1], "", 1) == 1) {
-        }
-        fcntl(ends[1], F_SETFL, 0);
-        dup2(ends[1], 1);
-        alarm(20);
-        return zLogReport("a", 1, 6, 4, u"x") ? 0 : 2;
-    });
-    EXPECT_EQ(full.wait(), 0);
-    Child refusing([&] { // and what it refuses is nothing of the host's
-        const std::string later = (dir.path() / "later").string();
-        const int taken = open(later.c_str(), O_WRONLY | O_CREAT, 0600);
-        dup2(open("/dev/full", O_WRONLY), 1);
-        if (!zLogReport("a", 1, 6, 4, u"x") || ferror(stdout)) return 1;
-        dup2(taken, 1);
-        printf("own");
-        return fflush(stdout) == 0 && read(later) == "own" ? 0 : 2;
-    });
-    EXPECT_EQ(refusing.wait(), 0);
-    Child closed([] {
-        zGlobalCleanup();
-        for (int fd = 0; fd <= 2; ++fd) close(fd);
-        return zGlobalInit(nullptr, nullptr) && open("/dev/null", O_RDONLY) > 2 ? 0 : 1;
-    });
-    EXPECT_EQ(closed.wait(), 0);
-    Child bare([&] {                                   // where there is no /dev
-        if (chroot(dir.path().c_str()) != 0) return 0; // only root may
-        for (int fd = 0; fd <= 2; ++fd) close(fd);
-        zev::os::occupy_standard();
-        return open("/", O_RDONLY) > 2 ? 0 : 1;
-    });
-    EXPECT_EQ(bare.wait(), 0);
-    Child pending([] { // the host's own signal is not taken from him
-        sigset_t one;
-        sigemptyset(&one);
-        sigaddset(&one, SIGPIPE);
-        sigprocmask(SIG_BLOCK, &one, nullptr);
-        raise(SIGPIPE);
-        zLogReport("a", 1, 3, 4, u"x");
-        return sigpending(&one) == 0 && sigismember(&one, SIGPIPE) ? 0 : 1;
-    });
-    EXPECT_EQ(pending.wait(), 0);
+    const auto reports = [](int32_t level) { return zLogReport("a", 1, level, 4, u"x"); };
+    const std::function<bool()> kLosses[] = {
+        [&] { // nobody is there any more
+            int ends[2];
+            if (pipe(ends) != 0) return false;
+            close(ends[0]);
+            dup2(ends[1], 1);
+            dup2(ends[1], 2);
+            return reports(3) && reports(6);
+        },
+        [&] { // it is full, and nobody reads
+            int ends[2];
+            if (pipe2(ends, O_NONBLOCK) != 0) return false;
+            while (write(ends[1], "", 1) == 1) {
+            }
+            fcntl(ends[1], F_SETFL, 0);
+            dup2(ends[1], 1);
+            alarm(20);
+            return reports(6);
+        },
+        [&] { // and what it refuses is nothing of the host's
+            const std::string later = (dir.path() / "later").string();
+            const int taken = open(later.c_str(), O_WRONLY | O_CREAT, 0600);
+            dup2(open("/dev/full", O_WRONLY), 1);
+            if (!reports(6) || ferror(stdout)) return false;
+            dup2(taken, 1);
+            printf("own");
+            return fflush(stdout) == 0 && read(later) == "own";
+        },
+        [] {
+            zGlobalCleanup();
+            for (int fd = 0; fd <= 2; ++fd) close(fd);
+            return zGlobalInit(nullptr, nullptr) && open("/dev/null", O_RDONLY) > 2;
+        },
+        [&] {                                                 // where there is no /dev
+            if (chroot(dir.path().c_str()) != 0) return true; // only root may
+            for (int fd = 0; fd <= 2; ++fd) close(fd);
+            zev::os::occupy_standard();
+            return open("/", O_RDONLY) > 2;
+        },
+        [&] { // the host's own signal is not taken from him
+            sigset_t one;
+            sigemptyset(&one);
+            sigaddset(&one, SIGPIPE);
+            sigprocmask(SIG_BLOCK, &one, nullptr);
+            raise(SIGPIPE);
+            reports(3);
+            return sigpending(&one) == 0 && sigismember(&one, SIGPIPE);
+        }};
+    for (const auto &lose : kLosses)
+        EXPECT_EQ(Child([&] { return lose() ? 0 : 1; }).wait(), 0) << &lose - kLosses;
 }
 
 TEST_F(Log, LinesOfManyThreadsStayWhole) {

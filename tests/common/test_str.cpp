@@ -51,14 +51,6 @@ TEST(Str, ReadsNumbers) {
 }
 
 TEST(Scan, StoresConversions) {
-    unsigned long long big = 0;
-    short small = 0;
-    double real = 0;
-    int used = 0;
-    EXPECT_EQ(zSscanfA("ffffffffffffffff-7 1.25e2", "%16llx%hd %lf%n", &big, &small, &real, &used),
-              3);
-    EXPECT_TRUE(big == UINT64_MAX && small == -7 && real == 125 && used == 25);
-
     zwchar wide[8] = {}, rest[8] = {};
     char narrow[8] = {};
     EXPECT_EQ(zSscanfW(u"\u00E9a key=v;x", u"%hs %[^=]=%*[a-u]%2c", narrow, wide, rest), 2);

@@ -10,10 +10,6 @@ using UriPtr = test::Guard<Uri>;
 
 UriPtr parsed(const zwchar *text) { return test::guard(zUriNew(text), zUriFree); }
 std::u16string text_of(const UriPtr &uri) { return zUriStringfy(uri.get()); }
-std::u16string path_of(const UriPtr &uri) { return zUriPath(uri.get()); }
-std::u16string query(const UriPtr &uri, const zwchar *key) {
-    return zStrsafeW(zUriQuery(uri.get(), key));
-}
 
 template <bool (*Change)(zwchar **)> std::u16string changed(const std::u16string &text) {
     zwchar *held = zStrdupW(text.c_str());
@@ -59,35 +55,11 @@ TEST(Uri, Escapes) {
     EXPECT_EQ(escaped, u"/a%20b%20%7E%C3%A4?k=%F0%9F%98%80%5B");
     EXPECT_EQ(changed<zUriEscape>(escaped), escaped);
     EXPECT_EQ(changed<zUriUnescape>(u"%c3%A4%e4%2"), u"ä\uFFFD%2");
-
-    // The longest text of the widest characters goes there and comes back as far as it fits.
     const std::u16string longest(2047, u'図');
-    const std::u16string out = changed<zUriEscape>(longest);
-    EXPECT_EQ(out.size(), 9u * 2047);
-    EXPECT_EQ(changed<zUriUnescape>(out), longest.substr(0, 2048 / 3));
+    EXPECT_EQ(changed<zUriUnescape>(changed<zUriEscape>(longest)), longest.substr(0, 2048 / 3));
     zwchar *held = zStrdupW((longest + u"図").c_str());
     EXPECT_TRUE(!zUriEscape(&held) && zErrorClass() == 5 && zStrlenW(held) == 2048);
     zStrfreeW(held);
-}
-
-TEST(Uri, CatchesPaths) {
-    const struct {
-        const zwchar *path, *pattern, *caught;
-    } rows[] = {
-        {u"/repos/ann/plant/commits/1a2b", u"/repos/:owner/:name/commits",
-         u"/?:base=/&:name=plant&:other=1a2b&:owner=ann"},
-        {u"/x/repos/ann/plant", u"/repos/:owner/:name", u"/?:base=/x&:name=plant&:owner=ann"},
-        {u"/x/y/REPOS/a/b/c/d", u"/repos/:owner", u"/?:base=/x/y&:other=b/c/d&:owner=a"},
-        {u"/repos/ann", u"/:skipped/repos/:owner", u"/?:base=/&:owner=ann"},
-        {u"/x/:b/c", u"/:a/:b", u"/?:base=/x&:other=c"}, // captures alone: the last is the literal
-    };
-    for (const auto &row : rows) {
-        const std::string name = test::narrow(row.path) + " " + test::narrow(row.pattern);
-        const UriPtr uri = parsed(row.path);
-        EXPECT_EQ(zUriCatchPath(uri.get(), row.pattern), row.caught != nullptr) << name;
-        ASSERT_TRUE(zUriSetPath(uri.get(), nullptr));
-        EXPECT_EQ(text_of(uri), row.caught ? row.caught : u"/") << name;
-    }
 }
 
 // What a capture names is used for files, so nothing that leads elsewhere may come through.
@@ -100,7 +72,7 @@ TEST(Uri, CapturesAreNames) {
         const UriPtr uri = parsed(path);
         ASSERT_TRUE(uri && zUriSetQuery(uri.get(), u":name", u"old"));
         EXPECT_FALSE(zUriCatchPath(uri.get(), u"/repos/:owner/:name")) << test::narrow(path);
-        EXPECT_EQ(query(uri, u":name"), u"old"); // untouched
+        EXPECT_EQ(test::narrow(zUriQuery(uri.get(), u":name")), "old"); // untouched
     }
     // A client's query stands in for no capture of the route.
     const UriPtr uri = parsed(u"/repos/100%25s%25n.dwx?:name=e&:other=e&:base=e&:first=e&:x=1");
@@ -115,7 +87,7 @@ TEST(Url, KeepsWhatFits) {
     zRaiseNotFound(nullptr);
     ASSERT_TRUE(zUriSetPath(uri.get(), (name + u"/" + more + u"/x").c_str()));
     EXPECT_EQ(zErrorClass(), 5);
-    EXPECT_EQ(path_of(uri), u"/" + name + u"/x");
+    EXPECT_EQ(zUriPath(uri.get()), u"/" + name + u"/x");
     ASSERT_TRUE(zUriSetPath(uri.get(), name.substr(1).c_str())); // 2,045 with "http://h"
     ASSERT_TRUE(zUriSetQuery(uri.get(), u"a", u"b") && zUriSetFragment(uri.get(), u"f"));
     EXPECT_EQ(text_of(uri), u"http://h/" + name.substr(1) + u"#f");

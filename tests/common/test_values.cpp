@@ -3,15 +3,11 @@
 
 namespace {
 
-// The keys as an iterator gives them, and each value with its key.
-std::u16string walk(const Hashmap *map, HashmapIter *iter) {
+// The keys as an iterator gives them.
+std::u16string walk(HashmapIter *iter) {
     std::u16string keys;
-    for (iter->first(iter); !iter->done(iter); iter->next(iter)) {
-        Variant *key = iter->current(iter);
-        EXPECT_TRUE(key->type == 20 && key->next->type == 18);
-        EXPECT_EQ(key->next->value.pointer, zHashmapAt(map, key->value.wide));
-        keys.append(key->value.wide).append(u" ");
-    }
+    for (iter->first(iter); !iter->done(iter); iter->next(iter))
+        keys.append(iter->current(iter)->value.wide).append(u" ");
     iter->free(iter);
     return keys;
 }
@@ -19,15 +15,15 @@ std::u16string walk(const Hashmap *map, HashmapIter *iter) {
 TEST(Hashmap, WalksInKeyOrder) {
     const auto map = test::guard(zHashmapNew(), zHashmapFree);
     Hashmap *m = map.get();
-    EXPECT_EQ(walk(m, zHashmapNewiter(m)) + walk(m, zHashmapNewriter(m)), u"");
+    EXPECT_EQ(walk(zHashmapNewiter(m)) + walk(zHashmapNewriter(m)), u"");
     int values[5] = {};
     zwchar key[] = u"aa"; // is copied
     const zwchar *keys[] = {key, u"B", u"\xFFEE", u"a", u"\xD83D\xDE00"};
     for (int i = 0; i < 5; ++i) ASSERT_TRUE(zHashmapInsert(m, keys[i], &values[i]));
     key[0] = u'x';
     // Units are unsigned, so the surrogates of an emoji come before U+FFEE.
-    EXPECT_EQ(walk(m, zHashmapNewiter(m)), u"B a aa \xD83D\xDE00 \xFFEE ");
-    EXPECT_EQ(walk(m, zHashmapNewriter(m)), u"\xFFEE \xD83D\xDE00 aa a B ");
+    EXPECT_EQ(walk(zHashmapNewiter(m)), u"B a aa \xD83D\xDE00 \xFFEE ");
+    EXPECT_EQ(walk(zHashmapNewriter(m)), u"\xFFEE \xD83D\xDE00 aa a B ");
     ASSERT_TRUE(zHashmapInsert(m, u"B", &values[2]) && zHashmapAt(m, u"B") == &values[2]);
     ASSERT_TRUE(zHashmapRemove(m, u"B") && zHashmapRemove(m, u"B"));
     EXPECT_EQ(zHashmapSize(m), 4u);

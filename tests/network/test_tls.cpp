@@ -2,6 +2,7 @@
 // judges. Certificates are made by the openssl program when they are first needed.
 #include "server_fixture.hpp"
 
+#include "common/guard.hpp"
 #include "network/tcp/tls.hpp"
 #include "zev/http_client.h"
 
@@ -20,27 +21,12 @@ struct Authority {
     TempDir dir;
 
     Authority() {
-        test::write(dir.path() / "ca.conf", R"(
-[ca]
-default_ca = own
-[own]
-database = index.txt
-serial = serial
-new_certs_dir = .
-default_md = sha256
-policy = any
-unique_subject = no
-[any]
-commonName = supplied
-)");
-        test::write(dir.path() / "index.txt", "");
-        test::write(dir.path() / "serial", "01\n");
         root("ca");
         root("other");
         leaf("good", "DNS:localhost,IP:127.0.0.1");
         leaf("name", "DNS:localhost");
         leaf("wrong", "DNS:plant.example");
-        leaf("expired", "DNS:localhost", "-startdate 20200101000000Z -enddate 20200201000000Z");
+        leaf("expired", "DNS:localhost", "-1");
         test::write(dir.path() / "garbage.crt", "no certificate at all\n");
     }
     std::string file(const std::string &name) const { return (dir.path() / name).string(); }
@@ -58,12 +44,12 @@ commonName = supplied
                 name + " -keyout " + name + ".key -out " + name + ".crt");
     }
     void leaf(const std::string &name, const std::string &names,
-              const std::string &span = "-days 2") const {
+              const std::string &days = "2") const {
         openssl("req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=" + name +
-                " -keyout " + name + ".key -out " + name + ".csr");
-        test::write(dir.path() / (name + ".ext"), "subjectAltName=" + names + "\n");
-        openssl("ca -batch -notext -config ca.conf -cert ca.crt -keyfile ca.key " + span +
-                " -extfile " + name + ".ext -in " + name + ".csr -out " + name + ".crt");
+                " -addext subjectAltName=" + names + " -keyout " + name + ".key -out " + name +
+                ".csr");
+        openssl("x509 -req -copy_extensions copy -CA ca.crt -CAkey ca.key -CAcreateserial -days " +
+                days + " -in " + name + ".csr -out " + name + ".crt");
     }
 };
 
@@ -343,27 +329,6 @@ TEST(Tls, EndsWithThoseWhoSpeakSomethingElse) {
         << narrow(zErrorDetail());
 }
 
-TEST(Tls, RefusesAnIdentityThatIsNone) {
-    const test::Guard<HttpEcho> prototype = test::guard(zHttpEchoNew(nullptr), zHttpEchoFree);
-    const auto end = reinterpret_cast<Echo *>(prototype.get());
-    const auto loop = test::guard(zLoopNew(zev::tls_class(), end, 1, 0), zLoopFree);
-    EXPECT_FALSE(zLoopListen(loop.get(), u"127.0.0.1", 0)); // without any
-    test::run("openssl ec -in " + authority().file("good.key") + " -aes128 -passout pass:x -out " +
-              authority().file("locked.key") + " 2>&1");
-    for (const char *pair :
-         {"good other", "good absent", "absent good", "garbage good", "good locked"}) {
-        const std::string both = pair;
-        const size_t at = both.find(' ');
-        const std::string chain = authority().file(both.substr(0, at) + ".crt"),
-                          key = authority().file(both.substr(at + 1) + ".key");
-        EXPECT_FALSE(zev::tls_set_identity(loop.get(), wide(chain).c_str(), wide(key).c_str()))
-            << pair;
-        EXPECT_EQ(zErrorClass(), 15) << pair;
-        EXPECT_NE(narrow(zErrorDetail()).find("is not usable: "), std::string::npos)
-            << pair << narrow(zErrorDetail());
-    }
-}
-
 // ---- Other programs
 
 TEST(Tls, IsUnderstoodByCurl) {
@@ -375,17 +340,15 @@ TEST(Tls, IsUnderstoodByCurl) {
     for (const auto &[version, size] : cases) {
         test::write(authority().dir.path() / "body", noise(size));
         const std::string sum = test::run("sha256sum < " + authority().file("body"));
-        const std::string send = std::string(version) +
-                                 " -H 'Content-Type: application/octet-stream"
-                                 "' --data-binary @" +
+        const std::string send = version +
+                                 std::string(" -H 'Content-Type: application/octet-stream' "
+                                             "--data-binary @") +
                                  authority().file("body") + " ";
         EXPECT_EQ(test::run(curl + send + url + " | sha256sum"), sum) << version;
         EXPECT_EQ(test::run(curl + version + " " + url + " " + url + " 2>&1"), "11") << version;
     }
     int status = 0;
     test::run(curl + "--tls-max 1.1 " + url + " 2>&1", &status);
-    EXPECT_NE(status, 0);
-    test::run("curl -sS " + url + " 2>&1", &status);
     EXPECT_NE(status, 0);
     // The end is told, and the protocol is the one that both know.
     const std::string said = test::run(
@@ -398,55 +361,29 @@ TEST(Tls, IsUnderstoodByCurl) {
 }
 
 // A front of the kind that most put before a service. It goes into the background once it listens.
-class Nginx {
-  public:
-    explicit Nginx(uint32_t backend) : port_(test::Listener().port()) {
-        std::string text = "daemon on; user root; pid PID/pid; error_log PID/error;\n"
-                           "events { worker_connections 64; }\n"
-                           "http { access_log off; client_max_body_size 0;\n";
-        for (const char *kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
-            text += std::string(kind) + "_temp_path PID/" + kind + ";\n";
-        text += "server { listen 127.0.0.1:" + std::to_string(port_) + " ssl;\n" +
-                "ssl_certificate " + authority().file("good.crt") + "; ssl_certificate_key " +
-                authority().file("good.key") + ";\n" +
-                "location / { proxy_pass http://127.0.0.1:" + std::to_string(backend) + "; } } }\n";
-        for (size_t at; (at = text.find("PID")) != text.npos;)
-            text.replace(at, 3, dir_.path().string());
-        test::write(dir_.path() / "conf", text);
-        started_ = run("");
-    }
-    ~Nginx() {
-        if (started_) run(" -s stop");
-    }
-    Nginx(const Nginx &) = delete;
-    Nginx &operator=(const Nginx &) = delete;
-    bool started() const { return started_; }
-    uint32_t port() const { return port_; }
-
-  private:
-    bool run(const std::string &words) const {
-        int status = 0;
-        const std::string said =
-            test::run("nginx -e " + dir_.path().string() + "/error -p " + dir_.path().string() +
-                          " -c " + dir_.path().string() + "/conf" + words + " 2>&1 </dev/null",
-                      &status);
-        EXPECT_EQ(status, 0) << said;
-        return status == 0;
-    }
-    TempDir dir_;
-    uint32_t port_;
-    bool started_ = false;
-};
-
 TEST(Tls, ReachesAServerBehindAFront) {
     int status = 0;
     test::run("command -v nginx", &status);
     if (status != 0) GTEST_SKIP() << "nginx is not installed";
     const Trust trust(authority().file("ca.crt"));
     const TestServer server(echo);
-    const Nginx front(server.port());
-    ASSERT_TRUE(front.started());
-    Request request = request_to("localhost", front.port());
+    const TempDir dir;
+    const std::string at = dir.path().string();
+    const uint32_t port = test::Listener().port();
+    std::string text = "daemon on; user root; pid " + at + "/pid; error_log " + at + "/error;\n" +
+                       "events {}\nhttp { access_log off; client_max_body_size 0;\n";
+    for (const std::string kind : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"})
+        text += kind + "_temp_path " + at + "/" + kind + ";\n";
+    test::write(at + "/conf", text + "server { listen 127.0.0.1:" + std::to_string(port) +
+                                  " ssl; ssl_certificate " + authority().file("good.crt") +
+                                  "; ssl_certificate_key " + authority().file("good.key") +
+                                  "; location / { proxy_pass http://127.0.0.1:" +
+                                  std::to_string(server.port()) + "; } } }\n");
+    const std::string nginx = "nginx -e " + at + "/error -p " + at + " -c " + at + "/conf";
+    const std::string said = test::run(nginx + " 2>&1 </dev/null", &status);
+    ASSERT_EQ(status, 0) << said;
+    const zev::Finally ended([&] { test::run(nginx + " -s stop 2>&1"); });
+    Request request = request_to("localhost", port);
     const std::string bytes = noise(5'000'000);
     for (int i = 0; i < 3; ++i) {
         set_body(request, bytes);

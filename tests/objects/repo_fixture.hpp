@@ -19,7 +19,6 @@ using CommitPtr = Held<Commit, zCommitFree>;
 using BuilderPtr = Held<TreeBuilder, zTreeBuilderFree>;
 using OdbPtr = Held<Odb, zOdbFree>;
 using ReferencePtr = Held<Reference, zReferenceFree>;
-using BranchPtr = Held<Branch, zBranchFree>;
 using DiffPtr = Held<DiffList, zDiffListFree>;
 using StreamPtr = Held<Stream, zStreamFree>;
 

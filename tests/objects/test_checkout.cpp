@@ -1,8 +1,6 @@
 #include "copy_fixture.hpp"
 
 #include <zev/checkout.h>
-#include <zev/number.h>
-#include <zev/transaction.h>
 
 #include <algorithm>
 #include <cstring>
@@ -369,21 +367,6 @@ TEST_F(CheckoutTest, KeepsOursOfAnEarlierConflict) {
     ASSERT_OK(checkout(git_as("commit-tree -m later -p side " + tree)));
     EXPECT_EQ(git(place, "show :2:edited :3:edited :2:same"), "minemine");
     EXPECT_EQ(git(place, "ls-files -u same").find(" 3\t"), std::string::npos);
-}
-
-TEST_F(CheckoutTest, TellsHowFarALargeFileHasCome) {
-    static std::vector<std::string> told;
-    constexpr uint64_t kSize = uint64_t{3} << 20;
-    put("large", std::string(kSize, 'x'));
-    plant("100644 blob " + git(place, "hash-object -w '" + (place / "large").string() + "'"),
-          "large");
-    take("large");
-    report.progress = [](const Notify *, const zwchar *text) { told.push_back(narrow(text)); };
-    ASSERT_OK(checkout());
-    const std::string part = narrow(zNumToHumanBytes(kSize / 3));
-    const std::string whole = narrow(zNumToHumanBytes(kSize));
-    for (const std::string &text : {part + " / " + whole, whole + " / " + whole})
-        EXPECT_EQ(std::count(told.begin(), told.end(), text), 1) << text;
 }
 
 // Git commits while we are at work, and knows no lock of ours: its commit stands, and the index has

@@ -15,22 +15,6 @@ struct Syncs {
 
 } // namespace
 
-// A merge: the tip stays the first parent, and nobody is a parent twice.
-TEST_F(CommitTest, FurtherParentsStandBehindTheTip) {
-    CommitPtr base = commit({{u"a", "1"}});
-    CommitPtr side = commit({{u"a", "2"}}, u"side", u"refs/heads/side");
-    TreePtr root = tree({{u"a", "3"}});
-    const Oid others[] = {*zCommitId(side.get()), *zCommitId(base.get()), *zCommitId(side.get())};
-    CommitPtr merge(zCommitCreateWith(u"HEAD", u"Ada", u"merge", root.get(), others, 3));
-    ASSERT_OK(merge);
-    EXPECT_EQ(git(place, "log -1 --format=%P master"),
-              hex(zCommitId(base.get())) + " " + hex(zCommitId(side.get())));
-    const Oid absent{{1}};
-    EXPECT_REFUSED(zCommitCreateWith(u"HEAD", u"Ada", u"m", root.get(), &absent, 1), 3);
-    EXPECT_EQ(git(place, "rev-parse master"), hex(zCommitId(merge.get())));
-    expect_sound();
-}
-
 TEST_F(CommitTest, TextsFromUsers) {
     TreePtr root = tree({{u"a", "1"}});
     for (const zwchar *author : {u"", u"  ", u"Ada <ada@x>", u"a>b", u"\n"}) {

@@ -33,20 +33,6 @@ class ConflictNodes : public ConflictFixture {
         auto made = [&](const char *text) { return text ? entry(path, text) : EntryPtr(); };
         ASSERT_OK(zConflictAdd(index, made(ancestor).get(), made(ours).get(), made(theirs).get()));
     }
-
-    void merge_all_kinds() {
-        for (auto *path : {"d/both", "gone-here", "gone-there", "same"}) put(path, "base");
-        git_commit("base");
-        merge(
-            [&] {
-                for (auto *path : {"d/both", "gone-here", "new"}) put(path, "theirs");
-                take("gone-there");
-            },
-            [&] {
-                for (auto *path : {"d/both", "gone-there", "new"}) put(path, "ours");
-                take("gone-here");
-            });
-    }
 };
 
 } // namespace
@@ -98,7 +84,17 @@ TEST_F(ConflictNodes, ADirectoryOfOursStandsInPlaceOfTheirs) {
 
 // Where ours deleted and theirs changed, git has put theirs into the work directory.
 TEST_F(ConflictNodes, UseTheirs) {
-    merge_all_kinds();
+    for (auto *path : {"d/both", "gone-here", "gone-there", "same"}) put(path, "base");
+    git_commit("base");
+    merge(
+        [&] {
+            for (auto *path : {"d/both", "gone-here", "new"}) put(path, "theirs");
+            take("gone-there");
+        },
+        [&] {
+            for (auto *path : {"d/both", "gone-there", "new"}) put(path, "ours");
+            take("gone-here");
+        });
     AnalysisPtr analysis = analyze();
     EXPECT_EQ(told(analysis.get()),
               "d/both: ours d/both=3, theirs d/both=3;gone-here: ours gone-here=2, "
@@ -110,19 +106,6 @@ TEST_F(ConflictNodes, UseTheirs) {
     EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\nA  gone-here\nD  gone-there\nM  new");
     for (auto *path : {"d/both", "gone-here", "new"}) EXPECT_EQ(at(path), "theirs") << path;
     EXPECT_EQ(trashed(), "both=ours;gone-here=theirs;gone-there=ours;");
-}
-
-TEST_F(ConflictNodes, UseOurs) {
-    merge_all_kinds();
-    put("d/both", "ours, edited again");
-    take("new"); // by hand: ours comes back
-    Report report;
-    ASSERT_OK(zIndexResolve(lock().get(), spec({}, 0, &report).get()));
-    EXPECT_EQ(porcelain(), "A  d/.gitkeep\nM  d/both\n?? gone-here"); // theirs, by git
-    EXPECT_EQ(at("d/both") + at("new"), "ours, edited againours");
-    const std::string word = text(u"action.sResolved");
-    for (auto *path : {"d/both", "gone-here", "gone-there", "new"})
-        EXPECT_TRUE(report.told(word + " " + path));
 }
 
 TEST_F(ConflictNodes, ADirectoryMakesWayAndComesBack) {

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <ctime>
 #include <random>
 
 using namespace zev;
@@ -84,20 +83,6 @@ TEST_F(DiffTest, FollowsTheOrderOfTheNewerVersion) {
         if (round & 2) std::ranges::shuffle(after, random);
         EXPECT_EQ(differences(before, after), model(before, after)) << "round " << round;
     }
-}
-
-TEST_F(DiffTest, ReversedListsCompareFast) {
-    Keys up;
-    for (uint64_t i = 0; i < 200000; ++i) up.push_back({1, i});
-    ASSERT_OK(zDrawingWrite(make(up).get(), from.c_str()));
-    std::ranges::reverse(up);
-    ASSERT_OK(zDrawingWrite(make(up).get(), to.c_str()));
-    const std::clock_t start = std::clock();
-    EXPECT_EQ(differences(), Outcome{});
-    Vector *keys = nullptr;
-    ASSERT_OK(increments(&keys));
-    EXPECT_TRUE(zVectorIsEmpty(VectorPtr{keys}.get()));
-    EXPECT_LT(std::clock() - start, 4 * CLOCKS_PER_SEC) << "a quadratic walk takes minutes";
 }
 
 TEST_F(DiffTest, IncrementsAreTheNewKeysInWireForm) {
@@ -252,22 +237,6 @@ TEST_F(IdentityTest, StaysAsItIsWhenItCanNotBeSplit) {
     EXPECT_EQ(zErrorClass(), 13) << "a table without a reference is never split";
     EXPECT_EQ(read(path), original);
     EXPECT_EQ(tables(), 1u) << "nothing left behind";
-}
-
-// A file that stays outside is the user's own, and stays as it is to the byte.
-TEST_F(IdentityTest, OnlyWhatEntersIsConfirmed) {
-    using IndexPtr = zev::Owned<Index, zIndexFree>;
-    const auto add = [&] {
-        const IndexPtr index(zIndexHead(repository.get(), true));
-        const zev::Owned<PathSpec, zPathSpecFree> all(zPathSpecNew(u"*", 0));
-        return zIndexAdd(index.get(), all.get()) && zIndexWrite(index.get());
-    };
-    ASSERT_OK(add());
-    const std::filesystem::path twin = copy(u"A.dwx"), other = copy(u"b.dwx");
-    const std::string bytes = read(source);
-    ASSERT_OK(add());
-    EXPECT_EQ(read(twin), bytes);
-    EXPECT_NE(read(other), bytes);
 }
 
 // To a link's repository it is no drawing, and its rows lie elsewhere.

@@ -123,7 +123,9 @@ TEST_F(PackTest, IsWrittenAndWalkedAsOftenAsWanted) {
     EXPECT_EQ(walked(pack), first);
     const Oid more = blob("more");
     ASSERT_OK(zPackBuilderInsert(pack, &more));
-    EXPECT_TRUE(take(walked(pack)));
+    EXPECT_FALSE(has(&more)); // looked for, and known to be missing
+    for (int times = 0; times < 2; ++times) EXPECT_TRUE(take(walked(pack), 13));
+    EXPECT_EQ(files_in(store), 2u);
     EXPECT_TRUE(has(&more) && has(zCommitId(made.get())));
     // What the builder was told about deltas is not in the repository.
     EXPECT_EQ(read(place / ".git/config"), settings);
@@ -132,25 +134,6 @@ TEST_F(PackTest, IsWrittenAndWalkedAsOftenAsWanted) {
     git_repository_config(&config, repository->handle.get());
     EXPECT_EQ(git_config_get_int64(&number, config, "core.bigFileThreshold"), GIT_ENOTFOUND);
     git_config_free(config);
-}
-
-TEST_F(PackTest, ObjectsAreReadableAtOnce) {
-    TreePtr only = tree({{u"x/y", "deep"}, {u"z", std::string(200'000, 'z')}});
-    CommitPtr made = commit({{u"a", "1"}});
-    ASSERT_OK(zPackBuilderInsertTree(builder.get(), zTreeId(only.get())));
-    ASSERT_OK(zPackBuilderInsertCommit(builder.get(), zCommitId(made.get())));
-    const std::string bytes = walked(builder.get());
-    EXPECT_FALSE(has(zTreeId(only.get()))); // looked for, and known to be missing
-    fs::remove_all(store);
-    for (const size_t step : {size_t{1}, size_t{13}, bytes.size()}) { // one pack, time and again
-        ASSERT_OK(take(bytes, step));
-        EXPECT_EQ(files_in(store), 2u);
-        ASSERT_OK(CommitPtr(zCommitByid(other.get(), zCommitId(made.get()))));
-        EXPECT_TRUE(has(zTreeId(only.get())));
-    }
-    expect_sound(other_place);
-    PackBuilderPtr none(zPackBuilderNew(repository.get()));
-    EXPECT_TRUE(take(walked(none.get()))); // of no objects
 }
 
 TEST_F(PackTest, TakesDeltasOfGit) {
@@ -286,13 +269,8 @@ TEST_F(PackTest, AFailingDiskLeavesNothing) {
         EXPECT_FALSE(has(&id));
     }
     EXPECT_FALSE(zPackBuilderWrite(builder.get(), (target / "none").u16string().c_str()));
-    for (const int32_t code : {5, -3}) { // or the one who walks
-        const auto stop = [](const void *, uint64_t, void *context) {
-            return *static_cast<const int32_t *>(context);
-        };
-        EXPECT_FAILS_WITH(zPackBuilderForeach(builder.get(), stop, const_cast<int32_t *>(&code)),
-                          code);
-    }
+    const auto stop = [](const void *, uint64_t, void *) { return 5; }; // or the one who walks
+    EXPECT_FAILS_WITH(zPackBuilderForeach(builder.get(), stop, nullptr), 5);
     const Oid none = parsed(std::string(40, 'a'));
     EXPECT_TRUE(!zPackBuilderInsert(builder.get(), &none) && zErrorClass() == 3);
     EXPECT_OK(zPackBuilderWrite(builder.get(), target.u16string().c_str())); // whole again

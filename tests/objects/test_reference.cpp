@@ -59,43 +59,16 @@ TEST_F(ReferenceTest, WalkSkipsLockFiles) {
     EXPECT_FALSE(zReferenceForeach(repository.get(), stop, nullptr));
 }
 
-TEST_F(ReferenceTest, BranchesAndTheirUpstream) {
-    CommitPtr made = commit({{u"a", "1"}});
-    BranchPtr local(zBranchLookup(repository.get(), u"head"));
-    EXPECT_TRUE(!zBranchUpstream(local.get()) && zErrorClass() == 3); // not linked
-    git(place, "remote add origin http://localhost/x");
-    ASSERT_OK(zBranchInit(repository.get(), u"master", u"origin", u"refs/heads/master"));
-    EXPECT_EQ(git(place, "config branch.master.remote"), "origin");
-    BranchPtr upstream(zBranchUpstream(local.get()));
-    ASSERT_OK(upstream);
-    EXPECT_EQ(narrow(zBranchMerge(upstream.get())), "refs/remotes/origin/master");
-    EXPECT_EQ(narrow(zBranchOrigin(upstream.get())), "refs/heads/master");
-    git(place, "config remote.origin.fetch +refs/heads/other:refs/remotes/origin/other");
-    const RepositoryPtr anew = opened();
-    BranchPtr outside(zBranchLookup(anew.get(), u"refs/heads/master"));
-    EXPECT_TRUE(!zBranchUpstream(outside.get()) && zErrorClass() == 3); // no refspec takes it in
-    git(place, "checkout -q --detach");
-    EXPECT_TRUE(!zBranchHead(repository.get()) && zErrorClass() == 3);
-}
-
 // Branches are shared, HEAD and the notes of a bisection are not: who locks and undoes the wrong
 // file moves another worktree's head, or leaves his own behind.
 TEST_F(ReferenceTest, AWorktreeHasAHeadOfItsOwn) {
     CommitPtr made = commit({{u"a", "1"}});
-    const std::filesystem::path side = dir.path() / "side", shared = place / ".git",
-                                own = shared / "worktrees/side";
+    const std::filesystem::path side = dir.path() / "side", own = place / ".git/worktrees/side";
     git(place, "worktree add -q ../side");
     RepositoryPtr linked(zRepositoryOpen(side.u16string().c_str()));
     ASSERT_OK(linked);
     ASSERT_OK(
         ReferencePtr(zReferenceCreate(linked.get(), u"refs/bisect/bad", zCommitId(made.get()))));
-    for (const auto &[name, file] : {std::pair{u"HEAD", own / "HEAD"},
-                                     {u"refs/bisect/bad", own / "refs/bisect/bad"},
-                                     {u"refs/heads/side", shared / "refs/heads/side"}}) {
-        ReferencePtr reference(zReferenceLookup(linked.get(), name));
-        ASSERT_OK(reference) << narrow(name);
-        EXPECT_EQ(narrow(zReferencePath(reference.get())), file.string());
-    }
     using TransactionPtr = Held<Transaction, zTransactionFree>;
     TransactionPtr here(zTransactionNew(repository.get())), there(zTransactionNew(linked.get()));
     ASSERT_OK(zTransactionLockRef(here.get(), u"HEAD"));

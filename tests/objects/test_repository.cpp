@@ -194,12 +194,3 @@ TEST_F(SweepTest, LeavesTheLocksOfTheLiving) {
     ASSERT_OK(lock);
     EXPECT_TRUE(stays("index.lock"));
 }
-
-TEST_F(SweepTest, ConfigurationIsWrittenAfterACrash) {
-    crash("config", {"config.lock"});
-    const Oid id = parsed(std::string(40, '1'));
-    ASSERT_OK(zRepositorySetId(repository.get(), &id));
-    EXPECT_EQ(hex(zRepositoryId(opened().get(), false)), hex(&id));
-    EXPECT_FALSE(there("config.lock"));
-    EXPECT_FALSE(there(".config.zlck"));
-}

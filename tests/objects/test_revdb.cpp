@@ -35,33 +35,6 @@ class RevdbTest : public RepositoryTest {
 
 } // namespace
 
-TEST_F(RevdbTest, TextOfARecord) {
-    commit({{u"a", "1"}, {u"old \"name\".dwx", "moved"}}, u"first");
-    CommitPtr made =
-        commit({{u"a", "2"}, {u"d/größe.dwx", "moved"}}, u"line \"one\"\n\ttab \x1B \\ end");
-    const Oid id = *zCommitId(made.get());
-    const auto revision = zev::revision_of(made.get());
-    ASSERT_OK(revision);
-    ASSERT_OK(zRevdbInsert(db.get(), &id, revision.get()));
-    const auto side = [this](const std::string &named, const std::string &path) {
-        return R"({"flags":12,"id":")" + git(place, "rev-parse " + named) +
-               R"(","idabbr":40,"mode":33188,"path":")" + path + R"(","size":0})";
-    };
-    EXPECT_EQ(read(file(id)),
-              R"({"author":"Ada","changes":[{"flags":0,"new_file":)" + side("HEAD:a", "a") +
-                  R"(,"old_file":)" + side("HEAD~:a", "a") +
-                  R"(,"similarity":0,"status":3},{"flags":0,"new_file":)" +
-                  side("HEAD:d/größe.dwx", "d/größe.dwx") + R"(,"old_file":)" +
-                  side("HEAD:d/größe.dwx", R"(old \"name\".dwx)") +
-                  R"(,"similarity":100,"status":4}],"message":"line \"one\"\n\ttab   \\ end",)"
-                  R"("nanosecs":0,"oid":")" +
-                  hex(&id) + R"(","seconds":)" + git(place, "log -1 --format=%ct") + "}");
-    const RevisionHeld copy(zRevisionDup(look_up(id).get()));
-    ASSERT_OK(copy);
-    EXPECT_EQ(narrow(zRevisionMessage(copy.get())), "line \"one\"\n\ttab   \\ end");
-    EXPECT_EQ(in_full(zRevisionChanges(copy.get())), in_full(revision->changes.get()));
-}
-
 TEST_F(RevdbTest, OnlyWholeRecordsAreRead) {
     const Oid id = parsed(std::string(40, '2'));
     const std::string oid(40, '1');

@@ -33,27 +33,6 @@ TEST_F(StatusTest, SpecsSelect) {
     EXPECT_EQ(status(spec({u"docs2/"}, kLiteral).get()), (Kinds{{"docs2/b.dwx", Z_KIND_MISSING}}));
 }
 
-// A callback may change the index that is walked.
-TEST_F(StatusTest, WalkKeepsItsPaths) {
-    put_all({"first", "second", "third"});
-    commit_all();
-    struct Walked {
-        IndexPtr index;
-        std::string seen;
-    } walked{lock(), ""};
-    const auto clear = [](const zwchar *path, int32_t, void *context) -> int32_t {
-        auto *self = static_cast<Walked *>(context);
-        self->seen += narrow(path) + ";";
-        zIndexClear(self->index.get());
-        for (auto other : {u"OTHER", u"OTHERS"}) zIndexAddBypath(self->index.get(), other);
-        return narrow(path) == "second"; // ends it
-    };
-    put("OTHER", "1"), put("OTHERS", "1");
-    ASSERT_OK(
-        zStatusForeach(walked.index.get(), spec({}, Z_SPEC_NO_UNTRACKED).get(), clear, &walked));
-    EXPECT_EQ(walked.seen, "first;second;");
-}
-
 // More than libgit2 would compare with each other, and one that changed on the way.
 TEST_F(StatusTest, RenamesOfALargeDirectory) {
     const std::string lines = "many\nlines\nthat\nstay\nas\nthey\nare\n";

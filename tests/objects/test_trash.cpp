@@ -153,29 +153,6 @@ TEST_F(TrashTest, KeepsWhatIsAboutToBeReplaced) {
     EXPECT_OK(zTrashKeep(repository.get(), u"nothing"));
 }
 
-TEST_F(TrashTest, ABatchSyncsOnceForManyAndPrunes) {
-    std::vector<std::u16string> paths;
-    for (int i = 0; i < 300; ++i) {
-        const std::string name = "d/" + std::to_string(i % 3) + "/" + std::to_string(i);
-        put(name, "1");
-        paths.push_back(wide(name));
-    }
-    put("other", "1");
-    static int syncs, single;
-    syncs = single = 0;
-    os::calls.syncfs = [](int) { return ++syncs, 0; };
-    os::calls.fdatasync = [](int) { return ++single, 0; };
-    {
-        zev::TrashBatch batch(repository.get(), paths);
-        for (size_t i = 0; i + 1 < paths.size(); ++i) ASSERT_OK(batch.drop(paths[i].c_str()));
-        ASSERT_OK(batch.drop(u"other")); // not announced
-    }
-    EXPECT_EQ(std::pair(syncs, single), std::pair(2, 1));
-    EXPECT_EQ(slots(), 300); // that of the path that was left out is gone
-    EXPECT_TRUE(fs::exists(place / "d/2/299"));
-    EXPECT_FALSE(fs::exists(place / "d/1"));
-}
-
 // ---- Entries and search
 
 TEST_F(TrashTest, EntryPaths) {
@@ -282,14 +259,6 @@ TEST_F(TrashTest, TheSlotGoesWithItsLastFile) {
     ASSERT_OK(back(entry("info.$$$")));
     EXPECT_EQ(read(place / "d/info.$$$"), "d/info.$$$");
     EXPECT_EQ(slots(), 1); // that of a file that nobody put there stays
-    // For good goes what is named: what it leaves empty, not what was empty beside it.
-    put("e/a", "1");
-    fs::create_directories(place / "e/empty");
-    drop("e");
-    ASSERT_OK(zTrashRemove(repository.get(), entry("a").get()));
-    EXPECT_EQ(found(), (Names{"/e", "e/empty"}));
-    ASSERT_OK(zTrashRemove(repository.get(), entry("empty").get()));
-    EXPECT_EQ(slots(), 1);
 }
 
 TEST_F(TrashTest, NewNames) {

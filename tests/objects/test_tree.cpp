@@ -4,42 +4,16 @@ using namespace test;
 
 namespace {
 
-using SpecPtr = Held<PathSpec, zPathSpecFree>;
-
 struct TreeTest : RepositoryTest {
-    // By `git mktree`, which takes modes that no index has, and objects that aren't there.
+    // By `git mktree`, which takes twins.
     TreePtr made_of(const std::string &lines) {
-        const Oid id =
-            parsed(run("printf '" + lines + "' | git -C '" + place.string() + "' mktree --missing")
-                       .substr(0, 40));
+        const Oid id = parsed(
+            run("printf '" + lines + "' | git -C '" + place.string() + "' mktree").substr(0, 40));
         return TreePtr(zTreeByid(repository.get(), &id));
     }
 };
 
 } // namespace
-
-// A client that holds a part: what a name can't lie in isn't opened.
-TEST_F(TreeTest, NamesOpenNothingButTheirDirectories) {
-    const std::string absent(40, 'a'), whole = hex(zTreeId(tree({{u"Sub/f", "1"}}).get()));
-    const TreePtr root =
-        made_of("040000 tree " + absent + "\\tabsent\\n040000 tree " + whole + "\\tdocs\\n");
-    ASSERT_OK(root);
-    const struct {
-        const zwchar *pattern;
-        uint32_t options;
-        bool there;
-    } kRows[] = {{u"docs/sub/F", Z_SPEC_LITERAL, true},
-                 {u"docs/Sub/", Z_SPEC_LITERAL, true},
-                 {u"docs", 0, true},
-                 {u"docs", Z_SPEC_LITERAL, false},
-                 {u"docs/Sub/f/g", 0, false}};
-    for (auto &row : kRows) {
-        SpecPtr spec(zPathSpecNew(row.pattern, row.options));
-        zSetErrorReason(u"%s", u"");
-        EXPECT_EQ(zTreeExists(root.get(), spec.get()), row.there) << narrow(row.pattern);
-        EXPECT_EQ(narrow(zErrorReason()), "") << narrow(row.pattern);
-    }
-}
 
 // A working copy on Windows can hold one of two names that differ in case only.
 TEST_F(TreeTest, ABuilderTakesNoTwins) {

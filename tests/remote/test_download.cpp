@@ -22,22 +22,6 @@ const std::string a(40, 'a'), b(40, 'b');
 
 // ---- References
 
-TEST_F(Downloads, BringBranchesAsTracking) {
-    const std::string first = commit("a.txt", "one");
-    server("tag v1 && git -C " + service.at("ann/plant") + " branch site/east");
-    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
-    EXPECT_EQ(refs(), "refs/remotes/origin/master " + first + "\nrefs/remotes/origin/site/east " +
-                          first + "\nrefs/tags/v1 " + first + "\n");
-    EXPECT_FALSE(has(first)) << "no objects yet";
-    const std::string second = commit("a.txt", "two", 1);
-    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
-    EXPECT_NE(refs().find("origin/master " + second), std::string::npos);
-    server("branch -D site/east");
-    ASSERT_OK(zRemoteDownloadRefs(remote.get(), &told));
-    EXPECT_NE(refs().find("site/east"), std::string::npos) << "what the server lost stays";
-    EXPECT_EQ(told.each(), "");
-}
-
 // Of each list: whether it is taken, and which references there are afterwards.
 TEST_F(Downloads, LeaveOwnBranchesAlone) {
     const std::string master = "refs/remotes/origin/master ", good = ref("refs/heads/master", a);
@@ -91,11 +75,6 @@ TEST_F(Downloads, LeaveOwnBranchesAlone) {
         EXPECT_TRUE(std::filesystem::is_directory(at() + "/.git/refs/heads")) << each.what;
     }
     EXPECT_FALSE(std::filesystem::exists(at() + "/x"));
-    for (const char *body : {"{}", R"({"data":{"entries":{}}})", "", "x"}) {
-        relay.give(answer(200, body));
-        EXPECT_FALSE(zRemoteDownloadRefs(remote.get(), nullptr)) << body;
-        EXPECT_EQ(zErrorCode(), -1) << body;
-    }
 }
 
 // A new name is no longer kept out by one that the server has lost; by any other it is.
@@ -210,7 +189,6 @@ TEST_F(Downloads, TakePacksWholeOrNotAtAll) {
         {"cut in a piece", pack.substr(0, pack.size() - 1), 3},
         {"a piece without end", be32(UINT32_MAX) + pack, 3},
         {"cut behind a piece", be32(12) + pack.substr(4, 12), 3},
-        {"JSON", R"({"data":{}})", 3},
         {"no body", "", 3, "sent wrong data"},
     };
     for (const auto &each : cases) {
@@ -230,25 +208,6 @@ TEST_F(Downloads, TakePacksWholeOrNotAtAll) {
     const auto before = files();
     EXPECT_OK(zRemoteDownloadPack(remote.get(), json(query_for({})).get(), &told));
     EXPECT_EQ(files(), before) << "a pack of nothing is no file";
-}
-
-TEST_F(Downloads, BringCommitsWithoutTrees) {
-    std::vector<std::string> ids;
-    for (int n = 0; n < 3; ++n) ids.push_back(commit("a.txt", std::to_string(n), n));
-    const Oid head = oid(ids[2]);
-    ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 2, &told));
-    EXPECT_EQ(relay.lines(), "GET /commits?head=" + ids[2] + "&limit=2\nPOST /packs/diff\n");
-    EXPECT_TRUE(has(ids[2]) && has(ids[1]) && !has(ids[0]));
-    EXPECT_FALSE(has(server("rev-parse HEAD^{tree}").substr(0, 40)));
-    ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
-    EXPECT_TRUE(has(ids[0]));
-    relay.play();
-    ASSERT_OK(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
-    EXPECT_EQ(relay.lines(), "GET /commits?head=" + ids[2] + "\nPOST /packs/diff\n");
-    EXPECT_EQ(relay.asked()[1].head.find("Content-Length: 0"), std::string::npos);
-    relay.give(answer(200, entries(R"({"id":"x"})")));
-    EXPECT_FALSE(zRemoteDownloadCommits(remote.get(), &head, 0, &told));
-    EXPECT_EQ(zErrorCode(), -1);
 }
 
 // ---- Trees
@@ -271,9 +230,9 @@ struct Listings : Session {
             ids.push_back(store(service, "ann/plant", Z_OBJECT_BLOB, std::to_string(n)));
     }
     void play(const std::string &list) { relay.give_to("GET /trees/", answer(200, entries(list))); }
-    bool fetch(Json **denied = nullptr, Json **readonly = nullptr) {
+    bool fetch() {
         told.errors.clear();
-        return zRemoteDownloadTree(remote.get(), &tree, true, Z_OBJECT_ANY, denied, readonly,
+        return zRemoteDownloadTree(remote.get(), &tree, true, Z_OBJECT_ANY, nullptr, nullptr,
                                    &told);
     }
     Oid tree;
@@ -330,27 +289,6 @@ TEST_F(Listings, SendWhatIsGatheredBeforeASkippedEntry) {
     EXPECT_FALSE(has(ids[1]));
 }
 
-TEST_F(Listings, TellWhatMayNotBeReadOrWritten) {
-    play(listed(ids[0], 1, "secret", 0100044) + "," + listed(ids[1], 1, "fixed", 0100444) + "," +
-         listed(ids[2], 1, "open") + "," + listed(ids[3], 1, "other", 0100000) + "," +
-         listed(a, 0, "module", 0160000, "", "commit") + "," + listed(ids[2], 1, "again"));
-    Json *denied = nullptr, *readonly = nullptr;
-    ASSERT_OK(fetch(&denied, &readonly));
-    const zev::JsonGuard first(denied), second(readonly);
-    ASSERT_TRUE(denied && readonly);
-    EXPECT_EQ(zJsonArraySize(denied), 2u);
-    EXPECT_EQ(narrow(zJsonPathGetString(zJsonArrayAt(denied, 0), u"name")), "secret");
-    EXPECT_EQ(narrow(zJsonPathGetString(zJsonArrayAt(denied, 1), u"name")), "other");
-    EXPECT_EQ(zJsonArraySize(readonly), 1u);
-    EXPECT_EQ(relay.asked().back().line, "POST /packs/diff");
-    EXPECT_TRUE(has(ids[1]) && has(ids[2]));
-    EXPECT_FALSE(has(ids[0]) || has(ids[3])) << "nobody asks for what he may not read";
-    play(listed(ids[4], 1, "open"));
-    denied = readonly = nullptr;
-    ASSERT_OK(fetch(&denied, &readonly));
-    EXPECT_FALSE(denied || readonly);
-}
-
 // What no copy takes is told by its name before anything is asked for, unless nobody wants it.
 TEST_F(Listings, TellOfAFileBeyondTheLimit) {
     constexpr uint64_t kBeyond = (uint64_t{1} << 30) + 1;
@@ -382,8 +320,7 @@ TEST_F(Listings, AreReadWithCare) {
     };
     for (const std::string &entry : bad) {
         play(good + entry);
-        Json *denied = nullptr;
-        EXPECT_FALSE(fetch(&denied)) << entry;
+        EXPECT_FALSE(fetch()) << entry;
         EXPECT_FALSE(has(ids[0])) << entry;
         EXPECT_NE(told.only().find("folders could not be fetched"), std::string::npos)
             << told.each();
@@ -405,25 +342,6 @@ TEST_F(Listings, ReachOnlySoDeep) {
     play(list);
     EXPECT_FALSE(fetch());
     EXPECT_EQ(zErrorCode(), -1);
-}
-
-TEST_F(Downloads, BringWhatASpecSelects) {
-    commit("docs/a.txt", "a", 0);
-    commit("docs/deep/b.txt", "b", 1);
-    const std::string id = commit("c.txt", "c", 2);
-    const Oid head = oid(id);
-    const zev::Owned<PathSpec, zPathSpecFree> spec(zPathSpecNew(u"docs/deep", 0));
-    zPathSpecSetNotify(spec.get(), &told);
-    const auto blob = [&](const std::string &path) {
-        return server("rev-parse HEAD:" + path).substr(0, 40);
-    };
-    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_TREE, spec.get()));
-    EXPECT_TRUE(has(blob("docs")) && has(blob("docs/deep")) && !has(blob("docs/deep/b.txt")));
-    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_ANY, spec.get()));
-    EXPECT_TRUE(has(blob("docs/deep/b.txt")));
-    EXPECT_FALSE(has(blob("c.txt")) || has(blob("docs/a.txt")));
-    ASSERT_OK(zRemoteDownloadMatches(remote.get(), &head, Z_OBJECT_ANY, nullptr));
-    EXPECT_TRUE(has(blob("c.txt")) && has(blob("docs/a.txt")));
 }
 
 // ---- Revisions

@@ -1,4 +1,4 @@
-// Uploads, and the push of a commit against a real server: what goes up, in which order, and what
+// The push of a commit against a real server: what goes up, in which order, and what
 // is left when it breaks off anywhere.
 #include "drawn.hpp"
 
@@ -91,27 +91,6 @@ struct Pushes : Session {
     std::string local; // the commit that was replayed
 };
 
-// ---- Uploads
-
-TEST_F(Pushes, SendObjectsByTheirIds) {
-    local = replay({{"a", "xyz"}, {"b", "b"}});
-    const Oid blob = oid(git("rev-parse " + local + ":a"));
-    ASSERT_OK(zRemoteUploadObject(remote.get(), &blob, &told));
-    EXPECT_EQ(server("cat-file blob " + text_of(&blob)), "xyz");
-    const std::string other = git("rev-parse " + local + ":b").substr(0, 40);
-    const zev::JsonGuard ids(
-        zJsonReadTextual(wide("[\"" + other + "\",\"" + local + "\"]").c_str()));
-    ASSERT_OK(zRemoteUploadPack(remote.get(), ids.get(), &told));
-    EXPECT_EQ(server("cat-file blob " + other), "b");
-    for (const char *bad : {"[7]", "[\"x\"]", "[\"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\"]"}) {
-        relay.play();
-        EXPECT_FALSE(zRemoteUploadPack(
-            remote.get(), zev::JsonGuard(zJsonReadTextual(wide(bad).c_str())).get(), &told))
-            << bad;
-        EXPECT_EQ(relay.asked().size(), 0u) << bad;
-    }
-}
-
 // ---- Files
 
 TEST_F(Pushes, TellTheServerWhatChanged) {
@@ -155,10 +134,6 @@ TEST_F(Pushes, ObeyTheServersAnswers) {
     lacks("[\"" + std::string(40, 'a') + "\"]");
     EXPECT_FALSE(send()) << "never offered";
     EXPECT_EQ(told.only(), "Your changes could not be sent to the server");
-    lacks("[7]");
-    EXPECT_FALSE(send());
-    relay.give(answer(200, R"({"data":{}})"));
-    EXPECT_FALSE(send());
     EXPECT_EQ(tracking(), local);
     lacks("[\"" + blob("c") + "\",\"" + blob("a") + "\",\"" + blob("c") + "\",\"" + blob("b") +
           "\"]");

@@ -446,34 +446,11 @@ TEST_F(BackTest, WhoGoesBackHimselfLosesNothing) {
     EXPECT_EQ(files(bob) + standing(bob) + bob.status(), "second(none)ab0");
     ASSERT_OK(bob.update());
     EXPECT_EQ(files(bob) + bob.status(), "thirdna2(none)");
+    EXPECT_FALSE(bob.update(std::string(40, '1'))); // nobody has it
+    EXPECT_EQ(bob.host.ends() + files(bob) + bob.status(), "athirdna2(none)");
 }
 
 // ---- Breaks
-
-// At each line that the host is told, in turn, between all of its steps.
-TEST_F(StandingTest, WhoeverDiesInItLosesNothing) {
-    copy.put("plan", "mine"), copy.put("own", "o"), copy.git("add .");
-    commit_by_git(copy, "by git");
-    const std::string tip = copy.git("rev-parse HEAD");
-    other("plan", "theirs"), other("notes/a", "a2");
-    for (int n = 0, alive = 1; alive; ++n) {
-        Child child([&] {
-            int left = n;
-            copy.host.at_line = [&] {
-                if (left-- == 0) _exit(7);
-            };
-            return copy.update() ? 0 : 1;
-        });
-        alive = child.wait() == 7;
-        EXPECT_EQ(copy.at("plan") + copy.at("own"), "mineo") << n;
-        EXPECT_EQ(copy.git("merge-base HEAD " + tip), tip) << n;
-        ASSERT_LT(n, 100);
-    }
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.status() + copy.locks(), "A  own\nUU plan");
-    EXPECT_EQ(copy.at("plan") + copy.at("own") + copy.at("notes/a"), "mineoa2");
-    EXPECT_EQ(standing(copy), "0");
-}
 
 // Git knows none of our locks. Who commits by it while an operation is at work keeps his commit,
 // and what he put the branch back to later is as unsent as before.

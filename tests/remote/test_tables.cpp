@@ -82,14 +82,10 @@ TEST_F(Tables, TakeNothingElse) {
          true, "1"},
         {"only the mark", octets(be32(0)), true, "(none)"},
         {"no mark", octets(good), false, "(none)"},
-        {"nothing", octets(""), false, "(none)"},
         {"an endless key", octets(good + be32(65) + std::string(65, 'k') + be32(0)), false, "1"},
         {"an endless value", octets(good + be32(16) + raw(two) + be32(1u << 30) + be32(0)), false,
          "1"},
-        {"JSON", answer(200, R"({"data":{"entries":[]}})"), false, "(none)"},
         {"a failure", answer(500, good + be32(0), "application/octet-stream"), false, "(none)"},
-        {"refused", answer(401, "{}"), false, "(none)"},
-        {"dead", "", false, "(none)"},
     };
     for (const auto &each : cases) {
         zTableDel(table.get(), raw(one).data(), 16);

@@ -118,19 +118,6 @@ TEST_F(UpdateTest, ATreeWithoutEndIsRefusedTheSecondTime) {
     EXPECT_EQ(copy.git("rev-parse HEAD") + copy.at("plan"), before + "first");
 }
 
-TEST_F(UpdateTest, GoesToACommitAndBack) {
-    const std::string old = copy.git("rev-parse origin/master");
-    other("plan", "second");
-    ASSERT_OK(copy.update());
-    ASSERT_OK(copy.update(old));
-    EXPECT_EQ(copy.at("plan") + copy.git("rev-parse origin/master"), "first" + old);
-    ASSERT_OK(copy.update());
-    EXPECT_EQ(copy.at("plan"), "second");
-    EXPECT_FALSE(copy.update(std::string(40, '1'))); // nobody has it
-    EXPECT_EQ(copy.host.ends(), "a");
-    EXPECT_EQ(copy.at("plan") + copy.status(), "second");
-}
-
 // What he may not read is neither on the disk nor in his tree; what he may not write has no write
 // bit, and no other bit changed.
 TEST_F(UpdateTest, RightsComeWithTheNextUpdate) {

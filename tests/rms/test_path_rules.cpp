@@ -77,14 +77,12 @@ TEST_F(PathRulesTest, FilesThatSayLittleOrNothing) {
         int32_t bits; // of any path, -1 where it can't be opened
         bool empty;
     } rows[] = {
-        {R"({"settings":{"default":0}})", 0, false},
         {R"({"settings":{"default":16,"entries":[]}})", 16, true},
         {R"({"settings":{"default":112,"entries":[{"setting":{"path":"/","privilege":48}}]}})", 48,
          false},
         {"{}", 0, false},
         {R"({"settings":7})", 0, false},
         {R"({"settings":{"entries":{}}})", -1, true},
-        {"[]", -1, true},
         {"{", -1, true},
         {"", -1, true},
     };

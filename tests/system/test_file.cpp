@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-using test::narrow, test::TempDir;
+using test::TempDir;
 namespace fs = std::filesystem;
 namespace os = zev::os;
 
@@ -25,29 +25,6 @@ struct Files : testing::Test {
     auto entries() const { return std::distance(fs::directory_iterator(dir.path()), {}); }
 };
 using Replace = Files;
-
-constexpr struct {
-    const zwchar *mode;
-    const char *before, *after; // what "abc" written leaves; null: refused
-} kModes[] = {
-    {u"r", "123456", nullptr},       {u"r+b", "123456", "abc456"},
-    {u"wb", "123456", "abc"},        {u"w, ccs=UTF-8", "123456", "abc"}, // text stays bytes
-    {u"wbSTDc", "123456", "(gone)"},                                     // D: the name goes
-    {u"wx", "123456", nullptr},      {u"rq", "1", nullptr},
-};
-
-TEST_F(Files, Modes) {
-    for (auto [mode, before, after] : kModes) {
-        test::write(file, before);
-        if (FILE *open = zFileOpen(f.c_str(), mode)) {
-            const bool written = zFileWrite(open, "abc", 3) == 3 && zFileFlush(open);
-            EXPECT_EQ(written, after != nullptr) << narrow(mode);
-            zFileClose(open);
-        }
-        EXPECT_EQ(fs::exists(file) ? test::read(file) : "(gone)", after ? after : before)
-            << narrow(mode);
-    }
-}
 
 TEST_F(Files, AFullDiskIsToldByTheFlush) {
     char bytes[16] = {};

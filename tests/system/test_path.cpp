@@ -1,7 +1,6 @@
 #include "support.hpp"
 
 #include "common/errno.hpp"
-#include "system/os.hpp"
 #include "system/path.hpp"
 
 using test::narrow, test::TempDir;
@@ -90,20 +89,6 @@ TEST(Path, CutPathsAreRefused) {
     EXPECT_TRUE(!zDirMake(text, true) && zErrorCode() == 38 && errno == ENAMETOOLONG);
     EXPECT_TRUE(!zev::path_join(text, u"/tmp", more.c_str()) && zErrorCode() == 38);
     EXPECT_TRUE(!zPathAppendExt(text, text, u".dwx") && zErrorCode() == 38);
-}
-
-TEST(Path, Places) {
-    zwchar text[Z_PATH_MAX];
-    setenv("XDG_CONFIG_HOME", "/home/u/../u/.config", 1);
-    EXPECT_TRUE(zPathGetHome(text) && zPathIsSame(text, u"/home/u/.config"));
-    setenv("XDG_CONFIG_HOME", ("/" + std::string(260, 'x')).c_str(), 1);
-    EXPECT_FALSE(zPathGetHome(text));
-    unsetenv("XDG_CONFIG_HOME");
-    zwchar own[Z_PATH_MAX];
-    ASSERT_TRUE(zev::os::own_file(own, Z_PATH_MAX) && zPathGetBin(text));
-    EXPECT_TRUE(zPathIsAbsolute(own) && zPathFileExists(own)) << narrow(own);
-    EXPECT_TRUE(zPathAppend(text, zPathFindName(own)) && zPathIsSame(text, own));
-    EXPECT_FALSE(zev::os::own_file(own, 5));
 }
 
 } // namespace

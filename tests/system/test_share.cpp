@@ -5,8 +5,6 @@
 #include "system/share.hpp"
 
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -143,19 +141,6 @@ TEST_F(Shares, AloneWithoutTheRightToWrite) {
         EXPECT_EQ(errno, refusal);
         zev::os::calls.open = before;
     }
-}
-
-TEST_F(Shares, WaitEndsWithTheHolder) {
-    using Clock = std::chrono::steady_clock;
-    Open held = open_share(path, u"w+b", Z_SHARE_NONE);
-    const auto start = Clock::now();
-    EXPECT_REFUSED(zShareWait(path.c_str(), u"w+b", Z_SHARE_NONE), 7);
-    const auto waited = Clock::now() - start;
-    EXPECT_TRUE(waited >= std::chrono::milliseconds(450) && waited < std::chrono::seconds(1));
-    std::thread release([&] { held.reset(); });
-    const Open next(zShareWait(path.c_str(), u"w+b", Z_SHARE_NONE), zShareClose);
-    release.join();
-    EXPECT_OK(next);
 }
 
 } // namespace

@@ -77,8 +77,7 @@ struct Completion : CopyTest {
 
     void SetUp() override {
         CopyTest::SetUp();
-        test::write(home + "/ground.dxf", test_data("plan.dxf"));
-        ok("import ../ground.dxf");
+        draw(test_data("plan.dxf"), "ground.dwx");
         keep({"gone.dwx"}, "first");
         ok("branch side/one");
         git("tag v1.0");

@@ -1,5 +1,4 @@
-// The splitter and the layout: every byte of a file has its part, every record its handle.
-#include "dxf/layout.hpp"
+// The splitter: every byte of a file has its part, every record its handle.
 #include "dxf/reader.hpp"
 #include "dxf/summary.hpp"
 #include "host.hpp"
@@ -97,30 +96,6 @@ TEST(DxfSplit, RefusesEveryTruncation) {
         EXPECT_THROW(dxf::split(std::string_view(bytes).substr(0, length), "t"), host::Failed)
             << length;
     EXPECT_NO_THROW(dxf::split(std::string_view(bytes).substr(0, complete), "t"));
-}
-
-TEST(DxfLayout, RefusesWhatDoesNotFit) {
-    Document document = dxf::split("0\nSECTION\n2\nCLASSES\n0\nCLASS\n1\nA\n0\nENDSEC\n0\nSECTION\n"
-                                   "2\nENTITIES\n0\nLINE\n0\nLINE\n0\nENDSEC\n0\nEOF\n",
-                                   "t");
-    const std::string good = dxf::write_layout(document.parts);
-    uint64_t symbols = 0, objects = 0;
-    dxf::LayoutVisitor visitor;
-    visitor.literal = [](std::string_view) {};
-    visitor.header = [] {};
-    visitor.symbols = [&](uint64_t n) { symbols += n; };
-    visitor.objects = [&](uint64_t n) { objects += n; };
-    EXPECT_TRUE(dxf::read_layout(good, 1, 2, visitor));
-    for (auto [classes, entities] : {std::pair{0, 2}, {2, 2}, {1, 1}, {1, 3}})
-        EXPECT_FALSE(dxf::read_layout(good, static_cast<uint64_t>(classes),
-                                      static_cast<uint64_t>(entities), visitor));
-    for (size_t length = 0; length < good.size(); ++length)
-        EXPECT_FALSE(dxf::read_layout(good.substr(0, length), 1, 2, visitor)) << length;
-    EXPECT_FALSE(dxf::read_layout(good + '\0', 1, 2, visitor));
-    // A length that ends nowhere, one beyond the block, a step that isn't one.
-    for (std::string step : {std::string("\x01") + std::string(12, '\xFF'),
-                             std::string("\x01\xFF\xFF\xFF\x7Fx"), std::string("\x09\x01")})
-        EXPECT_FALSE(dxf::read_layout("ZDXF\x01" + step + '\0', 0, 0, visitor));
 }
 
 TEST(DxfSummary, CountsKindsAndLayers) {

@@ -135,33 +135,6 @@ TEST_F(Front, QuestionsAreAnsweredByOptionsOnly) {
         EXPECT_NE(asked.find(part), std::string::npos) << asked;
 }
 
-TEST_F(Front, QuestionsAreAskedOnTheTerminal) {
-    commit_all({"a.dwx"});
-    constexpr struct {
-        const char *typed;
-        int code;
-    } kCases[] = {
-        {"2\n", 6},
-        {"what?\n9\nkeep\n", 6}, // asked until it is a choice
-        {"\n", 6},               // Enter is the safe answer
-        {"\4", 6},               // the end of input
-        {"1\n", 0},
-        {"r\n", 0},
-        {"y\n", 0},
-        {"NO\n", 6},
-        {" revert EVERYTHING \n", 0},
-    };
-    for (const auto &test : kCases) {
-        write("a.dwx", "changed");
-        const Outcome outcome = zev_on_terminal(root, "revert", test.typed);
-        EXPECT_EQ(outcome.code, test.code) << test.typed << outcome.out;
-        for (const char *shown :
-             {"1) Revert everything  [R, y]\r\n", "2) Keep my changes  [K, n]  [Enter]"})
-            EXPECT_NE(outcome.out.find(shown), std::string::npos) << outcome.out;
-        EXPECT_EQ(content("a.dwx"), test.code ? "changed" : "first a.dwx") << test.typed;
-    }
-}
-
 TEST_F(Front, LongOutputGoesToThePager) {
     commit_all({"a.dwx"});
     const auto paged = [&](const std::string &pager, const std::string &arguments) {
@@ -203,30 +176,17 @@ TEST_F(Front, WhatCantBeRemovedStays) {
 TEST_F(Front, LooksChangeNothing) {
     commit_all({"a.txt", "d/b.txt", "gone.txt"});
     write("z.txt", "new");
-    ok("add z.txt");
-    ok("mkdir kept");
-    ok("mv d moved");
-    ok("log -- a.txt");
+    play("add z.txt; mkdir kept; mv d moved; log -- a.txt");
     for (const char *name : {"gone.txt", "z.txt"}) fs::remove(root + "/" + name);
     fs::rename(root + "/a.txt", root + "/renamed.txt"); // in a file manager
     sh("touch moved/b.txt");                            // and looked into
     const auto all = [&] { return sh("find . -printf '%P %m %s %T@ %i\\n' | sort"); };
-    const char *const looks[] = {"status",
-                                 "status --short --ignored",
-                                 "status --json",
-                                 "ls",
-                                 "ls moved",
-                                 "changes",
-                                 "changes moved gone.txt",
-                                 "diff",
-                                 "log",
-                                 "log -- a.txt",
-                                 "show HEAD",
-                                 "conflicts",
-                                 "branch",
-                                 "info"};
+    const auto looks =
+        lines("status\nstatus --short --ignored\nstatus --json\nls\nls moved\nchanges\n"
+              "changes moved gone.txt\ndiff\nlog\nlog -- a.txt\nshow HEAD\n"
+              "conflicts\nbranch\ninfo");
     std::map<std::string, std::string> said;
-    for (std::string before = all(); const char *look : looks) {
+    for (std::string before = all(); const std::string &look : looks) {
         said[look] = ok(look);
         EXPECT_EQ(all(), before) << look;
     }
@@ -244,13 +204,13 @@ TEST_F(Front, LooksChangeNothing) {
             test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
         const auto index = test::guard(zIndexHead(repository.get(), true), zIndexFree);
         const std::string before = all();
-        for (const char *look : looks) EXPECT_EQ(ok(look), said[look]);
+        for (const std::string &look : looks) EXPECT_EQ(ok(look), said[look]);
         EXPECT_EQ(code("add renamed.txt"), 7);
         EXPECT_EQ(all(), before);
     }
     sh("chmod -R a-w .");
     const std::string before = all();
-    for (const char *look : looks) EXPECT_EQ(ok(look), said[look]);
+    for (const std::string &look : looks) EXPECT_EQ(ok(look), said[look]);
     EXPECT_EQ(all(), before);
     sh("chmod -R u+w .");
     // What changes the copy brings back by itself what is gone, and says so.

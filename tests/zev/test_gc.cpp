@@ -1,5 +1,4 @@
-// gc on a working copy with drawings, beside git, and killed.
-#include "child.hpp"
+// gc on a working copy with drawings, beside git.
 #include "support.hpp"
 #include "zev_program.hpp"
 
@@ -15,20 +14,13 @@ struct Gc : CopyTest {
 
     void SetUp() override {
         CopyTest::SetUp();
-        test::write(home + "/plan.dxf", test_data("plan.dxf"));
-        ok("import ../plan.dxf");
-        ok("add .");
-        ok("commit -m first");
-    }
-    void draw(const std::string &bytes, const std::string &name = "plan.dwx") {
-        test::write(home + "/other.dxf", bytes);
-        ok("import ../other.dxf " + name);
+        draw(test_data("plan.dxf"));
+        play("add .; commit -m first");
     }
     // The second state is named by nobody then, and its tag is none that the table stamps with.
     void leave_rows() {
         draw(second);
-        ok("revert plan.dwx");
-        ok("trash purge --all --yes");
+        play("revert plan.dwx; trash purge --all --yes");
         go_on();
     }
     void go_on() {
@@ -74,9 +66,7 @@ TEST_F(Gc, DropsByTwoLooksWhatNothingNames) {
 
     // What could still be written over under its key stays.
     draw(last);
-    ok("revert plan.dwx");
-    ok("trash purge --all --yes");
-    ok("gc --days 0");
+    play("revert plan.dwx; trash purge --all --yes; gc --days 0");
     EXPECT_EQ(rows_dropped("gc --days 0"), 0u);
 }
 
@@ -88,17 +78,13 @@ TEST_F(Gc, KeepsWhatIsNamedAnywhere) {
     draw(second);
     ok("revert plan.dwx");
     EXPECT_EQ(drops(), 0u) << "the trash";
-    ok("trash restore plan.dwx --answer 1");
-    ok("trash purge --all --yes");
+    play("trash restore plan.dwx --answer 1; trash purge --all --yes");
     fs::create_directories(root + "/.hidden/backup");
     fs::copy_file(root + "/plan.dwx", root + "/.hidden/backup/plan of May");
-    ok("revert plan.dwx");
-    ok("trash purge --all --yes");
+    play("revert plan.dwx; trash purge --all --yes");
     EXPECT_EQ(drops(), 0u) << "a copy under another name";
     fs::rename(root + "/.hidden/backup/plan of May", root + "/plan.dwx");
-    ok("switch --create side");
-    ok("commit -m second .");
-    ok("switch master");
+    play("switch --create side; commit -m second .; switch master");
     git("branch -D side");
     ok("trash purge --all --yes");
     EXPECT_EQ(drops(), 0u) << "a commit that no branch leads to";
@@ -108,17 +94,14 @@ TEST_F(Gc, KeepsWhatIsNamedAnywhere) {
     draw(last);
     fs::copy_file(root + "/plan.dwx", home + "/beside/plan.dwx",
                   fs::copy_options::overwrite_existing);
-    ok("revert plan.dwx");
-    ok("trash purge --all --yes");
+    play("revert plan.dwx; trash purge --all --yes");
     const uint64_t once = drops();
     EXPECT_GT(once, 0u) << "the commit that is no more";
     fs::copy_file(home + "/beside/plan.dwx", root + "/plan.dwx",
                   fs::copy_options::overwrite_existing);
-    EXPECT_TRUE(test::read(fs::path(root) / "plan.dwx").size() > 100);
     ok("export plan.dwx ../out.dxf --force");
     EXPECT_EQ(test::read(fs::path(home) / "out.dxf"), last) << "a linked work directory";
-    ok("revert plan.dwx");
-    ok("trash purge --all --yes");
+    play("revert plan.dwx; trash purge --all --yes");
 
     // What can't be looked at may name them.
     const auto refuses = [&] {
@@ -151,8 +134,7 @@ TEST_F(Gc, TakesATableAwayThatNothingNames) {
         return count;
     };
     fs::remove(root + "/sketch.dwx");
-    ok("trash purge --all --yes");
-    ok("gc --days 0");
+    play("trash purge --all --yes; gc --days 0");
     EXPECT_EQ(tables(), 2u);
     fs::create_directories(root + "/.git/tables/ab/cdef.removed"); // as a killed one leaves it
     ok("gc --days 0");
@@ -180,8 +162,7 @@ TEST_F(Gc, PacksWhatWasCommitted) {
     for (const auto &[name, content] : before)
         EXPECT_TRUE(name.find("/objects/") == name.npos || test::read(name) == content) << name;
     draw(last);
-    ok("commit -m last plan.dwx");
-    ok("gc");
+    play("commit -m last plan.dwx; gc");
     EXPECT_EQ(count("count"), 0u);
     EXPECT_EQ(count("packs"), 1u);
     git("fsck --strict --no-dangling");
@@ -206,31 +187,6 @@ TEST_F(Gc, PacksWhatWasCommitted) {
     EXPECT_EQ(count("packs"), 2u);
     git("fsck --strict --no-dangling");
     ok("verify");
-}
-
-// At whatever moment it dies, the next command finds all.
-TEST_F(Gc, IsKilledAnywhere) {
-    leave_rows();
-    for (int i = 0; i < 8; ++i) {
-        draw(plan_with(std::to_string(100 + i)));
-        ok("commit -m " + std::to_string(i) + " plan.dwx");
-    }
-    ok("gc --days 0 --dry-run");
-    sh("cp -a . ../sound");
-    int cut = 0;
-    for (int step = 1; step <= 12; ++step) {
-        sh("find . -mindepth 1 -delete && cp -a ../sound/. . && \"$ZEV_BIN\" gc --days 0 && "
-           "cp -an ../sound/.git/objects/. .git/objects/"); // noted, and to be packed again
-        const std::string seconds = std::to_string(0.012 * step);
-        sh("timeout -s KILL " + seconds + " \"$ZEV_BIN\" gc --days 0 >../said 2>&1 || true");
-        const auto said = [&] { return test::read(fs::path(home) / "said"); };
-        cut += said().find("objects ") == std::string::npos;
-        EXPECT_EQ(zev(root, "verify >../said 2>&1").code, 0) << seconds << said();
-        git("fsck --strict --no-dangling");
-        EXPECT_TRUE(comes_out("HEAD", plan_with("107")));
-        EXPECT_TRUE(comes_out("HEAD~9", test_data("plan.dxf")));
-    }
-    EXPECT_GT(cut, 0);
 }
 
 } // namespace

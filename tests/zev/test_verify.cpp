@@ -11,13 +11,8 @@ struct Verify : CopyTest {
 
     void SetUp() override {
         CopyTest::SetUp();
-        import("12.5");
-        ok("add plan.dwx");
-        ok("commit -m First");
-    }
-    void import(const std::string &radius) {
-        write("plan.dxf", plan_with(radius));
-        ok("import plan.dxf");
+        draw(plan_with("12.5"));
+        play("add plan.dwx; commit -m First");
     }
 };
 
@@ -59,7 +54,7 @@ TEST_F(Verify, EndsWhereAShallowCloneDoes) {
 
 // Rows of another copy under this one's keys, and older drawings, which have no digest.
 TEST_F(Verify, ComparesRowsWithWhatWasImported) {
-    import("13.5");
+    draw(plan_with("13.5"));
     ok("commit -m Second plan.dwx");
     const auto put = [&](const DrawingKey &key, const std::string &row) {
         auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
@@ -76,44 +71,11 @@ TEST_F(Verify, ComparesRowsWithWhatWasImported) {
     EXPECT_NE(found.out.find("1 problem\n"), std::string::npos) << found.out;
     EXPECT_EQ(code("diff plan.dwx HEAD~1 HEAD"), 1);
     EXPECT_EQ(zev(root, "export plan.dwx - --rev HEAD 2>/dev/null").out, plan_with("13.5"));
-    ok("branch old HEAD~1");
-    ok("switch old");
+    play("branch old HEAD~1; switch old");
     EXPECT_NE(both("merge master").out.find("other rows"), std::string::npos);
     put({1, UINT64_MAX - 1}, "{}");
     EXPECT_EQ(zev(root, "verify").code, 0);
     EXPECT_EQ(code("diff plan.dwx HEAD~1 HEAD"), 0);
-}
-
-TEST_F(Verify, LooksAtWhatItIsAskedFor) {
-    auto repository = test::guard(zRepositoryOpen((dir / u"copy").c_str()), zRepositoryFree);
-    const auto damages = [&](uint32_t parts, const Notify *notify = nullptr) {
-        VerifySpec spec{};
-        spec.parts = parts;
-        spec.notify = notify;
-        VerifyCounts counts{};
-        return zVerify(&counts, repository.get(), &spec) ? static_cast<int>(counts.damages) : -1;
-    };
-    fs::remove_all(git + "tables");
-    EXPECT_EQ(damages(Z_VERIFY_ALL), 1);
-    EXPECT_EQ(damages(Z_VERIFY_TABLES), 1);
-    EXPECT_EQ(damages(Z_VERIFY_ALL & ~Z_VERIFY_TABLES), 0);
-    EXPECT_EQ(damages(0), -1);
-    Notify broken{};
-    broken.usrbrk = [](const Notify *) { return true; };
-    EXPECT_EQ(damages(Z_VERIFY_ALL, &broken), -1);
-    EXPECT_EQ(zErrorClass(), 6);
-}
-
-TEST_F(Verify, ReadsAnArchive) {
-    const std::string list = "find .git -printf '%P %s %T@\n' | sort";
-    sh("chmod -R a-w .");
-    const std::string before = sh(list);
-    EXPECT_EQ(zev(root, "verify").code, 0);
-    EXPECT_EQ(zev(root, "export plan.dwx -").out, test_data("plan.dxf"));
-    test::write(home + "/other.dxf", "0\nSECTION\n2\nENTITIES\n0\nENDSEC\n0\nEOF\n");
-    EXPECT_NE(code("import ../other.dxf plan.dwx"), 0);
-    EXPECT_EQ(sh(list), before);
-    sh("chmod -R u+w .");
 }
 
 } // namespace

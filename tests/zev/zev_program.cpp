@@ -1,5 +1,6 @@
 #include "zev_program.hpp"
 
+#include <algorithm>
 #include <pty.h>
 #include <sstream>
 #include <sys/wait.h>
@@ -105,6 +106,13 @@ std::string CopyTest::ok(const std::string &arguments) {
     return outcome.out;
 }
 
+void CopyTest::play(const std::string &commands) {
+    for (size_t at = 0, end; at < commands.size(); at = end + 2) {
+        end = std::min(commands.find("; ", at), commands.size());
+        ok(commands.substr(at, end - at));
+    }
+}
+
 std::string CopyTest::git(const std::string &arguments) {
     return test::run("git -C '" + root +
                      "' -c core.quotepath=off -c user.name=Ada -c user.email=ada@example.org " +
@@ -122,6 +130,11 @@ void CopyTest::keep(const std::vector<std::string> &names, const std::string &me
     for (const std::string &name : names) write(name, message + " " + name);
     ok("add .");
     ok("commit -m " + message);
+}
+
+void CopyTest::draw(const std::string &dxf, const std::string &drawing) {
+    test::write(home + "/in.dxf", dxf);
+    ok("import ../in.dxf " + drawing);
 }
 
 bool CopyTest::there(const std::string &name) {

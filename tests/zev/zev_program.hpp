@@ -44,12 +44,14 @@ struct CopyTest : testing::Test {
 
     void SetUp() override;
     std::string ok(const std::string &arguments); // what it says, stderr too
+    void play(const std::string &commands);       // several, with "; " between them
     int code(const std::string &arguments) { return zev(root, arguments + " 2>/dev/null").code; }
     std::string git(const std::string &arguments); // the same of the system's git
     std::string sh(const std::string &command);    // and of a shell there
     Outcome both(const std::string &arguments) { return zev(root, arguments + " 2>&1"); }
     std::string out(const std::string &arguments) { return zev(root, arguments).out; }
     void keep(const std::vector<std::string> &names, const std::string &message); // a commit
+    void draw(const std::string &dxf, const std::string &drawing = "plan.dwx");   // by an import
     bool there(const std::string &name);
     void write(const std::string &name, const std::string &text) {
         test::write(root + "/" + name, text);
