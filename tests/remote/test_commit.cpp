@@ -10,6 +10,14 @@ using namespace test;
 
 namespace {
 
+// The system's allocator can be used by a child whatever the server's thread was at when it began;
+// that of GCC's ASan it may find locked, for ever.
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kForksBesideThreads = false;
+#else
+constexpr bool kForksBesideThreads = true;
+#endif
+
 struct CommitTest : Team {
     void SetUp() override {
         Team::SetUp();
@@ -144,6 +152,7 @@ TEST_F(CommitTest, ABreakAtAnyMomentTakesItBack) {
 // At each line that the host is told: the work is there, and shows as not committed until the
 // server has it; the next update doesn't take it back.
 TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
+    if (!kForksBesideThreads) GTEST_SKIP();
     copy.put("plan", "second"), copy.put("new", "n"), fs::remove(copy.place / "notes/b");
     const auto work = [&] { return copy.at("plan") + copy.at("new") + copy.at("notes/b"); };
     for (int n = 0, alive = 1; alive; ++n) {
@@ -170,6 +179,7 @@ TEST_F(CommitTest, WhoeverDiesInItLosesNothing) {
 
 // Git packs even a reference that came with the commit; it has no file to be taken away then.
 TEST_F(CommitTest, WhoeverDiesInTheFirstLosesNothing) {
+    if (!kForksBesideThreads) GTEST_SKIP();
     make_project(service, "ann/empty");
     Copy first{dir.path() / "empty", "ann"};
     ASSERT_OK(zShellCheckout(wide(relay.url("ann/empty")).c_str(), first.place.u16string().c_str(),
