@@ -160,9 +160,8 @@ namespace {
 // that a failure and a crash put back.
 bool stands_as_locked(const UpdateContext &context, const std::optional<Oid> &head) {
     if (head && context.stand && zOidIsEqual(&*head, &*context.stand)) return true;
-    if (is_as_locked(context.transaction.get(), zBranchMerge(context.head.get()))) return true;
-    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
-    return fail_git(GIT_EMODIFIED);
+    return is_as_locked(context.transaction.get(), zBranchMerge(context.head.get())) ||
+           fail_moved();
 }
 
 } // namespace

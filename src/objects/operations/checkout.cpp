@@ -127,8 +127,7 @@ bool Checkout::resolve_base() {
 bool Checkout::is_base(const std::optional<Oid> &tip) const {
     const Oid *base = base_commit_ ? zCommitId(base_commit_.get()) : nullptr;
     if (base ? tip && zOidIsEqual(base, &*tip) : !tip) return true;
-    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
-    return fail_git(GIT_EMODIFIED);
+    return fail_moved();
 }
 
 // Under a lock of our own nothing in memory counts that the file doesn't hold: it may be what an

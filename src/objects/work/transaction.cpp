@@ -180,6 +180,11 @@ bool is_as_locked(const Transaction *transaction, const zwchar *reference) {
     return taken != transaction->locks.end() && !transaction->has_moved(*taken, nullptr);
 }
 
+Failure fail_moved() {
+    git_error_set_str(GIT_ERROR_REFERENCE, "the branch has moved");
+    return fail_git(GIT_EMODIFIED);
+}
+
 // The index comes first: a copy of a branch alone is not followed, but over a server.
 bool expire_locks(Transaction *transaction) {
     transaction->check_state();

@@ -23,6 +23,8 @@ void roll_back_all(Transaction *transaction, const Oid *own);
 
 // Whether a reference, by its full name, stands where it was when it was locked.
 bool is_as_locked(const Transaction *transaction, const zwchar *reference);
+// For a branch that git moved while an operation was at work: its failure, as of libgit2.
+Failure fail_moved();
 
 // Once all is done, before it is synced: from now on only we can go back. What a crash leaves of
 // the locks, and a loss of power brings back of them, takes nothing back. Where that fails recovery
