@@ -294,6 +294,9 @@ BrokenTest::Healthy BrokenTest::play_healthy(Operate run) {
     EXPECT_OK(run(first, relay));
     const auto asked = relay.asked();
     healthy.requests = asked.size();
+    // A commit that the server makes in the same second is ours by its id, and isn't fetched.
+    const auto is_commit = [](const Asked &one) { return one.line.ends_with("/commits"); };
+    if (commits_ && is_commit(asked.end()[-2])) --healthy.requests;
     const auto is_rights = [](const Asked &one) { return one.line.ends_with("/rms"); };
     healthy.rights = size_t(std::ranges::find_if(asked, is_rights) - asked.begin());
     for (size_t n = 0; n < asked.size(); ++n)
