@@ -19,8 +19,10 @@
 #include "common/errno.hpp"
 #include "common/error_class.hpp"
 #include "objects/conflict/conflict.hpp"
+#include "objects/store/commit.hpp"
 #include "objects/store/diff.hpp"
 #include "objects/store/pathspec.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/tree_pairs.hpp"
 #include "objects/work/file_mode.hpp"
@@ -227,8 +229,9 @@ class Replay {
 
 bool Replay::find_base() {
     const zwchar *name = zBranchMerge(commit_.upstream.get());
-    if (!zReferenceExists(commit_.repository, name)) return true;
-    base_.reset(zTreeByref(commit_.repository, name));
+    const std::optional<bool> there = reference_there(commit_.repository, name);
+    if (there == false) return true;
+    if (there) base_.reset(zTreeByref(commit_.repository, name));
     return base_ || tell(commit_, kUnmerged);
 }
 
@@ -381,9 +384,13 @@ bool Replay::run() {
     if (!tree) return tell(commit_, kUnmerged);
     if (!is_up_to_date(tree.get())) return false;
     const git_commit *made = made_->handle.get();
-    const CommitPtr replayed(zCommitCreate(zBranchMerge(commit_.upstream.get()),
-                                           to_wide(git_commit_author(made)->name).c_str(),
-                                           to_wide(git_commit_message(made)).c_str(), tree.get()));
+    const zwchar *name = zBranchMerge(commit_.upstream.get());
+    const auto has_base_still = [&] { // or the commit would take from it all that it doesn't change
+        return reference_there(commit_.repository, name) == (base_ != nullptr) || fail_moved();
+    };
+    const CommitPtr replayed(commit_create(name, to_wide(git_commit_author(made)->name).c_str(),
+                                           to_wide(git_commit_message(made)).c_str(), tree.get(),
+                                           has_base_still));
     return replayed || tell(commit_, kUnmerged);
 }
 

@@ -11,6 +11,7 @@
 #include "objects/operations/checkout.hpp"
 #include "objects/store/branch.hpp"
 #include "objects/store/commit.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/work/file_mode.hpp"
 #include "objects/work/treebuilder.hpp"
@@ -185,10 +186,9 @@ bool Reset::fetch_target() {
 // The branch's tree without what is selected; an empty one where it has none.
 BuilderPtr Reset::head_without_selection(TreePtr &tree) {
     const zwchar *name = zBranchMerge(context_.head.get());
-    if (zReferenceExists(repository(), name)) {
-        tree.reset(zTreeByref(repository(), name));
-        if (!tree) return nullptr;
-    }
+    const std::optional<bool> there = reference_there(repository(), name);
+    if (there == true) tree.reset(zTreeByref(repository(), name));
+    if (there != false && !tree) return nullptr;
     BuilderPtr builder(zTreeBuilderNew(repository(), tree.get()));
     if (!builder || !tree) return builder;
     const bool done = each_selected(tree.get(), context_.paths(), [&](const char *path, auto *) {

@@ -48,6 +48,24 @@ TEST_F(ReferenceTest, GoesWithItsLogAndOnlyFromWhereItWasSeen) {
     EXPECT_FALSE(std::filesystem::exists(place / ".git/logs/refs/heads/deep/topic"));
 }
 
+// Else the next commit would take away all that it doesn't change.
+TEST_F(ReferenceTest, WhatCantBeReadIsNotAbsent) {
+    ASSERT_OK(commit({{u"a", "1"}}, u"one"));
+    const std::string branch = git(place, "symbolic-ref HEAD");
+    write(place / ".git" / branch, "damaged\n");
+    const Held<Branch, zBranchFree> head(zBranchHead(repository.get()));
+    EXPECT_FALSE(zBranchUnborn(head.get()));
+    const Held<RevSpec, zRevSpecFree> all(zRevSpecNew());
+    EXPECT_FALSE((Held<RevList, zRevListFree>(zRevListBuild(repository.get(), all.get()))));
+    const auto index = [&] {
+        return Held<Index, zIndexFree>(zIndexByref(repository.get(), nullptr));
+    };
+    EXPECT_FALSE(index());
+    std::filesystem::remove(place / ".git" / branch);
+    EXPECT_TRUE(zBranchUnborn(head.get()));
+    EXPECT_OK(index());
+}
+
 TEST_F(ReferenceTest, WalkSkipsLockFiles) {
     CommitPtr made = commit({{u"a", "1"}});
     git(place, "tag v1");

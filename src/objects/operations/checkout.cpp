@@ -21,6 +21,7 @@
 #include "common/utf.hpp"
 #include "objects/notify/left.hpp"
 #include "objects/store/commit.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/tree.hpp"
 #include "objects/work/treebuilder.hpp"
@@ -116,8 +117,9 @@ bool Checkout::find_target() {
 // A branch that is not born has neither commit nor tree; one that can't be read is a failure.
 bool Checkout::resolve_base() {
     const zwchar *reference = zBranchMerge(branch_.get());
-    if (!zReferenceExists(repository_, reference)) return true;
-    base_commit_.reset(zCommitByref(repository_, reference));
+    const std::optional<bool> there = reference_there(repository_, reference);
+    if (there == false) return true;
+    if (there) base_commit_.reset(zCommitByref(repository_, reference));
     if (base_commit_) base_tree_.reset(zCommitTree(base_commit_.get()));
     return base_tree_ || tell(u"odb.eFailedToResolveTree_s", reference);
 }

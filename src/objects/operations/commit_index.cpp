@@ -14,6 +14,7 @@
 #include "objects/notify/notify.hpp"
 #include "objects/store/bulk.hpp"
 #include "objects/store/commit.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/work/left.hpp"
 #include "objects/work/status.hpp"
@@ -162,8 +163,9 @@ std::string_view bare_path(const Change &change) {
 }
 
 bool PartialCommit::find_head() {
-    if (zRepositoryHeadUnborn(index_->owner)) return true;
-    head_.reset(zTreeHead(index_->owner));
+    const std::optional<bool> born = head_born(index_->owner);
+    if (born == false) return true;
+    if (born) head_.reset(zTreeHead(index_->owner));
     return head_ != nullptr;
 }
 
@@ -303,7 +305,7 @@ TreePtr PartialCommit::update_head() {
 
 // The same by an index of the whole tree.
 TreePtr PartialCommit::rebuild() {
-    IndexPtr whole(zIndexByref(index_->owner, nullptr));
+    IndexPtr whole(head_ ? zIndexBytree(head_.get()) : zIndexNew(index_->owner));
     if (!whole) return nullptr;
     for (const Change &change : changes_)
         if (is_gone(change) && !index_drop(whole.get(), change.path.c_str())) return nullptr;

@@ -6,6 +6,7 @@
 #include "objects/store/branch.hpp"
 #include "objects/store/config.hpp"
 #include "objects/store/object.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/repository.hpp"
 #include "zev/oid.h"
 #include "zev/reference.h"
@@ -123,9 +124,11 @@ const zwchar *zBranchOrigin(const Branch *branch) {
     return branch->origin ? branch->origin.get() : branch->merge.get();
 }
 
-bool zBranchUnborn(const Branch *branch) {
+bool zBranchUnborn(const Branch *branch) try {
     if (!branch) return fail_args(), true;
-    return !zReferenceExists(branch->owner, branch->merge.get());
+    return reference_there(branch->owner, branch->merge.get()) == false;
+} catch (...) {
+    return fail_thrown();
 }
 
 Reference *zBranchReference(const Branch *branch) {

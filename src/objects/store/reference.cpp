@@ -248,6 +248,21 @@ bool zReferenceExists(Repository *repository, const zwchar *name) try {
     return fail_thrown();
 }
 
+std::optional<bool> zev::reference_there(Repository *repository, const zwchar *name) {
+    git::Reference found;
+    const int code =
+        git_reference_lookup(out(found), repository->handle.get(), to_utf8(name).c_str());
+    if (code < 0 && code != GIT_ENOTFOUND) return fail_git(code), std::nullopt;
+    git_error_clear();
+    return !code;
+}
+
+std::optional<bool> zev::head_born(Repository *repository) {
+    const int code = git_repository_head_unborn(repository->handle.get());
+    if (code < 0) return fail_git(code), std::nullopt;
+    return !code;
+}
+
 bool zReferenceForeach(Repository *repository, ReferenceCallback callback, void *context) {
     if (!repository || !callback) return fail_args();
     Owned<git_reference_iterator, git_reference_iterator_free> names;

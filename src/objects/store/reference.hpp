@@ -4,6 +4,7 @@
 #include "objects/store/repository.hpp"
 #include "zev/reference.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -18,6 +19,12 @@ struct Reference {
 namespace zev {
 
 using ReferencePtr = Owned<Reference, zReferenceFree>;
+
+// Whether there is a reference of a full name, and whether the repository's head has a commit:
+// none, raised, where that can't be told. What can't be read must not count as what isn't there:
+// whoever goes on as from nothing takes away what is.
+std::optional<bool> reference_there(Repository *repository, const zwchar *name); // may throw
+std::optional<bool> head_born(Repository *repository);
 
 // Where the file of a reference lies, or would, with a last slash. HEAD and its like, and what a
 // bisection notes, each worktree has for itself; all others lie where the worktrees share them.

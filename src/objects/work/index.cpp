@@ -5,6 +5,7 @@
 #include "common/utf.hpp"
 #include "objects/store/commit.hpp"
 #include "objects/store/pathspec.hpp"
+#include "objects/store/reference.hpp"
 #include "objects/store/strict.hpp"
 #include "objects/store/sweep.hpp"
 #include "system/flock.hpp"
@@ -318,7 +319,9 @@ Index *zIndexHead(Repository *repository, bool lock) {
 Index *zIndexByref(Repository *repository, const zwchar *reference) {
     if (!repository) return fail_args();
     const bool head = !reference || std::u16string_view(reference) == u"HEAD";
-    if (head && zRepositoryHeadUnborn(repository)) return zIndexNew(repository);
+    const std::optional<bool> born = head ? head_born(repository) : true;
+    if (!born) return nullptr;
+    if (!*born) return zIndexNew(repository);
     TreePtr tree(zTreeByref(repository, head ? u"HEAD" : reference));
     return tree ? zIndexBytree(tree.get()) : nullptr;
 }
