@@ -184,7 +184,7 @@ bool none_left(CommitContext &commit) {
 }
 
 bool commit_locally(CommitContext &commit) {
-    const IndexPtr index(zIndexHead(commit.repository, false));
+    const IndexPtr index = index_of_holder(commit.repository);
     if (!index) return tell(commit, u"odb.eUnableToOpenIndex");
     bool found = false;
     if (!look_for_conflicts(commit, index.get(), found)) return false;

@@ -62,7 +62,7 @@ bool is_settled(UpdateContext &context, const Index *index) {
 bool commit_ground(UpdateContext &context, const Standing &standing, Tree *ground) {
     const std::span<const Oid> base(standing.base ? &*standing.base : nullptr,
                                     standing.base.has_value());
-    const IndexPtr index(zIndexHead(context.repository, false));
+    const IndexPtr index = index_of_holder(context.repository);
     if (!index) return context.tell(u"odb.eUnableToOpenIndex");
     if (!is_settled(context, index.get())) return false;
     const CommitPtr made(commit_create(

@@ -251,7 +251,7 @@ bool Reset::drop_unknown(Index *index, Tree *head) {
 bool Reset::commit_head() {
     const TreePtr tree = build_head();
     if (!tree) return false;
-    const IndexPtr index(zIndexHead(repository(), false));
+    const IndexPtr index = index_of_holder(repository());
     if (!index) return context_.tell(u"odb.eUnableToOpenIndex");
     const auto save = [&] {
         return index_stands(index.get()) && drop_unknown(index.get(), tree.get()) &&

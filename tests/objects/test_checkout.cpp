@@ -392,6 +392,22 @@ TEST_F(CheckoutTest, TakesNoOtherCommitBack) {
     }
 }
 
+// Nor does a host that looks while git has written: what it was shown took the place of what came
+// in.
+TEST_F(CheckoutTest, EndsWhereALookTookItsIndex) {
+    static std::function<void()> meanwhile;
+    report.progress = [](const Notify *, const zwchar *) { std::exchange(meanwhile, [] {})(); };
+    const std::string head = git(place, "rev-parse HEAD");
+    meanwhile = [this] {
+        put("later", "mine");
+        git_as("add later");
+        EXPECT_OK(IndexPtr(zIndexHead(repository.get(), false)));
+    };
+    EXPECT_FALSE(checkout());
+    EXPECT_EQ(git(place, "rev-parse HEAD"), head);
+    EXPECT_EQ(git(place, "diff --name-only --cached"), "later");
+}
+
 // An empty file is what a process leaves that dies before it writes.
 TEST_F(CheckoutTest, GoesOnWhereOneWasKilled) {
     put("untracked", "");

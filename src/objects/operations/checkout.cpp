@@ -137,7 +137,7 @@ bool Checkout::is_base(const std::optional<Oid> &tip) const {
 bool Checkout::make_states() {
     check_state(State::prepared);
     const bool locked = zCheckSpecIsOff(spec_.get(), Z_CHECK_NO_LOCKS);
-    index_.reset(zIndexHead(repository_, false));
+    index_ = index_of_holder(repository_);
     if (!index_ || (locked && !zIndexRead(index_.get(), true)))
         return tell(u"odb.eUnableToOpenIndex");
     target_tree_.reset(zTreePeel(target_.get()));

@@ -317,6 +317,12 @@ Index *zIndexHead(Repository *repository, bool lock) {
 
 // An unborn head has no tree, and its index no entries.
 Index *zIndexByref(Repository *repository, const zwchar *reference) {
+IndexPtr zev::index_of_holder(Repository *repository) {
+    IndexPtr index(zIndexHead(repository, false));
+    if (index && !repository->writer) repository->writer = index.get();
+    return index;
+}
+
     if (!repository) return fail_args();
     const bool head = !reference || std::u16string_view(reference) == u"HEAD";
     const std::optional<bool> born = head ? head_born(repository) : true;
@@ -349,7 +355,7 @@ Index *zIndexDup(Index *index) {
 
 void zIndexFree(Index *index) {
     if (!index) return;
-    if (index->lock) index->owner->writer = nullptr;
+    if (index->owner->writer == index) index->owner->writer = nullptr;
     if (index->dirty && git_index_path(index->handle.get())) drop_changes(index);
     delete index;
 }

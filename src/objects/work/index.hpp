@@ -61,6 +61,10 @@ class IndexLook {
     bool force_; // whatever the file says, it is read
 };
 
+// zIndexHead without a lock of its own, for one who has it in a transaction: what his callbacks
+// look at leaves his changes alone, or he hears of it.
+IndexPtr index_of_holder(Repository *repository);
+
 // ---- Entries and what the system says of their files
 
 // Times, device, inode, owner and size; the mode is left alone. libgit2 compares these fields to
