@@ -414,3 +414,11 @@ TEST_F(CheckoutTest, GoesOnWhereOneWasKilled) {
     ASSERT_OK(checkout());
     expect_as();
 }
+TEST_F(CheckoutTest, LeavesAnEmptyFileToWhoeverHasItOpen) {
+    put("untracked", "");
+    const Held<Share, zShareClose> open(
+        zShareOpen((place / "untracked").u16string().c_str(), u"r+b", Z_SHARE_NONE));
+    ASSERT_OK(checkout());
+    EXPECT_EQ(at("untracked"), "");
+    EXPECT_EQ(at("new/file"), "side new");
+}

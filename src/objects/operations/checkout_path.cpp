@@ -343,6 +343,7 @@ Outcome Checkout::add(CheckoutStep &step) {
     make_way(step, state_of(step));
     const FileState state = state_of(step);
     const bool hollow = is_hollow(step);
+    if (hollow && !free_file(step)) return Outcome::skipped; // whoever has it open may write yet
     if (hollow || (can_place(step, state) && !holds_ours(step))) {
         if (writer_->place(theirs, hollow)) return Outcome::added;
         // What stands in the way makes it a conflict, else it just can't come in.
