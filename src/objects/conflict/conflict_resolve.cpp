@@ -384,6 +384,13 @@ bool zConflictNodeResolve(Index *index, ConflictNode *node) try {
     return fail_thrown();
 }
 
+// What was done goes with the index that couldn't be saved: the next try meets all of it again.
+static void take_back(Index *index, const std::vector<ConflictNode *> &nodes) {
+    const KeptFailure kept;
+    for (ConflictNode *node : nodes) node->resolved = false;
+    zIndexRead(index, true);
+}
+
 bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
     if (!index || !analysis) return fail_args();
     analysis->index = index;
@@ -395,9 +402,10 @@ bool zConflictResolve(Index *index, ConflictAnalysis *analysis) try {
         resolve_nodes(index, nodes, [&](auto &node, bool done) { report.node(node, done); });
         zIndexFixupFilemode(index, nullptr);
     } catch (...) {
-        return fail_thrown(), notify_abort(notify), false;
+        return fail_thrown(), take_back(index, nodes), notify_abort(notify), false;
     }
     if (!zIndexWrite(index)) {
+        take_back(index, nodes);
         notify_error(notify, u"odb.eFailedToSaveIndex");
         return notify_abort(notify), false;
     }
