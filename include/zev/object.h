@@ -51,8 +51,8 @@ ZEV_API const void *zBlobData(const Blob *blob, uint64_t *size); // lent; `size`
 ZEV_API bool zBlobExport(Blob *blob, const zwchar *path, const zwchar *mode);
 
 // Puts the blob at a path below the work tree, through the filters that hold there (line ends and
-// the like), and makes the directories on the way. A path that leads out of the tree or into .git
-// is class 2; a directory on the way that is a symbolic link is refused.
+// the like; a drawing stays as it is), and makes the directories on the way. A path that leads out
+// of the tree or into .git is class 2; a directory on the way that is a symbolic link is refused.
 ZEV_API bool zBlobCheckout(Blob *blob, const zwchar *path);
 
 ZEV_API Tag *zTagByid(Repository *repository, const Oid *id);

@@ -19,6 +19,21 @@ void age(const fs::path &path, int seconds) {
     utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
+// Until the clock of the file system has gone on since `path` changed.
+void outlast(const fs::path &path) {
+    struct stat last {
+    }, now{};
+    ASSERT_EQ(stat(path.c_str(), &last), 0);
+    const auto is_later = [&] {
+        return now.st_ctim.tv_sec != last.st_ctim.tv_sec ||
+               now.st_ctim.tv_nsec != last.st_ctim.tv_nsec;
+    };
+    do {
+        ASSERT_EQ(utimensat(AT_FDCWD, path.parent_path().c_str(), nullptr, 0), 0);
+        ASSERT_EQ(stat(path.parent_path().c_str(), &now), 0);
+    } while (!is_later());
+}
+
 } // namespace
 
 // Unchanged ones are selected just the same, on both roads, and a file where a directory was.
@@ -92,8 +107,7 @@ TEST_F(StatusTest, LockedStatusKeepsNewTimes) {
     for (int i = 0; i < 20; ++i) age(place / ("f" + std::to_string(i)), 3600 + i);
     put("edited", "other");
     age(place / "edited", 3600);
-    const timespec pause{0, 20'000'000}; // times behind the lock's own are not trusted
-    nanosleep(&pause, nullptr);
+    outlast(place / "edited"); // times as new as the lock's own are not trusted
     EXPECT_NE(git(place, "diff-files"), "");
     const std::string tree = git(place, "write-tree");
     {
@@ -108,6 +122,23 @@ TEST_F(StatusTest, LockedStatusKeepsNewTimes) {
     age(place / "f0", 7200);
     ASSERT_OK(StatusPtr(zStatusListBuild(index.get(), nullptr)));
     EXPECT_EQ(git(place, "diff --cached --name-only"), "");
+}
+
+// Whatever an attribute says of all files, a drawing is stored, compared and written as it is.
+TEST_F(StatusTest, NeverConvertsDrawings) {
+    const std::string bytes = "VANE ZEV\nand\r\nmore\n";
+    put(".gitattributes", "* text eol=crlf\n"), put("plan.dwx", bytes), put("text", "a\n");
+    commit_all();
+    EXPECT_EQ(git(place, "cat-file -s HEAD:plan.dwx"), std::to_string(bytes.size()));
+    for (const char *file : {"plan.dwx", "text"}) age(place / file, 3600);
+    const auto look = spec({}, Z_SPEC_NO_UNCHANGED);
+    EXPECT_EQ(status(look.get()), Kinds());
+    put("plan.dwx", bytes + "x");
+    EXPECT_EQ(status(look.get()), (Kinds{{"plan.dwx", Z_KIND_MODIFIED}}));
+    const Oid id = parsed(git(place, "rev-parse HEAD:plan.dwx"));
+    const Held<Blob, zBlobFree> committed(zBlobByid(repository.get(), &id));
+    ASSERT_OK(zBlobCheckout(committed.get(), u"theirs.dwx"));
+    EXPECT_EQ(read(place / "theirs.dwx"), bytes);
 }
 
 // libgit2 goes no deeper than 100 directories, and fails at the next.

@@ -77,7 +77,9 @@ bool write_through(const Blob *blob, const zwchar *path) {
     return fclose(file.release()) == 0 ? true : fail_errno(path);
 }
 
+// A drawing is never converted, whatever an attribute says of all files.
 bool load_filters(FilterList &filters, const Blob *blob, const char *name) {
+    if (is_drawing_name(name)) return true;
     const int code =
         git_filter_list_load(out(filters), git_blob_owner(blob->handle.get()), blob->handle.get(),
                              name, GIT_FILTER_TO_WORKTREE, GIT_FILTER_DEFAULT);

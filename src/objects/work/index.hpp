@@ -143,6 +143,7 @@ class Filters {
   public:
     explicit Filters(const Index *index);
     bool may_apply(std::string_view path);
+    bool are_set(std::string_view path); // by attributes or settings, be it a drawing or not
 
   private:
     bool in_directory(std::string_view directory); // by a .gitattributes in it or above

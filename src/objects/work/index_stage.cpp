@@ -86,8 +86,9 @@ Filters::Filters(const Index *index)
 
 // A drawing is never converted: no line of it ends anywhere, whatever an attribute says of all
 // files.
-bool Filters::may_apply(std::string_view path) {
-    if (is_drawing_name(path)) return false;
+bool Filters::may_apply(std::string_view path) { return !is_drawing_name(path) && are_set(path); }
+
+bool Filters::are_set(std::string_view path) {
     if (always_) return true;
     const size_t slash = path.rfind('/');
     return in_directory(slash == path.npos ? "" : path.substr(0, slash + 1));

@@ -67,6 +67,7 @@ class StatusScan {
     bool compare_rest(const std::vector<size_t> &sources, git_diff_options how);
     bool compare_workdir(git_diff_options &how);
     void collect_staged(const git_diff *diff, const std::vector<size_t> &sources);
+    bool is_touched_drawing(const git_diff_delta *delta, std::optional<Filters> &filters);
     void pair(const DiffLimit &limit);
     void add(const Staged *staged, const git_diff_delta *worked);
     void add_unchanged(const std::vector<const git_index_entry *> &entries);

@@ -10,6 +10,7 @@
 #include "objects/work/status.hpp"
 #include "objects/work/too_deep.hpp"
 
+#include "common/pathname.hpp"
 #include "common/utf.hpp"
 #include "objects/store/renames.hpp"
 #include "system/clock.hpp"
@@ -18,6 +19,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <unordered_set>
 
@@ -283,9 +285,37 @@ void StatusScan::add(const Staged *staged, const git_diff_delta *worked) {
     items_.push_back(item);
 }
 
+namespace {
+
+bool is_unchanged(const git_index_entry &entry, const zwchar *full, const struct stat &status,
+                  Filters &filters) {
+    if (!S_ISREG(status.st_mode) || filters.may_apply(entry.path)) return false;
+    git_oid id;
+    struct stat after;
+    return !git_odb_hashfile(&id, to_utf8(full).c_str(), GIT_OBJECT_BLOB) &&
+           git_oid_equal(&id, &entry.id) && os::lstat(full, &after) && same_stat(status, after);
+}
+
+} // namespace
+
+// libgit2 compares a drawing as its attributes would have it stored; it is stored as it is.
+bool StatusScan::is_touched_drawing(const git_diff_delta *delta, std::optional<Filters> &filters) {
+    const char *path = delta->new_file.path;
+    if (delta->status != GIT_DELTA_MODIFIED || !is_drawing_name(path)) return false;
+    if (!filters) filters.emplace(index_);
+    if (!filters->are_set(path)) return false;
+    const git_index_entry *entry = git_index_get_bypath(index_->handle.get(), path, 0);
+    struct stat status;
+    const std::u16string full = full_path(index_->owner, path);
+    return entry && os::lstat(full.c_str(), &status) &&
+           is_unchanged(*entry, full.c_str(), status, *filters);
+}
+
 // Both comparisons by one merge.
 void StatusScan::pair(const DiffLimit &limit) {
-    const auto worked = deltas_of(worked_.get());
+    auto worked = deltas_of(worked_.get());
+    std::optional<Filters> filters;
+    std::erase_if(worked, [&](auto *delta) { return is_touched_drawing(delta, filters); });
     items_.reserve(changes_.size() + worked.size());
     for (size_t s = 0, w = 0; s < changes_.size() || w < worked.size();) {
         int order = s == changes_.size() ? 1 : w == worked.size() ? -1 : 0;
@@ -330,15 +360,6 @@ void StatusScan::add_unchanged(const std::vector<const git_index_entry *> &entri
 // read again.
 
 namespace {
-
-bool is_unchanged(const git_index_entry &entry, const zwchar *full, const struct stat &status,
-                  Filters &filters) {
-    if (!S_ISREG(status.st_mode) || filters.may_apply(entry.path)) return false;
-    git_oid id;
-    struct stat after;
-    return !git_odb_hashfile(&id, to_utf8(full).c_str(), GIT_OBJECT_BLOB) &&
-           git_oid_equal(&id, &entry.id) && os::lstat(full, &after) && same_stat(status, after);
-}
 
 // Files that were read though they turned out to be unchanged?
 bool has_touched(const git_diff *worked) {
