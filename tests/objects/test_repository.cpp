@@ -102,6 +102,14 @@ TEST_F(RepositoryRecord, DestroyTakesLinksAndLongNames) {
         EXPECT_OK(destroy(path)) << length;
     }
     EXPECT_TRUE(fs::is_empty(dir.path()));
+    // Whoever may put a name here leads nothing out of the way, nor anybody's files into it.
+    const TempDir others;
+    test::write(others.path() / "kept/file", "another's");
+    fs::create_directory_symlink(others.path(), dir.path() / ".zev-removed");
+    git(dir.path(), "init -q " + place.string());
+    EXPECT_FALSE(destroy(place));
+    EXPECT_REFUSED(destroy(dir.path() / "none"), 3);
+    EXPECT_TRUE(fs::exists(place / ".git/HEAD") && fs::exists(others.path() / "kept/file"));
 }
 
 TEST_F(RepositoryRecord, AnotherUsersIsRefused) {

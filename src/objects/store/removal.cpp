@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <vector>
 
 namespace zev {
@@ -27,11 +28,15 @@ std::u16string above(const std::u16string &path) {
     return slash ? path.substr(0, slash) : u"/";
 }
 
+constexpr size_t kDrawn = 8; // digits that tell those of one name from each other
+
 struct Aside {
     std::u16string room, name; // the name as it is cut
 
     explicit Aside(std::u16string place);
     std::u16string draw() const;
+    bool is_own(std::u16string_view left) const;
+    bool is_room() const;
     bool sweep() const;
 };
 
@@ -47,11 +52,22 @@ Aside::Aside(std::u16string place) {
 
 std::u16string Aside::draw() const {
     Oid id;
-    zwchar digits[9];
-    if (!zOidRand(&id) || !zOidNFormat(digits, 8, &id)) return {};
+    zwchar digits[kDrawn + 1];
+    if (!zOidRand(&id) || !zOidNFormat(digits, kDrawn, &id)) return {};
     std::u16string path = room + u"/" + name + u"." + digits;
     if (path.size() < Z_PATH_MAX) return path;
     return fail_os(ENAMETOOLONG, path), std::u16string();
+}
+
+bool Aside::is_own(std::u16string_view left) const {
+    return left.size() == name.size() + 1 + kDrawn && left.starts_with(name + u".");
+}
+
+// Where somebody leads it elsewhere, what is there is nobody's to remove.
+bool Aside::is_room() const {
+    struct stat status;
+    if (!os::lstat(room.c_str(), &status)) return false;
+    return S_ISDIR(status.st_mode) || (errno = ENOTDIR, false);
 }
 
 // Whoever else removes it holds a lock beside it.
@@ -62,17 +78,17 @@ bool remove_left(const std::u16string &path) {
 
 bool Aside::sweep() const {
     std::vector<os::Name> names;
-    if (!os::read_dir(room.c_str(), &names)) return false;
+    if (!is_room() || !os::read_dir(room.c_str(), &names)) return false;
     bool found = false, done = true;
     for (const os::Name &left : names) {
         if (left.text == u"." || left.text == u"..") continue;
         if (const auto locked = locked_name(left.text); !left.directory && !locked.empty())
             zFlockPurge((room + u"/").append(locked).c_str());
         if (!left.directory) continue;
-        const bool is_own = left.text.starts_with(name + u".");
+        const bool own = is_own(left.text);
         const bool gone = remove_left(room + u"/" + left.text);
-        found |= is_own;
-        done &= gone || !is_own;
+        found |= own;
+        done &= gone || !own;
     }
     os::remove_dir(room.c_str());
     return found && done;
@@ -130,7 +146,7 @@ bool Leaving::remove_files() {
 std::u16string place_aside(const std::u16string &place) {
     const Aside aside(place);
     std::u16string path = aside.draw();
-    if (path.empty() || os::make_dirs(aside.room.c_str())) return path;
+    if (path.empty() || (os::make_dirs(aside.room.c_str()) && aside.is_room())) return path;
     return fail_errno(aside.room), std::u16string();
 }
 

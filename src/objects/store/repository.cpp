@@ -307,7 +307,9 @@ std::u16string place_of(Repository *repository, const std::u16string &path) {
 bool zRepositoryDestroy(const zwchar *path) try {
     if (!path) return fail_args();
     auto repository = Owned<Repository, zRepositoryFree>(zRepositoryOpen(path));
-    if (!repository) return sweep_aside(path) ? true : raise_not_found();
+    struct stat status; // what is there, and no repository that can be opened, stays
+    if (!repository)
+        return !os::lstat(path, &status) && sweep_aside(path) ? true : raise_not_found();
     const std::u16string place = place_of(repository.get(), path);
     repository.reset();
     return !place.empty() && remove_repository(place) == Removal::whole;
