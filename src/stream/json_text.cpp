@@ -3,7 +3,7 @@
 #include "common/json.hpp"
 
 #include "common/failure.hpp"
-
+#include "stream/stream.hpp"
 #include "zev/stream.h"
 
 #include <cstring>
@@ -14,13 +14,6 @@ using namespace zev;
 namespace {
 
 constexpr uint64_t kBlock = 65536;
-
-// Reads until `wanted` bytes are there or no more come: a socket gives them piece by piece.
-uint64_t read_fully(Stream *stream, char *at, uint64_t wanted) {
-    uint64_t count = 0, got = 1;
-    while (count < wanted && got) count += got = zStreamRead(stream, at + count, wanted - count);
-    return count;
-}
 
 // The stream's text in blocks, each behind what the one before left of its last token.
 Json *read_stream(Stream *stream, JsonBounds &bounds) {

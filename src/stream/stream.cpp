@@ -3,7 +3,7 @@
 //   floats     IEEE-754 binary32 and binary64, big-endian
 //   strings    length u32, big-endian, at most 0x4000000; then the bytes (wide text as UTF-8),
 //              without a terminator
-#include "zev/stream.h"
+#include "stream/stream.hpp"
 
 #include "common/failure.hpp"
 #include "common/guard.hpp"
@@ -23,6 +23,13 @@ void zStreamFree(Stream *stream) {
 uint64_t zStreamRead(Stream *stream, void *buffer, uint64_t count) {
     if (!stream) return fail_args(), 0;
     return stream->read(stream, buffer, count);
+}
+
+uint64_t zev::read_fully(Stream *stream, void *buffer, uint64_t wanted) {
+    auto *at = static_cast<uint8_t *>(buffer);
+    uint64_t count = 0, got = 1;
+    while (count < wanted && got) count += got = zStreamRead(stream, at + count, wanted - count);
+    return count;
 }
 
 uint64_t zStreamWrite(Stream *stream, const void *buffer, uint64_t count) {

@@ -19,6 +19,10 @@ Stream *temp_stream();
 // The same, but in memory as long as it is small.
 Stream *spill_stream();
 
+// Reads until `wanted` bytes are there or no more come: sockets and what decompresses give them
+// piece by piece. How many there are.
+uint64_t read_fully(Stream *stream, void *buffer, uint64_t wanted);
+
 // zStreamUncompress with a bound, for what comes from a peer: more than `most` bytes are class 5,
 // logged. At most one block beyond the bound is made before that is seen.
 Stream *uncompress_stream(Stream *stream, const zwchar *encoding, uint64_t most);

@@ -69,4 +69,17 @@ inline void damage_table(const std::filesystem::path &table, const std::string &
     }
 }
 
+// Flips a bit in the block behind that of a row whose value is larger than one, in a closed table
+// whose rows have moved so.
+inline void damage_behind(const std::filesystem::path &table, const std::string &value) {
+    for (auto &file : std::filesystem::directory_iterator(table)) {
+        if (file.path().extension() != ".ldb") continue;
+        std::string bytes = read(file);
+        const size_t found = bytes.find(value.substr(0, 64));
+        if (found == bytes.npos) continue;
+        bytes[found + value.size() + 16] ^= 1; // 13 bytes end the block
+        write(file, bytes);
+    }
+}
+
 } // namespace test

@@ -324,6 +324,43 @@ TEST_F(TableTest, DamageIsNoticed) {
     }));
 }
 
+// As what counts from 1 again would write over the rows of commits.
+TEST_F(TableTest, ADamagedTagStampsNothing) {
+    const std::string value = noise(20'000, 3);
+    ASSERT_OK(put(table.get(), {1, 1}, value) && zTableTagSet(table.get(), 7));
+    const std::filesystem::path path = zTablePath(table.get());
+    table = reopen();
+    const Oid id = *zTableId(table.get());
+    table.reset();
+    damage_behind(path, value);
+    table.reset(zTableByid(repository.get(), &id));
+    const DrawingPtr drawing(zDrawingNew(nullptr, nullptr));
+    EXPECT_FALSE(zDrawingObjectAdd(drawing.get(), table.get(), 1));
+    EXPECT_EQ(zErrorClass(), 13);
+    EXPECT_FALSE(zDrawingHeaderSet(drawing.get(), table.get()));
+    EXPECT_FALSE(zDrawingVbaProjectSet(drawing.get(), table.get(), "vba", 3));
+    EXPECT_EQ(zDrawingObjectCount(drawing.get()), 0u);
+    EXPECT_FALSE(zTableTagIncrement(table.get()));
+}
+
+TEST_F(TableTest, WhatCantBecomeOneKeepsItsFiles) {
+    const std::filesystem::path plans = dir.path() / "plans";
+    write(plans / "plan", "ann's");
+    std::filesystem::create_directories(plans / "LOCK");
+    EXPECT_FALSE(TablePtr(zTableOpen(plans.u16string().c_str(), true)));
+    EXPECT_TRUE(std::filesystem::exists(plans / "plan"));
+}
+
+// What decompresses gives less than asked for before its end.
+TEST_F(TableTest, TakesRowsPieceByPiece) {
+    std::string pairs;
+    for (uint64_t i = 0; i < 20; ++i) pairs += pair_of(raw({1, i}), noise(30'000, unsigned(i)));
+    const StreamPtr packed(zStreamCompress(stream_of(pairs + be32(0)).get(), u"gzip"));
+    const StreamPtr source(zUnzipStream(packed.get(), u"gzip"));
+    ASSERT_OK(zTableReadStream(table.get(), source.get()));
+    EXPECT_EQ(get(table.get(), {1, 19}), noise(30'000, 19));
+}
+
 TEST(KeyList, TravelsWholeOrInTrunks) {
     const std::vector<DrawingKey> list{{1, 2}, {0x0102030405060708, minus(1)}, {3, 4}};
     VectorPtr keys = keys_from(list);

@@ -24,8 +24,11 @@ int32_t compare_keys(const void *a, const void *b) {
     return (order > 0) - (order < 0);
 }
 
+// Null where the tag can't be read: under a lower one a committed row would be written over.
 DrawingKey *stamp(DrawingKey *key, Table *table, uint64_t object) {
-    *key = {zTableTagGet(table), object};
+    uint64_t tag = 0;
+    if (!read_tag(table, tag)) return nullptr;
+    *key = {tag, object};
     return key;
 }
 
@@ -36,14 +39,14 @@ DrawingKey *key_at(const Vector *keys, uint64_t index) {
 
 DrawingKey *add_key(Vector *keys, Table *table, uint64_t object) {
     DrawingKey key;
-    if (!zVectorPush(keys, stamp(&key, table, object))) return nullptr;
+    if (!stamp(&key, table, object) || !zVectorPush(keys, &key)) return nullptr;
     return key_at(keys, zVectorSize(keys) - 1);
 }
 
 // Through the vector, which then no longer counts as sorted.
 DrawingKey *set_key(Vector *keys, uint64_t index, Table *table, uint64_t object) {
     DrawingKey key;
-    if (!zVectorSet(keys, index, stamp(&key, table, object))) return nullptr;
+    if (!stamp(&key, table, object) || !zVectorSet(keys, index, &key)) return nullptr;
     return key_at(keys, index);
 }
 
@@ -173,7 +176,7 @@ DrawingKey *zDrawingVbaProjectSet(Drawing *drawing, Table *table, const void *da
         return nullptr;
     }
     DrawingKey key;
-    if (!zDrawingKeyPutData(table, stamp(&key, table, kVba), data, size)) return nullptr;
+    if (!stamp(&key, table, kVba) || !zDrawingKeyPutData(table, &key, data, size)) return nullptr;
     drawing->vba = key;
     return &drawing->vba;
 }

@@ -343,13 +343,6 @@ Drawing *zDrawingRead(const zwchar *path) try {
     return fail_thrown();
 }
 
-// Rows that a manifest names are on the disk before it is.
-static bool sync_rows(const zwchar *path) {
-    zwchar directory[Z_PATH_MAX];
-    const bool below = zPathRemoveLast(directory, path);
-    return os::sync_tree(below ? directory : u".") || fail_errno(path);
-}
-
 // A file that refuses writing is left alone: it would not be opened, only be replaced. So is a
 // link: what it leads to may lie in another repository than the rows, and to this one it is no
 // drawing.
@@ -364,7 +357,9 @@ bool zDrawingWrite(Drawing *drawing, const zwchar *path) try {
     if (!drawing || !path) return fail_args();
     std::vector<uint8_t> bytes;
     if (!encode_drawing(*drawing, bytes) || !check_target(path)) return false;
-    if (!sync_rows(path)) return false;
+    zwchar directory[Z_PATH_MAX];
+    const bool below = zPathRemoveLast(directory, path);
+    if (!sync_rows(below ? directory : u".", drawing->table)) return false; // before it names them
     return os::replace_file(path, bytes.data(), bytes.size()) || fail_errno(path);
 } catch (...) {
     return fail_thrown();

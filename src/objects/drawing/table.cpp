@@ -107,6 +107,12 @@ std::u16string shared_directory(const std::u16string &own) {
     return to_wide((std::filesystem::path(to_utf8(own)) / text).lexically_normal().string());
 }
 
+// Whether two directories lie on one file system, as far as they can be looked at.
+bool share_device(const zwchar *a, const zwchar *b) {
+    struct stat of_a, of_b;
+    return !os::stat(a, &of_a) || !os::stat(b, &of_b) || of_a.st_dev == of_b.st_dev;
+}
+
 // Files that hold rows. Where they stand without a CURRENT, LevelDB would begin anew, and delete
 // them.
 bool holds_rows(const zwchar *path) {
@@ -115,6 +121,15 @@ bool holds_rows(const zwchar *path) {
     return std::ranges::any_of(names, [](const os::Name &name) {
         const std::u16string_view text = name.text;
         return text.ends_with(u".ldb") || text.ends_with(u".sst") || text.ends_with(u".log");
+    });
+}
+
+// But for the lock that was taken.
+bool holds_nothing(const zwchar *path) {
+    std::vector<os::Name> names;
+    if (!os::read_dir(path, &names)) return false;
+    return std::ranges::all_of(names, [](const os::Name &name) {
+        return name.text == u"." || name.text == u".." || name.text.starts_with(kLockStem);
     });
 }
 
@@ -175,7 +190,7 @@ bool open_image(Table *table, const zwchar *path, int refusal) {
 bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool create) {
     if (is_archive(path)) return open_image(table, path, EROFS);
     if (!prepare_directory(path, utf8, create) || !take_lock(table)) return false;
-    const bool is_new = create && !has_current(path) && !holds_rows(path); // now that it is ours
+    const bool is_new = create && holds_nothing(path); // now that it is ours
     if (open_database(table, utf8, create)) return true;
     if (!is_new) return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
     const KeptFailure kept;
@@ -236,6 +251,19 @@ bool read_tag(Table *table, uint64_t &tag) {
     }
     tag = *table->tag;
     return true;
+}
+
+bool sync_rows(const zwchar *directory, const Oid &table) {
+    if (!os::sync_tree(directory)) return fail_errno(directory);
+    git_buf found = GIT_BUF_INIT; // without a repository nobody knows where they are
+    const Finally dispose([&] { git_buf_dispose(&found); });
+    if (git_repository_discover(&found, git::path(directory).c_str(), true, nullptr) < 0)
+        return git_error_clear(), true;
+    const std::u16string own = to_wide(found.ptr);
+    zwchar place[Z_PATH_MAX];
+    if (!table_in(place, own, shared_directory(own), &table) || share_device(directory, place))
+        return true;
+    return os::sync_tree(place) || fail_errno(place);
 }
 
 void discard_table(TablePtr table) {

@@ -93,6 +93,10 @@ bool has_table(Repository *repository, const Oid &id);
 // The tag; unlike zTableTagGet false, raised, where it can't be read.
 bool read_tag(Table *table, uint64_t &tag);
 
+// What was written below a directory is on the disk, and so are the rows of a table of the
+// repository around it, wherever they lie. May throw.
+bool sync_rows(const zwchar *directory, const Oid &table);
+
 // Closes a table that was just made and takes it away again.
 void discard_table(TablePtr table);
 

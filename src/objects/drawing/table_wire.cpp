@@ -110,7 +110,7 @@ uint64_t read_up_to(Stream *stream, std::vector<uint8_t> &buffer, uint64_t count
     while (done < count) {
         const uint64_t part = std::min(count - done, limits::step);
         if (buffer.size() < done + part) buffer.resize(done + part);
-        const uint64_t got = zStreamRead(stream, buffer.data() + done, part);
+        const uint64_t got = read_fully(stream, buffer.data() + done, part);
         done += got;
         if (got < part) break;
     }
@@ -200,7 +200,7 @@ Stream *zDrawingKeyVectorWriteTrunk(const Vector *keys, uint64_t limit, uint64_t
 Vector *zDrawingKeyVectorRead(Stream *stream) {
     if (!stream) return fail_args();
     uint8_t bytes[4];
-    if (zStreamRead(stream, bytes, sizeof bytes) != sizeof bytes) return nullptr;
+    if (read_fully(stream, bytes, sizeof bytes) != sizeof bytes) return nullptr;
     uint64_t left = load_u32(bytes);
     if (!left) return nullptr;
     constexpr uint64_t kStep = limits::step / sizeof(DrawingKey);
@@ -209,7 +209,7 @@ Vector *zDrawingKeyVectorRead(Stream *stream) {
         const uint64_t part = std::min(left, kStep);
         DrawingKey *slots = extend_keys(keys.get(), part);
         const uint64_t size = part * sizeof *slots;
-        if (!slots || zStreamRead(stream, slots, size) != size) return nullptr;
+        if (!slots || read_fully(stream, slots, size) != size) return nullptr;
         decode_keys(slots, part);
         left -= part;
     }
