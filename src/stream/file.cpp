@@ -121,5 +121,7 @@ bool zFileStreamRewind(Stream *stream) {
 
 uint64_t zFileStreamSize(Stream *stream) {
     FILE *file = file_of(stream);
-    return file ? zFileSize(file) : 0;
+    const uint64_t size = file ? zFileSize(file) : 0;
+    if (file) kept(stream, !ferror(file)); // what was buffered is written for it
+    return size;
 }

@@ -350,8 +350,10 @@ Stream *zStreamCompress(Stream *stream, const zwchar *encoding) try {
         return zStreamWrite(zip.get(), data, count) == count && effort.weigh() &&
                !zStreamError(zip.get());
     };
-    const bool whole = each_block(stream, state.block, kBlock, 0, pack);
-    if (!whole) return nullptr;
+    const uLong none = 0;
+    const bool unpacks = stream->read == zZipStreamRead;
+    const uLong &taken = unpacks ? record(stream)->z.total_in : none;
+    if (!each_block(stream, state.block, kBlock, taken, pack)) return nullptr;
     zZipStreamFinish(zip.get());
     if (zStreamError(zip.get())) return nullptr;
     state.below = nullptr; // done: freeing it has nothing to finish

@@ -27,6 +27,15 @@ std::string contents(Stream *stream) {
     return bytes;
 }
 
+// Lost with the buffer, as on a full disk, whoever had it written.
+TEST(FileStream, TellsOfLostBytesForGood) {
+    const auto full = guard(zFileStream(u"/dev/full", u"wb"), zStreamFree);
+    ASSERT_EQ(zStreamWrite(full.get(), "x", 1), 1u);
+    zStreamSize(full.get());
+    zStreamRewind(full.get());
+    EXPECT_TRUE(zStreamError(full.get()));
+}
+
 TEST(StreamEncoding, ValuesAreBigEndianAndComeBack) {
     auto stream = memory();
     EXPECT_EQ(zStreamWrInt64(stream.get(), INT64_MIN + 7), 8u);
