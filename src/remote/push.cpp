@@ -10,6 +10,7 @@
 #include "remote/push.hpp"
 
 #include "common/error_class.hpp"
+#include "common/text.hpp"
 #include "network/rest/repos/pack_stream.hpp"
 #include "objects/notify/left.hpp"
 #include "objects/store/diff.hpp"
@@ -402,9 +403,11 @@ bool Pushing::send_commit() {
     if (!zReferenceXform(update, Z_PATH_MAX, push_.remote->handle.get(),
                          zBranchMerge(push_.upstream)))
         return raise_not_found(zBranchMerge(push_.upstream)), fail(sent.summary);
-    JsonGuard query(zJsonNewObject(
-        u"tree", zJsonNewId(&tree_), u"author", zJsonNewString(push_.author), u"message",
-        zJsonNewString(push_.message), u"update", zJsonNewString(update), nullptr));
+    JsonGuard query(zJsonNewObject(u"tree", zJsonNewId(&tree_), u"author",
+                                   zJsonNewString(without_controls(push_.author).c_str()),
+                                   u"message",
+                                   zJsonNewString(without_controls(push_.message).c_str()),
+                                   u"update", zJsonNewString(update), nullptr));
     if (!query) return fail(sent.summary);
     if (parent_) put(query.get(), u"parent", zJsonNewId(zCommitId(parent_.get())));
     const JsonGuard whole(zJsonNewObject(u"query", query.release(), nullptr));

@@ -4,11 +4,13 @@
 #include "rms/admin.hpp"
 
 #include "common/limits.hpp"
+#include "common/text.hpp"
 #include "objects/notify/notify.hpp"
 #include "zev/http_response.h"
 #include "zev/server.h"
 #include "zev/uri.h"
 
+#include <algorithm>
 #include <new>
 #include <string_view>
 
@@ -26,7 +28,8 @@ constexpr int32_t kBadRequest = 400, kUnavailable = 503, kCanceled = -2;
 
 bool is_name(std::u16string_view text) {
     return !text.empty() && text.size() <= kNameMax &&
-           text.find_first_of(kNeverInNames) == text.npos;
+           text.find_first_of(kNeverInNames) == text.npos &&
+           std::ranges::none_of(text, [](zwchar unit) { return unit < u' '; });
 }
 
 } // namespace
@@ -116,7 +119,7 @@ Command &Command::name(const zwchar *key, const zwchar *value) {
 
 Command &Command::text(const zwchar *key, const zwchar *value) {
     if (!value || !is_short(value)) return fail(Z_AUTH_BAD_ARGUMENT), *this;
-    return put(key, zJsonNewString(value)), *this;
+    return put(key, zJsonNewString(without_controls(value).c_str())), *this;
 }
 
 Command &Command::number(const zwchar *key, int32_t value) {

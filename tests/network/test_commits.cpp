@@ -165,6 +165,17 @@ TEST_F(Commits, AreNotGoneWhenTheyAreLost) {
 
 // Else every copy would have a path that it can't make.
 TEST_F(Commits, TakeNoLinksThatLeadNowhere) {
+// Git takes what JSON can't carry.
+TEST_F(Commits, AreListedWithBlanksForControlCharacters) {
+    const std::string id =
+        service
+            .git("ann/plant", "commit-tree " + tree("x") + " <<'END'\na \x1b[31mred\n\tone\nEND\n")
+            .substr(0, 40);
+    service.git("ann/plant", "update-ref refs/heads/master " + id);
+    EXPECT_EQ(service.get(kCommits).entry(0, "message"), "a  [31mred\n\tone\n");
+    EXPECT_EQ(service.get(kCommits + "/" + id).text("data.message"), "a  [31mred\n\tone\n");
+}
+
     for (const auto &[length, code] : {std::pair(0, 400), {1, 200}, {4095, 200}, {4096, 400}}) {
         const std::string blob = test::store(service, "ann/plant", Z_OBJECT_BLOB,
                                              std::string(static_cast<size_t>(length), 'x'));

@@ -43,16 +43,17 @@ TEST_F(CommitTest, TellsWhatItSent) {
     copy.put("plan", "second"), copy.put("new/deep/file", "new");
     fs::rename(copy.place / "notes/b", copy.place / "notes/c");
     const std::string before = server("log -1 --format=%H");
-    ASSERT_OK(copy.commit());
+    ASSERT_OK(copy.commit({}, u"mine,\vpasted"));
     EXPECT_EQ(copy.host.ends(), "dd"); // of the update, and its own
     for (const char *path : {"new/deep/file", "notes/c"})
         EXPECT_TRUE(copy.host.told_of(u"action.sAdded", path)) << path;
     EXPECT_TRUE(copy.host.told_of(u"action.sModified", "plan"));
     EXPECT_TRUE(copy.host.told_of(u"action.sDeleted", "notes/b"));
-    EXPECT_EQ(server("log -1 --format='%an %P %s'"), "ann " + before.substr(0, 40) + " mine\n");
+    EXPECT_EQ(server("log -1 --format='%an %P %s'"),
+              "ann " + before.substr(0, 40) + " mine, pasted\n");
     EXPECT_EQ(copy.git("rev-parse origin/master") + "\n", tip());
     EXPECT_EQ(copy.git("diff HEAD origin/master --stat") + copy.status() + copy.locks(), "");
-    EXPECT_EQ(copy.git("log -1 --format='%an %s'"), "ann mine");
+    EXPECT_EQ(copy.git("log -1 --format='%an %s'"), "ann mine, pasted");
     // Once more, with nothing to do: no request is made.
     relay.play();
     EXPECT_FALSE(copy.commit());
@@ -69,6 +70,11 @@ TEST_F(CommitTest, UnreadableSettingsAreNoReasonToCommitHere) {
     copy.put(".git/config", settings + "[broken");
     EXPECT_FALSE(zShellCommit(repository.get(), nullptr, u"ann", u"mine"));
     copy.put(".git/config", settings);
+    copy.git("config remote.origin.url ''");
+    EXPECT_FALSE(zReferenceLookup(repository.get(), u"refs/none")); // raised, and of no weight
+    const RepositoryPtr again = copy.open();
+    EXPECT_FALSE(zShellCommit(again.get(), nullptr, u"ann", u"mine"));
+    EXPECT_NE(narrow(zErrorReason()).find("has no URL"), std::string::npos);
     EXPECT_EQ(copy.git("rev-parse HEAD") + server_at("plan"), tip + "first");
 }
 

@@ -54,12 +54,6 @@ struct NewCommit {
     bool has_moved() const;
 };
 
-std::string user_text(const zwchar *text) {
-    std::u16string copy = text;
-    blank_controls(copy.data());
-    return to_utf8(copy);
-}
-
 // Author and committer are one text, as name and as address. It stands in one line of the commit's
 // header, which a control character would break or blur; libgit2 cuts points and quotes off its
 // ends, as git does.
@@ -217,8 +211,8 @@ Commit *commit_create(const zwchar *reference, const zwchar *author, const zwcha
                       std::span<const Oid> others,
                       const std::function<bool(const Oid &made)> &after_move) try {
     NewCommit commit{.repository = tree->owner, .tree = tree, .others = others};
-    commit.author = user_text(author);
-    commit.message = user_text(message);
+    commit.author = to_utf8(without_controls(author));
+    commit.message = to_utf8(without_controls(message));
     if (!commit.sign() || !commit.find_reference(reference) || !commit.find_others() ||
         !commit.write() || !commit.sync() || (before_move && !before_move()) ||
         !commit.move_reference())

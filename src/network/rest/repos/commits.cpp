@@ -1,6 +1,7 @@
 // Commits: the history along first parents, one commit, and a new one on a branch that is still
 // where the client believes it. A commit is answered when it would survive a loss of power.
 #include "common/error_class.hpp"
+#include "common/text.hpp"
 #include "common/utf.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
@@ -32,12 +33,12 @@ Tree with_commit(Tree record, const Commit *commit) {
     Time time;
     zTimeFormatGlobal(date, std::size(date), kDate, zCommitTime(&time, commit)->seconds);
     Json *to = record.get();
-    const bool put = to && zJsonPathSetString(to, u"type", u"commit") &&
-                     zJsonPathSetId(to, u"id", zCommitId(commit)) &&
-                     zJsonPathSetString(to, u"author", zStrsafeW(zCommitAuthor(commit))) &&
-                     zJsonPathSetString(to, u"message", zStrsafeW(zCommitMessage(commit))) &&
-                     zJsonPathSetId(to, u"tree", zCommitTreeId(commit)) &&
-                     zJsonPathSetString(to, u"date", date);
+    const bool put =
+        to && zJsonPathSetString(to, u"type", u"commit") &&
+        zJsonPathSetId(to, u"id", zCommitId(commit)) &&
+        zJsonPathSetString(to, u"author", without_controls(zCommitAuthor(commit)).c_str()) &&
+        zJsonPathSetString(to, u"message", without_controls(zCommitMessage(commit)).c_str()) &&
+        zJsonPathSetId(to, u"tree", zCommitTreeId(commit)) && zJsonPathSetString(to, u"date", date);
     return put ? std::move(record) : Tree();
 }
 
