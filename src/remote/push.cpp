@@ -188,8 +188,9 @@ bool Pushing::sort_out(const Json *entries) {
         if (offer == offers_.end()) return raise_args(), fail(u"odb.eFailedToPushLocalChanages");
         if (std::exchange(offer->second.taken, true)) continue;
         const DiffEntry *entry = offer->second.entry;
-        const bool drawn = is_drawing(owner_, zDiffEntryNewPath(entry), *zDiffEntryNewId(entry));
-        (drawn ? drawings_ : files_).push_back(entry);
+        const auto drawn = is_drawing(owner_, zDiffEntryNewPath(entry), *zDiffEntryNewId(entry));
+        if (!drawn) return fail_packing(entry);
+        (*drawn ? drawings_ : files_).push_back(entry);
     }
     return true;
 }

@@ -29,16 +29,21 @@ bool is_too_large(Repository *repository, const Oid &blob) {
     return odb && zOdbSize(odb.get(), &blob) > limits::object_form;
 }
 
-// A manifest as it was committed: the file of the work directory may be another by now. Null,
-// raised, where it is not here; a larger one than any is none.
-StreamPtr manifest(Repository *repository, const Oid &blob) {
+// A file as it was committed: that of the work directory may be another by now. Null, raised, where
+// it is not here or can't be read.
+StreamPtr content(Repository *repository, const Oid &blob) {
     const OdbPtr odb(zOdbOpen(repository));
     if (!odb) return {};
     if (!zOdbExists(odb.get(), &blob)) return raise_not_found(id_text(blob)), StreamPtr();
-    if (zOdbSize(odb.get(), &blob) > limits::object_form) return raise_range(), StreamPtr();
     StreamPtr stream(spill_stream());
     const bool read = stream && zOdbRead(odb.get(), &blob, stream.get());
     return read && zStreamRewind(stream.get()) ? std::move(stream) : StreamPtr();
+}
+
+// A larger one than any is none.
+StreamPtr manifest(Repository *repository, const Oid &blob) {
+    return is_too_large(repository, blob) ? (raise_range(), StreamPtr())
+                                          : content(repository, blob);
 }
 
 // ---- Rows
@@ -161,10 +166,14 @@ bool has_drawing_name(std::u16string_view path) {
     return zStrcasesameW(std::u16string(path.substr(dot)).c_str(), u".dwx");
 }
 
-bool is_drawing(Repository *repository, const zwchar *path, const Oid &blob) {
+std::optional<bool> is_drawing(Repository *repository, const zwchar *path, const Oid &blob) {
     if (!has_drawing_name(path)) return false;
-    const StreamPtr stream = manifest(repository, blob);
-    return stream && zDrawingDetectStream(nullptr, stream.get());
+    const StreamPtr stream = content(repository, blob);
+    if (!stream) return {};
+    if (!zDrawingDetectStream(nullptr, stream.get())) return false;
+    if (!is_too_large(repository, blob)) return true;
+    raise_range();
+    return {};
 }
 
 bool push_drawings(Push &push, const std::vector<const DiffEntry *> &drawings) {

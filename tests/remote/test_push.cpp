@@ -357,6 +357,22 @@ TEST_F(Drawings, TakeThePlaceOfALargeFile) {
     expect_same();
 }
 
+// One that can't be looked at, for want of a place, would go as a file that names rows of nobody.
+TEST_F(Drawings, StayWhereTheyCantBeLookedAt) {
+    std::vector<std::pair<uint64_t, std::string>> objects;
+    for (unsigned n = 0; n < 20'000; ++n) objects.emplace_back(n + 1, "o");
+    local = replay({{"plan/d.dwx", sheet(objects).bytes}});
+    relay.play();
+    setenv("TMPDIR", (at() + "/none").c_str(), 1);
+    EXPECT_FALSE(send());
+    unsetenv("TMPDIR");
+    EXPECT_EQ(told.only(), "The objects could not be packed");
+    EXPECT_EQ(steps(), "POST /objects/diff\n");
+    relay.play();
+    ASSERT_OK(send());
+    EXPECT_EQ(count_rows(served(service, id).get()), 20'003u);
+}
+
 // A row that can't be read is not one that isn't there.
 TEST_F(Drawings, StayWhereARowIsDamaged) {
     ASSERT_OK(send({{"plan/d.dwx", sheet({{10, "ten"}}).bytes}}));
