@@ -155,6 +155,8 @@ TEST_F(Commits, AreNotGoneWhenTheyAreLost) {
         {revisions + "?limit=2", 200},
         {revisions + "?head=lost", 500},
         {revisions + "?head=none", 404},
+        {revisions + "/" + ids[1], 500}, // there it is, but not what it went out from
+        {revisions + "/" + ids[0], 404},
     };
     for (const auto &[target, code] : cases) EXPECT_EQ(service.get(target).code, code) << target;
     for (const std::string &told : {std::string(), ids[0]})
@@ -163,8 +165,6 @@ TEST_F(Commits, AreNotGoneWhenTheyAreLost) {
             << told;
 }
 
-// Else every copy would have a path that it can't make.
-TEST_F(Commits, TakeNoLinksThatLeadNowhere) {
 // Git takes what JSON can't carry.
 TEST_F(Commits, AreListedWithBlanksForControlCharacters) {
     const std::string id =
@@ -176,6 +176,8 @@ TEST_F(Commits, AreListedWithBlanksForControlCharacters) {
     EXPECT_EQ(service.get(kCommits + "/" + id).text("data.message"), "a  [31mred\n\tone\n");
 }
 
+// Else every copy would have a path that it can't make.
+TEST_F(Commits, TakeNoLinksThatLeadNowhere) {
     for (const auto &[length, code] : {std::pair(0, 400), {1, 200}, {4095, 200}, {4096, 400}}) {
         const std::string blob = test::store(service, "ann/plant", Z_OBJECT_BLOB,
                                              std::string(static_cast<size_t>(length), 'x'));

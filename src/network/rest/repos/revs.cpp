@@ -1,5 +1,6 @@
 // Revisions: ids of a branch's history, and what each changed, from its record or with a new one.
 // What holds: a bad element ends the whole request.
+#include "common/error_class.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/repos/content.hpp"
 #include "objects/history/revision.hpp"
@@ -9,6 +10,7 @@
 #include "zev/revision.h"
 #include "zev/time.h"
 
+#include <cerrno>
 #include <vector>
 
 namespace zev::rest {
@@ -75,14 +77,16 @@ bool has_bounded_changes(Commit *commit) {
 }
 
 // The record is looked for first: it stands for a commit that is not here. Null when there is no
-// such commit, or it can't be read.
+// such commit; also where what it names is lost or beyond the bounds, which is the store's failure.
 RevisionPtr find_revision(const Call &call, Revdb *db, const Oid &id) {
     RevisionPtr found;
     if (find_record(db, &id, found) == Lookup::whole) return found;
     const CommitPtr commit(by_id<Commit>(call.repository.get(), &id));
     if (!commit) return nullptr;
-    if (!has_bounded_changes(commit.get())) return nullptr;
-    return kept_revision(db, *commit);
+    RevisionPtr made;
+    if (has_bounded_changes(commit.get())) made = kept_revision(db, *commit);
+    if (!made && !fail_lost() && zErrorClass() == error_class::kOutOfRange) fail_os(EOVERFLOW);
+    return made;
 }
 
 Absent no_revision(const zwchar *id) {
