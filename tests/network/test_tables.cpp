@@ -104,6 +104,18 @@ TEST_F(Tables, DamagedRowsAreErrors) {
     EXPECT_EQ(read(be32(1) + raw({1, 1})).code, 500);
 }
 
+// Rows that come in several batches leave a tag alone that can't be read: it may be a high one.
+TEST_F(Tables, NeverLowerADamagedTag) {
+    const std::string bytes = test::noise(20'000, 1);
+    ASSERT_EQ(store(row(7, 1, bytes) + kEnd).code, 201);
+    ASSERT_EQ(there({7, 1}), bytes); // moves the rows into a file
+    test::damage_behind(place(), bytes);
+    ASSERT_EQ(there(zev::kTagKey), "(none)");
+    const std::string large = row(1, 1, test::noise(zev::limits::sent_batch_bytes, 2));
+    EXPECT_EQ(store(large + row(1, 2, "b") + kEnd).code, 500);
+    EXPECT_EQ(there(zev::kTagKey) + there({1, 1}), "(none)(none)");
+}
+
 TEST_F(Tables, RefuseWhatIsTooLarge) {
     const std::string first = row(1, 1, "a");
     const struct {

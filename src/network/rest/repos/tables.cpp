@@ -51,7 +51,7 @@ class RowIntake {
     explicit RowIntake(Table *table) : table_(table), batch_(leveldb_writebatch_create()) {}
 
     void take(Bytes key, Bytes value) {
-        if (raise_top(key, value) || !is_sound())
+        if (!ok_ || raise_top(key, value) || !is_sound())
             return; // the table's own tag is put with the last
         leveldb_writebatch_put(batch_.get(), ldb::chars(key.data()), key.size(),
                                ldb::chars(value.data()), value.size());
@@ -81,7 +81,8 @@ class RowIntake {
 
     // A tag above all rows goes with each batch, so that none is ever there without it.
     bool put_tag() {
-        if (!writes_++ && !read_tag(table_, first_)) return false;
+        if (!writes_ && !read_tag(table_, first_)) return false;
+        ++writes_;
         if (first_ >= kLastTag) return raise_range();
         uint8_t bytes[sizeof first_];
         store_u64(bytes, std::max(first_, top_) + 1);
