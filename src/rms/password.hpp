@@ -7,8 +7,8 @@
 
 namespace zev {
 
-// The SHA-1 of a text's UTF-16 units, little-endian, without a terminator; the text itself where it
-// can't be hashed. May throw.
+// The SHA-1 of a text's UTF-16 units, little-endian, without a terminator. Throws where it can't be
+// hashed.
 std::u16string wire_form(const zwchar *password);
 
 } // namespace zev

@@ -31,8 +31,10 @@ Privileges::Privileges(const AuthTable *auth, HttpRequest *request, Repository *
     if (!auth || !request || !repository) return;
     const zwchar *user = zHttpRequestUser(request);
     const zwchar *password = zHttpRequestPassword(request);
-    if (user && password && auth->CheckUser(user, password, false) == Z_AUTH_DONE)
-        load(*auth, user, repository);
+    if (!user || !password) return;
+    const int32_t status = auth->CheckUser(user, password, false);
+    failed_ = status == Z_AUTH_STORE_FAILED;
+    if (status == Z_AUTH_DONE) load(*auth, user, repository);
 }
 
 Privileges::Privileges(const AuthTable *auth, const zwchar *user, Repository *repository) {
@@ -45,14 +47,15 @@ void Privileges::load(const AuthTable &auth, const zwchar *user, Repository *rep
     all_ = zStrcasesameW(user, u"admin");
     if (all_) return;
     Json *list = nullptr;
-    const int32_t status = auth.UserSettings(repository, user, &list);
+    int32_t status = auth.UserSettings(repository, user, &list);
     failed_ = status == Z_AUTH_STORE_FAILED;
     if (status != Z_AUTH_DONE) return;
     const Owned<Json, zJsonFree> owned(list);
     if (list && zJsonIsArray(list)) rules_.load(list);
     int32_t setting = kNothingSaid;
-    if (auth.GetDefault(repository, &setting) != Z_AUTH_DONE) setting = kNothingSaid;
-    rules_.set_fallback(setting);
+    status = auth.GetDefault(repository, &setting);
+    failed_ = status == Z_AUTH_STORE_FAILED;
+    rules_.set_fallback(status == Z_AUTH_DONE ? setting : kNothingSaid);
 }
 
 int32_t Privileges::at(std::u16string_view path) { return all_ ? kAllRights : rules_.at(path); }

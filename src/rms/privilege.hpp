@@ -25,7 +25,8 @@ class Privileges {
     // Whether every path of a tree does.
     bool everywhere(int32_t bits) const;
     bool is_known() const { return known_; } // he proved who he is
-    // His rules couldn't be had: that he has no right says nothing about what he was granted.
+    // Who he is, or his rules, couldn't be had: that he has no right says nothing about what he was
+    // granted.
     bool has_failed() const { return failed_; }
 
   private:

@@ -121,6 +121,12 @@ TEST_F(PathRulesTest, ComeFromTheServerWhenTheyChanged) {
     EXPECT_OK(update(u"anna", u"pw"));
     EXPECT_TRUE(open());
 
+    // Of another one the states are as before, the rules are not.
+    EXPECT_OK(update(u"admin", u"secret"));
+    EXPECT_EQ(zAuthdbEntryMode(open().get(), u"docs/a"), 112);
+    EXPECT_OK(update(u"anna", u"pw"));
+    EXPECT_EQ(zAuthdbEntryMode(open().get(), u"docs/a"), 16);
+
     EXPECT_FALSE(update(u"anna", u"wrong"));
     EXPECT_TRUE(zErrorClass() == 15 && zErrorCode() == 401);
     EXPECT_REFUSED(update(u"", u"pw"), 2);

@@ -209,7 +209,7 @@ HttpResponse *NewTree::start() {
 // Those of the directories; where rights are required those of the paths, too.
 HttpResponse *NewTree::check_rights() {
     Privileges &granted = rights(call);
-    if (call.guarded && granted.has_failed()) return refuse(call, 500, u"srv.eInternalError");
+    if (granted.has_failed()) return refuse(call, 500, u"srv.eInternalError");
     Denied directories(granted), paths(granted);
     bool done = true;
     for (uint64_t i = 0; done && i < count; ++i) {
@@ -299,6 +299,7 @@ HttpResponse *list_tree(Call &call) {
     if (!tree) return refuse_absent(call, {404, u"srv.eNoSuchTree_s", text});
     const Owned<Odb, zOdbFree> odb(zOdbOpen(call.repository.get()));
     if (!odb) return refuse(call, 500, u"srv.eAccessProject");
+    if (rights(call).has_failed()) return refuse(call, 500, u"srv.eInternalError");
     Listing listing{call, Sizes(odb->handle.get()), nullptr};
     listing.read_query();
     Tree record = tree_record(call, tree.get());
