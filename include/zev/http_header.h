@@ -68,7 +68,8 @@ ZEV_API bool zHttpHeaderSetVersion(HttpHeader *header, uint32_t version);
 ZEV_API bool zHttpHeaderAlive(const HttpHeader *header); // the connection outlives the exchange
 ZEV_API bool zHttpHeaderSetAlive(HttpHeader *header, bool alive);
 
-// A field by its name, case aside, or null, which is no failure; At gives its value.
+// A field by its name, case aside, or null, which is no failure; At gives its value. The field's
+// name is the header's order: only its value is to be set.
 ZEV_API HttpField *zHttpHeaderField(HttpHeader *header, const zwchar *name);
 ZEV_API const zwchar *zHttpHeaderAt(HttpHeader *header, const zwchar *name);
 // A null value removes the field. A name or value with CR, LF or NUL would be more than one field

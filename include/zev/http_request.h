@@ -43,7 +43,7 @@ ZEV_API bool zHttpRequestKeepAlive(const HttpRequest *request);
 ZEV_API bool zHttpRequestSetKeepAlive(HttpRequest *request, bool alive);
 
 // ---- URI, see zev/uri.h. A text that is none counts as a host with a port, or without one; one
-// of Z_URL_MAX units or more is class 2.
+// of Z_URL_MAX units or more is class 2, as is a path.
 ZEV_API const zwchar *zHttpRequestUrl(HttpRequest *request);
 ZEV_API bool zHttpRequestSetUrl(HttpRequest *request, const zwchar *url);
 ZEV_API const zwchar *zHttpRequestHost(const HttpRequest *request);

@@ -69,11 +69,8 @@ bool resolve_root(zwchar *out, Json *config) {
     if (!root && (!pwd || zPathIsRelative(pwd) || !resolve(out, pwd, nullptr)))
         return fail_missing(kRoot);
     if (root && !resolve(out, root, pwd)) return fail_improper(kRoot);
-    if (!zPathDirExists(out)) {
-        if (!zPathExists(out))
-            errno = ENOENT;
-        else
-            errno = ENOTDIR;
+    if (!zPathDirExists(out)) { // the look itself leaves why there is none
+        if (zPathExists(out)) errno = ENOTDIR;
         return fail_directory(kRoot);
     }
     return zJsonPathSetString(config, kRoot, out);

@@ -109,7 +109,14 @@ TEST(HttpClient, SendsNoUrlThatLacksAPart) {
     EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 503);
     EXPECT_EQ(zErrorClass(), 2);
     zHttpRequestClearQuery(request.get());
+    const std::u16string path = u"/" + std::u16string(2047, u'p');
+    EXPECT_FALSE(zHttpRequestAppendPath(request.get(), path.c_str()));
+    EXPECT_FALSE(zHttpRequestSetPath(request.get(), path.c_str()));
+    EXPECT_FALSE(zHttpRequestSetPath(request.get(), std::u16string(700, u'\x20AC').c_str()));
     EXPECT_EQ(zHttpResponseCode(zHttpRequestGet(request.get())), 200);
+    zHttpRequestSetMethod(request.get(), 77);
+    EXPECT_EQ(zHttpResponseCode(zHttpRequestSend(request.get())), 503);
+    EXPECT_EQ(zErrorClass(), 2);
 }
 
 // The error body, and what a client makes of it.

@@ -90,9 +90,11 @@ std::string request_head(HttpRequest *request) {
     const zwchar *text = zHttpRequestUrl(request);
     const auto url = text ? url_escape(text) : std::nullopt;
     if (!url) return fail_args(), "";
-    std::string head = to_utf8(zStrsafeW(zHttpMethodName(request->method)));
-    head.append(" ").append(*url).append(" ");
-    head.append(to_utf8(zStrsafeW(zHttpVersionName(header->version)))).append("\r\n");
+    const zwchar *method = zHttpMethodName(request->method);
+    const zwchar *version = zHttpVersionName(header->version);
+    if (!method || !version) return "";
+    std::string head = to_utf8(method);
+    head.append(" ").append(*url).append(" ").append(to_utf8(version)).append("\r\n");
     append_field(head, "Host", host_line(&request->uri));
     zHttpHeaderSetAcceptEncoding(header, u"gzip");
     append_fields(head, *header, is_written_apart);
@@ -178,12 +180,21 @@ bool zHttpRequestSetKeepAlive(HttpRequest *request, bool alive) {
     return zHttpHeaderSetAlive(Message(request).header, alive);
 }
 
-// ---- URI
+// ---- URI: kept without escapes, in as many bytes at most as it may have units
+
+namespace {
+
+uint64_t bytes_of(const zwchar *text) { return utf8_from_wide(text, zStrlenW(text), nullptr); }
+bool has_room(const zwchar *text, uint64_t beside = 0) {
+    return zStrlenW(text) + beside < Z_URL_MAX && bytes_of(text) + beside < Z_URL_MAX;
+}
+
+} // namespace
 
 const zwchar *zHttpRequestUrl(HttpRequest *request) { return zUriStringfy(uri_of(request)); }
 
 bool zHttpRequestSetUrl(HttpRequest *request, const zwchar *url) {
-    if (!request || !url || zStrlenW(url) >= Z_URL_MAX) return fail_args();
+    if (!request || !url || !has_room(url)) return fail_args();
     Uri scratch;
     if (!zUriInit(&scratch, nullptr)) return false;
     Finally cleanup([&] { zUriCleanup(&scratch); });
@@ -202,9 +213,12 @@ bool zHttpRequestSetPort(HttpRequest *request, uint32_t port) {
 }
 const zwchar *zHttpRequestPath(const HttpRequest *request) { return zUriPath(uri_of(request)); }
 bool zHttpRequestSetPath(HttpRequest *request, const zwchar *path) {
+    if (path && !has_room(path, 1)) return fail_args(); // a slash may go in front
     return zUriSetPath(uri_of(request), path);
 }
 bool zHttpRequestAppendPath(HttpRequest *request, const zwchar *path) {
+    if (!request || !path) return fail_args();
+    if (!has_room(path, 1 + bytes_of(zStrsafeW(zUriPath(&request->uri))))) return fail_args();
     return zUriAppendPath(uri_of(request), path);
 }
 bool zHttpRequestCatchPath(HttpRequest *request, const zwchar *pattern) {
