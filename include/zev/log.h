@@ -15,8 +15,8 @@ ZEV_BEGIN
 // above 32 MiB becomes <name>.old first. What can't be written there goes to zev/logs in the user's
 // state directory. A null format logs "Unknown Error".
 //
-// False, with the standard error raised, if neither can be written to; the console has the line
-// all the same. Otherwise errno is left as it was.
+// False if neither can be written to, with the standard error raised where the console has the
+// line. Otherwise errno, and with the console off what was raised before, is left as it was.
 ZEV_API bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
                         const zwchar *format, ...);
 

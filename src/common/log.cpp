@@ -171,13 +171,18 @@ bool append_own(const zwchar *name, Bytes line) {
            (os::make_dir(directory, 0700) || errno == EEXIST) && append_at(directory, name, line);
 }
 
-// What is raised is why the shared file had no place; where the user's own has one, nothing is.
+std::atomic<bool> to_console = true;
+
+// What is raised is why the shared file had no place; where the user's own has one, nothing is. Nor
+// where the console hasn't shown the line: what the host failed at must not be lost to a log.
 bool append_to_file(const zwchar *name, Bytes line) {
     zwchar directory[Z_PATH_MAX];
     zPathGetLog(directory);
     if (os::make_dirs(directory) && append_at(directory, name, line)) return true;
     const int kept = errno;
-    return append_own(name, line) || (errno = kept, fail_errno(directory));
+    if (append_own(name, line)) return true;
+    errno = kept;
+    return to_console && fail_errno(directory);
 }
 
 // Whoever reads the console may have stopped to: a line that has no room is left out there, or a
@@ -194,8 +199,6 @@ void print(FILE *console, Bytes line) {
 // What the line's own road raises and logs must not come back here: without memory it would do so
 // until the stack is full.
 thread_local bool logging;
-
-std::atomic<bool> to_console = true;
 
 } // namespace
 
@@ -223,7 +226,7 @@ bool zLogReport(const char *path, int32_t line, int32_t level, int32_t facility,
 
     if (to_console) print(rank.error ? stderr : stdout, finished);
     const bool written = !rank.file || append_to_file(rank.file, finished);
-    if (written) errno = kept;
+    if (written || !to_console) errno = kept;
     return written;
 }
 

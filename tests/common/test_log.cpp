@@ -132,6 +132,12 @@ TEST_F(Log, AFileThatCannotBeOpenedIsRaisedAndTheConsoleHasTheLine) {
         EXPECT_NE(shown.find("Permission denied @a(1)"), std::string::npos) << shown;
     };
     refused();
+    zLogConsole(false); // then the failure that nobody was shown stays
+    zRaiseLocked(nullptr);
+    errno = EXDEV;
+    EXPECT_FALSE(zLogReport("a", 1, 3, 4, u"%s", zErrorDetail()));
+    EXPECT_EQ(std::pair(zErrorClass(), errno), std::pair(7, EXDEV));
+    zLogConsole(true);
     const auto state = dir.path() / "state"; // another user's, who leads it elsewhere
     remove(state);
     create_directories(state);
