@@ -49,7 +49,7 @@ ZEV_API Tree *zIndexWriteTree(Index *index);
 ZEV_API Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *author,
                                   const zwchar *message);
 
-// zStatusListBuild; whether a path is tracked, changed or not.
+// zStatusListBuild; whether a path is tracked, changed or not, or ignored.
 ZEV_API StatusList *zIndexStatus(Index *index, PathSpec *spec);
 ZEV_API bool zIndexIsStaged(Index *index, const zwchar *path);
 
@@ -123,6 +123,8 @@ ZEV_API bool zIndexRefresh(Index *index, PathSpec *spec);
 // Moves a file or directory on disk, and the entries of what is tracked there. Untracked and
 // ignored files only move. False with nothing moved when there is no source, when the target is
 // in the way (code 17), when a new path may not enter, or for a conflict or a submodule (class 2).
+// Where entering what has moved fails, or the index can't be written afterwards, it stays moved on
+// disk: the caller's to move back.
 ZEV_API bool zIndexRename(Index *index, const zwchar *from, const zwchar *to);
 
 // Takes what the spec selects into the trash and out of the index, whose file follows on the way.

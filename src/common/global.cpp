@@ -72,8 +72,12 @@ bool start(const zwchar *lang, const zwchar *locale) {
     if (locale) set_locale(locale);
     if (!prepare_error_record() || !ring()) return false;
     const int code = git_libgit2_init();
-    if (code > 0 && settings_load() && start_catalogues(lang)) return true;
-    if (code <= 0) fail_git(code);
+    try {
+        if (code > 0 && settings_load() && start_catalogues(lang)) return true;
+        if (code <= 0) fail_git(code);
+    } catch (...) {
+        fail_thrown();
+    }
     zI18nDeinit();
     git_libgit2_shutdown(); // a failed start of libgit2 counts too, the next one would do nothing
     return false;           // the thread's error record tells why and is kept

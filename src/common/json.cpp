@@ -482,6 +482,7 @@ struct ObjectIter : HashmapIter {
     Json *node;
     Variant name;
     Variant value;
+    std::u16string held; // the name: that in the object moves when others are put
 };
 
 ObjectIter *self(HashmapIter *iter) { return static_cast<ObjectIter *>(iter); }
@@ -519,13 +520,16 @@ bool iter_done(HashmapIter *iter) { return !self(iter)->node; }
 
 void iter_free(HashmapIter *iter) { delete self(iter); }
 
-Variant *iter_current(HashmapIter *base) {
+Variant *iter_current(HashmapIter *base) try {
     ObjectIter *iter = self(base);
     const Member *member = iter->node ? iter_member(iter) : nullptr;
     if (!member) return nullptr;
-    iter->name = {20, {.wide = const_cast<zwchar *>(member->name())}, &iter->value};
+    iter->held = member->name();
+    iter->name = {20, {.wide = iter->held.data()}, &iter->value};
     iter->value = {18, {.pointer = member->node}, nullptr};
     return &iter->name;
+} catch (...) {
+    return fail_thrown();
 }
 
 constexpr HashmapIter kIterSlots = {.first = iter_first,
@@ -539,7 +543,7 @@ constexpr HashmapIter kIterSlots = {.first = iter_first,
 HashmapIter *zJsonObjectNewiter(Json *object) {
     if (!object || object->type != Z_JSON_OBJECT) return fail_args();
     auto *iter =
-        new (std::nothrow) ObjectIter{{kIterSlots}, members(object), 0, 0, nullptr, {}, {}};
+        new (std::nothrow) ObjectIter{{kIterSlots}, members(object), 0, 0, nullptr, {}, {}, {}};
     if (!iter) return fail_memory();
     iter_first(iter);
     return iter;

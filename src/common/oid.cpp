@@ -108,7 +108,7 @@ bool zOidPathAppend(zwchar *path, const Oid *id) {
 
 bool zOidFromBuffer(Oid *id, const void *data, uint64_t size) {
     if (!id || (!data && size)) return fail_args();
-    return sha1(data, size, id->id);
+    return sha1(data, size, id->id) || fail_memory();
 }
 
 namespace zev {

@@ -85,6 +85,13 @@ TEST(Json, AWalkSurvivesPuts) {
             EXPECT_TRUE(name != u"d" || zJsonObjectPut(object.get(), other, zJsonNewNull()));
     });
     EXPECT_EQ(walked, (std::vector<std::u16string>{u"b", u"d", u"e", u"f"}));
+    // So does the name that was given, before which others come to stand.
+    const auto iter = guard(
+        zJsonObjectNewiter(object.get()), +[](HashmapIter *it) { it->free(it); });
+    const zwchar *name = *static_cast<zwchar **>(zVariantValue(iter->current(iter.get())));
+    for (char16_t c = u'z'; c >= u'A'; --c)
+        ASSERT_OK(zJsonObjectPut(object.get(), std::u16string({u'A', c}).c_str(), zJsonNewNull()));
+    EXPECT_EQ(name, std::u16string(u"a"));
 }
 
 // A tree deeper than the stack.

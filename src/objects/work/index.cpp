@@ -286,7 +286,9 @@ bool index_write_synced(Index *index) {
 
 Index *zIndexAlloc(void *handle, Repository *repository) {
     if (!handle || !repository) return fail_args();
-    return wrap_index(git::Index(static_cast<git_index *>(handle)), repository).release();
+    IndexPtr index = wrap_index(nullptr, repository);
+    if (index) index->handle.reset(static_cast<git_index *>(handle)); // else it stays the caller's
+    return index.release();
 }
 
 Index *zIndexNew(Repository *repository) {
@@ -315,14 +317,14 @@ Index *zIndexHead(Repository *repository, bool lock) {
     return index.release();
 }
 
-// An unborn head has no tree, and its index no entries.
-Index *zIndexByref(Repository *repository, const zwchar *reference) {
 IndexPtr zev::index_of_holder(Repository *repository) {
     IndexPtr index(zIndexHead(repository, false));
     if (index && !repository->writer) repository->writer = index.get();
     return index;
 }
 
+// An unborn head has no tree, and its index no entries.
+Index *zIndexByref(Repository *repository, const zwchar *reference) {
     if (!repository) return fail_args();
     const bool head = !reference || std::u16string_view(reference) == u"HEAD";
     const std::optional<bool> born = head ? head_born(repository) : true;
@@ -382,7 +384,7 @@ bool zIndexRead(Index *index, bool force) {
 // What the index names is on the disk before it is; a later commit trusts its entries. The saved
 // copy expires with the first write: a disk that takes nothing from then on leaves it behind, and
 // the next command would take back what was told done.
-bool zIndexWrite(Index *index) {
+bool zIndexWrite(Index *index) try {
     if (!index) return fail_args();
     const zwchar *path = zRepositoryPath(index->owner);
     const bool is_first = !index->written;
@@ -390,6 +392,8 @@ bool zIndexWrite(Index *index) {
     if (!index_write(index)) return false;
     if (!index->lock || !is_first || flock_expire(index->lock.get())) return true;
     return index_put_back(index), false;
+} catch (...) {
+    return fail_thrown();
 }
 
 Repository *zIndexOwner(const Index *index) {
@@ -425,7 +429,7 @@ bool zIndexWalk(Index *index, IndexCallback callback, void *context) {
 }
 
 // A client that holds part of a project writes trees of blobs that it lacks: no questions asked.
-Tree *zIndexWriteTree(Index *index) {
+Tree *zIndexWriteTree(Index *index) try {
     if (!index) return fail_args();
     if (!check_places(index->handle.get())) return nullptr;
     if (has_planned(index->handle.get())) {
@@ -440,6 +444,8 @@ Tree *zIndexWriteTree(Index *index) {
     }
     if (code < 0) return fail_git(code);
     return zTreeByid(index->owner, git::oid(&id));
+} catch (...) {
+    return fail_thrown();
 }
 
 Commit *zIndexWriteCommit(Index *index, const zwchar *reference, const zwchar *author,

@@ -56,7 +56,7 @@ bool copy_rights(Repository *from, Repository *to) {
 
 Index *zRepositoryIndex(Repository *repository, bool lock) { return zIndexHead(repository, lock); }
 
-bool zRepositoryInitFrom(Repository *repository, Repository *from) {
+bool zRepositoryInitFrom(Repository *repository, Repository *from) try {
     if (!repository || !from) return false;
     auto tree = TreePtr(zTreeHead(from));
     auto builder = Owned<TreeBuilder, zTreeBuilderFree>(zTreeBuilderNew(repository, nullptr));
@@ -67,4 +67,6 @@ bool zRepositoryInitFrom(Repository *repository, Repository *from) {
     const zwchar *message = zI18nTextLookup(zI18nCurrentLang(), u"admin.sLogCreateFromTemplate");
     zCommitFree(zCommitCreate(u"HEAD", u"admin", message, skeleton.get()));
     return copy_rights(from, repository);
+} catch (...) {
+    return fail_thrown();
 }
