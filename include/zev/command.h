@@ -59,8 +59,8 @@ ZEV_API void zCommandLogDiff(const zwchar *workdir, const Oid *id, CommandListin
                              void *context);
 
 // What a commit of the given paths would take, in the order of paths. Where a new or moved file
-// lies in a directory that is new or moved itself, that is the topmost such one with all its
-// changes. The callback's result is ignored.
+// lies in a directory that is new or moved itself, that is the nearest such one with all its
+// changes; above a moved one the next goes in, too. The callback's result is ignored.
 ZEV_API bool zCommandChangelist(const zwchar *workdir, uint64_t count, const zwchar *const *paths,
                                 CommandListing callback, void *context);
 
@@ -91,8 +91,8 @@ ZEV_API int32_t zCommandCheckout(const zwchar *workdir, const Oid *revision, con
                                  const zwchar *target, const Notify *host);
 
 // zShellReset to a revision, of one path or of all, and a reload: 0 on success, else 1.
-// zShellUpdate of a path, exactly by name, or of all. Build makes a new working copy and connects
-// it; no URL or no path is class 2.
+// zShellUpdate of a path, taken by its name, and what lies below it, or of all. Build makes a new
+// working copy and connects it; no URL or no path is class 2.
 ZEV_API int32_t zCommandReset(const zwchar *workdir, const Oid *revision, const zwchar *path,
                               const Notify *host);
 ZEV_API bool zCommandFetch(const zwchar *workdir, const zwchar *path, const Notify *host);

@@ -29,7 +29,7 @@ bool find_keep(WorkPath *out, Repository *repository, const zwchar *directory) {
     const std::u16string keep = std::u16string(directory).append(u"/").append(kKeepFileWide);
     if (!work_path(out, repository, keep.c_str())) return false;
     if (out->relative == kKeepFileWide) return logged(raise_args(directory));
-    if (out->full.size() < Z_PATH_MAX - 1) return true;
+    if (out->full.size() < Z_PATH_MAX) return true;
     return fail_os(ENAMETOOLONG, directory);
 }
 

@@ -6,13 +6,16 @@
 #include "common/error_class.hpp"
 #include "common/failure.hpp"
 #include "objects/conflict/conflict.hpp"
+#include "system/os.hpp"
 #include "zev/commit.h"
 #include "zev/remote.h"
 #include "zev/repository.h"
 #include "zev/revlist.h"
 #include "zev/status.h"
+#include "zev/workdir.h"
 
 #include <cerrno>
+#include <string>
 
 using namespace zev;
 
@@ -23,6 +26,11 @@ namespace {
 template <class F> bool change(Repository *repository, F operation) {
     const IndexPtr index(zIndexHead(repository, true));
     return index && operation(index.get()) && (!index->dirty || zIndexWrite(index.get()));
+}
+
+bool is_in(const zwchar *workdir, const zwchar *path) {
+    struct stat status;
+    return workdir && os::lstat(std::u16string(workdir).append(path).c_str(), &status);
 }
 
 // To look only: where nothing can be written there is no lock, and no need for one.
@@ -56,7 +64,14 @@ bool zShellRm(Repository *repository, PathSpec *spec) {
 
 bool zShellMv(Repository *repository, const zwchar *from, const zwchar *to) {
     if (!repository || !from || !to) return fail_args();
-    return change(repository, [=](Index *index) { return zIndexRename(index, from, to); });
+    const zwchar *workdir = zRepositoryWorkdir(repository);
+    const bool can_move = is_in(workdir, from) && !is_in(workdir, to);
+    if (change(repository, [=](Index *index) { return zIndexRename(index, from, to); }))
+        return true;
+    const KeptFailure kept;
+    if (can_move && is_in(workdir, to) && !is_in(workdir, from))
+        zWorkdirRename(workdir, to, from, false);
+    return false;
 }
 
 bool zShellRefresh(Repository *repository, PathSpec *spec) {

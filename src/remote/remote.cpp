@@ -154,7 +154,12 @@ Remote *zRemoteOpen(Repository *repository) try {
     if (!repository) return fail_args();
     git::Remote handle;
     int code = git_remote_lookup(out(handle), repository->handle.get(), kOrigin);
-    return code < 0 ? fail_git(code) : wrap_remote(std::move(handle), repository);
+    if (code < 0) return fail_git(code);
+    if (!git_remote_url(handle.get())) { // empty, or one to push to only
+        git_error_set_str(GIT_ERROR_CONFIG, "remote 'origin' has no URL");
+        return fail_git(GIT_EINVALIDSPEC);
+    }
+    return wrap_remote(std::move(handle), repository);
 } catch (...) {
     return fail_thrown();
 }
