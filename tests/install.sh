@@ -24,7 +24,7 @@ for example in list drawing host; do
   LD_LIBRARY_PATH=$lib "$work/$example" "$work/copy-$example"
 done | tee "$work/out"
 grep -q '1 file(s) in the commit' "$work/out"
-grep -qx '102: an arc' "$work/out"
+grep -qx '101: a circle' "$work/out"
 grep -qx '  Reverted note.txt' "$work/out"
 git -C "$work/copy-list" fsck --strict
 git -C "$work/copy-host" fsck --strict

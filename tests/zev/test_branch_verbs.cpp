@@ -182,6 +182,7 @@ TEST_F(BranchVerbs, MergeBringsTheirsAndKeepsOurs) {
     EXPECT_EQ(content("a"), "a3");
     play("switch side; merge master");
     EXPECT_EQ(content("b") + git("diff master side"), "b2");
+    EXPECT_EQ(git("rev-parse side"), git("rev-parse master")); // it had nothing of its own
     EXPECT_EQ(git("fsck --strict --no-dangling"), "");
 }
 
