@@ -231,13 +231,17 @@ class Packing {
 
     // ---- What it takes the place of
 
-    // What can't be removed stays, and costs room.
+    static bool remove_file(const std::u16string &path) {
+        return os::unlink(path.c_str()) || errno == ENOENT;
+    }
+
+    // What can't be removed stays, and costs room; so does what it names.
     void remove_files(const std::u16string &made) {
-        os::unlink((place_ + u"pack/multi-pack-index").c_str()); // it names packs that go
+        const bool is_named = !remove_file(place_ + u"pack/multi-pack-index");
         for (const File &pack : packs_) {
-            if (pack.path == made) continue;
-            for (const char16_t *end : {u".idx", u".bitmap", u".rev", u".pack"})
-                os::unlink((pack.path + end).c_str());
+            if (pack.path == made || is_named || !remove_file(pack.path + u".idx")) continue;
+            for (const char16_t *end : {u".bitmap", u".rev", u".pack"})
+                remove_file(pack.path + end);
         }
         // A directory that is empty by now stays beside linked work directories: who commits there
         // holds another lock, and may be about to put an object into it.
