@@ -43,6 +43,20 @@ TEST_F(Verify, TakesReferencesAsGitDoes) {
     }
 }
 
+// What no commit names is looked at, too: it may be what somebody is about to stage.
+TEST_F(Verify, ReadsWhatNothingNames) {
+    const std::string id = sh("echo loose | git hash-object -w --stdin").substr(0, 40);
+    EXPECT_EQ(zev(root, "verify").code, 0);
+    const std::string path = git + "objects/" + id.substr(0, 2) + "/" + id.substr(2);
+    fs::permissions(path, fs::perms::owner_write, fs::perm_options::add);
+    test::write(path, "no object");
+    for (const char *verb : {"verify", "verify --quick"}) {
+        const Outcome found = zev(root, verb);
+        EXPECT_EQ(found.code, 1) << verb;
+        EXPECT_NE(found.out.find(id), std::string::npos) << found.out;
+    }
+}
+
 TEST_F(Verify, EndsWhereAShallowCloneDoes) {
     for (const char *word : {"b", "c"})
         CopyTest::git(std::string("commit --allow-empty -m ") + word);
