@@ -72,6 +72,23 @@ TEST_F(Http, SendsNoBodyThatIsNotWhole) {
     }
 }
 
+// A peer that can't undo it reads garbage.
+TEST_F(Http, CompressesAsThePeerTakesIt) {
+    for (const auto &[accepted, coded] :
+         {std::pair("deflate, gzip", "gzip"), {"deflate", "deflate"}, {"br", ""}}) {
+        RawSocket client(server.port());
+        client.send(std::string("GET /test HTTP/1.1\r\nHost: h\r\nAccept-Encoding: ") + accepted +
+                    "\r\nConnection: close\r\n\r\n");
+        bool closed = false;
+        const std::string answer = client.receive({}, &closed);
+        const size_t at = answer.find("Content-Encoding: ");
+        EXPECT_EQ(at == answer.npos ? "" : answer.substr(at + 18, answer.find('\r', at) - at - 18),
+                  coded)
+            << accepted << answer;
+        EXPECT_EQ(answer.ends_with("none"), !*coded) << accepted;
+    }
+}
+
 TEST_F(Http, AnswersWhereItsProcedureGivesNothing) {
     RawSocket client(server.port());
     client.send("GET /test?null=1 HTTP/1.1\r\nHost: h\r\n\r\n");

@@ -158,6 +158,7 @@ TEST(Projects, GoWithTheirNames) {
     make_project(service, "ann/.zev-removed/plain.0123abcd");
     test::write(service.at("ann/plain") + "/file", "");
     EXPECT_EQ(service.drop("/repos/ann/plain").code, 500);
+    EXPECT_EQ(service.get("/repos/ann").each("name"), "linked,others");
     EXPECT_EQ(service.drop("/repos/ann/linked").code, 204);
     EXPECT_EQ(test::run("ls -A " + elsewhere), "");
     EXPECT_EQ(service.drop("/repos/ann/others").code, 204);
