@@ -3,6 +3,7 @@
 // takes its name by one rename, as one that is removed loses it; what a killed server leaves aside
 // shows in no list.
 #include "common/errno.hpp"
+#include "common/error_class.hpp"
 #include "network/rest/operations.hpp"
 #include "network/rest/places.hpp"
 #include "network/rest/repos/content.hpp"
@@ -150,7 +151,8 @@ struct NewProject {
     bool publish();
 };
 
-// What was not finished goes, the owner's directory too if it was made for this.
+// What was not finished goes, the owner's directory too if it was made for this. A full disk has no
+// room for the lock on the names: then nobody else can take it either, but who has it already.
 NewProject::~NewProject() {
     const KeptFailure kept;
     repository.reset();
@@ -159,7 +161,7 @@ NewProject::~NewProject() {
     if (!room.empty()) os::remove_dir(room.c_str());
     if (done || !made_directory) return;
     const NamesLock names = lock_names(repos());
-    if (names) os::remove_dir(directory.c_str());
+    if (names || zErrorClass() != error_class::kLocked) os::remove_dir(directory.c_str());
 }
 
 // Owners and projects are directories, and on some systems a name in another case is the same one.
