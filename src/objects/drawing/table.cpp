@@ -85,17 +85,24 @@ bool table_path(zwchar *path, Repository *repository, const Oid *id) {
                     id);
 }
 
-// The Git directory that belongs to a work directory, or is it, with a slash; empty, raised, where
-// there is none.
+// The Git directory that is found from a directory upwards, below the ceilings, with a slash.
+int find_git_directory(std::u16string &out, const std::string &start, const char *ceilings) {
+    git_buf found = GIT_BUF_INIT;
+    const Finally dispose([&] { git_buf_dispose(&found); });
+    const int code = git_repository_discover(&found, start.c_str(), true, ceilings);
+    if (code >= 0) out = to_wide(found.ptr);
+    return code;
+}
+
+// That which belongs to a work directory, or is it; empty, raised, where there is none.
 std::u16string git_directory(const zwchar *workdir) {
     const std::string start = git::path(workdir);
     std::filesystem::path own(start);
     if (!own.has_filename()) own = own.parent_path();
-    git_buf found = GIT_BUF_INIT;
-    const Finally dispose([&] { git_buf_dispose(&found); });
-    const int code =
-        git_repository_discover(&found, start.c_str(), true, own.parent_path().c_str());
-    return code < 0 ? (fail_git(code), std::u16string()) : to_wide(found.ptr);
+    std::u16string found;
+    const int code = find_git_directory(found, start, own.parent_path().c_str());
+    if (code < 0) fail_git(code);
+    return found;
 }
 
 // What a linked worktree's file "commondir" names, from there; else `own` itself.
@@ -255,11 +262,8 @@ bool read_tag(Table *table, uint64_t &tag) {
 
 bool sync_rows(const zwchar *directory, const Oid &table) {
     if (!os::sync_tree(directory)) return fail_errno(directory);
-    git_buf found = GIT_BUF_INIT; // without a repository nobody knows where they are
-    const Finally dispose([&] { git_buf_dispose(&found); });
-    if (git_repository_discover(&found, git::path(directory).c_str(), true, nullptr) < 0)
-        return git_error_clear(), true;
-    const std::u16string own = to_wide(found.ptr);
+    std::u16string own; // without a repository nobody knows where they are
+    if (find_git_directory(own, git::path(directory), nullptr) < 0) return git_error_clear(), true;
     zwchar place[Z_PATH_MAX];
     if (!table_in(place, own, shared_directory(own), &table) || share_device(directory, place))
         return true;
