@@ -1,14 +1,11 @@
-// The tag rule: rows are only ever added, under a tag above that of every row which the table
-// holds and of every key which the drawing's manifests name, at work and at HEAD. So no row that
-// any commit on any branch names, or the work file that is to be replaced, is written over, and
-// an import that fails half-way leaves nothing but rows that nobody names. The step above is drawn
-// by chance: two copies of one copy that go on apart would else give one key to different rows. In
-// a copy of a server's project the server gives the tag, where it can be asked.
+// Import: a DXF file is cut into parts, each held against the former version; what differs goes
+// into the table, and the manifest, written last, names it all.
 
 #include "dxf/drawing.hpp"
 #include "dxf/layout.hpp"
 #include "dxf/rows.hpp"
 #include "dxf/summary.hpp"
+#include "dxf/tag.hpp"
 
 #include <algorithm>
 #include <array>
@@ -23,9 +20,6 @@ namespace {
 // Object numbers of the header, the summary and the layout.
 constexpr uint64_t kBlocks[] = {static_cast<uint64_t>(-1), static_cast<uint64_t>(-2),
                                 static_cast<uint64_t>(-3)};
-constexpr uint64_t kHighestTag = UINT64_MAX - 1; // the one above is of the table's own tag
-// Tags last for 2^25 imports, and two copies with a thousand each meet once in 2^29 cases.
-constexpr uint64_t kLargestStep = uint64_t{1} << 40;
 constexpr uint64_t class_number(uint64_t place) { return static_cast<uint64_t>(-101) - place; }
 
 // A block of the new version, in search of its key.
@@ -333,35 +327,8 @@ class Importer {
     }
 
     uint64_t raise_tag() {
-        uint64_t tag = zTableTagGet(table_.get());
-        if (fresh_) return tag;
-        const bool is_asked = request_.ask_tag && request_.ask_tag(table_.get());
-        if (is_asked) tag = zTableTagGet(table_.get());
-        const uint64_t named = std::max({highest_tag(table_.get()), highest_named(former_.get()),
-                                         highest_named(request_.committed)});
-        if (is_asked && tag > named) return tag; // nobody else has it
-        const uint64_t used = std::max(tag, named);
-        if (used >= kHighestTag) throw host::Failed(host::kOther, "the drawing's tags are used up");
-        Oid chance;
-        uint64_t step;
-        host::check(zOidRand(&chance));
-        memcpy(&step, chance.id, sizeof step);
-        tag = used + 1 + step % std::min(kLargestStep, kHighestTag - used);
-        host::check(zTableTagSet(table_.get(), tag));
-        return tag;
-    }
-
-    // Highest tag that a manifest of this table names.
-    uint64_t highest_named(Drawing *drawing) {
-        if (!drawing || !zOidIsEqual(zDrawingTableId(drawing), zTableId(table_.get()))) return 0;
-        uint64_t tag = std::max({zDrawingHeader(drawing)->tag, zDrawingSummary(drawing)->tag,
-                                 zDrawingDS(drawing)->tag});
-        if (zDrawingHasVba(drawing)) tag = std::max(tag, zDrawingVbaProject(drawing)->tag);
-        for (uint64_t i = 0, n = zDrawingClassCount(drawing); i < n; ++i)
-            tag = std::max(tag, zDrawingClassGetAt(drawing, i)->tag);
-        for (uint64_t i = 0, n = zDrawingObjectCount(drawing); i < n; ++i)
-            tag = std::max(tag, zDrawingObjectGetAt(drawing, i)->tag);
-        return tag;
+        if (fresh_) return zTableTagGet(table_.get());
+        return dxf::raise_tag(table_.get(), {former_.get(), request_.committed}, request_.ask_tag);
     }
 
     // The manifest

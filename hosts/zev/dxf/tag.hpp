@@ -1,0 +1,17 @@
+// Tag: the number under which a table takes new rows.
+#pragma once
+
+#include "host.hpp"
+
+#include <functional>
+#include <vector>
+
+namespace dxf {
+
+// Sets the table's tag above all that it holds and that `drawings`, of which some may be null or of
+// another table, name; gives it. `ask`, which may be empty, has a server give one first: false
+// where it has none. Throws when there is no higher tag.
+uint64_t raise_tag(Table *table, const std::vector<Drawing *> &drawings,
+                   const std::function<bool(Table *)> &ask);
+
+} // namespace dxf
