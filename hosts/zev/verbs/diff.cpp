@@ -1,16 +1,14 @@
 // diff: which objects of a drawing are not the same in two versions of it, and what in them; of
 // other files, which lines.
 
-#include "bytes.hpp"
+#include "drawing_version.hpp"
 #include "dxf/check.hpp"
 #include "dxf/fields.hpp"
-#include "dxf/manifest.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
 #include "file_diff.hpp"
 #include "needed_rows.hpp"
 #include "object_names.hpp"
-#include "server_history.hpp"
 #include "verb.hpp"
 
 #include <algorithm>
@@ -58,40 +56,6 @@ constexpr struct {
     const char *name;
     Colour colour;
 } kChanges[] = {{"added", Colour::green}, {"modified", Colour::yellow}, {"removed", Colour::red}};
-
-// A version of a drawing: from a commit, or the work file.
-struct Version {
-    Version(const Host &host, const WorkingCopy &copy, const std::string &path,
-            const std::string &revision) {
-        std::string name = path;
-        if (revision.empty()) {
-            read_work_file(copy, path);
-        } else {
-            name = revision + ":" + path;
-            OwnedCommit commit = commit_with(host, copy, revision, path);
-            OwnedTreeEntry entry = copy.file(commit.get(), path);
-            OwnedOdb odb(check(zOdbOpen(copy.repository())));
-            read_object(odb.get(), zTreeEntryId(entry.get()), bytes, name);
-        }
-        auto read = dxf::Manifest::read(bytes.data);
-        if (!read) throw Failed(kOther, say("%s: is no drawing", name));
-        manifest = std::move(*read);
-    }
-
-    void read_work_file(const WorkingCopy &copy, const std::string &path) {
-        const std::u16string file = copy.absolute(path).u16string();
-        if (!zPathFileExists(file.c_str()))
-            throw Failed(kNotFound, say("%s: no such file in the work directory", path));
-        OwnedFile in(check(zFileOpen(file.c_str(), u"rb"), path));
-        char block[1 << 16];
-        while (size_t count = fread(block, 1, sizeof block, in.get()))
-            bytes.data.append(block, count);
-        if (ferror(in.get())) throw Failed(kSystem, say("%s: can't be read", path));
-    }
-
-    Bytes bytes;
-    dxf::Manifest manifest;
-};
 
 // A value as people see it.
 std::string shown(std::string_view value) {
@@ -301,7 +265,7 @@ class Difference {
     const WorkingCopy &copy_;
     const Options &options_;
     const std::string path_;
-    Version from_, to_;
+    DrawingVersion from_, to_;
     std::vector<Change> changes_;
     Counts totals_{};
 };
