@@ -1,0 +1,60 @@
+// SVG: a scene as text. The same scene and options give the same bytes.
+#pragma once
+
+#include "picture/scene.hpp"
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace picture {
+
+using Write = std::function<void(std::string_view)>;
+
+struct Theme {
+    bool is_dark = false;
+};
+
+// Red, green and blue of an ink, legible on the theme's ground.
+uint32_t rgb_of(Ink ink, const Theme &theme);
+
+// Text for SVG: marks and quotes escaped, control characters and bad UTF-8 replaced.
+std::string escaped(std::string_view text);
+
+// The part of the drawing that a picture shows, and how: coordinates are written relative to the
+// middle of `box`, y downwards, scaled so that the longer side has kSide units.
+class Frame {
+  public:
+    static constexpr double kSide = 1000;
+    explicit Frame(const Box &box, double margin = 0.02); // a share of the longer side
+    Point operator()(Point drawing) const;
+    double scale() const { return scale_; }   // units a unit of the drawing
+    double width() const { return width_; }   // units
+    double height() const { return height_; } // units
+
+  private:
+    Point middle_;
+    double scale_, width_, height_;
+};
+
+// One shape as SVG elements. `colour` overrides the shape's ink unless it is kInk; `more` are
+// further attributes, with a blank in front.
+inline constexpr uint32_t kInk = UINT32_MAX;
+struct Look {
+    uint32_t colour = kInk;
+    double weight = 0; // least width of strokes, units
+    std::string more;
+};
+void write_shape(const Scene &scene, const Shape &shape, const Frame &frame, const Theme &theme,
+                 const Look &look, const Write &write);
+
+struct SvgOptions {
+    Theme theme;
+    std::string title; // as it was typed, in UTF-8
+};
+void write_svg(const Scene &scene, const SvgOptions &options, const Write &write);
+
+// A number as short as three decimals allow, never with an exponent.
+void put_number(std::string &out, double value);
+
+} // namespace picture
