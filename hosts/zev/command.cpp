@@ -27,27 +27,38 @@ bool Argument::is_given() const { return option_->count() > 0; }
 
 // ---- Commands
 
+namespace {
+
+std::string uncovered(std::string word) { return word.substr(word.starts_with(kBehindMark)); }
+
+template <class T>
+Argument taken(CLI::App &app, const std::string &names, T &to, const std::string &about) {
+    return Argument(app.add_option(names, to, about)->transform(uncovered));
+}
+
+} // namespace
+
 void Command::description(const std::string &text) { app_.description(text); }
 void Command::footer(const std::string &text) { app_.footer(text); }
 void Command::alias(const std::string &name) { app_.alias(name); }
 void Command::hidden() { app_.group(""); }
 
 Argument Command::add_option(const std::string &names, std::string &to, const std::string &about) {
-    return Argument(app_.add_option(names, to, about));
+    return taken(app_, names, to, about);
 }
 Argument Command::add_option(const std::string &names, std::optional<std::string> &to,
                              const std::string &about) {
-    return Argument(app_.add_option(names, to, about));
+    return taken(app_, names, to, about);
 }
 Argument Command::add_option(const std::string &names, std::vector<std::string> &to,
                              const std::string &about) {
-    return Argument(app_.add_option(names, to, about));
+    return taken(app_, names, to, about);
 }
 Argument Command::add_option(const std::string &names, int32_t &to, const std::string &about) {
-    return Argument(app_.add_option(names, to, about));
+    return taken(app_, names, to, about);
 }
 Argument Command::add_option(const std::string &names, uint64_t &to, const std::string &about) {
-    return Argument(app_.add_option(names, to, about));
+    return taken(app_, names, to, about);
 }
 Argument Command::add_flag(const std::string &names, bool &to, const std::string &about) {
     return Argument(app_.add_flag(names, to, about));

@@ -15,6 +15,10 @@ class Option;
 
 namespace host {
 
+// Stands before each word behind a "--", which is no option whatever it begins with: the parser
+// gives up at that mark where a command has all that it needs.
+inline constexpr char kBehindMark = '\1';
+
 // An option or an argument of a command, which owns it.
 class Argument {
   public:

@@ -136,9 +136,14 @@ int exit_code(const Failed &failed) {
     }
 }
 
+// The "--" behind which no word is an option, or the end.
+char **find_mark(int argc, char **argv) {
+    return std::find(argv, argv + argc, std::string_view("--"));
+}
+
 // The arguments may not have been read as far as --json, or not at all.
 bool is_json(int argc, char **argv) {
-    return std::any_of(argv, argv + argc, [](std::string_view argument) {
+    return std::any_of(argv, find_mark(argc, argv), [](std::string_view argument) {
         return argument == "--json" || argument.starts_with("--json=");
     });
 }
@@ -158,16 +163,19 @@ class CommandLine {
     // False after help or the version was shown, or when the arguments are no good; then `code` is
     // the exit code.
     bool parse(int argc, char **argv, int &code) try {
-        char **mark = std::find_if(argv, argv + argc, [](const char *argument) {
-            return std::string_view(argument) == "--";
-        });
-        if (mark != argv + argc) behind_mark_ = static_cast<size_t>(argv + argc - mark - 1);
-        std::vector<const char *> words(argv, argv + argc);
-        if (argc > 1 && std::string_view(words[1]) == "help") { // "help VERB" is "VERB --help"
-            words.erase(words.begin() + 1);
+        char **mark = find_mark(argc, argv);
+        std::vector<std::string> words(argv + 1, mark);
+        if (mark != argv + argc) {
+            behind_mark_ = static_cast<size_t>(argv + argc - mark - 1);
+            for (char **word = mark + 1; word != argv + argc; ++word)
+                words.push_back(kBehindMark + std::string(*word));
+        }
+        if (!words.empty() && words[0] == "help") { // "help VERB" is "VERB --help"
+            words.erase(words.begin());
             words.push_back("--help");
         }
-        app_.parse(static_cast<int>(words.size()), words.data());
+        std::reverse(words.begin(), words.end()); // as the parser has them
+        app_.parse(std::move(words));
         return true;
     } catch (const CLI::Success &told) {
         translate_help(app_);

@@ -1,6 +1,7 @@
 // The parser knows what is wrong, but not what the user meant; that is guessed from the spelling.
 #include "usage.hpp"
 
+#include "command.hpp"
 #include "say.hpp"
 
 #include <CLI/CLI.hpp>
@@ -56,8 +57,11 @@ std::string in_users_words(const std::string &told) {
 
 // The first word that nothing took.
 std::string stray_word(const CLI::App &app) {
-    for (const std::string &word : app.remaining(true))
-        if (!word.starts_with('-')) return word;
+    for (std::string word : app.remaining(true)) {
+        if (word.starts_with('-')) continue;
+        std::erase(word, kBehindMark);
+        return word;
+    }
     return {};
 }
 
@@ -86,6 +90,7 @@ std::string usage_problem(const CLI::App &app, const CLI::ParseError &error) {
     }
     constexpr std::string_view kRequired = " is required";
     std::string text = error.what();
+    std::erase(text, kBehindMark);
     if (text.ends_with(kRequired))
         text = say("\"%s\" needs %s", name, text.substr(0, text.size() - kRequired.size()));
     else
