@@ -272,6 +272,8 @@ TEST(Projects, AreClearedUpAfterAKill) {
     const std::string lock = service.at("ann/plant") + "/refs/heads/master.lock";
     test::write(lock, "");
     test::write(repos + "/.zev-names.zlck", "");
+    const std::string rights_lock = service.at("ann/plant") + "/.AUTHZ.zlck";
+    test::write(rights_lock, "");
     test::write(service.repos() / "file", "");
     const auto clear = [&](int64_t since) {
         const Time time{since, 0};
@@ -280,6 +282,7 @@ TEST(Projects, AreClearedUpAfterAKill) {
     };
     EXPECT_EQ(clear(int64_t{1} << 40), "./ann\n./ann/plant\n./file\n");
     EXPECT_TRUE(std::filesystem::exists(lock)); // it was there before that service began
+    EXPECT_FALSE(std::filesystem::exists(rights_lock));
     clear(0);
     EXPECT_FALSE(std::filesystem::exists(lock));
     // An owner into whose directory a project is about to come.

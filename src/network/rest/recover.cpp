@@ -7,6 +7,7 @@
 #include "objects/store/removal.hpp"
 #include "objects/store/repository.hpp"
 #include "objects/store/sweep.hpp"
+#include "system/flock.hpp"
 #include "system/os.hpp"
 #include "zev/path.h"
 #include "zev/server.h"
@@ -25,6 +26,14 @@ bool places_in(const std::u16string &directory, std::vector<std::u16string> *pla
     return true;
 }
 
+// What a change of a project's rights was killed over. It saves nothing: the rights were replaced
+// at once, or are as they were.
+bool drop_rights_lock(const std::u16string &project) {
+    const std::u16string rights = project + u"/AUTHZ", lock = lock_path(rights);
+    zFlockPurge(rights.c_str());
+    return !zPathExists(lock.c_str()) || raise_exists(lock);
+}
+
 bool recover_owner(const std::u16string &owner, const timespec &since) {
     const std::u16string aside = owner + u"/.zev-removed";
     sweep_aside(aside); // all that lies beside it
@@ -34,6 +43,7 @@ bool recover_owner(const std::u16string &owner, const timespec &since) {
     for (const std::u16string &place : places) {
         const RepositoryPtr repository(zRepositoryOpenBare(place.c_str()));
         if (repository) clean = sweep_since(repository.get(), since) && clean;
+        if (repository) clean = drop_rights_lock(place) && clean;
     }
     return clean;
 }
