@@ -7,6 +7,7 @@
 #include "common/global.hpp"
 
 #include <cerrno>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -49,6 +50,20 @@ TEST(Errno, RaisedOutsideKeptInside) {
     EXPECT_FALSE(bool(zev::fail_system(u"100%s")));
     EXPECT_TRUE(zErrorClass() == 9 && zErrorCode() == 108 && errno == ECONNRESET);
     EXPECT_EQ(narrow(zErrorMsg()), "100%s");
+}
+
+// Each number of the host that has one outside comes back as itself; a full quota is a full disk.
+TEST(Errno, ThereAndBack) {
+    int told = 0;
+    for (int number = 1; number < 200; ++number) {
+        const zev::Err err = zev::err_from_host(number);
+        if (err == zev::Err::other || number == EDQUOT) continue;
+        EXPECT_EQ(zev::host_from_err(err), number) << strerror(number);
+        ++told;
+    }
+    EXPECT_GT(told, 70);
+    EXPECT_EQ(zev::err_from_host(EDQUOT), zev::Err::nospc);
+    EXPECT_EQ(zev::host_from_err(zev::Err::wouldblock), EAGAIN);
 }
 
 TEST(Error, LongTextsAreCut) {
