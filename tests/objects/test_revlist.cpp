@@ -22,13 +22,14 @@ class RevListTest : public WorkingCopyTest {
         return found;
     }
     // Commits by git itself, with a time that a host could not choose.
-    void commit_at(int64_t time, const std::string &message, const std::string &path = "a") {
+    void commit_at(int64_t time, const std::string &message, const std::string &path = "a",
+                   const std::string &author = "Ann") {
         write(place / path, message);
         git(place, "add -A");
         const std::string when = "='@" + std::to_string(time) + " +0000' ";
         run("cd '" + place.string() + "' && GIT_AUTHOR_DATE" + when + "GIT_COMMITTER_DATE" + when +
             "GIT_CONFIG_GLOBAL=/dev/null GIT_COMMITTER_NAME=c GIT_COMMITTER_EMAIL=c@x git commit " +
-            "-q --author='Ann <a@x>' -m '" + message + "'");
+            "-q --author='" + author + " <a@x>' -m '" + message + "'");
     }
     void commits(int count) { // m0, m1 ...
         for (int i = 0; i < count; ++i) commit_at(1000 + i, "m" + std::to_string(i));
@@ -81,6 +82,33 @@ TEST_F(RevListTest, FiltersByPathAndFillsTheRecords) {
     EXPECT_EQ(list(), "");
     zRevSpecAddPath(wanted.get(), u"docs/a");
     EXPECT_EQ(list(), "m9 m8 m7 m6 m4 m3 m2 m1 ");
+}
+
+TEST_F(RevListTest, FiltersByAuthorAndMessage) {
+    const char *const authors[] = {"Ann", "ann/x", "Annie", "Ben"};
+    for (int i = 0; i < 4; ++i) commit_at(1000 + i, "m" + std::to_string(i), "a", authors[i]);
+    commit_at(1004, "Draft", "a", "Ben");
+    const auto of = [this](auto... filters) {
+        zRevSpecReset(wanted.get());
+        (filters(wanted.get()), ...);
+        return list();
+    };
+    const auto author = [](const zwchar *text) {
+        return [text](RevSpec *spec) { EXPECT_OK(zRevSpecIncludeAuthor(spec, text)); };
+    };
+    const auto message = [](const zwchar *text) {
+        return [text](RevSpec *spec) { EXPECT_OK(zRevSpecIncludeMessage(spec, text)); };
+    };
+    const auto no_author = [](RevSpec *spec) { EXPECT_OK(zRevSpecExcludeAuthor(spec, u"annie")); };
+    const auto no_draft = [](RevSpec *spec) { EXPECT_OK(zRevSpecExcludeMessage(spec, u"draft")); };
+    EXPECT_EQ(of(author(u"ann")), "m1 m0 ");
+    EXPECT_EQ(of(author(u"ann*")), "m2 m1 m0 ");
+    EXPECT_EQ(of(author(u"ann*"), no_author), "m1 m0 ");
+    EXPECT_EQ(of(author(u"ben"), author(u"annie")), "Draft m3 m2 ");
+    EXPECT_EQ(of(author(u"ben"), no_draft), "m3 ");
+    EXPECT_EQ(of(message(u"M?")), "m3 m2 m1 m0 ");
+    EXPECT_EQ(of(message(u"m?"), author(u"ben")), "m3 ");
+    EXPECT_EQ(of(author(u"")), "Draft m3 m2 m1 m0 ");
 }
 
 TEST_F(RevListTest, MendsRecordsThatCannotBeRead) {

@@ -147,13 +147,21 @@ bool excluded(PathSpec *list, const char *text) {
     return zPathSpecCount(list) && spec_matches(list, text);
 }
 
+// Git ends a message with a line feed, which nobody writes into a pattern.
+std::string message_of(const git_commit *commit) {
+    std::string message = git_commit_message(commit);
+    message.resize(message.find_last_not_of('\n') + 1);
+    return message;
+}
+
 bool History::passes(const git_commit *commit) {
     if (!in_time(git_commit_time(commit))) return false;
-    const char *author = git_commit_author(commit)->name, *message = git_commit_message(commit);
+    const char *author = git_commit_author(commit)->name;
+    const std::string message = message_of(commit);
     return included(spec_->include_authors.get(), author) &&
            !excluded(spec_->exclude_authors.get(), author) &&
-           included(spec_->include_messages.get(), message) &&
-           !excluded(spec_->exclude_messages.get(), message);
+           included(spec_->include_messages.get(), message.c_str()) &&
+           !excluded(spec_->exclude_messages.get(), message.c_str());
 }
 
 // ---- Records
