@@ -4,7 +4,7 @@
 // Rows have 16-byte keys: the tag, a generation counter, and the object's number, big-endian
 // (zDrawingKey..., zev/drawing.h). All bits zero is the path of the drawing that the table serves,
 // all bits set the table's tag. Open a table for one operation and free it at once: nobody else, in
-// this process or another, can open it meanwhile.
+// this process or another, can open it meanwhile, but that many may look at it.
 //
 // The tag rule. New keys are stamped with the table's tag, and a row under an existing key is
 // written over. What a commit names must never be: so after each commit of a drawing, and before
@@ -31,8 +31,13 @@ ZEV_API Table *zTableOpen(const zwchar *path, bool create);
 // A new table with a random id, and the table of an id, which is made when it is missing.
 ZEV_API Table *zTableRand(Repository *repository);
 ZEV_API Table *zTableByid(Repository *repository, const Oid *id);
-// The same in the repository found from `start` upwards, not beyond a directory of `ceilings`
-// (separated by ;). The repository is closed again, so this table has no owner.
+// To be looked at only: nothing is written in its directory, and others may look at it, too. Who
+// writes is waited for as above, and waits for us; what would change the table is EACCES. A table
+// that isn't there is the store error. Where the directory can't be locked, no temporary directory
+// is to be had, or the last import of much is still to be sorted in, it is opened as by its id.
+ZEV_API Table *zTableLook(Repository *repository, const Oid *id);
+// The same as by its id in the repository found from `start` upwards, not beyond a directory of
+// `ceilings` (separated by ;). The repository is closed again, so this table has no owner.
 ZEV_API Table *zTableDiscover(const zwchar *start, const zwchar *ceilings, const Oid *id);
 // Where the table of an id lies, or would be made: `path` takes Z_PATH_MAX units. It lies where all
 // worktrees of a repository share it, unless a linked one has it in its own Git directory, as was

@@ -166,6 +166,9 @@ int share_open(const char16_t *path, const Mode &mode, unsigned flags, mode_t cr
 bool share_remove(int fd, const char16_t *path); // unlink while the grant is held, before close
 // Nobody denies reading. For files that are only ever replaced whole; no grant is taken.
 bool share_readable(int fd);
+// A lock on a directory, for as long as what comes back is open: many may share it, or one has it
+// alone. EWOULDBLOCK where it is held otherwise; other numbers say that it can't be locked.
+int lock_dir(const char16_t *path, bool shared);
 int open_elsewhere(int fd); // 0 no, 1 yes, -1 cannot tell
 
 // ---- Program and places; false when the text doesn't fit `size` units

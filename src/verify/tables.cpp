@@ -66,7 +66,7 @@ class TableCheck {
     }
 
     TablePtr open() {
-        TablePtr table(zTableByid(report_.repository, &id_));
+        TablePtr table(zTableLook(report_.repository, &id_));
         if (table) return table;
         const std::string why = to_utf8(zErrorDetail());
         if (zErrorClass() == error_class::kLocked || why.find("/LOCK: ") != why.npos) {

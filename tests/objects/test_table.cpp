@@ -11,6 +11,8 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace zev;
 using namespace std::string_literals;
@@ -112,6 +114,37 @@ TEST_F(TableTest, ReadersWaitForEachOther) {
         });
     for (std::thread &reader : readers) reader.join();
     EXPECT_EQ(served, 9);
+}
+
+// Who writes waits for those who look, and they for him.
+TEST_F(TableTest, ManyLookAtOnce) {
+    ASSERT_OK(put(table.get(), {1, 7}, "row"));
+    const Oid id = *zTableId(table.get());
+    const std::string path = std::filesystem::path(zTablePath(table.get())).string();
+    table.reset();
+    TablePtr one{zTableLook(repository.get(), &id)}, other{zTableLook(repository.get(), &id)};
+    ASSERT_OK(one && other);
+    EXPECT_EQ(get(one.get(), {1, 7}) + get(other.get(), {1, 7}), "rowrow");
+    EXPECT_FAILS_WITH(put(one.get(), {1, 8}, "more"), 13);
+    EXPECT_TRUE(zOidIsEqual(zTableId(one.get()), &id));
+    const auto is_free = [&] {
+        const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        const bool locked = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        return close(fd), locked;
+    };
+    EXPECT_FALSE(is_free());
+    std::thread writer([&] {
+        const TablePtr own{zTableByid(repository.get(), &id)};
+        EXPECT_OK(own && put(own.get(), {1, 8}, "more"));
+    });
+    one.reset();
+    EXPECT_FALSE(is_free());
+    other.reset();
+    writer.join();
+    EXPECT_TRUE(is_free());
+    EXPECT_EQ(get(TablePtr{zTableLook(repository.get(), &id)}.get(), {1, 8}), "more");
+    const Oid none{};
+    EXPECT_FAILS_WITH(TablePtr{zTableLook(repository.get(), &none)}, 13);
 }
 
 // An archive: nothing is written there, and nothing is said to be.

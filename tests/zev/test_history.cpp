@@ -149,6 +149,24 @@ struct HistoryVerbs : CopyTest {
     }
 };
 
+// LevelDB writes whenever it opens a table; who looks opens another one.
+TEST_F(HistoryVerbs, LooksAtRowsWriteNothing) {
+    keep("plan.dwx", "first", "Ann");
+    replace("12.5", "13.5");
+    keep("plan.dwx", "second", "Ann");
+    const auto all = [&] { return sh("find . -printf '%P %m %s %T@ %i\\n' | sort"); };
+    const std::string before = all();
+    for (const char *look : {"diff plan.dwx HEAD~1 HEAD", "diff plan.dwx HEAD~1", "blame plan.dwx",
+                             "export plan.dwx -", "log --object 32 plan.dwx", "verify"}) {
+        ok(look);
+        EXPECT_EQ(all(), before) << look;
+    }
+    EXPECT_NE(ok("export plan.dwx - --rev HEAD~1").find("12.5"), std::string::npos);
+    setenv("TMPDIR", (home + "/none").c_str(), 1); // no place for links
+    EXPECT_NE(ok("diff plan.dwx HEAD~1 HEAD").find("12.5 -> 13.5"), std::string::npos);
+    unsetenv("TMPDIR");
+}
+
 // Be its bytes whole, cut or changed: the library's own reader of files says what is a drawing.
 TEST_F(HistoryVerbs, AManifestInPlaceIsThatOfTheFile) {
     draw(plan);

@@ -147,7 +147,7 @@ host::OwnedTable open_table(Repository *repository, const Oid *id, const std::st
     if (!zPathDirExists(table_path(repository, id).c_str()))
         throw host::Failed(host::kNotFound,
                            host::say("%s: its table is not in this working copy", name));
-    return host::OwnedTable(host::check(zTableByid(repository, id), name));
+    return host::OwnedTable(host::check(zTableLook(repository, id), name));
 }
 
 std::string table_owner(Table *table) {

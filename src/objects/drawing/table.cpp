@@ -5,9 +5,10 @@
 //     all 00     backward reference: the drawing's path in UTF-16LE with its zero
 //     all FF     the table's tag u64, big-endian; any other length than 8 reads as 1
 //     object -1  header, -2 summary, -3 DS, -4 VBA project, -101-n class n, others the objects
-//   LOCK.zlck    held without sharing while the table is open, gone afterwards
+//   LOCK.zlck    held without sharing while the table is open to be written, gone afterwards
 // Closed, the directory holds CURRENT, one MANIFEST, and files of rows or a log of them: see
-// table_tidy.cpp.
+// table_tidy.cpp. Who only looks at rows (zTableLook) writes nothing there: the lock on the
+// directory keeps writers away, and LevelDB is shown links to the files.
 //
 // The directory is that of the repository which all linked worktrees share; a table that a worktree
 // has in its own Git directory, where they were kept once, is used there.
@@ -52,6 +53,8 @@ constexpr std::u16string_view kLockStem = u"LOCK";
 constexpr zwchar kRemoved[] = u".removed"; // behind the name of a table that goes
 constexpr int kLockRounds = 6;             // of half a second, for others who read or write
 constexpr uint64_t kFirstTag = 1;
+// A log that is longer is better made a file of rows for good than anew by each who looks.
+constexpr off_t kShortLog = 1 << 20;
 // "/tables/", two digits, a slash and 38 digits.
 constexpr uint64_t kTablePathTail = 8 + 41;
 constexpr uint64_t kUtf8PathMax = 512;
@@ -196,13 +199,36 @@ bool open_image(Table *table, const zwchar *path, int refusal) {
 // what the image leads to stays as it is. Of a table that could not be begun nothing stays.
 bool open_table(Table *table, const zwchar *path, const std::string &utf8, bool create) {
     if (is_archive(path)) return open_image(table, path, EROFS);
-    if (!prepare_directory(path, utf8, create) || !take_lock(table)) return false;
+    if (!prepare_directory(path, utf8, create) || !take_lock(table) ||
+        !table->gate.take(path, false))
+        return false;
     const bool is_new = create && holds_nothing(path); // now that it is ours
     if (open_database(table, utf8, create)) return true;
     if (!is_new) return raised_no_space() && has_current(path) && open_image(table, path, ENOSPC);
     const KeptFailure kept;
     os::remove_tree(path, false);
     return false;
+}
+
+bool has_long_log(const zwchar *path) {
+    std::vector<os::Name> names;
+    if (!os::read_dir(path, &names)) return false;
+    return std::ranges::any_of(names, [path](const os::Name &name) {
+        struct stat status;
+        return name.text.ends_with(u".log") &&
+               os::stat((std::u16string(path) + u'/' + name.text).c_str(), &status) &&
+               status.st_size > kShortLog;
+    });
+}
+
+// Fails only while somebody writes there. Else what can't be looked at so, for want of such locks
+// or of a place for links, is left as it was: `table` has no database then, and nothing is raised.
+bool open_to_look(Table *table, const zwchar *path) {
+    if (is_archive(path) || !has_current(path) || has_long_log(path)) return true;
+    if (!table->gate.take(path, true)) return false;
+    const KeptFailure kept;
+    if (table->gate.is_taken() && !open_image(table, path, EACCES)) table->database.reset();
+    return true;
 }
 
 bool put_row(Table *table, const void *key, uint64_t key_length, const void *value,
@@ -223,12 +249,15 @@ ldb::Text get_value(Table *table, const void *key, uint64_t key_length, size_t &
                                  key_length, &length, out(error))};
 }
 
-Table *open_in(Repository *repository, const Oid *id, const zwchar *path) {
-    Table *table = zTableOpen(path, true);
+Table *owned_by(Repository *repository, const Oid *id, TablePtr table) {
     if (!table) return nullptr;
     table->owner = repository;
     table->id = *id;
-    return table;
+    return table.release();
+}
+
+Table *open_in(Repository *repository, const Oid *id, const zwchar *path) {
+    return owned_by(repository, id, TablePtr(zTableOpen(path, true)));
 }
 
 bool valid(const TableIter *iter) {
@@ -387,6 +416,22 @@ Table *zTableByid(Repository *repository, const Oid *id) try {
     zwchar path[Z_PATH_MAX];
     if (!table_path(path, repository, id)) return nullptr;
     return open_in(repository, id, path);
+} catch (...) {
+    return fail_thrown();
+}
+
+Table *zTableLook(Repository *repository, const Oid *id) try {
+    if (!repository || !id) return fail_args();
+    zwchar path[Z_PATH_MAX];
+    if (!table_path(path, repository, id)) return nullptr;
+    TablePtr table{new Table};
+    table->path.reset(zStrdupW(path));
+    if (!table->path || !open_to_look(table.get(), path)) return nullptr;
+    if (!table->database) {
+        table.reset(); // lets go of the gate
+        table.reset(zTableOpen(path, false));
+    }
+    return owned_by(repository, id, std::move(table));
 } catch (...) {
     return fail_thrown();
 }

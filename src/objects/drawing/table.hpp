@@ -30,8 +30,9 @@ inline const char *chars(const void *bytes) { return static_cast<const char *>(b
 
 namespace zev {
 
-// LevelDB writes whenever it opens: a new manifest, a log, a lock. Where nobody may write, or there
-// is no room, it is shown a directory of links to the table's files, which goes with the record.
+// LevelDB writes whenever it opens: a new manifest, a log, a lock. Where nobody may write, there is
+// no room, or somebody only looks, it is shown a directory of links to the table's files, which
+// goes with the record.
 class TableImage {
   public:
     TableImage() = default;
@@ -45,6 +46,24 @@ class TableImage {
 
   private:
     std::u16string path_;
+};
+
+// The lock on a table's directory itself, for which nothing is written there: who only looks at
+// rows shares it with others who look, who may write has it alone.
+class TableGate {
+  public:
+    TableGate() = default;
+    ~TableGate();
+    TableGate(const TableGate &) = delete;
+    TableGate &operator=(const TableGate &) = delete;
+
+    // Waits for others, up to three seconds: then false, and the locked error. True also where
+    // directories can't be locked.
+    bool take(const zwchar *table, bool shared);
+    bool is_taken() const { return directory_ >= 0; }
+
+  private:
+    int directory_ = -1;
 };
 
 // Takes away what a closed database leaves in its directory and nobody needs: see the source.
@@ -61,6 +80,7 @@ struct Table {
     Repository *owner = nullptr; // lent; null unless opened through a repository
     Oid id{};                    // all zero after a direct open
     zev::Wide path;
+    zev::TableGate gate;
     zev::TableImage image;               // of a table that is only read
     int refusal = 0;                     // what a write to that ends with, a number of the host's
     zev::Owned<Share, zShareClose> lock; // above the database: let go once that is closed

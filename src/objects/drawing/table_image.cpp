@@ -1,6 +1,6 @@
-// A table for reading where nobody may write: <temporary directory>/zev-<40 hex>/ with a symbolic
-// link to each file of the table but LevelDB's lock and its notes. LevelDB reads through the links;
-// what it replaces or removes are the links.
+// A table for reading where nobody may or will write: <temporary directory>/zev-<40 hex>/ with a
+// symbolic link to each file of the table but LevelDB's lock and its notes. LevelDB reads through
+// the links; what it replaces or removes are the links.
 #include "objects/drawing/table.hpp"
 
 #include "common/errno.hpp"
@@ -8,6 +8,7 @@
 #include "system/os.hpp"
 #include "zev/oid.h"
 
+#include <cerrno>
 #include <vector>
 
 namespace zev {
@@ -43,6 +44,20 @@ bool TableImage::make(const zwchar *table) {
 
 TableImage::~TableImage() {
     if (!path_.empty()) os::remove_tree(path_.c_str(), false);
+}
+
+TableGate::~TableGate() {
+    if (directory_ >= 0) os::close_fd(directory_);
+}
+
+bool TableGate::take(const zwchar *table, bool shared) {
+    constexpr int kRounds = 300;
+    constexpr uint32_t kPause = 10; // milliseconds
+    for (int round = 0; round < kRounds; ++round, os::sleep(kPause)) {
+        directory_ = os::lock_dir(table, shared);
+        if (directory_ >= 0 || errno != EWOULDBLOCK) return true;
+    }
+    return raise_locked(table);
 }
 
 } // namespace zev

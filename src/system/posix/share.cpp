@@ -21,6 +21,8 @@
 #include <csignal>
 #include <ctime>
 
+#include <sys/file.h>
+
 namespace zev::os {
 
 namespace {
@@ -152,6 +154,17 @@ bool share_remove(int fd, const char16_t *path) {
 // A write lease is given only while nobody else has the file open. An opener that comes while it
 // stands is told to wait by a signal to us, and waits until it is dropped; a signal that is
 // ignored by default takes the place of the one that would end the process.
+int lock_dir(const char16_t *path, bool shared) {
+    const Native name(path);
+    const int fd = name ? ::open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    if (fd < 0 || retry([&] { return flock(fd, (shared ? LOCK_SH : LOCK_EX) | LOCK_NB); }) == 0)
+        return fd;
+    const int kept = errno;
+    close_fd(fd);
+    errno = kept;
+    return -1;
+}
+
 int open_elsewhere(int fd) {
     if (fcntl(fd, F_SETSIG, SIGURG) != 0) return -1;
     if (fcntl(fd, F_SETLEASE, F_WRLCK) == 0) {
