@@ -10,6 +10,7 @@
 #include "verb.hpp"
 #include "when.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 namespace host {
@@ -213,11 +214,22 @@ void tell_server(Host &host, const WorkingCopy &copy) {
     host.out.record(record);
 }
 
+// Who names a file wants to know of it; who names a directory, of what counts in it.
+bool names_files_only(const WorkingCopy &copy, const Paths &paths) {
+    const auto is_file = [&copy](const std::string &path) {
+        std::error_code ignored;
+        return !is_wild(path) &&
+               !fs::is_directory(fs::symlink_status(copy.absolute(copy.relative(path)), ignored));
+    };
+    return !paths.empty() && std::all_of(paths.begin(), paths.end(), is_file);
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     tell_unfinished(host, copy);
+    const bool with_ignored = options.ignored || names_files_only(copy, options.paths);
     const uint32_t left_out =
-        Z_SPEC_NO_UNCHANGED | (options.ignored ? 0u : uint32_t{Z_SPEC_NO_IGNORED});
+        Z_SPEC_NO_UNCHANGED | (with_ignored ? 0u : uint32_t{Z_SPEC_NO_IGNORED});
     OwnedSpec spec = copy.spec(options.paths, left_out, host.notify);
     const OwnedStatus list = look(copy, spec.get());
     Conflicts conflicts(copy);
