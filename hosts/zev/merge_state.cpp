@@ -3,11 +3,16 @@
 #include "merge_state.hpp"
 
 #include "refs.hpp"
+#include "scratch.hpp"
 #include "show.hpp"
+
+#include <fstream>
 
 namespace host {
 
 namespace fs = std::filesystem;
+
+static constexpr const char *kMessageFile = "MERGE_MSG"; // git's, too
 
 bool is_as_head(const WorkingCopy &copy, Index *index) {
     const OwnedTree tree(check(zIndexWriteTree(index)));
@@ -23,16 +28,28 @@ std::optional<Unsettled> unsettled_merge(const WorkingCopy &copy) {
     return {};
 }
 
-void note_merge(const WorkingCopy &copy, const Unsettled &merge) {
+void note_merge(const WorkingCopy &copy, const Unsettled &merge, const std::string &message) {
+    replace_file(own_directory(copy) / kMessageFile, message + "\n");
     Owned<Reference, zReferenceFree>(check(
         zReferenceCreate(copy.repository(), merge.whole ? kMergeHead : kPartHead, &merge.theirs)));
+}
+
+// Git writes hints for an editor into it, each line behind a "#".
+std::string noted_message(const WorkingCopy &copy) {
+    constexpr size_t kLongest = 1 << 16;
+    if (!unsettled_merge(copy)) return {};
+    std::ifstream file(own_directory(copy) / kMessageFile);
+    std::string message;
+    for (std::string line; message.size() < kLongest && std::getline(file, line);)
+        if (!line.starts_with('#')) message += line + "\n";
+    return message.substr(0, message.find_last_not_of(" \t\r\n") + 1);
 }
 
 // With what git keeps beside it, and with a commit that git was to pick or to take back.
 void finish_merge(const WorkingCopy &copy) {
     for (const zwchar *name : {kMergeHead, kPartHead, u"CHERRY_PICK_HEAD", u"REVERT_HEAD"})
         if (zReferenceExists(copy.repository(), name)) delete_reference(copy, narrow(name));
-    for (const char *name : {"MERGE_MSG", "MERGE_MODE"}) {
+    for (const char *name : {kMessageFile, "MERGE_MODE"}) {
         std::error_code ignored;
         fs::remove(own_directory(copy) / name, ignored);
     }

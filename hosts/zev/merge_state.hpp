@@ -17,7 +17,10 @@ struct Unsettled {
     bool whole; // the commit that settles it has theirs as a parent
 };
 std::optional<Unsettled> unsettled_merge(const WorkingCopy &copy);
-void note_merge(const WorkingCopy &copy, const Unsettled &merge);
+// `message` is that of the commit that will end it, unless that has words of its own.
+void note_merge(const WorkingCopy &copy, const Unsettled &merge, const std::string &message);
+// What was noted, by a merge of git's too; empty where none is under way.
+std::string noted_message(const WorkingCopy &copy);
 void finish_merge(const WorkingCopy &copy);
 void require_no_merge(const WorkingCopy &copy); // throws while there is one
 

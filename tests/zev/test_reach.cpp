@@ -326,8 +326,8 @@ TEST_F(Reach, AMergeIsTakenBack) {
     EXPECT_EQ(code("merge --abort"), 3);
     const std::string trash = ok("trash list"); // what was done meanwhile is there
     EXPECT_NE(trash.find("  e/new"), trash.npos) << trash;
-    // Settled and not committed; and begun by git.
-    EXPECT_EQ(code("merge side"), 4);
+    // Settled and not committed; and begun by git. What it was to say goes with it.
+    EXPECT_EQ(code("merge side -m words"), 4);
     ok("resolve --theirs a");
     EXPECT_EQ(code("merge side"), 1);
     ok("merge --abort");
@@ -337,6 +337,11 @@ TEST_F(Reach, AMergeIsTakenBack) {
     EXPECT_EQ(git("status --short"), "?? loose\n");
     EXPECT_EQ(git("rev-parse -q --verify MERGE_HEAD"), "");
     EXPECT_EQ(content("a") + content("e/new"), "ours a(none)");
+    EXPECT_EQ(code("merge side"), 4);
+    ok("resolve --mine a");
+    ok("commit");
+    EXPECT_EQ(git("log -1 --format=%s"), "Merge side\n");
+    EXPECT_EQ(code("commit"), 2);
 }
 
 TEST_F(Reach, TheLastCommitIsMadeAnew) {

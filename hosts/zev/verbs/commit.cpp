@@ -30,6 +30,7 @@ void declare(Command &verb, Options &options) {
         "Without paths the commit holds what was added; with paths it holds these as they\n"
         "stand, whatever else was added. --all takes every tracked file as it stands, and what\n"
         "was added; new files are to be added first, or \"zev commit .\" takes them, too.\n"
+        "The commit that ends a merge says what \"zev merge\" was told, unless -m says more.\n"
         "--amend makes the last commit anew, with these, and with other words if there are any.\n"
         "In a copy of a server's project what is new there comes in first, and the commit is\n"
         "sent; nothing is kept of one that fails.\n"
@@ -113,9 +114,11 @@ OwnedSpec selection(Host &host, const WorkingCopy &copy, const Options &options)
 }
 
 // As the commit will have it: what is no text becomes a sign for that. Empty only where the last
-// commit's stays.
-std::string message_of(const Options &options) {
+// commit's stays. A merge has words already.
+std::string message_of(const WorkingCopy &copy, const Options &options) {
     if (!options.message && options.amend) return {};
+    if (!options.message && options.paths.empty())
+        if (std::string noted = noted_message(copy); !noted.empty()) return noted;
     if (!options.message) throw Failed(kInvalid, "what was done? Say it by -m MESSAGE");
     std::string message = narrow(wide(clean(*options.message)).c_str());
     if (message.find_first_not_of(" \t\r\n\b\f") == message.npos)
@@ -125,7 +128,7 @@ std::string message_of(const Options &options) {
 
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
-    const std::string message = message_of(options);
+    const std::string message = message_of(copy, options);
     require_branch(copy);
     OwnedSpec spec = selection(host, copy, options);
     if (options.amend)

@@ -244,7 +244,7 @@ class Merge {
     // Whoever resolves them is told whose they are; the commit then has theirs as a parent, unless
     // something is left.
     int conflicted() {
-        note_merge(copy_, {*zCommitId(theirs_.get()), !left_});
+        note_merge(copy_, {*zCommitId(theirs_.get()), !left_}, message());
         summary("conflicts", nullptr, left_);
         if (left_)
             host_.out.warn(say("%s; merge again for the rest when this is committed", left_out()));
@@ -253,17 +253,20 @@ class Merge {
 
     int commit(Index *index, const std::string &author, const Transfer &taken) {
         const Oid *theirs = zCommitId(theirs_.get());
-        std::string message = clean(options_.message);
-        if (message.empty()) message = "Merge " + options_.branch;
-        if (!taken.whole()) message = part_note(*theirs);
+        const std::string words = taken.whole() ? message() : part_note(*theirs);
         const OwnedCommit made(
             check(zIndexCommitWith(index, nullptr, u"HEAD", wide(author).c_str(),
-                                   wide(message).c_str(), theirs, taken.whole() ? 1 : 0)));
+                                   wide(words).c_str(), theirs, taken.whole() ? 1 : 0)));
         if (taken.whole()) return done(made.get());
         summary("incomplete", zCommitId(made.get()), left_);
         if (taken.broken_off)
             throw Failed(kCanceled, say("cancelled, %s; merge again for the rest", left_out()));
         throw Failed(kOther, say("%s; close what uses them, and merge again", left_out()));
+    }
+
+    std::string message() const {
+        const std::string words = clean(options_.message);
+        return words.empty() ? "Merge " + options_.branch : words;
     }
 
     std::string left_out() const {
