@@ -67,7 +67,7 @@ bool is_mixed(Repository *repository, const Manifest *from, const Manifest &to,
     std::vector<DrawingKey> wanted;
     for (const OtherKey &key : keys) wanted.push_back(key.key);
     DigestCheck check(*from, to);
-    const host::OwnedTable table = open_table(repository, &to.table, "");
+    const host::OwnedTable table = look_at_table(repository, &to.table, "");
     const uint64_t found =
         read_rows(table.get(), wanted, notify,
                   [&](size_t place, std::string_view row) { check.take(keys[place], row); });

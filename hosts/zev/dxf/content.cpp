@@ -120,7 +120,7 @@ class Filling {
 Contents::Contents(Repository *repository, const std::vector<Keys> &versions,
                    const std::string &name, const Notify *notify) {
     Reading reading(versions);
-    const host::OwnedTable table = open_table(repository, &versions.front().table, name);
+    const host::OwnedTable table = look_at_table(repository, &versions.front().table, name);
     reading.read(table.get(), name, notify, bytes_);
     for (const Keys &version : versions)
         contents_.push_back(Filling(reading, bytes_).fill(version, name));

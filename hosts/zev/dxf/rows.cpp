@@ -143,11 +143,24 @@ std::u16string table_path(Repository *repository, const Oid *id) {
     return path;
 }
 
-host::OwnedTable open_table(Repository *repository, const Oid *id, const std::string &name) {
+namespace {
+
+using Open = Table *(*)(Repository *, const Oid *);
+host::OwnedTable opened(Open open, Repository *repository, const Oid *id, const std::string &name) {
     if (!zPathDirExists(table_path(repository, id).c_str()))
         throw host::Failed(host::kNotFound,
                            host::say("%s: its table is not in this working copy", name));
-    return host::OwnedTable(host::check(zTableLook(repository, id), name));
+    return host::OwnedTable(host::check(open(repository, id), name));
+}
+
+} // namespace
+
+host::OwnedTable look_at_table(Repository *repository, const Oid *id, const std::string &name) {
+    return opened(zTableLook, repository, id, name);
+}
+
+host::OwnedTable open_table(Repository *repository, const Oid *id, const std::string &name) {
+    return opened(zTableByid, repository, id, name);
 }
 
 std::string table_owner(Table *table) {

@@ -21,8 +21,9 @@ inline bool before(const DrawingKey &a, const DrawingKey &b) {
 // Path of the table with that id in a repository, whether it is there or not.
 std::u16string table_path(Repository *repository, const Oid *id);
 
-// Opens the drawing's table to look at its rows, never makes one. Throws when it isn't there,
-// `name` in the message.
+// The drawing's table, to look at its rows or to add some; never makes one. Both throw when it
+// isn't there, `name` in the message.
+host::OwnedTable look_at_table(Repository *repository, const Oid *id, const std::string &name);
 host::OwnedTable open_table(Repository *repository, const Oid *id, const std::string &name);
 
 // The work file that the table serves, relative to the work directory; "" when none is named.

@@ -45,7 +45,7 @@ std::vector<Look> looks_of(Host &host, const WorkingCopy &copy, const dxf::Manif
     for (const auto &[key, place] : order) keys.push_back(key);
     try {
         fetch_rows(host, copy, drawing.table, keys, path);
-        OwnedTable table = dxf::open_table(copy.repository(), &drawing.table, path);
+        OwnedTable table = dxf::look_at_table(copy.repository(), &drawing.table, path);
         dxf::read_rows(table.get(), keys, host.notify, [&](size_t i, std::string_view row) {
             looks[order[i].second] = {std::string(dxf::record_type(row)),
                                       std::string(dxf::record_layer(row))};

@@ -141,7 +141,7 @@ class Difference {
         for (const Side &side : sides) keys.push_back(side.key.key);
         fetch_rows(host_, copy_, to_.manifest.table, keys, path_);
         dxf::DigestCheck check(from_.manifest, to_.manifest);
-        OwnedTable table = dxf::open_table(copy_.repository(), &to_.manifest.table, path_);
+        OwnedTable table = dxf::look_at_table(copy_.repository(), &to_.manifest.table, path_);
         const uint64_t found = dxf::read_rows(table.get(), keys, host_.notify,
                                               [&](size_t place, std::string_view row) {
                                                   const auto &[key, change] = sides[place];
