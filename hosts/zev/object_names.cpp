@@ -13,7 +13,9 @@ uint64_t parse_object(const std::string &text) {
     const char *begin = text.data() + unnamed, *end = text.data() + text.size();
     uint64_t number = 0;
     const auto [stop, error] = std::from_chars(begin, end, number, unnamed ? 10 : 16);
-    if (error != std::errc() || stop != end || number >= dxf::kFirstNumber)
+    // What was added without a handle is numbered from far above on while it is merged.
+    const uint64_t limit = unnamed ? UINT64_MAX - dxf::kFirstNumber : dxf::kFirstNumber;
+    if (error != std::errc() || stop != end || number >= limit)
         throw Failed(kInvalid, say("\"%s\" is no handle; write it as \"zev diff\" shows it", text));
     return unnamed ? number + dxf::kFirstNumber : number;
 }

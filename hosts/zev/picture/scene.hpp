@@ -71,6 +71,19 @@ struct Text {
     Ink ink{0}; // 0 for its shape's
 };
 
+// Why something is left out, beside kinds of entities that aren't drawn.
+namespace reason {
+inline constexpr const char *kBroken = "numbers that are none or too large";
+inline constexpr const char *kBeyond = "objects beyond the limit";
+inline constexpr const char *kMissing = "blocks that are missing";
+inline constexpr const char *kForeign = "blocks of other drawings";
+inline constexpr const char *kRecursive = "blocks inside themselves";
+inline constexpr const char *kDeep = "blocks nested too deeply";
+inline constexpr const char *kKnots = "splines with broken knots"; // drawn by even ones
+inline constexpr const char *kDense = "hatches too dense";         // drawn in part
+inline constexpr const char *kOthers = "of other kinds";
+} // namespace reason
+
 struct Scene {
     std::vector<Shape> shapes; // those in front come last
     std::vector<Step> steps;
@@ -80,7 +93,9 @@ struct Scene {
         dashes; // lengths in the drawing's units, lines and gaps by turns
     Box box;    // of all shapes, of texts by guess
     bool is_paper = false;
-    std::map<std::string, uint64_t> left_out; // kinds of entities, or reasons, and how often
+    // Kinds of entities, or reasons, and of how many records: one that is in many places counts
+    // once.
+    std::map<std::string, uint64_t> left_out;
 
     Box box_of(const Shape &shape) const;
 };
@@ -89,11 +104,13 @@ struct SceneOptions {
     // Only entities of these places, with their blocks; empty for all.
     std::function<bool(size_t object)> wanted{};
     enum Space : uint8_t { any, model, paper } space = any; // any: model, paper where that is empty
-    uint64_t most_points = 20'000'000;
+    uint64_t most_points = 5'000'000;
 };
 
 inline constexpr double kFarthest = 1e15;
 
+// What is drawn with another entity, a vertex with its polyline, is wanted with it: either brings
+// both, and the polyline is the shapes' object. Attributes are objects of their own.
 Scene draw(const dxf::Content &content, const SceneOptions &options = {});
 
 } // namespace picture

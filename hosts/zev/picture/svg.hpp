@@ -17,6 +17,7 @@ struct Theme {
 
 // Red, green and blue of an ink, legible on the theme's ground.
 uint32_t rgb_of(Ink ink, const Theme &theme);
+uint32_t ground_of(const Theme &theme);
 
 // Text for SVG: marks and quotes escaped, control characters and bad UTF-8 replaced.
 std::string escaped(std::string_view text);
@@ -31,6 +32,7 @@ class Frame {
     double scale() const { return scale_; }   // units a unit of the drawing
     double width() const { return width_; }   // units
     double height() const { return height_; } // units
+    Box shown() const;                        // what of the drawing it shows, margins included
 
   private:
     Point middle_;
@@ -51,6 +53,9 @@ void write_shape(const Scene &scene, const Shape &shape, const Frame &frame, con
 struct SvgOptions {
     Theme theme;
     std::string title; // as it was typed, in UTF-8
+    // Of a picture that is to be small, in units: the least width of strokes, the least height of
+    // letters that are written, and how far apart places have to be to be two.
+    double weight = 0, letters = 0, grid = 0;
 };
 void write_svg(const Scene &scene, const SvgOptions &options, const Write &write);
 
