@@ -1,6 +1,7 @@
 // Rows are read in table order, each once, and lent out in the order of each version's lists.
 #include "dxf/content.hpp"
 
+#include "dxf/as_imported.hpp"
 #include "dxf/layout.hpp"
 #include "dxf/rows.hpp"
 #include "dxf/summary.hpp"
@@ -126,20 +127,59 @@ Contents::Contents(Repository *repository, const std::vector<Keys> &versions,
         contents_.push_back(Filling(reading, bytes_).fill(version, name));
 }
 
-void write_file(const Content &content, const std::string &name,
-                const std::function<void(std::string_view)> &write) {
+namespace {
+
+// Each part of the file in its order.
+bool play_parts(const Content &content, const std::function<void(std::string_view)> &part) {
     auto symbol = content.classes.begin();
     auto object = content.objects.begin();
     LayoutVisitor visitor;
-    visitor.literal = write;
-    visitor.header = [&] { write(content.header); };
+    visitor.literal = part;
+    visitor.header = [&] { part(content.header); };
     visitor.symbols = [&](uint64_t count) {
-        for (; count; --count) write(*symbol++);
+        for (; count; --count) part(*symbol++);
     };
     visitor.objects = [&](uint64_t count) {
-        for (; count; --count) write((object++)->record);
+        for (; count; --count) part((object++)->record);
     };
-    if (!read_layout(content.layout, content.classes.size(), content.objects.size(), visitor))
+    return read_layout(content.layout, content.classes.size(), content.objects.size(), visitor);
+}
+
+} // namespace
+
+bool visit_imported(const Content &content, const std::function<void(std::string_view)> &visit) {
+    const std::string_view differences = differences_in(content.layout);
+    if (differences.empty()) return play_parts(content, visit);
+    ImportedParts parts(differences);
+    bool is_good = true;
+    std::string whole;
+    const bool is_whole = play_parts(content, [&](std::string_view part) {
+        whole.clear();
+        is_good = is_good && parts.next(part, [&](std::string_view bytes) { whole += bytes; });
+        if (is_good) visit(whole);
+    });
+    return is_whole && is_good && parts.finish();
+}
+
+void write_file(const Content &content, const std::string &name,
+                const std::function<void(std::string_view)> &write, Form form) {
+    const std::string_view differences = differences_in(content.layout);
+    bool is_whole = true;
+    if (form == Form::version || differences.empty()) {
+        is_whole = play_parts(content, write);
+    } else {
+        ImportedParts parts(differences);
+        bool is_good = true;
+        is_whole = play_parts(
+            content, [&](std::string_view part) { is_good = is_good && parts.next(part, write); });
+        if (is_whole && !(is_good && parts.finish()))
+            throw host::Failed(
+                host::kOther,
+                host::say("%s: what it was imported from is not known any more, since the drawing "
+                          "was changed after that; export it without --as-imported",
+                          name));
+    }
+    if (!is_whole)
         throw host::Failed(host::kOther,
                            host::say("%s: the drawing doesn't come from a DXF file", name));
 }

@@ -51,8 +51,17 @@ class Contents {
     std::vector<Content> contents_;
 };
 
-// The DXF file that a version came from, in pieces. Throws when the layout is damaged or none.
+// The bytes of which form: those of the drawing's version, or those of the file that was imported
+// last. They are the same unless that import kept some of the version before it.
+enum class Form : uint8_t { version, imported };
+
+// The DXF file that a version came from, in pieces. Throws when the layout is damaged or none, and
+// for the imported form of a drawing that was changed by something else than an import since.
 void write_file(const Content &content, const std::string &name,
-                const std::function<void(std::string_view)> &write);
+                const std::function<void(std::string_view)> &write, Form form = Form::version);
+
+// The parts of the file that was imported last, each as a whole, good during the call. False when
+// they are not known.
+bool visit_imported(const Content &content, const std::function<void(std::string_view)> &visit);
 
 } // namespace dxf

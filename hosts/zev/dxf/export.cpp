@@ -6,9 +6,10 @@
 namespace dxf {
 
 void export_drawing(Repository *repository, Drawing *drawing, const std::string &name,
-                    const Notify *notify, const std::function<void(std::string_view)> &write) {
+                    const Notify *notify, const std::function<void(std::string_view)> &write,
+                    Form form) {
     const Contents contents(repository, {Keys(drawing)}, name, notify);
-    write_file(contents[0], name, write);
+    write_file(contents[0], name, write, form);
 }
 
 } // namespace dxf

@@ -2,8 +2,9 @@
 // ends, by a table of what each pairing is worth; where that would be too large, by their places.
 #include "dxf/fields.hpp"
 
+#include "dxf/groups.hpp"
+
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 
 namespace dxf {
@@ -14,28 +15,6 @@ namespace {
 constexpr size_t kMaxCells = 1 << 20;
 
 constexpr int kLayer = 8, kControl = 102, kExtended = 1000;
-
-std::string_view trim(std::string_view text) {
-    const size_t first = text.find_first_not_of(" \t\r");
-    if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
-}
-
-std::string_view take_line(std::string_view &left) {
-    const size_t end = left.find('\n');
-    std::string_view line = left.substr(0, end);
-    left.remove_prefix(end == left.npos ? left.size() : end + 1);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    return line;
-}
-
-bool take_field(std::string_view &left, Field &field) {
-    const std::string_view code = trim(take_line(left));
-    const auto [end, error] = std::from_chars(code.data(), code.data() + code.size(), field.code);
-    if (error != std::errc() || end != code.data() + code.size() || left.empty()) return false;
-    field.value = take_line(left);
-    return true;
-}
 
 struct Name {
     int code;
@@ -188,16 +167,16 @@ class Alignment {
 
 std::vector<Field> split_fields(std::string_view record) {
     std::vector<Field> fields;
-    for (Field field; !record.empty() && take_field(record, field);) fields.push_back(field);
+    for (RawGroup group; take_group(record, group);) fields.push_back({group.code, group.value});
     return fields;
 }
 
 std::string_view record_layer(std::string_view record) {
     bool in_list = false;
-    for (Field field; !record.empty() && take_field(record, field);) {
-        if (field.code >= kExtended) break;
-        if (field.code == kControl) in_list = trim(field.value).starts_with('{');
-        if (field.code == kLayer && !in_list) return trim(field.value);
+    for (RawGroup group; take_group(record, group);) {
+        if (group.code >= kExtended) break;
+        if (group.code == kControl) in_list = trim_blanks(group.value).starts_with('{');
+        if (group.code == kLayer && !in_list) return trim_blanks(group.value);
     }
     return {};
 }

@@ -1,9 +1,19 @@
 // Import: a DXF file is cut into parts, each held against the former version; what differs goes
-// into the table, and the manifest, written last, names it all.
+// into the table, and the manifest, written last, names it all. Where the former bytes stay, the
+// layout tells what the file had in their place.
 
+#include "dxf/as_imported.hpp"
+#include "dxf/carry.hpp"
+#include "dxf/content.hpp"
 #include "dxf/drawing.hpp"
+#include "dxf/incoming.hpp"
+#include "dxf/keep.hpp"
 #include "dxf/layout.hpp"
+#include "dxf/normal.hpp"
+#include "dxf/numbers.hpp"
 #include "dxf/rows.hpp"
+#include "dxf/saved.hpp"
+#include "dxf/small_picture.hpp"
 #include "dxf/summary.hpp"
 #include "dxf/tag.hpp"
 
@@ -18,28 +28,7 @@ namespace dxf {
 namespace {
 
 // Object numbers of the header, the summary and the layout.
-constexpr uint64_t kBlocks[] = {static_cast<uint64_t>(-1), static_cast<uint64_t>(-2),
-                                static_cast<uint64_t>(-3)};
-constexpr uint64_t class_number(uint64_t place) { return static_cast<uint64_t>(-101) - place; }
-
-// A block of the new version, in search of its key.
-struct Item {
-    std::string_view value;
-    DrawingKey key{};     // tag 0 until the former key or a new tag is found
-    bool known = false;   // the former version has an object of this handle
-    Item *same = nullptr; // next one without handle and with the same content
-    bool kept() const { return key.tag != 0; }
-};
-
-// A key of the former version; the place of its class or object in the list.
-struct Former {
-    DrawingKey key;
-    uint64_t place;
-    Item *item = nullptr; // that takes the key over if its content is the same
-};
-
-// A number that was given to a record without handle.
-bool is_own(uint64_t number) { return number >= kFirstNumber && number < 2 * kFirstNumber; }
+constexpr uint64_t kBlocks[] = {kHeaderNumber, kSummaryNumber, kLayoutNumber};
 
 bool same_key(const DrawingKey &a, const DrawingKey &b) {
     return a.tag == b.tag && a.object == b.object;
@@ -57,14 +46,20 @@ class Importer {
     // before the whole file has proved to be DXF.
     ImportResult run() {
         auto reading = std::async(std::launch::async, [this] {
-            read_source();
-            name_objects();
+            incoming_.read(request_.source, request_.name);
+            summary_ = summarize(document_);
+            if (!zPathFileExists(request_.drawing.c_str())) picture_.begin();
         });
         read_former();
         reading.get();
+        blocks_[0] = incoming_.header;
         own_table();
         keep_unchanged();
+        keep_more();
+        make_layout();
+        if (is_saved_only()) return result_;
         stamp_others();
+        if (!rows_.empty()) picture_.begin();
         write_rows(table_.get(), rows_, request_.notify);
         write_manifest();
         fresh_ = false;
@@ -72,26 +67,6 @@ class Importer {
     }
 
   private:
-    // The file
-
-    void read_source() {
-        host::OwnedFile file(host::check(zFileOpen(request_.source.c_str(), u"rb"), request_.name));
-        uint64_t size = zFileSize(file.get());
-        buffer_.reset(new char[size + 1]);
-        size = zFileRead(file.get(), buffer_.get(), size);
-        if (zFileError(file.get())) host::fail_raised(request_.name);
-        document_ = split({buffer_.get(), size}, request_.name);
-        summary_ = summarize(document_);
-        layout_ = write_layout(document_.parts);
-        blocks_[2].value = layout_;
-        objects_.reserve(document_.parts.size());
-        for (const Part &part : document_.parts) {
-            if (part.kind == Kind::header) blocks_[0].value = part.bytes;
-            if (part.kind == Kind::symbol) symbols_.push_back({part.bytes});
-            if (part.kind == Kind::object) objects_.push_back({part.bytes});
-        }
-    }
-
     // The drawing and its table
 
     void read_former() {
@@ -160,62 +135,21 @@ class Importer {
         zDirRemove(path.c_str(), false, false);
     }
 
-    // Numbers
-
-    // Of several records with one handle the first has it. All others without are chained by
-    // content, in file order.
-    void name_objects() {
-        size_t next = 0;
-        std::vector<Item *> nameless;
-        for (const Part &part : document_.parts) {
-            if (part.kind != Kind::object) continue;
-            Item *item = &objects_[next++];
-            item->key.object = part.handle;
-            if (part.handle)
-                named_.push_back(item);
-            else
-                nameless.push_back(item);
-        }
-        auto by_handle = [](Item *a, Item *b) { return a->key.object < b->key.object; };
-        std::stable_sort(named_.begin(), named_.end(), by_handle);
-        auto same = [](Item *a, Item *b) { return a->key.object == b->key.object; };
-        for (size_t i = 1; i < named_.size(); ++i)
-            if (same(named_[i - 1], named_[i])) nameless.push_back(named_[i]);
-        named_.erase(std::unique(named_.begin(), named_.end(), same), named_.end());
-        std::sort(nameless.begin(), nameless.end());
-        chain(nameless);
-    }
-
-    void chain(const std::vector<Item *> &nameless) {
-        for (auto at = nameless.rbegin(); at != nameless.rend(); ++at) {
-            (*at)->key.object = 0;
-            Item *&first = by_content_[(*at)->value];
-            (*at)->same = first;
-            first = *at;
-        }
-    }
-
-    Item *by_handle(uint64_t handle) {
-        auto below = [](Item *item, uint64_t number) { return item->key.object < number; };
-        auto at = std::lower_bound(named_.begin(), named_.end(), handle, below);
-        return at != named_.end() && (*at)->key.object == handle ? *at : nullptr;
-    }
-
     // Keys of the former version
 
     // In table order.
     void list_formers() {
         Drawing *drawing = former_.get();
-        formers_ = {{*zDrawingHeader(drawing), 0, nullptr},
-                    {*zDrawingSummary(drawing), 0, nullptr},
-                    {*zDrawingDS(drawing), 0, nullptr}};
+        formers_ = {{*zDrawingHeader(drawing), 0},
+                    {*zDrawingSummary(drawing), 0},
+                    {*zDrawingDS(drawing), 0}};
         uint64_t classes = zDrawingClassCount(drawing);
         former_objects_ = zDrawingObjectCount(drawing);
         formers_.reserve(formers_.size() + classes + former_objects_);
         for (uint64_t i = 0; i < classes; ++i)
-            formers_.push_back({*zDrawingClassGetAt(drawing, i), i, nullptr});
+            formers_.push_back({*zDrawingClassGetAt(drawing, i), i});
         for (uint64_t i = 0; i < former_objects_; ++i)
-            formers_.push_back({*zDrawingObjectGetAt(drawing, i), i, nullptr});
+            formers_.push_back({*zDrawingObjectGetAt(drawing, i), i});
         auto order = [](const Former &a, const Former &b) { return before(a.key, b.key); };
         std::sort(formers_.begin(), formers_.end(), order);
     }
@@ -232,33 +166,181 @@ class Importer {
             former.item = item_of(former);
             if (former.item) former.item->known = true;
         }
-        read_rows(table_.get(), keys, request_.notify, [&](size_t i, std::string_view value) {
-            Item *item = is_own(formers_[i].key.object) ? take_same(value) : formers_[i].item;
-            if (item == &blocks_[1])
-                former_summary_ = {formers_[i].key, std::string(value)};
-            else if (item && item->value == value)
-                item->key = formers_[i].key;
-        });
+        read_rows(table_.get(), keys, request_.notify,
+                  [&](size_t i, std::string_view value) { take_row(formers_[i], value); });
+    }
+
+    bool may_keep() const {
+        return request_.match != Match::exact && request_.match != Match::handle;
+    }
+
+    // Bytes that are the file's are held there; others only where they may be kept.
+    void take_row(Former &former, std::string_view value) {
+        if (is_own(former.key.object)) former.item = incoming_.take_same(value);
+        Item *item = former.item;
+        if (item == &blocks_[1]) {
+            former_summary_ = {former.key, std::string(value)};
+        } else if (item && item->value == value) {
+            item->key = former.key;
+            former.hold(item->value);
+        } else {
+            if (may_keep() || item == &blocks_[0] || item == &blocks_[2])
+                former.hold(arena_.copy(value));
+            if (!item) former.is_drawn = is_drawn(value);
+        }
     }
 
     // Nothing for a record without handle, which is found by content.
     Item *item_of(const Former &former) {
         uint64_t number = former.key.object;
-        if (number < kFirstNumber) return by_handle(number);
+        if (number < kFirstNumber) return incoming_.by_handle(number);
         for (size_t i = 0; i < blocks_.size(); ++i)
             if (number == kBlocks[i]) return &blocks_[i];
         bool is_class = former.place < symbols_.size() && number == class_number(former.place);
         return is_class ? &symbols_[former.place] : nullptr;
     }
 
-    // The next record without handle and with this content.
-    Item *take_same(std::string_view value) {
-        auto at = by_content_.find(value);
-        if (at == by_content_.end() || !at->second) return nullptr;
-        Item *item = at->second;
-        at->second = item->same;
-        item->known = true;
-        return item;
+    // What says the same in other bytes
+
+    void keep_more() {
+        result_.match = Match::exact;
+        for (Former &former : formers_)
+            if (is_object(former)) former_list_.push_back(&former);
+        const auto place = [](const Former *a, const Former *b) { return a->place < b->place; };
+        std::sort(former_list_.begin(), former_list_.end(), place);
+        if (!former_) return;
+        Keeper keeper(objects_, former_list_, arena_);
+        result_.match = keeper.run(request_.match);
+        if (result_.match != Match::normal && result_.match != Match::content) return;
+        for (Former &former : formers_) keep_class(former);
+        keep_header(keeper);
+        keep_literals();
+    }
+
+    static bool is_object(const Former &former) { return former.key.object < 2 * kFirstNumber; }
+
+    void keep_class(const Former &former) {
+        Item *item = former.item;
+        if (!item || item->kept() || !item->part || item->part->kind != Kind::symbol) return;
+        if (!former.is_held || !is_same_in_normal_form(former.value, item->value)) return;
+        item->key = former.key;
+        item->value = former.value;
+    }
+
+    const Former *former_block(const Item &block) const {
+        for (const Former &former : formers_)
+            if (former.item == &block) return &former;
+        return nullptr;
+    }
+
+    void keep_header(const Keeper &keeper) {
+        Item &header = blocks_[0];
+        const Former *former = former_block(header);
+        if (!header.part || !former) return;
+        if (result_.match == Match::content) {
+            const std::string text = with_free_handle(
+                translated(header.part->bytes, keeper.handles(), false), keeper.highest_handle());
+            if (text != header.part->bytes) header.key.tag = 0, header.value = arena_.copy(text);
+        }
+        if (header.kept() || !former->is_held ||
+            !is_same_header(former->value, header.value, keeper.highest_handle()))
+            return;
+        header.key = former->key;
+        header.value = former->value;
+    }
+
+    // What stands between the records, each against the one at its place.
+    void keep_literals() {
+        const Former *layout = former_block(blocks_[2]);
+        if (!layout || !layout->is_held) return;
+        std::vector<std::string_view> literals;
+        LayoutVisitor visitor;
+        visitor.literal = [&](std::string_view bytes) { literals.push_back(bytes); };
+        visitor.header = [] {};
+        visitor.symbols = visitor.objects = [](uint64_t) {};
+        if (!read_layout(layout->value, zDrawingClassCount(former_.get()), former_objects_,
+                         visitor))
+            return;
+        size_t next = 0;
+        for (size_t i = 0; i < document_.parts.size() && next < literals.size(); ++i) {
+            const Part &part = document_.parts[i];
+            if (part.kind != Kind::literal) continue;
+            const std::string_view former = literals[next++];
+            if (former != part.bytes && is_same_literal(former, part.bytes))
+                kept_literals_.emplace(i, former);
+        }
+    }
+
+    bool keeps_bytes() const {
+        const auto keeps = [](const Item &item) {
+            return item.part && item.value.data() != item.part->bytes.data();
+        };
+        return !kept_literals_.empty() || keeps(blocks_[0]) ||
+               std::any_of(symbols_.begin(), symbols_.end(), keeps) ||
+               std::any_of(objects_.begin(), objects_.end(), keeps);
+    }
+
+    void make_layout() {
+        layout_ = keeps_bytes() ? layout_of_both() : write_layout(document_.parts);
+        Item &layout = blocks_[2];
+        layout.value = layout_;
+        const Former *former = former_block(layout);
+        if (former && former->is_held && former->value == layout_) layout.key = former->key;
+    }
+
+    std::string layout_of_both() {
+        std::vector<std::string_view> kept, imported;
+        for (const Part &part : document_.parts) imported.push_back(part.bytes);
+        kept = imported;
+        for_all([&](const Item &item) {
+            if (item.part)
+                kept[static_cast<size_t>(item.part - document_.parts.data())] = item.value;
+        });
+        for (const auto &[place, bytes] : kept_literals_) kept[place] = bytes;
+        const std::string differences = write_differences(kept, imported);
+        std::vector<Part> parts = document_.parts;
+        for (size_t i = 0; i < parts.size(); ++i) parts[i].bytes = kept[i];
+        return write_layout(parts, differences);
+    }
+
+    // Is it the file of the last import, but for the marks of a program that saved it again? Then
+    // there is nothing to make a version of.
+    bool is_saved_only() {
+        Content before;
+        if (request_.match == Match::exact || !former_ || is_all_kept()) return false;
+        if (!content_before(before)) return false;
+        if (!differs_by_marks(before, document_)) return false;
+        result_.objects = result_.unchanged = objects_.size();
+        return true;
+    }
+
+    bool is_all_kept() {
+        bool kept = true;
+        for_all([&](const Item &item) { kept &= item.kept() || &item == &blocks_[1]; });
+        return kept;
+    }
+
+    // The former version, if its list is that of the file and no object has changed.
+    bool content_before(Content &before) const {
+        const Former *header = former_block(blocks_[0]), *layout = former_block(blocks_[2]);
+        if (!header || !header->is_held || !layout || !layout->is_held) return false;
+        if (former_list_.size() != objects_.size() ||
+            zDrawingClassCount(former_.get()) != symbols_.size())
+            return false;
+        before.header = header->value;
+        before.layout = layout->value;
+        before.objects.reserve(objects_.size());
+        for (size_t i = 0; i < objects_.size(); ++i) {
+            const Former &former = *former_list_[i];
+            if (!former.is_held || !differs_by_mark(former.value, objects_[i].value)) return false;
+            before.objects.push_back({former.key, former.value});
+        }
+        before.classes.resize(symbols_.size());
+        for (const Former &former : formers_)
+            if (former.item && former.place < symbols_.size() &&
+                former.item == &symbols_[former.place])
+                before.classes[former.place] = former.value;
+        return true;
     }
 
     // New keys
@@ -315,15 +397,26 @@ class Importer {
     void count_objects() {
         result_.objects = objects_.size();
         for (Item &item : objects_) {
-            if (item.kept())
+            if (item.kept()) {
                 ++result_.unchanged;
-            else if (item.known)
+                result_.kept += item.value.data() != item.part->bytes.data();
+            } else if (item.known) {
                 ++result_.modified;
-            else
+                result_.drawn.modified += is_drawn(item.value);
+            } else {
                 ++result_.added;
+                result_.drawn.added += is_drawn(item.value);
+            }
         }
+        for (const Former &former : formers_)
+            result_.drawn.removed += is_object(former) && !former.item && was_drawn(former);
         uint64_t matched = result_.unchanged + result_.modified;
         result_.removed = former_objects_ - std::min(former_objects_, matched);
+    }
+
+    // Which one has no item is known only when all are matched.
+    static bool was_drawn(const Former &former) {
+        return former.is_held ? is_drawn(former.value) : former.is_drawn;
     }
 
     uint64_t raise_tag() {
@@ -346,8 +439,11 @@ class Importer {
         for (Item &item : objects_)
             *host::check(zDrawingObjectAdd(drawing.get(), table_.get(), item.key.object)) =
                 item.key;
-        if (former_) carry_over(drawing.get());
-        if (former_ && request_.keep_former) request_.keep_former();
+        if (former_) carry_over(former_.get(), drawing.get());
+        picture_.put(drawing.get());
+        // One may have appeared since the start.
+        if (request_.keep_former && zPathFileExists(request_.drawing.c_str()))
+            request_.keep_former();
         host::check(zDrawingWrite(drawing.get(), request_.drawing.c_str()));
         result_.written = true;
     }
@@ -361,39 +457,27 @@ class Importer {
         return true; // blocks and classes were compared by place
     }
 
-    // What a DXF file doesn't hold and a host may have put into the drawing.
-    void carry_over(Drawing *drawing) {
-        uint32_t size = 0;
-        if (const void *data = zDrawingThumbnail(former_.get(), &size); data && size)
-            host::check(zDrawingSetThumbnail(drawing, size, data));
-        if (zDrawingHasVba(former_.get()))
-            *host::check(zDrawingVbaProject(drawing)) = *zDrawingVbaProject(former_.get());
-        Stream *from = host::check(zDrawingReference(former_.get(), nullptr, nullptr));
-        Stream *to = host::check(zDrawingReference(drawing, nullptr, nullptr));
-        char block[4096];
-        while (uint64_t count = zStreamRead(from, block, sizeof block))
-            if (zStreamWrite(to, block, count) != count) host::fail_raised();
-    }
-
     const Import &request_;
     ImportResult result_;
-    std::unique_ptr<char[]> buffer_; // the file; parts, items and rows lend from it
-    Document document_;
+    Incoming incoming_; // what it holds lends from it
+    Document &document_ = incoming_.document;
+    std::vector<Item> &symbols_ = incoming_.symbols, &objects_ = incoming_.objects;
     std::string layout_, summary_text_;
     host::OwnedJson summary_;
     std::pair<DrawingKey, std::string> former_summary_;
-    std::array<Item, 3> blocks_; // header, summary, layout
-    std::vector<Item> symbols_, objects_;
-    std::vector<Item *> named_; // by handle
-    std::unordered_map<std::string_view, Item *> by_content_;
+    std::array<Item, 3> blocks_;                                 // header, summary, layout
+    std::unordered_map<size_t, std::string_view> kept_literals_; // by the places of their parts
+    Arena arena_;                                                // former bytes, translated ones
     uint64_t next_number_ = kFirstNumber;
 
     host::OwnedDrawing former_; // as it stands in the work directory
     uint64_t former_objects_ = 0;
     std::vector<Former> formers_;
+    std::vector<Former *> former_list_; // the objects among them, in the drawing's order
     host::OwnedTable table_;
     bool fresh_ = false; // the table was made here and nothing names it yet
     std::vector<Row> rows_;
+    SmallPicture picture_{request_, document_};
 };
 
 } // namespace

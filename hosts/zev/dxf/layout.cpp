@@ -13,6 +13,13 @@
 // A step is one byte; n is 1 to 2^63 - 1 in groups of seven bits, the lowest first, each byte but
 // the last with its top bit set. The header comes at most once. A change of objects that keeps
 // their number leaves the block as it was.
+//
+// Where the drawing keeps other bytes than those that were imported last:
+//
+//   offset 0   4 bytes   "ZDXF"
+//          4   1 byte    version, 2
+//          5   n, n bytes   steps as above, the end mark with them
+//              to the end   what differs, see dxf/as_imported.cpp
 
 #include "dxf/layout.hpp"
 
@@ -20,7 +27,7 @@ namespace dxf {
 
 namespace {
 
-constexpr std::string_view kMagic("ZDXF\x01", 5);
+constexpr std::string_view kMagic("ZDXF\x01", 5), kMagicOfTwo("ZDXF\x02", 5);
 
 enum Step : uint8_t { kEnd, kLiteral, kHeader, kSymbols, kObjects };
 
@@ -32,6 +39,32 @@ void put_number(std::string &out, uint64_t number) {
 void put_step(std::string &out, Step step, uint64_t count) {
     out += static_cast<char>(step);
     put_number(out, count);
+}
+
+// 0, which nothing uses, stands for a bad one.
+uint64_t take_number(std::string_view &left) {
+    uint64_t value = 0;
+    for (unsigned shift = 0; shift < 63 && !left.empty(); shift += 7) {
+        auto byte = static_cast<uint8_t>(left.front());
+        left.remove_prefix(1);
+        value |= uint64_t{byte & 0x7Fu} << shift;
+        if (byte < 0x80) return value;
+    }
+    return 0;
+}
+
+// Both halves of a block of either version, without what stands in front of them.
+struct Halves {
+    std::string_view steps, differences;
+};
+
+Halves halves_of(std::string_view block) {
+    if (block.starts_with(kMagic)) return {block.substr(kMagic.size()), {}};
+    if (!block.starts_with(kMagicOfTwo)) return {};
+    block.remove_prefix(kMagicOfTwo.size());
+    const uint64_t size = take_number(block);
+    if (size >= block.size()) return {};
+    return {block.substr(0, size), block.substr(size)};
 }
 
 class Player {
@@ -88,17 +121,7 @@ class Player {
         return true;
     }
 
-    // 0, which no step uses, stands for a bad one.
-    uint64_t number() {
-        uint64_t value = 0;
-        for (unsigned shift = 0; shift < 63 && !left_.empty(); shift += 7) {
-            auto byte = static_cast<uint8_t>(left_.front());
-            left_.remove_prefix(1);
-            value |= uint64_t{byte & 0x7Fu} << shift;
-            if (byte < 0x80) return value;
-        }
-        return 0;
-    }
+    uint64_t number() { return take_number(left_); }
 
     std::string_view left_;
     uint64_t symbols_, objects_; // not yet used
@@ -106,10 +129,8 @@ class Player {
     const LayoutVisitor &visitor_;
 };
 
-} // namespace
-
-std::string write_layout(const std::vector<Part> &parts) {
-    std::string out(kMagic);
+std::string steps_of(const std::vector<Part> &parts) {
+    std::string out;
     for (size_t i = 0; i < parts.size();) {
         const Kind kind = parts[i].kind;
         size_t run = i + 1;
@@ -127,10 +148,27 @@ std::string write_layout(const std::vector<Part> &parts) {
     return out += static_cast<char>(kEnd);
 }
 
+} // namespace
+
+std::string write_layout(const std::vector<Part> &parts, std::string_view differences) {
+    const std::string steps = steps_of(parts);
+    if (differences.empty()) return std::string(kMagic) + steps;
+    std::string out(kMagicOfTwo);
+    put_number(out, steps.size());
+    out += steps;
+    return out += differences;
+}
+
+std::string_view differences_in(std::string_view layout) { return halves_of(layout).differences; }
+
+std::string without_differences(std::string_view layout) {
+    if (differences_in(layout).empty()) return std::string(layout);
+    return std::string(kMagic) + std::string(halves_of(layout).steps);
+}
+
 bool read_layout(std::string_view block, uint64_t symbols, uint64_t objects,
                  const LayoutVisitor &visitor) {
-    if (!block.starts_with(kMagic)) return false;
-    return Player(block.substr(kMagic.size()), symbols, objects, visitor).run();
+    return Player(halves_of(block).steps, symbols, objects, visitor).run();
 }
 
 } // namespace dxf

@@ -8,7 +8,15 @@
 
 namespace dxf {
 
-std::string write_layout(const std::vector<Part> &parts);
+// Of the parts as the drawing keeps them. `differences`, which may be empty, tell what the file
+// that was imported had in their place (dxf/as_imported.hpp).
+std::string write_layout(const std::vector<Part> &parts, std::string_view differences = {});
+
+// The differences in a layout; empty where it has none.
+std::string_view differences_in(std::string_view layout);
+
+// The layout without them: for a drawing whose objects are no longer those of its last import.
+std::string without_differences(std::string_view layout);
 
 // What a layout is played to, in file order.
 struct LayoutVisitor {

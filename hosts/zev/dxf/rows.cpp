@@ -106,7 +106,7 @@ struct PairStream : Stream {
         }
         if (next % kPoll == 0) {
             stopped = zNotifyIsUsrbrk(notify);
-            show_progress(notify, "storing %s of %s rows", next, rows.size());
+            show_bytes();
         }
         if (stopped) return false;
         if (next == rows.size()) return finish();
@@ -117,6 +117,15 @@ struct PairStream : Stream {
         put_number(fixed.data() + 20, rows[next].value.size(), 4);
         left = {reinterpret_cast<const char *>(fixed.data()), fixed.size()};
         return true;
+    }
+
+    // A large file takes a while, and its rows are of any size.
+    void show_bytes() {
+        for (; counted < next; ++counted) stored += rows[counted].value.size();
+        if (!all)
+            for (const Row &row : rows) all += row.value.size();
+        if (!notify) return;
+        zNotifyProgress(notify, u"%s / %s", zNumToHumanBytes(stored), zNumToHumanBytes(all));
     }
 
     bool finish() {
@@ -131,6 +140,8 @@ struct PairStream : Stream {
     std::array<uint8_t, 24> fixed{}; // key length, key, value length
     std::string_view left;           // of the piece at hand
     size_t next = 0;                 // row that has not been begun
+    size_t counted = 0;              // rows whose bytes are in `stored`
+    uint64_t stored = 0, all = 0;
     Piece piece = Piece::value;
     bool stopped = false;
 };

@@ -39,14 +39,40 @@ void put(Json *object, const zwchar *name, Json *value) {
     host::fail_raised();
 }
 
+using Sums = std::map<std::u16string, int64_t>;
+
 // Names that differ only in bytes that are no text fall together.
-Json *named(const Counts &counts) {
-    std::map<std::u16string, uint64_t> sums;
-    for (auto &[name, number] : counts) sums[text(name)] += number;
+Sums sums_of(const Counts &counts) {
+    Sums sums;
+    for (auto &[name, number] : counts) sums[text(name)] += static_cast<int64_t>(number);
+    return sums;
+}
+
+Json *named(const Sums &sums) {
     host::OwnedJson object(host::check(zJsonNew(Z_JSON_OBJECT)));
-    for (auto &[name, number] : sums)
-        put(object.get(), name.c_str(), zJsonNewInt(static_cast<int64_t>(number)));
+    for (auto &[name, number] : sums) put(object.get(), name.c_str(), zJsonNewInt(number));
     return object.release();
+}
+
+void add(Sums &sums, std::string_view name, int64_t count) {
+    if (name.empty()) return;
+    const auto at = sums.try_emplace(text(name)).first;
+    if (!(at->second += count)) sums.erase(at);
+}
+
+// False for what is no object, or has members that are no numbers.
+bool read_sums(const Json *object, Sums &sums) {
+    if (!object || !zJsonIsObject(object)) return false;
+    HashmapIter *iter = host::check(zJsonObjectNewiter(const_cast<Json *>(object))); // read only
+    bool are_numbers = true;
+    for (iter->first(iter); !iter->done(iter); iter->next(iter)) {
+        const Variant *name = iter->current(iter);
+        const auto *number = static_cast<const Json *>(name->next->value.pointer);
+        are_numbers &= zJsonIsInt(number);
+        if (are_numbers) sums[name->value.wide] = zJsonGetInt(number);
+    }
+    iter->free(iter);
+    return are_numbers;
 }
 
 Json *point(const std::array<std::optional<double>, 3> &coordinates) {
@@ -66,17 +92,43 @@ bool has_extents(const Document &document) {
 
 host::OwnedJson summarize(const Document &document) {
     Counts kinds, layers;
-    int64_t objects = 0;
+    Tally tally;
     for (const Part &part : document.parts) {
         if (part.kind != Kind::object) continue;
-        ++objects;
+        ++tally.objects;
         count(kinds, part.type);
         count(layers, part.layer);
     }
+    tally.kinds = sums_of(kinds);
+    tally.layers = sums_of(layers);
+    return summarize(tally, document);
+}
+
+void Tally::add(std::string_view kind, std::string_view layer, int64_t count) {
+    objects += count;
+    dxf::add(kinds, kind, count);
+    dxf::add(layers, layer, count);
+}
+
+std::optional<Tally> tally_in(std::string_view summary) {
+    const std::string bytes(summary);
+    const host::OwnedJson json(zJsonReadTextual(zStrfromutf8(bytes.c_str())));
+    if (!json || !zJsonIsObject(json.get())) return {};
+    const Json *objects = zJsonObjectAt(json.get(), u"objects");
+    Tally tally;
+    if (!objects || !zJsonIsInt(objects) ||
+        !read_sums(zJsonObjectAt(json.get(), u"kinds"), tally.kinds) ||
+        !read_sums(zJsonObjectAt(json.get(), u"layers"), tally.layers))
+        return {};
+    tally.objects = zJsonGetInt(objects);
+    return tally;
+}
+
+host::OwnedJson summarize(const Tally &tally, const Document &document) {
     host::OwnedJson root(host::check(zJsonNew(Z_JSON_OBJECT)));
-    put(root.get(), u"objects", zJsonNewInt(objects));
-    put(root.get(), u"kinds", named(kinds));
-    put(root.get(), u"layers", named(layers));
+    put(root.get(), u"objects", zJsonNewInt(tally.objects));
+    put(root.get(), u"kinds", named(tally.kinds));
+    put(root.get(), u"layers", named(tally.layers));
     if (!document.title.empty())
         put(root.get(), u"title", zJsonNewString(text(document.title).c_str()));
     if (has_extents(document)) {

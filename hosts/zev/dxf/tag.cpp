@@ -40,11 +40,19 @@ uint64_t step_by_chance() {
 
 } // namespace
 
+uint64_t highest_named(const Manifest &manifest) {
+    uint64_t tag = std::max(
+        {turned(manifest.header.tag), turned(manifest.summary.tag), turned(manifest.layout.tag)});
+    for (const KeyList *list : {&manifest.classes, &manifest.objects})
+        for (size_t i = 0; i < list->size(); ++i) tag = std::max(tag, turned((*list)[i].tag));
+    return tag;
+}
+
 uint64_t raise_tag(Table *table, const std::vector<Drawing *> &drawings,
-                   const std::function<bool(Table *)> &ask) {
+                   const std::function<bool(Table *)> &ask, uint64_t named) {
     const bool is_asked = ask && ask(table);
     const uint64_t tag = zTableTagGet(table);
-    uint64_t named = highest_tag(table);
+    named = std::max(named, highest_tag(table));
     for (Drawing *drawing : drawings)
         if (drawing && zOidIsEqual(zDrawingTableId(drawing), zTableId(table)))
             named = std::max(named, highest_named(drawing));

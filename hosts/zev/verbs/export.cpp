@@ -5,12 +5,10 @@
 #include "dxf/drawing.hpp"
 #include "keep_files.hpp"
 #include "needed_rows.hpp"
-#include "permissions.hpp"
 #include "server_history.hpp"
-#include "verb.hpp"
+#include "target.hpp"
 
 #include <map>
-#include <unistd.h>
 
 namespace host {
 
@@ -19,11 +17,12 @@ namespace fs = std::filesystem;
 namespace {
 
 struct Options {
-    Paths words;             // drawings, directories, patterns; last, where to
-    std::string target;      // of the parser's alone
-    std::string revision;    // empty: as it stands in the work directory
-    bool with_files = false; // of directories also what is no drawing
-    bool force = false;      // what the target displaces goes to the trash without a question
+    Paths words;              // drawings, directories, patterns; last, where to
+    std::string target;       // of the parser's alone
+    std::string revision;     // empty: as it stands in the work directory
+    bool with_files = false;  // of directories also what is no drawing
+    bool as_imported = false; // the bytes of the last import
+    bool force = false;       // what the target displaces goes to the trash without a question
 };
 
 void declare(Command &verb, Options &options) {
@@ -33,6 +32,8 @@ void declare(Command &verb, Options &options) {
         "it isn't there; without it each DXF file lies beside its drawing. A directory is\n"
         "taken with all the drawings in it, each in its place below the target; --files\n"
         "takes its other files, too, as they are.\n"
+        "Where another program has saved a drawing, objects that it didn't change have the\n"
+        "form that they had before; --as-imported gives the bytes of its file.\n"
         "Examples:\n  zev export plan.dwx\n  zev export plan.dwx - | less\n"
         "  zev export plan.dwx old.dxf --rev HEAD~1\n"
         "  zev export plan.dwx hall.dwx ../send\n"
@@ -42,6 +43,7 @@ void declare(Command &verb, Options &options) {
     verb.add_option("target", options.target, "The DXF file, or a directory; - is stdout");
     verb.add_option("--rev", options.revision, "As it was in this commit")->type_name("REV");
     verb.add_flag("--files", options.with_files, "Of directories other files, too");
+    verb.add_flag("--as-imported", options.as_imported, "The very bytes of the last import");
     verb.add_flag("--force", options.force,
                   "A file of that name goes to the trash, without a question");
 }
@@ -53,56 +55,6 @@ OwnedDrawing read_drawing(const std::u16string &file, const std::string &name) {
     if (zErrorClass()) fail_raised(name);
     throw Failed(kOther, say("%s: is no drawing", name));
 }
-
-// A file that appears under its name when it is complete; what had the name goes to the trash, the
-// working copy's or the desktop's. What is no regular file, as a pipe or a terminal, is written to
-// directly.
-class Target {
-  public:
-    Target(const WorkingCopy &copy, const std::string &path) : copy_(copy), path_(path) {
-        bool direct = fs::exists(path) && !fs::is_regular_file(path);
-        if (!direct) temporary_ = sibling();
-        std::u16string name = wide_path(direct ? path : temporary_.string());
-        file_.reset(zFileOpen(name.c_str(), direct ? u"wb" : u"wbx"));
-        if (!file_) throw Failed(zErrorClass(), zErrorCode(), path + ": " + narrow(zErrorReason()));
-    }
-    ~Target() {
-        std::error_code ignored;
-        if (!temporary_.empty()) fs::remove(temporary_, ignored);
-    }
-
-    void write(std::string_view bytes) {
-        if (fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) fail();
-    }
-
-    void finish() {
-        if (!zFileClose(file_.release())) fail();
-        if (temporary_.empty()) return;
-        displace();
-        check(zMove(wide(temporary_.string()).c_str(), wide(path_).c_str(), true));
-        temporary_.clear();
-    }
-
-  private:
-    void displace() const {
-        const fs::file_status status = fs::symlink_status(path_);
-        if (!fs::exists(status)) return;
-        const auto take = fs::is_regular_file(status) ? zTrashKeep : zTrashMoveInto;
-        if (const auto below = copy_.below(path_); below && !below->empty())
-            check(take(copy_.repository(), wide(*below).c_str()), path_);
-        else if (!zDrop(wide_path(fs::absolute(path_).string()).c_str()))
-            throw fs::filesystem_error({}, path_, {errno, std::generic_category()});
-    }
-    fs::path sibling() const {
-        return fs::path(path_).replace_filename(".zev-" + std::to_string(getpid()) + ".tmp");
-    }
-    [[noreturn]] void fail() const { throw Failed(kSystem, say("%s: can't be written", path_)); }
-
-    const WorkingCopy &copy_;
-    std::string path_;
-    fs::path temporary_;
-    OwnedFile file_;
-};
 
 void tell_written(Host &host, const std::string &target, uint64_t size, const Drawing *drawing) {
     std::string text = target + ": " + bytes_text(size);
@@ -118,13 +70,13 @@ void tell_written(Host &host, const std::string &target, uint64_t size, const Dr
 }
 
 void export_to(Host &host, const WorkingCopy &copy, Drawing *drawing, const std::string &name,
-               const std::string &target) {
+               const std::string &target, dxf::Form form) {
     auto run = [&](auto &&write) {
-        dxf::export_drawing(copy.repository(), drawing, name, host.notify, write);
+        dxf::export_drawing(copy.repository(), drawing, name, host.notify, write, form);
     };
     if (target == "-")
         return run([](std::string_view bytes) { fwrite(bytes.data(), 1, bytes.size(), stdout); });
-    Target file(copy, target);
+    Target file(&copy, target);
     uint64_t size = 0;
     run([&](std::string_view bytes) {
         file.write(bytes);
@@ -159,37 +111,6 @@ class Version {
     OwnedDrawing drawing_;
 };
 
-void require_free(Host &host, const WorkingCopy &copy, const Options &options,
-                  const std::string &target) {
-    if (is_drawing_name(target))
-        throw Failed(kInvalid, say("%s: is the name of a drawing; name a DXF file", target));
-    if (fs::is_directory(target))
-        throw Failed(kInvalid, say("%s: is a directory; name the file", target));
-    if (copy.in_repository(target))
-        throw Failed(kInvalid, say("%s: lies in the repository", target));
-    const fs::file_status status = fs::symlink_status(target);
-    if (options.force || (!fs::is_regular_file(status) && !fs::is_symlink(status))) return;
-    require_yes(host.notify,
-                {.id = "zev.export.replace",
-                 .title = "",
-                 .instruction = say("Replace %s?", target),
-                 .content = "The file that is there goes to the trash.",
-                 .buttons = {"Replace", "Keep"}},
-                say("%s: is there already, and stays as it is", target),
-                "--force says that it may go to the trash");
-}
-
-// What a server's rules let out of the team.
-void require_right(const WorkingCopy &copy, const std::string &path) {
-    constexpr int kForbidden = 403;
-    const Permission permission = Permissions(copy).of(path);
-    if (permission.bits & Z_PRIVILEGE_EXPORT) return;
-    throw Failed(kServer, kForbidden,
-                 say(permission.rule.empty() ? "%s: you may not export it"
-                                             : "%s: you may not export it, by the rule on %s",
-                     path, permission.rule));
-}
-
 // One file of the copy and what it is to become.
 struct Item {
     std::string path, target;
@@ -197,16 +118,17 @@ struct Item {
 };
 
 void export_drawing(Host &host, const WorkingCopy &copy, const Options &options, const Item &item) {
-    require_right(copy, item.path);
+    require_export_right(copy, item.path);
     Version version(host, copy, item.path, options.revision);
     fetch_rows(host, copy, version.drawing(), item.path);
-    export_to(host, copy, version.drawing(), item.path, item.target);
+    export_to(host, copy, version.drawing(), item.path, item.target,
+              options.as_imported ? dxf::Form::imported : dxf::Form::version);
 }
 
 // The bytes of a file that is no drawing.
 void copy_file(Host &host, const WorkingCopy &copy, const Options &options, const Item &item) {
-    require_right(copy, item.path);
-    Target file(copy, item.target);
+    require_export_right(copy, item.path);
+    Target file(&copy, item.target);
     uint64_t size = 0;
     const auto put = [&](std::string_view bytes) {
         file.write(bytes);
@@ -230,7 +152,9 @@ void copy_file(Host &host, const WorkingCopy &copy, const Options &options, cons
 }
 
 void export_one(Host &host, const WorkingCopy &copy, const Options &options, const Item &item) {
-    if (item.target != "-") require_free(host, copy, options, item.target);
+    if (is_drawing_name(item.target))
+        throw Failed(kInvalid, say("%s: is the name of a drawing; name a DXF file", item.target));
+    if (item.target != "-") require_free(host.notify, &copy, item.target, options.force);
     if (item.in_directory) fs::create_directories(fs::path(item.target).parent_path());
     is_drawing_name(item.path) ? export_drawing(host, copy, options, item)
                                : copy_file(host, copy, options, item);

@@ -2,6 +2,7 @@
 
 #include "dxf/drawing.hpp"
 #include "needed_rows.hpp"
+#include "thumbnail.hpp"
 #include "verb.hpp"
 
 #include <algorithm>
@@ -16,7 +17,17 @@ namespace {
 struct Options {
     Paths words; // DXF files, directories; a .dwx file or a directory may come last
     std::string target;
+    std::string match = "auto"; // how objects of a drawing that exists are found
 };
+
+constexpr struct {
+    const char *name;
+    dxf::Match match;
+} kPolicies[] = {{"auto", dxf::Match::automatic},
+                 {"handle", dxf::Match::handle},
+                 {"normal", dxf::Match::normal},
+                 {"content", dxf::Match::content},
+                 {"exact", dxf::Match::exact}};
 
 void declare(Command &verb, Options &options) {
     verb.description("Read DXF files into drawings");
@@ -27,11 +38,18 @@ void declare(Command &verb, Options &options) {
         "that only the others are stored. The work file changes; add or commit keeps it.\n"
         "Last comes the drawing for one file, or a directory for all; without it each\n"
         "drawing is named as its file.\n"
+        "Objects are the same by --match: by handle and byte for byte (handle); by handle and\n"
+        "what they say, if a program wrote them in a form of its own (normal); by content, if\n"
+        "one gave all handles anew (content); auto finds out which. What is the same keeps its\n"
+        "former bytes; \"zev export --as-imported\" has those of the file. With exact the drawing\n"
+        "gets the bytes of the file, the header's and the classes' too.\n"
         "Examples:\n  zev import ~/plan.dxf\n  zev import ~/plan.dxf plans/ground.dwx\n"
         "  zev import ~/project/*.dxf plans\n  zev import ~/project plans");
     verb.add_option("files", options.words, "ASCII DXF files, directories")->required();
     // The one above takes it, too, and is told apart later.
     verb.add_option("target", options.target, "A .dwx file, or a directory");
+    verb.add_option("--match", options.match, "auto, handle, normal, content or exact")
+        ->type_name("POLICY");
 }
 
 // A DXF file, and the drawing that it is to become.
@@ -64,33 +82,70 @@ OwnedDrawing committed(const WorkingCopy &copy, const std::string &path) {
     return OwnedDrawing(zDrawingRead(file.path().c_str()));
 }
 
-// "3 of 4,147 objects modified, 1 removed".
-std::string changes_text(const dxf::ImportResult &result) {
-    const std::string all = count_of(result.objects, "object");
-    if (result.added == result.objects && !result.removed) return say("%s added", all);
+dxf::Match policy_of(const std::string &name) {
+    for (const auto &policy : kPolicies)
+        if (name == policy.name) return policy.match;
+    throw Failed(kInvalid,
+                 say("--match takes auto, handle, normal, content or exact, not %s", name));
+}
+
+const char *name_of(dxf::Match match) {
+    for (const auto &policy : kPolicies)
+        if (match == policy.match) return policy.name;
+    return "";
+}
+
+using Changes = dxf::ImportResult::Changes;
+
+// "3 of 4,147 objects modified, 1 removed"; without the objects "3 modified, 1 removed".
+std::string changes_text(const Changes &changes, const std::string &all) {
     const struct {
         uint64_t count;
         const char *first, *next;
-    } kinds[] = {{result.added, "%s of %s added", "%s added"},
-                 {result.modified, "%s of %s modified", "%s modified"},
-                 {result.removed, "%s of %s removed", "%s removed"}};
+    } kinds[] = {{changes.added, "%s of %s added", "%s added"},
+                 {changes.modified, "%s of %s modified", "%s modified"},
+                 {changes.removed, "%s of %s removed", "%s removed"}};
     std::string text;
-    for (const auto &[count, first, next] : kinds)
-        if (count)
-            text +=
-                text.empty() ? say(first, grouped(count), all) : ", " + say(next, grouped(count));
-    return text.empty() ? say("%s, all as before", all) : text;
+    for (const auto &[count, first, next] : kinds) {
+        if (!count) continue;
+        const bool begins = text.empty() && !all.empty();
+        if (!text.empty()) text += ", ";
+        text += begins ? say(first, grouped(count), all) : say(next, grouped(count));
+    }
+    return text;
+}
+
+// Where objects were found by what they say, what a program did to tables and dictionaries on its
+// own is told apart from what was drawn.
+std::string changes_text(const dxf::ImportResult &result) {
+    const std::string all = count_of(result.objects, "object");
+    if (result.added == result.objects && !result.removed) return say("%s added", all);
+    const bool is_plain = result.match != dxf::Match::normal && result.match != dxf::Match::content;
+    const Changes every{result.added, result.modified, result.removed}, &drawn = result.drawn;
+    std::string text = changes_text(is_plain ? every : drawn, all);
+    if (text.empty()) text = say("%s, all as before", all);
+    if (is_plain) return text;
+    text = say(result.match == dxf::Match::normal ? "in normal form; %s" : "by content; %s", text);
+    const Changes others{every.added - drawn.added, every.modified - drawn.modified,
+                         every.removed - drawn.removed};
+    const std::string besides = changes_text(others, {});
+    return besides.empty() ? text : say("%s; in tables and dictionaries %s", text, besides);
 }
 
 void report_import(Host &host, const std::string &path, const dxf::ImportResult &result) {
     if (host.out.json())
         return host.out.record(Record("import")
                                    .set(u"path", path)
+                                   .set(u"match", name_of(result.match))
                                    .set(u"objects", result.objects)
                                    .set(u"added", result.added)
                                    .set(u"modified", result.modified)
                                    .set(u"removed", result.removed)
                                    .set(u"unchanged", result.unchanged)
+                                   .set(u"kept", result.kept)
+                                   .set(u"drawn_added", result.drawn.added)
+                                   .set(u"drawn_modified", result.drawn.modified)
+                                   .set(u"drawn_removed", result.drawn.removed)
                                    .set(u"rows", result.rows)
                                    .set(u"bytes", result.bytes)
                                    .set(u"written", result.written));
@@ -151,7 +206,13 @@ void fetch_former(Host &host, const WorkingCopy &copy, Drawing *committed, Drawi
                          path));
 }
 
-void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
+// What holds for all files of a run.
+struct Run {
+    dxf::Match match;
+    Thumbnails *thumbnails; // null where none are wanted
+};
+
+void import_one(Host &host, const WorkingCopy &copy, const Item &item, const Run &run) {
     const auto &[source, target, makes_directories] = item;
     if (!is_drawing_name(target))
         throw Failed(kInvalid, say("%s: a drawing's name ends in .dwx", target));
@@ -174,7 +235,11 @@ void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
                         .notify = host.notify,
                         .fetch_rows = {},
                         .ask_tag = {},
-                        .keep_former = [&] { keep_former(copy, path); }};
+                        .keep_former = [&] { keep_former(copy, path); },
+                        .match = run.match};
+    request.thumbnail = [&](const dxf::Document &document) { // an earlier one goes without them
+        return run.thumbnails ? run.thumbnails->of(item.source, document) : std::string();
+    };
     if (!origin_of(copy).empty()) {
         request.fetch_rows = [&](Drawing *drawing) {
             fetch_former(host, copy, head.get(), drawing, path);
@@ -185,8 +250,8 @@ void import_one(Host &host, const WorkingCopy &copy, const Item &item) {
 }
 
 // One of several that fails holds the others up no more than it must.
-bool import_next(Host &host, const WorkingCopy &copy, const Item &item) try {
-    import_one(host, copy, item);
+bool import_next(Host &host, const WorkingCopy &copy, const Item &item, const Run &run) try {
+    import_one(host, copy, item, run);
     return true;
 } catch (const Failed &failed) {
     if (failed.error_class == kCanceled) throw;
@@ -290,8 +355,22 @@ Place take_place(Paths &sources) {
     return place;
 }
 
+// Small files that become new drawings, of several; a large one's picture is made while its rows
+// are written.
+std::vector<std::string> pictured_ahead(const std::vector<Item> &items) {
+    constexpr uintmax_t kSmall = 1 << 20;
+    std::vector<std::string> files;
+    std::error_code ignored;
+    for (const Item &item : items)
+        if (items.size() > 1 && fs::is_regular_file(item.source, ignored) &&
+            fs::file_size(item.source, ignored) <= kSmall && !fs::exists(item.target, ignored))
+            files.push_back(item.source);
+    return files;
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
+    const dxf::Match match = policy_of(options.match);
     Paths sources = options.words;
     const Place place = take_place(sources);
     std::vector<Item> items;
@@ -305,12 +384,15 @@ int run(Host &host, const Options &options) {
                 {source, drawing_of(copy, source, fs::path(source).filename(), place.directory)});
     }
     require_different(items);
+    std::optional<Thumbnails> thumbnails;
+    if (wants_thumbnails(copy)) thumbnails.emplace(pictured_ahead(items));
+    const Run how{match, thumbnails ? &*thumbnails : nullptr};
     if (options.words.size() <= 2 && items.size() == 1)
-        return import_one(host, copy, items.front()), kDone;
+        return import_one(host, copy, items.front(), how), kDone;
     uint64_t failed = 0;
     for (const Item &item : items) {
         stop_on_break(host.notify);
-        failed += !import_next(host, copy, item);
+        failed += !import_next(host, copy, item, how);
     }
     return failed ? kFailed : kDone;
 }

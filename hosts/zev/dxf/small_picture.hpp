@@ -1,0 +1,35 @@
+// SmallPicture: of a file that is imported, made while other things are written.
+#pragma once
+
+#include "dxf/drawing.hpp"
+
+#include <future>
+
+namespace dxf {
+
+class SmallPicture {
+  public:
+    // What it is made of stays until this is gone.
+    SmallPicture(const Import &request, const Document &document)
+        : request_(request), document_(document) {}
+
+    void begin() {
+        if (request_.thumbnail && !made_.valid())
+            made_ =
+                std::async(std::launch::async, [this] { return request_.thumbnail(document_); });
+    }
+    // That of the former version would show what is no more.
+    void put(Drawing *drawing) {
+        begin();
+        if (!made_.valid()) return;
+        const std::string png = made_.get();
+        host::check(zDrawingSetThumbnail(drawing, static_cast<uint32_t>(png.size()), png.data()));
+    }
+
+  private:
+    const Import &request_;
+    const Document &document_;
+    std::future<std::string> made_;
+};
+
+} // namespace dxf
