@@ -12,6 +12,8 @@ install(FILES ${CMAKE_BINARY_DIR}/zev.conf DESTINATION ${CMAKE_INSTALL_LIBDIR} C
 install(DIRECTORY conf/ DESTINATION ${CMAKE_INSTALL_DATADIR}/zev/conf COMPONENT libzev1
   PATTERN "*.in" EXCLUDE PATTERN "conf/zev" EXCLUDE)
 install(DIRECTORY conf/zev DESTINATION ${CMAKE_INSTALL_DATADIR}/zev/conf COMPONENT zev)
+# What the desktop knows drawings by, and asks for their small pictures.
+install(DIRECTORY share/ DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT zev)
 # For the user that a server runs as; everybody else's programs log in their state directory.
 install(DIRECTORY DESTINATION ${CMAKE_INSTALL_DATADIR}/zev/logs COMPONENT libzev1 DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)

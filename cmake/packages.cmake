@@ -37,6 +37,8 @@ zev_package(zev vcs "${own}" "version control for drawings - command line"
   "Takes DXF files into a repository, shows and merges what changed in them by object, and works with a server.")
 zev_package(zevd vcs "${own}, adduser" "version control for drawings - server"
   "Serves the projects of a team over HTTP or TLS, with users, groups and rights on paths. Projects lie in /var/lib/zev.")
+set(CPACK_DEBIAN_ZEV_PACKAGE_RECOMMENDS librsvg2-bin) # pictures as PNG and PDF
+set(CPACK_DEBIAN_ZEV_PACKAGE_SUGGESTS xdg-utils)
 set(CPACK_DEBIAN_ZEVD_PACKAGE_CONTROL_EXTRA
   ${CMAKE_SOURCE_DIR}/cmake/packages/postinst ${CMAKE_SOURCE_DIR}/cmake/packages/prerm)
 include(CPack)

@@ -15,6 +15,20 @@ lib=$(dirname "$(find "$root" -name libzev.so.1)")
 "$root/bin/zev" init "$work/copy-moved"
 "$root/bin/zevd" --version
 
+# The desktop tells drawings by how they begin, and asks for their small pictures.
+(cd "$work/copy-moved" && "$root/bin/zev" import "$source/tests/zev/plan.dxf")
+python3 - "$root/share" "$work/copy-moved/plan.dwx" <<'END'
+import sys, xml.etree.ElementTree as tree
+share, drawing = sys.argv[1:]
+name = "{http://www.freedesktop.org/standards/shared-mime-info}"
+kind = tree.parse(share + "/mime/packages/zev.xml").find(name + "mime-type")
+match = kind.find(name + "magic/" + name + "match")
+assert open(drawing, "rb").read().startswith(match.get("value").encode())
+entry = dict(line.strip().split("=", 1) for line in open(share + "/thumbnailers/zev.thumbnailer") if "=" in line)
+assert kind.get("type") in entry["MimeType"].split(";")
+assert entry["Exec"] == "zev view --thumbnail %i -o %o"
+END
+
 # pkg-config, a C compiler, and the examples as a user would build them.
 export PKG_CONFIG_PATH="$lib/pkgconfig"
 flags=$(pkg-config --cflags --libs zev)

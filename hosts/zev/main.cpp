@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -21,24 +22,24 @@ namespace host {
 // A verb is declared in the file of its name below verbs/. The help has them in this order.
 extern const Verb kInitVerb, kCloneVerb, kAddVerb, kMkdirVerb, kMvVerb, kRmVerb, kRevertVerb,
     kChangesVerb, kLsVerb, kStatusVerb, kCommitVerb, kLogVerb, kShowVerb, kBlameVerb, kCatVerb,
-    kVerifyVerb, kImportVerb, kExportVerb, kDiffVerb, kConflictsVerb, kResolveVerb, kTrashVerb,
-    kTrashListVerb, kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb, kSwitchVerb,
-    kBranchVerb, kTagVerb, kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb, kRightsVerb, kInfoVerb,
-    kLoginVerb, kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kGcVerb, kUndoVerb,
-    kGenerateVerb;
+    kVerifyVerb, kImportVerb, kExportVerb, kViewVerb, kDiffVerb, kConflictsVerb, kResolveVerb,
+    kTrashVerb, kTrashListVerb, kTrashFindVerb, kTrashRestoreVerb, kTrashPurgeVerb, kMergeVerb,
+    kSwitchVerb, kBranchVerb, kTagVerb, kGetVerb, kUpdateVerb, kUpdatesVerb, kResetVerb,
+    kRightsVerb, kInfoVerb, kLoginVerb, kLogoutVerb, kAdminVerb, kConfigVerb, kCleanupVerb, kGcVerb,
+    kUndoVerb, kGenerateVerb;
 
 namespace {
 
 const Verb *const kVerbs[] = {
-    &kInitVerb,       &kCloneVerb,  &kAddVerb,       &kMkdirVerb,     &kMvVerb,
-    &kRmVerb,         &kRevertVerb, &kChangesVerb,   &kLsVerb,        &kStatusVerb,
-    &kCommitVerb,     &kLogVerb,    &kShowVerb,      &kBlameVerb,     &kCatVerb,
-    &kVerifyVerb,     &kImportVerb, &kExportVerb,    &kDiffVerb,      &kConflictsVerb,
-    &kResolveVerb,    &kTrashVerb,  &kTrashListVerb, &kTrashFindVerb, &kTrashRestoreVerb,
-    &kTrashPurgeVerb, &kMergeVerb,  &kSwitchVerb,    &kBranchVerb,    &kTagVerb,
-    &kGetVerb,        &kUpdateVerb, &kUpdatesVerb,   &kResetVerb,     &kRightsVerb,
-    &kInfoVerb,       &kLoginVerb,  &kLogoutVerb,    &kAdminVerb,     &kConfigVerb,
-    &kCleanupVerb,    &kGcVerb,     &kUndoVerb,      &kGenerateVerb};
+    &kInitVerb,         &kCloneVerb,      &kAddVerb,     &kMkdirVerb,     &kMvVerb,
+    &kRmVerb,           &kRevertVerb,     &kChangesVerb, &kLsVerb,        &kStatusVerb,
+    &kCommitVerb,       &kLogVerb,        &kShowVerb,    &kBlameVerb,     &kCatVerb,
+    &kVerifyVerb,       &kImportVerb,     &kExportVerb,  &kViewVerb,      &kDiffVerb,
+    &kConflictsVerb,    &kResolveVerb,    &kTrashVerb,   &kTrashListVerb, &kTrashFindVerb,
+    &kTrashRestoreVerb, &kTrashPurgeVerb, &kMergeVerb,   &kSwitchVerb,    &kBranchVerb,
+    &kTagVerb,          &kGetVerb,        &kUpdateVerb,  &kUpdatesVerb,   &kResetVerb,
+    &kRightsVerb,       &kInfoVerb,       &kLoginVerb,   &kLogoutVerb,    &kAdminVerb,
+    &kConfigVerb,       &kCleanupVerb,    &kGcVerb,      &kUndoVerb,      &kGenerateVerb};
 
 const char *heading(Group group) {
     switch (group) {
@@ -198,7 +199,8 @@ class CommandLine {
 
     const Globals &globals() const { return globals_; }
     int run(Host &host) const {
-        if (verb_->nature == Nature::paged && !globals_.no_pager) host.out.page();
+        if (globals_.no_pager) host.out.leave_pager_off();
+        if (verb_->nature == Nature::paged) host.out.page();
         if (globals_.full) show_full_paths();
         const Session session(host, *verb_);
         host.behind_mark = behind_mark_;
@@ -365,6 +367,7 @@ int run(const Library &library, const CommandLine &line, Output &out) try {
 
 int main(int argc, char **argv) {
     using namespace host;
+    signal(SIGCHLD, SIG_DFL); // programs that are started here are waited for
     const Library library(is_json(argc, argv));
     CommandLine line;
     int code = kDone;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <functional>
 #include <set>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
@@ -175,7 +176,8 @@ std::string manual(const CLI::App &app, const std::string &wanted) {
 
 // ---- Completion
 
-// What completes a value: files, directories, a list that "generate words" gives, or nothing.
+// What completes a value, kinds of words with blanks between: files, directories, a list that
+// "generate words" gives, or nothing.
 std::string values_of(const CLI::App &verb, const CLI::Option *option) {
     constexpr const char *kByType[][2] = {{"REV", "revisions"},
                                           {"HANDLE", "objects"},
@@ -183,6 +185,7 @@ std::string values_of(const CLI::App &verb, const CLI::Option *option) {
                                           {"DIR", "directories"},
                                           {"COPY", "directories"}};
     constexpr const char *kByName[][3] = {
+        {"resolve", "paths", "files clashes"},
         {"", "paths", "files"},
         {"", "files", "files"},
         {"", "drawing", "files"},
@@ -209,9 +212,10 @@ std::string values_of(const CLI::App &verb, const CLI::Option *option) {
 // The same of all arguments of a verb, each once.
 std::vector<std::string> arguments_of(const CLI::App &verb) {
     std::set<std::string> values;
-    for (const CLI::Option *argument : options_of(verb, true))
-        values.insert(values_of(verb, argument));
-    values.erase("");
+    for (const CLI::Option *argument : options_of(verb, true)) {
+        std::istringstream kinds(values_of(verb, argument));
+        for (std::string kind; kinds >> kind;) values.insert(kind);
+    }
     return {values.begin(), values.end()};
 }
 

@@ -236,7 +236,7 @@ std::string Output::paint(Colour colour, const std::string &text) const {
 }
 
 void Output::page() {
-    if (json_ || !isatty(STDOUT_FILENO) || !pager_.start()) return;
+    if (json_ || !may_page_ || !isatty(STDOUT_FILENO) || !pager_.start()) return;
     terminal_ = false; // no progress in between
 }
 

@@ -71,8 +71,9 @@ class Output {
     // Chooses by mode, terminal and NO_COLOR.
     void setup(bool as_json, ColourMode mode);
 
-    // Text on a terminal goes through the pager from here on.
+    // Text on a terminal goes through the pager from here on, unless none is wanted.
     void page();
+    void leave_pager_off() { may_page_ = false; }
     // The user has left the pager: nobody reads what else there is to say.
     bool unread() const { return unread_; }
 
@@ -107,6 +108,7 @@ class Output {
     void print(const std::string &text, std::string_view kept);
 
     bool json_ = false;
+    bool may_page_ = true;
     bool colour_ = false;
     bool colour_errors_ = false;
     bool terminal_ = false; // stderr is one, on which a line can be taken back
