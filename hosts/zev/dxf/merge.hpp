@@ -19,7 +19,7 @@ struct MergeConflict {
     // what: an object by its number; a variable of the header by its name; the classes; the layout
     enum What : uint8_t { object, variable, classes, layout } what = object;
     uint64_t number = 0;                           // of the object
-    std::string name;                              // of the variable
+    std::string name;                              // of the variable, or the class
     std::string kind, layer;                       // of the object, of whichever side has it
     std::optional<std::string> base, ours, theirs; // rows, or values; none: not there
     std::string reason; // for people, said: "both changed it", "its layer is gone" ...
@@ -27,7 +27,8 @@ struct MergeConflict {
 
 struct Merge {
     std::vector<MergeConflict> conflicts;
-    // What the result has that ours lacked, without what only ours did.
+    // What the result has that ours lacked, without what only ours did; with conflicts what could
+    // be taken besides.
     uint64_t added = 0, modified = 0, removed = 0;
     uint64_t renumbered = 0;                 // objects of theirs under new handles
     bool is_ours = false, is_theirs = false; // the result is that version, key for key
@@ -49,19 +50,24 @@ struct MergeRequest {
     std::string name;                     // for messages
     const Notify *notify;
     std::map<uint64_t, Side> decided{}; // objects in conflict, by number
-    std::optional<Side> others{};       // what is in conflict besides
-    // In a copy of a server's project: brings rows that are not here. May be empty, may throw.
+    // Variables of the header, the classes and the layout; whatever else is in conflict.
+    std::optional<Side> header{}, classes{}, layout{}, others{};
+    // In a copy of a server's project: brings rows that are not here, before each walk over the
+    // table: one more for objects without handle, or anonymous blocks, that both sides added, and
+    // for drawings of older versions. May be empty, may throw.
     std::function<void(const Oid &table, const std::vector<DrawingKey> &keys)> fetch_rows{};
 };
 
 Merge merge_drawings(const MergeRequest &request);
 
-// Rows under a new tag, then the manifest, with what ours has besides (thumbnail, VBA project,
-// reference data), at `drawing`, an absolute path. `ask_tag` as of raise_tag. Nothing else is
-// touched when it throws.
+// Rows under a new tag, then the manifest, with what ours has besides (VBA project, reference
+// data), at `drawing`, an absolute path. `ask_tag` as of raise_tag. Nothing else is
+// touched when it throws: the rows that were written by then are named by nobody.
 struct MergeTarget {
     std::u16string drawing;
     std::string path; // for messages
+    // A drawing's file that has what ours has besides; empty: the one that is replaced.
+    std::u16string carried{};
     std::function<bool(Table *)> ask_tag{};
     std::function<void()> keep_former{}; // before the file is replaced
 };

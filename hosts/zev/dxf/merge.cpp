@@ -1,0 +1,114 @@
+// A merge reads the table once, for the rows in which the versions differ; sooner it asks for those
+// that are not here. Writing puts rows first, then the manifest that names them.
+#include "dxf/merge.hpp"
+
+#include "dxf/carry.hpp"
+#include "dxf/merge/core.hpp"
+#include "dxf/tag.hpp"
+
+#include <algorithm>
+
+namespace dxf {
+
+namespace {
+
+void check_table(const MergeRequest &request) {
+    const Oid &table = request.ours->table;
+    if (!zOidIsEqual(&table, &request.base->table) || !zOidIsEqual(&table, &request.theirs->table))
+        throw host::Failed(
+            host::kOther, host::say("%s: the versions are kept in different tables", request.name));
+}
+
+void read(const MergeRequest &request, const std::vector<DrawingKey> &keys,
+          const merging::Rows::Visit &visit) {
+    if (request.fetch_rows) request.fetch_rows(request.ours->table, keys);
+    const host::OwnedTable table =
+        open_table(request.repository, &request.ours->table, request.name);
+    const uint64_t found = read_rows(table.get(), keys, request.notify, visit);
+    if (found < keys.size())
+        throw host::Failed(host::kNotFound,
+                           host::say("%s: %s of its rows are missing from the table", request.name,
+                                     keys.size() - found));
+}
+
+// What stands in the place of the result, if that is a drawing.
+host::OwnedDrawing former(const MergeTarget &target) {
+    const std::u16string &path = target.carried.empty() ? target.drawing : target.carried;
+    if (!zPathFileExists(path.c_str())) return {};
+    return host::OwnedDrawing(host::check(zDrawingRead(path.c_str()), target.path));
+}
+
+uint64_t new_tag(const MergeRequest &request, const MergeTarget &target, Table *table,
+                 Drawing *former) {
+    uint64_t named = 0;
+    for (const Manifest *manifest : {request.base, request.ours, request.theirs})
+        named = std::max(named, highest_named(*manifest));
+    return raise_tag(table, {former}, target.ask_tag, named);
+}
+
+void store_rows(const MergeRequest &request, const Merge &merge, Table *table, uint64_t tag) {
+    std::vector<Row> rows;
+    rows.reserve(merge.rows.size());
+    for (const Merge::NewRow &row : merge.rows) rows.push_back({{tag, row.object}, row.value});
+    std::sort(rows.begin(), rows.end(),
+              [](const Row &a, const Row &b) { return before(a.key, b.key); });
+    write_rows(table, rows, request.notify);
+}
+
+host::OwnedDrawing drawing_of(const Merge &merge, Table *table, uint64_t tag) {
+    const auto stamped = [tag](DrawingKey key) {
+        if (!key.tag && key.object) key.tag = tag;
+        return key;
+    };
+    host::OwnedDrawing drawing(host::check(zDrawingNew(nullptr, nullptr)));
+    host::check(zDrawingTableIdSet(drawing.get(), zTableId(table)));
+    *host::check(zDrawingHeader(drawing.get())) = stamped(merge.header);
+    *host::check(zDrawingSummary(drawing.get())) = stamped(merge.summary);
+    *host::check(zDrawingDS(drawing.get())) = stamped(merge.layout);
+    zDrawingVbaProjectSet(drawing.get(), table, nullptr, 0);
+    for (const DrawingKey &key : merge.classes)
+        *host::check(zDrawingClassAdd(drawing.get(), table)) = stamped(key);
+    for (const DrawingKey &key : merge.objects)
+        *host::check(zDrawingObjectAdd(drawing.get(), table, key.object)) = stamped(key);
+    return drawing;
+}
+
+} // namespace
+
+Merge merge_drawings(const MergeRequest &request) {
+    check_table(request);
+    const Keys base(*request.base), ours(*request.ours), theirs(*request.theirs);
+    merging::Rows rows(
+        [&request](const std::vector<DrawingKey> &keys, const merging::Rows::Visit &visit) {
+            read(request, keys, visit);
+        });
+    return merging::merge_versions({.versions = {&base, &ours, &theirs},
+                                    .name = request.name,
+                                    .decided = request.decided,
+                                    .others = request.others,
+                                    .header = request.header,
+                                    .classes = request.classes,
+                                    .layout = request.layout},
+                                   rows);
+}
+
+void write_merge(const MergeRequest &request, const Merge &merge, const MergeTarget &target) {
+    if (!merge.conflicts.empty())
+        throw host::Failed(host::kInvalid, host::say("%s: has conflicts", target.path));
+    const host::OwnedTable table =
+        open_table(request.repository, &request.ours->table, target.path);
+    const host::OwnedDrawing carried = former(target);
+    uint64_t tag = 0;
+    if (!merge.rows.empty()) {
+        tag = new_tag(request, target, table.get(), carried.get());
+        store_rows(request, merge, table.get(), tag);
+    }
+    const host::OwnedDrawing drawing = drawing_of(merge, table.get(), tag);
+    if (carried && zOidIsEqual(zDrawingTableId(carried.get()), zTableId(table.get())))
+        carry_over(carried.get(), drawing.get());
+    host::check(zDrawingSetThumbnail(drawing.get(), 0, nullptr)); // it shows what is no more
+    if (target.keep_former) target.keep_former();
+    host::check(zDrawingWrite(drawing.get(), target.drawing.c_str()), target.path);
+}
+
+} // namespace dxf
