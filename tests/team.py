@@ -219,6 +219,42 @@ def foresee(ann, ben, data):
     ann.zev("update")
 
 
+def drawn_together(ann, ben, data):
+    """Other objects of one drawing: nobody is asked."""
+    plan = drawing(data, "14.5")
+    for each, text in (ann, plan), (ben, drawing(data, "13.5").replace("Kitchen", "Pantry")):
+        each.write("../plan.dxf", text)
+        each.zev("import ../plan.dxf")
+    ann.zev("commit -m Wider plan.dwx")
+    told = [each for each in ben.records("update --dry-run") if each["type"] == "incoming"]
+    expect([each["merges"] for each in told] == [True], "it is foreseen: " + str(told))
+    expect("and comes together" in ben.zev("updates"), "and listed")
+    text = ben.zev("update --no-merge-drawings", 4)
+    expect("1 object of theirs modified" in ben.zev("conflicts"), "a conflict: " + text)
+    text = ben.zev("update")
+    expect("Merged     plan.dwx: 1 object of theirs modified" in text, "it is none: " + text)
+    expect("nothing to undo" not in ben.zev("undo --list"), "what was there is in the trash")
+    ben.zev("commit -m Named")
+    ann.zev("update")
+    for each in ann, ben:
+        each.zev("export --force plan.dwx ../back.dxf")
+        expect(each.read("../back.dxf").decode() == plan.replace("Kitchen", "Pantry"),
+               each.name + " has both changes")
+        each.sound()
+    for each, radius in (ann, "15.5"), (ben, "16.5"):
+        each.write("../plan.dxf", drawing(data, radius).replace("Kitchen", "Pantry"))
+        each.zev("import ../plan.dxf")
+    ann.zev("commit -m Wide plan.dwx")
+    expect("too: 1 object in conflict" in ben.zev("update --dry-run"), "the same circle")
+    ben.zev("update", 4)
+    ben.zev("resolve --merge plan.dwx --ours 32")
+    ben.zev("commit -m Wider")
+    ann.zev("update")
+    ann.zev("export --force plan.dwx ../back.dxf")
+    expect(b"16.5" in ann.read("../back.dxf"), "as it was decided")
+    ann.sound()
+
+
 def no_server(server, ann, data):
     server.stop()
     ann.write("new.txt", "offline")
@@ -590,6 +626,7 @@ def play(work, data, example):
         send_and_get(url, ann, ben, data)
         single_paths(ann, ben)
         foresee(ann, ben, data)
+        drawn_together(ann, ben, data)
         no_server(server, ann, data)
         no_rights(ann, ben)
         wrong_password(url, ann)

@@ -64,6 +64,12 @@ Argument Command::add_flag(const std::string &names, bool &to, const std::string
     return Argument(app_.add_flag(names, to, about));
 }
 
+std::vector<std::string> Command::order() const {
+    std::vector<std::string> names;
+    for (const CLI::Option *option : app_.parse_order()) names.push_back(option->get_name());
+    return names;
+}
+
 void Command::require_command() { app_.require_subcommand(1); }
 
 Command Command::add_command(const std::string &name, const std::string &about,

@@ -59,6 +59,10 @@ class Command {
     Argument add_option(const std::string &names, uint64_t &to, const std::string &about);
     Argument add_flag(const std::string &names, bool &to, const std::string &about);
 
+    // One name for each time that an option was named, and for each word of an argument, in the
+    // order in which they were given; of an option the first of its names.
+    std::vector<std::string> order() const;
+
     // Commands below it, of which one has to be given.
     void require_command();
     Command add_command(const std::string &name, const std::string &about,

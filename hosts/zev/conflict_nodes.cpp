@@ -48,10 +48,14 @@ Nodes analyse(const WorkingCopy &copy) {
     return Nodes(OwnedAnalysis(check(zShellConflict(copy.repository(), everything.get()))));
 }
 
-Nodes look(const WorkingCopy &copy) {
+Nodes look(Index *index) {
     OwnedSpec everything(check(zPathSpecNew(nullptr, 0)));
+    return Nodes(OwnedAnalysis(check(zConflictAnalyze(index, everything.get()))));
+}
+
+Nodes look(const WorkingCopy &copy) {
     OwnedIndex index(check(zIndexHead(copy.repository(), false)));
-    return Nodes(OwnedAnalysis(check(zConflictAnalyze(index.get(), everything.get()))));
+    return look(index.get());
 }
 
 void take_ours(Host &host, const WorkingCopy &copy,

@@ -73,9 +73,10 @@ class Nodes {
     std::set<ConflictNode *> picked_;
 };
 
-// To decide, under the lock; and to look on, without it.
+// To decide, under the lock; and to look on, without it, or at an index that somebody has locked.
 Nodes analyse(const WorkingCopy &copy);
 Nodes look(const WorkingCopy &copy);
+Nodes look(Index *index);
 
 // Settles the conflicts whose path, or that of a side, is selected by what the branch has; the
 // others stay.

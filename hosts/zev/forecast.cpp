@@ -2,8 +2,10 @@
 // finds it.
 #include "forecast.hpp"
 
+#include "drawing_merge.hpp"
 #include "dxf/history.hpp"
 #include "kinds.hpp"
+#include "merge_report.hpp"
 #include "show.hpp"
 #include "when.hpp"
 
@@ -167,9 +169,54 @@ std::set<std::string> changed_here(const WorkingCopy &copy) {
     return paths;
 }
 
+// ---- Drawings that both sides changed
+
+namespace {
+
+// Of a drawing that can't be brought together nothing is told but that both changed it.
+std::optional<dxf::Merge> foresee(const Host &host, const WorkingCopy &copy,
+                                  const DiffEntry *entry) try {
+    ThreeWays ways{path_of(entry), *zDiffEntryOldId(entry), {}, *zDiffEntryNewId(entry)};
+    const std::u16string file = copy.absolute(ways.path).u16string();
+    if (!zOidFromFile(&ways.ours, file.c_str())) return {};
+    const DrawingMerge merge(host, copy, ways);
+    dxf::Merge told = counts_of(merge.result());
+    told.conflicts = merge.result().conflicts;
+    return told;
+} catch (const Failed &failed) {
+    if (failed.error_class == kCanceled) throw;
+    return {};
+}
+
+} // namespace
+
+Meetings foresee_meetings(const Host &host, const WorkingCopy &copy, Remote *remote,
+                          const Entries &list, const std::set<std::string> &here) {
+    Entries met;
+    std::ranges::copy_if(list, std::back_inserter(met), [&](const DiffEntry *entry) {
+        return zDiffEntryStatus(entry) == Z_KIND_MODIFIED && is_drawing_name(path_of(entry)) &&
+               here.contains(path_of(entry));
+    });
+    Meetings meetings;
+    if (met.empty()) return meetings;
+    const OwnedOdb odb(check(zOdbOpen(copy.repository())));
+    fetch_manifests(host, remote, odb.get(), met);
+    for (const DiffEntry *entry : met) {
+        stop_on_break(host.notify);
+        if (auto merge = foresee(host, copy, entry)) meetings[path_of(entry)] = std::move(*merge);
+    }
+    return meetings;
+}
+
 // ---- One line, or one record, a file
 
 namespace {
+
+std::string meeting_text(const dxf::Merge *merge) {
+    if (!merge) return say("(changed here, too)");
+    return merge->conflicts.empty() ? say("(changed here, too, and comes together)")
+                                    : say("(changed here, too: %s)", conflicts_text(*merge));
+}
 
 std::string objects_text(const ObjectCount &count) {
     const std::string all = count_of(count.all, "object");
@@ -211,7 +258,10 @@ void Forecast::print(Host &host, const Entries &list) const {
             line += "  " + objects_text(count->second);
             record.set(u"changed", count->second.changed).set(u"objects", count->second.all);
         }
-        host.out.line(line + (both ? "  " + say("(changed here, too)") : ""));
+        const auto met = meetings.find(name);
+        const dxf::Merge *merge = met == meetings.end() ? nullptr : &met->second;
+        if (merge) record.set(u"merges", merge->conflicts.empty());
+        host.out.line(line + (both ? "  " + meeting_text(merge) : ""));
         host.out.record(record);
     });
 }

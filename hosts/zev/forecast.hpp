@@ -1,6 +1,7 @@
 // Forecast: what the server has that this copy has not, file by file, before it comes.
 #pragma once
 
+#include "dxf/merge.hpp"
 #include "remote_copy.hpp"
 #include "verb.hpp"
 
@@ -35,10 +36,18 @@ std::map<std::string, ObjectCount> count_objects(const Host &host, const Working
 // Files that are not as committed: an update brings theirs and ours together, or leaves a conflict.
 std::set<std::string> changed_here(const WorkingCopy &copy);
 
+// What becomes of the drawings in a list that are changed here, too: counts and conflicts, of those
+// that can be brought together or have objects in conflict. The lists of objects and the rows that
+// are missing come by `remote`.
+using Meetings = std::map<std::string, dxf::Merge>;
+Meetings foresee_meetings(const Host &host, const WorkingCopy &copy, Remote *remote,
+                          const Entries &list, const std::set<std::string> &here);
+
 struct Forecast {
     LastChanges last;
     std::map<std::string, ObjectCount> objects;
     std::set<std::string> here;
+    Meetings meetings;
     void print(Host &host, const Entries &list) const;
 };
 

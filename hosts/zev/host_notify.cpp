@@ -203,7 +203,8 @@ constexpr const char *kProgress[] = {"verifying object %s", "verifying table %s"
 constexpr size_t kActionColumn = 11; // columns at least
 
 // Of the words that a file is told with, those that are not the library's.
-constexpr const char *kOwnActions[] = {"Added", "Kept", "In trash", "Renamed", "Unstaged"};
+constexpr const char *kOwnActions[] = {"Added",  "In trash", "Kept",
+                                       "Merged", "Renamed",  "Unstaged"};
 
 } // namespace
 

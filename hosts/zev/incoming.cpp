@@ -2,6 +2,7 @@
 // files came in: what it told by the way does.
 #include "incoming.hpp"
 
+#include "drawing_merge.hpp"
 #include "front.hpp"
 #include "refs.hpp"
 #include "server_note.hpp"
@@ -71,8 +72,18 @@ int tell_update(Host &host, const WorkingCopy &copy, const Oid *before, bool who
     return conflicts ? tell_conflicts(host) : kDone;
 }
 
+// Also those of an earlier update that was cut short. All has come by now; what can't be done here
+// stays as conflicts.
+static void merge_drawings(Host &host, const WorkingCopy &copy, PathSpec *paths) try {
+    if (broken() || host.notify->outcome().aborted || !has_conflicts(copy)) return;
+    const OwnedIndex index = copy.lock_index();
+    merge_by_itself(host, copy, index.get(), paths);
+} catch (const Failed &failed) {
+    if (failed.error_class != kCanceled) host.out.warn(failed.what());
+}
+
 int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid *target,
-                const PathSpec *paths) {
+                PathSpec *paths, bool merges) {
     const OwnedRemote remote = open_remote(copy);
     const Owned<CheckSpec, zCheckSpecFree> spec(check(zCheckSpecByid(target, paths)));
     check(zCheckSpecSetNotify(spec.get(), host.notify));
@@ -83,6 +94,7 @@ int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid
         reception.fail();
         fail_remote(host, origin_of(copy));
     }
+    if (merges) merge_drawings(host, copy, paths);
     return tell_update(host, copy, before ? &*before : nullptr, !paths, reception);
 }
 

@@ -35,6 +35,7 @@ struct Terms {
     // drawing from what another one still writes.
     bool litters = false;
     bool unsent = false; // the branch has commits that the server never got
+    bool meets = false;  // conflicts, which it settles by itself
     bool stays = false;  // what it replaces is there all the while: the old file or the new one
 };
 

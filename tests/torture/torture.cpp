@@ -102,6 +102,22 @@ git commit -qm ours
 )";
 const std::string kConflict = kContrary + "git merge -q side || true";
 
+// Other objects of one drawing.
+const std::string kDrawnApart = R"(
+sed 's/^12\.5$/13.5/' ../plan.dxf >../fourth.dxf
+sed 's/^100\.0$/101.5/' ../fourth.dxf >../both.dxf
+git checkout -qb side
+"$ZEV" import ../second.dxf plan.dwx
+echo theirs >docs/theirs.txt
+git add -A
+git commit -qm theirs
+git checkout -q -
+"$ZEV" import ../fourth.dxf plan.dwx
+echo ours >many/4.txt
+git commit -qam ours
+)";
+const std::string kDrawnConflict = kDrawnApart + "git merge -q side || true";
+
 const std::string kLooking = kTwoCommits + R"(
 "$ZEV" switch HEAD~1
 )";
@@ -179,6 +195,10 @@ const Operation kOperations[] = {
     {"resolve mine", kConflict, {"zev", "resolve", "--mine", "--all"}},
     {"resolve theirs", kConflict, {"zev", "resolve", "--theirs", "--all"}},
     {"resolve both", kConflict, {"zev", "resolve", "--both", "--all"}, false, 0, true},
+    {"resolve merge",
+     kDrawnConflict,
+     {"zev", "resolve", "--merge", "--all"},
+     {.litters = true, .stays = true}},
     {"restore", kTaken, {"zev", "trash", "restore", "docs/note.txt", "many"}},
     {"undo", kTaken, {"zev", "undo"}},
     {"switch", kBranched, {"zev", "switch", "side"}},
@@ -189,6 +209,10 @@ const Operation kOperations[] = {
     {"switch back", kLooking, {"zev", "switch", "master"}},
     {"merge forward", kBranched, {"zev", "merge", "side"}, true},
     {"merge", kDiverged, {"zev", "merge", "side"}, true},
+    {"merge drawing",
+     kDrawnApart,
+     {"zev", "merge", "side"},
+     {.durable = true, .litters = true, .meets = true, .stays = true}},
     {"merge conflict", kContrary, {"zev", "merge", "side"}, false, kConflicts},
     {"merge abort", kConflict, {"zev", "merge", "--abort"}},
     {"cleanup", kStaged, {"zev", "cleanup", "--untracked", "--yes"}},
@@ -221,6 +245,14 @@ echo theirs >docs/note.txt
 echo theirs >docs/old/a.txt
 "$ZEV" import ../third.dxf plan.dwx
 )" + kTheirs;
+const std::string kDrawnToo = R"(
+sed 's/^12\.5$/13.5/' ../plan.dxf >../fourth.dxf
+"$ZEV" import ../fourth.dxf plan.dwx
+"$ZEV" commit -m theirs .
+)";
+const std::string kBoth = R"(
+sed 's/^12\.5$/13.5/' ../second.dxf >../both.dxf
+)";
 const std::string kMet = R"("$ZEV" update || [ $? = 4 ])";
 const std::string kSettled = kMet + R"(
 "$ZEV" resolve --both --all
@@ -230,6 +262,11 @@ const Operation kServed[] = {
     {"get", "find . -mindepth 1 -delete", {"zev", "get", "URL", "."}},
     {"update", kEdited, {"zev", "update"}, {true}, kTheirs},
     {"update conflict", kEdited, {"zev", "update"}, {true, kConflicts}, kTheirsToo},
+    {"update drawing",
+     kEdited + kBoth,
+     {"zev", "update"},
+     {.durable = true, .litters = true, .meets = true},
+     kDrawnToo},
     {"update unsent", kByGit, {"zev", "update"}, {true, 0, false, true}, kTheirs, true},
     {"update unsent conflict",
      kByGit,
@@ -284,9 +321,9 @@ void note_drawings(Ready &ready, const Play &play, const State &state) {
     for (const auto &[path, content] : state.work) {
         if (!path.ends_with(".dwx") || ready.expected.drawings.contains(content)) continue;
         const Outcome out = exported(play, path);
-        const bool known =
-            std::ranges::any_of(Words{"plan.dxf", "second.dxf", "third.dxf", "site.dxf"},
-                                [&](auto &name) { return read(play.root / name) == out.text; });
+        const bool known = std::ranges::any_of(
+            Words{"plan.dxf", "second.dxf", "third.dxf", "fourth.dxf", "both.dxf", "site.dxf"},
+            [&](auto &name) { return read(play.root / name) == out.text; });
         if (!known) throw std::runtime_error(path + " is no file that was read in: " + out.text);
         ready.expected.drawings[content] = out.text;
     }

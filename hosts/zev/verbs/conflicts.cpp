@@ -1,8 +1,9 @@
 // conflicts: what a merge left to decide.
 
-#include "conflict_nodes.hpp"
 #include "detached.hpp"
+#include "drawing_merge.hpp"
 #include "kinds.hpp"
+#include "merge_report.hpp"
 #include "merge_state.hpp"
 #include "server_history.hpp"
 #include "verb.hpp"
@@ -18,8 +19,12 @@ struct Options {
 
 void declare(Command &verb, Options &options) {
     verb.description("Show what a merge left to decide");
-    verb.footer("For each conflict what either side did, and the commit, time and author of it.\n"
-                "Examples:\n  zev conflicts\n  zev conflicts plans --json");
+    verb.footer(
+        "For each conflict what either side did, and the commit, time and author of it; for\n"
+        "a drawing also how many of its objects are in conflict. A drawing that is named\n"
+        "shows these objects, and which fields either side changed: old and new, by group\n"
+        "code. \"zev resolve --merge\" brings the others together, and decides these.\n"
+        "Examples:\n  zev conflicts\n  zev conflicts plan.dwx\n  zev conflicts plans --json");
     verb.add_option("paths", options.paths, "Only these");
 }
 
@@ -192,21 +197,43 @@ void print_node(Host &host, ConflictNode *node, const Origins &ours, const Origi
     for (const SideView &side : sides) side.print(host);
 }
 
+// What is in a drawing that both sides changed, as far as it can be told. False where a server that
+// is to tell can't be asked.
+bool print_drawing(Host &host, const WorkingCopy &copy, const ConflictNode *node, bool is_named) {
+    std::string why;
+    const auto ways = three_ways(node, why);
+    if (!ways) return true;
+    try {
+        const DrawingMerge merge(host, copy, *ways);
+        tell_outlook(host, ways->path, merge.result());
+        if (is_named) print_conflicts(host, ways->path, merge.result(), true);
+        return true;
+    } catch (const Failed &failed) {
+        if (failed.error_class == kCanceled) throw;
+        tell_no_outlook(host, ways->path, failed.what());
+        return failed.error_class != kNetwork;
+    }
+}
+
 int run(Host &host, const Options &options) {
     WorkingCopy copy;
     Nodes nodes = look(copy);
     if (options.paths.empty()) nodes.pick_all();
+    std::set<std::string> named;
     for (const std::string &path : options.paths) {
-        const std::string below = copy.relative(path);
+        const std::string below = *named.insert(copy.relative(path)).first;
         if (!nodes.pick(copy, below) && !is_wild(path) && !is_known(copy, below))
             throw Failed(kNotFound, say("%s: no such file or directory", path));
     }
     const auto [our_origins, their_origins] = origins_of(host, copy, nodes);
     uint64_t count = 0;
+    bool looks = true;
     for (ConflictNode *node : nodes.all()) {
         if (!nodes.is_picked(node)) continue;
         stop_on_break(host.notify);
         print_node(host, node, our_origins, their_origins);
+        looks = looks &&
+                print_drawing(host, copy, node, named.contains(narrow(zConflictNodePath(node))));
         ++count;
     }
     if (!count) host.out.line("no conflicts");

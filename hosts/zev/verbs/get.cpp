@@ -58,7 +58,7 @@ bool is_there(const fs::path &place, const std::string &url, const std::string &
 int go_on(Host &host, const fs::path &place) {
     fs::current_path(place);
     const WorkingCopy copy;
-    return take_update(host, copy, "get", nullptr, nullptr);
+    return take_update(host, copy, "get", nullptr, nullptr, false);
 }
 
 int run(Host &host, const Options &options) {

@@ -14,10 +14,12 @@
 #include "author.hpp"
 #include "bytes.hpp"
 #include "detached.hpp"
+#include "drawing_merge.hpp"
 #include "dxf/check.hpp"
 #include "dxf/rows.hpp"
 #include "graph.hpp"
 #include "merge_abort.hpp"
+#include "merge_forecast.hpp"
 #include "merge_state.hpp"
 #include "refs.hpp"
 #include "show.hpp"
@@ -36,6 +38,8 @@ struct Options {
     std::string message; // of the commit; empty: "Merge BRANCH"
     bool force = false;  // local changes go to the trash, after a question
     bool abort = false;
+    bool dry = false;
+    bool no_drawings = false; // that both sides changed are left as conflicts
 };
 
 void declare(Command &verb, Options &options) {
@@ -43,19 +47,28 @@ void declare(Command &verb, Options &options) {
     verb.footer(
         "The result is committed, unless both changed the same file: then \"zev conflicts\"\n"
         "shows what there is to decide, \"zev resolve\" decides, and \"zev commit\" keeps it.\n"
+        "A drawing that both changed is brought together object by object, unless both changed\n"
+        "the same object; what that displaces is in the trash. --no-merge-drawings leaves such\n"
+        "drawings as conflicts, and --dry-run tells what would come together.\n"
         "Files that the merge changes must have no changes of your own that aren't committed,\n"
         "and nothing may be staged; --force moves them to the trash, and asks first.\n"
         "--abort takes back a merge that isn't committed yet; what you did to its files\n"
         "meanwhile goes to the trash.\n"
         "Examples:\n  zev merge details -m \"Details of the stairs\"\n"
-        "  zev merge details --force --yes\n  zev merge --abort");
+        "  zev merge details --dry-run\n  zev merge details --force --yes\n  zev merge --abort");
     const Argument branch = verb.add_option("branch", options.branch, "A branch, or any commit");
     const Argument message = verb.add_option("-m,--message", options.message,
                                              "What the commit says, where the merge makes one");
     const Argument force = verb.add_flag("--force", options.force, "Local changes go to the trash");
+    const Argument dry =
+        verb.add_flag("--dry-run", options.dry, "Only tell what would come of it; nothing changes");
+    dry->excludes(force)->excludes(message);
+    verb.add_flag("--no-merge-drawings", options.no_drawings,
+                  "Leave a drawing that both changed as a conflict");
     verb.add_flag("--abort", options.abort, "Take back the merge that is not committed yet")
         ->excludes(branch)
         ->excludes(message)
+        ->excludes(dry)
         ->excludes(force);
 }
 
@@ -170,7 +183,7 @@ class Merge {
 
     int run() {
         theirs_ = copy_.commit(options_.branch);
-        if (!copy_.born()) return move_forward();
+        if (!copy_.born()) return options_.dry ? foresee(nullptr) : move_forward();
         if (options_.force) clear_away();
         require_settled(copy_);
         require_no_merge(copy_);
@@ -181,6 +194,7 @@ class Merge {
         if (!base)
             throw Failed(kOther, say("%s: has no commit in common with HEAD", options_.branch));
         if (zOidIsEqual(&*base, &theirs)) return nothing_to_do();
+        if (options_.dry) return foresee(&*base);
         return zOidIsEqual(&*base, &ours) ? move_forward() : bring_together(*base);
     }
 
@@ -188,6 +202,27 @@ class Merge {
     int nothing_to_do() const {
         host_.out.line("nothing to do; the branch is contained already");
         return summary("nothing", {});
+    }
+
+    // `base`: null before the first commit.
+    int foresee(const Oid *base) const {
+        Outlook outlook;
+        if (base) {
+            const OwnedIndex index(check(zIndexHead(copy_.repository(), false)));
+            if (!zOidIsEqual(base, zCommitId(ours_.get())))
+                LocalWork(copy_, index.get(), incoming_files(copy_, *base, theirs_.get()))
+                    .require_none();
+            outlook = foresee_merge(host_, copy_, *base, theirs_.get(), !options_.no_drawings);
+        }
+        host_.out.line(outlook.conflicts
+                           ? say("%s would be in conflict; nothing was changed",
+                                 count_of(outlook.conflicts, "file"))
+                           : say("nothing would be in conflict, nothing was changed"));
+        Record record("merge");
+        record.set(u"branch", options_.branch).set(u"dry_run", true);
+        record.set(u"result", outlook.conflicts ? "conflicts" : "merged");
+        host_.out.record(record.set(u"theirs", zCommitId(theirs_.get())));
+        return outlook.conflicts ? kConflicts : kDone;
     }
 
     // With the question answered, HEAD's own state takes the place of the local work.
@@ -215,6 +250,8 @@ class Merge {
         if (head)
             warn_of_mixed(host_, copy_, head.get(),
                           incoming_files(copy_, *zCommitId(head.get()), theirs_.get()));
+        if (!options_.no_drawings && zIndexHasConflicts(index.get()))
+            merge_by_itself(host_, copy_, index.get());
         if (!has_conflicts(copy_)) return done(theirs_.get());
         summary("conflicts", zCommitId(theirs_.get()));
         return tell_conflicts(host_);
@@ -235,16 +272,23 @@ class Merge {
         warn_of_mixed(host_, copy_, ours_.get(), incoming);
         left_ = taken.broken_off ? incoming.size() - std::min(incoming.size(), taken.handled)
                                  : taken.missed;
+        if (zIndexHasConflicts(index.get())) meet(index.get(), taken);
         const bool conflicts = zIndexHasConflicts(index.get());
         if (taken.broken_off && !conflicts && is_as_head(copy_, index.get()))
             throw Failed(kCanceled, "cancelled");
         return conflicts ? conflicted() : commit(index.get(), author, taken);
     }
 
-    // Whoever resolves them is told whose they are; the commit then has theirs as a parent, unless
-    // something is left.
-    int conflicted() {
+    // Whoever resolves conflicts is told whose they are, also where this is cut short; the commit
+    // then has theirs as a parent, unless something is left.
+    void meet(Index *index, const Transfer &taken) {
         note_merge(copy_, {*zCommitId(theirs_.get()), !left_}, message());
+        is_noted_ = true;
+        // The next merge, for the rest, would bring what they added once more.
+        if (!options_.no_drawings && taken.whole()) merge_by_itself(host_, copy_, index);
+    }
+
+    int conflicted() const {
         summary("conflicts", nullptr, left_);
         if (left_)
             host_.out.warn(say("%s; merge again for the rest when this is committed", left_out()));
@@ -257,6 +301,7 @@ class Merge {
         const OwnedCommit made(
             check(zIndexCommitWith(index, nullptr, u"HEAD", wide(author).c_str(),
                                    wide(words).c_str(), theirs, taken.whole() ? 1 : 0)));
+        if (is_noted_) finish_merge(copy_);
         if (taken.whole()) return done(made.get());
         summary("incomplete", zCommitId(made.get()), left_);
         if (taken.broken_off)
@@ -294,6 +339,7 @@ class Merge {
     const Options &options_;
     OwnedCommit ours_, theirs_; // ours: null before the first commit
     uint64_t left_ = 0;         // files of theirs that did not come in
+    bool is_noted_ = false;     // as one that isn't committed yet
 };
 
 int run(Host &host, const Options &options) {

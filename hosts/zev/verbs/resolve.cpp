@@ -2,6 +2,7 @@
 
 #include "conflict_nodes.hpp"
 #include "index_change.hpp"
+#include "resolve_merge.hpp"
 #include "verb.hpp"
 #include "walks.hpp"
 
@@ -17,9 +18,12 @@ namespace fs = std::filesystem;
 namespace {
 
 struct Options {
-    bool mine = false, theirs = false, both = false; // one of them
+    bool mine = false, theirs = false, both = false; // one of them, or
+    bool merge = false;                              // object by object, whose they tell
     bool all = false;                                // in place of paths
-    Paths paths;
+    bool dry = false;
+    Paths paths;                    // and with "merge" the objects behind whose they are
+    std::optional<Command> command; // that knows how they stand among the options
 };
 
 void declare(Command &verb, Options &options) {
@@ -28,13 +32,25 @@ void declare(Command &verb, Options &options) {
         "--mine keeps what stands in the work directory. --theirs takes what came in; what it\n"
         "displaces goes to the trash. --both keeps yours where it is and puts theirs beside\n"
         "it, as \"plan (theirs).dwx\". \"zev commit\" keeps the result.\n"
+        "--merge brings both sides of a drawing together, object by object. Where both changed\n"
+        "the same object it is left, and these objects are listed: decide them by handle behind\n"
+        "--ours and --theirs, as \"zev conflicts DRAWING\" shows them; \"header\", \"classes\" "
+        "and\n"
+        "\"layout\" stand for what is no object. Without handles behind it, a side has all that\n"
+        "is in conflict.\n"
         "Examples:\n  zev resolve --theirs plan.dwx\n  zev resolve --both plans\n"
-        "  zev resolve --mine --all");
-    verb.add_flag("--mine", options.mine, "Keep yours");
-    verb.add_flag("--theirs", options.theirs, "Take theirs");
-    verb.add_flag("--both", options.both, "Keep both");
+        "  zev resolve --mine --all\n  zev resolve --merge plan.dwx\n"
+        "  zev resolve --merge plan.dwx --ours 3F 40 --theirs 51 header\n"
+        "  zev resolve --merge --all --dry-run");
+    verb.add_flag("--mine,--ours", options.mine, "Keep yours; with --merge, of these objects");
+    verb.add_flag("--theirs", options.theirs, "Take theirs; with --merge, of these objects");
+    const Argument both = verb.add_flag("--both", options.both, "Keep both");
+    verb.add_flag("--merge", options.merge, "Bring drawings together, object by object")
+        ->excludes(both);
     verb.add_flag("--all", options.all, "All conflicts, in place of paths");
+    verb.add_flag("--dry-run", options.dry, "With --merge: only tell what would come of it");
     verb.add_option("paths", options.paths, "Files, directories, patterns");
+    options.command.emplace(verb);
 }
 
 // A merge writes both sides into a text file of ours, between marks.
@@ -263,16 +279,28 @@ class Resolution {
     std::vector<std::pair<const ConflictNode *, std::string>> displaced_;
 };
 
-void check_usage(const Options &options) {
-    if (options.mine + options.theirs + options.both != 1)
-        throw Failed(kInvalid, "whose is it to be? Give one of --mine, --theirs and --both");
-    if (options.all == !options.paths.empty())
+void check_paths(const Options &options, const Paths &paths) {
+    if (options.all == !paths.empty())
         throw Failed(kInvalid, options.all ? "--all goes without paths"
                                            : "name the conflicts, or give --all");
 }
 
+int merge(Host &host, const Options &options) {
+    MergeWish wish =
+        parse_wish(options.command->order(), options.paths, host.behind_mark.value_or(0));
+    check_paths(options, wish.paths);
+    wish.dry = options.dry;
+    const WorkingCopy copy;
+    return resolve_by_merging(host, copy, wish);
+}
+
 int run(Host &host, const Options &options) {
-    check_usage(options);
+    if (options.merge) return merge(host, options);
+    if (options.dry) throw Failed(kInvalid, "--dry-run goes with --merge");
+    if (options.mine + options.theirs + options.both != 1)
+        throw Failed(kInvalid,
+                     "whose is it to be? Give one of --mine, --theirs, --both and --merge");
+    check_paths(options, options.paths);
     WorkingCopy copy;
     Nodes nodes = analyse(copy);
     if (options.all) nodes.pick_all();

@@ -16,9 +16,9 @@ struct Options {
 void declare(Command &verb, Options &options) {
     verb.description("Bring back what the last command put into the trash");
     verb.footer(
-        "The last one of rm, revert, import, resolve, switch, merge and cleanup that put anything\n"
-        "there; given again, the one before it, up to twenty. What has the name by now stays\n"
-        "unless you say otherwise. --list shows the commands, the next to be undone first.\n"
+        "The last one of rm, revert, import, resolve, switch, merge, update and cleanup that put\n"
+        "anything there; given again, the one before it, up to twenty. What has the name by now\n"
+        "stays unless you say otherwise. --list shows the commands, the next to be undone first.\n"
         "Examples:\n  zev rm plans && zev undo\n  zev undo --list");
     verb.add_flag("--list", options.list, "Show what there is to undo, and undo nothing");
 }

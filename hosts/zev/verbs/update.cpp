@@ -12,6 +12,7 @@ struct Options {
     Paths paths; // none: everything
     std::string revision;
     bool dry = false;
+    bool no_drawings = false; // that both sides changed are left as conflicts
 };
 
 void declare(Command &verb, Options &options) {
@@ -19,13 +20,17 @@ void declare(Command &verb, Options &options) {
     verb.description("Bring in what is new on the server");
     verb.footer(
         "Your own changes stay. Where both sides changed a file it becomes a conflict, which\n"
-        "\"zev conflicts\" shows and \"zev resolve\" settles. A later update without --to comes\n"
-        "back to the newest state. When the line breaks the next one goes on from what has come.\n"
-        "A revision is one of the server: a commit's first digits, HEAD, a branch, ~N behind it.\n"
+        "\"zev conflicts\" shows and \"zev resolve\" settles. A drawing that both changed comes\n"
+        "together object by object, unless both changed the same object; what that displaces is\n"
+        "in the trash. A later update without --to comes back to the newest state. When the line\n"
+        "breaks the next one goes on from what has come. A revision is one of the server: a\n"
+        "commit's first digits, HEAD, a branch, ~N behind it.\n"
         "Examples:\n  zev update\n  zev update plans --dry-run\n  zev update --to HEAD~2");
     verb.add_option("paths", options.paths, "Only these files");
     verb.add_option("--to", options.revision, "To this commit of the server")->type_name("REV");
     verb.add_flag("--dry-run", options.dry, "Only show what would come; nothing changes");
+    verb.add_flag("--no-merge-drawings", options.no_drawings,
+                  "Leave a drawing that both changed as a conflict");
 }
 
 // As an update selects it.
@@ -69,6 +74,8 @@ int foresee(Host &host, const WorkingCopy &copy, const Options &options) {
     Forecast forecast;
     forecast.here = changed_here(copy);
     const Entries entries = readable(copy, list.get());
+    if (!options.no_drawings)
+        forecast.meetings = foresee_meetings(host, copy, remote.get(), entries, forecast.here);
     forecast.print(host, entries);
     const uint64_t count = entries.size();
     host.out.line(count ? say("%s would come; nothing was changed", count_of(count, "file"))
@@ -85,7 +92,8 @@ int run(Host &host, const Options &options) try {
         target = server_revision(host, copy, open_remote(copy).get(), options.revision);
     OwnedSpec spec;
     if (!options.paths.empty()) spec = selection(host, copy, options.paths);
-    return take_update(host, copy, "update", target ? &*target : nullptr, spec.get());
+    return take_update(host, copy, "update", target ? &*target : nullptr, spec.get(),
+                       !options.no_drawings);
 } catch (const Failed &) {
     stop_on_break(host.notify);
     throw;

@@ -55,6 +55,8 @@ int run(Host &host, const Options &options) {
         forecast.last = last_changes(host, copy, asked, newest.get(), entries);
         forecast.objects = count_objects(host, copy, asked, entries);
         forecast.here = changed_here(copy);
+        if (!options.offline)
+            forecast.meetings = foresee_meetings(host, copy, asked, entries, forecast.here);
     }
     forecast.print(host, entries);
     if (!count)
