@@ -1,11 +1,12 @@
 // diff: which objects of a drawing are not the same in two versions of it, and what in them; of
 // other files, which lines.
 
+#include "diff_picture.hpp"
 #include "drawing_version.hpp"
 #include "dxf/check.hpp"
-#include "dxf/fields.hpp"
 #include "dxf/reader.hpp"
 #include "dxf/rows.hpp"
+#include "field_changes.hpp"
 #include "file_diff.hpp"
 #include "needed_rows.hpp"
 #include "object_names.hpp"
@@ -25,6 +26,9 @@ struct Options {
     bool stat = false;    // totals in place of the objects
     bool brief = false;   // objects without their fields
     bool full = false;    // the fields of added and removed objects, too
+    std::string picture;  // the file of a picture in place of all text; empty for none
+    bool is_dark = false; // the picture's ground
+    bool force = false;   // what its file displaces goes to the trash without a question
 };
 
 void declare(Command &verb, Options &options) {
@@ -33,8 +37,12 @@ void declare(Command &verb, Options &options) {
                 "Without a revision the work file is compared with HEAD, with one\n"
                 "with that, with two the first with the second. A modified object\n"
                 "shows the fields that changed, by group code, old and new.\n"
+                "--svg draws the changes of one drawing: what stayed in grey, old lines with\n"
+                "gaps, new ones heavy, what was moved with an arrow; each place with changes is\n"
+                "numbered, and shown enlarged below.\n"
                 "Examples:\n  zev diff\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
-                "  zev diff plan.dwx --stat\n  zev diff notes.txt");
+                "  zev diff plan.dwx --stat\n  zev diff plan.dwx --svg changes.svg\n"
+                "  zev diff notes.txt");
     verb.add_option("file", options.file, "A .dwx file, or another one");
     verb.add_option("from", options.from, "Older version")->type_name("REV");
     verb.add_option("to", options.to, "Newer version")->type_name("REV");
@@ -46,26 +54,20 @@ void declare(Command &verb, Options &options) {
         ->excludes(full)
         ->excludes(brief);
     full->excludes(brief);
+    verb.add_option("--svg", options.picture,
+                    "The changes of a drawing as a picture; also .png, .pdf; - is stdout")
+        ->type_name("FILE");
+    verb.add_flag("--dark", options.is_dark, "The picture on a dark ground");
+    verb.add_flag("--force", options.force,
+                  "A file of that name goes to the trash, without a question");
 }
 
 using dxf::ObjectChange;
-
-constexpr size_t kMaxShown = 160; // bytes of a value in text
 
 constexpr struct {
     const char *name;
     Colour colour;
 } kChanges[] = {{"added", Colour::green}, {"modified", Colour::yellow}, {"removed", Colour::red}};
-
-// A value as people see it.
-std::string shown(std::string_view value) {
-    const size_t first = std::min(value.find_first_not_of(' '), value.size());
-    value.remove_prefix(first);
-    if (value.size() <= kMaxShown) return clean(std::string(value));
-    size_t cut = kMaxShown;
-    while (cut && (static_cast<unsigned char>(value[cut]) & 0xC0) == 0x80) --cut;
-    return clean(std::string(value.substr(0, cut))) + "...";
-}
 
 class Difference {
   public:
@@ -182,39 +184,15 @@ class Difference {
             Record record("object");
             record.set(u"change", how.name).set(u"handle", handle);
             record.set(u"kind", change.kind).set(u"layer", change.layer);
-            if (with_fields) record.set(u"fields", members(change, fields));
+            if (with_fields) record.set(u"fields", field_records(change.kind, fields));
             return host_.out.record(record);
         }
         host_.out.line(host_.out.paint(how.colour, padded(say(how.name), 10)) + padded(handle, 10) +
                        change.kind);
-        for (const dxf::FieldChange &field : fields) print_field(change, field);
-    }
-
-    static std::vector<Record> members(const Change &change,
-                                       const std::vector<dxf::FieldChange> &fields) {
-        std::vector<Record> out;
-        for (const dxf::FieldChange &field : fields) {
-            Record member;
-            member.set(u"code", field.code);
-            member.set(u"name", std::string(dxf::field_name(change.kind, field.code)));
-            if (field.from) member.set(u"old", std::string(*field.from));
-            if (field.to) member.set(u"new", std::string(*field.to));
-            out.push_back(std::move(member));
-        }
-        return out;
-    }
-
-    void print_field(const Change &change, const dxf::FieldChange &field) const {
-        const std::string code = std::to_string(field.code);
-        std::string line = std::string(code.size() < 8 ? 8 - code.size() : 1, ' ') + code + " " +
-                           padded(said(std::string(dxf::field_name(change.kind, field.code))), 14);
-        const auto side = [&](const std::optional<std::string_view> &value, Colour colour) {
-            return value ? host_.out.paint(colour, shown(*value)) : say("(none)");
-        };
-        if (change.object.kind != ObjectChange::added) line += side(field.from, Colour::red);
-        if (change.object.kind == ObjectChange::modified) line += " -> ";
-        if (change.object.kind != ObjectChange::removed) line += side(field.to, Colour::green);
-        host_.out.line(line);
+        const bool had = change.object.kind != ObjectChange::added;
+        const bool has = change.object.kind != ObjectChange::removed;
+        for (const dxf::FieldChange &field : fields)
+            host_.out.line(field_line(host_.out, change.kind, field, had, has));
     }
 
     // ---- Totals
@@ -357,8 +335,25 @@ Totals diff_all(Host &host, const WorkingCopy &copy, const Options &options) {
     return totals;
 }
 
+int draw(Host &host, const WorkingCopy &copy, const Options &options) {
+    if (options.file.empty()) throw Failed(kInvalid, "--svg draws one drawing; name it");
+    const std::string path = copy.relative(options.file);
+    if (!is_drawing_name(path)) throw Failed(kInvalid, say("%s: is no drawing", options.file));
+    draw_diff(host, copy,
+              {.path = path,
+               .from = options.from,
+               .to = options.to,
+               .file = options.picture,
+               .is_dark = options.is_dark,
+               .is_forced = options.force});
+    return kDone;
+}
+
+// A question about the picture's file is asked on the terminal itself: no pager may hold it.
 int run(Host &host, const Options &options) {
+    if (options.picture.empty()) host.out.page();
     WorkingCopy copy;
+    if (!options.picture.empty()) return draw(host, copy, options);
     if (options.file.empty()) return print_summary(host, diff_all(host, copy, options)), kDone;
     const std::string path = copy.relative(options.file);
     Totals totals;
@@ -375,6 +370,6 @@ int run(Host &host, const Options &options) {
 
 } // namespace
 
-extern const Verb kDiffVerb{"diff", Group::drawings, Nature::paged, bind<Options, declare, run>};
+extern const Verb kDiffVerb{"diff", Group::drawings, Nature::plain, bind<Options, declare, run>};
 
 } // namespace host

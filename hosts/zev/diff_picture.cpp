@@ -1,0 +1,169 @@
+// Both versions are read in one walk over their table, a row that both have once.
+#include "diff_picture.hpp"
+
+#include "drawing_version.hpp"
+#include "dxf/content.hpp"
+#include "dxf/rows.hpp"
+#include "needed_rows.hpp"
+#include "picture/changes/diff_svg.hpp"
+#include "picture/raster.hpp"
+#include "remote_copy.hpp"
+#include "server_history.hpp"
+#include "show.hpp"
+#include "target.hpp"
+
+#include <algorithm>
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using picture::Format;
+
+// One side of the picture; without the drawing it has no version.
+struct Side {
+    Side(const Host &host, const WorkingCopy &copy, const std::string &path,
+         const std::string &revision) {
+        if (revision.empty()) {
+            name = say("the work file");
+            if (copy.is_on_disk(path)) version.emplace(host, copy, path, revision);
+            return;
+        }
+        name = revision;
+        if (revision == "HEAD" && !copy.born()) return;
+        const OwnedCommit commit = commit_with(host, copy, revision, path);
+        // Of a tag, a branch or a commit the name says enough.
+        const bool is_relative = revision.find_first_of("~^") != revision.npos;
+        if (revision == "HEAD" || is_relative)
+            name += " (" + short_id(zCommitId(commit.get())) + ")";
+        if (copy.entry(commit.get(), path)) version.emplace(host, copy, path, revision);
+    }
+    std::string name;
+    std::optional<DrawingVersion> version;
+};
+
+class Subject {
+  public:
+    Subject(Host &host, const WorkingCopy &copy, const DiffPicture &request)
+        : older_(host, copy, request.path, request.from.empty() ? "HEAD" : request.from),
+          newer_(host, copy, request.path, request.to) {
+        // Without both it is told where the newer one isn't.
+        if (!older_.version && !newer_.version)
+            newer_.version.emplace(host, copy, request.path, request.to);
+        require_one_table(request.path);
+        std::vector<dxf::Keys> keys;
+        for (const Side *side : {&older_, &newer_})
+            if (side->version) keys.emplace_back(side->version->manifest);
+        fetch(host, copy, keys, request.path);
+        contents_.emplace(copy.repository(), keys, request.path, host.notify);
+        const dxf::KeyList none;
+        changes_ = dxf::compare_objects(older_.version ? older_.version->manifest.objects : none,
+                                        newer_.version ? newer_.version->manifest.objects : none);
+    }
+
+    picture::DiffCounts write(const picture::DiffOptions &options,
+                              const picture::Write &write) const {
+        const dxf::Content none;
+        const dxf::Content &older = older_.version ? (*contents_)[0] : none;
+        const dxf::Content &newer = newer_.version ? (*contents_)[older_.version ? 1 : 0] : none;
+        return picture::write_diff(older, newer, changes_, options, write);
+    }
+    const std::string &older() const { return older_.name; }
+    const std::string &newer() const { return newer_.name; }
+
+  private:
+    void require_one_table(const std::string &path) const {
+        if (!older_.version || !newer_.version) return;
+        if (!zOidIsEqual(&older_.version->manifest.table, &newer_.version->manifest.table))
+            throw Failed(kOther, say("%s: the two versions are kept in different tables", path));
+    }
+
+    // Keys are put in order only where a server could be asked for some.
+    static void fetch(Host &host, const WorkingCopy &copy, const std::vector<dxf::Keys> &versions,
+                      const std::string &path) {
+        if (origin_of(copy).empty()) return;
+        std::vector<DrawingKey> keys;
+        for (const dxf::Keys &version : versions) {
+            keys.insert(keys.end(), {version.header, version.summary, version.layout});
+            keys.insert(keys.end(), version.classes.begin(), version.classes.end());
+            keys.insert(keys.end(), version.objects.begin(), version.objects.end());
+        }
+        std::sort(keys.begin(), keys.end(), dxf::before);
+        const auto is_same = [](const DrawingKey &a, const DrawingKey &b) {
+            return a.tag == b.tag && a.object == b.object;
+        };
+        keys.erase(std::unique(keys.begin(), keys.end(), is_same), keys.end());
+        fetch_rows(host, copy, versions.front().table, keys, path);
+    }
+
+    Side older_, newer_;
+    std::optional<dxf::Contents> contents_;
+    std::vector<dxf::ObjectChange> changes_;
+};
+
+picture::DiffCounts write(Host &host, const Subject &subject, const DiffPicture &request,
+                          const picture::Write &write) {
+    const picture::DiffOptions options{.theme = {request.is_dark},
+                                       .title = fs::path(request.path).filename().string(),
+                                       .older = subject.older(),
+                                       .newer = subject.newer()};
+    const Format format = picture::format_of(request.file);
+    if (format == Format::svg) return subject.write(options, write);
+    picture::DiffCounts counts;
+    picture::Raster raster;
+    raster.format = format;
+    raster.theme = options.theme;
+    raster.notify = host.notify;
+    picture::rasterize([&](const picture::Write &to) { counts = subject.write(options, to); },
+                       raster, write);
+    return counts;
+}
+
+void tell(Host &host, const DiffPicture &request, uint64_t size,
+          const picture::DiffCounts &counts) {
+    std::string text = say("%s added, %s modified, %s removed, %s moved", counts.added,
+                           counts.modified, counts.removed, counts.moved);
+    if (counts.carried) text += ", " + say("%s with the whole drawing", counts.carried);
+    if (counts.unseen) text += "; " + say("%s without a picture", counts.unseen);
+    host.out.line(request.file + ": " + bytes_text(size) + ", " + text);
+    host.out.record(Record("picture")
+                        .set(u"path", request.path)
+                        .set(u"file", request.file)
+                        .set(u"format", picture::name_of(picture::format_of(request.file)))
+                        .set(u"bytes", size)
+                        .set(u"added", counts.added)
+                        .set(u"modified", counts.modified)
+                        .set(u"removed", counts.removed)
+                        .set(u"moved", counts.moved)
+                        .set(u"carried", counts.carried)
+                        .set(u"unseen", counts.unseen)
+                        .set(u"places", counts.regions));
+}
+
+} // namespace
+
+void draw_diff(Host &host, const WorkingCopy &copy, const DiffPicture &request) {
+    picture::format_of(request.file); // or a failure, before anything is read
+    if (host.out.json() && request.file == "-")
+        throw Failed(kInvalid, "a picture on stdout can't go with --json");
+    require_export_right(copy, request.path);
+    const Subject subject(host, copy, request);
+    if (request.file == "-") {
+        write(host, subject, request,
+              [](std::string_view bytes) { fwrite(bytes.data(), 1, bytes.size(), stdout); });
+        return;
+    }
+    require_free(host.notify, &copy, request.file, request.is_forced);
+    Target target(&copy, request.file);
+    uint64_t size = 0;
+    const picture::DiffCounts counts = write(host, subject, request, [&](std::string_view bytes) {
+        target.write(bytes);
+        size += bytes.size();
+    });
+    target.finish();
+    tell(host, request, size, counts);
+}
+
+} // namespace host
