@@ -16,8 +16,9 @@ import sys
 TOKEN = re.compile(
     r"//[^\n]*|/\*.*?\*/|#[^\n]*|(?P<wide>u8|u|U|L)?\"(?P<text>(?:[^\"\\\n]|\\.)*)\"|'(?:[^'\\\n]|\\.)+'|"
     r"\s+|[A-Za-z_]\w*|::|.", re.S)
-# Files whose texts are for programs: manual pages and completion are English.
-ENGLISH = {"manual.cpp", "verbs/generate.cpp"}
+# Files whose texts are for programs: manual pages and completion are English, and so is a picture.
+ENGLISH = {"manual.cpp", "verbs/generate.cpp", "picture/svg.cpp", "picture/svg_text.cpp",
+           "picture/changes/markup.cpp"}
 # Literals that are no texts, by what stands in front: names of verbs and acts in records.
 NAMES = re.compile(r"k\w+Verb \{$|(call \. )?tell \($|add_option \($|getenv \($|find_first_(not_)?of \($|"
                    r"find_last_not_of \($|any_of \($")

@@ -46,15 +46,18 @@ def make_history():
     play("""add far.dwx; commit -m first""")
     write("../plan.dxf", plan("13.5").replace("  0\nDICTIONARY\n  5\nD\n330\nC\n", "", 1))
     play("""import ../plan.dxf; import ../plan.dxf ../none.dxf =1; diff; diff plan.dwx; diff
-            plan.dwx --full; diff plan.dwx --stat; commit -m second plan.dwx; mv plan.dwx
+            plan.dwx --svg ../diff.svg; diff plan.dwx --full; diff plan.dwx --stat; commit -m second plan.dwx; mv plan.dwx
             ground.dwx; mv docs papers; note.txt<two; diff; diff note.txt; status; changes; ls;
             commit -m thrid; commit --amend -m third""")
 
 
 def look_back():
+    proxy = "  0\nACAD_PROXY_ENTITY\n  5\nFFF\n  8\n0\n"
+    write("../odd.dxf", plan("12.5").replace("ENTITIES\n", "ENTITIES\n" + proxy, 1))
     play("""log --changes; log --object 32 ground.dwx; show; show --stat HEAD~1; blame ground.dwx;
             cat HEAD:ground.dwx; cat HEAD:note.txt; export ground.dwx ../back.dxf; export .
-            ../sent --rev HEAD --files; log nowhere =3; --help; status --help; --version""")
+            ../sent --rev HEAD --files; view ground.dwx HEAD -o ../plan.svg; view ../odd.dxf -o
+            ../odd.svg; log nowhere =3; --help; status --help; --version""")
 
 
 def take_and_bring_back():
@@ -66,6 +69,20 @@ def take_and_bring_back():
             loose.txt<loose; cleanup --untracked --yes""")
 
 
+def draw_apart_and_together():
+    """The same circle and title on two branches, and a text on one of them."""
+    was = open("../plan.dxf", newline="").read()
+    write("../plan.dxf", was.replace("13.5", "14.5").replace("small", "large"))
+    play("""switch --create drawn; import ../plan.dxf ground.dwx; note.txt<drawnNUL; commit -m theirs
+            ground.dwx note.txt; switch master""")
+    write("../plan.dxf", was.replace("13.5", "15.5").replace("Kitchen", "Pantry")
+          .replace("small", "new"))
+    play("""import ../plan.dxf ground.dwx; note.txt<againNUL; commit -m ours ground.dwx note.txt;
+            merge drawn --dry-run =4; merge drawn =4; conflicts ground.dwx; resolve --mine
+            note.txt; resolve --merge ground.dwx =4; resolve --merge ground.dwx --theirs 32
+            --ours header; commit -m drawn""")
+
+
 def go_apart_and_together():
     play("""config zev.author Ada; config zev.author --unset; tag sent; tag; tag --delete sent;
             config; branch other; branch; switch other; note.txt<theirsNUL; commit -m theirs
@@ -75,6 +92,7 @@ def go_apart_and_together():
             merge other; switch --create tip; papers/tip.txt<tip; add papers; commit -m tip;
             switch master; merge tip; switch HEAD~1; switch HEAD~0; status; branch; commit -m lost =1;
             switch master""")
+    draw_apart_and_together()
     os.rename("ground.dwx", "renamed.dwx")
     play("status; changes; mv ground.dwx renamed.dwx; clone . ../cloned; gc; verify; verify --quick")
     shutil.rmtree(".git/tables")
