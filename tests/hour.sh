@@ -3,8 +3,8 @@
 # of its own, and compares what comes with the lines below. Ids, times and the sizes of trashed
 # files stand for any; "..." for anything in a line, and on a line of its own for any lines.
 #   hour.sh [DOCUMENT]   docs/designer.md without one; the program is $ZEV_BIN, else zev
-# With $ZEVD_BIN a document may start a server: it gets a port of its own in place of 3001, and ends
-# with the document.
+# $docs is the directory of the document. With $ZEVD_BIN a document may start a server: it gets a
+# port of its own in place of 3001, and ends with the document.
 set -u
 hour_document=${1:-$(dirname "$0")/../docs/designer.md}
 hour_zev=$(command -v "${ZEV_BIN:-zev}") || { echo "there is no zev" >&2; exit 1; }
@@ -69,6 +69,7 @@ hour_matches() {
 }
 
 # The shell of the document: what it sets stays set, so that names of ours are out of the way.
+docs=$(cd "$(dirname "$hour_document")" && pwd)
 export HOME="$hour_work/home" PATH="$hour_work/bin:$PATH" LC_ALL=C.UTF-8 TZ=UTC
 export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1
 unset ZEV_AUTHOR NO_COLOR LANG XDG_CONFIG_HOME ZEV_SERVER ZEV_USER
