@@ -147,15 +147,21 @@ bool play_parts(const Content &content, const std::function<void(std::string_vie
 
 } // namespace
 
-bool visit_imported(const Content &content, const std::function<void(std::string_view)> &visit) {
+bool visit_imported(const Content &content, uint64_t most,
+                    const std::function<void(std::string_view)> &visit) {
     const std::string_view differences = differences_in(content.layout);
     if (differences.empty()) return play_parts(content, visit);
     ImportedParts parts(differences);
     bool is_good = true;
     std::string whole;
+    const auto add = [&](std::string_view bytes) {
+        if (bytes.size() > most) is_good = false, bytes = {};
+        most -= bytes.size();
+        whole += bytes;
+    };
     const bool is_whole = play_parts(content, [&](std::string_view part) {
         whole.clear();
-        is_good = is_good && parts.next(part, [&](std::string_view bytes) { whole += bytes; });
+        is_good = is_good && parts.next(part, add) && is_good;
         if (is_good) visit(whole);
     });
     return is_whole && is_good && parts.finish();

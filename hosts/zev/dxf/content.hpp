@@ -61,7 +61,8 @@ void write_file(const Content &content, const std::string &name,
                 const std::function<void(std::string_view)> &write, Form form = Form::version);
 
 // The parts of the file that was imported last, each as a whole, good during the call. False when
-// they are not known.
-bool visit_imported(const Content &content, const std::function<void(std::string_view)> &visit);
+// they are not known, or come to more than `most` bytes.
+bool visit_imported(const Content &content, uint64_t most,
+                    const std::function<void(std::string_view)> &visit);
 
 } // namespace dxf

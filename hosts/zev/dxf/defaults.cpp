@@ -23,6 +23,13 @@ constexpr std::array<std::string_view, 10> kSymbols = {"VPORT",        "LTYPE", 
 // Of OBJECTS, and without a subclass of the kind that tells it.
 constexpr std::array<std::string_view, 3> kObjects = {"ACDBPLACEHOLDER", "CLASS", "THUMBNAILIMAGE"};
 
+// Of the reference. In others, which applications define, codes mean what these like.
+constexpr std::array<std::string_view, 32> kEntities = {
+    "3DFACE",  "3DSOLID",   "ARC",   "ATTDEF",    "ATTRIB", "BODY",   "CIRCLE",     "DIMENSION",
+    "ELLIPSE", "HATCH",     "IMAGE", "INSERT",    "LEADER", "LINE",   "LWPOLYLINE", "MLINE",
+    "MTEXT",   "OLE2FRAME", "POINT", "POLYLINE",  "RAY",    "REGION", "SEQEND",     "SHAPE",
+    "SOLID",   "SPLINE",    "TEXT",  "TOLERANCE", "TRACE",  "VERTEX", "VIEWPORT",   "XLINE"};
+
 struct Default {
     std::string_view kind; // empty: of every entity
     int code;
@@ -83,7 +90,8 @@ Family family_of(std::string_view kind, bool has_subclasses, bool is_entity) {
     if (kind == "TABLE") return Family::table;
     if (is_one_of(kind, kObjects)) return Family::other;
     if (is_one_of(kind, kSymbols)) return Family::symbol;
-    return is_entity || !has_subclasses ? Family::entity : Family::other;
+    const bool may_be_one = is_entity || !has_subclasses;
+    return may_be_one && is_one_of(kind, kEntities) ? Family::entity : Family::other;
 }
 
 bool says_nothing(Family family, std::string_view kind, int code, std::string_view value,

@@ -145,6 +145,7 @@ void NormalRecord::read(std::string_view record, const HandleMap *map, bool has_
     owner_.reset();
     kind_ = {};
     widths_ = 0;
+    has_axis_ = false;
     is_in_subclass_ = is_raw_ = false;
     OwnHandle own;
     RawGroup group;
@@ -214,7 +215,10 @@ void NormalRecord::take(const RawGroup &group, bool is_own, const HandleMap *map
     } else if (out.type == ValueType::text && is_moment_of_saving(kind_, group.code)) {
         out.text = without_moment(out.text);
     }
-    if (!is_raw_ && group.code < kExtended &&
+    // Of an angle and a direction in a text of lines the one that comes last counts.
+    has_axis_ = has_axis_ || (kind_ == "MTEXT" && group.code == 11);
+    const bool counts = has_axis_ && group.code == 50;
+    if (!is_raw_ && !counts && group.code < kExtended &&
         says_nothing(family_, kind_, group.code, out.text, number_in(out)))
         return;
     (family_ == Family::entity && is_common(group.code) ? common_ : groups_).push_back(out);
@@ -353,7 +357,8 @@ bool is_drawn(std::string_view record) {
     RawGroup group;
     std::string_view left = record;
     if (!take_group(left, group) || group.code != kRecord) return false;
-    return family_of_record(record, trim_blanks(group.value)) == Family::entity;
+    return family_of_record(record, trim_blanks(group.value)) == Family::entity ||
+           record.find("AcDbEntity") != record.npos; // an application's own
 }
 
 } // namespace dxf

@@ -124,7 +124,8 @@ std::string changes_text(const dxf::ImportResult &result) {
     const Changes every{result.added, result.modified, result.removed}, &drawn = result.drawn;
     std::string text = changes_text(is_plain ? every : drawn, all);
     if (text.empty()) text = say("%s, all as before", all);
-    if (is_plain) return text;
+    if (result.match == dxf::Match::exact) return say("byte for byte; %s", text);
+    if (is_plain) return text; // by handle, as ever
     text = say(result.match == dxf::Match::normal ? "in normal form; %s" : "by content; %s", text);
     const Changes others{every.added - drawn.added, every.modified - drawn.modified,
                          every.removed - drawn.removed};
