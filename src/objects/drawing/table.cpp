@@ -170,7 +170,10 @@ bool open_database(Table *table, const std::string &utf8, bool create) {
     table->database.reset(leveldb_open(options.get(), utf8.c_str(), out(error)));
     if (!table->database) return fail_store(error.get());
     table->reading.reset(leveldb_readoptions_create());
-    leveldb_readoptions_set_verify_checksums(table->reading.get(), 1);
+    table->walking.reset(leveldb_readoptions_create());
+    for (leveldb_readoptions_t *way : {table->reading.get(), table->walking.get()})
+        leveldb_readoptions_set_verify_checksums(way, 1);
+    leveldb_readoptions_set_fill_cache(table->walking.get(), 0);
     table->writing.reset(leveldb_writeoptions_create());
     table->synced.reset(leveldb_writeoptions_create());
     leveldb_writeoptions_set_sync(table->synced.get(), 1);
@@ -537,7 +540,7 @@ namespace {
 // Every row is read, with its sum: what is compacted gets a new one, and damage would never show
 // again.
 bool is_sound(Table *table) {
-    const ldb::Iterator rows{leveldb_create_iterator(table->database.get(), table->reading.get())};
+    const ldb::Iterator rows{leveldb_create_iterator(table->database.get(), table->walking.get())};
     leveldb_iter_seek_to_first(rows.get());
     while (leveldb_iter_valid(rows.get())) leveldb_iter_next(rows.get());
     ldb::Text error;
@@ -575,7 +578,7 @@ bool zTableRemove(Table *table) try {
 
 TableIter *zTableIterNew(Table *table) try {
     if (!table) return fail_args();
-    ldb::Iterator handle{leveldb_create_iterator(table->database.get(), table->reading.get())};
+    ldb::Iterator handle{leveldb_create_iterator(table->database.get(), table->walking.get())};
     if (!handle) return fail_store(nullptr);
     return new TableIter{std::move(handle)};
 } catch (...) {

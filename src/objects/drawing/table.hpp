@@ -86,6 +86,7 @@ struct Table {
     zev::Owned<Share, zShareClose> lock; // above the database: let go once that is closed
     zev::ldb::Database database;
     zev::ldb::ReadOptions reading; // checksums verified
+    zev::ldb::ReadOptions walking; // the same; what comes by once is not kept in memory
     zev::ldb::WriteOptions writing, synced;
     std::optional<uint64_t> tag; // as stored, once read; nobody else writes while we hold the lock
 };

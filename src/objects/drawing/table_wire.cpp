@@ -89,7 +89,7 @@ Stream *write_key_list(std::span<const DrawingKey> keys) {
 // Calls `visit` with each pair of the table in key order; false, with the store error raised,
 // when some could not be read.
 template <class F> bool each_pair(Table *table, F visit) {
-    ldb::Iterator iter{leveldb_create_iterator(table->database.get(), table->reading.get())};
+    ldb::Iterator iter{leveldb_create_iterator(table->database.get(), table->walking.get())};
     for (leveldb_iter_seek_to_first(iter.get()); leveldb_iter_valid(iter.get());
          leveldb_iter_next(iter.get())) {
         size_t key_length = 0, value_length = 0;
