@@ -25,6 +25,7 @@ void Incoming::read(const std::u16string &source, const std::string &name) {
 // All records without a handle of their own are chained by content, in file order.
 void Incoming::name_objects() {
     std::vector<Item *> nameless;
+    named_.reserve(objects.size());
     for (Item &item : objects) {
         item.key.object = item.part->handle;
         if (item.part->handle)

@@ -1,9 +1,8 @@
 #include "dxf/keep.hpp"
 
-#include "dxf/normal.hpp"
-
 #include <algorithm>
 #include <cstring>
+#include <future>
 #include <unordered_map>
 
 namespace dxf {
@@ -52,6 +51,9 @@ Match Keeper::run(Match wanted) {
     if (wanted == Match::automatic && is_mostly_equal()) return Match::handle;
     find_widths();
     collect();
+    if (wanted == Match::normal || (wanted == Match::automatic && is_in_place()))
+        return keep_in_place(wanted);
+    hash_records(old_records_, new_records_);
     const Likeness likeness = likeness_of(old_records_, new_records_);
     // Another drawing took the place of this one: what both have is chance, and the file counts.
     if (wanted == Match::automatic &&
@@ -66,6 +68,10 @@ Match Keeper::run(Match wanted) {
         keep_nameless();
         return Match::content;
     }
+    return keep_in_place(wanted);
+}
+
+Match Keeper::keep_in_place(Match wanted) {
     const bool kept_named = keep_by_handle();
     forget_nameless();
     const bool kept_nameless = keep_nameless();
@@ -98,6 +104,10 @@ bool Keeper::is_mostly_equal() const {
 }
 
 void Keeper::collect() {
+    named_.reserve(objects_.size());
+    new_records_.reserve(objects_.size());
+    former_named_.reserve(olds_.size());
+    old_records_.reserve(olds_.size());
     for (Item &item : objects_) {
         if (!item.key.object || is_own(item.key.object)) continue;
         named_.push_back(&item);
@@ -108,7 +118,45 @@ void Keeper::collect() {
         former_named_.push_back(former);
         old_records_.push_back({former->value, former->key.object});
     }
-    hash_records(old_records_, new_records_);
+}
+
+// Of those that are not equal byte for byte.
+bool Keeper::is_same_at(size_t place, NormalRecord &before, NormalRecord &after) const {
+    const Former &former = *former_named_[place];
+    if (!former.item || former.item->kept()) return false;
+    before.read(former.value);
+    after.read(former.item->part->bytes);
+    return says_same(before, after, *former.item);
+}
+
+// A few tell whether it is worth while.
+bool Keeper::is_in_place() {
+    constexpr size_t kSample = 512;
+    const size_t step = former_named_.size() / kSample + 1;
+    NormalRecord before, after;
+    size_t asked = 0, same = 0;
+    for (size_t i = 0; i < former_named_.size(); i += step, ++asked) {
+        const Item *item = former_named_[i]->item;
+        same += (item && item->kept()) || is_same_at(i, before, after);
+    }
+    if (same * 2 < asked) return false;
+    compare_by_handle();
+    const auto kept = std::ranges::count_if(
+        former_named_, [](const Former *former) { return former->item && former->item->kept(); });
+    const auto all = std::ranges::count(is_same_, true) + kept;
+    return static_cast<size_t>(all) * 2 >= std::min(old_records_.size(), new_records_.size());
+}
+
+void Keeper::compare_by_handle() {
+    is_same_.assign(former_named_.size(), false);
+    const auto compare = [this](size_t begin, size_t end) {
+        NormalRecord before, after;
+        for (size_t i = begin; i < end; ++i) is_same_[i] = is_same_at(i, before, after);
+    };
+    const size_t middle = is_same_.size() / 2;
+    auto first = std::async(std::launch::async, compare, 0, middle);
+    compare(middle, is_same_.size());
+    first.get();
 }
 
 // True if its bytes were others.
@@ -120,17 +168,11 @@ bool Keeper::keep(Item &item, const Former &former) {
     return differs;
 }
 
-// Those that are not equal byte for byte.
 bool Keeper::keep_by_handle() {
+    if (is_same_.empty()) compare_by_handle();
     bool any = false;
-    NormalRecord before, after;
-    for (Former *former : former_named_) {
-        Item *item = former->item;
-        if (!item || item->kept()) continue;
-        before.read(former->value);
-        after.read(item->part->bytes);
-        if (says_same(before, after, *item)) any |= keep(*item, *former);
-    }
+    for (size_t i = 0; i < former_named_.size(); ++i)
+        if (is_same_[i]) any |= keep(*former_named_[i]->item, *former_named_[i]);
     return any;
 }
 
@@ -161,6 +203,8 @@ void Keeper::join_by_content() {
 // New ones keep theirs unless the former version has it, whoever had it there.
 void Keeper::give_handles() {
     std::vector<uint64_t> taken, of_file;
+    taken.reserve(olds_.size());
+    of_file.reserve(named_.size());
     uint64_t highest = 0;
     for (const Former *former : olds_)
         if (!is_own(former->key.object)) taken.push_back(former->key.object);

@@ -3,6 +3,7 @@
 
 #include "dxf/groups.hpp"
 #include "dxf/match.hpp"
+#include "dxf/normal.hpp"
 #include "dxf/reader.hpp"
 #include "host.hpp"
 
@@ -70,6 +71,10 @@ class Keeper {
     bool is_mostly_equal() const;
     bool has_room() const;
     void collect();
+    bool is_same_at(size_t place, NormalRecord &before, NormalRecord &after) const;
+    bool is_in_place();
+    void compare_by_handle();
+    Match keep_in_place(Match wanted);
     bool keep(Item &item, const Former &former);
     bool keep_by_handle();
     void forget_nameless();
@@ -85,6 +90,7 @@ class Keeper {
     bool maps_ = false;
     std::vector<Item *> named_; // in the order of the file
     std::vector<Former *> former_named_;
+    std::vector<uint8_t> is_same_; // by the places of these: equal in normal form, not in bytes
     std::vector<Matchable> old_records_, new_records_; // of the two above
 };
 
