@@ -15,9 +15,10 @@ namespace {
 
 constexpr uint32_t kSide = 256;
 constexpr double kPixel = picture::Frame::kSide / kSide; // units
-constexpr size_t kMostObjects = 50'000, kMostShapes = 4'000;
-constexpr size_t kMostTexts = 40; // which the renderer is slow with
+constexpr size_t kMostObjects = 20'000, kMostShapes = 4'000;
+constexpr size_t kMostTexts = 16; // which the renderer is slow with
 constexpr uint64_t kMostPoints = 300'000, kMostShownPoints = 50'000;
+constexpr double kMostInk = 150'000; // pixels, by the sides of what is drawn
 
 std::atomic<bool> is_missing = false; // the renderer, for which nobody has to look again
 
@@ -38,12 +39,15 @@ void keep_largest(picture::Scene &scene) {
         return a.size != b.size ? a.size > b.size : a.index < b.index;
     });
     std::vector<bool> is_kept(shapes.size());
+    const double pixels = kSide / std::max({scene.box.width(), scene.box.height(), 1e-300});
     uint64_t points = 0, texts = 0;
+    double ink = 0;
     for (size_t i = 0; i < std::min(places.size(), kMostShapes); ++i) {
         const picture::Shape &shape = shapes[places[i].index];
         points += shape.points;
+        ink += places[i].size * pixels;
         texts += shape.kind == picture::Shape::text;
-        if (points > kMostShownPoints) break;
+        if (points > kMostShownPoints || ink > kMostInk) break;
         is_kept[places[i].index] = shape.kind != picture::Shape::text || texts <= kMostTexts;
     }
     size_t at = 0;

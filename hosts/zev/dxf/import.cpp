@@ -59,7 +59,6 @@ class Importer {
         make_layout();
         if (is_saved_only()) return result_;
         stamp_others();
-        if (!rows_.empty()) picture_.begin();
         write_rows(table_.get(), rows_, request_.notify);
         write_manifest();
         fresh_ = false;
@@ -184,6 +183,7 @@ class Importer {
             item->key = former.key;
             former.hold(item->value);
         } else {
+            if (item != &blocks_[2]) picture_.begin(); // takes as long as the rest
             if (may_keep() || item == &blocks_[0] || item == &blocks_[2])
                 former.hold(arena_.copy(value));
             if (!item) former.is_drawn = is_drawn(value);

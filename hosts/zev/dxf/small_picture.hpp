@@ -13,10 +13,12 @@ class SmallPicture {
     SmallPicture(const Import &request, const Document &document)
         : request_(request), document_(document) {}
 
-    void begin() {
-        if (request_.thumbnail && !made_.valid())
-            made_ =
-                std::async(std::launch::async, [this] { return request_.thumbnail(document_); });
+    // At once or, where no thread is to be had, not at all.
+    void begin() noexcept try {
+        if (!request_.thumbnail || is_begun_) return;
+        is_begun_ = true;
+        made_ = std::async(std::launch::async, [this] { return request_.thumbnail(document_); });
+    } catch (const std::exception &) {
     }
     // That of the former version would show what is no more.
     void put(Drawing *drawing) {
@@ -29,6 +31,7 @@ class SmallPicture {
   private:
     const Import &request_;
     const Document &document_;
+    bool is_begun_ = false;
     std::future<std::string> made_;
 };
 

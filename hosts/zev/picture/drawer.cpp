@@ -182,6 +182,8 @@ void Drawer::draw_record(Range range, std::string_view kind, const Stand &stand)
         pen_.waste(range.last - range.first); // which were counted
         return leave_out(range.first, reason::kBeyond);
     }
+    // Of what isn't wanted only the look of an insertion counts, for its attributes.
+    if (!stand.depth && is_seen_ && kind != "INSERT" && !is_wanted(range)) return;
     groups.read(record(range.first));
     if (stand.depth) return draw_entity(range, kind, stand);
     const bool is_paper = groups.integer(67) == 1;
