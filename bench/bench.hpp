@@ -79,6 +79,7 @@ class Scratch {
         std::string name = (std::filesystem::temp_directory_path() / "zev-bench-XXXXXX").string();
         if (!mkdtemp(name.data())) exit(1);
         path_ = name;
+        setenv("XDG_DATA_HOME", (name + "/desktop").c_str(), 1); // what is displaced goes there
     }
     ~Scratch() {
         std::error_code ignored;

@@ -108,6 +108,8 @@ void tables(Writer &out) {
     for (uint64_t i = 0; i < kLayers; ++i) {
         out.text(0, "LAYER");
         out.handle(5, 0x100 + i);
+        out.text(100, "AcDbSymbolTableRecord");
+        out.text(100, "AcDbLayerTableRecord");
         out.text(2, "LAYER-" + std::to_string(i));
         out.number(70, 0);
         out.number(62, i % 255 + 1);
@@ -117,16 +119,27 @@ void tables(Writer &out) {
     out.section("BLOCKS");
     out.text(0, "BLOCK");
     out.handle(5, 0x20);
+    out.text(100, "AcDbEntity");
+    out.text(100, "AcDbBlockBegin");
     out.text(2, "*Model_Space");
     out.text(0, "ENDBLK");
     out.handle(5, 0x21);
+    out.text(100, "AcDbEntity");
+    out.text(100, "AcDbBlockEnd");
     out.text(0, "ENDSEC");
 }
 
 void entity(Writer &out, const Settings &settings, uint64_t place) {
-    constexpr const char *kinds[] = {"LINE", "CIRCLE", "ARC", "TEXT", "LWPOLYLINE"};
+    struct Kind {
+        const char *name, *subclass;
+    };
+    constexpr Kind kinds[] = {{"LINE", "AcDbLine"},
+                              {"CIRCLE", "AcDbCircle"},
+                              {"ARC", "AcDbCircle"},
+                              {"TEXT", "AcDbText"},
+                              {"LWPOLYLINE", "AcDbPolyline"}};
     Random random(settings.seed * 1000003 + place);
-    const char *kind = kinds[random.below(5)];
+    const auto [kind, subclass] = kinds[random.below(5)];
     uint64_t layer = random.below(kLayers);
     for (uint64_t i = 1; i <= settings.edit; ++i) {
         Random edit(settings.seed * 7919 + i * 104729 + place * 2);
@@ -136,8 +149,9 @@ void entity(Writer &out, const Settings &settings, uint64_t place) {
     out.text(0, kind);
     out.handle(5, kFirstEntity + place);
     out.handle(330, 0x20);
-    out.text(100, "Entity");
+    out.text(100, "AcDbEntity");
     out.text(8, "LAYER-" + std::to_string(layer));
+    out.text(100, subclass);
     for (int code = 10; code <= 30; code += 10) out.real(code, random);
     if (kind[0] == 'T') out.text(1, "Room " + std::to_string(random.below(1000)));
     out.real(40, random);
