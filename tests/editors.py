@@ -237,6 +237,7 @@ def judge_renumbered(source, told, what, figures):
 def judge(source):
     what = re.sub(r"[^ -~]+", "", os.path.basename(source))
     work = tempfile.mkdtemp(prefix="zev-editors-")
+    os.environ["XDG_DATA_HOME"] = work + "/desktop"
     figures = []
     try:
         os.mkdir(work + "/copy")

@@ -178,6 +178,7 @@ def main():
     os.environ["ZEV_AUTHOR"] = "Ada"
     merged = failed = 0
     with tempfile.TemporaryDirectory() as place:
+        os.environ["XDG_DATA_HOME"] = place + "/desktop"
         found = sheets(place)
         for seed in range(first, first + count):
             with tempfile.TemporaryDirectory(dir=place) as here:
