@@ -10,6 +10,7 @@
 
 #include <map>
 #include <set>
+#include <unordered_set>
 
 namespace host {
 
@@ -67,14 +68,80 @@ IdMap<std::string> tables_of_gone(const WorkingCopy &copy, const TrackedFiles &f
     return tables;
 }
 
-bool same_bytes(const WorkingCopy &copy, const Tracked &file, const std::string &path) {
-    const fs::path full = copy.absolute(path);
-    std::error_code error;
-    if (!file.size || !fs::is_regular_file(fs::symlink_status(full, error)) ||
-        static_cast<uint32_t>(fs::file_size(full, error)) != file.size || error)
-        return false;
-    Oid id;
-    return zOidFromFile(&id, full.u16string().c_str()) && zOidIsEqual(&id, &file.id);
+// Files that are gone, but for drawings, by their bytes. Only what has the size of one of them is
+// read.
+class Contents {
+  public:
+    Contents(const WorkingCopy &copy, const TrackedFiles &gone) : copy_(copy) {
+        for (auto at = gone.rbegin(); at != gone.rend(); ++at) {
+            if (is_drawing_name(at->first) || !at->second.size) continue;
+            sizes_.insert(at->second.size);
+            paths_[at->second.id].push_back(at->first);
+        }
+    }
+    // The first one with the bytes of the file at `path`, which is no other's from then on; empty
+    // where there is none.
+    std::string take(const std::string &path) {
+        const fs::path full = copy_.absolute(path);
+        std::error_code error;
+        if (!fs::is_regular_file(fs::symlink_status(full, error))) return {};
+        const auto size = static_cast<uint32_t>(fs::file_size(full, error));
+        Oid id;
+        if (error || !sizes_.contains(size) || !zOidFromFile(&id, full.u16string().c_str()))
+            return {};
+        const auto at = paths_.find(id);
+        if (at == paths_.end() || at->second.empty()) return {};
+        std::string from = std::move(at->second.back());
+        at->second.pop_back();
+        return from;
+    }
+
+  private:
+    const WorkingCopy &copy_;
+    std::unordered_set<uint32_t> sizes_;
+    IdMap<std::vector<std::string>> paths_; // the first one last
+};
+
+// The directories, with their slashes, that a move of a file into one of the same name follows
+// from; both empty where the file has another name now or came from the top.
+Move above(const Move &move) {
+    size_t from = move.from.size(), to = move.to.size();
+    Move out;
+    while (from && to) {
+        const size_t a = move.from.rfind('/', from - 1) + 1, b = move.to.rfind('/', to - 1) + 1;
+        if (move.from.compare(a, from - a, move.to, b, to - b)) break;
+        out = {move.from.substr(0, a), move.to.substr(0, b)};
+        if (!a || !b) break;
+        from = a - 1, to = b - 1;
+    }
+    return out.from.empty() || out.to.empty() ? Move{} : out;
+}
+
+// Directories that are gone, with all files that were tracked there in another one now, which had
+// none: they were renamed as a whole. An empty file is like any other one, and doesn't count.
+std::map<std::string, std::string> renamed_directories(const WorkingCopy &copy, Index *index,
+                                                       const std::vector<Move> &moves) {
+    std::map<std::string, std::string> found;
+    std::map<std::string, uint64_t> moved, tracked;
+    for (const Move &move : moves) {
+        const Move whole = above(move);
+        if (whole.from.empty() || copy.is_on_disk(whole.from)) continue;
+        const auto [at, is_new] = found.emplace(whole.from, whole.to);
+        if (at->second == whole.to) ++moved[whole.from];
+        tracked.emplace(whole.from, 0), tracked.emplace(whole.to, 0);
+    }
+    each_entry_of(index, [&](const IndexEntry *entry) {
+        if (tracked.empty() || !zIndexEntrySize(entry)) return;
+        const std::string path = narrow(zIndexEntryPath(entry));
+        for (size_t at = path.find('/'); at != path.npos; at = path.find('/', at + 1))
+            if (const auto one = tracked.find(path.substr(0, at + 1)); one != tracked.end())
+                ++one->second;
+    });
+    std::erase_if(found, [&](const auto &one) {
+        const auto &[from, to] = one;
+        return moved[from] < 2 || tracked[from] != moved[from] || tracked[to];
+    });
+    return found;
 }
 
 // What names that differ in case only have in common.
@@ -93,6 +160,7 @@ std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const P
     const TrackedFiles files =
         entries_of(index.get(), [&](const std::string &path) { return lost.contains(path); });
     const IdMap<std::string> tables = tables_of_gone(copy, files);
+    Contents contents(copy, files);
     std::map<std::string, std::string> found; // from, to
     for (const std::string &path : untracked) {
         Oid table;
@@ -102,11 +170,8 @@ std::vector<Move> find_moves(const WorkingCopy &copy, const Paths &gone, const P
                 found.emplace(at->second, path);
             continue;
         }
-        for (const auto &[from, file] : files)
-            if (!is_drawing_name(from) && !found.contains(from) && same_bytes(copy, file, path)) {
-                found.emplace(from, path);
-                break;
-            }
+        if (std::string from = contents.take(path); !from.empty())
+            found.emplace(std::move(from), path);
     }
     std::vector<Move> moves;
     for (const auto &[from, to] : found) moves.push_back({from, to});
@@ -121,9 +186,17 @@ void tell_moves(Host &host, const WorkingCopy &copy, const StatusList *list) {
         if (kind == Z_KIND_MISSING) gone.push_back(narrow(zStatusEntryPath(entry)));
         if (kind == Z_KIND_UNTRACKED) untracked.push_back(narrow(zStatusEntryPath(entry)));
     }
-    for (const Move &move : find_moves(copy, gone, untracked)) {
-        host.out.line(say("%s is %s now; \"zev mv\" with both names says so", typed_path(move.from),
-                          typed_path(move.to)));
+    const std::vector<Move> moves = find_moves(copy, gone, untracked);
+    if (moves.empty()) return;
+    const auto tell = [&host](const std::string &from, const std::string &to) {
+        host.out.line(say("%s is %s now; \"zev mv\" with both names says so", typed_path(from),
+                          typed_path(to)));
+    };
+    const OwnedIndex index(check(zIndexHead(copy.repository(), false)));
+    const auto directories = renamed_directories(copy, index.get(), moves);
+    for (const auto &[from, to] : directories) tell(from, to);
+    for (const Move &move : moves) {
+        if (!directories.contains(above(move).from)) tell(move.from, move.to);
         host.out.record(Record("moved").set(u"from", move.from).set(u"path", move.to));
     }
 }

@@ -171,6 +171,30 @@ TEST_F(Front, WhatCantBeRemovedStays) {
     EXPECT_EQ(git("status --porcelain"), "");
 }
 
+// By a file manager: told once, not for each of its files, and followed by one command.
+TEST_F(Front, DirectoriesRenamedElsewhereAreKnownAgain) {
+    for (const char *path : {"d/a.txt", "d/sub/b.txt", "d/sub/c.txt", "half/d.txt", "half/e.txt"})
+        write(path, path);
+    write("d/same.txt", "d/a.txt"); // the bytes of another one
+    write("d/empty.txt", "");
+    play("add .; commit -m all");
+    fs::rename(root + "/d", root + "/walls");
+    fs::create_directory(root + "/other");
+    fs::rename(root + "/half/d.txt", root + "/other/d.txt");
+    const std::string said = ok("status");
+    EXPECT_NE(said.find("\nd/ is walls/ now; \"zev mv\""), said.npos) << said;
+    EXPECT_NE(said.find("\nhalf/d.txt is other/d.txt now; \"zev mv\""), said.npos) << said;
+    EXPECT_EQ(said.find("walls/a.txt now"), said.npos) << said;
+    play("mv d/ walls/");
+    EXPECT_EQ(ok("changes d walls"), "renamed     d/ -> walls/\n"
+                                     "renamed     d/a.txt -> walls/a.txt\n"
+                                     "renamed     d/empty.txt -> walls/empty.txt\n"
+                                     "renamed     d/same.txt -> walls/same.txt\n"
+                                     "renamed     d/sub/ -> walls/sub/\n"
+                                     "renamed     d/sub/b.txt -> walls/sub/b.txt\n"
+                                     "renamed     d/sub/c.txt -> walls/sub/c.txt\n");
+}
+
 // Not even for a moment: the times of directories would tell. What a look at the history remembers
 // is there before.
 TEST_F(Front, LooksChangeNothing) {
