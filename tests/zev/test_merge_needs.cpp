@@ -109,6 +109,35 @@ TEST_F(MergeNeeds, WhatIsWithinGoesWithIt) {
 }
 
 // Polylines, inserts with attributes and blocks come back whole.
+// A block of theirs under handles of ours' takes along what is in it, and nothing behind its end.
+TEST_F(MergeNeeds, ABlockEndsWhereItEnds) {
+    const auto block = [](const char *name, const char *more, const char *end) {
+        return record("BLOCK", "50", "2\n" + std::string(name) + "\n") + line("51", name) + more +
+               record("ENDBLK", end, "");
+    };
+    ours.blocks = block("DOOR", "", "52");
+    theirs.blocks = block("GATE", line("53", "3").c_str(), "60");
+    ours.entities += line("70", "919");
+    theirs.entities += line("70", "919");
+    const std::string text = result();
+    EXPECT_NE(text.find("2\nGATE\n"), text.npos) << text;
+    EXPECT_NE(text.find(line("70", "919")), text.npos) << text;
+    EXPECT_EQ(text.find("919"), text.rfind("919")) << text;
+}
+
+TEST_F(MergeNeeds, OrdersOfDrawingFollowNewHandles) {
+    start(Sections());
+    const auto order = [](const char *pairs) {
+        return "0\nSECTION\n2\nOBJECTS\n" + record("SORTENTSTABLE", "80", pairs) + "0\nENDSEC\n";
+    };
+    for (Sections *sections : {&base, &ours, &theirs}) sections->rest = order("331\n20\n5\n20\n");
+    ours.entities += line("100", "1");
+    theirs.entities += line("100", "2");
+    theirs.rest = order("331\n20\n5\n20\n331\n100\n5\n21\n331\n21\n5\n100\n");
+    const std::string text = result();
+    EXPECT_NE(text.find("331\n101\n5\n21\n331\n21\n5\n101\n"), text.npos) << text;
+}
+
 TEST_F(MergeNeeds, ADecisionBringsBackAllThatIsWithin) {
     const auto blocks = [](const char *name) {
         return record("BLOCK", "40", "2\nDOOR\n1\n" + std::string(name) + "\n") + line("41", "1") +

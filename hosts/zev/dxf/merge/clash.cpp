@@ -50,11 +50,14 @@ class Clashes {
         heads_.assign(merging_.items.size(), kNowhere);
         is_spread_.assign(merging_.items.size(), false);
         for (const uint32_t i : merging_.item_at[kTheirs]) {
+            const std::string_view type =
+                i == kNowhere ? "" : record_type(merging_.row(merging_.items[i], kTheirs));
+            // What is the same in all versions lies behind a block that is new, as its end does.
             if (i == kNowhere || !merging_.items[i].is_added_by_both()) {
                 head = kNowhere;
+                if (i == kNowhere || type == "ENDBLK") block = kNowhere;
                 continue;
             }
-            const std::string_view type = record_type(merging_.row(merging_.items[i], kTheirs));
             if (type == "BLOCK") block = i;
             if (type == "POLYLINE" || type == "INSERT") head = i;
             if (type != "POLYLINE" && type != "INSERT" && !is_member(type)) head = kNowhere;

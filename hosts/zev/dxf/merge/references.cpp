@@ -21,6 +21,11 @@ bool is_handle(int code) {
            code == 481 || code == kExtendedHandle;
 }
 
+// In a table of draw orders those by which it sorts as well.
+bool is_handle_in(std::string_view type, int code) {
+    return is_handle(code) || is_sort_handle(type, code);
+}
+
 // To what the record can't do without.
 bool is_pointer(int code) { return (code >= 340 && code <= 349) || (code >= 390 && code <= 399); }
 bool is_hard(int code) { return is_pointer(code) || (code >= 350 && code <= 369); }
@@ -143,22 +148,30 @@ void visit_needs(std::string_view record, const std::function<void(const Referen
 }
 
 void visit_handles(std::string_view record, const std::function<void(uint64_t)> &visit) {
-    for (Group group; take_group(record, group);)
-        if (is_handle(group.code))
-            if (const auto handle = parse_handle(group.value)) visit(*handle);
+    const std::string_view type = record_type(record);
+    OwnHandle is_own(type);
+    ListState list;
+    for (Group group; take_group(record, group);) {
+        list.take(group);
+        if (is_own.is(group, list.is_in_list()) || !is_handle_in(type, group.code)) continue;
+        if (const auto handle = parse_handle(group.value)) visit(*handle);
+    }
 }
 
 std::optional<std::string> with_handles(std::string_view record, const Handles &handles,
                                         uint64_t own) {
     std::string out;
-    OwnHandle is_own(record_type(record));
+    const std::string_view type = record_type(record);
+    OwnHandle is_own(type);
     ListState list;
     std::string_view left = record;
     for (Group group; take_group(left, group);) {
         list.take(group);
-        const auto handle = is_handle(group.code) ? parse_handle(group.value) : std::nullopt;
+        const bool is_its_own = is_own.is(group, list.is_in_list());
+        const bool is_other = !is_its_own && is_handle_in(type, group.code);
+        const auto handle = is_other ? parse_handle(group.value) : std::nullopt;
         const auto at = handle ? handles.find(*handle) : handles.end();
-        if (is_own.is(group, list.is_in_list()) && own)
+        if (is_its_own && own)
             out += with_value(group, handle_text(own));
         else if (at != handles.end())
             out += with_value(group, handle_text(at->second));
