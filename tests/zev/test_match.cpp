@@ -190,6 +190,12 @@ TEST_F(MatchImport, EachPolicyIsHeldTo) {
         EXPECT_EQ(version(), bytes);
         EXPECT_EQ(imported(), other);
     }
+    // A few of many, beside one that is another.
+    import_by(Match::exact, bytes);
+    const auto few = import(rewritten("0\nSECTION\n2\nENTITIES\n" + many(3)) +
+                            bytes.substr(bytes.find(line("103", "4"))));
+    EXPECT_EQ(few.kept, 3u);
+    EXPECT_EQ(few.modified, 0u);
     // Over what was kept, too.
     EXPECT_EQ(import_by(Match::exact, other).modified, 8u);
     EXPECT_EQ(version(), other);

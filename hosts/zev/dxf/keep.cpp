@@ -48,9 +48,10 @@ bool says_same(const NormalRecord &before, const NormalRecord &after, const Item
 
 Match Keeper::run(Match wanted) {
     if (wanted == Match::handle || wanted == Match::exact) return wanted;
-    if (wanted == Match::automatic && is_mostly_equal()) return Match::handle;
     find_widths();
     collect();
+    if (wanted == Match::automatic && is_mostly_equal()) // the others are few
+        return keep_by_handle() ? Match::normal : Match::handle;
     if (wanted == Match::normal || (wanted == Match::automatic && is_in_place()))
         return keep_in_place(wanted);
     hash_records(old_records_, new_records_);
