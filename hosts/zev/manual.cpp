@@ -193,6 +193,8 @@ std::string values_of(const CLI::App &verb, const CLI::Option *option) {
         {"mv", "from", "files"},
         {"mv", "to", "files"},
         {"import", "target", "files"},
+        {"export", "drawings", "files"},
+        {"export", "target", "files"},
         {"", "entries", "trash"},
         {"", "pattern", "trash"},
         {"", "branch", "revisions"},

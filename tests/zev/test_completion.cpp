@@ -64,6 +64,7 @@ struct Completion : CopyTest {
             {"zev diff ground.dwx v", {"v1.0"}, {"side/one", "v1.0v1.0", "HEAD"}},
             {"zev view ground.dwx v", {"v1.0"}, {"side/one"}},
             {"zev export ground.dwx --rev si", {"side/one"}, {"HEAD"}},
+            {"zev export gr", {"ground.dwx"}, {"side/one"}},
             {"zev trash restore ", {"gone.dwx"}, {"ground.dwx", "purge"}},
             {"zev log ground.dwx --object 3", {"32"}, {"side/one"}},
         };
