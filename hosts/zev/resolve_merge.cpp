@@ -161,10 +161,10 @@ class MergeResolution {
             host_.out.line("nothing was changed");
         else
             host_.out.line(say("%s resolved, %s remain", resolved_, all - resolved_));
-        host_.out.record(Record("summary")
-                             .set(u"resolved", resolved_)
-                             .set(u"remain", all - resolved_)
-                             .set(u"failed", failed_));
+        Record record("summary");
+        record.set(u"resolved", resolved_).set(u"remain", all - resolved_).set(u"failed", failed_);
+        if (wish_.dry) record.set(u"dry_run", true);
+        host_.out.record(record);
         return failed_ ? kConflicts : kDone;
     }
 

@@ -243,7 +243,7 @@ class Merge {
         const OwnedCommit head(copy_.born() ? copy_.head() : OwnedCommit());
         Passage passage(host_, copy_, index.get(), head.get(), theirs_.get());
         if (const Transfer taken = passage.run(0); !taken.whole()) {
-            summary("incomplete", head ? zCommitId(head.get()) : nullptr, taken.missed);
+            summary("incomplete", nullptr, taken.missed);
             passage.fail(taken);
         }
         tip.move(zCommitId(theirs_.get()));
@@ -329,6 +329,7 @@ class Merge {
         record.set(u"branch", options_.branch).set(u"result", result);
         record.set(u"theirs", zCommitId(theirs_.get()));
         if (commit) record.set(u"commit", commit);
+        if (options_.dry) record.set(u"dry_run", true);
         if (left) record.set(u"left", left);
         host_.out.record(record);
         return kDone;
