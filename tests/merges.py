@@ -2,10 +2,13 @@
 """Merges of drawings that an independent library edits, and audits afterwards.
 
   merges.py ZEV [COUNT [SEED]]
+  merges.py --audit DIR
 
 Two people edit one drawing with ezdxf, each on a branch; the branches are merged. What comes out has
-all entities that the one or the other has, and ezdxf's audit finds nothing that it hadn't found in
-what they had saved. Ends with 77, which means skipped, where no Python here has ezdxf.
+all entities that the one or the other has, as whoever changed them left them, and ezdxf's audit finds
+nothing that it hadn't found in what they had saved. With --audit it looks through what the tests of
+the merge's laws have left in $ZEV_MERGE_DUMP. Ends with 77, which means skipped, where no Python here
+has ezdxf.
 """
 import glob
 import os
@@ -75,6 +78,8 @@ def edit(doc, chance, name):
         msp.add_linear_dim(base=place, p1=(0, 0), p2=(place[0], 0)).render()
     elif doc.dxfversion > "AC1009":
         msp.add_hatch(color=2).paths.add_polyline_path([place, (0, 0), (3, 4)])
+    else:
+        msp.add_circle(place, 1)
 
 
 def faults(path):
@@ -83,8 +88,26 @@ def faults(path):
     return sorted(error.code for error in auditor.errors + auditor.fixes)
 
 
-def handles(path):
-    return {entity.dxf.handle for entity in ezdxf.readfile(path).modelspace()}
+def entities(path):
+    """By handle, what they are; dimensions' blocks get other names where both made one."""
+    found = {}
+    for entity in ezdxf.readfile(path).modelspace():
+        told = {name: str(value) for name, value in entity.dxfattribs().items()}
+        told.pop("geometry", None)
+        points = list(entity.get_points()) if entity.dxftype() == "LWPOLYLINE" else []
+        found[entity.dxf.handle] = (entity.dxftype(), told, points)
+    return found
+
+
+def new_faults(merged, *sides):
+    """Those of a drawing that none of its sides had."""
+    known, found = sum((faults(side) for side in sides), []), []
+    for fault in faults(merged):
+        if fault in known:
+            known.remove(fault)
+        else:
+            found.append(fault)
+    return found
 
 
 ezdxf.options.write_fixed_meta_data_for_testing = True  # else each save has its own time
@@ -140,17 +163,22 @@ class Pair:
         return done.returncode == 0
 
     def check(self, ours, theirs, merged, is_undecided):
-        base, a, b, both = (handles(path) for path in (self.base, ours, theirs, merged))
-        expected = len(base & a & b) + len(a - base) + len(b - base)
         # The old kind of file may have no handles, and each reading gives others.
-        has_handles = ezdxf.readfile(self.base).dxfversion > "AC1009"
-        if is_undecided and has_handles and len(both) != expected:
+        if is_undecided and ezdxf.readfile(self.base).dxfversion > "AC1009":
+            self.check_entities(*(entities(path) for path in (self.base, ours, theirs, merged)))
+        for fault in new_faults(merged, ours, theirs):
+            raise Failed("fault %d that nobody had before" % fault)
+
+    @staticmethod
+    def check_entities(base, a, b, both):
+        kept = base.keys() & a.keys() & b.keys()
+        expected = len(kept) + len(a.keys() - base.keys()) + len(b.keys() - base.keys())
+        if len(both) != expected:
             raise Failed("%d entities in place of %d" % (len(both), expected))
-        known = faults(ours) + faults(theirs)
-        for fault in faults(merged):
-            if fault not in known:
-                raise Failed("fault %d that nobody had before" % fault)
-            known.remove(fault)
+        for handle in kept:
+            wanted = b[handle] if a[handle] == base[handle] else a[handle]
+            if both.get(handle) != wanted:
+                raise Failed("%s is %s in place of %s" % (handle, both.get(handle), wanted))
 
 
 def sheets(place):
@@ -171,7 +199,27 @@ def sheets(place):
     return paths
 
 
+def audit(place):
+    """What the laws of the merge wrote into a directory: pairs of real sheets, and their results."""
+    known = failed = unread = 0
+    for result in sorted(glob.glob(place + "/*/result.dxf")):
+        sides = [os.path.join(os.path.dirname(result), side) for side in ("a.dxf", "b.dxf")]
+        try:
+            found = [faults(side) for side in sides]
+        except (ezdxf.DXFError, UnicodeError, ValueError):
+            unread += 1
+            continue
+        known += any(found)
+        for fault in new_faults(result, *sides):
+            failed += 1
+            print("%s: fault %d that nobody had before" % (result, fault))
+    print("%d of them had faults before, %d can't be read, %d new faults" % (known, unread, failed))
+    return 1 if failed else 0
+
+
 def main():
+    if sys.argv[1] == "--audit":
+        return audit(sys.argv[2])
     zev = os.path.abspath(sys.argv[1])
     count = int(sys.argv[2]) if len(sys.argv) > 2 else 12
     first = int(sys.argv[3]) if len(sys.argv) > 3 else 1

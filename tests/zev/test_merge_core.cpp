@@ -211,10 +211,13 @@ void holds_both(const Pair &pair, const dxf::Keys &result, uint64_t renumbered) 
 void check_laws(const std::string &sheet, uint64_t seed, std::map<std::string, int> &seen) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     Pair pair(sheet, seed);
-    if (const char *place = getenv("ZEV_MERGE_DUMP")) {
-        test::write(fs::path(place) / "base.dxf", pair.text(pair.base));
-        test::write(fs::path(place) / "a.dxf", pair.text(pair.a));
-        test::write(fs::path(place) / "b.dxf", pair.text(pair.b));
+    const char *dump = getenv("ZEV_MERGE_DUMP"); // a directory, for the audit of merges.py
+    const fs::path place = dump ? fs::path(dump) / std::to_string(seed) : fs::path();
+    if (dump) {
+        fs::create_directories(place);
+        test::write(place / "base.dxf", pair.text(pair.base));
+        test::write(place / "a.dxf", pair.text(pair.a));
+        test::write(place / "b.dxf", pair.text(pair.b));
     }
     Store &store = pair.store;
     EXPECT_TRUE(same_keys(pair.a, store.merge(pair.base, pair.a, pair.base)));
@@ -235,8 +238,7 @@ void check_laws(const std::string &sheet, uint64_t seed, std::map<std::string, i
     }
     const dxf::Keys result = store.keep(merge), other_way = store.keep(turned);
     const std::string text = pair.text(result);
-    if (const char *place = getenv("ZEV_MERGE_DUMP"))
-        test::write(fs::path(place) / "result.dxf", text);
+    if (dump) test::write(place / "result.dxf", text);
     EXPECT_EQ(without_handles(text, true), without_handles(pair.text(other_way), true));
     holds_both(pair, result, merge.renumbered);
     // Of two records with one handle an import gives it to whichever comes first.
