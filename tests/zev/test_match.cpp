@@ -172,6 +172,28 @@ TEST_F(MatchImport, KeepsBytesOfWhatIsOnlyRewritten) {
     EXPECT_EQ(layout(), dxf::write_layout(dxf::split(bytes, "t").parts));
 }
 
+// Those that came with the other program are equal to the byte, and more than the kept ones.
+TEST_F(MatchImport, WhatWasKeptIsKeptAgainAmongMoreThatAreEqual) {
+    const std::string with_handles = many(12), without = line("", "1") + line("", "2");
+    for (const std::string &records :
+         {with_handles.substr(0, line("100", "1").size() * 4), without}) {
+        import_by(Match::exact, entities(records));
+        std::string more = records;
+        more += records == without ? line("", "3") + line("", "4") + line("", "5")
+                                   : with_handles.substr(records.size());
+        import_by(Match::normal, rewritten(entities(more)));
+        const auto before = keys();
+        EXPECT_FALSE(import(rewritten(entities(more))).written);
+        std::string other = rewritten(entities(more + line("200", "7")));
+        EXPECT_EQ(import(other).match, Match::normal);
+        EXPECT_EQ(imported(), other);
+        for (const auto &[number, tag] : before)
+            if (number != kLayout) {
+                EXPECT_EQ(keys().at(number), tag) << number;
+            }
+    }
+}
+
 TEST_F(MatchImport, EachPolicyIsHeldTo) {
     const std::string bytes = entities(many(8)), other = rewritten(bytes);
     const auto plain = dxf::write_layout(dxf::split(other, "t").parts);

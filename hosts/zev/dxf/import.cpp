@@ -210,7 +210,7 @@ class Importer {
         std::sort(former_list_.begin(), former_list_.end(), place);
         if (!former_) return;
         Keeper keeper(objects_, former_list_, arena_);
-        result_.match = keeper.run(request_.match);
+        result_.match = keeper.run(request_.match, has_kept_bytes());
         if (result_.match != Match::normal && result_.match != Match::content) return;
         for (Former &former : formers_) keep_class(former);
         keep_header(keeper);
@@ -247,6 +247,12 @@ class Importer {
             return;
         header.key = former->key;
         header.value = former->value;
+    }
+
+    // Whether the last import had other bytes than those that were kept.
+    bool has_kept_bytes() const {
+        const Former *layout = former_block(blocks_[2]);
+        return layout && layout->is_held && !differences_in(layout->value).empty();
     }
 
     // What stands between the records, each against the one at its place.

@@ -46,13 +46,14 @@ bool says_same(const NormalRecord &before, const NormalRecord &after, const Item
 
 } // namespace
 
-Match Keeper::run(Match wanted) {
+Match Keeper::run(Match wanted, bool has_kept) {
     if (wanted == Match::handle || wanted == Match::exact) return wanted;
+    const bool is_equal = wanted == Match::automatic && is_mostly_equal();
     find_widths();
     collect();
-    if (wanted == Match::automatic && is_mostly_equal()) // the others are few
+    if (is_equal && !has_kept) // the others are few
         return keep_by_handle() ? Match::normal : Match::handle;
-    if (wanted == Match::normal || (wanted == Match::automatic && is_in_place()))
+    if (is_equal || wanted == Match::normal || (wanted == Match::automatic && is_in_place()))
         return keep_in_place(wanted);
     hash_records(old_records_, new_records_);
     const Likeness likeness = likeness_of(old_records_, new_records_);

@@ -59,8 +59,9 @@ class Keeper {
     // have the key already, others with one handle are joined. `arena` outlives the items.
     Keeper(std::vector<Item> &objects, std::vector<Former *> olds, Arena &arena);
 
-    // The policy that was taken.
-    Match run(Match wanted);
+    // The policy that was taken. `has_kept`: the former version has kept bytes against those of its
+    // file, so that records may be the same although most others are it to the byte.
+    Match run(Match wanted, bool has_kept);
 
     // Of the file's handles to those of the drawing. Empty unless content was the policy.
     const HandleMap &handles() const { return handles_; }
