@@ -317,6 +317,8 @@ class Importer {
         if (!content_before(before)) return false;
         if (!differs_by_marks(before, document_)) return false;
         result_.objects = result_.unchanged = objects_.size();
+        for (size_t i = 0; i < objects_.size(); ++i)
+            result_.kept += former_list_[i]->value != objects_[i].part->bytes;
         return true;
     }
 
