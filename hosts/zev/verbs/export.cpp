@@ -43,7 +43,8 @@ void declare(Command &verb, Options &options) {
     verb.add_option("target", options.target, "The DXF file, or a directory; - is stdout");
     verb.add_option("--rev", options.revision, "As it was in this commit")->type_name("REV");
     verb.add_flag("--files", options.with_files, "Of directories other files, too");
-    verb.add_flag("--as-imported", options.as_imported, "The very bytes of the last import");
+    verb.add_flag("--as-imported", options.as_imported,
+                  "The very bytes of the last import that was written");
     verb.add_flag("--force", options.force,
                   "A file of that name goes to the trash, without a question");
 }
