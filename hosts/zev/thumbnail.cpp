@@ -3,6 +3,7 @@
 #include "thumbnail.hpp"
 
 #include "copy.hpp"
+#include "host_notify.hpp"
 #include "picture/raster.hpp"
 
 #include <algorithm>
@@ -20,7 +21,12 @@ constexpr size_t kMostTexts = 16; // which the renderer is slow with
 constexpr uint64_t kMostPoints = 300'000, kMostShownPoints = 50'000;
 constexpr double kMostInk = 150'000; // pixels, by the sides of what is drawn
 
-std::atomic<bool> is_missing = false; // the renderer, for which nobody has to look again
+constexpr std::chrono::seconds kPatience{10};
+constexpr std::string_view kPng("\x89PNG\r\n\x1a\n");
+constexpr size_t kMostBytes = 1 << 20; // no PNG of so few pixels comes near
+
+// The renderer is not there, or gives no answer: it isn't asked again.
+std::atomic<bool> is_missing = false;
 
 // The largest of too many shapes, which make out what is seen on so few pixels.
 void keep_largest(picture::Scene &scene) {
@@ -54,24 +60,42 @@ void keep_largest(picture::Scene &scene) {
     std::erase_if(shapes, [&](const picture::Shape &) { return !is_kept[at++]; });
 }
 
+// All that is asked of those at work is whether the user has broken it off.
+Notify only_break() {
+    Notify notify = *zNotifyNull();
+    notify.usrbrk = [](const Notify *) { return broken(); };
+    return notify;
+}
+
 std::string rendered(const picture::Scene &scene) {
     std::string png;
-    picture::rasterize(
-        [&](const picture::Write &write) {
-            picture::write_svg(scene,
-                               {.theme = {},
-                                .title = "",
-                                .weight = 0.75 * kPixel,
-                                .letters = 3 * kPixel,
-                                .grid = kPixel / 2},
-                               write);
-        },
-        {.format = picture::Format::png,
-         .side = kSide,
-         .theme = {},
-         .patience = std::chrono::seconds(10)},
-        [&](std::string_view bytes) { png += bytes; });
-    return png;
+    const Notify notify = only_break();
+    const auto begun = std::chrono::steady_clock::now();
+    try {
+        picture::rasterize(
+            [&](const picture::Write &write) {
+                picture::write_svg(scene,
+                                   {.theme = {},
+                                    .title = "",
+                                    .weight = 0.75 * kPixel,
+                                    .letters = 3 * kPixel,
+                                    .grid = kPixel / 2},
+                                   write);
+            },
+            {.format = picture::Format::png,
+             .side = kSide,
+             .theme = {},
+             .patience = kPatience,
+             .notify = &notify},
+            [&](std::string_view bytes) {
+                png += bytes;
+                if (png.size() > kMostBytes) throw std::length_error("no small picture");
+            });
+    } catch (const Failed &) {
+        if (std::chrono::steady_clock::now() - begun >= kPatience) is_missing = true;
+        throw;
+    }
+    return png.starts_with(kPng) ? png : std::string();
 }
 
 // The parts of a document tile its file.

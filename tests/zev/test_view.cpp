@@ -254,17 +254,19 @@ TEST_F(View, GivesTheDesktopTheSmallPicture) {
     EXPECT_EQ(zev(home, "view --thumbnail none.dwx -o none.png 2>/dev/null").code, 3);
 }
 
+const std::string kAsPng = "printf '\\211PNG\\r\\n\\032\\n'; ";
+
 // A renderer of our own tells how often it was asked.
 TEST_F(View, ImportsKeepASmallPictureOfWhatChanged) {
     const std::string runs = home + "/runs";
-    const Path path(program("rsvg-convert", "echo \"$*\" >>'" + runs + "'; md5sum"));
+    const Path path(program("rsvg-convert", "echo \"$*\" >>'" + runs + "'; " + kAsPng + "md5sum"));
     const auto small = [&](const std::string &drawing) {
         return out("view --thumbnail " + drawing + " -o - 2>&1");
     };
     draw(plan_with("20"), "one.dwx");
     draw(plan_with("20"), "two.dwx");
     const std::string first = small("one.dwx");
-    EXPECT_EQ(first.substr(32), "  -\n");
+    EXPECT_EQ(first.substr(40), "  -\n");
     EXPECT_EQ(small("two.dwx"), first);
     draw(plan_with("20"), "one.dwx");
     EXPECT_EQ(lines(test::read(runs)).size(), 2u); // nothing had changed
@@ -280,16 +282,19 @@ TEST_F(View, ImportsKeepASmallPictureOfWhatChanged) {
     ok("config zev.thumbnails sometimes");
     EXPECT_EQ(code("import ../in.dxf none.dwx"), 2);
     ok("config --unset zev.thumbnails");
-    program("rsvg-convert", "exit 1");
-    EXPECT_EQ(ok("import ../in.dxf failed.dwx").find("warning"), std::string::npos);
+    for (const char *script : {"md5sum", "yes", "exit 1"}) {
+        program("rsvg-convert", script);
+        fs::remove(root + "/failed.dwx");
+        EXPECT_EQ(ok("import ../in.dxf failed.dwx").find("warning"), std::string::npos) << script;
+        EXPECT_EQ(code("view --thumbnail failed.dwx -o -"), 3) << script;
+    }
     draw(plan_with("23"), "one.dwx"); // its picture would be of the past
-    EXPECT_EQ(code("view --thumbnail failed.dwx -o -"), 3);
     EXPECT_EQ(code("view --thumbnail one.dwx -o -"), 3);
 }
 
 // Those of several files are made ahead; each drawing has its own, also behind one that fails.
 TEST_F(View, ImportsOfAFolderKeepTheirOwnSmallPictures) {
-    const Path path(program("rsvg-convert", "md5sum"));
+    const Path path(program("rsvg-convert", kAsPng + "md5sum"));
     std::vector<std::string> alone;
     for (int i = 0; i < 9; ++i) {
         const std::string number = std::to_string(i), plan = plan_with(std::to_string(20 + 3 * i));
@@ -304,6 +309,19 @@ TEST_F(View, ImportsOfAFolderKeepTheirOwnSmallPictures) {
                       alone[static_cast<size_t>(i)]);
         }
     EXPECT_NE(alone[0], alone[1]);
+}
+
+// Who breaks an import off doesn't wait for its picture, and has no drawing of it.
+TEST_F(View, ABreakEndsTheSmallPicture) {
+    const Path path(program("rsvg-convert", "kill -INT $PPID; exec sleep 600"));
+    test::write(home + "/plans/a.dxf", plan_with("20"));
+    test::write(home + "/plans/b.dxf", plan_with("21"));
+    const auto begun = std::chrono::steady_clock::now();
+    EXPECT_EQ(code("import ../plans/a.dxf one.dwx"), 6);
+    EXPECT_EQ(code("import ../plans many"), 6);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 15s); // it has patience for 20
+    EXPECT_FALSE(there("one.dwx") || there("many/a.dwx"));
+    EXPECT_EQ(ok("status").find(".dwx"), std::string::npos);
 }
 
 TEST_F(View, DrawsTheSmallPictureAsPng) {

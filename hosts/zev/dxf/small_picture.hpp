@@ -25,6 +25,7 @@ class SmallPicture {
         begin();
         if (!made_.valid()) return;
         const std::string png = made_.get();
+        host::stop_on_break(request_.notify); // for which it is broken off
         host::check(zDrawingSetThumbnail(drawing, static_cast<uint32_t>(png.size()), png.data()));
     }
 
