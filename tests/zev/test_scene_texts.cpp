@@ -28,6 +28,7 @@ TEST(SceneTexts, CodesOfALine) {
     };
     EXPECT_EQ(text("%%c12 %%D %%p1 50%%% %%065"), "Ø12 ° ±1 50% A");
     EXPECT_EQ(text("\\U+00E4\\U+20ac"), "ä€");
+    EXPECT_EQ(text("\\U+D840\\U+DC0B\\U+D840"), "𠀋\\U+D840"); // two halves, and one
     EXPECT_EQ(text("a^Ib^ c %%"), "a b^c %%");
     EXPECT_EQ(text("x\x01\x7f\xff<y>"), "xÿ<y>"); // no page, and no UTF-8: western
     EXPECT_TRUE(scene("0|TEXT|8|0|10|0|20|0|40|1|1|%%uunder").texts.at(0).is_underlined);

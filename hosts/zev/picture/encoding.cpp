@@ -89,6 +89,25 @@ std::optional<uint32_t> hex_of(std::string_view text, size_t at, size_t count) {
     return number;
 }
 
+// The character that \U+XXXX at the start stands for, those beyond the first 65,536 by two halves;
+// what stands for it is taken away. None for what is no number or half of one.
+std::optional<char32_t> take_unicode(std::string_view &left) {
+    constexpr size_t kSize = 7;
+    const auto number = [&left](size_t at) {
+        return left.substr(at).starts_with("\\U+") ? hex_of(left, at + 3, 4) : std::nullopt;
+    };
+    const auto first = number(0);
+    const bool is_half = first && *first >= 0xD800 && *first < 0xE000;
+    const auto second = is_half && left.size() > kSize ? number(kSize) : std::nullopt;
+    if (second && *first < 0xDC00 && *second >= 0xDC00 && *second < 0xE000) {
+        left.remove_prefix(2 * kSize);
+        return 0x10000 + ((*first - 0xD800) << 10) + (*second - 0xDC00);
+    }
+    if (!first || is_half) return {};
+    left.remove_prefix(kSize);
+    return *first;
+}
+
 } // namespace
 
 Encoding::Encoding(std::string_view codepage)
@@ -141,11 +160,9 @@ std::string Encoding::with_numbers(std::string_view text) {
 
 bool Encoding::take_number(std::string_view &left, std::string &out) {
     if (left.starts_with("\\U+")) {
-        const auto number = hex_of(left, 3, 4);
-        if (!number || (*number >= 0xD800 && *number < 0xE000)) return false;
-        put_character(out, *number);
-        left.remove_prefix(7);
-        return true;
+        const auto character = take_unicode(left);
+        if (character) put_character(out, *character);
+        return character.has_value();
     }
     static constexpr const char *kPages[] = {"CP932", "CP950", "CP949", "JOHAB", "CP936"};
     const auto number = left.starts_with("\\M+") ? hex_of(left, 4, 4) : std::nullopt;
