@@ -73,6 +73,9 @@ TEST(SceneTexts, CodesOfParagraphs) {
     EXPECT_EQ(styled.texts[1].ink, Ink{0});
     EXPECT_NEAR(styled.texts[1].place.d, 2, 1e-9);
     EXPECT_EQ(styled.texts[2].ink, Ink{Ink::kTrue | 0xFF0000}); // blue comes first in the file
+    const Scene slanted = scene("0|MTEXT|8|0|10|0|20|0|40|1|1|\\Q45;slanted\\Q0;upright");
+    EXPECT_NEAR(slanted.texts.at(0).place.c, 1, 1e-9);
+    EXPECT_NEAR(slanted.texts.at(1).place.c, 0, 1e-9);
 }
 
 TEST(SceneTexts, ParagraphsAreWrappedAndPlaced) {

@@ -137,7 +137,7 @@ class Reader {
     void set(char name, std::string_view value) {
         if (name == 'H') factor(now_.height, value, now_.height);
         if (name == 'W') factor(now_.width, value, 1);
-        if (name == 'Q') factor(now_.oblique, value, 1);
+        if (name == 'Q') angle(now_.oblique, value);
         if (name == 'f' || name == 'F') font(value);
         if (name == 'p') paragraph(value);
         if (name == 'C') {
@@ -156,6 +156,12 @@ class Reader {
         if (is_multiple) value.remove_suffix(1);
         const double number = number_of(value) * (is_multiple ? of : 1);
         if (std::isfinite(number) && std::abs(number) < 1e12 && number != 0) to = number;
+    }
+
+    // None of it is upright again.
+    static void angle(double &to, std::string_view value) {
+        const double degrees = number_of(value);
+        if (std::isfinite(degrees) && std::abs(degrees) <= 85) to = degrees;
     }
 
     // Arial|b1|i0|c0|p34
