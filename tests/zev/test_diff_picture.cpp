@@ -255,6 +255,21 @@ TEST(DiffPicture, ListsWhatHasNoPicture) {
     EXPECT_TRUE(rewritten.has("no picture: 1 LINE."));
 }
 
+// The points that a dimension hangs on are not drawn, the arrow in its block is one of another.
+TEST(DiffPicture, CountsADimensionAsOne) {
+    const auto version = [](double at) {
+        return Version(with(grid(20), {{"A1", "DIMENSION\n8\n0\n2\nchair\n10\n0\n20\n0\n"
+                                              "13\n" +
+                                                  number(at) + "\n"}}),
+                       {{"B5", line(at, 200, at + 40, 200)},
+                        {"B6", "POINT\n8\nDefpoints\n10\n" + number(at) + "\n20\n0\n"},
+                        {"B7", insert("NONE", at, 0)}});
+    };
+    const Picture picture(version(0), version(30));
+    EXPECT_EQ(picture.counts.moved, 1u);
+    EXPECT_EQ(picture.counts.unseen, 0u);
+}
+
 TEST(DiffPicture, TakesWhatIsOneSidedOrAbsurd) {
     const Version none{Records{}}, some(grid(20));
     EXPECT_EQ(Picture(none, some).counts.added, 20u);

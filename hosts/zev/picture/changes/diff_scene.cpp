@@ -205,19 +205,16 @@ class Building {
 
     // ---- What no picture shows
 
+    using Left = std::unordered_map<uint64_t, ObjectChange::Kind>; // of changes, by number
+
     // A record that only ends a list is none; a vertex is seen where its line is.
     void count_unseen() {
-        std::unordered_map<uint64_t, ObjectChange::Kind> left;
+        Left left;
         for (const ObjectChange &change : changes_) left[change.number] = change.kind;
-        const auto count = [&](const Content &content, const Places &places, const Seen &seen) {
-            for (size_t at = 0; at < content.objects.size(); ++at) {
-                if (places.states[at] == State::same) continue;
-                const auto found = left.find(content.objects[at].key.object);
-                if (seen[at] && found != left.end()) left.erase(found);
-            }
-        };
-        count(newer_, places_.newer, newer_seen_);
-        count(older_, places_.older, older_seen_);
+        drop_seen(newer_, places_.newer, newer_seen_, left);
+        drop_seen(older_, places_.older, older_seen_, left);
+        drop_parts(newer_, places_.newer, newer_seen_, left);
+        drop_parts(older_, places_.older, older_seen_, left);
         const auto tell = [&](const Content &content) {
             for (const dxf::Object &object : content.objects) {
                 if (!left.erase(object.key.object)) continue;
@@ -228,6 +225,47 @@ class Building {
         if (left.empty()) return;
         tell(newer_);
         tell(older_);
+    }
+
+    static void drop_seen(const Content &content, const Places &places, const Seen &seen,
+                          Left &left) {
+        for (size_t at = 0; at < content.objects.size(); ++at)
+            if (seen[at] && places.states[at] != State::same) left.erase(key_at(content, at));
+    }
+
+    // What only holds a dimension's picture together is seen with the dimension, and an insertion
+    // in a block with what it inserts.
+    static void drop_parts(const Content &content, const Places &places, const Seen &seen,
+                           Left &left) {
+        const auto is_part = [&](size_t at) {
+            if (places.states[at] == State::same || !left.contains(key_at(content, at)))
+                return false;
+            return places.blocks[at] != kNone || type_at(content, at) == "BLOCK_RECORD";
+        };
+        std::vector<size_t> parts;
+        for (size_t at = 0; at < content.objects.size(); ++at)
+            if (is_part(at)) parts.push_back(at);
+        if (parts.empty()) return;
+        std::unordered_map<std::string, bool> blocks; // that are shown: whether as a dimension
+        for (size_t at = 0; at < content.objects.size(); ++at) {
+            if (!seen[at]) continue;
+            const std::string name = shown_block(content.objects[at].record);
+            if (!name.empty()) blocks[name] |= type_at(content, at).ends_with("DIMENSION");
+        }
+        for (const size_t at : parts) {
+            const size_t block = places.blocks[at] == kNone ? at : places.blocks[at];
+            const auto found = blocks.find(capitals(block_name(content.objects[block].record)));
+            if (found == blocks.end()) continue;
+            if (found->second || !shown_block(content.objects[at].record).empty())
+                left.erase(key_at(content, at));
+        }
+    }
+
+    static uint64_t key_at(const Content &content, size_t at) {
+        return content.objects[at].key.object;
+    }
+    static std::string_view type_at(const Content &content, size_t at) {
+        return dxf::record_type(content.objects[at].record);
     }
 
     // ---- Moves
