@@ -270,6 +270,15 @@ TEST(DiffPicture, CountsADimensionAsOne) {
     EXPECT_EQ(picture.counts.unseen, 0u);
 }
 
+TEST(DiffPicture, KeepsThinAreasThatStayed) {
+    const std::string band = "LWPOLYLINE\n8\nROADS\n43\n0.01\n10\n0\n20\n300\n10\n900\n20\n300\n";
+    const Version older(with(grid(20), {{"A1", band}}));
+    const Version newer(with(grid(20), {{"A1", band}, {"A2", circle(100, 200, 10)}}));
+    const Picture picture(older, newer);
+    EXPECT_FALSE(picture.has("fill=\"#dddddd\">\n<path")); // the group has none
+    EXPECT_EQ(picture.counts.added, 1u);
+}
+
 TEST(DiffPicture, TakesWhatIsOneSidedOrAbsurd) {
     const Version none{Records{}}, some(grid(20));
     EXPECT_EQ(Picture(none, some).counts.added, 20u);

@@ -176,6 +176,14 @@ TEST(Svg, DrawsAreasAsLinesThatWouldBeLost) {
                              "<path fill=\"#000000\" d=\"M-480.769 480.769h50v-2h-50z\"/>\n");
 }
 
+// Both halves of a valve's sign count against each other.
+TEST(Svg, FillsAreasWhoseBorderCrossesItself) {
+    SceneOf scene = square();
+    scene.path({{0, 0}, {40, 20}, {40, 0}, {0, 20}, {0, 0}}, Shape::fill);
+    EXPECT_EQ(scene.inner(), "<path fill=\"#000000\" stroke=\"#000000\" stroke-width=\".5\" "
+                             "d=\"M-480.769 480.769l40-20v20l-40-20v20z\"/>\n");
+}
+
 TEST(Svg, WritesCurvesAndDotsAndSkipsWhatNobodySees) {
     SceneOf scene = square();
     scene.curve({{0, 0}, {0, 10}, {10, 20}, {20, 20}, {30, 20}, {40, 10}, {40, 0}});
@@ -267,23 +275,6 @@ TEST(Svg, LetsNoTextOutOfItsElement) {
     EXPECT_EQ(escaped("\xe4 \xc0\xaf"), mark + " " + mark + mark); // Latin-1, too long
     EXPECT_EQ(escaped("\xed\xa0\x80"), mark + mark + mark);        // half a pair
     EXPECT_EQ(escaped("\xef\xbf\xbf|\xc2\x85|\xe2\x82"), mark + "|" + mark + "|" + mark + mark);
-}
-
-// Whatever stands alone has all its attributes.
-TEST(Svg, WritesShapesThatStandAlone) {
-    SceneOf scene = square();
-    scene.path({{0, 0}, {10, 10}}).ink = {1};
-    scene.path({{0, 0}, {10, 0}, {10, 10}}, Shape::fill);
-    const Frame frame(scene.box);
-    std::string out;
-    const auto write = [&](std::string_view piece) { out += piece; };
-    write_shape(scene, scene.shapes[0], frame, {}, {0x00ff00, 2, " class=\"new\""}, write);
-    write_shape(scene, scene.shapes[1], frame, {true}, {}, write);
-    EXPECT_EQ(out, "<path fill=\"none\" stroke-linejoin=\"round\" stroke-linecap=\"round\" "
-                   "stroke=\"#00ff00\" stroke-width=\"2\" class=\"new\" "
-                   "d=\"M-480.769 480.769l10-10\"/>\n"
-                   "<path fill=\"#ffffff\" fill-rule=\"evenodd\" "
-                   "d=\"M-480.769 480.769h10v-10z\"/>\n");
 }
 
 } // namespace

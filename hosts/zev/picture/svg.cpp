@@ -39,12 +39,20 @@ std::string dashes_of(const Scene &scene, const Shape &shape, const Frame &frame
 }
 
 // How wide an area is on an average, in units: twice its size through the length of its border.
-double width_of_area(const Scene &scene, const Shape &shape, const Frame &frame) {
-    double size = 0, border = 0, part = 0;
+// Where the border crosses itself, parts of it count against others, and it has at most the second.
+struct AreaWidth {
+    double least = 0, most = 0;
+};
+
+AreaWidth width_of_area(const Scene &scene, const Shape &shape, const Frame &frame) {
+    double size = 0, most = 0, border = 0, part = 0;
     Point start{}, last{};
     size_t next = shape.point;
     const auto go = [&](Point to) {
-        part += (last.x - start.x) * (to.y - start.y) - (to.x - start.x) * (last.y - start.y);
+        const double twice =
+            (last.x - start.x) * (to.y - start.y) - (to.x - start.x) * (last.y - start.y);
+        part += twice;
+        most += std::fabs(twice) / 2;
         border += std::hypot(to.x - last.x, to.y - last.y);
         last = to;
     };
@@ -63,16 +71,8 @@ double width_of_area(const Scene &scene, const Shape &shape, const Frame &frame)
             go(scene.points[next++]);
     }
     end();
-    return border > 0 ? 2 * size / border * frame.scale() : 0;
-}
-
-// As it is drawn: an area that is hardly wider than a line would be lost, and is a line.
-Shape visible(const Scene &scene, Shape shape, const Frame &frame) {
-    if (shape.kind != Shape::fill || width_of_area(scene, shape, frame) > kThinnest) return shape;
-    shape.kind = Shape::stroke;
-    shape.weight = 0;
-    shape.dashes = 0;
-    return shape;
+    const double share = border > 0 ? 2 * frame.scale() / border : 0;
+    return {size * share, most * share};
 }
 
 double width_of(const Shape &shape, double least) {
@@ -80,10 +80,19 @@ double width_of(const Shape &shape, double least) {
     return std::max({std::min(width, kWidest), kThinnest, least});
 }
 
+std::string style_of_area(bool has_edge, uint32_t colour, double least) {
+    std::string out = " fill=\"" + hex_of(colour) + "\"";
+    if (!has_edge) return out;
+    out += " stroke=\"" + hex_of(colour) + "\" stroke-width=\"";
+    put_number(out, std::max(kThinnest, least));
+    return out + '"';
+}
+
 // Attributes of a shape, but for those that its group has.
-std::string style_of(const Scene &scene, const Shape &shape, const Frame &frame, uint32_t colour,
-                     double least) {
-    if (shape.kind == Shape::fill) return " fill=\"" + hex_of(colour) + "\"";
+std::string style_of(const Scene &scene, const Visible &visible, const Frame &frame,
+                     uint32_t colour, double least) {
+    const Shape &shape = visible.shape;
+    if (shape.kind == Shape::fill) return style_of_area(visible.has_edge, colour, least);
     const double width = width_of(shape, least);
     std::string out = " stroke=\"" + hex_of(colour) + "\" stroke-width=\"";
     put_number(out, width);
@@ -98,8 +107,8 @@ std::string without_gaps(std::string style) {
     return style.erase(std::min(style.find(" stroke-dasharray"), style.size()));
 }
 
-std::string path_element(const std::string &style, const PathData &data, const std::string &more) {
-    return "<path" + (data.is_far() ? without_gaps(style) : style) + more + " d=\"" + data.text() +
+std::string path_element(const std::string &style, const PathData &data) {
+    return "<path" + (data.is_far() ? without_gaps(style) : style) + " d=\"" + data.text() +
            "\"/>\n";
 }
 
@@ -112,11 +121,12 @@ class Sheet {
 
     void add(const Shape &given) {
         if (given.kind == Shape::text) return add_text(given);
-        const Shape shape = visible(scene_, given, frame_);
+        const Visible seen = visible(scene_, given, frame_, kThinnest);
+        const Shape &shape = seen.shape;
         if (!last_ || !is_alike(*last_, shape) || data_.text().size() > kLongest) {
             end_path();
             const uint32_t colour = rgb_of(shape.ink, options_.theme);
-            style_ = style_of(scene_, shape, frame_, colour, options_.weight);
+            style_ = style_of(scene_, seen, frame_, colour, options_.weight);
             last_ = shape;
         }
         data_.add(scene_, shape);
@@ -127,7 +137,7 @@ class Sheet {
         if (out_.size() >= kPiece) flush();
     }
     void end_path() {
-        if (!data_.text().empty()) put(path_element(style_, data_, ""));
+        if (!data_.text().empty()) put(path_element(style_, data_));
         data_.clear();
         last_.reset();
     }
@@ -244,28 +254,15 @@ Box Frame::shown() const {
     return {{middle_.x - right, middle_.y - up}, {middle_.x + right, middle_.y + up}};
 }
 
-void write_shape(const Scene &scene, const Shape &given, const Frame &frame, const Theme &theme,
-                 const Look &look, const Write &write) {
-    const Shape shape = visible(scene, given, frame);
-    const auto colour = [&](Ink ink) {
-        return look.colour == kInk ? rgb_of(ink, theme) : look.colour;
-    };
-    if (shape.kind == Shape::text) {
-        const Text &text = scene.texts[shape.first];
-        const Ink ink = text.ink.value ? text.ink : shape.ink;
-        return write(text_element(text, colour(ink), frame, 0, look.more));
-    }
-    PathData data(frame);
-    data.add(scene, shape);
-    if (data.text().empty()) return;
-    std::string style = style_of(scene, shape, frame, colour(shape.ink), look.weight);
-    if (shape.kind == Shape::fill)
-        style += " fill-rule=\"evenodd\"";
-    else
-        style = " fill=\"none\" stroke-linejoin=\"round\"" +
-                (style.find("stroke-linecap") == style.npos ? " stroke-linecap=\"round\"" + style
-                                                            : style);
-    write(path_element(style, data, look.more));
+Visible visible(const Scene &scene, const Shape &given, const Frame &frame, double thinnest) {
+    if (given.kind != Shape::fill) return {given};
+    const AreaWidth width = width_of_area(scene, given, frame);
+    if (width.most > thinnest) return {given, !(width.least > thinnest)};
+    Visible line{given};
+    line.shape.kind = Shape::stroke;
+    line.shape.weight = 0;
+    line.shape.dashes = 0;
+    return line;
 }
 
 void write_svg(const Scene &scene, const SvgOptions &options, const Write &write) {

@@ -39,16 +39,13 @@ class Frame {
     double scale_, width_, height_;
 };
 
-// One shape as SVG elements. `colour` overrides the shape's ink unless it is kInk; `more` are
-// further attributes, with a blank in front.
-inline constexpr uint32_t kInk = UINT32_MAX;
-struct Look {
-    uint32_t colour = kInk;
-    double weight = 0; // least width of strokes, units
-    std::string more;
+// A shape as it is drawn: an area that is hardly wider than a line would be lost, and is a line.
+// One that may be is both.
+struct Visible {
+    Shape shape;
+    bool has_edge = false; // beside an area
 };
-void write_shape(const Scene &scene, const Shape &shape, const Frame &frame, const Theme &theme,
-                 const Look &look, const Write &write);
+Visible visible(const Scene &scene, const Shape &shape, const Frame &frame, double thinnest);
 
 struct SvgOptions {
     Theme theme;

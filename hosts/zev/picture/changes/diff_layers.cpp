@@ -13,7 +13,8 @@ namespace picture {
 
 namespace {
 
-constexpr double kLowest = 1.2; // units of the page, of letters that are worth their bytes
+constexpr double kThinnest = 0.5; // units of the page, of areas that are no lines
+constexpr double kLowest = 1.2;   // units of the page, of letters that are worth their bytes
 
 const char *class_of(const Mark &mark) {
     constexpr const char *kClasses[] = {"added", "modified", "removed", "moved"};
@@ -107,9 +108,11 @@ void DiffLayers::write_stayed(const View &view) {
     for (const Shape::Kind kind : {Shape::fill, Shape::stroke, Shape::text}) {
         Stayed stayed(diff_.newer, view, palette_, kind, out_);
         for (uint32_t at = 0; at < diff_.newer.shapes.size(); ++at) {
-            const Shape &shape = diff_.newer.shapes[at];
-            if (shape.kind == kind && has_stayed(at) && is_in(view, newer_boxes_, at))
-                stayed.add(shape);
+            if (!has_stayed(at) || !is_in(view, newer_boxes_, at)) continue;
+            const Shape shape =
+                visible(diff_.newer, diff_.newer.shapes[at], view.frame, kThinnest * view.unit)
+                    .shape;
+            if (shape.kind == kind) stayed.add(shape);
         }
         stayed.finish();
     }
