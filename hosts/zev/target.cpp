@@ -3,14 +3,17 @@
 
 #include "permissions.hpp"
 
+#include <cerrno>
+#include <cstring>
 #include <unistd.h>
 
 namespace host {
 
 namespace fs = std::filesystem;
 
-Target::Target(const WorkingCopy *copy, const std::string &path) : copy_(copy), path_(path) {
-    const bool direct = fs::exists(path) && !fs::is_regular_file(path);
+Target::Target(const WorkingCopy *copy, const std::string &path, Former former)
+    : copy_(copy), former_(former), path_(path) {
+    const bool direct = former == to_trash && fs::exists(path) && !fs::is_regular_file(path);
     if (!direct) temporary_ = sibling();
     const std::u16string name = wide_path(direct ? path : temporary_.string());
     file_.reset(zFileOpen(name.c_str(), direct ? u"wb" : u"wbx"));
@@ -23,13 +26,15 @@ Target::~Target() {
 }
 
 void Target::write(std::string_view bytes) {
+    errno = 0;
     if (fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) fail();
 }
 
 void Target::finish() {
+    errno = 0;
     if (!zFileClose(file_.release())) fail();
     if (temporary_.empty()) return;
-    displace();
+    if (former_ == to_trash) displace();
     check(zMove(wide(temporary_.string()).c_str(), wide(path_).c_str(), true));
     temporary_.clear();
 }
@@ -45,11 +50,23 @@ void Target::displace() const {
         throw fs::filesystem_error({}, path_, {errno, std::generic_category()});
 }
 
+// A process that was killed may have left one behind; where numbers of processes are few, as in a
+// container, it had the same.
 fs::path Target::sibling() const {
-    return fs::path(path_).replace_filename(".zev-" + std::to_string(getpid()) + ".tmp");
+    const std::string begin = ".zev-" + std::to_string(getpid());
+    std::error_code ignored;
+    fs::path name = fs::path(path_).replace_filename(begin + ".tmp");
+    for (int i = 1; fs::exists(fs::symlink_status(name, ignored)); ++i)
+        name.replace_filename(begin + "-" + std::to_string(i) + ".tmp");
+    return name;
 }
 
-void Target::fail() const { throw Failed(kSystem, say("%s: can't be written", path_)); }
+void Target::fail() const {
+    const int code = errno;
+    const std::string text = say("%s: can't be written", path_);
+    if (!code) throw Failed(kSystem, text);
+    throw Failed(kSystem, code, text + ": " + strerror(code));
+}
 
 void require_free(const HostNotify *notify, const WorkingCopy *copy, const std::string &target,
                   bool is_forced) {

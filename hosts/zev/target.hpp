@@ -10,8 +10,9 @@ namespace host {
 // directly.
 class Target {
   public:
+    enum Former : uint8_t { to_trash, gone }; // what had the name
     // Without a working copy the desktop's trash has what was there.
-    Target(const WorkingCopy *copy, const std::string &path);
+    Target(const WorkingCopy *copy, const std::string &path, Former former = to_trash);
     ~Target();
     Target(const Target &) = delete;
     Target &operator=(const Target &) = delete;
@@ -25,6 +26,7 @@ class Target {
     [[noreturn]] void fail() const;
 
     const WorkingCopy *copy_;
+    const Former former_;
     std::string path_;
     std::filesystem::path temporary_;
     OwnedFile file_;

@@ -238,6 +238,34 @@ TEST_F(View, KeepsItsPicturesInADirectoryOfItsOwn) {
     EXPECT_EQ(fs::status(home + "/cache/zev").permissions(), fs::perms::owner_all);
 }
 
+// Windows of a desktop that open one drawing at once: each finds the picture, none throws it away.
+TEST_F(View, MakesAPictureOfTheCacheAtOnceWithOthers) {
+    unsetenv("DISPLAY");
+    unsetenv("WAYLAND_DISPLAY");
+    const std::string view = "'" + program_directory() + "/zev' view plan.dwx >>../told 2>&1 &";
+    sh("for i in 1 2 3 4 5 6; do " + view + view + view + " wait; done");
+    EXPECT_EQ(lines(test::read(home + "/told")).size(), 18u);
+    EXPECT_EQ(test::read(home + "/told").find("zev: "), std::string::npos);
+    size_t pictures = 0;
+    for (const auto &entry : fs::recursive_directory_iterator(home))
+        pictures += entry.path().filename().string().starts_with("plan-");
+    EXPECT_EQ(pictures, 1u); // and none in the trash
+    const std::string longest = "벽" + std::string(240, 'x');
+    draw(plan_with("20"), longest + ".dwx");
+    ok("view " + longest + ".dwx");
+}
+
+TEST_F(View, SaysWhyAFileCannotBeWritten) {
+    fs::create_symlink("/dev/full", home + "/full.svg");
+    const Outcome outcome = both("view plan.dwx -o ../full.svg --force");
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_NE(outcome.out.find("can't be written: No space left"), std::string::npos)
+        << outcome.out;
+    // A process that was killed had this number.
+    sh("touch ../.zev-$$.tmp; exec '" + program_directory() + "/zev' view plan.dwx -o ../a.svg");
+    EXPECT_TRUE(fs::exists(home + "/a.svg"));
+}
+
 TEST_F(View, GivesTheDesktopTheSmallPicture) {
     const auto drawing =
         test::guard(zDrawingRead(test::wide(root + "/plan.dwx").c_str()), zDrawingFree);

@@ -140,15 +140,22 @@ std::string digits_of(const fs::path &path) {
     return std::string(digits, 8);
 }
 
+// As much of a long name as leaves room for what follows it, no half of a character.
+std::string shortened(std::string name) {
+    constexpr size_t kMost = 120;
+    if (name.size() <= kMost) return name;
+    size_t end = kMost;
+    while (end && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+    return name.substr(0, end);
+}
+
 // A name in the cache that says which drawing it is; one picture of it is enough.
 fs::path cached_name(const Options &options) {
-    std::string name = fs::path(options.drawing).stem().string();
+    std::string name = shortened(fs::path(options.drawing).stem().string());
     name += "-" + digits_of(fs::absolute(options.drawing).lexically_normal());
-    if (!options.revision.empty()) name += "@" + options.revision;
+    if (!options.revision.empty()) name += "@" + shortened(options.revision);
     std::replace(name.begin(), name.end(), '/', '-');
-    const fs::path path = cache_directory() / (name + ".svg");
-    fs::remove(path);
-    return path;
+    return cache_directory() / (name + ".svg");
 }
 
 void write_picture(Host &host, const Subject &subject, const Options &options, Format format,
@@ -195,8 +202,8 @@ void tell(Host &host, const Subject &subject, const Options &options, Format for
 }
 
 void write_file(Host &host, const Subject &subject, const Options &options, Format format,
-                const std::string &file) {
-    Target target(subject.copy(), file);
+                const std::string &file, Target::Former former = Target::to_trash) {
+    Target target(subject.copy(), file, former);
     uint64_t size = 0;
     write_picture(host, subject, options, format, [&](std::string_view bytes) {
         target.write(bytes);
@@ -255,7 +262,7 @@ int run(Host &host, const Options &options) {
         return write_file(host, subject, options, format, options.output), kDone;
     }
     const fs::path file = cached_name(options);
-    write_file(host, subject, options, format, file.string());
+    write_file(host, subject, options, format, file.string(), Target::gone);
     open_in_desktop(file);
     return kDone;
 }
