@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <thread>
 
 namespace host {
@@ -18,8 +19,8 @@ constexpr uint32_t kSide = 256;
 constexpr double kPixel = picture::Frame::kSide / kSide; // units
 constexpr size_t kMostObjects = 20'000, kMostShapes = 4'000;
 constexpr size_t kMostTexts = 16; // which the renderer is slow with
-constexpr uint64_t kMostPoints = 300'000, kMostShownPoints = 50'000;
-constexpr double kMostInk = 150'000; // pixels, by the sides of what is drawn
+constexpr uint64_t kMostPoints = 700'000;
+constexpr double kMostInk = 150'000; // pixels, by the length of what is drawn
 
 constexpr std::chrono::seconds kPatience{10};
 constexpr std::string_view kPng("\x89PNG\r\n\x1a\n");
@@ -28,33 +29,54 @@ constexpr size_t kMostBytes = 1 << 20; // no PNG of so few pixels comes near
 // The renderer is not there, or gives no answer: it isn't asked again.
 std::atomic<bool> is_missing = false;
 
-// The largest of too many shapes, which make out what is seen on so few pixels.
+// What the renderer has to draw, in pixels: a line by its length, the letters of a text by their
+// box, and at least one for each piece. Gaps of a tenth of a pixel are as long as lines.
+double ink_of(const picture::Scene &scene, const picture::Shape &shape, double pixels) {
+    const picture::Box box = scene.box_of(shape);
+    double ink = (box.width() + box.height()) * pixels;
+    if (shape.kind == picture::Shape::text) return ink;
+    const picture::Point *point = scene.points.data() + shape.point;
+    double length = 0;
+    for (uint32_t i = 0; i < shape.count; ++i) {
+        const picture::Step step = scene.steps[shape.first + i];
+        if (step == picture::Step::move) ink += 1;
+        for (int n = step == picture::Step::curve ? 3 : step == picture::Step::line; n; --n)
+            length += std::hypot(point[n - 1].x - point[n - 2].x, point[n - 1].y - point[n - 2].y);
+        point += step == picture::Step::curve ? 3 : step != picture::Step::close;
+    }
+    return std::max(ink, length * pixels);
+}
+
+// The largest of too many shapes, which make out what is seen on so few pixels; of those that are
+// as large some from everywhere. One that takes too much ink is left out, those behind it are not.
 void keep_largest(picture::Scene &scene) {
     std::vector<picture::Shape> &shapes = scene.shapes;
     struct Place {
-        double size;
-        size_t index;
+        int size; // by twos
+        uint32_t spread, index;
     };
     std::vector<Place> places;
     places.reserve(shapes.size());
     for (size_t i = 0; i < shapes.size(); ++i) {
         const picture::Box box = scene.box_of(shapes[i]);
-        places.push_back({box.width() + box.height(), i});
+        const auto index = static_cast<uint32_t>(i);
+        places.push_back({std::ilogb(box.width() + box.height()), index * 2'654'435'769u, index});
     }
     std::sort(places.begin(), places.end(), [](const Place &a, const Place &b) {
-        return a.size != b.size ? a.size > b.size : a.index < b.index;
+        return a.size != b.size ? a.size > b.size : a.spread < b.spread;
     });
     std::vector<bool> is_kept(shapes.size());
     const double pixels = kSide / std::max({scene.box.width(), scene.box.height(), 1e-300});
-    uint64_t points = 0, texts = 0;
-    double ink = 0;
+    uint64_t texts = 0;
+    double left = kMostInk;
     for (size_t i = 0; i < std::min(places.size(), kMostShapes); ++i) {
         const picture::Shape &shape = shapes[places[i].index];
-        points += shape.points;
-        ink += places[i].size * pixels;
-        texts += shape.kind == picture::Shape::text;
-        if (points > kMostShownPoints || ink > kMostInk) break;
-        is_kept[places[i].index] = shape.kind != picture::Shape::text || texts <= kMostTexts;
+        const double ink = ink_of(scene, shape, pixels);
+        const bool is_text = shape.kind == picture::Shape::text;
+        if (ink > left || (is_text && texts == kMostTexts)) continue;
+        texts += is_text;
+        left -= ink;
+        is_kept[places[i].index] = true;
     }
     size_t at = 0;
     std::erase_if(shapes, [&](const picture::Shape &) { return !is_kept[at++]; });
@@ -98,6 +120,30 @@ std::string rendered(const picture::Scene &scene) {
     return png.starts_with(kPng) ? png : std::string();
 }
 
+uint64_t count_shown(const picture::Scene &scene, size_t objects) {
+    std::vector<bool> is_shown(objects);
+    for (const picture::Shape &shape : scene.shapes) is_shown[shape.object] = true;
+    return static_cast<uint64_t>(std::count(is_shown.begin(), is_shown.end(), true));
+}
+
+// Of so many objects that what they show is within the limit: those that were drawn before it is
+// reached may all be from one corner.
+picture::Scene drawn(const dxf::Content &content) {
+    constexpr size_t kTries = 3;
+    const size_t count = content.objects.size();
+    size_t step = count / kMostObjects + 1; // of so many one is drawn
+    for (size_t i = 1;; ++i) {
+        picture::SceneOptions options{.wanted = {}, .most_points = kMostPoints};
+        if (step > 1) options.wanted = [step](size_t object) { return object % step == 0; };
+        picture::Scene scene = picture::draw(content, options);
+        const auto found = scene.left_out.find(picture::reason::kBeyond);
+        const uint64_t beyond = found == scene.left_out.end() ? 0 : found->second;
+        const uint64_t shown = count_shown(scene, count);
+        if (beyond <= shown || i == kTries) return scene;
+        step *= beyond / std::max<uint64_t>(shown, 1) + 2;
+    }
+}
+
 // The parts of a document tile its file.
 std::string_view bytes_of(const dxf::Document &document) {
     if (document.parts.empty()) return {};
@@ -109,11 +155,7 @@ std::string_view bytes_of(const dxf::Document &document) {
 
 std::string thumbnail_of(const dxf::Document &document) noexcept try {
     if (is_missing) return {};
-    const dxf::Content content = dxf::content_of(document);
-    const size_t step = content.objects.size() / kMostObjects + 1; // of so many one is drawn
-    picture::SceneOptions options{.wanted = {}, .most_points = kMostPoints};
-    if (step > 1) options.wanted = [step](size_t object) { return object % step == 0; };
-    picture::Scene scene = picture::draw(content, options);
+    picture::Scene scene = drawn(dxf::content_of(document));
     keep_largest(scene);
     return scene.shapes.empty() ? std::string() : rendered(scene);
 } catch (const Failed &failed) {

@@ -352,6 +352,45 @@ TEST_F(View, ABreakEndsTheSmallPicture) {
     EXPECT_EQ(ok("status").find(".dwx"), std::string::npos);
 }
 
+std::string line_at(int x, int y, int colour) {
+    return "0\nLINE\n8\n0\n62\n" + std::to_string(colour) + "\n10\n" + std::to_string(x) +
+           "\n20\n" + std::to_string(y) + "\n11\n" + std::to_string(x + 8) + "\n21\n" +
+           std::to_string(y + 3) + "\n";
+}
+
+std::string drawing_of(const std::string &blocks, const std::string &entities) {
+    return "0\nSECTION\n2\nBLOCKS\n" + blocks + "0\nENDSEC\n0\nSECTION\n2\nENTITIES\n" + entities +
+           "0\nENDSEC\n0\nEOF\n";
+}
+
+// What came last is red, and is in the picture.
+TEST_F(View, ShowsSomeOfEverythingInASmallPicture) {
+    // So that the picture is its SVG, behind what a PNG begins with.
+    const Path path(program("rsvg-convert", kAsPng + "cat"));
+    const auto small = [&](const std::string &drawing, const std::string &name) {
+        draw(drawing, name);
+        return out("view --thumbnail " + name + " -o -");
+    };
+    std::string lines, inserts, dense = "0\nLWPOLYLINE\n8\n0\n62\n5\n90\n6000\n";
+    for (int i = 0; i < 9000; ++i) lines += line_at(i % 90 * 10, i / 90 * 10, i < 8000 ? 7 : 1);
+    EXPECT_NE(small(drawing_of("", lines), "lines.dwx").find("#ff0000"), std::string::npos);
+
+    std::string block = "0\nBLOCK\n2\nB\n10\n0\n20\n0\n";
+    for (int i = 0; i < 400; ++i) block += line_at(i % 20, i / 20, 0);
+    for (int i = 0; i < 3000; ++i)
+        inserts += "0\nINSERT\n8\n0\n62\n" + std::string(i < 2500 ? "7" : "1") + "\n2\nB\n10\n" +
+                   std::to_string(i % 50 * 30) + "\n20\n" + std::to_string(i / 50 * 30) + "\n";
+    EXPECT_NE(small(drawing_of(block + "0\nENDBLK\n", inserts), "inserts.dwx").find("#ff0000"),
+              std::string::npos);
+
+    // One that would keep the renderer busy for seconds hides nothing else.
+    for (int i = 0; i < 6000; ++i)
+        dense += "10\n" + std::to_string(i % 2 * 6000) + "\n20\n" + std::to_string(i) + "\n";
+    const std::string svg = small(drawing_of("", dense + line_at(0, 0, 1)), "dense.dwx");
+    EXPECT_NE(svg.find("#ff0000"), std::string::npos);
+    EXPECT_EQ(svg.find("#0000ff"), std::string::npos);
+}
+
 TEST_F(View, DrawsTheSmallPictureAsPng) {
     if (test::run("command -v rsvg-convert").empty()) GTEST_SKIP() << "no renderer here";
     draw(plan_with("20"), "one.dwx");
