@@ -8,7 +8,6 @@
 #include "merge_report.hpp"
 #include "needed_rows.hpp"
 #include "object_names.hpp"
-#include "scratch.hpp"
 
 #include <algorithm>
 #include <unordered_map>
@@ -62,6 +61,7 @@ class Comparison {
             return false;
         bool same = agrees(version_.header, merge_.header);
         same = same && agrees(version_.layout, merge_.layout);
+        same = same && dxf::merging::Besides(version_) == merge_.besides;
         for (size_t i = 0; same && i < classes.size(); ++i)
             same = agrees(classes[i], merge_.classes[i]);
         for (size_t i = 0; same && i < objects.size(); ++i)
@@ -164,7 +164,7 @@ void DrawingMerge::find_ours() {
     Repository *repository = copy_.repository();
     is_done_ = is_whole && same.is_same() && same.has_rows(repository, ways_.path, host_.notify);
     if (is_done_)
-        result_ = std::move(merge);
+        result_ = counts_of(merge); // the rest lends from what the merge met
     else if (added.has_added(met->manifest.objects, theirs_.manifest.objects) &&
              added.has_rows(repository, ways_.path, host_.notify))
         throw Failed(kOther,
@@ -268,11 +268,6 @@ bool DrawingMerge::write() try {
     }
     dxf::MergeTarget target{
         .drawing = file.u16string(), .path = ways_.path, .keep_former = [this] { keep_former(); }};
-    std::optional<TempFile> met; // in place of a file that is gone
-    if (!on_disk_) {
-        replace_file(fs::path(met.emplace().path()), ours_->bytes);
-        target.carried = met->path();
-    }
     if (!origin_of(copy_).empty())
         target.ask_tag = [this](Table *table) { return ask_tag(host_, copy_, table, ways_.path); };
     dxf::write_merge(request_for(*ours_), result_, target);

@@ -13,6 +13,8 @@ typedef struct Manifest {
     DrawingKey header, summary, ds, vba; // zero for what the file hasn't
     const uint8_t *classes, *objects;
     uint64_t class_count, object_count;
+    const uint8_t *reference; // the reference data, lent from the bytes
+    uint64_t reference_size;
     void *joined; // what a list that the file has in pieces lends from; owned
 } Manifest;
 

@@ -1,5 +1,7 @@
 // Two people's work on one drawing, brought together by the program.
 #include "support.hpp"
+#include "zev/drawing.h"
+#include "zev/stream.h"
 #include "zev_program.hpp"
 
 #include <fstream>
@@ -228,6 +230,40 @@ TEST_F(DrawingMerges, AMergeOfOthersIsTakenBackWithItsDrawings) {
     ok("commit -m settled");
     EXPECT_EQ(plan(), replaced(kitchen, "12.5", "13.5"));
     EXPECT_EQ(git("status --porcelain"), "");
+}
+
+// Theirs has no other object, and what a drawing application keeps in the file.
+TEST_F(DrawingMerges, ReferenceDataOfTheirsComesIn) {
+    const std::u16string file = dir / u"copy/plan.dwx";
+    const auto refer = [&](const std::string &data) {
+        const auto drawing = test::guard(zDrawingRead(file.c_str()), zDrawingFree);
+        Stream *reference = zDrawingReference(drawing.get(), nullptr, nullptr);
+        EXPECT_EQ(zStreamWrite(reference, data.data(), data.size()), data.size());
+        EXPECT_TRUE(zDrawingWrite(drawing.get(), file.c_str()));
+    };
+    draw(base);
+    ok("add plan.dwx");
+    ok("commit -m base");
+    ok("switch -c side");
+    refer("site 7");
+    ok("commit -m site plan.dwx");
+    ok("switch master");
+    commit(radius, "ours");
+    ok("merge side");
+    EXPECT_TRUE(has(content("plan.dwx"), "site 7"));
+    EXPECT_EQ(plan(), radius);
+    // Both, each another: nothing is written.
+    refer("site 8");
+    ok("commit -m other plan.dwx");
+    const std::string ours = content("plan.dwx");
+    ok("switch side");
+    refer("site 9");
+    ok("commit -m third plan.dwx");
+    ok("switch master");
+    const Outcome refused = both("merge side");
+    EXPECT_EQ(refused.code, 4);
+    EXPECT_TRUE(has(refused.out, "both sides changed its reference data")) << refused.out;
+    EXPECT_EQ(content("plan.dwx"), ours);
 }
 
 // What was changed since the conflict came up is ours.

@@ -183,6 +183,7 @@ TEST_F(HistoryVerbs, AManifestInPlaceIsThatOfTheFile) {
         ASSERT_TRUE(zOidIsEqual(&ours.table, zDrawingTableId(theirs.get()))) << what;
         EXPECT_TRUE(zDrawingKeyEqual(&ours.header, zDrawingHeader(theirs.get()))) << what;
         EXPECT_TRUE(zDrawingKeyEqual(&ours.vba, zDrawingVbaProject(theirs.get()))) << what;
+        EXPECT_EQ(ours.reference_size, zStreamSize(zDrawingReference(theirs.get(), 0, 0))) << what;
         ASSERT_EQ(ours.class_count, zDrawingClassCount(theirs.get())) << what;
         const auto view = dxf::Manifest::read(bytes);
         const dxf::KeyList &list = view->objects;

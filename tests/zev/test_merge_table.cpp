@@ -32,6 +32,28 @@ struct MergeTable : testing::Test {
                             [&](std::string_view bytes) { out += bytes; });
         return out;
     }
+    // What a drawing application puts into the work file, under a tag of its own; gives its bytes.
+    std::string put(const std::string &project, const std::string &reference) {
+        const host::OwnedDrawing work(host::check(zDrawingRead(drawing.c_str())));
+        const host::OwnedTable table =
+            dxf::open_table(repository.get(), zDrawingTableId(work.get()), "a");
+        host::check(zTableTagIncrement(table.get()));
+        zDrawingVbaProjectSet(work.get(), table.get(), project.data(), project.size());
+        Stream *stream = host::check(zDrawingReference(work.get(), nullptr, nullptr));
+        EXPECT_EQ(zStreamWrite(stream, reference.data(), reference.size()), reference.size());
+        host::check(zDrawingWrite(work.get(), drawing.c_str()));
+        return test::read(fs::path(drawing));
+    }
+    // "PROJECT REFERENCE" of a drawing.
+    std::string besides(const std::string &bytes) {
+        const dxf::Manifest manifest = read(bytes);
+        std::string project;
+        const host::OwnedTable table = dxf::open_table(repository.get(), &manifest.table, "a");
+        if (manifest.vba != dxf::RawKey{})
+            dxf::read_rows(table.get(), {dxf::turned(manifest.vba)}, zNotifyNull(),
+                           [&](size_t, std::string_view row) { project = row; });
+        return project + " " + std::string(manifest.reference);
+    }
     // Ours stays as the work file.
     void prepare(const std::string &sheet, uint64_t seed) {
         const auto edited = [&](uint64_t from) {
@@ -127,6 +149,44 @@ TEST_F(MergeTable, CarriesWhatOursHasBesides) {
     });
     EXPECT_NE(exported(test::read(fs::path(drawing))).find("LINE\n  5\nF2\n  8\n0\n 10\n1\n"),
               std::string::npos);
+}
+
+// A project and reference data are taken as a whole, from the side that changed them.
+TEST_F(MergeTable, WhatADrawingHasBesidesFollowsTheThreeWayRule) {
+    const std::string sheet = test_data("plan.dxf");
+    const struct {
+        const char *base[2], *ours[2], *theirs[2], *merged;
+    } cases[] = {
+        {{"", "r0"}, {"", "r0"}, {"p1", "r1"}, "p1 r1"},     // theirs alone
+        {{"p0", "r0"}, {"p1", "r1"}, {"p0", "r0"}, "p1 r1"}, // ours alone
+        {{"p0", "r0"}, {"p0", "r1"}, {"", "r0"}, " r1"},     // one each
+        {{"p0", "r0"}, {"p1", "r1"}, {"p1", "r1"}, "p1 r1"}, // both the same
+        {{"p0", "r0"}, {"p1", "r0"}, {"p2", "r0"}, nullptr}, // not the same
+        {{"p0", "r0"}, {"", "r0"}, {"p2", "r0"}, nullptr},   // deleted against changed
+        {{"", "r0"}, {"", "r1"}, {"", "r2"}, nullptr},
+    };
+    for (const bool is_edited : {true, false}) // or one side's objects are as they were
+        for (const auto &one : cases) {
+            SCOPED_TRACE(std::string(one.merged ? one.merged : "refused") + one.ours[0]);
+            fs::remove(fs::path(drawing));
+            import(sheet);
+            base = put(one.base[0], one.base[1]);
+            if (is_edited) import(plan_with_line("F1", "1"));
+            theirs = put(one.theirs[0], one.theirs[1]);
+            test::write(fs::path(drawing), base);
+            import(plan_with_line("F2", "2"));
+            ours = put(one.ours[0], one.ours[1]);
+            with_request([&](const dxf::MergeRequest &request) {
+                if (!one.merged) {
+                    EXPECT_THROW(dxf::merge_drawings(request), host::Failed);
+                    return;
+                }
+                const dxf::Merge merge = dxf::merge_drawings(request);
+                EXPECT_EQ(merge.is_ours, !is_edited && besides(ours) == one.merged);
+                dxf::write_merge(request, merge, {drawing, "a.dwx"});
+                EXPECT_EQ(besides(test::read(fs::path(drawing))), one.merged);
+            });
+        }
 }
 
 TEST_F(MergeTable, BringsRowsFirstAndFailsWithoutThem) {

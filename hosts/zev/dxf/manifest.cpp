@@ -1,6 +1,8 @@
 // Lists of keys are compared as they stand in the files.
 #include "dxf/manifest.hpp"
 
+#include "dxf/numbers.hpp"
+
 #include <algorithm>
 #include <bit>
 #include <numeric>
@@ -14,6 +16,12 @@ uint64_t turned(uint64_t number) {
 
 static KeyList list(const uint8_t *keys, uint64_t count) {
     return KeyList({reinterpret_cast<const char *>(keys), count * sizeof(RawKey)});
+}
+
+// The tag of a key that stands for none.
+static bool has_project(const DrawingKey &key) {
+    constexpr uint64_t kNoTag = 0xFFFFFFFF;
+    return key.object == kVbaNumber && key.tag != kNoTag;
 }
 
 void Manifest::Deinit::operator()(::Manifest *manifest) const {
@@ -31,6 +39,8 @@ std::optional<Manifest> Manifest::read(std::string_view bytes) {
     manifest.layout = raw(read->ds);
     manifest.classes = list(read->classes, read->class_count);
     manifest.objects = list(read->objects, read->object_count);
+    manifest.reference = {reinterpret_cast<const char *>(read->reference), read->reference_size};
+    if (has_project(read->vba)) manifest.vba = raw(read->vba);
     manifest.lent_from_ = std::move(read);
     return manifest;
 }

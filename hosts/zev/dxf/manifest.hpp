@@ -53,7 +53,9 @@ class Manifest {
 
     Oid table{};
     RawKey header{}, summary{}, layout{};
+    RawKey vba{}; // all zero where there is no project
     KeyList classes, objects;
+    std::string_view reference; // the reference data
 
   private:
     struct Deinit {

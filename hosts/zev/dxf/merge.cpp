@@ -2,7 +2,6 @@
 // that are not here. Writing puts rows first, then the manifest that names them.
 #include "dxf/merge.hpp"
 
-#include "dxf/carry.hpp"
 #include "dxf/merge/core.hpp"
 #include "dxf/tag.hpp"
 
@@ -31,19 +30,11 @@ void read(const MergeRequest &request, const std::vector<DrawingKey> &keys,
                                      keys.size() - found));
 }
 
-// What stands in the place of the result, if that is a drawing.
-host::OwnedDrawing former(const MergeTarget &target) {
-    const std::u16string &path = target.carried.empty() ? target.drawing : target.carried;
-    if (!zPathFileExists(path.c_str())) return {};
-    return host::OwnedDrawing(host::check(zDrawingRead(path.c_str()), target.path));
-}
-
-uint64_t new_tag(const MergeRequest &request, const MergeTarget &target, Table *table,
-                 Drawing *former) {
+uint64_t new_tag(const MergeRequest &request, const MergeTarget &target, Table *table) {
     uint64_t named = 0;
     for (const Manifest *manifest : {request.base, request.ours, request.theirs})
         named = std::max(named, highest_named(*manifest));
-    return raise_tag(table, {former}, target.ask_tag, named);
+    return raise_tag(table, {}, target.ask_tag, named);
 }
 
 void store_rows(const MergeRequest &request, const Merge &merge, Table *table, uint64_t tag) {
@@ -53,6 +44,15 @@ void store_rows(const MergeRequest &request, const Merge &merge, Table *table, u
     std::sort(rows.begin(), rows.end(),
               [](const Row &a, const Row &b) { return before(a.key, b.key); });
     write_rows(table, rows, request.notify);
+}
+
+void put_besides(const merging::Besides &besides, Table *table, Drawing *drawing) {
+    zDrawingVbaProjectSet(drawing, table, nullptr, 0);
+    if (besides.vba != RawKey{}) *host::check(zDrawingVbaProject(drawing)) = turned(besides.vba);
+    const std::string_view data = besides.reference;
+    Stream *reference = host::check(zDrawingReference(drawing, nullptr, nullptr));
+    if (!data.empty() && zStreamWrite(reference, data.data(), data.size()) != data.size())
+        host::fail_raised();
 }
 
 host::OwnedDrawing drawing_of(const Merge &merge, Table *table, uint64_t tag) {
@@ -65,7 +65,7 @@ host::OwnedDrawing drawing_of(const Merge &merge, Table *table, uint64_t tag) {
     *host::check(zDrawingHeader(drawing.get())) = stamped(merge.header);
     *host::check(zDrawingSummary(drawing.get())) = stamped(merge.summary);
     *host::check(zDrawingDS(drawing.get())) = stamped(merge.layout);
-    zDrawingVbaProjectSet(drawing.get(), table, nullptr, 0);
+    put_besides(merge.besides, table, drawing.get());
     for (const DrawingKey &key : merge.classes)
         *host::check(zDrawingClassAdd(drawing.get(), table)) = stamped(key);
     for (const DrawingKey &key : merge.objects)
@@ -82,14 +82,20 @@ Merge merge_drawings(const MergeRequest &request) {
         [&request](const std::vector<DrawingKey> &keys, const merging::Rows::Visit &visit) {
             read(request, keys, visit);
         });
-    return merging::merge_versions({.versions = {&base, &ours, &theirs},
-                                    .name = request.name,
-                                    .decided = request.decided,
-                                    .others = request.others,
-                                    .header = request.header,
-                                    .classes = request.classes,
-                                    .layout = request.layout},
-                                   rows);
+    const merging::Besides besides =
+        merging::merge_besides(*request.base, *request.ours, *request.theirs, rows);
+    Merge merge = merging::merge_versions({.versions = {&base, &ours, &theirs},
+                                           .name = request.name,
+                                           .decided = request.decided,
+                                           .others = request.others,
+                                           .header = request.header,
+                                           .classes = request.classes,
+                                           .layout = request.layout},
+                                          rows);
+    merge.is_ours = merge.is_ours && besides == merging::Besides(*request.ours);
+    merge.is_theirs = merge.is_theirs && besides == merging::Besides(*request.theirs);
+    merge.besides = besides;
+    return merge;
 }
 
 void write_merge(const MergeRequest &request, const Merge &merge, const MergeTarget &target) {
@@ -97,16 +103,12 @@ void write_merge(const MergeRequest &request, const Merge &merge, const MergeTar
         throw host::Failed(host::kInvalid, host::say("%s: has conflicts", target.path));
     const host::OwnedTable table =
         open_table(request.repository, &request.ours->table, target.path);
-    const host::OwnedDrawing carried = former(target);
     uint64_t tag = 0;
     if (!merge.rows.empty()) {
-        tag = new_tag(request, target, table.get(), carried.get());
+        tag = new_tag(request, target, table.get());
         store_rows(request, merge, table.get(), tag);
     }
     const host::OwnedDrawing drawing = drawing_of(merge, table.get(), tag);
-    if (carried && zOidIsEqual(zDrawingTableId(carried.get()), zTableId(table.get())))
-        carry_over(carried.get(), drawing.get());
-    host::check(zDrawingSetThumbnail(drawing.get(), 0, nullptr)); // it shows what is no more
     if (target.keep_former) target.keep_former();
     host::check(zDrawingWrite(drawing.get(), target.drawing.c_str()), target.path);
 }

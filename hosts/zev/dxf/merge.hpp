@@ -3,6 +3,7 @@
 #pragma once
 
 #include "dxf/manifest.hpp"
+#include "dxf/merge/besides.hpp"
 #include "dxf/rows.hpp"
 
 #include <functional>
@@ -37,6 +38,7 @@ struct Merge {
     // object numbers and no tag yet.
     DrawingKey header{}, summary{}, layout{};
     std::vector<DrawingKey> classes, objects;
+    merging::Besides besides; // lends from the manifests
     struct NewRow {
         uint64_t object;
         std::string value;
@@ -60,14 +62,12 @@ struct MergeRequest {
 
 Merge merge_drawings(const MergeRequest &request);
 
-// Rows under a new tag, then the manifest, with what ours has besides (VBA project, reference
-// data), at `drawing`, an absolute path. `ask_tag` as of raise_tag. Nothing else is
-// touched when it throws: the rows that were written by then are named by nobody.
+// Rows under a new tag, then the manifest, at `drawing`, an absolute path. `ask_tag` as of
+// raise_tag. Nothing else is touched when it throws: the rows that were written by then are named
+// by nobody.
 struct MergeTarget {
     std::u16string drawing;
     std::string path; // for messages
-    // A drawing's file that has what ours has besides; empty: the one that is replaced.
-    std::u16string carried{};
     std::function<bool(Table *)> ask_tag{};
     std::function<void()> keep_former{}; // before the file is replaced
 };

@@ -41,8 +41,8 @@ uint64_t step_by_chance() {
 } // namespace
 
 uint64_t highest_named(const Manifest &manifest) {
-    uint64_t tag = std::max(
-        {turned(manifest.header.tag), turned(manifest.summary.tag), turned(manifest.layout.tag)});
+    uint64_t tag = std::max({turned(manifest.header.tag), turned(manifest.summary.tag),
+                             turned(manifest.layout.tag), turned(manifest.vba.tag)});
     for (const KeyList *list : {&manifest.classes, &manifest.objects})
         for (size_t i = 0; i < list->size(); ++i) tag = std::max(tag, turned((*list)[i].tag));
     return tag;

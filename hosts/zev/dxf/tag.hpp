@@ -15,7 +15,7 @@ namespace dxf {
 uint64_t raise_tag(Table *table, const std::vector<Drawing *> &drawings,
                    const std::function<bool(Table *)> &ask, uint64_t named = 0);
 
-// The highest tag in a manifest, but for that of a VBA project.
+// The highest tag in a manifest.
 uint64_t highest_named(const Manifest &manifest);
 
 } // namespace dxf

@@ -69,8 +69,11 @@ class ManifestReader {
             return list(body, manifest_.classes, manifest_.class_count, &Joined::classes);
         if (is_named(name, "OBJECTS"))
             return list(body, manifest_.objects, manifest_.object_count, &Joined::objects);
-        if (!is_named(name, "THUMBNAIL") && !is_named(name, "REFERENCE")) return false;
-        body.take(body.u32());
+        const bool is_reference = is_named(name, "REFERENCE");
+        if (!is_reference && !is_named(name, "THUMBNAIL")) return false;
+        const auto block = body.take(body.u32());
+        if (is_reference)
+            manifest_.reference = block.data(), manifest_.reference_size = block.size();
         return body.ok();
     }
 
