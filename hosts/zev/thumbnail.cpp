@@ -29,8 +29,8 @@ constexpr size_t kMostBytes = 1 << 20; // no PNG of so few pixels comes near
 // The renderer is not there, or gives no answer: it isn't asked again.
 std::atomic<bool> is_missing = false;
 
-// What the renderer has to draw, in pixels: a line by its length, the letters of a text by their
-// box, and at least one for each piece. Gaps of a tenth of a pixel are as long as lines.
+// What the renderer has to draw, in pixels: a line by its length, whatever gaps it has, the letters
+// of a text by their box, and at least one for each piece.
 double ink_of(const picture::Scene &scene, const picture::Shape &shape, double pixels) {
     const picture::Box box = scene.box_of(shape);
     double ink = (box.width() + box.height()) * pixels;
@@ -111,7 +111,8 @@ std::string rendered(const picture::Scene &scene) {
              .notify = &notify},
             [&](std::string_view bytes) {
                 png += bytes;
-                if (png.size() > kMostBytes) throw std::length_error("no small picture");
+                if (png.size() > kMostBytes)
+                    throw Failed(kOther, "rsvg-convert writes more than a picture can have");
             });
     } catch (const Failed &) {
         if (std::chrono::steady_clock::now() - begun >= kPatience) is_missing = true;
