@@ -415,6 +415,22 @@ TEST_F(Reach, AFolderIsImportedAsItStands) {
     EXPECT_FALSE(fs::exists(home + "/out"));
 }
 
+TEST_F(Reach, AnImportTellsWhichPartOfWhatItChanged) {
+    const auto lines_at = [](const std::string &handles) {
+        std::string records;
+        for (const char handle : handles)
+            records += std::string("0\nLINE\n5\nA") + handle + "\n10\n1\n";
+        return "0\nSECTION\n2\nENTITIES\n" + records + "0\nENDSEC\n0\nEOF\n";
+    };
+    const auto told = [&](const std::string &handles) {
+        test::write(home + "/in.dxf", lines_at(handles));
+        return ok("import ../in.dxf few.dwx");
+    };
+    EXPECT_EQ(told("1234").find("few.dwx: 4 objects added; "), 0u);
+    EXPECT_EQ(told("12").find("few.dwx: 2 of 4 objects removed; "), 0u);
+    EXPECT_EQ(told("156").find("few.dwx: 2 of 3 objects added, 1 removed; "), 0u);
+}
+
 TEST_F(Reach, ACopyIsMadeAroundFiles) {
     test::write(home + "/full/a", "mine");
     test::write(home + "/full/sub/plan.dxf", test_data("plan.dxf"));

@@ -97,20 +97,23 @@ const char *name_of(dxf::Match match) {
 
 using Changes = dxf::ImportResult::Changes;
 
-// "3 of 4,147 objects modified, 1 removed"; without the objects "3 modified, 1 removed".
-std::string changes_text(const Changes &changes, const std::string &all) {
+// "3 of 4,147 objects modified, 1 removed"; without the objects "3 modified, 1 removed". What was
+// removed alone is a part of those that there were.
+std::string changes_text(const Changes &changes, const std::string &all,
+                         const std::string &former) {
     const struct {
         uint64_t count;
         const char *first, *next;
-    } kinds[] = {{changes.added, "%s of %s added", "%s added"},
-                 {changes.modified, "%s of %s modified", "%s modified"},
-                 {changes.removed, "%s of %s removed", "%s removed"}};
+        const std::string &of;
+    } kinds[] = {{changes.added, "%s of %s added", "%s added", all},
+                 {changes.modified, "%s of %s modified", "%s modified", all},
+                 {changes.removed, "%s of %s removed", "%s removed", former}};
     std::string text;
-    for (const auto &[count, first, next] : kinds) {
+    for (const auto &[count, first, next, of] : kinds) {
         if (!count) continue;
-        const bool begins = text.empty() && !all.empty();
+        const bool begins = text.empty() && !of.empty();
         if (!text.empty()) text += ", ";
-        text += begins ? say(first, grouped(count), all) : say(next, grouped(count));
+        text += begins ? say(first, grouped(count), of) : say(next, grouped(count));
     }
     return text;
 }
@@ -118,18 +121,19 @@ std::string changes_text(const Changes &changes, const std::string &all) {
 // Where objects were found by what they say, what a program did to tables and dictionaries on its
 // own is told apart from what was drawn.
 std::string changes_text(const dxf::ImportResult &result) {
-    const std::string all = count_of(result.objects, "object");
+    const std::string all = count_of(result.objects, "object"),
+                      former = count_of(result.objects - result.added + result.removed, "object");
     if (result.added == result.objects && !result.removed) return say("%s added", all);
     const bool is_plain = result.match != dxf::Match::normal && result.match != dxf::Match::content;
     const Changes every{result.added, result.modified, result.removed}, &drawn = result.drawn;
-    std::string text = changes_text(is_plain ? every : drawn, all);
+    std::string text = changes_text(is_plain ? every : drawn, all, former);
     if (text.empty()) text = say("%s, all as before", all);
     if (result.match == dxf::Match::exact) return say("byte for byte; %s", text);
     if (is_plain) return text; // by handle, as ever
     text = say(result.match == dxf::Match::normal ? "in normal form; %s" : "by content; %s", text);
     const Changes others{every.added - drawn.added, every.modified - drawn.modified,
                          every.removed - drawn.removed};
-    const std::string besides = changes_text(others, {});
+    const std::string besides = changes_text(others, {}, {});
     return besides.empty() ? text : say("%s; in tables and dictionaries %s", text, besides);
 }
 
