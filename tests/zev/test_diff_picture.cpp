@@ -239,6 +239,8 @@ TEST(DiffPicture, ListsWhatHasNoPicture) {
                         {}, layer + "4\n");
     const Picture picture(older, newer);
     EXPECT_TRUE(picture.has("Changes that have no picture: 1 LAYER."));
+    EXPECT_TRUE(picture.has("Layer WALLS: colour 3 -&gt; 4."));
+    EXPECT_TRUE(picture.has("modified: layer: WALLS -&gt; GATES")); // which nobody sees
     EXPECT_EQ(picture.counts.unseen, 1u);
     EXPECT_EQ(picture.counts.modified, 2u); // in place: drawn once, not also with gaps
     EXPECT_FALSE(picture.has("stroke-dasharray=\"6 3.5\" d=\"M-"));
@@ -246,6 +248,13 @@ TEST(DiffPicture, ListsWhatHasNoPicture) {
     const Picture same(older, older);
     EXPECT_TRUE(same.has("Nothing changed."));
     EXPECT_EQ(same.count("<svg "), 1u);
+
+    const std::string two =
+        "0\nLAYER\n5\nF1\n2\nWALLS\n70\n1\n62\n-3\n0\nLAYER\n5\nF2\n2\n<NEW>\n70\n0\n62\n1\n";
+    const Picture hidden(older, Version(grid(20), {}, two));
+    EXPECT_EQ(hidden.counts.removed, 0u); // off and frozen: still there
+    EXPECT_TRUE(hidden.has("Layer WALLS: frozen, off."));
+    EXPECT_TRUE(hidden.has("Layer &lt;NEW&gt;: added."));
 
     // The same numbers in other characters.
     std::string other = line(250, 0, 270, 10);

@@ -6,6 +6,7 @@
 #include "picture/changes/diff_layers.hpp"
 #include "picture/changes/diff_words.hpp"
 #include "picture/changes/insets.hpp"
+#include "picture/changes/layer_words.hpp"
 #include "picture/changes/legend.hpp"
 #include "picture/changes/markup.hpp"
 #include "picture/svg_text.hpp"
@@ -32,7 +33,11 @@ class Page {
         : options_(options), palette_(options.theme), diff_(diff_scene(older, newer, changes)),
           box_(diff_.box()), frame_(box_), regions_(find_regions(diff_)), tooltips_(older, newer),
           out_(write), layers_(diff_, tooltips_, options.theme, out_),
-          unseen_(unseen_changes(diff_, older, newer)), counts_(count_marks(diff_)) {}
+          unseen_(unseen_changes(diff_, older, newer)), counts_(count_marks(diff_)) {
+        const bool is_one_sided = older.objects.empty() || newer.objects.empty();
+        if (unseen_.contains("LAYER") && !is_one_sided)
+            layers_notes_ = layer_notes(older, newer, changes);
+    }
 
     DiffCounts run() {
         for (const auto &[what, count] : unseen_) counts_.unseen += count;
@@ -58,6 +63,7 @@ class Page {
         notes_y_ = insets_y_ + kSmall;
         if (!insets_.empty()) notes_y_ += height_of(insets_, room) + kGap;
         for (const std::string &note : notes_of({diff_, counts_, regions_, unseen_})) wrap(note);
+        for (const std::string &note : layers_notes_) wrap(note);
         for (size_t at = 0; at < regions_.shown.size(); ++at)
             if (!has_inset(at)) note_region(at);
         height_ = notes_y_ + static_cast<double>(notes_.size()) * kLine + kMargin - kSmall;
@@ -234,7 +240,7 @@ class Page {
 
     double overview_y_ = 0, insets_y_ = 0, notes_y_ = 0, height_ = 0;
     std::vector<Inset> insets_;
-    std::vector<std::string> notes_;
+    std::vector<std::string> layers_notes_, notes_;
 };
 
 } // namespace

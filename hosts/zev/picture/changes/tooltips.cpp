@@ -30,6 +30,11 @@ std::string shown(const std::optional<std::string_view> &value, Encoding &words)
     return value ? shown(*value, words) : say("(none)");
 }
 
+// Pairing two lists of groups takes their product in time; a group has some ten bytes.
+uint64_t cells_of(std::string_view from, std::string_view to) {
+    return (from.size() / 10 + 1) * (to.size() / 10 + 1);
+}
+
 // "40 radius: ", what stands in front of both values.
 std::string name_of(const dxf::FieldChange &field, std::string_view kind) {
     const std::string_view name = dxf::field_name(kind, field.code);
@@ -73,7 +78,10 @@ std::string Tooltips::name_of(const Mark &mark) const {
 std::string Tooltips::words_of(const Mark &mark) const {
     constexpr int kText = 1;
     constexpr size_t kLongest = 40;
-    if (mark.older == kNone || mark.newer == kNone || kind_of(mark) != "TEXT") return {};
+    if (mark.older == kNone || mark.newer == kNone || !mark.block.empty()) return {};
+    if (mark.is_in_place) return first_field_of(mark);
+    const std::string kind = kind_of(mark);
+    if (kind != "TEXT" && kind != "ATTRIB") return {};
     const auto words = [](const dxf::Object &object, Encoding &encoding) -> std::string {
         for (const dxf::Field &field : dxf::split_fields(object.record))
             if (field.code == kText) return encoding.text(field.value);
@@ -94,12 +102,26 @@ std::string Tooltips::of(const Mark &mark) {
     return text + fields_of(mark);
 }
 
-// Pairing two lists of groups takes their product in time; a group has some ten bytes.
+// "colour: 7 -> 1", and dots if there is more.
+std::string Tooltips::first_field_of(const Mark &mark) const {
+    constexpr uint64_t kMostCells = 1'000'000;
+    const std::string_view from = older_.objects[mark.older].record;
+    const std::string_view to = newer_.objects[mark.newer].record;
+    if (cells_of(from, to) > kMostCells) return {};
+    const auto fields = dxf::compare_fields(from, to);
+    if (fields.empty()) return {};
+    const std::string_view name = dxf::field_name(dxf::record_type(to), fields[0].code);
+    const std::string text =
+        (name.empty() ? std::to_string(fields[0].code) : host::said(std::string(name))) + ": " +
+        shown(fields[0].from, older_words_) + " -> " + shown(fields[0].to, newer_words_);
+    return fields.size() > 1 ? text + ", ..." : text;
+}
+
 std::string Tooltips::fields_of(const Mark &mark) {
     if (mark.older == kNone || mark.newer == kNone) return {};
     const std::string_view from = older_.objects[mark.older].record;
     const std::string_view to = newer_.objects[mark.newer].record;
-    const uint64_t cells = (from.size() / 10 + 1) * (to.size() / 10 + 1);
+    const uint64_t cells = cells_of(from, to);
     if (cells > cells_left_) return {};
     cells_left_ -= cells;
     const std::string_view kind = dxf::record_type(to);

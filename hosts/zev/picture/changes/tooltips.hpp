@@ -18,13 +18,15 @@ class Tooltips {
 
     // "LINE 2F on WALLS", or "block CHAIR".
     std::string name_of(const Mark &mark) const;
-    // Of a line of text that was changed: what it said and says, else empty.
+    // Of a line of text that was changed: what it said and says; of what is drawn where it was:
+    // what else differs. Else empty.
     std::string words_of(const Mark &mark) const;
     std::string kind_of(const Mark &mark) const;  // DXF record type
     std::string layer_of(const Mark &mark) const; // both empty for a block
 
   private:
     std::string fields_of(const Mark &mark);
+    std::string first_field_of(const Mark &mark) const;
     std::string_view record_of(const Mark &mark) const; // of the newer version that has it
 
     const dxf::Content &older_, &newer_;
