@@ -13,6 +13,8 @@
 #include "target.hpp"
 
 #include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace host {
 
@@ -61,6 +63,7 @@ class Subject {
         const dxf::KeyList none;
         changes_ = dxf::compare_objects(older_.version ? older_.version->manifest.objects : none,
                                         newer_.version ? newer_.version->manifest.objects : none);
+        if (older_.version && newer_.version) drop_restored();
     }
 
     picture::DiffCounts write(const picture::DiffOptions &options,
@@ -78,6 +81,24 @@ class Subject {
         if (!older_.version || !newer_.version) return;
         if (!zOidIsEqual(&older_.version->manifest.table, &newer_.version->manifest.table))
             throw Failed(kOther, say("%s: the two versions are kept in different tables", path));
+    }
+
+    // What was changed and put back has another key and the same bytes.
+    void drop_restored() {
+        std::unordered_map<uint64_t, std::string_view> left;
+        for (const dxf::ObjectChange &change : changes_)
+            if (change.kind == dxf::ObjectChange::modified) left[change.number];
+        if (left.empty()) return;
+        for (const dxf::Object &object : (*contents_)[0].objects)
+            if (const auto found = left.find(object.key.object); found != left.end())
+                found->second = object.record;
+        std::unordered_set<uint64_t> restored;
+        for (const dxf::Object &object : (*contents_)[1].objects)
+            if (const auto found = left.find(object.key.object); found != left.end())
+                if (found->second == object.record) restored.insert(object.key.object);
+        std::erase_if(changes_, [&](const dxf::ObjectChange &change) {
+            return restored.contains(change.number);
+        });
     }
 
     // Keys are put in order only where a server could be asked for some.

@@ -417,6 +417,15 @@ TEST_F(DiffVerb, DrawsIntoAFile) {
 }
 
 // The question about a file that is there needs the terminal.
+TEST_F(DiffVerb, DrawsNothingOfWhatWasPutBack) {
+    draw(test_data("plan.dxf"));
+    play("add .; commit -m one");
+    draw(plan_with("20.0"));
+    draw(test_data("plan.dxf"));
+    const std::string told = ok("diff plan.dwx --svg ../p.svg");
+    EXPECT_NE(told.find("0 added, 0 modified, 0 removed, 0 moved\n"), told.npos) << told;
+}
+
 TEST_F(DiffVerb, KeepsThePagerAwayFromPictures) {
     draw(test_data("plan.dxf"));
     play("add .; commit -m one");
