@@ -15,6 +15,8 @@ import subprocess
 import sys
 import tempfile
 
+from sheets import sheets
+
 try:
     import ezdxf
 except ImportError:
@@ -24,7 +26,6 @@ except ImportError:
 ZEV = os.path.abspath(sys.argv[1])
 COUNT = int(sys.argv[2])
 LIBRECAD = "/usr/share/librecad"
-CACHE = os.path.join(os.environ.get("XDG_CACHE_HOME", os.path.expanduser("~/.cache")), "zev-tests")
 MOVED, DELETED, ADDED = 46, 3, 2
 KINDS = ("LINE", "LWPOLYLINE", "TEXT", "CIRCLE", "ARC")
 # Of all objects, the share whose partners may be missed where all handles are new.
@@ -67,25 +68,11 @@ def read(path):
 # ---- Drawings
 
 
-def sheets():
-    """Of the npm package, in the cache of this user; none where it can't be fetched."""
-    place = os.path.join(CACHE, "dxf2json")
-    if not glob.glob(place + "/package/sample/*.dxf"):
-        os.makedirs(place, exist_ok=True)
-        try:
-            subprocess.run(["npm", "pack", "dxf2json"], cwd=place, check=True, timeout=120,
-                           capture_output=True)
-            subprocess.run(["tar", "xzf", glob.glob(place + "/*.tgz")[0]], cwd=place, check=True)
-        except (OSError, IndexError, subprocess.SubprocessError):
-            print("the sheets of dxf2json can't be fetched, and are left out")
-    found = sorted(glob.glob(place + "/package/sample/*.dxf"), key=os.path.getsize)
-    return found if COUNT >= 10 else found[:3]
-
-
 def drawings():
     found = sorted(glob.glob(LIBRECAD + "/**/*.dxf", recursive=True))
     step = max(1, len(found) // COUNT)
-    return sheets() + found[step // 2::step][:COUNT]
+    few = sorted(sheets(), key=os.path.getsize)
+    return (few if COUNT >= 10 else few[:3]) + found[step // 2::step][:COUNT]
 
 
 # ---- Editors

@@ -20,6 +20,8 @@ import sys
 import tempfile
 import time
 
+from sheets import sheets
+
 # A module here has the name of one that Debian's have beneath them.
 sys.path.append(sys.path.pop(0))
 try:
@@ -68,22 +70,6 @@ def choose(count):
         chosen.append(max(left, key=rank))
         seen.update((os.path.dirname(chosen[-1]), *left.pop(chosen[-1])[0]))
     return chosen
-
-
-def sheets():
-    """Drawings of architects and surveyors, in the cache of this user, as the judge of editors
-    keeps them; none where they can't be fetched."""
-    place = os.path.join(os.environ.get("XDG_CACHE_HOME", os.path.expanduser("~/.cache")),
-                         "zev-tests", "dxf2json")
-    if not glob.glob(place + "/package/sample/*.dxf"):
-        os.makedirs(place, exist_ok=True)
-        try:
-            subprocess.run(["npm", "pack", "dxf2json"], cwd=place, check=True, timeout=120,
-                           capture_output=True)
-            subprocess.run(["tar", "xzf", glob.glob(place + "/*.tgz")[0]], cwd=place, check=True)
-        except (OSError, IndexError, subprocess.SubprocessError):
-            print("the sheets of dxf2json can't be fetched, and are left out")
-    return sorted(glob.glob(place + "/package/sample/*.dxf"))
 
 
 class Picture:
