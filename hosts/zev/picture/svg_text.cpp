@@ -2,6 +2,8 @@
 // renderers that round sizes of fonts meet usual ones.
 #include "picture/svg_text.hpp"
 
+#include "picture/widths.hpp"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -10,16 +12,8 @@ namespace picture {
 
 namespace {
 
-// Of the common sans-serif families: capitals, and how far letters from the blank on advance, in
-// thousandths of the font's size.
+// Capitals of the common sans-serif families, in thousandths of the font's size.
 constexpr double kCapital = 729;
-constexpr uint16_t kAdvances[] = {
-    318, 401, 460, 838, 636, 950, 780, 275, 390, 390, 500, 838, 318, 361,  318, 337, 636, 636, 636,
-    636, 636, 636, 636, 636, 636, 636, 337, 337, 838, 838, 838, 531, 1000, 684, 686, 698, 770, 632,
-    575, 775, 752, 295, 295, 656, 557, 863, 748, 787, 603, 787, 695, 635,  611, 732, 684, 989, 685,
-    611, 685, 390, 337, 390, 838, 500, 500, 613, 635, 550, 635, 615, 352,  635, 634, 278, 278, 579,
-    278, 974, 634, 612, 635, 635, 411, 521, 392, 634, 592, 818, 592, 592,  525, 636, 337, 636, 838};
-constexpr double kOther = 636;
 
 // Bytes of the character at the start, 0 if they are no UTF-8.
 size_t character(std::string_view text, char32_t &code) {
@@ -68,17 +62,6 @@ void put_character(std::string &out, char32_t code, std::string_view bytes) {
     default:
         out += is_plain(code) ? bytes : std::string_view("\xef\xbf\xbd");
     }
-}
-
-// How wide a text is as it comes, in heights of a capital.
-double natural_width(std::string_view text) {
-    double sum = 0;
-    for (const char letter : text) {
-        const auto byte = static_cast<unsigned char>(letter);
-        if ((byte & 0xc0) == 0x80) continue; // counted with its first byte
-        sum += byte >= 32 && byte < 127 ? kAdvances[byte - 32] : kOther;
-    }
-    return sum / kCapital;
 }
 
 // ---- Families
@@ -199,9 +182,8 @@ std::string text_element(const Text &text, uint32_t colour, const Frame &frame, 
     Matrix place = turned(text.place, frame, height);
     if (!(std::fabs(place.e) <= kMost && std::fabs(place.f) <= kMost)) return {};
     std::string out = "<text";
-    double length = 0;
-    if (text.width > 0) { // for renderers that don't space letters the whole is drawn wider
-        length = natural_width(text.text);
+    const double length = text.width > 0 ? width_of(text.text) : 0;
+    if (length > 0) { // for renderers that don't space letters the whole is drawn wider
         const double stretch = std::clamp(text.width / length, 0.01, 100.0);
         place.a *= stretch;
         place.b *= stretch;

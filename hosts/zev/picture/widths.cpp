@@ -10,19 +10,21 @@ namespace picture {
 
 namespace {
 
-// Of blank to tilde, in hundredths of a capital's height.
-constexpr uint8_t kAdvances[] = {
-    44, 55,  63,  115, 87, 130, 107, 38,  54,  54,  69,  115, 44, 49,  44, 46,  87, 87,  87,
-    87, 87,  87,  87,  87, 87,  87,  46,  46,  115, 115, 115, 73, 137, 94, 94,  96, 106, 87,
-    79, 106, 103, 40,  40, 90,  76,  118, 103, 108, 83,  108, 95, 87,  84, 100, 94, 136, 94,
-    84, 94,  54,  46,  54, 115, 69,  69,  84,  87,  75,  87,  84, 48,  87, 87,  38, 38,  79,
-    38, 134, 87,  84,  87, 87,  56,  71,  54,  87,  81,  112, 81, 81,  72, 87,  46, 87,  115};
+// Of blank to tilde and of capitals' height, in thousandths of the font's size.
+constexpr uint16_t kAdvances[] = {
+    318, 401, 460, 838, 636, 950, 780, 275, 390, 390, 500, 838, 318, 361,  318, 337, 636, 636, 636,
+    636, 636, 636, 636, 636, 636, 636, 337, 337, 838, 838, 838, 531, 1000, 684, 686, 698, 770, 632,
+    575, 775, 752, 295, 295, 656, 557, 863, 748, 787, 603, 787, 695, 635,  611, 732, 684, 989, 685,
+    611, 685, 390, 337, 390, 838, 500, 500, 613, 635, 550, 635, 615, 352,  635, 634, 278, 278, 579,
+    278, 974, 634, 612, 635, 635, 411, 521, 392, 634, 592, 818, 592, 592,  525, 636, 337, 636, 838};
+constexpr double kCapital = 729;
+// In heights of a capital.
 constexpr double kOther = 0.87, kWide = 1.37;
 
 bool is_combining(char32_t character) { return character >= 0x300 && character < 0x370; }
 
 double advance(char32_t character) {
-    if (character >= ' ' && character <= '~') return kAdvances[character - ' '] / 100.0;
+    if (character >= ' ' && character <= '~') return kAdvances[character - ' '] / kCapital;
     return is_wide(character) ? kWide : is_combining(character) ? 0 : kOther;
 }
 
