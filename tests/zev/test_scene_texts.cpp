@@ -148,4 +148,33 @@ TEST(SceneTexts, LongOnesAreCut) {
     EXPECT_LT(mtext(std::string(200'000, '{') + "x").size(), 2u);
 }
 
+// Two lines that meet, a short one from there, and the words beside it.
+TEST(SceneTexts, NotesHaveLinesAndWords) {
+    const std::string
+        begin = "0|MULTILEADER|8|0|100|AcDbEntity|300|CONTEXT_DATA{|41|2|140|3|",
+        words = "304|one\\Ptwo|11|0|21|0|31|1|12|30|22|10|13|1|23|0|171|3|90|-1023410175|",
+        line = "304|LEADER_LINE{|10|0|20|0|305|}|304|LEADER_LINE{|10|5|20|0|305|}|";
+    const auto note = [&](const std::string &more) {
+        return scene(begin + words + "302|LEADER{|10|10|20|10|11|1|21|0|40|15|" + line +
+                     "303|}|301|}|170|1|291|1|" + more);
+    };
+    const Scene shown = note("172|2");
+    EXPECT_EQ(texts_of(shown), (Lines{"one", "two"}));
+    EXPECT_EQ(shown.texts[0].anchor, Text::end);
+    EXPECT_NEAR(shown.texts[0].place.f, 8, 1e-9); // its top is at the place
+    EXPECT_EQ(shown.shapes.back().ink, Ink{1});
+    ASSERT_EQ(shown.shapes.size(), 6u); // with two arrows
+    expect_box(shown.box_of(shown.shapes[0]), 0, 0, 25, 10);
+    expect_box(shown.box_of(shown.shapes[2]), 5, 0, 25, 10);
+    EXPECT_TRUE(shown.left_out.empty());
+    EXPECT_EQ(texts_of(note("172|0")), Lines{});
+    EXPECT_TRUE(note("172|0|170|0").shapes.empty()); // of no lines
+    // What is cut off, or has numbers that are none, leaves the rest.
+    EXPECT_EQ(drawn::left_out(scene("0|MULTILEADER|8|0|302|LEADER{|304|LEADER_LINE{|10|1"),
+                              "MULTILEADER"),
+              1u);
+    EXPECT_TRUE(scene(begin + "302|LEADER{|304|LEADER_LINE{|10|1|20|nan|302|LEADER{|303|}|303|}")
+                    .texts.empty());
+}
+
 } // namespace

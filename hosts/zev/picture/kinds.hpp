@@ -33,10 +33,15 @@ void draw_insert(Drawer &drawer, const Entity &entity);
 void draw_dimension(Drawer &drawer, const Entity &entity);
 void draw_table(Drawer &drawer, const Entity &entity);
 
-// leaders.cpp, hatches.cpp, viewports.cpp
+// leaders.cpp, multileaders.cpp, hatches.cpp, viewports.cpp
 void draw_leader(Drawer &drawer, const Entity &entity);
+void draw_multileader(Drawer &drawer, const Entity &entity);
 void draw_mline(Drawer &drawer, const Entity &entity);
 void draw_hatch(Drawer &drawer, const Entity &entity);
 void draw_viewport(Drawer &drawer, const Entity &entity);
+
+// At the tip of a line whose next point that is: a block by its handle, 0 for a filled triangle.
+void draw_arrow(Drawer &drawer, const Entity &entity, double size, uint64_t block, Vec tip,
+                Vec next);
 
 } // namespace picture

@@ -11,11 +11,6 @@ namespace picture {
 
 namespace {
 
-struct Arrow {
-    double size;
-    std::string_view block; // empty for a filled triangle
-};
-
 // A dimension style with what the entity's own data has instead: pairs of a code and a value.
 DimStyle style_of(const Drawer &drawer) {
     DimStyle style = drawer.outline().tables.dimstyle(drawer.groups.name(3));
@@ -32,23 +27,6 @@ DimStyle style_of(const Drawer &drawer) {
         code = 0;
     }
     return style;
-}
-
-void draw_arrow(Drawer &drawer, const Entity &entity, const DimStyle &style, Vec tip, Vec next) {
-    const double size = style.arrow * (style.scale == 0 ? 1 : style.scale);
-    const std::string_view block = drawer.outline().tables.block_of(style.leader_arrow);
-    const Vec way = tip - next, along = unit({way.x, way.y, 0}), left{-along.y, along.x, 0};
-    if (is_name(block, "_NONE") || !(size > 0)) return;
-    const Space space{along * size, left * size, {0, 0, size}, tip};
-    if (!block.empty() && drawer.outline().block(block))
-        return drawer.draw_block(block, entity, space);
-    const Matrix plane = (entity.stand.space * space).plane(0);
-    drawer.path.clear();
-    drawer.path.move({0, 0});
-    drawer.path.line({-1, 1.0 / 6});
-    drawer.path.line({-1, -1.0 / 6});
-    drawer.path.close();
-    drawer.fill(entity, drawer.path, plane);
 }
 
 // The line under its text, if it has one.
@@ -89,6 +67,23 @@ std::vector<Miter> read_miters(const Groups &groups) {
 
 } // namespace
 
+void draw_arrow(Drawer &drawer, const Entity &entity, double size, uint64_t handle, Vec tip,
+                Vec next) {
+    const std::string_view block = drawer.outline().tables.block_of(handle);
+    const Vec way = tip - next, along = unit({way.x, way.y, 0}), left{-along.y, along.x, 0};
+    if (is_name(block, "_NONE") || !(size > 0)) return;
+    const Space space{along * size, left * size, {0, 0, size}, tip};
+    if (!block.empty() && drawer.outline().block(block))
+        return drawer.draw_block(block, entity, space);
+    const Matrix plane = (entity.stand.space * space).plane(0);
+    drawer.path.clear();
+    drawer.path.move({0, 0});
+    drawer.path.line({-1, 1.0 / 6});
+    drawer.path.line({-1, -1.0 / 6});
+    drawer.path.close();
+    drawer.fill(entity, drawer.path, plane);
+}
+
 void draw_leader(Drawer &drawer, const Entity &entity) {
     const Groups &groups = drawer.groups;
     const Space &space = entity.stand.space;
@@ -115,7 +110,8 @@ void draw_leader(Drawer &drawer, const Entity &entity) {
     Entity own = entity;
     own.marks.ink = own.look.ink = style.ink == Ink{0} ? entity.marks.ink : style.ink;
     drawer.stroke(own, path, {});
-    if (has_arrow) draw_arrow(drawer, own, style, vertices[0], vertices[1]);
+    const double size = style.arrow * (style.scale == 0 ? 1 : style.scale);
+    if (has_arrow) draw_arrow(drawer, own, size, style.leader_arrow, vertices[0], vertices[1]);
 }
 
 void draw_mline(Drawer &drawer, const Entity &entity) {

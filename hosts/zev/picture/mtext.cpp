@@ -2,7 +2,7 @@
 // of one format.
 #include "picture/kinds.hpp"
 
-#include "picture/text_codes.hpp"
+#include "picture/paragraphs.hpp"
 #include "picture/widths.hpp"
 
 #include <algorithm>
@@ -149,47 +149,40 @@ void put_line(Drawer &drawer, const Entity &entity, const Layout &layout, const 
     }
 }
 
-std::string text_of(Drawer &drawer, const Entity &entity) {
+std::string text_of(const Groups &groups) {
     std::string bytes;
-    for (const auto &[code, value] : drawer.groups.all())
+    for (const auto &[code, value] : groups.all())
         if (code == 3 || code == 1) bytes += value;
-    if (bytes.size() > kLongest) {
-        bytes.resize(kLongest);
-        drawer.leave_out(entity.marks.part, reason::kBeyond);
-    }
-    drawer.pen().spend(bytes.size() / 2); // its codes cost, whatever they show
-    return drawer.encoding().text(bytes);
+    return bytes;
 }
 
-Format format_of(Drawer &drawer) {
-    const TextStyle &style = drawer.outline().tables.style(drawer.groups.name(7));
+} // namespace
+
+Format format_of(const TextStyle &style, double height) {
     Format format;
-    format.height = drawer.groups.number(40, 1);
+    format.height = height;
     format.width = style.width, format.oblique = style.oblique;
     format.font = style.font, format.is_bold = style.is_bold, format.is_italic = style.is_italic;
     return format;
 }
 
-} // namespace
-
-void draw_mtext(Drawer &drawer, const Entity &entity) {
-    const Groups &groups = drawer.groups;
-    const MText text = read_mtext(text_of(drawer, entity), format_of(drawer));
-    const double height = text.formats.front().height, width = groups.number(41);
+void write_paragraphs(Drawer &drawer, const Entity &entity, const Paragraphs &given) {
+    std::string bytes = given.bytes;
+    if (bytes.size() > kLongest) {
+        bytes.resize(kLongest);
+        drawer.leave_out(entity.marks.part, reason::kBeyond);
+    }
+    drawer.pen().spend(bytes.size() / 2); // its codes cost, whatever they show
+    const MText text = read_mtext(drawer.encoding().text(bytes), given.format);
+    const double height = text.formats.front().height, width = given.width;
     if (!(height > 0)) return;
     const std::vector<Line> lines = Lines(text, width).run();
-    const int point = std::clamp(groups.integer(71, 1), 1, 9) - 1; // row by row from the top
-    Layout layout{text,
-                  width,
-                  (point % 3) * 0.5,
-                  kLineStep * groups.number(44, 1),
-                  height,
-                  plane_of(groups, entity.stand.space)};
-    const bool is_exact = groups.integer(73, 1) == 2;
+    const int point = std::clamp(given.point, 1, 9) - 1;
+    Layout layout{text, width, (point % 3) * 0.5, kLineStep * given.spacing, height, given.plane};
     std::vector<double> baselines;
     double y = 0;
     for (const Line &line : lines) {
-        const double tall = is_exact ? height : line.height;
+        const double tall = given.is_exact ? height : line.height;
         y -= baselines.empty() ? line.height : layout.step * tall;
         baselines.push_back(y);
         if (!(width > 0)) layout.width = std::max(layout.width, line.width);
@@ -197,6 +190,19 @@ void draw_mtext(Drawer &drawer, const Entity &entity) {
     const double shift = point / 3 == 0 ? 0 : point / 3 == 1 ? -y / 2 : -y + kDescent * height;
     for (size_t i = 0; i < lines.size(); ++i)
         put_line(drawer, entity, layout, lines[i], baselines[i] + shift);
+}
+
+void draw_mtext(Drawer &drawer, const Entity &entity) {
+    const Groups &groups = drawer.groups;
+    write_paragraphs(
+        drawer, entity,
+        {.bytes = text_of(groups),
+         .format = format_of(drawer.outline().tables.style(groups.name(7)), groups.number(40, 1)),
+         .width = groups.number(41),
+         .point = groups.integer(71, 1),
+         .spacing = groups.number(44, 1),
+         .is_exact = groups.integer(73, 1) == 2,
+         .plane = plane_of(groups, entity.stand.space)});
 }
 
 } // namespace picture

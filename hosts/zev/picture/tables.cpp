@@ -136,6 +136,7 @@ void Tables::take_linetype() {
 
 void Tables::take_style() {
     if (!style_names_.add(groups_.name(2), static_cast<uint32_t>(styles.size()))) return;
+    style_handles.try_emplace(handle_of(groups_.text(5)), styles.size());
     TextStyle style;
     take_family(groups_.extended(), style);
     if (style.font.empty()) style.font = groups_.name(3);
@@ -170,6 +171,11 @@ uint32_t Tables::linetype(std::string_view name) const {
 const TextStyle &Tables::style(std::string_view name) const {
     const uint32_t number = style_names_.find(name.empty() ? "STANDARD" : name);
     return styles[number == Names::kNone ? 0 : number];
+}
+
+const TextStyle &Tables::style_of(uint64_t handle) const {
+    const auto found = style_handles.find(handle);
+    return styles[found == style_handles.end() ? 0 : found->second];
 }
 
 const DimStyle &Tables::dimstyle(std::string_view name) const {

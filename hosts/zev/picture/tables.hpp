@@ -70,6 +70,7 @@ struct Tables {
     std::vector<DimStyle> dimstyles;            // so is this
     std::map<uint64_t, std::string_view> block_records; // names by handle
     std::map<uint64_t, uint32_t> layer_handles;         // numbers of layers
+    std::map<uint64_t, uint32_t> style_handles;         // and of text styles
 
     explicit Tables(const Header &header);
     // A record of a table, by its kind; others are not taken.
@@ -81,6 +82,7 @@ struct Tables {
     uint32_t layer_number(std::string_view name) const;
     uint32_t linetype(std::string_view name) const;
     const TextStyle &style(std::string_view name) const;
+    const TextStyle &style_of(uint64_t handle) const; // the first where there is none
     const DimStyle &dimstyle(std::string_view name) const;
     std::string_view block_of(uint64_t handle) const; // a block's name, empty for none
 
