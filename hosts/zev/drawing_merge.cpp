@@ -299,11 +299,14 @@ std::optional<dxf::Merge> merge_one(Host &host, const WorkingCopy &copy, const T
                                     bool &is_cut_short) try {
     DrawingMerge merge(host, copy, ways);
     if (merge.is_whole()) return merge.write(), counts_of(merge.result());
-    tell_unmerged(host, ways.path, merge.result(), false);
+    host.notify->drop_drawing(ways.path);
+    tell_unmerged(host, ways.path, merge.result(), false, true);
     return {};
 } catch (const Failed &failed) {
     is_cut_short = failed.error_class == kCanceled;
-    if (!is_cut_short) tell_refused(host, ways.path, failed.what(), false);
+    if (is_cut_short) return {};
+    host.notify->drop_drawing(ways.path);
+    tell_refused(host, ways.path, failed.what(), false, true);
     return {};
 }
 
@@ -325,8 +328,11 @@ void merge_by_itself(Host &host, const WorkingCopy &copy, Index *index, PathSpec
             merged.emplace(ways->path, std::move(*merge));
         }
     }
-    for (const std::string &path : settle(index, done))
+    for (const std::string &path : settle(index, done)) {
+        host.notify->drop_drawing(path);
         tell_merged(host, path, merged[path], false);
+    }
+    host.notify->let_drawings_go();
     stop_on_break(host.notify);
     if (is_cut_short) throw Failed(kCanceled, "cancelled");
 }

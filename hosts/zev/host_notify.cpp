@@ -2,6 +2,7 @@
 // user's break is a flag that operations ask for.
 #include "host_notify.hpp"
 
+#include "copy.hpp"
 #include "terminal.hpp"
 #include "width.hpp"
 
@@ -221,6 +222,11 @@ std::string action_column(const std::string &word) {
     return padded(word, std::max(widest + 1, kActionColumn));
 }
 
+std::string conflict_column(const Output &output) {
+    const zwchar *word = zI18nTextLookup(zI18nCurrentLang(), u"action.sConflicted");
+    return output.paint(Colour::red, action_column(narrow(word)));
+}
+
 void catch_break() {
     struct sigaction action {};
     action.sa_handler = [](int) { user_break = 1; };
@@ -290,8 +296,16 @@ void HostNotify::on_action(const zwchar *word, const zwchar *text) const {
         if (!why.empty()) record.set(u"reason", why);
         return output_.record(record);
     }
+    if (holds_drawings_ && name == "conflicted" && is_drawing_name(narrow(text)))
+        return held_.push_back(narrow(text));
     output_.line(output_.paint(known ? known->colour : Colour::plain, action_column(narrow(word))) +
                  (failed ? narrow(text) : typed_path(text)) + (why.empty() ? "" : ": " + why));
+}
+
+void HostNotify::let_drawings_go() const {
+    holds_drawings_ = false;
+    for (const std::string &path : std::exchange(held_, {}))
+        output_.line(conflict_column(output_) + typed_path(path));
 }
 
 void HostNotify::on_end(const char *result, const zwchar *text) const {

@@ -46,6 +46,12 @@ class HostNotify : public Notify {
     // What stands behind each text of progress; null for nothing. It must not throw.
     void set_progress_tail(std::function<std::string()> tail) const { tail_ = std::move(tail); }
 
+    // While they are held, a drawing in conflict is told in text when they are let go. Whoever
+    // tells of one in the meantime, or settles it, drops it.
+    void hold_drawings() const { holds_drawings_ = true; }
+    void drop_drawing(const std::string &path) const { std::erase(held_, path); }
+    void let_drawings_go() const;
+
     // What the library calls reverted comes back out of the trash from here on.
     void from_trash() const { from_trash_ = true; }
 
@@ -62,12 +68,33 @@ class HostNotify : public Notify {
     mutable std::set<std::string> warned_; // each is told once: a verb looks several times
     mutable std::function<std::string()> tail_;
     mutable bool from_trash_ = false;
-    mutable std::string last_question_; // and how often it came in a row
+    mutable bool holds_drawings_ = false;
+    mutable std::vector<std::string> held_; // paths
+    mutable std::string last_question_;     // and how often it came in a row
     mutable unsigned repeats_ = 0;
 };
 
-// The word that tells what became of a file, as wide as all of these words need it.
+// For an operation behind which drawings in conflict may come together by themselves.
+class HeldDrawings {
+  public:
+    explicit HeldDrawings(const HostNotify *notify) : notify_(notify) { notify->hold_drawings(); }
+    ~HeldDrawings() {
+        try {
+            notify_->let_drawings_go();
+        } catch (...) { // nobody reads it any more
+        }
+    }
+    HeldDrawings(const HeldDrawings &) = delete;
+    HeldDrawings &operator=(const HeldDrawings &) = delete;
+
+  private:
+    const HostNotify *notify_;
+};
+
+// The word that tells what became of a file, as wide as all of these words need it; and the one of
+// a file that is in conflict, in its colour.
 std::string action_column(const std::string &word);
+std::string conflict_column(const Output &output);
 
 // A question of the host's own, in texts that the catalogue knows or that were said already. The
 // buttons have the ids 1, 2, ...; the first one agrees, the last one leaves all as it is.

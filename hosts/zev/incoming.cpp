@@ -89,12 +89,15 @@ int take_update(Host &host, const WorkingCopy &copy, const char *verb, const Oid
     check(zCheckSpecSetNotify(spec.get(), host.notify));
     const std::optional<Oid> before = head_tree(copy);
     Reception reception(host, own_directory(copy), verb, copy.born());
+    std::optional<HeldDrawings> held;
+    if (merges) held.emplace(host.notify);
     host.notify->forget();
     if (!zRemoteUpdate(remote.get(), spec.get())) {
         reception.fail();
         fail_remote(host, origin_of(copy));
     }
     if (merges) merge_drawings(host, copy, paths);
+    held.reset();
     return tell_update(host, copy, before ? &*before : nullptr, !paths, reception);
 }
 

@@ -29,8 +29,14 @@ class MergeForecast {
         if (kind != Z_KIND_DELETED) theirs = *zDiffEntryNewId(entry);
         const File ours = our_file(path);
         if (same(ours, base) || same(ours, theirs)) return;
-        const bool drawings = is_drawing_name(path) && base && ours && theirs;
-        if (!drawings || !merges_ || !foresee({path, *base, *ours, *theirs})) tell_apart(path);
+        if (!base)
+            tell_apart(path, "both sides began it, each its own");
+        else if (!ours || !theirs)
+            tell_apart(path, "one side has deleted it");
+        else if (!merges_ || !is_drawing_name(path))
+            tell_apart(path, "both sides changed it");
+        else
+            foresee({path, *base, *ours, *theirs});
     }
     const Outlook &outlook() const { return outlook_; }
 
@@ -46,24 +52,21 @@ class MergeForecast {
         return entry ? File(*zIndexEntryID(entry)) : File();
     }
 
-    // False where there is nothing to say of it but that both changed it.
-    bool foresee(const ThreeWays &ways) try {
+    void foresee(const ThreeWays &ways) try {
         const DrawingMerge merge(host_, copy_, ways);
         ++(merge.is_whole() ? outlook_.merged : outlook_.conflicts);
         if (merge.is_whole())
             tell_merged(host_, ways.path, merge.result(), true);
         else
-            tell_unmerged(host_, ways.path, merge.result(), true);
-        return true;
+            tell_unmerged(host_, ways.path, merge.result(), true, true);
     } catch (const Failed &failed) {
         if (failed.error_class == kCanceled) throw;
-        tell_refused(host_, ways.path, failed.what(), true);
+        tell_refused(host_, ways.path, failed.what(), true, true);
         ++outlook_.conflicts;
-        return true;
     }
 
-    void tell_apart(const std::string &path) {
-        tell_refused(host_, path, say("both sides changed it"), true);
+    void tell_apart(const std::string &path, const char *why) {
+        tell_refused(host_, path, say(why), true, true);
         ++outlook_.conflicts;
     }
 

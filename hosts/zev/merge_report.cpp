@@ -90,18 +90,10 @@ void tell_merged(Host &host, const std::string &path, const dxf::Merge &merge, b
     host.out.record(merge_record(path, "merged", merge, is_dry));
 }
 
-namespace {
-
-// What would be in conflict; where it is, the line of its file has been told.
-std::string conflict_column(const Host &host, bool is_dry) {
-    const zwchar *word = zI18nTextLookup(zI18nCurrentLang(), u"action.sConflicted");
-    return is_dry ? host.out.paint(Colour::red, action_column(narrow(word))) : "";
-}
-
-} // namespace
-
-void tell_unmerged(Host &host, const std::string &path, const dxf::Merge &merge, bool is_dry) {
-    host.out.line(conflict_column(host, is_dry) + typed_path(path) + ": " + conflicts_text(merge));
+void tell_unmerged(Host &host, const std::string &path, const dxf::Merge &merge, bool is_dry,
+                   bool is_first) {
+    host.out.line((is_first ? conflict_column(host.out) : "") + typed_path(path) + ": " +
+                  conflicts_text(merge));
     host.out.record(merge_record(path, "conflicts", merge, is_dry));
 }
 
@@ -122,8 +114,10 @@ void refuse(Host &host, const std::string &begin, const std::string &path,
 
 } // namespace
 
-void tell_refused(Host &host, const std::string &path, const std::string &reason, bool is_dry) {
-    refuse(host, conflict_column(host, is_dry) + typed_path(path) + ": ", path, reason, is_dry);
+void tell_refused(Host &host, const std::string &path, const std::string &reason, bool is_dry,
+                  bool is_first) {
+    const std::string begin = is_first ? conflict_column(host.out) : "";
+    refuse(host, begin + typed_path(path) + ": ", path, reason, is_dry);
 }
 
 void tell_no_outlook(Host &host, const std::string &path, const std::string &reason) {

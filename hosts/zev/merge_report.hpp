@@ -12,10 +12,13 @@ namespace host {
 // Without what the result is made of.
 dxf::Merge counts_of(const dxf::Merge &merge);
 
-// One line, or one record. `is_dry`: nothing was done.
+// One line, or one record. `is_dry`: nothing was done. `is_first`: that the file is in conflict
+// has not been told yet.
 void tell_merged(Host &host, const std::string &path, const dxf::Merge &merge, bool is_dry);
-void tell_unmerged(Host &host, const std::string &path, const dxf::Merge &merge, bool is_dry);
-void tell_refused(Host &host, const std::string &path, const std::string &reason, bool is_dry);
+void tell_unmerged(Host &host, const std::string &path, const dxf::Merge &merge, bool is_dry,
+                   bool is_first);
+void tell_refused(Host &host, const std::string &path, const std::string &reason, bool is_dry,
+                  bool is_first);
 
 // The same of what a merge would come to, below the lines of its conflict.
 void tell_outlook(Host &host, const std::string &path, const dxf::Merge &merge);

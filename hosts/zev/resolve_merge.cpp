@@ -117,21 +117,21 @@ class MergeResolution {
         const std::string path = narrow(zConflictNodePath(node));
         std::string why;
         const auto ways = three_ways(node, why);
-        if (!ways) return tell_refused(host_, path, why, wish_.dry), false;
+        if (!ways) return tell_refused(host_, path, why, wish_.dry, wish_.dry), false;
         try {
             return merge(*ways);
         } catch (const Failed &failed) {
             const bool misnamed = failed.error_class == kNotFound && wish_.decisions.names_any();
             if (misnamed) throw;
             if (failed.error_class == kCanceled) return is_cut_short_ = true, false;
-            return tell_refused(host_, path, failed.what(), wish_.dry), false;
+            return tell_refused(host_, path, failed.what(), wish_.dry, wish_.dry), false;
         }
     }
 
     bool merge(const ThreeWays &ways) {
         DrawingMerge merge(host_, copy_, ways, wish_.decisions);
         if (!merge.is_whole()) {
-            tell_unmerged(host_, ways.path, merge.result(), wish_.dry);
+            tell_unmerged(host_, ways.path, merge.result(), wish_.dry, wish_.dry);
             print_conflicts(host_, ways.path, merge.result(), false);
             return false;
         }

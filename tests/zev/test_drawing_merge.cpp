@@ -67,6 +67,7 @@ TEST_F(DrawingMerges, WhatDiffersComesTogetherByItself) {
 
     const std::string said = ok("merge side");
     EXPECT_TRUE(has(said, "Merged     plan.dwx: 1 object of theirs modified")) << said;
+    EXPECT_FALSE(has(said, "Conflict")) << said;
     EXPECT_EQ(plan(), replaced(kitchen, "12.5", "13.5"));
     EXPECT_EQ(lines(git("rev-list --parents -1 HEAD"))[0].size(), 3u * 40 + 2);
     EXPECT_EQ(git("status --porcelain"), "");

@@ -239,6 +239,7 @@ class Merge {
 
     int move_forward() {
         const OwnedIndex index = copy_.lock_index();
+        const std::optional<HeldDrawings> held = hold();
         const BranchTip tip(copy_);
         const OwnedCommit head(copy_.born() ? copy_.head() : OwnedCommit());
         Passage passage(host_, copy_, index.get(), head.get(), theirs_.get());
@@ -252,6 +253,7 @@ class Merge {
                           incoming_files(copy_, *zCommitId(head.get()), theirs_.get()));
         if (!options_.no_drawings && zIndexHasConflicts(index.get()))
             merge_by_itself(host_, copy_, index.get());
+        host_.notify->let_drawings_go();
         if (!has_conflicts(copy_)) return done(theirs_.get());
         summary("conflicts", zCommitId(theirs_.get()));
         return tell_conflicts(host_);
@@ -263,6 +265,7 @@ class Merge {
         const OwnedIndex index = copy_.lock_index();
         LocalWork(copy_, index.get(), incoming).require_none();
         stop_on_break(host_.notify);
+        const std::optional<HeldDrawings> held = hold();
         Transfer taken;
         {
             const TempBranch temporary(copy_, &base);
@@ -273,10 +276,17 @@ class Merge {
         left_ = taken.broken_off ? incoming.size() - std::min(incoming.size(), taken.handled)
                                  : taken.missed;
         if (zIndexHasConflicts(index.get())) meet(index.get(), taken);
+        host_.notify->let_drawings_go();
         const bool conflicts = zIndexHasConflicts(index.get());
         if (taken.broken_off && !conflicts && is_as_head(copy_, index.get()))
             throw Failed(kCanceled, "cancelled");
         return conflicts ? conflicted() : commit(index.get(), author, taken);
+    }
+
+    // Where drawings may come together by themselves, what is told of them waits for that.
+    std::optional<HeldDrawings> hold() const {
+        if (options_.no_drawings) return {};
+        return std::make_optional<HeldDrawings>(host_.notify);
     }
 
     // Whoever resolves conflicts is told whose they are, also where this is cut short; the commit
