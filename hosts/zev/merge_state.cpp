@@ -28,10 +28,15 @@ std::optional<Unsettled> unsettled_merge(const WorkingCopy &copy) {
     return {};
 }
 
+static void forget_part(const WorkingCopy &copy) {
+    if (zReferenceExists(copy.repository(), kPartHead)) delete_reference(copy, narrow(kPartHead));
+}
+
 void note_merge(const WorkingCopy &copy, const Unsettled &merge, const std::string &message) {
     replace_file(own_directory(copy) / kMessageFile, message + "\n");
     Owned<Reference, zReferenceFree>(check(
         zReferenceCreate(copy.repository(), merge.whole ? kMergeHead : kPartHead, &merge.theirs)));
+    if (merge.whole) forget_part(copy);
 }
 
 // Git writes hints for an editor into it, each line behind a "#".
@@ -60,6 +65,26 @@ void require_no_merge(const WorkingCopy &copy) {
         throw Failed(kOther, "the last merge is not committed yet; commit it, or take it back by "
                              "\"zev merge --abort\"");
 }
+
+void require_no_other_merge(const WorkingCopy &copy, const Oid &theirs) {
+    const auto merge = unsettled_merge(copy);
+    if (!merge || merge->whole || !zOidIsEqual(&merge->theirs, &theirs)) require_no_merge(copy);
+}
+
+BegunMerge::BegunMerge(const WorkingCopy &copy, Index *index, const Oid &theirs)
+    : copy_(copy), index_(index) {
+    Owned<Reference, zReferenceFree>(
+        check(zReferenceCreate(copy.repository(), kPartHead, &theirs)));
+}
+
+BegunMerge::~BegunMerge() {
+    try {
+        if (!zIndexHasConflicts(index_) && is_as_head(copy_, index_)) end();
+    } catch (...) { // then it stays, and is taken back or goes on
+    }
+}
+
+void BegunMerge::end() const { forget_part(copy_); }
 
 namespace {
 

@@ -23,6 +23,24 @@ void note_merge(const WorkingCopy &copy, const Unsettled &merge, const std::stri
 std::string noted_message(const WorkingCopy &copy);
 void finish_merge(const WorkingCopy &copy);
 void require_no_merge(const WorkingCopy &copy); // throws while there is one
+// The same, but for one of the same commit that was cut short and can go on.
+void require_no_other_merge(const WorkingCopy &copy, const Oid &theirs);
+
+// From before a merge brings its first file: whatever cuts it short, it is known as one of which
+// only a part came in, until it is noted as a whole one. `index` is locked, and outlives it.
+class BegunMerge {
+  public:
+    BegunMerge(const WorkingCopy &copy, Index *index, const Oid &theirs);
+    ~BegunMerge(); // where nothing came in, or all is committed, nothing is left of it
+    BegunMerge(const BegunMerge &) = delete;
+    BegunMerge &operator=(const BegunMerge &) = delete;
+    // Before a commit that has all that came in.
+    void end() const;
+
+  private:
+    const WorkingCopy &copy_;
+    Index *index_;
+};
 
 // For whoever looks; nothing where none is under way. Where stdout is for programs it is said
 // beside it.

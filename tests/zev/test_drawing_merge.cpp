@@ -191,6 +191,22 @@ TEST_F(DrawingMerges, ADecidedMergeThatWasCutShortIsNotDoneTwice) {
     EXPECT_EQ(content("plan.dwx"), result);
 }
 
+// As soon as the index has the conflict: it must not be settled as if nobody merged.
+TEST_F(DrawingMerges, AMergeThatIsKilledInItsFilesIsKnown) {
+    go_apart(with_line(base, "34", "WALLS", "1.0"), with_line(base, "34", "DOORS", "2.0"));
+    const char *program = getenv("ZEV_BIN");
+    sh("exec 2>/dev/null; '" + (program ? std::string(program) : program_directory() + "/zev") +
+       "' merge side >/dev/null & while kill -0 $! && [ -z \"$(git ls-files -u)\" ]; do :; done; "
+       "kill -9 $!; wait || :");
+    // Whole by then, or known as a part: that is taken back first.
+    if (!unmerged().empty() && both("resolve --merge --all").code == 1) ok("merge --abort");
+    both("commit -m merged");
+    both("merge side");
+    EXPECT_EQ(lines(git("rev-list --parents -1 HEAD"))[0].size(), 3u * 40 + 2);
+    EXPECT_EQ(plan().find("  8\nDOORS\n 10\n2.0"), plan().rfind("  8\nDOORS\n 10\n2.0"));
+    EXPECT_EQ(git("status --porcelain"), "");
+}
+
 // As one that could not write all files: the next merge has theirs to bring once more.
 TEST_F(DrawingMerges, AMergeInPartBringsNoDrawingTogether) {
     go_apart(with_line(base, "34", "WALLS", "1.0"), with_line(base, "34", "DOORS", "2.0"));

@@ -10,6 +10,8 @@
 //
 // The index lock is held from before the first look until the commit stands. A crash leaves the
 // old commit, and files or an index that have what came in: that is no obstacle to merging again.
+// What it left in conflict is then no whole merge: were it committed as one without theirs as a
+// parent, the next would bring what they added to a drawing once more.
 
 #include "author.hpp"
 #include "bytes.hpp"
@@ -186,7 +188,7 @@ class Merge {
         if (!copy_.born()) return options_.dry ? foresee(nullptr) : move_forward();
         if (options_.force) clear_away();
         require_settled(copy_);
-        require_no_merge(copy_);
+        require_no_other_merge(copy_, *zCommitId(theirs_.get()));
         Graph graph(copy_, host_.notify);
         ours_ = copy_.head();
         const Oid ours = *zCommitId(ours_.get()), theirs = *zCommitId(theirs_.get());
@@ -266,6 +268,7 @@ class Merge {
         LocalWork(copy_, index.get(), incoming).require_none();
         stop_on_break(host_.notify);
         const std::optional<HeldDrawings> held = hold();
+        const BegunMerge begun(copy_, index.get(), *zCommitId(theirs_.get()));
         Transfer taken;
         {
             const TempBranch temporary(copy_, &base);
@@ -280,7 +283,9 @@ class Merge {
         const bool conflicts = zIndexHasConflicts(index.get());
         if (taken.broken_off && !conflicts && is_as_head(copy_, index.get()))
             throw Failed(kCanceled, "cancelled");
-        return conflicts ? conflicted() : commit(index.get(), author, taken);
+        if (conflicts) return conflicted();
+        if (!is_noted_) begun.end();
+        return commit(index.get(), author, taken);
     }
 
     // Where drawings may come together by themselves, what is told of them waits for that.
