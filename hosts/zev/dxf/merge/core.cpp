@@ -182,7 +182,8 @@ class Core {
     // What of theirs could be taken.
     void count_others() {
         for (const Item &item : merging_.items) {
-            if (!item.reason.empty() || item.is_same || item.side == Side::ours) continue;
+            if (!item.reason.empty() || item.is_same) continue;
+            if (item.side == Side::ours && !item.is_composed) continue;
             const bool was = item.is_in(kOurs), is = item.is_kept();
             merge_.added += is && !was;
             merge_.modified += is && was;
@@ -233,7 +234,8 @@ class Core {
             return std::ranges::all_of(row, [](char c) { return static_cast<uint8_t>(c) < 0x80; });
         };
         for (const Item &item : merging_.items)
-            if (item.is_kept() && !item.is_same && is_other[static_cast<size_t>(item.side)] &&
+            if (item.is_kept() && !item.is_same &&
+                (item.is_composed || is_other[static_cast<size_t>(item.side)]) &&
                 !is_ascii(merging_.result_row(item)))
                 throw host::Failed(host::kOther,
                                    host::say("%s: the sides have their texts in different "

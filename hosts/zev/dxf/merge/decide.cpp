@@ -68,6 +68,11 @@ class ByChange {
         item.is_same = merging_.is_same(item, kOurs, kTheirs);
         if (item.is_same) return agree(item);
         if (take_decision(item) || settle(item)) return;
+        dispute(item);
+    }
+
+    void dispute(Item &item) const {
+        item.is_disputed = item.is_in(kBase) && item.is_in(kOurs) && item.is_in(kTheirs);
         if (choices_.others)
             item.side = *choices_.others;
         else
@@ -83,11 +88,7 @@ class ByChange {
                       [&](uint64_t handle) { means_another |= merging_.handles.contains(handle); });
         if (!means_another || merging_.is_same(item, kBase, kOurs)) return;
         item.is_same = false;
-        if (take_decision(item)) return;
-        if (choices_.others)
-            item.side = *choices_.others;
-        else
-            item.reason = why(item);
+        if (!take_decision(item)) dispute(item);
     }
 
     bool take_decision(Item &item) const {

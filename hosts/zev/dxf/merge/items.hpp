@@ -31,6 +31,8 @@ struct Item {
     bool is_same = false;             // ours and theirs have the same bytes, or both lack it
     bool is_fixed = false;            // by the user
     bool is_forced = false;           // to come back, or to go, with what a decision was about
+    bool is_disputed = false;         // all have it, and both changed it in their own way
+    bool is_composed = false;         // `row` is of both sides, with the handles of the result
     bool is_apart = false;            // the other side added another one under the same id
     uint64_t number = 0;              // in place of the handle it has in theirs, 0: it keeps that
     std::optional<std::string> row{}; // in place of the side's

@@ -3,6 +3,7 @@
 // that misses it goes. Each object is turned over once at most, which bounds the rounds; a chain
 // that is longer than those stays in conflict.
 #include "dxf/merge/decide.hpp"
+#include "dxf/merge/disputed.hpp"
 
 #include "dxf/reader.hpp"
 
@@ -32,17 +33,21 @@ class Needs {
   public:
     Needs(Merging &merging, const Choices &choices,
           const std::array<std::vector<uint32_t>, 3> &runs)
-        : merging_(merging), choices_(choices), runs_(runs) {
+        : merging_(merging), choices_(choices), runs_(runs),
+          disputed_(merging, !choices.decided.empty() || choices.others) {
         for (uint32_t i = 0; i < merging.items.size(); ++i)
             for (const Side side : {Side::ours, Side::theirs}) list(i, side);
         for (const auto &[name, i] : names_of(Side::theirs)) replace_dropped(name, i);
     }
 
     void run() {
+        disputed_.compose_all();
         for (uint32_t i = 0; i < merging_.items.size(); ++i) bring_members(i);
         for (int round = 0; round < kMaxRounds; ++round) {
+            if (round) disputed_.compose_all();
             is_turned_ = false;
             violations_.clear();
+            look_at_dictionaries();
             look();
             for (const auto &[item, why] : violations_) settle(item, why);
             if (!is_turned_) break;
@@ -153,23 +158,29 @@ class Needs {
 
     void look_at(uint32_t i, const Item &item) {
         visit_needs(merging_.result_row(item), [&](const Reference &reference) {
-            if (reference.need == Need::name)
-                look_for_name(i, item.side, reference.name);
-            else
-                look_for_object(i, item.side, reference);
+            if (reference.need != Need::name) return look_for_object(i, item, reference);
+            look_for_name(i, item.side, reference.name);
+            if (item.is_composed) look_for_name(i, other(item.side), reference.name);
         });
     }
 
-    void look_for_object(uint32_t i, Side side, const Reference &reference) {
-        const auto alias = merging_.aliases.find(reference.handle);
-        const bool is_alias = side == Side::theirs && alias != merging_.aliases.end();
-        const Inventory &inventory = has_[static_cast<size_t>(is_alias ? Side::ours : side)];
-        const auto at = inventory.objects.find(is_alias ? alias->second : reference.handle);
-        if (at == inventory.objects.end() || !is_gone(merging_.items[at->second])) return;
+    void look_for_object(uint32_t i, const Item &item, const Reference &reference) {
+        const uint32_t at = item.is_composed ? disputed_.find(reference.handle)
+                                             : find_object(item.side, reference.handle);
+        if (at == kNowhere || !is_gone(merging_.items[at])) return;
         const std::string handle = handle_text(reference.handle);
-        violate(i, at->second,
+        violate(i, at,
                 reference.need == Need::owner ? host::say("its owner %s is gone", handle)
                                               : host::say("%s, which it names, is gone", handle));
+    }
+
+    // By the handle that a row of a side has for it.
+    uint32_t find_object(Side side, uint64_t handle) const {
+        const auto alias = merging_.aliases.find(handle);
+        const bool is_alias = side == Side::theirs && alias != merging_.aliases.end();
+        const Inventory &inventory = has_[static_cast<size_t>(is_alias ? Side::ours : side)];
+        const auto at = inventory.objects.find(is_alias ? alias->second : handle);
+        return at == inventory.objects.end() ? kNowhere : at->second;
     }
 
     void look_for_name(uint32_t i, Side side, const Name &name) {
@@ -197,6 +208,58 @@ class Needs {
         auto [at, is_new] = violations_.try_emplace(item);
         if (is_new) at->second.reason = std::move(reason);
         if (missing != kNowhere) at->second.missing.push_back(missing);
+    }
+
+    // What the other side put into a dictionary that a decision keeps as one side has it, goes, or
+    // is told where it was decided to stay.
+    void look_at_dictionaries() {
+        for (uint32_t i = 0; i < merging_.items.size(); ++i) {
+            const Item &item = merging_.items[i];
+            const bool is_decided =
+                item.is_fixed || item.is_forced || (item.is_disputed && choices_.others);
+            if (!is_decided || item.is_composed || !item.is_in(kOurs) || !item.is_in(kTheirs))
+                continue;
+            const std::string_view row = merging_.row(item, other(item.side));
+            if (is_dictionary(row))
+                visit_entries(row, [&](uint64_t handle) { leave_out(i, item, handle); });
+        }
+    }
+
+    void leave_out(uint32_t dictionary, const Item &item, uint64_t handle) {
+        const Side side = item.side;
+        const uint32_t at = find_object(other(side), handle);
+        if (at == kNowhere) return;
+        const Item &object = merging_.items[at];
+        if (!object.is_kept() || !object.reason.empty() || object.is_in(side) ||
+            owner_of(merging_.row(object, other(side))) != item.id)
+            return;
+        if (object.is_fixed || object.is_forced)
+            violate(at, dictionary,
+                    host::say("its dictionary %s doesn't name it", handle_text(item.id)));
+        else
+            take_with_owned(at, side);
+    }
+
+    // And all that was added as a part of it.
+    void take_with_owned(uint32_t first, Side side) {
+        if (owned_.empty()) list_owned();
+        std::vector<uint32_t> found{first};
+        for (size_t next = 0; next < found.size(); ++next) {
+            if (!turn(merging_.items[found[next]], side)) continue;
+            const std::pair owner(merging_.items[found[next]].id, uint32_t{0});
+            for (auto at = std::ranges::lower_bound(owned_, owner);
+                 at != owned_.end() && at->first == owner.first; ++at)
+                if (!merging_.items[at->second].is_in(side)) found.push_back(at->second);
+        }
+    }
+
+    void list_owned() {
+        for (uint32_t i = 0; i < merging_.items.size(); ++i) {
+            const Item &item = merging_.items[i];
+            if (item.is_in(kBase) || item.is_in(kOurs) == item.is_in(kTheirs)) continue;
+            if (const auto owner = owner_of(merging_.any_row(item))) owned_.push_back({*owner, i});
+        }
+        std::ranges::sort(owned_);
     }
 
     // What stands within a block, or behind a polyline or an insert, which is gone.
@@ -255,7 +318,11 @@ class Needs {
         if (why.rival != kNowhere) return settle_rivals(i, why.rival);
         // What is apart from ours under one number was not decided by that before.
         const auto side = item.is_apart ? decided(item) : choices_.others;
-        if (item.is_fixed || item.is_forced || side == item.side) {
+        if (item.is_composed && side) {
+            bool is_settled = false;
+            for (const uint32_t missing : why.missing) is_settled |= take(missing, *side);
+            if (!is_settled) take(i, *side);
+        } else if (item.is_fixed || item.is_forced || side == item.side) {
             for (const uint32_t missing : why.missing) take(missing, item.side);
         } else if (side) {
             take(i, *side);
@@ -286,15 +353,18 @@ class Needs {
         if (item.is_fixed || item.is_forced) return false;
         item.is_forced = is_turned_ = true;
         item.side = side;
+        item.is_composed = false;
         item.row.reset();
         item.reason.clear();
         return true;
     }
 
-    // The state of a side, to be there or not.
-    void take(uint32_t i, Side side) {
+    // The state of a side, to be there or not. False where that is settled.
+    bool take(uint32_t i, Side side) {
         Item &item = merging_.items[i];
-        if (turn(item, side) && are_members_of_sides(item)) turn_members(item, side);
+        if (!turn(item, side)) return false;
+        if (are_members_of_sides(item)) turn_members(item, side);
+        return true;
     }
 
     // What a decision keeps has all that is within as that side has it.
@@ -302,7 +372,8 @@ class Needs {
         Item &item = merging_.items[i];
         if (!item.is_kept() || !item.reason.empty() || !are_members_of_sides(item)) return;
         if (has_two_ends(item)) return choose_members(item);
-        const bool is_decided = item.is_fixed || (choices_.others && is_changed_by_both(item));
+        const bool is_decided =
+            item.is_fixed || (choices_.others && !item.is_composed && is_changed_by_both(item));
         if (is_decided && item.is_in(kBase)) turn_members(item, item.side);
     }
 
@@ -360,6 +431,8 @@ class Needs {
     std::array<Inventory, 2> has_;
     std::unordered_set<Name, NameHash> names_; // of the result
     std::map<uint32_t, Why> violations_;
+    Disputed disputed_;
+    std::vector<std::pair<uint64_t, uint32_t>> owned_; // additions, by their owners
     bool is_turned_ = false;
 };
 

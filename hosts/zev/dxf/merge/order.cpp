@@ -15,14 +15,6 @@ bool is_member(std::string_view type) {
     return type == "VERTEX" || type == "ATTRIB" || type == "SEQEND";
 }
 
-std::optional<uint64_t> owner_of(std::string_view record) {
-    std::optional<uint64_t> owner;
-    visit_needs(record, [&owner](const Reference &reference) {
-        if (reference.need == Need::owner) owner = reference.handle;
-    });
-    return owner;
-}
-
 class Order {
   public:
     Order(Merging &merging, const std::array<Skeleton, 3> &skeletons, Version chosen)

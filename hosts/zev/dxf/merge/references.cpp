@@ -147,6 +147,14 @@ void visit_needs(std::string_view record, const std::function<void(const Referen
     }
 }
 
+std::optional<uint64_t> owner_of(std::string_view record) {
+    std::optional<uint64_t> owner;
+    visit_needs(record, [&owner](const Reference &reference) {
+        if (reference.need == Need::owner) owner = reference.handle;
+    });
+    return owner;
+}
+
 void visit_handles(std::string_view record, const std::function<void(uint64_t)> &visit) {
     const std::string_view type = record_type(record);
     OwnHandle is_own(type);

@@ -47,6 +47,8 @@ struct Reference {
 };
 void visit_needs(std::string_view record, const std::function<void(const Reference &)> &visit);
 
+std::optional<uint64_t> owner_of(std::string_view record);
+
 // All handles that a record names, its own left out.
 void visit_handles(std::string_view record, const std::function<void(uint64_t)> &visit);
 

@@ -136,7 +136,7 @@ class Result {
     }
 
     std::optional<std::string> changed_row(const Item &item) const {
-        if (item.side == Side::ours || item.is_same) return item.row;
+        if (item.side == Side::ours || item.is_same || item.is_composed) return item.row;
         auto named = with_names(merging_.result_row(item), merging_.names);
         if (!named) named = item.row;
         if (merging_.handles.empty()) return named;
