@@ -141,12 +141,14 @@ class Union {
     Union(const Hole &base, const Hole &ours, const Hole &theirs, const FateOf &fate_of)
         : base_(base), ours_(ours), theirs_(theirs), fate_of_(fate_of) {}
 
-    // False for a conflict.
+    // False for a conflict. What a list names twice is in once.
     bool run() {
         for (const Element &mine : ours_.elements)
-            if (!take(mine, theirs_.find(mine.key))) return false;
+            if (ours_.find(mine.key) == &mine && !take(mine, theirs_.find(mine.key))) return false;
         for (const Element &other : theirs_.elements)
-            if (!ours_.find(other.key) && !take(other, nullptr)) return false;
+            if (theirs_.find(other.key) == &other && !ours_.find(other.key) &&
+                !take(other, nullptr))
+                return false;
         return !gives_second_name();
     }
 
