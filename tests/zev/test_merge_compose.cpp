@@ -76,6 +76,8 @@ TEST_F(MergeCompose, ListsOfBackReferencesAreUnited) {
     const auto none = std::string();
     expect_wall(wall(reactors({"20", "21"})), wall(reactors({"21", "22", "20"})),
                 wall(reactors({"20", "2"})), wall(reactors({"22", "20", "2"})));
+    expect_wall(wall(reactors({"20"})), wall(reactors({"22", "20", "22"})),
+                wall(reactors({"21", "20", "21"})), wall(reactors({"22", "20", "21"})));
     // One side has a list, and changed what the other left.
     expect_wall(wall(none), wall(reactors({"20"})), wall(reactors({"21"})),
                 wall(reactors({"20", "21"})));
@@ -239,6 +241,60 @@ TEST_F(MergeCompose, EntriesFollowTheDecisionsOnTheirObjects) {
         const std::string expected = side == Side::ours ? entry("C", "50") + b : b;
         EXPECT_NE(result().find(dictionary(expected)), std::string::npos) << result();
     }
+}
+
+// A layout is an entry, what that names, its entry in the table of blocks and its block.
+TEST_F(MergeCompose, LayoutsOfBothAreInAndGoAsAWhole) {
+    const auto add = [](Sections &side, const std::string &name, int first, const char *x) {
+        const auto at = [first](int n) {
+            return dxf::handle_text(static_cast<uint64_t>(first + n));
+        };
+        side.layers +=
+            record("BLOCK_RECORD", at(0),
+                   "330\n1\n100\nAcDbBlockTableRecord\n2\n*Paper_Space1\n340\n" + at(4) + "\n");
+        const std::string owner = "330\n" + at(0) + "\n";
+        side.blocks += record("BLOCK", at(1), owner + "2\n*Paper_Space1\n3\n*Paper_Space1\n") +
+                       record("LINE", at(2), owner + "10\n" + x + "\n") +
+                       record("ENDBLK", at(3), owner);
+        side.rest =
+            objects(dictionary(entry(name, at(4))) +
+                    record("LAYOUT", at(4),
+                           "330\nC\n100\nAcDbLayout\n1\n" + name + "\n330\n" + at(0) + "\n"));
+    };
+    base.rest = objects(dictionary(""));
+    const Sections start = base;
+    for (const int first : {0x100, 0x110}) {
+        ours = theirs = start;
+        add(ours, "Plan", 0x100, "1");
+        add(theirs, "Section", first, "2");
+        const std::string text = result();
+        EXPECT_NE(text.find("2\n*Paper_Space1\n3\n*Paper_Space1\n"), text.npos) << text;
+        EXPECT_NE(text.find("2\n*Paper_Space2\n3\n*Paper_Space2\n"), text.npos) << text;
+        EXPECT_NE(text.find("2\n*Paper_Space2\n340\n"), text.npos) << text;
+        theirs = start;
+        add(theirs, "PLAN", first, "2");
+        EXPECT_EQ(result(), "changed by both\n");
+        for (const Side side : {Side::ours, Side::theirs}) {
+            decided = {{0xC, side}};
+            const std::string chosen = result();
+            EXPECT_EQ(chosen.find("LAYOUT"), chosen.rfind("LAYOUT")) << chosen;
+            for (const char *type : {"\nBLOCK\n", "\nENDBLK\n", "\nBLOCK_RECORD\n"})
+                EXPECT_EQ(chosen.find(type), chosen.rfind(type)) << chosen;
+            const bool has_own =
+                chosen.find(side == Side::ours ? "\nPlan\n" : "\nPLAN\n") != chosen.npos;
+            EXPECT_TRUE(has_own) << chosen;
+        }
+        decided.clear();
+    }
+    // By a decision about the block the layout goes, too.
+    theirs = start;
+    add(theirs, "Section", 0x110, "2");
+    ours.layers += record("BLOCK_RECORD", "120", "2\nDOOR\n62\n1\n");
+    theirs.layers += record("BLOCK_RECORD", "121", "2\nDOOR\n62\n2\n") +
+                     record("LAYOUT", "122", "330\n1\n100\nAcDbLayout\n330\n121\n");
+    others = Side::ours;
+    const std::string text = result();
+    EXPECT_EQ(text.find("\n121\n"), text.npos) << text;
 }
 
 } // namespace

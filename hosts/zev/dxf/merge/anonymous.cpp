@@ -1,4 +1,5 @@
-// A name is a star, a letter or two, and a number. Names that are in use stand in the table of
+// A name is a star, a letter or two, and a number; of a layout that isn't the active one, its word
+// and a number. Names that are in use stand in the table of
 // blocks; a file of the old kind, which has none, tells them where the blocks are.
 #include "dxf/merge/anonymous.hpp"
 
@@ -12,19 +13,27 @@ namespace dxf::merging {
 
 namespace {
 
+constexpr std::string_view kLayout = "*PAPER_SPACE";
+
 // Compared by number, so that the new ones come in the order of the former.
 struct Anonymous {
     std::string prefix;
     uint64_t number;
     auto operator<=>(const Anonymous &) const = default;
     std::string text() const { return prefix + std::to_string(number); }
+    // As programs write it.
+    std::string spelled() const {
+        return prefix == kLayout ? "*Paper_Space" + std::to_string(number) : text();
+    }
 };
 
 std::optional<Anonymous> anonymous_name(std::string_view record) {
     const Name name = name_of(record);
     if (name.table != Table::block || !name.text.starts_with('*')) return {};
     const size_t digits = name.text.find_first_of("0123456789");
-    if (digits == name.text.npos || digits < 2 || digits > 3) return {};
+    if (digits == name.text.npos) return {};
+    const bool is_layout = std::string_view(name.text).substr(0, digits) == kLayout;
+    if (!is_layout && (digits < 2 || digits > 3)) return {};
     Anonymous found{name.text.substr(0, digits), 0};
     const char *last = name.text.data() + name.text.size();
     const auto [end, error] = std::from_chars(name.text.data() + digits, last, found.number);
@@ -46,7 +55,7 @@ class Renaming {
         if (!list_names("TABLES")) list_names("BLOCKS");
         for (const Anonymous &name : both) {
             const Anonymous renamed{name.prefix, ++highest_[name.prefix]};
-            merging_.names[name.text()] = renamed.text();
+            merging_.names[name.text()] = renamed.spelled();
         }
         for (Item &item : merging_.items)
             if (is_of(item, Side::theirs) && anonymous_name(merging_.row(item, kTheirs)))

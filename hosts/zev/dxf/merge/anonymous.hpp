@@ -1,5 +1,5 @@
-// Anonymous blocks: those that a program makes for a dimension, a hatch or a table, numbered by
-// whoever makes one, *D1, *D2 and so on, so that two people's get the same names.
+// Anonymous blocks: those that a program makes for a dimension, a hatch, a table or a layout,
+// numbered by whoever makes one, *D1, *D2 and so on, so that two people's get the same names.
 #pragma once
 
 #include "dxf/merge/layout.hpp"

@@ -257,7 +257,12 @@ class Needs {
         for (uint32_t i = 0; i < merging_.items.size(); ++i) {
             const Item &item = merging_.items[i];
             if (item.is_in(kBase) || item.is_in(kOurs) == item.is_in(kTheirs)) continue;
-            if (const auto owner = owner_of(merging_.any_row(item))) owned_.push_back({*owner, i});
+            const std::string_view row = merging_.any_row(item);
+            if (const auto owner = owner_of(row)) owned_.push_back({*owner, i});
+            if (record_type(row) == "BLOCK_RECORD") // a layout's is a part of it
+                visit_needs(row, [&](const Reference &reference) {
+                    if (reference.need == Need::object) owned_.push_back({reference.handle, i});
+                });
         }
         std::ranges::sort(owned_);
     }

@@ -132,9 +132,9 @@ void visit_needs(std::string_view record, const std::function<void(const Referen
         list.take(group);
         if (group.code == kSubclass || group.code >= kExtended) is_own_part = false;
         const bool is_owner = group.code == kOwner && is_own_part && !list.is_in_list();
-        // What a hatch is bound by.
-        const bool is_bound =
-            type == "HATCH" && group.code == kOwner && !is_own_part && !list.is_in_list();
+        // What a hatch is bound by, and the block of a layout.
+        const bool is_bound = is_one_of(type, {"HATCH", "LAYOUT"}) && group.code == kOwner &&
+                              !is_own_part && !list.is_in_list();
         if (is_owner || is_bound || is_hard(group.code)) {
             const auto handle = parse_handle(group.value);
             if (is_owner) is_own_part = false;
