@@ -52,7 +52,8 @@ def edit(doc, chance, name):
     """One edit. Names are of the editor's own, so that only handles can clash."""
     msp = doc.modelspace()
     found = list(msp.query("LINE CIRCLE TEXT INSERT POLYLINE LWPOLYLINE ARC"))
-    what = chance.randrange(11)
+    is_old = doc.dxfversion <= "AC1009"
+    what = chance.randrange(14)
     place = (chance.uniform(0, 50), chance.uniform(0, 50))
     if what < 3 and found:
         chance.choice(found).translate(*place, 0)
@@ -75,11 +76,20 @@ def edit(doc, chance, name):
     elif what == 8 and "DOOR" in doc.blocks:
         msp.add_blockref("DOOR", place).add_auto_attribs({"NUMBER": name})
     elif what == 9:
-        msp.add_linear_dim(base=place, p1=(0, 0), p2=(place[0], 0)).render()
-    elif doc.dxfversion > "AC1009":
-        msp.add_hatch(color=2).paths.add_polyline_path([place, (0, 0), (3, 4)])
+        dimension = msp.add_linear_dim(base=place, p1=(0, 0), p2=(place[0], 0)).render().dimension
+        lines = msp.query("LINE")
+        if lines and not is_old:  # of a few, so that both sides dimension one of them
+            chance.choice(lines[:3]).append_reactor_handle(dimension.dxf.handle)
+    elif what == 10 and not is_old:
+        group = doc.groups.new("%s-G%d" % (name, len(doc.groups)))
+        group.extend([msp.add_circle(place, 1), msp.add_circle(place, 3)])
+    elif what == 11 and not is_old:
+        layout = doc.layouts.new("%s-L%d" % (name, len(doc.layouts)))
+        layout.add_text(name).dxf.insert = place
+    elif is_old:
+        msp.add_line(place, (1, 1))
     else:
-        msp.add_circle(place, 1)
+        msp.add_hatch(color=2).paths.add_polyline_path([place, (0, 0), (3, 4)])
 
 
 def faults(path):
@@ -108,6 +118,14 @@ def new_faults(merged, *sides):
         else:
             found.append(fault)
     return found
+
+
+def named(path):
+    """Names of groups and of layouts, each with how much it has."""
+    doc = ezdxf.readfile(path)
+    layouts = [layout for layout in doc.layouts if layout.name != "Model"]
+    return {("group", name, len(group)) for name, group in doc.groups} | \
+           {("layout", layout.name, len(layout)) for layout in layouts}
 
 
 ezdxf.options.write_fixed_meta_data_for_testing = True  # else each save has its own time
@@ -165,7 +183,11 @@ class Pair:
     def check(self, ours, theirs, merged, is_undecided):
         # The old kind of file may have no handles, and each reading gives others.
         if is_undecided and ezdxf.readfile(self.base).dxfversion > "AC1009":
-            self.check_entities(*(entities(path) for path in (self.base, ours, theirs, merged)))
+            paths = (self.base, ours, theirs, merged)
+            self.check_entities(*map(entities, paths))
+            was, mine, others, now = map(named, paths)
+            if now != (was & mine & others) | (mine - was) | (others - was):
+                raise Failed("groups and layouts are %s" % sorted(now))
         for fault in new_faults(merged, ours, theirs):
             raise Failed("fault %d that nobody had before" % fault)
 

@@ -56,7 +56,7 @@ std::string Sheet::text() const {
 }
 
 void Sheet::edit(Random &random) {
-    switch (random.below(12)) {
+    switch (random.below(15)) {
     case 0:
     case 1:
         return remove(random);
@@ -70,6 +70,10 @@ void Sheet::edit(Random &random) {
         return rename_layer(random);
     case 7:
         return set_variable(random);
+    case 8:
+        return random.below(3) ? add_note(random) : remove_note(random);
+    case 9:
+        return add_reactor(random);
     default:
         return move(random);
     }
@@ -178,6 +182,65 @@ void Sheet::rename_layer(Random &random) {
                 break;
             }
     }
+}
+
+// The first dictionary is what all others are in.
+void Sheet::add_note(Random &random) {
+    const auto first = std::ranges::find(records_, "DICTIONARY", &Record::type);
+    if (first == records_.end() || !first->handle) return;
+    const std::string name = "NOTE" + std::to_string(random.below(6));
+    if (first->bytes.find(name) != std::string::npos) return;
+    const std::string handle = dxf::handle_text(next_), owner = dxf::handle_text(first->handle);
+    first->bytes += "  3\n" + name + "\n" + (random.below(2) ? "350\n" : "360\n") + handle + "\n";
+    const std::string note = "  0\nXRECORD\n  5\n" + handle + "\n330\n" + owner +
+                             "\n100\nAcDbXrecord\n  1\nNOTE " + std::to_string(random.below(3)) +
+                             "\n";
+    records_.insert(first + 1, {dxf::Kind::object, note, "XRECORD", next_++, false});
+}
+
+// An entry with its object, if that isn't a dictionary with entries.
+void Sheet::remove_note(Random &random) {
+    const auto first = std::ranges::find(records_, "DICTIONARY", &Record::type);
+    if (first == records_.end()) return;
+    std::string_view left = first->bytes, name;
+    std::vector<std::pair<std::string_view, uint64_t>> entries;
+    for (Group group; take_group(left, group);) {
+        if (group.code == 3) name = group.bytes;
+        if (group.code == 350 || group.code == 360)
+            entries.push_back({{name.data(), name.size() + group.bytes.size()},
+                               dxf::merging::parse_handle(group.value).value_or(0)});
+    }
+    if (entries.empty()) return;
+    const auto [bytes, handle] = entries[random.below(entries.size())];
+    const auto object = std::ranges::find(records_, handle, &Record::handle);
+    if (object == records_.end() || object == first) return;
+    Group group;
+    for (std::string_view in = object->bytes; take_group(in, group);)
+        if (group.code == 3) return;
+    first->bytes.erase(static_cast<size_t>(bytes.data() - first->bytes.data()), bytes.size());
+    records_.erase(object);
+}
+
+void Sheet::add_reactor(Random &random) {
+    std::vector<size_t> found = entities();
+    std::erase_if(found, [this](size_t at) { return !records_[at].handle; });
+    if (found.empty()) return;
+    Record &record = records_[found[random.below(std::min<size_t>(found.size(), 4))]];
+    const uint64_t other = records_[found[random.below(found.size())]].handle;
+    const std::string name = "330\n" + dxf::handle_text(other) + "\n",
+                      open = "102\n{ACAD_REACTORS\n";
+    if (const size_t at = record.bytes.find(open); at != std::string::npos) {
+        record.bytes.insert(at + open.size(), name);
+        return;
+    }
+    std::string out;
+    bool is_done = false;
+    std::string_view left = record.bytes;
+    for (Group group; take_group(left, group);) {
+        out += group.bytes;
+        if (group.code == 5 && !std::exchange(is_done, true)) out += open + name + "102\n}\n";
+    }
+    record.bytes = out;
 }
 
 void Sheet::set_variable(Random &random) {

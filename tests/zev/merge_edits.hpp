@@ -31,7 +31,8 @@ class Sheet {
     std::string text() const;
 
     // One edit: an entity moved, deleted, copied under a new handle or changed in its layer, a new
-    // layer with something on it, a layer or a block renamed, a variable, a save.
+    // layer with something on it, a layer or a block renamed, a variable, a save, a note in a
+    // dictionary or out of it, an entity named back by another one.
     void edit(Random &random);
 
   private:
@@ -49,6 +50,9 @@ class Sheet {
     void add_layer(Random &random);
     void rename_layer(Random &random);
     void set_variable(Random &random);
+    void add_note(Random &random);
+    void remove_note(Random &random);
+    void add_reactor(Random &random);
     void copy_record(size_t at, size_t behind);
     void set_value(Record &record, int code, const std::string &value) const;
 

@@ -3,6 +3,7 @@
 // one.
 #include "dxf/drawing.hpp"
 #include "dxf/merge.hpp"
+#include "dxf/merge/compose.hpp"
 #include "dxf/rows.hpp"
 #include "merge_edits.hpp"
 #include "merge_versions.hpp"
@@ -119,12 +120,15 @@ std::multiset<std::string> without_handles(const std::string &text, bool all = f
     std::multiset<std::string> out;
     for (const dxf::Part &part : dxf::split(text, "text").parts) {
         if (!all && part.kind != dxf::Kind::object) continue;
-        std::string record;
+        std::vector<std::string> groups;
         std::string_view left = part.bytes;
         for (dxf::merging::Group group; dxf::take_group(left, group);) {
-            record += is_handle(group.code) ? std::to_string(group.code) + "\n"
-                                            : std::string(group.bytes);
+            groups.push_back(is_handle(group.code) ? std::to_string(group.code) + "\n"
+                                                   : std::string(group.bytes));
         }
+        if (part.type == "DICTIONARY") std::ranges::sort(groups); // the sides' own come first
+        std::string record;
+        for (const std::string &group : groups) record += group;
         out.insert(record);
     }
     return out;
@@ -137,15 +141,71 @@ bool has_handle_twice(const std::string &text) {
     return false;
 }
 
+bool is_composed(std::string_view record) {
+    return record.find("DICTIONARY") != record.npos || record.find("{ACAD_REACTORS") != record.npos;
+}
+
+// Names of a dictionary's entries, or how often a list names another object back.
+std::multiset<std::string> named_in(std::string_view record) {
+    std::multiset<std::string> out;
+    bool is_in_list = false;
+    for (dxf::merging::Group group; dxf::take_group(record, group);) {
+        if (group.code == 102) is_in_list = group.value == "{ACAD_REACTORS";
+        if (group.code == 3 || is_in_list) out.insert(std::string(group.value));
+    }
+    return out;
+}
+
+// What both changed has what either put in, and nothing that either took out.
+void is_put_together(std::string_view was, std::string_view mine, std::string_view others,
+                     std::string_view is) {
+    EXPECT_TRUE(is_composed(is)) << is;
+    const auto base = named_in(was), a = named_in(mine), b = named_in(others), all = named_in(is);
+    for (const std::string &name : a)
+        EXPECT_EQ(all.contains(name), b.contains(name) || !base.contains(name)) << name << is;
+    if (dxf::record_type(is) != "DICTIONARY") return; // theirs' may have new handles
+    for (const std::string &name : b)
+        EXPECT_EQ(all.contains(name), a.contains(name) || !base.contains(name)) << name << is;
+}
+
+// Each note is in the dictionary of which it is, and nothing is named there that isn't.
+void has_no_orphans(const std::string &text) {
+    std::set<uint64_t> notes, named;
+    for (const dxf::Part &part : dxf::split(text, "text").parts) {
+        if (part.bytes.find("AcDbXrecord\n  1\nNOTE ") != part.bytes.npos)
+            notes.insert(part.handle);
+        if (part.type == "DICTIONARY")
+            dxf::merging::visit_entries(part.bytes, [&](uint64_t handle) { named.insert(handle); });
+    }
+    for (const uint64_t note : notes) EXPECT_TRUE(named.contains(note)) << std::hex << note;
+}
+
+// A text without lists of those that name a record back.
+std::string without_lists(const std::string &text) {
+    std::string out;
+    bool is_in_list = false;
+    std::string_view left = text;
+    for (dxf::merging::Group group; dxf::take_group(left, group);) {
+        const bool was_in_list = is_in_list;
+        if (group.code == 102) is_in_list = group.value == "{ACAD_REACTORS";
+        if (!was_in_list && !is_in_list) out += group.bytes;
+    }
+    return out;
+}
+
 // Each record that there is once, but for its handles, is there if it was, but for what either side
-// did about it.
+// did about it. What is put together of both is looked at by itself.
 void adds_up(const Pair &pair, const std::string &result) {
-    const auto base = without_handles(pair.text(pair.base)), a = without_handles(pair.text(pair.a)),
-               b = without_handles(pair.text(pair.b)), merged = without_handles(result);
+    const auto records_of = [](const std::string &text) {
+        return without_handles(without_lists(text));
+    };
+    const auto base = records_of(pair.text(pair.base)), a = records_of(pair.text(pair.a)),
+               b = records_of(pair.text(pair.b)), merged = records_of(result);
     std::set<std::string> all;
     for (const auto *records : {&base, &a, &b, &merged})
         all.insert(records->begin(), records->end());
     for (const std::string &record : all) {
+        if (record.find("DICTIONARY") != record.npos) continue;
         const size_t was = base.count(record), mine = a.count(record), others = b.count(record);
         if (std::max({was, mine, others}) > 1) continue;
         const size_t is = merged.count(record), expected = mine == was ? others : mine;
@@ -201,8 +261,8 @@ void holds_both(const Pair &pair, const dxf::Keys &result, uint64_t renumbered) 
         } else if (was.empty()) {
             EXPECT_EQ(is, mine) << std::hex << number;
             apart += dxf::record_type(others) != "LAYER"; // which may have been united
-        } else {
-            EXPECT_EQ(dxf::record_type(is), "TABLE") << std::hex << number;
+        } else if (dxf::record_type(is) != "TABLE") {
+            is_put_together(was, mine, others, is);
         }
     }
     EXPECT_GE(renumbered, apart ? 1u : 0u);
@@ -232,7 +292,10 @@ void check_laws(const std::string &sheet, uint64_t seed, std::map<std::string, i
         for (const dxf::Side side : {dxf::Side::ours, dxf::Side::theirs}) {
             const auto decided = store.merge(pair.base, pair.a, pair.b, {}, side);
             EXPECT_TRUE(decided.conflicts.empty()) << decided.conflicts[0].reason;
-            if (decided.conflicts.empty()) is_well_formed(pair.text(store.keep(decided)));
+            if (!decided.conflicts.empty()) continue;
+            const std::string text = pair.text(store.keep(decided));
+            is_well_formed(text);
+            has_no_orphans(text);
         }
         return;
     }
@@ -245,6 +308,7 @@ void check_laws(const std::string &sheet, uint64_t seed, std::map<std::string, i
     const bool is_faulty = has_handle_twice(sheet) || has_handle_twice(text);
     if (!is_faulty) adds_up(pair, text);
     is_well_formed(text);
+    has_no_orphans(text);
     seen["renumbered"] += merge.renumbered != 0;
     // An import of the text over the result changes nothing, not even the summary.
     const dxf::Keys again = store.add(text, &result);
