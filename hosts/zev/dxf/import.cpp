@@ -59,6 +59,7 @@ class Importer {
         make_layout();
         if (is_saved_only()) return result_;
         stamp_others();
+        if (!rows_.empty()) picture_.begin();
         write_rows(table_.get(), rows_, request_.notify);
         write_manifest();
         fresh_ = false;
@@ -156,6 +157,7 @@ class Importer {
     // One pass over the former rows decides every key. Which object is meant is known ahead, so
     // that one whose row is gone counts as modified.
     void keep_unchanged() {
+        if (!former_) return;
         std::vector<DrawingKey> keys;
         keys.reserve(formers_.size());
         for (Former &former : formers_) {
@@ -165,6 +167,9 @@ class Importer {
             former.item = item_of(former);
             if (former.item) former.item->known = true;
         }
+        read_rows(
+            table_.get(), {*zDrawingDS(former_.get())}, request_.notify,
+            [&](size_t, std::string_view layout) { has_kept_ = !differences_in(layout).empty(); });
         read_rows(table_.get(), keys, request_.notify,
                   [&](size_t i, std::string_view value) { take_row(formers_[i], value); });
     }
@@ -183,7 +188,8 @@ class Importer {
             item->key = former.key;
             former.hold(item->value);
         } else {
-            if (item != &blocks_[2]) picture_.begin(); // takes as long as the rest
+            const bool is_change = !has_kept_ && item != &blocks_[0] && item != &blocks_[2];
+            if (is_change) picture_.begin(); // takes as long as the rest
             if (may_keep() || item == &blocks_[0] || item == &blocks_[2])
                 former.hold(arena_.copy(value));
             if (!item) former.is_drawn = is_drawn(value);
@@ -210,7 +216,7 @@ class Importer {
         std::sort(former_list_.begin(), former_list_.end(), place);
         if (!former_) return;
         Keeper keeper(objects_, former_list_, arena_);
-        result_.match = keeper.run(request_.match, has_kept_bytes());
+        result_.match = keeper.run(request_.match, has_kept_);
         if (result_.match != Match::normal && result_.match != Match::content) return;
         for (Former &former : formers_) keep_class(former);
         keep_header(keeper);
@@ -247,12 +253,6 @@ class Importer {
             return;
         header.key = former->key;
         header.value = former->value;
-    }
-
-    // Whether the last import had other bytes than those that were kept.
-    bool has_kept_bytes() const {
-        const Former *layout = former_block(blocks_[2]);
-        return layout && layout->is_held && !differences_in(layout->value).empty();
     }
 
     // What stands between the records, each against the one at its place.
@@ -480,6 +480,7 @@ class Importer {
 
     host::OwnedDrawing former_; // as it stands in the work directory
     uint64_t former_objects_ = 0;
+    bool has_kept_ = false; // bytes against those of the last import, which most rows differ from
     std::vector<Former> formers_;
     std::vector<Former *> former_list_; // the objects among them, in the drawing's order
     host::OwnedTable table_;
