@@ -14,6 +14,9 @@ const Argument &Argument::required(bool is) const { return option_->required(is)
 const Argument &Argument::excludes(const Argument &other) const {
     return option_->excludes(other.option_), *this;
 }
+const Argument &Argument::needs(const Argument &other) const {
+    return option_->needs(other.option_), *this;
+}
 const Argument &Argument::one_each() const { return option_->allow_extra_args(false), *this; }
 const Argument &Argument::unsigned_only(const std::string &fault) const {
     option_->check([fault](const std::string &text) { return text.starts_with('-') ? fault : ""; });

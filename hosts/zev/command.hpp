@@ -28,6 +28,7 @@ class Argument {
     const Argument &type_name(const std::string &name) const; // of its value, in the help
     const Argument &required(bool is = true) const;
     const Argument &excludes(const Argument &other) const;
+    const Argument &needs(const Argument &other) const;
     const Argument &one_each() const; // of its values behind each naming of it
     const Argument &nonnegative() const;
     const Argument &

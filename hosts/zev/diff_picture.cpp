@@ -24,65 +24,46 @@ namespace {
 
 using picture::Format;
 
-// One side of the picture; without the drawing it has no version.
-struct Side {
-    Side(const Host &host, const WorkingCopy &copy, const std::string &path,
-         const std::string &revision) {
-        if (revision.empty()) {
-            name = say("the work file");
-            if (copy.is_on_disk(path)) version.emplace(host, copy, path, revision);
-            return;
-        }
-        name = revision;
-        if (revision == "HEAD" && !copy.born()) return;
-        const OwnedCommit commit = commit_with(host, copy, revision, path);
-        // Of a tag, a branch or a commit the name says enough.
-        const bool is_relative = revision.find_first_of("~^") != revision.npos;
-        if (revision == "HEAD" || is_relative)
-            name += " (" + short_id(zCommitId(commit.get())) + ")";
-        if (copy.entry(commit.get(), path)) version.emplace(host, copy, path, revision);
-    }
-    std::string name;
-    std::optional<DrawingVersion> version;
-};
+// What a version is called, whether it has the drawing or not.
+std::string version_name(const Host &host, const WorkingCopy &copy, const std::string &path,
+                         const std::string &revision) {
+    if (revision.empty()) return say("the work file");
+    if (revision == "HEAD" && !copy.born()) return revision;
+    // Of a tag, a branch or a commit the name says enough.
+    const bool is_relative = revision.find_first_of("~^") != revision.npos;
+    if (revision != "HEAD" && !is_relative) return revision;
+    const OwnedCommit commit = commit_with(host, copy, revision, path);
+    return revision + " (" + short_id(zCommitId(commit.get())) + ")";
+}
 
 class Subject {
   public:
     Subject(Host &host, const WorkingCopy &copy, const DiffPicture &request)
-        : older_(host, copy, request.path, request.from.empty() ? "HEAD" : request.from),
-          newer_(host, copy, request.path, request.to) {
-        // Without both it is told where the newer one isn't.
-        if (!older_.version && !newer_.version)
-            newer_.version.emplace(host, copy, request.path, request.to);
-        require_one_table(request.path);
+        : versions_(host, copy, request.path, request.from, request.to),
+          older_(
+              version_name(host, copy, request.path, request.from.empty() ? "HEAD" : request.from)),
+          newer_(version_name(host, copy, request.path, request.to)) {
         std::vector<dxf::Keys> keys;
-        for (const Side *side : {&older_, &newer_})
-            if (side->version) keys.emplace_back(side->version->manifest);
+        for (const DrawingVersion *version : {versions_.older(), versions_.newer()})
+            if (version) keys.emplace_back(version->manifest);
         fetch(host, copy, keys, request.path);
         contents_.emplace(copy.repository(), keys, request.path, host.notify);
-        const dxf::KeyList none;
-        changes_ = dxf::compare_objects(older_.version ? older_.version->manifest.objects : none,
-                                        newer_.version ? newer_.version->manifest.objects : none);
-        if (older_.version && newer_.version) drop_restored();
+        changes_ = dxf::compare_objects(versions_.from().objects, versions_.to().objects);
+        if (versions_.older() && versions_.newer()) drop_restored();
     }
 
     picture::DiffCounts write(const picture::DiffOptions &options,
                               const picture::Write &write) const {
         const dxf::Content none;
-        const dxf::Content &older = older_.version ? (*contents_)[0] : none;
-        const dxf::Content &newer = newer_.version ? (*contents_)[older_.version ? 1 : 0] : none;
+        const dxf::Content &older = versions_.older() ? (*contents_)[0] : none;
+        const dxf::Content &newer =
+            versions_.newer() ? (*contents_)[versions_.older() ? 1 : 0] : none;
         return picture::write_diff(older, newer, changes_, options, write);
     }
-    const std::string &older() const { return older_.name; }
-    const std::string &newer() const { return newer_.name; }
+    const std::string &older() const { return older_; }
+    const std::string &newer() const { return newer_; }
 
   private:
-    void require_one_table(const std::string &path) const {
-        if (!older_.version || !newer_.version) return;
-        if (!zOidIsEqual(&older_.version->manifest.table, &newer_.version->manifest.table))
-            throw Failed(kOther, say("%s: the two versions are kept in different tables", path));
-    }
-
     // What was changed and put back has another key and the same bytes.
     void drop_restored() {
         std::unordered_map<uint64_t, std::string_view> left;
@@ -119,7 +100,8 @@ class Subject {
         fetch_rows(host, copy, versions.front().table, keys, path);
     }
 
-    Side older_, newer_;
+    const DrawingVersions versions_;
+    const std::string older_, newer_; // what they are called
     std::optional<dxf::Contents> contents_;
     std::vector<dxf::ObjectChange> changes_;
 };
@@ -135,6 +117,7 @@ picture::DiffCounts write(Host &host, const Subject &subject, const DiffPicture 
     picture::DiffCounts counts;
     picture::Raster raster;
     raster.format = format;
+    raster.side = picture::side_of(request.size, format);
     raster.theme = options.theme;
     raster.notify = host.notify;
     picture::rasterize([&](const picture::Write &to) { counts = subject.write(options, to); },
@@ -166,7 +149,8 @@ void tell(Host &host, const DiffPicture &request, uint64_t size,
 } // namespace
 
 void draw_diff(Host &host, const WorkingCopy &copy, const DiffPicture &request) {
-    picture::format_of(request.file); // or a failure, before anything is read
+    // Or a failure, before anything is read.
+    picture::side_of(request.size, picture::format_of(request.file));
     if (host.out.json() && request.file == "-")
         throw Failed(kInvalid, "a picture on stdout can't go with --json");
     require_export_right(copy, request.path);

@@ -9,6 +9,7 @@ struct DiffPicture {
     std::string path;     // of the drawing
     std::string from, to; // revisions; an empty `from` is HEAD, an empty `to` the work file
     std::string file;     // SVG, PNG or PDF by its suffix; - is SVG on stdout
+    uint64_t size = 0;    // pixels of a PNG's longer side, 0 where none were asked for
     bool is_dark = false;
     bool is_forced = false; // what the file displaces goes to the trash without a question
 };

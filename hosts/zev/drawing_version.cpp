@@ -50,4 +50,32 @@ DrawingVersion::DrawingVersion(const Host &host, const WorkingCopy &copy, const 
 DrawingVersion::DrawingVersion(const WorkingCopy &copy, const Oid &id, const std::string &name)
     : name(name), bytes(read_stored(copy, id, name)), manifest(manifest_of(bytes, name)) {}
 
+namespace {
+
+bool is_there(const Host &host, const WorkingCopy &copy, const std::string &path,
+              const std::string &revision) {
+    if (revision.empty()) return copy.is_on_disk(path);
+    if (revision == "HEAD" && !copy.born()) return false;
+    return bool(copy.entry(commit_with(host, copy, revision, path).get(), path));
+}
+
+std::unique_ptr<DrawingVersion> read_if_there(const Host &host, const WorkingCopy &copy,
+                                              const std::string &path,
+                                              const std::string &revision) {
+    if (!is_there(host, copy, path, revision)) return {};
+    return std::make_unique<DrawingVersion>(host, copy, path, revision);
+}
+
+} // namespace
+
+DrawingVersions::DrawingVersions(const Host &host, const WorkingCopy &copy, const std::string &path,
+                                 const std::string &from, const std::string &to)
+    : older_(read_if_there(host, copy, path, from.empty() ? "HEAD" : from)),
+      newer_(read_if_there(host, copy, path, to)) {
+    // Without both it is told where the newer one isn't.
+    if (!older_ && !newer_) newer_ = std::make_unique<DrawingVersion>(host, copy, path, to);
+    if (has_both() && !zOidIsEqual(&older_->manifest.table, &newer_->manifest.table))
+        throw Failed(kOther, say("%s: the two versions are kept in different tables", path));
+}
+
 } // namespace host

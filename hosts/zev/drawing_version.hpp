@@ -5,6 +5,8 @@
 #include "dxf/manifest.hpp"
 #include "verb.hpp"
 
+#include <memory>
+
 namespace host {
 
 struct DrawingVersion {
@@ -17,6 +19,28 @@ struct DrawingVersion {
     std::string name; // "REV:PATH", or the path
     std::string bytes;
     dxf::Manifest manifest; // lends from the bytes
+};
+
+// Two versions to be compared. One that hasn't got the drawing, as a HEAD without commits, is as
+// one without objects.
+class DrawingVersions {
+  public:
+    // An empty `from` is HEAD, an empty `to` the work file. Throws where neither has the drawing,
+    // and where they have it in different tables.
+    DrawingVersions(const Host &host, const WorkingCopy &copy, const std::string &path,
+                    const std::string &from, const std::string &to);
+
+    const DrawingVersion *older() const { return older_.get(); } // may be null
+    const DrawingVersion *newer() const { return newer_.get(); } // likewise
+    bool has_both() const { return older_ && newer_; }
+    const dxf::Manifest &from() const { return older_ ? older_->manifest : none_; }
+    const dxf::Manifest &to() const { return newer_ ? newer_->manifest : none_; }
+    const Oid &table() const { return (newer_ ? newer_ : older_)->manifest.table; }
+
+  private:
+    const std::unique_ptr<DrawingVersion> older_;
+    std::unique_ptr<DrawingVersion> newer_;
+    const dxf::Manifest none_;
 };
 
 } // namespace host

@@ -411,6 +411,9 @@ TEST_F(DiffVerb, DrawsIntoAFile) {
     EXPECT_EQ(code("diff plan.dwx --svg ../p.svg"), 6) << "it is there already";
     EXPECT_EQ(code("diff plan.dwx --svg ../p.svg --force"), 0);
     EXPECT_EQ(code("diff --svg ../r.svg"), 2);
+    for (const char *idle : {"--dark", "--force", "--size 300", "--svg ../r.svg --stat",
+                             "--svg ../r.svg --brief", "--svg ../r.svg --full"})
+        EXPECT_EQ(code(std::string("diff plan.dwx ") + idle), 2) << idle;
     EXPECT_EQ(code("diff plan.dwx --svg ../r.txt"), 2);
     EXPECT_EQ(code("diff plan.dwx HEAD HEAD --svg ../same.svg"), 0);
     EXPECT_NE(test::read(home + "/same.svg").find("Nothing changed."), std::string::npos);
@@ -444,12 +447,21 @@ TEST_F(DiffVerb, KeepsThePagerAwayFromPictures) {
     EXPECT_NE(again.find("1 modified"), again.npos) << again;
 }
 
-TEST_F(DiffVerb, DrawsADrawingThatIsNew) {
+// In words as in the picture.
+TEST_F(DiffVerb, ShowsADrawingThatIsNewOrGone) {
     draw(test_data("plan.dxf"));
+    const std::string told = ok("diff plan.dwx");
+    EXPECT_NE(told.find("added     32        CIRCLE\n"), told.npos) << told;
+    EXPECT_NE(told.find(" added, 0 modified, 0 removed"), told.npos) << told;
+    EXPECT_EQ(told.find("the header"), told.npos) << told;
     EXPECT_NE(ok("diff plan.dwx --svg ../p.svg").find(" added, 0 modified"), std::string::npos);
     EXPECT_NE(code("diff none.dwx --svg ../q.svg"), 0);
     EXPECT_NE(code("diff plan.dwx nowhere --svg ../q.svg"), 0);
     EXPECT_FALSE(there("../q.svg"));
+    play("add .; commit -m one");
+    std::filesystem::remove(root + "/plan.dwx");
+    EXPECT_NE(ok("diff plan.dwx").find("0 added, 0 modified, "), std::string::npos);
+    EXPECT_NE(code("diff none.dwx"), 0);
 }
 
 } // namespace

@@ -161,6 +161,10 @@ TEST_F(View, SaysWhatIsWrongWithTheRendererOfChanges) {
     EXPECT_EQ(sh("trap '' CHLD; ZEV_AUTHOR=Ada '" + program_directory() +
                  "/zev' view plan.dwx -o ../p.png 2>/dev/null || echo $?"),
               "1\n");
+    program("rsvg-convert", "echo \"$*\"");
+    ok("diff plan.dwx --svg ../s.png --size 300");
+    EXPECT_NE(test::read(home + "/s.png").find("--width=300 --height=300"), std::string::npos);
+    EXPECT_EQ(code("diff plan.dwx --svg ../s.svg --size 300"), 2);
     program("rsvg-convert", "exec cat");
     EXPECT_EQ(code("diff plan.dwx --svg ../p.png"), 0);
     EXPECT_EQ(test::read(home + "/p.png"), out("diff plan.dwx --svg -"));
@@ -276,8 +280,12 @@ TEST_F(View, GivesTheDesktopTheSmallPicture) {
     ASSERT_OK(zDrawingSetThumbnail(drawing.get(), 5, "\0PNG!"));
     ASSERT_OK(zDrawingWrite(drawing.get(), test::wide(home + "/small.dwx").c_str()));
     test::write(home + "/made.png", ""); // by who asks
-    EXPECT_EQ(zev(home, "view --thumbnail small.dwx -o made.png").code, 0);
+    EXPECT_EQ(zev(home, "view --thumbnail small.dwx -o made.png").out, "made.png: 5 Bytes\n");
     EXPECT_EQ(test::read(home + "/made.png"), std::string("\0PNG!", 5));
+    const std::string record = zev(home, "--json view --thumbnail small.dwx -o told.png").out;
+    EXPECT_EQ(field(record, u"file") + field(record, u"format"), "told.pngpng");
+    EXPECT_EQ(zev(home, "--json view --thumbnail small.dwx -o - 2>/dev/null").code, 2);
+    EXPECT_EQ(zev(home, "view --thumbnail small.dwx -o - --dark 2>/dev/null").code, 2);
     EXPECT_EQ(zev(home, "view --thumbnail small.dwx -o made.png 2>/dev/null").code, 6);
     EXPECT_EQ(zev(home, "view --thumbnail none.dwx -o none.png 2>/dev/null").code, 3);
 }

@@ -264,6 +264,15 @@ const char *name_of(Format format) {
     return kNames[static_cast<size_t>(format)];
 }
 
+uint32_t side_of(uint64_t size, Format format) {
+    constexpr uint64_t kLeast = 16, kMost = 10'000;
+    if (!size) return kUsualSide;
+    if (format != Format::png) throw Failed(host::kInvalid, "--size is for a PNG file");
+    if (size < kLeast || size > kMost)
+        throw Failed(host::kInvalid, say("--size: from %s to %s pixels", kLeast, kMost));
+    return static_cast<uint32_t>(size);
+}
+
 void rasterize(const std::function<void(const Write &)> &svg, const Raster &raster,
                const Write &write) {
     Pipes pipes;                  // are closed last,

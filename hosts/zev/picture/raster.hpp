@@ -12,9 +12,15 @@ enum class Format : uint8_t { svg, png, pdf };
 Format format_of(const std::string &file);
 const char *name_of(Format format);
 
+inline constexpr uint32_t kUsualSide = 2000; // pixels
+
+// Pixels of a PNG's longer side, where `size` were asked for; 0 stands for none. Throws for other
+// formats with a size, and for one that makes no sense.
+uint32_t side_of(uint64_t size, Format format);
+
 struct Raster {
     Format format = Format::png; // not SVG
-    uint32_t side = 2000;        // pixels of a PNG's longer side
+    uint32_t side = kUsualSide;  // of a PNG
     Theme theme;                 // whose ground is behind all
     std::chrono::milliseconds patience = std::chrono::minutes(5);
     const Notify *notify = nullptr; // that can break it off

@@ -28,6 +28,7 @@ struct Options {
     bool full = false;    // the fields of added and removed objects, too
     std::string picture;  // the file of a picture in place of all text; empty for none
     bool is_dark = false; // the picture's ground
+    uint64_t size = 0;    // of a PNG file in pixels; 0 for the usual one
     bool force = false;   // what its file displaces goes to the trash without a question
 };
 
@@ -36,7 +37,8 @@ void declare(Command &verb, Options &options) {
     verb.footer("Without a file all are shown that were changed since HEAD.\n"
                 "Without a revision the work file is compared with HEAD, with one\n"
                 "with that, with two the first with the second. A modified object\n"
-                "shows the fields that changed, by group code, old and new.\n"
+                "shows the fields that changed, by group code, old and new. A version\n"
+                "that hasn't got the drawing is as an empty one.\n"
                 "--svg draws the changes of one drawing: what stayed in grey, old lines with\n"
                 "gaps, new ones heavy, what was moved with an arrow; each place with changes is\n"
                 "numbered, and shown enlarged below.\n"
@@ -50,16 +52,21 @@ void declare(Command &verb, Options &options) {
         verb.add_flag("--full", options.full, "All fields of added and removed objects, too");
     const Argument brief =
         verb.add_flag("--brief,--no-fields", options.brief, "Only which objects, not what in them");
-    verb.add_flag("--stat", options.stat, "Totals by kind and by layer in place of objects")
-        ->excludes(full)
-        ->excludes(brief);
+    const Argument stat =
+        verb.add_flag("--stat", options.stat, "Totals by kind and by layer in place of objects");
+    stat->excludes(full)->excludes(brief);
     full->excludes(brief);
-    verb.add_option("--svg", options.picture,
-                    "The changes of a drawing as a picture; also .png, .pdf; - is stdout")
-        ->type_name("FILE");
-    verb.add_flag("--dark", options.is_dark, "The picture on a dark ground");
+    const Argument svg =
+        verb.add_option("--svg", options.picture,
+                        "The changes of a drawing as a picture; also .png, .pdf; - is stdout");
+    svg->type_name("FILE")->excludes(stat)->excludes(brief)->excludes(full);
+    verb.add_flag("--dark", options.is_dark, "The picture on a dark ground")->needs(svg);
+    verb.add_option("--size", options.size, "Pixels of a PNG file's longer side, else 2000")
+        ->type_name("N")
+        ->needs(svg);
     verb.add_flag("--force", options.force,
-                  "A file of that name goes to the trash, without a question");
+                  "A file of that name goes to the trash, without a question")
+        ->needs(svg);
 }
 
 using dxf::ObjectChange;
@@ -73,12 +80,9 @@ class Difference {
   public:
     Difference(Host &host, const WorkingCopy &copy, const Options &options, const std::string &path)
         : host_(host), copy_(copy), options_(options), path_(path),
-          from_(host, copy, path, options.from.empty() ? "HEAD" : options.from),
-          to_(host, copy, path, options.to) {
-        const dxf::Manifest &older = from_.manifest, &newer = to_.manifest;
-        if (!zOidIsEqual(&older.table, &newer.table))
-            throw Failed(kOther, say("%s: the two versions are kept in different tables", path_));
-        for (const ObjectChange &change : dxf::compare_objects(older.objects, newer.objects)) {
+          versions_(host, copy, path, options.from, options.to) {
+        for (const ObjectChange &change :
+             dxf::compare_objects(versions_.from().objects, versions_.to().objects)) {
             changes_.push_back({change, {}, {}, {}, {}});
             ++totals_[change.kind];
         }
@@ -134,16 +138,16 @@ class Difference {
             if (object.kind != ObjectChange::added)
                 sides.push_back({{object.from, false}, &change});
         }
-        for (const dxf::OtherKey &key : dxf::other_blocks(from_.manifest, to_.manifest))
+        for (const dxf::OtherKey &key : dxf::other_blocks(versions_.from(), versions_.to()))
             sides.push_back({key, nullptr});
         if (sides.empty()) return;
         std::sort(sides.begin(), sides.end(),
                   [](const Side &a, const Side &b) { return dxf::before(a.key.key, b.key.key); });
         std::vector<DrawingKey> keys;
         for (const Side &side : sides) keys.push_back(side.key.key);
-        fetch_rows(host_, copy_, to_.manifest.table, keys, path_);
-        dxf::DigestCheck check(from_.manifest, to_.manifest);
-        OwnedTable table = dxf::look_at_table(copy_.repository(), &to_.manifest.table, path_);
+        fetch_rows(host_, copy_, versions_.table(), keys, path_);
+        dxf::DigestCheck check(versions_.from(), versions_.to());
+        OwnedTable table = dxf::look_at_table(copy_.repository(), &versions_.table(), path_);
         const uint64_t found = dxf::read_rows(table.get(), keys, host_.notify,
                                               [&](size_t place, std::string_view row) {
                                                   const auto &[key, change] = sides[place];
@@ -223,8 +227,10 @@ class Difference {
 
     // ---- What is no object
 
+    // Of a drawing that is new, or gone, they go without saying.
     void print_blocks() const {
-        const dxf::Manifest &from = from_.manifest, &to = to_.manifest;
+        if (!versions_.has_both()) return;
+        const dxf::Manifest &from = versions_.from(), &to = versions_.to();
         print_block("header", "the header", from.header == to.header);
         bool same = from.classes.size() == to.classes.size();
         for (size_t i = 0; same && i < to.classes.size(); ++i)
@@ -243,7 +249,7 @@ class Difference {
     const WorkingCopy &copy_;
     const Options &options_;
     const std::string path_;
-    DrawingVersion from_, to_;
+    const DrawingVersions versions_;
     std::vector<Change> changes_;
     Counts totals_{};
 };
@@ -344,6 +350,7 @@ int draw(Host &host, const WorkingCopy &copy, const Options &options) {
                .from = options.from,
                .to = options.to,
                .file = options.picture,
+               .size = options.size,
                .is_dark = options.is_dark,
                .is_forced = options.force});
     return kDone;

@@ -23,8 +23,6 @@ struct Options {
     uint64_t size = 0; // 0 where none is given
 };
 
-constexpr uint64_t kSize = 2000, kLeastSize = 16, kMostSize = 10'000; // pixels
-
 void declare(Command &verb, Options &options) {
     verb.description("Show a drawing as a picture");
     verb.footer("Without -o the picture is made in the user's cache and opened by the desktop.\n"
@@ -36,12 +34,17 @@ void declare(Command &verb, Options &options) {
     verb.add_option("revision", options.revision, "As it was in this commit")->type_name("REV");
     verb.add_option("-o,--output", options.output, "The picture, by its suffix; - is stdout")
         ->type_name("FILE");
-    verb.add_flag("--dark", options.is_dark, "On a dark ground");
-    verb.add_flag("--paper", options.is_paper, "The paper space in place of the model");
-    verb.add_option("--size", options.size, "Pixels of a PNG file's longer side, else 2000")
-        ->type_name("N");
+    const Argument dark = verb.add_flag("--dark", options.is_dark, "On a dark ground");
+    const Argument paper =
+        verb.add_flag("--paper", options.is_paper, "The paper space in place of the model");
+    const Argument size =
+        verb.add_option("--size", options.size, "Pixels of a PNG file's longer side, else 2000");
+    size->type_name("N");
     verb.add_flag("--thumbnail", options.thumbnail,
-                  "The small picture that the drawing's file holds, as PNG");
+                  "The small picture that the drawing's file holds, as PNG")
+        ->excludes(dark)
+        ->excludes(paper)
+        ->excludes(size);
     verb.add_flag("--force", options.force,
                   "A file of that name goes to the trash, without a question");
 }
@@ -167,7 +170,7 @@ void write_picture(Host &host, const Subject &subject, const Options &options, F
     if (format == Format::svg) return svg(write);
     picture::rasterize(svg,
                        {.format = format,
-                        .side = static_cast<uint32_t>(options.size ? options.size : kSize),
+                        .side = picture::side_of(options.size, format),
                         .theme = theme,
                         .notify = host.notify},
                        write);
@@ -215,10 +218,16 @@ void write_file(Host &host, const Subject &subject, const Options &options, Form
 
 // ---- The small picture
 
+void require_text(const Host &host, const Options &options) {
+    if (host.out.json() && options.output == "-")
+        throw Failed(kInvalid, "a picture on stdout can't go with --json");
+}
+
 // As desktops call it: for any file, into one that they may have made, empty.
 int write_thumbnail(Host &host, const Options &options) {
     if (!options.revision.empty() || options.output.empty())
         throw Failed(kInvalid, "--thumbnail goes with a drawing's file and -o FILE");
+    require_text(host, options);
     uint32_t size = 0;
     zRaiseError(0, 0, nullptr, nullptr);
     const Owned<void, free> bytes(zDrawingFileThumbnail(wide_path(options.drawing).c_str(), &size));
@@ -234,22 +243,20 @@ int write_thumbnail(Host &host, const Options &options) {
     Target target(nullptr, options.output);
     target.write(data);
     target.finish();
+    host.out.line(options.output + ": " + bytes_text(size));
+    host.out.record(Record("view")
+                        .set(u"path", options.drawing)
+                        .set(u"file", options.output)
+                        .set(u"format", picture::name_of(Format::png))
+                        .set(u"bytes", uint64_t{size}));
     return kDone;
-}
-
-void require_sense(const Host &host, const Options &options, Format format) {
-    if (host.out.json() && options.output == "-")
-        throw Failed(kInvalid, "a picture on stdout can't go with --json");
-    if (!options.size) return;
-    if (format != Format::png) throw Failed(kInvalid, "--size is for a PNG file");
-    if (options.size < kLeastSize || options.size > kMostSize)
-        throw Failed(kInvalid, say("--size: from %s to %s pixels", kLeastSize, kMostSize));
 }
 
 int run(Host &host, const Options &options) {
     if (options.thumbnail) return write_thumbnail(host, options);
     const Format format = picture::format_of(options.output);
-    require_sense(host, options, format);
+    require_text(host, options);
+    picture::side_of(options.size, format);
     const Subject subject(host, options);
     if (options.output == "-") {
         write_picture(host, subject, options, format, [](std::string_view bytes) {
