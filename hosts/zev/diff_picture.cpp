@@ -111,7 +111,9 @@ picture::DiffCounts write(Host &host, const Subject &subject, const DiffPicture 
     const picture::DiffOptions options{.theme = {request.is_dark},
                                        .title = fs::path(request.path).filename().string(),
                                        .older = subject.older(),
-                                       .newer = subject.newer()};
+                                       .newer = subject.newer(),
+                                       .space = request.is_paper ? picture::SceneOptions::paper
+                                                                 : picture::SceneOptions::any};
     const Format format = picture::format_of(request.file);
     if (format == Format::svg) return subject.write(options, write);
     picture::DiffCounts counts;
@@ -130,6 +132,8 @@ void tell(Host &host, const DiffPicture &request, uint64_t size,
     std::string text = say("%s added, %s modified, %s removed, %s moved", counts.added,
                            counts.modified, counts.removed, counts.moved);
     if (counts.carried) text += ", " + say("%s with the whole drawing", counts.carried);
+    if (counts.is_paper) text = say("paper space: %s", text);
+    if (counts.alike) text += "; " + say("%s with the same look", counts.alike);
     if (counts.unseen) text += "; " + say("%s without a picture", counts.unseen);
     host.out.line(request.file + ": " + bytes_text(size) + ", " + text);
     host.out.record(Record("picture")
@@ -142,7 +146,9 @@ void tell(Host &host, const DiffPicture &request, uint64_t size,
                         .set(u"removed", counts.removed)
                         .set(u"moved", counts.moved)
                         .set(u"carried", counts.carried)
+                        .set(u"alike", counts.alike)
                         .set(u"unseen", counts.unseen)
+                        .set(u"paper", counts.is_paper)
                         .set(u"places", counts.regions));
 }
 

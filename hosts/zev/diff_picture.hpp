@@ -11,6 +11,7 @@ struct DiffPicture {
     std::string file;     // SVG, PNG or PDF by its suffix; - is SVG on stdout
     uint64_t size = 0;    // pixels of a PNG's longer side, 0 where none were asked for
     bool is_dark = false;
+    bool is_paper = false;  // else where only paper space shows changes
     bool is_forced = false; // what the file displaces goes to the trash without a question
 };
 

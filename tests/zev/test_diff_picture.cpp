@@ -98,12 +98,14 @@ std::vector<ObjectChange> changes_of(const dxf::Content &older, const dxf::Conte
 }
 
 struct Picture {
-    Picture(const Version &older, const Version &newer)
+    Picture(const Version &older, const Version &newer,
+            picture::SceneOptions::Space space = picture::SceneOptions::any)
         : changes(changes_of(older.content, newer.content)),
-          scene(picture::diff_scene(older.content, newer.content, changes)) {
-        counts = picture::write_diff(older.content, newer.content, changes,
-                                     {.theme = {}, .title = "t", .older = "a", .newer = "b"},
-                                     [this](std::string_view piece) { svg += piece; });
+          scene(picture::diff_scene(older.content, newer.content, changes, space)) {
+        counts = picture::write_diff(
+            older.content, newer.content, changes,
+            {.theme = {}, .title = "t", .older = "a", .newer = "b", .space = space},
+            [this](std::string_view piece) { svg += piece; });
     }
     size_t count(const std::string &what) const {
         size_t found = 0;
@@ -260,8 +262,48 @@ TEST(DiffPicture, ListsWhatHasNoPicture) {
     std::string other = line(250, 0, 270, 10);
     other.replace(other.find("270.000000"), 10, " 270.0");
     const Picture rewritten(older, Version(with(grid(20), {{"1005", other}}), {}, layer + "3\n"));
-    EXPECT_EQ(rewritten.counts.modified, 0u);
-    EXPECT_TRUE(rewritten.has("no picture: 1 LINE."));
+    EXPECT_EQ(rewritten.counts.modified + rewritten.counts.unseen, 0u);
+    EXPECT_EQ(rewritten.counts.alike, 1u);
+    EXPECT_TRUE(rewritten.has("with the same look: 1 LINE."));
+    EXPECT_FALSE(rewritten.has("Nothing changed."));
+    const Picture layers(older, Version(grid(20), {}, layer + " 3\n"));
+    EXPECT_EQ(layers.counts.alike, 1u);
+    EXPECT_EQ(layers.counts.unseen, 0u);
+}
+
+// The title block is in paper space, where no model's change is looked for.
+TEST(DiffPicture, ShowsPaperSpaceWhereTheModelStayed) {
+    const auto sheet = [](const std::string &revision, double end, int count = 20) {
+        return with(grid(count),
+                    {{"A1", line(0, 200, end, 200)}, {"A2", text(10, 10, revision) + "67\n1\n"}});
+    };
+    const Version older(sheet("rev A", 30)), titled(sheet("rev B", 30)), both(sheet("rev B", 40));
+    const Picture paper(older, titled), model(older, both);
+    EXPECT_TRUE(paper.counts.is_paper);
+    EXPECT_EQ(paper.counts.modified, 1u);
+    EXPECT_EQ(paper.counts.unseen, 0u);
+    EXPECT_TRUE(paper.has("Paper space, from a to b"));
+    EXPECT_FALSE(model.counts.is_paper);
+    EXPECT_EQ(model.counts.modified, 1u);
+    EXPECT_TRUE(model.has("no picture: 1 objects of paper space."));
+    const Picture asked(older, both, picture::SceneOptions::paper);
+    EXPECT_TRUE(asked.has("rev A") && asked.has("no picture: 1 objects of the model."));
+
+    // All that the model had is gone, which is its change.
+    const Picture emptied(Version(sheet("rev A", 30)),
+                          Version({{"A2", text(10, 10, "rev A") + "67\n1\n"}}));
+    EXPECT_FALSE(emptied.counts.is_paper);
+    EXPECT_EQ(emptied.counts.removed, 21u);
+}
+
+TEST(DiffPicture, TellsWhatChangedInOtherLayouts) {
+    const Form layout{Form().header, "*Paper_Space0"};
+    const Version older(grid(20), {{"B5", line(0, 0, 4, 0)}}, {}, layout);
+    const Version newer(grid(20), {{"B5", line(0, 0, 5, 0)}}, {}, layout);
+    const Picture picture(older, newer);
+    EXPECT_EQ(picture.counts.modified, 0u);
+    EXPECT_TRUE(picture.has("no picture: 1 objects of other layouts."));
+    EXPECT_TRUE(picture.has("Not drawn: 1 objects of other layouts."));
 }
 
 // The points that a dimension hangs on are not drawn, the arrow in its block is one of another.
@@ -407,11 +449,12 @@ TEST_F(DiffVerb, DrawsIntoAFile) {
     EXPECT_EQ(out("diff plan.dwx --svg -"), svg);
     EXPECT_EQ(out("diff plan.dwx HEAD --svg -"), svg);
     EXPECT_NE(out("diff plan.dwx --svg - --dark"), svg);
+    EXPECT_EQ(field(out("--json diff plan.dwx --svg ../paper.svg --paper"), u"paper"), "true");
     EXPECT_EQ(field(out("--json diff plan.dwx --svg ../q.svg"), u"modified"), "1");
     EXPECT_EQ(code("diff plan.dwx --svg ../p.svg"), 6) << "it is there already";
     EXPECT_EQ(code("diff plan.dwx --svg ../p.svg --force"), 0);
     EXPECT_EQ(code("diff --svg ../r.svg"), 2);
-    for (const char *idle : {"--dark", "--force", "--size 300", "--svg ../r.svg --stat",
+    for (const char *idle : {"--dark", "--paper", "--force", "--size 300", "--svg ../r.svg --stat",
                              "--svg ../r.svg --brief", "--svg ../r.svg --full"})
         EXPECT_EQ(code(std::string("diff plan.dwx ") + idle), 2) << idle;
     EXPECT_EQ(code("diff plan.dwx --svg ../r.txt"), 2);

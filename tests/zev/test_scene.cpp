@@ -336,6 +336,12 @@ TEST(Scene, PaperSeesTheModelThroughWindows) {
             << more;
     // Without a word model space is shown, unless there is none.
     EXPECT_FALSE(scene({model + window, "", "", "", ""}).is_paper);
+    // A viewport that is the layout's own paper, and a line; a block of a name like it is none.
+    const std::string layout = "0|BLOCK|2|*Paper_Space1|0|VIEWPORT|8|0|67|1|69|1|"
+                               "0|LINE|8|0|67|1|11|9|0|ENDBLK|";
+    const std::string drawer = "0|BLOCK|2|*Paper_Space1a|0|LINE|8|0|11|9|0|ENDBLK";
+    const Scene others = scene({model, layout + drawer, "", "", ""});
+    EXPECT_EQ(others.left_out, (std::map<std::string, uint64_t>{{reason::kLayouts, 1}}));
     EXPECT_TRUE(scene({"0|LINE|8|0|67|1|10|0|20|0|11|1|21|0", "", "", "", ""}).is_paper);
 }
 

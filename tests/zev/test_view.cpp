@@ -94,6 +94,13 @@ TEST_F(View, TellsPlacesFarAwayApart) {
         << svg;
 }
 
+TEST_F(View, TellsThatPaperSpaceIsEmpty) {
+    const Outcome outcome = both("view plan.dwx -o ../paper.svg --paper");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_NE(outcome.out.find("nothing is to be seen in its paper space"), std::string::npos);
+    EXPECT_EQ(both("view plan.dwx -o ../model.svg").out.find("warning"), std::string::npos);
+}
+
 TEST_F(View, ReplacesNoFileUnasked) {
     ok("view plan.dwx -o plan.svg");
     write("plan.svg", "mine");

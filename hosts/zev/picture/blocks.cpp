@@ -15,6 +15,13 @@ std::optional<Run::Space> space_of(std::string_view name) {
     return {};
 }
 
+// "*Paper_Space0": what is in it is shown only where that layout becomes the active one.
+bool is_other_layout(std::string_view name) {
+    constexpr size_t kLength = std::string_view("*PAPER_SPACE").size();
+    if (name.size() <= kLength || space_of(name.substr(0, kLength)) != Run::paper) return false;
+    return name.find_first_not_of("0123456789", kLength) == name.npos;
+}
+
 bool is_of_tables(std::string_view kind) {
     static constexpr std::string_view kKinds[] = {"TABLE", "ENDTAB", "VPORT", "APPID",
                                                   "UCS",   "VIEW",   "CLASS"};
@@ -54,6 +61,7 @@ void Outline::end_block(size_t place) {
         if (range.first < range.last) runs.push_back({range, *space});
         return;
     }
+    if (is_other_layout(name) && range.first < range.last) others.push_back(range);
     constexpr int kForeign = 4 | 8 | 16;
     if (!block_names.add(name, static_cast<uint32_t>(blocks.size()))) return;
     blocks.push_back({range, groups_.vec(10), (groups_.integer(70) & kForeign) != 0});

@@ -31,7 +31,8 @@ struct Outline {
 
     Tables tables;
     std::vector<Block> blocks;
-    std::vector<Run> runs; // entities outside of blocks
+    std::vector<Run> runs;     // entities outside of blocks
+    std::vector<Range> others; // entities of the layouts that aren't active
     Names block_names;
 
     const Block *block(std::string_view name) const; // null without one

@@ -58,17 +58,6 @@ bool is_silent(std::string_view kind) {
     return std::ranges::find(kSilent, kind) != std::end(kSilent);
 }
 
-// Objects that are no entities stand among them: dictionaries, layouts, styles.
-bool is_entity(const Groups &groups) {
-    bool has_class = false;
-    for (const Group &group : groups.all()) {
-        if (group.code != 100) continue;
-        if (trimmed(group.value) == "AcDbEntity") return true;
-        has_class = true;
-    }
-    return !has_class && groups.has(8);
-}
-
 // Printable, whatever the file calls it.
 std::string shown(std::string_view kind) {
     std::string name(kind.substr(0, 64));
@@ -108,6 +97,18 @@ Draw draw_of(std::string_view kind) {
     return at == std::end(kKinds) ? nullptr : at->draw;
 }
 
+// Objects that are no entities stand among them: dictionaries, layouts, styles.
+bool is_entity(std::string_view kind, const Groups &groups) {
+    if (draw_of(kind)) return true;
+    bool has_class = false;
+    for (const Group &group : groups.all()) {
+        if (group.code != 100) continue;
+        if (trimmed(group.value) == "AcDbEntity") return true;
+        has_class = true;
+    }
+    return !has_class && groups.has(8);
+}
+
 Space Entity::space(const Groups &groups) const {
     if (!groups.has(210) && !groups.has(230)) return stand.space;
     Vec extrusion = groups.vec(210);
@@ -132,6 +133,21 @@ void Drawer::run() {
         scene_.is_paper = has_paper || options_.space == SceneOptions::paper;
     }
     place_late();
+    count_others();
+}
+
+// Each layout has a viewport that is the paper itself.
+void Drawer::count_others() {
+    for (const Range &range : outline_.others)
+        for (size_t place = range.first; place < range.last;) {
+            const std::string_view kind = dxf::record_type(record(place));
+            const Range own{place, end_of(place, kind, range.last)};
+            place = own.last;
+            if (is_silent(kind) || !is_wanted(own)) continue;
+            groups.read(record(own.first));
+            const bool is_paper = kind == "VIEWPORT" && groups.integer(69, 2) == 1;
+            if (!is_paper && is_entity(kind, groups)) leave_out(own.first, reason::kLayouts);
+        }
 }
 
 bool Drawer::draw_space(Run::Space space, const Stand &stand) {
@@ -202,7 +218,7 @@ void Drawer::draw_record(Range range, std::string_view kind, const Stand &stand)
     if (stand.depth) return draw_entity(range, kind, stand);
     const bool is_paper = groups.integer(67) == 1;
     if (is_by_flag_ && is_paper != (space_ == Run::paper)) return;
-    is_seen_ = is_seen_ || draw_of(kind) || is_entity(groups);
+    is_seen_ = is_seen_ || is_entity(kind, groups);
     if (!is_wanted(range)) {
         if (kind == "INSERT") insert_ = look_of(stand.look, stand.depth);
         return;
@@ -227,7 +243,7 @@ void Drawer::draw_entity(Range range, std::string_view kind, const Stand &stand)
         const auto part = static_cast<uint32_t>(range.first);
         const Marks marks{stand.object, part, look.ink, look.weight, dashes_of(look.linetype)};
         draw(*this, Entity{stand, look, marks, range});
-    } else if (!draw && !is_hidden && !is_silent(kind) && is_entity(groups)) {
+    } else if (!draw && !is_hidden && !is_silent(kind) && is_entity(kind, groups)) {
         leave_out(range.first, kind);
     }
     if (is_insert) insert_ = look;

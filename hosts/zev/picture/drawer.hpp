@@ -97,6 +97,7 @@ class Drawer {
     Look look_of(const Look &parent, bool is_part) const;
     uint32_t dashes_of(uint32_t linetype);
     void told(Pen::Result result, const Entity &entity);
+    void count_others();
     void settle(const Late &late, const Box &box);
     void place_late();
 
@@ -123,5 +124,8 @@ using Draw = void (*)(Drawer &drawer, const Entity &entity);
 
 // Null for a kind that isn't drawn.
 Draw draw_of(std::string_view kind);
+
+// What could be seen, also of a kind that isn't drawn.
+bool is_entity(std::string_view kind, const Groups &groups);
 
 } // namespace picture

@@ -81,6 +81,7 @@ inline constexpr const char *kRecursive = "blocks inside themselves";
 inline constexpr const char *kDeep = "blocks nested too deeply";
 inline constexpr const char *kKnots = "splines with broken knots"; // drawn by even ones
 inline constexpr const char *kDense = "hatches too dense";         // drawn in part
+inline constexpr const char *kLayouts = "objects of other layouts";
 inline constexpr const char *kOthers = "of other kinds";
 } // namespace reason
 

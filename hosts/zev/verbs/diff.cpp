@@ -28,8 +28,9 @@ struct Options {
     bool full = false;    // the fields of added and removed objects, too
     std::string picture;  // the file of a picture in place of all text; empty for none
     bool is_dark = false; // the picture's ground
-    uint64_t size = 0;    // of a PNG file in pixels; 0 for the usual one
-    bool force = false;   // what its file displaces goes to the trash without a question
+    bool is_paper = false;
+    uint64_t size = 0;  // of a PNG file in pixels; 0 for the usual one
+    bool force = false; // what its file displaces goes to the trash without a question
 };
 
 void declare(Command &verb, Options &options) {
@@ -41,7 +42,8 @@ void declare(Command &verb, Options &options) {
                 "that hasn't got the drawing is as an empty one.\n"
                 "--svg draws the changes of one drawing: what stayed in grey, old lines with\n"
                 "gaps, new ones heavy, what was moved with an arrow; each place with changes is\n"
-                "numbered, and shown enlarged below.\n"
+                "numbered, and shown enlarged below. Paper space is drawn where the model\n"
+                "shows no change, and with --paper.\n"
                 "Examples:\n  zev diff\n  zev diff plan.dwx\n  zev diff plan.dwx HEAD~1 HEAD\n"
                 "  zev diff plan.dwx --stat\n  zev diff plan.dwx --svg changes.svg\n"
                 "  zev diff notes.txt");
@@ -61,6 +63,7 @@ void declare(Command &verb, Options &options) {
                         "The changes of a drawing as a picture; also .png, .pdf; - is stdout");
     svg->type_name("FILE")->excludes(stat)->excludes(brief)->excludes(full);
     verb.add_flag("--dark", options.is_dark, "The picture on a dark ground")->needs(svg);
+    verb.add_flag("--paper", options.is_paper, "The paper space in place of the model")->needs(svg);
     verb.add_option("--size", options.size, "Pixels of a PNG file's longer side, else 2000")
         ->type_name("N")
         ->needs(svg);
@@ -352,6 +355,7 @@ int draw(Host &host, const WorkingCopy &copy, const Options &options) {
                .file = options.picture,
                .size = options.size,
                .is_dark = options.is_dark,
+               .is_paper = options.is_paper,
                .is_forced = options.force});
     return kDone;
 }

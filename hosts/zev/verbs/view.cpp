@@ -67,6 +67,8 @@ class Subject {
         std::vector<bool> objects(content.objects.size());
         for (const picture::Shape &shape : scene_.shapes) objects[shape.object] = true;
         shown_ = static_cast<uint64_t>(std::count(objects.begin(), objects.end(), true));
+        if (options.is_paper && !shown_)
+            host.out.warn(say("%s: nothing is to be seen in its paper space", path_));
     }
     const picture::Scene &scene() const { return scene_; }
     const WorkingCopy *copy() const { return copy_ ? &*copy_ : nullptr; }

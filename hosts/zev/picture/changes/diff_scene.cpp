@@ -2,6 +2,7 @@
 #include "picture/changes/diff_scene.hpp"
 
 #include "dxf/fields.hpp"
+#include "picture/changes/unseen.hpp"
 #include "picture/tables.hpp"
 
 #include <algorithm>
@@ -90,8 +91,9 @@ struct Thinned {
 
 class Building {
   public:
-    Building(const Content &older, const Content &newer, const std::vector<ObjectChange> &changes)
-        : older_(older), newer_(newer), changes_(changes),
+    Building(const Content &older, const Content &newer, const std::vector<ObjectChange> &changes,
+             SceneOptions::Space space)
+        : older_(older), newer_(newer), changes_(changes), space_(space),
           places_(changed_places(older, newer, changes)) {}
 
     DiffScene run() {
@@ -110,15 +112,11 @@ class Building {
     using Seen = std::vector<bool>;
 
     void draw_both() {
-        diff_.newer = draw(newer_);
+        diff_.newer = draw(newer_, {.wanted = {}, .space = space_});
         if (changes_.empty()) return;
         const Thinned thinned(older_, [this](size_t at) { return is_wanted(at); });
-        SceneOptions options;
-        options.wanted = [&](size_t at) { return is_wanted(thinned.places[at]); };
-        // What isn't wanted must not make the model look empty.
-        if (!diff_.newer.shapes.empty())
-            options.space = diff_.newer.is_paper ? SceneOptions::paper : SceneOptions::model;
-        diff_.older = draw(thinned.content, options);
+        const auto is_wanted_there = [&](size_t at) { return is_wanted(thinned.places[at]); };
+        diff_.older = draw(thinned.content, {.wanted = is_wanted_there, .space = space_});
         for (Shape &shape : diff_.older.shapes) {
             shape.object = thinned.places[shape.object];
             shape.part = thinned.places[shape.part];
@@ -215,16 +213,27 @@ class Building {
         drop_seen(older_, places_.older, older_seen_, left);
         drop_parts(newer_, places_.newer, newer_seen_, left);
         drop_parts(older_, places_.older, older_seen_, left);
-        const auto tell = [&](const Content &content) {
-            for (const dxf::Object &object : content.objects) {
-                if (!left.erase(object.key.object)) continue;
-                const std::string_view type = dxf::record_type(object.record);
-                if (!kMarksOfStructure.contains(type)) ++diff_.unseen[std::string(type)];
-            }
-        };
         if (left.empty()) return;
-        tell(newer_);
-        tell(older_);
+        std::unordered_map<uint64_t, std::string_view> before;
+        for (const auto &[key, record] : older_.objects)
+            if (left.contains(key.object)) before[key.object] = record;
+        count_left(newer_, left, before);
+        count_left(older_, left, {});
+    }
+
+    void count_left(const Content &content, std::unordered_map<uint64_t, ObjectChange::Kind> &left,
+                    const std::unordered_map<uint64_t, std::string_view> &before) {
+        Unseen unseen(content, diff_.newer.is_paper ? Run::paper : Run::model);
+        for (size_t at = 0; at < content.objects.size(); ++at) {
+            const auto &[key, record] = content.objects[at];
+            const std::string_view type = dxf::record_type(record);
+            if (!left.erase(key.object) || kMarksOfStructure.contains(type)) continue;
+            const auto was = before.find(key.object);
+            if (was != before.end() && have_same_fields(was->second, record))
+                ++diff_.alike[std::string(type)];
+            else
+                ++diff_.unseen[unseen.what(at)];
+        }
     }
 
     static void drop_seen(const Content &content, const Places &places, const Seen &seen,
@@ -290,7 +299,7 @@ class Building {
         mark.is_in_place = std::hypot(shift->x, shift->y) <= tolerance_;
         if (mark.is_in_place && have_one_look(older, newer) && says_the_same(mark)) {
             mark.kind = Mark::alike;
-            ++diff_.unseen[std::string(type_of(mark))];
+            ++diff_.alike[std::string(type_of(mark))];
         }
         if (mark.is_in_place || !mark.block.empty()) return;
         mark.kind = Mark::moved;
@@ -376,6 +385,7 @@ class Building {
 
     const Content &older_, &newer_;
     const std::vector<ObjectChange> &changes_;
+    const SceneOptions::Space space_; // of both versions, with changes
     Encoding older_words_ = encoding_of(read_header(older_.header));
     Encoding newer_words_ = encoding_of(read_header(newer_.header));
     const ChangedPlaces places_;
@@ -412,9 +422,29 @@ Box DiffScene::box() const {
     return box;
 }
 
+namespace {
+
+bool shows_change(const DiffScene &diff) {
+    return diff.whole || std::ranges::any_of(diff.marks, &Mark::is_drawn);
+}
+
+bool is_empty(const DiffScene &diff) {
+    return diff.older.shapes.empty() && diff.newer.shapes.empty();
+}
+
+} // namespace
+
 DiffScene diff_scene(const Content &older, const Content &newer,
-                     const std::vector<ObjectChange> &changes) {
-    return Building(older, newer, changes).run();
+                     const std::vector<ObjectChange> &changes, SceneOptions::Space space) {
+    const auto built = [&](SceneOptions::Space of) {
+        return Building(older, newer, changes, of).run();
+    };
+    if (space != SceneOptions::any || changes.empty()) return built(space);
+    DiffScene model = built(SceneOptions::model);
+    if (shows_change(model)) return model;
+    DiffScene paper = built(SceneOptions::paper);
+    return shows_change(paper) || (is_empty(model) && !is_empty(paper)) ? std::move(paper)
+                                                                        : std::move(model);
 }
 
 } // namespace picture

@@ -34,7 +34,9 @@ struct DiffScene {
     // For each shape its place in `marks`; kNone for what stayed.
     std::vector<uint32_t> older_marks, newer_marks;
     std::vector<Mark> marks;
-    std::map<std::string, uint64_t> unseen; // changed records that no picture shows, by kind
+    // Changed records that no picture shows, and those that say the same in other characters; by
+    // kind, or where they are.
+    std::map<std::string, uint64_t> unseen, alike;
     std::optional<WholeMove> whole; // by which the older scene was moved to compare the rest
     uint64_t stayed = 0;            // with a whole move, entities that are where they were
 
@@ -52,7 +54,9 @@ class Figures {
     std::vector<uint32_t> starts_, shapes_;
 };
 
+// Of any space the model is taken, but where there is a change to be seen in paper space alone.
 DiffScene diff_scene(const dxf::Content &older, const dxf::Content &newer,
-                     const std::vector<dxf::ObjectChange> &changes);
+                     const std::vector<dxf::ObjectChange> &changes,
+                     SceneOptions::Space space = SceneOptions::any);
 
 } // namespace picture

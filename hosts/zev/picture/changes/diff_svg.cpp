@@ -30,9 +30,10 @@ class Page {
     Page(const dxf::Content &older, const dxf::Content &newer,
          const std::vector<dxf::ObjectChange> &changes, const DiffOptions &options,
          const Write &write)
-        : options_(options), palette_(options.theme), diff_(diff_scene(older, newer, changes)),
-          box_(diff_.box()), frame_(box_), regions_(find_regions(diff_)), tooltips_(older, newer),
-          out_(write), layers_(diff_, tooltips_, options.theme, out_),
+        : options_(options), palette_(options.theme),
+          diff_(diff_scene(older, newer, changes, options.space)), box_(diff_.box()), frame_(box_),
+          regions_(find_regions(diff_)), tooltips_(older, newer), out_(write),
+          layers_(diff_, tooltips_, options.theme, out_),
           unseen_(unseen_changes(diff_, older, newer)), counts_(count_marks(diff_)) {
         const bool is_one_sided = older.objects.empty() || newer.objects.empty();
         if (unseen_.contains("LAYER") && !is_one_sided)
@@ -135,8 +136,10 @@ class Page {
                                      attribute("fill", hex_of(palette_.ground))));
         put_text(kMargin, kMargin + kTitle * 0.8, kTitle, fitted(options_.title, letters(kTitle)),
                  attribute("font-weight", "bold"));
+        const char *versions =
+            diff_.newer.is_paper ? "Paper space, from %s to %s" : "from %s to %s";
         put_text(kMargin, kMargin + kTitle + kSmall + 6, kSmall,
-                 fitted(say("from %s to %s", options_.older, options_.newer), letters(kSmall)));
+                 fitted(say(versions, options_.older, options_.newer), letters(kSmall)));
         const Point samples{kMargin, kMargin + kTitle + kSmall + kGap + kLine - 2};
         out_.put(legend(counts_, palette_, samples, kSmall));
     }

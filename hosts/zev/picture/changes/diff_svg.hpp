@@ -16,6 +16,7 @@ struct DiffOptions {
     Theme theme;
     std::string title;        // of the page
     std::string older, newer; // what the versions are called
+    SceneOptions::Space space = SceneOptions::any;
 };
 
 // What the picture shows, and what it only tells.
@@ -23,7 +24,9 @@ struct DiffCounts {
     uint64_t added = 0, modified = 0, removed = 0, moved = 0;
     uint64_t carried = 0; // moved, scaled or turned with the whole drawing
     uint64_t unseen = 0;
+    uint64_t alike = 0;   // written otherwise, and look the same
     uint64_t regions = 0; // in which something changed
+    bool is_paper = false;
 };
 
 // A version that there isn't is one without anything.

@@ -107,6 +107,8 @@ DiffCounts count_marks(const DiffScene &diff) {
         counts.moved += mark.kind == Mark::moved;
         counts.carried += mark.kind == Mark::carried;
     }
+    counts.alike = sum_of(diff.alike);
+    counts.is_paper = diff.newer.is_paper;
     return counts;
 }
 
@@ -114,7 +116,7 @@ std::vector<std::string> notes_of(const Notes &notes) {
     std::vector<std::string> out;
     const DiffCounts &counts = notes.counts;
     const uint64_t seen = counts.added + counts.modified + counts.removed + counts.moved;
-    const uint64_t unseen = sum_of(notes.unseen);
+    const uint64_t unseen = sum_of(notes.unseen) + counts.alike;
     if (!seen && !unseen && !notes.diff.whole) out.push_back(say("Nothing changed."));
     if (notes.diff.whole) out.push_back(whole_text(*notes.diff.whole, counts.carried));
     if (notes.diff.stayed)
@@ -122,7 +124,10 @@ std::vector<std::string> notes_of(const Notes &notes) {
     if (notes.regions.more)
         out.push_back(
             say("Further places with changes, without a number: %s.", notes.regions.more));
-    if (unseen) out.push_back(say("Changes that have no picture: %s.", listed(notes.unseen)));
+    if (counts.alike)
+        out.push_back(say("Written otherwise, with the same look: %s.", listed(notes.diff.alike)));
+    if (!notes.unseen.empty())
+        out.push_back(say("Changes that have no picture: %s.", listed(notes.unseen)));
     const auto &left_out = notes.diff.newer.left_out;
     if (!left_out.empty()) out.push_back(say("Not drawn: %s.", listed(left_out)));
     return out;
