@@ -8,6 +8,7 @@
 #include "merge_report.hpp"
 #include "needed_rows.hpp"
 #include "object_names.hpp"
+#include "thumbnail.hpp"
 
 #include <algorithm>
 #include <unordered_map>
@@ -247,6 +248,17 @@ void DrawingMerge::require_met() const {
         if (decisions_.*part && !(met_.*part)) fail(say(text));
 }
 
+namespace {
+
+// A setting that makes no sense is an import's to tell; the merge needs no picture.
+bool may_have_thumbnail(const WorkingCopy &copy) try {
+    return wants_thumbnails(copy);
+} catch (const Failed &) {
+    return false;
+}
+
+} // namespace
+
 // Another program may have written it since it was read.
 void DrawingMerge::keep_former() const {
     if (!on_disk_) return;
@@ -270,6 +282,8 @@ bool DrawingMerge::write() try {
         .drawing = file.u16string(), .path = ways_.path, .keep_former = [this] { keep_former(); }};
     if (!origin_of(copy_).empty())
         target.ask_tag = [this](Table *table) { return ask_tag(host_, copy_, table, ways_.path); };
+    if (may_have_thumbnail(copy_))
+        target.thumbnail = [](const dxf::Content &content) { return thumbnail_of(content); };
     dxf::write_merge(request_for(*ours_), result_, target);
     return true;
 } catch (const fs::filesystem_error &error) {

@@ -155,8 +155,14 @@ std::string_view bytes_of(const dxf::Document &document) {
 } // namespace
 
 std::string thumbnail_of(const dxf::Document &document) noexcept try {
+    return is_missing ? std::string() : thumbnail_of(dxf::content_of(document));
+} catch (const std::exception &) {
+    return {};
+}
+
+std::string thumbnail_of(const dxf::Content &content) noexcept try {
     if (is_missing) return {};
-    picture::Scene scene = drawn(dxf::content_of(document));
+    picture::Scene scene = drawn(content);
     keep_largest(scene);
     return scene.shapes.empty() ? std::string() : rendered(scene);
 } catch (const Failed &failed) {

@@ -1,7 +1,7 @@
 // Thumbnail: the small picture that a drawing's file holds for the desktop.
 #pragma once
 
-#include "dxf/reader.hpp"
+#include "dxf/content.hpp"
 
 #include <deque>
 #include <future>
@@ -16,6 +16,7 @@ class WorkingCopy;
 // same for the same file. Empty where there is no renderer, or nothing to see. Throws nothing; may
 // run on any thread.
 std::string thumbnail_of(const dxf::Document &document) noexcept;
+std::string thumbnail_of(const dxf::Content &content) noexcept;
 
 // Of files that are imported one after the other: while one is stored, those of the next are made.
 class Thumbnails {

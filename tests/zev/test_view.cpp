@@ -412,6 +412,28 @@ TEST_F(View, ShowsSomeOfEverythingInASmallPicture) {
     EXPECT_EQ(svg.find("#0000ff"), std::string::npos);
 }
 
+// As an import of the result would make it; a merge without one is as good.
+TEST_F(View, MergesKeepASmallPictureOfTheResult) {
+    const Path path(program("rsvg-convert", kAsPng + "md5sum"));
+    std::string renamed = test_data("plan.dxf");
+    renamed.replace(renamed.find("Kitchen"), 7, "Pantry");
+    ok("switch --create side");
+    draw(renamed);
+    play("commit -m theirs plan.dwx; switch master");
+    draw(plan_with("20"));
+    play("commit -m ours plan.dwx; branch again; branch third; merge side; export plan.dwx "
+         "../merged.dxf");
+    ok("import ../merged.dxf alone.dwx");
+    const std::string small = out("view --thumbnail plan.dwx -o -");
+    EXPECT_EQ(small.size(), 8u + 36);
+    EXPECT_EQ(small, out("view --thumbnail alone.dwx -o -"));
+
+    program("rsvg-convert", "exit 1");
+    play("add .; commit -m alone; switch again; merge side");
+    EXPECT_EQ(code("view --thumbnail plan.dwx -o -"), 3);
+    play("switch third; config zev.thumbnails odd; merge side");
+}
+
 TEST_F(View, DrawsTheSmallPictureAsPng) {
     if (test::run("command -v rsvg-convert").empty()) GTEST_SKIP() << "no renderer here";
     draw(plan_with("20"), "one.dwx");

@@ -73,6 +73,31 @@ host::OwnedDrawing drawing_of(const Merge &merge, Table *table, uint64_t tag) {
     return drawing;
 }
 
+// Of a drawing that has its rows here, and isn't so large that reading all of them would take
+// longer than the merge. Whatever is wrong with it, there is a result without one.
+std::string small_picture(const MergeRequest &request, Drawing *drawing,
+                          const MergeTarget &target) noexcept try {
+    constexpr uint64_t kMostObjects = 50'000;
+    if (!target.thumbnail || zDrawingObjectCount(drawing) > kMostObjects) return {};
+    const Contents contents(request.repository, {Keys(drawing)}, target.path, request.notify);
+    return target.thumbnail(contents[0]);
+} catch (const std::exception &) {
+    return {};
+}
+
+// The rows first; the table is closed behind them.
+host::OwnedDrawing store(const MergeRequest &request, const Merge &merge,
+                         const MergeTarget &target) {
+    const host::OwnedTable table =
+        open_table(request.repository, &request.ours->table, target.path);
+    uint64_t tag = 0;
+    if (!merge.rows.empty()) {
+        tag = new_tag(request, target, table.get());
+        store_rows(request, merge, table.get(), tag);
+    }
+    return drawing_of(merge, table.get(), tag);
+}
+
 } // namespace
 
 Merge merge_drawings(const MergeRequest &request) {
@@ -101,14 +126,10 @@ Merge merge_drawings(const MergeRequest &request) {
 void write_merge(const MergeRequest &request, const Merge &merge, const MergeTarget &target) {
     if (!merge.conflicts.empty())
         throw host::Failed(host::kInvalid, host::say("%s: has conflicts", target.path));
-    const host::OwnedTable table =
-        open_table(request.repository, &request.ours->table, target.path);
-    uint64_t tag = 0;
-    if (!merge.rows.empty()) {
-        tag = new_tag(request, target, table.get());
-        store_rows(request, merge, table.get(), tag);
-    }
-    const host::OwnedDrawing drawing = drawing_of(merge, table.get(), tag);
+    const host::OwnedDrawing drawing = store(request, merge, target);
+    // The former one shows what is no more.
+    const std::string png = small_picture(request, drawing.get(), target);
+    host::check(zDrawingSetThumbnail(drawing.get(), static_cast<uint32_t>(png.size()), png.data()));
     if (target.keep_former) target.keep_former();
     host::check(zDrawingWrite(drawing.get(), target.drawing.c_str()), target.path);
 }

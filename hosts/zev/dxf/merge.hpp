@@ -2,6 +2,7 @@
 // that differ are read. Fails closed: with one conflict left there is no result.
 #pragma once
 
+#include "dxf/content.hpp"
 #include "dxf/manifest.hpp"
 #include "dxf/merge/besides.hpp"
 #include "dxf/rows.hpp"
@@ -70,6 +71,8 @@ struct MergeTarget {
     std::string path; // for messages
     std::function<bool(Table *)> ask_tag{};
     std::function<void()> keep_former{}; // before the file is replaced
+    // A small picture of the result, PNG or nothing; may be empty, must not throw.
+    std::function<std::string(const Content &content)> thumbnail{};
 };
 void write_merge(const MergeRequest &request, const Merge &merge, const MergeTarget &target);
 

@@ -29,7 +29,7 @@ constexpr Key kKeys[] = {
     {"core.attributesFile", "a file of attributes that hold everywhere"},
     {"core.bigFileThreshold", "files of so many bytes are packed as they are"},
     {"pack.deltaCacheSize", "bytes that packing keeps in memory"},
-    {"zev.thumbnails", "whether imports keep a small picture: auto or off"},
+    {"zev.thumbnails", "whether imports and merges keep a small picture: auto or off"},
     {"remote.origin.url", "the server's project that this is a copy of"},
     {"branch.*.remote", "the server that a branch follows"},
     {"branch.*.merge", "the branch there that it follows"},

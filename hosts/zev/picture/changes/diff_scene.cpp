@@ -221,7 +221,7 @@ class Building {
         count_left(older_, left, {});
     }
 
-    void count_left(const Content &content, std::unordered_map<uint64_t, ObjectChange::Kind> &left,
+    void count_left(const Content &content, Left &left,
                     const std::unordered_map<uint64_t, std::string_view> &before) {
         Unseen unseen(content, diff_.newer.is_paper ? Run::paper : Run::model);
         for (size_t at = 0; at < content.objects.size(); ++at) {
