@@ -44,6 +44,7 @@ void translate_help(CLI::App &app) {
     for (const char *label : kLabels) formatter->label(label, say(label));
     formatter->label("Positionals", say("Arguments"));
     formatter->label("Excludes", say("not with"));
+    formatter->label("Needs", say("only with"));
     translate(app);
 }
 
