@@ -123,6 +123,19 @@ TEST_F(DrawingMerges, TheSameObjectIsDecidedByItsHandle) {
     ok("verify");
 }
 
+// What undo brings back in a merge would be committed as if theirs were in it.
+TEST_F(DrawingMerges, UndoInAMergeSaysThatItGoesOn) {
+    go_apart(radius, replaced(kitchen, "12.5", "14.5"));
+    EXPECT_EQ(code("merge side"), 4);
+    ok("resolve --merge --theirs 32 plan.dwx");
+    const Outcome undone = both("undo --yes");
+    EXPECT_EQ(undone.code, 0);
+    EXPECT_TRUE(has(undone.out, "\"zev merge --abort\" takes the merge back")) << undone.out;
+    EXPECT_EQ(plan(), radius);
+    ok("merge --abort");
+    EXPECT_EQ(code("merge side"), 4);
+}
+
 TEST_F(DrawingMerges, DeletedAgainstChangedIsAConflict) {
     go_apart(radius, without_circle(kitchen));
     EXPECT_EQ(code("merge side"), 4);

@@ -1,5 +1,6 @@
 // undo: what the last command put into the trash, brought back; then what the one before did.
 
+#include "merge_state.hpp"
 #include "session.hpp"
 #include "when.hpp"
 
@@ -85,6 +86,9 @@ int undo(Host &host, const WorkingCopy &copy, const JournalEntry &last) {
     }
     note(copy, last, left);
     host.out.line(say("%s restored", restored));
+    if (restored && unsettled_merge(copy))
+        host.out.warn("a merge is under way, and what is back has nothing of the other branch; "
+                      "\"zev merge --abort\" takes the merge back");
     host.out.record(
         Record("summary").set(u"restored", restored).set(u"left", uint64_t{left.size()}));
     if (!left.empty()) return kBroken; // a question was declined
