@@ -72,22 +72,29 @@ void sync_above(const std::u16string &root, std::u16string name) {
     }
 }
 
-// A reference's lock reaches the disk with its bytes, so the lock of the index has to be there
-// before: else nobody could tell after a loss of power whose it is. Not by way of the directory,
-// which would bring the name of a new index there ahead of its bytes.
-void sync_index_lock(Repository *repository) {
-    const std::string path =
-        to_utf8(lock_path(std::u16string(zRepositoryPath(repository)) + u"index"));
+void sync_if_there(const std::u16string &file) {
+    const std::string path = to_utf8(file);
     const int fd = os::calls.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
     if (fd < 0) return;
     os::fd_sync(fd);
     os::close_fd(fd);
 }
 
+// A reference's lock reaches the disk with its bytes, so the lock of the index has to be there
+// before: else nobody could tell after a loss of power whose it is. Not by way of the directory,
+// which would bring the name of a new index there ahead of its bytes. A reference beside the index
+// does that, so that these have to be there.
+void sync_index(Repository *repository, const zwchar *name) {
+    const std::u16string index = std::u16string(zRepositoryPath(repository)) + u"index";
+    sync_if_there(lock_path(index));
+    if (name && std::u16string_view(name).find(u'/') == std::u16string_view::npos)
+        sync_if_there(index);
+}
+
 // The record of a reference that `make` writes.
 template <class F>
 Reference *made(Repository *repository, const zwchar *name, F make, Here at = {}) try {
-    if (repository) sync_index_lock(repository);
+    if (repository) sync_index(repository, name);
     Reference *reference = opened(repository, name, make, at);
     if (reference)
         drop_lock(reference->handle.get(), repository->handle.get());
