@@ -185,7 +185,8 @@ class Union {
         for (auto at = merged.begin(); at != merged.end();) {
             const auto end = std::upper_bound(at, merged.end(), *at);
             const auto count = [handle = *at](const std::vector<uint64_t> &sorted) {
-                return std::ranges::equal_range(sorted, handle).size();
+                const auto [first, last] = std::equal_range(sorted.begin(), sorted.end(), handle);
+                return static_cast<size_t>(last - first);
             };
             const auto names = static_cast<size_t>(end - at);
             if (names > 1 && names > count(mine) && names > count(others)) return true;
