@@ -145,7 +145,7 @@ void NormalRecord::read(std::string_view record, const HandleMap *map, bool has_
     owner_.reset();
     kind_ = {};
     widths_ = 0;
-    has_axis_ = false;
+    has_axis_ = has_owner_ = false;
     is_in_subclass_ = is_raw_ = false;
     OwnHandle own;
     RawGroup group;
@@ -205,7 +205,8 @@ void NormalRecord::take(const RawGroup &group, bool is_own, const HandleMap *map
     out.is_exact = is_raw_ || group.code >= kExtended;
     if (kind_ == "VERTEX" && (group.code == 40 || group.code == 41)) widths_ |= group.code - 39u;
     if (out.type == ValueType::handle && map) out.handle = (*map)(out.handle);
-    if (is_owner(group) && !owner_) {
+    if (is_owner(group) && !has_owner_) { // the first one, be it of none
+        has_owner_ = true;
         if (out.type == ValueType::handle && out.handle) owner_ = out.handle;
         return;
     }

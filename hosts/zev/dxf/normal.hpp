@@ -63,7 +63,7 @@ class NormalRecord {
     std::vector<List> lists_;
     std::optional<uint64_t> owner_; // whose place in the file says it as well
     unsigned widths_ = 0;
-    bool has_axis_ = false;
+    bool has_axis_ = false, has_owner_ = false;
     bool is_in_subclass_ = false, is_raw_ = false;
 };
 
