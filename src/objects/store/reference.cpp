@@ -72,23 +72,15 @@ void sync_above(const std::u16string &root, std::u16string name) {
     }
 }
 
-void sync_if_there(const std::u16string &file) {
-    const std::string path = to_utf8(file);
-    const int fd = os::calls.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
-    if (fd < 0) return;
-    os::fd_sync(fd);
-    os::close_fd(fd);
-}
-
 // A reference's lock reaches the disk with its bytes, so the lock of the index has to be there
 // before: else nobody could tell after a loss of power whose it is. Not by way of the directory,
 // which would bring the name of a new index there ahead of its bytes. A reference beside the index
 // does that, so that these have to be there.
 void sync_index(Repository *repository, const zwchar *name) {
     const std::u16string index = std::u16string(zRepositoryPath(repository)) + u"index";
-    sync_if_there(lock_path(index));
+    os::sync_file(lock_path(index).c_str()); // where it is there
     if (name && std::u16string_view(name).find(u'/') == std::u16string_view::npos)
-        sync_if_there(index);
+        os::sync_file(index.c_str());
 }
 
 // The record of a reference that `make` writes.
