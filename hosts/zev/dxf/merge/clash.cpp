@@ -10,10 +10,6 @@ namespace dxf::merging {
 
 namespace {
 
-bool is_member(std::string_view type) {
-    return type == "VERTEX" || type == "ATTRIB" || type == "SEQEND";
-}
-
 class Clashes {
   public:
     explicit Clashes(Merging &merging) : merging_(merging), clashes_(merging.items.size()) {}

@@ -18,9 +18,6 @@ constexpr int kMaxRounds = 64;
 
 using Holders = std::unordered_multimap<Name, uint32_t, NameHash>;
 
-bool is_member(std::string_view type) {
-    return type == "VERTEX" || type == "ATTRIB" || type == "SEQEND";
-}
 bool is_head(std::string_view type) { return type == "POLYLINE" || type == "INSERT"; }
 
 // What a side has of the items.

@@ -11,10 +11,6 @@ namespace dxf::merging {
 
 namespace {
 
-bool is_member(std::string_view type) {
-    return type == "VERTEX" || type == "ATTRIB" || type == "SEQEND";
-}
-
 class Order {
   public:
     Order(Merging &merging, const std::array<Skeleton, 3> &skeletons, Version chosen)

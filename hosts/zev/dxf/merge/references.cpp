@@ -155,6 +155,8 @@ std::optional<uint64_t> owner_of(std::string_view record) {
     return owner;
 }
 
+bool is_member(std::string_view type) { return is_one_of(type, {"VERTEX", "ATTRIB", "SEQEND"}); }
+
 void visit_handles(std::string_view record, const std::function<void(uint64_t)> &visit) {
     const std::string_view type = record_type(record);
     OwnHandle is_own(type);

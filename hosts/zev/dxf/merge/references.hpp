@@ -49,6 +49,9 @@ void visit_needs(std::string_view record, const std::function<void(const Referen
 
 std::optional<uint64_t> owner_of(std::string_view record);
 
+// Whether records of a type belong to the polyline or insert that they follow.
+bool is_member(std::string_view type);
+
 // All handles that a record names, its own left out.
 void visit_handles(std::string_view record, const std::function<void(uint64_t)> &visit);
 
