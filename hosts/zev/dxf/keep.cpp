@@ -55,7 +55,7 @@ Match Keeper::run(Match wanted, bool has_kept) {
         return keep_by_handle() ? Match::normal : Match::handle;
     if (is_equal || wanted == Match::normal || (wanted == Match::automatic && is_in_place()))
         return keep_in_place(wanted);
-    hash_records(old_records_, new_records_);
+    hash();
     const Likeness likeness = likeness_of(old_records_, new_records_);
     // Another drawing took the place of this one: what both have is chance, and the file counts.
     if (wanted == Match::automatic &&
@@ -107,19 +107,24 @@ bool Keeper::is_mostly_equal() const {
 
 void Keeper::collect() {
     named_.reserve(objects_.size());
-    new_records_.reserve(objects_.size());
     former_named_.reserve(olds_.size());
-    old_records_.reserve(olds_.size());
     for (Item &item : objects_) {
         if (!item.key.object || is_own(item.key.object)) continue;
         named_.push_back(&item);
-        new_records_.push_back({item.part->bytes, item.part->handle});
     }
     for (Former *former : olds_) {
         if (is_own(former->key.object) || !former->is_held) continue;
         former_named_.push_back(former);
-        old_records_.push_back({former->value, former->key.object});
     }
+}
+
+void Keeper::hash() {
+    new_records_.reserve(named_.size());
+    old_records_.reserve(former_named_.size());
+    for (const Item *item : named_) new_records_.push_back({item->part->bytes, item->part->handle});
+    for (const Former *former : former_named_)
+        old_records_.push_back({former->value, former->key.object});
+    hash_records(old_records_, new_records_);
 }
 
 // Of those that are not equal byte for byte.
@@ -146,7 +151,7 @@ bool Keeper::is_in_place() {
     const auto kept = std::ranges::count_if(
         former_named_, [](const Former *former) { return former->item && former->item->kept(); });
     const auto all = std::ranges::count(is_same_, true) + kept;
-    return static_cast<size_t>(all) * 2 >= std::min(old_records_.size(), new_records_.size());
+    return static_cast<size_t>(all) * 2 >= std::min(former_named_.size(), named_.size());
 }
 
 void Keeper::compare_by_handle() {

@@ -72,6 +72,7 @@ class Keeper {
     bool is_mostly_equal() const;
     bool has_room() const;
     void collect();
+    void hash();
     bool is_same_at(size_t place, NormalRecord &before, NormalRecord &after) const;
     bool is_in_place();
     void compare_by_handle();
@@ -92,7 +93,7 @@ class Keeper {
     std::vector<Item *> named_; // in the order of the file
     std::vector<Former *> former_named_;
     std::vector<uint8_t> is_same_; // by the places of these: equal in normal form, not in bytes
-    std::vector<Matchable> old_records_, new_records_; // of the two above
+    std::vector<Matchable> old_records_, new_records_; // of the two lists, once they are hashed
 };
 
 // A header with the next free handle above `highest`; the same bytes if it is.
